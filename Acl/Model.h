@@ -1,0 +1,91 @@
+#pragma once
+
+#include <Acl/RuleMap.h>
+#include <Nimnet/IntfId.h>
+#include <Zeb/Attributes.h>
+
+/// The configuration of access lists: what lists there are, and where they are bound. The same types serve the
+/// sources of configuration and the merged result.
+namespace Acl {
+
+/// The rules of a list; only the map of the list's own kind is used.
+class AclSubConfig : public Zeb::Entity {
+  ZEB_ENTITY(AclSubConfig, Zeb::Entity)
+  ZEB_COLLECTION(ipRuleById, RuleMap<IpRuleConfig>)
+  ZEB_COLLECTION(ip6RuleById, RuleMap<Ip6RuleConfig>)
+  ZEB_COLLECTION(macRuleById, RuleMap<MacRuleConfig>)
+};
+
+/// A list. Without `currCfg` it has no rules in force and is not programmable.
+class AclConfig : public Zeb::Entity {
+  ZEB_ENTITY(AclConfig, Zeb::Entity)
+
+ public:
+  explicit AclConfig(const Kelp::String& aclName) : Entity(aclName) {}
+  ZEB_CHILD(AclSubConfig, currCfg)
+};
+
+/// The lists of one kind, by name.
+class AclTypeConfig : public Zeb::Entity {
+  ZEB_ENTITY(AclTypeConfig, Zeb::Entity)
+
+ public:
+  explicit AclTypeConfig(AclType type) : Entity(stringValue(type)) {}
+  ZEB_CHILDREN(acl, Zeb::HashMap2018<Kelp::String, Zeb::Owned<AclConfig>>)
+};
+
+/// All lists.
+class Config : public Zeb::Entity {
+  ZEB_ENTITY(Config, Zeb::Entity)
+
+ public:
+  explicit Config(Kelp::String name = {}) : Entity(std::move(name)) {}
+  ZEB_CHILDREN(config, Zeb::HashMap2018<AclType, Zeb::Owned<AclTypeConfig>>)
+};
+
+/// The bindings of one kind and direction: interface to list name. Used in configuration and status alike.
+class AclIntf : public Zeb::Entity {
+  ZEB_ENTITY(AclIntf, Zeb::Entity)
+
+ public:
+  explicit AclIntf(AclDirection direction) : Entity(stringValue(direction)) {}
+  ZEB_COLLECTION(intf, Zeb::HashMap2018<Nimnet::IntfId, Kelp::String>)
+};
+
+/// The bindings of one kind of list, by direction.
+class IntfTypeConfig : public Zeb::Entity {
+  ZEB_ENTITY(IntfTypeConfig, Zeb::Entity)
+
+ public:
+  explicit IntfTypeConfig(AclType type) : Entity(stringValue(type)) {}
+  ZEB_CHILDREN(intf, Zeb::HashMap2018<AclDirection, Zeb::Owned<AclIntf>>)
+};
+
+/// All bindings.
+class IntfConfig : public Zeb::Entity {
+  ZEB_ENTITY(IntfConfig, Zeb::Entity)
+
+ public:
+  explicit IntfConfig(Kelp::String name = {}) : Entity(std::move(name)) {}
+  ZEB_CHILDREN(config, Zeb::HashMap2018<AclType, Zeb::Owned<IntfTypeConfig>>)
+
+  /// Marks the object as set up; whoever creates a merged one calls it once, before it is filled.
+  void initialize() { initializedIs(true); }
+  ZEB_VALUE(bool, initialized)
+};
+
+Kelp::Ptr<IntfConfig> intfConfigFactory(const Kelp::String& name);
+
+namespace Input {
+
+/// A source of lists: what one operator's channel wants. Its name is the name of the source.
+class Config : public Acl::Config {
+  ZEB_ENTITY(Config, Acl::Config)
+
+ public:
+  using Acl::Config::Config;
+};
+
+}  // namespace Input
+
+}  // namespace Acl

@@ -1,0 +1,114 @@
+#include <agent/config/Addresses.h>
+
+#include <algorithm>
+
+namespace Config {
+
+namespace {
+
+using Nimnet::EthAddr;
+using Nimnet::Ip6Addr;
+using Nimnet::IpAddr;
+
+constexpr uint64_t ethBits = 0xffffffffffff;
+
+IpAddr inverse(IpAddr a) { return {~a.value}; }
+Ip6Addr inverse(Ip6Addr a) { return {~a.high, ~a.low}; }
+EthAddr inverse(EthAddr a) { return EthAddr::fromValue(~a.value() & ethBits); }
+
+IpAddr both(IpAddr a, IpAddr b) { return {a.value & b.value}; }
+Ip6Addr both(Ip6Addr a, Ip6Addr b) { return {a.high & b.high, a.low & b.low}; }
+EthAddr both(EthAddr a, EthAddr b) { return EthAddr::fromValue(a.value() & b.value()); }
+
+/// The highest `length` of `bits` bits; a shift by a type's whole width is not defined.
+uint64_t highBits(unsigned length, unsigned bits) {
+  if (length == 0) return 0;
+  return (~uint64_t{0} << (64 - length)) >> (64 - bits);
+}
+
+/// What differs between the kinds of address.
+template <class Addr>
+struct Kind;
+
+template <>
+struct Kind<IpAddr> {
+  static constexpr bool hasPrefixes = true;
+  static constexpr unsigned bits = 32;
+  static constexpr auto forms = "any, host A.B.C.D, A.B.C.D/LENGTH or A.B.C.D WILDCARD";
+  static constexpr auto plain = "an IPv4 address";
+  static constexpr auto wildcard =
+      "a wildcard for the address, such as 0.0.0.255 (one address is host A.B.C.D)";
+  static constexpr auto length = "a prefix length of 0 to 32 behind an IPv4 address";
+  static IpAddr prefix(unsigned length) { return {static_cast<uint32_t>(highBits(length, 32))}; }
+};
+
+template <>
+struct Kind<Ip6Addr> {
+  static constexpr bool hasPrefixes = true;
+  static constexpr unsigned bits = 128;
+  static constexpr auto forms = "any, host A:B::C, A:B::C/LENGTH or A:B::C WILDCARD";
+  static constexpr auto plain = "an IPv6 address";
+  static constexpr auto wildcard = "a wildcard for the address, such as ::ffff (one address is host A:B::C)";
+  static constexpr auto length = "a prefix length of 0 to 128 behind an IPv6 address";
+  static Ip6Addr prefix(unsigned length) {
+    return {highBits(std::min(length, 64u), 64), highBits(length - std::min(length, 64u), 64)};
+  }
+};
+
+template <>
+struct Kind<EthAddr> {
+  static constexpr bool hasPrefixes = false;
+  static constexpr auto forms = "any, host MAC or MAC WILDCARD";
+  static constexpr auto plain = "a MAC address";
+  static constexpr auto wildcard =
+      "a wildcard for the address, such as 0000.0000.00ff (one address is host MAC)";
+};
+
+template <class Addr>
+bool readPrefix(Cursor& at, size_t slash, Addr* address, Addr* mask) {
+  const auto word = at.peek();
+  const auto parsed = Addr::parse(word.substr(0, slash));
+  const auto length = decimal(word.substr(slash + 1));
+  if (!parsed || !length || *length > Kind<Addr>::bits) return at.fail(Kind<Addr>::length);
+  at.take();
+  *mask = Kind<Addr>::prefix(*length);
+  *address = both(*parsed, *mask);
+  return true;
+}
+
+template <class Addr>
+bool read(Cursor& at, Addr* address, Addr* mask) {
+  if (at.takeIf("any")) {
+    *address = *mask = Addr();
+    return true;
+  }
+  if (at.takeIf("host")) {
+    const auto parsed = Addr::parse(at.peek());
+    if (!parsed) return at.fail(Kind<Addr>::plain);
+    at.take();
+    *address = *parsed;
+    *mask = inverse(Addr());
+    return true;
+  }
+  if constexpr (Kind<Addr>::hasPrefixes) {
+    const auto slash = at.peek().find('/');
+    if (slash != std::string_view::npos) return readPrefix(at, slash, address, mask);
+  }
+  const auto parsed = Addr::parse(at.peek());
+  if (!parsed) return at.fail(Kind<Addr>::forms);
+  at.take();
+  const auto wildcard = Addr::parse(at.peek());
+  if (!wildcard) return at.fail(Kind<Addr>::wildcard);
+  at.take();
+  *mask = inverse(*wildcard);
+  *address = both(*parsed, *mask);
+  return true;
+}
+
+}  // namespace
+
+bool readAddress(Cursor& at, IpAddr* address, IpAddr* mask) { return read(at, address, mask); }
+bool readAddress(Cursor& at, Ip6Addr* address, Ip6Addr* mask) { return read(at, address, mask); }
+bool readAddress(Cursor& at, EthAddr* address, EthAddr* mask) { return read(at, address, mask); }
+
+}  // namespace Config

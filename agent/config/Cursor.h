@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Config {
+
+/// Reads the words of one statement from left to right, and keeps the one mistake that was found in it.
+///
+/// Every reading member returns false when it fails, and has then kept the mistake: callers return false in
+/// turn and add nothing. The line must outlive the cursor; one cursor serves all lines of a text so that
+/// nothing is allocated a line.
+class Cursor {
+ public:
+  struct Problem {
+    size_t column;  ///< from 1
+    std::string found;
+    std::string expected;
+  };
+
+  /// Starts over with another line, which has no line end. False if it has bytes that no statement has.
+  bool lineIs(std::string_view line);
+
+  bool atEnd() const { return next_ == words_.size(); }
+  /// The next word; empty at the end of the line.
+  std::string_view peek(size_t ahead = 0) const {
+    return next_ + ahead < words_.size() ? words_[next_ + ahead] : std::string_view();
+  }
+  std::string_view take() { return atEnd() ? std::string_view() : words_[next_++]; }
+  /// Takes the next word if it is this one.
+  bool takeIf(std::string_view word);
+  void skip(size_t words) { next_ += words; }
+  size_t position() const { return next_; }
+  size_t wordsLeft() const { return words_.size() - next_; }
+
+  /// The rest of the line as typed, without the blanks around it.
+  std::string_view rest() const;
+  /// The words from the one at `position` on, with single blanks between them.
+  std::string textFrom(size_t position) const;
+
+  bool keyword(std::string_view word);
+  /// A name: printable ASCII without blanks; `what` says whose in the mistake.
+  bool name(std::string_view what, std::string* out);
+  /// A decimal number without leading zeros; `what` says which in the mistake.
+  bool number(std::string_view what, uint32_t low, uint32_t high, uint32_t* out);
+  bool end();
+
+  /// Keep a mistake at the next word, or at the end of the line, and return false. `note` follows the word,
+  /// as in: found "syn" a second time.
+  bool fail(std::string expected, std::string_view note = {}) {
+    return failAt(next_, std::move(expected), note);
+  }
+  bool failAt(size_t position, std::string expected, std::string_view note = {});
+
+  const std::optional<Problem>& problem() const { return problem_; }
+
+ private:
+  bool failAtByte(size_t offset);
+
+  std::string_view line_;
+  std::vector<std::string_view> words_;
+  size_t next_ = 0;
+  std::optional<Problem> problem_;
+};
+
+bool isBlank(char c);
+bool isDigits(std::string_view word);
+bool isName(std::string_view word);
+/// A decimal number without leading zeros.
+std::optional<uint32_t> decimal(std::string_view word);
+/// A number written 0x and one or more digits.
+std::optional<uint32_t> hexadecimal(std::string_view word);
+inline bool looksHexadecimal(std::string_view word) { return word.starts_with("0x"); }
+
+}  // namespace Config

@@ -1,0 +1,38 @@
+#include <agent/config/Addresses.h>
+#include <agent/config/Names.h>
+#include <agent/config/Rules.h>
+
+namespace Config {
+
+namespace {
+
+constexpr uint32_t lowestEtherType = 0x0600;
+
+/// A word that starts like a number is one; any other word that is no name is left to the rule's tail.
+bool readEtherType(Cursor& at, Acl::MacFilter* filter) {
+  if (looksHexadecimal(at.peek())) {
+    const auto type = hexadecimal(at.peek());
+    if (!type || *type < lowestEtherType || *type > 0xffff)
+      return at.fail("an EtherType of 0x0600 to 0xffff");
+    filter->etherType = static_cast<uint16_t>(*type);
+  } else if (const auto named = etherTypeNumber(at.peek())) {
+    filter->etherType = *named;
+  } else {
+    return true;
+  }
+  at.take();
+  filter->etherTypeNamed = true;
+  return true;
+}
+
+}  // namespace
+
+bool readMacRule(Cursor& at, Acl::MacRuleConfig* rule) {
+  auto& filter = rule->filter;
+  return readAction(at, rule) && readVlan(at, &filter.vlan) &&
+         readAddress(at, &filter.source, &filter.sourceMask) &&
+         readAddress(at, &filter.destination, &filter.destinationMask) && readEtherType(at, &filter) &&
+         readTail(at, rule, filter.etherTypeNamed ? "" : "an EtherType (a name or 0x0600 to 0xffff), ");
+}
+
+}  // namespace Config

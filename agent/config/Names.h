@@ -1,0 +1,58 @@
+#pragma once
+
+#include <Acl/Types.h>
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace Config {
+
+/// A name that stands for a number in the configuration text.
+struct NamedNumber {
+  std::string_view name;
+  uint16_t number;
+};
+
+/// A name that stands for an ICMP message: a type, and a code if there is one.
+struct IcmpMessage {
+  static constexpr int anyCode = -1;
+
+  std::string_view name;
+  uint8_t type;
+  int16_t code = anyCode;
+};
+
+/// Protocols whose headers the readers know (IANA, Assigned Internet Protocol Numbers).
+inline constexpr uint8_t protocolIcmp = 1;
+inline constexpr uint8_t protocolTcp = 6;
+inline constexpr uint8_t protocolUdp = 17;
+inline constexpr uint8_t protocolIcmpV6 = 58;
+inline constexpr uint8_t protocolSctp = 132;
+
+inline bool hasPorts(uint8_t protocol) {
+  return protocol == protocolTcp || protocol == protocolUdp || protocol == protocolSctp;
+}
+
+/// The number of a protocol name; `ip` and `ipv6` are none, they stand for any protocol.
+std::optional<uint8_t> protocolNumber(std::string_view name);
+
+/// The port that a service name has with TCP, UDP or SCTP (IANA, Service Name and Transport Protocol Port
+/// Number Registry, and the short names that are in use for it). None if the name is another protocol's.
+std::optional<uint16_t> portNumber(std::string_view name, uint8_t protocol);
+
+/// The DSCP of a per-hop behaviour (RFC 2474, 2597, 3246, 5865, 8622).
+std::optional<uint8_t> dscpNumber(std::string_view name);
+
+/// The EtherType of a protocol (IEEE 802 numbers).
+std::optional<uint16_t> etherTypeNumber(std::string_view name);
+
+/// The ICMP message (RFC 792 and IANA, ICMP Parameters) or ICMPv6 message (RFC 4443 and IANA, ICMPv6
+/// Parameters) of a name; nothing if it is not one of that protocol.
+const IcmpMessage* icmpMessage(std::string_view name, uint8_t icmpProtocol);
+
+/// All ICMP or ICMPv6 messages with a name, for help texts and tests.
+std::span<const IcmpMessage> icmpMessages(uint8_t icmpProtocol);
+
+}  // namespace Config

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <agent/config/Mistake.h>
+#include <agent/config/Model.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Config {
+
+/// One configuration text; the name is the one that mistakes carry.
+struct Source {
+  std::string name;
+  std::string text;
+};
+
+/// What became of some texts: the model, or every mistake that is in them.
+struct Result {
+  std::optional<Model> model;  ///< there exactly if there are no mistakes
+  std::vector<Mistake> mistakes;
+};
+
+/// Reads the texts in order as one: a later one continues, replaces or takes back what an earlier one said.
+/// Only the open list or interface does not carry over from one text to the next.
+///
+/// `start` is what was said before the first text. A result is whole: with a mistake in any text there is no
+/// model. Takes any bytes; linear in the size of the texts, but for `no permit ...`, which walks its list.
+Result read(const std::vector<Source>& sources, Model start = {});
+
+}  // namespace Config

@@ -1,0 +1,39 @@
+#include <Blip/FastTrace.h>
+#include <Blip/Ring.h>
+#include <fmt/format.h>
+
+#include <functional>
+#include <set>
+#include <string>
+
+namespace Blip {
+
+namespace {
+std::set<std::string, std::less<>>& facilitiesOn() {
+  static auto& instance = *new std::set<std::string, std::less<>>;
+  return instance;
+}
+}  // namespace
+
+bool fastTraceOn(std::string_view facility) { return facilitiesOn().contains(facility); }
+
+void fastTraceIs(std::string_view facility, bool on) {
+  auto& facilities = facilitiesOn();
+  if (on) {
+    facilities.emplace(facility);
+  } else if (auto known = facilities.find(facility); known != facilities.end()) {
+    facilities.erase(known);
+  }
+}
+
+void fastTrace(std::string_view file, int line, std::initializer_list<std::string_view> args) {
+  fmt::memory_buffer text;
+  fmt::format_to(fmt::appender(text), "{}:{}", file, line);
+  for (std::string_view arg : args) {
+    text.push_back(' ');
+    text.append(arg);
+  }
+  ring().append(std::string_view(text.data(), text.size()));
+}
+
+}  // namespace Blip

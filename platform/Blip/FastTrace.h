@@ -1,0 +1,18 @@
+#pragma once
+
+#include <initializer_list>
+#include <string_view>
+
+namespace Blip {
+
+/// Fast traces are short marks in the ring that cost no formatting: a place and a few texts. They are
+/// switched on and off by facility name; a switch may be set before anybody uses its facility and holds for
+/// the life of the process.
+bool fastTraceOn(std::string_view facility);
+void fastTraceIs(std::string_view facility, bool on);
+
+/// Writes one record to ring(): the line "FILE:LINE" and the arguments, parted by blanks. The texts are
+/// copied. Whoever calls has asked fastTraceOn().
+void fastTrace(std::string_view file, int line, std::initializer_list<std::string_view> args = {});
+
+}  // namespace Blip

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <Kelp/Node.h>
+#include <Kiv/Clock.h>
+#include <Kiv/Task.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <unordered_map>
+#include <utility>
+
+namespace Kiv {
+
+/// Runs tasks between the other work of one event loop. The loop calls turnBegin() at the top of each of its
+/// turns and runTurn() when its other work is done; it may sleep for timeUntilDue().
+///
+/// A turn runs what was due when runTurn() was called, each task at most once, the higher priority first and
+/// the longer queued first among equals, and stops early when the turn's budget is used up. What is asked for
+/// during a turn waits for the next one, so that a task that schedules itself goes behind all others of its
+/// priority and a turn always ends.
+///
+/// Delays are counted on one clock and slices and turns measured on another, which may be the same: a replay
+/// takes delays from its capture and slices from real time. With ManualClocks every order is repeatable.
+/// Clocks are not owned. Held by its tasks; make it with MemSlab::make. One thread.
+class TaskScheduler final : public Kelp::Node {
+ public:
+  static constexpr Kelp::Duration defaultSlice{0.001};
+  static constexpr Kelp::Duration defaultTurnBudget{0.002};
+
+  explicit TaskScheduler(const Clock& clock = steadyClock());
+  ~TaskScheduler() override;
+
+  /// The task of that name, made when there is none; one that exists takes on the priority (and then queues
+  /// behind the tasks of that priority).
+  Kelp::Ptr<TimerTask> taskIs(int priority, const Kelp::String& name);
+
+  /// Replaces the clock of delays; pending delays keep what is left of them.
+  void clockIs(const Clock& clock);
+  /// Replaces the clock of slices and turns; the current turn starts over.
+  void sliceClockIs(const Clock& clock);
+  /// How long a task may run before taskShouldYield() says so.
+  void sliceIs(Kelp::Duration slice) { slice_ = slice; }
+  /// For how long from its first task on a turn may begin further ones.
+  void turnBudgetIs(Kelp::Duration budget) { turnBudget_ = budget; }
+
+  /// Starts a turn of the loop, which lasts until the next one starts.
+  void turnBegin();
+  /// Runs the due tasks; starts a turn unless turnBegin() has since the last run. Returns how many ran. Not
+  /// to be called from within a task.
+  size_t runTurn();
+  /// The same for the first due task only; false when there is none.
+  bool runOne() { return run(1, false) != 0; }
+
+  /// Until the next run is due on the clock of delays: zero when one is due already, nothing when none is
+  /// asked for.
+  std::optional<Kelp::Duration> timeUntilDue() const;
+  const Task* runningTask() const { return running_; }
+
+ private:
+  friend class Task;
+  // Higher priority first, then in the order of queueing.
+  struct ReadyKey {
+    int priority;
+    uint64_t order;
+    bool operator<(const ReadyKey& other) const {
+      return priority != other.priority ? priority > other.priority : order < other.order;
+    }
+  };
+  using DelayedKey = std::pair<Kelp::Duration, uint64_t>;
+
+  void enqueue(Task& task);
+  void enqueueDelayed(Task& task, Kelp::Duration due);
+  void dequeue(Task& task);
+  void forget(Task& task);
+  bool sliceUsedUp(const Task& task) const;
+  void takeDue();
+  Task* nextBefore(uint64_t order) const;
+  size_t run(size_t limit, bool budgeted);
+
+  const Clock* clock_;
+  const Clock* sliceClock_;
+  Kelp::Duration slice_ = defaultSlice;
+  Kelp::Duration turnBudget_ = defaultTurnBudget;
+
+  std::unordered_map<Kelp::String, TimerTask*> byName_;
+  std::map<ReadyKey, Task*> ready_;
+  std::map<DelayedKey, Task*> delayed_;
+  uint64_t nextOrder_ = 0;
+
+  Task* running_ = nullptr;
+  Kelp::Duration runStart_;
+  Kelp::Duration turnStart_;
+  bool turnBegun_ = false;
+};
+
+/// The process-wide default scheduler.
+class TaskSchedulerRoot {
+ public:
+  /// Makes it when there is none. It lives as long as somebody holds it; the program's event loop does.
+  static Kelp::Ptr<TaskScheduler> findOrCreateScheduler();
+};
+
+/// Debugging: while on, every taskShouldYield() is true. Initially on when the environment has
+/// VELO_ALWAYS_YIELD=1.
+bool alwaysYield();
+void alwaysYieldIs(bool on);
+
+}  // namespace Kiv

@@ -1,0 +1,22 @@
+#include <Nimnet/Pkt.h>
+
+#include <Kelp/Assert.h>
+
+#include <algorithm>
+
+namespace Nimnet {
+
+void Pkt::assign(std::span<const uint8_t> captured, uint32_t wireLength, double time) {
+  frame_.assign(captured.begin(), captured.end());
+  wireLength_ = std::max(wireLength, size());
+  time_ = time;
+  frontOffset_ = 0;
+  vlanId_ = 0;
+}
+
+void Pkt::frontOffsetIs(uint32_t offset) {
+  KELP_ASSERT(offset <= size(), "The front of a packet cannot be beyond its end");
+  frontOffset_ = offset;
+}
+
+}  // namespace Nimnet

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <Kelp/Node.h>
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Nimnet {
+
+/// One frame and what was recorded with it. Made once and filled again for every frame: assign() allocates
+/// only for a frame larger than any before, so pointers into frame() last until the next assign(). The agent
+/// owns the frame, its time and its trace id; the parser sets vlanId and the front offset.
+class Pkt : public Kelp::Node {
+ public:
+  Pkt() = default;
+
+  /// Takes a copy of `captured` (may be empty) as the frame, from its Ethernet header on and without a frame
+  /// check sequence. `wireLength`: octets the frame had on the wire; less than was captured is read as what
+  /// was captured. `time`: seconds since the epoch. The front offset and the VLAN id become 0; the trace id
+  /// stays.
+  void assign(std::span<const uint8_t> captured, uint32_t wireLength, double time);
+  /// The same with a size in octets.
+  void assign(const uint8_t* captured, uint32_t capturedLength, uint32_t wireLength, double time) {
+    assign({captured, capturedLength}, wireLength, time);
+  }
+
+  void frontOffsetIs(uint32_t offset);
+  void vlanIdIs(uint16_t id) { vlanId_ = id; }
+  void traceIdIs(uint64_t id) { traceId_ = id; }
+
+  /// What was captured.
+  std::span<const uint8_t> frame() const { return frame_; }
+  uint32_t size() const { return static_cast<uint32_t>(frame_.size()); }
+  /// Octets on the wire, never less than size().
+  uint32_t wireLength() const { return wireLength_; }
+  /// Seconds since the epoch.
+  double time() const { return time_; }
+  /// Where the header begins that the packet is at: 0 is the Ethernet header. Never beyond size().
+  uint32_t frontOffset() const { return frontOffset_; }
+  const uint8_t* data() const { return frame_.data() + frontOffset_; }
+  /// The id of the outer VLAN tag, 0 to 4095: 0 is untagged or priority-tagged (IEEE 802.1Q, 9.6).
+  uint16_t vlanId() const { return vlanId_; }
+  /// The number that traces name this packet by.
+  uint64_t traceId() const { return traceId_; }
+
+ private:
+  std::vector<uint8_t> frame_;
+  uint32_t wireLength_ = 0;
+  uint32_t frontOffset_ = 0;
+  double time_ = 0;
+  uint64_t traceId_ = 0;
+  uint16_t vlanId_ = 0;
+};
+
+}  // namespace Nimnet

@@ -1,0 +1,93 @@
+#include <Kelp/Assert.h>
+#include <MemSlab/Slab.h>
+#include <Plugin/Loader.h>
+#include <Zeb/TypeModule.h>
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+namespace Plugin::Impl {
+
+namespace {
+
+/// The names of the reflected types of a library that have live objects, with their numbers.
+std::string liveObjectsOf(void* library) {
+  std::set<std::string> types;
+  for (const Zeb::TypeModule* module : Zeb::typeModules()) {
+    Dl_info info;
+    if (!dladdr(module, &info)) continue;
+    void* home = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+    if (home) dlclose(home);
+    if (home != library) continue;
+    for (const Zeb::TypeEntry& entry : module->entries()) types.emplace(entry.data->name());
+  }
+  std::string live;
+  MemSlab::forEachSlab([&](const MemSlab::Slab& slab) {
+    if (slab.liveCount() == 0 || !types.contains(slab.name())) return;
+    live += fmt::format("{}{} {}", live.empty() ? "" : ", ", slab.liveCount(), slab.name());
+  });
+  return live;
+}
+
+}  // namespace
+
+void LoaderImpl::registerPlugin(std::string_view name, std::string_view kind, std::string_view shortName,
+                                std::string_view options, std::string_view version, InitCaller* caller) {
+  plugins_.push_back({std::string(name), std::string(kind), std::string(shortName), std::string(options),
+                      std::string(version), caller, nullptr, {}});
+}
+
+void LoaderImpl::unregisterPlugin(const InitCaller* caller) {
+  std::erase_if(plugins_, [caller](const Registration& plugin) { return plugin.initCaller == caller; });
+}
+
+std::optional<std::string> LoaderImpl::load(const std::string& path) {
+  std::error_code error;
+  const std::string full = std::filesystem::absolute(path, error).string();
+  if (!std::filesystem::exists(full, error)) return fmt::format("{}: there is no such file", path);
+  if (!std::filesystem::is_regular_file(full, error)) return fmt::format("{}: not a plugin: not a file", path);
+
+  const size_t before = plugins_.size();
+  void* library = dlopen(full.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!library) return fmt::format("{}: not a plugin: {}", path, dlerror());
+  if (plugins_.size() == before) {
+    const bool again = std::any_of(plugins_.begin(), plugins_.end(),
+                                   [library](const Registration& plugin) { return plugin.library == library; });
+    dlclose(library);
+    return again ? fmt::format("{}: the plugin is loaded already", path)
+                 : fmt::format("{}: not a plugin: it registers none", path);
+  }
+  for (size_t i = before; i < plugins_.size(); ++i) {
+    plugins_[i].library = library;
+    plugins_[i].path = path;
+    if (plugins_[i].interfaceVersion == interfaceVersion) continue;
+    std::string refusal = fmt::format("{}: {} was built against interface version {}, this agent has {}", path,
+                                      plugins_[i].name, plugins_[i].interfaceVersion, interfaceVersion);
+    dlclose(library);
+    return refusal;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> LoaderImpl::unload(std::string_view name) {
+  auto at = std::find_if(plugins_.begin(), plugins_.end(),
+                         [name](const Registration& plugin) { return plugin.name == name; });
+  if (at == plugins_.end()) return fmt::format("no plugin {} is loaded", name);
+  if (!at->library) return fmt::format("{} is part of the program and cannot be unloaded", name);
+  void* library = at->library;
+  if (std::string live = liveObjectsOf(library); !live.empty()) {
+    return fmt::format("{} is still in use and stays loaded: {}", at->path, live);
+  }
+  const std::string path = at->path;
+  dlclose(library);
+  if (void* still = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD)) {
+    dlclose(still);
+    return fmt::format("{} could not be closed", path);
+  }
+  return std::nullopt;
+}
+
+}  // namespace Plugin::Impl

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Plugin {
+
+/// Raised by one with every change of what a plugin and the agent share in memory. It is compiled into both.
+constexpr std::string_view interfaceVersion = "1";
+
+/// Whoever wants to be called with the agent's context once there is one: a plugin's instance.
+template <class Context>
+class PluginInitCaller {
+ public:
+  virtual ~PluginInitCaller() = default;
+  virtual void init(Context* context) = 0;
+};
+
+namespace Impl {
+
+/// Opens plugin libraries and keeps account of the plugins that they register. One loader a kind of plugin, on
+/// the agent's main thread.
+class LoaderImpl {
+ public:
+  class InitCaller {
+   public:
+    virtual ~InitCaller() = default;
+  };
+  struct Registration {
+    std::string name;
+    std::string kind;
+    std::string shortName;
+    std::string options;
+    std::string interfaceVersion;
+    InitCaller* initCaller;
+    void* library;  ///< null for a plugin that is linked into the program
+    std::string path;
+  };
+
+  explicit LoaderImpl(std::string kind) : kind_(std::move(kind)) {}
+  LoaderImpl(const LoaderImpl&) = delete;
+  LoaderImpl& operator=(const LoaderImpl&) = delete;
+
+  const std::string& kind() const { return kind_; }
+  const std::vector<Registration>& plugins() const { return plugins_; }
+
+  /// Called by a library while it is being opened. `options` is kept and has no use yet.
+  void registerPlugin(std::string_view name, std::string_view kind, std::string_view shortName,
+                      std::string_view options, std::string_view version, InitCaller* caller);
+  /// Called by a library while it is being closed.
+  void unregisterPlugin(const InitCaller* caller);
+
+  /// Opens a library and takes up the plugins that it registers; does not initialise them. When that fails,
+  /// returns a sentence that says why, with the path, and nothing has changed.
+  std::optional<std::string> load(const std::string& path);
+
+  /// Closes the library of a plugin. The agent has let go of all it got from the plugin; when objects of the
+  /// library's types are still alive the library is left open and the sentence returned says which.
+  std::optional<std::string> unload(std::string_view name);
+
+ private:
+  const std::string kind_;
+  std::vector<Registration> plugins_;
+};
+
+}  // namespace Impl
+
+/// A loader for plugins that are initialised with a Context.
+template <class Context>
+class Loader : public Impl::LoaderImpl {
+ public:
+  using LoaderImpl::LoaderImpl;
+
+  /// Calls one instance's init; refers to the loader and the instance.
+  class LoaderInitCallerWithContext : public InitCaller {
+   public:
+    LoaderInitCallerWithContext(Loader& loader, PluginInitCaller<Context>& instance)
+        : loader_(loader), instance_(instance) {}
+    void call(Context* context) { instance_.init(context); }
+    Loader& loader() const { return loader_; }
+
+   private:
+    Loader& loader_;
+    PluginInitCaller<Context>& instance_;
+  };
+
+  /// Puts a caller on the front of the list. The list does not own it.
+  void initCallerIs(LoaderInitCallerWithContext& caller) { initCallers_.push_front(&caller); }
+  void initCallerDel(LoaderInitCallerWithContext& caller) { initCallers_.remove(&caller); }
+
+  /// Initialises every registered plugin, the latest first.
+  void callInit(Context* context) {
+    const auto callers = initCallers_;
+    for (LoaderInitCallerWithContext* caller : callers) caller->call(context);
+  }
+  /// Initialises the plugins of one name.
+  void callInit(Context* context, std::string_view name) {
+    for (const Registration& plugin : std::vector(plugins())) {
+      if (plugin.name == name) static_cast<LoaderInitCallerWithContext*>(plugin.initCaller)->call(context);
+    }
+  }
+
+ private:
+  std::list<LoaderInitCallerWithContext*> initCallers_;
+};
+
+/// Base of a plugin library's one global instance: registers itself with a loader for as long as it lives.
+template <class Context>
+class PluginBase : public PluginInitCaller<Context> {
+ public:
+  PluginBase(const PluginBase&) = delete;
+  PluginBase& operator=(const PluginBase&) = delete;
+  ~PluginBase() override {
+    loader_.unregisterPlugin(&caller_);
+    loader_.initCallerDel(caller_);
+  }
+
+ protected:
+  PluginBase(Loader<Context>& loader, std::string_view name, std::string_view shortName)
+      : loader_(loader), caller_(loader, *this) {
+    loader_.initCallerIs(caller_);
+    loader_.registerPlugin(name, loader_.kind(), shortName, "", interfaceVersion, &caller_);
+  }
+
+ private:
+  Loader<Context>& loader_;
+  typename Loader<Context>::LoaderInitCallerWithContext caller_;
+};
+
+}  // namespace Plugin

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <Kiv/TaskScheduler.h>
+#include <Zeb/Entity.h>
+
+namespace Rix {
+
+/// How a state machine is to be run.
+struct SmControl {
+  enum Mode : uint8_t { synchronous = 1, asynchronous = 2, machineDefault = 3 };
+
+  Kelp::Ptr<Kiv::TaskScheduler> scheduler;  ///< null: the machine finds or creates one
+  int priority = 0;                 ///< of the machine's tasks
+  Kelp::String name;
+  uint8_t mode = machineDefault;
+  bool traceAll = false;            ///< for machines that thin out their traces
+};
+
+namespace Gen {
+
+/// A reference-counted reactor: follows at most one entity while its notification is on, holding it. A
+/// reactor keeps itself alive while it handles a change, so a handler may let go of it. One that is done is
+/// silent from then on and waits for the sweep (zebDoZombieReactors), so that whoever is still on the stack
+/// below finds it whole.
+class InReactor : public Kelp::Node, private Zeb::Notifiee {
+ public:
+  /// Switches change notification on (the watched entity's publisher has this reactor as a subscriber) or off.
+  virtual void hasNotificationActiveIs(bool on);
+  bool hasNotificationActive() const { return nodeFlag(Kelp::nodeNotifying); }
+
+  /// No change is handled any more; the object stays until the next sweep.
+  void doneIs();
+  bool done() const { return done_; }
+
+ protected:
+  explicit InReactor(Kelp::Ptr<const Zeb::Entity> watched) : watched_(std::move(watched)) {}
+  ~InReactor() override = default;
+
+  const Kelp::Ptr<const Zeb::Entity>& watchedEntity() const { return watched_; }
+  /// A change of the watched entity.
+  virtual void enDispatch(const Zeb::Change& change) = 0;
+
+ private:
+  void handleChange(const Zeb::Change& change) final;
+
+  Kelp::Ptr<const Zeb::Entity> watched_;
+  bool done_ = false;
+};
+
+/// Lets go of the reactors that are done. Call it where no reactor is on the stack. Returns their number.
+size_t zebDoZombieReactors();
+
+/// A reactor that is part of a machine: initialised once, after construction, by whoever creates it.
+class InputStateMachine : public InReactor {
+ public:
+  /// Runs the first scan; call once, when the object is complete and referenced.
+  void initialize() {
+    if (initialized_) return;
+    initialized_ = true;
+    doInputScan();
+  }
+
+ protected:
+  using InReactor::InReactor;
+  virtual void doInputScan() = 0;
+
+ private:
+  bool initialized_ = false;
+};
+
+}  // namespace Gen
+}  // namespace Rix

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <Nimnet/IntfId.h>
+#include <Nimnet/Pkt.h>
+#include <Velo/NamedCounters.h>
+#include <Velo/ParsedPacket.h>
+
+namespace Velo {
+
+class PacketContext;
+
+/// The port-channels of a packet: the one whose member received it and the one through whose member it is
+/// sent; either may be the empty id.
+class LagPacketInfo : public Kelp::Node {
+ public:
+  Nimnet::IntfId ingressPortChannel;
+  Nimnet::IntfId egressPortChannel;
+
+  /// The information of a packet that has to do with a port-channel, else null.
+  static Kelp::Ptr<LagPacketInfo> extractInfo(const Kelp::Ptr<PacketContext>& ctx);
+};
+
+/// Marks a packet as a copy made for a mirror session.
+class MirroringPacketInfo : public Kelp::Node {
+ public:
+  Kelp::String session;
+
+  /// The information of a mirrored copy; null for every other packet.
+  static Kelp::Ptr<MirroringPacketInfo> extractInfo(const Kelp::Ptr<PacketContext>& ctx);
+};
+
+/// Everything that goes along with one packet on its way. The agent makes a few and fills them again for every
+/// packet: pkt()->assign(...), then begin(). Steps hold a context for the duration of a call only.
+class PacketContext : public Kelp::Node {
+ public:
+  explicit PacketContext(Kelp::Ptr<VeloNamedCounters> namedCounters);
+  ~PacketContext() override;
+
+  /// Starts over with the frame that pkt() holds now: first parse stage done, no port-channel, no mirroring.
+  void begin(const Nimnet::IntfId& ingressIntf);
+
+  const Kelp::Ptr<Nimnet::Pkt>& pkt() const { return pkt_; }
+  ParsedPacket& parsedPacket() { return parsedPacket_; }
+  const ParsedPacket& parsedPacket() const { return parsedPacket_; }
+  VeloNamedCounters& namedCounters() const { return *namedCounters_; }
+  /// The port that received the packet.
+  const Nimnet::IntfId& ingressIntf() const { return ingressIntf_; }
+  uint64_t traceId() const { return pkt_->traceId(); }
+
+  void ingressPortChannelIs(const Nimnet::IntfId& portChannel);
+  void egressPortChannelIs(const Nimnet::IntfId& portChannel);
+  void mirroringSessionIs(const Kelp::String& session);
+
+ private:
+  friend class LagPacketInfo;
+  friend class MirroringPacketInfo;
+
+  const Kelp::Ptr<Nimnet::Pkt> pkt_;
+  const Kelp::Ptr<VeloNamedCounters> namedCounters_;
+  ParsedPacket parsedPacket_;
+  Nimnet::IntfId ingressIntf_;
+  // Made once with the context; valid while the flag beside them says so.
+  const Kelp::Ptr<LagPacketInfo> lagInfo_;
+  const Kelp::Ptr<MirroringPacketInfo> mirroringInfo_;
+  bool hasLagInfo_ = false;
+  bool hasMirroringInfo_ = false;
+};
+
+/// A packet that is about to be sent, with the port it leaves by. Reused like the PacketContext it holds.
+class OutputPipelineContext : public Kelp::Node {
+ public:
+  explicit OutputPipelineContext(Kelp::Ptr<PacketContext> packetContext) : packetContext_(std::move(packetContext)) {}
+
+  const Kelp::Ptr<PacketContext>& packetContext() const { return packetContext_; }
+  const Nimnet::IntfId& egressIntf() const { return egressIntf_; }
+  void egressIntfIs(const Nimnet::IntfId& intf) { egressIntf_ = intf; }
+
+ private:
+  const Kelp::Ptr<PacketContext> packetContext_;
+  Nimnet::IntfId egressIntf_;
+};
+
+}  // namespace Velo

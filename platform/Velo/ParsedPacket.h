@@ -1,0 +1,125 @@
+#pragma once
+
+#include <Nimnet/EthHdr.h>
+#include <Nimnet/Ip6Hdr.h>
+#include <Nimnet/IpHdr.h>
+#include <Nimnet/L4Hdr.h>
+#include <Nimnet/Pkt.h>
+#include <Velo/ParseFault.h>
+
+#include <cstdint>
+#include <string_view>
+
+namespace Velo {
+
+/// The Ethernet stage of a parse.
+class ParsedEthPacket {
+ public:
+  /// Null when the frame is shorter than an Ethernet header.
+  const Nimnet::EthHdr* ethHdr() const { return ethHdr_; }
+  /// The type or length field behind the tags; behind a length the SNAP type, where LLC and SNAP with the
+  /// organisation code 00-00-00 are there (RFC 1042). 0 without an Ethernet header.
+  uint16_t typeOrLen() const { return typeOrLen_; }
+
+ private:
+  friend class ParsedPacket;
+  const Nimnet::EthHdr* ethHdr_ = nullptr;
+  uint16_t typeOrLen_ = 0;
+};
+
+/// The IP header of a packet, either kind.
+class ParsedIpHdr {
+ public:
+  /// Exactly "Ipv4" or "Ipv6".
+  std::string_view protocolName() const { return ipHdr_ ? "Ipv4" : "Ipv6"; }
+  /// Null of IPv6.
+  const Nimnet::IpHdr* ipHdr() const { return ipHdr_; }
+  /// Null of IPv4.
+  const Nimnet::Ip6Hdr* ip6Hdr() const { return ipHdr_ ? nullptr : &ip6Hdr_; }
+
+ private:
+  friend class ParsedPacket;
+  const Nimnet::IpHdr* ipHdr_ = nullptr;
+  Nimnet::Ip6Hdr ip6Hdr_;
+};
+
+/// The header behind IP: at most one is there. Non-first fragments have none, nor has ICMP inside IPv6,
+/// ICMPv6 inside IPv4, or a header of which less than its fixed size lies within the packet and the capture.
+class ParsedL4 {
+ public:
+  const Nimnet::TcpHdr* tcp() const { return tcp_; }
+  const Nimnet::UdpHdr* udp() const { return udp_; }
+  const Nimnet::IcmpHdr* icmp() const { return icmp_; }
+  const Nimnet::Icmp6Hdr* icmp6() const { return icmp6_; }
+  const Nimnet::SctpHdr* sctp() const { return sctp_; }
+
+ private:
+  friend class ParsedPacket;
+  const Nimnet::TcpHdr* tcp_ = nullptr;
+  const Nimnet::UdpHdr* udp_ = nullptr;
+  const Nimnet::IcmpHdr* icmp_ = nullptr;
+  const Nimnet::Icmp6Hdr* icmp6_ = nullptr;
+  const Nimnet::SctpHdr* sctp_ = nullptr;
+};
+
+/// What a frame says, read in two stages: reset() reads Ethernet and its tags, maybeDoFullParse() the rest,
+/// once. Part of a packet context and used again for the next frame; owns nothing, allocates nothing. Every
+/// header it shows lies in the frame of the packet and is valid until that is assigned anew.
+///
+/// IP is what follows the type 0x0800 or 0x86dd, behind up to two tags, of Ethernet II and of SNAP alike.
+/// Behind MPLS and every other type nothing is read, nor are tags behind SNAP: there is no IP header then.
+///
+/// A malformed frame shows what could be parsed: fault() says what ended the parse, and headers before that
+/// place are there. An IP header of the right version whose fixed octets are there is shown whatever its
+/// lengths say.
+class ParsedPacket {
+ public:
+  /// Tags that are read; one more makes the frame malformed.
+  static constexpr uint32_t maxTags = 2;
+  /// IPv6 extension headers that are read.
+  static constexpr uint32_t maxIp6Headers = 8;
+
+  /// Begins with the next frame. `pkt` outlives its use here; its VLAN id is set and its front offset is 0.
+  void reset(Nimnet::Pkt* pkt);
+
+  /// Reads what reset() left; a second call does nothing. With an IP header the front offset of the packet is
+  /// at that header afterwards, otherwise it stays where it was.
+  void maybeDoFullParse() {
+    if (!fullyParsed_) doFullParse();
+  }
+
+  const ParsedEthPacket* ethPacket() const { return &eth_; }
+  uint16_t typeOrLen() const { return eth_.typeOrLen_; }
+
+  // Of the full parse: null and empty before it.
+  const ParsedIpHdr* ipHdr() const { return hasIp_ ? &ip_ : nullptr; }
+  const ParsedL4& l4() const { return l4_; }
+
+  /// Of the stages so far: of the whole frame after maybeDoFullParse().
+  ParseFault fault() const { return fault_; }
+
+ private:
+  void readEthernet();
+  void doFullParse();
+  void readIp();
+  void readIp6();
+  void readL4(uint8_t protocol, uint32_t at, uint32_t declaredEnd);
+  template <class Hdr>
+  const Hdr* readL4Hdr(uint32_t at, uint32_t declaredEnd, ParseFault whenCut);
+  void faultIs(ParseFault fault) {
+    if (fault_ == ParseFault::none) fault_ = fault;
+  }
+
+  Nimnet::Pkt* pkt_ = nullptr;
+  ParsedEthPacket eth_;
+  ParsedIpHdr ip_;
+  ParsedL4 l4_;
+  uint32_t l3At_ = 0;   ///< where the header behind Ethernet begins
+  uint32_t l3End_ = 0;  ///< where the frame ends for it: on the wire and by the 802.3 length; may be beyond
+                        ///< what was captured
+  ParseFault fault_ = ParseFault::none;
+  bool hasIp_ = false;
+  bool fullyParsed_ = true;
+};
+
+}  // namespace Velo

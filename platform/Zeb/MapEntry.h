@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+namespace Zeb {
+
+/// One element of a map. It is counted, so that an iterator can stand on an element that has been taken out;
+/// such an element is stale: its key and value can still be read, but the map no longer has it.
+template <class K, class V>
+struct MapEntry {
+  MapEntry(const K& k, V v) : key(k), value(std::move(v)) {}
+
+  const K key;
+  V value;
+  MapEntry* next = nullptr;  // of the hash chain; for the map's use
+  uint32_t hash = 0;
+  uint32_t users = 1;
+  bool stale = false;
+};
+
+/// A counted reference to a map element.
+template <class Entry>
+class MapEntryRef {
+ public:
+  MapEntryRef() = default;
+  explicit MapEntryRef(Entry* entry) : entry_(entry) {
+    if (entry_) ++entry_->users;
+  }
+  MapEntryRef(const MapEntryRef& other) : MapEntryRef(other.entry_) {}
+  MapEntryRef(MapEntryRef&& other) noexcept : entry_(std::exchange(other.entry_, nullptr)) {}
+  MapEntryRef& operator=(MapEntryRef other) noexcept {
+    std::swap(entry_, other.entry_);
+    return *this;
+  }
+  ~MapEntryRef() { drop(entry_); }
+
+  static void drop(Entry* entry) {
+    if (entry && --entry->users == 0) delete entry;
+  }
+  Entry* get() const { return entry_; }
+
+ private:
+  Entry* entry_ = nullptr;
+};
+
+/// Walks a map in its own order and survives every change to it, the removal of the current element included:
+/// elements that were there all along are met once each, whatever is put in or taken out between the steps.
+/// The map itself must outlive the iterator.
+template <class Map>
+class MapIterator {
+ public:
+  using Entry = typename Map::Entry;
+  struct End {};
+
+  MapIterator() = default;
+  MapIterator(const Map* map, Entry* at) : map_(map), at_(at) {}
+
+  explicit operator bool() const { return at_.get() != nullptr; }
+  const auto& key() const { return at_.get()->key; }
+  const auto& value() const { return std::as_const(at_.get()->value); }
+  /// True when the current element has been taken out since the iterator reached it.
+  bool stale() const { return at_.get()->stale; }
+  void next() { at_ = MapEntryRef<Entry>(map_->entryAfter(at_.get())); }
+
+  std::pair<const typename Map::Key&, const typename Map::Value&> operator*() const { return {key(), value()}; }
+  MapIterator& operator++() {
+    next();
+    return *this;
+  }
+  bool operator==(End) const { return at_.get() == nullptr; }
+
+ private:
+  const Map* map_ = nullptr;
+  MapEntryRef<Entry> at_;
+};
+
+/// What a write did to a map.
+enum class MapWrite { unchanged, inserted, replaced };
+
+/// Counts the changes of a collection, 23 bits wide; it wraps.
+class MapVersion {
+ public:
+  uint32_t value() const { return value_; }
+  void advance() { value_ = (value_ + 1) & 0x7fffff; }
+
+ private:
+  uint32_t value_ = 0;
+};
+
+}  // namespace Zeb

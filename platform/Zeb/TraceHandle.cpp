@@ -1,0 +1,102 @@
+#include <Plog/Plog.h>
+#include <Zeb/System.h>
+#include <Zeb/TraceHandle.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace Zeb {
+
+namespace {
+
+using Impl::TraceFacility;
+
+// A facility is here while it has handles or is on. The records and their names are this library's own, so
+// that no closed plugin is pointed into. Never destroyed: globals with handles go in any order.
+using Facilities = std::map<std::string, std::unique_ptr<TraceFacility>, std::less<>>;
+
+Facilities& facilities() {
+  static Facilities& instance = *new Facilities;
+  return instance;
+}
+
+TraceFacility& facilityOf(std::string_view name) {
+  auto known = facilities().find(name);
+  if (known == facilities().end()) {
+    known = facilities().emplace(name, std::make_unique<TraceFacility>(name)).first;
+  }
+  return *known->second;
+}
+
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view blanks = " \t\n\r";
+  const size_t first = text.find_first_not_of(blanks);
+  if (first == text.npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+struct Element {
+  std::string_view name;
+  int level = 0;
+  std::string error;
+};
+
+Element parsed(std::string_view text) {
+  const size_t slash = text.find('/');
+  const auto wrong = [&](const char* why) {
+    return Element{{}, 0, fmt::format("trace facility \"{}\": {}", text, why)};
+  };
+  if (text.empty()) return wrong("empty; NAME/LEVEL expected");
+  if (slash == text.npos) return wrong("no level; NAME/LEVEL expected");
+  if (slash == 0) return wrong("no name; NAME/LEVEL expected");
+  const std::string_view level = text.substr(slash + 1);
+  if (level.size() != 1 || level[0] < '0' || level[0] > '9') return wrong("the level is not one of 0 to 9");
+  return Element{text.substr(0, slash), level[0] - '0', {}};
+}
+
+}  // namespace
+
+TraceHandle::TraceHandle(std::string_view name, std::string_view source)
+    : facility_(&facilityOf(name)), source_(source) {
+  ++facility_->handles;
+}
+
+TraceHandle::~TraceHandle() {
+  if (--facility_->handles == 0 && !on(lowestLevel)) facilities().erase(facility_->name);
+}
+
+void TraceHandle::format(int level, std::string_view function, int line, fmt::string_view text,
+                         fmt::format_args args) const {
+  const std::string formatted = fmt::vformat(text, args);
+  Plog::write({.time = System::currentTime(),
+               .facility = name(),
+               .level = level,
+               .function = function,
+               .file = source_,
+               .line = line,
+               .text = formatted});
+}
+
+std::optional<std::string> TraceHandle::enable(std::string_view spec) {
+  if (trimmed(spec).empty()) return std::nullopt;
+  std::vector<Element> elements;
+  for (bool more = true; more;) {
+    const size_t comma = spec.find(',');
+    elements.push_back(parsed(trimmed(spec.substr(0, comma))));
+    if (!elements.back().error.empty()) return std::move(elements.back().error);
+    more = comma != spec.npos;
+    if (more) spec.remove_prefix(comma + 1);
+  }
+  for (const Element& element : elements) facilityOf(element.name).enabledLevel = element.level;
+  return std::nullopt;
+}
+
+void TraceHandle::disableAll() {
+  for (auto& [name, facility] : facilities()) facility->enabledLevel = -1;
+  std::erase_if(facilities(), [](const auto& known) { return known.second->handles == 0; });
+}
+
+}  // namespace Zeb

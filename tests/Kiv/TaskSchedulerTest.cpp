@@ -1,0 +1,347 @@
+#include "SchedulerFixture.h"
+
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+namespace {
+
+class TaskSchedulerTest : public SchedulerFixture {};
+using TaskSchedulerDeathTest = TaskSchedulerTest;
+
+TEST_F(TaskSchedulerTest, HigherPrioritiesGoFirstAndEqualOnesInOrder) {
+  auto low = task("l", -1);
+  auto a = task("a", 5);
+  auto b = task("b", 5);
+  auto top = task("t", 100);
+  for (auto& t : {low, b, top, a}) t->scheduleTask();
+  EXPECT_EQ(turn(), "tbal");
+}
+
+TEST_F(TaskSchedulerTest, TasksThatScheduleThemselvesTakeTurns) {
+  TaskPtr a, b, c;
+  a = task("a", 0, [&] { a->scheduleTask(); });
+  b = task("b", 0, [&] { b->scheduleTask(); });
+  c = task("c", 0, [&] { c->scheduleTask(); });
+  for (auto& t : {a, b, c}) t->scheduleTask();
+  for (int i = 0; i < 7; ++i) EXPECT_TRUE(scheduler_->runOne());
+  EXPECT_EQ(ran(), "abcabca");
+}
+
+TEST_F(TaskSchedulerTest, ATurnRunsEachTaskOnceSoThatEveryoneInItGetsARun) {
+  TaskPtr high;
+  high = task("h", 9, [&] { high->scheduleTask(); });
+  auto low = task("l", 1);
+  high->scheduleTask();
+  low->scheduleTask();
+  EXPECT_EQ(turn(), "hl") << "the turn ends, and the lower priority had its run";
+  EXPECT_EQ(turn(), "h");
+}
+
+TEST_F(TaskSchedulerTest, WhatATurnAsksForWaitsForTheNext) {
+  auto urgent = task("u", 9);
+  auto a = task("a", 0, [&] { urgent->scheduleTask(); });
+  auto b = task("b", 0);
+  a->scheduleTask();
+  b->scheduleTask();
+  EXPECT_EQ(turn(), "ab");
+  b->scheduleTask();
+  EXPECT_EQ(turn(), "ub");
+}
+
+TEST_F(TaskSchedulerTest, RunOneRunsTheFirstDueTaskOnly) {
+  EXPECT_FALSE(scheduler_->runOne());
+  auto a = task("a", 1);
+  auto b = task("b", 2);
+  a->scheduleTask();
+  b->scheduleTask();
+  EXPECT_TRUE(scheduler_->runOne());
+  EXPECT_EQ(ran(), "b");
+  EXPECT_TRUE(scheduler_->runOne());
+  EXPECT_EQ(ran(), "a");
+  EXPECT_FALSE(scheduler_->runOne());
+}
+
+TEST_F(TaskSchedulerTest, TheBudgetEndsATurnAndNothingIsLost) {
+  auto slow = [&] { clock_.advance(Duration(2)); };
+  auto a = task("a", 0, slow);
+  auto b = task("b", 0, slow);
+  auto c = task("c", 0, slow);
+  for (auto& t : {a, b, c}) t->scheduleTask();
+  EXPECT_EQ(turn(), "ab") << "3 seconds are used up after the second";
+  a->scheduleTask();
+  EXPECT_EQ(turn(), "ca") << "the one left over goes first";
+  scheduler_->turnBudgetIs(Duration(0));
+  b->scheduleTask();
+  c->scheduleTask();
+  EXPECT_EQ(turn(), "b") << "without any budget one task still runs";
+  EXPECT_EQ(turn(), "c");
+}
+
+TEST_F(TaskSchedulerTest, DelaysEndInTheOrderOfTheirTimes) {
+  auto a = task("a");
+  auto b = task("b");
+  auto c = task("c", 7);
+  a->scheduleTaskDelay(Duration(2));
+  b->scheduleTaskDelay(Duration(1));
+  c->scheduleTaskDelay(Duration(2));
+  EXPECT_EQ(scheduler_->timeUntilDue(), Duration(1));
+  EXPECT_EQ(turn(), "");
+  clock_.advance(Duration(0.75));
+  EXPECT_EQ(turn(), "");
+  EXPECT_EQ(scheduler_->timeUntilDue(), Duration(0.25));
+  clock_.advance(Duration(0.25));
+  EXPECT_EQ(scheduler_->timeUntilDue(), Duration(0));
+  EXPECT_EQ(turn(), "b") << "due exactly at its time";
+  clock_.advance(Duration(10));
+  EXPECT_EQ(scheduler_->timeUntilDue(), Duration(0)) << "never negative";
+  EXPECT_EQ(turn(), "ca") << "of those due together the priority decides";
+  EXPECT_FALSE(scheduler_->timeUntilDue());
+}
+
+TEST_F(TaskSchedulerTest, OfSeveralRequestsTheEarliestCounts) {
+  struct Row {
+    std::vector<double> delays;  // 0 is a plain scheduleTask()
+    double due;
+    const char* why;
+  };
+  const Row rows[] = {
+      {{1, 2}, 1, "a later delay does not put a run off"},
+      {{2, 1}, 1, "an earlier one brings it forward"},
+      {{1, 0}, 0, "a request without a delay ends the delay"},
+      {{0, 1}, 0, "a delay does not put off a run that is due"},
+      {{-1}, 0, "a time gone by is now"},
+      {{1, 1}, 1, "the same delay twice is one run"},
+  };
+  for (const Row& row : rows) {
+    auto a = task("a");
+    for (double delay : row.delays) delay == 0 ? a->scheduleTask() : a->scheduleTaskDelay(Duration(delay));
+    EXPECT_EQ(scheduler_->timeUntilDue(), Duration(row.due)) << row.why;
+    clock_.advance(Duration(row.due));
+    EXPECT_EQ(turn(), "a") << row.why;
+    clock_.advance(Duration(10));
+    EXPECT_EQ(turn(), "") << "it runs once: " << row.why;
+  }
+}
+
+TEST_F(TaskSchedulerTest, ARepeatedDelayCountsFromTheRunAndDoesNotCatchUp) {
+  TaskPtr poll;
+  poll = task("p", 0, [&] { poll->scheduleTaskDelay(Duration(1)); });
+  poll->scheduleTask();
+  EXPECT_EQ(turn(), "p");
+  clock_.advance(Duration(3600));
+  EXPECT_EQ(turn(), "p");
+  EXPECT_EQ(turn(), "") << "an hour that was skipped is one run, not 3,600";
+  EXPECT_EQ(scheduler_->timeUntilDue(), Duration(1));
+}
+
+TEST_F(TaskSchedulerTest, AnotherClockOfDelaysKeepsWhatIsLeft) {
+  auto a = task("a");
+  auto b = task("b");
+  a->scheduleTaskDelay(Duration(4));
+  b->scheduleTaskDelay(Duration(2));
+  clock_.advance(Duration(1));
+  Kiv::ManualClock capture(Duration(5));
+  scheduler_->clockIs(capture);
+  EXPECT_EQ(scheduler_->timeUntilDue(), Duration(1));
+  capture.advance(Duration(1));
+  EXPECT_EQ(turn(), "b");
+  capture.advance(Duration(2));
+  EXPECT_EQ(turn(), "a");
+  scheduler_->clockIs(clock_);
+}
+
+TEST_F(TaskSchedulerTest, WithinARunTheSliceOfThatRunCounts) {
+  std::vector<bool> asked;
+  TaskPtr a;
+  a = task("a", 0, [&] {
+    asked = {a->taskShouldYield()};
+    clock_.advance(Duration(0.5));
+    asked.push_back(a->taskShouldYield());
+    clock_.advance(Duration(0.5));
+    asked.push_back(a->taskShouldYield());
+  });
+  auto before = task("b", 1, [&] { clock_.advance(Duration(2)); });
+  const std::vector<bool> untilSliceIsUsedUp = {false, false, true};
+  for (int run = 0; run < 2; ++run) {
+    before->scheduleTask();
+    a->scheduleTask();
+    EXPECT_EQ(turn(), "ba");
+    EXPECT_EQ(asked, untilSliceIsUsedUp) << "every run has a slice of its own, whoever ran before";
+  }
+}
+
+TEST_F(TaskSchedulerTest, OutsideItsRunTheTurnOfTheLoopCounts) {
+  auto idle = task("i");
+  auto asker = task("a", 0, [&] {
+    EXPECT_FALSE(idle->taskShouldYield()) << "the turn is as old as the asker's run";
+    clock_.advance(Duration(1));
+    EXPECT_TRUE(idle->taskShouldYield()) << "another task's run is not its own";
+  });
+  scheduler_->turnBegin();
+  EXPECT_FALSE(idle->taskShouldYield());
+  clock_.advance(Duration(0.9));
+  EXPECT_FALSE(idle->taskShouldYield());
+  clock_.advance(Duration(0.1));
+  EXPECT_TRUE(idle->taskShouldYield()) << "packets and commits of this turn have used it up";
+  scheduler_->turnBegin();
+  EXPECT_FALSE(idle->taskShouldYield()) << "a new turn";
+  asker->scheduleTask();
+  EXPECT_EQ(turn(), "a");
+  EXPECT_TRUE(idle->taskShouldYield()) << "the turn lasts until the next one starts";
+  scheduler_->runTurn();
+  EXPECT_FALSE(idle->taskShouldYield()) << "runTurn() starts a turn when the loop has not";
+}
+
+TEST_F(TaskSchedulerTest, RunTurnKeepsTheTurnThatTheLoopHasStarted) {
+  auto idle = task("i");
+  scheduler_->turnBegin();
+  clock_.advance(Duration(1));
+  scheduler_->runTurn();
+  EXPECT_TRUE(idle->taskShouldYield());
+}
+
+TEST_F(TaskSchedulerTest, SlicesFollowTheirOwnClock) {
+  Kiv::ManualClock real(Duration(7));
+  scheduler_->sliceClockIs(real);
+  TaskPtr a;
+  a = task("a", 0, [&] {
+    clock_.advance(Duration(100));
+    EXPECT_FALSE(a->taskShouldYield()) << "a capture that jumps uses up no slice";
+    real.advance(Duration(1));
+    EXPECT_TRUE(a->taskShouldYield());
+  });
+  a->scheduleTask();
+  EXPECT_EQ(turn(), "a");
+  scheduler_->sliceClockIs(clock_);
+}
+
+TEST_F(TaskSchedulerTest, AlwaysYieldMakesEveryAnswerTrue) {
+  TaskPtr a;
+  a = task("a", 0, [&] { EXPECT_TRUE(a->taskShouldYield()); });
+  a->scheduleTask();
+  EXPECT_FALSE(a->taskShouldYield());
+  Kiv::alwaysYieldIs(true);
+  EXPECT_TRUE(a->taskShouldYield());
+  EXPECT_EQ(turn(), "a");
+}
+
+TEST(AlwaysYieldTest, StartsAsTheEnvironmentSays) {
+  const char* value = std::getenv("VELO_ALWAYS_YIELD");
+  EXPECT_EQ(Kiv::alwaysYield(), value && std::string(value) == "1");
+}
+
+TEST_F(TaskSchedulerTest, ATaskMayDropTheLastReferenceToItsScheduler) {
+  auto b = task("b");
+  TaskPtr a;
+  a = task("a", 0, [&] {
+    b->scheduleTask();
+    scheduler_ = nullptr;
+    b = nullptr;
+    a = nullptr;
+  });
+  a->scheduleTask();
+  b->scheduleTask();
+  scheduler_->runTurn();
+  EXPECT_EQ(ran(), "a");
+}
+
+TEST_F(TaskSchedulerDeathTest, ATurnWithinATaskIsABrokenInvariant) {
+  auto a = task("a", 0, [&] { scheduler_->runOne(); });
+  a->scheduleTask();
+  EXPECT_DEATH(scheduler_->runTurn(), "a turn was started from within a task");
+}
+
+TEST(TaskSchedulerRootTest, TheDefaultIsOneForAllAndGoesWithItsLastUser) {
+  auto first = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  EXPECT_EQ(Kiv::TaskSchedulerRoot::findOrCreateScheduler(), first);
+  auto task = first->taskIs(0, "holder");
+  first = nullptr;
+  EXPECT_EQ(Kiv::TaskSchedulerRoot::findOrCreateScheduler(), task->scheduler()) << "a task holds it";
+  task = nullptr;
+  EXPECT_EQ(MemSlab::slabOf<Kiv::TaskScheduler>().liveCount(), 0u);
+  EXPECT_TRUE(Kiv::TaskSchedulerRoot::findOrCreateScheduler());
+}
+
+/// Tasks that schedule, delay, cancel, drop and remake each other and themselves from within their runs, in
+/// an order that a seed decides.
+class Crowd {
+ public:
+  explicit Crowd(unsigned seed) : random_(seed) {}
+
+  std::string run(int turns) {
+    for (int i = 0; i < count; ++i) make(i);
+    for (int i = 0; i < turns; ++i) {
+      scheduler_->runTurn();
+      log_ += '.';
+      clock_.advance(Kelp::Duration(0.5));
+      act();
+    }
+    return log_;
+  }
+
+ private:
+  static constexpr int count = 12;
+
+  void make(int i) {
+    const int priority = static_cast<int>(random_() % 3);
+    tasks_[i] = scheduler_->taskIs(priority, std::string(1, static_cast<char>('a' + i)));
+    // A task dropped within its run goes, with the run that it had asked for, unless it is remade before the
+    // end.
+    if (tasks_[i]->taskWorkCount() == 0) asked_[i] = false;
+    tasks_[i]->taskWorkCountInc(1);
+    tasks_[i]->dispatchIs([this, i] { ran(i); });
+  }
+  void ran(int i) {
+    EXPECT_TRUE(asked_[i]) << "a run that nobody asked for";
+    asked_[i] = false;
+    log_ += static_cast<char>('a' + i);
+    for (int n = 0; n < 3; ++n) act();
+  }
+  void act() {
+    const int i = static_cast<int>(random_() % count);
+    switch (tasks_[i] ? random_() % 6 : 5) {
+      case 0:
+      case 1:
+        tasks_[i]->scheduleTask();
+        asked_[i] = true;
+        break;
+      case 2:
+        tasks_[i]->scheduleTaskDelay(Kelp::Duration(0.25 * static_cast<double>(random_() % 8)));
+        asked_[i] = true;
+        break;
+      case 3:
+        tasks_[i]->cancelTask();
+        asked_[i] = false;
+        break;
+      case 4:
+        tasks_[i] = nullptr;
+        break;
+      default:
+        make(i);
+    }
+    if (tasks_[i]) {
+      EXPECT_EQ(tasks_[i]->taskWorkQueued(), asked_[i]);
+    }
+  }
+
+  std::mt19937 random_;
+  Kiv::ManualClock clock_;
+  Kelp::Ptr<Kiv::TaskScheduler> scheduler_ = MemSlab::make<Kiv::TaskScheduler>(clock_);
+  std::string log_;
+  std::vector<Kelp::Ptr<Kiv::TimerTask>> tasks_ = std::vector<Kelp::Ptr<Kiv::TimerTask>>(count);
+  std::vector<bool> asked_ = std::vector<bool>(count);
+};
+
+TEST(TaskSchedulerCrowdTest, EveryRunWasAskedForAndEveryOrderRepeats) {
+  size_t runs = 0;
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    const std::string first = Crowd(seed).run(60);
+    EXPECT_EQ(first, Crowd(seed).run(60)) << "seed " << seed;
+    runs += first.size() - 60;
+  }
+  EXPECT_GT(runs, 10000u) << "the crowd does something";
+  EXPECT_EQ(MemSlab::slabOf<Kiv::TimerTask>().liveCount(), 0u);
+}
+
+}  // namespace
