@@ -38,7 +38,7 @@ struct Kind<IpAddr> {
   static constexpr auto plain = "an IPv4 address";
   static constexpr auto wildcard =
       "a wildcard for the address, such as 0.0.0.255 (one address is host A.B.C.D)";
-  static constexpr auto length = "a prefix length of 0 to 32 behind an IPv4 address";
+  static constexpr auto prefixForm = "a prefix length of 0 to 32 behind an IPv4 address";
   static IpAddr prefix(unsigned length) { return {static_cast<uint32_t>(highBits(length, 32))}; }
 };
 
@@ -49,7 +49,7 @@ struct Kind<Ip6Addr> {
   static constexpr auto forms = "any, host A:B::C, A:B::C/LENGTH or A:B::C WILDCARD";
   static constexpr auto plain = "an IPv6 address";
   static constexpr auto wildcard = "a wildcard for the address, such as ::ffff (one address is host A:B::C)";
-  static constexpr auto length = "a prefix length of 0 to 128 behind an IPv6 address";
+  static constexpr auto prefixForm = "a prefix length of 0 to 128 behind an IPv6 address";
   static Ip6Addr prefix(unsigned length) {
     return {highBits(std::min(length, 64u), 64), highBits(length - std::min(length, 64u), 64)};
   }
@@ -69,7 +69,7 @@ bool readPrefix(Cursor& at, size_t slash, Addr* address, Addr* mask) {
   const auto word = at.peek();
   const auto parsed = Addr::parse(word.substr(0, slash));
   const auto length = decimal(word.substr(slash + 1));
-  if (!parsed || !length || *length > Kind<Addr>::bits) return at.fail(Kind<Addr>::length);
+  if (!parsed || !length || *length > Kind<Addr>::bits) return at.fail(Kind<Addr>::prefixForm);
   at.take();
   *mask = Kind<Addr>::prefix(*length);
   *address = both(*parsed, *mask);

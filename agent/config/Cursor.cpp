@@ -136,7 +136,7 @@ bool Cursor::end() { return atEnd() || fail("the end of the line"); }
 bool Cursor::failAt(size_t position, std::string expected, std::string_view note) {
   if (position < words_.size()) {
     const auto word = words_[position];
-    problem_ = {static_cast<size_t>(word.data() - line_.data()) + 1, quoted(word), std::move(expected)};
+    problem_ = {static_cast<size_t>(word.data() - line_.data()) + 1, quote(word), std::move(expected)};
   } else {
     const size_t column =
         words_.empty() ? 1

@@ -95,7 +95,7 @@ bool Statements::checkMembers(Cursor& at, size_t first, const std::string& name,
     const auto channel = channelOf_.find(member);
     if (channel != channelOf_.end() && channel->second != name) {
       return at.failAt(first + i, "an interface that is in no other port-channel",
-                       fmt::format("that is a member of {}", quoted(channel->second)));
+                       fmt::format("that is a member of {}", quote(channel->second)));
     }
   }
   return true;
@@ -114,7 +114,7 @@ bool Statements::portChannel(Cursor& at, AclType) {
   if (!at.name("the name of a port-channel", &name) || !at.keyword("members")) return false;
   if (const auto channel = channelOf_.find(name); channel != channelOf_.end()) {
     return at.failAt(place, "the name of a port-channel",
-                     fmt::format("that is a member of {}", quoted(channel->second)));
+                     fmt::format("that is a member of {}", quote(channel->second)));
   }
   if (!readInterfaces(at, &members) || !checkMembers(at, place + 2, name, members)) return false;
   forgetMembers(name);

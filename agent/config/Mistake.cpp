@@ -15,7 +15,7 @@ std::string Mistake::str() const {
   return fmt::format("{}:{}:{}: found {}, expected {}", file, line, column, found, expected);
 }
 
-std::string quoted(std::string_view word) {
+std::string quote(std::string_view word) {
   if (word.size() <= longestQuote) return fmt::format("\"{}\"", word);
   size_t end = longestQuote;
   while (end > 0 && isContinuationByte(word[end])) --end;

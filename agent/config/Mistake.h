@@ -21,7 +21,7 @@ struct Mistake {
 };
 
 /// A word of the text between quotes, cut short when it is very long.
-std::string quoted(std::string_view word);
+std::string quote(std::string_view word);
 
 /// "a", "a or b", "a, b or c".
 std::string anyOf(const std::vector<std::string_view>& choices);

@@ -152,8 +152,8 @@ std::string reasonAgainst(std::string_view word, const Qualifier* row, AclType l
   if (const auto same = named.wordOf(row->field); same == row->word) return "a second time";
   const auto other = named.wordOf(row->field | row->excludes);
   if (other.empty()) return {};
-  const bool neverMatches = row->field == fragments || other == "fragments";
-  return fmt::format("beside {}{}", other, neverMatches ? ", which only first fragments have" : "");
+  if (row->field == fragments) return fmt::format("beside {}, which later fragments do not have", other);
+  return fmt::format("beside {}{}", other, other == "fragments" ? ", which do not have it" : "");
 }
 
 bool isPortWord(std::string_view word, uint8_t protocol) {

@@ -12,8 +12,11 @@ Task::Task(Kelp::Ptr<TaskScheduler> scheduler, int priority, Kelp::String name)
   KELP_ASSERT(scheduler_ != nullptr, "a task needs a scheduler");
 }
 
+TimerTask::TimerTask(Kelp::Ptr<TaskScheduler> scheduler, int priority, Kelp::String name)
+    : Task(std::move(scheduler), priority, std::move(name)) {}
+
 Task::~Task() {
-  scheduler_->forget(*this);
+  scheduler_->byName_.erase(name_);
   // What the callback had captured goes with it, and may ask for a task of this name or schedule this one.
   dispatch_ = nullptr;
   scheduler_->dequeue(*this);

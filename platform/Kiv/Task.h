@@ -84,8 +84,7 @@ class Task : public Kelp::Node {
 class TimerTask final : public Task {
  public:
   /// For TaskScheduler::taskIs, which keeps names unique.
-  TimerTask(Kelp::Ptr<TaskScheduler> scheduler, int priority, Kelp::String name)
-      : Task(std::move(scheduler), priority, std::move(name)) {}
+  TimerTask(Kelp::Ptr<TaskScheduler> scheduler, int priority, Kelp::String name);
 
   /// Asks for a run in the first turn that begins `delay` or more from now; zero or less is scheduleTask().
   /// Of several requests the earliest counts: nothing asked for is put off, unless cancelTask() comes first.

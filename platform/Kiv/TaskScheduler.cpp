@@ -104,11 +104,6 @@ void TaskScheduler::dequeue(Task& task) {
   }
 }
 
-void TaskScheduler::forget(Task& task) {
-  auto known = byName_.find(task.name_);
-  if (known != byName_.end() && known->second == &task) byName_.erase(known);
-}
-
 bool TaskScheduler::sliceUsedUp(const Task& task) const {
   return sliceClock_->now() - (running_ == &task ? runStart_ : turnStart_) >= slice_;
 }

@@ -73,7 +73,6 @@ class TaskScheduler final : public Kelp::Node {
   void enqueue(Task& task);
   void enqueueDelayed(Task& task, Kelp::Duration due);
   void dequeue(Task& task);
-  void forget(Task& task);
   bool sliceUsedUp(const Task& task) const;
   void takeDue();
   Task* nextBefore(uint64_t order) const;

@@ -3,7 +3,8 @@
 namespace Velo {
 
 const Kelp::Ptr<MirroringStepHelper>& MirroringStepHelper::singleton() {
-  static const Kelp::Ptr<MirroringStepHelper> helper = MemSlab::make<MirroringStepHelper>();
+  static MirroringStepHelper instance;
+  static const Kelp::Ptr<MirroringStepHelper> helper(&instance);
   return helper;
 }
 

@@ -5,6 +5,8 @@
 
 #include <functional>
 #include <string_view>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace Zeb {
@@ -28,14 +30,11 @@ template <class T, class... Args>
 TypeEntry typeEntry(Kelp::Ptr<T> (*factory)(Args...)) {
   return {&typeDataOf<T>(), [factory](std::span<const std::any> given) -> Kelp::Ptr<Kelp::Node> {
             if (given.size() != sizeof...(Args)) return nullptr;
-            size_t at = 0;
-            auto typed = std::tuple{std::any_cast<std::remove_cvref_t<Args>>(&given[at++])...};
-            return std::apply(
-                [&](auto*... value) -> Kelp::Ptr<Kelp::Node> {
-                  if (!(value && ...)) return nullptr;
-                  return factory(*value...);
-                },
-                typed);
+            return [&]<size_t... At>(std::index_sequence<At...>) -> Kelp::Ptr<Kelp::Node> {
+              const auto typed = std::tuple{std::any_cast<std::remove_cvref_t<Args>>(&given[At])...};
+              if (!(std::get<At>(typed) && ...)) return nullptr;
+              return factory(*std::get<At>(typed)...);
+            }(std::index_sequence_for<Args...>());
           }};
 }
 

@@ -19,6 +19,16 @@ TEST_F(TaskTest, ScheduledTwiceRunsOnce) {
   EXPECT_EQ(turn(), "");
 }
 
+TEST_F(TaskTest, AskingAgainKeepsThePlaceInTheQueue) {
+  auto a = task("a");
+  auto b = task("b");
+  a->scheduleTask();
+  b->scheduleTask();
+  a->scheduleTask();
+  a->scheduleTaskDelay(Duration(1));
+  EXPECT_EQ(turn(), "ab");
+}
+
 TEST_F(TaskTest, IsNotQueuedAndIsRunningWithinItsOwnRunOnly) {
   auto b = task("b");
   TaskPtr a;

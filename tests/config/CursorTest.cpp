@@ -98,7 +98,7 @@ TEST(Mistakes, QuoteLongWordsInPart) {
   const auto mistakes = readText("interface e " + std::string(1000000, 'x') + "\n").mistakes;
   ASSERT_EQ(mistakes.size(), 1u);
   EXPECT_EQ(mistakes[0].found, "\"" + std::string(60, 'x') + "...\"");
-  EXPECT_EQ(quoted(std::string(59, 'x') + "\xc3\xa9"), "\"" + std::string(59, 'x') + "...\"")
+  EXPECT_EQ(quote(std::string(59, 'x') + "\xc3\xa9"), "\"" + std::string(59, 'x') + "...\"")
       << "a character is not cut in two";
 }
 

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 /// Texts that others wrote, where they are at hand; some of their lines are not statements here.
 fs::path realTexts() {
   if (const char* place = std::getenv("VELO_CONFIG_TEXTS")) return place;
-  return fs::path(__FILE__).parent_path() / "../../../shared/data/configs";
+  return fs::path(VELO_SOURCE_DIR) / "../shared/data/configs";
 }
 
 bool saysNothing(const std::string& line) {

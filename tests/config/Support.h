@@ -22,6 +22,22 @@ inline std::string mistakesOf(std::string_view text) {
   return all;
 }
 
+/// A row of a table of mistakes.
+struct MistakeRow {
+  const char* why;
+  const char* text;
+  const char* mistake;  ///< without the first file's name
+};
+
+/// Reads each row's text below the header, and expects the mistakes that it names, and no others.
+template <size_t N>
+void expectMistakes(const char* header, const MistakeRow (&table)[N]) {
+  for (const auto& row : table) {
+    const std::string expected = std::string("t:") + row.mistake + "\n";
+    EXPECT_EQ(mistakesOf(std::string(header) + row.text + "\n"), expected) << row.why << ": " << row.text;
+  }
+}
+
 /// The model of a text that has no mistake.
 inline Model modelOf(std::string_view text, Model start = {}) {
   const auto result = readText(text, std::move(start));

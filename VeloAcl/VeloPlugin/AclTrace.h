@@ -1,0 +1,26 @@
+#pragma once
+
+#include <Kelp/String.h>
+#include <Velo/PacketContext.h>
+#include <Zeb/TraceHandle.h>
+
+#include <utility>
+
+namespace Velo::VeloAcl {
+
+/// The plugin's trace facility, "Velo::Acl".
+const Zeb::TraceHandle& aclTrace();
+/// Its name, as the facility of the plugin's drop counts.
+const Kelp::String& aclFacility();
+/// The plugin's fast-trace facility, "Acl".
+const Kelp::String& aclFastTraceFacility();
+
+/// Writes a line of the packet path: "Pkt", the packet's trace id, ": " and the text.
+template <class... Args>
+void tracePkt(const PacketContext& ctx, std::string_view function, fmt::format_string<Args...> text, Args&&... args) {
+  if (aclTrace().on(0)) [[unlikely]] {
+    aclTrace().trace(0, function, "Pkt{}: {}", ctx.traceId(), fmt::format(text, std::forward<Args>(args)...));
+  }
+}
+
+}  // namespace Velo::VeloAcl

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <VeloAcl/VeloPlugin/AclPlugin.h>
+
+namespace Velo::VeloAcl {
+
+/// The library's one instance: registered with the agent's loader for as long as the library is open, it makes
+/// the plugin when the agent has a context for it.
+class VeloAclPluginInst : public Plugin::PluginBase<PluginContext> {
+ public:
+  VeloAclPluginInst();
+  ~VeloAclPluginInst() override;
+
+  /// Makes an AclPlugin named "Acl", in place of an earlier one, and hands it to the framework.
+  void init(PluginContext* context) override;
+
+  /// Null before init.
+  const Kelp::Ptr<AclPlugin>& plugin() const { return plugin_; }
+
+ private:
+  Kelp::Ptr<AclPlugin> plugin_;
+};
+
+}  // namespace Velo::VeloAcl

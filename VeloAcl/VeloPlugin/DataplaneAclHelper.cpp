@@ -1,0 +1,217 @@
+#include <Acl/Match.h>
+#include <Kelp/Assert.h>
+#include <VeloAcl/VeloPlugin/AclTrace.h>
+#include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
+#include <Zeb/System.h>
+
+namespace Velo::VeloAcl {
+
+using Acl::AclDirection;
+using Acl::AclType;
+
+namespace {
+
+/// The name of the list bound to an interface; null when there is none.
+const Kelp::String* boundList(const Acl::IntfConfig& bindings, AclType type, AclDirection dir,
+                              const Nimnet::IntfId& intf) {
+  const auto* ofType = bindings.config().find(type);
+  if (!ofType) return nullptr;
+  const auto* ofDirection = ofType->get()->intf().find(dir);
+  if (!ofDirection) return nullptr;
+  const Kelp::String* name = ofDirection->get()->intf().find(intf);
+  return name && !name->empty() ? name : nullptr;
+}
+
+void countDrop(const PacketContext& ctx, const Kelp::String& reason) {
+  static const Kelp::String category("Drop");
+  ctx.namedCounters().count(category, aclFacility(), reason);
+}
+
+}  // namespace
+
+/// One packet before one list.
+struct DataplaneAclHelper::Lookup {
+  const Kelp::Ptr<PacketContext>& ctx;
+  const Nimnet::IntfId& intf;
+  AclDirection dir;
+  AclType type;
+  Kelp::String aclName;
+};
+
+DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
+                                       const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
+                                       const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<Counters>& inCounters,
+                                       const Kelp::Ptr<Counters>& macOutCounters,
+                                       const Kelp::Ptr<Counters>& ipOutCounters,
+                                       const Kelp::Ptr<Counters>& ip6OutCounters)
+    : aclConfig_(aclConfig),
+      intfConfig_(intfConfig),
+      aclStatus_(aclStatus),
+      inCounters_(inCounters),
+      macOutCounters_(macOutCounters),
+      ipOutCounters_(ipOutCounters),
+      ip6OutCounters_(ip6OutCounters) {}
+
+DataplaneAclHelper::~DataplaneAclHelper() { nodeFlagSet(Kelp::nodeLive, false); }
+
+bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir, Nimnet::IntfId intf) {
+  ctx->parsedPacket().maybeDoFullParse();
+  if (const Kelp::Ptr<LagPacketInfo> lag = LagPacketInfo::extractInfo(ctx)) {
+    const Nimnet::IntfId portChannel = dir == AclDirection::in ? lag->ingressPortChannel : lag->egressPortChannel;
+    tracePkt(*ctx, "processPkt", "Intf {} is a member of port-channel {}", intf.shortName(), portChannel.shortName());
+    if (!portChannel.empty() &&
+        !(processL2Pkt(ctx, dir, portChannel) && processL3Pkt(ctx, dir, portChannel))) {
+      return false;
+    }
+  }
+  return processL2Pkt(ctx, dir, intf) && processL3Pkt(ctx, dir, intf);
+}
+
+bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir, Nimnet::IntfId intf) {
+  if (!ctx->parsedPacket().ethPacket()->ethHdr()) {
+    tracePkt(*ctx, "processL2Pkt", "No ethernet header");
+    return true;
+  }
+  return !shouldDropPkt(ctx, std::move(intf), dir, AclType::mac);
+}
+
+bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir, Nimnet::IntfId intf) {
+  const ParsedIpHdr* ip = ctx->parsedPacket().ipHdr();
+  if (!ip) {
+    tracePkt(*ctx, "processL3Pkt", "No ip header");
+    return true;
+  }
+  const AclType type = ip->protocolName() == "Ipv4" ? AclType::ip : AclType::ipv6;
+  return !shouldDropPkt(ctx, std::move(intf), dir, type);
+}
+
+bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf, AclDirection dir,
+                                       AclType type) {
+  const Kelp::String* bound = boundList(*intfConfig_, type, dir, intf);
+  if (!bound) {
+    tracePkt(*ctx, "shouldDropPkt", "No {} acls of type {} for intf {}", dir, type, intf);
+    return false;
+  }
+  const Lookup at{ctx, intf, dir, type, *bound};
+
+  const auto* lists = std::as_const(*aclConfig_).config().find(type);
+  if (!lists) {
+    tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {}", type);
+    return false;
+  }
+  const Kelp::Ptr<const Acl::AclConfig> acl = lists->get()->acl(at.aclName);
+  if (!acl) {
+    tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {} with name {}", type, at.aclName);
+    return false;
+  }
+
+  const ParsedPacket& parsed = ctx->parsedPacket();
+  const ParsedL4& l4 = parsed.l4();
+  const uint16_t vlanId = ctx->pkt()->vlanId();
+  switch (type) {
+    case AclType::mac:
+      return judge<Acl::MacRuleConfig>(at, [&](Acl::MacRuleConfig* rule, Kiv::UniqueId* ruleId) {
+        const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
+        return Acl::matchesMacAclNoHdr(eth->source(), eth->destination(), parsed.typeOrLen(), vlanId, acl, rule,
+                                       ruleId);
+      });
+    case AclType::ip:
+      return judge<Acl::IpRuleConfig>(at, [&](Acl::IpRuleConfig* rule, Kiv::UniqueId* ruleId) {
+        const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
+        return Acl::matchesIpAclRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl, rule, ruleId, true,
+                                     true);
+      });
+    case AclType::ipv6:
+      return judge<Acl::Ip6RuleConfig>(at, [&](Acl::Ip6RuleConfig* rule, Kiv::UniqueId* ruleId) {
+        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl,
+                                      rule, ruleId, true, true);
+      });
+  }
+  Kelp::fatal("an access list is of type ip, ipv6 or mac", __FILE__, __LINE__);
+}
+
+template <class Rule, class Match>
+bool DataplaneAclHelper::judge(const Lookup& at, const Match& match) {
+  Rule rule;
+  Kiv::UniqueId ruleId = Kiv::UniqueId::unset();
+  if (!match(&rule, &ruleId)) return dropOnNoMatch(at);
+  const bool deny = rule.action == Acl::Action::deny && !rule.isEq(Rule{});
+  return dropOnMatch(at, rule, ruleId, deny);
+}
+
+bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, const Kiv::UniqueId& ruleId,
+                                     bool deny) {
+  tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, ruleId, at.intf);
+  countPkt(at.ctx->pkt(), at.dir, at.type, at.aclName, ruleId);
+
+  // A packet that is dropped on its way out was never sent, so there is nothing of it to mirror.
+  if (!rule.mirrorSession.empty() && (at.dir == AclDirection::in || !deny)) {
+    tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", rule.mirrorSession);
+    const auto direction = at.dir == AclDirection::in ? MirroringDirection::ingress : MirroringDirection::egress;
+    mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, rule.mirrorSession);
+  }
+
+  tracePkt(*at.ctx, "shouldDropPkt", "matched acl has action {}", rule.action);
+  if (!deny) return false;
+  static const Kelp::String reason("dropping pkt");
+  tracePkt(*at.ctx, "shouldDropPkt", "{}", reason);
+  countDrop(*at.ctx, reason);
+  return true;
+}
+
+bool DataplaneAclHelper::dropOnNoMatch(const Lookup& at) {
+  Kiv::UniqueId implicitId;
+  if (const auto* lists = std::as_const(*aclStatus_).status().find(at.type)) {
+    if (const auto* status = lists->get()->acl().find(at.aclName)) {
+      if (const auto* id = status->get()->implicitRuleId(Acl::ImplicitRuleType::drop)) implicitId = *id;
+    }
+  }
+  if (implicitId.empty()) {
+    tracePkt(*at.ctx, "shouldDropPkt", "Unable to count implicit drop");
+  } else {
+    countPkt(at.ctx->pkt(), at.dir, at.type, at.aclName, implicitId);
+  }
+  tracePkt(*at.ctx, "shouldDropPkt", "No match on intf {}, default action is drop", at.intf);
+  // One counter for all interfaces: its name keeps the placeholder.
+  static const Kelp::String reason("No match on intf %s, default action is drop");
+  countDrop(*at.ctx, reason);
+  return true;
+}
+
+Kelp::Ptr<Velo::Counter::VeloDpAclCounter> DataplaneAclHelper::counterForKey(const CounterKey& key) {
+  if (key.direction == AclDirection::in) return inCounters_->counterCollectionIs(key);
+  switch (key.aclType) {
+    case AclType::mac: return macOutCounters_->counterCollectionIs(key);
+    case AclType::ip: return ipOutCounters_->counterCollectionIs(key);
+    default: return ip6OutCounters_->counterCollectionIs(key);
+  }
+}
+
+void DataplaneAclHelper::countPkt(const Kelp::Ptr<const Nimnet::Pkt>& pkt, AclDirection dir, AclType type,
+                                  const Kelp::String& aclName, const Kiv::UniqueId& ruleId) {
+  const Kelp::Ptr<Velo::Counter::VeloDpAclCounter> counter = counterForKey({dir, type, aclName, ruleId});
+  counter->count(pkt);
+  counter->lastUpdateTimeIs(Zeb::System::currentTime());
+}
+
+Kelp::Ptr<DataplaneAclHelper> dataplaneAclHelperFactory(
+    const Kelp::Ptr<Acl::Config>& aclConfig, const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<DataplaneAclHelper::Counters>& inCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& macOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ipOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ip6OutCounters) {
+  return MemSlab::make<DataplaneAclHelper>(aclConfig, intfConfig, aclStatus, inCounters, macOutCounters, ipOutCounters,
+                                           ip6OutCounters);
+}
+
+Kelp::Ptr<DataplaneAclHelper> DataplaneAclHelperIs(
+    const Kelp::Ptr<Acl::Config>& aclConfig, const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<DataplaneAclHelper::Counters>& inCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& macOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ipOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ip6OutCounters) {
+  return dataplaneAclHelperFactory(aclConfig, intfConfig, aclStatus, inCounters, macOutCounters, ipOutCounters,
+                                   ip6OutCounters);
+}
+
+}  // namespace Velo::VeloAcl

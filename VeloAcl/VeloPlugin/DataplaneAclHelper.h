@@ -1,0 +1,80 @@
+#pragma once
+
+#include <Acl/Counters.h>
+#include <Acl/Model.h>
+#include <Acl/Status.h>
+#include <Velo/Mirroring.h>
+#include <Velo/PacketContext.h>
+
+namespace Velo::VeloAcl {
+
+/// Judges packets against the access lists: finds the lists bound to an interface, asks the matcher, and then
+/// counts, mirrors and decides. Shared by the plugin and its two steps. It keeps nothing of a packet, and reads
+/// configuration, bindings and status directly, so that a change holds for the next packet.
+///
+/// Verdicts: the process functions return true for "may continue", shouldDropPkt true for "drop".
+class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
+  ZEB_ENTITY(DataplaneAclHelper, Zeb::Reflected)
+
+ public:
+  using Counters = Velo::Counter::VeloDpAclCounterColl;
+  using CounterKey = Velo::Counter::VeloDpAclCounterKey;
+
+  DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig, const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
+                     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<Counters>& inCounters,
+                     const Kelp::Ptr<Counters>& macOutCounters, const Kelp::Ptr<Counters>& ipOutCounters,
+                     const Kelp::Ptr<Counters>& ip6OutCounters);
+  ~DataplaneAclHelper() override;
+
+  /// Everything for one interface: of a port-channel member the port-channel's lists first, then its own; MAC
+  /// before IP. The first drop ends it.
+  bool processPkt(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, Nimnet::IntfId intf);
+  /// The MAC list. A packet without an Ethernet header passes.
+  bool processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, Nimnet::IntfId intf);
+  /// The IPv4 or IPv6 list. A packet without an IP header passes.
+  bool processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, Nimnet::IntfId intf);
+
+  /// One list. Nothing bound, or a list that does not exist: passes. The packet has the header that the type
+  /// of list needs. Throws std::range_error when the matched rule has an MPLS label that cannot be.
+  bool shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf, Acl::AclDirection dir,
+                     Acl::AclType type);
+
+  /// The counter of a key, made on first use.
+  Kelp::Ptr<Velo::Counter::VeloDpAclCounter> counterForKey(const CounterKey& key);
+  /// Counts one packet and sets the counter's time.
+  void countPkt(const Kelp::Ptr<const Nimnet::Pkt>& pkt, Acl::AclDirection dir, Acl::AclType type,
+                const Kelp::String& aclName, const Kiv::UniqueId& ruleId);
+
+  void mirroringHelperIs(const Kelp::Ptr<MirroringStepHelper>& helper) { mirroringHelper_ = helper; }
+
+  ZEB_HELD(Acl::Config, aclConfig)
+  ZEB_HELD(Acl::IntfConfig, intfConfig)
+  ZEB_HELD(Acl::StatusDp, aclStatus)
+  ZEB_HELD(Counters, inCounters)
+  ZEB_HELD(Counters, macOutCounters)
+  ZEB_HELD(Counters, ipOutCounters)
+  ZEB_HELD(Counters, ip6OutCounters)
+  ZEB_HELD(MirroringStepHelper, mirroringHelper)
+
+ private:
+  struct Lookup;
+  template <class Rule, class Match>
+  bool judge(const Lookup& at, const Match& match);
+  bool dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, const Kiv::UniqueId& ruleId, bool deny);
+  bool dropOnNoMatch(const Lookup& at);
+};
+
+Kelp::Ptr<DataplaneAclHelper> dataplaneAclHelperFactory(
+    const Kelp::Ptr<Acl::Config>& aclConfig, const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<DataplaneAclHelper::Counters>& inCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& macOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ipOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ip6OutCounters);
+Kelp::Ptr<DataplaneAclHelper> DataplaneAclHelperIs(
+    const Kelp::Ptr<Acl::Config>& aclConfig, const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<DataplaneAclHelper::Counters>& inCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& macOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ipOutCounters,
+    const Kelp::Ptr<DataplaneAclHelper::Counters>& ip6OutCounters);
+
+}  // namespace Velo::VeloAcl

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <Velo/Pipeline.h>
+#include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
+
+namespace Velo::VeloAcl {
+
+/// Judges every received packet by the lists bound in on its port.
+class DataplaneAclInputStep : public InputPipelineStep {
+  ZEB_ENTITY(DataplaneAclInputStep, InputPipelineStep)
+
+ public:
+  explicit DataplaneAclInputStep(const Kelp::Ptr<DataplaneAclHelper>& helper);
+  bool process(const Kelp::Ptr<PacketContext>& ctx) override;
+  ZEB_HELD(DataplaneAclHelper, helper)
+};
+
+/// Judges every packet about to be sent by the lists bound out on its port; mirrored copies pass.
+class DataplaneAclOutputStep : public OutputPipelineStep {
+  ZEB_ENTITY(DataplaneAclOutputStep, OutputPipelineStep)
+
+ public:
+  explicit DataplaneAclOutputStep(const Kelp::Ptr<DataplaneAclHelper>& helper);
+  bool process(const Kelp::Ptr<OutputPipelineContext>& ctx) override;
+  ZEB_HELD(DataplaneAclHelper, helper)
+};
+
+Kelp::Ptr<DataplaneAclInputStep> dataplaneAclInputStepFactory(const Kelp::Ptr<DataplaneAclHelper>& helper);
+Kelp::Ptr<DataplaneAclInputStep> DataplaneAclInputStepIs(const Kelp::Ptr<DataplaneAclHelper>& helper);
+Kelp::Ptr<DataplaneAclOutputStep> dataplaneAclOutputStepFactory(const Kelp::Ptr<DataplaneAclHelper>& helper);
+Kelp::Ptr<DataplaneAclOutputStep> DataplaneAclOutputStepIs(const Kelp::Ptr<DataplaneAclHelper>& helper);
+
+}  // namespace Velo::VeloAcl

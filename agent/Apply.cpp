@@ -1,0 +1,90 @@
+#include <agent/Apply.h>
+
+#include <set>
+#include <variant>
+#include <vector>
+
+namespace Agent {
+
+namespace {
+
+/// The model's rules of one kind into the map of that kind.
+template <class Rule>
+void applyRules(const std::map<uint32_t, Config::Rule>& wanted, const Acl::RuleMap<Rule>& rules,
+                Acl::AclSubConfig& list, bool (Acl::AclSubConfig::*write)(const Kiv::UniqueId&, Rule),
+                bool (Acl::AclSubConfig::*remove)(const Kiv::UniqueId&)) {
+  std::vector<Kiv::UniqueId> gone;
+  for (const auto* known : rules.ordered()) {
+    auto at = wanted.find(known->value.sequence);
+    if (at == wanted.end() || !std::get<Rule>(at->second).isSameRule(known->value)) gone.push_back(known->key);
+  }
+  for (const Kiv::UniqueId& id : gone) (list.*remove)(id);
+  for (const auto& [sequence, rule] : wanted) {
+    const auto* known = rules.atSequence(sequence);
+    (list.*write)(known ? known->key : Kiv::UniqueId::generateUniqueId(), std::get<Rule>(rule));
+  }
+}
+
+void applyList(const Config::List& wanted, Acl::AclSubConfig& list) {
+  using S = Acl::AclSubConfig;
+  switch (wanted.type) {
+    case Acl::AclType::ip:
+      return applyRules<Acl::IpRuleConfig>(wanted.rules, list.ipRuleById(), list, &S::ipRuleByIdIs, &S::ipRuleByIdDel);
+    case Acl::AclType::ipv6:
+      return applyRules<Acl::Ip6RuleConfig>(wanted.rules, list.ip6RuleById(), list, &S::ip6RuleByIdIs,
+                                            &S::ip6RuleByIdDel);
+    case Acl::AclType::mac:
+      return applyRules<Acl::MacRuleConfig>(wanted.rules, list.macRuleById(), list, &S::macRuleByIdIs,
+                                            &S::macRuleByIdDel);
+  }
+}
+
+}  // namespace
+
+void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>& source) {
+  std::vector<std::pair<Acl::AclType, Kelp::String>> gone;
+  for (auto type = source->config().begin(); type; type.next()) {
+    for (auto list = type.value()->acl().begin(); list; list.next()) {
+      if (!model.lists.contains({type.key(), list.key().str()})) gone.emplace_back(type.key(), list.key());
+    }
+  }
+  for (const auto& [type, name] : gone) {
+    const auto lists = source->config(type);
+    lists->aclDel(name);
+    if (lists->acl().empty()) source->configDel(type);
+  }
+  for (const auto& [key, wanted] : model.lists) {
+    const auto list = source->configIs(key.first)->aclIs(key.second);
+    if (const auto current = list->currCfg()) {
+      applyList(wanted, *current);
+    } else {
+      const auto fresh = MemSlab::make<Acl::AclSubConfig>();
+      applyList(wanted, *fresh);
+      list->currCfgIs(fresh);
+    }
+  }
+}
+
+void applyBindings(const Config::Model& model, const Kelp::Ptr<Acl::IntfConfig>& source) {
+  std::vector<Config::BindingKey> gone;
+  for (auto type = source->config().begin(); type; type.next()) {
+    for (auto direction = type.value()->intf().begin(); direction; direction.next()) {
+      for (auto intf = direction.value()->intf().begin(); intf; intf.next()) {
+        Config::BindingKey key{type.key(), direction.key(), intf.key().name().str()};
+        if (!model.bindings.contains(key)) gone.push_back(std::move(key));
+      }
+    }
+  }
+  for (const auto& key : gone) {
+    const auto directions = source->config(key.type);
+    const auto bindings = directions->intf(key.direction);
+    bindings->intfDel(Nimnet::IntfId(key.interface));
+    if (bindings->intf().empty()) directions->intfDel(key.direction);
+    if (directions->intf().empty()) source->configDel(key.type);
+  }
+  for (const auto& [key, list] : model.bindings) {
+    source->configIs(key.type)->intfIs(key.direction)->intfIs(Nimnet::IntfId(key.interface), list);
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,138 @@
+#include <Acl/Counters.h>
+#include <Rix/InReactor.h>
+#include <agent/Apply.h>
+#include <agent/Core.h>
+
+namespace Agent {
+
+namespace {
+
+/// What the list plugin reads and writes in the state tree.
+const Hive::MountProfile& mountProfile() {
+  using Mode = Hive::MountProfile::Mode;
+  static const Hive::MountProfile profile{{
+      {"acl/config/input", "Zeb::Dir", Mode::read},
+      {"acl/config/cli", "Acl::Input::Config", Mode::read},
+      {"acl/intf/config/input", "Zeb::Dir", Mode::read},
+      {"acl/intf/config/cli", "Acl::IntfConfig", Mode::read},
+      {"acl/status/dp/kepa", "Acl::StatusDp", Mode::write},
+  }};
+  return profile;
+}
+
+/// The entity of a name in a directory, made when there is none.
+template <class T>
+Kelp::Ptr<T> entryOf(const Kelp::Ptr<Zeb::Entity>& dir, const std::string& name) {
+  auto& entries = static_cast<Zeb::Dir&>(*dir);
+  if (const auto* known = entries.entry().find(name)) {
+    return Kelp::Ptr<T>(const_cast<T*>(static_cast<const T*>(known->get())));
+  }
+  const auto made = MemSlab::make<T>(Kelp::String(name));
+  entries.entryIs(made);
+  return made;
+}
+
+void keepOnly(const Kelp::Ptr<Zeb::Entity>& dir, const std::map<std::string, Config::Model>& wanted) {
+  auto& entries = static_cast<Zeb::Dir&>(*dir);
+  for (auto at = entries.entry().begin(); at; at.next()) {
+    if (!wanted.contains(at.key().str())) entries.entryDel(at.key());
+  }
+}
+
+/// Port-channels and mirror sessions of all sources; the first source that has one of a name is in force.
+Config::Model mergeInterfaces(const Config::Model& commandLine, const std::map<std::string, Config::Model>& inputs) {
+  Config::Model merged;
+  merged.portChannels = commandLine.portChannels;
+  merged.mirrorSessions = commandLine.mirrorSessions;
+  for (const auto& [name, model] : inputs) {
+    merged.portChannels.insert(model.portChannels.begin(), model.portChannels.end());
+    merged.mirrorSessions.insert(model.mirrorSessions.begin(), model.mirrorSessions.end());
+  }
+  return merged;
+}
+
+std::vector<Nimnet::IntfId> intfIds(const std::vector<std::string>& names) {
+  std::vector<Nimnet::IntfId> ids;
+  for (const auto& name : names) ids.emplace_back(name);
+  return ids;
+}
+
+}  // namespace
+
+Core::Core() : namedCounters_(MemSlab::make<Velo::VeloNamedCounters>()) {
+  context_.manager = &manager_;
+  context_.entityManager = MemSlab::make<Hive::EntityManager>();
+  const auto failure = context_.entityManager->mountProfile(mountProfile());
+  KELP_ASSERT(!failure, *failure);
+}
+
+Core::~Core() {
+  while (!manager_.plugins().empty()) manager_.pluginDel(manager_.plugins().back()->name());
+  Rix::Gen::zebDoZombieReactors();
+  if (!plugin_.empty()) Velo::DefaultPluginLoader().unload(plugin_);
+}
+
+std::optional<std::string> Core::loadPlugin(const std::string& path) {
+  auto& loader = Velo::DefaultPluginLoader();
+  if (auto refusal = loader.load(path)) return refusal;
+  plugin_ = loader.plugins().back().name;
+  loader.callInit(&context_, plugin_);
+  return manager_.runPhases(context_.entityManager, mountProfile());
+}
+
+std::optional<std::string> Core::apply(const Config::Model& commandLine,
+                                       const std::map<std::string, Config::Model>& inputs) {
+  const Config::Model interfaces = mergeInterfaces(commandLine, inputs);
+  Velo::PortChannels portChannels;
+  for (const auto& [name, members] : interfaces.portChannels) {
+    if (auto wrong = portChannels.membersIs(Nimnet::IntfId(name), intfIds(members))) {
+      return fmt::format("port-channel {}: {}", name, *wrong);
+    }
+  }
+  portChannels_ = std::move(portChannels);
+
+  const auto& mirroring = Velo::MirroringStepHelper::singleton();
+  const auto sessions = mirroring->sessions();
+  for (const auto& [name, destinations] : sessions) {
+    if (!interfaces.mirrorSessions.contains(name.str())) mirroring->sessionDel(name);
+  }
+  for (const auto& [name, destinations] : interfaces.mirrorSessions) {
+    mirroring->sessionIs(name, intfIds(destinations));
+  }
+
+  const auto entity = [this](std::string_view path) { return context_.entityManager->getEntity(path); };
+  applyLists(commandLine, Kelp::ptrCast<Acl::Input::Config>(entity("acl/config/cli")));
+  applyBindings(commandLine, Kelp::ptrCast<Acl::IntfConfig>(entity("acl/intf/config/cli")));
+  keepOnly(entity("acl/config/input"), inputs);
+  keepOnly(entity("acl/intf/config/input"), inputs);
+  for (const auto& [name, model] : inputs) {
+    applyLists(model, entryOf<Acl::Input::Config>(entity("acl/config/input"), name));
+    applyBindings(model, entryOf<Acl::IntfConfig>(entity("acl/intf/config/input"), name));
+  }
+  return std::nullopt;
+}
+
+template <class T>
+Kelp::Ptr<const T> Core::pluginAttribute(std::string_view name) const {
+  for (const auto& plugin : manager_.plugins()) {
+    if (const auto held = Zeb::attributeValue<Kelp::Ptr<T>>(*plugin, name)) return *held;
+  }
+  return nullptr;
+}
+
+Kelp::Ptr<const Acl::Config> Core::lists() const { return pluginAttribute<Acl::Config>("aclConfig"); }
+Kelp::Ptr<const Acl::IntfConfig> Core::bindings() const { return pluginAttribute<Acl::IntfConfig>("intfConfig"); }
+Kelp::Ptr<const Acl::AclConfigAggregatorSm> Core::listSources() const {
+  return pluginAttribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
+}
+Kelp::Ptr<const Acl::StatusDp> Core::status() const { return pluginAttribute<Acl::StatusDp>("aclStatus"); }
+
+std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> Core::counters() const {
+  std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> all;
+  for (auto at = manager_.counterHolder()->collection().begin(); at; at.next()) {
+    if (auto typed = Kelp::ptrCast<Velo::Counter::VeloDpAclCounterColl>(at.value().object)) all.push_back(typed);
+  }
+  return all;
+}
+
+}  // namespace Agent

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <Acl/AclConfigAggregatorSm.h>
+#include <Acl/Counters.h>
+#include <Acl/Model.h>
+#include <Acl/Status.h>
+#include <Hive/EntityManager.h>
+#include <Velo/Mirroring.h>
+#include <Velo/NamedCounters.h>
+#include <Velo/PortChannels.h>
+#include <Velo/VeloPlugin.h>
+#include <agent/config/Reader.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+/// The agent without its ports: the state tree, the plugin in its registries, and the configuration that
+/// operators gave it. One a process.
+class Core {
+ public:
+  Core();
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
+  /// Retires and closes the plugin.
+  ~Core();
+
+  /// Opens a plugin library and runs the phases of what it registers. Returns what went wrong; then no plugin
+  /// is loaded.
+  std::optional<std::string> loadPlugin(const std::string& path);
+
+  /// The configuration to put in force: the command line's and, by name, that of each further source. Returns
+  /// what is wrong with their port-channels; then nothing has changed.
+  std::optional<std::string> apply(const Config::Model& commandLine, const std::map<std::string, Config::Model>& inputs);
+
+  const Kelp::Ptr<Velo::VeloNamedCounters>& namedCounters() const { return namedCounters_; }
+  const Velo::PortChannels& portChannels() const { return portChannels_; }
+  Velo::PluginManager& manager() { return manager_; }
+
+  // What the loaded plugin works with, found by the names of its attributes; null when it has no such thing.
+  Kelp::Ptr<const Acl::Config> lists() const;
+  Kelp::Ptr<const Acl::IntfConfig> bindings() const;
+  Kelp::Ptr<const Acl::AclConfigAggregatorSm> listSources() const;
+  Kelp::Ptr<const Acl::StatusDp> status() const;
+  std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters() const;
+
+ private:
+  template <class T>
+  Kelp::Ptr<const T> pluginAttribute(std::string_view name) const;
+
+  Velo::PluginManager manager_;
+  Velo::PluginContext context_;
+  const Kelp::Ptr<Velo::VeloNamedCounters> namedCounters_;
+  Velo::PortChannels portChannels_;
+  std::string plugin_;
+};
+
+}  // namespace Agent

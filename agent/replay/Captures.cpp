@@ -1,0 +1,98 @@
+#include <agent/replay/Captures.h>
+#include <pcap/pcap.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace Agent {
+
+namespace {
+
+constexpr int maxFrame = 262144;  // the largest snap length of libpcap
+
+std::string linkTypeText(int type) {
+  const char* name = pcap_datalink_val_to_name(type);
+  const char* description = pcap_datalink_val_to_description(type);
+  if (!name) return fmt::format("link type {}", type);
+  return fmt::format("link type {} ({})", name, description ? description : "no description");
+}
+
+}  // namespace
+
+CaptureReader::CaptureReader(std::string path) : path_(std::move(path)) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path_, error)) {
+    wrong_ = fmt::format("{}: is a directory, not a capture", path_);
+    return;
+  }
+  const auto bytes = std::filesystem::file_size(path_, error);
+  if (!error) size_ = bytes;
+  char reason[PCAP_ERRBUF_SIZE] = "";
+  pcap_ = pcap_open_offline_with_tstamp_precision(path_.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason);
+  if (!pcap_) {
+    const std::string text = reason;
+    wrong_ = text.starts_with(path_) ? text : fmt::format("{}: {}", path_, text);
+    return;
+  }
+  if (const int type = pcap_datalink(pcap_); type != DLT_EN10MB) {
+    refused_ = true;
+    wrong_ = fmt::format("{}: {}, only Ethernet can be replayed", path_, linkTypeText(type));
+  }
+}
+
+CaptureReader::~CaptureReader() {
+  if (pcap_) pcap_close(pcap_);
+}
+
+bool CaptureReader::next() {
+  if (!pcap_ || !wrong_.empty()) return false;
+  pcap_pkthdr* header = nullptr;
+  const u_char* data = nullptr;
+  const int got = pcap_next_ex(pcap_, &header, &data);
+  if (got == 1) {
+    ++number_;
+    stamp_ = {static_cast<int64_t>(header->ts.tv_sec), static_cast<int32_t>(header->ts.tv_usec)};
+    frame_ = {data, header->caplen};
+    wireLength_ = header->len;
+    return true;
+  }
+  if (got == PCAP_ERROR) wrong_ = fmt::format("{}: ends behind frame {}: {}", path_, number_, pcap_geterr(pcap_));
+  return false;
+}
+
+uint64_t CaptureReader::position() const {
+  if (!pcap_) return 0;
+  const long at = std::ftell(pcap_file(pcap_));
+  return at > 0 ? static_cast<uint64_t>(at) : 0;
+}
+
+CaptureWriter::CaptureWriter(std::string path, const Stamp& now) : path_(std::move(path)), now_(now) {
+  pcap_ = pcap_open_dead_with_tstamp_precision(DLT_EN10MB, maxFrame, PCAP_TSTAMP_PRECISION_NANO);
+  file_ = pcap_dump_open(pcap_, path_.c_str());
+  if (!file_) wrong_ = fmt::format("{}: {}", path_, pcap_geterr(pcap_));
+}
+
+CaptureWriter::~CaptureWriter() {
+  if (file_) pcap_dump_close(file_);
+  if (pcap_) pcap_close(pcap_);
+}
+
+void CaptureWriter::send(const Nimnet::Pkt& pkt) {
+  if (!file_) return;
+  pcap_pkthdr header{};
+  header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(now_.seconds);
+  header.ts.tv_usec = now_.nanoseconds;
+  header.caplen = pkt.size();
+  header.len = pkt.wireLength();
+  pcap_dump(reinterpret_cast<u_char*>(file_), &header, pkt.frame().data());
+}
+
+bool CaptureWriter::flush() {
+  if (file_ && pcap_dump_flush(file_) != 0 && wrong_.empty()) {
+    wrong_ = fmt::format("{}: {}", path_, std::strerror(errno));
+  }
+  return wrong_.empty();
+}
+
+}  // namespace Agent

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <Velo/MalformedStep.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Agent {
+
+/// The exit status of the program.
+enum Exit {
+  exitDone = 0,
+  exitUnread = 1,  ///< a file could not be read, or written, to its end
+  exitUsage = 2,   ///< bad usage or configuration
+};
+
+/// What `velo replay` is asked to do.
+struct ReplayOptions {
+  std::vector<std::string> configs;
+  std::string configDir;                                     ///< empty: none
+  std::vector<std::pair<std::string, std::string>> ports;    ///< name and capture, in the order of the options
+  std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
+  std::vector<std::pair<std::string, std::string>> outs;     ///< name and capture
+  std::string verdicts;                                      ///< empty: none
+  std::string plugin;
+  bool json = false;
+  Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
+};
+
+/// Runs captures through the agent; results on standard output, complaints and progress on standard error.
+Exit replay(const ReplayOptions& options);
+
+}  // namespace Agent
