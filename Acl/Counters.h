@@ -69,3 +69,11 @@ struct fmt::formatter<Velo::Counter::VeloDpAclCounterKey> : fmt::formatter<std::
     return fmt::format_to(ctx.out(), "{} {} {} {}", key.direction, key.aclType, key.aclName, key.ruleId);
   }
 };
+
+template <>
+struct fmt::formatter<Velo::Counter::AclTypeNameTuple> : fmt::formatter<std::string_view> {
+  template <class Context>
+  auto format(const Velo::Counter::AclTypeNameTuple& key, Context& ctx) const {
+    return fmt::format_to(ctx.out(), "{} {}", key.aclType, key.aclName);
+  }
+};

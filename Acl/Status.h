@@ -87,3 +87,11 @@ class StatusDp : public StatusBase {
 };
 
 }  // namespace Acl
+
+template <>
+struct fmt::formatter<Acl::RuleStatus> : fmt::formatter<std::string_view> {
+  template <class Context>
+  auto format(const Acl::RuleStatus& s, Context& ctx) const {
+    return fmt::format_to(ctx.out(), "{{{}, {}, {}, {}}}", s.hardwareMatches, s.packets, s.lastMatch, s.installed);
+  }
+};

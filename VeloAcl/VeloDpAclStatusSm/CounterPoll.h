@@ -1,0 +1,39 @@
+#pragma once
+
+#include <Acl/Counters.h>
+#include <VeloAcl/VeloDpAclStatusSm/Output.h>
+#include <VeloAcl/VeloDpAclStatusSm/ScanState.h>
+
+#include <optional>
+#include <string_view>
+
+namespace Velo::VeloAcl {
+
+class VeloDpAclStatusSm;
+
+/// One of the machine's polls: copies a collection of counters into the status, again and again.
+struct CounterPoll {
+  /// A row of the machine's table of polls: the names, and where the poll's state is.
+  struct Spec {
+    std::string_view name;       ///< as "copyInCounters"
+    std::string_view inputName;  ///< as "inCounters"
+    const Kelp::Ptr<const Velo::Counter::VeloDpAclCounterColl>& (VeloDpAclStatusSm::*input)() const;
+    bool (InputSmScanState::*idleIs)(bool);
+    const uint64_t& (InputSmScanState::*doneGen)() const;
+    bool (InputSmScanState::*doneGenIs)(uint64_t);
+    const uint64_t& (InputSmScanState::*generation)() const;
+    bool (InputSmScanState::*generationIs)(uint64_t);
+    void (InputSmScanState::*generationInc)();
+    const bool& (VeloDpAclStatusSm::*duplicateSeen)() const;
+    bool (VeloDpAclStatusSm::*duplicateSeenIs)(bool);
+  };
+
+  explicit CounterPoll(Spec theSpec) : spec(theSpec) {}
+
+  const Spec spec;
+  MachineTask task;
+  /// Where an interrupted pass goes on.
+  std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark;
+};
+
+}  // namespace Velo::VeloAcl

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <Acl/Status.h>
+#include <Nimnet/IntfId.h>
+#include <Zeb/HashMap2018.h>
+
+#include <map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+/// The keys of the reconciled outputs, each the full path of one entry, and the sets that tell which entries the
+/// inputs have produced.
+namespace Velo::VeloAcl {
+
+inline bool validAclType(Acl::AclType type) { return type <= Acl::AclType::mac; }
+
+struct AclStatusStatusAclOutputKeyType {
+  Acl::AclType aclType = Acl::AclType::ip;
+  Kelp::String aclName;
+
+  uint32_t hash() const { return Kelp::keyHashAll(aclType, aclName); }
+  bool isEq(const AclStatusStatusAclOutputKeyType& other) const { return *this == other; }
+  bool validate() const { return validAclType(aclType) && !aclName.empty(); }
+  explicit operator bool() const { return !aclName.empty(); }
+  bool operator==(const AclStatusStatusAclOutputKeyType&) const = default;
+  auto operator<=>(const AclStatusStatusAclOutputKeyType&) const = default;
+};
+
+struct AclStatusStatusIntfIntfOutputKeyType {
+  Acl::AclType aclType = Acl::AclType::ip;
+  Acl::AclDirection direction = Acl::AclDirection::in;
+  Nimnet::IntfId intfId;
+
+  uint32_t hash() const { return Kelp::keyHashAll(aclType, direction, intfId); }
+  bool isEq(const AclStatusStatusIntfIntfOutputKeyType& other) const { return *this == other; }
+  bool validate() const {
+    return validAclType(aclType) && direction <= Acl::AclDirection::out && !intfId.empty();
+  }
+  explicit operator bool() const { return !intfId.empty(); }
+  bool operator==(const AclStatusStatusIntfIntfOutputKeyType&) const = default;
+  auto operator<=>(const AclStatusStatusIntfIntfOutputKeyType&) const = default;
+};
+
+/// The key of an output that writes into one list's status: what it is keyed by there.
+template <class K>
+struct PerStatusOutputKey {
+  K key{};
+
+  uint32_t hash() const { return Kelp::keyHash(key); }
+  bool isEq(const PerStatusOutputKey& other) const { return *this == other; }
+  bool validate() const { return key != K{}; }
+  explicit operator bool() const { return key != K{}; }
+  bool operator==(const PerStatusOutputKey&) const = default;
+  auto operator<=>(const PerStatusOutputKey&) const = default;
+};
+using AclAclStatusPtrRuleStatusOutputKeyType = PerStatusOutputKey<Kiv::UniqueId>;
+using AclAclStatusPtrImplicitRuleIdOutputKeyType = PerStatusOutputKey<Acl::ImplicitRuleType>;
+using AclAclStatusPtrImplicitRuleStatusOutputKeyType = PerStatusOutputKey<Acl::ImplicitRuleType>;
+
+/// A set of output keys.
+template <class Key>
+class SeenSet {
+ public:
+  bool has(const Key& key) const { return keys_.has(key); }
+  void add(const Key& key) { keys_.put(key, {}); }
+  void clear() { keys_.clear(); }
+
+ private:
+  Zeb::HashMap2018<Key, std::monostate> keys_;
+};
+using HN_AclStatusStatusAclOutputSeen = SeenSet<AclStatusStatusAclOutputKeyType>;
+using HN_AclStatusStatusIntfIntfOutputSeen = SeenSet<AclStatusStatusIntfIntfOutputKeyType>;
+
+/// The seen keys of an output by the list status they are in, walked in the order in which the statuses were
+/// first recorded. A status is recorded, too, when nothing in it was seen.
+template <class Key>
+class PtrSeenMap {
+ public:
+  void record(const Kelp::Ptr<Acl::AclStatus>& status) { seenOf(status); }
+  void add(const Kelp::Ptr<Acl::AclStatus>& status, const Key& key) { seenOf(status).add(key); }
+  void clear() {
+    index_.clear();
+    entries_.clear();
+  }
+
+  size_t size() const { return entries_.size(); }
+  const Kelp::Ptr<Acl::AclStatus>& status(size_t at) const { return entries_[at].status; }
+  bool has(size_t at, const Key& key) const { return entries_[at].seen->has(key); }
+
+ private:
+  struct Entry {
+    Kelp::Ptr<Acl::AclStatus> status;
+    std::unique_ptr<SeenSet<Key>> seen;
+  };
+  SeenSet<Key>& seenOf(const Kelp::Ptr<Acl::AclStatus>& status) {
+    auto [at, isNew] = index_.try_emplace(status.get(), entries_.size());
+    if (isNew) entries_.push_back({status, std::make_unique<SeenSet<Key>>()});
+    return *entries_[at->second].seen;
+  }
+
+  std::map<const Acl::AclStatus*, size_t> index_;
+  std::vector<Entry> entries_;
+};
+
+}  // namespace Velo::VeloAcl

@@ -1,0 +1,408 @@
+#include <Kelp/Assert.h>
+#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
+#include <VeloAcl/VeloDpAclStatusSm/Walkers.h>
+#include <Zeb/TypeModule.h>
+
+#include <exception>
+
+/// The frame: start-up, the two passes of the initial scan, what a finished scan or poll sets off, teardown.
+namespace Velo::VeloAcl {
+
+namespace {
+
+using S = InputSmScanState;
+using O = OutputState;
+using M = VeloDpAclStatusSm;
+
+const Zeb::TypeModule module("VeloDpAclStatusSm", {
+                                                      Zeb::typeEntry(&veloDpAclStatusSmFactory),
+                                                      Zeb::typeEntry<InputSmScanState>(),
+                                                      Zeb::typeEntry<OutputState>(),
+                                                      Zeb::typeEntry<LocalAttrStore>(),
+                                                      Zeb::typeEntry<LocalAttrStore::Holder>(),
+                                                  });
+
+}  // namespace
+
+const Zeb::TraceHandle& statusTrace() {
+  // Destroyed with the library; nobody traces after that.
+  static const Zeb::TraceHandle handle("DpAclStatusVelo", "VeloDpAclStatus");
+  return handle;
+}
+
+namespace {
+
+// The debug channel is there before anything else of this unit asks for it.
+[[maybe_unused]] const Zeb::TraceHandle& debugChannel = statusTrace();
+
+}  // namespace
+
+/// Runs what waits for a field of the scan state whenever that changes.
+class VeloDpAclStatusSm::ScanStateFollower final : public Zeb::Notifiee {
+ public:
+  explicit ScanStateFollower(VeloDpAclStatusSm& machine) : machine_(machine) {
+    machine.scanState_->publisher().subscribe(*this);
+  }
+  void handleChange(const Zeb::Change& change) override {
+    machine_.withMachine([&] { machine_.handleScanStateChange(change.attribute); });
+  }
+
+ private:
+  VeloDpAclStatusSm& machine_;
+};
+
+VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConfig,
+                                     const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
+                                     const Kelp::Ptr<const Counters>& inCounters,
+                                     const Kelp::Ptr<const Counters>& macOutCounters,
+                                     const Kelp::Ptr<const Counters>& ipOutCounters,
+                                     const Kelp::Ptr<const Counters>& ip6OutCounters,
+                                     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control)
+    : Entity("VeloDpAclStatusSm"),
+      aclConfig_(aclConfig),
+      aclIntfConfig_(aclIntfConfig),
+      inCounters_(inCounters),
+      macOutCounters_(macOutCounters),
+      ipOutCounters_(ipOutCounters),
+      ip6OutCounters_(ip6OutCounters),
+      aclStatus_(aclStatus),
+      control_(control),
+      ruleIdsByAclRuleIdsOutput_({.name = "ruleIdsByAclRuleIdsOutput",
+                                  .ready = &O::ruleIdsByAclRuleIdsOutputReady,
+                                  .readyIs = &O::ruleIdsByAclRuleIdsOutputReadyIs,
+                                  .scans = {&S::aclConfigStreamScan, &S::ipRuleCfgStreamScan,
+                                            &S::ip6RuleCfgStreamScan, &S::macRuleCfgStreamScan},
+                                  .tracesHandler = true}),
+      aclAclStatusPtrImplicitRuleStatusOutput_({.name = "aclAclStatusPtrImplicitRuleStatusOutput",
+                                                .ready = &O::aclAclStatusPtrImplicitRuleStatusOutputReady,
+                                                .readyIs = &O::aclAclStatusPtrImplicitRuleStatusOutputReadyIs,
+                                                .scans = {&S::aclConfigStreamScan},
+                                                .afterPolls = true}),
+      aclAclStatusPtrImplicitRuleIdOutput_({.name = "aclAclStatusPtrImplicitRuleIdOutput",
+                                            .ready = &O::aclAclStatusPtrImplicitRuleIdOutputReady,
+                                            .readyIs = &O::aclAclStatusPtrImplicitRuleIdOutputReadyIs,
+                                            .scans = {&S::aclConfigStreamScan}}),
+      aclAclStatusPtrCounterUpdateTimeOutput_({.name = "aclAclStatusPtrCounterUpdateTimeOutput",
+                                               .ready = &O::aclAclStatusPtrCounterUpdateTimeOutputReady,
+                                               .readyIs = &O::aclAclStatusPtrCounterUpdateTimeOutputReadyIs,
+                                               .scans = {},
+                                               .afterPolls = true,
+                                               .tracesHandler = true}),
+      aclStatusStatusAclOutput_({.name = "aclStatusStatusAclOutput",
+                                 .ready = &O::aclStatusStatusAclOutputReady,
+                                 .readyIs = &O::aclStatusStatusAclOutputReadyIs,
+                                 .scans = {&S::aclConfigStreamScan}}),
+      aclAclStatusPtrRuleStatusOutput_({.name = "aclAclStatusPtrRuleStatusOutput",
+                                        .ready = &O::aclAclStatusPtrRuleStatusOutputReady,
+                                        .readyIs = &O::aclAclStatusPtrRuleStatusOutputReadyIs,
+                                        .scans = {&S::rix_pipeline0Scan},
+                                        .afterRuleIds = true,
+                                        .afterPolls = true}),
+      aclStatusStatusIntfIntfOutput_({.name = "aclStatusStatusIntfIntfOutput",
+                                      .ready = &O::aclStatusStatusIntfIntfOutputReady,
+                                      .readyIs = &O::aclStatusStatusIntfIntfOutputReadyIs,
+                                      .scans = {&S::aclIntfConfigStreamScan}}),
+      copyIpOutCounters_(CounterPoll::Spec{
+          "copyIpOutCounters", "ipOutCounters", &M::ipOutCounters, &S::copyIpOutCountersIdleIs,
+          &S::copyIpOutCountersCodefDoneGen, &S::copyIpOutCountersCodefDoneGenIs, &S::copyIpOutCountersCodefGeneration,
+          &S::copyIpOutCountersCodefGenerationIs, &S::copyIpOutCountersCodefGenerationInc,
+          &M::copyIpOutCountersDuplicateSeen, &M::copyIpOutCountersDuplicateSeenIs}),
+      copyIp6OutCounters_(CounterPoll::Spec{
+          "copyIp6OutCounters", "ip6OutCounters", &M::ip6OutCounters, &S::copyIp6OutCountersIdleIs,
+          &S::copyIp6OutCountersCodefDoneGen, &S::copyIp6OutCountersCodefDoneGenIs,
+          &S::copyIp6OutCountersCodefGeneration, &S::copyIp6OutCountersCodefGenerationIs,
+          &S::copyIp6OutCountersCodefGenerationInc, &M::copyIp6OutCountersDuplicateSeen,
+          &M::copyIp6OutCountersDuplicateSeenIs}),
+      copyInCounters_(CounterPoll::Spec{
+          "copyInCounters", "inCounters", &M::inCounters, &S::copyInCountersIdleIs, &S::copyInCountersCodefDoneGen,
+          &S::copyInCountersCodefDoneGenIs, &S::copyInCountersCodefGeneration, &S::copyInCountersCodefGenerationIs,
+          &S::copyInCountersCodefGenerationInc, &M::copyInCountersDuplicateSeen, &M::copyInCountersDuplicateSeenIs}),
+      copyMacOutCounters_(CounterPoll::Spec{
+          "copyMacOutCounters", "macOutCounters", &M::macOutCounters, &S::copyMacOutCountersIdleIs,
+          &S::copyMacOutCountersCodefDoneGen, &S::copyMacOutCountersCodefDoneGenIs,
+          &S::copyMacOutCountersCodefGeneration, &S::copyMacOutCountersCodefGenerationIs,
+          &S::copyMacOutCountersCodefGenerationInc, &M::copyMacOutCountersDuplicateSeen,
+          &M::copyMacOutCountersDuplicateSeenIs}) {}
+
+VeloDpAclStatusSm::~VeloDpAclStatusSm() {
+  nodeFlagSet(Kelp::nodeLive, false);
+  stop();
+  Rix::Gen::zebDoZombieReactors();
+}
+
+/// Runs something on behalf of the machine from outside: keeps it alive meanwhile, does nothing once it is
+/// stopped, and lets no exception out.
+void VeloDpAclStatusSm::withMachine(const std::function<void()>& run) {
+  if (stopped_) return;
+  const Kelp::Ptr<VeloDpAclStatusSm> keep(this);
+  try {
+    run();
+  } catch (const std::exception& error) {
+    Kelp::fatal(fmt::format("an exception escaped the status machine: {}", error.what()), __FILE__, __LINE__);
+  }
+}
+
+void VeloDpAclStatusSm::handleInitialized() {
+  if (initialized_ || stopped_ || scanState_) return;
+  traceStatus(9, "create local SMs");
+  if (control_.mode == Rix::SmControl::synchronous) synchronous_ = true;
+  if (control_.mode == Rix::SmControl::asynchronous) synchronous_ = false;
+  scanState_ = MemSlab::make<InputSmScanState>();
+  outputState_ = MemSlab::make<OutputState>();
+  scanStateFollower_ = std::make_unique<ScanStateFollower>(*this);
+  if (!synchronous_) createTasks();
+  localAttrStore_ = MemSlab::make<LocalAttrStore>();
+  checkArguments();
+  setReconciliationPending();
+
+  traceStatus(9, "create non-public arg SMs");
+  ruleIdsByAclSm7Is();
+  aclConfigSm3Is();
+  aclIntfConfigSm0Is();
+  traceStatus(9, "initialized");
+  initialized_ = true;
+
+  const auto run = [this](void (VeloDpAclStatusSm::*handler)()) {
+    if (initialized_) (this->*handler)();
+  };
+  run(&M::handleRuleIdsByAclRuleIdsOutputInputReady);
+  run(&M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady);
+  run(&M::handleAclAclStatusPtrImplicitRuleIdOutputInputReady);
+  run(&M::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady);
+  run(&M::handleAclStatusStatusAclOutputInputReady);
+  run(&M::handleAclAclStatusPtrRuleStatusOutputInputReady);
+  run(&M::handleAclStatusStatusIntfIntfOutputInputReady);
+  run(&M::handleCopyIpOutCountersCodefInputReady);
+  run(&M::handleCopyIp6OutCountersCodefInputReady);
+  run(&M::handleCopyInCountersCodefInputReady);
+  run(&M::handleCopyMacOutCountersCodefInputReady);
+}
+
+void VeloDpAclStatusSm::createTasks() {
+  scheduler_ = control_.scheduler ? control_.scheduler : Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  const int priority = control_.priority;
+  aclAclStatusPtrImplicitRuleStatusOutputReconciliationTaskIs(
+      scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrImplicitRuleStatusOutputTask");
+  aclAclStatusPtrImplicitRuleIdOutputReconciliationTaskIs(
+      scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrImplicitRuleIdOutputTask");
+  aclStatusStatusAclOutputReconciliationTaskIs(scheduler_, priority,
+                                               "VeloDpAclStatusSm-aclStatusStatusAclOutputTask");
+  aclAclStatusPtrRuleStatusOutputReconciliationTaskIs(scheduler_, priority,
+                                                      "VeloDpAclStatusSm-aclAclStatusPtrRuleStatusOutputTask");
+  aclStatusStatusIntfIntfOutputReconciliationTaskIs(scheduler_, priority,
+                                                    "VeloDpAclStatusSm-aclStatusStatusIntfIntfOutputTask");
+  copyIpOutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyIpOutCountersTask");
+  copyIp6OutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyIp6OutCountersTask");
+  copyInCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyInCountersTask");
+  copyMacOutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyMacOutCountersTask");
+}
+
+void VeloDpAclStatusSm::checkArguments() const {
+  KELP_ASSERT(aclConfig(), "aclConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(aclIntfConfig(),
+              "aclIntfConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(inCounters(), "inCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(macOutCounters(),
+              "macOutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(ipOutCounters(),
+              "ipOutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(ip6OutCounters(),
+              "ip6OutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(aclStatus(), "aclStatus() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+}
+
+void VeloDpAclStatusSm::setReconciliationPending() {
+  bool ruleStatus = false, implicitIds = false, implicitStatus = false, bindings = false;
+  for (auto type = aclStatus_->status().begin(); type; type.next()) {
+    bindings = bindings || !type.value()->intf().empty();
+    for (auto list = type.value()->acl().begin(); list; list.next()) {
+      ruleStatus = ruleStatus || !list.value()->ruleStatus().empty();
+      implicitIds = implicitIds || !list.value()->implicitRuleId().empty();
+      implicitStatus = implicitStatus || !list.value()->implicitRuleStatus().empty();
+    }
+  }
+  aclAclStatusPtrImplicitRuleStatusOutput_.pending = implicitStatus;
+  aclAclStatusPtrImplicitRuleIdOutput_.pending = implicitIds;
+  aclStatusStatusAclOutput_.pending = !aclStatus_->status().empty();
+  aclAclStatusPtrRuleStatusOutput_.pending = ruleStatus;
+  aclStatusStatusIntfIntfOutput_.pending = bindings;
+}
+
+void VeloDpAclStatusSm::handleInitialScanDone() {
+  if (stopped_ || initialScanDone_) return;
+  const struct {
+    bool done;
+    const char* text;
+  } scans[] = {
+      {scanState_->aclIntfConfigStreamScan(), " aclIntfConfigStream scan is false"},
+      {scanState_->aclConfigStreamScan(), " aclConfigStream scan is false"},
+      {scanState_->ip6RuleCfgStreamScan(), " ip6RuleCfgStream scan is false"},
+      {scanState_->ipRuleCfgStreamScan(), " ipRuleCfgStream scan is false"},
+      {scanState_->macRuleCfgStreamScan(), " macRuleCfgStream scan is false"},
+      {scanState_->rix_pipeline0Scan(), " rix_pipeline0 scan is false"},
+  };
+  for (const auto& scan : scans) {
+    if (scan.done) continue;
+    traceStatus(9, "{}", scan.text);
+    return;
+  }
+  if (!ruleIdsByAclSm7_ || !aclConfigSm3_ || !aclIntfConfigSm0_) {
+    traceStatus(9, "Initial scan yielding for child SM VeloDpAclStatusSm.");
+    return;
+  }
+  traceStatus(9, "Initial scan done for child SMs. Now scanning with events triggered.");
+  initialScanDone_ = true;
+  scanState_->aclIntfConfigStreamScanIs(false);
+  scanState_->aclConfigStreamScanIs(false);
+  scanState_->ip6RuleCfgStreamScanIs(false);
+  scanState_->ipRuleCfgStreamScanIs(false);
+  scanState_->macRuleCfgStreamScanIs(false);
+  scanState_->rix_pipeline0ScanIs(false);
+  if (!stopped_ && ruleIdsByAclSm7_->active()) ruleIdsByAclSm7_->doInputScan();
+  if (!stopped_ && aclConfigSm3_->active()) aclConfigSm3_->doInputScan();
+  if (!stopped_ && aclIntfConfigSm0_->active()) aclIntfConfigSm0_->doInputScan();
+  if (stopped_) return;
+
+  for (CounterPoll* poll : {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
+    ((*scanState_).*(poll->spec.generationIs))(((*scanState_).*(poll->spec.doneGen))() + 1);
+  }
+  if (synchronous_) {
+    for (auto copy : {&M::copyIpOutCounters, &M::copyIp6OutCounters, &M::copyInCounters, &M::copyMacOutCounters}) {
+      if (initialized_) (this->*copy)();
+    }
+  }
+
+  scanState_->handleIdle();
+  handleRuleIdsByAclRuleIdsOutputInputReady();
+  handleAclAclStatusPtrImplicitRuleStatusOutputInputReady();
+  handleAclAclStatusPtrImplicitRuleIdOutputInputReady();
+  if (initialized_) handleAclAclStatusPtrCounterUpdateTimeOutputInputReady();
+  handleAclStatusStatusAclOutputInputReady();
+  handleAclAclStatusPtrRuleStatusOutputInputReady();
+  handleAclStatusStatusIntfIntfOutputInputReady();
+  for (auto ready : {&M::handleCopyIpOutCountersCodefInputReady, &M::handleCopyIp6OutCountersCodefInputReady,
+                     &M::handleCopyInCountersCodefInputReady, &M::handleCopyMacOutCountersCodefInputReady}) {
+    if (initialized_) (this->*ready)();
+  }
+}
+
+void VeloDpAclStatusSm::handleScanStateChange(const Zeb::Attribute& attribute) {
+  using Handler = void (VeloDpAclStatusSm::*)();
+  const auto changed = [&](const Zeb::Attribute& a) { return &attribute == &a; };
+  std::vector<Handler> handlers;
+  if (changed(S::aclIntfConfigStreamScanAttribute())) {
+    handlers = {&M::handleAclStatusStatusIntfIntfOutputInputReady};
+  } else if (changed(S::aclConfigStreamScanAttribute())) {
+    handlers = {&M::handleRuleIdsByAclRuleIdsOutputInputReady,
+                &M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady,
+                &M::handleAclAclStatusPtrImplicitRuleIdOutputInputReady,
+                &M::handleAclStatusStatusAclOutputInputReady};
+  } else if (changed(S::ip6RuleCfgStreamScanAttribute()) || changed(S::ipRuleCfgStreamScanAttribute()) ||
+             changed(S::macRuleCfgStreamScanAttribute())) {
+    handlers = {&M::handleRuleIdsByAclRuleIdsOutputInputReady};
+  } else if (changed(S::rix_pipeline0ScanAttribute())) {
+    handlers = {&M::handleAclAclStatusPtrRuleStatusOutputInputReady};
+  } else if (changed(S::copyIpOutCountersCodefDoneGenAttribute()) ||
+             changed(S::copyIp6OutCountersCodefDoneGenAttribute()) ||
+             changed(S::copyInCountersCodefDoneGenAttribute()) ||
+             changed(S::copyMacOutCountersCodefDoneGenAttribute())) {
+    handlers = {&M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady,
+                &M::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady,
+                &M::handleAclAclStatusPtrRuleStatusOutputInputReady};
+  }
+  for (const Handler handler : handlers) {
+    if (stopped_) return;
+    (this->*handler)();
+  }
+}
+
+void VeloDpAclStatusSm::ruleIdsByAclSm7Is() {
+  if (ruleIdsByAclSm7_) return;
+  ruleIdsByAclSm7_ = MemSlab::make<RuleIdsByAclSm7>(localAttrStore_, *this);
+  ruleIdsByAclSm7_->hasNotificationActiveIs(true);
+  ruleIdsByAclSm7_->initialize();
+}
+void VeloDpAclStatusSm::aclConfigSm3Is() {
+  if (aclConfigSm3_) return;
+  aclConfigSm3_ = AclConfigSm3Is(aclConfig_, *this);
+  aclConfigSm3_->hasNotificationActiveIs(true);
+  aclConfigSm3_->initialize();
+}
+void VeloDpAclStatusSm::aclIntfConfigSm0Is() {
+  if (aclIntfConfigSm0_) return;
+  aclIntfConfigSm0_ = AclIntfConfigSm0Is(aclIntfConfig_, *this);
+  aclIntfConfigSm0_->hasNotificationActiveIs(true);
+  aclIntfConfigSm0_->initialize();
+}
+
+namespace {
+template <class Sm>
+void stopAndClear(Kelp::Ptr<Sm>& walker) {
+  const Kelp::Ptr<Sm> held = std::move(walker);
+  if (held) held->stop();
+}
+}  // namespace
+
+void VeloDpAclStatusSm::ruleIdsByAclSm7Del() { stopAndClear(ruleIdsByAclSm7_); }
+void VeloDpAclStatusSm::aclConfigSm3Del() { stopAndClear(aclConfigSm3_); }
+void VeloDpAclStatusSm::aclIntfConfigSm0Del() { stopAndClear(aclIntfConfigSm0_); }
+
+void VeloDpAclStatusSm::hasNotificationActiveIs(bool on) {
+  if (ruleIdsByAclSm7_) ruleIdsByAclSm7_->hasNotificationActiveIs(on);
+  if (aclConfigSm3_) aclConfigSm3_->hasNotificationActiveIs(on);
+  if (aclIntfConfigSm0_) aclIntfConfigSm0_->hasNotificationActiveIs(on);
+}
+
+void VeloDpAclStatusSm::doDeleteAll() {
+  withMachine([this] {
+    if (ruleIdsByAclSm7_) ruleIdsByAclSm7_->doDeleteAll();
+    if (aclConfigSm3_) aclConfigSm3_->doDeleteAll();
+    if (aclIntfConfigSm0_) aclIntfConfigSm0_->doDeleteAll();
+    stop();
+  });
+}
+
+/// From here on nothing runs any more: tasks and walkers are silent, whoever still holds them.
+void VeloDpAclStatusSm::stop() {
+  stopped_ = true;
+  initialized_ = false;
+  aclAclStatusPtrImplicitRuleStatusOutputReconciliationTaskDel();
+  aclAclStatusPtrImplicitRuleIdOutputReconciliationTaskDel();
+  aclStatusStatusAclOutputReconciliationTaskDel();
+  aclAclStatusPtrRuleStatusOutputReconciliationTaskDel();
+  aclStatusStatusIntfIntfOutputReconciliationTaskDel();
+  copyIpOutCountersTaskDel();
+  copyIp6OutCountersTaskDel();
+  copyInCountersTaskDel();
+  copyMacOutCountersTaskDel();
+  scanStateFollower_ = nullptr;
+  ruleIdsByAclSm7Del();
+  aclConfigSm3Del();
+  aclIntfConfigSm0Del();
+}
+
+Kelp::Ptr<VeloDpAclStatusSm> veloDpAclStatusSmFactory(
+    const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters, const Kelp::Ptr<Acl::StatusDp>& aclStatus,
+    const Rix::SmControl& control) {
+  const auto machine = MemSlab::make<VeloDpAclStatusSm>(aclConfig, aclIntfConfig, inCounters, macOutCounters,
+                                                        ipOutCounters, ip6OutCounters, aclStatus, control);
+  machine->handleInitialized();
+  return machine;
+}
+
+Kelp::Ptr<VeloDpAclStatusSm> VeloDpAclStatusSmIs(
+    const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters, const Kelp::Ptr<Acl::StatusDp>& aclStatus,
+    const Rix::SmControl& control) {
+  return veloDpAclStatusSmFactory(aclConfig, aclIntfConfig, inCounters, macOutCounters, ipOutCounters, ip6OutCounters,
+                                  aclStatus, control);
+}
+
+}  // namespace Velo::VeloAcl

@@ -1,0 +1,97 @@
+#include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
+#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
+#include <VeloAcl/VeloDpAclStatusSm/Walker.h>
+
+#include <exception>
+
+namespace Velo::VeloAcl {
+
+/// While a reactor runs no scan counts as driven: what it makes is not on the way of any.
+class Walker::ReactorScope {
+ public:
+  explicit ReactorScope(Walker& top) : top_(&top), driving_(top.driving_) { top.driving_.fill(0); }
+  ~ReactorScope() { top_->driving_ = driving_; }
+  ReactorScope(const ReactorScope&) = delete;
+  ReactorScope& operator=(const ReactorScope&) = delete;
+
+ private:
+  const Kelp::Ptr<Walker> top_;
+  const std::array<int, scanCount> driving_;
+};
+
+Walker::Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent, Kelp::Ptr<const Zeb::Entity> entity)
+    : InputStateMachine(std::move(entity)), name_(name), machine_(&machine), parent_(parent) {}
+
+Walker::~Walker() = default;
+
+bool Walker::synchronous() const { return machine_->synchronous(); }
+bool Walker::initialScanDone() const { return machine_->initialScanDone(); }
+
+void Walker::hasNotificationActiveIs(bool on) {
+  if (on && !active()) return;
+  InputStateMachine::hasNotificationActiveIs(on);
+  if (on && watchedEntity()) versionsSeen();
+  forEachChild([on](Walker& child) { child.hasNotificationActiveIs(on); });
+}
+
+void Walker::stop() {
+  if (!active()) return;
+  const Kelp::Ptr<Walker> keep(this);
+  machine_ = nullptr;
+  parent_ = nullptr;
+  for (auto& task : tasks_) {
+    if (!task) continue;
+    task->dispatchDel(this);
+    task->cancelTask();
+    task = nullptr;
+  }
+  forEachChild([](Walker& child) { child.stop(); });
+  doneIs();
+}
+
+void Walker::enDispatch(const Zeb::Change& change) try {
+  if (!active()) return;
+  const Kelp::Ptr<VeloDpAclStatusSm> keep(machine_);
+  const ReactorScope scope(top());
+  dispatch(change);
+} catch (const std::exception& error) {
+  Kelp::fatal(fmt::format("an exception escaped a reactor of {}: {}", name_, error.what()), __FILE__, __LINE__);
+}
+
+bool Walker::shouldYield(int number) const {
+  const auto& task = taskOf(number);
+  return task && !synchronous() && task->taskShouldYield();
+}
+
+bool Walker::inTask(int number) const {
+  const auto& task = taskOf(number);
+  return task && task->taskCurrentlyRunning();
+}
+
+bool Walker::mayYield(int number) const {
+  return hasTask(number) && !synchronous() && (!initialScanDone() || top().driving_[number] > 0);
+}
+
+void Walker::traceScanStart(bool complete, bool resumed, size_t total) const {
+  traceStatus(9, "{} scan complete: {} resumed: {} scan: {}", name_, complete, resumed, total);
+}
+
+void Walker::traceScanStop(int number, bool forChild, size_t iterations, size_t total) const {
+  traceStatus(8, "{} {} yielding after {} iterations ({} total items)", name_, forChild ? "child" : "", iterations, total);
+  const Kelp::Ptr<Kiv::TimerTask> task = taskOf(number);
+  if (!task) return;
+  task->taskWorkCountInc(iterations);
+  task->taskWorkPendingIs(total);
+  task->scheduleTask();
+}
+
+void Walker::scanEnded(int number, bool firstPass, size_t iterations) {
+  if (parent_) {
+    traceStatus(9, "{} scan complete. Processed {} children. ", name_, iterations);
+    return;
+  }
+  traceStatus(9, "{} scan, and parent scan, complete.", fmt::format("{}{}", name_, firstPass ? " initial" : ""));
+  handleScanDone(number);
+}
+
+}  // namespace Velo::VeloAcl
