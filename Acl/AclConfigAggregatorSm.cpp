@@ -11,7 +11,8 @@ using RuleFollower = Rix::CollectionFollower<RuleMap<Rule>>;
 template <class Rule, class Write, class Remove>
 std::unique_ptr<RuleFollower<Rule>> followRules(const Kelp::Ptr<const AclSubConfig>& source,
                                                 const Zeb::Attribute& attribute, const RuleMap<Rule>& rules,
-                                                const Kelp::Ptr<AclSubConfig>& target, Write write, Remove remove) {
+                                                const Kelp::Ptr<AclSubConfig>& target, Write write,
+                                                Remove remove) {
   return std::make_unique<RuleFollower<Rule>>(
       source, attribute, [&rules]() -> auto& { return rules; },
       [target, write](const Kiv::UniqueId& id, const Rule& rule) { (target.get()->*write)(id, rule); },
@@ -72,10 +73,12 @@ class AclConfigAggregatorSm::SourceFollower {
  public:
   SourceFollower(AclConfigAggregatorSm& owner, Hive::MergeRank rank, Kelp::Ptr<const Input::Config> source)
       : types_(
-            source, Config::configAttribute(), [source = source.get()]() -> auto& { return source->config(); },
+            source,
+            Config::configAttribute(), [source = source.get()]() -> auto& { return source->config(); },
             [&owner, rank](AclType type, const Zeb::Owned<AclTypeConfig>& lists) {
               return std::make_unique<Lists>(
-                  lists.ptr(), AclTypeConfig::aclAttribute(), [lists = lists.get()]() -> auto& { return lists->acl(); },
+                  lists.ptr(),
+                  AclTypeConfig::aclAttribute(), [lists = lists.get()]() -> auto& { return lists->acl(); },
                   [&owner, rank, type](const Kelp::String& name, const Zeb::Owned<AclConfig>& list) {
                     if (owner.offers_.put({type, name}, rank, list.ptr())) owner.handleOffer({type, name});
                   },
@@ -91,7 +94,8 @@ class AclConfigAggregatorSm::SourceFollower {
 };
 
 AclConfigAggregatorSm::AclConfigAggregatorSm(Kelp::Ptr<const Zeb::Dir> inputDir,
-                                             Kelp::Ptr<const Input::Config> cliInput, Kelp::Ptr<Config> config)
+                                             Kelp::Ptr<const Input::Config> cliInput,
+                                             Kelp::Ptr<Config> config)
     : inputDir_(std::move(inputDir)), cliInput_(std::move(cliInput)), config_(std::move(config)) {}
 
 AclConfigAggregatorSm::~AclConfigAggregatorSm() = default;
@@ -122,6 +126,7 @@ void AclConfigAggregatorSm::hasNotificationActiveIs(bool on) {
         const auto source = Kelp::ptrCast<const Input::Config>(entity);
         return source ? std::make_unique<SourceFollower>(*this, rank, source) : nullptr;
       });
+  dropUnoffered();
 }
 
 void AclConfigAggregatorSm::handleOffer(const ListKey& key) {
@@ -130,14 +135,30 @@ void AclConfigAggregatorSm::handleOffer(const ListKey& key) {
   if (!inForce) {
     mirrors_.erase(key);
     const auto lists = config_->config(type);
+    if (!lists) return;
     lists->aclDel(name);
-    if (lists->acl().empty()) config_->configDel(type);
+    if (lists->acl().empty() && config_->config(type) == lists) config_->configDel(type);
     return;
   }
-  auto& mirror = mirrors_[key];
-  if (mirror && mirror->source() == *inForce) return;
-  mirror = nullptr;
-  mirror = std::make_unique<ListMirror>(*inForce, config_->configIs(type)->aclIs(name));
+  const Kelp::Ptr<const AclConfig> source = *inForce;
+  if (auto known = mirrors_.find(key); known != mirrors_.end()) {
+    if (known->second->source() == source) return;
+    mirrors_.erase(known);
+  }
+  auto mirror = std::make_unique<ListMirror>(source, config_->configIs(type)->aclIs(name));
+  // Whoever saw the list change may have changed the sources again; then this mirror is not the one any more.
+  const auto* now = offers_.inForce(key);
+  if (now && *now == source) mirrors_.try_emplace(key, std::move(mirror));
+}
+
+void AclConfigAggregatorSm::dropUnoffered() {
+  std::vector<ListKey> gone;
+  for (auto type = config_->config().begin(); type; type.next()) {
+    for (auto list = type.value()->acl().begin(); list; list.next()) {
+      if (!offers_.inForce({type.key(), list.key()})) gone.emplace_back(type.key(), list.key());
+    }
+  }
+  for (const ListKey& key : gone) handleOffer(key);
 }
 
 }  // namespace Acl

@@ -27,11 +27,11 @@ class AclConfigAggregatorSm : public Kelp::Node {
                         Kelp::Ptr<Config> config);
   ~AclConfigAggregatorSm() override;
 
-  static Kelp::Ptr<AclConfigAggregatorSm> AclConfigAggregatorSmIs(const Kelp::Ptr<const Zeb::Dir>& inputDir,
-                                                                  const Kelp::Ptr<const Input::Config>& cliInput,
-                                                                  const Kelp::Ptr<Config>& config);
+  static Kelp::Ptr<AclConfigAggregatorSm> AclConfigAggregatorSmIs(
+      const Kelp::Ptr<const Zeb::Dir>& inputDir, const Kelp::Ptr<const Input::Config>& cliInput,
+      const Kelp::Ptr<Config>& config);
 
-  /// Starts following the sources, and fills the target at once; or stops.
+  /// Starts following the sources, and makes the target what they say at once; or stops, leaving it as it is.
   void hasNotificationActiveIs(bool on);
 
   /// The names of the sources that have a list, the one in force first; empty for an unknown list.
@@ -45,6 +45,8 @@ class AclConfigAggregatorSm : public Kelp::Node {
   using Source = Rix::NestedFollower<Hive::DirMerged::entryMap, SourceFollower>;
 
   void handleOffer(const ListKey& key);
+  /// Takes out of the target what no source has: what went while the sources were not followed.
+  void dropUnoffered();
 
   const Kelp::Ptr<const Zeb::Dir> inputDir_;
   const Kelp::Ptr<const Input::Config> cliInput_;

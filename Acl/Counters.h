@@ -24,8 +24,9 @@ struct VeloDpAclCounterKey {
 /// The matches of one rule, with the time of the last one.
 class VeloDpAclCounter : public PktCounter {
   ZEB_ENTITY(VeloDpAclCounter, PktCounter)
-
  public:
+  ~VeloDpAclCounter() override;
+
   explicit VeloDpAclCounter(const VeloDpAclCounterKey&) {}
   /// Seconds since the epoch.
   ZEB_VALUE(Kelp::Duration, lastUpdateTime)
@@ -34,8 +35,9 @@ class VeloDpAclCounter : public PktCounter {
 /// A named collection of match counters.
 class VeloDpAclCounterColl : public PktCounterCollectionBase {
   ZEB_ENTITY(VeloDpAclCounterColl, PktCounterCollectionBase)
-
  public:
+  ~VeloDpAclCounterColl() override;
+
   VeloDpAclCounterColl(const Kelp::String& name, CtrPool::FeatureId featureId)
       : PktCounterCollectionBase(name, featureId) {}
 
@@ -57,6 +59,8 @@ struct AclTypeNameTuple {
 /// A set of rule ids: ruleIdsIs(id), ruleIdsDel(id).
 class RuleIdSet : public Zeb::Entity {
   ZEB_ENTITY(RuleIdSet, Zeb::Entity)
+ public:
+  ~RuleIdSet() override;
   ZEB_SET(ruleIds, Kiv::UniqueId)
 };
 

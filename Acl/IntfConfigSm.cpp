@@ -12,9 +12,11 @@ class IntfConfigSm::SourceFollower {
   using Types = Rix::NestedFollower<Acl::IntfConfig::configMap, Directions>;
 
  public:
-  SourceFollower(IntfConfigSm& owner, const Hive::MergeRank& rank, const Kelp::Ptr<const Acl::IntfConfig>& source)
+  SourceFollower(IntfConfigSm& owner, const Hive::MergeRank& rank,
+                 const Kelp::Ptr<const Acl::IntfConfig>& source)
       : types_(
-            source, Acl::IntfConfig::configAttribute(), [source = source.get()]() -> auto& { return source->config(); },
+            source, Acl::IntfConfig::configAttribute(),
+            [source = source.get()]() -> auto& { return source->config(); },
             [&owner, rank](AclType type, const Zeb::Owned<Acl::IntfTypeConfig>& directions) {
               return std::make_unique<Directions>(
                   directions.ptr(), Acl::IntfTypeConfig::intfAttribute(),
@@ -27,8 +29,9 @@ class IntfConfigSm::SourceFollower {
   void withdraw() { types_.withdraw(); }
 
  private:
-  static std::unique_ptr<Bindings> followBindings(IntfConfigSm& owner, const Hive::MergeRank& rank, AclType type,
-                                                  AclDirection direction, const Kelp::Ptr<const Acl::AclIntf>& intf) {
+  static std::unique_ptr<Bindings> followBindings(IntfConfigSm& owner, const Hive::MergeRank& rank,
+                                                  AclType type, AclDirection direction,
+                                                  const Kelp::Ptr<const Acl::AclIntf>& intf) {
     const auto remove = [&owner, rank, type, direction](const Nimnet::IntfId& id) {
       const BindingKey key{type, direction, id};
       if (owner.offers_.remove(key, rank)) owner.handleOffer(key);
@@ -71,8 +74,9 @@ void IntfConfigSm::handleOffer(const BindingKey& key) {
   const auto directions = target_->config(type);
   const auto bindings = directions->intf(direction);
   bindings->intfDel(intf);
-  if (bindings->intf().empty()) directions->intfDel(direction);
-  if (directions->intf().empty()) target_->configDel(type);
+  // Whoever saw the binding go may have bound anew: then these are not the target's maps any more.
+  if (bindings->intf().empty() && directions->intf(direction) == bindings) directions->intfDel(direction);
+  if (directions->intf().empty() && target_->config(type) == directions) target_->configDel(type);
 }
 
 Kelp::Ptr<IntfConfigSm> intfConfigSmFactory(const Kelp::Ptr<const Hive::DirMerged>& sources,

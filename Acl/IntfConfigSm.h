@@ -11,9 +11,9 @@
 
 namespace AclAgent {
 
-/// Computes the merged interface bindings from a merged view of their sources. Of the sources that bind a list
-/// of one kind to an interface in a direction, the first of the view is in force; when it lets go the next
-/// takes over, in place. An empty name binds nothing. Destruction leaves the target as it is.
+/// Computes the merged interface bindings from a merged view of their sources. Of the sources that bind a
+/// list of one kind to an interface in a direction, the first of the view is in force; when it lets go the
+/// next takes over, in place. An empty name binds nothing. Destruction leaves the target as it is.
 class IntfConfigSm : public Kelp::Node {
  public:
   using BindingKey = std::tuple<Acl::AclType, Acl::AclDirection, Nimnet::IntfId>;
@@ -22,7 +22,8 @@ class IntfConfigSm : public Kelp::Node {
   ~IntfConfigSm() override;
 
   /// The names of the sources that have a binding, the one in force first; empty when there is none.
-  std::vector<Kelp::String> sources(Acl::AclType type, Acl::AclDirection direction, const Nimnet::IntfId& intf) const {
+  std::vector<Kelp::String> sources(Acl::AclType type, Acl::AclDirection direction,
+                                    const Nimnet::IntfId& intf) const {
     return offers_.sources({type, direction, intf});
   }
 

@@ -4,9 +4,6 @@ namespace Acl {
 
 namespace {
 
-constexpr uint8_t tcpAck = 0x10;
-constexpr uint8_t tcpRst = 0x04;
-
 /// What the conditions that IPv4 and IPv6 share are held against.
 struct IpView {
   bool protocolKnown;
@@ -27,7 +24,8 @@ struct IpView {
   uint8_t icmpCode = 0;
 
   template <class Icmp>
-  void l4Is(const Icmp* icmp, const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp) {
+  void l4Is(const Icmp* icmp, const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
+            const Nimnet::SctpHdr* sctp) {
     const auto portsOf = [this](const auto* hdr) {
       hasPorts = true;
       sourcePort = hdr->sourcePort();
@@ -57,12 +55,17 @@ bool matchesBase(const IpFilterBase& filter, const IpView& packet) {
   if (filter.fragments && !packet.nonFirstFragment) return false;
   if (!filter.needsL4()) return true;
 
-  if (!filter.sourcePort.isAny() && !(packet.hasPorts && filter.sourcePort.matches(packet.sourcePort))) return false;
-  if (!filter.destinationPort.isAny() && !(packet.hasPorts && filter.destinationPort.matches(packet.destinationPort))) {
+  if (!filter.sourcePort.isAny() && !(packet.hasPorts && filter.sourcePort.matches(packet.sourcePort)))
+    return false;
+  if (!filter.destinationPort.isAny() &&
+      !(packet.hasPorts && filter.destinationPort.matches(packet.destinationPort))) {
     return false;
   }
-  if (filter.established && !(packet.hasTcp && (packet.tcpFlags & (tcpAck | tcpRst)))) return false;
-  if (filter.tcpFlags && !(packet.hasTcp && (packet.tcpFlags & filter.tcpFlags) == filter.tcpFlags)) return false;
+  if (filter.established &&
+      !(packet.hasTcp && (packet.tcpFlags & (Nimnet::TcpHdr::ack | Nimnet::TcpHdr::rst))))
+    return false;
+  if (filter.tcpFlags && !(packet.hasTcp && (packet.tcpFlags & filter.tcpFlags) == filter.tcpFlags))
+    return false;
   if (filter.icmpTypeNamed && !(packet.hasIcmp && filter.icmpType == packet.icmpType)) return false;
   if (filter.icmpCodeNamed && !(packet.hasIcmp && filter.icmpCode == packet.icmpCode)) return false;
   return true;
@@ -72,7 +75,8 @@ bool matchesAddress(Nimnet::IpAddr address, Nimnet::IpAddr value, Nimnet::IpAddr
   return ((address.value ^ value.value) & mask.value) == 0;
 }
 
-bool matchesAddress(const Nimnet::Ip6Addr& address, const Nimnet::Ip6Addr& value, const Nimnet::Ip6Addr& mask) {
+bool matchesAddress(const Nimnet::Ip6Addr& address, const Nimnet::Ip6Addr& value,
+                    const Nimnet::Ip6Addr& mask) {
   return (((address.high ^ value.high) & mask.high) | ((address.low ^ value.low) & mask.low)) == 0;
 }
 
@@ -82,7 +86,8 @@ bool matchesAddress(Nimnet::EthAddr address, Nimnet::EthAddr value, Nimnet::EthA
 
 /// Tries the rules in order. This is the reference that any faster matcher must agree with: keep it plain.
 template <class Rule, class Matches>
-bool firstMatch(const RuleMap<Rule>& rules, Rule* matchedRule, Kiv::UniqueId* matchedRuleId, const Matches& matches) {
+bool firstMatch(const RuleMap<Rule>& rules, Rule* matchedRule, Kiv::UniqueId* matchedRuleId,
+                const Matches& matches) {
   for (const auto* entry : rules.ordered()) {
     if (!matches(entry->value.filter)) continue;
     *matchedRule = entry->value;
@@ -96,18 +101,19 @@ bool firstMatch(const RuleMap<Rule>& rules, Rule* matchedRule, Kiv::UniqueId* ma
 
 bool matchesIpAclRule(const Nimnet::IpHdr* ip, const Nimnet::IcmpHdr* icmp, const Nimnet::TcpHdr* tcp,
                       const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                      const Kelp::Ptr<const AclConfig>& acl, IpRuleConfig* matchedRule, Kiv::UniqueId* matchedRuleId,
-                      bool matchVlan, bool matchHops) {
+                      const Kelp::Ptr<const AclConfig>& acl, IpRuleConfig* matchedRule,
+                      Kiv::UniqueId* matchedRuleId, bool matchVlan, bool matchHops) {
   const auto rules = acl->currCfg();
   if (!rules) return false;
-  IpView packet{true,    ip->protocol(), ip->tos(), ip->ttl(), ip->isNonFirstFragment(), vlanId, matchVlan,
-                matchHops};
+  IpView packet{true,   ip->protocol(), ip->tos(), ip->ttl(), ip->isNonFirstFragment(),
+                vlanId, matchVlan,      matchHops};
   packet.l4Is(icmp, tcp, udp, sctp);
   const Nimnet::IpAddr source = ip->source();
   const Nimnet::IpAddr destination = ip->destination();
   return firstMatch(rules->ipRuleById(), matchedRule, matchedRuleId, [&](const IpFilter& filter) {
     return matchesAddress(source, filter.source, filter.sourceMask) &&
-           matchesAddress(destination, filter.destination, filter.destinationMask) && matchesBase(filter, packet);
+           matchesAddress(destination, filter.destination, filter.destinationMask) &&
+           matchesBase(filter, packet);
   });
 }
 
@@ -117,19 +123,20 @@ bool matchesIp6AclRule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6,
                        Kiv::UniqueId* matchedRuleId, bool matchVlan, bool matchHops) {
   const auto rules = acl->currCfg();
   if (!rules) return false;
-  IpView packet{ip6->protocolKnown(), ip6->protocol(), ip6->trafficClass(), ip6->hopLimit(), ip6->isNonFirstFragment(),
-                vlanId,               matchVlan,       matchHops};
+  IpView packet{ip6->protocolKnown(),      ip6->protocol(), ip6->trafficClass(), ip6->hopLimit(),
+                ip6->isNonFirstFragment(), vlanId,          matchVlan,           matchHops};
   packet.l4Is(icmp6, tcp, udp, sctp);
   const Nimnet::Ip6Addr source = ip6->source();
   const Nimnet::Ip6Addr destination = ip6->destination();
   return firstMatch(rules->ip6RuleById(), matchedRule, matchedRuleId, [&](const Ip6Filter& filter) {
     return matchesAddress(source, filter.source, filter.sourceMask) &&
-           matchesAddress(destination, filter.destination, filter.destinationMask) && matchesBase(filter, packet);
+           matchesAddress(destination, filter.destination, filter.destinationMask) &&
+           matchesBase(filter, packet);
   });
 }
 
-bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination, uint16_t typeOrLen, uint16_t vlanId,
-                        const Kelp::Ptr<const AclConfig>& acl, MacRuleConfig* matchedRule,
+bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination, uint16_t typeOrLen,
+                        uint16_t vlanId, const Kelp::Ptr<const AclConfig>& acl, MacRuleConfig* matchedRule,
                         Kiv::UniqueId* matchedRuleId) {
   const auto rules = acl->currCfg();
   if (!rules) return false;

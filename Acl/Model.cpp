@@ -13,7 +13,6 @@ Kelp::Ptr<T> named(const Kelp::String& name) {
   return MemSlab::make<T>(name);
 }
 
-// The types that a mount profile may name, and those that make up their contents.
 const Zeb::TypeModule module("Acl", {
                                         Zeb::typeEntry(&named<Zeb::Dir>),
                                         Zeb::typeEntry(&named<Config>),
@@ -34,6 +33,30 @@ const Zeb::TypeModule module("Acl", {
 
 }  // namespace
 
+// The destructors stand here so that the virtual tables do: status and counters outlive the plugin whose code
+// made them.
+AclSubConfig::~AclSubConfig() = default;
+AclConfig::~AclConfig() = default;
+AclTypeConfig::~AclTypeConfig() = default;
+Config::~Config() = default;
+AclIntf::~AclIntf() = default;
+IntfTypeConfig::~IntfTypeConfig() = default;
+IntfConfig::~IntfConfig() = default;
+Input::Config::~Config() = default;
+AclStatusBase::~AclStatusBase() = default;
+AclStatus::~AclStatus() = default;
+AclTypeStatus::~AclTypeStatus() = default;
+StatusBase::~StatusBase() = default;
+StatusDp::~StatusDp() = default;
+
 Kelp::Ptr<IntfConfig> intfConfigFactory(const Kelp::String& name) { return MemSlab::make<IntfConfig>(name); }
 
 }  // namespace Acl
+
+namespace Velo::Counter {
+
+VeloDpAclCounter::~VeloDpAclCounter() = default;
+VeloDpAclCounterColl::~VeloDpAclCounterColl() = default;
+RuleIdSet::~RuleIdSet() = default;
+
+}  // namespace Velo::Counter

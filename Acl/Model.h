@@ -4,13 +4,15 @@
 #include <Nimnet/IntfId.h>
 #include <Zeb/Attributes.h>
 
-/// The configuration of access lists: what lists there are, and where they are bound. The same types serve the
-/// sources of configuration and the merged result.
+/// The configuration of access lists: what lists there are, and where they are bound. The same types serve
+/// the sources of configuration and the merged result.
 namespace Acl {
 
 /// The rules of a list; only the map of the list's own kind is used.
 class AclSubConfig : public Zeb::Entity {
   ZEB_ENTITY(AclSubConfig, Zeb::Entity)
+ public:
+  ~AclSubConfig() override;
   ZEB_COLLECTION(ipRuleById, RuleMap<IpRuleConfig>)
   ZEB_COLLECTION(ip6RuleById, RuleMap<Ip6RuleConfig>)
   ZEB_COLLECTION(macRuleById, RuleMap<MacRuleConfig>)
@@ -19,8 +21,9 @@ class AclSubConfig : public Zeb::Entity {
 /// A list. Without `currCfg` it has no rules in force and is not programmable.
 class AclConfig : public Zeb::Entity {
   ZEB_ENTITY(AclConfig, Zeb::Entity)
-
  public:
+  ~AclConfig() override;
+
   explicit AclConfig(const Kelp::String& aclName) : Entity(aclName) {}
   ZEB_CHILD(AclSubConfig, currCfg)
 };
@@ -28,8 +31,9 @@ class AclConfig : public Zeb::Entity {
 /// The lists of one kind, by name.
 class AclTypeConfig : public Zeb::Entity {
   ZEB_ENTITY(AclTypeConfig, Zeb::Entity)
-
  public:
+  ~AclTypeConfig() override;
+
   explicit AclTypeConfig(AclType type) : Entity(stringValue(type)) {}
   ZEB_CHILDREN(acl, Zeb::HashMap2018<Kelp::String, Zeb::Owned<AclConfig>>)
 };
@@ -37,8 +41,9 @@ class AclTypeConfig : public Zeb::Entity {
 /// All lists.
 class Config : public Zeb::Entity {
   ZEB_ENTITY(Config, Zeb::Entity)
-
  public:
+  ~Config() override;
+
   explicit Config(Kelp::String name = {}) : Entity(std::move(name)) {}
   ZEB_CHILDREN(config, Zeb::HashMap2018<AclType, Zeb::Owned<AclTypeConfig>>)
 };
@@ -46,8 +51,9 @@ class Config : public Zeb::Entity {
 /// The bindings of one kind and direction: interface to list name. Used in configuration and status alike.
 class AclIntf : public Zeb::Entity {
   ZEB_ENTITY(AclIntf, Zeb::Entity)
-
  public:
+  ~AclIntf() override;
+
   explicit AclIntf(AclDirection direction) : Entity(stringValue(direction)) {}
   ZEB_COLLECTION(intf, Zeb::HashMap2018<Nimnet::IntfId, Kelp::String>)
 };
@@ -55,8 +61,9 @@ class AclIntf : public Zeb::Entity {
 /// The bindings of one kind of list, by direction.
 class IntfTypeConfig : public Zeb::Entity {
   ZEB_ENTITY(IntfTypeConfig, Zeb::Entity)
-
  public:
+  ~IntfTypeConfig() override;
+
   explicit IntfTypeConfig(AclType type) : Entity(stringValue(type)) {}
   ZEB_CHILDREN(intf, Zeb::HashMap2018<AclDirection, Zeb::Owned<AclIntf>>)
 };
@@ -64,8 +71,9 @@ class IntfTypeConfig : public Zeb::Entity {
 /// All bindings.
 class IntfConfig : public Zeb::Entity {
   ZEB_ENTITY(IntfConfig, Zeb::Entity)
-
  public:
+  ~IntfConfig() override;
+
   explicit IntfConfig(Kelp::String name = {}) : Entity(std::move(name)) {}
   ZEB_CHILDREN(config, Zeb::HashMap2018<AclType, Zeb::Owned<IntfTypeConfig>>)
 
@@ -81,8 +89,9 @@ namespace Input {
 /// A source of lists: what one operator's channel wants. Its name is the name of the source.
 class Config : public Acl::Config {
   ZEB_ENTITY(Config, Acl::Config)
-
  public:
+  ~Config() override;
+
   using Acl::Config::Config;
 };
 

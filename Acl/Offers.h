@@ -8,8 +8,8 @@
 
 namespace Acl {
 
-/// What the sources of configuration offer under each key, in their order of precedence. The first offer is in
-/// force, the others are overridden.
+/// What the sources of configuration offer under each key, in their order of precedence. The first offer is
+/// in force, the others are overridden.
 template <class Key, class Value>
 class Offers {
  public:

@@ -20,24 +20,36 @@ void checkMplsLabel(int32_t label, const char* field) {
 bool PortMatch::matches(uint16_t port) const {
   const auto end = ports.begin() + count;
   switch (op) {
-    case Compare::any: return true;
-    case Compare::eq: return std::find(ports.begin(), end, port) != end;
-    case Compare::neq: return std::find(ports.begin(), end, port) == end;
-    case Compare::lt: return port < ports[0];
-    case Compare::gt: return port > ports[0];
-    case Compare::range: return ports[0] <= port && port <= ports[1];
+    case Compare::any:
+      return true;
+    case Compare::eq:
+      return std::find(ports.begin(), end, port) != end;
+    case Compare::neq:
+      return std::find(ports.begin(), end, port) == end;
+    case Compare::lt:
+      return port < ports[0];
+    case Compare::gt:
+      return port > ports[0];
+    case Compare::range:
+      return ports[0] <= port && port <= ports[1];
   }
   return false;
 }
 
 bool HopMatch::matches(uint8_t hops) const {
   switch (op) {
-    case Compare::any: return true;
-    case Compare::eq: return hops == value;
-    case Compare::neq: return hops != value;
-    case Compare::lt: return hops < value;
-    case Compare::gt: return hops > value;
-    case Compare::range: return false;
+    case Compare::any:
+      return true;
+    case Compare::eq:
+      return hops == value;
+    case Compare::neq:
+      return hops != value;
+    case Compare::lt:
+      return hops < value;
+    case Compare::gt:
+      return hops > value;
+    case Compare::range:
+      return false;
   }
   return false;
 }

@@ -36,7 +36,8 @@ struct HopMatch {
   bool operator==(const HopMatch&) const = default;
 };
 
-/// A condition on the outer VLAN id, 0 for untagged and priority-tagged frames; set wildcard bits are ignored.
+/// A condition on the outer VLAN id, 0 for untagged and priority-tagged frames; set wildcard bits are
+/// ignored.
 struct VlanMatch {
   bool named = false;
   uint16_t id = 0;
@@ -58,16 +59,17 @@ struct IpFilterBase {
   bool icmpCodeNamed = false;
   uint8_t icmpType = 0;
   uint8_t icmpCode = 0;
-  bool established = false;    ///< TCP with ACK or RST set
-  uint8_t tcpFlags = 0;        ///< TCP flags (RFC 9293, 3.1, low six bits) that must all be set
-  uint8_t trafficClass = 0;    ///< the eight bits of IPv4 TOS and IPv6 traffic class (RFC 2474): DSCP * 4 + ECN
+  bool established = false;  ///< TCP with ACK or RST set
+  uint8_t tcpFlags = 0;      ///< TCP flags (RFC 9293, 3.1, low six bits) that must all be set
+  uint8_t trafficClass = 0;  ///< the eight bits of IPv4 TOS and IPv6 traffic class (RFC 2474): DSCP * 4 + ECN
   uint8_t trafficClassMask = 0;  ///< its bits that are compared
   HopMatch hops;
   bool fragments = false;  ///< non-first fragments only
 
   /// True when the rule asks for something of the L4 header; such a rule never matches a non-first fragment.
   bool needsL4() const {
-    return !sourcePort.isAny() || !destinationPort.isAny() || icmpTypeNamed || icmpCodeNamed || established || tcpFlags;
+    return !sourcePort.isAny() || !destinationPort.isAny() || icmpTypeNamed || icmpCodeNamed || established ||
+           tcpFlags;
   }
   bool operator==(const IpFilterBase&) const = default;
 };
@@ -121,12 +123,12 @@ class MacFilter {
 
 /// What every rule has. A default-constructed rule permits and is equal to no configured deny.
 struct RuleConfig {
-  uint32_t sequence = 0;        ///< 1 to 4294967295; rules are tried smallest first
+  uint32_t sequence = 0;  ///< 1 to 4294967295; rules are tried smallest first
   Action action = Action::permit;
-  bool log = false;             ///< kept and shown; the packet path does not act on it
-  Kelp::String mirrorSession;   ///< empty: no mirroring
-  Kelp::String text;            ///< as it was typed, without the number
-  Kelp::String remark;          ///< the remarks in front of the rule, a line each
+  bool log = false;            ///< kept and shown; the packet path does not act on it
+  Kelp::String mirrorSession;  ///< empty: no mirroring
+  Kelp::String text;           ///< as it was typed, without the number
+  Kelp::String remark;         ///< the remarks in front of the rule, a line each
 
   bool operator==(const RuleConfig&) const = default;
 

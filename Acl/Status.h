@@ -17,8 +17,9 @@ struct RuleStatus {
 
 class AclStatusBase : public Zeb::Entity {
   ZEB_ENTITY(AclStatusBase, Zeb::Entity)
-
  public:
+  ~AclStatusBase() override;
+
   explicit AclStatusBase(const Kelp::String& aclName) : Entity(aclName) {}
   ZEB_COLLECTION(ruleStatus, Zeb::HashMap2018<Kiv::UniqueId, RuleStatus>)
   ZEB_COLLECTION(implicitRuleStatus, Zeb::HashMap2018<ImplicitRuleType, RuleStatus>)
@@ -27,8 +28,9 @@ class AclStatusBase : public Zeb::Entity {
 /// The status of one list.
 class AclStatus : public AclStatusBase {
   ZEB_ENTITY(AclStatus, AclStatusBase)
-
  public:
+  ~AclStatus() override;
+
   using AclStatusBase::AclStatusBase;
   ZEB_COLLECTION(implicitRuleId, Zeb::HashMap2018<ImplicitRuleType, Kiv::UniqueId>)
   ZEB_VALUE(Kelp::Duration, counterUpdateTime)
@@ -37,8 +39,9 @@ class AclStatus : public AclStatusBase {
 /// The status of one kind of list: the lists by name, in the order of the names, and the bindings.
 class AclTypeStatus : public Zeb::Entity {
   ZEB_ENTITY(AclTypeStatus, Zeb::Entity)
-
  public:
+  ~AclTypeStatus() override;
+
   explicit AclTypeStatus(AclType type) : Entity(stringValue(type)) {}
   ZEB_CHILDREN(acl, Zeb::OrderedMap<Kelp::String, Zeb::Owned<AclStatus>>)
   ZEB_CHILDREN(intf, Zeb::HashMap2018<AclDirection, Zeb::Owned<AclIntf>>)
@@ -47,8 +50,9 @@ class AclTypeStatus : public Zeb::Entity {
 /// What the dataplane can do, and the status by kind of list. The flags are set once, before initialize().
 class StatusBase : public Zeb::Entity {
   ZEB_ENTITY(StatusBase, Zeb::Entity)
-
  public:
+  ~StatusBase() override;
+
   explicit StatusBase(Kelp::String name = {}) : Entity(std::move(name)) {}
 
   ZEB_VALUE(bool, dpAclSupported)
@@ -81,8 +85,9 @@ class StatusBase : public Zeb::Entity {
 /// The status of a software dataplane.
 class StatusDp : public StatusBase {
   ZEB_ENTITY(StatusDp, StatusBase)
-
  public:
+  ~StatusDp() override;
+
   using StatusBase::StatusBase;
 };
 
@@ -92,6 +97,7 @@ template <>
 struct fmt::formatter<Acl::RuleStatus> : fmt::formatter<std::string_view> {
   template <class Context>
   auto format(const Acl::RuleStatus& s, Context& ctx) const {
-    return fmt::format_to(ctx.out(), "{{{}, {}, {}, {}}}", s.hardwareMatches, s.packets, s.lastMatch, s.installed);
+    return fmt::format_to(ctx.out(), "{{{}, {}, {}, {}}}", s.hardwareMatches, s.packets, s.lastMatch,
+                          s.installed);
   }
 };

@@ -40,11 +40,15 @@ bool valueOf(std::span<const Name<E>> names, std::string_view text, E* value) {
 }  // namespace
 
 std::string_view stringValue(AclType type) { return textOf<AclType>(typeNames, type); }
-std::string_view stringValue(AclDirection direction) { return textOf<AclDirection>(directionNames, direction); }
+std::string_view stringValue(AclDirection direction) {
+  return textOf<AclDirection>(directionNames, direction);
+}
 std::string_view stringValue(Action action) { return textOf<Action>(actionNames, action); }
 std::string_view stringValue(ImplicitRuleType type) { return textOf<ImplicitRuleType>(implicitNames, type); }
 
-bool sequenceToValue(std::string_view text, AclType* value) { return valueOf<AclType>(typeNames, text, value); }
+bool sequenceToValue(std::string_view text, AclType* value) {
+  return valueOf<AclType>(typeNames, text, value);
+}
 bool sequenceToValue(std::string_view text, AclDirection* value) {
   return valueOf<AclDirection>(directionNames, text, value);
 }

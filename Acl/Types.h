@@ -35,10 +35,14 @@ bool sequenceToValue(std::string_view text, AclDirection* value);
 bool sequenceToValue(std::string_view text, ImplicitRuleType* value);
 
 inline std::ostream& operator<<(std::ostream& out, AclType type) { return out << stringValue(type); }
-inline std::ostream& operator<<(std::ostream& out, AclDirection direction) { return out << stringValue(direction); }
+inline std::ostream& operator<<(std::ostream& out, AclDirection direction) {
+  return out << stringValue(direction);
+}
 
 template <class E>
-concept NamedEnum = std::is_enum_v<E> && requires(E e) { { ::Acl::stringValue(e) } -> std::same_as<std::string_view>; };
+concept NamedEnum = std::is_enum_v<E> && requires(E e) {
+  { ::Acl::stringValue(e) } -> std::same_as<std::string_view>;
+};
 
 }  // namespace Acl
 

@@ -16,7 +16,8 @@ void applyRules(const std::map<uint32_t, Config::Rule>& wanted, const Acl::RuleM
   std::vector<Kiv::UniqueId> gone;
   for (const auto* known : rules.ordered()) {
     auto at = wanted.find(known->value.sequence);
-    if (at == wanted.end() || !std::get<Rule>(at->second).isSameRule(known->value)) gone.push_back(known->key);
+    if (at == wanted.end() || !std::get<Rule>(at->second).isSameRule(known->value))
+      gone.push_back(known->key);
   }
   for (const Kiv::UniqueId& id : gone) (list.*remove)(id);
   for (const auto& [sequence, rule] : wanted) {
@@ -29,7 +30,8 @@ void applyList(const Config::List& wanted, Acl::AclSubConfig& list) {
   using S = Acl::AclSubConfig;
   switch (wanted.type) {
     case Acl::AclType::ip:
-      return applyRules<Acl::IpRuleConfig>(wanted.rules, list.ipRuleById(), list, &S::ipRuleByIdIs, &S::ipRuleByIdDel);
+      return applyRules<Acl::IpRuleConfig>(wanted.rules, list.ipRuleById(), list, &S::ipRuleByIdIs,
+                                           &S::ipRuleByIdDel);
     case Acl::AclType::ipv6:
       return applyRules<Acl::Ip6RuleConfig>(wanted.rules, list.ip6RuleById(), list, &S::ip6RuleByIdIs,
                                             &S::ip6RuleByIdDel);

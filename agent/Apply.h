@@ -5,9 +5,9 @@
 
 namespace Agent {
 
-/// Makes a source of lists say what a model says, as a difference: a rule that stays the same rule keeps its id
-/// (a change of remark or spelling is written under it), lists and rules that are not in the model go, and what
-/// did not change is not written. A new list is complete before it is shown.
+/// Makes a source of lists say what a model says, as a difference: a rule that stays the same rule keeps its
+/// id (a change of remark or spelling is written under it), lists and rules that are not in the model go, and
+/// what did not change is not written. A new list is complete before it is shown.
 void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>& source);
 
 /// The same for a source of bindings.

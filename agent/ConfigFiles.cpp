@@ -1,6 +1,7 @@
 #include <agent/ConfigFiles.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -35,6 +36,21 @@ std::optional<std::string> textOf(const std::string& path, std::vector<std::stri
   return text.str();
 }
 
+/// In the order of their names.
+std::vector<fs::path> filesIn(const std::string& dir, std::vector<std::string>& wrong) {
+  std::vector<fs::path> files;
+  std::error_code error;
+  for (fs::directory_iterator entry(dir, error), end; !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    std::error_code unknown;
+    if (name.starts_with('.') || name.ends_with('~') || entry->is_directory(unknown)) continue;
+    files.push_back(entry->path());
+  }
+  if (error) wrong.push_back(fmt::format("{}: {}", dir, error.message()));
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
 void take(Config::Result&& result, Config::Model& model, std::vector<std::string>& wrong) {
   for (const auto& mistake : result.mistakes) wrong.push_back(mistake.str());
   if (result.model) model = std::move(*result.model);
@@ -42,7 +58,8 @@ void take(Config::Result&& result, Config::Model& model, std::vector<std::string
 
 }  // namespace
 
-std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine, const std::string& dir) {
+std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
+                                           const std::string& dir) {
   std::vector<std::string> wrong;
   std::vector<Config::Source> sources;
   for (const std::string& path : commandLine) {
@@ -51,16 +68,18 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
   take(Config::read(sources), commandLine_, wrong);
 
   if (dir.empty()) return wrong;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(dir, error)) {
-    const std::string name = entry.path().filename().string();
-    if (name.starts_with('.') || name.ends_with('~') || entry.is_directory()) continue;
-    if (auto text = textOf(entry.path().string(), wrong)) {
-      take(Config::read({{entry.path().string(), std::move(*text)}}), inputs_[name], wrong);
+  for (const fs::path& path : filesIn(dir, wrong)) {
+    if (auto text = textOf(path.string(), wrong)) {
+      take(Config::read({{path.string(), std::move(*text)}}), inputs_[path.filename().string()], wrong);
     }
   }
-  if (error) wrong.push_back(fmt::format("{}: {}", dir, error.message()));
   return wrong;
+}
+
+bool ConfigFiles::hasPortChannel(const std::string& name) const {
+  if (commandLine_.portChannels.contains(name)) return true;
+  return std::any_of(inputs_.begin(), inputs_.end(),
+                     [&](const auto& input) { return input.second.portChannels.contains(name); });
 }
 
 }  // namespace Agent

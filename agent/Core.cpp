@@ -40,7 +40,8 @@ void keepOnly(const Kelp::Ptr<Zeb::Entity>& dir, const std::map<std::string, Con
 }
 
 /// Port-channels and mirror sessions of all sources; the first source that has one of a name is in force.
-Config::Model mergeInterfaces(const Config::Model& commandLine, const std::map<std::string, Config::Model>& inputs) {
+Config::Model mergeInterfaces(const Config::Model& commandLine,
+                              const std::map<std::string, Config::Model>& inputs) {
   Config::Model merged;
   merged.portChannels = commandLine.portChannels;
   merged.mirrorSessions = commandLine.mirrorSessions;
@@ -66,18 +67,24 @@ Core::Core() : namedCounters_(MemSlab::make<Velo::VeloNamedCounters>()) {
   KELP_ASSERT(!failure, *failure);
 }
 
-Core::~Core() {
-  while (!manager_.plugins().empty()) manager_.pluginDel(manager_.plugins().back()->name());
-  Rix::Gen::zebDoZombieReactors();
-  if (!plugin_.empty()) Velo::DefaultPluginLoader().unload(plugin_);
-}
+Core::~Core() { unloadPlugin(); }
 
 std::optional<std::string> Core::loadPlugin(const std::string& path) {
+  if (auto stuck = unloadPlugin()) return stuck;
   auto& loader = Velo::DefaultPluginLoader();
   if (auto refusal = loader.load(path)) return refusal;
   plugin_ = loader.plugins().back().name;
   loader.callInit(&context_, plugin_);
-  return manager_.runPhases(context_.entityManager, mountProfile());
+  auto unmounted = manager_.runPhases(context_.entityManager, mountProfile());
+  if (unmounted) unloadPlugin();
+  return unmounted;
+}
+
+std::optional<std::string> Core::unloadPlugin() {
+  if (plugin_.empty()) return std::nullopt;
+  while (!manager_.plugins().empty()) manager_.pluginDel(manager_.plugins().back()->name());
+  Rix::Gen::zebDoZombieReactors();
+  return Velo::DefaultPluginLoader().unload(std::exchange(plugin_, {}));
 }
 
 std::optional<std::string> Core::apply(const Config::Model& commandLine,
@@ -85,6 +92,11 @@ std::optional<std::string> Core::apply(const Config::Model& commandLine,
   const Config::Model interfaces = mergeInterfaces(commandLine, inputs);
   Velo::PortChannels portChannels;
   for (const auto& [name, members] : interfaces.portChannels) {
+    for (const auto& member : members) {
+      if (interfaces.portChannels.contains(member)) {
+        return fmt::format("port-channel {}: its member {} is a port-channel", name, member);
+      }
+    }
     if (auto wrong = portChannels.membersIs(Nimnet::IntfId(name), intfIds(members))) {
       return fmt::format("port-channel {}: {}", name, *wrong);
     }
@@ -121,18 +133,56 @@ Kelp::Ptr<const T> Core::pluginAttribute(std::string_view name) const {
 }
 
 Kelp::Ptr<const Acl::Config> Core::lists() const { return pluginAttribute<Acl::Config>("aclConfig"); }
-Kelp::Ptr<const Acl::IntfConfig> Core::bindings() const { return pluginAttribute<Acl::IntfConfig>("intfConfig"); }
+Kelp::Ptr<const Acl::IntfConfig> Core::bindings() const {
+  return pluginAttribute<Acl::IntfConfig>("intfConfig");
+}
 Kelp::Ptr<const Acl::AclConfigAggregatorSm> Core::listSources() const {
   return pluginAttribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
+}
+Kelp::Ptr<const AclAgent::IntfConfigSm> Core::bindingSources() const {
+  return pluginAttribute<AclAgent::IntfConfigSm>("intfConfigSm");
 }
 Kelp::Ptr<const Acl::StatusDp> Core::status() const { return pluginAttribute<Acl::StatusDp>("aclStatus"); }
 
 std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> Core::counters() const {
   std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> all;
   for (auto at = manager_.counterHolder()->collection().begin(); at; at.next()) {
-    if (auto typed = Kelp::ptrCast<Velo::Counter::VeloDpAclCounterColl>(at.value().object)) all.push_back(typed);
+    if (auto typed = Kelp::ptrCast<Velo::Counter::VeloDpAclCounterColl>(at.value().object))
+      all.push_back(typed);
   }
   return all;
+}
+
+std::optional<std::string> Core::unpublished() const {
+  const auto published = status();
+  if (!published) return std::nullopt;
+  if (const auto all = lists()) {
+    for (auto type = all->config().begin(); type; type.next()) {
+      const auto shown = published->status(type.key());
+      for (auto list = type.value()->acl().begin(); list; list.next()) {
+        const auto status = shown ? shown->acl(list.key()) : nullptr;
+        if (!status || !status->implicitRuleId(Acl::ImplicitRuleType::drop)) {
+          return fmt::format("{} access-list {}", type.key(), list.key());
+        }
+      }
+    }
+  }
+  if (const auto all = bindings()) {
+    for (auto type = all->config().begin(); type; type.next()) {
+      const auto shownType = published->status(type.key());
+      for (auto direction = type.value()->intf().begin(); direction; direction.next()) {
+        const auto shown = shownType ? shownType->intf(direction.key()) : nullptr;
+        for (auto intf = direction.value()->intf().begin(); intf; intf.next()) {
+          const auto* list = shown ? shown->intf(intf.key()) : nullptr;
+          if (!list || *list != intf.value()) {
+            return fmt::format("{} access-group {} of {} {}", type.key(), intf.value(), intf.key(),
+                               direction.key());
+          }
+        }
+      }
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace Agent

@@ -2,6 +2,7 @@
 
 #include <Acl/AclConfigAggregatorSm.h>
 #include <Acl/Counters.h>
+#include <Acl/IntfConfigSm.h>
 #include <Acl/Model.h>
 #include <Acl/Status.h>
 #include <Hive/EntityManager.h>
@@ -28,13 +29,16 @@ class Core {
   /// Retires and closes the plugin.
   ~Core();
 
-  /// Opens a plugin library and runs the phases of what it registers. Returns what went wrong; then no plugin
-  /// is loaded.
+  /// Opens a plugin library, in place of the one that is loaded, and runs the phases of what it registers.
+  /// Returns what went wrong; then no plugin is loaded.
   std::optional<std::string> loadPlugin(const std::string& path);
+  /// Retires the plugin and closes its library; returns why that could not be done. Without one does nothing.
+  std::optional<std::string> unloadPlugin();
 
   /// The configuration to put in force: the command line's and, by name, that of each further source. Returns
   /// what is wrong with their port-channels; then nothing has changed.
-  std::optional<std::string> apply(const Config::Model& commandLine, const std::map<std::string, Config::Model>& inputs);
+  std::optional<std::string> apply(const Config::Model& commandLine,
+                                   const std::map<std::string, Config::Model>& inputs);
 
   const Kelp::Ptr<Velo::VeloNamedCounters>& namedCounters() const { return namedCounters_; }
   const Velo::PortChannels& portChannels() const { return portChannels_; }
@@ -44,8 +48,13 @@ class Core {
   Kelp::Ptr<const Acl::Config> lists() const;
   Kelp::Ptr<const Acl::IntfConfig> bindings() const;
   Kelp::Ptr<const Acl::AclConfigAggregatorSm> listSources() const;
+  Kelp::Ptr<const AclAgent::IntfConfigSm> bindingSources() const;
   Kelp::Ptr<const Acl::StatusDp> status() const;
   std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters() const;
+
+  /// The first list or binding in force that the status does not show, or shows without an implicit rule;
+  /// nothing when all are there, and for a plugin that publishes no status.
+  std::optional<std::string> unpublished() const;
 
  private:
   template <class T>

@@ -45,6 +45,19 @@ std::optional<std::string> Forwarder::patchIs(const std::string& a, const std::s
     }
   }
   for (const auto& end : {a, b}) {
+    // A frame that came in at a member has one way to go.
+    for (const auto& [known, other] : patches_) {
+      if (core_.portChannels().portChannelOf(known) == Nimnet::IntfId(end)) {
+        return fmt::format("{} cannot be patched, its member {} is", end, known.name());
+      }
+    }
+    const Nimnet::IntfId& portChannel = core_.portChannels().portChannelOf(Nimnet::IntfId(end));
+    if (!portChannel.empty() &&
+        (patches_.contains(portChannel) || portChannel == Nimnet::IntfId(end == a ? b : a))) {
+      return fmt::format("{} cannot be patched, its port-channel {} is", end, portChannel.name());
+    }
+  }
+  for (const auto& end : {a, b}) {
     if (!core_.portChannels().has(Nimnet::IntfId(end))) portIs(end);
   }
   patches_[Nimnet::IntfId(a)] = Nimnet::IntfId(b);
@@ -79,6 +92,7 @@ Verdict Forwarder::receive(Port& port) {
 
 void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Kelp::String& session,
                              const Nimnet::IntfId& destination) {
+  if (Velo::MirroringPacketInfo::extractInfo(ctx)) return;  // a copy is not copied again
   if (mirrorObserver_) mirrorObserver_->handleMirrored(session);
   const Nimnet::Pkt& original = *ctx->pkt();
   copyCtx_->pkt()->assign(original.frame(), original.wireLength(), original.time());

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <Velo/Mirroring.h>
 #include <Velo/MalformedStep.h>
+#include <Velo/Mirroring.h>
 #include <Velo/Pipeline.h>
 #include <Velo/PortChannels.h>
 #include <agent/Core.h>
@@ -37,7 +37,8 @@ struct Port {
 struct Verdict {
   const Velo::PipelineStep* droppedBy = nullptr;  ///< null: it passed
   Acl::AclDirection direction = Acl::AclDirection::in;
-  const Port* egress = nullptr;  ///< the port it was to leave by; null: none, or dropped before that was known
+  const Port* egress =
+      nullptr;  ///< the port it was to leave by; null: none, or dropped before that was known
   bool passed() const { return droppedBy == nullptr; }
 };
 

@@ -1,6 +1,7 @@
 #include <Zeb/LogHandle.h>
 #include <agent/Core.h>
 #include <agent/LogMessages.h>
+#include <agent/Output.h>
 #include <nlohmann/json.hpp>
 
 namespace Agent {
@@ -27,9 +28,10 @@ std::string messagesText() {
   std::string text;
   for (const Zeb::LogHandle* handle : Zeb::LogHandle::catalogue()) {
     const Zeb::LogDescriptor& message = handle->descriptor();
-    text += fmt::format("{}\n  severity     {} ({})\n  format       {}\n  explanation  {}\n  action       {}\n\n",
-                        message.name, message.severity, Zeb::logSeverityName(message.severity), message.format,
-                        message.explanation, handle->actionText());
+    text +=
+        fmt::format("{}\n  severity     {} ({})\n  format       {}\n  explanation  {}\n  action       {}\n\n",
+                    message.name, message.severity, Zeb::logSeverityName(message.severity), message.format,
+                    message.explanation, handle->actionText());
   }
   return text;
 }
@@ -39,11 +41,10 @@ std::string messagesText() {
 Exit logMessages(const std::string& plugin, bool json) {
   Core core;
   if (const auto wrong = core.loadPlugin(plugin)) {
-    fmt::print(stderr, "velo: {}\n", *wrong);
+    complain(*wrong);
     return exitUsage;
   }
-  fmt::print("{}", json ? messagesJson() : messagesText());
-  return exitDone;
+  return print(json ? messagesJson() : messagesText()) ? exitDone : exitUnread;
 }
 
 }  // namespace Agent

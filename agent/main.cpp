@@ -3,6 +3,8 @@
 #include <Zeb/LogHandle.h>
 #include <Zeb/TraceHandle.h>
 #include <agent/LogMessages.h>
+#include <agent/config/Cursor.h>
+#include <agent/config/Mistake.h>
 #include <agent/replay/Replay.h>
 
 #include <CLI/CLI.hpp>
@@ -26,10 +28,16 @@ std::string defaultPlugin() {
 std::pair<std::string, std::string> split(const std::string& option, const std::string& text, char at) {
   const size_t place = text.find(at);
   if (place == std::string::npos || place == 0 || place + 1 == text.size()) {
-    throw CLI::ValidationError(option, "\"" + text + "\" is not of the form " +
-                                           (at == '=' ? "NAME=FILE" : "A,B"));
+    throw CLI::ValidationError(option,
+                               "\"" + text + "\" is not of the form " + (at == '=' ? "NAME=FILE" : "A,B"));
   }
   return {text.substr(0, place), text.substr(place + 1)};
+}
+
+/// A port has a name that configuration texts can have, too.
+void checkName(const std::string& option, const std::string& name) {
+  if (!Config::isName(name))
+    throw CLI::ValidationError(option, Config::quote(name) + " is no name for a port");
 }
 
 std::vector<std::pair<std::string, std::string>> splitAll(const std::string& option,
@@ -37,6 +45,8 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
   std::vector<std::pair<std::string, std::string>> pairs;
   for (const auto& text : texts) {
     pairs.push_back(split(option, text, at));
+    checkName(option, pairs.back().first);
+    if (at == ',') checkName(option, pairs.back().second);
     for (size_t i = 0; at == '=' && i + 1 < pairs.size(); ++i) {
       if (pairs[i].first == pairs.back().first) {
         throw CLI::ValidationError(option, "port " + pairs.back().first + " is named twice");
@@ -53,7 +63,6 @@ constexpr const char* footer =
 
 int main(int argc, char** argv) {
   CLI::App app{"A software forwarding agent with access lists.", "velo"};
-  app.require_subcommand(1);
   app.footer(footer);
 
   std::string plugin = defaultPlugin();
@@ -65,13 +74,17 @@ int main(int argc, char** argv) {
   CLI::App* replayCommand = app.add_subcommand(
       "replay", "Run captures through the lists and show what each rule matched and what was dropped.");
   replayCommand->footer(
-      "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet frames; "
-      "several are merged by time.\nExample: velo replay --config edge.acl --port eth1=in.pcap --patch eth1,eth2\n" +
+      "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet "
+      "frames; "
+      "several are merged by time.\nExample: velo replay --config edge.acl --port eth1=in.pcap --patch "
+      "eth1,eth2\n" +
       std::string(footer));
-  replayCommand->add_option("--config", replay.configs, "configuration text, the command line's; several are one")
+  replayCommand
+      ->add_option("--config", replay.configs, "configuration text, the command line's; several are one")
       ->required()
       ->type_name("FILE...");
-  replayCommand->add_option("--config-dir", replay.configDir, "every file in DIR is a further source of configuration")
+  replayCommand
+      ->add_option("--config-dir", replay.configDir, "every file in DIR is a further source of configuration")
       ->type_name("DIR");
   replayCommand->add_option("--port", ports, "a port and the capture of what it receives; once a port")
       ->required()
@@ -83,9 +96,11 @@ int main(int argc, char** argv) {
   replayCommand->add_option("--out", outs, "write what leaves a port, mirrored copies included")
       ->type_name("NAME=OUT.pcap")
       ->allow_extra_args(false);
-  replayCommand->add_option("--verdicts", replay.verdicts, "write one JSON object a line for each received frame")
+  replayCommand
+      ->add_option("--verdicts", replay.verdicts, "write one JSON object a line for each received frame")
       ->type_name("FILE");
-  replayCommand->add_option("--malformed", malformed, "what becomes of malformed frames: drop or pass (default drop)")
+  replayCommand
+      ->add_option("--malformed", malformed, "what becomes of malformed frames: drop or pass (default drop)")
       ->check(CLI::IsMember({"drop", "pass"}))
       ->type_name("POLICY");
   replayCommand->add_flag("--json", replay.json, "one JSON document instead of tables");
@@ -99,15 +114,18 @@ int main(int argc, char** argv) {
     command->add_option("--plugin", plugin, "the plugin's library (default: VeloAcl.so beside the program)")
         ->type_name("PATH");
     command
-        ->add_option("--trace", traces,
-                     "facilities and levels to trace to standard error, such as Velo::Acl/0; all levels up to the one "
-                     "named are on. Environment: VELO_TRACE")
+        ->add_option(
+            "--trace", traces,
+            "facilities and levels to trace to standard error, such as Velo::Acl/0; all levels up to the one "
+            "named are on. Environment: VELO_TRACE")
         ->type_name("NAME/LEVEL,...")
         ->envname("VELO_TRACE");
   }
 
   try {
     app.parse(argc, argv);
+    // Asked for here, so that a word that is no command is reported before that one is missing.
+    if (app.get_subcommands().empty()) throw CLI::RequiredError("A command");
     replay.ports = splitAll("--port", ports, '=');
     replay.patches = splitAll("--patch", patches, ',');
     replay.outs = splitAll("--out", outs, '=');

@@ -11,11 +11,24 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A unique symbol pins its library in the process for good; plugins must be closable.
   target_compile_options(velo-flags INTERFACE -fno-gnu-unique)
+  # Warns of searches in texts of unknown length, out of the standard library's own headers.
+  target_compile_options(velo-flags INTERFACE -Wno-stringop-overread)
 endif()
 if(VELO_SANITIZE)
   target_compile_options(velo-flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
+
+# The large standard headers that nearly every file includes are parsed once.
+function(velo_common_headers name)
+  if(NOT TARGET velo-pch)
+    add_library(velo-pch OBJECT ${CMAKE_SOURCE_DIR}/cmake/pch.cpp)
+    target_link_libraries(velo-pch PUBLIC velo-flags fmt::fmt)
+    target_precompile_headers(velo-pch PRIVATE <fmt/format.h> <algorithm> <functional> <map> <memory> <optional>
+      <set> <string> <variant> <vector>)
+  endif()
+  target_precompile_headers(${name} REUSE_FROM velo-pch)
+endfunction()
 
 function(velo_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
@@ -23,6 +36,7 @@ function(velo_room name)
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC velo-flags fmt::fmt ${ROOM_DEPENDS})
   set_property(GLOBAL APPEND PROPERTY VELO_ROOMS ${name})
+  velo_common_headers(${name})
 endfunction()
 
 function(velo_shared_platform)

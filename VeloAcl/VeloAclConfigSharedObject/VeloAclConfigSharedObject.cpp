@@ -4,15 +4,18 @@
 namespace Velo::VeloAcl {
 
 namespace {
-const Zeb::TypeModule module("VeloAclConfigSharedObject", {Zeb::typeEntry(&veloAclConfigSharedObjectFactory)});
+const Zeb::TypeModule module("VeloAclConfigSharedObject",
+                             {Zeb::typeEntry(&veloAclConfigSharedObjectFactory)});
 }
 
-Kelp::Ptr<Acl::Config> VeloAclConfigSharedObject::getAclConfig(const Kelp::Ptr<SharedObjects>& sharedObjects) {
+Kelp::Ptr<Acl::Config> VeloAclConfigSharedObject::getAclConfig(
+    const Kelp::Ptr<SharedObjects>& sharedObjects) {
   const Kelp::Ptr<SharedObject> object = sharedObjects->sharedObject(registryName);
   return object ? static_cast<const VeloAclConfigSharedObject&>(*object).aclConfig() : nullptr;
 }
 
-Kelp::Ptr<VeloAclConfigSharedObject> veloAclConfigSharedObjectFactory(const Kelp::Ptr<Acl::Config>& aclConfig) {
+Kelp::Ptr<VeloAclConfigSharedObject> veloAclConfigSharedObjectFactory(
+    const Kelp::Ptr<Acl::Config>& aclConfig) {
   return MemSlab::make<VeloAclConfigSharedObject>(aclConfig);
 }
 

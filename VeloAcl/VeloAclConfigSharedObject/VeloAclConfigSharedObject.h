@@ -18,15 +18,16 @@ class VeloAclConfigSharedObject : public SharedObject {
   explicit VeloAclConfigSharedObject(const Kelp::Ptr<Acl::Config>& aclConfig)
       : SharedObject(registryName), aclConfig_(aclConfig) {}
 
-  /// The configuration that the plugin aggregates into; null when the registry has no "AclConfig". Whatever is
-  /// filed under that name is taken to be a VeloAclConfigSharedObject.
+  /// The configuration that the plugin aggregates into; null when the registry has no "AclConfig". Whatever
+  /// is filed under that name is taken to be a VeloAclConfigSharedObject.
   static Kelp::Ptr<Acl::Config> getAclConfig(const Kelp::Ptr<SharedObjects>& sharedObjects);
   static constexpr std::array<Zeb::Operation, 1> zebOperations{{{"getAclConfig", "sharedObjects"}}};
 
   ZEB_HELD(Acl::Config, aclConfig)
 };
 
-Kelp::Ptr<VeloAclConfigSharedObject> veloAclConfigSharedObjectFactory(const Kelp::Ptr<Acl::Config>& aclConfig);
+Kelp::Ptr<VeloAclConfigSharedObject> veloAclConfigSharedObjectFactory(
+    const Kelp::Ptr<Acl::Config>& aclConfig);
 Kelp::Ptr<VeloAclConfigSharedObject> VeloAclConfigSharedObjectIs(const Kelp::Ptr<Acl::Config>& aclConfig);
 
 }  // namespace Velo::VeloAcl

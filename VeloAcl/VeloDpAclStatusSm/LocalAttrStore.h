@@ -12,7 +12,8 @@ class LocalAttrVeloCounterAclTypeNameTupleVeloCounterRuleIdSetPtr : public Zeb::
  public:
   using Set = Velo::Counter::RuleIdSet;
 
-  explicit LocalAttrVeloCounterAclTypeNameTupleVeloCounterRuleIdSetPtr(const Velo::Counter::AclTypeNameTuple&) {}
+  explicit LocalAttrVeloCounterAclTypeNameTupleVeloCounterRuleIdSetPtr(
+      const Velo::Counter::AclTypeNameTuple&) {}
 
   /// The set, made when there is none.
   Kelp::Ptr<Set> valueIs() {

@@ -28,7 +28,6 @@ class MachineTask {
   void del() {
     if (!task_) return;
     task_->dispatchDel(this);
-    task_->cancelTask();
     task_ = nullptr;
   }
   const Kelp::Ptr<Kiv::TimerTask>& get() const { return task_; }

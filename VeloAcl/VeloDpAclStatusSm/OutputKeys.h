@@ -9,8 +9,8 @@
 #include <variant>
 #include <vector>
 
-/// The keys of the reconciled outputs, each the full path of one entry, and the sets that tell which entries the
-/// inputs have produced.
+/// The keys of the reconciled outputs, each the full path of one entry, and the sets that tell which entries
+/// the inputs have produced.
 namespace Velo::VeloAcl {
 
 inline bool validAclType(Acl::AclType type) { return type <= Acl::AclType::mac; }
@@ -71,6 +71,10 @@ class SeenSet {
 };
 using HN_AclStatusStatusAclOutputSeen = SeenSet<AclStatusStatusAclOutputKeyType>;
 using HN_AclStatusStatusIntfIntfOutputSeen = SeenSet<AclStatusStatusIntfIntfOutputKeyType>;
+using HN_AclAclStatusPtrRuleStatusOutputSeen = SeenSet<AclAclStatusPtrRuleStatusOutputKeyType>;
+using HN_AclAclStatusPtrImplicitRuleIdOutputSeen = SeenSet<AclAclStatusPtrImplicitRuleIdOutputKeyType>;
+using HN_AclAclStatusPtrImplicitRuleStatusOutputSeen =
+    SeenSet<AclAclStatusPtrImplicitRuleStatusOutputKeyType>;
 
 /// The seen keys of an output by the list status they are in, walked in the order in which the statuses were
 /// first recorded. A status is recorded, too, when nothing in it was seen.

@@ -4,15 +4,16 @@
 namespace Velo::VeloAcl {
 
 bool VeloDpAclStatusSm::pollsComplete() const {
-  for (const CounterPoll* poll : {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
+  for (const CounterPoll* poll :
+       {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
     const uint64_t asked = ((*scanState_).*(poll->spec.generation))();
     if (asked == 0 || asked != ((*scanState_).*(poll->spec.doneGen))()) return false;
   }
   return true;
 }
 
-/// True when an output that is not ready yet has everything it waits for. Ends the first pass when that is all
-/// that is missing.
+/// True when an output that is not ready yet has everything it waits for. Ends the first pass when that is
+/// all that is missing.
 bool VeloDpAclStatusSm::outputInputsComplete(const OutputBase& output) {
   const OutputSpec& spec = output.spec;
   if (!initialized_) return false;
@@ -56,13 +57,15 @@ void VeloDpAclStatusSm::reconcile(ReconciledOutputBase& output, const Walk& walk
   if (stopped_) return;
   if (!complete) {
     output.resume = true;
-    traceStatus(9, "Yielding in reconciliation processing after processing {} items, including {} deletions .",
+    traceStatus(9,
+                "Yielding in reconciliation processing after processing {} items, including {} deletions .",
                 run.items, run.deletions);
     task->scheduleTask();
     return;
   }
-  traceStatus(9, "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
-              run.items, run.deletions);
+  traceStatus(
+      9, "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
+      run.items, run.deletions);
   output.task.del();
   output.resume = false;
   output.pending = false;
@@ -96,14 +99,17 @@ void VeloDpAclStatusSm::reconcilePerStatus(PerStatusOutput<Key>& output) {
   };
   reconcile(output, [&](DeletionRun& run) {
     if constexpr (std::is_same_v<Key, AclAclStatusPtrRuleStatusOutputKeyType>) {
-      return walk(run, [](Acl::AclStatus& s) -> auto& { return s.ruleStatus(); },
-                  [](Acl::AclStatus& s, const Kiv::UniqueId& k) { s.ruleStatusDel(k); });
+      return walk(
+          run, [](Acl::AclStatus & s) -> auto& { return s.ruleStatus(); },
+          [](Acl::AclStatus& s, const Kiv::UniqueId& k) { s.ruleStatusDel(k); });
     } else if (&output == &aclAclStatusPtrImplicitRuleIdOutput_) {
-      return walk(run, [](Acl::AclStatus& s) -> auto& { return s.implicitRuleId(); },
-                  [](Acl::AclStatus& s, Acl::ImplicitRuleType k) { s.implicitRuleIdDel(k); });
+      return walk(
+          run, [](Acl::AclStatus & s) -> auto& { return s.implicitRuleId(); },
+          [](Acl::AclStatus& s, Acl::ImplicitRuleType k) { s.implicitRuleIdDel(k); });
     } else {
-      return walk(run, [](Acl::AclStatus& s) -> auto& { return s.implicitRuleStatus(); },
-                  [](Acl::AclStatus& s, Acl::ImplicitRuleType k) { s.implicitRuleStatusDel(k); });
+      return walk(
+          run, [](Acl::AclStatus & s) -> auto& { return s.implicitRuleStatus(); },
+          [](Acl::AclStatus& s, Acl::ImplicitRuleType k) { s.implicitRuleStatusDel(k); });
     }
   });
   if (output.pending || stopped_) return;
@@ -141,7 +147,8 @@ void VeloDpAclStatusSm::handleAclStatusStatusAclOutputInputReady() {
       const auto lists = aclStatus_->status(aclType);
       if (!lists) continue;
       const bool here = resume && aclType == output.resumeKey->aclType;
-      for (auto list = here ? lists->acl().from(output.resumeKey->aclName) : lists->acl().begin(); list; list.next()) {
+      for (auto list = here ? lists->acl().from(output.resumeKey->aclName) : lists->acl().begin(); list;
+           list.next()) {
         const AclStatusStatusAclOutputKeyType key{aclType, list.key()};
         if (run.mustStop()) {
           output.resumeKey = key;
@@ -184,12 +191,14 @@ void VeloDpAclStatusSm::handleAclStatusStatusIntfIntfOutputInputReady() {
       const auto directions = aclStatus_->status(aclType);
       if (!directions) continue;
       const bool hereType = resume && aclType == from->aclType;
-      for (auto at = hereType ? directions->intf().from(from->direction) : directions->intf().begin(); at; at.next()) {
+      for (auto at = hereType ? directions->intf().from(from->direction) : directions->intf().begin(); at;
+           at.next()) {
         const Acl::AclDirection direction = at.key();
         const auto bindings = directions->intf(direction);
         if (!bindings) continue;
         const bool here = hereType && direction == from->direction;
-        for (auto intf = here ? bindings->intf().from(from->intfId) : bindings->intf().begin(); intf; intf.next()) {
+        for (auto intf = here ? bindings->intf().from(from->intfId) : bindings->intf().begin(); intf;
+             intf.next()) {
           const AclStatusStatusIntfIntfOutputKeyType key{aclType, direction, intf.key()};
           if (run.mustStop()) {
             output.resumeKey = key;
@@ -223,27 +232,30 @@ bool VeloDpAclStatusSm::aclStatusStatusAclOutputSeenHas(const AclStatusStatusAcl
 void VeloDpAclStatusSm::aclStatusStatusAclOutputSeenIs(const AclStatusStatusAclOutputKeyType& key) {
   aclStatusStatusAclOutput_.seen.add(key);
 }
-bool VeloDpAclStatusSm::aclStatusStatusIntfIntfOutputSeenHas(const AclStatusStatusIntfIntfOutputKeyType& key) const {
+bool VeloDpAclStatusSm::aclStatusStatusIntfIntfOutputSeenHas(
+    const AclStatusStatusIntfIntfOutputKeyType& key) const {
   return aclStatusStatusIntfIntfOutput_.seen.has(key);
 }
 void VeloDpAclStatusSm::aclStatusStatusIntfIntfOutputSeenIs(const AclStatusStatusIntfIntfOutputKeyType& key) {
   aclStatusStatusIntfIntfOutput_.seen.add(key);
 }
 
-// ---- reconciliation tasks ----------------------------------------------------------------------------------
+// ---- reconciliation tasks
+// ----------------------------------------------------------------------------------
 
-#define RECONCILIATION_TASK(output, handler)                                                                \
-  void VeloDpAclStatusSm::output##ReconciliationTaskIs(const Scheduler& scheduler, int priority,            \
-                                                       const char* name) {                                  \
-    output##_.task.is(scheduler, priority, name, [this] { withMachine([this] { handler(); }); });           \
-  }                                                                                                         \
+#define RECONCILIATION_TASK(output, handler)                                                      \
+  void VeloDpAclStatusSm::output##ReconciliationTaskIs(const Scheduler& scheduler, int priority,  \
+                                                       const char* name) {                        \
+    output##_.task.is(scheduler, priority, name, [this] { withMachine([this] { handler(); }); }); \
+  }                                                                                               \
   void VeloDpAclStatusSm::output##ReconciliationTaskDel() { output##_.task.del(); }
 
 RECONCILIATION_TASK(aclStatusStatusAclOutput, handleAclStatusStatusAclOutputInputReady)
 RECONCILIATION_TASK(aclStatusStatusIntfIntfOutput, handleAclStatusStatusIntfIntfOutputInputReady)
 RECONCILIATION_TASK(aclAclStatusPtrRuleStatusOutput, handleAclAclStatusPtrRuleStatusOutputInputReady)
 RECONCILIATION_TASK(aclAclStatusPtrImplicitRuleIdOutput, handleAclAclStatusPtrImplicitRuleIdOutputInputReady)
-RECONCILIATION_TASK(aclAclStatusPtrImplicitRuleStatusOutput, handleAclAclStatusPtrImplicitRuleStatusOutputInputReady)
+RECONCILIATION_TASK(aclAclStatusPtrImplicitRuleStatusOutput,
+                    handleAclAclStatusPtrImplicitRuleStatusOutputInputReady)
 
 #undef RECONCILIATION_TASK
 

@@ -33,6 +33,7 @@ void VeloDpAclStatusSm::handlePoll(CounterPoll& poll) {
   const CounterPoll::Spec& spec = poll.spec;
   (state.*(spec.idleIs))(false);
   state.handleIdle();
+  if (!initialized_) return;
   const bool complete = pollPass(poll, (state.*(spec.generation))());
   if (!initialized_) return;
   if (!complete) {
@@ -41,6 +42,7 @@ void VeloDpAclStatusSm::handlePoll(CounterPoll& poll) {
   }
   (state.*(spec.idleIs))(true);
   state.handleIdle();
+  if (!initialized_) return;
   if (!synchronous_) poll.task->scheduleTaskDelay(pollInterval);
   (state.*(spec.generationInc))();
   (state.*(spec.doneGenIs))((state.*(spec.generation))());
@@ -53,10 +55,11 @@ bool VeloDpAclStatusSm::pollPass(CounterPoll& poll, uint64_t) {
   const auto& counters = input->counterCollection();
   traceStatus(7, "{} = Poll fired", spec.name);
   if (poll.bookmark) {
-    traceStatus(6, " Resuming foreach( {}.counterCollection ) w/key {}, while flattening {} elements", spec.inputName,
-                *poll.bookmark, counters.size());
+    traceStatus(6, " Resuming foreach( {}.counterCollection ) w/key {}, while flattening {} elements",
+                spec.inputName, *poll.bookmark, counters.size());
   } else {
-    traceStatus(6, " foreach( {}.counterCollection ) flattening {} elements", spec.inputName, counters.size());
+    traceStatus(6, " foreach( {}.counterCollection ) flattening {} elements", spec.inputName,
+                counters.size());
   }
   const Kelp::Ptr<Kiv::TimerTask> task = poll.task.get();
   size_t done = 0;
@@ -83,9 +86,9 @@ bool VeloDpAclStatusSm::pollPass(CounterPoll& poll, uint64_t) {
   return true;
 }
 
-#define POLL_TASK(poll, body)                                                                              \
-  void VeloDpAclStatusSm::poll##TaskIs(const Scheduler& scheduler, int priority, const char* name) {       \
-    poll##_.task.is(scheduler, priority, name, [this] { withMachine([this] { body(); }); });               \
+#define POLL_TASK(poll, body)                                                                        \
+  void VeloDpAclStatusSm::poll##TaskIs(const Scheduler& scheduler, int priority, const char* name) { \
+    poll##_.task.is(scheduler, priority, name, [this] { withMachine([this] { body(); }); });         \
   }
 
 POLL_TASK(copyInCounters, handleCopyInCountersCodef)

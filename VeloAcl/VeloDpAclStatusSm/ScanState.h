@@ -45,13 +45,16 @@ class InputSmScanState : public Zeb::Entity {
   void copyIp6OutCountersCodefGenerationInc() {
     copyIp6OutCountersCodefGenerationIs(copyIp6OutCountersCodefGeneration() + 1);
   }
-  void copyInCountersCodefGenerationInc() { copyInCountersCodefGenerationIs(copyInCountersCodefGeneration() + 1); }
+  void copyInCountersCodefGenerationInc() {
+    copyInCountersCodefGenerationIs(copyInCountersCodefGeneration() + 1);
+  }
   void copyMacOutCountersCodefGenerationInc() {
     copyMacOutCountersCodefGenerationIs(copyMacOutCountersCodefGeneration() + 1);
   }
 
   void handleIdle() {
-    idleIs(copyInCountersIdle() && copyMacOutCountersIdle() && copyIpOutCountersIdle() && copyIp6OutCountersIdle());
+    idleIs(copyInCountersIdle() && copyMacOutCountersIdle() && copyIpOutCountersIdle() &&
+           copyIp6OutCountersIdle());
   }
 };
 

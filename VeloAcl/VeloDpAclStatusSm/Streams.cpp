@@ -19,8 +19,7 @@ const char* text(const ListCfg& list) { return list ? "present" : "absent"; }
 std::string_view text(const std::optional<Kelp::String>& name) {
   return name ? name->view() : std::string_view("absent");
 }
-template <class Rule>
-std::string_view text(const std::optional<Rule>& rule) {
+std::string_view text(const Acl::RuleConfig* rule) {
   return rule ? rule->text.view() : std::string_view("absent");
 }
 
@@ -41,23 +40,38 @@ void VeloDpAclStatusSm::pruneTypeStatus(AclType aclType) {
   if (lists && lists->acl().empty() && lists->intf().empty()) aclStatus_->statusDel(aclType);
 }
 
-// ---- lists and bindings ------------------------------------------------------------------------------------
+// ---- lists and bindings
+// ------------------------------------------------------------------------------------
 
-void VeloDpAclStatusSm::eventToAclConfigStream(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg) {
-  if (!initialScanDone_) return;
-  traceStatus(7, "aclConfigStream = from( aclConfig.config[].acl[] ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
+void VeloDpAclStatusSm::eventToAclConfigStream(AclType aclType, const Kelp::String& aclName,
+                                               const ListCfg& aclCfg) {
+  if (!streaming()) return;
+  traceStatus(7, "aclConfigStream = from( aclConfig.config[].acl[] ): aclType={} aclName={} aclCfg={}",
+              aclType, aclName, text(aclCfg));
+  const bool comesLate = aclStatusStatusAclOutput_.pending &&
+                         outputState_->aclAclStatusPtrRuleStatusOutputReady() &&
+                         !aclStatusStatusAclOutputSeenHas({aclType, aclName});
   if (aclStatusStatusAclOutput_.pending) aclStatusStatusAclOutputSeenIs({aclType, aclName});
   if (aclCfg) {
     const auto lists = aclStatus_->statusIs(aclType);
-    traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): inserting k1={}, k2={}, value={}", aclType,
-                aclName, aclName);
+    if (stopped_) return;
+    traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): inserting k1={}, k2={}, value={}",
+                aclType, aclName, aclName);
     const auto list = lists->aclIs(aclName);
-    if (aclAclStatusPtrImplicitRuleStatusOutput_.pending) aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen.record(list);
-    if (aclAclStatusPtrImplicitRuleIdOutput_.pending) aclAclStatusPtrImplicitRuleIdOutput_.ptrSeen.record(list);
+    if (aclAclStatusPtrImplicitRuleStatusOutput_.pending)
+      aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen.record(list);
+    if (aclAclStatusPtrImplicitRuleIdOutput_.pending)
+      aclAclStatusPtrImplicitRuleIdOutput_.ptrSeen.record(list);
     if (aclAclStatusPtrRuleStatusOutput_.pending) aclAclStatusPtrRuleStatusOutput_.ptrSeen.record(list);
+    if (comesLate) {
+      // An earlier run's status of the list, which was about to go, stays after all; but the rules have been
+      // reconciled already, and nobody would look at the old ones in it again.
+      for (auto rule = list->ruleStatus().begin(); rule && !stopped_; rule.next())
+        list->ruleStatusDel(rule.key());
+    }
   } else if (const auto lists = aclStatus_->status(aclType)) {
-    traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType, aclName);
+    traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
+                aclName);
     lists->aclDel(aclName);
     pruneTypeStatus(aclType);
   }
@@ -70,37 +84,44 @@ void VeloDpAclStatusSm::eventToAclConfigStream(AclType aclType, const Kelp::Stri
 void VeloDpAclStatusSm::eventToAclIntfConfigStream(AclType aclType, AclDirection direction,
                                                    const Nimnet::IntfId& intfId,
                                                    const std::optional<Kelp::String>& aclName) {
-  if (!initialScanDone_) return;
-  traceStatus(
-      7, "aclIntfConfigStream = from( aclIntfConfig.config[].intf[].intf[] ): aclType={} direction={} intfId={} aclName={}",
-      aclType, direction, intfId, text(aclName));
-  if (aclStatusStatusIntfIntfOutput_.pending) aclStatusStatusIntfIntfOutputSeenIs({aclType, direction, intfId});
+  if (!streaming()) return;
+  traceStatus(7,
+              "aclIntfConfigStream = from( aclIntfConfig.config[].intf[].intf[] ): aclType={} direction={} "
+              "intfId={} aclName={}",
+              aclType, direction, intfId, text(aclName));
+  if (aclStatusStatusIntfIntfOutput_.pending)
+    aclStatusStatusIntfIntfOutputSeenIs({aclType, direction, intfId});
   if (aclName) {
-    const auto bindings = aclStatus_->statusIs(aclType)->intfIs(direction);
-    traceStatus(
-        7, "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, k2={}, k3={}, value={}",
-        aclType, direction, intfId, *aclName);
+    const auto types = aclStatus_->statusIs(aclType);
+    const auto bindings = stopped_ ? nullptr : types->intfIs(direction);
+    if (stopped_) return pruneTypeStatus(aclType);
+    traceStatus(7,
+                "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, "
+                "k2={}, k3={}, value={}",
+                aclType, direction, intfId, *aclName);
     bindings->intfIs(intfId, *aclName);
     return;
   }
   const auto types = aclStatus_->status(aclType);
   const auto bindings = types ? types->intf(direction) : nullptr;
   if (!bindings) return;
-  traceStatus(7, "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): deleting k1={}, k2={}, k3={}",
-              aclType, direction, intfId);
+  traceStatus(
+      7, "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): deleting k1={}, k2={}, k3={}",
+      aclType, direction, intfId);
   bindings->intfDel(intfId);
   if (bindings->intf().empty()) types->intfDel(direction);
   pruneTypeStatus(aclType);
 }
 
-// ---- implicit rules ----------------------------------------------------------------------------------------
+// ---- implicit rules
+// ----------------------------------------------------------------------------------------
 
 void VeloDpAclStatusSm::eventToAclImplicitRuleCfgStream(AclType aclType, const Kelp::String& aclName,
                                                         const ListCfg& aclCfg) {
-  if (!initialScanDone_) return;
+  if (!streaming()) return;
   const bool exists = aclCfg.has_value();
-  traceStatus(7, "aclImplicitRuleCfgStream = merge( aclConfigStream ): aclType={} aclName={} exists={}", aclType,
-              aclName, exists);
+  traceStatus(7, "aclImplicitRuleCfgStream = merge( aclConfigStream ): aclType={} aclName={} exists={}",
+              aclType, aclName, exists);
   const auto maybeStatus = statusOf(aclType, aclName);
   if (!exists || !maybeStatus) {
     traceStatus(6, "filter( ( exists && maybeStatus ) ) failed, terminating pipeline");
@@ -118,12 +139,14 @@ void VeloDpAclStatusSm::eventToAclImplicitRuleCfgStream(AclType aclType, const K
     traceStatus(7, "into( status.implicitRuleId[ ruleType ] ): deleting k1={}", ruleType);
     maybeStatus->implicitRuleIdDel(ruleType);
   }
+  if (stopped_) return;
   const std::optional<RuleStatus> value = freshRuleStatus();
   if (aclAclStatusPtrImplicitRuleStatusOutput_.pending) {
     aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen.add(maybeStatus, {ruleType});
   }
   if (value) {
-    traceStatus(7, "into( status.implicitRuleStatus[ ruleType ] ): inserting k1={}, value={}", ruleType, *value);
+    traceStatus(7, "into( status.implicitRuleStatus[ ruleType ] ): inserting k1={}, value={}", ruleType,
+                *value);
     maybeStatus->implicitRuleStatusIs(ruleType, *value);
   } else {
     traceStatus(7, "into( status.implicitRuleStatus[ ruleType ] ): deleting k1={}", ruleType);
@@ -131,45 +154,51 @@ void VeloDpAclStatusSm::eventToAclImplicitRuleCfgStream(AclType aclType, const K
   }
 }
 
-// ---- rules -------------------------------------------------------------------------------------------------
+// ---- rules
+// -------------------------------------------------------------------------------------------------
 
-void VeloDpAclStatusSm::eventToIpRuleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
-                                               const std::optional<Acl::IpRuleConfig>& ruleConfig) {
-  if (!initialScanDone_) return;
-  traceStatus(
-      7, "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} aclName={} uid={} ruleConfig={}",
-      aclType, aclName, uid, text(ruleConfig));
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig.has_value());
+void VeloDpAclStatusSm::eventToIpRuleCfgStream(AclType aclType, const Kelp::String& aclName,
+                                               const UniqueId& uid, const Acl::IpRuleConfig* ruleConfig) {
+  if (!streaming()) return;
+  traceStatus(7,
+              "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} "
+              "aclName={} uid={} ruleConfig={}",
+              aclType, aclName, uid, text(ruleConfig));
+  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
-void VeloDpAclStatusSm::eventToIp6RuleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
-                                                const std::optional<Acl::Ip6RuleConfig>& ruleConfig) {
-  if (!initialScanDone_) return;
-  traceStatus(
-      7, "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} aclName={} uid={} ruleConfig={}",
-      aclType, aclName, uid, text(ruleConfig));
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig.has_value());
+void VeloDpAclStatusSm::eventToIp6RuleCfgStream(AclType aclType, const Kelp::String& aclName,
+                                                const UniqueId& uid, const Acl::Ip6RuleConfig* ruleConfig) {
+  if (!streaming()) return;
+  traceStatus(7,
+              "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} "
+              "aclName={} uid={} ruleConfig={}",
+              aclType, aclName, uid, text(ruleConfig));
+  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
-void VeloDpAclStatusSm::eventToMacRuleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
-                                                const std::optional<Acl::MacRuleConfig>& ruleConfig) {
-  if (!initialScanDone_) return;
-  traceStatus(
-      7, "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} aclName={} uid={} ruleConfig={}",
-      aclType, aclName, uid, text(ruleConfig));
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig.has_value());
+void VeloDpAclStatusSm::eventToMacRuleCfgStream(AclType aclType, const Kelp::String& aclName,
+                                                const UniqueId& uid, const Acl::MacRuleConfig* ruleConfig) {
+  if (!streaming()) return;
+  traceStatus(7,
+              "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} "
+              "aclName={} uid={} ruleConfig={}",
+              aclType, aclName, uid, text(ruleConfig));
+  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
 /// Records every rule of a list that has just come, whatever the status says; never takes one out.
 template <class Rules>
-void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg, AclType listType,
-                                  const char* typeName, const char* rulesName, const Rules& rulesOf) {
+void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg,
+                                  AclType listType, const char* typeName, const char* rulesName,
+                                  const Rules& rulesOf) {
   const auto rules = aclType == listType && aclCfg ? (*aclCfg)->currCfg() : nullptr;
   if (!rules) {
-    traceStatus(6,
-                "filter( ( ( ( aclType == Acl::AclType::{}() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-                "terminating pipeline",
-                typeName);
+    traceStatus(
+        6,
+        "filter( ( ( ( aclType == Acl::AclType::{}() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+        "terminating pipeline",
+        typeName);
     return;
   }
   const auto& map = rulesOf(*rules);
@@ -182,44 +211,49 @@ void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, 
 
 void VeloDpAclStatusSm::eventToAclIpRuleInitStream(AclType aclType, const Kelp::String& aclName,
                                                    const ListCfg& aclCfg) {
-  if (!initialScanDone_) return;
-  traceStatus(7, "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType, aclName,
-              text(aclCfg));
-  initRules(aclType, aclName, aclCfg, AclType::ip, "ip", "ipRuleById",
-            [](const Acl::AclSubConfig& rules) -> auto& { return rules.ipRuleById(); });
+  if (!streaming()) return;
+  traceStatus(7, "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
+              aclName, text(aclCfg));
+  initRules(
+      aclType, aclName, aclCfg, AclType::ip, "ip", "ipRuleById",
+      [](const Acl::AclSubConfig& rules) -> auto& { return rules.ipRuleById(); });
 }
 
 void VeloDpAclStatusSm::eventToAclIp6RuleInitStream(AclType aclType, const Kelp::String& aclName,
                                                     const ListCfg& aclCfg) {
-  if (!initialScanDone_) return;
-  traceStatus(7, "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType, aclName,
-              text(aclCfg));
-  initRules(aclType, aclName, aclCfg, AclType::ipv6, "ipv6", "ip6RuleById",
-            [](const Acl::AclSubConfig& rules) -> auto& { return rules.ip6RuleById(); });
+  if (!streaming()) return;
+  traceStatus(7, "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
+              aclName, text(aclCfg));
+  initRules(
+      aclType, aclName, aclCfg, AclType::ipv6, "ipv6", "ip6RuleById",
+      [](const Acl::AclSubConfig& rules) -> auto& { return rules.ip6RuleById(); });
 }
 
 void VeloDpAclStatusSm::eventToAclMacRuleInitStream(AclType aclType, const Kelp::String& aclName,
                                                     const ListCfg& aclCfg) {
-  if (!initialScanDone_) return;
-  traceStatus(7, "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType, aclName,
-              text(aclCfg));
-  initRules(aclType, aclName, aclCfg, AclType::mac, "mac", "macRuleById",
-            [](const Acl::AclSubConfig& rules) -> auto& { return rules.macRuleById(); });
+  if (!streaming()) return;
+  traceStatus(7, "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
+              aclName, text(aclCfg));
+  initRules(
+      aclType, aclName, aclCfg, AclType::mac, "mac", "macRuleById",
+      [](const Acl::AclSubConfig& rules) -> auto& { return rules.macRuleById(); });
 }
 
-void VeloDpAclStatusSm::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
-                                                    bool exists) {
-  if (!initialScanDone_) return;
-  traceStatus(7,
-              "ruleCfgHandlerStream = merge( ipRuleCfgStream, ip6RuleCfgStream, macRuleCfgStream ): aclType={} "
-              "aclName={} uid={} exists={}",
-              aclType, aclName, uid, exists);
+void VeloDpAclStatusSm::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::String& aclName,
+                                                    const UniqueId& uid, bool exists) {
+  if (!streaming()) return;
+  traceStatus(
+      7,
+      "ruleCfgHandlerStream = merge( ipRuleCfgStream, ip6RuleCfgStream, macRuleCfgStream ): aclType={} "
+      "aclName={} uid={} exists={}",
+      aclType, aclName, uid, exists);
   const AclTypeNameTuple key{aclType, aclName};
   if (exists) {
     if (!statusOf(aclType, aclName)) {
-      traceStatus(6,
-                  "filter( ( aclStatus.status[ aclType ]?.acl?[ aclName ] || ( !exists ) ) ) failed, terminating "
-                  "pipeline");
+      traceStatus(
+          6,
+          "filter( ( aclStatus.status[ aclType ]?.acl?[ aclName ] || ( !exists ) ) ) failed, terminating "
+          "pipeline");
       return;
     }
     const auto ruleIds = localAttrStore_->ruleIdsByAclIs(key);
@@ -231,12 +265,16 @@ void VeloDpAclStatusSm::eventToRuleCfgHandlerStream(AclType aclType, const Kelp:
   if (!ruleIds) return;
   traceStatus(7, "into( ruleIdsByAcl[ key ].ruleIds[ uid ] ): deleting k1={}, k2={}", key, uid);
   ruleIds->ruleIdsDel(uid);
-  if (ruleIds->ruleIds().empty()) localAttrStore_->ruleIdsByAclDel(key);
+  // Whoever saw the id go may have begun another set under the key.
+  if (ruleIds->ruleIds().empty() && localAttrStore_->ruleIdsByAcl(key) == ruleIds)
+    localAttrStore_->ruleIdsByAclDel(key);
 }
 
-void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, const UniqueId& uid, bool exists) {
-  if (!initialScanDone_) return;
-  traceStatus(7, "Line 103: from( ruleIdsByAcl[].ruleIds[] ): keyTuple={} uid={} exists={}", keyTuple, uid, exists);
+void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, const UniqueId& uid,
+                                             bool exists) {
+  if (!streaming()) return;
+  traceStatus(7, "Line 103: from( ruleIdsByAcl[].ruleIds[] ): keyTuple={} uid={} exists={}", keyTuple, uid,
+              exists);
   const auto maybeStatus = statusOf(keyTuple.aclType, keyTuple.aclName);
   if (!maybeStatus) {
     traceStatus(6, "filter( maybeStatus ) failed, terminating pipeline");
@@ -255,15 +293,17 @@ void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, c
   }
 }
 
-// ---- counters ----------------------------------------------------------------------------------------------
+// ---- counters
+// ----------------------------------------------------------------------------------------------
 
 void VeloDpAclStatusSm::eventToUpdateCounters(const CounterKey& key,
                                               const Velo::Counter::VeloDpAclCounter& counter) {
-  if (!initialScanDone_) return;
-  traceStatus(7,
-              "updateCounters = merge( copyInCounters, copyMacOutCounters, copyIpOutCounters, copyIp6OutCounters ): "
-              "key={} shadowVal={}",
-              key, fmt::ptr(&counter));
+  if (!streaming()) return;
+  traceStatus(
+      7,
+      "updateCounters = merge( copyInCounters, copyMacOutCounters, copyIpOutCounters, copyIp6OutCounters ): "
+      "key={} shadowVal={}",
+      key, fmt::ptr(&counter));
   const auto maybeStatus = statusOf(key.aclType, key.aclName);
   if (!maybeStatus) {
     traceStatus(6, "filter( maybeStatus ) failed, terminating pipeline");
@@ -276,7 +316,8 @@ void VeloDpAclStatusSm::eventToUpdateCounters(const CounterKey& key,
     auto& output = aclAclStatusPtrImplicitRuleStatusOutput_;
     if (output.pending) output.ptrSeen.add(maybeStatus, {dropType});
     if (value) {
-      traceStatus(7, "into( status.implicitRuleStatus[ dropType ] ): inserting k1={}, value={}", dropType, *value);
+      traceStatus(7, "into( status.implicitRuleStatus[ dropType ] ): inserting k1={}, value={}", dropType,
+                  *value);
       maybeStatus->implicitRuleStatusIs(dropType, *value);
     } else {
       traceStatus(7, "into( status.implicitRuleStatus[ dropType ] ): deleting k1={}", dropType);
@@ -286,13 +327,15 @@ void VeloDpAclStatusSm::eventToUpdateCounters(const CounterKey& key,
     auto& output = aclAclStatusPtrRuleStatusOutput_;
     if (output.pending) output.ptrSeen.add(maybeStatus, {key.ruleId});
     if (value) {
-      traceStatus(7, "into( status.ruleStatus[ key.ruleId ] ): inserting k1={}, value={}", key.ruleId, *value);
+      traceStatus(7, "into( status.ruleStatus[ key.ruleId ] ): inserting k1={}, value={}", key.ruleId,
+                  *value);
       maybeStatus->ruleStatusIs(key.ruleId, *value);
     } else {
       traceStatus(7, "into( status.ruleStatus[ key.ruleId ] ): deleting k1={}", key.ruleId);
       maybeStatus->ruleStatusDel(key.ruleId);
     }
   }
+  if (stopped_) return;
   const Kelp::Duration now = Zeb::System::currentTime();
   traceStatus(7, "into( status.counterUpdateTime ): inserting value={}", now);
   maybeStatus->counterUpdateTimeIs(now);

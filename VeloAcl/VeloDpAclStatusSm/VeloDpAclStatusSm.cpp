@@ -102,27 +102,29 @@ VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConf
                                       .ready = &O::aclStatusStatusIntfIntfOutputReady,
                                       .readyIs = &O::aclStatusStatusIntfIntfOutputReadyIs,
                                       .scans = {&S::aclIntfConfigStreamScan}}),
-      copyIpOutCounters_(CounterPoll::Spec{
-          "copyIpOutCounters", "ipOutCounters", &M::ipOutCounters, &S::copyIpOutCountersIdleIs,
-          &S::copyIpOutCountersCodefDoneGen, &S::copyIpOutCountersCodefDoneGenIs, &S::copyIpOutCountersCodefGeneration,
-          &S::copyIpOutCountersCodefGenerationIs, &S::copyIpOutCountersCodefGenerationInc,
-          &M::copyIpOutCountersDuplicateSeen, &M::copyIpOutCountersDuplicateSeenIs}),
-      copyIp6OutCounters_(CounterPoll::Spec{
-          "copyIp6OutCounters", "ip6OutCounters", &M::ip6OutCounters, &S::copyIp6OutCountersIdleIs,
-          &S::copyIp6OutCountersCodefDoneGen, &S::copyIp6OutCountersCodefDoneGenIs,
-          &S::copyIp6OutCountersCodefGeneration, &S::copyIp6OutCountersCodefGenerationIs,
-          &S::copyIp6OutCountersCodefGenerationInc, &M::copyIp6OutCountersDuplicateSeen,
-          &M::copyIp6OutCountersDuplicateSeenIs}),
+      copyIpOutCounters_(
+          CounterPoll::Spec{"copyIpOutCounters", "ipOutCounters", &M::ipOutCounters,
+                            &S::copyIpOutCountersIdleIs, &S::copyIpOutCountersCodefDoneGen,
+                            &S::copyIpOutCountersCodefDoneGenIs, &S::copyIpOutCountersCodefGeneration,
+                            &S::copyIpOutCountersCodefGenerationIs, &S::copyIpOutCountersCodefGenerationInc,
+                            &M::copyIpOutCountersDuplicateSeen, &M::copyIpOutCountersDuplicateSeenIs}),
+      copyIp6OutCounters_(
+          CounterPoll::Spec{"copyIp6OutCounters", "ip6OutCounters", &M::ip6OutCounters,
+                            &S::copyIp6OutCountersIdleIs, &S::copyIp6OutCountersCodefDoneGen,
+                            &S::copyIp6OutCountersCodefDoneGenIs, &S::copyIp6OutCountersCodefGeneration,
+                            &S::copyIp6OutCountersCodefGenerationIs, &S::copyIp6OutCountersCodefGenerationInc,
+                            &M::copyIp6OutCountersDuplicateSeen, &M::copyIp6OutCountersDuplicateSeenIs}),
       copyInCounters_(CounterPoll::Spec{
-          "copyInCounters", "inCounters", &M::inCounters, &S::copyInCountersIdleIs, &S::copyInCountersCodefDoneGen,
-          &S::copyInCountersCodefDoneGenIs, &S::copyInCountersCodefGeneration, &S::copyInCountersCodefGenerationIs,
-          &S::copyInCountersCodefGenerationInc, &M::copyInCountersDuplicateSeen, &M::copyInCountersDuplicateSeenIs}),
-      copyMacOutCounters_(CounterPoll::Spec{
-          "copyMacOutCounters", "macOutCounters", &M::macOutCounters, &S::copyMacOutCountersIdleIs,
-          &S::copyMacOutCountersCodefDoneGen, &S::copyMacOutCountersCodefDoneGenIs,
-          &S::copyMacOutCountersCodefGeneration, &S::copyMacOutCountersCodefGenerationIs,
-          &S::copyMacOutCountersCodefGenerationInc, &M::copyMacOutCountersDuplicateSeen,
-          &M::copyMacOutCountersDuplicateSeenIs}) {}
+          "copyInCounters", "inCounters", &M::inCounters, &S::copyInCountersIdleIs,
+          &S::copyInCountersCodefDoneGen, &S::copyInCountersCodefDoneGenIs, &S::copyInCountersCodefGeneration,
+          &S::copyInCountersCodefGenerationIs, &S::copyInCountersCodefGenerationInc,
+          &M::copyInCountersDuplicateSeen, &M::copyInCountersDuplicateSeenIs}),
+      copyMacOutCounters_(
+          CounterPoll::Spec{"copyMacOutCounters", "macOutCounters", &M::macOutCounters,
+                            &S::copyMacOutCountersIdleIs, &S::copyMacOutCountersCodefDoneGen,
+                            &S::copyMacOutCountersCodefDoneGenIs, &S::copyMacOutCountersCodefGeneration,
+                            &S::copyMacOutCountersCodefGenerationIs, &S::copyMacOutCountersCodefGenerationInc,
+                            &M::copyMacOutCountersDuplicateSeen, &M::copyMacOutCountersDuplicateSeenIs}) {}
 
 VeloDpAclStatusSm::~VeloDpAclStatusSm() {
   nodeFlagSet(Kelp::nodeLive, false);
@@ -144,6 +146,7 @@ void VeloDpAclStatusSm::withMachine(const std::function<void()>& run) {
 
 void VeloDpAclStatusSm::handleInitialized() {
   if (initialized_ || stopped_ || scanState_) return;
+  const Kelp::Ptr<VeloDpAclStatusSm> keep(this);
   traceStatus(9, "create local SMs");
   if (control_.mode == Rix::SmControl::synchronous) synchronous_ = true;
   if (control_.mode == Rix::SmControl::asynchronous) synchronous_ = false;
@@ -187,8 +190,8 @@ void VeloDpAclStatusSm::createTasks() {
       scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrImplicitRuleIdOutputTask");
   aclStatusStatusAclOutputReconciliationTaskIs(scheduler_, priority,
                                                "VeloDpAclStatusSm-aclStatusStatusAclOutputTask");
-  aclAclStatusPtrRuleStatusOutputReconciliationTaskIs(scheduler_, priority,
-                                                      "VeloDpAclStatusSm-aclAclStatusPtrRuleStatusOutputTask");
+  aclAclStatusPtrRuleStatusOutputReconciliationTaskIs(
+      scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrRuleStatusOutputTask");
   aclStatusStatusIntfIntfOutputReconciliationTaskIs(scheduler_, priority,
                                                     "VeloDpAclStatusSm-aclStatusStatusIntfIntfOutputTask");
   copyIpOutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyIpOutCountersTask");
@@ -198,17 +201,20 @@ void VeloDpAclStatusSm::createTasks() {
 }
 
 void VeloDpAclStatusSm::checkArguments() const {
-  KELP_ASSERT(aclConfig(), "aclConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(aclConfig(),
+              "aclConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
   KELP_ASSERT(aclIntfConfig(),
               "aclIntfConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(inCounters(), "inCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(inCounters(),
+              "inCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
   KELP_ASSERT(macOutCounters(),
               "macOutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
   KELP_ASSERT(ipOutCounters(),
               "ipOutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
   KELP_ASSERT(ip6OutCounters(),
               "ip6OutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(aclStatus(), "aclStatus() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  KELP_ASSERT(aclStatus(),
+              "aclStatus() && \"Pointer SM args cannot be null unless they are marked Optional\"");
 }
 
 void VeloDpAclStatusSm::setReconciliationPending() {
@@ -263,11 +269,13 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
   if (!stopped_ && aclIntfConfigSm0_->active()) aclIntfConfigSm0_->doInputScan();
   if (stopped_) return;
 
-  for (CounterPoll* poll : {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
+  for (CounterPoll* poll :
+       {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
     ((*scanState_).*(poll->spec.generationIs))(((*scanState_).*(poll->spec.doneGen))() + 1);
   }
   if (synchronous_) {
-    for (auto copy : {&M::copyIpOutCounters, &M::copyIp6OutCounters, &M::copyInCounters, &M::copyMacOutCounters}) {
+    for (auto copy :
+         {&M::copyIpOutCounters, &M::copyIp6OutCounters, &M::copyInCounters, &M::copyMacOutCounters}) {
       if (initialized_) (this->*copy)();
     }
   }
@@ -386,8 +394,8 @@ Kelp::Ptr<VeloDpAclStatusSm> veloDpAclStatusSmFactory(
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters, const Kelp::Ptr<Acl::StatusDp>& aclStatus,
-    const Rix::SmControl& control) {
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control) {
   const auto machine = MemSlab::make<VeloDpAclStatusSm>(aclConfig, aclIntfConfig, inCounters, macOutCounters,
                                                         ipOutCounters, ip6OutCounters, aclStatus, control);
   machine->handleInitialized();
@@ -399,10 +407,10 @@ Kelp::Ptr<VeloDpAclStatusSm> VeloDpAclStatusSmIs(
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters, const Kelp::Ptr<Acl::StatusDp>& aclStatus,
-    const Rix::SmControl& control) {
-  return veloDpAclStatusSmFactory(aclConfig, aclIntfConfig, inCounters, macOutCounters, ipOutCounters, ip6OutCounters,
-                                  aclStatus, control);
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control) {
+  return veloDpAclStatusSmFactory(aclConfig, aclIntfConfig, inCounters, macOutCounters, ipOutCounters,
+                                  ip6OutCounters, aclStatus, control);
 }
 
 }  // namespace Velo::VeloAcl

@@ -28,8 +28,8 @@ class RuleIdsByAclSm7;
 /// A dataflow: walkers (Walkers.h) over configuration and bindings raise keyed events; each enters a stream
 /// (the eventTo... operations, in Streams.cpp), which filters it, writes the status and passes it on. Nothing
 /// is raised before initialScanDone: the first pass of the scans builds the walkers, the second visits every
-/// element again with its event. A status that an earlier machine left is reconciled after that: what no input
-/// produced again is deleted (Outputs.cpp). Long work runs in tasks and yields.
+/// element again with its event. A status that an earlier machine left is reconciled after that: what no
+/// input produced again is deleted (Outputs.cpp). Long work runs in tasks and yields.
 ///
 /// The plugin owns the machine; it owns its walkers, local state and tasks. Its destruction leaves the status
 /// as it is, doDeleteAll() withdraws it first. Whoever drops the machine from within one of its own writes
@@ -43,8 +43,10 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
 
   VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConfig,
                     const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
-                    const Kelp::Ptr<const Counters>& inCounters, const Kelp::Ptr<const Counters>& macOutCounters,
-                    const Kelp::Ptr<const Counters>& ipOutCounters, const Kelp::Ptr<const Counters>& ip6OutCounters,
+                    const Kelp::Ptr<const Counters>& inCounters,
+                    const Kelp::Ptr<const Counters>& macOutCounters,
+                    const Kelp::Ptr<const Counters>& ipOutCounters,
+                    const Kelp::Ptr<const Counters>& ip6OutCounters,
                     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control);
   ~VeloDpAclStatusSm() override;
 
@@ -89,18 +91,19 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void aclConfigSm3Del();
   void aclIntfConfigSm0Del();
 
-  // Streams, for the walkers; each does nothing before initialScanDone.
+  // Streams, for the walkers; each does nothing before initialScanDone. A rule that is gone is null.
   void eventToAclConfigStream(Acl::AclType aclType, const Kelp::String& aclName,
                               const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
-  void eventToAclIntfConfigStream(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId,
-                                  const std::optional<Kelp::String>& aclName);
+  void eventToAclIntfConfigStream(Acl::AclType aclType, Acl::AclDirection direction,
+                                  const Nimnet::IntfId& intfId, const std::optional<Kelp::String>& aclName);
   void eventToIpRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
-                              const std::optional<Acl::IpRuleConfig>& ruleConfig);
+                              const Acl::IpRuleConfig* ruleConfig);
   void eventToIp6RuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
-                               const std::optional<Acl::Ip6RuleConfig>& ruleConfig);
+                               const Acl::Ip6RuleConfig* ruleConfig);
   void eventToMacRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
-                               const std::optional<Acl::MacRuleConfig>& ruleConfig);
-  void eventToRix_pipeline0(const Velo::Counter::AclTypeNameTuple& keyTuple, const Kiv::UniqueId& uid, bool exists);
+                               const Acl::MacRuleConfig* ruleConfig);
+  void eventToRix_pipeline0(const Velo::Counter::AclTypeNameTuple& keyTuple, const Kiv::UniqueId& uid,
+                            bool exists);
   /// For the polls.
   void eventToUpdateCounters(const CounterKey& key, const Velo::Counter::VeloDpAclCounter& counter);
 
@@ -113,8 +116,10 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void handleAclAclStatusPtrRuleStatusOutputInputReady();
   void handleAclStatusStatusIntfIntfOutputInputReady();
   using Scheduler = Kelp::Ptr<Kiv::TaskScheduler>;
-  void aclStatusStatusAclOutputReconciliationTaskIs(const Scheduler& scheduler, int priority, const char* name);
-  void aclStatusStatusIntfIntfOutputReconciliationTaskIs(const Scheduler& scheduler, int priority, const char* name);
+  void aclStatusStatusAclOutputReconciliationTaskIs(const Scheduler& scheduler, int priority,
+                                                    const char* name);
+  void aclStatusStatusIntfIntfOutputReconciliationTaskIs(const Scheduler& scheduler, int priority,
+                                                         const char* name);
   void aclAclStatusPtrRuleStatusOutputReconciliationTaskIs(const Scheduler& scheduler, int priority,
                                                            const char* name);
   void aclAclStatusPtrImplicitRuleIdOutputReconciliationTaskIs(const Scheduler& scheduler, int priority,
@@ -132,6 +137,15 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void aclStatusStatusAclOutputSeenIs(const AclStatusStatusAclOutputKeyType& key);
   bool aclStatusStatusIntfIntfOutputSeenHas(const AclStatusStatusIntfIntfOutputKeyType& key) const;
   void aclStatusStatusIntfIntfOutputSeenIs(const AclStatusStatusIntfIntfOutputKeyType& key);
+  const auto& aclAclStatusPtrRuleStatusOutputPtrSeen() const {
+    return aclAclStatusPtrRuleStatusOutput_.ptrSeen;
+  }
+  const auto& aclAclStatusPtrImplicitRuleIdOutputPtrSeen() const {
+    return aclAclStatusPtrImplicitRuleIdOutput_.ptrSeen;
+  }
+  const auto& aclAclStatusPtrImplicitRuleStatusOutputPtrSeen() const {
+    return aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen;
+  }
 
   // Polls: each as its task, as what schedules that, and as one pass; `copy...` is the pass of a machine that
   // runs without tasks. A pass returns false when it yielded.
@@ -144,9 +158,15 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void handleCopyIpOutCountersCodef() { handlePoll(copyIpOutCounters_); }
   void handleCopyIp6OutCountersCodef() { handlePoll(copyIp6OutCounters_); }
   bool eventToCopyInCountersInternal(uint64_t generation) { return pollPass(copyInCounters_, generation); }
-  bool eventToCopyMacOutCountersInternal(uint64_t generation) { return pollPass(copyMacOutCounters_, generation); }
-  bool eventToCopyIpOutCountersInternal(uint64_t generation) { return pollPass(copyIpOutCounters_, generation); }
-  bool eventToCopyIp6OutCountersInternal(uint64_t generation) { return pollPass(copyIp6OutCounters_, generation); }
+  bool eventToCopyMacOutCountersInternal(uint64_t generation) {
+    return pollPass(copyMacOutCounters_, generation);
+  }
+  bool eventToCopyIpOutCountersInternal(uint64_t generation) {
+    return pollPass(copyIpOutCounters_, generation);
+  }
+  bool eventToCopyIp6OutCountersInternal(uint64_t generation) {
+    return pollPass(copyIp6OutCounters_, generation);
+  }
   void copyInCounters() { handlePoll(copyInCounters_); }
   void copyMacOutCounters() { handlePoll(copyMacOutCounters_); }
   void copyIpOutCounters() { handlePoll(copyIpOutCounters_); }
@@ -179,7 +199,9 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void stop();
   void withMachine(const std::function<void()>& run);
 
-  // Streams.
+  // Streams. A subscriber of the status may end the machine in the middle of an event: whoever has written
+  // asks before it writes again.
+  bool streaming() const { return initialScanDone_ && !stopped_; }
   Kelp::Ptr<Acl::AclStatus> statusOf(Acl::AclType aclType, const Kelp::String& aclName) const;
   void pruneTypeStatus(Acl::AclType aclType);
   void eventToAclImplicitRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName,
@@ -190,8 +212,8 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
                                    const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
   void eventToAclMacRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName,
                                    const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
-  void eventToRuleCfgHandlerStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
-                                   bool exists);
+  void eventToRuleCfgHandlerStream(Acl::AclType aclType, const Kelp::String& aclName,
+                                   const Kiv::UniqueId& uid, bool exists);
   template <class Rules>
   void initRules(Acl::AclType aclType, const Kelp::String& aclName,
                  const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg, Acl::AclType listType,
@@ -254,14 +276,14 @@ Kelp::Ptr<VeloDpAclStatusSm> veloDpAclStatusSmFactory(
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters, const Kelp::Ptr<Acl::StatusDp>& aclStatus,
-    const Rix::SmControl& control);
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control);
 Kelp::Ptr<VeloDpAclStatusSm> VeloDpAclStatusSmIs(
     const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
     const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters, const Kelp::Ptr<Acl::StatusDp>& aclStatus,
-    const Rix::SmControl& control);
+    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
+    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control);
 
 }  // namespace Velo::VeloAcl

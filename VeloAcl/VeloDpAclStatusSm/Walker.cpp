@@ -19,18 +19,19 @@ class Walker::ReactorScope {
   const std::array<int, scanCount> driving_;
 };
 
-Walker::Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent, Kelp::Ptr<const Zeb::Entity> entity)
+Walker::Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent,
+               Kelp::Ptr<const Zeb::Entity> entity)
     : InputStateMachine(std::move(entity)), name_(name), machine_(&machine), parent_(parent) {}
 
 Walker::~Walker() = default;
 
-bool Walker::synchronous() const { return machine_->synchronous(); }
-bool Walker::initialScanDone() const { return machine_->initialScanDone(); }
+bool Walker::synchronous() const { return !machine_ || machine_->synchronous(); }
+bool Walker::initialScanDone() const { return machine_ && machine_->initialScanDone(); }
 
 void Walker::hasNotificationActiveIs(bool on) {
   if (on && !active()) return;
+  if (on && !hasNotificationActive() && watchedEntity()) versionsSeen();
   InputStateMachine::hasNotificationActiveIs(on);
-  if (on && watchedEntity()) versionsSeen();
   forEachChild([on](Walker& child) { child.hasNotificationActiveIs(on); });
 }
 
@@ -42,7 +43,6 @@ void Walker::stop() {
   for (auto& task : tasks_) {
     if (!task) continue;
     task->dispatchDel(this);
-    task->cancelTask();
     task = nullptr;
   }
   forEachChild([](Walker& child) { child.stop(); });
@@ -55,7 +55,8 @@ void Walker::enDispatch(const Zeb::Change& change) try {
   const ReactorScope scope(top());
   dispatch(change);
 } catch (const std::exception& error) {
-  Kelp::fatal(fmt::format("an exception escaped a reactor of {}: {}", name_, error.what()), __FILE__, __LINE__);
+  Kelp::fatal(fmt::format("an exception escaped a reactor of {}: {}", name_, error.what()), __FILE__,
+              __LINE__);
 }
 
 bool Walker::shouldYield(int number) const {
@@ -77,7 +78,8 @@ void Walker::traceScanStart(bool complete, bool resumed, size_t total) const {
 }
 
 void Walker::traceScanStop(int number, bool forChild, size_t iterations, size_t total) const {
-  traceStatus(8, "{} {} yielding after {} iterations ({} total items)", name_, forChild ? "child" : "", iterations, total);
+  traceStatus(8, "{} {} yielding after {} iterations ({} total items)", name_, forChild ? "child" : "",
+              iterations, total);
   const Kelp::Ptr<Kiv::TimerTask> task = taskOf(number);
   if (!task) return;
   task->taskWorkCountInc(iterations);
@@ -90,7 +92,7 @@ void Walker::scanEnded(int number, bool firstPass, size_t iterations) {
     traceStatus(9, "{} scan complete. Processed {} children. ", name_, iterations);
     return;
   }
-  traceStatus(9, "{} scan, and parent scan, complete.", fmt::format("{}{}", name_, firstPass ? " initial" : ""));
+  traceStatus(9, "{}{} scan, and parent scan, complete.", name_, firstPass ? " initial" : "");
   handleScanDone(number);
 }
 

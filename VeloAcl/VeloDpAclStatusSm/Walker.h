@@ -61,7 +61,8 @@ class Walker : public Rix::Gen::InputStateMachine {
   virtual bool scanComplete(int number) const = 0;
 
  protected:
-  Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent, Kelp::Ptr<const Zeb::Entity> entity);
+  Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent,
+         Kelp::Ptr<const Zeb::Entity> entity);
   ~Walker() override;
 
   bool hasTask(int number) const { return static_cast<bool>(taskOf(number)); }
@@ -92,7 +93,8 @@ class Walker : public Rix::Gen::InputStateMachine {
                const ChildOf& childOf);
   /// The same for an attribute with at most one element.
   template <class Handle, class ChildOf>
-  void scanSingle(int number, ScanPlace<bool>& place, bool present, const Handle& handle, const ChildOf& childOf);
+  void scanSingle(int number, ScanPlace<bool>& place, bool present, const Handle& handle,
+                  const ChildOf& childOf);
 
   /// Top walkers: the tasks of the scans, and whether a scan is being driven just now.
   std::array<Kelp::Ptr<Kiv::TimerTask>, scanCount> tasks_;
@@ -128,7 +130,8 @@ class ChildWalkers {
   template <class Entity, class Parent>
   Kelp::Ptr<Child> is(const Kelp::Ptr<const Entity>& entity, Parent& parent, const Key& key) {
     if (const auto known = find(key)) {
-      KELP_ASSERT(known->en() == entity, "a child state machine cannot be instantiated again with another entity");
+      KELP_ASSERT(known->en() == entity,
+                  "a child state machine cannot be instantiated again with another entity");
       known->parentIs(&parent);
       return known;
     }
@@ -139,12 +142,13 @@ class ChildWalkers {
     return child;
   }
 
-  /// Takes a child out after it has withdrawn everything.
+  /// Takes a child out after it has withdrawn everything. Whoever is told of that may have put another in its
+  /// place meanwhile, which stays.
   void del(const Key& key) {
     const auto child = find(key);
     if (!child) return;
     child->doDeleteAll();
-    children_.erase(key);
+    if (find(key) == child) children_.erase(key);
     child->stop();
   }
   void delAll() {
@@ -198,7 +202,8 @@ void Walker::scanSingle(int number, ScanPlace<bool>& place, bool present, const 
                         const ChildOf& childOf) {
   Zeb::HashMap2018<bool, bool> single;
   if (present) single.put(true, true);
-  scanMap(number, place, &single, [&](bool) { handle(); }, [&](bool) { return childOf(); });
+  scanMap(
+      number, place, &single, [&](bool) { handle(); }, [&](bool) { return childOf(); });
 }
 
 }  // namespace Velo::VeloAcl

@@ -13,9 +13,9 @@ namespace {
 constexpr auto noChild = [](const auto&) { return Kelp::Ptr<Walker>(); };
 
 /// Stops the process when a collection has changed since its walker last looked.
-#define CHECK_NOTHING_MISSED(collection, current, seen) \
-  KELP_ASSERT((current) == (seen),                      \
-              "We missed notifications that happened to " collection " before the enclosing entity got deleted")
+#define CHECK_NOTHING_MISSED(collection, current, seen)                                   \
+  KELP_ASSERT((current) == (seen), "We missed notifications that happened to " collection \
+                                   " before the enclosing entity got deleted")
 
 /// A walker's own event for every element that is still there, each without value.
 template <class Map, class Emit>
@@ -25,7 +25,8 @@ void forEachLeft(const Walker& walker, const Map& map, const Emit& emit) {
 
 }  // namespace
 
-// ---- top walkers -------------------------------------------------------------------------------------------
+// ---- top walkers
+// -------------------------------------------------------------------------------------------
 
 template <class Entity>
 TopWalker<Entity>::~TopWalker() = default;
@@ -63,7 +64,6 @@ void TopWalker<Entity>::taskDel(int number) {
   const Kelp::Ptr<Kiv::TimerTask> task = std::move(this->tasks_[number]);
   if (!task) return;
   task->dispatchDel(this);
-  task->cancelTask();
 }
 
 template <class Entity>
@@ -72,7 +72,8 @@ void TopWalker<Entity>::handleScanDone(int number) {
   scanFlagIs(number);
 }
 
-// ---- interface bindings ------------------------------------------------------------------------------------
+// ---- interface bindings
+// ------------------------------------------------------------------------------------
 
 AclIntfConfigSm0::AclIntfConfigSm0(const Kelp::Ptr<const Acl::IntfConfig>& entity, VeloDpAclStatusSm& machine)
     : TopWalker("AclIntfConfigSm0", machine, nullptr, entity) {
@@ -80,7 +81,9 @@ AclIntfConfigSm0::AclIntfConfigSm0(const Kelp::Ptr<const Acl::IntfConfig>& entit
 }
 AclIntfConfigSm0::~AclIntfConfigSm0() = default;
 
-void AclIntfConfigSm0::task0Is() { taskIs(0, "Velo::VeloAcl::VeloDpAclStatusSm-AclIntfConfigSm0InputScanTask0"); }
+void AclIntfConfigSm0::task0Is() {
+  taskIs(0, "Velo::VeloAcl::VeloDpAclStatusSm-AclIntfConfigSm0InputScanTask0");
+}
 
 Kelp::Ptr<ConfigSm1> AclIntfConfigSm0::childSmConfigAclIntfTypeConfigPtrConstIs(
     const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclType aclType) {
@@ -104,13 +107,12 @@ void AclIntfConfigSm0::onChildEvent0(AclType aclType, AclDirection direction, co
 }
 
 void AclIntfConfigSm0::scan(int number) {
-  scanMap(number, place_, raw() ? &raw()->config() : nullptr, [this](AclType k) { handleConfig0(k); },
-          [this](AclType k) { return children_.find(k); });
+  scanMap(
+      number, place_, raw() ? &raw()->config() : nullptr, [this](AclType k) { handleConfig0(k); },
+      [this](AclType k) { return children_.find(k); });
 }
 
-void AclIntfConfigSm0::scanFlagIs(int) {
-  machine().inputSmScanState()->aclIntfConfigStreamScanIs(true);
-}
+void AclIntfConfigSm0::scanFlagIs(int) { machine().inputSmScanState()->aclIntfConfigStreamScanIs(true); }
 
 void AclIntfConfigSm0::doDeleteAll() {
   if (!active()) return;
@@ -122,7 +124,8 @@ void AclIntfConfigSm0::dispatch(const Zeb::Change& change) {
   if (change.is(Acl::IntfConfig::configAttribute())) handleConfig0Reactor(change.keyAs<AclType>());
 }
 
-ConfigSm1::ConfigSm1(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent, AclType aclType)
+ConfigSm1::ConfigSm1(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
+                     AclType aclType)
     : WalkerOf("ConfigSm1", parent.machine(), &parent, entity), aclType_(aclType) {}
 ConfigSm1::~ConfigSm1() = default;
 
@@ -149,8 +152,9 @@ void ConfigSm1::onChildEvent0(AclDirection direction, const Nimnet::IntfId& intf
 }
 
 void ConfigSm1::scan(int number) {
-  scanMap(number, place_, raw() ? &raw()->intf() : nullptr, [this](AclDirection k) { handleIntf0(k); },
-          [this](AclDirection k) { return children_.find(k); });
+  scanMap(
+      number, place_, raw() ? &raw()->intf() : nullptr, [this](AclDirection k) { handleIntf0(k); },
+      [this](AclDirection k) { return children_.find(k); });
 }
 
 void ConfigSm1::doDeleteAll() {
@@ -179,8 +183,9 @@ void IntfSm2::handleIntf0(const Nimnet::IntfId& intfId) {
 void IntfSm2::handleIntf0Reactor(const Nimnet::IntfId& intfId) { handleIntf0(intfId); }
 
 void IntfSm2::scan(int number) {
-  scanMap(number, place_, raw() ? &raw()->intf() : nullptr, [this](const Nimnet::IntfId& k) { handleIntf0(k); },
-          noChild);
+  scanMap(
+      number, place_, raw() ? &raw()->intf() : nullptr, [this](const Nimnet::IntfId& k) { handleIntf0(k); },
+      noChild);
 }
 
 void IntfSm2::doDeleteAll() {
@@ -196,7 +201,8 @@ void IntfSm2::dispatch(const Zeb::Change& change) {
   if (change.is(Acl::AclIntf::intfAttribute())) handleIntf0Reactor(change.keyAs<Nimnet::IntfId>());
 }
 
-// ---- lists and rules ---------------------------------------------------------------------------------------
+// ---- lists and rules
+// ---------------------------------------------------------------------------------------
 
 AclConfigSm3::AclConfigSm3(const Kelp::Ptr<const Acl::Config>& entity, VeloDpAclStatusSm& machine)
     : TopWalker("AclConfigSm3", machine, nullptr, entity) {
@@ -235,13 +241,13 @@ void AclConfigSm3::onChildEvent1(AclType aclType, const Kelp::String& aclName) {
   machine().eventToAclConfigStream(aclType, aclName, std::nullopt);
 }
 void AclConfigSm3::onChildEvent2(AclType aclType, const Kelp::String& aclName, const UniqueId& uid) {
-  machine().eventToIpRuleCfgStream(aclType, aclName, uid, std::nullopt);
+  machine().eventToIpRuleCfgStream(aclType, aclName, uid, nullptr);
 }
 void AclConfigSm3::onChildEvent3(AclType aclType, const Kelp::String& aclName, const UniqueId& uid) {
-  machine().eventToIp6RuleCfgStream(aclType, aclName, uid, std::nullopt);
+  machine().eventToIp6RuleCfgStream(aclType, aclName, uid, nullptr);
 }
 void AclConfigSm3::onChildEvent4(AclType aclType, const Kelp::String& aclName, const UniqueId& uid) {
-  machine().eventToMacRuleCfgStream(aclType, aclName, uid, std::nullopt);
+  machine().eventToMacRuleCfgStream(aclType, aclName, uid, nullptr);
 }
 
 void AclConfigSm3::doInputScan() {
@@ -251,17 +257,26 @@ void AclConfigSm3::doInputScan() {
 }
 
 void AclConfigSm3::scan(int number) {
-  scanMap(number, places_[number - 1], raw() ? &raw()->config() : nullptr, [this](AclType k) { handleConfig(k); },
-          [this](AclType k) { return children_.find(k); });
+  scanMap(
+      number, places_[number - 1], raw() ? &raw()->config() : nullptr, [this](AclType k) { handleConfig(k); },
+      [this](AclType k) { return children_.find(k); });
 }
 
 void AclConfigSm3::scanFlagIs(int number) {
   const auto& flags = machine().inputSmScanState();
   switch (number) {
-    case 1: flags->aclConfigStreamScanIs(true); break;
-    case 2: flags->ipRuleCfgStreamScanIs(true); break;
-    case 3: flags->ip6RuleCfgStreamScanIs(true); break;
-    default: flags->macRuleCfgStreamScanIs(true); break;
+    case 1:
+      flags->aclConfigStreamScanIs(true);
+      break;
+    case 2:
+      flags->ipRuleCfgStreamScanIs(true);
+      break;
+    case 3:
+      flags->ip6RuleCfgStreamScanIs(true);
+      break;
+    default:
+      flags->macRuleCfgStreamScanIs(true);
+      break;
   }
 }
 
@@ -332,10 +347,12 @@ void ConfigSm4::scan(int number) {
   const auto* lists = raw() ? &raw()->acl() : nullptr;
   auto& place = places_[number - 1];
   if (number == 1) {
-    scanMap(number, place, lists, [this](const Kelp::String& k) { handleAcl1(k); }, noChild);
+    scanMap(
+        number, place, lists, [this](const Kelp::String& k) { handleAcl1(k); }, noChild);
   } else {
-    scanMap(number, place, lists, [this](const Kelp::String& k) { handleAcl(k); },
-            [this](const Kelp::String& k) { return children_.find(k); });
+    scanMap(
+        number, place, lists, [this](const Kelp::String& k) { handleAcl(k); },
+        [this](const Kelp::String& k) { return children_.find(k); });
   }
 }
 
@@ -364,7 +381,8 @@ AclSm5::~AclSm5() = default;
 Kelp::Ptr<CurrCfgSm6> AclSm5::childSmCurrCfgAclAclSubConfigPtrConstIs(
     const Kelp::Ptr<const Acl::AclSubConfig>& entity) {
   if (child_) {
-    KELP_ASSERT(child_->en() == entity, "a child state machine cannot be instantiated again with another entity");
+    KELP_ASSERT(child_->en() == entity,
+                "a child state machine cannot be instantiated again with another entity");
     child_->parentIs(this);
     return child_;
   }
@@ -380,15 +398,15 @@ void AclSm5::childSmCurrCfgAclAclSubConfigPtrConstDel() {
   if (!child) return;
   child->doDeleteAll();
   child->stop();
-  child_ = nullptr;
+  if (child_ == child) child_ = nullptr;
 }
 
 void AclSm5::handleCurrCfg() {
   if (!active()) return;
   traceStatus(8, "k: {}", aclName_);
-  const auto rules = en()->currCfg();
-  if (child_ && child_->en() != rules) childSmCurrCfgAclAclSubConfigPtrConstDel();
-  if (rules && active()) childSmCurrCfgAclAclSubConfigPtrConstIs(rules);
+  if (child_ && child_->en() != en()->currCfg()) childSmCurrCfgAclAclSubConfigPtrConstDel();
+  if (!active()) return;
+  if (const auto rules = en()->currCfg()) childSmCurrCfgAclAclSubConfigPtrConstIs(rules);
 }
 void AclSm5::handleCurrCfg2Reactor() { handleCurrCfg2(); }
 void AclSm5::handleCurrCfg3Reactor() { handleCurrCfg3(); }
@@ -406,8 +424,9 @@ void AclSm5::doInputScan() {
 
 void AclSm5::scan(int number) {
   KELP_ASSERT(raw(), "en() && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
-  scanSingle(number, places_[number - 2], static_cast<bool>(raw()->currCfg()), [this] { handleCurrCfg(); },
-             [this] { return child_; });
+  scanSingle(
+      number, places_[number - 2], static_cast<bool>(raw()->currCfg()), [this] { handleCurrCfg(); },
+      [this] { return child_; });
 }
 
 void AclSm5::doDeleteAll() {
@@ -440,24 +459,21 @@ void CurrCfgSm6::handleIpRuleById2(const UniqueId& uid) {
   traceStatus(8, "k: {}", uid);
   versions_[0] = raw()->ipRuleById().version();
   const auto* rule = raw()->ipRuleById(uid);
-  machine().eventToIpRuleCfgStream(parentSm()->aclType(), parentSm()->aclName(), uid,
-                                   rule ? std::optional(*rule) : std::nullopt);
+  machine().eventToIpRuleCfgStream(parentSm()->aclType(), parentSm()->aclName(), uid, rule);
 }
 void CurrCfgSm6::handleIp6RuleById3(const UniqueId& uid) {
   if (!active()) return;
   traceStatus(8, "k: {}", uid);
   versions_[1] = raw()->ip6RuleById().version();
   const auto* rule = raw()->ip6RuleById(uid);
-  machine().eventToIp6RuleCfgStream(parentSm()->aclType(), parentSm()->aclName(), uid,
-                                    rule ? std::optional(*rule) : std::nullopt);
+  machine().eventToIp6RuleCfgStream(parentSm()->aclType(), parentSm()->aclName(), uid, rule);
 }
 void CurrCfgSm6::handleMacRuleById4(const UniqueId& uid) {
   if (!active()) return;
   traceStatus(8, "k: {}", uid);
   versions_[2] = raw()->macRuleById().version();
   const auto* rule = raw()->macRuleById(uid);
-  machine().eventToMacRuleCfgStream(parentSm()->aclType(), parentSm()->aclName(), uid,
-                                    rule ? std::optional(*rule) : std::nullopt);
+  machine().eventToMacRuleCfgStream(parentSm()->aclType(), parentSm()->aclName(), uid, rule);
 }
 void CurrCfgSm6::handleIpRuleById2Reactor(const UniqueId& uid) { handleIpRuleById2(uid); }
 void CurrCfgSm6::handleIp6RuleById3Reactor(const UniqueId& uid) { handleIp6RuleById3(uid); }
@@ -473,14 +489,17 @@ void CurrCfgSm6::scan(int number) {
   auto& place = places_[number - 2];
   switch (number) {
     case 2:
-      return scanMap(number, place, raw() ? &raw()->ipRuleById() : nullptr,
-                     [this](const UniqueId& k) { handleIpRuleById2(k); }, noChild);
+      return scanMap(
+          number, place, raw() ? &raw()->ipRuleById() : nullptr,
+          [this](const UniqueId& k) { handleIpRuleById2(k); }, noChild);
     case 3:
-      return scanMap(number, place, raw() ? &raw()->ip6RuleById() : nullptr,
-                     [this](const UniqueId& k) { handleIp6RuleById3(k); }, noChild);
+      return scanMap(
+          number, place, raw() ? &raw()->ip6RuleById() : nullptr,
+          [this](const UniqueId& k) { handleIp6RuleById3(k); }, noChild);
     default:
-      return scanMap(number, place, raw() ? &raw()->macRuleById() : nullptr,
-                     [this](const UniqueId& k) { handleMacRuleById4(k); }, noChild);
+      return scanMap(
+          number, place, raw() ? &raw()->macRuleById() : nullptr,
+          [this](const UniqueId& k) { handleMacRuleById4(k); }, noChild);
   }
 }
 
@@ -506,7 +525,8 @@ void CurrCfgSm6::dispatch(const Zeb::Change& change) {
   }
 }
 
-// ---- the rule-id index -------------------------------------------------------------------------------------
+// ---- the rule-id index
+// -------------------------------------------------------------------------------------
 
 RuleIdsByAclSm7::RuleIdsByAclSm7(const Kelp::Ptr<const LocalAttrStore>& entity, VeloDpAclStatusSm& machine)
     : TopWalker("RuleIdsByAclSm7", machine, nullptr, entity) {
@@ -514,7 +534,9 @@ RuleIdsByAclSm7::RuleIdsByAclSm7(const Kelp::Ptr<const LocalAttrStore>& entity, 
 }
 RuleIdsByAclSm7::~RuleIdsByAclSm7() = default;
 
-void RuleIdsByAclSm7::task5Is() { taskIs(5, "Velo::VeloAcl::VeloDpAclStatusSm-RuleIdsByAclSm7InputScanTask5"); }
+void RuleIdsByAclSm7::task5Is() {
+  taskIs(5, "Velo::VeloAcl::VeloDpAclStatusSm-RuleIdsByAclSm7InputScanTask5");
+}
 
 void RuleIdsByAclSm7::handleRuleIdsByAcl5(const AclTypeNameTuple& key) {
   if (!active()) return;
@@ -532,9 +554,10 @@ void RuleIdsByAclSm7::onChildEvent5(const AclTypeNameTuple& key, const UniqueId&
 }
 
 void RuleIdsByAclSm7::scan(int number) {
-  scanMap(number, place_, raw() ? &raw()->ruleIdsByAcl() : nullptr,
-          [this](const AclTypeNameTuple& k) { handleRuleIdsByAcl5(k); },
-          [this](const AclTypeNameTuple& k) { return children_.find(k); });
+  scanMap(
+      number, place_, raw() ? &raw()->ruleIdsByAcl() : nullptr,
+      [this](const AclTypeNameTuple& k) { handleRuleIdsByAcl5(k); },
+      [this](const AclTypeNameTuple& k) { return children_.find(k); });
 }
 
 void RuleIdsByAclSm7::scanFlagIs(int) { machine().inputSmScanState()->rix_pipeline0ScanIs(true); }
@@ -551,17 +574,17 @@ void RuleIdsByAclSm7::dispatch(const Zeb::Change& change) {
   }
 }
 
-RuleIdsByAclSm8::RuleIdsByAclSm8(const Kelp::Ptr<const LocalAttrStore::Holder>& entity, RuleIdsByAclSm7& parent,
-                                 const AclTypeNameTuple& key)
+RuleIdsByAclSm8::RuleIdsByAclSm8(const Kelp::Ptr<const LocalAttrStore::Holder>& entity,
+                                 RuleIdsByAclSm7& parent, const AclTypeNameTuple& key)
     : WalkerOf("RuleIdsByAclSm8", parent.machine(), &parent, entity), key_(key) {}
 RuleIdsByAclSm8::~RuleIdsByAclSm8() = default;
 
 void RuleIdsByAclSm8::handleValue5() {
   if (!active()) return;
   traceStatus(8, "k: {}", key_);
-  const auto set = en()->value();
-  if (child_ && child_->en() != set) childDel();
-  if (!set || child_ || !active()) return;
+  if (child_ && child_->en() != en()->value()) childDel();
+  const auto set = active() ? en()->value() : nullptr;
+  if (!set || child_) return;
   const auto child = MemSlab::make<ValueSm9>(set, *this);
   child_ = child;
   child->hasNotificationActiveIs(true);
@@ -574,15 +597,16 @@ void RuleIdsByAclSm8::childDel() {
   if (!child) return;
   child->doDeleteAll();
   child->stop();
-  child_ = nullptr;
+  if (child_ == child) child_ = nullptr;
 }
 
 void RuleIdsByAclSm8::onChildEvent5(const UniqueId& uid) { parentSm()->onChildEvent5(key_, uid); }
 
 void RuleIdsByAclSm8::scan(int number) {
   KELP_ASSERT(raw(), "en() && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
-  scanSingle(number, place_, static_cast<bool>(raw()->value()), [this] { handleValue5(); },
-             [this] { return child_; });
+  scanSingle(
+      number, place_, static_cast<bool>(raw()->value()), [this] { handleValue5(); },
+      [this] { return child_; });
 }
 
 void RuleIdsByAclSm8::doDeleteAll() {
@@ -612,8 +636,9 @@ void ValueSm9::handleRuleIds5(const UniqueId& uid) {
 void ValueSm9::handleRuleIds5Reactor(const UniqueId& uid) { handleRuleIds5(uid); }
 
 void ValueSm9::scan(int number) {
-  scanMap(number, place_, raw() ? &raw()->ruleIds() : nullptr, [this](const UniqueId& k) { handleRuleIds5(k); },
-          noChild);
+  scanMap(
+      number, place_, raw() ? &raw()->ruleIds() : nullptr, [this](const UniqueId& k) { handleRuleIds5(k); },
+      noChild);
 }
 
 void ValueSm9::doDeleteAll() {
@@ -625,10 +650,12 @@ void ValueSm9::doDeleteAll() {
 }
 
 void ValueSm9::dispatch(const Zeb::Change& change) {
-  if (change.is(Velo::Counter::RuleIdSet::ruleIdsAttribute())) handleRuleIds5Reactor(change.keyAs<UniqueId>());
+  if (change.is(Velo::Counter::RuleIdSet::ruleIdsAttribute()))
+    handleRuleIds5Reactor(change.keyAs<UniqueId>());
 }
 
-// ---- entry points ------------------------------------------------------------------------------------------
+// ---- entry points
+// ------------------------------------------------------------------------------------------
 
 Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,
                                                VeloDpAclStatusSm& machine) {
@@ -638,10 +665,12 @@ Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& ent
                                  AclType aclType) {
   return MemSlab::make<ConfigSm1>(entity, parent, aclType);
 }
-Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent, AclDirection direction) {
+Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
+                             AclDirection direction) {
   return MemSlab::make<IntfSm2>(entity, parent, direction);
 }
-Kelp::Ptr<AclConfigSm3> AclConfigSm3Is(const Kelp::Ptr<const Acl::Config>& entity, VeloDpAclStatusSm& machine) {
+Kelp::Ptr<AclConfigSm3> AclConfigSm3Is(const Kelp::Ptr<const Acl::Config>& entity,
+                                       VeloDpAclStatusSm& machine) {
   return MemSlab::make<AclConfigSm3>(entity, machine);
 }
 Kelp::Ptr<ConfigSm4> ConfigSm4Is(const Kelp::Ptr<const Acl::AclTypeConfig>& entity, AclConfigSm3& parent,

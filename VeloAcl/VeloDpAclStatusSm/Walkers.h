@@ -29,7 +29,9 @@ template <class Entity>
 class WalkerOf : public Walker {
  public:
   /// The watched entity.
-  Kelp::Ptr<const Entity> en() const { return Kelp::Ptr<const Entity>(static_cast<const Entity*>(watchedEntity().get())); }
+  Kelp::Ptr<const Entity> en() const {
+    return Kelp::Ptr<const Entity>(static_cast<const Entity*>(watchedEntity().get()));
+  }
 
  protected:
   using Walker::Walker;
@@ -54,7 +56,14 @@ class TopWalker : public WalkerOf<Entity> {
   virtual void scanFlagIs(int number) = 0;
 };
 
-// ---- interface bindings ------------------------------------------------------------------------------------
+/// The operations of one scan number.
+#define SCAN_OPERATIONS(number)                                    \
+  void doInputScan##number() { scan(number); }                     \
+  bool shouldYield##number() const { return shouldYield(number); } \
+  bool inTask##number() const { return inTask(number); }           \
+  bool inputScanComplete##number() const { return scanComplete(number); }
+
+// ---- interface bindings ------------------------------------------------------------------------------
 
 class ConfigSm1;
 class IntfSm2;
@@ -64,8 +73,8 @@ class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig> {
   AclIntfConfigSm0(const Kelp::Ptr<const Acl::IntfConfig>& entity, VeloDpAclStatusSm& machine);
   ~AclIntfConfigSm0() override;
 
-  Kelp::Ptr<ConfigSm1> childSmConfigAclIntfTypeConfigPtrConstIs(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity,
-                                                                Acl::AclType aclType);
+  Kelp::Ptr<ConfigSm1> childSmConfigAclIntfTypeConfigPtrConstIs(
+      const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, Acl::AclType aclType);
   void childSmConfigAclIntfTypeConfigPtrConstDel(Acl::AclType aclType) { children_.del(aclType); }
   void childSmConfigAclIntfTypeConfigPtrConstDelAll() { children_.delAll(); }
 
@@ -75,10 +84,7 @@ class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig> {
                      const std::optional<Kelp::String>& aclName);
 
   void doInputScan() override { startScan(0); }
-  void doInputScan0() { scan(0); }
-  bool shouldYield0() const { return shouldYield(0); }
-  bool inTask0() const { return inTask(0); }
-  bool inputScanComplete0() const { return scanComplete(0); }
+  SCAN_OPERATIONS(0)
   void task0Is();
   void task0Del() { taskDel(0); }
   void task0Dispatch() { driveScan(0); }
@@ -98,7 +104,8 @@ class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig> {
 
 class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig> {
  public:
-  ConfigSm1(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent, Acl::AclType aclType);
+  ConfigSm1(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
+            Acl::AclType aclType);
   ~ConfigSm1() override;
 
   Acl::AclType aclType() const { return aclType_; }
@@ -113,10 +120,7 @@ class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig> {
                      const std::optional<Kelp::String>& aclName);
 
   void doInputScan() override { doInputScan0(); }
-  void doInputScan0() { scan(0); }
-  bool shouldYield0() const { return shouldYield(0); }
-  bool inTask0() const { return inTask(0); }
-  bool inputScanComplete0() const { return scanComplete(0); }
+  SCAN_OPERATIONS(0)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -143,10 +147,7 @@ class IntfSm2 final : public WalkerOf<Acl::AclIntf> {
   void handleIntf0Reactor(const Nimnet::IntfId& intfId);
 
   void doInputScan() override { doInputScan0(); }
-  void doInputScan0() { scan(0); }
-  bool shouldYield0() const { return shouldYield(0); }
-  bool inTask0() const { return inTask(0); }
-  bool inputScanComplete0() const { return scanComplete(0); }
+  SCAN_OPERATIONS(0)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -163,7 +164,7 @@ class IntfSm2 final : public WalkerOf<Acl::AclIntf> {
   uint32_t version_ = 0;
 };
 
-// ---- lists and rules ---------------------------------------------------------------------------------------
+// ---- lists and rules ---------------------------------------------------------------------------------
 
 class ConfigSm4;
 class AclSm5;
@@ -174,8 +175,8 @@ class AclConfigSm3 final : public TopWalker<Acl::Config> {
   AclConfigSm3(const Kelp::Ptr<const Acl::Config>& entity, VeloDpAclStatusSm& machine);
   ~AclConfigSm3() override;
 
-  Kelp::Ptr<ConfigSm4> childSmConfigAclAclTypeConfigPtrConstIs(const Kelp::Ptr<const Acl::AclTypeConfig>& entity,
-                                                               Acl::AclType aclType);
+  Kelp::Ptr<ConfigSm4> childSmConfigAclAclTypeConfigPtrConstIs(
+      const Kelp::Ptr<const Acl::AclTypeConfig>& entity, Acl::AclType aclType);
   void childSmConfigAclAclTypeConfigPtrConstDel(Acl::AclType aclType) { children_.del(aclType); }
   void childSmConfigAclAclTypeConfigPtrConstDelAll() { children_.delAll(); }
 
@@ -193,22 +194,10 @@ class AclConfigSm3 final : public TopWalker<Acl::Config> {
   void onChildEvent4(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid);
 
   void doInputScan() override;
-  void doInputScan1() { scan(1); }
-  void doInputScan2() { scan(2); }
-  void doInputScan3() { scan(3); }
-  void doInputScan4() { scan(4); }
-  bool shouldYield1() const { return shouldYield(1); }
-  bool shouldYield2() const { return shouldYield(2); }
-  bool shouldYield3() const { return shouldYield(3); }
-  bool shouldYield4() const { return shouldYield(4); }
-  bool inTask1() const { return inTask(1); }
-  bool inTask2() const { return inTask(2); }
-  bool inTask3() const { return inTask(3); }
-  bool inTask4() const { return inTask(4); }
-  bool inputScanComplete1() const { return scanComplete(1); }
-  bool inputScanComplete2() const { return scanComplete(2); }
-  bool inputScanComplete3() const { return scanComplete(3); }
-  bool inputScanComplete4() const { return scanComplete(4); }
+  SCAN_OPERATIONS(1)
+  SCAN_OPERATIONS(2)
+  SCAN_OPERATIONS(3)
+  SCAN_OPERATIONS(4)
   void task1Is();
   void task2Is();
   void task3Is();
@@ -261,10 +250,10 @@ class ConfigSm4 final : public WalkerOf<Acl::AclTypeConfig> {
   void onChildEvent4(const Kelp::String& aclName, const Kiv::UniqueId& uid);
 
   void doInputScan() override;
-  void doInputScan1() { scan(1); }
-  void doInputScan2() { scan(2); }
-  void doInputScan3() { scan(3); }
-  void doInputScan4() { scan(4); }
+  SCAN_OPERATIONS(1)
+  SCAN_OPERATIONS(2)
+  SCAN_OPERATIONS(3)
+  SCAN_OPERATIONS(4)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -290,7 +279,8 @@ class AclSm5 final : public WalkerOf<Acl::AclConfig> {
 
   const Kelp::String& aclName() const { return aclName_; }
   Acl::AclType aclType() const { return parentSm()->aclType(); }
-  Kelp::Ptr<CurrCfgSm6> childSmCurrCfgAclAclSubConfigPtrConstIs(const Kelp::Ptr<const Acl::AclSubConfig>& entity);
+  Kelp::Ptr<CurrCfgSm6> childSmCurrCfgAclAclSubConfigPtrConstIs(
+      const Kelp::Ptr<const Acl::AclSubConfig>& entity);
   void childSmCurrCfgAclAclSubConfigPtrConstDel();
 
   void handleCurrCfg2() { handleCurrCfg(); }
@@ -304,9 +294,9 @@ class AclSm5 final : public WalkerOf<Acl::AclConfig> {
   void onChildEvent4(const Kiv::UniqueId& uid);
 
   void doInputScan() override;
-  void doInputScan2() { scan(2); }
-  void doInputScan3() { scan(3); }
-  void doInputScan4() { scan(4); }
+  SCAN_OPERATIONS(2)
+  SCAN_OPERATIONS(3)
+  SCAN_OPERATIONS(4)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -336,9 +326,9 @@ class CurrCfgSm6 final : public WalkerOf<Acl::AclSubConfig> {
   void handleMacRuleById4Reactor(const Kiv::UniqueId& uid);
 
   void doInputScan() override;
-  void doInputScan2() { scan(2); }
-  void doInputScan3() { scan(3); }
-  void doInputScan4() { scan(4); }
+  SCAN_OPERATIONS(2)
+  SCAN_OPERATIONS(3)
+  SCAN_OPERATIONS(4)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -354,7 +344,7 @@ class CurrCfgSm6 final : public WalkerOf<Acl::AclSubConfig> {
   std::array<uint32_t, 3> versions_{};
 };
 
-// ---- the rule-id index -------------------------------------------------------------------------------------
+// ---- the rule-id index -------------------------------------------------------------------------------
 
 class RuleIdsByAclSm8;
 class ValueSm9;
@@ -369,7 +359,7 @@ class RuleIdsByAclSm7 final : public TopWalker<LocalAttrStore> {
   void onChildEvent5(const AclTypeNameTuple& key, const Kiv::UniqueId& uid);
 
   void doInputScan() override { startScan(5); }
-  void doInputScan5() { scan(5); }
+  SCAN_OPERATIONS(5)
   void task5Is();
   void task5Del() { taskDel(5); }
   void task5Dispatch() { driveScan(5); }
@@ -399,7 +389,7 @@ class RuleIdsByAclSm8 final : public WalkerOf<LocalAttrStore::Holder> {
   void onChildEvent5(const Kiv::UniqueId& uid);
 
   void doInputScan() override { doInputScan5(); }
-  void doInputScan5() { scan(5); }
+  SCAN_OPERATIONS(5)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -425,7 +415,7 @@ class ValueSm9 final : public WalkerOf<Velo::Counter::RuleIdSet> {
   void handleRuleIds5Reactor(const Kiv::UniqueId& uid);
 
   void doInputScan() override { doInputScan5(); }
-  void doInputScan5() { scan(5); }
+  SCAN_OPERATIONS(5)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -448,11 +438,14 @@ Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& ent
                                  Acl::AclType aclType);
 Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
                              Acl::AclDirection direction);
-Kelp::Ptr<AclConfigSm3> AclConfigSm3Is(const Kelp::Ptr<const Acl::Config>& entity, VeloDpAclStatusSm& machine);
+Kelp::Ptr<AclConfigSm3> AclConfigSm3Is(const Kelp::Ptr<const Acl::Config>& entity,
+                                       VeloDpAclStatusSm& machine);
 Kelp::Ptr<ConfigSm4> ConfigSm4Is(const Kelp::Ptr<const Acl::AclTypeConfig>& entity, AclConfigSm3& parent,
                                  Acl::AclType aclType);
 Kelp::Ptr<AclSm5> AclSm5Is(const Kelp::Ptr<const Acl::AclConfig>& entity, ConfigSm4& parent,
                            const Kelp::String& aclName);
 Kelp::Ptr<CurrCfgSm6> CurrCfgSm6Is(const Kelp::Ptr<const Acl::AclSubConfig>& entity, AclSm5& parent);
+
+#undef SCAN_OPERATIONS
 
 }  // namespace Velo::VeloAcl

@@ -1,5 +1,4 @@
 #include <Hive/Cell.h>
-#include <Kelp/Assert.h>
 #include <VeloAcl/VeloPlugin/AclPlugin.h>
 
 namespace Velo::VeloAcl {
@@ -22,6 +21,7 @@ AclPlugin::~AclPlugin() {
   macOutCountersDel();
   ipOutCountersDel();
   ip6OutCountersDel();
+  disown(intfConfig_);
 }
 
 void AclPlugin::mountsComplete(const Kelp::Ptr<Hive::EntityManager>& entities) {
@@ -38,6 +38,7 @@ void AclPlugin::setupPluginManager() {
   const Kelp::Ptr<Acl::IntfConfig> merged = Acl::intfConfigFactory("intfConfig");
   merged->initialize();
   merged->parentIs(this);
+  disown(intfConfig_);
   intfConfigIs(merged);
 
   const auto sources = MemSlab::make<Hive::DirMerged>("aclIntfConfig");
@@ -50,7 +51,6 @@ void AclPlugin::setupPluginManager() {
 }
 
 void AclPlugin::activeInit() {
-  KELP_ASSERT(aclStatus(), "aclStatus() && \"the dataplane ACL status must be mounted before activeInit\"");
   inCountersIs("DpAclInRuleMatches", CtrPool::FeatureId(4));
   macOutCountersIs("DpAclMacOutRuleMatches", CtrPool::FeatureId(3));
   ipOutCountersIs("DpAclIpOutRuleMatches", CtrPool::FeatureId(1));
@@ -59,6 +59,9 @@ void AclPlugin::activeInit() {
     manager()->counterHolder()->collectionIs(counters);
   }
 
+  dpAclStatusSmIs(aclConfig(), intfConfig(), inCounters(), macOutCounters(), ipOutCounters(),
+                  ip6OutCounters(), aclStatus(), Rix::SmControl{})
+      ->hasNotificationActiveIs(true);
   aclHelperIs(aclConfig(), intfConfig(), aclStatus(), inCounters(), macOutCounters(), ipOutCounters(),
               ip6OutCounters());
   inputStepIs(aclHelper());
@@ -124,7 +127,9 @@ const Kelp::Ptr<VeloAclConfigSharedObject>& AclPlugin::aclConfigSOIs(const Kelp:
   return keepOrMake(aclConfigSOAttribute(), aclConfigSO_, aclConfigSO_ && aclConfigSO_->aclConfig() == config,
                     [&] { return veloAclConfigSharedObjectFactory(config); });
 }
-Kelp::Ptr<VeloAclConfigSharedObject> AclPlugin::aclConfigSODel() { return take(aclConfigSOAttribute(), aclConfigSO_); }
+Kelp::Ptr<VeloAclConfigSharedObject> AclPlugin::aclConfigSODel() {
+  return take(aclConfigSOAttribute(), aclConfigSO_);
+}
 
 const Kelp::Ptr<Acl::AclConfigAggregatorSm>& AclPlugin::aclAggregatorSmIs(
     const Kelp::Ptr<const Zeb::Dir>& inputDir, const Kelp::Ptr<const Acl::Input::Config>& cliInput,
@@ -152,6 +157,23 @@ const Kelp::Ptr<DataplaneAclHelper>& AclPlugin::aclHelperIs(
 }
 Kelp::Ptr<DataplaneAclHelper> AclPlugin::aclHelperDel() { return take(aclHelperAttribute(), aclHelper_); }
 
+const Kelp::Ptr<VeloDpAclStatusSm>& AclPlugin::dpAclStatusSmIs(
+    const Kelp::Ptr<const Acl::Config>& config, const Kelp::Ptr<const Acl::IntfConfig>& intfs,
+    const Kelp::Ptr<const Counters>& in, const Kelp::Ptr<const Counters>& macOut,
+    const Kelp::Ptr<const Counters>& ipOut, const Kelp::Ptr<const Counters>& ip6Out,
+    const Kelp::Ptr<Acl::StatusDp>& status, const Rix::SmControl& control) {
+  const bool same = dpAclStatusSm_ && dpAclStatusSm_->aclConfig() == config &&
+                    dpAclStatusSm_->aclIntfConfig() == intfs && dpAclStatusSm_->inCounters() == in &&
+                    dpAclStatusSm_->macOutCounters() == macOut && dpAclStatusSm_->ipOutCounters() == ipOut &&
+                    dpAclStatusSm_->ip6OutCounters() == ip6Out && dpAclStatusSm_->aclStatus() == status;
+  return keepOrMake(dpAclStatusSmAttribute(), dpAclStatusSm_, same, [&] {
+    return veloDpAclStatusSmFactory(config, intfs, in, macOut, ipOut, ip6Out, status, control);
+  });
+}
+Kelp::Ptr<VeloDpAclStatusSm> AclPlugin::dpAclStatusSmDel() {
+  return take(dpAclStatusSmAttribute(), dpAclStatusSm_);
+}
+
 void AclPlugin::giveMirroringHelper() {
   if (aclHelper_) aclHelper_->mirroringHelperIs(MirroringStepHelper::singleton());
 }
@@ -162,24 +184,30 @@ const Kelp::Ptr<DataplaneAclInputStep>& AclPlugin::inputStepIs(const Kelp::Ptr<D
 }
 Kelp::Ptr<DataplaneAclInputStep> AclPlugin::inputStepDel() { return take(inputStepAttribute(), inputStep_); }
 
-const Kelp::Ptr<DataplaneAclOutputStep>& AclPlugin::outputStepIs(const Kelp::Ptr<DataplaneAclHelper>& helper) {
+const Kelp::Ptr<DataplaneAclOutputStep>& AclPlugin::outputStepIs(
+    const Kelp::Ptr<DataplaneAclHelper>& helper) {
   return keepOrMake(outputStepAttribute(), outputStep_, outputStep_ != nullptr,
                     [&] { return dataplaneAclOutputStepFactory(helper); });
 }
-Kelp::Ptr<DataplaneAclOutputStep> AclPlugin::outputStepDel() { return take(outputStepAttribute(), outputStep_); }
-
-const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::countersIs(const Zeb::Attribute& attribute,
-                                                            Kelp::Ptr<Counters>& member, const Kelp::String& name,
-                                                            CtrPool::FeatureId featureId) {
-  return keepOrMake(attribute, member, member && member->name() == name && member->featureId() == featureId, [&] {
-    disown(member);
-    auto counters = MemSlab::make<Counters>(name, featureId);
-    counters->parentIs(this);
-    return counters;
-  });
+Kelp::Ptr<DataplaneAclOutputStep> AclPlugin::outputStepDel() {
+  return take(outputStepAttribute(), outputStep_);
 }
 
-const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::inCountersIs(const Kelp::String& name, CtrPool::FeatureId featureId) {
+const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::countersIs(const Zeb::Attribute& attribute,
+                                                            Kelp::Ptr<Counters>& member,
+                                                            const Kelp::String& name,
+                                                            CtrPool::FeatureId featureId) {
+  return keepOrMake(attribute, member, member && member->name() == name && member->featureId() == featureId,
+                    [&] {
+                      disown(member);
+                      auto counters = MemSlab::make<Counters>(name, featureId);
+                      counters->parentIs(this);
+                      return counters;
+                    });
+}
+
+const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::inCountersIs(const Kelp::String& name,
+                                                              CtrPool::FeatureId featureId) {
   return countersIs(inCountersAttribute(), inCounters_, name, featureId);
 }
 const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::macOutCountersIs(const Kelp::String& name,
@@ -198,7 +226,9 @@ Kelp::Ptr<AclPlugin::Counters> AclPlugin::inCountersDel() { return take(inCounte
 Kelp::Ptr<AclPlugin::Counters> AclPlugin::macOutCountersDel() {
   return take(macOutCountersAttribute(), macOutCounters_);
 }
-Kelp::Ptr<AclPlugin::Counters> AclPlugin::ipOutCountersDel() { return take(ipOutCountersAttribute(), ipOutCounters_); }
+Kelp::Ptr<AclPlugin::Counters> AclPlugin::ipOutCountersDel() {
+  return take(ipOutCountersAttribute(), ipOutCounters_);
+}
 Kelp::Ptr<AclPlugin::Counters> AclPlugin::ip6OutCountersDel() {
   return take(ip6OutCountersAttribute(), ip6OutCounters_);
 }

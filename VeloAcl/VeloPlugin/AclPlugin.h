@@ -4,14 +4,15 @@
 #include <Acl/IntfConfigSm.h>
 #include <Velo/VeloPlugin.h>
 #include <VeloAcl/VeloAclConfigSharedObject/VeloAclConfigSharedObject.h>
+#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloPlugin/DataplaneAclSteps.h>
 
 namespace Velo::VeloAcl {
 
 /// The plugin's main object: owns the aggregated configuration, the merged bindings, the counters and the
 /// packet path, and wires them to the agent in three phases that follow each other: mountsComplete takes the
-/// inputs and the status out of the state tree, setupPluginManager starts merging the configuration and shares
-/// it, activeInit has packets filtered and counted and announces what the dataplane can do.
+/// inputs and the status out of the state tree, setupPluginManager starts merging the configuration and
+/// shares it, activeInit has packets filtered and counted and announces what the dataplane can do.
 ///
 /// A setter that builds an object keeps the one it has when that was built over the same arguments. What the
 /// plugin handed to the agent's registries stays there when the plugin goes; the agent takes it out.
@@ -45,9 +46,9 @@ class AclPlugin : public VeloPlugin {
 
   // Made by setupPluginManager.
   ZEB_HELD(Acl::AclConfigAggregatorSm, aclAggregatorSm)
-  const Kelp::Ptr<Acl::AclConfigAggregatorSm>& aclAggregatorSmIs(const Kelp::Ptr<const Zeb::Dir>& inputDir,
-                                                                 const Kelp::Ptr<const Acl::Input::Config>& cliInput,
-                                                                 const Kelp::Ptr<Acl::Config>& config);
+  const Kelp::Ptr<Acl::AclConfigAggregatorSm>& aclAggregatorSmIs(
+      const Kelp::Ptr<const Zeb::Dir>& inputDir, const Kelp::Ptr<const Acl::Input::Config>& cliInput,
+      const Kelp::Ptr<Acl::Config>& config);
   Kelp::Ptr<Acl::AclConfigAggregatorSm> aclAggregatorSmDel();
   ZEB_VALUE(Kelp::Ptr<Acl::IntfConfig>, intfConfig)
   ZEB_VALUE(Kelp::Ptr<AclAgent::IntfConfigSm>, intfConfigSm)
@@ -55,12 +56,10 @@ class AclPlugin : public VeloPlugin {
 
   // Made by activeInit.
   ZEB_HELD(DataplaneAclHelper, aclHelper)
-  const Kelp::Ptr<DataplaneAclHelper>& aclHelperIs(const Kelp::Ptr<Acl::Config>& config,
-                                                   const Kelp::Ptr<Acl::IntfConfig>& intfs,
-                                                   const Kelp::Ptr<Acl::StatusDp>& status,
-                                                   const Kelp::Ptr<Counters>& in, const Kelp::Ptr<Counters>& macOut,
-                                                   const Kelp::Ptr<Counters>& ipOut,
-                                                   const Kelp::Ptr<Counters>& ip6Out);
+  const Kelp::Ptr<DataplaneAclHelper>& aclHelperIs(
+      const Kelp::Ptr<Acl::Config>& config, const Kelp::Ptr<Acl::IntfConfig>& intfs,
+      const Kelp::Ptr<Acl::StatusDp>& status, const Kelp::Ptr<Counters>& in,
+      const Kelp::Ptr<Counters>& macOut, const Kelp::Ptr<Counters>& ipOut, const Kelp::Ptr<Counters>& ip6Out);
   Kelp::Ptr<DataplaneAclHelper> aclHelperDel();
   ZEB_HELD(DataplaneAclInputStep, inputStep)
   const Kelp::Ptr<DataplaneAclInputStep>& inputStepIs(const Kelp::Ptr<DataplaneAclHelper>& helper);
@@ -80,11 +79,20 @@ class AclPlugin : public VeloPlugin {
   ZEB_HELD(Counters, ip6OutCounters)
   const Kelp::Ptr<Counters>& ip6OutCountersIs(const Kelp::String& name, CtrPool::FeatureId featureId);
   Kelp::Ptr<Counters> ip6OutCountersDel();
+  ZEB_HELD(VeloDpAclStatusSm, dpAclStatusSm)
+  /// The control is not compared: a machine keeps the one it was made with.
+  const Kelp::Ptr<VeloDpAclStatusSm>& dpAclStatusSmIs(
+      const Kelp::Ptr<const Acl::Config>& config, const Kelp::Ptr<const Acl::IntfConfig>& intfs,
+      const Kelp::Ptr<const Counters>& in, const Kelp::Ptr<const Counters>& macOut,
+      const Kelp::Ptr<const Counters>& ipOut, const Kelp::Ptr<const Counters>& ip6Out,
+      const Kelp::Ptr<Acl::StatusDp>& status, const Rix::SmControl& control);
+  Kelp::Ptr<VeloDpAclStatusSm> dpAclStatusSmDel();
 
  private:
   /// Keeps what is there, or replaces it with what `make` gives and announces that.
   template <class T, class Make>
-  const Kelp::Ptr<T>& keepOrMake(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, bool keep, const Make& make);
+  const Kelp::Ptr<T>& keepOrMake(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, bool keep,
+                                 const Make& make);
   /// Clears an attribute, and the parent of what it owned, and hands back what it held.
   template <class T>
   Kelp::Ptr<T> take(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member);

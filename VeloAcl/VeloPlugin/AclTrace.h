@@ -17,7 +17,8 @@ const Kelp::String& aclFastTraceFacility();
 
 /// Writes a line of the packet path: "Pkt", the packet's trace id, ": " and the text.
 template <class... Args>
-void tracePkt(const PacketContext& ctx, std::string_view function, fmt::format_string<Args...> text, Args&&... args) {
+void tracePkt(const PacketContext& ctx, std::string_view function, fmt::format_string<Args...> text,
+              Args&&... args) {
   if (aclTrace().on(0)) [[unlikely]] {
     aclTrace().trace(0, function, "Pkt{}: {}", ctx.traceId(), fmt::format(text, std::forward<Args>(args)...));
   }

@@ -4,8 +4,8 @@
 
 namespace Velo::VeloAcl {
 
-/// The library's one instance: registered with the agent's loader for as long as the library is open, it makes
-/// the plugin when the agent has a context for it.
+/// The library's one instance: registered with the agent's loader for as long as the library is open, it
+/// makes the plugin when the agent has a context for it.
 class VeloAclPluginInst : public Plugin::PluginBase<PluginContext> {
  public:
   VeloAclPluginInst();
@@ -13,6 +13,8 @@ class VeloAclPluginInst : public Plugin::PluginBase<PluginContext> {
 
   /// Makes an AclPlugin named "Acl", in place of an earlier one, and hands it to the framework.
   void init(PluginContext* context) override;
+
+  void letGo() override { plugin_ = nullptr; }
 
   /// Null before init.
   const Kelp::Ptr<AclPlugin>& plugin() const { return plugin_; }

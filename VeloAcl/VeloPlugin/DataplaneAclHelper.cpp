@@ -40,7 +40,8 @@ struct DataplaneAclHelper::Lookup {
 
 DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
                                        const Kelp::Ptr<Acl::IntfConfig>& intfConfig,
-                                       const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Kelp::Ptr<Counters>& inCounters,
+                                       const Kelp::Ptr<Acl::StatusDp>& aclStatus,
+                                       const Kelp::Ptr<Counters>& inCounters,
                                        const Kelp::Ptr<Counters>& macOutCounters,
                                        const Kelp::Ptr<Counters>& ipOutCounters,
                                        const Kelp::Ptr<Counters>& ip6OutCounters)
@@ -54,11 +55,14 @@ DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
 
 DataplaneAclHelper::~DataplaneAclHelper() { nodeFlagSet(Kelp::nodeLive, false); }
 
-bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir, Nimnet::IntfId intf) {
+bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
+                                    Nimnet::IntfId intf) {
   ctx->parsedPacket().maybeDoFullParse();
   if (const Kelp::Ptr<LagPacketInfo> lag = LagPacketInfo::extractInfo(ctx)) {
-    const Nimnet::IntfId portChannel = dir == AclDirection::in ? lag->ingressPortChannel : lag->egressPortChannel;
-    tracePkt(*ctx, "processPkt", "Intf {} is a member of port-channel {}", intf.shortName(), portChannel.shortName());
+    const Nimnet::IntfId portChannel =
+        dir == AclDirection::in ? lag->ingressPortChannel : lag->egressPortChannel;
+    tracePkt(*ctx, "processPkt", "Intf {} is a member of port-channel {}", intf.shortName(),
+             portChannel.shortName());
     if (!portChannel.empty() &&
         !(processL2Pkt(ctx, dir, portChannel) && processL3Pkt(ctx, dir, portChannel))) {
       return false;
@@ -67,7 +71,8 @@ bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDire
   return processL2Pkt(ctx, dir, intf) && processL3Pkt(ctx, dir, intf);
 }
 
-bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir, Nimnet::IntfId intf) {
+bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
+                                      Nimnet::IntfId intf) {
   if (!ctx->parsedPacket().ethPacket()->ethHdr()) {
     tracePkt(*ctx, "processL2Pkt", "No ethernet header");
     return true;
@@ -75,7 +80,8 @@ bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDi
   return !shouldDropPkt(ctx, std::move(intf), dir, AclType::mac);
 }
 
-bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir, Nimnet::IntfId intf) {
+bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
+                                      Nimnet::IntfId intf) {
   const ParsedIpHdr* ip = ctx->parsedPacket().ipHdr();
   if (!ip) {
     tracePkt(*ctx, "processL3Pkt", "No ip header");
@@ -85,8 +91,8 @@ bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDi
   return !shouldDropPkt(ctx, std::move(intf), dir, type);
 }
 
-bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf, AclDirection dir,
-                                       AclType type) {
+bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf,
+                                       AclDirection dir, AclType type) {
   const Kelp::String* bound = boundList(*intfConfig_, type, dir, intf);
   if (!bound) {
     tracePkt(*ctx, "shouldDropPkt", "No {} acls of type {} for intf {}", dir, type, intf);
@@ -112,19 +118,19 @@ bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimn
     case AclType::mac:
       return judge<Acl::MacRuleConfig>(at, [&](Acl::MacRuleConfig* rule, Kiv::UniqueId* ruleId) {
         const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
-        return Acl::matchesMacAclNoHdr(eth->source(), eth->destination(), parsed.typeOrLen(), vlanId, acl, rule,
-                                       ruleId);
+        return Acl::matchesMacAclNoHdr(eth->source(), eth->destination(), parsed.typeOrLen(), vlanId, acl,
+                                       rule, ruleId);
       });
     case AclType::ip:
       return judge<Acl::IpRuleConfig>(at, [&](Acl::IpRuleConfig* rule, Kiv::UniqueId* ruleId) {
         const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
-        return Acl::matchesIpAclRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl, rule, ruleId, true,
-                                     true);
+        return Acl::matchesIpAclRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl, rule, ruleId,
+                                     true, true);
       });
     case AclType::ipv6:
       return judge<Acl::Ip6RuleConfig>(at, [&](Acl::Ip6RuleConfig* rule, Kiv::UniqueId* ruleId) {
-        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl,
-                                      rule, ruleId, true, true);
+        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(),
+                                      vlanId, acl, rule, ruleId, true, true);
       });
   }
   Kelp::fatal("an access list is of type ip, ipv6 or mac", __FILE__, __LINE__);
@@ -139,15 +145,16 @@ bool DataplaneAclHelper::judge(const Lookup& at, const Match& match) {
   return dropOnMatch(at, rule, ruleId, deny);
 }
 
-bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, const Kiv::UniqueId& ruleId,
-                                     bool deny) {
+bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule,
+                                     const Kiv::UniqueId& ruleId, bool deny) {
   tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, ruleId, at.intf);
   countPkt(at.ctx->pkt(), at.dir, at.type, at.aclName, ruleId);
 
   // A packet that is dropped on its way out was never sent, so there is nothing of it to mirror.
   if (!rule.mirrorSession.empty() && (at.dir == AclDirection::in || !deny)) {
     tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", rule.mirrorSession);
-    const auto direction = at.dir == AclDirection::in ? MirroringDirection::ingress : MirroringDirection::egress;
+    const auto direction =
+        at.dir == AclDirection::in ? MirroringDirection::ingress : MirroringDirection::egress;
     mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, rule.mirrorSession);
   }
 
@@ -181,9 +188,12 @@ bool DataplaneAclHelper::dropOnNoMatch(const Lookup& at) {
 Kelp::Ptr<Velo::Counter::VeloDpAclCounter> DataplaneAclHelper::counterForKey(const CounterKey& key) {
   if (key.direction == AclDirection::in) return inCounters_->counterCollectionIs(key);
   switch (key.aclType) {
-    case AclType::mac: return macOutCounters_->counterCollectionIs(key);
-    case AclType::ip: return ipOutCounters_->counterCollectionIs(key);
-    default: return ip6OutCounters_->counterCollectionIs(key);
+    case AclType::mac:
+      return macOutCounters_->counterCollectionIs(key);
+    case AclType::ip:
+      return ipOutCounters_->counterCollectionIs(key);
+    default:
+      return ip6OutCounters_->counterCollectionIs(key);
   }
 }
 
@@ -200,8 +210,8 @@ Kelp::Ptr<DataplaneAclHelper> dataplaneAclHelperFactory(
     const Kelp::Ptr<DataplaneAclHelper::Counters>& macOutCounters,
     const Kelp::Ptr<DataplaneAclHelper::Counters>& ipOutCounters,
     const Kelp::Ptr<DataplaneAclHelper::Counters>& ip6OutCounters) {
-  return MemSlab::make<DataplaneAclHelper>(aclConfig, intfConfig, aclStatus, inCounters, macOutCounters, ipOutCounters,
-                                           ip6OutCounters);
+  return MemSlab::make<DataplaneAclHelper>(aclConfig, intfConfig, aclStatus, inCounters, macOutCounters,
+                                           ipOutCounters, ip6OutCounters);
 }
 
 Kelp::Ptr<DataplaneAclHelper> DataplaneAclHelperIs(
@@ -210,8 +220,8 @@ Kelp::Ptr<DataplaneAclHelper> DataplaneAclHelperIs(
     const Kelp::Ptr<DataplaneAclHelper::Counters>& macOutCounters,
     const Kelp::Ptr<DataplaneAclHelper::Counters>& ipOutCounters,
     const Kelp::Ptr<DataplaneAclHelper::Counters>& ip6OutCounters) {
-  return dataplaneAclHelperFactory(aclConfig, intfConfig, aclStatus, inCounters, macOutCounters, ipOutCounters,
-                                   ip6OutCounters);
+  return dataplaneAclHelperFactory(aclConfig, intfConfig, aclStatus, inCounters, macOutCounters,
+                                   ipOutCounters, ip6OutCounters);
 }
 
 }  // namespace Velo::VeloAcl

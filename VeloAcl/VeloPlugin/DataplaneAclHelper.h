@@ -9,8 +9,8 @@
 namespace Velo::VeloAcl {
 
 /// Judges packets against the access lists: finds the lists bound to an interface, asks the matcher, and then
-/// counts, mirrors and decides. Shared by the plugin and its two steps. It keeps nothing of a packet, and reads
-/// configuration, bindings and status directly, so that a change holds for the next packet.
+/// counts, mirrors and decides. Shared by the plugin and its two steps. It keeps nothing of a packet, and
+/// reads configuration, bindings and status directly, so that a change holds for the next packet.
 ///
 /// Verdicts: the process functions return true for "may continue", shouldDropPkt true for "drop".
 class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {

@@ -13,7 +13,6 @@ constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 bool isComment(std::string_view word) { return word.starts_with('!') || word.starts_with('#'); }
 
 void readText(const Source& source, Cursor& at, Statements& statements, std::vector<Mistake>& mistakes) {
-  statements.textBegins();
   std::string_view text = source.text;
   if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
   for (int number = 1; !text.empty(); ++number) {

@@ -21,8 +21,8 @@ struct Result {
   std::vector<Mistake> mistakes;
 };
 
-/// Reads the texts in order as one: a later one continues, replaces or takes back what an earlier one said.
-/// Only the open list or interface does not carry over from one text to the next.
+/// Reads the texts in order as one: a later one continues, replaces or takes back what an earlier one said,
+/// and goes on in the list or interface that is open at its start.
 ///
 /// `start` is what was said before the first text. A result is whole: with a mistake in any text there is no
 /// model. Takes any bytes; linear in the size of the texts, but for `no permit ...`, which walks its list.

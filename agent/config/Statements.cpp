@@ -58,8 +58,6 @@ Statements::Statements(Model start) : model_(std::move(start)) {
   }
 }
 
-void Statements::textBegins() { mode_ = Mode::top; }
-
 bool Statements::take(Cursor& at) {
   const bool undo = at.takeIf("no");
   for (const auto& row : rows) {

@@ -26,8 +26,6 @@ class Statements {
  public:
   explicit Statements(Model start);
 
-  /// Leaves the open list or interface: a text begins.
-  void textBegins();
   /// Takes the statement that the cursor stands in front of.
   bool take(Cursor& at);
 

@@ -2,6 +2,7 @@
 #include <pcap/pcap.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -10,6 +11,14 @@ namespace Agent {
 namespace {
 
 constexpr int maxFrame = 262144;  // the largest snap length of libpcap
+constexpr int64_t nanosecondsInSecond = 1000000000;
+
+/// Broken captures hold fractions of more than a second.
+Stamp stampOf(int64_t seconds, int64_t nanoseconds) {
+  int64_t carry = nanoseconds / nanosecondsInSecond;
+  if (nanoseconds % nanosecondsInSecond < 0) --carry;
+  return {seconds + carry, static_cast<int32_t>(nanoseconds - carry * nanosecondsInSecond)};
+}
 
 std::string linkTypeText(int type) {
   const char* name = pcap_datalink_val_to_name(type);
@@ -52,12 +61,13 @@ bool CaptureReader::next() {
   const int got = pcap_next_ex(pcap_, &header, &data);
   if (got == 1) {
     ++number_;
-    stamp_ = {static_cast<int64_t>(header->ts.tv_sec), static_cast<int32_t>(header->ts.tv_usec)};
+    stamp_ = stampOf(header->ts.tv_sec, header->ts.tv_usec);
     frame_ = {data, header->caplen};
     wireLength_ = header->len;
     return true;
   }
-  if (got == PCAP_ERROR) wrong_ = fmt::format("{}: ends behind frame {}: {}", path_, number_, pcap_geterr(pcap_));
+  if (got == PCAP_ERROR)
+    wrong_ = fmt::format("{}: ends behind frame {}: {}", path_, number_, pcap_geterr(pcap_));
   return false;
 }
 
@@ -88,11 +98,14 @@ void CaptureWriter::send(const Nimnet::Pkt& pkt) {
   pcap_dump(reinterpret_cast<u_char*>(file_), &header, pkt.frame().data());
 }
 
-bool CaptureWriter::flush() {
-  if (file_ && pcap_dump_flush(file_) != 0 && wrong_.empty()) {
-    wrong_ = fmt::format("{}: {}", path_, std::strerror(errno));
+void CaptureWriter::flush() {
+  if (!file_ || !wrong_.empty()) return;
+  // A write that failed earlier has left the mark only.
+  const bool lost = std::ferror(pcap_dump_file(file_)) != 0;
+  if (pcap_dump_flush(file_) != 0 || lost) {
+    wrong_ = fmt::format("{}: could not be written to its end{}", path_,
+                         lost ? "" : fmt::format(": {}", std::strerror(errno)));
   }
-  return wrong_.empty();
 }
 
 }  // namespace Agent

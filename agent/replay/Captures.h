@@ -13,7 +13,7 @@ struct pcap_dumper;
 
 namespace Agent {
 
-/// A time stamp of a capture, exact to the nanosecond.
+/// A time stamp of a capture, exact to the nanosecond; nanoseconds are 0 to 999,999,999.
 struct Stamp {
   int64_t seconds = 0;
   int32_t nanoseconds = 0;
@@ -59,8 +59,8 @@ class CaptureReader {
   uint64_t size_ = 0;
 };
 
-/// Writes the frames that leave a port to a pcap file with nanosecond stamps. What it writes carries the stamp
-/// that `now` has at that moment.
+/// Writes the frames that leave a port to a pcap file with nanosecond stamps. What it writes carries the
+/// stamp that `now` has at that moment.
 class CaptureWriter final : public FrameSink {
  public:
   CaptureWriter(std::string path, const Stamp& now);
@@ -71,8 +71,8 @@ class CaptureWriter final : public FrameSink {
   /// What went wrong; empty while nothing did.
   const std::string& wrong() const { return wrong_; }
   void send(const Nimnet::Pkt& pkt) override;
-  /// Writes out what is buffered; false when that failed.
-  bool flush();
+  /// Writes out what is buffered; then wrong() is the last word.
+  void flush();
 
  private:
   const std::string path_;

@@ -8,15 +8,42 @@
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
 #include <agent/ConfigFiles.h>
+#include <agent/Output.h>
+#include <agent/TaskLoop.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 
 namespace Agent {
 
 namespace {
 
-void complain(const std::string& text) { fmt::print(stderr, "velo: {}\n", text); }
+namespace fs = std::filesystem;
+
+/// True when two paths lead to one file; what is no plain file (a terminal, a pipe) can be shared.
+bool sameFile(const std::string& a, const std::string& b) {
+  std::error_code error;
+  if (fs::exists(a, error) && !fs::is_regular_file(a, error)) return false;
+  if (fs::equivalent(a, b, error)) return true;
+  return fs::weakly_canonical(a, error) == fs::weakly_canonical(b, error) && !error;
+}
+
+/// What would be lost because a file is to be written that another option names, too.
+std::optional<std::string> overwritten(const ReplayOptions& options) {
+  std::vector<std::string> others = options.configs;
+  for (const auto& [name, path] : options.ports) others.push_back(path);
+  std::vector<std::string> written;
+  for (const auto& [name, path] : options.outs) written.push_back(path);
+  if (!options.verdicts.empty()) written.push_back(options.verdicts);
+  for (const std::string& path : written) {
+    for (const std::string& other : others) {
+      if (sameFile(path, other)) return fmt::format("{} would be written over {}", path, other);
+    }
+    others.push_back(path);
+  }
+  return std::nullopt;
+}
 
 /// Makes the capture's time the process's time of day for a scope.
 class CaptureClock {
@@ -26,6 +53,8 @@ class CaptureClock {
   CaptureClock(const CaptureClock&) = delete;
   CaptureClock& operator=(const CaptureClock&) = delete;
   void nowIs(const Stamp& stamp) { clock_.nowIs(Kelp::Duration(stamp.value())); }
+  void advance(Kelp::Duration by) { clock_.advance(by); }
+  const Kiv::Clock& clock() const { return clock_; }
 
  private:
   Kiv::ManualClock clock_;
@@ -58,18 +87,27 @@ class Replay {
       source->hasFrame = source->capture->next();
     }
     progress_.done();
+    // Every poll of the counters comes round once more behind the last frame.
+    clock_.advance(Kelp::Duration(1.0));
+    tasks_.settle();
     return finish();
   }
 
  private:
   std::optional<Exit> prepare() {
+    if (auto wrong = overwritten(options_)) return usage(*wrong);
     ConfigFiles files;
     if (const auto wrong = files.read(options_.configs, options_.configDir); !wrong.empty()) {
       for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
       return exitUsage;
     }
-    if (auto wrong = core_.loadPlugin(options_.plugin)) return usage(*wrong);
-    if (auto wrong = core_.apply(files.commandLine(), files.inputs())) return usage(*wrong);
+    for (const auto* named : {&options_.ports, &options_.outs}) {
+      for (const auto& [name, path] : *named) {
+        if (files.hasPortChannel(name)) {
+          return usage(fmt::format("{} is a port-channel: frames come in and leave by its members", name));
+        }
+      }
+    }
     for (const auto& [name, path] : options_.ports) {
       Port& port = forwarder_.portIs(name);
       auto capture = std::make_unique<CaptureReader>(path);
@@ -79,6 +117,15 @@ class Replay {
       }
       progress_.sizeAdd(capture->size());
       sources_.push_back({&port, std::move(capture)});
+    }
+    // The agent starts when the first frame comes.
+    for (Source& source : sources_) source.hasFrame = source.capture->next();
+    if (const Source* first = earliest(sources_)) clock_.nowIs(first->capture->stamp());
+    if (auto wrong = core_.loadPlugin(options_.plugin)) return usage(*wrong);
+    if (auto wrong = core_.apply(files.commandLine(), files.inputs())) return usage(*wrong);
+    tasks_.settle();
+    if (const auto missing = core_.unpublished()) {
+      return usage(fmt::format("{} was not published by the plugin", *missing));
     }
     forwarder_.portsOfConfigurationIs();
     for (const auto& [a, b] : options_.patches) {
@@ -94,13 +141,12 @@ class Replay {
     }
     if (!options_.verdicts.empty()) {
       verdicts_ = std::make_unique<VerdictWriter>(options_.verdicts);
-      if (!verdicts_->ok()) {
+      if (!verdicts_->wrong().empty()) {
         complain(verdicts_->wrong());
         return exitUnread;
       }
       recorder_ = std::make_unique<VerdictRecorder>(core_, forwarder_);
     }
-    for (Source& source : sources_) source.hasFrame = source.capture->next();
     return std::nullopt;
   }
 
@@ -113,6 +159,7 @@ class Replay {
     const CaptureReader& capture = *source.capture;
     stamp_ = capture.stamp();
     clock_.nowIs(stamp_);
+    if (tasks_.due()) tasks_.turn();
     forwarder_.packet().assign(capture.frame(), capture.wireLength(), stamp_.value());
     if (recorder_) recorder_->begin();
     const Verdict verdict = forwarder_.receive(*source.port);
@@ -139,19 +186,24 @@ class Replay {
       writer->flush();
       unread(writer->wrong());
     }
-    if (verdicts_ && !verdicts_->close()) unread(verdicts_->wrong());
+    if (verdicts_) {
+      verdicts_->flush();
+      unread(verdicts_->wrong());
+    }
 
     Report report = makeReport(core_, forwarder_);
     report.frames = frames_;
     report.bytes = bytes_;
     report.passed = passed_;
     report.dropped = dropped_;
-    fmt::print("{}", options_.json ? reportJson(report) : reportText(report, isatty(STDOUT_FILENO) != 0));
-    return status;
+    const bool printed = print(options_.json ? reportJson(report, core_.status())
+                                             : reportText(report, isatty(STDOUT_FILENO) != 0));
+    return printed ? status : exitUnread;
   }
 
   const ReplayOptions& options_;
   CaptureClock clock_;
+  TaskLoop tasks_{clock_.clock()};
   Core core_;
   Stamp stamp_;
   std::vector<std::unique_ptr<CaptureWriter>> writers_;

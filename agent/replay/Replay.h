@@ -18,8 +18,8 @@ enum Exit {
 /// What `velo replay` is asked to do.
 struct ReplayOptions {
   std::vector<std::string> configs;
-  std::string configDir;                                     ///< empty: none
-  std::vector<std::pair<std::string, std::string>> ports;    ///< name and capture, in the order of the options
+  std::string configDir;                                   ///< empty: none
+  std::vector<std::pair<std::string, std::string>> ports;  ///< name and capture, in the order of the options
   std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
   std::vector<std::pair<std::string, std::string>> outs;     ///< name and capture
   std::string verdicts;                                      ///< empty: none

@@ -24,11 +24,13 @@ struct RuleReport {
   std::string remark;
   std::string id;
   MatchCount matches;
+  std::optional<uint64_t> mirrored{};  ///< packets given to the rule's mirror session, if it names one
 };
 
 struct BindingReport {
   std::string interface;
   Acl::AclDirection direction = Acl::AclDirection::in;
+  std::vector<std::string> sources{};  ///< the one in force first
 };
 
 /// A list with its rules in the order of trial. A list that is only bound has no rules and no source.
@@ -53,13 +55,15 @@ struct Report {
   std::map<std::string, Port> ports;
 };
 
-/// Reads lists, bindings, counters and ports as they are now. The totals of frames are the caller's.
+/// Reads what the dataplane enforces out of its published status, the rules out of the configuration and the
+/// matches out of the counters, as they are now. The totals of frames are the caller's.
 Report makeReport(const Core& core, const Forwarder& forwarder);
 
 /// For people: the lists in the shape in which they are typed, with their counts. Colour only when asked for.
 std::string reportText(const Report& report, bool colour);
 
-/// One JSON document; its members are described in the manual.
-std::string reportJson(const Report& report);
+/// One JSON document, as docs/replay.md describes it; `status` is what the dataplane publishes and may be
+/// null.
+std::string reportJson(const Report& report, const Kelp::Ptr<const Acl::StatusDp>& status);
 
 }  // namespace Agent

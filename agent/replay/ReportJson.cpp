@@ -1,5 +1,5 @@
 #include <agent/replay/Report.h>
-#include <nlohmann/json.hpp>
+#include <agent/replay/StatusJson.h>
 
 namespace Agent {
 
@@ -14,7 +14,11 @@ Json matchesOf(const MatchCount& count) { return {{"in", count.in}, {"out", coun
 Json bindingsOf(const ListReport& list) {
   Json all = Json::array();
   for (const auto& binding : list.bindings) {
-    all.push_back({{"interface", binding.interface}, {"direction", Acl::stringValue(binding.direction)}});
+    Json one = {{"interface", binding.interface}, {"direction", Acl::stringValue(binding.direction)}};
+    one["source"] = binding.sources.empty() ? Json(nullptr) : Json(binding.sources.front());
+    one["overridden"] = Json::array();
+    for (size_t i = 1; i < binding.sources.size(); ++i) one["overridden"].push_back(binding.sources[i]);
+    all.push_back(std::move(one));
   }
   return all;
 }
@@ -27,6 +31,7 @@ Json jsonOf(const ListReport& list) {
     one["id"] = rule.id;
     one["matches"] = matchesOf(rule.matches);
     one["lastMatch"] = lastMatchOf(rule.matches);
+    if (rule.mirrored) one["mirrored"] = *rule.mirrored;
     rules.push_back(std::move(one));
   }
   Json overridden = Json::array();
@@ -46,9 +51,11 @@ Json jsonOf(const ListReport& list) {
 
 }  // namespace
 
-std::string reportJson(const Report& report) {
-  Json document = {
-      {"frames", report.frames}, {"bytes", report.bytes}, {"passed", report.passed}, {"dropped", report.dropped}};
+std::string reportJson(const Report& report, const Kelp::Ptr<const Acl::StatusDp>& status) {
+  Json document = {{"frames", report.frames},
+                   {"bytes", report.bytes},
+                   {"passed", report.passed},
+                   {"dropped", report.dropped}};
   document["lists"] = Json::array();
   for (const auto& list : report.lists) document["lists"].push_back(jsonOf(list));
   document["undefined"] = Json::array();
@@ -65,6 +72,7 @@ std::string reportJson(const Report& report) {
                                {"dropped", {{"in", port.droppedIn}, {"out", port.droppedOut}}},
                                {"mirrored", port.mirrored}};
   }
+  document["status"] = status ? statusJson(*status) : Json(nullptr);
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

@@ -43,7 +43,8 @@ class VerdictRecorder::Collection {
 };
 
 VerdictRecorder::VerdictRecorder(Core& core, Forwarder& forwarder) : core_(core), forwarder_(forwarder) {
-  for (const auto& counters : core.counters()) collections_.push_back(std::make_unique<Collection>(*this, counters));
+  for (const auto& counters : core.counters())
+    collections_.push_back(std::make_unique<Collection>(*this, counters));
   core.namedCounters()->publisher().subscribe(*this);
   forwarder_.mirrorObserverIs(this);
 }
@@ -54,6 +55,7 @@ void VerdictRecorder::begin() {
   hits_.clear();
   mirrored_.clear();
   dropReason_ = {};
+  insideCopy_ = false;
   progress_[0] = progress_[1] = 0;
 }
 
@@ -103,9 +105,15 @@ void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
       hit.action = rule->action;
     };
     switch (key.aclType) {
-      case Acl::AclType::ip: take(rules->ipRuleById(key.ruleId)); break;
-      case Acl::AclType::ipv6: take(rules->ip6RuleById(key.ruleId)); break;
-      case Acl::AclType::mac: take(rules->macRuleById(key.ruleId)); break;
+      case Acl::AclType::ip:
+        take(rules->ipRuleById(key.ruleId));
+        break;
+      case Acl::AclType::ipv6:
+        take(rules->ip6RuleById(key.ruleId));
+        break;
+      case Acl::AclType::mac:
+        take(rules->macRuleById(key.ruleId));
+        break;
     }
   }
   hits_.push_back(std::move(hit));

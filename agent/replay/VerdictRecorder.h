@@ -21,8 +21,8 @@ struct Hit {
 
 /// Tells what happened to each frame. The plugin reports nothing of the kind; the recorder follows its match
 /// counters and the named counters, and knows the interface of a match from the order of evaluation: the
-/// port-channel before its member, on each the MAC list before the IP list. It costs nothing while it does not
-/// exist. The core and the forwarder outlive it.
+/// port-channel before its member, on each the MAC list before the IP list. It costs nothing while it does
+/// not exist. The core and the forwarder outlive it.
 class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
  public:
   VerdictRecorder(Core& core, Forwarder& forwarder);

@@ -1,6 +1,9 @@
 #include <agent/replay/VerdictWriter.h>
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
+#include <cstring>
+
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
@@ -18,12 +21,14 @@ Json jsonOf(const Hit& hit) {
 
 }  // namespace
 
-VerdictWriter::VerdictWriter(std::string path) : path_(std::move(path)), file_(path_, std::ios::trunc) {}
+VerdictWriter::VerdictWriter(std::string path) : path_(std::move(path)), file_(path_, std::ios::trunc) {
+  if (!file_) wrong_ = path_ + ": " + std::strerror(errno);
+}
 
-std::string VerdictWriter::wrong() const { return ok() ? "" : path_ + ": could not be written"; }
-
-void VerdictWriter::write(const Port& port, uint64_t frame, const Verdict& verdict, const VerdictRecorder& recorder) {
-  Json line = {{"port", port.id.name().view()}, {"frame", frame}, {"verdict", verdict.passed() ? "pass" : "drop"}};
+void VerdictWriter::write(const Port& port, uint64_t frame, const Verdict& verdict,
+                          const VerdictRecorder& recorder) {
+  Json line = {
+      {"port", port.id.name().view()}, {"frame", frame}, {"verdict", verdict.passed() ? "pass" : "drop"}};
   if (!verdict.passed()) {
     line["direction"] = Acl::stringValue(verdict.direction);
     line["reason"] = recorder.dropReason().empty() ? "dropped by " + verdict.droppedBy->name().str()
@@ -36,9 +41,9 @@ void VerdictWriter::write(const Port& port, uint64_t frame, const Verdict& verdi
   file_ << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 
-bool VerdictWriter::close() {
+void VerdictWriter::flush() {
   file_.flush();
-  return ok();
+  if (!file_ && wrong_.empty()) wrong_ = path_ + ": could not be written to its end";
 }
 
 }  // namespace Agent

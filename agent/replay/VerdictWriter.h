@@ -12,16 +12,16 @@ class VerdictWriter {
  public:
   explicit VerdictWriter(std::string path);
 
-  bool ok() const { return file_.good(); }
   /// What went wrong, with the path; empty while nothing did.
-  std::string wrong() const;
+  const std::string& wrong() const { return wrong_; }
   void write(const Port& port, uint64_t frame, const Verdict& verdict, const VerdictRecorder& recorder);
-  /// False when not everything could be written.
-  bool close();
+  /// Writes out what is buffered; then wrong() is the last word.
+  void flush();
 
  private:
   const std::string path_;
   std::ofstream file_;
+  std::string wrong_;
 };
 
 }  // namespace Agent

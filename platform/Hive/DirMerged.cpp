@@ -11,7 +11,9 @@ class DirMergeSm::DirFollower {
             [merged, origin](const Kelp::String& name, const Zeb::Owned<Zeb::Entity>& entity) {
               merged->entryIs(MergeRank{origin, name}, entity.ptr());
             },
-            [merged, origin](const Kelp::String& name) { merged->entryDel(MergeRank{origin, name}); }) {}
+            [merged, origin](const Kelp::String& name) {
+              merged->entryDel(MergeRank{origin, name});
+            }) {}
 
  private:
   Rix::CollectionFollower<Zeb::Dir::EntryMap> follower_;
@@ -21,7 +23,9 @@ DirMergeSm::DirMergeSm(Kelp::Ptr<DirMerged> merged) : merged_(std::move(merged))
 DirMergeSm::~DirMergeSm() = default;
 
 void DirMergeSm::addInputDir(const Kelp::Ptr<const Zeb::Dir>& dir) {
-  if (dir) dirs_.push_back(std::make_unique<DirFollower>(merged_, dir, static_cast<uint32_t>(dirs_.size() + 1)));
+  if (!dir) return;
+  const uint32_t origin = ++lastOrigin_;
+  dirs_.push_back(std::make_unique<DirFollower>(merged_, dir, origin));
 }
 
 }  // namespace Hive

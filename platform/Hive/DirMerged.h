@@ -48,6 +48,7 @@ class DirMergeSm : public Kelp::Node {
   class DirFollower;
   Kelp::Ptr<DirMerged> merged_;
   std::vector<std::unique_ptr<DirFollower>> dirs_;
+  uint32_t lastOrigin_ = 0;
 };
 
 }  // namespace Hive

@@ -19,9 +19,14 @@ void EntityManager::mountDel(std::string_view path) {
 std::optional<std::string> EntityManager::mountProfile(const MountProfile& profile) {
   std::vector<std::pair<std::string_view, Kelp::Ptr<Zeb::Entity>>> made;
   for (const auto& mount : profile.mounts) {
-    if (auto known = getEntity(mount.path)) {
+    auto known = getEntity(mount.path);
+    for (const auto& [path, entity] : made) {
+      if (path == mount.path) known = entity;
+    }
+    if (known) {
       if (known->typeData().name() != mount.type) {
-        return fmt::format("{} is mounted as {}, not as {}", mount.path, known->typeData().name(), mount.type);
+        return fmt::format("{} is mounted as {}, not as {}", mount.path, known->typeData().name(),
+                           mount.type);
       }
       continue;
     }

@@ -26,6 +26,7 @@ void Node::nodeFlagSet(NodeFlag flag, bool on) {
 
 void Node::lastUserGone() {
   KELP_ASSERT(home_ != nullptr, "the last reference to a node without a home was dropped");
+  nodeFlagSet(nodeLive, false);
   // A destructor may hand out and drop references to the object; from here on they count from one again, so
   // that dropping them does not come back here.
   word_.fetch_add(1, std::memory_order_relaxed);

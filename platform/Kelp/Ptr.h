@@ -22,13 +22,10 @@ class Ptr {
   Ptr(const Ptr& other) : raw_(other.raw_) { retain(); }
   Ptr(Ptr&& other) noexcept : raw_(std::exchange(other.raw_, nullptr)) {}
   template <class U>
-    requires std::convertible_to<U*, T*>
-  Ptr(const Ptr<U>& other) : raw_(other.get()) {
-    retain();
-  }
+  requires std::convertible_to<U*, T*> Ptr(const Ptr<U>& other) : raw_(other.get()) { retain(); }
   template <class U>
-    requires std::convertible_to<U*, T*>
-  Ptr(Ptr<U>&& other) noexcept : raw_(other.detach()) {}
+  requires std::convertible_to<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : raw_(other.detach()) {}
   ~Ptr() { release(); }
 
   Ptr& operator=(Ptr other) noexcept {

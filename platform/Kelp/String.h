@@ -35,16 +35,20 @@ class String {
 
   bool empty() const { return rep_ == nullptr; }
   size_t size() const { return rep_ ? rep_->size : 0; }
-  std::string_view view() const { return rep_ ? std::string_view(rep_->text(), rep_->size) : std::string_view(); }
+  std::string_view view() const {
+    return rep_ ? std::string_view(rep_->text(), rep_->size) : std::string_view();
+  }
   operator std::string_view() const { return view(); }
   std::string str() const { return std::string(view()); }
   uint32_t hash() const { return rep_ ? rep_->hash : 0; }
 
   bool operator==(const String& other) const {
-    return rep_ == other.rep_ || (rep_ && other.rep_ && rep_->hash == other.rep_->hash && view() == other.view());
+    return rep_ == other.rep_ ||
+           (rep_ && other.rep_ && rep_->hash == other.rep_->hash && view() == other.view());
   }
   std::strong_ordering operator<=>(const String& other) const { return view() <=> other.view(); }
   bool operator==(std::string_view other) const { return view() == other; }
+  bool operator==(const std::string& other) const { return view() == other; }
   bool operator==(const char* other) const { return view() == other; }
 
  private:

@@ -11,8 +11,8 @@
 namespace Kiv {
 
 /// A 64-bit identifier of a rule or of a list's implicit rule. Zero is the empty id and all-ones marks "no id
-/// yet"; neither is ever handed out. Ids made from text have the top bit clear, generated ids have it set, so
-/// that the two kinds never meet.
+/// yet"; neither is ever handed out. Generated ids have the top bit set, and ids hashed from text have it
+/// clear, so that the two kinds never meet.
 class UniqueId {
  public:
   constexpr UniqueId() = default;

@@ -44,15 +44,15 @@ void* Slab::take() {
 }
 
 void* Slab::takeUnlocked() {
-  ++live_;
 #ifdef MEMSLAB_PLAIN_HEAP
-  return ::operator new(size_, std::align_val_t(align_));
+  void* taken = ::operator new(size_, std::align_val_t(align_));
 #else
   if (!free_) grow();
   Free* taken = free_;
   free_ = taken->next;
-  return taken;
 #endif
+  ++live_;
+  return taken;
 }
 
 void Slab::giveBack(void* place) {
@@ -68,7 +68,7 @@ void Slab::giveBack(void* place) {
 
 void Slab::grow() {
   const size_t count = std::max<size_t>(1, chunkBytes / size_);
-  auto* chunk = static_cast<std::byte*>(::operator new(count * size_, std::align_val_t(align_)));
+  auto* chunk = static_cast<std::byte*>(::operator new(count* size_, std::align_val_t(align_)));
   for (size_t i = count; i-- > 0;) free_ = new (chunk + i * size_) Free{free_};
 }
 
@@ -77,7 +77,10 @@ Slab& slab(std::string_view typeName, size_t size, size_t align) {
   std::lock_guard guard(all.lock);
   auto made = std::make_unique<Slab>(std::string(typeName), size, align);
   for (auto& known : all.slabs) {
-    if (known->name() == typeName && known->objectSize() == made->objectSize()) return *known;
+    if (known->name() == typeName && known->objectSize() == made->objectSize() &&
+        known->alignment() == made->alignment()) {
+      return *known;
+    }
   }
   return *all.slabs.emplace_back(std::move(made));
 }

@@ -27,6 +27,7 @@ class Slab final : public Kelp::NodeHome {
 
   const std::string& name() const { return name_; }
   size_t objectSize() const { return size_; }
+  size_t alignment() const { return align_; }
   uint64_t liveCount() const { return live_; }
 
  private:
@@ -44,7 +45,7 @@ class Slab final : public Kelp::NodeHome {
   std::mutex lock_;  // taken only while Kelp::multiThreaded()
 };
 
-/// The record of a type, made when there is none of that name and size.
+/// The record of a type, made when there is none of that name, size and alignment.
 Slab& slab(std::string_view typeName, size_t size, size_t align);
 
 /// Calls `visit` for every record, in the order of their making.

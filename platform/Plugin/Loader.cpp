@@ -36,8 +36,14 @@ std::string liveObjectsOf(void* library) {
 
 void LoaderImpl::registerPlugin(std::string_view name, std::string_view kind, std::string_view shortName,
                                 std::string_view options, std::string_view version, InitCaller* caller) {
-  plugins_.push_back({std::string(name), std::string(kind), std::string(shortName), std::string(options),
-                      std::string(version), caller, nullptr, {}});
+  plugins_.push_back({std::string(name),
+                      std::string(kind),
+                      std::string(shortName),
+                      std::string(options),
+                      std::string(version),
+                      caller,
+                      nullptr,
+                      {}});
 }
 
 void LoaderImpl::unregisterPlugin(const InitCaller* caller) {
@@ -48,26 +54,41 @@ std::optional<std::string> LoaderImpl::load(const std::string& path) {
   std::error_code error;
   const std::string full = std::filesystem::absolute(path, error).string();
   if (!std::filesystem::exists(full, error)) return fmt::format("{}: there is no such file", path);
-  if (!std::filesystem::is_regular_file(full, error)) return fmt::format("{}: not a plugin: not a file", path);
+  if (!std::filesystem::is_regular_file(full, error))
+    return fmt::format("{}: not a plugin: not a file", path);
 
   const size_t before = plugins_.size();
   void* library = dlopen(full.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library) return fmt::format("{}: not a plugin: {}", path, dlerror());
   if (plugins_.size() == before) {
-    const bool again = std::any_of(plugins_.begin(), plugins_.end(),
-                                   [library](const Registration& plugin) { return plugin.library == library; });
+    const bool again = std::any_of(plugins_.begin(), plugins_.end(), [library](const Registration& plugin) {
+      return plugin.library == library;
+    });
     dlclose(library);
     return again ? fmt::format("{}: the plugin is loaded already", path)
                  : fmt::format("{}: not a plugin: it registers none", path);
   }
   for (size_t i = before; i < plugins_.size(); ++i) {
     plugins_[i].library = library;
-    plugins_[i].path = path;
-    if (plugins_[i].interfaceVersion == interfaceVersion) continue;
-    std::string refusal = fmt::format("{}: {} was built against interface version {}, this agent has {}", path,
-                                      plugins_[i].name, plugins_[i].interfaceVersion, interfaceVersion);
-    dlclose(library);
-    return refusal;
+    plugins_[i].path = full;
+  }
+  std::optional<std::string> refusal = refusalOf(before);
+  if (!refusal) return std::nullopt;
+  dlclose(library);
+  return fmt::format("{}: {}", path, *refusal);
+}
+
+std::optional<std::string> LoaderImpl::refusalOf(size_t first) const {
+  for (auto added = plugins_.begin() + static_cast<long>(first); added != plugins_.end(); ++added) {
+    if (added->interfaceVersion != interfaceVersion) {
+      return fmt::format("{} was built against interface version {}, this agent has {}", added->name,
+                         added->interfaceVersion, interfaceVersion);
+    }
+    const auto known = std::find_if(plugins_.begin(), added,
+                                    [&](const Registration& plugin) { return plugin.name == added->name; });
+    if (known == added) continue;
+    return fmt::format("{} is loaded already{}{}", added->name, known->path.empty() ? "" : ", from ",
+                       known->path);
   }
   return std::nullopt;
 }
@@ -78,6 +99,9 @@ std::optional<std::string> LoaderImpl::unload(std::string_view name) {
   if (at == plugins_.end()) return fmt::format("no plugin {} is loaded", name);
   if (!at->library) return fmt::format("{} is part of the program and cannot be unloaded", name);
   void* library = at->library;
+  for (const Registration& plugin : plugins_) {
+    if (plugin.library == library) plugin.initCaller->letGo();
+  }
   if (std::string live = liveObjectsOf(library); !live.empty()) {
     return fmt::format("{} is still in use and stays loaded: {}", at->path, live);
   }

@@ -18,17 +18,20 @@ class PluginInitCaller {
  public:
   virtual ~PluginInitCaller() = default;
   virtual void init(Context* context) = 0;
+  /// The library is about to be closed: lets go of what init made.
+  virtual void letGo() {}
 };
 
 namespace Impl {
 
-/// Opens plugin libraries and keeps account of the plugins that they register. One loader a kind of plugin, on
-/// the agent's main thread.
+/// Opens plugin libraries and keeps account of the plugins that they register. One loader a kind of plugin,
+/// on the agent's main thread.
 class LoaderImpl {
  public:
   class InitCaller {
    public:
     virtual ~InitCaller() = default;
+    virtual void letGo() = 0;
   };
   struct Registration {
     std::string name;
@@ -37,8 +40,8 @@ class LoaderImpl {
     std::string options;
     std::string interfaceVersion;
     InitCaller* initCaller;
-    void* library;  ///< null for a plugin that is linked into the program
-    std::string path;
+    void* library;     ///< null for a plugin that is linked into the program
+    std::string path;  ///< absolute
   };
 
   explicit LoaderImpl(std::string kind) : kind_(std::move(kind)) {}
@@ -55,14 +58,19 @@ class LoaderImpl {
   void unregisterPlugin(const InitCaller* caller);
 
   /// Opens a library and takes up the plugins that it registers; does not initialise them. When that fails,
-  /// returns a sentence that says why, with the path, and nothing has changed.
+  /// returns a sentence that says why, with the path, and nothing has changed. To replace a plugin, unload
+  /// the old one first: two of one name could not tell their objects apart.
   std::optional<std::string> load(const std::string& path);
 
-  /// Closes the library of a plugin. The agent has let go of all it got from the plugin; when objects of the
-  /// library's types are still alive the library is left open and the sentence returned says which.
+  /// Closes the library of a plugin. The agent has let go of all it got from the plugin; the instance then
+  /// lets go of its own. When objects of the library's types are alive after that the library is left open,
+  /// and the sentence returned says which.
   std::optional<std::string> unload(std::string_view name);
 
  private:
+  /// What is wrong with the plugins from this one on, if anything.
+  std::optional<std::string> refusalOf(size_t first) const;
+
   const std::string kind_;
   std::vector<Registration> plugins_;
 };
@@ -81,6 +89,7 @@ class Loader : public Impl::LoaderImpl {
     LoaderInitCallerWithContext(Loader& loader, PluginInitCaller<Context>& instance)
         : loader_(loader), instance_(instance) {}
     void call(Context* context) { instance_.init(context); }
+    void letGo() override { instance_.letGo(); }
     Loader& loader() const { return loader_; }
 
    private:

@@ -8,9 +8,13 @@
 namespace Rix {
 
 /// Follows one collection of one entity: `put` is called for every element that is there at the start and for
-/// every one that is set later, `gone` for every one that is taken out. It holds the entity. Handlers are told
-/// of the current state: an element that was set and taken out again before its turn is only `gone`.
-/// Destruction is silent; withdraw() first reports every element as gone.
+/// every one that is set later, `gone` for every one that is taken out. It holds the entity. Handlers are
+/// told of the current state: an element that was set and taken out again before its turn is not mentioned,
+/// one that was taken out and set again may be put without having been gone. The value that a handler is
+/// given is the one in the map: it can be read to the handler's end, even when the handler takes the element
+/// out, but a write to the element shows in it. Handlers may change the collection and withdraw the follower,
+/// but not destroy it. Destruction is silent; withdraw() ends the following and reports every element as
+/// gone.
 template <class Map>
 class CollectionFollower final : public Zeb::Notifiee {
  public:
@@ -20,14 +24,23 @@ class CollectionFollower final : public Zeb::Notifiee {
   using Put = std::function<void(const Key&, const Value&)>;
   using Gone = std::function<void(const Key&)>;
 
-  CollectionFollower(Kelp::Ptr<const Zeb::Entity> entity, const Zeb::Attribute& attribute, Read read, Put put, Gone gone)
-      : entity_(std::move(entity)), attribute_(attribute), read_(std::move(read)), put_(std::move(put)),
+  CollectionFollower(Kelp::Ptr<const Zeb::Entity> entity, const Zeb::Attribute& attribute, Read read, Put put,
+                     Gone gone)
+      : entity_(std::move(entity)),
+        attribute_(attribute),
+        read_(std::move(read)),
+        put_(std::move(put)),
         gone_(std::move(gone)) {
     entity_->publisher().subscribe(*this);
-    for (auto at = read_().begin(); at; at.next()) handleKey(at.key());
+    for (auto at = read_().begin(); at && !withdrawn_; at.next()) {
+      if (!known_.contains(at.key())) handleKey(at.key());  // known: a handler has set it meanwhile
+    }
   }
+  /// What is torn down with the members may still change the collection; it is not followed any more then.
+  ~CollectionFollower() override { entity_->publisher().unsubscribe(*this); }
 
   void withdraw() {
+    withdrawn_ = true;
     entity_->publisher().unsubscribe(*this);
     while (!known_.empty()) {
       const Key key = *known_.begin();
@@ -42,20 +55,21 @@ class CollectionFollower final : public Zeb::Notifiee {
 
  private:
   void handleKey(const Key& key) {
-    if (const Value* value = read_().find(key)) {
+    if (const auto at = read_().from(key); at && at.key() == key) {  // keeps the element
       known_.insert(key);
-      put_(key, *value);
+      put_(key, at.value());
     } else if (known_.erase(key) > 0) {
       gone_(key);
     }
   }
 
-  Kelp::Ptr<const Zeb::Entity> entity_;
+  const Kelp::Ptr<const Zeb::Entity> entity_;
   const Zeb::Attribute& attribute_;
-  Read read_;
-  Put put_;
-  Gone gone_;
-  std::set<Key> known_;
+  const Read read_;
+  const Put put_;
+  const Gone gone_;
+  std::set<Key> known_;  // what was put and is not gone
+  bool withdrawn_ = false;
 };
 
 }  // namespace Rix

@@ -14,8 +14,9 @@ std::vector<Kelp::Ptr<InReactor>>& zombies() {
 }  // namespace
 
 void InReactor::hasNotificationActiveIs(bool on) {
-  if (on == hasNotificationActive() || (on && done_) || !watched_) return;
+  if (on == hasNotificationActive() || (on && done_)) return;
   nodeFlagSet(Kelp::nodeNotifying, on);
+  if (!watched_) return;
   if (on) {
     watched_->publisher().subscribe(*this);
   } else {
@@ -27,10 +28,12 @@ void InReactor::doneIs() {
   if (done_) return;
   hasNotificationActiveIs(false);
   done_ = true;
+  if (!nodeFlag(Kelp::nodeLive)) return;  // a destructor is at it already
   zombies().push_back(Kelp::Ptr<InReactor>(this));
 }
 
 void InReactor::handleChange(const Zeb::Change& change) {
+  if (!nodeFlag(Kelp::nodeLive)) return;  // the derived part is being destroyed or is gone
   const Kelp::Ptr<InReactor> keep(this);
   enDispatch(change);
 }

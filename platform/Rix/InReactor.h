@@ -10,10 +10,10 @@ struct SmControl {
   enum Mode : uint8_t { synchronous = 1, asynchronous = 2, machineDefault = 3 };
 
   Kelp::Ptr<Kiv::TaskScheduler> scheduler;  ///< null: the machine finds or creates one
-  int priority = 0;                 ///< of the machine's tasks
+  int priority = 0;                         ///< of the machine's tasks
   Kelp::String name;
   uint8_t mode = machineDefault;
-  bool traceAll = false;            ///< for machines that thin out their traces
+  bool traceAll = false;  ///< for machines that thin out their traces
 };
 
 namespace Gen {
@@ -24,7 +24,8 @@ namespace Gen {
 /// below finds it whole.
 class InReactor : public Kelp::Node, private Zeb::Notifiee {
  public:
-  /// Switches change notification on (the watched entity's publisher has this reactor as a subscriber) or off.
+  /// Switches change notification on (the watched entity's publisher has this reactor as a subscriber) or
+  /// off.
   virtual void hasNotificationActiveIs(bool on);
   bool hasNotificationActive() const { return nodeFlag(Kelp::nodeNotifying); }
 
@@ -53,10 +54,12 @@ size_t zebDoZombieReactors();
 /// A reactor that is part of a machine: initialised once, after construction, by whoever creates it.
 class InputStateMachine : public InReactor {
  public:
-  /// Runs the first scan; call once, when the object is complete and referenced.
+  /// Runs the first scan, the first time only; call it when the object is complete and referenced. The scan
+  /// may let go of the machine.
   void initialize() {
     if (initialized_) return;
     initialized_ = true;
+    const Kelp::Ptr<InputStateMachine> keep(this);
     doInputScan();
   }
 

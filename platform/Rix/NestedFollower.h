@@ -9,47 +9,77 @@ namespace Rix {
 
 /// Follows a collection of entities and keeps one child follower an element, made when the element comes and
 /// withdrawn when it goes or another entity takes its place. A Child has withdraw() and holds its entity.
+/// What a child does when it is made or withdrawn may change the collection: the old child is always
+/// withdrawn to its end before the next one of that key is made. `make` may give null for an element without
+/// interest.
 template <class Map, class Child>
 class NestedFollower {
  public:
   using Key = typename Map::Key;
   using Value = typename Map::Value;
+  using Read = typename CollectionFollower<Map>::Read;
   using Make = std::function<std::unique_ptr<Child>(const Key&, const Value&)>;
 
-  NestedFollower(Kelp::Ptr<const Zeb::Entity> entity, const Zeb::Attribute& attribute,
-                 typename CollectionFollower<Map>::Read read, Make make)
-      : make_(std::move(make)),
+  NestedFollower(Kelp::Ptr<const Zeb::Entity> entity, const Zeb::Attribute& attribute, Read read, Make make)
+      : read_(read),
+        make_(std::move(make)),
         follower_(
             std::move(entity), attribute, std::move(read),
-            [this](const Key& key, const Value& value) { put(key, value); }, [this](const Key& key) { gone(key); }) {}
+            [this](const Key& key, const Value&) { settle(key); }, [this](const Key& key) { settle(key); }) {}
 
-  void withdraw() { follower_.withdraw(); }
+  void withdraw() {
+    withdrawn_ = true;
+    follower_.withdraw();
+  }
 
  private:
   struct Slot {
-    const void* identity = nullptr;
+    Kelp::Ptr<const Kelp::Node> entity;  // held, so that its place is not another entity's meanwhile
     std::unique_ptr<Child> child;
+    bool settling = false;
   };
 
-  void put(const Key& key, const Value& value) {
-    const void* identity = value.get();
-    if (auto at = children_.find(key); at != children_.end()) {
-      if (at->second.identity == identity) return;
-      gone(key);
+  /// Brings the child of a key in line with the element that is there now.
+  void settle(const Key& key) {
+    auto slot = children_.try_emplace(key).first;
+    if (slot->second.settling) return;  // whoever is at it looks again
+    slot->second.settling = true;
+    try {
+      while (!settleOnce(key, slot->second)) {
+      }
+    } catch (...) {
+      done(slot);
+      throw;
     }
-    if (auto child = make_(key, value)) children_[key] = Slot{identity, std::move(child)};
+    done(slot);
   }
 
-  void gone(const Key& key) {
-    auto at = children_.find(key);
-    if (at == children_.end()) return;
-    const auto child = std::move(at->second.child);
-    children_.erase(at);
-    child->withdraw();
+  /// One step; true when there is nothing left to do.
+  bool settleOnce(const Key& key, Slot& slot) {
+    const auto at = read_().from(key);
+    const bool there = !withdrawn_ && at && at.key() == key;
+    const Kelp::Ptr<const Kelp::Node> now(there ? at.value().get() : nullptr);
+    if (now == slot.entity) return true;
+    slot.entity = nullptr;
+    if (slot.child) {
+      const auto old = std::move(slot.child);
+      old->withdraw();
+    } else {
+      slot.entity = now;
+      if (now) slot.child = make_(key, at.value());
+    }
+    return false;
   }
 
-  Make make_;
+  void done(typename std::map<Key, Slot>::iterator slot) {
+    slot->second.settling = false;
+    if (!slot->second.child) children_.erase(slot);
+  }
+
+  const Read read_;
+  const Make make_;
   std::map<Key, Slot> children_;
+  bool withdrawn_ = false;
   CollectionFollower<Map> follower_;  // last: it fills the others when it is made
 };
 

@@ -13,8 +13,8 @@ enum class FeatureId : uint32_t {};
 
 namespace Velo::Counter {
 
-/// Counts packets and their octets on the wire. A count is announced as a change of `packets`, at no cost when
-/// nobody follows the counter.
+/// Counts packets and their octets on the wire. A count is announced as a change of `packets`, at no cost
+/// when nobody follows the counter.
 class PktCounter : public Zeb::Entity {
   ZEB_ENTITY(PktCounter, Zeb::Entity)
 

@@ -6,7 +6,9 @@ namespace Velo {
 namespace {
 
 uint32_t portsOf(const ParsedL4& l4) {
-  const auto both = [](const auto* hdr) { return (uint32_t{hdr->sourcePort()} << 16) | hdr->destinationPort(); };
+  const auto both = [](const auto* hdr) {
+    return (uint32_t{hdr->sourcePort()} << 16) | hdr->destinationPort();
+  };
   if (l4.tcp()) return both(l4.tcp());
   if (l4.udp()) return both(l4.udp());
   if (l4.sctp()) return both(l4.sctp());
@@ -22,8 +24,10 @@ uint32_t flowHash(const ParsedPacket& packet) {
                               ip4->isFragment() ? 0u : portsOf(packet.l4()));
     }
     const Nimnet::Ip6Hdr& ip6 = *ip->ip6Hdr();
-    return Kelp::keyHashAll(ip6.source().high, ip6.source().low, ip6.destination().high, ip6.destination().low,
-                            ip6.protocol(), ip6.isFragment() ? 0u : portsOf(packet.l4()));
+    const bool whole = !ip6.isFragment();  // of fragments the first one only tells the last header's protocol
+    return Kelp::keyHashAll(ip6.source().high, ip6.source().low, ip6.destination().high,
+                            ip6.destination().low, whole ? ip6.protocol() : uint8_t{0},
+                            whole ? portsOf(packet.l4()) : 0u);
   }
   const Nimnet::EthHdr* eth = packet.ethPacket()->ethHdr();
   return eth ? Kelp::keyHashAll(eth->source().value(), eth->destination().value()) : 0;

@@ -6,7 +6,7 @@ namespace Velo {
 
 namespace {
 
-void countFault(VeloNamedCounters& counters, const char* category, ParseFault fault) {
+void countFault(VeloNamedCounters& counters, const Kelp::String& category, ParseFault fault) {
   static const Kelp::String facility("Velo::Malformed");
   static const std::array<Kelp::String, parseFaultCount> reasons = [] {
     std::array<Kelp::String, parseFaultCount> all;
@@ -20,7 +20,8 @@ bool dropIfMalformed(PacketContext& ctx) {
   ctx.parsedPacket().maybeDoFullParse();
   const ParseFault fault = ctx.parsedPacket().fault();
   if (fault == ParseFault::none) return true;
-  countFault(ctx.namedCounters(), "Drop", fault);
+  static const Kelp::String drop("Drop");
+  countFault(ctx.namedCounters(), drop, fault);
   return false;
 }
 
@@ -30,7 +31,8 @@ bool MalformedInputStep::process(const Kelp::Ptr<PacketContext>& ctx) {
   if (policy_ == MalformedPolicy::drop) return dropIfMalformed(*ctx);
   ctx->parsedPacket().maybeDoFullParse();
   const ParseFault fault = ctx->parsedPacket().fault();
-  if (fault != ParseFault::none) countFault(ctx->namedCounters(), "Malformed", fault);
+  static const Kelp::String malformed("Malformed");
+  if (fault != ParseFault::none) countFault(ctx->namedCounters(), malformed, fault);
   return true;
 }
 

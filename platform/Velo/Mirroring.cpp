@@ -15,7 +15,8 @@ void MirroringStepHelper::sessionIs(const Kelp::String& name, std::vector<Nimnet
 void MirroringStepHelper::sessionDel(const Kelp::String& name) { sessions_.erase(name); }
 
 void MirroringStepHelper::maybeMirrorToSessionTargets(const Kelp::Ptr<PacketContext>& ctx,
-                                                      MirroringDirection direction, const Kelp::String& session) {
+                                                      MirroringDirection direction,
+                                                      const Kelp::String& session) {
   auto at = sessions_.find(session);
   if (at == sessions_.end()) {
     static const Kelp::String category("Mirror");

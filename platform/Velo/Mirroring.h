@@ -14,8 +14,8 @@ enum class MirroringDirection : uint8_t { ingress = 0, egress = 1 };
 /// Who sends mirrored copies: the agent.
 class MirrorTarget {
  public:
-  /// Sends a copy of the packet out of an interface, through the egress pipeline, marked with the session. The
-  /// context belongs to the packet that is being mirrored and must come out unchanged.
+  /// Sends a copy of the packet out of an interface, through the egress pipeline, marked with the session.
+  /// The context belongs to the packet that is being mirrored and must come out unchanged.
   virtual void sendMirrored(const Kelp::Ptr<PacketContext>& ctx, const Kelp::String& session,
                             const Nimnet::IntfId& destination) = 0;
 
@@ -23,8 +23,9 @@ class MirrorTarget {
   ~MirrorTarget() = default;
 };
 
-/// The mirror sessions of the process, by name, and the way to them. A session may be defined after what names
-/// it; until then what is mirrored to it is counted under "Mirror" in the packet's named counters and lost.
+/// The mirror sessions of the process, by name, and the way to them. A session may be defined after what
+/// names it; until then what is mirrored to it is counted under "Mirror" in the packet's named counters and
+/// lost.
 class MirroringStepHelper : public Kelp::Node {
  public:
   static const Kelp::Ptr<MirroringStepHelper>& singleton();

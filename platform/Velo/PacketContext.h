@@ -29,8 +29,8 @@ class MirroringPacketInfo : public Kelp::Node {
   static Kelp::Ptr<MirroringPacketInfo> extractInfo(const Kelp::Ptr<PacketContext>& ctx);
 };
 
-/// Everything that goes along with one packet on its way. The agent makes a few and fills them again for every
-/// packet: pkt()->assign(...), then begin(). Steps hold a context for the duration of a call only.
+/// Everything that goes along with one packet on its way. The agent makes a few and fills them again for
+/// every packet: pkt()->assign(...), then begin(). Steps hold a context for the duration of a call only.
 class PacketContext : public Kelp::Node {
  public:
   explicit PacketContext(Kelp::Ptr<VeloNamedCounters> namedCounters);
@@ -69,7 +69,8 @@ class PacketContext : public Kelp::Node {
 /// A packet that is about to be sent, with the port it leaves by. Reused like the PacketContext it holds.
 class OutputPipelineContext : public Kelp::Node {
  public:
-  explicit OutputPipelineContext(Kelp::Ptr<PacketContext> packetContext) : packetContext_(std::move(packetContext)) {}
+  explicit OutputPipelineContext(Kelp::Ptr<PacketContext> packetContext)
+      : packetContext_(std::move(packetContext)) {}
 
   const Kelp::Ptr<PacketContext>& packetContext() const { return packetContext_; }
   const Nimnet::IntfId& egressIntf() const { return egressIntf_; }

@@ -14,6 +14,11 @@ Zeb::TraceHandle& trace() {
   return handle;
 }
 
+void countException(VeloNamedCounters& counters, const PipelineStep& step, std::string_view what) {
+  trace().trace(0, "process", "{} threw: {}", step.name(), what);
+  counters.count("Drop", AllGenericPipelineSteps::facility(), fmt::format("exception in {}", step.name()));
+}
+
 struct CountScope {
   explicit CountScope(int& n) : count(n) { ++count; }
   ~CountScope() { --count; }
@@ -57,8 +62,10 @@ const PipelineStep* AllGenericPipelineSteps::run(const Steps<Step>& steps, const
     try {
       if (!step->process(ctx)) return step.get();
     } catch (const std::exception& error) {
-      trace().trace(0, "process", "{} threw: {}", step->name(), error.what());
-      counters.count("Drop", facility(), fmt::format("exception in {}", step->name()));
+      countException(counters, *step, error.what());
+      return step.get();
+    } catch (...) {
+      countException(counters, *step, "something unknown");
       return step.get();
     }
   }
@@ -66,8 +73,10 @@ const PipelineStep* AllGenericPipelineSteps::run(const Steps<Step>& steps, const
 }
 
 template const PipelineStep* AllGenericPipelineSteps::run(const Steps<InputPipelineStep>&,
-                                                          const Kelp::Ptr<PacketContext>&, VeloNamedCounters&);
+                                                          const Kelp::Ptr<PacketContext>&,
+                                                          VeloNamedCounters&);
 template const PipelineStep* AllGenericPipelineSteps::run(const Steps<OutputPipelineStep>&,
-                                                          const Kelp::Ptr<OutputPipelineContext>&, VeloNamedCounters&);
+                                                          const Kelp::Ptr<OutputPipelineContext>&,
+                                                          VeloNamedCounters&);
 
 }  // namespace Velo

@@ -63,7 +63,9 @@ class AllGenericPipelineSteps : public Kelp::Node {
 
   /// Runs a packet through the steps of its direction. Returns the step that dropped it, null when it passed.
   /// A packet whose step throws is dropped, and counted under "Drop", facility, "exception in STEP".
-  const PipelineStep* process(const Kelp::Ptr<PacketContext>& ctx) { return run(input_, ctx, ctx->namedCounters()); }
+  const PipelineStep* process(const Kelp::Ptr<PacketContext>& ctx) {
+    return run(input_, ctx, ctx->namedCounters());
+  }
   const PipelineStep* process(const Kelp::Ptr<OutputPipelineContext>& ctx) {
     return run(output_, ctx, ctx->packetContext()->namedCounters());
   }
@@ -77,7 +79,8 @@ class AllGenericPipelineSteps : public Kelp::Node {
   template <class Step>
   void add(Steps<Step>& steps, const Kelp::Ptr<Step>& step);
   template <class Step, class Context>
-  const PipelineStep* run(const Steps<Step>& steps, const Kelp::Ptr<Context>& ctx, VeloNamedCounters& counters);
+  const PipelineStep* run(const Steps<Step>& steps, const Kelp::Ptr<Context>& ctx,
+                          VeloNamedCounters& counters);
 
   const Registrant& registrant_;
   Steps<InputPipelineStep> input_;

@@ -10,7 +10,8 @@ std::optional<std::string> PortChannels::membersIs(const Nimnet::IntfId& portCha
     if (member == portChannel) return fmt::format("{} cannot be its own member", member);
     if (!seen.insert(member).second) return fmt::format("{} is named twice", member);
     const Nimnet::IntfId& other = portChannelOf(member);
-    if (!other.empty() && other != portChannel) return fmt::format("{} is a member of {} already", member, other);
+    if (!other.empty() && other != portChannel)
+      return fmt::format("{} is a member of {} already", member, other);
   }
   portChannelDel(portChannel);
   for (const Nimnet::IntfId& member : members) channelOf_[member] = portChannel;

@@ -30,7 +30,8 @@ void PluginManager::pluginIs(const Kelp::Ptr<VeloPluginBase>& plugin) {
 }
 
 void PluginManager::pluginDel(const Kelp::String& name) {
-  auto at = std::find_if(plugins_.begin(), plugins_.end(), [&](const auto& plugin) { return plugin->name() == name; });
+  auto at = std::find_if(plugins_.begin(), plugins_.end(),
+                         [&](const auto& plugin) { return plugin->name() == name; });
   if (at == plugins_.end()) return;
   const Kelp::Ptr<VeloPluginBase> gone = *at;
   plugins_.erase(at);
@@ -50,8 +51,9 @@ std::optional<std::string> PluginManager::runPhases(const Kelp::Ptr<Hive::Entity
   for (const auto& plugin : Plugins(plugins_)) {
     if (std::find(active_.begin(), active_.end(), plugin.get()) != active_.end()) continue;
     const Registrant::Scope scope(registrant_, plugin.get());
-    if (auto failure = entities->mountProfile(profile)) unmounted = failure;
-    plugin->handleMountStatus(!unmounted);
+    const auto failure = entities->mountProfile(profile);
+    if (failure) unmounted = failure;
+    plugin->handleMountStatus(!failure);
     plugin->doHiveMountsComplete(entities);
     plugin->setupPluginManager();
     plugin->activeInit();

@@ -21,9 +21,10 @@ struct PluginContext {
   Kelp::Ptr<Hive::EntityManager> entityManager;
 };
 
-/// What a plugin is to the framework: an entity that is driven through phases. Order: the mounts (handleMountStatus,
-/// doHiveMountsComplete, createLocalEntities, doMountsComplete, which calls mountsComplete), setupPluginManager,
-/// then activeInit, or standbyInit and later switchoverInit and activeInit.
+/// What a plugin is to the framework: an entity that is driven through phases. Order: the mounts
+/// (handleMountStatus, doHiveMountsComplete, createLocalEntities, doMountsComplete, which calls
+/// mountsComplete), setupPluginManager, then activeInit, or standbyInit and later switchoverInit and
+/// activeInit.
 class VeloPluginBase : public Zeb::Entity {
   ZEB_ENTITY(VeloPluginBase, Zeb::Entity)
 

@@ -17,8 +17,9 @@ class Dir : public Entity {
     const auto* known = entry_.find(key);
     return known ? known->ptr() : nullptr;
   }
-  /// Files an entity under its own name, in place of another of that name.
+  /// Files an entity under its own name, in place of another of that name. Null files nothing.
   bool entryIs(const Kelp::Ptr<Entity>& entity) {
+    if (!entity) return false;
     const auto* known = entry_.find(entity->name());
     if (known && known->get() == entity.get()) return false;
     return zebPut(entryAttribute(), entry_, entity->name(), Owned<Entity>(this, entity));

@@ -13,6 +13,10 @@ namespace Zeb {
 
 template <class T>
 class Owned;
+template <class T>
+inline constexpr bool isOwned = false;
+template <class T>
+inline constexpr bool isOwned<Owned<T>> = true;
 
 /// Base of everything in the state tree: a name, a parent, and attributes whose changes are published. The
 /// attributes are declared with the rows of Zeb/Attributes.h. An equal write is no change and is not
@@ -28,7 +32,7 @@ class Entity : public Kelp::Node, public Reflected {
 
   /// Where changes of this entity are announced; made on first use. Following a read-only view is allowed.
   virtual Publisher& publisher() const;
-  bool hasSubscribers() const { return publisher_ != nullptr; }
+  bool hasSubscribers() const { return publisher_ && !publisher_->empty(); }
 
  protected:
   ~Entity() override = default;
@@ -44,6 +48,8 @@ class Entity : public Kelp::Node, public Reflected {
     }
     // The old value dies last: it may be what keeps the caller's argument alive.
     std::swap(member, value);
+    // But it is no child any more when the handlers run; one of them may make it one again.
+    if constexpr (isOwned<T>) value.disown();
     publishChange(attribute);
     return true;
   }
@@ -78,7 +84,8 @@ class Entity : public Kelp::Node, public Reflected {
     using T = typename Map::Value::Type;
     Kelp::Ptr<T> held;
     if (auto* known = map.find(key)) {
-      held = known->release();
+      held = known->ptr();
+      known->disown();  // not released: an iterator that stands on the element still reads it
       zebErase(attribute, map, key);
     }
     return held;
@@ -92,7 +99,8 @@ class Entity : public Kelp::Node, public Reflected {
   mutable std::unique_ptr<Publisher> publisher_;
 };
 
-/// An owned entity: its parent is the owner for as long as it is held here. Constness reaches through.
+/// An owned entity: its parent is the owner for as long as it is held here, or until another owner takes it
+/// over: the last that took it is the parent. Constness reaches through.
 template <class T>
 class Owned {
  public:
@@ -110,9 +118,14 @@ class Owned {
   }
   ~Owned() { release(); }
 
+  /// Clears the parent, unless another owner has taken the entity over, and goes on holding it.
+  void disown() {
+    Entity* owner = std::exchange(owner_, nullptr);
+    if (owner && entity_ && entity_->parent() == owner) entity_->parentIs(nullptr);
+  }
   /// Lets go: clears the parent and hands the entity over.
   Kelp::Ptr<T> release() {
-    if (entity_ && entity_->parent() == owner_) entity_->parentIs(nullptr);
+    disown();
     return std::move(entity_);
   }
 

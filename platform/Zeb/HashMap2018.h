@@ -119,7 +119,9 @@ class HashMap2018 {
   /// The link behind which (hash, key) is, or would be.
   Entry** linkTo(const K& key, uint32_t hash) const {
     Entry** link = &buckets_[bucketOf(hash)];
-    while (*link && ((*link)->hash < hash || ((*link)->hash == hash && (*link)->key < key))) link = &(*link)->next;
+    while (*link && ((*link)->hash < hash || ((*link)->hash == hash && (*link)->key < key))) {
+      link = &(*link)->next;
+    }
     return link;
   }
   Entry* firstFrom(size_t bucket) const {

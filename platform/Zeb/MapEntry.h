@@ -63,7 +63,9 @@ class MapIterator {
   bool stale() const { return at_.get()->stale; }
   void next() { at_ = MapEntryRef<Entry>(map_->entryAfter(at_.get())); }
 
-  std::pair<const typename Map::Key&, const typename Map::Value&> operator*() const { return {key(), value()}; }
+  std::pair<const typename Map::Key&, const typename Map::Value&> operator*() const {
+    return {key(), value()};
+  }
   MapIterator& operator++() {
     next();
     return *this;

@@ -76,7 +76,9 @@ class OrderedMap {
 
  private:
   using Entries = std::map<K, Entry*>;
-  Entry* entryAt(typename Entries::const_iterator at) const { return at == entries_.end() ? nullptr : at->second; }
+  Entry* entryAt(typename Entries::const_iterator at) const {
+    return at == entries_.end() ? nullptr : at->second;
+  }
 
   Entries entries_;
   MapVersion version_;

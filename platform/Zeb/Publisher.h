@@ -44,8 +44,9 @@ class Notifiee {
 
 /// The subscribers of one entity. Changes are delivered synchronously, in the order of subscription, on the
 /// thread that makes them. A handler may subscribe, unsubscribe, destroy subscribers (itself included) and
-/// drop the entity; whoever subscribes during a delivery does not get that change, whoever leaves gets nothing
-/// more. A change made in a handler is delivered at once, inside that call, to everyone who is subscribed then.
+/// drop the entity; whoever subscribes during a delivery does not get that change, whoever leaves gets
+/// nothing more. A change made in a handler is delivered at once, inside that call, to everyone who is
+/// subscribed then.
 class Publisher {
  public:
   Publisher() = default;
@@ -57,6 +58,8 @@ class Publisher {
   void subscribe(Notifiee& who);
   void unsubscribe(Notifiee& who);
   bool hasSubscriber(const Notifiee& who) const;
+  /// Nobody listens (while a delivery is under way, nobody did when the first of it began).
+  bool empty() const { return subscribers_.empty(); }
   void publish(const Change& change);
 
  private:

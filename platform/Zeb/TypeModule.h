@@ -30,11 +30,13 @@ template <class T, class... Args>
 TypeEntry typeEntry(Kelp::Ptr<T> (*factory)(Args...)) {
   return {&typeDataOf<T>(), [factory](std::span<const std::any> given) -> Kelp::Ptr<Kelp::Node> {
             if (given.size() != sizeof...(Args)) return nullptr;
-            return [&]<size_t... At>(std::index_sequence<At...>) -> Kelp::Ptr<Kelp::Node> {
-              const auto typed = std::tuple{std::any_cast<std::remove_cvref_t<Args>>(&given[At])...};
+            return [&]<size_t... At>(std::index_sequence<At...>)->Kelp::Ptr<Kelp::Node> {
+              [[maybe_unused]] const auto typed =
+                  std::tuple{std::any_cast<std::remove_cvref_t<Args>>(&given[At])...};
               if (!(std::get<At>(typed) && ...)) return nullptr;
               return factory(*std::get<At>(typed)...);
-            }(std::index_sequence_for<Args...>());
+            }
+            (std::index_sequence_for<Args...>());
           }};
 }
 

@@ -180,12 +180,10 @@ TEST(Sources, AreReadInOrderAsOneText) {
   EXPECT_EQ(common(list.rules.at(20)).remark, "late") << "a remark waits across texts, too";
 }
 
-TEST(Sources, DoNotCarryTheOpenListOver) {
+TEST(Sources, AreOneTextSoThatALaterOneGoesOnInTheOpenList) {
   const auto result = read({{"a", "ip access-list A\n"}, {"b", "permit ip any any\n"}});
-  EXPECT_FALSE(result.model);
-  ASSERT_EQ(result.mistakes.size(), 1u);
-  EXPECT_EQ(result.mistakes[0].str(),
-            "b:1:1: found \"permit\" outside a list, expected it below ip, ipv6 or mac access-list NAME");
+  ASSERT_TRUE(result.model);
+  EXPECT_EQ(numbersOf(result.model->lists.at({AclType::ip, "A"})), (std::vector<uint32_t>{10}));
 }
 
 TEST(Sources, AllMistakesOfAllTextsAreReportedAtOnceAndNothingIsApplied) {

@@ -6,7 +6,9 @@ namespace {
 /// Fails the run when objects are left alive after the last test.
 class NothingLeft : public testing::Environment {
  public:
-  void TearDown() override { EXPECT_EQ(MemSlab::liveReport(), "") << "objects are still alive after the tests"; }
+  void TearDown() override {
+    EXPECT_EQ(MemSlab::liveReport(), "") << "objects are still alive after the tests";
+  }
 };
 
 }  // namespace

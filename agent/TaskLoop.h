@@ -1,0 +1,39 @@
+#pragma once
+
+#include <Kiv/TaskScheduler.h>
+#include <Rix/InReactor.h>
+
+namespace Agent {
+
+/// Runs the tasks of the process between the agent's other work. Delays are counted on a clock of the agent's
+/// choice, a capture's for instance; time slices on real time.
+class TaskLoop {
+ public:
+  /// `clock` outlives this object, and this object whatever uses tasks.
+  explicit TaskLoop(const Kiv::Clock& clock) : scheduler_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()) {
+    scheduler_->clockIs(clock);
+  }
+  ~TaskLoop() { scheduler_->clockIs(Kiv::steadyClock()); }
+  TaskLoop(const TaskLoop&) = delete;
+  TaskLoop& operator=(const TaskLoop&) = delete;
+
+  bool due() const {
+    const auto wait = scheduler_->timeUntilDue();
+    return wait && *wait <= Kelp::Duration();
+  }
+  /// One turn of the loop: runs what is due within the turn's budget.
+  void turn() {
+    scheduler_->turnBegin();
+    scheduler_->runTurn();
+    Rix::Gen::zebDoZombieReactors();
+  }
+  /// Runs until nothing is due any more without the clock going on.
+  void settle() {
+    while (due()) turn();
+  }
+
+ private:
+  const Kelp::Ptr<Kiv::TaskScheduler> scheduler_;
+};
+
+}  // namespace Agent

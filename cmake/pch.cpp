@@ -1,0 +1,1 @@
+// Exists only to carry the precompiled headers.

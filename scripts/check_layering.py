@@ -1,0 +1,199 @@
+#!/usr/bin/env python3
+"""Checks that the rooms know only what they may know.
+
+A room is a folder whose CMakeLists.txt says velo_room(NAME ... DEPENDS ...). It may include its own files, those
+of the rooms that it names, the standard library and fmt, and nothing else. Around the rooms stand areas with
+rules of their own, see AREAS. Prints FILE:LINE of each violation; the exit status is 1 when there is one.
+
+usage: check_layering.py [ROOT]
+"""
+
+import pathlib
+import re
+import sys
+
+# Areas that are not rooms: what they may include beside the standard library. "rooms" is any room; "any" is
+# every library there is. Tests, benches and fuzzers mirror the rooms and look into all of them.
+AREAS = {
+    "VeloAcl": {"rooms", "VeloAcl", "fmt"},
+    "agent": {"rooms", "agent", "any"},
+    "examples": {"rooms", "examples", "tests/support", "any"},
+    "tests": {"rooms", "VeloAcl", "agent", "examples", "tests", "any"},
+    "bench": {"rooms", "VeloAcl", "agent", "tests", "bench", "any"},
+    "fuzz": {"rooms", "VeloAcl", "agent", "tests", "fuzz", "any"},
+}
+
+# What single rooms may use of the system beyond the standard library.
+ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h"}}
+
+STANDARD_HEADERS = set(
+    """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes
+    climits clocale cmath codecvt compare complex concepts condition_variable coroutine csetjmp csignal cstdarg
+    cstddef cstdint cstdio cstdlib cstring ctime cuchar cwchar cwctype deque exception execution filesystem format
+    forward_list fstream functional future initializer_list iomanip ios iosfwd iostream istream iterator latch
+    limits list locale map memory memory_resource mutex new numbers numeric optional ostream queue random ranges
+    ratio regex scoped_allocator semaphore set shared_mutex source_location span sstream stack stdexcept stop_token
+    streambuf string string_view strstream syncstream system_error thread tuple type_traits typeindex typeinfo
+    unordered_map unordered_set utility valarray variant vector version""".split()
+)
+
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*(?:include|include_next|import)[ \t]*([<"])([^>"\n]+)[>"]', re.MULTILINE)
+BLOCK_COMMENT = re.compile(r"/\*.*?\*/", re.DOTALL)
+ROOM = re.compile(r"^[ \t]*velo_room\s*\(([^)]*)\)", re.MULTILINE)
+SOURCE_SUFFIXES = {".h", ".hpp", ".cpp", ".cc", ".inc"}
+
+
+class Room:
+    def __init__(self, name, folder, depends, place):
+        self.name, self.folder, self.depends, self.place = name, folder, depends, place
+
+
+class Tree:
+    """The files of one project tree and what is wrong with them. Paths are relative to its root."""
+
+    def __init__(self, root):
+        self.root = root
+        self.violations = []
+        self.rooms = {}
+        for path in sorted(self.files(lambda p: p.name == "CMakeLists.txt")):
+            self.read_rooms(path)
+
+    def files(self, wanted):
+        # The build folder and hidden ones hold no sources of ours.
+        for top in sorted(self.root.iterdir()):
+            if top.name.startswith(".") or top.name == "build":
+                continue
+            for path in [top] if top.is_file() else top.rglob("*"):
+                if path.is_file() and wanted(path):
+                    yield path.relative_to(self.root)
+
+    def complain(self, path, line, text):
+        self.violations.append((str(path), line, text))
+
+    def read_rooms(self, path):
+        text = re.sub(r"#.*", "", (self.root / path).read_text())
+        for match in ROOM.finditer(text):
+            line = text.count("\n", 0, match.start()) + 1
+            words = match.group(1).split()
+            name, lists, keyword = words[0], {"SOURCES": [], "DEPENDS": []}, None
+            for word in words[1:]:
+                if word in lists:
+                    keyword = word
+                else:
+                    lists[keyword].append(word)
+            if name in self.rooms:
+                self.complain(path, line, f"a second room of the name {name}")
+                continue
+            self.rooms[name] = Room(name, path.parent, lists["DEPENDS"], (path, line))
+
+    def check_rooms(self):
+        if not self.rooms:
+            self.complain("CMakeLists.txt", 1, "no velo_room() in this tree")
+        for room in self.rooms.values():
+            for name in room.depends:
+                if name not in self.rooms:
+                    self.complain(*room.place, f"room {room.name} depends on {name}, which is no room")
+        self.check_cycles()
+
+    def check_cycles(self):
+        done, path = set(), []
+
+        def visit(name):
+            if name in path:
+                cycle = path[path.index(name) :] + [name]
+                self.complain(*self.rooms[name].place, "rooms in a circle: " + " -> ".join(cycle))
+            elif name in self.rooms and name not in done:
+                path.append(name)
+                for other in self.rooms[name].depends:
+                    visit(other)
+                path.pop()
+                done.add(name)
+
+        for name in self.rooms:
+            visit(name)
+
+    def room_of(self, path):
+        """The innermost room whose folder holds the file."""
+        holders = [r for r in self.rooms.values() if r.folder in path.parents]
+        return max(holders, key=lambda r: len(r.folder.parts), default=None)
+
+    def target(self, path, quote, name):
+        """The file of this tree that an include means, as the compiler looks for it; None for another's."""
+        bases = [self.root / "platform", self.root]
+        if quote == '"':
+            bases.insert(0, (self.root / path).parent)
+        for base in bases:
+            candidate = (base / name).resolve()
+            if candidate.is_file() and self.root in candidate.parents:
+                return candidate.relative_to(self.root)
+        return None
+
+    def check_includes(self):
+        for path in sorted(self.files(lambda p: p.suffix in SOURCE_SUFFIXES)):
+            text = (self.root / path).read_text(errors="replace")
+            # A comment may span lines: keep its line ends, so that numbers stay right.
+            text = BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
+            for match in INCLUDE.finditer(text):
+                problem = self.problem(path, match.group(1), match.group(2))
+                if problem:
+                    # The blanks in front of the `#` belong to its line.
+                    line = text.count("\n", 0, match.start(1)) + 1
+                    self.complain(path, line, f"{problem}: {match.group(1)}{match.group(2)}")
+
+    def problem(self, path, quote, name):
+        target = self.target(path, quote, name)
+        room, area = self.room_of(path), path.parts[0]
+        if target is None:
+            return self.external_problem(room, area, name)
+        target_room, target_area = self.room_of(target), target.parts[0]
+        if room:
+            if not target_room:
+                return f"room {room.name} includes {target_area}/, which is above all rooms"
+            if target_room is not room and target_room.name not in room.depends:
+                return f"room {room.name} includes room {target_room.name}, which its DEPENDS does not name"
+            return None
+        allowed = AREAS.get(area)
+        if allowed is None:
+            return f"{area}/ is neither a room nor a known area"
+        if target_room:
+            return None if "rooms" in allowed else f"{area}/ includes room {target_room.name}"
+        if any(str(target).startswith(place + "/") for place in allowed):
+            return None
+        return f"{area}/ includes {target_area}/"
+
+    def external_problem(self, room, area, name):
+        if name in STANDARD_HEADERS:
+            return None
+        if room:
+            if name.startswith("fmt/") or name in ALLOWED_SYSTEM_HEADERS.get(room.name, set()):
+                return None
+            return f"room {room.name} includes what is neither the standard library nor fmt"
+        allowed = AREAS.get(area)
+        if allowed is None:
+            return f"{area}/ is neither a room nor a known area"
+        if "any" in allowed or ("fmt" in allowed and name.startswith("fmt/")):
+            return None
+        return f"{area}/ includes what is neither the standard library nor fmt"
+
+
+def check(root):
+    """All violations in the tree at root, as (path, line, text), in order."""
+    tree = Tree(pathlib.Path(root).resolve())
+    tree.check_rooms()
+    tree.check_includes()
+    return sorted(tree.violations)
+
+
+def main(arguments):
+    if len(arguments) > 2 or any(a.startswith("-") for a in arguments[1:]):
+        print(__doc__.strip().splitlines()[-1], file=sys.stderr)
+        return 2
+    root = arguments[1] if len(arguments) == 2 else pathlib.Path(__file__).resolve().parent.parent
+    violations = check(root)
+    for path, line, text in violations:
+        print(f"{path}:{line}: {text}")
+    return 1 if violations else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that building and testing need, and only those that are missing: with all of
+# them in place it neither needs rights nor a network.
+set -euo pipefail
+# shellcheck source=scripts/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/install_deps.sh [--ci]
+  --ci  also what only the checks of .ci/run use: a second compiler and the formatter
+TEXT
+}
+
+packages=(g++ cmake ninja-build pkg-config python3 libfmt-dev libpcap-dev libcli11-dev nlohmann-json3-dev
+  libgtest-dev libgmock-dev libbenchmark-dev)
+for argument in "$@"; do
+  case $argument in
+    --ci) packages+=(clang clang-format git) ;;
+    -h | --help)
+      usage
+      exit 0
+      ;;
+    *) usage_error "unknown argument: $argument" ;;
+  esac
+done
+
+command -v dpkg-query >/dev/null || die "this is no Debian system; install by other means: ${packages[*]}"
+
+missing=()
+for package in "${packages[@]}"; do
+  # shellcheck disable=SC2016  # the field name is for dpkg-query
+  state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+  [[ $state == installed ]] || missing+=("$package")
+done
+[[ ${#missing[@]} -gt 0 ]] || exit 0
+
+as_root=()
+if [[ $(id -u) -ne 0 ]]; then
+  command -v sudo >/dev/null || die "to be run as root, or with sudo; missing: ${missing[*]}"
+  as_root=(sudo)
+fi
+say "installing ${missing[*]}"
+install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q)
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+quietly "$log" "${install[@]}" update
+quietly "$log" "${install[@]}" install -y --no-install-recommends "${missing[@]}"

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything into build/release and runs the tests.
+set -euo pipefail
+# shellcheck source=scripts/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/test.sh [--sanitize]
+  --sanitize  build/sanitize instead, with the address and undefined-behaviour sanitizers
+TEXT
+}
+
+preset=release
+for argument in "$@"; do
+  case $argument in
+    --sanitize) preset=sanitize ;;
+    -h | --help)
+      usage
+      exit 0
+      ;;
+    *) usage_error "unknown argument: $argument" ;;
+  esac
+done
+
+"$root/scripts/install_deps.sh"
+build "$preset"
+run_tests "$preset"

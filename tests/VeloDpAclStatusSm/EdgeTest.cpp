@@ -1,0 +1,255 @@
+#include "../Zeb/TraceCapture.h"
+#include "Writes.h"
+
+#include <Zeb/TraceHandle.h>
+
+#include <algorithm>
+
+/// What happens at the rims: nothing configured, changes in the middle of the start, events that find
+/// nothing.
+namespace SmTest {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class Edges : public testing::Test, protected World {};
+
+TEST_F(Edges, NothingConfiguredIsSoonReady) {
+  start();
+  EXPECT_TRUE(sm->initialScanDone());
+  EXPECT_FALSE(sm->ready()) << "the counters are to be copied once";
+  EXPECT_TRUE(settle());
+  EXPECT_TRUE(sm->ready());
+  EXPECT_TRUE(status->status().empty());
+}
+
+TEST_F(Edges, SynchronousIsReadyAtOnceWithoutAnyTask) {
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
+  count(in, {AclDirection::in, AclType::ip, "A", r(1)}, 3, 99);
+  status->statusIs(AclType::mac)->aclIs("old");
+  Kiv::alwaysYieldIs(true);
+  start(Rix::SmControl::synchronous);
+  EXPECT_TRUE(sm->idle());
+  EXPECT_FALSE(scheduler->timeUntilDue());
+  EXPECT_FALSE(sm->scheduler()) << "not even looked for";
+  EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus(r(1))->packets, 3u);
+  EXPECT_FALSE(status->status(AclType::mac));
+  count(in, {AclDirection::in, AclType::ip, "A", r(1)}, 1, 100);
+  pass(5);
+  EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus(r(1))->packets, 3u) << "copied once, never again";
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(2), ipRule());
+  EXPECT_TRUE(statusOf(AclType::ip, "A")->ruleStatus(r(2))) << "but changes are followed";
+}
+
+TEST_F(Edges, TheFirstPassWritesNothingHoweverLongItTakes) {
+  for (uint32_t i = 1; i < 20; ++i) {
+    rules(AclType::ip, fmt::format("L{}", i).c_str())->ipRuleByIdIs(r(i), ipRule());
+    bind(AclType::mac, AclDirection::in, fmt::format("eth{}", i).c_str(), "L1");
+  }
+  Zeb::TraceHandle::enable("DpAclStatusVelo/7");
+  Kiv::alwaysYieldIs(true);
+  int runs = 0;
+  {
+    TraceCapture capture;
+    start();
+    for (; !sm->initialScanDone() && scheduler->runOne(); ++runs) {
+      if (!sm->initialScanDone()) {
+        EXPECT_EQ(capture.texts(), Lines{});
+        EXPECT_TRUE(status->status().empty());
+      }
+    }
+  }
+  Zeb::TraceHandle::disableAll();
+  EXPECT_GT(runs, 20);
+  EXPECT_FALSE(status->status().empty());
+}
+
+TEST_F(Edges, AChangeDuringTheFirstPassIsPublishedByTheSecond) {
+  for (uint32_t i = 1; i < 6; ++i) rules(AclType::ip, "A")->ipRuleByIdIs(r(i), ipRule(i));
+  Kiv::alwaysYieldIs(true);
+  start();
+  scheduler->runOne();
+  ASSERT_FALSE(sm->initialScanDone());
+  rules(AclType::ip, "A")->ipRuleByIdDel(r(1));
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(9), ipRule());
+  rules(AclType::ipv6, "B")->ip6RuleByIdIs(r(7), ip6Rule());
+  bind(AclType::ip, AclDirection::in, "eth1", "A");
+  EXPECT_TRUE(status->status().empty());
+  Kiv::alwaysYieldIs(false);
+  for (int i = 0; i < 3; ++i) pass(1);
+  ASSERT_TRUE(sm->idle());
+  EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus().size(), 5u);
+  EXPECT_FALSE(statusOf(AclType::ip, "A")->ruleStatus(r(1)));
+  EXPECT_TRUE(statusOf(AclType::ip, "A")->ruleStatus(r(9)));
+  EXPECT_TRUE(statusOf(AclType::ipv6, "B")->ruleStatus(r(7)));
+  EXPECT_TRUE(status->status(AclType::ip)->intf(AclDirection::in)->intf(Nimnet::IntfId("eth1")));
+}
+
+TEST_F(Edges, WhatAnEarlierRunLeftStaysWhenItIsConfiguredAndGoesWhenItIsNot) {
+  const auto old = status->statusIs(AclType::ip);
+  old->aclIs("kept")->ruleStatusIs(r(1), {0, 5, 50, true});
+  old->acl("kept")->ruleStatusIs(r(2), {0, 6, 60, true});
+  old->aclIs("empty")->ruleStatusIs(r(3), {});
+  old->aclIs("gone");
+  old->intfIs(AclDirection::in)->intfIs(Nimnet::IntfId("eth1"), "kept");
+  old->intf(AclDirection::in)->intfIs(Nimnet::IntfId("eth2"), "gone");
+  old->intfIs(AclDirection::out)->intfIs(Nimnet::IntfId("eth1"), "gone");
+  status->statusIs(AclType::mac)->intfIs(AclDirection::in)->intfIs(Nimnet::IntfId("eth1"), "M");
+  status->statusIs(AclType::ipv6)->aclIs("gone");
+  rules(AclType::ip, "kept")->ipRuleByIdIs(r(1), ipRule());
+  list(AclType::ip, "empty");
+  bind(AclType::ip, AclDirection::in, "eth1", "kept");
+  StatusWrites writes(status);
+  const auto keptBefore = old->acl("kept");
+  start();
+  ASSERT_TRUE(settle());
+  EXPECT_EQ(statusOf(AclType::ip, "kept"), keptBefore) << "the entry itself stays";
+  Lines gone;
+  for (const std::string& line : writes.take()) {
+    if (line.ends_with(" gone")) gone.push_back(line);
+  }
+  std::sort(gone.begin(), gone.end());
+  EXPECT_EQ(
+      gone,
+      (Lines{"ip.acl[empty].ruleStatus[r3] gone", "ip.acl[gone] gone", "ip.acl[kept].ruleStatus[r2] gone",
+             "ip.intf[in].intf[eth2] gone", "ip.intf[out] gone", "ip.intf[out].intf[eth1] gone", "ipv6 gone",
+             "ipv6.acl[gone] gone", "mac gone", "mac.intf[in] gone", "mac.intf[in].intf[eth1] gone"}));
+}
+
+TEST_F(Edges, AListThatGoesDuringItsReconciliationIsNotMissed) {
+  for (const char* name : {"A", "B", "C"}) {
+    list(AclType::ip, name);
+    const auto old = status->statusIs(AclType::ip)->aclIs(name);
+    for (uint32_t i = 1; i < 5; ++i) old->ruleStatusIs(r(i), {});
+  }
+  Kiv::alwaysYieldIs(true);
+  start();
+  delList(AclType::ip, "B");
+  list(AclType::ip, "B");
+  delList(AclType::ip, "C");
+  Kiv::alwaysYieldIs(false);
+  for (int i = 0; i < 3; ++i) pass(1);
+  ASSERT_TRUE(sm->idle());
+  EXPECT_TRUE(statusOf(AclType::ip, "A")->ruleStatus().empty());
+  EXPECT_TRUE(statusOf(AclType::ip, "B")->ruleStatus().empty());
+  EXPECT_FALSE(statusOf(AclType::ip, "C"));
+}
+
+TEST_F(Edges, ARuleOfAListWithoutStatusIsRecordedWhenTheListsEventComes) {
+  const auto unpublished = MemSlab::make<Acl::AclConfig>("X");
+  const auto sub = MemSlab::make<Acl::AclSubConfig>();
+  sub->ipRuleByIdIs(r(1), ipRule());
+  sub->ipRuleByIdIs(r(2), ipRule(20));
+  unpublished->currCfgIs(sub);
+  start();
+  ASSERT_TRUE(settle());
+  const Acl::IpRuleConfig rule = ipRule();
+  sm->eventToIpRuleCfgStream(AclType::ip, "X", r(1), &rule);
+  EXPECT_TRUE(sm->localAttrStore()->ruleIdsByAcl().empty());
+  sm->eventToIpRuleCfgStream(AclType::ip, "X", r(1), nullptr);
+  EXPECT_TRUE(sm->localAttrStore()->ruleIdsByAcl().empty()) << "what was never recorded is not withdrawn";
+  EXPECT_TRUE(status->status().empty());
+  sm->eventToAclConfigStream(AclType::ip, "X", unpublished);
+  EXPECT_EQ(sm->localAttrStore()->ruleIdsByAcl({AclType::ip, "X"})->ruleIds().size(), 2u);
+  EXPECT_EQ(statusOf(AclType::ip, "X")->ruleStatus().size(), 2u);
+}
+
+TEST_F(Edges, OnlyTheRulesOfAListsOwnKindAreRecordedAtItsEvent) {
+  start();
+  ASSERT_TRUE(settle());
+  const auto mixed = MemSlab::make<Acl::AclConfig>("X");
+  const auto sub = MemSlab::make<Acl::AclSubConfig>();
+  sub->ipRuleByIdIs(r(1), ipRule());
+  sub->ip6RuleByIdIs(r(2), ip6Rule());
+  sub->macRuleByIdIs(r(3), macRule());
+  mixed->currCfgIs(sub);
+  for (const AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) {
+    sm->eventToAclConfigStream(type, "X", mixed);
+    const auto& ids = sm->localAttrStore()->ruleIdsByAcl({type, "X"})->ruleIds();
+    EXPECT_EQ(ids.size(), 1u);
+    EXPECT_TRUE(ids.has(r(1 + static_cast<uint64_t>(type))));
+  }
+}
+
+TEST_F(Edges, EveryEventOfAListMakesItAFreshImplicitIdAndStatus) {
+  const auto a = list(AclType::ip, "A");
+  start();
+  ASSERT_TRUE(settle());
+  constexpr auto drop = Acl::ImplicitRuleType::drop;
+  const UniqueId first = *statusOf(AclType::ip, "A")->implicitRuleId(drop);
+  count(in, {AclDirection::in, AclType::ip, "A", first}, 2, 100);
+  pass(1);
+  EXPECT_EQ(statusOf(AclType::ip, "A")->implicitRuleStatus(drop)->packets, 2u);
+  sm->eventToAclConfigStream(AclType::ip, "A", a);
+  EXPECT_NE(*statusOf(AclType::ip, "A")->implicitRuleId(drop), first);
+  EXPECT_EQ(*statusOf(AclType::ip, "A")->implicitRuleStatus(drop), (Acl::RuleStatus{0, 0, 101, true}));
+  EXPECT_EQ(statusOf(AclType::ip, "A")->implicitRuleId().size(), 1u);
+  EXPECT_EQ(statusOf(AclType::ip, "A")->implicitRuleStatus().size(), 1u);
+}
+
+TEST_F(Edges, AnEmptyCollectionIsPolledEverySecondAllTheSame) {
+  start();
+  ASSERT_TRUE(settle());
+  Zeb::TraceHandle::enable("DpAclStatusVelo/7");
+  {
+    TraceCapture capture;
+    for (int i = 0; i < 3; ++i) pass(1);
+    const Lines texts = capture.texts();
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "copyInCounters = Poll fired"), 3);
+  }
+  Zeb::TraceHandle::disableAll();
+}
+
+TEST_F(Edges, GenerationsAreEqualAtRestAndDifferWhileAPassIsOutstanding) {
+  count(in, {AclDirection::in, AclType::ip, "A", r(1)}, 1, 99);
+  count(in, {AclDirection::in, AclType::ip, "A", r(2)}, 1, 99);
+  start();
+  const auto& state = *sm->inputSmScanState();
+  EXPECT_EQ(state.copyInCountersCodefGeneration(), 1u);
+  EXPECT_EQ(state.copyInCountersCodefDoneGen(), 0u);
+  Kiv::alwaysYieldIs(true);
+  scheduler->runTurn();
+  EXPECT_FALSE(state.copyInCountersIdle()) << "it stopped at its first element";
+  EXPECT_FALSE(state.idle());
+  EXPECT_NE(state.copyInCountersCodefGeneration(), state.copyInCountersCodefDoneGen());
+  EXPECT_EQ(state.copyMacOutCountersCodefGeneration(), state.copyMacOutCountersCodefDoneGen());
+  scheduler->runTurn();
+  EXPECT_TRUE(state.idle());
+  EXPECT_EQ(state.copyInCountersCodefGeneration(), 2u);
+  EXPECT_EQ(state.copyInCountersCodefDoneGen(), 2u);
+  pass(1);
+  EXPECT_EQ(state.copyInCountersCodefDoneGen(), 3u);
+}
+
+TEST_F(Edges, WithoutASchedulerTheProcessesDefaultIsUsed) {
+  const auto root = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  auto c = control();
+  c.scheduler = nullptr;
+  sm = Velo::VeloAcl::VeloDpAclStatusSmIs(config, intfConfig, in, macOut, ipOut, ip6Out, status, c);
+  EXPECT_EQ(sm->scheduler(), root);
+  for (int i = 0; i < 100 && !sm->idle(); ++i) root->runTurn();
+  EXPECT_TRUE(sm->idle());
+}
+
+TEST_F(Edges, AStatusSubscriberMayPutBackWhatIsJustBeingTakenAway) {
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(2), ipRule(20));
+  start();
+  ASSERT_TRUE(settle());
+  bool once = true;
+  Watch watch(*statusOf(AclType::ip, "A"), [&](const Zeb::Change&) {
+    if (!std::exchange(once, false)) return;
+    const auto again = MemSlab::make<Acl::AclSubConfig>();
+    again->ipRuleByIdIs(r(5), ipRule());
+    list(AclType::ip, "A")->currCfgIs(again);
+  });
+  list(AclType::ip, "A")->currCfgIs(MemSlab::make<Acl::AclSubConfig>());
+  EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus().size(), 1u);
+  EXPECT_TRUE(statusOf(AclType::ip, "A")->ruleStatus(r(5)));
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(6), ipRule());
+  EXPECT_TRUE(statusOf(AclType::ip, "A")->ruleStatus(r(6)))
+      << "the walker of the rules in force is the living one";
+}
+
+}  // namespace
+}  // namespace SmTest

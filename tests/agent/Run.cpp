@@ -1,0 +1,56 @@
+#include "Run.h"
+
+#include "CaptureBytes.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace TestSupport {
+
+TempDir::TempDir() {
+  std::string form = (std::filesystem::temp_directory_path() / "velo-test-XXXXXX").string();
+  if (!mkdtemp(form.data())) throw std::runtime_error("no directory could be made at " + form);
+  path_ = form;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment,
+            const std::string& outTo) {
+  const TempDir dir;
+  const std::string out = outTo.empty() ? dir / "out" : outTo;
+  const std::string err = dir / "err";
+  const std::string program = std::string(VELO_BIN_DIR) + "/velo";
+  std::vector<char*> argv = {const_cast<char*>(program.c_str())};
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+
+  const pid_t child = fork();
+  if (child < 0) throw std::runtime_error("fork failed");
+  if (child == 0) {
+    unsetenv("VELO_TRACE");
+    for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(open(out.c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
+    dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  if (waitpid(child, &status, 0) != child) throw std::runtime_error("waitpid failed");
+  Ran ran;
+  ran.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  if (outTo.empty()) ran.out = readFile(out);
+  ran.err = readFile(err);
+  return ran;
+}
+
+}  // namespace TestSupport
