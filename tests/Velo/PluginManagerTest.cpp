@@ -18,12 +18,12 @@ class FakeStep : public InputPipelineStep {
 class FakeCounters : public PktCounterCollectionBase {
   ZEB_ENTITY(FakeCounters, PktCounterCollectionBase)
  public:
-  explicit FakeCounters(const char* name) : PktCounterCollectionBase(name, CtrPool::FeatureId(1)) {}
+  explicit FakeCounters(const Kelp::String& name) : PktCounterCollectionBase(name, CtrPool::FeatureId(1)) {}
 };
 class FakeObject : public SharedObject {
   ZEB_ENTITY(FakeObject, SharedObject)
  public:
-  explicit FakeObject(const char* name) : SharedObject(name) {}
+  explicit FakeObject(const Kelp::String& name) : SharedObject(name) {}
 };
 
 class FakePlugin : public VeloPlugin {
@@ -39,11 +39,11 @@ class FakePlugin : public VeloPlugin {
   void mountsComplete(const Kelp::Ptr<Hive::EntityManager>&) override { say("mounts"); }
   void setupPluginManager() override {
     say("setup");
-    manager()->sharedObjects()->sharedObjectIs(MemSlab::make<FakeObject>(name().view().data()));
+    manager()->sharedObjects()->sharedObjectIs(MemSlab::make<FakeObject>(name()));
   }
   void activeInit() override {
     say("active");
-    manager()->counterHolder()->collectionIs(MemSlab::make<FakeCounters>(name().view().data()));
+    manager()->counterHolder()->collectionIs(MemSlab::make<FakeCounters>(name()));
     manager()->pipeline()->addStep(Kelp::Ptr<InputPipelineStep>(MemSlab::make<FakeStep>()));
   }
 
