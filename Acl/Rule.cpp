@@ -9,10 +9,11 @@ namespace {
 
 constexpr int32_t maxMplsLabel = 0xFFFFF;
 
-void checkMplsLabel(int32_t label, const char* field) {
-  if (label < 0 || label > maxMplsLabel) {
-    throw std::range_error(fmt::format("Acl::MacFilter::{} < 0 or > 0xFFFFF not allowed", field));
-  }
+constexpr char labelText[] = "Acl::MacFilter::mplsLabel < 0 or > 0xFFFFF not allowed";
+constexpr char innerLabelText[] = "Acl::MacFilter::mplsInnerLabel < 0 or > 0xFFFFF not allowed";
+
+void checkMplsLabel(int32_t label, const char* text) {
+  if (label < 0 || label > maxMplsLabel) throw std::range_error(text);
 }
 
 }  // namespace
@@ -63,18 +64,18 @@ MacFilter::MacFilter(const MacFilter& other)
       etherTypeNamed(other.etherTypeNamed),
       etherType(other.etherType),
       mpls(other.mpls) {
-  checkMplsLabel(mpls.label, "mplsLabel");
-  checkMplsLabel(mpls.innerLabel, "mplsInnerLabel");
+  checkMplsLabel(mpls.label, labelText);
+  checkMplsLabel(mpls.innerLabel, innerLabelText);
 }
 
 void MacFilter::mplsLabelIs(int32_t label) {
-  checkMplsLabel(label, "mplsLabel");
+  checkMplsLabel(label, labelText);
   mpls.labelNamed = true;
   mpls.label = label;
 }
 
 void MacFilter::mplsInnerLabelIs(int32_t label) {
-  checkMplsLabel(label, "mplsInnerLabel");
+  checkMplsLabel(label, innerLabelText);
   mpls.innerLabelNamed = true;
   mpls.innerLabel = label;
 }
