@@ -55,6 +55,7 @@ class AclConfigAggregatorSm::ListMirror final : public Zeb::Notifiee {
                                            &S::ip6RuleByIdIs, &S::ip6RuleByIdDel);
     macRules_ = followRules<MacRuleConfig>(rules, S::macRuleByIdAttribute(), rules->macRuleById(), copy,
                                            &S::macRuleByIdIs, &S::macRuleByIdDel);
+    copy->compile();
     target_->currCfgIs(copy);
   }
 

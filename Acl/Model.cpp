@@ -36,6 +36,14 @@ const Zeb::TypeModule module("Acl", {
 // The destructors stand here so that the virtual tables do: status and counters outlive the plugin whose code
 // made them.
 AclSubConfig::~AclSubConfig() = default;
+
+void AclSubConfig::compile() {
+  // A list has rules of one kind; what is empty is left to the first rule that may come.
+  ipRuleById_.compile();
+  ip6RuleById_.compile();
+  macRuleById_.compile();
+}
+
 AclConfig::~AclConfig() = default;
 AclTypeConfig::~AclTypeConfig() = default;
 Config::~Config() = default;

@@ -16,6 +16,9 @@ class AclSubConfig : public Zeb::Entity {
   ZEB_COLLECTION(ipRuleById, RuleMap<IpRuleConfig>)
   ZEB_COLLECTION(ip6RuleById, RuleMap<Ip6RuleConfig>)
   ZEB_COLLECTION(macRuleById, RuleMap<MacRuleConfig>)
+
+  /// Has the rules judged in their compiled form, see RuleMap; for lists in force.
+  void compile();
 };
 
 /// A list. Without `currCfg` it has no rules in force and is not programmable.

@@ -1,14 +1,19 @@
 #pragma once
 
+#include <Acl/CompiledRules.h>
 #include <Acl/Rule.h>
 #include <Acl/RuleOrder.h>
 #include <Kiv/UniqueId.h>
 #include <Zeb/HashMap2018.h>
 
+#include <memory>
+#include <vector>
+
 namespace Acl {
 
 /// The rules of one kind by id, and beside that in the order in which they are tried: by sequence number,
-/// rules of one number by id. The order is kept up with every write, so that a packet never waits for it.
+/// rules of one number by id. Order and, once compile() was called, compiled form are kept up with every
+/// write, so that a packet never waits for them.
 template <class Rule>
 class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
   using Base = Zeb::HashMap2018<Kiv::UniqueId, Rule>;
@@ -19,24 +24,45 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
   Zeb::MapWrite put(const Kiv::UniqueId& id, Rule rule) {
     const Entry* known = Base::findEntry(id);
     const bool moves = !known || known->value.sequence != rule.sequence;
+    const bool other = moves || !(known->value.filter == rule.filter);
+    if (known && other && compiled_) compiled_->erase(ordered_.slotOf(known));
     if (known && moves) ordered_.erase(known);
     const Zeb::MapWrite write = Base::put(id, std::move(rule));
-    if (moves) ordered_.insert(Base::findEntry(id));
+    const Entry* now = Base::findEntry(id);
+    if (moves) ordered_.insert(now);
+    if (other && compiled_) ordered_.slotOf(now) = compiled_->insert(now);
     return write;
   }
 
   bool erase(const Kiv::UniqueId& id) {
     const Entry* known = Base::findEntry(id);
     if (!known) return false;
+    if (compiled_) compiled_->erase(ordered_.slotOf(known));
     ordered_.erase(known);
     return Base::erase(id);
   }
 
   const Rule* find(const Kiv::UniqueId& id) const { return Base::find(id); }
   void clear() {
+    const bool wasCompiled = compiled_ != nullptr;
+    compiled_.reset();
     ordered_.clear();
     Base::clear();
+    if (wasCompiled) compile();
   }
+
+  /// From now on packets are judged by the compiled form, as soon as it is there. For lists that are in
+  /// force.
+  void compile() {
+    std::vector<const Entry*> entries;
+    for (const Entry* entry : ordered_) {
+      ordered_.slotOf(entry) = static_cast<uint32_t>(entries.size());
+      entries.push_back(entry);
+    }
+    compiled_ = compileRules<Rule>(entries);
+  }
+  /// Null when compile() was not called.
+  const CompiledRules<Rule>* compiled() const { return compiled_.get(); }
 
   /// In the order of trial.
   const RuleOrder<Entry>& ordered() const { return ordered_; }
@@ -49,6 +75,7 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
 
  private:
   RuleOrder<Entry> ordered_;
+  std::unique_ptr<CompiledRules<Rule>> compiled_;
 };
 
 }  // namespace Acl

@@ -19,6 +19,7 @@ class RuleOrder {
   /// An entry with a copy of what orders it, so that a search touches no entry.
   struct Place {
     uint32_t sequence;
+    uint32_t slot;  ///< kept for the rule map; no part of the order
     Kiv::UniqueId id;
     const Entry* entry;
     bool operator<(const Place& other) const {
@@ -52,7 +53,7 @@ class RuleOrder {
   /// The first entry whose sequence number is not less; null when there is none.
   const Entry* from(uint32_t sequence) const {
     if (empty()) return nullptr;
-    const Place wanted{sequence, Kiv::UniqueId(), nullptr};
+    const Place wanted{sequence, 0, Kiv::UniqueId(), nullptr};
     const size_t run = runOf(wanted);
     const auto at = std::lower_bound(runs_[run].begin(), runs_[run].end(), wanted);
     if (at != runs_[run].end()) return at->entry;
@@ -64,8 +65,8 @@ class RuleOrder {
     firsts_.clear();
     size_ = 0;
   }
-  void insert(const Entry* entry) {
-    const Place place{entry->value.sequence, entry->key, entry};
+  void insert(const Entry* entry, uint32_t slot = 0) {
+    const Place place{entry->value.sequence, slot, entry->key, entry};
     ++size_;
     if (runs_.empty()) {
       runs_.push_back({place});
@@ -84,9 +85,16 @@ class RuleOrder {
     runs_.insert(runs_.begin() + next, std::move(upper));
   }
 
+  /// The slot that an entry was put in with, or was given since; to be changed by whoever hands out slots.
+  uint32_t& slotOf(const Entry* entry) {
+    const Place place{entry->value.sequence, 0, entry->key, entry};
+    Run& run = runs_[runOf(place)];
+    return std::lower_bound(run.begin(), run.end(), place)->slot;
+  }
+
   /// The entry is there and its sequence number is the one that it was put in with.
   void erase(const Entry* entry) {
-    const Place place{entry->value.sequence, entry->key, entry};
+    const Place place{entry->value.sequence, 0, entry->key, entry};
     const size_t index = runOf(place);
     Run& run = runs_[index];
     run.erase(std::lower_bound(run.begin(), run.end(), place));

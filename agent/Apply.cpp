@@ -10,9 +10,10 @@ namespace {
 
 /// The model's rules of one kind into the map of that kind.
 template <class Rule>
-void applyRules(const std::map<uint32_t, Config::Rule>& wanted, const Acl::RuleMap<Rule>& rules,
+void applyRules(const Config::List& model, const IdOfNewRule& idOfNewRule, const Acl::RuleMap<Rule>& rules,
                 Acl::AclSubConfig& list, bool (Acl::AclSubConfig::*write)(const Kiv::UniqueId&, Rule),
                 bool (Acl::AclSubConfig::*remove)(const Kiv::UniqueId&)) {
+  const std::map<uint32_t, Config::Rule>& wanted = model.rules;
   std::vector<Kiv::UniqueId> gone;
   for (const auto* known : rules.ordered()) {
     auto at = wanted.find(known->value.sequence);
@@ -22,28 +23,29 @@ void applyRules(const std::map<uint32_t, Config::Rule>& wanted, const Acl::RuleM
   for (const Kiv::UniqueId& id : gone) (list.*remove)(id);
   for (const auto& [sequence, rule] : wanted) {
     const auto* known = rules.atSequence(sequence);
-    (list.*write)(known ? known->key : Kiv::UniqueId::generateUniqueId(), std::get<Rule>(rule));
+    (list.*write)(known ? known->key : idOfNewRule(model, rule), std::get<Rule>(rule));
   }
 }
 
-void applyList(const Config::List& wanted, Acl::AclSubConfig& list) {
+void applyList(const Config::List& wanted, const IdOfNewRule& idOfNewRule, Acl::AclSubConfig& list) {
   using S = Acl::AclSubConfig;
   switch (wanted.type) {
     case Acl::AclType::ip:
-      return applyRules<Acl::IpRuleConfig>(wanted.rules, list.ipRuleById(), list, &S::ipRuleByIdIs,
+      return applyRules<Acl::IpRuleConfig>(wanted, idOfNewRule, list.ipRuleById(), list, &S::ipRuleByIdIs,
                                            &S::ipRuleByIdDel);
     case Acl::AclType::ipv6:
-      return applyRules<Acl::Ip6RuleConfig>(wanted.rules, list.ip6RuleById(), list, &S::ip6RuleByIdIs,
+      return applyRules<Acl::Ip6RuleConfig>(wanted, idOfNewRule, list.ip6RuleById(), list, &S::ip6RuleByIdIs,
                                             &S::ip6RuleByIdDel);
     case Acl::AclType::mac:
-      return applyRules<Acl::MacRuleConfig>(wanted.rules, list.macRuleById(), list, &S::macRuleByIdIs,
+      return applyRules<Acl::MacRuleConfig>(wanted, idOfNewRule, list.macRuleById(), list, &S::macRuleByIdIs,
                                             &S::macRuleByIdDel);
   }
 }
 
 }  // namespace
 
-void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>& source) {
+void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>& source,
+                const IdOfNewRule& idOfNewRule) {
   std::vector<std::pair<Acl::AclType, Kelp::String>> gone;
   for (auto type = source->config().begin(); type; type.next()) {
     for (auto list = type.value()->acl().begin(); list; list.next()) {
@@ -58,10 +60,10 @@ void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>&
   for (const auto& [key, wanted] : model.lists) {
     const auto list = source->configIs(key.first)->aclIs(key.second);
     if (const auto current = list->currCfg()) {
-      applyList(wanted, *current);
+      applyList(wanted, idOfNewRule, *current);
     } else {
       const auto fresh = MemSlab::make<Acl::AclSubConfig>();
-      applyList(wanted, *fresh);
+      applyList(wanted, idOfNewRule, *fresh);
       list->currCfgIs(fresh);
     }
   }

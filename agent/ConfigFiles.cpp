@@ -4,19 +4,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <optional>
 #include <sstream>
 
 namespace Agent {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-/// The text of a file; what was wrong goes to `wrong`.
-std::optional<std::string> textOf(const std::string& path, std::vector<std::string>& wrong) {
+std::optional<std::string> readText(const std::string& path, std::vector<std::string>& wrong) {
   std::error_code error;
   std::ifstream file(path, std::ios::binary);
   std::ostringstream text;
@@ -36,8 +31,7 @@ std::optional<std::string> textOf(const std::string& path, std::vector<std::stri
   return text.str();
 }
 
-/// In the order of their names.
-std::vector<fs::path> filesIn(const std::string& dir, std::vector<std::string>& wrong) {
+std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong) {
   std::vector<fs::path> files;
   std::error_code error;
   for (fs::directory_iterator entry(dir, error), end; !error && entry != end; entry.increment(error)) {
@@ -51,6 +45,8 @@ std::vector<fs::path> filesIn(const std::string& dir, std::vector<std::string>& 
   return files;
 }
 
+namespace {
+
 void take(Config::Result&& result, Config::Model& model, std::vector<std::string>& wrong) {
   for (const auto& mistake : result.mistakes) wrong.push_back(mistake.str());
   if (result.model) model = std::move(*result.model);
@@ -63,13 +59,13 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
   std::vector<std::string> wrong;
   std::vector<Config::Source> sources;
   for (const std::string& path : commandLine) {
-    if (auto text = textOf(path, wrong)) sources.push_back({path, std::move(*text)});
+    if (auto text = readText(path, wrong)) sources.push_back({path, std::move(*text)});
   }
   take(Config::read(sources), commandLine_, wrong);
 
   if (dir.empty()) return wrong;
-  for (const fs::path& path : filesIn(dir, wrong)) {
-    if (auto text = textOf(path.string(), wrong)) {
+  for (const fs::path& path : configFilesIn(dir, wrong)) {
+    if (auto text = readText(path.string(), wrong)) {
       take(Config::read({{path.string(), std::move(*text)}}), inputs_[path.filename().string()], wrong);
     }
   }

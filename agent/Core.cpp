@@ -7,6 +7,9 @@ namespace Agent {
 
 namespace {
 
+constexpr std::string_view commandLineSource = "cli";
+constexpr std::string_view inputSources = "input/";
+
 /// What the list plugin reads and writes in the state tree.
 const Hive::MountProfile& mountProfile() {
   using Mode = Hive::MountProfile::Mode;
@@ -58,6 +61,22 @@ std::vector<Nimnet::IntfId> intfIds(const std::vector<std::string>& names) {
   return ids;
 }
 
+/// Returns what is wrong with the port-channels.
+std::optional<std::string> readPortChannels(const Config::Model& interfaces,
+                                            Velo::PortChannels& portChannels) {
+  for (const auto& [name, members] : interfaces.portChannels) {
+    for (const auto& member : members) {
+      if (interfaces.portChannels.contains(member)) {
+        return fmt::format("port-channel {}: its member {} is a port-channel", name, member);
+      }
+    }
+    if (auto wrong = portChannels.membersIs(Nimnet::IntfId(name), intfIds(members))) {
+      return fmt::format("port-channel {}: {}", name, *wrong);
+    }
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 Core::Core() : namedCounters_(MemSlab::make<Velo::VeloNamedCounters>()) {
@@ -87,20 +106,25 @@ std::optional<std::string> Core::unloadPlugin() {
   return Velo::DefaultPluginLoader().unload(std::exchange(plugin_, {}));
 }
 
+std::optional<std::string> Core::whyNot(const Config::Model& commandLine,
+                                        const std::map<std::string, Config::Model>& inputs) {
+  Velo::PortChannels portChannels;
+  return readPortChannels(mergeInterfaces(commandLine, inputs), portChannels);
+}
+
 std::optional<std::string> Core::apply(const Config::Model& commandLine,
                                        const std::map<std::string, Config::Model>& inputs) {
+  Changes all{true};
+  for (const auto& [name, model] : inputs) all.inputs.insert(name);
+  return apply(commandLine, inputs, all);
+}
+
+std::optional<std::string> Core::apply(const Config::Model& commandLine,
+                                       const std::map<std::string, Config::Model>& inputs,
+                                       const Changes& changes) {
   const Config::Model interfaces = mergeInterfaces(commandLine, inputs);
   Velo::PortChannels portChannels;
-  for (const auto& [name, members] : interfaces.portChannels) {
-    for (const auto& member : members) {
-      if (interfaces.portChannels.contains(member)) {
-        return fmt::format("port-channel {}: its member {} is a port-channel", name, member);
-      }
-    }
-    if (auto wrong = portChannels.membersIs(Nimnet::IntfId(name), intfIds(members))) {
-      return fmt::format("port-channel {}: {}", name, *wrong);
-    }
-  }
+  if (auto wrong = readPortChannels(interfaces, portChannels)) return wrong;
   portChannels_ = std::move(portChannels);
 
   const auto& mirroring = Velo::MirroringStepHelper::singleton();
@@ -113,15 +137,30 @@ std::optional<std::string> Core::apply(const Config::Model& commandLine,
   }
 
   const auto entity = [this](std::string_view path) { return context_.entityManager->getEntity(path); };
-  applyLists(commandLine, Kelp::ptrCast<Acl::Input::Config>(entity("acl/config/cli")));
-  applyBindings(commandLine, Kelp::ptrCast<Acl::IntfConfig>(entity("acl/intf/config/cli")));
+  if (changes.commandLine) {
+    applySource(std::string(commandLineSource), commandLine,
+                Kelp::ptrCast<Acl::Input::Config>(entity("acl/config/cli")));
+    applyBindings(commandLine, Kelp::ptrCast<Acl::IntfConfig>(entity("acl/intf/config/cli")));
+  }
   keepOnly(entity("acl/config/input"), inputs);
   keepOnly(entity("acl/intf/config/input"), inputs);
-  for (const auto& [name, model] : inputs) {
-    applyLists(model, entryOf<Acl::Input::Config>(entity("acl/config/input"), name));
-    applyBindings(model, entryOf<Acl::IntfConfig>(entity("acl/intf/config/input"), name));
+  for (const std::string& name : changes.inputs) {
+    const auto model = inputs.find(name);
+    if (model == inputs.end()) continue;
+    applySource(fmt::format("{}{}", inputSources, name), model->second,
+                entryOf<Acl::Input::Config>(entity("acl/config/input"), name));
+    applyBindings(model->second, entryOf<Acl::IntfConfig>(entity("acl/intf/config/input"), name));
   }
   return std::nullopt;
+}
+
+void Core::applySource(const std::string& source, const Config::Model& model,
+                       const Kelp::Ptr<Acl::Input::Config>& lists) {
+  if (!ruleIdMemory_) return applyLists(model, lists);
+  applyLists(model, lists, [&](const Config::List& list, const Config::Rule& rule) {
+    const Kiv::UniqueId known = ruleIdMemory_(source, list, rule);
+    return known.empty() ? freshId(list, rule) : known;
+  });
 }
 
 template <class T>
@@ -130,6 +169,27 @@ Kelp::Ptr<const T> Core::pluginAttribute(std::string_view name) const {
     if (const auto held = Zeb::attributeValue<Kelp::Ptr<T>>(*plugin, name)) return *held;
   }
   return nullptr;
+}
+
+Kelp::Ptr<const Acl::Config> Core::source(std::string_view name) const {
+  const auto entity = [this](std::string_view path) { return context_.entityManager->getEntity(path); };
+  if (name == commandLineSource) return Kelp::ptrCast<Acl::Config>(entity("acl/config/cli"));
+  if (!name.starts_with(inputSources)) return nullptr;
+  const auto& entries = static_cast<const Zeb::Dir&>(*entity("acl/config/input")).entry();
+  const auto* known = entries.find(Kelp::String(name.substr(inputSources.size())));
+  return known ? Kelp::Ptr<const Acl::Config>(static_cast<const Acl::Config*>(known->get())) : nullptr;
+}
+
+std::vector<std::string> Core::sources() const {
+  std::vector<std::string> names{std::string(commandLineSource)};
+  const auto dir = context_.entityManager->getEntity("acl/config/input");
+  for (auto at = static_cast<const Zeb::Dir&>(*dir).entry().begin(); at; at.next())
+    names.push_back(fmt::format("{}{}", inputSources, at.key()));
+  return names;
+}
+
+Kelp::Ptr<Acl::StatusDp> Core::mountedStatus() const {
+  return Kelp::ptrCast<Acl::StatusDp>(context_.entityManager->getEntity("acl/status/dp/kepa"));
 }
 
 Kelp::Ptr<const Acl::Config> Core::lists() const { return pluginAttribute<Acl::Config>("aclConfig"); }

@@ -12,8 +12,10 @@
 #include <Velo/VeloPlugin.h>
 #include <agent/config/Reader.h>
 
+#include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,9 +42,34 @@ class Core {
   std::optional<std::string> apply(const Config::Model& commandLine,
                                    const std::map<std::string, Config::Model>& inputs);
 
+  /// Which sources of a configuration differ from what is in force; inputs that have gone are among them.
+  struct Changes {
+    bool commandLine = false;
+    std::set<std::string> inputs{};
+  };
+  /// The same, looking only at the sources that changed.
+  std::optional<std::string> apply(const Config::Model& commandLine,
+                                   const std::map<std::string, Config::Model>& inputs,
+                                   const Changes& changes);
+  /// Why a configuration cannot be applied, if so.
+  static std::optional<std::string> whyNot(const Config::Model& commandLine,
+                                           const std::map<std::string, Config::Model>& inputs);
+
+  /// Asked, while it is set, for the id of every rule that comes into a source ("cli", or "input/" and a
+  /// name); an empty id says that the rule is a new one.
+  using RuleIdMemory = std::function<Kiv::UniqueId(const std::string& source, const Config::List& list,
+                                                   const Config::Rule& rule)>;
+  void ruleIdMemoryIs(RuleIdMemory memory) { ruleIdMemory_ = std::move(memory); }
+  /// The sources of lists by their names, as ruleIdMemoryIs() has them; null when there is none.
+  Kelp::Ptr<const Acl::Config> source(std::string_view name) const;
+  std::vector<std::string> sources() const;
+  /// The published status as a mounted entity, with or without a plugin: for whoever fills it beforehand.
+  Kelp::Ptr<Acl::StatusDp> mountedStatus() const;
+
   const Kelp::Ptr<Velo::VeloNamedCounters>& namedCounters() const { return namedCounters_; }
   const Velo::PortChannels& portChannels() const { return portChannels_; }
   Velo::PluginManager& manager() { return manager_; }
+  const Velo::PluginManager& manager() const { return manager_; }
 
   // What the loaded plugin works with, found by the names of its attributes; null when it has no such thing.
   Kelp::Ptr<const Acl::Config> lists() const;
@@ -59,11 +86,14 @@ class Core {
  private:
   template <class T>
   Kelp::Ptr<const T> pluginAttribute(std::string_view name) const;
+  void applySource(const std::string& source, const Config::Model& model,
+                   const Kelp::Ptr<Acl::Input::Config>& lists);
 
   Velo::PluginManager manager_;
   Velo::PluginContext context_;
   const Kelp::Ptr<Velo::VeloNamedCounters> namedCounters_;
   Velo::PortChannels portChannels_;
+  RuleIdMemory ruleIdMemory_;
   std::string plugin_;
 };
 

@@ -1,7 +1,19 @@
+#include <Kelp/Assert.h>
 #include <Velo/FlowHash.h>
+#include <agent/Bridge.h>
 #include <agent/Forwarder.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace Agent {
+
+namespace {
+
+/// What a frame without an Ethernet header, let through as malformed, is for a junction: from and to nobody.
+constexpr Nimnet::EthHdr noHeader{};
+
+}  // namespace
 
 Forwarder::Forwarder(Core& core, Velo::MalformedPolicy malformed)
     : core_(core),
@@ -22,6 +34,8 @@ Port& Forwarder::portIs(const std::string& name) {
   if (!port) {
     port = std::make_unique<Port>();
     port->id = Nimnet::IntfId(name);
+    port->up = newPortsUp_;
+    resolveEnds();
   }
   return *port;
 }
@@ -35,58 +49,44 @@ void Forwarder::portsOfConfigurationIs() {
       if (!core_.portChannels().has(destination)) portIs(destination.name().str());
     }
   }
-}
-
-std::optional<std::string> Forwarder::patchIs(const std::string& a, const std::string& b) {
-  if (a == b) return fmt::format("{} cannot be patched to itself", a);
-  for (const auto& [end, other] : {std::pair(a, b), std::pair(b, a)}) {
-    if (patches_.contains(Nimnet::IntfId(end))) {
-      return fmt::format("{} is patched to {} already", end, patches_[Nimnet::IntfId(end)].name());
-    }
-  }
-  for (const auto& end : {a, b}) {
-    // A frame that came in at a member has one way to go.
-    for (const auto& [known, other] : patches_) {
-      if (core_.portChannels().portChannelOf(known) == Nimnet::IntfId(end)) {
-        return fmt::format("{} cannot be patched, its member {} is", end, known.name());
-      }
-    }
-    const Nimnet::IntfId& portChannel = core_.portChannels().portChannelOf(Nimnet::IntfId(end));
-    if (!portChannel.empty() &&
-        (patches_.contains(portChannel) || portChannel == Nimnet::IntfId(end == a ? b : a))) {
-      return fmt::format("{} cannot be patched, its port-channel {} is", end, portChannel.name());
-    }
-  }
-  for (const auto& end : {a, b}) {
-    if (!core_.portChannels().has(Nimnet::IntfId(end))) portIs(end);
-  }
-  patches_[Nimnet::IntfId(a)] = Nimnet::IntfId(b);
-  patches_[Nimnet::IntfId(b)] = Nimnet::IntfId(a);
-  return std::nullopt;
+  resolveEnds();
 }
 
 Verdict Forwarder::receive(Port& port) {
   ++port.received;
   ctx_->pkt()->traceIdIs(++lastTraceId_);
-  ctx_->begin(port.id);
-  const Nimnet::IntfId& portChannel = core_.portChannels().portChannelOf(port.id);
-  if (!portChannel.empty()) ctx_->ingressPortChannelIs(portChannel);
+  const Verdict verdict = forward(port.id, port.portChannel, port.entry, out_);
+  if (!verdict.egress) ++(verdict.passed() ? port.nowhere : port.droppedIn);
+  return verdict;
+}
+
+Verdict Forwarder::tryPacket(const Nimnet::IntfId& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
+  KELP_ASSERT(out->packetContext()->trial(), "a packet is tried for somebody");
+  const auto known = ports_.find(port);
+  End* entry = known == ports_.end() ? nullptr : known->second->entry;
+  return forward(port, core_.portChannels().portChannelOf(port), entry, out);
+}
+
+Verdict Forwarder::forward(const Nimnet::IntfId& port, const Nimnet::IntfId& portChannel, End* entry,
+                           const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
+  const auto& ctx = out->packetContext();
+  ctx->begin(port);
+  if (!portChannel.empty()) ctx->ingressPortChannelIs(portChannel);
 
   Verdict verdict;
-  verdict.droppedBy = core_.manager().pipeline()->process(ctx_);
-  if (verdict.droppedBy) {
-    ++port.droppedIn;
-    return verdict;
+  verdict.droppedBy = core_.manager().pipeline()->process(ctx);
+  if (verdict.droppedBy || !entry || !entry->junction) return verdict;
+
+  const Nimnet::EthHdr* found = ctx->parsedPacket().ethPacket()->ethHdr();
+  const Nimnet::EthHdr& eth = found ? *found : noHeader;
+  const uint16_t vlan = ctx->pkt()->vlanId();
+  if (!ctx->trial()) entry->junction->learn(*entry, eth, vlan);
+  for (const End* to : entry->junction->targets(*entry, eth, vlan)) {
+    Port* egress = to == entry ? nullptr : egressPort(*to, *ctx);
+    if (!egress) continue;
+    const Velo::PipelineStep* droppedBy = sendBy(*egress, out);
+    if (!verdict.egress || !droppedBy) verdict = {droppedBy, Acl::AclDirection::out, egress};
   }
-  auto patch = patches_.end();
-  if (!portChannel.empty()) patch = patches_.find(portChannel);
-  if (patch == patches_.end()) patch = patches_.find(port.id);
-  if (patch == patches_.end()) return verdict;
-  Port* egress = egressPort(patch->second, *ctx_);
-  if (!egress) return verdict;
-  verdict.egress = egress;
-  verdict.direction = Acl::AclDirection::out;
-  verdict.droppedBy = sendBy(*egress, out_);
   return verdict;
 }
 
@@ -99,29 +99,33 @@ void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Ke
   copyCtx_->pkt()->traceIdIs(original.traceId());
   copyCtx_->begin(ctx->ingressIntf());
   copyCtx_->mirroringSessionIs(session);
-  if (Port* port = egressPort(destination, *copyCtx_)) {
+  const auto to = ends_.find(destination);
+  if (Port* port = to == ends_.end() ? nullptr : egressPort(to->second, *copyCtx_)) {
     if (!sendBy(*port, copyOut_)) ++port->mirrored;
   }
   if (mirrorObserver_) mirrorObserver_->handleMirroredDone();
 }
 
-Port* Forwarder::egressPort(const Nimnet::IntfId& intf, Velo::PacketContext& ctx) {
-  const Nimnet::IntfId* name = &intf;
-  if (core_.portChannels().has(intf)) {
-    ctx.parsedPacket().maybeDoFullParse();
-    name = core_.portChannels().egressMember(intf, Velo::flowHash(ctx.parsedPacket()));
-  }
-  if (!name) return nullptr;
-  auto at = ports_.find(*name);
-  return at == ports_.end() ? nullptr : at->second.get();
+Port* Forwarder::egressPort(const End& end, Velo::PacketContext& ctx) {
+  const auto& ports = end.usable;
+  if (ports.size() <= 1) return ports.empty() ? nullptr : ports.front();
+  ctx.parsedPacket().maybeDoFullParse();
+  return ports[Velo::PortChannels::chosen(Velo::flowHash(ctx.parsedPacket()), ports.size())];
 }
 
 const Velo::PipelineStep* Forwarder::sendBy(Port& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
   const auto& ctx = out->packetContext();
   out->egressIntfIs(port.id);
-  const Nimnet::IntfId& portChannel = core_.portChannels().portChannelOf(port.id);
-  if (!portChannel.empty()) ctx->egressPortChannelIs(portChannel);
-  if (const Velo::PipelineStep* droppedBy = core_.manager().pipeline()->process(out)) {
+  // Of several copies an earlier one may have left by a port-channel.
+  if (!port.portChannel.empty() || Velo::LagPacketInfo::extractInfo(ctx)) {
+    ctx->egressPortChannelIs(port.portChannel);
+  }
+  const Velo::PipelineStep* droppedBy = core_.manager().pipeline()->process(out);
+  if (ctx->trial()) {
+    ctx->trial()->handleEgress(port.id, droppedBy);
+    return droppedBy;
+  }
+  if (droppedBy) {
     ++port.droppedOut;
     return droppedBy;
   }

@@ -2,14 +2,12 @@
 #include <agent/Core.h>
 #include <agent/LogMessages.h>
 #include <agent/Output.h>
-#include <nlohmann/json.hpp>
 
 namespace Agent {
 
-namespace {
+using Json = nlohmann::ordered_json;
 
-std::string messagesJson() {
-  using Json = nlohmann::ordered_json;
+Json messagesJson() {
   Json all = Json::array();
   for (const Zeb::LogHandle* handle : Zeb::LogHandle::catalogue()) {
     const Zeb::LogDescriptor& message = handle->descriptor();
@@ -21,22 +19,20 @@ std::string messagesJson() {
                    {"action", handle->actionText()},
                    {"minInterval", handle->minInterval().seconds()}});
   }
-  return all.dump(2) + "\n";
+  return all;
 }
 
-std::string messagesText() {
+std::string messagesText(const Json& messages) {
   std::string text;
-  for (const Zeb::LogHandle* handle : Zeb::LogHandle::catalogue()) {
-    const Zeb::LogDescriptor& message = handle->descriptor();
+  for (const Json& message : messages) {
+    const auto member = [&message](const char* name) { return message.at(name).get<std::string>(); };
     text +=
         fmt::format("{}\n  severity     {} ({})\n  format       {}\n  explanation  {}\n  action       {}\n\n",
-                    message.name, message.severity, Zeb::logSeverityName(message.severity), message.format,
-                    message.explanation, handle->actionText());
+                    member("name"), message.at("severity").get<int>(), member("severityName"),
+                    member("format"), member("explanation"), member("action"));
   }
   return text;
 }
-
-}  // namespace
 
 Exit logMessages(const std::string& plugin, bool json) {
   Core core;
@@ -44,7 +40,7 @@ Exit logMessages(const std::string& plugin, bool json) {
     complain(*wrong);
     return exitUsage;
   }
-  return print(json ? messagesJson() : messagesText()) ? exitDone : exitUnread;
+  return print(json ? messagesJson().dump(2) + "\n" : messagesText(messagesJson())) ? exitDone : exitUnread;
 }
 
 }  // namespace Agent

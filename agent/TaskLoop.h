@@ -3,6 +3,8 @@
 #include <Kiv/TaskScheduler.h>
 #include <Rix/InReactor.h>
 
+#include <optional>
+
 namespace Agent {
 
 /// Runs the tasks of the process between the agent's other work. Delays are counted on a clock of the agent's
@@ -21,6 +23,8 @@ class TaskLoop {
     const auto wait = scheduler_->timeUntilDue();
     return wait && *wait <= Kelp::Duration();
   }
+  /// Until the next task is due, zero when one is; nothing when none is asked for.
+  std::optional<Kelp::Duration> timeUntilDue() const { return scheduler_->timeUntilDue(); }
   /// One turn of the loop: runs what is due within the turn's budget.
   void turn() {
     scheduler_->turnBegin();

@@ -2,9 +2,10 @@
 #include <Velo/VeloPlugin.h>
 #include <Zeb/LogHandle.h>
 #include <Zeb/TraceHandle.h>
+#include <agent/Arguments.h>
 #include <agent/LogMessages.h>
-#include <agent/config/Cursor.h>
-#include <agent/config/Mistake.h>
+#include <agent/control/Commands.h>
+#include <agent/live/RunArguments.h>
 #include <agent/replay/Replay.h>
 
 #include <CLI/CLI.hpp>
@@ -16,44 +17,13 @@ namespace {
 using Agent::Exit;
 using Agent::exitDone;
 using Agent::exitUsage;
+using Agent::splitAll;
 
 /// The plugin that is built with the program lies beside it.
 std::string defaultPlugin() {
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
   return (program.parent_path() / "VeloAcl.so").string();
-}
-
-/// Splits "A=B" or "A,B"; both parts must be there.
-std::pair<std::string, std::string> split(const std::string& option, const std::string& text, char at) {
-  const size_t place = text.find(at);
-  if (place == std::string::npos || place == 0 || place + 1 == text.size()) {
-    throw CLI::ValidationError(option,
-                               "\"" + text + "\" is not of the form " + (at == '=' ? "NAME=FILE" : "A,B"));
-  }
-  return {text.substr(0, place), text.substr(place + 1)};
-}
-
-/// A port has a name that configuration texts can have, too.
-void checkName(const std::string& option, const std::string& name) {
-  if (!Config::isName(name))
-    throw CLI::ValidationError(option, Config::quote(name) + " is no name for a port");
-}
-
-std::vector<std::pair<std::string, std::string>> splitAll(const std::string& option,
-                                                          const std::vector<std::string>& texts, char at) {
-  std::vector<std::pair<std::string, std::string>> pairs;
-  for (const auto& text : texts) {
-    pairs.push_back(split(option, text, at));
-    checkName(option, pairs.back().first);
-    if (at == ',') checkName(option, pairs.back().second);
-    for (size_t i = 0; at == '=' && i + 1 < pairs.size(); ++i) {
-      if (pairs[i].first == pairs.back().first) {
-        throw CLI::ValidationError(option, "port " + pairs.back().first + " is named twice");
-      }
-    }
-  }
-  return pairs;
 }
 
 constexpr const char* footer =
@@ -105,12 +75,15 @@ int main(int argc, char** argv) {
       ->type_name("POLICY");
   replayCommand->add_flag("--json", replay.json, "one JSON document instead of tables");
 
+  Agent::RunArguments run(app);
+  const Agent::ControlCommands control(app);
+
   bool messagesJson = false;
   CLI::App* messagesCommand =
       app.add_subcommand("log-messages", "Load the plugin and print the catalogue of its log messages.");
   messagesCommand->add_flag("--json", messagesJson, "one JSON document instead of text");
 
-  for (CLI::App* command : {replayCommand, messagesCommand}) {
+  for (CLI::App* command : {replayCommand, &run.command(), messagesCommand}) {
     command->add_option("--plugin", plugin, "the plugin's library (default: VeloAcl.so beside the program)")
         ->type_name("PATH");
     command
@@ -122,6 +95,7 @@ int main(int argc, char** argv) {
         ->envname("VELO_TRACE");
   }
 
+  Agent::RunOptions runOptions;
   try {
     app.parse(argc, argv);
     // Asked for here, so that a word that is no command is reported before that one is missing.
@@ -129,6 +103,7 @@ int main(int argc, char** argv) {
     replay.ports = splitAll("--port", ports, '=');
     replay.patches = splitAll("--patch", patches, ',');
     replay.outs = splitAll("--out", outs, '=');
+    if (run.command().parsed()) runOptions = run.options();
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? exitDone : exitUsage;
   }
@@ -141,7 +116,12 @@ int main(int argc, char** argv) {
     Plog::streamIs(Plog::fileStream(stderr));
   }
 
+  if (const auto done = control.run(plugin)) return *done;
   if (messagesCommand->parsed()) return Agent::logMessages(plugin, messagesJson);
+  if (run.command().parsed()) {
+    runOptions.plugin = plugin;
+    return Agent::Run(runOptions).run();
+  }
   replay.plugin = plugin;
   replay.malformed = malformed == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
   return Agent::replay(replay);

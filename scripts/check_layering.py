@@ -24,7 +24,7 @@ AREAS = {
 }
 
 # What single rooms may use of the system beyond the standard library.
-ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h"}}
+ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h"}, "Classify": {"immintrin.h"}}
 
 STANDARD_HEADERS = set(
     """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes

@@ -12,8 +12,8 @@ usage: scripts/install_deps.sh [--ci]
 TEXT
 }
 
-packages=(g++ cmake ninja-build pkg-config python3 libfmt-dev libpcap-dev libcli11-dev nlohmann-json3-dev
-  libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(g++ cmake ninja-build pkg-config python3 libfmt-dev libpcap-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
+  libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
 for argument in "$@"; do
   case $argument in
     --ci) packages+=(clang clang-format git) ;;

@@ -42,20 +42,22 @@ build() {
   quietly "build/$preset/build.log" cmake --build "build/$preset" --parallel "$jobs" "${targets[@]}"
 }
 
-# run_tests PRESET: runs what build/PRESET holds. No test run, or none but skipped ones, is a failure.
+# run_tests PRESET [LABEL [CTEST_ARGUMENT...]]: runs what build/PRESET holds; the label, with which the results are
+# kept apart, says in what way. No test run, or none but skipped ones, is a failure.
 run_tests() {
-  local preset=$1 report total skipped disabled
-  report=$root/build/$preset/tests.xml
+  local preset=$1 label=${2:-tests} report total skipped disabled
+  report=$root/build/$preset/$label.xml
   rm -f "$report"
   cd "$root" || return
-  say "testing build/$preset"
-  quietly "build/$preset/test.log" ctest --test-dir "build/$preset" --parallel "$jobs" --output-on-failure \
-    --no-tests=error --output-junit "$report" || return
+  say "testing build/$preset ($label)"
+  quietly "build/$preset/$label.log" ctest --test-dir "build/$preset" --parallel "$jobs" --output-on-failure \
+    --no-tests=error --output-junit "$report" "${@:3}" || return
   total=$(suite_number "$report" tests)
   skipped=$(suite_number "$report" skipped)
   disabled=$(suite_number "$report" disabled)
   ((total - skipped - disabled > 0)) || die "no test was run (of $total, $skipped skipped themselves)"
-  printf '%d tests passed, %d skipped (build/%s)\n' "$((total - skipped - disabled))" "$((skipped + disabled))" "$preset"
+  printf '%d tests passed, %d skipped (build/%s, %s)\n' "$((total - skipped - disabled))" "$((skipped + disabled))" \
+    "$preset" "$label"
 }
 
 # suite_number FILE ATTRIBUTE: a count from the head of a JUnit report.

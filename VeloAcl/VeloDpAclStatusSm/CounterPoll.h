@@ -14,7 +14,7 @@ class VeloDpAclStatusSm;
 /// One of the machine's polls: copies a collection of counters into the status, again and again.
 struct CounterPoll {
   /// A row of the machine's table of polls: the names, and where the poll's state is.
-  struct Spec {
+  struct Row {
     std::string_view name;       ///< as "copyInCounters"
     std::string_view inputName;  ///< as "inCounters"
     const Kelp::Ptr<const Velo::Counter::VeloDpAclCounterColl>& (VeloDpAclStatusSm::*input)() const;
@@ -28,9 +28,9 @@ struct CounterPoll {
     bool (VeloDpAclStatusSm::*duplicateSeenIs)(bool);
   };
 
-  explicit CounterPoll(Spec theSpec) : spec(theSpec) {}
+  explicit CounterPoll(Row theRow) : row(theRow) {}
 
-  const Spec spec;
+  const Row row;
   MachineTask task;
   /// Where an interrupted pass goes on.
   std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark;

@@ -71,50 +71,84 @@ void VeloDpAclStatusSm::reconcile(ReconciledOutputBase& output, const Walk& walk
   output.pending = false;
 }
 
-/// Walks the status of every list that was recorded; what an output writes there is what `mapOf` and `del`
-/// say.
-template <class Key>
-void VeloDpAclStatusSm::reconcilePerStatus(PerStatusOutput<Key>& output) {
-  const auto walk = [&](DeletionRun& run, const auto& mapOf, const auto& del) {
-    for (size_t at = output.resumeStatus; at < output.ptrSeen.size(); ++at) {
-      const Kelp::Ptr<Acl::AclStatus> status = output.ptrSeen.status(at);
-      const auto& map = mapOf(*status);
-      const bool resumed = output.resume && at == output.resumeStatus && output.resumeKey;
-      for (auto entry = resumed ? map.from(output.resumeKey->key) : map.begin(); entry; entry.next()) {
-        const Key key{entry.key()};
-        if (run.mustStop()) {
-          output.resumeStatus = at;
-          output.resumeKey = key;
-          return false;
-        }
-        if (!output.ptrSeen.has(at, key)) {
-          del(*status, key.key);
-          ++run.deletions;
-          if (stopped_) return true;
-        }
-        ++run.items;
-      }
-    }
-    return true;
-  };
-  reconcile(output, [&](DeletionRun& run) {
-    if constexpr (std::is_same_v<Key, AclAclStatusPtrRuleStatusOutputKeyType>) {
-      return walk(
-          run, [](Acl::AclStatus & s) -> auto& { return s.ruleStatus(); },
-          [](Acl::AclStatus& s, const Kiv::UniqueId& k) { s.ruleStatusDel(k); });
-    } else if (&output == &aclAclStatusPtrImplicitRuleIdOutput_) {
-      return walk(
-          run, [](Acl::AclStatus & s) -> auto& { return s.implicitRuleId(); },
-          [](Acl::AclStatus& s, Acl::ImplicitRuleType k) { s.implicitRuleIdDel(k); });
-    } else {
-      return walk(
-          run, [](Acl::AclStatus & s) -> auto& { return s.implicitRuleStatus(); },
-          [](Acl::AclStatus& s, Acl::ImplicitRuleType k) { s.implicitRuleStatusDel(k); });
-    }
-  });
+/// An output that is reconciled: the walk, once its inputs are complete, and then it is ready.
+template <class Output, class Walk>
+void VeloDpAclStatusSm::reconcileWhenComplete(Output& output, const Walk& walk) {
+  if (!outputInputsComplete(output)) return;
+  reconcile(output, walk);
   if (output.pending || stopped_) return;
   output.forget();
   outputReadyIs(output);
+}
+
+/// The deletion scan of one collection, from a key on or from its beginning: takes out what was not seen.
+/// Returns the key that it stopped before, if it did.
+template <class Map, class Seen, class Del>
+std::optional<typename Map::Key> VeloDpAclStatusSm::deleteUnseen(DeletionRun& run, const Map& map,
+                                                                 const typename Map::Key* from,
+                                                                 const Seen& seen, const Del& del) {
+  for (auto entry = from ? map.from(*from) : map.begin(); entry; entry.next()) {
+    const typename Map::Key key = entry.key();
+    if (run.mustStop()) return key;
+    if (!seen(key)) {
+      del(key);
+      ++run.deletions;
+      if (stopped_) return std::nullopt;
+    }
+    ++run.items;
+  }
+  return std::nullopt;
+}
+
+/// Walks the status by kind of list. `walkType(run, aclType, typeStatus, from)` scans what the output writes
+/// in one of them, from a key on when that is not null, and returns the key that it stopped before. What is
+/// left empty goes with its last entry.
+template <class Key, class WalkType>
+void VeloDpAclStatusSm::reconcileKeyed(KeyedOutput<Key>& output, const WalkType& walkType) {
+  reconcileWhenComplete(output, [&](DeletionRun& run) {
+    const auto& types = aclStatus_->status();
+    const Key* from = output.resume && output.resumeKey ? &*output.resumeKey : nullptr;
+    for (auto type = from ? types.from(from->aclType) : types.begin(); type; type.next()) {
+      const Acl::AclType aclType = type.key();
+      const auto typeStatus = aclStatus_->status(aclType);
+      if (!typeStatus) continue;
+      const bool here = from && aclType == from->aclType;
+      if (const std::optional<Key> stop = walkType(run, aclType, *typeStatus, here ? from : nullptr)) {
+        output.resumeKey = stop;
+        return false;
+      }
+      if (stopped_) return true;
+      if (typeStatus->acl().empty() && typeStatus->intf().empty()) {
+        aclStatus_->statusDel(aclType);
+        ++run.items;
+        if (stopped_) return true;
+      }
+    }
+    return true;
+  });
+}
+
+/// Walks the status of every list that was recorded; what the output writes there is what `mapOf` and `del`
+/// say.
+template <class Key, class MapOf, class Del>
+void VeloDpAclStatusSm::reconcilePerStatus(PerStatusOutput<Key>& output, const MapOf& mapOf, const Del& del) {
+  reconcileWhenComplete(output, [&](DeletionRun& run) {
+    for (size_t at = output.resumeStatus; at < output.ptrSeen.size(); ++at) {
+      const Kelp::Ptr<Acl::AclStatus> status = output.ptrSeen.status(at);
+      const bool resumed = output.resume && at == output.resumeStatus && output.resumeKey;
+      const auto stop = deleteUnseen(
+          run, mapOf(*status), resumed ? &output.resumeKey->key : nullptr,
+          [&](const auto& key) { return output.ptrSeen.has(at, Key{key}); },
+          [&](const auto& key) { del(*status, key); });
+      if (stop) {
+        output.resumeStatus = at;
+        output.resumeKey = Key{*stop};
+        return false;
+      }
+      if (stopped_) return true;
+    }
+    return true;
+  });
 }
 
 void VeloDpAclStatusSm::handleRuleIdsByAclRuleIdsOutputInputReady() {
@@ -122,13 +156,16 @@ void VeloDpAclStatusSm::handleRuleIdsByAclRuleIdsOutputInputReady() {
 }
 
 void VeloDpAclStatusSm::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady() {
-  auto& output = aclAclStatusPtrImplicitRuleStatusOutput_;
-  if (outputInputsComplete(output)) reconcilePerStatus(output);
+  reconcilePerStatus(
+      aclAclStatusPtrImplicitRuleStatusOutput_,
+      [](auto& status) -> auto& { return status.implicitRuleStatus(); },
+      [](auto& status, Acl::ImplicitRuleType key) { status.implicitRuleStatusDel(key); });
 }
 
 void VeloDpAclStatusSm::handleAclAclStatusPtrImplicitRuleIdOutputInputReady() {
-  auto& output = aclAclStatusPtrImplicitRuleIdOutput_;
-  if (outputInputsComplete(output)) reconcilePerStatus(output);
+  reconcilePerStatus(
+      aclAclStatusPtrImplicitRuleIdOutput_, [](auto& status) -> auto& { return status.implicitRuleId(); },
+      [](auto& status, Acl::ImplicitRuleType key) { status.implicitRuleIdDel(key); });
 }
 
 void VeloDpAclStatusSm::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady() {
@@ -137,93 +174,50 @@ void VeloDpAclStatusSm::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady()
 }
 
 void VeloDpAclStatusSm::handleAclStatusStatusAclOutputInputReady() {
-  auto& output = aclStatusStatusAclOutput_;
-  if (!outputInputsComplete(output)) return;
-  reconcile(output, [&](DeletionRun& run) {
-    const auto& types = aclStatus_->status();
-    const bool resume = output.resume && output.resumeKey;
-    for (auto type = resume ? types.from(output.resumeKey->aclType) : types.begin(); type; type.next()) {
-      const Acl::AclType aclType = type.key();
-      const auto lists = aclStatus_->status(aclType);
-      if (!lists) continue;
-      const bool here = resume && aclType == output.resumeKey->aclType;
-      for (auto list = here ? lists->acl().from(output.resumeKey->aclName) : lists->acl().begin(); list;
-           list.next()) {
-        const AclStatusStatusAclOutputKeyType key{aclType, list.key()};
-        if (run.mustStop()) {
-          output.resumeKey = key;
-          return false;
-        }
-        if (!aclStatusStatusAclOutputSeenHas(key)) {
-          lists->aclDel(key.aclName);
-          ++run.deletions;
-          if (stopped_) return true;
-        }
-        ++run.items;
-      }
-      if (lists->acl().empty() && lists->intf().empty()) {
-        aclStatus_->statusDel(aclType);
-        ++run.items;
-        if (stopped_) return true;
-      }
-    }
-    return true;
-  });
-  if (output.pending || stopped_) return;
-  output.forget();
-  outputReadyIs(output);
+  using Key = AclStatusStatusAclOutputKeyType;
+  reconcileKeyed(aclStatusStatusAclOutput_,
+                 [this](DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& lists,
+                        const Key* from) -> std::optional<Key> {
+                   const auto stop = deleteUnseen(
+                       run, lists.acl(), from ? &from->aclName : nullptr,
+                       [&](const Kelp::String& name) {
+                         return aclStatusStatusAclOutputSeenHas({aclType, name});
+                       },
+                       [&](const Kelp::String& name) { lists.aclDel(name); });
+                   if (stop) return Key{aclType, *stop};
+                   return std::nullopt;
+                 });
 }
 
 void VeloDpAclStatusSm::handleAclAclStatusPtrRuleStatusOutputInputReady() {
-  auto& output = aclAclStatusPtrRuleStatusOutput_;
-  if (outputInputsComplete(output)) reconcilePerStatus(output);
+  reconcilePerStatus(
+      aclAclStatusPtrRuleStatusOutput_, [](auto& status) -> auto& { return status.ruleStatus(); },
+      [](auto& status, const Kiv::UniqueId& key) { status.ruleStatusDel(key); });
 }
 
 void VeloDpAclStatusSm::handleAclStatusStatusIntfIntfOutputInputReady() {
-  auto& output = aclStatusStatusIntfIntfOutput_;
-  if (!outputInputsComplete(output)) return;
-  reconcile(output, [&](DeletionRun& run) {
-    const auto& types = aclStatus_->status();
-    const auto& from = output.resumeKey;
-    const bool resume = output.resume && from;
-    for (auto type = resume ? types.from(from->aclType) : types.begin(); type; type.next()) {
-      const Acl::AclType aclType = type.key();
-      const auto directions = aclStatus_->status(aclType);
-      if (!directions) continue;
-      const bool hereType = resume && aclType == from->aclType;
-      for (auto at = hereType ? directions->intf().from(from->direction) : directions->intf().begin(); at;
-           at.next()) {
-        const Acl::AclDirection direction = at.key();
-        const auto bindings = directions->intf(direction);
-        if (!bindings) continue;
-        const bool here = hereType && direction == from->direction;
-        for (auto intf = here ? bindings->intf().from(from->intfId) : bindings->intf().begin(); intf;
-             intf.next()) {
-          const AclStatusStatusIntfIntfOutputKeyType key{aclType, direction, intf.key()};
-          if (run.mustStop()) {
-            output.resumeKey = key;
-            return false;
-          }
-          if (!aclStatusStatusIntfIntfOutputSeenHas(key)) {
-            bindings->intfDel(key.intfId);
-            ++run.deletions;
-            if (stopped_) return true;
-          }
-          ++run.items;
-        }
-        if (bindings->intf().empty()) directions->intfDel(direction);
-      }
-      if (directions->acl().empty() && directions->intf().empty()) {
-        aclStatus_->statusDel(aclType);
-        ++run.items;
-        if (stopped_) return true;
-      }
-    }
-    return true;
-  });
-  if (output.pending || stopped_) return;
-  output.forget();
-  outputReadyIs(output);
+  using Key = AclStatusStatusIntfIntfOutputKeyType;
+  reconcileKeyed(aclStatusStatusIntfIntfOutput_,
+                 [this](DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& directions,
+                        const Key* from) -> std::optional<Key> {
+                   for (auto at = from ? directions.intf().from(from->direction) : directions.intf().begin();
+                        at; at.next()) {
+                     const Acl::AclDirection direction = at.key();
+                     const auto bindings = directions.intf(direction);
+                     if (!bindings) continue;
+                     const bool here = from && direction == from->direction;
+                     const auto stop = deleteUnseen(
+                         run, bindings->intf(), here ? &from->intfId : nullptr,
+                         [&](const Nimnet::IntfId& intfId) {
+                           return aclStatusStatusIntfIntfOutputSeenHas({aclType, direction, intfId});
+                         },
+                         [&](const Nimnet::IntfId& intfId) { bindings->intfDel(intfId); });
+                     if (stop) return Key{aclType, direction, *stop};
+                     if (stopped_) return std::nullopt;
+                     if (bindings->intf().empty()) directions.intfDel(direction);
+                   }
+                   return std::nullopt;
+                 });
 }
 
 bool VeloDpAclStatusSm::aclStatusStatusAclOutputSeenHas(const AclStatusStatusAclOutputKeyType& key) const {

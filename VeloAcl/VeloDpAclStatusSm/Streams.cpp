@@ -19,15 +19,29 @@ const char* text(const ListCfg& list) { return list ? "present" : "absent"; }
 std::string_view text(const std::optional<Kelp::String>& name) {
   return name ? name->view() : std::string_view("absent");
 }
-std::string_view text(const Acl::RuleConfig* rule) {
-  return rule ? rule->text.view() : std::string_view("absent");
-}
 
 RuleStatus freshRuleStatus() { return {0, 0, Zeb::System::currentTime().seconds(), true}; }
 
 constexpr auto dropType = Acl::ImplicitRuleType::drop;
 
+/// A rule in a trace, by its text, which lies elsewhere in memory and is read only when it is formatted.
+struct RuleText {
+  const Acl::RuleConfig* rule;
+};
+
 }  // namespace
+}  // namespace Velo::VeloAcl
+
+template <>
+struct fmt::formatter<Velo::VeloAcl::RuleText> : fmt::formatter<std::string_view> {
+  template <class Context>
+  auto format(Velo::VeloAcl::RuleText shown, Context& ctx) const {
+    const std::string_view text = shown.rule ? shown.rule->text.view() : std::string_view("absent");
+    return fmt::formatter<std::string_view>::format(text, ctx);
+  }
+};
+
+namespace Velo::VeloAcl {
 
 Kelp::Ptr<Acl::AclStatus> VeloDpAclStatusSm::statusOf(AclType aclType, const Kelp::String& aclName) const {
   const auto lists = aclStatus_->status(aclType);
@@ -163,7 +177,7 @@ void VeloDpAclStatusSm::eventToIpRuleCfgStream(AclType aclType, const Kelp::Stri
   traceStatus(7,
               "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} "
               "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, text(ruleConfig));
+              aclType, aclName, uid, RuleText{ruleConfig});
   eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
@@ -173,7 +187,7 @@ void VeloDpAclStatusSm::eventToIp6RuleCfgStream(AclType aclType, const Kelp::Str
   traceStatus(7,
               "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} "
               "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, text(ruleConfig));
+              aclType, aclName, uid, RuleText{ruleConfig});
   eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
@@ -183,7 +197,7 @@ void VeloDpAclStatusSm::eventToMacRuleCfgStream(AclType aclType, const Kelp::Str
   traceStatus(7,
               "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} "
               "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, text(ruleConfig));
+              aclType, aclName, uid, RuleText{ruleConfig});
   eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
@@ -291,54 +305,6 @@ void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, c
     traceStatus(7, "into( status.ruleStatus[ uid ] ): deleting k1={}", uid);
     maybeStatus->ruleStatusDel(uid);
   }
-}
-
-// ---- counters
-// ----------------------------------------------------------------------------------------------
-
-void VeloDpAclStatusSm::eventToUpdateCounters(const CounterKey& key,
-                                              const Velo::Counter::VeloDpAclCounter& counter) {
-  if (!streaming()) return;
-  traceStatus(
-      7,
-      "updateCounters = merge( copyInCounters, copyMacOutCounters, copyIpOutCounters, copyIp6OutCounters ): "
-      "key={} shadowVal={}",
-      key, fmt::ptr(&counter));
-  const auto maybeStatus = statusOf(key.aclType, key.aclName);
-  if (!maybeStatus) {
-    traceStatus(6, "filter( maybeStatus ) failed, terminating pipeline");
-    return;
-  }
-  const std::optional<RuleStatus> value =
-      RuleStatus{0, counter.packets(), counter.lastUpdateTime().seconds(), true};
-  const UniqueId* implicitId = maybeStatus->implicitRuleId(dropType);
-  if (implicitId && *implicitId == key.ruleId) {
-    auto& output = aclAclStatusPtrImplicitRuleStatusOutput_;
-    if (output.pending) output.ptrSeen.add(maybeStatus, {dropType});
-    if (value) {
-      traceStatus(7, "into( status.implicitRuleStatus[ dropType ] ): inserting k1={}, value={}", dropType,
-                  *value);
-      maybeStatus->implicitRuleStatusIs(dropType, *value);
-    } else {
-      traceStatus(7, "into( status.implicitRuleStatus[ dropType ] ): deleting k1={}", dropType);
-      maybeStatus->implicitRuleStatusDel(dropType);
-    }
-  } else {
-    auto& output = aclAclStatusPtrRuleStatusOutput_;
-    if (output.pending) output.ptrSeen.add(maybeStatus, {key.ruleId});
-    if (value) {
-      traceStatus(7, "into( status.ruleStatus[ key.ruleId ] ): inserting k1={}, value={}", key.ruleId,
-                  *value);
-      maybeStatus->ruleStatusIs(key.ruleId, *value);
-    } else {
-      traceStatus(7, "into( status.ruleStatus[ key.ruleId ] ): deleting k1={}", key.ruleId);
-      maybeStatus->ruleStatusDel(key.ruleId);
-    }
-  }
-  if (stopped_) return;
-  const Kelp::Duration now = Zeb::System::currentTime();
-  traceStatus(7, "into( status.counterUpdateTime ): inserting value={}", now);
-  maybeStatus->counterUpdateTimeIs(now);
 }
 
 }  // namespace Velo::VeloAcl

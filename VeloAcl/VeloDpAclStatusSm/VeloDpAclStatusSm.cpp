@@ -5,7 +5,7 @@
 
 #include <exception>
 
-/// The frame: start-up, the two passes of the initial scan, what a finished scan or poll sets off, teardown.
+/// The frame: what the machine is made of, start-up and teardown.
 namespace Velo::VeloAcl {
 
 namespace {
@@ -50,6 +50,12 @@ class VeloDpAclStatusSm::ScanStateFollower final : public Zeb::Notifiee {
  private:
   VeloDpAclStatusSm& machine_;
 };
+
+/// A row of the table of polls: where the state of poll `name`, which copies `input`, is kept.
+#define POLL(name, input)                                                                                \
+  name##_({#name, #input, &M::input, &S::name##IdleIs, &S::name##CodefDoneGen, &S::name##CodefDoneGenIs, \
+           &S::name##CodefGeneration, &S::name##CodefGenerationIs, &S::name##CodefGenerationInc,         \
+           &M::name##DuplicateSeen, &M::name##DuplicateSeenIs})
 
 VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConfig,
                                      const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
@@ -102,29 +108,12 @@ VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConf
                                       .ready = &O::aclStatusStatusIntfIntfOutputReady,
                                       .readyIs = &O::aclStatusStatusIntfIntfOutputReadyIs,
                                       .scans = {&S::aclIntfConfigStreamScan}}),
-      copyIpOutCounters_(
-          CounterPoll::Spec{"copyIpOutCounters", "ipOutCounters", &M::ipOutCounters,
-                            &S::copyIpOutCountersIdleIs, &S::copyIpOutCountersCodefDoneGen,
-                            &S::copyIpOutCountersCodefDoneGenIs, &S::copyIpOutCountersCodefGeneration,
-                            &S::copyIpOutCountersCodefGenerationIs, &S::copyIpOutCountersCodefGenerationInc,
-                            &M::copyIpOutCountersDuplicateSeen, &M::copyIpOutCountersDuplicateSeenIs}),
-      copyIp6OutCounters_(
-          CounterPoll::Spec{"copyIp6OutCounters", "ip6OutCounters", &M::ip6OutCounters,
-                            &S::copyIp6OutCountersIdleIs, &S::copyIp6OutCountersCodefDoneGen,
-                            &S::copyIp6OutCountersCodefDoneGenIs, &S::copyIp6OutCountersCodefGeneration,
-                            &S::copyIp6OutCountersCodefGenerationIs, &S::copyIp6OutCountersCodefGenerationInc,
-                            &M::copyIp6OutCountersDuplicateSeen, &M::copyIp6OutCountersDuplicateSeenIs}),
-      copyInCounters_(CounterPoll::Spec{
-          "copyInCounters", "inCounters", &M::inCounters, &S::copyInCountersIdleIs,
-          &S::copyInCountersCodefDoneGen, &S::copyInCountersCodefDoneGenIs, &S::copyInCountersCodefGeneration,
-          &S::copyInCountersCodefGenerationIs, &S::copyInCountersCodefGenerationInc,
-          &M::copyInCountersDuplicateSeen, &M::copyInCountersDuplicateSeenIs}),
-      copyMacOutCounters_(
-          CounterPoll::Spec{"copyMacOutCounters", "macOutCounters", &M::macOutCounters,
-                            &S::copyMacOutCountersIdleIs, &S::copyMacOutCountersCodefDoneGen,
-                            &S::copyMacOutCountersCodefDoneGenIs, &S::copyMacOutCountersCodefGeneration,
-                            &S::copyMacOutCountersCodefGenerationIs, &S::copyMacOutCountersCodefGenerationInc,
-                            &M::copyMacOutCountersDuplicateSeen, &M::copyMacOutCountersDuplicateSeenIs}) {}
+      POLL(copyIpOutCounters, ipOutCounters),
+      POLL(copyIp6OutCounters, ip6OutCounters),
+      POLL(copyInCounters, inCounters),
+      POLL(copyMacOutCounters, macOutCounters) {}
+
+#undef POLL
 
 VeloDpAclStatusSm::~VeloDpAclStatusSm() {
   nodeFlagSet(Kelp::nodeLive, false);
@@ -232,96 +221,6 @@ void VeloDpAclStatusSm::setReconciliationPending() {
   aclStatusStatusAclOutput_.pending = !aclStatus_->status().empty();
   aclAclStatusPtrRuleStatusOutput_.pending = ruleStatus;
   aclStatusStatusIntfIntfOutput_.pending = bindings;
-}
-
-void VeloDpAclStatusSm::handleInitialScanDone() {
-  if (stopped_ || initialScanDone_) return;
-  const struct {
-    bool done;
-    const char* text;
-  } scans[] = {
-      {scanState_->aclIntfConfigStreamScan(), " aclIntfConfigStream scan is false"},
-      {scanState_->aclConfigStreamScan(), " aclConfigStream scan is false"},
-      {scanState_->ip6RuleCfgStreamScan(), " ip6RuleCfgStream scan is false"},
-      {scanState_->ipRuleCfgStreamScan(), " ipRuleCfgStream scan is false"},
-      {scanState_->macRuleCfgStreamScan(), " macRuleCfgStream scan is false"},
-      {scanState_->rix_pipeline0Scan(), " rix_pipeline0 scan is false"},
-  };
-  for (const auto& scan : scans) {
-    if (scan.done) continue;
-    traceStatus(9, "{}", scan.text);
-    return;
-  }
-  if (!ruleIdsByAclSm7_ || !aclConfigSm3_ || !aclIntfConfigSm0_) {
-    traceStatus(9, "Initial scan yielding for child SM VeloDpAclStatusSm.");
-    return;
-  }
-  traceStatus(9, "Initial scan done for child SMs. Now scanning with events triggered.");
-  initialScanDone_ = true;
-  scanState_->aclIntfConfigStreamScanIs(false);
-  scanState_->aclConfigStreamScanIs(false);
-  scanState_->ip6RuleCfgStreamScanIs(false);
-  scanState_->ipRuleCfgStreamScanIs(false);
-  scanState_->macRuleCfgStreamScanIs(false);
-  scanState_->rix_pipeline0ScanIs(false);
-  if (!stopped_ && ruleIdsByAclSm7_->active()) ruleIdsByAclSm7_->doInputScan();
-  if (!stopped_ && aclConfigSm3_->active()) aclConfigSm3_->doInputScan();
-  if (!stopped_ && aclIntfConfigSm0_->active()) aclIntfConfigSm0_->doInputScan();
-  if (stopped_) return;
-
-  for (CounterPoll* poll :
-       {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
-    ((*scanState_).*(poll->spec.generationIs))(((*scanState_).*(poll->spec.doneGen))() + 1);
-  }
-  if (synchronous_) {
-    for (auto copy :
-         {&M::copyIpOutCounters, &M::copyIp6OutCounters, &M::copyInCounters, &M::copyMacOutCounters}) {
-      if (initialized_) (this->*copy)();
-    }
-  }
-
-  scanState_->handleIdle();
-  handleRuleIdsByAclRuleIdsOutputInputReady();
-  handleAclAclStatusPtrImplicitRuleStatusOutputInputReady();
-  handleAclAclStatusPtrImplicitRuleIdOutputInputReady();
-  if (initialized_) handleAclAclStatusPtrCounterUpdateTimeOutputInputReady();
-  handleAclStatusStatusAclOutputInputReady();
-  handleAclAclStatusPtrRuleStatusOutputInputReady();
-  handleAclStatusStatusIntfIntfOutputInputReady();
-  for (auto ready : {&M::handleCopyIpOutCountersCodefInputReady, &M::handleCopyIp6OutCountersCodefInputReady,
-                     &M::handleCopyInCountersCodefInputReady, &M::handleCopyMacOutCountersCodefInputReady}) {
-    if (initialized_) (this->*ready)();
-  }
-}
-
-void VeloDpAclStatusSm::handleScanStateChange(const Zeb::Attribute& attribute) {
-  using Handler = void (VeloDpAclStatusSm::*)();
-  const auto changed = [&](const Zeb::Attribute& a) { return &attribute == &a; };
-  std::vector<Handler> handlers;
-  if (changed(S::aclIntfConfigStreamScanAttribute())) {
-    handlers = {&M::handleAclStatusStatusIntfIntfOutputInputReady};
-  } else if (changed(S::aclConfigStreamScanAttribute())) {
-    handlers = {&M::handleRuleIdsByAclRuleIdsOutputInputReady,
-                &M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady,
-                &M::handleAclAclStatusPtrImplicitRuleIdOutputInputReady,
-                &M::handleAclStatusStatusAclOutputInputReady};
-  } else if (changed(S::ip6RuleCfgStreamScanAttribute()) || changed(S::ipRuleCfgStreamScanAttribute()) ||
-             changed(S::macRuleCfgStreamScanAttribute())) {
-    handlers = {&M::handleRuleIdsByAclRuleIdsOutputInputReady};
-  } else if (changed(S::rix_pipeline0ScanAttribute())) {
-    handlers = {&M::handleAclAclStatusPtrRuleStatusOutputInputReady};
-  } else if (changed(S::copyIpOutCountersCodefDoneGenAttribute()) ||
-             changed(S::copyIp6OutCountersCodefDoneGenAttribute()) ||
-             changed(S::copyInCountersCodefDoneGenAttribute()) ||
-             changed(S::copyMacOutCountersCodefDoneGenAttribute())) {
-    handlers = {&M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady,
-                &M::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady,
-                &M::handleAclAclStatusPtrRuleStatusOutputInputReady};
-  }
-  for (const Handler handler : handlers) {
-    if (stopped_) return;
-    (this->*handler)();
-  }
 }
 
 void VeloDpAclStatusSm::ruleIdsByAclSm7Is() {

@@ -225,8 +225,16 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void outputReadyIs(OutputBase& output);
   template <class Walk>
   void reconcile(ReconciledOutputBase& output, const Walk& walk);
-  template <class Key>
-  void reconcilePerStatus(PerStatusOutput<Key>& output);
+  template <class Output, class Walk>
+  void reconcileWhenComplete(Output& output, const Walk& walk);
+  template <class Map, class Seen, class Del>
+  std::optional<typename Map::Key> deleteUnseen(DeletionRun& run, const Map& map,
+                                                const typename Map::Key* from, const Seen& seen,
+                                                const Del& del);
+  template <class Key, class WalkType>
+  void reconcileKeyed(KeyedOutput<Key>& output, const WalkType& walkType);
+  template <class Key, class MapOf, class Del>
+  void reconcilePerStatus(PerStatusOutput<Key>& output, const MapOf& mapOf, const Del& del);
 
   // Polls.
   void handlePollInputReady(CounterPoll& poll);

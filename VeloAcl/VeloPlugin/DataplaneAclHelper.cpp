@@ -1,3 +1,4 @@
+#include <Acl/ListTrial.h>
 #include <Acl/Match.h>
 #include <Kelp/Assert.h>
 #include <VeloAcl/VeloPlugin/AclTrace.h>
@@ -11,20 +12,13 @@ using Acl::AclType;
 
 namespace {
 
-/// The name of the list bound to an interface; null when there is none.
-const Kelp::String* boundList(const Acl::IntfConfig& bindings, AclType type, AclDirection dir,
-                              const Nimnet::IntfId& intf) {
-  const auto* ofType = bindings.config().find(type);
-  if (!ofType) return nullptr;
-  const auto* ofDirection = ofType->get()->intf().find(dir);
-  if (!ofDirection) return nullptr;
-  const Kelp::String* name = ofDirection->get()->intf().find(intf);
-  return name && !name->empty() ? name : nullptr;
-}
-
 void countDrop(const PacketContext& ctx, const Kelp::String& reason) {
   static const Kelp::String category("Drop");
   ctx.namedCounters().count(category, aclFacility(), reason);
+}
+
+void tellTrial(const PacketContext& ctx, const Acl::AskedList& asked) {
+  if (auto* trial = dynamic_cast<Acl::ListTrial*>(ctx.trial())) trial->handleAsked(asked);
 }
 
 }  // namespace
@@ -35,7 +29,15 @@ struct DataplaneAclHelper::Lookup {
   const Nimnet::IntfId& intf;
   AclDirection dir;
   AclType type;
+  const Acl::AclConfig& list;
   Kelp::String aclName;
+};
+
+/// What a matched rule says.
+struct DataplaneAclHelper::Verdict {
+  Acl::Action action;
+  bool deny;
+  Kelp::String mirrorSession;
 };
 
 DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
@@ -51,7 +53,8 @@ DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
       inCounters_(inCounters),
       macOutCounters_(macOutCounters),
       ipOutCounters_(ipOutCounters),
-      ip6OutCounters_(ip6OutCounters) {}
+      ip6OutCounters_(ip6OutCounters),
+      boundLists_(*intfConfig_, *aclConfig_) {}
 
 DataplaneAclHelper::~DataplaneAclHelper() { nodeFlagSet(Kelp::nodeLive, false); }
 
@@ -63,103 +66,115 @@ bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDire
         dir == AclDirection::in ? lag->ingressPortChannel : lag->egressPortChannel;
     tracePkt(*ctx, "processPkt", "Intf {} is a member of port-channel {}", intf.shortName(),
              portChannel.shortName());
-    if (!portChannel.empty() &&
-        !(processL2Pkt(ctx, dir, portChannel) && processL3Pkt(ctx, dir, portChannel))) {
+    if (!portChannel.empty() && !(passesL2(ctx, dir, portChannel) && passesL3(ctx, dir, portChannel))) {
       return false;
     }
   }
-  return processL2Pkt(ctx, dir, intf) && processL3Pkt(ctx, dir, intf);
+  return passesL2(ctx, dir, intf) && passesL3(ctx, dir, intf);
 }
 
 bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
                                       Nimnet::IntfId intf) {
-  if (!ctx->parsedPacket().ethPacket()->ethHdr()) {
-    tracePkt(*ctx, "processL2Pkt", "No ethernet header");
-    return true;
-  }
-  return !shouldDropPkt(ctx, std::move(intf), dir, AclType::mac);
+  return passesL2(ctx, dir, intf);
 }
 
 bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
                                       Nimnet::IntfId intf) {
+  return passesL3(ctx, dir, intf);
+}
+
+bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf,
+                                       AclDirection dir, AclType type) {
+  return drops(ctx, intf, dir, type);
+}
+
+bool DataplaneAclHelper::passesL2(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
+                                  const Nimnet::IntfId& intf) {
+  if (!ctx->parsedPacket().ethPacket()->ethHdr()) {
+    tracePkt(*ctx, "processL2Pkt", "No ethernet header");
+    return true;
+  }
+  return !drops(ctx, intf, dir, AclType::mac);
+}
+
+bool DataplaneAclHelper::passesL3(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
+                                  const Nimnet::IntfId& intf) {
   const ParsedIpHdr* ip = ctx->parsedPacket().ipHdr();
   if (!ip) {
     tracePkt(*ctx, "processL3Pkt", "No ip header");
     return true;
   }
-  const AclType type = ip->protocolName() == "Ipv4" ? AclType::ip : AclType::ipv6;
-  return !shouldDropPkt(ctx, std::move(intf), dir, type);
+  return !drops(ctx, intf, dir, ip->ipHdr() ? AclType::ip : AclType::ipv6);
 }
 
-bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf,
-                                       AclDirection dir, AclType type) {
-  const Kelp::String* bound = boundList(*intfConfig_, type, dir, intf);
-  if (!bound) {
+bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet::IntfId& intf,
+                               AclDirection dir, AclType type) {
+  const BoundList& bound = boundLists_.find(intf, dir, type);
+  if (!bound.bound) {
     tracePkt(*ctx, "shouldDropPkt", "No {} acls of type {} for intf {}", dir, type, intf);
     return false;
   }
-  const Lookup at{ctx, intf, dir, type, *bound};
-
-  const auto* lists = std::as_const(*aclConfig_).config().find(type);
-  if (!lists) {
-    tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {}", type);
+  if (!bound.list) {
+    if (bound.typeKnown) {
+      tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {} with name {}", type, bound.name);
+    } else {
+      tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {}", type);
+    }
+    tellTrial(*ctx, {dir, intf, type, bound.name, Acl::AskedList::Outcome::undefined});
     return false;
   }
-  const Kelp::Ptr<const Acl::AclConfig> acl = lists->get()->acl(at.aclName);
-  if (!acl) {
-    tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {} with name {}", type, at.aclName);
-    return false;
-  }
+  const Lookup at{ctx, intf, dir, type, *bound.list, bound.name};
+  if (type == AclType::mac) return dropsMac(at);
 
   const ParsedPacket& parsed = ctx->parsedPacket();
   const ParsedL4& l4 = parsed.l4();
   const uint16_t vlanId = ctx->pkt()->vlanId();
-  switch (type) {
-    case AclType::mac:
-      return judge<Acl::MacRuleConfig>(at, [&](Acl::MacRuleConfig* rule, Kiv::UniqueId* ruleId) {
-        const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
-        return Acl::matchesMacAclNoHdr(eth->source(), eth->destination(), parsed.typeOrLen(), vlanId, acl,
-                                       rule, ruleId);
-      });
-    case AclType::ip:
-      return judge<Acl::IpRuleConfig>(at, [&](Acl::IpRuleConfig* rule, Kiv::UniqueId* ruleId) {
-        const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
-        return Acl::matchesIpAclRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl, rule, ruleId,
-                                     true, true);
-      });
-    case AclType::ipv6:
-      return judge<Acl::Ip6RuleConfig>(at, [&](Acl::Ip6RuleConfig* rule, Kiv::UniqueId* ruleId) {
-        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(),
-                                      vlanId, acl, rule, ruleId, true, true);
-      });
+  const Kelp::Ptr<const Acl::AclSubConfig> rules = at.list.currCfg();
+  if (!rules) return dropOnNoMatch(at);
+  if (type == AclType::ip) {
+    const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
+    return dropsBy(at, Acl::firstIpRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId,
+                                        rules->ipRuleById(), true, true));
   }
-  Kelp::fatal("an access list is of type ip, ipv6 or mac", __FILE__, __LINE__);
+  KELP_ASSERT(type == AclType::ipv6, "an access list is of type ip, ipv6 or mac");
+  return dropsBy(at, Acl::firstIp6Rule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(),
+                                       vlanId, rules->ip6RuleById(), true, true));
 }
 
-template <class Rule, class Match>
-bool DataplaneAclHelper::judge(const Lookup& at, const Match& match) {
-  Rule rule;
-  Kiv::UniqueId ruleId = Kiv::UniqueId::unset();
-  if (!match(&rule, &ruleId)) return dropOnNoMatch(at);
-  const bool deny = rule.action == Acl::Action::deny && !rule.isEq(Rule{});
-  return dropOnMatch(at, rule, ruleId, deny);
+/// Unlike of the IP kinds, the matched rule is copied: that is what its labels are checked by.
+bool DataplaneAclHelper::dropsMac(const Lookup& at) {
+  const ParsedPacket& parsed = at.ctx->parsedPacket();
+  const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
+  const auto rules = at.list.currCfg();
+  const auto* entry = rules ? Acl::firstMacRule(eth->source(), eth->destination(), parsed.typeOrLen(),
+                                                at.ctx->pkt()->vlanId(), rules->macRuleById())
+                            : nullptr;
+  if (entry) static_cast<void>(Acl::MacRuleConfig(entry->value));
+  return dropsBy(at, entry);
 }
 
-bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule,
-                                     const Kiv::UniqueId& ruleId, bool deny) {
-  tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, ruleId, at.intf);
-  countPkt(at.ctx->pkt(), at.dir, at.type, at.aclName, ruleId);
+template <class Entry>
+bool DataplaneAclHelper::dropsBy(const Lookup& at, const Entry* entry) {
+  if (!entry) return dropOnNoMatch(at);
+  // Copied is what is asked below: whoever hears of the count may change the list.
+  const auto& rule = entry->value;
+  const Verdict verdict{rule.action, rule.action == Acl::Action::deny && !rule.isEq({}), rule.mirrorSession};
+  tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, entry->key, at.intf);
+  account(at, &rule, entry->key);
+  return dropOnMatch(at, verdict);
+}
 
+bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Verdict& verdict) {
   // A packet that is dropped on its way out was never sent, so there is nothing of it to mirror.
-  if (!rule.mirrorSession.empty() && (at.dir == AclDirection::in || !deny)) {
-    tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", rule.mirrorSession);
+  if (!verdict.mirrorSession.empty() && (at.dir == AclDirection::in || !verdict.deny)) {
+    tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", verdict.mirrorSession);
     const auto direction =
         at.dir == AclDirection::in ? MirroringDirection::ingress : MirroringDirection::egress;
-    mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, rule.mirrorSession);
+    mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, verdict.mirrorSession);
   }
 
-  tracePkt(*at.ctx, "shouldDropPkt", "matched acl has action {}", rule.action);
-  if (!deny) return false;
+  tracePkt(*at.ctx, "shouldDropPkt", "matched acl has action {}", verdict.action);
+  if (!verdict.deny) return false;
   static const Kelp::String reason("dropping pkt");
   tracePkt(*at.ctx, "shouldDropPkt", "{}", reason);
   countDrop(*at.ctx, reason);
@@ -173,10 +188,10 @@ bool DataplaneAclHelper::dropOnNoMatch(const Lookup& at) {
       if (const auto* id = status->get()->implicitRuleId(Acl::ImplicitRuleType::drop)) implicitId = *id;
     }
   }
-  if (implicitId.empty()) {
+  if (implicitId.empty() && !at.ctx->trial()) {
     tracePkt(*at.ctx, "shouldDropPkt", "Unable to count implicit drop");
   } else {
-    countPkt(at.ctx->pkt(), at.dir, at.type, at.aclName, implicitId);
+    account(at, nullptr, implicitId);
   }
   tracePkt(*at.ctx, "shouldDropPkt", "No match on intf {}, default action is drop", at.intf);
   // One counter for all interfaces: its name keeps the placeholder.
@@ -185,21 +200,40 @@ bool DataplaneAclHelper::dropOnNoMatch(const Lookup& at) {
   return true;
 }
 
-Kelp::Ptr<Velo::Counter::VeloDpAclCounter> DataplaneAclHelper::counterForKey(const CounterKey& key) {
-  if (key.direction == AclDirection::in) return inCounters_->counterCollectionIs(key);
-  switch (key.aclType) {
+void DataplaneAclHelper::account(const Lookup& at, const Acl::RuleConfig* rule, const Kiv::UniqueId& ruleId) {
+  if (!at.ctx->trial()) return countPkt(at.ctx->pkt(), at.dir, at.type, at.aclName, ruleId);
+  using Outcome = Acl::AskedList::Outcome;
+  tellTrial(*at.ctx,
+            {at.dir, at.intf, at.type, at.aclName, rule ? Outcome::matched : Outcome::noMatch, ruleId, rule});
+}
+
+const Kelp::Ptr<DataplaneAclHelper::Counters>& DataplaneAclHelper::countersFor(AclDirection dir,
+                                                                               AclType type) const {
+  if (dir == AclDirection::in) return inCounters_;
+  switch (type) {
     case AclType::mac:
-      return macOutCounters_->counterCollectionIs(key);
+      return macOutCounters_;
     case AclType::ip:
-      return ipOutCounters_->counterCollectionIs(key);
+      return ipOutCounters_;
     default:
-      return ip6OutCounters_->counterCollectionIs(key);
+      return ip6OutCounters_;
   }
+}
+
+Kelp::Ptr<Velo::Counter::VeloDpAclCounter> DataplaneAclHelper::counterForKey(const CounterKey& key) {
+  return countersFor(key.direction, key.aclType)->counterCollectionIs(key);
 }
 
 void DataplaneAclHelper::countPkt(const Kelp::Ptr<const Nimnet::Pkt>& pkt, AclDirection dir, AclType type,
                                   const Kelp::String& aclName, const Kiv::UniqueId& ruleId) {
-  const Kelp::Ptr<Velo::Counter::VeloDpAclCounter> counter = counterForKey({dir, type, aclName, ruleId});
+  const Counters& collection = *countersFor(dir, type);
+  Kelp::Ptr<Velo::Counter::VeloDpAclCounter> counter(
+      counterCache_.find(collection, dir, type, aclName, ruleId));
+  if (!counter) {
+    const CounterKey key{dir, type, aclName, ruleId};
+    counter = counterForKey(key);
+    counterCache_.remember(collection, key, counter.get());
+  }
   counter->count(pkt);
   counter->lastUpdateTimeIs(Zeb::System::currentTime());
 }

@@ -5,6 +5,8 @@
 #include <Acl/Status.h>
 #include <Velo/Mirroring.h>
 #include <Velo/PacketContext.h>
+#include <VeloAcl/VeloPlugin/BoundLists.h>
+#include <VeloAcl/VeloPlugin/CounterCache.h>
 
 namespace Velo::VeloAcl {
 
@@ -58,10 +60,26 @@ class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
 
  private:
   struct Lookup;
-  template <class Rule, class Match>
-  bool judge(const Lookup& at, const Match& match);
-  bool dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, const Kiv::UniqueId& ruleId, bool deny);
+  struct Verdict;
+  // The same as the operations above, without a copy of the interface's id.
+  bool passesL2(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, const Nimnet::IntfId& intf);
+  bool passesL3(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, const Nimnet::IntfId& intf);
+  bool drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet::IntfId& intf, Acl::AclDirection dir,
+             Acl::AclType type);
+
+  /// `entry` null: no rule matched.
+  template <class Entry>
+  bool dropsBy(const Lookup& at, const Entry* entry);
+  bool dropsMac(const Lookup& at);
+  bool dropOnMatch(const Lookup& at, const Verdict& verdict);
   bool dropOnNoMatch(const Lookup& at);
+  /// Counts the packet under a rule, null: under the list's implicit drop. Of a packet that is only tried,
+  /// tells its trial instead.
+  void account(const Lookup& at, const Acl::RuleConfig* rule, const Kiv::UniqueId& ruleId);
+  const Kelp::Ptr<Counters>& countersFor(Acl::AclDirection dir, Acl::AclType type) const;
+
+  BoundLists boundLists_;
+  CounterCache counterCache_;
 };
 
 Kelp::Ptr<DataplaneAclHelper> dataplaneAclHelperFactory(

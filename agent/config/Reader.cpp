@@ -12,10 +12,11 @@ constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
 bool isComment(std::string_view word) { return word.starts_with('!') || word.starts_with('#'); }
 
-void readText(const Source& source, Cursor& at, Statements& statements, std::vector<Mistake>& mistakes) {
+void readText(const Source& source, Cursor& at, Statements& statements, std::vector<Mistake>& mistakes,
+              size_t mostMistakes) {
   std::string_view text = source.text;
   if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
-  for (int number = 1; !text.empty(); ++number) {
+  for (int number = 1; !text.empty() && mistakes.size() < mostMistakes; ++number) {
     const size_t end = text.find('\n');
     std::string_view line = text.substr(0, end);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
@@ -29,11 +30,11 @@ void readText(const Source& source, Cursor& at, Statements& statements, std::vec
 
 }  // namespace
 
-Result read(const std::vector<Source>& sources, Model start) {
+Result read(const std::vector<Source>& sources, Model start, size_t mostMistakes) {
   Result result;
   Cursor at;
   Statements statements(std::move(start));
-  for (const auto& source : sources) readText(source, at, statements, result.mistakes);
+  for (const auto& source : sources) readText(source, at, statements, result.mistakes, mostMistakes);
   if (result.mistakes.empty()) result.model = statements.takeModel();
   return result;
 }

@@ -1,19 +1,13 @@
 #pragma once
 
 #include <Velo/MalformedStep.h>
+#include <agent/Exit.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace Agent {
-
-/// The exit status of the program.
-enum Exit {
-  exitDone = 0,
-  exitUnread = 1,  ///< a file could not be read, or written, to its end
-  exitUsage = 2,   ///< bad usage or configuration
-};
 
 /// What `velo replay` is asked to do.
 struct ReplayOptions {

@@ -57,6 +57,10 @@ class TaskScheduler final : public Kelp::Node {
   /// asked for.
   std::optional<Kelp::Duration> timeUntilDue() const;
   const Task* runningTask() const { return running_; }
+  /// Calls `visit` for every task that somebody holds, in no particular order; it makes and drops none.
+  void forEachTask(const std::function<void(const TimerTask&)>& visit) const {
+    for (const auto& [name, task] : byName_) visit(*task);
+  }
 
  private:
   friend class Task;

@@ -1,5 +1,7 @@
 #include <Kiv/UniqueId.h>
+#include <Kiv/UniqueIdSeed.h>
 
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 
@@ -7,7 +9,8 @@ namespace Kiv {
 
 namespace {
 constexpr uint64_t generatedBit = uint64_t{1} << 63;
-}
+std::atomic<uint64_t> next{1};
+}  // namespace
 
 UniqueId::UniqueId(std::string_view text) {
   if (text.empty()) return;
@@ -23,8 +26,13 @@ UniqueId::UniqueId(std::string_view text) {
 }
 
 UniqueId UniqueId::generateUniqueId() {
-  static std::atomic<uint64_t> next{1};
   return UniqueId(generatedBit | next.fetch_add(1, std::memory_order_relaxed));
+}
+
+void generatedIdsFollow(UniqueId last) {
+  if ((last.value() & generatedBit) == 0 || last == UniqueId::unset()) return;
+  const uint64_t first = (last.value() & ~generatedBit) + 1;
+  next.store(std::max(next.load(std::memory_order_relaxed), first), std::memory_order_relaxed);
 }
 
 }  // namespace Kiv

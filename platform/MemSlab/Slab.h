@@ -29,6 +29,8 @@ class Slab final : public Kelp::NodeHome {
   size_t objectSize() const { return size_; }
   size_t alignment() const { return align_; }
   uint64_t liveCount() const { return live_; }
+  /// Taken from the heap so far, for objects that live and for those to come.
+  size_t heldBytes() const { return heldBytes_; }
 
  private:
   struct Free {
@@ -41,6 +43,7 @@ class Slab final : public Kelp::NodeHome {
   const size_t size_;
   const size_t align_;
   uint64_t live_ = 0;
+  size_t heldBytes_ = 0;
   Free* free_ = nullptr;
   std::mutex lock_;  // taken only while Kelp::multiThreaded()
 };

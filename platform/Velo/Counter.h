@@ -24,6 +24,12 @@ class PktCounter : public Zeb::Entity {
     bytes_ += pkt->wireLength();
     publishChange(packetsAttribute());
   }
+  /// Has it go on from counts that were kept elsewhere, those of an earlier process for instance.
+  void countsAre(uint64_t packets, uint64_t bytes) {
+    packets_ = packets;
+    bytes_ = bytes;
+    publishChange(packetsAttribute());
+  }
   uint64_t packets() const { return packets_; }
   uint64_t bytes() const { return bytes_; }
   ZEB_ROW(packets, Zeb::ValueAttribute<ZebSelf, &ZebSelf::packets_> row("packets"))

@@ -27,6 +27,7 @@ void MirroringStepHelper::maybeMirrorToSessionTargets(const Kelp::Ptr<PacketCont
     return;
   }
   if (!target_) return;
+  if (PacketTrial* trial = ctx->trial()) return trial->handleMirrored(session);
   for (const Nimnet::IntfId& destination : at->second) target_->sendMirrored(ctx, session, destination);
 }
 

@@ -2,6 +2,8 @@
 
 namespace Velo {
 
+PacketTrial::~PacketTrial() = default;
+
 PacketContext::PacketContext(Kelp::Ptr<VeloNamedCounters> namedCounters)
     : pkt_(MemSlab::make<Nimnet::Pkt>()),
       namedCounters_(std::move(namedCounters)),

@@ -8,6 +8,20 @@
 namespace Velo {
 
 class PacketContext;
+class PipelineStep;
+
+/// Hears of a packet that is only tried. Such a packet takes the way of every other, by the same code, and
+/// leaves no mark: whoever would count, copy or send it tells its trial instead. What is counted by name goes
+/// to the counters that the trial made its context with.
+class PacketTrial {
+ public:
+  virtual ~PacketTrial();
+  /// A copy would go to the destinations of this session.
+  virtual void handleMirrored(const Kelp::String& session) = 0;
+  /// The packet came to the end of the egress pipeline of a port, or to the step that dropped it there; null:
+  /// it would be sent.
+  virtual void handleEgress(const Nimnet::IntfId& port, const PipelineStep* droppedBy) = 0;
+};
 
 /// The port-channels of a packet: the one whose member received it and the one through whose member it is
 /// sent; either may be the empty id.
@@ -46,6 +60,9 @@ class PacketContext : public Kelp::Node {
   /// The port that received the packet.
   const Nimnet::IntfId& ingressIntf() const { return ingressIntf_; }
   uint64_t traceId() const { return pkt_->traceId(); }
+  /// Null for a packet that is meant. Set once, by who made the context for its trials; not owned.
+  PacketTrial* trial() const { return trial_; }
+  void trialIs(PacketTrial* trial) { trial_ = trial; }
 
   void ingressPortChannelIs(const Nimnet::IntfId& portChannel);
   void egressPortChannelIs(const Nimnet::IntfId& portChannel);
@@ -59,6 +76,7 @@ class PacketContext : public Kelp::Node {
   const Kelp::Ptr<VeloNamedCounters> namedCounters_;
   ParsedPacket parsedPacket_;
   Nimnet::IntfId ingressIntf_;
+  PacketTrial* trial_ = nullptr;
   // Made once with the context; valid while the flag beside them says so.
   const Kelp::Ptr<LagPacketInfo> lagInfo_;
   const Kelp::Ptr<MirroringPacketInfo> mirroringInfo_;

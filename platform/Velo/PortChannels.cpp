@@ -32,10 +32,4 @@ const Nimnet::IntfId& PortChannels::portChannelOf(const Nimnet::IntfId& member) 
   return at == channelOf_.end() ? none : at->second;
 }
 
-const Nimnet::IntfId* PortChannels::egressMember(const Nimnet::IntfId& portChannel, uint32_t flowHash) const {
-  auto at = channels_.find(portChannel);
-  if (at == channels_.end() || at->second.empty()) return nullptr;
-  return &at->second[(uint64_t{flowHash} * at->second.size()) >> 32];
-}
-
 }  // namespace Velo

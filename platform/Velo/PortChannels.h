@@ -24,9 +24,11 @@ class PortChannels {
 
   /// The port-channel that an interface is a member of; the empty id when it is none.
   const Nimnet::IntfId& portChannelOf(const Nimnet::IntfId& member) const;
-  /// The member that packets of this flow leave by, the same for all packets of a flow while the members
-  /// stay; null when the port-channel is unknown.
-  const Nimnet::IntfId* egressMember(const Nimnet::IntfId& portChannel, uint32_t flowHash) const;
+  /// Which of `members` members, more than none, packets of this flow leave by: the same for all packets of a
+  /// flow while their number stays. Flows spread evenly.
+  static constexpr size_t chosen(uint32_t flowHash, size_t members) {
+    return (uint64_t{flowHash} * members) >> 32;
+  }
 
  private:
   std::map<Nimnet::IntfId, Members> channels_;

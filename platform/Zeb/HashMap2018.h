@@ -49,7 +49,7 @@ class HashMap2018 {
       return MapWrite::replaced;
     }
     if (size_ >= bucketCount()) grow();
-    auto* entry = new Entry(key, std::move(value));
+    Entry* entry = Entry::make(key, std::move(value));
     entry->hash = hash;
     Entry** link = linkTo(key, hash);
     entry->next = *link;
@@ -105,6 +105,7 @@ class HashMap2018 {
 
  private:
   static constexpr int minBits = 2;
+  static constexpr size_t lookAhead = 16;
 
   size_t bucketCount() const { return buckets_ ? size_t{1} << bits_ : 0; }
   size_t bucketOf(uint32_t hash) const { return hash >> (32 - bits_); }
@@ -126,17 +127,31 @@ class HashMap2018 {
   }
   Entry* firstFrom(size_t bucket) const {
     for (size_t i = bucket; i < bucketCount(); ++i) {
+      prefetchChain(i + lookAhead);
       if (buckets_[i]) return buckets_[i];
     }
     return nullptr;
   }
   /// The element itself, or behind the end of the chain that `hash` is in, the first of the later chains.
-  Entry* settle(Entry* at, uint32_t hash) const { return at ? at : firstFrom(bucketOf(hash) + 1); }
+  Entry* settle(Entry* at, uint32_t hash) const {
+    if (!at) at = firstFrom(bucketOf(hash) + 1);
+    if (at) prefetch(at->next);
+    return at;
+  }
+  /// Elements lie anywhere in memory; who walks them asks for those to come while busy with this one.
+  [[gnu::always_inline]] void prefetchChain(size_t bucket) const {
+    if (bucket < bucketCount()) prefetch(buckets_[bucket]);
+  }
+  /// Always inline: as a call, which changes nothing, it would be left out.
+  [[gnu::always_inline]] static void prefetch(const Entry* entry) {
+    if (entry) __builtin_prefetch(entry);  // of null it would cost more than it ever saves
+  }
 
   void grow() {
     const int newBits = buckets_ ? bits_ + 1 : minBits;
     auto wider = std::make_unique<Entry*[]>(size_t{1} << newBits);
     for (size_t i = 0; i < bucketCount(); ++i) {
+      prefetchChain(i + lookAhead);
       Entry* at = buckets_[i];
       while (at) {
         Entry** link = &wider[at->hash >> (32 - newBits)];

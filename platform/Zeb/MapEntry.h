@@ -1,22 +1,36 @@
 #pragma once
 
+#include <MemSlab/Slab.h>
+
 #include <cstdint>
 #include <utility>
 
 namespace Zeb {
 
 /// One element of a map. It is counted, so that an iterator can stand on an element that has been taken out;
-/// such an element is stale: its key and value can still be read, but the map no longer has it.
+/// such an element is stale: its key and value can still be read, but the map no longer has it. What a search
+/// reads comes first, beside each other, and the elements of a type come from one slab, so that neighbours in
+/// a map that was filled in its own order are neighbours in memory.
 template <class K, class V>
 struct MapEntry {
-  MapEntry(const K& k, V v) : key(k), value(std::move(v)) {}
+  template <class... Args>
+  static MapEntry* make(Args&&... args) {
+    return new (MemSlab::slabOf<MapEntry>().take()) MapEntry(std::forward<Args>(args)...);
+  }
+  void free() {
+    this->~MapEntry();
+    MemSlab::slabOf<MapEntry>().giveBack(this);
+  }
 
-  const K key;
-  V value;
   MapEntry* next = nullptr;  // of the hash chain; for the map's use
   uint32_t hash = 0;
-  uint32_t users = 1;
-  bool stale = false;
+  uint32_t users : 31 = 1;
+  uint32_t stale : 1 = false;
+  const K key;
+  [[no_unique_address]] V value;
+
+ private:
+  MapEntry(const K& k, V v) : key(k), value(std::move(v)) {}
 };
 
 /// A counted reference to a map element.
@@ -36,7 +50,7 @@ class MapEntryRef {
   ~MapEntryRef() { drop(entry_); }
 
   static void drop(Entry* entry) {
-    if (entry && --entry->users == 0) delete entry;
+    if (entry && --entry->users == 0) entry->free();
   }
   Entry* get() const { return entry_; }
 

@@ -42,7 +42,7 @@ class OrderedMap {
       version_.advance();
       return MapWrite::replaced;
     }
-    entries_.emplace(key, new Entry(key, std::move(value)));
+    entries_.emplace(key, Entry::make(key, std::move(value)));
     version_.advance();
     return MapWrite::inserted;
   }

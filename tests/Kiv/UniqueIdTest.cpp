@@ -1,4 +1,5 @@
 #include <Kiv/UniqueId.h>
+#include <Kiv/UniqueIdSeed.h>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -64,6 +65,16 @@ TEST(UniqueIdTest, GeneratedIdsAreNewAndNeverMeetThoseOfTexts) {
     EXPECT_TRUE(ordered.insert(fromText).second) << "no two of these texts collide";
   }
   EXPECT_GT(hashes.size(), 9990u) << "consecutive ids spread over the hash";
+}
+
+TEST(UniqueIdTest, GoesOnBehindTheIdsOfAnEarlierProcess) {
+  const UniqueId last(UniqueId::generateUniqueId().value() + 1000);
+  Kiv::generatedIdsFollow(last);
+  EXPECT_GT(UniqueId::generateUniqueId(), last);
+  const UniqueId now = UniqueId::generateUniqueId();
+  for (const UniqueId& other : {last, UniqueId(), UniqueId::unset(), UniqueId("text")})
+    Kiv::generatedIdsFollow(other);
+  EXPECT_EQ(UniqueId::generateUniqueId().value(), now.value() + 1) << "never back, and nowhere else";
 }
 
 TEST(UniqueIdTest, PrintsAsSixteenHexadecimalDigits) {

@@ -4,6 +4,8 @@
 #include <Zeb/TraceHandle.h>
 
 #include <algorithm>
+#include <memory>
+#include <set>
 
 /// What happens at the rims: nothing configured, changes in the middle of the start, events that find
 /// nothing.
@@ -62,6 +64,85 @@ TEST_F(Edges, TheFirstPassWritesNothingHoweverLongItTakes) {
   Zeb::TraceHandle::disableAll();
   EXPECT_GT(runs, 20);
   EXPECT_FALSE(status->status().empty());
+}
+
+TEST_F(Edges, TheSecondPassTakesEveryFlagBackBeforeItSetsItAgain) {
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
+  rules(AclType::ip, "B")->ipRuleByIdIs(r(2), ipRule());
+  Kiv::alwaysYieldIs(true);
+  start();
+  ASSERT_FALSE(sm->initialScanDone());
+  std::set<std::string> cleared;
+  const Watch watch(*sm->inputSmScanState(), [&](const Zeb::Change& change) {
+    if (change.attribute.text(*sm->inputSmScanState()) == "false")
+      cleared.insert(std::string(change.attribute.name()));
+  });
+  while (!sm->initialScanDone()) ASSERT_TRUE(scheduler->runOne());
+  EXPECT_EQ(cleared,
+            (std::set<std::string>{"aclConfigStreamScan", "aclIntfConfigStreamScan", "ip6RuleCfgStreamScan",
+                                   "ipRuleCfgStreamScan", "macRuleCfgStreamScan", "rix_pipeline0Scan"}));
+}
+
+TEST_F(Edges, AScanThatYieldsTellsItsTaskWhatItDidAndHowMuchThereIs) {
+  for (const AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) intfConfig->configIs(type);
+  Kiv::alwaysYieldIs(true);
+  start();
+  const auto task = scheduler->taskIs(0, "Velo::VeloAcl::VeloDpAclStatusSm-AclIntfConfigSm0InputScanTask0");
+  EXPECT_EQ(task->taskWorkCount(), 1u);
+  EXPECT_EQ(task->taskWorkPending(), 3u);
+  while (task->taskWorkCount() == 1) ASSERT_TRUE(scheduler->runOne());
+  EXPECT_EQ(task->taskWorkCount(), 2u);
+}
+
+TEST_F(Edges, ReconciliationTellsItsTaskHowManyEntriesItWentThrough) {
+  for (int i = 0; i < 20; ++i) status->statusIs(AclType::ip)->aclIs(fmt::format("L{}", i));
+  start();
+  const auto task = scheduler->taskIs(0, "VeloDpAclStatusSm-aclStatusStatusAclOutputTask");
+  const uint64_t outside = task->taskWorkCount();
+  EXPECT_EQ(outside, 20 - status->status(AclType::ip)->acl().size()) << "one whenever it was asked outside";
+  EXPECT_GT(outside, 0u);
+  EXPECT_TRUE(settle());
+  EXPECT_TRUE(status->status().empty());
+  EXPECT_EQ(task->taskWorkCount(), 21u) << "the lists and their type";
+}
+
+TEST_F(Edges, RulesThatComeWhileAScanIsAtWorkAreScannedToTheEnd) {
+  // Rules of another kind than their list: only the scans see them, no list event brings them.
+  for (const char* name : {"A", "B"}) rules(AclType::mac, name)->ipRuleByIdIs(r(name[0]), ipRule());
+  Kiv::alwaysYieldIs(true);
+  start();
+  while (!sm->initialScanDone()) ASSERT_TRUE(scheduler->runOne());
+  // Each list whose rule is published has the other's rules replaced; one of the two has been scanned by
+  // then.
+  const auto replaceRulesOf = [&](const char* name, uint64_t first) {
+    const auto fresh = MemSlab::make<Acl::AclSubConfig>();
+    for (uint64_t i = 0; i < 3; ++i) fresh->ipRuleByIdIs(r(first + i), ipRule());
+    list(AclType::mac, name)->currCfgIs(fresh);
+  };
+  std::vector<std::unique_ptr<Watch>> watches;
+  bool replaced[2] = {false, false};
+  const auto watchLists = [&] {
+    for (const int i : {0, 1}) {
+      const auto published = statusOf(AclType::mac, i == 0 ? "A" : "B");
+      if (watches.size() == 2 || !statusOf(AclType::mac, "A") || !statusOf(AclType::mac, "B")) return;
+      watches.push_back(std::make_unique<Watch>(*published, [&, i](const Zeb::Change& change) {
+        if (!change.is(Acl::AclStatus::ruleStatusAttribute()) || std::exchange(replaced[i], true)) return;
+        replaceRulesOf(i == 0 ? "B" : "A", i == 0 ? 100 : 200);
+      }));
+    }
+  };
+  for (int i = 0; i < 1000 && !sm->idle(); ++i) {
+    watchLists();
+    if (!scheduler->runOne()) clock.advance(Kelp::Duration(1));
+  }
+  ASSERT_TRUE(sm->idle());
+  EXPECT_TRUE(replaced[0] || replaced[1]);
+  for (const char* name : {"A", "B"}) {
+    const auto& published = statusOf(AclType::mac, name)->ruleStatus();
+    const auto& configured = rules(AclType::mac, name)->ipRuleById();
+    EXPECT_EQ(published.size(), configured.size()) << name;
+    for (auto rule = configured.begin(); rule; rule.next()) EXPECT_TRUE(published.has(rule.key())) << name;
+  }
 }
 
 TEST_F(Edges, AChangeDuringTheFirstPassIsPublishedByTheSecond) {

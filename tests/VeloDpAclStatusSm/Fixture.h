@@ -31,7 +31,7 @@ class World {
   }
   ~World() {
     stop();
-    Kiv::alwaysYieldIs(false);
+    Kiv::alwaysYieldIs(alwaysYielded_);
     Zeb::System::clockIs(nullptr);
     Rix::Gen::zebDoZombieReactors();
   }
@@ -136,6 +136,9 @@ class World {
   Kelp::Ptr<Machine::Counters> in = collection("in"), macOut = collection("macOut"),
                                ipOut = collection("ipOut"), ip6Out = collection("ip6Out");
   Kelp::Ptr<Machine> sm;
+
+ private:
+  const bool alwaysYielded_ = Kiv::alwaysYield();
 };
 
 /// A rule id that reads as "r1" in golden traces.

@@ -1,4 +1,5 @@
-#include <agent/replay/StatusJson.h>
+#include <agent/show/Documents.h>
+#include <agent/show/StatusPieces.h>
 
 #include <string>
 
@@ -42,11 +43,17 @@ Json jsonOfMap(const Map& map) {
 
 Json jsonOf(const Acl::AclIntf& bindings) { return {{"intf", jsonOfMap(bindings.intf())}}; }
 
-Json jsonOf(const Acl::AclStatus& list) {
-  return {{"ruleStatus", jsonOfMap(list.ruleStatus())},
-          {"implicitRuleStatus", jsonOfMap(list.implicitRuleStatus())},
+/// All but what there is for every rule.
+Json smallPartOf(const Acl::AclStatus& list) {
+  return {{"implicitRuleStatus", jsonOfMap(list.implicitRuleStatus())},
           {"implicitRuleId", jsonOfMap(list.implicitRuleId())},
           {"counterUpdateTime", list.counterUpdateTime().seconds()}};
+}
+
+Json jsonOf(const Acl::AclStatus& list) {
+  Json whole = smallPartOf(list);
+  whole["ruleStatus"] = jsonOfMap(list.ruleStatus());
+  return whole;
 }
 
 Json jsonOf(const Acl::AclTypeStatus& lists) {
@@ -55,7 +62,7 @@ Json jsonOf(const Acl::AclTypeStatus& lists) {
 
 }  // namespace
 
-Json statusJson(const Acl::StatusDp& status) {
+Json capabilitiesJson(const Acl::StatusDp& status) {
   Json object = Json::object();
   for (const Zeb::TypeData* type = &status.typeData(); type; type = type->base()) {
     for (const Zeb::Attribute* attribute : type->attributes()) {
@@ -63,8 +70,19 @@ Json statusJson(const Acl::StatusDp& status) {
       if (const bool* flag = std::any_cast<bool>(&value)) object[std::string(attribute->name())] = *flag;
     }
   }
+  return object;
+}
+
+Json statusJson(const Acl::StatusDp& status) {
+  Json object = capabilitiesJson(status);
   object["status"] = jsonOfMap(status.status());
   return object;
 }
+
+Json ruleStatusJson(const Acl::RuleStatus& rule) { return jsonOf(rule); }
+
+Json listStatusJson(const Acl::AclStatus& list) { return smallPartOf(list); }
+
+Json bindingsStatusJson(const Acl::AclTypeStatus& lists) { return jsonOfMap(lists.intf()); }
 
 }  // namespace Agent

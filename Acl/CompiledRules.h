@@ -1,0 +1,36 @@
+#pragma once
+
+#include <Kiv/UniqueId.h>
+#include <Zeb/MapEntry.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace Acl {
+
+/// What a rule map has to do with the compiled form of its rules: it keeps it up. Whoever looks something up
+/// in it takes it for what it is, see Compiled.h. The map owns form and entries and keeps, of each entry, the
+/// slot that the form gave it.
+template <class Rule>
+class CompiledRules {
+ public:
+  using Entry = Zeb::MapEntry<Kiv::UniqueId, Rule>;
+
+  virtual ~CompiledRules() = default;
+  /// A rule that is in the map already; returns its slot.
+  virtual uint32_t insert(const Entry* entry) = 0;
+  /// A rule that is still as it was when it was put in.
+  virtual void erase(uint32_t slot) = 0;
+  /// The heap memory in use.
+  virtual size_t bytes() const = 0;
+};
+
+/// Compiles rules that stand in the order of trial; their slots are 0, 1, 2 and so on. There are forms for
+/// the three kinds of rule.
+template <class Rule>
+std::unique_ptr<CompiledRules<Rule>> compileRules(
+    std::span<const Zeb::MapEntry<Kiv::UniqueId, Rule>* const> entries);
+
+}  // namespace Acl

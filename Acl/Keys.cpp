@@ -1,0 +1,250 @@
+#include <Acl/Keys.h>
+#include <Classify/Region.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <map>
+#include <numeric>
+
+namespace Acl {
+
+namespace {
+
+using Classify::Image;
+using Classify::Interval;
+using Classify::Projection;
+
+/// The numbers from 0 to `highest` that meet a condition, as intervals. The condition changes its answer only
+/// at the numbers in `turns` and behind them.
+template <class Meets>
+std::vector<Interval> intervalsOf(std::vector<uint32_t> turns, uint32_t highest, const Meets& meets) {
+  for (size_t i = turns.size(); i-- > 0;) turns.push_back(turns[i] + 1);
+  turns.push_back(0);
+  std::sort(turns.begin(), turns.end());
+  std::vector<Interval> intervals;
+  for (size_t i = 0; i < turns.size() && turns[i] <= highest; ++i) {
+    if (i + 1 < turns.size() && turns[i + 1] == turns[i]) continue;
+    if (!meets(turns[i])) continue;
+    const uint32_t last = i + 1 < turns.size() ? std::min(turns[i + 1] - 1, highest) : highest;
+    if (!intervals.empty() && intervals.back().high + 1 == turns[i]) {
+      intervals.back().high = last;
+    } else {
+      intervals.push_back({turns[i], last});
+    }
+  }
+  return intervals;
+}
+
+std::vector<Interval> intervalsOf(const PortMatch& match) {
+  const std::vector<uint32_t> turns(match.ports.begin(), match.ports.begin() + PortMatch::maxPorts);
+  return intervalsOf(turns, 0xffff,
+                     [&](uint32_t port) { return match.matches(static_cast<uint16_t>(port)); });
+}
+
+std::vector<Interval> intervalsOf(const HopMatch& match) {
+  return intervalsOf({match.value}, 0xff,
+                     [&](uint32_t hops) { return match.matches(static_cast<uint8_t>(hops)); });
+}
+
+/// The interval around several.
+std::vector<Interval> around(const std::vector<Interval>& intervals) {
+  return {{intervals.front().low, intervals.back().high}};
+}
+
+/// Asks that the bits of a mask are as in a value.
+void askBits(Image& image, int word, uint32_t mask, uint32_t value) {
+  image.mask[word] |= mask;
+  image.value[word] |= value & mask;
+}
+
+void askVlan(Image& image, const VlanMatch& vlan, uint32_t known) {
+  if (vlan.isAny()) return;
+  askBits(image, 2, known | (~uint32_t{vlan.wildcard} & Third::vlanMask), known | vlan.id);
+}
+
+/// Everything of an IP rule but its addresses, which `image` has.
+void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector<Image>& images) {
+  askVlan(image, filter.vlan, Third::vlanKnown);
+  if (filter.protocolNamed) {
+    const uint32_t protocol = uint32_t{filter.protocol} << Third::protocolShift;
+    askBits(image, 2, 0xffu << Third::protocolShift | Third::protocolKnown, protocol | Third::protocolKnown);
+  }
+  if (filter.fragments) askBits(image, 2, Third::laterFragment, Third::laterFragment);
+  if (filter.established) askBits(image, 2, Third::established, Third::established);
+  const uint32_t flags = (filter.tcpFlags & 0x3fu) << Third::flagsShift;
+  askBits(image, 2, flags, flags);
+  if (filter.tcpFlags & 0xc0) image.exact = false;
+
+  std::vector<Interval> upper = {{0, 0xffff}}, lower = {{0, 0xffff}};
+  if (!filter.sourcePort.isAny() || !filter.destinationPort.isAny()) {
+    askBits(image, 2, Third::hasPorts, Third::hasPorts);
+    upper = intervalsOf(filter.sourcePort);
+    lower = intervalsOf(filter.destinationPort);
+  }
+  if (filter.icmpTypeNamed || filter.icmpCodeNamed) {
+    if (image.mask[2] & Third::hasPorts) return;  // no packet has both
+    askBits(image, 2, Third::hasIcmp, Third::hasIcmp);
+    if (filter.icmpTypeNamed) upper = {{filter.icmpType, filter.icmpType}};
+    if (filter.icmpCodeNamed) lower = {{filter.icmpCode, filter.icmpCode}};
+  }
+
+  std::vector<Interval> hops = {{0, 0xff}};
+  uint32_t classLow = 0, classHigh = 0xff, unknownHigh = 0xff;
+  if (asksQuad(filter)) {
+    // Bits that are no leading ones are no range of numbers.
+    const auto mask = filter.trafficClassMask;
+    const bool leading = std::countl_one(mask) == std::popcount(mask);
+    if (leading) classLow = filter.trafficClass & mask, classHigh = classLow | (~uint32_t{mask} & 0xff);
+    if (!filter.hops.isAny()) hops = intervalsOf(filter.hops), unknownHigh = 0;
+    if (!leading || !wide) image.exact = false;
+  }
+  if (upper.empty() || lower.empty() || hops.empty()) return;
+  if (!wide) hops = around(hops);
+
+  constexpr size_t manyImages = 8;
+  for (auto* several : {&lower, &upper, &hops}) {
+    if (upper.size() * lower.size() * hops.size() <= manyImages) break;
+    if (several->size() > 1) image.exact = false;
+    *several = around(*several);
+  }
+  for (const Interval& high : upper) {
+    for (const Interval& low : lower) {
+      for (const Interval& hop : hops) {
+        image.pairLow = high.low << 16 | low.low;
+        image.pairHigh = high.high << 16 | low.high;
+        if (wide) {
+          image.quadLow = classLow | hop.low << Quad::hopsShift;
+          image.quadHigh =
+              classHigh | hop.high << Quad::hopsShift | unknownHigh << Quad::unknownShift | 0xff000000;
+        }
+        images.push_back(image);
+      }
+    }
+  }
+}
+
+struct Words {
+  uint64_t upper, lower;
+  auto operator<=>(const Words&) const = default;
+};
+
+/// The side of a projection that tells the values of one address of a list apart best.
+Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values) {
+  struct Count {
+    uint32_t zeros = 0, ones = 0;
+  };
+  std::array<Count, 128> counts{};
+  for (const auto& [value, mask] : values) {
+    for (int bit = 0; bit < 128; ++bit) {
+      const uint64_t here = uint64_t{1} << (bit % 64);
+      if (!((bit < 64 ? mask.lower : mask.upper) & here)) continue;
+      ++((bit < 64 ? value.lower : value.upper) & here ? counts[bit].ones : counts[bit].zeros);
+    }
+  }
+  std::array<int, 128> order;
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
+    const auto worth = [&](int bit) {
+      return std::pair(std::min(counts[bit].zeros, counts[bit].ones), counts[bit].zeros + counts[bit].ones);
+    };
+    return worth(a) > worth(b);
+  });
+  constexpr int gathered = 31;
+  Projection::Side side;
+  for (int i = 0; i < gathered; ++i) {
+    if (counts[order[i]].zeros + counts[order[i]].ones == 0) break;
+    side.mask[order[i] < 64 ? 1 : 0] |= uint64_t{1} << (order[i] % 64);
+  }
+  side.shift = static_cast<uint32_t>(std::popcount(side.mask[1]));
+  std::map<std::pair<Words, Words>, size_t> rests;
+  size_t most = 0;
+  for (const auto& [value, mask] : values) {
+    const Words rest{mask.upper & ~side.mask[0], mask.lower & ~side.mask[1]};
+    if (rest == Words{0, 0}) continue;
+    const Words wanted{value.upper & rest.upper, value.lower & rest.lower};
+    if (const size_t times = ++rests[{wanted, rest}]; times > most) {
+      most = times;
+      side.restMask[0] = rest.upper, side.restMask[1] = rest.lower;
+      side.restValue[0] = wanted.upper, side.restValue[1] = wanted.lower;
+    }
+  }
+  return side;
+}
+
+void askAddress(Image& image, int word, const Projection::Side& side, const Nimnet::Ip6Addr& value,
+                const Nimnet::Ip6Addr& mask) {
+  const auto gather = [&side](uint64_t upper, uint64_t lower) {
+    return static_cast<uint32_t>(
+        (Classify::gatherBits(upper, side.mask[0]) << side.shift | Classify::gatherBits(lower, side.mask[1]))
+        << 1);
+  };
+  askBits(image, word, gather(mask.high, mask.low), gather(value.high, value.low));
+  const Words rest{mask.high & ~side.mask[0], mask.low & ~side.mask[1]};
+  if (rest == Words{0, 0}) return;
+  const Words wanted{value.high & rest.upper, value.low & rest.lower};
+  if (rest == Words{side.restMask[0], side.restMask[1]} &&
+      wanted == Words{side.restValue[0], side.restValue[1]}) {
+    askBits(image, word, 1, 1);
+  } else {
+    image.exact = false;
+  }
+}
+
+/// The upper 16 bits of a MAC address, as a range where the mask allows it.
+Interval upperOctets(const Nimnet::EthAddr& value, const Nimnet::EthAddr& mask, bool& exact) {
+  const auto bits = static_cast<uint16_t>(mask.value() >> 32);
+  const uint32_t wanted = static_cast<uint32_t>(value.value() >> 32) & bits;
+  if (std::countl_one(bits) == std::popcount(bits)) return {wanted, wanted | (~uint32_t{bits} & 0xffff)};
+  exact = false;
+  return {0, 0xffff};
+}
+
+}  // namespace
+
+Projection projectionOf(std::span<const Ip6Filter* const> filters) {
+  std::vector<std::pair<Words, Words>> sources, destinations;
+  for (const Ip6Filter* filter : filters) {
+    sources.push_back(
+        {{filter->source.high, filter->source.low}, {filter->sourceMask.high, filter->sourceMask.low}});
+    destinations.push_back({{filter->destination.high, filter->destination.low},
+                            {filter->destinationMask.high, filter->destinationMask.low}});
+  }
+  return {{sideOf(sources), sideOf(destinations)}};
+}
+
+void addImages(const IpFilter& filter, uint32_t slot, bool wide, std::vector<Image>& images) {
+  Image image;
+  image.slot = slot;
+  askBits(image, 0, filter.sourceMask.value, filter.source.value);
+  askBits(image, 1, filter.destinationMask.value, filter.destination.value);
+  addIpImages(filter, wide, image, images);
+}
+
+void addImages(const Ip6Filter& filter, const Projection& projection, uint32_t slot, bool wide,
+               std::vector<Image>& images) {
+  Image image;
+  image.slot = slot;
+  askAddress(image, 0, projection.sides[0], filter.source, filter.sourceMask);
+  askAddress(image, 1, projection.sides[1], filter.destination, filter.destinationMask);
+  addIpImages(filter, wide, image, images);
+}
+
+void addImages(const MacFilter& filter, uint32_t slot, std::vector<Image>& images) {
+  if (filter.mpls.labelNamed || filter.mpls.innerLabelNamed) return;  // labels are not looked at
+  Image image;
+  image.slot = slot;
+  askBits(image, 0, static_cast<uint32_t>(filter.sourceMask.value()),
+          static_cast<uint32_t>(filter.source.value()));
+  askBits(image, 1, static_cast<uint32_t>(filter.destinationMask.value()),
+          static_cast<uint32_t>(filter.destination.value()));
+  const Interval source = upperOctets(filter.source, filter.sourceMask, image.exact);
+  const Interval destination = upperOctets(filter.destination, filter.destinationMask, image.exact);
+  image.pairLow = source.low << 16 | destination.low;
+  image.pairHigh = source.high << 16 | destination.high;
+  askVlan(image, filter.vlan, 0);
+  if (filter.etherTypeNamed) askBits(image, 2, 0xffff0000, uint32_t{filter.etherType} << 16);
+  images.push_back(image);
+}
+
+}  // namespace Acl

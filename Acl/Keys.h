@@ -1,0 +1,117 @@
+#pragma once
+
+#include <Acl/Rule.h>
+#include <Classify/Form.h>
+#include <Nimnet/EthHdr.h>
+#include <Nimnet/Ip6Hdr.h>
+#include <Nimnet/IpHdr.h>
+#include <Nimnet/L4Hdr.h>
+
+#include <span>
+#include <vector>
+
+/// Packets and rules in the words that the compiled form compares.
+///
+///            first, second            pair                       third                        quad
+///   IPv4     source, destination      ports, or ICMP type, code  see Third                    class, hops
+///   IPv6     both addresses, a        the same                   the same                     the same
+///            projection of the list's
+///   MAC      lower 32 bits of         upper 16 bits of source    EtherType in the upper half, -
+///            source, destination      and destination            VLAN id in the lower
+namespace Acl {
+
+/// The third word of an IP packet.
+namespace Third {
+constexpr uint32_t vlanMask = 0xfff;
+constexpr uint32_t vlanKnown = 1u << 12;
+constexpr uint32_t protocolKnown = 1u << 13;
+constexpr uint32_t hasIcmp = 1u << 14;
+constexpr uint32_t hasPorts = 1u << 15;
+constexpr uint32_t laterFragment = 1u << 16;
+constexpr uint32_t established = 1u << 17;  ///< TCP with ACK or RST
+constexpr int flagsShift = 18;              ///< the lower six TCP flags
+constexpr int protocolShift = 24;
+}  // namespace Third
+
+/// The quad of an IP packet: traffic class, hops, and a one when the hops are unknown.
+namespace Quad {
+constexpr int hopsShift = 8;
+constexpr int unknownShift = 16;
+}  // namespace Quad
+
+/// What the L4 header gives to a key: its pair, and its bits of the third word. At most one is not null.
+template <class Icmp>
+inline uint32_t pairOf(const Icmp* icmp, const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
+                       const Nimnet::SctpHdr* sctp, uint32_t& third) {
+  if (tcp) {
+    const uint32_t flags = tcp->flags();
+    third |= Third::hasPorts | (flags & 0x3f) << Third::flagsShift;
+    if (flags & (Nimnet::TcpHdr::ack | Nimnet::TcpHdr::rst)) third |= Third::established;
+    return Nimnet::read32(tcp->bytes);
+  }
+  if (const uint8_t* ports = udp ? udp->bytes : sctp ? sctp->bytes : nullptr) {
+    third |= Third::hasPorts;
+    return Nimnet::read32(ports);
+  }
+  if (!icmp) return 0;
+  third |= Third::hasIcmp;
+  return uint32_t{icmp->type()} << 16 | icmp->code();
+}
+
+inline uint32_t vlanOf(uint16_t vlanId, bool known) {
+  return (known ? Third::vlanKnown : 0) | (vlanId & Third::vlanMask);
+}
+
+inline uint32_t quadOf(uint8_t trafficClass, uint8_t hops, bool hopsKnown) {
+  return trafficClass | uint32_t{hops} << Quad::hopsShift | (hopsKnown ? 0u : 1u << Quad::unknownShift);
+}
+
+inline Classify::Key keyOf(const Nimnet::IpHdr& ip, const Nimnet::IcmpHdr* icmp, const Nimnet::TcpHdr* tcp,
+                           const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp, uint16_t vlanId,
+                           bool matchVlan, bool matchHops) {
+  uint32_t third =
+      vlanOf(vlanId, matchVlan) | Third::protocolKnown | uint32_t{ip.protocol()} << Third::protocolShift;
+  if (ip.isNonFirstFragment()) third |= Third::laterFragment;
+  const uint32_t pair = pairOf(icmp, tcp, udp, sctp, third);
+  return {{Nimnet::read64(ip.bytes + 12), uint64_t{pair} << 32 | third},
+          quadOf(ip.tos(), ip.ttl(), matchHops)};
+}
+
+/// Without the addresses, which the look-up projects itself.
+inline Classify::Key keyOf(const Nimnet::Ip6Hdr& ip6, const Nimnet::Icmp6Hdr* icmp6,
+                           const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp,
+                           uint16_t vlanId, bool matchVlan, bool matchHops) {
+  uint32_t third = vlanOf(vlanId, matchVlan);
+  if (ip6.protocolKnown()) {
+    third |= Third::protocolKnown | uint32_t{ip6.protocol()} << Third::protocolShift;
+  }
+  if (ip6.isNonFirstFragment()) third |= Third::laterFragment;
+  const uint32_t pair = pairOf(icmp6, tcp, udp, sctp, third);
+  return {{0, uint64_t{pair} << 32 | third}, quadOf(ip6.trafficClass(), ip6.hopLimit(), matchHops)};
+}
+
+inline Classify::Key keyOf(Nimnet::EthAddr source, Nimnet::EthAddr destination, uint16_t typeOrLen,
+                           uint16_t vlanId) {
+  const uint64_t from = source.value(), to = destination.value();
+  return Classify::Key::of(static_cast<uint32_t>(from), static_cast<uint32_t>(to),
+                           uint32_t{typeOrLen} << 16 | (vlanId & Third::vlanMask),
+                           static_cast<uint32_t>(from >> 32) << 16 | static_cast<uint32_t>(to >> 32), 0);
+}
+
+/// The projection under which the rules of an IPv6 list are told apart best.
+Classify::Projection projectionOf(std::span<const Ip6Filter* const> filters);
+
+/// A rule as images, to be added to `images`; none when it matches no packet. A rule whose ports are several
+/// intervals becomes several images, or one that is inexact when they would be many. `wide` says whether the
+/// quad is looked at; images for a list where it is not are inexact instead.
+void addImages(const IpFilter& filter, uint32_t slot, bool wide, std::vector<Classify::Image>& images);
+void addImages(const Ip6Filter& filter, const Classify::Projection& projection, uint32_t slot, bool wide,
+               std::vector<Classify::Image>& images);
+void addImages(const MacFilter& filter, uint32_t slot, std::vector<Classify::Image>& images);
+
+/// True when the filter asks for something that the quad has.
+inline bool asksQuad(const IpFilterBase& filter) {
+  return filter.trafficClassMask != 0 || !filter.hops.isAny();
+}
+
+}  // namespace Acl

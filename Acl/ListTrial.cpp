@@ -1,0 +1,7 @@
+#include <Acl/ListTrial.h>
+
+namespace Acl {
+
+ListTrial::~ListTrial() = default;
+
+}  // namespace Acl

@@ -1,0 +1,294 @@
+#include <Classify/Division.h>
+
+#include <array>
+#include <cmath>
+
+namespace Classify {
+
+namespace {
+
+constexpr size_t small = Plane::lanes;  // a cell of this size needs no further division
+constexpr size_t manyCells = 64;        // so many are looked at to choose a bit
+constexpr size_t manyMembers = 96;      // and so many members of each
+
+/// Counts, for each bit of a key, how often it was set. Bit i of all counters together is one pair of words,
+/// so that adding a key is a few additions with carry.
+class BitCounts {
+ public:
+  void clear() { used_ = 0; }
+  void add(uint64_t upper, uint64_t lower) {
+    uint64_t carry[2] = {upper, lower};
+    for (size_t i = 0; carry[0] | carry[1]; ++i) {
+      if (i == used_) digits_[used_++] = {0, 0};
+      for (const int word : {0, 1}) {
+        const uint64_t next = digits_[i][word] & carry[word];
+        digits_[i][word] ^= carry[word];
+        carry[word] = next;
+      }
+    }
+  }
+  /// The bits that were ever set.
+  uint64_t any(int word) const {
+    uint64_t bits = 0;
+    for (size_t i = 0; i < used_; ++i) bits |= digits_[i][word];
+    return bits;
+  }
+  uint32_t of(int word, int bit) const {
+    uint32_t count = 0;
+    for (size_t i = 0; i < used_; ++i) count |= static_cast<uint32_t>(digits_[i][word] >> bit & 1) << i;
+    return count;
+  }
+
+ private:
+  std::array<std::array<uint64_t, 2>, 32> digits_;
+  size_t used_ = 0;
+};
+
+class Divider {
+ public:
+  Divider(const Images& images, std::span<const uint32_t> members, const Region& region,
+          const DivisionLimits& limits, std::vector<bool>& shadowing)
+      : images_(images), limits_(limits), shadowing_(shadowing), region_(region) {
+    made_.cells.members.assign(members.begin(), members.end());
+    made_.cells.begins.push_back(static_cast<uint32_t>(members.size()));
+    regions_.push_back(region);
+    packets_.push_back(static_cast<double>(members.size()));
+    if (limits.maxCopies) copies_.assign(images.size(), 0);
+  }
+
+  Division run() {
+    for (int bits = 0; bits < limits_.maxBits; ++bits) {
+      const int bit = bestBit();
+      if (bit < 0 || regions_.size() * 2 > limits_.maxCells || !split(bit)) break;
+    }
+    sortCells();
+    return std::move(made_);
+  }
+
+ private:
+  /// What a choice of each bit would do, added up over cells.
+  struct Prospects {
+    double cost = 0;  ///< as it is: members that a packet is held against, times packets
+    std::array<double, 128> gain{};
+    std::array<double, 128> copies{};
+  };
+
+  void addProspects(size_t cell, Prospects& prospects) {
+    const auto members = made_.cells[cell];
+    zeros_.clear();
+    ones_.clear();
+    const size_t step = members.size() / manyMembers + 1;
+    double size = 0;
+    for (size_t i = 0; i < members.size(); i += step, ++size) {
+      const Ternary bits = images_.bitsIn(regions_[cell], members[i]);
+      zeros_.add(bits.mask[0] & ~bits.value[0], bits.mask[1] & ~bits.value[1]);
+      ones_.add(bits.value[0], bits.value[1]);
+    }
+    // As if every member had been counted: costs grow with their number.
+    const double share = packets_[cell] / size * (static_cast<double>(members.size()) / size);
+    prospects.cost += share * size * size;
+    for (const int word : {0, 1}) {
+      for (uint64_t bits = zeros_.any(word) & ones_.any(word) & limits_.allowed[word] & ~made_.mask[word];
+           bits; bits &= bits - 1) {
+        const int bit = __builtin_ctzll(bits);
+        const double zeros = zeros_.of(word, bit), ones = ones_.of(word, bit), both = size - zeros - ones;
+        const double cost = (zeros + both) * (zeros + both / 2) + (ones + both) * (ones + both / 2);
+        prospects.gain[64 * word + bit] += share * (size * size - cost);
+        prospects.copies[64 * word + bit] += both * static_cast<double>(step);
+      }
+    }
+  }
+
+  /// The bit whose choice lowers the cost most for the copies that it makes; -1 when none is worth it.
+  int bestBit() {
+    std::vector<size_t> large;
+    for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
+      if (made_.cells[cell].size() > small) large.push_back(cell);
+    }
+    Prospects prospects;
+    double members = 1;
+    const size_t step = large.size() / manyCells + 1;
+    for (size_t i = 0; i < large.size(); i += step) {
+      addProspects(large[i], prospects);
+      members += static_cast<double>(made_.cells[large[i]].size());
+    }
+    int best = -1;
+    double lowest = 0;
+    for (int bit = 0; bit < 128; ++bit) {
+      constexpr double worthIt = 0.03;
+      if (prospects.gain[bit] <= prospects.cost * worthIt) continue;
+      const double cost =
+          (prospects.cost - prospects.gain[bit]) * std::sqrt(1 + prospects.copies[bit] / members);
+      if (best < 0 || cost < lowest) best = bit, lowest = cost;
+    }
+    return best;
+  }
+
+  /// Cuts each cell in two. False, and nothing is changed, when that makes too many members.
+  bool split(int bit) {
+    const int word = bit / 64;
+    const uint64_t mask = uint64_t{1} << (bit % 64);
+    Halves halves;
+    halves.cells.members.reserve(made_.cells.members.size() * 3 / 2);
+    halves.cells.begins.reserve(made_.cells.begins.size() * 2);
+    halves.regions.reserve(regions_.size() * 2);
+    halves.packets.reserve(regions_.size() * 2);
+    for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
+      const size_t zeros = half(cell, word, mask, 0, halves), ones = half(cell, word, mask, mask, halves);
+      const auto size = static_cast<double>(made_.cells[cell].size());
+      // A member that is in both halves sends half of its packets to each.
+      const double both = std::max(0.0, static_cast<double>(zeros + ones) - size);
+      const double share = size > 0 ? packets_[cell] / size : 0;
+      halves.packets.push_back(share * (static_cast<double>(zeros) - both / 2));
+      halves.packets.push_back(share * (static_cast<double>(ones) - both / 2));
+    }
+    leaving_.clear();
+    if (limits_.maxCopies) leaveOut(halves.cells);
+    if (halves.cells.members.size() > limits_.maxMembers) return false;
+    for (const uint32_t member : halves.shadowing) shadowing_[images_[member].slot] = true;
+    made_.left.insert(made_.left.end(), leaving_.begin(), leaving_.end());
+    made_.cells = std::move(halves.cells);
+    made_.mask[word] |= mask;
+    regions_ = std::move(halves.regions);
+    packets_ = std::move(halves.packets);
+    return true;
+  }
+
+  struct Halves {
+    Cells cells;
+    std::vector<Region> regions;
+    std::vector<double> packets;
+    std::vector<uint32_t> shadowing;
+  };
+
+  /// Makes one half of a cell; returns how many members it has.
+  size_t half(size_t cell, int word, uint64_t mask, uint64_t value, Halves& halves) {
+    Region region = regions_[cell];
+    region.mask[word] |= mask;
+    region.value[word] |= value;
+    const auto members = made_.cells[cell];
+    auto& into = halves.cells.members;
+    const size_t before = into.size();
+    const bool ranges = word == 1 && (mask >> 32) != 0;
+    for (size_t i = 0; i < members.size(); ++i) {
+      const Image& image = images_[members[i]];
+      const uint64_t bits = word == 1 ? image.mask[2] : uint64_t{image.mask[0]} << 32 | image.mask[1];
+      const uint64_t wants = word == 1 ? image.value[2] : uint64_t{image.value[0]} << 32 | image.value[1];
+      if (bits & mask & (wants ^ value)) continue;
+      const uint64_t open = (uint64_t{image.mask[0]} << 32 | image.mask[1]) & ~region.mask[0];
+      if (ranges || open == 0) {
+        const Overlap lies = overlap(region, image);
+        if (lies == Overlap::none) continue;
+        if (lies == Overlap::all) {
+          into.push_back(members[i]);
+          if (i + 1 < members.size()) halves.shadowing.push_back(members[i]);
+          break;
+        }
+      }
+      into.push_back(members[i]);
+    }
+    halves.cells.begins.push_back(static_cast<uint32_t>(into.size()));
+    halves.regions.push_back(region);
+    return into.size() - before;
+  }
+
+  /// Takes out of all cells what is in too many of them.
+  void leaveOut(Cells& cells) {
+    std::fill(copies_.begin(), copies_.end(), 0);
+    for (const uint32_t member : cells.members) {
+      if (++copies_[member] == limits_.maxCopies + 1) leaving_.push_back(member);
+    }
+    if (leaving_.empty()) return;
+    uint32_t kept = 0, at = 0;
+    for (size_t cell = 1; cell < cells.begins.size(); ++cell) {
+      for (; at < cells.begins[cell]; ++at) {
+        if (copies_[cells.members[at]] <= limits_.maxCopies) cells.members[kept++] = cells.members[at];
+      }
+      cells.begins[cell] = kept;
+    }
+    cells.members.resize(kept);
+  }
+
+  /// Brings the cells, which are in the order in which the bits were chosen, into that of their numbers.
+  void sortCells() {
+    const int lower = __builtin_popcountll(made_.mask[1]);
+    std::vector<uint32_t> from(regions_.size());
+    for (uint32_t cell = 0; cell < regions_.size(); ++cell) {
+      const uint64_t number = gatherBits(regions_[cell].value[0], made_.mask[0]) << lower |
+                              gatherBits(regions_[cell].value[1], made_.mask[1]);
+      from[number] = cell;
+    }
+    Cells sorted;
+    sorted.members.reserve(made_.cells.members.size());
+    double squares = 0;
+    for (const uint32_t cell : from) {
+      const auto members = made_.cells[cell];
+      sorted.members.insert(sorted.members.end(), members.begin(), members.end());
+      sorted.begins.push_back(static_cast<uint32_t>(sorted.members.size()));
+      squares += static_cast<double>(members.size() * members.size());
+    }
+    if (!sorted.members.empty()) made_.meanCompany = squares / static_cast<double>(sorted.members.size());
+    made_.cells = std::move(sorted);
+    std::sort(made_.left.begin(), made_.left.end());
+  }
+
+  const Images& images_;
+  const DivisionLimits& limits_;
+  std::vector<bool>& shadowing_;
+  const Region region_;
+  Division made_;
+  std::vector<Region> regions_;  // of the cells
+  std::vector<double> packets_;  // that come to the cells, in those that come to one image
+  std::vector<uint32_t> copies_;
+  std::vector<uint32_t> leaving_;
+  BitCounts zeros_, ones_;
+};
+
+}  // namespace
+
+uint64_t gatherBits(uint64_t bits, uint64_t mask) {
+  uint64_t gathered = 0;
+  for (uint64_t place = 1; mask; mask &= mask - 1, place <<= 1) {
+    if (bits & mask & -mask) gathered |= place;
+  }
+  return gathered;
+}
+
+uint64_t scatterBits(uint64_t gathered, uint64_t mask) {
+  uint64_t bits = 0;
+  for (; mask; mask &= mask - 1, gathered >>= 1) {
+    if (gathered & 1) bits |= mask & -mask;
+  }
+  return bits;
+}
+
+Images::Images(std::span<const Image> images)
+    : images_(images), everywhere_(images.size()), ranges_(images.size()) {
+  for (size_t i = 0; i < images.size(); ++i) {
+    Overlap lies;
+    everywhere_[i] = ternaryIn({}, images[i], &lies);
+    // What a range asks for depends on the region, unless it is one number or all numbers.
+    for (const int half : {0, 1}) {
+      const Interval asked = pairOf(images[i], half);
+      if (asked.low != asked.high && (asked.low != 0 || asked.high != 0xffff)) ranges_[i] = true;
+    }
+  }
+}
+
+Region Division::regionOf(const Region& whole, size_t cell) const {
+  Region region = whole;
+  const int lower = __builtin_popcountll(mask[1]);
+  const uint64_t parts[2] = {cell >> lower, cell & ((uint64_t{1} << lower) - 1)};
+  for (const int word : {0, 1}) {
+    region.mask[word] |= mask[word];
+    region.value[word] |= scatterBits(parts[word], mask[word]);
+  }
+  return region;
+}
+
+Division divide(const Images& images, std::span<const uint32_t> members, const Region& region,
+                const DivisionLimits& limits, std::vector<bool>& shadowing) {
+  return Divider(images, members, region, limits, shadowing).run();
+}
+
+}  // namespace Classify

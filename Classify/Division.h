@@ -1,0 +1,70 @@
+#pragma once
+
+#include <Classify/Region.h>
+
+#include <span>
+#include <vector>
+
+namespace Classify {
+
+/// Members, which are numbers of images, of many cells in one array: cell `i` has those from begins[i] to
+/// begins[i + 1], in the order of trial.
+struct Cells {
+  std::vector<uint32_t> members;
+  std::vector<uint32_t> begins = {0};
+
+  size_t size() const { return begins.size() - 1; }
+  std::span<const uint32_t> operator[](size_t i) const {
+    return {members.data() + begins[i], members.data() + begins[i + 1]};
+  }
+};
+
+/// Images with what is looked at often in them.
+class Images {
+ public:
+  explicit Images(std::span<const Image> images);
+
+  const Image& operator[](uint32_t number) const { return images_[number]; }
+  size_t size() const { return images_.size(); }
+  /// The bits that an image asks for in a region that it overlaps.
+  Ternary bitsIn(const Region& region, uint32_t number) const {
+    if (!ranges_[number]) return everywhere_[number];
+    Overlap lies;
+    return ternaryIn(region, images_[number], &lies);
+  }
+
+ private:
+  std::span<const Image> images_;
+  std::vector<Ternary> everywhere_;  // the bits asked for in any region
+  std::vector<char> ranges_;         // whether there are more in some
+};
+
+/// How a division is to be made.
+struct DivisionLimits {
+  uint64_t allowed[2] = {~uint64_t{0}, ~uint64_t{0}};  ///< the bits that may be chosen
+  int maxBits = 16;
+  size_t maxMembers = 0;  ///< of all cells together
+  size_t maxCells = 0;
+  uint32_t maxCopies = 0;  ///< an image that is in more cells is left out; 0: none is
+};
+
+/// A region cut into cells by some bits of the key. The bits are chosen one at a time, each so that the sum
+/// of the squares of the cells' sizes, which is what looking into them costs, gets smallest. An image that a
+/// packet cannot meet because an earlier one of its cell takes all packets is not in the cell.
+struct Division {
+  uint64_t mask[2] = {0, 0};
+  Cells cells;                 ///< by cell number
+  std::vector<uint32_t> left;  ///< images left out of all cells, in the order of trial
+  double meanCompany = 0;      ///< the size of the cell that a member is in, on average
+
+  bool divides() const { return (mask[0] | mask[1]) != 0; }
+  /// The region of a cell.
+  Region regionOf(const Region& whole, size_t cell) const;
+};
+
+/// `members` of the images, in the order of trial. `shadowing` has a place for each slot, and is
+/// set for those whose images keep others out of a cell.
+Division divide(const Images& images, std::span<const uint32_t> members, const Region& region,
+                const DivisionLimits& limits, std::vector<bool>& shadowing);
+
+}  // namespace Classify

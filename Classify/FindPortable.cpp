@@ -1,0 +1,99 @@
+#include <Classify/Kernels.h>
+
+// Vectors of the compiler's own, which it makes of whatever the target has.
+
+namespace Classify {
+namespace {
+
+using Words = uint32_t __attribute__((vector_size(16)));
+using Numbers = uint16_t __attribute__((vector_size(16)));
+using Octets = uint8_t __attribute__((vector_size(16)));
+constexpr uint32_t lanesAtOnce = sizeof(Words) / sizeof(uint32_t);
+
+/// The bits of a word under a mask, side by side at the lower end.
+inline uint64_t gather(uint64_t bits, uint64_t mask) {
+  uint64_t gathered = 0;
+  int at = 0;
+  while (mask) {
+    const int skip = __builtin_ctzll(mask);
+    bits >>= skip;
+    mask >>= skip;
+    const int run = ~mask ? __builtin_ctzll(~mask) : 64;
+    if (run == 64) return bits;
+    gathered |= (bits & ((uint64_t{1} << run) - 1)) << at;
+    at += run;
+    bits >>= run;
+    mask >>= run;
+  }
+  return gathered;
+}
+
+/// A packet's words, each in every lane.
+class Packet {
+ public:
+  explicit Packet(const Key& key)
+      : first_(Words{} + static_cast<uint32_t>(key.bits[0] >> 32)),
+        second_(Words{} + static_cast<uint32_t>(key.bits[0])),
+        third_(Words{} + static_cast<uint32_t>(key.bits[1])),
+        pair_(Words{} + static_cast<uint32_t>(key.bits[1] >> 32)),
+        quad_(Words{} + key.quad) {}
+
+  /// A bit for each lane of a block that the packet meets.
+  template <bool wide>
+  uint32_t meets(const Plane* block) const {
+    uint32_t met = 0;
+    for (uint32_t lane = 0; lane < Plane::lanes; lane += lanesAtOnce) {
+      const Words differs = differences<wide>(block, lane);
+      for (uint32_t i = 0; i < lanesAtOnce; ++i) met |= static_cast<uint32_t>(differs[i] == 0) << (lane + i);
+    }
+    return met;
+  }
+
+ private:
+  /// Zero in the lanes that the packet meets.
+  template <bool wide>
+  Words differences(const Plane* block, uint32_t lane) const {
+    const auto words = [block, lane](uint32_t plane) {
+      Words loaded;
+      __builtin_memcpy(&loaded, block[plane].lane + lane, sizeof loaded);
+      return loaded;
+    };
+    const auto pair = (Numbers)pair_;
+    const auto outside = ((Numbers)words(pairLow) > pair) | (pair > (Numbers)words(pairHigh));
+    Words differs = ((first_ ^ words(firstValue)) & words(firstMask)) |
+                    ((second_ ^ words(secondValue)) & words(secondMask)) |
+                    ((third_ ^ words(thirdValue)) & words(thirdMask)) | (Words)outside;
+    if constexpr (wide) {
+      const auto quad = (Octets)quad_;
+      differs |= (Words)(((Octets)words(quadLow) > quad) | (quad > (Octets)words(quadHigh)));
+    }
+    return differs;
+  }
+
+  Words first_, second_, third_, pair_, quad_;
+};
+
+}  // namespace
+}  // namespace Classify
+
+#include "FindKernel.inc"
+
+namespace Classify {
+
+uint32_t findPortable(const View& view, uint64_t upper, uint64_t lower, uint32_t quad,
+                      const Questions& questions, const void* context) {
+  return findFirst(view, {{upper, lower}, quad}, questions, context);
+}
+
+uint32_t findLongPortable(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
+                          const Questions& questions, const void* context) {
+  return findFirst(view, {{projected(view.projection, addresses), lower}, quad}, questions, context);
+}
+
+void projectPortable(const Projection& projection, const uint8_t* addresses, uint32_t (&into)[2]) {
+  const uint64_t both = projected(projection, addresses);
+  into[0] = static_cast<uint32_t>(both >> 32);
+  into[1] = static_cast<uint32_t>(both);
+}
+
+}  // namespace Classify

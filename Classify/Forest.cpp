@@ -1,0 +1,272 @@
+#include <Classify/Division.h>
+#include <Classify/Forest.h>
+
+#include <bit>
+#include <map>
+#include <numeric>
+
+namespace Classify {
+
+namespace {
+
+constexpr uint32_t strayTree = maxTrees - 1;   // images that would go into too many leaves are here
+constexpr size_t fullLeaf = 3 * Plane::lanes;  // a leaf with more images is divided, if that helps
+constexpr size_t longLeaf = 5 * Plane::lanes;  // the same for a leaf that has grown
+constexpr size_t manyLeaves = 64;              // so many leaves an image is added to, and no more
+constexpr size_t unlimited = ~size_t{0};
+
+size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
+
+/// Whether a mask leaves so few addresses that a tree may ask for them.
+bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
+
+}  // namespace
+
+/// Makes nodes and leaves in a forest, within a budget.
+class Forest::Builder {
+ public:
+  /// `copies`: how often a node may have an image, on average.
+  Builder(Forest& forest, const Images& images, double copies)
+      : forest_(forest), images_(images), copies_(copies), budget_(images.size() * 8 + 1024) {}
+
+  /// The place of images: a leaf, or a node with all that is below it.
+  uint32_t place(std::span<const uint32_t> members, const Region& region, int depth) {
+    constexpr int maxDepth = 8;
+    const size_t size = members.size();
+    if (size <= fullLeaf || depth > maxDepth) return leaf(members);
+    // A tree of few images may spend as much as the list has.
+    const size_t room = depth == 0 ? images_.size() / 8 : 0;
+    DivisionLimits limits;
+    limits.maxBits = depth == 0 ? 16 : static_cast<int>(std::bit_width(size)) + 2;
+    limits.maxMembers = std::min(times(copies_, size) + room, budget_ + size);
+    limits.maxCells = size * 2 + room;
+    const Division division = divide(images_, members, region, limits, forest_.shadowing_);
+    if (!division.divides()) {
+      forest_.bounded_ = forest_.bounded_ || budget_ + size < times(copies_, size) + room;
+      return leaf(members);
+    }
+    return node(division, region, depth);
+  }
+
+  uint32_t node(const Division& division, const Region& region, int depth) {
+    const size_t members = division.cells.members.size();
+    budget_ -= std::min(budget_, members);
+    const auto number = static_cast<uint32_t>(forest_.nodes_.size());
+    const auto cells = static_cast<uint32_t>(forest_.cells_.size());
+    forest_.nodes_.push_back({{division.mask[0], division.mask[1]},
+                              cells,
+                              static_cast<uint32_t>(std::popcount(division.mask[1]))});
+    forest_.cells_.resize(cells + division.cells.size());
+    std::map<std::vector<uint32_t>, uint32_t> known;  // cells with the same images share a leaf
+    for (size_t cell = 0; cell < division.cells.size(); ++cell) {
+      const auto inside = division.cells[cell];
+      uint32_t made = Leaves::empty;
+      if (inside.size() > fullLeaf) {
+        made = place(inside, division.regionOf(region, cell), depth + 1);
+      } else if (!inside.empty()) {
+        const auto [at, isNew] = known.try_emplace({inside.begin(), inside.end()}, 0);
+        if (isNew) {
+          at->second = leaf(inside);
+        } else {
+          forest_.leaves_.share(at->second);
+        }
+        made = at->second;
+      }
+      forest_.cells_[cells + cell] = made;
+    }
+    return number;
+  }
+
+ private:
+  uint32_t leaf(std::span<const uint32_t> members) {
+    chosen_.clear();
+    for (const uint32_t member : members) chosen_.push_back(images_[member]);
+    return forest_.leaves_.make(chosen_);
+  }
+
+  Forest& forest_;
+  const Images& images_;
+  const double copies_;
+  size_t budget_;  // of members that may still be made
+  std::vector<Image> chosen_;
+};
+
+Forest::Forest() { build({}, 0, false); }
+
+void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
+  const Images prepared(images);
+  const auto clear = [&] {
+    nodes_.clear();
+    cells_.clear();
+    leaves_.clear(wide);
+    shadowing_.assign(slots, false);
+    plantedIn_.assign(slots, 0);
+    strays_ = 0;
+    bounded_ = false;
+    view_ = {};
+    view_.planesPerBlock = leaves_.planesPerBlock();
+  };
+  const auto plantAll = [&](const Plan& plan) {
+    clear();
+    Builder builder(*this, prepared, plan.copies);
+    plant(builder, prepared, plan);
+    refreshView();
+  };
+  // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
+  // copies of the others. Small lists can afford trials: the first plan that keeps within bounds is taken.
+  constexpr Plan oneTree[] = {{false, 4}, {false, 3}, {false, 2}, {true, 2}};
+  constexpr Plan severalTrees[] = {{true, 3.75}, {true, 3}, {true, 2}};
+  constexpr size_t fewImages = 2048, bytesPerImage = 240;
+  size_t specific = 0;
+  for (const Image& image : images) specific += saysMuch(image.mask[0]) && saysMuch(image.mask[1]);
+  const bool one =
+      images.size() <= fullLeaf || (images.size() <= fewImages && specific * 10 >= images.size() * 7);
+  for (const Plan& plan : one ? std::span<const Plan>(oneTree) : std::span<const Plan>(severalTrees)) {
+    plantAll(plan);
+    if (images.size() > fewImages || bytes() <= images.size() * bytesPerImage + 4096) return;
+  }
+}
+
+void Forest::plant(Builder& builder, const Images& images, const Plan& how) {
+  std::vector<uint32_t> members(images.size());
+  std::iota(members.begin(), members.end(), 0);
+  // Those that are going into the next tree, of all that are still to be planted.
+  const auto planted = [&](std::span<const uint32_t> all, std::span<const uint32_t> left) {
+    size_t at = 0;
+    for (const uint32_t member : all) {
+      while (at < left.size() && left[at] < member) ++at;
+      if (at == left.size() || left[at] != member) {
+        plantedIn_[images[member].slot] |= static_cast<uint8_t>(1u << view_.trees);
+      }
+    }
+  };
+  while (how.several && view_.trees + 1 < strayTree && members.size() > fullLeaf) {
+    // Of images that say much about one address and little about the other, a tree that asks about the one
+    // keeps few copies; the others go on to the next tree.
+    constexpr uint64_t all = ~uint64_t{0}, first = all << 32, second = all >> 32;
+    struct Choice {
+      uint64_t allowed;
+      bool needsFirst, needsSecond;
+    };
+    constexpr Choice choices[] = {{all, false, false}, {second, false, true}, {first, true, false}};
+    Division best;
+    double bestCost = 0;
+    for (const Choice& choice : choices) {
+      std::vector<uint32_t> inside, outside;
+      for (const uint32_t member : members) {
+        const Image& image = images[member];
+        const bool fits = (!choice.needsFirst || saysMuch(image.mask[0])) &&
+                          (!choice.needsSecond || saysMuch(image.mask[1]));
+        (fits ? inside : outside).push_back(member);
+      }
+      if (inside.empty()) continue;
+      DivisionLimits limits;
+      limits.allowed[0] = choice.allowed;
+      limits.maxMembers = times(how.copies, inside.size());
+      limits.maxCells = members.size() * 4;
+      limits.maxCopies = 32;
+      Division division = divide(images, inside, {}, limits, shadowing_);
+      division.left.insert(division.left.end(), outside.begin(), outside.end());
+      const double cost =
+          static_cast<double>(division.left.size()) / static_cast<double>(members.size()) * 20 +
+          division.meanCompany / 8;
+      if (division.divides() && (!best.divides() || cost < bestCost)) {
+        best = std::move(division);
+        bestCost = cost;
+      }
+    }
+    if (!best.divides()) break;
+    std::sort(best.left.begin(), best.left.end());
+    planted(members, best.left);
+    members = best.left;
+    view_.roots[view_.trees++] = builder.node(best, {}, 0);
+  }
+  planted(members, {});
+  if (!members.empty() || view_.trees == 0) view_.roots[view_.trees++] = builder.place(members, {}, 0);
+}
+
+void Forest::refreshView() {
+  view_.nodes = nodes_.data();
+  view_.cells = cells_.data();
+  view_.planes = leaves_.planes();
+}
+
+size_t Forest::bytes() const {
+  return nodes_.size() * sizeof(Node) + cells_.size() * sizeof(uint32_t) + leaves_.bytes() +
+         shadowing_.size() / 8 + plantedIn_.size();
+}
+
+template <class Visit>
+size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
+                           const Visit& visit) {
+  Overlap lies;
+  const Ternary bits = ternaryIn(region, image, &lies);
+  if (lies == Overlap::none) return 1;
+  if (*place & leafBit) {
+    visit(*place, region);
+    return 1;
+  }
+  const Node node = nodes_[*place];
+  Division cut;
+  cut.mask[0] = node.mask[0];
+  cut.mask[1] = node.mask[1];
+  const auto cellOf = [&node](uint64_t upper, uint64_t lower) {
+    return gatherBits(upper, node.mask[0]) << node.shift | gatherBits(lower, node.mask[1]);
+  };
+  const uint64_t fixed = cellOf(bits.value[0], bits.value[1]);
+  const uint64_t open = cellOf(~bits.mask[0], ~bits.mask[1]);
+  size_t visited = 0;
+  for (uint64_t some = open;; some = (some - 1) & open) {
+    const uint64_t cell = fixed | some;
+    uint32_t inside = cells_[node.cells + cell];  // a copy, for a visit may make cells
+    visited +=
+        visitLeaves(&inside, cut.regionOf(region, cell), image, limit - std::min(limit, visited), visit);
+    cells_[node.cells + cell] = inside;
+    if (visited > limit || some == 0) return visited;
+  }
+}
+
+void Forest::insert(const Image& image, const Order& order) {
+  if (image.slot >= shadowing_.size()) {
+    shadowing_.resize(image.slot + 1);
+    plantedIn_.resize(image.slot + 1);
+  }
+  uint32_t best = strayTree;
+  size_t fewest = manyLeaves;
+  for (uint32_t tree = 0; tree < std::min(view_.trees, strayTree); ++tree) {
+    const size_t leaves = visitLeaves(&view_.roots[tree], {}, image, fewest, [](uint32_t&, const Region&) {});
+    if (leaves < fewest || (leaves == fewest && best == strayTree)) best = tree, fewest = leaves;
+  }
+  if (best == strayTree) {
+    ++strays_;
+    while (view_.trees <= strayTree) view_.roots[view_.trees++] = Leaves::empty;
+  }
+  plantedIn_[image.slot] |= static_cast<uint8_t>(1u << best);
+  visitLeaves(&view_.roots[best], {}, image, unlimited,
+              [&](uint32_t& place, const Region& region) { insertInLeaf(place, region, image, order); });
+  refreshView();
+}
+
+void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order) {
+  place = leaves_.insert(place, image, order);
+  if (view_.trees > strayTree && &place == &view_.roots[strayTree]) return;
+  const std::vector<Image> images = leaves_.images(place);
+  if (images.size() <= longLeaf || images.size() % Plane::lanes != 1) return;
+  std::vector<uint32_t> members(images.size());
+  std::iota(members.begin(), members.end(), 0);
+  const uint32_t old = place;
+  place = Builder(*this, Images(images), 4).place(members, region, 4);
+  leaves_.drop(old);
+}
+
+void Forest::erase(const Image& image) {
+  const uint32_t trees = plantedIn_[image.slot];
+  for (uint32_t tree = 0; tree < view_.trees; ++tree) {
+    if (!(trees >> tree & 1)) continue;
+    visitLeaves(&view_.roots[tree], {}, image, unlimited,
+                [&](uint32_t& place, const Region&) { place = leaves_.erase(place, image.slot); });
+  }
+  refreshView();
+}
+
+}  // namespace Classify

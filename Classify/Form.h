@@ -1,0 +1,109 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The compiled form of a list as it lies in memory, and what a packet is to it. Plain data, so that the
+/// kernels, which are compiled for several processors, share nothing else with the rest.
+namespace Classify {
+
+/// A packet as rules are compared with it. What the words mean is their business who make keys and images:
+/// `first`, `second` and `third` are compared bit by bit under a mask, the two numbers of `pair` (16 bits
+/// each) and the four of `quad` (8 bits each) with ranges.
+struct Key {
+  uint64_t bits[2] = {0, 0};  ///< first in the upper half and second; pair in the upper half and third
+  uint32_t quad = 0;
+
+  static Key of(uint32_t first, uint32_t second, uint32_t third, uint32_t pair, uint32_t quad) {
+    return {{uint64_t{first} << 32 | second, uint64_t{pair} << 32 | third}, quad};
+  }
+};
+
+/// What a rule asks, in the same words. Bits of a value outside its mask are zero.
+struct Image {
+  uint32_t value[3] = {0, 0, 0};
+  uint32_t mask[3] = {0, 0, 0};
+  uint32_t pairLow = 0, pairHigh = 0xffffffff;
+  uint32_t quadLow = 0, quadHigh = 0xffffffff;
+  uint32_t slot = 0;
+  bool exact = true;  ///< false: the rule asks more, and whoever meets the image is asked again
+
+  bool operator==(const Image&) const = default;
+};
+
+/// Eight rules side by side in one vector, a plane: eight times 32 bits.
+struct alignas(32) Plane {
+  static constexpr uint32_t lanes = 8;
+  uint32_t lane[lanes];
+};
+
+/// The planes of a block, which is what is compared at once: eight rules in the order of trial.
+enum PlaneOf : uint32_t {
+  firstValue,
+  firstMask,
+  secondValue,
+  secondMask,
+  thirdValue,
+  thirdMask,
+  pairLow,
+  pairHigh,
+  slotPlane,
+  narrowBlock,  ///< the number of planes when no rule of the list looks at `quad`
+  quadLow = narrowBlock,
+  quadHigh,
+  wideBlock,
+};
+
+/// In a lane of the slot plane: the rule's slot, and in the upper bits what kind of lane it is.
+constexpr uint32_t inexactLane = 1u << 31;
+/// Only in the first lane: the leaf goes on in the next block.
+constexpr uint32_t moreBlocks = 1u << 30;
+constexpr uint32_t slotMask = moreBlocks - 1;
+constexpr uint32_t noSlot = slotMask;
+
+/// An inner node: some bits of the key, gathered, are the number of the cell where to go on.
+struct Node {
+  uint64_t mask[2];  ///< the bits of Key::bits
+  uint32_t cells;    ///< where its cells begin
+  uint32_t shift;    ///< the number of bits of mask[1], which are the lower ones of the cell's number
+};
+
+/// A place to go on: a node's number, or this bit and the number of the first plane of a leaf.
+constexpr uint32_t leafBit = 1u << 31;
+
+/// How two addresses of 128 bits are made the first and the second word of a key: of each, up to 31 bits that
+/// tell rules apart are gathered, and one more bit says that all others that most rules ask for are as they
+/// ask.
+struct Projection {
+  struct Side {
+    uint64_t mask[2] = {0, 0};  ///< the bits that are gathered; upper half first
+    uint32_t shift = 0;         ///< the number of bits of mask[1]
+    uint64_t restMask[2] = {0, 0};
+    uint64_t restValue[2] = {0, 0};
+  };
+  Side sides[2];
+};
+
+constexpr uint32_t maxTrees = 4;
+
+/// Everything that a look-up reads. Owned by the forest, valid until its next change.
+struct View {
+  const Node* nodes = nullptr;
+  const uint32_t* cells = nullptr;
+  const Plane* planes = nullptr;
+  uint32_t planesPerBlock = narrowBlock;
+  uint32_t trees = 0;
+  uint32_t roots[maxTrees] = {};
+  const uint32_t* sequences = nullptr;  ///< by slot
+  Projection projection;                ///< of long addresses
+};
+
+/// What a look-up asks back; `context` is what was given to it.
+struct Questions {
+  /// Whether the packet meets the rule of an inexact lane.
+  bool (*meets)(const void* context, uint32_t slot);
+  /// Which of two rules with one sequence number is tried first.
+  bool (*precedes)(const void* context, uint32_t slot, uint32_t other);
+};
+
+}  // namespace Classify

@@ -1,0 +1,168 @@
+#include <Classify/Leaves.h>
+
+namespace Classify {
+
+namespace {
+
+/// The image of an unused lane: no number is both at least one and at most zero.
+Image nothing() {
+  Image image;
+  image.pairLow = 0x00010001;
+  image.pairHigh = 0;
+  image.slot = noSlot;
+  return image;
+}
+
+}  // namespace
+
+void Leaves::clear(bool wide) {
+  planesPerBlock_ = wide ? wideBlock : narrowBlock;
+  planes_.clear();
+  sharers_.clear();
+  free_.clear();
+  makeBlocks(1);
+}
+
+uint32_t Leaves::make(std::span<const Image> images) {
+  if (images.empty()) return empty;
+  const uint32_t leaf = makeBlocks((static_cast<uint32_t>(images.size()) + Plane::lanes - 1) / Plane::lanes);
+  for (uint32_t i = 0; i < images.size(); ++i) write(lane(leaf, i), images[i]);
+  return leaf;
+}
+
+void Leaves::share(uint32_t leaf) {
+  if (leaf != empty) ++sharers(leaf);
+}
+
+void Leaves::drop(uint32_t leaf) {
+  if (leaf == empty) return;
+  if (sharers(leaf) > 0) {
+    --sharers(leaf);
+    return;
+  }
+  const uint32_t count = blocksOf(leaf);
+  if (free_.size() <= count) free_.resize(count + 1);
+  free_[count].push_back(leaf);
+}
+
+std::vector<Image> Leaves::images(uint32_t leaf) const {
+  std::vector<Image> images(sizeOf(leaf));
+  const Plane* block = planes_.data() + (leaf & ~leafBit);
+  for (uint32_t i = 0; i < images.size(); ++i) {
+    images[i] = read(block + i / Plane::lanes * planesPerBlock_, i % Plane::lanes);
+  }
+  return images;
+}
+
+uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
+  const uint32_t size = sizeOf(leaf);
+  uint32_t at = 0;
+  const auto slotAt = [&](uint32_t i) {
+    const Lane place = lane(leaf, i);
+    return place.block[slotPlane].lane[place.number] & slotMask;
+  };
+  while (at < size && !order(image.slot, slotAt(at))) ++at;
+  if (size % Plane::lanes != 0 && sharers(leaf) == 0) {
+    for (uint32_t i = size; i > at; --i) copy(lane(leaf, i), lane(leaf, i - 1));
+    write(lane(leaf, at), image);
+    return leaf;
+  }
+  std::vector<Image> grown = images(leaf);
+  grown.insert(grown.begin() + at, image);
+  drop(leaf);
+  return make(grown);
+}
+
+uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
+  std::vector<Image> kept = images(leaf);
+  if (std::erase_if(kept, [slot](const Image& image) { return image.slot == slot; }) == 0) return leaf;
+  drop(leaf);
+  return make(kept);
+}
+
+size_t Leaves::bytes() const {
+  size_t bytes = planes_.size() * sizeof(Plane) + sharers_.size() * sizeof(uint32_t);
+  for (const auto& leaves : free_) bytes += leaves.capacity() * sizeof(uint32_t);
+  return bytes;
+}
+
+Leaves::Lane Leaves::lane(uint32_t leaf, uint32_t at) {
+  return {planes_.data() + (leaf & ~leafBit) + at / Plane::lanes * planesPerBlock_, at % Plane::lanes};
+}
+
+uint32_t Leaves::blocksOf(uint32_t leaf) const {
+  const Plane* block = planes_.data() + (leaf & ~leafBit);
+  uint32_t count = 1;
+  for (; block[slotPlane].lane[0] & moreBlocks; block += planesPerBlock_) ++count;
+  return count;
+}
+
+uint32_t Leaves::sizeOf(uint32_t leaf) const {
+  const uint32_t blocks = blocksOf(leaf);
+  const Plane* last = planes_.data() + (leaf & ~leafBit) + (blocks - 1) * planesPerBlock_;
+  uint32_t lanes = 0;
+  while (lanes < Plane::lanes && (last[slotPlane].lane[lanes] & slotMask) != noSlot) ++lanes;
+  return (blocks - 1) * Plane::lanes + lanes;
+}
+
+uint32_t Leaves::makeBlocks(uint32_t count) {
+  uint32_t leaf;
+  if (count < free_.size() && !free_[count].empty()) {
+    leaf = free_[count].back();
+    free_[count].pop_back();
+  } else {
+    leaf = leafBit | static_cast<uint32_t>(planes_.size());
+    planes_.resize(planes_.size() + size_t{count} * planesPerBlock_);
+    sharers_.resize(sharers_.size() + count);
+  }
+  for (uint32_t i = 0; i < count * Plane::lanes; ++i) {
+    const Lane unused = lane(leaf, i);
+    if (unused.number == 0) {
+      unused.block[slotPlane].lane[0] = i + Plane::lanes < count * Plane::lanes ? moreBlocks : 0;
+    }
+    write(unused, nothing());
+  }
+  return leaf;
+}
+
+void Leaves::write(Lane to, const Image& image) {
+  for (const uint32_t word : {0u, 1u, 2u}) {
+    to.block[firstValue + 2 * word].lane[to.number] = image.value[word];
+    to.block[firstMask + 2 * word].lane[to.number] = image.mask[word];
+  }
+  to.block[pairLow].lane[to.number] = image.pairLow;
+  to.block[pairHigh].lane[to.number] = image.pairHigh;
+  uint32_t& slot = to.block[slotPlane].lane[to.number];
+  slot = (to.number == 0 ? slot & moreBlocks : 0) | image.slot | (image.exact ? 0 : inexactLane);
+  if (planesPerBlock_ != wideBlock) return;
+  to.block[quadLow].lane[to.number] = image.quadLow;
+  to.block[quadHigh].lane[to.number] = image.quadHigh;
+}
+
+void Leaves::copy(Lane to, Lane from) {
+  const uint32_t more = to.number == 0 ? to.block[slotPlane].lane[0] & moreBlocks : 0;
+  for (uint32_t plane = 0; plane < planesPerBlock_; ++plane) {
+    to.block[plane].lane[to.number] = from.block[plane].lane[from.number];
+  }
+  uint32_t& slot = to.block[slotPlane].lane[to.number];
+  slot = (slot & ~moreBlocks) | more;
+}
+
+Image Leaves::read(const Plane* block, uint32_t number) const {
+  Image image;
+  for (const uint32_t word : {0u, 1u, 2u}) {
+    image.value[word] = block[firstValue + 2 * word].lane[number];
+    image.mask[word] = block[firstMask + 2 * word].lane[number];
+  }
+  image.pairLow = block[pairLow].lane[number];
+  image.pairHigh = block[pairHigh].lane[number];
+  image.slot = block[slotPlane].lane[number] & slotMask;
+  image.exact = !(block[slotPlane].lane[number] & inexactLane);
+  if (planesPerBlock_ == wideBlock) {
+    image.quadLow = block[quadLow].lane[number];
+    image.quadHigh = block[quadHigh].lane[number];
+  }
+  return image;
+}
+
+}  // namespace Classify

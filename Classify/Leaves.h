@@ -1,0 +1,64 @@
+#pragma once
+
+#include <Classify/Form.h>
+
+#include <span>
+#include <vector>
+
+namespace Classify {
+
+/// Which of two slots is tried first.
+struct Order {
+  const void* context;
+  bool (*precedes)(const void* context, uint32_t slot, uint32_t other);
+  bool operator()(uint32_t slot, uint32_t other) const { return precedes(context, slot, other); }
+};
+
+/// The leaves of a forest: images in the order of trial, eight to a block, and a leaf's blocks one behind the
+/// other. Several cells may lead to one leaf; whoever changes it for one of them makes it another for that
+/// one. A leaf is named by its place in the sense of Form.h.
+class Leaves {
+ public:
+  /// Takes everything out. `wide`: whether blocks hold the quad.
+  void clear(bool wide);
+
+  /// The leaf without images, the same for all.
+  static constexpr uint32_t empty = leafBit;
+
+  uint32_t make(std::span<const Image> images);
+  /// One more cell leads to a leaf, or one less.
+  void share(uint32_t leaf);
+  void drop(uint32_t leaf);
+
+  std::vector<Image> images(uint32_t leaf) const;
+  /// The leaf with an image more, at its place in the order; the one that was given is dropped.
+  uint32_t insert(uint32_t leaf, const Image& image, const Order& order);
+  /// The leaf without the images of a slot; the one that was given is dropped.
+  uint32_t erase(uint32_t leaf, uint32_t slot);
+
+  const Plane* planes() const { return planes_.data(); }
+  uint32_t planesPerBlock() const { return planesPerBlock_; }
+  size_t bytes() const;
+
+ private:
+  /// A lane of a leaf: of a block and, in it, its number.
+  struct Lane {
+    Plane* block;
+    uint32_t number;
+  };
+  Lane lane(uint32_t leaf, uint32_t at);
+  uint32_t& sharers(uint32_t leaf) { return sharers_[(leaf & ~leafBit) / planesPerBlock_]; }
+  uint32_t blocksOf(uint32_t leaf) const;
+  uint32_t sizeOf(uint32_t leaf) const;
+  uint32_t makeBlocks(uint32_t count);
+  void write(Lane to, const Image& image);
+  void copy(Lane to, Lane from);
+  Image read(const Plane* block, uint32_t number) const;
+
+  uint32_t planesPerBlock_ = narrowBlock;
+  std::vector<Plane> planes_;
+  std::vector<uint32_t> sharers_;            // by first block: cells that lead there beside one
+  std::vector<std::vector<uint32_t>> free_;  // by number of blocks
+};
+
+}  // namespace Classify

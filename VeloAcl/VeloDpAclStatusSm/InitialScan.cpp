@@ -1,0 +1,106 @@
+#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
+#include <VeloAcl/VeloDpAclStatusSm/Walkers.h>
+
+#include <vector>
+
+/// The end of the first pass and the second, and what a finished scan or poll sets off.
+namespace Velo::VeloAcl {
+
+namespace {
+
+using S = InputSmScanState;
+using M = VeloDpAclStatusSm;
+
+}  // namespace
+
+void VeloDpAclStatusSm::handleInitialScanDone() {
+  if (stopped_ || initialScanDone_) return;
+  const struct {
+    bool done;
+    const char* text;
+  } scans[] = {
+      {scanState_->aclIntfConfigStreamScan(), " aclIntfConfigStream scan is false"},
+      {scanState_->aclConfigStreamScan(), " aclConfigStream scan is false"},
+      {scanState_->ip6RuleCfgStreamScan(), " ip6RuleCfgStream scan is false"},
+      {scanState_->ipRuleCfgStreamScan(), " ipRuleCfgStream scan is false"},
+      {scanState_->macRuleCfgStreamScan(), " macRuleCfgStream scan is false"},
+      {scanState_->rix_pipeline0Scan(), " rix_pipeline0 scan is false"},
+  };
+  for (const auto& scan : scans) {
+    if (scan.done) continue;
+    traceStatus(9, "{}", scan.text);
+    return;
+  }
+  if (!ruleIdsByAclSm7_ || !aclConfigSm3_ || !aclIntfConfigSm0_) {
+    traceStatus(9, "Initial scan yielding for child SM VeloDpAclStatusSm.");
+    return;
+  }
+  traceStatus(9, "Initial scan done for child SMs. Now scanning with events triggered.");
+  initialScanDone_ = true;
+  scanState_->aclIntfConfigStreamScanIs(false);
+  scanState_->aclConfigStreamScanIs(false);
+  scanState_->ip6RuleCfgStreamScanIs(false);
+  scanState_->ipRuleCfgStreamScanIs(false);
+  scanState_->macRuleCfgStreamScanIs(false);
+  scanState_->rix_pipeline0ScanIs(false);
+  if (!stopped_ && ruleIdsByAclSm7_->active()) ruleIdsByAclSm7_->doInputScan();
+  if (!stopped_ && aclConfigSm3_->active()) aclConfigSm3_->doInputScan();
+  if (!stopped_ && aclIntfConfigSm0_->active()) aclIntfConfigSm0_->doInputScan();
+  if (stopped_) return;
+
+  for (CounterPoll* poll :
+       {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
+    ((*scanState_).*(poll->spec.generationIs))(((*scanState_).*(poll->spec.doneGen))() + 1);
+  }
+  if (synchronous_) {
+    for (auto copy :
+         {&M::copyIpOutCounters, &M::copyIp6OutCounters, &M::copyInCounters, &M::copyMacOutCounters}) {
+      if (initialized_) (this->*copy)();
+    }
+  }
+
+  scanState_->handleIdle();
+  handleRuleIdsByAclRuleIdsOutputInputReady();
+  handleAclAclStatusPtrImplicitRuleStatusOutputInputReady();
+  handleAclAclStatusPtrImplicitRuleIdOutputInputReady();
+  if (initialized_) handleAclAclStatusPtrCounterUpdateTimeOutputInputReady();
+  handleAclStatusStatusAclOutputInputReady();
+  handleAclAclStatusPtrRuleStatusOutputInputReady();
+  handleAclStatusStatusIntfIntfOutputInputReady();
+  for (auto ready : {&M::handleCopyIpOutCountersCodefInputReady, &M::handleCopyIp6OutCountersCodefInputReady,
+                     &M::handleCopyInCountersCodefInputReady, &M::handleCopyMacOutCountersCodefInputReady}) {
+    if (initialized_) (this->*ready)();
+  }
+}
+
+void VeloDpAclStatusSm::handleScanStateChange(const Zeb::Attribute& attribute) {
+  using Handler = void (VeloDpAclStatusSm::*)();
+  const auto changed = [&](const Zeb::Attribute& a) { return &attribute == &a; };
+  std::vector<Handler> handlers;
+  if (changed(S::aclIntfConfigStreamScanAttribute())) {
+    handlers = {&M::handleAclStatusStatusIntfIntfOutputInputReady};
+  } else if (changed(S::aclConfigStreamScanAttribute())) {
+    handlers = {&M::handleRuleIdsByAclRuleIdsOutputInputReady,
+                &M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady,
+                &M::handleAclAclStatusPtrImplicitRuleIdOutputInputReady,
+                &M::handleAclStatusStatusAclOutputInputReady};
+  } else if (changed(S::ip6RuleCfgStreamScanAttribute()) || changed(S::ipRuleCfgStreamScanAttribute()) ||
+             changed(S::macRuleCfgStreamScanAttribute())) {
+    handlers = {&M::handleRuleIdsByAclRuleIdsOutputInputReady};
+  } else if (changed(S::rix_pipeline0ScanAttribute())) {
+    handlers = {&M::handleAclAclStatusPtrRuleStatusOutputInputReady};
+  } else if (changed(S::copyIpOutCountersCodefDoneGenAttribute()) ||
+             changed(S::copyIp6OutCountersCodefDoneGenAttribute()) ||
+             changed(S::copyInCountersCodefDoneGenAttribute()) ||
+             changed(S::copyMacOutCountersCodefDoneGenAttribute())) {
+    handlers = {&M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady,
+                &M::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady,
+                &M::handleAclAclStatusPtrRuleStatusOutputInputReady};
+  }
+  for (const Handler handler : handlers) {
+    if (stopped_) return;
+    (this->*handler)();
+  }
+}
+
+}  // namespace Velo::VeloAcl

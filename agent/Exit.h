@@ -1,0 +1,12 @@
+#pragma once
+
+namespace Agent {
+
+/// The exit status of the program.
+enum Exit {
+  exitDone = 0,
+  exitUnread = 1,  ///< a file or device could not be read, or written, to its end
+  exitUsage = 2,   ///< bad usage or configuration
+};
+
+}  // namespace Agent

@@ -1,0 +1,68 @@
+#include <Kelp/Assert.h>
+#include <agent/control/Background.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <thread>
+
+namespace Agent {
+
+struct Background::State {
+  int done = -1;  // readable when the work is done
+  std::thread thread;
+  std::function<void()> then;
+};
+
+namespace {
+
+constexpr int lowPriority = 10;
+
+/// A thread without signals: they are the loop's.
+std::thread quietThread(std::function<void()> body) {
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::thread thread([body = std::move(body)] {
+    // Of the calling thread only. Where it is not allowed the work competes with the loop as an equal.
+    (void)setpriority(PRIO_PROCESS, 0, lowPriority);
+    body();
+  });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return thread;
+}
+
+}  // namespace
+
+Background::Background(EventLoop& loop) : loop_(loop), state_(std::make_unique<State>()) {
+  state_->done = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  KELP_ASSERT(state_->done >= 0, "an event descriptor cannot be made");
+  loop_.fdIs(state_->done, EPOLLIN, [this](uint32_t) {
+    eventfd_t count;
+    (void)eventfd_read(state_->done, &count);
+    state_->thread.join();
+    const auto then = std::exchange(state_->then, nullptr);
+    then();
+  });
+}
+
+Background::~Background() {
+  loop_.fdDel(state_->done);
+  if (state_->thread.joinable()) state_->thread.join();
+  close(state_->done);
+}
+
+bool Background::busy() const { return state_->then != nullptr; }
+
+void Background::run(std::function<void()> work, std::function<void()> then) {
+  KELP_ASSERT(!busy(), "one piece of work at a time");
+  state_->then = std::move(then);
+  state_->thread = quietThread([work = std::move(work), done = state_->done] {
+    work();
+    (void)eventfd_write(done, 1);
+  });
+}
+
+}  // namespace Agent

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <agent/live/EventLoop.h>
+
+#include <functional>
+#include <memory>
+
+namespace Agent {
+
+/// Does one piece of long work at a time on a thread of its own, at low priority, while the loop goes on.
+///
+/// The work may use plain values only: nothing that it touches may be in use on the loop's thread meanwhile,
+/// shared texts and counted objects included, because their counts are not atomic. Texts that it makes itself
+/// are its own until `then` runs.
+class Background {
+ public:
+  explicit Background(EventLoop& loop);
+  /// Waits for the work that is under way; its `then` is not called.
+  ~Background();
+  Background(const Background&) = delete;
+  Background& operator=(const Background&) = delete;
+
+  /// True from run() until its `then` is called.
+  bool busy() const;
+  /// Runs `work` on the thread and then `then` on the loop's thread. Not while busy.
+  void run(std::function<void()> work, std::function<void()> then);
+
+ private:
+  struct State;
+  EventLoop& loop_;
+  const std::unique_ptr<State> state_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <agent/ConfigFiles.h>
+#include <agent/Forwarder.h>
+#include <agent/control/Background.h>
+#include <agent/control/DirectoryWatch.h>
+#include <agent/control/Discard.h>
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+/// The configuration that is in force, and its changes while the agent runs.
+///
+/// A change is prepared on a thread of its own (texts are read and compared with what is in force) while the
+/// old configuration holds and packets flow; then it is committed, as a difference, in one turn of the loop.
+/// There is one change at a time. A text with a mistake changes nothing: of a file of the directory the last
+/// good content stays in force, and report() tells.
+///
+/// Owner: the control plane. The core, the forwarder and the loop outlive it.
+class Configuration {
+ public:
+  /// What became of new texts for the command line's input.
+  struct Outcome {
+    std::vector<std::string> mistakes;  ///< FILE:LINE:COLUMN, or why the whole cannot be; the first hundred
+    std::string difference;             ///< the document of Difference.h, one line; empty with mistakes
+    bool applied = false;
+    double prepareSeconds = 0;
+    double commitSeconds = 0;  ///< how long packets waited
+  };
+  using Done = std::function<void(Outcome outcome)>;
+
+  /// Begins with what the core was given, `dir` empty: no directory. `applied` is called behind every commit,
+  /// and may be empty.
+  Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, std::string dir,
+                std::function<void()> applied);
+  ~Configuration();
+
+  /// Replaces the command line's input by these texts; with `dryRun` only says what would change. False when
+  /// another change is under way. `done` is called from the loop, later, unless this object goes first.
+  bool apply(std::vector<Config::Source> texts, bool dryRun, Done done);
+  bool busy() const { return background_.busy() || !changes_.empty(); }
+
+  /// The sources with their sizes and times, and the files that are bad: for the status.
+  nlohmann::ordered_json report() const;
+  /// The remarks that a source has behind the last rule of a list.
+  std::vector<std::string> trailingRemarks(const std::string& source,
+                                           const Config::Model::ListKey& list) const;
+
+ private:
+  struct Texts;
+  struct Scan;
+  /// New content for a file of the directory; nothing: it has gone.
+  using Change = std::pair<std::string, std::optional<Config::Model>>;
+
+  void handlePrepared(Texts& texts);
+  void handleFiles(const std::set<std::string>& names, bool all);
+  void scan();
+  void handleScanned(Scan& scan);
+  void commitNext();
+  /// Puts a model in the place of another and carries it out; on failure everything is as it was.
+  std::optional<std::string> commit(std::optional<Config::Model>& model, const std::string& input);
+
+  Core& core_;
+  Forwarder& forwarder_;
+  const std::string dir_;
+  const std::function<void()> applied_;
+
+  Config::Model commandLine_;
+  std::map<std::string, Config::Model> inputs_;
+  std::map<std::string, double> appliedAt_;              // by source; the command line's is "cli"
+  std::map<std::string, std::vector<std::string>> bad_;  // by file, or the directory itself
+
+  std::set<std::string> conflicts_;  // files that are right, but not together with the others
+
+  // What is still to be done for the directory: files to read, and contents to commit, one a turn.
+  std::set<std::string> touched_;
+  bool touchedAll_ = false;
+  std::vector<Change> changes_;
+  const Kelp::Ptr<Kiv::TimerTask> task_;
+
+  Discard discard_;
+  Background background_;
+  std::unique_ptr<DirectoryWatch> watch_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,80 @@
+#include <agent/control/ControlClient.h>
+#include <agent/control/ServerSocket.h>
+#include <agent/show/Documents.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+ControlClient::~ControlClient() {
+  if (fd_ >= 0) close(fd_);
+}
+
+std::optional<std::string> ControlClient::connect(const std::string& path) {
+  path_ = path;
+  std::string wrong;
+  fd_ = connectTo(path, true, &wrong);
+  if (fd_ >= 0) return std::nullopt;
+  if (errno == ECONNREFUSED || errno == ENOENT) wrong += " (is the agent running?)";
+  return wrong;
+}
+
+bool ControlClient::send(const std::string& line) {
+  for (size_t at = 0; at < line.size();) {
+    const ssize_t sent = ::send(fd_, line.data() + at, line.size() - at, MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent <= 0) return false;
+    at += static_cast<size_t>(sent);
+  }
+  return true;
+}
+
+std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) {
+  // What cannot be sent may have been answered all the same: the agent says why before it hangs up.
+  const bool sent = send(lineOf(request) + "\n");
+  size_t searched = 0;
+  for (;;) {
+    const size_t end = buffer_.find('\n', searched);
+    if (end != std::string::npos) {
+      Json answer =
+          Json::parse(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
+      buffer_.erase(0, end + 1);
+      if (answer.is_object() && answer.contains("ok")) return answer;
+      *wrong = path_ + ": what listens there is no agent";
+      return std::nullopt;
+    }
+    searched = buffer_.size();
+    char piece[64 * 1024];
+    const ssize_t got = recv(fd_, piece, sizeof piece, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      *wrong = got < 0 || !sent ? fmt::format("{}: {}", path_, std::strerror(errno))
+                                : path_ + ": the agent closed the connection";
+      return std::nullopt;
+    }
+    buffer_.append(piece, static_cast<size_t>(got));
+  }
+}
+
+std::vector<Json> textRequests(const std::string& name, const std::string& text) {
+  // An octet becomes six at most ("\u001f"), and a line holds 65,536.
+  constexpr size_t most = 8 * 1024;
+  std::vector<Json> requests;
+  size_t at = 0;
+  do {
+    size_t end = std::min(text.size(), at + most);
+    // Not within a character (RFC 3629, 3).
+    while (end < text.size() && end > at + 1 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;
+    requests.push_back({{"do", "text"}, {"name", name}, {"text", text.substr(at, end - at)}});
+    at = end;
+  } while (at < text.size());
+  return requests;
+}
+
+}  // namespace Agent

@@ -1,0 +1,29 @@
+#include <Zeb/System.h>
+#include <agent/control/ControlPlane.h>
+
+namespace Agent {
+
+ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files,
+                           ControlOptions options)
+    : socket_(options.socket),
+      configuration_(core, forwarder, loop, std::move(files), options.configDir, options.applied),
+      operations_(world(core, forwarder, options), zero_, configuration_),
+      server_(loop, operations_, options.limits) {}
+
+World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions& options) {
+  return {core,
+          forwarder,
+          zero_,
+          Zeb::System::currentTime().seconds(),
+          [this] { return configuration_.report(); },
+          [this](const std::string& source, const ListReader::Key& list) {
+            return configuration_.trailingRemarks(source, {list.first, list.second.str()});
+          },
+          options.portStates};
+}
+
+std::optional<std::string> ControlPlane::listen() {
+  return socket_.empty() ? std::nullopt : server_.listen(socket_);
+}
+
+}  // namespace Agent

@@ -1,0 +1,217 @@
+#include <agent/control/ControlServer.h>
+#include <agent/control/Peer.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Agent {
+
+namespace {
+
+constexpr size_t readAtOnce = 16 * 1024;
+constexpr Kelp::Duration sweepEvery{1.0};
+
+}  // namespace
+
+/// One connection. Its turn goes round: a line is read, carried out and answered, and only then the next.
+struct ControlServer::Client {
+  Client(Operations& operations, int socket, uint64_t number, bool changes, Kelp::Duration now)
+      : fd(socket), id(number), mayChange(changes), session(operations), quietSince(now) {}
+  ~Client() { close(fd); }
+
+  const int fd;
+  const uint64_t id;  ///< never given out twice, descriptors are
+  const bool mayChange;
+  Session session;
+
+  std::string in;                      ///< what was read and not yet carried out
+  std::string out;                     ///< what was not yet written
+  std::unique_ptr<Document> document;  ///< of the answer, as far as it is not in `out`
+  bool known = false;                  ///< has sent a request that was one
+  bool waiting = false;                ///< for an answer that comes later
+  bool closing = false;                ///< once everything is written
+  Lane* lane = nullptr;                ///< where it is watched
+  Kelp::Duration quietSince;  ///< the last request, the beginning of a line, or progress of an answer
+
+  bool hasLine() const { return in.find('\n') != std::string::npos; }
+  bool answering() const { return document || !out.empty(); }
+};
+
+ControlServer::ControlServer(EventLoop& loop, Operations& operations, ControlLimits limits)
+    : loop_(loop),
+      operations_(operations),
+      limits_(limits),
+      strangers_(loop, "ControlStrangers", limits.strangerShare, limits.strangerBurst,
+                 [this](int fd, uint32_t events) { handle(fd, events); }),
+      known_(loop, "ControlClients", limits.clientShare, limits.clientBurst,
+             [this](int fd, uint32_t events) { handle(fd, events); }),
+      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "ControlSweep")) {
+  task_->dispatchIs([this] { sweep(); }, this);
+}
+
+ControlServer::~ControlServer() {
+  task_->cancelTask();
+  task_->dispatchDel(this);
+  while (!clients_.empty()) drop(clients_.begin()->first);
+}
+
+std::optional<std::string> ControlServer::listen(const std::string& path) {
+  if (auto wrong = socket_.listen(path)) return wrong;
+  strangers_.fdIs(socket_.fd(), EPOLLIN);
+  return std::nullopt;
+}
+
+size_t ControlServer::heldOctets() const {
+  size_t octets = 0;
+  for (const auto& [fd, client] : clients_) octets += client->in.capacity() + client->out.capacity();
+  return octets;
+}
+
+void ControlServer::handle(int fd, uint32_t events) {
+  if (fd == socket_.fd()) return accept();
+  const auto at = clients_.find(fd);
+  if (at == clients_.end()) return;
+  Client& client = *at->second;
+  // Nobody is left to answer.
+  if (events & EPOLLERR || (events & EPOLLHUP && !(events & EPOLLIN))) return drop(fd);
+  if (events & EPOLLOUT) return client.answering() ? write(client) : takeLine(client);
+  if (events & EPOLLIN) read(client);
+}
+
+void ControlServer::accept() {
+  const int fd = accept4(socket_.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (fd < 0) {
+    // Out of descriptors: the one that has been quiet the longest gives its own.
+    if (errno == EMFILE || errno == ENFILE) makeRoom();
+    return;
+  }
+  take(fd, peerMayChange(fd, socket_.group()));
+}
+
+void ControlServer::take(int fd, bool mayChange) {
+  if (clients_.size() >= limits_.clients) makeRoom();
+  auto& client = clients_[fd];
+  client = std::make_unique<Client>(operations_, fd, ++lastClient_, mayChange, now());
+  arrange(*client);
+  if (!task_->taskWorkQueued()) task_->scheduleTaskDelay(sweepEvery);
+}
+
+void ControlServer::makeRoom() {
+  const auto rank = [](const auto& client) {
+    // Whoever is being served goes last, strangers first.
+    return std::tuple(client.second->waiting || client.second->answering(), client.second->known,
+                      client.second->quietSince);
+  };
+  const auto quietest = std::min_element(clients_.begin(), clients_.end(),
+                                         [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+  if (quietest != clients_.end()) drop(quietest->first);
+}
+
+void ControlServer::read(Client& client) {
+  const size_t before = client.in.size();
+  const size_t room = std::min(readAtOnce, limits_.line + 1 - std::min(before, limits_.line));
+  client.in.resize(before + room);
+  const ssize_t got = recv(client.fd, client.in.data() + before, room, MSG_DONTWAIT);
+  client.in.resize(before + static_cast<size_t>(std::max<ssize_t>(got, 0)));
+  if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) return drop(client.fd);
+  if (before == 0 && got > 0) client.quietSince = now();
+  takeLine(client);
+}
+
+void ControlServer::takeLine(Client& client) {
+  const size_t end = client.in.find('\n');
+  if (end == std::string::npos) {
+    if (client.in.size() > limits_.line) {
+      client.closing = true;
+      client.in.clear();
+      return answer(
+          client, Answer::failed("too-large", fmt::format("a request has at most {} octets", limits_.line)));
+    }
+    return arrange(client);
+  }
+  const std::string line = client.in.substr(0, end);
+  client.in.erase(0, end + 1);
+  client.in.shrink_to_fit();
+  client.quietSince = now();
+
+  std::string wrong;
+  const auto request = Request::read(line, &wrong);
+  if (!request) {
+    client.closing = true;
+    client.in.clear();
+    client.out = "{\"id\":null,";
+    return answer(client, Answer::failed("bad-request", wrong));
+  }
+  client.known = true;
+  client.waiting = true;
+  client.out = "{\"id\":" + lineOf(request->member("id")) + ",";
+  const auto reply = [this, fd = client.fd, id = client.id](Answer given) {
+    const auto at = clients_.find(fd);
+    if (at == clients_.end() || at->second->id != id) return;
+    answer(*at->second, std::move(given));
+  };
+  operations_.handle(*request, client.session, client.mayChange, reply);
+  arrange(client);
+}
+
+void ControlServer::answer(Client& client, Answer given) {
+  client.waiting = false;
+  client.document = std::move(given.document);
+  if (client.out.empty()) client.out = "{\"id\":null,";
+  client.out +=
+      client.document ? "\"ok\":true,\"document\":" : "\"ok\":false,\"error\":" + lineOf(given.error) + "}\n";
+  arrange(client);
+}
+
+void ControlServer::write(Client& client) {
+  if (client.document && client.out.size() < limits_.answer / 2 && !client.document->next(client.out)) {
+    client.document.reset();
+    client.out += "}\n";
+  }
+  const ssize_t sent = send(client.fd, client.out.data(), client.out.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (sent < 0 && errno != EAGAIN && errno != EINTR) return drop(client.fd);
+  if (sent > 0) {
+    client.out.erase(0, static_cast<size_t>(sent));
+    client.quietSince = now();
+  }
+  if (client.out.empty()) client.out.shrink_to_fit();
+  if (!client.answering() && client.closing) return drop(client.fd);
+  arrange(client);
+}
+
+void ControlServer::arrange(Client& client) {
+  Lane& lane = client.known ? known_ : strangers_;
+  if (client.lane && client.lane != &lane) client.lane->fdDel(client.fd);
+  client.lane = &lane;
+  uint32_t events = EPOLLIN;
+  if (client.waiting) {
+    events = 0;  // a hang-up is told all the same
+  } else if (client.answering() || client.hasLine()) {
+    events = EPOLLOUT;
+  }
+  lane.fdIs(client.fd, events);
+}
+
+void ControlServer::drop(int fd) {
+  const auto at = clients_.find(fd);
+  if (at == clients_.end()) return;
+  if (at->second->lane) at->second->lane->fdDel(fd);
+  clients_.erase(at);
+}
+
+void ControlServer::sweep() {
+  std::vector<int> gone;
+  for (const auto& [fd, client] : clients_) {
+    if (client->waiting) continue;
+    const bool slow = client->answering() || !client->in.empty();
+    const Kelp::Duration most = slow ? limits_.slowness : limits_.silence;
+    if (now() - client->quietSince > most) gone.push_back(fd);
+  }
+  for (const int fd : gone) drop(fd);
+  if (!clients_.empty()) task_->scheduleTaskDelay(sweepEvery);
+}
+
+}  // namespace Agent

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <agent/control/Configuration.h>
+#include <agent/control/Request.h>
+#include <agent/explain/Explain.h>
+#include <agent/show/Shows.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+class Operations;
+
+/// What is kept for one client between its requests: the texts that it sent for an `apply` or `check` to
+/// come. Outlived by the operations.
+class Session {
+ public:
+  explicit Session(Operations& operations) : operations_(operations) {}
+  ~Session() { drop(); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+ private:
+  friend class Operations;
+  void drop();
+  std::vector<Config::Source> take();
+
+  Operations& operations_;
+  std::vector<Config::Source> texts_;
+  size_t octets_ = 0;
+};
+
+/// What a request comes to: a document, or an error.
+struct Answer {
+  std::unique_ptr<Document> document;
+  nlohmann::ordered_json error;  ///< `code` and `text`, and with code "mistakes" also `mistakes`
+
+  static Answer of(const nlohmann::ordered_json& document) { return {wholeDocument(document), {}}; }
+  static Answer failed(std::string_view code, std::string text) {
+    return {nullptr, {{"code", code}, {"text", std::move(text)}}};
+  }
+};
+
+/// Carries out the requests of the control protocol (docs/control.md), wherever they come from. A further
+/// operation is a row of the table in Operations.cpp with its function.
+///
+/// Owner: the control plane. Everything in `world`, and the configuration, outlive it.
+class Operations {
+ public:
+  /// Octets of texts that all sessions together may hold.
+  static constexpr size_t mostText = 64 << 20;
+
+  using Reply = std::function<void(Answer answer)>;
+
+  Operations(const World& world, ZeroLine& zero, Configuration& configuration);
+
+  /// Carries out one request. `mayChange`: the client may change what the agent does. `reply` is called once,
+  /// from within or later; not at all when this object goes first. The session may have gone by then.
+  void handle(const Request& request, Session& session, bool mayChange, const Reply& reply);
+
+  size_t textOctets() const { return textOctets_; }
+
+ private:
+  friend class Session;
+  struct Row;
+  static const Row rows[];
+
+  void show(const Request& request, Session& session, const Reply& reply);
+  void text(const Request& request, Session& session, const Reply& reply);
+  void apply(const Request& request, Session& session, const Reply& reply);
+  void explain(const Request& request, Session& session, const Reply& reply);
+  void clear(const Request& request, Session& session, const Reply& reply);
+  void trace(const Request& request, Session& session, const Reply& reply);
+
+  const World world_;
+  ZeroLine& zero_;
+  Configuration& configuration_;
+  Explainer explainer_;
+  size_t textOctets_ = 0;
+};
+
+}  // namespace Agent

@@ -1,0 +1,31 @@
+#include <agent/control/Peer.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+namespace Agent {
+
+bool peerMayChange(int socket, gid_t group) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  if (peer.uid == 0 || peer.uid == geteuid() || peer.gid == group) return true;
+#ifdef SO_PEERGROUPS
+  std::vector<gid_t> groups(64);
+  for (int tries = 0; tries < 2; ++tries) {
+    size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    if (getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) == 0) {
+      groups.resize(size / sizeof(gid_t));
+      return std::find(groups.begin(), groups.end(), group) != groups.end();
+    }
+    if (errno != ERANGE) return false;
+    groups.resize(size / sizeof(gid_t));
+  }
+#endif
+  return false;
+}
+
+}  // namespace Agent

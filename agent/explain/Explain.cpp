@@ -1,0 +1,91 @@
+#include <Acl/MatchFields.h>
+#include <agent/explain/Explain.h>
+#include <agent/explain/NearMisses.h>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+Json nearJson(const std::vector<NearMiss>& misses) {
+  Json all = Json::array();
+  for (const NearMiss& miss : misses) {
+    Json failed = Json::array();
+    for (const auto& field : miss.failed) failed.push_back({{"field", field.name}, {"packet", field.packet}});
+    all.push_back({{"rule", miss.sequence}, {"text", miss.text}, {"failed", std::move(failed)}});
+  }
+  return all;
+}
+
+}  // namespace
+
+Explainer::Explainer(Core& core, Forwarder& forwarder) : core_(core), forwarder_(forwarder) {}
+
+Explainer::~Explainer() = default;
+
+Json Explainer::explain(const std::string& port, const Frame& frame) {
+  counted_ = MemSlab::make<Velo::VeloNamedCounters>();
+  ctx_ = MemSlab::make<Velo::PacketContext>(counted_);
+  ctx_->trialIs(this);
+  ctx_->pkt()->assign(frame.octets, frame.wireLength, 0);
+  const auto out = MemSlab::make<Velo::OutputPipelineContext>(ctx_);
+
+  document_ = {{"port", port}, {"frame", ""}};
+  document_["asked"] = Json::array();
+  document_["mirrored"] = Json::array();
+  document_["egress"] = Json::array();
+  const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId(port), out);
+  document_["frame"] = frameSummary(*ctx_);
+  document_["verdict"] = verdict.passed() ? "pass" : "drop";
+  if (!verdict.passed()) {
+    document_["direction"] = Acl::stringValue(verdict.direction);
+    document_["reason"] = dropReason(*verdict.droppedBy);
+  }
+  ctx_ = nullptr;
+  counted_ = nullptr;
+  return std::move(document_);
+}
+
+std::string Explainer::dropReason(const Velo::PipelineStep& droppedBy) const {
+  for (auto at = counted_->counter().begin(); at; at.next()) {
+    if (at.key().category == "Drop") return at.key().reason.str();
+  }
+  return "dropped by " + droppedBy.name().str();
+}
+
+void Explainer::handleAsked(const Acl::AskedList& asked) {
+  using Outcome = Acl::AskedList::Outcome;
+  Json one = {{"direction", Acl::stringValue(asked.direction)},
+              {"interface", asked.intf.name().view()},
+              {"type", Acl::stringValue(asked.type)},
+              {"list", asked.list.view()}};
+  if (asked.outcome == Outcome::undefined) {
+    one["rule"] = nullptr;
+    one["action"] = "permit";
+    document_["asked"].push_back(std::move(one));
+    return;
+  }
+  one["rule"] = asked.rule ? Json(asked.rule->sequence) : Json("implicit");
+  one["action"] = asked.rule ? Acl::stringValue(asked.rule->action) : "deny";
+  if (asked.rule) {
+    one["text"] = asked.rule->text.view();
+    if (!asked.rule->remark.empty()) one["remark"] = asked.rule->remark.view();
+  }
+  if (!asked.ruleId.empty()) one["id"] = asked.ruleId.str();
+  const EarlierRules earlier = earlierRules(core_, asked, *ctx_);
+  one["earlier"] = earlier.count;
+  one["near"] = nearJson(earlier.near);
+  document_["asked"].push_back(std::move(one));
+}
+
+void Explainer::handleMirrored(const Kelp::String& session) {
+  Json& all = document_["mirrored"];
+  if (std::find(all.begin(), all.end(), session.view()) == all.end()) all.push_back(session.view());
+}
+
+void Explainer::handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) {
+  document_["egress"].push_back({{"port", port.name().view()}, {"verdict", droppedBy ? "drop" : "pass"}});
+}
+
+}  // namespace Agent

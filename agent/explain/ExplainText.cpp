@@ -1,0 +1,118 @@
+#include <Acl/MatchFields.h>
+#include <agent/explain/Explain.h>
+#include <agent/show/Style.h>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+std::string ipSummary(const Velo::ParsedPacket& parsed) {
+  const Velo::ParsedL4& l4 = parsed.l4();
+  const auto* six = parsed.ipHdr()->ip6Hdr();
+  const auto* four = parsed.ipHdr()->ipHdr();
+  const std::string source = six ? six->source().str() : four->source().str();
+  const std::string destination = six ? six->destination().str() : four->destination().str();
+  const auto withPorts = [&](std::string_view name, const auto* hdr) {
+    const auto end = [six](const std::string& address, uint16_t port) {
+      return six ? fmt::format("[{}]:{}", address, port) : fmt::format("{}:{}", address, port);
+    };
+    return fmt::format("{} {} > {}", name, end(source, hdr->sourcePort()),
+                       end(destination, hdr->destinationPort()));
+  };
+  if (l4.tcp()) {
+    Acl::IpBaseFields fields;
+    fields.l4Is<Nimnet::IcmpHdr>(nullptr, l4.tcp(), nullptr, nullptr);
+    return withPorts("tcp", l4.tcp()) + " " + Acl::Shown::tcpFlags(fields);
+  }
+  if (l4.udp()) return withPorts("udp", l4.udp());
+  if (l4.sctp()) return withPorts("sctp", l4.sctp());
+  const std::string ends = fmt::format("{} > {}", source, destination);
+  if (l4.icmp()) return fmt::format("icmp {} type {} code {}", ends, l4.icmp()->type(), l4.icmp()->code());
+  if (l4.icmp6())
+    return fmt::format("icmpv6 {} type {} code {}", ends, l4.icmp6()->type(), l4.icmp6()->code());
+  const bool fragment = six ? six->isNonFirstFragment() : four->isNonFirstFragment();
+  return fmt::format(
+      "{} {} protocol {}{}", six ? "ipv6" : "ip", ends,
+      six ? Acl::Shown::number(six->protocolKnown(), six->protocol()) : std::to_string(four->protocol()),
+      fragment ? ", a later fragment" : "");
+}
+
+/// "deny" and "drop" stand out.
+std::string coloured(const Style& style, const std::string& word) {
+  if (word == "deny" || word == "drop") return style.red + word + style.off;
+  return word;
+}
+
+std::string ruleLine(const Json& asked, const Style& style) {
+  const std::string action = coloured(style, asked.at("action").get<std::string>());
+  if (asked.at("rule").is_null())
+    return fmt::format("{}not defined: lets everything pass{}", style.red, style.off);
+  if (asked.at("rule").is_string()) return fmt::format("no rule matches: {}", action);
+  return fmt::format("rule {} decides: {}   ({})", asked.at("rule").get<uint32_t>(), action,
+                     asked.at("text").get<std::string>());
+}
+
+}  // namespace
+
+std::string frameSummary(const Velo::PacketContext& ctx) {
+  const Velo::ParsedPacket& parsed = ctx.parsedPacket();
+  std::string text;
+  if (parsed.ipHdr()) {
+    text = ipSummary(parsed);
+  } else if (const auto* eth = parsed.ethPacket()->ethHdr()) {
+    text = fmt::format("eth {} > {} 0x{:04x}", eth->source().str(), eth->destination().str(),
+                       parsed.typeOrLen());
+  } else {
+    text = "no ethernet header";
+  }
+  if (ctx.pkt()->vlanId() != 0) text += fmt::format(", vlan {}", ctx.pkt()->vlanId());
+  text += fmt::format(", {} octets", ctx.pkt()->wireLength());
+  if (parsed.fault() != Velo::ParseFault::none)
+    text += fmt::format(", malformed: {}", reason(parsed.fault()));
+  return text;
+}
+
+std::string explainText(const Json& document, bool colour) {
+  const Style style(colour);
+  std::string text = fmt::format("{}{}{}  on {}\n", style.bold, document.at("frame").get<std::string>(),
+                                 style.off, document.at("port").get<std::string>());
+  for (const Json& asked : document.at("asked")) {
+    text += fmt::format("\n{} {}: {} access-list {}{}{}\n", asked.at("interface").get<std::string>(),
+                        asked.at("direction").get<std::string>(), asked.at("type").get<std::string>(),
+                        style.bold, asked.at("list").get<std::string>(), style.off);
+    for (const Json& near : asked.value("near", Json::array())) {
+      std::string failed;
+      for (const Json& field : near.at("failed")) {
+        failed += fmt::format("{}{} (packet: {})", failed.empty() ? "" : ", ",
+                              field.at("field").get<std::string>(), field.at("packet").get<std::string>());
+      }
+      text += fmt::format("  {}{} {}{}\n     not met: {}\n", style.dim, near.at("rule").get<uint32_t>(),
+                          near.at("text").get<std::string>(), style.off, failed);
+    }
+    const size_t skipped = asked.value("earlier", size_t{0}) - asked.value("near", Json::array()).size();
+    if (skipped > 0)
+      text += fmt::format("  {}({} more before it do not match){}\n", style.dim, skipped, style.off);
+    text += fmt::format("  {}\n", ruleLine(asked, style));
+  }
+  if (document.at("asked").empty()) text += "\nno list is asked\n";
+  text += "\n";
+  for (const Json& session : document.at("mirrored"))
+    text += fmt::format("a copy goes to mirror session {}\n", session.get<std::string>());
+  if (document.at("verdict") == "drop") {
+    text += fmt::format("{} {}: {}\n", coloured(style, "drop"), document.at("direction").get<std::string>(),
+                        document.at("reason").get<std::string>());
+    return text;
+  }
+  text += "pass";
+  for (const Json& egress : document.at("egress")) {
+    text += fmt::format("{} {} by {}", &egress == &document.at("egress").front() ? "," : " and",
+                        egress.at("verdict") == "pass" ? "leaves" : "is dropped before it leaves",
+                        egress.at("port").get<std::string>());
+  }
+  if (document.at("egress").empty()) text += " on receipt; it leaves by no port";
+  return text + "\n";
+}
+
+}  // namespace Agent

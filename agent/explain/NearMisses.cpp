@@ -1,0 +1,81 @@
+#include <Acl/MatchFields.h>
+#include <agent/explain/NearMisses.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+constexpr size_t nearest = 3;
+
+template <class Rule, class Fields>
+EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decided, const Fields& packet) {
+  struct Candidate {
+    size_t failed;
+    const Rule* rule;
+  };
+  EarlierRules result;
+  std::vector<Candidate> best;  // the fewest first, among equals the earlier
+  for (const auto* entry : rules.ordered()) {
+    if (entry->key == decided) break;
+    ++result.count;
+    size_t failed = 0;
+    Acl::visitTests(entry->value.filter, packet, [&](const auto& test) {
+      failed += test.matches(entry->value.filter, packet) ? 0 : 1;
+      return true;
+    });
+    if (best.size() == nearest && failed >= best.back().failed) continue;
+    if (best.size() == nearest) best.pop_back();
+    const auto place =
+        std::upper_bound(best.begin(), best.end(), failed,
+                         [](size_t count, const Candidate& each) { return count < each.failed; });
+    best.insert(place, {failed, &entry->value});
+  }
+  std::sort(best.begin(), best.end(),
+            [](const auto& a, const auto& b) { return a.rule->sequence < b.rule->sequence; });
+  for (const auto& [count, rule] : best) {
+    NearMiss miss{rule->sequence, rule->text.str(), {}};
+    Acl::visitTests(rule->filter, packet, [&](const auto& test) {
+      if (!test.matches(rule->filter, packet)) miss.failed.push_back({test.name, test.shown(packet)});
+      return true;
+    });
+    result.near.push_back(std::move(miss));
+  }
+  return result;
+}
+
+template <class Fields, class Icmp>
+Fields completed(Fields packet, const Icmp* icmp, const Velo::PacketContext& ctx) {
+  const Velo::ParsedL4& l4 = ctx.parsedPacket().l4();
+  packet.vlanId = ctx.pkt()->vlanId();
+  packet.l4Is(icmp, l4.tcp(), l4.udp(), l4.sctp());
+  return packet;
+}
+
+}  // namespace
+
+EarlierRules earlierRules(const Core& core, const Acl::AskedList& asked, const Velo::PacketContext& ctx) {
+  const auto lists = core.lists()->config(asked.type);
+  const auto list = lists ? lists->acl(asked.list) : nullptr;
+  const auto rules = list ? list->currCfg() : nullptr;
+  if (!rules) return {};
+  const Velo::ParsedPacket& parsed = ctx.parsedPacket();
+  const Kiv::UniqueId decided = asked.rule ? asked.ruleId : Kiv::UniqueId::unset();
+  switch (asked.type) {
+    case Acl::AclType::ip:
+      return earlier(rules->ipRuleById(), decided,
+                     completed(Acl::IpFields(*parsed.ipHdr()->ipHdr()), parsed.l4().icmp(), ctx));
+    case Acl::AclType::ipv6:
+      return earlier(rules->ip6RuleById(), decided,
+                     completed(Acl::Ip6Fields(*parsed.ipHdr()->ip6Hdr()), parsed.l4().icmp6(), ctx));
+    case Acl::AclType::mac: {
+      const Nimnet::EthHdr& eth = *parsed.ethPacket()->ethHdr();
+      const Acl::MacFields packet{eth.source(), eth.destination(), parsed.typeOrLen(), ctx.pkt()->vlanId()};
+      return earlier(rules->macRuleById(), decided, packet);
+    }
+  }
+  return {};
+}
+
+}  // namespace Agent

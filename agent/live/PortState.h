@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Agent {
+
+/// What there is to tell of a live port. Frames and octets are those between port and device; what the lists
+/// made of them is told elsewhere. Octets include restored tags and no frame check sequence.
+struct PortState {
+  std::string name;
+  std::string device;
+  bool present = false;  ///< the device is there and the port is open on it
+  bool up = false;       ///< and its link is up
+  uint32_t mtu = 0;      ///< octets behind the Ethernet header; 0 while not present
+  std::string wrong;     ///< why the port could not be opened; empty when nothing went wrong
+
+  uint64_t rxFrames = 0;
+  uint64_t rxBytes = 0;
+  uint64_t kernelDrops = 0;  ///< frames that came while the receive ring was full
+  uint64_t rxTooLarge = 0;   ///< received frames that could not be had whole, and were dropped
+
+  uint64_t txFrames = 0;
+  uint64_t txBytes = 0;
+  uint64_t tooLarge = 0;    ///< frames larger than the device takes
+  uint64_t sendFailed = 0;  ///< frames that the device or the kernel did not take for another reason
+
+  uint64_t nowhere = 0;  ///< received frames that passed and that no other port was to have
+};
+
+}  // namespace Agent

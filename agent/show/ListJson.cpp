@@ -1,0 +1,66 @@
+#include <agent/show/ListReport.h>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+Json bindingsJson(const ListReport& list) {
+  Json all = Json::array();
+  for (const auto& binding : list.bindings) {
+    Json one = {{"interface", binding.interface}, {"direction", Acl::stringValue(binding.direction)}};
+    one["source"] = binding.sources.empty() ? Json(nullptr) : Json(binding.sources.front());
+    one["overridden"] = Json::array();
+    for (size_t i = 1; i < binding.sources.size(); ++i) one["overridden"].push_back(binding.sources[i]);
+    all.push_back(std::move(one));
+  }
+  return all;
+}
+
+}  // namespace
+
+Json matchesJson(const MatchCount& count) { return {{"in", count.in}, {"out", count.out}}; }
+
+Json lastMatchJson(const MatchCount& count) { return count.last ? Json(*count.last) : Json(nullptr); }
+
+Json ruleJson(const RuleReport& rule) {
+  Json one = {{"sequence", rule.sequence}, {"text", rule.text}};
+  if (!rule.remark.empty()) one["remark"] = rule.remark;
+  one["id"] = rule.id;
+  one["matches"] = matchesJson(rule.matches);
+  one["lastMatch"] = lastMatchJson(rule.matches);
+  if (rule.mirrored) one["mirrored"] = *rule.mirrored;
+  return one;
+}
+
+Json headJson(const ListReport& list) {
+  Json overridden = Json::array();
+  for (size_t i = 1; i < list.sources.size(); ++i) overridden.push_back(list.sources[i]);
+  Json implicit = nullptr;
+  if (list.implicitDrop) {
+    implicit = {{"matches", matchesJson(*list.implicitDrop)},
+                {"lastMatch", lastMatchJson(*list.implicitDrop)}};
+  }
+  Json head = {{"type", Acl::stringValue(list.type)},
+               {"name", list.name},
+               {"source", list.sources.empty() ? Json(nullptr) : Json(list.sources.front())},
+               {"overridden", overridden},
+               {"bindings", bindingsJson(list)},
+               {"implicitDrop", implicit}};
+  if (!list.remarks.empty()) head["remarks"] = list.remarks;
+  return head;
+}
+
+Json listJson(const ListReport& list) {
+  Json whole = headJson(list);
+  whole["rules"] = Json::array();
+  for (const auto& rule : list.rules) whole["rules"].push_back(ruleJson(rule));
+  return whole;
+}
+
+Json undefinedJson(const ListReport& list) {
+  return {{"type", Acl::stringValue(list.type)}, {"name", list.name}, {"bindings", bindingsJson(list)}};
+}
+
+}  // namespace Agent

@@ -1,0 +1,166 @@
+#include <agent/show/ListReport.h>
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+namespace Agent {
+
+namespace {
+
+constexpr Acl::AclType types[] = {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac};
+
+/// Calls `visit` with the map of rules of a list's own kind.
+template <class Visit>
+auto withRules(const Acl::AclSubConfig& rules, Acl::AclType type, const Visit& visit) {
+  switch (type) {
+    case Acl::AclType::ip:
+      return visit(rules.ipRuleById());
+    case Acl::AclType::ipv6:
+      return visit(rules.ip6RuleById());
+    case Acl::AclType::mac:
+      break;
+  }
+  return visit(rules.macRuleById());
+}
+
+std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
+  std::vector<std::string> all;
+  for (const auto& text : texts) all.push_back(text.str());
+  return all;
+}
+
+}  // namespace
+
+ListReader::ListReader(const Core& core, const ZeroLine* zero, Remarks remarks)
+    : core_(core), zero_(zero), remarks_(std::move(remarks)), counters_(core.counters()) {}
+
+std::vector<ListReader::Key> ListReader::defined() const {
+  std::vector<Key> keys;
+  const auto configured = core_.lists();
+  for (const auto type : types) {
+    const auto lists = configured ? configured->config(type) : nullptr;
+    if (!lists) continue;
+    for (auto at = lists->acl().begin(); at; at.next()) keys.emplace_back(type, at.key());
+  }
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+std::vector<ListReader::Key> ListReader::undefined() const {
+  const auto known = defined();
+  std::set<Key> keys;
+  for (const auto type : types) {
+    forEachBinding(type, [&](Acl::AclDirection, const Nimnet::IntfId&, const Kelp::String& bound) {
+      const Key key(type, bound);
+      if (!std::binary_search(known.begin(), known.end(), key)) keys.insert(key);
+    });
+  }
+  return {keys.begin(), keys.end()};
+}
+
+ListReport ListReader::head(const Key& key) const {
+  ListReport report;
+  report.type = key.first;
+  report.name = key.second.str();
+  if (const auto sources = core_.listSources())
+    report.sources = strings(sources->sources(key.first, key.second));
+  report.bindings = bindings(key);
+  if (remarks_ && !report.sources.empty()) report.remarks = remarks_(report.sources.front(), key);
+  const auto status = core_.status();
+  const auto lists = status ? status->status(key.first) : nullptr;
+  const auto list = lists ? lists->acl(key.second) : nullptr;
+  const auto* id = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
+  if (id && !id->empty()) report.implicitDrop = matches(key, *id);
+  return report;
+}
+
+Kelp::Ptr<const Acl::AclSubConfig> ListReader::rulesOf(const Key& key) const {
+  const auto configured = core_.lists();
+  const auto lists = configured ? configured->config(key.first) : nullptr;
+  const auto list = lists ? lists->acl(key.second) : nullptr;
+  return list ? list->currCfg() : nullptr;
+}
+
+std::vector<Kiv::UniqueId> ListReader::ruleIds(const Key& key) const {
+  std::vector<Kiv::UniqueId> ids;
+  if (const auto rules = rulesOf(key)) {
+    withRules(*rules, key.first, [&](const auto& map) {
+      ids.reserve(map.ordered().size());
+      for (const auto* entry : map.ordered()) ids.push_back(entry->key);
+    });
+  }
+  return ids;
+}
+
+std::optional<RuleReport> ListReader::rule(const Key& key, const Kiv::UniqueId& id) const {
+  const auto rules = rulesOf(key);
+  if (!rules) return std::nullopt;
+  return withRules(*rules, key.first, [&](const auto& map) -> std::optional<RuleReport> {
+    const auto* rule = map.find(id);
+    if (!rule) return std::nullopt;
+    const MatchCount met = matches(key, id);
+    return RuleReport{rule->sequence,        rule->text.str(), rule->remark.str(), id.str(), met,
+                      mirroredOf(*rule, met)};
+  });
+}
+
+ListReport ListReader::list(const Key& key) const {
+  ListReport report = head(key);
+  for (const Kiv::UniqueId& id : ruleIds(key)) {
+    if (auto one = rule(key, id)) report.rules.push_back(std::move(*one));
+  }
+  return report;
+}
+
+MatchCount ListReader::matches(const Key& key, const Kiv::UniqueId& id) const {
+  MatchCount count;
+  for (const auto direction : {Acl::AclDirection::in, Acl::AclDirection::out}) {
+    uint64_t& sum = direction == Acl::AclDirection::in ? count.in : count.out;
+    const ZeroLine::RuleKey counterKey{direction, key.first, key.second, id};
+    for (const auto& collection : counters_) {
+      const auto* counter = collection->counterCollection().find(counterKey);
+      if (!counter) continue;
+      sum += zero_ ? zero_->above(counterKey, *counter->get()).packets : counter->get()->packets();
+      const double last = counter->get()->lastUpdateTime().seconds();
+      if (!count.last || *count.last < last) count.last = last;
+    }
+  }
+  return count;
+}
+
+std::vector<BindingReport> ListReader::bindings(const Key& key) const {
+  std::vector<BindingReport> found;
+  const auto sources = core_.bindingSources();
+  forEachBinding(key.first,
+                 [&](Acl::AclDirection direction, const Nimnet::IntfId& intf, const Kelp::String& bound) {
+                   if (bound != key.second) return;
+                   BindingReport binding{intf.name().str(), direction};
+                   if (sources) binding.sources = strings(sources->sources(key.first, direction, intf));
+                   found.push_back(std::move(binding));
+                 });
+  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+    return std::tie(a.interface, a.direction) < std::tie(b.interface, b.direction);
+  });
+  return found;
+}
+
+template <class Visit>
+void ListReader::forEachBinding(Acl::AclType type, const Visit& visit) const {
+  const auto all = core_.bindings();
+  const auto directions = all ? all->config(type) : nullptr;
+  if (!directions) return;
+  for (auto direction = directions->intf().begin(); direction; direction.next()) {
+    for (auto intf = direction.value()->intf().begin(); intf; intf.next())
+      visit(direction.key(), intf.key(), intf.value());
+  }
+}
+
+/// What a rule that denies matches on the way out is dropped without a copy.
+std::optional<uint64_t> mirroredOf(const Acl::RuleConfig& rule, const MatchCount& met) {
+  if (rule.mirrorSession.empty()) return std::nullopt;
+  const bool defined = Velo::MirroringStepHelper::singleton()->sessions().contains(rule.mirrorSession);
+  return defined ? met.in + (rule.action == Acl::Action::permit ? met.out : 0) : 0;
+}
+
+}  // namespace Agent

@@ -1,0 +1,180 @@
+#include <agent/show/Documents.h>
+#include <agent/show/Pieces.h>
+#include <agent/show/StatusPieces.h>
+
+#include <deque>
+#include <optional>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr Acl::AclType types[] = {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac};
+
+/// The published status, list by list; what is gone when its turn comes is left out.
+class StatusDocument final : public Document {
+ public:
+  explicit StatusDocument(const World& world) : world_(world), status_(world.core.status()) {
+    for (const auto type : types) {
+      if (status_ && status_->status(type)) types_.push_back(type);
+    }
+  }
+
+  bool next(std::string& text) override {
+    const size_t start = text.size();
+    if (!begun_) begin(text);
+    while (hasRoom(text, start)) {
+      if (rule_) {
+        addRules(text, start);
+      } else if (list_) {
+        beginList(text);
+      } else if (!types_.empty()) {
+        beginType(text);
+      } else {
+        text += status_ ? "}}}" : "}";
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  using ListMap = std::remove_cvref_t<decltype(std::declval<const Acl::AclTypeStatus&>().acl())>;
+  using RuleMap = std::remove_cvref_t<decltype(std::declval<const Acl::AclStatus&>().ruleStatus())>;
+
+  void begin(std::string& text) {
+    begun_ = true;
+    Json head = {{"started", world_.started}};
+    head["configuration"] = world_.configuration ? world_.configuration() : Json(nullptr);
+    text += openObject(head);
+    text += "\"status\":";
+    if (!status_) {
+      text += "null";
+      return;
+    }
+    text += openObject(capabilitiesJson(*status_));
+    text += "\"status\":{";
+  }
+
+  void beginType(std::string& text) {
+    const Acl::AclType type = types_.front();
+    types_.pop_front();
+    type_ = status_->status(type);
+    if (!type_) return;
+    all_.name(text, Acl::stringValue(type));
+    text += openObject({{"intf", bindingsStatusJson(*type_)}});
+    text += "\"acl\":{";
+    lists_ = {};
+    list_.emplace(type_->acl().begin());
+  }
+
+  void beginList(std::string& text) {
+    if (!*list_) {
+      list_.reset();
+      text += "}}";
+      return;
+    }
+    owner_ = list_->value().ptr();
+    lists_.name(text, list_->key().view());
+    list_->next();
+    text += openObject(listStatusJson(*owner_));
+    text += "\"ruleStatus\":{";
+    rules_ = {};
+    rule_.emplace(owner_->ruleStatus().begin());
+  }
+
+  void addRules(std::string& text, size_t start) {
+    for (; *rule_ && hasRoom(text, start); rule_->next()) {
+      rules_.name(text, rule_->key().str());
+      text += lineOf(ruleStatusJson(rule_->value()));
+    }
+    if (*rule_) return;
+    rule_.reset();
+    text += "}}";
+  }
+
+  const World& world_;
+  const Kelp::Ptr<const Acl::StatusDp> status_;
+  std::deque<Acl::AclType> types_;
+  bool begun_ = false;
+  Elements all_, lists_, rules_;
+
+  // Where it stands; the maps live as long as their owners, which are held.
+  Kelp::Ptr<const Acl::AclTypeStatus> type_;
+  std::optional<ListMap::Iterator> list_;
+  Kelp::Ptr<const Acl::AclStatus> owner_;
+  std::optional<RuleMap::Iterator> rule_;
+};
+
+/// The match counters, collection by collection.
+class CountersDocument final : public Document {
+ public:
+  CountersDocument(const World& world, const std::string& list) : world_(world), list_(list) {
+    for (auto& collection : world.core.counters()) collections_.push_back(std::move(collection));
+  }
+
+  bool next(std::string& text) override {
+    const size_t start = text.size();
+    if (!begun_) {
+      text += openObject({{"cleared", world_.zero.cleared() ? Json(*world_.zero.cleared()) : Json(nullptr)}});
+      text += "\"counters\":[";
+      begun_ = true;
+    }
+    // Counters of other lists cost their time, too.
+    for (size_t visited = 0; hasRoom(text, start) && visited < mostVisited; ++visited) {
+      if (at_ && *at_) {
+        add(text);
+        at_->next();
+      } else if (!collections_.empty()) {
+        collection_ = std::move(collections_.front());
+        collections_.pop_front();
+        at_.emplace(collection_->counterCollection().begin());
+      } else {
+        text += "]}";
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  static constexpr size_t mostVisited = 1000;
+  using Coll = Velo::Counter::VeloDpAclCounterColl;
+
+  void add(std::string& text) {
+    const auto& key = at_->key();
+    if (!list_.empty() && key.aclName != list_) return;
+    const auto& counter = *at_->value();
+    const ZeroLine::Counted counted = world_.zero.above(key, counter);
+    elements_.add(text, Json{{"collection", collection_->name().view()},
+                             {"direction", Acl::stringValue(key.direction)},
+                             {"type", Acl::stringValue(key.aclType)},
+                             {"list", key.aclName.view()},
+                             {"id", key.ruleId.str()},
+                             {"packets", counted.packets},
+                             {"bytes", counted.bytes},
+                             {"lastMatch", counter.lastUpdateTime().seconds()}});
+  }
+
+  const World& world_;
+  const std::string list_;
+  std::deque<Kelp::Ptr<Coll>> collections_;
+  bool begun_ = false;
+  Elements elements_;
+  Kelp::Ptr<Coll> collection_;
+  std::optional<Coll::counterCollectionMap::Iterator> at_;
+};
+
+}  // namespace
+
+std::unique_ptr<Document> statusDocument(const World& world, const std::string&) {
+  return std::make_unique<StatusDocument>(world);
+}
+
+std::unique_ptr<Document> countersDocument(const World& world, const std::string& argument) {
+  return std::make_unique<CountersDocument>(world, argument);
+}
+
+}  // namespace Agent

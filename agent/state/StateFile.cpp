@@ -1,0 +1,142 @@
+#include <agent/state/StateFile.h>
+#include <agent/state/Table.h>
+
+#include <filesystem>
+#include <type_traits>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+using Saved::State;
+using Saved::Table;
+
+/// Marks the file as one of this agent's ("velo").
+constexpr int64_t applicationId = 0x76656c6f;
+/// Ids are given out before the file knows of them: it is always ahead by at least half as many.
+constexpr uint64_t idsAhead = 1 << 20;
+
+constexpr auto tables =
+    std::tuple(Table<Saved::Rule, 6>("rule", Saved::ruleColumns, &State::rules),
+               Table<Saved::Counter, 8>("counter", Saved::counterColumns, &State::counters),
+               Table<Saved::List, 6>("list", Saved::listColumns, &State::lists),
+               Table<Saved::RuleStatus, 5>("ruleStatus", Saved::ruleStatusColumns, &State::ruleStatus),
+               Table<Saved::Binding, 4>("binding", Saved::bindingColumns, &State::bindings));
+
+template <class Visit>
+void forEachTable(const Visit& visit) {
+  std::apply([&](const auto&... table) { (visit(table), ...); }, tables);
+}
+
+/// Moves a file, and what SQLite keeps beside it.
+void setAside(const std::string& path) {
+  for (const char* part : {"", "-wal", "-shm", "-journal"}) {
+    std::error_code missing;
+    std::filesystem::rename(path + part, path + ".aside" + part, missing);
+    if (missing) std::filesystem::remove(path + ".aside" + part, missing);
+  }
+}
+
+/// Whether it is the file's own fault.
+bool isDamage(const DatabaseError& error) {
+  return error.code == SQLITE_CORRUPT || error.code == SQLITE_NOTADB || error.code == SQLITE_FORMAT ||
+         error.code == SQLITE_ERROR || error.code == SQLITE_MISMATCH;
+}
+
+}  // namespace
+
+std::unique_ptr<StateFile> StateFile::open(const std::string& path, std::string* message) {
+  const auto attempt = [&path] { return std::unique_ptr<StateFile>(new StateFile(path)); };
+  try {
+    return attempt();
+  } catch (const DatabaseError& error) {
+    *message = fmt::format("{}: {}", path, error.what());
+    if (!isDamage(error)) return nullptr;
+  }
+  setAside(path);
+  *message += fmt::format("; it is set aside as {}.aside", path);
+  try {
+    return attempt();
+  } catch (const DatabaseError& error) {
+    *message += fmt::format("; a new one: {}", error.what());
+    return nullptr;
+  }
+}
+
+StateFile::StateFile(const std::string& path) : database_(path) {
+  database_.run("PRAGMA locking_mode = EXCLUSIVE");
+  database_.run("PRAGMA journal_mode = WAL");
+  database_.run("PRAGMA synchronous = NORMAL");
+  const bool fresh = database_.integer("SELECT count(*) FROM sqlite_schema") == 0;
+  if (fresh) {
+    create();
+    return;
+  }
+  const int64_t application = database_.integer("PRAGMA application_id");
+  if (application != applicationId) throw DatabaseError(SQLITE_NOTADB, "no state of this agent");
+  const int64_t found = database_.integer("PRAGMA user_version");
+  if (found != version) {
+    throw DatabaseError(SQLITE_NOTADB,
+                        fmt::format("a state of version {}, not {}", found, int{version}).c_str());
+  }
+  Statement check = database_.statement("PRAGMA quick_check(1)");
+  if (!check.step() || check.text(0) != "ok") throw DatabaseError(SQLITE_CORRUPT, "the file is damaged");
+  check.run();
+  read();
+}
+
+void StateFile::create() {
+  database_.run("BEGIN IMMEDIATE");
+  forEachTable([this](const auto& table) { table.create(database_); });
+  database_.run("CREATE TABLE ids(given NOT NULL)");
+  database_.run("INSERT INTO ids VALUES(0)");
+  database_.run(fmt::format("PRAGMA application_id = {}", applicationId));
+  database_.run(fmt::format("PRAGMA user_version = {}", int{version}));
+  database_.run("COMMIT");
+}
+
+void StateFile::read() {
+  forEachTable([this](const auto& table) { state_.*table.rowsOf = table.read(database_); });
+  state_.highestId = static_cast<uint64_t>(database_.integer("SELECT given FROM ids"));
+}
+
+std::optional<std::string> StateFile::write(State state) {
+  forEachTable([&state](const auto& table) {
+    auto& rows = state.*table.rowsOf;
+    std::sort(rows.begin(), rows.end(), Saved::keyLess<typename std::decay_t<decltype(rows)>::value_type>);
+  });
+  const bool near = state.highestId + idsAhead / 2 > state_.highestId;
+  state.highestId = near ? state.highestId + idsAhead : state_.highestId;
+  try {
+    sync(state);
+  } catch (const DatabaseError& error) {
+    try {
+      if (database_.inTransaction()) database_.run("ROLLBACK");
+    } catch (const DatabaseError&) {
+      // SQLite has rolled it back by itself.
+    }
+    return error.what();
+  }
+  if (std::exchange(state.rulesUnchanged, false)) state.rules = std::move(state_.rules);
+  state_ = std::move(state);
+  return std::nullopt;
+}
+
+void StateFile::sync(const State& state) {
+  database_.run("BEGIN IMMEDIATE");
+  forEachTable([&](const auto& table) {
+    if constexpr (std::is_same_v<decltype(table.rowsOf), std::vector<Saved::Rule> State::*const>) {
+      if (state.rulesUnchanged) return;
+    }
+    table.write(database_, state_.*table.rowsOf, state.*table.rowsOf);
+  });
+  if (state.highestId != state_.highestId) {
+    Statement ids = database_.statement("UPDATE ids SET given = ?");
+    ids.bind(0, static_cast<int64_t>(state.highestId));
+    ids.run();
+  }
+  database_.run("COMMIT");
+}
+
+}  // namespace Agent

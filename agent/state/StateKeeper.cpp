@@ -1,0 +1,196 @@
+#include <agent/Output.h>
+#include <agent/state/StateKeeper.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+constexpr Kelp::Duration interval{0.5};
+constexpr Kelp::Duration atOnce{0.0};
+/// Below what keeps the status itself up.
+constexpr int priority = -5;
+/// A clock is read once in so many rows.
+constexpr int rowsAtOnce = 32;
+constexpr auto dropType = Acl::ImplicitRuleType::drop;
+
+}  // namespace
+
+struct StateKeeper::Piece {
+  enum class Kind { rules, status, counters };
+  Kind kind;
+  std::string source;  ///< of rules
+  Acl::AclType type = Acl::AclType::ip;
+  Kelp::String name;  ///< of the list, or the collection
+  std::optional<Kiv::UniqueId> resume{};
+  std::optional<Velo::Counter::VeloDpAclCounterKey> resumeCounter{};
+};
+
+StateKeeper::StateKeeper(const Core& core, std::unique_ptr<StateFile> file)
+    : core_(core),
+      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(priority, "State")),
+      writer_(std::move(file)) {
+  task_->dispatchIs([this] { run(); }, this);
+  task_->scheduleTask();
+}
+
+StateKeeper::~StateKeeper() {
+  task_->cancelTask();
+  task_->dispatchDel(this);
+  rulesKnown_ = false;  // whatever became of the last write
+  begin();
+  copy(true);
+  finish();
+}
+
+void StateKeeper::handleApplied() {
+  rulesKnown_ = false;
+  pieces_.clear();
+  task_->scheduleTaskDelay(atOnce);
+}
+
+void StateKeeper::run() {
+  if (const auto failure = writer_.takeFailure()) {
+    // A disk that stays full is told of once.
+    if (*failure != failure_) complain("the state cannot be written: " + *failure);
+    failure_ = *failure;
+    rulesKnown_ = false;
+    pieces_.clear();
+  }
+  if (pieces_.empty()) begin();
+  if (!copy(false)) return task_->scheduleTask();
+  finish();
+  task_->scheduleTaskDelay(interval);
+}
+
+void StateKeeper::begin() {
+  state_ = {};
+  pieces_.clear();
+  state_.rulesUnchanged = rulesKnown_;
+  if (!rulesKnown_) beginRules();
+  beginStatus();
+  for (auto at = core_.manager().counterHolder()->collection().begin(); at; at.next())
+    pieces_.push_back({Piece::Kind::counters, {}, {}, at.key()});
+}
+
+void StateKeeper::beginRules() {
+  for (const std::string& name : core_.sources()) {
+    const auto source = core_.source(name);
+    for (auto type = source->config().begin(); type; type.next()) {
+      for (auto list = type.value()->acl().begin(); list; list.next())
+        pieces_.push_back({Piece::Kind::rules, name, type.key(), list.key()});
+    }
+  }
+}
+
+void StateKeeper::beginStatus() {
+  const auto status = core_.status();
+  if (!status) return;
+  for (auto type = status->status().begin(); type; type.next()) {
+    for (auto direction = type.value()->intf().begin(); direction; direction.next()) {
+      for (auto intf = direction.value()->intf().begin(); intf; intf.next()) {
+        state_.bindings.push_back({type.key(), direction.key(), intf.key().name().str(), intf.value().str()});
+      }
+    }
+    for (auto list = type.value()->acl().begin(); list; list.next())
+      pieces_.push_back({Piece::Kind::status, {}, type.key(), list.key()});
+  }
+}
+
+bool StateKeeper::copy(bool whole) {
+  for (; !pieces_.empty(); pieces_.pop_back()) {
+    Piece& piece = pieces_.back();
+    bool done = true;
+    switch (piece.kind) {
+      case Piece::Kind::rules:
+        done = copyRules(piece, whole);
+        break;
+      case Piece::Kind::status:
+        done = copyStatus(piece, whole);
+        break;
+      case Piece::Kind::counters:
+        done = copyCounters(piece, whole);
+        break;
+    }
+    if (!done) return false;
+  }
+  return true;
+}
+
+void StateKeeper::finish() {
+  rulesKnown_ = true;
+  state_.highestId = highestId_;
+  writer_.put(std::exchange(state_, {}));
+}
+
+void StateKeeper::noteId(const Kiv::UniqueId& id) { highestId_ = std::max(highestId_, id.value()); }
+
+/// What is behind `resume`, until the slice is used up: then false, and `resume` is where to go on.
+template <class Map, class Resume, class Take>
+bool StateKeeper::copyMap(const Map& map, std::optional<Resume>& resume, bool whole, const Take& take) {
+  int rows = 0;
+  for (auto at = resume ? map.from(*resume) : map.begin(); at; at.next()) {
+    if (++rows % rowsAtOnce == 0 && yields(whole)) {
+      resume = at.key();
+      return false;
+    }
+    take(at.key(), at.value());
+  }
+  return true;
+}
+
+bool StateKeeper::copyRules(Piece& piece, bool whole) {
+  const auto source = core_.source(piece.source);
+  const auto lists = source ? source->config(piece.type) : nullptr;
+  const auto list = lists ? lists->acl(piece.name) : nullptr;
+  const auto rules = list ? list->currCfg() : nullptr;
+  if (!rules) return true;
+  const auto take = [&](const Kiv::UniqueId& id, const auto& rule) {
+    noteId(id);
+    state_.rules.push_back(
+        {piece.source, piece.type, piece.name.str(), rule.sequence, id.value(), rule.text.str()});
+  };
+  switch (piece.type) {
+    case Acl::AclType::ip:
+      return copyMap(rules->ipRuleById(), piece.resume, whole, take);
+    case Acl::AclType::ipv6:
+      return copyMap(rules->ip6RuleById(), piece.resume, whole, take);
+    case Acl::AclType::mac:
+      break;
+  }
+  return copyMap(rules->macRuleById(), piece.resume, whole, take);
+}
+
+bool StateKeeper::copyStatus(Piece& piece, bool whole) {
+  const auto status = core_.status();
+  const auto lists = status ? status->status(piece.type) : nullptr;
+  const auto list = lists ? lists->acl(piece.name) : nullptr;
+  if (!list) return true;
+  if (!piece.resume) {
+    const auto* id = list->implicitRuleId(dropType);
+    const auto* drop = list->implicitRuleStatus(dropType);
+    const auto implicit = drop ? *drop : Acl::RuleStatus();
+    if (id) noteId(*id);
+    state_.lists.push_back({piece.type, piece.name.str(), list->counterUpdateTime().seconds(),
+                            id ? id->value() : 0, implicit.packets, implicit.lastMatch});
+  }
+  return copyMap(
+      list->ruleStatus(), piece.resume, whole, [&](const Kiv::UniqueId& id, const Acl::RuleStatus& rule) {
+        state_.ruleStatus.push_back({piece.type, piece.name.str(), id.value(), rule.packets, rule.lastMatch});
+      });
+}
+
+bool StateKeeper::copyCounters(Piece& piece, bool whole) {
+  const auto collection = Kelp::ptrCast<Velo::Counter::VeloDpAclCounterColl>(
+      core_.manager().counterHolder()->collection(piece.name));
+  if (!collection) return true;
+  return copyMap(collection->counterCollection(), piece.resumeCounter, whole,
+                 [&](const Velo::Counter::VeloDpAclCounterKey& key, const auto& counter) {
+                   state_.counters.push_back({piece.name.str(), key.direction, key.aclType, key.aclName.str(),
+                                              key.ruleId.value(), counter->packets(), counter->bytes(),
+                                              counter->lastUpdateTime().seconds()});
+                 });
+}
+
+}  // namespace Agent

@@ -1,0 +1,190 @@
+#include "classbench/Ours.h"
+
+#include <Acl/InOrder.h>
+
+#include "support/Allocations.h"
+
+// Everything that the benchmark asks of the matchers goes through the few functions at the top.
+
+namespace Bench {
+
+namespace {
+
+using List = Kelp::Ptr<const Acl::AclConfig>;
+using Acl::Ip6RuleConfig;
+using Acl::IpRuleConfig;
+using Acl::MacRuleConfig;
+using Nimnet::Icmp6Hdr;
+using Nimnet::IcmpHdr;
+using Nimnet::SctpHdr;
+using Nimnet::TcpHdr;
+using Nimnet::UdpHdr;
+
+bool match(const IpPacket& p, const List& list, IpRuleConfig* rule, Kiv::UniqueId* id) {
+  return Acl::matchesIpAclRule(&p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17),
+                               l4<SctpHdr>(p, 132), p.around.vlanId, list, rule, id, true, true);
+}
+
+bool match(const Ip6Packet& p, const List& list, Ip6RuleConfig* rule, Kiv::UniqueId* id) {
+  const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
+  return Acl::matchesIp6AclRule(&ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17),
+                                l4<SctpHdr>(p, 132), p.around.vlanId, list, rule, id, true, true);
+}
+
+bool match(const MacPacket& p, const List& list, MacRuleConfig* rule, Kiv::UniqueId* id) {
+  return Acl::matchesMacAclNoHdr(p.source, p.destination, p.typeOrLen, p.vlanId, list, rule, id);
+}
+
+const auto* first(const IpPacket& p, const Acl::RuleMap<IpRuleConfig>& rules) {
+  return Acl::firstIpRule(&p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132),
+                          p.around.vlanId, rules, true, true);
+}
+
+const auto* first(const Ip6Packet& p, const Acl::RuleMap<Ip6RuleConfig>& rules) {
+  const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
+  return Acl::firstIp6Rule(&ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132),
+                           p.around.vlanId, rules, true, true);
+}
+
+const auto* first(const MacPacket& p, const Acl::RuleMap<MacRuleConfig>& rules) {
+  return Acl::firstMacRule(p.source, p.destination, p.typeOrLen, p.vlanId, rules);
+}
+
+const auto* firstInOrder(const IpPacket& p, const Acl::RuleMap<IpRuleConfig>& rules) {
+  return Acl::InOrder::firstIpRule(&p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17),
+                                   l4<SctpHdr>(p, 132), p.around.vlanId, rules, true, true);
+}
+
+const auto* firstInOrder(const Ip6Packet& p, const Acl::RuleMap<Ip6RuleConfig>& rules) {
+  const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
+  return Acl::InOrder::firstIp6Rule(&ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17),
+                                    l4<SctpHdr>(p, 132), p.around.vlanId, rules, true, true);
+}
+
+const auto* firstInOrder(const MacPacket& p, const Acl::RuleMap<MacRuleConfig>& rules) {
+  return Acl::InOrder::firstMacRule(p.source, p.destination, p.typeOrLen, p.vlanId, rules);
+}
+
+template <class Rule>
+const Acl::RuleMap<Rule>& rulesOf(const Acl::AclSubConfig& list) {
+  if constexpr (std::is_same_v<Rule, IpRuleConfig>) return list.ipRuleById();
+  if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) return list.ip6RuleById();
+  if constexpr (std::is_same_v<Rule, MacRuleConfig>) return list.macRuleById();
+}
+
+void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const IpRuleConfig& rule) {
+  list.ipRuleByIdIs(id, rule);
+}
+void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const Ip6RuleConfig& rule) {
+  list.ip6RuleByIdIs(id, rule);
+}
+void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const MacRuleConfig& rule) {
+  list.macRuleByIdIs(id, rule);
+}
+template <class Rule>
+void ruleDelById(Acl::AclSubConfig& list, Kiv::UniqueId id) {
+  if constexpr (std::is_same_v<Rule, IpRuleConfig>) list.ipRuleByIdDel(id);
+  if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) list.ip6RuleByIdDel(id);
+  if constexpr (std::is_same_v<Rule, MacRuleConfig>) list.macRuleByIdDel(id);
+}
+
+Kiv::UniqueId idOf(size_t i) { return Kiv::UniqueId(uint64_t{i} + 1); }
+
+template <class Packet, class Answer>
+uint64_t each(const std::vector<Packet>& packets, Portion portion, const Answer& answer) {
+  return answerEach(
+      portion, [&](size_t i) { __builtin_prefetch(&packets[i]); },
+      [&](size_t i) { return answer(packets[i]); });
+}
+
+template <class Entry>
+int32_t placeOf(const Entry* entry) {
+  return entry ? static_cast<int32_t>(entry->value.sequence) - 1 : noRule;
+}
+
+template <class Entry>
+uint64_t numberOf(const Entry* entry) {
+  return reinterpret_cast<uintptr_t>(entry);
+}
+
+template <class Rule>
+Kelp::Ptr<Acl::AclSubConfig> filledWith(const std::vector<Rule>& rules) {
+  const auto made = MemSlab::make<Acl::AclSubConfig>();
+  for (size_t i = 0; i < rules.size(); ++i) ruleIs(*made, idOf(i), rules[i]);
+  return made;
+}
+
+}  // namespace
+
+template <class Rule>
+OurList<Rule>::OurList(const std::vector<Rule>& rules) : rules_(rules) {
+  const int64_t before = allocations().liveBytes;
+  const double start = processorTime();
+  filled_ = filledWith(rules_);
+  fillNs_ = processorTime() - start;
+  filled_->compile();
+  compileNs_ = processorTime() - start - fillNs_;
+  const auto list = MemSlab::make<Acl::AclConfig>(Kelp::String("L"));
+  list->currCfgIs(filled_);
+  list_ = list;
+  bytes_ = allocations().liveBytes - before;
+}
+
+template <class Rule>
+int32_t OurList<Rule>::lookUp(const Packet& packet) const {
+  return placeOf(first(packet, rulesOf<Rule>(*filled_)));
+}
+
+template <class Rule>
+int32_t OurList<Rule>::inOrder(const Packet& packet) const {
+  return placeOf(firstInOrder(packet, rulesOf<Rule>(*filled_)));
+}
+
+template <class Rule>
+int32_t OurList<Rule>::match(const Packet& packet) const {
+  Rule rule;
+  Kiv::UniqueId id;
+  return Bench::match(packet, list_, &rule, &id) ? static_cast<int32_t>(rule.sequence) - 1 : noRule;
+}
+
+template <class Rule>
+uint64_t OurList<Rule>::lookUps(const std::vector<Packet>& packets, Portion portion) const {
+  const auto& rules = rulesOf<Rule>(*filled_);
+  return each(packets, portion, [&rules](const Packet& packet) { return numberOf(first(packet, rules)); });
+}
+
+template <class Rule>
+uint64_t OurList<Rule>::inOrder(const std::vector<Packet>& packets, Portion portion) const {
+  const auto& rules = rulesOf<Rule>(*filled_);
+  return each(packets, portion,
+              [&rules](const Packet& packet) { return numberOf(firstInOrder(packet, rules)); });
+}
+
+template <class Rule>
+uint64_t OurList<Rule>::matches(const std::vector<Packet>& packets, Portion portion) const {
+  Rule rule;
+  Kiv::UniqueId id;
+  return each(packets, portion,
+              [&](const Packet& packet) { return Bench::match(packet, list_, &rule, &id) ? id.value() : 0; });
+}
+
+template <class Rule>
+void OurList<Rule>::ruleDel(size_t i) {
+  ruleDelById<Rule>(*filled_, idOf(i));
+}
+
+template <class Rule>
+void OurList<Rule>::ruleIs(size_t i) {
+  Bench::ruleIs(*filled_, idOf(i), rules_[i]);
+}
+
+template <class Rule>
+int64_t OurList<Rule>::lookUpBytes() const {
+  return static_cast<int64_t>(rulesOf<Rule>(*filled_).compiled()->bytes());
+}
+
+template class OurList<Acl::IpRuleConfig>;
+template class OurList<Acl::Ip6RuleConfig>;
+template class OurList<Acl::MacRuleConfig>;
+
+}  // namespace Bench

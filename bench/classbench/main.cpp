@@ -1,0 +1,125 @@
+#include <Classify/Find.h>
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <fstream>
+
+#include "classbench/Files.h"
+#include "classbench/Generate.h"
+#include "classbench/Peer.h"
+#include "classbench/Sections.h"
+
+namespace {
+
+using namespace Bench;
+
+struct Options {
+  std::string rules, directory, json;
+  std::vector<std::string> traces;
+  std::vector<size_t> sizes{100, 1000, 10000, 100000};
+  std::vector<Style> styles{std::begin(Bench::styles), std::end(Bench::styles)};
+  std::vector<std::string> sections;
+};
+
+struct Section {
+  const char* name;
+  void (*measure)(Run&, const std::vector<RuleSet>&);
+  bool ofSets;  ///< measures the sets at hand, from files or generated
+};
+constexpr Section allSections[] = {
+    {"sets", measureSets, true},    {"changes", measureChanges, true}, {"ip6", measureIp6, true},
+    {"path", measurePath, true},    {"mac", measureMac, false},        {"fields", measureFields, false},
+    {"worst", measureWorst, false}, {"small", measureSmall, false},
+};
+
+std::vector<RuleSet> setsOf(const Options& options, Run& run) {
+  std::vector<RuleSet> sets;
+  if (!options.directory.empty()) sets = readSets(options.directory);
+  if (!options.rules.empty())
+    sets.push_back(readSet(options.rules, {options.traces.begin(), options.traces.end()}));
+  if (!options.directory.empty() || !options.rules.empty()) return sets;
+  for (const size_t size : options.sizes) {
+    for (const Style style : options.styles) {
+      run.progress(fmt::format("generating {} rules of style {}", size, nameOf(style)));
+      sets.push_back(generateSet(style, size, run.headers, run.seed));
+    }
+  }
+  return sets;
+}
+
+int measure(const Options& options, Run& run) {
+  const bool files = !options.directory.empty() || !options.rules.empty();
+  const auto wanted = [&](const Section& section) {
+    if (options.sections.empty()) return section.ofSets || !files;
+    return std::find(options.sections.begin(), options.sections.end(), section.name) !=
+           options.sections.end();
+  };
+  std::vector<RuleSet> sets;
+  if (std::any_of(std::begin(allSections), std::end(allSections),
+                  [&](const Section& section) { return section.ofSets && wanted(section); })) {
+    sets = setsOf(options, run);
+  }
+  for (const Section& section : allSections) {
+    if (wanted(section)) section.measure(run, sets);
+  }
+  fmt::print("{}", run.goals().text(run.coloured()));
+  if (options.json.empty()) return 0;
+  std::ofstream out(options.json);
+  out << run.json().dump(2) << '\n';
+  out.close();
+  if (!out) throw FileError(options.json + ": cannot be written");
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  Run run;
+  std::vector<std::string> names;
+  for (const Section& section : allSections) names.push_back(section.name);
+
+  CLI::App app(
+      "Times access lists against librte_acl: one packet a call, headers in, first matching rule out.");
+  app.add_option("--rules", options.rules, "a ClassBench rule file, plain or .gz")->check(CLI::ExistingFile);
+  app.add_option("--trace", options.traces, "traces for it")->check(CLI::ExistingFile)->needs("--rules");
+  app.add_option("--dir", options.directory, "every NAME.rules of a directory with its NAME.*trace*")
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--sizes", options.sizes, "rules of the generated sets, when no files are given")
+      ->delimiter(',')
+      ->check(CLI::Range(size_t{1}, size_t{1000000}));
+  app.add_option("--styles", options.styles, "of the generated sets: acl, fw, ipc")
+      ->delimiter(',')
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, Style>{{"acl", Style::acl}, {"fw", Style::fw}, {"ipc", Style::ipc}}));
+  app.add_option("--headers", run.headers, "headers of a generated trace")->check(CLI::PositiveNumber);
+  app.add_option("--seed", run.seed, "of everything that is generated");
+  app.add_option("--rounds", run.rounds, "times that every contender is timed")->check(CLI::Range(7, 1000));
+  app.add_option("--only", options.sections, fmt::format("what to measure: {}", fmt::join(names, ", ")))
+      ->delimiter(',')
+      ->check(CLI::IsMember(names));
+  app.add_option_function<Classify::Unit>(
+         "--unit",
+         [](const Classify::Unit& unit) {
+           const Classify::Kernels* kernels = Classify::kernelsOf(unit);
+           if (!kernels) throw CLI::ValidationError("--unit", "this processor has no such unit");
+           Classify::kernels = kernels;
+         },
+         "what our look-ups run on: portable, avx2, avx512; the best one otherwise")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, Classify::Unit>{{"portable", Classify::Unit::portable},
+                                                {"avx2", Classify::Unit::avx2},
+                                                {"avx512", Classify::Unit::avx512}}));
+  app.add_flag_callback(
+      "--ordinary-pages", [] { peerPages = Pages::ordinary; }, "no large pages for librte_acl");
+  app.add_option("--json", options.json, "also write all figures to a file");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return measure(options, run);
+  } catch (const std::exception& error) {
+    run.progress("");
+    fmt::print(stderr, "velo-bench: {}\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,213 @@
+// What operating the agent costs its packets: the pause of a commit, the pieces of a large answer, and a
+// thousand clients that mean no good. Processor time of the loop's thread throughout, so that other work on
+// the computer is nobody's fault.
+#include <agent/control/ControlPlane.h>
+#include <agent/control/ServerSocket.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+double cpuSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double wallSeconds() { return Kiv::steadyClock().now().seconds(); }
+
+size_t residentKilobytes() {
+  size_t size = 0, resident = 0;
+  std::ifstream("/proc/self/statm") >> size >> resident;
+  return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+std::string rules(int count, int variant) {
+  std::string text = "ip access-list A\n";
+  for (int i = 0; i < count; ++i) {
+    text += fmt::format(" {} permit tcp 10.{}.{}.0/24 any eq {}\n", 10 * (i + 1), i / 256 % 256, i % 256,
+                        1 + (i + variant) % 60000);
+  }
+  return text +
+         fmt::format(" {} permit ip any any\ninterface eth1\n ip access-group A in\n", 10 * (count + 1));
+}
+
+/// An agent that receives one and the same frame as fast as it can while it is told to.
+class BusyAgent : public Agent::Poller {
+ public:
+  BusyAgent() {
+    const auto plugin = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "VeloAcl.so";
+    if (const auto wrong = core_.loadPlugin(plugin.string())) throw std::runtime_error(*wrong);
+    Agent::ControlOptions options;
+    options.socket =
+        (std::filesystem::temp_directory_path() / fmt::format("velo-bench-{}", getpid())).string();
+    socket_ = options.socket;
+    plane_ = std::make_unique<Agent::ControlPlane>(core_, forwarder_, loop_, Agent::ConfigFiles(), options);
+    if (const auto wrong = plane_->listen()) throw std::runtime_error(*wrong);
+    session_ = std::make_unique<Agent::Session>(plane_->operations());
+  }
+  ~BusyAgent() override { session_.reset(); }
+
+  bool poll() override {
+    constexpr int burst = 32;
+    for (int i = 0; i < burst; ++i) {
+      forwarder_.packet().assign(frame_, 60, 1.0);
+      forwarder_.receive(*port_);
+    }
+    packets_ += burst;
+    return true;
+  }
+
+  /// Frames received in a second of the thread's processor time.
+  double rate(double seconds) {
+    loop_.pollerIs(this);
+    const double start = wallSeconds(), cpu = cpuSeconds();
+    packets_ = 0;
+    while (wallSeconds() - start < seconds) loop_.turn(0);
+    loop_.pollerDel(this);
+    const double rate = static_cast<double>(packets_) / (cpuSeconds() - cpu);
+    loop_.turn(0);
+    return rate;
+  }
+
+  Json apply(const std::string& text) {
+    ask({{"do", "text"}, {"name", "t"}, {"text", text}});
+    const Json answer = ask({{"do", "apply"}});
+    const double start = wallSeconds();
+    while (wallSeconds() - start < 0.5) loop_.turn(1);
+    return answer;
+  }
+
+  Json ask(const Json& request) {
+    std::string wrong;
+    std::optional<std::string> answered;
+    plane_->operations().handle(*Agent::Request::read(Agent::lineOf(request), &wrong), *session_, true,
+                                [&](Agent::Answer answer) { answered = take(std::move(answer)); });
+    while (!answered) loop_.turn(1);
+    return Json::parse(*answered);
+  }
+
+  double longestPiece = 0, allPieces = 0;
+  const std::string& socket() const { return socket_; }
+  size_t clients() const { return plane_->server().clientCount(); }
+
+ private:
+  std::string take(Agent::Answer answer) {
+    if (!answer.document) return Agent::lineOf(answer.error);
+    std::string text;
+    longestPiece = allPieces = 0;
+    for (bool more = true; more;) {
+      const double start = cpuSeconds();
+      more = answer.document->next(text);
+      const double took = cpuSeconds() - start;
+      longestPiece = std::max(longestPiece, took);
+      allPieces += took;
+    }
+    return text;
+  }
+
+  Agent::EventLoop loop_;
+  Agent::Core core_;
+  Agent::Forwarder forwarder_{core_, Velo::MalformedPolicy::drop};
+  std::unique_ptr<Agent::ControlPlane> plane_;
+  std::unique_ptr<Agent::Session> session_;
+  std::string socket_;
+  Agent::Port* port_ = &forwarder_.portIs("eth1");
+  std::string wrong_;
+  const std::vector<uint8_t> frame_ =
+      Agent::readFrameText("udp 192.0.2.1:1 > 198.51.100.7:2", &wrong_)->octets;
+  uint64_t packets_ = 0;
+};
+
+/// Runs hostile clients until it is killed.
+[[noreturn]] void attack(const std::string& path, int clients) {
+  rlimit descriptors{4096, 4096};
+  setrlimit(RLIMIT_NOFILE, &descriptors);
+  std::vector<int> fds(static_cast<size_t>(clients), -1);
+  std::minstd_rand random(1);
+  const std::string huge(64 * 1024, '[');
+  for (;;) {
+    for (size_t i = 0; i < fds.size(); ++i) {
+      std::string wrong;
+      if (fds[i] < 0) fds[i] = Agent::connectTo(path, false, &wrong);
+      if (fds[i] < 0) continue;
+      char ignored[4096];
+      ssize_t kept = 1;
+      if (recv(fds[i], ignored, sizeof ignored, MSG_DONTWAIT) == 0) kept = -1;
+      std::string text;
+      if (i % 4 == 0) text = std::string(random() % 500, static_cast<char>(random())) + "\n";
+      if (i % 4 == 1) text = "{\"do\":\"show\",\"wha";
+      if (i % 4 == 2) text = huge;
+      if (kept > 0 && !text.empty())
+        kept = send(fds[i], text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+      if (kept < 0 && errno != EAGAIN) {
+        close(fds[i]);
+        fds[i] = -1;
+      }
+    }
+  }
+}
+
+void hostile() {
+  BusyAgent agent;
+  agent.apply(rules(1000, 0));
+  agent.rate(1);
+  std::vector<double> without, with;
+  size_t before = 0, after = 0;
+  // Alternating, so that what changes on the computer meanwhile meets both.
+  for (int round = 0; round < 5; ++round) {
+    without.push_back(agent.rate(1));
+    if (round == 1) before = residentKilobytes();
+    const pid_t child = fork();
+    if (child == 0) attack(agent.socket(), 1000);
+    agent.rate(0.5);
+    with.push_back(agent.rate(1));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    agent.rate(0.2);
+    after = residentKilobytes();
+  }
+  std::sort(without.begin(), without.end());
+  std::sort(with.begin(), with.end());
+  fmt::print(
+      "hostile clients: {:.0f} frames a second of processor time without, {:.0f} with 1000 ({:+.2f} %); "
+      "resident {} "
+      "then {} kB\n",
+      without[2], with[2], (with[2] / without[2] - 1) * 100, before, after);
+}
+
+void sizes() {
+  fmt::print("{:>8} {:>14} {:>16} {:>16} {:>18} {:>18}\n", "rules", "prepare all/ms", "commit all/ms",
+             "commit one/ms", "longest piece/ms", "all pieces/ms");
+  for (const int count : {1000, 10000, 100000}) {
+    BusyAgent agent;
+    agent.apply(rules(count, 0));
+    const Json all = agent.apply(rules(count, 1));
+    std::string one = rules(count, 1);
+    one.replace(one.rfind("permit ip any any"), 6, "deny  ");
+    const Json single = agent.apply(one);
+    agent.ask({{"do", "show"}, {"what", "access-lists"}});
+    fmt::print("{:>8} {:>14.2f} {:>16.2f} {:>16.3f} {:>18.3f} {:>18.2f}\n", count,
+               all.at("prepareSeconds").get<double>() * 1e3, all.at("commitSeconds").get<double>() * 1e3,
+               single.at("commitSeconds").get<double>() * 1e3, agent.longestPiece * 1e3,
+               agent.allPieces * 1e3);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || std::string_view(argv[1]) != "hostile") sizes();
+  hostile();
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "DifferentialModel.h"
+
+#include <random>
+
+namespace TestSupport::Differential {
+
+class Dice {
+ public:
+  explicit Dice(uint64_t seed) : random_(seed) {}
+  uint64_t any() { return random_(); }
+  uint64_t below(uint64_t bound) { return random_() % bound; }
+  bool once(uint64_t in) { return below(in) == 0; }
+  template <class Values>
+  const auto& of(const Values& values) {
+    return values[below(std::size(values))];
+  }
+
+ private:
+  std::mt19937_64 random_;
+};
+
+/// Rules and packets of one list that have to do with each other: addresses below a few heads, so that
+/// prefixes nest and cross; ports, hops and the like from what other rules ask, and one beside that. What a
+/// list is made of mostly (prefixes, wildcards, ports, ...) is drawn once for it.
+template <class Rule>
+class Generator {
+ public:
+  explicit Generator(Dice& dice);
+
+  /// How many rules this list has to start with: nothing, a handful, or up to some thousand.
+  size_t size() const { return size_; }
+  /// Any sequence number: in some lists few, so that rules share them.
+  uint32_t sequence();
+  Kiv::UniqueId id();
+  Rule rule();
+  /// A packet that is inside, at the edge of, or next to some of the rules so far.
+  Fields packet();
+
+ private:
+  struct Column {
+    U128 value = 0, mask = 0;
+  };
+  struct Made {
+    Column source, destination;
+    Rule rule;
+  };
+
+  Column column();
+  U128 near(const Column& column, bool inside);
+  void baseNear(Fields& packet, const Acl::IpFilterBase& filter, bool inside);
+  uint16_t portNear(const Acl::PortMatch& match, bool inside);
+  void baseOf(Acl::IpFilterBase& filter);
+  void someVlan(Acl::VlanMatch& vlan);
+  Acl::PortMatch ports();
+  uint16_t port();
+  const Made* someMade() { return made_.empty() ? nullptr : &dice_.of(made_); }
+
+  Dice& dice_;
+  std::vector<U128> heads_;
+  std::vector<unsigned> kinds_;  // of address columns: each place a kind, drawn from
+  std::vector<uint16_t> portPool_;
+  unsigned moreIn_;     // one rule in so many asks something of the other fields; 0: none does
+  uint32_t sequences_;  // up to this number
+  size_t size_;
+  std::vector<Made> made_;  // the latest ones
+  size_t nextMade_ = 0;
+};
+
+extern template class Generator<Acl::IpRuleConfig>;
+extern template class Generator<Acl::Ip6RuleConfig>;
+extern template class Generator<Acl::MacRuleConfig>;
+
+}  // namespace TestSupport::Differential

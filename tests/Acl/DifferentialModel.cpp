@@ -1,0 +1,290 @@
+#include "DifferentialModel.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace TestSupport::Differential {
+
+namespace {
+
+using Acl::Compare;
+using Acl::Ip6RuleConfig;
+using Acl::IpRuleConfig;
+using Acl::MacRuleConfig;
+
+struct Interval {
+  int low, high;
+};
+
+/// The ports that a condition allows.
+std::vector<Interval> allowed(const Acl::PortMatch& asked) {
+  const int a = asked.ports[0], b = asked.ports[1];
+  switch (asked.op) {
+    case Compare::any:
+      return {{0, 65535}};
+    case Compare::lt:
+      return {{0, a - 1}};
+    case Compare::gt:
+      return {{a + 1, 65535}};
+    case Compare::range:
+      return {{a, b}};
+    default:
+      break;
+  }
+  std::vector<int> operands(asked.ports.begin(), asked.ports.begin() + asked.count);
+  std::sort(operands.begin(), operands.end());
+  std::vector<Interval> all;
+  if (asked.op == Compare::eq) {
+    for (const int operand : operands) all.push_back({operand, operand});
+    return all;
+  }
+  int next = 0;
+  for (const int operand : operands) {
+    all.push_back({next, operand - 1});
+    next = operand + 1;
+  }
+  all.push_back({next, 65535});
+  return all;
+}
+
+bool isIn(const std::vector<Interval>& intervals, int number) {
+  return std::any_of(intervals.begin(), intervals.end(),
+                     [number](Interval in) { return in.low <= number && number <= in.high; });
+}
+
+std::bitset<256> allowedHops(const Acl::HopMatch& asked) {
+  std::bitset<256> hops;
+  for (unsigned i = 0; i < 256; ++i) {
+    const bool met[] = {true, i == asked.value, i != asked.value, i<asked.value, i> asked.value, false};
+    hops[i] = met[static_cast<size_t>(asked.op)];
+  }
+  return hops;
+}
+
+U128 number(Nimnet::IpAddr a) { return a.value; }
+U128 number(const Nimnet::Ip6Addr& a) { return U128{a.high} << 64 | a.low; }
+U128 number(const Nimnet::EthAddr& a) {
+  U128 all = 0;
+  for (const uint8_t octet : a.bytes) all = all * 256 + octet;
+  return all;
+}
+
+void put(uint8_t* at, size_t octets, U128 value) {
+  while (octets-- > 0) {
+    at[octets] = static_cast<uint8_t>(value);
+    value >>= 8;
+  }
+}
+
+/// The one L4 header of a packet in the octets of a frame.
+struct L4Octets {
+  alignas(8) uint8_t octets[20] = {};
+  const L4 kind;
+
+  explicit L4Octets(const Fields& f) : kind(f.l4) {
+    if (kind == L4::icmp) {
+      octets[0] = f.icmpType;
+      octets[1] = f.icmpCode;
+      return;
+    }
+    put(octets, 2, f.sourcePort);
+    put(octets + 2, 2, f.destinationPort);
+    octets[12] = 0x50;
+    octets[13] = f.flags;
+  }
+  template <class Hdr>
+  const Hdr* as(L4 wanted) const {
+    return kind == wanted ? reinterpret_cast<const Hdr*>(octets) : nullptr;
+  }
+};
+
+std::string text(const Acl::PortMatch& port) {
+  static constexpr const char* names[] = {"any", "eq", "neq", "lt", "gt", "range"};
+  return fmt::format("{} {}", names[static_cast<size_t>(port.op)],
+                     fmt::join(port.ports.begin(), port.ports.begin() + port.count, " "));
+}
+
+std::string text(const Acl::VlanMatch& vlan) {
+  return vlan.named ? fmt::format(" vlan {} wildcard {:#x}", vlan.id, vlan.wildcard) : "";
+}
+
+template <class Rule>
+std::string describeIp(const Rule& rule) {
+  const auto& f = rule.filter;
+  std::string all =
+      fmt::format("{} {} {}&{} -> {}&{}", rule.sequence, stringValue(rule.action), f.source.str(),
+                  f.sourceMask.str(), f.destination.str(), f.destinationMask.str());
+  if (f.protocolNamed) all += fmt::format(" protocol {}", f.protocol);
+  if (!f.sourcePort.isAny()) all += " from " + text(f.sourcePort);
+  if (!f.destinationPort.isAny()) all += " to " + text(f.destinationPort);
+  if (f.icmpTypeNamed) all += fmt::format(" type {}", f.icmpType);
+  if (f.icmpCodeNamed) all += fmt::format(" code {}", f.icmpCode);
+  if (f.established) all += " established";
+  if (f.tcpFlags) all += fmt::format(" flags {:#x}", f.tcpFlags);
+  if (f.trafficClassMask) all += fmt::format(" class {:#x}&{:#x}", f.trafficClass, f.trafficClassMask);
+  if (!f.hops.isAny()) all += fmt::format(" hops op {} {}", static_cast<int>(f.hops.op), f.hops.value);
+  if (f.fragments) all += " fragments";
+  return all + text(f.vlan);
+}
+
+}  // namespace
+
+/// What a rule asks beside the addresses.
+template <class Rule>
+struct Oracle<Rule>::Conditions {
+  const Rule rule;
+  std::vector<Interval> sourcePorts, destinationPorts;
+  std::bitset<256> hops;
+
+  explicit Conditions(const Rule& r) : rule(r) {
+    if constexpr (!std::is_same_v<Rule, MacRuleConfig>) {
+      sourcePorts = allowed(r.filter.sourcePort);
+      destinationPorts = allowed(r.filter.destinationPort);
+      hops = allowedHops(r.filter.hops);
+    }
+  }
+
+  bool vlanMet(const Fields& p) const {
+    const auto& vlan = rule.filter.vlan;
+    return !vlan.named ||
+           (p.vlanKnown && (p.vlan | vlan.wildcard) % 4096 == (vlan.id | vlan.wildcard) % 4096);
+  }
+
+  bool met(const Fields& p) const {
+    const auto& f = rule.filter;
+    if constexpr (std::is_same_v<Rule, MacRuleConfig>) {
+      return vlanMet(p) && (!f.etherTypeNamed || f.etherType == p.etherType) && !f.mpls.labelNamed &&
+             !f.mpls.innerLabelNamed;
+    } else {
+      if (f.protocolNamed && (!p.protocolKnown || p.protocol != f.protocol)) return false;
+      if ((p.trafficClass & f.trafficClassMask) != (f.trafficClass & f.trafficClassMask)) return false;
+      if (f.fragments && !p.later) return false;
+      if (f.hops.op != Compare::any && (!p.hopsKnown || !hops[p.hops])) return false;
+      const bool ports = p.l4 == L4::tcp || p.l4 == L4::udp || p.l4 == L4::sctp;
+      if (f.sourcePort.op != Compare::any && !(ports && isIn(sourcePorts, p.sourcePort))) return false;
+      if (f.destinationPort.op != Compare::any && !(ports && isIn(destinationPorts, p.destinationPort)))
+        return false;
+      const uint8_t flags = p.l4 == L4::tcp ? p.flags : 0;
+      constexpr uint8_t ackOrRst = 0x14;
+      if (f.established && !(flags & ackOrRst)) return false;
+      if ((flags & f.tcpFlags) != f.tcpFlags) return false;
+      if (f.icmpTypeNamed && !(p.l4 == L4::icmp && p.icmpType == f.icmpType)) return false;
+      if (f.icmpCodeNamed && !(p.l4 == L4::icmp && p.icmpCode == f.icmpCode)) return false;
+      return vlanMet(p);
+    }
+  }
+};
+
+template <class Rule>
+void Oracle<Rule>::ruleIs(Kiv::UniqueId id, const Rule& rule) {
+  ruleDel(id);
+  const auto& f = rule.filter;
+  const std::array<U128, 2> mask{number(f.sourceMask), number(f.destinationMask)};
+  const Place place{rule.sequence,
+                    id,
+                    {number(f.source) & mask[0], number(f.destination) & mask[1]},
+                    mask,
+                    std::make_shared<Conditions>(rule)};
+  places_.insert(std::lower_bound(places_.begin(), places_.end(), place), place);
+  sequences_[id.value()] = rule.sequence;
+}
+
+template <class Rule>
+void Oracle<Rule>::ruleDel(Kiv::UniqueId id) {
+  const auto known = sequences_.find(id.value());
+  if (known == sequences_.end()) return;
+  const Place place{known->second, id, {}, {}, nullptr};
+  places_.erase(std::lower_bound(places_.begin(), places_.end(), place));
+  sequences_.erase(known);
+}
+
+template <class Rule>
+void Oracle<Rule>::clear() {
+  places_.clear();
+  sequences_.clear();
+}
+
+template <class Rule>
+auto Oracle<Rule>::first(const Fields& packet) const -> Answer {
+  for (const Place& place : places_) {
+    if ((packet.source & place.mask[0]) != place.value[0]) continue;
+    if ((packet.destination & place.mask[1]) != place.value[1]) continue;
+    if (place.conditions->met(packet)) return {&place.conditions->rule, place.id};
+  }
+  return {nullptr, {}};
+}
+
+template class Oracle<IpRuleConfig>;
+template class Oracle<Ip6RuleConfig>;
+template class Oracle<MacRuleConfig>;
+
+bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, IpRuleConfig* rule,
+                Kiv::UniqueId* id) {
+  Nimnet::IpHdr ip{};
+  ip.bytes[0] = 0x45;
+  ip.bytes[1] = f.trafficClass;
+  put(ip.bytes + 6, 2, f.later ? 0x2007u : 0x4000u);
+  ip.bytes[8] = f.hops;
+  ip.bytes[9] = f.protocol;
+  put(ip.bytes + 12, 4, f.source);
+  put(ip.bytes + 16, 4, f.destination);
+  const L4Octets l4(f);
+  return Acl::matchesIpAclRule(&ip, l4.as<Nimnet::IcmpHdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
+                               l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan, list,
+                               rule, id, f.vlanKnown, f.hopsKnown);
+}
+
+bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, Ip6RuleConfig* rule,
+                Kiv::UniqueId* id) {
+  uint8_t fixed[Nimnet::Ip6Hdr::size] = {};
+  put(fixed, 2, 0x6000u | static_cast<unsigned>(f.trafficClass << 4));
+  fixed[6] = f.later ? 44 : f.protocol;
+  fixed[7] = f.hops;
+  put(fixed + 8, 16, f.source);
+  put(fixed + 24, 16, f.destination);
+  const Nimnet::Ip6Hdr ip6(fixed, {.protocol = f.protocol,
+                                   .protocolKnown = f.protocolKnown,
+                                   .hasFragmentHeader = f.later,
+                                   .moreFragments = f.later,
+                                   .fragmentOffset = static_cast<uint16_t>(f.later ? 7 : 0)});
+  const L4Octets l4(f);
+  return Acl::matchesIp6AclRule(&ip6, l4.as<Nimnet::Icmp6Hdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
+                                l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan,
+                                list, rule, id, f.vlanKnown, f.hopsKnown);
+}
+
+bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, MacRuleConfig* rule,
+                Kiv::UniqueId* id) {
+  Nimnet::EthAddr source, destination;
+  put(source.bytes.data(), 6, f.source);
+  put(destination.bytes.data(), 6, f.destination);
+  return Acl::matchesMacAclNoHdr(source, destination, f.etherType, f.vlan, list, rule, id);
+}
+
+std::string describe(const IpRuleConfig& rule) { return describeIp(rule); }
+std::string describe(const Ip6RuleConfig& rule) { return describeIp(rule); }
+std::string describe(const MacRuleConfig& rule) {
+  const auto& f = rule.filter;
+  std::string all =
+      fmt::format("{} {} {}&{} -> {}&{}", rule.sequence, stringValue(rule.action), f.source.str(),
+                  f.sourceMask.str(), f.destination.str(), f.destinationMask.str());
+  if (f.etherTypeNamed) all += fmt::format(" type {:#x}", f.etherType);
+  if (f.mpls.labelNamed || f.mpls.innerLabelNamed) all += " mpls";
+  return all + text(f.vlan);
+}
+
+std::string Fields::str() const {
+  static constexpr const char* names[] = {"none", "tcp", "udp", "sctp", "icmp"};
+  return fmt::format(
+      "{:016x}{:016x} -> {:016x}{:016x} protocol {}{} class {:#x} hops {}{}{} vlan {}{} l4 {} ports {} {} "
+      "flags {:#x} "
+      "icmp {} {} type {:#x}",
+      static_cast<uint64_t>(source >> 64), static_cast<uint64_t>(source),
+      static_cast<uint64_t>(destination >> 64), static_cast<uint64_t>(destination), protocol,
+      protocolKnown ? "" : " (unknown)", trafficClass, hops, hopsKnown ? "" : " (unknown)",
+      later ? " later fragment" : "", vlan, vlanKnown ? "" : " (unknown)", names[static_cast<size_t>(l4)],
+      sourcePort, destinationPort, flags, icmpType, icmpCode, etherType);
+}
+
+}  // namespace TestSupport::Differential

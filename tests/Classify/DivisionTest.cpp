@@ -1,0 +1,140 @@
+#include <Classify/Division.h>
+#include <Classify/Find.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+using namespace Classify;
+
+TEST(Gather, PutsTheBitsUnderAMaskSideBySide) {
+  struct {
+    uint64_t bits, mask, gathered;
+    const char* why;
+  } const rows[] = {
+      {0xffff, 0, 0, "no bits are nothing"},
+      {0xabcd, ~uint64_t{0}, 0xabcd, "all bits are the word"},
+      {0xf0, 0xff, 0xf0, "a run at the lower end stays where it is"},
+      {0xf000, 0xff00, 0xf0, "a run goes to the lower end"},
+      {0x8000000000000001, 0x8000000000000001, 3, "the outermost bits meet"},
+      {0b101010, 0b111010, 0b1011, "the lowest bit of the mask is the lowest of the result"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(gatherBits(row.bits, row.mask), row.gathered) << row.why;
+    EXPECT_EQ(scatterBits(row.gathered, row.mask), row.bits & row.mask) << row.why;
+  }
+}
+
+TEST(Gather, IsTheSameInEveryUnit) {
+  std::mt19937_64 random(1);
+  for (int i = 0; i < 10000; ++i) {
+    Projection projection;
+    for (auto& side : projection.sides) {
+      // At most 31 bits, as in a projection.
+      while (__builtin_popcountll(side.mask[0]) + __builtin_popcountll(side.mask[1]) < 31 && random() % 40) {
+        side.mask[random() % 2] |= uint64_t{1} << random() % 64;
+      }
+      side.shift = static_cast<uint32_t>(__builtin_popcountll(side.mask[1]));
+      side.restMask[0] = random() & ~side.mask[0] & 0xff;
+      side.restValue[0] = random() & side.restMask[0];
+    }
+    const uint64_t words[4] = {random() & (random() % 2 ? ~uint64_t{0xff} : ~uint64_t{0}), random(), random(),
+                               random()};
+    uint32_t expected[2];
+    for (int s = 0; s < 2; ++s) {
+      const auto& side = projection.sides[s];
+      const uint64_t gathered =
+          gatherBits(words[2 * s], side.mask[0]) << side.shift | gatherBits(words[2 * s + 1], side.mask[1]);
+      const bool rest = (words[2 * s] & side.restMask[0]) == side.restValue[0];
+      expected[s] = static_cast<uint32_t>(gathered << 1 | (rest ? 1 : 0));
+    }
+    for (const Unit unit : {Unit::portable, Unit::avx2, Unit::avx512}) {
+      const Kernels* kernels = kernelsOf(unit);
+      if (!kernels) continue;
+      uint32_t found[2];
+      uint8_t octets[32];
+      for (int at = 0; at < 32; ++at) octets[at] = static_cast<uint8_t>(words[at / 8] >> (56 - at % 8 * 8));
+      kernels->project(projection, octets, found);
+      ASSERT_EQ(found[0], expected[0]);
+      ASSERT_EQ(found[1], expected[1]);
+    }
+  }
+}
+
+Image host(uint32_t slot, uint32_t address) {
+  Image image;
+  image.slot = slot;
+  image.mask[0] = ~uint32_t{0};
+  image.value[0] = address;
+  return image;
+}
+
+TEST(Division, PutsEveryImageIntoTheCellsThatItMeets) {
+  std::vector<Image> images;
+  for (uint32_t i = 0; i < 64; ++i) images.push_back(host(i, i * 3));
+  std::vector<uint32_t> members(images.size());
+  for (uint32_t i = 0; i < members.size(); ++i) members[i] = i;
+  DivisionLimits limits;
+  limits.maxMembers = 1000;
+  limits.maxCells = 1000;
+  std::vector<bool> shadowing(64);
+  const Division division = divide(Images(images), members, {}, limits, shadowing);
+  ASSERT_TRUE(division.divides());
+  EXPECT_TRUE(division.left.empty());
+  size_t found = 0;
+  for (size_t cell = 0; cell < division.cells.size(); ++cell) {
+    const Region region = division.regionOf({}, cell);
+    for (const uint32_t member : division.cells[cell]) {
+      EXPECT_NE(overlap(region, images[member]), Overlap::none);
+      ++found;
+    }
+  }
+  EXPECT_EQ(found, images.size()) << "hosts are in one cell each";
+}
+
+TEST(Division, LeavesOutWhatWouldBeInTooManyCells) {
+  std::vector<Image> images;
+  for (uint32_t i = 0; i < 64; ++i) images.push_back(host(i, i * 0x01010101));
+  Image any;
+  any.slot = 64;
+  any.mask[1] = ~uint32_t{0};
+  images.push_back(any);
+  std::vector<uint32_t> members(images.size());
+  for (uint32_t i = 0; i < members.size(); ++i) members[i] = i;
+  DivisionLimits limits;
+  limits.maxMembers = 1000;
+  limits.maxCells = 1000;
+  limits.maxCopies = 2;
+  std::vector<bool> shadowing(65);
+  const Division division = divide(Images(images), members, {}, limits, shadowing);
+  EXPECT_EQ(division.left, std::vector<uint32_t>{64});
+  for (const uint32_t member : division.cells.members) EXPECT_NE(member, 64u);
+}
+
+TEST(Division, KeepsOutWhatAnEarlierImageHides) {
+  std::vector<Image> images;
+  for (uint32_t i = 0; i < 32; ++i) {
+    Image prefix;
+    prefix.slot = i;
+    prefix.mask[0] = 0xf0000000;
+    prefix.value[0] = i % 16 << 28;
+    images.push_back(prefix);  // each prefix twice: the second is met by nobody
+  }
+  std::vector<uint32_t> members(images.size());
+  for (uint32_t i = 0; i < members.size(); ++i) members[i] = i;
+  DivisionLimits limits;
+  limits.maxMembers = 1000;
+  limits.maxCells = 1000;
+  std::vector<bool> shadowing(32);
+  const Division division = divide(Images(images), members, {}, limits, shadowing);
+  for (size_t cell = 0; cell < division.cells.size(); ++cell) {
+    const Region region = division.regionOf({}, cell);
+    const auto inside = division.cells[cell];
+    for (size_t i = 0; i + 1 < inside.size(); ++i) {
+      EXPECT_NE(overlap(region, images[inside[i]]), Overlap::all) << "nothing comes behind what takes all";
+    }
+  }
+}
+
+}  // namespace

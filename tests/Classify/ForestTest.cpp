@@ -1,0 +1,297 @@
+#include <Classify/Find.h>
+#include <Classify/Forest.h>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+
+// The forest against images that are tried one after the other, for every unit that this computer has.
+
+namespace {
+
+using namespace Classify;
+
+class Dice {
+ public:
+  explicit Dice(uint32_t seed) : random_(seed) {}
+  uint32_t below(uint32_t bound) { return random_() % bound; }
+  bool once(uint32_t in) { return below(in) == 0; }
+  uint32_t word() { return random_(); }
+
+ private:
+  std::mt19937 random_;
+};
+
+bool inRange(uint32_t number, uint32_t low, uint32_t high) { return low <= number && number <= high; }
+
+/// Written from the meaning of the words, not from the kernels.
+bool meets(const Image& image, const Key& key) {
+  const uint32_t words[3] = {static_cast<uint32_t>(key.bits[0] >> 32), static_cast<uint32_t>(key.bits[0]),
+                             static_cast<uint32_t>(key.bits[1])};
+  for (int i = 0; i < 3; ++i) {
+    if ((words[i] & image.mask[i]) != image.value[i]) return false;
+  }
+  const auto pair = static_cast<uint32_t>(key.bits[1] >> 32);
+  for (const int shift : {0, 16}) {
+    const auto half = [shift](uint32_t word) { return word >> shift & 0xffff; };
+    if (!inRange(half(pair), half(image.pairLow), half(image.pairHigh))) return false;
+  }
+  for (const int shift : {0, 8, 16, 24}) {
+    const auto octet = [shift](uint32_t word) { return word >> shift & 0xff; };
+    if (!inRange(octet(key.quad), octet(image.quadLow), octet(image.quadHigh))) return false;
+  }
+  return true;
+}
+
+/// What a set of images looks like.
+struct Shape {
+  const char* name;
+  uint32_t addresses;  ///< how many different ones there are
+  uint32_t anyIn;      ///< one address in so many is any
+  bool ternary;        ///< masks are no prefixes
+  bool ranges;         ///< of the pair, instead of single numbers
+  bool quads;
+  uint32_t anyThirdIn;
+};
+
+constexpr Shape shapes[] = {
+    {"hosts", 1000, 20, false, false, false, 4},
+    {"few addresses, many ports", 3, 10, false, false, false, 2},
+    {"one side any", 500, 2, false, false, false, 3},
+    {"ranges that cross", 4, 3, false, true, false, 2},
+    {"wildcards anywhere", 200, 3, true, false, false, 2},
+    {"with quads", 100, 4, false, true, true, 3},
+    {"all alike", 1, 1, false, false, false, 1},
+};
+
+class World {
+ public:
+  World(uint32_t seed, const Shape& shape) : dice_(seed), shape_(shape) {
+    for (uint32_t i = 0; i < shape.addresses; ++i) addresses_.push_back(dice_.word());
+  }
+
+  Image image(uint32_t slot) {
+    Image made;
+    made.slot = slot;
+    for (const int word : {0, 1}) {
+      if (dice_.once(shape_.anyIn)) continue;
+      made.mask[word] = shape_.ternary ? dice_.word() | dice_.word() : ~uint32_t{0} << dice_.below(20);
+      made.value[word] = address() & made.mask[word];
+    }
+    if (!dice_.once(shape_.anyThirdIn)) {
+      made.mask[2] = dice_.once(2) ? 0xff000000 : 0xff000fff;
+      made.value[2] = third() & made.mask[2];
+    }
+    for (const int shift : {0, 16}) {
+      uint32_t low = dice_.below(200), high = low;
+      if (shape_.ranges) high = low + dice_.below(3000);
+      if (dice_.once(3)) low = 0, high = 0xffff;
+      made.pairLow |= low << shift;
+      made.pairHigh = (made.pairHigh & ~(0xffffu << shift)) | high << shift;
+    }
+    if (shape_.quads && dice_.once(2)) {
+      made.quadLow = dice_.below(100);
+      made.quadHigh = 0xffffff00 | (made.quadLow + dice_.below(100));
+    }
+    return made;
+  }
+
+  /// Mostly one that meets some image, or nearly.
+  Key key(const std::vector<Image>& images) {
+    if (images.empty() || dice_.once(8))
+      return Key::of(address(), address(), third(), dice_.word(), dice_.word());
+    const Image& near = images[dice_.below(static_cast<uint32_t>(images.size()))];
+    uint32_t words[3];
+    for (int i = 0; i < 3; ++i) words[i] = near.value[i] | (dice_.word() & ~near.mask[i]);
+    if (dice_.once(4)) words[dice_.below(3)] ^= uint32_t{1} << dice_.below(32);
+    const uint32_t edge = dice_.below(4);
+    uint32_t pair = edge & 1 ? near.pairLow : near.pairHigh;
+    if (edge & 2) pair = dice_.once(2) ? pair + 0x00010001 : pair - 0x00010001;
+    return Key::of(words[0], words[1], words[2], pair, dice_.once(2) ? near.quadLow : dice_.word());
+  }
+
+  Dice& dice() { return dice_; }
+
+ private:
+  uint32_t address() { return addresses_[dice_.below(shape_.addresses)]; }
+  uint32_t third() { return dice_.below(3) << 24 | dice_.below(4); }
+
+  Dice dice_;
+  const Shape& shape_;
+  std::vector<uint32_t> addresses_;
+};
+
+/// A list: images by slot, and in which order they are tried.
+class List {
+ public:
+  std::map<uint32_t, Image> images;  // by slot
+  std::vector<uint32_t> sequences;   // by slot
+  std::vector<Image> inOrder() const {
+    std::vector<Image> ordered;
+    for (const auto& [slot, image] : images) ordered.push_back(image);
+    std::sort(ordered.begin(), ordered.end(),
+              [this](const Image& a, const Image& b) { return precedes(a.slot, b.slot); });
+    return ordered;
+  }
+  bool precedes(uint32_t slot, uint32_t other) const {
+    return sequences[slot] != sequences[other] ? sequences[slot] < sequences[other] : slot < other;
+  }
+  Order order() const {
+    return {this, [](const void* context, uint32_t slot, uint32_t other) {
+              return static_cast<const List*>(context)->precedes(slot, other);
+            }};
+  }
+};
+
+struct Asked {
+  const List& list;
+  const Key& key;
+  uint32_t inexact = 0;
+};
+
+/// Images in slots divisible by 5 are inexact, and what they ask more is that the key's last bit is set.
+bool meetsAll(const Image& image, const Key& key) {
+  return meets(image, key) && (image.exact || key.bits[0] & 1);
+}
+
+constexpr Questions questions{[](const void* context, uint32_t slot) {
+                                const auto& asked = *static_cast<const Asked*>(context);
+                                return meetsAll(asked.list.images.at(slot), asked.key);
+                              },
+                              [](const void* context, uint32_t slot, uint32_t other) {
+                                return static_cast<const Asked*>(context)->list.precedes(slot, other);
+                              }};
+
+std::vector<std::pair<const char*, const Kernels*>> allKernels() {
+  std::vector<std::pair<const char*, const Kernels*>> all = {{"portable", kernelsOf(Unit::portable)}};
+  if (kernelsOf(Unit::avx2)) all.emplace_back("avx2", kernelsOf(Unit::avx2));
+  if (kernelsOf(Unit::avx512)) all.emplace_back("avx512", kernelsOf(Unit::avx512));
+  return all;
+}
+
+/// True when what stands for a slot is known to be what it should be: of a slot that hid others nobody knows
+/// what comes behind it, once its image is gone.
+void expectAgreement(const Forest& forest, const List& list, World& world, int packets,
+                     const std::string& what) {
+  const std::vector<Image> ordered = list.inOrder();
+  View view = forest.view();
+  view.sequences = list.sequences.data();
+  for (int i = 0; i < packets; ++i) {
+    const Key key = world.key(ordered);
+    uint32_t expected = noSlot;
+    for (const Image& image : ordered) {
+      if (!meetsAll(image, key)) continue;
+      expected = image.slot;
+      break;
+    }
+    const Asked asked{list, key};
+    for (const auto& [name, kernels] : allKernels()) {
+      ASSERT_EQ(kernels->find(view, key.bits[0], key.bits[1], key.quad, questions, &asked), expected)
+          << what << ", packet " << i << ", " << name;
+    }
+  }
+}
+
+TEST(Forest, FindsTheFirstImageOfAnySet) {
+  for (const Shape& shape : shapes) {
+    for (const uint32_t size : {0u, 1u, 7u, 24u, 25u, 200u, 1500u, 4000u}) {
+      World world(size + 1, shape);
+      List list;
+      for (uint32_t slot = 0; slot < size; ++slot) {
+        list.images[slot] = world.image(slot);
+        list.images[slot].exact = slot % 5 != 0;
+        list.sequences.push_back(slot / 2);  // pairs of equal numbers
+      }
+      Forest forest;
+      forest.build(list.inOrder(), size, shape.quads);
+      expectAgreement(forest, list, world, 400, fmt::format("{} images, {}", size, shape.name));
+    }
+  }
+}
+
+TEST(Forest, StaysRightThroughChanges) {
+  for (const Shape& shape : shapes) {
+    for (uint32_t seed = 1; seed <= 12; ++seed) {
+      World world(seed, shape);
+      List list;
+      const uint32_t size = seed * 40;
+      for (uint32_t slot = 0; slot < size; ++slot) {
+        list.images[slot] = world.image(slot);
+        list.sequences.push_back(world.dice().below(1000));
+      }
+      Forest forest;
+      forest.build(list.inOrder(), size, shape.quads);
+      for (int change = 0; change < 300; ++change) {
+        if (world.dice().once(2) && !list.images.empty()) {
+          auto at =
+              std::next(list.images.begin(), world.dice().below(static_cast<uint32_t>(list.images.size())));
+          if (forest.shadows(at->first)) continue;
+          const Image gone = at->second;
+          list.images.erase(at);
+          forest.erase(gone);
+        } else {
+          const auto slot = static_cast<uint32_t>(list.sequences.size());
+          list.sequences.push_back(world.dice().below(1000));
+          list.images[slot] = world.image(slot);
+          forest.insert(list.images[slot], list.order());
+        }
+        if (change % 10 == 0) {
+          expectAgreement(forest, list, world, 20,
+                          fmt::format("{}, seed {}, change {}", shape.name, seed, change));
+          if (testing::Test::HasFatalFailure()) return;
+        }
+      }
+    }
+  }
+}
+
+TEST(Forest, GrowsFromNothing) {
+  World world(1, shapes[0]);
+  List list;
+  Forest forest;
+  forest.build({}, 0, false);
+  for (uint32_t slot = 0; slot < 3000; ++slot) {
+    list.images[slot] = world.image(slot);
+    list.sequences.push_back(3000 - slot);
+    forest.insert(list.images[slot], list.order());
+  }
+  expectAgreement(forest, list, world, 2000, "3000 images, one by one");
+}
+
+TEST(Forest, TakesBoundedMemory) {
+  for (const Shape& shape : shapes) {
+    World world(7, shape);
+    std::vector<Image> images;
+    for (uint32_t slot = 0; slot < 3000; ++slot) images.push_back(world.image(slot));
+    Forest forest;
+    forest.build(images, 3000, shape.quads);
+    EXPECT_LT(forest.bytes(), 3000u * 600) << shape.name;
+  }
+}
+
+TEST(Forest, KnowsWhichImagesHideOthers) {
+  Image all, behind;
+  all.slot = 0;
+  behind.slot = 1;
+  std::vector<Image> images = {all};
+  for (uint32_t i = 0; i < 100; ++i) {
+    behind.slot = i + 1;
+    behind.mask[0] = ~uint32_t{0};
+    behind.value[0] = i;
+    images.push_back(behind);
+  }
+  Forest forest;
+  forest.build(images, 101, false);
+  EXPECT_TRUE(forest.shadows(0) || forest.view().trees > 0);
+  const Key key = Key::of(5, 0, 0, 0, 0);
+  View view = forest.view();
+  std::vector<uint32_t> sequences(101);
+  for (uint32_t i = 0; i < 101; ++i) sequences[i] = i;
+  view.sequences = sequences.data();
+  EXPECT_EQ(kernelsOf(Unit::portable)->find(view, key.bits[0], key.bits[1], key.quad, questions, nullptr),
+            0u);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include <agent/show/Shows.h>
+
+#include "RunningAgent.h"
+
+namespace {
+
+using namespace TestSupport;
+
+Bytes udpTo(uint16_t port) { return frame().eth().ip4("192.0.2.1", "198.51.100.7").udp(1024, port).bytes(); }
+
+class OperationsTest : public testing::Test {
+ protected:
+  /// Matches on receipt of a rule.
+  uint64_t matches(const char* list, uint32_t sequence) {
+    const Json shown = agent_.show("access-lists", list);
+    for (const Json& one : shown.at("lists")) {
+      for (const Json& rule : one.at("rules")) {
+        if (rule.at("sequence") == sequence) return rule.at("matches").at("in").get<uint64_t>();
+      }
+    }
+    return ~uint64_t{0};
+  }
+  std::string codeOf(const Json& answer) {
+    return answer.contains("error") ? answer.at("error").at("code").get<std::string>() : "";
+  }
+  RunningAgent agent_;
+};
+
+TEST_F(OperationsTest, WhatCannotBeDoneIsRefusedWithACode) {
+  agent_.start("ip access-list A\n permit ip any any\n");
+  struct Row {
+    const char* why;
+    Json request;
+    bool mayChange;
+    const char* code;
+  };
+  for (const Row& row : {
+           Row{"no operation", Json::object(), true, "unknown-operation"},
+           Row{"an operation that there is not", {{"do", "shutdown"}}, true, "unknown-operation"},
+           Row{"a show that there is not", {{"do", "show"}, {"what", "secrets"}}, true, "unknown-show"},
+           Row{"showing is for everybody", {{"do", "show"}, {"what", "drops"}}, false, ""},
+           Row{"explaining is, too",
+               {{"do", "explain"}, {"port", "eth1"}, {"frame", "arp 192.0.2.1 > 192.0.2.2"}},
+               false,
+               ""},
+           Row{"clearing is not", {{"do", "clear"}}, false, "not-allowed"},
+           Row{"tracing is not", {{"do", "trace"}, {"off", true}}, false, "not-allowed"},
+           Row{"texts take memory", {{"do", "text"}, {"name", "a"}, {"text", ""}}, false, "not-allowed"},
+           Row{"applying is not", {{"do", "apply"}}, false, "not-allowed"},
+           Row{"applying without a text would take everything away", {{"do", "apply"}}, true, "bad-request"},
+           Row{"a text without a name", {{"do", "text"}, {"text", "x"}}, true, "bad-request"},
+           Row{"a list that there is not", {{"do", "clear"}, {"name", "NONE"}}, true, "not-found"},
+           Row{"a frame without a port", {{"do", "explain"}, {"frame", "00"}}, true, "bad-request"},
+           Row{"a port without a frame", {{"do", "explain"}, {"port", "eth1"}}, true, "bad-request"},
+           Row{"a file of the agent's own",
+               {{"do", "explain"}, {"port", "eth1"}, {"frame", "/etc/passwd"}},
+               true,
+               "bad-request"},
+           Row{"a trace without a level", {{"do", "trace"}, {"facility", "Velo::Acl"}}, true, "bad-request"},
+       }) {
+    Agent::Session session(agent_.plane().operations());
+    EXPECT_EQ(codeOf(agent_.ask(row.request, session, row.mayChange)), row.code) << row.why;
+  }
+}
+
+TEST_F(OperationsTest, TextsAreAccountedForAndBounded) {
+  agent_.start("");
+  auto& operations = agent_.plane().operations();
+  const std::string text(1 << 20, '!');
+  {
+    Agent::Session one(operations), two(operations);
+    EXPECT_EQ(agent_.ask({{"do", "text"}, {"name", "a"}, {"text", text}}, one, true).at("octets"),
+              text.size());
+    for (int i = 0; i < 63; ++i) agent_.ask({{"do", "text"}, {"name", "a"}, {"text", text}}, two, true);
+    EXPECT_EQ(operations.textOctets(), 64u << 20);
+    EXPECT_EQ(codeOf(agent_.ask({{"do", "text"}, {"name", "a"}, {"text", "!"}}, one, true)), "too-large")
+        << "what others hold counts";
+    EXPECT_EQ(operations.textOctets(), 63u << 20) << "whoever asked for too much has nothing left";
+  }
+  EXPECT_EQ(operations.textOctets(), 0u) << "with a session its texts go";
+}
+
+TEST_F(OperationsTest, SeveralTextsAreOneConfigurationInTheirOrder) {
+  agent_.start("");
+  agent_.ask({{"do", "text"}, {"name", "a"}, {"text", "ip access-list A\n 10 per"}});
+  agent_.ask({{"do", "text"}, {"name", "a"}, {"text", "mit ip any any\n"}});
+  agent_.ask({{"do", "text"}, {"name", "b"}, {"text", " 20 deny udp any an\n"}});
+  const Json wrong = agent_.ask({{"do", "apply"}});
+  EXPECT_EQ(codeOf(wrong), "mistakes");
+  EXPECT_EQ(wrong.at("error").at("mistakes").at(0).get<std::string>().substr(0, 7), "b:1:18:") << wrong;
+  EXPECT_TRUE(agent_.show("access-lists").at("lists").empty()) << "whole or not at all";
+  EXPECT_EQ(codeOf(agent_.ask({{"do", "apply"}})), "bad-request") << "the texts are used up";
+}
+
+TEST_F(OperationsTest, ClearedCountersCountFromThereOn) {
+  agent_.start(
+      "ip access-list A\n 10 permit udp any any eq 53\n 20 deny ip any any\nip access-list B\n 10 permit ip "
+      "any any\n"
+      "interface eth1\n ip access-group A in\ninterface eth2\n ip access-group B in\n");
+  for (int i = 0; i < 5; ++i) agent_.receive("eth1", udpTo(53));
+  for (int i = 0; i < 3; ++i) agent_.receive("eth2", udpTo(53));
+  agent_.receive("eth1", udpTo(99));
+  agent_.advance(2);
+  const Json statusBefore = agent_.show("status").at("status");
+
+  EXPECT_FALSE(agent_.ask({{"do", "clear"}, {"name", "A"}}).contains("error"));
+  EXPECT_EQ(matches("A", 10), 0u);
+  EXPECT_EQ(matches("B", 10), 3u) << "only the list that was named";
+  EXPECT_EQ(agent_.show("access-lists", "A").at("lists").at(0).at("cleared"), RunningAgent::startTime + 2);
+  EXPECT_FALSE(agent_.show("access-lists", "B").at("lists").at(0).contains("cleared"));
+  EXPECT_FALSE(agent_.show("drops").at("drops").empty()) << "drops are of no list";
+  agent_.receive("eth1", udpTo(53));
+  EXPECT_EQ(matches("A", 10), 1u);
+
+  EXPECT_FALSE(agent_.ask({{"do", "clear"}}).contains("error"));
+  EXPECT_EQ(matches("A", 10), 0u);
+  EXPECT_EQ(matches("B", 10), 0u);
+  EXPECT_TRUE(agent_.show("drops").at("drops").empty());
+  EXPECT_EQ(agent_.show("ports").at("ports").at("eth1").at("received"), 0);
+  EXPECT_EQ(agent_.show("drops").at("cleared"), RunningAgent::startTime + 2);
+  const Json counters = agent_.show("counters");
+  for (const Json& counter : counters.at("counters")) EXPECT_EQ(counter.at("packets"), 0);
+  EXPECT_EQ(agent_.core().status()->status(Acl::AclType::ip)->acl("B")->ruleStatus().begin().value().packets,
+            3u)
+      << "the status is not touched";
+}
+
+TEST_F(OperationsTest, ARuleThatIsMadeAgainDoesNotInheritTheLine) {
+  const char* with = "ip access-list A\n 10 permit udp any any\ninterface eth1\n ip access-group A in\n";
+  agent_.start(with);
+  for (int i = 0; i < 5; ++i) agent_.receive("eth1", udpTo(53));
+  agent_.ask({{"do", "clear"}});
+  agent_.apply("ip access-list A\n 20 permit ip any any\ninterface eth1\n ip access-group A in\n");
+  agent_.apply(with);
+  for (int i = 0; i < 2; ++i) agent_.receive("eth1", udpTo(53));
+  EXPECT_EQ(matches("A", 10), 2u) << "five less would be nonsense, and so would be the five";
+}
+
+}  // namespace
