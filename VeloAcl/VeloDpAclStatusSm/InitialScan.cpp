@@ -50,7 +50,7 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
 
   for (CounterPoll* poll :
        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
-    ((*scanState_).*(poll->spec.generationIs))(((*scanState_).*(poll->spec.doneGen))() + 1);
+    ((*scanState_).*(poll->row.generationIs))(((*scanState_).*(poll->row.doneGen))() + 1);
   }
   if (synchronous_) {
     for (auto copy :

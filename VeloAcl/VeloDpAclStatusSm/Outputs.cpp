@@ -6,8 +6,8 @@ namespace Velo::VeloAcl {
 bool VeloDpAclStatusSm::pollsComplete() const {
   for (const CounterPoll* poll :
        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
-    const uint64_t asked = ((*scanState_).*(poll->spec.generation))();
-    if (asked == 0 || asked != ((*scanState_).*(poll->spec.doneGen))()) return false;
+    const uint64_t asked = ((*scanState_).*(poll->row.generation))();
+    if (asked == 0 || asked != ((*scanState_).*(poll->row.doneGen))()) return false;
   }
   return true;
 }
