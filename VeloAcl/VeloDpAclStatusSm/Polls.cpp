@@ -64,8 +64,7 @@ bool VeloDpAclStatusSm::pollPass(CounterPoll& poll, uint64_t) {
     traceStatus(6, " Resuming foreach( {}.counterCollection ) w/key {}, while flattening {} elements",
                 row.inputName, *poll.bookmark, counters.size());
   } else {
-    traceStatus(6, " foreach( {}.counterCollection ) flattening {} elements", row.inputName,
-                counters.size());
+    traceStatus(6, " foreach( {}.counterCollection ) flattening {} elements", row.inputName, counters.size());
   }
   const Kelp::Ptr<Kiv::TimerTask> task = poll.task.get();
   size_t done = 0;
