@@ -72,9 +72,9 @@ void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector
   }
   if (filter.fragments) askBits(image, 2, Third::laterFragment, Third::laterFragment);
   if (filter.established) askBits(image, 2, Third::established, Third::established);
-  const uint32_t flags = (filter.tcpFlags & 0x3fu) << Third::flagsShift;
+  const uint32_t flags = Third::flagsOf(filter.tcpFlags);
   askBits(image, 2, flags, flags);
-  if (filter.tcpFlags & 0xc0) image.exact = false;
+  if (filter.tcpFlags & ~Third::flagsKept) image.exact = false;
 
   std::vector<Interval> upper = {{0, 0xffff}}, lower = {{0, 0xffff}};
   if (!filter.sourcePort.isAny() || !filter.destinationPort.isAny()) {
@@ -130,7 +130,7 @@ struct Words {
 };
 
 /// The side of a projection that tells the values of one address of a list apart best.
-Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values) {
+Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values, uint32_t agrees) {
   struct Count {
     uint32_t zeros = 0, ones = 0;
   };
@@ -150,8 +150,9 @@ Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values) {
     };
     return worth(a) > worth(b);
   });
-  constexpr int gathered = 31;
+  constexpr int gathered = 32;
   Projection::Side side;
+  side.agrees = agrees;
   for (int i = 0; i < gathered; ++i) {
     if (counts[order[i]].zeros + counts[order[i]].ones == 0) break;
     side.mask[order[i] < 64 ? 1 : 0] |= uint64_t{1} << (order[i] % 64);
@@ -175,9 +176,8 @@ Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values) {
 void askAddress(Image& image, int word, const Projection::Side& side, const Nimnet::Ip6Addr& value,
                 const Nimnet::Ip6Addr& mask) {
   const auto gather = [&side](uint64_t upper, uint64_t lower) {
-    return static_cast<uint32_t>(
-        (Classify::gatherBits(upper, side.mask[0]) << side.shift | Classify::gatherBits(lower, side.mask[1]))
-        << 1);
+    return static_cast<uint32_t>(Classify::gatherBits(upper, side.mask[0]) << side.shift |
+                                 Classify::gatherBits(lower, side.mask[1]));
   };
   askBits(image, word, gather(mask.high, mask.low), gather(value.high, value.low));
   const Words rest{mask.high & ~side.mask[0], mask.low & ~side.mask[1]};
@@ -185,7 +185,7 @@ void askAddress(Image& image, int word, const Projection::Side& side, const Nimn
   const Words wanted{value.high & rest.upper, value.low & rest.lower};
   if (rest == Words{side.restMask[0], side.restMask[1]} &&
       wanted == Words{side.restValue[0], side.restValue[1]}) {
-    askBits(image, word, 1, 1);
+    askBits(image, 2, side.agrees, side.agrees);
   } else {
     image.exact = false;
   }
@@ -210,7 +210,7 @@ Projection projectionOf(std::span<const Ip6Filter* const> filters) {
     destinations.push_back({{filter->destination.high, filter->destination.low},
                             {filter->destinationMask.high, filter->destinationMask.low}});
   }
-  return {{sideOf(sources), sideOf(destinations)}};
+  return {{sideOf(sources, Third::sourceAgrees), sideOf(destinations, Third::destinationAgrees)}};
 }
 
 void addImages(const IpFilter& filter, uint32_t slot, bool wide, std::vector<Image>& images) {

@@ -30,9 +30,17 @@ constexpr uint32_t protocolKnown = 1u << 13;
 constexpr uint32_t hasIcmp = 1u << 14;
 constexpr uint32_t hasPorts = 1u << 15;
 constexpr uint32_t laterFragment = 1u << 16;
-constexpr uint32_t established = 1u << 17;  ///< TCP with ACK or RST
-constexpr int flagsShift = 18;              ///< the lower six TCP flags
+constexpr uint32_t established = 1u << 17;   ///< TCP with ACK or RST
+constexpr int flagsShift = 18;               ///< FIN, SYN, RST and ACK, see flagsOf()
+constexpr uint32_t sourceAgrees = 1u << 22;  ///< IPv6, see Classify::Projection
+constexpr uint32_t destinationAgrees = 1u << 23;
 constexpr int protocolShift = 24;
+
+/// The TCP flags that have a place here; rules that ask for others are inexact.
+constexpr uint32_t flagsKept =
+    Nimnet::TcpHdr::fin | Nimnet::TcpHdr::syn | Nimnet::TcpHdr::rst | Nimnet::TcpHdr::ack;
+constexpr uint32_t flagsOf(uint32_t flags) { return ((flags & 0x07) | (flags & 0x10) >> 1) << flagsShift; }
+static_assert(flagsKept == 0x17 && flagsOf(flagsKept) == 0xfu << flagsShift);
 }  // namespace Third
 
 /// The quad of an IP packet: traffic class, hops, and a one when the hops are unknown.
@@ -48,7 +56,7 @@ template <class Icmp>
                                               uint32_t& third) {
   if (tcp) {
     const uint32_t flags = tcp->flags();
-    third |= Third::hasPorts | (flags & 0x3f) << Third::flagsShift;
+    third |= Third::hasPorts | Third::flagsOf(flags);
     if (flags & (Nimnet::TcpHdr::ack | Nimnet::TcpHdr::rst)) third |= Third::established;
     return Nimnet::read32(tcp->bytes);
   }

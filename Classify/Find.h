@@ -13,8 +13,8 @@ struct Kernels {
   /// The same for a packet with long addresses, two of 16 octets as they lie in a packet.
   uint32_t (*findLong)(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
                        const Questions& questions, const void* context);
-  /// What findLong() makes the first and the second word.
-  void (*project)(const Projection& projection, const uint8_t* addresses, uint32_t (&into)[2]);
+  /// What findLong() makes the three words, of which the third is given.
+  void (*project)(const Projection& projection, const uint8_t* addresses, uint32_t (&words)[3]);
 };
 
 /// What kernels are made for. `portable` runs everywhere.

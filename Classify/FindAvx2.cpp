@@ -59,13 +59,16 @@ uint32_t findAvx2(const View& view, uint64_t upper, uint64_t lower, uint32_t qua
 
 uint32_t findLongAvx2(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
                       const Questions& questions, const void* context) {
-  return findFirst(view, {{projected(view.projection, addresses), lower}, quad}, questions, context);
+  const uint64_t upper = projected(view.projection, addresses, lower);
+  return findFirst(view, {{upper, lower}, quad}, questions, context);
 }
 
-void projectAvx2(const Projection& projection, const uint8_t* addresses, uint32_t (&into)[2]) {
-  const uint64_t both = projected(projection, addresses);
-  into[0] = static_cast<uint32_t>(both >> 32);
-  into[1] = static_cast<uint32_t>(both);
+void projectAvx2(const Projection& projection, const uint8_t* addresses, uint32_t (&words)[3]) {
+  uint64_t third = words[2];
+  const uint64_t both = projected(projection, addresses, third);
+  words[0] = static_cast<uint32_t>(both >> 32);
+  words[1] = static_cast<uint32_t>(both);
+  words[2] = static_cast<uint32_t>(third);
 }
 
 }  // namespace Classify

@@ -71,13 +71,14 @@ struct Node {
 /// A place to go on: a node's number, or this bit and the number of the first plane of a leaf.
 constexpr uint32_t leafBit = 1u << 31;
 
-/// How two addresses of 128 bits are made the first and the second word of a key: of each, up to 31 bits that
-/// tell rules apart are gathered, and one more bit says that all others that most rules ask for are as they
-/// ask.
+/// How two addresses of 128 bits are made the first and the second word of a key: of each, up to 32 bits that
+/// tell rules apart are gathered, and a bit of the third word says that all others that most rules ask for
+/// are as they ask.
 struct Projection {
   struct Side {
     uint64_t mask[2] = {0, 0};  ///< the bits that are gathered; upper half first
     uint32_t shift = 0;         ///< the number of bits of mask[1]
+    uint32_t agrees = 0;        ///< the bit of the third word
     uint64_t restMask[2] = {0, 0};
     uint64_t restValue[2] = {0, 0};
   };
