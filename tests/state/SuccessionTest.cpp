@@ -46,7 +46,8 @@ class OneAgent {
     EXPECT_FALSE(core_.loadPlugin(std::string(VELO_BIN_DIR) + "/VeloAcl.so"));
     successor.countRules(core_);
     const auto wanted = idsInForce();
-    // Tasks that yield after every element may end behind the poll that they wait for, and come a second later.
+    // Tasks that yield after every element may end behind the poll that they wait for, and come a second
+    // later.
     for (int turn = 0; turn < 200; ++turn) {
       if (turn == 100) clock_.advance(Kelp::Duration(1.1));
       loop_.turn(0);
