@@ -6,6 +6,7 @@
 #include <bit>
 #include <map>
 #include <numeric>
+#include <tuple>
 
 namespace Acl {
 
@@ -144,9 +145,10 @@ Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values, uint
   }
   std::array<int, 128> order;
   std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
+  std::sort(order.begin(), order.end(), [&](int a, int b) {
     const auto worth = [&](int bit) {
-      return std::pair(std::min(counts[bit].zeros, counts[bit].ones), counts[bit].zeros + counts[bit].ones);
+      return std::tuple(std::min(counts[bit].zeros, counts[bit].ones), counts[bit].zeros + counts[bit].ones,
+                        -bit);
     };
     return worth(a) > worth(b);
   });
