@@ -9,10 +9,10 @@ void BoundLists::Place::search(const BoundLists& all, const Nimnet::IntfId& want
   dir = wantedDir;
   type = wantedType;
   searched = true;
-  bindingsVersion = all.bindings_.config().version();
-  configVersion = all.config_.config().version();
+  bindingsVersion = all.bindings_->config().version();
+  configVersion = all.config_->config().version();
 
-  if (const auto* known = all.bindings_.config().find(type)) {
+  if (const auto* known = all.bindings_->config().find(type)) {
     ofType = known->get();
     typeVersion = ofType->intf().version();
     if (const auto* direction = ofType->intf().find(dir)) {
@@ -22,7 +22,7 @@ void BoundLists::Place::search(const BoundLists& all, const Nimnet::IntfId& want
     }
   }
   found.bound = !found.name.empty();
-  if (const auto* known = all.config_.config().find(type)) {
+  if (const auto* known = all.config_->config().find(type)) {
     lists = known->get();
     listsVersion = lists->acl().version();
     found.typeKnown = true;

@@ -19,7 +19,8 @@ struct BoundList {
 /// of them has changed. Part of the helper, which keeps configuration and bindings.
 class BoundLists {
  public:
-  BoundLists(const Acl::IntfConfig& bindings, const Acl::Config& config)
+  /// Either may be null for a helper that is never asked.
+  BoundLists(const Acl::IntfConfig* bindings, const Acl::Config* config)
       : bindings_(bindings), config_(config) {}
 
   /// Lasts until the next call.
@@ -49,18 +50,18 @@ class BoundLists {
     bool holds(const BoundLists& all, const Nimnet::IntfId& wantedIntf, Acl::AclDirection wantedDir,
                Acl::AclType wantedType) const {
       return searched && type == wantedType && dir == wantedDir &&
-             bindingsVersion == all.bindings_.config().version() &&
+             bindingsVersion == all.bindings_->config().version() &&
              (!ofType || typeVersion == ofType->intf().version()) &&
              (!ofDirection || directionVersion == ofDirection->intf().version()) &&
-             configVersion == all.config_.config().version() &&
+             configVersion == all.config_->config().version() &&
              (!lists || listsVersion == lists->acl().version()) && intf == wantedIntf;
     }
     void search(const BoundLists& all, const Nimnet::IntfId& wantedIntf, Acl::AclDirection wantedDir,
                 Acl::AclType wantedType);
   };
 
-  const Acl::IntfConfig& bindings_;
-  const Acl::Config& config_;
+  const Acl::IntfConfig* const bindings_;
+  const Acl::Config* const config_;
   std::array<Place, places> places_;
 };
 

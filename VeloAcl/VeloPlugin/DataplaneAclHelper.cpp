@@ -54,7 +54,7 @@ DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
       macOutCounters_(macOutCounters),
       ipOutCounters_(ipOutCounters),
       ip6OutCounters_(ip6OutCounters),
-      boundLists_(*intfConfig_, *aclConfig_) {}
+      boundLists_(intfConfig_.get(), aclConfig_.get()) {}
 
 DataplaneAclHelper::~DataplaneAclHelper() { nodeFlagSet(Kelp::nodeLive, false); }
 
