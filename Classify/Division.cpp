@@ -47,8 +47,8 @@ class BitCounts {
 class Divider {
  public:
   Divider(const Images& images, std::span<const uint32_t> members, const Region& region,
-          const DivisionLimits& limits, std::vector<bool>& shadowing)
-      : images_(images), limits_(limits), shadowing_(shadowing), region_(region) {
+          const DivisionLimits& limits)
+      : images_(images), limits_(limits) {
     made_.cells.members.assign(members.begin(), members.end());
     made_.cells.begins.push_back(static_cast<uint32_t>(members.size()));
     regions_.push_back(region);
@@ -145,7 +145,7 @@ class Divider {
     leaving_.clear();
     if (limits_.maxCopies) leaveOut(halves.cells);
     if (halves.cells.members.size() > limits_.maxMembers) return false;
-    for (const uint32_t member : halves.shadowing) shadowing_[images_[member].slot] = true;
+    made_.shadowing.insert(made_.shadowing.end(), halves.shadowing.begin(), halves.shadowing.end());
     made_.left.insert(made_.left.end(), leaving_.begin(), leaving_.end());
     made_.cells = std::move(halves.cells);
     made_.mask[word] |= mask;
@@ -234,8 +234,6 @@ class Divider {
 
   const Images& images_;
   const DivisionLimits& limits_;
-  std::vector<bool>& shadowing_;
-  const Region region_;
   Division made_;
   std::vector<Region> regions_;  // of the cells
   std::vector<double> packets_;  // that come to the cells, in those that come to one image
@@ -287,8 +285,8 @@ Region Division::regionOf(const Region& whole, size_t cell) const {
 }
 
 Division divide(const Images& images, std::span<const uint32_t> members, const Region& region,
-                const DivisionLimits& limits, std::vector<bool>& shadowing) {
-  return Divider(images, members, region, limits, shadowing).run();
+                const DivisionLimits& limits) {
+  return Divider(images, members, region, limits).run();
 }
 
 }  // namespace Classify

@@ -53,18 +53,18 @@ struct DivisionLimits {
 /// packet cannot meet because an earlier one of its cell takes all packets is not in the cell.
 struct Division {
   uint64_t mask[2] = {0, 0};
-  Cells cells;                 ///< by cell number
-  std::vector<uint32_t> left;  ///< images left out of all cells, in the order of trial
-  double meanCompany = 0;      ///< the size of the cell that a member is in, on average
+  Cells cells;                      ///< by cell number
+  std::vector<uint32_t> left;       ///< images left out of all cells, in the order of trial
+  std::vector<uint32_t> shadowing;  ///< images that keep others out of a cell
+  double meanCompany = 0;           ///< the size of the cell that a member is in, on average
 
   bool divides() const { return (mask[0] | mask[1]) != 0; }
   /// The region of a cell.
   Region regionOf(const Region& whole, size_t cell) const;
 };
 
-/// `members` of the images, in the order of trial. `shadowing` has a place for each slot, and is
-/// set for those whose images keep others out of a cell.
+/// `members` of the images, in the order of trial.
 Division divide(const Images& images, std::span<const uint32_t> members, const Region& region,
-                const DivisionLimits& limits, std::vector<bool>& shadowing);
+                const DivisionLimits& limits);
 
 }  // namespace Classify

@@ -40,7 +40,7 @@ class Forest::Builder {
     limits.maxBits = depth == 0 ? 16 : static_cast<int>(std::bit_width(size)) + 2;
     limits.maxMembers = std::min(times(copies_, size) + room, budget_ + size);
     limits.maxCells = size * 2 + room;
-    const Division division = divide(images_, members, region, limits, forest_.shadowing_);
+    const Division division = divide(images_, members, region, limits);
     if (!division.divides()) {
       forest_.bounded_ = forest_.bounded_ || budget_ + size < times(copies_, size) + room;
       return leaf(members);
@@ -51,6 +51,7 @@ class Forest::Builder {
   uint32_t node(const Division& division, const Region& region, int depth) {
     const size_t members = division.cells.members.size();
     budget_ -= std::min(budget_, members);
+    for (const uint32_t member : division.shadowing) forest_.shadowing_[images_[member].slot] = true;
     const auto number = static_cast<uint32_t>(forest_.nodes_.size());
     const auto cells = static_cast<uint32_t>(forest_.cells_.size());
     forest_.nodes_.push_back({{division.mask[0], division.mask[1]},
@@ -165,7 +166,7 @@ void Forest::plant(Builder& builder, const Images& images, const Plan& how) {
       limits.maxMembers = times(how.copies, inside.size());
       limits.maxCells = members.size() * 4;
       limits.maxCopies = 32;
-      Division division = divide(images, inside, {}, limits, shadowing_);
+      Division division = divide(images, inside, {}, limits);
       division.left.insert(division.left.end(), outside.begin(), outside.end());
       const double cost =
           static_cast<double>(division.left.size()) / static_cast<double>(members.size()) * 20 +
@@ -250,8 +251,9 @@ void Forest::insert(const Image& image, const Order& order) {
 void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order) {
   place = leaves_.insert(place, image, order);
   if (view_.trees > strayTree && &place == &view_.roots[strayTree]) return;
+  const size_t size = leaves_.size(place);
+  if (size <= longLeaf || size % Plane::lanes != 1) return;
   const std::vector<Image> images = leaves_.images(place);
-  if (images.size() <= longLeaf || images.size() % Plane::lanes != 1) return;
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
   const uint32_t old = place;

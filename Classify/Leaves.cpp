@@ -46,7 +46,7 @@ void Leaves::drop(uint32_t leaf) {
 }
 
 std::vector<Image> Leaves::images(uint32_t leaf) const {
-  std::vector<Image> images(sizeOf(leaf));
+  std::vector<Image> images(size(leaf));
   const Plane* block = planes_.data() + (leaf & ~leafBit);
   for (uint32_t i = 0; i < images.size(); ++i) {
     images[i] = read(block + i / Plane::lanes * planesPerBlock_, i % Plane::lanes);
@@ -55,15 +55,15 @@ std::vector<Image> Leaves::images(uint32_t leaf) const {
 }
 
 uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
-  const uint32_t size = sizeOf(leaf);
+  const uint32_t count = size(leaf);
   uint32_t at = 0;
   const auto slotAt = [&](uint32_t i) {
     const Lane place = lane(leaf, i);
     return place.block[slotPlane].lane[place.number] & slotMask;
   };
-  while (at < size && !order(image.slot, slotAt(at))) ++at;
-  if (size % Plane::lanes != 0 && sharers(leaf) == 0) {
-    for (uint32_t i = size; i > at; --i) copy(lane(leaf, i), lane(leaf, i - 1));
+  while (at < count && !order(image.slot, slotAt(at))) ++at;
+  if (count % Plane::lanes != 0 && sharers(leaf) == 0) {
+    for (uint32_t i = count; i > at; --i) copy(lane(leaf, i), lane(leaf, i - 1));
     write(lane(leaf, at), image);
     return leaf;
   }
@@ -97,7 +97,7 @@ uint32_t Leaves::blocksOf(uint32_t leaf) const {
   return count;
 }
 
-uint32_t Leaves::sizeOf(uint32_t leaf) const {
+uint32_t Leaves::size(uint32_t leaf) const {
   const uint32_t blocks = blocksOf(leaf);
   const Plane* last = planes_.data() + (leaf & ~leafBit) + (blocks - 1) * planesPerBlock_;
   uint32_t lanes = 0;

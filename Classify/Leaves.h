@@ -30,6 +30,8 @@ class Leaves {
   void share(uint32_t leaf);
   void drop(uint32_t leaf);
 
+  /// The number of its images, and they themselves.
+  uint32_t size(uint32_t leaf) const;
   std::vector<Image> images(uint32_t leaf) const;
   /// The leaf with an image more, at its place in the order; the one that was given is dropped.
   uint32_t insert(uint32_t leaf, const Image& image, const Order& order);
@@ -49,7 +51,6 @@ class Leaves {
   Lane lane(uint32_t leaf, uint32_t at);
   uint32_t& sharers(uint32_t leaf) { return sharers_[(leaf & ~leafBit) / planesPerBlock_]; }
   uint32_t blocksOf(uint32_t leaf) const;
-  uint32_t sizeOf(uint32_t leaf) const;
   uint32_t makeBlocks(uint32_t count);
   void write(Lane to, const Image& image);
   void copy(Lane to, Lane from);

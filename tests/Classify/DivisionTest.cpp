@@ -82,8 +82,7 @@ TEST(Division, PutsEveryImageIntoTheCellsThatItMeets) {
   DivisionLimits limits;
   limits.maxMembers = 1000;
   limits.maxCells = 1000;
-  std::vector<bool> shadowing(64);
-  const Division division = divide(Images(images), members, {}, limits, shadowing);
+  const Division division = divide(Images(images), members, {}, limits);
   ASSERT_TRUE(division.divides());
   EXPECT_TRUE(division.left.empty());
   size_t found = 0;
@@ -110,8 +109,7 @@ TEST(Division, LeavesOutWhatWouldBeInTooManyCells) {
   limits.maxMembers = 1000;
   limits.maxCells = 1000;
   limits.maxCopies = 2;
-  std::vector<bool> shadowing(65);
-  const Division division = divide(Images(images), members, {}, limits, shadowing);
+  const Division division = divide(Images(images), members, {}, limits);
   EXPECT_EQ(division.left, std::vector<uint32_t>{64});
   for (const uint32_t member : division.cells.members) EXPECT_NE(member, 64u);
 }
@@ -130,8 +128,7 @@ TEST(Division, KeepsOutWhatAnEarlierImageHides) {
   DivisionLimits limits;
   limits.maxMembers = 1000;
   limits.maxCells = 1000;
-  std::vector<bool> shadowing(32);
-  const Division division = divide(Images(images), members, {}, limits, shadowing);
+  const Division division = divide(Images(images), members, {}, limits);
   for (size_t cell = 0; cell < division.cells.size(); ++cell) {
     const Region region = division.regionOf({}, cell);
     const auto inside = division.cells[cell];
