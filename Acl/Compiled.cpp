@@ -47,11 +47,13 @@ template <class Rule>
 uint32_t Compiled<Rule>::insert(const Entry* entry) {
   uint32_t slot = static_cast<uint32_t>(entries_.size());
   if (free_.empty()) {
+    inOrder_ = inOrder_ && (slot == 0 || sequences_.back() < entry->value.sequence);
     entries_.push_back(entry);
     sequences_.push_back(entry->value.sequence);
   } else {
     slot = free_.back();
     free_.pop_back();
+    inOrder_ = false;
     entries_[slot] = entry;
     sequences_[slot] = entry->value.sequence;
   }
@@ -74,11 +76,7 @@ void Compiled<Rule>::erase(uint32_t slot) {
 template <class Rule>
 void Compiled<Rule>::insertImages(const std::vector<Classify::Image>& images) {
   const Classify::Order order{this, [](const void* context, uint32_t slot, uint32_t other) {
-                                const auto& self = *static_cast<const Compiled*>(context);
-                                if (self.sequences_[slot] != self.sequences_[other]) {
-                                  return self.sequences_[slot] < self.sequences_[other];
-                                }
-                                return self.precedes(slot, other);
+                                return static_cast<const Compiled*>(context)->precedes(slot, other);
                               }};
   for (const Classify::Image& image : images) forest_.insert(image, order);
 }
@@ -96,6 +94,7 @@ void Compiled<Rule>::eraseImages(uint32_t slot, const std::vector<Classify::Imag
 template <class Rule>
 bool Compiled<Rule>::precedes(uint32_t slot, uint32_t other) const {
   if (slot == other) return false;
+  if (sequences_[slot] != sequences_[other]) return sequences_[slot] < sequences_[other];
   if (!entries_[slot] || !entries_[other]) return !entries_[slot];
   return entries_[slot]->key < entries_[other]->key;
 }
@@ -135,6 +134,7 @@ void Compiled<Rule>::makeAnew() {
     return sequences_[a] != sequences_[b] ? sequences_[a] < sequences_[b]
                                           : entries_[a]->key < entries_[b]->key;
   });
+  inOrder_ = std::is_sorted(order.begin(), order.end());
   std::vector<const Entry*> entries;
   for (const uint32_t slot : order) entries.push_back(entries_[slot]);
 
@@ -182,7 +182,7 @@ void Compiled<Rule>::takeNew() {
 template <class Rule>
 void Compiled<Rule>::refreshView() {
   view_ = forest_.view();
-  view_.sequences = sequences_.data();
+  view_.sequences = inOrder_ ? nullptr : sequences_.data();
   view_.projection = projection_;
 }
 

@@ -28,27 +28,17 @@ class Compiled final : public CompiledRules<Rule> {
   size_t bytes() const override;
 
   /// The first rule that a packet meets, null for none. False, and nothing is found, when the form does not
-  /// know, and the rules have to be tried in their order. The packet has find(view, questions,
-  /// context), which asks the kernel, and fields() to be held against a rule whose images are not all of it.
-  template <class Packet>
-  bool find(const Packet& packet, const Entry*& found) const {
+  /// know, and the rules have to be tried in their order. `packet()` makes the packet, which has look(view)
+  /// and search(view, questions, context), which ask the kernels, and fields() to be held against a rule
+  /// whose images are not all of it. It is made anew for each of them, so that the usual way keeps none in
+  /// memory.
+  template <class MakePacket>
+  [[gnu::always_inline]] bool find(const MakePacket& packet, const Entry*& found) const {
     if (!ready_) [[unlikely]]
       return false;
-    struct Asked {
-      const Compiled& form;
-      const Packet& packet;
-    };
-    static constexpr Classify::Questions questions{
-        [](const void* context, uint32_t slot) {
-          const auto& asked = *static_cast<const Asked*>(context);
-          const Entry* entry = asked.form.entries_[slot];
-          return !entry || matchesFilter(entry->value.filter, asked.packet.fields());
-        },
-        [](const void* context, uint32_t slot, uint32_t other) {
-          return static_cast<const Asked*>(context)->form.precedes(slot, other);
-        }};
-    const Asked asked{*this, packet};
-    const uint32_t slot = packet.find(view_, questions, &asked);
+    uint32_t slot = packet().look(view_);
+    if (slot & Classify::askBit) [[unlikely]]
+      slot = search(packet(), slot & ~Classify::askBit);
     if (slot == Classify::noSlot) {
       found = nullptr;
       return true;
@@ -68,6 +58,28 @@ class Compiled final : public CompiledRules<Rule> {
     std::vector<Classify::Image> images;
   };
 
+  /// What a look-up is to answer that has come upon a rule that has to be asked, or upon no slot when it only
+  /// knows that it cannot tell.
+  template <class Packet>
+  [[gnu::noinline]] uint32_t search(const Packet& packet, uint32_t slot) const {
+    struct Asked {
+      const Compiled& form;
+      const Packet& packet;
+      bool meets(uint32_t asked) const {
+        const Entry* entry = form.entries_[asked];
+        return !entry || matchesFilter(entry->value.filter, packet.fields());
+      }
+    };
+    static constexpr Classify::Questions questions{
+        [](const void* context, uint32_t one) { return static_cast<const Asked*>(context)->meets(one); },
+        [](const void* context, uint32_t one, uint32_t other) {
+          return static_cast<const Asked*>(context)->form.precedes(one, other);
+        }};
+    const Asked asked{*this, packet};
+    if (slot != Classify::noSlot && asked.meets(slot)) return slot;
+    return packet.search(view_, questions, &asked);
+  }
+
   void makeAnew();
   void takeNew();
   void insertImages(const std::vector<Classify::Image>& images);
@@ -80,6 +92,7 @@ class Compiled final : public CompiledRules<Rule> {
 
   std::vector<const Entry*> entries_;  // by slot; null when the rule is gone
   std::vector<uint32_t> sequences_;    // by slot
+  bool inOrder_ = true;                // slots are in the order of trial
   std::vector<uint32_t> free_;         // slots that are nowhere in the forest
   Classify::Forest forest_;
   Classify::View view_;

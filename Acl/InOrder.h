@@ -1,23 +1,21 @@
 #pragma once
 
-#include <Acl/Match.h>
+#include <Acl/MatchFields.h>
+#include <Acl/RuleMap.h>
 
-/// The rules tried one after the other: the reference that the matchers must agree with, and what they fall
-/// back on where a list has no compiled form.
+/// The rules tried one after the other: the reference that the compiled form must agree with, and what is
+/// fallen back on where a list has none.
 namespace Acl::InOrder {
 
-const RuleMap<IpRuleConfig>::Entry* firstIpRule(const Nimnet::IpHdr* ip, const Nimnet::IcmpHdr* icmp,
-                                                const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-                                                const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                const RuleMap<IpRuleConfig>& rules, bool matchVlan,
-                                                bool matchHops);
-const RuleMap<Ip6RuleConfig>::Entry* firstIp6Rule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6,
-                                                  const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-                                                  const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                  const RuleMap<Ip6RuleConfig>& rules, bool matchVlan,
-                                                  bool matchHops);
-const RuleMap<MacRuleConfig>::Entry* firstMacRule(Nimnet::EthAddr source, Nimnet::EthAddr destination,
-                                                  uint16_t typeOrLen, uint16_t vlanId,
-                                                  const RuleMap<MacRuleConfig>& rules);
+/// The entry of the rule that a packet (see Packets.h) meets first, null when there is none. Keep it plain.
+template <class Rule, class Packet>
+[[gnu::noinline]] const typename RuleMap<Rule>::Entry* firstRule(const RuleMap<Rule>& rules,
+                                                                 const Packet& packet) {
+  const auto fields = packet.fields();
+  for (const auto* entry : rules.ordered()) {
+    if (matchesFilter(entry->value.filter, fields)) return entry;
+  }
+  return nullptr;
+}
 
 }  // namespace Acl::InOrder

@@ -80,27 +80,28 @@ inline uint32_t quadOf(uint8_t trafficClass, uint8_t hops, bool hopsKnown) {
 [[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::IpHdr& ip, const Nimnet::IcmpHdr* icmp,
                                                   const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
                                                   const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                  bool matchVlan, bool matchHops) {
+                                                  bool matchVlan, bool matchHops, bool wide) {
   uint32_t third =
       vlanOf(vlanId, matchVlan) | Third::protocolKnown | uint32_t{ip.protocol()} << Third::protocolShift;
   if (ip.isNonFirstFragment()) third |= Third::laterFragment;
   const uint32_t pair = pairOf(icmp, tcp, udp, sctp, third);
   return {{Nimnet::read64(ip.bytes + 12), uint64_t{pair} << 32 | third},
-          quadOf(ip.tos(), ip.ttl(), matchHops)};
+          wide ? quadOf(ip.tos(), ip.ttl(), matchHops) : 0};
 }
 
 /// Without the addresses, which the look-up projects itself.
 [[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::Ip6Hdr& ip6, const Nimnet::Icmp6Hdr* icmp6,
                                                   const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
                                                   const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                  bool matchVlan, bool matchHops) {
+                                                  bool matchVlan, bool matchHops, bool wide) {
   uint32_t third = vlanOf(vlanId, matchVlan);
   if (ip6.protocolKnown()) {
     third |= Third::protocolKnown | uint32_t{ip6.protocol()} << Third::protocolShift;
   }
   if (ip6.isNonFirstFragment()) third |= Third::laterFragment;
   const uint32_t pair = pairOf(icmp6, tcp, udp, sctp, third);
-  return {{0, uint64_t{pair} << 32 | third}, quadOf(ip6.trafficClass(), ip6.hopLimit(), matchHops)};
+  return {{0, uint64_t{pair} << 32 | third},
+          wide ? quadOf(ip6.trafficClass(), ip6.hopLimit(), matchHops) : 0};
 }
 
 [[gnu::always_inline]] inline Classify::Key keyOf(Nimnet::EthAddr source, Nimnet::EthAddr destination,

@@ -37,20 +37,4 @@ bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination, uin
                         uint16_t vlanId, const Kelp::Ptr<const AclConfig>& acl, MacRuleConfig* matchedRule,
                         Kiv::UniqueId* matchedRuleId);
 
-/// The same without the copies: the entry of the rule that a packet meets first, null when there is none. It
-/// lasts until the next change of the rules.
-const RuleMap<IpRuleConfig>::Entry* firstIpRule(const Nimnet::IpHdr* ip, const Nimnet::IcmpHdr* icmp,
-                                                const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-                                                const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                const RuleMap<IpRuleConfig>& rules, bool matchVlan,
-                                                bool matchHops);
-const RuleMap<Ip6RuleConfig>::Entry* firstIp6Rule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6,
-                                                  const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-                                                  const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                  const RuleMap<Ip6RuleConfig>& rules, bool matchVlan,
-                                                  bool matchHops);
-const RuleMap<MacRuleConfig>::Entry* firstMacRule(Nimnet::EthAddr source, Nimnet::EthAddr destination,
-                                                  uint16_t typeOrLen, uint16_t vlanId,
-                                                  const RuleMap<MacRuleConfig>& rules);
-
 }  // namespace Acl

@@ -1,4 +1,3 @@
-#include <Classify/Find.h>
 #include <Classify/Kernels.h>
 
 #include <cstdlib>
@@ -8,14 +7,12 @@ namespace Classify {
 
 namespace {
 
-constexpr Kernels portable{findPortable, findLongPortable, projectPortable};
-
 const Kernels* best() {
   const char* asked = std::getenv("VELO_CLASSIFY");
   const std::string_view name = asked ? asked : "avx512";
   if (name == "avx512" && kernelsOf(Unit::avx512)) return kernelsOf(Unit::avx512);
   if (name != "portable" && kernelsOf(Unit::avx2)) return kernelsOf(Unit::avx2);
-  return &portable;
+  return &portableKernels;
 }
 
 }  // namespace
@@ -23,17 +20,15 @@ const Kernels* best() {
 const Kernels* kernels = best();
 
 const Kernels* kernelsOf(Unit unit) {
-  if (unit == Unit::portable) return &portable;
+  if (unit == Unit::portable) return &portableKernels;
 #ifdef VELO_CLASSIFY_X86
-  static constexpr Kernels avx2{findAvx2, findLongAvx2, projectAvx2},
-      avx512{findAvx512, findLongAvx512, projectAvx512};
   // On the processors that are asked for by name, gathering bits is microcode and slower than a loop.
   const bool gathers =
       __builtin_cpu_supports("bmi2") && !__builtin_cpu_is("znver1") && !__builtin_cpu_is("znver2");
-  if (unit == Unit::avx2 && gathers && __builtin_cpu_supports("avx2")) return &avx2;
+  if (unit == Unit::avx2 && gathers && __builtin_cpu_supports("avx2")) return &avx2Kernels;
   if (unit == Unit::avx512 && gathers && __builtin_cpu_supports("avx512f") &&
       __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw")) {
-    return &avx512;
+    return &avx512Kernels;
   }
 #endif
   return nullptr;

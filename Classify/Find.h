@@ -4,17 +4,23 @@
 
 namespace Classify {
 
-/// A unit's kernels.
+/// A unit's kernels. A packet comes as a Key in registers, `upper` and `lower` being its bits; in the long
+/// form with two addresses of 16 octets, as they lie in a packet, instead of `upper`.
 struct Kernels {
-  /// The slot of the first rule, in the order of trial, that a packet meets; noSlot when there is none. The
-  /// packet is a Key, in registers: `upper` and `lower` are its bits.
-  uint32_t (*find)(const View& view, uint64_t upper, uint64_t lower, uint32_t quad,
-                   const Questions& questions, const void* context);
-  /// The same for a packet with long addresses, two of 16 octets as they lie in a packet.
-  uint32_t (*findLong)(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
-                       const Questions& questions, const void* context);
-  /// What findLong() makes the three words, of which the third is given.
-  void (*project)(const Projection& projection, const uint8_t* addresses, uint32_t (&words)[3]);
+  using Find = uint32_t(const View& view, uint64_t upper, uint64_t lower, uint32_t quad);
+  using FindLong = uint32_t(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad);
+  using Search = uint32_t(const View& view, uint64_t upper, uint64_t lower, uint32_t quad,
+                          const Questions& questions, const void* context);
+  using SearchLong = uint32_t(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
+                              const Questions& questions, const void* context);
+
+  /// By shape, quick: the slot of the first rule, in the order of trial, that the packet meets; noSlot when
+  /// there is none; with askBit when that is not sure.
+  Find* find[shapes];
+  FindLong* findLong[shapes];
+  /// Thorough: asks whatever is to be asked, and is sure.
+  Search* search;
+  SearchLong* searchLong;
 };
 
 /// What kernels are made for. `portable` runs everywhere.

@@ -1,50 +1,35 @@
 #include <Classify/Kernels.h>
-#include <immintrin.h>
+
+#include "FindX86.inc"
 
 namespace Classify {
 namespace {
 
-inline uint64_t gather(uint64_t bits, uint64_t mask) { return _pext_u64(bits, mask); }
-
-/// A packet's words, each in every lane. Vectors of 256 bits: a block is no wider, and three-way logic and
-/// mask registers are what it gains.
-class Packet {
+/// Three-way logic and mask registers are what is gained.
+class Packet : Words {
  public:
-  explicit Packet(const Key& key)
-      : first_(inEveryLane(key.bits[0] >> 32)),
-        second_(inEveryLane(key.bits[0])),
-        third_(inEveryLane(key.bits[1])),
-        pair_(inEveryLane(key.bits[1] >> 32)),
-        quad_(inEveryLane(key.quad)) {}
+  using Words::Words;
 
   /// A bit for each lane of a block that the packet meets. A saturating difference is zero where the smaller
   /// number is taken from the larger: inside a range both are.
   template <bool wide>
   uint32_t meets(const Plane* block) const {
-    const auto words = [block](uint32_t plane) {
-      return _mm256_load_si256(reinterpret_cast<const __m256i*>(block + plane));
-    };
     constexpr int differsUnderMask = 0x28;  // (a ^ b) & c
     constexpr int anyOfThree = 0xfe;        // a | b | c
-    const auto bits = [&words](__m256i word, uint32_t value, uint32_t mask) {
-      return _mm256_ternarylogic_epi32(word, words(value), words(mask), differsUnderMask);
+    const auto bits = [block](__m256i word, uint32_t value, uint32_t mask) {
+      return _mm256_ternarylogic_epi32(word, planeOf(block, value), planeOf(block, mask), differsUnderMask);
     };
     __m256i differs =
-        _mm256_ternarylogic_epi32(bits(first_, firstValue, firstMask), bits(second_, secondValue, secondMask),
-                                  bits(third_, thirdValue, thirdMask), anyOfThree);
-    differs = _mm256_ternarylogic_epi32(differs, _mm256_subs_epu16(words(pairLow), pair_),
-                                        _mm256_subs_epu16(pair_, words(pairHigh)), anyOfThree);
+        _mm256_ternarylogic_epi32(bits(first, firstValue, firstMask), bits(second, secondValue, secondMask),
+                                  bits(third, thirdValue, thirdMask), anyOfThree);
+    differs = _mm256_ternarylogic_epi32(differs, _mm256_subs_epu16(planeOf(block, pairLow), pair),
+                                        _mm256_subs_epu16(pair, planeOf(block, pairHigh)), anyOfThree);
     if constexpr (wide) {
-      differs = _mm256_ternarylogic_epi32(differs, _mm256_subs_epu8(words(quadLow), quad_),
-                                          _mm256_subs_epu8(quad_, words(quadHigh)), anyOfThree);
+      differs = _mm256_ternarylogic_epi32(differs, _mm256_subs_epu8(planeOf(block, quadLow), quad),
+                                          _mm256_subs_epu8(quad, planeOf(block, quadHigh)), anyOfThree);
     }
     return _mm256_testn_epi32_mask(differs, differs);
   }
-
- private:
-  static __m256i inEveryLane(uint64_t word) { return _mm256_set1_epi32(static_cast<int>(word)); }
-
-  __m256i first_, second_, third_, pair_, quad_;
 };
 
 }  // namespace
@@ -52,25 +37,4 @@ class Packet {
 
 #include "FindKernel.inc"
 
-namespace Classify {
-
-uint32_t findAvx512(const View& view, uint64_t upper, uint64_t lower, uint32_t quad,
-                    const Questions& questions, const void* context) {
-  return findFirst(view, {{upper, lower}, quad}, questions, context);
-}
-
-uint32_t findLongAvx512(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
-                        const Questions& questions, const void* context) {
-  const uint64_t upper = projected(view.projection, addresses, lower);
-  return findFirst(view, {{upper, lower}, quad}, questions, context);
-}
-
-void projectAvx512(const Projection& projection, const uint8_t* addresses, uint32_t (&words)[3]) {
-  uint64_t third = words[2];
-  const uint64_t both = projected(projection, addresses, third);
-  words[0] = static_cast<uint32_t>(both >> 32);
-  words[1] = static_cast<uint32_t>(both);
-  words[2] = static_cast<uint32_t>(third);
-}
-
-}  // namespace Classify
+const Classify::Kernels Classify::avx512Kernels = Classify::unitKernels;

@@ -78,25 +78,4 @@ class Packet {
 
 #include "FindKernel.inc"
 
-namespace Classify {
-
-uint32_t findPortable(const View& view, uint64_t upper, uint64_t lower, uint32_t quad,
-                      const Questions& questions, const void* context) {
-  return findFirst(view, {{upper, lower}, quad}, questions, context);
-}
-
-uint32_t findLongPortable(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
-                          const Questions& questions, const void* context) {
-  const uint64_t upper = projected(view.projection, addresses, lower);
-  return findFirst(view, {{upper, lower}, quad}, questions, context);
-}
-
-void projectPortable(const Projection& projection, const uint8_t* addresses, uint32_t (&words)[3]) {
-  uint64_t third = words[2];
-  const uint64_t both = projected(projection, addresses, third);
-  words[0] = static_cast<uint32_t>(both >> 32);
-  words[1] = static_cast<uint32_t>(both);
-  words[2] = static_cast<uint32_t>(third);
-}
-
-}  // namespace Classify
+const Classify::Kernels Classify::portableKernels = Classify::unitKernels;

@@ -105,7 +105,6 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     strays_ = 0;
     bounded_ = false;
     view_ = {};
-    view_.planesPerBlock = leaves_.planesPerBlock();
   };
   const auto plantAll = [&](const Plan& plan) {
     clear();
@@ -190,6 +189,7 @@ void Forest::refreshView() {
   view_.nodes = nodes_.data();
   view_.cells = cells_.data();
   view_.planes = leaves_.planes();
+  view_.shape = uint32_t{wideShape} * wide() + uint32_t{severalShape} * (view_.trees > 1);
 }
 
 size_t Forest::bytes() const {

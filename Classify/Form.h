@@ -87,17 +87,29 @@ struct Projection {
 
 constexpr uint32_t maxTrees = 4;
 
+/// What a look-up has to do; there is a kernel for each combination.
+enum Shape : uint32_t {
+  wideShape = 1,     ///< blocks hold the quad
+  severalShape = 2,  ///< there are several trees
+  shapes = 4,
+};
+
 /// Everything that a look-up reads. Owned by the forest, valid until its next change.
 struct View {
   const Node* nodes = nullptr;
   const uint32_t* cells = nullptr;
   const Plane* planes = nullptr;
-  uint32_t planesPerBlock = narrowBlock;
+  uint32_t shape = 0;
   uint32_t trees = 0;
   uint32_t roots[maxTrees] = {};
-  const uint32_t* sequences = nullptr;  ///< by slot
-  Projection projection;                ///< of long addresses
+  /// By slot, what says which rule is tried first; null when slots are in the order of trial themselves.
+  const uint32_t* sequences = nullptr;
+  Projection projection;  ///< of long addresses
 };
+
+/// What a quick look-up answers beside a slot: this bit says that the rule of the slot, if there is one, may
+/// be the first that the packet meets, but has to be asked; if it does not agree, a thorough look-up tells.
+constexpr uint32_t askBit = inexactLane;
 
 /// What a look-up asks back; `context` is what was given to it.
 struct Questions {

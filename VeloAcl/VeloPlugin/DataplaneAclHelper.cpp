@@ -1,5 +1,5 @@
+#include <Acl/FirstRule.h>
 #include <Acl/ListTrial.h>
-#include <Acl/Match.h>
 #include <Kelp/Assert.h>
 #include <VeloAcl/VeloPlugin/AclTrace.h>
 #include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
@@ -133,12 +133,17 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
   if (!rules) return dropOnNoMatch(at);
   if (type == AclType::ip) {
     const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
-    return dropsBy(at, Acl::firstIpRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId,
-                                        rules->ipRuleById(), true, true));
+    return dropsBy(
+        at, Acl::firstRule(rules->ipRuleById(), [&] {
+          return Acl::IpPacket{{*ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, true, true}};
+        }));
   }
   KELP_ASSERT(type == AclType::ipv6, "an access list is of type ip, ipv6 or mac");
-  return dropsBy(at, Acl::firstIp6Rule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(),
-                                       vlanId, rules->ip6RuleById(), true, true));
+  const Nimnet::Ip6Hdr* ip6 = parsed.ipHdr()->ip6Hdr();
+  return dropsBy(
+      at, Acl::firstRule(rules->ip6RuleById(), [&] {
+        return Acl::Ip6Packet{{*ip6, l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, true, true}};
+      }));
 }
 
 /// Unlike of the IP kinds, the matched rule is copied: that is what its labels are checked by.
@@ -146,9 +151,10 @@ bool DataplaneAclHelper::dropsMac(const Lookup& at) {
   const ParsedPacket& parsed = at.ctx->parsedPacket();
   const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
   const auto rules = at.list.currCfg();
-  const auto* entry = rules ? Acl::firstMacRule(eth->source(), eth->destination(), parsed.typeOrLen(),
-                                                at.ctx->pkt()->vlanId(), rules->macRuleById())
-                            : nullptr;
+  const auto packet = [&] {
+    return Acl::MacPacket{eth->source(), eth->destination(), parsed.typeOrLen(), at.ctx->pkt()->vlanId()};
+  };
+  const auto* entry = rules ? Acl::firstRule(rules->macRuleById(), packet) : nullptr;
   if (entry) static_cast<void>(Acl::MacRuleConfig(entry->value));
   return dropsBy(at, entry);
 }

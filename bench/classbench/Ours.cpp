@@ -1,6 +1,7 @@
 #include "classbench/Ours.h"
 
-#include <Acl/InOrder.h>
+#include <Acl/FirstRule.h>
+#include <Acl/Match.h>
 
 #include "support/Allocations.h"
 
@@ -35,34 +36,37 @@ bool match(const MacPacket& p, const List& list, MacRuleConfig* rule, Kiv::Uniqu
   return Acl::matchesMacAclNoHdr(p.source, p.destination, p.typeOrLen, p.vlanId, list, rule, id);
 }
 
-const auto* first(const IpPacket& p, const Acl::RuleMap<IpRuleConfig>& rules) {
-  return Acl::firstIpRule(&p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132),
-                          p.around.vlanId, rules, true, true);
+/// A packet as the look-up takes it.
+[[gnu::always_inline]] inline Acl::IpPacket asTaken(const IpPacket& p) {
+  return {{p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132), p.around.vlanId,
+           true, true}};
+}
+[[gnu::always_inline]] inline Acl::MacPacket asTaken(const MacPacket& p) {
+  return {p.source, p.destination, p.typeOrLen, p.vlanId};
+}
+[[gnu::always_inline]] inline Acl::Ip6Packet asTaken(const Ip6Packet& p, const Nimnet::Ip6Hdr& ip) {
+  return {{ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132), p.around.vlanId,
+           true, true}};
 }
 
-const auto* first(const Ip6Packet& p, const Acl::RuleMap<Ip6RuleConfig>& rules) {
-  const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
-  return Acl::firstIp6Rule(&ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132),
-                           p.around.vlanId, rules, true, true);
+template <class Packet, class Rule>
+[[gnu::always_inline]] inline const auto* first(const Packet& p, const Acl::RuleMap<Rule>& rules) {
+  if constexpr (std::is_same_v<Packet, Ip6Packet>) {
+    const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
+    return Acl::firstRule(rules, [&] { return asTaken(p, ip); });
+  } else {
+    return Acl::firstRule(rules, [&] { return asTaken(p); });
+  }
 }
 
-const auto* first(const MacPacket& p, const Acl::RuleMap<MacRuleConfig>& rules) {
-  return Acl::firstMacRule(p.source, p.destination, p.typeOrLen, p.vlanId, rules);
-}
-
-const auto* firstInOrder(const IpPacket& p, const Acl::RuleMap<IpRuleConfig>& rules) {
-  return Acl::InOrder::firstIpRule(&p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17),
-                                   l4<SctpHdr>(p, 132), p.around.vlanId, rules, true, true);
-}
-
-const auto* firstInOrder(const Ip6Packet& p, const Acl::RuleMap<Ip6RuleConfig>& rules) {
-  const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
-  return Acl::InOrder::firstIp6Rule(&ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17),
-                                    l4<SctpHdr>(p, 132), p.around.vlanId, rules, true, true);
-}
-
-const auto* firstInOrder(const MacPacket& p, const Acl::RuleMap<MacRuleConfig>& rules) {
-  return Acl::InOrder::firstMacRule(p.source, p.destination, p.typeOrLen, p.vlanId, rules);
+template <class Packet, class Rule>
+const auto* firstInOrder(const Packet& p, const Acl::RuleMap<Rule>& rules) {
+  if constexpr (std::is_same_v<Packet, Ip6Packet>) {
+    const Nimnet::Ip6Hdr ip(p.fixed, {p.around.protocol, true});
+    return Acl::InOrder::firstRule(rules, asTaken(p, ip));
+  } else {
+    return Acl::InOrder::firstRule(rules, asTaken(p));
+  }
 }
 
 template <class Rule>

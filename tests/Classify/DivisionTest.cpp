@@ -1,8 +1,5 @@
 #include <Classify/Division.h>
-#include <Classify/Find.h>
 #include <gtest/gtest.h>
-
-#include <random>
 
 namespace {
 
@@ -23,46 +20,6 @@ TEST(Gather, PutsTheBitsUnderAMaskSideBySide) {
   for (const auto& row : rows) {
     EXPECT_EQ(gatherBits(row.bits, row.mask), row.gathered) << row.why;
     EXPECT_EQ(scatterBits(row.gathered, row.mask), row.bits & row.mask) << row.why;
-  }
-}
-
-TEST(Gather, IsTheSameInEveryUnit) {
-  std::mt19937_64 random(1);
-  for (int i = 0; i < 10000; ++i) {
-    Projection projection;
-    for (auto& side : projection.sides) {
-      // At most 32 bits, as in a projection.
-      while (__builtin_popcountll(side.mask[0]) + __builtin_popcountll(side.mask[1]) < 32 && random() % 40) {
-        side.mask[random() % 2] |= uint64_t{1} << random() % 64;
-      }
-      side.shift = static_cast<uint32_t>(__builtin_popcountll(side.mask[1]));
-      side.restMask[0] = random() & ~side.mask[0] & 0xff;
-      side.restValue[0] = random() & side.restMask[0];
-    }
-    const uint64_t words[4] = {random() & (random() % 2 ? ~uint64_t{0xff} : ~uint64_t{0}), random(), random(),
-                               random()};
-    uint32_t expected[3] = {0, 0, 0x80};
-    projection.sides[0].agrees = 1;
-    projection.sides[1].agrees = 2;
-    for (int s = 0; s < 2; ++s) {
-      const auto& side = projection.sides[s];
-      const uint64_t gathered =
-          gatherBits(words[2 * s], side.mask[0]) << side.shift | gatherBits(words[2 * s + 1], side.mask[1]);
-      const bool rest = (words[2 * s] & side.restMask[0]) == side.restValue[0];
-      expected[s] = static_cast<uint32_t>(gathered);
-      if (rest) expected[2] |= side.agrees;
-    }
-    for (const Unit unit : {Unit::portable, Unit::avx2, Unit::avx512}) {
-      const Kernels* kernels = kernelsOf(unit);
-      if (!kernels) continue;
-      uint32_t found[3] = {0, 0, 0x80};
-      uint8_t octets[32];
-      for (int at = 0; at < 32; ++at) octets[at] = static_cast<uint8_t>(words[at / 8] >> (56 - at % 8 * 8));
-      kernels->project(projection, octets, found);
-      ASSERT_EQ(found[0], expected[0]);
-      ASSERT_EQ(found[1], expected[1]);
-      ASSERT_EQ(found[2], expected[2]);
-    }
   }
 }
 
