@@ -11,6 +11,11 @@ constexpr size_t small = Plane::lanes;  // a cell of this size needs no further 
 constexpr size_t manyCells = 64;        // so many are looked at to choose a bit
 constexpr size_t manyMembers = 96;      // and so many members of each
 
+/// A number for each bit of a key, four in a vector: the compiler makes no vectors of its own here.
+using Four = float __attribute__((vector_size(16)));
+using Each = std::array<Four, 32>;
+float& numberOf(Each& each, size_t bit) { return reinterpret_cast<float*>(each.data())[bit]; }
+
 /// Counts, for each bit of a key, how often it was set. Bit i of all counters together is one pair of words,
 /// so that adding a key is a few additions with carry.
 class BitCounts {
@@ -28,21 +33,34 @@ class BitCounts {
     }
   }
   /// The bits that were ever set.
-  uint64_t any(int word) const {
+  uint64_t any(size_t word) const {
     uint64_t bits = 0;
     for (size_t i = 0; i < used_; ++i) bits |= digits_[i][word];
     return bits;
   }
-  uint32_t of(int word, int bit) const {
-    uint32_t count = 0;
-    for (size_t i = 0; i < used_; ++i) count |= static_cast<uint32_t>(digits_[i][word] >> bit & 1) << i;
-    return count;
+  /// How often each of eight bits was set, of a few keys: at most 255.
+  void counts(size_t octet, Four (&counts)[2]) const {
+    uint64_t all = 0;  // eight counts
+    for (size_t i = 0; i < used_; ++i) all += spread(digits_[i][octet / 8] >> (octet % 8 * 8) & 0xff) << i;
+    for (const int half : {0, 1}) {
+      using Numbers = int32_t __attribute__((vector_size(16)));
+      const auto some = static_cast<int32_t>(all >> (half * 32));
+      constexpr Numbers places = {0, 8, 16, 24};
+      counts[half] = __builtin_convertvector((Numbers{some, some, some, some} >> places) & 0xff, Four);
+    }
   }
 
  private:
-  std::array<std::array<uint64_t, 2>, 32> digits_;
+  /// Eight bits, each in an octet of its own.
+  static uint64_t spread(uint64_t bits) {
+    const uint64_t each = bits * 0x0101010101010101 & 0x8040201008040201;  // bit i is in octet i, at place i
+    return (each + 0x00406070787c7e7f) >> 7 & 0x0101010101010101;          // and is carried to the highest
+  }
+
+  std::array<std::array<uint64_t, 2>, 8> digits_;
   size_t used_ = 0;
 };
+static_assert(manyMembers < 256);
 
 class Divider {
  public:
@@ -68,9 +86,9 @@ class Divider {
  private:
   /// What a choice of each bit would do, added up over cells.
   struct Prospects {
-    double cost = 0;  ///< as it is: members that a packet is held against, times packets
-    std::array<double, 128> gain{};
-    std::array<double, 128> copies{};
+    float cost = 0;  ///< as it is: members that a packet is held against, times packets
+    Each gain{};
+    Each copies{};
   };
 
   void addProspects(size_t cell, Prospects& prospects) {
@@ -78,23 +96,30 @@ class Divider {
     zeros_.clear();
     ones_.clear();
     const size_t step = members.size() / manyMembers + 1;
-    double size = 0;
+    float size = 0;
     for (size_t i = 0; i < members.size(); i += step, ++size) {
       const Ternary bits = images_.bitsIn(regions_[cell], members[i]);
       zeros_.add(bits.mask[0] & ~bits.value[0], bits.mask[1] & ~bits.value[1]);
       ones_.add(bits.value[0], bits.value[1]);
     }
     // As if every member had been counted: costs grow with their number.
-    const double share = packets_[cell] / size * (static_cast<double>(members.size()) / size);
+    const auto all = static_cast<float>(members.size()), copied = static_cast<float>(step);
+    const float share = static_cast<float>(packets_[cell]) / size * (all / size);
     prospects.cost += share * size * size;
-    for (const int word : {0, 1}) {
-      for (uint64_t bits = zeros_.any(word) & ones_.any(word) & limits_.allowed[word] & ~made_.mask[word];
-           bits; bits &= bits - 1) {
-        const int bit = __builtin_ctzll(bits);
-        const double zeros = zeros_.of(word, bit), ones = ones_.of(word, bit), both = size - zeros - ones;
-        const double cost = (zeros + both) * (zeros + both / 2) + (ones + both) * (ones + both / 2);
-        prospects.gain[64 * word + bit] += share * (size * size - cost);
-        prospects.copies[64 * word + bit] += both * static_cast<double>(step);
+    // A bit that all members have alike tells nothing.
+    const uint64_t tells[2] = {zeros_.any(0) & ones_.any(0), zeros_.any(1) & ones_.any(1)};
+    for (size_t octet = 0; octet < 16; ++octet) {
+      const auto bits = static_cast<uint32_t>(tells[octet / 8] >> (octet % 8 * 8)) & 0xff;
+      if (bits == 0) continue;
+      Four zeros[2], ones[2];
+      zeros_.counts(octet, zeros);
+      ones_.counts(octet, ones);
+      for (const size_t half : {size_t{0}, size_t{1}}) {
+        const Four zero = zeros[half], one = ones[half], both = size - zero - one;
+        const Four cost = (zero + both) * (zero + both / 2) + (one + both) * (one + both / 2);
+        const auto tell = (zero > 0) & (one > 0);
+        prospects.gain[2 * octet + half] += tell ? share * (size * size - cost) : Four{};
+        prospects.copies[2 * octet + half] += tell ? both * copied : Four{};
       }
     }
   }
@@ -106,19 +131,20 @@ class Divider {
       if (made_.cells[cell].size() > small) large.push_back(cell);
     }
     Prospects prospects;
-    double members = 1;
+    float members = 1;
     const size_t step = large.size() / manyCells + 1;
     for (size_t i = 0; i < large.size(); i += step) {
       addProspects(large[i], prospects);
-      members += static_cast<double>(made_.cells[large[i]].size());
+      members += static_cast<float>(made_.cells[large[i]].size());
     }
     int best = -1;
-    double lowest = 0;
+    float lowest = 0;
     for (int bit = 0; bit < 128; ++bit) {
-      constexpr double worthIt = 0.03;
-      if (prospects.gain[bit] <= prospects.cost * worthIt) continue;
-      const double cost =
-          (prospects.cost - prospects.gain[bit]) * std::sqrt(1 + prospects.copies[bit] / members);
+      const float gain = numberOf(prospects.gain, bit), copies = numberOf(prospects.copies, bit);
+      constexpr float worthIt = 0.03f;
+      const bool free = (limits_.allowed[bit / 64] & ~made_.mask[bit / 64]) >> bit % 64 & 1;
+      if (!free || gain <= prospects.cost * worthIt) continue;
+      const float cost = (prospects.cost - gain) * std::sqrt(1 + copies / members);
       if (best < 0 || cost < lowest) best = bit, lowest = cost;
     }
     return best;

@@ -27,7 +27,7 @@ const Kernels* kernelsOf(Unit unit) {
       __builtin_cpu_supports("bmi2") && !__builtin_cpu_is("znver1") && !__builtin_cpu_is("znver2");
   if (unit == Unit::avx2 && gathers && __builtin_cpu_supports("avx2")) return &avx2Kernels;
   if (unit == Unit::avx512 && gathers && __builtin_cpu_supports("avx512f") &&
-      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw")) {
+      __builtin_cpu_supports("avx512vl")) {
     return &avx512Kernels;
   }
 #endif

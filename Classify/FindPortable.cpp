@@ -8,6 +8,7 @@ namespace {
 using Words = uint32_t __attribute__((vector_size(16)));
 using Numbers = uint16_t __attribute__((vector_size(16)));
 using Octets = uint8_t __attribute__((vector_size(16)));
+using Part = uint64_t __attribute__((vector_size(16), may_alias));
 constexpr uint32_t lanesAtOnce = sizeof(Words) / sizeof(uint32_t);
 
 /// The bits of a word under a mask, side by side at the lower end.

@@ -9,13 +9,24 @@ namespace Classify {
 
 namespace {
 
-constexpr uint32_t strayTree = maxTrees - 1;   // images that would go into too many leaves are here
-constexpr size_t fullLeaf = 3 * Plane::lanes;  // a leaf with more images is divided, if that helps
-constexpr size_t longLeaf = 5 * Plane::lanes;  // the same for a leaf that has grown
-constexpr size_t manyLeaves = 64;              // so many leaves an image is added to, and no more
+constexpr uint32_t strayTree = maxTrees - 1;    // images that would go into too many leaves are here
+constexpr size_t fullLeaf = 3 * Plane::lanes;   // a leaf with more images is divided, if that helps
+constexpr size_t grownLeaf = 5 * Plane::lanes;  // the same for a leaf that has grown
+constexpr size_t manyLeaves = 64;               // so many leaves an image is added to, and no more
 constexpr size_t unlimited = ~size_t{0};
 
 size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
+
+/// What a look-up in a leaf of so many images costs, in blocks compared.
+double stepsIn(size_t images) {
+  constexpr size_t stepsOfASieve = 40;
+  if (images <= Leaves::longLeaf) return static_cast<double>(images) / Plane::lanes;
+  return static_cast<double>(stepsOfASieve * ((images + Row::images - 1) / Row::images));
+}
+
+/// Whether a division whose look-ups cost so many steps is worth the memory that its copies take: one leaf
+/// with all images takes less.
+bool pays(size_t images, double steps) { return images <= Leaves::longLeaf || 2 * steps < stepsIn(images); }
 
 /// Whether a mask leaves so few addresses that a tree may ask for them.
 bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
@@ -29,8 +40,14 @@ class Forest::Builder {
   Builder(Forest& forest, const Images& images, double copies)
       : forest_(forest), images_(images), copies_(copies), budget_(images.size() * 8 + 1024) {}
 
-  /// The place of images: a leaf, or a node with all that is below it.
-  uint32_t place(std::span<const uint32_t> members, const Region& region, int depth) {
+  /// A place, and what a look-up costs that comes there, in blocks compared.
+  struct Made {
+    uint32_t place;
+    double steps;
+  };
+
+  /// A place for images: a leaf, or a node with all that is below it.
+  Made place(std::span<const uint32_t> members, const Region& region, int depth) {
     constexpr int maxDepth = 8;
     const size_t size = members.size();
     if (size <= fullLeaf || depth > maxDepth) return leaf(members);
@@ -45,10 +62,11 @@ class Forest::Builder {
       forest_.bounded_ = forest_.bounded_ || budget_ + size < times(copies_, size) + room;
       return leaf(members);
     }
+    if (!pays(size, stepsIn(static_cast<size_t>(division.meanCompany)))) return leaf(members);
     return node(division, region, depth);
   }
 
-  uint32_t node(const Division& division, const Region& region, int depth) {
+  Made node(const Division& division, const Region& region, int depth) {
     const size_t members = division.cells.members.size();
     budget_ -= std::min(budget_, members);
     for (const uint32_t member : division.shadowing) forest_.shadowing_[images_[member].slot] = true;
@@ -59,32 +77,36 @@ class Forest::Builder {
                               static_cast<uint32_t>(std::popcount(division.mask[1]))});
     forest_.cells_.resize(cells + division.cells.size());
     std::map<std::vector<uint32_t>, uint32_t> known;  // cells with the same images share a leaf
+    double steps = 0;
     for (size_t cell = 0; cell < division.cells.size(); ++cell) {
       const auto inside = division.cells[cell];
-      uint32_t made = Leaves::empty;
+      Made made{Leaves::empty, 0};
       if (inside.size() > fullLeaf) {
         made = place(inside, division.regionOf(region, cell), depth + 1);
       } else if (!inside.empty()) {
         const auto [at, isNew] = known.try_emplace({inside.begin(), inside.end()}, 0);
         if (isNew) {
-          at->second = leaf(inside);
+          at->second = leaf(inside).place;
         } else {
           forest_.leaves_.share(at->second);
         }
-        made = at->second;
+        made = {at->second, stepsIn(inside.size())};
       }
-      forest_.cells_[cells + cell] = made;
+      forest_.cells_[cells + cell] = made.place;
+      // Most packets come where most images are.
+      steps += made.steps * static_cast<double>(inside.size());
     }
-    return number;
+    constexpr double stepsOfANode = 4;
+    return {number, stepsOfANode + steps / std::max<double>(1, static_cast<double>(members))};
+  }
+
+  Made leaf(std::span<const uint32_t> members) {
+    chosen_.clear();
+    for (const uint32_t member : members) chosen_.push_back(images_[member]);
+    return {forest_.leaves_.make(chosen_), stepsIn(members.size())};
   }
 
  private:
-  uint32_t leaf(std::span<const uint32_t> members) {
-    chosen_.clear();
-    for (const uint32_t member : members) chosen_.push_back(images_[member]);
-    return forest_.leaves_.make(chosen_);
-  }
-
   Forest& forest_;
   const Images& images_;
   const double copies_;
@@ -109,7 +131,14 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
   const auto plantAll = [&](const Plan& plan) {
     clear();
     Builder builder(*this, prepared, plan.copies);
-    plant(builder, prepared, plan);
+    if (!pays(images.size(), plant(builder, prepared, plan))) {
+      clear();
+      std::vector<uint32_t> members(images.size());
+      std::iota(members.begin(), members.end(), 0);
+      for (const Image& image : images) plantedIn_[image.slot] = 1;
+      view_.roots[view_.trees++] = builder.leaf(members).place;
+      bounded_ = true;
+    }
     refreshView();
   };
   // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
@@ -127,7 +156,12 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
   }
 }
 
-void Forest::plant(Builder& builder, const Images& images, const Plan& how) {
+double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
+  double steps = 0;
+  const auto add = [&](const Builder::Made& tree) {
+    view_.roots[view_.trees++] = tree.place;
+    steps += tree.steps;
+  };
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
   // Those that are going into the next tree, of all that are still to be planted.
@@ -179,16 +213,19 @@ void Forest::plant(Builder& builder, const Images& images, const Plan& how) {
     std::sort(best.left.begin(), best.left.end());
     planted(members, best.left);
     members = best.left;
-    view_.roots[view_.trees++] = builder.node(best, {}, 0);
+    add(builder.node(best, {}, 0));
   }
   planted(members, {});
-  if (!members.empty() || view_.trees == 0) view_.roots[view_.trees++] = builder.place(members, {}, 0);
+  if (!members.empty() || view_.trees == 0) add(builder.place(members, {}, 0));
+  return steps;
 }
 
 void Forest::refreshView() {
   view_.nodes = nodes_.data();
   view_.cells = cells_.data();
   view_.planes = leaves_.planes();
+  view_.sieves = leaves_.sieves().sieves();
+  view_.rows = leaves_.sieves().rows();
   view_.shape = uint32_t{wideShape} * wide() + uint32_t{severalShape} * (view_.trees > 1);
 }
 
@@ -249,24 +286,33 @@ void Forest::insert(const Image& image, const Order& order) {
 }
 
 void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order) {
+  const uint32_t before = place;
   place = leaves_.insert(place, image, order);
+  noteLostSieve(before, place);
   if (view_.trees > strayTree && &place == &view_.roots[strayTree]) return;
   const size_t size = leaves_.size(place);
-  if (size <= longLeaf || size % Plane::lanes != 1) return;
+  if (size <= grownLeaf || size > Leaves::longLeaf || size % Plane::lanes != 1) return;
   const std::vector<Image> images = leaves_.images(place);
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
   const uint32_t old = place;
-  place = Builder(*this, Images(images), 4).place(members, region, 4);
+  place = Builder(*this, Images(images), 4).place(members, region, 4).place;
   leaves_.drop(old);
+}
+
+void Forest::noteLostSieve(uint32_t before, uint32_t after) {
+  if (before & ~after & sieveBit) strays_ += leaves_.size(after) / Plane::lanes;
 }
 
 void Forest::erase(const Image& image) {
   const uint32_t trees = plantedIn_[image.slot];
   for (uint32_t tree = 0; tree < view_.trees; ++tree) {
     if (!(trees >> tree & 1)) continue;
-    visitLeaves(&view_.roots[tree], {}, image, unlimited,
-                [&](uint32_t& place, const Region&) { place = leaves_.erase(place, image.slot); });
+    visitLeaves(&view_.roots[tree], {}, image, unlimited, [&](uint32_t& place, const Region&) {
+      const uint32_t before = place;
+      place = leaves_.erase(place, image.slot);
+      noteLostSieve(before, place);
+    });
   }
   refreshView();
 }

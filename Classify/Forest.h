@@ -32,7 +32,9 @@ class Forest {
   /// True when rules that come after a slot's were left out somewhere because it takes all their packets: the
   /// trees do not know what comes without it.
   bool shadows(uint32_t slot) const { return slot < shadowing_.size() && shadowing_[slot]; }
-  /// The number of images added that belong in too many leaves and are looked through one by one instead.
+  /// The number of images added that belong in too many leaves and are looked through one by one instead; and
+  /// of blocks in leaves that have lost their sieves through changes. Both are gone when the forest is built
+  /// anew.
   size_t strays() const { return strays_; }
   /// True when the images would have taken too much memory, so that some leaves stayed long.
   bool bounded() const { return bounded_; }
@@ -46,13 +48,15 @@ class Forest {
     double copies;  ///< of an image in a node, on average
   };
 
-  void plant(Builder& builder, const Images& images, const Plan& how);
+  /// Returns what a look-up costs, in blocks compared.
+  double plant(Builder& builder, const Images& images, const Plan& how);
   /// Calls visit(place, region) for the leaves that an image belongs in, and stops when more than `limit`
   /// cells have been looked into. Returns their number.
   template <class Visit>
   size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
                      const Visit& visit);
   void insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order);
+  void noteLostSieve(uint32_t before, uint32_t after);
   void refreshView();
 
   View view_;

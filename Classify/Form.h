@@ -68,8 +68,36 @@ struct Node {
   uint32_t shift;    ///< the number of bits of mask[1], which are the lower ones of the cell's number
 };
 
-/// A place to go on: a node's number, or this bit and the number of the first plane of a leaf.
+/// A place to go on: a node's number; or this bit and the number of the first plane of a leaf; or both bits
+/// and the number of a sieve, behind which is a long leaf.
 constexpr uint32_t leafBit = 1u << 31;
+constexpr uint32_t sieveBit = 1u << 30;
+
+/// A bit for each of 512 images of a leaf.
+struct alignas(64) Row {
+  static constexpr uint32_t images = 512;
+  uint64_t bits[images / 64];
+};
+
+/// What tells the few images of a long leaf that a packet may meet: for some chunks of the key and each value
+/// that they may have, the images that do not contradict.
+struct Sieve {
+  static constexpr uint32_t maxChunks = 18;
+  /// Some neighbouring bits of a word of Key::bits.
+  struct Chunk {
+    uint8_t shift;  ///< the lowest of them
+    uint8_t mask;   ///< as many bits as they are
+    uint16_t row;   ///< of the value 0, in each group
+  };
+
+  uint32_t leaf;    ///< the number of its first plane
+  uint32_t rows;    ///< the first row
+  uint32_t groups;  ///< of 512 images; each has all rows
+  uint32_t rowsPerGroup;
+  uint32_t ends[2];  ///< behind the last chunk of each word
+  bool exact;        ///< what is left is met
+  Chunk chunk[maxChunks];
+};
 
 /// How two addresses of 128 bits are made the first and the second word of a key: of each, up to 32 bits that
 /// tell rules apart are gathered, and a bit of the third word says that all others that most rules ask for
@@ -99,6 +127,8 @@ struct View {
   const Node* nodes = nullptr;
   const uint32_t* cells = nullptr;
   const Plane* planes = nullptr;
+  const Sieve* sieves = nullptr;
+  const Row* rows = nullptr;
   uint32_t shape = 0;
   uint32_t trees = 0;
   uint32_t roots[maxTrees] = {};

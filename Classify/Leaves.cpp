@@ -18,23 +18,36 @@ Image nothing() {
 void Leaves::clear(bool wide) {
   planesPerBlock_ = wide ? wideBlock : narrowBlock;
   planes_.clear();
+  sieves_.clear();
   sharers_.clear();
   free_.clear();
   makeBlocks(1);
 }
 
 uint32_t Leaves::make(std::span<const Image> images) {
+  const uint32_t leaf = makePlain(images);
+  if (images.size() <= longLeaf) return leaf;
+  return leafBit | sieveBit | sieves_.make(images, leaf & ~leafBit);
+}
+
+uint32_t Leaves::makePlain(std::span<const Image> images) {
   if (images.empty()) return empty;
   const uint32_t leaf = makeBlocks((static_cast<uint32_t>(images.size()) + Plane::lanes - 1) / Plane::lanes);
   for (uint32_t i = 0; i < images.size(); ++i) write(lane(leaf, i), images[i]);
   return leaf;
 }
 
+uint32_t Leaves::plain(uint32_t leaf) const {
+  return leaf & sieveBit ? leafBit | sieves_[leaf & ~(leafBit | sieveBit)].leaf : leaf;
+}
+
 void Leaves::share(uint32_t leaf) {
+  leaf = plain(leaf);
   if (leaf != empty) ++sharers(leaf);
 }
 
 void Leaves::drop(uint32_t leaf) {
+  leaf = plain(leaf);
   if (leaf == empty) return;
   if (sharers(leaf) > 0) {
     --sharers(leaf);
@@ -46,6 +59,7 @@ void Leaves::drop(uint32_t leaf) {
 }
 
 std::vector<Image> Leaves::images(uint32_t leaf) const {
+  leaf = plain(leaf);
   std::vector<Image> images(size(leaf));
   const Plane* block = planes_.data() + (leaf & ~leafBit);
   for (uint32_t i = 0; i < images.size(); ++i) {
@@ -55,6 +69,7 @@ std::vector<Image> Leaves::images(uint32_t leaf) const {
 }
 
 uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
+  leaf = plain(leaf);
   const uint32_t count = size(leaf);
   uint32_t at = 0;
   const auto slotAt = [&](uint32_t i) {
@@ -70,18 +85,18 @@ uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
   std::vector<Image> grown = images(leaf);
   grown.insert(grown.begin() + at, image);
   drop(leaf);
-  return make(grown);
+  return makePlain(grown);
 }
 
 uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
   std::vector<Image> kept = images(leaf);
   if (std::erase_if(kept, [slot](const Image& image) { return image.slot == slot; }) == 0) return leaf;
   drop(leaf);
-  return make(kept);
+  return makePlain(kept);
 }
 
 size_t Leaves::bytes() const {
-  size_t bytes = planes_.size() * sizeof(Plane) + sharers_.size() * sizeof(uint32_t);
+  size_t bytes = planes_.size() * sizeof(Plane) + sieves_.bytes() + sharers_.size() * sizeof(uint32_t);
   for (const auto& leaves : free_) bytes += leaves.capacity() * sizeof(uint32_t);
   return bytes;
 }
@@ -98,6 +113,7 @@ uint32_t Leaves::blocksOf(uint32_t leaf) const {
 }
 
 uint32_t Leaves::size(uint32_t leaf) const {
+  leaf = plain(leaf);
   const uint32_t blocks = blocksOf(leaf);
   const Plane* last = planes_.data() + (leaf & ~leafBit) + (blocks - 1) * planesPerBlock_;
   uint32_t lanes = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Classify/Form.h>
+#include <Classify/Sieves.h>
 
 #include <span>
 #include <vector>
@@ -16,7 +16,8 @@ struct Order {
 
 /// The leaves of a forest: images in the order of trial, eight to a block, and a leaf's blocks one behind the
 /// other. Several cells may lead to one leaf; whoever changes it for one of them makes it another for that
-/// one. A leaf is named by its place in the sense of Form.h.
+/// one. A leaf is named by its place in the sense of Form.h. A long leaf gets a sieve, and goes without it
+/// once it has changed.
 class Leaves {
  public:
   /// Takes everything out. `wide`: whether blocks hold the quad.
@@ -24,6 +25,9 @@ class Leaves {
 
   /// The leaf without images, the same for all.
   static constexpr uint32_t empty = leafBit;
+
+  /// A leaf with more images has a sieve, which costs as much as so many images tried.
+  static constexpr uint32_t longLeaf = 160;
 
   uint32_t make(std::span<const Image> images);
   /// One more cell leads to a leaf, or one less.
@@ -39,6 +43,7 @@ class Leaves {
   uint32_t erase(uint32_t leaf, uint32_t slot);
 
   const Plane* planes() const { return planes_.data(); }
+  const Sieves& sieves() const { return sieves_; }
   uint32_t planesPerBlock() const { return planesPerBlock_; }
   size_t bytes() const;
 
@@ -48,6 +53,9 @@ class Leaves {
     Plane* block;
     uint32_t number;
   };
+  uint32_t makePlain(std::span<const Image> images);
+  /// The place of a leaf's blocks, which is that of a leaf without a sieve.
+  uint32_t plain(uint32_t leaf) const;
   Lane lane(uint32_t leaf, uint32_t at);
   uint32_t& sharers(uint32_t leaf) { return sharers_[(leaf & ~leafBit) / planesPerBlock_]; }
   uint32_t blocksOf(uint32_t leaf) const;
@@ -58,6 +66,7 @@ class Leaves {
 
   uint32_t planesPerBlock_ = narrowBlock;
   std::vector<Plane> planes_;
+  Sieves sieves_;
   std::vector<uint32_t> sharers_;            // by first block: cells that lead there beside one
   std::vector<std::vector<uint32_t>> free_;  // by number of blocks
 };

@@ -280,6 +280,52 @@ TEST(Forest, TakesBoundedMemory) {
   }
 }
 
+/// Prefixes of one pair of addresses, the longest first: no few bits tell them apart.
+Image nested(uint32_t slot, uint32_t sourceLength, uint32_t destinationLength) {
+  Image image;
+  image.slot = slot;
+  const uint32_t lengths[2] = {sourceLength, destinationLength}, addresses[2] = {0x0a5a3c96, 0xac1e63a5};
+  for (const int word : {0, 1}) {
+    image.mask[word] = lengths[word] ? ~uint32_t{0} << (32 - lengths[word]) : 0;
+    image.value[word] = addresses[word] & image.mask[word];
+  }
+  return image;
+}
+
+TEST(Forest, SievesLongLeavesAndFindsInThemWhatIsThere) {
+  for (const uint32_t size : {160u, 161u, 511u, 512u, 513u, 1024u, 1025u}) {
+    World world(size, shapes[0]);
+    List list;
+    for (uint32_t sum = 64; list.images.size() < size; --sum) {
+      for (uint32_t s = std::min(32u, sum); s + 32 >= sum && list.images.size() < size; --s) {
+        const auto slot = static_cast<uint32_t>(list.images.size());
+        list.images[slot] = nested(slot, s, sum - s);
+        list.images[slot].exact = slot % 5 != 0;
+        if (slot % 7 == 0) list.images[slot].pairHigh = 0x1fff00ff;
+        if (slot % 11 == 0) list.images[slot].mask[2] = 0xff000000;
+        list.sequences.push_back(slot);
+        if (s == 0) break;
+      }
+    }
+    Forest forest;
+    forest.build(list.inOrder(), size, false);
+    const auto sieved = [&forest] {
+      return (forest.view().roots[0] & (leafBit | sieveBit)) == (leafBit | sieveBit);
+    };
+    EXPECT_EQ(sieved(), size > 160) << size;
+    EXPECT_EQ(forest.bounded(), size > 160) << size;
+    expectAgreement(forest, list, world, 1000, fmt::format("{} images", size));
+    EXPECT_EQ(forest.strays(), 0u) << size;
+
+    const Image gone = list.images[size / 2];
+    list.images.erase(size / 2);
+    forest.erase(gone);
+    EXPECT_FALSE(sieved()) << size;
+    EXPECT_EQ(forest.strays() > 0, size > 160) << "whoever has changed the forest is told: " << size;
+    expectAgreement(forest, list, world, 200, fmt::format("{} images but one", size));
+  }
+}
+
 /// Behind 200 pairs of hosts any packet, and behind that 100 pairs that no packet meets any more.
 TEST(Forest, KnowsWhichImagesHideOthers) {
   std::vector<Image> images;

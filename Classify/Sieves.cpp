@@ -1,0 +1,136 @@
+#include <Classify/Sieves.h>
+
+#include <algorithm>
+#include <bit>
+
+namespace Classify {
+
+namespace {
+
+/// Neighbouring bits of a key, counted from the lowest of Key::bits[0] on.
+struct Chunk {
+  uint32_t at;
+  uint32_t width;
+
+  uint32_t values() const { return 1u << width; }
+};
+
+/// The chunks that a sieve may have. They are as wide as memory allows, for each is a row to fetch. The upper
+/// halves of numbers, whose ranges begin and end somewhere, are the widest; and the protocol is in one.
+constexpr uint32_t thirdAt = 64, pairAt = 96, numberBits = 16;
+constexpr Chunk allChunks[] = {{0, 7},  {7, 7},   {14, 7},  {21, 7},  {28, 7},  {35, 7}, {42, 7},
+                               {49, 7}, {56, 8},  {64, 6},  {70, 6},  {76, 6},  {82, 6}, {88, 8},
+                               {96, 4}, {100, 4}, {104, 8}, {112, 4}, {116, 4}, {120, 8}};
+
+/// The values that a chunk may have for packets that meet an image: some bits free, or all from one to
+/// another.
+struct Values {
+  uint32_t first = 0;
+  uint32_t free = 0;    ///< bits
+  uint32_t behind = 0;  ///< 0: bits are what is free
+
+  uint32_t count() const { return behind ? behind - first : 1u << std::popcount(free); }
+  template <class Visit>
+  void visit(const Visit& visit) const {
+    for (uint32_t value = first; value < behind; ++value) visit(value);
+    if (behind) return;
+    for (uint32_t some = free;; some = (some - 1) & free) {
+      visit(first | some);
+      if (some == 0) return;
+    }
+  }
+};
+
+Values valuesUnder(uint64_t mask, uint64_t wanted, const Chunk& chunk) {
+  const uint32_t all = chunk.values() - 1, asked = static_cast<uint32_t>(mask) & all;
+  return {static_cast<uint32_t>(wanted) & asked, all & ~asked, 0};
+}
+
+/// In a range of 16-bit numbers, of which the chunk is a part.
+Values valuesWithin(uint32_t low, uint32_t high, const Chunk& chunk) {
+  const uint32_t at = chunk.at % numberBits, all = chunk.values() - 1;
+  if (low >> (at + chunk.width) != high >> (at + chunk.width)) return {0, all, 0};
+  return {low >> at & all, 0, (high >> at & all) + 1};
+}
+
+Values valuesOf(const Image& image, const Chunk& chunk) {
+  if (chunk.at >= pairAt) {
+    const uint32_t half = chunk.at & numberBits;
+    return valuesWithin(image.pairLow >> half & 0xffff, image.pairHigh >> half & 0xffff, chunk);
+  }
+  if (chunk.at >= thirdAt) {
+    const uint32_t at = chunk.at - thirdAt;
+    return valuesUnder(image.mask[2] >> at, image.value[2] >> at, chunk);
+  }
+  const uint64_t mask = uint64_t{image.mask[0]} << 32 | image.mask[1];
+  const uint64_t value = uint64_t{image.value[0]} << 32 | image.value[1];
+  return valuesUnder(mask >> chunk.at, value >> chunk.at, chunk);
+}
+
+/// The chunks that deny most, in the order of the key.
+std::vector<Chunk> chunksFor(std::span<const Image> images) {
+  const double worthIt = static_cast<double>(images.size()) / 64;
+  std::vector<std::pair<double, Chunk>> found;
+  for (const Chunk& chunk : allChunks) {
+    size_t allowed = 0;
+    for (const Image& image : images) allowed += valuesOf(image, chunk).count();
+    const double denied = static_cast<double>(images.size()) - static_cast<double>(allowed) / chunk.values();
+    if (denied > worthIt) found.emplace_back(denied, chunk);
+  }
+  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+  found.resize(std::min<size_t>(found.size(), Sieve::maxChunks));
+  std::vector<Chunk> chunks;
+  for (const auto& [denied, chunk] : found) chunks.push_back(chunk);
+  std::sort(chunks.begin(), chunks.end(), [](const Chunk& a, const Chunk& b) { return a.at < b.at; });
+  return chunks;
+}
+
+/// Whether an image that no chunk excludes is met: every bit that is asked for is in a chunk.
+bool isExact(std::span<const Image> images, const std::vector<Chunk>& chunks) {
+  uint64_t seen[2] = {0, 0};
+  for (const Chunk& chunk : chunks) seen[chunk.at / 64] |= uint64_t{chunk.values() - 1} << chunk.at % 64;
+  return std::all_of(images.begin(), images.end(), [&seen](const Image& image) {
+    const uint64_t addresses = uint64_t{image.mask[0]} << 32 | image.mask[1];
+    return (addresses & ~seen[0]) == 0 && (image.mask[2] & ~seen[1]) == 0 && image.pairLow == 0 &&
+           image.pairHigh == 0xffffffff && image.quadLow == 0 && image.quadHigh == 0xffffffff;
+  });
+}
+
+}  // namespace
+
+void Sieves::clear() {
+  sieves_.clear();
+  rows_.clear();
+}
+
+uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
+  const std::vector<Chunk> chunks = chunksFor(images);
+  Sieve sieve{};
+  sieve.leaf = leaf;
+  sieve.rows = static_cast<uint32_t>(rows_.size());
+  sieve.groups = static_cast<uint32_t>((images.size() + Row::images - 1) / Row::images);
+  for (const Chunk& chunk : chunks) {
+    uint32_t& end = sieve.ends[chunk.at / 64];
+    if (chunk.at >= 64 && end == 0) end = sieve.ends[0];
+    sieve.chunk[end++] = {static_cast<uint8_t>(chunk.at % 64), static_cast<uint8_t>(chunk.values() - 1),
+                          static_cast<uint16_t>(sieve.rowsPerGroup)};
+    sieve.rowsPerGroup += chunk.values();
+  }
+  sieve.ends[1] = static_cast<uint32_t>(chunks.size());
+  sieve.exact = isExact(images, chunks);
+  rows_.resize(rows_.size() + size_t{sieve.groups} * sieve.rowsPerGroup);
+  for (size_t i = 0; i < images.size(); ++i) {
+    Row* row = &rows_[sieve.rows + i / Row::images * sieve.rowsPerGroup];
+    const size_t bit = i % Row::images;
+    for (const Chunk& chunk : chunks) {
+      valuesOf(images[i], chunk).visit([row, bit](uint32_t value) {
+        row[value].bits[bit / 64] |= uint64_t{1} << bit % 64;
+      });
+      row += chunk.values();
+    }
+  }
+  sieves_.push_back(sieve);
+  return static_cast<uint32_t>(sieves_.size() - 1);
+}
+
+}  // namespace Classify

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <Classify/Form.h>
+
+#include <span>
+#include <vector>
+
+namespace Classify {
+
+/// The sieves of a forest. They are made with their leaves and never changed.
+class Sieves {
+ public:
+  void clear();
+
+  /// Makes a sieve for the images of a leaf, which begins at a plane. Returns its number.
+  uint32_t make(std::span<const Image> images, uint32_t leaf);
+
+  const Sieve& operator[](uint32_t number) const { return sieves_[number]; }
+  const Sieve* sieves() const { return sieves_.data(); }
+  const Row* rows() const { return rows_.data(); }
+  size_t bytes() const { return sieves_.size() * sizeof(Sieve) + rows_.size() * sizeof(Row); }
+
+ private:
+  std::vector<Sieve> sieves_;
+  std::vector<Row> rows_;
+};
+
+}  // namespace Classify
