@@ -301,7 +301,7 @@ TEST(Forest, SievesLongLeavesAndFindsInThemWhatIsThere) {
         const auto slot = static_cast<uint32_t>(list.images.size());
         list.images[slot] = nested(slot, s, sum - s);
         list.images[slot].exact = slot % 5 != 0;
-        if (slot % 7 == 0) list.images[slot].pairHigh = 0x1fff00ff;
+        if (slot % 7 == 0) list.images[slot].pairLow = 0x01230045, list.images[slot].pairHigh = 0x1fed00cb;
         if (slot % 11 == 0) list.images[slot].mask[2] = 0xff000000;
         list.sequences.push_back(slot);
         if (s == 0) break;
