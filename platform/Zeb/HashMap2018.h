@@ -11,7 +11,9 @@ namespace Zeb {
 /// A hash map whose order of iteration is the order of (hash of the key, key), whatever its history. A bucket
 /// is the run of hashes that share their leading bits, and its chain is sorted, so growing splits each bucket
 /// in place and the order stays. That makes "go on at this key" mean something after any insertion, removal
-/// (of that very key, too) and growth. Keys need keyHash, == and <. Not safe for use by several threads.
+/// (of that very key, too) and growth. Growing is done a few buckets at a time, with the elements that are
+/// put in: no write takes long because the map is large. Keys need keyHash, == and <. Not safe for use by
+/// several threads.
 template <class K, class V>
 class HashMap2018 {
  public:
@@ -48,7 +50,7 @@ class HashMap2018 {
       version_.advance();
       return MapWrite::replaced;
     }
-    if (size_ >= bucketCount()) grow();
+    if (wider_ || size_ >= bucketCount()) grow();
     Entry* entry = Entry::make(key, std::move(value));
     entry->hash = hash;
     Entry** link = linkTo(key, hash);
@@ -76,8 +78,8 @@ class HashMap2018 {
 
   void clear() {
     for (size_t i = 0; i < bucketCount(); ++i) {
-      while (Entry* entry = buckets_[i]) {
-        buckets_[i] = entry->next;
+      while (Entry* entry = bucket(i)) {
+        bucket(i) = entry->next;
         entry->stale = true;
         --size_;
         version_.advance();
@@ -106,29 +108,38 @@ class HashMap2018 {
  private:
   static constexpr int minBits = 2;
   static constexpr size_t lookAhead = 16;
+  /// Enough to have split all buckets long before there are twice as many elements.
+  static constexpr int splitsAtOnce = 4;
 
-  size_t bucketCount() const { return buckets_ ? size_t{1} << bits_ : 0; }
-  size_t bucketOf(uint32_t hash) const { return hash >> (32 - bits_); }
+  // While the map grows, buckets in front are those of the wider array and those behind still to be split.
+  size_t bucketCount() const { return buckets_ ? (size_t{1} << bits_) + split_ : 0; }
+  size_t bucketOf(uint32_t hash) const {
+    const size_t index = hash >> (32 - bits_);
+    return index >= split_ ? index + split_ : hash >> (31 - bits_);
+  }
+  Entry*& bucket(size_t index) const {
+    return index >= 2 * split_ ? buckets_[index - split_] : wider_[index];
+  }
 
   Entry* entryOf(const K& key, uint32_t hash) const {
     if (size_ == 0) return nullptr;
-    for (Entry* at = buckets_[bucketOf(hash)]; at; at = at->next) {
+    for (Entry* at = bucket(bucketOf(hash)); at; at = at->next) {
       if (at->hash == hash && at->key == key) return at;
     }
     return nullptr;
   }
   /// The link behind which (hash, key) is, or would be.
   Entry** linkTo(const K& key, uint32_t hash) const {
-    Entry** link = &buckets_[bucketOf(hash)];
+    Entry** link = &bucket(bucketOf(hash));
     while (*link && ((*link)->hash < hash || ((*link)->hash == hash && (*link)->key < key))) {
       link = &(*link)->next;
     }
     return link;
   }
-  Entry* firstFrom(size_t bucket) const {
-    for (size_t i = bucket; i < bucketCount(); ++i) {
+  Entry* firstFrom(size_t index) const {
+    for (size_t i = index; i < bucketCount(); ++i) {
       prefetchChain(i + lookAhead);
-      if (buckets_[i]) return buckets_[i];
+      if (bucket(i)) return bucket(i);
     }
     return nullptr;
   }
@@ -139,8 +150,8 @@ class HashMap2018 {
     return at;
   }
   /// Elements lie anywhere in memory; who walks them asks for those to come while busy with this one.
-  [[gnu::always_inline]] void prefetchChain(size_t bucket) const {
-    if (bucket < bucketCount()) prefetch(buckets_[bucket]);
+  [[gnu::always_inline]] void prefetchChain(size_t index) const {
+    if (index < bucketCount()) prefetch(bucket(index));
   }
   /// Always inline: as a call, which changes nothing, it would be left out.
   [[gnu::always_inline]] static void prefetch(const Entry* entry) {
@@ -148,24 +159,32 @@ class HashMap2018 {
   }
 
   void grow() {
-    const int newBits = buckets_ ? bits_ + 1 : minBits;
-    auto wider = std::make_unique<Entry*[]>(size_t{1} << newBits);
-    for (size_t i = 0; i < bucketCount(); ++i) {
-      prefetchChain(i + lookAhead);
-      Entry* at = buckets_[i];
-      while (at) {
-        Entry** link = &wider[at->hash >> (32 - newBits)];
-        *link = at;
-        const size_t bucket = at->hash >> (32 - newBits);
-        while (at->next && (at->next->hash >> (32 - newBits)) == bucket) at = at->next;
-        at = std::exchange(at->next, nullptr);
-      }
+    if (!buckets_) {
+      buckets_ = std::make_unique<Entry*[]>(size_t{1} << bits_);
+      return;
     }
-    buckets_ = std::move(wider);
-    bits_ = newBits;
+    // Its buckets are cleared as they come into use.
+    if (!wider_) wider_ = std::make_unique_for_overwrite<Entry*[]>(size_t{2} << bits_);
+    for (int i = 0; i < splitsAtOnce && split_ < size_t{1} << bits_; ++i) splitNext();
+    if (split_ < size_t{1} << bits_) return;
+    buckets_ = std::move(wider_);
+    split_ = 0;
+    ++bits_;
+  }
+  void splitNext() {
+    prefetchChain(2 * split_ + lookAhead);
+    Entry* lower = buckets_[split_];
+    const uint32_t middle = static_cast<uint32_t>(2 * split_ + 1) << (31 - bits_);
+    Entry** link = &lower;
+    while (*link && (*link)->hash < middle) link = &(*link)->next;
+    wider_[2 * split_ + 1] = std::exchange(*link, nullptr);
+    wider_[2 * split_] = lower;
+    ++split_;
   }
 
   std::unique_ptr<Entry*[]> buckets_;
+  std::unique_ptr<Entry*[]> wider_;  // null: the map is not growing
+  size_t split_ = 0;                 // buckets that are in the wider array, split in two
   size_t size_ = 0;
   int bits_ = minBits;
   MapVersion version_;
