@@ -1,31 +1,15 @@
 #include <Acl/AclConfigAggregatorSm.h>
+#include <Acl/RuleKinds.h>
+
+#include <optional>
 
 namespace Acl {
-
-namespace {
-
-template <class Rule>
-using RuleFollower = Rix::CollectionFollower<RuleMap<Rule>>;
-
-/// Writes the rules of one source map into one target map, now and as they change.
-template <class Rule, class Write, class Remove>
-std::unique_ptr<RuleFollower<Rule>> followRules(const Kelp::Ptr<const AclSubConfig>& source,
-                                                const Zeb::Attribute& attribute, const RuleMap<Rule>& rules,
-                                                const Kelp::Ptr<AclSubConfig>& target, Write write,
-                                                Remove remove) {
-  return std::make_unique<RuleFollower<Rule>>(
-      source, attribute, [&rules]() -> auto& { return rules; },
-      [target, write](const Kiv::UniqueId& id, const Rule& rule) { (target.get()->*write)(id, rule); },
-      [target, remove](const Kiv::UniqueId& id) { (target.get()->*remove)(id); });
-}
-
-}  // namespace
 
 /// Keeps one list of the target equal to the list of the source in force.
 class AclConfigAggregatorSm::ListMirror final : public Zeb::Notifiee {
  public:
-  ListMirror(Kelp::Ptr<const AclConfig> source, Kelp::Ptr<AclConfig> target)
-      : source_(std::move(source)), target_(std::move(target)) {
+  ListMirror(AclType type, Kelp::Ptr<const AclConfig> source, Kelp::Ptr<AclConfig> target)
+      : type_(type), source_(std::move(source)), target_(std::move(target)) {
     source_->publisher().subscribe(*this);
     takeCurrCfg();
   }
@@ -33,37 +17,80 @@ class AclConfigAggregatorSm::ListMirror final : public Zeb::Notifiee {
   const Kelp::Ptr<const AclConfig>& source() const { return source_; }
 
   void handleChange(const Zeb::Change& change) override {
-    if (change.is(AclConfig::currCfgAttribute())) takeCurrCfg();
+    if (change.is(AclConfig::currCfgAttribute())) return takeCurrCfg();
+    // Whoever sees the write may end this mirror.
+    const auto rules = rules_;
+    const auto copy = copy_;
+    forEachRuleKind([&](auto kind) {
+      if (!change.is(kind.attribute())) return;
+      const Kiv::UniqueId id = change.keyAs<Kiv::UniqueId>();
+      if (const auto* rule = kind.rules(*rules).find(id)) {
+        kind.write(*copy, id, *rule);
+      } else {
+        kind.remove(*copy, id);
+      }
+    });
+  }
+
+  /// See AclConfigAggregatorSm::takeOver.
+  bool takeOver(size_t most) {
+    if (!rules_) target_->currCfgDel();
+    for (; stage_ < stages; ++stage_) {
+      const bool stale = stage_ % 2 == 0;
+      withRuleKind(static_cast<AclType>(stage_ / 2), [&](auto kind) {
+        const auto& walked = kind.rules(stale ? *copy_ : *rules_);
+        auto at = resume_ ? walked.from(*resume_) : walked.begin();
+        for (; at && most > 0; at.next(), --most) {
+          if (!stale) {
+            kind.write(*copy_, at.key(), at.value());
+          } else if (!kind.rules(*rules_).find(at.key())) {
+            kind.remove(*copy_, at.key());
+          }
+        }
+        resume_ = at ? std::optional(at.key()) : std::nullopt;
+      });
+      if (resume_) return false;
+    }
+    return true;
   }
 
  private:
-  /// The copy is filled before the target shows it, so that nobody sees it half done.
+  /// A list that is taken over piece by piece: for each kind of rules first those that are stale are taken
+  /// out and then those of the source written.
+  static constexpr int stages = 6;
+
   void takeCurrCfg() {
-    const auto rules = std::as_const(*source_).currCfg();
-    if (!rules) {
-      ipRules_.reset();
-      ip6Rules_.reset();
-      macRules_.reset();
-      target_->currCfgDel();
+    if (rules_) rules_->publisher().unsubscribe(*this);
+    rules_ = std::as_const(*source_).currCfg();
+    stage_ = stages;
+    resume_.reset();
+    if (!rules_) {
+      copy_ = nullptr;
+      if (!target_->standsIn()) target_->currCfgDel();
       return;
     }
-    const auto copy = MemSlab::make<AclSubConfig>();
-    using S = AclSubConfig;
-    ipRules_ = followRules<IpRuleConfig>(rules, S::ipRuleByIdAttribute(), rules->ipRuleById(), copy,
-                                         &S::ipRuleByIdIs, &S::ipRuleByIdDel);
-    ip6Rules_ = followRules<Ip6RuleConfig>(rules, S::ip6RuleByIdAttribute(), rules->ip6RuleById(), copy,
-                                           &S::ip6RuleByIdIs, &S::ip6RuleByIdDel);
-    macRules_ = followRules<MacRuleConfig>(rules, S::macRuleByIdAttribute(), rules->macRuleById(), copy,
-                                           &S::macRuleByIdIs, &S::macRuleByIdDel);
-    copy->compile();
-    target_->currCfgIs(copy);
+    rules_->publisher().subscribe(*this);
+    copy_ = target_->currCfg();
+    if (target_->standsIn() && copy_) {
+      stage_ = 0;
+      return;
+    }
+    // The copy is filled before the target shows it, so that nobody sees it half done.
+    copy_ = MemSlab::make<AclSubConfig>();
+    forEachRuleKind([this](auto kind) {
+      for (auto at = kind.rules(*rules_).begin(); at; at.next()) kind.write(*copy_, at.key(), at.value());
+    });
+    copy_->compile(type_);
+    target_->currCfgIs(copy_);
   }
 
+  const AclType type_;
   const Kelp::Ptr<const AclConfig> source_;
   const Kelp::Ptr<AclConfig> target_;
-  std::unique_ptr<RuleFollower<IpRuleConfig>> ipRules_;
-  std::unique_ptr<RuleFollower<Ip6RuleConfig>> ip6Rules_;
-  std::unique_ptr<RuleFollower<MacRuleConfig>> macRules_;
+  Kelp::Ptr<const AclSubConfig> rules_;  // the source's
+  Kelp::Ptr<AclSubConfig> copy_;         // the target's
+  int stage_ = stages;
+  std::optional<Kiv::UniqueId> resume_;  // where the stage goes on
 };
 
 /// Offers the lists of one source.
@@ -146,10 +173,15 @@ void AclConfigAggregatorSm::handleOffer(const ListKey& key) {
     if (known->second->source() == source) return;
     mirrors_.erase(known);
   }
-  auto mirror = std::make_unique<ListMirror>(source, config_->configIs(type)->aclIs(name));
+  auto mirror = std::make_unique<ListMirror>(type, source, config_->configIs(type)->aclIs(name));
   // Whoever saw the list change may have changed the sources again; then this mirror is not the one any more.
   const auto* now = offers_.inForce(key);
   if (now && *now == source) mirrors_.try_emplace(key, std::move(mirror));
+}
+
+bool AclConfigAggregatorSm::takeOver(const ListKey& key, size_t most) {
+  const auto known = mirrors_.find(key);
+  return known == mirrors_.end() || known->second->takeOver(most);
 }
 
 void AclConfigAggregatorSm::dropUnoffered() {

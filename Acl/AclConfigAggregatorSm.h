@@ -16,8 +16,9 @@ namespace Acl {
 /// the command line's is in force, else the first by name of the input directory; a list never mixes sources,
 /// and when the source in force lets go of it the next takes over. The target follows through notifications:
 /// a changed rule is one write there, a list that comes from another source is one replacement of its
-/// `currCfg`, and a list that goes is one `aclDel`; a rule that stays keeps its id. Destruction leaves the
-/// target as it is.
+/// `currCfg`, and a list that goes is one `aclDel`; a rule that stays keeps its id. But a list that something
+/// stands in for (see AclConfig) keeps its `currCfg` when another source takes it over, see takeOver().
+/// Destruction leaves the target as it is.
 class AclConfigAggregatorSm : public Kelp::Node {
  public:
   using ListKey = std::pair<AclType, Kelp::String>;
@@ -33,6 +34,10 @@ class AclConfigAggregatorSm : public Kelp::Node {
 
   /// Starts following the sources, and makes the target what they say at once; or stops, leaving it as it is.
   void hasNotificationActiveIs(bool on);
+
+  /// Goes on taking over a list that something stands in for: writes at most so many of the rules in which
+  /// the new source differs. True when there is none left; whoever set the stand-in calls it until then.
+  bool takeOver(const ListKey& key, size_t most);
 
   /// The names of the sources that have a list, the one in force first; empty for an unknown list.
   std::vector<Kelp::String> sources(AclType type, const Kelp::String& name) const {

@@ -1,7 +1,11 @@
 #include <Acl/Compiled.h>
+#include <Acl/Workshop.h>
 #include <Zeb/TraceHandle.h>
 
 #include <algorithm>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 
 namespace Acl {
 
@@ -12,28 +16,131 @@ const Zeb::TraceHandle& trace() {
   return handle;
 }
 
-bool asksForQuad(const MacRuleConfig&) { return false; }
-template <class Rule>
-bool asksForQuad(const Rule& rule) {
-  return asksQuad(rule.filter);
+/// A copy that is not looked at: copying a MAC filter does, and throws when a label cannot be.
+template <class Filter>
+Filter copyOf(const Filter& filter) {
+  return filter;
+}
+template <>
+MacFilter copyOf(const MacFilter& filter) {
+  MacFilter copy;
+  copy.vlan = filter.vlan;
+  copy.source = filter.source;
+  copy.sourceMask = filter.sourceMask;
+  copy.destination = filter.destination;
+  copy.destinationMask = filter.destinationMask;
+  copy.etherTypeNamed = filter.etherTypeNamed;
+  copy.etherType = filter.etherType;
+  copy.mpls = filter.mpls;
+  return copy;
 }
 
-Classify::Projection projectionFor(
-    std::span<const Zeb::MapEntry<Kiv::UniqueId, Ip6RuleConfig>* const> entries) {
-  std::vector<const Ip6Filter*> filters;
-  for (const auto* entry : entries) filters.push_back(&entry->value.filter);
-  return projectionOf(filters);
+void imagesFor(const IpFilter& filter, uint32_t slot, const Classify::Projection&, bool wide,
+               std::vector<Classify::Image>& images) {
+  addImages(filter, slot, wide, images);
 }
-template <class Entries>
-Classify::Projection projectionFor(const Entries&) {
-  return {};
+void imagesFor(const Ip6Filter& filter, uint32_t slot, const Classify::Projection& projection, bool wide,
+               std::vector<Classify::Image>& images) {
+  addImages(filter, projection, slot, wide, images);
 }
+void imagesFor(const MacFilter& filter, uint32_t slot, const Classify::Projection&, bool,
+               std::vector<Classify::Image>& images) {
+  addImages(filter, slot, images);
+}
+
+/// Has a form freed where forms are made: its memory can take longer to give back than a slice.
+class Disposal final : public BuildJob {
+ public:
+  explicit Disposal(Classify::Forest&& forest) : forest_(std::move(forest)) {}
+  bool collect(const Kiv::Task*) override { return true; }
+  void build() override { forest_ = {}; }
+  void handleDone() override {}
+
+ private:
+  Classify::Forest forest_;
+};
 
 }  // namespace
 
+/// Makes a new form of copies of the rules that the owner has when it comes to them.
+template <class Rule>
+class Compiled<Rule>::Job final : public BuildJob {
+ public:
+  explicit Job(Compiled& owner) : owner_(&owner) {}
+  void ownerDel() { owner_ = nullptr; }
+
+  bool collect(const Kiv::Task* task) override {
+    constexpr uint32_t rulesAtOnce = 64;
+    if (!owner_) return true;
+    const auto& entries = owner_->entries_;
+    if (copied_ == 0) rules_.reserve(owner_->rules_);
+    while (copied_ < entries.size()) {
+      if (const Entry* entry = entries[copied_]) {
+        rules_.push_back(
+            {owner_->sequences_[copied_], copied_, entry->key, copyOf<Filter>(entry->value.filter)});
+      }
+      ++copied_;
+      if (copied_ % rulesAtOnce == 0 && task && task->taskShouldYield()) break;
+    }
+    complete_ = copied_ == entries.size();
+    return complete_;
+  }
+
+  void build() override {
+    std::sort(rules_.begin(), rules_.end(), [](const Copy& a, const Copy& b) {
+      return std::tie(a.sequence, a.id) < std::tie(b.sequence, b.id);
+    });
+    if constexpr (!std::is_same_v<Rule, MacRuleConfig>) {
+      wide_ =
+          std::any_of(rules_.begin(), rules_.end(), [](const Copy& rule) { return asksQuad(rule.filter); });
+    }
+    if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) {
+      std::vector<const Ip6Filter*> filters;
+      for (const Copy& rule : rules_) filters.push_back(&rule.filter);
+      projection = projectionOf(filters);
+    }
+    std::vector<Classify::Image> images;
+    images.reserve(rules_.size());
+    for (const Copy& rule : rules_) imagesFor(rule.filter, rule.slot, projection, wide_, images);
+    rules_ = {};
+    forest.build(images, copied_, wide_);
+  }
+
+  void handleDone() override {
+    if (owner_) owner_->takeNew();
+  }
+
+  /// Whether a change of a slot comes too late to be copied.
+  bool hasCopied(uint32_t slot) const { return complete_ || slot < copied_; }
+
+  Classify::Forest forest;  ///< the result, with the projection that it was made under
+  Classify::Projection projection;
+
+ private:
+  struct Copy {
+    uint32_t sequence;
+    uint32_t slot;
+    Kiv::UniqueId id;
+    Filter filter;
+  };
+
+  Compiled* owner_;      // null when it has gone
+  uint32_t copied_ = 0;  // slots
+  bool complete_ = false;
+  bool wide_ = false;
+  std::vector<Copy> rules_;
+};
+
 template <class Rule>
 Compiled<Rule>::~Compiled() {
-  if (job_) job_->handleDone = nullptr;
+  letGoOfJob();
+}
+
+template <class Rule>
+void Compiled<Rule>::letGoOfJob() {
+  if (job_) job_->ownerDel();
+  job_ = nullptr;
+  since_.clear();
 }
 
 template <class Rule>
@@ -58,8 +165,9 @@ uint32_t Compiled<Rule>::insert(const Entry* entry) {
     sequences_[slot] = entry->value.sequence;
   }
   ++rules_;
-  if (ready_) insertImages(imagesOf(entry->value, slot, projection_, forest_.wide()));
-  if (job_) since_.push_back({true, slot, imagesOf(entry->value, slot, nextProjection_, job_->wide)});
+  if (!upkeep_) return slot;
+  if (ready_) insertImages(imagesOf(entry->value.filter, slot));
+  noteChange(true, slot, entry->value);
   changed();
   return slot;
 }
@@ -68,9 +176,26 @@ template <class Rule>
 void Compiled<Rule>::erase(uint32_t slot) {
   const Entry* entry = std::exchange(entries_[slot], nullptr);
   --rules_;
-  if (job_) since_.push_back({false, slot, imagesOf(entry->value, slot, nextProjection_, job_->wide)});
-  if (ready_) eraseImages(slot, imagesOf(entry->value, slot, projection_, forest_.wide()));
+  if (!upkeep_) return free_.push_back(slot);
+  noteChange(false, slot, entry->value);
+  if (ready_) eraseImages(slot, imagesOf(entry->value.filter, slot));
   changed();
+}
+
+template <class Rule>
+void Compiled<Rule>::noteChange(bool inserted, uint32_t slot, const Rule& rule) {
+  if (job_ && job_->hasCopied(slot)) since_.push_back({inserted, slot, copyOf<Filter>(rule.filter)});
+}
+
+template <class Rule>
+void Compiled<Rule>::upkeepIs(bool on) {
+  if (on == upkeep_) return;
+  upkeep_ = on;
+  if (on) return makeAnew();
+  letGoOfJob();
+  ready_ = false;
+  Workshop::singleton().build(std::make_shared<Disposal>(std::exchange(forest_, {})));
+  reviewSlots();
 }
 
 template <class Rule>
@@ -100,17 +225,9 @@ bool Compiled<Rule>::precedes(uint32_t slot, uint32_t other) const {
 }
 
 template <class Rule>
-std::vector<Classify::Image> Compiled<Rule>::imagesOf(const Rule& rule, uint32_t slot,
-                                                      const Classify::Projection& projection,
-                                                      bool wide) const {
+std::vector<Classify::Image> Compiled<Rule>::imagesOf(const Filter& filter, uint32_t slot) const {
   std::vector<Classify::Image> images;
-  if constexpr (std::is_same_v<Rule, IpRuleConfig>) {
-    addImages(rule.filter, slot, wide, images);
-  } else if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) {
-    addImages(rule.filter, projection, slot, wide, images);
-  } else {
-    addImages(rule.filter, slot, images);
-  }
+  imagesFor(filter, slot, projection_, forest_.wide(), images);
   return images;
 }
 
@@ -126,57 +243,47 @@ void Compiled<Rule>::changed() {
 
 template <class Rule>
 void Compiled<Rule>::makeAnew() {
-  std::vector<uint32_t> order;
-  for (uint32_t slot = 0; slot < entries_.size(); ++slot) {
-    if (entries_[slot]) order.push_back(slot);
-  }
-  std::sort(order.begin(), order.end(), [this](uint32_t a, uint32_t b) {
-    return sequences_[a] != sequences_[b] ? sequences_[a] < sequences_[b]
-                                          : entries_[a]->key < entries_[b]->key;
-  });
-  inOrder_ = std::is_sorted(order.begin(), order.end());
-  std::vector<const Entry*> entries;
-  for (const uint32_t slot : order) entries.push_back(entries_[slot]);
-
-  job_ = std::make_shared<BuildJob>();
-  job_->slots = static_cast<uint32_t>(entries_.size());
-  job_->wide = std::any_of(entries.begin(), entries.end(),
-                           [](const Entry* entry) { return asksForQuad(entry->value); });
-  nextProjection_ = projectionFor(std::span<const Entry* const>(entries));
-  for (const uint32_t slot : order) {
-    for (const Classify::Image& image : imagesOf(entries_[slot]->value, slot, nextProjection_, job_->wide)) {
-      job_->images.push_back(image);
-    }
-  }
-  job_->handleDone = [this] { takeNew(); };
+  job_ = std::make_shared<Job>(*this);
   Workshop::singleton().build(job_);
 }
 
 template <class Rule>
 void Compiled<Rule>::takeNew() {
-  const std::shared_ptr<BuildJob> job = std::move(job_);
-  job_ = nullptr;
-  forest_ = std::move(job->forest);
-  projection_ = nextProjection_;
+  const std::shared_ptr<Job> job = std::move(job_);
+  std::swap(forest_, job->forest);
+  projection_ = job->projection;
   ready_ = true;
   changes_ = 0;
   ghosts_ = 0;
   for (const Change& change : std::exchange(since_, {})) {
+    const auto images = imagesOf(change.filter, change.slot);
     if (change.inserted) {
-      insertImages(change.images);
+      insertImages(images);
     } else {
-      eraseImages(change.slot, change.images);
+      eraseImages(change.slot, images);
     }
     ++changes_;
   }
-  free_.clear();
-  for (uint32_t slot = 0; slot < entries_.size(); ++slot) {
-    if (!entries_[slot] && !forest_.shadows(slot)) free_.push_back(slot);
-  }
+  reviewSlots();
   if (forest_.bounded()) {
     trace().trace(1, "takeNew", "{} rules would take too much memory, some are tried one by one", rules_);
   }
   refreshView();
+}
+
+template <class Rule>
+void Compiled<Rule>::reviewSlots() {
+  free_.clear();
+  inOrder_ = true;
+  uint32_t last = 0;
+  for (uint32_t slot = 0; slot < entries_.size(); ++slot) {
+    if (entries_[slot] || forest_.shadows(slot)) {
+      inOrder_ = inOrder_ && last < sequences_[slot];
+      last = sequences_[slot];
+    } else {
+      free_.push_back(slot);
+    }
+  }
 }
 
 template <class Rule>

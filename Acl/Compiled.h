@@ -3,10 +3,10 @@
 #include <Acl/CompiledRules.h>
 #include <Acl/Keys.h>
 #include <Acl/MatchFields.h>
-#include <Acl/Workshop.h>
 #include <Classify/Find.h>
 #include <Classify/Forest.h>
 
+#include <memory>
 #include <vector>
 
 namespace Acl {
@@ -25,6 +25,7 @@ class Compiled final : public CompiledRules<Rule> {
 
   uint32_t insert(const Entry* entry) override;
   void erase(uint32_t slot) override;
+  void upkeepIs(bool on) override;
   size_t bytes() const override;
 
   /// The first rule that a packet meets, null for none. False, and nothing is found, when the form does not
@@ -47,15 +48,17 @@ class Compiled final : public CompiledRules<Rule> {
     return found != nullptr;
   }
 
-  /// False until the first form is there.
-  bool ready() const { return ready_; }
+  /// False until the first form is there, and while it is not kept up.
+  bool ready() const override { return ready_; }
 
  private:
+  using Filter = typename Rule::FilterType;
+  class Job;
   /// A change that came while a new form is being made.
   struct Change {
     bool inserted;
     uint32_t slot;
-    std::vector<Classify::Image> images;
+    Filter filter;
   };
 
   /// What a look-up is to answer that has come upon a rule that has to be asked, or upon no slot when it only
@@ -82,11 +85,17 @@ class Compiled final : public CompiledRules<Rule> {
 
   void makeAnew();
   void takeNew();
+  void letGoOfJob();
+  /// Notes a change for a form that is being made, unless its rules have still to be copied.
+  void noteChange(bool inserted, uint32_t slot, const Rule& rule);
+  /// Looks through all slots, for those that are free and for their order.
+  void reviewSlots();
   void insertImages(const std::vector<Classify::Image>& images);
   void eraseImages(uint32_t slot, const std::vector<Classify::Image>& images);
+  /// The order of trial.
   bool precedes(uint32_t slot, uint32_t other) const;
-  std::vector<Classify::Image> imagesOf(const Rule& rule, uint32_t slot,
-                                        const Classify::Projection& projection, bool wide) const;
+  /// In the form that is there.
+  std::vector<Classify::Image> imagesOf(const Filter& filter, uint32_t slot) const;
   void changed();
   void refreshView();
 
@@ -98,12 +107,12 @@ class Compiled final : public CompiledRules<Rule> {
   Classify::View view_;
   Classify::Projection projection_;
   bool ready_ = false;
+  bool upkeep_ = true;
   size_t rules_ = 0;
   size_t changes_ = 0;  // since the forest was made
   size_t ghosts_ = 0;   // rules that are gone, but whose images stand for what they hid
 
-  std::shared_ptr<BuildJob> job_;  // null: none is being made
-  Classify::Projection nextProjection_;
+  std::shared_ptr<Job> job_;   // null: none is being made
   std::vector<Change> since_;  // changes that the job does not know
 };
 

@@ -23,12 +23,16 @@ class CompiledRules {
   virtual uint32_t insert(const Entry* entry) = 0;
   /// A rule that is still as it was when it was put in.
   virtual void erase(uint32_t slot) = 0;
+  /// Off, for many changes in a row: the form takes note of them and judges nothing. On again it is made
+  /// anew. At first it is on.
+  virtual void upkeepIs(bool on) = 0;
+  /// False while the form judges nothing, and the rules are tried in their order.
+  virtual bool ready() const = 0;
   /// The heap memory in use.
   virtual size_t bytes() const = 0;
 };
 
-/// Compiles rules that stand in the order of trial; their slots are 0, 1, 2 and so on. There are forms for
-/// the three kinds of rule.
+/// Compiles rules; their slots are 0, 1, 2 and so on. There are forms for the three kinds of rule.
 template <class Rule>
 std::unique_ptr<CompiledRules<Rule>> compileRules(
     std::span<const Zeb::MapEntry<Kiv::UniqueId, Rule>* const> entries);

@@ -37,11 +37,29 @@ const Zeb::TypeModule module("Acl", {
 // made them.
 AclSubConfig::~AclSubConfig() = default;
 
-void AclSubConfig::compile() {
-  // A list has rules of one kind; what is empty is left to the first rule that may come.
-  ipRuleById_.compile();
-  ip6RuleById_.compile();
-  macRuleById_.compile();
+template <class Self, class Visit>
+auto AclSubConfig::withRules(Self& self, AclType type, const Visit& visit) {
+  switch (type) {
+    case AclType::ip:
+      return visit(self.ipRuleById_);
+    case AclType::ipv6:
+      return visit(self.ip6RuleById_);
+    case AclType::mac:
+      break;
+  }
+  return visit(self.macRuleById_);
+}
+
+void AclSubConfig::compile(AclType type) {
+  withRules(*this, type, [](auto& rules) { rules.compile(); });
+}
+
+void AclSubConfig::upkeepIs(AclType type, bool on) {
+  withRules(*this, type, [on](auto& rules) { rules.upkeepIs(on); });
+}
+
+bool AclSubConfig::compiledReady(AclType type) const {
+  return withRules(*this, type, [](auto& rules) { return rules.compiled() && rules.compiled()->ready(); });
 }
 
 AclConfig::~AclConfig() = default;

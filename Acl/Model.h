@@ -17,11 +17,24 @@ class AclSubConfig : public Zeb::Entity {
   ZEB_COLLECTION(ip6RuleById, RuleMap<Ip6RuleConfig>)
   ZEB_COLLECTION(macRuleById, RuleMap<MacRuleConfig>)
 
-  /// Has the rules judged in their compiled form, see RuleMap; for lists in force.
-  void compile();
+  /// Has the rules of a list of this kind judged in their compiled form, see RuleMap; for lists in force.
+  void compile(AclType type);
+  /// Whether the compiled form is kept up with every write (see CompiledRules), if there is one.
+  void upkeepIs(AclType type, bool on);
+  /// Whether packets are judged by a compiled form.
+  bool compiledReady(AclType type) const;
+
+ private:
+  template <class Self, class Visit>
+  static auto withRules(Self& self, AclType type, const Visit& visit);
 };
 
 /// A list. Without `currCfg` it has no rules in force and is not programmable.
+///
+/// While `currCfg` is being rewritten over several turns of the event loop something can stand in for it
+/// before packets, so that none of them meets the list half written: the rules as they were or will be, or
+/// null, which is a list that does not exist. A stand-in is no attribute and is not announced; who set it
+/// takes it back.
 class AclConfig : public Zeb::Entity {
   ZEB_ENTITY(AclConfig, Zeb::Entity)
  public:
@@ -29,6 +42,24 @@ class AclConfig : public Zeb::Entity {
 
   explicit AclConfig(const Kelp::String& aclName) : Entity(aclName) {}
   ZEB_CHILD(AclSubConfig, currCfg)
+
+  void standInIs(Kelp::Ptr<const AclSubConfig> rules) {
+    standsIn_ = true;
+    standIn_ = std::move(rules);
+  }
+  void standInDel() {
+    standsIn_ = false;
+    standIn_ = nullptr;
+  }
+  bool standsIn() const { return standsIn_; }
+  /// The rules that packets are judged by; null when there are none.
+  Kelp::Ptr<const AclSubConfig> judging() const { return standsIn_ ? standIn_ : currCfg(); }
+  /// True when packets are to pass as if there were no such list.
+  bool hidden() const { return standsIn_ && !standIn_; }
+
+ private:
+  bool standsIn_ = false;
+  Kelp::Ptr<const AclSubConfig> standIn_;
 };
 
 /// The lists of one kind, by name.

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <type_traits>
 
 namespace Acl {
 
@@ -155,5 +156,11 @@ struct FilterRuleConfig : RuleConfig {
 struct IpRuleConfig : FilterRuleConfig<IpFilter> {};
 struct Ip6RuleConfig : FilterRuleConfig<Ip6Filter> {};
 struct MacRuleConfig : FilterRuleConfig<MacFilter> {};
+
+/// The kind of list that has rules of this kind.
+template <class Rule>
+inline constexpr AclType listTypeOf = std::is_same_v<Rule, IpRuleConfig>    ? AclType::ip
+                                      : std::is_same_v<Rule, Ip6RuleConfig> ? AclType::ipv6
+                                                                            : AclType::mac;
 
 }  // namespace Acl

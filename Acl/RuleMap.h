@@ -28,9 +28,14 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
     if (known && other && compiled_) compiled_->erase(ordered_.slotOf(known));
     if (known && moves) ordered_.erase(known);
     const Zeb::MapWrite write = Base::put(id, std::move(rule));
+    if (!other) return write;
     const Entry* now = Base::findEntry(id);
-    if (moves) ordered_.insert(now);
-    if (other && compiled_) ordered_.slotOf(now) = compiled_->insert(now);
+    const uint32_t slot = compiled_ ? compiled_->insert(now) : 0;
+    if (moves) {
+      ordered_.insert(now, slot);
+    } else {
+      ordered_.slotOf(now) = slot;
+    }
     return write;
   }
 
@@ -55,14 +60,19 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
   /// force.
   void compile() {
     std::vector<const Entry*> entries;
-    for (const Entry* entry : ordered_) {
-      ordered_.slotOf(entry) = static_cast<uint32_t>(entries.size());
+    entries.reserve(ordered_.size());
+    ordered_.numberSlots([&entries](const Entry* entry) {
       entries.push_back(entry);
-    }
+      return static_cast<uint32_t>(entries.size() - 1);
+    });
     compiled_ = compileRules<Rule>(entries);
   }
   /// Null when compile() was not called.
   const CompiledRules<Rule>* compiled() const { return compiled_.get(); }
+  /// See CompiledRules; without a compiled form nothing happens.
+  void upkeepIs(bool on) {
+    if (compiled_) compiled_->upkeepIs(on);
+  }
 
   /// In the order of trial.
   const RuleOrder<Entry>& ordered() const { return ordered_; }

@@ -92,6 +92,14 @@ class RuleOrder {
     return std::lower_bound(run.begin(), run.end(), place)->slot;
   }
 
+  /// Gives every entry the slot that `slotFor(entry)` says, in the order of trial.
+  template <class SlotFor>
+  void numberSlots(const SlotFor& slotFor) {
+    for (Run& run : runs_) {
+      for (Place& place : run) place.slot = slotFor(place.entry);
+    }
+  }
+
   /// The entry is there and its sequence number is the one that it was put in with.
   void erase(const Entry* entry) {
     const Place place{entry->value.sequence, 0, entry->key, entry};

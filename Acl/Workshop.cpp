@@ -5,23 +5,19 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace Acl {
 
-namespace {
-
-void buildForest(BuildJob& job) { job.forest.build(job.images, job.slots, job.wide); }
-
-}  // namespace
-
-/// The thread with its two ends: jobs go in on the loop's thread, and come out there in a task that looks
-/// from time to time while any are under way.
+/// The thread with its two ends: a task of the loop collects for jobs and puts them in, and looks from time
+/// to time whether any have come out.
 class Workshop::Thread {
  public:
   Thread()
       : task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "aclCompile")),
         thread_([this] { run(); }) {
-    task_->dispatchIs([this] { handOver(); }, this);
+    task_->dispatchIs([this] { collectAndHandOver(); }, this);
   }
   ~Thread() {
     task_->dispatchDel(this);
@@ -33,16 +29,11 @@ class Workshop::Thread {
     thread_.join();
   }
 
-  bool idle() const { return underWay_.empty(); }
+  bool idle() const { return collecting_.empty() && underWay_.empty(); }
 
   void add(const std::shared_ptr<BuildJob>& job) {
-    underWay_.push_back(job);
-    {
-      const std::lock_guard lock(mutex_);
-      waiting_.push_back(job);
-    }
-    wake_.notify_one();
-    task_->scheduleTaskDelay(interval);
+    collecting_.push_back(job);
+    task_->scheduleTask();
   }
 
  private:
@@ -53,33 +44,50 @@ class Workshop::Thread {
       std::unique_lock lock(mutex_);
       wake_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });
       if (stopped_) return;
-      BuildJob& job = *waiting_.front();
-      lock.unlock();
-      buildForest(job);
-      job.done.store(true, std::memory_order_release);
-      lock.lock();
+      // One that is here for the second time is freed here: what it has in it can be large.
+      std::shared_ptr<BuildJob> job = std::move(waiting_.front());
       waiting_.pop_front();
+      lock.unlock();
+      if (job->done_) continue;
+      job->build();
+      job->done_.store(true, std::memory_order_release);
     }
   }
 
-  void handOver() {
+  void put(const std::shared_ptr<BuildJob>& job) {
+    {
+      const std::lock_guard lock(mutex_);
+      waiting_.push_back(job);
+    }
+    wake_.notify_one();
+  }
+
+  void collectAndHandOver() {
+    while (!collecting_.empty() && collecting_.front()->collect(task_.get())) {
+      put(collecting_.front());
+      underWay_.push_back(std::move(collecting_.front()));
+      collecting_.pop_front();
+    }
     std::vector<std::shared_ptr<BuildJob>> done;
     std::erase_if(underWay_, [&done](const auto& job) {
-      if (!job->done.load(std::memory_order_acquire)) return false;
+      if (!job->done_.load(std::memory_order_acquire)) return false;
       done.push_back(job);
       return true;
     });
-    for (const auto& job : done) {
-      if (job->handleDone) job->handleDone();
+    for (auto& job : done) {
+      job->handleDone();
+      put(std::exchange(job, nullptr));
     }
+    if (!collecting_.empty()) return task_->scheduleTask();
     if (!underWay_.empty()) task_->scheduleTaskDelay(interval);
   }
 
   const Kelp::Ptr<Kiv::TimerTask> task_;
-  std::vector<std::shared_ptr<BuildJob>> underWay_;  // the loop's
+  std::deque<std::shared_ptr<BuildJob>> collecting_;
+  std::vector<std::shared_ptr<BuildJob>> underWay_;
   std::mutex mutex_;
   std::condition_variable wake_;
-  std::deque<std::shared_ptr<BuildJob>> waiting_;  // under the mutex; the first is being built
+  std::deque<std::shared_ptr<BuildJob>> waiting_;  // under the mutex
   bool stopped_ = false;                           // under the mutex
   std::thread thread_;                             // last: it starts when the others are there
 };
@@ -103,8 +111,9 @@ bool Workshop::idle() const { return !thread_ || thread_->idle(); }
 
 void Workshop::build(const std::shared_ptr<BuildJob>& job) {
   if (thread_) return thread_->add(job);
-  buildForest(*job);
-  if (job->handleDone) job->handleDone();
+  job->collect(nullptr);
+  job->build();
+  job->handleDone();
 }
 
 }  // namespace Acl

@@ -1,39 +1,44 @@
 #pragma once
 
-#include <Classify/Forest.h>
+#include <Kiv/Task.h>
 
 #include <atomic>
-#include <functional>
 #include <memory>
-#include <vector>
 
 namespace Acl {
 
-/// A list to be compiled. While it is being built nobody else touches `images` and `forest`.
-struct BuildJob {
-  std::vector<Classify::Image> images;  ///< in the order of trial
-  uint32_t slots = 0;
-  bool wide = false;
-  Classify::Forest forest;           ///< the result
-  std::function<void()> handleDone;  ///< called on the event-loop thread; empty when nobody wants the result
+/// A list to be compiled: its rules are copied on the event loop's thread, a slice at a time, the form is
+/// made of the copies on any thread, and handed over on the loop's thread. So a list can change, and go,
+/// while it is being compiled.
+class BuildJob {
+ public:
+  virtual ~BuildJob() = default;
 
-  std::atomic<bool> done = false;
+  /// Copies rules until all are copied, true, or until the slice of `task` is used up. Null: no slice.
+  virtual bool collect(const Kiv::Task* task) = 0;
+  /// Makes the form; it touches nothing but the job.
+  virtual void build() = 0;
+  virtual void handleDone() = 0;
+
+ private:
+  friend class Workshop;
+  std::atomic<bool> done_ = false;
 };
 
 /// Where lists are compiled: at once, in the call; or, once it has a thread, beside the event loop, which a
-/// large list would hold up for many slices. With a thread the result is handed over by a task of the loop.
-/// One a process.
+/// large list would hold up for many slices. One a process.
 class Workshop {
  public:
   static Workshop& singleton();
 
-  /// Whether to use a thread. Without one again, jobs under way are finished first and their results dropped.
+  /// Whether to use a thread. Without one again, jobs that are being built are finished first and their
+  /// results dropped.
   void threadIs(bool on);
   bool hasThread() const;
   /// Whether no job is under way.
   bool idle() const;
 
-  /// Builds a job's forest, and calls its handleDone: before this returns, or later from a task.
+  /// Carries a job out: before this returns, or in tasks of the loop and on the thread.
   void build(const std::shared_ptr<BuildJob>& job);
 
  private:

@@ -34,7 +34,12 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
   for (const auto& text : texts) {
     pairs.push_back(split(option, text, form, at));
     checkName(option, pairs.back().first);
-    if (at == ',') checkName(option, pairs.back().second);
+    if (at == ',') {
+      // Names may have most characters; a third name is a mistake all the same.
+      if (pairs.back().second.find(',') != std::string::npos)
+        throw CLI::ValidationError(option, "\"" + text + "\" is not of the form " + std::string(form));
+      checkName(option, pairs.back().second);
+    }
     for (size_t i = 0; at == '=' && i + 1 < pairs.size(); ++i) {
       if (pairs[i].first == pairs.back().first) {
         throw CLI::ValidationError(option, "port " + pairs.back().first + " is named twice");

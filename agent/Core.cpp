@@ -114,14 +114,22 @@ std::optional<std::string> Core::whyNot(const Config::Model& commandLine,
 
 std::optional<std::string> Core::apply(const Config::Model& commandLine,
                                        const std::map<std::string, Config::Model>& inputs) {
-  Changes all{true};
-  for (const auto& [name, model] : inputs) all.inputs.insert(name);
-  return apply(commandLine, inputs, all);
+  if (auto wrong = applyInterfaces(commandLine, inputs)) return wrong;
+  const Source own = sourceIs({});
+  applySource(std::string(commandLineSource), commandLine, own.lists);
+  applyBindings(commandLine, own.bindings);
+  keepOnly(entity("acl/config/input"), inputs);
+  keepOnly(entity("acl/intf/config/input"), inputs);
+  for (const auto& [name, model] : inputs) {
+    const Source input = sourceIs(name);
+    applySource(fmt::format("{}{}", inputSources, name), model, input.lists);
+    applyBindings(model, input.bindings);
+  }
+  return std::nullopt;
 }
 
-std::optional<std::string> Core::apply(const Config::Model& commandLine,
-                                       const std::map<std::string, Config::Model>& inputs,
-                                       const Changes& changes) {
+std::optional<std::string> Core::applyInterfaces(const Config::Model& commandLine,
+                                                 const std::map<std::string, Config::Model>& inputs) {
   const Config::Model interfaces = mergeInterfaces(commandLine, inputs);
   Velo::PortChannels portChannels;
   if (auto wrong = readPortChannels(interfaces, portChannels)) return wrong;
@@ -135,23 +143,25 @@ std::optional<std::string> Core::apply(const Config::Model& commandLine,
   for (const auto& [name, destinations] : interfaces.mirrorSessions) {
     mirroring->sessionIs(name, intfIds(destinations));
   }
-
-  const auto entity = [this](std::string_view path) { return context_.entityManager->getEntity(path); };
-  if (changes.commandLine) {
-    applySource(std::string(commandLineSource), commandLine,
-                Kelp::ptrCast<Acl::Input::Config>(entity("acl/config/cli")));
-    applyBindings(commandLine, Kelp::ptrCast<Acl::IntfConfig>(entity("acl/intf/config/cli")));
-  }
-  keepOnly(entity("acl/config/input"), inputs);
-  keepOnly(entity("acl/intf/config/input"), inputs);
-  for (const std::string& name : changes.inputs) {
-    const auto model = inputs.find(name);
-    if (model == inputs.end()) continue;
-    applySource(fmt::format("{}{}", inputSources, name), model->second,
-                entryOf<Acl::Input::Config>(entity("acl/config/input"), name));
-    applyBindings(model->second, entryOf<Acl::IntfConfig>(entity("acl/intf/config/input"), name));
-  }
   return std::nullopt;
+}
+
+Core::Source Core::sourceIs(const std::string& input) {
+  if (input.empty()) {
+    return {Kelp::ptrCast<Acl::Input::Config>(entity("acl/config/cli")),
+            Kelp::ptrCast<Acl::IntfConfig>(entity("acl/intf/config/cli"))};
+  }
+  return {entryOf<Acl::Input::Config>(entity("acl/config/input"), input),
+          entryOf<Acl::IntfConfig>(entity("acl/intf/config/input"), input)};
+}
+
+void Core::sourceDel(const std::string& input) {
+  for (const char* path : {"acl/config/input", "acl/intf/config/input"})
+    static_cast<Zeb::Dir&>(*entity(path)).entryDel(input);
+}
+
+Kelp::Ptr<Zeb::Entity> Core::entity(std::string_view path) const {
+  return context_.entityManager->getEntity(path);
 }
 
 void Core::applySource(const std::string& source, const Config::Model& model,
@@ -164,7 +174,7 @@ void Core::applySource(const std::string& source, const Config::Model& model,
 }
 
 template <class T>
-Kelp::Ptr<const T> Core::pluginAttribute(std::string_view name) const {
+Kelp::Ptr<T> Core::pluginAttribute(std::string_view name) const {
   for (const auto& plugin : manager_.plugins()) {
     if (const auto held = Zeb::attributeValue<Kelp::Ptr<T>>(*plugin, name)) return *held;
   }
@@ -172,7 +182,6 @@ Kelp::Ptr<const T> Core::pluginAttribute(std::string_view name) const {
 }
 
 Kelp::Ptr<const Acl::Config> Core::source(std::string_view name) const {
-  const auto entity = [this](std::string_view path) { return context_.entityManager->getEntity(path); };
   if (name == commandLineSource) return Kelp::ptrCast<Acl::Config>(entity("acl/config/cli"));
   if (!name.starts_with(inputSources)) return nullptr;
   const auto& entries = static_cast<const Zeb::Dir&>(*entity("acl/config/input")).entry();
@@ -182,14 +191,25 @@ Kelp::Ptr<const Acl::Config> Core::source(std::string_view name) const {
 
 std::vector<std::string> Core::sources() const {
   std::vector<std::string> names{std::string(commandLineSource)};
-  const auto dir = context_.entityManager->getEntity("acl/config/input");
+  const auto dir = entity("acl/config/input");
   for (auto at = static_cast<const Zeb::Dir&>(*dir).entry().begin(); at; at.next())
     names.push_back(fmt::format("{}{}", inputSources, at.key()));
   return names;
 }
 
 Kelp::Ptr<Acl::StatusDp> Core::mountedStatus() const {
-  return Kelp::ptrCast<Acl::StatusDp>(context_.entityManager->getEntity("acl/status/dp/kepa"));
+  return Kelp::ptrCast<Acl::StatusDp>(entity("acl/status/dp/kepa"));
+}
+
+Kelp::Ptr<Acl::AclConfig> Core::mergedList(Acl::AclType type, const Kelp::String& name) const {
+  const auto all = pluginAttribute<Acl::Config>("aclConfig");
+  const auto lists = all ? all->config(type) : nullptr;
+  return lists ? lists->acl(name) : nullptr;
+}
+
+bool Core::takeOver(Acl::AclType type, const Kelp::String& name, size_t most) {
+  const auto aggregator = pluginAttribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
+  return !aggregator || aggregator->takeOver({type, name}, most);
 }
 
 Kelp::Ptr<const Acl::Config> Core::lists() const { return pluginAttribute<Acl::Config>("aclConfig"); }

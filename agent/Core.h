@@ -15,7 +15,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -41,19 +40,27 @@ class Core {
   /// what is wrong with their port-channels; then nothing has changed.
   std::optional<std::string> apply(const Config::Model& commandLine,
                                    const std::map<std::string, Config::Model>& inputs);
-
-  /// Which sources of a configuration differ from what is in force; inputs that have gone are among them.
-  struct Changes {
-    bool commandLine = false;
-    std::set<std::string> inputs{};
-  };
-  /// The same, looking only at the sources that changed.
-  std::optional<std::string> apply(const Config::Model& commandLine,
-                                   const std::map<std::string, Config::Model>& inputs,
-                                   const Changes& changes);
   /// Why a configuration cannot be applied, if so.
   static std::optional<std::string> whyNot(const Config::Model& commandLine,
                                            const std::map<std::string, Config::Model>& inputs);
+
+  // For a change that is carried out bit by bit, see control/Changeover.h.
+
+  /// The same for port-channels and mirror sessions only.
+  std::optional<std::string> applyInterfaces(const Config::Model& commandLine,
+                                             const std::map<std::string, Config::Model>& inputs);
+  /// The entities of one source.
+  struct Source {
+    Kelp::Ptr<Acl::Input::Config> lists;
+    Kelp::Ptr<Acl::IntfConfig> bindings;
+  };
+  /// The source of an input's name, made when there is none; of an empty name the command line's.
+  Source sourceIs(const std::string& input);
+  void sourceDel(const std::string& input);
+  /// A list of the merged configuration, by which the plugin judges packets; null when there is none.
+  Kelp::Ptr<Acl::AclConfig> mergedList(Acl::AclType type, const Kelp::String& name) const;
+  /// See Acl::AclConfigAggregatorSm.
+  bool takeOver(Acl::AclType type, const Kelp::String& name, size_t most);
 
   /// Asked, while it is set, for the id of every rule that comes into a source ("cli", or "input/" and a
   /// name); an empty id says that the rule is a new one.
@@ -85,9 +92,10 @@ class Core {
 
  private:
   template <class T>
-  Kelp::Ptr<const T> pluginAttribute(std::string_view name) const;
+  Kelp::Ptr<T> pluginAttribute(std::string_view name) const;
   void applySource(const std::string& source, const Config::Model& model,
                    const Kelp::Ptr<Acl::Input::Config>& lists);
+  Kelp::Ptr<Zeb::Entity> entity(std::string_view path) const;
 
   Velo::PluginManager manager_;
   Velo::PluginContext context_;

@@ -40,7 +40,7 @@ class World {
       rule.filter.destinationPort.ports[0] = static_cast<uint16_t>(i == hit ? 443 : 2000 + i);
       made->ipRuleByIdIs(Kiv::UniqueId(uint64_t{1} + static_cast<uint64_t>(i)), rule);
     }
-    made->compile();
+    made->compile(AclType::ip);
     config->configIs(AclType::ip)->aclIs(name)->currCfgIs(made);
   }
   /// A MAC list that passes everything.
@@ -49,7 +49,7 @@ class World {
     Acl::MacRuleConfig rule;
     rule.sequence = 10;
     made->macRuleByIdIs(Kiv::UniqueId(uint64_t{5}), rule);
-    made->compile();
+    made->compile(AclType::mac);
     config->configIs(AclType::mac)->aclIs(name)->currCfgIs(made);
   }
   void bind(AclType type, const char* intf, const char* name) {

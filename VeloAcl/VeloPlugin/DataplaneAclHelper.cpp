@@ -114,7 +114,7 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
     tracePkt(*ctx, "shouldDropPkt", "No {} acls of type {} for intf {}", dir, type, intf);
     return false;
   }
-  if (!bound.list) {
+  if (!bound.list || bound.list->hidden()) {
     if (bound.typeKnown) {
       tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {} with name {}", type, bound.name);
     } else {
@@ -129,7 +129,7 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
   const ParsedPacket& parsed = ctx->parsedPacket();
   const ParsedL4& l4 = parsed.l4();
   const uint16_t vlanId = ctx->pkt()->vlanId();
-  const Kelp::Ptr<const Acl::AclSubConfig> rules = at.list.currCfg();
+  const Kelp::Ptr<const Acl::AclSubConfig> rules = at.list.judging();
   if (!rules) return dropOnNoMatch(at);
   if (type == AclType::ip) {
     const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
@@ -150,7 +150,7 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
 bool DataplaneAclHelper::dropsMac(const Lookup& at) {
   const ParsedPacket& parsed = at.ctx->parsedPacket();
   const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
-  const auto rules = at.list.currCfg();
+  const auto rules = at.list.judging();
   const auto packet = [&] {
     return Acl::MacPacket{eth->source(), eth->destination(), parsed.typeOrLen(), at.ctx->pkt()->vlanId()};
   };

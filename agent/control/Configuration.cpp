@@ -1,8 +1,9 @@
+#include <Kelp/Assert.h>
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
 #include <agent/control/Configuration.h>
 #include <agent/control/Difference.h>
-#include <agent/show/Documents.h>
+#include <agent/show/Pieces.h>
 
 #include <algorithm>
 
@@ -15,6 +16,8 @@ namespace {
 /// Stands for the command line among the names of files, none of which is empty.
 const std::string commandLine;
 constexpr size_t mostMistakes = 100;
+/// How often it is looked whether lists have been compiled.
+constexpr Kelp::Duration untilCompiled{0.001};
 
 double seconds() { return Kiv::steadyClock().now().seconds(); }
 
@@ -22,6 +25,14 @@ std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes) {
   std::vector<std::string> texts;
   for (const auto& mistake : mistakes) texts.push_back(mistake.str());
   return texts;
+}
+
+/// In the pieces in which it is sent, so that it is not freed in one go.
+std::deque<std::string> piecesOf(std::string_view line) {
+  std::deque<std::string> pieces;
+  for (; !line.empty(); line.remove_prefix(std::min(line.size(), pieceOctets)))
+    pieces.emplace_back(line.substr(0, pieceOctets));
+  return pieces;
 }
 
 Json sourceJson(const std::string& name, const Config::Model& model,
@@ -45,13 +56,18 @@ struct Configuration::Texts {
   Done done;
   Outcome outcome;
   std::optional<Config::Model> model;
+  SourceChange writes;
 
-  void prepare(const Config::Model& inForce) {
+  void prepare(const Sources& inForce) {
     const double start = seconds();
     Config::Result result = Config::read(sources, {}, mostMistakes);
+    sources = {};
     outcome.mistakes = textsOf(result.mistakes);
+    if (result.model) {
+      outcome.difference = piecesOf(lineOf(difference(inForce.commandLine, *result.model)));
+      if (!dryRun) writes = sourceChange(inForce, commandLine, &*result.model);
+    }
     model = std::move(result.model);
-    if (model) outcome.difference = lineOf(difference(inForce, *model));
     outcome.prepareSeconds = seconds() - start;
   }
 };
@@ -86,7 +102,7 @@ struct Configuration::Scan {
       wrong = textsOf(result.mistakes);
       const auto known = inForce.find(name);
       if (result.model && (known == inForce.end() || !(known->second == *result.model)))
-        changed.emplace_back(name, std::move(result.model));
+        changed.push_back({name, std::move(result.model)});
     }
     if (wrong.empty())
       good.insert(name);
@@ -102,13 +118,14 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       dir_(std::move(dir)),
       applied_(std::move(applied)),
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
+      changeover_(core, discard_, [this] { handleSwitch(); }),
       background_(loop) {
   commandLine_ = files.takeCommandLine();
   inputs_ = files.takeInputs();
   const double now = Zeb::System::currentTime().seconds();
   appliedAt_[commandLine] = now;
   for (const auto& [name, model] : inputs_) appliedAt_[name] = now;
-  task_->dispatchIs([this] { commitNext(); }, this);
+  task_->dispatchIs([this] { run(); }, this);
   if (dir_.empty()) return;
   watch_ = std::make_unique<DirectoryWatch>(
       loop, dir_, [this](const std::set<std::string>& names, bool all) { handleFiles(names, all); });
@@ -121,65 +138,107 @@ Configuration::~Configuration() {
 
 bool Configuration::apply(std::vector<Config::Source> texts, bool dryRun, Done done) {
   if (busy()) return false;
-  const auto job = std::make_shared<Texts>(Texts{std::move(texts), dryRun, std::move(done), {}, {}});
-  background_.run([this, job] { job->prepare(commandLine_); }, [this, job] { handlePrepared(*job); });
+  const auto job = std::make_shared<Texts>(Texts{std::move(texts), dryRun, std::move(done), {}, {}, {}});
+  background_.run([this, job] { job->prepare(sources()); }, [this, job] { handlePrepared(job); });
   return true;
 }
 
-void Configuration::handlePrepared(Texts& texts) {
-  Outcome& outcome = texts.outcome;
-  if (texts.model) {
-    const double start = seconds();
-    const auto wrong = texts.dryRun ? Core::whyNot(*texts.model, inputs_) : commit(texts.model, commandLine);
-    outcome.commitSeconds = seconds() - start;
-    if (wrong) outcome = {{*wrong}, {}, false, outcome.prepareSeconds, 0};
-    outcome.applied = !wrong && !texts.dryRun;
-    if (texts.model) discard_.take(std::move(*texts.model));
+void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
+  if (!texts->model) return answer(*texts);
+  std::optional<std::string> wrong;
+  if (texts->dryRun) {
+    wrong = Core::whyNot(*texts->model, inputs_);
+    discard_.take(std::move(*texts->model));
+  } else {
+    wrong = commit({commandLine, std::move(texts->model)}, std::move(texts->writes),
+                   [this, texts](double longestTurn) {
+                     texts->outcome.applied = true;
+                     texts->outcome.commitSeconds = longestTurn;
+                     answer(*texts);
+                   });
+    if (!wrong) return;
   }
-  const bool applied = outcome.applied;
-  texts.done(std::move(outcome));
-  if (applied) touched_.merge(conflicts_);
-  if (touchedAll_ || !touched_.empty()) scan();
+  if (wrong) texts->outcome = {{*wrong}, {}, false, texts->outcome.prepareSeconds, 0};
+  answer(*texts);
 }
 
-std::optional<std::string> Configuration::commit(std::optional<Config::Model>& model,
-                                                 const std::string& input) {
-  Core::Changes changes;
-  std::optional<Config::Model> before;
-  const auto swap = [&](std::optional<Config::Model>& in, std::optional<Config::Model>& out) {
-    if (changes.commandLine) {
-      out = std::exchange(commandLine_, std::move(*in));
-      return;
-    }
-    if (auto known = inputs_.find(input); known != inputs_.end()) {
-      out = std::move(known->second);
-      inputs_.erase(known);
-    }
-    if (in) inputs_.emplace(input, std::move(*in));
-  };
-  if (input == commandLine)
-    changes.commandLine = true;
-  else
-    changes.inputs.insert(input);
-  swap(model, before);
-  if (auto wrong = core_.apply(commandLine_, inputs_, changes)) {
-    swap(before, model);
+void Configuration::answer(Texts& texts) {
+  const bool applied = texts.outcome.applied;
+  texts.done(std::move(texts.outcome));
+  if (applied) touched_.merge(conflicts_);
+  scanTouched();
+}
+
+// ---- A change is carried out.
+
+std::optional<std::string> Configuration::commit(Change change, SourceChange writes, Committed done) {
+  exchange(change);
+  const auto wrong = Core::whyNot(commandLine_, inputs_);
+  exchange(change);
+  if (wrong) {
+    if (change.model) discard_.take(std::move(*change.model));
     return wrong;
   }
-  forwarder_.portsOfConfigurationIs();
-  appliedAt_[input] = Zeb::System::currentTime().seconds();
-  model = std::move(before);
-  if (applied_) applied_();
+  pending_ = Pending{std::move(change), std::move(done), 0};
+  changeover_.begin(std::move(writes));
+  carryOn();
   return std::nullopt;
 }
+
+void Configuration::carryOn() {
+  const double start = seconds();
+  const auto state = changeover_.run(*task_);
+  pending_->longestTurn = std::max(pending_->longestTurn, seconds() - start);
+  if (state == Changeover::State::yields) return task_->scheduleTask();
+  if (state == Changeover::State::waits) return task_->scheduleTaskDelay(untilCompiled);
+
+  Pending finished = std::move(*pending_);
+  pending_.reset();
+  Change& change = finished.change;
+  if (change.model) discard_.take(std::move(*change.model));
+  if (applied_) applied_();
+  finished.done(finished.longestTurn);
+}
+
+/// From here on the new configuration holds, with all that is not in lists and bindings.
+void Configuration::handleSwitch() {
+  Change& change = pending_->change;
+  const bool goes = !change.model;
+  exchange(change);
+  const auto wrong = core_.applyInterfaces(commandLine_, inputs_);
+  KELP_ASSERT(!wrong, "what may be wrong with interfaces was looked at before the change began");
+  forwarder_.portsOfConfigurationIs();
+  if (goes) {
+    appliedAt_.erase(change.source);
+  } else {
+    appliedAt_[change.source] = Zeb::System::currentTime().seconds();
+  }
+}
+
+void Configuration::exchange(Change& change) {
+  std::optional<Config::Model> before;
+  if (change.source == commandLine) {
+    before = std::exchange(commandLine_, std::move(*change.model));
+  } else {
+    if (auto known = inputs_.find(change.source); known != inputs_.end()) {
+      before = std::move(known->second);
+      inputs_.erase(known);
+    }
+    if (change.model) inputs_.emplace(change.source, std::move(*change.model));
+  }
+  change.model = std::move(before);
+}
+
+// ---- Files of the directory.
 
 void Configuration::handleFiles(const std::set<std::string>& names, bool all) {
   touched_.insert(names.begin(), names.end());
   touchedAll_ = touchedAll_ || all;
-  if (!busy()) scan();
+  scanTouched();
 }
 
-void Configuration::scan() {
+void Configuration::scanTouched() {
+  if (busy() || !(touchedAll_ || !touched_.empty())) return;
   const auto job = std::make_shared<Scan>();
   job->names = std::exchange(touched_, {});
   job->all = std::exchange(touchedAll_, false);
@@ -197,31 +256,42 @@ void Configuration::handleScanned(Scan& scan) {
   });
   for (auto& [name, wrong] : scan.bad) bad_[name] = std::move(wrong);
   for (const auto& [name, model] : inputs_) {
-    if (!scan.there.contains(name)) changes_.emplace_back(name, std::nullopt);
+    if (!scan.there.contains(name)) changes_.push_back({name, std::nullopt});
   }
   std::move(scan.changed.begin(), scan.changed.end(), std::back_inserter(changes_));
-  task_->scheduleTask();
+  commitNext();
 }
 
+/// What a file changes depends on the files before it, and is found out when those are in force.
 void Configuration::commitNext() {
-  if (!changes_.empty()) {
-    auto [name, model] = std::move(changes_.front());
-    changes_.erase(changes_.begin());
-    const bool gone = !model;
-    if (auto wrong = commit(model, name)) {
-      bad_[name] = {*wrong};
-      conflicts_.insert(name);
-    } else {
-      // What stood in the way of others may have gone.
-      conflicts_.erase(name);
-      touched_.merge(conflicts_);
-    }
-    if (gone) appliedAt_.erase(name);
-    if (model) discard_.take(std::move(*model));
-  }
-  if (!changes_.empty()) return task_->scheduleTask();
-  if (touchedAll_ || !touched_.empty()) scan();
+  if (changes_.empty()) return scanTouched();
+  struct Next {
+    Change change;
+    SourceChange writes;
+  };
+  const auto next = std::make_shared<Next>(Next{std::move(changes_.front()), {}});
+  changes_.erase(changes_.begin());
+  background_.run(
+      [this, next] {
+        const auto& model = next->change.model;
+        next->writes = sourceChange(sources(), next->change.source, model ? &*model : nullptr);
+      },
+      [this, next] {
+        const std::string name = next->change.source;
+        const auto wrong = commit(std::move(next->change), std::move(next->writes), [this, name](double) {
+          // What stood in the way of others may have gone.
+          conflicts_.erase(name);
+          touched_.merge(conflicts_);
+          task_->scheduleTask();
+        });
+        if (!wrong) return;
+        bad_[name] = {*wrong};
+        conflicts_.insert(name);
+        task_->scheduleTask();
+      });
 }
+
+void Configuration::run() { pending_ ? carryOn() : commitNext(); }
 
 Json Configuration::report() const {
   Json sources = Json::array({sourceJson(commandLine, commandLine_, appliedAt_)});

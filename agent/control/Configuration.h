@@ -3,10 +3,13 @@
 #include <agent/ConfigFiles.h>
 #include <agent/Forwarder.h>
 #include <agent/control/Background.h>
+#include <agent/control/Changeover.h>
 #include <agent/control/DirectoryWatch.h>
 #include <agent/control/Discard.h>
+#include <agent/control/SourceChange.h>
 #include <nlohmann/json.hpp>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -20,9 +23,12 @@ namespace Agent {
 /// The configuration that is in force, and its changes while the agent runs.
 ///
 /// A change is prepared on a thread of its own (texts are read and compared with what is in force) while the
-/// old configuration holds and packets flow; then it is committed, as a difference, in one turn of the loop.
-/// There is one change at a time. A text with a mistake changes nothing: of a file of the directory the last
-/// good content stays in force, and report() tells.
+/// old configuration holds and packets flow; then it is carried out, as a difference, in one turn of the loop
+/// when it is small and else in slices around one switch (see Changeover). There is one change at a time. A
+/// text with a mistake changes nothing: of a file of the directory the last good content stays in force, and
+/// report() tells.
+///
+/// A model is what its source says whenever no change is under way.
 ///
 /// Owner: the control plane. The core, the forwarder and the loop outlive it.
 class Configuration {
@@ -30,10 +36,11 @@ class Configuration {
   /// What became of new texts for the command line's input.
   struct Outcome {
     std::vector<std::string> mistakes;  ///< FILE:LINE:COLUMN, or why the whole cannot be; the first hundred
-    std::string difference;             ///< the document of Difference.h, one line; empty with mistakes
+    /// The document of Difference.h, as pieces of one line; empty with mistakes.
+    std::deque<std::string> difference;
     bool applied = false;
     double prepareSeconds = 0;
-    double commitSeconds = 0;  ///< how long packets waited
+    double commitSeconds = 0;  ///< how long packets waited at most
   };
   using Done = std::function<void(Outcome outcome)>;
 
@@ -46,7 +53,7 @@ class Configuration {
   /// Replaces the command line's input by these texts; with `dryRun` only says what would change. False when
   /// another change is under way. `done` is called from the loop, later, unless this object goes first.
   bool apply(std::vector<Config::Source> texts, bool dryRun, Done done);
-  bool busy() const { return background_.busy() || !changes_.empty(); }
+  bool busy() const { return background_.busy() || pending_ || !changes_.empty(); }
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
@@ -57,16 +64,37 @@ class Configuration {
  private:
   struct Texts;
   struct Scan;
-  /// New content for a file of the directory; nothing: it has gone.
-  using Change = std::pair<std::string, std::optional<Config::Model>>;
+  /// New content for a source; nothing: it has gone.
+  struct Change {
+    std::string source;
+    std::optional<Config::Model> model;
+  };
+  /// Told for how long packets waited at most.
+  using Committed = std::function<void(double longestTurn)>;
+  /// A change that is being carried out.
+  struct Pending {
+    Change change;  ///< from the switch on with the old content
+    Committed done;
+    double longestTurn;
+  };
 
-  void handlePrepared(Texts& texts);
+  void handlePrepared(const std::shared_ptr<Texts>& texts);
+  void answer(Texts& texts);
+
+  /// Begins to carry a change out. Returns why that cannot be; then everything is as it was, and `done` is
+  /// not called.
+  std::optional<std::string> commit(Change change, SourceChange writes, Committed done);
+  void carryOn();
+  void handleSwitch();
+  /// Puts a content in the place of the source's, and that one into the change.
+  void exchange(Change& change);
+
   void handleFiles(const std::set<std::string>& names, bool all);
-  void scan();
+  void scanTouched();
   void handleScanned(Scan& scan);
   void commitNext();
-  /// Puts a model in the place of another and carries it out; on failure everything is as it was.
-  std::optional<std::string> commit(std::optional<Config::Model>& model, const std::string& input);
+  void run();
+  Sources sources() const { return {commandLine_, inputs_}; }
 
   Core& core_;
   Forwarder& forwarder_;
@@ -87,6 +115,8 @@ class Configuration {
   const Kelp::Ptr<Kiv::TimerTask> task_;
 
   Discard discard_;
+  Changeover changeover_;
+  std::optional<Pending> pending_;
   Background background_;
   std::unique_ptr<DirectoryWatch> watch_;
 };

@@ -22,6 +22,7 @@ std::optional<std::string> ControlClient::connect(const std::string& path) {
   fd_ = connectTo(path, true, &wrong);
   if (fd_ >= 0) return std::nullopt;
   if (errno == ECONNREFUSED || errno == ENOENT) wrong += " (is the agent running?)";
+  if (errno == EACCES) wrong += " (the agent is for root and the group of its socket)";
   return wrong;
 }
 

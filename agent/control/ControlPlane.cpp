@@ -6,7 +6,12 @@ namespace Agent {
 ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files,
                            ControlOptions options)
     : socket_(options.socket),
-      configuration_(core, forwarder, loop, std::move(files), options.configDir, options.applied),
+      sweep_(core, zero_, [this] { return configuration_.busy(); }),
+      configuration_(core, forwarder, loop, std::move(files), options.configDir,
+                     [this, applied = options.applied] {
+                       sweep_.handleApplied();
+                       if (applied) applied();
+                     }),
       operations_(world(core, forwarder, options), zero_, configuration_),
       server_(loop, operations_, options.limits) {}
 

@@ -2,6 +2,7 @@
 
 #include <agent/control/Configuration.h>
 #include <agent/control/ControlServer.h>
+#include <agent/control/CounterSweep.h>
 #include <agent/control/Operations.h>
 
 #include <functional>
@@ -43,6 +44,7 @@ class ControlPlane {
 
   const std::string socket_;
   ZeroLine zero_;
+  CounterSweep sweep_;
   Configuration configuration_;
   Operations operations_;
   ControlServer server_;

@@ -45,6 +45,9 @@ class ControlServer {
   size_t clientCount() const { return clients_.size(); }
   /// Octets in the buffers of all clients.
   size_t heldOctets() const;
+  /// Seconds of the loop that went to those who have not sent a request, and to all others.
+  double strangerSeconds() const { return strangers_.used(); }
+  double clientSeconds() const { return known_.used(); }
 
  private:
   struct Client;

@@ -178,9 +178,9 @@ std::string differenceText(const Json& difference, bool colour) {
   const Json& lists = difference.at("lists");
   addLines(text, lists, colour, [](const Json& list) {
     const std::string title = fmt::format("{} access-list {}", wordOf(list, "type"), wordOf(list, "name"));
-    return list.at("rules").is_number()
-               ? fmt::format("{} ({} rules)", title, list.at("rules").get<uint64_t>())
-               : title;
+    if (!list.at("rules").is_number()) return title;
+    const auto rules = list.at("rules").get<uint64_t>();
+    return fmt::format("{} ({} rule{})", title, rules, rules == 1 ? "" : "s");
   });
   for (const Json& list : lists.at("changed")) {
     text += fmt::format("  in {} access-list {}:\n", wordOf(list, "type"), wordOf(list, "name"));

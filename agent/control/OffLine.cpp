@@ -4,6 +4,7 @@
 #include <agent/TaskLoop.h>
 #include <agent/control/OffLine.h>
 #include <agent/explain/Explain.h>
+#include <agent/show/Text.h>
 
 #include <map>
 #include <set>
@@ -81,9 +82,11 @@ std::string checkText(const Json& document) {
   std::string text;
   for (const Json& warning : document.at("warnings"))
     text += fmt::format("warning: {}\n", warning.get<std::string>());
-  return text + fmt::format("no mistake: {} lists, {} rules, {} bindings\n",
-                            document.at("lists").get<size_t>(), document.at("rules").get<size_t>(),
-                            document.at("bindings").get<size_t>());
+  const auto counted = [&document](const char* member, std::string_view one) {
+    return countText(document.at(member).get<uint64_t>(), one);
+  };
+  return text + fmt::format("no mistake: {}, {}, {}\n", counted("lists", "list"), counted("rules", "rule"),
+                            counted("bindings", "binding"));
 }
 
 std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame& frame, Exit* exit) {

@@ -3,12 +3,55 @@
 #include <Zeb/TraceHandle.h>
 #include <agent/control/Operations.h>
 #include <agent/explain/FrameArgument.h>
+#include <agent/show/Pieces.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
+
+namespace {
+
+/// Whether there is something to show of a list: it is in force, or bound without being defined.
+bool isList(const Core& core, const Kelp::String& name) {
+  if (isDefined(core, name)) return true;
+  const auto bound = ListReader(core).undefined();
+  return std::any_of(bound.begin(), bound.end(), [&](const auto& key) { return key.second == name; });
+}
+
+Answer noList(const std::string& name) {
+  return Answer::failed("not-found", fmt::format("there is no list {}", name));
+}
+
+/// Why no frame comes in by an interface, if so.
+std::optional<std::string> whyNoPort(const World& world, const std::string& name) {
+  const Nimnet::IntfId id(name);
+  if (world.core.portChannels().has(id))
+    return fmt::format("{} is a port-channel: frames come in by its members", name);
+  if (!world.forwarder.ports().contains(id)) return fmt::format("there is no port {}", name);
+  return std::nullopt;
+}
+
+/// The answer to an apply. What changes can be much text: it goes out as it was made.
+class AppliedDocument final : public Document {
+ public:
+  AppliedDocument(const Json& head, std::deque<std::string> difference) : pieces_(std::move(difference)) {
+    pieces_.push_front(openObject(head) + "\"difference\":");
+    pieces_.push_back("}");
+  }
+  bool next(std::string& text) override {
+    text += pieces_.front();
+    pieces_.pop_front();
+    return !pieces_.empty();
+  }
+
+ private:
+  std::deque<std::string> pieces_;
+};
+
+}  // namespace
 
 void Session::drop() { take(); }
 
@@ -55,6 +98,7 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
   const std::string name = request.text("name");
   if (!name.empty() && show->argument.empty())
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
+  if (!name.empty() && !isList(world_.core, Kelp::String(name))) return reply(noList(name));
   reply({show->document(world_, name), {}});
 }
 
@@ -88,18 +132,17 @@ void Operations::apply(const Request& request, Session& session, const Reply& re
       answer.error["mistakes"] = std::move(outcome.mistakes);
       return reply(std::move(answer));
     }
-    std::string line = lineOf({{"applied", outcome.applied},
-                               {"prepareSeconds", outcome.prepareSeconds},
-                               {"commitSeconds", outcome.commitSeconds}});
-    line.pop_back();
-    line += ",\"difference\":" + outcome.difference + "}";
-    reply({lineDocument(std::move(line)), {}});
+    const Json head = {{"applied", outcome.applied},
+                       {"prepareSeconds", outcome.prepareSeconds},
+                       {"commitSeconds", outcome.commitSeconds}};
+    reply({std::make_unique<AppliedDocument>(head, std::move(outcome.difference)), {}});
   });
 }
 
 void Operations::explain(const Request& request, Session&, const Reply& reply) {
   const std::string port = request.text("port");
   if (port.empty()) return reply(Answer::failed("bad-request", "explain needs a port"));
+  if (auto none = whyNoPort(world_, port)) return reply(Answer::failed("not-found", *none));
   const std::string text = request.text("frame");
   std::optional<Frame> frame;
   std::string wrong = "explain needs a frame of one octet or more";
@@ -117,7 +160,7 @@ void Operations::clear(const Request& request, Session&, const Reply& reply) {
   if (const std::string name = request.text("name"); name.empty()) {
     zero_.clear(world_.core, world_.forwarder, now);
   } else if (!zero_.clear(world_.core, Kelp::String(name), now)) {
-    return reply(Answer::failed("not-found", fmt::format("there is no list {}", name)));
+    return reply(noList(name));
   }
   reply(Answer::of({{"cleared", now}}));
 }

@@ -47,9 +47,19 @@ std::optional<std::string> clearPlace(const std::string& path) {
 ServerSocket::~ServerSocket() {
   if (fd_ < 0) return;
   close(fd_);
+  if (ownFile()) unlink(path_.c_str());
+}
+
+std::optional<struct stat> ServerSocket::ownFile() const {
   struct stat file {};
-  if (lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_)
-    unlink(path_.c_str());
+  if (lstat(path_.c_str(), &file) != 0 || file.st_dev != device_ || file.st_ino != inode_)
+    return std::nullopt;
+  return file;
+}
+
+gid_t ServerSocket::group() const {
+  const auto file = ownFile();
+  return file ? file->st_gid : group_;
 }
 
 std::optional<std::string> ServerSocket::listen(const std::string& path) {

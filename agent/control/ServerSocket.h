@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <optional>
@@ -21,13 +22,16 @@ class ServerSocket {
   std::optional<std::string> listen(const std::string& path);
 
   int fd() const { return fd_; }
-  /// The group of the file.
-  gid_t group() const { return group_; }
+  /// The group of the file as it is now: who operates the agent may give it to another.
+  gid_t group() const;
 
  private:
+  /// The file, unless it is gone or another's.
+  std::optional<struct stat> ownFile() const;
+
   std::string path_;
   int fd_ = -1;
-  gid_t group_ = 0;
+  gid_t group_ = 0;  // when it was made
   dev_t device_ = 0;
   ino_t inode_ = 0;
 };

@@ -2,6 +2,9 @@
 #include <agent/explain/Explain.h>
 #include <agent/explain/NearMisses.h>
 
+#include <algorithm>
+#include <utility>
+
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
@@ -26,6 +29,7 @@ Explainer::~Explainer() = default;
 
 Json Explainer::explain(const std::string& port, const Frame& frame) {
   counted_ = MemSlab::make<Velo::VeloNamedCounters>();
+  told_.clear();
   ctx_ = MemSlab::make<Velo::PacketContext>(counted_);
   ctx_->trialIs(this);
   ctx_->pkt()->assign(frame.octets, frame.wireLength, 0);
@@ -40,18 +44,22 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
   document_["verdict"] = verdict.passed() ? "pass" : "drop";
   if (!verdict.passed()) {
     document_["direction"] = Acl::stringValue(verdict.direction);
-    document_["reason"] = dropReason(*verdict.droppedBy);
+    // On the way out by no port: what goes for the first of them goes for all.
+    const Json& egress = document_["egress"];
+    document_["reason"] = egress.empty() ? Json(dropReason(*verdict.droppedBy)) : egress.front().at("reason");
   }
   ctx_ = nullptr;
   counted_ = nullptr;
   return std::move(document_);
 }
 
-std::string Explainer::dropReason(const Velo::PipelineStep& droppedBy) const {
+std::string Explainer::dropReason(const Velo::PipelineStep& droppedBy) {
+  std::string reason = "dropped by " + droppedBy.name().str();
   for (auto at = counted_->counter().begin(); at; at.next()) {
-    if (at.key().category == "Drop") return at.key().reason.str();
+    if (at.key().category != "Drop") continue;
+    if (std::exchange(told_[at.key()], at.value()) < at.value()) reason = at.key().reason.str();
   }
-  return "dropped by " + droppedBy.name().str();
+  return reason;
 }
 
 void Explainer::handleAsked(const Acl::AskedList& asked) {
@@ -85,7 +93,9 @@ void Explainer::handleMirrored(const Kelp::String& session) {
 }
 
 void Explainer::handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) {
-  document_["egress"].push_back({{"port", port.name().view()}, {"verdict", droppedBy ? "drop" : "pass"}});
+  Json one = {{"port", port.name().view()}, {"verdict", droppedBy ? "drop" : "pass"}};
+  if (droppedBy) one["reason"] = dropReason(*droppedBy);
+  document_["egress"].push_back(std::move(one));
 }
 
 }  // namespace Agent

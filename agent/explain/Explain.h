@@ -5,6 +5,8 @@
 #include <agent/explain/FrameText.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
+#include <map>
 #include <string>
 
 namespace Agent {
@@ -20,8 +22,8 @@ class Explainer final : private Acl::ListTrial {
   Explainer(Core& core, Forwarder& forwarder);
   ~Explainer() override;
 
-  /// The document of one frame as docs/control.md describes it. The port need not exist: its name decides
-  /// which lists are bound.
+  /// The document of one frame as docs/control.md describes it. The port need not be one of the forwarder's:
+  /// its name decides which lists are bound.
   nlohmann::ordered_json explain(const std::string& port, const Frame& frame);
 
  private:
@@ -29,8 +31,8 @@ class Explainer final : private Acl::ListTrial {
   void handleMirrored(const Kelp::String& session) override;
   void handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) override;
 
-  /// The reason under which the packet was dropped last.
-  std::string dropReason(const Velo::PipelineStep& droppedBy) const;
+  /// The reason under which the packet was dropped since this was asked last.
+  std::string dropReason(const Velo::PipelineStep& droppedBy);
 
   Core& core_;
   Forwarder& forwarder_;
@@ -39,6 +41,7 @@ class Explainer final : private Acl::ListTrial {
   // Of the frame that is being explained.
   Kelp::Ptr<Velo::PacketContext> ctx_;
   Kelp::Ptr<Velo::VeloNamedCounters> counted_;
+  std::map<Velo::CounterName, uint64_t> told_;  // of counted_, what dropReason() has seen
 };
 
 /// The document for people.

@@ -54,6 +54,24 @@ std::string ruleLine(const Json& asked, const Style& style) {
                      asked.at("text").get<std::string>());
 }
 
+/// What becomes of the frame; of one that is to leave by several ports a line for each.
+std::string verdictText(const Json& document, const Style& style) {
+  const Json& egress = document.at("egress");
+  if (egress.empty()) {
+    if (document.at("verdict") == "pass") return "pass on receipt; it leaves by no port\n";
+    return fmt::format("{} {}: {}\n", coloured(style, "drop"), document.at("direction").get<std::string>(),
+                       document.at("reason").get<std::string>());
+  }
+  std::string text;
+  for (const Json& one : egress) {
+    const std::string port = one.at("port").get<std::string>();
+    text += one.at("verdict") == "pass" ? fmt::format("pass, leaves by {}\n", port)
+                                        : fmt::format("{} out, on {}: {}\n", coloured(style, "drop"), port,
+                                                      one.at("reason").get<std::string>());
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string frameSummary(const Velo::PacketContext& ctx) {
@@ -100,19 +118,7 @@ std::string explainText(const Json& document, bool colour) {
   text += "\n";
   for (const Json& session : document.at("mirrored"))
     text += fmt::format("a copy goes to mirror session {}\n", session.get<std::string>());
-  if (document.at("verdict") == "drop") {
-    text += fmt::format("{} {}: {}\n", coloured(style, "drop"), document.at("direction").get<std::string>(),
-                        document.at("reason").get<std::string>());
-    return text;
-  }
-  text += "pass";
-  for (const Json& egress : document.at("egress")) {
-    text += fmt::format("{} {} by {}", &egress == &document.at("egress").front() ? "," : " and",
-                        egress.at("verdict") == "pass" ? "leaves" : "is dropped before it leaves",
-                        egress.at("port").get<std::string>());
-  }
-  if (document.at("egress").empty()) text += " on receipt; it leaves by no port";
-  return text + "\n";
+  return text + verdictText(document, style);
 }
 
 }  // namespace Agent

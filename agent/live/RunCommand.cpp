@@ -1,4 +1,5 @@
 #include <Acl/Workshop.h>
+#include <agent/Memory.h>
 #include <agent/Output.h>
 #include <agent/live/Capabilities.h>
 #include <agent/live/RunCommand.h>
@@ -9,6 +10,8 @@
 #include <linux/capability.h>
 #include <sys/epoll.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 namespace Agent {
 
@@ -27,6 +30,7 @@ Run::Run(const RunOptions& options)
 Run::~Run() { Acl::Workshop::singleton().threadIs(false); }
 
 Exit Run::run() {
+  keepFreedMemory();
   if (auto failed = prepare()) return *failed;
   tellServiceManager("READY=1");
   loop_.run();
@@ -96,9 +100,11 @@ std::optional<Exit> Run::join() {
   }
   forwarder_.portsOfConfigurationIs();
   for (const auto& [a, b] : options_.patches) {
+    if (auto wrong = whyNoEnd({a, b})) return refused(exitUsage, "--patch: " + *wrong);
     if (auto wrong = forwarder_.patchIs(a, b)) return refused(exitUsage, "--patch: " + *wrong);
   }
   for (const auto& names : options_.bridges) {
+    if (auto wrong = whyNoEnd(names)) return refused(exitUsage, "--bridge: " + *wrong);
     if (auto wrong = forwarder_.bridgeIs(names, loop_.turnClock())) {
       return refused(exitUsage, "--bridge: " + *wrong);
     }
@@ -106,8 +112,22 @@ std::optional<Exit> Run::join() {
   return std::nullopt;
 }
 
+std::optional<std::string> Run::whyNoEnd(const std::vector<std::string>& names) const {
+  for (const std::string& name : names) {
+    const bool isPort = std::any_of(options_.ports.begin(), options_.ports.end(),
+                                    [&](const auto& port) { return port.first == name; });
+    if (!isPort && !core_.portChannels().has(Nimnet::IntfId(name)))
+      return fmt::format("{} is neither a --port nor a port-channel of the configuration", name);
+  }
+  return std::nullopt;
+}
+
 std::optional<Exit> Run::openPorts() {
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
+  // A later configuration may name more of them: `velo show ports` tells.
+  for (const auto& [id, port] : forwarder_.ports()) {
+    if (!port->sink) complain(fmt::format("{} has no --port: what leaves there is lost", id.name()));
+  }
   // A device that comes back needs a packet socket again; a TAP device is made by who administers networks.
   std::vector<int> needed = {CAP_NET_RAW};
   if (ports_.hasTap()) needed.push_back(CAP_NET_ADMIN);

@@ -56,6 +56,8 @@ class Run {
   /// Has what the texts say in force and published, with what an earlier agent knew of it.
   std::optional<Exit> publish();
   std::optional<Exit> join();
+  /// Why interfaces cannot be joined, if so: a name that nothing comes in or leaves by is a typing mistake.
+  std::optional<std::string> whyNoEnd(const std::vector<std::string>& names) const;
   std::optional<Exit> openPorts();
   std::optional<Exit> openControl();
   bool report() const;

@@ -1,7 +1,6 @@
 #include <agent/show/ListReport.h>
 
 #include <algorithm>
-#include <set>
 #include <tuple>
 
 namespace Agent {
@@ -32,8 +31,24 @@ std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
 
 }  // namespace
 
+bool isDefined(const Core& core, const Kelp::String& name) {
+  const auto configured = core.lists();
+  return configured && std::any_of(std::begin(types), std::end(types), [&](Acl::AclType type) {
+           const auto lists = configured->config(type);
+           return lists && lists->acl(name);
+         });
+}
+
+bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id) {
+  return withRules(rules, type, [&id](const auto& map) { return map.has(id); });
+}
+
 ListReader::ListReader(const Core& core, const ZeroLine* zero, Remarks remarks)
-    : core_(core), zero_(zero), remarks_(std::move(remarks)), counters_(core.counters()) {}
+    : core_(core),
+      zero_(zero),
+      remarks_(std::move(remarks)),
+      counters_(core.counters()),
+      bindings_(bindings()) {}
 
 std::vector<ListReader::Key> ListReader::defined() const {
   std::vector<Key> keys;
@@ -49,14 +64,11 @@ std::vector<ListReader::Key> ListReader::defined() const {
 
 std::vector<ListReader::Key> ListReader::undefined() const {
   const auto known = defined();
-  std::set<Key> keys;
-  for (const auto type : types) {
-    forEachBinding(type, [&](Acl::AclDirection, const Nimnet::IntfId&, const Kelp::String& bound) {
-      const Key key(type, bound);
-      if (!std::binary_search(known.begin(), known.end(), key)) keys.insert(key);
-    });
+  std::vector<Key> keys;
+  for (const auto& [key, places] : bindings_) {
+    if (!std::binary_search(known.begin(), known.end(), key)) keys.push_back(key);
   }
-  return {keys.begin(), keys.end()};
+  return keys;
 }
 
 ListReport ListReader::head(const Key& key) const {
@@ -65,7 +77,7 @@ ListReport ListReader::head(const Key& key) const {
   report.name = key.second.str();
   if (const auto sources = core_.listSources())
     report.sources = strings(sources->sources(key.first, key.second));
-  report.bindings = bindings(key);
+  if (const auto bound = bindings_.find(key); bound != bindings_.end()) report.bindings = bound->second;
   if (remarks_ && !report.sources.empty()) report.remarks = remarks_(report.sources.front(), key);
   const auto status = core_.status();
   const auto lists = status ? status->status(key.first) : nullptr;
@@ -129,19 +141,22 @@ MatchCount ListReader::matches(const Key& key, const Kiv::UniqueId& id) const {
   return count;
 }
 
-std::vector<BindingReport> ListReader::bindings(const Key& key) const {
-  std::vector<BindingReport> found;
+std::map<ListReader::Key, std::vector<BindingReport>> ListReader::bindings() const {
+  std::map<Key, std::vector<BindingReport>> found;
   const auto sources = core_.bindingSources();
-  forEachBinding(key.first,
-                 [&](Acl::AclDirection direction, const Nimnet::IntfId& intf, const Kelp::String& bound) {
-                   if (bound != key.second) return;
-                   BindingReport binding{intf.name().str(), direction};
-                   if (sources) binding.sources = strings(sources->sources(key.first, direction, intf));
-                   found.push_back(std::move(binding));
-                 });
-  std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
-    return std::tie(a.interface, a.direction) < std::tie(b.interface, b.direction);
-  });
+  for (const auto type : types) {
+    forEachBinding(type,
+                   [&](Acl::AclDirection direction, const Nimnet::IntfId& intf, const Kelp::String& bound) {
+                     BindingReport binding{intf.name().str(), direction};
+                     if (sources) binding.sources = strings(sources->sources(type, direction, intf));
+                     found[{type, bound}].push_back(std::move(binding));
+                   });
+  }
+  for (auto& [key, places] : found) {
+    std::sort(places.begin(), places.end(), [](const auto& a, const auto& b) {
+      return std::tie(a.interface, a.direction) < std::tie(b.interface, b.direction);
+    });
+  }
   return found;
 }
 

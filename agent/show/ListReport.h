@@ -6,8 +6,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Agent {
@@ -38,9 +40,15 @@ struct ListReport {
   std::vector<std::string> remarks{};      ///< typed behind the last rule
 };
 
+/// Whether a list of a name, of any kind, is in force.
+bool isDefined(const Core& core, const Kelp::String& name);
+
+/// Whether a list of a kind has a rule.
+bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id);
+
 /// Reads lists as they are now: what is in force and where it is bound out of the merged configuration, the
-/// matches out of the counters, what lies below a zero line left out. `core` and `zero` outlive it; `zero`
-/// may be null.
+/// matches out of the counters, what lies below a zero line left out. Bindings are those there were when the
+/// reader was made. `core` and `zero` outlive it; `zero` may be null.
 class ListReader {
  public:
   using Key = std::pair<Acl::AclType, Kelp::String>;
@@ -65,7 +73,7 @@ class ListReader {
  private:
   Kelp::Ptr<const Acl::AclSubConfig> rulesOf(const Key& key) const;
   MatchCount matches(const Key& key, const Kiv::UniqueId& id) const;
-  std::vector<BindingReport> bindings(const Key& key) const;
+  std::map<Key, std::vector<BindingReport>> bindings() const;
   template <class Visit>
   void forEachBinding(Acl::AclType type, const Visit& visit) const;
 
@@ -73,6 +81,8 @@ class ListReader {
   const ZeroLine* const zero_;
   const Remarks remarks_;
   const std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters_;
+  /// By list, looked for once: walking all of them for each of many lists takes seconds.
+  const std::map<Key, std::vector<BindingReport>> bindings_;
 };
 
 // The documents, as docs/replay.md describes them.

@@ -3,6 +3,10 @@
 #include <agent/show/Style.h>
 #include <fmt/format.h>
 
+#include <map>
+#include <set>
+#include <string>
+
 namespace Agent::ShowText {
 
 using Json = nlohmann::ordered_json;
@@ -26,9 +30,12 @@ std::string joined(const Json& names) {
 }
 
 std::string sourceLine(const Json& source, const TextStyle& style) {
-  std::string line = fmt::format("{:<20} {} lists, {} rules, {} bindings",
-                                 source.at("name").get<std::string>(), source.at("lists").get<uint64_t>(),
-                                 source.at("rules").get<uint64_t>(), source.at("bindings").get<uint64_t>());
+  const auto counted = [&source](const char* member, std::string_view one) {
+    return countText(source.at(member).get<uint64_t>(), one);
+  };
+  std::string line =
+      fmt::format("{:<20} {}, {}, {}", source.at("name").get<std::string>(), counted("lists", "list"),
+                  counted("rules", "rule"), counted("bindings", "binding"));
   if (source.at("applied").is_number())
     line += fmt::format(", applied {}", timeText(source.at("applied").get<double>(), style.now));
   return line + "\n";
@@ -84,10 +91,10 @@ std::string status(const Json& document, const TextStyle& style) {
   if (document.at("status").is_null()) return text + "the plugin publishes no status\n";
   std::vector<std::vector<std::string>> lines = {{"type", "list", "rules", "packets", "bound"}};
   for (const auto& [type, lists] : document.at("status").at("status").items()) {
-    std::map<std::string, std::string> bound;
+    std::map<std::string, std::set<std::string>> bound;
     for (const auto& [direction, bindings] : lists.at("intf").items()) {
       for (const auto& [interface, list] : bindings.at("intf").items())
-        bound[list.get<std::string>()] += fmt::format(" {} {}", interface, direction);
+        bound[list.get<std::string>()].insert(fmt::format("{} {}", interface, direction));
     }
     for (const auto& [name, list] : lists.at("acl").items()) {
       uint64_t packets = 0;
@@ -96,7 +103,7 @@ std::string status(const Json& document, const TextStyle& style) {
       }
       const auto& places = bound[name];
       lines.push_back({type, name, std::to_string(list.at("ruleStatus").size()), std::to_string(packets),
-                       places.empty() ? "nowhere" : places.substr(1)});
+                       places.empty() ? "nowhere" : fmt::format("{}", fmt::join(places, ", "))});
     }
   }
   return text + tableText(lines, {false, false, true, true, false}, style.colour);
@@ -131,10 +138,13 @@ std::string ports(const Json& document, const TextStyle& style) {
   Json counted = Json::object();
   std::vector<std::vector<std::string>> live = {
       {"port", "device", "link", "frames in", "frames out", "lost"}};
-  std::string wrong;
+  std::string wrong, without;
   for (const auto& [name, port] : document.at("ports").items()) {
     if (port.contains("received")) counted[name] = port;
-    if (!port.contains("live")) continue;
+    if (!port.contains("live")) {
+      without += fmt::format("{} has no device: what leaves there is lost\n", name);
+      continue;
+    }
     const Json& state = port.at("live");
     std::string lost;
     for (const auto& [what, count] : state.at("lost").items()) {
@@ -148,7 +158,7 @@ std::string ports(const Json& document, const TextStyle& style) {
   std::string text = clearedLine(document, style) + portsText(counted, style);
   if (live.size() > 1) {
     text += "\nsince the start, between port and device:\n";
-    text += tableText(live, {false, false, false, true, true, false}, style.colour) + wrong;
+    text += tableText(live, {false, false, false, true, true, false}, style.colour) + wrong + without;
   }
   return text;
 }

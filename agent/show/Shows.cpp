@@ -94,8 +94,9 @@ Json stateJson(const PortState& state) {
 Json portsOf(const World& world) {
   Json ports = Json::object();
   for (const auto& [id, port] : world.forwarder.ports()) {
-    Json one = portJson(world.zero.above(*port));
-    one["nowhere"] = port->nowhere;
+    const Port counted = world.zero.above(*port);
+    Json one = portJson(counted);
+    one["nowhere"] = counted.nowhere;
     ports[id.name().str()] = std::move(one);
   }
   if (world.portStates) {

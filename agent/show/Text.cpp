@@ -38,6 +38,10 @@ std::string timeText(double seconds, const std::optional<double>& now) {
   return now ? agoText(*now - seconds) : utcText(seconds);
 }
 
+std::string countText(uint64_t count, std::string_view one) {
+  return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
+}
+
 std::string tableText(const std::vector<std::vector<std::string>>& lines, const std::vector<bool>& numbers,
                       bool colour) {
   const Style style(colour);

@@ -2,8 +2,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Documents for people. Every function takes a document, or the member of it that is named, and returns
@@ -28,6 +30,9 @@ std::string portsText(const nlohmann::ordered_json& ports, const TextStyle& styl
 /// stand to the right; the first line is the heading.
 std::string tableText(const std::vector<std::vector<std::string>>& lines, const std::vector<bool>& numbers,
                       bool colour);
+
+/// "1 rule", "2 rules".
+std::string countText(uint64_t count, std::string_view one);
 
 /// A time in seconds since the epoch, to the microsecond in UTC, or "12 s ago".
 std::string timeText(double seconds, const std::optional<double>& now);

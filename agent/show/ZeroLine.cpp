@@ -1,3 +1,4 @@
+#include <agent/show/ListReport.h>
 #include <agent/show/ZeroLine.h>
 
 namespace Agent {
@@ -29,13 +30,7 @@ void ZeroLine::clear(const Core& core, const Forwarder& forwarder, double now) {
 }
 
 bool ZeroLine::clear(const Core& core, const Kelp::String& list, double now) {
-  bool known = false;
-  for (const auto type : {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac}) {
-    const auto configured = core.lists();
-    const auto lists = configured ? configured->config(type) : nullptr;
-    known = known || (lists && lists->acl(list));
-  }
-  if (!known) return false;
+  if (!isDefined(core, list)) return false;
   drawRules(core, &list);
   listCleared_[list] = now;
   return true;

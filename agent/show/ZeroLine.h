@@ -34,6 +34,9 @@ class ZeroLine {
   /// Draws it under the rules of the lists of a name, of any kind. Returns whether there is such a list.
   bool clear(const Core& core, const Kelp::String& list, double now);
 
+  /// The counter is gone for good.
+  void forget(const RuleKey& key) { rules_.erase(key); }
+
   Counted above(const RuleKey& key, const Velo::Counter::VeloDpAclCounter& counter) const;
   uint64_t above(const Velo::CounterName& name, uint64_t count) const;
   Port above(const Port& port) const;

@@ -126,7 +126,7 @@ OurList<Rule>::OurList(const std::vector<Rule>& rules) : rules_(rules) {
   const double start = processorTime();
   filled_ = filledWith(rules_);
   fillNs_ = processorTime() - start;
-  filled_->compile();
+  filled_->compile(Acl::listTypeOf<Rule>);
   compileNs_ = processorTime() - start - fillNs_;
   const auto list = MemSlab::make<Acl::AclConfig>(Kelp::String("L"));
   list->currCfgIs(filled_);

@@ -21,7 +21,7 @@ class Judge {
     const auto rules = MemSlab::make<Acl::AclSubConfig>();
     uint64_t id = 1;
     for (const auto& rule : ipRules(tuples)) rules->ipRuleByIdIs(Kiv::UniqueId(id++), rule);
-    rules->compile();
+    rules->compile(AclType::ip);
     config_->configIs(AclType::ip)->aclIs("L")->currCfgIs(rules);
     bindings_->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(intf_, "L");
     Zeb::System::clockIs(&turn_);

@@ -1,5 +1,7 @@
 #include "AggregatorSupport.h"
 
+#include <algorithm>
+
 namespace {
 
 using namespace TestSupport;
@@ -91,6 +93,42 @@ TEST_F(AclConfigAggregator, AListNeverMixesSourcesNotEvenInTheEyesOfASubscriber)
   EXPECT_EQ(seen,
             (std::set<std::string>{"ip/L-", "ip/L{11:1 12:2 13:3}", "ip/L{21:1 22:2}", "ip/L{31:1 32:2}"}))
       << "whole lists only; one that the command line has begun and not yet filled has no rules";
+}
+
+TEST_F(AclConfigAggregator, AListThatSomethingStandsInForIsTakenOverRuleByRule) {
+  const Source a = input("a");
+  listIs(*a, "L", {{1, 10}, {2, 20}, {3, 30}});
+  start();
+  const Acl::AclConfigAggregatorSm::ListKey key(AclType::ip, "L");
+  const auto list = target->config(AclType::ip)->acl("L");
+  const auto rules = list->currCfg();
+  EXPECT_TRUE(sm->takeOver(key, 1)) << "there is nothing to take over";
+  log.taken();
+
+  list->standInIs(nullptr);
+  EXPECT_TRUE(list->hidden());
+  listIs(*cli, "L", {{4, 40}, {3, 30}});
+  EXPECT_EQ(log.taken(), Lines{}) << "nothing is written but in pieces";
+  EXPECT_FALSE(sm->takeOver(key, 1));
+  const auto written = cli->config(AclType::ip)->acl("L")->currCfg();
+  written->ipRuleByIdIs(Kiv::UniqueId(uint64_t{5}), numbered(50));
+  while (!sm->takeOver(key, 1)) {
+  }
+  EXPECT_EQ(shown(*target), "ip/L{3:30 4:40 5:50}");
+  EXPECT_EQ(list->currCfg(), rules) << "whoever follows the rules follows on";
+  auto lines = log.taken();
+  std::sort(lines.begin(), lines.end());
+  EXPECT_EQ(lines, (Lines{"rule 1", "rule 2", "rule 4", "rule 5"})) << "a rule that stays is not touched";
+  written->ipRuleByIdDel(Kiv::UniqueId(uint64_t{4}));
+  EXPECT_EQ(log.taken(), Lines{"rule 4"});
+
+  cli->configDel(AclType::ip);
+  while (!sm->takeOver(key, 2)) {
+  }
+  EXPECT_EQ(shown(*target), "ip/L{1:10 2:20 3:30}") << "and back to the source that had it before";
+  list->standInDel();
+  listIs(*cli, "L", {{9, 90}});
+  EXPECT_EQ(shown(*target), "ip/L{9:90}") << "at once again";
 }
 
 TEST_F(AclConfigAggregator, ARuleChangeIsOneWriteAndLeavesItsNeighboursAlone) {

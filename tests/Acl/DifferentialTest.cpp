@@ -70,7 +70,7 @@ void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::MacRuleConfig
 
 template <class Rule>
 struct Change {
-  enum Kind { put, del, inForce, outOfForce, renewed, tasks, made };
+  enum Kind { put, del, inForce, outOfForce, renewed, unkept, kept, tasks, made };
   Kind kind;
   Kiv::UniqueId id{};
   Rule rule{};  ///< of put
@@ -87,6 +87,10 @@ struct Change {
         return "the list has no rules in force";
       case renewed:
         return "the same rules in a new object";
+      case unkept:
+        return "the form is not kept up";
+      case kept:
+        return "the form is kept up";
       case tasks:
         return "tasks run";
       case made:
@@ -130,9 +134,9 @@ class Subject {
         ruleDel(*rules_, change.id, change.rule);
         break;
       case Changed::inForce:
-        rules_->compile();
+        rules_->compile(Acl::listTypeOf<Rule>);
         list_->currCfgIs(rules_);
-        inForce_ = true;
+        inForce_ = kept_ = true;
         break;
       case Changed::outOfForce:
         list_->currCfgDel();
@@ -141,14 +145,20 @@ class Subject {
       case Changed::renewed:
         rules_ = MemSlab::make<Acl::AclSubConfig>();
         for (const auto& [id, rule] : known_) ruleIs(*rules_, id, rule);
-        rules_->compile();
+        rules_->compile(Acl::listTypeOf<Rule>);
+        kept_ = true;
         if (inForce_) list_->currCfgIs(rules_);
+        break;
+      case Changed::unkept:
+      case Changed::kept:
+        kept_ = change.kind == Changed::kept;
+        rules_->upkeepIs(Acl::listTypeOf<Rule>, kept_);
         break;
       case Changed::tasks:
         runTasks();
         break;
       case Changed::made:
-        for (int i = 0; i < 10000 && inForce_ && !compiled(); ++i) {
+        for (int i = 0; i < 10000 && inForce_ && kept_ && !compiled(); ++i) {
           std::this_thread::yield();
           runTasks();
         }
@@ -204,6 +214,7 @@ class Subject {
   const Kelp::Ptr<Acl::AclConfig> list_ = MemSlab::make<Acl::AclConfig>(Kelp::String("L"));
   Kelp::Ptr<Acl::AclSubConfig> rules_ = MemSlab::make<Acl::AclSubConfig>();
   bool inForce_ = false;
+  bool kept_ = true;  // the compiled form
   Oracle<Rule> oracle_;
   std::map<Kiv::UniqueId, Rule> known_;
 };
@@ -311,7 +322,8 @@ class Lists {
 
   void someChange(Dice& dice, Generator<Rule>& generator, Subject<Rule>& subject) {
     const auto& known = subject.known();
-    const auto drawn = dice.below(40);
+    const auto drawn = dice.below(42);
+    if (drawn >= 40) return change(subject, {dice.once(3) ? Changed::unkept : Changed::kept});
     if (drawn == 0) return change(subject, {Changed::renewed});
     if (drawn == 1) return change(subject, {dice.once(2) ? Changed::outOfForce : Changed::inForce});
     if (drawn < 6) return change(subject, {Changed::tasks});

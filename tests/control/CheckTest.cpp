@@ -28,7 +28,7 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
       "warning: interface eth1: ip access-list MISSING is bound out but not defined: everything passes it\n"
       "warning: ip access-list FREE is bound nowhere\n"
       "warning: ip access-list A rule 10: mirror session S is not defined\n"
-      "no mistake: 2 lists, 1 rules, 2 bindings\n");
+      "no mistake: 2 lists, 1 rule, 2 bindings\n");
 
   const Ran bad = runVelo({"check", dir / "bad.acl", dir / "none.acl"});
   EXPECT_EQ(bad.status, 2);
@@ -67,7 +67,7 @@ TEST(Check, ExplainsByFilesAlone) {
   const Ran dropped = with({"udp 192.0.2.1:1 > 192.0.2.2:domain"});
   EXPECT_EQ(dropped.status, 0) << dropped.err << "an explanation of a drop is no failure";
   EXPECT_THAT(dropped.out, HasSubstr("rule 10 decides: deny   (deny udp any any eq 53)"));
-  EXPECT_THAT(dropped.out, HasSubstr("drop out: dropping pkt"));
+  EXPECT_THAT(dropped.out, HasSubstr("drop out, on eth2: dropping pkt"));
   const Ran passed = with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--json"});
   EXPECT_EQ(nlohmann::json::parse(passed.out).at("egress").at(0).at("verdict"), "pass");
   EXPECT_EQ(with({"upd 192.0.2.1:1 > 192.0.2.2:54"}).status, 2);

@@ -20,7 +20,7 @@ class ConfigurationTest : public testing::Test {
     }
     return "none";
   }
-  bool defined(const char* list) { return !agent_.show("access-lists", list).at("lists").empty(); }
+  bool defined(const char* list) { return !agent_.show("access-lists", list).contains("error"); }
   Json configuration() { return agent_.show("status").at("configuration"); }
   /// Lets a burst of file changes come to its end.
   void untilFilesAre(const std::function<bool()>& so) {

@@ -78,6 +78,22 @@ TEST_F(ControlServerTest, ALargeAnswerIsMadeAsItIsTaken) {
   EXPECT_EQ(answer.at("document").at("lists").at(0).at("rules").size(), 20000u);
 }
 
+TEST_F(ControlServerTest, ADearFirstRequestIsNotPaidByThoseWhoComeIn) {
+  std::string text;
+  for (int i = 0; i < 1000; ++i) {
+    text +=
+        fmt::format("ip access-list L{0}\n permit ip any any\ninterface e{0}\n ip access-group L{0} in\n", i);
+  }
+  agent_.start(text, nullptr, patient());
+  for (int i = 0; i < 5; ++i) {
+    SocketClient client(agent_);
+    client.send("{\"do\":\"show\",\"what\":\"interfaces\"}\n");
+    EXPECT_THAT(client.line(), HasSubstr("\"ok\":true"));
+  }
+  const auto& server = agent_.plane().server();
+  EXPECT_LT(server.strangerSeconds(), server.clientSeconds() / 2);
+}
+
 TEST_F(ControlServerTest, WhoIsSilentOrSlowIsClosedAfterATime) {
   agent_.start("ip access-list A\n", nullptr, patient());
   SocketClient silent(agent_), half(agent_), deaf(agent_), good(agent_);

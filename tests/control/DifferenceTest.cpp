@@ -37,7 +37,7 @@ TEST(Difference, SaysWhatChangesAndNothingElse) {
                "any any "
                "eq 80)\n"},
            Row{"lists that come and go", "ip access-list A\n permit ip any any\n", "ipv6 access-list A\n",
-               "- ip access-list A (1 rules)\n+ ipv6 access-list A (0 rules)\n"},
+               "- ip access-list A (1 rule)\n+ ipv6 access-list A (0 rules)\n"},
            Row{"bindings", "interface eth1\n ip access-group A in\n ip access-group A out\n",
                "interface eth1\n ip access-group B in\n mac access-group C in\n",
                "- interface eth1: ip access-group A out\n+ interface eth1: mac access-group C in\n~ "

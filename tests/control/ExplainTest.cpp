@@ -24,7 +24,8 @@ class ExplainTest : public testing::Test {
     }
     for (const Json& session : document.at("mirrored")) way += "copy " + session.get<std::string>() + ", ";
     for (const Json& egress : document.at("egress"))
-      way += word(egress, "port") + " " + word(egress, "verdict") + ", ";
+      way += word(egress, "port") + " " + word(egress, "verdict") +
+             (egress.contains("reason") ? " (" + word(egress, "reason") + "), " : ", ");
     way += word(document, "verdict");
     if (document.contains("reason"))
       way += " " + word(document, "direction") + ": " + word(document, "reason");
@@ -77,7 +78,8 @@ TEST_F(ExplainTest, TellsTheListsTheRuleAndWhatBecomesOfIt) {
                "eth1 in mac L2 10, eth1 in ip IN 20, copy S, drop in: dropping pkt"},
            Row{"denied on its way out, by the port-channel's list: the member's is not asked", "eth1",
                "tcp 192.0.2.1:1 > 198.51.100.1:23 syn",
-               "eth1 in mac L2 10, eth1 in ip IN 30, po1 out ip OUT 10, eth3 drop, drop out: dropping pkt"},
+               "eth1 in mac L2 10, eth1 in ip IN 30, po1 out ip OUT 10, eth3 drop (dropping pkt), drop out: "
+               "dropping pkt"},
            Row{"what matches no rule", "eth1", "tcp 192.0.2.1:1 > 203.0.113.1:80 syn",
                "eth1 in mac L2 10, eth1 in ip IN implicit, drop in: No match on intf %s, default action is "
                "drop"},
@@ -91,6 +93,30 @@ TEST_F(ExplainTest, TellsTheListsTheRuleAndWhatBecomesOfIt) {
     EXPECT_EQ(wayOf(explain(row.port, row.frame)), row.way) << row.why;
   }
   EXPECT_EQ(marks(), before) << "nothing is counted";
+}
+
+TEST_F(ExplainTest, OfAFloodedFrameTellsWhatBecomesOfItAtEveryPort) {
+  agent_.start(
+      "ip access-list DENIES\n 10 deny ip any any\n"
+      "ip access-list TELNET\n 10 permit tcp any any eq telnet\n"
+      "interface eth2\n ip access-group DENIES out\n"
+      "interface eth3\n ip access-group TELNET out\n"
+      "interface eth5\n ip access-group DENIES out\n");
+  const auto wrong =
+      agent_.forwarder().bridgeIs({"eth1", "eth2", "eth3", "eth4", "eth5"}, Kiv::steadyClock());
+  ASSERT_FALSE(wrong) << *wrong;
+  const Json document = explain("eth1", "udp 192.0.2.1:1 > 192.0.2.2:2");
+  EXPECT_EQ(wayOf(document),
+            "eth2 out ip DENIES 10, eth3 out ip TELNET implicit, eth5 out ip DENIES 10, "
+            "eth2 drop (dropping pkt), eth3 drop (No match on intf %s, default action is drop), eth4 pass, "
+            "eth5 drop (dropping pkt), pass");
+  const std::string text = Agent::explainText(document, false);
+  EXPECT_NE(text.find("\ndrop out, on eth2: dropping pkt\n"
+                      "drop out, on eth3: No match on intf %s, default action is drop\n"
+                      "pass, leaves by eth4\n"
+                      "drop out, on eth5: dropping pkt\n"),
+            std::string::npos)
+      << text;
 }
 
 TEST_F(ExplainTest, AMalformedFrameIsDroppedBeforeAnyListIsAsked) {

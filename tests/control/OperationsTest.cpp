@@ -27,7 +27,9 @@ class OperationsTest : public testing::Test {
 };
 
 TEST_F(OperationsTest, WhatCannotBeDoneIsRefusedWithACode) {
-  agent_.start("ip access-list A\n permit ip any any\n");
+  agent_.start(
+      "ip access-list A\n permit ip any any\ninterface eth1\n ip access-group BOUND in\n"
+      "port-channel po1 members eth1\n");
   struct Row {
     const char* why;
     Json request;
@@ -50,6 +52,30 @@ TEST_F(OperationsTest, WhatCannotBeDoneIsRefusedWithACode) {
            Row{"applying without a text would take everything away", {{"do", "apply"}}, true, "bad-request"},
            Row{"a text without a name", {{"do", "text"}, {"text", "x"}}, true, "bad-request"},
            Row{"a list that there is not", {{"do", "clear"}, {"name", "NONE"}}, true, "not-found"},
+           Row{"nor to be shown",
+               {{"do", "show"}, {"what", "access-lists"}, {"name", "NONE"}},
+               true,
+               "not-found"},
+           Row{"nor its counters",
+               {{"do", "show"}, {"what", "counters"}, {"name", "NONE"}},
+               true,
+               "not-found"},
+           Row{"names of lists have a case",
+               {{"do", "show"}, {"what", "access-lists"}, {"name", "a"}},
+               true,
+               "not-found"},
+           Row{"a list that is bound without being defined is something to show",
+               {{"do", "show"}, {"what", "access-lists"}, {"name", "BOUND"}},
+               true,
+               ""},
+           Row{"a port that there is not: nothing would ever come in there",
+               {{"do", "explain"}, {"port", "eth7"}, {"frame", "arp 192.0.2.1 > 192.0.2.2"}},
+               true,
+               "not-found"},
+           Row{"a port-channel is no way in either, its members are",
+               {{"do", "explain"}, {"port", "po1"}, {"frame", "arp 192.0.2.1 > 192.0.2.2"}},
+               true,
+               "not-found"},
            Row{"a frame without a port", {{"do", "explain"}, {"frame", "00"}}, true, "bad-request"},
            Row{"a port without a frame", {{"do", "explain"}, {"port", "eth1"}}, true, "bad-request"},
            Row{"a file of the agent's own",
@@ -117,12 +143,56 @@ TEST_F(OperationsTest, ClearedCountersCountFromThereOn) {
   EXPECT_EQ(matches("B", 10), 0u);
   EXPECT_TRUE(agent_.show("drops").at("drops").empty());
   EXPECT_EQ(agent_.show("ports").at("ports").at("eth1").at("received"), 0);
+  EXPECT_EQ(agent_.show("ports").at("ports").at("eth1").at("nowhere"), 0) << "it has no other end";
   EXPECT_EQ(agent_.show("drops").at("cleared"), RunningAgent::startTime + 2);
   const Json counters = agent_.show("counters");
   for (const Json& counter : counters.at("counters")) EXPECT_EQ(counter.at("packets"), 0);
   EXPECT_EQ(agent_.core().status()->status(Acl::AclType::ip)->acl("B")->ruleStatus().begin().value().packets,
             3u)
       << "the status is not touched";
+}
+
+TEST_F(OperationsTest, CountersOfRulesThatAreGoneGoWithThem) {
+  const std::map<std::string, std::string> files = {
+      {"other", "ip access-list A\n 10 permit ip any any\ninterface eth1\n ip access-group A in\n"}};
+  const std::string bound = "interface eth1\n ip access-group A in\n";
+  agent_.start("", &files);
+  const auto apply = [&](const std::string& text) {
+    agent_.turnsUntil([&] { return !agent_.plane().configuration().busy(); });
+    const Json done = agent_.apply(text);
+    EXPECT_FALSE(done.contains("error")) << done;
+    for (int i = 0; i < 3; ++i) agent_.advance(1.1);
+  };
+  agent_.receive("eth1", udpTo(53));  // meets the rule of the file
+  apply("ip access-list A\n 10 permit udp any any eq 53\n 20 deny udp any any eq 99\n" + bound);
+  for (int i = 0; i < 5; ++i) agent_.receive("eth1", udpTo(53));
+  for (int i = 0; i < 3; ++i) agent_.receive("eth1", udpTo(99));
+  agent_.receive("eth1", udpTo(7));  // the implicit drop
+  agent_.advance(2);
+  const auto counted = [&] { return agent_.show("counters").at("counters").size(); };
+  const auto published = [&] {
+    return agent_.show("status").at("status").at("status").at("ip").at("acl").at("A").at("ruleStatus").size();
+  };
+  EXPECT_EQ(counted(), 4u);
+
+  apply("ip access-list A\n 10 permit udp any any eq 53\n 20 permit udp any any eq 99\n" + bound);
+  EXPECT_EQ(counted(), 3u) << "that of the rule which was replaced is gone";
+  EXPECT_EQ(matches("A", 10), 5u);
+  EXPECT_EQ(agent_.show("access-lists", "A").at("lists").at(0).at("implicitDrop").at("matches").at("in"), 1);
+  // The rule of the file, which is not in force, is published by its counter.
+  EXPECT_EQ(published(), 3u);
+
+  apply("ip access-list B\n");
+  EXPECT_EQ(matches("A", 10), 1u) << "a rule that is in force again goes on from where it was";
+  EXPECT_EQ(published(), 1u);
+
+  // Of a rule that went while the counters were being copied.
+  agent_.core().counters().front()->counterCollectionIs(
+      {Acl::AclDirection::in, Acl::AclType::ip, "A", Kiv::UniqueId(77)});
+  agent_.advance(1.1);
+  EXPECT_EQ(published(), 2u);
+  apply("ip access-list B\n 10 permit ip any any\n");
+  EXPECT_EQ(published(), 1u);
 }
 
 TEST_F(OperationsTest, ARuleThatIsMadeAgainDoesNotInheritTheLine) {

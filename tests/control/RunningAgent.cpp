@@ -108,9 +108,13 @@ void RunningAgent::turnsUntil(const std::function<bool()>& done) {
   EXPECT_TRUE(done()) << "nothing came of it";
 }
 
-void RunningAgent::advance(double seconds) {
+void RunningAgent::pass(double seconds) {
   clock_.advance(Kelp::Duration(seconds));
   wall_.advance(Kelp::Duration(seconds));
+}
+
+void RunningAgent::advance(double seconds) {
+  pass(seconds);
   turns();
 }
 

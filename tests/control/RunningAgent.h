@@ -46,6 +46,8 @@ class RunningAgent {
   void turns(int count = 50);
   void turnsUntil(const std::function<bool()>& done);
   void advance(double seconds);
+  /// Lets time pass without a turn.
+  void pass(double seconds);
 
   std::string socketPath() const { return temp_ / "control"; }
   std::string dirPath() const { return temp_ / "config"; }

@@ -86,6 +86,29 @@ TEST_F(ShowTest, ListsReadAsTheyWereTyped) {
   EXPECT_EQ(one.find("access-list A"), std::string::npos) << "of that name alone";
 }
 
+TEST_F(ShowTest, TheStatusReadsAsATable) {
+  agent_.start(
+      "ip access-list A\n 10 permit ip any any\nip access-list FREE\n"
+      "interface eth2\n ip access-group A out\ninterface eth1\n ip access-group A out\n ip access-group A "
+      "in\n");
+  EXPECT_EQ(text("status"),
+            "started 1 min 40 s ago\n\n"
+            "cli                  2 lists, 1 rule, 3 bindings, applied 1 min 40 s ago\n\n"
+            "type  list  rules  packets  bound\n"
+            "ip    A         1        0  eth1 in, eth1 out, eth2 out\n"
+            "ip    FREE      0        0  nowhere\n");
+}
+
+TEST_F(ShowTest, APortWithoutADeviceIsTold) {
+  const std::string shown = Agent::ShowText::ports(Json::parse(R"({"cleared":null,"ports":{
+        "eth1":{"received":1,"sent":2,"dropped":{"in":0,"out":0},"mirrored":0,"live":{"device":"ens1",
+          "present":true,"up":true,"wrong":null,"received":{"frames":1},"sent":{"frames":2},"lost":{}}},
+        "eth9":{"received":0,"sent":3,"dropped":{"in":0,"out":0},"mirrored":3}}})"),
+                                                   {});
+  EXPECT_THAT(shown, HasSubstr("eth1  ens1    up            1           2  nothing\n"
+                               "eth9 has no device: what leaves there is lost\n"));
+}
+
 TEST_F(ShowTest, TimesAgoAreTold) {
   struct Row {
     double seconds;

@@ -1,0 +1,92 @@
+#include <agent/control/CounterSweep.h>
+#include <agent/show/ListReport.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+/// Below what keeps the status up.
+constexpr int priority = -5;
+/// A clock is read once in so many counters.
+constexpr int countersAtOnce = 32;
+constexpr Kelp::Duration askAgainAfter{1.0};
+
+bool hasRule(const Acl::Config& lists, const Velo::Counter::VeloDpAclCounterKey& key) {
+  const auto type = lists.config(key.aclType);
+  const auto list = type ? type->acl(key.aclName) : nullptr;
+  const auto rules = list ? list->currCfg() : nullptr;
+  return rules && isRule(*rules, key.aclType, key.ruleId);
+}
+
+}  // namespace
+
+CounterSweep::CounterSweep(Core& core, ZeroLine& zero, std::function<bool()> changing)
+    : core_(core),
+      zero_(zero),
+      changing_(std::move(changing)),
+      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(priority, "CounterSweep")) {
+  task_->dispatchIs([this] { run(); }, this);
+}
+
+CounterSweep::~CounterSweep() {
+  task_->cancelTask();
+  task_->dispatchDel(this);
+}
+
+void CounterSweep::handleApplied() {
+  sources_.clear();
+  for (const std::string& name : core_.sources()) sources_.push_back(core_.source(name));
+  collections_ = core_.counters();
+  resume_.reset();
+  task_->scheduleTask();
+}
+
+void CounterSweep::run() {
+  // Meanwhile rules are judged by that are not, or no longer, those of a source.
+  if (changing_()) return task_->scheduleTaskDelay(askAgainAfter);
+  for (; !collections_.empty(); collections_.pop_back()) {
+    if (!sweep(*collections_.back())) return task_->scheduleTask();
+    resume_.reset();
+  }
+  sources_.clear();
+}
+
+bool CounterSweep::sweep(Collection& collection) {
+  const auto& counters = collection.counterCollection();
+  int visited = 0;
+  for (auto at = resume_ ? counters.from(*resume_) : counters.begin(); at; at.next()) {
+    if (++visited % countersAtOnce == 0 && task_->taskShouldYield()) {
+      resume_ = at.key();
+      return false;
+    }
+    if (!isKnown(at.key())) take(collection, Key(at.key()));
+  }
+  return true;
+}
+
+bool CounterSweep::isKnown(const Key& key) const {
+  const auto status = core_.status();
+  const auto lists = status ? status->status(key.aclType) : nullptr;
+  const auto list = lists ? lists->acl(key.aclName) : nullptr;
+  const auto* implicit = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
+  if (implicit && *implicit == key.ruleId) return true;
+  // Rules of a change that is under way may be asked before their source has them.
+  const auto merged = core_.mergedList(key.aclType, key.aclName);
+  const auto judging = merged ? merged->judging() : nullptr;
+  if (judging && isRule(*judging, key.aclType, key.ruleId)) return true;
+  return std::any_of(sources_.begin(), sources_.end(),
+                     [&](const auto& source) { return hasRule(*source, key); });
+}
+
+void CounterSweep::take(Collection& collection, const Key& key) {
+  collection.counterCollectionDel(key);
+  zero_.forget(key);
+  // The counters are copied into the status every second, whatever became of their rules meanwhile.
+  const auto lists = core_.mountedStatus()->status(key.aclType);
+  if (const auto list = lists ? lists->acl(key.aclName) : nullptr) list->ruleStatusDel(key.ruleId);
+}
+
+}  // namespace Agent
