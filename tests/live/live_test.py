@@ -113,6 +113,17 @@ interface eth2
                                                    "mirrored": 0})
         self.assertEqual((report["frames"], report["passed"], report["dropped"]), (3631, 3211, 420))
 
+    def test_what_the_host_sends_by_a_port_is_not_received(self):
+        self.stations_are(1, 2)
+        agent = self.agent(OPEN, "--patch", "eth1,eth2")
+        a, b, host = self.wire(1), self.wire(2), Wire(self.middle, "eth1")
+        self.addCleanup(host.close)
+        host.send(udp(10, n) for n in range(10))
+        self.assertEqual(len(a.received(10)), 10)
+        a.send([udp(10, 99)])
+        self.assertEqual(b.received(1), [udp(10, 99)], "what comes in by it is")
+        self.assertEqual(agent.stop()["frames"], 1)
+
     def test_mirrored_frames_arrive_at_the_destination(self):
         self.stations_are(1, 2, 9)
         agent = self.agent("""ip access-list IN
@@ -240,6 +251,8 @@ class Behaving(LiveTest):
         self.stations_are(1, 2)
         for config, arguments in (("ip access-list A\n permitt ip any any\n", ("--patch", "eth1,eth2")),
                                   (OPEN, ("--patch", "eth1,eth1")), (OPEN, ("--bridge", "eth1")),
+                                  (OPEN, ("--patch", "eth1,eth9")), (OPEN, ("--bridge", "eth1,eth2,po1")),
+                                  (OPEN, ("--patch", "eth1,eth2,eth3")),
                                   (OPEN, ("--config", "/nowhere", "--patch", "eth1,eth2"))):
             refused = Agent(VELO, self.middle, config, "--port", "eth1=eth1", "--port", "eth2=eth2", *arguments,
                             check=False)

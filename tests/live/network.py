@@ -218,6 +218,24 @@ class Stream:
         self.thread.join()
 
 
+class Flood:
+    """A frame sent by a process of its own, as often as it goes, until it is stopped."""
+
+    def __init__(self, wire, frame):
+        self.child = os.fork()
+        if self.child == 0:
+            wire.socket.setblocking(True)
+            while True:
+                with contextlib.suppress(OSError):
+                    wire.socket.send(frame)
+
+    def stop(self):
+        if self.child:
+            os.kill(self.child, signal.SIGKILL)
+            os.waitpid(self.child, 0)
+            self.child = 0
+
+
 class Sink:
     """What comes by a wire, noted by a thread: (port, number) of the frames of udp()."""
 
@@ -250,17 +268,24 @@ class Control:
     def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self.socket.settimeout(20)
-        self.socket.connect(path)
+        try:
+            self.socket.connect(path)
+        except OSError:
+            self.socket.close()
+            raise
         self.lines = self.socket.makefile("r", encoding="utf-8")
 
     def close(self):
         self.lines.close()
         self.socket.close()
 
+    def answer(self, request):
+        self.socket.sendall((json.dumps(request) + "\n").encode())
+        return json.loads(self.lines.readline())
+
     def ask(self, do, **members):
         """The answer's document; RuntimeError with the text of a refusal."""
-        self.socket.sendall((json.dumps({"do": do, **members}) + "\n").encode())
-        answer = json.loads(self.lines.readline())
+        answer = self.answer({"do": do, **members})
         if not answer["ok"]:
             raise RuntimeError(answer["error"])
         return answer["document"]
@@ -269,6 +294,30 @@ class Control:
         for begin in range(0, len(text), 30000):
             self.ask("text", name="new", text=text[begin:begin + 30000])
         return self.ask("apply")
+
+
+def as_user(uid, gid, groups, path, requests):
+    """What a process of another user gets for requests: a document or an error each, or the errno of connecting."""
+    reading, writing = os.pipe()
+    child = os.fork()
+    if child == 0:
+        told = errno.EIO
+        try:
+            os.setgroups(groups)
+            os.setgid(gid)
+            os.setuid(uid)
+            client = Control(path)
+            told = [client.answer(request) for request in requests]
+        except OSError as error:
+            told = error.errno
+        finally:
+            os.write(writing, json.dumps(told).encode())
+            os._exit(0)
+    os.close(writing)
+    with os.fdopen(reading) as answers:
+        told = json.load(answers)
+    os.waitpid(child, 0)
+    return told
 
 
 class Agent:
@@ -282,6 +331,7 @@ class Agent:
         notify = os.path.join(self.folder.name, "notify")
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as ready:
             ready.bind(notify)
+            begin = time.monotonic()
             with namespace.entered():
                 self.process = subprocess.Popen([velo, "run", "--config", path, "--report", "json", *arguments],
                                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
@@ -291,6 +341,7 @@ class Agent:
             while not self.ready and self.process.poll() is None and time.monotonic() < end:
                 if select.select([ready], [], [], 0.05)[0]:
                     self.ready = ready.recv(100) == b"READY=1"
+            self.start_seconds = time.monotonic() - begin
         if check and not self.ready:
             self.process.kill()
             raise RuntimeError(f"velo is not ready: {self.process.communicate()[1]}")

@@ -5,6 +5,7 @@ usage: operating_test.py VELO [TEST...]; the exit status is 77 where the machine
 environment: VELO_LIVE_CHANGES, VELO_LIVE_KILLS and VELO_LIVE_CLIENTS ask for more of each than fits into a build.
 """
 
+import errno
 import json
 import os
 import random
@@ -17,7 +18,7 @@ import time
 
 import live_test
 from live_test import LiveTest
-from network import Control, Sink, Stream, run, udp
+from network import Control, Flood, Sink, Stream, as_user, run, udp
 
 
 def wanted(what, usually):
@@ -145,6 +146,10 @@ interface eth1
         after = rules_of(self.client.ask("show", what="access-lists"))
         self.assertEqual((after[10]["id"], after[10]["matches"]), (before[10]["id"], {"in": 30, "out": 0}))
         self.assertNotEqual(after[20]["id"], before[20]["id"])
+        published = lambda: self.client.ask("show", what="status")["status"]["status"]["ip"]["acl"]["A"]["ruleStatus"]
+        self.assertTrue(live_test.until(lambda: set(published()) == {rule["id"] for rule in after.values()}))
+        counted = {counter["id"] for counter in self.client.ask("show", what="counters")["counters"]}
+        self.assertNotIn(before[20]["id"], counted, "what is gone is not counted for")
         sink = self.wire(2)
         self.wire(1).send([udp(20)])
         self.assertEqual(len(sink.received(1)), 1, "and holds for the next packet")
@@ -182,6 +187,50 @@ interface eth1
         passes = self.client.ask("explain", port="eth1", frame="udp 192.0.2.1:5 > 192.0.2.2:10")
         self.assertEqual([end["port"] for end in passes["egress"]], ["eth2"])
         self.assertEqual(rules_of(self.client.ask("show", what="access-lists"))[20]["matches"]["in"], 20)
+
+    def test_it_answers_and_counts_while_it_is_flooded(self):
+        flood = Flood(self.wire(1), udp(10))
+        self.addCleanup(flood.stop)
+
+        def counted():
+            """Matches of the rule that all of the flood meets, and what the status has of them."""
+            rule = rules_of(self.client.ask("show", what="access-lists", name="A"))[10]
+            status = self.client.ask("show", what="status")["status"]["status"]["ip"]["acl"]["A"]["ruleStatus"]
+            return rule["matches"]["in"], status[rule["id"]]["packets"]
+
+        shown = [counted()]
+        end = time.monotonic() + 4
+        while time.monotonic() < end:
+            shown.append(counted())
+        flood.stop()
+        for before, after in zip(shown, shown[1:]):
+            self.assertTrue(before[0] <= after[0] and before[1] <= after[1], (before, after))
+        self.assertGreater(shown[-1][1], shown[0][0], "the status is not four seconds old")
+        self.assertGreater(len(shown), 4, "and a show takes less than a second")
+        received = lambda: self.client.ask("show", what="ports")["ports"]["eth1"]["received"]
+        self.assertTrue(live_test.until(lambda: counted() == (received(), received())), "in the end every frame counts")
+        print(f"{received()} frames, {len(shown)} shows", flush=True)
+
+    def test_changes_are_for_root_and_the_group_of_the_socket(self):
+        somebody, group = 65534, 64123
+        os.chmod(self.folder, 0o755)
+        requests = ({"do": "show", "what": "drops"}, {"do": "explain", "port": "eth1", "frame": udp(20).hex()},
+                    {"do": "clear"}, {"do": "trace", "off": True}, {"do": "text", "name": "a", "text": ""},
+                    {"do": "apply"})
+
+        def codes(gid, *groups):
+            told = as_user(somebody, gid, list(groups), self.socket, requests)
+            return told if isinstance(told, int) else [answer.get("error", {}).get("code") for answer in told]
+
+        self.assertEqual(codes(somebody), errno.EACCES, "the file is for its owner and group alone")
+        os.chmod(self.socket, 0o666)
+        refused = [None, None] + ["not-allowed"] * 4
+        self.assertEqual(codes(somebody), refused, "who may speak may ask, and change nothing")
+        self.assertEqual(codes(group), refused)
+        os.chown(self.socket, -1, group)
+        self.assertEqual(codes(group), [None] * 6, "its group")
+        self.assertEqual(codes(somebody, group), [None] * 6, "a further group of the client")
+        self.assertEqual(self.client.ask("show", what="access-lists")["lists"], [], "and what it applied holds")
 
     def test_cleared_counters_begin_again_above_the_line(self):
         self.pass_frames()
@@ -306,6 +355,7 @@ class Surviving(OperatedTest):
         agent.stop()
         # Without a kill not even the last packet is missing.
         agent = self.start(config, "--state", state)
+        time.sleep(0.1)  # the copy of the beginning is behind it
         first.send(udp(10, n) for n in range(50))
         agent.stop()
         self.start(config, "--state", state)
