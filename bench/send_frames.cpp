@@ -1,6 +1,7 @@
-// Sends UDP frames of 64 flows by an interface as fast as it goes, and prints how many it sent.
+// Sends UDP frames of 64 flows by an interface, as fast as it goes or at a rate, and prints how many it sent.
 //
-// usage: send_frames DEV OCTETS SECONDS    (octets of a frame without its check sequence, 46 to 1514)
+// usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND]
+// (octets of a frame without its check sequence, 46 to 1514)
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -44,9 +46,9 @@ std::vector<uint8_t> frameOf(unsigned flow, size_t size) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const size_t size = argc == 4 ? static_cast<size_t>(std::atoi(argv[2])) : 0;
+  const size_t size = argc == 4 || argc == 5 ? static_cast<size_t>(std::atoi(argv[2])) : 0;
   if (size < 46 || size > 1514) {
-    std::fprintf(stderr, "usage: send_frames DEV OCTETS SECONDS\n");
+    std::fprintf(stderr, "usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND]\n");
     return 2;
   }
   const int fd = socket(AF_PACKET, SOCK_RAW, 0);
@@ -67,9 +69,20 @@ int main(int argc, char** argv) {
     messages[flow].msg_hdr.msg_iovlen = 1;
   }
   using Clock = std::chrono::steady_clock;
-  const auto end = Clock::now() + std::chrono::duration<double>(std::atof(argv[3]));
+  const auto begin = Clock::now();
+  const auto end = begin + std::chrono::duration<double>(std::atof(argv[3]));
+  const double rate = argc == 5 ? std::atof(argv[4]) : 0;
   uint64_t sent = 0;
-  while (Clock::now() < end) {
+  for (auto now = begin; now < end; now = Clock::now()) {
+    if (rate > 0) {
+      const double due =
+          std::chrono::duration<double>(now - begin).count() * rate - static_cast<double>(sent);
+      // A burst is full before it is sent. Who sleeps leaves the processor to others.
+      if (due < flows) {
+        std::this_thread::sleep_for(std::chrono::duration<double>((flows - due) / rate));
+        continue;
+      }
+    }
     const int done = sendmmsg(fd, messages, flows, 0);
     if (done > 0) sent += static_cast<uint64_t>(done);
   }
