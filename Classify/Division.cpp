@@ -7,9 +7,8 @@ namespace Classify {
 
 namespace {
 
-constexpr size_t small = Plane::lanes;  // a cell of this size needs no further division
-constexpr size_t manyCells = 64;        // so many are looked at to choose a bit
-constexpr size_t manyMembers = 96;      // and so many members of each
+constexpr size_t manyCells = 64;    // so many are looked at to choose a bit
+constexpr size_t manyMembers = 96;  // and so many members of each
 
 /// A number for each bit of a key, four in a vector: the compiler makes no vectors of its own here.
 using Four = float __attribute__((vector_size(16)));
@@ -128,7 +127,7 @@ class Divider {
   int bestBit() {
     std::vector<size_t> large;
     for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
-      if (made_.cells[cell].size() > small) large.push_back(cell);
+      if (made_.cells[cell].size() > limits_.small) large.push_back(cell);
     }
     Prospects prospects;
     float members = 1;

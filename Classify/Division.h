@@ -43,7 +43,8 @@ class Images {
 struct DivisionLimits {
   uint64_t allowed[2] = {~uint64_t{0}, ~uint64_t{0}};  ///< the bits that may be chosen
   int maxBits = 16;
-  size_t maxMembers = 0;  ///< of all cells together
+  size_t small = Plane::lanes;  ///< a cell of this size needs no further division
+  size_t maxMembers = 0;        ///< of all cells together
   size_t maxCells = 0;
   uint32_t maxCopies = 0;  ///< an image that is in more cells is left out; 0: none is
 };

@@ -36,9 +36,17 @@ bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
 /// Makes nodes and leaves in a forest, within a budget.
 class Forest::Builder {
  public:
-  /// `copies`: how often a node may have an image, on average.
-  Builder(Forest& forest, const Images& images, double copies)
-      : forest_(forest), images_(images), copies_(copies), budget_(images.size() * 8 + 1024) {}
+  /// `copies`: how often a node may have an image, on average. Gives up when leaves take more than
+  /// `mostBytes`.
+  Builder(Forest& forest, const Images& images, double copies, size_t mostBytes = unlimited)
+      : forest_(forest),
+        images_(images),
+        copies_(copies),
+        mostBytes_(mostBytes),
+        budget_(images.size() * 8 + 1024) {}
+
+  /// True: what was made is not whole.
+  bool gaveUp() const { return gaveUp_; }
 
   /// A place, and what a look-up costs that comes there, in blocks compared.
   struct Made {
@@ -50,11 +58,14 @@ class Forest::Builder {
   Made place(std::span<const uint32_t> members, const Region& region, int depth) {
     constexpr int maxDepth = 8;
     const size_t size = members.size();
+    gaveUp_ = gaveUp_ || forest_.leaves_.bytes() > mostBytes_;
+    if (gaveUp_) return {Leaves::empty, 0};
     if (size <= fullLeaf || depth > maxDepth) return leaf(members);
     // A tree of few images may spend as much as the list has.
     const size_t room = depth == 0 ? images_.size() / 8 : 0;
     DivisionLimits limits;
     limits.maxBits = depth == 0 ? 16 : static_cast<int>(std::bit_width(size)) + 2;
+    if (depth > 0) limits.small = 2 * Plane::lanes;  // as fast, and sooner made
     limits.maxMembers = std::min(times(copies_, size) + room, budget_ + size);
     limits.maxCells = size * 2 + room;
     const Division division = divide(images_, members, region, limits);
@@ -110,6 +121,8 @@ class Forest::Builder {
   Forest& forest_;
   const Images& images_;
   const double copies_;
+  const size_t mostBytes_;
+  bool gaveUp_ = false;
   size_t budget_;  // of members that may still be made
   std::vector<Image> chosen_;
 };
@@ -128,10 +141,12 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     bounded_ = false;
     view_ = {};
   };
-  const auto plantAll = [&](const Plan& plan) {
+  const auto plantAll = [&](const Plan& plan, size_t mostBytes) {
     clear();
-    Builder builder(*this, prepared, plan.copies);
-    if (!pays(images.size(), plant(builder, prepared, plan))) {
+    Builder builder(*this, prepared, plan.copies, mostBytes);
+    const double steps = plant(builder, prepared, plan);
+    if (builder.gaveUp()) return false;
+    if (!pays(images.size(), steps)) {
       clear();
       std::vector<uint32_t> members(images.size());
       std::iota(members.begin(), members.end(), 0);
@@ -140,19 +155,20 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
       bounded_ = true;
     }
     refreshView();
+    return bytes() <= mostBytes;
   };
   // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
   // copies of the others. Small lists can afford trials: the first plan that keeps within bounds is taken.
-  constexpr Plan oneTree[] = {{false, 4}, {false, 3}, {false, 2}, {true, 2}};
+  constexpr Plan oneTree[] = {{false, 4}, {false, 2}, {true, 2}};
   constexpr Plan severalTrees[] = {{true, 3.75}, {true, 3}, {true, 2}};
   constexpr size_t fewImages = 2048, bytesPerImage = 240;
+  const bool few = images.size() <= fewImages;
   size_t specific = 0;
   for (const Image& image : images) specific += saysMuch(image.mask[0]) && saysMuch(image.mask[1]);
-  const bool one =
-      images.size() <= fullLeaf || (images.size() <= fewImages && specific * 10 >= images.size() * 7);
+  const bool one = images.size() <= fullLeaf || (few && specific * 10 >= images.size() * 7);
   for (const Plan& plan : one ? std::span<const Plan>(oneTree) : std::span<const Plan>(severalTrees)) {
-    plantAll(plan);
-    if (images.size() > fewImages || bytes() <= images.size() * bytesPerImage + 4096) return;
+    const bool last = plan.copies == 2 && plan.several;
+    if (plantAll(plan, few && !last ? images.size() * bytesPerImage + 4096 : unlimited)) return;
   }
 }
 

@@ -38,15 +38,6 @@ bool readInto(Cursor& at, uint32_t sequence, bool (*reader)(Cursor&, R*), Rule* 
   return true;
 }
 
-bool isSameRule(const Rule& a, const Rule& b) {
-  return std::visit(
-      [&](const auto& rule) {
-        const auto* other = std::get_if<std::decay_t<decltype(rule)>>(&b);
-        return other && rule.isSameRule(*other);
-      },
-      a);
-}
-
 void sequenceIs(Rule* rule, uint32_t sequence) {
   std::visit([&](auto& r) { r.sequence = sequence; }, *rule);
 }

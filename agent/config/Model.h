@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -19,6 +20,16 @@ using Rule = std::variant<Acl::IpRuleConfig, Acl::Ip6RuleConfig, Acl::MacRuleCon
 /// What every kind of rule has.
 inline const Acl::RuleConfig& common(const Rule& rule) {
   return std::visit([](const auto& r) -> const Acl::RuleConfig& { return r; }, rule);
+}
+
+/// Whether two rules are one rule but for remark and spelling; rules of different kinds are not.
+inline bool isSameRule(const Rule& a, const Rule& b) {
+  return std::visit(
+      [&b](const auto& rule) {
+        const auto* other = std::get_if<std::decay_t<decltype(rule)>>(&b);
+        return other && rule.isSameRule(*other);
+      },
+      a);
 }
 
 /// An access list as the text defines it. Each rule's key is its sequence number. A list without rules is

@@ -27,15 +27,6 @@ void compare(const Map& before, const Map& after, const Gone& gone, const Come& 
   }
 }
 
-bool isSameRule(const Config::Rule& a, const Config::Rule& b) {
-  return std::visit(
-      [&b](const auto& rule) {
-        const auto* other = std::get_if<std::decay_t<decltype(rule)>>(&b);
-        return other && rule.isSameRule(*other);
-      },
-      a);
-}
-
 Json ruleEntry(const Config::Rule& rule) {
   return {{"sequence", Config::common(rule).sequence}, {"text", Config::common(rule).text.view()}};
 }
@@ -50,7 +41,7 @@ Json rulesDifference(const Config::List& before, const Config::List& after) {
       [&](const auto& old, const auto& now) {
         const Acl::RuleConfig& was = Config::common(old.second);
         const Acl::RuleConfig& is = Config::common(now.second);
-        const bool same = isSameRule(old.second, now.second);
+        const bool same = Config::isSameRule(old.second, now.second);
         if (same && was.text == is.text && was.remark == is.remark) return;
         changes[same ? "respelled" : "changed"].push_back(
             {{"sequence", now.first}, {"from", was.text.view()}, {"to", is.text.view()}});

@@ -10,15 +10,6 @@ namespace {
 
 using ListKey = Config::Model::ListKey;
 
-bool isSameRule(const Config::Rule& a, const Config::Rule& b) {
-  return std::visit(
-      [&b](const auto& rule) {
-        const auto* other = std::get_if<std::decay_t<decltype(rule)>>(&b);
-        return other && rule.isSameRule(*other);
-      },
-      a);
-}
-
 bool isSpelledAlike(const Config::Rule& a, const Config::Rule& b) {
   const Acl::RuleConfig &one = Config::common(a), &other = Config::common(b);
   return one.text == other.text && one.remark == other.remark;
@@ -37,7 +28,7 @@ void compareRules(const Config::List* before, const Config::List* now, ListChang
     } else if (a == old.end() || b->first < a->first) {
       change.written.push_back(&(b++)->second);
     } else {
-      const bool same = isSameRule(a->second, b->second);
+      const bool same = Config::isSameRule(a->second, b->second);
       if (!same) change.gone.push_back(a->first);
       if (!same || !isSpelledAlike(a->second, b->second)) change.written.push_back(&b->second);
       ++a, ++b;

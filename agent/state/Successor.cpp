@@ -8,15 +8,6 @@ namespace {
 
 constexpr auto dropType = Acl::ImplicitRuleType::drop;
 
-bool isSameRule(const Config::Rule& a, const Config::Rule& b) {
-  return std::visit(
-      [&b](const auto& rule) {
-        const auto* other = std::get_if<std::decay_t<decltype(rule)>>(&b);
-        return other && rule.isSameRule(*other);
-      },
-      a);
-}
-
 /// The first line of a list of that kind.
 std::string headOf(Acl::AclType type, bool standard) {
   switch (type) {
@@ -37,7 +28,7 @@ bool says(const std::string& text, Acl::AclType type, const Config::Rule& rule) 
     const auto read = Config::read({{"", headOf(type, standard) + fmt::format(" {} {}\n", sequence, text)}});
     if (!read.model || read.model->lists.empty()) continue;
     const auto& rules = read.model->lists.begin()->second.rules;
-    if (rules.size() == 1 && isSameRule(rules.begin()->second, rule)) return true;
+    if (rules.size() == 1 && Config::isSameRule(rules.begin()->second, rule)) return true;
   }
   return false;
 }
