@@ -235,10 +235,16 @@ template <class Rule>
 void Compiled<Rule>::changed() {
   refreshView();
   ++changes_;
-  // With a thread a new form costs the loop little, and comes soon; without one it has to be worth its while.
+  if (!job_ && isBlunt()) makeAnew();
+}
+
+/// With a thread a new form costs the loop little, and comes soon; without one it has to be worth its while.
+/// A ghost may be what most packets meet, each of which is then tried rule by rule.
+template <class Rule>
+bool Compiled<Rule>::isBlunt() const {
   const bool threaded = Workshop::singleton().hasThread();
-  const size_t tolerated = threaded ? 16 : 256;
-  if (!job_ && (changes_ > rules_ / 2 + 64 || forest_.strays() + ghosts_ > tolerated)) makeAnew();
+  return changes_ > rules_ / 2 + 64 || forest_.strays() > (threaded ? 16 : 256) ||
+         ghosts_ > (threaded ? 0 : 256);
 }
 
 template <class Rule>
@@ -266,9 +272,10 @@ void Compiled<Rule>::takeNew() {
   }
   reviewSlots();
   if (forest_.bounded()) {
-    trace().trace(1, "takeNew", "{} rules would take too much memory, some are tried one by one", rules_);
+    trace().trace(1, "takeNew", "{} rules cannot be divided within bounds, some leaves stay long", rules_);
   }
   refreshView();
+  if (isBlunt()) makeAnew();  // changes that the job did not know
 }
 
 template <class Rule>

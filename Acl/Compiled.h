@@ -97,6 +97,7 @@ class Compiled final : public CompiledRules<Rule> {
   /// In the form that is there.
   std::vector<Classify::Image> imagesOf(const Filter& filter, uint32_t slot) const;
   void changed();
+  bool isBlunt() const;
   void refreshView();
 
   std::vector<const Entry*> entries_;  // by slot; null when the rule is gone

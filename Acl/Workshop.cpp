@@ -19,7 +19,11 @@ class Workshop::Thread {
         thread_([this] { run(); }) {
     task_->dispatchIs([this] { collectAndHandOver(); }, this);
   }
-  ~Thread() {
+  ~Thread() { stop(); }
+
+  /// Returns the jobs that are still to be finished.
+  std::vector<std::shared_ptr<BuildJob>> stop() {
+    if (!thread_.joinable()) return {};
     task_->dispatchDel(this);
     {
       const std::lock_guard lock(mutex_);
@@ -27,6 +31,11 @@ class Workshop::Thread {
     }
     wake_.notify_one();
     thread_.join();
+    std::vector<std::shared_ptr<BuildJob>> left = std::exchange(underWay_, {});
+    for (const auto& job : collecting_) job->collect(nullptr);
+    left.insert(left.end(), collecting_.begin(), collecting_.end());
+    collecting_.clear();
+    return left;
   }
 
   bool idle() const { return collecting_.empty() && underWay_.empty(); }
@@ -102,7 +111,16 @@ Workshop& Workshop::singleton() {
 
 void Workshop::threadIs(bool on) {
   if (on == hasThread()) return;
-  thread_ = on ? std::make_unique<Thread>() : nullptr;
+  if (on) {
+    thread_ = std::make_unique<Thread>();
+    return;
+  }
+  const auto left = thread_->stop();
+  thread_ = nullptr;
+  for (const auto& job : left) {
+    if (!job->done_) job->build();
+    job->handleDone();
+  }
 }
 
 bool Workshop::hasThread() const { return thread_ != nullptr; }

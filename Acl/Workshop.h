@@ -31,8 +31,7 @@ class Workshop {
  public:
   static Workshop& singleton();
 
-  /// Whether to use a thread. Without one again, jobs that are being built are finished first and their
-  /// results dropped.
+  /// Whether to use a thread. Before there is none again, all jobs are finished and handed over.
   void threadIs(bool on);
   bool hasThread() const;
   /// Whether no job is under way.

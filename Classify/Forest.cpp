@@ -146,16 +146,18 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     Builder builder(*this, prepared, plan.copies, mostBytes);
     const double steps = plant(builder, prepared, plan);
     if (builder.gaveUp()) return false;
-    if (!pays(images.size(), steps)) {
+    const bool inVain = !pays(images.size(), steps);
+    if (inVain) {
       clear();
       std::vector<uint32_t> members(images.size());
       std::iota(members.begin(), members.end(), 0);
       for (const Image& image : images) plantedIn_[image.slot] = 1;
       view_.roots[view_.trees++] = builder.leaf(members).place;
+      planted_ = 1;
       bounded_ = true;
     }
     refreshView();
-    return bytes() <= mostBytes;
+    return inVain || bytes() <= mostBytes;
   };
   // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
   // copies of the others. Small lists can afford trials: the first plan that keeps within bounds is taken.
@@ -190,7 +192,7 @@ double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
       }
     }
   };
-  while (how.several && view_.trees + 1 < strayTree && members.size() > fullLeaf) {
+  while (how.several && !builder.gaveUp() && view_.trees + 1 < strayTree && members.size() > fullLeaf) {
     // Of images that say much about one address and little about the other, a tree that asks about the one
     // keeps few copies; the others go on to the next tree.
     constexpr uint64_t all = ~uint64_t{0}, first = all << 32, second = all >> 32;
@@ -233,6 +235,7 @@ double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
   }
   planted(members, {});
   if (!members.empty() || view_.trees == 0) add(builder.place(members, {}, 0));
+  planted_ = view_.trees;
   return steps;
 }
 
@@ -287,7 +290,7 @@ void Forest::insert(const Image& image, const Order& order) {
   }
   uint32_t best = strayTree;
   size_t fewest = manyLeaves;
-  for (uint32_t tree = 0; tree < std::min(view_.trees, strayTree); ++tree) {
+  for (uint32_t tree = 0; tree < planted_; ++tree) {
     const size_t leaves = visitLeaves(&view_.roots[tree], {}, image, fewest, [](uint32_t&, const Region&) {});
     if (leaves < fewest || (leaves == fewest && best == strayTree)) best = tree, fewest = leaves;
   }
@@ -307,6 +310,7 @@ void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& im
   noteLostSieve(before, place);
   if (view_.trees > strayTree && &place == &view_.roots[strayTree]) return;
   const size_t size = leaves_.size(place);
+  if (size > Leaves::longLeaf) ++strays_;
   if (size <= grownLeaf || size > Leaves::longLeaf || size % Plane::lanes != 1) return;
   const std::vector<Image> images = leaves_.images(place);
   std::vector<uint32_t> members(images.size());

@@ -36,7 +36,8 @@ class Forest {
   /// of blocks in leaves that have lost their sieves through changes. Both are gone when the forest is built
   /// anew.
   size_t strays() const { return strays_; }
-  /// True when the images would have taken too much memory, so that some leaves stayed long.
+  /// True when dividing the images would have taken too much memory for what it gains, so that some leaves
+  /// stayed long.
   bool bounded() const { return bounded_; }
   /// The heap memory in use.
   size_t bytes() const;
@@ -65,6 +66,7 @@ class Forest {
   Leaves leaves_;
   std::vector<bool> shadowing_;     // by slot
   std::vector<uint8_t> plantedIn_;  // by slot: a bit for each tree that its images are in
+  uint32_t planted_ = 0;            // trees that were made when the forest was built
   size_t strays_ = 0;
   bool bounded_ = false;
 };

@@ -91,7 +91,7 @@ struct Sieve {
   };
 
   uint32_t leaf;    ///< the number of its first plane
-  uint32_t rows;    ///< the first row
+  uint32_t rows;    ///< the first row; each group begins with the row of the images that there are
   uint32_t groups;  ///< of 512 images; each has all rows
   uint32_t rowsPerGroup;
   uint32_t ends[2];  ///< behind the last chunk of each word
@@ -141,11 +141,11 @@ struct View {
 /// be the first that the packet meets, but has to be asked; if it does not agree, a thorough look-up tells.
 constexpr uint32_t askBit = inexactLane;
 
-/// What a look-up asks back; `context` is what was given to it.
+/// What a thorough look-up asks back; `context` is what was given to it.
 struct Questions {
   /// Whether the packet meets the rule of an inexact lane.
   bool (*meets)(const void* context, uint32_t slot);
-  /// Which of two rules with one sequence number is tried first.
+  /// Which of two rules is tried first.
   bool (*precedes)(const void* context, uint32_t slot, uint32_t other);
 };
 

@@ -27,7 +27,8 @@ void Leaves::clear(bool wide) {
 uint32_t Leaves::make(std::span<const Image> images) {
   const uint32_t leaf = makePlain(images);
   if (images.size() <= longLeaf) return leaf;
-  return leafBit | sieveBit | sieves_.make(images, leaf & ~leafBit);
+  const uint32_t sieve = sieves_.make(images, leaf & ~leafBit);
+  return sieve == Sieves::none ? leaf : leafBit | sieveBit | sieve;
 }
 
 uint32_t Leaves::makePlain(std::span<const Image> images) {

@@ -26,7 +26,7 @@ class Leaves {
   /// The leaf without images, the same for all.
   static constexpr uint32_t empty = leafBit;
 
-  /// A leaf with more images has a sieve, which costs as much as so many images tried.
+  /// A leaf that is made of more images has a sieve, if they can be sieved.
   static constexpr uint32_t longLeaf = 160;
 
   uint32_t make(std::span<const Image> images);

@@ -105,10 +105,12 @@ void Sieves::clear() {
 
 uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
   const std::vector<Chunk> chunks = chunksFor(images);
+  if (chunks.empty()) return none;
   Sieve sieve{};
   sieve.leaf = leaf;
   sieve.rows = static_cast<uint32_t>(rows_.size());
   sieve.groups = static_cast<uint32_t>((images.size() + Row::images - 1) / Row::images);
+  sieve.rowsPerGroup = 1;
   for (const Chunk& chunk : chunks) {
     uint32_t& end = sieve.ends[chunk.at / 64];
     if (chunk.at >= 64 && end == 0) end = sieve.ends[0];
@@ -122,6 +124,7 @@ uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
   for (size_t i = 0; i < images.size(); ++i) {
     Row* row = &rows_[sieve.rows + i / Row::images * sieve.rowsPerGroup];
     const size_t bit = i % Row::images;
+    row++->bits[bit / 64] |= uint64_t{1} << bit % 64;
     for (const Chunk& chunk : chunks) {
       valuesOf(images[i], chunk).visit([row, bit](uint32_t value) {
         row[value].bits[bit / 64] |= uint64_t{1} << bit % 64;

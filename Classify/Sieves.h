@@ -12,7 +12,10 @@ class Sieves {
  public:
   void clear();
 
-  /// Makes a sieve for the images of a leaf, which begins at a plane. Returns its number.
+  static constexpr uint32_t none = ~uint32_t{0};
+
+  /// Makes a sieve for the images of a leaf, which begins at a plane. Returns its number; `none` when the
+  /// words of the key, the quad aside, tell next to nothing of them.
   uint32_t make(std::span<const Image> images, uint32_t leaf);
 
   const Sieve& operator[](uint32_t number) const { return sieves_[number]; }

@@ -20,7 +20,7 @@ class CounterCache {
   /// Null when the counter is not remembered.
   Counter* find(const Collection& collection, Acl::AclDirection dir, Acl::AclType type,
                 const Kelp::String& aclName, const Kiv::UniqueId& ruleId) const {
-    const Place& place = places_[placeOf(ruleId)];
+    const Place& place = places_[placeOf(dir, ruleId)];
     const bool known = place.counter && place.key.ruleId == ruleId && place.key.direction == dir &&
                        place.key.aclType == type && place.collection == &collection &&
                        place.version == collection.counterCollection().version() &&
@@ -28,7 +28,8 @@ class CounterCache {
     return known ? place.counter : nullptr;
   }
   void remember(const Collection& collection, const Key& key, Counter* counter) {
-    places_[placeOf(key.ruleId)] = {key, &collection, collection.counterCollection().version(), counter};
+    places_[placeOf(key.direction, key.ruleId)] = {key, &collection, collection.counterCollection().version(),
+                                                   counter};
   }
 
  private:
@@ -40,8 +41,11 @@ class CounterCache {
     Counter* counter = nullptr;  // the collection's
   };
 
-  /// Ids are handed out in a row, or are hashes: their lower bits tell them apart.
-  static size_t placeOf(const Kiv::UniqueId& id) { return id.value() % places; }
+  /// Ids are handed out in a row, or are hashes: their lower bits tell them apart. A list that is bound in
+  /// and out has two counters for each rule.
+  static size_t placeOf(Acl::AclDirection dir, const Kiv::UniqueId& id) {
+    return (id.value() * 2 + static_cast<size_t>(dir)) % places;
+  }
 
   std::vector<Place> places_;
 };

@@ -176,6 +176,7 @@ bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Verdict& verdict) {
     tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", verdict.mirrorSession);
     const auto direction =
         at.dir == AclDirection::in ? MirroringDirection::ingress : MirroringDirection::egress;
+    KELP_ASSERT(mirroringHelper_, "a rule with a mirror session needs the mirroring helper");
     mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, verdict.mirrorSession);
   }
 

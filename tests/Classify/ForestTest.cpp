@@ -326,6 +326,50 @@ TEST(Forest, SievesLongLeavesAndFindsInThemWhatIsThere) {
   }
 }
 
+/// Images that only the quad tells apart, or only the question: there is nothing to sieve them by.
+TEST(Forest, TriesImagesOneByOneThatTheWordsOfAKeyDoNotTellApart) {
+  for (const uint32_t size : {161u, 512u, 513u}) {
+    for (const bool asked : {false, true}) {
+      World world(size, shapes[5]);
+      List list;
+      for (uint32_t slot = 0; slot < size; ++slot) {
+        Image image;
+        image.slot = slot;
+        image.exact = !asked;
+        if (!asked) image.quadLow = image.quadHigh = slot % 256 | slot / 256 << 8;
+        list.images[slot] = image;
+        list.sequences.push_back(slot);
+      }
+      Forest forest;
+      forest.build(list.inOrder(), size, !asked);
+      expectAgreement(forest, list, world, 500, fmt::format("{} images, asked {}", size, asked));
+    }
+  }
+}
+
+/// More images than a leaf likes, of which no few bits tell any apart, put in one by one.
+TEST(Forest, CountsWhatItCannotDivideAnyMore) {
+  World world(1, shapes[0]);
+  List list;
+  for (uint32_t slot = 0; slot < 400; ++slot) {
+    list.images[slot] = world.image(slot);
+    list.sequences.push_back(slot);
+  }
+  Forest forest;
+  forest.build(list.inOrder(), 400, false);
+  for (uint32_t slot = 400; slot < 1000; ++slot) {
+    Image image;
+    image.slot = slot;
+    image.pairLow = slot * 30 | slot * 20 << 16;
+    image.pairHigh = (slot * 30 + 20000) | (slot * 20 + 20000) << 16;
+    list.images[slot] = image;
+    list.sequences.push_back(slot);
+    forest.insert(image, list.order());
+  }
+  EXPECT_GT(forest.strays(), 400u);
+  expectAgreement(forest, list, world, 500, "400 images and 600 ranges");
+}
+
 /// Behind 200 pairs of hosts any packet, and behind that 100 pairs that no packet meets any more.
 TEST(Forest, KnowsWhichImagesHideOthers) {
   std::vector<Image> images;

@@ -1,0 +1,80 @@
+#include <Acl/Model.h>
+#include <Acl/Workshop.h>
+#include <Kiv/TaskScheduler.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+// When a list is compiled anew, and that no job is lost. The thread runs in its own time; everything here
+// waits for it by turns of the loop.
+
+namespace {
+
+using namespace Acl;
+
+/// Two hosts, or any packet.
+IpRuleConfig rule(uint32_t sequence, bool any) {
+  IpRuleConfig made;
+  made.sequence = sequence;
+  if (any) return made;
+  made.filter.sourceMask.value = made.filter.destinationMask.value = ~uint32_t{0};
+  made.filter.source.value = sequence * 0x01000193;
+  made.filter.destination.value = sequence * 0x9e3779b1;
+  return made;
+}
+
+class WorkshopTest : public testing::Test {
+ protected:
+  WorkshopTest() {
+    scheduler_->clockIs(clock_);
+    Workshop::singleton().threadIs(true);
+    for (const uint32_t sequence : {1u, 2u}) put(rule(sequence, true));
+    for (uint32_t sequence = 10; sequence < 1010; ++sequence) put(rule(sequence, false));
+    list_->compile(AclType::ip);
+  }
+  ~WorkshopTest() override { Workshop::singleton().threadIs(false); }
+
+  void put(const IpRuleConfig& made) { list_->ipRuleByIdIs(Kiv::UniqueId(made.sequence), made); }
+  void erase(uint32_t sequence) { list_->ipRuleByIdDel(Kiv::UniqueId(sequence)); }
+  void turn() {
+    clock_.advance(Kelp::Duration(0.01));
+    scheduler_->runTurn();
+  }
+  void settle() {
+    while (!Workshop::singleton().idle()) {
+      std::this_thread::yield();
+      turn();
+    }
+  }
+
+  Kiv::ManualClock clock_;
+  const Kelp::Ptr<Kiv::TaskScheduler> scheduler_ = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  const Kelp::Ptr<AclSubConfig> list_ = MemSlab::make<AclSubConfig>();
+};
+
+TEST_F(WorkshopTest, AListIsMadeAnewWhenItLosesARuleThatHidesOthers) {
+  settle();
+  erase(1);
+  EXPECT_FALSE(Workshop::singleton().idle()) << "until then every packet is tried rule by rule";
+  settle();
+  erase(500);
+  EXPECT_TRUE(Workshop::singleton().idle()) << "who hides none is taken out, and that is all";
+}
+
+TEST_F(WorkshopTest, AListIsMadeAnewOnceMoreForWhatItLostMeanwhile) {
+  settle();
+  erase(1);
+  turn();  // the rules are copied
+  erase(2);
+  settle();
+  erase(500);
+  EXPECT_TRUE(Workshop::singleton().idle()) << "nothing was left to be done";
+}
+
+TEST_F(WorkshopTest, NoListWaitsForAThreadThatHasGone) {
+  ASSERT_FALSE(list_->compiledReady(AclType::ip));
+  Workshop::singleton().threadIs(false);
+  EXPECT_TRUE(list_->compiledReady(AclType::ip));
+}
+
+}  // namespace
