@@ -29,7 +29,7 @@ class WorkshopTest : public testing::Test {
     scheduler_->clockIs(clock_);
     Workshop::singleton().threadIs(true);
     for (const uint32_t sequence : {1u, 2u}) put(rule(sequence, true));
-    for (uint32_t sequence = 10; sequence < 1010; ++sequence) put(rule(sequence, false));
+    for (uint32_t sequence = 10; sequence < 20010; ++sequence) put(rule(sequence, false));
     list_->compile(AclType::ip);
   }
   ~WorkshopTest() override { Workshop::singleton().threadIs(false); }
@@ -64,7 +64,7 @@ TEST_F(WorkshopTest, AListIsMadeAnewWhenItLosesARuleThatHidesOthers) {
 TEST_F(WorkshopTest, AListIsMadeAnewOnceMoreForWhatItLostMeanwhile) {
   settle();
   erase(1);
-  turn();  // the rules are copied
+  for (int i = 0; i < 30; ++i) turn();  // the rules are copied, and the thread is at work
   erase(2);
   settle();
   erase(500);
