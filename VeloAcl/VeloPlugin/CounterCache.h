@@ -44,7 +44,7 @@ class CounterCache {
   /// Ids are handed out in a row, or are hashes: their lower bits tell them apart. A list that is bound in
   /// and out has two counters for each rule.
   static size_t placeOf(Acl::AclDirection dir, const Kiv::UniqueId& id) {
-    return (id.value() * 2 + static_cast<size_t>(dir)) % places;
+    return (id.value() + static_cast<size_t>(dir) * (places / 2)) % places;
   }
 
   std::vector<Place> places_;

@@ -92,7 +92,7 @@ class Judge {
 
 void measurePath(Run& run, const std::vector<RuleSet>& sets) {
   Table table(
-      "The whole verdict (binding, list, match, copy, count, time) against the bare look-up, ns a packet",
+      "The whole verdict (binding, list, match, count, time) against the bare look-up, ns a packet",
       {"set", "trace", "parse", "parse, verdict", "verdict", "look-up", "rte_acl", "verdict / rte_acl"});
   std::vector<double> ratios;
   for (const RuleSet& set : sets) {
