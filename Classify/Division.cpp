@@ -13,7 +13,6 @@ constexpr size_t manyMembers = 96;  // and so many members of each
 /// A number for each bit of a key, four in a vector: the compiler makes no vectors of its own here.
 using Four = float __attribute__((vector_size(16)));
 using Each = std::array<Four, 32>;
-float& numberOf(Each& each, size_t bit) { return reinterpret_cast<float*>(each.data())[bit]; }
 
 /// Counts, for each bit of a key, how often it was set. Bit i of all counters together is one pair of words,
 /// so that adding a key is a few additions with carry.
@@ -139,7 +138,7 @@ class Divider {
     int best = -1;
     float lowest = 0;
     for (int bit = 0; bit < 128; ++bit) {
-      const float gain = numberOf(prospects.gain, bit), copies = numberOf(prospects.copies, bit);
+      const float gain = prospects.gain[bit / 4][bit % 4], copies = prospects.copies[bit / 4][bit % 4];
       constexpr float worthIt = 0.03f;
       const bool free = (limits_.allowed[bit / 64] & ~made_.mask[bit / 64]) >> bit % 64 & 1;
       if (!free || gain <= prospects.cost * worthIt) continue;

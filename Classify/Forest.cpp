@@ -168,9 +168,10 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
   size_t specific = 0;
   for (const Image& image : images) specific += saysMuch(image.mask[0]) && saysMuch(image.mask[1]);
   const bool one = images.size() <= fullLeaf || (few && specific * 10 >= images.size() * 7);
-  for (const Plan& plan : one ? std::span<const Plan>(oneTree) : std::span<const Plan>(severalTrees)) {
-    const bool last = plan.copies == 2 && plan.several;
-    if (plantAll(plan, few && !last ? images.size() * bytesPerImage + 4096 : unlimited)) return;
+  const auto plans = one ? std::span<const Plan>(oneTree) : std::span<const Plan>(severalTrees);
+  for (const Plan& plan : plans) {
+    const bool bound = few && &plan != &plans.back();
+    if (plantAll(plan, bound ? images.size() * bytesPerImage + 4096 : unlimited)) return;
   }
 }
 

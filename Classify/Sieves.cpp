@@ -111,14 +111,14 @@ uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
   sieve.rows = static_cast<uint32_t>(rows_.size());
   sieve.groups = static_cast<uint32_t>((images.size() + Row::images - 1) / Row::images);
   sieve.rowsPerGroup = 1;
+  uint32_t count = 0;
   for (const Chunk& chunk : chunks) {
-    uint32_t& end = sieve.ends[chunk.at / 64];
-    if (chunk.at >= 64 && end == 0) end = sieve.ends[0];
-    sieve.chunk[end++] = {static_cast<uint8_t>(chunk.at % 64), static_cast<uint8_t>(chunk.values() - 1),
-                          static_cast<uint16_t>(sieve.rowsPerGroup)};
+    sieve.chunk[count++] = {static_cast<uint8_t>(chunk.at % 64), static_cast<uint8_t>(chunk.values() - 1),
+                            static_cast<uint16_t>(sieve.rowsPerGroup)};
     sieve.rowsPerGroup += chunk.values();
+    if (chunk.at < 64) sieve.ends[0] = count;
   }
-  sieve.ends[1] = static_cast<uint32_t>(chunks.size());
+  sieve.ends[1] = count;
   sieve.exact = isExact(images, chunks);
   rows_.resize(rows_.size() + size_t{sieve.groups} * sieve.rowsPerGroup);
   for (size_t i = 0; i < images.size(); ++i) {
