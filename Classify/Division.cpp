@@ -1,6 +1,7 @@
 #include <Classify/Division.h>
 
 #include <array>
+#include <bit>
 #include <cmath>
 
 namespace Classify {
@@ -14,32 +15,37 @@ constexpr size_t manyMembers = 96;  // and so many members of each
 using Four = float __attribute__((vector_size(16)));
 using Each = std::array<Four, 32>;
 
+/// The words of a key.
+using Words = uint64_t __attribute__((vector_size(16)));
+
 /// Counts, for each bit of a key, how often it was set. Bit i of all counters together is one pair of words,
 /// so that adding a key is a few additions with carry.
 class BitCounts {
  public:
-  void clear() { used_ = 0; }
-  void add(uint64_t upper, uint64_t lower) {
-    uint64_t carry[2] = {upper, lower};
-    for (size_t i = 0; carry[0] | carry[1]; ++i) {
-      if (i == used_) digits_[used_++] = {0, 0};
-      for (const int word : {0, 1}) {
-        const uint64_t next = digits_[i][word] & carry[word];
-        digits_[i][word] ^= carry[word];
-        carry[word] = next;
-      }
+  void clear() {
+    added_ = 0;
+    digits_ = {};
+  }
+  /// At most 255 times. No branch depends on the key, for none could be foreseen.
+  void add(Words key) {
+    const auto used = static_cast<size_t>(std::bit_width(++added_));
+    for (size_t i = 0; i < used; ++i) {
+      const Words carry = digits_[i] & key;
+      digits_[i] ^= key;
+      key = carry;
     }
   }
   /// The bits that were ever set.
-  uint64_t any(size_t word) const {
-    uint64_t bits = 0;
-    for (size_t i = 0; i < used_; ++i) bits |= digits_[i][word];
+  Words any() const {
+    Words bits{};
+    for (const Words& digit : digits_) bits |= digit;
     return bits;
   }
-  /// How often each of eight bits was set, of a few keys: at most 255.
+  /// How often each of eight bits was set.
   void counts(size_t octet, Four (&counts)[2]) const {
     uint64_t all = 0;  // eight counts
-    for (size_t i = 0; i < used_; ++i) all += spread(digits_[i][octet / 8] >> (octet % 8 * 8) & 0xff) << i;
+    const auto used = static_cast<size_t>(std::bit_width(added_));
+    for (size_t i = 0; i < used; ++i) all += spread(digits_[i][octet / 8] >> (octet % 8 * 8) & 0xff) << i;
     for (const int half : {0, 1}) {
       using Numbers = int32_t __attribute__((vector_size(16)));
       const auto some = static_cast<int32_t>(all >> (half * 32));
@@ -55,8 +61,8 @@ class BitCounts {
     return (each + 0x00406070787c7e7f) >> 7 & 0x0101010101010101;          // and is carried to the highest
   }
 
-  std::array<std::array<uint64_t, 2>, 8> digits_;
-  size_t used_ = 0;
+  std::array<Words, 8> digits_;
+  uint32_t added_ = 0;
 };
 static_assert(manyMembers < 256);
 
@@ -87,6 +93,7 @@ class Divider {
     float cost = 0;  ///< as it is: members that a packet is held against, times packets
     Each gain{};
     Each copies{};
+    Words told{};  ///< the bits that tell members apart
   };
 
   void addProspects(size_t cell, Prospects& prospects) {
@@ -94,18 +101,24 @@ class Divider {
     zeros_.clear();
     ones_.clear();
     const size_t step = members.size() / manyMembers + 1;
-    float size = 0;
-    for (size_t i = 0; i < members.size(); i += step, ++size) {
-      const Ternary bits = images_.bitsIn(regions_[cell], members[i]);
-      zeros_.add(bits.mask[0] & ~bits.value[0], bits.mask[1] & ~bits.value[1]);
-      ones_.add(bits.value[0], bits.value[1]);
+    const Interval pair[2] = {pairIn(regions_[cell], 0), pairIn(regions_[cell], 1)};
+    const auto count = [&](const Asked& asked) {
+      zeros_.add(Words{asked.zeros[0], asked.zeros[1]});
+      ones_.add(Words{asked.ones[0], asked.ones[1]});
+    };
+    if (regions_[cell].mask[1] >> 32) {
+      for (size_t i = 0; i < members.size(); i += step) count(images_.askedIn(pair, members[i]));
+    } else {
+      for (size_t i = 0; i < members.size(); i += step) count(images_.asked(members[i]));
     }
+    const auto size = static_cast<float>((members.size() + step - 1) / step);
     // As if every member had been counted: costs grow with their number.
     const auto all = static_cast<float>(members.size()), copied = static_cast<float>(step);
     const float share = static_cast<float>(packets_[cell]) / size * (all / size);
     prospects.cost += share * size * size;
     // A bit that all members have alike tells nothing.
-    const uint64_t tells[2] = {zeros_.any(0) & ones_.any(0), zeros_.any(1) & ones_.any(1)};
+    const Words tells = zeros_.any() & ones_.any();
+    prospects.told |= tells;
     for (size_t octet = 0; octet < 16; ++octet) {
       const auto bits = static_cast<uint32_t>(tells[octet / 8] >> (octet % 8 * 8)) & 0xff;
       if (bits == 0) continue;
@@ -137,13 +150,16 @@ class Divider {
     }
     int best = -1;
     float lowest = 0;
-    for (int bit = 0; bit < 128; ++bit) {
-      const float gain = prospects.gain[bit / 4][bit % 4], copies = prospects.copies[bit / 4][bit % 4];
-      constexpr float worthIt = 0.03f;
-      const bool free = (limits_.allowed[bit / 64] & ~made_.mask[bit / 64]) >> bit % 64 & 1;
-      if (!free || gain <= prospects.cost * worthIt) continue;
-      const float cost = (prospects.cost - gain) * std::sqrt(1 + copies / members);
-      if (best < 0 || cost < lowest) best = bit, lowest = cost;
+    for (const int word : {0, 1}) {
+      uint64_t free = prospects.told[word] & limits_.allowed[word] & ~made_.mask[word];
+      for (; free; free &= free - 1) {
+        const auto bit = static_cast<size_t>(64 * word + std::countr_zero(free));
+        const float gain = prospects.gain[bit / 4][bit % 4], copies = prospects.copies[bit / 4][bit % 4];
+        constexpr float worthIt = 0.03f;
+        if (gain <= prospects.cost * worthIt) continue;
+        const float cost = (prospects.cost - gain) * std::sqrt(1 + copies / members);
+        if (best < 0 || cost < lowest) best = static_cast<int>(bit), lowest = cost;
+      }
     }
     return best;
   }
@@ -168,7 +184,8 @@ class Divider {
     }
     leaving_.clear();
     if (limits_.maxCopies) leaveOut(halves.cells);
-    if (halves.cells.members.size() > limits_.maxMembers) return false;
+    if (halves.cells.members.size() > limits_.maxMembers || blocksOf(halves.cells) > limits_.maxBlocks)
+      return false;
     made_.shadowing.insert(made_.shadowing.end(), halves.shadowing.begin(), halves.shadowing.end());
     made_.left.insert(made_.left.end(), leaving_.begin(), leaving_.end());
     made_.cells = std::move(halves.cells);
@@ -176,6 +193,27 @@ class Divider {
     regions_ = std::move(halves.regions);
     packets_ = std::move(halves.packets);
     return true;
+  }
+
+  /// The blocks of leaves of cells, and the places for the cells themselves.
+  size_t blocksOf(const Cells& cells) {
+    if (limits_.maxBlocks == ~size_t{0}) return 0;
+    constexpr size_t cellsPerBlock = 64;
+    size_t blocks = cells.size() / cellsPerBlock;
+    seen_.assign(std::bit_ceil(cells.size() * 2), 0);
+    for (size_t cell = 0; cell < cells.size(); ++cell) {
+      const auto members = cells[cell];
+      if (members.empty()) continue;
+      uint64_t hash = members.size();
+      for (const uint32_t member : members) hash = (hash ^ member) * 0x9e3779b97f4a7c15;
+      hash |= 1;
+      size_t at = hash >> 32;
+      while (seen_[at &= seen_.size() - 1] != 0 && seen_[at] != hash) ++at;
+      if (seen_[at] == hash) continue;
+      seen_[at] = hash;
+      blocks += (members.size() + Plane::lanes - 1) / Plane::lanes;
+    }
+    return blocks;
   }
 
   struct Halves {
@@ -193,24 +231,28 @@ class Divider {
     const auto members = made_.cells[cell];
     auto& into = halves.cells.members;
     const size_t before = into.size();
+    into.resize(before + members.size());
+    uint32_t* at = into.data() + before;
     const bool ranges = word == 1 && (mask >> 32) != 0;
-    for (size_t i = 0; i < members.size(); ++i) {
-      const Image& image = images_[members[i]];
-      const uint64_t bits = word == 1 ? image.mask[2] : uint64_t{image.mask[0]} << 32 | image.mask[1];
-      const uint64_t wants = word == 1 ? image.value[2] : uint64_t{image.value[0]} << 32 | image.value[1];
-      if (bits & mask & (wants ^ value)) continue;
-      const uint64_t open = (uint64_t{image.mask[0]} << 32 | image.mask[1]) & ~region.mask[0];
-      if (ranges || open == 0) {
-        const Overlap lies = overlap(region, image);
-        if (lies == Overlap::none) continue;
-        if (lies == Overlap::all) {
-          into.push_back(members[i]);
-          if (i + 1 < members.size()) halves.shadowing.push_back(members[i]);
-          break;
-        }
+    const int number = mask >> 48 ? 1 : 0;  // of the pair
+    const Interval place = pairIn(region, number);
+    for (const uint32_t member : members) {
+      const Asked& asked = images_.asked(member);
+      const bool conflicts = (value ? asked.zeros : asked.ones)[word] & mask;
+      if (ranges && !conflicts) {
+        const Interval range = pairOf(images_[member], number);
+        if (range.low > place.high || range.high < place.low) continue;
       }
-      into.push_back(members[i]);
+      *at = member;
+      at += !conflicts;
+      const uint64_t open = ((asked.zeros[0] | asked.ones[0]) & ~region.mask[0]) |
+                            ((asked.zeros[1] | asked.ones[1]) & ~region.mask[1] & 0xffffffff);
+      if (open == 0 && !conflicts && overlap(region, images_[member]) == Overlap::all) {
+        if (member != members.back()) halves.shadowing.push_back(member);
+        break;
+      }
     }
+    into.resize(static_cast<size_t>(at - into.data()));
     halves.cells.begins.push_back(static_cast<uint32_t>(into.size()));
     halves.regions.push_back(region);
     return into.size() - before;
@@ -263,6 +305,7 @@ class Divider {
   std::vector<double> packets_;  // that come to the cells, in those that come to one image
   std::vector<uint32_t> copies_;
   std::vector<uint32_t> leaving_;
+  std::vector<uint64_t> seen_;  // hashes of cells, in a table of twice their number
   BitCounts zeros_, ones_;
 };
 
@@ -284,15 +327,13 @@ uint64_t scatterBits(uint64_t gathered, uint64_t mask) {
   return bits;
 }
 
-Images::Images(std::span<const Image> images)
-    : images_(images), everywhere_(images.size()), ranges_(images.size()) {
+Images::Images(std::span<const Image> images) : images_(images), asked_(images.size()) {
   for (size_t i = 0; i < images.size(); ++i) {
     Overlap lies;
-    everywhere_[i] = ternaryIn({}, images[i], &lies);
-    // What a range asks for depends on the region, unless it is one number or all numbers.
-    for (const int half : {0, 1}) {
-      const Interval asked = pairOf(images[i], half);
-      if (asked.low != asked.high && (asked.low != 0 || asked.high != 0xffff)) ranges_[i] = true;
+    const Ternary bits = ternaryIn({}, images[i], &lies);
+    for (const int word : {0, 1}) {
+      asked_[i].zeros[word] = bits.mask[word] & ~bits.value[word];
+      asked_[i].ones[word] = bits.value[word];
     }
   }
 }

@@ -19,6 +19,12 @@ struct Cells {
   }
 };
 
+/// The bits of a key that an image asks to be zero, and those that it asks to be one.
+struct Asked {
+  uint64_t zeros[2];
+  uint64_t ones[2];
+};
+
 /// Images with what is looked at often in them.
 class Images {
  public:
@@ -26,18 +32,27 @@ class Images {
 
   const Image& operator[](uint32_t number) const { return images_[number]; }
   size_t size() const { return images_.size(); }
-  /// The bits that an image asks for in a region that it overlaps.
-  Ternary bitsIn(const Region& region, uint32_t number) const {
-    if (!ranges_[number]) return everywhere_[number];
-    Overlap lies;
-    return ternaryIn(region, images_[number], &lies);
-  }
+  /// What an image asks of any packet. Of a range that is what its numbers have in common.
+  const Asked& asked(uint32_t number) const { return asked_[number]; }
+  /// What it asks of packets whose pair lies within intervals, where there are such that meet it.
+  Asked askedIn(const Interval (&pair)[2], uint32_t number) const;
 
  private:
   std::span<const Image> images_;
-  std::vector<Ternary> everywhere_;  // the bits asked for in any region
-  std::vector<char> ranges_;         // whether there are more in some
+  std::vector<Asked> asked_;
 };
+
+inline Asked Images::askedIn(const Interval (&pair)[2], uint32_t number) const {
+  Asked asked = asked_[number];
+  for (const int half : {0, 1}) {
+    const Interval range = pairOf(images_[number], half);
+    const uint32_t low = std::max(range.low, pair[half].low);
+    const uint64_t fixed = commonPrefix(low, std::min(range.high, pair[half].high));
+    asked.zeros[1] |= (fixed & ~low) << (32 + 16 * half);
+    asked.ones[1] |= (fixed & low) << (32 + 16 * half);
+  }
+  return asked;
+}
 
 /// How a division is to be made.
 struct DivisionLimits {
@@ -46,7 +61,8 @@ struct DivisionLimits {
   size_t small = Plane::lanes;  ///< a cell of this size needs no further division
   size_t maxMembers = 0;        ///< of all cells together
   size_t maxCells = 0;
-  uint32_t maxCopies = 0;  ///< an image that is in more cells is left out; 0: none is
+  size_t maxBlocks = ~size_t{0};  ///< of leaves, if each cell were one; cells with the same members share one
+  uint32_t maxCopies = 0;         ///< an image that is in more cells is left out; 0: none is
 };
 
 /// A region cut into cells by some bits of the key. The bits are chosen one at a time, each so that the sum

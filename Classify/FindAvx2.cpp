@@ -5,6 +5,11 @@
 namespace Classify {
 namespace {
 
+inline uint32_t nonZero(Part part) {
+  const __m256d zeros = _mm256_castsi256_pd(reinterpret_cast<__m256i>(part == 0));
+  return ~static_cast<uint32_t>(_mm256_movemask_pd(zeros)) & 15;
+}
+
 class Packet : Words {
  public:
   using Words::Words;

@@ -5,6 +5,10 @@
 namespace Classify {
 namespace {
 
+inline uint32_t nonZero(Part part) {
+  return _mm256_test_epi64_mask(reinterpret_cast<__m256i>(part), reinterpret_cast<__m256i>(part));
+}
+
 /// Three-way logic and mask registers are what is gained.
 class Packet : Words {
  public:

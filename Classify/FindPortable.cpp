@@ -9,6 +9,8 @@ using Words = uint32_t __attribute__((vector_size(16)));
 using Numbers = uint16_t __attribute__((vector_size(16)));
 using Octets = uint8_t __attribute__((vector_size(16)));
 using Part = uint64_t __attribute__((vector_size(16), may_alias));
+
+inline uint32_t nonZero(Part part) { return uint32_t{part[0] != 0} | uint32_t{part[1] != 0} << 1; }
 constexpr uint32_t lanesAtOnce = sizeof(Words) / sizeof(uint32_t);
 
 /// The bits of a word under a mask, side by side at the lower end.

@@ -13,7 +13,10 @@ constexpr uint32_t strayTree = maxTrees - 1;    // images that would go into too
 constexpr size_t fullLeaf = 3 * Plane::lanes;   // a leaf with more images is divided, if that helps
 constexpr size_t grownLeaf = 5 * Plane::lanes;  // the same for a leaf that has grown
 constexpr size_t manyLeaves = 64;               // so many leaves an image is added to, and no more
-constexpr size_t unlimited = ~size_t{0};
+constexpr size_t fewImages = 2048;              // a small list may have many copies
+constexpr double copiesOfFew = 8, copiesOfMany = 3.75;
+constexpr size_t bytesPerImage = 230;
+constexpr size_t unlimited = ~size_t{0} / 2;  // and yet something can be added to it
 
 size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
 
@@ -36,17 +39,17 @@ bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
 /// Makes nodes and leaves in a forest, within a budget.
 class Forest::Builder {
  public:
-  /// `copies`: how often a node may have an image, on average. Gives up when leaves take more than
-  /// `mostBytes`.
-  Builder(Forest& forest, const Images& images, double copies, size_t mostBytes = unlimited)
-      : forest_(forest),
-        images_(images),
-        copies_(copies),
-        mostBytes_(mostBytes),
-        budget_(images.size() * 8 + 1024) {}
+  /// `copies`: how often a node may have an image, on average. `bytes`: what leaves should take at most.
+  Builder(Forest& forest, const Images& images, double copies, size_t bytes)
+      : forest_(forest), images_(images), copies_(copies), bytes_(bytes), budget_(images.size() * 8 + 1024) {}
 
-  /// True: what was made is not whole.
-  bool gaveUp() const { return gaveUp_; }
+  double copies() const { return copies_; }
+  /// What of the bytes has not been taken.
+  size_t bytesLeft() const { return bytes_ - std::min(bytes_, forest_.treeBytes()); }
+  /// The blocks for a division whose leaves should take so many bytes: some are left for what is below.
+  size_t blocksIn(size_t bytes) const {
+    return times(0.9, bytes) / (sizeof(Plane) * forest_.leaves_.planesPerBlock());
+  }
 
   /// A place, and what a look-up costs that comes there, in blocks compared.
   struct Made {
@@ -54,12 +57,10 @@ class Forest::Builder {
     double steps;
   };
 
-  /// A place for images: a leaf, or a node with all that is below it.
-  Made place(std::span<const uint32_t> members, const Region& region, int depth) {
+  /// A place for images: a leaf, or a node with all that is below it, whose leaves should take so many bytes.
+  Made place(std::span<const uint32_t> members, const Region& region, int depth, size_t bytes) {
     constexpr int maxDepth = 8;
     const size_t size = members.size();
-    gaveUp_ = gaveUp_ || forest_.leaves_.bytes() > mostBytes_;
-    if (gaveUp_) return {Leaves::empty, 0};
     if (size <= fullLeaf || depth > maxDepth) return leaf(members);
     // A tree of few images may spend as much as the list has.
     const size_t room = depth == 0 ? images_.size() / 8 : 0;
@@ -68,19 +69,19 @@ class Forest::Builder {
     if (depth > 0) limits.small = 2 * Plane::lanes;  // as fast, and sooner made
     limits.maxMembers = std::min(times(copies_, size) + room, budget_ + size);
     limits.maxCells = size * 2 + room;
+    limits.maxBlocks = blocksIn(bytes);
     const Division division = divide(images_, members, region, limits);
-    if (!division.divides()) {
-      forest_.bounded_ = forest_.bounded_ || budget_ + size < times(copies_, size) + room;
+    if (!division.divides() || !pays(size, stepsIn(static_cast<size_t>(division.meanCompany)))) {
       return leaf(members);
     }
-    if (!pays(size, stepsIn(static_cast<size_t>(division.meanCompany)))) return leaf(members);
-    return node(division, region, depth);
+    return node(division, region, depth, bytes);
   }
 
-  Made node(const Division& division, const Region& region, int depth) {
+  Made node(const Division& division, const Region& region, int depth, size_t bytes) {
     const size_t members = division.cells.members.size();
     budget_ -= std::min(budget_, members);
     for (const uint32_t member : division.shadowing) forest_.shadowing_[images_[member].slot] = true;
+    const size_t before = forest_.treeBytes();
     const auto number = static_cast<uint32_t>(forest_.nodes_.size());
     const auto cells = static_cast<uint32_t>(forest_.cells_.size());
     forest_.nodes_.push_back({{division.mask[0], division.mask[1]},
@@ -89,23 +90,36 @@ class Forest::Builder {
     forest_.cells_.resize(cells + division.cells.size());
     std::map<std::vector<uint32_t>, uint32_t> known;  // cells with the same images share a leaf
     double steps = 0;
+    const auto cellIs = [&](size_t cell, const Made& made) {
+      forest_.cells_[cells + cell] = made.place;
+      // Most packets come where most images are.
+      steps += made.steps * static_cast<double>(division.cells[cell].size());
+    };
+    size_t toDivide = 0;  // members of cells that are too large for a leaf
     for (size_t cell = 0; cell < division.cells.size(); ++cell) {
       const auto inside = division.cells[cell];
-      Made made{Leaves::empty, 0};
       if (inside.size() > fullLeaf) {
-        made = place(inside, division.regionOf(region, cell), depth + 1);
-      } else if (!inside.empty()) {
+        toDivide += inside.size();
+      } else if (inside.empty()) {
+        cellIs(cell, {Leaves::empty, 0});
+      } else {
         const auto [at, isNew] = known.try_emplace({inside.begin(), inside.end()}, 0);
         if (isNew) {
           at->second = leaf(inside).place;
         } else {
           forest_.leaves_.share(at->second);
         }
-        made = {at->second, stepsIn(inside.size())};
+        cellIs(cell, {at->second, stepsIn(inside.size())});
       }
-      forest_.cells_[cells + cell] = made.place;
-      // Most packets come where most images are.
-      steps += made.steps * static_cast<double>(inside.size());
+    }
+    // They get what is left of the bytes, according to their sizes.
+    for (size_t cell = 0; toDivide > 0; ++cell) {
+      const auto inside = division.cells[cell];
+      if (inside.size() <= fullLeaf) continue;
+      const size_t left = bytes - std::min(bytes, forest_.treeBytes() - before);
+      const double share = static_cast<double>(inside.size()) / static_cast<double>(toDivide);
+      cellIs(cell, place(inside, division.regionOf(region, cell), depth + 1, times(share, left)));
+      toDivide -= inside.size();
     }
     constexpr double stepsOfANode = 4;
     return {number, stepsOfANode + steps / std::max<double>(1, static_cast<double>(members))};
@@ -114,6 +128,7 @@ class Forest::Builder {
   Made leaf(std::span<const uint32_t> members) {
     chosen_.clear();
     for (const uint32_t member : members) chosen_.push_back(images_[member]);
+    forest_.bounded_ = forest_.bounded_ || members.size() > Leaves::longLeaf;
     return {forest_.leaves_.make(chosen_), stepsIn(members.size())};
   }
 
@@ -121,8 +136,7 @@ class Forest::Builder {
   Forest& forest_;
   const Images& images_;
   const double copies_;
-  const size_t mostBytes_;
-  bool gaveUp_ = false;
+  const size_t bytes_;
   size_t budget_;  // of members that may still be made
   std::vector<Image> chosen_;
 };
@@ -131,6 +145,7 @@ Forest::Forest() { build({}, 0, false); }
 
 void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
   const Images prepared(images);
+  const bool few = images.size() <= fewImages;
   const auto clear = [&] {
     nodes_.clear();
     cells_.clear();
@@ -141,41 +156,25 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     bounded_ = false;
     view_ = {};
   };
-  const auto plantAll = [&](const Plan& plan, size_t mostBytes) {
-    clear();
-    Builder builder(*this, prepared, plan.copies, mostBytes);
-    const double steps = plant(builder, prepared, plan);
-    if (builder.gaveUp()) return false;
-    const bool inVain = !pays(images.size(), steps);
-    if (inVain) {
-      clear();
-      std::vector<uint32_t> members(images.size());
-      std::iota(members.begin(), members.end(), 0);
-      for (const Image& image : images) plantedIn_[image.slot] = 1;
-      view_.roots[view_.trees++] = builder.leaf(members).place;
-      planted_ = 1;
-      bounded_ = true;
-    }
-    refreshView();
-    return inVain || bytes() <= mostBytes;
-  };
+  clear();
+  Builder builder(*this, prepared, few ? copiesOfFew : copiesOfMany, images.size() * bytesPerImage + 4096);
   // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
-  // copies of the others. Small lists can afford trials: the first plan that keeps within bounds is taken.
-  constexpr Plan oneTree[] = {{false, 4}, {false, 2}, {true, 2}};
-  constexpr Plan severalTrees[] = {{true, 3.75}, {true, 3}, {true, 2}};
-  constexpr size_t fewImages = 2048, bytesPerImage = 240;
-  const bool few = images.size() <= fewImages;
+  // copies of the others.
   size_t specific = 0;
   for (const Image& image : images) specific += saysMuch(image.mask[0]) && saysMuch(image.mask[1]);
   const bool one = images.size() <= fullLeaf || (few && specific * 10 >= images.size() * 7);
-  const auto plans = one ? std::span<const Plan>(oneTree) : std::span<const Plan>(severalTrees);
-  for (const Plan& plan : plans) {
-    const bool bound = few && &plan != &plans.back();
-    if (plantAll(plan, bound ? images.size() * bytesPerImage + 4096 : unlimited)) return;
+  if (!pays(images.size(), plant(builder, prepared, !one))) {
+    clear();
+    std::vector<uint32_t> members(images.size());
+    std::iota(members.begin(), members.end(), 0);
+    for (const Image& image : images) plantedIn_[image.slot] = 1;
+    view_.roots[view_.trees++] = builder.leaf(members).place;
+    planted_ = 1;
   }
+  refreshView();
 }
 
-double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
+double Forest::plant(Builder& builder, const Images& images, bool several) {
   double steps = 0;
   const auto add = [&](const Builder::Made& tree) {
     view_.roots[view_.trees++] = tree.place;
@@ -193,7 +192,7 @@ double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
       }
     }
   };
-  while (how.several && !builder.gaveUp() && view_.trees + 1 < strayTree && members.size() > fullLeaf) {
+  while (several && view_.trees + 1 < strayTree && members.size() > fullLeaf) {
     // Of images that say much about one address and little about the other, a tree that asks about the one
     // keeps few copies; the others go on to the next tree.
     constexpr uint64_t all = ~uint64_t{0}, first = all << 32, second = all >> 32;
@@ -212,17 +211,20 @@ double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
                           (!choice.needsSecond || saysMuch(image.mask[1]));
         (fits ? inside : outside).push_back(member);
       }
-      if (inside.empty()) continue;
+      const auto costOf = [&](size_t left) {
+        return 20 * static_cast<double>(left) / static_cast<double>(members.size());
+      };
+      if (inside.empty() || (best.divides() && costOf(outside.size()) >= bestCost)) continue;
+      const double share = static_cast<double>(inside.size()) / static_cast<double>(members.size());
       DivisionLimits limits;
       limits.allowed[0] = choice.allowed;
-      limits.maxMembers = times(how.copies, inside.size());
+      limits.maxMembers = times(builder.copies(), inside.size());
       limits.maxCells = members.size() * 4;
       limits.maxCopies = 32;
+      limits.maxBlocks = builder.blocksIn(times(share, builder.bytesLeft()));
       Division division = divide(images, inside, {}, limits);
       division.left.insert(division.left.end(), outside.begin(), outside.end());
-      const double cost =
-          static_cast<double>(division.left.size()) / static_cast<double>(members.size()) * 20 +
-          division.meanCompany / 8;
+      const double cost = costOf(division.left.size()) + division.meanCompany / Plane::lanes;
       if (division.divides() && (!best.divides() || cost < bestCost)) {
         best = std::move(division);
         bestCost = cost;
@@ -231,11 +233,12 @@ double Forest::plant(Builder& builder, const Images& images, const Plan& how) {
     if (!best.divides()) break;
     std::sort(best.left.begin(), best.left.end());
     planted(members, best.left);
+    const double share = 1 - static_cast<double>(best.left.size()) / static_cast<double>(members.size());
     members = best.left;
-    add(builder.node(best, {}, 0));
+    add(builder.node(best, {}, 0, times(share, builder.bytesLeft())));
   }
   planted(members, {});
-  if (!members.empty() || view_.trees == 0) add(builder.place(members, {}, 0));
+  if (!members.empty() || view_.trees == 0) add(builder.place(members, {}, 0, builder.bytesLeft()));
   planted_ = view_.trees;
   return steps;
 }
@@ -249,10 +252,11 @@ void Forest::refreshView() {
   view_.shape = uint32_t{wideShape} * wide() + uint32_t{severalShape} * (view_.trees > 1);
 }
 
-size_t Forest::bytes() const {
-  return nodes_.size() * sizeof(Node) + cells_.size() * sizeof(uint32_t) + leaves_.bytes() +
-         shadowing_.size() / 8 + plantedIn_.size();
+size_t Forest::treeBytes() const {
+  return nodes_.size() * sizeof(Node) + cells_.size() * sizeof(uint32_t) + leaves_.bytes();
 }
+
+size_t Forest::bytes() const { return treeBytes() + shadowing_.size() / 8 + plantedIn_.size(); }
 
 template <class Visit>
 size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
@@ -317,7 +321,7 @@ void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& im
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
   const uint32_t old = place;
-  place = Builder(*this, Images(images), 4).place(members, region, 4).place;
+  place = Builder(*this, Images(images), 4, unlimited).place(members, region, 4, unlimited).place;
   leaves_.drop(old);
 }
 

@@ -36,21 +36,16 @@ class Forest {
   /// of blocks in leaves that have lost their sieves through changes. Both are gone when the forest is built
   /// anew.
   size_t strays() const { return strays_; }
-  /// True when dividing the images would have taken too much memory for what it gains, so that some leaves
-  /// stayed long.
+  /// True when leaves stayed long, as dividing them would have taken too much memory for what it gains.
   bool bounded() const { return bounded_; }
   /// The heap memory in use.
   size_t bytes() const;
 
  private:
   class Builder;
-  struct Plan {
-    bool several;   ///< trees
-    double copies;  ///< of an image in a node, on average
-  };
 
-  /// Returns what a look-up costs, in blocks compared.
-  double plant(Builder& builder, const Images& images, const Plan& how);
+  /// Makes one tree or several; returns what a look-up costs, in blocks compared.
+  double plant(Builder& builder, const Images& images, bool several);
   /// Calls visit(place, region) for the leaves that an image belongs in, and stops when more than `limit`
   /// cells have been looked into. Returns their number.
   template <class Visit>
@@ -58,6 +53,7 @@ class Forest {
                      const Visit& visit);
   void insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order);
   void noteLostSieve(uint32_t before, uint32_t after);
+  size_t treeBytes() const;
   void refreshView();
 
   View view_;

@@ -85,9 +85,9 @@ struct Sieve {
   static constexpr uint32_t maxChunks = 18;
   /// Some neighbouring bits of a word of Key::bits.
   struct Chunk {
-    uint8_t shift;  ///< the lowest of them
-    uint8_t mask;   ///< as many bits as they are
-    uint16_t row;   ///< of the value 0, in each group
+    uint32_t rows;  ///< where the row of the value 0 is in each group, in octets
+    uint16_t mask;  ///< of the bits, where they number octets of rows
+    uint8_t turn;   ///< how far the word is rotated to the right for that
   };
 
   uint32_t leaf;    ///< the number of its first plane

@@ -1,17 +1,19 @@
 #include <Classify/Leaves.h>
 
+#include <algorithm>
+
 namespace Classify {
 
 namespace {
 
 /// The image of an unused lane: no number is both at least one and at most zero.
-Image nothing() {
+constexpr Image nothing = [] {
   Image image;
   image.pairLow = 0x00010001;
   image.pairHigh = 0;
   image.slot = noSlot;
   return image;
-}
+}();
 
 }  // namespace
 
@@ -21,7 +23,7 @@ void Leaves::clear(bool wide) {
   sieves_.clear();
   sharers_.clear();
   free_.clear();
-  makeBlocks(1);
+  makeBlocks({});
 }
 
 uint32_t Leaves::make(std::span<const Image> images) {
@@ -32,10 +34,7 @@ uint32_t Leaves::make(std::span<const Image> images) {
 }
 
 uint32_t Leaves::makePlain(std::span<const Image> images) {
-  if (images.empty()) return empty;
-  const uint32_t leaf = makeBlocks((static_cast<uint32_t>(images.size()) + Plane::lanes - 1) / Plane::lanes);
-  for (uint32_t i = 0; i < images.size(); ++i) write(lane(leaf, i), images[i]);
-  return leaf;
+  return images.empty() ? empty : makeBlocks(images);
 }
 
 uint32_t Leaves::plain(uint32_t leaf) const {
@@ -122,7 +121,9 @@ uint32_t Leaves::size(uint32_t leaf) const {
   return (blocks - 1) * Plane::lanes + lanes;
 }
 
-uint32_t Leaves::makeBlocks(uint32_t count) {
+uint32_t Leaves::makeBlocks(std::span<const Image> images) {
+  const auto size = static_cast<uint32_t>(images.size());
+  const uint32_t count = std::max(1u, (size + Plane::lanes - 1) / Plane::lanes);
   uint32_t leaf;
   if (count < free_.size() && !free_[count].empty()) {
     leaf = free_[count].back();
@@ -133,11 +134,9 @@ uint32_t Leaves::makeBlocks(uint32_t count) {
     sharers_.resize(sharers_.size() + count);
   }
   for (uint32_t i = 0; i < count * Plane::lanes; ++i) {
-    const Lane unused = lane(leaf, i);
-    if (unused.number == 0) {
-      unused.block[slotPlane].lane[0] = i + Plane::lanes < count * Plane::lanes ? moreBlocks : 0;
-    }
-    write(unused, nothing());
+    const Lane to = lane(leaf, i);
+    if (to.number == 0) to.block[slotPlane].lane[0] = i + Plane::lanes < size ? moreBlocks : 0;
+    write(to, i < size ? images[i] : nothing);
   }
   return leaf;
 }

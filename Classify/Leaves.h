@@ -59,7 +59,8 @@ class Leaves {
   Lane lane(uint32_t leaf, uint32_t at);
   uint32_t& sharers(uint32_t leaf) { return sharers_[(leaf & ~leafBit) / planesPerBlock_]; }
   uint32_t blocksOf(uint32_t leaf) const;
-  uint32_t makeBlocks(uint32_t count);
+  /// Blocks of images, at least one; the lanes that are left hold what no packet meets.
+  uint32_t makeBlocks(std::span<const Image> images);
   void write(Lane to, const Image& image);
   void copy(Lane to, Lane from);
   Image read(const Plane* block, uint32_t number) const;

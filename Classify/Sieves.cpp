@@ -113,8 +113,10 @@ uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
   sieve.rowsPerGroup = 1;
   uint32_t count = 0;
   for (const Chunk& chunk : chunks) {
-    sieve.chunk[count++] = {static_cast<uint8_t>(chunk.at % 64), static_cast<uint8_t>(chunk.values() - 1),
-                            static_cast<uint16_t>(sieve.rowsPerGroup)};
+    constexpr uint32_t rowBits = std::countr_zero(sizeof(Row));
+    sieve.chunk[count++] = {sieve.rowsPerGroup * static_cast<uint32_t>(sizeof(Row)),
+                            static_cast<uint16_t>((chunk.values() - 1) << rowBits),
+                            static_cast<uint8_t>((chunk.at + 64 - rowBits) % 64)};
     sieve.rowsPerGroup += chunk.values();
     if (chunk.at < 64) sieve.ends[0] = count;
   }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <memory>
 
 #include "classbench/Checks.h"
 #include "classbench/Dice.h"
@@ -185,30 +186,51 @@ struct Traffic {
 };
 constexpr Traffic traffics[] = {{"uniform", uniformHeaders}, {"near misses", nearMisses}};
 
-/// Median look-up times of the benign lists: acl, fw and ipc, geometric mean.
-double benignNs(Run& run, size_t headers) {
-  std::vector<double> all;
-  for (const Style style : styles) {
-    const auto tuples = generateRules(style, shapeSize, run.seed);
-    const OurList<Ip> list(ipRules(tuples));
-    const auto packets = packetsOf(uniformHeaders(tuples, headers, run.seed + 1), ipPacket);
-    Contender ours = lookUpOf(list, packets);
-    alternate({&ours}, packets.size(), run.rounds);
-    all.push_back(ours.ns.median);
+/// Usual lists, to be timed in turn with each of those above.
+class BenignLists {
+ public:
+  BenignLists(const Run& run, size_t headers) {
+    for (const Style style : styles) {
+      const auto tuples = generateRules(style, shapeSize, run.seed);
+      lists_.push_back(std::make_unique<OurList<Ip>>(ipRules(tuples)));
+      packets_.push_back(packetsOf(uniformHeaders(tuples, headers, run.seed + 1), ipPacket));
+    }
+    for (size_t i = 0; i < lists_.size(); ++i) contenders_.push_back(lookUpOf(*lists_[i], packets_[i]));
   }
-  return geometricMean(all);
-}
+
+  void joinIn(std::vector<Contender*>& all) {
+    for (Contender& contender : contenders_) all.push_back(&contender);
+  }
+  /// What they took in the last measurement: the geometric mean.
+  double ns() const {
+    return meanOf([](const Contender& contender) { return contender.ns.median; });
+  }
+  double ratioTo(const Contender& ours) const {
+    return meanOf([&ours](const Contender& contender) { return ratioOf(ours, contender); });
+  }
+
+ private:
+  template <class Figure>
+  double meanOf(const Figure& figure) const {
+    std::vector<double> all;
+    for (const Contender& contender : contenders_) all.push_back(figure(contender));
+    return geometricMean(all);
+  }
+
+  std::vector<std::unique_ptr<OurList<Ip>>> lists_;
+  std::vector<std::vector<IpPacket>> packets_;
+  std::vector<Contender> contenders_;
+};
 
 }  // namespace
 
 void measureWorst(Run& run, const std::vector<RuleSet>&) {
   const size_t headers = std::min<size_t>(run.headers, 20000);
-  run.progress("worst cases: the benign case");
-  const double usual = benignNs(run, headers);
-  Table table(
-      fmt::format("1,000 rules and traffic against the structure, ns a packet; benign lists: {:.1f}", usual),
-      {"rules", "traffic", "look-up", "/ benign", "in order", "/ in order", "compiled in ms", "bytes a rule",
-       "rte_acl"});
+  run.progress("worst cases: the usual lists");
+  BenignLists benignLists(run, headers);
+  Table table("1,000 rules and traffic against the structure, and usual lists in turn with them, ns a packet",
+              {"rules", "traffic", "look-up", "usual", "ratio", "in order", "ratio", "compiled in ms",
+               "bytes a rule", "rte_acl"});
   double worst = 0, slowest = 0;
   for (const Shape& shape : shapes) {
     run.progress(fmt::format("worst cases: {}", shape.name));
@@ -230,18 +252,19 @@ void measureWorst(Run& run, const std::vector<RuleSet>&) {
         peer->packetsAre(packets);
         all.push_back(&theirs);
       }
+      benignLists.joinIn(all);
       alternate(all, packets.size(), run.rounds);
-      const double over = ours.ns.median / usual, overOrdered = ratioOf(ours, ordered);
+      const double over = benignLists.ratioTo(ours), overOrdered = ratioOf(ours, ordered);
       worst = std::max(worst, over);
       slowest = std::max(slowest, overOrdered);
-      table.rowIs({std::string(shape.name), std::string(traffic.name), ours.ns, Number{over, 2}, ordered.ns,
-                   Number{overOrdered, 2}, Number{list.compileNs() / 1e6, 2},
+      table.rowIs({std::string(shape.name), std::string(traffic.name), ours.ns, Number{benignLists.ns(), 1},
+                   Number{over, 2}, ordered.ns, Number{overOrdered, 2}, Number{list.compileNs() / 1e6, 2},
                    Number{static_cast<double>(list.lookUpBytes()) / static_cast<double>(shapeSize), 0},
                    peer ? Cell(theirs.ns) : Cell()});
     }
   }
   run.tableIs(table);
-  run.goalIs({"worst case of 1,000 rules against benign", worst, 2, false});
+  run.goalIs({"worst case of 1,000 rules against usual lists", worst, 2, false});
   run.goalIs({"1,000 rules: slowest against the rules in order (0.05 is noise)", slowest, 1.05, false});
 }
 
