@@ -1,5 +1,6 @@
 #include <Acl/Compiled.h>
 #include <Acl/Workshop.h>
+#include <Kelp/Assert.h>
 #include <Zeb/TraceHandle.h>
 
 #include <algorithm>
@@ -32,6 +33,7 @@ MacFilter copyOf(const MacFilter& filter) {
   copy.etherTypeNamed = filter.etherTypeNamed;
   copy.etherType = filter.etherType;
   copy.mpls = filter.mpls;
+  KELP_ASSERT(copy == filter, "A copied MAC filter is not the same");
   return copy;
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <Acl/CompiledRules.h>
-#include <Acl/Keys.h>
 #include <Acl/MatchFields.h>
-#include <Classify/Find.h>
+#include <Acl/Packets.h>
 #include <Classify/Forest.h>
 
 #include <memory>
@@ -29,17 +28,15 @@ class Compiled final : public CompiledRules<Rule> {
   size_t bytes() const override;
 
   /// The first rule that a packet meets, null for none. False, and nothing is found, when the form does not
-  /// know, and the rules have to be tried in their order. `packet()` makes the packet, which has look(view)
-  /// and search(view, questions, context), which ask the kernels, and fields() to be held against a rule
-  /// whose images are not all of it. It is made anew for each of them, so that the usual way keeps none in
-  /// memory.
+  /// know, and the rules have to be tried in their order. `packet()` makes the packet, one of Packets.h. It
+  /// is made anew as often as it is asked, so that the usual way keeps none in memory.
   template <class MakePacket>
   [[gnu::always_inline]] bool find(const MakePacket& packet, const Entry*& found) const {
     if (!ready_) [[unlikely]]
       return false;
-    uint32_t slot = packet().look(view_);
+    uint32_t slot = look(packet(), view_);
     if (slot & Classify::askBit) [[unlikely]]
-      slot = search(packet(), slot & ~Classify::askBit);
+      slot = searchFrom(packet(), slot & ~Classify::askBit);
     if (slot == Classify::noSlot) {
       found = nullptr;
       return true;
@@ -64,7 +61,7 @@ class Compiled final : public CompiledRules<Rule> {
   /// What a look-up is to answer that has come upon a rule that has to be asked, or upon no slot when it only
   /// knows that it cannot tell.
   template <class Packet>
-  [[gnu::noinline]] uint32_t search(const Packet& packet, uint32_t slot) const {
+  [[gnu::noinline]] uint32_t searchFrom(const Packet& packet, uint32_t slot) const {
     struct Asked {
       const Compiled& form;
       const Packet& packet;
@@ -80,7 +77,7 @@ class Compiled final : public CompiledRules<Rule> {
         }};
     const Asked asked{*this, packet};
     if (slot != Classify::noSlot && asked.meets(slot)) return slot;
-    return packet.search(view_, questions, &asked);
+    return search(packet, view_, questions, &asked);
   }
 
   void makeAnew();

@@ -4,6 +4,8 @@
 #include <Zeb/Dir.h>
 #include <Zeb/TypeModule.h>
 
+#include <tuple>
+
 namespace Acl {
 
 namespace {
@@ -39,15 +41,10 @@ AclSubConfig::~AclSubConfig() = default;
 
 template <class Self, class Visit>
 auto AclSubConfig::withRules(Self& self, AclType type, const Visit& visit) {
-  switch (type) {
-    case AclType::ip:
-      return visit(self.ipRuleById_);
-    case AclType::ipv6:
-      return visit(self.ip6RuleById_);
-    case AclType::mac:
-      break;
-  }
-  return visit(self.macRuleById_);
+  return withRuleType(type, [&](auto rule) {
+    constexpr auto kind = static_cast<size_t>(listTypeOf<typename decltype(rule)::type>);
+    return visit(std::get<kind>(std::tie(self.ipRuleById_, self.ip6RuleById_, self.macRuleById_)));
+  });
 }
 
 void AclSubConfig::compile(AclType type) {

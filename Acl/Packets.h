@@ -5,15 +5,9 @@
 #include <Classify/Find.h>
 
 /// What a packet is to the rules of each kind. Made where it is needed and thrown away: its parts are
-/// pointers and small values, which a caller has in registers.
-///
-/// fields() is what a rule is held against; look() and search() ask the compiled form, the one quick, the
-/// other thorough (see Classify::Kernels).
+/// pointers and small values, which a caller has in registers. `fields()` is what a rule is held against,
+/// `keyFor()` what the compiled form of a list is asked with.
 namespace Acl {
-
-using Classify::kernels;
-using Classify::Questions;
-using Classify::View;
 
 /// What packets before the rules of IPv4 and IPv6 have in common. The L4 headers are null where the packet
 /// has none of that kind; at most one is not.
@@ -37,44 +31,17 @@ struct IpPacketOf {
     return made;
   }
   /// Without what the list of a view does not look at.
-  [[gnu::always_inline]] Classify::Key keyFor(const View& view) const {
+  [[gnu::always_inline]] Classify::Key keyFor(const Classify::View& view) const {
     return keyOf(ip, icmp, tcp, udp, sctp, vlanId, vlanKnown, hopsKnown, view.shape & Classify::wideShape);
   }
 };
 
-/// A packet whose words are all in its key.
-template <class Packet>
-struct ByKey {
-  [[gnu::always_inline]] static uint32_t look(const Packet& packet, const View& view) {
-    const Classify::Key key = packet.keyFor(view);
-    return kernels->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
-  }
-  static uint32_t search(const Packet& packet, const View& view, const Questions& questions,
-                         const void* context) {
-    const Classify::Key key = packet.keyFor(view);
-    return kernels->search(view, key.bits[0], key.bits[1], key.quad, questions, context);
-  }
-};
-
-struct IpPacket : IpPacketOf<Nimnet::IpHdr, Nimnet::IcmpHdr, IpFields> {
-  [[gnu::always_inline]] uint32_t look(const View& view) const { return ByKey<IpPacket>::look(*this, view); }
-  uint32_t search(const View& view, const Questions& questions, const void* context) const {
-    return ByKey<IpPacket>::search(*this, view, questions, context);
-  }
-};
+struct IpPacket : IpPacketOf<Nimnet::IpHdr, Nimnet::IcmpHdr, IpFields> {};
 
 /// The addresses are not in the key: the look-up reads them in the header.
 struct Ip6Packet : IpPacketOf<Nimnet::Ip6Hdr, Nimnet::Icmp6Hdr, Ip6Fields> {
-  static constexpr uint32_t addressesAt = 8;  // source, then destination (RFC 8200, 3)
-
-  [[gnu::always_inline]] uint32_t look(const View& view) const {
-    const Classify::Key key = keyFor(view);
-    return kernels->findLong[view.shape](view, ip.fixed() + addressesAt, key.bits[1], key.quad);
-  }
-  uint32_t search(const View& view, const Questions& questions, const void* context) const {
-    const Classify::Key key = keyFor(view);
-    return kernels->searchLong(view, ip.fixed() + addressesAt, key.bits[1], key.quad, questions, context);
-  }
+  /// Source and destination, one behind the other (RFC 8200, 3).
+  const uint8_t* addresses() const { return ip.fixed() + 8; }
 };
 
 struct MacPacket {
@@ -83,13 +50,30 @@ struct MacPacket {
   uint16_t vlanId;
 
   MacFields fields() const { return {source, destination, typeOrLen, vlanId}; }
-  [[gnu::always_inline]] Classify::Key keyFor(const View&) const {
+  [[gnu::always_inline]] Classify::Key keyFor(const Classify::View&) const {
     return keyOf(source, destination, typeOrLen, vlanId);
   }
-  [[gnu::always_inline]] uint32_t look(const View& view) const { return ByKey<MacPacket>::look(*this, view); }
-  uint32_t search(const View& view, const Questions& questions, const void* context) const {
-    return ByKey<MacPacket>::search(*this, view, questions, context);
-  }
 };
+
+/// Asks a compiled form quickly or thoroughly, see Classify::Kernels.
+template <class Packet>
+[[gnu::always_inline]] inline uint32_t look(const Packet& packet, const Classify::View& view) {
+  const Classify::Key key = packet.keyFor(view);
+  if constexpr (requires { packet.addresses(); }) {
+    return Classify::kernels->findLong[view.shape](view, packet.addresses(), key.bits[1], key.quad);
+  } else {
+    return Classify::kernels->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
+  }
+}
+template <class Packet>
+uint32_t search(const Packet& packet, const Classify::View& view, const Classify::Questions& questions,
+                const void* context) {
+  const Classify::Key key = packet.keyFor(view);
+  if constexpr (requires { packet.addresses(); }) {
+    return Classify::kernels->searchLong(view, packet.addresses(), key.bits[1], key.quad, questions, context);
+  } else {
+    return Classify::kernels->search(view, key.bits[0], key.bits[1], key.quad, questions, context);
+  }
+}
 
 }  // namespace Acl

@@ -163,4 +163,18 @@ inline constexpr AclType listTypeOf = std::is_same_v<Rule, IpRuleConfig>    ? Ac
                                       : std::is_same_v<Rule, Ip6RuleConfig> ? AclType::ipv6
                                                                             : AclType::mac;
 
+/// Calls visit(std::type_identity<Rule>()) for the rules that lists of a type have.
+template <class Visit>
+auto withRuleType(AclType type, const Visit& visit) {
+  switch (type) {
+    case AclType::ip:
+      return visit(std::type_identity<IpRuleConfig>());
+    case AclType::ipv6:
+      return visit(std::type_identity<Ip6RuleConfig>());
+    case AclType::mac:
+      break;
+  }
+  return visit(std::type_identity<MacRuleConfig>());
+}
+
 }  // namespace Acl

@@ -6,63 +6,47 @@
 
 namespace Acl {
 
-/// The operations of a list on the rules of one kind, for code that is the same for all three.
+/// The operations of a list on the rules of one kind, made of those of its attribute.
+template <class RuleType, const Zeb::Attribute& (*attributeOf)(),
+          const RuleMap<RuleType>& (AclSubConfig::*rulesOf)() const,
+          bool (AclSubConfig::*ruleIs)(const Kiv::UniqueId&, RuleType),
+          bool (AclSubConfig::*ruleDel)(const Kiv::UniqueId&)>
+struct RuleOperations {
+  using Rule = RuleType;
+  static const Zeb::Attribute& attribute() { return attributeOf(); }
+  static const RuleMap<Rule>& rules(const AclSubConfig& list) { return (list.*rulesOf)(); }
+  static void write(AclSubConfig& list, const Kiv::UniqueId& id, Rule rule) {
+    (list.*ruleIs)(id, std::move(rule));
+  }
+  static void remove(AclSubConfig& list, const Kiv::UniqueId& id) { (list.*ruleDel)(id); }
+};
+
+/// They, for code that is the same for all three kinds.
 template <class Rule>
 struct RuleKind;
-
 template <>
-struct RuleKind<IpRuleConfig> {
-  using Rule = IpRuleConfig;
-  static const Zeb::Attribute& attribute() { return AclSubConfig::ipRuleByIdAttribute(); }
-  static const RuleMap<Rule>& rules(const AclSubConfig& list) { return list.ipRuleById(); }
-  static void write(AclSubConfig& list, const Kiv::UniqueId& id, Rule rule) {
-    list.ipRuleByIdIs(id, std::move(rule));
-  }
-  static void remove(AclSubConfig& list, const Kiv::UniqueId& id) { list.ipRuleByIdDel(id); }
-};
-
+struct RuleKind<IpRuleConfig>
+    : RuleOperations<IpRuleConfig, &AclSubConfig::ipRuleByIdAttribute, &AclSubConfig::ipRuleById,
+                     &AclSubConfig::ipRuleByIdIs, &AclSubConfig::ipRuleByIdDel> {};
 template <>
-struct RuleKind<Ip6RuleConfig> {
-  using Rule = Ip6RuleConfig;
-  static const Zeb::Attribute& attribute() { return AclSubConfig::ip6RuleByIdAttribute(); }
-  static const RuleMap<Rule>& rules(const AclSubConfig& list) { return list.ip6RuleById(); }
-  static void write(AclSubConfig& list, const Kiv::UniqueId& id, Rule rule) {
-    list.ip6RuleByIdIs(id, std::move(rule));
-  }
-  static void remove(AclSubConfig& list, const Kiv::UniqueId& id) { list.ip6RuleByIdDel(id); }
-};
-
+struct RuleKind<Ip6RuleConfig>
+    : RuleOperations<Ip6RuleConfig, &AclSubConfig::ip6RuleByIdAttribute, &AclSubConfig::ip6RuleById,
+                     &AclSubConfig::ip6RuleByIdIs, &AclSubConfig::ip6RuleByIdDel> {};
 template <>
-struct RuleKind<MacRuleConfig> {
-  using Rule = MacRuleConfig;
-  static const Zeb::Attribute& attribute() { return AclSubConfig::macRuleByIdAttribute(); }
-  static const RuleMap<Rule>& rules(const AclSubConfig& list) { return list.macRuleById(); }
-  static void write(AclSubConfig& list, const Kiv::UniqueId& id, Rule rule) {
-    list.macRuleByIdIs(id, std::move(rule));
-  }
-  static void remove(AclSubConfig& list, const Kiv::UniqueId& id) { list.macRuleByIdDel(id); }
-};
+struct RuleKind<MacRuleConfig>
+    : RuleOperations<MacRuleConfig, &AclSubConfig::macRuleByIdAttribute, &AclSubConfig::macRuleById,
+                     &AclSubConfig::macRuleByIdIs, &AclSubConfig::macRuleByIdDel> {};
 
 /// Calls visit(RuleKind<Rule>()) for the kind that lists of a type have.
 template <class Visit>
 auto withRuleKind(AclType type, const Visit& visit) {
-  switch (type) {
-    case AclType::ip:
-      return visit(RuleKind<IpRuleConfig>());
-    case AclType::ipv6:
-      return visit(RuleKind<Ip6RuleConfig>());
-    case AclType::mac:
-      break;
-  }
-  return visit(RuleKind<MacRuleConfig>());
+  return withRuleType(type, [&visit](auto rule) { return visit(RuleKind<typename decltype(rule)::type>()); });
 }
 
 /// The same for all kinds, one after the other.
 template <class Visit>
 void forEachRuleKind(const Visit& visit) {
-  visit(RuleKind<IpRuleConfig>());
-  visit(RuleKind<Ip6RuleConfig>());
-  visit(RuleKind<MacRuleConfig>());
+  for (const AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) withRuleKind(type, visit);
 }
 
 }  // namespace Acl

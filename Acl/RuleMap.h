@@ -25,8 +25,10 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
     const Entry* known = Base::findEntry(id);
     const bool moves = !known || known->value.sequence != rule.sequence;
     const bool other = moves || !(known->value.filter == rule.filter);
-    if (known && other && compiled_) compiled_->erase(ordered_.slotOf(known));
-    if (known && moves) ordered_.erase(known);
+    if (known && other) {
+      const uint32_t slot = moves ? ordered_.erase(known) : ordered_.slotOf(known);
+      if (compiled_) compiled_->erase(slot);
+    }
     const Zeb::MapWrite write = Base::put(id, std::move(rule));
     if (!other) return write;
     const Entry* now = Base::findEntry(id);
@@ -42,8 +44,8 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
   bool erase(const Kiv::UniqueId& id) {
     const Entry* known = Base::findEntry(id);
     if (!known) return false;
-    if (compiled_) compiled_->erase(ordered_.slotOf(known));
-    ordered_.erase(known);
+    const uint32_t slot = ordered_.erase(known);
+    if (compiled_) compiled_->erase(slot);
     return Base::erase(id);
   }
 

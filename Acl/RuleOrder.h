@@ -100,19 +100,22 @@ class RuleOrder {
     }
   }
 
-  /// The entry is there and its sequence number is the one that it was put in with.
-  void erase(const Entry* entry) {
+  /// The entry is there and its sequence number is the one that it was put in with. Returns its slot.
+  uint32_t erase(const Entry* entry) {
     const Place place{entry->value.sequence, 0, entry->key, entry};
     const size_t index = runOf(place);
     Run& run = runs_[index];
-    run.erase(std::lower_bound(run.begin(), run.end(), place));
+    const auto at = std::lower_bound(run.begin(), run.end(), place);
+    const uint32_t slot = at->slot;
+    run.erase(at);
     --size_;
     if (!run.empty()) {
       firsts_[index] = run.front();
-      return;
+    } else {
+      firsts_.erase(firsts_.begin() + static_cast<std::ptrdiff_t>(index));
+      runs_.erase(runs_.begin() + static_cast<std::ptrdiff_t>(index));
     }
-    firsts_.erase(firsts_.begin() + static_cast<std::ptrdiff_t>(index));
-    runs_.erase(runs_.begin() + static_cast<std::ptrdiff_t>(index));
+    return slot;
   }
 
  private:

@@ -197,7 +197,7 @@ class Divider {
 
   /// The blocks of leaves of cells, and the places for the cells themselves.
   size_t blocksOf(const Cells& cells) {
-    if (limits_.maxBlocks == ~size_t{0}) return 0;
+    if (limits_.maxBlocks == DivisionLimits::unlimited) return 0;
     constexpr size_t cellsPerBlock = 64;
     size_t blocks = cells.size() / cellsPerBlock;
     seen_.assign(std::bit_ceil(cells.size() * 2), 0);

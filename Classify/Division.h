@@ -56,13 +56,14 @@ inline Asked Images::askedIn(const Interval (&pair)[2], uint32_t number) const {
 
 /// How a division is to be made.
 struct DivisionLimits {
+  static constexpr size_t unlimited = ~size_t{0};
   uint64_t allowed[2] = {~uint64_t{0}, ~uint64_t{0}};  ///< the bits that may be chosen
   int maxBits = 16;
   size_t small = Plane::lanes;  ///< a cell of this size needs no further division
   size_t maxMembers = 0;        ///< of all cells together
   size_t maxCells = 0;
-  size_t maxBlocks = ~size_t{0};  ///< of leaves, if each cell were one; cells with the same members share one
-  uint32_t maxCopies = 0;         ///< an image that is in more cells is left out; 0: none is
+  size_t maxBlocks = unlimited;  ///< of leaves, if each cell were one; cells with the same members share one
+  uint32_t maxCopies = 0;        ///< an image that is in more cells is left out; 0: none is
 };
 
 /// A region cut into cells by some bits of the key. The bits are chosen one at a time, each so that the sum

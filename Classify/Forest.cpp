@@ -171,7 +171,20 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     view_.roots[view_.trees++] = builder.leaf(members).place;
     planted_ = 1;
   }
+  sieveLongLeaves();
+  constexpr size_t someBytes = 65536;
+  enoughBytes_ = 2 * treeBytes() + someBytes;
   refreshView();
+}
+
+/// They are known only now: much may have been planted in vain.
+void Forest::sieveLongLeaves() {
+  if (!bounded_) return;
+  const auto sieve = [this](uint32_t& place) {
+    if (place & leafBit) place = leaves_.sieved(place);
+  };
+  std::for_each(view_.roots, view_.roots + view_.trees, sieve);
+  std::for_each(cells_.begin(), cells_.end(), sieve);
 }
 
 double Forest::plant(Builder& builder, const Images& images, bool several) {
@@ -317,11 +330,13 @@ void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& im
   const size_t size = leaves_.size(place);
   if (size > Leaves::longLeaf) ++strays_;
   if (size <= grownLeaf || size > Leaves::longLeaf || size % Plane::lanes != 1) return;
+  if (treeBytes() > enoughBytes_) return;
   const std::vector<Image> images = leaves_.images(place);
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
   const uint32_t old = place;
-  place = Builder(*this, Images(images), 4, unlimited).place(members, region, 4, unlimited).place;
+  const size_t bytes = size * bytesPerImage;
+  place = Builder(*this, Images(images), copiesOfMany, bytes).place(members, region, 4, bytes).place;
   leaves_.drop(old);
 }
 

@@ -51,6 +51,7 @@ class Forest {
   template <class Visit>
   size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
                      const Visit& visit);
+  void sieveLongLeaves();
   void insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order);
   void noteLostSieve(uint32_t before, uint32_t after);
   size_t treeBytes() const;
@@ -63,6 +64,7 @@ class Forest {
   std::vector<bool> shadowing_;     // by slot
   std::vector<uint8_t> plantedIn_;  // by slot: a bit for each tree that its images are in
   uint32_t planted_ = 0;            // trees that were made when the forest was built
+  size_t enoughBytes_ = 0;          // no leaf is divided when trees have grown so large through changes
   size_t strays_ = 0;
   bool bounded_ = false;
 };

@@ -82,7 +82,7 @@ struct alignas(64) Row {
 /// What tells the few images of a long leaf that a packet may meet: for some chunks of the key and each value
 /// that they may have, the images that do not contradict.
 struct Sieve {
-  static constexpr uint32_t maxChunks = 18;
+  static constexpr uint32_t maxChunks = 24;
   /// Some neighbouring bits of a word of Key::bits.
   struct Chunk {
     uint32_t rows;  ///< where the row of the value 0 is in each group, in octets

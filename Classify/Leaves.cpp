@@ -26,15 +26,12 @@ void Leaves::clear(bool wide) {
   makeBlocks({});
 }
 
-uint32_t Leaves::make(std::span<const Image> images) {
-  const uint32_t leaf = makePlain(images);
-  if (images.size() <= longLeaf) return leaf;
-  const uint32_t sieve = sieves_.make(images, leaf & ~leafBit);
-  return sieve == Sieves::none ? leaf : leafBit | sieveBit | sieve;
-}
+uint32_t Leaves::make(std::span<const Image> images) { return images.empty() ? empty : makeBlocks(images); }
 
-uint32_t Leaves::makePlain(std::span<const Image> images) {
-  return images.empty() ? empty : makeBlocks(images);
+uint32_t Leaves::sieved(uint32_t leaf) {
+  if (leaf & sieveBit || size(leaf) <= longLeaf) return leaf;
+  const uint32_t sieve = sieves_.make(images(leaf), leaf & ~leafBit);
+  return sieve == Sieves::none ? leaf : leafBit | sieveBit | sieve;
 }
 
 uint32_t Leaves::plain(uint32_t leaf) const {
@@ -85,14 +82,14 @@ uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
   std::vector<Image> grown = images(leaf);
   grown.insert(grown.begin() + at, image);
   drop(leaf);
-  return makePlain(grown);
+  return make(grown);
 }
 
 uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
   std::vector<Image> kept = images(leaf);
   if (std::erase_if(kept, [slot](const Image& image) { return image.slot == slot; }) == 0) return leaf;
   drop(leaf);
-  return makePlain(kept);
+  return make(kept);
 }
 
 size_t Leaves::bytes() const {

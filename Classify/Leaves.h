@@ -26,10 +26,11 @@ class Leaves {
   /// The leaf without images, the same for all.
   static constexpr uint32_t empty = leafBit;
 
-  /// A leaf that is made of more images has a sieve, if they can be sieved.
-  static constexpr uint32_t longLeaf = 160;
-
   uint32_t make(std::span<const Image> images);
+  /// A leaf of more images is a long one.
+  static constexpr uint32_t longLeaf = 160;
+  /// A leaf that one cell leads to, with a sieve if it is long and its images can be sieved.
+  uint32_t sieved(uint32_t leaf);
   /// One more cell leads to a leaf, or one less.
   void share(uint32_t leaf);
   void drop(uint32_t leaf);
@@ -53,7 +54,6 @@ class Leaves {
     Plane* block;
     uint32_t number;
   };
-  uint32_t makePlain(std::span<const Image> images);
   /// The place of a leaf's blocks, which is that of a leaf without a sieve.
   uint32_t plain(uint32_t leaf) const;
   Lane lane(uint32_t leaf, uint32_t at);

@@ -15,12 +15,27 @@ struct Chunk {
   uint32_t values() const { return 1u << width; }
 };
 
-/// The chunks that a sieve may have. They are as wide as memory allows, for each is a row to fetch. The upper
-/// halves of numbers, whose ranges begin and end somewhere, are the widest; and the protocol is in one.
-constexpr uint32_t thirdAt = 64, pairAt = 96, numberBits = 16;
-constexpr Chunk allChunks[] = {{0, 7},  {7, 7},   {14, 7},  {21, 7},  {28, 7},  {35, 7}, {42, 7},
-                               {49, 7}, {56, 8},  {64, 6},  {70, 6},  {76, 6},  {82, 6}, {88, 8},
-                               {96, 4}, {100, 4}, {104, 8}, {112, 4}, {116, 4}, {120, 8}};
+constexpr uint32_t thirdAt = 64, pairAt = 96, numberBits = 16, keyBits = 128;
+
+/// The chunks that a sieve may have, which are at most so wide. The upper halves of numbers, whose ranges
+/// begin and end somewhere, are the widest, and the protocol is whole, if they may be.
+std::vector<Chunk> chunksUpTo(uint32_t width) {
+  struct Stretch {
+    uint32_t end, width;
+  };
+  constexpr Stretch stretches[] = {{56, 7},  {64, 8},  {88, 6},  {96, 8},
+                                   {104, 4}, {112, 8}, {120, 4}, {128, 8}};
+  static_assert(std::end(stretches)[-1].end == keyBits);
+  std::vector<Chunk> chunks;
+  uint32_t at = 0;
+  for (const Stretch& stretch : stretches) {
+    while (at < stretch.end) {
+      chunks.push_back({at, std::min({width, stretch.width, stretch.end - at})});
+      at += chunks.back().width;
+    }
+  }
+  return chunks;
+}
 
 /// The values that a chunk may have for packets that meet an image: some bits free, or all from one to
 /// another.
@@ -67,11 +82,11 @@ Values valuesOf(const Image& image, const Chunk& chunk) {
   return valuesUnder(mask >> chunk.at, value >> chunk.at, chunk);
 }
 
-/// The chunks that deny most, in the order of the key.
-std::vector<Chunk> chunksFor(std::span<const Image> images) {
+/// The chunks that deny most, of those that are at most so wide, in the order of the key.
+std::vector<Chunk> chunksFor(std::span<const Image> images, uint32_t width) {
   const double worthIt = static_cast<double>(images.size()) / 64;
   std::vector<std::pair<double, Chunk>> found;
-  for (const Chunk& chunk : allChunks) {
+  for (const Chunk& chunk : chunksUpTo(width)) {
     size_t allowed = 0;
     for (const Image& image : images) allowed += valuesOf(image, chunk).count();
     const double denied = static_cast<double>(images.size()) - static_cast<double>(allowed) / chunk.values();
@@ -83,6 +98,19 @@ std::vector<Chunk> chunksFor(std::span<const Image> images) {
   for (const auto& [denied, chunk] : found) chunks.push_back(chunk);
   std::sort(chunks.begin(), chunks.end(), [](const Chunk& a, const Chunk& b) { return a.at < b.at; });
   return chunks;
+}
+
+/// The same, as wide as memory allows, for each is a row to fetch.
+std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups) {
+  constexpr uint32_t widest = 8;
+  constexpr size_t bytesPerImage = 190;  // with its place in a block as much as one in a tree
+  for (uint32_t width = widest; width > 0; --width) {
+    std::vector<Chunk> chunks = chunksFor(images, width);
+    size_t rows = 1;
+    for (const Chunk& chunk : chunks) rows += chunk.values();
+    if (groups * rows * sizeof(Row) <= images.size() * bytesPerImage) return chunks;
+  }
+  return {};  // few images, which need no sieve
 }
 
 /// Whether an image that no chunk excludes is met: every bit that is asked for is in a chunk.
@@ -104,12 +132,13 @@ void Sieves::clear() {
 }
 
 uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
-  const std::vector<Chunk> chunks = chunksFor(images);
+  const size_t groups = (images.size() + Row::images - 1) / Row::images;
+  const std::vector<Chunk> chunks = chunksFor(images, groups);
   if (chunks.empty()) return none;
   Sieve sieve{};
   sieve.leaf = leaf;
   sieve.rows = static_cast<uint32_t>(rows_.size());
-  sieve.groups = static_cast<uint32_t>((images.size() + Row::images - 1) / Row::images);
+  sieve.groups = static_cast<uint32_t>(groups);
   sieve.rowsPerGroup = 1;
   uint32_t count = 0;
   for (const Chunk& chunk : chunks) {

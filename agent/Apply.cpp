@@ -1,3 +1,4 @@
+#include <Acl/RuleKinds.h>
 #include <agent/Apply.h>
 
 #include <set>
@@ -8,38 +9,23 @@ namespace Agent {
 
 namespace {
 
-/// The model's rules of one kind into the map of that kind.
-template <class Rule>
-void applyRules(const Config::List& model, const IdOfNewRule& idOfNewRule, const Acl::RuleMap<Rule>& rules,
-                Acl::AclSubConfig& list, bool (Acl::AclSubConfig::*write)(const Kiv::UniqueId&, Rule),
-                bool (Acl::AclSubConfig::*remove)(const Kiv::UniqueId&)) {
-  const std::map<uint32_t, Config::Rule>& wanted = model.rules;
-  std::vector<Kiv::UniqueId> gone;
-  for (const auto* known : rules.ordered()) {
-    auto at = wanted.find(known->value.sequence);
-    if (at == wanted.end() || !std::get<Rule>(at->second).isSameRule(known->value))
-      gone.push_back(known->key);
-  }
-  for (const Kiv::UniqueId& id : gone) (list.*remove)(id);
-  for (const auto& [sequence, rule] : wanted) {
-    const auto* known = rules.atSequence(sequence);
-    (list.*write)(known ? known->key : idOfNewRule(model, rule), std::get<Rule>(rule));
-  }
-}
-
-void applyList(const Config::List& wanted, const IdOfNewRule& idOfNewRule, Acl::AclSubConfig& list) {
-  using S = Acl::AclSubConfig;
-  switch (wanted.type) {
-    case Acl::AclType::ip:
-      return applyRules<Acl::IpRuleConfig>(wanted, idOfNewRule, list.ipRuleById(), list, &S::ipRuleByIdIs,
-                                           &S::ipRuleByIdDel);
-    case Acl::AclType::ipv6:
-      return applyRules<Acl::Ip6RuleConfig>(wanted, idOfNewRule, list.ip6RuleById(), list, &S::ip6RuleByIdIs,
-                                            &S::ip6RuleByIdDel);
-    case Acl::AclType::mac:
-      return applyRules<Acl::MacRuleConfig>(wanted, idOfNewRule, list.macRuleById(), list, &S::macRuleByIdIs,
-                                            &S::macRuleByIdDel);
-  }
+void applyList(const Config::List& model, const IdOfNewRule& idOfNewRule, Acl::AclSubConfig& list) {
+  Acl::withRuleKind(model.type, [&](auto kind) {
+    using Rule = typename decltype(kind)::Rule;
+    const auto& wanted = model.rules;
+    const auto& rules = kind.rules(list);
+    std::vector<Kiv::UniqueId> gone;
+    for (const auto* known : rules.ordered()) {
+      auto at = wanted.find(known->value.sequence);
+      if (at == wanted.end() || !std::get<Rule>(at->second).isSameRule(known->value))
+        gone.push_back(known->key);
+    }
+    for (const Kiv::UniqueId& id : gone) kind.remove(list, id);
+    for (const auto& [sequence, rule] : wanted) {
+      const auto* known = rules.atSequence(sequence);
+      kind.write(list, known ? known->key : idOfNewRule(model, rule), std::get<Rule>(rule));
+    }
+  });
 }
 
 }  // namespace

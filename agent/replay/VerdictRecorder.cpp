@@ -1,3 +1,4 @@
+#include <Acl/RuleKinds.h>
 #include <agent/replay/VerdictRecorder.h>
 
 #include <Rix/CollectionFollower.h>
@@ -99,22 +100,12 @@ void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
   const auto list = lists ? lists->acl(key.aclName) : nullptr;
   const auto rules = list ? list->judging() : nullptr;
   if (rules) {
-    const auto take = [&](const auto* rule) {
+    Acl::withRuleKind(key.aclType, [&](auto kind) {
+      const auto* rule = kind.rules(*rules).find(key.ruleId);
       if (!rule) return;
       hit.sequence = rule->sequence;
       hit.action = rule->action;
-    };
-    switch (key.aclType) {
-      case Acl::AclType::ip:
-        take(rules->ipRuleById(key.ruleId));
-        break;
-      case Acl::AclType::ipv6:
-        take(rules->ip6RuleById(key.ruleId));
-        break;
-      case Acl::AclType::mac:
-        take(rules->macRuleById(key.ruleId));
-        break;
-    }
+    });
   }
   hits_.push_back(std::move(hit));
 }

@@ -1,3 +1,4 @@
+#include <Acl/RuleKinds.h>
 #include <agent/show/ListReport.h>
 
 #include <algorithm>
@@ -8,20 +9,6 @@ namespace Agent {
 namespace {
 
 constexpr Acl::AclType types[] = {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac};
-
-/// Calls `visit` with the map of rules of a list's own kind.
-template <class Visit>
-auto withRules(const Acl::AclSubConfig& rules, Acl::AclType type, const Visit& visit) {
-  switch (type) {
-    case Acl::AclType::ip:
-      return visit(rules.ipRuleById());
-    case Acl::AclType::ipv6:
-      return visit(rules.ip6RuleById());
-    case Acl::AclType::mac:
-      break;
-  }
-  return visit(rules.macRuleById());
-}
 
 std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
   std::vector<std::string> all;
@@ -40,7 +27,7 @@ bool isDefined(const Core& core, const Kelp::String& name) {
 }
 
 bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id) {
-  return withRules(rules, type, [&id](const auto& map) { return map.has(id); });
+  return Acl::withRuleKind(type, [&](auto kind) { return kind.rules(rules).has(id); });
 }
 
 ListReader::ListReader(const Core& core, const ZeroLine* zero, Remarks remarks)
@@ -97,9 +84,10 @@ Kelp::Ptr<const Acl::AclSubConfig> ListReader::rulesOf(const Key& key) const {
 std::vector<Kiv::UniqueId> ListReader::ruleIds(const Key& key) const {
   std::vector<Kiv::UniqueId> ids;
   if (const auto rules = rulesOf(key)) {
-    withRules(*rules, key.first, [&](const auto& map) {
-      ids.reserve(map.ordered().size());
-      for (const auto* entry : map.ordered()) ids.push_back(entry->key);
+    Acl::withRuleKind(key.first, [&](auto kind) {
+      const auto& ordered = kind.rules(*rules).ordered();
+      ids.reserve(ordered.size());
+      for (const auto* entry : ordered) ids.push_back(entry->key);
     });
   }
   return ids;
@@ -108,8 +96,8 @@ std::vector<Kiv::UniqueId> ListReader::ruleIds(const Key& key) const {
 std::optional<RuleReport> ListReader::rule(const Key& key, const Kiv::UniqueId& id) const {
   const auto rules = rulesOf(key);
   if (!rules) return std::nullopt;
-  return withRules(*rules, key.first, [&](const auto& map) -> std::optional<RuleReport> {
-    const auto* rule = map.find(id);
+  return Acl::withRuleKind(key.first, [&](auto kind) -> std::optional<RuleReport> {
+    const auto* rule = kind.rules(*rules).find(id);
     if (!rule) return std::nullopt;
     const MatchCount met = matches(key, id);
     return RuleReport{rule->sequence,        rule->text.str(), rule->remark.str(), id.str(), met,

@@ -1,3 +1,4 @@
+#include <Acl/RuleKinds.h>
 #include <agent/Output.h>
 #include <agent/state/StateKeeper.h>
 
@@ -151,15 +152,8 @@ bool StateKeeper::copyRules(Piece& piece, bool whole) {
     state_.rules.push_back(
         {piece.source, piece.type, piece.name.str(), rule.sequence, id.value(), rule.text.str()});
   };
-  switch (piece.type) {
-    case Acl::AclType::ip:
-      return copyMap(rules->ipRuleById(), piece.resume, whole, take);
-    case Acl::AclType::ipv6:
-      return copyMap(rules->ip6RuleById(), piece.resume, whole, take);
-    case Acl::AclType::mac:
-      break;
-  }
-  return copyMap(rules->macRuleById(), piece.resume, whole, take);
+  return Acl::withRuleKind(piece.type,
+                           [&](auto kind) { return copyMap(kind.rules(*rules), piece.resume, whole, take); });
 }
 
 bool StateKeeper::copyStatus(Piece& piece, bool whole) {

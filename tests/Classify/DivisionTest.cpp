@@ -1,6 +1,10 @@
 #include <Classify/Division.h>
 #include <gtest/gtest.h>
 
+#include <numeric>
+#include <random>
+#include <set>
+
 namespace {
 
 using namespace Classify;
@@ -93,6 +97,93 @@ TEST(Division, KeepsOutWhatAnEarlierImageHides) {
       EXPECT_NE(overlap(region, images[inside[i]]), Overlap::all) << "nothing comes behind what takes all";
     }
   }
+}
+
+/// Addresses that are prefixes, and ports that are single ones, ranges or any.
+std::vector<Image> randomImages(uint32_t seed) {
+  std::mt19937 random(seed);
+  const auto below = [&random](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
+  std::vector<Image> images;
+  for (uint32_t slot = 0; slot < 200; ++slot) {
+    Image image;
+    image.slot = slot;
+    for (const int word : {0, 1}) {
+      image.mask[word] = word == 0 || below(2) ? ~uint32_t{0} << below(28) : 0;
+      image.value[word] = below(~uint32_t{0}) & image.mask[word];
+    }
+    for (const int shift : {0, 16}) {
+      const uint32_t low = below(3000), high = below(3) ? low + below(3000) : low;
+      if (below(3) == 0) continue;
+      image.pairLow |= low << shift;
+      image.pairHigh &= ~(0xffffu << shift) | high << shift;
+    }
+    images.push_back(image);
+  }
+  return images;
+}
+
+TEST(Division, PutsRangesIntoExactlyTheCellsThatTheyMeet) {
+  for (uint32_t seed = 1; seed <= 10; ++seed) {
+    const auto images = randomImages(seed);
+    std::vector<uint32_t> members(images.size());
+    std::iota(members.begin(), members.end(), 0);
+    DivisionLimits limits;
+    limits.allowed[0] = seed % 2 ? 0 : ~uint64_t{0};
+    limits.maxMembers = 3000;
+    limits.maxCells = 3000;
+    const Division division = divide(Images(images), members, {}, limits);
+    ASSERT_TRUE(division.divides());
+    for (size_t cell = 0; cell < division.cells.size(); ++cell) {
+      const Region region = division.regionOf({}, cell);
+      std::vector<uint32_t> expected;
+      for (const uint32_t member : members) {
+        const Overlap lies = overlap(region, images[member]);
+        if (lies != Overlap::none) expected.push_back(member);
+        if (lies == Overlap::all) break;
+      }
+      const auto inside = division.cells[cell];
+      ASSERT_EQ(std::vector(inside.begin(), inside.end()), expected) << "seed " << seed << " cell " << cell;
+    }
+  }
+}
+
+/// Half of the images differ in one address and half in the other: what divides the one half copies the
+/// cells of the other.
+TEST(Division, TakesNoMoreBlocksThanItMayAndCountsSharedOnesOnce) {
+  std::vector<Image> images;
+  for (uint32_t slot = 0; slot < 256; ++slot) {
+    Image image = host(slot, slot);
+    if (slot % 2) {
+      image.mask[0] = image.value[0] = uint32_t{1} << 31;
+      image.mask[1] = ~uint32_t{0};
+      image.value[1] = slot;
+    }
+    images.push_back(image);
+  }
+  std::vector<uint32_t> members(images.size());
+  std::iota(members.begin(), members.end(), 0);
+  DivisionLimits limits;
+  limits.maxMembers = 5000;
+  limits.maxCells = 5000;
+  size_t before = 0;
+  bool shared = false;
+  for (const size_t most : {32u, 34u, 40u, 48u, 64u, 96u}) {
+    limits.maxBlocks = most;
+    const Division division = divide(Images(images), members, {}, limits);
+    std::set<std::vector<uint32_t>> leaves;
+    size_t blocks = division.cells.size() / 64, unshared = 0;
+    for (size_t cell = 0; cell < division.cells.size(); ++cell) {
+      const auto inside = division.cells[cell];
+      const size_t size = (inside.size() + Plane::lanes - 1) / Plane::lanes;
+      unshared += size;
+      if (leaves.emplace(inside.begin(), inside.end()).second) blocks += size;
+    }
+    EXPECT_LE(blocks, most);
+    EXPECT_GE(division.cells.size(), before) << "more room is used";
+    before = division.cells.size();
+    shared = shared || unshared > most;
+  }
+  EXPECT_TRUE(shared) << "cells that share leaves are not counted twice";
 }
 
 }  // namespace
