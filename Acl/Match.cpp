@@ -19,7 +19,7 @@ bool matchesIpAclRule(const Nimnet::IpHdr* ip, const Nimnet::IcmpHdr* icmp, cons
                       const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp, uint16_t vlanId,
                       const Kelp::Ptr<const AclConfig>& acl, IpRuleConfig* matchedRule,
                       Kiv::UniqueId* matchedRuleId, bool matchVlan, bool matchHops) {
-  const auto rules = acl->judging();
+  const auto* rules = acl->judging();
   if (!rules) return false;
   const auto packet = [&] { return IpPacket{{*ip, icmp, tcp, udp, sctp, vlanId, matchVlan, matchHops}}; };
   return copyOut(firstRule(rules->ipRuleById(), packet), matchedRule, matchedRuleId);
@@ -29,7 +29,7 @@ bool matchesIp6AclRule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6,
                        const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp, uint16_t vlanId,
                        const Kelp::Ptr<const AclConfig>& acl, Ip6RuleConfig* matchedRule,
                        Kiv::UniqueId* matchedRuleId, bool matchVlan, bool matchHops) {
-  const auto rules = acl->judging();
+  const auto* rules = acl->judging();
   if (!rules) return false;
   const auto packet = [&] { return Ip6Packet{{*ip6, icmp6, tcp, udp, sctp, vlanId, matchVlan, matchHops}}; };
   return copyOut(firstRule(rules->ip6RuleById(), packet), matchedRule, matchedRuleId);
@@ -38,7 +38,7 @@ bool matchesIp6AclRule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6,
 bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination, uint16_t typeOrLen,
                         uint16_t vlanId, const Kelp::Ptr<const AclConfig>& acl, MacRuleConfig* matchedRule,
                         Kiv::UniqueId* matchedRuleId) {
-  const auto rules = acl->judging();
+  const auto* rules = acl->judging();
   if (!rules) return false;
   const auto packet = [&] { return MacPacket{source, destination, typeOrLen, vlanId}; };
   return copyOut(firstRule(rules->macRuleById(), packet), matchedRule, matchedRuleId);

@@ -52,8 +52,8 @@ class AclConfig : public Zeb::Entity {
     standIn_ = nullptr;
   }
   bool standsIn() const { return standsIn_; }
-  /// The rules that packets are judged by; null when there are none.
-  Kelp::Ptr<const AclSubConfig> judging() const { return standsIn_ ? standIn_ : currCfg(); }
+  /// The rules that packets are judged by, until the next change; null when there are none.
+  const AclSubConfig* judging() const { return standsIn_ ? standIn_.get() : currCfg_.get(); }
   /// True when packets are to pass as if there were no such list.
   bool hidden() const { return standsIn_ && !standIn_; }
 

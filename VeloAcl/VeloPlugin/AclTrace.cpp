@@ -2,11 +2,6 @@
 
 namespace Velo::VeloAcl {
 
-const Zeb::TraceHandle& aclTrace() {
-  static const Zeb::TraceHandle handle("Velo::Acl", "VeloAcl/VeloPlugin/AclVeloPlugin");
-  return handle;
-}
-
 const Kelp::String& aclFacility() {
   static const Kelp::String name(aclTrace().name());
   return name;

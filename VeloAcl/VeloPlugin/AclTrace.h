@@ -9,7 +9,10 @@
 namespace Velo::VeloAcl {
 
 /// The plugin's trace facility, "Velo::Acl".
-const Zeb::TraceHandle& aclTrace();
+inline const Zeb::TraceHandle& aclTrace() {
+  static const Zeb::TraceHandle handle("Velo::Acl", "VeloAcl/VeloPlugin/AclVeloPlugin");
+  return handle;
+}
 /// Its name, as the facility of the plugin's drop counts.
 const Kelp::String& aclFacility();
 /// The plugin's fast-trace facility, "Acl".

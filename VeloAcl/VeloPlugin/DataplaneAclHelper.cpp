@@ -29,8 +29,9 @@ struct DataplaneAclHelper::Lookup {
   const Nimnet::IntfId& intf;
   AclDirection dir;
   AclType type;
+  // Until the packet is counted: whoever hears of that may change configuration and bindings.
   const Acl::AclConfig& list;
-  Kelp::String aclName;
+  const Kelp::String& aclName;
 };
 
 /// What a matched rule says.
@@ -129,7 +130,7 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
   const ParsedPacket& parsed = ctx->parsedPacket();
   const ParsedL4& l4 = parsed.l4();
   const uint16_t vlanId = ctx->pkt()->vlanId();
-  const Kelp::Ptr<const Acl::AclSubConfig> rules = at.list.judging();
+  const Acl::AclSubConfig* rules = at.list.judging();
   if (!rules) return dropOnNoMatch(at);
   if (type == AclType::ip) {
     const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
@@ -150,7 +151,7 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
 bool DataplaneAclHelper::dropsMac(const Lookup& at) {
   const ParsedPacket& parsed = at.ctx->parsedPacket();
   const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
-  const auto rules = at.list.judging();
+  const auto* rules = at.list.judging();
   const auto packet = [&] {
     return Acl::MacPacket{eth->source(), eth->destination(), parsed.typeOrLen(), at.ctx->pkt()->vlanId()};
   };

@@ -75,7 +75,7 @@ bool CounterSweep::isKnown(const Key& key) const {
   if (implicit && *implicit == key.ruleId) return true;
   // Rules of a change that is under way may be asked before their source has them.
   const auto merged = core_.mergedList(key.aclType, key.aclName);
-  const auto judging = merged ? merged->judging() : nullptr;
+  const auto* judging = merged ? merged->judging() : nullptr;
   if (judging && isRule(*judging, key.aclType, key.ruleId)) return true;
   return std::any_of(sources_.begin(), sources_.end(),
                      [&](const auto& source) { return hasRule(*source, key); });

@@ -58,7 +58,7 @@ Fields completed(Fields packet, const Icmp* icmp, const Velo::PacketContext& ctx
 EarlierRules earlierRules(const Core& core, const Acl::AskedList& asked, const Velo::PacketContext& ctx) {
   const auto lists = core.lists()->config(asked.type);
   const auto list = lists ? lists->acl(asked.list) : nullptr;
-  const auto rules = list ? list->judging() : nullptr;
+  const auto* rules = list ? list->judging() : nullptr;
   if (!rules) return {};
   const Velo::ParsedPacket& parsed = ctx.parsedPacket();
   const Kiv::UniqueId decided = asked.rule ? asked.ruleId : Kiv::UniqueId::unset();

@@ -98,7 +98,7 @@ void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
   Hit hit{key.direction, interfaceOf(key), key.aclType, key.aclName, 0, Acl::Action::deny};
   const auto lists = core_.lists()->config(key.aclType);
   const auto list = lists ? lists->acl(key.aclName) : nullptr;
-  const auto rules = list ? list->judging() : nullptr;
+  const auto* rules = list ? list->judging() : nullptr;
   if (rules) {
     Acl::withRuleKind(key.aclType, [&](auto kind) {
       const auto* rule = kind.rules(*rules).find(key.ruleId);

@@ -13,6 +13,10 @@ String::Rep* String::makeRep(std::string_view text) {
   return rep;
 }
 
+bool String::sameText(const String& other) const {
+  return rep_ && other.rep_ && rep_->hash == other.rep_->hash && view() == other.view();
+}
+
 void String::freeRep(Rep* rep) {
   rep->~Rep();
   ::operator delete(rep);

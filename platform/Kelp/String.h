@@ -42,10 +42,7 @@ class String {
   std::string str() const { return std::string(view()); }
   uint32_t hash() const { return rep_ ? rep_->hash : 0; }
 
-  bool operator==(const String& other) const {
-    return rep_ == other.rep_ ||
-           (rep_ && other.rep_ && rep_->hash == other.rep_->hash && view() == other.view());
-  }
+  bool operator==(const String& other) const { return rep_ == other.rep_ || sameText(other); }
   std::strong_ordering operator<=>(const String& other) const { return view() <=> other.view(); }
   bool operator==(std::string_view other) const { return view() == other; }
   bool operator==(const std::string& other) const { return view() == other; }
@@ -60,6 +57,7 @@ class String {
   };
   static Rep* makeRep(std::string_view text);
   static void freeRep(Rep* rep);
+  bool sameText(const String& other) const;
   void retain() const {
     if (!rep_) return;
     if (multiThreaded()) {

@@ -110,7 +110,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
       if (!bindings || !lists) continue;
       for (auto intf = bindings->intf(Acl::AclDirection::in)->intf().begin(); intf; intf.next()) {
         const auto list = lists->acl(intf.value());
-        const auto rules = list ? list->judging() : nullptr;
+        const auto* rules = list ? list->judging() : nullptr;
         if (!rules ||
             rules->ipRuleById().size() + rules->ip6RuleById().size() + rules->macRuleById().size() <=
                 Agent::Changeover::writesAtOnce)
