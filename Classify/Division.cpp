@@ -169,12 +169,12 @@ class Divider {
     const int word = bit / 64;
     const uint64_t mask = uint64_t{1} << (bit % 64);
     Halves halves;
-    halves.cells.members.reserve(made_.cells.members.size() * 3 / 2);
+    halves.cells.members.resize(made_.cells.members.size() * 2);
     halves.cells.begins.reserve(made_.cells.begins.size() * 2);
     halves.regions.reserve(regions_.size() * 2);
     halves.packets.reserve(regions_.size() * 2);
     for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
-      const size_t zeros = half(cell, word, mask, 0, halves), ones = half(cell, word, mask, mask, halves);
+      const auto [zeros, ones] = cut(cell, word, mask, halves);
       const auto size = static_cast<double>(made_.cells[cell].size());
       // A member that is in both halves sends half of its packets to each.
       const double both = std::max(0.0, static_cast<double>(zeros + ones) - size);
@@ -182,10 +182,10 @@ class Divider {
       halves.packets.push_back(share * (static_cast<double>(zeros) - both / 2));
       halves.packets.push_back(share * (static_cast<double>(ones) - both / 2));
     }
+    halves.cells.members.resize(halves.cells.begins.back());
     leaving_.clear();
     if (limits_.maxCopies) leaveOut(halves.cells);
-    if (halves.cells.members.size() > limits_.maxMembers || blocksOf(halves.cells) > limits_.maxBlocks)
-      return false;
+    if (halves.cells.members.size() > limits_.maxMembers || needTooMuch(halves.cells)) return false;
     made_.shadowing.insert(made_.shadowing.end(), halves.shadowing.begin(), halves.shadowing.end());
     made_.left.insert(made_.left.end(), leaving_.begin(), leaving_.end());
     made_.cells = std::move(halves.cells);
@@ -195,11 +195,16 @@ class Divider {
     return true;
   }
 
-  /// The blocks of leaves of cells, and the places for the cells themselves.
-  size_t blocksOf(const Cells& cells) {
-    if (limits_.maxBlocks == DivisionLimits::unlimited) return 0;
+  /// Whether the leaves of cells, with the places of the cells themselves, are more blocks than there may be.
+  bool needTooMuch(const Cells& cells) {
     constexpr size_t cellsPerBlock = 64;
+    const auto blocksOf = [](std::span<const uint32_t> members) {
+      return (members.size() + Plane::lanes - 1) / Plane::lanes;
+    };
     size_t blocks = cells.size() / cellsPerBlock;
+    for (size_t cell = 0; cell < cells.size(); ++cell) blocks += blocksOf(cells[cell]);
+    if (blocks <= limits_.maxBlocks) return false;
+    // That may be because some are the same.
     seen_.assign(std::bit_ceil(cells.size() * 2), 0);
     for (size_t cell = 0; cell < cells.size(); ++cell) {
       const auto members = cells[cell];
@@ -209,11 +214,10 @@ class Divider {
       hash |= 1;
       size_t at = hash >> 32;
       while (seen_[at &= seen_.size() - 1] != 0 && seen_[at] != hash) ++at;
-      if (seen_[at] == hash) continue;
+      if (seen_[at] == hash) blocks -= blocksOf(members);
       seen_[at] = hash;
-      blocks += (members.size() + Plane::lanes - 1) / Plane::lanes;
     }
-    return blocks;
+    return blocks > limits_.maxBlocks;
   }
 
   struct Halves {
@@ -223,39 +227,68 @@ class Divider {
     std::vector<uint32_t> shadowing;
   };
 
-  /// Makes one half of a cell; returns how many members it has.
-  size_t half(size_t cell, int word, uint64_t mask, uint64_t value, Halves& halves) {
-    Region region = regions_[cell];
-    region.mask[word] |= mask;
-    region.value[word] |= value;
+  /// One half of a cell that is being made.
+  struct Half {
+    Half(const Region& whole, int word, uint64_t mask, uint64_t value, uint32_t* into)
+        : region(whole), at(into) {
+      region.mask[word] |= mask;
+      region.value[word] |= value;
+    }
+
+    Region region;
+    uint32_t* at;         ///< where the next member goes
+    bool closed = false;  ///< a member takes all packets, and none comes behind it
+  };
+
+  /// Cuts a cell in two; returns how many members each half has.
+  std::pair<size_t, size_t> cut(size_t cell, int word, uint64_t mask, Halves& halves) {
+    constexpr size_t ahead = 12;
     const auto members = made_.cells[cell];
-    auto& into = halves.cells.members;
-    const size_t before = into.size();
-    into.resize(before + members.size());
-    uint32_t* at = into.data() + before;
+    uint32_t* const begin = halves.cells.members.data() + halves.cells.begins.back();
+    other_.resize(members.size());
+    Half zero(regions_[cell], word, mask, 0, begin), one(regions_[cell], word, mask, mask, other_.data());
     const bool ranges = word == 1 && (mask >> 32) != 0;
     const int number = mask >> 48 ? 1 : 0;  // of the pair
-    const Interval place = pairIn(region, number);
-    for (const uint32_t member : members) {
+    const Interval zeros = pairIn(zero.region, number), ones = pairIn(one.region, number);
+    for (size_t i = 0; i < members.size() && !(zero.closed && one.closed); ++i) {
+      const uint32_t member = members[i];
+      if (const size_t next = made_.cells.begins[cell] + i + ahead; next < made_.cells.members.size()) {
+        images_.fetch(made_.cells.members[next], ranges);
+      }
       const Asked& asked = images_.asked(member);
-      const bool conflicts = (value ? asked.zeros : asked.ones)[word] & mask;
-      if (ranges && !conflicts) {
+      bool inZero = !(asked.ones[word] & mask), inOne = !(asked.zeros[word] & mask);
+      if (ranges) {
         const Interval range = pairOf(images_[member], number);
-        if (range.low > place.high || range.high < place.low) continue;
+        inZero = inZero && range.low <= zeros.high && range.high >= zeros.low;
+        inOne = inOne && range.low <= ones.high && range.high >= ones.low;
       }
-      *at = member;
-      at += !conflicts;
-      const uint64_t open = ((asked.zeros[0] | asked.ones[0]) & ~region.mask[0]) |
-                            ((asked.zeros[1] | asked.ones[1]) & ~region.mask[1] & 0xffffffff);
-      if (open == 0 && !conflicts && overlap(region, images_[member]) == Overlap::all) {
-        if (member != members.back()) halves.shadowing.push_back(member);
-        break;
-      }
+      const bool last = i + 1 == members.size();
+      put(member, inZero, last, zero, halves);
+      put(member, inOne, last, one, halves);
     }
-    into.resize(static_cast<size_t>(at - into.data()));
-    halves.cells.begins.push_back(static_cast<uint32_t>(into.size()));
-    halves.regions.push_back(region);
-    return into.size() - before;
+    const auto inZero = static_cast<size_t>(zero.at - begin);
+    const auto inOne = static_cast<size_t>(one.at - other_.data());
+    std::copy_n(other_.data(), inOne, zero.at);
+    for (const size_t size : {inZero, inOne}) {
+      halves.cells.begins.push_back(halves.cells.begins.back() + static_cast<uint32_t>(size));
+    }
+    halves.regions.push_back(zero.region);
+    halves.regions.push_back(one.region);
+    return {inZero, inOne};
+  }
+
+  /// Without a branch that depends on the member, for none could be foreseen.
+  void put(uint32_t member, bool meets, bool last, Half& half, Halves& halves) {
+    const Asked& asked = images_.asked(member);
+    meets = meets && !half.closed;
+    *half.at = member;
+    half.at += meets;
+    const uint64_t open = ((asked.zeros[0] | asked.ones[0]) & ~half.region.mask[0]) |
+                          ((asked.zeros[1] | asked.ones[1]) & ~half.region.mask[1] & 0xffffffff);
+    if (open == 0 && meets && overlap(half.region, images_[member]) == Overlap::all) {
+      half.closed = true;
+      if (!last) halves.shadowing.push_back(member);
+    }
   }
 
   /// Takes out of all cells what is in too many of them.
@@ -305,7 +338,8 @@ class Divider {
   std::vector<double> packets_;  // that come to the cells, in those that come to one image
   std::vector<uint32_t> copies_;
   std::vector<uint32_t> leaving_;
-  std::vector<uint64_t> seen_;  // hashes of cells, in a table of twice their number
+  std::vector<uint32_t> other_;  // the half of a cell that is put behind the one
+  std::vector<uint64_t> seen_;   // hashes of cells, in a table of twice their number
   BitCounts zeros_, ones_;
 };
 

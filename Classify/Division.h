@@ -32,6 +32,11 @@ class Images {
 
   const Image& operator[](uint32_t number) const { return images_[number]; }
   size_t size() const { return images_.size(); }
+  /// Says that will be asked what an image asks, and perhaps the image itself for its ranges.
+  void fetch(uint32_t number, bool itself) const {
+    __builtin_prefetch(&asked_[number]);
+    if (itself) __builtin_prefetch(&images_[number].pairLow);
+  }
   /// What an image asks of any packet. Of a range that is what its numbers have in common.
   const Asked& asked(uint32_t number) const { return asked_[number]; }
   /// What it asks of packets whose pair lies within intervals, where there are such that meet it.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Classify/LargePages.h>
 #include <Classify/Sieves.h>
 
 #include <span>
@@ -66,7 +67,7 @@ class Leaves {
   Image read(const Plane* block, uint32_t number) const;
 
   uint32_t planesPerBlock_ = narrowBlock;
-  std::vector<Plane> planes_;
+  std::vector<Plane, LargePages<Plane>> planes_;
   Sieves sieves_;
   std::vector<uint32_t> sharers_;            // by first block: cells that lead there beside one
   std::vector<std::vector<uint32_t>> free_;  // by number of blocks

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Classify/Form.h>
+#include <Classify/LargePages.h>
 
 #include <span>
 #include <vector>
@@ -25,7 +26,7 @@ class Sieves {
 
  private:
   std::vector<Sieve> sieves_;
-  std::vector<Row> rows_;
+  std::vector<Row, LargePages<Row>> rows_;
 };
 
 }  // namespace Classify

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
+namespace Classify {
+
+/// Memory for tables that are read here and there: what is large comes in large pages, if the system has
+/// them to give, for otherwise a look-up in a large list misses as often in the tables of pages as in its
+/// own.
+template <class T>
+class LargePages {
+ public:
+  using value_type = T;
+  static constexpr size_t pageBytes = size_t{2} << 20;
+
+  LargePages() = default;
+  template <class Other>
+  LargePages(const LargePages<Other>&) {}
+
+  T* allocate(size_t count) {
+    const size_t bytes = count * sizeof(T);
+    void* place = ::operator new(bytes, alignmentOf(bytes));
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    if (bytes >= pageBytes) madvise(place, bytes, MADV_HUGEPAGE);  // advice: it may be refused
+#endif
+    return static_cast<T*>(place);
+  }
+  void deallocate(T* place, size_t count) { ::operator delete(place, alignmentOf(count * sizeof(T))); }
+
+  bool operator==(const LargePages&) const = default;
+
+ private:
+  static std::align_val_t alignmentOf(size_t bytes) {
+    return std::align_val_t{bytes >= pageBytes ? pageBytes : alignof(T)};
+  }
+};
+
+}  // namespace Classify
