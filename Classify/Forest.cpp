@@ -31,6 +31,9 @@ double stepsIn(size_t images) {
 /// with all images takes less.
 bool pays(size_t images, double steps) { return images <= Leaves::longLeaf || 2 * steps < stepsIn(images); }
 
+__extension__ using Bits128 = unsigned __int128;
+Bits128 both(uint64_t upper, uint64_t lower) { return Bits128{upper} << 64 | lower; }
+
 /// Whether a mask leaves so few addresses that a tree may ask for them.
 bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
 
@@ -282,21 +285,25 @@ size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& i
     return 1;
   }
   const Node node = nodes_[*place];
-  Division cut;
-  cut.mask[0] = node.mask[0];
-  cut.mask[1] = node.mask[1];
   const auto cellOf = [&node](uint64_t upper, uint64_t lower) {
     return gatherBits(upper, node.mask[0]) << node.shift | gatherBits(lower, node.mask[1]);
   };
+  // The cells by their numbers, and in step with them by the bits of the key that the numbers are made of.
   const uint64_t fixed = cellOf(bits.value[0], bits.value[1]);
   const uint64_t open = cellOf(~bits.mask[0], ~bits.mask[1]);
+  const Bits128 openBits = both(node.mask[0] & ~bits.mask[0], node.mask[1] & ~bits.mask[1]);
+  Region inner = region;
+  for (const int word : {0, 1}) inner.mask[word] |= node.mask[word];
   size_t visited = 0;
-  for (uint64_t some = open;; some = (some - 1) & open) {
-    const uint64_t cell = fixed | some;
-    uint32_t inside = cells_[node.cells + cell];  // a copy, for a visit may make cells
-    visited +=
-        visitLeaves(&inside, cut.regionOf(region, cell), image, limit - std::min(limit, visited), visit);
-    cells_[node.cells + cell] = inside;
+  uint64_t some = open;
+  for (Bits128 someBits = openBits;; some = (some - 1) & open, someBits = (someBits - 1) & openBits) {
+    const uint64_t words[2] = {static_cast<uint64_t>(someBits >> 64), static_cast<uint64_t>(someBits)};
+    for (const int word : {0, 1}) {
+      inner.value[word] = region.value[word] | (bits.value[word] & node.mask[word]) | words[word];
+    }
+    uint32_t inside = cells_[node.cells + (fixed | some)];  // a copy, for a visit may make cells
+    visited += visitLeaves(&inside, inner, image, limit - std::min(limit, visited), visit);
+    cells_[node.cells + (fixed | some)] = inside;
     if (visited > limit || some == 0) return visited;
   }
 }

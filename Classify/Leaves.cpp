@@ -1,7 +1,5 @@
 #include <Classify/Leaves.h>
 
-#include <algorithm>
-
 namespace Classify {
 
 namespace {
@@ -69,33 +67,47 @@ uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
   leaf = plain(leaf);
   const uint32_t count = size(leaf);
   uint32_t at = 0;
-  const auto slotAt = [&](uint32_t i) {
-    const Lane place = lane(leaf, i);
-    return place.block[slotPlane].lane[place.number] & slotMask;
-  };
-  while (at < count && !order(image.slot, slotAt(at))) ++at;
-  if (count % Plane::lanes != 0 && sharers(leaf) == 0) {
-    for (uint32_t i = count; i > at; --i) copy(lane(leaf, i), lane(leaf, i - 1));
-    write(lane(leaf, at), image);
-    return leaf;
-  }
-  std::vector<Image> grown = images(leaf);
-  grown.insert(grown.begin() + at, image);
-  drop(leaf);
-  return make(grown);
+  while (at < count && !order(image.slot, slotAt(leaf, at))) ++at;
+  if (count % Plane::lanes == 0 || sharers(leaf) > 0) leaf = copyOf(leaf, count, count + 1);
+  for (uint32_t i = count; i > at; --i) copy(lane(leaf, i), lane(leaf, i - 1));
+  write(lane(leaf, at), image);
+  return leaf;
 }
 
 uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
-  std::vector<Image> kept = images(leaf);
-  if (std::erase_if(kept, [slot](const Image& image) { return image.slot == slot; }) == 0) return leaf;
+  const uint32_t count = size(leaf), blocks = plain(leaf);
+  uint32_t kept = 0;
+  while (kept < count && slotAt(blocks, kept) != slot) ++kept;
+  if (kept == count) return leaf;
+  leaf = sharers(blocks) > 0 ? copyOf(blocks, count, count) : blocks;
+  for (uint32_t i = kept + 1; i < count; ++i) {
+    if (slotAt(leaf, i) != slot) copy(lane(leaf, kept++), lane(leaf, i));
+  }
+  for (uint32_t i = kept; i < count; ++i) write(lane(leaf, i), nothing);
+  if (kept == 0) return drop(leaf), empty;
+  // As a whole, so that blocks side by side stay so and are taken again.
+  return blocksFor(kept) == blocksFor(count) ? leaf : copyOf(leaf, kept, kept);
+}
+
+uint32_t Leaves::copyOf(uint32_t leaf, uint32_t count, uint32_t room) {
+  const uint32_t made = takeBlocks(blocksFor(room));
+  const auto planesFrom = [this](uint32_t blocks) { return planes_.begin() + (blocks & ~leafBit); };
+  const auto copied = static_cast<std::ptrdiff_t>(size_t{blocksFor(count)} * planesPerBlock_);
+  std::copy_n(planesFrom(leaf), count == 0 ? 0 : copied, planesFrom(made));
+  finish(made, count, blocksFor(room));
   drop(leaf);
-  return make(kept);
+  return made;
 }
 
 size_t Leaves::bytes() const {
   size_t bytes = planes_.size() * sizeof(Plane) + sieves_.bytes() + sharers_.size() * sizeof(uint32_t);
   for (const auto& leaves : free_) bytes += leaves.capacity() * sizeof(uint32_t);
   return bytes;
+}
+
+uint32_t Leaves::slotAt(uint32_t leaf, uint32_t at) {
+  const Lane place = lane(leaf, at);
+  return place.block[slotPlane].lane[place.number] & slotMask;
 }
 
 Leaves::Lane Leaves::lane(uint32_t leaf, uint32_t at) {
@@ -119,23 +131,32 @@ uint32_t Leaves::size(uint32_t leaf) const {
 }
 
 uint32_t Leaves::makeBlocks(std::span<const Image> images) {
-  const auto size = static_cast<uint32_t>(images.size());
-  const uint32_t count = std::max(1u, (size + Plane::lanes - 1) / Plane::lanes);
-  uint32_t leaf;
-  if (count < free_.size() && !free_[count].empty()) {
-    leaf = free_[count].back();
-    free_[count].pop_back();
-  } else {
-    leaf = leafBit | static_cast<uint32_t>(planes_.size());
-    planes_.resize(planes_.size() + size_t{count} * planesPerBlock_);
-    sharers_.resize(sharers_.size() + count);
-  }
-  for (uint32_t i = 0; i < count * Plane::lanes; ++i) {
-    const Lane to = lane(leaf, i);
-    if (to.number == 0) to.block[slotPlane].lane[0] = i + Plane::lanes < size ? moreBlocks : 0;
-    write(to, i < size ? images[i] : nothing);
-  }
+  const auto count = static_cast<uint32_t>(images.size());
+  const uint32_t blocks = blocksFor(count);
+  const uint32_t leaf = takeBlocks(blocks);
+  for (uint32_t i = 0; i < count; ++i) write(lane(leaf, i), images[i]);
+  finish(leaf, count, blocks);
   return leaf;
+}
+
+uint32_t Leaves::takeBlocks(uint32_t count) {
+  if (count < free_.size() && !free_[count].empty()) {
+    const uint32_t leaf = free_[count].back();
+    free_[count].pop_back();
+    return leaf;
+  }
+  const uint32_t leaf = leafBit | static_cast<uint32_t>(planes_.size());
+  planes_.resize(planes_.size() + size_t{count} * planesPerBlock_);
+  sharers_.resize(sharers_.size() + count);
+  return leaf;
+}
+
+void Leaves::finish(uint32_t leaf, uint32_t count, uint32_t blocks) {
+  for (uint32_t i = count; i < blocks * Plane::lanes; ++i) write(lane(leaf, i), nothing);
+  for (uint32_t block = 0; block < blocks; ++block) {
+    uint32_t& first = lane(leaf, block * Plane::lanes).block[slotPlane].lane[0];
+    first = block + 1 < blocks ? first | moreBlocks : first & ~moreBlocks;
+  }
 }
 
 void Leaves::write(Lane to, const Image& image) {
@@ -146,14 +167,14 @@ void Leaves::write(Lane to, const Image& image) {
   to.block[pairLow].lane[to.number] = image.pairLow;
   to.block[pairHigh].lane[to.number] = image.pairHigh;
   uint32_t& slot = to.block[slotPlane].lane[to.number];
-  slot = (to.number == 0 ? slot & moreBlocks : 0) | image.slot | (image.exact ? 0 : inexactLane);
+  slot = (slot & moreBlocks) | image.slot | (image.exact ? 0 : inexactLane);
   if (planesPerBlock_ != wideBlock) return;
   to.block[quadLow].lane[to.number] = image.quadLow;
   to.block[quadHigh].lane[to.number] = image.quadHigh;
 }
 
 void Leaves::copy(Lane to, Lane from) {
-  const uint32_t more = to.number == 0 ? to.block[slotPlane].lane[0] & moreBlocks : 0;
+  const uint32_t more = to.block[slotPlane].lane[to.number] & moreBlocks;
   for (uint32_t plane = 0; plane < planesPerBlock_; ++plane) {
     to.block[plane].lane[to.number] = from.block[plane].lane[from.number];
   }

@@ -3,6 +3,7 @@
 #include <Classify/LargePages.h>
 #include <Classify/Sieves.h>
 
+#include <algorithm>
 #include <span>
 #include <vector>
 
@@ -58,10 +59,20 @@ class Leaves {
   /// The place of a leaf's blocks, which is that of a leaf without a sieve.
   uint32_t plain(uint32_t leaf) const;
   Lane lane(uint32_t leaf, uint32_t at);
+  uint32_t slotAt(uint32_t leaf, uint32_t at);
   uint32_t& sharers(uint32_t leaf) { return sharers_[(leaf & ~leafBit) / planesPerBlock_]; }
+  static uint32_t blocksFor(uint32_t images) {
+    return std::max(1u, (images + Plane::lanes - 1) / Plane::lanes);
+  }
   uint32_t blocksOf(uint32_t leaf) const;
-  /// Blocks of images, at least one; the lanes that are left hold what no packet meets.
   uint32_t makeBlocks(std::span<const Image> images);
+  /// Its `count` images in a leaf of their own, with room for more; the leaf that was given is dropped.
+  uint32_t copyOf(uint32_t leaf, uint32_t count, uint32_t room);
+  /// Blocks side by side, with anything in them.
+  uint32_t takeBlocks(uint32_t count);
+  /// Makes `blocks` that begin with `count` images one leaf: what no packet meets in the other lanes, and
+  /// each block leading to the next.
+  void finish(uint32_t leaf, uint32_t count, uint32_t blocks);
   void write(Lane to, const Image& image);
   void copy(Lane to, Lane from);
   Image read(const Plane* block, uint32_t number) const;
