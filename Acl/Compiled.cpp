@@ -50,18 +50,6 @@ void imagesFor(const MacFilter& filter, uint32_t slot, const Classify::Projectio
   addImages(filter, slot, images);
 }
 
-/// Has a form freed where forms are made: its memory can take longer to give back than a slice.
-class Disposal final : public BuildJob {
- public:
-  explicit Disposal(Classify::Forest&& forest) : forest_(std::move(forest)) {}
-  bool collect(const Kiv::Task*) override { return true; }
-  void build() override { forest_ = {}; }
-  void handleDone() override {}
-
- private:
-  Classify::Forest forest_;
-};
-
 }  // namespace
 
 /// Makes a new form of copies of the rules that the owner has when it comes to them.
@@ -196,7 +184,7 @@ void Compiled<Rule>::upkeepIs(bool on) {
   if (on) return makeAnew();
   letGoOfJob();
   ready_ = false;
-  Workshop::singleton().build(std::make_shared<Disposal>(std::exchange(forest_, {})));
+  Workshop::singleton().dispose(std::exchange(forest_, {}));
   reviewSlots();
 }
 

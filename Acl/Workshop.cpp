@@ -14,8 +14,9 @@ namespace Acl {
 /// to time whether any have come out.
 class Workshop::Thread {
  public:
-  Thread()
-      : task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "aclCompile")),
+  explicit Thread(std::function<void()> atStart)
+      : atStart_(std::move(atStart)),
+        task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "aclCompile")),
         thread_([this] { run(); }) {
     task_->dispatchIs([this] { collectAndHandOver(); }, this);
   }
@@ -49,6 +50,7 @@ class Workshop::Thread {
   static constexpr Kelp::Duration interval{0.001};
 
   void run() {
+    if (atStart_) atStart_();
     for (;;) {
       std::unique_lock lock(mutex_);
       wake_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });
@@ -91,6 +93,7 @@ class Workshop::Thread {
     if (!underWay_.empty()) task_->scheduleTaskDelay(interval);
   }
 
+  const std::function<void()> atStart_;
   const Kelp::Ptr<Kiv::TimerTask> task_;
   std::deque<std::shared_ptr<BuildJob>> collecting_;
   std::vector<std::shared_ptr<BuildJob>> underWay_;
@@ -109,10 +112,10 @@ Workshop& Workshop::singleton() {
   return workshop;
 }
 
-void Workshop::threadIs(bool on) {
+void Workshop::threadIs(bool on, std::function<void()> atStart) {
   if (on == hasThread()) return;
   if (on) {
-    thread_ = std::make_unique<Thread>();
+    thread_ = std::make_unique<Thread>(std::move(atStart));
     return;
   }
   const auto left = thread_->stop();

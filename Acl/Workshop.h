@@ -3,7 +3,11 @@
 #include <Kiv/Task.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
 
 namespace Acl {
 
@@ -31,8 +35,9 @@ class Workshop {
  public:
   static Workshop& singleton();
 
-  /// Whether to use a thread. Before there is none again, all jobs are finished and handed over.
-  void threadIs(bool on);
+  /// Whether to use a thread, which first calls `atStart`. Before there is none again, all jobs are finished
+  /// and handed over.
+  void threadIs(bool on, std::function<void()> atStart = {});
   bool hasThread() const;
   /// Whether no job is under way.
   bool idle() const;
@@ -40,11 +45,32 @@ class Workshop {
   /// Carries a job out: before this returns, or in tasks of the loop and on the thread.
   void build(const std::shared_ptr<BuildJob>& job);
 
+  /// Has something freed where jobs are carried out, for giving much memory back can take longer than a
+  /// slice. It may hold nothing that others hold, too.
+  template <class T>
+  void dispose(T&& gone);
+
  private:
   Workshop();
   ~Workshop();
   class Thread;
   std::unique_ptr<Thread> thread_;
 };
+
+template <class T>
+void Workshop::dispose(T&& gone) {
+  static_assert(std::is_rvalue_reference_v<T&&>, "it is the workshop's from now on");
+  class Disposal final : public BuildJob {
+   public:
+    explicit Disposal(T&& all) : gone_(std::move(all)) {}
+    bool collect(const Kiv::Task*) override { return true; }
+    void build() override { gone_.reset(); }
+    void handleDone() override {}
+
+   private:
+    std::optional<T> gone_;
+  };
+  build(std::make_shared<Disposal>(std::move(gone)));
+}
 
 }  // namespace Acl

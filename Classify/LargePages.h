@@ -3,15 +3,14 @@
 #include <cstddef>
 #include <new>
 
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
-
 namespace Classify {
 
-/// Memory for tables that are read here and there: what is large comes in large pages, if the system has
-/// them to give, for otherwise a look-up in a large list misses as often in the tables of pages as in its
-/// own.
+/// Is called with memory that is better in large pages, by any thread; null, as it is at first, when nobody
+/// wants to know. Set by the program before it has threads.
+extern void (*adviseLargePages)(void* place, size_t bytes);
+
+/// Memory for tables that are read here and there: what is large begins where a large page can, for otherwise
+/// a look-up in a large list misses as often in the tables of pages as in its own.
 template <class T>
 class LargePages {
  public:
@@ -25,9 +24,7 @@ class LargePages {
   T* allocate(size_t count) {
     const size_t bytes = count * sizeof(T);
     void* place = ::operator new(bytes, alignmentOf(bytes));
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    if (bytes >= pageBytes) madvise(place, bytes, MADV_HUGEPAGE);  // advice: it may be refused
-#endif
+    if (bytes >= pageBytes && adviseLargePages) adviseLargePages(place, bytes);
     return static_cast<T*>(place);
   }
   void deallocate(T* place, size_t count) { ::operator delete(place, alignmentOf(count * sizeof(T))); }

@@ -7,4 +7,8 @@ namespace Agent {
 /// that frees a little: packets would wait for it. To be called before there are threads.
 void keepFreedMemory();
 
+/// Has what large lists are compiled into put into large pages, if the system has any to give (Linux:
+/// madvise(2)). To be called before there are threads.
+void useLargePages();
+
 }  // namespace Agent

@@ -4,6 +4,7 @@
 #include <Zeb/TraceHandle.h>
 #include <agent/Arguments.h>
 #include <agent/LogMessages.h>
+#include <agent/Memory.h>
 #include <agent/control/Commands.h>
 #include <agent/live/RunArguments.h>
 #include <agent/replay/Replay.h>
@@ -32,6 +33,7 @@ constexpr const char* footer =
 }  // namespace
 
 int main(int argc, char** argv) {
+  Agent::useLargePages();
   CLI::App app{"A software forwarding agent with access lists.", "velo"};
   app.footer(footer);
 

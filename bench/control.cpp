@@ -3,6 +3,7 @@
 // the computer is nobody's fault.
 #include <Acl/Workshop.h>
 #include <agent/Memory.h>
+#include <agent/control/Background.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/control/ServerSocket.h>
 #include <sys/epoll.h>
@@ -247,7 +248,8 @@ void sizes() {
 int main(int argc, char** argv) {
   // As the agent does.
   Agent::keepFreedMemory();
-  Acl::Workshop::singleton().threadIs(true);
+  Agent::useLargePages();
+  Acl::Workshop::singleton().threadIs(true, Agent::giveWay);
   if (argc < 2 || std::string_view(argv[1]) != "hostile") sizes();
   hostile();
   Acl::Workshop::singleton().threadIs(false);

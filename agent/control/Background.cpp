@@ -1,5 +1,6 @@
 #include <Kelp/Assert.h>
 #include <agent/control/Background.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -18,16 +19,13 @@ struct Background::State {
 
 namespace {
 
-constexpr int lowPriority = 10;
-
 /// A thread without signals: they are the loop's.
 std::thread quietThread(std::function<void()> body) {
   sigset_t all, before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   std::thread thread([body = std::move(body)] {
-    // Of the calling thread only. Where it is not allowed the work competes with the loop as an equal.
-    (void)setpriority(PRIO_PROCESS, 0, lowPriority);
+    giveWay();
     body();
   });
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -35,6 +33,14 @@ std::thread quietThread(std::function<void()> body) {
 }
 
 }  // namespace
+
+void giveWay() {
+  // Both of the calling thread only. Where it is not allowed the work competes with the loop as an equal.
+  const sched_param none{};
+  (void)sched_setscheduler(0, SCHED_BATCH, &none);
+  constexpr int lowPriority = 10;
+  (void)setpriority(PRIO_PROCESS, 0, lowPriority);
+}
 
 Background::Background(EventLoop& loop) : loop_(loop), state_(std::make_unique<State>()) {
   state_->done = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);

@@ -7,6 +7,10 @@
 
 namespace Agent {
 
+/// Has the calling thread give way to the loop's: it gets less of a processor that both want, and does not
+/// take it away when it wakes up (Linux: SCHED_BATCH and a nice value, of the thread).
+void giveWay();
+
 /// Does one piece of long work at a time on a thread of its own, at low priority, while the loop goes on.
 ///
 /// The work may use plain values only: nothing that it touches may be in use on the loop's thread meanwhile,

@@ -1,3 +1,4 @@
+#include <Acl/Workshop.h>
 #include <Kelp/Assert.h>
 #include <agent/control/Changeover.h>
 
@@ -183,7 +184,7 @@ void Changeover::finish() {
   }
   if (change_.goes) core_.sourceDel(change_.source);
   lists_.clear();
-  change_ = {};
+  Acl::Workshop::singleton().dispose(std::exchange(change_, {}));
   source_ = {};
   phase_ = Phase::done;
 }

@@ -1,6 +1,7 @@
 #include <Acl/Workshop.h>
 #include <agent/Memory.h>
 #include <agent/Output.h>
+#include <agent/control/Background.h>
 #include <agent/live/Capabilities.h>
 #include <agent/live/RunCommand.h>
 #include <agent/live/ServiceManager.h>
@@ -72,7 +73,7 @@ std::optional<Exit> Run::configure() {
 std::optional<Exit> Run::publish() {
   // Lists are compiled beside the traffic, by a thread that may do nothing else.
   auto& workshop = Acl::Workshop::singleton();
-  withoutCapabilities([&workshop] { workshop.threadIs(true); });
+  withoutCapabilities([&workshop] { workshop.threadIs(true, giveWay); });
 
   const Saved::State nothing;
   Successor successor(stateFile_ ? stateFile_->state() : nothing);

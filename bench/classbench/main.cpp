@@ -1,5 +1,7 @@
 #include <Classify/Find.h>
+#include <Classify/LargePages.h>
 #include <fmt/format.h>
+#include <sys/mman.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -75,6 +77,8 @@ int measure(const Options& options, Run& run) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // As the agent does.
+  Classify::adviseLargePages = [](void* place, size_t bytes) { (void)madvise(place, bytes, MADV_HUGEPAGE); };
   Options options;
   Run run;
   std::vector<std::string> names;

@@ -1,0 +1,3 @@
+#include <Classify/LargePages.h>
+
+void (*Classify::adviseLargePages)(void* place, size_t bytes) = nullptr;
