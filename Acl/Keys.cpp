@@ -91,13 +91,14 @@ void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector
   }
 
   std::vector<Interval> hops = {{0, 0xff}};
-  uint32_t classLow = 0, classHigh = 0xff, unknownHigh = 0xff;
+  Interval classes{0, 0xff};
   if (asksQuad(filter)) {
     // Bits that are no leading ones are no range of numbers.
     const auto mask = filter.trafficClassMask;
     const bool leading = std::countl_one(mask) == std::popcount(mask);
-    if (leading) classLow = filter.trafficClass & mask, classHigh = classLow | (~uint32_t{mask} & 0xff);
-    if (!filter.hops.isAny()) hops = intervalsOf(filter.hops), unknownHigh = 0;
+    const uint32_t first = filter.trafficClass & mask;
+    if (leading) classes = {first, first | (~uint32_t{mask} & 0xff)};
+    if (!filter.hops.isAny()) hops = intervalsOf(filter.hops);
     if (!leading || !wide) image.exact = false;
   }
   if (upper.empty() || lower.empty() || hops.empty()) return;
@@ -114,12 +115,10 @@ void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector
       for (const Interval& hop : hops) {
         image.pairLow = high.low << 16 | low.low;
         image.pairHigh = high.high << 16 | low.high;
-        if (wide) {
-          image.quadLow = classLow | hop.low << Quad::hopsShift;
-          image.quadHigh =
-              classHigh | hop.high << Quad::hopsShift | unknownHigh << Quad::unknownShift | 0xff000000;
-        }
+        if (wide) image.quad = quadIn(classes.low, classes.high, hop.low, hop.high);
         images.push_back(image);
+        // Any hops, as long as they are known: the quad cannot say that.
+        if (!filter.hops.isAny() && hop.low == 0 && hop.high == 0xff) images.back().exact = false;
       }
     }
   }

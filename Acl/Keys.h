@@ -43,11 +43,16 @@ constexpr uint32_t flagsOf(uint32_t flags) { return ((flags & 0x07) | (flags & 0
 static_assert(flagsKept == 0x17 && flagsOf(flagsKept) == 0xfu << flagsShift);
 }  // namespace Third
 
-/// The quad of an IP packet: traffic class, hops, and a one when the hops are unknown.
-namespace Quad {
-constexpr int hopsShift = 8;
-constexpr int unknownShift = 16;
-}  // namespace Quad
+/// What the quad of an IP packet is at least, whose traffic class and hops are in ranges (both ends
+/// included). From the lowest octet on: class, its complement, hops, their complement.
+constexpr uint32_t quadIn(uint32_t classLow, uint32_t classHigh, uint32_t hopsLow, uint32_t hopsHigh) {
+  return classLow | (0xff - classHigh) << 8 | hopsLow << 16 | (0xff - hopsHigh) << 24;
+}
+/// The quad of a packet. Hops that are not known are in no range but that of all.
+constexpr uint32_t quadOf(uint32_t trafficClass, uint32_t hops, bool hopsKnown) {
+  const uint32_t quad = quadIn(trafficClass, trafficClass, hops, hops);
+  return hopsKnown ? quad : quad & 0xffff;
+}
 
 /// What the L4 header gives to a key: its pair, and its bits of the third word. At most one is not null.
 template <class Icmp>
@@ -71,10 +76,6 @@ template <class Icmp>
 
 inline uint32_t vlanOf(uint16_t vlanId, bool known) {
   return (known ? Third::vlanKnown : 0) | (vlanId & Third::vlanMask);
-}
-
-inline uint32_t quadOf(uint8_t trafficClass, uint8_t hops, bool hopsKnown) {
-  return trafficClass | uint32_t{hops} << Quad::hopsShift | (hopsKnown ? 0u : 1u << Quad::unknownShift);
 }
 
 [[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::IpHdr& ip, const Nimnet::IcmpHdr* icmp,

@@ -27,8 +27,7 @@ class Packet : Words {
                         _mm256_or_si256(_mm256_subs_epu16(planeOf(block, pairLow), pair),
                                         _mm256_subs_epu16(pair, planeOf(block, pairHigh)))));
     if constexpr (wide) {
-      differs = _mm256_or_si256(differs, _mm256_or_si256(_mm256_subs_epu8(planeOf(block, quadLow), quad),
-                                                         _mm256_subs_epu8(quad, planeOf(block, quadHigh))));
+      differs = _mm256_or_si256(differs, _mm256_subs_epu8(planeOf(block, quadLeast), quad));
     }
     const __m256i met = _mm256_cmpeq_epi32(differs, _mm256_setzero_si256());
     return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(met)));

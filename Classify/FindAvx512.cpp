@@ -29,8 +29,7 @@ class Packet : Words {
     differs = _mm256_ternarylogic_epi32(differs, _mm256_subs_epu16(planeOf(block, pairLow), pair),
                                         _mm256_subs_epu16(pair, planeOf(block, pairHigh)), anyOfThree);
     if constexpr (wide) {
-      differs = _mm256_ternarylogic_epi32(differs, _mm256_subs_epu8(planeOf(block, quadLow), quad),
-                                          _mm256_subs_epu8(quad, planeOf(block, quadHigh)), anyOfThree);
+      differs = _mm256_or_si256(differs, _mm256_subs_epu8(planeOf(block, quadLeast), quad));
     }
     return _mm256_testn_epi32_mask(differs, differs);
   }

@@ -67,8 +67,7 @@ class Packet {
                     ((second_ ^ words(secondValue)) & words(secondMask)) |
                     ((third_ ^ words(thirdValue)) & words(thirdMask)) | (Words)outside;
     if constexpr (wide) {
-      const auto quad = (Octets)quad_;
-      differs |= (Words)(((Octets)words(quadLow) > quad) | (quad > (Octets)words(quadHigh)));
+      differs |= (Words)((Octets)words(quadLeast) > (Octets)quad_);
     }
     return differs;
   }

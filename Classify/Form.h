@@ -9,7 +9,8 @@ namespace Classify {
 
 /// A packet as rules are compared with it. What the words mean is their business who make keys and images:
 /// `first`, `second` and `third` are compared bit by bit under a mask, the two numbers of `pair` (16 bits
-/// each) and the four of `quad` (8 bits each) with ranges.
+/// each) with ranges, and the four of `quad` (8 bits each) with what they must be at least: a number and its
+/// complement, side by side, are compared with a range so.
 struct Key {
   uint64_t bits[2] = {0, 0};  ///< first in the upper half and second; pair in the upper half and third
   uint32_t quad = 0;
@@ -24,7 +25,7 @@ struct Image {
   uint32_t value[3] = {0, 0, 0};
   uint32_t mask[3] = {0, 0, 0};
   uint32_t pairLow = 0, pairHigh = 0xffffffff;
-  uint32_t quadLow = 0, quadHigh = 0xffffffff;
+  uint32_t quad = 0;
   uint32_t slot = 0;
   bool exact = true;  ///< false: the rule asks more, and whoever meets the image is asked again
 
@@ -49,8 +50,7 @@ enum PlaneOf : uint32_t {
   pairHigh,
   slotPlane,
   narrowBlock,  ///< the number of planes when no rule of the list looks at `quad`
-  quadLow = narrowBlock,
-  quadHigh,
+  quadLeast = narrowBlock,
   wideBlock,
 };
 

@@ -168,9 +168,7 @@ void Leaves::write(Lane to, const Image& image) {
   to.block[pairHigh].lane[to.number] = image.pairHigh;
   uint32_t& slot = to.block[slotPlane].lane[to.number];
   slot = (slot & moreBlocks) | image.slot | (image.exact ? 0 : inexactLane);
-  if (planesPerBlock_ != wideBlock) return;
-  to.block[quadLow].lane[to.number] = image.quadLow;
-  to.block[quadHigh].lane[to.number] = image.quadHigh;
+  if (planesPerBlock_ == wideBlock) to.block[quadLeast].lane[to.number] = image.quad;
 }
 
 void Leaves::copy(Lane to, Lane from) {
@@ -192,10 +190,7 @@ Image Leaves::read(const Plane* block, uint32_t number) const {
   image.pairHigh = block[pairHigh].lane[number];
   image.slot = block[slotPlane].lane[number] & slotMask;
   image.exact = !(block[slotPlane].lane[number] & inexactLane);
-  if (planesPerBlock_ == wideBlock) {
-    image.quadLow = block[quadLow].lane[number];
-    image.quadHigh = block[quadHigh].lane[number];
-  }
+  if (planesPerBlock_ == wideBlock) image.quad = block[quadLeast].lane[number];
   return image;
 }
 

@@ -52,7 +52,7 @@ inline Ternary ternaryIn(const Region& region, const Image& image, Overlap* lies
   bits.value[0] = uint64_t{image.value[0]} << 32 | image.value[1];
   bits.mask[1] = image.mask[2];
   bits.value[1] = image.value[2];
-  bool within = image.exact && image.quadLow == 0 && image.quadHigh == 0xffffffff;
+  bool within = image.exact && image.quad == 0;
   for (const int half : {0, 1}) {
     const Interval place = pairIn(region, half);
     const Interval asked = pairOf(image, half);

@@ -120,7 +120,7 @@ bool isExact(std::span<const Image> images, const std::vector<Chunk>& chunks) {
   return std::all_of(images.begin(), images.end(), [&seen](const Image& image) {
     const uint64_t addresses = uint64_t{image.mask[0]} << 32 | image.mask[1];
     return (addresses & ~seen[0]) == 0 && (image.mask[2] & ~seen[1]) == 0 && image.pairLow == 0 &&
-           image.pairHigh == 0xffffffff && image.quadLow == 0 && image.quadHigh == 0xffffffff;
+           image.pairHigh == 0xffffffff && image.quad == 0;
   });
 }
 

@@ -40,7 +40,7 @@ bool meets(const Image& image, const Key& key) {
   }
   for (const int shift : {0, 8, 16, 24}) {
     const auto octet = [shift](uint32_t word) { return word >> shift & 0xff; };
-    if (!inRange(octet(key.quad), octet(image.quadLow), octet(image.quadHigh))) return false;
+    if (octet(key.quad) < octet(image.quad)) return false;
   }
   return true;
 }
@@ -92,8 +92,7 @@ class World {
       made.pairHigh = (made.pairHigh & ~(0xffffu << shift)) | high << shift;
     }
     if (shape_.quads && dice_.once(2)) {
-      made.quadLow = dice_.below(100);
-      made.quadHigh = 0xffffff00 | (made.quadLow + dice_.below(100));
+      for (const int shift : {0, 8, 16, 24}) made.quad |= dice_.once(3) ? 0 : dice_.below(250) << shift;
     }
     return made;
   }
@@ -109,7 +108,7 @@ class World {
     const uint32_t edge = dice_.below(4);
     uint32_t pair = edge & 1 ? near.pairLow : near.pairHigh;
     if (edge & 2) pair = dice_.once(2) ? pair + 0x00010001 : pair - 0x00010001;
-    return Key::of(words[0], words[1], words[2], pair, dice_.once(2) ? near.quadLow : dice_.word());
+    return Key::of(words[0], words[1], words[2], pair, dice_.once(2) ? near.quad : dice_.word());
   }
 
   Dice& dice() { return dice_; }
@@ -336,7 +335,8 @@ TEST(Forest, TriesImagesOneByOneThatTheWordsOfAKeyDoNotTellApart) {
         Image image;
         image.slot = slot;
         image.exact = !asked;
-        if (!asked) image.quadLow = image.quadHigh = slot % 256 | slot / 256 << 8;
+        const auto only = [](uint32_t number) { return number | (0xff - number) << 8; };
+        if (!asked) image.quad = only(slot % 256) | only(slot / 256) << 16;
         list.images[slot] = image;
         list.sequences.push_back(slot);
       }
