@@ -9,13 +9,13 @@ namespace Classify {
 
 namespace {
 
-constexpr uint32_t strayTree = maxTrees - 1;            // images that would go into too many leaves are here
-constexpr size_t fullLeaf = 3 * Plane::lanes;           // a leaf with more images is divided, if that helps
-constexpr size_t grownLeaf = 5 * Plane::lanes;          // the same for a leaf that has grown
-constexpr size_t manyLeaves = 64;                       // so many leaves an image is added to, and no more
-constexpr size_t fewImages = 2048;                      // a list of no more may have more copies of each
-constexpr double copiesOfFew = 8, copiesOfMany = 3.75;  // in a node, on average
-constexpr size_t bytesPerImage = 230;                   // of trees; sieves come beside
+constexpr uint32_t strayTree = maxTrees - 1;             // images that would go into too many leaves are here
+constexpr size_t fullLeaf = 3 * Plane::lanes;            // a leaf with more images is divided, if that helps
+constexpr size_t grownLeaf = 5 * Plane::lanes;           // the same for a leaf that has grown
+constexpr size_t manyLeaves = 64;                        // so many leaves an image is added to, and no more
+constexpr size_t fewImages = 2048;                       // a list of no more may have more copies of each
+constexpr double copiesOfFew = 12, copiesOfMany = 3.75;  // in a node, on average
+constexpr size_t bytesPerImage = 230;                    // of trees; sieves come beside
 constexpr size_t unlimited = ~size_t{0};
 
 size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
