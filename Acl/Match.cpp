@@ -1,6 +1,8 @@
 #include <Acl/FirstRule.h>
 #include <Acl/Match.h>
 
+#include <type_traits>
+
 namespace Acl {
 
 namespace {
@@ -8,7 +10,11 @@ namespace {
 template <class Entry, class Rule>
 bool copyOut(const Entry* entry, Rule* matchedRule, Kiv::UniqueId* matchedRuleId) {
   if (!entry) return false;
-  *matchedRule = entry->value;
+  if constexpr (std::is_same_v<Rule, MacRuleConfig>) {
+    *matchedRule = Rule(entry->value);  // at once or, when it throws, not at all
+  } else {
+    *matchedRule = entry->value;
+  }
   *matchedRuleId = entry->key;
   return true;
 }

@@ -8,8 +8,8 @@
 
 /// The three matchers: which rule of a list a packet meets first. Rules are tried in the order of their
 /// sequence numbers. On a match the rule and its id are copied out and true is returned; else both are left
-/// as they were. A list without rules, or without `currCfg`, matches nothing. What stands in for `currCfg`
-/// is asked in its place.
+/// as they were, and so they are when copying a rule throws. A list without rules, or without `currCfg`,
+/// matches nothing. What stands in for `currCfg` is asked in its place.
 ///
 /// `vlanId` is the id of the outer VLAN tag: 1 to 4095, or 0 for an untagged or priority-tagged frame.
 /// `matchVlan` false says that the caller does not know the tag, `matchHops` false that the TTL or hop limit

@@ -46,7 +46,10 @@ class Forest::Builder {
   Builder(Forest& forest, const Images& images, double copies, size_t bytes)
       : forest_(forest), images_(images), copies_(copies), bytes_(bytes), budget_(images.size() * 8 + 1024) {}
 
-  double copies() const { return copies_; }
+  /// What a division of so many images may have in all its cells.
+  size_t membersFor(size_t images, size_t room = 0) const {
+    return std::min(times(copies_, images) + room, budget_ + images);
+  }
   /// What of the bytes has not been taken.
   size_t bytesLeft() const { return bytes_ - std::min(bytes_, forest_.treeBytes()); }
   /// The blocks for a division whose leaves should take so many bytes: some are left for what is below.
@@ -70,7 +73,7 @@ class Forest::Builder {
     DivisionLimits limits;
     limits.maxBits = depth == 0 ? 16 : static_cast<int>(std::bit_width(size)) + 2;
     if (depth > 0) limits.small = 2 * Plane::lanes;  // as fast, and sooner made
-    limits.maxMembers = std::min(times(copies_, size) + room, budget_ + size);
+    limits.maxMembers = membersFor(size, room);
     limits.maxCells = size * 2 + room;
     limits.maxBlocks = blocksIn(bytes);
     const Division division = divide(images_, members, region, limits);
@@ -234,14 +237,15 @@ double Forest::plant(Builder& builder, const Images& images, bool several) {
       const double share = static_cast<double>(inside.size()) / static_cast<double>(members.size());
       DivisionLimits limits;
       limits.allowed[0] = choice.allowed;
-      limits.maxMembers = times(builder.copies(), inside.size());
+      limits.maxMembers = builder.membersFor(inside.size());
       limits.maxCells = members.size() * 4;
       limits.maxCopies = 32;
       limits.maxBlocks = builder.blocksIn(times(share, builder.bytesLeft()));
       Division division = divide(images, inside, {}, limits);
       division.left.insert(division.left.end(), outside.begin(), outside.end());
       const double cost = costOf(division.left.size()) + division.meanCompany / Plane::lanes;
-      if (division.divides() && (!best.divides() || cost < bestCost)) {
+      const bool takesAny = division.divides() && division.left.size() < members.size();
+      if (takesAny && (!best.divides() || cost < bestCost)) {
         best = std::move(division);
         bestCost = cost;
       }

@@ -26,11 +26,13 @@ std::vector<Chunk> chunksUpTo(uint32_t width) {
   constexpr Stretch stretches[] = {{56, 7},  {64, 8},  {88, 6},  {96, 8},
                                    {104, 4}, {112, 8}, {120, 4}, {128, 8}};
   static_assert(std::end(stretches)[-1].end == keyBits);
+  const auto roundedUp = [](uint32_t bits, uint32_t by) { return (bits + by - 1) / by; };
   std::vector<Chunk> chunks;
   uint32_t at = 0;
   for (const Stretch& stretch : stretches) {
-    while (at < stretch.end) {
-      chunks.push_back({at, std::min({width, stretch.width, stretch.end - at})});
+    uint32_t pieces = roundedUp(stretch.end - at, std::min(width, stretch.width));
+    for (; pieces > 0; --pieces) {
+      chunks.push_back({at, roundedUp(stretch.end - at, pieces)});
       at += chunks.back().width;
     }
   }

@@ -126,6 +126,7 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
   }
   const Lookup at{ctx, intf, dir, type, *bound.list, bound.name};
   if (type == AclType::mac) return dropsMac(at);
+  KELP_ASSERT(type == AclType::ip || type == AclType::ipv6, "an access list is of type ip, ipv6 or mac");
 
   const ParsedPacket& parsed = ctx->parsedPacket();
   const ParsedL4& l4 = parsed.l4();
@@ -139,7 +140,6 @@ bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet
           return Acl::IpPacket{{*ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, true, true}};
         }));
   }
-  KELP_ASSERT(type == AclType::ipv6, "an access list is of type ip, ipv6 or mac");
   const Nimnet::Ip6Hdr* ip6 = parsed.ipHdr()->ip6Hdr();
   return dropsBy(
       at, Acl::firstRule(rules->ip6RuleById(), [&] {

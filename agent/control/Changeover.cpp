@@ -184,7 +184,8 @@ void Changeover::finish() {
   }
   if (change_.goes) core_.sourceDel(change_.source);
   lists_.clear();
-  Acl::Workshop::singleton().dispose(std::exchange(change_, {}));
+  SourceChange done = std::exchange(change_, {});
+  if (phase_ != Phase::atOnce) Acl::Workshop::singleton().dispose(std::move(done));
   source_ = {};
   phase_ = Phase::done;
 }

@@ -46,7 +46,8 @@ struct ListChange {
   size_t writes() const;
 };
 
-/// What is to be written to make a source say something else, as plain values.
+/// What is to be written to make a source say something else, as plain values: it is made and freed on other
+/// threads than the loop's, where counted texts may not be touched.
 struct SourceChange {
   std::string source;  ///< the name of an input; empty: the command line's
   bool goes = false;

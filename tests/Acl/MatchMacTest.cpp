@@ -85,6 +85,7 @@ TEST(MatchMac, LabelsAreNotLookedAtSoARuleThatAsksForOneDoesNotMatch) {
 TEST(MatchMac, ALabelOutOfRangeIsReportedWhenTheRuleIsCopiedOut) {
   const auto rules = MemSlab::make<AclSubConfig>();
   MacRuleConfig rule;
+  rule.sequence = 5;
   rule.filter.mpls.label = 0x100000;
   rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{1}), std::move(rule));
   const auto list = MemSlab::make<AclConfig>(Kelp::String("L"));

@@ -50,6 +50,20 @@ TEST_F(Verdict, WithoutABindingThePacketPassesAndNothingIsCounted) {
   EXPECT_EQ(named(), Lines{});
 }
 
+/// With rules or without: a list of no type has none to be asked.
+TEST_F(Verdict, AListOfAnUnknownTypeBreaksAnInvariant) {
+  nothingIsPublished();
+  const auto unknown = static_cast<AclType>(7);
+  packet(frameFor(AclType::ip));
+  EXPECT_DEATH(
+      {
+        plugin->intfConfig()->configIs(unknown)->intfIs(in)->intfIs(IntfId("eth1"), "L");
+        plugin->aclConfig()->configIs(unknown)->aclIs("L");
+        plugin->aclHelper()->shouldDropPkt(ctx, IntfId("eth1"), in, unknown);
+      },
+      "an access list is of type ip, ipv6 or mac");
+}
+
 TEST_F(Verdict, AnEmptyNameIsNoBinding) {
   plugin->intfConfig()->configIs(AclType::ipv6)->intfIs(out)->intfIs(IntfId("eth1"), "");
   EXPECT_FALSE(drops(out, AclType::ipv6));
