@@ -44,7 +44,11 @@ class Forest::Builder {
  public:
   /// `copies`: how often a node may have an image, on average. `bytes`: what leaves should take at most.
   Builder(Forest& forest, const Images& images, double copies, size_t bytes)
-      : forest_(forest), images_(images), copies_(copies), bytes_(bytes), budget_(images.size() * 8 + 1024) {}
+      : forest_(forest),
+        images_(images),
+        copies_(copies),
+        bytes_(bytes),
+        budget_(images.size() * 12 + 1024) {}
 
   /// What a division of so many images may have in all its cells.
   size_t membersFor(size_t images, size_t room = 0) const {
