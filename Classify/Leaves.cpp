@@ -84,7 +84,10 @@ uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
     if (slotAt(leaf, i) != slot) copy(lane(leaf, kept++), lane(leaf, i));
   }
   for (uint32_t i = kept; i < count; ++i) write(lane(leaf, i), nothing);
-  if (kept == 0) return drop(leaf), empty;
+  if (kept == 0) {
+    drop(leaf);
+    return empty;
+  }
   // As a whole, so that blocks side by side stay so and are taken again.
   return blocksFor(kept) == blocksFor(count) ? leaf : copyOf(leaf, kept, kept);
 }
@@ -92,8 +95,7 @@ uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
 uint32_t Leaves::copyOf(uint32_t leaf, uint32_t count, uint32_t room) {
   const uint32_t made = takeBlocks(blocksFor(room));
   const auto planesFrom = [this](uint32_t blocks) { return planes_.begin() + (blocks & ~leafBit); };
-  const auto copied = static_cast<std::ptrdiff_t>(size_t{blocksFor(count)} * planesPerBlock_);
-  std::copy_n(planesFrom(leaf), count == 0 ? 0 : copied, planesFrom(made));
+  std::copy_n(planesFrom(leaf), size_t{blocksFor(count)} * planesPerBlock_, planesFrom(made));
   finish(made, count, blocksFor(room));
   drop(leaf);
   return made;

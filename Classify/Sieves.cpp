@@ -85,7 +85,7 @@ Values valuesOf(const Image& image, const Chunk& chunk) {
 }
 
 /// The chunks that deny most, of those that are at most so wide, in the order of the key.
-std::vector<Chunk> chunksFor(std::span<const Image> images, uint32_t width) {
+std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
   const double worthIt = static_cast<double>(images.size()) / 64;
   std::vector<std::pair<double, Chunk>> found;
   for (const Chunk& chunk : chunksUpTo(width)) {
@@ -107,7 +107,7 @@ std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups) {
   constexpr uint32_t widest = 8;
   constexpr size_t bytesPerImage = 190;  // with its place in a block as much as one in a tree
   for (uint32_t width = widest; width > 0; --width) {
-    std::vector<Chunk> chunks = chunksFor(images, width);
+    std::vector<Chunk> chunks = bestChunks(images, width);
     size_t rows = 1;
     for (const Chunk& chunk : chunks) rows += chunk.values();
     if (groups * rows * sizeof(Row) <= images.size() * bytesPerImage) return chunks;

@@ -1,7 +1,6 @@
 #include <Classify/Find.h>
-#include <Classify/LargePages.h>
+#include <agent/Memory.h>
 #include <fmt/format.h>
-#include <sys/mman.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -77,8 +76,7 @@ int measure(const Options& options, Run& run) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // As the agent does.
-  Classify::adviseLargePages = [](void* place, size_t bytes) { (void)madvise(place, bytes, MADV_HUGEPAGE); };
+  Agent::useLargePages();
   Options options;
   Run run;
   std::vector<std::string> names;

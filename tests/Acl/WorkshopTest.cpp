@@ -3,6 +3,7 @@
 #include <Kiv/TaskScheduler.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <thread>
 
 // When a list is compiled anew, and that no job is lost. The thread runs in its own time; everything here
@@ -75,6 +76,21 @@ TEST_F(WorkshopTest, NoListWaitsForAThreadThatHasGone) {
   ASSERT_FALSE(list_->compiledReady(AclType::ip));
   Workshop::singleton().threadIs(false);
   EXPECT_TRUE(list_->compiledReady(AclType::ip));
+}
+
+TEST_F(WorkshopTest, TheThreadBeginsWithWhatItWasGivenAndFreesWhatIsDisposedOf) {
+  settle();
+  Workshop::singleton().threadIs(false);
+  std::thread::id began, freed;
+  Workshop::singleton().threadIs(true, [&began] { began = std::this_thread::get_id(); });
+  const auto note = [&freed](int*) { freed = std::this_thread::get_id(); };
+  int thing = 0;
+  Workshop::singleton().dispose(std::unique_ptr<int, decltype(note)>(&thing, note));
+  settle();
+  Workshop::singleton().threadIs(false);
+  EXPECT_NE(began, std::thread::id());
+  EXPECT_NE(began, std::this_thread::get_id());
+  EXPECT_EQ(freed, began);
 }
 
 }  // namespace
