@@ -15,7 +15,10 @@ class TaskLoop {
   explicit TaskLoop(const Kiv::Clock& clock) : scheduler_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()) {
     scheduler_->clockIs(clock);
   }
-  ~TaskLoop() { scheduler_->clockIs(Kiv::steadyClock()); }
+  ~TaskLoop() {
+    scheduler_->clockIs(Kiv::steadyClock());
+    scheduler_->turnBudgetIs(Kiv::TaskScheduler::defaultTurnBudget);
+  }
   TaskLoop(const TaskLoop&) = delete;
   TaskLoop& operator=(const TaskLoop&) = delete;
 
@@ -25,8 +28,10 @@ class TaskLoop {
   }
   /// Until the next task is due, zero when one is; nothing when none is asked for.
   std::optional<Kelp::Duration> timeUntilDue() const { return scheduler_->timeUntilDue(); }
-  /// One turn of the loop: runs what is due within the turn's budget.
-  void turn() {
+  /// One turn of the loop: runs what is due within the budget. Of one that is used up before, the first task
+  /// still gets as much as it does between two looks at the clock.
+  void turn(Kelp::Duration budget = Kiv::TaskScheduler::defaultTurnBudget) {
+    scheduler_->turnBudgetIs(budget);
     scheduler_->turnBegin();
     scheduler_->runTurn();
     Rix::Gen::zebDoZombieReactors();

@@ -22,6 +22,10 @@ timespec timespecOf(double seconds) {
 // Nobody waits longer; keeps times within what a timespec takes.
 constexpr double longestWait = 3600;
 
+// Packets wait for the handlers and the tasks of a turn. With the last of a task's elements they should take
+// less than a slice.
+constexpr Kelp::Duration budget{Kiv::TaskScheduler::defaultSlice.seconds() / 2};
+
 }  // namespace
 
 EventLoop::EventLoop(const Kiv::Clock& clock, const Kiv::Clock& wall)
@@ -69,12 +73,12 @@ void EventLoop::run() {
 }
 
 void EventLoop::turn(int maxWaitMs) {
-  dispatch(maxWaitMs);
+  const Kelp::Duration used = dispatch(maxWaitMs);
   pollAll();
-  if (tasks_.due()) tasks_.turn();
+  if (tasks_.due()) tasks_.turn(budget - used);
 }
 
-void EventLoop::dispatch(int maxWaitMs) {
+Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   double wait = maxWaitMs < 0 ? longestWait : std::min(maxWaitMs / 1e3, longestWait);
   if (const auto due = tasks_.timeUntilDue()) wait = std::min(wait, std::max(0.0, due->seconds()));
   if (mayHaveMore_) wait = 0;
@@ -89,7 +93,9 @@ void EventLoop::dispatch(int maxWaitMs) {
     const auto handler = at->second.handler;
     (*handler)(events[i].events);
   }
-  if (count > 0) Rix::Gen::zebDoZombieReactors();
+  if (count <= 0) return Kelp::Duration();
+  Rix::Gen::zebDoZombieReactors();
+  return clock_.now() - turnClock_.now();
 }
 
 void EventLoop::pollAll() {

@@ -67,7 +67,8 @@ void TaskScheduler::clockIs(const Clock& clock) {
 
 void TaskScheduler::sliceClockIs(const Clock& clock) {
   sliceClock_ = &clock;
-  turnStart_ = runStart_ = clock.now();
+  turnStart_ = clock.now();
+  runEnd_ = turnStart_ + slice_;
 }
 
 void TaskScheduler::turnBegin() {
@@ -105,7 +106,7 @@ void TaskScheduler::dequeue(Task& task) {
 }
 
 bool TaskScheduler::sliceUsedUp(const Task& task) const {
-  return sliceClock_->now() - (running_ == &task ? runStart_ : turnStart_) >= slice_;
+  return sliceClock_->now() >= (running_ == &task ? runEnd_ : turnStart_ + slice_);
 }
 
 void TaskScheduler::takeDue() {
@@ -131,13 +132,14 @@ size_t TaskScheduler::run(size_t limit, bool budgeted) {
   takeDue();
   const uint64_t end = nextOrder_;
   size_t runs = 0;
-  Kelp::Duration budgetStart;
+  Kelp::Duration turnEnd;
   while (runs < limit) {
     const Kelp::Ptr<Task> task(nextBefore(end));
     if (!task) break;
-    runStart_ = sliceClock_->now();
-    if (runs == 0) budgetStart = runStart_;
-    if (budgeted && runs && runStart_ - budgetStart >= turnBudget_) break;
+    const Kelp::Duration now = sliceClock_->now();
+    if (runs == 0) turnEnd = now + turnBudget_;
+    if (budgeted && runs && now >= turnEnd) break;
+    runEnd_ = budgeted ? std::min(now + slice_, turnEnd) : now + slice_;
     dequeue(*task);
     running_ = task.get();
     task->run();

@@ -17,9 +17,9 @@ namespace Kiv {
 /// turns and runTurn() when its other work is done; it may sleep for timeUntilDue().
 ///
 /// A turn runs what was due when runTurn() was called, each task at most once, the higher priority first and
-/// the longer queued first among equals, and stops early when the turn's budget is used up. What is asked for
-/// during a turn waits for the next one, so that a task that schedules itself goes behind all others of its
-/// priority and a turn always ends.
+/// the longer queued first among equals. When the turn's budget is used up the running task is told to yield
+/// and no further one begins. What is asked for during a turn waits for the next one, so that a task that
+/// schedules itself goes behind all others of its priority and a turn always ends.
 ///
 /// Delays are counted on one clock and slices and turns measured on another, which may be the same: a replay
 /// takes delays from its capture and slices from real time. With ManualClocks every order is repeatable.
@@ -40,9 +40,10 @@ class TaskScheduler final : public Kelp::Node {
   void clockIs(const Clock& clock);
   /// Replaces the clock of slices and turns; the current turn starts over.
   void sliceClockIs(const Clock& clock);
-  /// How long a task may run before taskShouldYield() says so.
+  /// How long a task may run before taskShouldYield() says so; from its next run on.
   void sliceIs(Kelp::Duration slice) { slice_ = slice; }
-  /// For how long from its first task on a turn may begin further ones.
+  /// How long the tasks of a turn may run together, the first of which begins in any case; from the next turn
+  /// on.
   void turnBudgetIs(Kelp::Duration budget) { turnBudget_ = budget; }
 
   /// Starts a turn of the loop, which lasts until the next one starts.
@@ -93,7 +94,7 @@ class TaskScheduler final : public Kelp::Node {
   uint64_t nextOrder_ = 0;
 
   Task* running_ = nullptr;
-  Kelp::Duration runStart_;
+  Kelp::Duration runEnd_;  ///< when the running task should yield
   Kelp::Duration turnStart_;
   bool turnBegun_ = false;
 };

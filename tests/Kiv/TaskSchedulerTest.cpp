@@ -171,6 +171,28 @@ TEST_F(TaskSchedulerTest, WithinARunTheSliceOfThatRunCounts) {
   }
 }
 
+TEST_F(TaskSchedulerTest, WithinARunTheBudgetOfTheTurnCountsToo) {
+  std::string asked;
+  TaskPtr a;
+  a = task("a", 0, [&] {
+    for (int i = 0; i < 4; ++i, clock_.advance(Duration(0.25))) asked += a->taskShouldYield() ? 'y' : 'n';
+  });
+  auto before = task("b", 1, [&] { clock_.advance(Duration(2.5)); });
+  before->scheduleTask();
+  a->scheduleTask();
+  EXPECT_EQ(turn(), "ba");
+  EXPECT_EQ(asked, "nnyy") << "of the turn's 3 seconds half a one was left";
+  asked.clear();
+  a->scheduleTask();
+  EXPECT_EQ(turn(), "a");
+  EXPECT_EQ(asked, "nnnn") << "the next turn has its own";
+  asked.clear();
+  scheduler_->turnBudgetIs(Duration(0.5));
+  a->scheduleTask();
+  EXPECT_TRUE(scheduler_->runOne());
+  EXPECT_EQ(asked, "nnnn") << "a run outside a turn has no budget";
+}
+
 TEST_F(TaskSchedulerTest, OutsideItsRunTheTurnOfTheLoopCounts) {
   auto idle = task("i");
   auto asker = task("a", 0, [&] {

@@ -145,6 +145,49 @@ TEST_F(EventLoopTest, PacketsTasksAndHandlersTakeTurnsUnderLoad) {
   loop_.pollerDel(&poller);
 }
 
+TEST_F(EventLoopTest, PacketsWaitForHalfASliceOfHandlersAndTasksTogether) {
+  const bool alwaysYielded = Kiv::alwaysYield();
+  Kiv::alwaysYieldIs(false);
+  const auto scheduler = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  scheduler->sliceClockIs(clock_);
+  const Kelp::Duration piece(Kiv::TaskScheduler::defaultSlice.seconds() * 0.15);
+  std::string log;
+  CountingPoller packets;
+  packets.log = &log;
+  loop_.pollerIs(&packets);
+  const auto a = task("a", [&] {
+    log += 'a';
+    clock_.advance(piece);
+  });
+  Kelp::Ptr<Kiv::TimerTask> b;
+  b = task("b", [&] {
+    do {
+      log += 'b';
+      clock_.advance(piece);
+    } while (!b->taskShouldYield());
+    b->scheduleTask();
+  });
+  a->scheduleTask();
+  b->scheduleTask();
+  for (int i = 0; i < 2; ++i) loop_.turn(0);
+  EXPECT_EQ(log, "pabbbpbbbb") << "the fourth piece of a turn is the one in which half a slice ends";
+  log.clear();
+  Bell bell;
+  bell.ring();
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) {
+    log += 'h';
+    clock_.advance(Kelp::Duration(2 * piece.seconds()));
+  });
+  loop_.turn(0);
+  EXPECT_EQ(log, "hpbb");
+  loop_.fdDel(bell.fd());
+  b->cancelTask();
+  for (const auto& one : {a, b}) one->dispatchIs(nullptr);
+  loop_.pollerDel(&packets);
+  scheduler->sliceClockIs(Kiv::steadyClock());
+  Kiv::alwaysYieldIs(alwaysYielded);
+}
+
 TEST_F(EventLoopTest, APollerThatMayHaveMoreIsAskedAgainWithoutWaiting) {
   CountingPoller poller;
   poller.left = 3;
