@@ -105,12 +105,13 @@ inline uint32_t vlanOf(uint16_t vlanId, bool known) {
           wide ? quadOf(ip6.trafficClass(), ip6.hopLimit(), matchHops) : 0};
 }
 
-[[gnu::always_inline]] inline Classify::Key keyOf(Nimnet::EthAddr source, Nimnet::EthAddr destination,
+/// Both MAC addresses are six octets as they are sent.
+[[gnu::always_inline]] inline Classify::Key keyOf(const uint8_t* source, const uint8_t* destination,
                                                   uint16_t typeOrLen, uint16_t vlanId) {
-  const uint64_t from = source.value(), to = destination.value();
-  return Classify::Key::of(static_cast<uint32_t>(from), static_cast<uint32_t>(to),
+  using Nimnet::read16, Nimnet::read32;
+  return Classify::Key::of(read32(source + 2), read32(destination + 2),
                            uint32_t{typeOrLen} << 16 | (vlanId & Third::vlanMask),
-                           static_cast<uint32_t>(from >> 32) << 16 | static_cast<uint32_t>(to >> 32), 0);
+                           uint32_t{read16(source)} << 16 | read16(destination), 0);
 }
 
 /// The projection under which the rules of an IPv6 list are told apart best.

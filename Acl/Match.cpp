@@ -46,7 +46,9 @@ bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination, uin
                         Kiv::UniqueId* matchedRuleId) {
   const auto* rules = acl->judging();
   if (!rules) return false;
-  const auto packet = [&] { return MacPacket{source, destination, typeOrLen, vlanId}; };
+  const auto packet = [&] {
+    return MacPacket{source.bytes.data(), destination.bytes.data(), typeOrLen, vlanId};
+  };
   return copyOut(firstRule(rules->macRuleById(), packet), matchedRule, matchedRuleId);
 }
 

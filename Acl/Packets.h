@@ -45,11 +45,14 @@ struct Ip6Packet : IpPacketOf<Nimnet::Ip6Hdr, Nimnet::Icmp6Hdr, Ip6Fields> {
 };
 
 struct MacPacket {
-  Nimnet::EthAddr source, destination;
+  const uint8_t* source;  ///< six octets, as they are sent
+  const uint8_t* destination;
   uint16_t typeOrLen;
   uint16_t vlanId;
 
-  MacFields fields() const { return {source, destination, typeOrLen, vlanId}; }
+  MacFields fields() const {
+    return {Nimnet::EthAddr::at(source), Nimnet::EthAddr::at(destination), typeOrLen, vlanId};
+  }
   [[gnu::always_inline]] Classify::Key keyFor(const Classify::View&) const {
     return keyOf(source, destination, typeOrLen, vlanId);
   }

@@ -153,7 +153,8 @@ bool DataplaneAclHelper::dropsMac(const Lookup& at) {
   const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
   const auto* rules = at.list.judging();
   const auto packet = [&] {
-    return Acl::MacPacket{eth->source(), eth->destination(), parsed.typeOrLen(), at.ctx->pkt()->vlanId()};
+    return Acl::MacPacket{eth->sourceOctets(), eth->destinationOctets(), parsed.typeOrLen(),
+                          at.ctx->pkt()->vlanId()};
   };
   const auto* entry = rules ? Acl::firstRule(rules->macRuleById(), packet) : nullptr;
   if (entry) static_cast<void>(Acl::MacRuleConfig(entry->value));

@@ -42,7 +42,7 @@ bool match(const MacPacket& p, const List& list, MacRuleConfig* rule, Kiv::Uniqu
            true, true}};
 }
 [[gnu::always_inline]] inline Acl::MacPacket asTaken(const MacPacket& p) {
-  return {p.source, p.destination, p.typeOrLen, p.vlanId};
+  return {p.source.bytes.data(), p.destination.bytes.data(), p.typeOrLen, p.vlanId};
 }
 [[gnu::always_inline]] inline Acl::Ip6Packet asTaken(const Ip6Packet& p, const Nimnet::Ip6Hdr& ip) {
   return {{ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132), p.around.vlanId,

@@ -16,6 +16,9 @@ namespace Nimnet {
 struct EthAddr {
   std::array<uint8_t, 6> bytes{};
 
+  static constexpr EthAddr at(const uint8_t* octets) {
+    return {{octets[0], octets[1], octets[2], octets[3], octets[4], octets[5]}};
+  }
   /// The address as the low 48 bits of a number, first octet highest.
   constexpr uint64_t value() const {
     uint64_t v = 0;

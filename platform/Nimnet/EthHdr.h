@@ -22,15 +22,14 @@ constexpr bool isTag(uint16_t type) { return type == vlan || type == serviceVlan
 struct EthHdr {
   static constexpr uint32_t size = 14;
 
-  EthAddr destination() const { return addressAt(bytes); }
-  EthAddr source() const { return addressAt(bytes + 6); }
+  const uint8_t* destinationOctets() const { return bytes; }
+  const uint8_t* sourceOctets() const { return bytes + 6; }
+  EthAddr destination() const { return EthAddr::at(destinationOctets()); }
+  EthAddr source() const { return EthAddr::at(sourceOctets()); }
   /// The field right behind the addresses: of a tagged frame the tag's own type.
   uint16_t typeOrLen() const { return read16(bytes + 12); }
 
   uint8_t bytes[size];
-
- private:
-  static EthAddr addressAt(const uint8_t* at) { return {{at[0], at[1], at[2], at[3], at[4], at[5]}}; }
 };
 static_assert(sizeof(EthHdr) == EthHdr::size && alignof(EthHdr) == 1);
 
