@@ -3,6 +3,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <numeric>
 
 namespace Classify {
 
@@ -319,14 +320,14 @@ class Divider {
     }
     Cells sorted;
     sorted.members.reserve(made_.cells.members.size());
-    double squares = 0;
+    const double all = std::max(1.0, std::accumulate(packets_.begin(), packets_.end(), 0.0));
     for (const uint32_t cell : from) {
       const auto members = made_.cells[cell];
       sorted.members.insert(sorted.members.end(), members.begin(), members.end());
       sorted.begins.push_back(static_cast<uint32_t>(sorted.members.size()));
-      squares += static_cast<double>(members.size() * members.size());
+      made_.packets.push_back(packets_[cell] / all);
+      made_.meanCompany += made_.packets.back() * static_cast<double>(members.size());
     }
-    if (!sorted.members.empty()) made_.meanCompany = squares / static_cast<double>(sorted.members.size());
     made_.cells = std::move(sorted);
     std::sort(made_.left.begin(), made_.left.end());
   }

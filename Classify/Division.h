@@ -77,9 +77,10 @@ struct DivisionLimits {
 struct Division {
   uint64_t mask[2] = {0, 0};
   Cells cells;                      ///< by cell number
+  std::vector<double> packets;      ///< by cell number: the share of packets that we expect there
   std::vector<uint32_t> left;       ///< images left out of all cells, in the order of trial
   std::vector<uint32_t> shadowing;  ///< images that keep others out of a cell
-  double meanCompany = 0;           ///< the size of the cell that a member is in, on average
+  double meanCompany = 0;           ///< the size of the cell that a packet comes to, on average
 
   bool divides() const { return (mask[0] | mask[1]) != 0; }
   /// The region of a cell.

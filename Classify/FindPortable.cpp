@@ -13,6 +13,7 @@ using Part = uint64_t __attribute__((vector_size(16), may_alias));
 inline uint32_t nonZero(Part part) { return uint32_t{part[0] != 0} | uint32_t{part[1] != 0} << 1; }
 constexpr uint32_t lanesAtOnce = sizeof(Words) / sizeof(uint32_t);
 
+constexpr bool gathersAtOnce = false;
 /// The bits of a word under a mask, side by side at the lower end.
 inline uint64_t gather(uint64_t bits, uint64_t mask) {
   uint64_t gathered = 0;

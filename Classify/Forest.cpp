@@ -2,6 +2,7 @@
 #include <Classify/Forest.h>
 
 #include <bit>
+#include <limits>
 #include <map>
 #include <numeric>
 
@@ -9,14 +10,20 @@ namespace Classify {
 
 namespace {
 
-constexpr uint32_t strayTree = maxTrees - 1;             // images that would go into too many leaves are here
-constexpr size_t fullLeaf = 3 * Plane::lanes;            // a leaf with more images is divided, if that helps
-constexpr size_t grownLeaf = 5 * Plane::lanes;           // the same for a leaf that has grown
-constexpr size_t manyLeaves = 64;                        // so many leaves an image is added to, and no more
-constexpr size_t fewImages = 2048;                       // a list of no more may have more copies of each
-constexpr double copiesOfFew = 12, copiesOfMany = 3.75;  // in a node, on average
-constexpr size_t bytesPerImage = 230;                    // of trees; sieves come beside
+constexpr uint32_t strayTree = maxTrees - 1;    // images that would go into too many leaves are here
+constexpr size_t fullLeaf = 4 * Plane::lanes;   // a leaf with more images is divided, if that helps
+constexpr size_t grownLeaf = 5 * Plane::lanes;  // the same for a leaf that has grown
+constexpr size_t manyLeaves = 64;               // so many leaves an image is added to, and no more
+constexpr size_t fewImages = 2048;              // a list of no more may have more copies of each
+constexpr size_t bytesPerImage = 230;           // of trees; sieves come beside
 constexpr size_t unlimited = ~size_t{0};
+
+/// How often there may be an image in the cells of a node, on average; and for how many of the list's images
+/// there is room beside, in the node of a whole tree, which may have few of them.
+struct Plenty {
+  double copies, room;
+};
+constexpr Plenty ofFew = {12, 4}, ofMany = {3.75, 0.125};
 
 size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
 
@@ -25,6 +32,19 @@ double stepsIn(size_t images) {
   constexpr size_t stepsOfASieve = 40;
   if (images <= Leaves::longLeaf) return static_cast<double>(images) / Plane::lanes;
   return static_cast<double>(stepsOfASieve * ((images + Row::images - 1) / Row::images));
+}
+
+/// The same in the cells of a division. That a packet meets nothing in the first block, and something in the
+/// next one, nobody foresees.
+double stepsIn(const Division& division) {
+  constexpr double stepsOfASurprise = 3;
+  return division.meanCompany / Plane::lanes + (division.meanCompany > Plane::lanes ? stepsOfASurprise : 0);
+}
+
+/// What images cost that a tree leaves to the trees behind it: another look-up, and the harder it will be to
+/// tell them apart.
+double stepsBehind(size_t left, size_t images) {
+  return left == 0 ? 0 : 4 + 8 * static_cast<double>(left) / static_cast<double>(images);
 }
 
 /// Whether a division whose look-ups cost so many steps is worth the memory that its copies take: one leaf
@@ -42,23 +62,69 @@ bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
 /// Makes nodes and leaves in a forest, within a budget.
 class Forest::Builder {
  public:
-  /// `copies`: how often a node may have an image, on average. `bytes`: what leaves should take at most.
-  Builder(Forest& forest, const Images& images, double copies, size_t bytes)
+  /// `bytes`: what leaves should take at most.
+  Builder(Forest& forest, const Images& images, const Plenty& plenty, size_t bytes)
       : forest_(forest),
         images_(images),
-        copies_(copies),
+        plenty_(plenty),
         bytes_(bytes),
         budget_(images.size() * 12 + 1024) {}
 
   /// What a division of so many images may have in all its cells.
   size_t membersFor(size_t images, size_t room = 0) const {
-    return std::min(times(copies_, images) + room, budget_ + images);
+    return std::min(times(plenty_.copies, images) + room, budget_ + images);
   }
   /// What of the bytes has not been taken.
   size_t bytesLeft() const { return bytes_ - std::min(bytes_, forest_.treeBytes()); }
   /// The blocks for a division whose leaves should take so many bytes: some are left for what is below.
   size_t blocksIn(size_t bytes) const {
     return times(0.9, bytes) / (sizeof(Plane) * forest_.leaves_.planesPerBlock());
+  }
+
+  /// The division for the next of several trees; what is left out goes on to the trees behind it. Does not
+  /// divide when there is none that would.
+  ///
+  /// Of images that say much about one address and little about the other, a tree that asks about the one
+  /// keeps few copies.
+  Division chosen(std::span<const uint32_t> members) const {
+    constexpr uint64_t all = ~uint64_t{0}, first = all << 32, second = all >> 32;
+    struct Choice {
+      uint64_t allowed;
+      bool needsFirst, needsSecond;
+    };
+    constexpr Choice choices[] = {{second, false, true}, {first, true, false}, {all, false, false}};
+    Division best;
+    double fewest = std::numeric_limits<double>::infinity();
+    for (const Choice& choice : choices) {
+      std::vector<uint32_t> inside, outside;
+      for (const uint32_t member : members) {
+        const Image& image = images_[member];
+        const bool fits = (!choice.needsFirst || saysMuch(image.mask[0])) &&
+                          (!choice.needsSecond || saysMuch(image.mask[1]));
+        (fits ? inside : outside).push_back(member);
+      }
+      if (inside.empty() || stepsBehind(outside.size(), members.size()) >= fewest) continue;
+      // To try all takes long where there are many.
+      constexpr size_t many = 256;
+      constexpr double fewEnough = 8;
+      if (choice.allowed == all && members.size() > many && fewest < fewEnough) continue;
+      const double share = static_cast<double>(inside.size()) / static_cast<double>(members.size());
+      DivisionLimits limits;
+      limits.allowed[0] = choice.allowed;
+      limits.maxMembers = membersFor(inside.size());
+      limits.maxCells = members.size() * 4;
+      limits.maxCopies = 32;
+      limits.maxBlocks = blocksIn(times(share, bytesLeft()));
+      Division division = divide(images_, inside, {}, limits);
+      division.left.insert(division.left.end(), outside.begin(), outside.end());
+      const double steps = stepsIn(division) + stepsBehind(division.left.size(), members.size());
+      const bool takesAny = division.divides() && division.left.size() < members.size();
+      if (takesAny && steps < fewest) {
+        best = std::move(division);
+        fewest = steps;
+      }
+    }
+    return best;
   }
 
   /// A place, and what a look-up costs that comes there, in blocks compared.
@@ -72,8 +138,7 @@ class Forest::Builder {
     constexpr int maxDepth = 8;
     const size_t size = members.size();
     if (size <= fullLeaf || depth > maxDepth) return leaf(members);
-    // A tree of few images may spend as much as the list has.
-    const size_t room = depth == 0 ? images_.size() / 8 : 0;
+    const size_t room = depth == 0 ? times(plenty_.room, images_.size()) : 0;
     DivisionLimits limits;
     limits.maxBits = depth == 0 ? 16 : static_cast<int>(std::bit_width(size)) + 2;
     if (depth > 0) limits.small = 2 * Plane::lanes;  // as fast, and sooner made
@@ -98,41 +163,51 @@ class Forest::Builder {
                               cells,
                               static_cast<uint32_t>(std::popcount(division.mask[1]))});
     forest_.cells_.resize(cells + division.cells.size());
-    std::map<std::vector<uint32_t>, uint32_t> known;  // cells with the same images share a leaf
+    std::map<std::vector<uint32_t>, Made> known;  // cells with the same images share a leaf
+    const auto shared = [&](std::span<const uint32_t> inside, const auto& make) {
+      const auto [at, isNew] = known.try_emplace({inside.begin(), inside.end()});
+      if (!isNew) {
+        forest_.leaves_.share(at->second.place);
+        return at->second;
+      }
+      const Made made = make();
+      at->second = made;
+      // How a node divides its images depends on the packets that come there.
+      if (!(made.place & leafBit)) known.erase(at);
+      return made;
+    };
     double steps = 0;
     const auto cellIs = [&](size_t cell, const Made& made) {
       forest_.cells_[cells + cell] = made.place;
-      // Most packets come where most images are.
-      steps += made.steps * static_cast<double>(division.cells[cell].size());
+      steps += made.steps * division.packets[cell];
     };
     size_t toDivide = 0;  // members of cells that are too large for a leaf
+    double deeper = 0;    // the share of packets that come there
     for (size_t cell = 0; cell < division.cells.size(); ++cell) {
       const auto inside = division.cells[cell];
       if (inside.size() > fullLeaf) {
         toDivide += inside.size();
+        deeper += division.packets[cell];
       } else if (inside.empty()) {
         cellIs(cell, {Leaves::empty, 0});
       } else {
-        const auto [at, isNew] = known.try_emplace({inside.begin(), inside.end()}, 0);
-        if (isNew) {
-          at->second = leaf(inside).place;
-        } else {
-          forest_.leaves_.share(at->second);
-        }
-        cellIs(cell, {at->second, stepsIn(inside.size())});
+        cellIs(cell, shared(inside, [&] { return leaf(inside); }));
       }
     }
+    if (depth == 0) forest_.deep_ = deeper > 0.25;
     // They get what is left of the bytes, according to their sizes.
     for (size_t cell = 0; toDivide > 0; ++cell) {
       const auto inside = division.cells[cell];
       if (inside.size() <= fullLeaf) continue;
       const size_t left = bytes - std::min(bytes, forest_.treeBytes() - before);
       const double share = static_cast<double>(inside.size()) / static_cast<double>(toDivide);
-      cellIs(cell, place(inside, division.regionOf(region, cell), depth + 1, times(share, left)));
+      cellIs(cell, shared(inside, [&] {
+               return place(inside, division.regionOf(region, cell), depth + 1, times(share, left));
+             }));
       toDivide -= inside.size();
     }
     constexpr double stepsOfANode = 4;
-    return {number, stepsOfANode + steps / std::max<double>(1, static_cast<double>(members))};
+    return {number, stepsOfANode + steps};
   }
 
   Made leaf(std::span<const uint32_t> members) {
@@ -145,7 +220,7 @@ class Forest::Builder {
  private:
   Forest& forest_;
   const Images& images_;
-  const double copies_;
+  const Plenty plenty_;
   const size_t bytes_;
   size_t budget_;  // of members that may still be made: that bounds the time
   std::vector<Image> chosen_;
@@ -164,10 +239,11 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     plantedIn_.assign(slots, 0);
     strays_ = 0;
     bounded_ = false;
+    deep_ = false;
     view_ = {};
   };
   clear();
-  Builder builder(*this, prepared, few ? copiesOfFew : copiesOfMany, images.size() * bytesPerImage + 4096);
+  Builder builder(*this, prepared, few ? ofFew : ofMany, images.size() * bytesPerImage + 4096);
   // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
   // copies of the others.
   size_t specific = 0;
@@ -190,8 +266,12 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
 /// They are known only now: much may have been planted in vain.
 void Forest::sieveLongLeaves() {
   if (!bounded_) return;
-  const auto sieve = [this](uint32_t& place) {
-    if (place & leafBit) place = leaves_.sieved(place);
+  std::map<uint32_t, uint32_t> known;  // cells may share a leaf
+  const auto sieve = [&](uint32_t& place) {
+    if (!(place & leafBit) || leaves_.size(place) <= Leaves::longLeaf) return;
+    const auto [at, isNew] = known.try_emplace(place);
+    if (isNew) at->second = leaves_.sieved(place);
+    place = at->second;
   };
   std::for_each(view_.roots, view_.roots + view_.trees, sieve);
   std::for_each(cells_.begin(), cells_.end(), sieve);
@@ -216,44 +296,7 @@ double Forest::plant(Builder& builder, const Images& images, bool several) {
     }
   };
   while (several && view_.trees + 1 < strayTree && members.size() > fullLeaf) {
-    // Of images that say much about one address and little about the other, a tree that asks about the one
-    // keeps few copies; the others go on to the next tree.
-    constexpr uint64_t all = ~uint64_t{0}, first = all << 32, second = all >> 32;
-    struct Choice {
-      uint64_t allowed;
-      bool needsFirst, needsSecond;
-    };
-    constexpr Choice choices[] = {{all, false, false}, {second, false, true}, {first, true, false}};
-    Division best;
-    double bestCost = 0;
-    for (const Choice& choice : choices) {
-      std::vector<uint32_t> inside, outside;
-      for (const uint32_t member : members) {
-        const Image& image = images[member];
-        const bool fits = (!choice.needsFirst || saysMuch(image.mask[0])) &&
-                          (!choice.needsSecond || saysMuch(image.mask[1]));
-        (fits ? inside : outside).push_back(member);
-      }
-      const auto costOf = [&](size_t left) {
-        return 20 * static_cast<double>(left) / static_cast<double>(members.size());
-      };
-      if (inside.empty() || (best.divides() && costOf(outside.size()) >= bestCost)) continue;
-      const double share = static_cast<double>(inside.size()) / static_cast<double>(members.size());
-      DivisionLimits limits;
-      limits.allowed[0] = choice.allowed;
-      limits.maxMembers = builder.membersFor(inside.size());
-      limits.maxCells = members.size() * 4;
-      limits.maxCopies = 32;
-      limits.maxBlocks = builder.blocksIn(times(share, builder.bytesLeft()));
-      Division division = divide(images, inside, {}, limits);
-      division.left.insert(division.left.end(), outside.begin(), outside.end());
-      const double cost = costOf(division.left.size()) + division.meanCompany / Plane::lanes;
-      const bool takesAny = division.divides() && division.left.size() < members.size();
-      if (takesAny && (!best.divides() || cost < bestCost)) {
-        best = std::move(division);
-        bestCost = cost;
-      }
-    }
+    Division best = builder.chosen(members);
     if (!best.divides()) break;
     std::sort(best.left.begin(), best.left.end());
     planted(members, best.left);
@@ -273,7 +316,9 @@ void Forest::refreshView() {
   view_.planes = leaves_.planes();
   view_.sieves = leaves_.sieves().sieves();
   view_.rows = leaves_.sieves().rows();
-  view_.shape = uint32_t{wideShape} * wide() + uint32_t{severalShape} * (view_.trees > 1);
+  const bool several = view_.trees > 1;
+  view_.shape =
+      (wide() ? wideShape : 0u) | (several ? severalShape : 0u) | (deep_ && !several ? deepShape : 0u);
 }
 
 size_t Forest::treeBytes() const {
@@ -351,7 +396,7 @@ void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& im
   std::iota(members.begin(), members.end(), 0);
   const uint32_t old = place;
   const size_t bytes = size * bytesPerImage;
-  place = Builder(*this, Images(images), copiesOfMany, bytes).place(members, region, 4, bytes).place;
+  place = Builder(*this, Images(images), ofMany, bytes).place(members, region, 4, bytes).place;
   leaves_.drop(old);
 }
 

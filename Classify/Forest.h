@@ -67,6 +67,7 @@ class Forest {
   size_t enoughBytes_ = 0;          // no leaf is divided when trees have grown so large through changes
   size_t strays_ = 0;
   bool bounded_ = false;
+  bool deep_ = false;  // many packets go through two nodes of the tree that was made last
 };
 
 }  // namespace Classify

@@ -118,8 +118,9 @@ constexpr uint32_t maxTrees = 4;
 /// What a look-up has to do; there is a kernel for each combination.
 enum Shape : uint32_t {
   wideShape = 1,     ///< blocks hold the quad
-  severalShape = 2,  ///< there are several trees
-  shapes = 4,
+  deepShape = 2,     ///< there is one tree, in which many packets come from the root's node to another
+  severalShape = 4,  ///< there are several trees; not both of these
+  shapes = 6,
 };
 
 /// Everything that a look-up reads. Owned by the forest, valid until its next change.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <set>
 
 // The forest against images that are tried one after the other, for every unit that this computer has.
 
@@ -203,8 +204,9 @@ void expectAgreement(const Forest& forest, const List& list, World& world, int p
 }
 
 TEST(Forest, FindsTheFirstImageOfAnySet) {
+  std::set<uint32_t> kernelsUsed;
   for (const Shape& shape : shapes) {
-    for (const uint32_t size : {0u, 1u, 7u, 24u, 25u, 200u, 1500u, 4000u}) {
+    for (const uint32_t size : {0u, 1u, 7u, 32u, 33u, 200u, 1500u, 4000u}) {
       World world(size + 1, shape);
       List list;
       for (uint32_t slot = 0; slot < size; ++slot) {
@@ -212,11 +214,15 @@ TEST(Forest, FindsTheFirstImageOfAnySet) {
         list.images[slot].exact = slot % 5 != 0;
         list.sequences.push_back(slot / 2);  // pairs of equal numbers
       }
-      Forest forest;
-      forest.build(list.inOrder(), size, shape.quads);
-      expectAgreement(forest, list, world, 400, fmt::format("{} images, {}", size, shape.name));
+      for (const bool wide : {shape.quads, true}) {
+        Forest forest;
+        forest.build(list.inOrder(), size, wide);
+        kernelsUsed.insert(forest.view().shape);
+        expectAgreement(forest, list, world, 400, fmt::format("{} images, {}", size, shape.name));
+      }
     }
   }
+  EXPECT_EQ(kernelsUsed.size(), Classify::shapes);
 }
 
 TEST(Forest, StaysRightThroughChanges) {
