@@ -21,6 +21,8 @@ struct Kernels {
   /// Thorough: asks whatever is to be asked, and is sure.
   Search* search;
   SearchLong* searchLong;
+  /// Whether gathering bits, which is the way through a node, is an instruction and not a loop.
+  bool gathersAtOnce;
 };
 
 /// What kernels are made for. `portable` runs everywhere.

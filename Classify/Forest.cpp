@@ -1,4 +1,5 @@
 #include <Classify/Division.h>
+#include <Classify/Find.h>
 #include <Classify/Forest.h>
 
 #include <bit>
@@ -226,7 +227,7 @@ class Forest::Builder {
   std::vector<Image> chosen_;
 };
 
-Forest::Forest() { build({}, 0, false); }
+Forest::Forest() : gathersAtOnce_(kernels->gathersAtOnce) { build({}, 0, false); }
 
 void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
   const Images prepared(images);
@@ -245,10 +246,11 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
   clear();
   Builder builder(*this, prepared, few ? ofFew : ofMany, images.size() * bytesPerImage + 4096);
   // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
-  // copies of the others.
+  // copies of the others. It is in any case where the way through a node is long.
   size_t specific = 0;
   for (const Image& image : images) specific += saysMuch(image.mask[0]) && saysMuch(image.mask[1]);
-  const bool one = images.size() <= fullLeaf || (few && specific * 10 >= images.size() * 7);
+  const bool one =
+      images.size() <= fullLeaf || (few && (specific * 10 >= images.size() * 7 || !gathersAtOnce_));
   if (!pays(images.size(), plant(builder, prepared, !one))) {
     clear();
     std::vector<uint32_t> members(images.size());

@@ -57,6 +57,7 @@ class Forest {
   size_t treeBytes() const;
   void refreshView();
 
+  bool gathersAtOnce_;  // of the kernels that were in use when the forest was constructed
   View view_;
   std::vector<Node> nodes_;
   std::vector<uint32_t> cells_;
