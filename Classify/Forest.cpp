@@ -112,7 +112,7 @@ class Forest::Builder {
       const double share = static_cast<double>(inside.size()) / static_cast<double>(members.size());
       DivisionLimits limits;
       limits.allowed[0] = choice.allowed;
-      limits.maxMembers = membersFor(inside.size());
+      limits.maxMembers = membersFor(inside.size(), times(plenty_.room, images_.size()));
       limits.maxCells = members.size() * 4;
       limits.maxCopies = 32;
       limits.maxBlocks = blocksIn(times(share, bytesLeft()));
