@@ -185,7 +185,6 @@ void Compiled<Rule>::upkeepIs(bool on) {
   letGoOfJob();
   ready_ = false;
   Workshop::singleton().dispose(std::exchange(forest_, {}));
-  reviewSlots();
 }
 
 template <class Rule>

@@ -177,11 +177,14 @@ class Divider {
     for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
       const auto [zeros, ones] = cut(cell, word, mask, halves);
       const auto size = static_cast<double>(made_.cells[cell].size());
-      // A member that is in both halves sends half of its packets to each.
+      // A member that is in both halves sends half of its packets to each, and what is hidden sends its own
+      // where the others are.
       const double both = std::max(0.0, static_cast<double>(zeros + ones) - size);
-      const double share = size > 0 ? packets_[cell] / size : 0;
-      halves.packets.push_back(share * (static_cast<double>(zeros) - both / 2));
-      halves.packets.push_back(share * (static_cast<double>(ones) - both / 2));
+      const double inZero = static_cast<double>(zeros) - both / 2,
+                   inOne = static_cast<double>(ones) - both / 2;
+      const double share = zeros + ones > 0 ? packets_[cell] / (inZero + inOne) : 0;
+      halves.packets.push_back(share * inZero);
+      halves.packets.push_back(share * inOne);
     }
     halves.cells.members.resize(halves.cells.begins.back());
     leaving_.clear();

@@ -71,9 +71,10 @@ struct DivisionLimits {
   uint32_t maxCopies = 0;        ///< an image that is in more cells is left out; 0: none is
 };
 
-/// A region cut into cells by some bits of the key. The bits are chosen one at a time, each so that the sum
-/// of the squares of the cells' sizes, which is what looking into them costs, gets smallest. An image that a
-/// packet cannot meet because an earlier one of its cell takes all packets is not in the cell.
+/// A region cut into cells by some bits of the key. The bits are chosen one at a time, each so that packets,
+/// of which as many are expected for one image as for another, are held against the fewest images, with a
+/// price for copies. An image that a packet cannot meet because an earlier one of its cell takes all packets
+/// is not in the cell.
 struct Division {
   uint64_t mask[2] = {0, 0};
   Cells cells;                      ///< by cell number

@@ -230,6 +230,11 @@ class Forest::Builder {
 Forest::Forest() : gathersAtOnce_(kernels->gathersAtOnce) { build({}, 0, false); }
 
 void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
+  // Behind an image that every packet meets there is nothing to find.
+  const auto everything = std::find_if(images.begin(), images.end(),
+                                       [](const Image& image) { return overlap({}, image) == Overlap::all; });
+  const bool hides = everything != images.end() && everything + 1 != images.end();
+  if (hides) images = {images.begin(), everything + 1};
   const Images prepared(images);
   const bool few = images.size() <= fewImages;
   const auto clear = [&] {
@@ -237,6 +242,7 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     cells_.clear();
     leaves_.clear(wide);
     shadowing_.assign(slots, false);
+    if (hides) shadowing_[images.back().slot] = true;
     plantedIn_.assign(slots, 0);
     strays_ = 0;
     bounded_ = false;

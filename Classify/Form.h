@@ -119,7 +119,7 @@ constexpr uint32_t maxTrees = 4;
 enum Shape : uint32_t {
   wideShape = 1,     ///< blocks hold the quad
   deepShape = 2,     ///< there is one tree, in which many packets come from the root's node to another
-  severalShape = 4,  ///< there are several trees; not both of these
+  severalShape = 4,  ///< there are several trees; never with deepShape
   shapes = 6,
 };
 

@@ -11,9 +11,13 @@ namespace Agent {
 /// choice, a capture's for instance; time slices on real time.
 class TaskLoop {
  public:
-  /// `clock` outlives this object, and this object whatever uses tasks.
-  explicit TaskLoop(const Kiv::Clock& clock) : scheduler_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()) {
+  /// `clock` outlives this object, and this object whatever uses tasks. `turnBudget` is what the tasks of a
+  /// turn have together.
+  explicit TaskLoop(const Kiv::Clock& clock,
+                    Kelp::Duration turnBudget = Kiv::TaskScheduler::defaultTurnBudget)
+      : scheduler_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()) {
     scheduler_->clockIs(clock);
+    scheduler_->turnBudgetIs(turnBudget);
   }
   ~TaskLoop() {
     scheduler_->clockIs(Kiv::steadyClock());
@@ -28,12 +32,12 @@ class TaskLoop {
   }
   /// Until the next task is due, zero when one is; nothing when none is asked for.
   std::optional<Kelp::Duration> timeUntilDue() const { return scheduler_->timeUntilDue(); }
-  /// One turn of the loop: runs what is due within the budget. Of one that is used up before, the first task
-  /// still gets as much as it does between two looks at the clock.
-  void turn(Kelp::Duration budget = Kiv::TaskScheduler::defaultTurnBudget) {
-    scheduler_->turnBudgetIs(budget);
-    scheduler_->turnBegin();
-    scheduler_->runTurn();
+  /// A turn of the loop may begin with other work, of which age() tells how long it has taken.
+  void turnBegin() { scheduler_->turnBegin(); }
+  Kelp::Duration age() const { return scheduler_->turnAge(); }
+  /// Runs what is due within the turn's budget, `used` of which other work has taken.
+  void turn(Kelp::Duration used = Kelp::Duration()) {
+    scheduler_->runTurn(used);
     Rix::Gen::zebDoZombieReactors();
   }
   /// Runs until nothing is due any more without the clock going on.

@@ -22,14 +22,14 @@ timespec timespecOf(double seconds) {
 // Nobody waits longer; keeps times within what a timespec takes.
 constexpr double longestWait = 3600;
 
-// Packets wait for the handlers and the tasks of a turn. With the last of a task's elements they should take
-// less than a slice.
-constexpr Kelp::Duration budget{Kiv::TaskScheduler::defaultSlice.seconds() / 2};
+// Packets wait for the handlers and the tasks of a turn. With the last of a task's elements, and what that
+// leaves to be freed, they should take less than a slice.
+constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() / 3};
 
 }  // namespace
 
 EventLoop::EventLoop(const Kiv::Clock& clock, const Kiv::Clock& wall)
-    : clock_(clock), wall_(wall), tasks_(clock), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+    : clock_(clock), wall_(wall), tasks_(clock, turnBudget), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
   KELP_ASSERT(epoll_ >= 0, "an epoll descriptor can be had");
   clocksAre();
   Zeb::System::clockIs(&turnWall_);
@@ -75,7 +75,7 @@ void EventLoop::run() {
 void EventLoop::turn(int maxWaitMs) {
   const Kelp::Duration used = dispatch(maxWaitMs);
   pollAll();
-  if (tasks_.due()) tasks_.turn(budget - used);
+  if (tasks_.due()) tasks_.turn(used);
 }
 
 Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
@@ -87,6 +87,7 @@ Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   const int count = epoll_pwait2(epoll_, events, eventsATurn, &timeout, nullptr);
   KELP_ASSERT(count >= 0 || errno == EINTR, "descriptors can be waited for");
   clocksAre();
+  tasks_.turnBegin();
   for (int i = 0; i < count; ++i) {
     const auto at = watched_.find(static_cast<int>(static_cast<uint32_t>(events[i].data.u64)));
     if (at == watched_.end() || at->second.generation != events[i].data.u64 >> 32) continue;
@@ -95,7 +96,7 @@ Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   }
   if (count <= 0) return Kelp::Duration();
   Rix::Gen::zebDoZombieReactors();
-  return clock_.now() - turnClock_.now();
+  return tasks_.age();
 }
 
 void EventLoop::pollAll() {

@@ -19,7 +19,7 @@ class Poller {
   virtual bool poll() = 0;
 };
 
-/// The one loop of a running agent, on one thread: bursts of packets, due tasks for half a slice, the
+/// The one loop of a running agent, on one thread: bursts of packets, due tasks for a third of a slice, the
 /// handlers of descriptors, and sleep in epoll when there is none of them. Whoever is called runs to its end
 /// before anything else does, so that a change made in one call is seen whole by the next packet.
 class EventLoop {

@@ -90,6 +90,7 @@ void meet(const Acl::IpFilter& f, IpPacket& packet) {
   if (f.established) packet.l4Octets[13] = Nimnet::TcpHdr::ack;
   if (f.tcpFlags) packet.l4Octets[13] = f.tcpFlags;
   if (f.icmpTypeNamed) {
+    write16(packet.ip.bytes + 6, 0);  // no fragment, which would have no such header
     packet.ip.bytes[9] = packet.around.protocol = f.protocol;
     packet.l4Octets[0] = f.icmpType;
   }

@@ -39,9 +39,9 @@ class Task : public Kelp::Node {
   /// True while a run, delayed or not, is asked for and has not begun.
   bool taskWorkQueued() const { return queue_ != Queue::none; }
 
-  /// True when the time slice is used up: within the task's own run that run's, anywhere else that of the
-  /// current turn of the loop. Always true while alwaysYield() holds. One clock read; meant to be asked once
-  /// an item.
+  /// True when the time is used up: within the task's own run that run's slice or the turn's budget, anywhere
+  /// else as much since the current turn of the loop began. Always true while alwaysYield() holds. One clock
+  /// read; meant to be asked once an item.
   bool taskShouldYield() const;
   /// True within the task's own run.
   bool taskCurrentlyRunning() const;

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
 #include <string_view>
+#include <utility>
 
 namespace Kiv {
 
@@ -68,7 +68,6 @@ void TaskScheduler::clockIs(const Clock& clock) {
 void TaskScheduler::sliceClockIs(const Clock& clock) {
   sliceClock_ = &clock;
   turnStart_ = clock.now();
-  runEnd_ = turnStart_ + slice_;
 }
 
 void TaskScheduler::turnBegin() {
@@ -106,7 +105,7 @@ void TaskScheduler::dequeue(Task& task) {
 }
 
 bool TaskScheduler::sliceUsedUp(const Task& task) const {
-  return sliceClock_->now() >= (running_ == &task ? runEnd_ : turnStart_ + slice_);
+  return sliceClock_->now() >= (running_ == &task ? runEnd_ : turnStart_ + std::min(slice_, turnBudget_));
 }
 
 void TaskScheduler::takeDue() {
@@ -122,32 +121,57 @@ Task* TaskScheduler::nextBefore(uint64_t order) const {
   return nullptr;
 }
 
-size_t TaskScheduler::runTurn() { return run(std::numeric_limits<size_t>::max(), true); }
+Task* TaskScheduler::oldestBefore(uint64_t order) const {
+  Task* oldest = nullptr;
+  for (auto& [key, task] : ready_) {
+    if (key.order < order && (!oldest || task->order_ < oldest->order_)) oldest = task;
+  }
+  return oldest;
+}
 
-size_t TaskScheduler::run(size_t limit, bool budgeted) {
+void TaskScheduler::prepareRuns() {
   KELP_ASSERT(running_ == nullptr, "a turn was started from within a task");
-  // A task may drop the last other reference to its scheduler.
-  const Kelp::Ptr<TaskScheduler> self(this);
   if (!turnBegun_) turnBegin();
   takeDue();
-  const uint64_t end = nextOrder_;
+}
+
+void TaskScheduler::run(Task& task, Kelp::Duration end) {
+  runEnd_ = end;
+  dequeue(task);
+  running_ = &task;
+  task.run();
+  running_ = nullptr;
+}
+
+size_t TaskScheduler::runTurn(Kelp::Duration used) {
+  // A task may drop the last other reference to its scheduler.
+  const Kelp::Ptr<TaskScheduler> self(this);
+  prepareRuns();
+  const uint64_t last = nextOrder_;
+  const Kelp::Duration end = sliceClock_->now() + turnBudget_ - used;
+  const bool oldestFirst = std::exchange(oldestFirst_, false);
   size_t runs = 0;
-  Kelp::Duration turnEnd;
-  while (runs < limit) {
-    const Kelp::Ptr<Task> task(nextBefore(end));
+  for (;; ++runs) {
+    const Kelp::Ptr<Task> task(runs == 0 && oldestFirst ? oldestBefore(last) : nextBefore(last));
     if (!task) break;
     const Kelp::Duration now = sliceClock_->now();
-    if (runs == 0) turnEnd = now + turnBudget_;
-    if (budgeted && runs && now >= turnEnd) break;
-    runEnd_ = budgeted ? std::min(now + slice_, turnEnd) : now + slice_;
-    dequeue(*task);
-    running_ = task.get();
-    task->run();
-    running_ = nullptr;
-    ++runs;
+    if (runs > 0 && now >= end) {
+      oldestFirst_ = !oldestFirst;
+      break;
+    }
+    run(*task, std::min(now + slice_, end));
   }
   turnBegun_ = false;
   return runs;
+}
+
+bool TaskScheduler::runOne() {
+  const Kelp::Ptr<TaskScheduler> self(this);
+  prepareRuns();
+  const Kelp::Ptr<Task> task(nextBefore(nextOrder_));
+  if (task) run(*task, sliceClock_->now() + slice_);
+  turnBegun_ = false;
+  return task != nullptr;
 }
 
 std::optional<Kelp::Duration> TaskScheduler::timeUntilDue() const {

@@ -18,8 +18,9 @@ namespace Kiv {
 ///
 /// A turn runs what was due when runTurn() was called, each task at most once, the higher priority first and
 /// the longer queued first among equals. When the turn's budget is used up the running task is told to yield
-/// and no further one begins. What is asked for during a turn waits for the next one, so that a task that
-/// schedules itself goes behind all others of its priority and a turn always ends.
+/// and no further one begins; every second turn that follows one cut short so begins with the task that has
+/// waited longest, so that nobody waits for ever. What is asked for during a turn waits for the next one, so
+/// that a task that schedules itself goes behind all others of its priority and a turn always ends.
 ///
 /// Delays are counted on one clock and slices and turns measured on another, which may be the same: a replay
 /// takes delays from its capture and slices from real time. With ManualClocks every order is repeatable.
@@ -38,21 +39,23 @@ class TaskScheduler final : public Kelp::Node {
 
   /// Replaces the clock of delays; pending delays keep what is left of them.
   void clockIs(const Clock& clock);
-  /// Replaces the clock of slices and turns; the current turn starts over.
+  /// Replaces the clock of slices and turns; the current turn starts over. Not from within a task.
   void sliceClockIs(const Clock& clock);
-  /// How long a task may run before taskShouldYield() says so; from its next run on.
+  /// How long a task may run before taskShouldYield() says so. Not from within a task.
   void sliceIs(Kelp::Duration slice) { slice_ = slice; }
-  /// How long the tasks of a turn may run together, the first of which begins in any case; from the next turn
-  /// on.
+  /// How long the tasks of a turn may run together, the first of which begins in any case. Not from within a
+  /// task.
   void turnBudgetIs(Kelp::Duration budget) { turnBudget_ = budget; }
 
   /// Starts a turn of the loop, which lasts until the next one starts.
   void turnBegin();
-  /// Runs the due tasks; starts a turn unless turnBegin() has since the last run. Returns how many ran. Not
-  /// to be called from within a task.
-  size_t runTurn();
+  /// How long ago the turn started.
+  Kelp::Duration turnAge() const { return sliceClock_->now() - turnStart_; }
+  /// Runs the due tasks; starts a turn unless turnBegin() has since the last run. `used` is what other work
+  /// of the loop has taken of the budget. Returns how many ran. Not to be called from within a task.
+  size_t runTurn(Kelp::Duration used = Kelp::Duration());
   /// The same for the first due task only; false when there is none.
-  bool runOne() { return run(1, false) != 0; }
+  bool runOne();
 
   /// Until the next run is due on the clock of delays: zero when one is due already, nothing when none is
   /// asked for.
@@ -80,8 +83,11 @@ class TaskScheduler final : public Kelp::Node {
   void dequeue(Task& task);
   bool sliceUsedUp(const Task& task) const;
   void takeDue();
+  /// Of the ready tasks that were queued before: the first, and the one that was queued first.
   Task* nextBefore(uint64_t order) const;
-  size_t run(size_t limit, bool budgeted);
+  Task* oldestBefore(uint64_t order) const;
+  void prepareRuns();
+  void run(Task& task, Kelp::Duration end);
 
   const Clock* clock_;
   const Clock* sliceClock_;
@@ -97,6 +103,7 @@ class TaskScheduler final : public Kelp::Node {
   Kelp::Duration runEnd_;  ///< when the running task should yield
   Kelp::Duration turnStart_;
   bool turnBegun_ = false;
+  bool oldestFirst_ = false;  ///< so begins the next turn
 };
 
 /// The process-wide default scheduler.

@@ -13,16 +13,14 @@ namespace {
 
 using namespace Acl;
 
-/// Two ports, or any packet: of rules that say nothing about addresses one tree is made.
+/// Two hosts, or any packet.
 IpRuleConfig rule(uint32_t sequence, bool any) {
   IpRuleConfig made;
   made.sequence = sequence;
   if (any) return made;
-  const auto port = [](uint32_t number) {
-    return PortMatch{.op = Compare::eq, .count = 1, .ports = {static_cast<uint16_t>(number)}};
-  };
-  made.filter.sourcePort = port(sequence);
-  made.filter.destinationPort = port(sequence * 40503);
+  made.filter.sourceMask.value = made.filter.destinationMask.value = ~uint32_t{0};
+  made.filter.source.value = sequence * 0x01000193;
+  made.filter.destination.value = sequence * 0x9e3779b1;
   return made;
 }
 

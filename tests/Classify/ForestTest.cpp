@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <map>
 #include <random>
 #include <set>
+#include <utility>
 
 // The forest against images that are tried one after the other, for every unit that this computer has.
 
@@ -204,7 +206,7 @@ void expectAgreement(const Forest& forest, const List& list, World& world, int p
 }
 
 TEST(Forest, FindsTheFirstImageOfAnySet) {
-  std::set<uint32_t> kernelsUsed;
+  std::set<uint32_t> shapesSeen;
   for (const Shape& shape : shapes) {
     for (const uint32_t size : {0u, 1u, 7u, 32u, 33u, 200u, 1500u, 4000u}) {
       World world(size + 1, shape);
@@ -217,12 +219,12 @@ TEST(Forest, FindsTheFirstImageOfAnySet) {
       for (const bool wide : {shape.quads, true}) {
         Forest forest;
         forest.build(list.inOrder(), size, wide);
-        kernelsUsed.insert(forest.view().shape);
+        shapesSeen.insert(forest.view().shape);
         expectAgreement(forest, list, world, 400, fmt::format("{} images, {}", size, shape.name));
       }
     }
   }
-  EXPECT_EQ(kernelsUsed.size(), Classify::shapes);
+  EXPECT_EQ(shapesSeen.size(), Classify::shapes);
 }
 
 TEST(Forest, StaysRightThroughChanges) {
@@ -283,6 +285,73 @@ TEST(Forest, TakesBoundedMemory) {
     forest.build(images, 3000, shape.quads);
     EXPECT_LT(forest.bytes(), 3000u * 600) << shape.name;
   }
+}
+
+/// How many cells lead to each leaf with a sieve.
+std::map<uint32_t, size_t> cellsOfSieves(const View& view, uint32_t place) {
+  if (place & sieveBit) return {{place, 1}};
+  if (place & leafBit) return {};
+  std::map<uint32_t, size_t> found;
+  const Node& node = view.nodes[place];
+  const size_t cells = size_t{1} << (std::popcount(node.mask[0]) + std::popcount(node.mask[1]));
+  for (size_t cell = 0; cell < cells; ++cell) {
+    for (const auto& [sieve, count] : cellsOfSieves(view, view.cells[node.cells + cell]))
+      found[sieve] += count;
+  }
+  return found;
+}
+
+/// A crowd of hosts, and 200 images that nothing tells apart but a number that the crowd does not have.
+TEST(Forest, CellsShareALongLeafWithItsSieveUntilOneOfThemChanges) {
+  const auto made = [](uint32_t slot, Dice& dice) {
+    Image image;
+    image.slot = slot;
+    image.mask[2] = 0xff000000;
+    if (dice.once(11)) {
+      image.value[2] = 9u << 24;
+      image.mask[0] = dice.word() & dice.word() & (dice.word() | dice.word());
+      image.value[0] = dice.word() & image.mask[0];
+    } else {
+      image.value[2] = dice.below(4) << 24;
+      image.mask[1] = ~uint32_t{0};
+      image.value[1] = dice.word();
+    }
+    return image;
+  };
+  size_t shared = 0;
+  for (uint32_t seed = 1; seed <= 4; ++seed) {
+    Dice dice(seed);
+    World world(seed, shapes[4]);
+    List list;
+    for (uint32_t slot = 0; slot < 2000; ++slot) {
+      list.images[slot] = made(slot, dice);
+      list.sequences.push_back(slot);
+    }
+    // Of a small list one tree is made then.
+    const Kernels* const before = std::exchange(kernels, kernelsOf(Unit::portable));
+    Forest forest;
+    kernels = before;
+    forest.build(list.inOrder(), 2000, false);
+    for (uint32_t tree = 0; tree < forest.view().trees; ++tree) {
+      for (const auto& [sieve, cells] : cellsOfSieves(forest.view(), forest.view().roots[tree])) {
+        shared += cells > 1;
+      }
+    }
+    expectAgreement(forest, list, world, 300, fmt::format("seed {}", seed));
+    for (int change = 0; change < 60; ++change) {
+      const auto slot = static_cast<uint32_t>(list.sequences.size());
+      list.sequences.push_back(slot);
+      list.images[slot] = made(slot, dice);
+      forest.insert(list.images[slot], list.order());
+      const auto at = std::next(list.images.begin(), dice.below(2000));
+      const Image gone = at->second;
+      if (forest.shadows(gone.slot)) continue;
+      list.images.erase(at);
+      forest.erase(gone);
+      if (change % 10 == 0) expectAgreement(forest, list, world, 100, fmt::format("seed {}, changed", seed));
+    }
+  }
+  EXPECT_GT(shared, 0u);
 }
 
 /// Prefixes of one pair of addresses, the longest first: no few bits tell them apart.

@@ -78,6 +78,41 @@ TEST_F(TaskSchedulerTest, TheBudgetEndsATurnAndNothingIsLost) {
   EXPECT_EQ(turn(), "c");
 }
 
+TEST_F(TaskSchedulerTest, NobodyWaitsForEverForTurnsThatAreCutShort) {
+  TaskPtr busy[2], low;
+  for (TaskPtr& one : busy) {
+    one = task(&one == busy ? "a" : "b", 1, [&] {
+      clock_.advance(Duration(3));
+      one->scheduleTask();
+    });
+    one->scheduleTask();
+  }
+  low = task("l", 0, [&] { low->scheduleTask(); });
+  low->scheduleTask();
+  std::string turns;
+  for (int i = 0; i < 8; ++i) turns += turn() + ' ';
+  EXPECT_EQ(turns, "a b a lb a lb a lb ") << "by priority, and in every second turn the oldest begins";
+  for (auto& one : busy) one->cancelTask();
+  low->cancelTask();
+}
+
+TEST_F(TaskSchedulerTest, WhatOtherWorkHasUsedComesOffTheBudget) {
+  std::string asked;
+  TaskPtr a;
+  a = task("a", 0, [&] { asked += a->taskShouldYield() ? 'y' : 'n'; });
+  auto b = task("b");
+  for (const double used : {2.5, 3.0}) {
+    a->scheduleTask();
+    b->scheduleTask();
+    scheduler_->runTurn(Duration(used));
+  }
+  EXPECT_EQ(asked, "ny");
+  EXPECT_EQ(ran(), "aba") << "the first of a turn runs in any case";
+  scheduler_->turnBegin();
+  clock_.advance(Duration(2));
+  EXPECT_EQ(scheduler_->turnAge(), Duration(2));
+}
+
 TEST_F(TaskSchedulerTest, DelaysEndInTheOrderOfTheirTimes) {
   auto a = task("a");
   auto b = task("b");

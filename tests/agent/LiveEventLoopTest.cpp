@@ -145,7 +145,7 @@ TEST_F(EventLoopTest, PacketsTasksAndHandlersTakeTurnsUnderLoad) {
   loop_.pollerDel(&poller);
 }
 
-TEST_F(EventLoopTest, PacketsWaitForHalfASliceOfHandlersAndTasksTogether) {
+TEST_F(EventLoopTest, PacketsWaitForAThirdOfASliceOfHandlersAndTasksTogether) {
   const bool alwaysYielded = Kiv::alwaysYield();
   Kiv::alwaysYieldIs(false);
   const auto scheduler = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
@@ -170,7 +170,7 @@ TEST_F(EventLoopTest, PacketsWaitForHalfASliceOfHandlersAndTasksTogether) {
   a->scheduleTask();
   b->scheduleTask();
   for (int i = 0; i < 2; ++i) loop_.turn(0);
-  EXPECT_EQ(log, "pabbbpbbbb") << "the fourth piece of a turn is the one in which half a slice ends";
+  EXPECT_EQ(log, "pabbpbbb") << "the third piece of a turn is the one in which a third of a slice ends";
   log.clear();
   Bell bell;
   bell.ring();
@@ -179,7 +179,7 @@ TEST_F(EventLoopTest, PacketsWaitForHalfASliceOfHandlersAndTasksTogether) {
     clock_.advance(Kelp::Duration(2 * piece.seconds()));
   });
   loop_.turn(0);
-  EXPECT_EQ(log, "hpbb");
+  EXPECT_EQ(log, "hpb");
   loop_.fdDel(bell.fd());
   b->cancelTask();
   for (const auto& one : {a, b}) one->dispatchIs(nullptr);
