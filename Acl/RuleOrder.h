@@ -33,6 +33,8 @@ class RuleOrder {
    public:
     Iterator(const std::vector<Run>* runs, size_t run, size_t at) : runs_(runs), run_(run), at_(at) {}
     const Entry* operator*() const { return (*runs_)[run_][at_].entry; }
+    /// The entry's key, without a look at the entry, which lies anywhere in memory.
+    const Kiv::UniqueId& id() const { return (*runs_)[run_][at_].id; }
     Iterator& operator++() {
       if (++at_ == (*runs_)[run_].size()) ++run_, at_ = 0;
       return *this;

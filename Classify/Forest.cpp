@@ -71,10 +71,12 @@ class Forest::Builder {
         bytes_(bytes),
         budget_(images.size() * 12 + 1024) {}
 
-  /// What a division of so many images may have in all its cells.
-  size_t membersFor(size_t images, size_t room = 0) const {
+  /// What a division of so many images may have in all its cells; in the node of a whole tree there is room
+  /// beside.
+  size_t membersFor(size_t images, size_t room) const {
     return std::min(times(plenty_.copies, images) + room, budget_ + images);
   }
+  size_t room() const { return times(plenty_.room, images_.size()); }
   /// What of the bytes has not been taken.
   size_t bytesLeft() const { return bytes_ - std::min(bytes_, forest_.treeBytes()); }
   /// The blocks for a division whose leaves should take so many bytes: some are left for what is below.
@@ -112,7 +114,7 @@ class Forest::Builder {
       const double share = static_cast<double>(inside.size()) / static_cast<double>(members.size());
       DivisionLimits limits;
       limits.allowed[0] = choice.allowed;
-      limits.maxMembers = membersFor(inside.size(), times(plenty_.room, images_.size()));
+      limits.maxMembers = membersFor(inside.size(), room());
       limits.maxCells = members.size() * 4;
       limits.maxCopies = 32;
       limits.maxBlocks = blocksIn(times(share, bytesLeft()));
@@ -139,12 +141,12 @@ class Forest::Builder {
     constexpr int maxDepth = 8;
     const size_t size = members.size();
     if (size <= fullLeaf || depth > maxDepth) return leaf(members);
-    const size_t room = depth == 0 ? times(plenty_.room, images_.size()) : 0;
+    const size_t beside = depth == 0 ? room() : 0;
     DivisionLimits limits;
     limits.maxBits = depth == 0 ? 16 : static_cast<int>(std::bit_width(size)) + 2;
     if (depth > 0) limits.small = 2 * Plane::lanes;  // as fast, and sooner made
-    limits.maxMembers = membersFor(size, room);
-    limits.maxCells = size * 2 + room;
+    limits.maxMembers = membersFor(size, beside);
+    limits.maxCells = size * 2 + beside;
     limits.maxBlocks = blocksIn(bytes);
     const Division division = divide(images_, members, region, limits);
     if (!division.divides() || !pays(size, stepsIn(static_cast<size_t>(division.meanCompany)))) {

@@ -87,7 +87,7 @@ std::vector<Kiv::UniqueId> ListReader::ruleIds(const Key& key) const {
     Acl::withRuleKind(key.first, [&](auto kind) {
       const auto& ordered = kind.rules(*rules).ordered();
       ids.reserve(ordered.size());
-      for (const auto* entry : ordered) ids.push_back(entry->key);
+      for (auto at = ordered.begin(); at != ordered.end(); ++at) ids.push_back(at.id());
     });
   }
   return ids;
