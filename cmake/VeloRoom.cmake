@@ -16,9 +16,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 if(VELO_SANITIZE)
   # Tests are instrumented for addresses only: that what they test behaves as defined is checked where it is
-  # compiled, and checking it in the tests once more takes a third of the time to build them.
+  # compiled, and checking it in the tests once more takes a third of the time to build them. Null is what the
+  # address sanitizer stops at anyway, and asking for it everywhere takes a quarter.
   set(undefined $<$<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_TEST_CODE>>>:$<COMMA>undefined>)
-  target_compile_options(velo-flags INTERFACE -fsanitize=address${undefined} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(velo-flags INTERFACE -fsanitize=address${undefined} -fno-sanitize=null -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
 
