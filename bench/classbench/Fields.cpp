@@ -125,9 +125,9 @@ void measureFields(Run& run, const std::vector<RuleSet>&) {
       const OurList<Ip> with(rules);
       const auto anything = variedPackets(
           uniformHeaders(tuples, std::min<size_t>(run.headers, 20000), run.seed + 1), run.seed + 2);
-      // Each list gets packets that meet its rules: for each packet that meets one without, one that meets the
-      // same rule although it asks for more. With anything in the other fields fewer packets meet a rule, and
-      // that has its own price.
+      // Each list gets packets that meet its rules: for each packet that meets one without, one that meets
+      // the same rule although it asks for more. With anything in the other fields fewer packets meet a rule,
+      // and that has its own price.
       auto asked = anything;
       for (IpPacket& packet : asked) {
         const int32_t rule = without.lookUp(packet);
