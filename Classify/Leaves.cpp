@@ -27,7 +27,6 @@ void Leaves::clear(bool wide) {
 uint32_t Leaves::make(std::span<const Image> images) { return images.empty() ? empty : makeBlocks(images); }
 
 uint32_t Leaves::sieved(uint32_t leaf) {
-  if (leaf & sieveBit || size(leaf) <= longLeaf) return leaf;
   const uint32_t sieve = sieves_.make(images(leaf), leaf & ~leafBit);
   return sieve == Sieves::none ? leaf : leafBit | sieveBit | sieve;
 }

@@ -31,7 +31,7 @@ class Leaves {
   uint32_t make(std::span<const Image> images);
   /// A leaf of more images is a long one.
   static constexpr uint32_t longLeaf = 160;
-  /// The leaf with a sieve, if it is long and its images can be sieved; for all cells that lead there.
+  /// A long leaf with a sieve, if its images can be sieved; for all cells that lead there.
   uint32_t sieved(uint32_t leaf);
   /// One more cell leads to a leaf, or one less.
   void share(uint32_t leaf);

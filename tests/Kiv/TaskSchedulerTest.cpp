@@ -109,8 +109,11 @@ TEST_F(TaskSchedulerTest, WhatOtherWorkHasUsedComesOffTheBudget) {
   EXPECT_EQ(asked, "ny");
   EXPECT_EQ(ran(), "aba") << "the first of a turn runs in any case";
   scheduler_->turnBegin();
-  clock_.advance(Duration(2));
-  EXPECT_EQ(scheduler_->turnAge(), Duration(2));
+  clock_.advance(Duration(0.5));
+  EXPECT_EQ(scheduler_->turnAge(), Duration(0.5));
+  EXPECT_FALSE(b->taskShouldYield());
+  scheduler_->turnBudgetIs(Duration(0.5));
+  EXPECT_TRUE(b->taskShouldYield()) << "outside a run a turn lasts no longer than its tasks may";
 }
 
 TEST_F(TaskSchedulerTest, DelaysEndInTheOrderOfTheirTimes) {
