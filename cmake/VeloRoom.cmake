@@ -23,13 +23,15 @@ if(VELO_SANITIZE)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
 
-# The large standard headers that nearly every file includes are parsed once.
+# The large headers that nearly every file includes are parsed once.
+set(velo_common_headers <fmt/format.h> <algorithm> <functional> <map> <memory> <optional> <set> <string> <variant> <vector>)
+
+# velo_common_headers(NAME [WITH pch LIBRARIES ... HEADERS ...])
 function(velo_common_headers name)
   if(NOT TARGET velo-pch)
     add_library(velo-pch OBJECT ${CMAKE_SOURCE_DIR}/cmake/pch.cpp)
     target_link_libraries(velo-pch PUBLIC velo-flags fmt::fmt)
-    target_precompile_headers(velo-pch PRIVATE <fmt/format.h> <algorithm> <functional> <map> <memory> <optional>
-      <set> <string> <variant> <vector>)
+    target_precompile_headers(velo-pch PRIVATE ${velo_common_headers})
   endif()
   target_precompile_headers(${name} REUSE_FROM velo-pch)
 endfunction()

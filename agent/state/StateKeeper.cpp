@@ -14,7 +14,6 @@ constexpr Kelp::Duration atOnce{0.0};
 constexpr int priority = -5;
 /// A clock is read once in so many rows.
 constexpr int rowsAtOnce = 32;
-constexpr auto dropType = Acl::ImplicitRuleType::drop;
 
 }  // namespace
 
@@ -162,8 +161,8 @@ bool StateKeeper::copyStatus(Piece& piece, bool whole) {
   const auto list = lists ? lists->acl(piece.name) : nullptr;
   if (!list) return true;
   if (!piece.resume) {
-    const auto* id = list->implicitRuleId(dropType);
-    const auto* drop = list->implicitRuleStatus(dropType);
+    const auto* id = list->implicitRuleId(Acl::ImplicitRuleType::drop);
+    const auto* drop = list->implicitRuleStatus(Acl::ImplicitRuleType::drop);
     const auto implicit = drop ? *drop : Acl::RuleStatus();
     if (id) noteId(*id);
     state_.lists.push_back({piece.type, piece.name.str(), list->counterUpdateTime().seconds(),

@@ -6,8 +6,6 @@ namespace Agent {
 
 namespace {
 
-constexpr auto dropType = Acl::ImplicitRuleType::drop;
-
 /// The first line of a list of that kind.
 std::string headOf(Acl::AclType type, bool standard) {
   switch (type) {
@@ -56,8 +54,8 @@ void Successor::publish(const Core& core) const {
     const auto list = status->statusIs(row.type)->aclIs(row.name);
     list->counterUpdateTimeIs(Kelp::Duration(row.counterUpdateTime));
     if (row.implicitId == 0) continue;
-    list->implicitRuleIdIs(dropType, Kiv::UniqueId(row.implicitId));
-    list->implicitRuleStatusIs(dropType, published(row.packets, row.lastMatch));
+    list->implicitRuleIdIs(Acl::ImplicitRuleType::drop, Kiv::UniqueId(row.implicitId));
+    list->implicitRuleStatusIs(Acl::ImplicitRuleType::drop, published(row.packets, row.lastMatch));
   }
   for (const auto& row : state_.ruleStatus) {
     status->statusIs(row.type)->aclIs(row.list)->ruleStatusIs(Kiv::UniqueId(row.id),
@@ -90,11 +88,11 @@ void Successor::countImplicitDrops(Core& core) const {
   for (const auto& row : state_.lists) {
     const auto lists = status->status(row.type);
     const auto list = lists ? lists->acl(Kelp::String(row.name)) : nullptr;
-    const auto* id = list ? std::as_const(*list).implicitRuleId(dropType) : nullptr;
+    const auto* id = list ? std::as_const(*list).implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
     if (!id || row.implicitId == 0 || row.packets == 0) continue;
     now.emplace(row.implicitId, *id);
     // As the next copy of the counters will have it.
-    list->implicitRuleStatusIs(dropType, published(row.packets, row.lastMatch));
+    list->implicitRuleStatusIs(Acl::ImplicitRuleType::drop, published(row.packets, row.lastMatch));
   }
   for (const auto& row : state_.counters) {
     if (const auto known = now.find(row.id); known != now.end()) goOn(core, row, known->second);
