@@ -2,31 +2,31 @@
 
 namespace Velo::VeloAcl {
 
-void BoundLists::Place::search(const BoundLists& all, const Nimnet::IntfId& wantedIntf,
-                               Acl::AclDirection wantedDir, Acl::AclType wantedType) {
+void BoundListSearch::search(const Acl::IntfConfig& bindings, const Acl::Config& config,
+                             const Nimnet::IntfId& intf, Acl::AclDirection dir, Acl::AclType type) {
   *this = {};
-  intf = wantedIntf;
-  dir = wantedDir;
-  type = wantedType;
-  searched = true;
-  bindingsVersion = all.bindings_->config().version();
-  configVersion = all.config_->config().version();
+  intf_ = intf;
+  dir_ = dir;
+  type_ = type;
+  searched_ = true;
+  bindingsChanges_ = bindings.config().changes();
+  configChanges_ = config.config().changes();
 
-  if (const auto* known = all.bindings_->config().find(type)) {
-    ofType = known->get();
-    typeVersion = ofType->intf().version();
-    if (const auto* direction = ofType->intf().find(dir)) {
-      ofDirection = direction->get();
-      directionVersion = ofDirection->intf().version();
-      if (const Kelp::String* name = ofDirection->intf().find(intf)) found.name = *name;
+  if (const auto* known = bindings.config().find(type)) {
+    ofType_ = known->get();
+    typeChanges_ = ofType_->intf().changes();
+    if (const auto* direction = ofType_->intf().find(dir)) {
+      ofDirection_ = direction->get();
+      directionChanges_ = ofDirection_->intf().changes();
+      if (const Kelp::String* name = ofDirection_->intf().find(intf)) found_.name = *name;
     }
   }
-  found.bound = !found.name.empty();
-  if (const auto* known = all.config_->config().find(type)) {
-    lists = known->get();
-    listsVersion = lists->acl().version();
-    found.typeKnown = true;
-    if (const auto* list = lists->acl().find(found.name)) found.list = list->get();
+  found_.bound = !found_.name.empty();
+  if (const auto* known = config.config().find(type)) {
+    lists_ = known->get();
+    listsChanges_ = lists_->acl().changes();
+    found_.typeKnown = true;
+    if (const auto* list = lists_->acl().find(found_.name)) found_.list = list->get();
   }
 }
 

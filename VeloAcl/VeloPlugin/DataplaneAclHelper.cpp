@@ -235,13 +235,13 @@ Kelp::Ptr<Velo::Counter::VeloDpAclCounter> DataplaneAclHelper::counterForKey(con
 
 void DataplaneAclHelper::countPkt(const Kelp::Ptr<const Nimnet::Pkt>& pkt, AclDirection dir, AclType type,
                                   const Kelp::String& aclName, const Kiv::UniqueId& ruleId) {
-  const Counters& collection = *countersFor(dir, type);
+  Counters& collection = *countersFor(dir, type);
   Kelp::Ptr<Velo::Counter::VeloDpAclCounter> counter(
       counterCache_.find(collection, dir, type, aclName, ruleId));
   if (!counter) {
     const CounterKey key{dir, type, aclName, ruleId};
     counter = counterForKey(key);
-    counterCache_.remember(collection, key, counter.get());
+    counterCache_.remember(collection, key);
   }
   counter->count(pkt);
   counter->lastUpdateTimeIs(Zeb::System::currentTime());

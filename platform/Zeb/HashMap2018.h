@@ -29,7 +29,11 @@ class HashMap2018 {
 
   size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  uint32_t version() const { return version_.value(); }
+  /// See MapVersion.
+  uint64_t changes() const { return version_.changes(); }
+  uint32_t version() const { return version_.version(); }
+  /// Counts changes that nobody made: for tests of what happens after very many.
+  void advanceVersion(uint64_t by) { version_.advance(by); }
 
   const V* find(const K& key) const {
     const Entry* entry = entryOf(key, Kelp::keyHash(key));

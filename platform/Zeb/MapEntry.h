@@ -94,14 +94,17 @@ class MapIterator {
 /// What a write did to a map.
 enum class MapWrite { unchanged, inserted, replaced };
 
-/// Counts the changes of a collection, 23 bits wide; it wraps.
+/// Counts the changes of a collection. Whatever was found in the collection is still what a search would find
+/// as long as changes() is the same: it does not wrap in the life of a process. The version is its lower 23
+/// bits: enough to tell whether a change that was just announced was missed, and for nothing that waits.
 class MapVersion {
  public:
-  uint32_t value() const { return value_; }
-  void advance() { value_ = (value_ + 1) & 0x7fffff; }
+  uint64_t changes() const { return changes_; }
+  uint32_t version() const { return changes_ & 0x7fffff; }
+  void advance(uint64_t by = 1) { changes_ += by; }
 
  private:
-  uint32_t value_ = 0;
+  uint64_t changes_ = 0;
 };
 
 }  // namespace Zeb

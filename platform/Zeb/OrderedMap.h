@@ -23,7 +23,11 @@ class OrderedMap {
 
   size_t size() const { return entries_.size(); }
   bool empty() const { return entries_.empty(); }
-  uint32_t version() const { return version_.value(); }
+  /// See MapVersion.
+  uint64_t changes() const { return version_.changes(); }
+  uint32_t version() const { return version_.version(); }
+  /// Counts changes that nobody made: for tests of what happens after very many.
+  void advanceVersion(uint64_t by) { version_.advance(by); }
 
   const V* find(const K& key) const {
     auto at = entries_.find(key);

@@ -67,6 +67,7 @@ TYPED_TEST(MapTest, HoldsWhatAModelHoldsAndVersionsCountTheChanges) {
       changes += there;
     }
     ASSERT_EQ(map.version(), changes);
+    ASSERT_EQ(map.changes(), changes);
     ASSERT_EQ(map.size(), model.size());
     ASSERT_EQ(map.has(key), model.contains(key));
     if (i % 500 == 0) {
@@ -199,14 +200,20 @@ TYPED_TEST(MapTest, AnIteratorMayBeDroppedAfterTheMap) {
   EXPECT_EQ(at.value(), 5);
 }
 
-TEST(MapVersionTest, Is23BitsWideAndWraps) {
+TEST(MapVersionTest, Is23BitsWideAndWrapsWhileTheCountOfChangesGoesOn) {
   Zeb::HashMap2018<int, uint32_t> map;
   for (uint32_t i = 0; i < 0x7fffff; ++i) map.put(0, i);
   EXPECT_EQ(map.version(), 0x7fffffu);
+  EXPECT_EQ(map.changes(), 0x7fffffu);
   map.put(0, 0xffffffff);
   EXPECT_EQ(map.version(), 0u);
+  EXPECT_EQ(map.changes(), 0x800000u);
   map.put(0, 0xffffffff);
   EXPECT_EQ(map.version(), 0u) << "an equal write is no change";
+  EXPECT_EQ(map.changes(), 0x800000u);
+  map.advanceVersion((uint64_t{1} << 40) + 1);
+  EXPECT_EQ(map.version(), 1u);
+  EXPECT_EQ(map.changes(), (uint64_t{1} << 40) + 0x800001);
 }
 
 TEST(OrderedMapTest, WalksInTheOrderOfTheKeys) {
