@@ -13,7 +13,7 @@ namespace Acl {
 namespace {
 
 const Zeb::TraceHandle& trace() {
-  static const Zeb::TraceHandle handle("Acl::Compiled", __FILE__);
+  static const Zeb::TraceHandle handle("Acl::Compiled", "Acl/Compiled");
   return handle;
 }
 

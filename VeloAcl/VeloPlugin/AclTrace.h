@@ -4,6 +4,7 @@
 #include <Velo/PacketContext.h>
 #include <Zeb/TraceHandle.h>
 
+#include <type_traits>
 #include <utility>
 
 namespace Velo::VeloAcl {
@@ -18,12 +19,14 @@ const Kelp::String& aclFacility();
 /// The plugin's fast-trace facility, "Acl".
 const Kelp::String& aclFastTraceFacility();
 
-/// Writes a line of the packet path: "Pkt", the packet's trace id, ": " and the text.
+/// Writes a line of the packet path, with the line of this call: "Pkt", the packet's trace id, ": " and the
+/// text.
 template <class... Args>
-void tracePkt(const PacketContext& ctx, std::string_view function, fmt::format_string<Args...> text,
-              Args&&... args) {
+void tracePkt(const PacketContext& ctx, std::string_view function,
+              Zeb::TraceFormat<std::type_identity_t<Args>...> text, Args&&... args) {
   if (aclTrace().on(0)) [[unlikely]] {
-    aclTrace().trace(0, function, "Pkt{}: {}", ctx.traceId(), fmt::format(text, std::forward<Args>(args)...));
+    aclTrace().traceAt(text.line, 0, function, "Pkt{}: {}", ctx.traceId(),
+                       fmt::format(text.format, std::forward<Args>(args)...));
   }
 }
 

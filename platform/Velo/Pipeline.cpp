@@ -10,7 +10,7 @@ namespace Velo {
 namespace {
 
 Zeb::TraceHandle& trace() {
-  static Zeb::TraceHandle handle("Velo::Pipeline");
+  static Zeb::TraceHandle handle("Velo::Pipeline", "Velo/Pipeline");
   return handle;
 }
 

@@ -1,3 +1,4 @@
+#include <Kelp/Assert.h>
 #include <Plog/Plog.h>
 #include <Zeb/System.h>
 #include <Zeb/TraceHandle.h>
@@ -61,6 +62,8 @@ Element parsed(std::string_view text) {
 
 TraceHandle::TraceHandle(std::string_view name, std::string_view source)
     : facility_(&facilityOf(name)), source_(source) {
+  KELP_ASSERT(!source.starts_with('/') && source.find('.') == source.npos,
+              "the source of a trace handle is a path of the tree without its extension");
   ++facility_->handles;
 }
 

@@ -21,6 +21,8 @@ struct TraceFacility {
   unsigned handles = 0;
 };
 
+}  // namespace Impl
+
 /// A format text, checked when it is compiled, with the line of the call it stands in.
 template <class... Args>
 struct TraceFormat {
@@ -30,8 +32,6 @@ struct TraceFormat {
   fmt::format_string<Args...> format;
   int line;
 };
-
-}  // namespace Impl
 
 /// A trace facility with levels 0 to 9; a higher level tells more. A record goes to the dual trace (Plog)
 /// when its level is on, and costs one test when it is not: nothing is formatted. Arguments are evaluated by
@@ -44,8 +44,8 @@ class TraceHandle {
   static constexpr int lowestLevel = 0;
   static constexpr int highestLevel = 9;
 
-  /// `source` names the file that this handle's records come from (a path without its extension); it is the
-  /// handle's own, not the facility's, and is copied.
+  /// `source` names the file that this handle's records come from, as a path of the tree without its
+  /// extension; it is the handle's own, not the facility's, and is copied.
   explicit TraceHandle(std::string_view name, std::string_view source = {});
   ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
@@ -58,7 +58,7 @@ class TraceHandle {
 
   /// Writes a record, with the line of this call, when the level is on.
   template <class... Args>
-  void trace(int level, std::string_view function, Impl::TraceFormat<std::type_identity_t<Args>...> text,
+  void trace(int level, std::string_view function, TraceFormat<std::type_identity_t<Args>...> text,
              Args&&... args) const {
     if (on(level)) [[unlikely]] {
       format(level, function, text.line, text.format, fmt::make_format_args(args...));

@@ -143,6 +143,7 @@ TEST_F(Pipeline, AnExceptionDropsThatPacketUnderItsOwnReasonAndThePipelineGoesOn
   TraceCapture traces;
   EXPECT_EQ(droppedBy(), "bad");
   EXPECT_EQ(traces.texts(), Calls{"bad threw: label"});
+  EXPECT_EQ(traces.lines()[0].file, "Velo/Pipeline");
   Zeb::TraceHandle::disableAll();
   EXPECT_EQ(calls, Calls{});
   EXPECT_EQ(dropped("exception in bad"), 1u);

@@ -83,6 +83,13 @@ TEST_F(TraceTest, ARecordHasTheLineOfItsCall) {
       << "a handle without a source names no place";
 }
 
+TEST_F(TraceTest, ASourceIsAPathOfTheTreeWithoutItsExtension) {
+  for (const char* wrong : {"Unit/Source.cpp", "/work/Unit/Source", "Unit/Source.h"}) {
+    EXPECT_DEATH(TraceHandle("Test::Source", wrong), "without its extension") << wrong;
+  }
+  EXPECT_EQ(TraceHandle("Test::Source", "Unit/Source").source(), "Unit/Source");
+}
+
 TEST_F(TraceTest, AllLevelsUpToTheOneNamedAreOnAndNothingElseIsFormatted) {
   TraceHandle handle("Test::Levels");
   for (int enabled = -1; enabled <= 9; ++enabled) {
