@@ -10,17 +10,18 @@ namespace {
 constexpr std::string_view commandLineSource = "cli";
 constexpr std::string_view inputSources = "input/";
 
-/// What the list plugin reads and writes in the state tree.
-const Hive::MountProfile& mountProfile() {
+/// What plugins read and write in the state tree, by the name that they ask for it by.
+const Hive::MountProfiles& mountProfiles() {
   using Mode = Hive::MountProfile::Mode;
-  static const Hive::MountProfile profile{{
-      {"acl/config/input", "Zeb::Dir", Mode::read},
-      {"acl/config/cli", "Acl::Input::Config", Mode::read},
-      {"acl/intf/config/input", "Zeb::Dir", Mode::read},
-      {"acl/intf/config/cli", "Acl::IntfConfig", Mode::read},
-      {"acl/status/dp/kepa", "Acl::StatusDp", Mode::write},
-  }};
-  return profile;
+  static const Hive::MountProfiles profiles{{"Acl",
+                                             {{
+                                                 {"acl/config/input", "Zeb::Dir", Mode::read},
+                                                 {"acl/config/cli", "Acl::Input::Config", Mode::read},
+                                                 {"acl/intf/config/input", "Zeb::Dir", Mode::read},
+                                                 {"acl/intf/config/cli", "Acl::IntfConfig", Mode::read},
+                                                 {"acl/status/dp/kepa", "Acl::StatusDp", Mode::write},
+                                             }}}};
+  return profiles;
 }
 
 /// The entity of a name in a directory, made when there is none.
@@ -82,8 +83,10 @@ std::optional<std::string> readPortChannels(const Config::Model& interfaces,
 Core::Core() : namedCounters_(MemSlab::make<Velo::VeloNamedCounters>()) {
   context_.manager = &manager_;
   context_.entityManager = MemSlab::make<Hive::EntityManager>();
-  const auto failure = context_.entityManager->mountProfile(mountProfile());
-  KELP_ASSERT(!failure, *failure);
+  for (const auto& [name, profile] : mountProfiles()) {
+    const auto failure = context_.entityManager->mountProfile(profile);
+    KELP_ASSERT(!failure, *failure);
+  }
 }
 
 Core::~Core() { unloadPlugin(); }
@@ -94,7 +97,7 @@ std::optional<std::string> Core::loadPlugin(const std::string& path) {
   if (auto refusal = loader.load(path)) return refusal;
   plugin_ = loader.plugins().back().name;
   loader.callInit(&context_, plugin_);
-  auto unmounted = manager_.runPhases(context_.entityManager, mountProfile());
+  auto unmounted = manager_.runPhases(mountProfiles());
   if (unmounted) unloadPlugin();
   return unmounted;
 }

@@ -22,6 +22,9 @@ struct MountProfile {
   std::vector<Mount> mounts;
 };
 
+/// The profiles that an agent keeps, each under the name that its plugin asks for it by.
+using MountProfiles = std::map<std::string, MountProfile, std::less<>>;
+
 /// The shared state tree as one process sees it: entities by path. An entity stays mounted until it is
 /// unmounted; plugins come and go around it.
 class EntityManager : public Kelp::Node {

@@ -1,3 +1,4 @@
+#include <Kelp/Assert.h>
 #include <Velo/VeloPlugin.h>
 
 #include <algorithm>
@@ -11,7 +12,9 @@ void VeloPluginBase::doHiveMountsComplete(const Kelp::Ptr<Hive::EntityManager>& 
   doMountsComplete(entities);
 }
 
-void VeloPluginBase::savePluginRef(const Kelp::Ptr<Hive::EntityManager>&) {
+void VeloPluginBase::savePluginRef(const Kelp::Ptr<Hive::EntityManager>& entities) {
+  KELP_ASSERT(entities, "a plugin is recorded with the state tree that it is to work with");
+  entities_ = entities;
   context_->manager->pluginIs(Kelp::Ptr<VeloPluginBase>(this));
 }
 
@@ -45,13 +48,14 @@ void PluginManager::retire(const Kelp::Ptr<VeloPluginBase>& plugin) {
   std::erase(active_, plugin.get());
 }
 
-std::optional<std::string> PluginManager::runPhases(const Kelp::Ptr<Hive::EntityManager>& entities,
-                                                    const Hive::MountProfile& profile) {
+std::optional<std::string> PluginManager::runPhases(const Hive::MountProfiles& profiles) {
   std::optional<std::string> unmounted;
   for (const auto& plugin : Plugins(plugins_)) {
     if (std::find(active_.begin(), active_.end(), plugin.get()) != active_.end()) continue;
     const Registrant::Scope scope(registrant_, plugin.get());
-    const auto failure = entities->mountProfile(profile);
+    const Kelp::Ptr<Hive::EntityManager> entities = plugin->entityManager();
+    const auto profile = profiles.find(plugin->hiveMountProfilePrefix().view());
+    const auto failure = profile == profiles.end() ? std::nullopt : entities->mountProfile(profile->second);
     if (failure) unmounted = failure;
     plugin->handleMountStatus(!failure);
     plugin->doHiveMountsComplete(entities);

@@ -32,8 +32,8 @@ class VeloPluginBase : public Zeb::Entity {
   void pluginCtxIs(PluginContext* context) { context_ = context; }
   PluginContext* pluginCtx() const { return context_; }
 
-  /// Told whether everything of the plugin's mount profile is there; a plugin whose mounts failed still runs
-  /// its phases, with what is there.
+  /// Told, before the mounts, whether everything of the plugin's own mount profile is there; a plugin whose
+  /// mounts failed still runs its phases, with what is there.
   virtual void handleMountStatus(bool mounted);
   virtual void doHiveMountsComplete(const Kelp::Ptr<Hive::EntityManager>& entities);
   virtual void createLocalEntities() {}
@@ -44,9 +44,13 @@ class VeloPluginBase : public Zeb::Entity {
   virtual void switchoverInit() {}
   virtual void activeInit() {}
 
-  /// Records the plugin with the framework, in place of an earlier one of its name.
+  /// Records the plugin with the framework, in place of an earlier one of its name, and the state tree that
+  /// its profile is to be mounted in and its mounts are taken from.
   virtual void savePluginRef(const Kelp::Ptr<Hive::EntityManager>& entities);
-  /// The name under which the agent keeps the plugin's mount profile.
+  /// Null before savePluginRef.
+  const Kelp::Ptr<Hive::EntityManager>& entityManager() const { return entities_; }
+  /// The name under which the agent keeps the plugin's mount profile; one that it does not keep asks for
+  /// nothing.
   virtual Kelp::String hiveMountProfilePrefix() const { return name(); }
   bool mounted() const { return mounted_; }
 
@@ -55,6 +59,7 @@ class VeloPluginBase : public Zeb::Entity {
 
  private:
   PluginContext* context_ = nullptr;
+  Kelp::Ptr<Hive::EntityManager> entities_;
   bool mounted_ = false;
 };
 
@@ -89,10 +94,9 @@ class PluginManager {
   /// Retires the plugin of a name, if there is one.
   void pluginDel(const Kelp::String& name);
 
-  /// Mounts the profile and runs the phases up to activeInit of every plugin that has not been through them.
-  /// Returns what could not be mounted.
-  std::optional<std::string> runPhases(const Kelp::Ptr<Hive::EntityManager>& entities,
-                                       const Hive::MountProfile& profile);
+  /// Runs the phases up to activeInit of every plugin that has not been through them, each with its own
+  /// profile mounted in the state tree that it was recorded with. Returns what could not be mounted.
+  std::optional<std::string> runPhases(const Hive::MountProfiles& profiles);
 
  private:
   void retire(const Kelp::Ptr<VeloPluginBase>& plugin);

@@ -57,7 +57,7 @@ class PluginLoader : public testing::Test {
     newManager();
     ASSERT_EQ(loader.load(plugin), std::nullopt);
     loader.callInit(&context, "VeloAclPlugin");
-    ASSERT_EQ(manager->runPhases(context.entityManager, profile), std::nullopt);
+    ASSERT_EQ(manager->runPhases({{"Acl", profile}}), std::nullopt);
   }
   void bringDown() {
     while (!manager->plugins().empty()) manager->pluginDel(manager->plugins().back()->name());

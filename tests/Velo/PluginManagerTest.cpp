@@ -36,7 +36,10 @@ class FakePlugin : public VeloPlugin {
     VeloPlugin::handleMountStatus(on);
   }
   void createLocalEntities() override { say("local"); }
-  void mountsComplete(const Kelp::Ptr<Hive::EntityManager>&) override { say("mounts"); }
+  void mountsComplete(const Kelp::Ptr<Hive::EntityManager>& entities) override {
+    say("mounts");
+    mountsFrom = entities;
+  }
   void setupPluginManager() override {
     say("setup");
     manager()->sharedObjects()->sharedObjectIs(MemSlab::make<FakeObject>(name()));
@@ -46,6 +49,8 @@ class FakePlugin : public VeloPlugin {
     manager()->counterHolder()->collectionIs(MemSlab::make<FakeCounters>(name()));
     manager()->pipeline()->addStep(Kelp::Ptr<InputPipelineStep>(MemSlab::make<FakeStep>()));
   }
+
+  Kelp::Ptr<Hive::EntityManager> mountsFrom;
 
  private:
   void say(const char* what) { lines_.push_back(fmt::format("{} {}", name(), what)); }
@@ -59,7 +64,7 @@ class Manager : public testing::Test {
     plugin->pluginCtxIs(&context);
     plugin->savePluginRef(context.entityManager);
   }
-  std::optional<std::string> run() { return manager.runPhases(context.entityManager, profile); }
+  std::optional<std::string> run() { return manager.runPhases({{"P", profile}}); }
 
   Lines lines;
   PluginManager manager;
@@ -87,6 +92,48 @@ TEST_F(Manager, APluginWhoseMountsFailedStillRuns) {
   EXPECT_EQ(lines[0], "P not mounted");
   EXPECT_EQ(lines.back(), "P active");
   EXPECT_FALSE(manager.plugins()[0]->mounted());
+}
+
+TEST_F(Manager, APluginHasItsOwnProfileMountedInTheTreeThatItWasRecordedWith) {
+  const auto mine = MemSlab::make<Hive::EntityManager>(), another = MemSlab::make<Hive::EntityManager>();
+  const auto record = [&](const char* name, const Kelp::Ptr<Hive::EntityManager>& entities) {
+    const auto plugin = MemSlab::make<FakePlugin>(name, lines);
+    plugin->pluginCtxIs(&context);
+    plugin->savePluginRef(entities);
+    EXPECT_EQ(plugin->entityManager(), entities);
+  };
+  record("P", mine), record("Q", another), record("R", mine);
+  const Hive::MountProfile bad{{{"a/c", "No::Such"}}};
+  EXPECT_EQ(manager.runPhases({{"P", profile}, {"Q", bad}, {"X", bad}}),
+            "a/c: no type No::Such that can be mounted");
+  EXPECT_TRUE(mine->getEntity("a/b"));
+  EXPECT_FALSE(another->getEntity("a/b")) << "it is P's";
+  EXPECT_FALSE(context.entityManager->getEntity("a/b"));
+  const Lines told{"P mounted", "Q not mounted", "R mounted"};
+  Lines heard;
+  for (const auto& line : lines) {
+    if (line.ends_with("mounted")) heard.push_back(line);
+  }
+  EXPECT_EQ(heard, told) << "R has no profile and so lacks nothing";
+  EXPECT_TRUE(manager.plugins()[0]->mounted());
+  EXPECT_FALSE(manager.plugins()[1]->mounted());
+}
+
+TEST_F(Manager, TheMountsAreTakenFromTheTreeThatThePluginWasRecordedWith) {
+  const auto own = MemSlab::make<Hive::EntityManager>();
+  const auto plugin = MemSlab::make<FakePlugin>("P", lines);
+  plugin->pluginCtxIs(&context);
+  plugin->savePluginRef(own);
+  run();
+  EXPECT_EQ(plugin->mountsFrom, own);
+}
+
+using ManagerDeathTest = Manager;
+
+TEST_F(ManagerDeathTest, APluginIsNotRecordedWithoutAStateTree) {
+  const auto plugin = MemSlab::make<FakePlugin>("P", lines);
+  plugin->pluginCtxIs(&context);
+  EXPECT_DEATH(plugin->savePluginRef(nullptr), "recorded with the state tree");
 }
 
 TEST_F(Manager, RetiringAPluginTakesAllItRegisteredOutAndNothingElse) {

@@ -71,7 +71,7 @@ class World : public testing::Test {
   World() {
     plugin->pluginCtxIs(&agent.context);
     plugin->savePluginRef(agent.entities);
-    EXPECT_EQ(agent.manager.runPhases(agent.entities, {}), std::nullopt);
+    EXPECT_EQ(agent.manager.runPhases({}), std::nullopt);
     Velo::MirroringStepHelper::singleton()->sessionIs("W", {IntfId("eth9")});
   }
   ~World() override { Zeb::TraceHandle::disableAll(); }
