@@ -8,7 +8,19 @@
 /// The frame: what the machine is made of, start-up and teardown.
 namespace Velo::VeloAcl {
 
+const Zeb::TraceHandle& statusTrace() {
+  // Destroyed with the library; nobody traces after that.
+  static const Zeb::TraceHandle handle("DpAclStatusVelo", "VeloDpAclStatus");
+  return handle;
+}
+
 namespace {
+
+/// The debug channel is there before any other global of the library, whichever of them traces first.
+struct DebugChannel {
+  DebugChannel() { statusTrace(); }
+};
+[[maybe_unused, gnu::init_priority(101)]] const DebugChannel debugChannel;
 
 using S = InputSmScanState;
 using O = OutputState;
@@ -21,19 +33,6 @@ const Zeb::TypeModule module("VeloDpAclStatusSm", {
                                                       Zeb::typeEntry<LocalAttrStore>(),
                                                       Zeb::typeEntry<LocalAttrStore::Holder>(),
                                                   });
-
-}  // namespace
-
-const Zeb::TraceHandle& statusTrace() {
-  // Destroyed with the library; nobody traces after that.
-  static const Zeb::TraceHandle handle("DpAclStatusVelo", "VeloDpAclStatus");
-  return handle;
-}
-
-namespace {
-
-// The debug channel is there before anything else of this unit asks for it.
-[[maybe_unused]] const Zeb::TraceHandle& debugChannel = statusTrace();
 
 }  // namespace
 

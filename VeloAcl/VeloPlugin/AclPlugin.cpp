@@ -21,7 +21,8 @@ AclPlugin::~AclPlugin() {
   macOutCountersDel();
   ipOutCountersDel();
   ip6OutCountersDel();
-  disown(intfConfig_);
+  dpAclStatusSmDel();
+  intfConfigIs(nullptr);
 }
 
 void AclPlugin::mountsComplete(const Kelp::Ptr<Hive::EntityManager>& entities) {
@@ -37,8 +38,6 @@ void AclPlugin::setupPluginManager() {
 
   const Kelp::Ptr<Acl::IntfConfig> merged = Acl::intfConfigFactory("intfConfig");
   merged->initialize();
-  merged->parentIs(this);
-  disown(intfConfig_);
   intfConfigIs(merged);
 
   const auto sources = MemSlab::make<Hive::DirMerged>("aclIntfConfig");
@@ -92,34 +91,33 @@ void AclPlugin::activeInit() {
   aclStatus()->initialize();
 }
 
+template <class T>
+bool AclPlugin::hold(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, const Kelp::Ptr<T>& value) {
+  if (member == value) return false;
+  if constexpr (std::is_base_of_v<Zeb::Entity, T>) {
+    if (member && member->parent() == this) member->parentIs(nullptr);
+    if (value) value->parentIs(this);
+  }
+  return zebAssign(attribute, member, value);
+}
+
 template <class T, class Make>
 const Kelp::Ptr<T>& AclPlugin::keepOrMake(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, bool keep,
                                           const Make& make) {
-  if (!keep) zebAssign(attribute, member, Kelp::Ptr<T>(make()));
+  if (!keep) hold(attribute, member, Kelp::Ptr<T>(make()));
   return member;
-}
-
-template <class T>
-void AclPlugin::disown(const Kelp::Ptr<T>& owned) {
-  if constexpr (std::is_base_of_v<Zeb::Entity, T>) {
-    if (owned && owned->parent() == this) owned->parentIs(nullptr);
-  }
 }
 
 template <class T>
 Kelp::Ptr<T> AclPlugin::take(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member) {
   const Kelp::Ptr<T> held = member;
-  disown(held);
-  zebAssign(attribute, member, Kelp::Ptr<T>());
+  hold(attribute, member, Kelp::Ptr<T>());
   return held;
 }
 
 const Kelp::Ptr<Acl::Config>& AclPlugin::aclConfigIs() {
-  return keepOrMake(aclConfigAttribute(), aclConfig_, aclConfig_ != nullptr, [this] {
-    auto config = MemSlab::make<Acl::Config>("aclConfig");
-    config->parentIs(this);
-    return config;
-  });
+  return keepOrMake(aclConfigAttribute(), aclConfig_, aclConfig_ != nullptr,
+                    [] { return MemSlab::make<Acl::Config>("aclConfig"); });
 }
 Kelp::Ptr<Acl::Config> AclPlugin::aclConfigDel() { return take(aclConfigAttribute(), aclConfig_); }
 
@@ -140,6 +138,10 @@ const Kelp::Ptr<Acl::AclConfigAggregatorSm>& AclPlugin::aclAggregatorSmIs(
 }
 Kelp::Ptr<Acl::AclConfigAggregatorSm> AclPlugin::aclAggregatorSmDel() {
   return take(aclAggregatorSmAttribute(), aclAggregatorSm_);
+}
+
+bool AclPlugin::intfConfigIs(const Kelp::Ptr<Acl::IntfConfig>& intfs) {
+  return hold(intfConfigAttribute(), intfConfig_, intfs);
 }
 
 const Kelp::Ptr<DataplaneAclHelper>& AclPlugin::aclHelperIs(
@@ -165,7 +167,8 @@ const Kelp::Ptr<VeloDpAclStatusSm>& AclPlugin::dpAclStatusSmIs(
   const bool same = dpAclStatusSm_ && dpAclStatusSm_->aclConfig() == config &&
                     dpAclStatusSm_->aclIntfConfig() == intfs && dpAclStatusSm_->inCounters() == in &&
                     dpAclStatusSm_->macOutCounters() == macOut && dpAclStatusSm_->ipOutCounters() == ipOut &&
-                    dpAclStatusSm_->ip6OutCounters() == ip6Out && dpAclStatusSm_->aclStatus() == status;
+                    dpAclStatusSm_->ip6OutCounters() == ip6Out && dpAclStatusSm_->aclStatus() == status &&
+                    dpAclStatusSm_->control() == control;
   return keepOrMake(dpAclStatusSmAttribute(), dpAclStatusSm_, same, [&] {
     return veloDpAclStatusSmFactory(config, intfs, in, macOut, ipOut, ip6Out, status, control);
   });
@@ -198,12 +201,7 @@ const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::countersIs(const Zeb::Attribute
                                                             const Kelp::String& name,
                                                             CtrPool::FeatureId featureId) {
   return keepOrMake(attribute, member, member && member->name() == name && member->featureId() == featureId,
-                    [&] {
-                      disown(member);
-                      auto counters = MemSlab::make<Counters>(name, featureId);
-                      counters->parentIs(this);
-                      return counters;
-                    });
+                    [&] { return MemSlab::make<Counters>(name, featureId); });
 }
 
 const Kelp::Ptr<AclPlugin::Counters>& AclPlugin::inCountersIs(const Kelp::String& name,

@@ -14,8 +14,9 @@ namespace Velo::VeloAcl {
 /// inputs and the status out of the state tree, setupPluginManager starts merging the configuration and
 /// shares it, activeInit has packets filtered and counted and announces what the dataplane can do.
 ///
-/// A setter that builds an object keeps the one it has when that was built over the same arguments. What the
-/// plugin handed to the agent's registries stays there when the plugin goes; the agent takes it out.
+/// A setter that builds an object keeps the one it has when that was built over the same arguments. The
+/// plugin is the parent of the entities that it makes, until they are removed or replaced. What the plugin
+/// handed to the agent's registries stays there when the plugin goes; the agent takes it out.
 class AclPlugin : public VeloPlugin {
   ZEB_ENTITY(AclPlugin, VeloPlugin)
 
@@ -50,7 +51,8 @@ class AclPlugin : public VeloPlugin {
       const Kelp::Ptr<const Zeb::Dir>& inputDir, const Kelp::Ptr<const Acl::Input::Config>& cliInput,
       const Kelp::Ptr<Acl::Config>& config);
   Kelp::Ptr<Acl::AclConfigAggregatorSm> aclAggregatorSmDel();
-  ZEB_VALUE(Kelp::Ptr<Acl::IntfConfig>, intfConfig)
+  ZEB_HELD(Acl::IntfConfig, intfConfig)
+  bool intfConfigIs(const Kelp::Ptr<Acl::IntfConfig>& intfs);
   ZEB_VALUE(Kelp::Ptr<AclAgent::IntfConfigSm>, intfConfigSm)
   ZEB_VALUE(Kelp::Ptr<Hive::DirMergeSm>, intfConfigDirMergeSm)
 
@@ -80,7 +82,6 @@ class AclPlugin : public VeloPlugin {
   const Kelp::Ptr<Counters>& ip6OutCountersIs(const Kelp::String& name, CtrPool::FeatureId featureId);
   Kelp::Ptr<Counters> ip6OutCountersDel();
   ZEB_HELD(VeloDpAclStatusSm, dpAclStatusSm)
-  /// The control is not compared: a machine keeps the one it was made with.
   const Kelp::Ptr<VeloDpAclStatusSm>& dpAclStatusSmIs(
       const Kelp::Ptr<const Acl::Config>& config, const Kelp::Ptr<const Acl::IntfConfig>& intfs,
       const Kelp::Ptr<const Counters>& in, const Kelp::Ptr<const Counters>& macOut,
@@ -89,15 +90,17 @@ class AclPlugin : public VeloPlugin {
   Kelp::Ptr<VeloDpAclStatusSm> dpAclStatusSmDel();
 
  private:
-  /// Keeps what is there, or replaces it with what `make` gives and announces that.
+  /// Sets an attribute and announces that. Of entities, takes the parent of the old one and gives itself to
+  /// the new one. False when it is the same.
+  template <class T>
+  bool hold(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, const Kelp::Ptr<T>& value);
+  /// Keeps what is there, or holds what `make` gives.
   template <class T, class Make>
   const Kelp::Ptr<T>& keepOrMake(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, bool keep,
                                  const Make& make);
-  /// Clears an attribute, and the parent of what it owned, and hands back what it held.
+  /// Clears an attribute and hands back what it held.
   template <class T>
   Kelp::Ptr<T> take(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member);
-  template <class T>
-  void disown(const Kelp::Ptr<T>& owned);
   const Kelp::Ptr<Counters>& countersIs(const Zeb::Attribute& attribute, Kelp::Ptr<Counters>& member,
                                         const Kelp::String& name, CtrPool::FeatureId featureId);
   void giveMirroringHelper();

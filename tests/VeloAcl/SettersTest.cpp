@@ -37,7 +37,10 @@ TEST_F(AclPluginSetters, TheSharedObjectIsKeptForTheSameConfigurationOnly) {
   EXPECT_EQ(second->aclConfig(), other);
   EXPECT_EQ(plugin->aclConfigSO(), second);
   EXPECT_EQ(log.names(), Lines{"aclConfigSO"});
+  EXPECT_EQ(first->parent(), nullptr) << "the old one is let go of";
+  EXPECT_EQ(second->parent(), plugin.get());
   EXPECT_EQ(plugin->aclConfigSODel(), second);
+  EXPECT_EQ(second->parent(), nullptr);
   EXPECT_EQ(plugin->aclConfigSO(), nullptr);
 }
 
@@ -87,6 +90,102 @@ TEST_F(AclPluginSetters, TheHelperIsKeptForTheVerySameArgumentsOnly) {
   const auto last = plugin->aclHelper();
   EXPECT_EQ(plugin->aclHelperDel(), last);
   EXPECT_EQ(plugin->aclHelper(), nullptr);
+}
+
+TEST_F(AclPluginSetters, TheMergedBindingsHaveThePluginAsParentUntilTheyAreReplaced) {
+  const auto first = Acl::intfConfigFactory("i"), second = Acl::intfConfigFactory("i");
+  EXPECT_TRUE(plugin->intfConfigIs(first));
+  EXPECT_EQ(first->parent(), plugin.get());
+  EXPECT_FALSE(plugin->intfConfigIs(first)) << "the same again is no change";
+  EXPECT_EQ(first->parent(), plugin.get());
+  EXPECT_TRUE(plugin->intfConfigIs(second));
+  EXPECT_EQ(first->parent(), nullptr);
+  EXPECT_EQ(second->parent(), plugin.get());
+  EXPECT_EQ(log.names(), (Lines{"intfConfig", "intfConfig"}));
+}
+
+class StatusMachineSetter : public AclPluginSetters {
+ protected:
+  struct Arguments {
+    Kelp::Ptr<const Acl::Config> config = MemSlab::make<Acl::Config>();
+    Kelp::Ptr<const Acl::IntfConfig> intfs = Acl::intfConfigFactory("i");
+    Kelp::Ptr<const Counters> in = some(), macOut = some(), ipOut = some(), ip6Out = some();
+    Kelp::Ptr<Acl::StatusDp> status = MemSlab::make<Acl::StatusDp>();
+    Rix::SmControl control;
+
+    Arguments() { control.scheduler = MemSlab::make<Kiv::TaskScheduler>(); }
+    static Kelp::Ptr<const Counters> some() { return MemSlab::make<Counters>("c", CtrPool::FeatureId(1)); }
+  };
+  Kelp::Ptr<Velo::VeloAcl::VeloDpAclStatusSm> set(const Arguments& a) {
+    return plugin->dpAclStatusSmIs(a.config, a.intfs, a.in, a.macOut, a.ipOut, a.ip6Out, a.status, a.control);
+  }
+};
+
+TEST_F(StatusMachineSetter, TheMachineIsKeptForTheVerySameArgumentsOnly) {
+  const Arguments arguments;
+  const auto first = set(arguments);
+  EXPECT_EQ(set(arguments), first);
+  EXPECT_EQ(log.names(), Lines{"dpAclStatusSm"}) << "what stays is not announced";
+  // Equal objects in one place each: identity decides.
+  struct Row {
+    const char* argument;
+    std::function<void(Arguments&)> change;
+  };
+  const Row rows[] = {
+      {"aclConfig", [](Arguments& a) { a.config = MemSlab::make<Acl::Config>(); }},
+      {"aclIntfConfig", [](Arguments& a) { a.intfs = Acl::intfConfigFactory("i"); }},
+      {"inCounters", [](Arguments& a) { a.in = Arguments::some(); }},
+      {"macOutCounters", [](Arguments& a) { a.macOut = Arguments::some(); }},
+      {"ipOutCounters", [](Arguments& a) { a.ipOut = Arguments::some(); }},
+      {"ip6OutCounters", [](Arguments& a) { a.ip6Out = Arguments::some(); }},
+      {"aclStatus", [](Arguments& a) { a.status = MemSlab::make<Acl::StatusDp>(); }},
+      {"the control's scheduler",
+       [](Arguments& a) { a.control.scheduler = MemSlab::make<Kiv::TaskScheduler>(); }},
+      {"the control's priority", [](Arguments& a) { a.control.priority = 1; }},
+      {"the control's name", [](Arguments& a) { a.control.name = "n"; }},
+      {"the control's mode", [](Arguments& a) { a.control.mode = Rix::SmControl::synchronous; }},
+      {"the control's last flag", [](Arguments& a) { a.control.traceAll = true; }},
+  };
+  for (const Row& row : rows) {
+    const auto before = set(arguments);
+    Arguments other = arguments;
+    row.change(other);
+    const auto after = set(other);
+    EXPECT_NE(after, before) << row.argument;
+    EXPECT_EQ(plugin->dpAclStatusSm(), after) << row.argument;
+    EXPECT_EQ(before->parent(), nullptr) << row.argument;
+    EXPECT_EQ(after->parent(), plugin.get()) << row.argument;
+    EXPECT_EQ(set(other), after) << row.argument << ": and that one is kept";
+  }
+  const auto last = plugin->dpAclStatusSm();
+  EXPECT_EQ(plugin->dpAclStatusSmDel(), last);
+  EXPECT_EQ(last->parent(), nullptr);
+  EXPECT_EQ(plugin->dpAclStatusSm(), nullptr);
+}
+
+/// The old machine and the new one have tasks of the same names.
+TEST_F(StatusMachineSetter, AMachineThatReplacesAnotherGoesOnPublishing) {
+  Arguments arguments;
+  const auto config = MemSlab::make<Acl::Config>();
+  arguments.config = config;
+  Kiv::ManualClock clock{Kelp::Duration(1000)};
+  arguments.control.scheduler = MemSlab::make<Kiv::TaskScheduler>(clock);
+  set(arguments);
+  arguments.control.priority = 1;
+  const auto machine = set(arguments);
+  const auto run = [&] {
+    for (int turn = 0; turn < 20; ++turn) arguments.control.scheduler->runTurn();
+  };
+  run();
+  EXPECT_TRUE(machine->ready());
+  config->configIs(AclType::ip)->aclIs("L")->currCfgIs(MemSlab::make<Acl::AclSubConfig>());
+  run();
+  ASSERT_TRUE(arguments.status->status(AclType::ip));
+  EXPECT_TRUE(arguments.status->status(AclType::ip)->acl("L"));
+  const uint64_t copied = machine->inputSmScanState()->copyInCountersCodefDoneGen();
+  clock.advance(Kelp::Duration(1.5));
+  run();
+  EXPECT_GT(machine->inputSmScanState()->copyInCountersCodefDoneGen(), copied) << "its polls run";
 }
 
 TEST_F(AclPluginSetters, CountersAreKeptForTheSameNameAndFeature) {
