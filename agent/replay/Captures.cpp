@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 
 namespace Agent {
 
@@ -12,6 +13,17 @@ namespace {
 
 constexpr int maxFrame = 262144;  // the largest snap length of libpcap
 constexpr int64_t nanosecondsInSecond = 1000000000;
+
+// The times that a Kelp::Duration holds to less than a millisecond and a date of four digits can tell: up to
+// the end of the year 9999. What lies outside is damage.
+constexpr Stamp pastLastStamp{253402300800, 0};
+constexpr int64_t lastSecondOfPcap = std::numeric_limits<uint32_t>::max();
+
+/// The seconds of a pcap file are unsigned, whatever the library makes of them; those of pcapng have 64 bits.
+int64_t secondsOf(pcap* capture, int64_t seconds) {
+  constexpr int versionOfPcap = 2;
+  return pcap_major_version(capture) == versionOfPcap ? static_cast<uint32_t>(seconds) : seconds;
+}
 
 /// Broken captures hold fractions of more than a second.
 Stamp stampOf(int64_t seconds, int64_t nanoseconds) {
@@ -61,7 +73,11 @@ bool CaptureReader::next() {
   const int got = pcap_next_ex(pcap_, &header, &data);
   if (got == 1) {
     ++number_;
-    stamp_ = stampOf(header->ts.tv_sec, header->ts.tv_usec);
+    stamp_ = stampOf(secondsOf(pcap_, header->ts.tv_sec), header->ts.tv_usec);
+    if (stamp_ < Stamp() || stamp_ >= pastLastStamp) {
+      wrong_ = fmt::format("{}: frame {}: its time stamp is not in the years 1970 to 9999", path_, number_);
+      return false;
+    }
     frame_ = {data, header->caplen};
     wireLength_ = header->len;
     return true;
@@ -89,7 +105,12 @@ CaptureWriter::~CaptureWriter() {
 }
 
 void CaptureWriter::send(const Nimnet::Pkt& pkt) {
-  if (!file_) return;
+  if (!file_ || !wrong_.empty()) return;
+  if (now_.seconds > lastSecondOfPcap) {
+    wrong_ = fmt::format("{}: ends before a frame of a time that a pcap file cannot hold: after 2106-02-07",
+                         path_);
+    return;
+  }
   pcap_pkthdr header{};
   header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(now_.seconds);
   header.ts.tv_usec = now_.nanoseconds;

@@ -36,7 +36,8 @@ class CaptureReader {
   /// True when the file is a capture, but not of Ethernet frames.
   bool refused() const { return refused_; }
 
-  /// Goes to the next frame; false at the end, and when something is wrong.
+  /// Goes to the next frame; false at the end, and when something is wrong. A frame whose time stamp cannot
+  /// be one (before 1970, after 9999) is wrong.
   bool next();
   const Stamp& stamp() const { return stamp_; }
   std::span<const uint8_t> frame() const { return frame_; }

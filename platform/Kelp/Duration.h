@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <compare>
+#include <limits>
 
 namespace Kelp {
 
@@ -16,6 +18,14 @@ class Duration {
   constexpr double seconds() const { return seconds_; }
   constexpr auto operator<=>(const Duration&) const = default;
   constexpr Duration operator+(Duration other) const { return Duration(seconds_ + other.seconds_); }
+  /// The time that is `by` later. It is later indeed for every `by` above zero, also where real numbers lie
+  /// so far apart that the sum is this time again: then the next one there is. Whoever waits until a time has
+  /// come asks for it in this way.
+  Duration later(Duration by) const {
+    const Duration sum = *this + by;
+    if (sum > *this || !(by > Duration())) return sum;
+    return Duration(std::nextafter(seconds_, std::numeric_limits<double>::infinity()));
+  }
   constexpr Duration operator-(Duration other) const { return Duration(seconds_ - other.seconds_); }
 
  private:

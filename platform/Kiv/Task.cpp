@@ -40,7 +40,7 @@ void Task::cancelTask() { scheduler_->dequeue(*this); }
 
 void Task::scheduleAfter(Kelp::Duration delay) {
   if (!(delay > Kelp::Duration())) return scheduleTask();
-  if (queue_ != Queue::ready) scheduler_->enqueueDelayed(*this, scheduler_->clock_->now() + delay);
+  if (queue_ != Queue::ready) scheduler_->enqueueDelayed(*this, scheduler_->clock_->now().later(delay));
 }
 
 bool Task::taskShouldYield() const { return alwaysYield() || scheduler_->sliceUsedUp(*this); }

@@ -55,11 +55,11 @@ Kelp::Ptr<TimerTask> TaskScheduler::taskIs(int priority, const Kelp::String& nam
 }
 
 void TaskScheduler::clockIs(const Clock& clock) {
-  const Kelp::Duration shift = clock.now() - clock_->now();
+  const Kelp::Duration before = clock_->now(), now = clock.now();
   clock_ = &clock;
   std::map<DelayedKey, Task*> shifted;
   for (auto& [key, task] : delayed_) {
-    task->due_ = key.first + shift;
+    task->due_ = now.later(key.first - before);
     shifted.emplace_hint(shifted.end(), DelayedKey(task->due_, key.second), task);
   }
   delayed_ = std::move(shifted);

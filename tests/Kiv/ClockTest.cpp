@@ -1,6 +1,7 @@
 #include <Kiv/Clock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <ctime>
 
 namespace {
@@ -18,6 +19,25 @@ TEST(ManualClockTest, StandsStillUntilToldAndNeverRunsBack) {
   EXPECT_EQ(clock.now(), Duration(102.5));
   clock.nowIs(Duration(103));
   EXPECT_EQ(clock.now(), Duration(103));
+}
+
+TEST(DurationTest, LaterIsLaterHoweverLargeTheTime) {
+  EXPECT_EQ(Duration(100).later(Duration(2.5)), Duration(102.5));
+  EXPECT_EQ(Duration(100).later(Duration()), Duration(100));
+  EXPECT_EQ(Duration(100).later(Duration(-1)), Duration(99));
+  for (const int exponent : {31, 53, 54, 63, 100}) {
+    const Duration time(std::ldexp(1, exponent));
+    EXPECT_GT(time.later(Duration(1)), time) << "2^" << exponent;
+    EXPECT_GE(time.later(Duration(1e-9)), time.later(Duration(1e-10))) << "2^" << exponent;
+    EXPECT_EQ(time.later(Duration(time.seconds())), Duration(2 * time.seconds())) << "2^" << exponent;
+  }
+}
+
+TEST(ManualClockTest, GoesOnHoweverLargeTheTime) {
+  Kiv::ManualClock clock(Duration(std::ldexp(1, 54)));
+  const Duration before = clock.now();
+  clock.advance(Duration(1));
+  EXPECT_GT(clock.now(), before);
 }
 
 TEST(RealClockTest, TheWallClockCountsFromTheEpoch) {

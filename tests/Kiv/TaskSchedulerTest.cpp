@@ -1,5 +1,6 @@
 #include "SchedulerFixture.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -185,6 +186,30 @@ TEST_F(TaskSchedulerTest, AnotherClockOfDelaysKeepsWhatIsLeft) {
   capture.advance(Duration(1));
   EXPECT_EQ(turn(), "b");
   capture.advance(Duration(2));
+  EXPECT_EQ(turn(), "a");
+  scheduler_->clockIs(clock_);
+}
+
+TEST_F(TaskSchedulerTest, ADelayLastsUntilTheClockGoesOnHoweverLargeTheTime) {
+  for (const int exponent : {54, 63, 100}) {
+    clock_.nowIs(Duration(std::ldexp(1, exponent)));
+    TaskPtr poll;
+    poll = task("p", 0, [&] { poll->scheduleTaskDelay(Duration(1)); });
+    poll->scheduleTask();
+    EXPECT_EQ(turn(), "p") << "2^" << exponent;
+    EXPECT_EQ(turn(), "") << "2^" << exponent << ": the second is not over, though it does not show";
+    clock_.advance(Duration(1));
+    EXPECT_EQ(turn(), "p") << "2^" << exponent;
+  }
+}
+
+TEST_F(TaskSchedulerTest, AnotherClockEndsNoDelayHoweverLargeItsTime) {
+  auto a = task("a");
+  a->scheduleTaskDelay(Duration(1));
+  Kiv::ManualClock capture(Duration(std::ldexp(1, 54)));
+  scheduler_->clockIs(capture);
+  EXPECT_EQ(turn(), "");
+  capture.advance(Duration(1));
   EXPECT_EQ(turn(), "a");
   scheduler_->clockIs(clock_);
 }

@@ -53,7 +53,7 @@ Bytes pcapBytes(const std::vector<Captured>& frames, PcapLayout layout) {
   return file;
 }
 
-Bytes pcapngBytes(const std::vector<Captured>& frames) {
+Bytes pcapngBytes(const std::vector<Captured>& frames, bool nano) {
   Bytes file;
   Appender out{file, false};
   const auto block = [&out](uint32_t type, const Bytes& body) {
@@ -77,14 +77,14 @@ Bytes pcapngBytes(const std::vector<Captured>& frames) {
   interfaceOut.put16(1);
   interfaceOut.put16(0);
   interfaceOut.put32(262144);
-  interfaceOut.put16(9);  // the resolution of the time stamps: 10^-9
+  interfaceOut.put16(9);  // the resolution of the time stamps: 10^-9 or 10^0
   interfaceOut.put16(1);
-  interfaceOut.put32(9);
+  interfaceOut.put32(nano ? 9 : 0);
   interfaceOut.put32(0);
   block(1, interface);
 
   for (const Captured& each : frames) {
-    const uint64_t time = each.seconds * 1000000000 + each.nanoseconds;
+    const uint64_t time = nano ? each.seconds * 1000000000 + each.nanoseconds : each.seconds;
     Bytes packet;
     Appender packetOut{packet, false};
     packetOut.put32(0);

@@ -27,8 +27,8 @@ struct PcapLayout {
 };
 
 Bytes pcapBytes(const std::vector<Captured>& frames, PcapLayout layout = {});
-/// A pcapng file with one Ethernet interface of nanosecond resolution.
-Bytes pcapngBytes(const std::vector<Captured>& frames);
+/// A pcapng file with one Ethernet interface, whose time stamps are of nanoseconds or of whole seconds.
+Bytes pcapngBytes(const std::vector<Captured>& frames, bool nano = true);
 /// The frames of a little-endian nanosecond Ethernet pcap file; throws std::runtime_error for any other.
 std::vector<Captured> readPcap(const std::string& path);
 

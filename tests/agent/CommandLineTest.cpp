@@ -280,6 +280,78 @@ TEST_F(CommandLine, FractionsOfMoreThanASecondCarryOver) {
   EXPECT_EQ(sent[0].nanoseconds, 100000001u);
 }
 
+TEST_F(CommandLine, EveryTimeIsReplayedOrRefusedWithItsPlace) {
+  struct Row {
+    const char* why;
+    bool classic;  ///< a pcap file, otherwise pcapng
+    uint64_t seconds;
+    bool replayed;
+  };
+  constexpr uint64_t one = 1;
+  const Row rows[] = {
+      {"the first there is", true, 0, true},
+      {"no sign in a pcap file", true, one << 31, true},
+      {"the last of a pcap file", true, (one << 32) - 1, true},
+      {"no sign in a pcapng file", false, one << 31, true},
+      {"beyond what a pcap file can tell", false, one << 33, true},
+      {"the last second of 9999", false, 253402300799, true},
+      {"the first beyond", false, 253402300800, false},
+      {"where a second is the least of a real number", false, one << 53, false},
+      {"where a second more is no more", false, one << 54, false},
+      {"where numbers with a sign turn over", false, one << 63, false},
+      {"a second before 1970, for those who see a sign", false, ~uint64_t{0}, false},
+  };
+  for (const Row& row : rows) {
+    const std::vector<Captured> frames = {{row.seconds, 0, frames_[0].frame, 52}};
+    writeFile(pcap_, row.classic ? pcapBytes(frames) : pcapngBytes(frames, false));
+    const Ran ran = usual({"--json"});
+    const Json json = Json::parse(ran.out);
+    EXPECT_EQ(ran.status, row.replayed ? 0 : 1) << row.why << ": " << ran.err;
+    EXPECT_EQ(json["frames"], row.replayed ? 1 : 0) << row.why;
+    if (!row.replayed) {
+      EXPECT_THAT(ran.err, HasSubstr("in.pcap: frame 1: its time stamp is not in the years 1970 to 9999"))
+          << row.why;
+      continue;
+    }
+    EXPECT_EQ(json["lists"][0]["rules"][0]["lastMatch"], row.seconds) << row.why;
+    EXPECT_EQ(json["status"]["status"]["ip"]["acl"]["A"]["counterUpdateTime"], row.seconds + 1)
+        << row.why << ": the last poll is a second behind the frame";
+  }
+}
+
+TEST_F(CommandLine, WhatComesBeforeAFrameThatIsRefusedIsReplayed) {
+  writeFile(pcap_, pcapngBytes({{1700000000, 0, frames_[0].frame, 52},
+                                {1700000001, 0, frames_[0].frame, 52},
+                                {uint64_t{1} << 54, 0, frames_[0].frame, 52},
+                                {1700000002, 0, frames_[0].frame, 52}},
+                               false));
+  const Ran ran = usual({"--json"});
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(ran.err, HasSubstr("in.pcap: frame 3: "));
+  EXPECT_EQ(Json::parse(ran.out)["frames"], 2);
+}
+
+TEST_F(CommandLine, TimeThatGoesBackLeavesTheAgentsClockAndTheFramesStamps) {
+  const std::vector<Captured> frames = {
+      {2000, 0, frames_[0].frame, 52}, {1000, 7, frames_[0].frame, 52}, {1500, 0, frames_[0].frame, 52}};
+  writeFile(pcap_, pcapBytes(frames));
+  const Json json =
+      document(usual({"--json", "--patch", "eth1,eth2", "--out", "eth2=" + (dir_ / "out.pcap")}));
+  EXPECT_EQ(json["lists"][0]["rules"][0]["lastMatch"], 2000);
+  EXPECT_EQ(json["status"]["status"]["ip"]["acl"]["A"]["counterUpdateTime"], 2001);
+  EXPECT_EQ(readPcap(dir_ / "out.pcap"), frames);
+}
+
+TEST_F(CommandLine, ATimeThatTheOutputCannotHoldEndsTheFileAndIsSaid) {
+  const Captured early{1700000000, 0, frames_[0].frame, 52};
+  writeFile(pcap_, pcapngBytes({early, {uint64_t{1} << 32, 0, frames_[0].frame, 52}}, false));
+  const Ran ran = usual({"--json", "--patch", "eth1,eth2", "--out", "eth2=" + (dir_ / "out.pcap")});
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(ran.err, HasSubstr("out.pcap: ends before a frame of a time that a pcap file cannot hold"));
+  EXPECT_EQ(Json::parse(ran.out)["passed"], 2);
+  EXPECT_EQ(readPcap(dir_ / "out.pcap"), std::vector{early});
+}
+
 TEST_F(CommandLine, AnOutputThatCannotBeWrittenEndsWithOne) {
   for (const char* option : {"--out", "--verdicts"}) {
     const std::string prefix = std::string(option) == "--out" ? "eth2=" : "";
