@@ -57,6 +57,12 @@ std::optional<Json> askOnce(const std::string& path, const Json& request, Exit* 
   return documentOf(agent, request, exit);
 }
 
+/// A request that names a list, if one was given.
+Json withName(Json request, const std::string& name) {
+  if (!name.empty()) request["name"] = name;
+  return request;
+}
+
 std::string jsonText(const Json& document) {
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
@@ -176,7 +182,7 @@ Exit ControlCommands::show() const {
   }
   for (;;) {
     Exit exit = exitDone;
-    const auto document = documentOf(agent, {{"do", "show"}, {"what", what_}, {"name", name_}}, &exit);
+    const auto document = documentOf(agent, withName({{"do", "show"}, {"what", what_}}, name_), &exit);
     if (!document) return exit;
     std::string text = json_ ? watch_ ? lineOf(*document) + "\n" : jsonText(*document)
                              : showOf(what_)->text(*document, {onTerminal(), wallSeconds()});
@@ -260,7 +266,7 @@ Exit ControlCommands::explain() const {
 
 Exit ControlCommands::clear() const {
   Exit exit = exitDone;
-  const auto document = askOnce(control_, {{"do", "clear"}, {"name", name_}}, &exit);
+  const auto document = askOnce(control_, withName({{"do", "clear"}}, name_), &exit);
   if (!document) return exit;
   return json_ ? printed(jsonText(*document)) : exitDone;
 }

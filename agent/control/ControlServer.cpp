@@ -134,7 +134,7 @@ void ControlServer::takeLine(Client& client) {
   }
   client.quietSince = now();
   std::string wrong;
-  const auto request = Request::read(std::string_view(client.in).substr(0, end), &wrong);
+  auto request = Request::read(std::string_view(client.in).substr(0, end), &wrong);
   if (request && !client.known) {
     // Carried out in the other lane: what a request costs is not to keep others from coming in.
     client.known = true;
@@ -155,7 +155,7 @@ void ControlServer::takeLine(Client& client) {
     if (at == clients_.end() || at->second->id != id) return;
     answer(*at->second, std::move(given));
   };
-  operations_.handle(*request, client.session, client.mayChange, reply);
+  operations_.handle(std::move(*request), client.session, client.mayChange, reply);
   arrange(client);
 }
 

@@ -61,43 +61,103 @@ std::vector<Config::Source> Session::take() {
   return std::exchange(texts_, {});
 }
 
-struct Operations::Row {
-  std::string_view name;
-  bool changes;  ///< only for clients that may change what the agent does
-  void (Operations::*handler)(const Request&, Session&, const Reply&);
-};
+std::span<const RequestMember> Operations::common() {
+  static const RequestMember members[] = {
+      {"do", MemberKind::name, "", "what is to be done"},
+      {"id", MemberKind::anything, "null", "comes back with the answer"},
+  };
+  return members;
+}
 
-const Operations::Row Operations::rows[] = {
-    {"show", false, &Operations::show},  {"text", true, &Operations::text},
-    {"apply", true, &Operations::apply}, {"explain", false, &Operations::explain},
-    {"clear", true, &Operations::clear}, {"trace", true, &Operations::trace},
-};
+namespace {
+
+std::vector<Operations::Operation> withCommonMembers(std::vector<Operations::Operation> operations) {
+  const auto common = Operations::common();
+  for (auto& operation : operations)
+    operation.members.insert(operation.members.begin(), common.begin(), common.end());
+  return operations;
+}
+
+}  // namespace
+
+std::span<const Operations::Operation> Operations::all() {
+  using Kind = MemberKind;
+  static const std::vector<Operation> operations = withCommonMembers({
+      {"show",
+       false,
+       &Operations::show,
+       "see below",
+       {{"what", Kind::name, "", "what to show, see below"},
+        {"name", Kind::name, "null", "a list, where it says [NAME] below; without it all"}}},
+      {"text",
+       true,
+       &Operations::text,
+       "`octets` held by now. Pieces of one name in a row are one text; several texts are read in order as "
+       "one",
+       {{"name", Kind::name, "", "what mistakes call the text"},
+        {"text", Kind::text, "", "a piece of a configuration text for the `apply` to come"}}},
+      {"apply",
+       true,
+       &Operations::apply,
+       "`applied`, `prepareSeconds`, `commitSeconds`, `difference`: the texts that were sent replace the "
+       "command line's configuration",
+       {{"dryRun", Kind::flag, "false", "only tell what would change"}}},
+      {"explain",
+       false,
+       &Operations::explain,
+       "which lists the frame meets, and why",
+       {{"port", Kind::name, "", "where the frame comes in"},
+        {"frame", Kind::text, "", "its octets in hexadecimal, or a text as below"},
+        {"wireLength", Kind::number, "null",
+         "of a frame in hexadecimal that a capture cut short: its octets on the wire"}}},
+      {"clear",
+       true,
+       &Operations::clear,
+       "`cleared`: the time",
+       {{"name", Kind::name, "null", "a list; without it everything"}}},
+      {"trace",
+       true,
+       &Operations::trace,
+       "empty; one of `facility`, `off` and `fast` is needed",
+       {{"facility", Kind::name, "null",
+         "facilities with the highest level that is to be on: \"NAME/LEVEL,...\""},
+        {"off", Kind::flag, "false", "switch every facility off"},
+        {"fast", Kind::name, "null", "the facility whose fast traces are switched"},
+        {"on", Kind::flag, "true", "with `fast`: on or off"}}},
+  });
+  return operations;
+}
 
 Operations::Operations(const World& world, ZeroLine& zero, Configuration& configuration)
     : world_(world), zero_(zero), configuration_(configuration), explainer_(world.core, world.forwarder) {}
 
-void Operations::handle(const Request& request, Session& session, bool mayChange, const Reply& reply) {
-  const std::string name = request.text("do");
-  const auto* row =
-      std::find_if(std::begin(rows), std::end(rows), [&](const Row& each) { return each.name == name; });
-  if (row == std::end(rows))
+void Operations::handle(Request request, Session& session, bool mayChange, const Reply& reply) {
+  const RequestMember& asked = common().front();
+  if (auto wrong = request.wrongIn(asked)) return reply(Answer::failed("bad-request", std::move(*wrong)));
+  const auto name = request.member(asked.name).get<std::string>();
+  const auto known = all();
+  const auto operation =
+      std::find_if(known.begin(), known.end(), [&](const Operation& each) { return each.name == name; });
+  if (operation == known.end())
     return reply(Answer::failed("unknown-operation", fmt::format("\"{}\" is no operation", name)));
-  if (row->changes && !mayChange) {
+  if (operation->changes && !mayChange) {
     return reply(
         Answer::failed("not-allowed", fmt::format("{} is for root, the agent's own user and the group of "
                                                   "the socket",
                                                   name)));
   }
-  (this->*row->handler)(request, session, reply);
+  if (const auto wrong = request.check(operation->members))
+    return reply(Answer::failed("bad-request", fmt::format("{}: {}", name, *wrong)));
+  (this->*operation->handler)(request, session, reply);
 }
 
 void Operations::show(const Request& request, Session&, const Reply& reply) {
   const std::string what = request.text("what");
   const Show* show = showOf(what);
   if (!show) return reply(Answer::failed("unknown-show", fmt::format("\"{}\" cannot be shown", what)));
-  const std::string name = request.text("name");
-  if (!name.empty() && show->argument.empty())
+  if (request.has("name") && show->argument.empty())
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
+  const std::string name = request.text("name");
   if (!name.empty() && !isList(world_.core, Kelp::String(name))) return reply(noList(name));
   reply({show->document(world_, name), {}});
 }
@@ -105,7 +165,6 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
 void Operations::text(const Request& request, Session& session, const Reply& reply) {
   const std::string name = request.text("name");
   std::string more = request.text("text");
-  if (name.empty()) return reply(Answer::failed("bad-request", "a text needs a name"));
   if (textOctets_ + more.size() > mostText) {
     session.drop();
     return reply(Answer::failed("too-large", fmt::format("texts of more than {} octets are held", mostText)));
@@ -141,15 +200,16 @@ void Operations::apply(const Request& request, Session& session, const Reply& re
 
 void Operations::explain(const Request& request, Session&, const Reply& reply) {
   const std::string port = request.text("port");
-  if (port.empty()) return reply(Answer::failed("bad-request", "explain needs a port"));
   if (auto none = whyNoPort(world_, port)) return reply(Answer::failed("not-found", *none));
   const std::string text = request.text("frame");
   std::optional<Frame> frame;
   std::string wrong = "explain needs a frame of one octet or more";
   if (isFrameText(text)) {
+    if (request.has("wireLength"))
+      return reply(Answer::failed("bad-request", "wireLength is for a frame in hexadecimal"));
     frame = readFrameText(text, &wrong);
   } else if (auto octets = octetsOfHex(text); octets && !octets->empty()) {
-    frame = Frame{std::move(*octets), static_cast<uint32_t>(request.number("wireLength").value_or(0))};
+    frame = Frame{std::move(*octets), request.number("wireLength").value_or(0)};
   }
   if (!frame) return reply(Answer::failed("bad-request", wrong));
   reply(Answer::of(explainer_.explain(port, *frame)));
@@ -166,12 +226,16 @@ void Operations::clear(const Request& request, Session&, const Reply& reply) {
 }
 
 void Operations::trace(const Request& request, Session&, const Reply& reply) {
-  if (request.flag("off")) {
+  const bool off = request.flag("off");
+  const std::string fast = request.text("fast"), facility = request.text("facility");
+  if (off + !fast.empty() + !facility.empty() != 1)
+    return reply(Answer::failed("bad-request", "trace needs one of facility, off and fast"));
+  if (request.has("on") && fast.empty())
+    return reply(Answer::failed("bad-request", "trace takes \"on\" with fast only"));
+  if (off) {
     Zeb::TraceHandle::disableAll();
-  } else if (const std::string fast = request.text("fast"); !fast.empty()) {
+  } else if (!fast.empty()) {
     Blip::fastTraceIs(fast, request.flag("on"));
-  } else if (const std::string facility = request.text("facility"); facility.empty()) {
-    return reply(Answer::failed("bad-request", "trace needs a facility and a level, as in Velo::Acl/0"));
   } else if (const auto wrong = Zeb::TraceHandle::enable(facility)) {
     return reply(Answer::failed("bad-request", *wrong));
   }

@@ -7,7 +7,9 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Agent {
@@ -45,7 +47,7 @@ struct Answer {
 };
 
 /// Carries out the requests of the control protocol (docs/control.md), wherever they come from. A further
-/// operation is a row of the table in Operations.cpp with its function.
+/// operation is a row of the table in Operations.cpp with its function, a further member a row in that row.
 ///
 /// Owner: the control plane. Everything in `world`, and the configuration, outlive it.
 class Operations {
@@ -57,17 +59,26 @@ class Operations {
 
   Operations(const World& world, ZeroLine& zero, Configuration& configuration);
 
+  /// What can be asked for.
+  struct Operation {
+    std::string_view name;
+    bool changes;  ///< only for clients that may change what the agent does
+    void (Operations::*handler)(const Request&, Session&, const Reply&);
+    std::string_view answer;  ///< what the document has, for the documentation
+    std::vector<RequestMember> members;
+  };
+  static std::span<const Operation> all();
+  /// The members that every request may have.
+  static std::span<const RequestMember> common();
+
   /// Carries out one request. `mayChange`: the client may change what the agent does. `reply` is called once,
   /// from within or later; not at all when this object goes first. The session may have gone by then.
-  void handle(const Request& request, Session& session, bool mayChange, const Reply& reply);
+  void handle(Request request, Session& session, bool mayChange, const Reply& reply);
 
   size_t textOctets() const { return textOctets_; }
 
  private:
   friend class Session;
-  struct Row;
-  static const Row rows[];
-
   void show(const Request& request, Session& session, const Reply& reply);
   void text(const Request& request, Session& session, const Reply& reply);
   void apply(const Request& request, Session& session, const Reply& reply);

@@ -1,4 +1,9 @@
+#include <Kelp/Assert.h>
 #include <agent/control/Request.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <limits>
 
 namespace Agent {
 
@@ -61,22 +66,98 @@ std::optional<Request> Request::read(std::string_view line, std::string* wrong) 
   return std::move(reader.request);
 }
 
-Json Request::member(const std::string& name) const {
+namespace {
+
+bool isOfKind(const Json& value, MemberKind kind) {
+  switch (kind) {
+    case MemberKind::text:
+      return value.is_string();
+    case MemberKind::name:
+      return value.is_string() && !value.get_ref<const std::string&>().empty();
+    case MemberKind::flag:
+      return value.is_boolean();
+    case MemberKind::number:
+      return value.is_number_unsigned() && value.get<uint64_t>() <= std::numeric_limits<uint32_t>::max();
+    case MemberKind::anything:
+      return true;
+  }
+  return false;
+}
+
+/// Of a value that was not expected.
+std::string foundText(const Json& value) {
+  if (!value.is_string()) return value.dump();
+  return value.get_ref<const std::string&>().empty() ? "an empty text" : "a text";
+}
+
+const RequestMember* declarationOf(std::span<const RequestMember> members, std::string_view name) {
+  const auto at = std::find_if(members.begin(), members.end(),
+                               [name](const RequestMember& member) { return member.name == name; });
+  return at == members.end() ? nullptr : &*at;
+}
+
+}  // namespace
+
+std::string_view kindText(MemberKind kind) {
+  switch (kind) {
+    case MemberKind::text:
+      return "a text";
+    case MemberKind::name:
+      return "a text that is not empty";
+    case MemberKind::flag:
+      return "true or false";
+    case MemberKind::number:
+      return "a whole number from 0 to 4294967295";
+    case MemberKind::anything:
+      return "anything";
+  }
+  return "";
+}
+
+std::optional<std::string> Request::wrongIn(const RequestMember& member) const {
+  const auto at = members_.find(member.name);
+  if (at == members_.end()) {
+    if (!member.required()) return std::nullopt;
+    return fmt::format("the member \"{}\" is missing: {}", member.name, member.meaning);
+  }
+  if (isOfKind(at->second, member.kind)) return std::nullopt;
+  return fmt::format("the member \"{}\" is to be {}, found {}", member.name, kindText(member.kind),
+                     foundText(at->second));
+}
+
+std::optional<std::string> Request::check(std::span<const RequestMember> members) {
+  for (const auto& [name, value] : members_) {
+    if (!declarationOf(members, name)) return fmt::format("there is no member \"{}\"", name);
+  }
+  for (const RequestMember& member : members) {
+    if (auto wrong = wrongIn(member)) return wrong;
+  }
+  declared_ = members;
+  return std::nullopt;
+}
+
+Json Request::member(std::string_view name) const {
   const auto at = members_.find(name);
   return at == members_.end() ? Json() : at->second;
 }
 
-std::string Request::text(const std::string& name) const {
-  const Json value = member(name);
-  return value.is_string() ? value.get<std::string>() : "";
+Json Request::valueOf(std::string_view name, std::initializer_list<MemberKind> kinds) const {
+  const RequestMember* declared = declarationOf(declared_, name);
+  KELP_ASSERT(declared && std::find(kinds.begin(), kinds.end(), declared->kind) != kinds.end(),
+              fmt::format("a member {} that is asked for is declared so", name));
+  return has(name) ? member(name) : Json::parse(declared->otherwise);
 }
 
-bool Request::flag(const std::string& name) const { return member(name) == true; }
+std::string Request::text(std::string_view name) const {
+  const Json value = valueOf(name, {MemberKind::text, MemberKind::name});
+  return value.is_null() ? "" : value.get<std::string>();
+}
 
-std::optional<uint64_t> Request::number(const std::string& name) const {
-  const Json value = member(name);
-  if (!value.is_number_unsigned()) return std::nullopt;
-  return value.get<uint64_t>();
+bool Request::flag(std::string_view name) const { return valueOf(name, {MemberKind::flag}) == true; }
+
+std::optional<uint32_t> Request::number(std::string_view name) const {
+  const Json value = valueOf(name, {MemberKind::number});
+  return value.is_null() ? std::nullopt : std::optional(value.get<uint32_t>());
 }
 
 }  // namespace Agent

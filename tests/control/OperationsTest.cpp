@@ -37,7 +37,8 @@ TEST_F(OperationsTest, WhatCannotBeDoneIsRefusedWithACode) {
     const char* code;
   };
   for (const Row& row : {
-           Row{"no operation", Json::object(), true, "unknown-operation"},
+           Row{"no operation", Json::object(), true, "bad-request"},
+           Row{"an operation that is no text", {{"do", 5}}, true, "bad-request"},
            Row{"an operation that there is not", {{"do", "shutdown"}}, true, "unknown-operation"},
            Row{"a show that there is not", {{"do", "show"}, {"what", "secrets"}}, true, "unknown-show"},
            Row{"showing is for everybody", {{"do", "show"}, {"what", "drops"}}, false, ""},
@@ -87,6 +88,62 @@ TEST_F(OperationsTest, WhatCannotBeDoneIsRefusedWithACode) {
     Agent::Session session(agent_.plane().operations());
     EXPECT_EQ(codeOf(agent_.ask(row.request, session, row.mayChange)), row.code) << row.why;
   }
+}
+
+TEST_F(OperationsTest, WhatIsNotAsDeclaredIsRefusedByNameAndDoesNothing) {
+  agent_.start("ip access-list A\n 10 permit ip any any\ninterface eth1\n ip access-group A in\n");
+  agent_.receive("eth1", udpTo(53));
+  const std::string text = "ip access-list B\n 10 permit ip any any\n";
+  ASSERT_FALSE(agent_.ask({{"do", "text"}, {"name", "b"}, {"text", text}}).contains("error"));
+  struct Row {
+    const char* why;
+    Json request;
+    const char* named;  ///< the member that the refusal is about
+  };
+  for (const Row& row : {
+           Row{"a text that says true", {{"do", "apply"}, {"dryRun", "true"}}, "dryRun"},
+           Row{"a number for yes", {{"do", "apply"}, {"dryRun", 1}}, "dryRun"},
+           Row{"another spelling", {{"do", "apply"}, {"dryrun", true}}, "dryrun"},
+           Row{"a list that is a number", {{"do", "clear"}, {"name", 5}}, "name"},
+           Row{"a list without a name", {{"do", "clear"}, {"name", ""}}, "name"},
+           Row{"a list that is null", {{"do", "clear"}, {"name", nullptr}}, "name"},
+           Row{"another word for it", {{"do", "clear"}, {"list", "A"}}, "list"},
+           Row{"a text in place of octets",
+               {{"do", "explain"}, {"port", "eth1"}, {"frame", "00"}, {"wireLength", "60"}},
+               "wireLength"},
+           Row{"more octets than a frame can have",
+               {{"do", "explain"}, {"port", "eth1"}, {"frame", "00"}, {"wireLength", uint64_t{1} << 32}},
+               "wireLength"},
+           Row{"a length of a frame that is a text",
+               {{"do", "explain"},
+                {"port", "eth1"},
+                {"frame", "arp 192.0.2.1 > 192.0.2.2"},
+                {"wireLength", 60}},
+               "wireLength"},
+           Row{"a frame that is a number", {{"do", "explain"}, {"port", "eth1"}, {"frame", 0}}, "frame"},
+           Row{"no frame", {{"do", "explain"}, {"port", "eth1"}}, "frame"},
+           Row{"no port", {{"do", "explain"}, {"frame", "00"}}, "port"},
+           Row{"nothing to show", {{"do", "show"}}, "what"},
+           Row{"everything to show", {{"do", "show"}, {"what", true}}, "what"},
+           Row{"a name where none is taken", {{"do", "show"}, {"what", "drops"}, {"name", "A"}}, "name"},
+           Row{"a text without text", {{"do", "text"}, {"name", "b"}}, "text"},
+           Row{"a text without a name", {{"do", "text"}, {"name", ""}, {"text", "x"}}, "name"},
+           Row{"a trace of nothing", {{"do", "trace"}}, "facility"},
+           Row{"two traces at once",
+               {{"do", "trace"}, {"facility", "Velo::Acl/0"}, {"off", true}},
+               "facility"},
+           Row{"on of nothing", {{"do", "trace"}, {"off", true}, {"on", true}}, "on"},
+           Row{"what to do is no text", {{"do", true}}, "do"},
+       }) {
+    const Json answer = agent_.ask(row.request);
+    EXPECT_EQ(codeOf(answer), "bad-request") << row.why;
+    EXPECT_NE(answer.dump().find(row.named), std::string::npos) << row.why << ": " << answer;
+    EXPECT_EQ(agent_.show("access-lists").at("lists").at(0).at("name"), "A") << row.why;
+    EXPECT_EQ(matches("A", 10), 1u) << row.why;
+    EXPECT_EQ(agent_.plane().operations().textOctets(), text.size()) << row.why << ": the text is kept";
+  }
+  EXPECT_EQ(codeOf(agent_.ask({{"do", "apply"}, {"dryRun", true}})), "") << "as it should have been said";
+  EXPECT_EQ(agent_.show("access-lists").at("lists").at(0).at("name"), "A");
 }
 
 TEST_F(OperationsTest, TextsAreAccountedForAndBounded) {

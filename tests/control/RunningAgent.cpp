@@ -83,7 +83,9 @@ Json RunningAgent::ask(const Json& request, Agent::Session& from, bool mayChange
 }
 
 Json RunningAgent::show(const char* what, const std::string& name) {
-  return ask({{"do", "show"}, {"what", what}, {"name", name}});
+  Json request = {{"do", "show"}, {"what", what}};
+  if (!name.empty()) request["name"] = name;
+  return ask(request);
 }
 
 Json RunningAgent::apply(const std::string& text, bool dryRun) {
