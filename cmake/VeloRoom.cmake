@@ -52,6 +52,7 @@ function(velo_shared_platform)
     list(APPEND objects $<TARGET_OBJECTS:${room}>)
   endforeach()
   add_library(velo-platform SHARED ${objects})
-  target_include_directories(velo-platform PUBLIC ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR})
+  target_include_directories(velo-platform PUBLIC ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR}
+    ${CMAKE_BINARY_DIR}/interface)
   target_link_libraries(velo-platform PUBLIC velo-flags fmt::fmt PRIVATE ${CMAKE_DL_LIBS})
 endfunction()

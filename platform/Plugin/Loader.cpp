@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 
 namespace Plugin::Impl {
@@ -30,6 +32,27 @@ std::string liveObjectsOf(void* library) {
     live += fmt::format("{}{} {}", live.empty() ? "" : ", ", slab.liveCount(), slab.name());
   });
   return live;
+}
+
+/// The interface version that the file of a plugin has in it.
+std::optional<std::string> versionIn(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string content(std::istreambuf_iterator<char>(file), {});
+  const std::string_view mark(interfaceMark);
+  const std::string_view beginning = mark.substr(0, mark.size() - interfaceVersion.size());
+  const size_t at = content.find(beginning);
+  if (at == std::string::npos) return std::nullopt;
+  return content.substr(at + beginning.size(), interfaceVersion.size());
+}
+
+/// What is wrong with a version, if anything.
+std::optional<std::string> refusalOfVersion(std::string_view version) {
+  if (version == interfaceVersion) return std::nullopt;
+  return fmt::format(
+      "was built against interface version {}, this agent has {}: build it from this agent's headers with "
+      "its "
+      "compiler",
+      version, interfaceVersion);
 }
 
 }  // namespace
@@ -57,6 +80,10 @@ std::optional<std::string> LoaderImpl::load(const std::string& path) {
   if (!std::filesystem::is_regular_file(full, error))
     return fmt::format("{}: not a plugin: not a file", path);
 
+  const auto version = versionIn(full);
+  if (!version) return fmt::format("{}: not a plugin: there is no interface version in it", path);
+  if (const auto refusal = refusalOfVersion(*version)) return fmt::format("{}: {}", path, *refusal);
+
   const size_t before = plugins_.size();
   void* library = dlopen(full.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library) return fmt::format("{}: not a plugin: {}", path, dlerror());
@@ -80,10 +107,8 @@ std::optional<std::string> LoaderImpl::load(const std::string& path) {
 
 std::optional<std::string> LoaderImpl::refusalOf(size_t first) const {
   for (auto added = plugins_.begin() + static_cast<long>(first); added != plugins_.end(); ++added) {
-    if (added->interfaceVersion != interfaceVersion) {
-      return fmt::format("{} was built against interface version {}, this agent has {}", added->name,
-                         added->interfaceVersion, interfaceVersion);
-    }
+    if (const auto refusal = refusalOfVersion(added->interfaceVersion))
+      return fmt::format("{} {}", added->name, *refusal);
     const auto known = std::find_if(plugins_.begin(), added,
                                     [&](const Registration& plugin) { return plugin.name == added->name; });
     if (known == added) continue;

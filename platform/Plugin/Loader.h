@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Plugin/InterfaceVersion.h>
+
 #include <list>
 #include <memory>
 #include <optional>
@@ -8,9 +10,6 @@
 #include <vector>
 
 namespace Plugin {
-
-/// Raised by one with every change of what a plugin and the agent share in memory. It is compiled into both.
-constexpr std::string_view interfaceVersion = "1";
 
 /// Whoever wants to be called with the agent's context once there is one: a plugin's instance.
 template <class Context>
@@ -57,9 +56,10 @@ class LoaderImpl {
   /// Called by a library while it is being closed.
   void unregisterPlugin(const InitCaller* caller);
 
-  /// Opens a library and takes up the plugins that it registers; does not initialise them. When that fails,
-  /// returns a sentence that says why, with the path, and nothing has changed. To replace a plugin, unload
-  /// the old one first: two of one name could not tell their objects apart.
+  /// Opens a library and takes up the plugins that it registers; does not initialise them. A library of
+  /// another interface version is not opened at all. When that fails, returns a sentence that says why, with
+  /// the path, and nothing has changed. To replace a plugin, unload the old one first: two of one name could
+  /// not tell their objects apart.
   std::optional<std::string> load(const std::string& path);
 
   /// Closes the library of a plugin. The agent has let go of all it got from the plugin; the instance then

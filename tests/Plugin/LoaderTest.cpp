@@ -117,8 +117,9 @@ TEST_F(PluginLoader, UnloadingReallyClosesTheLibrary) {
 TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
   const fs::path dir = fs::temp_directory_path() / fmt::format("loader-test-{}", getpid());
   fs::create_directory(dir);
-  const std::string text = dir / "text.so", damaged = dir / "damaged.so";
+  const std::string text = dir / "text.so", marked = dir / "marked.so", damaged = dir / "damaged.so";
   std::ofstream(text) << "not a library\n";
+  std::ofstream(marked) << "velo plugin interface " << Plugin::interfaceVersion;
   std::ofstream(damaged, std::ios::binary) << std::ifstream(plugin, std::ios::binary).rdbuf();
   fs::resize_file(damaged, 40);
 
@@ -133,13 +134,18 @@ TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
        fmt::format("{}/missing.so: there is no such file", dir.string()), true},
       {"a missing directory", "/no/such/dir/x.so", "/no/such/dir/x.so: there is no such file", true},
       {"a directory", dir, fmt::format("{}: not a plugin: not a file", dir.string()), true},
-      {"a text", text, fmt::format("{}: not a plugin: ", text), false},
+      {"a text", text, fmt::format("{}: not a plugin: there is no interface version in it", text), true},
+      {"a text that has a version", marked, fmt::format("{}: not a plugin: {}: ", marked, marked), false},
+      {"a library of something else", bin + "/libvelo-platform.so",
+       fmt::format("{}/libvelo-platform.so: not a plugin: it registers none", bin), true},
       {"a damaged library", damaged, fmt::format("{}: not a plugin: ", damaged), false},
       {"a library that registers nothing", none, fmt::format("{}: not a plugin: it registers none", none),
        true},
       {"another interface version", other,
-       fmt::format("{}: TinyPlugin was built against interface version 0, this agent has {}", other,
-                   Plugin::interfaceVersion),
+       fmt::format(
+           "{}: TinyPlugin was built against interface version 0, this agent has {}: build it from this "
+           "agent's headers with its compiler",
+           other, Plugin::interfaceVersion),
        true},
   };
   for (const auto& [why, path, sentence, whole] : rows) {
@@ -152,6 +158,26 @@ TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
   }
   EXPECT_EQ(Zeb::typeByName("TinyPlugin::Thing"), nullptr) << "nothing of a refused library stays";
   fs::remove_all(dir);
+}
+
+TEST_F(PluginLoader, APluginBuiltAgainstOtherHeadersIsRefusedBeforeItsCodeRuns) {
+  const std::string other = bin + "/OtherHeaders.so";
+  const Sentence refusal = loader.load(other);
+  ASSERT_TRUE(refusal) << "a member was added to a header that it was built against";
+  EXPECT_THAT(*refusal, testing::MatchesRegex(
+                            fmt::format("{}: was built against interface version [0-9a-f]{{16}}, this "
+                                        "agent has {}: build it from this agent's headers with its compiler",
+                                        other, Plugin::interfaceVersion)));
+  EXPECT_TRUE(loader.plugins().empty());
+  EXPECT_FALSE(isOpen(other));
+}
+
+TEST_F(PluginLoader, APluginBuiltAgainstACopyOfTheHeadersIsOneOfThisAgent) {
+  ASSERT_EQ(loader.load(bin + "/SameHeaders.so"), std::nullopt) << "where the headers lie does not count";
+  loader.callInit(&context, "TinyPlugin");
+  EXPECT_TRUE(context.entityManager->getEntity("tiny"));
+  context.entityManager->mountDel("tiny");
+  EXPECT_EQ(loader.unload("TinyPlugin"), std::nullopt);
 }
 
 TEST_F(PluginLoader, TheSameLibraryIsNotLoadedTwiceNorAnotherOfItsName) {

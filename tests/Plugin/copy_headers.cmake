@@ -1,0 +1,15 @@
+# cmake -DFROM=FOLDER -DTO=FOLDER [-DFILE=PATH -DTEXT=TEXT -DBY=TEXT] -P copy_headers.cmake: a copy of the headers that
+# plugins may include, in FILE of which TEXT is replaced BY another. Writes TO/copied last.
+file(REMOVE_RECURSE ${TO})
+foreach(folder platform Acl Classify)
+  file(COPY ${FROM}/${folder} DESTINATION ${TO} FILES_MATCHING PATTERN "*.h")
+endforeach()
+if(FILE)
+  file(READ ${TO}/${FILE} before)
+  string(REPLACE "${TEXT}" "${BY}" after "${before}")
+  if(after STREQUAL before)
+    message(FATAL_ERROR "${FILE} does not have the text that is to be replaced: ${TEXT}")
+  endif()
+  file(WRITE ${TO}/${FILE} "${after}")
+endif()
+file(TOUCH ${TO}/copied)
