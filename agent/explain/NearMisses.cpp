@@ -34,10 +34,11 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
   }
   std::sort(best.begin(), best.end(),
             [](const auto& a, const auto& b) { return a.rule->sequence < b.rule->sequence; });
-  for (const auto& [count, rule] : best) {
-    NearMiss miss{rule->sequence, rule->text.str(), {}};
-    Acl::visitTests(rule->filter, packet, [&](const auto& test) {
-      if (!test.matches(rule->filter, packet)) miss.failed.push_back({test.name, test.shown(packet)});
+  for (const Candidate& each : best) {
+    const auto& rule = *each.rule;
+    NearMiss miss{rule.sequence, rule.text.str(), {}};
+    Acl::visitTests(rule.filter, packet, [&](const auto& test) {
+      if (!test.matches(rule.filter, packet)) miss.failed.push_back({test.name, test.shown(packet)});
       return true;
     });
     result.near.push_back(std::move(miss));

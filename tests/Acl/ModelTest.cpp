@@ -116,9 +116,9 @@ TEST(AclRules, MplsLabelsHaveTwentyBits) {
     MacFilter filter;
     const char* outer = "Acl::MacFilter::mplsLabel < 0 or > 0xFFFFF not allowed";
     const char* inner = "Acl::MacFilter::mplsInnerLabel < 0 or > 0xFFFFF not allowed";
-    EXPECT_EQ(thrown([&] { filter.mplsLabelIs(label); }), allowed ? "" : outer) << label;
+    EXPECT_EQ(thrown([&, value = label] { filter.mplsLabelIs(value); }), allowed ? "" : outer) << label;
     EXPECT_EQ(filter.mpls.labelNamed, allowed) << "a refused label is not set";
-    EXPECT_EQ(thrown([&] { filter.mplsInnerLabelIs(label); }), allowed ? "" : inner) << label;
+    EXPECT_EQ(thrown([&, value = label] { filter.mplsInnerLabelIs(value); }), allowed ? "" : inner) << label;
     EXPECT_EQ(filter.mpls.innerLabelNamed, allowed);
 
     MacRuleConfig rule;

@@ -165,7 +165,8 @@ TEST_P(VerdictOfEach, WhatMatchesNoRuleIsDroppedAndCountedUnderTheImplicitId) {
 }
 
 TEST_P(VerdictOfEach, AnImplicitDropWithoutAnIdIsStillADrop) {
-  const auto [direction, type, name] = GetParam();
+  const auto direction = std::get<0>(GetParam());
+  const auto type = std::get<1>(GetParam());
   list(type);
   bind(type, direction);
   nothingIsPublished();
