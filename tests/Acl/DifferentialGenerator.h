@@ -1,25 +1,9 @@
 #pragma once
 
+#include "../support/Dice.h"
 #include "DifferentialModel.h"
 
-#include <random>
-
 namespace TestSupport::Differential {
-
-class Dice {
- public:
-  explicit Dice(uint64_t seed) : random_(seed) {}
-  uint64_t any() { return random_(); }
-  uint64_t below(uint64_t bound) { return random_() % bound; }
-  bool once(uint64_t in) { return below(in) == 0; }
-  template <class Values>
-  const auto& of(const Values& values) {
-    return values[below(std::size(values))];
-  }
-
- private:
-  std::mt19937_64 random_;
-};
 
 /// Rules and packets of one list that have to do with each other: addresses below a few heads, so that
 /// prefixes nest and cross; ports, hops and the like from what other rules ask, and one beside that. What a

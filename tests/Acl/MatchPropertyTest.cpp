@@ -1,8 +1,8 @@
+#include "../support/RandomFrames.h"
 #include "MatchSupport.h"
 #include "ReferenceMatcher.h"
 
 #include <array>
-#include <random>
 
 // The matchers against the reference, on lists and frames that are made from a few addresses, ports and
 // values, so that rules overlap with each other and with the packets.
@@ -15,35 +15,12 @@ using namespace Acl;
 constexpr int listsOfAKind = 4000;
 constexpr int framesOfAList = 50;
 
-class Dice {
- public:
-  explicit Dice(uint32_t seed) : random_(seed) {}
-  uint32_t below(uint32_t bound) { return random_() % bound; }
-  bool once(uint32_t in) { return below(in) == 0; }
-  template <class T, size_t N>
-  T of(const T (&values)[N]) {
-    return values[below(N)];
-  }
-
- private:
-  std::mt19937 random_;
-};
-
-constexpr const char* addresses4[] = {"192.0.2.1", "192.0.2.2", "192.0.2.130", "198.51.100.7", "0.0.0.0"};
 constexpr const char* masks4[] = {"255.255.255.255", "255.255.255.0", "255.255.255.128", "0.0.0.1",
                                   "240.0.0.2"};
-constexpr const char* addresses6[] = {"2001:db8::1", "2001:db8::2", "2001:db8:0:1::1", "fe80::1", "::"};
 constexpr const char* masks6[] = {"ffff:ffff::", "ffff:ffff:ffff:ffff::", "::1", "8000::2",
                                   "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"};
-constexpr const char* macs[] = {"02:00:5e:00:00:01", "02:00:5e:00:00:02", "02:00:5e:00:01:01",
-                                "ff:ff:ff:ff:ff:ff"};
 constexpr const char* macMasks[] = {"ff:ff:ff:ff:ff:ff", "ff:ff:ff:00:00:00", "00:00:00:00:00:01",
                                     "01:00:00:00:00:00"};
-constexpr uint16_t ports[] = {0, 22, 53, 80, 81, 443, 1023, 1024, 65535};
-constexpr uint8_t hops[] = {0, 1, 63, 64, 255};
-constexpr uint8_t classes[] = {0, 0x20, 46 << 2, 0x2f, 0xff};
-constexpr uint16_t vlans[] = {0, 1, 100, 101, 4095};
-constexpr uint8_t protocols[] = {6, 17, 1, 58, 132, 99};
 
 PortMatch somePorts(Dice& dice) {
   PortMatch port;
@@ -110,62 +87,9 @@ std::vector<Rule> someRules(Dice& dice) {
   return rules;
 }
 
-FrameBuilder someLink(Dice& dice) {
-  FrameBuilder made = frame().eth(dice.of(macs), dice.of(macs));
-  for (uint32_t tags = dice.below(3); tags > 0; --tags)
-    made.vlan(dice.of(vlans), dice.once(2) ? 0x88a8 : 0x8100);
-  return made;
-}
-
-Bytes someL4(Dice& dice, FrameBuilder made, bool six) {
-  switch (dice.of(protocols)) {
-    case 6:
-      return made.tcp(dice.of(ports), dice.of(ports)).flags(static_cast<uint8_t>(dice.below(256)));
-    case 17:
-      return made.udp(dice.of(ports), dice.of(ports));
-    case 132:
-      return made.sctp(dice.of(ports), dice.of(ports));
-    case 1:
-      return made.icmp(static_cast<uint8_t>(dice.below(4)), static_cast<uint8_t>(dice.below(3)));
-    case 58:
-      return made.icmp6(static_cast<uint8_t>(dice.below(4)), static_cast<uint8_t>(dice.below(3)));
-    default:
-      return made.protocol(six && dice.once(3) ? 59 : 99).payload(24, 0x11);
-  }
-}
-
-Bytes someFrame(Dice& dice, const IpRuleConfig&) {
-  FrameBuilder made = someLink(dice).ip4(dice.of(addresses4), dice.of(addresses4));
-  made.tos(dice.of(classes)).ttl(dice.of(hops));
-  if (dice.once(4)) made.options({1, 1, 1, 1, 1, 1, 1, 1});
-  if (dice.once(5)) {
-    return made.fragment(static_cast<uint16_t>(2 + dice.below(50)), dice.once(2))
-        .protocol(dice.of(protocols))
-        .payload(40, 0x50);
-  }
-  if (dice.once(5)) made.fragment(0, true);
-  return someL4(dice, made, false);
-}
-
-Bytes someFrame(Dice& dice, const Ip6RuleConfig&) {
-  FrameBuilder made = someLink(dice).ip6(dice.of(addresses6), dice.of(addresses6));
-  made.trafficClass(dice.of(classes)).hopLimit(dice.of(hops));
-  if (dice.once(4)) made.hopByHop(dice.once(2) ? 8 : 16);
-  if (dice.once(4)) made.routing();
-  if (dice.once(5)) {
-    made.fragment(static_cast<uint16_t>(2 + dice.below(50)), dice.once(2));
-    return made.protocol(dice.of(protocols)).payload(40, 0x50);
-  }
-  if (dice.once(5)) made.fragment(0, dice.once(2));
-  if (dice.once(4)) made.destinationOptions();
-  return someL4(dice, made, true);
-}
-
-Bytes someFrame(Dice& dice, const MacRuleConfig&) {
-  if (dice.once(3)) return someFrame(dice, IpRuleConfig());
-  if (dice.once(2)) return someFrame(dice, Ip6RuleConfig());
-  return someLink(dice).arp("192.0.2.1", "192.0.2.2");
-}
+Bytes someFrame(Dice& dice, const IpRuleConfig&) { return randomIp4Frame(dice); }
+Bytes someFrame(Dice& dice, const Ip6RuleConfig&) { return randomIp6Frame(dice); }
+Bytes someFrame(Dice& dice, const MacRuleConfig&) { return randomFrame(dice); }
 
 template <class Rule>
 class MatchProperty : public testing::Test {};
