@@ -22,6 +22,14 @@ if(VELO_SANITIZE)
   target_compile_options(velo-flags INTERFACE -fsanitize=address${undefined} -fno-sanitize=null -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
+if(VELO_SANITIZE_THREADS)
+  target_compile_options(velo-flags INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(velo-flags INTERFACE -fsanitize=thread)
+endif()
+if(VELO_FUZZ)
+  # Tells the fuzzer which ways an input took through the rooms.
+  target_compile_options(velo-flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # The large headers that nearly every file includes are parsed once.
 set(velo_common_headers <fmt/format.h> <algorithm> <functional> <map> <memory> <optional> <set> <string> <variant> <vector>)

@@ -7,8 +7,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install_deps.sh [--ci]
-  --ci  also what only the checks of .ci/run use: a second compiler and the formatter
+usage: scripts/install_deps.sh [--ci] [--fuzz]
+  --ci    also what only the checks of .ci/run use: a second compiler and the formatter
+  --fuzz  also what scripts/fuzz.sh uses: clang with its fuzzer
 TEXT
 }
 
@@ -17,6 +18,7 @@ packages=(g++ cmake ninja-build pkg-config python3 libfmt-dev libpcap-dev libsql
 for argument in "$@"; do
   case $argument in
     --ci) packages+=(clang clang-format git) ;;
+    --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     -h | --help)
       usage
       exit 0

@@ -7,8 +7,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 usage() {
   cat <<'TEXT'
-usage: scripts/test.sh [--sanitize]
+usage: scripts/test.sh [--sanitize|--threads]
   --sanitize  build/sanitize instead, with the address and undefined-behaviour sanitizers
+  --threads   build/threads instead, with the thread sanitizer, and only the tests of rooms that have threads
 TEXT
 }
 
@@ -16,6 +17,7 @@ preset=release
 for argument in "$@"; do
   case $argument in
     --sanitize) preset=sanitize ;;
+    --threads) preset=threads ;;
     -h | --help)
       usage
       exit 0
@@ -25,6 +27,12 @@ for argument in "$@"; do
 done
 
 "$root/scripts/install_deps.sh"
+if [[ $preset == threads ]]; then
+  # Lists are compiled, texts read, and the state written on threads of their own.
+  build threads Acl-tests agent-tests control-tests state-tests fuzz-classifier fuzz-control fuzz-directory velo
+  run_tests threads tests --tests-regex '^(Acl[.](Workshop|.*WhileAThread)|agent[.](EventLoop|LivePorts|Bridging)|control[.]|state[.]|fuzz[.](classifier|control|directory)$)'
+  exit
+fi
 build "$preset"
 if [[ $preset == sanitize ]]; then
   # Live tests are about real time, which sanitizers stretch; what they drive, the other tests drive by hand.

@@ -1,0 +1,148 @@
+// Clients of the control protocol that send whatever they like: requests whole and in pieces, alone and many
+// at a time, wrong ones, and octets. Whatever is answered is an answer, and who asks properly is served all
+// the while.
+
+#include "../tests/config/RandomText.h"
+#include "../tests/control/RunningAgent.h"
+#include "Target.h"
+
+namespace {
+
+using Fuzz::Dice;
+using TestSupport::Json;
+using TestSupport::RunningAgent;
+using TestSupport::SocketClient;
+
+constexpr const char* operations[] = {"show", "text", "apply", "explain", "clear", "trace", "nothing"};
+constexpr const char* shows[] = {"drops",        "access-lists", "interfaces", "status",
+                                 "counters",     "capabilities", "ports",      "tasks",
+                                 "log-messages", "trace",        "what"};
+constexpr const char* members[] = {"what",  "name",       "text",     "dryRun", "port",
+                                   "frame", "wireLength", "facility", "off",    "x"};
+constexpr const char* frames[] = {"tcp 192.0.2.1:1234 > 198.51.100.7:443 syn vlan 5",
+                                  "icmp 10.0.0.1 > 10.0.0.2 echo", "02000000000102000000000208004500",
+                                  "udp 2001:db8::1:5 > 2001:db8::2:6", ""};
+
+Json someValue(Dice& dice) {
+  switch (dice.below(8)) {
+    case 0:
+      return "A";
+    case 1:
+      return dice.of(shows);
+    case 2:
+      return dice.of(frames);
+    case 3:
+      return dice.once(2);
+    case 4:
+      return dice.below(2000);
+    case 5:
+      return nullptr;
+    case 6:
+      return -1.5e300;
+    default:
+      return Json{{"deep", Json::array({1})}};
+  }
+}
+
+Json someRequest(Dice& dice, int id) {
+  const char* operation = dice.of(operations);
+  Json request{{"do", operation}};
+  const std::string_view name = operation;
+  if (name == "show") request["what"] = dice.of(shows);
+  if (name == "text") request["name"] = "t", request["text"] = Config::randomText(dice, dice.once(4));
+  if (name == "explain") request["port"] = "eth1", request["frame"] = dice.of(frames);
+  if (name == "apply") request["dryRun"] = dice.once(2);
+  for (auto more = dice.once(4) ? 1 + dice.below(3) : 0; more > 0; --more)
+    request[dice.of(members)] = someValue(dice);
+  if (dice.once(16)) request.erase(request.begin());
+  request["id"] = id;
+  return request;
+}
+
+/// One client: what it has sent that is not yet answered, and what is still to be sent.
+class Client {
+ public:
+  explicit Client(RunningAgent& agent) : socket_(agent) {}
+
+  void go(Dice& dice, int id) {
+    std::string line = Agent::lineOf(someRequest(dice, id)) + "\n";
+    switch (dice.below(8)) {
+      case 0:  // octets
+        line = Config::mutated(std::move(line), dice);
+        break;
+      case 1:  // a piece; the rest comes, or something else instead
+        line.resize(dice.below(line.size()));
+        break;
+      case 2:
+        line.assign(dice.below(80000), static_cast<char>(dice.below(256)));
+        break;
+      default:
+        break;
+    }
+    toSend_ += line;
+    send();
+  }
+  void send() {
+    const size_t most = std::min<size_t>(toSend_.size(), 4096);
+    toSend_.erase(0, socket_.send(std::string_view(toSend_).substr(0, most)));
+  }
+  void receive() {
+    socket_.receive();
+    const std::string& text = socket_.arrived();
+    for (size_t end; (end = text.find('\n', checked_)) != std::string::npos; checked_ = end + 1)
+      requireAnswer(text.substr(checked_, end - checked_));
+  }
+
+ private:
+  static void requireAnswer(const std::string& line) {
+    const Json answer = Json::parse(line, nullptr, false);
+    Fuzz::require(
+        answer.is_object() && answer.contains("id") && answer.contains("ok") && answer["ok"].is_boolean(),
+        line);
+    Fuzz::require(answer.contains("document") == answer["ok"].get<bool>(), line);
+    Fuzz::require(answer.contains("error") != answer["ok"].get<bool>(), line);
+    if (answer.contains("error")) {
+      Fuzz::require(answer["error"]["code"].is_string() && answer["error"]["text"].is_string(), line);
+    }
+  }
+
+  SocketClient socket_;
+  std::string toSend_;
+  size_t checked_ = 0;
+};
+
+}  // namespace
+
+void Fuzz::run(Dice& dice) {
+  RunningAgent agent;
+  Agent::ControlLimits limits;
+  limits.strangerShare = limits.clientShare = 1;
+  limits.clients = 4;
+  agent.start("ip access-list A\n permit ip any any\ninterface eth1\n ip access-group A in\n", nullptr,
+              limits);
+  std::vector<std::unique_ptr<Client>> clients;
+  for (int id = 1; id < 40 && dice.more(); ++id) {
+    if (clients.empty() || dice.once(6)) clients.push_back(std::make_unique<Client>(agent));
+    Client& client = *clients[dice.below(clients.size())];
+    client.go(dice, id);
+    for (auto turns = dice.below(6); turns > 0; --turns) agent.turns(1);
+    if (dice.once(4)) agent.advance(0.01);
+    if (dice.once(32)) agent.advance(20);
+    for (const auto& each : clients) each->send(), each->receive();
+    if (dice.once(12)) clients.erase(clients.begin());
+    require(agent.plane().server().clientCount() <= limits.clients, "more clients than are allowed");
+    require(agent.plane().server().heldOctets() <= limits.clients * (limits.line + limits.answer) * 2,
+            "more octets than are allowed");
+  }
+  for (int round = 0; round < 20; ++round) {
+    agent.advance(0.01);
+    for (const auto& each : clients) each->send(), each->receive();
+  }
+  clients.clear();
+  agent.turns(20);
+  SocketClient good(agent);
+  good.send("{\"do\":\"show\",\"what\":\"ports\",\"id\":0}\n");
+  const std::string line = good.line();
+  require(line.find("\"id\":0,\"ok\":true") != std::string::npos,
+          [&] { return "no answer for a good client: " + line; });
+}
