@@ -165,8 +165,8 @@ TEST_P(VerdictOfEach, WhatMatchesNoRuleIsDroppedAndCountedUnderTheImplicitId) {
 }
 
 TEST_P(VerdictOfEach, AnImplicitDropWithoutAnIdIsStillADrop) {
-  const auto direction = std::get<0>(GetParam());
-  const auto type = std::get<1>(GetParam());
+  const AclDirection direction = GetParam().direction;
+  const AclType type = GetParam().type;
   list(type);
   bind(type, direction);
   nothingIsPublished();
