@@ -1,7 +1,9 @@
+#include <Kiv/UniqueId.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Table.h>
 
 #include <filesystem>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -16,6 +18,10 @@ using Saved::Table;
 constexpr int64_t applicationId = 0x76656c6f;
 /// Ids are given out before the file knows of them: it is always ahead by at least half as many.
 constexpr uint64_t idsAhead = 1 << 20;
+/// No agent gives out as many: behind it there is no room for fresh ids.
+constexpr uint64_t mostIds = uint64_t{3} << 62;
+
+constexpr const char* idsDefinition = "CREATE TABLE ids(given NOT NULL)";
 
 constexpr auto tables =
     std::tuple(Table<Saved::Rule, 6>("rule", Saved::ruleColumns, &State::rules),
@@ -27,6 +33,30 @@ constexpr auto tables =
 template <class Visit>
 void forEachTable(const Visit& visit) {
   std::apply([&](const auto&... table) { (visit(table), ...); }, tables);
+}
+
+/// What the ids of rules and lists are to be: none of those that stand for no id, and none beyond those that
+/// were given out, which a fresh one would meet.
+void checkIds(const State& state) {
+  if (state.highestId > mostIds) throw DatabaseError(SQLITE_CORRUPT, "the mark of used ids leaves none");
+  const auto check = [&state](uint64_t id) {
+    if (id == 0 || Kiv::UniqueId(id) == Kiv::UniqueId::unset())
+      throw DatabaseError(SQLITE_CORRUPT, "an id is one that stands for none");
+    if (id > state.highestId) throw DatabaseError(SQLITE_CORRUPT, "an id is beyond the mark of used ids");
+  };
+  for (const auto& row : state.rules) check(row.id);
+  for (const auto& row : state.counters) check(row.id);
+  for (const auto& row : state.ruleStatus) check(row.id);
+  for (const auto& row : state.lists) {
+    if (row.implicitId != 0) check(row.implicitId);  // one that has none yet
+  }
+}
+
+std::vector<std::string> definitions() {
+  std::vector<std::string> all;
+  forEachTable([&all](const auto& table) { all.push_back(table.definition()); });
+  all.emplace_back(idsDefinition);
+  return all;
 }
 
 /// Moves a file, and what SQLite keeps beside it.
@@ -83,22 +113,34 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   Statement check = database_.statement("PRAGMA quick_check(1)");
   if (!check.step() || check.text(0) != "ok") throw DatabaseError(SQLITE_CORRUPT, "the file is damaged");
   check.run();
+  checkTables();
   read();
 }
 
 void StateFile::create() {
   database_.run("BEGIN IMMEDIATE");
-  forEachTable([this](const auto& table) { table.create(database_); });
-  database_.run("CREATE TABLE ids(given NOT NULL)");
+  for (const std::string& definition : definitions()) database_.run(definition);
   database_.run("INSERT INTO ids VALUES(0)");
   database_.run(fmt::format("PRAGMA application_id = {}", applicationId));
   database_.run(fmt::format("PRAGMA user_version = {}", int{version}));
   database_.run("COMMIT");
 }
 
+/// A column more or less would be found out when it is too late.
+void StateFile::checkTables() {
+  const std::vector<std::string> wanted = definitions();
+  Statement query = database_.statement("SELECT sql FROM sqlite_schema ORDER BY rowid");
+  std::vector<std::string> found;
+  while (query.step()) found.push_back(query.text(0));
+  if (found != wanted) throw DatabaseError(SQLITE_CORRUPT, "its tables are not those of this version");
+}
+
 void StateFile::read() {
   forEachTable([this](const auto& table) { state_.*table.rowsOf = table.read(database_); });
+  if (database_.integer("SELECT count(*) FROM ids") != 1)
+    throw DatabaseError(SQLITE_CORRUPT, "there is not one mark of used ids");
   state_.highestId = static_cast<uint64_t>(database_.integer("SELECT given FROM ids"));
+  checkIds(state_);
 }
 
 std::optional<std::string> StateFile::write(State state) {
@@ -111,16 +153,23 @@ std::optional<std::string> StateFile::write(State state) {
   try {
     sync(state);
   } catch (const DatabaseError& error) {
-    try {
-      if (database_.inTransaction()) database_.run("ROLLBACK");
-    } catch (const DatabaseError&) {
-      // SQLite has rolled it back by itself.
-    }
+    rollBack();
     return error.what();
+  } catch (const std::bad_alloc&) {
+    rollBack();
+    return "memory ran out";
   }
   if (std::exchange(state.rulesUnchanged, false)) state.rules = std::move(state_.rules);
   state_ = std::move(state);
   return std::nullopt;
+}
+
+void StateFile::rollBack() {
+  try {
+    if (database_.inTransaction()) database_.run("ROLLBACK");
+  } catch (const DatabaseError&) {
+    // SQLite has rolled it back by itself.
+  }
 }
 
 void StateFile::sync(const State& state) {

@@ -18,9 +18,9 @@ class StateFile {
   /// Goes up with every change of what is in the tables.
   static constexpr int version = 1;
 
-  /// Opens a file, or makes it, and reads what is in it. One that is damaged or of another version is set
-  /// aside (renamed, with ".aside" behind its name) and a new one made; `message` says so. Returns null, with
-  /// the reason in `message`, when there can be none.
+  /// Opens a file, or makes it, and reads what is in it. One that is damaged, of another version, or with ids
+  /// that cannot be, is set aside (renamed, with ".aside" behind its name) and a new one made; `message` says
+  /// so. Returns null, with the reason in `message`, when there can be none.
   static std::unique_ptr<StateFile> open(const std::string& path, std::string* message);
 
   /// What is in the file.
@@ -32,8 +32,10 @@ class StateFile {
  private:
   explicit StateFile(const std::string& path);
   void create();
+  void checkTables();
   void read();
   void sync(const Saved::State& state);
+  void rollBack();
 
   Database database_;
   Saved::State state_;

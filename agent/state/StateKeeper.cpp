@@ -3,6 +3,7 @@
 #include <agent/state/StateKeeper.h>
 
 #include <algorithm>
+#include <new>
 
 namespace Agent {
 
@@ -51,17 +52,24 @@ void StateKeeper::handleApplied() {
 }
 
 void StateKeeper::run() {
-  if (const auto failure = writer_.takeFailure()) {
-    // A disk that stays full is told of once.
-    if (*failure != failure_) complain("the state cannot be written: " + *failure);
-    failure_ = *failure;
-    rulesKnown_ = false;
-    pieces_.clear();
+  if (const auto failure = writer_.takeFailure()) handleFailure(*failure);
+  try {
+    if (pieces_.empty()) begin();
+    if (!copy(false)) return task_->scheduleTask();
+    finish();
+  } catch (const std::bad_alloc&) {
+    state_ = {};
+    handleFailure("memory ran out");
   }
-  if (pieces_.empty()) begin();
-  if (!copy(false)) return task_->scheduleTask();
-  finish();
   task_->scheduleTaskDelay(interval);
+}
+
+void StateKeeper::handleFailure(const std::string& failure) {
+  // A disk that stays full is told of once.
+  if (failure != failure_) complain("the state cannot be written: " + failure);
+  failure_ = failure;
+  rulesKnown_ = false;
+  pieces_.clear();
 }
 
 void StateKeeper::begin() {
@@ -170,6 +178,7 @@ bool StateKeeper::copyStatus(Piece& piece, bool whole) {
   }
   return copyMap(
       list->ruleStatus(), piece.resume, whole, [&](const Kiv::UniqueId& id, const Acl::RuleStatus& rule) {
+        noteId(id);
         state_.ruleStatus.push_back({piece.type, piece.name.str(), id.value(), rule.packets, rule.lastMatch});
       });
 }
@@ -180,6 +189,7 @@ bool StateKeeper::copyCounters(Piece& piece, bool whole) {
   if (!collection) return true;
   return copyMap(collection->counterCollection(), piece.resumeCounter, whole,
                  [&](const Velo::Counter::VeloDpAclCounterKey& key, const auto& counter) {
+                   noteId(key.ruleId);
                    state_.counters.push_back({piece.name.str(), key.direction, key.aclType, key.aclName.str(),
                                               key.ruleId.value(), counter->packets(), counter->bytes(),
                                               counter->lastUpdateTime().seconds()});

@@ -38,6 +38,8 @@ class StateKeeper {
   /// Copies pieces; false when the slice is used up before the last.
   bool copy(bool whole);
   void finish();
+  /// A state was lost: the next one is whole again.
+  void handleFailure(const std::string& failure);
   void noteId(const Kiv::UniqueId& id);
   bool yields(bool whole) const { return !whole && task_->taskShouldYield(); }
   bool copyRules(Piece& piece, bool whole);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <concepts>
 #include <string>
 #include <string_view>
@@ -60,10 +61,11 @@ class Table {
 
   std::vector<Row> State::*const rowsOf;
 
-  void create(Database& database) const {
+  /// The statement that makes it, which the database remembers to the letter.
+  std::string definition() const {
     std::string text = fmt::format("CREATE TABLE {}(", name_);
     for (const char* column : columns_) text += fmt::format("{} NOT NULL, ", column);
-    database.run(text + fmt::format("PRIMARY KEY({})) WITHOUT ROWID", join(keys, ", ")));
+    return text + fmt::format("PRIMARY KEY({})) WITHOUT ROWID", join(keys, ", "));
   }
 
   /// All rows, in the order of their keys.
@@ -114,10 +116,16 @@ class Table {
   static void readField(const Statement& query, int column, std::string& field) {
     field = query.text(column);
   }
-  static void readField(const Statement& query, int column, double& field) { field = query.real(column); }
+  static void readField(const Statement& query, int column, double& field) {
+    field = query.real(column);
+    if (!std::isfinite(field)) throw DatabaseError(SQLITE_CORRUPT, "a number is out of its range");
+  }
   template <std::unsigned_integral T>
   static void readField(const Statement& query, int column, T& field) {
-    field = static_cast<T>(query.integer(column));
+    const int64_t value = query.integer(column);
+    field = static_cast<T>(value);
+    if (static_cast<int64_t>(field) != value)
+      throw DatabaseError(SQLITE_CORRUPT, "a number is out of its range");
   }
   template <Acl::NamedEnum E>
   static void readField(const Statement& query, int column, E& field) {
