@@ -1,6 +1,7 @@
 #include <agent/Arguments.h>
 #include <agent/config/Cursor.h>
 #include <agent/config/Mistake.h>
+#include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 
@@ -47,6 +48,20 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
     }
   }
   return pairs;
+}
+
+void addTextLimits(CLI::App& command, TextLimits& limits) {
+  const auto add = [&command](const char* name, size_t& octets, const char* help) {
+    constexpr uint64_t most = 1 << 20;
+    command
+        .add_option_function<uint64_t>(
+            name, [&octets](const uint64_t& mebi) { octets = size_t{mebi} << 20; },
+            fmt::format("{} (default {})", help, octets >> 20))
+        ->check(CLI::Range(uint64_t{1}, most))
+        ->type_name("MIB");
+  };
+  add("--text-limit", limits.file, "refuse a configuration text of more MiB");
+  add("--texts-limit", limits.all, "and all of them together when they have more");
 }
 
 std::vector<std::string> splitNames(const std::string& option, const std::string& text) {

@@ -1,9 +1,15 @@
 #pragma once
 
+#include <agent/Texts.h>
+
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace Agent {
 
@@ -17,5 +23,9 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
 
 /// Names of ports, two at least, separated by commas.
 std::vector<std::string> splitNames(const std::string& option, const std::string& text);
+
+/// Adds the options for how much configuration text a command takes; `limits` stays where it is until they
+/// are parsed.
+void addTextLimits(CLI::App& command, TextLimits& limits);
 
 }  // namespace Agent

@@ -2,33 +2,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 
 namespace Agent {
 
 namespace fs = std::filesystem;
 
-std::optional<std::string> readText(const std::string& path, std::vector<std::string>& wrong) {
-  std::error_code error;
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  if (fs::is_directory(path, error)) {
-    wrong.push_back(fmt::format("{}: is a directory", path));
-    return std::nullopt;
-  }
-  if (!file) {
-    wrong.push_back(fmt::format("{}: {}", path, std::strerror(errno)));
-    return std::nullopt;
-  }
-  if (fs::file_size(path, error) != 0 || error) text << file.rdbuf();
-  if (file.bad()) {
-    wrong.push_back(fmt::format("{}: could not be read to its end", path));
-    return std::nullopt;
-  }
-  return text.str();
+std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes) {
+  std::vector<std::string> texts;
+  for (const auto& mistake : mistakes) texts.push_back(mistake.str());
+  return texts;
 }
 
 std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong) {
@@ -48,26 +30,37 @@ std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::str
 namespace {
 
 void take(Config::Result&& result, Config::Model& model, std::vector<std::string>& wrong) {
-  for (const auto& mistake : result.mistakes) wrong.push_back(mistake.str());
+  for (auto& mistake : textsOf(result.mistakes)) wrong.push_back(std::move(mistake));
   if (result.model) model = std::move(*result.model);
+}
+
+bool isWithinMemory(const std::string& path, const std::string& text, std::vector<std::string>& wrong) {
+  auto why = whyNoMemoryFor(path, text);
+  if (why) wrong.push_back(std::move(*why));
+  return !why;
 }
 
 }  // namespace
 
 std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
-                                           const std::string& dir) {
+                                           const std::string& dir, TextLimits limits) {
   std::vector<std::string> wrong;
+  TextReader reader(limits);
   std::vector<Config::Source> sources;
   for (const std::string& path : commandLine) {
-    if (auto text = readText(path, wrong)) sources.push_back({path, std::move(*text)});
+    auto file = reader.read(path, TextReader::Named::byUser, wrong);
+    if (file && isWithinMemory(path, file->text, wrong)) sources.push_back({path, std::move(file->text)});
   }
   take(Config::read(sources), commandLine_, wrong);
+  sources = {};
 
   if (dir.empty()) return wrong;
   for (const fs::path& path : configFilesIn(dir, wrong)) {
-    if (auto text = readText(path.string(), wrong)) {
-      take(Config::read({{path.string(), std::move(*text)}}), inputs_[path.filename().string()], wrong);
-    }
+    auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
+    if (!file || !isWithinMemory(path.string(), file->text, wrong)) continue;
+    const std::string name = path.filename().string();
+    contents_[name] = {file->identity, file->hash};
+    take(Config::read({{path.string(), std::move(file->text)}}), inputs_[name], wrong);
   }
   return wrong;
 }

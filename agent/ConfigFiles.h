@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/Texts.h>
 #include <agent/config/Reader.h>
 
 #include <filesystem>
@@ -10,8 +11,16 @@
 
 namespace Agent {
 
-/// The text of a file; nothing, with what is wrong added to `wrong`, when it cannot be read.
-std::optional<std::string> readText(const std::string& path, std::vector<std::string>& wrong);
+/// What a file of a directory had in it when it was read.
+struct FileContent {
+  FileIdentity identity;
+  uint64_t hash = 0;
+};
+
+/// Of a text that nobody can vouch for the first mistakes are told.
+inline constexpr size_t mostMistakes = 100;
+std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes);
+
 /// The files of a configuration directory in the order of their names; hidden files, backup files (ending in
 /// ~) and directories do not count.
 std::vector<std::filesystem::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong);
@@ -22,7 +31,8 @@ class ConfigFiles {
  public:
   /// Reads all of them. Returns every mistake and every file that could not be read, a line each; then
   /// nothing is to be applied. `dir` empty: none.
-  std::vector<std::string> read(const std::vector<std::string>& commandLine, const std::string& dir);
+  std::vector<std::string> read(const std::vector<std::string>& commandLine, const std::string& dir,
+                                TextLimits limits = {});
 
   /// Whether any of the texts defines a port-channel of this name.
   bool hasPortChannel(const std::string& name) const;
@@ -33,10 +43,12 @@ class ConfigFiles {
   std::map<std::string, Config::Model> takeInputs() { return std::move(inputs_); }
   /// By file name.
   const std::map<std::string, Config::Model>& inputs() const { return inputs_; }
+  const std::map<std::string, FileContent>& contents() const { return contents_; }
 
  private:
   Config::Model commandLine_;
   std::map<std::string, Config::Model> inputs_;
+  std::map<std::string, FileContent> contents_;  // of the inputs
 };
 
 }  // namespace Agent

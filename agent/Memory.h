@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <string>
+
 namespace Agent {
 
 /// Has the process keep what it frees, for its next large configuration, and put it in order at once. Both
@@ -10,5 +14,10 @@ void keepFreedMemory();
 /// Has what large lists are compiled into put into large pages, if the system has any to give (Linux:
 /// madvise(2)). To be called before there are threads.
 void useLargePages();
+
+/// Why so many octets of memory cannot be had, if so: "2.0 GiB of memory, and 0.5 GiB can be had". What there
+/// is ends at the limits of the process, of its control groups and of the machine, whichever comes first.
+/// Slow when it is short; nothing is taken. Any thread.
+std::optional<std::string> whyNoMemory(uint64_t octets);
 
 }  // namespace Agent

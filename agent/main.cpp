@@ -5,6 +5,8 @@
 #include <agent/Arguments.h>
 #include <agent/LogMessages.h>
 #include <agent/Memory.h>
+#include <agent/Output.h>
+#include <agent/control/Background.h>
 #include <agent/control/Commands.h>
 #include <agent/live/RunArguments.h>
 #include <agent/replay/Replay.h>
@@ -12,6 +14,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
+#include <system_error>
 
 namespace {
 
@@ -58,6 +62,7 @@ int main(int argc, char** argv) {
   replayCommand
       ->add_option("--config-dir", replay.configDir, "every file in DIR is a further source of configuration")
       ->type_name("DIR");
+  Agent::addTextLimits(*replayCommand, replay.limits);
   replayCommand->add_option("--port", ports, "a port and the capture of what it receives; once a port")
       ->required()
       ->type_name("NAME=IN.pcap")
@@ -118,13 +123,25 @@ int main(int argc, char** argv) {
     Plog::streamIs(Plog::fileStream(stderr));
   }
 
-  if (const auto done = control.run(plugin)) return *done;
-  if (messagesCommand->parsed()) return Agent::logMessages(plugin, messagesJson);
-  if (run.command().parsed()) {
-    runOptions.plugin = plugin;
-    return Agent::Run(runOptions).run();
+  const auto carryOut = [&]() -> int {
+    if (const auto done = control.run(plugin)) return *done;
+    if (messagesCommand->parsed()) return Agent::logMessages(plugin, messagesJson);
+    if (run.command().parsed()) {
+      runOptions.plugin = plugin;
+      return Agent::runAgent(runOptions);
+    }
+    replay.plugin = plugin;
+    replay.malformed = malformed == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
+    return Agent::replay(replay);
+  };
+  try {
+    return carryOut();
+  } catch (const std::bad_alloc&) {
+    Agent::complain(Agent::outOfMemory);
+    return Agent::exitUnread;
+  } catch (const std::system_error& error) {
+    // A thread that the system does not give.
+    Agent::complain(error.what());
+    return Agent::exitUnread;
   }
-  replay.plugin = plugin;
-  replay.malformed = malformed == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
-  return Agent::replay(replay);
 }

@@ -7,6 +7,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <new>
+#include <system_error>
 #include <thread>
 
 namespace Agent {
@@ -14,22 +16,27 @@ namespace Agent {
 struct Background::State {
   int done = -1;  // readable when the work is done
   std::thread thread;
-  std::function<void()> then;
+  Then then;
+  const char* failed = nullptr;  // the thread's until the work is done
 };
 
 namespace {
 
 /// A thread without signals: they are the loop's.
 std::thread quietThread(std::function<void()> body) {
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread thread([body = std::move(body)] {
+  const struct Mask {
+    Mask() {
+      sigset_t all;
+      sigfillset(&all);
+      pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~Mask() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    sigset_t before;
+  } mask;
+  return std::thread([body = std::move(body)] {
     giveWay();
     body();
   });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread;
 }
 
 }  // namespace
@@ -48,9 +55,10 @@ Background::Background(EventLoop& loop) : loop_(loop), state_(std::make_unique<S
   loop_.fdIs(state_->done, EPOLLIN, [this](uint32_t) {
     eventfd_t count;
     (void)eventfd_read(state_->done, &count);
-    state_->thread.join();
+    if (state_->thread.joinable()) state_->thread.join();
     const auto then = std::exchange(state_->then, nullptr);
-    then();
+    const char* failed = std::exchange(state_->failed, nullptr);
+    then(failed ? std::optional<std::string>(failed) : std::nullopt);
   });
 }
 
@@ -62,13 +70,27 @@ Background::~Background() {
 
 bool Background::busy() const { return state_->then != nullptr; }
 
-void Background::run(std::function<void()> work, std::function<void()> then) {
+void Background::run(std::function<void()> work, Then then) {
   KELP_ASSERT(!busy(), "one piece of work at a time");
   state_->then = std::move(then);
-  state_->thread = quietThread([work = std::move(work), done = state_->done] {
-    work();
-    (void)eventfd_write(done, 1);
-  });
+  const auto failed = [state = state_.get()](const char* why) {
+    state->failed = why;
+    (void)eventfd_write(state->done, 1);
+  };
+  try {
+    state_->thread = quietThread([work = std::move(work), failed, done = state_->done] {
+      try {
+        work();
+      } catch (const std::bad_alloc&) {
+        return failed(outOfMemory);
+      }
+      (void)eventfd_write(done, 1);
+    });
+  } catch (const std::bad_alloc&) {
+    failed(outOfMemory);
+  } catch (const std::system_error&) {
+    failed("no thread can be started");
+  }
 }
 
 }  // namespace Agent

@@ -4,8 +4,13 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace Agent {
+
+/// What is told of work that needs more memory than there is.
+inline constexpr const char* outOfMemory = "memory ran out";
 
 /// Has the calling thread give way to the loop's: it gets less of a processor that both want, and does not
 /// take it away when it wakes up (Linux: SCHED_BATCH and a nice value, of the thread).
@@ -18,6 +23,9 @@ void giveWay();
 /// are its own until `then` runs.
 class Background {
  public:
+  /// Told why the work did not get to its end, if so: memory ran out, or there is no thread to be had.
+  using Then = std::function<void(const std::optional<std::string>& failed)>;
+
   explicit Background(EventLoop& loop);
   /// Waits for the work that is under way; its `then` is not called.
   ~Background();
@@ -27,7 +35,7 @@ class Background {
   /// True from run() until its `then` is called.
   bool busy() const;
   /// Runs `work` on the thread and then `then` on the loop's thread. Not while busy.
-  void run(std::function<void()> work, std::function<void()> then);
+  void run(std::function<void()> work, Then then);
 
  private:
   struct State;

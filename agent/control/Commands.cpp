@@ -1,3 +1,4 @@
+#include <agent/Arguments.h>
 #include <agent/ConfigFiles.h>
 #include <agent/Output.h>
 #include <agent/control/Commands.h>
@@ -126,6 +127,7 @@ ControlCommands::ControlCommands(CLI::App& app) : control_(defaultControlPath) {
   checking->add_option("files", files_, "configuration texts; several are one")->type_name("FILE...");
   checking->add_option("--config-dir", configDir_, "every file in DIR is a further source of configuration")
       ->type_name("DIR");
+  addTextLimits(*checking, limits_);
 
   CLI::App* explaining =
       add(app, "explain", "Tell which lists and rules a frame meets, and why.", &ControlCommands::explain);
@@ -142,6 +144,7 @@ ControlCommands::ControlCommands(CLI::App& app) : control_(defaultControlPath) {
   explaining->add_option("--in", frame_, "the frame")->required()->type_name("FRAME");
   explaining->add_option("--config", files_, "explain by these configuration texts")->type_name("FILE...");
   explaining->add_option("--config-dir", configDir_, "and by every file in DIR")->type_name("DIR");
+  addTextLimits(*explaining, limits_);
   explaining->add_option("--out", out_, "with --config: where it would leave")->type_name("NAME");
   addControl(explaining);
 
@@ -197,8 +200,11 @@ Exit ControlCommands::show() const {
 Exit ControlCommands::apply() const {
   std::vector<std::string> wrong;
   std::vector<Config::Source> sources;
+  // Of more the agent would not hold.
+  TextReader reader({Operations::mostText, Operations::mostText});
   for (const std::string& path : files_) {
-    if (auto text = readText(path, wrong)) sources.push_back({path, std::move(*text)});
+    if (auto file = reader.read(path, TextReader::Named::byUser, wrong))
+      sources.push_back({path, std::move(file->text)});
   }
   // Mistakes are told here, before the agent is bothered with them.
   if (wrong.empty()) {
@@ -230,7 +236,7 @@ Exit ControlCommands::check() const {
     complain("check needs a FILE or --config-dir");
     return exitUsage;
   }
-  const Json document = checkDocument(files_, configDir_);
+  const Json document = checkDocument(files_, configDir_, limits_);
   const bool good = document.at("mistakes").empty();
   if (json_) return printed(jsonText(document), good ? exitDone : exitUsage);
   for (const Json& mistake : document.at("mistakes")) fmt::print(stderr, "{}\n", mistake.get<std::string>());
@@ -258,7 +264,7 @@ Exit ControlCommands::explain() const {
                         {"wireLength", frame->wireLength}},
                        &exit);
   } else {
-    document = explainOffLine({files_, configDir_, plugin_, port_, out_}, *frame, &exit);
+    document = explainOffLine({files_, configDir_, plugin_, port_, out_, limits_}, *frame, &exit);
   }
   if (!document) return exit;
   return printed(json_ ? jsonText(*document) : explainText(*document, onTerminal()));

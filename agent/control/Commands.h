@@ -1,6 +1,7 @@
 #pragma once
 
 #include <agent/Exit.h>
+#include <agent/Texts.h>
 
 #include <functional>
 #include <optional>
@@ -45,6 +46,7 @@ class ControlCommands {
   std::optional<double> watch_;
   std::vector<std::string> files_;
   std::string configDir_;
+  TextLimits limits_;
   bool dryRun_ = false;
   std::string port_, frame_, out_;
   std::string facilities_, fast_, fastOff_;

@@ -15,17 +15,10 @@ namespace {
 
 /// Stands for the command line among the names of files, none of which is empty.
 const std::string commandLine;
-constexpr size_t mostMistakes = 100;
 /// How often it is looked whether lists have been compiled.
 constexpr Kelp::Duration untilCompiled{0.001};
 
 double seconds() { return Kiv::steadyClock().now().seconds(); }
-
-std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes) {
-  std::vector<std::string> texts;
-  for (const auto& mistake : mistakes) texts.push_back(mistake.str());
-  return texts;
-}
 
 /// In the pieces in which it is sent, so that it is not freed in one go.
 std::deque<std::string> piecesOf(std::string_view line) {
@@ -60,6 +53,10 @@ struct Configuration::Texts {
 
   void prepare(const Sources& inForce) {
     const double start = seconds();
+    for (const Config::Source& source : sources) {
+      if (auto why = whyNoMemoryFor(source.name, source.text)) outcome.mistakes.push_back(std::move(*why));
+    }
+    if (!outcome.mistakes.empty()) return;
     Config::Result result = Config::read(sources, {}, mostMistakes);
     sources = {};
     outcome.mistakes = textsOf(result.mistakes);
@@ -72,63 +69,30 @@ struct Configuration::Texts {
   }
 };
 
-/// A look at the files of the directory on its way through the thread.
-struct Configuration::Scan {
-  std::set<std::string> names;
-  bool all;
-  std::set<std::string> there;
-  std::vector<std::string> unreadable;  ///< why the directory cannot be read; then nothing else is known
-  std::map<std::string, std::vector<std::string>> bad;
-  std::set<std::string> good;
-  std::vector<Change> changed;
-
-  void prepare(const std::string& dir, const std::map<std::string, Config::Model>& inForce) {
-    const auto files = configFilesIn(dir, unreadable);
-    if (!unreadable.empty()) return;
-    for (const auto& path : files) {
-      const std::string name = path.filename().string();
-      there.insert(name);
-      if (all || names.contains(name) || !inForce.contains(name)) read(path.string(), name, inForce);
-    }
-  }
-
- private:
-  void read(const std::string& path, const std::string& name,
-            const std::map<std::string, Config::Model>& inForce) {
-    std::vector<std::string> wrong;
-    auto text = readText(path, wrong);
-    if (text) {
-      Config::Result result = Config::read({{path, std::move(*text)}}, {}, mostMistakes);
-      wrong = textsOf(result.mistakes);
-      const auto known = inForce.find(name);
-      if (result.model && (known == inForce.end() || !(known->second == *result.model)))
-        changed.push_back({name, std::move(result.model)});
-    }
-    if (wrong.empty())
-      good.insert(name);
-    else
-      bad[name] = std::move(wrong);
-  }
+/// A content of a file of the directory on its way through the thread.
+struct Configuration::Next {
+  NewContent change;
+  SourceChange writes;
+  bool same = false;  ///< as the content in force
 };
 
 Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files,
-                             std::string dir, std::function<void()> applied)
+                             std::string dir, TextLimits limits, std::function<void()> applied)
     : core_(core),
       forwarder_(forwarder),
-      dir_(std::move(dir)),
       applied_(std::move(applied)),
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
       changeover_(core, discard_, [this] { handleSwitch(); }),
-      background_(loop) {
+      background_(loop),
+      files_(
+          loop, std::move(dir), limits, files.contents(), [this] { return !busy(); },
+          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }) {
   commandLine_ = files.takeCommandLine();
   inputs_ = files.takeInputs();
   const double now = Zeb::System::currentTime().seconds();
   appliedAt_[commandLine] = now;
   for (const auto& [name, model] : inputs_) appliedAt_[name] = now;
   task_->dispatchIs([this] { run(); }, this);
-  if (dir_.empty()) return;
-  watch_ = std::make_unique<DirectoryWatch>(
-      loop, dir_, [this](const std::set<std::string>& names, bool all) { handleFiles(names, all); });
 }
 
 Configuration::~Configuration() {
@@ -139,7 +103,12 @@ Configuration::~Configuration() {
 bool Configuration::apply(std::vector<Config::Source> texts, bool dryRun, Done done) {
   if (busy()) return false;
   const auto job = std::make_shared<Texts>(Texts{std::move(texts), dryRun, std::move(done), {}, {}, {}});
-  background_.run([this, job] { job->prepare(sources()); }, [this, job] { handlePrepared(job); });
+  background_.run(
+      [this, job] { job->prepare(sources()); },
+      [this, job](const std::optional<std::string>& failed) {
+        if (failed) *job = Texts{{}, job->dryRun, std::move(job->done), {{*failed}, {}, false, 0, 0}, {}, {}};
+        handlePrepared(job);
+      });
   return true;
 }
 
@@ -165,13 +134,13 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
 void Configuration::answer(Texts& texts) {
   const bool applied = texts.outcome.applied;
   texts.done(std::move(texts.outcome));
-  if (applied) touched_.merge(conflicts_);
-  scanTouched();
+  if (applied) files_.conflictsAreDue();
+  commitNext();
 }
 
 // ---- A change is carried out.
 
-std::optional<std::string> Configuration::commit(Change change, SourceChange writes, Committed done) {
+std::optional<std::string> Configuration::commit(NewContent change, SourceChange writes, Committed done) {
   exchange(change);
   const auto wrong = Core::whyNot(commandLine_, inputs_);
   exchange(change);
@@ -194,7 +163,7 @@ void Configuration::carryOn() {
 
   Pending finished = std::move(*pending_);
   pending_.reset();
-  Change& change = finished.change;
+  NewContent& change = finished.change;
   if (change.model) discard_.take(std::move(*change.model));
   if (applied_) applied_();
   finished.done(finished.longestTurn);
@@ -202,7 +171,7 @@ void Configuration::carryOn() {
 
 /// From here on the new configuration holds, with all that is not in lists and bindings.
 void Configuration::handleSwitch() {
-  Change& change = pending_->change;
+  NewContent& change = pending_->change;
   const bool goes = !change.model;
   exchange(change);
   const auto wrong = core_.applyInterfaces(commandLine_, inputs_);
@@ -215,7 +184,7 @@ void Configuration::handleSwitch() {
   }
 }
 
-void Configuration::exchange(Change& change) {
+void Configuration::exchange(NewContent& change) {
   std::optional<Config::Model> before;
   if (change.source == commandLine) {
     before = std::exchange(commandLine_, std::move(*change.model));
@@ -231,64 +200,45 @@ void Configuration::exchange(Change& change) {
 
 // ---- Files of the directory.
 
-void Configuration::handleFiles(const std::set<std::string>& names, bool all) {
-  touched_.insert(names.begin(), names.end());
-  touchedAll_ = touchedAll_ || all;
-  scanTouched();
-}
-
-void Configuration::scanTouched() {
-  if (busy() || !(touchedAll_ || !touched_.empty())) return;
-  const auto job = std::make_shared<Scan>();
-  job->names = std::exchange(touched_, {});
-  job->all = std::exchange(touchedAll_, false);
-  background_.run([this, job] { job->prepare(dir_, inputs_); }, [this, job] { handleScanned(*job); });
-}
-
-void Configuration::handleScanned(Scan& scan) {
-  if (!scan.unreadable.empty()) {
-    bad_[dir_] = std::move(scan.unreadable);
-    return;
-  }
-  bad_.erase(dir_);
-  std::erase_if(bad_, [&scan](const auto& file) {
-    return scan.good.contains(file.first) || !scan.there.contains(file.first);
-  });
-  for (auto& [name, wrong] : scan.bad) bad_[name] = std::move(wrong);
+void Configuration::handleFound(DirectoryFiles::Found found) {
   for (const auto& [name, model] : inputs_) {
-    if (!scan.there.contains(name)) changes_.push_back({name, std::nullopt});
+    if (!found.there.contains(name)) changes_.push_back({name, std::nullopt});
   }
-  std::move(scan.changed.begin(), scan.changed.end(), std::back_inserter(changes_));
+  std::move(found.changes.begin(), found.changes.end(), std::back_inserter(changes_));
   commitNext();
 }
 
 /// What a file changes depends on the files before it, and is found out when those are in force.
 void Configuration::commitNext() {
-  if (changes_.empty()) return scanTouched();
-  struct Next {
-    Change change;
-    SourceChange writes;
-  };
+  if (background_.busy() || pending_) return;
+  if (changes_.empty()) return files_.look();
   const auto next = std::make_shared<Next>(Next{std::move(changes_.front()), {}});
   changes_.erase(changes_.begin());
   background_.run(
       [this, next] {
-        const auto& model = next->change.model;
-        next->writes = sourceChange(sources(), next->change.source, model ? &*model : nullptr);
+        const auto& [name, model] = next->change;
+        const auto known = inputs_.find(name);
+        next->same = model && known != inputs_.end() && known->second == *model;
+        if (!next->same) next->writes = sourceChange(sources(), name, model ? &*model : nullptr);
       },
-      [this, next] {
-        const std::string name = next->change.source;
-        const auto wrong = commit(std::move(next->change), std::move(next->writes), [this, name](double) {
-          // What stood in the way of others may have gone.
-          conflicts_.erase(name);
-          touched_.merge(conflicts_);
-          task_->scheduleTask();
-        });
-        if (!wrong) return;
-        bad_[name] = {*wrong};
-        conflicts_.insert(name);
-        task_->scheduleTask();
-      });
+      [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
+}
+
+void Configuration::handleNext(Next& next, const std::optional<std::string>& failed) {
+  const std::string name = next.change.source;
+  task_->scheduleTask();
+  if (failed) return files_.failed(name, fmt::format("{}: {}", name, *failed));
+  if (next.same) {
+    discard_.take(std::move(*next.change.model));
+    return files_.taken(name);
+  }
+  const auto wrong = commit(std::move(next.change), std::move(next.writes), [this, name](double) {
+    files_.taken(name);
+    // What stood in the way of others may have gone.
+    files_.conflictsAreDue();
+    task_->scheduleTask();
+  });
+  if (wrong) files_.conflictIs(name, *wrong);
 }
 
 void Configuration::run() { pending_ ? carryOn() : commitNext(); }
@@ -297,9 +247,10 @@ Json Configuration::report() const {
   Json sources = Json::array({sourceJson(commandLine, commandLine_, appliedAt_)});
   for (const auto& [name, model] : inputs_) sources.push_back(sourceJson(name, model, appliedAt_));
   Json bad = Json::array();
-  for (const auto& [name, mistakes] : bad_)
-    bad.push_back({{"name", name}, {"kept", name == dir_ || inputs_.contains(name)}, {"mistakes", mistakes}});
-  return {{"directory", dir_.empty() ? Json(nullptr) : Json(dir_)},
+  const std::string& dir = files_.dir();
+  for (const auto& [name, mistakes] : files_.bad())
+    bad.push_back({{"name", name}, {"kept", name == dir || inputs_.contains(name)}, {"mistakes", mistakes}});
+  return {{"directory", dir.empty() ? Json(nullptr) : Json(dir)},
           {"changing", busy()},
           {"sources", std::move(sources)},
           {"bad", std::move(bad)}};

@@ -4,7 +4,7 @@
 #include <agent/Forwarder.h>
 #include <agent/control/Background.h>
 #include <agent/control/Changeover.h>
-#include <agent/control/DirectoryWatch.h>
+#include <agent/control/DirectoryFiles.h>
 #include <agent/control/Discard.h>
 #include <agent/control/SourceChange.h>
 #include <nlohmann/json.hpp>
@@ -14,7 +14,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -44,10 +43,10 @@ class Configuration {
   };
   using Done = std::function<void(Outcome outcome)>;
 
-  /// Begins with what the core was given, `dir` empty: no directory. `applied` is called behind every commit,
-  /// and may be empty.
+  /// Begins with what the core was given, `dir` empty: no directory; `limits` are those of its files.
+  /// `applied` is called behind every commit, and may be empty.
   Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, std::string dir,
-                std::function<void()> applied);
+                TextLimits limits, std::function<void()> applied);
   ~Configuration();
 
   /// Replaces the command line's input by these texts; with `dryRun` only says what would change. False when
@@ -63,17 +62,12 @@ class Configuration {
 
  private:
   struct Texts;
-  struct Scan;
-  /// New content for a source; nothing: it has gone.
-  struct Change {
-    std::string source;
-    std::optional<Config::Model> model;
-  };
+  struct Next;
   /// Told for how long packets waited at most.
   using Committed = std::function<void(double longestTurn)>;
   /// A change that is being carried out.
   struct Pending {
-    Change change;  ///< from the switch on with the old content
+    NewContent change;  ///< from the switch on with the old content
     Committed done;
     double longestTurn;
   };
@@ -83,42 +77,33 @@ class Configuration {
 
   /// Begins to carry a change out. Returns why that cannot be; then everything is as it was, and `done` is
   /// not called.
-  std::optional<std::string> commit(Change change, SourceChange writes, Committed done);
+  std::optional<std::string> commit(NewContent change, SourceChange writes, Committed done);
   void carryOn();
   void handleSwitch();
   /// Puts a content in the place of the source's, and that one into the change.
-  void exchange(Change& change);
+  void exchange(NewContent& change);
 
-  void handleFiles(const std::set<std::string>& names, bool all);
-  void scanTouched();
-  void handleScanned(Scan& scan);
+  void handleFound(DirectoryFiles::Found found);
   void commitNext();
+  void handleNext(Next& next, const std::optional<std::string>& failed);
   void run();
   Sources sources() const { return {commandLine_, inputs_}; }
 
   Core& core_;
   Forwarder& forwarder_;
-  const std::string dir_;
   const std::function<void()> applied_;
 
   Config::Model commandLine_;
   std::map<std::string, Config::Model> inputs_;
-  std::map<std::string, double> appliedAt_;              // by source; the command line's is "cli"
-  std::map<std::string, std::vector<std::string>> bad_;  // by file, or the directory itself
-
-  std::set<std::string> conflicts_;  // files that are right, but not together with the others
-
-  // What is still to be done for the directory: files to read, and contents to commit, one a turn.
-  std::set<std::string> touched_;
-  bool touchedAll_ = false;
-  std::vector<Change> changes_;
+  std::map<std::string, double> appliedAt_;  // by source; the command line's is "cli"
+  std::vector<NewContent> changes_;          // of files, to be committed one a turn
   const Kelp::Ptr<Kiv::TimerTask> task_;
 
   Discard discard_;
   Changeover changeover_;
   std::optional<Pending> pending_;
   Background background_;
-  std::unique_ptr<DirectoryWatch> watch_;
+  DirectoryFiles files_;
 };
 
 }  // namespace Agent

@@ -7,7 +7,7 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                            ControlOptions options)
     : socket_(options.socket),
       sweep_(core, zero_, [this] { return configuration_.busy(); }),
-      configuration_(core, forwarder, loop, std::move(files), options.configDir,
+      configuration_(core, forwarder, loop, std::move(files), options.configDir, options.texts,
                      [this, applied = options.applied] {
                        sweep_.handleApplied();
                        if (applied) applied();

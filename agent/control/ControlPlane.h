@@ -17,6 +17,7 @@ inline constexpr const char* defaultControlPath = "/run/velo/velo.sock";
 struct ControlOptions {
   std::string socket;     ///< empty: nobody listens
   std::string configDir;  ///< watched for changes; empty: none
+  TextLimits texts{};     ///< of its files
   /// The live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
   /// Called in the turn in which a configuration came into force, behind it; may be empty.

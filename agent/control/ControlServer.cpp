@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 namespace Agent {
 
@@ -71,6 +72,15 @@ size_t ControlServer::heldOctets() const {
 }
 
 void ControlServer::handle(int fd, uint32_t events) {
+  try {
+    serve(fd, events);
+  } catch (const std::bad_alloc&) {
+    // What is kept for the client goes with it, and may be what is missing.
+    drop(fd);
+  }
+}
+
+void ControlServer::serve(int fd, uint32_t events) {
   if (fd == socket_.fd()) return accept();
   const auto at = clients_.find(fd);
   if (at == clients_.end()) return;

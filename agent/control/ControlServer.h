@@ -53,6 +53,7 @@ class ControlServer {
   struct Client;
 
   void handle(int fd, uint32_t events);
+  void serve(int fd, uint32_t events);
   void accept();
   void read(Client& client);
   /// Carries out the next line that is there, if the client is ready for it.

@@ -41,7 +41,6 @@ DirectoryWatch::~DirectoryWatch() {
 
 void DirectoryWatch::watch() {
   watched_ = inotify_add_watch(inotify_, path_.c_str(), fileEvents | directoryEvents | IN_ONLYDIR);
-  if (watched_ < 0) task_->scheduleTaskDelay(lookAgainAfter);
 }
 
 void DirectoryWatch::handleEvents() {
@@ -66,7 +65,7 @@ void DirectoryWatch::tell() {
     watch();
     all_ = all_ || watched_ >= 0;
   }
-  if (!all_ && names_.empty()) return;
+  task_->scheduleTaskDelay(lookAgainAfter);
   const std::set<std::string> names = std::exchange(names_, {});
   changed_(names, std::exchange(all_, false));
 }

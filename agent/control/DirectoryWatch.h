@@ -10,7 +10,8 @@
 namespace Agent {
 
 /// Says which files of a directory have come, gone or been written to their end. A burst of changes is told
-/// once, a tenth of a second after its first one. A file that is still open for writing is not told.
+/// once, a tenth of a second after its first one. A file that is still open for writing is not told. When
+/// nothing happens that is told, too, once a second: the kernel does not say everything.
 class DirectoryWatch {
  public:
   /// `names` are file names in the directory; `all`: any file may have changed (changes were lost, or the

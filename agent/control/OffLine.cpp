@@ -55,9 +55,9 @@ std::vector<std::string> warningsOf(const std::vector<const Config::Model*>& mod
 
 }  // namespace
 
-Json checkDocument(const std::vector<std::string>& files, const std::string& dir) {
+Json checkDocument(const std::vector<std::string>& files, const std::string& dir, TextLimits limits) {
   ConfigFiles texts;
-  std::vector<std::string> mistakes = texts.read(files, dir);
+  std::vector<std::string> mistakes = texts.read(files, dir, limits);
   if (mistakes.empty()) {
     if (auto wrong = Core::whyNot(texts.commandLine(), texts.inputs())) mistakes.push_back(std::move(*wrong));
   }
@@ -92,7 +92,7 @@ std::string checkText(const Json& document) {
 std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame& frame, Exit* exit) {
   *exit = exitUsage;
   ConfigFiles files;
-  const auto mistakes = files.read(asked.files, asked.dir);
+  const auto mistakes = files.read(asked.files, asked.dir, asked.limits);
   for (const std::string& mistake : mistakes) fmt::print(stderr, "{}\n", mistake);
   if (!mistakes.empty()) return std::nullopt;
   const auto refuse = [](const std::string& text) {

@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <cstddef>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace Agent {
@@ -27,5 +30,9 @@ class Descriptor {
  private:
   int fd_ = -1;
 };
+
+/// Has the process open as many descriptors as it is allowed to, and says why not so many more can be had, if
+/// so.
+std::optional<std::string> whyNoDescriptors(size_t count);
 
 }  // namespace Agent

@@ -19,6 +19,7 @@ RunArguments::RunArguments(CLI::App& app)
       ->type_name("FILE...");
   command_->add_option("--config-dir", configDir_, "every file in DIR is a further source of configuration")
       ->type_name("DIR");
+  addTextLimits(*command_, limits_);
   command_->add_option("--port", ports_, "a port and the interface it is on, or tap:NAME; once a port")
       ->required()
       ->type_name("NAME=DEV")
@@ -54,6 +55,7 @@ RunOptions RunArguments::options() const {
   RunOptions options;
   options.configs = configs_;
   options.configDir = configDir_;
+  options.limits = limits_;
   options.control = control_;
   options.state = state_;
   options.ports = splitAll("--port", ports_, '=', "NAME=DEV");

@@ -26,6 +26,7 @@ class RunArguments {
   CLI::App* const command_;
   std::vector<std::string> configs_, ports_, patches_, bridges_;
   std::string configDir_, control_, state_;
+  TextLimits limits_;
   std::string malformed_ = "drop";
   std::string report_ = "none";
 };

@@ -18,12 +18,24 @@ namespace Agent {
 
 namespace {
 
+/// Seconds from the signal to the end of the process, at most.
+constexpr double untilEnd = 1.5;
+
 Exit refused(Exit status, const std::string& text) {
   complain(text);
   return status;
 }
 
 }  // namespace
+
+Exit runAgent(const RunOptions& options) {
+  // What the agent has open by itself and for its clients, and what a port takes.
+  constexpr size_t ofAgent = 64;
+  constexpr size_t ofPort = 2;
+  if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
+    return refused(exitUnread, *wrong);
+  return Run(options).run();
+}
 
 Run::Run(const RunOptions& options)
     : options_(options), forwarder_(core_, options.malformed), ports_(forwarder_, loop_) {}
@@ -35,15 +47,24 @@ Exit Run::run() {
   if (auto failed = prepare()) return *failed;
   tellServiceManager("READY=1");
   loop_.run();
+  deadline_.emplace(untilEnd);
   tellServiceManager("STOPPING=1");
   ports_.drain();
-  control_.reset();
+  // The control plane goes behind what is to be kept and told: it may have to wait for a thread.
   state_.reset();
-  return report() ? exitDone : exitUnread;
+  const Exit status = report() ? exitDone : exitUnread;
+  deadline_->doneIs(status);
+  control_.reset();
+  return status;
 }
 
 std::optional<Exit> Run::prepare() {
-  if (auto failed = configure()) return failed;
+  // Lists are compiled beside the traffic, by a thread that may do nothing else.
+  withoutCapabilities([] { Acl::Workshop::singleton().threadIs(true, giveWay); });
+  {
+    const Signals::Ending ending;  // a large configuration takes its time
+    if (auto failed = configure()) return failed;
+  }
   if (auto failed = join()) return failed;
   loop_.fdIs(signals_.fd(), EPOLLIN, [this](uint32_t) { loop_.stop(); });
   if (auto failed = openPorts()) return failed;
@@ -51,7 +72,7 @@ std::optional<Exit> Run::prepare() {
 }
 
 std::optional<Exit> Run::configure() {
-  if (const auto wrong = files_.read(options_.configs, options_.configDir); !wrong.empty()) {
+  if (const auto wrong = files_.read(options_.configs, options_.configDir, options_.limits); !wrong.empty()) {
     for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
     return exitUsage;
   }
@@ -71,10 +92,6 @@ std::optional<Exit> Run::configure() {
 }
 
 std::optional<Exit> Run::publish() {
-  // Lists are compiled beside the traffic, by a thread that may do nothing else.
-  auto& workshop = Acl::Workshop::singleton();
-  withoutCapabilities([&workshop] { workshop.threadIs(true, giveWay); });
-
   const Saved::State nothing;
   Successor successor(stateFile_ ? stateFile_->state() : nothing);
   successor.publish(core_);
@@ -91,7 +108,7 @@ std::optional<Exit> Run::publish() {
     return refused(exitUsage, fmt::format("{} was not published by the plugin", *missing));
   }
   successor.countImplicitDrops(core_);
-  while (!workshop.idle()) loop_.turn(-1);
+  while (!Acl::Workshop::singleton().idle()) loop_.turn(-1);
   return std::nullopt;
 }
 
@@ -142,6 +159,7 @@ std::optional<Exit> Run::openControl() {
   control_ = std::make_unique<ControlPlane>(core_, forwarder_, loop_, std::move(files_),
                                             ControlOptions{.socket = options_.control,
                                                            .configDir = options_.configDir,
+                                                           .texts = options_.limits,
                                                            .portStates = [this] { return ports_.states(); },
                                                            .applied =
                                                                [this] {

@@ -5,6 +5,7 @@
 #include <agent/Exit.h>
 #include <agent/Forwarder.h>
 #include <agent/control/ControlPlane.h>
+#include <agent/live/Deadline.h>
 #include <agent/live/EventLoop.h>
 #include <agent/live/LivePorts.h>
 #include <agent/live/Signals.h>
@@ -25,6 +26,7 @@ enum class FinalReport { none, text, json };
 struct RunOptions {
   std::vector<std::string> configs;
   std::string configDir;                                     ///< empty: none
+  TextLimits limits;                                         ///< of the configuration
   std::string control;                                       ///< where to listen; empty: nowhere
   std::string state;                                         ///< the state file; empty: none
   std::vector<std::pair<std::string, std::string>> ports;    ///< name and device, in the order of the options
@@ -34,6 +36,9 @@ struct RunOptions {
   FinalReport report = FinalReport::none;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };
+
+/// Carries `velo run` out, until SIGTERM or SIGINT. Complaints go to standard error.
+Exit runAgent(const RunOptions& options);
 
 /// An agent on live ports, from start to end. One a process.
 ///
@@ -45,7 +50,6 @@ class Run {
   explicit Run(const RunOptions& options);
   ~Run();
 
-  /// Runs until SIGTERM or SIGINT. Complaints go to standard error.
   Exit run();
 
  private:
@@ -63,6 +67,7 @@ class Run {
   bool report() const;
 
   const RunOptions& options_;
+  std::optional<Deadline> deadline_;  // the last to go
   Signals signals_;
   EventLoop loop_;
   Core core_;

@@ -8,6 +8,16 @@ namespace Agent {
 /// threads are started.
 class Signals {
  public:
+  /// While it lives, they end the process after all: nothing has begun that is to be ended in order. The
+  /// calling thread starts no other meanwhile.
+  class Ending {
+   public:
+    Ending();
+    ~Ending();
+    Ending(const Ending&) = delete;
+    Ending& operator=(const Ending&) = delete;
+  };
+
   Signals();
   /// Readable when one has come.
   int fd() const { return fd_.get(); }

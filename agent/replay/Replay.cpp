@@ -97,7 +97,8 @@ class Replay {
   std::optional<Exit> prepare() {
     if (auto wrong = overwritten(options_)) return usage(*wrong);
     ConfigFiles files;
-    if (const auto wrong = files.read(options_.configs, options_.configDir); !wrong.empty()) {
+    if (const auto wrong = files.read(options_.configs, options_.configDir, options_.limits);
+        !wrong.empty()) {
       for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
       return exitUsage;
     }

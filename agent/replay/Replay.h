@@ -2,6 +2,7 @@
 
 #include <Velo/MalformedStep.h>
 #include <agent/Exit.h>
+#include <agent/Texts.h>
 
 #include <string>
 #include <utility>
@@ -13,6 +14,7 @@ namespace Agent {
 struct ReplayOptions {
   std::vector<std::string> configs;
   std::string configDir;                                   ///< empty: none
+  TextLimits limits;                                       ///< of the configuration
   std::vector<std::pair<std::string, std::string>> ports;  ///< name and capture, in the order of the options
   std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
   std::vector<std::pair<std::string, std::string>> outs;     ///< name and capture

@@ -1,8 +1,13 @@
 #include "CaptureBytes.h"
 #include "Run.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -477,6 +482,71 @@ TEST_F(CommandLine, LogMessagesPrintsTheCatalogue) {
   EXPECT_EQ(all[0]["severity"], 6);
   EXPECT_EQ(json.out.find('\x01'), std::string::npos) << "a marker is not a text";
   EXPECT_EQ(text.out.find('\x01'), std::string::npos);
+}
+
+TEST_F(CommandLine, TextsThatAreTooLargeAreRefusedAtOnce) {
+  writeFile(dir_ / "large.acl", "");
+  fs::resize_file(dir_ / "large.acl", uintmax_t{200} << 20);
+  const std::string larger = "large.acl: is larger than the 64 MiB that a configuration text may have";
+  const std::string large = dir_ / "large.acl";
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"check", large},
+        {"apply", large},
+        {"run", "--config", large, "--port", "eth1=none"},
+        {"explain", "--config", large, "--port", "eth1", "--in", "udp 192.0.2.1:1 > 192.0.2.2:2"},
+        {"replay", "--config", large, "--port", "eth1=" + pcap_}}) {
+    const Ran ran = runVelo(command);
+    EXPECT_EQ(ran.status, 2) << command.front();
+    EXPECT_THAT(ran.err, HasSubstr(larger)) << command.front();
+  }
+  writeFile(dir_ / "two.acl", std::string(2 << 20, '\n'));
+  EXPECT_EQ(runVelo({"check", dir_ / "two.acl"}).status, 0);
+  EXPECT_THAT(runVelo({"check", "--text-limit", "1", dir_ / "two.acl"}).err,
+              HasSubstr("than the 1 MiB that a"));
+  EXPECT_THAT(runVelo({"check", "--texts-limit", "3", dir_ / "two.acl", dir_ / "two.acl"}).err,
+              HasSubstr("two.acl: with the texts before it is more than the 3 MiB"));
+  EXPECT_THAT(replay({"--config", dir_ / "two.acl", "--port", "eth1=" + pcap_, "--text-limit", "1"}).err,
+              HasSubstr("than the 1 MiB that a"));
+}
+
+TEST_F(CommandLine, WhatThereIsNoMemoryForIsRefused) {
+  if (!memoryCanBeLimited) GTEST_SKIP() << "sanitizers take more than a limit would allow";
+  std::string rules = "ip access-list A\n";
+  for (int i = 0; i < 200000; ++i) rules += fmt::format("deny tcp host 10.0.{}.{} any\n", i / 250, i % 250);
+  writeFile(acl_, rules);
+  const rlim_t limit = rlim_t{300} << 20;
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"check", acl_},
+                                                  {"run", "--config", acl_, "--port", "eth1=none"},
+                                                  {"replay", "--config", acl_, "--port", "eth1=" + pcap_}}) {
+    const Ran ran = runVelo(command, {}, {}, {{RLIMIT_AS, limit}});
+    EXPECT_EQ(ran.status, 2) << command.front();
+    EXPECT_THAT(ran.err, HasSubstr("a.acl: its 200001 lines would take 0.")) << command.front();
+  }
+}
+
+TEST_F(CommandLine, TooFewDescriptorsAreSaidAtTheStart) {
+  const Ran ran = runVelo({"run", "--config", acl_, "--port", "eth1=none"}, {}, {}, {{RLIMIT_NOFILE, 30}});
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(ran.err, AllOf(HasSubstr("velo: 66 file descriptors are needed, and "),
+                             HasSubstr("can be had: Too many open files")));
+}
+
+TEST_F(CommandLine, ARunThatIsStillReadingEndsBySignal) {
+  const std::string pipe = dir_ / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string program = std::string(VELO_BIN_DIR) + "/velo";
+    execl(program.c_str(), program.c_str(), "run", "--config", pipe.c_str(), "--port", "eth1=none", nullptr);
+    _exit(127);
+  }
+  // Opened for writing when the other end reads: then it waits for a text that does not come.
+  const int writer = open(pipe.c_str(), O_WRONLY);
+  kill(child, SIGTERM);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  close(writer);
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ TempDir::~TempDir() {
 }
 
 Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment,
-            const std::string& outTo) {
+            const std::string& outTo, const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits) {
   const TempDir dir;
   const std::string out = outTo.empty() ? dir / "out" : outTo;
   const std::string err = dir / "err";
@@ -41,6 +41,10 @@ Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::strin
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(open(out.c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
     dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+    for (const auto& [resource, limit] : limits) {
+      const rlimit both{limit, limit};
+      setrlimit(resource, &both);
+    }
     execv(program.c_str(), argv.data());
     _exit(127);
   }

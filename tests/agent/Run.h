@@ -1,7 +1,10 @@
 #pragma once
 
+#include <sys/resource.h>
+
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TestSupport {
@@ -29,8 +32,22 @@ struct Ran {
 };
 
 /// Runs `velo` of this build and waits for it. The child sees nothing of VELO_TRACE but what `environment`
-/// says; `outTo` names a file for its standard output in place of Ran::out.
+/// says; `outTo` names a file for its standard output in place of Ran::out; `limits` are of its resources.
 Ran runVelo(const std::vector<std::string>& arguments,
-            const std::map<std::string, std::string>& environment = {}, const std::string& outTo = {});
+            const std::map<std::string, std::string>& environment = {}, const std::string& outTo = {},
+            const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits = {});
+
+/// False where the sanitizers take more memory for themselves than a limit of it could allow.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool memoryCanBeLimited = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool memoryCanBeLimited = false;
+#else
+inline constexpr bool memoryCanBeLimited = true;
+#endif
+#else
+inline constexpr bool memoryCanBeLimited = true;
+#endif
 
 }  // namespace TestSupport

@@ -43,6 +43,7 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   Agent::ControlOptions options;
   options.socket = socketPath();
   options.configDir = dir ? dirPath() : "";
+  options.texts = textLimits_;
   options.limits = limits;
   plane_ = std::make_unique<Agent::ControlPlane>(*core_, *forwarder_, *loop_, std::move(files),
                                                  std::move(options));

@@ -28,6 +28,8 @@ class RunningAgent {
   /// files of a configuration directory; null: there is none.
   void start(const std::string& text, const std::map<std::string, std::string>* dir = nullptr,
              Agent::ControlLimits limits = {});
+  /// How much text the files of the directory may have; before start().
+  void textLimitsAre(Agent::TextLimits limits) { textLimits_ = limits; }
   /// Joins two interfaces.
   void patch(const char* a, const char* b);
 
@@ -61,6 +63,7 @@ class RunningAgent {
 
  private:
   TempDir temp_;
+  Agent::TextLimits textLimits_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
   std::unique_ptr<Agent::EventLoop> loop_;

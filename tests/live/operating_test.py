@@ -180,6 +180,35 @@ interface eth1
         os.remove(os.path.join(folder, "more"))
         self.assertTrue(live_test.until(lambda: lists() == ["A"] and not bad()))
 
+    def test_a_pipe_in_the_directory_is_not_waited_for(self):
+        folder = os.path.join(self.folder, "conf.d")
+        os.mkdir(folder)
+        self.client.close()
+        self.agent_is.stop()
+        agent = self.start(self.config, "--config-dir", folder)
+        client = self.control()
+        os.mkfifo(os.path.join(folder, "pipe"))
+        bad = lambda: client.ask("show", what="status")["configuration"]["bad"]
+        self.assertTrue(live_test.until(bad))
+        self.assertIn("is a pipe", bad()[0]["mistakes"][0])
+        self.assertTrue(client.apply(self.config)["applied"])
+        client.close()
+        agent.stop()
+
+    def test_it_ends_in_the_middle_of_a_large_change(self):
+        rules = "".join(f"deny tcp host 10.{n >> 16}.{n >> 8 & 255}.{n & 255} any eq 5\n" for n in range(400000))
+        for begin in range(0, len(rules), 30000):
+            self.client.ask("text", name="new", text=(("ip access-list A\n" if not begin else "")
+                                                      + rules[begin:begin + 30000]))
+        self.client.socket.sendall(b'{"do":"apply"}\n')
+        other = self.control()
+        self.assertTrue(live_test.until(lambda: other.ask("show", what="status")["configuration"]["changing"]))
+        begin = time.monotonic()
+        self.agent_is.stop()
+        took = time.monotonic() - begin
+        print(f"ended in {took:.2f} s", flush=True)
+        self.assertLess(took, 2)
+
     def test_an_explanation_counts_nothing(self):
         self.pass_frames()
         explained = self.client.ask("explain", port="eth1", frame=udp(20).hex())

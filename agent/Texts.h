@@ -1,0 +1,66 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+/// How much configuration text is taken, in octets: of one file, and of all of them together.
+struct TextLimits {
+  size_t file = size_t{64} << 20;
+  size_t all = size_t{256} << 20;
+};
+
+/// What the file system says of a file. While it stays the same, so does what is in the file, but for a write
+/// within one tick of the clock that leaves the size.
+struct FileIdentity {
+  uint64_t device = 0, inode = 0, size = 0;
+  int64_t modified = 0, changed = 0;  ///< nanoseconds since the epoch
+
+  auto operator<=>(const FileIdentity&) const = default;
+};
+
+/// Of the file that a path leads to, links followed; nothing when there is none or it cannot be asked.
+std::optional<FileIdentity> identityOf(const std::string& path);
+
+/// A text with where it comes from.
+struct TextFile {
+  std::string text;
+  FileIdentity identity;
+  uint64_t hash = 0;  ///< of the text; for this process alone
+};
+
+/// The one way by which configuration texts are read: bounded, and never waiting for a file that was only
+/// found somewhere. One object reads all the texts of one configuration.
+class TextReader {
+ public:
+  /// Who says that a path is a configuration text.
+  enum class Named {
+    byUser,  ///< pipes and devices are read to their end, which may mean to wait for who writes them
+    byPlace  ///< found in a directory: nothing but a file is read
+  };
+
+  explicit TextReader(TextLimits limits) : limits_(limits) {}
+
+  /// The text of a file; nothing, with what is wrong added to `wrong`, when it cannot be read whole. One that
+  /// changes meanwhile cannot.
+  std::optional<TextFile> read(const std::string& path, Named named, std::vector<std::string>& wrong);
+  /// Counts a text among those of the configuration that need not be read again.
+  void add(size_t octets) { taken_ += octets; }
+
+ private:
+  std::optional<std::string> readAll(int file, const std::string& path, bool isFile, TextFile& text) const;
+  std::optional<std::string> tooLarge(const std::string& path, uint64_t octets) const;
+
+  const TextLimits limits_;
+  size_t taken_ = 0;
+};
+
+/// Why a configuration text cannot be worked on, if so: what is made of it needs more memory than there is.
+std::optional<std::string> whyNoMemoryFor(const std::string& name, const std::string& text);
+
+}  // namespace Agent

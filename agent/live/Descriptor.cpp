@@ -1,0 +1,28 @@
+#include <agent/live/Descriptor.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+namespace Agent {
+
+std::optional<std::string> whyNoDescriptors(size_t count) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+    limit.rlim_cur = limit.rlim_max;
+    (void)setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  std::vector<Descriptor> had;
+  for (had.reserve(count); had.size() < count;) {
+    had.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (had.back()) continue;
+    return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, had.size() - 1,
+                       std::strerror(errno));
+  }
+  return std::nullopt;
+}
+
+}  // namespace Agent

@@ -1,0 +1,187 @@
+#include <agent/Memory.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <new>
+#include <thread>
+
+#include "../agent/CaptureBytes.h"
+#include "RunningAgent.h"
+
+namespace {
+
+const std::thread::id mainThread = std::this_thread::get_id();
+/// The number of allocations of other threads until one fails; under 0: none does.
+std::atomic<int64_t> left{-1};
+
+void* allocated(void* memory) {
+  if (left.load(std::memory_order_relaxed) >= 0 && std::this_thread::get_id() != mainThread) {
+    if (left-- == 0) {
+      std::free(memory);
+      memory = nullptr;
+    }
+  }
+  if (!memory) throw std::bad_alloc();
+  return memory;
+}
+
+}  // namespace
+
+void* operator new(size_t size) { return allocated(std::malloc(size ? size : 1)); }
+void* operator new(size_t size, std::align_val_t alignment) {
+  const auto unit = static_cast<size_t>(alignment);
+  return allocated(std::aligned_alloc(unit, (size + unit - 1) / unit * unit));
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
+
+namespace {
+
+using namespace TestSupport;
+
+std::string rules(int count, const char* action) {
+  std::string text = "ip access-list A\n";
+  for (int i = 1; i <= count; ++i) text += fmt::format(" {} {} udp any any eq {}\n", i, action, i);
+  return text + "interface eth1\n ip access-group A in\n";
+}
+
+size_t ruleCount(RunningAgent& agent, const char* list) {
+  const Json shown = agent.show("access-lists", list);
+  return shown.contains("error") ? 0 : shown.at("lists").at(0).at("rules").size();
+}
+
+/// Has an allocation of other threads fail, a later one each time, until `attempt` came to its end before.
+void untilMemorySuffices(const std::function<bool()>& attempt) {
+  int refused = 0;
+  bool done = false;
+  for (int64_t count = 0; !done && count < 1000000; count += 1 + count / 8) {
+    left = count;
+    done = attempt();
+    left = -1;
+    if (!done) ++refused;
+  }
+  EXPECT_TRUE(done);
+  EXPECT_GT(refused, 10);
+}
+
+TEST(Memory, AnApplyForWhichItRunsOutChangesNothing) {
+  RunningAgent agent;
+  agent.start(rules(3, "permit"));
+  untilMemorySuffices([&] {
+    const Json answer = agent.apply(rules(40, "deny"));
+    left = -1;
+    if (!answer.contains("error")) return true;
+    EXPECT_EQ(answer.at("error").at("mistakes").at(0), "memory ran out");
+    EXPECT_EQ(ruleCount(agent, "A"), 3u);
+    return false;
+  });
+  EXPECT_EQ(ruleCount(agent, "A"), 40u);
+}
+
+TEST(Memory, AFileForWhichItRunsOutIsTriedAgain) {
+  RunningAgent agent;
+  const std::map<std::string, std::string> files = {{"a.acl", "ip access-list B\n permit ip any any\n"}};
+  agent.start("", &files);
+  agent.advance(1.1);
+  const auto bad = [&] { return agent.show("status").at("configuration").at("bad"); };
+  const auto looked = [&](const std::function<bool()>& so) {
+    agent.advance(1.1);
+    agent.turnsUntil([&] {
+      agent.pass(0.1);
+      return !agent.plane().configuration().busy() && so();
+    });
+  };
+  for (const int64_t count : {0, 3, 10, 30, 100, 300}) {
+    SCOPED_TRACE(count);
+    left = count;
+    agent.putFile("a.acl", fmt::format("ip access-list B\n permit ip any any\n{}", rules(60, "deny")));
+    looked([&] { return !bad().empty(); });
+    EXPECT_EQ(ruleCount(agent, "A"), 0u);
+    EXPECT_EQ(ruleCount(agent, "B"), 1u) << "the old content is in force";
+    EXPECT_NE(bad().at(0).at("mistakes").at(0).get<std::string>().find("memory ran out"), std::string::npos);
+    left = -1;
+    looked([&] { return bad().empty() && ruleCount(agent, "A") == 60; });
+    agent.putFile("a.acl", "ip access-list B\n permit ip any any\n");
+    looked([&] { return ruleCount(agent, "A") == 0; });
+  }
+}
+
+/// Leaves the process so much of a resource and no more; `used`: which number of its statm tells what it has.
+void leave(decltype(RLIMIT_AS) resource, int used, uint64_t octets) {
+  std::ifstream statm("/proc/self/statm");
+  uint64_t pages = 0;
+  for (int i = 0; i < used; ++i) statm >> pages;
+  const rlim_t limit = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) + octets;
+  const rlimit both{limit, limit};
+  setrlimit(resource, &both);
+}
+
+constexpr uint64_t mebi = 1 << 20;
+constexpr int sizeOfAll = 1, sizeOfData = 6;
+const char* const notLimited = "sanitizers take more than a limit would allow";
+
+TEST(Memory, IsAsMuchAsTheLimitsLeave) {
+  EXPECT_FALSE(Agent::whyNoMemory(mebi));
+  const auto wrong = Agent::whyNoMemory(mebi * mebi);
+  ASSERT_TRUE(wrong);
+  EXPECT_TRUE(wrong->starts_with("1024.00 GiB of memory, and ")) << *wrong;
+  if (!memoryCanBeLimited) GTEST_SKIP() << notLimited;
+  const auto isLimited = [](decltype(RLIMIT_AS) resource, int used) {
+    leave(resource, used, 64 * mebi);
+    std::exit(Agent::whyNoMemory(100 * mebi) && !Agent::whyNoMemory(30 * mebi) ? 0 : 1);
+  };
+  EXPECT_EXIT(isLimited(RLIMIT_AS, sizeOfAll), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(isLimited(RLIMIT_DATA, sizeOfData), testing::ExitedWithCode(0), "");
+}
+
+/// An agent with little memory is sent a large change, and then a small one.
+[[noreturn]] void applyTooMuch() {
+  RunningAgent agent;
+  agent.start(rules(3, "permit"));
+  leave(RLIMIT_AS, sizeOfAll, 200 * mebi);
+  std::string text = "ip access-list A\n";
+  for (int i = 0; i < 300000; ++i) text += fmt::format("deny tcp host 10.0.{}.{} any\n", i / 250, i % 250);
+  for (size_t at = 0; at < text.size(); at += 60000)
+    agent.ask({{"do", "text"}, {"name", "large"}, {"text", text.substr(at, 60000)}});
+  fmt::print(stderr, "{}\n", agent.ask({{"do", "apply"}}).dump());
+  const bool kept = ruleCount(agent, "A") == 3;
+  const bool goesOn = agent.apply(rules(5, "deny")).contains("applied") && ruleCount(agent, "A") == 5;
+  _exit(kept && goesOn ? 0 : 1);
+}
+
+TEST(Memory, AChangeThatIsTooLargeForItIsRefused) {
+  if (!memoryCanBeLimited) GTEST_SKIP() << notLimited;
+  EXPECT_EXIT(applyTooMuch(), testing::ExitedWithCode(0),
+              "large: its 300001 lines would take .* GiB of memory, and .* can be had");
+}
+
+/// A client sends more text than there is memory for.
+[[noreturn]] void sendTooMuch() {
+  RunningAgent agent;
+  agent.start(rules(3, "permit"));
+  const Json piece = {{"do", "text"}, {"name", "t"}, {"text", std::string(30000, '\n')}};
+  const std::string request = Agent::lineOf(piece) + "\n";
+  leave(RLIMIT_AS, sizeOfAll, 24 * mebi);
+  bool closed = false;
+  {
+    SocketClient client(agent);
+    for (int i = 0; i < 2000 && !closed; ++i) {
+      for (size_t sent = 0; sent < request.size() && !client.closed();)
+        sent += client.send(std::string_view(request).substr(sent));
+      closed = client.closed() || client.line().empty();
+    }
+  }
+  _exit(closed && ruleCount(agent, "A") == 3 ? 0 : 1);
+}
+
+TEST(Memory, AClientForWhichItRunsOutIsClosed) {
+  if (!memoryCanBeLimited) GTEST_SKIP() << notLimited;
+  EXPECT_EXIT(sendTooMuch(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
