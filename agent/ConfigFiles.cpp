@@ -1,7 +1,12 @@
 #include <agent/ConfigFiles.h>
+#include <dirent.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
 
 namespace Agent {
 
@@ -14,15 +19,25 @@ std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes) {
 }
 
 std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong) {
+  // std::filesystem ends the process when memory runs out in the middle of a directory.
+  struct Close {
+    void operator()(DIR* opened) const { closedir(opened); }
+  };
+  const std::unique_ptr<DIR, Close> opened(opendir(dir.c_str()));
   std::vector<fs::path> files;
-  std::error_code error;
-  for (fs::directory_iterator entry(dir, error), end; !error && entry != end; entry.increment(error)) {
-    const std::string name = entry->path().filename().string();
-    std::error_code unknown;
-    if (name.starts_with('.') || name.ends_with('~') || entry->is_directory(unknown)) continue;
-    files.push_back(entry->path());
+  const auto next = [&opened] {
+    if (opened) errno = 0;
+    return opened ? readdir(opened.get()) : nullptr;
+  };
+  while (const dirent* entry = next()) {
+    const std::string name = entry->d_name;
+    struct stat file {};
+    if (name.starts_with('.') || name.ends_with('~')) continue;
+    if (fstatat(dirfd(opened.get()), name.c_str(), &file, 0) == 0 && S_ISDIR(file.st_mode)) continue;
+    files.push_back(fs::path(dir) / name);
   }
-  if (error) wrong.push_back(fmt::format("{}: {}", dir, error.message()));
+  // Of opendir, or of the last readdir.
+  if (errno != 0) wrong.push_back(fmt::format("{}: {}", dir, std::strerror(errno)));
   std::sort(files.begin(), files.end());
   return files;
 }
