@@ -1,3 +1,4 @@
+#include <Acl/FirstRule.h>
 #include <Acl/Model.h>
 #include <Acl/Workshop.h>
 #include <Kiv/TaskScheduler.h>
@@ -48,6 +49,19 @@ class WorkshopTest : public testing::Test {
     }
   }
 
+  /// The number of the rule that a packet meets that a host rule asks for, 0 for none.
+  uint32_t metBy(uint32_t host) {
+    const IpFilter filter = rule(host, false).filter;
+    Nimnet::IpHdr ip{};
+    for (int i = 0; i < 4; ++i) {
+      ip.bytes[12 + i] = static_cast<uint8_t>(filter.source.value >> (24 - 8 * i));
+      ip.bytes[16 + i] = static_cast<uint8_t>(filter.destination.value >> (24 - 8 * i));
+    }
+    const auto packet = [&ip] { return IpPacket{{ip, nullptr, nullptr, nullptr, nullptr, 0, true, true}}; };
+    const auto* met = firstRule(list_->ipRuleById(), packet);
+    return met ? met->value.sequence : 0;
+  }
+
   Kiv::ManualClock clock_;
   const Kelp::Ptr<Kiv::TaskScheduler> scheduler_ = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
   const Kelp::Ptr<AclSubConfig> list_ = MemSlab::make<AclSubConfig>();
@@ -70,6 +84,21 @@ TEST_F(WorkshopTest, AListIsMadeAnewOnceMoreForWhatItLostMeanwhile) {
   settle();
   erase(500);
   EXPECT_TRUE(Workshop::singleton().idle()) << "nothing was left to be done";
+}
+
+TEST_F(WorkshopTest, ARuleThatComesMeanwhileIsNotTakenForOneThatWent) {
+  settle();
+  erase(1);
+  for (int i = 0; i < 30; ++i) turn();  // the rules are copied, rule 2 among them, which hides the hosts now
+  erase(2);
+  put(rule(5, false));
+  ASSERT_FALSE(Workshop::singleton().idle());
+  while (!Workshop::singleton().idle()) {
+    turn();
+    ASSERT_EQ(metBy(0), 0u) << "of the hosts none";
+    ASSERT_EQ(metBy(5), 5u);
+    ASSERT_EQ(metBy(500), 500u);
+  }
 }
 
 TEST_F(WorkshopTest, NoListWaitsForAThreadThatHasGone) {

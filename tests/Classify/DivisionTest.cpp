@@ -112,7 +112,11 @@ std::vector<Image> randomImages(uint32_t seed) {
       image.value[word] = below(~uint32_t{0}) & image.mask[word];
     }
     for (const int shift : {0, 16}) {
-      const uint32_t low = below(3000), high = below(3) ? low + below(3000) : low;
+      // Often where cells end.
+      const uint32_t low = below(2) ? below(3000) : below(3000) | 0x3f;
+      const uint32_t high = below(3) == 0 ? low
+                            : below(2)    ? low + below(3000)
+                                          : (low + below(3000) + 64) & ~0x3fu;
       if (below(3) == 0) continue;
       image.pairLow |= low << shift;
       image.pairHigh &= ~(0xffffu << shift) | high << shift;

@@ -183,25 +183,31 @@ uint32_t lookUp(const Kernels& kernels, const View& view, const Asked& asked) {
   return kernels.search(view, key.bits[0], key.bits[1], key.quad, questions, &asked);
 }
 
+/// All units find what trying the images one by one does. `ordered`: those of the list.
+void expectAnswers(const Forest& forest, const List& list, const std::vector<Image>& ordered, const Key& key,
+                   const std::string& what) {
+  View view = forest.view();
+  if (!list.slotsInOrder()) view.sequences = list.sequences.data();
+  uint32_t expected = noSlot;
+  for (const Image& image : ordered) {
+    if (!meetsAll(image, key)) continue;
+    expected = image.slot;
+    break;
+  }
+  const Asked asked{list, key};
+  for (const auto& [name, kernels] : allKernels()) {
+    ASSERT_EQ(lookUp(*kernels, view, asked), expected) << what << ", " << name;
+    ASSERT_EQ(kernels->search(view, key.bits[0], key.bits[1], key.quad, questions, &asked), expected)
+        << what << ", searched, " << name;
+  }
+}
+
 void expectAgreement(const Forest& forest, const List& list, World& world, int packets,
                      const std::string& what) {
   const std::vector<Image> ordered = list.inOrder();
-  View view = forest.view();
-  if (!list.slotsInOrder()) view.sequences = list.sequences.data();
   for (int i = 0; i < packets; ++i) {
-    const Key key = world.key(ordered);
-    uint32_t expected = noSlot;
-    for (const Image& image : ordered) {
-      if (!meetsAll(image, key)) continue;
-      expected = image.slot;
-      break;
-    }
-    const Asked asked{list, key};
-    for (const auto& [name, kernels] : allKernels()) {
-      ASSERT_EQ(lookUp(*kernels, view, asked), expected) << what << ", packet " << i << ", " << name;
-      ASSERT_EQ(kernels->search(view, key.bits[0], key.bits[1], key.quad, questions, &asked), expected)
-          << what << ", packet " << i << ", searched, " << name;
-    }
+    expectAnswers(forest, list, ordered, world.key(ordered), fmt::format("{}, packet {}", what, i));
+    if (testing::Test::HasFatalFailure()) return;
   }
 }
 
@@ -400,6 +406,56 @@ TEST(Forest, SievesLongLeavesAndFindsInThemWhatIsThere) {
   }
 }
 
+/// Prefixes that all nest, of which some ask for something else, too: so few that no chunk of it is worth its
+/// rows, or so many that it has one. Packets may have the addresses and not the rest.
+TEST(Forest, SievesRulesThatAskForMoreThanAddresses) {
+  struct Row {
+    const char* what;
+    void (*ask)(Image& image);
+    uint32_t
+        changed[2];  // what may differ of a packet that meets all of it: bits of the third word and the pair
+    uint32_t quad;   // and of the quad
+  };
+  constexpr Row rows[] = {
+      {"a protocol", [](Image& i) { i.mask[2] = 0xff000000, i.value[2] = 6u << 24; }, {0xff000000, 0}, 0},
+      {"a VLAN", [](Image& i) { i.mask[2] = 0xfff, i.value[2] = 0x5a5; }, {0xfff, 0}, 0},
+      {"a port", [](Image& i) { i.pairLow = 80, i.pairHigh = 0xffff0050; }, {0, 0xffff}, 0},
+      {"ranges of ports",
+       [](Image& i) { i.pairLow = 0x01230045, i.pairHigh = 0x1fed00cb; },
+       {0, 0x1fff01ff},
+       0},
+      {"a range within a chunk", [](Image& i) { i.pairLow = 0x12, i.pairHigh = 0xffff0015; }, {0, 0xf}, 0},
+      {"TTL or DSCP", [](Image& i) { i.quad = 0x40001020; }, {0, 0}, ~uint32_t{0}},
+  };
+  for (const Row& row : rows) {
+    for (const uint32_t oneIn : {1u, 3u, 100u}) {
+      World world(oneIn, shapes[0]);
+      List list;
+      for (uint32_t slot = 0; slot < 400; ++slot) {
+        list.images[slot] = nested(slot, 32 - slot / 20, 20 - slot % 20);
+        if (slot % oneIn == 0) row.ask(list.images[slot]);
+        list.sequences.push_back(slot);
+      }
+      Forest forest;
+      forest.build(list.inOrder(), 400, row.quad != 0);
+      ASSERT_EQ(forest.view().roots[0] & (leafBit | sieveBit), leafBit | sieveBit);
+      const std::vector<Image> ordered = list.inOrder();
+      for (int i = 0; i < 1000; ++i) {
+        const Image& near = list.images[world.dice().below(4) * 100];
+        const auto noise = [&world](uint32_t bits) {
+          return world.dice().once(2) ? world.dice().word() & bits : 0;
+        };
+        const auto rest = [&world](uint32_t mask) { return world.dice().word() & ~mask; };
+        const Key key = Key::of(near.value[0] | rest(near.mask[0]), near.value[1] | rest(near.mask[1]),
+                                near.value[2] ^ noise(row.changed[0]), near.pairLow + noise(row.changed[1]),
+                                near.quad ^ noise(row.quad));
+        expectAnswers(forest, list, ordered, key, fmt::format("one in {} asks for {}", oneIn, row.what));
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
 /// Images that only the quad tells apart, or only the question: there is nothing to sieve them by.
 TEST(Forest, TriesImagesOneByOneThatTheWordsOfAKeyDoNotTellApart) {
   for (const uint32_t size : {161u, 512u, 513u}) {
@@ -443,6 +499,41 @@ TEST(Forest, CountsImagesThatBelongInTooManyLeaves) {
     ASSERT_EQ(forest.strays(), slot - 399);
   }
   expectAgreement(forest, list, world, 500, "400 images and 600 ranges");
+}
+
+/// Of hosts that are sources and hosts that are destinations there are two trees. What is put in under one
+/// slot goes into both.
+TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
+  const auto host = [](uint32_t slot, int word, uint32_t address) {
+    Image image;
+    image.slot = slot;
+    image.mask[word] = ~uint32_t{0};
+    image.value[word] = address;
+    return image;
+  };
+  Dice dice(1);
+  List list;
+  for (uint32_t slot = 0; slot < 3000; ++slot) {
+    list.images[slot] = host(slot, slot % 2, dice.word() | 1);
+    list.sequences.push_back(slot);
+  }
+  list.sequences.push_back(3000);
+  Forest forest;
+  forest.build(list.inOrder(), 3001, false);
+  ASSERT_GT(forest.view().trees, 1u);
+  const Image images[] = {host(3000, 0, 0x0a0b0c0c), host(3000, 1, 0x14151616)};
+  const auto found = [&forest](const Image& image) {
+    const View& view = forest.view();
+    const Key key = Key::of(image.value[0], image.value[1], 0, 0, 0);
+    return kernelsOf(Unit::portable)->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
+  };
+  for (const Image& image : images) {
+    EXPECT_EQ(found(image), noSlot);
+    forest.insert(image, list.order());
+  }
+  for (const Image& image : images) EXPECT_EQ(found(image), 3000u);
+  for (const Image& image : images) forest.erase(image);
+  for (const Image& image : images) EXPECT_EQ(found(image), noSlot);
 }
 
 /// A short leaf, and many more images that no bits tell from those that it has.
@@ -492,6 +583,29 @@ TEST(Forest, TakesNotMuchMoreMemoryThroughChanges) {
   }
   EXPECT_LT(forest.bytes(), 2 * before + 65536 + 4096);
   expectAgreement(forest, list, world, 500, "161 wildcards");
+}
+
+/// Few addresses with many ports, far more often changed than whoever has the forest would let it be: most
+/// leaves grow for ever.
+TEST(Forest, DividesNoLeavesOnceItHasGrownTooLarge) {
+  constexpr uint32_t size = 2500;
+  World world(1, shapes[1]);
+  List list;
+  for (uint32_t slot = 0; slot < size; ++slot) {
+    list.images[slot] = world.image(slot);
+    list.sequences.push_back(slot);
+  }
+  Forest forest;
+  forest.build(list.inOrder(), size, false);
+  const size_t before = forest.bytes();
+  for (uint32_t change = 0; change < 6000; ++change) {
+    const Image& image = list.images[change % size];
+    if (forest.shadows(image.slot)) continue;
+    forest.erase(image);
+    forest.insert(image, list.order());
+  }
+  EXPECT_LT(forest.bytes(), 5 * before);
+  expectAgreement(forest, list, world, 500, "2500 that were all put in anew");
 }
 
 /// Lists of many sizes, also such as cannot be divided well.
