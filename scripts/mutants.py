@@ -103,7 +103,7 @@ class Tests:
         program, which = test.split()
         if program == "ctest":
             return ["ctest", "--test-dir", str(self.build), "-R", which, "--no-tests=error", "--output-on-failure"]
-        return [str(self.build / "bin" / program), f"--gtest_filter={which}"]
+        return [str(self.build / "bin" / program), f"--gtest_filter={which}", "--gtest_fail_fast"]
 
     def targets(self, test):
         """What has to be built for it: of a test known to ctest, the programs that its command names."""
@@ -358,6 +358,8 @@ def main(words, root=ROOT):
 
 
 if __name__ == "__main__":
+    # So that what is running is ended, too.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     try:
         sys.exit(main(sys.argv[1:]))
     except Mistake as wrong:

@@ -114,6 +114,26 @@ class Mutants(unittest.TestCase):
                                  "in all": ["2", "1", "0", "0", "0", "66.7"]})
         self.assertEqual(status, 1)
 
+    def test_most_caught_is_enough_but_all_must_be_in_order(self):
+        with unittest.mock.patch.object(mutants, "ENOUGH", 0.5):
+            for row, status in [(changed(replace="i++"), 0), (changed(search="nowhere"), 1), (changed(replace="++j"), 1)]:
+                with self.subTest(row):
+                    self.assertEqual(self.run_with(CAUGHT, row)[0], status)
+
+    def test_the_copy_has_what_the_tree_has(self):
+        extra, ignored = self.root / "extra.h", self.root / "build/ignored.h"
+        extra.write_text("one")
+        ignored.write_text("not this one")
+        folder = self.root / "build/mutants"
+        for text in ["one", "another", None]:
+            if text is None:
+                extra.unlink()
+            else:
+                extra.write_text(text)
+            with mutants.Copy(self.root, folder, 1) as copy:
+                there = {path.name: path.read_text() for path in copy.tree.glob("**/*.h")}
+            self.assertEqual(there, {"extra.h": text} if text else {})
+
     def test_some_can_be_chosen(self):
         rooms = {"first": [changed(replace="i++"), CAUGHT], "second": [changed(replace="i += 3")]}
         self.assertEqual(self.run_with(rooms=rooms, words=["--room", "first", "--only", "2"])[0], 0)
