@@ -101,6 +101,20 @@ TEST_F(WorkshopTest, ARuleThatComesMeanwhileIsNotTakenForOneThatWent) {
   }
 }
 
+TEST_F(WorkshopTest, ARuleThatGoesWhileOthersAreCopiedLeavesNothingBehind) {
+  settle();
+  const bool before = Kiv::alwaysYield();
+  Kiv::alwaysYieldIs(true);
+  erase(1);
+  turn();     // some rules are copied, the first ones
+  erase(20);  // one of them
+  Kiv::alwaysYieldIs(before);
+  settle();
+  for (const uint32_t sequence : {5u, 6u, 7u})
+    put(rule(sequence, false));  // in the places that have become free
+  EXPECT_EQ(metBy(20), 2u);
+}
+
 TEST_F(WorkshopTest, NoListWaitsForAThreadThatHasGone) {
   ASSERT_FALSE(list_->compiledReady(AclType::ip));
   Workshop::singleton().threadIs(false);

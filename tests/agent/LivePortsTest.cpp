@@ -89,6 +89,11 @@ TEST_F(LivePortsTest, FramesGoThroughInBurstsInOrderAndWhole) {
   EXPECT_EQ(b_->batches, 3) << "64, 64 and 22";
   EXPECT_EQ(ports_.totals().frames, 150u);
   EXPECT_EQ(ports_.totals().passed, 150u);
+  a_->waiting.push_back(cut(numbered(1), 20));
+  loop_.turn(0);
+  EXPECT_EQ(ports_.totals().frames, 151u);
+  EXPECT_EQ(ports_.totals().passed, 150u);
+  EXPECT_EQ(ports_.totals().dropped, 1u);
 }
 
 TEST_F(LivePortsTest, APortThatIsAlwaysBusyStarvesNoOther) {

@@ -143,18 +143,24 @@ TEST_F(ExplainTest, TellsWhichEarlierRulesCameCloseAndWhatFailed) {
       " 70 deny tcp any any\n"
       " 80 permit ip any any\n"
       "interface eth1\n ip access-group A in\n");
+  const auto nearOf = [](const Json& asked) {
+    std::string near;
+    for (const Json& miss : asked.at("near")) {
+      near += std::to_string(miss.at("rule").get<int>());
+      for (const Json& field : miss.at("failed"))
+        near += " [" + word(field, "field") + ": " + word(field, "packet") + "]";
+      near += "; ";
+    }
+    return near;
+  };
   const Json asked = explain("eth1", "tcp 192.0.2.1:5 > 198.51.100.7:443 ack").at("asked").at(0);
   EXPECT_EQ(asked.at("rule"), 70);
   EXPECT_EQ(asked.at("earlier"), 6) << "rules behind the one that decided do not count";
-  std::string near;
-  for (const Json& miss : asked.at("near")) {
-    near += std::to_string(miss.at("rule").get<int>());
-    for (const Json& field : miss.at("failed"))
-      near += " [" + word(field, "field") + ": " + word(field, "packet") + "]";
-    near += "; ";
-  }
-  EXPECT_EQ(near, "20 [destination port: 443]; 30 [vlan: untagged]; 60 [fragments: no later fragment]; ")
+  EXPECT_EQ(nearOf(asked),
+            "20 [destination port: 443]; 30 [vlan: untagged]; 60 [fragments: no later fragment]; ")
       << "three, those with the fewest conditions that failed, in the order of trial";
+  const Json tagged = explain("eth1", "tcp 192.0.2.1:5 > 198.51.100.7:443 ack vlan 8").at("asked").at(0);
+  EXPECT_EQ(nearOf(tagged), "20 [destination port: 443]; 30 [vlan: 8]; 60 [fragments: no later fragment]; ");
 }
 
 TEST_F(ExplainTest, OfTheSameCloseRulesTheEarliestAreTold) {
