@@ -1,3 +1,5 @@
+#include <Acl/MatchFields.h>
+
 #include "MatchSupport.h"
 
 // What each field of an IPv4 filter asks for, and in which order rules are tried. The fields that IPv6 shares
@@ -356,6 +358,20 @@ TEST(Match, RulesOfAnotherKindInTheSameListAreNotAsked) {
   rules->ip6RuleByIdIs(Kiv::UniqueId(uint64_t{1}), {});
   rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{2}), {});
   EXPECT_EQ(hit<IpRuleConfig>(tcp(), list), std::nullopt);
+}
+
+TEST(MatchFields, FlagsAreShownByTheirNames) {
+  IpBaseFields packet;
+  EXPECT_EQ(Shown::tcpFlags(packet), "no tcp header");
+  packet.hasTcp = true;
+  const std::pair<int, const char*> rows[] = {
+      {0, "no flags"}, {Syn, "syn"},           {Ack, "ack"},
+      {Fin, "fin"},    {Rst, "rst"},           {Psh, "psh"},
+      {Urg, "urg"},    {Syn | Ack, "syn ack"}, {0xff, "syn ack fin rst psh urg"}};
+  for (const auto& [flags, text] : rows) {
+    packet.tcpFlags = static_cast<uint8_t>(flags);
+    EXPECT_EQ(Shown::tcpFlags(packet), text);
+  }
 }
 
 }  // namespace

@@ -25,6 +25,18 @@ IpRuleConfig rule(uint32_t sequence, bool any) {
   return made;
 }
 
+/// What a packet meets that has these addresses, null for nothing.
+const RuleMap<IpRuleConfig>::Entry* metFirst(const AclSubConfig& list, Nimnet::IpAddr source,
+                                             Nimnet::IpAddr destination) {
+  Nimnet::IpHdr ip{};
+  for (int i = 0; i < 4; ++i) {
+    ip.bytes[12 + i] = static_cast<uint8_t>(source.value >> (24 - 8 * i));
+    ip.bytes[16 + i] = static_cast<uint8_t>(destination.value >> (24 - 8 * i));
+  }
+  const auto packet = [&ip] { return IpPacket{{ip, nullptr, nullptr, nullptr, nullptr, 0, true, true}}; };
+  return firstRule(list.ipRuleById(), packet);
+}
+
 class WorkshopTest : public testing::Test {
  protected:
   WorkshopTest() {
@@ -49,16 +61,17 @@ class WorkshopTest : public testing::Test {
     }
   }
 
+  /// One turn in which the first rules are copied for a list that is to be compiled, and more are left.
+  void copyFirstRules() {
+    const bool before = Kiv::alwaysYield();
+    Kiv::alwaysYieldIs(true);
+    turn();
+    Kiv::alwaysYieldIs(before);
+  }
   /// The number of the rule that a packet meets that a host rule asks for, 0 for none.
   uint32_t metBy(uint32_t host) {
     const IpFilter filter = rule(host, false).filter;
-    Nimnet::IpHdr ip{};
-    for (int i = 0; i < 4; ++i) {
-      ip.bytes[12 + i] = static_cast<uint8_t>(filter.source.value >> (24 - 8 * i));
-      ip.bytes[16 + i] = static_cast<uint8_t>(filter.destination.value >> (24 - 8 * i));
-    }
-    const auto packet = [&ip] { return IpPacket{{ip, nullptr, nullptr, nullptr, nullptr, 0, true, true}}; };
-    const auto* met = firstRule(list_->ipRuleById(), packet);
+    const auto* met = metFirst(*list_, filter.source, filter.destination);
     return met ? met->value.sequence : 0;
   }
 
@@ -79,8 +92,8 @@ TEST_F(WorkshopTest, AListIsMadeAnewWhenItLosesARuleThatHidesOthers) {
 TEST_F(WorkshopTest, AListIsMadeAnewOnceMoreForWhatItLostMeanwhile) {
   settle();
   erase(1);
-  for (int i = 0; i < 30; ++i) turn();  // the rules are copied, and the thread is at work
-  erase(2);
+  copyFirstRules();
+  erase(2);  // one of them
   settle();
   erase(500);
   EXPECT_TRUE(Workshop::singleton().idle()) << "nothing was left to be done";
@@ -89,7 +102,7 @@ TEST_F(WorkshopTest, AListIsMadeAnewOnceMoreForWhatItLostMeanwhile) {
 TEST_F(WorkshopTest, ARuleThatComesMeanwhileIsNotTakenForOneThatWent) {
   settle();
   erase(1);
-  for (int i = 0; i < 30; ++i) turn();  // the rules are copied, rule 2 among them, which hides the hosts now
+  copyFirstRules();  // rule 2 among them, which hides the hosts now
   erase(2);
   put(rule(5, false));
   ASSERT_FALSE(Workshop::singleton().idle());
@@ -103,12 +116,9 @@ TEST_F(WorkshopTest, ARuleThatComesMeanwhileIsNotTakenForOneThatWent) {
 
 TEST_F(WorkshopTest, ARuleThatGoesWhileOthersAreCopiedLeavesNothingBehind) {
   settle();
-  const bool before = Kiv::alwaysYield();
-  Kiv::alwaysYieldIs(true);
   erase(1);
-  turn();     // some rules are copied, the first ones
+  copyFirstRules();
   erase(20);  // one of them
-  Kiv::alwaysYieldIs(before);
   settle();
   for (const uint32_t sequence : {5u, 6u, 7u})
     put(rule(sequence, false));  // in the places that have become free
@@ -134,6 +144,30 @@ TEST_F(WorkshopTest, TheThreadBeginsWithWhatItWasGivenAndFreesWhatIsDisposedOf) 
   EXPECT_NE(began, std::thread::id());
   EXPECT_NE(began, std::this_thread::get_id());
   EXPECT_EQ(freed, began);
+}
+
+/// Sources and destinations, which go into two trees, and last two rules of one number, of which the second
+/// one has the lower id.
+TEST(CompiledRules, OfOneNumberAreTriedByTheirIdsWhateverTheirPlaces) {
+  const auto list = MemSlab::make<AclSubConfig>();
+  const auto put = [&list](uint64_t id, uint32_t sequence, bool source, uint32_t address) {
+    IpRuleConfig made;
+    made.sequence = sequence;
+    (source ? made.filter.sourceMask : made.filter.destinationMask).value = ~uint32_t{0};
+    (source ? made.filter.source : made.filter.destination).value = address;
+    list->ipRuleByIdIs(Kiv::UniqueId(id), made);
+  };
+  constexpr uint32_t last = 3000;
+  for (uint32_t sequence = 1; sequence < last; ++sequence) {
+    put(sequence + 10, sequence, sequence % 2 == 0, sequence * 0x9e3779b1);
+  }
+  put(9, last, true, 1);
+  list->compile(AclType::ip);
+  put(3, last, false, 2);
+  for (const bool on : {false, true}) list->upkeepIs(AclType::ip, on);
+  const auto* met = metFirst(*list, {1}, {2});
+  ASSERT_NE(met, nullptr);
+  EXPECT_EQ(met->key, Kiv::UniqueId(uint64_t{3}));
 }
 
 }  // namespace

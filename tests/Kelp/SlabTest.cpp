@@ -73,6 +73,9 @@ TEST(SlabTest, PlacesAreReusedAndNeverShared) {
       EXPECT_TRUE(now.insert(held.back().get()).second) << "two objects in one place";
     }
     places.merge(now);
+#ifndef __SANITIZE_ADDRESS__
+    EXPECT_GE(MemSlab::slabOf<Plain>().heldBytes(), objects * sizeof(Plain));
+#endif
   }
 #ifndef __SANITIZE_ADDRESS__
   EXPECT_LT(places.size(), objects + 500) << "later rounds live in the places of the first";

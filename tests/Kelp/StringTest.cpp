@@ -5,6 +5,7 @@
 
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace {
@@ -35,6 +36,19 @@ TEST(StringTest, OrderAndEqualityAreThoseOfTheText) {
       EXPECT_EQ(String(a) == String(b), a == b);
       EXPECT_EQ(String(a) == b, a == b);
     }
+  }
+}
+
+TEST(StringTest, TextsOfOneHashAreStillTwo) {
+  std::unordered_map<uint32_t, String> known;
+  int pairs = 0;
+  for (int i = 0; pairs < 3; ++i) {
+    ASSERT_LT(i, 2000000) << "so many texts share a hash somewhere";
+    const String text(std::to_string(i));
+    const auto [at, isNew] = known.try_emplace(text.hash(), text);
+    if (isNew) continue;
+    EXPECT_NE(at->second, text);
+    ++pairs;
   }
 }
 

@@ -1,4 +1,5 @@
 #include <Velo/FlowHash.h>
+#include <Velo/PacketContext.h>
 #include <Velo/PortChannels.h>
 #include <gtest/gtest.h>
 
@@ -115,6 +116,27 @@ TEST(FlowHash, FlowsDiffer) {
   std::set<uint32_t> hashes;
   for (const Bytes& flow : flows) hashes.insert(hashOf(flow));
   EXPECT_EQ(hashes.size(), std::size(flows));
+}
+
+/// One context has packet after packet.
+TEST(LagPacketInfo, KnowsThePortChannelsOfThisPacketOnly) {
+  const auto ctx = MemSlab::make<Velo::PacketContext>(MemSlab::make<Velo::VeloNamedCounters>());
+  const IntfId eth1("eth1"), one("po1"), two("po2");
+  const auto info = [&ctx] { return Velo::LagPacketInfo::extractInfo(ctx); };
+  ctx->begin(eth1);
+  EXPECT_EQ(info(), nullptr);
+  ctx->ingressPortChannelIs(one);
+  ctx->egressPortChannelIs(two);
+  ASSERT_NE(info(), nullptr);
+  EXPECT_EQ(info()->ingressPortChannel, one);
+  EXPECT_EQ(info()->egressPortChannel, two);
+  ctx->begin(eth1);
+  EXPECT_EQ(info(), nullptr);
+  ctx->egressPortChannelIs(one);
+  EXPECT_EQ(info()->ingressPortChannel, IntfId());
+  ctx->begin(eth1);
+  ctx->ingressPortChannelIs(two);
+  EXPECT_EQ(info()->egressPortChannel, IntfId());
 }
 
 }  // namespace
