@@ -1,16 +1,17 @@
 #pragma once
 
-#include <Acl/Model.h>
-#include <VeloAcl/VeloDpAclStatusSm/TopWalker.h>
+#include <VeloAcl/VeloDpAclStatusSm/CurrCfgWalkers.h>
 
-/// The walkers over the lists and their rules.
+/// The walkers over the lists.
 namespace Velo::VeloAcl {
 
 class ConfigSm4;
-class AclSm5;
-class CurrCfgSm6;
 
-class AclConfigSm3 final : public TopWalker<Acl::Config> {
+class AclConfigSm3 final : public TopWalker<Acl::Config>,
+                           public Scan1<AclConfigSm3>,
+                           public Scan2<AclConfigSm3>,
+                           public Scan3<AclConfigSm3>,
+                           public Scan4<AclConfigSm3> {
  public:
   AclConfigSm3(const Kelp::Ptr<const Acl::Config>& entity, VeloDpAclStatusSm& machine);
   ~AclConfigSm3() override;
@@ -34,10 +35,6 @@ class AclConfigSm3 final : public TopWalker<Acl::Config> {
   void onChildEvent4(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid);
 
   void doInputScan() override;
-  SCAN_OPERATIONS(1)
-  SCAN_OPERATIONS(2)
-  SCAN_OPERATIONS(3)
-  SCAN_OPERATIONS(4)
   void task1Is();
   void task2Is();
   void task3Is();
@@ -61,11 +58,19 @@ class AclConfigSm3 final : public TopWalker<Acl::Config> {
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void scanFlagIs(int number) override;
 
+  uint64_t mark() const override { return raw()->config().version(); }
+
+  friend Kelp::Ptr<ConfigSm4> ConfigSm4Is(const Kelp::Ptr<const Acl::AclTypeConfig>& entity,
+                                          AclConfigSm3& parent, Acl::AclType aclType);
   ChildWalkers<Acl::AclType, ConfigSm4> children_;
   std::array<ScanPlace<Acl::AclType>, 4> places_;
 };
 
-class ConfigSm4 final : public WalkerOf<Acl::AclTypeConfig> {
+class ConfigSm4 final : public WalkerOf<Acl::AclTypeConfig>,
+                        public Scan1<ConfigSm4>,
+                        public Scan2<ConfigSm4>,
+                        public Scan3<ConfigSm4>,
+                        public Scan4<ConfigSm4> {
  public:
   ConfigSm4(const Kelp::Ptr<const Acl::AclTypeConfig>& entity, AclConfigSm3& parent, Acl::AclType aclType);
   ~ConfigSm4() override;
@@ -90,10 +95,6 @@ class ConfigSm4 final : public WalkerOf<Acl::AclTypeConfig> {
   void onChildEvent4(const Kelp::String& aclName, const Kiv::UniqueId& uid);
 
   void doInputScan() override;
-  SCAN_OPERATIONS(1)
-  SCAN_OPERATIONS(2)
-  SCAN_OPERATIONS(3)
-  SCAN_OPERATIONS(4)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -105,92 +106,23 @@ class ConfigSm4 final : public WalkerOf<Acl::AclTypeConfig> {
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void versionsSeen() override { version_ = raw()->acl().version(); }
+  uint64_t mark() const override { return raw()->acl().version(); }
 
+  friend Kelp::Ptr<AclSm5> AclSm5Is(const Kelp::Ptr<const Acl::AclConfig>& entity, ConfigSm4& parent,
+                                    const Kelp::String& aclName);
   const Acl::AclType aclType_;
   ChildWalkers<Kelp::String, AclSm5> children_;
   std::array<ScanPlace<Kelp::String>, 4> places_;
   uint32_t version_ = 0;
 };
 
-class AclSm5 final : public WalkerOf<Acl::AclConfig> {
- public:
-  AclSm5(const Kelp::Ptr<const Acl::AclConfig>& entity, ConfigSm4& parent, const Kelp::String& aclName);
-  ~AclSm5() override;
-
-  const Kelp::String& aclName() const { return aclName_; }
-  Acl::AclType aclType() const { return parentSm()->aclType(); }
-  Kelp::Ptr<CurrCfgSm6> childSmCurrCfgAclAclSubConfigPtrConstIs(
-      const Kelp::Ptr<const Acl::AclSubConfig>& entity);
-  void childSmCurrCfgAclAclSubConfigPtrConstDel();
-
-  void handleCurrCfg2() { handleCurrCfg(); }
-  void handleCurrCfg3() { handleCurrCfg(); }
-  void handleCurrCfg4() { handleCurrCfg(); }
-  void handleCurrCfg2Reactor();
-  void handleCurrCfg3Reactor();
-  void handleCurrCfg4Reactor();
-  void onChildEvent2(const Kiv::UniqueId& uid);
-  void onChildEvent3(const Kiv::UniqueId& uid);
-  void onChildEvent4(const Kiv::UniqueId& uid);
-
-  void doInputScan() override;
-  SCAN_OPERATIONS(2)
-  SCAN_OPERATIONS(3)
-  SCAN_OPERATIONS(4)
-  void doDeleteAll() override;
-
-  void scan(int number) override;
-  bool scanComplete(int number) const override { return placeComplete(places_[number - 2]); }
-
- private:
-  ConfigSm4* parentSm() const { return static_cast<ConfigSm4*>(parent()); }
-  void handleCurrCfg();
-  void dispatch(const Zeb::Change& change) override;
-  void forEachChild(const std::function<void(Walker&)>& visit) override;
-
-  const Kelp::String aclName_;
-  Kelp::Ptr<CurrCfgSm6> child_;
-  std::array<ScanPlace<bool>, 3> places_;
-};
-
-class CurrCfgSm6 final : public WalkerOf<Acl::AclSubConfig> {
- public:
-  CurrCfgSm6(const Kelp::Ptr<const Acl::AclSubConfig>& entity, AclSm5& parent);
-  ~CurrCfgSm6() override;
-
-  void handleIpRuleById2(const Kiv::UniqueId& uid);
-  void handleIp6RuleById3(const Kiv::UniqueId& uid);
-  void handleMacRuleById4(const Kiv::UniqueId& uid);
-  void handleIpRuleById2Reactor(const Kiv::UniqueId& uid);
-  void handleIp6RuleById3Reactor(const Kiv::UniqueId& uid);
-  void handleMacRuleById4Reactor(const Kiv::UniqueId& uid);
-
-  void doInputScan() override;
-  SCAN_OPERATIONS(2)
-  SCAN_OPERATIONS(3)
-  SCAN_OPERATIONS(4)
-  void doDeleteAll() override;
-
-  void scan(int number) override;
-  bool scanComplete(int number) const override { return placeComplete(places_[number - 2]); }
-
- private:
-  AclSm5* parentSm() const { return static_cast<AclSm5*>(parent()); }
-  void dispatch(const Zeb::Change& change) override;
-  void forEachChild(const std::function<void(Walker&)>&) override {}
-  void versionsSeen() override;
-
-  std::array<ScanPlace<Kiv::UniqueId>, 3> places_;
-  std::array<uint32_t, 3> versions_{};
-};
-
-// The constructing entry points of the framework.
+/// The walker as the machine's own: the one that is there when it watches the same entity, else a new one,
+/// which follows the entity and scans it from here on.
 Kelp::Ptr<AclConfigSm3> AclConfigSm3Is(const Kelp::Ptr<const Acl::Config>& entity,
                                        VeloDpAclStatusSm& machine);
+/// The walker of an entity as its parent's child: the one that is there when it watches the same entity, else
+/// a new one, which follows the entity and scans it from here on.
 Kelp::Ptr<ConfigSm4> ConfigSm4Is(const Kelp::Ptr<const Acl::AclTypeConfig>& entity, AclConfigSm3& parent,
                                  Acl::AclType aclType);
-Kelp::Ptr<AclSm5> AclSm5Is(const Kelp::Ptr<const Acl::AclConfig>& entity, ConfigSm4& parent,
-                           const Kelp::String& aclName);
-Kelp::Ptr<CurrCfgSm6> CurrCfgSm6Is(const Kelp::Ptr<const Acl::AclSubConfig>& entity, AclSm5& parent);
 
 }  // namespace Velo::VeloAcl

@@ -5,7 +5,6 @@
 #include <VeloAcl/VeloDpAclStatusSm/ScanState.h>
 
 #include <optional>
-#include <string_view>
 
 namespace Velo::VeloAcl {
 
@@ -13,10 +12,13 @@ class VeloDpAclStatusSm;
 
 /// One of the machine's polls: copies a collection of counters into the status, again and again.
 struct CounterPoll {
-  /// A row of the machine's table of polls: the names, and where the poll's state is.
+  /// A row of the machine's table of polls: what it traces, and where the poll's state is.
   struct Row {
-    std::string_view name;       ///< as "copyInCounters"
-    std::string_view inputName;  ///< as "inCounters"
+    const char* inputReadyText;
+    const char* inputsText;
+    const char* firedText;
+    fmt::format_string<size_t> flatteningText;
+    fmt::format_string<const Velo::Counter::VeloDpAclCounterKey&, size_t> resumingText;
     const Kelp::Ptr<const Velo::Counter::VeloDpAclCounterColl>& (VeloDpAclStatusSm::*input)() const;
     bool (InputSmScanState::*idleIs)(bool);
     const uint64_t& (InputSmScanState::*doneGen)() const;

@@ -35,6 +35,7 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
     traceStatus(9, "Initial scan yielding for child SM VeloDpAclStatusSm.");
     return;
   }
+  if (!setReconciliationPending()) return;
   traceStatus(9, "Initial scan done for child SMs. Now scanning with events triggered.");
   initialScanDone_ = true;
   scanState_->aclIntfConfigStreamScanIs(false);
@@ -50,7 +51,7 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
 
   for (CounterPoll* poll :
        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
-    ((*scanState_).*(poll->row.generationIs))(((*scanState_).*(poll->row.doneGen))() + 1);
+    askForPoll(*poll);
   }
   if (synchronous_) {
     for (auto copy :

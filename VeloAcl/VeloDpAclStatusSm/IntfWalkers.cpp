@@ -17,7 +17,7 @@ void AclIntfConfigSm0::task0Is() {
 
 Kelp::Ptr<ConfigSm1> AclIntfConfigSm0::childSmConfigAclIntfTypeConfigPtrConstIs(
     const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclType aclType) {
-  return children_.is(entity, *this, aclType);
+  return ConfigSm1Is(entity, *this, aclType);
 }
 
 void AclIntfConfigSm0::handleConfig0(AclType aclType) {
@@ -61,7 +61,7 @@ ConfigSm1::~ConfigSm1() = default;
 
 Kelp::Ptr<IntfSm2> ConfigSm1::childSmIntfAclAclIntfPtrConstIs(const Kelp::Ptr<const Acl::AclIntf>& entity,
                                                               AclDirection direction) {
-  return children_.is(entity, *this, direction);
+  return IntfSm2Is(entity, *this, direction);
 }
 
 void ConfigSm1::handleIntf0(AclDirection direction) {
@@ -90,7 +90,8 @@ void ConfigSm1::scan(int number) {
 void ConfigSm1::doDeleteAll() {
   if (!active()) return;
   traceStatus(9, "");
-  CHECK_NOTHING_MISSED("intf", raw()->intf().version(), version_);
+  KELP_ASSERT(raw()->intf().version() == version_,
+              "We missed notifications that happened to intf before the enclosing entity got deleted");
   childSmIntfAclAclIntfPtrConstDelAll();
 }
 
@@ -121,7 +122,8 @@ void IntfSm2::scan(int number) {
 void IntfSm2::doDeleteAll() {
   if (!active()) return;
   traceStatus(9, "");
-  CHECK_NOTHING_MISSED("intf", raw()->intf().version(), version_);
+  KELP_ASSERT(raw()->intf().version() == version_,
+              "We missed notifications that happened to intf before the enclosing entity got deleted");
   if (!initialScanDone()) return;
   forEachLeft(*this, raw()->intf(),
               [this](const Nimnet::IntfId& k) { parentSm()->onChildEvent0(direction_, k, std::nullopt); });
@@ -133,15 +135,15 @@ void IntfSm2::dispatch(const Zeb::Change& change) {
 
 Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,
                                                VeloDpAclStatusSm& machine) {
-  return MemSlab::make<AclIntfConfigSm0>(entity, machine);
+  return topWalkerIs(machine.aclIntfConfigSm0_, entity, machine);
 }
 Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
                                  AclType aclType) {
-  return MemSlab::make<ConfigSm1>(entity, parent, aclType);
+  return parent.children_.is(entity, parent, aclType);
 }
 Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
                              AclDirection direction) {
-  return MemSlab::make<IntfSm2>(entity, parent, direction);
+  return parent.children_.is(entity, parent, direction);
 }
 
 }  // namespace Velo::VeloAcl

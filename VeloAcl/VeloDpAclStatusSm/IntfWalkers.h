@@ -9,7 +9,7 @@ namespace Velo::VeloAcl {
 class ConfigSm1;
 class IntfSm2;
 
-class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig> {
+class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig>, public Scan0<AclIntfConfigSm0> {
  public:
   AclIntfConfigSm0(const Kelp::Ptr<const Acl::IntfConfig>& entity, VeloDpAclStatusSm& machine);
   ~AclIntfConfigSm0() override;
@@ -25,7 +25,6 @@ class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig> {
                      const std::optional<Kelp::String>& aclName);
 
   void doInputScan() override { startScan(0); }
-  SCAN_OPERATIONS(0)
   void task0Is();
   void task0Del() { taskDel(0); }
   void task0Dispatch() { driveScan(0); }
@@ -39,11 +38,15 @@ class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig> {
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void scanFlagIs(int number) override;
 
+  uint64_t mark() const override { return raw()->config().version(); }
+
+  friend Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity,
+                                          AclIntfConfigSm0& parent, Acl::AclType aclType);
   ChildWalkers<Acl::AclType, ConfigSm1> children_;
   ScanPlace<Acl::AclType> place_;
 };
 
-class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig> {
+class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig>, public Scan0<ConfigSm1> {
  public:
   ConfigSm1(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
             Acl::AclType aclType);
@@ -61,7 +64,6 @@ class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig> {
                      const std::optional<Kelp::String>& aclName);
 
   void doInputScan() override { doInputScan0(); }
-  SCAN_OPERATIONS(0)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -72,14 +74,17 @@ class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig> {
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void versionsSeen() override { version_ = raw()->intf().version(); }
+  uint64_t mark() const override { return raw()->intf().version(); }
 
+  friend Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
+                                      Acl::AclDirection direction);
   const Acl::AclType aclType_;
   ChildWalkers<Acl::AclDirection, IntfSm2> children_;
   ScanPlace<Acl::AclDirection> place_;
   uint32_t version_ = 0;
 };
 
-class IntfSm2 final : public WalkerOf<Acl::AclIntf> {
+class IntfSm2 final : public WalkerOf<Acl::AclIntf>, public Scan0<IntfSm2> {
  public:
   IntfSm2(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent, Acl::AclDirection direction);
   ~IntfSm2() override;
@@ -88,7 +93,6 @@ class IntfSm2 final : public WalkerOf<Acl::AclIntf> {
   void handleIntf0Reactor(const Nimnet::IntfId& intfId);
 
   void doInputScan() override { doInputScan0(); }
-  SCAN_OPERATIONS(0)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -99,15 +103,19 @@ class IntfSm2 final : public WalkerOf<Acl::AclIntf> {
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>&) override {}
   void versionsSeen() override { version_ = raw()->intf().version(); }
+  uint64_t mark() const override { return raw()->intf().version(); }
 
   const Acl::AclDirection direction_;
   ScanPlace<Nimnet::IntfId> place_;
   uint32_t version_ = 0;
 };
 
-// The constructing entry points of the framework.
+/// The walker as the machine's own: the one that is there when it watches the same entity, else a new one,
+/// which follows the entity and scans it from here on.
 Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,
                                                VeloDpAclStatusSm& machine);
+/// The walker of an entity as its parent's child: the one that is there when it watches the same entity, else
+/// a new one, which follows the entity and scans it from here on.
 Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
                                  Acl::AclType aclType);
 Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,

@@ -64,7 +64,15 @@ class SeenSet {
  public:
   bool has(const Key& key) const { return keys_.has(key); }
   void add(const Key& key) { keys_.put(key, {}); }
-  void clear() { keys_.clear(); }
+  /// Empties the set; false when `stop()`, asked behind each key, said so before the last.
+  template <class Stop>
+  bool forget(const Stop& stop) {
+    for (auto at = keys_.begin(); at; at.next()) {
+      keys_.erase(at.key());
+      if (!keys_.empty() && stop()) return false;
+    }
+    return true;
+  }
 
  private:
   Zeb::HashMap2018<Key, std::monostate> keys_;
@@ -83,9 +91,16 @@ class PtrSeenMap {
  public:
   void record(const Kelp::Ptr<Acl::AclStatus>& status) { seenOf(status); }
   void add(const Kelp::Ptr<Acl::AclStatus>& status, const Key& key) { seenOf(status).add(key); }
-  void clear() {
-    index_.clear();
-    entries_.clear();
+  /// Empties the map; false when `stop()`, asked behind each key and each status, said so before the last.
+  template <class Stop>
+  bool forget(const Stop& stop) {
+    while (!entries_.empty()) {
+      if (!entries_.back().seen->forget(stop)) return false;
+      index_.erase(entries_.back().status.get());
+      entries_.pop_back();
+      if (!entries_.empty() && stop()) return false;
+    }
+    return true;
   }
 
   size_t size() const { return entries_.size(); }

@@ -3,6 +3,42 @@
 /// The outputs: when each has all that its inputs say, and the deletion of what an earlier run left.
 namespace Velo::VeloAcl {
 
+/// Finds out which outputs write into a collection that is not empty. That of the lists' own entries means a
+/// look at one list after the other, until of each kind one was found; so this may stop, goes on at its next
+/// call, and has the task of the rules' output make one. Nothing is written before it is through. Returns
+/// whether it is.
+bool VeloDpAclStatusSm::setReconciliationPending() {
+  if (pendingFound_) return true;
+  const auto& types = aclStatus_->status();
+  aclStatusStatusAclOutput_.pending = !types.empty();
+  aclStatusStatusIntfIntfOutput_.pending = false;
+  for (auto type = types.begin(); type; type.next()) {
+    if (!type.value()->intf().empty()) aclStatusStatusIntfIntfOutput_.pending = true;
+  }
+  auto& ruleStatus = aclAclStatusPtrRuleStatusOutput_.pending;
+  auto& implicitId = aclAclStatusPtrImplicitRuleIdOutput_.pending;
+  auto& implicitStatus = aclAclStatusPtrImplicitRuleStatusOutput_.pending;
+  const Kelp::Ptr<Kiv::TimerTask> task = aclAclStatusPtrRuleStatusOutput_.task.get();
+  SmallSteps steps(synchronous_ ? nullptr : task.get());
+  const std::optional<AclStatusStatusAclOutputKeyType> from = pendingResumeKey_;
+  for (auto type = from ? types.from(from->aclType) : types.begin(); type; type.next()) {
+    const auto& lists = type.value()->acl();
+    const bool resumed = from && from->aclType == type.key();
+    for (auto list = resumed ? lists.from(from->aclName) : lists.begin(); list; list.next()) {
+      if (ruleStatus && implicitId && implicitStatus) break;
+      if (steps.timeIsUp()) {
+        pendingResumeKey_ = {type.key(), list.key()};
+        task->scheduleTask();
+        return false;
+      }
+      ruleStatus = ruleStatus || !list.value()->ruleStatus().empty();
+      implicitId = implicitId || !list.value()->implicitRuleId().empty();
+      implicitStatus = implicitStatus || !list.value()->implicitRuleStatus().empty();
+    }
+  }
+  return pendingFound_ = true;
+}
+
 bool VeloDpAclStatusSm::pollsComplete() const {
   for (const CounterPoll* poll :
        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
@@ -17,9 +53,7 @@ bool VeloDpAclStatusSm::pollsComplete() const {
 bool VeloDpAclStatusSm::outputInputsComplete(const OutputBase& output) {
   const OutputSpec& spec = output.spec;
   if (!initialized_) return false;
-  if (spec.tracesHandler) {
-    traceStatus(9, "handle{}{}InputReady", static_cast<char>(spec.name[0] - 'a' + 'A'), spec.name.substr(1));
-  }
+  if (spec.handlerText) traceStatus(9, "{}", spec.handlerText);
   if (((*outputState_).*(spec.ready))()) {
     traceStatus(9, " already ready, not reconciling.");
     return false;
@@ -33,12 +67,12 @@ bool VeloDpAclStatusSm::outputInputsComplete(const OutputBase& output) {
   }
   if (spec.afterRuleIds && !outputState_->ruleIdsByAclRuleIdsOutputReady()) return false;
   if (spec.afterPolls && !synchronous_ && !pollsComplete()) return false;
-  traceStatus(9, "Input scans for {} complete", spec.name);
+  traceStatus(9, "{}", spec.completeText);
   return true;
 }
 
 void VeloDpAclStatusSm::outputReadyIs(OutputBase& output) {
-  ((*outputState_).*(output.spec.readyIs))(true);
+  (outputState_.get()->*(output.spec.readyIs))(true);
   outputState_->handleReady();
 }
 
@@ -46,12 +80,10 @@ void VeloDpAclStatusSm::outputReadyIs(OutputBase& output) {
 /// stopped and noted where.
 template <class Walk>
 void VeloDpAclStatusSm::reconcile(ReconciledOutputBase& output, const Walk& walk) {
-  traceStatus(9, "Reconciling {}: {:}", output.spec.name, output.pending);
+  traceStatus(9, output.spec.reconcilingText, bool{output.pending});
   if (!output.pending) return;
-  DeletionRun run;
   const Kelp::Ptr<Kiv::TimerTask> task = output.task.get();
-  run.mayStop = task && !synchronous_;
-  run.task = task.get();
+  DeletionRun run(synchronous_ ? nullptr : task.get());
   const bool complete = walk(run);
   if (task) task->taskWorkCountInc(run.items);
   if (stopped_) return;
@@ -66,18 +98,26 @@ void VeloDpAclStatusSm::reconcile(ReconciledOutputBase& output, const Walk& walk
   traceStatus(
       9, "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
       run.items, run.deletions);
-  output.task.del();
   output.resume = false;
   output.pending = false;
+  output.walked = true;
 }
 
-/// An output that is reconciled: the walk, once its inputs are complete, and then it is ready.
+/// An output that is reconciled: the walk, once its inputs are complete, then what was seen is forgotten, as
+/// much as a slice is long, and then it is ready.
 template <class Output, class Walk>
 void VeloDpAclStatusSm::reconcileWhenComplete(Output& output, const Walk& walk) {
   if (!outputInputsComplete(output)) return;
   reconcile(output, walk);
   if (output.pending || stopped_) return;
-  output.forget();
+  output.placeReset();
+  const Kelp::Ptr<Kiv::TimerTask> task = output.task.get();
+  SmallSteps steps(synchronous_ ? nullptr : task.get());
+  if (!output.forgetSeen([&] { return steps.timeIsUp(); })) {
+    task->scheduleTask();
+    return;
+  }
+  if (output.walked) output.task.del();
   outputReadyIs(output);
 }
 
@@ -134,6 +174,11 @@ template <class Key, class MapOf, class Del>
 void VeloDpAclStatusSm::reconcilePerStatus(PerStatusOutput<Key>& output, const MapOf& mapOf, const Del& del) {
   reconcileWhenComplete(output, [&](DeletionRun& run) {
     for (size_t at = output.resumeStatus; at < output.ptrSeen.size(); ++at) {
+      if (run.mustStopBeforeStatus()) {
+        output.resumeStatus = at;
+        output.resumeKey.reset();
+        return false;
+      }
       const Kelp::Ptr<Acl::AclStatus> status = output.ptrSeen.status(at);
       const bool resumed = output.resume && at == output.resumeStatus && output.resumeKey;
       const auto stop = deleteUnseen(
@@ -152,7 +197,16 @@ void VeloDpAclStatusSm::reconcilePerStatus(PerStatusOutput<Key>& output, const M
 }
 
 void VeloDpAclStatusSm::handleRuleIdsByAclRuleIdsOutputInputReady() {
-  if (outputInputsComplete(ruleIdsByAclRuleIdsOutput_)) outputReadyIs(ruleIdsByAclRuleIdsOutput_);
+  if (!outputInputsComplete(ruleIdsByAclRuleIdsOutput_)) return;
+  outputReadyIs(ruleIdsByAclRuleIdsOutput_);
+  // The status of the rules waits for this and for the polls. When those were faster they have met lists that
+  // were not there yet, and the next ones are a second away: they come now.
+  if (stopped_ || synchronous_ || !pollsComplete()) return;
+  for (CounterPoll* poll :
+       {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
+    askForPoll(*poll);
+    if (poll->task) poll->task->scheduleTask();
+  }
 }
 
 void VeloDpAclStatusSm::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady() {

@@ -1,5 +1,5 @@
+#include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
-#include <Zeb/System.h>
 
 /// The polls: each copies its collection of counters into the status, a second after it last came to the end;
 /// and the stream that all of them feed.
@@ -11,31 +11,31 @@ using Kiv::UniqueId;
 namespace {
 
 constexpr Kelp::Duration pollInterval{1.0};
-constexpr auto dropType = Acl::ImplicitRuleType::drop;
-
-/// "copyInCounters" as part of a name that goes on.
-std::string capitalised(std::string_view name) {
-  std::string text(name);
-  text[0] = static_cast<char>(text[0] - 'a' + 'A');
-  return text;
-}
 
 }  // namespace
 
 void VeloDpAclStatusSm::handlePollInputReady(CounterPoll& poll) {
   if (!initialized_) return;
-  if (statusTrace().on(9)) traceStatus(9, "handle{}CodefInputReady", capitalised(poll.row.name));
+  traceStatus(9, "{}", poll.row.inputReadyText);
   if (!initialScanDone_) {
     handleInitialScanDone();
     return;
   }
-  traceStatus(9, "Inputs for {}Codef ready", poll.row.name);
+  traceStatus(9, "{}", poll.row.inputsText);
   if (!synchronous_ && poll.task) poll.task->scheduleTask();
 }
 
+/// Has one more pass outstanding.
+void VeloDpAclStatusSm::askForPoll(CounterPoll& poll) {
+  InputSmScanState& state = *scanState_.get();
+  (state.*(poll.row.generationIs))((state.*(poll.row.doneGen))() + 1);
+}
+
+/// A run that comes before the second pass is none of this machine's: an earlier one has asked for it in a
+/// task of the same name. This machine asks for its own when it is time.
 void VeloDpAclStatusSm::handlePoll(CounterPoll& poll) {
-  if (!initialized_) return;
-  InputSmScanState& state = *scanState_;
+  if (!initialized_ || !initialScanDone_) return;
+  InputSmScanState& state = *scanState_.get();
   const CounterPoll::Row& row = poll.row;
   (state.*(row.idleIs))(false);
   state.handleIdle();
@@ -43,51 +43,54 @@ void VeloDpAclStatusSm::handlePoll(CounterPoll& poll) {
   const bool complete = pollPass(poll, (state.*(row.generation))());
   if (!initialized_) return;
   if (!complete) {
-    poll.task->scheduleTask();
+    if (poll.task) poll.task->scheduleTask();
     return;
   }
   (state.*(row.idleIs))(true);
   state.handleIdle();
   if (!initialized_) return;
-  if (!synchronous_) poll.task->scheduleTaskDelay(pollInterval);
+  if (!synchronous_ && poll.task) poll.task->scheduleTaskDelay(pollInterval);
   (state.*(row.generationInc))();
   (state.*(row.doneGenIs))((state.*(row.generation))());
 }
 
 /// The generation is the pass that was asked for; a pass copies whatever is there.
 bool VeloDpAclStatusSm::pollPass(CounterPoll& poll, uint64_t) {
+  if (!streaming()) return false;
   const CounterPoll::Row& row = poll.row;
   const Kelp::Ptr<const Counters> input = (this->*(row.input))();
   const auto& counters = input->counterCollection();
-  traceStatus(7, "{} = Poll fired", row.name);
+  traceStatus(7, "{}", row.firedText);
   if (poll.bookmark) {
-    traceStatus(6, " Resuming foreach( {}.counterCollection ) w/key {}, while flattening {} elements",
-                row.inputName, *poll.bookmark, counters.size());
+    traceStatus(6, row.resumingText, std::as_const(*poll.bookmark), counters.size());
   } else {
-    traceStatus(6, " foreach( {}.counterCollection ) flattening {} elements", row.inputName, counters.size());
+    traceStatus(6, row.flatteningText, counters.size());
   }
-  const Kelp::Ptr<Kiv::TimerTask> task = poll.task.get();
+  const Kelp::Ptr<Kiv::TimerTask> task = synchronous_ ? nullptr : poll.task.get();
   size_t done = 0;
+  const auto workDone = [&] {
+    if (task) task->taskWorkCountInc(done);
+  };
   for (auto at = poll.bookmark ? counters.from(*poll.bookmark) : counters.begin(); at;) {
     traceStatus(9, "Flattening element: {}", at.key());
     eventToUpdateCounters(at.key(), *at.value());
-    if (stopped_) return true;
+    if (stopped_) return false;
     ++done;
     if (!synchronous_ && (this->*(row.duplicateSeen))()) {
       (this->*(row.duplicateSeenIs))(false);
       traceStatus(6, "Restarting iteration, as input state of pipeline has changed");
-      task->taskWorkCountInc(done);
+      workDone();
       return false;
     }
     at.next();
-    if (at && !synchronous_ && task->taskShouldYield()) {
+    if (at && task && task->taskShouldYield()) {
       poll.bookmark = at.key();
-      task->taskWorkCountInc(done);
+      workDone();
       return false;
     }
   }
   poll.bookmark.reset();
-  if (!synchronous_) task->taskWorkCountInc(done);
+  workDone();
   return true;
 }
 

@@ -18,7 +18,7 @@ void RuleIdsByAclSm7::handleRuleIdsByAcl5(const AclTypeNameTuple& key) {
   if (!active()) return;
   traceStatus(8, "k: {}", key);
   if (const auto* holder = raw()->ruleIdsByAcl().find(key)) {
-    children_.is(holder->ptr(), *this, key);
+    RuleIdsByAclSm8Is(holder->ptr(), *this, key);
   } else {
     children_.del(key);
   }
@@ -58,23 +58,11 @@ RuleIdsByAclSm8::~RuleIdsByAclSm8() = default;
 void RuleIdsByAclSm8::handleValue5() {
   if (!active()) return;
   traceStatus(8, "k: {}", key_);
-  if (child_ && child_->en() != en()->value()) childDel();
-  const auto set = active() ? en()->value() : nullptr;
-  if (!set || child_) return;
-  const auto child = MemSlab::make<ValueSm9>(set, *this);
-  child_ = child;
-  child->hasNotificationActiveIs(true);
-  child->initialize();
+  if (child_.get() && child_.get()->en() != en()->value()) child_.del();
+  if (!active()) return;
+  if (const auto set = en()->value()) ValueSm9Is(set, *this);
 }
 void RuleIdsByAclSm8::handleValue5Reactor() { handleValue5(); }
-
-void RuleIdsByAclSm8::childDel() {
-  const auto child = child_;
-  if (!child) return;
-  child->doDeleteAll();
-  child->stop();
-  if (child_ == child) child_ = nullptr;
-}
 
 void RuleIdsByAclSm8::onChildEvent5(const UniqueId& uid) { parentSm()->onChildEvent5(key_, uid); }
 
@@ -82,21 +70,17 @@ void RuleIdsByAclSm8::scan(int number) {
   KELP_ASSERT(raw(), "en() && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
   scanSingle(
       number, place_, static_cast<bool>(raw()->value()), [this] { handleValue5(); },
-      [this] { return child_; });
+      [this] { return child_.get(); });
 }
 
 void RuleIdsByAclSm8::doDeleteAll() {
   if (!active()) return;
   traceStatus(9, "");
-  childDel();
+  child_.del();
 }
 
 void RuleIdsByAclSm8::dispatch(const Zeb::Change& change) {
   if (change.is(LocalAttrStore::Holder::valueAttribute())) handleValue5Reactor();
-}
-
-void RuleIdsByAclSm8::forEachChild(const std::function<void(Walker&)>& visit) {
-  if (const auto child = child_) visit(*child);
 }
 
 ValueSm9::ValueSm9(const Kelp::Ptr<const Velo::Counter::RuleIdSet>& entity, RuleIdsByAclSm8& parent)
@@ -120,7 +104,8 @@ void ValueSm9::scan(int number) {
 void ValueSm9::doDeleteAll() {
   if (!active()) return;
   traceStatus(9, "");
-  CHECK_NOTHING_MISSED("ruleIds", raw()->ruleIds().version(), version_);
+  KELP_ASSERT(raw()->ruleIds().version() == version_,
+              "We missed notifications that happened to ruleIds before the enclosing entity got deleted");
   if (!initialScanDone()) return;
   forEachLeft(*this, raw()->ruleIds(), [this](const UniqueId& k) { parentSm()->onChildEvent5(k); });
 }
@@ -128,6 +113,19 @@ void ValueSm9::doDeleteAll() {
 void ValueSm9::dispatch(const Zeb::Change& change) {
   if (change.is(Velo::Counter::RuleIdSet::ruleIdsAttribute()))
     handleRuleIds5Reactor(change.keyAs<UniqueId>());
+}
+
+Kelp::Ptr<RuleIdsByAclSm7> RuleIdsByAclSm7Is(const Kelp::Ptr<const LocalAttrStore>& entity,
+                                             VeloDpAclStatusSm& machine) {
+  return topWalkerIs(machine.ruleIdsByAclSm7_, entity, machine);
+}
+Kelp::Ptr<RuleIdsByAclSm8> RuleIdsByAclSm8Is(const Kelp::Ptr<const LocalAttrStore::Holder>& entity,
+                                             RuleIdsByAclSm7& parent, const AclTypeNameTuple& key) {
+  return parent.children_.is(entity, parent, key);
+}
+Kelp::Ptr<ValueSm9> ValueSm9Is(const Kelp::Ptr<const Velo::Counter::RuleIdSet>& entity,
+                               RuleIdsByAclSm8& parent) {
+  return parent.child_.is(entity, parent);
 }
 
 }  // namespace Velo::VeloAcl

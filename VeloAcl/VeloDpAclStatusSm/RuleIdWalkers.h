@@ -11,7 +11,7 @@ using Velo::Counter::AclTypeNameTuple;
 class RuleIdsByAclSm8;
 class ValueSm9;
 
-class RuleIdsByAclSm7 final : public TopWalker<LocalAttrStore> {
+class RuleIdsByAclSm7 final : public TopWalker<LocalAttrStore>, public Scan5<RuleIdsByAclSm7> {
  public:
   RuleIdsByAclSm7(const Kelp::Ptr<const LocalAttrStore>& entity, VeloDpAclStatusSm& machine);
   ~RuleIdsByAclSm7() override;
@@ -21,7 +21,6 @@ class RuleIdsByAclSm7 final : public TopWalker<LocalAttrStore> {
   void onChildEvent5(const AclTypeNameTuple& key, const Kiv::UniqueId& uid);
 
   void doInputScan() override { startScan(5); }
-  SCAN_OPERATIONS(5)
   void task5Is();
   void task5Del() { taskDel(5); }
   void task5Dispatch() { driveScan(5); }
@@ -35,11 +34,15 @@ class RuleIdsByAclSm7 final : public TopWalker<LocalAttrStore> {
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void scanFlagIs(int number) override;
 
+  uint64_t mark() const override { return raw()->ruleIdsByAcl().version(); }
+
+  friend Kelp::Ptr<RuleIdsByAclSm8> RuleIdsByAclSm8Is(const Kelp::Ptr<const LocalAttrStore::Holder>& entity,
+                                                      RuleIdsByAclSm7& parent, const AclTypeNameTuple& key);
   ChildWalkers<AclTypeNameTuple, RuleIdsByAclSm8> children_;
   ScanPlace<AclTypeNameTuple> place_;
 };
 
-class RuleIdsByAclSm8 final : public WalkerOf<LocalAttrStore::Holder> {
+class RuleIdsByAclSm8 final : public WalkerOf<LocalAttrStore::Holder>, public Scan5<RuleIdsByAclSm8> {
  public:
   RuleIdsByAclSm8(const Kelp::Ptr<const LocalAttrStore::Holder>& entity, RuleIdsByAclSm7& parent,
                   const AclTypeNameTuple& key);
@@ -51,7 +54,6 @@ class RuleIdsByAclSm8 final : public WalkerOf<LocalAttrStore::Holder> {
   void onChildEvent5(const Kiv::UniqueId& uid);
 
   void doInputScan() override { doInputScan5(); }
-  SCAN_OPERATIONS(5)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -60,15 +62,17 @@ class RuleIdsByAclSm8 final : public WalkerOf<LocalAttrStore::Holder> {
  private:
   RuleIdsByAclSm7* parentSm() const { return static_cast<RuleIdsByAclSm7*>(parent()); }
   void dispatch(const Zeb::Change& change) override;
-  void forEachChild(const std::function<void(Walker&)>& visit) override;
-  void childDel();
+  void forEachChild(const std::function<void(Walker&)>& visit) override { child_.forEach(visit); }
+  uint64_t mark() const override { return reinterpret_cast<uintptr_t>(raw()->value().get()); }
 
+  friend Kelp::Ptr<ValueSm9> ValueSm9Is(const Kelp::Ptr<const Velo::Counter::RuleIdSet>& entity,
+                                        RuleIdsByAclSm8& parent);
   const AclTypeNameTuple key_;
-  Kelp::Ptr<ValueSm9> child_;
+  OnlyChild<ValueSm9> child_;
   ScanPlace<bool> place_;
 };
 
-class ValueSm9 final : public WalkerOf<Velo::Counter::RuleIdSet> {
+class ValueSm9 final : public WalkerOf<Velo::Counter::RuleIdSet>, public Scan5<ValueSm9> {
  public:
   ValueSm9(const Kelp::Ptr<const Velo::Counter::RuleIdSet>& entity, RuleIdsByAclSm8& parent);
   ~ValueSm9() override;
@@ -77,7 +81,6 @@ class ValueSm9 final : public WalkerOf<Velo::Counter::RuleIdSet> {
   void handleRuleIds5Reactor(const Kiv::UniqueId& uid);
 
   void doInputScan() override { doInputScan5(); }
-  SCAN_OPERATIONS(5)
   void doDeleteAll() override;
 
   void scan(int number) override;
@@ -88,9 +91,21 @@ class ValueSm9 final : public WalkerOf<Velo::Counter::RuleIdSet> {
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>&) override {}
   void versionsSeen() override { version_ = raw()->ruleIds().version(); }
+  uint64_t mark() const override { return raw()->ruleIds().version(); }
 
   ScanPlace<Kiv::UniqueId> place_;
   uint32_t version_ = 0;
 };
+
+/// The walker as the machine's own: the one that is there when it watches the same entity, else a new one,
+/// which follows the entity and scans it from here on.
+Kelp::Ptr<RuleIdsByAclSm7> RuleIdsByAclSm7Is(const Kelp::Ptr<const LocalAttrStore>& entity,
+                                             VeloDpAclStatusSm& machine);
+/// The walker of an entity as its parent's child: the one that is there when it watches the same entity, else
+/// a new one, which follows the entity and scans it from here on.
+Kelp::Ptr<RuleIdsByAclSm8> RuleIdsByAclSm8Is(const Kelp::Ptr<const LocalAttrStore::Holder>& entity,
+                                             RuleIdsByAclSm7& parent, const AclTypeNameTuple& key);
+Kelp::Ptr<ValueSm9> ValueSm9Is(const Kelp::Ptr<const Velo::Counter::RuleIdSet>& entity,
+                               RuleIdsByAclSm8& parent);
 
 }  // namespace Velo::VeloAcl

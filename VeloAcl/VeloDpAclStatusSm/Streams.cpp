@@ -1,51 +1,28 @@
+#include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
-#include <Zeb/System.h>
 
-/// The streams: what an event goes through from the walker that raised it to the status that it writes. Every
-/// stream drops what comes before the second pass, traces itself at level 7, and a failed filter at level 6.
+/// The streams of lists, bindings and implicit rules: what an event goes through from the walker that raised
+/// it to the status that it writes. Every stream drops what comes before the second pass, traces itself at
+/// level 7, and a failed filter at level 6. After each write the event may have been overtaken, or the
+/// machine stopped: the next write asks.
 namespace Velo::VeloAcl {
 
 using Acl::AclDirection;
 using Acl::AclType;
 using Acl::RuleStatus;
 using Kiv::UniqueId;
-using Velo::Counter::AclTypeNameTuple;
-
-namespace {
-
-using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
-
-const char* text(const ListCfg& list) { return list ? "present" : "absent"; }
-std::string_view text(const std::optional<Kelp::String>& name) {
-  return name ? name->view() : std::string_view("absent");
-}
-
-RuleStatus freshRuleStatus() { return {0, 0, Zeb::System::currentTime().seconds(), true}; }
-
-constexpr auto dropType = Acl::ImplicitRuleType::drop;
-
-/// A rule in a trace, by its text, which lies elsewhere in memory and is read only when it is formatted.
-struct RuleText {
-  const Acl::RuleConfig* rule;
-};
-
-}  // namespace
-}  // namespace Velo::VeloAcl
-
-template <>
-struct fmt::formatter<Velo::VeloAcl::RuleText> : fmt::formatter<std::string_view> {
-  template <class Context>
-  auto format(Velo::VeloAcl::RuleText shown, Context& ctx) const {
-    const std::string_view text = shown.rule ? shown.rule->text.view() : std::string_view("absent");
-    return fmt::formatter<std::string_view>::format(text, ctx);
-  }
-};
-
-namespace Velo::VeloAcl {
 
 Kelp::Ptr<Acl::AclStatus> VeloDpAclStatusSm::statusOf(AclType aclType, const Kelp::String& aclName) const {
   const auto lists = aclStatus_->status(aclType);
   return lists ? lists->acl(aclName) : nullptr;
+}
+
+/// A direction without bindings goes in the same step as the last of them, and so does its type.
+void VeloDpAclStatusSm::pruneDirection(AclType aclType, AclDirection direction) {
+  const auto types = aclStatus_->status(aclType);
+  const auto bindings = types ? types->intf(direction) : nullptr;
+  if (bindings && bindings->intf().empty()) types->intfDel(direction);
+  pruneTypeStatus(aclType);
 }
 
 /// A type status without lists and bindings goes in the same step as the last of them.
@@ -54,35 +31,56 @@ void VeloDpAclStatusSm::pruneTypeStatus(AclType aclType) {
   if (lists && lists->acl().empty() && lists->intf().empty()) aclStatus_->statusDel(aclType);
 }
 
-// ---- lists and bindings
-// ------------------------------------------------------------------------------------
+/// A status that an earlier run left of a list that is configured only now, when the rules have been
+/// reconciled and nobody would look at those in it again. Its own reconciliation, under way, was to take it
+/// away.
+bool VeloDpAclStatusSm::isLeftOver(AclType aclType, const Kelp::String& aclName) const {
+  return aclStatusStatusAclOutput_.pending && !aclStatusStatusAclOutputSeenHas({aclType, aclName}) &&
+         (outputState_->aclAclStatusPtrRuleStatusOutputReady() ||
+          outputState_->aclAclStatusPtrImplicitRuleStatusOutputReady() ||
+          outputState_->aclAclStatusPtrImplicitRuleIdOutputReady()) &&
+         statusOf(aclType, aclName);
+}
+
+/// The status of a list that has come, recorded with the outputs that write into it. False when the event is
+/// over.
+bool VeloDpAclStatusSm::publishList(AclType aclType, const Kelp::String& aclName, bool leftOver) {
+  if (leftOver) {
+    traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
+                aclName);
+    aclStatus_->status(aclType)->aclDel(aclName);
+    if (stopped_ || listEvents_.overtaken()) return false;
+  }
+  Kelp::Ptr<Acl::AclTypeStatus> lists;
+  do {
+    lists = aclStatus_->statusIs(aclType);
+    if (stopped_ || listEvents_.overtaken()) {
+      pruneTypeStatus(aclType);
+      return false;
+    }
+    // Whoever was told of a new type may have taken it away again with another list.
+  } while (aclStatus_->status(aclType) != lists);
+  traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): inserting k1={}, k2={}, value={}",
+              aclType, aclName, aclName);
+  const auto list = lists->aclIs(aclName);
+  if (stopped_ || listEvents_.overtaken()) return false;
+  if (aclAclStatusPtrImplicitRuleStatusOutput_.pending)
+    aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen.record(list);
+  if (aclAclStatusPtrImplicitRuleIdOutput_.pending) aclAclStatusPtrImplicitRuleIdOutput_.ptrSeen.record(list);
+  if (aclAclStatusPtrRuleStatusOutput_.pending) aclAclStatusPtrRuleStatusOutput_.ptrSeen.record(list);
+  return true;
+}
 
 void VeloDpAclStatusSm::eventToAclConfigStream(AclType aclType, const Kelp::String& aclName,
                                                const ListCfg& aclCfg) {
   if (!streaming()) return;
   traceStatus(7, "aclConfigStream = from( aclConfig.config[].acl[] ): aclType={} aclName={} aclCfg={}",
               aclType, aclName, text(aclCfg));
-  const bool comesLate = aclStatusStatusAclOutput_.pending &&
-                         outputState_->aclAclStatusPtrRuleStatusOutputReady() &&
-                         !aclStatusStatusAclOutputSeenHas({aclType, aclName});
+  const EventsUnderWay<AclStatusStatusAclOutputKeyType>::Event event(listEvents_, {aclType, aclName});
+  const bool leftOver = isLeftOver(aclType, aclName);
   if (aclStatusStatusAclOutput_.pending) aclStatusStatusAclOutputSeenIs({aclType, aclName});
   if (aclCfg) {
-    const auto lists = aclStatus_->statusIs(aclType);
-    if (stopped_) return;
-    traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): inserting k1={}, k2={}, value={}",
-                aclType, aclName, aclName);
-    const auto list = lists->aclIs(aclName);
-    if (aclAclStatusPtrImplicitRuleStatusOutput_.pending)
-      aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen.record(list);
-    if (aclAclStatusPtrImplicitRuleIdOutput_.pending)
-      aclAclStatusPtrImplicitRuleIdOutput_.ptrSeen.record(list);
-    if (aclAclStatusPtrRuleStatusOutput_.pending) aclAclStatusPtrRuleStatusOutput_.ptrSeen.record(list);
-    if (comesLate) {
-      // An earlier run's status of the list, which was about to go, stays after all; but the rules have been
-      // reconciled already, and nobody would look at the old ones in it again.
-      for (auto rule = list->ruleStatus().begin(); rule && !stopped_; rule.next())
-        list->ruleStatusDel(rule.key());
-    }
+    if (!publishList(aclType, aclName, leftOver)) return;
   } else if (const auto lists = aclStatus_->status(aclType)) {
     traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
                 aclName);
@@ -103,19 +101,11 @@ void VeloDpAclStatusSm::eventToAclIntfConfigStream(AclType aclType, AclDirection
               "aclIntfConfigStream = from( aclIntfConfig.config[].intf[].intf[] ): aclType={} direction={} "
               "intfId={} aclName={}",
               aclType, direction, intfId, text(aclName));
+  const EventsUnderWay<AclStatusStatusIntfIntfOutputKeyType>::Event event(bindingEvents_,
+                                                                          {aclType, direction, intfId});
   if (aclStatusStatusIntfIntfOutput_.pending)
     aclStatusStatusIntfIntfOutputSeenIs({aclType, direction, intfId});
-  if (aclName) {
-    const auto types = aclStatus_->statusIs(aclType);
-    const auto bindings = stopped_ ? nullptr : types->intfIs(direction);
-    if (stopped_) return pruneTypeStatus(aclType);
-    traceStatus(7,
-                "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, "
-                "k2={}, k3={}, value={}",
-                aclType, direction, intfId, *aclName);
-    bindings->intfIs(intfId, *aclName);
-    return;
-  }
+  if (aclName) return publishBinding(aclType, direction, intfId, *aclName);
   const auto types = aclStatus_->status(aclType);
   const auto bindings = types ? types->intf(direction) : nullptr;
   if (!bindings) return;
@@ -123,8 +113,23 @@ void VeloDpAclStatusSm::eventToAclIntfConfigStream(AclType aclType, AclDirection
       7, "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): deleting k1={}, k2={}, k3={}",
       aclType, direction, intfId);
   bindings->intfDel(intfId);
-  if (bindings->intf().empty()) types->intfDel(direction);
-  pruneTypeStatus(aclType);
+  pruneDirection(aclType, direction);
+}
+
+void VeloDpAclStatusSm::publishBinding(AclType aclType, AclDirection direction, const Nimnet::IntfId& intfId,
+                                       const Kelp::String& aclName) {
+  Kelp::Ptr<Acl::AclIntf> bindings;
+  do {
+    const auto types = aclStatus_->statusIs(aclType);
+    if (!stopped_ && !bindingEvents_.overtaken()) bindings = types->intfIs(direction);
+    if (stopped_ || bindingEvents_.overtaken()) return pruneDirection(aclType, direction);
+    // Whoever was told of a new direction may have taken it away again with another binding.
+  } while (!aclStatus_->status(aclType) || aclStatus_->status(aclType)->intf(direction) != bindings);
+  traceStatus(7,
+              "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, "
+              "k2={}, k3={}, value={}",
+              aclType, direction, intfId, aclName);
+  bindings->intfIs(intfId, aclName);
 }
 
 // ---- implicit rules
@@ -132,7 +137,7 @@ void VeloDpAclStatusSm::eventToAclIntfConfigStream(AclType aclType, AclDirection
 
 void VeloDpAclStatusSm::eventToAclImplicitRuleCfgStream(AclType aclType, const Kelp::String& aclName,
                                                         const ListCfg& aclCfg) {
-  if (!streaming()) return;
+  if (!streaming() || listEvents_.overtaken()) return;
   const bool exists = aclCfg.has_value();
   traceStatus(7, "aclImplicitRuleCfgStream = merge( aclConfigStream ): aclType={} aclName={} exists={}",
               aclType, aclName, exists);
@@ -153,7 +158,7 @@ void VeloDpAclStatusSm::eventToAclImplicitRuleCfgStream(AclType aclType, const K
     traceStatus(7, "into( status.implicitRuleId[ ruleType ] ): deleting k1={}", ruleType);
     maybeStatus->implicitRuleIdDel(ruleType);
   }
-  if (stopped_) return;
+  if (stopped_ || listEvents_.overtaken()) return;
   const std::optional<RuleStatus> value = freshRuleStatus();
   if (aclAclStatusPtrImplicitRuleStatusOutput_.pending) {
     aclAclStatusPtrImplicitRuleStatusOutput_.ptrSeen.add(maybeStatus, {ruleType});
@@ -165,145 +170,6 @@ void VeloDpAclStatusSm::eventToAclImplicitRuleCfgStream(AclType aclType, const K
   } else {
     traceStatus(7, "into( status.implicitRuleStatus[ ruleType ] ): deleting k1={}", ruleType);
     maybeStatus->implicitRuleStatusDel(ruleType);
-  }
-}
-
-// ---- rules
-// -------------------------------------------------------------------------------------------------
-
-void VeloDpAclStatusSm::eventToIpRuleCfgStream(AclType aclType, const Kelp::String& aclName,
-                                               const UniqueId& uid, const Acl::IpRuleConfig* ruleConfig) {
-  if (!streaming()) return;
-  traceStatus(7,
-              "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} "
-              "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, RuleText{ruleConfig});
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
-}
-
-void VeloDpAclStatusSm::eventToIp6RuleCfgStream(AclType aclType, const Kelp::String& aclName,
-                                                const UniqueId& uid, const Acl::Ip6RuleConfig* ruleConfig) {
-  if (!streaming()) return;
-  traceStatus(7,
-              "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} "
-              "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, RuleText{ruleConfig});
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
-}
-
-void VeloDpAclStatusSm::eventToMacRuleCfgStream(AclType aclType, const Kelp::String& aclName,
-                                                const UniqueId& uid, const Acl::MacRuleConfig* ruleConfig) {
-  if (!streaming()) return;
-  traceStatus(7,
-              "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} "
-              "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, RuleText{ruleConfig});
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
-}
-
-/// Records every rule of a list that has just come, whatever the status says; never takes one out.
-template <class Rules>
-void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg,
-                                  AclType listType, const char* typeName, const char* rulesName,
-                                  const Rules& rulesOf) {
-  const auto rules = aclType == listType && aclCfg ? (*aclCfg)->currCfg() : nullptr;
-  if (!rules) {
-    traceStatus(
-        6,
-        "filter( ( ( ( aclType == Acl::AclType::{}() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-        "terminating pipeline",
-        typeName);
-    return;
-  }
-  const auto& map = rulesOf(*rules);
-  traceStatus(6, " foreach( currCfg.{} ) flattening {} elements", rulesName, map.size());
-  for (auto at = map.begin(); at && !stopped_; at.next()) {
-    traceStatus(9, "Flattening element: {}", at.key());
-    localAttrStore_->ruleIdsByAclIs({aclType, aclName})->ruleIdsIs(at.key());
-  }
-}
-
-void VeloDpAclStatusSm::eventToAclIpRuleInitStream(AclType aclType, const Kelp::String& aclName,
-                                                   const ListCfg& aclCfg) {
-  if (!streaming()) return;
-  traceStatus(7, "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
-  initRules(
-      aclType, aclName, aclCfg, AclType::ip, "ip", "ipRuleById",
-      [](const Acl::AclSubConfig& rules) -> auto& { return rules.ipRuleById(); });
-}
-
-void VeloDpAclStatusSm::eventToAclIp6RuleInitStream(AclType aclType, const Kelp::String& aclName,
-                                                    const ListCfg& aclCfg) {
-  if (!streaming()) return;
-  traceStatus(7, "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
-  initRules(
-      aclType, aclName, aclCfg, AclType::ipv6, "ipv6", "ip6RuleById",
-      [](const Acl::AclSubConfig& rules) -> auto& { return rules.ip6RuleById(); });
-}
-
-void VeloDpAclStatusSm::eventToAclMacRuleInitStream(AclType aclType, const Kelp::String& aclName,
-                                                    const ListCfg& aclCfg) {
-  if (!streaming()) return;
-  traceStatus(7, "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
-  initRules(
-      aclType, aclName, aclCfg, AclType::mac, "mac", "macRuleById",
-      [](const Acl::AclSubConfig& rules) -> auto& { return rules.macRuleById(); });
-}
-
-void VeloDpAclStatusSm::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::String& aclName,
-                                                    const UniqueId& uid, bool exists) {
-  if (!streaming()) return;
-  traceStatus(
-      7,
-      "ruleCfgHandlerStream = merge( ipRuleCfgStream, ip6RuleCfgStream, macRuleCfgStream ): aclType={} "
-      "aclName={} uid={} exists={}",
-      aclType, aclName, uid, exists);
-  const AclTypeNameTuple key{aclType, aclName};
-  if (exists) {
-    if (!statusOf(aclType, aclName)) {
-      traceStatus(
-          6,
-          "filter( ( aclStatus.status[ aclType ]?.acl?[ aclName ] || ( !exists ) ) ) failed, terminating "
-          "pipeline");
-      return;
-    }
-    const auto ruleIds = localAttrStore_->ruleIdsByAclIs(key);
-    traceStatus(7, "into( ruleIdsByAcl[ key ].ruleIds[ uid ] ): inserting k1={}, k2={}", key, uid);
-    ruleIds->ruleIdsIs(uid);
-    return;
-  }
-  const auto ruleIds = localAttrStore_->ruleIdsByAcl(key);
-  if (!ruleIds) return;
-  traceStatus(7, "into( ruleIdsByAcl[ key ].ruleIds[ uid ] ): deleting k1={}, k2={}", key, uid);
-  ruleIds->ruleIdsDel(uid);
-  // Whoever saw the id go may have begun another set under the key.
-  if (ruleIds->ruleIds().empty() && localAttrStore_->ruleIdsByAcl(key) == ruleIds)
-    localAttrStore_->ruleIdsByAclDel(key);
-}
-
-void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, const UniqueId& uid,
-                                             bool exists) {
-  if (!streaming()) return;
-  traceStatus(7, "Line 103: from( ruleIdsByAcl[].ruleIds[] ): keyTuple={} uid={} exists={}", keyTuple, uid,
-              exists);
-  const auto maybeStatus = statusOf(keyTuple.aclType, keyTuple.aclName);
-  if (!maybeStatus) {
-    traceStatus(6, "filter( maybeStatus ) failed, terminating pipeline");
-    return;
-  }
-  auto& output = aclAclStatusPtrRuleStatusOutput_;
-  if (exists) {
-    const RuleStatus value = freshRuleStatus();
-    if (output.pending) output.ptrSeen.add(maybeStatus, {uid});
-    traceStatus(7, "into( status.ruleStatus[ uid ] ): inserting k1={}, value={}", uid, value);
-    maybeStatus->ruleStatusIs(uid, value);
-  } else {
-    if (output.pending) output.ptrSeen.add(maybeStatus, {uid});
-    traceStatus(7, "into( status.ruleStatus[ uid ] ): deleting k1={}", uid);
-    maybeStatus->ruleStatusDel(uid);
   }
 }
 

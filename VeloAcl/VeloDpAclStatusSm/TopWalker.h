@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VeloAcl/VeloDpAclStatusSm/Children.h>
+#include <VeloAcl/VeloDpAclStatusSm/ScanOperations.h>
 #include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walker.h>
@@ -39,19 +41,7 @@ class TopWalker : public WalkerOf<Entity> {
   virtual void scanFlagIs(int number) = 0;
 };
 
-/// The operations of one scan number.
-#define SCAN_OPERATIONS(number)                                    \
-  void doInputScan##number() { scan(number); }                     \
-  bool shouldYield##number() const { return shouldYield(number); } \
-  bool inTask##number() const { return inTask(number); }           \
-  bool inputScanComplete##number() const { return scanComplete(number); }
-
 inline constexpr auto noChild = [](const auto&) { return Kelp::Ptr<Walker>(); };
-
-/// Stops the process when a collection has changed since its walker last looked.
-#define CHECK_NOTHING_MISSED(collection, current, seen)                                   \
-  KELP_ASSERT((current) == (seen), "We missed notifications that happened to " collection \
-                                   " before the enclosing entity got deleted")
 
 /// A walker's own event for every element that is still there, each without value.
 template <class Map, class Emit>

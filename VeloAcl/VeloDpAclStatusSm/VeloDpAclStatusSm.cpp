@@ -1,9 +1,9 @@
 #include <Kelp/Assert.h>
+#include <VeloAcl/VeloDpAclStatusSm/NoEscape.h>
+#include <VeloAcl/VeloDpAclStatusSm/ScanStateFollower.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walkers.h>
 #include <Zeb/TypeModule.h>
-
-#include <exception>
 
 /// The frame: what the machine is made of, start-up and teardown.
 namespace Velo::VeloAcl {
@@ -22,8 +22,6 @@ struct DebugChannel {
 };
 [[maybe_unused, gnu::init_priority(101)]] const DebugChannel debugChannel;
 
-using S = InputSmScanState;
-using O = OutputState;
 using M = VeloDpAclStatusSm;
 
 const Zeb::TypeModule module("VeloDpAclStatusSm", {
@@ -36,84 +34,6 @@ const Zeb::TypeModule module("VeloDpAclStatusSm", {
 
 }  // namespace
 
-/// Runs what waits for a field of the scan state whenever that changes.
-class VeloDpAclStatusSm::ScanStateFollower final : public Zeb::Notifiee {
- public:
-  explicit ScanStateFollower(VeloDpAclStatusSm& machine) : machine_(machine) {
-    machine.scanState_->publisher().subscribe(*this);
-  }
-  void handleChange(const Zeb::Change& change) override {
-    machine_.withMachine([&] { machine_.handleScanStateChange(change.attribute); });
-  }
-
- private:
-  VeloDpAclStatusSm& machine_;
-};
-
-/// A row of the table of polls: where the state of poll `name`, which copies `input`, is kept.
-#define POLL(name, input)                                                                                \
-  name##_({#name, #input, &M::input, &S::name##IdleIs, &S::name##CodefDoneGen, &S::name##CodefDoneGenIs, \
-           &S::name##CodefGeneration, &S::name##CodefGenerationIs, &S::name##CodefGenerationInc,         \
-           &M::name##DuplicateSeen, &M::name##DuplicateSeenIs})
-
-VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConfig,
-                                     const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
-                                     const Kelp::Ptr<const Counters>& inCounters,
-                                     const Kelp::Ptr<const Counters>& macOutCounters,
-                                     const Kelp::Ptr<const Counters>& ipOutCounters,
-                                     const Kelp::Ptr<const Counters>& ip6OutCounters,
-                                     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control)
-    : Entity("VeloDpAclStatusSm"),
-      aclConfig_(aclConfig),
-      aclIntfConfig_(aclIntfConfig),
-      inCounters_(inCounters),
-      macOutCounters_(macOutCounters),
-      ipOutCounters_(ipOutCounters),
-      ip6OutCounters_(ip6OutCounters),
-      aclStatus_(aclStatus),
-      control_(control),
-      ruleIdsByAclRuleIdsOutput_({.name = "ruleIdsByAclRuleIdsOutput",
-                                  .ready = &O::ruleIdsByAclRuleIdsOutputReady,
-                                  .readyIs = &O::ruleIdsByAclRuleIdsOutputReadyIs,
-                                  .scans = {&S::aclConfigStreamScan, &S::ipRuleCfgStreamScan,
-                                            &S::ip6RuleCfgStreamScan, &S::macRuleCfgStreamScan},
-                                  .tracesHandler = true}),
-      aclAclStatusPtrImplicitRuleStatusOutput_({.name = "aclAclStatusPtrImplicitRuleStatusOutput",
-                                                .ready = &O::aclAclStatusPtrImplicitRuleStatusOutputReady,
-                                                .readyIs = &O::aclAclStatusPtrImplicitRuleStatusOutputReadyIs,
-                                                .scans = {&S::aclConfigStreamScan},
-                                                .afterPolls = true}),
-      aclAclStatusPtrImplicitRuleIdOutput_({.name = "aclAclStatusPtrImplicitRuleIdOutput",
-                                            .ready = &O::aclAclStatusPtrImplicitRuleIdOutputReady,
-                                            .readyIs = &O::aclAclStatusPtrImplicitRuleIdOutputReadyIs,
-                                            .scans = {&S::aclConfigStreamScan}}),
-      aclAclStatusPtrCounterUpdateTimeOutput_({.name = "aclAclStatusPtrCounterUpdateTimeOutput",
-                                               .ready = &O::aclAclStatusPtrCounterUpdateTimeOutputReady,
-                                               .readyIs = &O::aclAclStatusPtrCounterUpdateTimeOutputReadyIs,
-                                               .scans = {},
-                                               .afterPolls = true,
-                                               .tracesHandler = true}),
-      aclStatusStatusAclOutput_({.name = "aclStatusStatusAclOutput",
-                                 .ready = &O::aclStatusStatusAclOutputReady,
-                                 .readyIs = &O::aclStatusStatusAclOutputReadyIs,
-                                 .scans = {&S::aclConfigStreamScan}}),
-      aclAclStatusPtrRuleStatusOutput_({.name = "aclAclStatusPtrRuleStatusOutput",
-                                        .ready = &O::aclAclStatusPtrRuleStatusOutputReady,
-                                        .readyIs = &O::aclAclStatusPtrRuleStatusOutputReadyIs,
-                                        .scans = {&S::rix_pipeline0Scan},
-                                        .afterRuleIds = true,
-                                        .afterPolls = true}),
-      aclStatusStatusIntfIntfOutput_({.name = "aclStatusStatusIntfIntfOutput",
-                                      .ready = &O::aclStatusStatusIntfIntfOutputReady,
-                                      .readyIs = &O::aclStatusStatusIntfIntfOutputReadyIs,
-                                      .scans = {&S::aclIntfConfigStreamScan}}),
-      POLL(copyIpOutCounters, ipOutCounters),
-      POLL(copyIp6OutCounters, ip6OutCounters),
-      POLL(copyInCounters, inCounters),
-      POLL(copyMacOutCounters, macOutCounters) {}
-
-#undef POLL
-
 VeloDpAclStatusSm::~VeloDpAclStatusSm() {
   nodeFlagSet(Kelp::nodeLive, false);
   stop();
@@ -125,11 +45,7 @@ VeloDpAclStatusSm::~VeloDpAclStatusSm() {
 void VeloDpAclStatusSm::withMachine(const std::function<void()>& run) {
   if (stopped_) return;
   const Kelp::Ptr<VeloDpAclStatusSm> keep(this);
-  try {
-    run();
-  } catch (const std::exception& error) {
-    Kelp::fatal(fmt::format("an exception escaped the status machine: {}", error.what()), __FILE__, __LINE__);
-  }
+  runWithoutEscape("the status machine", run);
 }
 
 void VeloDpAclStatusSm::handleInitialized() {
@@ -138,11 +54,11 @@ void VeloDpAclStatusSm::handleInitialized() {
   traceStatus(9, "create local SMs");
   if (control_.mode == Rix::SmControl::synchronous) synchronous_ = true;
   if (control_.mode == Rix::SmControl::asynchronous) synchronous_ = false;
-  scanState_ = MemSlab::make<InputSmScanState>();
-  outputState_ = MemSlab::make<OutputState>();
+  scanState_ = Zeb::Owned(this, MemSlab::make<InputSmScanState>());
+  outputState_ = Zeb::Owned(this, MemSlab::make<OutputState>());
   scanStateFollower_ = std::make_unique<ScanStateFollower>(*this);
   if (!synchronous_) createTasks();
-  localAttrStore_ = MemSlab::make<LocalAttrStore>();
+  localAttrStore_ = Zeb::Owned(this, MemSlab::make<LocalAttrStore>());
   checkArguments();
   setReconciliationPending();
 
@@ -205,41 +121,11 @@ void VeloDpAclStatusSm::checkArguments() const {
               "aclStatus() && \"Pointer SM args cannot be null unless they are marked Optional\"");
 }
 
-void VeloDpAclStatusSm::setReconciliationPending() {
-  bool ruleStatus = false, implicitIds = false, implicitStatus = false, bindings = false;
-  for (auto type = aclStatus_->status().begin(); type; type.next()) {
-    bindings = bindings || !type.value()->intf().empty();
-    for (auto list = type.value()->acl().begin(); list; list.next()) {
-      ruleStatus = ruleStatus || !list.value()->ruleStatus().empty();
-      implicitIds = implicitIds || !list.value()->implicitRuleId().empty();
-      implicitStatus = implicitStatus || !list.value()->implicitRuleStatus().empty();
-    }
-  }
-  aclAclStatusPtrImplicitRuleStatusOutput_.pending = implicitStatus;
-  aclAclStatusPtrImplicitRuleIdOutput_.pending = implicitIds;
-  aclStatusStatusAclOutput_.pending = !aclStatus_->status().empty();
-  aclAclStatusPtrRuleStatusOutput_.pending = ruleStatus;
-  aclStatusStatusIntfIntfOutput_.pending = bindings;
-}
-
 void VeloDpAclStatusSm::ruleIdsByAclSm7Is() {
-  if (ruleIdsByAclSm7_) return;
-  ruleIdsByAclSm7_ = MemSlab::make<RuleIdsByAclSm7>(localAttrStore_, *this);
-  ruleIdsByAclSm7_->hasNotificationActiveIs(true);
-  ruleIdsByAclSm7_->initialize();
+  RuleIdsByAclSm7Is(Kelp::Ptr<const LocalAttrStore>(localAttrStore_.ptr()), *this);
 }
-void VeloDpAclStatusSm::aclConfigSm3Is() {
-  if (aclConfigSm3_) return;
-  aclConfigSm3_ = AclConfigSm3Is(aclConfig_, *this);
-  aclConfigSm3_->hasNotificationActiveIs(true);
-  aclConfigSm3_->initialize();
-}
-void VeloDpAclStatusSm::aclIntfConfigSm0Is() {
-  if (aclIntfConfigSm0_) return;
-  aclIntfConfigSm0_ = AclIntfConfigSm0Is(aclIntfConfig_, *this);
-  aclIntfConfigSm0_->hasNotificationActiveIs(true);
-  aclIntfConfigSm0_->initialize();
-}
+void VeloDpAclStatusSm::aclConfigSm3Is() { AclConfigSm3Is(aclConfig_, *this); }
+void VeloDpAclStatusSm::aclIntfConfigSm0Is() { AclIntfConfigSm0Is(aclIntfConfig_, *this); }
 
 namespace {
 template <class Sm>

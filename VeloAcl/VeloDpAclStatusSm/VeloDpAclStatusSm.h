@@ -6,6 +6,7 @@
 #include <Kiv/TaskScheduler.h>
 #include <Rix/InReactor.h>
 #include <VeloAcl/VeloDpAclStatusSm/CounterPoll.h>
+#include <VeloAcl/VeloDpAclStatusSm/EventsUnderWay.h>
 #include <VeloAcl/VeloDpAclStatusSm/LocalAttrStore.h>
 #include <VeloAcl/VeloDpAclStatusSm/Output.h>
 #include <VeloAcl/VeloDpAclStatusSm/OutputKeys.h>
@@ -21,6 +22,8 @@ namespace Velo::VeloAcl {
 class AclConfigSm3;
 class AclIntfConfigSm0;
 class RuleIdsByAclSm7;
+template <class Rules>
+struct InitStream;
 
 /// Keeps the published status equal to what the dataplane enforces: lists and bindings, the status of every
 /// rule and implicit drop, and the counters, copied once a second.
@@ -75,9 +78,10 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   bool synchronous() const { return synchronous_; }
   bool initialized() const { return initialized_; }
   bool initialScanDone() const { return initialScanDone_; }
-  const Kelp::Ptr<InputSmScanState>& inputSmScanState() const { return scanState_; }
-  const Kelp::Ptr<OutputState>& outputState() const { return outputState_; }
-  const Kelp::Ptr<LocalAttrStore>& localAttrStore() const { return localAttrStore_; }
+  // The machine's own entities, from handleInitialized() on.
+  Kelp::Ptr<InputSmScanState> inputSmScanState() { return scanState_.ptr(); }
+  Kelp::Ptr<OutputState> outputState() { return outputState_.ptr(); }
+  Kelp::Ptr<LocalAttrStore> localAttrStore() { return localAttrStore_.ptr(); }
   const Kelp::Ptr<Kiv::TaskScheduler>& scheduler() const { return scheduler_; }
 
   // The top walkers.
@@ -195,7 +199,6 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void handleScanStateChange(const Zeb::Attribute& attribute);
   void createTasks();
   void checkArguments() const;
-  void setReconciliationPending();
   void stop();
   void withMachine(const std::function<void()>& run);
 
@@ -203,6 +206,11 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   // asks before it writes again.
   bool streaming() const { return initialScanDone_ && !stopped_; }
   Kelp::Ptr<Acl::AclStatus> statusOf(Acl::AclType aclType, const Kelp::String& aclName) const;
+  bool isLeftOver(Acl::AclType aclType, const Kelp::String& aclName) const;
+  bool publishList(Acl::AclType aclType, const Kelp::String& aclName, bool leftOver);
+  void publishBinding(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId,
+                      const Kelp::String& aclName);
+  void pruneDirection(Acl::AclType aclType, Acl::AclDirection direction);
   void pruneTypeStatus(Acl::AclType aclType);
   void eventToAclImplicitRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName,
                                        const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
@@ -216,10 +224,12 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
                                    const Kiv::UniqueId& uid, bool exists);
   template <class Rules>
   void initRules(Acl::AclType aclType, const Kelp::String& aclName,
-                 const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg, Acl::AclType listType,
-                 const char* stream, const char* rulesName, const Rules& rulesOf);
+                 const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg,
+                 const InitStream<Rules>& stream);
+  void withdrawRulesGone(Acl::AclType aclType, const Kelp::String& aclName);
 
   // Outputs.
+  bool setReconciliationPending();
   bool pollsComplete() const;
   bool outputInputsComplete(const OutputBase& output);
   void outputReadyIs(OutputBase& output);
@@ -238,6 +248,7 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
 
   // Polls.
   void handlePollInputReady(CounterPoll& poll);
+  void askForPoll(CounterPoll& poll);
   void handlePoll(CounterPoll& poll);
   bool pollPass(CounterPoll& poll, uint64_t generation);
 
@@ -256,13 +267,26 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   bool stopped_ = false;
 
   Scheduler scheduler_;
-  Kelp::Ptr<InputSmScanState> scanState_;
-  Kelp::Ptr<OutputState> outputState_;
+  Zeb::Owned<InputSmScanState> scanState_;
+  Zeb::Owned<OutputState> outputState_;
   std::unique_ptr<ScanStateFollower> scanStateFollower_;
-  Kelp::Ptr<LocalAttrStore> localAttrStore_;
+  Zeb::Owned<LocalAttrStore> localAttrStore_;
+  friend Kelp::Ptr<RuleIdsByAclSm7> RuleIdsByAclSm7Is(const Kelp::Ptr<const LocalAttrStore>& entity,
+                                                      VeloDpAclStatusSm& machine);
+  friend Kelp::Ptr<AclConfigSm3> AclConfigSm3Is(const Kelp::Ptr<const Acl::Config>& entity,
+                                                VeloDpAclStatusSm& machine);
+  friend Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,
+                                                        VeloDpAclStatusSm& machine);
   Kelp::Ptr<RuleIdsByAclSm7> ruleIdsByAclSm7_;
   Kelp::Ptr<AclConfigSm3> aclConfigSm3_;
   Kelp::Ptr<AclIntfConfigSm0> aclIntfConfigSm0_;
+
+  EventsUnderWay<AclStatusStatusAclOutputKeyType> listEvents_;
+  EventsUnderWay<AclStatusStatusIntfIntfOutputKeyType> bindingEvents_;
+
+  // Whether it is known what is to be reconciled, and where the look for it goes on.
+  bool pendingFound_ = false;
+  std::optional<AclStatusStatusAclOutputKeyType> pendingResumeKey_;
 
   // The outputs, in the order in which their handlers run, and the polls.
   OutputBase ruleIdsByAclRuleIdsOutput_;

@@ -1,8 +1,7 @@
+#include <VeloAcl/VeloDpAclStatusSm/NoEscape.h>
 #include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walker.h>
-
-#include <exception>
 
 namespace Velo::VeloAcl {
 
@@ -30,9 +29,23 @@ bool Walker::initialScanDone() const { return machine_ && machine_->initialScanD
 
 void Walker::hasNotificationActiveIs(bool on) {
   if (on && !active()) return;
-  if (on && !hasNotificationActive() && watchedEntity()) versionsSeen();
+  if (on != hasNotificationActive() && active() && watchedEntity()) {
+    if (!on) {
+      markWhenOff_ = mark();
+    } else if (!markWhenOff_) {
+      versionsSeen();
+    } else {
+      KELP_ASSERT(mark() == *markWhenOff_,
+                  fmt::format("what {} watches was changed while its notification was off", name_));
+    }
+  }
   InputStateMachine::hasNotificationActiveIs(on);
   forEachChild([on](Walker& child) { child.hasNotificationActiveIs(on); });
+}
+
+void Walker::start() {
+  hasNotificationActiveIs(true);
+  initialize();
 }
 
 void Walker::stop() {
@@ -49,14 +62,13 @@ void Walker::stop() {
   doneIs();
 }
 
-void Walker::enDispatch(const Zeb::Change& change) try {
+void Walker::enDispatch(const Zeb::Change& change) {
   if (!active()) return;
   const Kelp::Ptr<VeloDpAclStatusSm> keep(machine_);
-  const ReactorScope scope(top());
-  dispatch(change);
-} catch (const std::exception& error) {
-  Kelp::fatal(fmt::format("an exception escaped a reactor of {}: {}", name_, error.what()), __FILE__,
-              __LINE__);
+  runWithoutEscape(name_, [&] {
+    const ReactorScope scope(top());
+    dispatch(change);
+  });
 }
 
 bool Walker::shouldYield(int number) const {
@@ -70,7 +82,7 @@ bool Walker::inTask(int number) const {
 }
 
 bool Walker::mayYield(int number) const {
-  return hasTask(number) && !synchronous() && (!initialScanDone() || top().driving_[number] > 0);
+  return taskOf(number) && !synchronous() && (!initialScanDone() || top().driving_[number] > 0);
 }
 
 void Walker::traceScanStart(bool complete, bool resumed, size_t total) const {

@@ -47,8 +47,13 @@ class Walker : public Rix::Gen::InputStateMachine {
   void parentIs(Walker* parent) { parent_ = parent; }
   std::string_view name() const { return name_; }
 
-  /// Switches the notification of this walker and everything below it.
+  /// Switches the notification of this walker and everything below it. Off and on again is for times in which
+  /// nothing changes: a change that nobody was told of ends the process when notification is on again.
   void hasNotificationActiveIs(bool on) override;
+
+  /// Follows the entity from here on and scans it. For whoever makes the walker, once it is where others look
+  /// for it.
+  void start();
 
   /// Withdraws all that came from this walker and those below: an event without value for every element that
   /// is still there. Stops the process when a change of the collection has not been handled yet.
@@ -59,21 +64,23 @@ class Walker : public Rix::Gen::InputStateMachine {
   /// Visits the elements in scan `number`, from where it stopped, unless it is complete.
   virtual void scan(int number) = 0;
   virtual bool scanComplete(int number) const = 0;
+  /// The task of a scan says that its time is used up.
+  bool shouldYield(int number) const;
+  /// The task of a scan is the one that runs.
+  bool inTask(int number) const;
 
  protected:
   Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent,
          Kelp::Ptr<const Zeb::Entity> entity);
   ~Walker() override;
 
-  bool hasTask(int number) const { return static_cast<bool>(taskOf(number)); }
-  bool shouldYield(int number) const;
-  bool inTask(int number) const;
-
   /// A change of the watched entity, for an active walker.
   virtual void dispatch(const Zeb::Change& change) = 0;
   virtual void forEachChild(const std::function<void(Walker&)>& visit) = 0;
   /// Takes note that the collections are as they are.
   virtual void versionsSeen() {}
+  /// Another value after any change of what is watched.
+  virtual uint64_t mark() const = 0;
   /// What a top walker does when a scan has ended.
   virtual void handleScanDone(int) {}
 
@@ -115,51 +122,7 @@ class Walker : public Rix::Gen::InputStateMachine {
   const std::string_view name_;
   VeloDpAclStatusSm* machine_;
   Walker* parent_;
-};
-
-/// The child walkers of one walker, by key.
-template <class Key, class Child>
-class ChildWalkers {
- public:
-  Kelp::Ptr<Child> find(const Key& key) const {
-    const auto* known = children_.find(key);
-    return known ? *known : nullptr;
-  }
-
-  /// The child of a key: the one that is there when it watches this entity, else a new one.
-  template <class Entity, class Parent>
-  Kelp::Ptr<Child> is(const Kelp::Ptr<const Entity>& entity, Parent& parent, const Key& key) {
-    if (const auto known = find(key)) {
-      KELP_ASSERT(known->en() == entity,
-                  "a child state machine cannot be instantiated again with another entity");
-      known->parentIs(&parent);
-      return known;
-    }
-    const auto child = MemSlab::make<Child>(entity, parent, key);
-    children_.put(key, child);
-    child->hasNotificationActiveIs(true);
-    child->initialize();
-    return child;
-  }
-
-  /// Takes a child out after it has withdrawn everything. Whoever is told of that may have put another in its
-  /// place meanwhile, which stays.
-  void del(const Key& key) {
-    const auto child = find(key);
-    if (!child) return;
-    child->doDeleteAll();
-    if (find(key) == child) children_.erase(key);
-    child->stop();
-  }
-  void delAll() {
-    for (auto at = children_.begin(); at; at.next()) del(at.key());
-  }
-  void forEach(const std::function<void(Walker&)>& visit) const {
-    for (auto at = children_.begin(); at; at.next()) visit(*at.value());
-  }
-
- private:
-  Zeb::HashMap2018<Key, Kelp::Ptr<Child>> children_;
+  std::optional<uint64_t> markWhenOff_;  // while notification is off again
 };
 
 template <class Map, class Handle, class ChildOf>

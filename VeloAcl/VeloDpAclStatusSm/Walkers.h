@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VeloAcl/VeloDpAclStatusSm/AclWalkers.h>
+#include <VeloAcl/VeloDpAclStatusSm/CurrCfgWalkers.h>
 #include <VeloAcl/VeloDpAclStatusSm/IntfWalkers.h>
 #include <VeloAcl/VeloDpAclStatusSm/RuleIdWalkers.h>
 

@@ -7,7 +7,7 @@ Publisher& Entity::publisher() const {
   return *publisher_;
 }
 
-void Entity::publishToSubscribers(const Attribute& attribute, const void* key) {
+void Entity::publishChangeRecursive(const Attribute& attribute, const void* key) {
   if (!nodeFlag(Kelp::nodeLive)) return;
   const Kelp::Ptr<Entity> keep(this);  // a handler may drop the last other reference
   publisher_->publish(Change{*this, attribute, key});

@@ -38,7 +38,7 @@ class Entity : public Kelp::Node, public Reflected {
   ~Entity() override = default;
 
   void publishChange(const Attribute& attribute, const void* key = nullptr) {
-    if (publisher_) publishToSubscribers(attribute, key);
+    if (publisher_) publishChangeRecursive(attribute, key);
   }
 
   template <class T>
@@ -92,7 +92,8 @@ class Entity : public Kelp::Node, public Reflected {
   }
 
  private:
-  void publishToSubscribers(const Attribute& attribute, const void* key);
+  /// Tells the subscribers. What one of them changes meanwhile is told within this call, too.
+  void publishChangeRecursive(const Attribute& attribute, const void* key);
 
   Kelp::String name_;
   Entity* parent_ = nullptr;

@@ -99,7 +99,7 @@ class History {
     model_.starting(*world_.status);
     world_.start(synchronous_ ? Rix::SmControl::synchronous : Rix::SmControl::asynchronous);
     live_ = false;
-    passedSinceRules_ = false;
+    mayComeAtOnce_ = {};
     if (synchronous_) {
       model_.startedAtOnce();
       live_ = true;
@@ -206,7 +206,8 @@ class History {
       doneGens_[i] = doneGen(i);
       const bool restarted = overBefore[i] && !startsOver(i);
       tell("poll {} copies {}{}{}", i, count, restarted ? ", starts over" : "", ended ? ", ends" : "");
-      if (!inPass_[i] && ends_[i] && now() < *ends_[i] + 1)
+      const bool atOnce = std::exchange(mayComeAtOnce_[i], false) && !inPass_[i];
+      if (!atOnce && !inPass_[i] && ends_[i] && now() < *ends_[i] + 1)
         wrong_ += "a poll began before its second was over\n";
       const bool complete = model_.polled(static_cast<StatusModel::Poll>(i), count, restarted);
       if (complete != ended)
@@ -215,7 +216,11 @@ class History {
       inPass_[i] = !ended;
       if (!ended) continue;
       ends_[i] = now();
-      passedSinceRules_ = rulesReady;
+    }
+    if (!rulesReady && world_.sm->outputState()->ruleIdsByAclRuleIdsOutputReady()) {
+      bool allEnded = true;
+      for (size_t i = 0; i < StatusModel::polls; ++i) allEnded = allEnded && ends_[i] && !inPass_[i];
+      if (allEnded) mayComeAtOnce_.fill(true);
     }
     if (!live_ && world_.sm->ready()) {
       tell("ready");
@@ -227,9 +232,9 @@ class History {
     return true;
   }
 
-  /// Nothing is due. A machine that scanned the rules after its polls is ready when one of them ends again.
+  /// Nothing is due.
   void checkAtRest() {
-    if ((live_ || passedSinceRules_) && !world_.sm->idle()) {
+    if (!world_.sm->idle()) {
       wrong_ += "nothing is left to do, and the machine is not idle\n";
     }
     for (size_t i = 0; i < StatusModel::polls; ++i) {
@@ -476,7 +481,8 @@ class History {
   StatusModel model_;
   bool synchronous_ = false;
   bool live_ = false;
-  bool passedSinceRules_ = false;
+  /// Polls that were faster than the first scan of the rules, and have not come again since.
+  std::array<bool, StatusModel::polls> mayComeAtOnce_{};
   std::string wrong_;
   std::vector<CounterKey> oldIds_;
   std::array<Kelp::Ptr<Kiv::TimerTask>, StatusModel::polls> tasks_;

@@ -382,8 +382,8 @@ TEST_P(RestartTest, AStartThatIsCutShortLosesNothing) {
   }
 }
 
-/// A list that is configured while the status of a former one of its name waits for its deletion keeps the
-/// status and nothing of the rules in it, whenever it comes.
+/// A list that is configured while the status of a former one of its name waits for its deletion has nothing
+/// of the rules in that, whenever it comes.
 TEST_P(RestartTest, AListThatComesLateStartsWithoutRules) {
   bool wasAtRest = false;
   for (int runs = 0; !wasAtRest; ++runs) {

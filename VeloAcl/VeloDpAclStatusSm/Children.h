@@ -1,0 +1,98 @@
+#pragma once
+
+#include <VeloAcl/VeloDpAclStatusSm/Walker.h>
+
+namespace Velo::VeloAcl {
+
+/// The walker that is there already, for whoever asks for one over `entity`: no other will do.
+template <class Sm, class Entity>
+const Kelp::Ptr<Sm>& reused(const Kelp::Ptr<Sm>& known, const Kelp::Ptr<const Entity>& entity,
+                            Walker* parent) {
+  KELP_ASSERT(known->en() == entity,
+              "a child state machine cannot be instantiated again with another entity");
+  known->parentIs(parent);
+  return known;
+}
+
+/// A top walker at its place in the machine, made and started when there is none.
+template <class Sm, class Entity>
+Kelp::Ptr<Sm> topWalkerIs(Kelp::Ptr<Sm>& place, const Kelp::Ptr<const Entity>& entity,
+                          VeloDpAclStatusSm& machine) {
+  if (place) return reused(place, entity, nullptr);
+  const auto sm = MemSlab::make<Sm>(entity, machine);
+  place = sm;
+  sm->start();
+  return sm;
+}
+
+/// The child walkers of one walker, by key. A child is known here before it starts, so that whoever is told
+/// of what it finds, and changes the configuration, meets it; and until it has withdrawn all that came from
+/// it, so until then no other one of its key can be made.
+template <class Key, class Child>
+class ChildWalkers {
+ public:
+  Kelp::Ptr<Child> find(const Key& key) const {
+    const auto* known = children_.find(key);
+    return known ? *known : nullptr;
+  }
+
+  /// The child of a key, made and started when there is none.
+  template <class Entity, class Parent>
+  Kelp::Ptr<Child> is(const Kelp::Ptr<const Entity>& entity, Parent& parent, const Key& key) {
+    if (const auto known = find(key)) return reused(known, entity, &parent);
+    const auto child = MemSlab::make<Child>(entity, parent, key);
+    children_.put(key, child);
+    child->start();
+    return child;
+  }
+
+  /// Withdraws and ends a child, which somebody who is told of it may have done meanwhile.
+  void del(const Key& key) {
+    const auto child = find(key);
+    if (!child) return;
+    child->doDeleteAll();
+    if (find(key) == child) children_.erase(key);
+    child->stop();
+  }
+  void delAll() {
+    for (auto at = children_.begin(); at; at.next()) del(at.key());
+  }
+  void forEach(const std::function<void(Walker&)>& visit) const {
+    for (auto at = children_.begin(); at; at.next()) visit(*at.value());
+  }
+
+ private:
+  Zeb::HashMap2018<Key, Kelp::Ptr<Child>> children_;
+};
+
+/// The one child of a walker over an attribute that may name another entity at any time. The old child is
+/// withdrawn before a new one is made.
+template <class Child>
+class OnlyChild {
+ public:
+  const Kelp::Ptr<Child>& get() const { return child_; }
+
+  template <class Entity, class Parent>
+  Kelp::Ptr<Child> is(const Kelp::Ptr<const Entity>& entity, Parent& parent) {
+    if (child_) return reused(child_, entity, &parent);
+    const auto child = MemSlab::make<Child>(entity, parent);
+    child_ = child;
+    child->start();
+    return child;
+  }
+  void del() {
+    const auto child = child_;
+    if (!child) return;
+    child->doDeleteAll();
+    child->stop();
+    if (child_ == child) child_ = nullptr;
+  }
+  void forEach(const std::function<void(Walker&)>& visit) const {
+    if (const auto child = child_) visit(*child);
+  }
+
+ private:
+  Kelp::Ptr<Child> child_;
+};
+
+}  // namespace Velo::VeloAcl

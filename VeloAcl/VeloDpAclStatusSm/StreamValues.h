@@ -1,0 +1,27 @@
+#pragma once
+
+#include <Acl/Model.h>
+#include <Acl/Status.h>
+#include <Zeb/System.h>
+
+#include <optional>
+#include <string_view>
+
+/// What the streams share.
+namespace Velo::VeloAcl {
+
+/// The list of an event, absent when it is gone.
+using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
+
+inline const char* text(const ListCfg& list) { return list ? "present" : "absent"; }
+inline std::string_view text(const std::optional<Kelp::String>& name) {
+  return name ? name->view() : std::string_view("absent");
+}
+
+/// Of a rule that has just come.
+inline Acl::RuleStatus freshRuleStatus() { return {0, 0, Zeb::System::currentTime().seconds(), true}; }
+
+/// The one implicit rule that this dataplane has.
+inline constexpr auto dropType = Acl::ImplicitRuleType::drop;
+
+}  // namespace Velo::VeloAcl
