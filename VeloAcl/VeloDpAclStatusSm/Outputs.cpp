@@ -3,42 +3,6 @@
 /// The outputs: when each has all that its inputs say, and the deletion of what an earlier run left.
 namespace Velo::VeloAcl {
 
-/// Finds out which outputs write into a collection that is not empty. That of the lists' own entries means a
-/// look at one list after the other, until of each kind one was found; so this may stop, goes on at its next
-/// call, and has the task of the rules' output make one. Nothing is written before it is through. Returns
-/// whether it is.
-bool VeloDpAclStatusSm::setReconciliationPending() {
-  if (pendingFound_) return true;
-  const auto& types = aclStatus_->status();
-  aclStatusStatusAclOutput_.pending = !types.empty();
-  aclStatusStatusIntfIntfOutput_.pending = false;
-  for (auto type = types.begin(); type; type.next()) {
-    if (!type.value()->intf().empty()) aclStatusStatusIntfIntfOutput_.pending = true;
-  }
-  auto& ruleStatus = aclAclStatusPtrRuleStatusOutput_.pending;
-  auto& implicitId = aclAclStatusPtrImplicitRuleIdOutput_.pending;
-  auto& implicitStatus = aclAclStatusPtrImplicitRuleStatusOutput_.pending;
-  const Kelp::Ptr<Kiv::TimerTask> task = aclAclStatusPtrRuleStatusOutput_.task.get();
-  SmallSteps steps(synchronous_ ? nullptr : task.get());
-  const std::optional<AclStatusStatusAclOutputKeyType> from = pendingResumeKey_;
-  for (auto type = from ? types.from(from->aclType) : types.begin(); type; type.next()) {
-    const auto& lists = type.value()->acl();
-    const bool resumed = from && from->aclType == type.key();
-    for (auto list = resumed ? lists.from(from->aclName) : lists.begin(); list; list.next()) {
-      if (ruleStatus && implicitId && implicitStatus) break;
-      if (steps.timeIsUp()) {
-        pendingResumeKey_ = {type.key(), list.key()};
-        task->scheduleTask();
-        return false;
-      }
-      ruleStatus = ruleStatus || !list.value()->ruleStatus().empty();
-      implicitId = implicitId || !list.value()->implicitRuleId().empty();
-      implicitStatus = implicitStatus || !list.value()->implicitRuleStatus().empty();
-    }
-  }
-  return pendingFound_ = true;
-}
-
 bool VeloDpAclStatusSm::pollsComplete() const {
   for (const CounterPoll* poll :
        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {

@@ -1,5 +1,4 @@
 #include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
-#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 
 /// The polls: each copies its collection of counters into the status, a second after it last came to the end;
 /// and the stream that all of them feed.

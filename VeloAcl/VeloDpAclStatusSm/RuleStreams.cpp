@@ -1,5 +1,4 @@
 #include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
-#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 
 namespace Velo::VeloAcl {
 

@@ -1,17 +1,12 @@
 #pragma once
 
-#include <Acl/Model.h>
-#include <Acl/Status.h>
+#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <Zeb/System.h>
 
-#include <optional>
 #include <string_view>
 
 /// What the streams share.
 namespace Velo::VeloAcl {
-
-/// The list of an event, absent when it is gone.
-using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
 
 inline const char* text(const ListCfg& list) { return list ? "present" : "absent"; }
 inline std::string_view text(const std::optional<Kelp::String>& name) {

@@ -1,5 +1,4 @@
 #include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
-#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 
 /// The streams of lists, bindings and implicit rules: what an event goes through from the walker that raised
 /// it to the status that it writes. Every stream drops what comes before the second pass, traces itself at

@@ -25,6 +25,9 @@ class RuleIdsByAclSm7;
 template <class Rules>
 struct InitStream;
 
+/// The list of an event, absent when it is gone.
+using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
+
 /// Keeps the published status equal to what the dataplane enforces: lists and bindings, the status of every
 /// rule and implicit drop, and the counters, copied once a second.
 ///
@@ -35,8 +38,14 @@ struct InitStream;
 /// input produced again is deleted (Outputs.cpp). Long work runs in tasks and yields.
 ///
 /// The plugin owns the machine; it owns its walkers, local state and tasks. Its destruction leaves the status
-/// as it is, doDeleteAll() withdraws it first. Whoever drops the machine from within one of its own writes
-/// keeps it alive until that returns. One thread.
+/// as it is, doDeleteAll() withdraws it first. One thread.
+///
+/// Whoever follows the status is told of a write while the machine is in the middle of an event. It may read,
+/// follow and leave; change lists, rules, bindings and counters, which is carried out at once, and then the
+/// event around it writes no more of what it knew (EventsUnderWay); withdraw or drop the machine, which lives
+/// until the write returns. Two things end the process: putting back a list, a type or a direction of
+/// bindings that is just being withdrawn (rules in force may be put back), since its walker is still there;
+/// and an exception.
 class VeloDpAclStatusSm final : public Zeb::Entity {
   ZEB_ENTITY(VeloDpAclStatusSm, Zeb::Entity)
 
@@ -67,6 +76,7 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void handleInitialized();
   /// Ends the first pass when all its scans are through, and runs the second.
   void handleInitialScanDone();
+  /// Off is for times in which nothing changes; switched on again, the process ends when something has.
   void hasNotificationActiveIs(bool on);
   /// Withdraws from the status all that the machine derived, and ends it.
   void doDeleteAll();
@@ -96,8 +106,7 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void aclIntfConfigSm0Del();
 
   // Streams, for the walkers; each does nothing before initialScanDone. A rule that is gone is null.
-  void eventToAclConfigStream(Acl::AclType aclType, const Kelp::String& aclName,
-                              const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
+  void eventToAclConfigStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
   void eventToAclIntfConfigStream(Acl::AclType aclType, Acl::AclDirection direction,
                                   const Nimnet::IntfId& intfId, const std::optional<Kelp::String>& aclName);
   void eventToIpRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
@@ -213,18 +222,14 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   void pruneDirection(Acl::AclType aclType, Acl::AclDirection direction);
   void pruneTypeStatus(Acl::AclType aclType);
   void eventToAclImplicitRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName,
-                                       const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
-  void eventToAclIpRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName,
-                                  const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
-  void eventToAclIp6RuleInitStream(Acl::AclType aclType, const Kelp::String& aclName,
-                                   const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
-  void eventToAclMacRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName,
-                                   const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg);
+                                       const ListCfg& aclCfg);
+  void eventToAclIpRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+  void eventToAclIp6RuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+  void eventToAclMacRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
   void eventToRuleCfgHandlerStream(Acl::AclType aclType, const Kelp::String& aclName,
                                    const Kiv::UniqueId& uid, bool exists);
   template <class Rules>
-  void initRules(Acl::AclType aclType, const Kelp::String& aclName,
-                 const std::optional<Kelp::Ptr<const Acl::AclConfig>>& aclCfg,
+  void initRules(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg,
                  const InitStream<Rules>& stream);
   void withdrawRulesGone(Acl::AclType aclType, const Kelp::String& aclName);
 
@@ -302,20 +307,18 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   CounterPoll copyMacOutCounters_;
 };
 
+using StatusCounters = Kelp::Ptr<const VeloDpAclStatusSm::Counters>;
+
 /// Makes a machine and starts it.
 Kelp::Ptr<VeloDpAclStatusSm> veloDpAclStatusSmFactory(
     const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
+    const StatusCounters& inCounters, const StatusCounters& macOutCounters,
+    const StatusCounters& ipOutCounters, const StatusCounters& ip6OutCounters,
     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control);
 Kelp::Ptr<VeloDpAclStatusSm> VeloDpAclStatusSmIs(
     const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
+    const StatusCounters& inCounters, const StatusCounters& macOutCounters,
+    const StatusCounters& ipOutCounters, const StatusCounters& ip6OutCounters,
     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control);
 
 }  // namespace Velo::VeloAcl

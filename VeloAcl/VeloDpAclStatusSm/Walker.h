@@ -47,8 +47,8 @@ class Walker : public Rix::Gen::InputStateMachine {
   void parentIs(Walker* parent) { parent_ = parent; }
   std::string_view name() const { return name_; }
 
-  /// Switches the notification of this walker and everything below it. Off and on again is for times in which
-  /// nothing changes: a change that nobody was told of ends the process when notification is on again.
+  /// Switches the notification of this walker and everything below it. A change made while it was off ends
+  /// the process when it is on again.
   void hasNotificationActiveIs(bool on) override;
 
   /// Follows the entity from here on and scans it. For whoever makes the walker, once it is where others look

@@ -332,5 +332,132 @@ TEST_F(Edges, AStatusSubscriberMayPutBackWhatIsJustBeingTakenAway) {
       << "the walker of the rules in force is the living one";
 }
 
+/// Polls that were through before the scans of the rules are not waited for until their second is over.
+TEST_F(Edges, WhenTheFirstScansOutlastTheFirstPollsTheNextPollsComeAtOnce) {
+  for (uint32_t i = 1; i <= 40; ++i) rules(AclType::ip, "A")->ipRuleByIdIs(r(i), ipRule(i));
+  count(in, {AclDirection::in, AclType::ip, "A", r(1)}, 1, 99);
+  Kiv::alwaysYieldIs(true);
+  start();
+  const auto& state = *sm->inputSmScanState();
+  while (state.copyInCountersCodefDoneGen() == 0 || state.copyMacOutCountersCodefDoneGen() == 0)
+    ASSERT_TRUE(scheduler->runOne());
+  ASSERT_TRUE(state.idle());
+  ASSERT_FALSE(state.ipRuleCfgStreamScan()) << "the polls were faster";
+  EXPECT_TRUE(settle());
+  EXPECT_TRUE(sm->ready()) << "with no time passing";
+  EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus(r(1))->packets, 1u);
+}
+
+TEST_F(Edges, APollThatWasAskedForByAnEarlierMachineIsNotRunInTheFirstPass) {
+  for (uint32_t i = 1; i <= 20; ++i) rules(AclType::ip, "A")->ipRuleByIdIs(r(i), ipRule(i));
+  start();
+  ASSERT_TRUE(settle());
+  clock.advance(Kelp::Duration(1));
+  Kiv::alwaysYieldIs(true);
+  const auto old = sm;
+  start();
+  ASSERT_FALSE(sm->initialScanDone());
+  const auto& state = *sm->inputSmScanState();
+  const auto poll = scheduler->taskIs(0, "VeloDpAclStatusSm-copyInCountersTask");
+  ASSERT_TRUE(poll->taskWorkQueued());
+  bool changed = false;
+  const Watch watch(*sm->inputSmScanState(), [&](const Zeb::Change& c) {
+    changed = changed || c.is(Velo::VeloAcl::InputSmScanState::copyInCountersIdleAttribute());
+  });
+  while (poll->taskWorkQueued()) ASSERT_TRUE(scheduler->runOne());
+  ASSERT_FALSE(sm->initialScanDone());
+  EXPECT_FALSE(changed);
+  EXPECT_EQ(state.copyInCountersCodefGeneration(), 0u);
+  EXPECT_FALSE(sm->eventToCopyInCountersInternal(0)) << "no pass is through";
+  EXPECT_TRUE(settle());
+}
+
+TEST_F(Edges, TheMachineIsNotIdleWhileAnyOfItsPollsIsAtWork) {
+  const struct {
+    Kelp::Ptr<Machine::Counters> counters;
+    std::function<bool()> idle;
+  } rows[] = {
+      {in, [&] { return sm->inputSmScanState()->copyInCountersIdle(); }},
+      {macOut, [&] { return sm->inputSmScanState()->copyMacOutCountersIdle(); }},
+      {ipOut, [&] { return sm->inputSmScanState()->copyIpOutCountersIdle(); }},
+      {ip6Out, [&] { return sm->inputSmScanState()->copyIp6OutCountersIdle(); }},
+  };
+  start();
+  ASSERT_TRUE(settle());
+  for (const auto& row : rows) {
+    for (uint64_t i = 1; i <= 2; ++i) count(row.counters, {AclDirection::in, AclType::ip, "A", r(i)}, 1, 99);
+    Kiv::alwaysYieldIs(true);
+    clock.advance(Kelp::Duration(1));
+    scheduler->runTurn();
+    EXPECT_FALSE(row.idle());
+    EXPECT_FALSE(sm->inputSmScanState()->idle());
+    EXPECT_FALSE(sm->idle());
+    EXPECT_TRUE(sm->ready());
+    Kiv::alwaysYieldIs(false);
+    scheduler->runTurn();
+    EXPECT_TRUE(sm->idle());
+    const CounterKey one{AclDirection::in, AclType::ip, "A", r(1)},
+        two{AclDirection::in, AclType::ip, "A", r(2)};
+    row.counters->counterCollectionDel(one);
+    row.counters->counterCollectionDel(two);
+  }
+}
+
+TEST_F(Edges, TheMachinesOwnEntitiesHaveItAsParent) {
+  start();
+  const auto scan = sm->inputSmScanState();
+  const auto output = sm->outputState();
+  const auto store = sm->localAttrStore();
+  EXPECT_EQ(scan->parent(), sm.get());
+  EXPECT_EQ(output->parent(), sm.get());
+  EXPECT_EQ(store->parent(), sm.get());
+  stop();
+  EXPECT_FALSE(scan->parent() || output->parent() || store->parent());
+}
+
+/// Whoever makes a walker by hand gets one that is alive, and the same one again.
+TEST_F(Edges, AWalkerThatIsMadeFollowsAndScansAndIsThereOnce) {
+  using namespace Velo::VeloAcl;
+  rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
+  bind(AclType::ip, AclDirection::in, "eth1", "A");
+  start();
+  ASSERT_TRUE(settle());
+  EXPECT_EQ(AclConfigSm3Is(config, *sm), sm->aclConfigSm3());
+  EXPECT_EQ(AclIntfConfigSm0Is(intfConfig, *sm), sm->aclIntfConfigSm0());
+  EXPECT_EQ(RuleIdsByAclSm7Is(sm->localAttrStore(), *sm), sm->ruleIdsByAclSm7());
+
+  const auto types = MemSlab::make<Acl::AclTypeConfig>(AclType::mac);
+  const auto made = ConfigSm4Is(types, *sm->aclConfigSm3(), AclType::mac);
+  EXPECT_EQ(ConfigSm4Is(types, *sm->aclConfigSm3(), AclType::mac), made);
+  EXPECT_TRUE(made->hasNotificationActive());
+  EXPECT_TRUE(made->inputScanComplete1() && made->inputScanComplete2() && made->inputScanComplete3() &&
+              made->inputScanComplete4());
+  types->aclIs("M");
+  EXPECT_TRUE(statusOf(AclType::mac, "M"));
+
+  const auto alone = MemSlab::make<Acl::AclConfig>("N");
+  const auto inForce = MemSlab::make<Acl::AclSubConfig>();
+  inForce->macRuleByIdIs(r(2), macRule());
+  sm->eventToAclConfigStream(AclType::mac, "N", alone);
+  const auto sm5 = AclSm5Is(alone, *made, "N");
+  EXPECT_EQ(AclSm5Is(alone, *made, "N"), sm5);
+  const auto sm6 = CurrCfgSm6Is(inForce, *sm5);
+  EXPECT_EQ(CurrCfgSm6Is(inForce, *sm5), sm6);
+  EXPECT_TRUE(statusOf(AclType::mac, "N")->ruleStatus(r(2))) << "scanned";
+  inForce->macRuleByIdIs(r(3), macRule());
+  EXPECT_TRUE(statusOf(AclType::mac, "N")->ruleStatus(r(3))) << "and followed";
+
+  const auto directions = MemSlab::make<Acl::IntfTypeConfig>(AclType::mac);
+  const auto sm1 = ConfigSm1Is(directions, *sm->aclIntfConfigSm0(), AclType::mac);
+  EXPECT_EQ(ConfigSm1Is(directions, *sm->aclIntfConfigSm0(), AclType::mac), sm1);
+  const auto intfs = MemSlab::make<Acl::AclIntf>(AclDirection::out);
+  intfs->intfIs(Nimnet::IntfId("eth5"), "M");
+  EXPECT_EQ(IntfSm2Is(intfs, *sm1, AclDirection::out), IntfSm2Is(intfs, *sm1, AclDirection::out));
+  intfs->intfIs(Nimnet::IntfId("eth6"), "M");
+  EXPECT_EQ(status->status(AclType::mac)->intf(AclDirection::out)->intf().size(), 2u);
+  EXPECT_TRUE(sm1->inputScanComplete0());
+  EXPECT_FALSE(sm1->inTask0());
+}
+
 }  // namespace
 }  // namespace SmTest

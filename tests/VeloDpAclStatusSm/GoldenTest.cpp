@@ -199,6 +199,28 @@ TEST_F(Golden, AYieldAtEveryPlaceThatCanYield) {
   expectGolden("yields");
 }
 
+TEST_F(Golden, ListsOfAllKindsFromTheStart) {
+  for (uint32_t i = 1; i <= 2; ++i) {
+    rules(AclType::ip, "A")->ipRuleByIdIs(r(i), ipRule(10 * i));
+    rules(AclType::ipv6, "B")->ip6RuleByIdIs(r(10 + i), ip6Rule(10 * i));
+    rules(AclType::mac, "C")->macRuleByIdIs(r(20 + i), macRule(10 * i));
+  }
+  list(AclType::ipv6, "E");
+  bind(AclType::ipv6, AclDirection::out, "eth1", "B");
+  bind(AclType::mac, AclDirection::in, "eth2", "C");
+  count(ip6Out, {AclDirection::out, AclType::ipv6, "B", r(11)}, 3, 97);
+  count(macOut, {AclDirection::out, AclType::mac, "C", r(21)}, 4, 98);
+  step("the machine is made: both passes", [&] { start(); });
+  step("the first copies", [&] { settle(); });
+  step("an IPv6 rule goes", [&] { rules(AclType::ipv6, "B")->ip6RuleByIdDel(r(11)); });
+  step("a MAC rule comes", [&] { rules(AclType::mac, "C")->macRuleByIdIs(r(23), macRule(30)); });
+  step("the IPv6 rules go", [&] { list(AclType::ipv6, "B")->currCfgDel(); });
+  step("the MAC list goes", [&] { delList(AclType::mac, "C"); });
+  step("a second later", [&] { pass(1); });
+  step("doDeleteAll", [&] { sm->doDeleteAll(); });
+  expectGolden("kinds");
+}
+
 TEST_F(Golden, TheRestartFlagEndsAPassOfAPoll) {
   rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
   rules(AclType::ip, "A")->ipRuleByIdIs(r(2), ipRule(20));
