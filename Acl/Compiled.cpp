@@ -1,6 +1,5 @@
 #include <Acl/Compiled.h>
 #include <Acl/Workshop.h>
-#include <Kelp/Assert.h>
 #include <Zeb/TraceHandle.h>
 
 #include <algorithm>
@@ -15,26 +14,6 @@ namespace {
 const Zeb::TraceHandle& trace() {
   static const Zeb::TraceHandle handle("Acl::Compiled", "Acl/Compiled");
   return handle;
-}
-
-/// A copy that is not looked at: copying a MAC filter does, and throws when a label cannot be.
-template <class Filter>
-Filter copyOf(const Filter& filter) {
-  return filter;
-}
-template <>
-MacFilter copyOf(const MacFilter& filter) {
-  MacFilter copy;
-  copy.vlan = filter.vlan;
-  copy.source = filter.source;
-  copy.sourceMask = filter.sourceMask;
-  copy.destination = filter.destination;
-  copy.destinationMask = filter.destinationMask;
-  copy.etherTypeNamed = filter.etherTypeNamed;
-  copy.etherType = filter.etherType;
-  copy.mpls = filter.mpls;
-  KELP_ASSERT(copy == filter, "A copied MAC filter is not the same");
-  return copy;
 }
 
 void imagesFor(const IpFilter& filter, uint32_t slot, const Classify::Projection&, bool wide,
@@ -66,8 +45,7 @@ class Compiled<Rule>::Job final : public BuildJob {
     if (copied_ == 0) rules_.reserve(owner_->rules_);
     while (copied_ < entries.size()) {
       if (const Entry* entry = entries[copied_]) {
-        rules_.push_back(
-            {owner_->sequences_[copied_], copied_, entry->key, copyOf<Filter>(entry->value.filter)});
+        rules_.push_back({owner_->sequences_[copied_], copied_, entry->key, entry->value.filter()});
       }
       ++copied_;
       if (copied_ % rulesAtOnce == 0 && task && task->taskShouldYield()) break;
@@ -135,7 +113,7 @@ void Compiled<Rule>::letGoOfJob() {
 
 template <class Rule>
 Compiled<Rule>::Compiled(std::span<const Entry* const> entries) : entries_(entries.begin(), entries.end()) {
-  for (const Entry* entry : entries) sequences_.push_back(entry->value.sequence);
+  for (const Entry* entry : entries) sequences_.push_back(entry->value.sequence());
   rules_ = entries_.size();
   makeAnew();
 }
@@ -144,19 +122,19 @@ template <class Rule>
 uint32_t Compiled<Rule>::insert(const Entry* entry) {
   uint32_t slot = static_cast<uint32_t>(entries_.size());
   if (free_.empty()) {
-    inOrder_ = inOrder_ && (slot == 0 || sequences_.back() < entry->value.sequence);
+    inOrder_ = inOrder_ && (slot == 0 || sequences_.back() < entry->value.sequence());
     entries_.push_back(entry);
-    sequences_.push_back(entry->value.sequence);
+    sequences_.push_back(entry->value.sequence());
   } else {
     slot = free_.back();
     free_.pop_back();
     inOrder_ = false;
     entries_[slot] = entry;
-    sequences_[slot] = entry->value.sequence;
+    sequences_[slot] = entry->value.sequence();
   }
   ++rules_;
   if (!upkeep_) return slot;
-  if (ready_) insertImages(imagesOf(entry->value.filter, slot));
+  if (ready_) insertImages(imagesOf(entry->value.filter(), slot));
   noteChange(true, slot, entry->value);
   changed();
   return slot;
@@ -168,13 +146,13 @@ void Compiled<Rule>::erase(uint32_t slot) {
   --rules_;
   if (!upkeep_) return free_.push_back(slot);
   noteChange(false, slot, entry->value);
-  if (ready_) eraseImages(slot, imagesOf(entry->value.filter, slot));
+  if (ready_) eraseImages(slot, imagesOf(entry->value.filter(), slot));
   changed();
 }
 
 template <class Rule>
 void Compiled<Rule>::noteChange(bool inserted, uint32_t slot, const Rule& rule) {
-  if (job_ && job_->hasCopied(slot)) since_.push_back({inserted, slot, copyOf<Filter>(rule.filter)});
+  if (job_ && job_->hasCopied(slot)) since_.push_back({inserted, slot, rule.filter()});
 }
 
 template <class Rule>

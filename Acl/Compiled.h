@@ -67,7 +67,7 @@ class Compiled final : public CompiledRules<Rule> {
       const Packet& packet;
       bool meets(uint32_t asked) const {
         const Entry* entry = form.entries_[asked];
-        return !entry || matchesFilter(entry->value.filter, packet.fields());
+        return !entry || matchesFilter(entry->value.filter(), packet.fields());
       }
     };
     static constexpr Classify::Questions questions{

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Acl/RuleConfig.h>
 #include <Kiv/UniqueId.h>
 #include <Zeb/MapEntry.h>
 

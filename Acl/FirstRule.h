@@ -7,7 +7,7 @@
 namespace Acl {
 
 /// The entry of the rule of a list that a packet meets first, null when there is none: what the matchers of
-/// Match.h do, without copies. The entry lasts until the next change of the rules. `packet()` makes the
+/// Match.h ask. The entry lasts until the next change of the rules. `packet()` makes the
 /// packet, one of Packets.h, as often as it is asked.
 ///
 /// Inlined where it is called: a packet's headers are at hand there, and what is made of them goes straight

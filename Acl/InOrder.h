@@ -13,7 +13,7 @@ template <class Rule, class Packet>
                                                                  const Packet& packet) {
   const auto fields = packet.fields();
   for (const auto* entry : rules.ordered()) {
-    if (matchesFilter(entry->value.filter, fields)) return entry;
+    if (matchesFilter(entry->value.filter(), fields)) return entry;
   }
   return nullptr;
 }

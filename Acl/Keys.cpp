@@ -232,7 +232,7 @@ void addImages(const Ip6Filter& filter, const Projection& projection, uint32_t s
 }
 
 void addImages(const MacFilter& filter, uint32_t slot, std::vector<Image>& images) {
-  if (filter.mpls.labelNamed || filter.mpls.innerLabelNamed) return;  // labels are not looked at
+  if (!filter.mpls.isAny()) return;  // labels are not looked at
   Image image;
   image.slot = slot;
   askBits(image, 0, static_cast<uint32_t>(filter.sourceMask.value()),

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Acl/Rule.h>
+#include <Acl/Filter.h>
 #include <Classify/Form.h>
 #include <Nimnet/EthHdr.h>
 #include <Nimnet/Ip6Hdr.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Acl/Rule.h>
+#include <Acl/RuleConfig.h>
 #include <Acl/Types.h>
 #include <Kiv/UniqueId.h>
 #include <Velo/PacketContext.h>

@@ -1,15 +1,12 @@
 #pragma once
 
+#include <Acl/FirstRule.h>
 #include <Acl/Model.h>
-#include <Nimnet/EthHdr.h>
-#include <Nimnet/Ip6Hdr.h>
-#include <Nimnet/IpHdr.h>
-#include <Nimnet/L4Hdr.h>
 
 /// The three matchers: which rule of a list a packet meets first. Rules are tried in the order of their
-/// sequence numbers. On a match the rule and its id are copied out and true is returned; else both are left
-/// as they were, and so they are when copying a rule throws. A list without rules, or without `currCfg`,
-/// matches nothing. What stands in for `currCfg` is asked in its place.
+/// sequence numbers. On a match the rule, which shares what the list's says, and its id are given out and
+/// true is returned; else both are left as they were. A list without rules, or without `currCfg`, matches
+/// nothing. What stands in for `currCfg` is asked in its place.
 ///
 /// `vlanId` is the id of the outer VLAN tag: 1 to 4095, or 0 for an untagged or priority-tagged frame.
 /// `matchVlan` false says that the caller does not know the tag, `matchHops` false that the TTL or hop limit
@@ -17,25 +14,56 @@
 ///
 /// The L4 headers are null where the packet has none (or none of that kind); non-first fragments have none,
 /// and a rule that asks for ports, flags or an ICMP message does not match them.
+///
+/// Inlined where they are called, see firstRule().
 namespace Acl {
 
+/// The matchers behind their arguments: `rulesOf` is the map of rules to ask.
+template <class Rule, const RuleMap<Rule>& (AclSubConfig::*rulesOf)() const, class MakePacket>
+[[gnu::always_inline]] inline bool matchesRule(const AclConfig& acl, const MakePacket& packet,
+                                               Rule* matchedRule, Kiv::UniqueId* matchedRuleId) {
+  const AclSubConfig* rules = acl.judging();
+  const auto* entry = rules ? firstRule((rules->*rulesOf)(), packet) : nullptr;
+  if (!entry) return false;
+  *matchedRule = entry->value;
+  *matchedRuleId = entry->key;
+  return true;
+}
+
 /// IPv4. `ip` is the header in place.
-bool matchesIpAclRule(const Nimnet::IpHdr* ip, const Nimnet::IcmpHdr* icmp, const Nimnet::TcpHdr* tcp,
-                      const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                      const Kelp::Ptr<const AclConfig>& acl, IpRuleConfig* matchedRule,
-                      Kiv::UniqueId* matchedRuleId, bool matchVlan, bool matchHops);
+[[gnu::always_inline]] inline bool matchesIpAclRule(const Nimnet::IpHdr* ip, const Nimnet::IcmpHdr* icmp,
+                                                    const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
+                                                    const Nimnet::SctpHdr* sctp, uint16_t vlanId,
+                                                    const Kelp::Ptr<const AclConfig>& acl,
+                                                    IpRuleConfig* matchedRule, Kiv::UniqueId* matchedRuleId,
+                                                    bool matchVlan, bool matchHops) {
+  const auto packet = [&] { return IpPacket{{*ip, icmp, tcp, udp, sctp, vlanId, matchVlan, matchHops}}; };
+  return matchesRule<IpRuleConfig, &AclSubConfig::ipRuleById>(*acl, packet, matchedRule, matchedRuleId);
+}
 
 /// IPv6. The protocol is the last header of the chain; when the chain could not be read to its end it is
 /// unknown, and a rule that names a protocol does not match.
-bool matchesIp6AclRule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6, const Nimnet::TcpHdr* tcp,
-                       const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                       const Kelp::Ptr<const AclConfig>& acl, Ip6RuleConfig* matchedRule,
-                       Kiv::UniqueId* matchedRuleId, bool matchVlan, bool matchHops);
+[[gnu::always_inline]] inline bool matchesIp6AclRule(const Nimnet::Ip6Hdr* ip6, const Nimnet::Icmp6Hdr* icmp6,
+                                                     const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
+                                                     const Nimnet::SctpHdr* sctp, uint16_t vlanId,
+                                                     const Kelp::Ptr<const AclConfig>& acl,
+                                                     Ip6RuleConfig* matchedRule, Kiv::UniqueId* matchedRuleId,
+                                                     bool matchVlan, bool matchHops) {
+  const auto packet = [&] { return Ip6Packet{{*ip6, icmp6, tcp, udp, sctp, vlanId, matchVlan, matchHops}}; };
+  return matchesRule<Ip6RuleConfig, &AclSubConfig::ip6RuleById>(*acl, packet, matchedRule, matchedRuleId);
+}
 
 /// MAC. `typeOrLen` is the type or length field behind the tags. A rule that asks for an MPLS label does not
-/// match: labels are not looked at.
-bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination, uint16_t typeOrLen,
-                        uint16_t vlanId, const Kelp::Ptr<const AclConfig>& acl, MacRuleConfig* matchedRule,
-                        Kiv::UniqueId* matchedRuleId);
+/// match: labels are not looked at. Nor are those of the rule checked, see MplsFilter::check().
+[[gnu::always_inline]] inline bool matchesMacAclNoHdr(Nimnet::EthAddr source, Nimnet::EthAddr destination,
+                                                      uint16_t typeOrLen, uint16_t vlanId,
+                                                      const Kelp::Ptr<const AclConfig>& acl,
+                                                      MacRuleConfig* matchedRule,
+                                                      Kiv::UniqueId* matchedRuleId) {
+  const auto packet = [&] {
+    return MacPacket{source.bytes.data(), destination.bytes.data(), typeOrLen, vlanId};
+  };
+  return matchesRule<MacRuleConfig, &AclSubConfig::macRuleById>(*acl, packet, matchedRule, matchedRuleId);
+}
 
 }  // namespace Acl

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Acl/Rule.h>
+#include <Acl/Filter.h>
 #include <Nimnet/Ip6Hdr.h>
 #include <Nimnet/IpHdr.h>
 #include <Nimnet/L4Hdr.h>
@@ -171,8 +171,7 @@ inline constexpr std::array<FieldTest<MacFilter, MacFields>, 3> macTests = {{
     {"ethertype",
      [](const MacFilter& f, const MacFields& p) { return !f.etherTypeNamed || f.etherType == p.etherType; },
      [](const MacFields& p) { return fmt::format("0x{:04x}", p.etherType); }},
-    {"mpls label",
-     [](const MacFilter& f, const MacFields&) { return !f.mpls.labelNamed && !f.mpls.innerLabelNamed; },
+    {"mpls label", [](const MacFilter& f, const MacFields&) { return f.mpls.isAny(); },
      [](const MacFields&) { return std::string("not looked at"); }},
 }};
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Acl/CompiledRules.h>
-#include <Acl/Rule.h>
+#include <Acl/RuleConfig.h>
 #include <Acl/RuleOrder.h>
 #include <Kiv/UniqueId.h>
 #include <Zeb/HashMap2018.h>
@@ -23,8 +23,8 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
 
   Zeb::MapWrite put(const Kiv::UniqueId& id, Rule rule) {
     const Entry* known = Base::findEntry(id);
-    const bool moves = !known || known->value.sequence != rule.sequence;
-    const bool other = moves || !(known->value.filter == rule.filter);
+    const bool moves = !known || known->value.sequence() != rule.sequence();
+    const bool other = moves || !(known->value.filter() == rule.filter());
     if (known && other) {
       const uint32_t slot = moves ? ordered_.erase(known) : ordered_.slotOf(known);
       if (compiled_) compiled_->erase(slot);
@@ -82,7 +82,7 @@ class RuleMap : public Zeb::HashMap2018<Kiv::UniqueId, Rule> {
   /// The rule of a sequence number, the first one when there are several; null when there is none.
   const Entry* atSequence(uint32_t sequence) const {
     const Entry* entry = ordered_.from(sequence);
-    return entry && entry->value.sequence == sequence ? entry : nullptr;
+    return entry && entry->value.sequence() == sequence ? entry : nullptr;
   }
 
  private:

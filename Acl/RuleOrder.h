@@ -68,7 +68,7 @@ class RuleOrder {
     size_ = 0;
   }
   void insert(const Entry* entry, uint32_t slot = 0) {
-    const Place place{entry->value.sequence, slot, entry->key, entry};
+    const Place place{entry->value.sequence(), slot, entry->key, entry};
     ++size_;
     if (runs_.empty()) {
       runs_.push_back({place});
@@ -89,7 +89,7 @@ class RuleOrder {
 
   /// The slot that an entry was put in with, or was given since; to be changed by whoever hands out slots.
   uint32_t& slotOf(const Entry* entry) {
-    const Place place{entry->value.sequence, 0, entry->key, entry};
+    const Place place{entry->value.sequence(), 0, entry->key, entry};
     Run& run = runs_[runOf(place)];
     return std::lower_bound(run.begin(), run.end(), place)->slot;
   }
@@ -104,7 +104,7 @@ class RuleOrder {
 
   /// The entry is there and its sequence number is the one that it was put in with. Returns its slot.
   uint32_t erase(const Entry* entry) {
-    const Place place{entry->value.sequence, 0, entry->key, entry};
+    const Place place{entry->value.sequence(), 0, entry->key, entry};
     const size_t index = runOf(place);
     Run& run = runs_[index];
     const auto at = std::lower_bound(run.begin(), run.end(), place);

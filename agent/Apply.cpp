@@ -11,19 +11,19 @@ namespace {
 
 void applyList(const Config::List& model, const IdOfNewRule& idOfNewRule, Acl::AclSubConfig& list) {
   Acl::withRuleKind(model.type, [&](auto kind) {
-    using Rule = typename decltype(kind)::Rule;
+    using Draft = typename decltype(kind)::Rule::Draft;
     const auto& wanted = model.rules;
     const auto& rules = kind.rules(list);
     std::vector<Kiv::UniqueId> gone;
     for (const auto* known : rules.ordered()) {
-      auto at = wanted.find(known->value.sequence);
-      if (at == wanted.end() || !std::get<Rule>(at->second).isSameRule(known->value))
+      auto at = wanted.find(known->value.sequence());
+      if (at == wanted.end() || !known->value.isSameRule(std::get<Draft>(at->second)))
         gone.push_back(known->key);
     }
     for (const Kiv::UniqueId& id : gone) kind.remove(list, id);
     for (const auto& [sequence, rule] : wanted) {
       const auto* known = rules.atSequence(sequence);
-      kind.write(list, known ? known->key : idOfNewRule(model, rule), std::get<Rule>(rule));
+      kind.write(list, known ? known->key : idOfNewRule(model, rule), std::get<Draft>(rule));
     }
   });
 }

@@ -17,8 +17,9 @@ Kiv::UniqueId ListRules::idAt(uint32_t sequence) const {
 }
 
 void ListRules::write(const Kiv::UniqueId& id, const Config::Rule& rule) {
-  Acl::withRuleKind(
-      type_, [&](auto kind) { kind.write(*list_, id, std::get<typename decltype(kind)::Rule>(rule)); });
+  Acl::withRuleKind(type_, [&](auto kind) {
+    kind.write(*list_, id, std::get<typename decltype(kind)::Rule::Draft>(rule));
+  });
 }
 
 void ListRules::remove(const Kiv::UniqueId& id) {

@@ -31,7 +31,7 @@ class World {
   void ipList(const char* name, int rules, int hit) {
     const auto made = MemSlab::make<Acl::AclSubConfig>();
     for (int i = 0; i < rules; ++i) {
-      Acl::IpRuleConfig rule;
+      Acl::IpRule rule;
       rule.sequence = static_cast<uint32_t>(10 * (i + 1));
       rule.filter.protocolNamed = true;
       rule.filter.protocol = 6;
@@ -46,7 +46,7 @@ class World {
   /// A MAC list that passes everything.
   void macList(const char* name) {
     const auto made = MemSlab::make<Acl::AclSubConfig>();
-    Acl::MacRuleConfig rule;
+    Acl::MacRule rule;
     rule.sequence = 10;
     made->macRuleByIdIs(Kiv::UniqueId(uint64_t{5}), rule);
     made->compile(AclType::mac);

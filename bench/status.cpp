@@ -92,8 +92,8 @@ class World {
 
   static Kelp::String name(size_t list) { return fmt::format("list{}", list); }
   static UniqueId uid(size_t list, size_t rule) { return UniqueId(1 + Kelp::mix64(list << 32 | rule) / 2); }
-  static Acl::IpRuleConfig rule(uint32_t index) {
-    Acl::IpRuleConfig rule;
+  static Acl::IpRule rule(uint32_t index) {
+    Acl::IpRule rule;
     rule.sequence = 10 * (index + 1);
     rule.action = Acl::Action::deny;
     return rule;

@@ -20,9 +20,9 @@ void runHistory(Fuzz::Dice& dice) {
 }
 
 void runKind(uint64_t kind, Fuzz::Dice& dice) {
-  if (kind == 0) return runHistory<Acl::IpRuleConfig>(dice);
-  if (kind == 1) return runHistory<Acl::Ip6RuleConfig>(dice);
-  runHistory<Acl::MacRuleConfig>(dice);
+  if (kind == 0) return runHistory<Acl::IpRule>(dice);
+  if (kind == 1) return runHistory<Acl::Ip6Rule>(dice);
+  runHistory<Acl::MacRule>(dice);
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ PLANTED = [
     ("platform/Velo/Pipeline.h", "#include <Acl/Model.h>", "room Velo includes room Acl", "the platform knows no lists"),
     ("platform/Velo/Pipeline.h", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "includes VeloAcl/", "nor the plugin"),
     ("platform/Velo/Pipeline.h", "#include <agent/config/Model.h>", "includes agent/", "nor the program"),
-    ("Acl/Match.cpp", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "includes VeloAcl/", "the library knows no plugin"),
+    ("Acl/Keys.cpp", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "includes VeloAcl/", "the library knows no plugin"),
     ("agent/config/Reader.cpp", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "agent/ includes VeloAcl/",
      "the program finds the plugin by its path alone"),
     ("VeloAcl/VeloPlugin/AclPlugin.cpp", "#include <agent/config/Model.h>", "VeloAcl/ includes agent/",

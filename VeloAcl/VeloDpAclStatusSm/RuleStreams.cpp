@@ -16,7 +16,7 @@ template <>
 struct fmt::formatter<Velo::VeloAcl::RuleText> : fmt::formatter<std::string_view> {
   template <class Context>
   auto format(Velo::VeloAcl::RuleText shown, Context& ctx) const {
-    const std::string_view text = shown.rule ? shown.rule->text.view() : std::string_view("absent");
+    const std::string_view text = shown.rule ? shown.rule->text().view() : std::string_view("absent");
     return fmt::formatter<std::string_view>::format(text, ctx);
   }
 };

@@ -1,5 +1,5 @@
-#include <Acl/FirstRule.h>
 #include <Acl/ListTrial.h>
+#include <Acl/Match.h>
 #include <Kelp/Assert.h>
 #include <VeloAcl/VeloPlugin/AclTrace.h>
 #include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
@@ -29,16 +29,8 @@ struct DataplaneAclHelper::Lookup {
   const Nimnet::IntfId& intf;
   AclDirection dir;
   AclType type;
-  // Until the packet is counted: whoever hears of that may change configuration and bindings.
-  const Acl::AclConfig& list;
+  /// Until the packet is counted: whoever hears of that may change the bindings.
   const Kelp::String& aclName;
-};
-
-/// What a matched rule says.
-struct DataplaneAclHelper::Verdict {
-  Acl::Action action;
-  bool deny;
-  Kelp::String mirrorSession;
 };
 
 DataplaneAclHelper::DataplaneAclHelper(const Kelp::Ptr<Acl::Config>& aclConfig,
@@ -67,123 +59,112 @@ bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDire
         dir == AclDirection::in ? lag->ingressPortChannel : lag->egressPortChannel;
     tracePkt(*ctx, "processPkt", "Intf {} is a member of port-channel {}", intf.shortName(),
              portChannel.shortName());
-    if (!portChannel.empty() && !(passesL2(ctx, dir, portChannel) && passesL3(ctx, dir, portChannel))) {
+    if (!portChannel.empty() &&
+        !(processL2Pkt(ctx, dir, portChannel) && processL3Pkt(ctx, dir, portChannel))) {
       return false;
     }
   }
-  return passesL2(ctx, dir, intf) && passesL3(ctx, dir, intf);
+  return processL2Pkt(ctx, dir, intf) && processL3Pkt(ctx, dir, std::move(intf));
 }
 
 bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
                                       Nimnet::IntfId intf) {
-  return passesL2(ctx, dir, intf);
-}
-
-bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
-                                      Nimnet::IntfId intf) {
-  return passesL3(ctx, dir, intf);
-}
-
-bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf,
-                                       AclDirection dir, AclType type) {
-  return drops(ctx, intf, dir, type);
-}
-
-bool DataplaneAclHelper::passesL2(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
-                                  const Nimnet::IntfId& intf) {
   if (!ctx->parsedPacket().ethPacket()->ethHdr()) {
     tracePkt(*ctx, "processL2Pkt", "No ethernet header");
     return true;
   }
-  return !drops(ctx, intf, dir, AclType::mac);
+  return !shouldDropPkt(ctx, std::move(intf), dir, AclType::mac);
 }
 
-bool DataplaneAclHelper::passesL3(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
-                                  const Nimnet::IntfId& intf) {
+bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
+                                      Nimnet::IntfId intf) {
   const ParsedIpHdr* ip = ctx->parsedPacket().ipHdr();
   if (!ip) {
     tracePkt(*ctx, "processL3Pkt", "No ip header");
     return true;
   }
-  return !drops(ctx, intf, dir, ip->ipHdr() ? AclType::ip : AclType::ipv6);
+  const AclType type = ip->protocolName() == "Ipv4" ? AclType::ip : AclType::ipv6;
+  return !shouldDropPkt(ctx, std::move(intf), dir, type);
 }
 
-bool DataplaneAclHelper::drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet::IntfId& intf,
-                               AclDirection dir, AclType type) {
+bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf,
+                                       AclDirection dir, AclType type) {
   const BoundList& bound = boundLists_.find(intf, dir, type);
   if (!bound.bound) {
     tracePkt(*ctx, "shouldDropPkt", "No {} acls of type {} for intf {}", dir, type, intf);
     return false;
   }
   if (!bound.list || bound.list->hidden()) {
-    if (bound.typeKnown) {
-      tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {} with name {}", type, bound.name);
-    } else {
-      tracePkt(*ctx, "shouldDropPkt", "No acl config present for type {}", type);
-    }
-    tellTrial(*ctx, {dir, intf, type, bound.name, Acl::AskedList::Outcome::undefined});
+    tellNoList({ctx, intf, dir, type, bound.name}, bound.typeKnown);
     return false;
   }
-  const Lookup at{ctx, intf, dir, type, *bound.list, bound.name};
-  if (type == AclType::mac) return dropsMac(at);
-  KELP_ASSERT(type == AclType::ip || type == AclType::ipv6, "an access list is of type ip, ipv6 or mac");
-
+  const Lookup at{ctx, intf, dir, type, bound.name};
+  const Kelp::Ptr<const Acl::AclConfig> acl(bound.list);
   const ParsedPacket& parsed = ctx->parsedPacket();
   const ParsedL4& l4 = parsed.l4();
   const uint16_t vlanId = ctx->pkt()->vlanId();
-  const Acl::AclSubConfig* rules = at.list.judging();
-  if (!rules) return dropOnNoMatch(at);
-  if (type == AclType::ip) {
-    const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
-    return dropsBy(
-        at, Acl::firstRule(rules->ipRuleById(), [&] {
-          return Acl::IpPacket{{*ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, true, true}};
-        }));
+  using Kiv::UniqueId;
+  switch (type) {
+    case AclType::mac: {
+      const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
+      return dropsBy<Acl::MacRuleConfig>(at, [&](Acl::MacRuleConfig* rule, UniqueId* ruleId) {
+        if (!Acl::matchesMacAclNoHdr(eth->source(), eth->destination(), parsed.typeOrLen(), vlanId, acl, rule,
+                                     ruleId)) {
+          return false;
+        }
+        rule->filter().mpls.check();
+        return true;
+      });
+    }
+    case AclType::ip: {
+      const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
+      return dropsBy<Acl::IpRuleConfig>(at, [&](Acl::IpRuleConfig* rule, UniqueId* ruleId) {
+        return Acl::matchesIpAclRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl, rule, ruleId,
+                                     true, true);
+      });
+    }
+    case AclType::ipv6:
+      return dropsBy<Acl::Ip6RuleConfig>(at, [&](Acl::Ip6RuleConfig* rule, UniqueId* ruleId) {
+        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(),
+                                      vlanId, acl, rule, ruleId, true, true);
+      });
   }
-  const Nimnet::Ip6Hdr* ip6 = parsed.ipHdr()->ip6Hdr();
-  return dropsBy(
-      at, Acl::firstRule(rules->ip6RuleById(), [&] {
-        return Acl::Ip6Packet{{*ip6, l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, true, true}};
-      }));
+  Kelp::fatal("an access list is of type ip, ipv6 or mac", __FILE__, __LINE__);
 }
 
-/// Unlike of the IP kinds, the matched rule is copied: that is what its labels are checked by.
-bool DataplaneAclHelper::dropsMac(const Lookup& at) {
-  const ParsedPacket& parsed = at.ctx->parsedPacket();
-  const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr();
-  const auto* rules = at.list.judging();
-  const auto packet = [&] {
-    return Acl::MacPacket{eth->sourceOctets(), eth->destinationOctets(), parsed.typeOrLen(),
-                          at.ctx->pkt()->vlanId()};
-  };
-  const auto* entry = rules ? Acl::firstRule(rules->macRuleById(), packet) : nullptr;
-  if (entry) static_cast<void>(Acl::MacRuleConfig(entry->value));
-  return dropsBy(at, entry);
+void DataplaneAclHelper::tellNoList(const Lookup& at, bool typeKnown) {
+  if (typeKnown) {
+    tracePkt(*at.ctx, "shouldDropPkt", "No acl config present for type {} with name {}", at.type, at.aclName);
+  } else {
+    tracePkt(*at.ctx, "shouldDropPkt", "No acl config present for type {}", at.type);
+  }
+  tellTrial(*at.ctx, {at.dir, at.intf, at.type, at.aclName, Acl::AskedList::Outcome::undefined});
 }
 
-template <class Entry>
-bool DataplaneAclHelper::dropsBy(const Lookup& at, const Entry* entry) {
-  if (!entry) return dropOnNoMatch(at);
-  // Copied is what is asked below: whoever hears of the count may change the list.
-  const auto& rule = entry->value;
-  const Verdict verdict{rule.action, rule.action == Acl::Action::deny && !rule.isEq({}), rule.mirrorSession};
-  tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, entry->key, at.intf);
-  account(at, &rule, entry->key);
-  return dropOnMatch(at, verdict);
+template <class Rule, class Match>
+bool DataplaneAclHelper::dropsBy(const Lookup& at, const Match& match) {
+  Rule rule;
+  Kiv::UniqueId ruleId = Kiv::UniqueId::unset();
+  if (!match(&rule, &ruleId)) return dropOnNoMatch(at);
+  const bool deny = rule.action() == Acl::Action::deny && !rule.isEq(Rule());
+  tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, ruleId, at.intf);
+  account(at, &rule, ruleId);
+  return dropOnMatch(at, rule, deny);
 }
 
-bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Verdict& verdict) {
+bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, bool deny) {
   // A packet that is dropped on its way out was never sent, so there is nothing of it to mirror.
-  if (!verdict.mirrorSession.empty() && (at.dir == AclDirection::in || !verdict.deny)) {
-    tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", verdict.mirrorSession);
+  const Kelp::String& session = rule.mirrorSession();
+  if (!session.empty() && (at.dir == AclDirection::in || !deny)) {
+    tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", session);
     const auto direction =
         at.dir == AclDirection::in ? MirroringDirection::ingress : MirroringDirection::egress;
     KELP_ASSERT(mirroringHelper_, "a rule with a mirror session needs the mirroring helper");
-    mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, verdict.mirrorSession);
+    mirroringHelper_->maybeMirrorToSessionTargets(at.ctx, direction, session);
   }
 
-  tracePkt(*at.ctx, "shouldDropPkt", "matched acl has action {}", verdict.action);
-  if (!verdict.deny) return false;
+  tracePkt(*at.ctx, "shouldDropPkt", "matched acl has action {}", rule.action());
+  if (!deny) return false;
   static const Kelp::String reason("dropping pkt");
   tracePkt(*at.ctx, "shouldDropPkt", "{}", reason);
   countDrop(*at.ctx, reason);

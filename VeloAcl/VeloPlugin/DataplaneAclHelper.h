@@ -60,18 +60,12 @@ class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
 
  private:
   struct Lookup;
-  struct Verdict;
-  // The same as the operations above, without a copy of the interface's id.
-  bool passesL2(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, const Nimnet::IntfId& intf);
-  bool passesL3(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, const Nimnet::IntfId& intf);
-  bool drops(const Kelp::Ptr<PacketContext>& ctx, const Nimnet::IntfId& intf, Acl::AclDirection dir,
-             Acl::AclType type);
-
-  /// `entry` null: no rule matched.
-  template <class Entry>
-  bool dropsBy(const Lookup& at, const Entry* entry);
-  bool dropsMac(const Lookup& at);
-  bool dropOnMatch(const Lookup& at, const Verdict& verdict);
+  /// A bound list that is not there; `typeKnown` says whether any of its type is.
+  static void tellNoList(const Lookup& at, bool typeKnown);
+  /// Asks `match(&rule, &ruleId)`, a matcher, and carries out what it says.
+  template <class Rule, class Match>
+  bool dropsBy(const Lookup& at, const Match& match);
+  bool dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, bool deny);
   bool dropOnNoMatch(const Lookup& at);
   /// Counts the packet under a rule, null: under the list's implicit drop. Of a packet that is only tried,
   /// tells its trial instead.

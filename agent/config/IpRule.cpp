@@ -13,7 +13,7 @@ namespace {
 using Acl::AclType;
 
 template <class Rule>
-constexpr AclType listOf = std::is_same_v<Rule, Acl::IpRuleConfig> ? AclType::ip : AclType::ipv6;
+constexpr AclType listOf = std::is_same_v<Rule, Acl::IpRule> ? AclType::ip : AclType::ipv6;
 
 /// Only the list's own word stands for any protocol. The other one would be a protocol number to some (41,
 /// IPv6 in IPv4) and "any" to others, so it is neither.
@@ -51,15 +51,15 @@ bool read(Cursor& at, Rule* rule) {
 
 }  // namespace
 
-bool readIpRule(Cursor& at, Acl::IpRuleConfig* rule) { return read(at, rule); }
-bool readIpRule(Cursor& at, Acl::Ip6RuleConfig* rule) { return read(at, rule); }
+bool readIpRule(Cursor& at, Acl::IpRule* rule) { return read(at, rule); }
+bool readIpRule(Cursor& at, Acl::Ip6Rule* rule) { return read(at, rule); }
 
-bool readStandardRule(Cursor& at, Acl::IpRuleConfig* rule) {
+bool readStandardRule(Cursor& at, Acl::IpRule* rule) {
   return readAction(at, rule) && readAddress(at, &rule->filter.source, &rule->filter.sourceMask) &&
          readTail(at, rule);
 }
 
-bool readAction(Cursor& at, Acl::RuleConfig* rule) {
+bool readAction(Cursor& at, Acl::RuleBase* rule) {
   rule->text = at.textFrom(at.position());
   if (at.takeIf("permit")) {
     rule->action = Acl::Action::permit;
@@ -87,7 +87,7 @@ bool readVlan(Cursor& at, Acl::VlanMatch* vlan) {
   return true;
 }
 
-bool readTail(Cursor& at, Acl::RuleConfig* rule, std::string_view before) {
+bool readTail(Cursor& at, Acl::RuleBase* rule, std::string_view before) {
   const bool log = at.takeIf("log");
   if (log) {
     rule->log = true;

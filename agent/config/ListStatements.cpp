@@ -63,12 +63,12 @@ bool Statements::readNumber(Cursor& at, uint32_t* sequence) const {
 bool Statements::readRule(Cursor& at, uint32_t sequence, Rule* rule) const {
   switch (list_->type) {
     case AclType::ip:
-      if (list_->standard) return readInto<Acl::IpRuleConfig>(at, sequence, readStandardRule, rule);
-      return readInto<Acl::IpRuleConfig>(at, sequence, readIpRule, rule);
+      if (list_->standard) return readInto<Acl::IpRule>(at, sequence, readStandardRule, rule);
+      return readInto<Acl::IpRule>(at, sequence, readIpRule, rule);
     case AclType::ipv6:
-      return readInto<Acl::Ip6RuleConfig>(at, sequence, readIpRule, rule);
+      return readInto<Acl::Ip6Rule>(at, sequence, readIpRule, rule);
     case AclType::mac:
-      return readInto<Acl::MacRuleConfig>(at, sequence, readMacRule, rule);
+      return readInto<Acl::MacRule>(at, sequence, readMacRule, rule);
   }
   return false;
 }

@@ -27,7 +27,7 @@ bool readEtherType(Cursor& at, Acl::MacFilter* filter) {
 
 }  // namespace
 
-bool readMacRule(Cursor& at, Acl::MacRuleConfig* rule) {
+bool readMacRule(Cursor& at, Acl::MacRule* rule) {
   auto& filter = rule->filter;
   return readAction(at, rule) && readVlan(at, &filter.vlan) &&
          readAddress(at, &filter.source, &filter.sourceMask) &&

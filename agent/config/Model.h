@@ -15,11 +15,11 @@
 namespace Config {
 
 /// A rule of any kind of list; the alternative is the one of the list's type.
-using Rule = std::variant<Acl::IpRuleConfig, Acl::Ip6RuleConfig, Acl::MacRuleConfig>;
+using Rule = std::variant<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
 
 /// What every kind of rule has.
-inline const Acl::RuleConfig& common(const Rule& rule) {
-  return std::visit([](const auto& r) -> const Acl::RuleConfig& { return r; }, rule);
+inline const Acl::RuleBase& common(const Rule& rule) {
+  return std::visit([](const auto& r) -> const Acl::RuleBase& { return r; }, rule);
 }
 
 /// Whether two rules are one rule but for remark and spelling; rules of different kinds are not.

@@ -9,16 +9,16 @@ namespace Config {
 
 /// Reads a rule from its action to the end of the line, in the form of its kind of list. Fills everything but
 /// the sequence number and the remark.
-bool readIpRule(Cursor& at, Acl::IpRuleConfig* rule);
-bool readIpRule(Cursor& at, Acl::Ip6RuleConfig* rule);
-bool readStandardRule(Cursor& at, Acl::IpRuleConfig* rule);
-bool readMacRule(Cursor& at, Acl::MacRuleConfig* rule);
+bool readIpRule(Cursor& at, Acl::IpRule* rule);
+bool readIpRule(Cursor& at, Acl::Ip6Rule* rule);
+bool readStandardRule(Cursor& at, Acl::IpRule* rule);
+bool readMacRule(Cursor& at, Acl::MacRule* rule);
 
 /// The parts that several kinds of rule share. readTail() reads `[log] [mirror session NAME]` to the end of
 /// the line; `before` is what else could have stood there, for the mistake.
-bool readAction(Cursor& at, Acl::RuleConfig* rule);
+bool readAction(Cursor& at, Acl::RuleBase* rule);
 bool readVlan(Cursor& at, Acl::VlanMatch* vlan);
-bool readTail(Cursor& at, Acl::RuleConfig* rule, std::string_view before = {});
+bool readTail(Cursor& at, Acl::RuleBase* rule, std::string_view before = {});
 
 /// `log` or `mirror`: what ends the conditions of a rule.
 inline bool isTailWord(std::string_view word) { return word == "log" || word == "mirror"; }

@@ -39,8 +39,8 @@ Json rulesDifference(const Config::List& before, const Config::List& after) {
       [&](const auto& rule) { changes["removed"].push_back(ruleEntry(rule.second)); },
       [&](const auto& rule) { changes["added"].push_back(ruleEntry(rule.second)); },
       [&](const auto& old, const auto& now) {
-        const Acl::RuleConfig& was = Config::common(old.second);
-        const Acl::RuleConfig& is = Config::common(now.second);
+        const Acl::RuleBase& was = Config::common(old.second);
+        const Acl::RuleBase& is = Config::common(now.second);
         const bool same = Config::isSameRule(old.second, now.second);
         if (same && was.text == is.text && was.remark == is.remark) return;
         changes[same ? "respelled" : "changed"].push_back(

@@ -11,7 +11,7 @@ namespace {
 using ListKey = Config::Model::ListKey;
 
 bool isSpelledAlike(const Config::Rule& a, const Config::Rule& b) {
-  const Acl::RuleConfig &one = Config::common(a), &other = Config::common(b);
+  const Acl::RuleBase &one = Config::common(a), &other = Config::common(b);
   return one.text == other.text && one.remark == other.remark;
 }
 

@@ -74,11 +74,11 @@ void Explainer::handleAsked(const Acl::AskedList& asked) {
     document_["asked"].push_back(std::move(one));
     return;
   }
-  one["rule"] = asked.rule ? Json(asked.rule->sequence) : Json("implicit");
-  one["action"] = asked.rule ? Acl::stringValue(asked.rule->action) : "deny";
+  one["rule"] = asked.rule ? Json(asked.rule->sequence()) : Json("implicit");
+  one["action"] = asked.rule ? Acl::stringValue(asked.rule->action()) : "deny";
   if (asked.rule) {
-    one["text"] = asked.rule->text.view();
-    if (!asked.rule->remark.empty()) one["remark"] = asked.rule->remark.view();
+    one["text"] = asked.rule->text().view();
+    if (!asked.rule->remark().empty()) one["remark"] = asked.rule->remark().view();
   }
   if (!asked.ruleId.empty()) one["id"] = asked.ruleId.str();
   const EarlierRules earlier = earlierRules(core_, asked, *ctx_);

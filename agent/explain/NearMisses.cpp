@@ -21,8 +21,8 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
     if (entry->key == decided) break;
     ++result.count;
     size_t failed = 0;
-    Acl::visitTests(entry->value.filter, packet, [&](const auto& test) {
-      failed += test.matches(entry->value.filter, packet) ? 0 : 1;
+    Acl::visitTests(entry->value.filter(), packet, [&](const auto& test) {
+      failed += test.matches(entry->value.filter(), packet) ? 0 : 1;
       return true;
     });
     if (best.size() == nearest && failed >= best.back().failed) continue;
@@ -33,12 +33,12 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
     best.insert(place, {failed, &entry->value});
   }
   std::sort(best.begin(), best.end(),
-            [](const auto& a, const auto& b) { return a.rule->sequence < b.rule->sequence; });
+            [](const auto& a, const auto& b) { return a.rule->sequence() < b.rule->sequence(); });
   for (const Candidate& each : best) {
     const auto& rule = *each.rule;
-    NearMiss miss{rule.sequence, rule.text.str(), {}};
-    Acl::visitTests(rule.filter, packet, [&](const auto& test) {
-      if (!test.matches(rule.filter, packet)) miss.failed.push_back({test.name, test.shown(packet)});
+    NearMiss miss{rule.sequence(), rule.text().str(), {}};
+    Acl::visitTests(rule.filter(), packet, [&](const auto& test) {
+      if (!test.matches(rule.filter(), packet)) miss.failed.push_back({test.name, test.shown(packet)});
       return true;
     });
     result.near.push_back(std::move(miss));

@@ -103,8 +103,8 @@ void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
     Acl::withRuleKind(key.aclType, [&](auto kind) {
       const auto* rule = kind.rules(*rules).find(key.ruleId);
       if (!rule) return;
-      hit.sequence = rule->sequence;
-      hit.action = rule->action;
+      hit.sequence = rule->sequence();
+      hit.action = rule->action();
     });
   }
   hits_.push_back(std::move(hit));

@@ -100,7 +100,7 @@ std::optional<RuleReport> ListReader::rule(const Key& key, const Kiv::UniqueId& 
     const auto* rule = kind.rules(*rules).find(id);
     if (!rule) return std::nullopt;
     const MatchCount met = matches(key, id);
-    return RuleReport{rule->sequence,        rule->text.str(), rule->remark.str(), id.str(), met,
+    return RuleReport{rule->sequence(),      rule->text().str(), rule->remark().str(), id.str(), met,
                       mirroredOf(*rule, met)};
   });
 }
@@ -161,9 +161,9 @@ void ListReader::forEachBinding(Acl::AclType type, const Visit& visit) const {
 
 /// What a rule that denies matches on the way out is dropped without a copy.
 std::optional<uint64_t> mirroredOf(const Acl::RuleConfig& rule, const MatchCount& met) {
-  if (rule.mirrorSession.empty()) return std::nullopt;
-  const bool defined = Velo::MirroringStepHelper::singleton()->sessions().contains(rule.mirrorSession);
-  return defined ? met.in + (rule.action == Acl::Action::permit ? met.out : 0) : 0;
+  if (rule.mirrorSession().empty()) return std::nullopt;
+  const bool defined = Velo::MirroringStepHelper::singleton()->sessions().contains(rule.mirrorSession());
+  return defined ? met.in + (rule.action() == Acl::Action::permit ? met.out : 0) : 0;
 }
 
 }  // namespace Agent

@@ -157,7 +157,7 @@ bool StateKeeper::copyRules(Piece& piece, bool whole) {
   const auto take = [&](const Kiv::UniqueId& id, const auto& rule) {
     noteId(id);
     state_.rules.push_back(
-        {piece.source, piece.type, piece.name.str(), rule.sequence, id.value(), rule.text.str()});
+        {piece.source, piece.type, piece.name.str(), rule.sequence(), id.value(), rule.text().str()});
   };
   return Acl::withRuleKind(piece.type,
                            [&](auto kind) { return copyMap(kind.rules(*rules), piece.resume, whole, take); });

@@ -67,7 +67,7 @@ void Successor::publish(const Core& core) const {
 }
 
 Kiv::UniqueId Successor::idOf(const std::string& source, const Config::List& list, const Config::Rule& rule) {
-  const Acl::RuleConfig& common = Config::common(rule);
+  const Acl::RuleBase& common = Config::common(rule);
   const Saved::Rule wanted{source, list.type, list.name, common.sequence, 0, {}};
   const auto known =
       std::lower_bound(state_.rules.begin(), state_.rules.end(), wanted, Saved::keyLess<Saved::Rule>);

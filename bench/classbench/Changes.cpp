@@ -13,7 +13,7 @@ namespace Bench {
 
 namespace {
 
-using Ip = Acl::IpRuleConfig;
+using Ip = Acl::IpRule;
 
 struct Times {
   std::vector<double> ns;

@@ -7,7 +7,7 @@ namespace Bench {
 
 namespace {
 
-using Ip = Acl::IpRuleConfig;
+using Ip = Acl::IpRule;
 using Acl::Compare;
 
 constexpr uint16_t vlanIds[] = {0, 10, 20, 30};

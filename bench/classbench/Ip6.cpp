@@ -5,8 +5,8 @@
 namespace Bench {
 
 void measureIp6(Run& run, const std::vector<RuleSet>& sets) {
-  using Ip = Acl::IpRuleConfig;
-  using Ip6 = Acl::Ip6RuleConfig;
+  using Ip = Acl::IpRule;
+  using Ip6 = Acl::Ip6Rule;
   constexpr size_t mostRules = 20000;  // what the peer builds in reasonable time
 
   Table table("The same rules in IPv6, ns a packet: addresses in the lower half, or in the upper one",

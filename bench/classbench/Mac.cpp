@@ -7,8 +7,8 @@ namespace Bench {
 
 namespace {
 
-using Ip = Acl::IpRuleConfig;
-using Mac = Acl::MacRuleConfig;
+using Ip = Acl::IpRule;
+using Mac = Acl::MacRule;
 
 constexpr uint64_t allBits = 0xffffffffffff, makerBits = 0xffffff000000;
 constexpr uint16_t types[] = {0x0800, 0x86dd, 0x0806, 0x88cc, 0x8847};

@@ -12,8 +12,11 @@ namespace Bench {
 namespace {
 
 using List = Kelp::Ptr<const Acl::AclConfig>;
+using Acl::Ip6Rule;
 using Acl::Ip6RuleConfig;
+using Acl::IpRule;
 using Acl::IpRuleConfig;
+using Acl::MacRule;
 using Acl::MacRuleConfig;
 using Nimnet::Icmp6Hdr;
 using Nimnet::IcmpHdr;
@@ -70,26 +73,20 @@ const auto* firstInOrder(const Packet& p, const Acl::RuleMap<Rule>& rules) {
 }
 
 template <class Rule>
-const Acl::RuleMap<Rule>& rulesOf(const Acl::AclSubConfig& list) {
-  if constexpr (std::is_same_v<Rule, IpRuleConfig>) return list.ipRuleById();
-  if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) return list.ip6RuleById();
-  if constexpr (std::is_same_v<Rule, MacRuleConfig>) return list.macRuleById();
+const Acl::RuleMap<typename Rule::Config>& rulesOf(const Acl::AclSubConfig& list) {
+  if constexpr (std::is_same_v<Rule, IpRule>) return list.ipRuleById();
+  if constexpr (std::is_same_v<Rule, Ip6Rule>) return list.ip6RuleById();
+  if constexpr (std::is_same_v<Rule, MacRule>) return list.macRuleById();
 }
 
-void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const IpRuleConfig& rule) {
-  list.ipRuleByIdIs(id, rule);
-}
-void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const Ip6RuleConfig& rule) {
-  list.ip6RuleByIdIs(id, rule);
-}
-void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const MacRuleConfig& rule) {
-  list.macRuleByIdIs(id, rule);
-}
+void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const IpRule& rule) { list.ipRuleByIdIs(id, rule); }
+void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const Ip6Rule& rule) { list.ip6RuleByIdIs(id, rule); }
+void ruleIs(Acl::AclSubConfig& list, Kiv::UniqueId id, const MacRule& rule) { list.macRuleByIdIs(id, rule); }
 template <class Rule>
 void ruleDelById(Acl::AclSubConfig& list, Kiv::UniqueId id) {
-  if constexpr (std::is_same_v<Rule, IpRuleConfig>) list.ipRuleByIdDel(id);
-  if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) list.ip6RuleByIdDel(id);
-  if constexpr (std::is_same_v<Rule, MacRuleConfig>) list.macRuleByIdDel(id);
+  if constexpr (std::is_same_v<Rule, IpRule>) list.ipRuleByIdDel(id);
+  if constexpr (std::is_same_v<Rule, Ip6Rule>) list.ip6RuleByIdDel(id);
+  if constexpr (std::is_same_v<Rule, MacRule>) list.macRuleByIdDel(id);
 }
 
 Kiv::UniqueId idOf(size_t i) { return Kiv::UniqueId(uint64_t{i} + 1); }
@@ -103,7 +100,7 @@ uint64_t each(const std::vector<Packet>& packets, Portion portion, const Answer&
 
 template <class Entry>
 int32_t placeOf(const Entry* entry) {
-  return entry ? static_cast<int32_t>(entry->value.sequence) - 1 : noRule;
+  return entry ? static_cast<int32_t>(entry->value.sequence()) - 1 : noRule;
 }
 
 template <class Entry>
@@ -146,9 +143,9 @@ int32_t OurList<Rule>::inOrder(const Packet& packet) const {
 
 template <class Rule>
 int32_t OurList<Rule>::match(const Packet& packet) const {
-  Rule rule;
+  typename Rule::Config rule;
   Kiv::UniqueId id;
-  return Bench::match(packet, list_, &rule, &id) ? static_cast<int32_t>(rule.sequence) - 1 : noRule;
+  return Bench::match(packet, list_, &rule, &id) ? static_cast<int32_t>(rule.sequence()) - 1 : noRule;
 }
 
 template <class Rule>
@@ -166,7 +163,7 @@ uint64_t OurList<Rule>::inOrder(const std::vector<Packet>& packets, Portion port
 
 template <class Rule>
 uint64_t OurList<Rule>::matches(const std::vector<Packet>& packets, Portion portion) const {
-  Rule rule;
+  typename Rule::Config rule;
   Kiv::UniqueId id;
   return each(packets, portion,
               [&](const Packet& packet) { return Bench::match(packet, list_, &rule, &id) ? id.value() : 0; });
@@ -187,8 +184,8 @@ int64_t OurList<Rule>::lookUpBytes() const {
   return static_cast<int64_t>(rulesOf<Rule>(*filled_).compiled()->bytes());
 }
 
-template class OurList<Acl::IpRuleConfig>;
-template class OurList<Acl::Ip6RuleConfig>;
-template class OurList<Acl::MacRuleConfig>;
+template class OurList<Acl::IpRule>;
+template class OurList<Acl::Ip6Rule>;
+template class OurList<Acl::MacRule>;
 
 }  // namespace Bench

@@ -19,7 +19,7 @@ class OurList {
   /// Fills the list, compiles it and puts it in force.
   explicit OurList(const std::vector<Rule>& rules);
 
-  /// The first rule that matches, or noRule: by the look-up, and by the matcher, which copies the rule out.
+  /// The first rule that matches, or noRule: by the look-up, and by the matcher, which gives the rule out.
   int32_t lookUp(const Packet& packet) const;
   int32_t match(const Packet& packet) const;
   /// The same by trying the rules in order.
@@ -47,8 +47,8 @@ class OurList {
   int64_t bytes_ = 0;
 };
 
-extern template class OurList<Acl::IpRuleConfig>;
-extern template class OurList<Acl::Ip6RuleConfig>;
-extern template class OurList<Acl::MacRuleConfig>;
+extern template class OurList<Acl::IpRule>;
+extern template class OurList<Acl::Ip6Rule>;
+extern template class OurList<Acl::MacRule>;
 
 }  // namespace Bench

@@ -73,8 +73,8 @@ Ip6Packet ip6Packet(const TupleHeader& header, Lift lift) {
   return packet;
 }
 
-std::vector<Acl::IpRuleConfig> ipRules(const std::vector<TupleRule>& rules) {
-  std::vector<Acl::IpRuleConfig> made(rules.size());
+std::vector<Acl::IpRule> ipRules(const std::vector<TupleRule>& rules) {
+  std::vector<Acl::IpRule> made(rules.size());
   for (size_t i = 0; i < rules.size(); ++i) {
     made[i].sequence = static_cast<uint32_t>(i + 1);
     Acl::IpFilter& filter = made[i].filter;
@@ -87,8 +87,8 @@ std::vector<Acl::IpRuleConfig> ipRules(const std::vector<TupleRule>& rules) {
   return made;
 }
 
-std::vector<Acl::Ip6RuleConfig> ip6Rules(const std::vector<TupleRule>& rules, Lift lift) {
-  std::vector<Acl::Ip6RuleConfig> made(rules.size());
+std::vector<Acl::Ip6Rule> ip6Rules(const std::vector<TupleRule>& rules, Lift lift) {
+  std::vector<Acl::Ip6Rule> made(rules.size());
   for (size_t i = 0; i < rules.size(); ++i) {
     made[i].sequence = static_cast<uint32_t>(i + 1);
     Acl::Ip6Filter& filter = made[i].filter;

@@ -43,15 +43,15 @@ struct MacPacket {
 template <class Rule>
 struct PacketTypeOf;
 template <>
-struct PacketTypeOf<Acl::IpRuleConfig> {
+struct PacketTypeOf<Acl::IpRule> {
   using Type = IpPacket;
 };
 template <>
-struct PacketTypeOf<Acl::Ip6RuleConfig> {
+struct PacketTypeOf<Acl::Ip6Rule> {
   using Type = Ip6Packet;
 };
 template <>
-struct PacketTypeOf<Acl::MacRuleConfig> {
+struct PacketTypeOf<Acl::MacRule> {
   using Type = MacPacket;
 };
 /// The packets that a kind of rules judges.
@@ -86,8 +86,8 @@ Nimnet::Ip6Addr lifted(uint32_t address, Lift lift);
 Ip6Packet ip6Packet(const TupleHeader& header, Lift lift);
 
 /// The same as rules of our lists; rule i has the sequence number i + 1.
-std::vector<Acl::IpRuleConfig> ipRules(const std::vector<TupleRule>& rules);
-std::vector<Acl::Ip6RuleConfig> ip6Rules(const std::vector<TupleRule>& rules, Lift lift);
+std::vector<Acl::IpRule> ipRules(const std::vector<TupleRule>& rules);
+std::vector<Acl::Ip6Rule> ip6Rules(const std::vector<TupleRule>& rules, Lift lift);
 
 template <class Header, class Make>
 auto packetsOf(const std::vector<Header>& headers, const Make& make) {

@@ -99,7 +99,7 @@ void measurePath(Run& run, const std::vector<RuleSet>& sets) {
     if (set.rules.size() < 500 || set.rules.size() > 2000) continue;
     run.progress(set.name + ": verdicts");
     Judge judge(set.rules);
-    const OurList<Acl::IpRuleConfig> list(ipRules(set.rules));
+    const OurList<Acl::IpRule> list(ipRules(set.rules));
     std::string why;
     const auto peer = Peer::make(set.rules, std::nullopt, &why);
     for (const Trace& trace : set.traces) {

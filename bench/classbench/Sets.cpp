@@ -51,7 +51,7 @@ class SetTable {
 
   void measure(const RuleSet& set) {
     run_.progress(fmt::format("{}: building", set.name));
-    const OurList<Acl::IpRuleConfig> ours(ipRules(set.rules));
+    const OurList<Acl::IpRule> ours(ipRules(set.rules));
     std::string why;
     run_.progress(fmt::format("{}: building librte_acl", set.name));
     const std::unique_ptr<Peer> peer = Peer::make(set.rules, std::nullopt, &why);
@@ -87,7 +87,7 @@ class SetTable {
   }
 
  private:
-  using Ip = Acl::IpRuleConfig;
+  using Ip = Acl::IpRule;
 
   static Cell mean(const std::vector<double>& values) {
     if (values.empty()) return {};

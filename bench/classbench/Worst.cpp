@@ -11,7 +11,7 @@ namespace Bench {
 
 namespace {
 
-using Ip = Acl::IpRuleConfig;
+using Ip = Acl::IpRule;
 
 constexpr size_t shapeSize = 1000;
 

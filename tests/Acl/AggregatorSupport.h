@@ -72,8 +72,8 @@ class TargetLog {
   std::vector<std::string> lines_;
 };
 
-inline Acl::IpRuleConfig numbered(uint32_t sequence) {
-  Acl::IpRuleConfig rule;
+inline Acl::IpRule numbered(uint32_t sequence) {
+  Acl::IpRule rule;
   rule.sequence = sequence;
   return rule;
 }
@@ -95,7 +95,7 @@ inline std::string shown(const Acl::Config& config) {
       if (const auto current = std::as_const(*list.value()).currCfg()) {
         std::set<std::string> sorted;
         for (const auto* rule : current->ipRuleById().ordered()) {
-          sorted.insert(fmt::format("{}:{}", rule->key.value(), rule->value.sequence));
+          sorted.insert(fmt::format("{}:{}", rule->key.value(), rule->value.sequence()));
         }
         rules = fmt::format("{{{}}}", fmt::join(sorted, " "));
       } else {

@@ -155,9 +155,9 @@ TEST_F(AclConfigAggregator, ARuleChangeIsOneWriteAndLeavesItsNeighboursAlone) {
 TEST_F(AclConfigAggregator, RulesOfAllThreeKindsArrive) {
   start();
   const auto rules = MemSlab::make<Acl::AclSubConfig>();
-  Acl::IpRuleConfig ip;
-  Acl::Ip6RuleConfig ip6;
-  Acl::MacRuleConfig mac;
+  Acl::IpRule ip;
+  Acl::Ip6Rule ip6;
+  Acl::MacRule mac;
   ip.sequence = 1, ip.mirrorSession = "W", ip.filter.protocolNamed = true;
   ip6.sequence = 2, ip6.remark = "r", ip6.filter.fragments = true;
   mac.sequence = 3, mac.action = Acl::Action::deny, mac.filter.etherType = 0x0806;
@@ -171,6 +171,42 @@ TEST_F(AclConfigAggregator, RulesOfAllThreeKindsArrive) {
   EXPECT_EQ(*copy->ip6RuleById(Kiv::UniqueId(uint64_t{2})), ip6);
   EXPECT_EQ(*copy->macRuleById(Kiv::UniqueId(uint64_t{3})), mac);
   EXPECT_NE(copy, rules) << "the target has rules of its own";
+}
+
+TEST_F(AclConfigAggregator, TheTargetsRulesShareWhatTheSourcesSay) {
+  listIs(*cli, "L", {{1, 10}});
+  start();
+  const auto sourceRules = cli->config(AclType::ip)->acl("L")->currCfg();
+  const auto targetRules = target->config(AclType::ip)->acl("L")->currCfg();
+  const Kiv::UniqueId written(uint64_t{2});
+  sourceRules->ipRuleByIdIs(written, numbered(20));
+  for (const Kiv::UniqueId& id : {Kiv::UniqueId(uint64_t{1}), written}) {
+    ASSERT_TRUE(targetRules->ipRuleById(id));
+    EXPECT_TRUE(targetRules->ipRuleById(id)->sharesBody(*sourceRules->ipRuleById(id)));
+  }
+}
+
+TEST_F(AclConfigAggregator, ALabelThatCannotBeKeepsNoRuleFromItsList) {
+  const auto labelled = [](uint32_t sequence) {
+    Acl::MacRule rule;
+    rule.sequence = sequence, rule.action = Acl::Action::deny;
+    rule.filter.mpls = Acl::MplsFilter::unchecked({.labelNamed = true, .label = 0x100000});
+    return rule;
+  };
+  const auto rules = MemSlab::make<Acl::AclSubConfig>();
+  rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{1}), Acl::MacRule());
+  cli->configIs(AclType::mac)->aclIs("known")->currCfgIs(rules);
+  start();
+  rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{2}), labelled(20));
+  const auto fresh = MemSlab::make<Acl::AclSubConfig>();
+  fresh->macRuleByIdIs(Kiv::UniqueId(uint64_t{3}), labelled(30));
+  cli->configIs(AclType::mac)->aclIs("fresh")->currCfgIs(fresh);
+  const auto rulesOf = [this](const char* list) {
+    return target->config(AclType::mac)->acl(list)->currCfg();
+  };
+  EXPECT_EQ(rulesOf("known")->macRuleById().size(), 2u) << "the rule is in the list that was in force";
+  ASSERT_TRUE(rulesOf("fresh")) << "the new list is in force";
+  EXPECT_EQ(*rulesOf("fresh")->macRuleById(Kiv::UniqueId(uint64_t{3})), labelled(30));
 }
 
 TEST_F(AclConfigAggregator, AListGoesInOneRemoval) {

@@ -9,11 +9,11 @@ namespace {
 using Acl::Compare;
 
 template <class Rule>
-constexpr bool isMac = std::is_same_v<Rule, Acl::MacRuleConfig>;
+constexpr bool isMac = std::is_same_v<Rule, Acl::MacRule>;
 template <class Rule>
-constexpr unsigned widthOf = std::is_same_v<Rule, Acl::IpRuleConfig> ? 32
-                             : isMac<Rule>                           ? 48
-                                                                     : 128;
+constexpr unsigned widthOf = std::is_same_v<Rule, Acl::IpRule> ? 32
+                             : isMac<Rule>                     ? 48
+                                                               : 128;
 
 /// The low bits, as many as are given.
 constexpr U128 ones(unsigned bits) { return bits >= 128 ? ~U128{0} : (U128{1} << bits) - 1; }
@@ -254,7 +254,7 @@ uint16_t Generator<Rule>::portNear(const Acl::PortMatch& match, bool inside) {
 
 template <class Rule>
 void Generator<Rule>::baseNear(Fields& p, const Acl::IpFilterBase& f, bool inside) {
-  const uint8_t icmp = std::is_same_v<Rule, Acl::IpRuleConfig> ? 1 : 58;
+  const uint8_t icmp = std::is_same_v<Rule, Acl::IpRule> ? 1 : 58;
   const bool asIs = inside || !dice_.once(8);
   p.protocol = dice_.of(protocols);
   if (f.protocolNamed && asIs) p.protocol = f.protocol;
@@ -309,8 +309,8 @@ Fields Generator<Rule>::packet() {
   return p;
 }
 
-template class Generator<Acl::IpRuleConfig>;
-template class Generator<Acl::Ip6RuleConfig>;
-template class Generator<Acl::MacRuleConfig>;
+template class Generator<Acl::IpRule>;
+template class Generator<Acl::Ip6Rule>;
+template class Generator<Acl::MacRule>;
 
 }  // namespace TestSupport::Differential

@@ -52,8 +52,8 @@ class Generator {
   size_t nextMade_ = 0;
 };
 
-extern template class Generator<Acl::IpRuleConfig>;
-extern template class Generator<Acl::Ip6RuleConfig>;
-extern template class Generator<Acl::MacRuleConfig>;
+extern template class Generator<Acl::IpRule>;
+extern template class Generator<Acl::Ip6Rule>;
+extern template class Generator<Acl::MacRule>;
 
 }  // namespace TestSupport::Differential

@@ -9,8 +9,11 @@ namespace TestSupport::Differential {
 namespace {
 
 using Acl::Compare;
+using Acl::Ip6Rule;
 using Acl::Ip6RuleConfig;
+using Acl::IpRule;
 using Acl::IpRuleConfig;
+using Acl::MacRule;
 using Acl::MacRuleConfig;
 
 struct Interval {
@@ -138,7 +141,7 @@ struct Oracle<Rule>::Conditions {
   std::bitset<256> hops;
 
   explicit Conditions(const Rule& r) : rule(r) {
-    if constexpr (!std::is_same_v<Rule, MacRuleConfig>) {
+    if constexpr (!std::is_same_v<Rule, MacRule>) {
       sourcePorts = allowed(r.filter.sourcePort);
       destinationPorts = allowed(r.filter.destinationPort);
       hops = allowedHops(r.filter.hops);
@@ -153,9 +156,9 @@ struct Oracle<Rule>::Conditions {
 
   bool met(const Fields& p) const {
     const auto& f = rule.filter;
-    if constexpr (std::is_same_v<Rule, MacRuleConfig>) {
-      return vlanMet(p) && (!f.etherTypeNamed || f.etherType == p.etherType) && !f.mpls.labelNamed &&
-             !f.mpls.innerLabelNamed;
+    if constexpr (std::is_same_v<Rule, MacRule>) {
+      return vlanMet(p) && (!f.etherTypeNamed || f.etherType == p.etherType) && !f.mpls.labelNamed() &&
+             !f.mpls.innerLabelNamed();
     } else {
       if (f.protocolNamed && (!p.protocolKnown || p.protocol != f.protocol)) return false;
       if ((p.trafficClass & f.trafficClassMask) != (f.trafficClass & f.trafficClassMask)) return false;
@@ -215,9 +218,9 @@ auto Oracle<Rule>::first(const Fields& packet) const -> Answer {
   return {nullptr, {}};
 }
 
-template class Oracle<IpRuleConfig>;
-template class Oracle<Ip6RuleConfig>;
-template class Oracle<MacRuleConfig>;
+template class Oracle<IpRule>;
+template class Oracle<Ip6Rule>;
+template class Oracle<MacRule>;
 
 bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, IpRuleConfig* rule,
                 Kiv::UniqueId* id) {
@@ -262,15 +265,15 @@ bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, Ma
   return Acl::matchesMacAclNoHdr(source, destination, f.etherType, f.vlan, list, rule, id);
 }
 
-std::string describe(const IpRuleConfig& rule) { return describeIp(rule); }
-std::string describe(const Ip6RuleConfig& rule) { return describeIp(rule); }
-std::string describe(const MacRuleConfig& rule) {
+std::string describe(const IpRule& rule) { return describeIp(rule); }
+std::string describe(const Ip6Rule& rule) { return describeIp(rule); }
+std::string describe(const MacRule& rule) {
   const auto& f = rule.filter;
   std::string all =
       fmt::format("{} {} {}&{} -> {}&{}", rule.sequence, stringValue(rule.action), f.source.str(),
                   f.sourceMask.str(), f.destination.str(), f.destinationMask.str());
   if (f.etherTypeNamed) all += fmt::format(" type {:#x}", f.etherType);
-  if (f.mpls.labelNamed || f.mpls.innerLabelNamed) all += " mpls";
+  if (f.mpls.labelNamed() || f.mpls.innerLabelNamed()) all += " mpls";
   return all + text(f.vlan);
 }
 

@@ -69,9 +69,9 @@ class Oracle {
   std::unordered_map<uint64_t, uint32_t> sequences_;  // by id
 };
 
-extern template class Oracle<Acl::IpRuleConfig>;
-extern template class Oracle<Acl::Ip6RuleConfig>;
-extern template class Oracle<Acl::MacRuleConfig>;
+extern template class Oracle<Acl::IpRule>;
+extern template class Oracle<Acl::Ip6Rule>;
+extern template class Oracle<Acl::MacRule>;
 
 /// Asks the matcher of a kind of rule; the packet's headers are made of its numbers.
 bool askMatcher(const Fields& packet, const Kelp::Ptr<const Acl::AclConfig>& list, Acl::IpRuleConfig* rule,
@@ -81,9 +81,18 @@ bool askMatcher(const Fields& packet, const Kelp::Ptr<const Acl::AclConfig>& lis
 bool askMatcher(const Fields& packet, const Kelp::Ptr<const Acl::AclConfig>& list, Acl::MacRuleConfig* rule,
                 Kiv::UniqueId* id);
 
+/// What a list's rule says.
+template <class Rule>
+Rule saidBy(const typename Rule::Config& config) {
+  Rule rule;
+  static_cast<Acl::RuleBase&>(rule) = config.base();
+  rule.filter = config.filter();
+  return rule;
+}
+
 /// What a rule asks, short enough to be read.
-std::string describe(const Acl::IpRuleConfig& rule);
-std::string describe(const Acl::Ip6RuleConfig& rule);
-std::string describe(const Acl::MacRuleConfig& rule);
+std::string describe(const Acl::IpRule& rule);
+std::string describe(const Acl::Ip6Rule& rule);
+std::string describe(const Acl::MacRule& rule);
 
 }  // namespace TestSupport::Differential

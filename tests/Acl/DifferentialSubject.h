@@ -13,13 +13,11 @@
 /// A list under test beside its oracle, and the changes that both go through.
 namespace TestSupport::Differential {
 
-inline void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::IpRuleConfig&) {
-  list.ipRuleByIdDel(id);
-}
-inline void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::Ip6RuleConfig&) {
+inline void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::IpRule&) { list.ipRuleByIdDel(id); }
+inline void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::Ip6Rule&) {
   list.ip6RuleByIdDel(id);
 }
-inline void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::MacRuleConfig&) {
+inline void ruleDel(Acl::AclSubConfig& list, Kiv::UniqueId id, const Acl::MacRule&) {
   list.macRuleByIdDel(id);
 }
 
@@ -60,15 +58,9 @@ bool formOf(const Acl::RuleMap<Rule>& rules) {
   const auto* form = static_cast<const Acl::Compiled<Rule>*>(rules.compiled());
   return form && form->ready();
 }
-inline bool hasForm(const Acl::AclSubConfig& list, const Acl::IpRuleConfig&) {
-  return formOf(list.ipRuleById());
-}
-inline bool hasForm(const Acl::AclSubConfig& list, const Acl::Ip6RuleConfig&) {
-  return formOf(list.ip6RuleById());
-}
-inline bool hasForm(const Acl::AclSubConfig& list, const Acl::MacRuleConfig&) {
-  return formOf(list.macRuleById());
-}
+inline bool hasForm(const Acl::AclSubConfig& list, const Acl::IpRule&) { return formOf(list.ipRuleById()); }
+inline bool hasForm(const Acl::AclSubConfig& list, const Acl::Ip6Rule&) { return formOf(list.ip6RuleById()); }
+inline bool hasForm(const Acl::AclSubConfig& list, const Acl::MacRule&) { return formOf(list.macRuleById()); }
 
 /// What delays of tasks are counted on: they are due whenever tasks are to run.
 inline Kiv::ManualClock loopClock;
@@ -78,6 +70,7 @@ template <class Rule>
 class Subject {
  public:
   using Changed = Change<Rule>;
+  using Config = typename Rule::Config;
 
   Subject() { scheduler_->clockIs(loopClock); }
   ~Subject() { scheduler_->clockIs(Kiv::steadyClock()); }
@@ -130,25 +123,28 @@ class Subject {
   enum class Outcome { hit, miss, wrong };
   Outcome ask(const Fields& packet) {
     const auto expected = inForce_ ? oracle_.first(packet) : typename Oracle<Rule>::Answer{nullptr, {}};
-    Rule rule = untouched();
+    const Config before(untouched());
+    Config rule = before;
     Kiv::UniqueId id = Kiv::UniqueId::unset();
     const bool found = askMatcher(packet, list_, &rule, &id);
     if (found != (expected.rule != nullptr)) return Outcome::wrong;
-    if (found) return rule == *expected.rule && id == expected.id ? Outcome::hit : Outcome::wrong;
-    return rule == untouched() && id == Kiv::UniqueId::unset() ? Outcome::miss : Outcome::wrong;
+    if (found)
+      return saidBy<Rule>(rule) == *expected.rule && id == expected.id ? Outcome::hit : Outcome::wrong;
+    return rule.sharesBody(before) && id == Kiv::UniqueId::unset() ? Outcome::miss : Outcome::wrong;
   }
 
   /// What the two say, for people.
   std::string verdicts(const Fields& packet) {
     const auto expected = inForce_ ? oracle_.first(packet) : typename Oracle<Rule>::Answer{nullptr, {}};
-    Rule rule = untouched();
+    Config rule(untouched());
     Kiv::UniqueId id = Kiv::UniqueId::unset();
     const bool found = askMatcher(packet, list_, &rule, &id);
+    const Rule said = saidBy<Rule>(rule);
     const auto text = [](bool met, Kiv::UniqueId ruleId, const Rule* r) {
       return met ? fmt::format("{} {}", ruleId, describe(*r)) : std::string("no rule");
     };
     return fmt::format("expected {}\nfound    {}", text(expected.rule, expected.id, expected.rule),
-                       text(found, id, &rule));
+                       text(found, id, &said));
   }
 
   const std::map<Kiv::UniqueId, Rule>& known() const { return known_; }

@@ -120,12 +120,10 @@ class MatchDifferential : public testing::Test {
 struct KindName {
   template <class Rule>
   static std::string GetName(int) {
-    return std::is_same_v<Rule, Acl::IpRuleConfig>    ? "ip"
-           : std::is_same_v<Rule, Acl::Ip6RuleConfig> ? "ipv6"
-                                                      : "mac";
+    return std::is_same_v<Rule, Acl::IpRule> ? "ip" : std::is_same_v<Rule, Acl::Ip6Rule> ? "ipv6" : "mac";
   }
 };
-using Kinds = testing::Types<Acl::IpRuleConfig, Acl::Ip6RuleConfig, Acl::MacRuleConfig>;
+using Kinds = testing::Types<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
 TYPED_TEST_SUITE(MatchDifferential, Kinds, KindName);
 
 TYPED_TEST(MatchDifferential, AListAnswersLikeTheOracle) { Lists<TypeParam>(false).run(); }

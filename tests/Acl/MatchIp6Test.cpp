@@ -13,7 +13,7 @@ FrameBuilder ip() { return frame().eth().ip6(a, b); }
 Bytes tcp(uint16_t from = 1024, uint16_t to = 443) { return ip().tcp(from, to); }
 
 TEST(MatchIp6, Addresses) {
-  checkFilters<Ip6RuleConfig>({
+  checkFilters<Ip6Rule>({
       {"an empty filter matches every IPv6 packet", [](F&) {}, tcp(), true},
       {"a host",
        [](F& f) {
@@ -59,7 +59,7 @@ TEST(MatchIp6, Addresses) {
 }
 
 TEST(MatchIp6, TheProtocolIsTheLastHeaderOfTheChain) {
-  checkFilters<Ip6RuleConfig>({
+  checkFilters<Ip6Rule>({
       {"tcp", [](F& f) { f.protocolNamed = true, f.protocol = 6; }, tcp(), true},
       {"tcp behind extension headers", [](F& f) { f.protocolNamed = true, f.protocol = 6; },
        ip().hopByHop().routing().destinationOptions().ah().tcp(1, 2), true},
@@ -77,7 +77,7 @@ TEST(MatchIp6, TheProtocolIsTheLastHeaderOfTheChain) {
 }
 
 TEST(MatchIp6, PortsFlagsAndMessages) {
-  checkFilters<Ip6RuleConfig>({
+  checkFilters<Ip6Rule>({
       {"tcp destination",
        [](F& f) {
          f.destinationPort = {Compare::eq, 1, {443}};
@@ -121,7 +121,7 @@ TEST(MatchIp6, PortsFlagsAndMessages) {
 }
 
 TEST(MatchIp6, TrafficClassHopLimitAndVlan) {
-  checkFilters<Ip6RuleConfig>({
+  checkFilters<Ip6Rule>({
       {"a traffic class", [](F& f) { f.trafficClass = 0x20, f.trafficClassMask = 0xff; },
        ip().trafficClass(0x20).tcp(1, 2), true},
       {"one bit off", [](F& f) { f.trafficClass = 0x20, f.trafficClassMask = 0xff; },
@@ -164,7 +164,7 @@ TEST(MatchIp6, Fragments) {
   const Bytes atomic = ip().fragment(0, false).tcp(1024, 443);
   const Bytes first = ip().fragment(0, true).tcp(1024, 443);
   const Bytes later = ip().fragment(5, false).protocol(6).payload(40, 0xff);
-  checkFilters<Ip6RuleConfig>({
+  checkFilters<Ip6Rule>({
       {"an atomic fragment is a whole packet", [](F& f) { f.fragments = true; }, atomic, false},
       {"and has ports",
        [](F& f) {
@@ -190,14 +190,14 @@ TEST(MatchIp6, Fragments) {
 
 TEST(MatchIp6, WhatTheCallerDoesNotKnowMatchesNoRuleThatAsks) {
   const Bytes packet = frame().eth().vlan(100).ip6(a, b).hopLimit(9).tcp(1, 2);
-  Ip6RuleConfig vlan, hops, any;
+  Ip6Rule vlan, hops, any;
   vlan.sequence = 1, vlan.filter.vlan = {true, 100, 0};
   hops.sequence = 2, hops.filter.hops = {Compare::eq, 9};
   any.sequence = 3;
-  const auto list = listOf<Ip6RuleConfig>({any, hops, vlan});
-  EXPECT_EQ(hit<Ip6RuleConfig>(packet, list), 1u);
-  EXPECT_EQ(hit<Ip6RuleConfig>(packet, list, {.vlan = false}), 2u);
-  EXPECT_EQ(hit<Ip6RuleConfig>(packet, list, {.vlan = false, .hops = false}), 3u);
+  const auto list = listOf<Ip6Rule>({any, hops, vlan});
+  EXPECT_EQ(hit<Ip6Rule>(packet, list), 1u);
+  EXPECT_EQ(hit<Ip6Rule>(packet, list, {.vlan = false}), 2u);
+  EXPECT_EQ(hit<Ip6Rule>(packet, list, {.vlan = false, .hops = false}), 3u);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace {
 using namespace TestSupport;
 using namespace Acl;
 using F = IpFilter;
-using Row = FilterRow<IpRuleConfig>;
+using Row = FilterRow<IpRule>;
 
 constexpr const char* a = "192.0.2.1";
 constexpr const char* b = "198.51.100.7";
@@ -32,7 +32,7 @@ void from(F& f) {
 }
 
 TEST(MatchIp, Addresses) {
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"an empty filter matches every IPv4 packet", [](F&) {}, tcp(), true},
       {"a host", [](F& f) { f.source = ip4(a), f.sourceMask = {~0u}; }, tcp(), true},
       {"another host", [](F& f) { f.source = ip4("192.0.2.2"), f.sourceMask = {~0u}; }, tcp(), false},
@@ -56,7 +56,7 @@ TEST(MatchIp, Addresses) {
 }
 
 TEST(MatchIp, Protocol) {
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"tcp", [](F& f) { f.protocolNamed = true, f.protocol = 6; }, tcp(), true},
       {"not udp", [](F& f) { f.protocolNamed = true, f.protocol = 6; }, udp(), false},
       {"protocol 0 can be named", [](F& f) { f.protocolNamed = true, f.protocol = 0; }, tcp(), false},
@@ -69,7 +69,7 @@ TEST(MatchIp, Protocol) {
 
 TEST(MatchIp, Ports) {
   using enum Compare;
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"eq", to<eq, 443>, tcp(), true},
       {"eq, one below", to<eq, 443>, tcp(1, 442), false},
       {"eq, one above", to<eq, 443>, tcp(1, 444), false},
@@ -113,7 +113,7 @@ TEST(MatchIp, Ports) {
 }
 
 TEST(MatchIp, IcmpMessages) {
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"type", [](F& f) { f.icmpTypeNamed = true, f.icmpType = 8; }, icmp(8), true},
       {"another type", [](F& f) { f.icmpTypeNamed = true, f.icmpType = 8; }, icmp(0), false},
       {"type 0 can be named", [](F& f) { f.icmpTypeNamed = true; }, icmp(0), true},
@@ -131,7 +131,7 @@ TEST(MatchIp, IcmpMessages) {
 }
 
 TEST(MatchIp, TcpFlags) {
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"established by ACK", [](F& f) { f.established = true; }, flags(Ack), true},
       {"established by RST", [](F& f) { f.established = true; }, flags(Rst), true},
       {"a first SYN is not established", [](F& f) { f.established = true; }, flags(Syn), false},
@@ -151,7 +151,7 @@ TEST(MatchIp, TcpFlags) {
 }
 
 TEST(MatchIp, TrafficClassAndItsMask) {
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"a DSCP", [](F& f) { f.trafficClass = 46 << 2, f.trafficClassMask = 0xfc; },
        ip().tos(46 << 2).tcp(1, 2), true},
       {"of any ECN", [](F& f) { f.trafficClass = 46 << 2, f.trafficClassMask = 0xfc; },
@@ -179,7 +179,7 @@ void hops(F& f) {
 TEST(MatchIp, TimeToLive) {
   using enum Compare;
   const auto ttl = [](uint8_t value) -> Bytes { return ip().ttl(value).tcp(1, 2); };
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"eq", hops<eq, 255>, ttl(255), true},
       {"eq, below", hops<eq, 255>, ttl(254), false},
       {"eq 0", hops<eq, 0>, ttl(0), true},
@@ -196,7 +196,7 @@ TEST(MatchIp, TimeToLive) {
 
 TEST(MatchIp, VlanOfTheOuterTag) {
   const auto tagged = [](uint16_t id) -> Bytes { return frame().eth().vlan(id).ip4(a, b).tcp(1, 2); };
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"the id",
        [](F& f) {
          f.vlan = {true, 100, 0};
@@ -275,7 +275,7 @@ TEST(MatchIp, Fragments) {
   const Bytes first = ip().fragment(0, true).tcp(1024, 443);
   const Bytes middle = ip().fragment(3, true).protocol(6).payload(40, 0xff);
   const Bytes last = ip().fragment(9, false).protocol(6).payload(40, 0xff);
-  checkFilters<IpRuleConfig>({
+  checkFilters<IpRule>({
       {"a whole datagram is no fragment", [](F& f) { f.fragments = true; }, whole, false},
       {"the first fragment is not asked for", [](F& f) { f.fragments = true; }, first, false},
       {"a middle one is", [](F& f) { f.fragments = true; }, middle, true},
@@ -296,20 +296,20 @@ TEST(MatchIp, Fragments) {
 
 TEST(MatchIp, WhatTheCallerDoesNotKnowMatchesNoRuleThatAsks) {
   const Bytes tagged = frame().eth().vlan(100).ip4(a, b).ttl(9).tcp(1, 2);
-  IpRuleConfig vlan, ttl, any;
+  IpRule vlan, ttl, any;
   vlan.sequence = 1, vlan.filter.vlan = {true, 100, 0};
   ttl.sequence = 2, ttl.filter.hops = {Compare::eq, 9};
   any.sequence = 3;
-  const auto list = listOf<IpRuleConfig>({vlan, ttl, any});
-  EXPECT_EQ(hit<IpRuleConfig>(tagged, list), 1u);
-  EXPECT_EQ(hit<IpRuleConfig>(tagged, list, {.vlan = false}), 2u);
-  EXPECT_EQ(hit<IpRuleConfig>(tagged, list, {.vlan = false, .hops = false}), 3u)
+  const auto list = listOf<IpRule>({vlan, ttl, any});
+  EXPECT_EQ(hit<IpRule>(tagged, list), 1u);
+  EXPECT_EQ(hit<IpRule>(tagged, list, {.vlan = false}), 2u);
+  EXPECT_EQ(hit<IpRule>(tagged, list, {.vlan = false, .hops = false}), 3u)
       << "a rule that does not ask matches";
   ttl.filter.hops = {Compare::neq, 8};
-  EXPECT_EQ(hit<IpRuleConfig>(tagged, listOf<IpRuleConfig>({ttl}), {.hops = false}), std::nullopt)
+  EXPECT_EQ(hit<IpRule>(tagged, listOf<IpRule>({ttl}), {.hops = false}), std::nullopt)
       << "what is unknown is not unequal either";
   vlan.filter.vlan = {true, 0, 0};
-  EXPECT_EQ(hit<IpRuleConfig>(tcp(), listOf<IpRuleConfig>({vlan}), {.vlan = false}), std::nullopt)
+  EXPECT_EQ(hit<IpRule>(tcp(), listOf<IpRule>({vlan}), {.vlan = false}), std::nullopt)
       << "an unknown tag is not untagged";
 }
 
@@ -318,7 +318,7 @@ TEST(MatchIp, TheFirstMatchInOrderDecidesWhateverTheIdsAre) {
   const auto list = MemSlab::make<AclConfig>(Kelp::String("L"));
   list->currCfgIs(rules);
   const auto add = [&](uint64_t id, uint32_t sequence, uint16_t port) {
-    IpRuleConfig rule;
+    IpRule rule;
     rule.sequence = sequence;
     if (port) rule.filter.destinationPort = {Compare::eq, 1, {port}};
     rules->ipRuleByIdIs(Kiv::UniqueId(id), rule);
@@ -346,9 +346,9 @@ TEST(MatchIp, TheFirstMatchInOrderDecidesWhateverTheIdsAre) {
 
 TEST(Match, AListWithoutCurrCfgMatchesNothing) {
   const auto list = MemSlab::make<AclConfig>(Kelp::String("L"));
-  EXPECT_EQ(hit<IpRuleConfig>(tcp(), list), std::nullopt);
-  EXPECT_EQ(hit<Ip6RuleConfig>(frame().eth().ip6("::1", "::2").tcp(1, 2), list), std::nullopt);
-  EXPECT_EQ(hit<MacRuleConfig>(tcp(), list), std::nullopt);
+  EXPECT_EQ(hit<IpRule>(tcp(), list), std::nullopt);
+  EXPECT_EQ(hit<Ip6Rule>(frame().eth().ip6("::1", "::2").tcp(1, 2), list), std::nullopt);
+  EXPECT_EQ(hit<MacRule>(tcp(), list), std::nullopt);
 }
 
 TEST(Match, RulesOfAnotherKindInTheSameListAreNotAsked) {
@@ -357,7 +357,7 @@ TEST(Match, RulesOfAnotherKindInTheSameListAreNotAsked) {
   list->currCfgIs(rules);
   rules->ip6RuleByIdIs(Kiv::UniqueId(uint64_t{1}), {});
   rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{2}), {});
-  EXPECT_EQ(hit<IpRuleConfig>(tcp(), list), std::nullopt);
+  EXPECT_EQ(hit<IpRule>(tcp(), list), std::nullopt);
 }
 
 TEST(MatchFields, FlagsAreShownByTheirNames) {

@@ -16,7 +16,7 @@ Bytes arp() { return frame().eth(a, b).arp("192.0.2.1", "192.0.2.2"); }
 Bytes tagged(uint16_t id) { return frame().eth(a, b).vlan(id).ip4("192.0.2.1", "192.0.2.2").tcp(1, 2); }
 
 TEST(MatchMac, Addresses) {
-  checkFilters<MacRuleConfig>({
+  checkFilters<MacRule>({
       {"an empty filter matches every frame", [](F&) {}, arp(), true},
       {"a source", [](F& f) { f.source = mac(a), f.sourceMask = all; }, arp(), true},
       {"another", [](F& f) { f.source = mac(b), f.sourceMask = all; }, arp(), false},
@@ -38,7 +38,7 @@ TEST(MatchMac, Addresses) {
 }
 
 TEST(MatchMac, TypeBehindTheTagsAndVlan) {
-  checkFilters<MacRuleConfig>({
+  checkFilters<MacRule>({
       {"arp", [](F& f) { f.etherTypeNamed = true, f.etherType = 0x0806; }, arp(), true},
       {"not ip", [](F& f) { f.etherTypeNamed = true, f.etherType = 0x0800; }, arp(), false},
       {"of a tagged frame the type behind the tag",
@@ -75,38 +75,33 @@ TEST(MatchMac, TypeBehindTheTagsAndVlan) {
 
 TEST(MatchMac, LabelsAreNotLookedAtSoARuleThatAsksForOneDoesNotMatch) {
   const Bytes mpls = frame().eth(a, b).mpls(16).ip4("192.0.2.1", "192.0.2.2").tcp(1, 2);
-  checkFilters<MacRuleConfig>({
+  checkFilters<MacRule>({
       {"a label", [](F& f) { f.mplsLabelIs(16); }, mpls, false},
       {"an inner label", [](F& f) { f.mplsInnerLabelIs(16); }, mpls, false},
       {"the type alone", [](F& f) { f.etherTypeNamed = true, f.etherType = 0x8847; }, mpls, true},
   });
 }
 
-TEST(MatchMac, ALabelOutOfRangeIsReportedWhenTheRuleIsCopiedOut) {
-  const auto rules = MemSlab::make<AclSubConfig>();
-  MacRuleConfig rule;
+TEST(MatchMac, ALabelOutOfRangeIsTheCallersToCheck) {
+  MacRule rule;
   rule.sequence = 5;
-  rule.filter.mpls.label = 0x100000;
-  rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{1}), std::move(rule));
-  const auto list = MemSlab::make<AclConfig>(Kelp::String("L"));
-  list->currCfgIs(rules);
-  const ParsedFrame parsed(arp());
+  rule.filter.mpls = MplsFilter::unchecked({.label = 0x100000});
+  const auto list = listOf<MacRule>({rule});
   MacRuleConfig matched;
   Kiv::UniqueId id = Kiv::UniqueId::unset();
-  EXPECT_THROW(matchRule(parsed, list, &matched, &id), std::range_error);
-  EXPECT_EQ(id, Kiv::UniqueId::unset());
-  EXPECT_EQ(matched, MacRuleConfig());
+  ASSERT_TRUE(matchRule(ParsedFrame(arp()), list, &matched, &id));
+  EXPECT_THROW(matched.filter().mpls.check(), std::range_error);
 }
 
 TEST(MatchMac, TheFirstMatchInOrderDecides) {
-  MacRuleConfig first, second, third;
+  MacRule first, second, third;
   first.sequence = 10, first.filter.etherTypeNamed = true, first.filter.etherType = 0x0800;
   second.sequence = 20, second.filter.source = mac(a), second.filter.sourceMask = all;
   third.sequence = 30;
-  const auto list = listOf<MacRuleConfig>({third, second, first});
-  EXPECT_EQ(hit<MacRuleConfig>(tagged(5), list), 10u);
-  EXPECT_EQ(hit<MacRuleConfig>(arp(), list), 20u);
-  EXPECT_EQ(hit<MacRuleConfig>(frame().eth(b, a).arp("192.0.2.1", "192.0.2.2"), list), 30u);
+  const auto list = listOf<MacRule>({third, second, first});
+  EXPECT_EQ(hit<MacRule>(tagged(5), list), 10u);
+  EXPECT_EQ(hit<MacRule>(arp(), list), 20u);
+  EXPECT_EQ(hit<MacRule>(frame().eth(b, a).arp("192.0.2.1", "192.0.2.2"), list), 30u);
 }
 
 }  // namespace

@@ -87,19 +87,19 @@ std::vector<Rule> someRules(Dice& dice) {
   return rules;
 }
 
-Bytes someFrame(Dice& dice, const IpRuleConfig&) { return randomIp4Frame(dice); }
-Bytes someFrame(Dice& dice, const Ip6RuleConfig&) { return randomIp6Frame(dice); }
-Bytes someFrame(Dice& dice, const MacRuleConfig&) { return randomFrame(dice); }
+Bytes someFrame(Dice& dice, const IpRule&) { return randomIp4Frame(dice); }
+Bytes someFrame(Dice& dice, const Ip6Rule&) { return randomIp6Frame(dice); }
+Bytes someFrame(Dice& dice, const MacRule&) { return randomFrame(dice); }
 
 template <class Rule>
 class MatchProperty : public testing::Test {};
 struct KindName {
   template <class Rule>
   static std::string GetName(int) {
-    return std::is_same_v<Rule, IpRuleConfig> ? "ip" : std::is_same_v<Rule, Ip6RuleConfig> ? "ipv6" : "mac";
+    return std::is_same_v<Rule, IpRule> ? "ip" : std::is_same_v<Rule, Ip6Rule> ? "ipv6" : "mac";
   }
 };
-using Kinds = testing::Types<IpRuleConfig, Ip6RuleConfig, MacRuleConfig>;
+using Kinds = testing::Types<IpRule, Ip6Rule, MacRule>;
 TYPED_TEST_SUITE(MatchProperty, Kinds, KindName);
 
 TYPED_TEST(MatchProperty, AgreesWithTheReferenceOnWhichRuleIsMet) {

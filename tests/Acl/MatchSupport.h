@@ -55,13 +55,13 @@ inline bool matchRule(const ParsedFrame& frame, const Kelp::Ptr<const Acl::AclCo
                                  frame.pkt.vlanId(), acl, rule, id);
 }
 
-inline bool ruleIs(Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::IpRuleConfig& rule) {
+inline bool ruleIs(Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::IpRule& rule) {
   return list.ipRuleByIdIs(id, rule);
 }
-inline bool ruleIs(Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::Ip6RuleConfig& rule) {
+inline bool ruleIs(Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::Ip6Rule& rule) {
   return list.ip6RuleByIdIs(id, rule);
 }
-inline bool ruleIs(Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::MacRuleConfig& rule) {
+inline bool ruleIs(Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::MacRule& rule) {
   return list.macRuleByIdIs(id, rule);
 }
 
@@ -75,6 +75,16 @@ Kelp::Ptr<Acl::AclConfig> listOf(const std::vector<Rule>& rules) {
   return list;
 }
 
+inline const auto* ruleIn(const Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::IpRuleConfig&) {
+  return list.ipRuleById(id);
+}
+inline const auto* ruleIn(const Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::Ip6RuleConfig&) {
+  return list.ip6RuleById(id);
+}
+inline const auto* ruleIn(const Acl::AclSubConfig& list, const Kiv::UniqueId& id, const Acl::MacRuleConfig&) {
+  return list.macRuleById(id);
+}
+
 /// The sequence number of the rule that a frame meets, nothing when it meets none; holds the contract of the
 /// two results along the way.
 template <class Rule>
@@ -84,15 +94,18 @@ std::optional<uint32_t> hit(const Bytes& frame, const Kelp::Ptr<const Acl::AclCo
   Rule before;
   before.sequence = 77;
   before.mirrorSession = "untouched";
-  Rule rule = before;
+  const typename Rule::Config untouched(before);
+  typename Rule::Config rule = untouched;
   Kiv::UniqueId id = Kiv::UniqueId::unset();
   if (!matchRule(parsed, list, &rule, &id, known)) {
-    EXPECT_EQ(rule, before) << "nothing matched: the rule is as it was";
+    EXPECT_TRUE(rule.sharesBody(untouched)) << "nothing matched: the rule is as it was";
     EXPECT_EQ(id, Kiv::UniqueId::unset()) << "nothing matched: the id is as it was";
     return std::nullopt;
   }
-  EXPECT_EQ(id.value(), uint64_t{1000} + rule.sequence) << "the id of the very rule";
-  return rule.sequence;
+  EXPECT_EQ(id.value(), uint64_t{1000} + rule.sequence()) << "the id of the very rule";
+  const auto* listed = ruleIn(*list->judging(), id, rule);
+  EXPECT_TRUE(listed && rule.sharesBody(*listed)) << "the rule of the list, not one that looks like it";
+  return rule.sequence();
 }
 
 /// One filter against one frame.

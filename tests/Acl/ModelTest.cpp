@@ -63,31 +63,110 @@ TEST(AclTypes, ANameGivesItsValueBackAndNothingElseDoes) {
 }
 
 TEST(AclRules, ADefaultRulePermitsAndEqualsNoConfiguredDeny) {
-  EXPECT_EQ(IpRuleConfig().action, Action::permit);
-  IpRuleConfig deny;
+  EXPECT_EQ(IpRule().action, Action::permit);
+  EXPECT_EQ(IpRuleConfig().action(), Action::permit);
+  IpRule deny;
   deny.action = Action::deny;
-  EXPECT_FALSE(deny.isEq(IpRuleConfig())) << "a deny that says nothing else is still told from no rule";
+  EXPECT_FALSE(IpRuleConfig(deny).isEq(IpRuleConfig()))
+      << "a deny that says nothing else is still told from no rule";
+}
+
+template <class Rule>
+class AclRuleConfigs : public testing::Test {
+ protected:
+  static Rule some() {
+    Rule rule;
+    rule.sequence = 10, rule.action = Action::deny, rule.log = true, rule.mirrorSession = "W";
+    rule.text = "deny", rule.remark = "why";
+    rule.filter.vlan = {true, 5, 0};
+    return rule;
+  }
+};
+using RuleKinds = testing::Types<IpRule, Ip6Rule, MacRule>;
+TYPED_TEST_SUITE(AclRuleConfigs, RuleKinds);
+
+TYPED_TEST(AclRuleConfigs, SayWhatTheRuleSaysThatTheyAreMadeOf) {
+  const auto rule = this->some();
+  const typename TypeParam::Config made = rule;
+  EXPECT_EQ(made.base(), rule);
+  EXPECT_EQ(made.sequence(), 10u);
+  EXPECT_EQ(made.action(), Action::deny);
+  EXPECT_TRUE(made.log());
+  EXPECT_EQ(made.mirrorSession(), "W");
+  EXPECT_EQ(made.text(), "deny");
+  EXPECT_EQ(made.remark(), "why");
+  EXPECT_EQ(made.filter(), rule.filter);
+}
+
+TYPED_TEST(AclRuleConfigs, AreCopiedBySharingAndComparedByValue) {
+  using Config = typename TypeParam::Config;
+  const uint64_t before = MemSlab::liveCount();
+  {
+    const Config made = this->some();
+    EXPECT_EQ(MemSlab::liveCount(), before + 1);
+    Config copy = made;
+    EXPECT_EQ(MemSlab::liveCount(), before + 1) << "a copy is no second body";
+    EXPECT_TRUE(copy.sharesBody(made));
+    EXPECT_TRUE(copy.isEq(made));
+
+    const Config again = this->some();
+    EXPECT_FALSE(again.sharesBody(made));
+    EXPECT_TRUE(again.isEq(made)) << "equal is who says the same";
+    auto other = this->some();
+    other.remark = "why not";
+    EXPECT_FALSE(made.isEq(other)) << "told apart by what every rule has";
+    other = this->some();
+    other.filter.vlan = {};
+    EXPECT_FALSE(made.isEq(other)) << "told apart by the filter";
+    copy = other;
+    EXPECT_EQ(made, this->some()) << "a copy that becomes another rule leaves this one as it is";
+  }
+  EXPECT_EQ(MemSlab::liveCount(), before);
+}
+
+TYPED_TEST(AclRuleConfigs, HoldNothingUntilTheyAreMadeOfARule) {
+  using Config = typename TypeParam::Config;
+  const uint64_t before = MemSlab::liveCount();
+  const Config none, other;
+  EXPECT_EQ(MemSlab::liveCount(), before);
+  EXPECT_EQ(none.base(), TypeParam());
+  EXPECT_EQ(none.filter(), TypeParam().filter);
+  EXPECT_TRUE(none.isEq(other));
+  EXPECT_TRUE(none.isEq(TypeParam())) << "a default rule is no other than no rule";
+  EXPECT_FALSE(none.isEq(this->some()));
+}
+
+TYPED_TEST(AclRuleConfigs, AreTheSameRuleWhateverRemarkAndSpelling) {
+  const typename TypeParam::Config made = this->some();
+  auto rule = this->some();
+  rule.text = rule.remark = "otherwise";
+  EXPECT_TRUE(made.isSameRule(rule));
+  rule.log = false;
+  EXPECT_FALSE(made.isSameRule(rule));
+  rule = this->some();
+  rule.filter.vlan = {};
+  EXPECT_FALSE(made.isSameRule(rule));
 }
 
 TEST(AclRules, RemarkAndSpellingDoNotMakeAnotherRule) {
-  Ip6RuleConfig a, b;
+  Ip6Rule a, b;
   b.remark = "other";
   b.text = "permit ipv6 any any";
   EXPECT_TRUE(a.isSameRule(b));
-  EXPECT_FALSE(a.isEq(b));
+  EXPECT_FALSE(a == b);
   struct Row {
     const char* why;
-    void (*change)(Ip6RuleConfig&);
+    void (*change)(Ip6Rule&);
   };
   const Row rows[] = {
-      {"number", [](Ip6RuleConfig& r) { r.sequence = 1; }},
-      {"action", [](Ip6RuleConfig& r) { r.action = Action::deny; }},
-      {"log", [](Ip6RuleConfig& r) { r.log = true; }},
-      {"mirror session", [](Ip6RuleConfig& r) { r.mirrorSession = "W"; }},
-      {"filter", [](Ip6RuleConfig& r) { r.filter.fragments = true; }},
+      {"number", [](Ip6Rule& r) { r.sequence = 1; }},
+      {"action", [](Ip6Rule& r) { r.action = Action::deny; }},
+      {"log", [](Ip6Rule& r) { r.log = true; }},
+      {"mirror session", [](Ip6Rule& r) { r.mirrorSession = "W"; }},
+      {"filter", [](Ip6Rule& r) { r.filter.fragments = true; }},
   };
   for (const Row& row : rows) {
-    Ip6RuleConfig changed;
+    Ip6Rule changed;
     row.change(changed);
     EXPECT_FALSE(a.isSameRule(changed)) << row.why;
   }
@@ -117,25 +196,27 @@ TEST(AclRules, MplsLabelsHaveTwentyBits) {
     const char* outer = "Acl::MacFilter::mplsLabel < 0 or > 0xFFFFF not allowed";
     const char* inner = "Acl::MacFilter::mplsInnerLabel < 0 or > 0xFFFFF not allowed";
     EXPECT_EQ(thrown([&, value = label] { filter.mplsLabelIs(value); }), allowed ? "" : outer) << label;
-    EXPECT_EQ(filter.mpls.labelNamed, allowed) << "a refused label is not set";
+    EXPECT_EQ(filter.mpls.labelNamed(), allowed);
+    EXPECT_EQ(filter.mpls.label(), allowed ? label : 0) << "a refused label is not set";
     EXPECT_EQ(thrown([&, value = label] { filter.mplsInnerLabelIs(value); }), allowed ? "" : inner) << label;
-    EXPECT_EQ(filter.mpls.innerLabelNamed, allowed);
+    EXPECT_EQ(filter.mpls.innerLabelNamed(), allowed);
+    EXPECT_EQ(filter.mpls.innerLabel(), allowed ? label : 0);
+    EXPECT_NO_THROW(filter.mpls.check());
 
-    MacRuleConfig rule;
-    rule.filter.mpls.label = label;
-    EXPECT_EQ(thrown([&] { MacRuleConfig copy(rule); }), allowed ? "" : outer) << "copying looks, too";
-    rule.filter.mpls = {};
-    rule.filter.mpls.innerLabel = label;
-    MacRuleConfig target;
-    target.sequence = 5;
-    EXPECT_EQ(thrown([&] { target = rule; }), allowed ? "" : inner);
+    MacFilter stored;
+    stored.mpls = MplsFilter::unchecked({.label = label});
+    const MacFilter copy = stored;
+    EXPECT_EQ(copy.mpls.label(), label) << "copying does not look";
+    EXPECT_EQ(thrown([&] { copy.mpls.check(); }), allowed ? "" : outer);
+    stored.mpls = MplsFilter::unchecked({.innerLabel = label});
+    EXPECT_EQ(thrown([&] { stored.mpls.check(); }), allowed ? "" : inner);
   }
 }
 
 TEST(AclRuleMap, OrdersByNumberThenIdThroughEveryChange) {
   RuleMap<IpRuleConfig> rules;
   const auto put = [&](uint64_t id, uint32_t sequence) {
-    IpRuleConfig rule;
+    IpRule rule;
     rule.sequence = sequence;
     return rules.put(Kiv::UniqueId(id), rule);
   };
@@ -172,7 +253,7 @@ TEST(AclRuleMap, OrdersListsOfThousandsOfRulesThroughRandomChanges) {
     const bool growing = (step / 4000) % 2 == 0;
     const uint64_t id = 1 + random() % 3000;
     if (random() % 10 < (growing ? 9u : 2u)) {
-      IpRuleConfig rule;
+      IpRule rule;
       rule.sequence = 1 + random() % 2000;
       rules.put(Kiv::UniqueId(id), rule);
       model[id] = rule.sequence;
@@ -183,7 +264,7 @@ TEST(AclRuleMap, OrdersListsOfThousandsOfRulesThroughRandomChanges) {
     std::set<std::pair<uint32_t, uint64_t>> wanted;
     for (const auto& [each, sequence] : model) wanted.emplace(sequence, each);
     std::vector<std::pair<uint32_t, uint64_t>> found;
-    for (const auto* entry : rules.ordered()) found.emplace_back(entry->value.sequence, entry->key.value());
+    for (const auto* entry : rules.ordered()) found.emplace_back(entry->value.sequence(), entry->key.value());
     ASSERT_TRUE(std::equal(found.begin(), found.end(), wanted.begin(), wanted.end())) << "step " << step;
     const uint32_t sequence = 1 + random() % 2000;
     const auto first = wanted.lower_bound({sequence, 0});

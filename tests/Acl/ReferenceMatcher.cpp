@@ -188,13 +188,13 @@ std::optional<uint32_t> ReferenceMatcher::smallest(const std::vector<Rule>& rule
   return agreeing.empty() ? std::nullopt : std::optional(*agreeing.begin());
 }
 
-std::optional<uint32_t> ReferenceMatcher::first(const std::vector<Acl::IpRuleConfig>& r) const {
+std::optional<uint32_t> ReferenceMatcher::first(const std::vector<Acl::IpRule>& r) const {
   return smallest(r);
 }
-std::optional<uint32_t> ReferenceMatcher::first(const std::vector<Acl::Ip6RuleConfig>& r) const {
+std::optional<uint32_t> ReferenceMatcher::first(const std::vector<Acl::Ip6Rule>& r) const {
   return smallest(r);
 }
-std::optional<uint32_t> ReferenceMatcher::first(const std::vector<Acl::MacRuleConfig>& r) const {
+std::optional<uint32_t> ReferenceMatcher::first(const std::vector<Acl::MacRule>& r) const {
   return smallest(r);
 }
 

@@ -18,9 +18,9 @@ class ReferenceMatcher {
  public:
   explicit ReferenceMatcher(const Bytes& frame);
 
-  std::optional<uint32_t> first(const std::vector<Acl::IpRuleConfig>& rules) const;
-  std::optional<uint32_t> first(const std::vector<Acl::Ip6RuleConfig>& rules) const;
-  std::optional<uint32_t> first(const std::vector<Acl::MacRuleConfig>& rules) const;
+  std::optional<uint32_t> first(const std::vector<Acl::IpRule>& rules) const;
+  std::optional<uint32_t> first(const std::vector<Acl::Ip6Rule>& rules) const;
+  std::optional<uint32_t> first(const std::vector<Acl::MacRule>& rules) const;
 
  private:
   using Bits = std::vector<bool>;

@@ -15,8 +15,8 @@ namespace {
 using namespace Acl;
 
 /// Two hosts, or any packet.
-IpRuleConfig rule(uint32_t sequence, bool any) {
-  IpRuleConfig made;
+IpRule rule(uint32_t sequence, bool any) {
+  IpRule made;
   made.sequence = sequence;
   if (any) return made;
   made.filter.sourceMask.value = made.filter.destinationMask.value = ~uint32_t{0};
@@ -48,7 +48,7 @@ class WorkshopTest : public testing::Test {
   }
   ~WorkshopTest() override { Workshop::singleton().threadIs(false); }
 
-  void put(const IpRuleConfig& made) { list_->ipRuleByIdIs(Kiv::UniqueId(made.sequence), made); }
+  void put(const IpRule& made) { list_->ipRuleByIdIs(Kiv::UniqueId(made.sequence), made); }
   void erase(uint32_t sequence) { list_->ipRuleByIdDel(Kiv::UniqueId(sequence)); }
   void turn() {
     clock_.advance(Kelp::Duration(0.01));
@@ -151,7 +151,7 @@ TEST_F(WorkshopTest, TheThreadBeginsWithWhatItWasGivenAndFreesWhatIsDisposedOf) 
 TEST(CompiledRules, OfOneNumberAreTriedByTheirIdsWhateverTheirPlaces) {
   const auto list = MemSlab::make<AclSubConfig>();
   const auto put = [&list](uint64_t id, uint32_t sequence, bool source, uint32_t address) {
-    IpRuleConfig made;
+    IpRule made;
     made.sequence = sequence;
     (source ? made.filter.sourceMask : made.filter.destinationMask).value = ~uint32_t{0};
     (source ? made.filter.source : made.filter.destination).value = address;

@@ -49,7 +49,7 @@ class Allocation : public World {
       }
     }
     for (AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) rule(type, 5, Action::permit, "W");
-    Acl::IpRuleConfig noUdp;
+    Acl::IpRule noUdp;
     noUdp.sequence = 1, noUdp.action = Action::deny, noUdp.filter.protocolNamed = true,
     noUdp.filter.protocol = 17;
     list(AclType::ip)->ipRuleByIdIs(Kiv::UniqueId(uint64_t{6}), noUdp);

@@ -41,23 +41,23 @@ class Capability : public World {
       EXPECT_EQ(matches(direction, type, 6), passed + 1);
     }
   }
-  static void put(Acl::AclSubConfig& rules, uint64_t id, const Acl::IpRuleConfig& rule) {
+  static void put(Acl::AclSubConfig& rules, uint64_t id, const Acl::IpRule& rule) {
     rules.ipRuleByIdIs(Kiv::UniqueId(id), rule);
   }
-  static void put(Acl::AclSubConfig& rules, uint64_t id, const Acl::Ip6RuleConfig& rule) {
+  static void put(Acl::AclSubConfig& rules, uint64_t id, const Acl::Ip6Rule& rule) {
     rules.ip6RuleByIdIs(Kiv::UniqueId(id), rule);
   }
-  static void put(Acl::AclSubConfig& rules, uint64_t id, const Acl::MacRuleConfig& rule) {
+  static void put(Acl::AclSubConfig& rules, uint64_t id, const Acl::MacRule& rule) {
     rules.macRuleByIdIs(Kiv::UniqueId(id), rule);
   }
   void ip(void (*set)(Acl::IpFilter&), const Bytes& matching, const Bytes& other) {
-    denies<Acl::IpRuleConfig>(AclType::ip, set, matching, other);
+    denies<Acl::IpRule>(AclType::ip, set, matching, other);
   }
   void ipv6(void (*set)(Acl::Ip6Filter&), const Bytes& matching, const Bytes& other) {
-    denies<Acl::Ip6RuleConfig>(AclType::ipv6, set, matching, other);
+    denies<Acl::Ip6Rule>(AclType::ipv6, set, matching, other);
   }
   void mac(void (*set)(Acl::MacFilter&), const Bytes& matching, const Bytes& other) {
-    denies<Acl::MacRuleConfig>(AclType::mac, set, matching, other);
+    denies<Acl::MacRule>(AclType::mac, set, matching, other);
   }
 
   /// A deny-all list of a kind in one direction drops there, and only there.

@@ -80,7 +80,7 @@ TEST_F(RuleCounters, ListsOfOneNameAndTwoKindsKeepApart) {
 }
 
 TEST_F(RuleCounters, AnImplicitDropIsCountedBesideTheRulesOfItsList) {
-  Acl::IpRuleConfig rule;
+  Acl::IpRule rule;
   rule.sequence = 10, rule.filter.protocolNamed = true, rule.filter.protocol = 6;
   list(AclType::ip)->ipRuleByIdIs(Kiv::UniqueId(uint64_t{5}), rule);
   bind(AclType::ip, out);

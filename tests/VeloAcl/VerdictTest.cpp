@@ -210,7 +210,7 @@ INSTANTIATE_TEST_SUITE_P(, VerdictOfEach, testing::ValuesIn(collections), [](con
 });
 
 TEST_F(Verdict, OfADefaultRuleIsPermitWhateverIsSaidOfIt) {
-  list(AclType::ip)->ipRuleByIdIs(Kiv::UniqueId(uint64_t{5}), Acl::IpRuleConfig());
+  list(AclType::ip)->ipRuleByIdIs(Kiv::UniqueId(uint64_t{5}), Acl::IpRule());
   bind(AclType::ip, in);
   EXPECT_FALSE(drops(in, AclType::ip));
 }
@@ -227,8 +227,8 @@ TEST_F(Verdict, ASessionThatIsNotDefinedIsTracedAndCountedButMirrorsNothing) {
 TEST_F(Verdict, ALabelOutOfRangeIsAnErrorThatThePipelineAnswersWithADropOfItsOwn) {
   bind(AclType::mac, in);
   const auto rules = MemSlab::make<Acl::AclSubConfig>();
-  Acl::MacRuleConfig rule;
-  rule.filter.mpls.innerLabel = -1;
+  Acl::MacRule rule;
+  rule.filter.mpls = Acl::MplsFilter::unchecked({.innerLabel = -1});
   rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{5}), std::move(rule));
   plugin->aclConfig()->configIs(AclType::mac)->aclIs("L")->currCfgIs(rules);
   try {

@@ -88,9 +88,9 @@ class World : public testing::Test {
       return made;
     };
     const Kiv::UniqueId ruleId(id);
-    if (type == AclType::ip) list(type, name)->ipRuleByIdIs(ruleId, fill(Acl::IpRuleConfig()));
-    if (type == AclType::ipv6) list(type, name)->ip6RuleByIdIs(ruleId, fill(Acl::Ip6RuleConfig()));
-    if (type == AclType::mac) list(type, name)->macRuleByIdIs(ruleId, fill(Acl::MacRuleConfig()));
+    if (type == AclType::ip) list(type, name)->ipRuleByIdIs(ruleId, fill(Acl::IpRule()));
+    if (type == AclType::ipv6) list(type, name)->ip6RuleByIdIs(ruleId, fill(Acl::Ip6Rule()));
+    if (type == AclType::mac) list(type, name)->macRuleByIdIs(ruleId, fill(Acl::MacRule()));
   }
   void bind(AclType type, AclDirection direction, const char* intf = "eth1", const char* name = "L") {
     agent.cliIntfs->configIs(type)->intfIs(direction)->intfIs(IntfId(intf), name);

@@ -84,21 +84,21 @@ class World {
   void delList(AclType type, const char* name) {
     if (const auto lists = config->config(type)) lists->aclDel(name);
   }
-  static Acl::IpRuleConfig ipRule(uint32_t sequence = 10) {
-    Acl::IpRuleConfig r;
+  static Acl::IpRule ipRule(uint32_t sequence = 10) {
+    Acl::IpRule r;
     r.sequence = sequence;
     r.action = Acl::Action::deny;
     r.text = "deny ip any any";
     return r;
   }
-  static Acl::Ip6RuleConfig ip6Rule(uint32_t sequence = 10) {
-    Acl::Ip6RuleConfig r;
+  static Acl::Ip6Rule ip6Rule(uint32_t sequence = 10) {
+    Acl::Ip6Rule r;
     r.sequence = sequence;
     r.text = "permit ipv6 any any";
     return r;
   }
-  static Acl::MacRuleConfig macRule(uint32_t sequence = 10) {
-    Acl::MacRuleConfig r;
+  static Acl::MacRule macRule(uint32_t sequence = 10) {
+    Acl::MacRule r;
     r.sequence = sequence;
     r.text = "permit any any";
     return r;

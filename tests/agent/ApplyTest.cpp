@@ -29,7 +29,7 @@ class ApplyTest : public testing::Test {
   /// The ids of an IPv4 list's rules by number.
   std::map<uint32_t, Kiv::UniqueId> ids(const char* list = "A") {
     std::map<uint32_t, Kiv::UniqueId> found;
-    for (const auto* entry : rules(list).ordered()) found[entry->value.sequence] = entry->key;
+    for (const auto* entry : rules(list).ordered()) found[entry->value.sequence()] = entry->key;
     return found;
   }
   const Acl::RuleMap<Acl::IpRuleConfig>& rules(const char* list = "A") {
@@ -56,8 +56,8 @@ TEST_F(ApplyTest, RemarkAndSpellingAreWrittenUnderTheSameId) {
   const auto before = ids();
   lists("ip access-list A\n remark new\n 10 permit 6 any 192.0.2.1/32 eq www\n");
   EXPECT_EQ(ids(), before);
-  EXPECT_EQ(rules().ordered().front()->value.remark, "new");
-  EXPECT_EQ(rules().ordered().front()->value.text, "permit 6 any 192.0.2.1/32 eq www");
+  EXPECT_EQ(rules().ordered().front()->value.remark(), "new");
+  EXPECT_EQ(rules().ordered().front()->value.text(), "permit 6 any 192.0.2.1/32 eq www");
 }
 
 TEST_F(ApplyTest, EverythingButRemarkAndSpellingMakesAnotherRule) {

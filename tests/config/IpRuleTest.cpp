@@ -216,7 +216,7 @@ TEST(IpRule, StandardListsTakeASourceOnly) {
       {"a number in front and log behind", "7 permit any log", 0, 0, true},
   };
   for (const auto& row : table) {
-    const auto rule = ruleOf<Acl::IpRuleConfig>("ip access-list standard A", row.rule);
+    const auto rule = ruleOf<Acl::IpRule>("ip access-list standard A", row.rule);
     Acl::IpFilter expected;
     expected.source.value = row.source;
     expected.sourceMask.value = row.mask;

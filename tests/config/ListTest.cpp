@@ -54,7 +54,7 @@ TEST(List, ANumberGivenAgainReplacesTheWholeRule) {
   const auto list = listOf(
       "ip access-list A\nremark old\n10 permit tcp any any eq 80 log\n10 deny udp any any mirror session "
       "W\n");
-  const auto& rule = std::get<Acl::IpRuleConfig>(list.rules.at(10));
+  const auto& rule = std::get<Acl::IpRule>(list.rules.at(10));
   EXPECT_EQ(rule.action, Acl::Action::deny);
   EXPECT_EQ(rule.filter.protocol, 17);
   EXPECT_TRUE(rule.filter.destinationPort.isAny());

@@ -70,15 +70,11 @@ RuleConfig ruleOf(std::string_view header, std::string_view rule) {
   return std::get<RuleConfig>(rules.begin()->second);
 }
 
-inline Acl::IpRuleConfig ipRule(std::string_view rule) {
-  return ruleOf<Acl::IpRuleConfig>("ip access-list A", rule);
+inline Acl::IpRule ipRule(std::string_view rule) { return ruleOf<Acl::IpRule>("ip access-list A", rule); }
+inline Acl::Ip6Rule ip6Rule(std::string_view rule) {
+  return ruleOf<Acl::Ip6Rule>("ipv6 access-list A", rule);
 }
-inline Acl::Ip6RuleConfig ip6Rule(std::string_view rule) {
-  return ruleOf<Acl::Ip6RuleConfig>("ipv6 access-list A", rule);
-}
-inline Acl::MacRuleConfig macRule(std::string_view rule) {
-  return ruleOf<Acl::MacRuleConfig>("mac access-list A", rule);
-}
+inline Acl::MacRule macRule(std::string_view rule) { return ruleOf<Acl::MacRule>("mac access-list A", rule); }
 
 /// The sequence numbers of a list, in order.
 inline std::vector<uint32_t> numbersOf(const List& list) {

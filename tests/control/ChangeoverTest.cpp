@@ -86,7 +86,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
         auto& rules = all[{type.key(), list.key().str()}];
         const auto take = [&rules](const auto& map) {
           for (const auto* entry : map.ordered()) {
-            rules[entry->value.sequence] = {entry->key, entry->value.text.str()};
+            rules[entry->value.sequence()] = {entry->key, entry->value.text().str()};
           }
         };
         const auto& current = *list.value()->currCfg();

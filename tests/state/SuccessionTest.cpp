@@ -81,7 +81,7 @@ class OneAgent {
   std::map<uint32_t, UniqueId> ids(const char* list = "A") {
     std::map<uint32_t, UniqueId> found;
     for (const auto* entry : core_.lists()->config(AclType::ip)->acl(list)->currCfg()->ipRuleById().ordered())
-      found[entry->value.sequence] = entry->key;
+      found[entry->value.sequence()] = entry->key;
     return found;
   }
   UniqueId implicitId(const char* list = "A") {

@@ -1,4 +1,4 @@
-#include <Acl/Rule.h>
+#include <Acl/Filter.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -7,14 +7,8 @@ namespace Acl {
 
 namespace {
 
-constexpr int32_t maxMplsLabel = 0xFFFFF;
-
 constexpr char labelText[] = "Acl::MacFilter::mplsLabel < 0 or > 0xFFFFF not allowed";
 constexpr char innerLabelText[] = "Acl::MacFilter::mplsInnerLabel < 0 or > 0xFFFFF not allowed";
-
-void checkMplsLabel(int32_t label, const char* text) {
-  if (label < 0 || label > maxMplsLabel) throw std::range_error(text);
-}
 
 }  // namespace
 
@@ -55,29 +49,20 @@ bool HopMatch::matches(uint8_t hops) const {
   return false;
 }
 
-MacFilter::MacFilter(const MacFilter& other)
-    : vlan(other.vlan),
-      source(other.source),
-      sourceMask(other.sourceMask),
-      destination(other.destination),
-      destinationMask(other.destinationMask),
-      etherTypeNamed(other.etherTypeNamed),
-      etherType(other.etherType),
-      mpls(other.mpls) {
-  checkMplsLabel(mpls.label, labelText);
-  checkMplsLabel(mpls.innerLabel, innerLabelText);
+void MplsFilter::labelIs(int32_t label) {
+  if (!isLabel(label)) throw std::range_error(labelText);
+  labels_.labelNamed = true;
+  labels_.label = label;
 }
 
-void MacFilter::mplsLabelIs(int32_t label) {
-  checkMplsLabel(label, labelText);
-  mpls.labelNamed = true;
-  mpls.label = label;
+void MplsFilter::innerLabelIs(int32_t label) {
+  if (!isLabel(label)) throw std::range_error(innerLabelText);
+  labels_.innerLabelNamed = true;
+  labels_.innerLabel = label;
 }
 
-void MacFilter::mplsInnerLabelIs(int32_t label) {
-  checkMplsLabel(label, innerLabelText);
-  mpls.innerLabelNamed = true;
-  mpls.innerLabel = label;
+void MplsFilter::refuse() const {
+  throw std::range_error(isLabel(labels_.label) ? innerLabelText : labelText);
 }
 
 }  // namespace Acl
