@@ -55,18 +55,21 @@ size_t ruleCount(RunningAgent& agent, const char* list) {
   return shown.contains("error") ? 0 : shown.at("lists").at(0).at("rules").size();
 }
 
-TEST(Memory, AnApplyForWhichItRunsOutChangesNothing) {
+TEST(Memory, AnApplyForWhichItRunsOutWhileItIsReadChangesNothing) {
   RunningAgent agent;
   agent.start(rules(3, "permit"));
+  // With a mistake behind it the text is read and no more.
+  constexpr int64_t plenty = 1000000;
+  left = plenty;
+  EXPECT_EQ(agent.apply(rules(40, "deny") + "nonsense\n").at("error").at("code"), "mistakes");
+  const int64_t ofReading = plenty - left.exchange(-1);
   int refused = 0;
-  bool enough = false;
-  for (int64_t count = 0; !enough; count += 1 + count / 8) {
+  for (int64_t count = 0; count < ofReading / 2; count += 1 + count / 8) {
     left = count;
     const Json answer = agent.apply(rules(40, "deny"));
-    enough = left >= 0;
     left = -1;
+    // Streams of the library do without a buffer, so that not every failure is one of the change.
     if (!answer.contains("error")) {
-      EXPECT_EQ(ruleCount(agent, "A"), 40u);
       EXPECT_EQ(agent.apply(rules(3, "permit")).at("applied"), true);
       continue;
     }
@@ -75,6 +78,7 @@ TEST(Memory, AnApplyForWhichItRunsOutChangesNothing) {
     EXPECT_EQ(ruleCount(agent, "A"), 3u);
   }
   EXPECT_GT(refused, 10);
+  EXPECT_EQ(agent.apply(rules(40, "deny")).at("applied"), true);
 }
 
 TEST(Memory, AFileForWhichItRunsOutIsTriedAgain) {
@@ -90,7 +94,7 @@ TEST(Memory, AFileForWhichItRunsOutIsTriedAgain) {
       return !agent.plane().configuration().busy() && so();
     });
   };
-  for (const int64_t count : {0, 3, 10, 30, 100, 300}) {
+  for (const int64_t count : {0, 3, 10, 30, 100}) {
     SCOPED_TRACE(count);
     left = count;
     agent.putFile("a.acl", fmt::format("ip access-list B\n permit ip any any\n{}", rules(60, "deny")));
@@ -165,7 +169,7 @@ TEST(Memory, AChangeThatIsTooLargeForItIsRefused) {
   {
     SocketClient client(agent);
     for (int i = 0; i < 2000 && !closed; ++i) {
-      for (size_t sent = 0; sent < request.size() && !client.closed();)
+      for (size_t sent = 0; sent < request.size() && !client.closed(); agent.advance(0.01))
         sent += client.send(std::string_view(request).substr(sent));
       closed = client.closed() || client.line().empty();
     }
