@@ -137,12 +137,8 @@ class World {
     while (runOne()) {
     }
   }
-  /// The rules after the others may take their status a second later.
   void untilReady() {
-    for (int i = 0; i < 3 && !machine->ready(); ++i) {
-      runAll();
-      if (!machine->ready()) clock.advance(Kelp::Duration(1));
-    }
+    runAll();
     if (!machine->ready()) Kelp::fatal("the machine does not get ready", __FILE__, __LINE__);
   }
 

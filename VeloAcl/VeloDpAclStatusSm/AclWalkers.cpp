@@ -38,6 +38,7 @@ void AclConfigSm3::handleConfig2Reactor(AclType aclType) { handleConfig2(aclType
 void AclConfigSm3::handleConfig3Reactor(AclType aclType) { handleConfig3(aclType); }
 void AclConfigSm3::handleConfig4Reactor(AclType aclType) { handleConfig4(aclType); }
 
+// The upper end of the onChildEvent chain: what a walker below withdraws, with the keys of all on the way.
 void AclConfigSm3::onChildEvent1(AclType aclType, const Kelp::String& aclName) {
   machine().eventToAclConfigStream(aclType, aclName, std::nullopt);
 }

@@ -77,9 +77,16 @@ void VeloDpAclStatusSm::eventToAclConfigStream(AclType aclType, const Kelp::Stri
               aclType, aclName, text(aclCfg));
   const EventsUnderWay<AclStatusStatusAclOutputKeyType>::Event event(listEvents_, {aclType, aclName});
   const bool leftOver = isLeftOver(aclType, aclName);
+  const bool isNew = !statusOf(aclType, aclName);
   if (aclStatusStatusAclOutput_.pending) aclStatusStatusAclOutputSeenIs({aclType, aclName});
   if (aclCfg) {
     if (!publishList(aclType, aclName, leftOver)) return;
+    // A list that was taken away while its rules were being recorded has left some, which nobody publishes.
+    const auto recorded = isNew ? localAttrStore_->ruleIdsByAcl({aclType, aclName}) : nullptr;
+    for (auto at = recorded ? recorded->ruleIds().begin() : Velo::Counter::RuleIdSet::ruleIdsMap::Iterator();
+         at && !stopped_; at.next()) {
+      eventToRuleCfgHandlerStream(aclType, aclName, UniqueId(at.key()), false);
+    }
   } else if (const auto lists = aclStatus_->status(aclType)) {
     traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
                 aclName);

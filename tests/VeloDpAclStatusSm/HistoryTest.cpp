@@ -219,7 +219,7 @@ class History {
     }
     if (!rulesReady && world_.sm->outputState()->ruleIdsByAclRuleIdsOutputReady()) {
       bool allEnded = true;
-      for (size_t i = 0; i < StatusModel::polls; ++i) allEnded = allEnded && ends_[i] && !inPass_[i];
+      for (size_t i = 0; i < StatusModel::polls; ++i) allEnded = allEnded && ends_[i];
       if (allEnded) mayComeAtOnce_.fill(true);
     }
     if (!live_ && world_.sm->ready()) {

@@ -18,7 +18,7 @@ class Slices : public testing::Test, protected World {
   Slices() { Kiv::alwaysYieldIs(true); }
   ~Slices() override { Zeb::TraceHandle::disableAll(); }
 
-  static std::string name(int i) { return fmt::format("L{:03}", i); }
+  static std::string name(int i) { return fmt::format("L{:04}", i); }
   /// Runs until the machine is idle; returns what it traced.
   Lines traced() {
     Zeb::TraceHandle::disableAll();
@@ -56,9 +56,9 @@ TEST_F(Slices, AWalkOverStatusesWithoutEntriesYields) {
 }
 
 TEST_F(Slices, TheLookForWhatIsToBeReconciledYields) {
-  for (int i = 0; i < 300; ++i) status->statusIs(AclType::ip)->aclIs(name(i));
-  status->status(AclType::ip)->acl(name(299))->ruleStatusIs(r(1), {});
-  list(AclType::ip, name(299).c_str());
+  for (int i = 0; i < 3000; ++i) status->statusIs(AclType::ip)->aclIs(name(i));
+  status->status(AclType::ip)->acl(name(2999))->ruleStatusIs(r(1), {});
+  list(AclType::ip, name(2999).c_str());
   start();
   int runs = 0;
   while (!sm->initialScanDone()) {
@@ -71,18 +71,18 @@ TEST_F(Slices, TheLookForWhatIsToBeReconciledYields) {
       << "found in the last list";
   EXPECT_EQ(count(lines, "Reconciling aclAclStatusPtrImplicitRuleIdOutput: true"), 0u);
   EXPECT_EQ(status->status(AclType::ip)->acl().size(), 1u);
-  EXPECT_TRUE(statusOf(AclType::ip, name(299).c_str())->ruleStatus().empty());
+  EXPECT_TRUE(statusOf(AclType::ip, name(2999).c_str())->ruleStatus().empty());
 }
 
 TEST_F(Slices, WhatWasSeenIsForgottenInSlicesAndThenTheOutputIsReady) {
   for (int i = 0; i < 300; ++i) {
     list(AclType::ip, name(i).c_str());
-    bind(AclType::ip, AclDirection::in, name(i).c_str(), "L000");
+    bind(AclType::ip, AclDirection::in, name(i).c_str(), "L0000");
     status->statusIs(AclType::ip)->aclIs(name(i))->ruleStatusIs(r(1), {});
     status->status(AclType::ip)->acl(name(i))->implicitRuleIdIs(drop, r(2));
     status->status(AclType::ip)->acl(name(i))->implicitRuleStatusIs(drop, {});
   }
-  status->status(AclType::ip)->intfIs(AclDirection::in)->intfIs(Nimnet::IntfId("old"), "L000");
+  status->status(AclType::ip)->intfIs(AclDirection::in)->intfIs(Nimnet::IntfId("old"), "L0000");
   start();
   Lines lines = traced();
   for (const char* output :
@@ -92,7 +92,7 @@ TEST_F(Slices, WhatWasSeenIsForgottenInSlicesAndThenTheOutputIsReady) {
   }
   EXPECT_FALSE(sm->aclStatusStatusAclOutputSeenHas({AclType::ip, name(7)}));
   EXPECT_FALSE(
-      sm->aclStatusStatusIntfIntfOutputSeenHas({AclType::ip, AclDirection::in, Nimnet::IntfId("L007")}));
+      sm->aclStatusStatusIntfIntfOutputSeenHas({AclType::ip, AclDirection::in, Nimnet::IntfId("L0007")}));
   EXPECT_EQ(sm->aclAclStatusPtrRuleStatusOutputPtrSeen().size(), 0u);
   EXPECT_EQ(sm->aclAclStatusPtrImplicitRuleIdOutputPtrSeen().size(), 0u);
   EXPECT_EQ(sm->aclAclStatusPtrImplicitRuleStatusOutputPtrSeen().size(), 0u);
@@ -175,7 +175,8 @@ TEST_F(Slices, TheTasksHaveTheirNamesAndTheControlsPriorityAndGoWhenTheyHaveNoth
   std::set<std::string> all = pollTasks;
   all.insert(otherTasks.begin(), otherTasks.end());
   EXPECT_EQ(taskNames(), all);
-  scheduler->forEachTask([](const Kiv::TimerTask& task) { EXPECT_EQ(task.priority(), 7) << task.name(); });
+  scheduler->forEachTask(
+      [](const Kiv::TimerTask& task) { EXPECT_EQ(task.priority(), 7) << task.name().str(); });
   traced();
   EXPECT_EQ(taskNames(), pollTasks) << "scans and reconciliations are over";
 }
