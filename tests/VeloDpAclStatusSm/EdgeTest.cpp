@@ -388,8 +388,7 @@ TEST_F(Edges, TheMachineIsNotIdleWhileAnyOfItsPollsIsAtWork) {
     for (uint64_t i = 1; i <= 2; ++i) count(row.counters, {AclDirection::in, AclType::ip, "A", r(i)}, 1, 99);
     Kiv::alwaysYieldIs(true);
     clock.advance(Kelp::Duration(1));
-    scheduler->runTurn();
-    EXPECT_FALSE(row.idle());
+    while (row.idle()) ASSERT_TRUE(scheduler->runOne());
     EXPECT_FALSE(sm->inputSmScanState()->idle());
     EXPECT_FALSE(sm->idle());
     EXPECT_TRUE(sm->ready());
