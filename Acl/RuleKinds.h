@@ -46,7 +46,7 @@ auto withRuleKind(AclType type, const Visit& visit) {
 /// The same for all kinds, one after the other.
 template <class Visit>
 void forEachRuleKind(const Visit& visit) {
-  for (const AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) withRuleKind(type, visit);
+  for (const AclType type : aclTypes) withRuleKind(type, visit);
 }
 
 }  // namespace Acl

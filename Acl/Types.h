@@ -11,6 +11,7 @@ namespace Acl {
 
 /// The kind of an access list. The numbers are part of counter and status keys.
 enum class AclType : uint8_t { ip = 0, ipv6 = 1, mac = 2 };
+inline constexpr AclType aclTypes[] = {AclType::ip, AclType::ipv6, AclType::mac};
 
 /// The direction of a binding: in is judged on receipt, out before sending.
 enum class AclDirection : uint8_t { in = 0, out = 1 };

@@ -64,7 +64,7 @@ bool DataplaneAclHelper::processPkt(const Kelp::Ptr<PacketContext>& ctx, AclDire
       return false;
     }
   }
-  return processL2Pkt(ctx, dir, intf) && processL3Pkt(ctx, dir, std::move(intf));
+  return processL2Pkt(ctx, dir, intf) && processL3Pkt(ctx, dir, intf);
 }
 
 bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
@@ -73,7 +73,7 @@ bool DataplaneAclHelper::processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDi
     tracePkt(*ctx, "processL2Pkt", "No ethernet header");
     return true;
   }
-  return !shouldDropPkt(ctx, std::move(intf), dir, AclType::mac);
+  return !shouldDropPkt(ctx, intf, dir, AclType::mac);
 }
 
 bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDirection dir,
@@ -84,7 +84,7 @@ bool DataplaneAclHelper::processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, AclDi
     return true;
   }
   const AclType type = ip->protocolName() == "Ipv4" ? AclType::ip : AclType::ipv6;
-  return !shouldDropPkt(ctx, std::move(intf), dir, type);
+  return !shouldDropPkt(ctx, intf, dir, type);
 }
 
 bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf,

@@ -59,7 +59,7 @@ bool Statements::interface(Cursor& at, AclType) {
 bool Statements::noInterface(Cursor& at, AclType) {
   std::string name;
   if (!at.name("the name of an interface", &name) || !at.end()) return false;
-  for (const auto type : {AclType::ip, AclType::ipv6, AclType::mac}) {
+  for (const auto type : Acl::aclTypes) {
     for (const auto direction : {AclDirection::in, AclDirection::out})
       model_.bindings.erase({type, direction, name});
   }

@@ -8,8 +8,6 @@ namespace Agent {
 
 namespace {
 
-constexpr Acl::AclType types[] = {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac};
-
 std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
   std::vector<std::string> all;
   for (const auto& text : texts) all.push_back(text.str());
@@ -20,7 +18,8 @@ std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
 
 bool isDefined(const Core& core, const Kelp::String& name) {
   const auto configured = core.lists();
-  return configured && std::any_of(std::begin(types), std::end(types), [&](Acl::AclType type) {
+  return configured &&
+         std::any_of(std::begin(Acl::aclTypes), std::end(Acl::aclTypes), [&](Acl::AclType type) {
            const auto lists = configured->config(type);
            return lists && lists->acl(name);
          });
@@ -40,7 +39,7 @@ ListReader::ListReader(const Core& core, const ZeroLine* zero, Remarks remarks)
 std::vector<ListReader::Key> ListReader::defined() const {
   std::vector<Key> keys;
   const auto configured = core_.lists();
-  for (const auto type : types) {
+  for (const auto type : Acl::aclTypes) {
     const auto lists = configured ? configured->config(type) : nullptr;
     if (!lists) continue;
     for (auto at = lists->acl().begin(); at; at.next()) keys.emplace_back(type, at.key());
@@ -132,7 +131,7 @@ MatchCount ListReader::matches(const Key& key, const Kiv::UniqueId& id) const {
 std::map<ListReader::Key, std::vector<BindingReport>> ListReader::bindings() const {
   std::map<Key, std::vector<BindingReport>> found;
   const auto sources = core_.bindingSources();
-  for (const auto type : types) {
+  for (const auto type : Acl::aclTypes) {
     forEachBinding(type,
                    [&](Acl::AclDirection direction, const Nimnet::IntfId& intf, const Kelp::String& bound) {
                      BindingReport binding{intf.name().str(), direction};

@@ -11,13 +11,11 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr Acl::AclType types[] = {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac};
-
 /// The published status, list by list; what is gone when its turn comes is left out.
 class StatusDocument final : public Document {
  public:
   explicit StatusDocument(const World& world) : world_(world), status_(world.core.status()) {
-    for (const auto type : types) {
+    for (const auto type : Acl::aclTypes) {
       if (status_ && status_->status(type)) types_.push_back(type);
     }
   }

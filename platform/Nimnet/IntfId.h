@@ -4,22 +4,26 @@
 
 namespace Nimnet {
 
-/// The identifier of an interface: its name, shared and hashed once. The empty id names no interface.
+/// The identifier of an interface: its name, which is kept once for all ids and for the life of the process,
+/// so that ids are copied, compared and hashed as a word. The empty id names no interface.
 class IntfId {
  public:
   IntfId() = default;
-  explicit IntfId(Kelp::String name) : name_(std::move(name)) {}
+  /// Looks the name up among all that there were; on any thread.
+  explicit IntfId(const Kelp::String& name);
 
-  bool empty() const { return name_.empty(); }
-  const Kelp::String& name() const { return name_; }
+  bool empty() const { return name_ == nullptr; }
+  const Kelp::String& name() const { return name_ ? *name_ : noName; }
   /// The name as it is written in traces; the names of this agent are short already.
-  const Kelp::String& shortName() const { return name_; }
-  uint32_t hash() const { return name_.hash(); }
+  const Kelp::String& shortName() const { return name(); }
+  uint32_t hash() const { return name().hash(); }
   bool operator==(const IntfId&) const = default;
-  auto operator<=>(const IntfId& other) const { return name_ <=> other.name_; }
+  /// By name.
+  auto operator<=>(const IntfId& other) const { return name() <=> other.name(); }
 
  private:
-  Kelp::String name_;
+  static inline const Kelp::String noName;
+  const Kelp::String* name_ = nullptr;
 };
 
 }  // namespace Nimnet

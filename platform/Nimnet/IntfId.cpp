@@ -1,0 +1,33 @@
+#include <Nimnet/IntfId.h>
+
+#include <mutex>
+#include <unordered_set>
+
+namespace Nimnet {
+
+namespace {
+
+/// Never destroyed: ids may outlive whatever is destroyed at the end of the process. An element stays where
+/// it is.
+struct Names {
+  std::mutex mutex;
+  std::unordered_set<Kelp::String> names;
+};
+
+Names& allNames() {
+  static auto& names = *new Names;
+  return names;
+}
+
+}  // namespace
+
+IntfId::IntfId(const Kelp::String& name) {
+  if (name.empty()) return;
+  Names& all = allNames();
+  const std::lock_guard lock(all.mutex);
+  const auto known = all.names.find(name);
+  // A text of its own: the caller's may be counted on another thread.
+  name_ = known != all.names.end() ? &*known : &*all.names.insert(Kelp::String(name.view())).first;
+}
+
+}  // namespace Nimnet
