@@ -305,9 +305,10 @@ TEST_F(AclConfigAggregator, ASubscriberThatRemovesAFreshListLeavesNoGhost) {
       cli->config(AclType::ip)->aclDel("L");
     }
   };
-  cli->configIs(AclType::ip)->aclIs("L");
+  const auto gone = cli->configIs(AclType::ip)->aclIs("L");
   log.then = nullptr;
   EXPECT_EQ(shown(*target), "");
+  EXPECT_EQ(gone->nodeUseCount(), 1u) << "nobody holds and follows it";
   listIs(*cli, "L", {{1, 10}});
   EXPECT_EQ(shown(*target), "ip/L{1:10}");
 }

@@ -170,6 +170,25 @@ TEST_F(IntfConfigSm, ASubscriberThatBindsAnewWhileALastBindingGoesGetsItsWay) {
   EXPECT_EQ(shown(*target), "ip in eth3=E");
 }
 
+TEST_F(IntfConfigSm, SoDoesOneWhoseNewBindingHasAnotherDirectionBesideIt) {
+  bind(*cli, "C");
+  bind(*cli, "O", AclType::ip, AclDirection::out, "eth1");
+  start();
+  ChangeLog bindings(*target->config(AclType::ip)->intf(AclDirection::in));
+  bool once = true;
+  bindings.then = [&](const Zeb::Change&) {
+    if (!std::exchange(once, false)) return;
+    bind(*cli, "D", AclType::ip, AclDirection::in, "eth2");
+    cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth2"));
+    bind(*cli, "E", AclType::ip, AclDirection::in, "eth3");
+  };
+  cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth1"));
+  const auto in = target->config(AclType::ip)->intf(AclDirection::in);
+  ASSERT_NE(in, nullptr);
+  EXPECT_EQ(in->intf().size(), 1u);
+  EXPECT_NE(target->config(AclType::ip)->intf(AclDirection::out), nullptr);
+}
+
 TEST_F(IntfConfigSm, RandomHistoriesAlwaysAddUp) {
   constexpr const char* intfs[] = {"eth1", "eth2"};
   constexpr const char* lists[] = {"", "A", "B", "C"};

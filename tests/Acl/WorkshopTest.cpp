@@ -129,6 +129,7 @@ TEST_F(WorkshopTest, NoListWaitsForAThreadThatHasGone) {
   ASSERT_FALSE(list_->compiledReady(AclType::ip));
   Workshop::singleton().threadIs(false);
   EXPECT_TRUE(list_->compiledReady(AclType::ip));
+  EXPECT_EQ(metBy(500), 1u) << "and it is the list's";
 }
 
 TEST_F(WorkshopTest, TheThreadBeginsWithWhatItWasGivenAndFreesWhatIsDisposedOf) {

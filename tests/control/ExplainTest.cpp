@@ -117,6 +117,9 @@ TEST_F(ExplainTest, OfAFloodedFrameTellsWhatBecomesOfItAtEveryPort) {
                       "drop out, on eth5: dropping pkt\n"),
             std::string::npos)
       << text;
+  const Json answer =
+      explain("eth4", "udp 192.0.2.2:2 > 192.0.2.1:1 from 02:00:00:00:00:02 to 02:00:00:00:00:01");
+  EXPECT_EQ(answer.at("egress").size(), 4u) << "the bridge has not learned from what was only explained";
 }
 
 TEST_F(ExplainTest, AMalformedFrameIsDroppedBeforeAnyListIsAsked) {
