@@ -113,10 +113,8 @@ std::vector<Image> randomImages(uint32_t seed) {
     }
     for (const int shift : {0, 16}) {
       // Often where cells end.
-      const uint32_t low = below(2) ? below(3000) : below(3000) | 0x3f;
-      const uint32_t high = below(3) == 0 ? low
-                            : below(2)    ? low + below(3000)
-                                          : (low + below(3000) + 64) & ~0x3fu;
+      const uint32_t low = below(2) ? below(65536) : below(16) << 12 | 0xfff;
+      const uint32_t high = below(3) == 0 ? low : std::min(low + below(9000), 0xffffu);
       if (below(3) == 0) continue;
       image.pairLow |= low << shift;
       image.pairHigh &= ~(0xffffu << shift) | high << shift;
