@@ -86,6 +86,8 @@ TEST(FrameArgument, AFragmentHasNoHeaderBehindIp) {
   ASSERT_TRUE(six) << wrong;
   EXPECT_EQ(six->octets[20], 44) << "a fragment header follows";
   EXPECT_EQ(six->octets[54], 17) << "and names the protocol";
+  EXPECT_EQ(six->octets[56] << 8 | six->octets[57], 1480)
+      << "and the offset in octets, for its lowest bits are flags";
 }
 
 TEST(FrameArgument, MistakesAreToldWithTheirPlace) {
