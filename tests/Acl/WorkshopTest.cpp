@@ -117,12 +117,14 @@ TEST_F(WorkshopTest, ARuleThatComesMeanwhileIsNotTakenForOneThatWent) {
 TEST_F(WorkshopTest, ARuleThatGoesWhileOthersAreCopiedLeavesNothingBehind) {
   settle();
   erase(1);
+  settle();
+  erase(2);  // which hid the hosts
   copyFirstRules();
   erase(20);  // one of them
   settle();
   for (const uint32_t sequence : {5u, 6u, 7u})
     put(rule(sequence, false));  // in the places that have become free
-  EXPECT_EQ(metBy(20), 2u);
+  EXPECT_EQ(metBy(20), 0u);
 }
 
 TEST_F(WorkshopTest, NoListWaitsForAThreadThatHasGone) {

@@ -1,4 +1,6 @@
+#include <Velo/Mirroring.h>
 #include <agent/replay/Report.h>
+#include <agent/show/ListReport.h>
 #include <gmock/gmock.h>
 
 #include <sstream>
@@ -108,6 +110,21 @@ TEST(ReportText, OfAListWithImplicitIdTheLastLineHasCounts) {
   report.lists[0].implicitDrop = MatchCount{4, 2, 1.0};
   EXPECT_THAT(lineWith(reportText(report, false), "matches no rule"),
               testing::ContainsRegex("dropped\\) +4 +2  1970-"));
+}
+
+TEST(ListReport, OfWhatIsDeniedOnTheWayOutThereIsNoCopy) {
+  const auto& sessions = Velo::MirroringStepHelper::singleton();
+  const MatchCount met{4, 2, 1.0};
+  Acl::IpRuleConfig rule;
+  rule.action = Acl::Action::permit;
+  EXPECT_EQ(mirroredOf(rule, met), std::nullopt) << "a rule without a session";
+  rule.mirrorSession = "S";
+  EXPECT_EQ(mirroredOf(rule, met), 0u) << "a session that is not defined";
+  sessions->sessionIs("S", {});
+  EXPECT_EQ(mirroredOf(rule, met), 6u);
+  rule.action = Acl::Action::deny;
+  EXPECT_EQ(mirroredOf(rule, met), 4u);
+  sessions->sessionDel("S");
 }
 
 }  // namespace
