@@ -124,8 +124,9 @@ class Table {
   static void readField(const Statement& query, int column, T& field) {
     const int64_t value = query.integer(column);
     field = static_cast<T>(value);
-    if (static_cast<int64_t>(field) != value)
-      throw DatabaseError(SQLITE_CORRUPT, "a number is out of its range");
+    // What takes all 64 bits is below zero in the file from half of them on.
+    if (sizeof field < sizeof value && (value < 0 || static_cast<uint64_t>(value) != field))
+      throw DatabaseError(SQLITE_CORRUPT, "a number is out of its column's range");
   }
   template <Acl::NamedEnum E>
   static void readField(const Statement& query, int column, E& field) {

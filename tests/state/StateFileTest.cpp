@@ -210,6 +210,14 @@ TEST_F(StateFileTest, AFileThatCannotBeUsedIsSetAside) {
                "out of its range"},
            Row{"a value is of another type",
                [](const std::string& path) { run(path, "UPDATE counter SET packets = 'many'"); }, "type"},
+           Row{"a number is larger than its field",
+               [](const std::string& path) {
+                 run(path, "UPDATE rule SET sequence = 4294967306 WHERE id = 5");
+               },
+               "range"},
+           Row{"a number is below none",
+               [](const std::string& path) { run(path, "UPDATE rule SET sequence = -1 WHERE id = 5"); },
+               "range"},
            Row{"a word is not known",
                [](const std::string& path) { run(path, "UPDATE list SET type = 'ipx'"); }, "word"},
        }) {
