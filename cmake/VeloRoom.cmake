@@ -29,7 +29,10 @@ endif()
 if(VELO_FUZZ)
   # Tells the fuzzer which ways an input took through the rooms; not through a library that is closed while the
   # fuzzer runs, for it goes on to look there.
-  target_compile_options(velo-flags INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_CLOSED_AT_RUN_TIME>>>:-fsanitize=fuzzer-no-link>)
+  target_compile_options(velo-flags INTERFACE -fsanitize=fuzzer-no-link)
+  foreach(kind inline-8bit-counters pc-table indirect-calls trace-cmp)
+    target_compile_options(velo-flags INTERFACE $<$<BOOL:$<TARGET_PROPERTY:VELO_CLOSED_AT_RUN_TIME>>:-fno-sanitize-coverage=${kind}>)
+  endforeach()
 endif()
 
 # The large headers that nearly every file includes are parsed once.
