@@ -1,6 +1,6 @@
 #include "Judge.h"
 
-#include <Acl/Rule.h>
+#include <Acl/RuleConfig.h>
 #include <fmt/format.h>
 
 #include <stdexcept>

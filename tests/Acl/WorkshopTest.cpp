@@ -72,7 +72,7 @@ class WorkshopTest : public testing::Test {
   uint32_t metBy(uint32_t host) {
     const IpFilter filter = rule(host, false).filter;
     const auto* met = metFirst(*list_, filter.source, filter.destination);
-    return met ? met->value.sequence : 0;
+    return met ? met->value.sequence() : 0;
   }
 
   Kiv::ManualClock clock_;

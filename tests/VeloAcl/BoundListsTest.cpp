@@ -70,7 +70,7 @@ void advance(const Map& map, uint64_t by) {
 }
 Acl::IntfTypeConfig& bindingsOfIp(Acl::IntfConfig& bindings) { return *bindings.configIs(AclType::ip); }
 
-const ChangeOf changes[] = {
+const ChangeOf eachChange[] = {
     {"the types of bindings", [](auto& bindings, auto&) { bindings.configDel(AclType::ip); },
      [](auto& bindings, auto&, uint64_t by) { advance(bindings.config(), by); }, "nothing bound"},
     {"the directions", [](auto& bindings, auto&) { bindingsOfIp(bindings).intfDel(in); },
@@ -108,7 +108,7 @@ TEST_P(BoundListsAfter, AsManyChangesAsTheVersionCountsTheSearchIsMadeAnew) {
   EXPECT_EQ(found(), GetParam().found) << "2^23 changes in all: the version is what it was";
 }
 
-INSTANTIATE_TEST_SUITE_P(, BoundListsAfter, testing::ValuesIn(changes), [](const auto& each) {
+INSTANTIATE_TEST_SUITE_P(, BoundListsAfter, testing::ValuesIn(eachChange), [](const auto& each) {
   std::string name = each.param.collection;
   std::replace(name.begin(), name.end(), ' ', '_');
   return name;

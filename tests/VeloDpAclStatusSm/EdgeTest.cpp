@@ -224,7 +224,7 @@ TEST_F(Edges, ARuleOfAListWithoutStatusIsRecordedWhenTheListsEventComes) {
   unpublished->currCfgIs(sub);
   start();
   ASSERT_TRUE(settle());
-  const Acl::IpRule rule = ipRule();
+  const Acl::IpRuleConfig rule(ipRule());
   sm->eventToIpRuleCfgStream(AclType::ip, "X", r(1), &rule);
   EXPECT_TRUE(sm->localAttrStore()->ruleIdsByAcl().empty());
   sm->eventToIpRuleCfgStream(AclType::ip, "X", r(1), nullptr);

@@ -12,7 +12,7 @@ namespace {
 using namespace TestSupport;
 using Json = nlohmann::json;
 
-const char* const config =
+const char* const prefixLists =
     "mac access-list M\n 10 permit any any ip\n 20 permit any any\n"
     "ip access-list A\n 10 permit tcp any any established\n 20 permit udp any any eq 53\n 30 permit icmp any "
     "any echo\n"
@@ -77,7 +77,7 @@ TEST_P(Prefixes, EachHasAVerdict) {
   const TempDir dir;
   const auto frames = prefixes();
   ASSERT_GT(frames.size(), 1500u);
-  writeFile(dir / "c.acl", config);
+  writeFile(dir / "c.acl", prefixLists);
   writeFile(dir / "in.pcap", pcapBytes(frames));
   const Ran ran =
       runVelo({"replay", "--config", dir / "c.acl", "--port", "eth1=" + (dir / "in.pcap"), "--patch",

@@ -115,15 +115,15 @@ TEST(ReportText, OfAListWithImplicitIdTheLastLineHasCounts) {
 TEST(ListReport, OfWhatIsDeniedOnTheWayOutThereIsNoCopy) {
   const auto& sessions = Velo::MirroringStepHelper::singleton();
   const MatchCount met{4, 2, 1.0};
-  Acl::IpRuleConfig rule;
+  Acl::IpRule rule;
   rule.action = Acl::Action::permit;
-  EXPECT_EQ(mirroredOf(rule, met), std::nullopt) << "a rule without a session";
+  EXPECT_EQ(mirroredOf(Acl::IpRuleConfig(rule), met), std::nullopt) << "a rule without a session";
   rule.mirrorSession = "S";
-  EXPECT_EQ(mirroredOf(rule, met), 0u) << "a session that is not defined";
+  EXPECT_EQ(mirroredOf(Acl::IpRuleConfig(rule), met), 0u) << "a session that is not defined";
   sessions->sessionIs("S", {});
-  EXPECT_EQ(mirroredOf(rule, met), 6u);
+  EXPECT_EQ(mirroredOf(Acl::IpRuleConfig(rule), met), 6u);
   rule.action = Acl::Action::deny;
-  EXPECT_EQ(mirroredOf(rule, met), 4u);
+  EXPECT_EQ(mirroredOf(Acl::IpRuleConfig(rule), met), 4u);
   sessions->sessionDel("S");
 }
 

@@ -12,7 +12,7 @@ using Agent::Operations;
 using Agent::RequestMember;
 using testing::HasSubstr;
 
-const std::string document = TestSupport::readFile(VELO_SOURCE_DIR "/docs/control.md");
+const std::string controlDocument = TestSupport::readFile(VELO_SOURCE_DIR "/docs/control.md");
 
 std::string rowOf(const std::string& operation, const RequestMember& member) {
   const auto otherwise = member.required()            ? "refused"
@@ -24,7 +24,7 @@ std::string rowOf(const std::string& operation, const RequestMember& member) {
 
 /// What is printed otherwise is what the document is to have.
 void expectTable(const std::string& table) {
-  if (document.find(table + "\n") == std::string::npos)
+  if (controlDocument.find(table + "\n") == std::string::npos)
     ADD_FAILURE() << "docs/control.md is to have this table:\n" << table;
 }
 
@@ -50,7 +50,7 @@ TEST(ControlDocument, HasTheTableOfMembers) {
 TEST(ControlDocument, HasARowForEverythingThatCanBeShown) {
   for (const Agent::Show& show : Agent::shows()) {
     const std::string argument = show.argument.empty() ? "" : fmt::format(" {}", show.argument);
-    EXPECT_THAT(document, HasSubstr(fmt::format("| `{}`{} | ", show.name, argument)));
+    EXPECT_THAT(controlDocument, HasSubstr(fmt::format("| `{}`{} | ", show.name, argument)));
   }
 }
 

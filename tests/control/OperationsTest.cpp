@@ -6,8 +6,6 @@ namespace {
 
 using namespace TestSupport;
 
-Bytes udpTo(uint16_t port) { return frame().eth().ip4("192.0.2.1", "198.51.100.7").udp(1024, port).bytes(); }
-
 class OperationsTest : public testing::Test {
  protected:
   /// Matches on receipt of a rule.

@@ -15,6 +15,11 @@ namespace TestSupport {
 
 using Json = nlohmann::ordered_json;
 
+/// A frame from 192.0.2.1 to 198.51.100.7.
+inline Bytes udpTo(uint16_t port) {
+  return frame().eth().ip4("192.0.2.1", "198.51.100.7").udp(1024, port).bytes();
+}
+
 /// An agent without live ports that is driven by turns of its loop and a clock that stands still until it is
 /// told to go on.
 class RunningAgent {

@@ -10,8 +10,6 @@ namespace {
 using namespace TestSupport;
 using testing::HasSubstr;
 
-Bytes udpTo(uint16_t port) { return frame().eth().ip4("192.0.2.1", "198.51.100.7").udp(1024, port).bytes(); }
-
 class ShowTest : public testing::Test {
  protected:
   std::string text(const char* what, const std::string& name = {}) {
