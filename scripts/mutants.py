@@ -224,7 +224,7 @@ class Copy:
             # Programs are not linked again for a library that they open when they start, tests are listed when they
             # are run, and a break may leave something unused.
             options = ["-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",
-                       "-DVELO_WERROR=OFF"]
+                       "-DVELO_WERROR=OFF", "-DVELO_UNITY=OFF"]
             if shutil.which("ccache"):
                 options.append("-DCMAKE_CXX_COMPILER_LAUNCHER=ccache")
             if not self.run(["cmake", "--preset", "release", "-B", str(self.build_folder), *options]):
