@@ -5,9 +5,9 @@
 
 namespace Agent {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
+
+namespace {
 
 std::string textOf(const Kelp::String& text) { return text.str(); }
 std::string textOf(const Nimnet::IntfId& intf) { return intf.name().str(); }

@@ -118,7 +118,7 @@ class CounterAnnounced : public World {
   }
   /// Acts once, when the publisher announces.
   static void once(ChangeLog& log, const std::function<void()>& act) {
-    log.then = [&log, act, done = false](const Zeb::Change&) mutable {
+    log.then = [act, done = false](const Zeb::Change&) mutable {
       if (!std::exchange(done, true)) act();
     };
   }
