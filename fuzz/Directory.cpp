@@ -1,5 +1,6 @@
 // A configuration directory whose files come, go, change and cannot be read, while the agent runs: when all
-// is quiet what is in force is what the files say, and of a bad file what it last said rightly.
+// is quiet what is in force is what the files say, and of a bad file what it last said rightly. The directory
+// itself goes, is something else, or cannot be opened for a while: then all stays as it was.
 
 #include "../tests/agent/CaptureBytes.h"
 #include "../tests/config/ModelText.h"
@@ -7,6 +8,10 @@
 #include "../tests/control/RunningAgent.h"
 #include "Target.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <filesystem>
 #include <optional>
 
@@ -17,6 +22,8 @@ using TestSupport::RunningAgent;
 namespace fs = std::filesystem;
 
 constexpr const char* names[] = {"a", "b.acl", "c", ".hidden", "backup~"};
+/// How large a file may be.
+constexpr size_t mostOctets = 8192;
 
 /// Lists and bindings only: whether port-channels of two files go together is another matter.
 std::string someText(Dice& dice) {
@@ -55,10 +62,31 @@ std::string textOf(const Content& content) {
   return Config::textOf(lists);
 }
 
+/// While it lives no descriptor is to be had.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    // Those that are open stay so.
+    rlimit none = before_;
+    none.rlim_cur = 0;
+    setrlimit(RLIMIT_NOFILE, &none);
+    const int any = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    Fuzz::require(any < 0, "there are descriptors all the same");
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_;
+};
+
 class Directory {
  public:
   explicit Directory(Dice& dice) : dice_(dice) {
     std::map<std::string, std::string> files;
+    agent_.textLimitsAre({mostOctets});
     agent_.start("ip access-list OWN\n permit ip any any\n", &files);
   }
 
@@ -66,14 +94,16 @@ class Directory {
     const std::string name = dice_.of(names);
     const std::string path = pathOf(name);
     std::error_code ignored;
-    switch (dice_.below(10)) {
+    switch (dice_.below(14)) {
       case 0:
       case 1:
       case 2:
         put(path, someText(dice_));
         break;
       case 3:  // in place
-        if (fs::is_directory(path, ignored) || fs::is_symlink(path, ignored)) break;
+        if (const auto there = fs::symlink_status(path, ignored);
+            fs::exists(there) && !fs::is_regular_file(there))
+          break;
         TestSupport::writeFile(path, someText(dice_));
         break;
       case 4:
@@ -93,9 +123,26 @@ class Directory {
         clear(path);
         fs::create_symlink("nowhere", path, ignored);
         break;
+      case 9:  // whoever reads it waits for a writer, or without end
+        clear(path);
+        if (dice_.once(2)) {
+          fs::create_symlink("/dev/zero", path, ignored);
+        } else {
+          Fuzz::require(mkfifo(path.c_str(), 0600) == 0, "a pipe cannot be made");
+        }
+        break;
+      case 10:  // as large as a file may be, or too large
+      {
+        std::string text = someText(dice_);
+        text.resize(std::max(text.size(), mostOctets + dice_.below(2)), '\n');
+        put(path, text);
+        break;
+      }
+      case 11:
+        lookInVain();
+        break;
       default:
-        moved_ = !moved_;
-        fs::rename(moved_ ? agent_.dirPath() : aside(), moved_ ? aside() : agent_.dirPath());
+        move();
         break;
     }
     note();
@@ -109,8 +156,7 @@ class Directory {
   void settle() {
     for (const double seconds : {0.15, 1.1, 0.15}) {
       agent_.advance(seconds);
-      for (int i = 0; i < 10000 && changing(); ++i) agent_.advance(0.002);
-      Fuzz::require(!changing(), "it never comes to an end");
+      Fuzz::require(rests(), endless);
     }
     if (moved_) return;
     for (auto& [name, contents] : possible_) {
@@ -142,7 +188,45 @@ class Directory {
     fs::remove_all(path, ignored);
   }
 
-  bool changing() { return agent_.show("status")["configuration"]["changing"].get<bool>(); }
+  /// The directory goes, and may leave something in its place; or comes back.
+  void move() {
+    moved_ = !moved_;
+    if (!moved_) {
+      clear(agent_.dirPath());
+      fs::rename(aside(), agent_.dirPath());
+      return;
+    }
+    fs::rename(agent_.dirPath(), aside());
+    constexpr const char* places[] = {"nothing", "file", "itself"};
+    const std::string_view place = dice_.of(places);
+    if (place == "file") TestSupport::writeFile(agent_.dirPath(), someText(dice_));
+    if (place == "itself") fs::create_symlink("config", agent_.dirPath());
+  }
+
+  /// A look that finds nothing out.
+  void lookInVain() {
+    bool rested;
+    {
+      const NoDescriptors none;
+      agent_.advance(1.1);
+      rested = rests();
+    }
+    // Here the input can be written again.
+    Fuzz::require(rested, endless);
+  }
+
+  static constexpr std::string_view endless = "it never comes to an end";
+  /// Goes on until no look and no change is under way.
+  bool rests() {
+    const auto& configuration = agent_.plane().configuration();
+    const auto resting = [&] { return !configuration.busy() && !configuration.looking(); };
+    // Threads take their time, and changes that yield some of the clock's.
+    for (int i = 0; i < 10000 && !resting(); ++i) {
+      agent_.pass(0.002);
+      agent_.loop().turn(1);
+    }
+    return resting();
+  }
 
   /// What each file may have in force from now on: what it says; of a bad one, what it may have had before.
   void note() {
@@ -160,7 +244,7 @@ class Directory {
         continue;
       }
       std::error_code error;
-      const auto read = fs::is_regular_file(pathOf(name), error)
+      const auto read = fs::is_regular_file(pathOf(name), error) && fs::file_size(pathOf(name)) <= mostOctets
                             ? Config::read({{name, TestSupport::readFile(pathOf(name))}})
                             : Config::Result();
       last_[name] = read.model.has_value();

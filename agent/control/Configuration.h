@@ -53,6 +53,9 @@ class Configuration {
   /// another change is under way. `done` is called from the loop, later, unless this object goes first.
   bool apply(std::vector<Config::Source> texts, bool dryRun, Done done);
   bool busy() const { return background_.busy() || pending_ || !changes_.empty(); }
+  /// Whether it may still become busy by what is known of the directory: a look is no change, and an apply
+  /// may come meanwhile.
+  bool looking() const { return files_.looking(); }
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;

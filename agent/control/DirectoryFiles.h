@@ -43,6 +43,8 @@ class DirectoryFiles {
 
   /// Begins a look if one is due and none is under way.
   void look();
+  /// True while a look is due or under way.
+  bool looking() const { return lookIsDue_ || background_.busy(); }
 
   /// A content is in force.
   void taken(const std::string& name) { bad_.erase(name), conflicts_.erase(name); }
