@@ -17,11 +17,50 @@ constexpr const char* operations[] = {"show", "text", "apply", "explain", "clear
 constexpr const char* shows[] = {"drops",        "access-lists", "interfaces", "status",
                                  "counters",     "capabilities", "ports",      "tasks",
                                  "log-messages", "trace",        "what"};
-constexpr const char* members[] = {"what",  "name",       "text",     "dryRun", "port",
-                                   "frame", "wireLength", "facility", "off",    "x"};
+constexpr const char* members[] = {"what",       "name",     "text", "dryRun", "port", "frame",
+                                   "wireLength", "facility", "off",  "fast",   "on",   "x"};
 constexpr const char* frames[] = {"tcp 192.0.2.1:1234 > 198.51.100.7:443 syn vlan 5",
                                   "icmp 10.0.0.1 > 10.0.0.2 echo", "02000000000102000000000208004500",
                                   "udp 2001:db8::1:5 > 2001:db8::2:6", ""};
+
+/// What the documentation says of the members of requests.
+struct Member {
+  std::string_view operation, name;
+  bool isNeeded;
+  bool (*fits)(const Json& value);
+};
+bool isText(const Json& value) { return value.is_string(); }
+bool isName(const Json& value) { return value.is_string() && value != ""; }
+bool isFlag(const Json& value) { return value.is_boolean(); }
+bool isCount(const Json& value) { return value.is_number_unsigned() && value <= 4294967295u; }
+constexpr Member known[] = {
+    {"show", "what", true, isName},     {"show", "name", false, isName},
+    {"text", "name", true, isName},     {"text", "text", true, isText},
+    {"apply", "dryRun", false, isFlag}, {"explain", "port", true, isName},
+    {"explain", "frame", true, isText}, {"explain", "wireLength", false, isCount},
+    {"clear", "name", false, isName},   {"trace", "facility", false, isName},
+    {"trace", "off", false, isFlag},    {"trace", "fast", false, isName},
+    {"trace", "on", false, isFlag},
+};
+
+/// Whether a request has a member that it cannot have, one with a value that does not fit, or lacks one, or
+/// asks for what there is not.
+bool isWrong(const Json& request) {
+  if (!request.contains("do")) return true;
+  bool isKnown = false;
+  size_t right = 1;
+  for (const Member& member : known) {
+    if (request["do"] != member.operation) continue;
+    isKnown = true;
+    const auto value = request.find(member.name);
+    if (value == request.end() ? member.isNeeded : !member.fits(*value)) return true;
+    right += value != request.end();
+  }
+  return !isKnown || right != request.size();
+}
+
+/// What answers to wrong requests come back with: no damage to another request makes it.
+constexpr const char* wrongId = "of a wrong request";
 
 Json someValue(Dice& dice) {
   switch (dice.below(8)) {
@@ -55,7 +94,9 @@ Json someRequest(Dice& dice, int id) {
   for (auto more = dice.once(4) ? 1 + dice.below(3) : 0; more > 0; --more)
     request[dice.of(members)] = someValue(dice);
   if (dice.once(16)) request.erase(request.begin());
+  const bool wrong = isWrong(request);
   request["id"] = id;
+  if (wrong) request["id"] = wrongId;
   return request;
 }
 
@@ -65,8 +106,11 @@ class Client {
   explicit Client(RunningAgent& agent) : socket_(agent) {}
 
   void go(Dice& dice, int id) {
-    std::string line = Agent::lineOf(someRequest(dice, id)) + "\n";
-    switch (dice.below(8)) {
+    Json request = someRequest(dice, id);
+    const uint64_t damage = dice.below(8);
+    if (damage == 0) request["id"] = id;  // it may become a right one
+    std::string line = Agent::lineOf(request) + "\n";
+    switch (damage) {
       case 0:  // octets
         line = Config::mutated(std::move(line), dice);
         break;
@@ -99,6 +143,7 @@ class Client {
     Fuzz::require(
         answer.is_object() && answer.contains("id") && answer.contains("ok") && answer["ok"].is_boolean(),
         line);
+    Fuzz::require(answer["id"] != wrongId || !answer["ok"].get<bool>(), line);
     Fuzz::require(answer.contains("document") == answer["ok"].get<bool>(), line);
     Fuzz::require(answer.contains("error") != answer["ok"].get<bool>(), line);
     if (answer.contains("error")) {
