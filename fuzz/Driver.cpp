@@ -1,19 +1,23 @@
 // The main of a target without the fuzzer's library: runs inputs from files, and random ones.
 
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***);
@@ -26,24 +30,54 @@ using Octets = std::vector<uint8_t>;
 
 constexpr const char* usage =
     "usage: %s [--runs N] [--seconds N] [--seed N] [--crash FILE] [FILE|DIRECTORY]...\n"
+    "       %s --write DIRECTORY --runs N [--seed N]\n"
     "Runs the inputs in the files, then random ones of the seed (1): N of them, or for N seconds. One that "
     "is\n"
-    "found to be wrong ends the program and is left in FILE (crash-input).\n";
+    "found to be wrong ends the program and is left in FILE (crash-input). With --write the random ones are\n"
+    "left in the directory instead, as SEED-NUMBER.\n";
 constexpr size_t mostOctets = 4096;
 
 /// The input at hand, for when the process does not get behind it.
 Octets current;
 std::string crashFile = "crash-input";
+std::string crashMessage;
 
-/// Writes what is at hand: by calls that are allowed in a signal handler.
-void handleCrash(int signal) {
-  std::signal(signal, SIG_DFL);
-  if (std::FILE* file = std::fopen(crashFile.c_str(), "wb")) {
-    std::fwrite(current.data(), 1, current.size(), file);
-    std::fclose(file);
-    std::fprintf(stderr, "the input is in %s\n", crashFile.c_str());
+bool writeAll(int file, const void* octets, size_t size) {
+  for (const char* at = static_cast<const char*>(octets); size > 0;) {
+    const ssize_t written = write(file, at, size);
+    if (written <= 0) return false;
+    at += written;
+    size -= static_cast<size_t>(written);
   }
+  return true;
+}
+
+/// Writes what is at hand: by calls that are allowed in a signal handler. The signal then takes its course.
+void handleCrash(int signal) {
+  // What is at hand may have taken the descriptors away.
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  const int file = open(crashFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (file >= 0 && writeAll(file, current.data(), current.size()))
+    writeAll(STDERR_FILENO, crashMessage.data(), crashMessage.size());
   std::raise(signal);
+}
+
+/// An input may have used up the stack.
+void catchCrashes() {
+  crashMessage = fmt::format("the input is in {}\n", crashFile);
+  static std::vector<char> stack(size_t{64} << 10);
+  stack_t alternate{};
+  alternate.ss_sp = stack.data();
+  alternate.ss_size = stack.size();
+  sigaltstack(&alternate, nullptr);
+  struct sigaction action {};
+  action.sa_handler = handleCrash;
+  action.sa_flags = static_cast<int>(SA_ONSTACK | SA_RESETHAND);
+  for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGALRM})
+    sigaction(signal, &action, nullptr);
 }
 
 Octets readFile(const fs::path& path) {
@@ -77,10 +111,24 @@ Octets randomInput(std::mt19937_64& random) {
   return octets;
 }
 
+void writeInputs(const fs::path& directory, uint64_t seed, uint64_t count) {
+  fs::create_directories(directory);
+  std::mt19937_64 random(seed);
+  for (uint64_t i = 0; i < count; ++i) {
+    const fs::path path = directory / fmt::format("{}-{}", seed, i);
+    const Octets octets = randomInput(random);
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(octets.data()), static_cast<std::streamsize>(octets.size()));
+    if (!file.flush()) throw std::runtime_error(path.string() + " cannot be written");
+  }
+}
+
 uint64_t number(const char* text) {
-  char* end = nullptr;
-  const uint64_t value = text ? std::strtoull(text, &end, 10) : 0;
-  if (!text || end == text || *end != '\0') throw std::invalid_argument("a number is missing");
+  const std::string_view digits = text ? text : "";
+  uint64_t value = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (digits.empty() || error != std::errc() || end != digits.data() + digits.size())
+    throw std::invalid_argument(fmt::format("a number is needed, found \"{}\"", digits));
   return value;
 }
 
@@ -89,6 +137,7 @@ uint64_t number(const char* text) {
 int main(int argc, char** argv) try {
   uint64_t runs = 0, seconds = 0, seed = 1;
   std::vector<fs::path> paths;
+  fs::path writeTo;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     if (argument == "--runs") {
@@ -99,16 +148,21 @@ int main(int argc, char** argv) try {
       seed = number(argv[++i]);
     } else if (argument == "--crash" && i + 1 < argc) {
       crashFile = argv[++i];
+    } else if (argument == "--write" && i + 1 < argc) {
+      writeTo = argv[++i];
     } else if (argument.starts_with("-")) {
-      std::fprintf(stderr, usage, argv[0]);
+      std::fprintf(stderr, usage, argv[0], argv[0]);
       return 2;
     } else {
       paths.emplace_back(argument);
     }
   }
+  if (!writeTo.empty()) {
+    writeInputs(writeTo, seed, runs);
+    return 0;
+  }
   LLVMFuzzerInitialize(&argc, &argv);
-  for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGALRM})
-    std::signal(signal, handleCrash);
+  catchCrashes();
 
   // One that takes as long as this has lost its way.
   constexpr unsigned mostSecondsOfAnInput = 60;
@@ -124,6 +178,9 @@ int main(int argc, char** argv) try {
       ++fromFiles;
     }
   }
+  // Before the first: who finds something does not get to the end.
+  std::printf("random inputs of seed %llu\n", static_cast<unsigned long long>(seed));
+  std::fflush(stdout);
   std::mt19937_64 random(seed);
   while (atRandom < runs || elapsed() < static_cast<double>(seconds)) {
     alarm(mostSecondsOfAnInput);

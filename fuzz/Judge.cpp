@@ -69,8 +69,9 @@ bool Judge::passList(Acl::AclDirection direction, const std::string& interface, 
   if (bound == model_.bindings.end()) return true;
   const auto list = model_.lists.find({type, bound->second});
   if (list == model_.lists.end()) return true;
-  const auto sequence = Acl::withRuleType(
-      type, [&](auto kind) { return matcher_.first(rulesOf<typename decltype(kind)::type::Draft>(list->second)); });
+  const auto sequence = Acl::withRuleType(type, [&](auto kind) {
+    return matcher_.first(rulesOf<typename decltype(kind)::type::Draft>(list->second));
+  });
   hits_.push_back({direction, interface, type, bound->second, sequence.value_or(0)});
   if (!sequence) return false;
   const auto& rule = Config::common(list->second.rules.at(*sequence));

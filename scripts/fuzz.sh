@@ -10,8 +10,9 @@ usage: scripts/fuzz.sh [--plain] [SECONDS [TARGET...]]
   SECONDS  for each target; 60 when none are given
   TARGET   as in fuzz/README.md; all of them when none is given
   --plain  no clang: random inputs and those that were found, in the build of scripts/test.sh --sanitize
-Inputs that were found to lead somewhere are kept in build/fuzz/inputs/TARGET, and one that is found to be wrong
-goes to build/fuzz/wrong/TARGET-*.
+Inputs that were found to lead somewhere are kept in build/fuzz/inputs/TARGET. One that is found to be wrong goes to
+build/fuzz/wrong/TARGET-*, with --plain to build/sanitize/wrong/TARGET-input, and ends the run of its target; those
+behind it run all the same, and the status is 1 then.
 TEXT
 }
 
@@ -51,16 +52,21 @@ mkdir -p "$wrong"
 
 # What is made anew for every input is freed by it: a leak shows at the end of a run.
 run_plain() {
-  "$root/build/sanitize/bin/fuzz-$1" --seconds "$seconds" --seed "$RANDOM" --crash "$wrong/$1-input" "$root/fuzz/found/$1"
+  # What a sanitizer finds is to end the process by a signal, behind which the input is written.
+  ASAN_OPTIONS=abort_on_error=1 UBSAN_OPTIONS=abort_on_error=1:print_stacktrace=1 \
+    "$root/build/sanitize/bin/fuzz-$1" --seconds "$seconds" --seed "$RANDOM" --crash "$wrong/$1-input" \
+    "$root/fuzz/found/$1" "$root/fuzz/seeds/$1"
 }
 run_fuzzer() {
   local inputs=$root/build/fuzz/inputs/$1
   mkdir -p "$inputs"
   "$root/build/fuzz/bin/fuzz-$1" -max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -print_final_stats=1 -verbosity=0 \
-    -artifact_prefix="$wrong/$1-" "$inputs" "$root/fuzz/found/$1"
+    -artifact_prefix="$wrong/$1-" "$inputs" "$root/fuzz/found/$1" "$root/fuzz/seeds/$1"
 }
 
+failed=()
 for target in "${targets[@]}"; do
   say "$target for $seconds seconds"
-  if [[ $plain ]]; then run_plain "$target"; else run_fuzzer "$target"; fi
+  if [[ $plain ]]; then run_plain "$target"; else run_fuzzer "$target"; fi || failed+=("$target")
 done
+[[ ${#failed[@]} -eq 0 ]] || die "something is wrong: ${failed[*]} (see $wrong)"
