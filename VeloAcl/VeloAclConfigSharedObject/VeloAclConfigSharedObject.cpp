@@ -1,11 +1,12 @@
+#include <VeloAcl/LoadOrder.h>
 #include <VeloAcl/VeloAclConfigSharedObject/VeloAclConfigSharedObject.h>
 #include <Zeb/TypeModule.h>
 
 namespace Velo::VeloAcl {
 
 namespace {
-const Zeb::TypeModule module("VeloAclConfigSharedObject",
-                             {Zeb::typeEntry(&veloAclConfigSharedObjectFactory)});
+[[gnu::init_priority(LoadOrder::sharedObjectTypes)]] const Zeb::TypeModule module(
+    "VeloAclConfigSharedObject", {Zeb::typeEntry(&veloAclConfigSharedObjectFactory)});
 }
 
 Kelp::Ptr<Acl::Config> VeloAclConfigSharedObject::getAclConfig(

@@ -1,4 +1,5 @@
 #include <Blip/FastTrace.h>
+#include <VeloAcl/LoadOrder.h>
 #include <VeloAcl/VeloPlugin/AclTrace.h>
 #include <VeloAcl/VeloPlugin/AclVeloPlugin.h>
 #include <Zeb/LogHandle.h>
@@ -8,14 +9,16 @@ namespace Velo::VeloAcl {
 
 namespace {
 
-// The globals of this file come to be in the order in which they stand: types, log messages, instance.
+// The globals of this file come to be in the order in which they stand: types (LoadOrder.h), log messages,
+// instance.
 
-const Zeb::TypeModule module("AclVeloPlugin", {
-                                                  Zeb::typeEntry(&aclPluginFactory),
-                                                  Zeb::typeEntry(&dataplaneAclHelperFactory),
-                                                  Zeb::typeEntry(&dataplaneAclInputStepFactory),
-                                                  Zeb::typeEntry(&dataplaneAclOutputStepFactory),
-                                              });
+[[gnu::init_priority(LoadOrder::pluginTypes)]] const Zeb::TypeModule module(
+    "AclVeloPlugin", {
+                         Zeb::typeEntry(&aclPluginFactory),
+                         Zeb::typeEntry(&dataplaneAclHelperFactory),
+                         Zeb::typeEntry(&dataplaneAclInputStepFactory),
+                         Zeb::typeEntry(&dataplaneAclOutputStepFactory),
+                     });
 
 constexpr char ipAccessFormat[] = "%slist %s%s %s %s";
 constexpr char ipAccessExplanation[] =
