@@ -89,7 +89,7 @@ struct Ip6Filter : IpFilterBase {
 /// MPLS labels asked for by a MAC filter (RFC 3032, 2.1): 20 bits each, 0 to 0xFFFFF.
 class MplsFilter {
  public:
-  /// Labels that come from elsewhere and that nobody has looked at; also what the filter consists of.
+  /// What the filter consists of.
   struct Labels {
     bool labelNamed = false;
     bool innerLabelNamed = false;
@@ -99,12 +99,6 @@ class MplsFilter {
   };
 
   MplsFilter() = default;
-  /// The only way in for a label that cannot be: whoever lets such a filter decide calls check() first.
-  static MplsFilter unchecked(const Labels& labels) {
-    MplsFilter filter;
-    filter.labels_ = labels;
-    return filter;
-  }
 
   /// Throw std::range_error, and set nothing, when the label is outside 20 bits.
   void labelIs(int32_t label);
@@ -125,6 +119,7 @@ class MplsFilter {
   bool operator==(const MplsFilter&) const = default;
 
  private:
+  friend struct UncheckedMpls;  // tests/support/UncheckedMpls.h: a label that cannot be
   static constexpr bool isLabel(int32_t label) { return label >= 0 && label <= 0xFFFFF; }
   [[noreturn]] void refuse() const;
 

@@ -1,3 +1,4 @@
+#include "../support/UncheckedMpls.h"
 #include "AggregatorSupport.h"
 
 #include <algorithm>
@@ -190,7 +191,7 @@ TEST_F(AclConfigAggregator, ALabelThatCannotBeKeepsNoRuleFromItsList) {
   const auto labelled = [](uint32_t sequence) {
     Acl::MacRule rule;
     rule.sequence = sequence, rule.action = Acl::Action::deny;
-    rule.filter.mpls = Acl::MplsFilter::unchecked({.labelNamed = true, .label = 0x100000});
+    rule.filter.mpls = Acl::UncheckedMpls::of({.labelNamed = true, .label = 0x100000});
     return rule;
   };
   const auto rules = MemSlab::make<Acl::AclSubConfig>();

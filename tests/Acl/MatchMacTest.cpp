@@ -1,3 +1,4 @@
+#include "../support/UncheckedMpls.h"
 #include "MatchSupport.h"
 
 #include <stdexcept>
@@ -85,7 +86,7 @@ TEST(MatchMac, LabelsAreNotLookedAtSoARuleThatAsksForOneDoesNotMatch) {
 TEST(MatchMac, ALabelOutOfRangeIsTheCallersToCheck) {
   MacRule rule;
   rule.sequence = 5;
-  rule.filter.mpls = MplsFilter::unchecked({.label = 0x100000});
+  rule.filter.mpls = UncheckedMpls::of({.label = 0x100000});
   const auto list = listOf<MacRule>({rule});
   MacRuleConfig matched;
   Kiv::UniqueId id = Kiv::UniqueId::unset();

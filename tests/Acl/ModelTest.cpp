@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "../support/UncheckedMpls.h"
 #include "ChangeLog.h"
 
 namespace {
@@ -204,11 +205,11 @@ TEST(AclRules, MplsLabelsHaveTwentyBits) {
     EXPECT_NO_THROW(filter.mpls.check());
 
     MacFilter stored;
-    stored.mpls = MplsFilter::unchecked({.label = label});
+    stored.mpls = UncheckedMpls::of({.label = label});
     const MacFilter copy = stored;
     EXPECT_EQ(copy.mpls.label(), label) << "copying does not look";
     EXPECT_EQ(thrown([&] { copy.mpls.check(); }), allowed ? "" : outer);
-    stored.mpls = MplsFilter::unchecked({.innerLabel = label});
+    stored.mpls = UncheckedMpls::of({.innerLabel = label});
     EXPECT_EQ(thrown([&] { stored.mpls.check(); }), allowed ? "" : inner);
   }
 }

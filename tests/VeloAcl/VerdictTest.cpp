@@ -1,3 +1,4 @@
+#include "../support/UncheckedMpls.h"
 #include "World.h"
 
 // shouldDropPkt: what it decides, counts, mirrors and traces.
@@ -228,7 +229,7 @@ TEST_F(Verdict, ALabelOutOfRangeIsAnErrorThatThePipelineAnswersWithADropOfItsOwn
   bind(AclType::mac, in);
   const auto rules = MemSlab::make<Acl::AclSubConfig>();
   Acl::MacRule rule;
-  rule.filter.mpls = Acl::MplsFilter::unchecked({.innerLabel = -1});
+  rule.filter.mpls = Acl::UncheckedMpls::of({.innerLabel = -1});
   rules->macRuleByIdIs(Kiv::UniqueId(uint64_t{5}), std::move(rule));
   plugin->aclConfig()->configIs(AclType::mac)->aclIs("L")->currCfgIs(rules);
   try {
