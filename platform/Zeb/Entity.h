@@ -40,6 +40,9 @@ class Entity : public Kelp::Node, public Reflected {
   void publishChange(const Attribute& attribute, const void* key = nullptr) {
     if (publisher_) publishChangeRecursive(attribute, key);
   }
+  /// Tells the subscribers, of which there has been one. What one of them changes meanwhile is told within
+  /// this call, too.
+  void publishChangeRecursive(const Attribute& attribute, const void* key = nullptr);
 
   template <class T>
   bool zebAssign(const Attribute& attribute, T& member, T value) {
@@ -92,9 +95,6 @@ class Entity : public Kelp::Node, public Reflected {
   }
 
  private:
-  /// Tells the subscribers. What one of them changes meanwhile is told within this call, too.
-  void publishChangeRecursive(const Attribute& attribute, const void* key);
-
   Kelp::String name_;
   Entity* parent_ = nullptr;
   mutable std::unique_ptr<Publisher> publisher_;
