@@ -77,6 +77,9 @@ class Compiled<Rule>::Job final : public BuildJob {
   void handleDone() override {
     if (owner_) owner_->takeNew();
   }
+  void handleFailed() override {
+    if (owner_) owner_->goOnWithout();
+  }
 
   /// Whether a change of a slot comes too late to be copied.
   bool hasCopied(uint32_t slot) const { return complete_ || slot < copied_; }
@@ -202,7 +205,7 @@ template <class Rule>
 void Compiled<Rule>::changed() {
   refreshView();
   ++changes_;
-  if (!job_ && isBlunt()) makeAnew();
+  if (!job_ && (!ready_ || isBlunt())) makeAnew();
 }
 
 /// With a thread a new form costs the loop little, and comes soon; without one it has to be worth its while.
@@ -243,6 +246,17 @@ void Compiled<Rule>::takeNew() {
   }
   refreshView();
   if (isBlunt()) makeAnew();  // changes that the job did not know
+}
+
+/// The form that is there has been kept up; without one the rules are tried in their order. The next change
+/// has another one tried.
+template <class Rule>
+void Compiled<Rule>::goOnWithout() {
+  trace().trace(0, "goOnWithout", "no memory to compile {} rules, {}", rules_,
+                ready_ ? "the form made before stays" : "they are tried one by one");
+  letGoOfJob();
+  reviewSlots();
+  refreshView();
 }
 
 template <class Rule>

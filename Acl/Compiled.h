@@ -11,7 +11,8 @@
 namespace Acl {
 
 /// The rules of one list in the form that packets are judged by, kept up with every change. When many changes
-/// have blunted the form it is made anew: at once, or beside the traffic when the workshop has a thread.
+/// have blunted the form it is made anew: at once, or beside the traffic when the workshop has a thread. When
+/// there is no memory for that, a list that has a form keeps it, and the others are judged in their order.
 template <class Rule>
 class Compiled final : public CompiledRules<Rule> {
  public:
@@ -45,7 +46,7 @@ class Compiled final : public CompiledRules<Rule> {
     return found != nullptr;
   }
 
-  /// False until the first form is there, and while it is not kept up.
+  /// False until there is a first form, and while it is not kept up.
   bool ready() const override { return ready_; }
 
  private:
@@ -82,6 +83,8 @@ class Compiled final : public CompiledRules<Rule> {
 
   void makeAnew();
   void takeNew();
+  /// There was no memory for a new form.
+  void goOnWithout();
   void letGoOfJob();
   /// Notes a change for a form that is being made, unless its rules have still to be copied.
   void noteChange(bool inserted, uint32_t slot, const Rule& rule);

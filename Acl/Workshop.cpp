@@ -4,11 +4,21 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
 
 namespace Acl {
+
+void BuildJob::tryBuild() {
+  try {
+    build();
+  } catch (const std::bad_alloc&) {
+    failed_ = true;
+  }
+  done_.store(true, std::memory_order_release);
+}
 
 /// The thread with its two ends: a task of the loop collects for jobs and puts them in, and looks from time
 /// to time whether any have come out.
@@ -59,9 +69,7 @@ class Workshop::Thread {
       std::shared_ptr<BuildJob> job = std::move(waiting_.front());
       waiting_.pop_front();
       lock.unlock();
-      if (job->done_) continue;
-      job->build();
-      job->done_.store(true, std::memory_order_release);
+      if (!job->done_) job->tryBuild();
     }
   }
 
@@ -86,7 +94,7 @@ class Workshop::Thread {
       return true;
     });
     for (auto& job : done) {
-      job->handleDone();
+      job->handOver();
       put(std::exchange(job, nullptr));
     }
     if (!collecting_.empty()) return task_->scheduleTask();
@@ -121,8 +129,8 @@ void Workshop::threadIs(bool on, std::function<void()> atStart) {
   const auto left = thread_->stop();
   thread_ = nullptr;
   for (const auto& job : left) {
-    if (!job->done_) job->build();
-    job->handleDone();
+    if (!job->done_) job->tryBuild();
+    job->handOver();
   }
 }
 

@@ -23,14 +23,23 @@ class BuildJob {
   /// Makes the form; it touches nothing but the job.
   virtual void build() = 0;
   virtual void handleDone() = 0;
+  /// There was not the memory to make it.
+  virtual void handleFailed() = 0;
 
  private:
   friend class Workshop;
+  /// Builds; running out of memory is what may go wrong.
+  void tryBuild();
+  void handOver() { failed_ ? handleFailed() : handleDone(); }
+
+  bool failed_ = false;  // written before done_ is
   std::atomic<bool> done_ = false;
 };
 
 /// Where lists are compiled: at once, in the call; or, once it has a thread, beside the event loop, which a
-/// large list would hold up for many slices. One a process.
+/// large list would hold up for many slices. Running out of memory in the call is the caller's to answer; of
+/// what is carried out beside the loop nobody waits for an answer, so the job is told (handleFailed). One a
+/// process.
 class Workshop {
  public:
   static Workshop& singleton();
@@ -66,6 +75,7 @@ void Workshop::dispose(T&& gone) {
     bool collect(const Kiv::Task*) override { return true; }
     void build() override { gone_.reset(); }
     void handleDone() override {}
+    void handleFailed() override {}
 
    private:
     std::optional<T> gone_;

@@ -4,11 +4,41 @@
 #include <Kiv/TaskScheduler.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <thread>
 
 // When a list is compiled anew, and that no job is lost. The thread runs in its own time; everything here
 // waits for it by turns of the loop.
+
+namespace {
+
+thread_local bool hasNoMemoryWhenAsked = false;
+std::atomic<bool> noMemory = false;
+
+void* memory(size_t size, size_t align) {
+  if (hasNoMemoryWhenAsked && noMemory) throw std::bad_alloc();
+  void* place =
+      align ? std::aligned_alloc(align, (size + align - 1) / align * align) : std::malloc(size ? size : 1);
+  if (!place) throw std::bad_alloc();
+  return place;
+}
+
+}  // namespace
+
+// GCC takes the pair below apart when it inlines one of them.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
+void* operator new(size_t size) { return memory(size, 0); }
+void* operator new(size_t size, std::align_val_t align) { return memory(size, static_cast<size_t>(align)); }
+void operator delete(void* place) noexcept { std::free(place); }
+void operator delete(void* place, size_t) noexcept { std::free(place); }
+void operator delete(void* place, std::align_val_t) noexcept { std::free(place); }
+void operator delete(void* place, size_t, std::align_val_t) noexcept { std::free(place); }
 
 namespace {
 
@@ -171,6 +201,52 @@ TEST(CompiledRules, OfOneNumberAreTriedByTheirIdsWhateverTheirPlaces) {
   const auto* met = metFirst(*list, {1}, {2});
   ASSERT_NE(met, nullptr);
   EXPECT_EQ(met->key, Kiv::UniqueId(uint64_t{3}));
+}
+
+/// The thread runs out of memory when the test says so.
+class WorkshopWithoutMemory : public WorkshopTest {
+ protected:
+  WorkshopWithoutMemory() {
+    settle();
+    Workshop::singleton().threadIs(false);
+    Workshop::singleton().threadIs(true, [] { hasNoMemoryWhenAsked = true; });
+  }
+  ~WorkshopWithoutMemory() override { noMemory = false; }
+};
+
+TEST_F(WorkshopWithoutMemory, AListThatCannotBeCompiledIsTriedInItsOrderUntilItCan) {
+  noMemory = true;
+  list_->compile(AclType::ip);
+  settle();
+  EXPECT_FALSE(list_->ipRuleById().compiled()->ready());
+  EXPECT_EQ(metBy(500), 1u);
+  noMemory = false;
+  erase(1);
+  erase(2);
+  settle();
+  EXPECT_TRUE(list_->ipRuleById().compiled()->ready()) << "the next change has it tried again";
+  EXPECT_EQ(metBy(500), 500u);
+}
+
+TEST_F(WorkshopWithoutMemory, AListGoesOnInTheFormThatItHas) {
+  noMemory = true;
+  erase(1);
+  copyFirstRules();
+  erase(2);
+  put(rule(5, false));
+  ASSERT_FALSE(Workshop::singleton().idle());
+  settle();
+  EXPECT_TRUE(list_->ipRuleById().compiled()->ready());
+  EXPECT_EQ(metBy(5), 5u);
+  EXPECT_EQ(metBy(500), 500u);
+  EXPECT_EQ(metBy(0), 0u);
+  noMemory = false;
+  erase(600);
+  settle();
+  EXPECT_EQ(metBy(500), 500u);
+  EXPECT_EQ(metBy(600), 0u);
+  erase(700);
+  EXPECT_TRUE(Workshop::singleton().idle()) << "it has been made anew, without the rules that hid others";
 }
 
 }  // namespace
