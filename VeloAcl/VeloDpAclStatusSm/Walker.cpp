@@ -104,8 +104,8 @@ void Walker::scanEnded(int number, bool firstPass, size_t iterations) {
     traceStatus(9, "{} scan complete. Processed {} children. ", name_, iterations);
     return;
   }
-  traceStatus(9, "{}{} scan, and parent scan, complete.", name_, firstPass ? " initial" : "");
   handleScanDone(number);
+  traceStatus(9, "{}{} scan, and parent scan, complete.", name_, firstPass ? " initial" : "");
 }
 
 }  // namespace Velo::VeloAcl
