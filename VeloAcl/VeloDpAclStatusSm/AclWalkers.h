@@ -58,7 +58,7 @@ class AclConfigSm3 final : public TopWalker<Acl::Config>,
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void scanFlagIs(int number) override;
 
-  uint64_t mark() const override { return raw()->config().version(); }
+  uint64_t mark() const override { return raw()->config().changes(); }
 
   friend Kelp::Ptr<ConfigSm4> ConfigSm4Is(const Kelp::Ptr<const Acl::AclTypeConfig>& entity,
                                           AclConfigSm3& parent, Acl::AclType aclType);
@@ -106,7 +106,7 @@ class ConfigSm4 final : public WalkerOf<Acl::AclTypeConfig>,
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void versionsSeen() override { version_ = raw()->acl().version(); }
-  uint64_t mark() const override { return raw()->acl().version(); }
+  uint64_t mark() const override { return raw()->acl().changes(); }
 
   friend Kelp::Ptr<AclSm5> AclSm5Is(const Kelp::Ptr<const Acl::AclConfig>& entity, ConfigSm4& parent,
                                     const Kelp::String& aclName);

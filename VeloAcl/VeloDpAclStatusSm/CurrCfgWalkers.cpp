@@ -67,8 +67,7 @@ void CurrCfgSm6::versionsSeen() {
 }
 
 uint64_t CurrCfgSm6::mark() const {
-  return uint64_t{raw()->ipRuleById().version()} + raw()->ip6RuleById().version() +
-         raw()->macRuleById().version();
+  return raw()->ipRuleById().changes() + raw()->ip6RuleById().changes() + raw()->macRuleById().changes();
 }
 
 void CurrCfgSm6::handleIpRuleById2(const UniqueId& uid) {

@@ -38,7 +38,7 @@ class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig>, public Scan0<A
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void scanFlagIs(int number) override;
 
-  uint64_t mark() const override { return raw()->config().version(); }
+  uint64_t mark() const override { return raw()->config().changes(); }
 
   friend Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity,
                                           AclIntfConfigSm0& parent, Acl::AclType aclType);
@@ -74,7 +74,7 @@ class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig>, public Scan0<Confi
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void versionsSeen() override { version_ = raw()->intf().version(); }
-  uint64_t mark() const override { return raw()->intf().version(); }
+  uint64_t mark() const override { return raw()->intf().changes(); }
 
   friend Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
                                       Acl::AclDirection direction);
@@ -103,7 +103,7 @@ class IntfSm2 final : public WalkerOf<Acl::AclIntf>, public Scan0<IntfSm2> {
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>&) override {}
   void versionsSeen() override { version_ = raw()->intf().version(); }
-  uint64_t mark() const override { return raw()->intf().version(); }
+  uint64_t mark() const override { return raw()->intf().changes(); }
 
   const Acl::AclDirection direction_;
   ScanPlace<Nimnet::IntfId> place_;

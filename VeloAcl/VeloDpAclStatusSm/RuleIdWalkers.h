@@ -34,7 +34,7 @@ class RuleIdsByAclSm7 final : public TopWalker<LocalAttrStore>, public Scan5<Rul
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
   void scanFlagIs(int number) override;
 
-  uint64_t mark() const override { return raw()->ruleIdsByAcl().version(); }
+  uint64_t mark() const override { return raw()->ruleIdsByAcl().changes(); }
 
   friend Kelp::Ptr<RuleIdsByAclSm8> RuleIdsByAclSm8Is(const Kelp::Ptr<const LocalAttrStore::Holder>& entity,
                                                       RuleIdsByAclSm7& parent, const AclTypeNameTuple& key);
@@ -91,7 +91,7 @@ class ValueSm9 final : public WalkerOf<Velo::Counter::RuleIdSet>, public Scan5<V
   void dispatch(const Zeb::Change& change) override;
   void forEachChild(const std::function<void(Walker&)>&) override {}
   void versionsSeen() override { version_ = raw()->ruleIds().version(); }
-  uint64_t mark() const override { return raw()->ruleIds().version(); }
+  uint64_t mark() const override { return raw()->ruleIds().changes(); }
 
   ScanPlace<Kiv::UniqueId> place_;
   uint32_t version_ = 0;
