@@ -3,13 +3,15 @@
 /// The outputs: when each has all that its inputs say, and the deletion of what an earlier run left.
 namespace Velo::VeloAcl {
 
+/// The pass that was asked for last is through.
+bool VeloDpAclStatusSm::pollComplete(const CounterPoll& poll) const {
+  const uint64_t asked = ((*scanState_).*(poll.row.generation))();
+  return asked != 0 && asked == ((*scanState_).*(poll.row.doneGen))();
+}
+
 bool VeloDpAclStatusSm::pollsComplete() const {
-  for (const CounterPoll* poll :
-       {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
-    const uint64_t asked = ((*scanState_).*(poll->row.generation))();
-    if (asked == 0 || asked != ((*scanState_).*(poll->row.doneGen))()) return false;
-  }
-  return true;
+  return pollComplete(copyIpOutCounters_) && pollComplete(copyIp6OutCounters_) &&
+         pollComplete(copyInCounters_) && pollComplete(copyMacOutCounters_);
 }
 
 /// True when an output that is not ready yet has everything it waits for. Ends the first pass when that is
@@ -163,11 +165,12 @@ void VeloDpAclStatusSm::reconcilePerStatus(PerStatusOutput<Key>& output, const M
 void VeloDpAclStatusSm::handleRuleIdsByAclRuleIdsOutputInputReady() {
   if (!outputInputsComplete(ruleIdsByAclRuleIdsOutput_)) return;
   outputReadyIs(ruleIdsByAclRuleIdsOutput_);
-  // The status of the rules waits for this and for the polls. When those were faster they have met lists that
-  // were not there yet, and the next ones are a second away: they come now.
-  if (stopped_ || synchronous_ || !pollsComplete()) return;
+  // The status of the rules waits for this and for the polls. One that was faster has met lists that were not
+  // there yet, and its next pass is a second away: it comes now.
+  if (stopped_ || synchronous_) return;
   for (CounterPoll* poll :
        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_}) {
+    if (!pollComplete(*poll)) continue;
     askForPoll(*poll);
     if (poll->task) poll->task->scheduleTask();
   }

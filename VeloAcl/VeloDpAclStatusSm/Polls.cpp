@@ -132,7 +132,7 @@ void VeloDpAclStatusSm::eventToUpdateCounters(const CounterKey& key,
       maybeStatus->ruleStatusDel(key.ruleId);
     }
   }
-  if (stopped_) return;
+  if (stopped_ || statusOf(key.aclType, key.aclName) != maybeStatus) return;
   const Kelp::Duration now = Zeb::System::currentTime();
   traceStatus(7, "into( status.counterUpdateTime ): inserting value={}", now);
   maybeStatus->counterUpdateTimeIs(now);

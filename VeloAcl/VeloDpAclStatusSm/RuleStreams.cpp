@@ -79,7 +79,7 @@ void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, 
     return;
   }
   const Rules& map = (*rules.*stream.rulesOf)();
-  const uint32_t version = map.version();
+  const uint64_t changes = map.changes();
   traceStatus(6, stream.flattening, map.size());
   const auto upToDate = [&] {
     return !stopped_ && !listEvents_.overtaken() && (*aclCfg)->currCfg() == rules;
@@ -88,25 +88,30 @@ void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, 
     traceStatus(9, "Flattening element: {}", at.key());
     localAttrStore_->ruleIdsByAclIs({aclType, aclName})->ruleIdsIs(at.key());
   }
-  if (!stopped_ && (!upToDate() || map.version() != version)) withdrawRulesGone(aclType, aclName);
+  if (!stopped_ && (!upToDate() || map.changes() != changes)) withdrawRulesGone(aclType, aclName);
 }
 
-/// Of the rules of a list that are recorded, withdraws those that it does not have. For when rules were taken
-/// out by somebody who was told of one of them, while the walker that would see it may not be there yet.
-void VeloDpAclStatusSm::withdrawRulesGone(AclType aclType, const Kelp::String& aclName) {
+/// Of the rules of a list that are recorded, withdraws those of which `gone(uid)` is true.
+void VeloDpAclStatusSm::withdrawRules(AclType aclType, const Kelp::String& aclName,
+                                      const std::function<bool(const UniqueId&)>& gone) {
   const auto ruleIds = localAttrStore_->ruleIdsByAcl({aclType, aclName});
   if (!ruleIds) return;
   for (auto at = ruleIds->ruleIds().begin(); at && !stopped_; at.next()) {
+    const UniqueId uid = at.key();
+    if (gone(uid)) eventToRuleCfgHandlerStream(aclType, aclName, uid, false);
+  }
+}
+
+/// Withdraws the recorded rules that a list does not have. For when rules were taken out by somebody who was
+/// told of one of them, while the walker that would see it may not be there yet.
+void VeloDpAclStatusSm::withdrawRulesGone(AclType aclType, const Kelp::String& aclName) {
+  withdrawRules(aclType, aclName, [&](const UniqueId& uid) {
     const auto lists = aclConfig_->config(aclType);
     const auto list = lists ? lists->acl(aclName) : nullptr;
     const auto rules = list ? list->currCfg() : nullptr;
-    const UniqueId uid = at.key();
-    if (rules &&
-        (rules->ipRuleById().has(uid) || rules->ip6RuleById().has(uid) || rules->macRuleById().has(uid))) {
-      continue;
-    }
-    eventToRuleCfgHandlerStream(aclType, aclName, uid, false);
-  }
+    return !rules ||
+           !(rules->ipRuleById().has(uid) || rules->ip6RuleById().has(uid) || rules->macRuleById().has(uid));
+  });
 }
 
 void VeloDpAclStatusSm::eventToAclIpRuleInitStream(AclType aclType, const Kelp::String& aclName,

@@ -30,14 +30,13 @@ void VeloDpAclStatusSm::pruneTypeStatus(AclType aclType) {
   if (lists && lists->acl().empty() && lists->intf().empty()) aclStatus_->statusDel(aclType);
 }
 
-/// A status that an earlier run left of a list that is configured only now, when the rules have been
-/// reconciled and nobody would look at those in it again. Its own reconciliation, under way, was to take it
-/// away.
+/// A status that an earlier run left of a list that is configured only now, when the walk over what is in the
+/// lists is through and nobody would look at what is in this one again. Its own reconciliation, under way,
+/// was to take it away. An output that had no walk to do has nothing in it.
 bool VeloDpAclStatusSm::isLeftOver(AclType aclType, const Kelp::String& aclName) const {
   return aclStatusStatusAclOutput_.pending && !aclStatusStatusAclOutputSeenHas({aclType, aclName}) &&
-         (outputState_->aclAclStatusPtrRuleStatusOutputReady() ||
-          outputState_->aclAclStatusPtrImplicitRuleStatusOutputReady() ||
-          outputState_->aclAclStatusPtrImplicitRuleIdOutputReady()) &&
+         (aclAclStatusPtrRuleStatusOutput_.walked || aclAclStatusPtrImplicitRuleStatusOutput_.walked ||
+          aclAclStatusPtrImplicitRuleIdOutput_.walked) &&
          statusOf(aclType, aclName);
 }
 
@@ -45,6 +44,9 @@ bool VeloDpAclStatusSm::isLeftOver(AclType aclType, const Kelp::String& aclName)
 /// over.
 bool VeloDpAclStatusSm::publishList(AclType aclType, const Kelp::String& aclName, bool leftOver) {
   if (leftOver) {
+    traceStatus(9,
+                "aclStatusStatusAclOutput: deleting what an earlier run left of k1={}, k2={}, to begin anew",
+                aclType, aclName);
     traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
                 aclName);
     aclStatus_->status(aclType)->aclDel(aclName);
@@ -82,11 +84,7 @@ void VeloDpAclStatusSm::eventToAclConfigStream(AclType aclType, const Kelp::Stri
   if (aclCfg) {
     if (!publishList(aclType, aclName, leftOver)) return;
     // A list that was taken away while its rules were being recorded has left some, which nobody publishes.
-    const auto recorded = isNew ? localAttrStore_->ruleIdsByAcl({aclType, aclName}) : nullptr;
-    for (auto at = recorded ? recorded->ruleIds().begin() : Velo::Counter::RuleIdSet::ruleIdsMap::Iterator();
-         at && !stopped_; at.next()) {
-      eventToRuleCfgHandlerStream(aclType, aclName, UniqueId(at.key()), false);
-    }
+    if (isNew) withdrawRules(aclType, aclName, [](const UniqueId&) { return true; });
   } else if (const auto lists = aclStatus_->status(aclType)) {
     traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
                 aclName);

@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <VeloAcl/LoadOrder.h>
 #include <VeloAcl/VeloDpAclStatusSm/NoEscape.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanStateFollower.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
@@ -20,17 +21,18 @@ namespace {
 struct DebugChannel {
   DebugChannel() { statusTrace(); }
 };
-[[maybe_unused, gnu::init_priority(101)]] const DebugChannel debugChannel;
+[[maybe_unused, gnu::init_priority(LoadOrder::debugChannel)]] const DebugChannel debugChannel;
 
 using M = VeloDpAclStatusSm;
 
-const Zeb::TypeModule module("VeloDpAclStatusSm", {
-                                                      Zeb::typeEntry(&veloDpAclStatusSmFactory),
-                                                      Zeb::typeEntry<InputSmScanState>(),
-                                                      Zeb::typeEntry<OutputState>(),
-                                                      Zeb::typeEntry<LocalAttrStore>(),
-                                                      Zeb::typeEntry<LocalAttrStore::Holder>(),
-                                                  });
+[[gnu::init_priority(LoadOrder::statusMachineTypes)]] const Zeb::TypeModule module(
+    "VeloDpAclStatusSm", {
+                             Zeb::typeEntry(&veloDpAclStatusSmFactory),
+                             Zeb::typeEntry<InputSmScanState>(),
+                             Zeb::typeEntry<OutputState>(),
+                             Zeb::typeEntry<LocalAttrStore>(),
+                             Zeb::typeEntry<LocalAttrStore::Holder>(),
+                         });
 
 }  // namespace
 
@@ -50,7 +52,12 @@ void VeloDpAclStatusSm::withMachine(const std::function<void()>& run) {
 
 void VeloDpAclStatusSm::handleInitialized() {
   if (initialized_ || stopped_ || scanState_) return;
-  const Kelp::Ptr<VeloDpAclStatusSm> keep(this);
+  withMachine([this] { initialize(); });
+}
+
+/// Whoever follows the status may be told of writes in here: without tasks, or with little to scan, the
+/// second pass is part of it.
+void VeloDpAclStatusSm::initialize() {
   traceStatus(9, "create local SMs");
   if (control_.mode == Rix::SmControl::synchronous) synchronous_ = true;
   if (control_.mode == Rix::SmControl::asynchronous) synchronous_ = false;

@@ -205,6 +205,7 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   class ScanStateFollower;
 
   // Frame.
+  void initialize();
   void handleScanStateChange(const Zeb::Attribute& attribute);
   void createTasks();
   void checkArguments() const;
@@ -231,10 +232,13 @@ class VeloDpAclStatusSm final : public Zeb::Entity {
   template <class Rules>
   void initRules(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg,
                  const InitStream<Rules>& stream);
+  void withdrawRules(Acl::AclType aclType, const Kelp::String& aclName,
+                     const std::function<bool(const Kiv::UniqueId&)>& gone);
   void withdrawRulesGone(Acl::AclType aclType, const Kelp::String& aclName);
 
   // Outputs.
   bool setReconciliationPending();
+  bool pollComplete(const CounterPoll& poll) const;
   bool pollsComplete() const;
   bool outputInputsComplete(const OutputBase& output);
   void outputReadyIs(OutputBase& output);

@@ -312,7 +312,7 @@ TEST_F(Edges, WithoutASchedulerTheProcessesDefaultIsUsed) {
   EXPECT_TRUE(sm->idle());
 }
 
-TEST_F(Edges, AStatusSubscriberMayPutBackWhatIsJustBeingTakenAway) {
+TEST_F(Edges, AStatusSubscriberMayPutOtherRulesInForceWhileRulesAreBeingTakenAway) {
   rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
   rules(AclType::ip, "A")->ipRuleByIdIs(r(2), ipRule(20));
   start();
@@ -346,6 +346,22 @@ TEST_F(Edges, WhenTheFirstScansOutlastTheFirstPollsTheNextPollsComeAtOnce) {
   EXPECT_TRUE(settle());
   EXPECT_TRUE(sm->ready()) << "with no time passing";
   EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus(r(1))->packets, 1u);
+}
+
+TEST_F(Edges, APollThatTakesLongHoldsUpNoneThatWasThroughBeforeTheRulesWereScanned) {
+  for (int i = 10; i < 50; ++i)
+    rules(AclType::ip, fmt::format("L{}", i).c_str())->ipRuleByIdIs(r(1), ipRule());
+  count(ipOut, {AclDirection::out, AclType::ip, "L49", r(1)}, 1, 99);
+  for (uint32_t i = 1; i <= 500; ++i) count(in, {AclDirection::in, AclType::ip, "B", r(i)}, 1, 99);
+  Kiv::alwaysYieldIs(true);
+  start();
+  const auto& state = *sm->inputSmScanState();
+  while (!sm->outputState()->ruleIdsByAclRuleIdsOutputReady()) ASSERT_TRUE(scheduler->runOne());
+  ASSERT_EQ(state.copyInCountersCodefDoneGen(), 0u);
+  ASSERT_GT(state.copyIpOutCountersCodefDoneGen(), 0u);
+  ASSERT_EQ(statusOf(AclType::ip, "L49")->ruleStatus(r(1))->packets, 0u);
+  while (state.copyInCountersCodefDoneGen() == 0) ASSERT_TRUE(scheduler->runOne());
+  EXPECT_EQ(statusOf(AclType::ip, "L49")->ruleStatus(r(1))->packets, 1u) << "with no time passing";
 }
 
 TEST_F(Edges, APollThatWasAskedForByAnEarlierMachineIsNotRunInTheFirstPass) {

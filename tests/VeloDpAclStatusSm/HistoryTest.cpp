@@ -218,9 +218,7 @@ class History {
       ends_[i] = now();
     }
     if (!rulesReady && world_.sm->outputState()->ruleIdsByAclRuleIdsOutputReady()) {
-      bool allEnded = true;
-      for (size_t i = 0; i < StatusModel::polls; ++i) allEnded = allEnded && ends_[i];
-      if (allEnded) mayComeAtOnce_.fill(true);
+      for (size_t i = 0; i < StatusModel::polls; ++i) mayComeAtOnce_[i] = ends_[i].has_value();
     }
     if (!live_ && world_.sm->ready()) {
       tell("ready");

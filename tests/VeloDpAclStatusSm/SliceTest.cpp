@@ -55,6 +55,53 @@ TEST_F(Slices, AWalkOverStatusesWithoutEntriesYields) {
   EXPECT_FALSE(statusOf(AclType::ip, name(150).c_str())->ruleStatus(r(1)));
 }
 
+/// What was seen is forgotten in slices: an output is through with its walk some runs before it is ready.
+TEST_F(Slices, AListThatComesBehindTheWalkOverTheRulesStartsWithoutRules) {
+  for (int i = 0; i < 200; ++i) {
+    list(AclType::ip, name(i).c_str());
+    const auto left = status->statusIs(AclType::ip)->aclIs(name(i));
+    left->implicitRuleIdIs(drop, UniqueId(uint64_t{1}));
+    left->implicitRuleStatusIs(drop, {});
+  }
+  status->status(AclType::ip)->aclIs("Z")->ruleStatusIs(r(1), {});
+  start();
+  const auto& seen = sm->aclAclStatusPtrRuleStatusOutputPtrSeen();
+  for (size_t most = 0; seen.size() >= most;) {
+    most = seen.size();
+    ASSERT_TRUE(scheduler->runOne());
+  }
+  const auto& outputs = *sm->outputState();
+  ASSERT_FALSE(outputs.aclAclStatusPtrRuleStatusOutputReady());
+  ASSERT_FALSE(outputs.aclAclStatusPtrImplicitRuleIdOutputReady());
+  ASSERT_FALSE(outputs.aclAclStatusPtrImplicitRuleStatusOutputReady());
+  ASSERT_FALSE(outputs.aclStatusStatusAclOutputReady());
+  Zeb::TraceHandle::enable("DpAclStatusVelo/9");
+  TraceCapture capture;
+  list(AclType::ip, "Z");
+  const Lines lines = capture.texts();
+  const auto said =
+      std::find(lines.begin(), lines.end(),
+                "aclStatusStatusAclOutput: deleting what an earlier run left of k1=ip, k2=Z, to begin anew");
+  ASSERT_NE(said, lines.end());
+  EXPECT_EQ(*(said + 1), "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1=ip, k2=Z");
+  traced();
+  EXPECT_TRUE(statusOf(AclType::ip, "Z")->ruleStatus().empty());
+}
+
+TEST_F(Slices, AListThatComesLateKeepsAStatusInWhichThereWasNothingToReconcile) {
+  for (int i = 0; i < 5; ++i)
+    status->statusIs(AclType::ip)->aclIs(name(i))->counterUpdateTimeIs(Kelp::Duration(7));
+  start();
+  while (!sm->outputState()->aclAclStatusPtrImplicitRuleIdOutputReady()) ASSERT_TRUE(scheduler->runOne());
+  ASSERT_FALSE(sm->outputState()->aclStatusStatusAclOutputReady());
+  const auto before = statusOf(AclType::ip, name(4).c_str());
+  ASSERT_TRUE(before);
+  list(AclType::ip, name(4).c_str());
+  traced();
+  EXPECT_EQ(statusOf(AclType::ip, name(4).c_str()), before);
+  EXPECT_EQ(before->counterUpdateTime(), Kelp::Duration(7));
+}
+
 TEST_F(Slices, TheLookForWhatIsToBeReconciledYields) {
   for (int i = 0; i < 3000; ++i) status->statusIs(AclType::ip)->aclIs(name(i));
   status->status(AclType::ip)->acl(name(2999))->ruleStatusIs(r(1), {});
