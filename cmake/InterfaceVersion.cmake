@@ -4,8 +4,8 @@
 # numbers and the place of the tree do not count. What includes the header depends on the target NAME. DEPENDS: the
 # file whose making makes the tree.
 #
-# It is compiled like every room, so with the flags of this build and again when a header has changed; its
-# "object" is the preprocessed text.
+# It is compiled like every room, so with the flags of this build and again when a header has changed; the
+# "object" of NAME-text is the preprocessed text, that of NAME-layout is assembly that tells sizes.
 function(velo_interface_version name)
   cmake_parse_arguments(I "" "ROOT;INTO;DEPENDS" "" ${ARGN})
   # The names are those of this tree: those of a copy are the same.
@@ -26,11 +26,16 @@ function(velo_interface_version name)
   target_link_libraries(${name}-text PRIVATE velo-flags fmt::fmt)
   target_compile_options(${name}-text PRIVATE -E -P -w -D__FILE__=0 -D__LINE__=0)
 
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/layout.cpp.in ${I_INTO}/layout.cpp COPYONLY)
+  add_library(${name}-layout OBJECT ${I_INTO}/layout.cpp)
+  target_link_libraries(${name}-layout PRIVATE velo-flags)
+  target_compile_options(${name}-layout PRIVATE -S -w -fno-lto)
+
   set(script ${CMAKE_SOURCE_DIR}/cmake/write_interface_version.cmake)
   set(header ${I_INTO}/velo-interface-version.h)
   add_custom_command(OUTPUT ${header}
-    COMMAND ${CMAKE_COMMAND} -DTEXT=$<TARGET_OBJECTS:${name}-text> -DHEADER=${header} -P ${script}
-    DEPENDS $<TARGET_OBJECTS:${name}-text> ${script}
+    COMMAND ${CMAKE_COMMAND} -DTEXT=$<TARGET_OBJECTS:${name}-text> -DLAYOUT=$<TARGET_OBJECTS:${name}-layout> -DHEADER=${header} -P ${script}
+    DEPENDS $<TARGET_OBJECTS:${name}-text> $<TARGET_OBJECTS:${name}-layout> ${script}
     COMMENT "Interface version in ${header}"
     VERBATIM)
   add_custom_target(${name} DEPENDS ${header})

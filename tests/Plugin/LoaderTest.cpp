@@ -158,16 +158,24 @@ TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
   fs::remove_all(dir);
 }
 
-TEST_F(PluginLoader, APluginBuiltAgainstOtherHeadersIsRefusedBeforeItsCodeRuns) {
-  const std::string other = bin + "/OtherHeaders.so";
-  const Sentence refusal = loader.load(other);
-  ASSERT_TRUE(refusal) << "a member was added to a header that it was built against";
-  EXPECT_THAT(*refusal, testing::MatchesRegex(
-                            fmt::format("{}: was built against interface version [0-9a-f]{{16}}, this "
-                                        "agent has {}: build it from this agent's headers with its compiler",
-                                        other, Plugin::interfaceVersion)));
-  EXPECT_TRUE(loader.plugins().empty());
-  EXPECT_FALSE(isOpen(other));
+TEST_F(PluginLoader, APluginBuiltOtherwiseIsRefusedBeforeItsCodeRuns) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"OtherHeaders", "a member was added to a header that it was built against"},
+      {"OtherLibrary", "the types of its standard library are larger"},
+      {"OtherLayout", "its enumerations are smaller"},
+  };
+  for (const auto& [name, why] : rows) {
+    const std::string other = fmt::format("{}/{}.so", bin, name);
+    const Sentence refusal = loader.load(other);
+    ASSERT_TRUE(refusal) << why;
+    EXPECT_THAT(*refusal,
+                testing::MatchesRegex(fmt::format(
+                    "{}: was built against interface version [0-9a-f]{{16}}, this agent has {}: build "
+                    "it from this agent's headers with its compiler",
+                    other, Plugin::interfaceVersion)));
+    EXPECT_TRUE(loader.plugins().empty());
+    EXPECT_FALSE(isOpen(other));
+  }
 }
 
 TEST_F(PluginLoader, APluginBuiltAgainstACopyOfTheHeadersIsOneOfThisAgent) {
