@@ -10,13 +10,24 @@
 /// What an agent leaves to its successor, as plain values: they go to a thread of their own.
 namespace Agent::Saved {
 
+/// The id of a rule: of all numbers of 64 bits. A file, which has none beyond half of them, keeps its bits,
+/// where of a count it keeps the value.
+class Id {
+ public:
+  constexpr Id(uint64_t value = 0) : value_(value) {}
+  constexpr operator uint64_t() const { return value_; }
+
+ private:
+  uint64_t value_;
+};
+
 /// Whose id a rule of a source has.
 struct Rule {
   std::string source;  ///< "cli", or "input/" and the name
   Acl::AclType type = Acl::AclType::ip;
   std::string list;
   uint32_t sequence = 0;
-  uint64_t id = 0;
+  Id id;
   std::string text;  ///< as it was typed, without the number
 };
 
@@ -26,7 +37,7 @@ struct Counter {
   Acl::AclDirection direction = Acl::AclDirection::in;
   Acl::AclType type = Acl::AclType::ip;
   std::string list;
-  uint64_t id = 0;
+  Id id;
   uint64_t packets = 0;
   uint64_t bytes = 0;
   double lastMatch = 0;  ///< seconds since the epoch
@@ -37,7 +48,7 @@ struct List {
   Acl::AclType type = Acl::AclType::ip;
   std::string name;
   double counterUpdateTime = 0;
-  uint64_t implicitId = 0;
+  Id implicitId;
   uint64_t packets = 0;
   double lastMatch = 0;
 };
@@ -46,7 +57,7 @@ struct List {
 struct RuleStatus {
   Acl::AclType type = Acl::AclType::ip;
   std::string list;
-  uint64_t id = 0;
+  Id id;
   uint64_t packets = 0;
   double lastMatch = 0;
 };

@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <concepts>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -123,10 +124,11 @@ class Table {
   template <std::unsigned_integral T>
   static void readField(const Statement& query, int column, T& field) {
     const int64_t value = query.integer(column);
+    if (!std::in_range<T>(value)) throw DatabaseError(SQLITE_CORRUPT, "a number is out of its range");
     field = static_cast<T>(value);
-    // What takes all 64 bits is below zero in the file from half of them on.
-    if (sizeof field < sizeof value && (value < 0 || static_cast<uint64_t>(value) != field))
-      throw DatabaseError(SQLITE_CORRUPT, "a number is out of its column's range");
+  }
+  static void readField(const Statement& query, int column, Id& field) {
+    field = static_cast<uint64_t>(query.integer(column));
   }
   template <Acl::NamedEnum E>
   static void readField(const Statement& query, int column, E& field) {
@@ -138,7 +140,11 @@ class Table {
   static void bindField(Statement& statement, int at, double field) { statement.bind(at, field); }
   template <std::unsigned_integral T>
   static void bindField(Statement& statement, int at, T field) {
-    statement.bind(at, static_cast<int64_t>(field));
+    constexpr uint64_t most = std::numeric_limits<int64_t>::max();
+    statement.bind(at, static_cast<int64_t>(std::min<uint64_t>(field, most)));
+  }
+  static void bindField(Statement& statement, int at, Id field) {
+    statement.bind(at, static_cast<int64_t>(uint64_t{field}));
   }
   template <Acl::NamedEnum E>
   static void bindField(Statement& statement, int at, E field) {
