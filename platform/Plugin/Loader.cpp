@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -34,10 +36,15 @@ std::string liveObjectsOf(void* library) {
   return live;
 }
 
-/// The interface version that the file of a plugin has in it.
-std::optional<std::string> versionIn(const std::string& path) {
+/// The interface version that the file of a plugin has in it. Of a file without one `why` is told.
+std::optional<std::string> versionIn(const std::string& path, std::string* why) {
   std::ifstream file(path, std::ios::binary);
+  if (!file.is_open()) {
+    *why = std::strerror(errno);
+    return std::nullopt;
+  }
   const std::string content(std::istreambuf_iterator<char>(file), {});
+  *why = "not a plugin: there is no interface version in it";
   const std::string_view mark(interfaceMark);
   const std::string_view beginning = mark.substr(0, mark.size() - interfaceVersion.size());
   const size_t at = content.find(beginning);
@@ -50,8 +57,7 @@ std::optional<std::string> refusalOfVersion(std::string_view version) {
   if (version == interfaceVersion) return std::nullopt;
   return fmt::format(
       "was built against interface version {}, this agent has {}: build it from this agent's headers with "
-      "its "
-      "compiler",
+      "its compiler",
       version, interfaceVersion);
 }
 
@@ -80,8 +86,9 @@ std::optional<std::string> LoaderImpl::load(const std::string& path) {
   if (!std::filesystem::is_regular_file(full, error))
     return fmt::format("{}: not a plugin: not a file", path);
 
-  const auto version = versionIn(full);
-  if (!version) return fmt::format("{}: not a plugin: there is no interface version in it", path);
+  std::string why;
+  const auto version = versionIn(full, &why);
+  if (!version) return fmt::format("{}: {}", path, why);
   if (const auto refusal = refusalOfVersion(*version)) return fmt::format("{}: {}", path, *refusal);
 
   const size_t before = plugins_.size();

@@ -8,6 +8,7 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -156,6 +157,16 @@ TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
   }
   EXPECT_EQ(Zeb::typeByName("TinyPlugin::Thing"), nullptr) << "nothing of a refused library stays";
   fs::remove_all(dir);
+}
+
+TEST_F(PluginLoader, AFileThatCannotBeOpenedIsRefusedWithTheReason) {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  const Sentence refusal = loader.load(tiny);
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(refusal, tiny + ": Too many open files");
 }
 
 TEST_F(PluginLoader, APluginBuiltOtherwiseIsRefusedBeforeItsCodeRuns) {
