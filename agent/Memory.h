@@ -15,6 +15,9 @@ void keepFreedMemory();
 /// madvise(2)). To be called before there are threads.
 void useLargePages();
 
+/// What is told of work that needs more memory than there is.
+inline constexpr const char* outOfMemory = "memory ran out";
+
 /// Why so many octets of memory cannot be had, if so: "2.0 GiB of memory, and 0.5 GiB can be had". What there
 /// is ends at the limits of the process, of its control groups and of the machine, whichever comes first.
 /// Slow when it is short; nothing is taken. Any thread.

@@ -6,7 +6,6 @@
 #include <agent/LogMessages.h>
 #include <agent/Memory.h>
 #include <agent/Output.h>
-#include <agent/control/Background.h>
 #include <agent/control/Commands.h>
 #include <agent/live/RunArguments.h>
 #include <agent/replay/Replay.h>

@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <agent/Memory.h>
 #include <agent/control/Background.h>
 #include <sched.h>
 #include <signal.h>

@@ -9,9 +9,6 @@
 
 namespace Agent {
 
-/// What is told of work that needs more memory than there is.
-inline constexpr const char* outOfMemory = "memory ran out";
-
 /// Has the calling thread give way to the loop's: it gets less of a processor that both want, and does not
 /// take it away when it wakes up (Linux: SCHED_BATCH and a nice value, of the thread).
 void giveWay();

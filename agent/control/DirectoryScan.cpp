@@ -1,4 +1,4 @@
-#include <agent/control/Background.h>
+#include <agent/Memory.h>
 #include <agent/control/DirectoryScan.h>
 
 #include <new>

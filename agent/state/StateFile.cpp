@@ -1,4 +1,5 @@
 #include <Kiv/UniqueId.h>
+#include <agent/Memory.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Table.h>
 
@@ -157,7 +158,7 @@ std::optional<std::string> StateFile::write(State state) {
     return error.what();
   } catch (const std::bad_alloc&) {
     rollBack();
-    return "memory ran out";
+    return outOfMemory;
   }
   if (std::exchange(state.rulesUnchanged, false)) state.rules = std::move(state_.rules);
   state_ = std::move(state);

@@ -1,4 +1,5 @@
 #include <Acl/RuleKinds.h>
+#include <agent/Memory.h>
 #include <agent/Output.h>
 #include <agent/state/StateKeeper.h>
 
@@ -59,7 +60,7 @@ void StateKeeper::run() {
     finish();
   } catch (const std::bad_alloc&) {
     state_ = {};
-    handleFailure("memory ran out");
+    handleFailure(outOfMemory);
   }
   task_->scheduleTaskDelay(interval);
 }
