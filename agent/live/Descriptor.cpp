@@ -9,12 +9,14 @@
 
 namespace Agent {
 
-std::optional<std::string> whyNoDescriptors(size_t count) {
+void descriptorsAreAllThatAreAllowed() {
   rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
-    limit.rlim_cur = limit.rlim_max;
-    (void)setrlimit(RLIMIT_NOFILE, &limit);
-  }
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  (void)setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::optional<std::string> whyNoDescriptors(size_t count) {
   std::vector<Descriptor> had;
   for (had.reserve(count); had.size() < count;) {
     had.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));

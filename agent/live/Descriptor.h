@@ -31,8 +31,10 @@ class Descriptor {
   int fd_ = -1;
 };
 
-/// Has the process open as many descriptors as it is allowed to, and says why not so many more can be had, if
-/// so.
+/// Has the process open as many descriptors as it may allow itself: it may be begun with fewer.
+void descriptorsAreAllThatAreAllowed();
+
+/// Why not so many more descriptors can be had, if so. Needs them for a moment.
 std::optional<std::string> whyNoDescriptors(size_t count);
 
 }  // namespace Agent

@@ -32,13 +32,17 @@ Exit runAgent(const RunOptions& options) {
   // What the agent has open by itself and for its clients, and what a port takes.
   constexpr size_t ofAgent = 64;
   constexpr size_t ofPort = 2;
+  descriptorsAreAllThatAreAllowed();
   if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
     return refused(exitUnread, *wrong);
   return Run(options).run();
 }
 
 Run::Run(const RunOptions& options)
-    : options_(options), forwarder_(core_, options.malformed), ports_(forwarder_, loop_) {}
+    : options_(options),
+      deadline_(untilEnd),
+      forwarder_(core_, options.malformed),
+      ports_(forwarder_, loop_) {}
 
 Run::~Run() { Acl::Workshop::singleton().threadIs(false); }
 
@@ -47,13 +51,12 @@ Exit Run::run() {
   if (auto failed = prepare()) return *failed;
   tellServiceManager("READY=1");
   loop_.run();
-  deadline_.emplace(untilEnd);
   tellServiceManager("STOPPING=1");
   ports_.drain();
   // The control plane goes behind what is to be kept and told: it may have to wait for a thread.
   state_.reset();
   const Exit status = report() ? exitDone : exitUnread;
-  deadline_->doneIs(status);
+  deadline_.doneIs(status);
   control_.reset();
   return status;
 }
@@ -61,12 +64,11 @@ Exit Run::run() {
 std::optional<Exit> Run::prepare() {
   // Lists are compiled beside the traffic, by a thread that may do nothing else.
   withoutCapabilities([] { Acl::Workshop::singleton().threadIs(true, giveWay); });
-  {
-    const Signals::Ending ending;  // a large configuration takes its time
-    if (auto failed = configure()) return failed;
-  }
+  // Until here a signal ends the process at once: there is nothing that is to be ended in order.
+  if (auto failed = configure()) return failed;
+  signals_.emplace();
+  loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { loop_.stop(); });
   if (auto failed = join()) return failed;
-  loop_.fdIs(signals_.fd(), EPOLLIN, [this](uint32_t) { loop_.stop(); });
   if (auto failed = openPorts()) return failed;
   return openControl();
 }

@@ -67,8 +67,8 @@ class Run {
   bool report() const;
 
   const RunOptions& options_;
-  std::optional<Deadline> deadline_;  // the last to go
-  Signals signals_;
+  Deadline deadline_;  // the last to go
+  std::optional<Signals> signals_;
   EventLoop loop_;
   Core core_;
   Forwarder forwarder_;

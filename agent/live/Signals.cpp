@@ -1,38 +1,51 @@
 #include <Kelp/Assert.h>
+#include <agent/live/Deadline.h>
 #include <agent/live/Signals.h>
-#include <sys/signalfd.h>
+#include <sys/eventfd.h>
 
+#include <cerrno>
 #include <csignal>
 
 namespace Agent {
 
 namespace {
 
-sigset_t ends() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGTERM);
-  sigaddset(&set, SIGINT);
-  return set;
+volatile std::sig_atomic_t toTell = -1;
+
+/// May do what a handler of a signal may do, and no more.
+void handleEnd(int) {
+  const int before = errno;
+  Deadline::begin();
+  (void)eventfd_write(toTell, 1);
+  errno = before;
+}
+
+void handlerIs(void (*handler)(int)) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    if (action.sa_handler == SIG_IGN) continue;
+    action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+  }
 }
 
 }  // namespace
 
-Signals::Ending::Ending() {
-  const sigset_t set = ends();
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-}
-
-Signals::Ending::~Ending() {
-  const sigset_t set = ends();
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
-Signals::Signals() {
-  const sigset_t set = ends();
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  fd_ = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+Signals::Signals() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   KELP_ASSERT(fd_.get() >= 0, "a descriptor for signals can be had");
+  toTell = fd_.get();
+  handlerIs(handleEnd);
+  // Whoever started the process may have left them blocked.
+  sigset_t ends;
+  sigemptyset(&ends);
+  sigaddset(&ends, SIGTERM);
+  sigaddset(&ends, SIGINT);
+  pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
 }
+
+Signals::~Signals() { handlerIs(SIG_IGN); }
 
 }  // namespace Agent

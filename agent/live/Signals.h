@@ -4,21 +4,17 @@
 
 namespace Agent {
 
-/// Has SIGTERM and SIGINT arrive at a descriptor instead of ending the process, from here on: make it before
-/// threads are started.
+/// Has SIGTERM and SIGINT begin the deadline and arrive at a descriptor instead of ending the process at
+/// once. The deadline begins in the signal's handler: it needs no thread that still does its work. One at a
+/// time, within the life of a deadline; what comes afterwards is ignored. A signal that whoever started the
+/// process has it ignore stays ignored.
 class Signals {
  public:
-  /// While it lives, they end the process after all: nothing has begun that is to be ended in order. The
-  /// calling thread starts no other meanwhile.
-  class Ending {
-   public:
-    Ending();
-    ~Ending();
-    Ending(const Ending&) = delete;
-    Ending& operator=(const Ending&) = delete;
-  };
-
   Signals();
+  ~Signals();
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
   /// Readable when one has come.
   int fd() const { return fd_.get(); }
 

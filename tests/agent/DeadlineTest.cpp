@@ -1,6 +1,9 @@
 #include <agent/live/Deadline.h>
 #include <agent/live/Descriptor.h>
+#include <agent/live/Signals.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -20,6 +23,7 @@ TEST(Deadline, EndsTheProcessWhateverItWaitsFor) {
   EXPECT_EXIT(
       {
         const Deadline deadline(0.01);
+        Deadline::begin();
         hang();
       },
       testing::ExitedWithCode(1), "velo: ended before everything was written");
@@ -29,6 +33,7 @@ TEST(Deadline, OfWhatIsDoneNothingIsSaid) {
   EXPECT_EXIT(
       {
         Deadline deadline(0.01);
+        Deadline::begin();
         deadline.doneIs(Agent::exitDone);
         hang();
       },
@@ -38,12 +43,102 @@ TEST(Deadline, OfWhatIsDoneNothingIsSaid) {
 TEST(Deadline, EndsNothingWhenItHasGone) {
   EXPECT_EXIT(
       {
-        { const Deadline deadline(0.01); }
+        {
+          const Deadline deadline(0.01);
+          Deadline::begin();
+        }
+        Deadline::begin();
         std::signal(SIGALRM, [](int) { _exit(7); });
         alarm(1);
         hang();
       },
       testing::ExitedWithCode(7), "");
+}
+
+TEST(Deadline, OnlyItsFirstBeginningCounts) {
+  EXPECT_EXIT(
+      {
+        const Deadline deadline(0.2);
+        // Each would put it off by more than it takes to come again.
+        for (Deadline::begin();;) {
+          Deadline::begin();
+          usleep(1000);
+        }
+      },
+      testing::ExitedWithCode(1), "velo: ended");
+}
+
+/// Has standard error be a pipe without room, which nobody reads.
+void standardErrorIsFull() {
+  int ends[2];
+  (void)!pipe(ends);
+  dup2(ends[1], STDERR_FILENO);
+  fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+  while (write(STDERR_FILENO, "x", 1) == 1) {
+  }
+  fcntl(STDERR_FILENO, F_SETFL, 0);
+}
+
+TEST(Deadline, NeedsNobodyWhoReadsWhatItSays) {
+  EXPECT_EXIT(
+      {
+        standardErrorIsFull();
+        const Deadline deadline(0.01);
+        Deadline::begin();
+        hang();
+      },
+      testing::ExitedWithCode(1), "");
+}
+
+TEST(Signals, BeginTheDeadlineWhateverTheProcessWaitsFor) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    EXPECT_EXIT(
+        {
+          const Deadline deadline(0.01);
+          const Agent::Signals signals;
+          raise(signal);
+          hang();
+        },
+        testing::ExitedWithCode(1), "velo: ended before everything was written");
+  }
+  EXPECT_EXIT(
+      {
+        standardErrorIsFull();
+        const Deadline deadline(0.05);
+        const Agent::Signals signals;
+        raise(SIGTERM);
+        for (;;) (void)!write(STDERR_FILENO, "complaint", 9);
+      },
+      testing::ExitedWithCode(1), "");
+}
+
+bool isTold(const Agent::Signals& signals) {
+  pollfd told{signals.fd(), POLLIN, 0};
+  return poll(&told, 1, 0) == 1;
+}
+
+TEST(Signals, AreToldOf) {
+  EXPECT_EXIT(
+      {
+        const Deadline deadline(5);
+        const Agent::Signals signals;
+        const bool before = isTold(signals);
+        raise(SIGINT);
+        _exit(!before && isTold(signals) ? 0 : 3);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST(Signals, ThatAreIgnoredStayIgnored) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGINT, SIG_IGN);
+        const Deadline deadline(5);
+        const Agent::Signals signals;
+        raise(SIGINT);
+        _exit(isTold(signals) ? 3 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 void descriptorsAre(rlim_t soft, rlim_t hard) {
@@ -61,6 +156,8 @@ void descriptorsAre(rlim_t soft, rlim_t hard) {
 
 [[noreturn]] void askForAllThatAreAllowed() {
   descriptorsAre(20, 60);
+  if (!Agent::whyNoDescriptors(40)) std::exit(2);  // asking changes nothing
+  Agent::descriptorsAreAllThatAreAllowed();
   std::exit(Agent::whyNoDescriptors(40) ? 1 : 0);
 }
 

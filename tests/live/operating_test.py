@@ -6,6 +6,7 @@ environment: VELO_LIVE_CHANGES, VELO_LIVE_KILLS and VELO_LIVE_CLIENTS ask for mo
 """
 
 import errno
+import fcntl
 import json
 import os
 import random
@@ -389,6 +390,33 @@ class Surviving(OperatedTest):
         agent.stop()
         self.start(config, "--state", state)
         self.assertEqual(rules_of(self.control().ask("show", what="access-lists"))[100]["matches"]["in"], 350)
+
+    def end_by_signal(self, agent):
+        """Of an agent that hangs: its status, and the seconds that it took."""
+        begin = time.monotonic()
+        agent.process.send_signal(signal.SIGTERM)
+        return agent.process.wait(timeout=20), time.monotonic() - begin
+
+    def test_it_ends_when_nobody_takes_its_report(self):
+        self.stations_are(1, 2)
+        agent = self.start(alternating(False, 300))
+        fcntl.fcntl(agent.process.stdout, fcntl.F_SETPIPE_SZ, 4096)
+        status, seconds = self.end_by_signal(agent)
+        self.assertEqual(status, 1)
+        self.assertLess(seconds, 2)
+        self.assertIn("velo: ended before everything was written", agent.process.stderr.read())
+
+    def test_it_ends_when_nobody_takes_its_traces(self):
+        self.stations_are(1, 2)
+        agent = self.start(alternating(False, 10), "--trace", "DpAclStatusVelo/9")
+        client = self.control()
+        client.socket.settimeout(3)
+        with self.assertRaises(TimeoutError):  # once the loop waits for room
+            for number in range(1, 100):
+                client.apply(alternating(number % 2 == 1, 300))
+        status, seconds = self.end_by_signal(agent)
+        self.assertEqual(status, 1)
+        self.assertLess(seconds, 2)
 
     def test_a_damaged_state_is_set_aside(self):
         self.stations_are(1, 2)
