@@ -49,12 +49,6 @@ void take(Config::Result&& result, Config::Model& model, std::vector<std::string
   if (result.model) model = std::move(*result.model);
 }
 
-bool isWithinMemory(const std::string& path, const std::string& text, std::vector<std::string>& wrong) {
-  auto why = whyNoMemoryFor(path, text);
-  if (why) wrong.push_back(std::move(*why));
-  return !why;
-}
-
 }  // namespace
 
 std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
@@ -64,7 +58,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
   std::vector<Config::Source> sources;
   for (const std::string& path : commandLine) {
     auto file = reader.read(path, TextReader::Named::byUser, wrong);
-    if (file && isWithinMemory(path, file->text, wrong)) sources.push_back({path, std::move(file->text)});
+    if (file) sources.push_back({path, std::move(file->text)});
   }
   take(Config::read(sources), commandLine_, wrong);
   sources = {};
@@ -72,7 +66,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
   if (dir.empty()) return wrong;
   for (const fs::path& path : configFilesIn(dir, wrong)) {
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
-    if (!file || !isWithinMemory(path.string(), file->text, wrong)) continue;
+    if (!file) continue;
     const std::string name = path.filename().string();
     contents_[name] = {file->identity, file->hash};
     take(Config::read({{path.string(), std::move(file->text)}}), inputs_[name], wrong);

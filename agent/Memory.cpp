@@ -40,26 +40,17 @@ uint64_t numberIn(const std::string& path, const std::string& word, uint64_t oth
   return file >> number ? number : otherwise;
 }
 
+/// Of the control group (version 2) with a folder. Pages of files give way.
+uint64_t leftOfGroup(const std::string& folder) {
+  const uint64_t most = numberIn(folder + "/memory.max", "", unlimited);
+  if (most == unlimited) return unlimited;
+  const uint64_t used = numberIn(folder + "/memory.current", "", 0);
+  return difference(most, difference(used, numberIn(folder + "/memory.stat", "file", 0)));
+}
+
 uint64_t leftOfMachine() {
   const uint64_t kibi = numberIn("/proc/meminfo", "MemAvailable:", unlimited);
   return kibi == unlimited ? unlimited : kibi * 1024;
-}
-
-/// Of the control groups that the process is in (version 2). Pages of files give way.
-uint64_t leftOfGroups() {
-  std::ifstream file("/proc/self/cgroup");
-  uint64_t left = unlimited;
-  for (std::string line; std::getline(file, line);) {
-    if (!line.starts_with("0::/")) continue;
-    for (std::string group = line.substr(3); group.size() > 1; group.resize(group.rfind('/'))) {
-      const std::string folder = "/sys/fs/cgroup" + group;
-      const uint64_t most = numberIn(folder + "/memory.max", "", unlimited);
-      if (most == unlimited) continue;
-      const uint64_t used = numberIn(folder + "/memory.current", "", 0);
-      left = std::min(left, difference(most, difference(used, numberIn(folder + "/memory.stat", "file", 0))));
-    }
-  }
-  return left;
 }
 
 /// What the process has, and no use for.
@@ -72,6 +63,22 @@ uint64_t freed() {
 }
 
 }  // namespace
+
+uint64_t leftOfGroups(const std::string& groups, const std::string& root) {
+  std::ifstream file(groups);
+  uint64_t left = unlimited;
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with("0::/")) continue;
+    // What is the root to the process may be a group with limits to the machine.
+    std::string group = line == "0::/" ? "" : line.substr(3);
+    for (bool isLast = false; !isLast;) {
+      isLast = group.empty();
+      left = std::min(left, leftOfGroup(root + group));
+      if (!isLast) group.resize(group.rfind('/'));
+    }
+  }
+  return left;
+}
 
 void keepFreedMemory() {
 #ifdef __GLIBC__

@@ -15,6 +15,10 @@ void keepFreedMemory();
 /// madvise(2)). To be called before there are threads.
 void useLargePages();
 
+/// What the control groups leave that the process is in, as told in `groups`; their folders are below `root`.
+uint64_t leftOfGroups(const std::string& groups = "/proc/self/cgroup",
+                      const std::string& root = "/sys/fs/cgroup");
+
 /// What is told of work that needs more memory than there is.
 inline constexpr const char* outOfMemory = "memory ran out";
 

@@ -43,6 +43,16 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
 
 std::optional<TextFile> TextReader::read(const std::string& path, Named named,
                                          std::vector<std::string>& wrong) {
+  auto file = readOnly(path, named, wrong);
+  if (!file) return std::nullopt;
+  auto why = memory_.whyNot(path, file->text);
+  if (!why) return file;
+  wrong.push_back(std::move(*why));
+  return std::nullopt;
+}
+
+std::optional<TextFile> TextReader::readOnly(const std::string& path, Named named,
+                                             std::vector<std::string>& wrong) {
   const auto refused = [&wrong](std::string why) {
     wrong.push_back(std::move(why));
     return std::nullopt;
@@ -100,7 +110,7 @@ std::optional<std::string> TextReader::tooLarge(const std::string& path, uint64_
   return std::nullopt;
 }
 
-std::optional<std::string> whyNoMemoryFor(const std::string& name, const std::string& text) {
+std::optional<std::string> MemoryEstimate::whyNot(const std::string& name, const std::string& text) {
   // What a rule, a remark or a binding takes at most while a change is carried out: in the model, the
   // difference, the lists of the source and the merged ones, the compiled form, the status, and with a state
   // file in its copies. bench/README.md tells how it was measured.
@@ -113,9 +123,12 @@ std::optional<std::string> whyNoMemoryFor(const std::string& name, const std::st
     if (end - at >= shortest) ++lines;
     at = end + 1;
   }
-  if (auto why = whyNoMemory(lines * ofLine + 2 * text.size())) {
-    return fmt::format("{}: its {} lines would take {}", name.empty() ? "the texts" : name, lines, *why);
+  const uint64_t all = octets_ + lines * ofLine + 2 * text.size();
+  if (auto why = whyNoMemory(all)) {
+    return fmt::format("{}: its {} lines{} would take {}", name, lines,
+                       octets_ == 0 ? "" : " and the texts before it", *why);
   }
+  octets_ = all;
   return std::nullopt;
 }
 

@@ -34,6 +34,18 @@ struct TextFile {
   uint64_t hash = 0;  ///< of the text; for this process alone
 };
 
+/// Adds up what the change that some texts make takes of memory. There is much of it only later, when all
+/// have been asked for: what one may have is no longer there for the next.
+class MemoryEstimate {
+ public:
+  /// Why a further text cannot be worked on beside those that were asked for before, if so; then it is none
+  /// of them.
+  std::optional<std::string> whyNot(const std::string& name, const std::string& text);
+
+ private:
+  uint64_t octets_ = 0;
+};
+
 /// The one way by which configuration texts are read: bounded, and never waiting for a file that was only
 /// found somewhere. One object reads all the texts of one configuration.
 class TextReader {
@@ -46,9 +58,12 @@ class TextReader {
 
   explicit TextReader(TextLimits limits) : limits_(limits) {}
 
-  /// The text of a file; nothing, with what is wrong added to `wrong`, when it cannot be read whole. One that
-  /// changes meanwhile cannot.
+  /// The text of a file; nothing, with what is wrong added to `wrong`, when it cannot be read whole, or there
+  /// is no memory for what is to be made of it. One that changes meanwhile cannot be read.
   std::optional<TextFile> read(const std::string& path, Named named, std::vector<std::string>& wrong);
+  /// The same of a text of which nothing may have to be made: its memory is not asked for.
+  std::optional<TextFile> readOnly(const std::string& path, Named named, std::vector<std::string>& wrong);
+  MemoryEstimate& memory() { return memory_; }
   /// Counts a text among those of the configuration that need not be read again.
   void add(size_t octets) { taken_ += octets; }
 
@@ -58,9 +73,7 @@ class TextReader {
 
   const TextLimits limits_;
   size_t taken_ = 0;
+  MemoryEstimate memory_;
 };
-
-/// Why a configuration text cannot be worked on, if so: what is made of it needs more memory than there is.
-std::optional<std::string> whyNoMemoryFor(const std::string& name, const std::string& text);
 
 }  // namespace Agent

@@ -208,7 +208,7 @@ Exit ControlCommands::apply() const {
   }
   // Mistakes are told here, before the agent is bothered with them.
   if (wrong.empty()) {
-    for (const auto& mistake : Config::read(sources).mistakes) wrong.push_back(mistake.str());
+    wrong = textsOf(Config::read(sources, {}, mostMistakes).mistakes);
   }
   for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
   if (!wrong.empty()) return exitUsage;

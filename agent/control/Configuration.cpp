@@ -53,8 +53,9 @@ struct Configuration::Texts {
 
   void prepare(const Sources& inForce) {
     const double start = seconds();
+    MemoryEstimate memory;
     for (const Config::Source& source : sources) {
-      if (auto why = whyNoMemoryFor(source.name, source.text)) outcome.mistakes.push_back(std::move(*why));
+      if (auto why = memory.whyNot(source.name, source.text)) outcome.mistakes.push_back(std::move(*why));
     }
     if (!outcome.mistakes.empty()) return;
     Config::Result result = Config::read(sources, {}, mostMistakes);
@@ -227,7 +228,7 @@ void Configuration::commitNext() {
 void Configuration::handleNext(Next& next, const std::optional<std::string>& failed) {
   const std::string name = next.change.source;
   task_->scheduleTask();
-  if (failed) return files_.failed(name, fmt::format("{}: {}", name, *failed));
+  if (failed) return files_.failed(name, fmt::format("{}/{}: {}", files_.dir(), name, *failed));
   if (next.same) {
     discard_.take(std::move(*next.change.model));
     return files_.taken(name);
@@ -248,8 +249,10 @@ Json Configuration::report() const {
   for (const auto& [name, model] : inputs_) sources.push_back(sourceJson(name, model, appliedAt_));
   Json bad = Json::array();
   const std::string& dir = files_.dir();
+  if (const auto& why = files_.unreadable(); !why.empty())
+    bad.push_back({{"name", dir}, {"kept", true}, {"mistakes", why}});
   for (const auto& [name, mistakes] : files_.bad())
-    bad.push_back({{"name", name}, {"kept", name == dir || inputs_.contains(name)}, {"mistakes", mistakes}});
+    bad.push_back({{"name", name}, {"kept", inputs_.contains(name)}, {"mistakes", mistakes}});
   return {{"directory", dir.empty() ? Json(nullptr) : Json(dir)},
           {"changing", busy()},
           {"sources", std::move(sources)},

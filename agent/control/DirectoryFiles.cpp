@@ -37,30 +37,30 @@ void DirectoryFiles::look() {
   lookIsDue_ = false;
   if (!shortOfMemory_.empty() && --looksUntilMemory_ <= 0) {
     looksUntilMemory_ = looksBetweenTrials;
-    for (const std::string& name : shortOfMemory_) seen_.erase(name);
+    forgotten_.insert(shortOfMemory_.begin(), shortOfMemory_.end());
   }
+  for (const std::string& name : std::exchange(forgotten_, {})) seen_.erase(name);
   const auto job = std::make_shared<DirectoryScan>();
   job->dir = dir_;
   job->limits = limits_;
   job->due = std::exchange(due_, {});
   job->all = std::exchange(all_, false);
-  job->seen = seen_;
+  job->seen = std::exchange(seen_, {});
   background_.run([job] { job->run(); },
                   [this, job](const std::optional<std::string>& failed) { handleScanned(*job, failed); });
 }
 
 void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std::string>& failed) {
+  seen_ = std::move(scan.seen);
   if (failed) scan.unreadable = {dir_ + ": " + *failed};
-  if (!scan.unreadable.empty()) {
+  unreadable_ = std::move(scan.unreadable);
+  if (!unreadable_.empty()) {
     due_.merge(scan.due);
     all_ = all_ || scan.all;
-    bad_[dir_] = std::move(scan.unreadable);
     return;
   }
-  bad_.erase(dir_);
   const auto isGone = [&scan](const std::string& name) { return !scan.there.contains(name); };
   std::erase_if(bad_, [&isGone](const auto& file) { return isGone(file.first); });
-  std::erase_if(seen_, [&isGone](const auto& file) { return isGone(file.first); });
   std::erase_if(conflicts_, isGone);
   std::erase_if(shortOfMemory_, isGone);
   Found found;
@@ -79,10 +79,7 @@ void DirectoryFiles::take(const std::string& name, DirectoryScan::File& file, Fo
   }
   conflicts_.erase(name);
   shortOfMemory_.erase(name);
-  if (file.shortOfMemory) {
-    if (shortOfMemory_.empty()) looksUntilMemory_ = looksBetweenTrials;
-    shortOfMemory_.insert(name);
-  }
+  if (file.shortOfMemory) memoryIsShortFor(name);
   if (file.wrong.empty()) {
     found.changes.push_back({name, std::move(file.model)});
   } else {
@@ -97,15 +94,20 @@ void DirectoryFiles::conflictIs(const std::string& name, std::string why) {
 
 void DirectoryFiles::conflictsAreDue() {
   for (const std::string& name : std::exchange(conflicts_, {})) {
-    seen_.erase(name);
+    forgotten_.insert(name);
     lookIsDue_ = true;
   }
 }
 
 void DirectoryFiles::failed(const std::string& name, std::string why) {
   bad_[name] = {std::move(why)};
+  memoryIsShortFor(name);
+}
+
+void DirectoryFiles::memoryIsShortFor(const std::string& name) {
+  // One that fails again and again does not put the others off.
+  if (shortOfMemory_.empty()) looksUntilMemory_ = looksBetweenTrials;
   shortOfMemory_.insert(name);
-  looksUntilMemory_ = looksBetweenTrials;
 }
 
 }  // namespace Agent

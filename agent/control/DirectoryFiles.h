@@ -51,17 +51,20 @@ class DirectoryFiles {
   /// A content cannot be in force, and may when others are: those that could not be are tried again.
   void conflictIs(const std::string& name, std::string why);
   void conflictsAreDue();
-  /// A content could not be worked on: it is due again.
+  /// There was no memory to work on a content: like others of that kind it is tried again, some looks later.
   void failed(const std::string& name, std::string why);
 
   const std::string& dir() const { return dir_; }
-  /// What is wrong, by file, or with the directory itself.
+  /// What is wrong, by file.
   const std::map<std::string, std::vector<std::string>>& bad() const { return bad_; }
+  /// What is wrong with the directory itself.
+  const std::vector<std::string>& unreadable() const { return unreadable_; }
 
  private:
   void handleTold(const std::set<std::string>& names, bool all);
   void handleScanned(DirectoryScan& scan, const std::optional<std::string>& failed);
   void take(const std::string& name, DirectoryScan::File& file, Found& found);
+  void memoryIsShortFor(const std::string& name);
 
   const std::string dir_;
   const TextLimits limits_;
@@ -72,8 +75,10 @@ class DirectoryFiles {
   bool lookIsDue_ = false;
   bool all_ = false;
   std::set<std::string> due_;
+  std::set<std::string> forgotten_;  // of seen_, which may be with the look that is under way
 
-  std::map<std::string, FileContent> seen_;  // in force, on its way there, or bad; not those that are due
+  std::map<std::string, FileContent> seen_;  // in force, on its way there, or bad; during a look it has them
+  std::vector<std::string> unreadable_;
   std::map<std::string, std::vector<std::string>> bad_;
   std::set<std::string> conflicts_;      // of the bad: right, but not together with the others
   std::set<std::string> shortOfMemory_;  // of the bad

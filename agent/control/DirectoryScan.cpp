@@ -14,6 +14,7 @@ void DirectoryScan::run() {
     there.insert(name);
     look(path.string(), name, reader);
   }
+  std::erase_if(seen, [this](const auto& file) { return !there.contains(file.first); });
 }
 
 void DirectoryScan::look(const std::string& path, const std::string& name, TextReader& reader) {
@@ -36,11 +37,11 @@ void DirectoryScan::look(const std::string& path, const std::string& name, TextR
 
 void DirectoryScan::read(const std::string& path, TextReader& reader, const FileContent* known,
                          File& file) const {
-  auto text = reader.read(path, TextReader::Named::byPlace, file.wrong);
+  auto text = reader.readOnly(path, TextReader::Named::byPlace, file.wrong);
   if (!text) return;
   file.content = {text->identity, text->hash};
   if (known && known->hash == text->hash && known->identity.size == text->identity.size) return;
-  if (auto why = whyNoMemoryFor(path, text->text)) {
+  if (auto why = reader.memory().whyNot(path, text->text)) {
     file.wrong = {std::move(*why)};
     file.shortOfMemory = true;
     return;

@@ -25,9 +25,10 @@ struct DirectoryScan {
   // What is asked.
   std::string dir;
   TextLimits limits;
-  std::set<std::string> due;                ///< read whatever the file system says of them
-  bool all = false;                         ///< all are due
-  std::map<std::string, FileContent> seen;  ///< what was in the files that were read
+  std::set<std::string> due;  ///< read whatever the file system says of them
+  bool all = false;           ///< all are due
+  /// What was in the files that were read; comes back without those that have gone.
+  std::map<std::string, FileContent> seen;
 
   // What was found.
   std::vector<std::string> unreadable;  ///< why the directory cannot be read; then nothing else is known

@@ -516,12 +516,22 @@ TEST_F(CommandLine, WhatThereIsNoMemoryForIsRefused) {
   writeFile(acl_, rules);
   const rlim_t limit = rlim_t{300} << 20;
   for (const std::vector<std::string>& command : {std::vector<std::string>{"check", acl_},
+                                                  {"apply", "--control", dir_ / "none", acl_},
                                                   {"run", "--config", acl_, "--port", "eth1=none"},
                                                   {"replay", "--config", acl_, "--port", "eth1=" + pcap_}}) {
     const Ran ran = runVelo(command, {}, {}, {{RLIMIT_AS, limit}});
     EXPECT_EQ(ran.status, 2) << command.front();
     EXPECT_THAT(ran.err, HasSubstr("a.acl: its 200001 lines would take 0.")) << command.front();
   }
+}
+
+TEST_F(CommandLine, AnApplyTellsTheFirstMistakesOfMany) {
+  std::string text;
+  for (int i = 0; i < 500; ++i) text += "nonsense\n";
+  writeFile(acl_, text);
+  const Ran ran = runVelo({"apply", "--control", dir_ / "none", acl_});
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 100);
 }
 
 TEST_F(CommandLine, TooFewDescriptorsAreSaidAtTheStart) {
