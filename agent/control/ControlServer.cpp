@@ -1,5 +1,6 @@
 #include <agent/control/ControlServer.h>
 #include <agent/control/Peer.h>
+#include <agent/live/Descriptor.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,10 +20,15 @@ constexpr Kelp::Duration sweepEvery{1.0};
 
 /// One connection. Its turn goes round: a line is read, carried out and answered, and only then the next.
 struct ControlServer::Client {
-  Client(Operations& operations, int socket, uint64_t number, bool changes, Kelp::Duration now)
-      : fd(socket), id(number), mayChange(changes), session(operations), quietSince(now) {}
-  ~Client() { close(fd); }
+  Client(Operations& operations, Descriptor taken, uint64_t number, bool changes, Kelp::Duration now)
+      : socket(std::move(taken)),
+        fd(socket.get()),
+        id(number),
+        mayChange(changes),
+        session(operations),
+        quietSince(now) {}
 
+  const Descriptor socket;
   const int fd;
   const uint64_t id;  ///< never given out twice, descriptors are
   const bool mayChange;
@@ -102,11 +108,18 @@ void ControlServer::accept() {
 }
 
 void ControlServer::take(int fd, bool mayChange) {
+  Descriptor socket(fd);
   if (clients_.size() >= limits_.clients) makeRoom();
-  auto& client = clients_[fd];
-  client = std::make_unique<Client>(operations_, fd, ++lastClient_, mayChange, now());
-  arrange(*client);
-  if (!task_->taskWorkQueued()) task_->scheduleTaskDelay(sweepEvery);
+  auto made = std::make_unique<Client>(operations_, std::move(socket), ++lastClient_, mayChange, now());
+  Client& client = *clients_.insert_or_assign(fd, std::move(made)).first->second;
+  arrange(client);
+  if (task_->taskWorkQueued()) return;
+  try {
+    task_->scheduleTaskDelay(sweepEvery);
+  } catch (const std::bad_alloc&) {
+    drop(fd);
+    throw;
+  }
 }
 
 void ControlServer::makeRoom() {
@@ -163,10 +176,17 @@ void ControlServer::takeLine(Client& client) {
   const auto reply = [this, fd = client.fd, id = client.id](Answer given) {
     const auto at = clients_.find(fd);
     if (at == clients_.end() || at->second->id != id) return;
-    answer(*at->second, std::move(given));
+    try {
+      if (given.document || !given.error.is_null()) return answer(*at->second, std::move(given));
+    } catch (const std::bad_alloc&) {
+      // As without an answer.
+    }
+    drop(fd);
   };
+  const int fd = client.fd;
   operations_.handle(std::move(*request), client.session, client.mayChange, reply);
-  arrange(client);
+  // It may have gone with an answer for which there was no memory.
+  if (clients_.contains(fd)) arrange(client);
 }
 
 void ControlServer::answer(Client& client, Answer given) {

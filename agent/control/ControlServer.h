@@ -39,7 +39,7 @@ class ControlServer {
 
   /// Listens at a path, with mode 0660. Returns what is wrong. The file goes with this object.
   std::optional<std::string> listen(const std::string& path);
-  /// Takes a connected socket in as a client.
+  /// Takes a connected socket in as a client; closed when there is no memory for that (std::bad_alloc).
   void take(int fd, bool mayChange);
 
   size_t clientCount() const { return clients_.size(); }

@@ -6,6 +6,7 @@
 #include <agent/show/Pieces.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace Agent {
@@ -27,10 +28,14 @@ Answer noList(const std::string& name) {
 
 /// Why no frame comes in by an interface, if so.
 std::optional<std::string> whyNoPort(const World& world, const std::string& name) {
-  const Nimnet::IntfId id(name);
-  if (world.core.portChannels().has(id))
+  // By the names that there are: an id would keep for ever whatever a client asks for.
+  const auto isAmong = [&name](const auto& known) {
+    return std::any_of(known.begin(), known.end(),
+                       [&name](const auto& each) { return each.first.name().view() == name; });
+  };
+  if (isAmong(world.core.portChannels().all()))
     return fmt::format("{} is a port-channel: frames come in by its members", name);
-  if (!world.forwarder.ports().contains(id)) return fmt::format("there is no port {}", name);
+  if (!isAmong(world.forwarder.ports())) return fmt::format("there is no port {}", name);
   return std::nullopt;
 }
 
@@ -51,13 +56,25 @@ class AppliedDocument final : public Document {
   std::deque<std::string> pieces_;
 };
 
+Answer answerOf(Configuration::Outcome outcome) {
+  if (!outcome.mistakes.empty()) {
+    Answer answer = Answer::failed("mistakes", "nothing was applied");
+    answer.error["mistakes"] = std::move(outcome.mistakes);
+    return answer;
+  }
+  const Json head = {{"applied", outcome.applied},
+                     {"prepareSeconds", outcome.prepareSeconds},
+                     {"commitSeconds", outcome.commitSeconds}};
+  return {std::make_unique<AppliedDocument>(head, std::move(outcome.difference)), {}};
+}
+
 }  // namespace
 
 void Session::drop() { take(); }
 
 std::vector<Config::Source> Session::take() {
-  operations_.textOctets_ -= octets_;
-  octets_ = 0;
+  operations_.heldOctets_ -= held_;
+  octets_ = held_ = 0;
   return std::exchange(texts_, {});
 }
 
@@ -165,14 +182,17 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
 void Operations::text(const Request& request, Session& session, const Reply& reply) {
   const std::string name = request.text("name");
   std::string more = request.text("text");
-  if (textOctets_ + more.size() > mostText) {
+  auto& texts = session.texts_;
+  const bool goesOn = !texts.empty() && texts.back().name == name;
+  const size_t held = more.size() + (goesOn ? 0 : sizeof(Config::Source) + name.size());
+  if (heldOctets_ + held > mostText) {
     session.drop();
     return reply(Answer::failed("too-large", fmt::format("texts of more than {} octets are held", mostText)));
   }
   session.octets_ += more.size();
-  textOctets_ += more.size();
-  auto& texts = session.texts_;
-  if (!texts.empty() && texts.back().name == name)
+  session.held_ += held;
+  heldOctets_ += held;
+  if (goesOn)
     texts.back().text += more;
   else
     texts.push_back({name, std::move(more)});
@@ -186,15 +206,13 @@ void Operations::apply(const Request& request, Session& session, const Reply& re
   if (configuration_.busy())
     return reply(Answer::failed("busy", "another change of the configuration is under way; try again"));
   configuration_.apply(session.take(), dryRun, [reply](Configuration::Outcome outcome) {
-    if (!outcome.mistakes.empty()) {
-      Answer answer = Answer::failed("mistakes", "nothing was applied");
-      answer.error["mistakes"] = std::move(outcome.mistakes);
-      return reply(std::move(answer));
+    Answer answer;
+    try {
+      answer = answerOf(std::move(outcome));
+    } catch (const std::bad_alloc&) {
+      answer = {};
     }
-    const Json head = {{"applied", outcome.applied},
-                       {"prepareSeconds", outcome.prepareSeconds},
-                       {"commitSeconds", outcome.commitSeconds}};
-    reply({std::make_unique<AppliedDocument>(head, std::move(outcome.difference)), {}});
+    reply(std::move(answer));
   });
 }
 

@@ -32,10 +32,11 @@ class Session {
 
   Operations& operations_;
   std::vector<Config::Source> texts_;
-  size_t octets_ = 0;
+  size_t octets_ = 0;  // of the texts
+  size_t held_ = 0;    // with what is kept beside them
 };
 
-/// What a request comes to: a document, or an error.
+/// What a request comes to: a document, or an error. Neither, when there was no memory to make one of them.
 struct Answer {
   std::unique_ptr<Document> document;
   nlohmann::ordered_json error;  ///< `code` and `text`, and with code "mistakes" also `mistakes`
@@ -52,7 +53,7 @@ struct Answer {
 /// Owner: the control plane. Everything in `world`, and the configuration, outlive it.
 class Operations {
  public:
-  /// Octets of texts that all sessions together may hold.
+  /// Octets of texts, with their names and what keeps them, that all sessions together may hold.
   static constexpr size_t mostText = 64 << 20;
 
   using Reply = std::function<void(Answer answer)>;
@@ -75,7 +76,7 @@ class Operations {
   /// from within or later; not at all when this object goes first. The session may have gone by then.
   void handle(Request request, Session& session, bool mayChange, const Reply& reply);
 
-  size_t textOctets() const { return textOctets_; }
+  size_t heldOctets() const { return heldOctets_; }
 
  private:
   friend class Session;
@@ -90,7 +91,7 @@ class Operations {
   ZeroLine& zero_;
   Configuration& configuration_;
   Explainer explainer_;
-  size_t textOctets_ = 0;
+  size_t heldOctets_ = 0;
 };
 
 }  // namespace Agent

@@ -164,7 +164,7 @@ TEST_F(ControlServerTest, AClientThatGoesBeforeItsAnswerIsForgotten) {
   }
   agent_.turnsUntil(
       [&] { return agent_.plane().server().clientCount() == 0 && !agent_.plane().configuration().busy(); });
-  EXPECT_EQ(agent_.plane().operations().textOctets(), 0u);
+  EXPECT_EQ(agent_.plane().operations().heldOctets(), 0u);
 }
 
 TEST_F(ControlServerTest, TheSocketIsForOwnerAndGroup) {

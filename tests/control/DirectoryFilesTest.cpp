@@ -5,7 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "../agent/CaptureBytes.h"
 #include "RunningAgent.h"
@@ -175,6 +179,122 @@ TEST_F(DirectoryFilesTest, AFileIsNoLargerThanAllowedNorAllTogether) {
   EXPECT_NE(wrong().find("zmore.acl: with the texts before it"), std::string::npos) << wrong();
   fs::remove(path("large.acl"));
   lookUntil([&] { return defined("MORE") && bad().empty(); });
+}
+
+TEST_F(DirectoryFilesTest, ADirectoryAndAFileOfItsNameAreBadEachForItself) {
+  const fs::path before = fs::current_path();
+  fs::current_path(elsewhere_.path());
+  agent_.dirPathIs("acl");
+  const std::map<std::string, std::string> files = {{"acl", listOf("ONE")}, {"other", listOf("TWO")}};
+  agent_.start("", &files);
+  look();
+  agent_.putFile("acl", "nonsense\n");
+  lookUntil([&] { return bad().size() == 1; });
+  {
+    const NoDescriptors none;
+    lookUntil([&] { return bad().size() == 2; });
+    EXPECT_EQ(bad().at(0).at("mistakes").at(0), "acl: Too many open files");
+    EXPECT_EQ(bad().at(0).at("kept"), true);
+    EXPECT_EQ(bad().at(1).at("name"), "acl");
+  }
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong().substr(0, 10), "acl/acl:1:") << "the file is as bad as before";
+  fs::current_path(before);
+}
+
+TEST_F(DirectoryFilesTest, ADirectoryThatIsMovedAwayAndBackIsReadOn) {
+  start();
+  fs::rename(agent_.dirPath(), elsewhere_ / "config");
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong(), agent_.dirPath() + ": No such file or directory");
+  EXPECT_TRUE(defined("ONE"));
+  writeFile(elsewhere_ / "config/one.acl", listOf("CHANGED"));
+  look();
+  fs::rename(elsewhere_ / "config", agent_.dirPath());
+  lookUntil([&] { return defined("CHANGED") && bad().empty(); });
+  EXPECT_FALSE(defined("ONE"));
+}
+
+TEST_F(DirectoryFilesTest, AFileThatGrowsWhileItIsReadIsReadWhenItIsWhole) {
+  start();
+  std::atomic<bool> stop = false;
+  agent_.putFile("one.acl", listOf("GROWN") + std::string(20 << 20, '\n'));
+  std::thread writer([&] {
+    std::ofstream file(path("one.acl"), std::ios::app);
+    while (!stop && file.tellp() < (50 << 20)) file << '\n' << std::flush;
+  });
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong(), path("one.acl") + ": changed while it was read");
+  stop = true;
+  writer.join();
+  lookUntil([&] { return defined("GROWN") && bad().empty(); });
+  EXPECT_FALSE(defined("ONE"));
+}
+
+TEST_F(DirectoryFilesTest, AnApplyWhileFilesAreReadLosesNeither) {
+  start();
+  agent_.putFile("two.acl", listOf("TWO") + std::string(50 << 20, '\n'));
+  agent_.advance(1.1);
+  agent_.turns(1);
+  ASSERT_FALSE(defined("TWO"));
+  EXPECT_EQ(agent_.apply(listOf("APPLIED")).at("applied"), true);
+  EXPECT_FALSE(defined("TWO")) << "it is still being read";
+  lookUntil([&] { return defined("TWO"); });
+  EXPECT_TRUE(defined("APPLIED"));
+  EXPECT_TRUE(defined("ONE"));
+  look();
+  EXPECT_TRUE(bad().empty());
+}
+
+TEST_F(DirectoryFilesTest, AConflictThatEndsWhileFilesAreReadIsTriedAgain) {
+  RunningAgent& agent = agent_;
+  const std::map<std::string, std::string> files = {{"a.acl", listOf("A")}};
+  agent.start("port-channel po1 members eth5\n", &files);
+  const auto has = [&](const char* list) { return !agent.show("access-lists", list).contains("error"); };
+  const auto until = [&](const std::function<bool()>& so) {
+    agent.turnsUntil([&] {
+      agent.pass(0.1);
+      return so();
+    });
+  };
+  agent.putFile("b.acl", listOf("B") + "port-channel po2 members eth5\n");
+  until([&] { return agent.show("status").at("configuration").at("bad").size() == 1; });
+  agent.putFile("c.acl", listOf("C") + std::string(50 << 20, '\n'));
+  agent.advance(1.1);
+  agent.turns(1);
+  EXPECT_EQ(agent.apply("port-channel po1 members eth6\n").at("applied"), true);
+  EXPECT_FALSE(has("C")) << "it is still being read";
+  until([&] { return has("B") && has("C"); });
+}
+
+TEST_F(DirectoryFilesTest, AFileThatFailsAgainAndAgainDoesNotPutOffTheOthers) {
+  for (const char* name : {"a", "b"}) writeFile(elsewhere_ / name, listOf("A"));
+  Kiv::ManualClock clock;
+  Agent::EventLoop loop(clock, clock);
+  int looks = 0;
+  std::vector<std::string> found;
+  Agent::DirectoryFiles files(
+      loop, elsewhere_.path(), {}, {}, [] { return true; },
+      [&](Agent::DirectoryFiles::Found told) {
+        ++looks;
+        for (const auto& change : told.changes) found.push_back(change.source);
+      });
+  const auto lookOnce = [&] {
+    const int before = looks;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    clock.advance(Kelp::Duration(1.1));
+    while (looks == before && std::chrono::steady_clock::now() < end) loop.turn(1);
+    ASSERT_GT(looks, before);
+  };
+  while (found.size() < 2) lookOnce();
+  found.clear();
+  files.failed("a", "no memory");
+  const int from = looks;
+  while (looks < from + 20) lookOnce();
+  files.failed("b", "no memory");
+  while (found.empty() && looks < from + 60) lookOnce();
+  EXPECT_EQ(looks, from + 30);
+  EXPECT_EQ(found, (std::vector<std::string>{"a", "b"}));
 }
 
 TEST_F(DirectoryFilesTest, AFileThatIsStillAConflictIsNotReadAgain) {

@@ -102,7 +102,7 @@ TEST(HostileClients, AThousandOfThemTakeNeitherMemoryNorTheAgent) {
   SocketClient good(agent);
   good.send("{\"do\":\"show\",\"what\":\"access-lists\",\"id\":1}\n");
   EXPECT_NE(good.line().find("\"ok\":true"), std::string::npos) << "an honest client is served as before";
-  EXPECT_EQ(agent.plane().operations().textOctets(), 0u);
+  EXPECT_EQ(agent.plane().operations().heldOctets(), 0u);
 }
 
 TEST(HostileClients, GetTheShareOfTimeThatIsThereForThem) {

@@ -1,9 +1,12 @@
 #include <agent/Memory.h>
+#include <agent/control/DirectoryScan.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <thread>
@@ -16,10 +19,13 @@ namespace {
 const std::thread::id mainThread = std::this_thread::get_id();
 /// The number of allocations of other threads until one fails; under 0: none does.
 std::atomic<int64_t> left{-1};
+/// The same of the main thread.
+std::atomic<int64_t> leftHere{-1};
 
 void* allocated(void* memory) {
-  if (left.load(std::memory_order_relaxed) >= 0 && std::this_thread::get_id() != mainThread) {
-    if (left-- == 0) {
+  auto& of = std::this_thread::get_id() == mainThread ? leftHere : left;
+  if (of.load(std::memory_order_relaxed) >= 0) {
+    if (of-- == 0) {
       std::free(memory);
       memory = nullptr;
     }
@@ -81,6 +87,34 @@ TEST(Memory, AnApplyForWhichItRunsOutWhileItIsReadChangesNothing) {
   EXPECT_EQ(agent.apply(rules(40, "deny")).at("applied"), true);
 }
 
+TEST(Memory, AConnectionForWhichItRunsOutIsClosed) {
+  RunningAgent agent;
+  agent.start("");
+  auto& server = agent.plane().server();
+  int refused = 0;
+  for (int64_t count = 0; count < 100; ++count) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    leftHere = count;
+    bool taken = true;
+    try {
+      server.take(ends[0], true);
+    } catch (const std::bad_alloc&) {
+      taken = false;
+    }
+    leftHere = -1;
+    EXPECT_EQ(server.clientCount(), taken ? 1u : 0u);
+    char none;
+    EXPECT_EQ(recv(ends[1], &none, 1, MSG_DONTWAIT), taken ? -1 : 0) << "closed if it was not taken";
+    close(ends[1]);
+    agent.turns();
+    if (taken) break;
+    ++refused;
+  }
+  EXPECT_GT(refused, 1);
+  EXPECT_EQ(server.clientCount(), 0u);
+}
+
 TEST(Memory, AFileForWhichItRunsOutIsTriedAgain) {
   RunningAgent agent;
   const std::map<std::string, std::string> files = {{"a.acl", "ip access-list B\n permit ip any any\n"}};
@@ -101,7 +135,8 @@ TEST(Memory, AFileForWhichItRunsOutIsTriedAgain) {
     looked([&] { return !bad().empty(); });
     EXPECT_EQ(ruleCount(agent, "A"), 0u);
     EXPECT_EQ(ruleCount(agent, "B"), 1u) << "the old content is in force";
-    EXPECT_NE(bad().at(0).at("mistakes").at(0).get<std::string>().find("memory ran out"), std::string::npos);
+    const std::string wrong = bad().at(0).at("mistakes").at(0);
+    EXPECT_TRUE(wrong.starts_with(agent.dirPath()) && wrong.ends_with(": memory ran out")) << wrong;
     left = -1;
     looked([&] { return bad().empty() && ruleCount(agent, "A") == 60; });
     agent.putFile("a.acl", "ip access-list B\n permit ip any any\n");
@@ -137,13 +172,94 @@ TEST(Memory, IsAsMuchAsTheLimitsLeave) {
   EXPECT_EXIT(isLimited(RLIMIT_DATA, sizeOfData), testing::ExitedWithCode(0), "");
 }
 
+std::string denials(int count) {
+  std::string text = "ip access-list A\n";
+  for (int i = 0; i < count; ++i) text += fmt::format("deny tcp host 10.0.{}.{} any\n", i / 250, i % 250);
+  return text;
+}
+
+/// Two texts are read, for each of which there is memory.
+[[noreturn]] void readTwo() {
+  const TempDir dir;
+  const std::string text = denials(50000);  // 150 MB by the estimate
+  const std::string a = dir / "a", b = dir / "b";
+  writeFile(a, text);
+  writeFile(b, text);
+  leave(RLIMIT_AS, sizeOfAll, 200 * mebi);
+  const std::string beside = ": its 50001 lines and the texts before it would take ";
+  const auto isOnly = [](const std::vector<std::string>& wrong, const std::string& beginning) {
+    return wrong.size() == 1 && wrong[0].starts_with(beginning);
+  };
+  int failed = 0;
+  failed |= Agent::ConfigFiles().read({a}, "").empty() ? 0 : 1;
+  failed |= isOnly(Agent::ConfigFiles().read({a, b}, ""), b + beside) ? 0 : 2;
+  failed |= isOnly(Agent::ConfigFiles().read({}, dir.path()), b + beside) ? 0 : 4;
+  Agent::DirectoryScan scan;
+  scan.dir = dir.path();
+  scan.run();
+  failed |= scan.found["a"].wrong.empty() && isOnly(scan.found["b"].wrong, b + beside) ? 0 : 8;
+  failed |= scan.found["b"].shortOfMemory ? 0 : 16;
+  _exit(failed);
+}
+
+/// The same of what a client sends.
+[[noreturn]] void applyTwo() {
+  RunningAgent agent;
+  agent.start(rules(3, "permit"));
+  const std::string text = denials(50000);
+  leave(RLIMIT_AS, sizeOfAll, 200 * mebi);
+  for (const char* name : {"a", "b"}) {
+    for (size_t at = 0; at < text.size(); at += 60000)
+      agent.ask({{"do", "text"}, {"name", name}, {"text", text.substr(at, 60000)}});
+  }
+  fmt::print(stderr, "{}\n", agent.ask({{"do", "apply"}}).dump());
+  _exit(ruleCount(agent, "A") == 3 ? 0 : 1);
+}
+
+TEST(Memory, WhatOneTextMayHaveIsNotThereForTheNext) {
+  if (!memoryCanBeLimited) GTEST_SKIP() << notLimited;
+  EXPECT_EXIT(readTwo(), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(applyTwo(), testing::ExitedWithCode(0),
+              "\"b: its 50001 lines and the texts before it would take ");
+}
+
+TEST(Memory, IsAsMuchAsTheControlGroupsLeave) {
+  const TempDir dir;
+  const auto group = [&](const std::string& name, const char* most, const char* used) {
+    std::filesystem::create_directories(dir / name);
+    writeFile(dir / (name + "/memory.max"), most);
+    writeFile(dir / (name + "/memory.current"), used);
+    writeFile(dir / (name + "/memory.stat"), "anon 5\nfile 100\n");
+  };
+  group("root", "5000\n", "1100\n");
+  group("root/outer", "9000\n", "5100\n");
+  group("root/outer/inner", "max\n", "300\n");
+  group("root/other", "10\n", "0\n");
+  struct Row {
+    const char* why;
+    const char* groups;
+    uint64_t left;
+  };
+  for (const Row& row : {
+           Row{"the root of a namespace has a limit", "0::/\n", 4000},
+           Row{"the tightest of all counts", "0::/outer/inner\n", 4000},
+           Row{"whose limit it may be", "1:cpu:/other\n0::/other\n", 10},
+           Row{"groups of another version have none", "3:memory:/other\n", UINT64_MAX},
+       }) {
+    writeFile(dir / "groups", row.groups);
+    EXPECT_EQ(Agent::leftOfGroups(dir / "groups", dir / "root"), row.left) << row.why;
+  }
+  group("root", "max\n", "0\n");
+  writeFile(dir / "groups", "0::/outer/inner\n");
+  EXPECT_EQ(Agent::leftOfGroups(dir / "groups", dir / "root"), 4000u) << "of the one above";
+}
+
 /// An agent with little memory is sent a large change, and then a small one.
 [[noreturn]] void applyTooMuch() {
   RunningAgent agent;
   agent.start(rules(3, "permit"));
   leave(RLIMIT_AS, sizeOfAll, 200 * mebi);
-  std::string text = "ip access-list A\n";
-  for (int i = 0; i < 300000; ++i) text += fmt::format("deny tcp host 10.0.{}.{} any\n", i / 250, i % 250);
+  const std::string text = denials(300000);
   for (size_t at = 0; at < text.size(); at += 60000)
     agent.ask({{"do", "text"}, {"name", "large"}, {"text", text.substr(at, 60000)}});
   fmt::print(stderr, "{}\n", agent.ask({{"do", "apply"}}).dump());

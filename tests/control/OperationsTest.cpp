@@ -1,4 +1,5 @@
 #include <agent/show/Shows.h>
+#include <malloc.h>
 
 #include "RunningAgent.h"
 
@@ -138,7 +139,8 @@ TEST_F(OperationsTest, WhatIsNotAsDeclaredIsRefusedByNameAndDoesNothing) {
     EXPECT_NE(answer.dump().find(row.named), std::string::npos) << row.why << ": " << answer;
     EXPECT_EQ(agent_.show("access-lists").at("lists").at(0).at("name"), "A") << row.why;
     EXPECT_EQ(matches("A", 10), 1u) << row.why;
-    EXPECT_EQ(agent_.plane().operations().textOctets(), text.size()) << row.why << ": the text is kept";
+    EXPECT_EQ(agent_.plane().operations().heldOctets(), text.size() + sizeof(Config::Source) + 1)
+        << row.why << ": the text is kept";
   }
   EXPECT_EQ(codeOf(agent_.ask({{"do", "apply"}, {"dryRun", true}})), "") << "as it should have been said";
   EXPECT_EQ(agent_.show("access-lists").at("lists").at(0).at("name"), "A");
@@ -152,14 +154,45 @@ TEST_F(OperationsTest, TextsAreAccountedForAndBounded) {
     Agent::Session one(operations), two(operations);
     EXPECT_EQ(agent_.ask({{"do", "text"}, {"name", "a"}, {"text", text}}, one, true).at("octets"),
               text.size());
-    for (int i = 0; i < 63; ++i) agent_.ask({{"do", "text"}, {"name", "a"}, {"text", text}}, two, true);
-    EXPECT_EQ(operations.textOctets(), 64u << 20);
-    EXPECT_EQ(codeOf(agent_.ask({{"do", "text"}, {"name", "a"}, {"text", "!"}}, one, true)), "too-large")
+    constexpr size_t ofName = sizeof(Config::Source) + 1;
+    EXPECT_EQ(operations.heldOctets(), text.size() + ofName);
+    for (int i = 0; i < 62; ++i) agent_.ask({{"do", "text"}, {"name", "a"}, {"text", text}}, two, true);
+    EXPECT_EQ(operations.heldOctets(), 63 * text.size() + 2 * ofName);
+    EXPECT_EQ(codeOf(agent_.ask({{"do", "text"}, {"name", "a"}, {"text", text}}, one, true)), "too-large")
         << "what others hold counts";
-    EXPECT_EQ(operations.textOctets(), 63u << 20) << "whoever asked for too much has nothing left";
+    EXPECT_EQ(operations.heldOctets(), 62 * text.size() + ofName)
+        << "whoever asked for too much has nothing left";
   }
-  EXPECT_EQ(operations.textOctets(), 0u) << "with a session its texts go";
+  EXPECT_EQ(operations.heldOctets(), 0u);
+  {
+    Agent::Session names(operations);
+    int taken = 0;
+    for (Json answer; taken < 2000; ++taken) {
+      answer =
+          agent_.ask({{"do", "text"}, {"name", fmt::format("{:060000}", taken)}, {"text", ""}}, names, true);
+      if (codeOf(answer) == "too-large") break;
+      ASSERT_EQ(answer.at("octets"), 0u);
+    }
+    EXPECT_EQ(taken, (64 << 20) / (60000 + static_cast<int>(sizeof(Config::Source)))) << "names count, too";
+  }
+  EXPECT_EQ(operations.heldOctets(), 0u) << "with a session its texts go";
 }
+
+#ifdef __GLIBC__
+TEST_F(OperationsTest, NamesOfPortsThatThereAreNotAreNotKept) {
+  agent_.start("interface eth1\n");
+  const auto heap = [] { return mallinfo2().uordblks; };
+  const auto ask = [this](int number) {
+    return agent_.ask({{"do", "explain"},
+                       {"port", fmt::format("{:010000}", number)},
+                       {"frame", "arp 192.0.2.1 > 192.0.2.2"}});
+  };
+  ask(1);
+  const size_t before = heap();
+  for (int i = 2; i < 1002; ++i) ASSERT_EQ(codeOf(ask(i)), "not-found");
+  EXPECT_LT(heap(), before + (1 << 20));
+}
+#endif
 
 TEST_F(OperationsTest, SeveralTextsAreOneConfigurationInTheirOrder) {
   agent_.start("");

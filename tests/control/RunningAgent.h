@@ -57,7 +57,9 @@ class RunningAgent {
   void pass(double seconds);
 
   std::string socketPath() const { return temp_ / "control"; }
-  std::string dirPath() const { return temp_ / "config"; }
+  std::string dirPath() const { return dir_.empty() ? temp_ / "config" : dir_; }
+  /// Where the configuration directory is to be; before start().
+  void dirPathIs(const std::string& path) { dir_ = path; }
   /// Puts a file into the directory as editors do: written aside, then renamed.
   void putFile(const std::string& name, const std::string& text);
 
@@ -68,6 +70,7 @@ class RunningAgent {
 
  private:
   TempDir temp_;
+  std::string dir_;
   Agent::TextLimits textLimits_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
