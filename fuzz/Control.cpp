@@ -17,8 +17,6 @@ constexpr const char* operations[] = {"show", "text", "apply", "explain", "clear
 constexpr const char* shows[] = {"drops",        "access-lists", "interfaces", "status",
                                  "counters",     "capabilities", "ports",      "tasks",
                                  "log-messages", "trace",        "what"};
-constexpr const char* members[] = {"what",       "name",     "text", "dryRun", "port", "frame",
-                                   "wireLength", "facility", "off",  "fast",   "on",   "x"};
 constexpr const char* frames[] = {"tcp 192.0.2.1:1234 > 198.51.100.7:443 syn vlan 5",
                                   "icmp 10.0.0.1 > 10.0.0.2 echo", "02000000000102000000000208004500",
                                   "udp 2001:db8::1:5 > 2001:db8::2:6", ""};
@@ -91,8 +89,13 @@ Json someRequest(Dice& dice, int id) {
   if (name == "text") request["name"] = "t", request["text"] = Config::randomText(dice, dice.once(4));
   if (name == "explain") request["port"] = "eth1", request["frame"] = dice.of(frames);
   if (name == "apply") request["dryRun"] = dice.once(2);
-  for (auto more = dice.once(4) ? 1 + dice.below(3) : 0; more > 0; --more)
-    request[dice.of(members)] = someValue(dice);
+  if (name == "trace") dice.once(2) ? request["off"] = true : request["fast"] = "A";
+  // Members of other operations, too, but mostly its own: what is wrong with one is to be all that is wrong.
+  for (auto more = dice.once(4) ? 1 + dice.below(3) : 0; more > 0; --more) {
+    const Member& member = dice.of(known);
+    if (member.operation == name || dice.once(4)) request[std::string(member.name)] = someValue(dice);
+  }
+  if (dice.once(32)) request["x"] = someValue(dice);
   if (dice.once(16)) request.erase(request.begin());
   const bool wrong = isWrong(request);
   request["id"] = id;
