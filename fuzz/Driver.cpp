@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <algorithm>
 #include <charconv>
@@ -54,11 +53,6 @@ bool writeAll(int file, const void* octets, size_t size) {
 
 /// Writes what is at hand: by calls that are allowed in a signal handler. The signal then takes its course.
 void handleCrash(int signal) {
-  // What is at hand may have taken the descriptors away.
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
   const int file = open(crashFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (file >= 0 && writeAll(file, current.data(), current.size()))
     writeAll(STDERR_FILENO, crashMessage.data(), crashMessage.size());
