@@ -29,7 +29,8 @@ function(velo_interface_version name)
   configure_file(${CMAKE_SOURCE_DIR}/cmake/layout.cpp.in ${I_INTO}/layout.cpp COPYONLY)
   add_library(${name}-layout OBJECT ${I_INTO}/layout.cpp)
   target_link_libraries(${name}-layout PRIVATE velo-flags)
-  target_compile_options(${name}-layout PRIVATE -S -w -fno-lto)
+  # Not put through the assembler, by either compiler.
+  target_compile_options(${name}-layout PRIVATE -S -w -fno-lto $<$<CXX_COMPILER_ID:Clang>:-fno-integrated-as>)
 
   set(script ${CMAKE_SOURCE_DIR}/cmake/write_interface_version.cmake)
   set(header ${I_INTO}/velo-interface-version.h)
