@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <optional>
 
+#include "../support/Sanitizers.h"
 #include "DifferentialHistory.h"
 
 // The matchers against the oracle of DifferentialModel.h, over lists and packets of DifferentialGenerator.h.
@@ -21,11 +22,7 @@ using namespace TestSupport;
 using namespace TestSupport::Differential;
 
 /// Pairs of a list and a packet in each of the nine tests.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__OPTIMIZE__)
-constexpr uint64_t pairsOfATest = 40'000;
-#else
-constexpr uint64_t pairsOfATest = 1'200'000;
-#endif
+constexpr uint64_t pairsOfATest = sanitizers ? 40'000 : 1'200'000;
 
 /// The seed of the list at hand, for when the process does not get as far as a failure.
 volatile uint64_t currentSeed = 0;

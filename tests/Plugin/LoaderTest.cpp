@@ -15,6 +15,7 @@
 #include <fstream>
 
 #include "../support/Frames.h"
+#include "../support/Sanitizers.h"
 
 // The agent's loader with real libraries: the plugin itself, and small ones made for this.
 
@@ -160,9 +161,7 @@ TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
 }
 
 TEST_F(PluginLoader, AFileThatCannotBeOpenedIsRefusedWithTheReason) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "sanitizers need descriptors themselves";
-#endif
+  if (TestSupport::addressSanitizer) GTEST_SKIP() << "the sanitizer needs descriptors itself";
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none{0, before.rlim_max};

@@ -1,10 +1,10 @@
 #include <pcap/pcap.h>
 
+#include "../support/SharedData.h"
 #include "ShownParse.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -13,17 +13,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Where captures for tests lie: $VELO_TEST_CAPTURES, or beside the project.
-fs::path captures() {
-  const char* told = std::getenv("VELO_TEST_CAPTURES");
-  if (told) return told;
-  return fs::path(__FILE__).parent_path().parent_path().parent_path().parent_path() / "shared/data/pcaps";
-}
-
 TEST(ParseCaptures, EveryFrameOfEveryEthernetCaptureIsReadWithinItsBounds) {
-  if (!fs::is_directory(captures())) GTEST_SKIP() << "no captures at " << captures();
+  if (!fs::is_directory(TestSupport::captureFolder()))
+    GTEST_SKIP() << "no captures at " << TestSupport::captureFolder();
   uint64_t files = 0, frames = 0, faults = 0;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(captures())) {
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(TestSupport::captureFolder())) {
     if (!entry.is_regular_file()) continue;
     char error[PCAP_ERRBUF_SIZE];
     const std::unique_ptr<pcap_t, decltype(&pcap_close)> capture(

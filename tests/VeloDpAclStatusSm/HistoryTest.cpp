@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "../support/Sanitizers.h"
 #include "Fixture.h"
 #include "Model.h"
 
@@ -14,17 +15,7 @@ namespace SmTest {
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int defaultHistories = 500;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr int defaultHistories = 500;
-#else
-constexpr int defaultHistories = 5000;
-#endif
-#else
-constexpr int defaultHistories = 5000;
-#endif
+constexpr int defaultHistories = TestSupport::sanitizers ? 500 : 5000;
 constexpr size_t maxSteps = 200;
 
 enum class Yields { never, random, always, noTasks };

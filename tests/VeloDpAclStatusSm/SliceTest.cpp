@@ -1,4 +1,5 @@
 #include "../Zeb/TraceCapture.h"
+#include "../support/Sanitizers.h"
 #include "Fixture.h"
 
 #include <Zeb/TraceHandle.h>
@@ -230,9 +231,7 @@ TEST_F(Slices, TheTasksHaveTheirNamesAndTheControlsPriorityAndGoWhenTheyHaveNoth
 
 /// A task that somebody else holds, too, outlives the machine; what it did for the machine does not.
 TEST_F(Slices, ATaskThatOutlivesTheMachineDoesNothing) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "sanitizers do not give a place out again soon";
-#endif
+  if (TestSupport::addressSanitizer) GTEST_SKIP() << "the sanitizer does not give a place out again soon";
   Kiv::alwaysYieldIs(false);
   list(AclType::ip, "A");
   const CounterKey key{AclDirection::in, AclType::ip, "A", r(1)};

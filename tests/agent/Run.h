@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "../support/Sanitizers.h"
+
 namespace TestSupport {
 
 /// A directory of its own for a test; gone with everything in it at the end of the scope.
@@ -37,17 +39,7 @@ Ran runVelo(const std::vector<std::string>& arguments,
             const std::map<std::string, std::string>& environment = {}, const std::string& outTo = {},
             const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits = {});
 
-/// False where the sanitizers take more memory for themselves than a limit of it could allow.
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool memoryCanBeLimited = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-inline constexpr bool memoryCanBeLimited = false;
-#else
-inline constexpr bool memoryCanBeLimited = true;
-#endif
-#else
-inline constexpr bool memoryCanBeLimited = true;
-#endif
+/// False where a sanitizer takes more memory for themselves than a limit of it could allow.
+inline constexpr bool memoryCanBeLimited = !sanitizers;
 
 }  // namespace TestSupport

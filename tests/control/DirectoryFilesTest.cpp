@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "../agent/CaptureBytes.h"
+#include "../support/Sanitizers.h"
 #include "RunningAgent.h"
 
 namespace {
@@ -75,9 +76,7 @@ class NoDescriptors {
 };
 
 TEST_F(DirectoryFilesTest, WhatChangedWhileTheDirectoryCouldNotBeReadIsNotForgotten) {
-#ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "sanitizers need descriptors themselves";
-#endif
+  if (TestSupport::addressSanitizer) GTEST_SKIP() << "the sanitizer needs descriptors itself";
   start();
   agent_.putFile("one.acl", listOf("CHANGED"));
   agent_.putFile("two.acl", listOf("TWO"));
