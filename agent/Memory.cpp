@@ -40,12 +40,13 @@ uint64_t numberIn(const std::string& path, const std::string& word, uint64_t oth
   return file >> number ? number : otherwise;
 }
 
-/// Of the control group (version 2) with a folder. Pages of files give way.
+/// Of the control group (version 2) with a folder. Pages of files give way, but for those of shared memory.
 uint64_t leftOfGroup(const std::string& folder) {
   const uint64_t most = numberIn(folder + "/memory.max", "", unlimited);
   if (most == unlimited) return unlimited;
   const uint64_t used = numberIn(folder + "/memory.current", "", 0);
-  return difference(most, difference(used, numberIn(folder + "/memory.stat", "file", 0)));
+  const auto pages = [&](const char* kind) { return numberIn(folder + "/memory.stat", kind, 0); };
+  return difference(most, difference(used, difference(pages("file"), pages("shmem"))));
 }
 
 uint64_t leftOfMachine() {
@@ -69,7 +70,7 @@ uint64_t leftOfGroups(const std::string& groups, const std::string& root) {
   uint64_t left = unlimited;
   for (std::string line; std::getline(file, line);) {
     if (!line.starts_with("0::/")) continue;
-    // What is the root to the process may be a group with limits to the machine.
+    // In a container the path is "/", and the folder there is that of a group that may have limits.
     std::string group = line == "0::/" ? "" : line.substr(3);
     for (bool isLast = false; !isLast;) {
       isLast = group.empty();

@@ -33,7 +33,11 @@ quietly() {
 build() {
   local preset=$1 launcher=() targets=()
   shift
-  if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
+  if command -v ccache >/dev/null; then
+    launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    # So that clones share what they compile, and a first build is not slower with it than without.
+    export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 CCACHE_DEPEND=1 CCACHE_SLOPPINESS=pch_defines,time_macros
+  fi
   if [[ $# -gt 0 ]]; then targets=(--target "$@"); fi
   cd "$root" || return
   say "configuring build/$preset"

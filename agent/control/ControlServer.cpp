@@ -191,6 +191,7 @@ void ControlServer::takeLine(Client& client) {
 
 void ControlServer::answer(Client& client, Answer given) {
   client.waiting = false;
+  client.quietSince = now();  // the time that the answer took is not the client's
   client.document = std::move(given.document);
   if (client.out.empty()) client.out = "{\"id\":null,";
   client.out +=

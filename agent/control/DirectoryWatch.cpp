@@ -1,9 +1,12 @@
-#include <Kelp/Assert.h>
+#include <agent/Output.h>
 #include <agent/control/DirectoryWatch.h>
+#include <fmt/format.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace Agent {
@@ -23,10 +26,13 @@ DirectoryWatch::DirectoryWatch(EventLoop& loop, std::string path, Changed change
       changed_(std::move(changed)),
       inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "DirectoryWatch " + path_)) {
-  KELP_ASSERT(inotify_ >= 0, "file changes cannot be watched");
   task_->dispatchIs([this] { tell(); }, this);
-  loop_.fdIs(inotify_, EPOLLIN, [this](uint32_t) { handleEvents(); });
-  watch();
+  if (inotify_ < 0) {
+    complain(fmt::format("changes in {} are seen once a second only: {}", path_, std::strerror(errno)));
+  } else {
+    loop_.fdIs(inotify_, EPOLLIN, [this](uint32_t) { handleEvents(); });
+    watch();
+  }
   // What changed between the first reading of the directory and now is among the rest.
   all_ = true;
   task_->scheduleTaskDelay(coalesceFor);
@@ -35,6 +41,7 @@ DirectoryWatch::DirectoryWatch(EventLoop& loop, std::string path, Changed change
 DirectoryWatch::~DirectoryWatch() {
   task_->cancelTask();
   task_->dispatchDel(this);
+  if (inotify_ < 0) return;
   loop_.fdDel(inotify_);
   close(inotify_);
 }
@@ -61,7 +68,7 @@ void DirectoryWatch::handleEvents() {
 }
 
 void DirectoryWatch::tell() {
-  if (watched_ < 0) {
+  if (inotify_ >= 0 && watched_ < 0) {
     watch();
     all_ = all_ || watched_ >= 0;
   }

@@ -253,7 +253,8 @@ void Operations::trace(const Request& request, Session&, const Reply& reply) {
   if (off) {
     Zeb::TraceHandle::disableAll();
   } else if (!fast.empty()) {
-    Blip::fastTraceIs(fast, request.flag("on"));
+    if (!Blip::fastTraceIs(fast, request.flag("on")))
+      return reply(Answer::failed("bad-request", "too many fast traces are on"));
   } else if (const auto wrong = Zeb::TraceHandle::enable(facility)) {
     return reply(Answer::failed("bad-request", *wrong));
   }

@@ -16,7 +16,7 @@ namespace Agent {
 
 class Operations;
 
-/// What is kept for one client between its requests: the texts that it sent for an `apply` or `check` to
+/// What is kept for one client between its requests: the texts that it sent for an `apply` to
 /// come. Outlived by the operations.
 class Session {
  public:

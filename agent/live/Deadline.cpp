@@ -1,4 +1,5 @@
 #include <agent/live/Deadline.h>
+#include <agent/live/Signals.h>
 #include <poll.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -40,6 +41,7 @@ Deadline::Deadline(double seconds) {
   begun = 0;
   untilEnd = timerOf(seconds);
   std::signal(SIGALRM, handleAlarm);
+  unblock({SIGALRM});
 }
 
 Deadline::~Deadline() {

@@ -1,6 +1,6 @@
 #include <agent/live/Descriptor.h>
-#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -19,7 +19,7 @@ void descriptorsAreAllThatAreAllowed() {
 std::optional<std::string> whyNoDescriptors(size_t count) {
   std::vector<Descriptor> had;
   for (had.reserve(count); had.size() < count;) {
-    had.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    had.emplace_back(eventfd(0, EFD_CLOEXEC));
     if (had.back()) continue;
     return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, had.size() - 1,
                        std::strerror(errno));

@@ -5,6 +5,7 @@
 #include <agent/live/Capabilities.h>
 #include <agent/live/RunCommand.h>
 #include <agent/live/ServiceManager.h>
+#include <agent/live/Signals.h>
 #include <agent/replay/Report.h>
 #include <agent/state/Successor.h>
 #include <fmt/format.h>
@@ -13,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 
 namespace Agent {
 
@@ -32,6 +34,8 @@ Exit runAgent(const RunOptions& options) {
   // What the agent has open by itself and for its clients, and what a port takes.
   constexpr size_t ofAgent = 64;
   constexpr size_t ofPort = 2;
+  // Reading texts and compiling lists can take minutes, and is to be ended as well.
+  unblock({SIGTERM, SIGINT});
   descriptorsAreAllThatAreAllowed();
   if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
     return refused(exitUnread, *wrong);

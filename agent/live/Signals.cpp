@@ -34,16 +34,18 @@ void handlerIs(void (*handler)(int)) {
 
 }  // namespace
 
+void unblock(std::initializer_list<int> signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : signals) sigaddset(&set, signal);
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
 Signals::Signals() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   KELP_ASSERT(fd_.get() >= 0, "a descriptor for signals can be had");
   toTell = fd_.get();
   handlerIs(handleEnd);
-  // Whoever started the process may have left them blocked.
-  sigset_t ends;
-  sigemptyset(&ends);
-  sigaddset(&ends, SIGTERM);
-  sigaddset(&ends, SIGINT);
-  pthread_sigmask(SIG_UNBLOCK, &ends, nullptr);
+  unblock({SIGTERM, SIGINT});
 }
 
 Signals::~Signals() { handlerIs(SIG_IGN); }

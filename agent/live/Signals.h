@@ -2,7 +2,12 @@
 
 #include <agent/live/Descriptor.h>
 
+#include <initializer_list>
+
 namespace Agent {
+
+/// Takes signals off the mask of this thread: whoever started the process may have left them blocked.
+void unblock(std::initializer_list<int> signals);
 
 /// Has SIGTERM and SIGINT begin the deadline and arrive at a descriptor instead of ending the process at
 /// once. The deadline begins in the signal's handler: it needs no thread that still does its work. One at a

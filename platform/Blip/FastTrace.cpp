@@ -17,13 +17,18 @@ std::set<std::string, std::less<>>& facilitiesOn() {
 
 bool fastTraceOn(std::string_view facility) { return facilitiesOn().contains(facility); }
 
-void fastTraceIs(std::string_view facility, bool on) {
+bool fastTraceIs(std::string_view facility, bool on) {
   auto& facilities = facilitiesOn();
-  if (on) {
-    facilities.emplace(facility);
-  } else if (auto known = facilities.find(facility); known != facilities.end()) {
+  const auto known = facilities.find(facility);
+  if (on == (known != facilities.end())) return true;
+  if (!on) {
     facilities.erase(known);
+  } else if (facilities.size() < mostFastTraces) {
+    facilities.emplace(facility);
+  } else {
+    return false;
   }
+  return true;
 }
 
 void fastTrace(std::string_view file, int line, std::initializer_list<std::string_view> args) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <string_view>
 
@@ -9,7 +10,9 @@ namespace Blip {
 /// switched on and off by facility name; a switch may be set before anybody uses its facility and holds for
 /// the life of the process.
 bool fastTraceOn(std::string_view facility);
-void fastTraceIs(std::string_view facility, bool on);
+/// At most `mostFastTraces` are on, as anything can be named; false when this one would be more.
+bool fastTraceIs(std::string_view facility, bool on);
+inline constexpr size_t mostFastTraces = 100;
 
 /// Writes one record to ring(): the line "FILE:LINE" and the arguments, parted by blanks. The texts are
 /// copied. Whoever calls has asked fastTraceOn().

@@ -54,6 +54,7 @@ std::optional<std::string> PluginManager::runPhases(const Hive::MountProfiles& p
     if (std::find(active_.begin(), active_.end(), plugin.get()) != active_.end()) continue;
     const Registrant::Scope scope(registrant_, plugin.get());
     const Kelp::Ptr<Hive::EntityManager> entities = plugin->entityManager();
+    KELP_ASSERT(entities, "a plugin is initialized with the state tree that it works on");
     const auto profile = profiles.find(plugin->hiveMountProfilePrefix().view());
     const auto failure = profile == profiles.end() ? std::nullopt : entities->mountProfile(profile->second);
     if (failure) unmounted = failure;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -58,6 +59,18 @@ Element parsed(std::string_view text) {
   return Element{text.substr(0, slash), level[0] - '0', {}};
 }
 
+std::optional<std::string> whyTooMany(const std::vector<Element>& elements) {
+  std::set<std::string_view> unused;
+  for (const auto& [name, facility] : facilities()) {
+    if (facility->handles == 0) unused.insert(name);
+  }
+  for (const Element& element : elements) {
+    if (!facilities().contains(element.name)) unused.insert(element.name);
+  }
+  if (unused.size() <= TraceHandle::mostUnused) return std::nullopt;
+  return fmt::format("more than {} trace facilities that nothing uses", TraceHandle::mostUnused);
+}
+
 }  // namespace
 
 TraceHandle::TraceHandle(std::string_view name, std::string_view source)
@@ -93,6 +106,7 @@ std::optional<std::string> TraceHandle::enable(std::string_view spec) {
     more = comma != spec.npos;
     if (more) spec.remove_prefix(comma + 1);
   }
+  if (auto tooMany = whyTooMany(elements)) return tooMany;
   for (const Element& element : elements) facilityOf(element.name).enabledLevel = element.level;
   return std::nullopt;
 }

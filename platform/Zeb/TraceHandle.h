@@ -43,6 +43,8 @@ class TraceHandle {
  public:
   static constexpr int lowestLevel = 0;
   static constexpr int highestLevel = 9;
+  /// Facilities that are on before they have handles, at most: whoever switches can name any.
+  static constexpr size_t mostUnused = 100;
 
   /// `source` names the file that this handle's records come from, as a path of the tree without its
   /// extension; it is the handle's own, not the facility's, and is copied.
@@ -76,7 +78,8 @@ class TraceHandle {
   /// Switches on, for every facility that `spec` names, all levels up to the one named and no other, for
   /// handles present and to come. A spec is a list of NAME/LEVEL parted by commas, the level one digit;
   /// blanks around an element do not count, of several elements for one name the last holds, and the empty
-  /// spec names nothing. A malformed spec changes nothing; returned is then what is wrong with which element.
+  /// spec names nothing. A malformed spec, or one with which more than `mostUnused` facilities without
+  /// handles would be on, changes nothing; returned is then what is wrong with which element.
   static std::optional<std::string> enable(std::string_view spec);
   /// Switches every level of every facility off, for handles to come, too.
   static void disableAll();

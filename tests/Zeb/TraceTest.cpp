@@ -168,6 +168,31 @@ TEST_F(TraceTest, SpecsThatAreMalformedChangeNothingAndSayWhere) {
   }
 }
 
+TEST_F(TraceTest, NoMoreNamesAreKeptThatNothingUsesThanAFew) {
+  const auto on = [](size_t number) { return TraceHandle::enable(fmt::format("Test::Unused{}/1", number)); };
+  for (size_t i = 0; i < TraceHandle::mostUnused; ++i) EXPECT_EQ(on(i), std::nullopt);
+  EXPECT_EQ(on(TraceHandle::mostUnused), "more than 100 trace facilities that nothing uses");
+  EXPECT_EQ(on(5), std::nullopt) << "which is on already";
+  const TraceHandle used("Test::Used");
+  EXPECT_EQ(TraceHandle::enable("Test::Used/3"), std::nullopt) << "which is used";
+  EXPECT_TRUE(used.on(3));
+  TraceHandle::disableAll();
+  EXPECT_EQ(on(TraceHandle::mostUnused), std::nullopt);
+}
+
+TEST_F(TraceTest, NoMoreFastTracesAreOnThanAFew) {
+  const auto set = [](size_t number, bool on) {
+    return Blip::fastTraceIs(fmt::format("Test::Fast{}", number), on);
+  };
+  for (size_t i = 0; i < Blip::mostFastTraces; ++i) EXPECT_TRUE(set(i, true));
+  EXPECT_FALSE(set(Blip::mostFastTraces, true));
+  EXPECT_FALSE(Blip::fastTraceOn(fmt::format("Test::Fast{}", Blip::mostFastTraces)));
+  EXPECT_TRUE(set(5, true)) << "which is on already";
+  EXPECT_TRUE(set(5, false));
+  EXPECT_TRUE(set(Blip::mostFastTraces, true));
+  for (size_t i = 0; i <= Blip::mostFastTraces; ++i) set(i, false);
+}
+
 TEST_F(TraceTest, AHandleMadeAfterItsLevelWasSetIsOn) {
   TraceHandle::enable("Test::Later/6");
   {

@@ -1,5 +1,6 @@
 #include <agent/live/Deadline.h>
 #include <agent/live/Descriptor.h>
+#include <agent/live/RunCommand.h>
 #include <agent/live/Signals.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -27,6 +28,37 @@ TEST(Deadline, EndsTheProcessWhateverItWaitsFor) {
         hang();
       },
       testing::ExitedWithCode(1), "velo: ended before everything was written");
+}
+
+void blocked(int signal) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+TEST(Deadline, EndsTheProcessThatWasStartedWithItsSignalBlocked) {
+  EXPECT_EXIT(
+      {
+        blocked(SIGALRM);
+        const Deadline deadline(0.01);
+        Deadline::begin();
+        hang();
+      },
+      testing::ExitedWithCode(1), "velo: ended before everything was written");
+}
+
+TEST(Signals, EndAnAgentThatWasStartedWithThemBlocked) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    EXPECT_EXIT(
+        {
+          blocked(signal);
+          raise(signal);
+          (void)Agent::runAgent(Agent::RunOptions());
+          _exit(7);
+        },
+        testing::KilledBySignal(signal), "");
+  }
 }
 
 TEST(Deadline, OfWhatIsDoneNothingIsSaid) {

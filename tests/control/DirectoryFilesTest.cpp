@@ -1,12 +1,15 @@
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -92,6 +95,29 @@ TEST_F(DirectoryFilesTest, WhatChangedWhileTheDirectoryCouldNotBeReadIsNotForgot
   lookUntil([&] { return defined("CHANGED") && defined("TWO"); });
   EXPECT_FALSE(defined("ONE"));
   EXPECT_TRUE(bad().empty());
+}
+
+/// Leaves the process no watches, by a user namespace of its own; false where there can be none.
+bool noWatchesAreLeft() {
+  if (unshare(CLONE_NEWUSER) != 0) return false;
+  writeFile("/proc/self/uid_map", "0 0 1\n");
+  writeFile("/proc/sys/user/max_inotify_instances", "0\n");
+  return inotify_init1(0) < 0;
+}
+
+TEST_F(DirectoryFilesTest, AreLookedAtWhereNothingCanBeWatched) {
+  constexpr int noNamespace = 9;
+  const auto inNamespace = [this] {
+    if (!noWatchesAreLeft()) std::_Exit(noNamespace);
+    start();
+    agent_.putFile("two.acl", listOf("TWO"));
+    lookUntil([&] { return defined("TWO"); });
+    std::_Exit(defined("ONE") ? 0 : 1);
+  };
+  const auto ended = [](int status) {
+    return WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == noNamespace);
+  };
+  EXPECT_EXIT(inNamespace(), ended, "changes in .* are seen once a second only: Too many open files|^$");
 }
 
 TEST_F(DirectoryFilesTest, AFileThatCannotBeReadIsTriedAgain) {

@@ -230,7 +230,7 @@ TEST(Memory, IsAsMuchAsTheControlGroupsLeave) {
     std::filesystem::create_directories(dir / name);
     writeFile(dir / (name + "/memory.max"), most);
     writeFile(dir / (name + "/memory.current"), used);
-    writeFile(dir / (name + "/memory.stat"), "anon 5\nfile 100\n");
+    writeFile(dir / (name + "/memory.stat"), "anon 5\nfile 130\nshmem 30\n");
   };
   group("root", "5000\n", "1100\n");
   group("root/outer", "9000\n", "5100\n");
