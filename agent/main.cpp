@@ -2,13 +2,13 @@
 #include <Velo/VeloPlugin.h>
 #include <Zeb/LogHandle.h>
 #include <Zeb/TraceHandle.h>
-#include <agent/Arguments.h>
-#include <agent/LogMessages.h>
-#include <agent/Memory.h>
-#include <agent/Output.h>
 #include <agent/control/Commands.h>
-#include <agent/live/RunArguments.h>
+#include <agent/core/Arguments.h>
+#include <agent/core/Memory.h>
+#include <agent/core/Output.h>
 #include <agent/replay/Replay.h>
+#include <agent/run/RunArguments.h>
+#include <agent/show/LogMessages.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>

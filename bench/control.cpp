@@ -2,10 +2,10 @@
 // thousand clients that mean no good. Processor time of the loop's thread throughout, so that other work on
 // the computer is nobody's fault.
 #include <Acl/Workshop.h>
-#include <agent/Memory.h>
-#include <agent/control/Background.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/control/ServerSocket.h>
+#include <agent/core/Background.h>
+#include <agent/core/Memory.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>

@@ -1,7 +1,8 @@
-# velo_room(NAME SOURCES a.cpp ... DEPENDS Room ...): one folder, one object library. The DEPENDS lists are
-# what scripts/check_layering.py holds the #include lines against.
+# velo_room(NAME SOURCES a.cpp ... DEPENDS Room ... [LIBRARIES ...]): one folder, one object library. The lists of
+# DEPENDS and LIBRARIES (of foreign ones) are what scripts/check_layering.py holds the #include lines against.
 # velo_shared_platform(): every room so far, linked once into libvelo-platform.so, so that a process has one
 # loader, one scheduler and one type registry however many plugins it opens.
+# velo_program_rooms(NAME): every room since then, as a library for programs.
 
 add_library(velo-flags INTERFACE)
 target_compile_options(velo-flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
@@ -38,33 +39,50 @@ endif()
 # The large headers that nearly every file includes are parsed once.
 set(velo_common_headers <fmt/format.h> <algorithm> <functional> <map> <memory> <optional> <set> <string> <variant> <vector>)
 
-# velo_common_headers(NAME [WITH pch LIBRARIES ... HEADERS ...])
+# velo_precompiled(NAME HEADERS ...): what targets share with velo_common_headers(TARGET) below a folder that says
+# set(VELO_COMMON_HEADERS NAME).
+function(velo_precompiled name)
+  cmake_parse_arguments(P "" "" "HEADERS" ${ARGN})
+  add_library(${name} OBJECT ${CMAKE_SOURCE_DIR}/cmake/pch.cpp)
+  target_link_libraries(${name} PUBLIC velo-flags fmt::fmt)
+  target_precompile_headers(${name} PRIVATE ${P_HEADERS})
+endfunction()
+velo_precompiled(velo-pch HEADERS ${velo_common_headers})
+set(VELO_COMMON_HEADERS velo-pch)
+
 function(velo_common_headers name)
-  if(NOT TARGET velo-pch)
-    add_library(velo-pch OBJECT ${CMAKE_SOURCE_DIR}/cmake/pch.cpp)
-    target_link_libraries(velo-pch PUBLIC velo-flags fmt::fmt)
-    target_precompile_headers(velo-pch PRIVATE ${velo_common_headers})
-  endif()
-  target_precompile_headers(${name} REUSE_FROM velo-pch)
+  target_precompile_headers(${name} REUSE_FROM ${VELO_COMMON_HEADERS})
 endfunction()
 
 function(velo_room name)
-  cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS;LIBRARIES" ${ARGN})
   add_library(${name} OBJECT ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR})
-  target_link_libraries(${name} PUBLIC velo-flags fmt::fmt ${ROOM_DEPENDS})
+  target_link_libraries(${name} PUBLIC velo-flags fmt::fmt ${ROOM_DEPENDS} ${ROOM_LIBRARIES})
   set_property(GLOBAL APPEND PROPERTY VELO_ROOMS ${name})
   velo_common_headers(${name})
 endfunction()
 
-function(velo_shared_platform)
+# Rooms that are in no library yet.
+function(velo_take_rooms result)
   get_property(rooms GLOBAL PROPERTY VELO_ROOMS)
-  set(objects)
-  foreach(room ${rooms})
-    list(APPEND objects $<TARGET_OBJECTS:${room}>)
-  endforeach()
+  set_property(GLOBAL PROPERTY VELO_ROOMS)
+  set(${result} ${rooms} PARENT_SCOPE)
+endfunction()
+
+function(velo_shared_platform)
+  velo_take_rooms(rooms)
+  list(TRANSFORM rooms REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
   add_library(velo-platform SHARED ${objects})
   target_include_directories(velo-platform PUBLIC ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR}
     ${CMAKE_BINARY_DIR}/interface)
   target_link_libraries(velo-platform PUBLIC velo-flags fmt::fmt PRIVATE ${CMAKE_DL_LIBS})
+endfunction()
+
+function(velo_program_rooms name)
+  velo_take_rooms(rooms)
+  add_library(${name} STATIC)
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+  # The objects of the rooms go into the library; what they need besides goes to its users.
+  target_link_libraries(${name} PUBLIC ${rooms} velo-platform)
 endfunction()

@@ -1,12 +1,12 @@
 // Captures by structure, with whatever times, lengths and blocks: reading ends, what is read is whole, and a
 // replay comes to its end.
 
-#include "../tests/agent/CaptureBytes.h"
-#include "../tests/agent/Run.h"
+#include "../tests/agent/support/CaptureBytes.h"
+#include "../tests/agent/support/Run.h"
 #include "../tests/support/RandomFrames.h"
 #include "Target.h"
 
-#include <agent/replay/Captures.h>
+#include <agent/ports/Captures.h>
 #include <agent/replay/Replay.h>
 
 #include <fcntl.h>

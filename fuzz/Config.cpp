@@ -1,7 +1,7 @@
 // A configuration text is read, or refused with the places of its mistakes; what was read can be typed again.
 
-#include "../tests/config/ModelText.h"
-#include "../tests/config/RandomText.h"
+#include "../tests/agent/config/ModelText.h"
+#include "../tests/agent/config/RandomText.h"
 #include "Target.h"
 
 #include <agent/config/Reader.h>

@@ -2,8 +2,8 @@
 // at a time, wrong ones, and octets. Whatever is answered is an answer, and who asks properly is served all
 // the while.
 
-#include "../tests/config/RandomText.h"
-#include "../tests/control/RunningAgent.h"
+#include "../tests/agent/config/RandomText.h"
+#include "../tests/agent/support/RunningAgent.h"
 #include "Target.h"
 
 namespace {

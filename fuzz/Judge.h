@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../tests/Acl/ReferenceMatcher.h"
-#include "../tests/config/ModelText.h"
+#include "../tests/agent/config/ModelText.h"
 
 #include <agent/config/Model.h>
 

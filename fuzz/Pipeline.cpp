@@ -6,11 +6,11 @@
 #include "Target.h"
 
 #include <Acl/RuleKinds.h>
-#include <agent/TaskLoop.h>
+#include <agent/core/TaskLoop.h>
 #include <agent/replay/VerdictRecorder.h>
 #include <fmt/ranges.h>
 
-#include "../tests/config/RandomText.h"
+#include "../tests/agent/config/RandomText.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // A state file whose octets or values were damaged: what is in it is taken as it stands, or it is set aside
 // with a message; and an agent that starts over it counts on from what the file says, or from nothing.
 
-#include "../tests/agent/CaptureBytes.h"
-#include "../tests/agent/Run.h"
-#include "../tests/config/RandomText.h"
+#include "../tests/agent/config/RandomText.h"
+#include "../tests/agent/support/CaptureBytes.h"
+#include "../tests/agent/support/Run.h"
 #include "../tests/support/RandomFrames.h"
 #include "Target.h"
 
 #include <Acl/RuleKinds.h>
-#include <agent/TaskLoop.h>
+#include <agent/core/TaskLoop.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Successor.h>
 #include <fmt/format.h>

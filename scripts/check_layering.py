@@ -1,22 +1,31 @@
 #!/usr/bin/env python3
 """Checks that the rooms know only what they may know.
 
-A room is a folder whose CMakeLists.txt says velo_room(NAME ... DEPENDS ...). It may include its own files, those
-of the rooms that it names, the standard library and fmt, and nothing else. Around the rooms stand areas with
-rules of their own, see AREAS. Prints FILE:LINE of each violation; the exit status is 1 when there is one.
+A room is a folder whose CMakeLists.txt says velo_room(NAME SOURCES ... DEPENDS ... LIBRARIES ...). It may include its
+own files, those of the rooms that it names, the standard library and fmt, and nothing else; a room of the program
+also the system's headers and those of the libraries that it names. Around the rooms stand areas with rules of their
+own, see AREAS. Every file lies in a room or an area, and every .cpp file of a room is named where the room is. Prints
+FILE:LINE of each violation; the exit status is 1 when there is one.
 
 usage: check_layering.py [ROOT]
 """
 
+import os
 import pathlib
 import re
 import sys
 
-# Areas that are not rooms: what they may include beside the standard library. "rooms" is any room; "any" is
-# every library there is. Tests, benches and fuzzers mirror the rooms and look into all of them.
+# The folder of the program. Only rooms below it and areas that say so know its rooms.
+PROGRAM = "agent"
+# Files of the program that lie in none of its rooms.
+OUTSIDE_ITS_ROOMS = {"agent/main.cpp"}
+
+# Areas that are not rooms: what they may include beside the standard library. "rooms" is any room but the program's;
+# "any" is every library there is. Tests, benches and fuzzers mirror the rooms and look into all of them.
 AREAS = {
     "VeloAcl": {"rooms", "VeloAcl", "fmt"},
-    "agent": {"rooms", "agent", "any"},
+    PROGRAM: {"rooms", PROGRAM, "any"},
+    "cmake": set(),
     "examples": {"rooms", "examples", "tests/support", "any"},
     "tests": {"rooms", "VeloAcl", "agent", "examples", "tests", "any"},
     "bench": {"rooms", "VeloAcl", "agent", "tests", "bench", "any"},
@@ -25,6 +34,10 @@ AREAS = {
 
 # What single rooms may use beyond the standard library, of the system or made by the build.
 ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h", "velo-interface-version.h"}, "Classify": {"immintrin.h"}}
+
+# The foreign libraries that a room of the program has to name, by how names of their headers begin.
+LIBRARY_HEADERS = {"CLI/": "CLI11::CLI11", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP",
+                   "sqlite3": "PkgConfig::SQLITE"}
 
 STANDARD_HEADERS = set(
     """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes
@@ -39,13 +52,18 @@ STANDARD_HEADERS = set(
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*(?:include|include_next|import)[ \t]*([<"])([^>"\n]+)[>"]', re.MULTILINE)
 BLOCK_COMMENT = re.compile(r"/\*.*?\*/", re.DOTALL)
+WORD = re.compile(r"[^\s()]+")
 ROOM = re.compile(r"^[ \t]*velo_room\s*\(([^)]*)\)", re.MULTILINE)
-SOURCE_SUFFIXES = {".h", ".hpp", ".cpp", ".cc", ".inc"}
+HEADER_SUFFIXES = {".h", ".hpp", ".inc"}
+SOURCE_SUFFIXES = HEADER_SUFFIXES | {".cpp", ".cc"}
 
 
 class Room:
-    def __init__(self, name, folder, depends, place):
-        self.name, self.folder, self.depends, self.place = name, folder, depends, place
+    def __init__(self, name, folder, lists, named, place):
+        self.name, self.folder, self.place = name, folder, place
+        self.depends, self.libraries = lists["DEPENDS"], lists["LIBRARIES"]
+        self.named = named  # every word of its CMakeLists.txt: some sources are added there on a condition
+        self.in_program = folder.parts[:1] == (PROGRAM,)
 
 
 class Tree:
@@ -55,17 +73,20 @@ class Tree:
         self.root = root
         self.violations = []
         self.rooms = {}
-        for path in sorted(self.files(lambda p: p.name == "CMakeLists.txt")):
-            self.read_rooms(path)
+        self.files = set(self.all_files())
+        self.sources = sorted(path for path in self.files if path.suffix in SOURCE_SUFFIXES)
+        for path in sorted(self.files):
+            if path.name == "CMakeLists.txt":
+                self.read_rooms(path)
+        self.room_in = {room.folder: room for room in self.rooms.values()}
 
-    def files(self, wanted):
-        # The build folder and hidden ones hold no sources of ours.
-        for top in sorted(self.root.iterdir()):
-            if top.name.startswith(".") or top.name == "build":
-                continue
-            for path in [top] if top.is_file() else top.rglob("*"):
-                if path.is_file() and wanted(path):
-                    yield path.relative_to(self.root)
+    def all_files(self):
+        for folder, folders, names in os.walk(self.root):
+            if folder == str(self.root):
+                # The build folder and hidden ones hold no sources of ours.
+                folders[:] = [name for name in folders if name != "build" and not name.startswith(".")]
+            for name in names:
+                yield pathlib.Path(folder, name).relative_to(self.root)
 
     def complain(self, path, line, text):
         self.violations.append((str(path), line, text))
@@ -75,7 +96,7 @@ class Tree:
         for match in ROOM.finditer(text):
             line = text.count("\n", 0, match.start()) + 1
             words = match.group(1).split()
-            name, lists, keyword = words[0], {"SOURCES": [], "DEPENDS": []}, None
+            name, lists, keyword = words[0], {"SOURCES": [], "DEPENDS": [], "LIBRARIES": []}, None
             for word in words[1:]:
                 if word in lists:
                     keyword = word
@@ -84,7 +105,7 @@ class Tree:
             if name in self.rooms:
                 self.complain(path, line, f"a second room of the name {name}")
                 continue
-            self.rooms[name] = Room(name, path.parent, lists["DEPENDS"], (path, line))
+            self.rooms[name] = Room(name, path.parent, lists, set(WORD.findall(text)), (path, line))
 
     def check_rooms(self):
         if not self.rooms:
@@ -93,6 +114,8 @@ class Tree:
             for name in room.depends:
                 if name not in self.rooms:
                     self.complain(*room.place, f"room {room.name} depends on {name}, which is no room")
+                elif self.rooms[name].in_program and not room.in_program:
+                    self.complain(*room.place, f"room {room.name} depends on {name}, which is the program's")
         self.check_cycles()
 
     def check_cycles(self):
@@ -114,22 +137,34 @@ class Tree:
 
     def room_of(self, path):
         """The innermost room whose folder holds the file."""
-        holders = [r for r in self.rooms.values() if r.folder in path.parents]
-        return max(holders, key=lambda r: len(r.folder.parts), default=None)
+        while path.name:
+            path = path.parent
+            if path in self.room_in:
+                return self.room_in[path]
+        return None
 
     def target(self, path, quote, name):
         """The file of this tree that an include means, as the compiler looks for it; None for another's."""
-        bases = [self.root / "platform", self.root]
-        if quote == '"':
-            bases.insert(0, (self.root / path).parent)
-        for base in bases:
-            candidate = (base / name).resolve()
-            if candidate.is_file() and self.root in candidate.parents:
-                return candidate.relative_to(self.root)
+        for base in [path.parent] * (quote == '"') + ["platform", "."]:
+            candidate = pathlib.Path(os.path.normpath(os.path.join(base, name)))
+            if candidate in self.files:
+                return candidate
         return None
 
+    def check_places(self):
+        for path in self.sources:
+            room, area = self.room_of(path), path.parts[0]
+            if room:
+                # What no build compiles, nobody would see break.
+                if path.suffix not in HEADER_SUFFIXES and str(path.relative_to(room.folder)) not in room.named:
+                    self.complain(path, 1, f"no source of room {room.name}, by its CMakeLists.txt")
+            elif area not in AREAS or len(path.parts) == 1:
+                self.complain(path, 1, f"{area if len(path.parts) > 1 else '.'}/ is neither a room nor a known area")
+            elif area == PROGRAM and str(path) not in OUTSIDE_ITS_ROOMS:
+                self.complain(path, 1, f"{path.parent}/ is no room of the program")
+
     def check_includes(self):
-        for path in sorted(self.files(lambda p: p.suffix in SOURCE_SUFFIXES)):
+        for path in self.sources:
             text = (self.root / path).read_text(errors="replace")
             # A comment may span lines: keep its line ends, so that numbers stay right.
             text = BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
@@ -154,8 +189,8 @@ class Tree:
             return None
         allowed = AREAS.get(area)
         if allowed is None:
-            return f"{area}/ is neither a room nor a known area"
-        if target_room:
+            return None  # which is a violation of its own
+        if target_room and not target_room.in_program:
             return None if "rooms" in allowed else f"{area}/ includes room {target_room.name}"
         if any(str(target).startswith(place + "/") for place in allowed):
             return None
@@ -167,10 +202,15 @@ class Tree:
         if room:
             if name.startswith("fmt/") or name in ALLOWED_SYSTEM_HEADERS.get(room.name, set()):
                 return None
+            if room.in_program:
+                library = next((l for begin, l in LIBRARY_HEADERS.items() if name.startswith(begin)), None)
+                if library in {None, *room.libraries}:
+                    return None
+                return f"room {room.name} includes {library}, which its LIBRARIES does not name"
             return f"room {room.name} includes what is neither the standard library nor fmt"
         allowed = AREAS.get(area)
         if allowed is None:
-            return f"{area}/ is neither a room nor a known area"
+            return None
         if "any" in allowed or ("fmt" in allowed and name.startswith("fmt/")):
             return None
         return f"{area}/ includes what is neither the standard library nor fmt"
@@ -180,6 +220,7 @@ def check(root):
     """All violations in the tree at root, as (path, line, text), in order."""
     tree = Tree(pathlib.Path(root).resolve())
     tree.check_rooms()
+    tree.check_places()
     tree.check_includes()
     return sorted(tree.violations)
 

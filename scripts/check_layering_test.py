@@ -20,9 +20,12 @@ PLANTED = [
     ("platform/Kelp/Node.cpp", "  #  include  <Zeb/Entity.h>", "room Kelp includes room Zeb", "however it is spaced"),
     ("platform/Velo/Pipeline.h", "#include <Acl/Model.h>", "room Velo includes room Acl", "the platform knows no lists"),
     ("platform/Velo/Pipeline.h", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "includes VeloAcl/", "nor the plugin"),
-    ("platform/Velo/Pipeline.h", "#include <agent/config/Model.h>", "includes agent/", "nor the program"),
+    ("platform/Velo/Pipeline.h", "#include <agent/config/Model.h>", "room Velo includes room agent-config",
+     "nor the program"),
+    ("platform/CMakeLists.txt", "velo_room(Attic SOURCES a.cpp DEPENDS agent-config)", "which is the program's",
+     "whatever they say"),
     ("Acl/Keys.cpp", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "includes VeloAcl/", "the library knows no plugin"),
-    ("agent/config/Reader.cpp", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "agent/ includes VeloAcl/",
+    ("agent/config/Reader.cpp", "#include <VeloAcl/VeloPlugin/AclPlugin.h>", "room agent-config includes VeloAcl/",
      "the program finds the plugin by its path alone"),
     ("VeloAcl/VeloPlugin/AclPlugin.cpp", "#include <agent/config/Model.h>", "VeloAcl/ includes agent/",
      "the plugin knows no program"),
@@ -33,6 +36,13 @@ PLANTED = [
      "only one room opens libraries"),
     ("platform/Kelp/Node.cpp", '#include "Nowhere.h"', "neither the standard library nor fmt",
      "a file that is not there belongs to nobody"),
+    ("agent/core/Core.h", "#include <agent/control/ControlPlane.h>", "room agent-core includes room agent-control",
+     "the program's rooms look down only"),
+    ("agent/replay/Replay.cpp", "#include <agent/control/Request.h>", "room agent-replay includes room agent-control",
+     "and only into those that they name"),
+    ("agent/config/Reader.cpp", "#include <pcap/pcap.h>", "includes PkgConfig::PCAP",
+     "a room of the program names its libraries"),
+    ("agent/core/Core.cpp", "#include <sqlite3.h>", "includes PkgConfig::SQLITE", "all of them"),
     ("platform/CMakeLists.txt", "velo_room(Attic SOURCES a.cpp DEPENDS Nowhere)", "which is no room",
      "a dependency names a room"),
     ("platform/CMakeLists.txt", "velo_room(Attic SOURCES a.cpp DEPENDS PkgConfig::PCAP)", "which is no room",
@@ -47,8 +57,20 @@ HARMLESS = [
     ("platform/Kelp/Node.cpp", "/*\n#include <Zeb/Entity.h>\n*/", "nor does one of several lines"),
     ("platform/Kelp/Node.cpp", "#include <fmt/format.h>", "fmt is for everybody"),
     ("platform/Plugin/Loader.cpp", "#include <dlfcn.h>", "the loader opens libraries"),
-    ("agent/config/Reader.cpp", "#include <pcap/pcap.h>", "the program stands on what it likes"),
+    ("agent/ports/TapPort.cpp", "#include <pcap/pcap.h>", "the program's rooms stand on what they name"),
+    ("agent/config/Reader.cpp", "#include <sys/stat.h>", "and on the system"),
+    ("agent/main.cpp", "#include <sqlite3.h>", "main stands on all of it"),
     ("platform/Velo/CMakeLists.txt", "# velo_room(Kiv SOURCES a.cpp)", "a comment makes no room"),
+]
+
+# Files that no room holds, or that their room does not compile, and what the complaint says.
+NOWHERE = [
+    ("attic/Old.cpp", "attic/ is neither a room nor a known area"),
+    ("Old.h", "./ is neither a room nor a known area"),
+    ("agent/Old.h", "agent/ is no room of the program"),
+    ("agent/attic/Old.cpp", "agent/attic/ is no room of the program"),
+    ("agent/core/Old.cpp", "no source of room agent-core, by its CMakeLists.txt"),
+    ("platform/Old.h", "platform/ is neither a room nor a known area"),
 ]
 
 
@@ -88,16 +110,18 @@ class CheckLayering(unittest.TestCase):
 
     def test_a_circle_through_several_rooms_is_found(self):
         kelp = self.root / "platform/Kelp/CMakeLists.txt"
-        kelp.write_text("velo_room(Kelp SOURCES Node.cpp DEPENDS MemSlab)\n")
+        kelp.write_text("velo_room(Kelp SOURCES Node.cpp String.cpp DEPENDS MemSlab)\n")
         texts = [text for _, _, text in check_layering.check(self.root)]
         self.assertEqual(texts, ["rooms in a circle: Kelp -> MemSlab -> Kelp"])
 
-    def test_a_folder_that_nobody_knows_is_refused(self):
-        folder = self.root / "attic"
-        folder.mkdir()
-        (folder / "Old.cpp").write_text("#include <Kelp/Ptr.h>\n")
-        found = check_layering.check(self.root)
-        self.assertEqual(found, [("attic/Old.cpp", 1, "attic/ is neither a room nor a known area: <Kelp/Ptr.h")])
+    def test_a_file_that_lies_in_no_room_is_refused(self):
+        for file, complaint in NOWHERE:
+            with self.subTest(file=file):
+                path = self.root / file
+                path.parent.mkdir(exist_ok=True)
+                path.write_text("int nothing;\n")
+                self.assertEqual(check_layering.check(self.root), [(file, 1, complaint)])
+                path.unlink()
 
     def test_a_tree_without_rooms_is_no_success(self):
         with tempfile.TemporaryDirectory() as empty:

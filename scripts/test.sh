@@ -31,7 +31,7 @@ if [[ $preset == threads ]]; then
   # Lists are compiled, texts read, and the state written on threads of their own; what is counted can be told to
   # expect that.
   build threads Kelp-tests Acl-tests agent-tests control-tests state-tests fuzz-classifier fuzz-control fuzz-directory velo
-  run_tests threads tests --tests-regex '^(Kelp[.]NodeTest[.]ThreadsShare|Acl[.](Workshop|.*WhileAThread)|agent[.](EventLoop|LivePorts|Bridging|ConfigFiles)|control[.]|state[.]|fuzz[.](classifier|control|directory)$)'
+  run_tests threads tests --tests-regex '^(Kelp[.]NodeTest[.]ThreadsShare|Acl[.](Workshop|.*WhileAThread)|agent[.](EventLoop|Lane|LivePorts|Bridging)|control[.]|state[.]|fuzz[.](classifier|control|directory)$)'
   exit
 fi
 build "$preset"

@@ -1,11 +1,11 @@
-#include <agent/Arguments.h>
-#include <agent/ConfigFiles.h>
-#include <agent/Output.h>
+#include <agent/change/ConfigFiles.h>
+#include <agent/change/Difference.h>
 #include <agent/control/Commands.h>
 #include <agent/control/ControlClient.h>
 #include <agent/control/ControlPlane.h>
-#include <agent/control/Difference.h>
 #include <agent/control/OffLine.h>
+#include <agent/core/Arguments.h>
+#include <agent/core/Output.h>
 #include <agent/explain/FrameArgument.h>
 #include <agent/show/Shows.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #include <agent/control/ControlClient.h>
 #include <agent/control/ServerSocket.h>
-#include <agent/show/Documents.h>
+#include <agent/core/Document.h>
 #include <sys/socket.h>
 #include <unistd.h>
 

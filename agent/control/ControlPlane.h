@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/control/Configuration.h>
+#include <agent/change/Configuration.h>
 #include <agent/control/ControlServer.h>
 #include <agent/control/CounterSweep.h>
 #include <agent/control/Operations.h>

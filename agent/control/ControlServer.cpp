@@ -1,6 +1,6 @@
 #include <agent/control/ControlServer.h>
 #include <agent/control/Peer.h>
-#include <agent/live/Descriptor.h>
+#include <agent/core/Descriptor.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <agent/control/Lane.h>
 #include <agent/control/Operations.h>
 #include <agent/control/ServerSocket.h>
+#include <agent/core/Lane.h>
 
 #include <cstdint>
 #include <map>

@@ -1,8 +1,8 @@
 #include <Kiv/Clock.h>
-#include <agent/ConfigFiles.h>
-#include <agent/Output.h>
-#include <agent/TaskLoop.h>
+#include <agent/change/ConfigFiles.h>
 #include <agent/control/OffLine.h>
+#include <agent/core/Output.h>
+#include <agent/core/TaskLoop.h>
 #include <agent/explain/Explain.h>
 #include <agent/show/Text.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <agent/Exit.h>
-#include <agent/Texts.h>
+#include <agent/core/Exit.h>
+#include <agent/core/Texts.h>
 #include <agent/explain/FrameText.h>
 #include <nlohmann/json.hpp>
 

@@ -2,8 +2,8 @@
 #include <Zeb/System.h>
 #include <Zeb/TraceHandle.h>
 #include <agent/control/Operations.h>
+#include <agent/core/Document.h>
 #include <agent/explain/FrameArgument.h>
-#include <agent/show/Pieces.h>
 
 #include <algorithm>
 #include <new>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/control/Configuration.h>
+#include <agent/change/Configuration.h>
 #include <agent/control/Request.h>
 #include <agent/explain/Explain.h>
 #include <agent/show/Shows.h>

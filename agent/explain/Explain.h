@@ -1,8 +1,8 @@
 #pragma once
 
 #include <Acl/ListTrial.h>
-#include <agent/Forwarder.h>
 #include <agent/explain/FrameText.h>
+#include <agent/forward/Forwarder.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>

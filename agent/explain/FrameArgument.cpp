@@ -1,6 +1,6 @@
 #include <agent/config/Cursor.h>
 #include <agent/explain/FrameArgument.h>
-#include <agent/replay/Captures.h>
+#include <agent/ports/Captures.h>
 #include <fmt/format.h>
 
 #include <filesystem>

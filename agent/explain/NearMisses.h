@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Acl/ListTrial.h>
-#include <agent/Core.h>
+#include <agent/core/Core.h>
 
 #include <cstddef>
 #include <cstdint>

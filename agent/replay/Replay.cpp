@@ -1,15 +1,15 @@
-#include <agent/replay/Captures.h>
+#include <agent/ports/Captures.h>
 #include <agent/replay/Progress.h>
 #include <agent/replay/Replay.h>
-#include <agent/replay/Report.h>
 #include <agent/replay/VerdictRecorder.h>
 #include <agent/replay/VerdictWriter.h>
+#include <agent/show/Report.h>
 
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
-#include <agent/ConfigFiles.h>
-#include <agent/Output.h>
-#include <agent/TaskLoop.h>
+#include <agent/change/ConfigFiles.h>
+#include <agent/core/Output.h>
+#include <agent/core/TaskLoop.h>
 #include <unistd.h>
 
 #include <cstdio>

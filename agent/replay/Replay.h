@@ -1,8 +1,8 @@
 #pragma once
 
 #include <Velo/MalformedStep.h>
-#include <agent/Exit.h>
-#include <agent/Texts.h>
+#include <agent/core/Exit.h>
+#include <agent/core/Texts.h>
 
 #include <string>
 #include <utility>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Acl/Counters.h>
-#include <agent/Forwarder.h>
+#include <agent/forward/Forwarder.h>
 
 #include <string>
 #include <string_view>

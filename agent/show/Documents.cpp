@@ -1,30 +1,8 @@
-#include <agent/show/Pieces.h>
-
-#include <algorithm>
+#include <agent/show/Documents.h>
 
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
-
-namespace {
-
-class LineDocument final : public Document {
- public:
-  explicit LineDocument(std::string line) : line_(std::move(line)) {}
-  bool next(std::string& text) override {
-    text += std::string_view(line_).substr(at_, pieceOctets);
-    at_ = std::min(line_.size(), at_ + pieceOctets);
-    return at_ < line_.size();
-  }
-
- private:
-  const std::string line_;
-  size_t at_ = 0;
-};
-
-}  // namespace
-
-std::string lineOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 Json dropsJson(const Drops& drops) { return drops.empty() ? Json::object() : Json(drops); }
 
@@ -34,11 +12,5 @@ Json portJson(const Port& port) {
           {"dropped", {{"in", port.droppedIn}, {"out", port.droppedOut}}},
           {"mirrored", port.mirrored}};
 }
-
-std::unique_ptr<Document> lineDocument(std::string line) {
-  return std::make_unique<LineDocument>(std::move(line));
-}
-
-std::unique_ptr<Document> wholeDocument(const Json& json) { return lineDocument(lineOf(json)); }
 
 }  // namespace Agent

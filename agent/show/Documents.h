@@ -1,8 +1,9 @@
 #pragma once
 
 #include <Acl/Status.h>
-#include <agent/Forwarder.h>
-#include <agent/live/PortState.h>
+#include <agent/core/Document.h>
+#include <agent/forward/Forwarder.h>
+#include <agent/ports/PortState.h>
 #include <agent/show/ListReport.h>
 #include <agent/show/ZeroLine.h>
 #include <nlohmann/json.hpp>
@@ -27,23 +28,6 @@ nlohmann::ordered_json portJson(const Port& port);
 nlohmann::ordered_json statusJson(const Acl::StatusDp& status);
 /// Its flags alone.
 nlohmann::ordered_json capabilitiesJson(const Acl::StatusDp& status);
-
-/// One line of JSON, whatever bytes the texts have.
-std::string lineOf(const nlohmann::ordered_json& json);
-
-/// A document on its way to a reader, made piece by piece so that nothing else waits long for it: a piece is
-/// some tens of kilobytes and takes a fraction of a millisecond. Between two pieces anything may change; a
-/// document is whole JSON all the same, and each list or rule in it is as it was at one moment.
-class Document {
- public:
-  virtual ~Document() = default;
-  /// Appends the next piece; false when that was the last one.
-  virtual bool next(std::string& text) = 0;
-};
-
-/// A document that is there already, as one line; and one that is small enough to be made at once.
-std::unique_ptr<Document> lineDocument(std::string line);
-std::unique_ptr<Document> wholeDocument(const nlohmann::ordered_json& json);
 
 /// What documents are made from. All of it outlives them.
 struct World {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/Core.h>
+#include <agent/core/Core.h>
 #include <agent/show/ZeroLine.h>
 #include <nlohmann/json.hpp>
 

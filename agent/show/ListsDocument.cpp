@@ -1,5 +1,5 @@
+#include <agent/core/Document.h>
 #include <agent/show/Documents.h>
-#include <agent/show/Pieces.h>
 
 #include <deque>
 

@@ -1,4 +1,4 @@
-#include <agent/LogMessages.h>
+#include <agent/show/LogMessages.h>
 #include <agent/show/Shows.h>
 #include <agent/show/Style.h>
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
 #include <Blip/Ring.h>
 #include <Kiv/TaskScheduler.h>
-#include <agent/LogMessages.h>
+#include <agent/show/LogMessages.h>
 #include <agent/show/Shows.h>
 
 #include <algorithm>

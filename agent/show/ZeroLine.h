@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/Forwarder.h>
+#include <agent/forward/Forwarder.h>
 
 #include <cstdint>
 #include <map>

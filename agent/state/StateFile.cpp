@@ -1,5 +1,5 @@
 #include <Kiv/UniqueId.h>
-#include <agent/Memory.h>
+#include <agent/core/Memory.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Table.h>
 

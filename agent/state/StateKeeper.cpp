@@ -1,6 +1,6 @@
 #include <Acl/RuleKinds.h>
-#include <agent/Memory.h>
-#include <agent/Output.h>
+#include <agent/core/Memory.h>
+#include <agent/core/Output.h>
 #include <agent/state/StateKeeper.h>
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Kiv/TaskScheduler.h>
-#include <agent/Core.h>
+#include <agent/core/Core.h>
 #include <agent/state/StateWriter.h>
 
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/Core.h>
+#include <agent/core/Core.h>
 #include <agent/state/State.h>
 
 #include <map>

@@ -1,5 +1,5 @@
 #include <Classify/Find.h>
-#include <agent/Memory.h>
+#include <agent/core/Memory.h>
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>

@@ -1,0 +1,268 @@
+#include <Acl/Workshop.h>
+#include <Kelp/Assert.h>
+#include <agent/change/Changeover.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+// A clock is read once in so many rules.
+constexpr size_t writesAPiece = 8;
+constexpr size_t copiesAPiece = 16;
+
+}  // namespace
+
+void Changeover::begin(SourceChange change) {
+  KELP_ASSERT(!underWay(), "one change at a time");
+  change_ = std::move(change);
+  source_ = core_.sourceIs(change_.source);
+  for (const ListChange& list : change_.lists) lists_.push_back({&list});
+  at_ = 0;
+  phase_ = change_.writes() <= writesAtOnce ? Phase::atOnce : Phase::prepare;
+  if (phase_ == Phase::prepare) findLarge();
+}
+
+/// Lists that the switch writes share what fits into it.
+void Changeover::findLarge() {
+  size_t left = writesAtOnce;
+  for (List& list : lists_) {
+    const size_t writes = list.change->writes();
+    list.large = writes > (list.inSwitch() ? left : writesAtOnce);
+    if (list.inSwitch() && !list.large) left -= writes;
+  }
+}
+
+Changeover::State Changeover::run(const Kiv::Task& task) {
+  while (underWay()) {
+    if (!step()) return State::waits;
+    if (underWay() && task.taskShouldYield()) return State::yields;
+  }
+  return State::done;
+}
+
+bool Changeover::step() {
+  switch (phase_) {
+    case Phase::atOnce:
+      switchOver();
+      finish();
+      break;
+    case Phase::prepare:
+      if (forLists(&Changeover::prepare)) phase_ = Phase::prepared;
+      break;
+    case Phase::prepared:
+      if (!forAll(&Changeover::isPrepared)) return false;
+      switchOver();
+      phase_ = Phase::rewrite;
+      break;
+    case Phase::rewrite:
+      if (forLists(&Changeover::rewrite)) phase_ = Phase::rewritten;
+      break;
+    case Phase::rewritten:
+      if (!forAll(&Changeover::isRewritten)) return false;
+      finish();
+      break;
+    case Phase::done:
+      break;
+  }
+  return true;
+}
+
+bool Changeover::forLists(bool (Changeover::*piece)(List& list)) {
+  if (at_ < lists_.size() && (this->*piece)(lists_[at_])) ++at_;
+  if (at_ < lists_.size()) return false;
+  at_ = 0;
+  return true;
+}
+
+bool Changeover::forAll(bool (Changeover::*holds)(const List& list) const) const {
+  return std::all_of(lists_.begin(), lists_.end(), [&](const List& list) { return (this->*holds)(list); });
+}
+
+bool Changeover::prepare(List& list) {
+  if (list.standsIn()) return !list.change->successor() || copyRules(list);
+  return list.inSwitch() || list.change->asked != Asked::notBefore || writeInPieces(list);
+}
+
+/// Rules that stay are copied with their ids, and those that come are given theirs here.
+bool Changeover::copyRules(List& list) {
+  const ListChange& change = *list.change;
+  const Acl::AclType type = change.key.first;
+  const auto& rules = change.successor()->rules;
+  if (!list.next) {
+    list.next = MemSlab::make<Acl::AclSubConfig>();
+    list.next->compile(type);
+    list.next->upkeepIs(type, false);
+    list.from = rules.begin();
+  }
+  ListRules next(type, list.next);
+  for (size_t i = 0; i < copiesAPiece && list.from != rules.end(); ++i, ++list.from) {
+    const auto& [sequence, rule] = *list.from;
+    Kiv::UniqueId id;
+    if (!change.list) {
+      id = rulesOf(core_.sourceIs(change.otherSource), change).idAt(sequence);
+    } else if (!change.comes && !std::binary_search(change.gone.begin(), change.gone.end(), sequence)) {
+      id = rulesOf(change).idAt(sequence);
+    }
+    next.write(id.empty() ? Kiv::UniqueId::generateUniqueId() : id, rule);
+  }
+  if (list.from != rules.end()) return false;
+  list.next->upkeepIs(type, true);
+  return true;
+}
+
+bool Changeover::rewrite(List& list) {
+  const bool behind = list.standsIn() || (!list.inSwitch() && list.change->asked == Asked::notAfter);
+  return !behind || writeInPieces(list);
+}
+
+/// Of a list that packets do not ask meanwhile.
+bool Changeover::writeInPieces(List& list) {
+  if (!list.large) {
+    writeAll(list);
+    return true;
+  }
+  const ListChange& change = *list.change;
+  if (!std::exchange(list.begun, true)) {
+    listIs(change);
+    upkeepIs(list, false);
+  }
+  if (!takeOver(list)) return false;
+  if (!list.taken) {
+    ListRules rules = rulesOf(change);
+    for (size_t i = 0; i < writesAPiece && !list.allWritten(); ++i) writeOne(list, rules);
+    if (!list.allWritten()) return false;
+    KELP_ASSERT(rules.size() == (change.list ? change.list->rules.size() : 0),
+                "a source has the rules of its model");
+    if (!change.list) {
+      listDel(change);
+      list.taken = true;
+      return false;  // another source may have to take over
+    }
+  }
+  upkeepIs(list, true);
+  return true;
+}
+
+void Changeover::switchOver() {
+  for (List& list : lists_) {
+    if (list.standsIn()) {
+      standIn(list);
+    } else if (phase_ == Phase::atOnce || list.inSwitch()) {
+      writeAll(list);
+    }
+  }
+  writeBindings();
+  switching_();
+}
+
+void Changeover::standIn(List& list) {
+  // A list of another source has its stand-in before this one takes over.
+  if (!merged(list)) listIs(*list.change);
+  if (const auto judged = merged(list)) judged->standInIs(list.next);
+}
+
+bool Changeover::isPrepared(const List& list) const {
+  if (list.standsIn()) return !list.next || list.next->compiledReady(list.change->key.first);
+  return list.inSwitch() || list.change->asked != Asked::notBefore || !list.large || isCompiled(list);
+}
+
+bool Changeover::isRewritten(const List& list) const { return !list.standsIn() || isCompiled(list); }
+
+bool Changeover::isCompiled(const List& list) const {
+  const auto rules = mergedRules(list);
+  return !rules || rules->compiledReady(list.change->key.first);
+}
+
+void Changeover::finish() {
+  for (List& list : lists_) {
+    if (!list.standsIn()) continue;
+    if (const auto judged = merged(list)) judged->standInDel();
+    if (list.next) discard_.take(list.change->key.first, std::move(list.next));
+  }
+  if (change_.goes) core_.sourceDel(change_.source);
+  lists_.clear();
+  SourceChange done = std::exchange(change_, {});
+  if (phase_ != Phase::atOnce) Acl::Workshop::singleton().dispose(std::move(done));
+  source_ = {};
+  phase_ = Phase::done;
+}
+
+/// A list that comes is complete before it is shown.
+void Changeover::writeAll(List& list) {
+  const ListChange& change = *list.change;
+  if (!change.list) return listDel(change);
+  const auto fresh = change.comes ? MemSlab::make<Acl::AclSubConfig>() : nullptr;
+  ListRules rules = fresh ? ListRules(change.key.first, fresh) : rulesOf(change);
+  while (!list.allWritten()) writeOne(list, rules);
+  KELP_ASSERT(rules.size() == change.list->rules.size(), "a source has the rules of its model");
+  if (fresh) source_.lists->configIs(change.key.first)->aclIs(change.key.second)->currCfgIs(fresh);
+}
+
+void Changeover::writeOne(List& list, ListRules& rules) const {
+  const ListChange& change = *list.change;
+  if (list.gone < change.gone.size()) return rules.remove(rules.idAt(change.gone[list.gone++]));
+  const Config::Rule& rule = *change.written[list.written++];
+  const uint32_t sequence = Config::common(rule).sequence;
+  Kiv::UniqueId id = rules.idAt(sequence);
+  if (id.empty()) {
+    id = list.standsIn() ? ListRules(change.key.first, list.next).idAt(sequence)
+                         : Kiv::UniqueId::generateUniqueId();
+  }
+  rules.write(id, rule);
+}
+
+void Changeover::writeBindings() {
+  for (const auto& [key, list] : change_.bindings) {
+    const Nimnet::IntfId intf(key.interface);
+    if (!list.empty()) {
+      source_.bindings->configIs(key.type)->intfIs(key.direction)->intfIs(intf, list);
+      continue;
+    }
+    const auto directions = source_.bindings->config(key.type);
+    const auto bindings = directions->intf(key.direction);
+    bindings->intfDel(intf);
+    if (bindings->intf().empty()) directions->intfDel(key.direction);
+    if (directions->intf().empty()) source_.bindings->configDel(key.type);
+  }
+}
+
+Kelp::Ptr<Acl::AclConfig> Changeover::listIs(const ListChange& change) {
+  const auto list = source_.lists->configIs(change.key.first)->aclIs(change.key.second);
+  if (!list->currCfg()) list->currCfgIs(MemSlab::make<Acl::AclSubConfig>());
+  return list;
+}
+
+void Changeover::listDel(const ListChange& change) {
+  const auto lists = source_.lists->config(change.key.first);
+  lists->aclDel(change.key.second);
+  if (lists->acl().empty()) source_.lists->configDel(change.key.first);
+}
+
+ListRules Changeover::rulesOf(const Core::Source& source, const ListChange& change) {
+  const auto& [type, name] = change.key;
+  return {type, source.lists->config(type)->acl(name)->currCfg()};
+}
+
+Kelp::Ptr<Acl::AclConfig> Changeover::merged(const List& list) const {
+  const auto& [type, name] = list.change->key;
+  return list.change->inForce ? core_.mergedList(type, name) : nullptr;
+}
+
+Kelp::Ptr<Acl::AclSubConfig> Changeover::mergedRules(const List& list) const {
+  const auto judged = merged(list);
+  return judged ? judged->currCfg() : nullptr;
+}
+
+void Changeover::upkeepIs(const List& list, bool on) const {
+  if (const auto rules = mergedRules(list)) rules->upkeepIs(list.change->key.first, on);
+}
+
+bool Changeover::takeOver(const List& list) {
+  const auto& [type, name] = list.change->key;
+  return !list.standsIn() || core_.takeOver(type, name, writesAPiece);
+}
+
+}  // namespace Agent

@@ -1,0 +1,83 @@
+#include <agent/change/ConfigFiles.h>
+#include <dirent.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+namespace Agent {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes) {
+  std::vector<std::string> texts;
+  for (const auto& mistake : mistakes) texts.push_back(mistake.str());
+  return texts;
+}
+
+std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong) {
+  // std::filesystem ends the process when memory runs out in the middle of a directory.
+  struct Close {
+    void operator()(DIR* opened) const { closedir(opened); }
+  };
+  const std::unique_ptr<DIR, Close> opened(opendir(dir.c_str()));
+  std::vector<fs::path> files;
+  const auto next = [&opened] {
+    if (opened) errno = 0;
+    return opened ? readdir(opened.get()) : nullptr;
+  };
+  while (const dirent* entry = next()) {
+    const std::string name = entry->d_name;
+    struct stat file {};
+    if (name.starts_with('.') || name.ends_with('~')) continue;
+    if (fstatat(dirfd(opened.get()), name.c_str(), &file, 0) == 0 && S_ISDIR(file.st_mode)) continue;
+    files.push_back(fs::path(dir) / name);
+  }
+  // Of opendir, or of the last readdir.
+  if (errno != 0) wrong.push_back(fmt::format("{}: {}", dir, std::strerror(errno)));
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+namespace {
+
+void take(Config::Result&& result, Config::Model& model, std::vector<std::string>& wrong) {
+  for (auto& mistake : textsOf(result.mistakes)) wrong.push_back(std::move(mistake));
+  if (result.model) model = std::move(*result.model);
+}
+
+}  // namespace
+
+std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
+                                           const std::string& dir, TextLimits limits) {
+  std::vector<std::string> wrong;
+  TextReader reader(limits);
+  std::vector<Config::Source> sources;
+  for (const std::string& path : commandLine) {
+    auto file = reader.read(path, TextReader::Named::byUser, wrong);
+    if (file) sources.push_back({path, std::move(file->text)});
+  }
+  take(Config::read(sources), commandLine_, wrong);
+  sources = {};
+
+  if (dir.empty()) return wrong;
+  for (const fs::path& path : configFilesIn(dir, wrong)) {
+    auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
+    if (!file) continue;
+    const std::string name = path.filename().string();
+    contents_[name] = {file->identity, file->hash};
+    take(Config::read({{path.string(), std::move(file->text)}}), inputs_[name], wrong);
+  }
+  return wrong;
+}
+
+bool ConfigFiles::hasPortChannel(const std::string& name) const {
+  if (commandLine_.portChannels.contains(name)) return true;
+  return std::any_of(inputs_.begin(), inputs_.end(),
+                     [&](const auto& input) { return input.second.portChannels.contains(name); });
+}
+
+}  // namespace Agent

@@ -1,0 +1,113 @@
+#include <agent/change/DirectoryFiles.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+/// A file for which memory was short is read again after so many looks: reading it is long work.
+constexpr int looksBetweenTrials = 30;
+
+}  // namespace
+
+DirectoryFiles::DirectoryFiles(EventLoop& loop, std::string dir, TextLimits limits,
+                               std::map<std::string, FileContent> seen, MayLook mayLook, Changed changed)
+    : dir_(std::move(dir)),
+      limits_(limits),
+      mayLook_(std::move(mayLook)),
+      changed_(std::move(changed)),
+      seen_(std::move(seen)),
+      background_(loop) {
+  if (dir_.empty()) return;
+  watch_ = std::make_unique<DirectoryWatch>(
+      loop, dir_, [this](const std::set<std::string>& names, bool all) { handleTold(names, all); });
+}
+
+void DirectoryFiles::handleTold(const std::set<std::string>& names, bool all) {
+  due_.insert(names.begin(), names.end());
+  all_ = all_ || all;
+  lookIsDue_ = true;
+  look();
+}
+
+void DirectoryFiles::look() {
+  if (!lookIsDue_ || background_.busy() || !mayLook_()) return;
+  lookIsDue_ = false;
+  if (!shortOfMemory_.empty() && --looksUntilMemory_ <= 0) {
+    looksUntilMemory_ = looksBetweenTrials;
+    forgotten_.insert(shortOfMemory_.begin(), shortOfMemory_.end());
+  }
+  for (const std::string& name : std::exchange(forgotten_, {})) seen_.erase(name);
+  const auto job = std::make_shared<DirectoryScan>();
+  job->dir = dir_;
+  job->limits = limits_;
+  job->due = std::exchange(due_, {});
+  job->all = std::exchange(all_, false);
+  job->seen = std::exchange(seen_, {});
+  background_.run([job] { job->run(); },
+                  [this, job](const std::optional<std::string>& failed) { handleScanned(*job, failed); });
+}
+
+void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std::string>& failed) {
+  seen_ = std::move(scan.seen);
+  if (failed) scan.unreadable = {dir_ + ": " + *failed};
+  unreadable_ = std::move(scan.unreadable);
+  if (!unreadable_.empty()) {
+    due_.merge(scan.due);
+    all_ = all_ || scan.all;
+    return;
+  }
+  const auto isGone = [&scan](const std::string& name) { return !scan.there.contains(name); };
+  std::erase_if(bad_, [&isGone](const auto& file) { return isGone(file.first); });
+  std::erase_if(conflicts_, isGone);
+  std::erase_if(shortOfMemory_, isGone);
+  Found found;
+  for (auto& [name, file] : scan.found) take(name, file, found);
+  found.there = std::move(scan.there);
+  changed_(std::move(found));
+}
+
+void DirectoryFiles::take(const std::string& name, DirectoryScan::File& file, Found& found) {
+  if (file.content) {
+    seen_[name] = *file.content;
+    // Another try of what is bad as it is.
+    if (!file.model && file.wrong.empty()) return;
+  } else {
+    seen_.erase(name);
+  }
+  conflicts_.erase(name);
+  shortOfMemory_.erase(name);
+  if (file.shortOfMemory) memoryIsShortFor(name);
+  if (file.wrong.empty()) {
+    found.changes.push_back({name, std::move(file.model)});
+  } else {
+    bad_[name] = std::move(file.wrong);
+  }
+}
+
+void DirectoryFiles::conflictIs(const std::string& name, std::string why) {
+  bad_[name] = {std::move(why)};
+  conflicts_.insert(name);
+}
+
+void DirectoryFiles::conflictsAreDue() {
+  for (const std::string& name : std::exchange(conflicts_, {})) {
+    forgotten_.insert(name);
+    lookIsDue_ = true;
+  }
+}
+
+void DirectoryFiles::failed(const std::string& name, std::string why) {
+  bad_[name] = {std::move(why)};
+  memoryIsShortFor(name);
+}
+
+void DirectoryFiles::memoryIsShortFor(const std::string& name) {
+  // One that fails again and again does not put the others off.
+  if (shortOfMemory_.empty()) looksUntilMemory_ = looksBetweenTrials;
+  shortOfMemory_.insert(name);
+}
+
+}  // namespace Agent

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <Kiv/TaskScheduler.h>
+#include <agent/config/Model.h>
+#include <agent/core/ListRules.h>
+
+#include <deque>
+#include <utility>
+
+namespace Agent {
+
+/// Frees models, and rules that stood in for a list, a slice a turn: a large one takes longer than packets
+/// should wait. It has to be done on the loop's thread, where the texts that it shares with the running
+/// configuration are counted.
+class Discard {
+ public:
+  Discard() : task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(-10, "Discard")) {
+    task_->dispatchIs([this] { run(); }, this);
+  }
+  ~Discard() {
+    task_->cancelTask();
+    task_->dispatchDel(this);
+  }
+  Discard(const Discard&) = delete;
+  Discard& operator=(const Discard&) = delete;
+
+  void take(Config::Model&& model) {
+    models_.push_back(std::move(model));
+    task_->scheduleTask();
+  }
+  /// Rules of a list of this kind that nobody follows and nobody else holds.
+  void take(Acl::AclType type, Kelp::Ptr<Acl::AclSubConfig> rules) {
+    rules->upkeepIs(type, false);
+    rules_.emplace_back(type, std::move(rules));
+    task_->scheduleTask();
+  }
+
+ private:
+  static constexpr int rulesAtOnce = 64;
+
+  void run() {
+    while (!models_.empty() || !rules_.empty()) {
+      if (rules_.empty()) {
+        freeOfModel();
+      } else if (rules_.front().size() == 0) {
+        rules_.pop_front();
+      } else {
+        for (int i = 0; i < rulesAtOnce && rules_.front().size() > 0; ++i) rules_.front().removeFirst();
+      }
+      if (task_->taskShouldYield()) return task_->scheduleTask();
+    }
+  }
+
+  void freeOfModel() {
+    auto& lists = models_.front().lists;
+    if (lists.empty()) {
+      models_.pop_front();
+    } else if (auto& rules = lists.begin()->second.rules; rules.empty()) {
+      lists.erase(lists.begin());
+    } else {
+      for (int i = 0; i < rulesAtOnce && !rules.empty(); ++i) rules.erase(rules.begin());
+    }
+  }
+
+  const Kelp::Ptr<Kiv::TimerTask> task_;
+  std::deque<Config::Model> models_;
+  std::deque<ListRules> rules_;
+};
+
+}  // namespace Agent

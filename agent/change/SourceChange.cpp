@@ -1,0 +1,148 @@
+#include <agent/change/SourceChange.h>
+
+#include <algorithm>
+#include <set>
+#include <variant>
+
+namespace Agent {
+
+namespace {
+
+using ListKey = Config::Model::ListKey;
+
+bool isSpelledAlike(const Config::Rule& a, const Config::Rule& b) {
+  const Acl::RuleBase &one = Config::common(a), &other = Config::common(b);
+  return one.text == other.text && one.remark == other.remark;
+}
+
+/// The rules that differ; `before` or `now` null: there is no list.
+void compareRules(const Config::List* before, const Config::List* now, ListChange& change) {
+  static const std::map<uint32_t, Config::Rule> none;
+  const auto& old = before ? before->rules : none;
+  const auto& wanted = now ? now->rules : none;
+  auto a = old.begin();
+  auto b = wanted.begin();
+  while (a != old.end() || b != wanted.end()) {
+    if (b == wanted.end() || (a != old.end() && a->first < b->first)) {
+      change.gone.push_back((a++)->first);
+    } else if (a == old.end() || b->first < a->first) {
+      change.written.push_back(&(b++)->second);
+    } else {
+      const bool same = Config::isSameRule(a->second, b->second);
+      if (!same) change.gone.push_back(a->first);
+      if (!same || !isSpelledAlike(a->second, b->second)) change.written.push_back(&b->second);
+      ++a, ++b;
+    }
+  }
+}
+
+const Config::List* listOf(const Config::Model& model, const ListKey& key) {
+  const auto known = model.lists.find(key);
+  return known == model.lists.end() ? nullptr : &known->second;
+}
+
+/// The other sources of a change, and which lists are bound before and after it.
+class Neighbours {
+ public:
+  Neighbours(const Sources& all, const std::string& source, const Config::Model& before,
+             const Config::Model& now) {
+    const auto add = [&](const std::string& name, const Config::Model& model) {
+      if (name == source) {
+        bind(before, boundBefore_);
+        bind(now, boundAfter_);
+        passed_ = true;
+        return;
+      }
+      (passed_ ? lower_ : higher_).emplace_back(name, &model);
+      bind(model, boundBefore_);
+      bind(model, boundAfter_);
+    };
+    add({}, all.commandLine);
+    for (const auto& [name, model] : all.inputs) {
+      if (!passed_ && source < name) add(source, now);  // an input that comes
+      add(name, model);
+    }
+    if (!passed_) add(source, now);
+  }
+
+  void place(ListChange& change) const {
+    const auto has = [&change](const Named& model) { return model.second->lists.contains(change.key); };
+    change.inForce = std::none_of(higher_.begin(), higher_.end(), has);
+    const auto other = std::find_if(lower_.begin(), lower_.end(), has);
+    if (change.inForce && (change.comes || !change.list) && other != lower_.end()) {
+      change.otherSource = other->first;
+      change.other = listOf(*other->second, change.key);
+    }
+    if (!change.inForce || !boundBefore_.contains(change.key)) {
+      change.asked = ListChange::Asked::notBefore;
+    } else if (!boundAfter_.contains(change.key)) {
+      change.asked = ListChange::Asked::notAfter;
+    }
+  }
+
+ private:
+  using Named = std::pair<std::string, const Config::Model*>;
+
+  static void bind(const Config::Model& model, std::set<ListKey>& bound) {
+    for (const auto& [key, list] : model.bindings) bound.emplace(key.type, list);
+  }
+
+  bool passed_ = false;
+  std::vector<Named> higher_, lower_;
+  std::set<ListKey> boundBefore_, boundAfter_;
+};
+
+void compareBindings(const Config::Model& before, const Config::Model& now, SourceChange& change) {
+  for (const auto& [key, list] : before.bindings) {
+    if (!now.bindings.contains(key)) change.bindings.emplace_back(key, std::string());
+  }
+  for (const auto& [key, list] : now.bindings) {
+    const auto known = before.bindings.find(key);
+    if (known == before.bindings.end() || known->second != list) change.bindings.emplace_back(key, list);
+  }
+}
+
+}  // namespace
+
+size_t ListChange::writes() const {
+  constexpr size_t ofList = 4;
+  return gone.size() + written.size() + (other ? other->rules.size() : 0) + (comes || !list ? ofList : 1);
+}
+
+size_t SourceChange::writes() const {
+  size_t sum = bindings.size();
+  for (const ListChange& change : lists) sum += change.writes();
+  return sum;
+}
+
+SourceChange sourceChange(const Sources& inForce, const std::string& source, const Config::Model* now) {
+  static const Config::Model nothing;
+  const auto known = inForce.inputs.find(source);
+  const Config::Model& before = source.empty()                  ? inForce.commandLine
+                                : known == inForce.inputs.end() ? nothing
+                                                                : known->second;
+  const Config::Model& after = now ? *now : nothing;
+  const Neighbours neighbours(inForce, source, before, after);
+
+  SourceChange change;
+  change.source = source;
+  change.goes = !now;
+  const auto add = [&](const ListKey& key, const Config::List* was, const Config::List* is) {
+    ListChange list;
+    list.key = key;
+    list.list = is;
+    list.comes = !was;
+    compareRules(was, is, list);
+    if (was && is && list.gone.empty() && list.written.empty()) return;
+    neighbours.place(list);
+    change.lists.push_back(std::move(list));
+  };
+  for (const auto& [key, list] : before.lists) add(key, &list, listOf(after, key));
+  for (const auto& [key, list] : after.lists) {
+    if (!before.lists.contains(key)) add(key, nullptr, &list);
+  }
+  compareBindings(before, after, change);
+  return change;
+}
+
+}  // namespace Agent

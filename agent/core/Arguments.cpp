@@ -1,0 +1,74 @@
+#include <agent/config/Cursor.h>
+#include <agent/config/Mistake.h>
+#include <agent/core/Arguments.h>
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+namespace {
+
+/// Splits "A=B" or "A,B"; both parts must be there.
+std::pair<std::string, std::string> split(const std::string& option, const std::string& text,
+                                          std::string_view form, char at) {
+  const size_t place = text.find(at);
+  if (place == std::string::npos || place == 0 || place + 1 == text.size()) {
+    throw CLI::ValidationError(option, "\"" + text + "\" is not of the form " + std::string(form));
+  }
+  return {text.substr(0, place), text.substr(place + 1)};
+}
+
+/// A port has a name that configuration texts can have, too.
+void checkName(const std::string& option, const std::string& name) {
+  if (!Config::isName(name))
+    throw CLI::ValidationError(option, Config::quote(name) + " is no name for a port");
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, std::string>> splitAll(const std::string& option,
+                                                          const std::vector<std::string>& texts, char at,
+                                                          std::string_view form) {
+  if (form.empty()) form = at == '=' ? "NAME=FILE" : "A,B";
+  std::vector<std::pair<std::string, std::string>> pairs;
+  for (const auto& text : texts) {
+    pairs.push_back(split(option, text, form, at));
+    checkName(option, pairs.back().first);
+    if (at == ',') {
+      // Names may have most characters; a third name is a mistake all the same.
+      if (pairs.back().second.find(',') != std::string::npos)
+        throw CLI::ValidationError(option, "\"" + text + "\" is not of the form " + std::string(form));
+      checkName(option, pairs.back().second);
+    }
+    for (size_t i = 0; at == '=' && i + 1 < pairs.size(); ++i) {
+      if (pairs[i].first == pairs.back().first) {
+        throw CLI::ValidationError(option, "port " + pairs.back().first + " is named twice");
+      }
+    }
+  }
+  return pairs;
+}
+
+void addTextLimits(CLI::App& command, TextLimits& limits) {
+  const auto add = [&command](const char* name, size_t& octets, const char* help) {
+    constexpr uint64_t most = 1 << 20;
+    command
+        .add_option_function<uint64_t>(
+            name, [&octets](const uint64_t& mebi) { octets = size_t{mebi} << 20; },
+            fmt::format("{} (default {})", help, octets >> 20))
+        ->check(CLI::Range(uint64_t{1}, most))
+        ->type_name("MIB");
+  };
+  add("--text-limit", limits.file, "refuse a configuration text of more MiB");
+  add("--texts-limit", limits.all, "and all of them together when they have more");
+}
+
+std::vector<std::string> splitNames(const std::string& option, const std::string& text) {
+  std::vector<std::string> names = CLI::detail::split(text, ',');
+  if (names.size() < 2) throw CLI::ValidationError(option, "\"" + text + "\" is not of the form A,B,...");
+  for (const auto& name : names) checkName(option, name);
+  return names;
+}
+
+}  // namespace Agent

@@ -1,0 +1,30 @@
+#include <agent/core/Descriptor.h>
+#include <fmt/format.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+namespace Agent {
+
+void descriptorsAreAllThatAreAllowed() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  (void)setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::optional<std::string> whyNoDescriptors(size_t count) {
+  std::vector<Descriptor> had;
+  for (had.reserve(count); had.size() < count;) {
+    had.emplace_back(eventfd(0, EFD_CLOEXEC));
+    if (had.back()) continue;
+    return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, had.size() - 1,
+                       std::strerror(errno));
+  }
+  return std::nullopt;
+}
+
+}  // namespace Agent

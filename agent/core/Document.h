@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+namespace Agent {
+
+/// One line of JSON, whatever bytes the texts have.
+std::string lineOf(const nlohmann::ordered_json& json);
+
+/// A document on its way to a reader, made piece by piece so that nothing else waits long for it: a piece is
+/// some tens of kilobytes and takes a fraction of a millisecond. Between two pieces anything may change; a
+/// document is whole JSON all the same, and each list or rule in it is as it was at one moment.
+class Document {
+ public:
+  virtual ~Document() = default;
+  /// Appends the next piece; false when that was the last one.
+  virtual bool next(std::string& text) = 0;
+};
+
+/// A document that is there already, as one line; and one that is small enough to be made at once.
+std::unique_ptr<Document> lineDocument(std::string line);
+std::unique_ptr<Document> wholeDocument(const nlohmann::ordered_json& json);
+
+// For who makes a document piece by piece.
+
+/// How much text a piece has before it ends; one element more may follow.
+inline constexpr size_t pieceOctets = 16 * 1024;
+
+/// Writes the elements of an array or object one by one, with the commas between them.
+class Elements {
+ public:
+  /// Appends an element of an array.
+  void add(std::string& text, const std::string& element) {
+    text += first_ ? "" : ",";
+    text += element;
+    first_ = false;
+  }
+  void add(std::string& text, const nlohmann::ordered_json& element) { add(text, lineOf(element)); }
+  /// Appends the name of a member and the colon.
+  void name(std::string& text, std::string_view member) { add(text, lineOf(member) + ":"); }
+
+ private:
+  bool first_ = true;
+};
+
+/// A JSON object without its closing brace, for further members.
+inline std::string openObject(const nlohmann::ordered_json& object) {
+  std::string text = lineOf(object);
+  text.pop_back();
+  if (!object.empty()) text += ",";
+  return text;
+}
+
+/// True while a piece that began at `start` has room.
+inline bool hasRoom(const std::string& text, size_t start) { return text.size() - start < pieceOctets; }
+
+}  // namespace Agent

@@ -1,0 +1,111 @@
+#include <Kelp/Assert.h>
+#include <Zeb/System.h>
+#include <agent/core/EventLoop.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <ctime>
+
+namespace Agent {
+
+namespace {
+
+timespec timespecOf(double seconds) {
+  const double whole = std::floor(seconds);
+  const long nanoseconds = static_cast<long>((seconds - whole) * 1e9) + 1;  // never early
+  return {static_cast<time_t>(whole), std::min(nanoseconds, 999999999L)};
+}
+
+// Nobody waits longer; keeps times within what a timespec takes.
+constexpr double longestWait = 3600;
+
+// Packets wait for the handlers and the tasks of a turn. With the last of a task's elements, and what that
+// leaves to be freed, they should take less than a slice.
+constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() / 3};
+
+}  // namespace
+
+EventLoop::EventLoop(const Kiv::Clock& clock, const Kiv::Clock& wall)
+    : clock_(clock), wall_(wall), tasks_(clock, turnBudget), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+  KELP_ASSERT(epoll_ >= 0, "an epoll descriptor can be had");
+  clocksAre();
+  Zeb::System::clockIs(&turnWall_);
+}
+
+EventLoop::~EventLoop() {
+  Zeb::System::clockIs(nullptr);
+  close(epoll_);
+}
+
+void EventLoop::clocksAre() {
+  turnClock_.nowIs(clock_.now());
+  turnWall_.nowIs(wall_.now());
+}
+
+void EventLoop::fdIs(int fd, uint32_t events, Handler handler) {
+  Watched& watched = watched_[fd];
+  watched = {std::make_shared<const Handler>(std::move(handler)), ++generation_};
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = uint64_t{watched.generation} << 32 | static_cast<uint32_t>(fd);
+  // A descriptor that was closed while it was watched has left the set by itself.
+  if (epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &event) == 0) return;
+  const bool added = epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0;
+  KELP_ASSERT(added, "a watched descriptor is open and can be waited for");
+}
+
+void EventLoop::fdDel(int fd) {
+  if (watched_.erase(fd) != 0) epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
+}
+
+void EventLoop::pollerIs(Poller* poller) { pollers_.push_back(poller); }
+
+void EventLoop::pollerDel(Poller* poller) {
+  std::replace(pollers_.begin(), pollers_.end(), poller, static_cast<Poller*>(nullptr));
+}
+
+void EventLoop::run() {
+  stopped_ = false;
+  while (!stopped_) turn(-1);
+}
+
+void EventLoop::turn(int maxWaitMs) {
+  const Kelp::Duration used = dispatch(maxWaitMs);
+  pollAll();
+  if (tasks_.due()) tasks_.turn(used);
+}
+
+Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
+  double wait = maxWaitMs < 0 ? longestWait : std::min(maxWaitMs / 1e3, longestWait);
+  if (const auto due = tasks_.timeUntilDue()) wait = std::min(wait, std::max(0.0, due->seconds()));
+  if (mayHaveMore_) wait = 0;
+  const timespec timeout = timespecOf(wait);
+  epoll_event events[eventsATurn];
+  const int count = epoll_pwait2(epoll_, events, eventsATurn, &timeout, nullptr);
+  KELP_ASSERT(count >= 0 || errno == EINTR, "descriptors can be waited for");
+  clocksAre();
+  tasks_.turnBegin();
+  for (int i = 0; i < count; ++i) {
+    const auto at = watched_.find(static_cast<int>(static_cast<uint32_t>(events[i].data.u64)));
+    if (at == watched_.end() || at->second.generation != events[i].data.u64 >> 32) continue;
+    const auto handler = at->second.handler;
+    (*handler)(events[i].events);
+  }
+  if (count <= 0) return Kelp::Duration();
+  Rix::Gen::zebDoZombieReactors();
+  return tasks_.age();
+}
+
+void EventLoop::pollAll() {
+  mayHaveMore_ = false;
+  // By index: a poller may add another.
+  for (size_t i = 0; i < pollers_.size(); ++i) {
+    if (pollers_[i] && pollers_[i]->poll()) mayHaveMore_ = true;
+  }
+  std::erase(pollers_, nullptr);
+}
+
+}  // namespace Agent

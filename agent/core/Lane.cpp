@@ -1,0 +1,71 @@
+#include <Kelp/Assert.h>
+#include <Kiv/Clock.h>
+#include <agent/core/Lane.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+/// A rest costs some, too: whoever waits for a lane that is overrun waits in few long ones.
+constexpr double shortestRest = 0.01;
+
+/// For what a handler takes, which the clock of the turn does not tell.
+double seconds() { return Kiv::steadyClock().now().seconds(); }
+
+}  // namespace
+
+Lane::Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst, Handler handler)
+    : loop_(loop),
+      share_(share),
+      burst_(burst),
+      handler_(std::move(handler)),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, name)),
+      budget_(burst.seconds()),
+      earnedUntil_(loop.turnClock().now()) {
+  KELP_ASSERT(epoll_ >= 0, "descriptors cannot be watched");
+  task_->dispatchIs([this] { open(); }, this);
+  open();
+}
+
+Lane::~Lane() {
+  task_->cancelTask();
+  task_->dispatchDel(this);
+  loop_.fdDel(epoll_);
+  close(epoll_);
+}
+
+void Lane::open() {
+  loop_.fdIs(epoll_, EPOLLIN, [this](uint32_t) { handle(); });
+}
+
+void Lane::fdIs(int fd, uint32_t events) {
+  epoll_event event{};
+  event.events = events;
+  event.data.fd = fd;
+  if (epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &event) != 0) epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
+}
+
+void Lane::fdDel(int fd) { epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr); }
+
+void Lane::handle() {
+  const Kelp::Duration now = loop_.turnClock().now();
+  budget_ = std::min(burst_.seconds(), budget_ + (now - earnedUntil_).seconds() * share_);
+  earnedUntil_ = now;
+  const double start = seconds();
+  // One event a turn: the kernel hands them out in rotation.
+  epoll_event event{};
+  if (epoll_wait(epoll_, &event, 1, 0) == 1) handler_(event.data.fd, event.events);
+  const double took = seconds() - start;
+  used_ += took;
+  budget_ -= took;
+  if (budget_ > 0) return;
+  loop_.fdDel(epoll_);
+  task_->scheduleTaskDelay(Kelp::Duration(std::max(shortestRest, -budget_ / share_)));
+}
+
+}  // namespace Agent

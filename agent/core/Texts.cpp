@@ -1,0 +1,135 @@
+#include <agent/core/Descriptor.h>
+#include <agent/core/Memory.h>
+#include <agent/core/Texts.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+
+namespace Agent {
+
+namespace {
+
+constexpr double mebi = 1 << 20;
+
+std::string failure(const std::string& path) { return fmt::format("{}: {}", path, std::strerror(errno)); }
+
+FileIdentity identityOf(const struct stat& file) {
+  const auto nanoseconds = [](const timespec& time) {
+    return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  };
+  return {file.st_dev, file.st_ino, static_cast<uint64_t>(file.st_size), nanoseconds(file.st_mtim),
+          nanoseconds(file.st_ctim)};
+}
+
+const char* kindOf(mode_t mode) {
+  if (S_ISDIR(mode)) return "a directory";
+  if (S_ISFIFO(mode)) return "a pipe";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "a device";
+}
+
+}  // namespace
+
+std::optional<FileIdentity> identityOf(const std::string& path) {
+  struct stat file {};
+  if (stat(path.c_str(), &file) != 0) return std::nullopt;
+  return identityOf(file);
+}
+
+std::optional<TextFile> TextReader::read(const std::string& path, Named named,
+                                         std::vector<std::string>& wrong) {
+  auto file = readOnly(path, named, wrong);
+  if (!file) return std::nullopt;
+  auto why = memory_.whyNot(path, file->text);
+  if (!why) return file;
+  wrong.push_back(std::move(*why));
+  return std::nullopt;
+}
+
+std::optional<TextFile> TextReader::readOnly(const std::string& path, Named named,
+                                             std::vector<std::string>& wrong) {
+  const auto refused = [&wrong](std::string why) {
+    wrong.push_back(std::move(why));
+    return std::nullopt;
+  };
+  struct stat asked {
+  }, opened{};
+  if (stat(path.c_str(), &asked) != 0) return refused(failure(path));
+  const bool isFile = S_ISREG(asked.st_mode);
+  const bool isStream = named == Named::byUser && (S_ISFIFO(asked.st_mode) || S_ISCHR(asked.st_mode));
+  if (!isFile && !isStream)
+    return refused(fmt::format("{}: is {}, not a regular file", path, kindOf(asked.st_mode)));
+  // Whoever named a pipe waits for its writer. Without waiting it would be empty.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | (isFile ? O_NONBLOCK : 0)));
+  if (!file || fstat(file.get(), &opened) != 0) return refused(failure(path));
+  if ((asked.st_mode ^ opened.st_mode) & S_IFMT) return refused(fmt::format("{}: has been replaced", path));
+
+  TextFile text;
+  text.identity = identityOf(opened);
+  if (auto why = readAll(file.get(), path, isFile, text)) return refused(std::move(*why));
+  if (fstat(file.get(), &opened) != 0) return refused(failure(path));
+  if (isFile && (identityOf(opened) != text.identity || text.text.size() != text.identity.size))
+    return refused(fmt::format("{}: changed while it was read", path));
+  taken_ += text.text.size();
+  text.hash = std::hash<std::string>{}(text.text);
+  return text;
+}
+
+std::optional<std::string> TextReader::readAll(int file, const std::string& path, bool isFile,
+                                               TextFile& text) const {
+  if (auto why = tooLarge(path, isFile ? text.identity.size : 0)) return why;
+  constexpr size_t piece = size_t{64} << 10;
+  // One octet more than there are tells a file that grows.
+  if (isFile) text.text.reserve(text.identity.size + piece);
+  for (;;) {
+    const size_t had = text.text.size();
+    text.text.resize(had + piece);
+    const ssize_t got = ::read(file, text.text.data() + had, piece);
+    text.text.resize(had + (got > 0 ? static_cast<size_t>(got) : 0));
+    if (got == 0) return std::nullopt;
+    if (got < 0 && errno != EINTR) return failure(path);
+    if (auto why = tooLarge(path, text.text.size())) return why;
+    if (isFile && text.text.size() > text.identity.size) return std::nullopt;
+  }
+}
+
+std::optional<std::string> TextReader::tooLarge(const std::string& path, uint64_t octets) const {
+  if (octets > limits_.file) {
+    return fmt::format("{}: is larger than the {:g} MiB that a configuration text may have", path,
+                       static_cast<double>(limits_.file) / mebi);
+  }
+  if (octets + taken_ > limits_.all) {
+    return fmt::format("{}: with the texts before it is more than the {:g} MiB that all may have", path,
+                       static_cast<double>(limits_.all) / mebi);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> MemoryEstimate::whyNot(const std::string& name, const std::string& text) {
+  // What a rule, a remark or a binding takes at most while a change is carried out: in the model, the
+  // difference, the lists of the source and the merged ones, the compiled form, the status, and with a state
+  // file in its copies. bench/README.md tells how it was measured.
+  constexpr uint64_t ofLine = 3000;
+  // The shortest statement that takes memory of its own ("deny any").
+  constexpr size_t shortest = 8;
+  uint64_t lines = 0;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    if (end - at >= shortest) ++lines;
+    at = end + 1;
+  }
+  const uint64_t all = octets_ + lines * ofLine + 2 * text.size();
+  if (auto why = whyNoMemory(all)) {
+    return fmt::format("{}: its {} lines{} would take {}", name, lines,
+                       octets_ == 0 ? "" : " and the texts before it", *why);
+  }
+  octets_ = all;
+  return std::nullopt;
+}
+
+}  // namespace Agent

@@ -1,0 +1,66 @@
+#include <Kelp/Hash.h>
+#include <agent/forward/Bridge.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+constexpr uint64_t reservedAddresses = 0x0180c2000000;  // and the 15 behind it
+constexpr uint64_t groupBit = 0x010000000000;
+
+uint64_t keyOf(Nimnet::EthAddr address, uint16_t vlan) { return uint64_t{vlan} << 48 | address.value(); }
+
+}  // namespace
+
+Bridge::Bridge(std::vector<End*> ends, const Kiv::Clock& clock)
+    : ends_(std::move(ends)), clock_(clock), table_(std::make_unique<Station[]>(stations)) {}
+
+std::span<Bridge::Station, Bridge::bucketSize> Bridge::bucketOf(uint64_t key) const {
+  const size_t bucket = (uint64_t{Kelp::keyHash(key)} * buckets) >> 32;
+  return std::span<Station, bucketSize>(&table_[bucket * bucketSize], bucketSize);
+}
+
+void Bridge::learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) {
+  const Nimnet::EthAddr source = eth.source();
+  if (source.value() == 0 || (source.value() & groupBit) != 0) return;  // nobody's address
+  const uint64_t key = keyOf(source, vlan);
+  const auto bucket = bucketOf(key);
+  auto place = std::find_if(bucket.begin(), bucket.end(), [key](const Station& s) { return s.key == key; });
+  if (place == bucket.end()) {
+    // A free place has been heard of at no time, which is before all others.
+    place = std::min_element(bucket.begin(), bucket.end(), [](const Station& a, const Station& b) {
+      return a.key == 0 || b.key == 0 ? a.key == 0 && b.key != 0 : a.heard < b.heard;
+    });
+  }
+  *place = {key, &from, clock_.now()};
+}
+
+std::span<End* const> Bridge::targets(const End&, const Nimnet::EthHdr& eth, uint16_t vlan) const {
+  const Nimnet::EthAddr destination = eth.destination();
+  if ((destination.value() & groupBit) != 0) {
+    if ((destination.value() & ~uint64_t{0xf}) == reservedAddresses) return {};
+    return ends_;
+  }
+  const uint64_t key = keyOf(destination, vlan);
+  for (const Station& station : bucketOf(key)) {
+    if (station.key != key) continue;
+    if (clock_.now() - station.heard > ageingTime) break;
+    return {&station.end, 1};
+  }
+  return ends_;
+}
+
+void Bridge::forget(const End& end) {
+  for (size_t i = 0; i < stations; ++i) {
+    if (table_[i].end == &end) table_[i] = {};
+  }
+}
+
+size_t Bridge::known() const {
+  return static_cast<size_t>(
+      std::count_if(&table_[0], &table_[stations], [](const Station& s) { return s.key != 0; }));
+}
+
+}  // namespace Agent

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <Kiv/Clock.h>
+#include <agent/forward/Junction.h>
+
+#include <memory>
+
+namespace Agent {
+
+/// A bridge that learns where stations are, by VLAN and address (IEEE 802.1Q, 8.7 and 8.8): what is sent to a
+/// known station leaves by that station's end alone, everything else by all ends. Addresses that no bridge
+/// forwards (01-80-C2-00-00-00 to -0F; IEEE 802.1Q, table 8-1) go nowhere.
+///
+/// The table has room for `stations`, made with the bridge, and never more: where its place is taken a new
+/// station takes that of the one heard of longest ago. What nobody was heard of for `ageingTime` is not used.
+class Bridge final : public Junction {
+ public:
+  static constexpr size_t stations = 32768;
+  static constexpr Kelp::Duration ageingTime{300};
+
+  /// `clock` outlives the bridge.
+  Bridge(std::vector<End*> ends, const Kiv::Clock& clock);
+
+  void learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) override;
+  std::span<End* const> targets(const End& from, const Nimnet::EthHdr& eth, uint16_t vlan) const override;
+  void forget(const End& end) override;
+  std::string text(const End&) const override { return "bridged"; }
+
+  /// How many stations it knows, those included that have not been heard of for too long. Looks at them all.
+  size_t known() const;
+
+ private:
+  struct Station {
+    uint64_t key = 0;  ///< VLAN and address; 0: a free place
+    End* end = nullptr;
+    Kelp::Duration heard;
+  };
+  // A station has its place in one bucket.
+  static constexpr size_t bucketSize = 8;
+  static constexpr size_t buckets = stations / bucketSize;
+
+  std::span<Station, bucketSize> bucketOf(uint64_t key) const;
+
+  const std::vector<End*> ends_;
+  const Kiv::Clock& clock_;
+  const std::unique_ptr<Station[]> table_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,137 @@
+#include <Kelp/Assert.h>
+#include <Velo/FlowHash.h>
+#include <agent/forward/Bridge.h>
+#include <agent/forward/Forwarder.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace Agent {
+
+namespace {
+
+/// What a frame without an Ethernet header, let through as malformed, is for a junction: from and to nobody.
+constexpr Nimnet::EthHdr noHeader{};
+
+}  // namespace
+
+Forwarder::Forwarder(Core& core, Velo::MalformedPolicy malformed)
+    : core_(core),
+      ctx_(MemSlab::make<Velo::PacketContext>(core.namedCounters())),
+      out_(MemSlab::make<Velo::OutputPipelineContext>(ctx_)),
+      copyCtx_(MemSlab::make<Velo::PacketContext>(core.namedCounters())),
+      copyOut_(MemSlab::make<Velo::OutputPipelineContext>(copyCtx_)) {
+  const auto& pipeline = core.manager().pipeline();
+  pipeline->addStep(Kelp::Ptr<Velo::InputPipelineStep>(MemSlab::make<Velo::MalformedInputStep>(malformed)));
+  pipeline->addStep(Kelp::Ptr<Velo::OutputPipelineStep>(MemSlab::make<Velo::MalformedOutputStep>(malformed)));
+  Velo::MirroringStepHelper::singleton()->targetIs(this);
+}
+
+Forwarder::~Forwarder() { Velo::MirroringStepHelper::singleton()->targetIs(nullptr); }
+
+Port& Forwarder::portIs(const std::string& name) {
+  auto& port = ports_[Nimnet::IntfId(name)];
+  if (!port) {
+    port = std::make_unique<Port>();
+    port->id = Nimnet::IntfId(name);
+    port->up = newPortsUp_;
+    resolveEnds();
+  }
+  return *port;
+}
+
+void Forwarder::portsOfConfigurationIs() {
+  for (const auto& [name, members] : core_.portChannels().all()) {
+    for (const Nimnet::IntfId& member : members) portIs(member.name().str());
+  }
+  for (const auto& [name, destinations] : Velo::MirroringStepHelper::singleton()->sessions()) {
+    for (const Nimnet::IntfId& destination : destinations) {
+      if (!core_.portChannels().has(destination)) portIs(destination.name().str());
+    }
+  }
+  resolveEnds();
+}
+
+Verdict Forwarder::receive(Port& port) {
+  ++port.received;
+  ctx_->pkt()->traceIdIs(++lastTraceId_);
+  const Verdict verdict = forward(port.id, port.portChannel, port.entry, out_);
+  if (!verdict.egress) ++(verdict.passed() ? port.nowhere : port.droppedIn);
+  return verdict;
+}
+
+Verdict Forwarder::tryPacket(const Nimnet::IntfId& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
+  KELP_ASSERT(out->packetContext()->trial(), "a packet is tried for somebody");
+  const auto known = ports_.find(port);
+  End* entry = known == ports_.end() ? nullptr : known->second->entry;
+  return forward(port, core_.portChannels().portChannelOf(port), entry, out);
+}
+
+Verdict Forwarder::forward(const Nimnet::IntfId& port, const Nimnet::IntfId& portChannel, End* entry,
+                           const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
+  const auto& ctx = out->packetContext();
+  ctx->begin(port);
+  if (!portChannel.empty()) ctx->ingressPortChannelIs(portChannel);
+
+  Verdict verdict;
+  verdict.droppedBy = core_.manager().pipeline()->process(ctx);
+  if (verdict.droppedBy || !entry || !entry->junction) return verdict;
+
+  const Nimnet::EthHdr* found = ctx->parsedPacket().ethPacket()->ethHdr();
+  const Nimnet::EthHdr& eth = found ? *found : noHeader;
+  const uint16_t vlan = ctx->pkt()->vlanId();
+  if (!ctx->trial()) entry->junction->learn(*entry, eth, vlan);
+  for (const End* to : entry->junction->targets(*entry, eth, vlan)) {
+    Port* egress = to == entry ? nullptr : egressPort(*to, *ctx);
+    if (!egress) continue;
+    const Velo::PipelineStep* droppedBy = sendBy(*egress, out);
+    if (!verdict.egress || !droppedBy) verdict = {droppedBy, Acl::AclDirection::out, egress};
+  }
+  return verdict;
+}
+
+void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Kelp::String& session,
+                             const Nimnet::IntfId& destination) {
+  if (Velo::MirroringPacketInfo::extractInfo(ctx)) return;  // a copy is not copied again
+  if (mirrorObserver_) mirrorObserver_->handleMirrored(session);
+  const Nimnet::Pkt& original = *ctx->pkt();
+  copyCtx_->pkt()->assign(original.frame(), original.wireLength(), original.time());
+  copyCtx_->pkt()->traceIdIs(original.traceId());
+  copyCtx_->begin(ctx->ingressIntf());
+  copyCtx_->mirroringSessionIs(session);
+  const auto to = ends_.find(destination);
+  if (Port* port = to == ends_.end() ? nullptr : egressPort(to->second, *copyCtx_)) {
+    if (!sendBy(*port, copyOut_)) ++port->mirrored;
+  }
+  if (mirrorObserver_) mirrorObserver_->handleMirroredDone();
+}
+
+Port* Forwarder::egressPort(const End& end, Velo::PacketContext& ctx) {
+  const auto& ports = end.usable;
+  if (ports.size() <= 1) return ports.empty() ? nullptr : ports.front();
+  ctx.parsedPacket().maybeDoFullParse();
+  return ports[Velo::PortChannels::chosen(Velo::flowHash(ctx.parsedPacket()), ports.size())];
+}
+
+const Velo::PipelineStep* Forwarder::sendBy(Port& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
+  const auto& ctx = out->packetContext();
+  out->egressIntfIs(port.id);
+  // Of several copies an earlier one may have left by a port-channel.
+  if (!port.portChannel.empty() || Velo::LagPacketInfo::extractInfo(ctx)) {
+    ctx->egressPortChannelIs(port.portChannel);
+  }
+  const Velo::PipelineStep* droppedBy = core_.manager().pipeline()->process(out);
+  if (ctx->trial()) {
+    ctx->trial()->handleEgress(port.id, droppedBy);
+    return droppedBy;
+  }
+  if (droppedBy) {
+    ++port.droppedOut;
+    return droppedBy;
+  }
+  ++port.sent;
+  if (port.sink) port.sink->send(*ctx->pkt());
+  return nullptr;
+}
+
+}  // namespace Agent

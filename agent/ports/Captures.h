@@ -1,0 +1,86 @@
+#pragma once
+
+#include <agent/forward/Forwarder.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+struct pcap;
+struct pcap_dumper;
+
+namespace Agent {
+
+/// A time stamp of a capture, exact to the nanosecond; nanoseconds are 0 to 999,999,999.
+struct Stamp {
+  int64_t seconds = 0;
+  int32_t nanoseconds = 0;
+  auto operator<=>(const Stamp&) const = default;
+  double value() const { return static_cast<double>(seconds) + nanoseconds * 1e-9; }
+};
+
+/// Reads the frames of a capture file: pcap or pcapng, any byte order and resolution, Ethernet.
+class CaptureReader {
+ public:
+  /// Opens a file; check wrong() and refused() before use.
+  explicit CaptureReader(std::string path);
+  ~CaptureReader();
+  CaptureReader(const CaptureReader&) = delete;
+  CaptureReader& operator=(const CaptureReader&) = delete;
+
+  const std::string& path() const { return path_; }
+  /// What keeps the file from being read on, with path and place; empty while there is nothing.
+  const std::string& wrong() const { return wrong_; }
+  /// True when the file is a capture, but not of Ethernet frames.
+  bool refused() const { return refused_; }
+
+  /// Goes to the next frame; false at the end, and when something is wrong. A frame whose time stamp cannot
+  /// be one (before 1970, after 9999) is wrong.
+  bool next();
+  const Stamp& stamp() const { return stamp_; }
+  std::span<const uint8_t> frame() const { return frame_; }
+  uint32_t wireLength() const { return wireLength_; }
+  /// Of the current frame, from 1.
+  uint64_t number() const { return number_; }
+  /// How much of the file has been read, in octets; for progress.
+  uint64_t position() const;
+  uint64_t size() const { return size_; }
+
+ private:
+  const std::string path_;
+  pcap* pcap_ = nullptr;
+  std::string wrong_;
+  bool refused_ = false;
+  Stamp stamp_;
+  std::span<const uint8_t> frame_;
+  uint32_t wireLength_ = 0;
+  uint64_t number_ = 0;
+  uint64_t size_ = 0;
+};
+
+/// Writes the frames that leave a port to a pcap file with nanosecond stamps. What it writes carries the
+/// stamp that `now` has at that moment.
+class CaptureWriter final : public FrameSink {
+ public:
+  CaptureWriter(std::string path, const Stamp& now);
+  ~CaptureWriter() override;
+  CaptureWriter(const CaptureWriter&) = delete;
+  CaptureWriter& operator=(const CaptureWriter&) = delete;
+
+  /// What went wrong; empty while nothing did.
+  const std::string& wrong() const { return wrong_; }
+  void send(const Nimnet::Pkt& pkt) override;
+  /// Writes out what is buffered; then wrong() is the last word.
+  void flush();
+
+ private:
+  const std::string path_;
+  const Stamp& now_;
+  pcap* pcap_ = nullptr;
+  pcap_dumper* file_ = nullptr;
+  std::string wrong_;
+};
+
+}  // namespace Agent

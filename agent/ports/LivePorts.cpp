@@ -1,0 +1,137 @@
+#include <agent/core/Output.h>
+#include <agent/ports/LivePorts.h>
+#include <agent/ports/PacketPort.h>
+#include <agent/ports/TapPort.h>
+#include <fmt/format.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+constexpr std::string_view tapPrefix = "tap:";
+
+}  // namespace
+
+LivePorts::LivePorts(Forwarder& forwarder, EventLoop& loop)
+    : forwarder_(forwarder),
+      loop_(loop),
+      links_([this](const std::string& name, const Link* link) { handleLink(name, link); }) {
+  forwarder_.newPortsUpIs(false);
+}
+
+LivePorts::~LivePorts() {
+  if (links_.fd() >= 0) loop_.fdDel(links_.fd());
+  for (const auto& member : members_) {
+    member->port->port().sink = nullptr;
+    loop_.pollerDel(member.get());
+    if (member->watched >= 0) loop_.fdDel(member->watched);
+  }
+}
+
+std::optional<std::string> LivePorts::portIs(const std::string& name, const std::string& device) {
+  const bool tap = device.starts_with(tapPrefix);
+  const std::string link = tap ? device.substr(tapPrefix.size()) : device;
+  if (link.empty()) return fmt::format("{}: no device is named", name);
+  for (const auto& member : members_) {
+    if (member->port->device() == link) {
+      return fmt::format("{} and {} cannot both be on {}", member->port->port().id.name(), name, link);
+    }
+  }
+  Port& port = forwarder_.portIs(name);
+  if (!tap) {
+    portIs(std::make_unique<PacketPort>(port, link, inHand_));
+    return std::nullopt;
+  }
+  hasTap_ = true;
+  portIs(std::make_unique<TapPort>(port, link, inHand_));
+  return std::nullopt;
+}
+
+void LivePorts::portIs(std::unique_ptr<LivePort> port) {
+  port->port().sink = port.get();
+  members_.push_back(std::make_unique<Member>(*this, std::move(port)));
+  loop_.pollerIs(members_.back().get());
+}
+
+std::optional<std::string> LivePorts::open() {
+  opening_ = true;
+  for (const auto& member : members_) {
+    auto* tap = dynamic_cast<TapPort*>(member->port.get());
+    if (auto wrong = tap ? tap->open() : std::nullopt) return wrong;
+    update(*member);
+  }
+  if (auto wrong = links_.open()) return wrong;
+  opening_ = false;
+  if (wrong_) return wrong_;
+  loop_.fdIs(links_.fd(), EPOLLIN, [this](uint32_t) { links_.read(); });
+  for (const auto& member : members_) {
+    if (member->port->fd() >= 0) continue;
+    complain(fmt::format("{}: no device {} yet", member->port->port().id.name(), member->port->device()));
+  }
+  return std::nullopt;
+}
+
+void LivePorts::handleLink(const std::string& name, const Link* link) {
+  for (const auto& member : members_) {
+    if (member->port->device() != name) continue;
+    if (link) {
+      if (auto wrong = member->port->linkIs(*link)) {
+        if (opening_)
+          wrong_ = wrong;
+        else
+          complain(*wrong);
+      }
+    } else {
+      member->port->linkDel();
+    }
+    update(*member);
+  }
+}
+
+void LivePorts::update(Member& member) {
+  LivePort& port = *member.port;
+  forwarder_.portUpIs(port.port(), port.state().up);
+  if (member.watched >= 0) loop_.fdDel(member.watched);
+  member.watched = port.fd();
+  if (member.watched < 0) return;
+  // Frames are taken by the poller in the same turn; this only wakes the loop.
+  loop_.fdIs(member.watched, EPOLLIN, [&port](uint32_t events) {
+    if ((events & EPOLLERR) != 0) port.clearError();
+  });
+}
+
+void LivePorts::receive(Port& port, const LiveFrame& frame) {
+  inHand_ = frame;
+  const auto size = static_cast<uint32_t>(frame.bytes.size());
+  forwarder_.packet().assign(frame.bytes, size, loop_.turnWall().now().seconds());
+  const Verdict verdict = forwarder_.receive(port);
+  ++totals_.frames;
+  totals_.bytes += size;
+  ++(verdict.passed() ? totals_.passed : totals_.dropped);
+}
+
+bool LivePorts::burstFrom(LivePort& port) {
+  const bool more = port.receive(*this);
+  for (const auto& member : members_) member->port->flush();
+  port.release();
+  return more;
+}
+
+void LivePorts::drain() {
+  for (const auto& member : members_) member->port->stopReceiving();
+  for (const auto& member : members_) {
+    while (burstFrom(*member->port)) {
+    }
+  }
+}
+
+std::vector<PortState> LivePorts::states() const {
+  std::vector<PortState> states;
+  for (const auto& member : members_) states.push_back(member->port->state());
+  return states;
+}
+
+}  // namespace Agent

@@ -1,0 +1,270 @@
+#include <Kelp/Assert.h>
+#include <agent/ports/PacketPort.h>
+#include <fmt/format.h>
+#include <linux/filter.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+
+namespace Agent {
+
+namespace {
+
+constexpr size_t ringSlots = 4096;
+constexpr size_t largestSlot = 16384;  // for frames of 9,000 octets; larger ones come another way
+constexpr size_t blockSize = 1 << 18;
+constexpr uint32_t tagSize = 4;
+constexpr uint32_t addresses = 12;  // the two before the tag
+// Between the start of a slot and the frame: the kernel's headers, and what it aligns the frame by.
+constexpr size_t slotHeaders = TPACKET2_HDRLEN + sizeof(Offload) + 64;
+constexpr size_t largestFrame = (1 << 18) + 1024;  // four times the largest segment of IPv4
+constexpr size_t lookAhead = 3;
+constexpr size_t cacheLine = 64;
+constexpr int socketBuffer = 4 << 20;
+
+template <class T>
+bool optionIs(int socket, int level, int name, const T& value) {
+  return setsockopt(socket, level, name, &value, sizeof value) == 0;
+}
+
+template <class T>
+bool packetOptionIs(int socket, int name, const T& value) {
+  return optionIs(socket, SOL_PACKET, name, value);
+}
+
+/// The status word of a slot is what the kernel and the agent hand it over by.
+std::atomic_ref<uint32_t> statusOf(uint8_t* slot) {
+  return std::atomic_ref<uint32_t>(reinterpret_cast<tpacket2_hdr*>(slot)->tp_status);
+}
+
+sockaddr_ll addressOf(int index) {
+  sockaddr_ll address{};
+  address.sll_family = AF_PACKET;
+  address.sll_protocol = htons(ETH_P_ALL);
+  address.sll_ifindex = index;
+  return address;
+}
+
+/// Puts the tag that the kernel took off back in; there is room before the frame.
+uint8_t* withTag(uint8_t* frame, const tpacket2_hdr& header) {
+  uint8_t* tagged = frame - tagSize;
+  std::memmove(tagged, frame, addresses);
+  const uint16_t type =
+      (header.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? header.tp_vlan_tpid : uint16_t{ETH_P_8021Q};
+  const uint16_t tag[2] = {htons(type), htons(header.tp_vlan_tci)};
+  std::memcpy(tagged + addresses, tag, sizeof tag);
+  return tagged;
+}
+
+}  // namespace
+
+PacketPort::Ring::~Ring() { close(); }
+
+bool PacketPort::Ring::open(int socket, uint32_t mtu) {
+  slotSize_ = std::min(std::bit_ceil(slotHeaders + ETH_HLEN + tagSize + mtu), largestSlot);
+  slots_ = ringSlots;
+  tpacket_req request{};
+  request.tp_block_size = blockSize;
+  request.tp_frame_size = static_cast<unsigned>(slotSize_);
+  request.tp_block_nr = static_cast<unsigned>(slots_ * slotSize_ / blockSize);
+  request.tp_frame_nr = static_cast<unsigned>(slots_);
+  if (!packetOptionIs(socket, PACKET_RX_RING, request)) return false;
+  void* memory = mmap(nullptr, slots_ * slotSize_, PROT_READ | PROT_WRITE, MAP_SHARED, socket, 0);
+  if (memory == MAP_FAILED) return false;
+  base_ = static_cast<uint8_t*>(memory);
+  return true;
+}
+
+void PacketPort::Ring::close() {
+  if (base_) munmap(std::exchange(base_, nullptr), slots_ * slotSize_);
+}
+
+PacketPort::PacketPort(Port& port, std::string device, const LiveFrame& inHand)
+    : LivePort(port, std::move(device), inHand), messages_{} {
+  for (size_t i = 0; i < burst; ++i) {
+    messages_[i].msg_hdr.msg_iov = &parts_[i];
+    messages_[i].msg_hdr.msg_iovlen = 1;
+  }
+}
+
+PacketPort::~PacketPort() = default;
+
+std::optional<std::string> PacketPort::linkIs(const Link& link) {
+  if (socket_ && link.index != index_) linkDel();
+  std::optional<std::string> wrong;
+  if (!socket_) wrong = open(link);
+  // The kernel tells of devices that are just about to go; that they are gone it tells next.
+  if (wrong && errno == ENODEV) wrong.reset();
+  state_.up = socket_ && link.up;
+  state_.mtu = socket_ ? link.mtu : 0;
+  state_.wrong = wrong.value_or("");
+  return wrong;
+}
+
+void PacketPort::linkDel() {
+  if (socket_) kernelDropsAdd();
+  state_.up = false;
+  state_.mtu = 0;
+  ring_.close();
+  socket_.reset();
+}
+
+std::optional<std::string> PacketPort::open(const Link& link) {
+  const auto failed = [&](std::string_view doing) {
+    const int error = errno;
+    ring_.close();
+    socket_.reset();
+    errno = error;
+    return fmt::format("{}: {}: {}", device_, doing, std::strerror(error));
+  };
+  // Without a protocol nothing is received before the socket is bound to its interface.
+  socket_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!socket_) return failed("no packet socket");
+  const int fd = socket_.get();
+  constexpr int on = 1;
+  constexpr int version = TPACKET_V2;
+  if (!packetOptionIs(fd, PACKET_VERSION, version) || !packetOptionIs(fd, PACKET_VNET_HDR, on) ||
+      !packetOptionIs(fd, PACKET_IGNORE_OUTGOING, on) || !packetOptionIs(fd, PACKET_COPY_THRESH, on)) {
+    return failed("no options of a packet socket");
+  }
+  // Beyond the usual limit where that is allowed.
+  for (const auto& [force, plain] : {std::pair(SO_RCVBUFFORCE, SO_RCVBUF), {SO_SNDBUFFORCE, SO_SNDBUF}}) {
+    if (!optionIs(fd, SOL_SOCKET, force, socketBuffer)) optionIs(fd, SOL_SOCKET, plain, socketBuffer);
+  }
+  if (!ring_.open(fd, link.mtu)) return failed("no receive ring");
+  next_ = received_ = 0;
+
+  packet_mreq membership{};
+  membership.mr_ifindex = link.index;
+  membership.mr_type = PACKET_MR_PROMISC;
+  if (!packetOptionIs(fd, PACKET_ADD_MEMBERSHIP, membership)) return failed("not promiscuous");
+  const sockaddr_ll address = addressOf(link.index);
+  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return failed("not bound");
+  index_ = link.index;
+  return std::nullopt;
+}
+
+bool PacketPort::receive(FrameReceiver& to) {
+  if (!socket_) return false;
+  while (received_ < burst) {
+    uint8_t* slot = ring_.slot(next_ + received_);
+    if ((statusOf(slot).load(std::memory_order_acquire) & TP_STATUS_USER) == 0) return false;
+    ++received_;
+    // Another processor has written the frames: they are on their way here while earlier ones are handled.
+    const uint8_t* soon = ring_.slot(next_ + received_ + lookAhead);
+    __builtin_prefetch(soon);
+    __builtin_prefetch(soon + cacheLine);
+    const bool large = (reinterpret_cast<tpacket2_hdr*>(slot)->tp_status & TP_STATUS_COPY) != 0;
+    if (const auto frame = frameIn(slot)) {
+      ++state_.rxFrames;
+      state_.rxBytes += frame->bytes.size();
+      to.receive(port_, *frame);
+    } else {
+      ++state_.rxTooLarge;
+    }
+    if (large) return true;  // there is room for one of them
+  }
+  return true;
+}
+
+std::optional<LiveFrame> PacketPort::frameIn(uint8_t* slot) {
+  const auto& header = *reinterpret_cast<const tpacket2_hdr*>(slot);
+  size_t size = header.tp_len;
+  uint8_t* bytes = slot + header.tp_mac;
+  if ((header.tp_status & TP_STATUS_COPY) != 0) {
+    bytes = readLarge(size);
+    if (!bytes) return std::nullopt;
+  } else if (header.tp_snaplen < size) {
+    return std::nullopt;
+  }
+  Offload offload;
+  std::memcpy(&offload, bytes - sizeof offload, sizeof offload);
+  if ((header.tp_status & TP_STATUS_VLAN_VALID) != 0 && size >= addresses) {
+    bytes = withTag(bytes, header);
+    size += tagSize;
+    if ((offload.flags & Offload::needsChecksum) != 0) offload.checksumStart += tagSize;
+    if (offload.headerLength != 0) offload.headerLength += tagSize;
+    std::memcpy(bytes - sizeof offload, &offload, sizeof offload);
+  }
+  return LiveFrame{{bytes, size}, offload};
+}
+
+uint8_t* PacketPort::readLarge(size_t size) {
+  large_.resize(largestFrame);
+  // A tag has room before the rest.
+  const size_t room = large_.size() - tagSize;
+  const ssize_t got = recv(socket_.get(), &large_[tagSize], room, MSG_DONTWAIT);
+  if (got != static_cast<ssize_t>(sizeof(Offload) + size)) return nullptr;
+  return &large_[tagSize + sizeof(Offload)];
+}
+
+void PacketPort::release() {
+  if (!socket_) return;
+  for (; received_ > 0; --received_, ++next_) {
+    statusOf(ring_.slot(next_)).store(TP_STATUS_KERNEL, std::memory_order_release);
+  }
+}
+
+void PacketPort::send(const Nimnet::Pkt& pkt) {
+  KELP_ASSERT(pkt.size() == inHand_.bytes.size(), "the packet that is sent is the frame in hand");
+  if (!socket_) return countUnsent(state_, ENODEV);
+  if (!segmentsFit(inHand_, state_.mtu)) return countUnsent(state_, EMSGSIZE);
+  if (collected_ == burst) flush();
+  parts_[collected_++] = inHand_.withOffload();
+}
+
+void PacketPort::flush() {
+  for (size_t sent = 0; sent < collected_;) {
+    const int count =
+        sendmmsg(socket_.get(), &messages_[sent], static_cast<unsigned>(collected_ - sent), MSG_DONTWAIT);
+    if (count > 0) {
+      for (size_t end = sent + static_cast<size_t>(count); sent < end; ++sent) {
+        ++state_.txFrames;
+        state_.txBytes += parts_[sent].iov_len - sizeof(Offload);
+      }
+    } else if (count < 0 && errno != EINTR) {
+      countUnsent(state_, errno);
+      ++sent;
+    }
+  }
+  collected_ = 0;
+}
+
+void PacketPort::clearError() {
+  int error = 0;
+  socklen_t size = sizeof error;
+  getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+}
+
+void PacketPort::stopReceiving() {
+  if (!socket_) return;
+  sock_filter nothing[] = {{BPF_RET | BPF_K, 0, 0, 0}};
+  const sock_fprog program{1, nothing};
+  optionIs(socket_.get(), SOL_SOCKET, SO_ATTACH_FILTER, program);
+}
+
+void PacketPort::kernelDropsAdd() const {
+  tpacket_stats stats{};
+  socklen_t size = sizeof stats;
+  // Reading them sets them to zero.
+  if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
+    kernelDrops_ += stats.tp_drops;
+  }
+}
+
+PortState PacketPort::state() const {
+  if (socket_) kernelDropsAdd();
+  PortState state = LivePort::state();
+  state.kernelDrops = kernelDrops_;
+  return state;
+}
+
+}  // namespace Agent

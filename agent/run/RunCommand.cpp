@@ -1,0 +1,190 @@
+#include <Acl/Workshop.h>
+#include <agent/core/Background.h>
+#include <agent/core/Memory.h>
+#include <agent/core/Output.h>
+#include <agent/run/Capabilities.h>
+#include <agent/run/RunCommand.h>
+#include <agent/run/ServiceManager.h>
+#include <agent/run/Signals.h>
+#include <agent/show/Report.h>
+#include <agent/state/Successor.h>
+#include <fmt/format.h>
+#include <linux/capability.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+namespace Agent {
+
+namespace {
+
+/// Seconds from the signal to the end of the process, at most.
+constexpr double mostToEnd = 1.5;
+
+Exit refused(Exit result, const std::string& text) {
+  complain(text);
+  return result;
+}
+
+}  // namespace
+
+Exit runAgent(const RunOptions& options) {
+  // What the agent has open by itself and for its clients, and what a port takes.
+  constexpr size_t ofAgent = 64;
+  constexpr size_t ofPort = 2;
+  // Reading texts and compiling lists can take minutes, and is to be ended as well.
+  unblock({SIGTERM, SIGINT});
+  descriptorsAreAllThatAreAllowed();
+  if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
+    return refused(exitUnread, *wrong);
+  return Run(options).run();
+}
+
+Run::Run(const RunOptions& options)
+    : options_(options),
+      deadline_(mostToEnd),
+      forwarder_(core_, options.malformed),
+      ports_(forwarder_, loop_) {}
+
+Run::~Run() { Acl::Workshop::singleton().threadIs(false); }
+
+Exit Run::run() {
+  keepFreedMemory();
+  if (auto failed = prepare()) return *failed;
+  tellServiceManager("READY=1");
+  loop_.run();
+  tellServiceManager("STOPPING=1");
+  ports_.drain();
+  // The control plane goes behind what is to be kept and told: it may have to wait for a thread.
+  state_.reset();
+  const Exit result = report() ? exitDone : exitUnread;
+  deadline_.doneIs(result);
+  control_.reset();
+  return result;
+}
+
+std::optional<Exit> Run::prepare() {
+  // Lists are compiled beside the traffic, by a thread that may do nothing else.
+  withoutCapabilities([] { Acl::Workshop::singleton().threadIs(true, giveWay); });
+  // Until here a signal ends the process at once: there is nothing that is to be ended in order.
+  if (auto failed = configure()) return failed;
+  signals_.emplace();
+  loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { loop_.stop(); });
+  if (auto failed = join()) return failed;
+  if (auto failed = openPorts()) return failed;
+  return openControl();
+}
+
+std::optional<Exit> Run::configure() {
+  if (const auto wrong = files_.read(options_.configs, options_.configDir, options_.limits); !wrong.empty()) {
+    for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
+    return exitUsage;
+  }
+  for (const auto& [name, device] : options_.ports) {
+    if (files_.hasPortChannel(name)) {
+      return refused(exitUsage,
+                     fmt::format("{} is a port-channel: frames come in and leave by its members", name));
+    }
+  }
+  if (!options_.state.empty()) {
+    std::string message;
+    stateFile_ = StateFile::open(options_.state, &message);
+    if (!message.empty()) complain("--state: " + message);
+    if (!stateFile_) complain("--state: nothing is kept for the next run");
+  }
+  return publish();
+}
+
+std::optional<Exit> Run::publish() {
+  const Saved::State nothing;
+  Successor successor(stateFile_ ? stateFile_->state() : nothing);
+  successor.publish(core_);
+  core_.ruleIdMemoryIs([&successor](const std::string& source, const Config::List& list,
+                                    const Config::Rule& rule) { return successor.idOf(source, list, rule); });
+  const auto conflict = core_.apply(files_.commandLine(), files_.inputs());
+  core_.ruleIdMemoryIs(nullptr);
+  if (conflict) return refused(exitUsage, *conflict);
+  // The plugin starts with the whole configuration: what it does not find there is no longer true.
+  if (auto wrong = core_.loadPlugin(options_.plugin)) return refused(exitUsage, *wrong);
+  successor.countRules(core_);
+  loop_.settle();
+  if (const auto missing = core_.unpublished()) {
+    return refused(exitUsage, fmt::format("{} was not published by the plugin", *missing));
+  }
+  successor.countImplicitDrops(core_);
+  while (!Acl::Workshop::singleton().idle()) loop_.turn(-1);
+  return std::nullopt;
+}
+
+std::optional<Exit> Run::join() {
+  for (const auto& [name, device] : options_.ports) {
+    if (auto wrong = ports_.portIs(name, device)) return refused(exitUsage, "--port: " + *wrong);
+  }
+  forwarder_.portsOfConfigurationIs();
+  for (const auto& [a, b] : options_.patches) {
+    if (auto wrong = whyNoEnd({a, b})) return refused(exitUsage, "--patch: " + *wrong);
+    if (auto wrong = forwarder_.patchIs(a, b)) return refused(exitUsage, "--patch: " + *wrong);
+  }
+  for (const auto& names : options_.bridges) {
+    if (auto wrong = whyNoEnd(names)) return refused(exitUsage, "--bridge: " + *wrong);
+    if (auto wrong = forwarder_.bridgeIs(names, loop_.turnClock())) {
+      return refused(exitUsage, "--bridge: " + *wrong);
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> Run::whyNoEnd(const std::vector<std::string>& names) const {
+  for (const std::string& name : names) {
+    const bool isPort = std::any_of(options_.ports.begin(), options_.ports.end(),
+                                    [&](const auto& port) { return port.first == name; });
+    if (!isPort && !core_.portChannels().has(Nimnet::IntfId(name)))
+      return fmt::format("{} is neither a --port nor a port-channel of the configuration", name);
+  }
+  return std::nullopt;
+}
+
+std::optional<Exit> Run::openPorts() {
+  if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
+  // A later configuration may name more of them: `velo show ports` tells.
+  for (const auto& [id, port] : forwarder_.ports()) {
+    if (!port->sink) complain(fmt::format("{} has no --port: what leaves there is lost", id.name()));
+  }
+  // A device that comes back needs a packet socket again; a TAP device is made by who administers networks.
+  std::vector<int> needed = {CAP_NET_RAW};
+  if (ports_.hasTap()) needed.push_back(CAP_NET_ADMIN);
+  if (!capabilitiesKeep(needed).empty()) complain("a device that goes cannot be opened again");
+  return std::nullopt;
+}
+
+std::optional<Exit> Run::openControl() {
+  // Threads of the state and the control plane have no more rights than the agent has now.
+  if (stateFile_) state_ = std::make_unique<StateKeeper>(core_, std::move(stateFile_));
+  control_ = std::make_unique<ControlPlane>(core_, forwarder_, loop_, std::move(files_),
+                                            ControlOptions{.socket = options_.control,
+                                                           .configDir = options_.configDir,
+                                                           .texts = options_.limits,
+                                                           .portStates = [this] { return ports_.states(); },
+                                                           .applied =
+                                                               [this] {
+                                                                 if (state_) state_->handleApplied();
+                                                               }});
+  if (auto wrong = control_->listen()) return refused(exitUnread, "--control: " + *wrong);
+  return std::nullopt;
+}
+
+bool Run::report() const {
+  if (options_.report == FinalReport::none) return true;
+  Report report = makeReport(core_, forwarder_);
+  const LivePorts::Totals& totals = ports_.totals();
+  report.frames = totals.frames;
+  report.bytes = totals.bytes;
+  report.passed = totals.passed;
+  report.dropped = totals.dropped;
+  return print(options_.report == FinalReport::json ? reportJson(report, core_.status())
+                                                    : reportText(report, isatty(STDOUT_FILENO) != 0));
+}
+
+}  // namespace Agent

@@ -1,0 +1,20 @@
+#include <agent/show/Report.h>
+#include <agent/show/Style.h>
+#include <agent/show/Text.h>
+
+namespace Agent {
+
+std::string reportText(const Report& report, bool colour) {
+  const nlohmann::ordered_json document = reportDocument(report, nullptr);
+  const TextStyle how{colour};
+  const Style style(colour);
+  std::string text = listsText(document, how);
+  if (!report.undefined.empty()) text += "\n";
+  if (!report.drops.empty()) text += dropsText(document.at("drops"), how) + "\n";
+  text += portsText(document.at("ports"), how);
+  text += fmt::format("\n{}{} frames, {} bytes: {} passed, {} dropped{}\n", style.bold, report.frames,
+                      report.bytes, report.passed, report.dropped, style.off);
+  return text;
+}
+
+}  // namespace Agent

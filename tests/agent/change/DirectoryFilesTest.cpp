@@ -1,0 +1,341 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "../../support/Sanitizers.h"
+#include "../support/CaptureBytes.h"
+#include "../support/RunningAgent.h"
+
+namespace {
+
+using namespace TestSupport;
+namespace fs = std::filesystem;
+
+std::string listOf(const char* name, const char* rule = "permit ip any any") {
+  return fmt::format("ip access-list {}\n {}\n", name, rule);
+}
+
+class DirectoryFilesTest : public testing::Test {
+ protected:
+  /// An agent with one file, one.acl, that has the list ONE.
+  void start() {
+    const std::map<std::string, std::string> files = {{"one.acl", listOf("ONE")}};
+    agent_.start("", &files);
+    look();
+  }
+  bool defined(const char* list) { return !agent_.show("access-lists", list).contains("error"); }
+  Json bad() { return agent_.show("status").at("configuration").at("bad"); }
+  /// What is wrong with the one file, or the directory, that is bad.
+  std::string wrong() {
+    const Json all = bad();
+    return all.size() == 1 ? all.at(0).at("mistakes").at(0).get<std::string>() : all.dump();
+  }
+  /// Lets the files be looked at once more.
+  void look() {
+    agent_.advance(1.1);
+    agent_.turnsUntil([&] { return !agent_.plane().configuration().busy(); });
+  }
+  void lookUntil(const std::function<bool()>& so) {
+    agent_.advance(1.1);
+    agent_.turnsUntil([&] {
+      agent_.pass(0.1);
+      return so();
+    });
+  }
+  std::string path(const char* name) { return agent_.dirPath() + "/" + name; }
+
+  RunningAgent agent_;
+  const TempDir elsewhere_;
+};
+
+/// Leaves the process no descriptor.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    const rlimit none{static_cast<rlim_t>(next), before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(DirectoryFilesTest, WhatChangedWhileTheDirectoryCouldNotBeReadIsNotForgotten) {
+  if (TestSupport::addressSanitizer) GTEST_SKIP() << "the sanitizer needs descriptors itself";
+  start();
+  agent_.putFile("one.acl", listOf("CHANGED"));
+  agent_.putFile("two.acl", listOf("TWO"));
+  {
+    const NoDescriptors none;
+    lookUntil([&] { return bad().size() == 1; });
+    EXPECT_EQ(wrong(), agent_.dirPath() + ": Too many open files");
+    EXPECT_EQ(bad().at(0).at("kept"), true);
+    look();
+    EXPECT_TRUE(defined("ONE")) << "what was in force is";
+    EXPECT_FALSE(defined("CHANGED"));
+  }
+  lookUntil([&] { return defined("CHANGED") && defined("TWO"); });
+  EXPECT_FALSE(defined("ONE"));
+  EXPECT_TRUE(bad().empty());
+}
+
+/// Leaves the process no watches, by a user namespace of its own; false where there can be none.
+bool noWatchesAreLeft() {
+  if (unshare(CLONE_NEWUSER) != 0) return false;
+  writeFile("/proc/self/uid_map", "0 0 1\n");
+  writeFile("/proc/sys/user/max_inotify_instances", "0\n");
+  return inotify_init1(0) < 0;
+}
+
+TEST_F(DirectoryFilesTest, AreLookedAtWhereNothingCanBeWatched) {
+  constexpr int noNamespace = 9;
+  const auto inNamespace = [this] {
+    if (!noWatchesAreLeft()) std::_Exit(noNamespace);
+    start();
+    agent_.putFile("two.acl", listOf("TWO"));
+    lookUntil([&] { return defined("TWO"); });
+    std::_Exit(defined("ONE") ? 0 : 1);
+  };
+  const auto ended = [](int status) {
+    return WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == noNamespace);
+  };
+  EXPECT_EXIT(inNamespace(), ended, "changes in .* are seen once a second only: Too many open files|^$");
+}
+
+TEST_F(DirectoryFilesTest, AFileThatCannotBeReadIsTriedAgain) {
+  start();
+  fs::rename(path("one.acl"), elsewhere_ / "one.acl");
+  fs::create_symlink(elsewhere_ / "one.acl", path("one.acl"));
+  fs::rename(elsewhere_ / "one.acl", elsewhere_ / "away");
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong(), path("one.acl") + ": No such file or directory");
+  EXPECT_TRUE(defined("ONE"));
+  fs::rename(elsewhere_ / "away", elsewhere_ / "one.acl");  // nobody is told of that
+  lookUntil([&] { return bad().empty(); });
+  EXPECT_TRUE(defined("ONE"));
+}
+
+TEST_F(DirectoryFilesTest, WhatIsBehindALinkIsFollowed) {
+  start();
+  writeFile(elsewhere_ / "two", listOf("TWO"));
+  fs::create_symlink(elsewhere_ / "two", path("two.acl"));
+  lookUntil([&] { return defined("TWO"); });
+  writeFile(elsewhere_ / "two", listOf("OWT"));  // as large as before
+  lookUntil([&] { return defined("OWT") && !defined("TWO"); });
+}
+
+TEST_F(DirectoryFilesTest, AFileIsReadWhenItChangedAndElseLeftAlone) {
+  start();
+  agent_.putFile("bad.acl", "nonsense\n");
+  lookUntil([&] { return bad().size() == 1; });
+  const int watch = inotify_init1(IN_NONBLOCK);
+  inotify_add_watch(watch, agent_.dirPath().c_str(), IN_ACCESS);
+  const auto reads = [watch] {
+    pollfd asked{watch, POLLIN, 0};
+    return poll(&asked, 1, 0) == 1;
+  };
+  for (int i = 0; i < 5; ++i) look();
+  EXPECT_FALSE(reads()) << "neither a good nor a bad file is read again and again";
+  const double applied = agent_.show("status").at("configuration").at("sources").at(1).at("applied");
+  for (const char* name : {"bad.acl", "one.acl"})
+    fs::last_write_time(path(name), fs::file_time_type::clock::now());
+  lookUntil(reads);
+  look();
+  EXPECT_EQ(bad().size(), 1u) << "bad as before";
+  EXPECT_EQ(agent_.show("status").at("configuration").at("sources").at(1).at("applied"), applied)
+      << "the same content is no change";
+  close(watch);
+}
+
+TEST_F(DirectoryFilesTest, AContentThatSaysTheSameIsNoChange) {
+  start();
+  const double applied = agent_.show("status").at("configuration").at("sources").at(1).at("applied");
+  agent_.putFile("one.acl", "nonsense\n");
+  lookUntil([&] { return bad().size() == 1; });
+  agent_.putFile("one.acl", "! a comment\n" + listOf("ONE"));
+  lookUntil([&] { return bad().empty(); });
+  EXPECT_EQ(agent_.show("status").at("configuration").at("sources").at(1).at("applied"), applied);
+}
+
+TEST_F(DirectoryFilesTest, OnlyFilesAreRead) {
+  start();
+  ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  fs::create_symlink("/dev/zero", path("zero"));
+  lookUntil([&] { return bad().size() == 2; });
+  EXPECT_EQ(bad().at(0).at("mistakes").at(0), path("pipe") + ": is a pipe, not a regular file");
+  EXPECT_EQ(bad().at(1).at("mistakes").at(0), path("zero") + ": is a device, not a regular file");
+  EXPECT_EQ(bad().at(0).at("kept"), false);
+  EXPECT_EQ(agent_.apply(listOf("APPLIED")).at("applied"), true);
+
+  ASSERT_EQ(mkfifo((elsewhere_ / "pipe").c_str(), 0600), 0);
+  fs::rename(elsewhere_ / "pipe", path("one.acl"));
+  lookUntil([&] { return bad().size() == 3; });
+  EXPECT_TRUE(defined("ONE")) << "its last content stays";
+  for (const char* name : {"pipe", "zero", "one.acl"}) fs::remove(path(name));
+  lookUntil([&] { return bad().empty() && !defined("ONE"); });
+}
+
+TEST_F(DirectoryFilesTest, AFileIsNoLargerThanAllowedNorAllTogether) {
+  agent_.textLimitsAre({100, 150});
+  start();
+  const std::string comment = "! " + std::string(71, 'x') + "\n";
+  agent_.putFile("large.acl", listOf("LARGE") + comment);
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_NE(wrong().find("large.acl: is larger than the "), std::string::npos) << wrong();
+  agent_.putFile("large.acl", comment);
+  lookUntil([&] { return bad().empty(); });
+  agent_.putFile("zmore.acl", listOf("MORE"));
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_NE(wrong().find("zmore.acl: with the texts before it"), std::string::npos) << wrong();
+  fs::remove(path("large.acl"));
+  lookUntil([&] { return defined("MORE") && bad().empty(); });
+}
+
+TEST_F(DirectoryFilesTest, ADirectoryAndAFileOfItsNameAreBadEachForItself) {
+  const fs::path before = fs::current_path();
+  fs::current_path(elsewhere_.path());
+  agent_.dirPathIs("acl");
+  const std::map<std::string, std::string> files = {{"acl", listOf("ONE")}, {"other", listOf("TWO")}};
+  agent_.start("", &files);
+  look();
+  agent_.putFile("acl", "nonsense\n");
+  lookUntil([&] { return bad().size() == 1; });
+  {
+    const NoDescriptors none;
+    lookUntil([&] { return bad().size() == 2; });
+    EXPECT_EQ(bad().at(0).at("mistakes").at(0), "acl: Too many open files");
+    EXPECT_EQ(bad().at(0).at("kept"), true);
+    EXPECT_EQ(bad().at(1).at("name"), "acl");
+  }
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong().substr(0, 10), "acl/acl:1:") << "the file is as bad as before";
+  fs::current_path(before);
+}
+
+TEST_F(DirectoryFilesTest, ADirectoryThatIsMovedAwayAndBackIsReadOn) {
+  start();
+  fs::rename(agent_.dirPath(), elsewhere_ / "config");
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong(), agent_.dirPath() + ": No such file or directory");
+  EXPECT_TRUE(defined("ONE"));
+  writeFile(elsewhere_ / "config/one.acl", listOf("CHANGED"));
+  look();
+  fs::rename(elsewhere_ / "config", agent_.dirPath());
+  lookUntil([&] { return defined("CHANGED") && bad().empty(); });
+  EXPECT_FALSE(defined("ONE"));
+}
+
+TEST_F(DirectoryFilesTest, AFileThatGrowsWhileItIsReadIsReadWhenItIsWhole) {
+  start();
+  std::atomic<bool> stop = false;
+  agent_.putFile("one.acl", listOf("GROWN") + std::string(20 << 20, '\n'));
+  std::thread writer([&] {
+    std::ofstream file(path("one.acl"), std::ios::app);
+    while (!stop && file.tellp() < (50 << 20)) file << '\n' << std::flush;
+  });
+  lookUntil([&] { return bad().size() == 1; });
+  EXPECT_EQ(wrong(), path("one.acl") + ": changed while it was read");
+  stop = true;
+  writer.join();
+  lookUntil([&] { return defined("GROWN") && bad().empty(); });
+  EXPECT_FALSE(defined("ONE"));
+}
+
+TEST_F(DirectoryFilesTest, AnApplyWhileFilesAreReadLosesNeither) {
+  start();
+  agent_.putFile("two.acl", listOf("TWO") + std::string(50 << 20, '\n'));
+  agent_.advance(1.1);
+  agent_.turns(1);
+  ASSERT_FALSE(defined("TWO"));
+  EXPECT_EQ(agent_.apply(listOf("APPLIED")).at("applied"), true);
+  EXPECT_FALSE(defined("TWO")) << "it is still being read";
+  lookUntil([&] { return defined("TWO"); });
+  EXPECT_TRUE(defined("APPLIED"));
+  EXPECT_TRUE(defined("ONE"));
+  look();
+  EXPECT_TRUE(bad().empty());
+}
+
+TEST_F(DirectoryFilesTest, AConflictThatEndsWhileFilesAreReadIsTriedAgain) {
+  RunningAgent& agent = agent_;
+  const std::map<std::string, std::string> files = {{"a.acl", listOf("A")}};
+  agent.start("port-channel po1 members eth5\n", &files);
+  const auto has = [&](const char* list) { return !agent.show("access-lists", list).contains("error"); };
+  const auto until = [&](const std::function<bool()>& so) {
+    agent.turnsUntil([&] {
+      agent.pass(0.1);
+      return so();
+    });
+  };
+  agent.putFile("b.acl", listOf("B") + "port-channel po2 members eth5\n");
+  until([&] { return agent.show("status").at("configuration").at("bad").size() == 1; });
+  agent.putFile("c.acl", listOf("C") + std::string(50 << 20, '\n'));
+  agent.advance(1.1);
+  agent.turns(1);
+  EXPECT_EQ(agent.apply("port-channel po1 members eth6\n").at("applied"), true);
+  EXPECT_FALSE(has("C")) << "it is still being read";
+  until([&] { return has("B") && has("C"); });
+}
+
+TEST_F(DirectoryFilesTest, AFileThatFailsAgainAndAgainDoesNotPutOffTheOthers) {
+  for (const char* name : {"a", "b"}) writeFile(elsewhere_ / name, listOf("A"));
+  Kiv::ManualClock clock;
+  Agent::EventLoop loop(clock, clock);
+  int looks = 0;
+  std::vector<std::string> found;
+  Agent::DirectoryFiles files(
+      loop, elsewhere_.path(), {}, {}, [] { return true; },
+      [&](Agent::DirectoryFiles::Found told) {
+        ++looks;
+        for (const auto& change : told.changes) found.push_back(change.source);
+      });
+  const auto lookOnce = [&] {
+    const int before = looks;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    clock.advance(Kelp::Duration(1.1));
+    while (looks == before && std::chrono::steady_clock::now() < end) loop.turn(1);
+    ASSERT_GT(looks, before);
+  };
+  while (found.size() < 2) lookOnce();
+  found.clear();
+  files.failed("a", "no memory");
+  const int from = looks;
+  while (looks < from + 20) lookOnce();
+  files.failed("b", "no memory");
+  while (found.empty() && looks < from + 60) lookOnce();
+  EXPECT_EQ(looks, from + 30);
+  EXPECT_EQ(found, (std::vector<std::string>{"a", "b"}));
+}
+
+TEST_F(DirectoryFilesTest, AFileThatIsStillAConflictIsNotReadAgain) {
+  const std::map<std::string, std::string> files = {{"a.acl", "port-channel po1 members eth5\n"}};
+  agent_.start("", &files);
+  look();
+  agent_.putFile("b.acl", listOf("B") + "port-channel po2 members eth5\n");
+  lookUntil([&] { return bad().size() == 1; });
+  fs::last_write_time(path("b.acl"), fs::file_time_type::clock::now());
+  look();
+  EXPECT_EQ(bad().size(), 1u);
+  agent_.putFile("a.acl", "port-channel po1 members eth6\n");
+  lookUntil([&] { return bad().empty() && defined("B"); });
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+#include <agent/control/OffLine.h>
+
+#include <gmock/gmock.h>
+
+#include "../support/CaptureBytes.h"
+#include "../support/Run.h"
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace TestSupport;
+using testing::HasSubstr;
+
+TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
+  const TempDir dir;
+  writeFile(dir / "good.acl",
+            "ip access-list A\n permit ip any any mirror session S\nip access-list FREE\n"
+            "interface eth1\n ip access-group A in\n ip access-group MISSING out\n");
+  writeFile(dir / "bad.acl", "ip access-list A\n permit\n 10 deny any\n");
+  writeFile(dir / "channels.acl", "port-channel po1 members a\n");
+  writeFile(dir / "d", "port-channel po2 members a\n");
+
+  const auto good = Agent::checkDocument({dir / "good.acl"}, "");
+  EXPECT_TRUE(good.at("mistakes").empty());
+  EXPECT_EQ(
+      Agent::checkText(good),
+      "warning: interface eth1: ip access-list MISSING is bound out but not defined: everything passes it\n"
+      "warning: ip access-list FREE is bound nowhere\n"
+      "warning: ip access-list A rule 10: mirror session S is not defined\n"
+      "no mistake: 2 lists, 1 rule, 2 bindings\n");
+
+  const Ran bad = runVelo({"check", dir / "bad.acl", dir / "none.acl"});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.out, "");
+  EXPECT_THAT(bad.err, HasSubstr("none.acl: No such file"));
+  EXPECT_THAT(bad.err, HasSubstr("bad.acl:2:8: found the end of the line"));
+  EXPECT_THAT(bad.err, HasSubstr("bad.acl:3:10: found \"any\""));
+
+  const Ran json = runVelo({"check", dir / "good.acl", "--json"});
+  EXPECT_EQ(json.status, 0) << json.err;
+  EXPECT_EQ(nlohmann::json::parse(json.out).at("rules"), 1);
+  EXPECT_EQ(runVelo({"check"}).status, 2) << "nothing to check";
+}
+
+TEST(Check, SeesWhatIsWrongOnlyTogether) {
+  const TempDir dir, sources;
+  writeFile(dir / "channels.acl", "port-channel po1 members a\n");
+  writeFile(sources / "other", "port-channel po2 members a\n");
+  const auto document = Agent::checkDocument({dir / "channels.acl"}, sources.path());
+  ASSERT_EQ(document.at("mistakes").size(), 1u);
+  EXPECT_EQ(document.at("mistakes").at(0), "port-channel po2: a is a member of po1 already");
+}
+
+TEST(Check, ExplainsByFilesAlone) {
+  const TempDir dir;
+  writeFile(dir / "a.acl",
+            "ip access-list A\n 10 deny udp any any eq 53\n 20 permit ip any any\ninterface eth2\n ip "
+            "access-group A out\n");
+  const std::vector<std::string> explain = {"explain", "--config", dir / "a.acl", "--port",
+                                            "eth1",    "--out",    "eth2",        "--in"};
+  const auto with = [&explain](std::vector<std::string> more) {
+    auto arguments = explain;
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return runVelo(arguments);
+  };
+  const Ran dropped = with({"udp 192.0.2.1:1 > 192.0.2.2:domain"});
+  EXPECT_EQ(dropped.status, 0) << dropped.err << "an explanation of a drop is no failure";
+  EXPECT_THAT(dropped.out, HasSubstr("rule 10 decides: deny   (deny udp any any eq 53)"));
+  EXPECT_THAT(dropped.out, HasSubstr("drop out, on eth2: dropping pkt"));
+  const Ran passed = with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--json"});
+  EXPECT_EQ(nlohmann::json::parse(passed.out).at("egress").at(0).at("verdict"), "pass");
+  EXPECT_EQ(with({"upd 192.0.2.1:1 > 192.0.2.2:54"}).status, 2);
+  EXPECT_THAT(with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--control", dir / "x", "--config", dir / "none"}).err,
+              HasSubstr("none: No such file"));
+  const Ran alone =
+      runVelo({"explain", "--port", "eth1", "--in", "arp 192.0.2.1 > 192.0.2.2", "--control", dir / "none"});
+  EXPECT_EQ(alone.status, 1);
+  EXPECT_THAT(alone.err, HasSubstr("is the agent running?"));
+}
+
+}  // namespace

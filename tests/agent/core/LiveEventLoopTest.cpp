@@ -1,0 +1,217 @@
+#include <Zeb/System.h>
+#include <agent/core/Descriptor.h>
+#include <agent/core/EventLoop.h>
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <string>
+
+namespace {
+
+using Agent::Descriptor;
+using Agent::EventLoop;
+
+/// A descriptor that is readable when it is told to be.
+class Bell {
+ public:
+  void ring() { EXPECT_EQ(eventfd_write(fd(), 1), 0); }
+  void silence() {
+    eventfd_t count = 0;
+    eventfd_read(fd(), &count);
+  }
+  int fd() const { return fd_.get(); }
+  void close() { fd_.reset(); }
+
+ private:
+  Descriptor fd_{eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)};
+};
+
+class CountingPoller final : public Agent::Poller {
+ public:
+  bool poll() override {
+    ++polls;
+    if (log) *log += 'p';
+    return --left > 0;
+  }
+  int left = 0;
+  int polls = 0;
+  std::string* log = nullptr;
+};
+
+class EventLoopTest : public testing::Test {
+ protected:
+  Kelp::Ptr<Kiv::TimerTask> task(const char* name, std::function<void()> dispatch) {
+    auto made = Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, name);
+    made->dispatchIs(std::move(dispatch));
+    return made;
+  }
+
+  Kiv::ManualClock clock_{Kelp::Duration(100)}, wall_{Kelp::Duration(5000)};
+  EventLoop loop_{clock_, wall_};
+};
+
+TEST_F(EventLoopTest, AHandlerIsCalledWhileItsDescriptorIsReadable) {
+  Bell bell;
+  int calls = 0;
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t events) {
+    EXPECT_EQ(events, uint32_t{EPOLLIN});
+    ++calls;
+  });
+  loop_.turn(0);
+  EXPECT_EQ(calls, 0);
+  bell.ring();
+  loop_.turn(0);
+  loop_.turn(0);
+  EXPECT_EQ(calls, 2) << "nobody has read it";
+  bell.silence();
+  loop_.turn(0);
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(EventLoopTest, AHandlerMayRemoveItselfAndOthers) {
+  Bell first, second;
+  first.ring();
+  second.ring();
+  int calls = 0;
+  const auto removeBoth = [&](uint32_t) {
+    // What the handler holds is there to its end.
+    const std::string held = "still here";
+    loop_.fdDel(first.fd());
+    loop_.fdDel(second.fd());
+    EXPECT_EQ(held, "still here");
+    ++calls;
+  };
+  loop_.fdIs(first.fd(), EPOLLIN, removeBoth);
+  loop_.fdIs(second.fd(), EPOLLIN, removeBoth);
+  loop_.turn(0);
+  loop_.turn(0);
+  EXPECT_EQ(calls, 1) << "the second was readable, too, and is not called behind its removal";
+}
+
+TEST_F(EventLoopTest, AnEventIsNotTakenForThatOfADescriptorOfTheSameNumber) {
+  Bell first, second;
+  int stale = 0, fresh = 0;
+  const auto replace = [&](Bell& other) {
+    return [&](uint32_t) {
+      const int number = other.fd();
+      loop_.fdDel(number);
+      other.close();
+      Bell made;
+      if (made.fd() != number) return;
+      loop_.fdIs(number, EPOLLIN, [&](uint32_t) { ++fresh; });
+      made.close();
+      ++stale;
+    };
+  };
+  loop_.fdIs(first.fd(), EPOLLIN, replace(second));
+  loop_.fdIs(second.fd(), EPOLLIN, replace(first));
+  first.ring();
+  second.ring();
+  loop_.turn(0);
+  EXPECT_EQ(stale, 1);
+  EXPECT_EQ(fresh, 0) << "the event was the closed descriptor's";
+}
+
+TEST_F(EventLoopTest, TasksRunWhenTheirTimeHasComeByTheClock) {
+  int runs = 0;
+  const auto timer = task("timer", [&] { ++runs; });
+  timer->scheduleTaskDelay(Kelp::Duration(5));
+  loop_.turn(0);
+  EXPECT_EQ(runs, 0);
+  clock_.advance(Kelp::Duration(5));
+  loop_.turn(-1);
+  EXPECT_EQ(runs, 1) << "and nobody has waited for a descriptor";
+}
+
+TEST_F(EventLoopTest, PacketsTasksAndHandlersTakeTurnsUnderLoad) {
+  std::string log;
+  CountingPoller poller;
+  poller.left = 1000;
+  poller.log = &log;
+  loop_.pollerIs(&poller);
+  Bell bell;
+  bell.ring();
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) { log += 'h'; });
+  Kelp::Ptr<Kiv::TimerTask> busy = task("busy", [&] {
+    log += 't';
+    busy->scheduleTask();
+  });
+  busy->scheduleTask();
+  for (int i = 0; i < 5; ++i) loop_.turn(-1);
+  EXPECT_EQ(log, "hpthpthpthpthpt");
+  busy->cancelTask();
+  busy->dispatchIs(nullptr);
+  loop_.pollerDel(&poller);
+}
+
+TEST_F(EventLoopTest, PacketsWaitForAThirdOfASliceOfHandlersAndTasksTogether) {
+  const bool alwaysYielded = Kiv::alwaysYield();
+  Kiv::alwaysYieldIs(false);
+  const auto scheduler = Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  scheduler->sliceClockIs(clock_);
+  const Kelp::Duration piece(Kiv::TaskScheduler::defaultSlice.seconds() * 0.15);
+  std::string log;
+  CountingPoller packets;
+  packets.log = &log;
+  loop_.pollerIs(&packets);
+  const auto a = task("a", [&] {
+    log += 'a';
+    clock_.advance(piece);
+  });
+  Kelp::Ptr<Kiv::TimerTask> b;
+  b = task("b", [&] {
+    do {
+      log += 'b';
+      clock_.advance(piece);
+    } while (!b->taskShouldYield());
+    b->scheduleTask();
+  });
+  a->scheduleTask();
+  b->scheduleTask();
+  for (int i = 0; i < 2; ++i) loop_.turn(0);
+  EXPECT_EQ(log, "pabbpbbb") << "the third piece of a turn is the one in which a third of a slice ends";
+  log.clear();
+  Bell bell;
+  bell.ring();
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) {
+    log += 'h';
+    clock_.advance(Kelp::Duration(2 * piece.seconds()));
+  });
+  loop_.turn(0);
+  EXPECT_EQ(log, "hpb");
+  loop_.fdDel(bell.fd());
+  b->cancelTask();
+  for (const auto& one : {a, b}) one->dispatchIs(nullptr);
+  loop_.pollerDel(&packets);
+  scheduler->sliceClockIs(Kiv::steadyClock());
+  Kiv::alwaysYieldIs(alwaysYielded);
+}
+
+TEST_F(EventLoopTest, APollerThatMayHaveMoreIsAskedAgainWithoutWaiting) {
+  CountingPoller poller;
+  poller.left = 3;
+  loop_.pollerIs(&poller);
+  Bell bell;
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) { loop_.stop(); });
+  loop_.turn(-1);
+  loop_.turn(-1);
+  loop_.turn(-1);
+  EXPECT_EQ(poller.polls, 3) << "it had more twice, so that no turn has waited for the bell";
+  bell.ring();
+  loop_.run();
+  EXPECT_EQ(poller.polls, 4) << "stopped from within, at the end of the turn";
+  loop_.pollerDel(&poller);
+}
+
+TEST_F(EventLoopTest, TheTimeOfATurnStandsStill) {
+  EXPECT_EQ(loop_.turnClock().now(), Kelp::Duration(100));
+  clock_.advance(Kelp::Duration(1));
+  wall_.advance(Kelp::Duration(2));
+  EXPECT_EQ(Zeb::System::currentTime(), Kelp::Duration(5000)) << "no turn has begun since";
+  loop_.turn(0);
+  EXPECT_EQ(loop_.turnClock().now(), Kelp::Duration(101));
+  EXPECT_EQ(Zeb::System::currentTime(), Kelp::Duration(5002));
+}
+
+}  // namespace

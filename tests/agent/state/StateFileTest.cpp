@@ -1,0 +1,264 @@
+#include <agent/state/StateFile.h>
+#include <agent/state/StateWriter.h>
+#include <agent/state/Table.h>
+#include <gmock/gmock.h>
+
+#include "../support/CaptureBytes.h"
+#include "../support/Run.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using namespace Agent;
+using namespace TestSupport;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+Saved::State someState() {
+  Saved::State state;
+  state.highestId = (uint64_t{1} << 63) + 7;
+  state.rules = {{"cli", Acl::AclType::ip, "A", 10, state.highestId, "permit ip any any"},
+                 {"cli", Acl::AclType::ip, "A", 4294967295, 5, "deny ip any any"},
+                 {"input/cli", Acl::AclType::mac, "A", 10, 6, ""}};
+  state.counters = {{"C", Acl::AclDirection::in, Acl::AclType::ip, "A", state.highestId, 3, INT64_MAX, 1.5},
+                    {"C", Acl::AclDirection::out, Acl::AclType::ip, "A", state.highestId, 4, 400, 0.0}};
+  state.lists = {{Acl::AclType::ip, "A", 12.25, 9, 1, 2.5}, {Acl::AclType::ipv6, "B", 0, 0, 0, 0}};
+  state.ruleStatus = {{Acl::AclType::ip, "A", state.highestId, 3, 1.5}};
+  state.bindings = {{Acl::AclType::mac, Acl::AclDirection::out, "eth1", "A"}};
+  return state;
+}
+
+template <class Row>
+void expectSame(const std::vector<Row>& a, const std::vector<Row>& b, const char* what) {
+  ASSERT_EQ(a.size(), b.size()) << what;
+  for (size_t i = 0; i < a.size(); ++i) {
+    EXPECT_TRUE(Saved::key(a[i]) == Saved::key(b[i]) && Saved::value(a[i]) == Saved::value(b[i]))
+        << what << " " << i;
+  }
+}
+
+void expectSame(const Saved::State& a, const Saved::State& b) {
+  expectSame(a.rules, b.rules, "rule");
+  expectSame(a.counters, b.counters, "counter");
+  expectSame(a.lists, b.lists, "list");
+  expectSame(a.ruleStatus, b.ruleStatus, "rule status");
+  expectSame(a.bindings, b.bindings, "binding");
+}
+
+class StateFileTest : public testing::Test {
+ protected:
+  std::unique_ptr<StateFile> open() {
+    message_.clear();
+    return StateFile::open(path_, &message_);
+  }
+  void written(const Saved::State& state) {
+    const auto file = open();
+    ASSERT_TRUE(file) << message_;
+    const auto wrong = file->write(state);
+    ASSERT_FALSE(wrong) << *wrong;
+  }
+
+  const TempDir dir_;
+  const std::string path_ = dir_ / "state";
+  std::string message_;
+};
+
+TEST_F(StateFileTest, WhatWasWrittenIsReadAgain) {
+  written(someState());
+  const auto file = open();
+  ASSERT_TRUE(file);
+  EXPECT_EQ(message_, "");
+  expectSame(file->state(), someState());
+}
+
+TEST_F(StateFileTest, WhatIsGoneIsGoneAndWhatChangedIsChanged) {
+  written(someState());
+  Saved::State next = someState();
+  next.rules.erase(next.rules.begin());  // the first, the last and one between
+  next.rules.pop_back();
+  next.rules.push_back({"aaa", Acl::AclType::ip, "A", 1, 11, "put before the others"});
+  next.counters.front().packets = 77;
+  next.lists.front().implicitId = 10;
+  next.bindings.clear();
+  written(next);
+  std::swap(next.rules[0], next.rules[1]);
+  const auto file = open();
+  ASSERT_TRUE(file);
+  expectSame(file->state(), next);
+}
+
+TEST_F(StateFileTest, ACountIsAtMostWhatTheFileCanHold) {
+  Saved::State state = someState();
+  state.counters.front().bytes = UINT64_MAX;
+  written(state);
+  expectSame(open()->state(), someState());
+  EXPECT_EQ(message_, "");
+}
+
+TEST_F(StateFileTest, RulesThatDidNotChangeNeedNotBeRepeated) {
+  const auto file = open();
+  ASSERT_FALSE(file->write(someState()));
+  Saved::State next = someState();
+  next.counters.front().packets = 77;
+  for (int i = 0; i < 2; ++i) {
+    Saved::State without = next;
+    without.rules.clear();
+    without.rulesUnchanged = true;
+    ASSERT_FALSE(file->write(without));
+    expectSame(file->state(), next);
+  }
+}
+
+TEST_F(StateFileTest, OfStatesThatComeTooFastTheLastCountsWithTheLastRules) {
+  {
+    StateWriter writer(open());
+    for (int i = 1; i <= 100; ++i) {
+      Saved::State state = someState();
+      state.counters.front().packets = static_cast<uint64_t>(i);
+      state.rulesUnchanged = i > 1;
+      if (i > 1) state.rules.clear();
+      writer.put(std::move(state));
+    }
+    EXPECT_FALSE(writer.takeFailure());
+  }
+  Saved::State last = someState();
+  last.counters.front().packets = 100;
+  expectSame(open()->state(), last);
+}
+
+TEST_F(StateFileTest, ItIsAheadOfTheIdsThatAreGivenOut) {
+  written(someState());
+  const uint64_t first = open()->state().highestId;
+  EXPECT_GE(first, someState().highestId + 100000) << "those given out since the last write";
+  written(someState());
+  EXPECT_EQ(open()->state().highestId, first) << "far enough";
+  Saved::State later = someState();
+  later.highestId = first;
+  written(later);
+  EXPECT_GT(open()->state().highestId, first + 100000);
+}
+
+TEST_F(StateFileTest, AFileThatCannotBeUsedIsSetAside) {
+  struct Row {
+    const char* why;
+    void (*damage)(const std::string& path);
+    const char* text;
+  };
+  const auto sql = [](const std::string& path, const char* text) { Database(path).run(text); };
+  static const auto run = sql;
+  for (const Row& row : {
+           Row{"it is no database", [](const std::string& path) { writeFile(path, std::string(9000, 'x')); },
+               "not a database"},
+           Row{"it is of another program",
+               [](const std::string& path) { run(path, "PRAGMA application_id = 1"); },
+               "no state of this agent"},
+           Row{"it is of another version",
+               [](const std::string& path) { run(path, "PRAGMA user_version = 99"); }, "of version 99"},
+           Row{"a page is overwritten",
+               [](const std::string& path) {
+                 std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+                 file.seekp(4096);
+                 file << std::string(4096, '\xff');
+               },
+               ""},
+           Row{"its end is missing",
+               [](const std::string& path) { fs::resize_file(path, fs::file_size(path) / 2); }, ""},
+           Row{"a table is missing", [](const std::string& path) { run(path, "DROP TABLE rule"); },
+               "tables are not those"},
+           Row{"a table has a column more",
+               [](const std::string& path) { run(path, "ALTER TABLE rule ADD COLUMN more DEFAULT 0"); },
+               "tables are not those"},
+           Row{"a table has a column less",
+               [](const std::string& path) { run(path, "ALTER TABLE counter DROP COLUMN bytes"); },
+               "tables are not those"},
+           Row{"there is a table more", [](const std::string& path) { run(path, "CREATE TABLE more(a)"); },
+               "tables are not those"},
+           Row{"a rule has the id that stands for none",
+               [](const std::string& path) { run(path, "UPDATE rule SET id = 0"); }, "stands for none"},
+           Row{"a rule has the largest id",
+               [](const std::string& path) { run(path, "UPDATE rule SET id = -1 WHERE sequence = 10"); },
+               "stands for none"},
+           Row{"a counter has it",
+               [](const std::string& path) {
+                 run(path, "UPDATE counter SET id = -1 WHERE direction = 'in'");
+               },
+               "stands for none"},
+           Row{"a rule's status has it",
+               [](const std::string& path) { run(path, "UPDATE ruleStatus SET id = -1"); },
+               "stands for none"},
+           Row{"an implicit rule has it",
+               [](const std::string& path) { run(path, "UPDATE list SET implicitId = -1"); },
+               "stands for none"},
+           Row{"the mark of used ids is the largest one",
+               [](const std::string& path) { run(path, "UPDATE ids SET given = -1"); }, "leaves none"},
+           Row{"the mark of used ids leaves no room",
+               [](const std::string& path) { run(path, "UPDATE ids SET given = -1000"); }, "leaves none"},
+           Row{"the mark of used ids is behind a rule",
+               [](const std::string& path) { run(path, "UPDATE ids SET given = 9"); }, "beyond the mark"},
+           Row{"it is behind an implicit rule alone",
+               [](const std::string& path) {
+                 for (const char* table : {"rule", "counter", "ruleStatus"})
+                   Database(path).run(fmt::format("DELETE FROM {}", table));
+                 run(path, "UPDATE ids SET given = 8");
+               },
+               "beyond the mark"},
+           Row{"there is no mark of used ids", [](const std::string& path) { run(path, "DELETE FROM ids"); },
+               "not one mark"},
+           Row{"there are two", [](const std::string& path) { run(path, "INSERT INTO ids VALUES(7)"); },
+               "not one mark"},
+           Row{"a time has no end",
+               [](const std::string& path) { run(path, "UPDATE list SET lastMatch = 9e999"); },
+               "out of its range"},
+           Row{"a value is of another type",
+               [](const std::string& path) { run(path, "UPDATE counter SET packets = 'many'"); }, "type"},
+           Row{"a number is larger than its field",
+               [](const std::string& path) {
+                 run(path, "UPDATE rule SET sequence = 4294967306 WHERE id = 5");
+               },
+               "out of its range"},
+           Row{"a number is below none",
+               [](const std::string& path) { run(path, "UPDATE rule SET sequence = -1 WHERE id = 5"); },
+               "out of its range"},
+           Row{"a count is below none",
+               [](const std::string& path) { run(path, "UPDATE counter SET packets = -5"); },
+               "out of its range"},
+           Row{"a word is not known",
+               [](const std::string& path) { run(path, "UPDATE list SET type = 'ipx'"); }, "word"},
+       }) {
+    SCOPED_TRACE(row.why);
+    fs::remove(path_);
+    fs::remove(path_ + ".aside");
+    written(someState());
+    row.damage(path_);
+    {
+      const auto file = open();
+      ASSERT_TRUE(file) << message_;
+      EXPECT_THAT(message_, HasSubstr(path_));
+      EXPECT_THAT(message_, HasSubstr(row.text));
+      EXPECT_THAT(message_, HasSubstr("set aside as " + path_ + ".aside"));
+      EXPECT_TRUE(fs::exists(path_ + ".aside"));
+      EXPECT_TRUE(file->state().rules.empty());
+      EXPECT_FALSE(file->write(someState()));
+    }
+    expectSame(open()->state(), someState());
+    EXPECT_EQ(message_, "");
+  }
+}
+
+TEST_F(StateFileTest, AFileInUseIsLeftAlone) {
+  const auto first = open();
+  ASSERT_FALSE(first->write(someState()));
+  EXPECT_FALSE(open());
+  EXPECT_THAT(message_, HasSubstr("locked"));
+  EXPECT_FALSE(fs::exists(path_ + ".aside"));
+}
+
+TEST_F(StateFileTest, APlaceWhereNoFileCanBeIsSaid) {
+  std::string message;
+  EXPECT_FALSE(StateFile::open(dir_ / "no/such/folder", &message));
+  EXPECT_THAT(message, HasSubstr("unable to open"));
+}
+
+}  // namespace

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <agent/control/ControlPlane.h>
+#include <gtest/gtest.h>
+
+#include "../../support/Frames.h"
+#include "Run.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace TestSupport {
+
+using Json = nlohmann::ordered_json;
+
+/// A frame from 192.0.2.1 to 198.51.100.7.
+inline Bytes udpTo(uint16_t port) {
+  return frame().eth().ip4("192.0.2.1", "198.51.100.7").udp(1024, port).bytes();
+}
+
+/// An agent without live ports that is driven by turns of its loop and a clock that stands still until it is
+/// told to go on.
+class RunningAgent {
+ public:
+  static constexpr double startTime = 1700000000;
+
+  RunningAgent();
+  ~RunningAgent();
+
+  /// Puts a configuration in force and makes the control plane, with a socket at socketPath(). `dir` are
+  /// files of a configuration directory; null: there is none.
+  void start(const std::string& text, const std::map<std::string, std::string>* dir = nullptr,
+             Agent::ControlLimits limits = {});
+  /// How much text the files of the directory may have; before start().
+  void textLimitsAre(Agent::TextLimits limits) { textLimits_ = limits; }
+  /// Joins two interfaces.
+  void patch(const char* a, const char* b);
+
+  /// Carries out a request as a client that may change things, and waits for the answer: the document, or the
+  /// object with the member `error`.
+  Json ask(const Json& request) { return ask(request, session(), true); }
+  Json ask(const Json& request, Agent::Session& session, bool mayChange);
+  Json show(const char* what, const std::string& name = {});
+  /// Has a configuration applied; the answer.
+  Json apply(const std::string& text, bool dryRun = false);
+  Agent::Session& session();
+
+  Agent::Verdict receive(const char* port, const Bytes& frame);
+
+  /// Turns until nothing is due; and until something is so, for at most ten seconds of real time.
+  void turns(int count = 50);
+  void turnsUntil(const std::function<bool()>& done);
+  void advance(double seconds);
+  /// Lets time pass without a turn.
+  void pass(double seconds);
+
+  std::string socketPath() const { return temp_ / "control"; }
+  std::string dirPath() const { return dir_.empty() ? temp_ / "config" : dir_; }
+  /// Where the configuration directory is to be; before start().
+  void dirPathIs(const std::string& path) { dir_ = path; }
+  /// Puts a file into the directory as editors do: written aside, then renamed.
+  void putFile(const std::string& name, const std::string& text);
+
+  Agent::EventLoop& loop() { return *loop_; }
+  Agent::Core& core() { return *core_; }
+  Agent::Forwarder& forwarder() { return *forwarder_; }
+  Agent::ControlPlane& plane() { return *plane_; }
+
+ private:
+  TempDir temp_;
+  std::string dir_;
+  Agent::TextLimits textLimits_;
+  Kiv::ManualClock clock_;
+  Kiv::ManualClock wall_{Kelp::Duration(startTime)};
+  std::unique_ptr<Agent::EventLoop> loop_;
+  std::unique_ptr<Agent::Core> core_;
+  std::unique_ptr<Agent::Forwarder> forwarder_;
+  std::unique_ptr<Agent::ControlPlane> plane_;
+  std::unique_ptr<Agent::Session> session_;
+};
+
+/// A client of the socket that never waits.
+class SocketClient {
+ public:
+  explicit SocketClient(RunningAgent& agent);
+  ~SocketClient();
+  SocketClient(const SocketClient&) = delete;
+  SocketClient& operator=(const SocketClient&) = delete;
+
+  /// Sends what the socket takes; how many octets that were.
+  size_t send(std::string_view text);
+  /// Takes what has arrived.
+  void receive();
+  /// A line that has arrived, after turns of the agent; empty when none comes.
+  std::string line();
+  /// True when the agent has closed the connection.
+  bool closed();
+  const std::string& arrived() const { return arrived_; }
+  int fd() const { return fd_; }
+
+ private:
+  RunningAgent& agent_;
+  int fd_ = -1;
+  bool closed_ = false;
+  std::string arrived_;
+};
+
+}  // namespace TestSupport
