@@ -23,6 +23,10 @@ namespace Agent {
 /// Behind it the lists themselves are written a slice at a time, and when they are compiled nothing stands in
 /// for them any more. So whoever follows the lists sees single writes throughout.
 ///
+/// begin() is the point of no return: from there on followers see writes that nobody takes back. Nothing
+/// behind it can fail. What may be wrong with a change, and whether there is the memory for it
+/// (SourceChange::memory(), held back in the loop's Reserve), is found out before.
+///
 /// Part of Configuration, which owns the models. The core outlives it.
 class Changeover {
  public:
@@ -37,7 +41,7 @@ class Changeover {
   Changeover(const Changeover&) = delete;
   Changeover& operator=(const Changeover&) = delete;
 
-  /// What can fail has been looked at. Not while another change is under way.
+  /// What can fail has been looked at, and memory is reserved. Not while another change is under way.
   void begin(SourceChange change);
   /// Goes on until the task's slice is used up, or until it waits for lists to be compiled.
   State run(const Kiv::Task& task);

@@ -3,7 +3,7 @@
 #include <Zeb/System.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
-#include <agent/core/Document.h>
+#include <agent/core/Memory.h>
 
 #include <algorithm>
 
@@ -17,16 +17,10 @@ namespace {
 const std::string commandLine;
 /// How often it is looked whether lists have been compiled.
 constexpr Kelp::Duration untilCompiled{0.001};
+/// Below all tasks that a change gives work to.
+constexpr int whenSettled = -100;
 
 double seconds() { return Kiv::steadyClock().now().seconds(); }
-
-/// In the pieces in which it is sent, so that it is not freed in one go.
-std::deque<std::string> piecesOf(std::string_view line) {
-  std::deque<std::string> pieces;
-  for (; !line.empty(); line.remove_prefix(std::min(line.size(), pieceOctets)))
-    pieces.emplace_back(line.substr(0, pieceOctets));
-  return pieces;
-}
 
 Json sourceJson(const std::string& name, const Config::Model& model,
                 const std::map<std::string, double>& times) {
@@ -62,7 +56,7 @@ struct Configuration::Texts {
     sources = {};
     outcome.mistakes = textsOf(result.mistakes);
     if (result.model) {
-      outcome.difference = piecesOf(lineOf(difference(inForce.commandLine, *result.model)));
+      outcome.difference = difference(inForce.commandLine, *result.model);
       if (!dryRun) writes = sourceChange(inForce, commandLine, &*result.model);
     }
     model = std::move(result.model);
@@ -83,6 +77,8 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       forwarder_(forwarder),
       applied_(std::move(applied)),
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
+      reserve_(loop.reserve()),
+      settled_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(whenSettled, "ConfigurationSettled")),
       changeover_(core, discard_, [this] { handleSwitch(); }),
       background_(loop),
       files_(
@@ -94,11 +90,19 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
   appliedAt_[commandLine] = now;
   for (const auto& [name, model] : inputs_) appliedAt_[name] = now;
   task_->dispatchIs([this] { run(); }, this);
+  settled_->dispatchIs(
+      [this] {
+        if (!pending_) reserve_.changesAreDone();
+      },
+      this);
 }
 
 Configuration::~Configuration() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
+  for (const auto& task : {task_, settled_}) {
+    task->cancelTask();
+    task->dispatchDel(this);
+  }
+  reserve_.changesAreDone();
 }
 
 bool Configuration::apply(std::vector<Config::Source> texts, bool dryRun, Done done) {
@@ -118,6 +122,8 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
   std::optional<std::string> wrong;
   if (texts->dryRun) {
     wrong = Core::whyNot(*texts->model, inputs_);
+    discard_.take(std::move(*texts->model));
+  } else if ((wrong = reserveFor(texts->writes))) {
     discard_.take(std::move(*texts->model));
   } else {
     wrong = commit({commandLine, std::move(texts->model)}, std::move(texts->writes),
@@ -140,6 +146,11 @@ void Configuration::answer(Texts& texts) {
 }
 
 // ---- A change is carried out.
+
+std::optional<std::string> Configuration::reserveFor(const SourceChange& writes) {
+  if (reserve_.addForChange(writes.memory())) return std::nullopt;
+  return outOfMemory;
+}
 
 std::optional<std::string> Configuration::commit(NewContent change, SourceChange writes, Committed done) {
   exchange(change);
@@ -167,6 +178,7 @@ void Configuration::carryOn() {
   NewContent& change = finished.change;
   if (change.model) discard_.take(std::move(*change.model));
   if (applied_) applied_();
+  settled_->scheduleTask();
   finished.done(finished.longestTurn);
 }
 
@@ -225,9 +237,11 @@ void Configuration::commitNext() {
       [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
 }
 
-void Configuration::handleNext(Next& next, const std::optional<std::string>& failed) {
+void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
   const std::string name = next.change.source;
   task_->scheduleTask();
+  if (!failed && !next.same) failed = reserveFor(next.writes);
+  if (failed && next.change.model) discard_.take(std::move(*next.change.model));
   if (failed) return files_.failed(name, fmt::format("{}/{}: {}", files_.dir(), name, *failed));
   if (next.same) {
     discard_.take(std::move(*next.change.model));

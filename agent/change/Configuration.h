@@ -80,6 +80,7 @@ class Configuration {
 
   /// Begins to carry a change out. Returns why that cannot be; then everything is as it was, and `done` is
   /// not called.
+  /// Memory that runs out is no such reason: what the change needs has been reserved.
   std::optional<std::string> commit(NewContent change, SourceChange writes, Committed done);
   void carryOn();
   void handleSwitch();
@@ -88,7 +89,9 @@ class Configuration {
 
   void handleFound(DirectoryFiles::Found found);
   void commitNext();
-  void handleNext(Next& next, const std::optional<std::string>& failed);
+  void handleNext(Next& next, std::optional<std::string> failed);
+  /// Holds the memory back that a change will need; why that cannot be.
+  std::optional<std::string> reserveFor(const SourceChange& writes);
   void run();
   Sources sources() const { return {commandLine_, inputs_}; }
 
@@ -101,6 +104,8 @@ class Configuration {
   std::map<std::string, double> appliedAt_;  // by source; the command line's is "cli"
   std::vector<NewContent> changes_;          // of files, to be committed one a turn
   const Kelp::Ptr<Kiv::TimerTask> task_;
+  Reserve& reserve_;
+  const Kelp::Ptr<Kiv::TimerTask> settled_;  ///< runs when all has been done that follows from a change
 
   Discard discard_;
   Changeover changeover_;

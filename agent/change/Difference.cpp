@@ -1,5 +1,11 @@
 #include <agent/change/Difference.h>
+#include <agent/core/Document.h>
+#include <agent/core/Reserve.h>
 #include <fmt/format.h>
+
+#include <iterator>
+#include <string_view>
+#include <utility>
 
 namespace Agent {
 
@@ -7,9 +13,65 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-Json noChanges() {
-  return {{"added", Json::array()}, {"removed", Json::array()}, {"changed", Json::array()}};
-}
+/// What became of an entry; the members of each part, in their order.
+enum What { added, removed, changed, respelled };
+constexpr std::string_view members[] = {"added", "removed", "changed", "respelled"};
+
+/// Text in pieces, so that it takes no more memory than it has, and is not freed in one go.
+class Pieces {
+ public:
+  void add(std::string_view text) {
+    if (all_.empty() || all_.back().size() >= pieceOctets) all_.emplace_back();
+    all_.back() += text;
+  }
+  void add(Pieces&& more) {
+    std::move(more.all_.begin(), more.all_.end(), std::back_inserter(all_));
+    more.all_.clear();
+  }
+  std::deque<std::string> take() { return std::move(all_); }
+
+ private:
+  std::deque<std::string> all_;
+};
+
+/// One part of the difference: the entries by what became of them. They are texts already, for the JSON of a
+/// large difference would take many times as much memory, and some more to be freed (its destructor, which
+/// must not fail, allocates: nlohmann-json 3.11 does that for every array or object that is not empty).
+class Part {
+ public:
+  explicit Part(int kinds = respelled) : kinds_(kinds) {}
+
+  void add(What what, const Json& entry) { begin(what).add(lineOf(entry)); }
+  /// An entry with a further member.
+  void add(What what, const Json& entry, std::string_view member, Part&& value) {
+    Pieces& to = begin(what);
+    to.add(openObject(entry) + lineOf(member) + ":");
+    to.add(value.take());
+    to.add("}");
+  }
+  Pieces take() {
+    Pieces all;
+    for (int what = 0; what < kinds_; ++what) {
+      all.add(fmt::format("{}\"{}\":[", what == 0 ? "{" : ",", members[what]));
+      all.add(std::move(entries_[what]));
+      all.add("]");
+    }
+    all.add("}");
+    return all;
+  }
+
+ private:
+  Pieces& begin(What what) {
+    // What was used of a reserve by now is less than it has.
+    Refusable::check();
+    if (std::exchange(some_[what], true)) entries_[what].add(",");
+    return entries_[what];
+  }
+
+  const int kinds_;
+  Pieces entries_[std::size(members)];
+  bool some_[std::size(members)] = {};
+};
 
 /// Walks two maps side by side: `gone(entry)`, `come(entry)` and, of a key that is in both, `stays(a, b)`.
 template <class Map, class Gone, class Come, class Stays>
@@ -31,20 +93,18 @@ Json ruleEntry(const Config::Rule& rule) {
   return {{"sequence", Config::common(rule).sequence}, {"text", Config::common(rule).text.view()}};
 }
 
-Json rulesDifference(const Config::List& before, const Config::List& after) {
-  Json changes = noChanges();
-  changes["respelled"] = Json::array();
+Part rulesDifference(const Config::List& before, const Config::List& after) {
+  Part changes(respelled + 1);
   compare(
-      before.rules, after.rules,
-      [&](const auto& rule) { changes["removed"].push_back(ruleEntry(rule.second)); },
-      [&](const auto& rule) { changes["added"].push_back(ruleEntry(rule.second)); },
+      before.rules, after.rules, [&](const auto& rule) { changes.add(removed, ruleEntry(rule.second)); },
+      [&](const auto& rule) { changes.add(added, ruleEntry(rule.second)); },
       [&](const auto& old, const auto& now) {
         const Acl::RuleBase& was = Config::common(old.second);
         const Acl::RuleBase& is = Config::common(now.second);
         const bool same = Config::isSameRule(old.second, now.second);
         if (same && was.text == is.text && was.remark == is.remark) return;
-        changes[same ? "respelled" : "changed"].push_back(
-            {{"sequence", now.first}, {"from", was.text.view()}, {"to", is.text.view()}});
+        changes.add(same ? respelled : changed,
+                    {{"sequence", now.first}, {"from", was.text.view()}, {"to", is.text.view()}});
       });
   return changes;
 }
@@ -53,18 +113,15 @@ Json listEntry(const Config::List& list) {
   return {{"type", Acl::stringValue(list.type)}, {"name", list.name}, {"rules", list.rules.size()}};
 }
 
-Json listsDifference(const Config::Model& before, const Config::Model& after) {
-  Json changes = noChanges();
+Part listsDifference(const Config::Model& before, const Config::Model& after) {
+  Part changes;
   compare(
-      before.lists, after.lists,
-      [&](const auto& list) { changes["removed"].push_back(listEntry(list.second)); },
-      [&](const auto& list) { changes["added"].push_back(listEntry(list.second)); },
+      before.lists, after.lists, [&](const auto& list) { changes.add(removed, listEntry(list.second)); },
+      [&](const auto& list) { changes.add(added, listEntry(list.second)); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
-        Json rules = rulesDifference(old.second, now.second);
-        changes["changed"].push_back({{"type", Acl::stringValue(now.second.type)},
-                                      {"name", now.second.name},
-                                      {"rules", std::move(rules)}});
+        changes.add(changed, {{"type", Acl::stringValue(now.second.type)}, {"name", now.second.name}},
+                    "rules", rulesDifference(old.second, now.second));
       });
   return changes;
 }
@@ -75,41 +132,38 @@ Json bindingEntry(const Config::BindingKey& key) {
           {"type", Acl::stringValue(key.type)}};
 }
 
-Json bindingsDifference(const Config::Model& before, const Config::Model& after) {
-  Json changes = noChanges();
-  const auto put = [&changes](const char* what, const auto& binding) {
+Part bindingsDifference(const Config::Model& before, const Config::Model& after) {
+  Part changes;
+  const auto put = [&changes](What what, const auto& binding) {
     Json entry = bindingEntry(binding.first);
     entry["list"] = binding.second;
-    changes[what].push_back(std::move(entry));
+    changes.add(what, entry);
   };
   compare(
-      before.bindings, after.bindings, [&](const auto& binding) { put("removed", binding); },
-      [&](const auto& binding) { put("added", binding); },
+      before.bindings, after.bindings, [&](const auto& binding) { put(removed, binding); },
+      [&](const auto& binding) { put(added, binding); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
         Json entry = bindingEntry(now.first);
         entry["from"] = old.second;
         entry["to"] = now.second;
-        changes["changed"].push_back(std::move(entry));
+        changes.add(changed, entry);
       });
   return changes;
 }
 
 /// Port-channels with their members, mirror sessions with their destinations.
-Json namesDifference(const std::map<std::string, std::vector<std::string>>& before,
+Part namesDifference(const std::map<std::string, std::vector<std::string>>& before,
                      const std::map<std::string, std::vector<std::string>>& after) {
-  Json changes = noChanges();
+  Part changes;
+  const auto put = [&changes](What what, const auto& one) {
+    changes.add(what, {{"name", one.first}, {"interfaces", one.second}});
+  };
   compare(
-      before, after,
-      [&](const auto& one) {
-        changes["removed"].push_back({{"name", one.first}, {"interfaces", one.second}});
-      },
-      [&](const auto& one) {
-        changes["added"].push_back({{"name", one.first}, {"interfaces", one.second}});
-      },
+      before, after, [&](const auto& one) { put(removed, one); }, [&](const auto& one) { put(added, one); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
-        changes["changed"].push_back({{"name", now.first}, {"from", old.second}, {"to", now.second}});
+        changes.add(changed, {{"name", now.first}, {"from", old.second}, {"to", now.second}});
       });
   return changes;
 }
@@ -147,11 +201,18 @@ std::string interfacesText(const Json& names) {
 
 }  // namespace
 
-Json difference(const Config::Model& before, const Config::Model& after) {
-  return {{"lists", listsDifference(before, after)},
-          {"bindings", bindingsDifference(before, after)},
-          {"portChannels", namesDifference(before.portChannels, after.portChannels)},
-          {"mirrorSessions", namesDifference(before.mirrorSessions, after.mirrorSessions)}};
+std::deque<std::string> difference(const Config::Model& before, const Config::Model& after) {
+  Pieces all;
+  const auto add = [&all](std::string_view opening, Part&& part) {
+    all.add(opening);
+    all.add(part.take());
+  };
+  add("{\"lists\":", listsDifference(before, after));
+  add(",\"bindings\":", bindingsDifference(before, after));
+  add(",\"portChannels\":", namesDifference(before.portChannels, after.portChannels));
+  add(",\"mirrorSessions\":", namesDifference(before.mirrorSessions, after.mirrorSessions));
+  all.add("}");
+  return all.take();
 }
 
 bool isNoDifference(const Json& difference) {

@@ -1,5 +1,6 @@
 #include <agent/change/DirectoryScan.h>
 #include <agent/core/Memory.h>
+#include <agent/core/Reserve.h>
 
 #include <new>
 
@@ -25,8 +26,10 @@ void DirectoryScan::look(const std::string& path, const std::string& name, TextR
     return;
   }
   File file;
+  Refusable memory;
   try {
     read(path, reader, known, file);
+    Refusable::check();
   } catch (const std::bad_alloc&) {
     file.model.reset();
     file.wrong = {fmt::format("{}: {}", path, outOfMemory)};

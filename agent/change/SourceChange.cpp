@@ -115,6 +115,16 @@ size_t SourceChange::writes() const {
   return sum;
 }
 
+size_t SourceChange::memory() const {
+  // Another rule in the place of one is two writes: with the rule as much as MemoryEstimate has for a line.
+  constexpr size_t ofChange = 64 * 1024, ofWrite = 1200, ofRule = 600;
+  size_t sum = ofChange + writes() * ofWrite;
+  for (const ListChange& change : lists) {
+    if (change.list) sum += change.list->rules.size() * ofRule;
+  }
+  return sum;
+}
+
 SourceChange sourceChange(const Sources& inForce, const std::string& source, const Config::Model* now) {
   static const Config::Model nothing;
   const auto known = inForce.inputs.find(source);

@@ -55,6 +55,9 @@ struct SourceChange {
   std::vector<std::pair<Config::BindingKey, std::string>> bindings;  ///< empty: taken back
 
   size_t writes() const;
+  /// The most octets of memory that carrying it out takes, with what follows from it for who shows and keeps
+  /// the configuration.
+  size_t memory() const;
 };
 
 /// What changes when one source says `now`; null: it goes. Reads only, so that any thread may call it while

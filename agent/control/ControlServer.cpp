@@ -1,6 +1,7 @@
 #include <agent/control/ControlServer.h>
 #include <agent/control/Peer.h>
 #include <agent/core/Descriptor.h>
+#include <agent/core/Reserve.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -78,8 +79,10 @@ size_t ControlServer::heldOctets() const {
 }
 
 void ControlServer::handle(int fd, uint32_t events) {
+  Refusable memory;
   try {
     serve(fd, events);
+    Refusable::check();
   } catch (const std::bad_alloc&) {
     // What is kept for the client goes with it, and may be what is missing.
     drop(fd);
@@ -109,13 +112,14 @@ void ControlServer::accept() {
 
 void ControlServer::take(int fd, bool mayChange) {
   Descriptor socket(fd);
+  Refusable memory;
   if (clients_.size() >= limits_.clients) makeRoom();
   auto made = std::make_unique<Client>(operations_, std::move(socket), ++lastClient_, mayChange, now());
   Client& client = *clients_.insert_or_assign(fd, std::move(made)).first->second;
   arrange(client);
-  if (task_->taskWorkQueued()) return;
   try {
-    task_->scheduleTaskDelay(sweepEvery);
+    if (!task_->taskWorkQueued()) task_->scheduleTaskDelay(sweepEvery);
+    Refusable::check();
   } catch (const std::bad_alloc&) {
     drop(fd);
     throw;
@@ -176,8 +180,11 @@ void ControlServer::takeLine(Client& client) {
   const auto reply = [this, fd = client.fd, id = client.id](Answer given) {
     const auto at = clients_.find(fd);
     if (at == clients_.end() || at->second->id != id) return;
+    Refusable memory;
     try {
-      if (given.document || !given.error.is_null()) return answer(*at->second, std::move(given));
+      if (given.document || !given.error.is_null()) answer(*at->second, std::move(given));
+      Refusable::check();
+      if (!at->second->waiting) return;
     } catch (const std::bad_alloc&) {
       // As without an answer.
     }

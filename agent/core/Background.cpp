@@ -1,6 +1,7 @@
 #include <Kelp/Assert.h>
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
+#include <agent/core/Reserve.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -73,6 +74,7 @@ bool Background::busy() const { return state_->then != nullptr; }
 
 void Background::run(std::function<void()> work, Then then) {
   KELP_ASSERT(!busy(), "one piece of work at a time");
+  Refusable::check();  // the last moment at which who asks for it can be refused
   state_->then = std::move(then);
   const auto failed = [state = state_.get()](const char* why) {
     state->failed = why;
@@ -80,8 +82,10 @@ void Background::run(std::function<void()> work, Then then) {
   };
   try {
     state_->thread = quietThread([work = std::move(work), failed, done = state_->done] {
+      Refusable memory;
       try {
         work();
+        Refusable::check();
       } catch (const std::bad_alloc&) {
         return failed(outOfMemory);
       }

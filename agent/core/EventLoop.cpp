@@ -73,6 +73,7 @@ void EventLoop::run() {
 }
 
 void EventLoop::turn(int maxWaitMs) {
+  reserve_.refill();
   const Kelp::Duration used = dispatch(maxWaitMs);
   pollAll();
   if (tasks_.due()) tasks_.turn(used);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kiv/Clock.h>
+#include <agent/core/Reserve.h>
 #include <agent/core/TaskLoop.h>
 
 #include <cstdint>
@@ -52,6 +53,9 @@ class EventLoop {
   /// One turn, sleeping at most `maxWaitMs` when there is nothing to do (-1: until something happens).
   void turn(int maxWaitMs);
 
+  /// Held back for what is done on the loop.
+  Reserve& reserve() { return reserve_; }
+
   /// Runs tasks, and nothing else, until none is due any more; before run().
   void settle() { tasks_.settle(); }
 
@@ -70,6 +74,7 @@ class EventLoop {
   void pollAll();
   void clocksAre();
 
+  Reserve reserve_;
   const Kiv::Clock& clock_;
   const Kiv::Clock& wall_;
   Kiv::ManualClock turnClock_;

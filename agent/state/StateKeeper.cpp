@@ -1,6 +1,7 @@
 #include <Acl/RuleKinds.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
+#include <agent/core/Reserve.h>
 #include <agent/state/StateKeeper.h>
 
 #include <algorithm>
@@ -54,9 +55,12 @@ void StateKeeper::handleApplied() {
 
 void StateKeeper::run() {
   if (const auto failure = writer_.takeFailure()) handleFailure(*failure);
+  Refusable memory;
   try {
     if (pieces_.empty()) begin();
-    if (!copy(false)) return task_->scheduleTask();
+    const bool all = copy(false);
+    Refusable::check();
+    if (!all) return task_->scheduleTask();
     finish();
   } catch (const std::bad_alloc&) {
     state_ = {};

@@ -10,6 +10,12 @@ Config::Model modelOf(const std::string& text) {
   return result.model.value_or(Config::Model());
 }
 
+nlohmann::ordered_json differenceOf(const char* before, const char* after) {
+  std::string line;
+  for (const auto& piece : Agent::difference(modelOf(before), modelOf(after))) line += piece;
+  return nlohmann::ordered_json::parse(line);
+}
+
 TEST(Difference, SaysWhatChangesAndNothingElse) {
   struct Row {
     const char* why;
@@ -47,16 +53,15 @@ TEST(Difference, SaysWhatChangesAndNothingElse) {
                "port-channel po1 members a c\nport-channel po2 members d\n",
                "+ port-channel po2: d\n~ port-channel po1: a c  (was: a b)\n- mirror session S: x\n"},
        }) {
-    const auto document = Agent::difference(modelOf(row.before), modelOf(row.after));
+    const auto document = differenceOf(row.before, row.after);
     EXPECT_EQ(Agent::differenceText(document, false), row.text) << row.why;
     EXPECT_EQ(Agent::isNoDifference(document), std::string(row.text) == "nothing changes\n") << row.why;
   }
 }
 
 TEST(Difference, TellsARespelledRuleFromAChangedOne) {
-  const auto document =
-      Agent::difference(modelOf("ip access-list A\n 10 permit tcp any any\n 20 deny ip any any\n"),
-                        modelOf("ip access-list A\n 10 permit 6 any any\n 20 deny ip any any log\n"));
+  const auto document = differenceOf("ip access-list A\n 10 permit tcp any any\n 20 deny ip any any\n",
+                                     "ip access-list A\n 10 permit 6 any any\n 20 deny ip any any log\n");
   const auto& rules = document.at("lists").at("changed").at(0).at("rules");
   ASSERT_EQ(rules.at("respelled").size(), 1u);
   EXPECT_EQ(rules.at("respelled").at(0).at("sequence"), 10);
