@@ -220,7 +220,16 @@ bool Compiled<Rule>::isBlunt() const {
 template <class Rule>
 void Compiled<Rule>::makeAnew() {
   job_ = std::make_shared<Job>(*this);
-  Workshop::singleton().build(job_);
+  try {
+    Workshop::singleton().build(job_);
+  } catch (...) {
+    // Memory ran out in the call, maybe while the form was taken: rules are tried in their order until the
+    // next change has another one made.
+    letGoOfJob();
+    ready_ = false;
+    refreshView();
+    throw;
+  }
 }
 
 template <class Rule>

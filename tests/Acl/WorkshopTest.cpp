@@ -17,9 +17,10 @@ namespace {
 
 thread_local bool hasNoMemoryWhenAsked = false;
 std::atomic<bool> noMemory = false;
+std::atomic<int64_t> beforeNoMemory = 0;  // so many more allocations succeed
 
 void* memory(size_t size, size_t align) {
-  if (hasNoMemoryWhenAsked && noMemory) throw std::bad_alloc();
+  if (hasNoMemoryWhenAsked && noMemory && --beforeNoMemory < 0) throw std::bad_alloc();
   void* place =
       align ? std::aligned_alloc(align, (size + align - 1) / align * align) : std::malloc(size ? size : 1);
   if (!place) throw std::bad_alloc();
@@ -201,6 +202,43 @@ TEST(CompiledRules, OfOneNumberAreTriedByTheirIdsWhateverTheirPlaces) {
   const auto* met = metFirst(*list, {1}, {2});
   ASSERT_NE(met, nullptr);
   EXPECT_EQ(met->key, Kiv::UniqueId(uint64_t{3}));
+}
+
+/// Wherever memory runs out while a list is compiled in the call, it is tried rule by rule and can be
+/// compiled again.
+TEST(CompiledRules, ThatCannotBeMadeInTheCallAreTriedInTheirOrderUntilTheNextChange) {
+  ASSERT_FALSE(Workshop::singleton().hasThread());
+  const auto list = MemSlab::make<AclSubConfig>();
+  for (uint32_t sequence = 10; sequence < 300; ++sequence)
+    list->ipRuleByIdIs(Kiv::UniqueId(sequence), rule(sequence, false));
+  list->compile(AclType::ip);
+  const auto isRight = [&list](uint32_t host) {
+    const IpFilter filter = rule(host, false).filter;
+    const auto* met = metFirst(*list, filter.source, filter.destination);
+    return met && met->value.sequence() == host;
+  };
+  int failed = 0;
+  for (bool made = false; !made; ++failed) {
+    SCOPED_TRACE(failed);
+    list->upkeepIs(AclType::ip, false);
+    beforeNoMemory = failed;
+    hasNoMemoryWhenAsked = noMemory = made = true;
+    try {
+      list->upkeepIs(AclType::ip, true);
+    } catch (const std::bad_alloc&) {
+      made = false;
+    }
+    hasNoMemoryWhenAsked = noMemory = false;
+    EXPECT_EQ(list->ipRuleById().compiled()->ready(), made);
+    EXPECT_TRUE(isRight(100));
+    const uint32_t next = 1000 + static_cast<uint32_t>(failed);
+    list->ipRuleByIdIs(Kiv::UniqueId(next), rule(next, false));
+    EXPECT_TRUE(list->ipRuleById().compiled()->ready());
+    EXPECT_TRUE(isRight(next) && isRight(200));
+    list->ipRuleByIdDel(Kiv::UniqueId(next));
+  }
+  EXPECT_GT(failed, 10);
+  beforeNoMemory = 0;
 }
 
 /// The thread runs out of memory when the test says so.
