@@ -3,7 +3,7 @@
 
 The breaks are data, tests/mutants/ROOM.json, see tests/mutants/README.md. They are applied in a copy of the tree,
 which is built beside it and kept for the next run: a break costs what it recompiles, a link and its test. The exit
-status is 0 when at least 97 % of them were caught and all of them still apply and build.
+status is 0 when all of them were caught: what no test can see says why not instead, as "harmless".
 
 usage: mutants.py [--room NAME] [--only N] [--build DIR] [--jobs N]   runs them
        mutants.py --check [--build DIR]                               only sees that all of them still apply
@@ -26,7 +26,6 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-ENOUGH = 0.97
 # A test that takes so much longer than without a break, and so many seconds at least, hangs.
 PATIENCE, PATIENCE_SECONDS = 10, 30
 CAUGHT, SURVIVED, STALE, UNBUILT, UNSOUND = (
@@ -310,8 +309,9 @@ def report(results):
         percent = 100 * counts[CAUGHT] / counts.total()
         print(f"{room:20}" + "".join(f"{counts[result]:>18}" for result in RESULTS) + f"{percent:>18.1f}")
     counts = rooms["in all"]
-    sound = counts[CAUGHT] + counts[SURVIVED] == counts.total()
-    return 0 if sound and counts[CAUGHT] >= ENOUGH * counts.total() else 1
+    if counts[SURVIVED]:
+        print('\nWhat survived needs a test that sees it, or a sentence why nothing changes: "harmless".')
+    return 0 if counts[CAUGHT] == counts.total() else 1
 
 
 def numbers(text):
