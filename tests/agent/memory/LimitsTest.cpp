@@ -1,5 +1,5 @@
-#include <agent/core/Memory.h>
 #include <agent/change/DirectoryScan.h>
+#include <agent/core/Memory.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
