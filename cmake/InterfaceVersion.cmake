@@ -32,6 +32,9 @@ function(velo_interface_version name)
   # Not put through the assembler, by either compiler.
   target_compile_options(${name}-layout PRIVATE -S -w -fno-lto $<$<CXX_COMPILER_ID:Clang>:-fno-integrated-as>)
 
+  # A unity file does not depend on what its members depend on.
+  set_target_properties(${name}-text ${name}-layout PROPERTIES UNITY_BUILD OFF)
+
   set(script ${CMAKE_SOURCE_DIR}/cmake/write_interface_version.cmake)
   set(header ${I_INTO}/velo-interface-version.h)
   add_custom_command(OUTPUT ${header}

@@ -119,16 +119,6 @@ TEST_F(ControlServerTest, WhoIsSilentOrSlowIsClosedAfterATime) {
   EXPECT_FALSE(good.closed()) << "whoever asks stays";
 }
 
-TEST_F(ControlServerTest, TheTimeThatAnAnswerTakesIsNotTheClients) {
-  agent_.start("ip access-list A\n", nullptr, patient());
-  SocketClient client(agent_);
-  // Nobody turns meanwhile: the text waits, and so does who is to get the answer.
-  client.send("{\"do\":\"apply\"}\n");
-  agent_.turnsUntil([&] { return agent_.plane().configuration().busy(); });
-  agent_.advance(30);
-  EXPECT_THAT(client.line(), HasSubstr("\"ok\":true"));
-}
-
 TEST_F(ControlServerTest, FurtherClientsTakeThePlaceOfTheQuietest) {
   Agent::ControlLimits limits = patient();
   limits.clients = 3;
