@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 
 namespace Plugin::Impl {
@@ -43,13 +42,23 @@ std::optional<std::string> versionIn(const std::string& path, std::string* why) 
     *why = std::strerror(errno);
     return std::nullopt;
   }
-  const std::string content(std::istreambuf_iterator<char>(file), {});
-  *why = "not a plugin: there is no interface version in it";
   const std::string_view mark(interfaceMark);
   const std::string_view beginning = mark.substr(0, mark.size() - interfaceVersion.size());
-  const size_t at = content.find(beginning);
-  if (at == std::string::npos) return std::nullopt;
-  return content.substr(at + beginning.size(), interfaceVersion.size());
+  // Megabytes: in pieces, each behind the end of the one before, in which a mark may have begun.
+  constexpr size_t readAtOnce = size_t{64} << 10;
+  std::string piece;
+  do {
+    piece.erase(0, piece.size() - std::min(piece.size(), mark.size() - 1));
+    const size_t kept = piece.size();
+    piece.resize(kept + readAtOnce);
+    file.read(piece.data() + kept, readAtOnce);
+    piece.resize(kept + static_cast<size_t>(file.gcount()));
+    const size_t at = piece.find(beginning);
+    if (at != std::string::npos && (piece.size() - at >= mark.size() || !file))
+      return piece.substr(at + beginning.size(), interfaceVersion.size());
+  } while (file);
+  *why = "not a plugin: there is no interface version in it";
+  return std::nullopt;
 }
 
 /// What is wrong with a version, if anything.

@@ -160,6 +160,24 @@ TEST_F(PluginLoader, WhatIsNoPluginIsRefusedWithASentenceThatSaysWhy) {
   fs::remove_all(dir);
 }
 
+TEST_F(PluginLoader, TheVersionOfAPluginIsFoundWhereverItLiesInTheFile) {
+  const std::string path = testing::TempDir() + fmt::format("loader-test-{}.so", getpid());
+  const std::string version(Plugin::interfaceVersion.size(), '7');
+  const std::string mark = "velo plugin interface " + version;
+  // Across every border of the pieces in which a file may be read.
+  for (const size_t border : {size_t{0}, size_t{4096}, size_t{65536}, size_t{131072}}) {
+    for (size_t at = border - std::min(border, 2 * mark.size()); at <= border; ++at) {
+      std::ofstream(path) << std::string(at, 'v') << mark << std::string(at % 2 ? 100 : 0, '.');
+      EXPECT_EQ(loader.load(path),
+                fmt::format("{}: was built against interface version {}, this agent has {}: "
+                            "build it from this agent's headers with its compiler",
+                            path, version, Plugin::interfaceVersion))
+          << "at " << at;
+    }
+  }
+  fs::remove(path);
+}
+
 TEST_F(PluginLoader, AFileThatCannotBeOpenedIsRefusedWithTheReason) {
   if (TestSupport::addressSanitizer) GTEST_SKIP() << "the sanitizer needs descriptors itself";
   rlimit before{};
