@@ -163,8 +163,7 @@ class Client {
 
 void Fuzz::run(Dice& dice) {
   RunningAgent agent;
-  Agent::ControlLimits limits;
-  limits.strangerShare = limits.clientShare = 1;
+  Agent::ControlLimits limits = TestSupport::unhurriedLimits();
   limits.clients = 4;
   agent.start("ip access-list A\n permit ip any any\ninterface eth1\n ip access-group A in\n", nullptr,
               limits);

@@ -16,16 +16,11 @@ using testing::HasSubstr;
 
 class ControlServerTest : public testing::Test {
  protected:
-  static Agent::ControlLimits patient() {
-    Agent::ControlLimits limits;
-    limits.strangerShare = limits.clientShare = 1;
-    return limits;
-  }
   RunningAgent agent_;
 };
 
 TEST_F(ControlServerTest, AnswersALineWithALine) {
-  agent_.start("ip access-list A\n permit ip any any\n", nullptr, patient());
+  agent_.start("ip access-list A\n permit ip any any\n", nullptr, unhurriedLimits());
   SocketClient client(agent_);
   client.send("{\"do\":\"show\",\"what\":\"drops\",\"id\":7}\n");
   EXPECT_EQ(client.line(), R"({"id":7,"ok":true,"document":{"cleared":null,"drops":{}}})");
@@ -37,7 +32,7 @@ TEST_F(ControlServerTest, AnswersALineWithALine) {
 }
 
 TEST_F(ControlServerTest, RequestsMayComeInPiecesAndTogether) {
-  agent_.start("", nullptr, patient());
+  agent_.start("", nullptr, unhurriedLimits());
   SocketClient client(agent_);
   client.send("{\"do\":\"show\",");
   agent_.turns();
@@ -49,7 +44,7 @@ TEST_F(ControlServerTest, RequestsMayComeInPiecesAndTogether) {
 }
 
 TEST_F(ControlServerTest, WhatIsNoRequestIsAnsweredAndClosed) {
-  agent_.start("", nullptr, patient());
+  agent_.start("", nullptr, unhurriedLimits());
   SocketClient garbage(agent_), large(agent_);
   garbage.send("GET / HTTP/1.1\r\n");
   EXPECT_THAT(garbage.line(), HasSubstr("\"bad-request\""));
@@ -67,7 +62,7 @@ TEST_F(ControlServerTest, ALargeAnswerIsMadeAsItIsTaken) {
   std::string text = "ip access-list A\n";
   for (int i = 0; i < 20000; ++i)
     text += " permit udp any any eq 53 ttl eq " + std::to_string(i % 256) + "\n";
-  agent_.start(text, nullptr, patient());
+  agent_.start(text, nullptr, unhurriedLimits());
   SocketClient client(agent_);
   client.send("{\"do\":\"show\",\"what\":\"access-lists\"}\n");
   agent_.turns(2000);
@@ -84,7 +79,7 @@ TEST_F(ControlServerTest, ADearFirstRequestIsNotPaidByThoseWhoComeIn) {
     text +=
         fmt::format("ip access-list L{0}\n permit ip any any\ninterface e{0}\n ip access-group L{0} in\n", i);
   }
-  agent_.start(text, nullptr, patient());
+  agent_.start(text, nullptr, unhurriedLimits());
   for (int i = 0; i < 5; ++i) {
     SocketClient client(agent_);
     client.send("{\"do\":\"show\",\"what\":\"interfaces\"}\n");
@@ -95,7 +90,7 @@ TEST_F(ControlServerTest, ADearFirstRequestIsNotPaidByThoseWhoComeIn) {
 }
 
 TEST_F(ControlServerTest, WhoIsSilentOrSlowIsClosedAfterATime) {
-  agent_.start("ip access-list A\n", nullptr, patient());
+  agent_.start("ip access-list A\n", nullptr, unhurriedLimits());
   SocketClient silent(agent_), half(agent_), deaf(agent_), good(agent_);
   half.send("{\"do\":");
   for (int i = 0; i < 400; ++i) deaf.send("{\"do\":\"show\",\"what\":\"capabilities\"}\n");
@@ -120,7 +115,7 @@ TEST_F(ControlServerTest, WhoIsSilentOrSlowIsClosedAfterATime) {
 }
 
 TEST_F(ControlServerTest, FurtherClientsTakeThePlaceOfTheQuietest) {
-  Agent::ControlLimits limits = patient();
+  Agent::ControlLimits limits = unhurriedLimits();
   limits.clients = 3;
   agent_.start("", nullptr, limits);
   SocketClient good(agent_);
@@ -139,7 +134,7 @@ TEST_F(ControlServerTest, FurtherClientsTakeThePlaceOfTheQuietest) {
 }
 
 TEST_F(ControlServerTest, AppliesWhatTheProgramSends) {
-  agent_.start("", nullptr, patient());
+  agent_.start("", nullptr, unhurriedLimits());
   SocketClient client(agent_);
   std::string text = "ip access-list A\n remark caf\xc3\xa9\n";
   for (int i = 0; i < 3000; ++i) text += " permit udp any any eq 53\n";
@@ -156,7 +151,7 @@ TEST_F(ControlServerTest, AppliesWhatTheProgramSends) {
 }
 
 TEST_F(ControlServerTest, AClientThatGoesBeforeItsAnswerIsForgotten) {
-  agent_.start("", nullptr, patient());
+  agent_.start("", nullptr, unhurriedLimits());
   for (int i = 0; i < 5; ++i) {
     SocketClient client(agent_);
     client.send("{\"do\":\"text\",\"name\":\"a\",\"text\":\"ip access-list A\\n\"}\n{\"do\":\"apply\"}\n");

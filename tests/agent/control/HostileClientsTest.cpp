@@ -69,8 +69,7 @@ size_t heapInUse() { return mallinfo2().uordblks; }
 
 TEST(HostileClients, AThousandOfThemTakeNeitherMemoryNorTheAgent) {
   RunningAgent agent;
-  Agent::ControlLimits limits;
-  limits.strangerShare = limits.clientShare = 1;  // as much as they can
+  const Agent::ControlLimits limits = unhurriedLimits();
   agent.start("ip access-list A\n permit ip any any\ninterface eth1\n ip access-group A in\n", nullptr,
               limits);
   rlimit descriptors{};

@@ -126,6 +126,13 @@ void RunningAgent::putFile(const std::string& name, const std::string& text) {
   std::filesystem::rename(temp_ / "aside", dirPath() + "/" + name);
 }
 
+Agent::ControlLimits unhurriedLimits() {
+  Agent::ControlLimits limits;
+  limits.strangerShare = limits.clientShare = 1;
+  limits.strangerBurst = limits.clientBurst = Kelp::Duration(1e6);
+  return limits;
+}
+
 SocketClient::SocketClient(RunningAgent& agent) : agent_(agent) {
   std::string wrong;
   fd_ = Agent::connectTo(agent.socketPath(), false, &wrong);

@@ -81,6 +81,10 @@ class RunningAgent {
   std::unique_ptr<Agent::Session> session_;
 };
 
+/// What a handler takes is real time and what a lane earns is the agent's, which stands still: so that no
+/// load of the machine closes a lane, clients have all the time there is from the start.
+Agent::ControlLimits unhurriedLimits();
+
 /// A client of the socket that never waits.
 class SocketClient {
  public:
