@@ -214,7 +214,7 @@ void readToTheEnd(const std::string& path, size_t octets) {
 }  // namespace
 
 void Fuzz::run(Dice& dice) {
-  const TestSupport::TempDir dir;
+  const TestSupport::TempDir dir(Fuzz::memoryPath());
   const bool replayed = dice.once(4);
   const Bytes bytes = dice.once(2) ? pcapngFile(dice) : pcapFile(dice);
   const std::string path = dir / "in.pcap";

@@ -2,10 +2,12 @@
 
 #include <MemSlab/Slab.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <string>
 
 namespace Fuzz {
@@ -14,6 +16,11 @@ void require(bool holds, std::string_view text) {
   if (holds) return;
   std::fprintf(stderr, "FOUND: %.*s\n", static_cast<int>(text.size()), text.data());
   std::abort();
+}
+
+std::string memoryPath() {
+  constexpr const char* inMemory = "/dev/shm";
+  return access(inMemory, W_OK | X_OK) == 0 ? inMemory : std::filesystem::temp_directory_path().string();
 }
 
 namespace {

@@ -164,7 +164,7 @@ void requireRead(Database& database, const char* query, const std::vector<Row>& 
 }  // namespace
 
 void Fuzz::run(Dice& dice) {
-  const TestSupport::TempDir dir;
+  const TestSupport::TempDir dir(Fuzz::memoryPath());
   const std::string path = dir / "state";
   std::string message;
   auto file = StateFile::open(path, &message);

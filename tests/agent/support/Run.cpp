@@ -12,8 +12,10 @@
 
 namespace TestSupport {
 
-TempDir::TempDir() {
-  std::string form = (std::filesystem::temp_directory_path() / "velo-test-XXXXXX").string();
+TempDir::TempDir() : TempDir(std::filesystem::temp_directory_path().string()) {}
+
+TempDir::TempDir(const std::string& parent) {
+  std::string form = parent + "/velo-test-XXXXXX";
   if (!mkdtemp(form.data())) throw std::runtime_error("no directory could be made at " + form);
   path_ = form;
 }

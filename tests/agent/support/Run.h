@@ -15,6 +15,8 @@ namespace TestSupport {
 class TempDir {
  public:
   TempDir();
+  /// In another directory than the usual one.
+  explicit TempDir(const std::string& parent);
   ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
