@@ -26,6 +26,9 @@ std::string listOf(const char* name, const char* rule = "permit ip any any") {
   return fmt::format("ip access-list {}\n {}\n", name, rule);
 }
 
+/// The list, and so many lines behind it that reading them takes longer than what a test does meanwhile.
+std::string longTextOf(const char* name) { return listOf(name) + std::string(8 << 20, '\n'); }
+
 class DirectoryFilesTest : public testing::Test {
  protected:
   /// An agent with one file, one.acl, that has the list ONE.
@@ -258,7 +261,7 @@ TEST_F(DirectoryFilesTest, ADirectoryThatIsMovedAwayAndBackIsReadOn) {
 TEST_F(DirectoryFilesTest, AFileThatGrowsWhileItIsReadIsReadWhenItIsWhole) {
   start();
   std::atomic<bool> stop = false;
-  agent_.putFile("one.acl", listOf("GROWN") + std::string(20 << 20, '\n'));
+  agent_.putFile("one.acl", listOf("GROWN") + std::string(1 << 20, '\n'));
   std::thread writer([&] {
     std::ofstream file(path("one.acl"), std::ios::app);
     while (!stop && file.tellp() < (50 << 20)) file << '\n' << std::flush;
@@ -273,7 +276,7 @@ TEST_F(DirectoryFilesTest, AFileThatGrowsWhileItIsReadIsReadWhenItIsWhole) {
 
 TEST_F(DirectoryFilesTest, AnApplyWhileFilesAreReadLosesNeither) {
   start();
-  agent_.putFile("two.acl", listOf("TWO") + std::string(50 << 20, '\n'));
+  agent_.putFile("two.acl", longTextOf("TWO"));
   agent_.advance(1.1);
   agent_.turns(1);
   ASSERT_FALSE(defined("TWO"));
@@ -299,7 +302,7 @@ TEST_F(DirectoryFilesTest, AConflictThatEndsWhileFilesAreReadIsTriedAgain) {
   };
   agent.putFile("b.acl", listOf("B") + "port-channel po2 members eth5\n");
   until([&] { return agent.show("status").at("configuration").at("bad").size() == 1; });
-  agent.putFile("c.acl", listOf("C") + std::string(50 << 20, '\n'));
+  agent.putFile("c.acl", longTextOf("C"));
   agent.advance(1.1);
   agent.turns(1);
   EXPECT_EQ(agent.apply("port-channel po1 members eth6\n").at("applied"), true);

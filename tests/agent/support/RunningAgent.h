@@ -49,7 +49,7 @@ class RunningAgent {
 
   Agent::Verdict receive(const char* port, const Bytes& frame);
 
-  /// Turns until nothing is due; and until something is so, for at most ten seconds of real time.
+  /// Turns until nothing is due; and until something is so, unless that takes more than is to be waited for.
   void turns(int count = 50);
   void turnsUntil(const std::function<bool()>& done);
   void advance(double seconds);
