@@ -51,6 +51,20 @@ class IntfConfigSm : public testing::Test {
   }
   Names sources() const { return sm->sources(AclType::ip, AclDirection::in, IntfId("eth1")); }
 
+  /// Takes the binding of eth1 away; whoever is told of that binds eth2, unbinds it, and binds eth3.
+  void unbindWhileASubscriberBindsAnew() {
+    const auto given = cli->config(AclType::ip)->intf(AclDirection::in);
+    ChangeLog bindings(*target->config(AclType::ip)->intf(AclDirection::in));
+    bool once = true;
+    bindings.then = [&](const Zeb::Change&) {
+      if (!std::exchange(once, false)) return;
+      bind(*cli, "D", AclType::ip, AclDirection::in, "eth2");
+      cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth2"));
+      bind(*cli, "E", AclType::ip, AclDirection::in, "eth3");
+    };
+    given->intfDel(IntfId("eth1"));
+  }
+
   const Kelp::Ptr<Zeb::Dir> dir = MemSlab::make<Zeb::Dir>();
   const Kelp::Ptr<Acl::IntfConfig> cli = Acl::intfConfigFactory("cli");
   const Kelp::Ptr<Acl::IntfConfig> target = Acl::intfConfigFactory("merged");
@@ -158,15 +172,7 @@ TEST_F(IntfConfigSm, DestructionLeavesTheTargetAsItIs) {
 TEST_F(IntfConfigSm, ASubscriberThatBindsAnewWhileALastBindingGoesGetsItsWay) {
   bind(*cli, "C");
   start();
-  ChangeLog bindings(*target->config(AclType::ip)->intf(AclDirection::in));
-  bool once = true;
-  bindings.then = [&](const Zeb::Change&) {
-    if (!std::exchange(once, false)) return;
-    bind(*cli, "D", AclType::ip, AclDirection::in, "eth2");
-    cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth2"));
-    bind(*cli, "E", AclType::ip, AclDirection::in, "eth3");
-  };
-  cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth1"));
+  unbindWhileASubscriberBindsAnew();
   EXPECT_EQ(shown(*target), "ip in eth3=E");
 }
 
@@ -174,15 +180,7 @@ TEST_F(IntfConfigSm, SoDoesOneWhoseNewBindingHasAnotherDirectionBesideIt) {
   bind(*cli, "C");
   bind(*cli, "O", AclType::ip, AclDirection::out, "eth1");
   start();
-  ChangeLog bindings(*target->config(AclType::ip)->intf(AclDirection::in));
-  bool once = true;
-  bindings.then = [&](const Zeb::Change&) {
-    if (!std::exchange(once, false)) return;
-    bind(*cli, "D", AclType::ip, AclDirection::in, "eth2");
-    cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth2"));
-    bind(*cli, "E", AclType::ip, AclDirection::in, "eth3");
-  };
-  cli->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId("eth1"));
+  unbindWhileASubscriberBindsAnew();
   const auto in = target->config(AclType::ip)->intf(AclDirection::in);
   ASSERT_NE(in, nullptr);
   EXPECT_EQ(in->intf().size(), 1u);

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "../support/UncheckedMpls.h"
+#include "CapabilityFlags.h"
 #include "ChangeLog.h"
 
 namespace {
@@ -319,28 +320,8 @@ TEST(AclCounters, ListNamesAndRuleIdSets) {
 
 TEST(AclStatus, TheFlagsAreTheTwentyByTheirNamesAndBeginFalse) {
   const auto status = MemSlab::make<StatusDp>(Kelp::String("kepa"));
-  const char* flags[] = {"dpAclSupported",
-                         "dpIpEgressAclSupported",
-                         "dpIp6AclSupported",
-                         "dpIp6EgressAclSupported",
-                         "dpMacAclSupported",
-                         "dpMacEgressAclSupported",
-                         "dpAclTcSupported",
-                         "dpAclHopLimitSupported",
-                         "dpAclCountersSupported",
-                         "dpIpAclMirrorActionSupported",
-                         "dpIpv6AclMirrorActionSupported",
-                         "dpMacAclMirrorActionSupported",
-                         "dpAclDscpSupported",
-                         "dpAclDscpMaskSupported",
-                         "dpAclDscpMaskIpv6Supported",
-                         "dpAclSctpSupported",
-                         "dpAclSctpPortMatchSupported",
-                         "dpAclVlanSupported",
-                         "vlanSupported",
-                         "dscpFilterSupported"};
   ChangeLog log(*status);
-  for (const char* flag : flags) {
+  for (const auto& flag : capabilityFlags()) {
     EXPECT_EQ(Zeb::attributeValue<bool>(*status, flag), false) << flag;
     EXPECT_TRUE(Zeb::attributeValueIs(*status, flag, true)) << flag;
     EXPECT_EQ(Zeb::attributeValue<bool>(*status, flag), true) << flag;

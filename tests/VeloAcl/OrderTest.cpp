@@ -49,27 +49,7 @@ TEST_F(Activation, CountersThenTheStatusMachineThenTheHelperThenTheStepsThenTheS
       "plugin inputStep (0 steps)",
       "plugin outputStep (0 steps)",
   };
-  for (const char* flag : {"dscpFilterSupported",
-                           "dpAclTcSupported",
-                           "dpAclSupported",
-                           "dpIpEgressAclSupported",
-                           "dpIp6AclSupported",
-                           "dpIp6EgressAclSupported",
-                           "dpAclHopLimitSupported",
-                           "dpIpAclMirrorActionSupported",
-                           "dpIpv6AclMirrorActionSupported",
-                           "dpMacAclMirrorActionSupported",
-                           "dpAclCountersSupported",
-                           "dpMacAclSupported",
-                           "dpMacEgressAclSupported",
-                           "dpAclDscpMaskSupported",
-                           "dpAclDscpMaskIpv6Supported",
-                           "dpAclDscpSupported",
-                           "dpAclSctpSupported",
-                           "dpAclSctpPortMatchSupported",
-                           "dpAclVlanSupported",
-                           "vlanSupported",
-                           "initialized"}) {
+  for (const auto& flag : capabilitiesAsSet()) {
     expected.push_back(fmt::format("status {} (2 steps)", flag));
   }
   EXPECT_EQ(journal, expected);

@@ -161,6 +161,31 @@ class World : public testing::Test {
 
 using Lines = std::vector<std::string>;
 
+/// The attributes of the status that the plugin sets when it becomes active, in its order.
+inline Lines capabilitiesAsSet() {
+  return {"dscpFilterSupported",
+          "dpAclTcSupported",
+          "dpAclSupported",
+          "dpIpEgressAclSupported",
+          "dpIp6AclSupported",
+          "dpIp6EgressAclSupported",
+          "dpAclHopLimitSupported",
+          "dpIpAclMirrorActionSupported",
+          "dpIpv6AclMirrorActionSupported",
+          "dpMacAclMirrorActionSupported",
+          "dpAclCountersSupported",
+          "dpMacAclSupported",
+          "dpMacEgressAclSupported",
+          "dpAclDscpMaskSupported",
+          "dpAclDscpMaskIpv6Supported",
+          "dpAclDscpSupported",
+          "dpAclSctpSupported",
+          "dpAclSctpPortMatchSupported",
+          "dpAclVlanSupported",
+          "vlanSupported",
+          "initialized"};
+}
+
 inline FrameBuilder ip4() { return frame().eth().ip4("192.0.2.1", "198.51.100.7"); }
 inline FrameBuilder ip6() { return frame().eth().ip6("2001:db8::1", "2001:db8::2"); }
 inline Bytes tcp4() { return ip4().tcp(1024, 443); }
