@@ -1,7 +1,10 @@
 #pragma once
 
 #include <VeloAcl/VeloDpAclStatusSm/Walker.h>
+#include <Zeb/HashMap2018.h>
 
+/// How a walker keeps the walkers below it: by key, at most one, or none. A child is known here before it
+/// starts, so that whoever is told of what it finds, and changes the configuration, meets it.
 namespace Velo::VeloAcl {
 
 /// The walker that is there already, for whoever asks for one over `entity`: no other will do.
@@ -25,8 +28,7 @@ Kelp::Ptr<Sm> topWalkerIs(Kelp::Ptr<Sm>& place, const Kelp::Ptr<const Entity>& e
   return sm;
 }
 
-/// The child walkers of one walker, by key. A child is known here before it starts, so that whoever is told
-/// of what it finds, and changes the configuration, meets it; and until it has withdrawn all that came from
+/// The children of a walker over a collection. A child stays known until it has withdrawn all that came from
 /// it, so until then no other one of its key can be made.
 template <class Key, class Child>
 class ChildWalkers {
@@ -45,7 +47,6 @@ class ChildWalkers {
     child->start();
     return child;
   }
-
   /// Withdraws and ends a child, which somebody who is told of it may have done meanwhile.
   void del(const Key& key) {
     const auto child = find(key);
@@ -53,6 +54,12 @@ class ChildWalkers {
     child->doDeleteAll();
     if (find(key) == child) children_.erase(key);
     child->stop();
+  }
+  /// Has the child that belongs to an entity, none when that is null.
+  template <class Entity, class Parent>
+  void follow(const Kelp::Ptr<const Entity>& entity, Parent& parent, const Key& key) {
+    if (!entity) return del(key);
+    is(entity, parent, key);
   }
   void delAll() {
     for (auto at = children_.begin(); at; at.next()) del(at.key());
@@ -70,7 +77,7 @@ class ChildWalkers {
 template <class Child>
 class OnlyChild {
  public:
-  const Kelp::Ptr<Child>& get() const { return child_; }
+  const Kelp::Ptr<Child>& find(SingleElement::Key) const { return child_; }
 
   template <class Entity, class Parent>
   Kelp::Ptr<Child> is(const Kelp::Ptr<const Entity>& entity, Parent& parent) {
@@ -87,12 +94,27 @@ class OnlyChild {
     child->stop();
     if (child_ == child) child_ = nullptr;
   }
+  /// Has the child that belongs to the entity that the attribute names, none when it names none; whoever is
+  /// told that the old one goes may let it name another. `entityNow` reads it.
+  template <class EntityNow, class Parent>
+  void follow(const EntityNow& entityNow, Parent& parent) {
+    if (child_ && child_->en() != entityNow()) del();
+    if (!parent.active()) return;
+    if (const auto entity = entityNow()) is(entity, parent);
+  }
+  void delAll() { del(); }
   void forEach(const std::function<void(Walker&)>& visit) const {
     if (const auto child = child_) visit(*child);
   }
 
  private:
   Kelp::Ptr<Child> child_;
+};
+
+/// Of a walker that nothing is nested in.
+struct NoChildren {
+  void delAll() {}
+  void forEach(const std::function<void(Walker&)>&) const {}
 };
 
 }  // namespace Velo::VeloAcl

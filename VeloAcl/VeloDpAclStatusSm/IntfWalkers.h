@@ -1,124 +1,112 @@
 #pragma once
 
 #include <Acl/Model.h>
-#include <VeloAcl/VeloDpAclStatusSm/TopWalker.h>
+#include <VeloAcl/VeloDpAclStatusSm/TreeWalker.h>
 
 /// The walkers over the interface bindings.
 namespace Velo::VeloAcl {
 
+class AclIntfConfigSm0;
 class ConfigSm1;
-class IntfSm2;
 
-class AclIntfConfigSm0 final : public TopWalker<Acl::IntfConfig>, public Scan0<AclIntfConfigSm0> {
- public:
-  AclIntfConfigSm0(const Kelp::Ptr<const Acl::IntfConfig>& entity, VeloDpAclStatusSm& machine);
-  ~AclIntfConfigSm0() override;
-
-  Kelp::Ptr<ConfigSm1> childSmConfigAclIntfTypeConfigPtrConstIs(
-      const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, Acl::AclType aclType);
-  void childSmConfigAclIntfTypeConfigPtrConstDel(Acl::AclType aclType) { children_.del(aclType); }
-  void childSmConfigAclIntfTypeConfigPtrConstDelAll() { children_.delAll(); }
-
-  void handleConfig0(Acl::AclType aclType);
-  void handleConfig0Reactor(Acl::AclType aclType);
-  void onChildEvent0(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId,
-                     const std::optional<Kelp::String>& aclName);
-
-  void doInputScan() override { startScan(0); }
-  void task0Is();
-  void task0Del() { taskDel(0); }
-  void task0Dispatch() { driveScan(0); }
-  void doDeleteAll() override;
-
-  void scan(int number) override;
-  bool scanComplete(int) const override { return placeComplete(place_); }
-
- private:
-  void dispatch(const Zeb::Change& change) override;
-  void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
-  void scanFlagIs(int number) override;
-
-  uint64_t mark() const override { return raw()->config().changes(); }
-
-  friend Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity,
-                                          AclIntfConfigSm0& parent, Acl::AclType aclType);
-  ChildWalkers<Acl::AclType, ConfigSm1> children_;
-  ScanPlace<Acl::AclType> place_;
+struct BoundInterfaces {
+  using Entity = Acl::AclIntf;
+  static const auto& elements(const Entity& bindings) { return bindings.intf(); }
+  static const Zeb::Attribute& attribute() { return Entity::intfAttribute(); }
+  static constexpr const char* missed =
+      "We missed notifications that happened to intf before the enclosing entity got deleted";
 };
-
-class ConfigSm1 final : public WalkerOf<Acl::IntfTypeConfig>, public Scan0<ConfigSm1> {
+class IntfSm2 final : public TreeWalker<IntfSm2, Below<ConfigSm1, Acl::AclDirection>, Walks<BoundInterfaces>,
+                                        NoChild, Scans<0>> {
  public:
-  ConfigSm1(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
-            Acl::AclType aclType);
-  ~ConfigSm1() override;
-
-  Acl::AclType aclType() const { return aclType_; }
-  Kelp::Ptr<IntfSm2> childSmIntfAclAclIntfPtrConstIs(const Kelp::Ptr<const Acl::AclIntf>& entity,
-                                                     Acl::AclDirection direction);
-  void childSmIntfAclAclIntfPtrConstDel(Acl::AclDirection direction) { children_.del(direction); }
-  void childSmIntfAclAclIntfPtrConstDelAll() { children_.delAll(); }
-
-  void handleIntf0(Acl::AclDirection direction);
-  void handleIntf0Reactor(Acl::AclDirection direction);
-  void onChildEvent0(Acl::AclDirection direction, const Nimnet::IntfId& intfId,
-                     const std::optional<Kelp::String>& aclName);
-
-  void doInputScan() override { doInputScan0(); }
-  void doDeleteAll() override;
-
-  void scan(int number) override;
-  bool scanComplete(int) const override { return placeComplete(place_); }
-
- private:
-  AclIntfConfigSm0* parentSm() const { return static_cast<AclIntfConfigSm0*>(parent()); }
-  void dispatch(const Zeb::Change& change) override;
-  void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
-  void versionsSeen() override { version_ = raw()->intf().version(); }
-  uint64_t mark() const override { return raw()->intf().changes(); }
-
-  friend Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
-                                      Acl::AclDirection direction);
-  const Acl::AclType aclType_;
-  ChildWalkers<Acl::AclDirection, IntfSm2> children_;
-  ScanPlace<Acl::AclDirection> place_;
-  uint32_t version_ = 0;
-};
-
-class IntfSm2 final : public WalkerOf<Acl::AclIntf>, public Scan0<IntfSm2> {
- public:
-  IntfSm2(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent, Acl::AclDirection direction);
-  ~IntfSm2() override;
+  static constexpr auto walkerName = "IntfSm2";
+  using TreeWalker::TreeWalker;
 
   void handleIntf0(const Nimnet::IntfId& intfId);
-  void handleIntf0Reactor(const Nimnet::IntfId& intfId);
-
-  void doInputScan() override { doInputScan0(); }
-  void doDeleteAll() override;
-
-  void scan(int number) override;
-  bool scanComplete(int) const override { return placeComplete(place_); }
-
- private:
-  ConfigSm1* parentSm() const { return static_cast<ConfigSm1*>(parent()); }
-  void dispatch(const Zeb::Change& change) override;
-  void forEachChild(const std::function<void(Walker&)>&) override {}
-  void versionsSeen() override { version_ = raw()->intf().version(); }
-  uint64_t mark() const override { return raw()->intf().changes(); }
-
-  const Acl::AclDirection direction_;
-  ScanPlace<Nimnet::IntfId> place_;
-  uint32_t version_ = 0;
+  void handleIntf0Reactor(const Nimnet::IntfId& intfId) { handleIntf0(intfId); }
+  void withdraw0(const Nimnet::IntfId& intfId);
+  using Table =
+      HandlerTable<Handlers<&IntfSm2::handleIntf0, &IntfSm2::handleIntf0Reactor, &IntfSm2::withdraw0>>;
 };
 
-/// The walker as the machine's own: the one that is there when it watches the same entity, else a new one,
-/// which follows the entity and scans it from here on.
+struct DirectionsOfType {
+  using Entity = Acl::IntfTypeConfig;
+  static const auto& elements(const Entity& directions) { return directions.intf(); }
+  static const Zeb::Attribute& attribute() { return Entity::intfAttribute(); }
+  static auto at(const Entity& directions, Acl::AclDirection key) { return directions.intf(key); }
+  static constexpr const char* missed = BoundInterfaces::missed;
+};
+class ConfigSm1 final : public TreeWalker<ConfigSm1, Below<AclIntfConfigSm0, Acl::AclType>,
+                                          Walks<DirectionsOfType>, IntfSm2, Scans<0>> {
+ public:
+  static constexpr auto walkerName = "ConfigSm1";
+  using TreeWalker::TreeWalker;
+
+  Kelp::Ptr<IntfSm2> childSmIntfAclAclIntfPtrConstIs(const Kelp::Ptr<const Acl::AclIntf>& entity,
+                                                     Acl::AclDirection direction) {
+    return childIs(entity, direction);
+  }
+  void childSmIntfAclAclIntfPtrConstDel(Acl::AclDirection direction) { childDel(direction); }
+  void childSmIntfAclAclIntfPtrConstDelAll() { childDelAll(); }
+
+  void handleIntf0(Acl::AclDirection direction) { follow(direction); }
+  void handleIntf0Reactor(Acl::AclDirection direction) { handleIntf0(direction); }
+  using Table = HandlerTable<Handlers<&ConfigSm1::handleIntf0, &ConfigSm1::handleIntf0Reactor>>;
+
+  void onChildEvent0(Acl::AclDirection direction, const Nimnet::IntfId& intfId,
+                     const std::optional<Kelp::String>& aclName);
+};
+
+struct TypesOfBindings {
+  using Entity = Acl::IntfConfig;
+  static const auto& elements(const Entity& types) { return types.config(); }
+  static const Zeb::Attribute& attribute() { return Entity::configAttribute(); }
+  static auto at(const Entity& types, Acl::AclType key) { return types.config(key); }
+};
+class AclIntfConfigSm0 final
+    : public TreeWalker<AclIntfConfigSm0, Top, Walks<TypesOfBindings>, ConfigSm1, Scans<0>> {
+ public:
+  static constexpr auto walkerName = "AclIntfConfigSm0";
+  AclIntfConfigSm0(const Kelp::Ptr<const Acl::IntfConfig>& entity, VeloDpAclStatusSm& machine)
+      : TreeWalker(entity, machine) {
+    task0Is();
+  }
+
+  void task0Is() { taskIs(0, "Velo::VeloAcl::VeloDpAclStatusSm-AclIntfConfigSm0InputScanTask0"); }
+  void task0Del() { taskDel(0); }
+  void task0Dispatch() { driveScan(0); }
+  static constexpr bool (InputSmScanState::*streamScanIs[])(bool) = {
+      &InputSmScanState::aclIntfConfigStreamScanIs};
+
+  Kelp::Ptr<ConfigSm1> childSmConfigAclIntfTypeConfigPtrConstIs(
+      const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, Acl::AclType aclType) {
+    return childIs(entity, aclType);
+  }
+  void childSmConfigAclIntfTypeConfigPtrConstDel(Acl::AclType aclType) { childDel(aclType); }
+  void childSmConfigAclIntfTypeConfigPtrConstDelAll() { childDelAll(); }
+
+  void handleConfig0(Acl::AclType aclType) { follow(aclType); }
+  void handleConfig0Reactor(Acl::AclType aclType) { handleConfig0(aclType); }
+  using Table =
+      HandlerTable<Handlers<&AclIntfConfigSm0::handleConfig0, &AclIntfConfigSm0::handleConfig0Reactor>>;
+
+  void onChildEvent0(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId,
+                     const std::optional<Kelp::String>& aclName) {
+    machine().eventToAclIntfConfigStream(aclType, direction, intfId, aclName);
+  }
+};
+
+// The walker of an entity: the one that is there when it watches the same entity, else a new one, which
+// follows the entity and scans it from here on.
 Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,
                                                VeloDpAclStatusSm& machine);
-/// The walker of an entity as its parent's child: the one that is there when it watches the same entity, else
-/// a new one, which follows the entity and scans it from here on.
-Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity, AclIntfConfigSm0& parent,
-                                 Acl::AclType aclType);
-Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
-                             Acl::AclDirection direction);
+inline Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity,
+                                        AclIntfConfigSm0& parent, Acl::AclType aclType) {
+  return parent.childIs(entity, aclType);
+}
+inline Kelp::Ptr<IntfSm2> IntfSm2Is(const Kelp::Ptr<const Acl::AclIntf>& entity, ConfigSm1& parent,
+                                    Acl::AclDirection direction) {
+  return parent.childIs(entity, direction);
+}
 
 }  // namespace Velo::VeloAcl

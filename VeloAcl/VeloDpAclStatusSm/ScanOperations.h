@@ -2,10 +2,13 @@
 
 namespace Velo::VeloAcl {
 
-/// The operations of the numbered scans, for the walkers that take part in them: a walker derives from a
-/// Scan<its own type> for each of its numbers. What they do is Walker's, the same for all.
+/// The operations of the numbered scans. A walker has those of its numbers; what they do is Walker's, the
+/// same for all.
+template <class W, int number>
+struct ScanOperations;
+
 template <class W>
-struct Scan0 {
+struct ScanOperations<W, 0> {
   void doInputScan0() { static_cast<W*>(this)->scan(0); }
   bool shouldYield0() const { return static_cast<const W*>(this)->shouldYield(0); }
   bool inTask0() const { return static_cast<const W*>(this)->inTask(0); }
@@ -13,7 +16,7 @@ struct Scan0 {
 };
 
 template <class W>
-struct Scan1 {
+struct ScanOperations<W, 1> {
   void doInputScan1() { static_cast<W*>(this)->scan(1); }
   bool shouldYield1() const { return static_cast<const W*>(this)->shouldYield(1); }
   bool inTask1() const { return static_cast<const W*>(this)->inTask(1); }
@@ -21,7 +24,7 @@ struct Scan1 {
 };
 
 template <class W>
-struct Scan2 {
+struct ScanOperations<W, 2> {
   void doInputScan2() { static_cast<W*>(this)->scan(2); }
   bool shouldYield2() const { return static_cast<const W*>(this)->shouldYield(2); }
   bool inTask2() const { return static_cast<const W*>(this)->inTask(2); }
@@ -29,7 +32,7 @@ struct Scan2 {
 };
 
 template <class W>
-struct Scan3 {
+struct ScanOperations<W, 3> {
   void doInputScan3() { static_cast<W*>(this)->scan(3); }
   bool shouldYield3() const { return static_cast<const W*>(this)->shouldYield(3); }
   bool inTask3() const { return static_cast<const W*>(this)->inTask(3); }
@@ -37,7 +40,7 @@ struct Scan3 {
 };
 
 template <class W>
-struct Scan4 {
+struct ScanOperations<W, 4> {
   void doInputScan4() { static_cast<W*>(this)->scan(4); }
   bool shouldYield4() const { return static_cast<const W*>(this)->shouldYield(4); }
   bool inTask4() const { return static_cast<const W*>(this)->inTask(4); }
@@ -45,7 +48,7 @@ struct Scan4 {
 };
 
 template <class W>
-struct Scan5 {
+struct ScanOperations<W, 5> {
   void doInputScan5() { static_cast<W*>(this)->scan(5); }
   bool shouldYield5() const { return static_cast<const W*>(this)->shouldYield(5); }
   bool inTask5() const { return static_cast<const W*>(this)->inTask(5); }

@@ -1,12 +1,9 @@
 #pragma once
 
-#include <VeloAcl/VeloDpAclStatusSm/Children.h>
-#include <VeloAcl/VeloDpAclStatusSm/ScanOperations.h>
 #include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walker.h>
 
-/// What the ten walkers are made of, beside Walker.
 namespace Velo::VeloAcl {
 
 /// A walker over an entity of a type.
@@ -14,21 +11,16 @@ template <class Entity>
 class WalkerOf : public Walker {
  public:
   /// The watched entity.
-  Kelp::Ptr<const Entity> en() const {
-    return Kelp::Ptr<const Entity>(static_cast<const Entity*>(watchedEntity().get()));
-  }
+  Kelp::Ptr<const Entity> en() const { return Kelp::Ptr<const Entity>(raw()); }
 
  protected:
   using Walker::Walker;
   const Entity* raw() const { return static_cast<const Entity*>(watchedEntity().get()); }
 };
 
-/// A walker that belongs to the machine itself and owns the tasks of its scans.
+/// A walker that belongs to the machine itself and sets the tasks of its scans.
 template <class Entity>
 class TopWalker : public WalkerOf<Entity> {
- public:
-  ~TopWalker() override;
-
  protected:
   using WalkerOf<Entity>::WalkerOf;
   /// Runs a scan in its task when that has work queued already, else at once.
@@ -36,25 +28,13 @@ class TopWalker : public WalkerOf<Entity> {
   void driveScan(int number);
   void taskIs(int number, const char* taskName);
   void taskDel(int number);
+  /// A scan that has ended behind the first pass needs its task no more.
   void handleScanDone(int number) override;
-  /// Tells the machine that a pass of the scan is over.
-  virtual void scanFlagIs(int number) = 0;
 };
-
-inline constexpr auto noChild = [](const auto&) { return Kelp::Ptr<Walker>(); };
-
-/// A walker's own event for every element that is still there, each without value.
-template <class Map, class Emit>
-void forEachLeft(const Walker& walker, const Map& map, const Emit& emit) {
-  for (auto at = map.begin(); at && walker.active(); at.next()) emit(at.key());
-}
-
-template <class Entity>
-TopWalker<Entity>::~TopWalker() = default;
 
 template <class Entity>
 void TopWalker<Entity>::startScan(int number) {
-  const auto& task = this->tasks_[number];
+  const auto& task = this->scanTasks()->tasks[number];
   if (!this->synchronous() && task && task->taskWorkQueued()) {
     task->scheduleTask();
   } else {
@@ -67,30 +47,30 @@ void TopWalker<Entity>::driveScan(int number) {
   if (!this->active()) return;
   const Kelp::Ptr<VeloDpAclStatusSm> keepMachine(&this->machine());
   const Kelp::Ptr<Walker> keep(this);
-  ++this->driving_[number];
+  const Kelp::Ptr<ScanTasks> scans = this->scanTasks();
+  ++scans->driving[number];
   this->scan(number);
-  --this->driving_[number];
+  --scans->driving[number];
 }
 
 template <class Entity>
 void TopWalker<Entity>::taskIs(int number, const char* taskName) {
   if (this->synchronous()) return;
-  auto& task = this->tasks_[number];
+  auto& task = this->scanTasks()->tasks[number];
   task = this->machine().scheduler()->taskIs(this->machine().control().priority, taskName);
   task->dispatchIs([this, number] { driveScan(number); }, this);
 }
 
 template <class Entity>
 void TopWalker<Entity>::taskDel(int number) {
-  const Kelp::Ptr<Kiv::TimerTask> task = std::move(this->tasks_[number]);
-  if (!task) return;
-  task->dispatchDel(this);
+  if (!this->active()) return;
+  const Kelp::Ptr<Kiv::TimerTask> task = std::move(this->scanTasks()->tasks[number]);
+  if (task) task->dispatchDel(this);
 }
 
 template <class Entity>
 void TopWalker<Entity>::handleScanDone(int number) {
   if (this->initialScanDone()) taskDel(number);
-  scanFlagIs(number);
 }
 
 }  // namespace Velo::VeloAcl

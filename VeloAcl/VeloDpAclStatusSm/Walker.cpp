@@ -8,19 +8,25 @@ namespace Velo::VeloAcl {
 /// While a reactor runs no scan counts as driven: what it makes is not on the way of any.
 class Walker::ReactorScope {
  public:
-  explicit ReactorScope(Walker& top) : top_(&top), driving_(top.driving_) { top.driving_.fill(0); }
-  ~ReactorScope() { top_->driving_ = driving_; }
+  explicit ReactorScope(Kelp::Ptr<ScanTasks> scans) : scans_(std::move(scans)), driving_(scans_->driving) {
+    scans_->driving.fill(0);
+  }
+  ~ReactorScope() { scans_->driving = driving_; }
   ReactorScope(const ReactorScope&) = delete;
   ReactorScope& operator=(const ReactorScope&) = delete;
 
  private:
-  const Kelp::Ptr<Walker> top_;
+  const Kelp::Ptr<ScanTasks> scans_;
   const std::array<int, scanCount> driving_;
 };
 
 Walker::Walker(std::string_view name, VeloDpAclStatusSm& machine, Walker* parent,
                Kelp::Ptr<const Zeb::Entity> entity)
-    : InputStateMachine(std::move(entity)), name_(name), machine_(&machine), parent_(parent) {}
+    : InputStateMachine(std::move(entity)),
+      name_(name),
+      machine_(&machine),
+      parent_(parent),
+      scanTasks_(parent ? parent->scanTasks_ : MemSlab::make<ScanTasks>()) {}
 
 Walker::~Walker() = default;
 
@@ -51,13 +57,16 @@ void Walker::start() {
 void Walker::stop() {
   if (!active()) return;
   const Kelp::Ptr<Walker> keep(this);
+  const Kelp::Ptr<ScanTasks> scans = std::move(scanTasks_);
+  if (!parent_) {
+    for (auto& task : scans->tasks) {
+      if (!task) continue;
+      task->dispatchDel(this);
+      task = nullptr;
+    }
+  }
   machine_ = nullptr;
   parent_ = nullptr;
-  for (auto& task : tasks_) {
-    if (!task) continue;
-    task->dispatchDel(this);
-    task = nullptr;
-  }
   forEachChild([](Walker& child) { child.stop(); });
   doneIs();
 }
@@ -66,23 +75,27 @@ void Walker::enDispatch(const Zeb::Change& change) {
   if (!active()) return;
   const Kelp::Ptr<VeloDpAclStatusSm> keep(machine_);
   runWithoutEscape(name_, [&] {
-    const ReactorScope scope(top());
+    const ReactorScope scope(scanTasks_);
     dispatch(change);
   });
 }
 
+Kiv::TimerTask* Walker::taskOf(int number) const {
+  return scanTasks_ ? scanTasks_->tasks[number].get() : nullptr;
+}
+
 bool Walker::shouldYield(int number) const {
-  const auto& task = taskOf(number);
+  Kiv::TimerTask* const task = taskOf(number);
   return task && !synchronous() && task->taskShouldYield();
 }
 
 bool Walker::inTask(int number) const {
-  const auto& task = taskOf(number);
+  Kiv::TimerTask* const task = taskOf(number);
   return task && task->taskCurrentlyRunning();
 }
 
 bool Walker::mayYield(int number) const {
-  return taskOf(number) && !synchronous() && (!initialScanDone() || top().driving_[number] > 0);
+  return taskOf(number) && !synchronous() && (!initialScanDone() || scanTasks_->driving[number] > 0);
 }
 
 void Walker::traceScanStart(bool complete, bool resumed, size_t total) const {
@@ -92,7 +105,7 @@ void Walker::traceScanStart(bool complete, bool resumed, size_t total) const {
 void Walker::traceScanStop(int number, bool forChild, size_t iterations, size_t total) const {
   traceStatus(8, "{} {} yielding after {} iterations ({} total items)", name_, forChild ? "child" : "",
               iterations, total);
-  const Kelp::Ptr<Kiv::TimerTask> task = taskOf(number);
+  const Kelp::Ptr<Kiv::TimerTask> task(taskOf(number));
   if (!task) return;
   task->taskWorkCountInc(iterations);
   task->taskWorkPendingIs(total);

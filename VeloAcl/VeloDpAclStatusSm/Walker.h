@@ -1,29 +1,16 @@
 #pragma once
 
 #include <Kelp/Assert.h>
-#include <Kiv/TaskScheduler.h>
 #include <Rix/InReactor.h>
-#include <Zeb/HashMap2018.h>
+#include <VeloAcl/VeloDpAclStatusSm/Scan.h>
 
-#include <array>
 #include <functional>
 #include <optional>
 #include <string_view>
-#include <utility>
 
 namespace Velo::VeloAcl {
 
 class VeloDpAclStatusSm;
-
-/// One walker's place in one numbered scan.
-enum class ScanProgress : uint8_t { notStarted = 0, yielded = 1, complete = 2, firstPassComplete = 3 };
-
-template <class Key>
-struct ScanPlace {
-  ScanProgress progress = ScanProgress::notStarted;
-  std::optional<Key> resumeKey;
-  bool inFirstPass = false;  ///< the resume key was saved in the first pass; the second starts over
-};
 
 /// Base of the small machines that mirror the nested configuration, one walker for each entity that matters.
 /// A walker follows its entity, keeps a child walker for each nested entity, and takes part in numbered scans
@@ -32,13 +19,11 @@ struct ScanPlace {
 /// Who owns whom: the machine the top walkers, each walker its children. A walker that was torn down is not
 /// active any more and does nothing, however long somebody on the stack still holds it.
 ///
-/// A scan may stop in the middle and go on later, in a run of its scan's task, which the top walker owns. In
+/// A scan may stop in the middle and go on later, in a run of its scan's task, which the top walker sets. In
 /// the second pass only a scan that the top walker drives may stop, since that one comes back; what a reactor
 /// makes on the way is scanned to its end at once. So no element's event is lost.
 class Walker : public Rix::Gen::InputStateMachine {
  public:
-  static constexpr int scanCount = 6;
-
   bool active() const { return machine_ != nullptr; }
   bool synchronous() const;
   VeloDpAclStatusSm& machine() const { return *machine_; }
@@ -78,11 +63,13 @@ class Walker : public Rix::Gen::InputStateMachine {
   virtual void dispatch(const Zeb::Change& change) = 0;
   virtual void forEachChild(const std::function<void(Walker&)>& visit) = 0;
   /// Takes note that the collections are as they are.
-  virtual void versionsSeen() {}
+  virtual void versionsSeen() = 0;
   /// Another value after any change of what is watched.
   virtual uint64_t mark() const = 0;
   /// What a top walker does when a scan has ended.
   virtual void handleScanDone(int) {}
+  /// Of this walker's tree; null when the walker was torn down.
+  const Kelp::Ptr<ScanTasks>& scanTasks() const { return scanTasks_; }
 
   bool initialScanDone() const;
 
@@ -93,27 +80,19 @@ class Walker : public Rix::Gen::InputStateMachine {
            (place.progress == ScanProgress::firstPassComplete && !initialScanDone());
   }
 
-  /// The one way in which collections are scanned: `handle(key)` for each element, then the same scan of the
-  /// child that `childOf(key)` gives, if any.
-  template <class Map, class Handle, class ChildOf>
-  void scanMap(int number, ScanPlace<typename Map::Key>& place, const Map* map, const Handle& handle,
-               const ChildOf& childOf);
-  /// The same for an attribute with at most one element.
-  template <class Handle, class ChildOf>
-  void scanSingle(int number, ScanPlace<bool>& place, bool present, const Handle& handle,
-                  const ChildOf& childOf);
-
-  /// Top walkers: the tasks of the scans, and whether a scan is being driven just now.
-  std::array<Kelp::Ptr<Kiv::TimerTask>, scanCount> tasks_;
-  std::array<int, scanCount> driving_{};
+  /// The one way in which elements are scanned: `handle(key)` for each of them, then the same scan of the
+  /// child that `childOf(key)` gives, if any. `elements` is a collection or a SingleElement, null when the
+  /// watched entity is missing.
+  template <class Elements, class Handle, class ChildOf>
+  void scanElements(int number, ScanPlace<typename Elements::Key>& place, const Elements* elements,
+                    const Handle& handle, const ChildOf& childOf);
 
  private:
   class ReactorScope;
 
   void enDispatch(const Zeb::Change& change) final;
-  const Walker& top() const { return parent_ ? parent_->top() : *this; }
-  Walker& top() { return parent_ ? parent_->top() : *this; }
-  const Kelp::Ptr<Kiv::TimerTask>& taskOf(int number) const { return top().tasks_[number]; }
+  /// Null when there is none.
+  Kiv::TimerTask* taskOf(int number) const;
   bool mayYield(int number) const;
   void traceScanStart(bool complete, bool resumed, size_t total) const;
   void traceScanStop(int number, bool forChild, size_t iterations, size_t total) const;
@@ -122,27 +101,29 @@ class Walker : public Rix::Gen::InputStateMachine {
   const std::string_view name_;
   VeloDpAclStatusSm* machine_;
   Walker* parent_;
+  Kelp::Ptr<ScanTasks> scanTasks_;
   std::optional<uint64_t> markWhenOff_;  // while notification is off again
 };
 
-template <class Map, class Handle, class ChildOf>
-void Walker::scanMap(int number, ScanPlace<typename Map::Key>& place, const Map* map, const Handle& handle,
-                     const ChildOf& childOf) {
-  using Key = typename Map::Key;
+template <class Elements, class Handle, class ChildOf>
+void Walker::scanElements(int number, ScanPlace<typename Elements::Key>& place, const Elements* elements,
+                          const Handle& handle, const ChildOf& childOf) {
+  using Key = typename Elements::Key;
   if (!active()) return;
   const Kelp::Ptr<Walker> keep(this);
   const bool firstPass = !initialScanDone();
   const bool resumed = place.progress == ScanProgress::yielded && place.inFirstPass == firstPass;
-  traceScanStart(placeComplete(place), resumed, map ? map->size() : 0);
+  traceScanStart(placeComplete(place), resumed, elements ? elements->size() : 0);
   if (placeComplete(place)) return;
-  KELP_ASSERT(map, "en() && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
+  KELP_ASSERT(elements,
+              "en() && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
 
   const auto stopAt = [&](const Key& key, bool forChild, size_t iterations) {
     place = {ScanProgress::yielded, key, firstPass};
-    traceScanStop(number, forChild, iterations, map->size());
+    traceScanStop(number, forChild, iterations, elements->size());
   };
   size_t iterations = 0;
-  auto at = resumed ? map->from(*place.resumeKey) : map->begin();
+  auto at = resumed ? elements->from(*place.resumeKey) : elements->begin();
   while (at) {
     const Key key = at.key();
     handle(key);
@@ -158,15 +139,6 @@ void Walker::scanMap(int number, ScanPlace<typename Map::Key>& place, const Map*
   }
   place = {firstPass ? ScanProgress::firstPassComplete : ScanProgress::complete, std::nullopt, firstPass};
   scanEnded(number, firstPass, iterations);
-}
-
-template <class Handle, class ChildOf>
-void Walker::scanSingle(int number, ScanPlace<bool>& place, bool present, const Handle& handle,
-                        const ChildOf& childOf) {
-  Zeb::HashMap2018<bool, bool> single;
-  if (present) single.put(true, true);
-  scanMap(
-      number, place, &single, [&](bool) { handle(); }, [&](bool) { return childOf(); });
 }
 
 }  // namespace Velo::VeloAcl

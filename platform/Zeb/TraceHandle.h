@@ -29,6 +29,9 @@ struct TraceFormat {
   template <class Text>
   requires std::convertible_to<const Text&, std::string_view>
   consteval TraceFormat(const Text& text, int at = __builtin_LINE()) : format(text), line(at) {}
+  /// Of a text that stands in a table and was checked there.
+  constexpr TraceFormat(const fmt::format_string<Args...>& checked, int at = __builtin_LINE())
+      : format(checked), line(at) {}
   fmt::format_string<Args...> format;
   int line;
 };

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <Kelp/Ptr.h>
+#include <Kiv/TaskScheduler.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+/// What a numbered scan over the walkers of a tree keeps, and what it goes over.
+namespace Velo::VeloAcl {
+
+inline constexpr int scanCount = 6;
+
+/// One walker's place in one numbered scan.
+enum class ScanProgress : uint8_t { notStarted = 0, yielded = 1, complete = 2, firstPassComplete = 3 };
+
+template <class Key>
+struct ScanPlace {
+  ScanProgress progress = ScanProgress::notStarted;
+  std::optional<Key> resumeKey;
+  bool inFirstPass = false;  ///< the resume key was saved in the first pass; the second starts over
+};
+
+/// The tasks of the scans of one tree, and whether a scan is being driven just now. Made by the top walker,
+/// which alone sets them, and shared by all walkers below it.
+struct ScanTasks : Kelp::Node {
+  std::array<Kelp::Ptr<Kiv::TimerTask>, scanCount> tasks;
+  std::array<int, scanCount> driving{};
+};
+
+/// An attribute that names at most one element, to be scanned like a collection with that element.
+class SingleElement {
+ public:
+  using Key = bool;
+
+  explicit SingleElement(const void* element) : element_(element) {}
+  size_t size() const { return element_ ? 1 : 0; }
+  /// Another value when the attribute names another element.
+  uint64_t changes() const { return reinterpret_cast<uintptr_t>(element_); }
+  uint32_t version() const { return 0; }
+
+  struct Iterator {
+    bool left;
+    explicit operator bool() const { return left; }
+    Key key() const { return true; }
+    void next() { left = false; }
+  };
+  Iterator begin() const { return {element_ != nullptr}; }
+  Iterator from(Key) const { return begin(); }
+
+ private:
+  const void* element_;
+};
+
+}  // namespace Velo::VeloAcl
