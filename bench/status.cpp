@@ -1,4 +1,4 @@
-#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
+#include <VeloAcl/VeloDpAclStatusSm/Factory.h>
 #include <Zeb/System.h>
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>

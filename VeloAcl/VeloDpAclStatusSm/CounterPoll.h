@@ -1,41 +1,64 @@
 #pragma once
 
-#include <Acl/Counters.h>
-#include <VeloAcl/VeloDpAclStatusSm/Output.h>
-#include <VeloAcl/VeloDpAclStatusSm/ScanState.h>
+#include <VeloAcl/VeloDpAclStatusSm/MachineTask.h>
+#include <VeloAcl/VeloDpAclStatusSm/ScanTables.h>
+#include <VeloAcl/VeloDpAclStatusSm/Streams.h>
 
 #include <optional>
 
 namespace Velo::VeloAcl {
 
-class VeloDpAclStatusSm;
+class MachinePolls;
 
-/// One of the machine's polls: copies a collection of counters into the status, again and again.
-struct CounterPoll {
-  /// A row of the machine's table of polls: what it traces, and where the poll's state is.
-  struct Row {
-    const char* inputReadyText;
-    const char* inputsText;
-    const char* firedText;
-    fmt::format_string<size_t> flatteningText;
-    fmt::format_string<const Velo::Counter::VeloDpAclCounterKey&, size_t> resumingText;
-    const Kelp::Ptr<const Velo::Counter::VeloDpAclCounterColl>& (VeloDpAclStatusSm::*input)() const;
-    bool (InputSmScanState::*idleIs)(bool);
-    const uint64_t& (InputSmScanState::*doneGen)() const;
-    bool (InputSmScanState::*doneGenIs)(uint64_t);
-    const uint64_t& (InputSmScanState::*generation)() const;
-    bool (InputSmScanState::*generationIs)(uint64_t);
-    void (InputSmScanState::*generationInc)();
-    const bool& (VeloDpAclStatusSm::*duplicateSeen)() const;
-    bool (VeloDpAclStatusSm::*duplicateSeenIs)(bool);
-  };
+/// A row of the machine's table of polls: what a poll copies, what it traces, and where its state is.
+struct PollSpec {
+  const char* inputReadyText;
+  const char* inputsText;
+  const char* firedText;
+  fmt::format_string<size_t> flatteningText;
+  fmt::format_string<const Velo::Counter::VeloDpAclCounterKey&, size_t> resumingText;
+  const char* taskName;
+  const Arguments::Counters& (MachineFrame::*input)() const;
+  const PollState& state;
+  const bool& (MachinePolls::*duplicateSeen)() const;
+  bool (MachinePolls::*duplicateSeenIs)(bool);
+};
 
-  explicit CounterPoll(Row theRow) : row(theRow) {}
+/// Copies a collection of counters into the status, again and again: a second after it last came to the end.
+class CounterPoll {
+ public:
+  CounterPoll(MachinePolls& machine, const PollSpec& spec) : machine_(machine), spec_(spec) {}
+  CounterPoll(const CounterPoll&) = delete;
+  CounterPoll& operator=(const CounterPoll&) = delete;
 
-  const Row row;
-  MachineTask task;
-  /// Where an interrupted pass goes on.
-  std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark;
+  /// To be called when something that the poll waits for has changed: has its task run.
+  void handleInputReady();
+  /// What its task does: a pass, and then it sees to the next. A machine without tasks calls it once.
+  void run();
+  /// Copies what is there, from where the last pass yielded; false when it yields, or the machine is stopped.
+  /// The generation is the pass that was asked for; a pass copies whatever is there.
+  bool pass(uint64_t generation);
+
+  /// Has one more pass outstanding.
+  void ask();
+  /// Has one more outstanding, and run now, when the last one is through and the next is a second away.
+  void askIfComplete();
+
+  /// The poll is the one whose pass is over when this field of the scan state changes.
+  bool endsWith(const Zeb::Attribute& field) const { return &spec_.state.doneAttribute() == &field; }
+  void taskIs(const MachineFrame::Scheduler& scheduler, int priority, const char* name);
+  void taskIs(const MachineFrame::Scheduler& scheduler, int priority) {
+    taskIs(scheduler, priority, spec_.taskName);
+  }
+  void taskDel() { task_.del(); }
+
+ private:
+  bool restartIsWanted();
+
+  MachinePolls& machine_;
+  const PollSpec spec_;
+  MachineTask task_;
+  std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark_;  ///< where an interrupted pass goes on
 };
 
 }  // namespace Velo::VeloAcl

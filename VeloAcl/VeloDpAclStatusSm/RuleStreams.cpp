@@ -1,3 +1,4 @@
+#include <Acl/RuleKinds.h>
 #include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
 
 namespace Velo::VeloAcl {
@@ -30,57 +31,75 @@ using Acl::RuleStatus;
 using Kiv::UniqueId;
 using Velo::Counter::AclTypeNameTuple;
 
-void VeloDpAclStatusSm::eventToIpRuleCfgStream(AclType aclType, const Kelp::String& aclName,
-                                               const UniqueId& uid, const Acl::IpRuleConfig* ruleConfig) {
-  if (!streaming()) return;
-  traceStatus(7,
-              "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} "
-              "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, RuleText{ruleConfig});
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
-}
+namespace {
 
-void VeloDpAclStatusSm::eventToIp6RuleCfgStream(AclType aclType, const Kelp::String& aclName,
-                                                const UniqueId& uid, const Acl::Ip6RuleConfig* ruleConfig) {
-  if (!streaming()) return;
-  traceStatus(7,
-              "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} "
-              "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, RuleText{ruleConfig});
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
-}
-
-void VeloDpAclStatusSm::eventToMacRuleCfgStream(AclType aclType, const Kelp::String& aclName,
-                                                const UniqueId& uid, const Acl::MacRuleConfig* ruleConfig) {
-  if (!streaming()) return;
-  traceStatus(7,
-              "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} "
-              "aclName={} uid={} ruleConfig={}",
-              aclType, aclName, uid, RuleText{ruleConfig});
-  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
-}
-
-/// What the init stream of one kind of list looks at: a row of the three.
-template <class Rules>
-struct InitStream {
+/// What the two streams of one kind of rules trace and let through.
+struct RuleStreamRow {
   AclType listType;
+  fmt::format_string<const AclType&, const Kelp::String&, const UniqueId&, RuleText> cfg;
+  fmt::format_string<const AclType&, const Kelp::String&, const char*> init;
   const char* filterFailed;
-  const Rules& (Acl::AclSubConfig::*rulesOf)() const;
   fmt::format_string<size_t> flattening;
 };
 
+template <class Rule>
+constexpr RuleStreamRow rowOf() = delete;
+template <>
+constexpr RuleStreamRow rowOf<Acl::IpRuleConfig>() {
+  return {AclType::ip,
+          "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} aclName={} "
+          "uid={} ruleConfig={}",
+          "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+          "filter( ( ( ( aclType == Acl::AclType::ip() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+          "terminating pipeline",
+          " foreach( currCfg.ipRuleById ) flattening {} elements"};
+}
+template <>
+constexpr RuleStreamRow rowOf<Acl::Ip6RuleConfig>() {
+  return {AclType::ipv6,
+          "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} aclName={} "
+          "uid={} ruleConfig={}",
+          "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+          "filter( ( ( ( aclType == Acl::AclType::ipv6() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+          "terminating pipeline",
+          " foreach( currCfg.ip6RuleById ) flattening {} elements"};
+}
+template <>
+constexpr RuleStreamRow rowOf<Acl::MacRuleConfig>() {
+  return {AclType::mac,
+          "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} aclName={} "
+          "uid={} ruleConfig={}",
+          "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+          "filter( ( ( ( aclType == Acl::AclType::mac() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+          "terminating pipeline",
+          " foreach( currCfg.macRuleById ) flattening {} elements"};
+}
+
+}  // namespace
+
+/// A rule that has come, changed or, when it is null, gone.
+template <class Rule>
+void MachineStreams::ruleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
+                                   const Rule* ruleConfig) {
+  if (!streaming()) return;
+  traceStatus(7, rowOf<Rule>().cfg, std::as_const(aclType), aclName, uid, RuleText{ruleConfig});
+  eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
+}
+
 /// Records every rule of a list that has just come, whatever the status says; never takes one out.
-template <class Rules>
-void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg,
-                                  const InitStream<Rules>& stream) {
-  const auto rules = aclType == stream.listType && aclCfg ? (*aclCfg)->currCfg() : nullptr;
+template <class Rule>
+void MachineStreams::ruleInitStream(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg) {
+  if (!streaming() || listEvents_.overtaken()) return;
+  const RuleStreamRow row = rowOf<Rule>();
+  traceStatus(7, row.init, std::as_const(aclType), aclName, text(aclCfg));
+  const auto rules = aclType == row.listType && aclCfg ? (*aclCfg)->currCfg() : nullptr;
   if (!rules) {
-    traceStatus(6, "{}", stream.filterFailed);
+    traceStatus(6, "{}", row.filterFailed);
     return;
   }
-  const Rules& map = (*rules.*stream.rulesOf)();
+  const auto& map = Acl::RuleKind<Rule>::rules(*rules);
   const uint64_t changes = map.changes();
-  traceStatus(6, stream.flattening, map.size());
+  traceStatus(6, row.flattening, map.size());
   const auto upToDate = [&] {
     return !stopped_ && !listEvents_.overtaken() && (*aclCfg)->currCfg() == rules;
   };
@@ -91,9 +110,34 @@ void VeloDpAclStatusSm::initRules(AclType aclType, const Kelp::String& aclName, 
   if (!stopped_ && (!upToDate() || map.changes() != changes)) withdrawRulesGone(aclType, aclName);
 }
 
+void MachineStreams::eventToIpRuleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
+                                            const Acl::IpRuleConfig* ruleConfig) {
+  ruleCfgStream(aclType, aclName, uid, ruleConfig);
+}
+void MachineStreams::eventToIp6RuleCfgStream(AclType aclType, const Kelp::String& aclName,
+                                             const UniqueId& uid, const Acl::Ip6RuleConfig* ruleConfig) {
+  ruleCfgStream(aclType, aclName, uid, ruleConfig);
+}
+void MachineStreams::eventToMacRuleCfgStream(AclType aclType, const Kelp::String& aclName,
+                                             const UniqueId& uid, const Acl::MacRuleConfig* ruleConfig) {
+  ruleCfgStream(aclType, aclName, uid, ruleConfig);
+}
+void MachineStreams::eventToAclIpRuleInitStream(AclType aclType, const Kelp::String& aclName,
+                                                const ListCfg& aclCfg) {
+  ruleInitStream<Acl::IpRuleConfig>(aclType, aclName, aclCfg);
+}
+void MachineStreams::eventToAclIp6RuleInitStream(AclType aclType, const Kelp::String& aclName,
+                                                 const ListCfg& aclCfg) {
+  ruleInitStream<Acl::Ip6RuleConfig>(aclType, aclName, aclCfg);
+}
+void MachineStreams::eventToAclMacRuleInitStream(AclType aclType, const Kelp::String& aclName,
+                                                 const ListCfg& aclCfg) {
+  ruleInitStream<Acl::MacRuleConfig>(aclType, aclName, aclCfg);
+}
+
 /// Of the rules of a list that are recorded, withdraws those of which `gone(uid)` is true.
-void VeloDpAclStatusSm::withdrawRules(AclType aclType, const Kelp::String& aclName,
-                                      const std::function<bool(const UniqueId&)>& gone) {
+void MachineStreams::withdrawRules(AclType aclType, const Kelp::String& aclName,
+                                   const std::function<bool(const UniqueId&)>& gone) {
   const auto ruleIds = localAttrStore_->ruleIdsByAcl({aclType, aclName});
   if (!ruleIds) return;
   for (auto at = ruleIds->ruleIds().begin(); at && !stopped_; at.next()) {
@@ -104,9 +148,9 @@ void VeloDpAclStatusSm::withdrawRules(AclType aclType, const Kelp::String& aclNa
 
 /// Withdraws the recorded rules that a list does not have. For when rules were taken out by somebody who was
 /// told of one of them, while the walker that would see it may not be there yet.
-void VeloDpAclStatusSm::withdrawRulesGone(AclType aclType, const Kelp::String& aclName) {
+void MachineStreams::withdrawRulesGone(AclType aclType, const Kelp::String& aclName) {
   withdrawRules(aclType, aclName, [&](const UniqueId& uid) {
-    const auto lists = aclConfig_->config(aclType);
+    const auto lists = aclConfig()->config(aclType);
     const auto list = lists ? lists->acl(aclName) : nullptr;
     const auto rules = list ? list->currCfg() : nullptr;
     return !rules ||
@@ -114,47 +158,8 @@ void VeloDpAclStatusSm::withdrawRulesGone(AclType aclType, const Kelp::String& a
   });
 }
 
-void VeloDpAclStatusSm::eventToAclIpRuleInitStream(AclType aclType, const Kelp::String& aclName,
-                                                   const ListCfg& aclCfg) {
-  if (!streaming() || listEvents_.overtaken()) return;
-  traceStatus(7, "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
-  initRules<Acl::AclSubConfig::ipRuleByIdMap>(
-      aclType, aclName, aclCfg,
-      {AclType::ip,
-       "filter( ( ( ( aclType == Acl::AclType::ip() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-       "terminating pipeline",
-       &Acl::AclSubConfig::ipRuleById, " foreach( currCfg.ipRuleById ) flattening {} elements"});
-}
-
-void VeloDpAclStatusSm::eventToAclIp6RuleInitStream(AclType aclType, const Kelp::String& aclName,
-                                                    const ListCfg& aclCfg) {
-  if (!streaming() || listEvents_.overtaken()) return;
-  traceStatus(7, "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
-  initRules<Acl::AclSubConfig::ip6RuleByIdMap>(
-      aclType, aclName, aclCfg,
-      {AclType::ipv6,
-       "filter( ( ( ( aclType == Acl::AclType::ipv6() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-       "terminating pipeline",
-       &Acl::AclSubConfig::ip6RuleById, " foreach( currCfg.ip6RuleById ) flattening {} elements"});
-}
-
-void VeloDpAclStatusSm::eventToAclMacRuleInitStream(AclType aclType, const Kelp::String& aclName,
-                                                    const ListCfg& aclCfg) {
-  if (!streaming() || listEvents_.overtaken()) return;
-  traceStatus(7, "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}", aclType,
-              aclName, text(aclCfg));
-  initRules<Acl::AclSubConfig::macRuleByIdMap>(
-      aclType, aclName, aclCfg,
-      {AclType::mac,
-       "filter( ( ( ( aclType == Acl::AclType::mac() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-       "terminating pipeline",
-       &Acl::AclSubConfig::macRuleById, " foreach( currCfg.macRuleById ) flattening {} elements"});
-}
-
-void VeloDpAclStatusSm::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::String& aclName,
-                                                    const UniqueId& uid, bool exists) {
+void MachineStreams::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::String& aclName,
+                                                 const UniqueId& uid, bool exists) {
   if (!streaming()) return;
   traceStatus(
       7,
@@ -184,8 +189,14 @@ void VeloDpAclStatusSm::eventToRuleCfgHandlerStream(AclType aclType, const Kelp:
     localAttrStore_->ruleIdsByAclDel(key);
 }
 
-void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, const UniqueId& uid,
-                                             bool exists) {
+namespace {
+constexpr Into<RuleStatusEntries> intoRuleStatus{
+    "into( status.ruleStatus[ uid ] ): inserting k1={}, value={}",
+    "into( status.ruleStatus[ uid ] ): deleting k1={}"};
+}  // namespace
+
+void MachineStreams::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, const UniqueId& uid,
+                                          bool exists) {
   if (!streaming()) return;
   traceStatus(7, "Line 103: from( ruleIdsByAcl[].ruleIds[] ): keyTuple={} uid={} exists={}", keyTuple, uid,
               exists);
@@ -194,17 +205,8 @@ void VeloDpAclStatusSm::eventToRix_pipeline0(const AclTypeNameTuple& keyTuple, c
     traceStatus(6, "filter( maybeStatus ) failed, terminating pipeline");
     return;
   }
-  auto& output = aclAclStatusPtrRuleStatusOutput_;
-  if (exists) {
-    const RuleStatus value = freshRuleStatus();
-    if (output.pending) output.ptrSeen.add(maybeStatus, {uid});
-    traceStatus(7, "into( status.ruleStatus[ uid ] ): inserting k1={}, value={}", uid, value);
-    maybeStatus->ruleStatusIs(uid, value);
-  } else {
-    if (output.pending) output.ptrSeen.add(maybeStatus, {uid});
-    traceStatus(7, "into( status.ruleStatus[ uid ] ): deleting k1={}", uid);
-    maybeStatus->ruleStatusDel(uid);
-  }
+  aclAclStatusPtrRuleStatusOutput_.write(intoRuleStatus, maybeStatus, uid,
+                                         exists ? std::optional(freshRuleStatus()) : std::nullopt);
 }
 
 }  // namespace Velo::VeloAcl

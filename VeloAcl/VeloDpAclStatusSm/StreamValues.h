@@ -1,6 +1,7 @@
 #pragma once
 
-#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
+#include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
+#include <VeloAcl/VeloDpAclStatusSm/Streams.h>
 #include <Zeb/System.h>
 
 #include <string_view>

@@ -1,40 +1,20 @@
-#include <Kelp/Assert.h>
-#include <VeloAcl/LoadOrder.h>
-#include <VeloAcl/VeloDpAclStatusSm/NoEscape.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanStateFollower.h>
+#include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walkers.h>
-#include <Zeb/TypeModule.h>
 
-/// The frame: what the machine is made of, start-up and teardown.
+/// Start-up and teardown.
 namespace Velo::VeloAcl {
 
-const Zeb::TraceHandle& statusTrace() {
-  // Destroyed with the library; nobody traces after that.
-  static const Zeb::TraceHandle handle("DpAclStatusVelo", "VeloDpAclStatus");
-  return handle;
-}
-
-namespace {
-
-/// The debug channel is there before any other global of the library, whichever of them traces first.
-struct DebugChannel {
-  DebugChannel() { statusTrace(); }
-};
-[[maybe_unused, gnu::init_priority(LoadOrder::debugChannel)]] const DebugChannel debugChannel;
-
-using M = VeloDpAclStatusSm;
-
-[[gnu::init_priority(LoadOrder::statusMachineTypes)]] const Zeb::TypeModule module(
-    "VeloDpAclStatusSm", {
-                             Zeb::typeEntry(&veloDpAclStatusSmFactory),
-                             Zeb::typeEntry<InputSmScanState>(),
-                             Zeb::typeEntry<OutputState>(),
-                             Zeb::typeEntry<LocalAttrStore>(),
-                             Zeb::typeEntry<LocalAttrStore::Holder>(),
-                         });
-
-}  // namespace
+VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConfig,
+                                     const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
+                                     const Arguments::Counters& inCounters,
+                                     const Arguments::Counters& macOutCounters,
+                                     const Arguments::Counters& ipOutCounters,
+                                     const Arguments::Counters& ip6OutCounters,
+                                     const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control)
+    : MachinePolls({aclConfig, aclIntfConfig, inCounters, macOutCounters, ipOutCounters, ip6OutCounters,
+                    aclStatus, control}) {}
 
 VeloDpAclStatusSm::~VeloDpAclStatusSm() {
   nodeFlagSet(Kelp::nodeLive, false);
@@ -42,13 +22,7 @@ VeloDpAclStatusSm::~VeloDpAclStatusSm() {
   Rix::Gen::zebDoZombieReactors();
 }
 
-/// Runs something on behalf of the machine from outside: keeps it alive meanwhile, does nothing once it is
-/// stopped, and lets no exception out.
-void VeloDpAclStatusSm::withMachine(const std::function<void()>& run) {
-  if (stopped_) return;
-  const Kelp::Ptr<VeloDpAclStatusSm> keep(this);
-  runWithoutEscape("the status machine", run);
-}
+const Zeb::TraceHandle& VeloDpAclStatusSm::qtHandle() { return statusTrace(); }
 
 void VeloDpAclStatusSm::handleInitialized() {
   if (initialized_ || stopped_ || scanState_) return;
@@ -59,8 +33,8 @@ void VeloDpAclStatusSm::handleInitialized() {
 /// second pass is part of it.
 void VeloDpAclStatusSm::initialize() {
   traceStatus(9, "create local SMs");
-  if (control_.mode == Rix::SmControl::synchronous) synchronous_ = true;
-  if (control_.mode == Rix::SmControl::asynchronous) synchronous_ = false;
+  if (control().mode == Rix::SmControl::synchronous) synchronous_ = true;
+  if (control().mode == Rix::SmControl::asynchronous) synchronous_ = false;
   scanState_ = Zeb::Owned(this, MemSlab::make<InputSmScanState>());
   outputState_ = Zeb::Owned(this, MemSlab::make<OutputState>());
   scanStateFollower_ = std::make_unique<ScanStateFollower>(*this);
@@ -75,64 +49,21 @@ void VeloDpAclStatusSm::initialize() {
   aclIntfConfigSm0Is();
   traceStatus(9, "initialized");
   initialized_ = true;
-
-  const auto run = [this](void (VeloDpAclStatusSm::*handler)()) {
-    if (initialized_) (this->*handler)();
-  };
-  run(&M::handleRuleIdsByAclRuleIdsOutputInputReady);
-  run(&M::handleAclAclStatusPtrImplicitRuleStatusOutputInputReady);
-  run(&M::handleAclAclStatusPtrImplicitRuleIdOutputInputReady);
-  run(&M::handleAclAclStatusPtrCounterUpdateTimeOutputInputReady);
-  run(&M::handleAclStatusStatusAclOutputInputReady);
-  run(&M::handleAclAclStatusPtrRuleStatusOutputInputReady);
-  run(&M::handleAclStatusStatusIntfIntfOutputInputReady);
-  run(&M::handleCopyIpOutCountersCodefInputReady);
-  run(&M::handleCopyIp6OutCountersCodefInputReady);
-  run(&M::handleCopyInCountersCodefInputReady);
-  run(&M::handleCopyMacOutCountersCodefInputReady);
+  inputsReady();
 }
 
 void VeloDpAclStatusSm::createTasks() {
-  scheduler_ = control_.scheduler ? control_.scheduler : Kiv::TaskSchedulerRoot::findOrCreateScheduler();
-  const int priority = control_.priority;
-  aclAclStatusPtrImplicitRuleStatusOutputReconciliationTaskIs(
-      scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrImplicitRuleStatusOutputTask");
-  aclAclStatusPtrImplicitRuleIdOutputReconciliationTaskIs(
-      scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrImplicitRuleIdOutputTask");
-  aclStatusStatusAclOutputReconciliationTaskIs(scheduler_, priority,
-                                               "VeloDpAclStatusSm-aclStatusStatusAclOutputTask");
-  aclAclStatusPtrRuleStatusOutputReconciliationTaskIs(
-      scheduler_, priority, "VeloDpAclStatusSm-aclAclStatusPtrRuleStatusOutputTask");
-  aclStatusStatusIntfIntfOutputReconciliationTaskIs(scheduler_, priority,
-                                                    "VeloDpAclStatusSm-aclStatusStatusIntfIntfOutputTask");
-  copyIpOutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyIpOutCountersTask");
-  copyIp6OutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyIp6OutCountersTask");
-  copyInCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyInCountersTask");
-  copyMacOutCountersTaskIs(scheduler_, priority, "VeloDpAclStatusSm-copyMacOutCountersTask");
-}
-
-void VeloDpAclStatusSm::checkArguments() const {
-  KELP_ASSERT(aclConfig(),
-              "aclConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(aclIntfConfig(),
-              "aclIntfConfig() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(inCounters(),
-              "inCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(macOutCounters(),
-              "macOutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(ipOutCounters(),
-              "ipOutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(ip6OutCounters(),
-              "ip6OutCounters() && \"Pointer SM args cannot be null unless they are marked Optional\"");
-  KELP_ASSERT(aclStatus(),
-              "aclStatus() && \"Pointer SM args cannot be null unless they are marked Optional\"");
+  scheduler_ = control().scheduler ? control().scheduler : Kiv::TaskSchedulerRoot::findOrCreateScheduler();
+  const int priority = control().priority;
+  for (Output* output : outputs()) output->taskIs(scheduler_, priority);
+  for (CounterPoll* poll : polls()) poll->taskIs(scheduler_, priority);
 }
 
 void VeloDpAclStatusSm::ruleIdsByAclSm7Is() {
   RuleIdsByAclSm7Is(Kelp::Ptr<const LocalAttrStore>(localAttrStore_.ptr()), *this);
 }
-void VeloDpAclStatusSm::aclConfigSm3Is() { AclConfigSm3Is(aclConfig_, *this); }
-void VeloDpAclStatusSm::aclIntfConfigSm0Is() { AclIntfConfigSm0Is(aclIntfConfig_, *this); }
+void VeloDpAclStatusSm::aclConfigSm3Is() { AclConfigSm3Is(aclConfig(), *this); }
+void VeloDpAclStatusSm::aclIntfConfigSm0Is() { AclIntfConfigSm0Is(aclIntfConfig(), *this); }
 
 namespace {
 template <class Sm>
@@ -165,43 +96,12 @@ void VeloDpAclStatusSm::doDeleteAll() {
 void VeloDpAclStatusSm::stop() {
   stopped_ = true;
   initialized_ = false;
-  aclAclStatusPtrImplicitRuleStatusOutputReconciliationTaskDel();
-  aclAclStatusPtrImplicitRuleIdOutputReconciliationTaskDel();
-  aclStatusStatusAclOutputReconciliationTaskDel();
-  aclAclStatusPtrRuleStatusOutputReconciliationTaskDel();
-  aclStatusStatusIntfIntfOutputReconciliationTaskDel();
-  copyIpOutCountersTaskDel();
-  copyIp6OutCountersTaskDel();
-  copyInCountersTaskDel();
-  copyMacOutCountersTaskDel();
+  for (Output* output : outputs()) output->taskDel();
+  for (CounterPoll* poll : polls()) poll->taskDel();
   scanStateFollower_ = nullptr;
   ruleIdsByAclSm7Del();
   aclConfigSm3Del();
   aclIntfConfigSm0Del();
-}
-
-Kelp::Ptr<VeloDpAclStatusSm> veloDpAclStatusSmFactory(
-    const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
-    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control) {
-  const auto machine = MemSlab::make<VeloDpAclStatusSm>(aclConfig, aclIntfConfig, inCounters, macOutCounters,
-                                                        ipOutCounters, ip6OutCounters, aclStatus, control);
-  machine->handleInitialized();
-  return machine;
-}
-
-Kelp::Ptr<VeloDpAclStatusSm> VeloDpAclStatusSmIs(
-    const Kelp::Ptr<const Acl::Config>& aclConfig, const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& inCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& macOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ipOutCounters,
-    const Kelp::Ptr<const VeloDpAclStatusSm::Counters>& ip6OutCounters,
-    const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control) {
-  return veloDpAclStatusSmFactory(aclConfig, aclIntfConfig, inCounters, macOutCounters, ipOutCounters,
-                                  ip6OutCounters, aclStatus, control);
 }
 
 }  // namespace Velo::VeloAcl

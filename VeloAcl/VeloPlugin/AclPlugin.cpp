@@ -1,4 +1,5 @@
 #include <Hive/Cell.h>
+#include <VeloAcl/VeloDpAclStatusSm/Factory.h>
 #include <VeloAcl/VeloPlugin/AclPlugin.h>
 
 namespace Velo::VeloAcl {

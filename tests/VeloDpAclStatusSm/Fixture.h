@@ -5,7 +5,7 @@
 #include <Acl/Status.h>
 #include <Kiv/Clock.h>
 #include <Kiv/TaskScheduler.h>
-#include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
+#include <VeloAcl/VeloDpAclStatusSm/Factory.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walkers.h>
 #include <Zeb/System.h>
 #include <gtest/gtest.h>

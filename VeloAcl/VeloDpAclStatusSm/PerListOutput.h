@@ -1,0 +1,122 @@
+#pragma once
+
+#include <VeloAcl/VeloDpAclStatusSm/ReconciledOutput.h>
+#include <VeloAcl/VeloDpAclStatusSm/SeenSets.h>
+#include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
+
+#include <optional>
+
+namespace Velo::VeloAcl {
+
+/// A kind of entries in the status of each list: its key, its value, and how it is read, written and taken
+/// out. A row a kind.
+struct RuleStatusEntries {
+  using Key = Kiv::UniqueId;
+  using Value = Acl::RuleStatus;
+  static const auto& of(const Acl::AclStatus& status) { return status.ruleStatus(); }
+  static void put(Acl::AclStatus& status, const Key& key, const Value& value) {
+    status.ruleStatusIs(key, value);
+  }
+  static void del(Acl::AclStatus& status, const Key& key) { status.ruleStatusDel(key); }
+};
+struct ImplicitRuleIdEntries {
+  using Key = Acl::ImplicitRuleType;
+  using Value = Kiv::UniqueId;
+  static const auto& of(const Acl::AclStatus& status) { return status.implicitRuleId(); }
+  static void put(Acl::AclStatus& status, Key key, const Value& value) {
+    status.implicitRuleIdIs(key, value);
+  }
+  static void del(Acl::AclStatus& status, Key key) { status.implicitRuleIdDel(key); }
+};
+struct ImplicitRuleStatusEntries {
+  using Key = Acl::ImplicitRuleType;
+  using Value = Acl::RuleStatus;
+  static const auto& of(const Acl::AclStatus& status) { return status.implicitRuleStatus(); }
+  static void put(Acl::AclStatus& status, Key key, const Value& value) {
+    status.implicitRuleStatusIs(key, value);
+  }
+  static void del(Acl::AclStatus& status, Key key) { status.implicitRuleStatusDel(key); }
+};
+
+/// What a stream's write of an entry is traced as.
+template <class Entries>
+struct Into {
+  fmt::format_string<const typename Entries::Key&, const typename Entries::Value&> inserting;
+  fmt::format_string<const typename Entries::Key&> deleting;
+};
+
+/// An output that writes into the status of each list, as far as it is the same for all of them.
+class PerListOutputBase : public ReconciledOutput {
+ public:
+  using ReconciledOutput::ReconciledOutput;
+  /// Takes note that a list's status came or came again, even if nothing is written into it.
+  virtual void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) = 0;
+  /// Begins to reconcile when a status that an earlier run left has entries.
+  virtual void pendingIfEntriesIn(const Acl::AclStatus& status) = 0;
+};
+
+template <class Entries>
+class PerListOutput final : public PerListOutputBase {
+  using Key = typename Entries::Key;
+  using SeenKey = PerStatusOutputKey<Key>;
+
+ public:
+  using PerListOutputBase::PerListOutputBase;
+
+  const PtrSeenMap<SeenKey>& ptrSeen() const { return seen_; }
+  void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) override {
+    if (pending()) seen_.record(status);
+  }
+  void pendingIfEntriesIn(const Acl::AclStatus& status) override {
+    if (!Entries::of(status).empty()) pendingIs(true);
+  }
+
+  /// The end of a stream: sets an entry, or takes it out when there is no value.
+  void write(const Into<Entries>& into, const Kelp::Ptr<Acl::AclStatus>& status, const Key& key,
+             const std::optional<typename Entries::Value>& value, int line = __builtin_LINE()) {
+    if (pending()) seen_.add(status, {key});
+    if (value) {
+      traceStatusAt(line, 7, into.inserting, key, *value);
+      Entries::put(*status, key, *value);
+    } else {
+      traceStatusAt(line, 7, into.deleting, key);
+      Entries::del(*status, key);
+    }
+  }
+
+ private:
+  /// In the order of the statuses that were recorded, and in each from a key on or from its beginning.
+  struct Cursor {
+    size_t status = 0;
+    std::optional<Key> key;
+  };
+
+  WalkEnd walk(DeletionRun& run) override {
+    const Cursor from = cursor_;
+    for (size_t at = from.status; at < seen_.size(); ++at) {
+      if (run.mustStopBeforeStatus()) {
+        cursor_ = {at, std::nullopt};
+        return WalkEnd::yielded;
+      }
+      const Kelp::Ptr<Acl::AclStatus> status = seen_.status(at);
+      const WalkEnd end = deleteUnseen(
+          run, Entries::of(*status), at == from.status && from.key ? &*from.key : nullptr,
+          [&](const Key& key) { return seen_.has(at, {key}); },
+          [&](const Key& key) { Entries::del(*status, key); },
+          [&](const Key& key) {
+            cursor_ = {at, key};
+          });
+      if (end != WalkEnd::complete) return end;
+    }
+    return WalkEnd::complete;
+  }
+  bool forget(SmallSteps& steps) override {
+    cursor_ = {};
+    return seen_.forget([&] { return steps.timeIsUp(); });
+  }
+
+  PtrSeenMap<SeenKey> seen_;
+  Cursor cursor_;
+};
+
+}  // namespace Velo::VeloAcl

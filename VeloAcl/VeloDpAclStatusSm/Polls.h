@@ -1,0 +1,67 @@
+#pragma once
+
+#include <VeloAcl/VeloDpAclStatusSm/CounterPoll.h>
+
+#include <array>
+
+namespace Velo::VeloAcl {
+
+/// The polls of the status machine, by name: each as its task, as what schedules that, and as one pass;
+/// `copy...` is the pass of a machine that runs without tasks. A pass returns false when it yielded. What a
+/// poll copies is a row in Polls.cpp.
+class MachinePolls : public MachineStreams {
+  ZEB_ENTITY(MachinePolls, Zeb::Entity)
+
+ public:
+  void handleCopyInCountersCodefInputReady() { copyInCounters_.handleInputReady(); }
+  void handleCopyMacOutCountersCodefInputReady() { copyMacOutCounters_.handleInputReady(); }
+  void handleCopyIpOutCountersCodefInputReady() { copyIpOutCounters_.handleInputReady(); }
+  void handleCopyIp6OutCountersCodefInputReady() { copyIp6OutCounters_.handleInputReady(); }
+  void handleCopyInCountersCodef() { copyInCounters_.run(); }
+  void handleCopyMacOutCountersCodef() { copyMacOutCounters_.run(); }
+  void handleCopyIpOutCountersCodef() { copyIpOutCounters_.run(); }
+  void handleCopyIp6OutCountersCodef() { copyIp6OutCounters_.run(); }
+  bool eventToCopyInCountersInternal(uint64_t generation) { return copyInCounters_.pass(generation); }
+  bool eventToCopyMacOutCountersInternal(uint64_t generation) { return copyMacOutCounters_.pass(generation); }
+  bool eventToCopyIpOutCountersInternal(uint64_t generation) { return copyIpOutCounters_.pass(generation); }
+  bool eventToCopyIp6OutCountersInternal(uint64_t generation) { return copyIp6OutCounters_.pass(generation); }
+  void copyInCounters() { copyInCounters_.run(); }
+  void copyMacOutCounters() { copyMacOutCounters_.run(); }
+  void copyIpOutCounters() { copyIpOutCounters_.run(); }
+  void copyIp6OutCounters() { copyIp6OutCounters_.run(); }
+  void copyInCountersTaskIs(const Scheduler& scheduler, int priority, const char* name) {
+    copyInCounters_.taskIs(scheduler, priority, name);
+  }
+  void copyMacOutCountersTaskIs(const Scheduler& scheduler, int priority, const char* name) {
+    copyMacOutCounters_.taskIs(scheduler, priority, name);
+  }
+  void copyIpOutCountersTaskIs(const Scheduler& scheduler, int priority, const char* name) {
+    copyIpOutCounters_.taskIs(scheduler, priority, name);
+  }
+  void copyIp6OutCountersTaskIs(const Scheduler& scheduler, int priority, const char* name) {
+    copyIp6OutCounters_.taskIs(scheduler, priority, name);
+  }
+  void copyInCountersTaskDel() { copyInCounters_.taskDel(); }
+  void copyMacOutCountersTaskDel() { copyMacOutCounters_.taskDel(); }
+  void copyIpOutCountersTaskDel() { copyIpOutCounters_.taskDel(); }
+  void copyIp6OutCountersTaskDel() { copyIp6OutCounters_.taskDel(); }
+  // Set from outside, these have the poll's pass start over.
+  ZEB_VALUE(bool, copyInCountersDuplicateSeen)
+  ZEB_VALUE(bool, copyMacOutCountersDuplicateSeen)
+  ZEB_VALUE(bool, copyIpOutCountersDuplicateSeen)
+  ZEB_VALUE(bool, copyIp6OutCountersDuplicateSeen)
+
+ protected:
+  explicit MachinePolls(const Arguments& args);
+
+  /// All of them, in the order in which they run.
+  std::array<CounterPoll*, 4> polls();
+
+ private:
+  CounterPoll copyIpOutCounters_;
+  CounterPoll copyIp6OutCounters_;
+  CounterPoll copyInCounters_;
+  CounterPoll copyMacOutCounters_;
+};
+
+}  // namespace Velo::VeloAcl

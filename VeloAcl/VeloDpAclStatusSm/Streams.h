@@ -1,0 +1,71 @@
+#pragma once
+
+#include <VeloAcl/VeloDpAclStatusSm/EventsUnderWay.h>
+#include <VeloAcl/VeloDpAclStatusSm/Outputs.h>
+
+#include <functional>
+#include <optional>
+
+namespace Velo::VeloAcl {
+
+/// The list of an event, absent when it is gone.
+using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
+
+/// The streams of the status machine: what a keyed event goes through from the walker or poll that raised it
+/// to the status that it writes. A stream drops what comes before the second pass, traces itself at level 7
+/// and a failed filter at level 6, writes, and passes the event on. After each write the event may have been
+/// overtaken (EventsUnderWay), or the machine stopped: the next write asks.
+class MachineStreams : public MachineOutputs {
+ public:
+  // For the walkers. A rule that is gone is null.
+  void eventToAclConfigStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+  void eventToAclIntfConfigStream(Acl::AclType aclType, Acl::AclDirection direction,
+                                  const Nimnet::IntfId& intfId, const std::optional<Kelp::String>& aclName);
+  void eventToIpRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
+                              const Acl::IpRuleConfig* ruleConfig);
+  void eventToIp6RuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
+                               const Acl::Ip6RuleConfig* ruleConfig);
+  void eventToMacRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
+                               const Acl::MacRuleConfig* ruleConfig);
+  void eventToRix_pipeline0(const Velo::Counter::AclTypeNameTuple& keyTuple, const Kiv::UniqueId& uid,
+                            bool exists);
+  /// For the polls.
+  void eventToUpdateCounters(const CounterKey& key, const Velo::Counter::VeloDpAclCounter& counter);
+
+ protected:
+  using MachineOutputs::MachineOutputs;
+
+ private:
+  Kelp::Ptr<Acl::AclStatus> statusOf(Acl::AclType aclType, const Kelp::String& aclName) const;
+
+  // Lists and bindings.
+  bool publishList(Acl::AclType aclType, const Kelp::String& aclName, bool leftOver);
+  void publishBinding(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId,
+                      const Kelp::String& aclName);
+  void pruneDirection(Acl::AclType aclType, Acl::AclDirection direction);
+  void pruneTypeStatus(Acl::AclType aclType);
+
+  // What a list's event goes on to.
+  void eventToAclImplicitRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName,
+                                       const ListCfg& aclCfg);
+  void eventToAclIpRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+  void eventToAclIp6RuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+  void eventToAclMacRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+
+  // Rules, the same for all kinds.
+  template <class Rule>
+  void ruleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
+                     const Rule* ruleConfig);
+  template <class Rule>
+  void ruleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
+  void eventToRuleCfgHandlerStream(Acl::AclType aclType, const Kelp::String& aclName,
+                                   const Kiv::UniqueId& uid, bool exists);
+  void withdrawRules(Acl::AclType aclType, const Kelp::String& aclName,
+                     const std::function<bool(const Kiv::UniqueId&)>& gone);
+  void withdrawRulesGone(Acl::AclType aclType, const Kelp::String& aclName);
+
+  EventsUnderWay<AclStatusStatusAclOutputKeyType> listEvents_;
+  EventsUnderWay<AclStatusStatusIntfIntfOutputKeyType> bindingEvents_;
+};
+
+}  // namespace Velo::VeloAcl
