@@ -6,6 +6,7 @@
 
 #include <array>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -15,21 +16,28 @@
 ///
 ///   class AclTypeStatus : public Zeb::Entity {
 ///     ZEB_ENTITY(AclTypeStatus, Zeb::Entity)
-///     ZEB_VALUE(bool, enabled)                                      // enabled(), enabledIs(v)
-///     ZEB_COLLECTION(intf, Zeb::HashMap2018<IntfId, String>)         // intf(), intf(k), intfIs(k, v),
-///     intfDel(k) ZEB_CHILDREN(acl, Zeb::OrderedMap<String, Zeb::Owned<AclStatus>>)  // acl(), acl(k),
-///     aclIs(k), aclDel(k) ZEB_SET(ruleIds, UniqueId)                                    // ruleIds(),
-///     ruleIds(k), ruleIdsIs(k), ruleIdsDel(k) ZEB_CHILD(SubConfig, currCfg) // currCfg(), currCfgIs(p),
-///     currCfgDel()
+///     ZEB_VALUE(bool, enabled)                  // enabled(), enabledIs(v)
+///     ZEB_COLLECTION(intf, Zeb::HashMap2018<IntfId, String>)
+///                                               // intf(), intf(k), intfIs(k, v), intfDel(k)
+///     ZEB_CHILDREN(acl, Zeb::OrderedMap<String, Zeb::Owned<AclStatus>>)
+///                                               // acl(), acl(k), aclIs(k), aclDel(k)
+///     ZEB_SET(ruleIds, UniqueId)                // ruleIds(), ruleIds(k), ruleIdsIs(k), ruleIdsDel(k)
+///     ZEB_CHILD(SubConfig, currCfg)             // currCfg(), currCfgIs(p), currCfgDel()
 ///   };
 ///
-/// ZEB_HELD is for types with setters of their own: it declares storage, reader and row only. The rows of a
-/// type follow each other directly: no other type with rows is declared between them.
+/// ZEB_HELD is for types with setters of their own: it declares storage, reader and row only; ZEB_ROW the row
+/// only. The rows of a type are its table, attributeTable<T>, in the order of their lines.
 
 namespace Zeb {
 
-template <class Self, int N>
-struct Row {};
+/// What gives an attribute: an entry of a type's table.
+using AttributeEntry = const Attribute& (*)();
+
+/// The place of a row: a line of the header that declares the type, which is the same for whoever reads it.
+template <class Self, int line>
+struct RowAt {};
+/// How many lines below ZEB_ENTITY a row may stand.
+inline constexpr int rowLines = 160;
 
 template <class T>
 concept Formattable = fmt::is_formattable<T>::value;
@@ -94,13 +102,29 @@ class CollectionAttribute final : public Attribute {
   }
 };
 
-template <class Self, int N = 0>
-void collectRows(std::vector<const Attribute*>& rows) {
-  if constexpr (requires { Self::zebRow(Row<Self, N>{}); }) {
-    rows.push_back(&Self::zebRow(Row<Self, N>{}));
-    collectRows<Self, N + 1>(rows);
-  }
+template <class Self, int line>
+concept HasRowAt = requires {
+  Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
+};
+
+/// The row on a line, null when there is none.
+template <class Self, int line>
+constexpr AttributeEntry entryAt() {
+  if constexpr (HasRowAt<Self, line>) return Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
+  return nullptr;
 }
+
+/// The attributes that a type declares itself, in the order of their rows.
+template <class Self>
+inline constexpr auto attributeTable = []<int... line>(std::integer_sequence<int, line...>) {
+  std::array<AttributeEntry, (size_t{0} + ... + HasRowAt<Self, line>)> table{};
+  size_t filled = 0;
+  for (const AttributeEntry entry : {entryAt<Self, line>()...}) {
+    if (entry) table[filled++] = entry;
+  }
+  return table;
+}
+(std::make_integer_sequence<int, rowLines>());
 
 /// The description of a type that ZEB_ENTITY declares.
 template <class Self>
@@ -108,7 +132,7 @@ const TypeData& typeDataOf() {
   if constexpr (requires { typename Self::ZebBase; }) {
     static const std::vector<const Attribute*> rows = [] {
       std::vector<const Attribute*> all;
-      collectRows<Self>(all);
+      for (const AttributeEntry entry : attributeTable<Self>) all.push_back(&entry());
       return all;
     }();
     std::span<const Operation> operations;
@@ -122,25 +146,20 @@ const TypeData& typeDataOf() {
 
 }  // namespace Zeb
 
-#define ZEB_ENTITY(Self, Base)                                                           \
- public:                                                                                 \
-  using ZebSelf = Self;                                                                  \
-  using ZebBase = Base;                                                                  \
-  const ::Zeb::TypeData& typeData() const override { return ::Zeb::typeDataOf<Self>(); } \
-                                                                                         \
- private:                                                                                \
-  [[maybe_unused]] static constexpr int zebFirstRow = __COUNTER__ + 1;                   \
-                                                                                         \
- public:
+#define ZEB_ENTITY(Self, Base)                  \
+ public:                                        \
+  using ZebSelf = Self;                         \
+  using ZebBase = Base;                         \
+  static constexpr int zebFirstLine = __LINE__; \
+  const ::Zeb::TypeData& typeData() const override { return ::Zeb::typeDataOf<Self>(); }
 
 #define ZEB_ROW(name, ...)                                                                \
   static const ::Zeb::Attribute& name##Attribute() {                                      \
+    static_assert(__LINE__ - zebFirstLine < ::Zeb::rowLines, "too far below ZEB_ENTITY"); \
     static constexpr __VA_ARGS__;                                                         \
     return row;                                                                           \
   }                                                                                       \
-  static const ::Zeb::Attribute& zebRow(::Zeb::Row<ZebSelf, __COUNTER__ - zebFirstRow>) { \
-    return name##Attribute();                                                             \
-  }
+  static constexpr ::Zeb::AttributeEntry zebRow(::Zeb::RowAt<ZebSelf, __LINE__>) { return &name##Attribute; }
 
 #define ZEB_VALUE(T, name, ...)                                                                   \
  public:                                                                                          \

@@ -56,6 +56,31 @@ class Bare : public Full {
   ZEB_ENTITY(Bare, Full)
 };
 
+/// With another type and a function between its rows, and a row of several lines.
+class Scattered : public Zeb::Entity {
+  ZEB_ENTITY(Scattered, Zeb::Entity)
+
+ public:
+  ZEB_VALUE(int, first)
+  class Nested : public Zeb::Entity {
+    ZEB_ENTITY(Nested, Zeb::Entity)
+   public:
+    ZEB_VALUE(int, one)
+    ZEB_VALUE(int, two)
+  };
+  int sum() const { return first() + last(); }
+  ZEB_COLLECTION(middle, Zeb::HashMap2018<String,  //
+                                          int>)
+  ZEB_VALUE(int, last)
+};
+template <class T>
+std::string tableOf() {
+  std::string names;
+  for (const Zeb::AttributeEntry entry : Zeb::attributeTable<T>) names += std::string(entry().name()) + " ";
+  return names;
+}
+static_assert(Zeb::attributeTable<Full>.size() == 9 && Zeb::attributeTable<Bare>.empty());
+
 /// Entity, attribute and key of the changes.
 struct Changes : Zeb::Notifiee {
   explicit Changes(const Zeb::Entity& entity) { entity.publisher().subscribe(*this); }
@@ -118,6 +143,14 @@ TEST(AttributesTest, EveryKindOfRowStoresAndAnnouncesWhatChanged) {
     row.write();
     EXPECT_EQ(changes.take(), row.announced) << row.why;
   }
+}
+
+TEST(AttributesTest, TheTableOfATypeHasItsOwnRowsInTheirOrder) {
+  EXPECT_EQ(tableOf<Full>(), "opaque view item ordered ids leaf hashed only held ");
+  EXPECT_EQ(tableOf<Base>(), "number text ");
+  EXPECT_EQ(tableOf<Bare>(), "");
+  EXPECT_EQ(tableOf<Scattered>(), "first middle last ");
+  EXPECT_EQ(tableOf<Scattered::Nested>(), "one two ");
 }
 
 TEST(AttributesTest, AChildsParentIsWhoHoldsIt) {
