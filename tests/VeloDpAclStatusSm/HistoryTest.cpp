@@ -77,8 +77,7 @@ class History {
   }
   double now() const { return world_.clock.now().seconds(); }
 
-  // ---- the machine
-  // -----------------------------------------------------------------------------------------
+  // ---- The machine.
 
   static constexpr const char* taskNames[] = {
       "VeloDpAclStatusSm-copyIpOutCountersTask", "VeloDpAclStatusSm-copyIp6OutCountersTask",
@@ -235,8 +234,7 @@ class History {
     if (live_ && wrong_.empty()) wrong_ += model_.compare(*world_.status);
   }
 
-  // ---- the configuration
-  // -----------------------------------------------------------------------------------
+  // ---- The configuration.
 
   Acl::AclType anyType() { return static_cast<Acl::AclType>(dice_.below(3)); }
   Acl::AclDirection anyDirection() { return static_cast<Acl::AclDirection>(dice_.below(2)); }
@@ -394,8 +392,7 @@ class History {
     }
   }
 
-  // ---- the rest
-  // --------------------------------------------------------------------------------------------
+  // ---- The rest.
 
   void count() {
     const Acl::AclType type = anyType();

@@ -33,8 +33,7 @@ StatusModel::Poll StatusModel::pollOf(const CounterKey& key) {
   }
 }
 
-// ---- configuration
-// -----------------------------------------------------------------------------------------
+// ---- Configuration.
 
 void StatusModel::listIs(Type type, const std::string& name) {
   if (!config_.try_emplace({type, name}).second || !live_) return;
@@ -95,8 +94,7 @@ void StatusModel::bindingsDel(Type type, std::optional<Direction> direction) {
   });
 }
 
-// ---- counters
-// ----------------------------------------------------------------------------------------------
+// ---- Counters.
 
 void StatusModel::counterIs(const CounterKey& key, uint64_t packets, double time) {
   polls_[pollOf(key)].counters[{Kelp::keyHash(key), key}] = {packets, time};
@@ -132,8 +130,7 @@ bool StatusModel::polled(Poll poll, size_t count, bool restarted) {
   return false;
 }
 
-// ---- start
-// -------------------------------------------------------------------------------------------------
+// ---- Start.
 
 void StatusModel::starting(const Acl::StatusDp& status) {
   live_ = false;
@@ -211,8 +208,7 @@ std::string StatusModel::started(const Acl::StatusDp& status) {
   return wrong + compare(status);
 }
 
-// ---- comparison
-// --------------------------------------------------------------------------------------------
+// ---- Comparison.
 
 StatusModel::Uid StatusModel::implicitId(Type type, const std::string& name) const {
   const auto list = status_.find({type, name});
