@@ -12,7 +12,9 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
     traceStatus(9, "{}", scan->falseText);
     return;
   }
-  if (!ruleIdsByAclSm7_ || !aclConfigSm3_ || !aclIntfConfigSm0_) {
+  bool walkersExist = true;
+  forEachTop([&](const auto& walker) { walkersExist = walkersExist && walker; });
+  if (!walkersExist) {
     traceStatus(9, "Initial scan yielding for child SM VeloDpAclStatusSm.");
     return;
   }
@@ -28,9 +30,9 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
 
 void VeloDpAclStatusSm::runSecondPass() {
   for (const StreamScan* scan : streamScans) (scanState_.get()->*scan->doneIs)(false);
-  if (!stopped_ && ruleIdsByAclSm7_->active()) ruleIdsByAclSm7_->doInputScan();
-  if (!stopped_ && aclConfigSm3_->active()) aclConfigSm3_->doInputScan();
-  if (!stopped_ && aclIntfConfigSm0_->active()) aclIntfConfigSm0_->doInputScan();
+  forEachTop([this](auto& walker) {
+    if (!stopped_ && walker->active()) walker->doInputScan();
+  });
 }
 
 /// Each collection of counters is copied once after the second pass, at once where there are no tasks.

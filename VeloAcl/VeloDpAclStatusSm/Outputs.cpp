@@ -60,16 +60,6 @@ MachineOutputs::MachineOutputs(const Arguments& args)
                   .readyIs = &OutputState::aclStatusStatusIntfIntfOutputReadyIs,
                   .scans = {&aclIntfConfigStream}}) {}
 
-std::array<Output*, 7> MachineOutputs::outputs() {
-  return {&ruleIdsByAclRuleIdsOutput_,
-          &aclAclStatusPtrImplicitRuleStatusOutput_,
-          &aclAclStatusPtrImplicitRuleIdOutput_,
-          &aclAclStatusPtrCounterUpdateTimeOutput_,
-          &aclStatusStatusAclOutput_,
-          &aclAclStatusPtrRuleStatusOutput_,
-          &aclStatusStatusIntfIntfOutput_};
-}
-
 /// Whether what is in the lists is empty means a look at one list after the other, until of each kind of
 /// entries one was found. Nothing is written before that is through.
 bool MachineOutputs::setReconciliationPending() {

@@ -84,7 +84,12 @@ class MachineOutputs : public MachineFrame {
   explicit MachineOutputs(const Arguments& args);
 
   /// All of them, in the order in which their handlers run.
-  std::array<Output*, 7> outputs();
+  auto outputs() {
+    return std::to_array<Output*>({&ruleIdsByAclRuleIdsOutput_, &aclAclStatusPtrImplicitRuleStatusOutput_,
+                                   &aclAclStatusPtrImplicitRuleIdOutput_,
+                                   &aclAclStatusPtrCounterUpdateTimeOutput_, &aclStatusStatusAclOutput_,
+                                   &aclAclStatusPtrRuleStatusOutput_, &aclStatusStatusIntfIntfOutput_});
+  }
   /// Finds out which outputs write into a collection that is not empty; returns whether it is through. It may
   /// stop, goes on at its next call, and has the task of the rules' output make one.
   bool setReconciliationPending();

@@ -64,8 +64,4 @@ MachinePolls::MachinePolls(const Arguments& args)
   });
 }
 
-std::array<CounterPoll*, 4> MachinePolls::polls() {
-  return {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_};
-}
-
 }  // namespace Velo::VeloAcl

@@ -55,7 +55,10 @@ class MachinePolls : public MachineStreams {
   explicit MachinePolls(const Arguments& args);
 
   /// All of them, in the order in which they run.
-  std::array<CounterPoll*, 4> polls();
+  auto polls() {
+    return std::to_array<CounterPoll*>(
+        {&copyIpOutCounters_, &copyIp6OutCounters_, &copyInCounters_, &copyMacOutCounters_});
+  }
 
  private:
   CounterPoll copyIpOutCounters_;

@@ -23,11 +23,10 @@ struct fmt::formatter<Velo::VeloAcl::RuleText> : fmt::formatter<std::string_view
 };
 
 /// The streams of rules: from the configuration into the rule-id index, and from there into the status. As
-/// all streams (Streams.cpp) they drop what comes before the second pass.
+/// all streams (Streams.h) they drop what comes before the second pass.
 namespace Velo::VeloAcl {
 
 using Acl::AclType;
-using Acl::RuleStatus;
 using Kiv::UniqueId;
 using Velo::Counter::AclTypeNameTuple;
 

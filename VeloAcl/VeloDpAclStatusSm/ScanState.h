@@ -73,10 +73,11 @@ class OutputState : public Zeb::Entity {
 
  public:
   void handleReady() {
-    readyIs(ruleIdsByAclRuleIdsOutputReady() && aclAclStatusPtrImplicitRuleStatusOutputReady() &&
-            aclAclStatusPtrImplicitRuleIdOutputReady() && aclAclStatusPtrCounterUpdateTimeOutputReady() &&
-            aclStatusStatusAclOutputReady() && aclAclStatusPtrRuleStatusOutputReady() &&
-            aclStatusStatusIntfIntfOutputReady());
+    bool all = true;
+    for (const Zeb::AttributeEntry flag : Zeb::attributeTable<OutputState>) {
+      if (&flag() != &readyAttribute()) all = all && std::any_cast<bool>(flag().get(*this));
+    }
+    readyIs(all);
   }
 };
 

@@ -17,23 +17,30 @@ struct StreamScan {
   const char* falseText;
 };
 inline constexpr StreamScan aclIntfConfigStream{
-    &InputSmScanState::aclIntfConfigStreamScan, &InputSmScanState::aclIntfConfigStreamScanIs,
-    &InputSmScanState::aclIntfConfigStreamScanAttribute, " aclIntfConfigStream scan is false"};
-inline constexpr StreamScan aclConfigStream{
-    &InputSmScanState::aclConfigStreamScan, &InputSmScanState::aclConfigStreamScanIs,
-    &InputSmScanState::aclConfigStreamScanAttribute, " aclConfigStream scan is false"};
-inline constexpr StreamScan ip6RuleCfgStream{
-    &InputSmScanState::ip6RuleCfgStreamScan, &InputSmScanState::ip6RuleCfgStreamScanIs,
-    &InputSmScanState::ip6RuleCfgStreamScanAttribute, " ip6RuleCfgStream scan is false"};
-inline constexpr StreamScan ipRuleCfgStream{
-    &InputSmScanState::ipRuleCfgStreamScan, &InputSmScanState::ipRuleCfgStreamScanIs,
-    &InputSmScanState::ipRuleCfgStreamScanAttribute, " ipRuleCfgStream scan is false"};
-inline constexpr StreamScan macRuleCfgStream{
-    &InputSmScanState::macRuleCfgStreamScan, &InputSmScanState::macRuleCfgStreamScanIs,
-    &InputSmScanState::macRuleCfgStreamScanAttribute, " macRuleCfgStream scan is false"};
-inline constexpr StreamScan rixPipeline0{
-    &InputSmScanState::rix_pipeline0Scan, &InputSmScanState::rix_pipeline0ScanIs,
-    &InputSmScanState::rix_pipeline0ScanAttribute, " rix_pipeline0 scan is false"};
+    .done = &InputSmScanState::aclIntfConfigStreamScan,
+    .doneIs = &InputSmScanState::aclIntfConfigStreamScanIs,
+    .attribute = &InputSmScanState::aclIntfConfigStreamScanAttribute,
+    .falseText = " aclIntfConfigStream scan is false"};
+inline constexpr StreamScan aclConfigStream{.done = &InputSmScanState::aclConfigStreamScan,
+                                            .doneIs = &InputSmScanState::aclConfigStreamScanIs,
+                                            .attribute = &InputSmScanState::aclConfigStreamScanAttribute,
+                                            .falseText = " aclConfigStream scan is false"};
+inline constexpr StreamScan ip6RuleCfgStream{.done = &InputSmScanState::ip6RuleCfgStreamScan,
+                                             .doneIs = &InputSmScanState::ip6RuleCfgStreamScanIs,
+                                             .attribute = &InputSmScanState::ip6RuleCfgStreamScanAttribute,
+                                             .falseText = " ip6RuleCfgStream scan is false"};
+inline constexpr StreamScan ipRuleCfgStream{.done = &InputSmScanState::ipRuleCfgStreamScan,
+                                            .doneIs = &InputSmScanState::ipRuleCfgStreamScanIs,
+                                            .attribute = &InputSmScanState::ipRuleCfgStreamScanAttribute,
+                                            .falseText = " ipRuleCfgStream scan is false"};
+inline constexpr StreamScan macRuleCfgStream{.done = &InputSmScanState::macRuleCfgStreamScan,
+                                             .doneIs = &InputSmScanState::macRuleCfgStreamScanIs,
+                                             .attribute = &InputSmScanState::macRuleCfgStreamScanAttribute,
+                                             .falseText = " macRuleCfgStream scan is false"};
+inline constexpr StreamScan rixPipeline0{.done = &InputSmScanState::rix_pipeline0Scan,
+                                         .doneIs = &InputSmScanState::rix_pipeline0ScanIs,
+                                         .attribute = &InputSmScanState::rix_pipeline0ScanAttribute,
+                                         .falseText = " rix_pipeline0 scan is false"};
 
 /// In the order in which they are asked whether they are done.
 inline constexpr std::array streamScans{&aclIntfConfigStream, &aclConfigStream,  &ip6RuleCfgStream,
@@ -55,34 +62,38 @@ struct PollState {
     return generation != 0 && generation == (state.*done)();
   }
 };
-inline constexpr PollState copyIpOutCountersState{&InputSmScanState::copyIpOutCountersIdleIs,
-                                                  &InputSmScanState::copyIpOutCountersCodefDoneGen,
-                                                  &InputSmScanState::copyIpOutCountersCodefDoneGenIs,
-                                                  &InputSmScanState::copyIpOutCountersCodefDoneGenAttribute,
-                                                  &InputSmScanState::copyIpOutCountersCodefGeneration,
-                                                  &InputSmScanState::copyIpOutCountersCodefGenerationIs,
-                                                  &InputSmScanState::copyIpOutCountersCodefGenerationInc};
-inline constexpr PollState copyIp6OutCountersState{&InputSmScanState::copyIp6OutCountersIdleIs,
-                                                   &InputSmScanState::copyIp6OutCountersCodefDoneGen,
-                                                   &InputSmScanState::copyIp6OutCountersCodefDoneGenIs,
-                                                   &InputSmScanState::copyIp6OutCountersCodefDoneGenAttribute,
-                                                   &InputSmScanState::copyIp6OutCountersCodefGeneration,
-                                                   &InputSmScanState::copyIp6OutCountersCodefGenerationIs,
-                                                   &InputSmScanState::copyIp6OutCountersCodefGenerationInc};
-inline constexpr PollState copyInCountersState{&InputSmScanState::copyInCountersIdleIs,
-                                               &InputSmScanState::copyInCountersCodefDoneGen,
-                                               &InputSmScanState::copyInCountersCodefDoneGenIs,
-                                               &InputSmScanState::copyInCountersCodefDoneGenAttribute,
-                                               &InputSmScanState::copyInCountersCodefGeneration,
-                                               &InputSmScanState::copyInCountersCodefGenerationIs,
-                                               &InputSmScanState::copyInCountersCodefGenerationInc};
-inline constexpr PollState copyMacOutCountersState{&InputSmScanState::copyMacOutCountersIdleIs,
-                                                   &InputSmScanState::copyMacOutCountersCodefDoneGen,
-                                                   &InputSmScanState::copyMacOutCountersCodefDoneGenIs,
-                                                   &InputSmScanState::copyMacOutCountersCodefDoneGenAttribute,
-                                                   &InputSmScanState::copyMacOutCountersCodefGeneration,
-                                                   &InputSmScanState::copyMacOutCountersCodefGenerationIs,
-                                                   &InputSmScanState::copyMacOutCountersCodefGenerationInc};
+inline constexpr PollState copyIpOutCountersState{
+    .idleIs = &InputSmScanState::copyIpOutCountersIdleIs,
+    .done = &InputSmScanState::copyIpOutCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyIpOutCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyIpOutCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyIpOutCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyIpOutCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyIpOutCountersCodefGenerationInc};
+inline constexpr PollState copyIp6OutCountersState{
+    .idleIs = &InputSmScanState::copyIp6OutCountersIdleIs,
+    .done = &InputSmScanState::copyIp6OutCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyIp6OutCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyIp6OutCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyIp6OutCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyIp6OutCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyIp6OutCountersCodefGenerationInc};
+inline constexpr PollState copyInCountersState{
+    .idleIs = &InputSmScanState::copyInCountersIdleIs,
+    .done = &InputSmScanState::copyInCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyInCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyInCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyInCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyInCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyInCountersCodefGenerationInc};
+inline constexpr PollState copyMacOutCountersState{
+    .idleIs = &InputSmScanState::copyMacOutCountersIdleIs,
+    .done = &InputSmScanState::copyMacOutCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyMacOutCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyMacOutCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyMacOutCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyMacOutCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyMacOutCountersCodefGenerationInc};
 inline constexpr std::array pollStates{&copyIpOutCountersState, &copyIp6OutCountersState,
                                        &copyInCountersState, &copyMacOutCountersState};
 

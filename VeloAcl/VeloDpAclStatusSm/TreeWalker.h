@@ -43,7 +43,7 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
     }
   }
   void scan(int number) override {
-    forEachScan([&]<size_t at>() {
+    forEachAt<ScanNumbers::count>([&]<size_t at>() {
       if (number == first + int{at}) scanOne<at>();
     });
   }
@@ -61,8 +61,7 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
   bool visits(const Shown& key, int line = __builtin_LINE()) {
     if (!this->active()) return false;
     traceStatusAt(line, 8, "k: {}", key);
-    using Visited = typename Walked::template Of<number - first>;
-    versions_[Walked::indexOf(number - first)] = Visited::elements(*this->raw()).version();
+    versions_[Walked::indexOf(number - first)] = elementsOf<number - first>().version();
     return true;
   }
   /// The handler of an element with a walker of its own, and of an attribute that names one.
@@ -77,24 +76,54 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
   static constexpr bool isTop = std::is_same_v<Place, Top>;
   static constexpr int first = ScanNumbers::first;
   using Collection = typename Walked::template Of<0>;
+  /// A row of W's table, which is there once W is complete.
+  template <size_t at, class Complete = W>
+  using ScanAt = std::tuple_element_t<at, typename Complete::Table>;
 
   W& self() { return static_cast<W&>(*this); }
-  template <class Visit>
-  static void forEachScan(const Visit& visit);
-  template <class Visit>
-  static void forEachCollection(const Visit& visit);
+  /// What is walked in a scan.
+  template <size_t at>
+  decltype(auto) elementsOf() const {
+    return Walked::template Of<at>::elements(*this->raw());
+  }
   template <auto handler>
-  void call(const Key& key);
+  void call(const Key& key) {
+    if constexpr (std::is_invocable_v<decltype(handler), W&, const Key&>) {
+      (self().*handler)(key);
+    } else {
+      (self().*handler)();
+    }
+  }
   template <size_t at>
   void scanOne();
   template <size_t at>
   void withdrawLeaves();
 
-  void dispatch(const Zeb::Change& change) override;
+  void dispatch(const Zeb::Change& change) override {
+    forEachAt<ScanNumbers::count>([&]<size_t at>() {
+      if (!change.is(Walked::template Of<at>::attribute())) return;
+      if constexpr (std::is_same_v<Key, SingleElement::Key>) {
+        call<ScanAt<at>::reactor>(true);
+      } else {
+        call<ScanAt<at>::reactor>(change.keyAs<Key>());
+      }
+    });
+  }
   void forEachChild(const std::function<void(Walker&)>& visit) override { children_.forEach(visit); }
-  void versionsSeen() override;
-  uint64_t mark() const override;
-  void handleScanDone(int number) override;
+  void versionsSeen() override {
+    forEachAt<Walked::count>([&]<size_t at>() { versions_[at] = elementsOf<at>().version(); });
+  }
+  uint64_t mark() const override {
+    uint64_t sum = 0;
+    forEachAt<Walked::count>([&]<size_t at>() { sum += elementsOf<at>().changes(); });
+    return sum;
+  }
+  void handleScanDone(int number) override {
+    if constexpr (isTop) {
+      Base::handleScanDone(number);
+      (this->machine().inputSmScanState().get()->*W::streamScanIs[number - first])(true);
+    }
+  }
 
   typename ChildrenOf<Key, Child>::Type children_;
   std::array<ScanPlace<Key>, ScanNumbers::count> places_;
@@ -102,36 +131,11 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
 };
 
 template <class W, class Place, class Walked, class Child, class ScanNumbers>
-template <class Visit>
-void TreeWalker<W, Place, Walked, Child, ScanNumbers>::forEachScan(const Visit& visit) {
-  [&]<size_t... at>(std::index_sequence<at...>) { (visit.template operator()<at>(), ...); }
-  (std::make_index_sequence<ScanNumbers::count>());
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
-template <class Visit>
-void TreeWalker<W, Place, Walked, Child, ScanNumbers>::forEachCollection(const Visit& visit) {
-  [&]<size_t... at>(std::index_sequence<at...>) { (visit.template operator()<at>(), ...); }
-  (std::make_index_sequence<Walked::count>());
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
-template <auto handler>
-void TreeWalker<W, Place, Walked, Child, ScanNumbers>::call(const Key& key) {
-  if constexpr (std::is_invocable_v<decltype(handler), W&, const Key&>) {
-    (self().*handler)(key);
-  } else {
-    (self().*handler)();
-  }
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
 template <size_t at>
 void TreeWalker<W, Place, Walked, Child, ScanNumbers>::scanOne() {
-  using Scan = std::tuple_element_t<at, typename W::Table>;
-  const auto handle = [this](const Key& key) { call<Scan::handle>(key); };
+  const auto handle = [this](const Key& key) { call<ScanAt<at>::handle>(key); };
   const auto childOf = [&]([[maybe_unused]] const Key& key) -> Kelp::Ptr<Walker> {
-    if constexpr (Scan::isLeaf) {
+    if constexpr (ScanAt<at>::isLeaf) {
       return nullptr;
     } else {
       return children_.find(key);
@@ -140,21 +144,19 @@ void TreeWalker<W, Place, Walked, Child, ScanNumbers>::scanOne() {
   const auto scanThose = [&](const auto* elements) {
     this->scanElements(first + int{at}, places_[at], elements, handle, childOf);
   };
-  using Scanned = typename Walked::template Of<at>;
-  using Elements = std::remove_cvref_t<decltype(Scanned::elements(*this->raw()))>;
+  using Elements = std::remove_cvref_t<decltype(elementsOf<at>())>;
   if (!this->raw()) return scanThose(static_cast<const Elements*>(nullptr));
-  const Elements& elements = Scanned::elements(*this->raw());
+  const Elements& elements = elementsOf<at>();
   scanThose(&elements);
 }
 
 template <class W, class Place, class Walked, class Child, class ScanNumbers>
 template <size_t at>
 void TreeWalker<W, Place, Walked, Child, ScanNumbers>::withdrawLeaves() {
-  using Scan = std::tuple_element_t<at, typename W::Table>;
-  if constexpr (Scan::isLeaf) {
-    const auto& elements = Walked::template Of<at>::elements(*this->raw());
+  if constexpr (ScanAt<at>::isLeaf) {
+    const auto& elements = elementsOf<at>();
     for (auto left = elements.begin(); left && this->active(); left.next()) {
-      (self().*Scan::withdraw)(left.key());
+      (self().*ScanAt<at>::withdraw)(left.key());
     }
   }
 }
@@ -164,49 +166,15 @@ template <class W, class Place, class Walked, class Child, class ScanNumbers>
 void TreeWalker<W, Place, Walked, Child, ScanNumbers>::doDeleteAll() {
   if (!this->active()) return;
   traceStatus(9, "");
-  forEachCollection([&]<size_t at>() {
+  forEachAt<Walked::count>([&]<size_t at>() {
     using Checked = typename Walked::template Of<at>;
     if constexpr (requires { Checked::missed; }) {
-      KELP_ASSERT(Checked::elements(*this->raw()).version() == versions_[at], Checked::missed);
+      KELP_ASSERT(elementsOf<at>().version() == versions_[at], Checked::missed);
     }
   });
   children_.delAll();
   if (!this->initialScanDone()) return;
-  forEachScan([&]<size_t at>() { withdrawLeaves<ScanNumbers::count - 1 - at>(); });
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
-void TreeWalker<W, Place, Walked, Child, ScanNumbers>::dispatch(const Zeb::Change& change) {
-  forEachScan([&]<size_t at>() {
-    using Scan = std::tuple_element_t<at, typename W::Table>;
-    if (!change.is(Walked::template Of<at>::attribute())) return;
-    if constexpr (std::is_same_v<Key, SingleElement::Key>) {
-      call<Scan::reactor>(true);
-    } else {
-      call<Scan::reactor>(change.keyAs<Key>());
-    }
-  });
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
-void TreeWalker<W, Place, Walked, Child, ScanNumbers>::versionsSeen() {
-  forEachCollection(
-      [&]<size_t at>() { versions_[at] = Walked::template Of<at>::elements(*this->raw()).version(); });
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
-uint64_t TreeWalker<W, Place, Walked, Child, ScanNumbers>::mark() const {
-  uint64_t sum = 0;
-  forEachCollection([&]<size_t at>() { sum += Walked::template Of<at>::elements(*this->raw()).changes(); });
-  return sum;
-}
-
-template <class W, class Place, class Walked, class Child, class ScanNumbers>
-void TreeWalker<W, Place, Walked, Child, ScanNumbers>::handleScanDone(int number) {
-  if constexpr (isTop) {
-    Base::handleScanDone(number);
-    (this->machine().inputSmScanState().get()->*W::streamScanIs[number - first])(true);
-  }
+  forEachAt<ScanNumbers::count>([&]<size_t at>() { withdrawLeaves<ScanNumbers::count - 1 - at>(); });
 }
 
 }  // namespace Velo::VeloAcl

@@ -66,11 +66,10 @@ void VeloDpAclStatusSm::aclConfigSm3Is() { AclConfigSm3Is(aclConfig(), *this); }
 void VeloDpAclStatusSm::aclIntfConfigSm0Is() { AclIntfConfigSm0Is(aclIntfConfig(), *this); }
 
 namespace {
-template <class Sm>
-void stopAndClear(Kelp::Ptr<Sm>& walker) {
-  const Kelp::Ptr<Sm> held = std::move(walker);
+const auto stopAndClear = [](auto& walker) {
+  const auto held = std::move(walker);
   if (held) held->stop();
-}
+};
 }  // namespace
 
 void VeloDpAclStatusSm::ruleIdsByAclSm7Del() { stopAndClear(ruleIdsByAclSm7_); }
@@ -78,16 +77,16 @@ void VeloDpAclStatusSm::aclConfigSm3Del() { stopAndClear(aclConfigSm3_); }
 void VeloDpAclStatusSm::aclIntfConfigSm0Del() { stopAndClear(aclIntfConfigSm0_); }
 
 void VeloDpAclStatusSm::hasNotificationActiveIs(bool on) {
-  if (ruleIdsByAclSm7_) ruleIdsByAclSm7_->hasNotificationActiveIs(on);
-  if (aclConfigSm3_) aclConfigSm3_->hasNotificationActiveIs(on);
-  if (aclIntfConfigSm0_) aclIntfConfigSm0_->hasNotificationActiveIs(on);
+  forEachTop([on](auto& walker) {
+    if (walker) walker->hasNotificationActiveIs(on);
+  });
 }
 
 void VeloDpAclStatusSm::doDeleteAll() {
   withMachine([this] {
-    if (ruleIdsByAclSm7_) ruleIdsByAclSm7_->doDeleteAll();
-    if (aclConfigSm3_) aclConfigSm3_->doDeleteAll();
-    if (aclIntfConfigSm0_) aclIntfConfigSm0_->doDeleteAll();
+    forEachTop([](auto& walker) {
+      if (walker) walker->doDeleteAll();
+    });
     stop();
   });
 }
@@ -99,9 +98,7 @@ void VeloDpAclStatusSm::stop() {
   for (Output* output : outputs()) output->taskDel();
   for (CounterPoll* poll : polls()) poll->taskDel();
   scanStateFollower_ = nullptr;
-  ruleIdsByAclSm7Del();
-  aclConfigSm3Del();
-  aclIntfConfigSm0Del();
+  forEachTop(stopAndClear);
 }
 
 }  // namespace Velo::VeloAcl

@@ -67,6 +67,13 @@ class VeloDpAclStatusSm final : public MachinePolls {
  private:
   class ScanStateFollower;
 
+  /// Visits the places of the top walkers, in the order in which these scan.
+  template <class Visit>
+  void forEachTop(const Visit& visit) {
+    visit(ruleIdsByAclSm7_);
+    visit(aclConfigSm3_);
+    visit(aclIntfConfigSm0_);
+  }
   void initialize();
   void createTasks();
   void runSecondPass();

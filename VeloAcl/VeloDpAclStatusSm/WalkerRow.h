@@ -36,6 +36,13 @@ struct Walks {
   using Of = std::tuple_element_t<indexOf(scan), std::tuple<First, Others...>>;
 };
 
+/// Calls `visit.operator()<at>()` for every `at` below a count.
+template <size_t count, class Visit>
+void forEachAt(const Visit& visit) {
+  [&]<size_t... at>(std::index_sequence<at...>) { (visit.template operator()<at>(), ...); }
+  (std::make_index_sequence<count>());
+}
+
 /// A scan's row: what handles an element in it, what handles a change of one, and, where the elements are
 /// leaves of the scan, what tells those above that one which is still there is withdrawn.
 template <auto handler, auto reactorHandler, auto withdrawal = nullptr>
