@@ -221,9 +221,10 @@ class Copy:
     def build(self, targets):
         if not (self.build_folder / "build.ninja").is_file():
             # Programs are not linked again for a library that they open when they start, tests are listed when they
-            # are run, and a break may leave something unused.
+            # are run, and a break may leave something unused. Most of the time goes into compiling, so nothing is optimised.
             options = ["-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",
-                       "-DVELO_WERROR=OFF", "-DVELO_UNITY=OFF"]
+                       "-DVELO_WERROR=OFF", "-DVELO_UNITY=OFF", "-DVELO_BENCH=OFF",
+                       "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0 -g0"]
             if shutil.which("ccache"):
                 options.append("-DCMAKE_CXX_COMPILER_LAUNCHER=ccache")
             if not self.run(["cmake", "--preset", "release", "-B", str(self.build_folder), *options]):
