@@ -219,6 +219,7 @@ bool Compiled<Rule>::isBlunt() const {
 
 template <class Rule>
 void Compiled<Rule>::makeAnew() {
+  gaveUp_ = false;
   job_ = std::make_shared<Job>(*this);
   try {
     Workshop::singleton().build(job_);
@@ -227,6 +228,7 @@ void Compiled<Rule>::makeAnew() {
     // next change has another one made.
     letGoOfJob();
     ready_ = false;
+    gaveUp_ = true;
     refreshView();
     throw;
   }
@@ -264,6 +266,7 @@ void Compiled<Rule>::goOnWithout() {
   trace().trace(0, "goOnWithout", "no memory to compile {} rules, {}", rules_,
                 ready_ ? "the form made before stays" : "they are tried one by one");
   letGoOfJob();
+  gaveUp_ = true;
   reviewSlots();
   refreshView();
 }

@@ -48,6 +48,7 @@ class Compiled final : public CompiledRules<Rule> {
 
   /// False until there is a first form, and while it is not kept up.
   bool ready() const override { return ready_; }
+  bool settled() const override { return ready_ || gaveUp_; }
 
  private:
   using Filter = typename Rule::FilterType;
@@ -108,6 +109,7 @@ class Compiled final : public CompiledRules<Rule> {
   Classify::View view_;
   Classify::Projection projection_;
   bool ready_ = false;
+  bool gaveUp_ = false;  // memory ran out the last time
   bool upkeep_ = true;
   size_t rules_ = 0;
   size_t changes_ = 0;  // since the forest was made

@@ -29,6 +29,9 @@ class CompiledRules {
   virtual void upkeepIs(bool on) = 0;
   /// False while the form judges nothing, and the rules are tried in their order.
   virtual bool ready() const = 0;
+  /// True when nobody needs to wait: it is ready, or memory ran out while it was made and the rules are tried
+  /// in their order until a change has it made again.
+  virtual bool settled() const = 0;
   /// The heap memory in use.
   virtual size_t bytes() const = 0;
 };

@@ -56,7 +56,7 @@ void AclSubConfig::upkeepIs(AclType type, bool on) {
 }
 
 bool AclSubConfig::compiledReady(AclType type) const {
-  return withRules(*this, type, [](auto& rules) { return rules.compiled() && rules.compiled()->ready(); });
+  return withRules(*this, type, [](auto& rules) { return rules.compiled() && rules.compiled()->settled(); });
 }
 
 AclConfig::~AclConfig() = default;

@@ -21,7 +21,7 @@ class AclSubConfig : public Zeb::Entity {
   void compile(AclType type);
   /// Whether the compiled form is kept up with every write (see CompiledRules), if there is one.
   void upkeepIs(AclType type, bool on);
-  /// Whether packets are judged by a compiled form.
+  /// Whether packets are judged by a compiled form, or by trying the rules because memory ran out for one.
   bool compiledReady(AclType type) const;
 
  private:

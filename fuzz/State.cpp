@@ -29,7 +29,7 @@ constexpr const char* configuration =
 constexpr const char* texts[] = {"permit tcp any any", "permit  tcp any any", "deny udp any any eq domain",
                                  "permit ip any any",  "permit any any",      "\x01"};
 constexpr const char* lists[] = {"A", "B", "GONE"};
-constexpr const char* collections[] = {"DpAclInRuleMatches", "DpMacAclOutRuleMatches", "NoCollection"};
+constexpr const char* collections[] = {"DpAclInRuleMatches", "DpAclMacOutRuleMatches", "NoCollection"};
 constexpr Acl::AclType types[] = {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac};
 constexpr Acl::AclDirection directions[] = {Acl::AclDirection::in, Acl::AclDirection::out};
 

@@ -42,9 +42,13 @@ StateKeeper::~StateKeeper() {
   task_->cancelTask();
   task_->dispatchDel(this);
   rulesKnown_ = false;  // whatever became of the last write
-  begin();
-  copy(true);
-  finish();
+  try {
+    begin();
+    copy(true);
+    finish();
+  } catch (const std::bad_alloc&) {
+    handleFailure(outOfMemory);
+  }
 }
 
 void StateKeeper::handleApplied() {

@@ -59,6 +59,7 @@ Generator<Rule>::Generator(Dice& dice) : dice_(dice), size_(someSize(dice)) {
     portPool_.push_back(static_cast<uint16_t>(dice.any()));
   constexpr unsigned often[] = {0, 20, 3, 1};
   moreIn_ = anyOnly ? 1 : dice.of(often);
+  marksOnly_ = anyOnly && dice.once(2);
   constexpr uint32_t numbers[] = {~uint32_t{0}, ~uint32_t{0}, 100000, 50, 3};
   sequences_ = dice.of(numbers);
 }
@@ -140,11 +141,16 @@ void Generator<Rule>::someVlan(Acl::VlanMatch& vlan) {
 
 template <class Rule>
 void Generator<Rule>::baseOf(Acl::IpFilterBase& f) {
+  constexpr uint8_t classMasks[] = {0xfc, 0xff, 0xe0, 0x03, 0x10};
+  const auto someClass = [&] {
+    f.trafficClass = static_cast<uint8_t>(dice_.any()), f.trafficClassMask = dice_.of(classMasks);
+  };
+  const auto someHops = [&] { f.hops = {static_cast<Compare>(1 + dice_.below(4)), dice_.of(hopValues)}; };
+  if (marksOnly_) return dice_.once(2) ? someHops() : someClass();
   if (dice_.once(2)) f.protocolNamed = true, f.protocol = dice_.of(protocols);
   if (dice_.once(3)) f.sourcePort = ports();
   if (dice_.once(2)) f.destinationPort = ports();
   if (moreIn_ == 0 || !dice_.once(moreIn_)) return;
-  constexpr uint8_t classMasks[] = {0xfc, 0xff, 0xe0, 0x03, 0x10};
   switch (dice_.below(7)) {
     case 0:
       someVlan(f.vlan);
@@ -160,10 +166,10 @@ void Generator<Rule>::baseOf(Acl::IpFilterBase& f) {
       f.tcpFlags = static_cast<uint8_t>(dice_.below(64));
       break;
     case 4:
-      f.trafficClass = static_cast<uint8_t>(dice_.any()), f.trafficClassMask = dice_.of(classMasks);
+      someClass();
       break;
     case 5:
-      f.hops = {static_cast<Compare>(1 + dice_.below(4)), dice_.of(hopValues)};
+      someHops();
       break;
     case 6:
       f.fragments = true;

@@ -45,6 +45,7 @@ class Generator {
   std::vector<U128> heads_;
   std::vector<unsigned> kinds_;  // of address columns: each place a kind, drawn from
   std::vector<uint16_t> portPool_;
+  bool marksOnly_;      // rules tell packets apart by TTL and traffic class alone
   unsigned moreIn_;     // one rule in so many asks something of the other fields; 0: none does
   uint32_t sequences_;  // up to this number
   size_t size_;

@@ -255,8 +255,10 @@ class WorkshopWithoutMemory : public WorkshopTest {
 TEST_F(WorkshopWithoutMemory, AListThatCannotBeCompiledIsTriedInItsOrderUntilItCan) {
   noMemory = true;
   list_->compile(AclType::ip);
+  EXPECT_FALSE(list_->compiledReady(AclType::ip));
   settle();
   EXPECT_FALSE(list_->ipRuleById().compiled()->ready());
+  EXPECT_TRUE(list_->compiledReady(AclType::ip)) << "who waits for it would wait for ever";
   EXPECT_EQ(metBy(500), 1u);
   noMemory = false;
   erase(1);
