@@ -55,6 +55,8 @@ class LivePort : public FrameSink {
   /// `inHand` is the frame that the forwarder has at present, the same for all ports. Both outlive the port.
   LivePort(Port& port, std::string device, const LiveFrame& inHand);
 
+  /// Makes the device, where that is the port's part, before it is looked for. Returns what went wrong.
+  virtual std::optional<std::string> open() { return std::nullopt; }
   /// The device is there, or has changed: opens the port if it is not open. Returns what went wrong.
   virtual std::optional<std::string> linkIs(const Link& link) = 0;
   /// The device is gone.

@@ -1,19 +1,12 @@
 #include <agent/core/Output.h>
 #include <agent/ports/LivePorts.h>
-#include <agent/ports/PacketPort.h>
-#include <agent/ports/TapPort.h>
+#include <agent/ports/PortKinds.h>
 #include <fmt/format.h>
 #include <sys/epoll.h>
 
 #include <algorithm>
 
 namespace Agent {
-
-namespace {
-
-constexpr std::string_view tapPrefix = "tap:";
-
-}  // namespace
 
 LivePorts::LivePorts(Forwarder& forwarder, EventLoop& loop)
     : forwarder_(forwarder),
@@ -32,21 +25,16 @@ LivePorts::~LivePorts() {
 }
 
 std::optional<std::string> LivePorts::portIs(const std::string& name, const std::string& device) {
-  const bool tap = device.starts_with(tapPrefix);
-  const std::string link = tap ? device.substr(tapPrefix.size()) : device;
+  std::string_view link;
+  const PortKind& kind = portKindOf(device, &link);
   if (link.empty()) return fmt::format("{}: no device is named", name);
   for (const auto& member : members_) {
     if (member->port->device() == link) {
       return fmt::format("{} and {} cannot both be on {}", member->port->port().id.name(), name, link);
     }
   }
-  Port& port = forwarder_.portIs(name);
-  if (!tap) {
-    portIs(std::make_unique<PacketPort>(port, link, inHand_));
-    return std::nullopt;
-  }
-  hasTap_ = true;
-  portIs(std::make_unique<TapPort>(port, link, inHand_));
+  capabilities_.insert(kind.capability);
+  portIs(kind.make(forwarder_.portIs(name), std::string(link), inHand_));
   return std::nullopt;
 }
 
@@ -59,8 +47,7 @@ void LivePorts::portIs(std::unique_ptr<LivePort> port) {
 std::optional<std::string> LivePorts::open() {
   opening_ = true;
   for (const auto& member : members_) {
-    auto* tap = dynamic_cast<TapPort*>(member->port.get());
-    if (auto wrong = tap ? tap->open() : std::nullopt) return wrong;
+    if (auto wrong = member->port->open()) return wrong;
     update(*member);
   }
   if (auto wrong = links_.open()) return wrong;

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,8 @@ class LivePorts final : private FrameReceiver {
   LivePorts(Forwarder& forwarder, EventLoop& loop);
   ~LivePorts();
 
-  /// Adds a port on an interface, or on a TAP device ("tap:NAME"). Returns what is wrong. Nothing is opened
-  /// before open().
+  /// Adds a port on a device, of the kind that `device` says (see PortKinds.h). Returns what is wrong.
+  /// Nothing is opened before open().
   std::optional<std::string> portIs(const std::string& name, const std::string& device);
   /// Adds a port of another make; for tests.
   void portIs(std::unique_ptr<LivePort> port);
@@ -42,8 +43,8 @@ class LivePorts final : private FrameReceiver {
   /// Receives nothing new, sends what has been received, and closes nothing.
   void drain();
 
-  /// Whether a port is on a device that the agent makes itself.
-  bool hasTap() const { return hasTap_; }
+  /// The capabilities (CAP_*) that it takes to open devices again that have gone and come back.
+  const std::set<int>& capabilities() const { return capabilities_; }
   std::vector<PortState> states() const;
   const Totals& totals() const { return totals_; }
 
@@ -67,7 +68,7 @@ class LivePorts final : private FrameReceiver {
   LiveFrame inHand_;
   Totals totals_;
   std::vector<std::unique_ptr<Member>> members_;
-  bool hasTap_ = false;
+  std::set<int> capabilities_;
   bool opening_ = false;
   std::optional<std::string> wrong_;  // of opening
   LinkWatch links_;

@@ -1,16 +1,14 @@
 #include <Kelp/Assert.h>
 #include <agent/ports/PacketPort.h>
+#include <agent/ports/SocketOption.h>
 #include <fmt/format.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <sys/mman.h>
 
 #include <algorithm>
-#include <atomic>
-#include <bit>
 #include <cerrno>
 #include <cstring>
 
@@ -18,32 +16,12 @@ namespace Agent {
 
 namespace {
 
-constexpr size_t ringSlots = 4096;
-constexpr size_t largestSlot = 16384;  // for frames of 9,000 octets; larger ones come another way
-constexpr size_t blockSize = 1 << 18;
 constexpr uint32_t tagSize = 4;
-constexpr uint32_t addresses = 12;  // the two before the tag
-// Between the start of a slot and the frame: the kernel's headers, and what it aligns the frame by.
-constexpr size_t slotHeaders = TPACKET2_HDRLEN + sizeof(Offload) + 64;
+constexpr uint32_t addresses = 12;                 // the two before the tag
 constexpr size_t largestFrame = (1 << 18) + 1024;  // four times the largest segment of IPv4
 constexpr size_t lookAhead = 3;
 constexpr size_t cacheLine = 64;
 constexpr int socketBuffer = 4 << 20;
-
-template <class T>
-bool optionIs(int socket, int level, int name, const T& value) {
-  return setsockopt(socket, level, name, &value, sizeof value) == 0;
-}
-
-template <class T>
-bool packetOptionIs(int socket, int name, const T& value) {
-  return optionIs(socket, SOL_PACKET, name, value);
-}
-
-/// The status word of a slot is what the kernel and the agent hand it over by.
-std::atomic_ref<uint32_t> statusOf(uint8_t* slot) {
-  return std::atomic_ref<uint32_t>(reinterpret_cast<tpacket2_hdr*>(slot)->tp_status);
-}
 
 sockaddr_ll addressOf(int index) {
   sockaddr_ll address{};
@@ -66,27 +44,6 @@ uint8_t* withTag(uint8_t* frame, const tpacket2_hdr& header) {
 
 }  // namespace
 
-PacketPort::Ring::~Ring() { close(); }
-
-bool PacketPort::Ring::open(int socket, uint32_t mtu) {
-  slotSize_ = std::min(std::bit_ceil(slotHeaders + ETH_HLEN + tagSize + mtu), largestSlot);
-  slots_ = ringSlots;
-  tpacket_req request{};
-  request.tp_block_size = blockSize;
-  request.tp_frame_size = static_cast<unsigned>(slotSize_);
-  request.tp_block_nr = static_cast<unsigned>(slots_ * slotSize_ / blockSize);
-  request.tp_frame_nr = static_cast<unsigned>(slots_);
-  if (!packetOptionIs(socket, PACKET_RX_RING, request)) return false;
-  void* memory = mmap(nullptr, slots_ * slotSize_, PROT_READ | PROT_WRITE, MAP_SHARED, socket, 0);
-  if (memory == MAP_FAILED) return false;
-  base_ = static_cast<uint8_t*>(memory);
-  return true;
-}
-
-void PacketPort::Ring::close() {
-  if (base_) munmap(std::exchange(base_, nullptr), slots_ * slotSize_);
-}
-
 PacketPort::PacketPort(Port& port, std::string device, const LiveFrame& inHand)
     : LivePort(port, std::move(device), inHand), messages_{} {
   for (size_t i = 0; i < burst; ++i) {
@@ -100,7 +57,7 @@ PacketPort::~PacketPort() = default;
 std::optional<std::string> PacketPort::linkIs(const Link& link) {
   if (socket_ && link.index != index_) linkDel();
   std::optional<std::string> wrong;
-  if (!socket_) wrong = open(link);
+  if (!socket_) wrong = openOn(link);
   // The kernel tells of devices that are just about to go; that they are gone it tells next.
   if (wrong && errno == ENODEV) wrong.reset();
   state_.up = socket_ && link.up;
@@ -117,7 +74,7 @@ void PacketPort::linkDel() {
   socket_.reset();
 }
 
-std::optional<std::string> PacketPort::open(const Link& link) {
+std::optional<std::string> PacketPort::openOn(const Link& link) {
   const auto failed = [&](std::string_view doing) {
     const int error = errno;
     ring_.close();
@@ -156,7 +113,7 @@ bool PacketPort::receive(FrameReceiver& to) {
   if (!socket_) return false;
   while (received_ < burst) {
     uint8_t* slot = ring_.slot(next_ + received_);
-    if ((statusOf(slot).load(std::memory_order_acquire) & TP_STATUS_USER) == 0) return false;
+    if (!PacketRing::isFilled(slot)) return false;
     ++received_;
     // Another processor has written the frames: they are on their way here while earlier ones are handled.
     const uint8_t* soon = ring_.slot(next_ + received_ + lookAhead);
@@ -208,9 +165,7 @@ uint8_t* PacketPort::readLarge(size_t size) {
 
 void PacketPort::release() {
   if (!socket_) return;
-  for (; received_ > 0; --received_, ++next_) {
-    statusOf(ring_.slot(next_)).store(TP_STATUS_KERNEL, std::memory_order_release);
-  }
+  for (; received_ > 0; --received_, ++next_) PacketRing::giveBack(ring_.slot(next_));
 }
 
 void PacketPort::send(const Nimnet::Pkt& pkt) {

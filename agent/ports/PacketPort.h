@@ -2,6 +2,7 @@
 
 #include <agent/core/Descriptor.h>
 #include <agent/ports/LivePort.h>
+#include <agent/ports/PacketRing.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -30,26 +31,7 @@ class PacketPort final : public LivePort {
   PortState state() const override;
 
  private:
-  /// Memory shared with the kernel.
-  class Ring {
-   public:
-    Ring() = default;
-    ~Ring();
-    Ring(const Ring&) = delete;
-    Ring& operator=(const Ring&) = delete;
-    /// Makes the ring of a socket, of slots for frames of up to `mtu` octets behind the Ethernet header, less
-    /// for the largest. False when it cannot be had (errno).
-    bool open(int socket, uint32_t mtu);
-    void close();
-    uint8_t* slot(size_t at) const { return base_ + (at & (slots_ - 1)) * slotSize_; }
-
-   private:
-    uint8_t* base_ = nullptr;
-    size_t slots_ = 0;  // a power of two
-    size_t slotSize_ = 0;
-  };
-
-  std::optional<std::string> open(const Link& link);
+  std::optional<std::string> openOn(const Link& link);
   std::optional<LiveFrame> frameIn(uint8_t* slot);
   /// Reads a frame for which a slot is too small; null when it cannot be had whole.
   uint8_t* readLarge(size_t size);
@@ -57,7 +39,7 @@ class PacketPort final : public LivePort {
 
   Descriptor socket_;
   int index_ = 0;
-  Ring ring_;
+  PacketRing ring_;
   size_t next_ = 0;      // the slot to receive from
   size_t received_ = 0;  // slots behind it that are not yet released
   std::vector<uint8_t> large_;

@@ -15,7 +15,7 @@ class TapPort final : public LivePort {
   using LivePort::LivePort;
 
   /// Makes the device, or takes hold of the one that is there. Returns what went wrong.
-  std::optional<std::string> open();
+  std::optional<std::string> open() override;
 
   std::optional<std::string> linkIs(const Link& link) override;
   void linkDel() override;

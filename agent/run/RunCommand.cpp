@@ -9,7 +9,6 @@
 #include <agent/show/Report.h>
 #include <agent/state/Successor.h>
 #include <fmt/format.h>
-#include <linux/capability.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -152,10 +151,8 @@ std::optional<Exit> Run::openPorts() {
   for (const auto& [id, port] : forwarder_.ports()) {
     if (!port->sink) complain(fmt::format("{} has no --port: what leaves there is lost", id.name()));
   }
-  // A device that comes back needs a packet socket again; a TAP device is made by who administers networks.
-  std::vector<int> needed = {CAP_NET_RAW};
-  if (ports_.hasTap()) needed.push_back(CAP_NET_ADMIN);
-  if (!capabilitiesKeep(needed).empty()) complain("a device that goes cannot be opened again");
+  const std::set<int>& needed = ports_.capabilities();
+  if (!capabilitiesKeep({needed.begin(), needed.end()}).empty()) complain("a device that goes cannot be opened again");
   return std::nullopt;
 }
 

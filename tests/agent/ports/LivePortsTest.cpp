@@ -1,5 +1,6 @@
 #include <agent/ports/LivePorts.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 
 #include "../../support/Frames.h"
 
@@ -123,6 +124,14 @@ TEST_F(LivePortsTest, TwoPortsCannotBeOnOneDevice) {
   EXPECT_EQ(ports_.portIs("eth4", "ens3"), "eth3 and eth4 cannot both be on ens3");
   EXPECT_EQ(ports_.portIs("eth4", "tap:ens3"), "eth3 and eth4 cannot both be on ens3");
   EXPECT_EQ(ports_.portIs("eth4", "tap:"), "eth4: no device is named");
+}
+
+TEST_F(LivePortsTest, DevicesAreOpenedAgainWithTheCapabilitiesOfTheirKinds) {
+  EXPECT_TRUE(ports_.capabilities().empty());
+  EXPECT_EQ(ports_.portIs("eth3", "tap:tap3"), std::nullopt);
+  EXPECT_EQ(ports_.capabilities(), std::set<int>{CAP_NET_ADMIN});
+  EXPECT_EQ(ports_.portIs("eth4", "tap"), std::nullopt) << "an interface of that name";
+  EXPECT_EQ(ports_.capabilities(), (std::set<int>{CAP_NET_ADMIN, CAP_NET_RAW}));
 }
 
 TEST(SegmentsFit, WhatALargeFrameIsCutIntoIsHeldAgainstTheMtu) {
