@@ -6,6 +6,8 @@
 #include "Target.h"
 
 #include <Acl/RuleKinds.h>
+#include <agent/change/Apply.h>
+#include <agent/config/Reader.h>
 #include <agent/core/TaskLoop.h>
 #include <agent/replay/VerdictRecorder.h>
 #include <fmt/ranges.h>
@@ -58,11 +60,11 @@ class World {
   }
 
   void configure(const Config::Model& model) {
-    const auto wrong = core_.apply(model, {});
+    const auto wrong = Agent::putInForce(core_, {model, {}});
     Fuzz::require(!wrong, wrong.value_or(""));
     model_ = model;
     tasks_.settle();
-    const auto missing = core_.unpublished();
+    const auto missing = core_.inForce().unpublished();
     Fuzz::require(!missing, missing.value_or(""));
     forwarder_.portsOfConfigurationIs();
   }
@@ -102,7 +104,7 @@ class World {
   }
 
   void requireCounters() {
-    for (const auto& collection : core_.counters()) {
+    for (const auto& collection : core_.inForce().counters()) {
       for (auto counter = collection->counterCollection().begin(); counter; counter.next()) {
         const auto expected = counts_.find(counter.key());
         const Count count = expected == counts_.end() ? Count() : expected->second;
@@ -140,12 +142,12 @@ class World {
   Key keyOf(const Agent::Hit& hit) const {
     Key key{hit.direction, hit.type, hit.list, {}};
     if (hit.sequence == 0) {
-      const auto status = core_.status()->status(hit.type)->acl(hit.list);
+      const auto status = core_.inForce().status()->status(hit.type)->acl(hit.list);
       if (const auto* id = std::as_const(*status).implicitRuleId(Acl::ImplicitRuleType::drop))
         key.ruleId = *id;
       return key;
     }
-    const auto rules = core_.mergedList(hit.type, hit.list)->currCfg();
+    const auto rules = core_.inForce().list(hit.type, hit.list)->currCfg();
     Acl::withRuleKind(hit.type,
                       [&](auto kind) { key.ruleId = kind.rules(*rules).atSequence(hit.sequence)->key; });
     return key;

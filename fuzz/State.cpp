@@ -8,6 +8,8 @@
 #include "Target.h"
 
 #include <Acl/RuleKinds.h>
+#include <agent/change/Apply.h>
+#include <agent/config/Reader.h>
 #include <agent/core/TaskLoop.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Successor.h>
@@ -116,24 +118,23 @@ void startOver(const Saved::State& state) {
   Core core;
   Successor successor(state);
   successor.publish(core);
-  core.ruleIdMemoryIs([&](const std::string& source, const Config::List& list, const Config::Rule& rule) {
+  const auto memory = [&](const std::string& source, const Config::List& list, const Config::Rule& rule) {
     return successor.idOf(source, list, rule);
-  });
+  };
   const auto model = *Config::read({{"t", configuration}}).model;
-  const auto wrong = core.apply(model, {});
+  const auto wrong = putInForce(core, {model, {}}, memory);
   Fuzz::require(!wrong, wrong.value_or(""));
-  core.ruleIdMemoryIs(nullptr);
   const auto refusal = core.loadPlugin(std::string(VELO_BIN_DIR) + "/VeloAcl.so");
   Fuzz::require(!refusal, refusal.value_or(""));
   successor.countRules(core);
   tasks.settle();
   clock.advance(Kelp::Duration(1.1));
   tasks.settle();
-  const auto missing = core.unpublished();
+  const auto missing = core.inForce().unpublished();
   Fuzz::require(!missing, missing.value_or(""));
   successor.countImplicitDrops(core);
 
-  for (const auto& collection : core.counters()) {
+  for (const auto& collection : core.inForce().counters()) {
     for (auto counter = collection->counterCollection().begin(); counter; counter.next()) {
       if (counter.value()->packets() == 0 && counter.value()->bytes() == 0) continue;
       Fuzz::require(isKnown(state.counters, collection->name().view(), counter.key(), *counter.value()), [&] {
@@ -143,7 +144,7 @@ void startOver(const Saved::State& state) {
   }
   std::set<Kiv::UniqueId> ids;
   for (const auto& [key, list] : model.lists) {
-    const auto rules = core.mergedList(key.first, Kelp::String(key.second))->currCfg();
+    const auto rules = core.inForce().list(key.first, Kelp::String(key.second))->currCfg();
     Acl::withRuleKind(key.first, [&](auto kind) {
       for (auto rule = kind.rules(*rules).begin(); rule; rule.next())
         Fuzz::require(ids.insert(rule.key()).second, "two rules of one id");

@@ -1,6 +1,7 @@
 #include <Acl/Workshop.h>
 #include <Kelp/Assert.h>
 #include <agent/change/Changeover.h>
+#include <agent/change/SourceEntities.h>
 
 #include <algorithm>
 #include <utility>
@@ -102,9 +103,9 @@ bool Changeover::copyRules(List& list) {
     const auto& [sequence, rule] = *list.from;
     Kiv::UniqueId id;
     if (!change.list) {
-      id = rulesOf(core_.sourceIs(change.otherSource), change).idAt(sequence);
+      id = rulesOf(*core_.sourceIs(change.otherSource).lists, change.key).idAt(sequence);
     } else if (!change.comes && !std::binary_search(change.gone.begin(), change.gone.end(), sequence)) {
-      id = rulesOf(change).idAt(sequence);
+      id = rulesOf(*source_.lists, change.key).idAt(sequence);
     }
     next.write(id.empty() ? Kiv::UniqueId::generateUniqueId() : id, rule);
   }
@@ -126,18 +127,18 @@ bool Changeover::writeInPieces(List& list) {
   }
   const ListChange& change = *list.change;
   if (!std::exchange(list.begun, true)) {
-    listIs(change);
+    listIs(*source_.lists, change.key);
     upkeepIs(list, false);
   }
   if (!takeOver(list)) return false;
   if (!list.taken) {
-    ListRules rules = rulesOf(change);
+    ListRules rules = rulesOf(*source_.lists, change.key);
     for (size_t i = 0; i < writesAPiece && !list.allWritten(); ++i) writeOne(list, rules);
     if (!list.allWritten()) return false;
     KELP_ASSERT(rules.size() == (change.list ? change.list->rules.size() : 0),
                 "a source has the rules of its model");
     if (!change.list) {
-      listDel(change);
+      listDel(*source_.lists, change.key);
       list.taken = true;
       return false;  // another source may have to take over
     }
@@ -160,7 +161,7 @@ void Changeover::switchOver() {
 
 void Changeover::standIn(List& list) {
   // A list of another source has its stand-in before this one takes over.
-  if (!merged(list)) listIs(*list.change);
+  if (!merged(list)) listIs(*source_.lists, list.change->key);
   if (const auto judged = merged(list)) judged->standInIs(list.next);
 }
 
@@ -193,9 +194,9 @@ void Changeover::finish() {
 /// A list that comes is complete before it is shown.
 void Changeover::writeAll(List& list) {
   const ListChange& change = *list.change;
-  if (!change.list) return listDel(change);
+  if (!change.list) return listDel(*source_.lists, change.key);
   const auto fresh = change.comes ? MemSlab::make<Acl::AclSubConfig>() : nullptr;
-  ListRules rules = fresh ? ListRules(change.key.first, fresh) : rulesOf(change);
+  ListRules rules = fresh ? ListRules(change.key.first, fresh) : rulesOf(*source_.lists, change.key);
   while (!list.allWritten()) writeOne(list, rules);
   KELP_ASSERT(rules.size() == change.list->rules.size(), "a source has the rules of its model");
   if (fresh) source_.lists->configIs(change.key.first)->aclIs(change.key.second)->currCfgIs(fresh);
@@ -215,40 +216,12 @@ void Changeover::writeOne(List& list, ListRules& rules) const {
 }
 
 void Changeover::writeBindings() {
-  for (const auto& [key, list] : change_.bindings) {
-    const Nimnet::IntfId intf(key.interface);
-    if (!list.empty()) {
-      source_.bindings->configIs(key.type)->intfIs(key.direction)->intfIs(intf, list);
-      continue;
-    }
-    const auto directions = source_.bindings->config(key.type);
-    const auto bindings = directions->intf(key.direction);
-    bindings->intfDel(intf);
-    if (bindings->intf().empty()) directions->intfDel(key.direction);
-    if (directions->intf().empty()) source_.bindings->configDel(key.type);
-  }
-}
-
-Kelp::Ptr<Acl::AclConfig> Changeover::listIs(const ListChange& change) {
-  const auto list = source_.lists->configIs(change.key.first)->aclIs(change.key.second);
-  if (!list->currCfg()) list->currCfgIs(MemSlab::make<Acl::AclSubConfig>());
-  return list;
-}
-
-void Changeover::listDel(const ListChange& change) {
-  const auto lists = source_.lists->config(change.key.first);
-  lists->aclDel(change.key.second);
-  if (lists->acl().empty()) source_.lists->configDel(change.key.first);
-}
-
-ListRules Changeover::rulesOf(const Core::Source& source, const ListChange& change) {
-  const auto& [type, name] = change.key;
-  return {type, source.lists->config(type)->acl(name)->currCfg()};
+  for (const auto& [key, list] : change_.bindings) bindingIs(*source_.bindings, key, list);
 }
 
 Kelp::Ptr<Acl::AclConfig> Changeover::merged(const List& list) const {
   const auto& [type, name] = list.change->key;
-  return list.change->inForce ? core_.mergedList(type, name) : nullptr;
+  return list.change->inForce ? core_.inForce().list(type, name) : nullptr;
 }
 
 Kelp::Ptr<Acl::AclSubConfig> Changeover::mergedRules(const List& list) const {
@@ -262,7 +235,7 @@ void Changeover::upkeepIs(const List& list, bool on) const {
 
 bool Changeover::takeOver(const List& list) {
   const auto& [type, name] = list.change->key;
-  return !list.standsIn() || core_.takeOver(type, name, writesAPiece);
+  return !list.standsIn() || core_.inForce().takeOver(type, name, writesAPiece);
 }
 
 }  // namespace Agent

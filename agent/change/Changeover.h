@@ -2,9 +2,9 @@
 
 #include <Kiv/Task.h>
 #include <agent/change/Discard.h>
+#include <agent/change/ListRules.h>
 #include <agent/change/SourceChange.h>
 #include <agent/core/Core.h>
-#include <agent/core/ListRules.h>
 
 #include <cstddef>
 #include <functional>
@@ -27,7 +27,7 @@ namespace Agent {
 /// behind it can fail. What may be wrong with a change, and whether there is the memory for it
 /// (SourceChange::memory(), held back in the loop's Reserve), is found out before.
 ///
-/// Part of Configuration, which owns the models. The core outlives it.
+/// Part of Commit, which owns the models. The core outlives it.
 class Changeover {
  public:
   /// What fits into one go, by ListChange::writes().
@@ -88,11 +88,6 @@ class Changeover {
   void writeAll(List& list);
   void writeOne(List& list, ListRules& rules) const;
   void writeBindings();
-  /// The list in the source; made without rules when there is none.
-  Kelp::Ptr<Acl::AclConfig> listIs(const ListChange& change);
-  void listDel(const ListChange& change);
-  ListRules rulesOf(const ListChange& change) const { return rulesOf(source_, change); }
-  static ListRules rulesOf(const Core::Source& source, const ListChange& change);
   /// The list that packets ask, and its rules; null when there is none, or when this one is not in force.
   Kelp::Ptr<Acl::AclConfig> merged(const List& list) const;
   Kelp::Ptr<Acl::AclSubConfig> mergedRules(const List& list) const;

@@ -60,7 +60,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path, TextReader::Named::byUser, wrong);
     if (file) sources.push_back({path, std::move(file->text)});
   }
-  take(Config::read(sources), commandLine_, wrong);
+  take(Config::read(sources), sources_.commandLine, wrong);
   sources = {};
 
   if (dir.empty()) return wrong;
@@ -69,15 +69,9 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     if (!file) continue;
     const std::string name = path.filename().string();
     contents_[name] = {file->identity, file->hash};
-    take(Config::read({{path.string(), std::move(file->text)}}), inputs_[name], wrong);
+    take(Config::read({{path.string(), std::move(file->text)}}), sources_.inputs[name], wrong);
   }
   return wrong;
-}
-
-bool ConfigFiles::hasPortChannel(const std::string& name) const {
-  if (commandLine_.portChannels.contains(name)) return true;
-  return std::any_of(inputs_.begin(), inputs_.end(),
-                     [&](const auto& input) { return input.second.portChannels.contains(name); });
 }
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/Sources.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Texts.h>
 
@@ -34,20 +35,13 @@ class ConfigFiles {
   std::vector<std::string> read(const std::vector<std::string>& commandLine, const std::string& dir,
                                 TextLimits limits = {});
 
-  /// Whether any of the texts defines a port-channel of this name.
-  bool hasPortChannel(const std::string& name) const;
-
-  const Config::Model& commandLine() const { return commandLine_; }
-  /// Hands a model over, for whoever goes on with it; empty afterwards.
-  Config::Model takeCommandLine() { return std::move(commandLine_); }
-  std::map<std::string, Config::Model> takeInputs() { return std::move(inputs_); }
-  /// By file name.
-  const std::map<std::string, Config::Model>& inputs() const { return inputs_; }
+  const Sources& sources() const { return sources_; }
+  /// Hands them over, for whoever goes on with them; empty afterwards.
+  Sources takeSources() { return std::move(sources_); }
   const std::map<std::string, FileContent>& contents() const { return contents_; }
 
  private:
-  Config::Model commandLine_;
-  std::map<std::string, Config::Model> inputs_;
+  Sources sources_;
   std::map<std::string, FileContent> contents_;  // of the inputs
 };
 

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <agent/change/Changeover.h>
+#include <agent/change/Commit.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/DirectoryFiles.h>
-#include <agent/change/Discard.h>
-#include <agent/change/SourceChange.h>
 #include <agent/core/Background.h>
 #include <agent/forward/Forwarder.h>
 #include <nlohmann/json.hpp>
@@ -22,12 +20,9 @@ namespace Agent {
 /// The configuration that is in force, and its changes while the agent runs.
 ///
 /// A change is prepared on a thread of its own (texts are read and compared with what is in force) while the
-/// old configuration holds and packets flow; then it is carried out, as a difference, in one turn of the loop
-/// when it is small and else in slices around one switch (see Changeover). There is one change at a time. A
-/// text with a mistake changes nothing: of a file of the directory the last good content stays in force, and
-/// report() tells.
-///
-/// A model is what its source says whenever no change is under way.
+/// old configuration holds and packets flow; then it is carried out (see Commit). There is one change at a
+/// time. A text with a mistake changes nothing: of a file of the directory the last good content stays in
+/// force, and report() tells.
 ///
 /// Owner: the control plane. The core, the forwarder and the loop outlive it.
 class Configuration {
@@ -52,64 +47,30 @@ class Configuration {
   /// Replaces the command line's input by these texts; with `dryRun` only says what would change. False when
   /// another change is under way. `done` is called from the loop, later, unless this object goes first.
   bool apply(std::vector<Config::Source> texts, bool dryRun, Done done);
-  bool busy() const { return background_.busy() || pending_ || !changes_.empty(); }
+  bool busy() const { return background_.busy() || commit_.underWay() || !changes_.empty(); }
   /// Whether it may still become busy by what is known of the directory: a look is no change, and an apply
   /// may come meanwhile.
   bool looking() const { return files_.looking(); }
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
-  /// The remarks that a source has behind the last rule of a list.
-  std::vector<std::string> trailingRemarks(const std::string& source,
-                                           const Config::Model::ListKey& list) const;
+  /// What the sources in force say.
+  const Sources& sources() const { return commit_.sources(); }
 
  private:
   struct Texts;
   struct Next;
-  /// Told for how long packets waited at most.
-  using Committed = std::function<void(double longestTurn)>;
-  /// A change that is being carried out.
-  struct Pending {
-    NewContent change;  ///< from the switch on with the old content
-    Committed done;
-    double longestTurn;
-  };
 
   void handlePrepared(const std::shared_ptr<Texts>& texts);
   void answer(Texts& texts);
 
-  /// Begins to carry a change out. Returns why that cannot be; then everything is as it was, and `done` is
-  /// not called.
-  /// Memory that runs out is no such reason: what the change needs has been reserved.
-  std::optional<std::string> commit(NewContent change, SourceChange writes, Committed done);
-  void carryOn();
-  void handleSwitch();
-  /// Puts a content in the place of the source's, and that one into the change.
-  void exchange(NewContent& change);
-
   void handleFound(DirectoryFiles::Found found);
   void commitNext();
   void handleNext(Next& next, std::optional<std::string> failed);
-  /// Holds the memory back that a change will need; why that cannot be.
-  std::optional<std::string> reserveFor(const SourceChange& writes);
-  void run();
-  Sources sources() const { return {commandLine_, inputs_}; }
 
-  Core& core_;
-  Forwarder& forwarder_;
-  const std::function<void()> applied_;
-
-  Config::Model commandLine_;
-  std::map<std::string, Config::Model> inputs_;
-  std::map<std::string, double> appliedAt_;  // by source; the command line's is "cli"
-  std::vector<NewContent> changes_;          // of files, to be committed one a turn
+  std::vector<NewContent> changes_;  // of files, to be committed one a turn
   const Kelp::Ptr<Kiv::TimerTask> task_;
-  Reserve& reserve_;
-  const Kelp::Ptr<Kiv::TimerTask> settled_;  ///< runs when all has been done that follows from a change
-
-  Discard discard_;
-  Changeover changeover_;
-  std::optional<Pending> pending_;
+  Commit commit_;
   Background background_;
   DirectoryFiles files_;
 };

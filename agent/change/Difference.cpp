@@ -1,6 +1,7 @@
 #include <agent/change/Difference.h>
 #include <agent/core/Document.h>
 #include <agent/core/Reserve.h>
+#include <agent/core/Words.h>
 #include <fmt/format.h>
 
 #include <iterator>
@@ -90,7 +91,7 @@ void compare(const Map& before, const Map& after, const Gone& gone, const Come& 
 }
 
 Json ruleEntry(const Config::Rule& rule) {
-  return {{"sequence", Config::common(rule).sequence}, {"text", Config::common(rule).text.view()}};
+  return ruleWords(Config::common(rule).sequence, Config::common(rule).text.view());
 }
 
 Part rulesDifference(const Config::List& before, const Config::List& after) {
@@ -110,7 +111,9 @@ Part rulesDifference(const Config::List& before, const Config::List& after) {
 }
 
 Json listEntry(const Config::List& list) {
-  return {{"type", Acl::stringValue(list.type)}, {"name", list.name}, {"rules", list.rules.size()}};
+  Json entry = listWords(list.type, list.name);
+  entry["rules"] = list.rules.size();
+  return entry;
 }
 
 Part listsDifference(const Config::Model& before, const Config::Model& after) {
@@ -120,8 +123,8 @@ Part listsDifference(const Config::Model& before, const Config::Model& after) {
       [&](const auto& list) { changes.add(added, listEntry(list.second)); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
-        changes.add(changed, {{"type", Acl::stringValue(now.second.type)}, {"name", now.second.name}},
-                    "rules", rulesDifference(old.second, now.second));
+        changes.add(changed, listWords(now.second.type, now.second.name), "rules",
+                    rulesDifference(old.second, now.second));
       });
   return changes;
 }
@@ -168,37 +171,6 @@ Part namesDifference(const std::map<std::string, std::vector<std::string>>& befo
   return changes;
 }
 
-// ---- For people.
-
-struct Mark {
-  const char* member;
-  char sign;
-  const char* colour;
-};
-constexpr Mark marks[] = {{"removed", '-', "\x1b[31m"},
-                          {"added", '+', "\x1b[32m"},
-                          {"changed", '~', "\x1b[33m"},
-                          {"respelled", '~', ""}};
-
-/// A line for each entry, in the words of `text(entry)`.
-template <class Text>
-void addLines(std::string& out, const Json& changes, bool colour, const Text& text) {
-  for (const Mark& mark : marks) {
-    for (const Json& entry : changes.value(mark.member, Json::array())) {
-      const std::string line = fmt::format("{} {}", mark.sign, text(entry));
-      out += colour && *mark.colour ? fmt::format("{}{}\x1b[0m\n", mark.colour, line) : line + "\n";
-    }
-  }
-}
-
-std::string wordOf(const Json& entry, const char* member) { return entry.at(member).get<std::string>(); }
-
-std::string interfacesText(const Json& names) {
-  std::string text;
-  for (const Json& name : names) text += " " + name.get<std::string>();
-  return text;
-}
-
 }  // namespace
 
 std::deque<std::string> difference(const Config::Model& before, const Config::Model& after) {
@@ -213,54 +185,6 @@ std::deque<std::string> difference(const Config::Model& before, const Config::Mo
   add(",\"mirrorSessions\":", namesDifference(before.mirrorSessions, after.mirrorSessions));
   all.add("}");
   return all.take();
-}
-
-bool isNoDifference(const Json& difference) {
-  for (const Json& part : difference) {
-    for (const Json& entries : part) {
-      if (!entries.empty()) return false;
-    }
-  }
-  return true;
-}
-
-std::string differenceText(const Json& difference, bool colour) {
-  if (isNoDifference(difference)) return "nothing changes\n";
-  std::string text;
-  const Json& lists = difference.at("lists");
-  addLines(text, lists, colour, [](const Json& list) {
-    const std::string title = fmt::format("{} access-list {}", wordOf(list, "type"), wordOf(list, "name"));
-    if (!list.at("rules").is_number()) return title;
-    const auto rules = list.at("rules").get<uint64_t>();
-    return fmt::format("{} ({} rule{})", title, rules, rules == 1 ? "" : "s");
-  });
-  for (const Json& list : lists.at("changed")) {
-    text += fmt::format("  in {} access-list {}:\n", wordOf(list, "type"), wordOf(list, "name"));
-    addLines(text, list.at("rules"), colour, [](const Json& rule) {
-      const auto number = rule.at("sequence").get<uint32_t>();
-      return rule.contains("text")
-                 ? fmt::format("  {} {}", number, wordOf(rule, "text"))
-                 : fmt::format("  {} {}  (was: {})", number, wordOf(rule, "to"), wordOf(rule, "from"));
-    });
-  }
-  addLines(text, difference.at("bindings"), colour, [](const Json& binding) {
-    const std::string place =
-        fmt::format("interface {}: {} access-group", wordOf(binding, "interface"), wordOf(binding, "type"));
-    const std::string direction = wordOf(binding, "direction");
-    return binding.contains("list") ? fmt::format("{} {} {}", place, wordOf(binding, "list"), direction)
-                                    : fmt::format("{} {} {}  (was: {})", place, wordOf(binding, "to"),
-                                                  direction, wordOf(binding, "from"));
-  });
-  for (const auto& [member, what] :
-       {std::pair("portChannels", "port-channel"), std::pair("mirrorSessions", "mirror session")}) {
-    addLines(text, difference.at(member), colour, [what = what](const Json& one) {
-      return one.contains("interfaces")
-                 ? fmt::format("{} {}:{}", what, wordOf(one, "name"), interfacesText(one.at("interfaces")))
-                 : fmt::format("{} {}:{}  (was:{})", what, wordOf(one, "name"), interfacesText(one.at("to")),
-                               interfacesText(one.at("from")));
-    });
-  }
-  return text;
 }
 
 }  // namespace Agent

@@ -14,12 +14,6 @@
 
 namespace Agent {
 
-/// New content for a source; nothing: it has gone.
-struct NewContent {
-  std::string source;
-  std::optional<Config::Model> model;
-};
-
 /// The files of the configuration directory while the agent runs: which have to be read, what is new in them,
 /// and which of them are bad. They are read on a thread, one look at a time. A look comes a moment after
 /// files were written, and once a second, for the watch is not told of everything (a link may lead anywhere);

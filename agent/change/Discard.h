@@ -1,8 +1,8 @@
 #pragma once
 
 #include <Kiv/TaskScheduler.h>
+#include <agent/change/ListRules.h>
 #include <agent/config/Model.h>
-#include <agent/core/ListRules.h>
 
 #include <deque>
 #include <utility>

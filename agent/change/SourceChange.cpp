@@ -127,10 +127,8 @@ size_t SourceChange::memory() const {
 
 SourceChange sourceChange(const Sources& inForce, const std::string& source, const Config::Model* now) {
   static const Config::Model nothing;
-  const auto known = inForce.inputs.find(source);
-  const Config::Model& before = source.empty()                  ? inForce.commandLine
-                                : known == inForce.inputs.end() ? nothing
-                                                                : known->second;
+  const Config::Model* known = inForce.find(source);
+  const Config::Model& before = known ? *known : nothing;
   const Config::Model& after = now ? *now : nothing;
   const Neighbours neighbours(inForce, source, before, after);
 

@@ -1,21 +1,13 @@
 #pragma once
 
-#include <agent/config/Model.h>
+#include <agent/change/Sources.h>
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace Agent {
-
-/// The configuration in force by its sources, the first one first: the command line's, then the inputs by
-/// their names.
-struct Sources {
-  const Config::Model& commandLine;
-  const std::map<std::string, Config::Model>& inputs;
-};
 
 /// What is to be written to make one list of a source say something else. Rules that come are those of the
 /// new model, which lives at least as long; it may be moved.

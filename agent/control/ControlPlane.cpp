@@ -22,7 +22,9 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
           Zeb::System::currentTime().seconds(),
           [this] { return configuration_.report(); },
           [this](const std::string& source, const ListReader::Key& list) {
-            return configuration_.trailingRemarks(source, {list.first, list.second.str()});
+            // As the merged configuration names them: the command line's is not among the names of files.
+            return configuration_.sources().trailingRemarks(source == "cli" ? commandLineName : source,
+                                                            {list.first, list.second.str()});
           },
           options.portStates};
 }

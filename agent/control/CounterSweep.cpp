@@ -39,7 +39,7 @@ CounterSweep::~CounterSweep() {
 void CounterSweep::handleApplied() {
   sources_.clear();
   for (const std::string& name : core_.sources()) sources_.push_back(core_.source(name));
-  collections_ = core_.counters();
+  collections_ = core_.inForce().counters();
   resume_.reset();
   task_->scheduleTask();
 }
@@ -68,13 +68,13 @@ bool CounterSweep::sweep(Collection& collection) {
 }
 
 bool CounterSweep::isKnown(const Key& key) const {
-  const auto status = core_.status();
+  const auto status = core_.inForce().status();
   const auto lists = status ? status->status(key.aclType) : nullptr;
   const auto list = lists ? lists->acl(key.aclName) : nullptr;
   const auto* implicit = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
   if (implicit && *implicit == key.ruleId) return true;
   // Rules of a change that is under way may be asked before their source has them.
-  const auto merged = core_.mergedList(key.aclType, key.aclName);
+  const auto merged = core_.inForce().list(key.aclType, key.aclName);
   const auto* judging = merged ? merged->judging() : nullptr;
   if (judging && isRule(*judging, key.aclType, key.ruleId)) return true;
   return std::any_of(sources_.begin(), sources_.end(),

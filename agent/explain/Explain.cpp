@@ -1,6 +1,7 @@
 #include <Acl/MatchFields.h>
 #include <agent/explain/Explain.h>
 #include <agent/explain/NearMisses.h>
+#include <agent/show/PacketText.h>
 
 #include <algorithm>
 #include <utility>
@@ -40,7 +41,7 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
   document_["mirrored"] = Json::array();
   document_["egress"] = Json::array();
   const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId(port), out);
-  document_["frame"] = frameSummary(*ctx_);
+  document_["frame"] = packetText(*ctx_);
   document_["verdict"] = verdict.passed() ? "pass" : "drop";
   if (!verdict.passed()) {
     document_["direction"] = Acl::stringValue(verdict.direction);

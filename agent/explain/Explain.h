@@ -47,8 +47,4 @@ class Explainer final : private Acl::ListTrial {
 /// The document for people.
 std::string explainText(const nlohmann::ordered_json& document, bool colour);
 
-/// What a frame is, in a few words: "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60 octets". Of a
-/// packet that is parsed.
-std::string frameSummary(const Velo::PacketContext& ctx);
-
 }  // namespace Agent

@@ -57,7 +57,7 @@ Fields completed(Fields packet, const Icmp* icmp, const Velo::PacketContext& ctx
 }  // namespace
 
 EarlierRules earlierRules(const Core& core, const Acl::AskedList& asked, const Velo::PacketContext& ctx) {
-  const auto lists = core.lists()->config(asked.type);
+  const auto lists = core.inForce().lists()->config(asked.type);
   const auto list = lists ? lists->acl(asked.list) : nullptr;
   const auto* rules = list ? list->judging() : nullptr;
   if (!rules) return {};

@@ -7,9 +7,11 @@
 
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
+#include <agent/change/Apply.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>
+#include <agent/core/Words.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -99,12 +101,12 @@ class Replay {
     ConfigFiles files;
     if (const auto wrong = files.read(options_.configs, options_.configDir, options_.limits);
         !wrong.empty()) {
-      for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
+      tellMistakes(wrong);
       return exitUsage;
     }
     for (const auto* named : {&options_.ports, &options_.outs}) {
       for (const auto& [name, path] : *named) {
-        if (files.hasPortChannel(name)) {
+        if (files.sources().hasPortChannel(name)) {
           return usage(fmt::format("{} is a port-channel: frames come in and leave by its members", name));
         }
       }
@@ -123,9 +125,9 @@ class Replay {
     for (Source& source : sources_) source.hasFrame = source.capture->next();
     if (const Source* first = earliest(sources_)) clock_.nowIs(first->capture->stamp());
     if (auto wrong = core_.loadPlugin(options_.plugin)) return usage(*wrong);
-    if (auto wrong = core_.apply(files.commandLine(), files.inputs())) return usage(*wrong);
+    if (auto wrong = putInForce(core_, files.sources())) return usage(*wrong);
     tasks_.settle();
-    if (const auto missing = core_.unpublished()) {
+    if (const auto missing = core_.inForce().unpublished()) {
       return usage(fmt::format("{} was not published by the plugin", *missing));
     }
     forwarder_.portsOfConfigurationIs();
@@ -197,7 +199,7 @@ class Replay {
     report.bytes = bytes_;
     report.passed = passed_;
     report.dropped = dropped_;
-    const bool printed = print(options_.json ? reportJson(report, core_.status())
+    const bool printed = print(options_.json ? reportJson(report, core_.inForce().status())
                                              : reportText(report, isatty(STDOUT_FILENO) != 0));
     return printed ? status : exitUnread;
   }

@@ -44,7 +44,7 @@ class VerdictRecorder::Collection {
 };
 
 VerdictRecorder::VerdictRecorder(Core& core, Forwarder& forwarder) : core_(core), forwarder_(forwarder) {
-  for (const auto& counters : core.counters())
+  for (const auto& counters : core.inForce().counters())
     collections_.push_back(std::make_unique<Collection>(*this, counters));
   core.namedCounters()->publisher().subscribe(*this);
   forwarder_.mirrorObserverIs(this);
@@ -79,7 +79,7 @@ Nimnet::IntfId VerdictRecorder::interfaceOf(const VeloDpAclCounterKey& key) {
       lag ? (in ? lag->ingressPortChannel : lag->egressPortChannel) : Nimnet::IntfId(),
       in ? ctx->ingressIntf() : forwarder_.egressIntf()};
 
-  const auto types = core_.bindings()->config(key.aclType);
+  const auto types = core_.inForce().bindings()->config(key.aclType);
   const auto bindings = types ? types->intf(key.direction) : nullptr;
   unsigned& progress = progress_[static_cast<int>(key.direction)];
   for (; progress < 4; ++progress) {
@@ -96,7 +96,7 @@ Nimnet::IntfId VerdictRecorder::interfaceOf(const VeloDpAclCounterKey& key) {
 
 void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
   Hit hit{key.direction, interfaceOf(key), key.aclType, key.aclName, 0, Acl::Action::deny};
-  const auto lists = core_.lists()->config(key.aclType);
+  const auto lists = core_.inForce().lists()->config(key.aclType);
   const auto list = lists ? lists->acl(key.aclName) : nullptr;
   const auto* rules = list ? list->judging() : nullptr;
   if (rules) {

@@ -1,7 +1,9 @@
 #include <Acl/Workshop.h>
+#include <agent/change/Apply.h>
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
+#include <agent/core/Words.h>
 #include <agent/run/Capabilities.h>
 #include <agent/run/RunCommand.h>
 #include <agent/run/ServiceManager.h>
@@ -78,11 +80,11 @@ std::optional<Exit> Run::prepare() {
 
 std::optional<Exit> Run::configure() {
   if (const auto wrong = files_.read(options_.configs, options_.configDir, options_.limits); !wrong.empty()) {
-    for (const std::string& mistake : wrong) fmt::print(stderr, "{}\n", mistake);
+    tellMistakes(wrong);
     return exitUsage;
   }
   for (const auto& [name, device] : options_.ports) {
-    if (files_.hasPortChannel(name)) {
+    if (files_.sources().hasPortChannel(name)) {
       return refused(exitUsage,
                      fmt::format("{} is a port-channel: frames come in and leave by its members", name));
     }
@@ -100,16 +102,14 @@ std::optional<Exit> Run::publish() {
   const Saved::State nothing;
   Successor successor(stateFile_ ? stateFile_->state() : nothing);
   successor.publish(core_);
-  core_.ruleIdMemoryIs([&successor](const std::string& source, const Config::List& list,
-                                    const Config::Rule& rule) { return successor.idOf(source, list, rule); });
-  const auto conflict = core_.apply(files_.commandLine(), files_.inputs());
-  core_.ruleIdMemoryIs(nullptr);
-  if (conflict) return refused(exitUsage, *conflict);
+  const auto memory = [&successor](const std::string& source, const Config::List& list,
+                                   const Config::Rule& rule) { return successor.idOf(source, list, rule); };
+  if (auto conflict = putInForce(core_, files_.sources(), memory)) return refused(exitUsage, *conflict);
   // The plugin starts with the whole configuration: what it does not find there is no longer true.
   if (auto wrong = core_.loadPlugin(options_.plugin)) return refused(exitUsage, *wrong);
   successor.countRules(core_);
   loop_.settle();
-  if (const auto missing = core_.unpublished()) {
+  if (const auto missing = core_.inForce().unpublished()) {
     return refused(exitUsage, fmt::format("{} was not published by the plugin", *missing));
   }
   successor.countImplicitDrops(core_);
@@ -152,7 +152,8 @@ std::optional<Exit> Run::openPorts() {
     if (!port->sink) complain(fmt::format("{} has no --port: what leaves there is lost", id.name()));
   }
   const std::set<int>& needed = ports_.capabilities();
-  if (!capabilitiesKeep({needed.begin(), needed.end()}).empty()) complain("a device that goes cannot be opened again");
+  if (!capabilitiesKeep({needed.begin(), needed.end()}).empty())
+    complain("a device that goes cannot be opened again");
   return std::nullopt;
 }
 
@@ -180,7 +181,7 @@ bool Run::report() const {
   report.bytes = totals.bytes;
   report.passed = totals.passed;
   report.dropped = totals.dropped;
-  return print(options_.report == FinalReport::json ? reportJson(report, core_.status())
+  return print(options_.report == FinalReport::json ? reportJson(report, core_.inForce().status())
                                                     : reportText(report, isatty(STDOUT_FILENO) != 0));
 }
 

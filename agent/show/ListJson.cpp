@@ -1,3 +1,4 @@
+#include <agent/core/Words.h>
 #include <agent/show/ListReport.h>
 
 namespace Agent {
@@ -25,7 +26,7 @@ Json matchesJson(const MatchCount& count) { return {{"in", count.in}, {"out", co
 Json lastMatchJson(const MatchCount& count) { return count.last ? Json(*count.last) : Json(nullptr); }
 
 Json ruleJson(const RuleReport& rule) {
-  Json one = {{"sequence", rule.sequence}, {"text", rule.text}};
+  Json one = ruleWords(rule.sequence, rule.text);
   if (!rule.remark.empty()) one["remark"] = rule.remark;
   one["id"] = rule.id;
   one["matches"] = matchesJson(rule.matches);
@@ -42,12 +43,11 @@ Json headJson(const ListReport& list) {
     implicit = {{"matches", matchesJson(*list.implicitDrop)},
                 {"lastMatch", lastMatchJson(*list.implicitDrop)}};
   }
-  Json head = {{"type", Acl::stringValue(list.type)},
-               {"name", list.name},
-               {"source", list.sources.empty() ? Json(nullptr) : Json(list.sources.front())},
-               {"overridden", overridden},
-               {"bindings", bindingsJson(list)},
-               {"implicitDrop", implicit}};
+  Json head = listWords(list.type, list.name);
+  head["source"] = list.sources.empty() ? Json(nullptr) : Json(list.sources.front());
+  head["overridden"] = std::move(overridden);
+  head["bindings"] = bindingsJson(list);
+  head["implicitDrop"] = std::move(implicit);
   if (!list.remarks.empty()) head["remarks"] = list.remarks;
   return head;
 }
@@ -60,7 +60,9 @@ Json listJson(const ListReport& list) {
 }
 
 Json undefinedJson(const ListReport& list) {
-  return {{"type", Acl::stringValue(list.type)}, {"name", list.name}, {"bindings", bindingsJson(list)}};
+  Json whole = listWords(list.type, list.name);
+  whole["bindings"] = bindingsJson(list);
+  return whole;
 }
 
 }  // namespace Agent

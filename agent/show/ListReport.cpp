@@ -17,7 +17,7 @@ std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
 }  // namespace
 
 bool isDefined(const Core& core, const Kelp::String& name) {
-  const auto configured = core.lists();
+  const auto configured = core.inForce().lists();
   return configured &&
          std::any_of(std::begin(Acl::aclTypes), std::end(Acl::aclTypes), [&](Acl::AclType type) {
            const auto lists = configured->config(type);
@@ -33,12 +33,12 @@ ListReader::ListReader(const Core& core, const ZeroLine* zero, Remarks remarks)
     : core_(core),
       zero_(zero),
       remarks_(std::move(remarks)),
-      counters_(core.counters()),
+      counters_(core.inForce().counters()),
       bindings_(bindings()) {}
 
 std::vector<ListReader::Key> ListReader::defined() const {
   std::vector<Key> keys;
-  const auto configured = core_.lists();
+  const auto configured = core_.inForce().lists();
   for (const auto type : Acl::aclTypes) {
     const auto lists = configured ? configured->config(type) : nullptr;
     if (!lists) continue;
@@ -61,11 +61,11 @@ ListReport ListReader::head(const Key& key) const {
   ListReport report;
   report.type = key.first;
   report.name = key.second.str();
-  if (const auto sources = core_.listSources())
+  if (const auto sources = core_.inForce().listSources())
     report.sources = strings(sources->sources(key.first, key.second));
   if (const auto bound = bindings_.find(key); bound != bindings_.end()) report.bindings = bound->second;
   if (remarks_ && !report.sources.empty()) report.remarks = remarks_(report.sources.front(), key);
-  const auto status = core_.status();
+  const auto status = core_.inForce().status();
   const auto lists = status ? status->status(key.first) : nullptr;
   const auto list = lists ? lists->acl(key.second) : nullptr;
   const auto* id = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
@@ -74,7 +74,7 @@ ListReport ListReader::head(const Key& key) const {
 }
 
 Kelp::Ptr<const Acl::AclSubConfig> ListReader::rulesOf(const Key& key) const {
-  const auto configured = core_.lists();
+  const auto configured = core_.inForce().lists();
   const auto lists = configured ? configured->config(key.first) : nullptr;
   const auto list = lists ? lists->acl(key.second) : nullptr;
   return list ? list->currCfg() : nullptr;
@@ -130,7 +130,7 @@ MatchCount ListReader::matches(const Key& key, const Kiv::UniqueId& id) const {
 
 std::map<ListReader::Key, std::vector<BindingReport>> ListReader::bindings() const {
   std::map<Key, std::vector<BindingReport>> found;
-  const auto sources = core_.bindingSources();
+  const auto sources = core_.inForce().bindingSources();
   for (const auto type : Acl::aclTypes) {
     forEachBinding(type,
                    [&](Acl::AclDirection direction, const Nimnet::IntfId& intf, const Kelp::String& bound) {
@@ -149,7 +149,7 @@ std::map<ListReader::Key, std::vector<BindingReport>> ListReader::bindings() con
 
 template <class Visit>
 void ListReader::forEachBinding(Acl::AclType type, const Visit& visit) const {
-  const auto all = core_.bindings();
+  const auto all = core_.inForce().bindings();
   const auto directions = all ? all->config(type) : nullptr;
   if (!directions) return;
   for (auto direction = directions->intf().begin(); direction; direction.next()) {

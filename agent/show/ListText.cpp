@@ -1,3 +1,4 @@
+#include <agent/core/Words.h>
 #include <agent/show/Style.h>
 #include <agent/show/Text.h>
 #include <fmt/format.h>
@@ -35,11 +36,6 @@ std::string bindingsText(const Json& list) {
   return text.empty() ? "bound nowhere" : text;
 }
 
-std::string titleOf(const Json& list) {
-  return fmt::format("{} access-list {}", list.at("type").get<std::string>(),
-                     list.at("name").get<std::string>());
-}
-
 uint64_t matchesOf(const Json& counted, const char* direction) {
   return counted.at("matches").at(direction).get<uint64_t>();
 }
@@ -65,7 +61,7 @@ class ListsText {
   }
 
   void add(const Json& list) {
-    text_ += fmt::format("{}{}{}  ({})", style_.bold, titleOf(list), style_.off, bindingsText(list));
+    text_ += fmt::format("{}{}{}  ({})", style_.bold, listTitle(list), style_.off, bindingsText(list));
     if (list.at("source").is_string())
       text_ += fmt::format("{}  from {}{}", style_.dim, list.at("source").get<std::string>(), style_.off);
     const char* before = ", overrides ";
@@ -94,7 +90,7 @@ class ListsText {
 
   void addUndefined(const Json& list) {
     text_ += fmt::format("{}{} is bound ({}) but not defined: everything passes it{}\n", style_.red,
-                         titleOf(list), bindingsText(list), style_.off);
+                         listTitle(list), bindingsText(list), style_.off);
   }
 
   std::string takeText() { return std::move(text_); }

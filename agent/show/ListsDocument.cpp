@@ -71,7 +71,7 @@ class ListsDocument final : public Document {
   }
 
   bool published() const {
-    const auto status = world_.core.status();
+    const auto status = world_.core.inForce().status();
     const auto lists = status ? status->status(key_.first) : nullptr;
     return lists && lists->acl(key_.second);
   }

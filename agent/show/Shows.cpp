@@ -71,7 +71,7 @@ Json dropsOf(const World& world) {
 }
 
 Json capabilitiesOf(const World& world) {
-  const auto status = world.core.status();
+  const auto status = world.core.inForce().status();
   return {{"capabilities", status ? capabilitiesJson(*status) : Json(nullptr)}};
 }
 

@@ -14,7 +14,7 @@ namespace {
 /// The published status, list by list; what is gone when its turn comes is left out.
 class StatusDocument final : public Document {
  public:
-  explicit StatusDocument(const World& world) : world_(world), status_(world.core.status()) {
+  explicit StatusDocument(const World& world) : world_(world), status_(world.core.inForce().status()) {
     for (const auto type : Acl::aclTypes) {
       if (status_ && status_->status(type)) types_.push_back(type);
     }
@@ -110,7 +110,7 @@ class StatusDocument final : public Document {
 class CountersDocument final : public Document {
  public:
   CountersDocument(const World& world, const std::string& list) : world_(world), list_(list) {
-    for (auto& collection : world.core.counters()) collections_.push_back(std::move(collection));
+    for (auto& collection : world.core.inForce().counters()) collections_.push_back(std::move(collection));
   }
 
   bool next(std::string& text) override {

@@ -11,7 +11,7 @@ uint64_t minus(uint64_t count, uint64_t line) { return count >= line ? count - l
 
 void ZeroLine::drawRules(const Core& core, const Kelp::String* list) {
   std::erase_if(rules_, [list](const auto& entry) { return !list || entry.first.aclName == *list; });
-  for (const auto& collection : core.counters()) {
+  for (const auto& collection : core.inForce().counters()) {
     for (auto at = collection->counterCollection().begin(); at; at.next()) {
       if (list && at.key().aclName != *list) continue;
       rules_[at.key()] = {at.value()->packets(), at.value()->bytes()};

@@ -102,7 +102,7 @@ void StateKeeper::beginRules() {
 }
 
 void StateKeeper::beginStatus() {
-  const auto status = core_.status();
+  const auto status = core_.inForce().status();
   if (!status) return;
   for (auto type = status->status().begin(); type; type.next()) {
     for (auto direction = type.value()->intf().begin(); direction; direction.next()) {
@@ -173,7 +173,7 @@ bool StateKeeper::copyRules(Piece& piece, bool whole) {
 }
 
 bool StateKeeper::copyStatus(Piece& piece, bool whole) {
-  const auto status = core_.status();
+  const auto status = core_.inForce().status();
   const auto lists = status ? status->status(piece.type) : nullptr;
   const auto list = lists ? lists->acl(piece.name) : nullptr;
   if (!list) return true;

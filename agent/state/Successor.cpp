@@ -1,4 +1,5 @@
 #include <Kiv/UniqueIdSeed.h>
+#include <agent/config/Reader.h>
 #include <agent/state/Successor.h>
 #include <agent/state/Table.h>
 

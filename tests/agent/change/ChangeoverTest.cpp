@@ -80,7 +80,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
   using Tree = std::map<ListKey, std::map<uint32_t, std::pair<Kiv::UniqueId, std::string>>>;
   Tree tree() {
     Tree all;
-    const auto merged = agent_->core().lists();
+    const auto merged = agent_->core().inForce().lists();
     for (auto type = merged->config().begin(); type; type.next()) {
       for (auto list = type.value()->acl().begin(); list; list.next()) {
         auto& rules = all[{type.key(), list.key().str()}];
@@ -103,9 +103,9 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
 
   /// Lists that packets ask are compiled, those apart that are small enough to be written in a turn.
   void checkForms(const std::string& why) {
-    const auto merged = agent_->core().lists();
+    const auto merged = agent_->core().inForce().lists();
     for (const AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) {
-      const auto bindings = agent_->core().bindings()->config(type);
+      const auto bindings = agent_->core().inForce().bindings()->config(type);
       const auto lists = merged->config(type);
       if (!bindings || !lists) continue;
       for (auto intf = bindings->intf(Acl::AclDirection::in)->intf().begin(); intf; intf.next()) {
@@ -123,7 +123,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
 
   /// Notes the ids of implicit drops, which packets count as well.
   void noteImplicitIds() {
-    const auto status = agent_->core().status();
+    const auto status = agent_->core().inForce().status();
     for (auto type = status->status().begin(); type; type.next()) {
       for (auto list = type.value()->acl().begin(); list; list.next()) {
         if (const auto* id = list.value()->implicitRuleId(Acl::ImplicitRuleType::drop)) shown_.insert(*id);
@@ -135,7 +135,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
     for (const auto& [key, rules] : tree) {
       for (const auto& [sequence, rule] : rules) shown_.insert(rule.first);
     }
-    for (const auto& collection : agent_->core().counters()) {
+    for (const auto& collection : agent_->core().inForce().counters()) {
       for (auto at = collection->counterCollection().begin(); at; at.next())
         ASSERT_TRUE(shown_.contains(at.key().ruleId)) << why << ": counted under an id that no rule had";
     }
@@ -144,7 +144,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
   /// How often any rule of the merged lists was written.
   uint64_t writes() {
     uint64_t sum = 0;
-    const auto merged = agent_->core().lists();
+    const auto merged = agent_->core().inForce().lists();
     for (auto type = merged->config().begin(); type; type.next()) {
       for (auto list = type.value()->acl().begin(); list; list.next()) {
         const auto rules = list.value()->currCfg();
@@ -223,7 +223,7 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
         }
       }
     }
-    EXPECT_FALSE(agent_->core().unpublished()) << why;
+    EXPECT_FALSE(agent_->core().inForce().unpublished()) << why;
     noteImplicitIds();
     checkCounters(is, why);
   }

@@ -25,9 +25,9 @@ TEST(ConfigFiles, EachFileOfADirectoryIsASourceAndSomeFilesAreNone) {
   fs::create_directory(dir / "sub");
   Agent::ConfigFiles files;
   EXPECT_THAT(files.read({}, dir.path()), testing::IsEmpty());
-  ASSERT_EQ(files.inputs().size(), 2u);
-  EXPECT_TRUE(files.inputs().at("a").lists.contains({Acl::AclType::ip, "A"}));
-  EXPECT_TRUE(files.inputs().at("b").lists.contains({Acl::AclType::ip, "B"}));
+  ASSERT_EQ(files.sources().inputs.size(), 2u);
+  EXPECT_TRUE(files.sources().inputs.at("a").lists.contains({Acl::AclType::ip, "A"}));
+  EXPECT_TRUE(files.sources().inputs.at("b").lists.contains({Acl::AclType::ip, "B"}));
 }
 
 TEST(ConfigFiles, AnEmptyFileIsAConfiguration) {
@@ -35,7 +35,7 @@ TEST(ConfigFiles, AnEmptyFileIsAConfiguration) {
   writeFile(dir / "a", "");
   Agent::ConfigFiles files;
   EXPECT_THAT(files.read({dir / "a", "/dev/null"}, ""), testing::IsEmpty());
-  EXPECT_EQ(files.commandLine(), Config::Model());
+  EXPECT_EQ(files.sources().commandLine, Config::Model());
 }
 
 TEST(ConfigFiles, ALinkToNowhereIsReported) {
@@ -87,7 +87,7 @@ TEST(ConfigFiles, APipeThatTheUserNamesIsReadToItsEnd) {
   Agent::ConfigFiles files;
   EXPECT_THAT(files.read({dir / "pipe"}, ""), testing::IsEmpty());
   writer.join();
-  EXPECT_EQ(files.commandLine().lists.at({Acl::AclType::ip, "A"}).rules.size(), 1u);
+  EXPECT_EQ(files.sources().commandLine.lists.at({Acl::AclType::ip, "A"}).rules.size(), 1u);
 }
 
 TEST(ConfigFiles, AFileThatGrowsWhileItIsReadIsRefused) {

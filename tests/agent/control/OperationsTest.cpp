@@ -235,7 +235,15 @@ TEST_F(OperationsTest, ClearedCountersCountFromThereOn) {
   EXPECT_EQ(agent_.show("drops").at("cleared"), RunningAgent::startTime + 2);
   const Json counters = agent_.show("counters");
   for (const Json& counter : counters.at("counters")) EXPECT_EQ(counter.at("packets"), 0);
-  EXPECT_EQ(agent_.core().status()->status(Acl::AclType::ip)->acl("B")->ruleStatus().begin().value().packets,
+  EXPECT_EQ(agent_.core()
+                .inForce()
+                .status()
+                ->status(Acl::AclType::ip)
+                ->acl("B")
+                ->ruleStatus()
+                .begin()
+                .value()
+                .packets,
             3u)
       << "the status is not touched";
 }
@@ -275,7 +283,7 @@ TEST_F(OperationsTest, CountersOfRulesThatAreGoneGoWithThem) {
   EXPECT_EQ(published(), 1u);
 
   // Of a rule that went while the counters were being copied.
-  agent_.core().counters().front()->counterCollectionIs(
+  agent_.core().inForce().counters().front()->counterCollectionIs(
       {Acl::AclDirection::in, Acl::AclType::ip, "A", Kiv::UniqueId(77)});
   agent_.advance(1.1);
   EXPECT_EQ(published(), 2u);

@@ -1,3 +1,4 @@
+#include <agent/change/Apply.h>
 #include <agent/config/Reader.h>
 #include <agent/forward/Forwarder.h>
 #include <gtest/gtest.h>
@@ -37,7 +38,7 @@ class ForwarderTest : public testing::Test {
   void configure(const std::string& text, const std::map<std::string, std::string>& inputs = {}) {
     std::map<std::string, Config::Model> models;
     for (const auto& [name, input] : inputs) models[name] = modelOf(input);
-    const auto wrong = core_.apply(modelOf(text), models);
+    const auto wrong = Agent::putInForce(core_, {modelOf(text), models});
     ASSERT_FALSE(wrong) << *wrong;
     forwarder_.portsOfConfigurationIs();
   }
@@ -58,7 +59,7 @@ class ForwarderTest : public testing::Test {
     return verdict.egress ? verdict.egress->id.name().str() : "none";
   }
   bool defined(const char* list) const {
-    const auto lists = core_.lists()->config(Acl::AclType::ip);
+    const auto lists = core_.inForce().lists()->config(Acl::AclType::ip);
     return lists && lists->acl(list);
   }
 
@@ -178,7 +179,7 @@ TEST_F(ForwarderTest, AConfigurationWithImpossiblePortChannelsChangesNothing) {
        {Row{"one member of two", "port-channel po1 members eth2\n", "port-channel po2 members eth2\n"},
         Row{"a port-channel within another", "port-channel po1 members eth2\n",
             "port-channel po2 members po1\n"}}) {
-    EXPECT_TRUE(core_.apply(modelOf(row.commandLine), {{"b", modelOf(row.input)}})) << row.why;
+    EXPECT_TRUE(Agent::putInForce(core_, {modelOf(row.commandLine), {{"b", modelOf(row.input)}}})) << row.why;
     EXPECT_EQ(core_.portChannels().all().size(), 1u) << row.why;
     EXPECT_FALSE(receive("eth1", flow(1)).passed()) << row.why;
   }
@@ -190,10 +191,10 @@ TEST_F(ForwarderTest, ARuleThatStaysKeepsItsCountAndAnotherBeginsAtZero) {
     uint64_t sum = 0;
     std::set<Kiv::UniqueId> ids;
     for (const auto* rule :
-         core_.lists()->config(Acl::AclType::ip)->acl("A")->currCfg()->ipRuleById().ordered()) {
+         core_.inForce().lists()->config(Acl::AclType::ip)->acl("A")->currCfg()->ipRuleById().ordered()) {
       ids.insert(rule->key);
     }
-    for (const auto& counters : core_.counters()) {
+    for (const auto& counters : core_.inForce().counters()) {
       for (auto at = counters->counterCollection().begin(); at; at.next()) {
         if (ids.contains(at.key().ruleId)) sum += at.value()->packets();
       }

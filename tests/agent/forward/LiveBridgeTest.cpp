@@ -1,3 +1,4 @@
+#include <agent/change/Apply.h>
 #include <agent/config/Reader.h>
 #include <agent/forward/Bridge.h>
 #include <agent/forward/Forwarder.h>
@@ -132,7 +133,7 @@ class BridgingTest : public testing::Test {
   void configure(const std::string& text) {
     auto read = Config::read({{"t", text}});
     ASSERT_TRUE(read.model);
-    const auto wrong = core_.apply(*read.model, {});
+    const auto wrong = Agent::putInForce(core_, {*read.model, {}});
     ASSERT_FALSE(wrong) << *wrong;
     forwarder_.portsOfConfigurationIs();
   }

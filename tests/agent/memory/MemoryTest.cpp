@@ -90,7 +90,7 @@ class Memory : public testing::Test {
       agent_.turns();
       applied = wholeAfter(answer);
     }
-    EXPECT_FALSE(agent_.core().unpublished());
+    EXPECT_FALSE(agent_.core().inForce().unpublished());
     if (applied) isApplied(old_);
     return applied;
   }

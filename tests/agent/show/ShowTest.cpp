@@ -44,8 +44,8 @@ TEST_F(ShowTest, ListsPortsDropsAndStatusHaveTheShapesOfAReplay) {
   for (int i = 0; i < 3; ++i) agent_.receive("eth1", udpTo(53));
   agent_.receive("eth1", udpTo(99));
   agent_.advance(2);
-  const Json replay =
-      Agent::reportDocument(Agent::makeReport(agent_.core(), agent_.forwarder()), agent_.core().status());
+  const Json replay = Agent::reportDocument(Agent::makeReport(agent_.core(), agent_.forwarder()),
+                                            agent_.core().inForce().status());
   Json shown = agent_.show("access-lists");
   for (Json& list : shown["lists"]) {
     EXPECT_TRUE(list.at("published").get<bool>());

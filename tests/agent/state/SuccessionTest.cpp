@@ -1,3 +1,5 @@
+#include <agent/change/Apply.h>
+#include <agent/config/Reader.h>
 #include <agent/core/EventLoop.h>
 #include <agent/state/StateKeeper.h>
 #include <agent/state/Successor.h>
@@ -36,11 +38,10 @@ class OneAgent {
     EXPECT_EQ(message, "");
     Successor successor(file->state());
     successor.publish(core_);
-    core_.ruleIdMemoryIs([&](const std::string& source, const Config::List& list, const Config::Rule& rule) {
+    const auto memory = [&](const std::string& source, const Config::List& list, const Config::Rule& rule) {
       return successor.idOf(source, list, rule);
-    });
-    EXPECT_FALSE(core_.apply(modelOf(text), inputs));
-    core_.ruleIdMemoryIs(nullptr);
+    };
+    EXPECT_FALSE(Agent::putInForce(core_, {modelOf(text), inputs}, memory));
     const auto before = rulesShown();
     EXPECT_EQ(before.size(), file->state().ruleStatus.size()) << "what was shown is shown at once";
     EXPECT_FALSE(core_.loadPlugin(std::string(VELO_BIN_DIR) + "/VeloAcl.so"));
@@ -56,14 +57,14 @@ class OneAgent {
         EXPECT_TRUE(!wanted.contains(id) || shown.contains(id)) << id.str() << " was never to go";
       }
     }
-    EXPECT_FALSE(core_.unpublished());
+    EXPECT_FALSE(core_.inForce().unpublished());
     EXPECT_EQ(rulesShown(), wanted) << "and nothing stale stays";
     successor.countImplicitDrops(core_);
     keeper_ = std::make_unique<StateKeeper>(core_, std::move(file));
   }
 
   void apply(const std::string& text) {
-    EXPECT_FALSE(core_.apply(modelOf(text), {}));
+    EXPECT_FALSE(Agent::putInForce(core_, {modelOf(text), {}}));
     keeper_->handleApplied();
     turns();
   }
@@ -80,7 +81,8 @@ class OneAgent {
   /// The ids of an IPv4 list's rules by number.
   std::map<uint32_t, UniqueId> ids(const char* list = "A") {
     std::map<uint32_t, UniqueId> found;
-    for (const auto* entry : core_.lists()->config(AclType::ip)->acl(list)->currCfg()->ipRuleById().ordered())
+    for (const auto* entry :
+         core_.inForce().lists()->config(AclType::ip)->acl(list)->currCfg()->ipRuleById().ordered())
       found[entry->value.sequence()] = entry->key;
     return found;
   }
@@ -88,7 +90,7 @@ class OneAgent {
     return *status(list).implicitRuleId(Acl::ImplicitRuleType::drop);
   }
   const Acl::AclStatus& status(const char* list = "A") {
-    return *core_.status()->status(AclType::ip)->acl(list);
+    return *core_.inForce().status()->status(AclType::ip)->acl(list);
   }
   Velo::Counter::VeloDpAclCounter& counter(const UniqueId& id, const char* list = "A") {
     const auto in = core_.manager().counterHolder()->collection("DpAclInRuleMatches");
@@ -114,7 +116,7 @@ class OneAgent {
  private:
   std::set<UniqueId> idsInForce() {
     std::set<UniqueId> found;
-    for (auto type = core_.lists()->config().begin(); type; type.next()) {
+    for (auto type = core_.inForce().lists()->config().begin(); type; type.next()) {
       for (auto list = type.value()->acl().begin(); list; list.next()) {
         const auto rules = list.value()->currCfg();
         for (auto rule = rules->ipRuleById().begin(); rule; rule.next()) found.insert(rule.key());

@@ -1,5 +1,6 @@
 #include "RunningAgent.h"
 
+#include <agent/change/Apply.h>
 #include <agent/control/ServerSocket.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -42,11 +43,11 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   Agent::ConfigFiles files;
   const auto mistakes = files.read({temp_ / "start.acl"}, dir ? dirPath() : "");
   EXPECT_TRUE(mistakes.empty()) << mistakes.front();
-  const auto wrong = core_->apply(files.commandLine(), files.inputs());
+  const auto wrong = Agent::putInForce(*core_, files.sources());
   EXPECT_FALSE(wrong) << *wrong;
   forwarder_->portsOfConfigurationIs();
   turns();
-  EXPECT_FALSE(core_->unpublished());
+  EXPECT_FALSE(core_->inForce().unpublished());
   Agent::ControlOptions options;
   options.socket = socketPath();
   options.configDir = dir ? dirPath() : "";

@@ -1,5 +1,5 @@
 #include <Acl/RuleKinds.h>
-#include <agent/core/ListRules.h>
+#include <agent/change/ListRules.h>
 
 #include <variant>
 

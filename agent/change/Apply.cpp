@@ -1,7 +1,7 @@
 #include <Acl/RuleKinds.h>
-#include <agent/core/Apply.h>
+#include <agent/change/Apply.h>
+#include <agent/change/SourceEntities.h>
 
-#include <set>
 #include <variant>
 #include <vector>
 
@@ -32,17 +32,14 @@ void applyList(const Config::List& model, const IdOfNewRule& idOfNewRule, Acl::A
 
 void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>& source,
                 const IdOfNewRule& idOfNewRule) {
-  std::vector<std::pair<Acl::AclType, Kelp::String>> gone;
+  std::vector<Config::Model::ListKey> gone;
   for (auto type = source->config().begin(); type; type.next()) {
     for (auto list = type.value()->acl().begin(); list; list.next()) {
-      if (!model.lists.contains({type.key(), list.key().str()})) gone.emplace_back(type.key(), list.key());
+      const Config::Model::ListKey key{type.key(), list.key().str()};
+      if (!model.lists.contains(key)) gone.push_back(key);
     }
   }
-  for (const auto& [type, name] : gone) {
-    const auto lists = source->config(type);
-    lists->aclDel(name);
-    if (lists->acl().empty()) source->configDel(type);
-  }
+  for (const auto& key : gone) listDel(*source, key);
   for (const auto& [key, wanted] : model.lists) {
     const auto list = source->configIs(key.first)->aclIs(key.second);
     if (const auto current = list->currCfg()) {
@@ -65,16 +62,25 @@ void applyBindings(const Config::Model& model, const Kelp::Ptr<Acl::IntfConfig>&
       }
     }
   }
-  for (const auto& key : gone) {
-    const auto directions = source->config(key.type);
-    const auto bindings = directions->intf(key.direction);
-    bindings->intfDel(Nimnet::IntfId(key.interface));
-    if (bindings->intf().empty()) directions->intfDel(key.direction);
-    if (directions->intf().empty()) source->configDel(key.type);
+  for (const auto& key : gone) bindingIs(*source, key, {});
+  for (const auto& [key, list] : model.bindings) bindingIs(*source, key, list);
+}
+
+std::optional<std::string> putInForce(Core& core, const Sources& sources, const RuleIdMemory& memory) {
+  if (auto wrong = core.interfacesAre(sources.interfaces())) return wrong;
+  for (const std::string& input : core.inputs()) {
+    if (!sources.find(input)) core.sourceDel(input);
   }
-  for (const auto& [key, list] : model.bindings) {
-    source->configIs(key.type)->intfIs(key.direction)->intfIs(Nimnet::IntfId(key.interface), list);
-  }
+  sources.forEach([&](const std::string& name, const Config::Model& model) {
+    const std::string source = Core::sourceName(name);
+    const Core::Source entities = core.sourceIs(name);
+    applyLists(model, entities.lists, [&](const Config::List& list, const Config::Rule& rule) {
+      const Kiv::UniqueId known = memory ? memory(source, list, rule) : Kiv::UniqueId();
+      return known.empty() ? freshId(list, rule) : known;
+    });
+    applyBindings(model, entities.bindings);
+  });
+  return std::nullopt;
 }
 
 }  // namespace Agent

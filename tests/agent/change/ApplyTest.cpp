@@ -1,5 +1,5 @@
+#include <agent/change/Apply.h>
 #include <agent/config/Reader.h>
-#include <agent/core/Apply.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -8,7 +8,7 @@ namespace {
 
 using Acl::AclType;
 
-Config::Model modelOf(const char* text) {
+Config::Model modelOfText(const char* text) {
   auto result = Config::read({{"t", text}});
   for (const auto& mistake : result.mistakes) ADD_FAILURE() << mistake.str();
   return result.model.value_or(Config::Model());
@@ -23,8 +23,8 @@ class ChangeCount final : public Zeb::Notifiee {
 
 class ApplyTest : public testing::Test {
  protected:
-  void lists(const char* text) { Agent::applyLists(modelOf(text), source_); }
-  void bindings(const char* text) { Agent::applyBindings(modelOf(text), bindings_); }
+  void lists(const char* text) { Agent::applyLists(modelOfText(text), source_); }
+  void bindings(const char* text) { Agent::applyBindings(modelOfText(text), bindings_); }
 
   /// The ids of an IPv4 list's rules by number.
   std::map<uint32_t, Kiv::UniqueId> ids(const char* list = "A") {

@@ -1,0 +1,115 @@
+#include <Kelp/Assert.h>
+#include <Kiv/Clock.h>
+#include <Zeb/System.h>
+#include <agent/change/Commit.h>
+#include <agent/core/Memory.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+/// How often it is looked whether lists have been compiled.
+constexpr Kelp::Duration untilCompiled{0.001};
+/// Below all tasks that a change gives work to.
+constexpr int whenSettled = -100;
+
+}  // namespace
+
+Commit::Commit(Core& core, Forwarder& forwarder, Reserve& reserve, Sources sources,
+               std::function<void()> applied)
+    : core_(core),
+      forwarder_(forwarder),
+      applied_(std::move(applied)),
+      sources_(std::move(sources)),
+      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Commit")),
+      reserve_(reserve),
+      settled_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(whenSettled, "CommitSettled")),
+      changeover_(core, discard_, [this] { handleSwitch(); }) {
+  const double now = Zeb::System::currentTime().seconds();
+  sources_.forEach([&](const std::string& name, const Config::Model&) { appliedAt_[name] = now; });
+  task_->dispatchIs([this] { carryOn(); }, this);
+  settled_->dispatchIs(
+      [this] {
+        if (!underWay()) reserve_.changesAreDone();
+      },
+      this);
+}
+
+Commit::~Commit() {
+  for (const auto& task : {task_, settled_}) {
+    task->cancelTask();
+    task->dispatchDel(this);
+  }
+  reserve_.changesAreDone();
+}
+
+std::optional<double> Commit::appliedAt(const std::string& source) const {
+  const auto known = appliedAt_.find(source);
+  return known == appliedAt_.end() ? std::nullopt : std::optional(known->second);
+}
+
+std::optional<std::string> Commit::reserveFor(const SourceChange& writes) {
+  if (reserve_.addForChange(writes.memory())) return std::nullopt;
+  return outOfMemory;
+}
+
+std::optional<std::string> Commit::begin(NewContent change, SourceChange writes, Done done) {
+  if (auto wrong = whyNot(change)) {
+    discard(std::move(change.model));
+    return wrong;
+  }
+  pending_ = Pending{std::move(change), std::move(done), 0};
+  changeover_.begin(std::move(writes));
+  carryOn();
+  return std::nullopt;
+}
+
+std::optional<std::string> Commit::whyNot(NewContent& change) {
+  exchange(change);
+  auto wrong = sources_.whyNot();
+  exchange(change);
+  return wrong;
+}
+
+void Commit::discard(std::optional<Config::Model> model) {
+  if (model) discard_.take(std::move(*model));
+}
+
+void Commit::carryOn() {
+  const double start = Kiv::steadyClock().now().seconds();
+  const auto state = changeover_.run(*task_);
+  pending_->longestTurn = std::max(pending_->longestTurn, Kiv::steadyClock().now().seconds() - start);
+  if (state == Changeover::State::yields) return task_->scheduleTask();
+  if (state == Changeover::State::waits) return task_->scheduleTaskDelay(untilCompiled);
+
+  Pending finished = std::move(*pending_);
+  pending_.reset();
+  discard(std::move(finished.change.model));
+  if (applied_) applied_();
+  settled_->scheduleTask();
+  finished.done(finished.longestTurn);
+}
+
+/// From here on the new configuration holds, with all that is not in lists and bindings.
+void Commit::handleSwitch() {
+  NewContent& change = pending_->change;
+  const bool goes = !change.model;
+  exchange(change);
+  const auto wrong = core_.interfacesAre(sources_.interfaces());
+  KELP_ASSERT(!wrong, "what may be wrong with interfaces was looked at before the change began");
+  forwarder_.portsOfConfigurationIs();
+  if (goes) {
+    appliedAt_.erase(change.source);
+  } else {
+    appliedAt_[change.source] = Zeb::System::currentTime().seconds();
+  }
+}
+
+void Commit::exchange(NewContent& change) {
+  change.model = sources_.exchange(change.source, std::move(change.model));
+}
+
+}  // namespace Agent

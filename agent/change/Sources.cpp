@@ -1,0 +1,46 @@
+#include <agent/change/Sources.h>
+#include <agent/core/Core.h>
+
+#include <utility>
+
+namespace Agent {
+
+const Config::Model* Sources::find(const std::string& name) const {
+  if (name == commandLineName) return &commandLine;
+  const auto known = inputs.find(name);
+  return known == inputs.end() ? nullptr : &known->second;
+}
+
+std::optional<Config::Model> Sources::exchange(const std::string& name, std::optional<Config::Model> now) {
+  if (name == commandLineName) return std::exchange(commandLine, now ? std::move(*now) : Config::Model());
+  const auto known = inputs.find(name);
+  if (known != inputs.end() && now) return std::exchange(known->second, std::move(*now));
+  if (now) inputs.emplace(name, std::move(*now));
+  if (known == inputs.end()) return std::nullopt;
+  return std::move(inputs.extract(known).mapped());
+}
+
+Config::Model Sources::interfaces() const {
+  Config::Model merged;
+  forEach([&merged](const std::string&, const Config::Model& model) {
+    merged.portChannels.insert(model.portChannels.begin(), model.portChannels.end());
+    merged.mirrorSessions.insert(model.mirrorSessions.begin(), model.mirrorSessions.end());
+  });
+  return merged;
+}
+
+std::optional<std::string> Sources::whyNot() const { return Core::whyNot(interfaces()); }
+
+bool Sources::hasPortChannel(const std::string& name) const {
+  return interfaces().portChannels.contains(name);
+}
+
+std::vector<std::string> Sources::trailingRemarks(const std::string& name,
+                                                  const Config::Model::ListKey& list) const {
+  const Config::Model* model = find(name);
+  if (!model) return {};
+  const auto known = model->lists.find(list);
+  return known == model->lists.end() ? std::vector<std::string>() : known->second.pendingRemarks;
+}
+
+}  // namespace Agent

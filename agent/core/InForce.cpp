@@ -1,0 +1,86 @@
+#include <agent/core/InForce.h>
+#include <agent/core/Words.h>
+
+namespace Agent {
+
+Kelp::Ptr<Acl::Config> InForce::shared() const {
+  const auto object = manager_.sharedObjects()->sharedObject("AclConfig");
+  if (!object) return nullptr;
+  return Zeb::attributeValue<Kelp::Ptr<Acl::Config>>(*object, "aclConfig").value_or(nullptr);
+}
+
+template <class T>
+Kelp::Ptr<T> InForce::attribute(std::string_view name) const {
+  for (const auto& plugin : manager_.plugins()) {
+    if (const auto held = Zeb::attributeValue<Kelp::Ptr<T>>(*plugin, name)) return *held;
+  }
+  return nullptr;
+}
+
+Kelp::Ptr<Acl::AclConfig> InForce::list(Acl::AclType type, const Kelp::String& name) const {
+  const auto all = shared();
+  const auto lists = all ? all->config(type) : nullptr;
+  return lists ? lists->acl(name) : nullptr;
+}
+
+std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> InForce::counters() const {
+  std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> all;
+  for (auto at = manager_.counterHolder()->collection().begin(); at; at.next()) {
+    if (auto typed = Kelp::ptrCast<Velo::Counter::VeloDpAclCounterColl>(at.value().object))
+      all.push_back(typed);
+  }
+  return all;
+}
+
+Kelp::Ptr<const Acl::IntfConfig> InForce::bindings() const {
+  return attribute<Acl::IntfConfig>("intfConfig");
+}
+Kelp::Ptr<const Acl::AclConfigAggregatorSm> InForce::listSources() const {
+  return attribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
+}
+Kelp::Ptr<const AclAgent::IntfConfigSm> InForce::bindingSources() const {
+  return attribute<AclAgent::IntfConfigSm>("intfConfigSm");
+}
+
+bool InForce::takeOver(Acl::AclType type, const Kelp::String& name, size_t most) const {
+  const auto aggregator = attribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
+  return !aggregator || aggregator->takeOver({type, name}, most);
+}
+
+std::optional<std::string> InForce::unpublished() const {
+  if (!status()) return std::nullopt;
+  if (auto list = unpublishedList()) return list;
+  return unpublishedBinding();
+}
+
+std::optional<std::string> InForce::unpublishedList() const {
+  for (auto type = lists()->config().begin(); type; type.next()) {
+    const auto shown = published_->status(type.key());
+    for (auto list = type.value()->acl().begin(); list; list.next()) {
+      const auto status = shown ? shown->acl(list.key()) : nullptr;
+      if (!status || !status->implicitRuleId(Acl::ImplicitRuleType::drop))
+        return listTitle(type.key(), list.key().view());
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> InForce::unpublishedBinding() const {
+  const auto all = bindings();
+  if (!all) return std::nullopt;
+  for (auto type = all->config().begin(); type; type.next()) {
+    const auto shownType = published_->status(type.key());
+    for (auto direction = type.value()->intf().begin(); direction; direction.next()) {
+      const auto shown = shownType ? shownType->intf(direction.key()) : nullptr;
+      for (auto intf = direction.value()->intf().begin(); intf; intf.next()) {
+        const auto* list = shown ? shown->intf(intf.key()) : nullptr;
+        if (list && *list == intf.value()) continue;
+        return fmt::format("{} access-group {} of {} {}", type.key(), intf.value(), intf.key(),
+                           direction.key());
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace Agent

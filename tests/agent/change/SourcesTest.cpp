@@ -1,0 +1,97 @@
+#include <agent/change/Sources.h>
+#include <agent/config/Reader.h>
+#include <gmock/gmock.h>
+
+namespace {
+
+using Agent::commandLineName;
+using Agent::Sources;
+using testing::HasSubstr;
+
+Config::Model parse(const std::string& text) { return *Config::read({{"t", text}}).model; }
+
+Sources sourcesOf(const std::string& commandLine, const std::map<std::string, std::string>& inputs) {
+  Sources sources;
+  sources.commandLine = parse(commandLine);
+  for (const auto& [name, text] : inputs) sources.inputs[name] = parse(text);
+  return sources;
+}
+
+using Names = std::vector<std::string>;
+
+TEST(SourcesOfConfiguration, ComeInTheOrderOfTheirPrecedence) {
+  Names names;
+  sourcesOf("", {{"b", ""}, {"a", ""}}).forEach([&](const std::string& name, const Config::Model&) {
+    names.push_back(name);
+  });
+  EXPECT_EQ(names, (Names{"", "a", "b"}));
+}
+
+TEST(SourcesOfConfiguration, TheFirstThatDefinesAnInterfaceDoes) {
+  struct Row {
+    const char* why;
+    const char* commandLine;
+    const char* a;
+    const char* b;
+    Names members;
+  };
+  for (const Row& row : {
+           Row{"the command line goes first",
+               "port-channel po1 members eth1\n",
+               "port-channel po1 members eth2\n",
+               "",
+               {"eth1"}},
+           Row{"then inputs by name, never a mixture",
+               "",
+               "port-channel po1 members eth2\n",
+               "port-channel po1 members eth3 eth4\n",
+               {"eth2"}},
+           Row{"whoever has it", "", "", "port-channel po1 members eth3 eth4\n", {"eth3", "eth4"}},
+       }) {
+    const Sources sources = sourcesOf(row.commandLine, {{"a", row.a}, {"b", row.b}});
+    EXPECT_EQ(sources.interfaces().portChannels.at("po1"), row.members) << row.why;
+    EXPECT_TRUE(sources.hasPortChannel("po1")) << row.why;
+    EXPECT_FALSE(sources.hasPortChannel("eth1")) << row.why;
+    EXPECT_EQ(sources.whyNot(), std::nullopt) << row.why;
+  }
+  EXPECT_EQ(sourcesOf("mirror session S destination eth1\n", {{"a", "mirror session S destination eth2\n"}})
+                .interfaces()
+                .mirrorSessions.at("S"),
+            Names{"eth1"});
+}
+
+TEST(SourcesOfConfiguration, CannotBeInForceWhenTwoPortChannelsHaveOneMember) {
+  const Sources sources =
+      sourcesOf("port-channel po1 members eth1\n", {{"a", "port-channel po2 members eth1\n"}});
+  ASSERT_TRUE(sources.whyNot());
+  EXPECT_THAT(*sources.whyNot(), HasSubstr("eth1"));
+}
+
+TEST(SourcesOfConfiguration, AreExchangedOneByOne) {
+  const Config::Model one = parse("ip access-list A\n"), other = parse("ip access-list B\n");
+  for (const std::string& name : {commandLineName, std::string("a")}) {
+    SCOPED_TRACE("source \"" + name + "\"");
+    Sources sources = sourcesOf("", {{"z", ""}});
+    const bool isCommandLine = name == commandLineName;
+    // The command line's source is always there.
+    EXPECT_EQ(sources.exchange(name, one).has_value(), isCommandLine);
+    ASSERT_TRUE(sources.find(name));
+    EXPECT_EQ(*sources.find(name), one);
+    EXPECT_EQ(sources.exchange(name, other), one);
+    EXPECT_EQ(sources.exchange(name, std::nullopt), other) << "it goes";
+    EXPECT_EQ(sources.find(name) != nullptr, isCommandLine);
+    EXPECT_EQ(sources.commandLine, Config::Model());
+    EXPECT_EQ(sources.inputs.size(), 1u) << "others stay";
+  }
+}
+
+TEST(SourcesOfConfiguration, KnowTheRemarksBehindTheLastRule) {
+  const Sources sources = sourcesOf("ip access-list A\n 10 permit ip any any\n remark end\n",
+                                    {{"cli", "ip access-list A\n remark of a file\n"}});
+  EXPECT_EQ(sources.trailingRemarks(commandLineName, {Acl::AclType::ip, "A"}), Names{"end"});
+  EXPECT_EQ(sources.trailingRemarks("cli", {Acl::AclType::ip, "A"}), Names{"of a file"});
+  EXPECT_EQ(sources.trailingRemarks("b", {Acl::AclType::ip, "A"}), Names());
+  EXPECT_EQ(sources.trailingRemarks(commandLineName, {Acl::AclType::mac, "A"}), Names());
+}
+
+}  // namespace

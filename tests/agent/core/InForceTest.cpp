@@ -1,0 +1,58 @@
+#include <agent/change/Apply.h>
+#include <agent/config/Reader.h>
+#include <agent/core/Core.h>
+#include <agent/core/TaskLoop.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using Agent::Core;
+
+/// What another plugin may share under the name that the lists are shared under.
+class Stranger final : public Velo::SharedObject {
+  ZEB_ENTITY(Stranger, Velo::SharedObject)
+
+ public:
+  Stranger() : SharedObject("AclConfig") {}
+};
+
+bool knowsNothing(const Agent::InForce& inForce) {
+  return !inForce.lists() && !inForce.list(Acl::AclType::ip, "A") && !inForce.status() &&
+         !inForce.bindings() && !inForce.listSources() && !inForce.bindingSources() &&
+         inForce.counters().empty() && !inForce.unpublished();
+}
+
+TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
+  Kiv::ManualClock clock;
+  Agent::TaskLoop tasks(clock);
+  Core core;
+  EXPECT_TRUE(knowsNothing(core.inForce())) << "no plugin is loaded";
+
+  const auto model =
+      *Config::read({{"t", "ip access-list A\n permit ip any any\ninterface eth1\n ip access-group A in\n"}})
+           .model;
+  ASSERT_FALSE(putInForce(core, {model, {}}));
+  EXPECT_TRUE(knowsNothing(core.inForce())) << "no plugin has merged it";
+
+  ASSERT_FALSE(core.loadPlugin(std::string(VELO_BIN_DIR) + "/VeloAcl.so"));
+  ASSERT_TRUE(core.inForce().list(Acl::AclType::ip, "A"));
+  EXPECT_FALSE(core.inForce().list(Acl::AclType::ip, "B"));
+  EXPECT_FALSE(core.inForce().list(Acl::AclType::mac, "A"));
+  EXPECT_EQ(core.inForce().lists()->config(Acl::AclType::ip)->acl().size(), 1u);
+  EXPECT_EQ(core.inForce().bindings()->config().size(), 1u);
+  EXPECT_EQ(core.inForce().status(), Kelp::Ptr<const Acl::StatusDp>(core.mountedStatus()));
+  EXPECT_EQ(core.inForce().unpublished(), "ip access-list A") << "that is for its tasks to do";
+  tasks.settle();
+  EXPECT_EQ(core.inForce().unpublished(), std::nullopt);
+
+  ASSERT_FALSE(core.unloadPlugin());
+  EXPECT_TRUE(knowsNothing(core.inForce())) << "it has gone";
+}
+
+TEST(InForce, IsNothingWhenSomethingElseIsSharedUnderTheName) {
+  Core core;
+  core.manager().sharedObjects()->sharedObjectIs(MemSlab::make<Stranger>());
+  EXPECT_TRUE(knowsNothing(core.inForce()));
+}
+
+}  // namespace
