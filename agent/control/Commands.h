@@ -29,6 +29,12 @@ class ControlCommands {
  private:
   CLI::App* add(CLI::App& app, const char* name, const char* help, Exit (ControlCommands::*command)() const);
   void addControl(CLI::App* command);
+  void addShow(CLI::App& app);
+  void addApply(CLI::App& app);
+  void addCheck(CLI::App& app);
+  void addExplain(CLI::App& app);
+  void addClear(CLI::App& app);
+  void addTrace(CLI::App& app);
 
   Exit show() const;
   Exit apply() const;

@@ -9,4 +9,8 @@ enum Exit {
   exitUsage = 2,   ///< bad usage or configuration
 };
 
+/// For people.
+inline constexpr const char* exitMeaning =
+    "Exit status: 0 done, 1 a file could not be read or written to its end, 2 bad usage or configuration.";
+
 }  // namespace Agent

@@ -1,0 +1,55 @@
+#include <agent/core/Arguments.h>
+#include <agent/replay/ReplayArguments.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+ReplayArguments::ReplayArguments(CLI::App& app)
+    : command_(app.add_subcommand(
+          "replay", "Run captures through the lists and show what each rule matched and what was dropped.")) {
+  command_->footer(
+      "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet "
+      "frames; "
+      "several are merged by time.\nExample: velo replay --config edge.acl --port eth1=in.pcap --patch "
+      "eth1,eth2\n" +
+      std::string(exitMeaning));
+  command_
+      ->add_option("--config", options_.configs, "configuration text, the command line's; several are one")
+      ->required()
+      ->type_name("FILE...");
+  command_
+      ->add_option("--config-dir", options_.configDir,
+                   "every file in DIR is a further source of configuration")
+      ->type_name("DIR");
+  addTextLimits(*command_, options_.limits);
+  command_->add_option("--port", ports_, "a port and the capture of what it receives; once a port")
+      ->required()
+      ->type_name("NAME=IN.pcap")
+      ->allow_extra_args(false);
+  command_->add_option("--patch", patches_, "join two ports or port-channels, both ways")
+      ->type_name("A,B")
+      ->allow_extra_args(false);
+  command_->add_option("--out", outs_, "write what leaves a port, mirrored copies included")
+      ->type_name("NAME=OUT.pcap")
+      ->allow_extra_args(false);
+  command_
+      ->add_option("--verdicts", options_.verdicts, "write one JSON object a line for each received frame")
+      ->type_name("FILE");
+  command_
+      ->add_option("--malformed", malformed_, "what becomes of malformed frames: drop or pass (default drop)")
+      ->check(CLI::IsMember({"drop", "pass"}))
+      ->type_name("POLICY");
+  command_->add_flag("--json", options_.json, "one JSON document instead of tables");
+}
+
+ReplayOptions ReplayArguments::options() const {
+  ReplayOptions options = options_;
+  options.ports = splitAll("--port", ports_, '=');
+  options.patches = splitAll("--patch", patches_, ',');
+  options.outs = splitAll("--out", outs_, '=');
+  options.malformed = malformed_ == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
+  return options;
+}
+
+}  // namespace Agent
