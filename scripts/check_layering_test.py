@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plants one violation at a time in a copy of the tree and sees the layering check find it."""
+"""Plants one violation at a time in a copy of the tree and sees the checks of layers and of walks find it."""
 
 import pathlib
 import shutil
@@ -10,6 +10,7 @@ import unittest
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import check_layering  # noqa: E402
+import check_walks  # noqa: E402
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
@@ -74,7 +75,19 @@ NOWHERE = [
 ]
 
 
-class CheckLayering(unittest.TestCase):
+# What is put in the place of what in ARCHITECTURE.md, and what the complaint says.
+STRAYED = [
+    ("`EventLoop::pollAll`", "`EventLoop::pollNone`", "agent/core has no EventLoop::pollNone"),
+    ("`PacketRing::isFilled`", "`EventLoop::turn`", "agent/ports has no EventLoop::turn"),
+    ("(`Keys.h`)", "", None),
+    ("`CounterCache.h`", "`CounterPurse.h`", "VeloAcl has no CounterPurse.h"),
+    ("| `agent/forward` | `Forwarder::receive`", "| `agent/backward` | `Forwarder::receive`", "no room agent/backward"),
+    ("| `agent/explain` | why a frame", "| why a frame", "room agent/explain has no row"),
+    ("`platform/Kelp`, `MemSlab`", "`platform/Kelp`", "room platform/MemSlab has no row"),
+]
+
+
+class CopyOfTheTree(unittest.TestCase):
     def setUp(self):
         holder = tempfile.TemporaryDirectory()
         self.addCleanup(holder.cleanup)
@@ -82,6 +95,22 @@ class CheckLayering(unittest.TestCase):
         skipped = shutil.ignore_patterns(".*", "build", "*.pcap")
         shutil.copytree(ROOT, self.root, ignore=skipped)
 
+
+class CheckWalks(CopyOfTheTree):
+    def test_a_name_that_is_not_there_is_found(self):
+        document = self.root / "ARCHITECTURE.md"
+        text = document.read_text()
+        for there, instead, complaint in STRAYED:
+            with self.subTest(there=there, instead=instead):
+                self.assertEqual(text.count(there), 1)
+                document.write_text(text.replace(there, instead))
+                found = [text for _, text in check_walks.check(self.root)]
+                self.assertEqual(len(found), 0 if complaint is None else 1, found)
+                if complaint:
+                    self.assertIn(complaint, found[0])
+
+
+class CheckLayering(CopyOfTheTree):
     def after(self, file, line):
         """What the check says once the line stands in front of the file, which is put back afterwards."""
         path = self.root / file
