@@ -6,6 +6,9 @@
 #include "../tests/agent/support/RunningAgent.h"
 #include "Target.h"
 
+#include <Blip/FastTrace.h>
+#include <Zeb/TraceHandle.h>
+
 namespace {
 
 using Fuzz::Dice;
@@ -20,6 +23,8 @@ constexpr const char* shows[] = {"drops",        "access-lists", "interfaces", "
 constexpr const char* frames[] = {"tcp 192.0.2.1:1234 > 198.51.100.7:443 syn vlan 5",
                                   "icmp 10.0.0.1 > 10.0.0.2 echo", "02000000000102000000000208004500",
                                   "udp 2001:db8::1:5 > 2001:db8::2:6", ""};
+constexpr const char* facilities[] = {"Velo::Acl/9", "Velo::Acl/0,Nothing/3", "Velo::Acl", "/",
+                                      "Velo::Acl/10"};
 
 /// What the documentation says of the members of requests.
 struct Member {
@@ -89,7 +94,11 @@ Json someRequest(Dice& dice, int id) {
   if (name == "text") request["name"] = "t", request["text"] = Config::randomText(dice, dice.once(4));
   if (name == "explain") request["port"] = "eth1", request["frame"] = dice.of(frames);
   if (name == "apply") request["dryRun"] = dice.once(2);
-  if (name == "trace") dice.once(2) ? request["off"] = true : request["fast"] = "A";
+  if (name == "trace") {
+    constexpr const char* ways[] = {"off", "fast", "facility"};
+    const std::string_view way = dice.of(ways);
+    request[std::string(way)] = way == "off" ? Json(true) : Json(way == "fast" ? "A" : dice.of(facilities));
+  }
   // Members of other operations, too, but mostly its own: what is wrong with one is to be all that is wrong.
   for (auto more = dice.once(4) ? 1 + dice.below(3) : 0; more > 0; --more) {
     const Member& member = dice.of(known);
@@ -167,6 +176,7 @@ void Fuzz::run(Dice& dice) {
   limits.clients = 4;
   agent.start("ip access-list A\n permit ip any any\ninterface eth1\n ip access-group A in\n", nullptr,
               limits);
+  agent.patch("eth1", "eth2");
   std::vector<std::unique_ptr<Client>> clients;
   for (int id = 1; id < 40 && dice.more(); ++id) {
     if (clients.empty() || dice.once(6)) clients.push_back(std::make_unique<Client>(agent));
@@ -174,6 +184,7 @@ void Fuzz::run(Dice& dice) {
     client.go(dice, id);
     for (auto turns = dice.below(6); turns > 0; --turns) agent.turns(1);
     if (dice.once(4)) agent.advance(0.01);
+    if (dice.once(3)) agent.receive("eth1", TestSupport::udpTo(static_cast<uint16_t>(50 + dice.below(8))));
     if (dice.once(32)) agent.advance(20);
     for (const auto& each : clients) each->send(), each->receive();
     if (dice.once(12)) clients.erase(clients.begin());
@@ -192,4 +203,7 @@ void Fuzz::run(Dice& dice) {
   const std::string line = good.line();
   require(line.find("\"id\":0,\"ok\":true") != std::string::npos,
           [&] { return "no answer for a good client: " + line; });
+  // Switches hold for the life of the process.
+  Zeb::TraceHandle::disableAll();
+  Blip::fastTraceIs("A", false);
 }
