@@ -17,7 +17,8 @@ using namespace TestSupport;
 /// What a configuration comes to: lists with the texts of their rules, bindings, port-channels.
 Json shapeOf(RunningAgent& agent) {
   Json shape = Json::array();
-  for (const Json& list : agent.show("access-lists").at("lists")) {
+  const Json shown = agent.show("access-lists");
+  for (const Json& list : shown.at("lists")) {
     Json texts = Json::array();
     for (const Json& rule : list.at("rules")) texts.push_back(rule.at("text"));
     shape.push_back({{"name", list.at("name")},
@@ -45,9 +46,7 @@ class Memory : public testing::Test {
   void start(int size) {
     old_ = configuration("OLD", "permit", size);
     now_ = configuration("NEW", "deny", size);
-    Agent::ControlLimits limits;
-    limits.strangerShare = limits.clientShare = 1;  // the clock stands still, and real time is paid for
-    agent_.start(old_, nullptr, limits);
+    agent_.start(old_, nullptr, unhurriedLimits());
     oldShape_ = shapeOf(agent_);
     isApplied(now_);
     newShape_ = shapeOf(agent_);
