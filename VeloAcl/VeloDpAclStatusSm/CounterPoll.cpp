@@ -32,8 +32,6 @@ void CounterPoll::ask() {
 
 void CounterPoll::askIfComplete() {
   if (!spec_.state.complete(*machine_.inputSmScanState())) return;
-  // A pass that is half way has gone by lists that were not there yet.
-  bookmark_.reset();
   ask();
   if (task_) task_->scheduleTask();
 }
