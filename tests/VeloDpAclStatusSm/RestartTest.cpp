@@ -223,6 +223,13 @@ class RestartTest : public testing::TestWithParam<Mode> {
     Kiv::alwaysYieldIs(GetParam() == Mode::alwaysYield);
     world.start(GetParam() == Mode::synchronous ? Rix::SmControl::synchronous : Rix::SmControl::asynchronous);
   }
+  /// Runs the first machine; returns the id that it gave the implicit rule of K.
+  UniqueId firstImplicitId(Restart& world, const Fates& f) const {
+    world.configureBefore(f);
+    start(world);
+    EXPECT_TRUE(world.run());
+    return world.implicitId(AclType::ip, "K");
+  }
   template <class Check>
   void forAllFates(const Check& check) const {
     for (Fate list : fates) {
@@ -303,10 +310,7 @@ TEST_P(RestartTest, NothingStaleStaysAndNothingTrueGoes) {
 TEST_P(RestartTest, CountersThatStayedKeepTheirRulesAndOldImplicitIds) {
   forAllFates([this](const Fates& f) {
     Restart world;
-    world.configureBefore(f);
-    start(world);
-    ASSERT_TRUE(world.run());
-    const UniqueId first = world.implicitId(AclType::ip, "K");
+    const UniqueId first = firstImplicitId(world, f);
     for (UniqueId uid : {keptRule, fateRule, first}) world.countOnce(AclType::ip, "K", uid);
     world.stop();
 
@@ -332,10 +336,7 @@ TEST_P(RestartTest, CountersThatStayedKeepTheirRulesAndOldImplicitIds) {
 TEST_P(RestartTest, OldImplicitIdsGoWithTheirCounters) {
   forAllFates([this](const Fates& f) {
     Restart world;
-    world.configureBefore(f);
-    start(world);
-    ASSERT_TRUE(world.run());
-    const UniqueId first = world.implicitId(AclType::ip, "K");
+    const UniqueId first = firstImplicitId(world, f);
     world.countOnce(AclType::ip, "K", first);
     world.stop();
     start(world);

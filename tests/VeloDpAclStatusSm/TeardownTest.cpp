@@ -21,6 +21,15 @@ class Teardown : public testing::TestWithParam<Ending>, protected World {
       for (uint32_t i = 1; i <= 3; ++i) count(counters, {AclDirection::in, AclType::ip, "A", r(i)}, i, 99);
     }
   }
+  /// Everything as it was before, and no machine.
+  void beginAnew(bool stale) {
+    intfConfig = MemSlab::make<Acl::IntfConfig>("intfConfig");
+    config = MemSlab::make<Acl::Config>("config");
+    status = MemSlab::make<Acl::StatusDp>("kepa");
+    ended = nullptr;
+    configure();
+    if (stale) leaveStaleStatus();
+  }
   void leaveStaleStatus() {
     for (const char* name : {"A", "Z"}) {
       const auto old = status->statusIs(AclType::ip)->aclIs(name);
@@ -73,12 +82,7 @@ TEST_P(Teardown, AfterAnyNumberOfTaskRuns) {
   for (const bool stale : {false, true}) {
     for (int runs = 0; runs < 90; ++runs) {
       SCOPED_TRACE(fmt::format("{} runs, {}", runs, stale ? "stale status" : "no status"));
-      intfConfig = MemSlab::make<Acl::IntfConfig>("intfConfig");
-      config = MemSlab::make<Acl::Config>("config");
-      status = MemSlab::make<Acl::StatusDp>("kepa");
-      ended = nullptr;
-      configure();
-      if (stale) leaveStaleStatus();
+      beginAnew(stale);
       Kiv::alwaysYieldIs(true);
       start();
       for (int i = 0; i < runs; ++i) {
@@ -118,12 +122,7 @@ TEST_P(Teardown, WithinAnyOfItsWrites) {
       for (; fired; ++at) {
         SCOPED_TRACE(fmt::format("write {}, mode {}, {}", at, mode, stale ? "stale status" : "no status"));
         fired = false;
-        intfConfig = MemSlab::make<Acl::IntfConfig>("intfConfig");
-        config = MemSlab::make<Acl::Config>("config");
-        status = MemSlab::make<Acl::StatusDp>("kepa");
-        ended = nullptr;
-        configure();
-        if (stale) leaveStaleStatus();
+        beginAnew(stale);
         StatusWrites writes(status);
         size_t written = 0;
         writes.onWrite = [&](const std::string&) {
