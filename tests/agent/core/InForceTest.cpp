@@ -41,9 +41,13 @@ TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
   EXPECT_EQ(core.inForce().lists()->config(Acl::AclType::ip)->acl().size(), 1u);
   EXPECT_EQ(core.inForce().bindings()->config().size(), 1u);
   EXPECT_EQ(core.inForce().status(), Kelp::Ptr<const Acl::StatusDp>(core.mountedStatus()));
-  EXPECT_EQ(core.inForce().unpublished(), "ip access-list A") << "that is for its tasks to do";
   tasks.settle();
   EXPECT_EQ(core.inForce().unpublished(), std::nullopt);
+  const auto lists = core.mountedStatus()->status(Acl::AclType::ip);
+  lists->intfDel(Acl::AclDirection::in);
+  EXPECT_EQ(core.inForce().unpublished(), "ip access-group A of eth1 in");
+  lists->aclDel("A");
+  EXPECT_EQ(core.inForce().unpublished(), "ip access-list A");
 
   ASSERT_FALSE(core.unloadPlugin());
   EXPECT_TRUE(knowsNothing(core.inForce())) << "it has gone";
