@@ -107,21 +107,15 @@ concept HasRowAt = requires {
   Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
 };
 
-/// The row on a line, null when there is none.
-template <class Self, int line>
-constexpr AttributeEntry entryAt() {
-  if constexpr (HasRowAt<Self, line>) return Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
-  return nullptr;
-}
-
 /// The attributes that a type declares itself, in the order of their rows.
 template <class Self>
 inline constexpr auto attributeTable = []<int... line>(std::integer_sequence<int, line...>) {
   std::array<AttributeEntry, (size_t{0} + ... + HasRowAt<Self, line>)> table{};
   size_t filled = 0;
-  for (const AttributeEntry entry : {entryAt<Self, line>()...}) {
-    if (entry) table[filled++] = entry;
-  }
+  const auto take = [&]<int at>() {
+    if constexpr (HasRowAt<Self, at>) table[filled++] = Self::zebRow(RowAt<Self, Self::zebFirstLine + at>());
+  };
+  (take.template operator()<line>(), ...);
   return table;
 }
 (std::make_integer_sequence<int, rowLines>());
