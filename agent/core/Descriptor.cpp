@@ -21,8 +21,11 @@ std::optional<std::string> whyNoDescriptors(size_t count) {
   for (had.reserve(count); had.size() < count;) {
     had.emplace_back(eventfd(0, EFD_CLOEXEC));
     if (had.back()) continue;
-    return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, had.size() - 1,
-                       std::strerror(errno));
+    const int error = errno;
+    const size_t most = had.size() - 1;
+    had.clear();  // saying it may take one, too
+    return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, most,
+                       std::strerror(error));
   }
   return std::nullopt;
 }

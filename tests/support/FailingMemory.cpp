@@ -73,6 +73,14 @@ void* operator new(size_t size) { return allocated(size, 0); }
 void* operator new(size_t size, std::align_val_t alignment) {
   return allocated(size, static_cast<size_t>(alignment));
 }
+// The address sanitizer has one of its own, whose memory the operators below must not free.
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* place) noexcept { freed(place); }
 void operator delete(void* place, size_t) noexcept { freed(place); }
 void operator delete(void* place, std::align_val_t) noexcept { freed(place); }
