@@ -107,15 +107,19 @@ concept HasRowAt = requires {
   Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
 };
 
+/// Puts the row on a line, if there is one, behind those that are in the table.
+template <class Self, int line>
+constexpr void addRowAt(auto& table, size_t& filled) {
+  if constexpr (HasRowAt<Self, line>)
+    table[filled++] = Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
+}
+
 /// The attributes that a type declares itself, in the order of their rows.
 template <class Self>
 inline constexpr auto attributeTable = []<int... line>(std::integer_sequence<int, line...>) {
   std::array<AttributeEntry, (size_t{0} + ... + HasRowAt<Self, line>)> table{};
   size_t filled = 0;
-  const auto take = [&]<int at>() {
-    if constexpr (HasRowAt<Self, at>) table[filled++] = Self::zebRow(RowAt<Self, Self::zebFirstLine + at>());
-  };
-  (take.template operator()<line>(), ...);
+  (addRowAt<Self, line>(table, filled), ...);
   return table;
 }
 (std::make_integer_sequence<int, rowLines>());
