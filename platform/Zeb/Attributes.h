@@ -144,11 +144,11 @@ const TypeData& typeDataOf() {
 
 }  // namespace Zeb
 
-#define ZEB_ENTITY(Self, Base)                  \
- public:                                        \
-  using ZebSelf = Self;                         \
-  using ZebBase = Base;                         \
-  static constexpr int zebFirstLine = __LINE__; \
+#define ZEB_ENTITY(Self, Base)                                   \
+ public:                                                         \
+  using ZebSelf = Self;                                          \
+  using ZebBase = Base;                                          \
+  [[maybe_unused]] static constexpr int zebFirstLine = __LINE__; \
   const ::Zeb::TypeData& typeData() const override { return ::Zeb::typeDataOf<Self>(); }
 
 #define ZEB_ROW(name, ...)                                                                \
