@@ -225,16 +225,17 @@ def check(root):
     return sorted(tree.violations)
 
 
-def main(arguments):
+def main(arguments, usage, violations_of):
+    """What a check of a tree does on the command line; violations_of(root) gives (path, line, text) each."""
     if len(arguments) > 2 or any(a.startswith("-") for a in arguments[1:]):
-        print(__doc__.strip().splitlines()[-1], file=sys.stderr)
+        print(usage.strip().splitlines()[-1], file=sys.stderr)
         return 2
-    root = arguments[1] if len(arguments) == 2 else pathlib.Path(__file__).resolve().parent.parent
-    violations = check(root)
+    root = pathlib.Path(arguments[1]) if len(arguments) == 2 else pathlib.Path(__file__).resolve().parent.parent
+    violations = violations_of(root)
     for path, line, text in violations:
         print(f"{path}:{line}: {text}")
     return 1 if violations else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv))
+    sys.exit(main(sys.argv, __doc__, check))

@@ -13,6 +13,8 @@ import pathlib
 import re
 import sys
 
+import check_layering
+
 CODE = re.compile(r"`([^`]+)`")
 ROOM = re.compile(r"^[ \t]*velo_room\s*\(", re.MULTILINE)
 DOCUMENT = "ARCHITECTURE.md"
@@ -88,16 +90,5 @@ def rooms_in(cell):
         yield name if "/" in name else area + name
 
 
-def main(arguments):
-    if len(arguments) > 2 or any(a.startswith("-") for a in arguments[1:]):
-        print(__doc__.strip().splitlines()[-1], file=sys.stderr)
-        return 2
-    root = arguments[1] if len(arguments) == 2 else pathlib.Path(__file__).resolve().parent.parent
-    violations = check(root)
-    for line, text in violations:
-        print(f"{DOCUMENT}:{line}: {text}")
-    return 1 if violations else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main(sys.argv))
+    sys.exit(check_layering.main(sys.argv, __doc__, lambda root: [(DOCUMENT, *found) for found in check(root)]))
