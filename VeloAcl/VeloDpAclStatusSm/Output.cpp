@@ -52,7 +52,9 @@ bool ReconciledOutput::reconciled() {
   if (pending_ && !walked()) return false;
   const Kelp::Ptr<Kiv::TimerTask> task = task_.get();
   SmallSteps steps(machine_.synchronous() ? nullptr : task.get());
-  if (!forget(steps)) {
+  const bool forgotten = forget(steps);
+  if (machine_.stopped()) return false;
+  if (!forgotten) {
     task->scheduleTask();
     return false;
   }

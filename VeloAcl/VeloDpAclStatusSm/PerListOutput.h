@@ -53,6 +53,8 @@ class PerListOutputBase : public ReconciledOutput {
   virtual void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) = 0;
   /// Begins to reconcile when a status that an earlier run left has entries.
   virtual void pendingIfEntriesIn(const Acl::AclStatus& status) = 0;
+  /// Takes its entries out of a status that is in no list any more; false when it is to go on later.
+  virtual bool emptied(Acl::AclStatus& status, SmallSteps& steps) const = 0;
 };
 
 template <class Entries>
@@ -69,6 +71,13 @@ class PerListOutput final : public PerListOutputBase {
   }
   void pendingIfEntriesIn(const Acl::AclStatus& status) override {
     if (!Entries::of(status).empty()) pendingIs(true);
+  }
+  bool emptied(Acl::AclStatus& status, SmallSteps& steps) const override {
+    for (auto entry = Entries::of(status).begin(); entry; entry.next()) {
+      Entries::del(status, entry.key());
+      if (machine_.stopped() || steps.timeIsUp()) return false;
+    }
+    return true;
   }
 
   /// The end of a stream: sets an entry, or takes it out when there is no value.

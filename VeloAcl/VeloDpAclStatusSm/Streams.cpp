@@ -34,7 +34,7 @@ bool MachineStreams::publishList(AclType aclType, const Kelp::String& aclName, b
                 aclType, aclName);
     traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
                 aclName);
-    aclStatus()->status(aclType)->aclDel(aclName);
+    aclStatusStatusAclOutput_.drop(*aclStatus()->status(aclType), aclName);
     if (stopped_ || listEvents_.overtaken()) return false;
   }
   Kelp::Ptr<Acl::AclTypeStatus> lists;

@@ -35,6 +35,24 @@ bool ListOutput::isLeftOver(const Key& key) const {
   return lists && lists->acl(key.aclName);
 }
 
+void ListOutput::drop(Acl::AclTypeStatus& status, const Kelp::String& aclName) {
+  if (auto list = status.acl(aclName)) dropped_.push_back(std::move(list));
+  status.aclDel(aclName);
+}
+
+bool ListOutput::forget(SmallSteps& steps) {
+  if (!TypeOutput::forget(steps)) return false;
+  while (!dropped_.empty()) {
+    const Kelp::Ptr<Acl::AclStatus> status = dropped_.back();
+    for (const PerListOutputBase* output : within_) {
+      if (!output->emptied(*status, steps)) return false;
+    }
+    dropped_.pop_back();
+    if (!dropped_.empty() && steps.timeIsUp()) return false;
+  }
+  return true;
+}
+
 WalkEnd ListOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
                              const Key* from) {
   return deleteUnseen(
@@ -42,7 +60,7 @@ WalkEnd ListOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTyp
       [&](const Kelp::String& name) {
         return seenHas({aclType, name});
       },
-      [&](const Kelp::String& name) { status.aclDel(name); },
+      [&](const Kelp::String& name) { drop(status, name); },
       [&](const Kelp::String& name) {
         cursor_ = {aclType, name};
       });

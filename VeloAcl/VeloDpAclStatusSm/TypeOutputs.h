@@ -26,14 +26,15 @@ class TypeOutput : public ReconciledOutput {
   virtual WalkEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
                            const Key* from) = 0;
 
+  bool forget(SmallSteps& steps) override {
+    cursor_.reset();
+    return seen_.forget([&] { return steps.timeIsUp(); });
+  }
+
   std::optional<Key> cursor_;  ///< where the walk goes on
 
  private:
   WalkEnd walk(DeletionRun& run) final;
-  bool forget(SmallSteps& steps) final {
-    cursor_.reset();
-    return seen_.forget([&] { return steps.timeIsUp(); });
-  }
 
   SeenSet<Key> seen_;
 };
@@ -55,12 +56,17 @@ class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
   /// the lists is through and nobody would look at what is in this one again. Its own reconciliation, under
   /// way, was to take it away. An output that had no walk to do has nothing in it.
   bool isLeftOver(const Key& key) const;
+  /// Takes the status of a list out, while this is pending. What is in it may be much and is taken out of it
+  /// later, with what was seen, in slices.
+  void drop(Acl::AclTypeStatus& status, const Kelp::String& aclName);
 
  private:
   WalkEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
                    const Key* from) override;
+  bool forget(SmallSteps& steps) override;
 
   const std::vector<PerListOutputBase*> within_;
+  std::vector<Kelp::Ptr<Acl::AclStatus>> dropped_;
 };
 
 /// The bindings.

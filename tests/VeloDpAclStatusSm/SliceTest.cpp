@@ -89,6 +89,72 @@ TEST_F(Slices, AListThatComesBehindTheWalkOverTheRulesStartsWithoutRules) {
   EXPECT_TRUE(statusOf(AclType::ip, "Z")->ruleStatus().empty());
 }
 
+/// A clock on which every look takes a tenth of a slice.
+class CountedClock final : public Kiv::Clock {
+ public:
+  explicit CountedClock(Kelp::Duration slice) : look_(slice.seconds() / 10) {}
+  Kelp::Duration now() const override { return now_ = now_ + look_; }
+
+ private:
+  const Kelp::Duration look_;
+  mutable Kelp::Duration now_;
+};
+
+/// What an earlier run left of a list may be much: of one that comes late it is not the list's event that
+/// frees it, and of one that is not configured not the run that finds it.
+TEST_F(Slices, WhatIsLeftOfAListIsTakenOutInSlices) {
+  constexpr size_t left = 5000;
+  const CountedClock counted(Kiv::TaskScheduler::defaultSlice);
+  for (const bool always : {true, false}) {
+    for (const bool late : {true, false}) {
+      SCOPED_TRACE(
+          fmt::format("{} {}", always ? "always yielding" : "in counted slices", late ? "late" : "stale"));
+      status = MemSlab::make<Acl::StatusDp>("kepa");
+      config = MemSlab::make<Acl::Config>("config");
+      Kiv::alwaysYieldIs(true);
+      for (int i = 0; i < 200; ++i) {
+        list(AclType::ip, name(i).c_str());
+        status->statusIs(AclType::ip)->aclIs(name(i))->implicitRuleStatusIs(drop, {});
+      }
+      const auto old = status->status(AclType::ip)->aclIs("Z");
+      for (uint64_t i = 1; i <= left; ++i) old->ruleStatusIs(UniqueId(i), {});
+      old->implicitRuleIdIs(drop, UniqueId(uint64_t{1}));
+      old->implicitRuleStatusIs(drop, {});
+      start();
+      if (late) {
+        const auto& seen = sm->aclAclStatusPtrRuleStatusOutputPtrSeen();
+        for (size_t most = 0; seen.size() >= most;) {
+          most = seen.size();
+          ASSERT_TRUE(scheduler->runOne());
+        }
+        ASSERT_FALSE(sm->outputState()->aclStatusStatusAclOutputReady());
+        ASSERT_EQ(statusOf(AclType::ip, "Z"), old);
+        list(AclType::ip, "Z");
+        ASSERT_NE(statusOf(AclType::ip, "Z"), old);
+        EXPECT_TRUE(statusOf(AclType::ip, "Z")->ruleStatus().empty());
+        EXPECT_EQ(old->ruleStatus().size(), left) << "not in the list's event";
+      }
+      Kiv::alwaysYieldIs(always);
+      if (!always) scheduler->sliceClockIs(counted);
+      size_t runs = 0, most = 0;
+      while (!old->ruleStatus().empty() || !old->implicitRuleId().empty()) {
+        const size_t had = old->ruleStatus().size();
+        ASSERT_TRUE(scheduler->runOne());
+        const size_t gone = had - old->ruleStatus().size();
+        most = std::max(most, gone);
+        if (gone > 0) ++runs;
+      }
+      EXPECT_GE(runs, left / 1000) << "at most " << most << " in a run";
+      EXPECT_LE(most, 1000u);
+      scheduler->sliceClockIs(sliceClock);
+      ASSERT_TRUE(settle());
+      EXPECT_TRUE(old->implicitRuleStatus().empty());
+      EXPECT_EQ(statusOf(AclType::ip, "Z") != nullptr, late);
+      stop();
+    }
+  }
+}
+
 TEST_F(Slices, AListThatComesLateKeepsAStatusInWhichThereWasNothingToReconcile) {
   for (int i = 0; i < 5; ++i)
     status->statusIs(AclType::ip)->aclIs(name(i))->counterUpdateTimeIs(Kelp::Duration(7));
