@@ -30,7 +30,8 @@ void CounterPoll::ask() {
   (state.*spec_.state.askedIs)((state.*spec_.state.done)() + 1);
 }
 
-void CounterPoll::askIfComplete() {
+void CounterPoll::askAnew() {
+  askedAnew_ = bookmark_.has_value();
   if (!spec_.state.complete(*machine_.inputSmScanState())) return;
   ask();
   if (task_) task_->scheduleTask();
@@ -55,9 +56,12 @@ void CounterPoll::run() {
   (state.*poll.idleIs)(true);
   state.handleIdle();
   if (!machine_.initialized()) return;
-  if (!machine_.synchronous() && task_) task_->scheduleTaskDelay(pollInterval);
+  const bool another = std::exchange(askedAnew_, false);
+  if (!machine_.synchronous() && task_) task_->scheduleTaskDelay(another ? Kelp::Duration() : pollInterval);
   (state.*poll.askedInc)();
-  (state.*poll.doneIs)((state.*poll.asked)());
+  const uint64_t done = (state.*poll.asked)();
+  if (another) (state.*poll.askedInc)();
+  (state.*poll.doneIs)(done);
 }
 
 bool CounterPoll::pass(uint64_t) {

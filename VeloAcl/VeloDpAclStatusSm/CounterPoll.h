@@ -41,8 +41,10 @@ class CounterPoll {
 
   /// Has one more pass outstanding.
   void ask();
-  /// Has one more outstanding, and run now, when the last one is through and the next is a second away.
-  void askIfComplete();
+  /// Has a pass outstanding that is yet to begin, and runs as soon as it can: at once when the last one is
+  /// through and the next a second away, behind the one under way when there is one, which has met only part
+  /// of what has changed.
+  void askAnew();
 
   /// The poll is the one whose pass is over when this field of the scan state changes.
   bool endsWith(const Zeb::Attribute& field) const { return &spec_.state.doneAttribute() == &field; }
@@ -59,6 +61,7 @@ class CounterPoll {
   const PollSpec spec_;
   MachineTask task_;
   std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark_;  ///< where an interrupted pass goes on
+  bool askedAnew_ = false;  ///< another pass is outstanding than the one that is under way
 };
 
 }  // namespace Velo::VeloAcl

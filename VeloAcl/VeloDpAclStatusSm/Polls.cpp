@@ -57,10 +57,10 @@ MachinePolls::MachinePolls(const Arguments& args)
            .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeen,
            .duplicateSeenIs = &MachinePolls::copyMacOutCountersDuplicateSeenIs}) {
   // The status of the rules waits for this output and for the polls. A poll that was faster has met lists
-  // that were not there yet, and its next pass is a second away: it comes now.
+  // that were not there yet, and so may one that is half way: another pass comes, without a second between.
   ruleIdsByAclRuleIdsOutput_.whenReady([this] {
     if (synchronous_) return;
-    for (CounterPoll* poll : polls()) poll->askIfComplete();
+    for (CounterPoll* poll : polls()) poll->askAnew();
   });
 }
 

@@ -364,6 +364,35 @@ TEST_F(Edges, APollThatTakesLongHoldsUpNoneThatWasThroughBeforeTheRulesWereScann
   EXPECT_EQ(statusOf(AclType::ip, "L49")->ruleStatus(r(1))->packets, 1u) << "with no time passing";
 }
 
+/// Counters of lists that have no status yet are met in vain.
+TEST_F(Edges, WhatAPollMetBeforeTheRulesWereScannedIsCopiedBeforeTheMachineIsReady) {
+  const auto name = [](int i) { return fmt::format("L{}", i); };
+  for (int i = 10; i < 50; ++i) {
+    rules(AclType::ip, name(i).c_str())->ipRuleByIdIs(r(1), ipRule());
+    for (uint32_t id = 1; id <= 20; ++id) count(in, {AclDirection::in, AclType::ip, name(i), r(id)}, 1, 99);
+  }
+  Kiv::alwaysYieldIs(true);
+  start();
+  const auto copied = [&] {
+    uint64_t packets = 0;
+    for (int i = 10; i < 50; ++i) {
+      const auto list = statusOf(AclType::ip, name(i).c_str());
+      for (auto rule = list->ruleStatus().begin(); rule; rule.next()) packets += rule.value().packets;
+    }
+    return packets;
+  };
+  while (!sm->outputState()->ruleIdsByAclRuleIdsOutputReady()) ASSERT_TRUE(scheduler->runOne());
+  const auto& state = *sm->inputSmScanState();
+  ASSERT_FALSE(state.copyInCountersIdle()) << "the pass is half way";
+  ASSERT_EQ(state.copyInCountersCodefDoneGen(), 0u);
+  while (state.copyInCountersCodefDoneGen() == 0) ASSERT_TRUE(scheduler->runOne());
+  ASSERT_LT(copied(), 800u) << "that pass met some too early";
+  EXPECT_FALSE(sm->ready());
+  EXPECT_TRUE(settle());
+  EXPECT_TRUE(sm->ready()) << "with no time passing";
+  EXPECT_EQ(copied(), 800u);
+}
+
 TEST_F(Edges, APollThatWasAskedForByAnEarlierMachineIsNotRunInTheFirstPass) {
   for (uint32_t i = 1; i <= 20; ++i) rules(AclType::ip, "A")->ipRuleByIdIs(r(i), ipRule(i));
   start();

@@ -196,7 +196,7 @@ class History {
       doneGens_[i] = doneGen(i);
       const bool restarted = overBefore[i] && !startsOver(i);
       tell("poll {} copies {}{}{}", i, count, restarted ? ", starts over" : "", ended ? ", ends" : "");
-      const bool atOnce = std::exchange(mayComeAtOnce_[i], false) && !inPass_[i];
+      const bool atOnce = !inPass_[i] && std::exchange(mayComeAtOnce_[i], false);
       if (!atOnce && !inPass_[i] && ends_[i] && now() < *ends_[i] + 1)
         wrong_ += "a poll began before its second was over\n";
       const bool complete = model_.polled(static_cast<StatusModel::Poll>(i), count, restarted);
@@ -208,7 +208,7 @@ class History {
       ends_[i] = now();
     }
     if (!rulesReady && world_.sm->outputState()->ruleIdsByAclRuleIdsOutputReady()) {
-      for (size_t i = 0; i < StatusModel::polls; ++i) mayComeAtOnce_[i] = ends_[i].has_value();
+      for (size_t i = 0; i < StatusModel::polls; ++i) mayComeAtOnce_[i] = ends_[i].has_value() || inPass_[i];
     }
     if (!live_ && world_.sm->ready()) {
       tell("ready");
@@ -467,7 +467,7 @@ class History {
   StatusModel model_;
   bool synchronous_ = false;
   bool live_ = false;
-  /// Polls that were faster than the first scan of the rules, and have not come again since.
+  /// Polls that were begun before the first scan of the rules was over, and have not come again since.
   std::array<bool, StatusModel::polls> mayComeAtOnce_{};
   std::string wrong_;
   std::vector<CounterKey> oldIds_;
