@@ -54,6 +54,7 @@ void take(Config::Result&& result, Config::Model& model, std::vector<std::string
 std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
                                            const std::string& dir, TextLimits limits) {
   std::vector<std::string> wrong;
+  const int64_t time = fileTime();
   TextReader reader(limits);
   std::vector<Config::Source> sources;
   for (const std::string& path : commandLine) {
@@ -68,7 +69,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
     if (!file) continue;
     const std::string name = path.filename().string();
-    contents_[name] = {file->identity, file->hash};
+    contents_[name] = {file->identity, file->hash, isSettled(file->identity, time)};
     take(Config::read({{path.string(), std::move(file->text)}}), sources_.inputs[name], wrong);
   }
   return wrong;

@@ -16,6 +16,7 @@ namespace Agent {
 struct FileContent {
   FileIdentity identity;
   uint64_t hash = 0;
+  bool settled = false;  ///< it was, when the file was read: else the identity does not vouch for the content
 };
 
 /// Of a text that nobody can vouch for the first mistakes are told.

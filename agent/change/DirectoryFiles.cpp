@@ -44,6 +44,7 @@ void DirectoryFiles::look() {
   job->dir = dir_;
   job->limits = limits_;
   job->due = std::exchange(due_, {});
+  job->time = fileTime();
   job->all = std::exchange(all_, false);
   job->seen = std::exchange(seen_, {});
   background_.run([job] { job->run(); },

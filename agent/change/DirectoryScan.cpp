@@ -21,7 +21,7 @@ void DirectoryScan::run() {
 void DirectoryScan::look(const std::string& path, const std::string& name, TextReader& reader) {
   const auto at = seen.find(name);
   const FileContent* known = at == seen.end() ? nullptr : &at->second;
-  if (known && !all && !due.contains(name) && identityOf(path) == known->identity) {
+  if (known && !all && !due.contains(name) && known->settled && identityOf(path) == known->identity) {
     reader.add(known->identity.size);
     return;
   }
@@ -42,7 +42,7 @@ void DirectoryScan::read(const std::string& path, TextReader& reader, const File
                          File& file) const {
   auto text = reader.readOnly(path, TextReader::Named::byPlace, file.wrong);
   if (!text) return;
-  file.content = {text->identity, text->hash};
+  file.content = {text->identity, text->hash, isSettled(text->identity, time)};
   if (known && known->hash == text->hash && known->identity.size == text->identity.size) return;
   if (auto why = reader.memory().whyNot(path, text->text)) {
     file.wrong = {std::move(*why)};

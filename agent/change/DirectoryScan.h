@@ -27,6 +27,7 @@ struct DirectoryScan {
   TextLimits limits;
   std::set<std::string> due;  ///< read whatever the file system says of them
   bool all = false;           ///< all are due
+  int64_t time = 0;           ///< fileTime() now, or before
   /// What was in the files that were read; comes back without those that have gone.
   std::map<std::string, FileContent> seen;
 

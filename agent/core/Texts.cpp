@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <functional>
 
 namespace Agent {
@@ -18,10 +19,9 @@ constexpr double mebi = 1 << 20;
 
 std::string failure(const std::string& path) { return fmt::format("{}: {}", path, std::strerror(errno)); }
 
+int64_t nanoseconds(const timespec& time) { return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; }
+
 FileIdentity identityOf(const struct stat& file) {
-  const auto nanoseconds = [](const timespec& time) {
-    return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-  };
   return {file.st_dev, file.st_ino, static_cast<uint64_t>(file.st_size), nanoseconds(file.st_mtim),
           nanoseconds(file.st_ctim)};
 }
@@ -34,6 +34,20 @@ const char* kindOf(mode_t mode) {
 }
 
 }  // namespace
+
+int64_t fileTime() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return nanoseconds(now);
+}
+
+/// By the time of the change, which nobody can set. A system's clock goes on for files every ten milliseconds
+/// at the least; a file system may have whole seconds, even ones only.
+bool isSettled(const FileIdentity& file, int64_t time) {
+  constexpr int64_t second = 1'000'000'000;
+  const int64_t tick = file.changed % second == 0 ? 2 * second : second / 50;
+  return file.changed + tick < time;
+}
 
 std::optional<FileIdentity> identityOf(const std::string& path) {
   struct stat file {};

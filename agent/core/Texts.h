@@ -16,7 +16,7 @@ struct TextLimits {
 };
 
 /// What the file system says of a file. While it stays the same, so does what is in the file, but for a write
-/// within one tick of the clock that leaves the size.
+/// within one tick of the clock that leaves the size: see isSettled().
 struct FileIdentity {
   uint64_t device = 0, inode = 0, size = 0;
   int64_t modified = 0, changed = 0;  ///< nanoseconds since the epoch
@@ -24,6 +24,11 @@ struct FileIdentity {
   auto operator<=>(const FileIdentity&) const = default;
 };
 
+/// The system's clock as file systems have it, in nanoseconds since the epoch.
+int64_t fileTime();
+/// A file of this identity was changed so long before `time` that a change since then would have another one.
+/// Whoever read it at that time, or later, needs not read it again while it has that identity.
+bool isSettled(const FileIdentity& file, int64_t time);
 /// Of the file that a path leads to, links followed; nothing when there is none or it cannot be asked.
 std::optional<FileIdentity> identityOf(const std::string& path);
 
