@@ -34,8 +34,9 @@ Kelp::Ptr<T> entryOf(const Kelp::Ptr<Zeb::Entity>& dir, const std::string& name)
   return made;
 }
 
-std::vector<Nimnet::IntfId> intfIds(const std::vector<std::string>& names) {
-  std::vector<Nimnet::IntfId> ids;
+template <class Id>
+std::vector<Id> idsOf(const std::vector<std::string>& names) {
+  std::vector<Id> ids;
   for (const auto& name : names) ids.emplace_back(name);
   return ids;
 }
@@ -51,15 +52,16 @@ Kelp::Ptr<Hive::EntityManager> mounted() {
 }
 
 /// Returns what is wrong with the port-channels.
+template <class Id>
 std::optional<std::string> readPortChannels(const Config::Model& interfaces,
-                                            Velo::PortChannels& portChannels) {
+                                            Velo::PortChannelsOf<Id>& portChannels) {
   for (const auto& [name, members] : interfaces.portChannels) {
     for (const auto& member : members) {
       if (interfaces.portChannels.contains(member)) {
         return fmt::format("port-channel {}: its member {} is a port-channel", name, member);
       }
     }
-    if (auto wrong = portChannels.membersIs(Nimnet::IntfId(name), intfIds(members))) {
+    if (auto wrong = portChannels.membersIs(Id(name), idsOf<Id>(members))) {
       return fmt::format("port-channel {}: {}", name, *wrong);
     }
   }
@@ -93,8 +95,9 @@ std::optional<std::string> Core::unloadPlugin() {
   return Velo::DefaultPluginLoader().unload(std::exchange(plugin_, {}));
 }
 
+/// Names of interfaces that are only asked about are not kept.
 std::optional<std::string> Core::whyNot(const Config::Model& interfaces) {
-  Velo::PortChannels portChannels;
+  Velo::PortChannelsOf<std::string> portChannels;
   return readPortChannels(interfaces, portChannels);
 }
 
@@ -109,7 +112,7 @@ std::optional<std::string> Core::interfacesAre(const Config::Model& interfaces) 
     if (!interfaces.mirrorSessions.contains(name.str())) mirroring->sessionDel(name);
   }
   for (const auto& [name, destinations] : interfaces.mirrorSessions) {
-    mirroring->sessionIs(name, intfIds(destinations));
+    mirroring->sessionIs(name, idsOf<Nimnet::IntfId>(destinations));
   }
   return std::nullopt;
 }

@@ -40,7 +40,7 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
   document_["asked"] = Json::array();
   document_["mirrored"] = Json::array();
   document_["egress"] = Json::array();
-  const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId(port), out);
+  const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId::known(port), out);
   document_["frame"] = packetText(*ctx_);
   document_["verdict"] = verdict.passed() ? "pass" : "drop";
   if (!verdict.passed()) {

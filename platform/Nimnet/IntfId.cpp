@@ -30,4 +30,13 @@ IntfId::IntfId(const Kelp::String& name) {
   name_ = known != all.names.end() ? &*known : &*all.names.insert(Kelp::String(name.view())).first;
 }
 
+IntfId IntfId::known(const Kelp::String& name) {
+  IntfId id;
+  Names& all = allNames();
+  const std::lock_guard lock(all.mutex);
+  const auto known = all.names.find(name);
+  if (known != all.names.end()) id.name_ = &*known;
+  return id;
+}
+
 }  // namespace Nimnet

@@ -11,6 +11,9 @@ class IntfId {
   IntfId() = default;
   /// Looks the name up among all that there were; on any thread.
   explicit IntfId(const Kelp::String& name);
+  /// The id of a name that one was made of before, else the empty one: for whoever asks about names that may
+  /// be anything, which are not to be kept. On any thread.
+  static IntfId known(const Kelp::String& name);
 
   bool empty() const { return name_ == nullptr; }
   const Kelp::String& name() const { return name_ ? *name_ : noName; }

@@ -1,38 +1,68 @@
 #pragma once
 
 #include <Nimnet/IntfId.h>
-#include <Nimnet/Pkt.h>
+#include <fmt/format.h>
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace Velo {
 
-/// The port-channels of the agent: which ports are members of which, and which member a packet leaves by.
-class PortChannels {
+/// Which interfaces are members of which port-channel, by ids or, for whoever only asks whether they may be,
+/// by names.
+template <class Id>
+class PortChannelsOf {
  public:
-  using Members = std::vector<Nimnet::IntfId>;
+  using Members = std::vector<Id>;
 
-  const std::map<Nimnet::IntfId, Members>& all() const { return channels_; }
-  bool has(const Nimnet::IntfId& portChannel) const { return channels_.contains(portChannel); }
+  const std::map<Id, Members>& all() const { return channels_; }
+  bool has(const Id& portChannel) const { return channels_.contains(portChannel); }
   /// Defines a port-channel anew. An interface belongs to at most one; what is wrong is returned, and then
   /// nothing has changed.
-  std::optional<std::string> membersIs(const Nimnet::IntfId& portChannel, Members members);
-  void portChannelDel(const Nimnet::IntfId& portChannel);
+  std::optional<std::string> membersIs(const Id& portChannel, Members members) {
+    std::set<Id> seen;
+    for (const Id& member : members) {
+      if (member == portChannel) return fmt::format("{} cannot be its own member", member);
+      if (!seen.insert(member).second) return fmt::format("{} is named twice", member);
+      const Id& other = portChannelOf(member);
+      if (!other.empty() && other != portChannel)
+        return fmt::format("{} is a member of {} already", member, other);
+    }
+    portChannelDel(portChannel);
+    for (const Id& member : members) channelOf_[member] = portChannel;
+    channels_[portChannel] = std::move(members);
+    return std::nullopt;
+  }
+  void portChannelDel(const Id& portChannel) {
+    const auto at = channels_.find(portChannel);
+    if (at == channels_.end()) return;
+    for (const Id& member : at->second) channelOf_.erase(member);
+    channels_.erase(at);
+  }
 
   /// The port-channel that an interface is a member of; the empty id when it is none.
-  const Nimnet::IntfId& portChannelOf(const Nimnet::IntfId& member) const;
+  const Id& portChannelOf(const Id& member) const {
+    static const Id none;
+    const auto at = channelOf_.find(member);
+    return at == channelOf_.end() ? none : at->second;
+  }
+
+ private:
+  std::map<Id, Members> channels_;
+  std::map<Id, Id> channelOf_;
+};
+
+/// The port-channels of the agent, and which member a packet leaves by.
+class PortChannels : public PortChannelsOf<Nimnet::IntfId> {
+ public:
   /// Which of `members` members, more than none, packets of this flow leave by: the same for all packets of a
   /// flow while their number stays. Flows spread evenly.
   static constexpr size_t chosen(uint32_t flowHash, size_t members) {
     return (uint64_t{flowHash} * members) >> 32;
   }
-
- private:
-  std::map<Nimnet::IntfId, Members> channels_;
-  std::map<Nimnet::IntfId, Nimnet::IntfId> channelOf_;
 };
 
 }  // namespace Velo

@@ -1,3 +1,4 @@
+#include <agent/explain/Explain.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -293,6 +294,44 @@ TEST_F(Memory, AFileForWhoseChangeThereIsNoneIsTriedAgain) {
   EXPECT_EQ(ruleCount(agent_, "A"), 3u);
   memoryIsUnlimited();
   looked([&] { return bad().empty() && ruleCount(agent_, "A") == 1000; });
+}
+
+/// Whoever may ask may name any interface; what is only asked about is not kept.
+TEST_F(Memory, ADryRunLeavesNothing) {
+  agent_.start("ip access-list A\n permit ip any any\n");
+  int runs = 0;
+  const auto dryRun = [&] {
+    const Json answer = agent_.apply(
+        fmt::format("port-channel po{0} members in{0} out{0}\nmirror session M{0} destination seen{0}\n"
+                    "interface on{0}\n ip access-group L{0} in\n",
+                    ++runs),
+        true);
+    ASSERT_TRUE(answer.contains("difference")) << answer;
+  };
+  while (runs < 1000 && !HasFailure()) dryRun();
+  const size_t before = allocatedOctets();
+  while (runs < 11000 && !HasFailure()) dryRun();
+  EXPECT_LT(allocatedOctets(), before + (10 << 10)) << "an octet a run";
+  for (int i = 1; i <= runs; ++i) {
+    for (const char* name : {"po", "in", "out", "seen", "on"})
+      ASSERT_TRUE(Nimnet::IntfId::known(fmt::format("{}{}", name, i)).empty());
+  }
+}
+
+TEST_F(Memory, AnExplanationDoesNotKeepTheNameOfAPortThatThereIsNot) {
+  agent_.start(rules(3, "permit"));
+  Agent::Explainer explainer(agent_.core(), agent_.forwarder());
+  const Bytes octets = udpTo(2);
+  const auto explained = [&](const char* port) {
+    return explainer.explain(port, Agent::Frame{octets, static_cast<uint32_t>(octets.size())});
+  };
+  EXPECT_EQ(explained("eth1").at("asked").size(), 1u);
+  const Json nowhere = explained("nowhere");
+  EXPECT_EQ(nowhere.at("port"), "nowhere");
+  EXPECT_EQ(nowhere.at("asked").size(), 0u);
+  EXPECT_EQ(nowhere.at("verdict"), "pass");
+  EXPECT_TRUE(Nimnet::IntfId::known("nowhere").empty());
+  EXPECT_FALSE(Nimnet::IntfId::known("eth1").empty());
 }
 
 }  // namespace
