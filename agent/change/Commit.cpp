@@ -1,3 +1,4 @@
+#include <Acl/Workshop.h>
 #include <Kelp/Assert.h>
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
@@ -59,6 +60,7 @@ std::optional<std::string> Commit::reserveFor(const SourceChange& writes) {
 std::optional<std::string> Commit::begin(NewContent change, SourceChange writes, Done done) {
   if (auto wrong = whyNot(change)) {
     discard(std::move(change.model));
+    Acl::Workshop::singleton().dispose(std::move(writes));
     return wrong;
   }
   pending_ = Pending{std::move(change), std::move(done), 0};

@@ -1,9 +1,12 @@
+#include <Acl/Workshop.h>
 #include <Kiv/Clock.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
 
 #include <algorithm>
 
+#include <tuple>
+#include <utility>
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
@@ -51,6 +54,13 @@ struct Configuration::Texts {
     outcome.prepareSeconds = seconds() - start;
   }
 };
+  /// What was made in vain, which may be much, is freed beside the loop: nothing in force shares any of it.
+  void fail(const std::string& why) {
+    Outcome failed{{why}, {}, false, outcome.prepareSeconds, 0};
+    Acl::Workshop::singleton().dispose(std::tuple(std::move(sources), std::exchange(model, std::nullopt),
+                                                  std::exchange(writes, {}),
+                                                  std::exchange(outcome, std::move(failed))));
+  }
 
 /// A content of a file of the directory on its way through the thread.
 struct Configuration::Next {
@@ -78,12 +88,11 @@ Configuration::~Configuration() {
 bool Configuration::apply(std::vector<Config::Source> texts, bool dryRun, Done done) {
   if (busy()) return false;
   const auto job = std::make_shared<Texts>(Texts{std::move(texts), dryRun, std::move(done), {}, {}, {}});
-  background_.run(
-      [this, job] { job->prepare(sources()); },
-      [this, job](const std::optional<std::string>& failed) {
-        if (failed) *job = Texts{{}, job->dryRun, std::move(job->done), {{*failed}, {}, false, 0, 0}, {}, {}};
-        handlePrepared(job);
-      });
+  background_.run([this, job] { job->prepare(sources()); },
+                  [this, job](const std::optional<std::string>& failed) {
+                    if (failed) job->fail(*failed);
+                    handlePrepared(job);
+                  });
   return true;
 }
 
@@ -105,7 +114,7 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
                           });
     if (!wrong) return;
   }
-  if (wrong) texts->outcome = {{*wrong}, {}, false, texts->outcome.prepareSeconds, 0};
+  if (wrong) texts->fail(*wrong);
   answer(*texts);
 }
 
@@ -146,7 +155,10 @@ void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
   const std::string name = next.change.source;
   task_->scheduleTask();
   if (!failed && !next.same) failed = commit_.reserveFor(next.writes);
-  if (failed || next.same) commit_.discard(std::move(next.change.model));
+  if (failed || next.same) {
+    commit_.discard(std::move(next.change.model));
+    Acl::Workshop::singleton().dispose(std::move(next.writes));
+  }
   if (failed) return files_.failed(name, fmt::format("{}/{}: {}", files_.dir(), name, *failed));
   if (next.same) return files_.taken(name);
   const auto wrong = commit_.begin(std::move(next.change), std::move(next.writes), [this, name](double) {

@@ -1,3 +1,4 @@
+#include <Acl/Workshop.h>
 #include <agent/change/DirectoryFiles.h>
 
 #include <algorithm>
@@ -43,8 +44,8 @@ void DirectoryFiles::look() {
   const auto job = std::make_shared<DirectoryScan>();
   job->dir = dir_;
   job->limits = limits_;
-  job->due = std::exchange(due_, {});
   job->time = fileTime();
+  job->due = std::exchange(due_, {});
   job->all = std::exchange(all_, false);
   job->seen = std::exchange(seen_, {});
   background_.run([job] { job->run(); },
@@ -53,7 +54,11 @@ void DirectoryFiles::look() {
 
 void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std::string>& failed) {
   seen_ = std::move(scan.seen);
-  if (failed) scan.unreadable = {dir_ + ": " + *failed};
+  if (failed) {
+    scan.unreadable = {dir_ + ": " + *failed};
+    // May be much, and nothing in force shares any of it.
+    Acl::Workshop::singleton().dispose(std::move(scan.found));
+  }
   unreadable_ = std::move(scan.unreadable);
   if (!unreadable_.empty()) {
     due_.merge(scan.due);

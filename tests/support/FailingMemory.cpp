@@ -23,9 +23,12 @@ constexpr size_t unlimited = std::numeric_limits<size_t>::max();
 std::atomic<size_t> limit{unlimited};
 std::atomic<size_t> live{0};
 std::atomic<size_t> most{0};
+std::atomic<uint64_t> frees{0};
+
+bool onFirst() { return std::this_thread::get_id() == firstThread; }
 
 bool fails(size_t size) {
-  Failing& here = failing[std::this_thread::get_id() == firstThread ? 0 : 1];
+  Failing& here = failing[onFirst() ? 0 : 1];
   if (here.before.load(std::memory_order_relaxed) > 0) {
     --here.before;
   } else if (here.before == 0) {
@@ -58,6 +61,7 @@ void* allocated(size_t size, size_t alignment) {
 
 void freed(void* place) {
   if (!place) return;
+  if (onFirst()) ++frees;
   live -= malloc_usable_size(place);
   std::free(place);
 }
@@ -101,5 +105,6 @@ void memoryIsUnlimited() { limit = unlimited; }
 size_t allocatedOctets() { return live; }
 size_t mostAllocated() { return most; }
 void mostAllocatedIsNow() { most = live.load(); }
+uint64_t freesOfFirst() { return frees; }
 
 }  // namespace TestSupport

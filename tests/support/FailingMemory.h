@@ -24,5 +24,7 @@ void memoryIsUnlimited();
 size_t allocatedOctets();
 size_t mostAllocated();
 void mostAllocatedIsNow();
+/// How often the thread that the program began on has given memory back.
+uint64_t freesOfFirst();
 
 }  // namespace TestSupport

@@ -1,3 +1,4 @@
+#include <Acl/Workshop.h>
 #include <agent/explain/Explain.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -332,6 +333,53 @@ TEST_F(Memory, AnExplanationDoesNotKeepTheNameOfAPortThatThereIsNot) {
   EXPECT_EQ(nowhere.at("verdict"), "pass");
   EXPECT_TRUE(Nimnet::IntfId::known("nowhere").empty());
   EXPECT_FALSE(Nimnet::IntfId::known("eth1").empty());
+}
+
+/// Freeing what was made for a large change takes longer than packets should wait.
+TEST_F(Memory, WhatWasMadeInVainIsNotFreedOnTheLoop) {
+  constexpr int size = 20000;
+  const std::string large = rules(size, "deny");
+  int64_t allocations = 0;  // of all but the very end of the preparation, what is to be written
+  size_t octets = 0;
+  struct Row {
+    const char* what;
+    std::function<void()> shortage;
+    std::string text;
+    std::string error;
+  };
+  const Row rowsOfAll[] = {
+      {"at the end of the preparation", [&] { failAt(Threads::others, allocations + 5); }, large,
+       "memory ran out"},
+      {"what the change takes", [&] { memoryLeftIs(octets + (8 << 20)); }, large, "memory ran out"},
+      {"nothing, interfaces cannot be", [] {}, large + "port-channel po1 members eth5\n", "eth5"},
+  };
+  const std::map<std::string, std::string> files = {{"a.acl", "port-channel po2 members eth5\n"}};
+  agent_.start("", &files);
+  Acl::Workshop::singleton().threadIs(true);
+  constexpr int64_t plenty = int64_t{1} << 40;
+  failAt(Threads::others, plenty);
+  mostAllocatedIsNow();
+  octets = allocatedOctets();
+  ASSERT_TRUE(agent_.apply(large, true).contains("difference"));
+  octets = mostAllocated() - octets;
+  allocations = plenty - stopFailing(Threads::others);
+  for (const Row& row : rowsOfAll) {
+    SCOPED_TRACE(std::string("what is short: ") + row.what);
+    agent_.turnsUntil([&] {
+      const uint64_t before = freesOfFirst();
+      agent_.turns(1);
+      return freesOfFirst() < before + 100;  // what the last row left is gone
+    });
+    row.shortage();
+    const uint64_t before = freesOfFirst();
+    const Json answer = agent_.apply(row.text);
+    const uint64_t freed = freesOfFirst() - before;
+    stopFailing(Threads::others);
+    memoryIsUnlimited();
+    EXPECT_NE(answer.dump().find(row.error), std::string::npos) << answer;
+    EXPECT_LT(freed, uint64_t{size} / 2) << "of some texts, and what the answer took";
+  }
+  Acl::Workshop::singleton().threadIs(false);
 }
 
 }  // namespace
