@@ -2,11 +2,12 @@
 #include <Kiv/Clock.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
+#include <agent/core/Reserve.h>
 
 #include <algorithm>
-
 #include <tuple>
 #include <utility>
+
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
@@ -53,7 +54,6 @@ struct Configuration::Texts {
     model = std::move(result.model);
     outcome.prepareSeconds = seconds() - start;
   }
-};
   /// What was made in vain, which may be much, is freed beside the loop: nothing in force shares any of it.
   void fail(const std::string& why) {
     Outcome failed{{why}, {}, false, outcome.prepareSeconds, 0};
@@ -61,6 +61,7 @@ struct Configuration::Texts {
                                                   std::exchange(writes, {}),
                                                   std::exchange(outcome, std::move(failed))));
   }
+};
 
 /// A content of a file of the directory on its way through the thread.
 struct Configuration::Next {
@@ -173,15 +174,18 @@ void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
 Json Configuration::report() const {
   Json sources = Json::array();
   commit_.sources().forEach([&](const std::string& name, const Config::Model& model) {
+    Refusable::check();
     sources.push_back(sourceJson(name, model, commit_.appliedAt(name)));
   });
   Json bad = Json::array();
   const std::string& dir = files_.dir();
   if (const auto& why = files_.unreadable(); !why.empty())
     bad.push_back({{"name", dir}, {"kept", true}, {"mistakes", why}});
-  for (const auto& [name, mistakes] : files_.bad())
+  for (const auto& [name, mistakes] : files_.bad()) {
+    Refusable::check();
     bad.push_back(
         {{"name", name}, {"kept", commit_.sources().inputs.contains(name)}, {"mistakes", mistakes}});
+  }
   return {{"directory", dir.empty() ? Json(nullptr) : Json(dir)},
           {"changing", busy()},
           {"sources", std::move(sources)},

@@ -1,4 +1,5 @@
 #include <Acl/MatchFields.h>
+#include <agent/core/Reserve.h>
 #include <agent/explain/Explain.h>
 #include <agent/explain/NearMisses.h>
 #include <agent/show/PacketText.h>
@@ -93,7 +94,9 @@ void Explainer::handleMirrored(const Kelp::String& session) {
   if (std::find(all.begin(), all.end(), session.view()) == all.end()) all.push_back(session.view());
 }
 
+/// A flooded frame has one for each port.
 void Explainer::handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) {
+  Refusable::check();
   Json one = {{"port", port.name().view()}, {"verdict", droppedBy ? "drop" : "pass"}};
   if (droppedBy) one["reason"] = dropReason(*droppedBy);
   document_["egress"].push_back(std::move(one));

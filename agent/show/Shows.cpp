@@ -1,5 +1,6 @@
 #include <Blip/Ring.h>
 #include <Kiv/TaskScheduler.h>
+#include <agent/core/Reserve.h>
 #include <agent/show/LogMessages.h>
 #include <agent/show/Shows.h>
 
@@ -12,7 +13,8 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// Makes a row's function out of one that gives the whole document at once.
+/// Makes a row's function out of one that gives the whole document at once, and asks for each element of what
+/// may be long whether memory has run out: with little of it left even taking the document apart may fail.
 template <Json (*make)(const World& world)>
 std::unique_ptr<Document> whole(const World& world, const std::string&) {
   return wholeDocument(make(world));
@@ -25,6 +27,7 @@ Json clearedJson(const World& world) {
 Json interfacesOf(const World& world) {
   Json all = Json::object();
   const auto known = [&all](const std::string& name) -> Json& {
+    Refusable::check();
     Json& one = all[name];
     if (one.is_null()) one = {{"bindings", Json::array()}};
     return one;
@@ -56,6 +59,7 @@ Json interfacesOf(const World& world) {
   Json sessions = Json::object();
   for (const auto& [name, destinations] : Velo::MirroringStepHelper::singleton()->sessions()) {
     sessions[name.str()] = Json::array();
+    Refusable::check();
     for (const auto& destination : destinations) sessions[name.str()].push_back(destination.name().view());
   }
   return {{"interfaces", std::move(all)}, {"mirrorSessions", std::move(sessions)}};
@@ -94,6 +98,7 @@ Json stateJson(const PortState& state) {
 Json portsOf(const World& world) {
   Json ports = Json::object();
   for (const auto& [id, port] : world.forwarder.ports()) {
+    Refusable::check();
     const Port counted = world.zero.above(*port);
     Json one = portJson(counted);
     one["nowhere"] = counted.nowhere;
@@ -123,7 +128,10 @@ Json messagesOf(const World&) { return {{"messages", messagesJson()}}; }
 
 Json traceOf(const World&) {
   Json lines = Json::array();
-  Blip::ring().forEach([&lines](std::string_view line) { lines.push_back(line); });
+  Blip::ring().forEach([&lines](std::string_view line) {
+    Refusable::check();
+    lines.push_back(line);
+  });
   return {{"lost", Blip::ring().lostCount()}, {"lines", std::move(lines)}};
 }
 

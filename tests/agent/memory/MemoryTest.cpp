@@ -1,4 +1,5 @@
 #include <Acl/Workshop.h>
+#include <Zeb/TraceHandle.h>
 #include <agent/explain/Explain.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -218,6 +219,44 @@ TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosed) {
     EXPECT_GT(closed, 5);
     EXPECT_EQ(shapeOf(agent_), oldShape_);
   }
+}
+
+/// With so much left and no more, however large the answer is.
+TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosedHoweverLittleIsLeft) {
+  start(200);
+  std::string text = now_;
+  for (int i = 0; i < 3000; ++i) text += fmt::format("interface e{}\n ip access-group A in\n", i);
+  isApplied(text);
+  agent_.patch("eth1", "eth2");
+  for (const char* traces : {"DpAclStatusVelo/9", "Velo::Acl/9"})
+    ASSERT_FALSE(Zeb::TraceHandle::enable(traces));
+  isApplied(text + rules(1000, "permit"));
+  Zeb::TraceHandle::disableAll();
+  for (const Json& request :
+       {Json{{"do", "show"}, {"what", "trace"}}, Json{{"do", "show"}, {"what", "interfaces"}},
+        Json{{"do", "show"}, {"what", "access-lists"}}}) {
+    SCOPED_TRACE(request);
+    int whole = 0, closed = 0;
+    for (size_t left = 0; whole < 2 && !HasFailure(); left += 1 + left / 2) {
+      SCOPED_TRACE(left);
+      SocketClient client(agent_);
+      EXPECT_FALSE(client.closed());
+      memoryLeftIs(left);
+      const Json answer = ask(client, {request});
+      memoryIsUnlimited();
+      ++(answer.is_null() ? closed : whole);
+      EXPECT_TRUE(answer.is_null() || answer.at("ok")) << answer;
+      agent_.turns();
+    }
+    EXPECT_GT(closed, 5);
+  }
+}
+
+TEST_F(Memory, AChangeThatIsTracedIsWholeWhereverItRunsOut) {
+  start(20);
+  ASSERT_FALSE(Zeb::TraceHandle::enable("DpAclStatusVelo/9,Velo::Acl/9,Acl::Compiled/9"));
+  failEverywhere(Threads::first);
+  Zeb::TraceHandle::disableAll();
 }
 
 TEST_F(Memory, AConnectionForWhichItRunsOutIsClosed) {
