@@ -114,6 +114,56 @@ TEST_F(ControlServerTest, WhoIsSilentOrSlowIsClosedAfterATime) {
   EXPECT_FALSE(good.closed()) << "whoever asks stays";
 }
 
+TEST_F(ControlServerTest, WhoTakesSomeOfAnAnswerHasTimeForTheNextOfIt) {
+  std::string text = "ip access-list A\n";
+  for (int i = 0; i < 20000; ++i) text += fmt::format(" permit udp any any eq 53 ttl eq {}\n", i % 256);
+  agent_.start(text, nullptr, unhurriedLimits());
+  const auto& server = agent_.plane().server();
+  SocketClient client(agent_);
+  client.send("{\"do\":\"show\",\"what\":\"access-lists\"}\n");
+  agent_.turns(500);
+  for (int i = 0; i < 4; ++i) {
+    client.receive();
+    agent_.turns(500);
+    agent_.advance(8);
+    ASSERT_EQ(server.clientCount(), 1u) << "after " << 8 * (i + 1) << " s";
+  }
+  ASSERT_EQ(client.arrived().find('\n'), std::string::npos) << "there is more";
+  agent_.advance(1.1);
+  EXPECT_EQ(server.clientCount(), 1u) << "nothing for 9.1 s";
+  agent_.advance(1.1);
+  EXPECT_EQ(server.clientCount(), 0u) << "nothing for 10.2 s";
+}
+
+TEST_F(ControlServerTest, TheTimeThatAnAnswerTakesIsNotTheClients) {
+  const auto list = [](int number, const char* action) {
+    std::string text = fmt::format("ip access-list A{}\n", number);
+    for (int port = 1; port <= 2000; ++port) text += fmt::format(" {} udp any any eq {}\n", action, port);
+    return text;
+  };
+  std::string before;
+  for (int i = 0; i < 6; ++i) before += list(i, "permit");
+  agent_.start(before, nullptr, unhurriedLimits());
+  const auto& server = agent_.plane().server();
+  SocketClient client(agent_);
+  for (int i = 0; i < 6; ++i) {
+    client.send(
+        Agent::lineOf({{"do", "text"}, {"name", fmt::format("{}.acl", i)}, {"text", list(i, "deny")}}) +
+        "\n");
+    ASSERT_THAT(client.line(), HasSubstr("\"ok\":true"));
+  }
+  client.send("{\"do\":\"apply\",\"dryRun\":true}\n");
+  const auto& configuration = agent_.plane().configuration();
+  agent_.turnsUntil([&] { return configuration.busy(); });
+  agent_.pass(100);
+  agent_.turnsUntil([&] { return !configuration.busy(); });
+  agent_.turns(500);
+  agent_.advance(9);
+  client.receive();
+  ASSERT_EQ(client.arrived().find('\n'), std::string::npos) << "there is more";
+  EXPECT_EQ(server.clientCount(), 1u) << "it was not kept waiting for nine seconds yet";
+}
+
 TEST_F(ControlServerTest, FurtherClientsTakeThePlaceOfTheQuietest) {
   Agent::ControlLimits limits = unhurriedLimits();
   limits.clients = 3;
