@@ -51,8 +51,8 @@ class Reserve {
 };
 
 /// Work of this thread, as long as it lives, that is refused when memory runs out: an answer, reading a text.
-/// With a reserve the first allocation that fails is made good, and ranOut() tells; so destructors that
-/// allocate, as those of JSON do, are safe while check() is asked once in less than Reserve::blockOctets. A
+/// With a reserve the first allocation that fails is made good, and check() tells; so destructors that
+/// allocate, as those of JSON do, are safe while that is asked once in less than Reserve::blockOctets. A
 /// further one fails as ever.
 ///
 /// They nest: each tells of what ran out while it was the innermost.
@@ -63,7 +63,6 @@ class Refusable {
   Refusable(const Refusable&) = delete;
   Refusable& operator=(const Refusable&) = delete;
 
-  bool ranOut() const { return ranOut_; }
   /// Throws std::bad_alloc when memory ran out for the innermost of this thread's, if it has any.
   static void check();
 
