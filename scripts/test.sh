@@ -29,9 +29,9 @@ done
 "$root/scripts/install_deps.sh"
 if [[ $preset == threads ]]; then
   # Lists are compiled, texts read, and the state written on threads of their own; what is counted can be told to
-  # expect that.
+  # expect that. The tests have the label where they are declared.
   build threads Kelp-tests Acl-tests agent-tests control-tests state-tests fuzz-classifier fuzz-control fuzz-directory velo
-  run_tests threads tests --tests-regex '^(Kelp[.]NodeTest[.]ThreadsShare|Acl[.](Workshop|.*WhileAThread)|agent[.](EventLoop|Lane|LivePorts|Bridging)|control[.]|state[.]|fuzz[.](classifier|control|directory)$)'
+  run_tests threads tests --label-regex '^threads$'
   exit
 fi
 build "$preset"
