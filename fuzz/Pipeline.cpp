@@ -1,8 +1,9 @@
-// Frames through the whole pipeline against a judge that asks every rule in order: verdict, matches and their
-// order, copies, and in the end every counter.
+// Frames through the whole pipeline against a reading that says which are malformed, and a judge that asks
+// every rule in order: verdict, matches and their order, copies, and in the end every counter.
 
 #include "../tests/support/RandomFrames.h"
 #include "Judge.h"
+#include "Malformed.h"
 #include "Target.h"
 
 #include <Acl/RuleKinds.h>
@@ -85,10 +86,13 @@ class World {
       ++count.packets;
       count.bytes += frame.size();
     }
-    if (!verdict.passed() && recorder_->hits().empty()) {
-      Fuzz::require(!whole, [&] { return "malformed: " + shown(); });
-      return Fuzz::require(this->copies() == copies, shown);
-    }
+    const std::string malformed = Fuzz::whyMalformed(frame);
+    const bool takenForMalformed = !verdict.passed() && recorder_->hits().empty();
+    Fuzz::require(takenForMalformed == !malformed.empty(), [&] {
+      return (malformed.empty() ? "not malformed" : "malformed: " + malformed) + ", " + shown();
+    });
+    Fuzz::require(!whole || malformed.empty(), [&] { return malformed + " from the start: " + shown(); });
+    if (takenForMalformed) return Fuzz::require(this->copies() == copies, shown);
     auto judge = Fuzz::Judge::read(model_, frame);
     if (!judge) return Fuzz::require(!whole, [&] { return "the judge cannot read it: " + shown(); });
     const bool in = judge->pass(AclDirection::in, channelOf(name), name);
