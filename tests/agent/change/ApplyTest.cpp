@@ -1,18 +1,14 @@
 #include <agent/change/Apply.h>
-#include <agent/config/Reader.h>
 #include <gtest/gtest.h>
+
+#include "../support/ModelOf.h"
 
 #include <map>
 
 namespace {
 
 using Acl::AclType;
-
-Config::Model modelOfText(const char* text) {
-  auto result = Config::read({{"t", text}});
-  for (const auto& mistake : result.mistakes) ADD_FAILURE() << mistake.str();
-  return result.model.value_or(Config::Model());
-}
+using TestSupport::modelOf;
 
 /// Counts what is written to anything below an entity that it is subscribed to.
 class ChangeCount final : public Zeb::Notifiee {
@@ -23,8 +19,8 @@ class ChangeCount final : public Zeb::Notifiee {
 
 class ApplyTest : public testing::Test {
  protected:
-  void lists(const char* text) { Agent::applyLists(modelOfText(text), source_); }
-  void bindings(const char* text) { Agent::applyBindings(modelOfText(text), bindings_); }
+  void lists(const char* text) { Agent::applyLists(modelOf(text), source_); }
+  void bindings(const char* text) { Agent::applyBindings(modelOf(text), bindings_); }
 
   /// The ids of an IPv4 list's rules by number.
   std::map<uint32_t, Kiv::UniqueId> ids(const char* list = "A") {

@@ -1,14 +1,11 @@
 #include <agent/change/Difference.h>
-#include <agent/config/Reader.h>
 #include <gtest/gtest.h>
+
+#include "../support/ModelOf.h"
 
 namespace {
 
-Config::Model modelOf(const std::string& text) {
-  auto result = Config::read({{"t", text}});
-  for (const auto& mistake : result.mistakes) ADD_FAILURE() << mistake.str();
-  return result.model.value_or(Config::Model());
-}
+using TestSupport::modelOf;
 
 nlohmann::ordered_json differenceOf(const char* before, const char* after) {
   std::string line;

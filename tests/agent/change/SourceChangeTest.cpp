@@ -1,17 +1,17 @@
 #include <agent/change/SourceChange.h>
 
-#include <agent/config/Reader.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+
+#include "../support/ModelOf.h"
 
 namespace {
 
 using namespace Agent;
 using Acl::AclType;
+using TestSupport::modelOf;
 using Asked = ListChange::Asked;
-
-Config::Model parsed(const char* text) { return *Config::read({{"t", text}}).model; }
 
 /// One list L of one rule, or none.
 constexpr const char* has = "ip access-list L\n 10 permit ip any any\n";
@@ -82,10 +82,10 @@ TEST(SourceChange, KnowsWhichSourceAListPassesFromAndTo) {
   };
   for (const Passing& row : rows) {
     SCOPED_TRACE(row.why);
-    const Config::Model commandLine = parsed(row.commandLine);
+    const Config::Model commandLine = modelOf(row.commandLine);
     std::map<std::string, Config::Model> inputs;
-    for (const auto& [name, text] : row.inputs) inputs[name] = parsed(text);
-    const Config::Model now = row.now ? parsed(row.now) : Config::Model();
+    for (const auto& [name, text] : row.inputs) inputs[name] = modelOf(text);
+    const Config::Model now = row.now ? modelOf(row.now) : Config::Model();
     const SourceChange change = sourceChange({commandLine, inputs}, row.source, row.now ? &now : nullptr);
     EXPECT_EQ(change.goes, !row.now);
     const auto list = std::find_if(change.lists.begin(), change.lists.end(),
@@ -115,8 +115,8 @@ TEST(SourceChange, KnowsWhenPacketsAskAList) {
            Asking{"bound nowhere", has, hasOther, "", Asked::notBefore},
        }) {
     SCOPED_TRACE(row.why);
-    const Config::Model before = parsed(row.before), now = parsed(row.now);
-    const std::map<std::string, Config::Model> inputs = {{"z", parsed(row.other)}};
+    const Config::Model before = modelOf(row.before), now = modelOf(row.now);
+    const std::map<std::string, Config::Model> inputs = {{"z", modelOf(row.other)}};
     const SourceChange change = sourceChange({before, inputs}, "", &now);
     ASSERT_EQ(change.lists.size(), 1u);
     EXPECT_EQ(change.lists.front().asked, row.asked);
@@ -124,11 +124,11 @@ TEST(SourceChange, KnowsWhenPacketsAskAList) {
 }
 
 TEST(SourceChange, TellsRulesThatGoFromThoseThatAreSpelledOtherwise) {
-  const Config::Model before = parsed(
+  const Config::Model before = modelOf(
       "ip access-list L\n 10 permit ip any any\n 20 permit udp any any eq 53\n 30 deny ip any any\n 40 "
       "permit tcp any "
       "any\n");
-  const Config::Model now = parsed(
+  const Config::Model now = modelOf(
       "ip access-list L\n 5 deny udp any any\n 10 permit ip any any\n 20 permit udp any any eq domain\n 30 "
       "permit ip "
       "any any\n 50 deny tcp any any\n");

@@ -1,19 +1,19 @@
 #include <agent/change/Sources.h>
-#include <agent/config/Reader.h>
 #include <gmock/gmock.h>
+
+#include "../support/ModelOf.h"
 
 namespace {
 
 using Agent::commandLineName;
 using Agent::Sources;
 using testing::HasSubstr;
-
-Config::Model parse(const std::string& text) { return *Config::read({{"t", text}}).model; }
+using TestSupport::modelOf;
 
 Sources sourcesOf(const std::string& commandLine, const std::map<std::string, std::string>& inputs) {
   Sources sources;
-  sources.commandLine = parse(commandLine);
-  for (const auto& [name, text] : inputs) sources.inputs[name] = parse(text);
+  sources.commandLine = modelOf(commandLine);
+  for (const auto& [name, text] : inputs) sources.inputs[name] = modelOf(text);
   return sources;
 }
 
@@ -68,7 +68,7 @@ TEST(SourcesOfConfiguration, CannotBeInForceWhenTwoPortChannelsHaveOneMember) {
 }
 
 TEST(SourcesOfConfiguration, AreExchangedOneByOne) {
-  const Config::Model one = parse("ip access-list A\n"), other = parse("ip access-list B\n");
+  const Config::Model one = modelOf("ip access-list A\n"), other = modelOf("ip access-list B\n");
   for (const std::string& name : {commandLineName, std::string("a")}) {
     SCOPED_TRACE("source \"" + name + "\"");
     Sources sources = sourcesOf("", {{"z", ""}});

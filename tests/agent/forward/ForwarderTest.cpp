@@ -1,22 +1,16 @@
 #include <agent/change/Apply.h>
-#include <agent/config/Reader.h>
 #include <agent/forward/Forwarder.h>
 #include <gtest/gtest.h>
 
 #include "../../support/Frames.h"
 #include "../support/AllocationCount.h"
+#include "../support/ModelOf.h"
 
 #include <set>
 
 namespace {
 
 using namespace TestSupport;
-
-Config::Model modelOf(const std::string& text) {
-  auto result = Config::read({{"t", text}});
-  for (const auto& mistake : result.mistakes) ADD_FAILURE() << mistake.str();
-  return result.model.value_or(Config::Model());
-}
 
 /// Remembers how often frames were sent, and the last of them.
 class Sink final : public Agent::FrameSink {

@@ -1,11 +1,11 @@
 #include <agent/change/Apply.h>
-#include <agent/config/Reader.h>
 #include <agent/core/EventLoop.h>
 #include <agent/state/StateKeeper.h>
 #include <agent/state/Successor.h>
 #include <gtest/gtest.h>
 
 #include "../support/CaptureBytes.h"
+#include "../support/ModelOf.h"
 #include "../support/Run.h"
 
 #include <filesystem>
@@ -19,12 +19,6 @@ using namespace TestSupport;
 using Acl::AclDirection;
 using Acl::AclType;
 using Kiv::UniqueId;
-
-Config::Model modelOf(const std::string& text) {
-  auto result = Config::read({{"t", text}});
-  for (const auto& mistake : result.mistakes) ADD_FAILURE() << mistake.str();
-  return result.model.value_or(Config::Model());
-}
 
 /// An agent without ports, from its start over what another one left to its end.
 class OneAgent {
