@@ -119,62 +119,35 @@ class History {
     start();
   }
 
-  uint64_t doneGen(size_t poll) const {
-    const auto& state = *world_.sm->inputSmScanState();
-    switch (poll) {
-      case StatusModel::ipOut:
-        return state.copyIpOutCountersCodefDoneGen();
-      case StatusModel::ip6Out:
-        return state.copyIp6OutCountersCodefDoneGen();
-      case StatusModel::in:
-        return state.copyInCountersCodefDoneGen();
-      default:
-        return state.copyMacOutCountersCodefDoneGen();
-    }
+  /// What the machine has of a poll.
+  struct OfPoll {
+    const uint64_t& (Velo::VeloAcl::InputSmScanState::*done)() const;
+    const bool& (Velo::VeloAcl::InputSmScanState::*idle)() const;
+    const bool& (Velo::VeloAcl::MachinePolls::*duplicateSeen)() const;
+    bool (Velo::VeloAcl::MachinePolls::*duplicateSeenIs)(bool);
+  };
+  static const OfPoll& of(size_t poll) {
+    using State = Velo::VeloAcl::InputSmScanState;
+    using Polls = Velo::VeloAcl::MachinePolls;
+    static const std::map<size_t, OfPoll> all{
+        {StatusModel::ipOut,
+         {&State::copyIpOutCountersCodefDoneGen, &State::copyIpOutCountersIdle,
+          &Polls::copyIpOutCountersDuplicateSeen, &Polls::copyIpOutCountersDuplicateSeenIs}},
+        {StatusModel::ip6Out,
+         {&State::copyIp6OutCountersCodefDoneGen, &State::copyIp6OutCountersIdle,
+          &Polls::copyIp6OutCountersDuplicateSeen, &Polls::copyIp6OutCountersDuplicateSeenIs}},
+        {StatusModel::in,
+         {&State::copyInCountersCodefDoneGen, &State::copyInCountersIdle, &Polls::copyInCountersDuplicateSeen,
+          &Polls::copyInCountersDuplicateSeenIs}},
+        {StatusModel::macOut,
+         {&State::copyMacOutCountersCodefDoneGen, &State::copyMacOutCountersIdle,
+          &Polls::copyMacOutCountersDuplicateSeen, &Polls::copyMacOutCountersDuplicateSeenIs}}};
+    return all.at(poll);
   }
-  bool idleFlag(size_t poll) const {
-    const auto& state = *world_.sm->inputSmScanState();
-    switch (poll) {
-      case StatusModel::ipOut:
-        return state.copyIpOutCountersIdle();
-      case StatusModel::ip6Out:
-        return state.copyIp6OutCountersIdle();
-      case StatusModel::in:
-        return state.copyInCountersIdle();
-      default:
-        return state.copyMacOutCountersIdle();
-    }
-  }
-  bool startsOver(size_t poll) const {
-    const auto& sm = *world_.sm;
-    switch (poll) {
-      case StatusModel::ipOut:
-        return sm.copyIpOutCountersDuplicateSeen();
-      case StatusModel::ip6Out:
-        return sm.copyIp6OutCountersDuplicateSeen();
-      case StatusModel::in:
-        return sm.copyInCountersDuplicateSeen();
-      default:
-        return sm.copyMacOutCountersDuplicateSeen();
-    }
-  }
-  void startOver(size_t poll) {
-    auto& sm = *world_.sm;
-    switch (poll) {
-      case StatusModel::ipOut:
-        sm.copyIpOutCountersDuplicateSeenIs(true);
-        break;
-      case StatusModel::ip6Out:
-        sm.copyIp6OutCountersDuplicateSeenIs(true);
-        break;
-      case StatusModel::in:
-        sm.copyInCountersDuplicateSeenIs(true);
-        break;
-      default:
-        sm.copyMacOutCountersDuplicateSeenIs(true);
-        break;
-    }
-  }
+  uint64_t doneGen(size_t poll) const { return ((*world_.sm->inputSmScanState()).*of(poll).done)(); }
+  bool idleFlag(size_t poll) const { return ((*world_.sm->inputSmScanState()).*of(poll).idle)(); }
+  bool startsOver(size_t poll) const { return ((*world_.sm).*of(poll).duplicateSeen)(); }
+  void startOver(size_t poll) { ((*world_.sm).*of(poll).duplicateSeenIs)(true); }
 
   /// One run of one task. Returns false when none is due.
   bool runOne() {
