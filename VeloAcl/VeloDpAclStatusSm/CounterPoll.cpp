@@ -14,18 +14,14 @@ void CounterPoll::taskIs(const MachineFrame::Scheduler& scheduler, int priority,
   task_.is(scheduler, priority, name, [this] { machine_.withMachine([this] { run(); }); });
 }
 
-void CounterPoll::taskIs(const MachineFrame::Scheduler& scheduler, int priority) {
-  taskIs(scheduler, priority, fmt::format("VeloDpAclStatusSm-copy{}Task", spec_.name).c_str());
-}
-
 void CounterPoll::handleInputReady() {
   if (!machine_.initialized()) return;
-  traceStatus(9, "handleCopy{}CodefInputReady", spec_.name);
+  traceStatus(9, "{}", spec_.inputReadyText);
   if (!machine_.initialScanDone()) {
     machine_.handleInitialScanDone();
     return;
   }
-  traceStatus(9, "Inputs for copy{}Codef ready", spec_.name);
+  traceStatus(9, "{}", spec_.inputsText);
   if (!machine_.synchronous() && task_) task_->scheduleTask();
 }
 
@@ -72,13 +68,11 @@ bool CounterPoll::pass(uint64_t) {
   if (!machine_.streaming()) return false;
   const Arguments::Counters input = (machine_.*spec_.input)();
   const auto& counters = input->counterCollection();
-  traceStatus(7, "copy{} = Poll fired", spec_.name);
+  traceStatus(7, "{}", spec_.firedText);
   if (bookmark_) {
-    traceStatus(6, " Resuming foreach( {}.counterCollection ) w/key {}, while flattening {} elements",
-                spec_.inputName, *bookmark_, counters.size());
+    traceStatus(6, spec_.resumingText, std::as_const(*bookmark_), counters.size());
   } else {
-    traceStatus(6, " foreach( {}.counterCollection ) flattening {} elements", spec_.inputName,
-                counters.size());
+    traceStatus(6, spec_.flatteningText, counters.size());
   }
   const Kelp::Ptr<Kiv::TimerTask> task = machine_.synchronous() ? nullptr : task_.get();
   size_t done = 0;

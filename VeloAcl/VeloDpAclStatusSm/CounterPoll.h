@@ -5,17 +5,19 @@
 #include <VeloAcl/VeloDpAclStatusSm/Streams.h>
 
 #include <optional>
-#include <string_view>
 
 namespace Velo::VeloAcl {
 
 class MachinePolls;
 
-/// A row of the machine's table of polls: what a poll copies, what it is called in traces, and where its
-/// state is.
+/// A row of the machine's table of polls: what a poll copies, what it traces, and where its state is.
 struct PollSpec {
-  std::string_view name;  ///< behind "copy"
-  std::string_view inputName;
+  const char* inputReadyText;
+  const char* inputsText;
+  const char* firedText;
+  fmt::format_string<size_t> flatteningText;
+  fmt::format_string<const Velo::Counter::VeloDpAclCounterKey&, size_t> resumingText;
+  const char* taskName;
   const Arguments::Counters& (MachineFrame::*input)() const;
   const PollState& state;
   const bool& (MachinePolls::*duplicateSeen)() const;
@@ -47,7 +49,9 @@ class CounterPoll {
   /// The poll is the one whose pass is over when this field of the scan state changes.
   bool endsWith(const Zeb::Attribute& field) const { return &spec_.state.doneAttribute() == &field; }
   void taskIs(const MachineFrame::Scheduler& scheduler, int priority, const char* name);
-  void taskIs(const MachineFrame::Scheduler& scheduler, int priority);
+  void taskIs(const MachineFrame::Scheduler& scheduler, int priority) {
+    taskIs(scheduler, priority, spec_.taskName);
+  }
   void taskDel() { task_.del(); }
 
  private:

@@ -4,30 +4,58 @@ namespace Velo::VeloAcl {
 
 MachinePolls::MachinePolls(const Arguments& args)
     : MachineStreams(args),
-      copyIpOutCounters_(*this, {.name = "IpOutCounters",
-                                 .inputName = "ipOutCounters",
-                                 .input = &MachineFrame::ipOutCounters,
-                                 .state = copyIpOutCountersState,
-                                 .duplicateSeen = &MachinePolls::copyIpOutCountersDuplicateSeen,
-                                 .duplicateSeenIs = &MachinePolls::copyIpOutCountersDuplicateSeenIs}),
-      copyIp6OutCounters_(*this, {.name = "Ip6OutCounters",
-                                  .inputName = "ip6OutCounters",
-                                  .input = &MachineFrame::ip6OutCounters,
-                                  .state = copyIp6OutCountersState,
-                                  .duplicateSeen = &MachinePolls::copyIp6OutCountersDuplicateSeen,
-                                  .duplicateSeenIs = &MachinePolls::copyIp6OutCountersDuplicateSeenIs}),
-      copyInCounters_(*this, {.name = "InCounters",
-                              .inputName = "inCounters",
-                              .input = &MachineFrame::inCounters,
-                              .state = copyInCountersState,
-                              .duplicateSeen = &MachinePolls::copyInCountersDuplicateSeen,
-                              .duplicateSeenIs = &MachinePolls::copyInCountersDuplicateSeenIs}),
-      copyMacOutCounters_(*this, {.name = "MacOutCounters",
-                                  .inputName = "macOutCounters",
-                                  .input = &MachineFrame::macOutCounters,
-                                  .state = copyMacOutCountersState,
-                                  .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeen,
-                                  .duplicateSeenIs = &MachinePolls::copyMacOutCountersDuplicateSeenIs}) {
+      copyIpOutCounters_(
+          *this,
+          {.inputReadyText = "handleCopyIpOutCountersCodefInputReady",
+           .inputsText = "Inputs for copyIpOutCountersCodef ready",
+           .firedText = "copyIpOutCounters = Poll fired",
+           .flatteningText = " foreach( ipOutCounters.counterCollection ) flattening {} elements",
+           .resumingText =
+               " Resuming foreach( ipOutCounters.counterCollection ) w/key {}, while flattening {} elements",
+           .taskName = "VeloDpAclStatusSm-copyIpOutCountersTask",
+           .input = &MachineFrame::ipOutCounters,
+           .state = copyIpOutCountersState,
+           .duplicateSeen = &MachinePolls::copyIpOutCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyIpOutCountersDuplicateSeenIs}),
+      copyIp6OutCounters_(
+          *this,
+          {.inputReadyText = "handleCopyIp6OutCountersCodefInputReady",
+           .inputsText = "Inputs for copyIp6OutCountersCodef ready",
+           .firedText = "copyIp6OutCounters = Poll fired",
+           .flatteningText = " foreach( ip6OutCounters.counterCollection ) flattening {} elements",
+           .resumingText =
+               " Resuming foreach( ip6OutCounters.counterCollection ) w/key {}, while flattening {} elements",
+           .taskName = "VeloDpAclStatusSm-copyIp6OutCountersTask",
+           .input = &MachineFrame::ip6OutCounters,
+           .state = copyIp6OutCountersState,
+           .duplicateSeen = &MachinePolls::copyIp6OutCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyIp6OutCountersDuplicateSeenIs}),
+      copyInCounters_(
+          *this,
+          {.inputReadyText = "handleCopyInCountersCodefInputReady",
+           .inputsText = "Inputs for copyInCountersCodef ready",
+           .firedText = "copyInCounters = Poll fired",
+           .flatteningText = " foreach( inCounters.counterCollection ) flattening {} elements",
+           .resumingText =
+               " Resuming foreach( inCounters.counterCollection ) w/key {}, while flattening {} elements",
+           .taskName = "VeloDpAclStatusSm-copyInCountersTask",
+           .input = &MachineFrame::inCounters,
+           .state = copyInCountersState,
+           .duplicateSeen = &MachinePolls::copyInCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyInCountersDuplicateSeenIs}),
+      copyMacOutCounters_(
+          *this,
+          {.inputReadyText = "handleCopyMacOutCountersCodefInputReady",
+           .inputsText = "Inputs for copyMacOutCountersCodef ready",
+           .firedText = "copyMacOutCounters = Poll fired",
+           .flatteningText = " foreach( macOutCounters.counterCollection ) flattening {} elements",
+           .resumingText =
+               " Resuming foreach( macOutCounters.counterCollection ) w/key {}, while flattening {} elements",
+           .taskName = "VeloDpAclStatusSm-copyMacOutCountersTask",
+           .input = &MachineFrame::macOutCounters,
+           .state = copyMacOutCountersState,
+           .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyMacOutCountersDuplicateSeenIs}) {
   // The status of the rules waits for this output and for the polls. A poll that was faster has met lists
   // that were not there yet, and so may one that is half way: another pass comes, without a second between.
   ruleIdsByAclRuleIdsOutput_.whenReady([this] {

@@ -1,8 +1,6 @@
 #include <Acl/RuleKinds.h>
 #include <VeloAcl/VeloDpAclStatusSm/StreamValues.h>
 
-#include <string_view>
-
 namespace Velo::VeloAcl {
 
 namespace {
@@ -34,26 +32,46 @@ using Velo::Counter::AclTypeNameTuple;
 
 namespace {
 
-/// What the two streams of one kind of rules let through, and what the kind is called in their traces.
+/// What the two streams of one kind of rules trace and let through.
 struct RuleStreamRow {
   AclType listType;
-  std::string_view name;
-  std::string_view withinName;
+  fmt::format_string<const AclType&, const Kelp::String&, const UniqueId&, RuleText> cfg;
+  fmt::format_string<const AclType&, const Kelp::String&, const char*> init;
+  const char* filterFailed;
+  fmt::format_string<size_t> flattening;
 };
 
 template <class Rule>
 constexpr RuleStreamRow rowOf() = delete;
 template <>
 constexpr RuleStreamRow rowOf<Acl::IpRuleConfig>() {
-  return {AclType::ip, "ip", "Ip"};
+  return {AclType::ip,
+          "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} aclName={} "
+          "uid={} ruleConfig={}",
+          "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+          "filter( ( ( ( aclType == Acl::AclType::ip() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+          "terminating pipeline",
+          " foreach( currCfg.ipRuleById ) flattening {} elements"};
 }
 template <>
 constexpr RuleStreamRow rowOf<Acl::Ip6RuleConfig>() {
-  return {AclType::ipv6, "ip6", "Ip6"};
+  return {AclType::ipv6,
+          "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} aclName={} "
+          "uid={} ruleConfig={}",
+          "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+          "filter( ( ( ( aclType == Acl::AclType::ipv6() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+          "terminating pipeline",
+          " foreach( currCfg.ip6RuleById ) flattening {} elements"};
 }
 template <>
 constexpr RuleStreamRow rowOf<Acl::MacRuleConfig>() {
-  return {AclType::mac, "mac", "Mac"};
+  return {AclType::mac,
+          "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} aclName={} "
+          "uid={} ruleConfig={}",
+          "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+          "filter( ( ( ( aclType == Acl::AclType::mac() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
+          "terminating pipeline",
+          " foreach( currCfg.macRuleById ) flattening {} elements"};
 }
 
 }  // namespace
@@ -63,12 +81,7 @@ template <class Rule>
 void MachineStreams::ruleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
                                    const Rule* ruleConfig) {
   if (!streaming()) return;
-  const std::string_view name = rowOf<Rule>().name;
-  traceStatus(
-      7,
-      "{}RuleCfgStream = from( aclConfig.config[].acl[].currCfg.{}RuleById[] ): aclType={} aclName={} "
-      "uid={} ruleConfig={}",
-      name, name, aclType, aclName, uid, RuleText{ruleConfig});
+  traceStatus(7, rowOf<Rule>().cfg, std::as_const(aclType), aclName, uid, RuleText{ruleConfig});
   eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
@@ -76,21 +89,16 @@ void MachineStreams::ruleCfgStream(AclType aclType, const Kelp::String& aclName,
 template <class Rule>
 void MachineStreams::ruleInitStream(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg) {
   if (!streaming() || listEvents_.overtaken()) return;
-  constexpr RuleStreamRow row = rowOf<Rule>();
-  traceStatus(7, "acl{}RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
-              row.withinName, aclType, aclName, text(aclCfg));
+  const RuleStreamRow row = rowOf<Rule>();
+  traceStatus(7, row.init, std::as_const(aclType), aclName, text(aclCfg));
   const auto rules = aclType == row.listType && aclCfg ? (*aclCfg)->currCfg() : nullptr;
   if (!rules) {
-    traceStatus(
-        6,
-        "filter( ( ( ( aclType == Acl::AclType::{}() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-        "terminating pipeline",
-        row.listType);
+    traceStatus(6, "{}", row.filterFailed);
     return;
   }
   const auto& map = Acl::RuleKind<Rule>::rules(*rules);
   const uint64_t changes = map.changes();
-  traceStatus(6, " foreach( currCfg.{}RuleById ) flattening {} elements", row.name, map.size());
+  traceStatus(6, row.flattening, map.size());
   const auto upToDate = [&] {
     return !stopped_ && !listEvents_.overtaken() && (*aclCfg)->currCfg() == rules;
   };

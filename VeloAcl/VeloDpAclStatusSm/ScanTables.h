@@ -16,18 +16,31 @@ struct StreamScan {
   const Zeb::Attribute& (*attribute)();
   const char* falseText;
 };
-#define VELO_STREAM_SCAN(stream)                                                                     \
-  {                                                                                                  \
-    .done = &InputSmScanState::stream##Scan, .doneIs = &InputSmScanState::stream##ScanIs,            \
-    .attribute = &InputSmScanState::stream##ScanAttribute, .falseText = " " #stream " scan is false" \
-  }
-inline constexpr StreamScan aclIntfConfigStream VELO_STREAM_SCAN(aclIntfConfigStream);
-inline constexpr StreamScan aclConfigStream VELO_STREAM_SCAN(aclConfigStream);
-inline constexpr StreamScan ip6RuleCfgStream VELO_STREAM_SCAN(ip6RuleCfgStream);
-inline constexpr StreamScan ipRuleCfgStream VELO_STREAM_SCAN(ipRuleCfgStream);
-inline constexpr StreamScan macRuleCfgStream VELO_STREAM_SCAN(macRuleCfgStream);
-inline constexpr StreamScan rixPipeline0 VELO_STREAM_SCAN(rix_pipeline0);
-#undef VELO_STREAM_SCAN
+inline constexpr StreamScan aclIntfConfigStream{
+    .done = &InputSmScanState::aclIntfConfigStreamScan,
+    .doneIs = &InputSmScanState::aclIntfConfigStreamScanIs,
+    .attribute = &InputSmScanState::aclIntfConfigStreamScanAttribute,
+    .falseText = " aclIntfConfigStream scan is false"};
+inline constexpr StreamScan aclConfigStream{.done = &InputSmScanState::aclConfigStreamScan,
+                                            .doneIs = &InputSmScanState::aclConfigStreamScanIs,
+                                            .attribute = &InputSmScanState::aclConfigStreamScanAttribute,
+                                            .falseText = " aclConfigStream scan is false"};
+inline constexpr StreamScan ip6RuleCfgStream{.done = &InputSmScanState::ip6RuleCfgStreamScan,
+                                             .doneIs = &InputSmScanState::ip6RuleCfgStreamScanIs,
+                                             .attribute = &InputSmScanState::ip6RuleCfgStreamScanAttribute,
+                                             .falseText = " ip6RuleCfgStream scan is false"};
+inline constexpr StreamScan ipRuleCfgStream{.done = &InputSmScanState::ipRuleCfgStreamScan,
+                                            .doneIs = &InputSmScanState::ipRuleCfgStreamScanIs,
+                                            .attribute = &InputSmScanState::ipRuleCfgStreamScanAttribute,
+                                            .falseText = " ipRuleCfgStream scan is false"};
+inline constexpr StreamScan macRuleCfgStream{.done = &InputSmScanState::macRuleCfgStreamScan,
+                                             .doneIs = &InputSmScanState::macRuleCfgStreamScanIs,
+                                             .attribute = &InputSmScanState::macRuleCfgStreamScanAttribute,
+                                             .falseText = " macRuleCfgStream scan is false"};
+inline constexpr StreamScan rixPipeline0{.done = &InputSmScanState::rix_pipeline0Scan,
+                                         .doneIs = &InputSmScanState::rix_pipeline0ScanIs,
+                                         .attribute = &InputSmScanState::rix_pipeline0ScanAttribute,
+                                         .falseText = " rix_pipeline0 scan is false"};
 
 /// In the order in which they are asked whether they are done.
 inline constexpr std::array streamScans{&aclIntfConfigStream, &aclConfigStream,  &ip6RuleCfgStream,
@@ -49,20 +62,38 @@ struct PollState {
     return generation != 0 && generation == (state.*done)();
   }
 };
-#define VELO_POLL_STATE(poll)                                                                 \
-  {                                                                                           \
-    .idleIs = &InputSmScanState::poll##IdleIs, .done = &InputSmScanState::poll##CodefDoneGen, \
-    .doneIs = &InputSmScanState::poll##CodefDoneGenIs,                                        \
-    .doneAttribute = &InputSmScanState::poll##CodefDoneGenAttribute,                          \
-    .asked = &InputSmScanState::poll##CodefGeneration,                                        \
-    .askedIs = &InputSmScanState::poll##CodefGenerationIs,                                    \
-    .askedInc = &InputSmScanState::poll##CodefGenerationInc                                   \
-  }
-inline constexpr PollState copyIpOutCountersState VELO_POLL_STATE(copyIpOutCounters);
-inline constexpr PollState copyIp6OutCountersState VELO_POLL_STATE(copyIp6OutCounters);
-inline constexpr PollState copyInCountersState VELO_POLL_STATE(copyInCounters);
-inline constexpr PollState copyMacOutCountersState VELO_POLL_STATE(copyMacOutCounters);
-#undef VELO_POLL_STATE
+inline constexpr PollState copyIpOutCountersState{
+    .idleIs = &InputSmScanState::copyIpOutCountersIdleIs,
+    .done = &InputSmScanState::copyIpOutCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyIpOutCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyIpOutCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyIpOutCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyIpOutCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyIpOutCountersCodefGenerationInc};
+inline constexpr PollState copyIp6OutCountersState{
+    .idleIs = &InputSmScanState::copyIp6OutCountersIdleIs,
+    .done = &InputSmScanState::copyIp6OutCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyIp6OutCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyIp6OutCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyIp6OutCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyIp6OutCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyIp6OutCountersCodefGenerationInc};
+inline constexpr PollState copyInCountersState{
+    .idleIs = &InputSmScanState::copyInCountersIdleIs,
+    .done = &InputSmScanState::copyInCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyInCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyInCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyInCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyInCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyInCountersCodefGenerationInc};
+inline constexpr PollState copyMacOutCountersState{
+    .idleIs = &InputSmScanState::copyMacOutCountersIdleIs,
+    .done = &InputSmScanState::copyMacOutCountersCodefDoneGen,
+    .doneIs = &InputSmScanState::copyMacOutCountersCodefDoneGenIs,
+    .doneAttribute = &InputSmScanState::copyMacOutCountersCodefDoneGenAttribute,
+    .asked = &InputSmScanState::copyMacOutCountersCodefGeneration,
+    .askedIs = &InputSmScanState::copyMacOutCountersCodefGenerationIs,
+    .askedInc = &InputSmScanState::copyMacOutCountersCodefGenerationInc};
 inline constexpr std::array pollStates{&copyIpOutCountersState, &copyIp6OutCountersState,
                                        &copyInCountersState, &copyMacOutCountersState};
 

@@ -25,10 +25,10 @@ TEST(TracePlaces, ARecordNamesTheLineThatWroteIt) {
       {IN("IntfWalkers.cpp"), "visits(intfId)", "k: eth1"},
       {IN("CurrCfgWalkers.cpp"), "visits<2>(uid)", "k: 0x0000000000000001"},
       {IN("Streams.cpp"), "\"aclConfigStream = from(", "aclConfigStream = from("},
-      {IN("RuleStreams.cpp"), "\"acl{}RuleInitStream = merge(", "aclIpRuleInitStream = merge("},
+      {IN("RuleStreams.cpp"), "rowOf<Rule>().cfg", "ipRuleCfgStream = from("},
       {IN("RuleStreams.cpp"), "write(intoRuleStatus", "into( status.ruleStatus[ uid ] ): inserting"},
       {IN("CounterStreams.cpp"), "write(intoStatusOfRule", "into( status.ruleStatus[ key.ruleId ] )"},
-      {IN("CounterPoll.cpp"), "\"copy{} = Poll fired\"", "copyInCounters = Poll fired"},
+      {IN("CounterPoll.cpp"), "spec_.firedText", "copyInCounters = Poll fired"},
       {IN("Output.cpp"), "spec_.completeText", "Input scans for aclStatusStatusAclOutput complete"},
   };
 #undef IN
