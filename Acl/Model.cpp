@@ -15,7 +15,7 @@ Kelp::Ptr<T> named(const Kelp::String& name) {
   return MemSlab::make<T>(name);
 }
 
-const Zeb::TypeModule module("Acl", {
+const Zeb::TypeModule modelModule("Acl", {
                                         Zeb::typeEntry(&named<Zeb::Dir>),
                                         Zeb::typeEntry(&named<Config>),
                                         Zeb::typeEntry(&named<Input::Config>),

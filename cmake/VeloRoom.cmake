@@ -3,6 +3,8 @@
 # velo_shared_platform(): every room so far, linked once into libvelo-platform.so, so that a process has one
 # loader, one scheduler and one type registry however many plugins it opens.
 # velo_program_rooms(NAME): every room since then, as a library for programs.
+# velo_seldom_run(): under sanitizers the targets below this folder are compiled without optimisation, which takes a
+# third of the time; what every packet goes through would take far longer to run then.
 
 add_library(velo-flags INTERFACE)
 target_compile_options(velo-flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
@@ -90,3 +92,9 @@ function(velo_program_rooms name)
   # The objects of the rooms go into the library; what they need besides goes to its users.
   target_link_libraries(${name} PUBLIC ${rooms} velo-platform)
 endfunction()
+
+macro(velo_seldom_run)
+  if(VELO_SANITIZE AND NOT VELO_FUZZ)
+    add_compile_options(-O0)
+  endif()
+endmacro()

@@ -9,7 +9,7 @@ usage() {
 usage: scripts/fuzz.sh [--plain] [SECONDS [TARGET...]]
   SECONDS  for each target; 60 when none are given
   TARGET   as in fuzz/README.md; all of them when none is given
-  --plain  no clang: random inputs and those that were found, in the build of scripts/test.sh --sanitize
+  --plain  no libFuzzer: random inputs and those that were found, in the build of scripts/test.sh --sanitize
 Inputs that were found to lead somewhere are kept in build/fuzz/inputs/TARGET. One that is found to be wrong goes to
 build/fuzz/wrong/TARGET-*, with --plain to build/sanitize/wrong/TARGET-input, and ends the run of its target; those
 behind it run all the same, and the status is 1 then.
@@ -42,7 +42,7 @@ done
 preset=fuzz
 if [[ $plain ]]; then
   preset=sanitize
-  "$root/scripts/install_deps.sh"
+  "$root/scripts/install_deps.sh" --sanitize
 else
   "$root/scripts/install_deps.sh" --fuzz
 fi
@@ -66,9 +66,18 @@ run_fuzzer() {
     -print_final_stats=1 -verbosity=0 -artifact_prefix="$wrong/$1-" "$inputs" "$root/fuzz/found/$1" "$root/fuzz/seeds/$1"
 }
 
-failed=()
+# Random inputs take a processor each; the fuzzer is given the machine, for it is judged by what it gets through.
+at_once=1
+[[ -z $plain ]] || at_once=$jobs
+failed=$(mktemp)
+trap 'rm -f "$failed"' EXIT
+run() {
+  say "$1 for $seconds seconds"
+  if [[ $plain ]]; then run_plain "$1"; else run_fuzzer "$1"; fi || echo "$1" >>"$failed"
+}
 for target in "${targets[@]}"; do
-  say "$target for $seconds seconds"
-  if [[ $plain ]]; then run_plain "$target"; else run_fuzzer "$target"; fi || failed+=("$target")
+  while (($(jobs -rp | wc -l) >= at_once)); do wait -n; done
+  run "$target" &
 done
-[[ ${#failed[@]} -eq 0 ]] || die "something is wrong: ${failed[*]} (see $wrong)"
+wait
+[[ ! -s $failed ]] || die "something is wrong: $(sort "$failed" | tr '\n' ' ')(see $wrong)"

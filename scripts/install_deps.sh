@@ -7,9 +7,10 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install_deps.sh [--ci] [--fuzz]
-  --ci    also what only the checks of .ci/run use: a second compiler and the formatter
-  --fuzz  also what scripts/fuzz.sh uses: clang with its fuzzer
+usage: scripts/install_deps.sh [--ci] [--sanitize] [--fuzz]
+  --ci        also what only the checks of .ci/run use: the formatter
+  --sanitize  also what scripts/test.sh --sanitize uses: clang with its sanitizers
+  --fuzz      also what scripts/fuzz.sh uses: clang with its fuzzer
 TEXT
 }
 
@@ -17,8 +18,8 @@ packages=(g++ cmake ninja-build pkg-config python3 libfmt-dev libpcap-dev libsql
   libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
 for argument in "$@"; do
   case $argument in
-    --ci) packages+=(clang clang-format git) ;;
-    --fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    --ci) packages+=(clang-format git) ;;
+    --sanitize | --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     -h | --help)
       usage
       exit 0

@@ -8,7 +8,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 usage() {
   cat <<'TEXT'
 usage: scripts/test.sh [--sanitize|--threads]
-  --sanitize  build/sanitize instead, with the address and undefined-behaviour sanitizers
+  --sanitize  build/sanitize instead, by clang with the address and undefined-behaviour sanitizers
   --threads   build/threads instead, with the thread sanitizer, and only the tests of rooms that have threads
 TEXT
 }
@@ -26,7 +26,9 @@ for argument in "$@"; do
   esac
 done
 
-"$root/scripts/install_deps.sh"
+install=()
+[[ $preset == sanitize ]] && install=(--sanitize)
+"$root/scripts/install_deps.sh" "${install[@]}"
 if [[ $preset == threads ]]; then
   # Lists are compiled, texts read, and the state written on threads of their own; what is counted can be told to
   # expect that. The tests have the label where they are declared.

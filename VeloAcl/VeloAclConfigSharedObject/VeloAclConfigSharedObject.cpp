@@ -5,7 +5,7 @@
 namespace Velo::VeloAcl {
 
 namespace {
-[[gnu::init_priority(LoadOrder::sharedObjectTypes)]] const Zeb::TypeModule module(
+[[gnu::init_priority(LoadOrder::sharedObjectTypes)]] const Zeb::TypeModule sharedObjectModule(
     "VeloAclConfigSharedObject", {Zeb::typeEntry(&veloAclConfigSharedObjectFactory)});
 }
 

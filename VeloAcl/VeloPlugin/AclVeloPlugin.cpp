@@ -12,7 +12,7 @@ namespace {
 // The globals of this file come to be in the order in which they stand: types (LoadOrder.h), log messages,
 // instance.
 
-[[gnu::init_priority(LoadOrder::pluginTypes)]] const Zeb::TypeModule module(
+[[gnu::init_priority(LoadOrder::pluginTypes)]] const Zeb::TypeModule pluginModule(
     "AclVeloPlugin", {
                          Zeb::typeEntry(&aclPluginFactory),
                          Zeb::typeEntry(&dataplaneAclHelperFactory),

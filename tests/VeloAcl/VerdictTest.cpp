@@ -86,18 +86,18 @@ TEST_F(Verdict, AListThatIsBoundButNotDefinedPasses) {
   EXPECT_TRUE(drops(in, AclType::mac)) << "once it is defined the next packet meets it";
 }
 
-struct Collection {
+struct CountedBy {
   AclDirection direction;
   AclType type;
   const char* name;
 };
-constexpr Collection collections[] = {
+constexpr CountedBy collections[] = {
     {in, AclType::ip, "DpAclInRuleMatches"},        {in, AclType::ipv6, "DpAclInRuleMatches"},
     {in, AclType::mac, "DpAclInRuleMatches"},       {out, AclType::ip, "DpAclIpOutRuleMatches"},
     {out, AclType::ipv6, "DpAclIp6OutRuleMatches"}, {out, AclType::mac, "DpAclMacOutRuleMatches"},
 };
 
-class VerdictOfEach : public Verdict, public testing::WithParamInterface<Collection> {
+class VerdictOfEach : public Verdict, public testing::WithParamInterface<CountedBy> {
  protected:
   std::string countedAs(uint64_t id, uint64_t count) const {
     return fmt::format("{}: {} {} L {} = {}", GetParam().name, GetParam().direction, GetParam().type, id,

@@ -12,7 +12,7 @@ namespace SmTest {
 namespace {
 
 using Lines = std::vector<std::string>;
-constexpr auto drop = Acl::ImplicitRuleType::drop;
+constexpr auto implicitDrop = Acl::ImplicitRuleType::drop;
 
 class Slices : public testing::Test, protected World {
  protected:
@@ -61,8 +61,8 @@ TEST_F(Slices, AListThatComesBehindTheWalkOverTheRulesStartsWithoutRules) {
   for (int i = 0; i < 200; ++i) {
     list(AclType::ip, name(i).c_str());
     const auto left = status->statusIs(AclType::ip)->aclIs(name(i));
-    left->implicitRuleIdIs(drop, UniqueId(uint64_t{1}));
-    left->implicitRuleStatusIs(drop, {});
+    left->implicitRuleIdIs(implicitDrop, UniqueId(uint64_t{1}));
+    left->implicitRuleStatusIs(implicitDrop, {});
   }
   status->status(AclType::ip)->aclIs("Z")->ruleStatusIs(r(1), {});
   start();
@@ -193,8 +193,8 @@ TEST_F(Slices, WhatWasSeenIsForgottenInSlicesAndThenTheOutputIsReady) {
     list(AclType::ip, name(i).c_str());
     bind(AclType::ip, AclDirection::in, name(i).c_str(), "L0000");
     status->statusIs(AclType::ip)->aclIs(name(i))->ruleStatusIs(r(1), {});
-    status->status(AclType::ip)->acl(name(i))->implicitRuleIdIs(drop, r(2));
-    status->status(AclType::ip)->acl(name(i))->implicitRuleStatusIs(drop, {});
+    status->status(AclType::ip)->acl(name(i))->implicitRuleIdIs(implicitDrop, r(2));
+    status->status(AclType::ip)->acl(name(i))->implicitRuleStatusIs(implicitDrop, {});
   }
   status->status(AclType::ip)->intfIs(AclDirection::in)->intfIs(Nimnet::IntfId("old"), "L0000");
   start();
@@ -279,8 +279,8 @@ TEST_F(Slices, TheTasksHaveTheirNamesAndTheControlsPriorityAndGoWhenTheyHaveNoth
     bind(type, AclDirection::in, "eth1", "A");
     const auto old = status->statusIs(type);
     old->aclIs("old")->ruleStatusIs(r(1), {});
-    old->acl("old")->implicitRuleIdIs(drop, r(1));
-    old->acl("old")->implicitRuleStatusIs(drop, {});
+    old->acl("old")->implicitRuleIdIs(implicitDrop, r(1));
+    old->acl("old")->implicitRuleStatusIs(implicitDrop, {});
     old->intfIs(AclDirection::in)->intfIs(Nimnet::IntfId("eth9"), "old");
   }
   auto c = control();

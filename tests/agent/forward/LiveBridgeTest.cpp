@@ -47,13 +47,13 @@ class BridgeTest : public testing::Test {
   Agent::Bridge bridge_{{&ends_[0], &ends_[1], &ends_[2]}, clock_};
 };
 
-const Names all = {"eth1", "eth2", "eth3"};
+const Names threePorts = {"eth1", "eth2", "eth3"};
 
 TEST_F(BridgeTest, AStationThatWasHeardOfIsSentToAlone) {
-  EXPECT_EQ(to(bob), all) << "nobody was heard of yet";
+  EXPECT_EQ(to(bob), threePorts) << "nobody was heard of yet";
   hear(2, bob);
   EXPECT_EQ(to(bob), Names{"eth2"});
-  EXPECT_EQ(to(carol), all) << "another station";
+  EXPECT_EQ(to(carol), threePorts) << "another station";
   hear(3, bob);
   EXPECT_EQ(to(bob), Names{"eth3"}) << "it has moved";
 }
@@ -61,8 +61,8 @@ TEST_F(BridgeTest, AStationThatWasHeardOfIsSentToAlone) {
 TEST_F(BridgeTest, VlansAreApart) {
   hear(2, bob, 7);
   EXPECT_EQ(to(bob, 7), Names{"eth2"});
-  EXPECT_EQ(to(bob, 8), all);
-  EXPECT_EQ(to(bob, 0), all);
+  EXPECT_EQ(to(bob, 8), threePorts);
+  EXPECT_EQ(to(bob, 0), threePorts);
 }
 
 TEST_F(BridgeTest, WhatIsNoStationIsNotLearned) {
@@ -70,14 +70,14 @@ TEST_F(BridgeTest, WhatIsNoStationIsNotLearned) {
     hear(2, address);
     EXPECT_EQ(bridge_.known(), 0u) << std::hex << address;
   }
-  EXPECT_EQ(to(0x01005e000001), all) << "a group is at every end";
+  EXPECT_EQ(to(0x01005e000001), threePorts) << "a group is at every end";
 }
 
 TEST_F(BridgeTest, AddressesThatNoBridgeForwardsGoNowhere) {
   EXPECT_EQ(to(0x0180c2000000), Names{});
   EXPECT_EQ(to(0x0180c200000f), Names{});
-  EXPECT_EQ(to(0x0180c2000010), all) << "the first behind them";
-  EXPECT_EQ(to(0x0180c1ffffff), all) << "the last before them";
+  EXPECT_EQ(to(0x0180c2000010), threePorts) << "the first behind them";
+  EXPECT_EQ(to(0x0180c1ffffff), threePorts) << "the last before them";
 }
 
 TEST_F(BridgeTest, WhoIsNotHeardOfForTooLongIsForgotten) {
@@ -88,14 +88,14 @@ TEST_F(BridgeTest, WhoIsNotHeardOfForTooLongIsForgotten) {
   clock_.advance(Agent::Bridge::ageingTime);
   EXPECT_EQ(to(bob), Names{"eth2"}) << "every frame begins the time anew";
   clock_.advance(Kelp::Duration(0.001));
-  EXPECT_EQ(to(bob), all);
+  EXPECT_EQ(to(bob), threePorts);
 }
 
 TEST_F(BridgeTest, AnEndThatIsDownTakesItsStationsAlong) {
   hear(2, bob);
   hear(3, carol);
   bridge_.forget(ends_[1]);
-  EXPECT_EQ(to(bob), all);
+  EXPECT_EQ(to(bob), threePorts);
   EXPECT_EQ(to(carol), Names{"eth3"});
 }
 
