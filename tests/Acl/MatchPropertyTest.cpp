@@ -1,4 +1,5 @@
 #include "../support/RandomFrames.h"
+#include "../support/Sanitizers.h"
 #include "MatchSupport.h"
 #include "ReferenceMatcher.h"
 
@@ -12,7 +13,7 @@ namespace {
 using namespace TestSupport;
 using namespace Acl;
 
-constexpr int listsOfAKind = 4000;
+constexpr int listsOfAKind = TestSupport::sanitizers ? 500 : 4000;
 constexpr int framesOfAList = 50;
 
 constexpr const char* masks4[] = {"255.255.255.255", "255.255.255.0", "255.255.255.128", "0.0.0.1",

@@ -15,16 +15,16 @@ struct TracePlace {
 };
 
 inline std::vector<std::string> sourceLines(const std::string& file) {
-  std::ifstream in(VELO_SOURCE_DIR "/" + file);
-  EXPECT_TRUE(in) << file;
-  std::vector<std::string> numbered{""};  // the first one is at 1
-  for (std::string line; std::getline(in, line);) numbered.push_back(line);
-  return numbered;
+  std::ifstream opened(VELO_SOURCE_DIR "/" + file);
+  EXPECT_TRUE(opened) << file;
+  std::vector<std::string> lines{""};  // the first one is at 1
+  for (std::string line; std::getline(opened, line);) lines.push_back(line);
+  return lines;
 }
 
 /// Looks at the first record that has the text.
 inline void expectPlace(const TraceCapture& traces, const TracePlace& place) {
-  for (const TraceLine& record : traces.numbered()) {
+  for (const TraceLine& record : traces.lines()) {
     if (record.text.find(place.read) == std::string::npos) continue;
     const auto source = sourceLines(place.file);
     const auto line = static_cast<size_t>(record.line);
