@@ -16,22 +16,22 @@ Kelp::Ptr<T> named(const Kelp::String& name) {
 }
 
 const Zeb::TypeModule modelModule("Acl", {
-                                        Zeb::typeEntry(&named<Zeb::Dir>),
-                                        Zeb::typeEntry(&named<Config>),
-                                        Zeb::typeEntry(&named<Input::Config>),
-                                        Zeb::typeEntry(&intfConfigFactory),
-                                        Zeb::typeEntry(&named<StatusDp>),
-                                        Zeb::typeEntry<AclTypeConfig>(),
-                                        Zeb::typeEntry(&named<AclConfig>),
-                                        Zeb::typeEntry<AclSubConfig>(),
-                                        Zeb::typeEntry<IntfTypeConfig>(),
-                                        Zeb::typeEntry<AclIntf>(),
-                                        Zeb::typeEntry<AclTypeStatus>(),
-                                        Zeb::typeEntry(&named<AclStatus>),
-                                        Zeb::typeEntry<Velo::Counter::VeloDpAclCounter>(),
-                                        Zeb::typeEntry<Velo::Counter::VeloDpAclCounterColl>(),
-                                        Zeb::typeEntry<Velo::Counter::RuleIdSet>(),
-                                    });
+                                             Zeb::typeEntry(&named<Zeb::Dir>),
+                                             Zeb::typeEntry(&named<Config>),
+                                             Zeb::typeEntry(&named<Input::Config>),
+                                             Zeb::typeEntry(&intfConfigFactory),
+                                             Zeb::typeEntry(&named<StatusDp>),
+                                             Zeb::typeEntry<AclTypeConfig>(),
+                                             Zeb::typeEntry(&named<AclConfig>),
+                                             Zeb::typeEntry<AclSubConfig>(),
+                                             Zeb::typeEntry<IntfTypeConfig>(),
+                                             Zeb::typeEntry<AclIntf>(),
+                                             Zeb::typeEntry<AclTypeStatus>(),
+                                             Zeb::typeEntry(&named<AclStatus>),
+                                             Zeb::typeEntry<Velo::Counter::VeloDpAclCounter>(),
+                                             Zeb::typeEntry<Velo::Counter::VeloDpAclCounterColl>(),
+                                             Zeb::typeEntry<Velo::Counter::RuleIdSet>(),
+                                         });
 
 }  // namespace
 

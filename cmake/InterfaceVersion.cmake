@@ -24,7 +24,8 @@ function(velo_interface_version name)
   add_library(${name}-text OBJECT ${I_INTO}/interface.cpp)
   target_include_directories(${name}-text PRIVATE ${I_ROOT}/platform ${I_ROOT})
   target_link_libraries(${name}-text PRIVATE velo-flags fmt::fmt)
-  target_compile_options(${name}-text PRIVATE -E -P -w -D__FILE__=0 -D__LINE__=0)
+  # Optimised the same everywhere, for the system's headers say something else when it is off.
+  target_compile_options(${name}-text PRIVATE -E -P -w -O1 -D__FILE__=0 -D__LINE__=0)
 
   configure_file(${CMAKE_SOURCE_DIR}/cmake/layout.cpp.in ${I_INTO}/layout.cpp COPYONLY)
   add_library(${name}-layout OBJECT ${I_INTO}/layout.cpp)

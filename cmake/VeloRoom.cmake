@@ -94,7 +94,7 @@ function(velo_program_rooms name)
 endfunction()
 
 macro(velo_seldom_run)
-  if(VELO_SANITIZE AND NOT VELO_FUZZ)
+  if((VELO_SANITIZE OR VELO_SANITIZE_THREADS) AND NOT VELO_FUZZ)
     add_compile_options(-O0)
   endif()
 endmacro()
