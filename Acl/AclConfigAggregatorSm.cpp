@@ -18,7 +18,7 @@ class AclConfigAggregatorSm::ListMirror final : public Zeb::Notifiee {
 
   void handleChange(const Zeb::Change& change) override {
     if (change.is(AclConfig::currCfgAttribute())) return takeCurrCfg();
-    // Whoever sees the write may end this mirror.
+    // A handler that sees the write may end this mirror.
     const auto rules = rules_;
     const auto copy = copy_;
     forEachRuleKind([&](auto kind) {
@@ -55,8 +55,8 @@ class AclConfigAggregatorSm::ListMirror final : public Zeb::Notifiee {
   }
 
  private:
-  /// A list that is taken over piece by piece: for each kind of rules first those that are stale are taken
-  /// out and then those of the source written.
+  /// A list that is taken over piece by piece: for each kind of rule, first the rules that the source does
+  /// not have are removed, then those of the source are written.
   static constexpr int stages = 6;
 
   void takeCurrCfg() {
@@ -75,7 +75,7 @@ class AclConfigAggregatorSm::ListMirror final : public Zeb::Notifiee {
       stage_ = 0;
       return;
     }
-    // The copy is filled before the target shows it, so that nobody sees it half done.
+    // The copy is filled before it is put into the target, so that nobody sees it half done.
     copy_ = MemSlab::make<AclSubConfig>();
     forEachRuleKind([this](auto kind) {
       for (auto at = kind.rules(*rules_).begin(); at; at.next()) kind.write(*copy_, at.key(), at.value());
@@ -174,7 +174,7 @@ void AclConfigAggregatorSm::handleOffer(const ListKey& key) {
     mirrors_.erase(known);
   }
   auto mirror = std::make_unique<ListMirror>(type, source, config_->configIs(type)->aclIs(name));
-  // Whoever saw the list change may have changed the sources again; then this mirror is not the one any more.
+  // A handler that saw the list change may have changed the sources again; then there is another mirror now.
   const auto* now = offers_.inForce(key);
   if (now && *now == source) mirrors_.try_emplace(key, std::move(mirror));
 }

@@ -12,13 +12,17 @@
 
 namespace Acl {
 
-/// Merges the sources of lists into one configuration. Of the sources that have a list of one kind and name,
-/// the command line's is in force, else the first by name of the input directory; a list never mixes sources,
-/// and when the source in force lets go of it the next takes over. The target follows through notifications:
-/// a changed rule is one write there, a list that comes from another source is one replacement of its
-/// `currCfg`, and a list that goes is one `aclDel`; a rule that stays keeps its id. But a list that something
-/// stands in for (see AclConfig) keeps its `currCfg` when another source takes it over, see takeOver().
-/// Destruction leaves the target as it is.
+/// Merges the sources of lists into one configuration, the target. If several sources have a list of the same
+/// type and name, that of the command line is in force, otherwise that of the first source by name in the
+/// input directory. Lists of several sources are never mixed; when the source in force deletes its list, the
+/// next source takes over.
+///
+/// The target follows by notifications. A changed rule is one write there, a list that comes from another
+/// source is one replacement of its `currCfg`, and a deleted list is one `aclDel`. A rule that stays keeps
+/// its id. The exception is a list that something stands in for (see AclConfig): it keeps its `currCfg` when
+/// another source takes over, and takeOver() changes its rules.
+///
+/// The destructor leaves the target as it is.
 class AclConfigAggregatorSm : public Kelp::Node {
  public:
   using ListKey = std::pair<AclType, Kelp::String>;
@@ -32,11 +36,12 @@ class AclConfigAggregatorSm : public Kelp::Node {
       const Kelp::Ptr<const Zeb::Dir>& inputDir, const Kelp::Ptr<const Input::Config>& cliInput,
       const Kelp::Ptr<Config>& config);
 
-  /// Starts following the sources, and makes the target what they say at once; or stops, leaving it as it is.
+  /// Starts to follow the sources, and brings the target up to date at once; or stops, and leaves it as it
+  /// is.
   void hasNotificationActiveIs(bool on);
 
-  /// Goes on taking over a list that something stands in for: writes at most so many of the rules in which
-  /// the new source differs. True when there is none left; whoever set the stand-in calls it until then.
+  /// Continues to take over a list that something stands in for: writes at most `most` of the rules in which
+  /// the new source differs. True when none is left. Whoever has set the stand-in calls this until then.
   bool takeOver(const ListKey& key, size_t most);
 
   /// The names of the sources that have a list, the one in force first; empty for an unknown list.
@@ -50,7 +55,8 @@ class AclConfigAggregatorSm : public Kelp::Node {
   using Source = Rix::NestedFollower<Hive::DirMerged::entryMap, SourceFollower>;
 
   void handleOffer(const ListKey& key);
-  /// Takes out of the target what no source has: what went while the sources were not followed.
+  /// Deletes everything from the target that no source has: it was deleted while the sources were not
+  /// followed.
   void dropUnoffered();
 
   const Kelp::Ptr<const Zeb::Dir> inputDir_;

@@ -74,7 +74,7 @@ void IntfConfigSm::handleOffer(const BindingKey& key) {
   const auto directions = target_->config(type);
   const auto bindings = directions->intf(direction);
   bindings->intfDel(intf);
-  // Whoever saw the binding go may have bound anew: then these are not the target's maps any more.
+  // A handler that saw the binding go may have made a new one; then the target has other maps now.
   if (bindings->intf().empty() && directions->intf(direction) == bindings) directions->intfDel(direction);
   if (directions->intf().empty() && target_->config(type) == directions) target_->configDel(type);
 }

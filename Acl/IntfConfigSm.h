@@ -11,9 +11,9 @@
 
 namespace AclAgent {
 
-/// Computes the merged interface bindings from a merged view of their sources. Of the sources that bind a
-/// list of one kind to an interface in a direction, the first of the view is in force; when it lets go the
-/// next takes over, in place. An empty name binds nothing. Destruction leaves the target as it is.
+/// Computes the merged interface bindings from a merged view of their sources. If several sources bind a list
+/// of the same type to an interface in the same direction, the first of the view is in force; when it gives
+/// that up, the next one takes over. An empty name binds nothing. The destructor leaves the target as it is.
 class IntfConfigSm : public Kelp::Node {
  public:
   using BindingKey = std::tuple<Acl::AclType, Acl::AclDirection, Nimnet::IntfId>;

@@ -7,7 +7,7 @@
 
 namespace Acl {
 
-/// One list that a packet was held against.
+/// One list that was asked for a packet.
 struct AskedList {
   enum class Outcome { undefined, matched, noMatch };
 
@@ -16,12 +16,12 @@ struct AskedList {
   AclType type;
   const Kelp::String& list;
   Outcome outcome;                   ///< a list that is bound but not defined lets the packet pass
-  Kiv::UniqueId ruleId{};            ///< of noMatch the implicit drop's, empty when there is none yet
-  const RuleConfig* rule = nullptr;  ///< of matched, for the call
+  Kiv::UniqueId ruleId{};            ///< for noMatch that of the implicit drop, or empty if it has none yet
+  const RuleConfig* rule = nullptr;  ///< the rule that matched; valid during the call
 };
 
-/// A trial that also hears of every access list that the packet is held against, in the order in which they
-/// are asked. The lists' counters stay as they are.
+/// A trial that is also told of every access list that is asked for the packet, in that order. The counters
+/// of the lists are not changed.
 class ListTrial : public Velo::PacketTrial {
  public:
   ~ListTrial() override;

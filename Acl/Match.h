@@ -18,7 +18,7 @@
 /// Inlined where they are called, see firstRule().
 namespace Acl {
 
-/// The matchers behind their arguments: `rulesOf` is the map of rules to ask.
+/// What the matchers below have in common. `rulesOf` is the map of rules that is asked.
 template <class Rule, const RuleMap<Rule>& (AclSubConfig::*rulesOf)() const, class MakePacket>
 [[gnu::always_inline]] inline bool matchesRule(const AclConfig& acl, const MakePacket& packet,
                                                Rule* matchedRule, Kiv::UniqueId* matchedRuleId) {

@@ -10,11 +10,11 @@
 #include <string_view>
 #include <utility>
 
-/// The conditions that a rule can make, one row each. The reference matcher asks all of them; whoever
-/// explains a verdict asks the same rows which of them failed.
+/// The conditions that a rule can have, a row for each. The reference matcher tests all of them; an
+/// explanation of a verdict tests the same rows to find those that failed.
 namespace Acl {
 
-/// What IPv4 and IPv6 rules are held against alike.
+/// The fields of a packet that both IPv4 and IPv6 rules are matched with.
 struct IpBaseFields {
   bool protocolKnown = true;
   uint8_t protocol = 0;
@@ -33,7 +33,7 @@ struct IpBaseFields {
   uint8_t icmpType = 0;
   uint8_t icmpCode = 0;
 
-  /// The one L4 header that is there; the others are null.
+  /// Sets the fields of the L4 header. One of the arguments is that header, the others are null.
   template <class Icmp>
   void l4Is(const Icmp* icmp, const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
             const Nimnet::SctpHdr* sctp) {
@@ -58,27 +58,27 @@ struct IpBaseFields {
   }
 };
 
-/// What IPv4 rules are held against.
+/// The fields that IPv4 rules are matched with.
 struct IpFields : IpBaseFields {
   Nimnet::IpAddr source, destination;
   explicit IpFields(const Nimnet::IpHdr& ip);
 };
 
-/// What IPv6 rules are held against.
+/// The fields that IPv6 rules are matched with.
 struct Ip6Fields : IpBaseFields {
   Nimnet::Ip6Addr source, destination;
   explicit Ip6Fields(const Nimnet::Ip6Hdr& ip6);
 };
 
-/// What MAC rules are held against. Labels are not looked at.
+/// The fields that MAC rules are matched with. MPLS labels are not among them.
 struct MacFields {
   Nimnet::EthAddr source, destination;
   uint16_t etherType = 0;
   uint16_t vlanId = 0;
 };
 
-/// One condition: its name for people, whether a packet meets what a filter asks (also when it asks nothing),
-/// and what the packet has there.
+/// One condition: its name for people, a test whether a packet meets the condition of a filter (a filter
+/// without this condition is always met), and the packet's value for people.
 template <class Filter, class Fields>
 struct FieldTest {
   std::string_view name;
@@ -184,7 +184,8 @@ constexpr bool visitAll(const Visit& visit) {
 
 }  // namespace FieldTests
 
-/// Calls `visit` with each condition of a kind of rule until it returns false; returns whether it never did.
+/// Calls `visit` with each condition of a kind of rule until it returns false. Returns true when it never
+/// did.
 template <class Visit>
 constexpr bool visitTests(const IpFilter&, const IpFields&, const Visit& visit) {
   using namespace FieldTests;

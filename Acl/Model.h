@@ -8,7 +8,7 @@
 /// the sources of configuration and the merged result.
 namespace Acl {
 
-/// The rules of a list; only the map of the list's own kind is used.
+/// The rules of a list. Only the map for the list's own type is used.
 class AclSubConfig : public Zeb::Entity {
   ZEB_ENTITY(AclSubConfig, Zeb::Entity)
  public:
@@ -17,11 +17,11 @@ class AclSubConfig : public Zeb::Entity {
   ZEB_COLLECTION(ip6RuleById, RuleMap<Ip6RuleConfig>)
   ZEB_COLLECTION(macRuleById, RuleMap<MacRuleConfig>)
 
-  /// Has the rules of a list of this kind judged in their compiled form, see RuleMap; for lists in force.
+  /// From now on packets are judged by the compiled form of these rules, see RuleMap. For lists in force.
   void compile(AclType type);
-  /// Whether the compiled form is kept up with every write (see CompiledRules), if there is one.
+  /// Whether every write to the rules updates the compiled form, if there is one (see CompiledRules).
   void upkeepIs(AclType type, bool on);
-  /// Whether packets are judged by a compiled form, or by trying the rules because memory ran out for one.
+  /// True when the compiled form is ready, or when there is none because memory ran out.
   bool compiledReady(AclType type) const;
 
  private:
@@ -31,10 +31,10 @@ class AclSubConfig : public Zeb::Entity {
 
 /// A list. Without `currCfg` it has no rules in force and is not programmable.
 ///
-/// While `currCfg` is being rewritten over several turns of the event loop something can stand in for it
-/// before packets, so that none of them meets the list half written: the rules as they were or will be, or
-/// null, which is a list that does not exist. A stand-in is no attribute and is not announced; who set it
-/// takes it back.
+/// While `currCfg` is rewritten in several turns of the event loop, other rules can stand in for it when
+/// packets ask, so that no packet sees the list half written: the rules as they were or will be; or null, as
+/// if the list did not exist. A stand-in is no attribute, and is not announced. Whoever has set it removes it
+/// again.
 class AclConfig : public Zeb::Entity {
   ZEB_ENTITY(AclConfig, Zeb::Entity)
  public:
@@ -120,7 +120,7 @@ Kelp::Ptr<IntfConfig> intfConfigFactory(const Kelp::String& name);
 
 namespace Input {
 
-/// A source of lists: what one operator's channel wants. Its name is the name of the source.
+/// A source of lists. Its name is the name of the source.
 class Config : public Acl::Config {
   ZEB_ENTITY(Config, Acl::Config)
  public:

@@ -8,14 +8,14 @@
 
 namespace Acl {
 
-/// What the sources of configuration offer under each key, in their order of precedence. The first offer is
+/// The values that sources of configuration have for each key, in the order of precedence: the first one is
 /// in force, the others are overridden.
 template <class Key, class Value>
 class Offers {
  public:
   using Ranked = std::map<Hive::MergeRank, Value>;
 
-  /// Notes an offer; true when what is in force has changed by it.
+  /// Sets the value of one source. True when that changes the value in force.
   bool put(const Key& key, const Hive::MergeRank& rank, Value value) {
     Ranked& offers = offers_[key];
     auto [at, isNew] = offers.try_emplace(rank, value);
@@ -26,7 +26,7 @@ class Offers {
     return at == offers.begin();
   }
 
-  /// Takes an offer back; true when what is in force has changed by it.
+  /// Removes the value of one source. True when that changes the value in force.
   bool remove(const Key& key, const Hive::MergeRank& rank) {
     auto all = offers_.find(key);
     if (all == offers_.end()) return false;

@@ -6,11 +6,11 @@
 
 #include <cstdint>
 
-/// Rules as they are written down: plain values, which configuration readers fill and other threads work on.
-/// What a list holds is made of them, see RuleConfig.h.
+/// Rules as plain values, which readers of configuration fill in and other threads may work on. Lists hold
+/// rules that are made from them, see RuleConfig.h.
 namespace Acl {
 
-/// What every rule has.
+/// The part that rules of every kind have.
 struct RuleBase {
   uint32_t sequence = 0;  ///< 1 to 4294967295; rules are tried smallest first
   Action action = Action::permit;
@@ -20,7 +20,7 @@ struct RuleBase {
   Kelp::String remark;         ///< the remarks in front of the rule, a line each
 
   bool operator==(const RuleBase&) const = default;
-  /// Equal in everything that makes it this rule: all but remark and spelling.
+  /// Whether everything is equal except remark and spelling.
   bool isSameBase(const RuleBase& other) const {
     return sequence == other.sequence && action == other.action && log == other.log &&
            mirrorSession == other.mirrorSession;
@@ -33,12 +33,12 @@ struct FilterRule : RuleBase {
   using FilterType = Filter;
   Filter filter;
 
-  /// False when it would be another rule, with an id of its own: anything but remark and spelling differs.
+  /// Whether it is the same rule, which keeps its id: everything is equal except remark and spelling.
   bool isSameRule(const FilterRule& other) const { return isSameBase(other) && filter == other.filter; }
   bool operator==(const FilterRule&) const = default;
 };
 
-// What lists hold of them, see RuleConfig.h.
+// The rules that lists hold, see RuleConfig.h.
 struct IpRuleConfig;
 struct Ip6RuleConfig;
 struct MacRuleConfig;

@@ -6,11 +6,12 @@
 #include <type_traits>
 #include <utility>
 
-/// Rules as lists hold them: values that are copied by sharing what they say, which never changes. They are
-/// counted, so they stay on the event loop's thread.
+/// Rules as lists hold them: values whose copies share the same content, which never changes. The shared
+/// content is counted, so that rules must stay on the event loop's thread.
 namespace Acl {
 
-/// What a rule of any kind says. Made without a rule it holds nothing and says what a default rule does.
+/// The part that rules of every kind have. A default-constructed one has no content and reads like a default
+/// rule.
 class RuleConfig {
  public:
   RuleConfig() = default;
@@ -21,7 +22,7 @@ class RuleConfig {
   const Kelp::String& mirrorSession() const { return base().mirrorSession; }
   const Kelp::String& text() const { return base().text; }
   const Kelp::String& remark() const { return base().remark; }
-  /// All of these; lasts as long as a copy of the rule.
+  /// All of these together; valid as long as a copy of the rule exists.
   const RuleBase& base() const { return body_ ? body_->base : defaultBase; }
 
  protected:
@@ -36,8 +37,8 @@ class RuleConfig {
   Kelp::Ptr<const Body> body_;
 };
 
-/// A rule with the filter of its kind of list. Compared by what is said; copies of one rule are equal at
-/// first sight.
+/// A rule with the filter of its kind of list. Rules are compared by content; copies of one rule are known to
+/// be equal without that.
 template <class Filter>
 class FilterRuleConfig : public RuleConfig {
  public:

@@ -20,8 +20,8 @@ void BuildJob::tryBuild() {
   done_.store(true, std::memory_order_release);
 }
 
-/// The thread with its two ends: a task of the loop collects for jobs and puts them in, and looks from time
-/// to time whether any have come out.
+/// The thread, and the task of the loop that serves it: it collects the rules for jobs, gives the jobs to the
+/// thread, and looks from time to time whether any are done.
 class Workshop::Thread {
  public:
   explicit Thread(std::function<void()> atStart)
@@ -65,7 +65,7 @@ class Workshop::Thread {
       std::unique_lock lock(mutex_);
       wake_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });
       if (stopped_) return;
-      // One that is here for the second time is freed here: what it has in it can be large.
+      // A job that comes a second time is freed here, because it can hold much memory.
       std::shared_ptr<BuildJob> job = std::move(waiting_.front());
       waiting_.pop_front();
       lock.unlock();

@@ -11,24 +11,24 @@
 
 namespace Acl {
 
-/// A list to be compiled: its rules are copied on the event loop's thread, a slice at a time, the form is
-/// made of the copies on any thread, and handed over on the loop's thread. So a list can change, and go,
-/// while it is being compiled.
+/// The job of compiling a list. Its rules are copied on the event loop's thread, a slice at a time; then the
+/// compiled form is made from the copies, on any thread; then it is handed over on the loop's thread. So the
+/// list can change or be deleted while it is compiled.
 class BuildJob {
  public:
   virtual ~BuildJob() = default;
 
-  /// Copies rules until all are copied, true, or until the slice of `task` is used up. Null: no slice.
+  /// Copies rules until the slice of `task` is used up; true when all are copied. Null: there is no slice.
   virtual bool collect(const Kiv::Task* task) = 0;
-  /// Makes the form; it touches nothing but the job.
+  /// Makes the compiled form. It uses nothing outside the job.
   virtual void build() = 0;
   virtual void handleDone() = 0;
-  /// There was not the memory to make it.
+  /// There was not enough memory to make it.
   virtual void handleFailed() = 0;
 
  private:
   friend class Workshop;
-  /// Builds; running out of memory is what may go wrong.
+  /// Calls build(), and notes when memory ran out.
   void tryBuild();
   void handOver() { failed_ ? handleFailed() : handleDone(); }
 
@@ -36,26 +36,25 @@ class BuildJob {
   std::atomic<bool> done_ = false;
 };
 
-/// Where lists are compiled: at once, in the call; or, once it has a thread, beside the event loop, which a
-/// large list would hold up for many slices. Running out of memory in the call is the caller's to answer; of
-/// what is carried out beside the loop nobody waits for an answer, so the job is told (handleFailed). One a
-/// process.
+/// Compiles lists: at once, within the call; or, if it has a thread, beside the event loop, because a large
+/// list would take many slices. If memory runs out within the call, the caller gets the exception. If it runs
+/// out later, the job is told (handleFailed). A process has one workshop.
 class Workshop {
  public:
   static Workshop& singleton();
 
-  /// Whether to use a thread, which first calls `atStart`. Before there is none again, all jobs are finished
-  /// and handed over.
+  /// Starts a thread, which first calls `atStart`, or ends it; then all jobs are finished and handed over
+  /// before this returns.
   void threadIs(bool on, std::function<void()> atStart = {});
   bool hasThread() const;
-  /// Whether no job is under way.
+  /// Whether all jobs are finished.
   bool idle() const;
 
-  /// Carries a job out: before this returns, or in tasks of the loop and on the thread.
+  /// Carries out a job: before this returns, or in tasks of the loop and on the thread.
   void build(const std::shared_ptr<BuildJob>& job);
 
-  /// Has something freed where jobs are carried out, for giving much memory back can take longer than a
-  /// slice. It may hold nothing that others hold, too.
+  /// Frees a value as a job, because to free much memory can take longer than a slice. Nobody else may hold a
+  /// part of the value.
   template <class T>
   void dispose(T&& gone);
 

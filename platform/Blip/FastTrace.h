@@ -10,12 +10,12 @@ namespace Blip {
 /// switched on and off by facility name; a switch may be set before anybody uses its facility and holds for
 /// the life of the process.
 bool fastTraceOn(std::string_view facility);
-/// At most `mostFastTraces` are on, as anything can be named; false when this one would be more.
+/// At most `mostFastTraces` can be on, because any name is accepted; false when there would be more.
 bool fastTraceIs(std::string_view facility, bool on);
 inline constexpr size_t mostFastTraces = 100;
 
-/// Writes one record to ring(): the line "FILE:LINE" and the arguments, parted by blanks. The texts are
-/// copied. Whoever calls has asked fastTraceOn().
+/// Writes one record to ring(): the line "FILE:LINE" and the arguments, separated by blanks. The texts are
+/// copied. To be called only when fastTraceOn() is true.
 void fastTrace(std::string_view file, int line, std::initializer_list<std::string_view> args = {});
 
 }  // namespace Blip

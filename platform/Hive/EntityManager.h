@@ -22,7 +22,7 @@ struct MountProfile {
   std::vector<Mount> mounts;
 };
 
-/// The profiles that an agent keeps, each under the name that its plugin asks for it by.
+/// The profiles that an agent has, by the name under which a plugin asks for its own.
 using MountProfiles = std::map<std::string, MountProfile, std::less<>>;
 
 /// The shared state tree as one process sees it: entities by path. An entity stays mounted until it is
@@ -32,12 +32,12 @@ class EntityManager : public Kelp::Node {
   /// The entity mounted at a path, or null.
   Kelp::Ptr<Zeb::Entity> getEntity(std::string_view path) const;
 
-  /// Mounts an entity; one that was at the path is let go.
+  /// Mounts an entity, in place of the one that was at the path.
   void mountIs(std::string_view path, Kelp::Ptr<Zeb::Entity> entity);
   void mountDel(std::string_view path);
 
-  /// Mounts what a profile asks for and is not there yet, each entity named after the last word of its path.
-  /// Returns what could not be mounted and why, and then has mounted nothing.
+  /// Mounts what a profile asks for and what is not mounted yet. An entity has the last word of its path as
+  /// its name. Returns what could not be mounted and why; then nothing was mounted.
   std::optional<std::string> mountProfile(const MountProfile& profile);
 
  private:

@@ -18,9 +18,9 @@ class Duration {
   constexpr double seconds() const { return seconds_; }
   constexpr auto operator<=>(const Duration&) const = default;
   constexpr Duration operator+(Duration other) const { return Duration(seconds_ + other.seconds_); }
-  /// The time that is `by` later. It is later indeed for every `by` above zero, also where real numbers lie
-  /// so far apart that the sum is this time again: then the next one there is. Whoever waits until a time has
-  /// come asks for it in this way.
+  /// The time that is `by` later. For every `by` above zero the result is really later: when the sum is
+  /// rounded to this same time, it is the next real number. So code that waits for a time cannot wait for the
+  /// present one.
   Duration later(Duration by) const {
     const Duration sum = *this + by;
     if (sum > *this || !(by > Duration())) return sum;

@@ -32,7 +32,7 @@ inline uint32_t hashBytes(const void* data, size_t size, uint32_t seed = 0) {
   return static_cast<uint32_t>(mix64(state ^ tail) >> 32);
 }
 
-/// The seeded 32-bit hash of a key: of integers and enumerations by value, of everything else by its own
+/// The seeded 32-bit hash of a key. Integers and enumerations are hashed by value, everything else by its own
 /// hash() member, which must spread well over all 32 bits.
 template <class K>
 constexpr uint32_t keyHash(const K& key, uint32_t seed = 0) {

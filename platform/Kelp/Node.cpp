@@ -27,8 +27,8 @@ void Node::nodeFlagSet(NodeFlag flag, bool on) {
 void Node::lastUserGone() {
   KELP_ASSERT(home_ != nullptr, "the last reference to a node without a home was dropped");
   nodeFlagSet(nodeLive, false);
-  // A destructor may hand out and drop references to the object; from here on they count from one again, so
-  // that dropping them does not come back here.
+  // A destructor may take and drop references to the object. From here on they count from one again, so that
+  // dropping them does not lead back here.
   word_.fetch_add(1, std::memory_order_relaxed);
   NodeHome* home = home_;
   void* place = dynamic_cast<void*>(this);

@@ -34,7 +34,8 @@ class Node {
   Node& operator=(const Node&) = delete;
 
   void nodeFlagSet(NodeFlag flag, bool on);
-  /// Set once by whoever built the object in place; an object without a home is not freed by its count.
+  /// Set once by the code that has built the object in place. An object without a home is not freed by its
+  /// count.
   void nodeHomeIs(NodeHome* home) { home_ = home; }
 
   bool nodeFlag(NodeFlag flag) const { return (word_.load(std::memory_order_relaxed) & flag) != 0; }

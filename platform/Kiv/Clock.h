@@ -6,7 +6,7 @@
 
 namespace Kiv {
 
-/// Where the time comes from: seconds on a scale of the clock's own. No clock ever runs back.
+/// A source of time, in seconds on a scale of its own. No clock ever goes back.
 class Clock {
  public:
   virtual Kelp::Duration now() const = 0;
@@ -34,7 +34,7 @@ class WallClock final : public Clock {
   mutable std::atomic<double> latest_{0};
 };
 
-/// Stands still until it is told the time: a test's, or a capture's.
+/// Shows the time that it is set to: for tests, and for the time stamps of captures.
 class ManualClock final : public Clock {
  public:
   explicit ManualClock(Kelp::Duration start = Kelp::Duration()) : now_(start) {}
@@ -44,7 +44,7 @@ class ManualClock final : public Clock {
   void nowIs(Kelp::Duration time) {
     if (time > now_) now_ = time;
   }
-  /// Goes on, however large the time is.
+  /// Advances the time, however large it is (see Duration::later).
   void advance(Kelp::Duration by) { nowIs(now_.later(by)); }
 
  private:

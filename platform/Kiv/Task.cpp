@@ -17,7 +17,8 @@ TimerTask::TimerTask(Kelp::Ptr<TaskScheduler> scheduler, int priority, Kelp::Str
 
 Task::~Task() {
   scheduler_->byName_.erase(name_);
-  // What the callback had captured goes with it, and may ask for a task of this name or schedule this one.
+  // Objects that the callback has captured are destroyed with it. They may ask for a task of this name, or
+  // schedule this one.
   dispatch_ = nullptr;
   scheduler_->dequeue(*this);
 }
@@ -49,7 +50,7 @@ bool Task::taskCurrentlyRunning() const { return scheduler_->runningTask() == th
 
 void Task::run() {
   if (!dispatch_) return;
-  // Out of the member while it runs: the dispatch may replace itself.
+  // Moved out of the member while it runs, because the callback may replace itself.
   std::function<void()> running = std::exchange(dispatch_, nullptr);
   dispatchReplaced_ = false;
   std::string escaped;

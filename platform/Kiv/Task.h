@@ -11,12 +11,12 @@ namespace Kiv {
 
 class TaskScheduler;
 
-/// A cooperatively scheduled unit of work: when it is scheduled, its scheduler runs its dispatch callback
-/// once, later, on the event-loop thread. Made by TaskScheduler::taskIs, which gives every user of one name
-/// the same task; the users own it together, the scheduler does not own it. The last Ptr that goes takes the
-/// task out of the queue; a task dropped within its own run lives to the end of that run.
+/// A unit of work that is scheduled cooperatively: after it was scheduled, its scheduler calls its dispatch
+/// callback once, on the event-loop thread. TaskScheduler::taskIs makes tasks, and gives the same task to all
+/// users of one name. The users own it together; the scheduler does not own it. When the last Ptr goes, the
+/// task leaves the queue; a task that is dropped within its own run lives to the end of that run.
 ///
-/// A dispatch may schedule, cancel, drop or make any task, its own included. An exception that escapes it
+/// A dispatch callback may schedule, cancel, drop or make any task, also its own. An exception that leaves it
 /// ends the process.
 class Task : public Kelp::Node {
  public:
@@ -24,29 +24,30 @@ class Task : public Kelp::Node {
   int priority() const { return priority_; }
   const Kelp::Ptr<TaskScheduler>& scheduler() const { return scheduler_; }
 
-  /// Sets what a run does, in place of what was set before; from within a run it holds from the next run on.
-  /// `owner` is for dispatchDel only and is never read through.
+  /// Sets the callback of the task, in place of the one before; within a run, for the next run. `owner` is
+  /// only compared in dispatchDel().
   void dispatchIs(std::function<void()> dispatch, const void* owner = nullptr);
-  /// Takes the callback away if it was set by `owner`: of two users of one task, the one that goes first does
-  /// not silence the other. A run without a callback does nothing.
+  /// Removes the callback if `owner` has set it: when two users share a task, the one that goes first does
+  /// not remove the callback of the other. A run without a callback does nothing.
   void dispatchDel(const void* owner);
 
-  /// Asks for a run in the next turn, behind what is queued with the same priority. Asking again before it
-  /// begins changes nothing; asking from within a run asks for another one. A delay still pending ends.
+  /// Schedules a run in the next turn, behind the tasks that are queued with the same priority. A second call
+  /// before the run begins changes nothing; a call within a run schedules another one. It replaces a delay.
   void scheduleTask();
-  /// Takes back a run that was asked for, delayed or not, and has not begun.
+  /// Cancels a scheduled run, delayed or not, that has not begun.
   void cancelTask();
-  /// True while a run, delayed or not, is asked for and has not begun.
+  /// True while a run is scheduled, delayed or not, and has not begun.
   bool taskWorkQueued() const { return queue_ != Queue::none; }
 
-  /// True when the time is used up: within the task's own run that run's slice or the turn's budget, anywhere
-  /// else as much since the current turn of the loop began. Always true while alwaysYield() holds. One clock
-  /// read; meant to be asked once an item.
+  /// True when the time is used up. Within the task's own run: the slice of the run, or the budget of the
+  /// turn. Elsewhere: as much time since the current turn of the loop began. Always true while alwaysYield()
+  /// holds. Reads a clock once; meant to be asked once for each item.
   bool taskShouldYield() const;
   /// True within the task's own run.
   bool taskCurrentlyRunning() const;
 
-  /// Diagnostics: items done since the task was made, and items that its user last reported as waiting.
+  /// For diagnostics: how many items were done since the task was made, and how many are waiting as its user
+  /// says.
   void taskWorkCountInc(uint64_t items) { workCount_ += items; }
   void taskWorkPendingIs(uint64_t items) { workPending_ = items; }
   uint64_t taskWorkCount() const { return workCount_; }
@@ -86,8 +87,8 @@ class TimerTask final : public Task {
   /// For TaskScheduler::taskIs, which keeps names unique.
   TimerTask(Kelp::Ptr<TaskScheduler> scheduler, int priority, Kelp::String name);
 
-  /// Asks for a run in the first turn that begins `delay` or more from now; zero or less is scheduleTask().
-  /// Of several requests the earliest counts: nothing asked for is put off, unless cancelTask() comes first.
+  /// Schedules a run in the first turn that begins `delay` or more from now; zero or less is scheduleTask().
+  /// Of several calls the earliest time counts: a call never delays a scheduled run.
   void scheduleTaskDelay(Kelp::Duration delay) { scheduleAfter(delay); }
 };
 

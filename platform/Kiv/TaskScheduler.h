@@ -13,18 +13,19 @@
 
 namespace Kiv {
 
-/// Runs tasks between the other work of one event loop. The loop calls turnBegin() at the top of each of its
-/// turns and runTurn() when its other work is done; it may sleep for timeUntilDue().
+/// Runs tasks between the other work of one event loop. The loop calls turnBegin() when a turn begins, and
+/// runTurn() when its other work is done. It may sleep for timeUntilDue().
 ///
-/// A turn runs what was due when runTurn() was called, each task at most once, the higher priority first and
-/// the longer queued first among equals. When the turn's budget is used up the running task is told to yield
-/// and no further one begins; every second turn that follows one cut short so begins with the task that has
-/// waited longest, so that nobody waits for ever. What is asked for during a turn waits for the next one, so
-/// that a task that schedules itself goes behind all others of its priority and a turn always ends.
+/// A turn runs the tasks that were due when runTurn() was called, each of them at most once: tasks of higher
+/// priority first, and among equals the one that was queued first. When the budget of the turn is used up,
+/// the running task is told to yield and no other one begins. Of the turns that follow such a turn, every
+/// second one begins with the task that has waited longest, so that no task waits for ever. A task that is
+/// scheduled during a turn waits for the next one. So a task that schedules itself goes behind all others of
+/// its priority, and a turn always ends.
 ///
-/// Delays are counted on one clock and slices and turns measured on another, which may be the same: a replay
-/// takes delays from its capture and slices from real time. With ManualClocks every order is repeatable.
-/// Clocks are not owned. Held by its tasks; make it with MemSlab::make. One thread.
+/// Delays are counted on one clock, slices and turns on another, which may be the same: a replay takes delays
+/// from its capture and slices from real time. With ManualClocks the order of runs is repeatable. Clocks are
+/// not owned. The scheduler is held by its tasks; make it with MemSlab::make. For one thread.
 class TaskScheduler final : public Kelp::Node {
  public:
   static constexpr Kelp::Duration defaultSlice{0.001};
@@ -33,8 +34,8 @@ class TaskScheduler final : public Kelp::Node {
   explicit TaskScheduler(const Clock& clock = steadyClock());
   ~TaskScheduler() override;
 
-  /// The task of that name, made when there is none; one that exists takes on the priority (and then queues
-  /// behind the tasks of that priority).
+  /// The task with that name, made when there is none. One that exists gets the priority, and queues behind
+  /// the tasks of that priority.
   Kelp::Ptr<TimerTask> taskIs(int priority, const Kelp::String& name);
 
   /// Replaces the clock of delays; pending delays keep what is left of them.
@@ -43,22 +44,21 @@ class TaskScheduler final : public Kelp::Node {
   void sliceClockIs(const Clock& clock);
   /// How long a task may run before taskShouldYield() says so. Not from within a task.
   void sliceIs(Kelp::Duration slice) { slice_ = slice; }
-  /// How long the tasks of a turn may run together, the first of which begins in any case. Not from within a
-  /// task.
+  /// How long all tasks of a turn may run together; the first one begins in any case. Not from within a task.
   void turnBudgetIs(Kelp::Duration budget) { turnBudget_ = budget; }
 
   /// Starts a turn of the loop, which lasts until the next one starts.
   void turnBegin();
   /// How long ago the turn started.
   Kelp::Duration turnAge() const { return sliceClock_->now() - turnStart_; }
-  /// Runs the due tasks; starts a turn unless turnBegin() has since the last run. `used` is what other work
-  /// of the loop has taken of the budget. Returns how many ran. Not to be called from within a task.
+  /// Runs the due tasks; starts a turn if turnBegin() was not called since the last run. `used`: how much of
+  /// the budget other work of the loop has taken. Returns how many tasks ran. Not from within a task.
   size_t runTurn(Kelp::Duration used = Kelp::Duration());
   /// The same for the first due task only; false when there is none.
   bool runOne();
 
-  /// Until the next run is due on the clock of delays: zero when one is due already, nothing when none is
-  /// asked for.
+  /// The time until the next run is due, on the clock of delays: zero when one is due already, nothing when
+  /// none is scheduled.
   std::optional<Kelp::Duration> timeUntilDue() const;
   const Task* runningTask() const { return running_; }
   /// Calls `visit` for every task that somebody holds, in no particular order; it makes and drops none.
@@ -103,7 +103,7 @@ class TaskScheduler final : public Kelp::Node {
   Kelp::Duration runEnd_;  ///< when the running task should yield
   Kelp::Duration turnStart_;
   bool turnBegun_ = false;
-  bool oldestFirst_ = false;  ///< so begins the next turn
+  bool oldestFirst_ = false;  ///< the next turn begins with the task that was queued first
 };
 
 /// The process-wide default scheduler.

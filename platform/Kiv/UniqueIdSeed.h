@@ -4,9 +4,9 @@
 
 namespace Kiv {
 
-/// Has UniqueId::generateUniqueId go on behind an id that an earlier process gave out, so that none is given
-/// out twice. Ids that were not generated, and those that are behind already, change nothing. Before there
-/// are other threads.
+/// Makes UniqueId::generateUniqueId continue after an id that an earlier process has generated, so that no id
+/// is used twice. Does nothing for an id that was not generated, or that it has already passed. To be called
+/// before there are other threads.
 void generatedIdsFollow(UniqueId last);
 
 }  // namespace Kiv

@@ -24,7 +24,8 @@ struct Registry {
   std::vector<std::unique_ptr<Slab>> slabs;
 };
 
-// Never destroyed: objects held by other globals are given back after this file's own globals would be gone.
+// Never destroyed: objects that other globals hold are given back later than this file's globals would be
+// destroyed.
 Registry& registry() {
   static Registry& instance = *new Registry;
   return instance;
@@ -50,7 +51,7 @@ void* Slab::takeUnlocked() {
   if (!free_) grow();
   Free* taken = free_;
   free_ = taken->next;
-  if (free_) __builtin_prefetch(free_, 1);  // whoever takes one place soon takes the next
+  if (free_) __builtin_prefetch(free_, 1);  // the next place is usually taken soon
 #endif
   ++live_;
   return taken;

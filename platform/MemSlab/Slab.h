@@ -13,9 +13,9 @@
 
 namespace MemSlab {
 
-/// Memory for the objects of one type, taken from the heap in chunks and kept for reuse; counts the objects
-/// that live. Records are made on first use and stay for the life of the process (they outlive a plugin that
-/// is closed, and are found again by name when it is opened again).
+/// Memory for the objects of one type, which is taken from the heap in chunks and used again; counts the
+/// objects that are alive. A slab is made on first use and stays until the process ends: it outlives a plugin
+/// that is closed, and is found again by its name when the plugin is opened again.
 class Slab final : public Kelp::NodeHome {
  public:
   Slab(std::string name, size_t size, size_t align);
@@ -29,7 +29,7 @@ class Slab final : public Kelp::NodeHome {
   size_t objectSize() const { return size_; }
   size_t alignment() const { return align_; }
   uint64_t liveCount() const { return live_; }
-  /// Taken from the heap so far, for objects that live and for those to come.
+  /// How many bytes it has taken from the heap so far, for all objects, alive or not.
   size_t heldBytes() const { return heldBytes_; }
 
  private:
@@ -48,16 +48,16 @@ class Slab final : public Kelp::NodeHome {
   std::mutex lock_;  // taken only while Kelp::multiThreaded()
 };
 
-/// The record of a type, made when there is none of that name, size and alignment.
+/// The slab of a type; made when there is none with that name, size and alignment.
 Slab& slab(std::string_view typeName, size_t size, size_t align);
 
-/// Calls `visit` for every record, in the order of their making.
+/// Calls `visit` for every slab, in the order in which they were made.
 void forEachSlab(const std::function<void(const Slab&)>& visit);
 
-/// Objects alive in all slabs.
+/// How many objects are alive in all slabs.
 uint64_t liveCount();
 
-/// "Type: N" a line, for every type that has live objects; empty when there is none.
+/// A line "Type: N" for every type of which objects are alive; empty when there is none.
 std::string liveReport();
 
 namespace Impl {

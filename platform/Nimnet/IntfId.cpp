@@ -7,8 +7,8 @@ namespace Nimnet {
 
 namespace {
 
-/// Never destroyed: ids may outlive whatever is destroyed at the end of the process. An element stays where
-/// it is.
+/// Never destroyed, because ids may be used until the very end of the process. The address of an element
+/// never changes.
 struct Names {
   std::mutex mutex;
   std::unordered_set<Kelp::String> names;
@@ -26,7 +26,7 @@ IntfId::IntfId(const Kelp::String& name) {
   Names& all = allNames();
   const std::lock_guard lock(all.mutex);
   const auto known = all.names.find(name);
-  // A text of its own: the caller's may be counted on another thread.
+  // A separate copy of the text: the caller's may be counted on another thread.
   name_ = known != all.names.end() ? &*known : &*all.names.insert(Kelp::String(name.view())).first;
 }
 

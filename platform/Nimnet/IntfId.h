@@ -4,15 +4,15 @@
 
 namespace Nimnet {
 
-/// The identifier of an interface: its name, which is kept once for all ids and for the life of the process,
-/// so that ids are copied, compared and hashed as a word. The empty id names no interface.
+/// The identifier of an interface: its name. Each name is kept once, for the life of the process, so that ids
+/// are copied, compared and hashed as a word. The empty id names no interface.
 class IntfId {
  public:
   IntfId() = default;
-  /// Looks the name up among all that there were; on any thread.
+  /// Finds the name among all names that there ever were, or adds it. May be called on any thread.
   explicit IntfId(const Kelp::String& name);
-  /// The id of a name that one was made of before, else the empty one: for whoever asks about names that may
-  /// be anything, which are not to be kept. On any thread.
+  /// The id of a name, if one was made of it before; otherwise the empty id. For names that come from
+  /// outside, which must not be kept. May be called on any thread.
   static IntfId known(const Kelp::String& name);
 
   bool empty() const { return name_ == nullptr; }

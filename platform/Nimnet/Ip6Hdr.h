@@ -5,12 +5,12 @@
 
 namespace Nimnet {
 
-/// What an IPv6 extension-header chain came to (RFC 8200, 4).
+/// The result of reading an IPv6 extension-header chain (RFC 8200, 4).
 struct Ip6Chain {
   /// The upper-layer protocol: the Next Header value that names no extension header, or that of the fragment
   /// header of a non-first fragment whatever it names. Meaningless unless `protocolKnown`.
   uint8_t protocol = 0;
-  /// False when the chain is malformed, so that nothing can be said of what is behind it.
+  /// False when the chain is malformed, so that it is not known what is behind it.
   bool protocolKnown = false;
   /// A fragment header was read; an atomic fragment (RFC 6946) has one, too.
   bool hasFragmentHeader = false;
@@ -19,9 +19,9 @@ struct Ip6Chain {
   uint16_t fragmentOffset = 0;
 };
 
-/// The IPv6 header as parsed (RFC 8200, 3): the 40 fixed octets where they lie in the frame, and what the
-/// chain behind them came to, so that nobody walks it again or reads past the frame. Unlike the other headers
-/// this is no overlay. Valid as long as the frame it points into.
+/// The IPv6 header as parsed (RFC 8200, 3): the 40 fixed octets where they lie in the frame, and the result
+/// of the chain behind them, so that the chain is read only once. Unlike the other headers this is no
+/// overlay: it points into the frame, and is valid as long as that.
 ///
 ///   0..3    version (4 bits), traffic class (8 bits), flow label (20 bits)
 ///   4..5    payload length, extension headers included
@@ -53,7 +53,7 @@ class Ip6Hdr {
   /// The upper-layer protocol, see Ip6Chain; ask protocolKnown() first.
   uint8_t protocol() const { return chain_.protocol; }
   bool protocolKnown() const { return chain_.protocolKnown; }
-  /// One of several, the first included; an atomic fragment is none.
+  /// Whether it is one of several fragments, which the first one is, too; an atomic fragment is not.
   bool isFragment() const { return chain_.moreFragments || chain_.fragmentOffset != 0; }
   bool isNonFirstFragment() const { return chain_.fragmentOffset != 0; }
   /// The 40 octets in the frame.

@@ -5,7 +5,8 @@
 
 namespace Nimnet {
 
-/// Protocol and Next Header numbers that the parser reads on behind (one number space, RFC 8200, 4).
+/// Protocol and Next Header numbers of headers that the parser reads (they have one number space, RFC 8200,
+/// 4).
 namespace IpProtocol {
 constexpr uint8_t hopByHop = 0;
 constexpr uint8_t icmp = 1;
@@ -19,8 +20,8 @@ constexpr uint8_t destinationOptions = 60;
 constexpr uint8_t sctp = 132;
 }  // namespace IpProtocol
 
-/// The IPv4 header where it lies in a frame (RFC 791, 3.1), all values in host order. The 20 fixed octets are
-/// there; whether the options behind them were captured, only the parser knows.
+/// The IPv4 header where it lies in a frame (RFC 791, 3.1), all values in host order. Its 20 fixed octets are
+/// there; the options behind them may not have been captured, which only the parser knows.
 ///
 ///   0       version (4 bits), header length in words (4 bits)
 ///   1       type of service: DSCP (6 bits, RFC 2474), ECN (2 bits)
@@ -45,7 +46,7 @@ struct IpHdr {
   bool moreFragments() const { return (bytes[6] & 0x20) != 0; }
   /// In units of 8 octets.
   uint16_t fragmentOffset() const { return read16(bytes + 6) & 0x1fff; }
-  /// One of several, the first included.
+  /// Whether it is one of several fragments; the first one is, too.
   bool isFragment() const { return moreFragments() || fragmentOffset() != 0; }
   bool isNonFirstFragment() const { return fragmentOffset() != 0; }
   uint8_t ttl() const { return bytes[8]; }

@@ -7,7 +7,7 @@
 namespace Nimnet {
 
 // The headers behind IP where they lie in a frame, all values in host order. Each type has exactly the octets
-// that the parser has seen to be there.
+// that the parser has checked to be there.
 
 /// TCP (RFC 9293, 3.1): ports, sequence and acknowledgment numbers, data offset in words and flags, window,
 /// checksum, urgent pointer. Options follow and may not have been captured.
@@ -52,7 +52,7 @@ struct SctpHdr {
   uint8_t bytes[minSize];
 };
 
-/// What all ICMP messages have in common (RFC 792): type, code, checksum.
+/// The part that all ICMP messages have (RFC 792): type, code, checksum.
 struct IcmpHdr {
   static constexpr uint32_t minSize = 4;
 
@@ -62,7 +62,7 @@ struct IcmpHdr {
   uint8_t bytes[minSize];
 };
 
-/// What all ICMPv6 messages have in common (RFC 4443, 2.1): type, code, checksum.
+/// The part that all ICMPv6 messages have (RFC 4443, 2.1): type, code, checksum.
 struct Icmp6Hdr {
   static constexpr uint32_t minSize = 4;
 

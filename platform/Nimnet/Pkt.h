@@ -8,17 +8,17 @@
 
 namespace Nimnet {
 
-/// One frame and what was recorded with it. Made once and filled again for every frame: assign() allocates
-/// only for a frame larger than any before, so pointers into frame() last until the next assign(). The agent
-/// owns the frame, its time and its trace id; the parser sets vlanId and the front offset.
+/// One frame and what was recorded with it. Made once and used again for every frame. assign() allocates only
+/// for a frame that is larger than all before; pointers into frame() are valid until the next assign(). The
+/// agent writes the frame, its time and its trace id; the parser writes vlanId and the front offset.
 class Pkt : public Kelp::Node {
  public:
   Pkt() = default;
 
   /// Takes a copy of `captured` (may be empty) as the frame, from its Ethernet header on and without a frame
-  /// check sequence. `wireLength`: octets the frame had on the wire; less than was captured is read as what
-  /// was captured. `time`: seconds since the epoch. The front offset and the VLAN id become 0; the trace id
-  /// stays.
+  /// check sequence. `wireLength`: how many octets the frame had on the wire; at least as many as were
+  /// captured are assumed. `time`: seconds since the epoch. The front offset and the VLAN id become 0; the
+  /// trace id stays.
   void assign(std::span<const uint8_t> captured, uint32_t wireLength, double time);
   /// The same with a size in octets.
   void assign(const uint8_t* captured, uint32_t capturedLength, uint32_t wireLength, double time) {
@@ -29,19 +29,19 @@ class Pkt : public Kelp::Node {
   void vlanIdIs(uint16_t id) { vlanId_ = id; }
   void traceIdIs(uint64_t id) { traceId_ = id; }
 
-  /// What was captured.
+  /// The captured octets.
   std::span<const uint8_t> frame() const { return frame_; }
   uint32_t size() const { return static_cast<uint32_t>(frame_.size()); }
   /// Octets on the wire, never less than size().
   uint32_t wireLength() const { return wireLength_; }
   /// Seconds since the epoch.
   double time() const { return time_; }
-  /// Where the header begins that the packet is at: 0 is the Ethernet header. Never beyond size().
+  /// The offset of the header that is looked at now; 0 is the Ethernet header. Never beyond size().
   uint32_t frontOffset() const { return frontOffset_; }
   const uint8_t* data() const { return frame_.data() + frontOffset_; }
   /// The id of the outer VLAN tag, 0 to 4095: 0 is untagged or priority-tagged (IEEE 802.1Q, 9.6).
   uint16_t vlanId() const { return vlanId_; }
-  /// The number that traces name this packet by.
+  /// The number of this packet in traces.
   uint64_t traceId() const { return traceId_; }
 
  private:

@@ -10,7 +10,7 @@ namespace Plog {
 namespace {
 
 struct State {
-  // Shared, so that a stream that replaces itself lives to its own end.
+  // Shared, so that a stream that replaces itself lives until it returns.
   std::shared_ptr<const Stream> stream;
   bool writing = false;
 };

@@ -23,8 +23,8 @@ struct Record {
 
 using Stream = std::function<void(const Record&)>;
 
-/// Sets where records go besides the ring, an empty function for nowhere; returns what was set before. What a
-/// stream itself traces goes to the ring only. A stream may replace itself.
+/// Sets the stream that records go to besides the ring, or none with an empty function; returns the one
+/// before. What a stream itself traces goes to the ring only. A stream may replace itself.
 Stream streamIs(Stream stream);
 /// A stream that writes streamLine() and a line feed to an open file, which it does not own, and flushes.
 Stream fileStream(std::FILE* file);

@@ -16,7 +16,7 @@ namespace Plugin::Impl {
 
 namespace {
 
-/// The names of the reflected types of a library that have live objects, with their numbers.
+/// The names of the reflected types of a library of which objects are alive, with how many.
 std::string liveObjectsOf(void* library) {
   std::set<std::string> types;
   for (const Zeb::TypeModule* module : Zeb::typeModules()) {
@@ -35,7 +35,7 @@ std::string liveObjectsOf(void* library) {
   return live;
 }
 
-/// The interface version that the file of a plugin has in it. Of a file without one `why` is told.
+/// The interface version in the file of a plugin. Sets `why` when there is none.
 std::optional<std::string> versionIn(const std::string& path, std::string* why) {
   std::ifstream file(path, std::ios::binary);
   if (!file.is_open()) {
@@ -44,7 +44,8 @@ std::optional<std::string> versionIn(const std::string& path, std::string* why) 
   }
   const std::string_view mark(interfaceMark);
   const std::string_view beginning = mark.substr(0, mark.size() - interfaceVersion.size());
-  // Megabytes: in pieces, each behind the end of the one before, in which a mark may have begun.
+  // The file has megabytes, so it is read in pieces. Each one is put behind the end of the piece before,
+  // because the mark may begin there.
   constexpr size_t readAtOnce = size_t{64} << 10;
   std::string piece;
   do {
@@ -61,7 +62,7 @@ std::optional<std::string> versionIn(const std::string& path, std::string* why) 
   return std::nullopt;
 }
 
-/// What is wrong with a version, if anything.
+/// What is wrong with a version; nothing if it is right.
 std::optional<std::string> refusalOfVersion(std::string_view version) {
   if (version == interfaceVersion) return std::nullopt;
   return fmt::format(

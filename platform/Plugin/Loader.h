@@ -11,20 +11,20 @@
 
 namespace Plugin {
 
-/// Whoever wants to be called with the agent's context once there is one: a plugin's instance.
+/// Is called with the agent's context as soon as there is one: the instance of a plugin.
 template <class Context>
 class PluginInitCaller {
  public:
   virtual ~PluginInitCaller() = default;
   virtual void init(Context* context) = 0;
-  /// The library is about to be closed: lets go of what init made.
+  /// Called before the library is closed: releases what init() has made.
   virtual void letGo() {}
 };
 
 namespace Impl {
 
-/// Opens plugin libraries and keeps account of the plugins that they register. One loader a kind of plugin,
-/// on the agent's main thread.
+/// Opens plugin libraries and keeps a list of the plugins that they register. There is one loader for each
+/// kind of plugin, used on the agent's main thread.
 class LoaderImpl {
  public:
   class InitCaller {
@@ -56,19 +56,19 @@ class LoaderImpl {
   /// Called by a library while it is being closed.
   void unregisterPlugin(const InitCaller* caller);
 
-  /// Opens a library and takes up the plugins that it registers; does not initialise them. A library of
-  /// another interface version is not opened at all. When that fails, returns a sentence that says why, with
-  /// the path, and nothing has changed. To replace a plugin, unload the old one first: two of one name could
-  /// not tell their objects apart.
+  /// Opens a library, which registers its plugins; does not initialise them. A library with another interface
+  /// version is not opened at all. Returns a sentence that says why it failed, with the path; then nothing
+  /// has changed. To replace a plugin, unload the old one first: the objects of two plugins with the same
+  /// name could not be told apart.
   std::optional<std::string> load(const std::string& path);
 
-  /// Closes the library of a plugin. The agent has let go of all it got from the plugin; the instance then
-  /// lets go of its own. When objects of the library's types are alive after that the library is left open,
-  /// and the sentence returned says which.
+  /// Closes the library of a plugin. The agent must have released everything that it got from the plugin;
+  /// then the instance releases its own objects. If objects of the library's types are still alive after
+  /// that, the library stays open, and the returned sentence names them.
   std::optional<std::string> unload(std::string_view name);
 
  private:
-  /// What is wrong with the plugins from this one on, if anything.
+  /// What is wrong with the plugins from this index on; nothing if they are right.
   std::optional<std::string> refusalOf(size_t first) const;
 
   const std::string kind_;
@@ -97,7 +97,7 @@ class Loader : public Impl::LoaderImpl {
     PluginInitCaller<Context>& instance_;
   };
 
-  /// Puts a caller on the front of the list. The list does not own it.
+  /// Adds a caller at the front of the list. The list does not own it.
   void initCallerIs(LoaderInitCallerWithContext& caller) { initCallers_.push_front(&caller); }
   void initCallerDel(LoaderInitCallerWithContext& caller) { initCallers_.remove(&caller); }
 

@@ -7,14 +7,16 @@
 
 namespace Rix {
 
-/// Follows one collection of one entity: `put` is called for every element that is there at the start and for
-/// every one that is set later, `gone` for every one that is taken out. It holds the entity. Handlers are
-/// told of the current state: an element that was set and taken out again before its turn is not mentioned,
-/// one that was taken out and set again may be put without having been gone. The value that a handler is
-/// given is the one in the map: it can be read to the handler's end, even when the handler takes the element
-/// out, but a write to the element shows in it. Handlers may change the collection and withdraw the follower,
-/// but not destroy it. Destruction is silent; withdraw() ends the following and reports every element as
-/// gone.
+/// Follows one collection of one entity, which it holds. It calls `put` for every element that is there at
+/// the start and for every one that is set later, and `gone` for every one that is removed.
+///
+/// Handlers are told of the current state. So an element that was set and removed again before its turn is
+/// not reported, and one that was removed and set again may be put without having been gone. A handler gets
+/// the value in the map itself: it can be read until the handler returns, even when the handler removes the
+/// element, but a write to the element changes it.
+///
+/// Handlers may change the collection and withdraw the follower, but not destroy it. withdraw() ends the
+/// following and reports every element as gone. The destructor reports nothing.
 template <class Map>
 class CollectionFollower final : public Zeb::Notifiee {
  public:
@@ -36,7 +38,7 @@ class CollectionFollower final : public Zeb::Notifiee {
       if (!known_.contains(at.key())) handleKey(at.key());  // known: a handler has set it meanwhile
     }
   }
-  /// What is torn down with the members may still change the collection; it is not followed any more then.
+  /// Unsubscribes first: while the members are destroyed the collection may still change.
   ~CollectionFollower() override { entity_->publisher().unsubscribe(*this); }
 
   void withdraw() {
@@ -55,7 +57,7 @@ class CollectionFollower final : public Zeb::Notifiee {
 
  private:
   void handleKey(const Key& key) {
-    if (const auto at = read_().from(key); at && at.key() == key) {  // keeps the element
+    if (const auto at = read_().from(key); at && at.key() == key) {  // the iterator keeps the element alive
       known_.insert(key);
       put_(key, at.value());
     } else if (known_.erase(key) > 0) {

@@ -28,7 +28,7 @@ void InReactor::doneIs() {
   if (done_) return;
   hasNotificationActiveIs(false);
   done_ = true;
-  if (!nodeFlag(Kelp::nodeLive)) return;  // a destructor is at it already
+  if (!nodeFlag(Kelp::nodeLive)) return;  // a destructor is running already
   zombies().push_back(Kelp::Ptr<InReactor>(this));
 }
 

@@ -5,7 +5,7 @@
 
 namespace Rix {
 
-/// How a state machine is to be run.
+/// How a state machine runs.
 struct SmControl {
   enum Mode : uint8_t { synchronous = 1, asynchronous = 2, machineDefault = 3 };
 
@@ -15,16 +15,16 @@ struct SmControl {
   uint8_t mode = machineDefault;
   bool traceAll = false;  ///< for machines that thin out their traces
 
-  /// Equal in every field: a machine made with the one would be as one made with the other.
+  /// Equal in every field: machines that are made with them behave alike.
   bool operator==(const SmControl&) const = default;
 };
 
 namespace Gen {
 
-/// A reference-counted reactor: follows at most one entity while its notification is on, holding it. A
-/// reactor keeps itself alive while it handles a change, so a handler may let go of it. One that is done is
-/// silent from then on and waits for the sweep (zebDoZombieReactors), so that whoever is still on the stack
-/// below finds it whole.
+/// A reference-counted reactor. It follows at most one entity, which it holds, while its notification is on.
+/// It keeps itself alive while it handles a change, so that a handler may drop the last reference to it. A
+/// reactor that is done handles nothing any further; it is freed in the next sweep (zebDoZombieReactors),
+/// because functions of it may still be on the stack.
 class InReactor : public Kelp::Node, private Zeb::Notifiee {
  public:
   /// Switches change notification on (the watched entity's publisher has this reactor as a subscriber) or
@@ -32,7 +32,7 @@ class InReactor : public Kelp::Node, private Zeb::Notifiee {
   virtual void hasNotificationActiveIs(bool on);
   bool hasNotificationActive() const { return nodeFlag(Kelp::nodeNotifying); }
 
-  /// No change is handled any more; the object stays until the next sweep.
+  /// From now on no change is handled. The object stays until the next sweep.
   void doneIs();
   bool done() const { return done_; }
 
@@ -51,7 +51,8 @@ class InReactor : public Kelp::Node, private Zeb::Notifiee {
   bool done_ = false;
 };
 
-/// Lets go of the reactors that are done. Call it where no reactor is on the stack. Returns their number.
+/// The sweep: releases the reactors that are done. Call it where no reactor is on the stack. Returns their
+/// number.
 size_t zebDoZombieReactors();
 
 /// A reactor that is part of a machine: initialised once, after construction, by whoever creates it.

@@ -7,11 +7,11 @@
 
 namespace Rix {
 
-/// Follows a collection of entities and keeps one child follower an element, made when the element comes and
-/// withdrawn when it goes or another entity takes its place. A Child has withdraw() and holds its entity.
-/// What a child does when it is made or withdrawn may change the collection: the old child is always
-/// withdrawn to its end before the next one of that key is made. `make` may give null for an element without
-/// interest.
+/// Follows a collection of entities, and keeps a child follower for each element. A child is made when its
+/// element comes, and withdrawn when the element goes or is replaced by another entity. A Child has
+/// withdraw() and holds its entity. To make or withdraw a child may change the collection; the old child is
+/// always withdrawn completely before the next one of that key is made. `make` may return null for an element
+/// that is of no interest.
 template <class Map, class Child>
 class NestedFollower {
  public:
@@ -34,15 +34,15 @@ class NestedFollower {
 
  private:
   struct Slot {
-    Kelp::Ptr<const Kelp::Node> entity;  // held, so that its place is not another entity's meanwhile
+    Kelp::Ptr<const Kelp::Node> entity;  // held, so that no other entity can have its address meanwhile
     std::unique_ptr<Child> child;
     bool settling = false;
   };
 
-  /// Brings the child of a key in line with the element that is there now.
+  /// Makes the child of a key fit the element that is there now.
   void settle(const Key& key) {
     auto slot = children_.try_emplace(key).first;
-    if (slot->second.settling) return;  // whoever is at it looks again
+    if (slot->second.settling) return;  // the outer call looks again
     slot->second.settling = true;
     try {
       while (!settleOnce(key, slot->second)) {

@@ -24,7 +24,7 @@ class PktCounter : public Zeb::Entity {
     bytes_ += pkt->wireLength();
     publishChange(packetsAttribute());
   }
-  /// Has it go on from counts that were kept elsewhere, those of an earlier process for instance.
+  /// Sets the counts, for instance to those of an earlier process.
   void countsAre(uint64_t packets, uint64_t bytes) {
     packets_ = packets;
     bytes_ = bytes;
@@ -40,7 +40,7 @@ class PktCounter : public Zeb::Entity {
   uint64_t bytes_ = 0;
 };
 
-/// A named collection of packet counters; what they are keyed by, a derived type knows.
+/// A named collection of packet counters. Derived types decide what the key of a counter is.
 class PktCounterCollectionBase : public Zeb::Entity {
   ZEB_ENTITY(PktCounterCollectionBase, Zeb::Entity)
 

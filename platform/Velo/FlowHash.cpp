@@ -24,7 +24,7 @@ uint32_t flowHash(const ParsedPacket& packet) {
                               ip4->isFragment() ? 0u : portsOf(packet.l4()));
     }
     const Nimnet::Ip6Hdr& ip6 = *ip->ip6Hdr();
-    const bool whole = !ip6.isFragment();  // of fragments the first one only tells the last header's protocol
+    const bool whole = !ip6.isFragment();  // only the first fragment tells the protocol of the last header
     return Kelp::keyHashAll(ip6.source().high, ip6.source().low, ip6.destination().high,
                             ip6.destination().low, whole ? ip6.protocol() : uint8_t{0},
                             whole ? portsOf(packet.l4()) : 0u);

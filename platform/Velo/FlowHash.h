@@ -6,9 +6,10 @@
 
 namespace Velo {
 
-/// A number that is the same for all packets of a flow: of IP packets made from addresses, protocol and ports
-/// (no ports for any fragment, and of IPv6 no protocol, so that the fragments of a datagram stay together),
-/// of all others from the MAC addresses. Call after the full parse.
+/// A number that is the same for all packets of a flow. For IP packets it is made from addresses, protocol
+/// and ports; for fragments without the ports (and for IPv6 without the protocol), so that all fragments of a
+/// datagram have the same number. For other packets it is made from the MAC addresses. Call after the full
+/// parse.
 uint32_t flowHash(const ParsedPacket& packet);
 
 }  // namespace Velo

@@ -11,7 +11,7 @@ namespace Velo {
 /// From which pipeline a packet is mirrored.
 enum class MirroringDirection : uint8_t { ingress = 0, egress = 1 };
 
-/// Who sends mirrored copies: the agent.
+/// Sends mirrored copies; the agent is one.
 class MirrorTarget {
  public:
   /// Sends a copy of the packet out of an interface, through the egress pipeline, marked with the session.
@@ -23,9 +23,9 @@ class MirrorTarget {
   ~MirrorTarget() = default;
 };
 
-/// The mirror sessions of the process, by name, and the way to them. A session may be defined after what
-/// names it; until then what is mirrored to it is counted under "Mirror" in the packet's named counters and
-/// lost.
+/// The mirror sessions of the process, by name, and the way to mirror to them. A rule may name a session that
+/// is defined later. Copies to a session that is not defined are lost, and counted under "Mirror" in the
+/// packet's named counters.
 class MirroringStepHelper : public Kelp::Node {
  public:
   static const Kelp::Ptr<MirroringStepHelper>& singleton();

@@ -10,27 +10,27 @@ namespace Velo {
 class PacketContext;
 class PipelineStep;
 
-/// Hears of a packet that is only tried. Such a packet takes the way of every other, by the same code, and
-/// leaves no mark: whoever would count, copy or send it tells its trial instead. What is counted by name goes
-/// to the counters that the trial made its context with.
+/// Observes a packet that is only tried. Such a packet takes the same way as every other, through the same
+/// code, but it is not counted, copied or sent: its trial is told instead. Named counters are the exception.
+/// They count in the object that the context was made with, which belongs to the trial.
 class PacketTrial {
  public:
   virtual ~PacketTrial();
-  /// A copy would go to the destinations of this session.
+  /// A copy would be sent to the destinations of this session.
   virtual void handleMirrored(const Kelp::String& session) = 0;
-  /// The packet came to the end of the egress pipeline of a port, or to the step that dropped it there; null:
-  /// it would be sent.
+  /// The packet has passed the egress pipeline of a port and would be sent (null), or a step has dropped it
+  /// there.
   virtual void handleEgress(const Nimnet::IntfId& port, const PipelineStep* droppedBy) = 0;
 };
 
-/// The port-channels of a packet: the one whose member received it and the one through whose member it is
-/// sent; either may be the empty id.
+/// The port-channels of a packet: the one that it came in by, and the one that it leaves by. Either may be
+/// the empty id.
 class LagPacketInfo : public Kelp::Node {
  public:
   Nimnet::IntfId ingressPortChannel;
   Nimnet::IntfId egressPortChannel;
 
-  /// The information of a packet that has to do with a port-channel, else null.
+  /// The information of a packet; null when it has to do with no port-channel.
   static Kelp::Ptr<LagPacketInfo> extractInfo(const Kelp::Ptr<PacketContext>& ctx);
 };
 
@@ -43,8 +43,8 @@ class MirroringPacketInfo : public Kelp::Node {
   static Kelp::Ptr<MirroringPacketInfo> extractInfo(const Kelp::Ptr<PacketContext>& ctx);
 };
 
-/// Everything that goes along with one packet on its way. The agent makes a few and fills them again for
-/// every packet: pkt()->assign(...), then begin(). Steps hold a context for the duration of a call only.
+/// Everything that is known of one packet on its way. The agent makes a few contexts and fills them anew for
+/// every packet: pkt()->assign(...), then begin(). Steps must not keep a context beyond the call.
 class PacketContext : public Kelp::Node {
  public:
   explicit PacketContext(Kelp::Ptr<VeloNamedCounters> namedCounters);
@@ -60,7 +60,7 @@ class PacketContext : public Kelp::Node {
   /// The port that received the packet.
   const Nimnet::IntfId& ingressIntf() const { return ingressIntf_; }
   uint64_t traceId() const { return pkt_->traceId(); }
-  /// Null for a packet that is meant. Set once, by who made the context for its trials; not owned.
+  /// Null for a real packet. Set once, by the code that made the context for trials; not owned.
   PacketTrial* trial() const { return trial_; }
   void trialIs(PacketTrial* trial) { trial_ = trial; }
 
@@ -77,7 +77,7 @@ class PacketContext : public Kelp::Node {
   ParsedPacket parsedPacket_;
   Nimnet::IntfId ingressIntf_;
   PacketTrial* trial_ = nullptr;
-  // Made once with the context; valid while the flag beside them says so.
+  // Made together with the context. They are valid while the flags below say so.
   const Kelp::Ptr<LagPacketInfo> lagInfo_;
   const Kelp::Ptr<MirroringPacketInfo> mirroringInfo_;
   bool hasLagInfo_ = false;

@@ -5,12 +5,12 @@
 
 namespace Velo {
 
-/// Why a frame is malformed. A frame has at most one fault: the first that is met from the front of the
-/// frame.
+/// Why a frame is malformed. A frame has at most one fault: the first one from its front.
 ///
-/// Lengths are held against what comes with them: "declared" is what the IP header says, "the frame" is the
-/// length on the wire and, behind LLC, the 802.3 length. A capture may have cut a frame short of its length
-/// on the wire; it may cut payload (TCP options count as payload: nothing here reads them), not headers.
+/// Two lengths count below. "Declared" is the length that the IP header gives. "The frame" ends with
+/// its length on the wire and, behind LLC, also with the 802.3 length. A capture may have cut a frame short
+/// of its length on the wire. It may have cut the payload, also TCP options, which nobody here reads; when it
+/// has cut a header that is a fault.
 enum class ParseFault : uint8_t {
   none,
 

@@ -12,7 +12,8 @@ namespace IpProtocol = Nimnet::IpProtocol;
 
 namespace {
 
-/// LLC for SNAP, unnumbered information, and the organisation code that makes the next 16 bits an EtherType.
+/// The LLC header for SNAP with unnumbered information, and the organisation code with which the next 16 bits
+/// are an EtherType.
 constexpr uint8_t snapStart[] = {0xaa, 0xaa, 0x03, 0x00, 0x00, 0x00};
 constexpr uint32_t snapSize = 8;
 constexpr uint32_t tagSize = 4;
@@ -60,7 +61,7 @@ void ParsedPacket::readEthernet() {
   l3End_ = pkt_->wireLength();
   if (type > EtherType::maxLength || type < snapSize || size - l3At_ < snapSize) return;
   if (std::memcmp(frame + l3At_, snapStart, sizeof snapStart) != 0) return;
-  // The 802.3 length counts from LLC on; what is behind it is padding.
+  // The 802.3 length counts from the LLC header on. Octets behind it are padding.
   l3End_ = std::min(l3End_, l3At_ + type);
   eth_.typeOrLen_ = Nimnet::read16(frame + l3At_ + sizeof snapStart);
   l3At_ += snapSize;
@@ -135,8 +136,8 @@ void ParsedPacket::readIp6() {
   }
 }
 
-/// The L4 headers that both kinds of IP carry. `declaredEnd` is where the packet ends within the frame; it
-/// may be beyond what was captured.
+/// Reads the L4 header, which can be the same for both kinds of IP. `declaredEnd` is where the packet ends
+/// within the frame; a capture may end earlier.
 void ParsedPacket::readL4(uint8_t protocol, uint32_t at, uint32_t declaredEnd) {
   if (protocol == IpProtocol::tcp) {
     l4_.tcp_ = readL4Hdr<Nimnet::TcpHdr>(at, declaredEnd, ParseFault::tcpHeaderCut);

@@ -62,16 +62,16 @@ class ParsedL4 {
   const Nimnet::SctpHdr* sctp_ = nullptr;
 };
 
-/// What a frame says, read in two stages: reset() reads Ethernet and its tags, maybeDoFullParse() the rest,
-/// once. Part of a packet context and used again for the next frame; owns nothing, allocates nothing. Every
-/// header it shows lies in the frame of the packet and is valid until that is assigned anew.
+/// The headers of a frame, read in two stages: reset() reads Ethernet and its tags, maybeDoFullParse() the
+/// rest. Part of a packet context, and used again for the next frame; owns nothing and allocates nothing.
+/// Every header that it returns lies in the frame of the packet, and is valid until the packet gets another
+/// frame.
 ///
 /// IP is what follows the type 0x0800 or 0x86dd, behind up to two tags, of Ethernet II and of SNAP alike.
 /// Behind MPLS and every other type nothing is read, nor are tags behind SNAP: there is no IP header then.
 ///
-/// A malformed frame shows what could be parsed: fault() says what ended the parse, and headers before that
-/// place are there. An IP header of the right version whose fixed octets are there is shown whatever its
-/// lengths say.
+/// For a malformed frame the headers before the fault are there, and fault() says what ended the parse. An IP
+/// header of the right version with all its fixed octets is there whatever its lengths say.
 class ParsedPacket {
  public:
   /// Tags that are read; one more makes the frame malformed.
@@ -79,11 +79,12 @@ class ParsedPacket {
   /// IPv6 extension headers that are read.
   static constexpr uint32_t maxIp6Headers = 8;
 
-  /// Begins with the next frame. `pkt` outlives its use here; its VLAN id is set and its front offset is 0.
+  /// Starts with the next frame. Sets the VLAN id of `pkt`, and its front offset to 0. `pkt` must stay alive
+  /// as long as this is used.
   void reset(Nimnet::Pkt* pkt);
 
-  /// Reads what reset() left; a second call does nothing. With an IP header the front offset of the packet is
-  /// at that header afterwards, otherwise it stays where it was.
+  /// Reads the rest of the frame; a second call does nothing. Sets the front offset of the packet to its IP
+  /// header, if it has one.
   void maybeDoFullParse() {
     if (!fullyParsed_) doFullParse();
   }
@@ -91,11 +92,11 @@ class ParsedPacket {
   const ParsedEthPacket* ethPacket() const { return &eth_; }
   uint16_t typeOrLen() const { return eth_.typeOrLen_; }
 
-  // Of the full parse: null and empty before it.
+  // Results of the full parse; null and empty before it.
   const ParsedIpHdr* ipHdr() const { return hasIp_ ? &ip_ : nullptr; }
   const ParsedL4& l4() const { return l4_; }
 
-  /// Of the stages so far: of the whole frame after maybeDoFullParse().
+  /// The fault that was found so far; after maybeDoFullParse(), in the whole frame.
   ParseFault fault() const { return fault_; }
 
  private:
@@ -115,8 +116,8 @@ class ParsedPacket {
   ParsedIpHdr ip_;
   ParsedL4 l4_;
   uint32_t l3At_ = 0;   ///< where the header behind Ethernet begins
-  uint32_t l3End_ = 0;  ///< where the frame ends for it: on the wire and by the 802.3 length; may be beyond
-                        ///< what was captured
+  uint32_t l3End_ = 0;  ///< where the frame ends, on the wire and by the 802.3 length; a capture may end
+                        ///< earlier
   ParseFault fault_ = ParseFault::none;
   bool hasIp_ = false;
   bool fullyParsed_ = true;

@@ -11,8 +11,8 @@
 
 namespace Velo {
 
-/// Which interfaces are members of which port-channel, by ids or, for whoever only asks whether they may be,
-/// by names.
+/// Which interfaces are members of which port-channel. Interfaces are named by ids, or, where a configuration
+/// is only checked, by texts.
 template <class Id>
 class PortChannelsOf {
  public:
@@ -20,8 +20,8 @@ class PortChannelsOf {
 
   const std::map<Id, Members>& all() const { return channels_; }
   bool has(const Id& portChannel) const { return channels_.contains(portChannel); }
-  /// Defines a port-channel anew. An interface belongs to at most one; what is wrong is returned, and then
-  /// nothing has changed.
+  /// Defines a port-channel, or replaces its members. An interface can belong to one port-channel only.
+  /// Returns what is wrong; then nothing has changed.
   std::optional<std::string> membersIs(const Id& portChannel, Members members) {
     std::set<Id> seen;
     for (const Id& member : members) {
@@ -55,11 +55,11 @@ class PortChannelsOf {
   std::map<Id, Id> channelOf_;
 };
 
-/// The port-channels of the agent, and which member a packet leaves by.
+/// The port-channels of the agent, and the choice of the member that a packet leaves by.
 class PortChannels : public PortChannelsOf<Nimnet::IntfId> {
  public:
-  /// Which of `members` members, more than none, packets of this flow leave by: the same for all packets of a
-  /// flow while their number stays. Flows spread evenly.
+  /// The index of the member that packets of a flow leave by; `members` is how many there are, at least one.
+  /// As long as their number stays it is the same for all packets of a flow. Flows spread evenly.
   static constexpr size_t chosen(uint32_t flowHash, size_t members) {
     return (uint64_t{flowHash} * members) >> 32;
   }

@@ -4,8 +4,8 @@
 
 namespace Velo {
 
-/// Who is registering things just now. The plugin manager sets it around every call into a plugin, so that
-/// registries can later let go of all that this plugin handed them.
+/// Who is registering objects at the moment. The plugin manager sets it around every call into a plugin, so
+/// that registries can later release everything that this plugin gave them.
 class Registrant {
  public:
   using Id = const void*;

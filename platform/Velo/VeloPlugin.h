@@ -21,9 +21,9 @@ struct PluginContext {
   Kelp::Ptr<Hive::EntityManager> entityManager;
 };
 
-/// What a plugin is to the framework: an entity that is driven through phases. Order: the mounts
+/// A plugin as the framework sees it: an entity that is led through phases. Their order is: the mounts
 /// (handleMountStatus, doHiveMountsComplete, createLocalEntities, doMountsComplete, which calls
-/// mountsComplete), setupPluginManager, then activeInit, or standbyInit and later switchoverInit and
+/// mountsComplete); then setupPluginManager; then activeInit, or standbyInit and later switchoverInit and
 /// activeInit.
 class VeloPluginBase : public Zeb::Entity {
   ZEB_ENTITY(VeloPluginBase, Zeb::Entity)
@@ -32,8 +32,8 @@ class VeloPluginBase : public Zeb::Entity {
   void pluginCtxIs(PluginContext* context) { context_ = context; }
   PluginContext* pluginCtx() const { return context_; }
 
-  /// Told, before the mounts, whether everything of the plugin's own mount profile is there; a plugin whose
-  /// mounts failed still runs its phases, with what is there.
+  /// Called before the mounts; `mounted`: whether everything in the plugin's mount profile could be mounted.
+  /// A plugin whose mounts failed still goes through its phases, with what is there.
   virtual void handleMountStatus(bool mounted);
   virtual void doHiveMountsComplete(const Kelp::Ptr<Hive::EntityManager>& entities);
   virtual void createLocalEntities() {}
@@ -44,13 +44,12 @@ class VeloPluginBase : public Zeb::Entity {
   virtual void switchoverInit() {}
   virtual void activeInit() {}
 
-  /// Records the plugin with the framework, in place of an earlier one of its name, and the state tree that
-  /// its profile is to be mounted in and its mounts are taken from.
+  /// Registers the plugin with the framework, in place of an earlier one with its name. `entities` is the
+  /// state tree in which its profile is mounted.
   virtual void savePluginRef(const Kelp::Ptr<Hive::EntityManager>& entities);
   /// Null before savePluginRef.
   const Kelp::Ptr<Hive::EntityManager>& entityManager() const { return entities_; }
-  /// The name under which the agent keeps the plugin's mount profile; one that it does not keep asks for
-  /// nothing.
+  /// The name of the plugin's mount profile. If the agent has no profile of that name, nothing is mounted.
   virtual Kelp::String hiveMountProfilePrefix() const { return name(); }
   bool mounted() const { return mounted_; }
 
@@ -75,8 +74,9 @@ class VeloPlugin : public VeloPluginBase {
   using VeloPluginBase::VeloPluginBase;
 };
 
-/// The agent's side of its plugins: the registries that they put things into, and the plugins themselves. It
-/// drives the phases and, when a plugin goes, takes out of the registries all that the plugin registered.
+/// The agent's side of its plugins: the registries that they put objects into, and the plugins themselves. It
+/// leads the plugins through their phases. When a plugin goes, it removes everything from the registries that
+/// the plugin has registered.
 class PluginManager {
  public:
   PluginManager();
@@ -94,8 +94,8 @@ class PluginManager {
   /// Retires the plugin of a name, if there is one.
   void pluginDel(const Kelp::String& name);
 
-  /// Runs the phases up to activeInit of every plugin that has not been through them, each with its own
-  /// profile mounted in the state tree that it was recorded with. Returns what could not be mounted.
+  /// Leads every new plugin through its phases up to activeInit, with its profile mounted in the state tree
+  /// that it was registered with. Returns what could not be mounted.
   std::optional<std::string> runPhases(const Hive::MountProfiles& profiles);
 
  private:

@@ -10,9 +10,9 @@
 #include <variant>
 #include <vector>
 
-/// How a type declares its attributes: ZEB_ENTITY first, then one row an attribute. A row makes the storage,
-/// the named operations and the reflected attribute `xAttribute()`; comparing, storing and announcing are
-/// Entity's.
+/// How a type declares its attributes: ZEB_ENTITY first, then a row for each attribute. A row makes the
+/// storage, the named operations and the reflected attribute `xAttribute()`. Class Entity compares, stores
+/// and announces the values.
 ///
 ///   class AclTypeStatus : public Zeb::Entity {
 ///     ZEB_ENTITY(AclTypeStatus, Zeb::Entity)
@@ -25,15 +25,16 @@
 ///     ZEB_CHILD(SubConfig, currCfg)             // currCfg(), currCfgIs(p), currCfgDel()
 ///   };
 ///
-/// ZEB_HELD is for types with setters of their own: it declares storage, reader and row only; ZEB_ROW the row
-/// only. The rows of a type are its table, attributeTable<T>, in the order of their lines.
+/// ZEB_HELD is for types that write their setters themselves: it declares storage, reader and row. ZEB_ROW
+/// declares the row only. The rows of a type form its table, attributeTable<T>, in the order of their lines.
 
 namespace Zeb {
 
-/// What gives an attribute: an entry of a type's table.
+/// An entry of a type's table: a function that returns the attribute.
 using AttributeEntry = const Attribute& (*)();
 
-/// The place of a row: a line of the header that declares the type, which is the same for whoever reads it.
+/// The place of a row: its line in the header that declares the type, which is the same in every file that
+/// includes the header.
 template <class Self, int line>
 struct RowAt {};
 /// How many lines below ZEB_ENTITY a row may stand.
@@ -107,7 +108,7 @@ concept HasRowAt = requires {
   Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
 };
 
-/// Puts the row on a line, if there is one, behind those that are in the table.
+/// Adds the row of a line to the table, if that line has one.
 template <class Self, int line>
 constexpr void addRowAt(auto& table, size_t& filled) {
   if constexpr (HasRowAt<Self, line>)

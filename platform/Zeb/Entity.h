@@ -26,7 +26,7 @@ class Entity : public Kelp::Node, public Reflected {
   explicit Entity(Kelp::String name = {}) : name_(std::move(name)) {}
 
   const Kelp::String& name() const { return name_; }
-  /// The owner, which outlives the link: it clears it when it lets go. Null for an entity nobody owns.
+  /// The owner, which clears this when it gives the entity up. Null for an entity that nobody owns.
   Entity* parent() const { return parent_; }
   virtual void parentIs(Entity* parent) { parent_ = parent; }
 
@@ -40,8 +40,8 @@ class Entity : public Kelp::Node, public Reflected {
   void publishChange(const Attribute& attribute, const void* key = nullptr) {
     if (publisher_) publishChangeRecursive(attribute, key);
   }
-  /// Tells the subscribers, of which there has been one. What one of them changes meanwhile is told within
-  /// this call, too.
+  /// Tells the subscribers; there has been one at least. Changes that they make are told within this call,
+  /// too.
   void publishChangeRecursive(const Attribute& attribute, const void* key = nullptr);
 
   template <class T>
@@ -100,8 +100,8 @@ class Entity : public Kelp::Node, public Reflected {
   mutable std::unique_ptr<Publisher> publisher_;
 };
 
-/// An owned entity: its parent is the owner for as long as it is held here, or until another owner takes it
-/// over: the last that took it is the parent. Constness reaches through.
+/// An owned entity. The owner is its parent as long as the entity is held here and no other owner has taken
+/// it: the last one that took it is the parent. An entity in a const Owned is const.
 template <class T>
 class Owned {
  public:
@@ -119,12 +119,12 @@ class Owned {
   }
   ~Owned() { release(); }
 
-  /// Clears the parent, unless another owner has taken the entity over, and goes on holding it.
+  /// Clears the parent, unless another owner has taken the entity, and keeps holding the entity.
   void disown() {
     Entity* owner = std::exchange(owner_, nullptr);
     if (owner && entity_ && entity_->parent() == owner) entity_->parentIs(nullptr);
   }
-  /// Lets go: clears the parent and hands the entity over.
+  /// Clears the parent as disown() does, and hands the entity over to the caller.
   Kelp::Ptr<T> release() {
     disown();
     return std::move(entity_);

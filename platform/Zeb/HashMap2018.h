@@ -8,12 +8,12 @@
 
 namespace Zeb {
 
-/// A hash map whose order of iteration is the order of (hash of the key, key), whatever its history. A bucket
-/// is the run of hashes that share their leading bits, and its chain is sorted, so growing splits each bucket
-/// in place and the order stays. That makes "go on at this key" mean something after any insertion, removal
-/// (of that very key, too) and growth. Growing is done a few buckets at a time, with the elements that are
-/// put in: no write takes long because the map is large. Keys need keyHash, == and <. Not safe for use by
-/// several threads.
+/// A hash map that is iterated in the order of (hash of the key, key), whatever its history. So "continue at
+/// this key" has a meaning after any insertion, any removal (of that very key, too) and any growth.
+///
+/// A bucket has all hashes with the same leading bits, and its chain is sorted. So growing splits each bucket
+/// in two without changing the order. A few buckets are split whenever an element is inserted: no write takes
+/// long because the map is large. Keys need keyHash, == and <. Not safe for use by several threads.
 template <class K, class V>
 class HashMap2018 {
  public:
@@ -32,7 +32,7 @@ class HashMap2018 {
   /// See MapVersion.
   uint64_t changes() const { return version_.changes(); }
   uint32_t version() const { return version_.version(); }
-  /// Counts changes that nobody made: for tests of what happens after very many.
+  /// Counts changes that were not made: for tests of what happens after very many.
   void advanceVersion(uint64_t by) { version_.advance(by); }
 
   const V* find(const K& key) const {
@@ -65,7 +65,7 @@ class HashMap2018 {
     return MapWrite::inserted;
   }
 
-  /// Takes a key out; false when it is not there.
+  /// Removes a key; false when it is not there.
   bool erase(const K& key) {
     if (size_ == 0) return false;
     const uint32_t hash = Kelp::keyHash(key);
@@ -94,7 +94,7 @@ class HashMap2018 {
 
   Iterator begin() const { return Iterator(this, firstFrom(0)); }
   typename Iterator::End end() const { return {}; }
-  /// Starts at a key, or at the element that follows where it would be.
+  /// Starts at a key, or at the first element behind the place where it would be.
   Iterator from(const K& key) const {
     if (size_ == 0) return Iterator(this, nullptr);
     return Iterator(this, settle(*linkTo(key, Kelp::keyHash(key)), Kelp::keyHash(key)));
@@ -112,10 +112,10 @@ class HashMap2018 {
  private:
   static constexpr int minBits = 2;
   static constexpr size_t lookAhead = 16;
-  /// Enough to have split all buckets long before there are twice as many elements.
+  /// So many that all buckets are split long before there are twice as many elements.
   static constexpr int splitsAtOnce = 4;
 
-  // While the map grows, buckets in front are those of the wider array and those behind still to be split.
+  // While the map grows, the front buckets are in the wider array, and the others have still to be split.
   size_t bucketCount() const { return buckets_ ? (size_t{1} << bits_) + split_ : 0; }
   size_t bucketOf(uint32_t hash) const {
     const size_t index = hash >> (32 - bits_);
@@ -132,7 +132,7 @@ class HashMap2018 {
     }
     return nullptr;
   }
-  /// The link behind which (hash, key) is, or would be.
+  /// The link that points to (hash, key), or would point to it.
   Entry** linkTo(const K& key, uint32_t hash) const {
     Entry** link = &bucket(bucketOf(hash));
     while (*link && ((*link)->hash < hash || ((*link)->hash == hash && (*link)->key < key))) {
@@ -147,19 +147,19 @@ class HashMap2018 {
     }
     return nullptr;
   }
-  /// The element itself, or behind the end of the chain that `hash` is in, the first of the later chains.
+  /// The element `at`; when that is null, the end of the chain of `hash`, the first element of a later chain.
   Entry* settle(Entry* at, uint32_t hash) const {
     if (!at) at = firstFrom(bucketOf(hash) + 1);
     if (at) prefetch(at->next);
     return at;
   }
-  /// Elements lie anywhere in memory; who walks them asks for those to come while busy with this one.
+  /// Elements lie anywhere in memory. While the map is walked, those that come later are fetched in advance.
   [[gnu::always_inline]] void prefetchChain(size_t index) const {
     if (index < bucketCount()) prefetch(bucket(index));
   }
-  /// Always inline: as a call, which changes nothing, it would be left out.
+  /// Always inline: the compiler would leave out a call, because the function changes nothing.
   [[gnu::always_inline]] static void prefetch(const Entry* entry) {
-    if (entry) __builtin_prefetch(entry);  // of null it would cost more than it ever saves
+    if (entry) __builtin_prefetch(entry);  // to prefetch null costs more than this test
   }
 
   void grow() {
@@ -167,7 +167,7 @@ class HashMap2018 {
       buckets_ = std::make_unique<Entry*[]>(size_t{1} << bits_);
       return;
     }
-    // Its buckets are cleared as they come into use.
+    // Each of its buckets is set when it comes into use.
     if (!wider_) wider_ = std::make_unique_for_overwrite<Entry*[]>(size_t{2} << bits_);
     for (int i = 0; i < splitsAtOnce && split_ < size_t{1} << bits_; ++i) splitNext();
     if (split_ < size_t{1} << bits_) return;

@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view severityNames[] = {"emergency", "alert",  "critical",      "error",
                                               "warning",   "notice", "informational", "debug"};
 
-// Never destroyed: the handles are globals, and go in any order.
+// Never destroyed: the handles are globals, which are destroyed in any order.
 std::vector<const LogHandle*>& handles() {
   static auto& instance = *new std::vector<const LogHandle*>;
   return instance;

@@ -9,7 +9,7 @@
 
 namespace Zeb {
 
-/// The recommended action of a message that calls for none.
+/// The recommended action of a message that needs no action.
 inline constexpr char logNoAction[] = "\x01";
 
 /// A log message of the system. Texts are not owned; they live as long as the handles made from the
@@ -26,14 +26,14 @@ struct LogDescriptor {
 /// "emergency" to "debug", the keyword of a syslog severity 0 to 7.
 std::string_view logSeverityName(int severity);
 
-/// Has a message in the process-wide catalogue for as long as it lives. The handle also states how its
-/// producers are to limit their rate.
+/// Keeps a message in the process-wide catalogue as long as it lives. It also says how often the message may
+/// be logged.
 class LogHandle {
  public:
-  /// `minInterval`: least time between two emissions, zero for no limit. `intervalFactor`: what the interval
-  /// is multiplied with after each emission that it held back, 1 for a constant one. `burst`: emissions
-  /// allowed at once before the interval holds, zero for no more than one. `emissionLimit`: emissions in the
-  /// life of the process, zero for no limit.
+  /// `minInterval`: the least time between two messages, zero for no limit. `intervalFactor`: by how much the
+  /// interval grows after each message that was held back, 1 for a constant interval. `burst`: how many
+  /// messages are allowed at once before the interval counts, zero for one. `emissionLimit`: how many
+  /// messages there may be in the life of the process, zero for no limit.
   LogHandle(const LogDescriptor& descriptor, Kelp::Duration minInterval, double intervalFactor,
             unsigned burst, unsigned emissionLimit);
   ~LogHandle();
@@ -49,7 +49,8 @@ class LogHandle {
   unsigned burst() const { return burst_; }
   unsigned emissionLimit() const { return emissionLimit_; }
 
-  /// The handles that live, in the order of their making. Valid until the next handle comes or goes.
+  /// The handles that are alive, in the order in which they were made. Valid until a handle is made or
+  /// destroyed.
   static const std::vector<const LogHandle*>& catalogue();
 
  private:

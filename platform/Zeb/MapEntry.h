@@ -7,10 +7,10 @@
 
 namespace Zeb {
 
-/// One element of a map. It is counted, so that an iterator can stand on an element that has been taken out;
-/// such an element is stale: its key and value can still be read, but the map no longer has it. What a search
-/// reads comes first, beside each other, and the elements of a type come from one slab, so that neighbours in
-/// a map that was filled in its own order are neighbours in memory.
+/// One element of a map. It is counted, so that an iterator can stand on an element that was removed. Such an
+/// element is stale: its key and value can still be read, but it is not in the map. The members that a search
+/// reads come first. All elements of a type come from one slab, so that in a map that was filled in its own
+/// order neighbours are neighbours in memory, too.
 template <class K, class V>
 struct MapEntry {
   template <class... Args>
@@ -58,9 +58,9 @@ class MapEntryRef {
   Entry* entry_ = nullptr;
 };
 
-/// Walks a map in its own order and survives every change to it, the removal of the current element included:
-/// elements that were there all along are met once each, whatever is put in or taken out between the steps.
-/// The map itself must outlive the iterator.
+/// Walks a map in its own order while the map may change in any way; even the current element may be removed.
+/// Elements that are there all the time are visited exactly once, whatever is inserted or removed between the
+/// steps. The map must outlive the iterator.
 template <class Map>
 class MapIterator {
  public:
@@ -73,7 +73,7 @@ class MapIterator {
   explicit operator bool() const { return at_.get() != nullptr; }
   const auto& key() const { return at_.get()->key; }
   const auto& value() const { return std::as_const(at_.get()->value); }
-  /// True when the current element has been taken out since the iterator reached it.
+  /// True when the current element was removed since the iterator reached it.
   bool stale() const { return at_.get()->stale; }
   void next() { at_ = MapEntryRef<Entry>(map_->entryAfter(at_.get())); }
 
@@ -94,9 +94,10 @@ class MapIterator {
 /// What a write did to a map.
 enum class MapWrite { unchanged, inserted, replaced };
 
-/// Counts the changes of a collection. Whatever was found in the collection is still what a search would find
-/// as long as changes() is the same: it does not wrap in the life of a process. The version is its lower 23
-/// bits: enough to tell whether a change that was just announced was missed, and for nothing that waits.
+/// Counts the changes of a collection. As long as changes() is the same, a search gives the same result as
+/// before; the count does not wrap in the life of a process. The version is its lower 23 bits. They are
+/// enough to notice that a change which was just announced was missed, but not to compare versions over a
+/// long time.
 class MapVersion {
  public:
   uint64_t changes() const { return changes_; }

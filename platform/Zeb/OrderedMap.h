@@ -26,7 +26,7 @@ class OrderedMap {
   /// See MapVersion.
   uint64_t changes() const { return version_.changes(); }
   uint32_t version() const { return version_.version(); }
-  /// Counts changes that nobody made: for tests of what happens after very many.
+  /// Counts changes that were not made: for tests of what happens after very many.
   void advanceVersion(uint64_t by) { version_.advance(by); }
 
   const V* find(const K& key) const {
@@ -51,7 +51,7 @@ class OrderedMap {
     return MapWrite::inserted;
   }
 
-  /// Takes a key out; false when it is not there.
+  /// Removes a key; false when it is not there.
   bool erase(const K& key) {
     auto at = entries_.find(key);
     if (at == entries_.end()) return false;

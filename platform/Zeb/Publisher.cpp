@@ -8,7 +8,7 @@ Notifiee::~Notifiee() {
   for (Publisher* publisher : publishers_) publisher->forget(*this);
 }
 
-/// Keeps the places of the subscribers fixed for as long as any delivery is under way.
+/// Keeps the places of the subscribers as they are while any delivery is going on.
 class Publisher::Delivery {
  public:
   explicit Delivery(Publisher& publisher) : publisher_(publisher) { ++publisher_.deliveries_; }

@@ -27,7 +27,7 @@ struct Change {
   }
 };
 
-/// Whoever follows entities. It may be destroyed while subscribed, from within a notification, too.
+/// Follows entities. It may be destroyed while it is subscribed, also from within a notification.
 class Notifiee {
  public:
   Notifiee() = default;
@@ -58,7 +58,7 @@ class Publisher {
   void subscribe(Notifiee& who);
   void unsubscribe(Notifiee& who);
   bool hasSubscriber(const Notifiee& who) const;
-  /// Nobody listens (while a delivery is under way, nobody did when the first of it began).
+  /// Whether nobody is subscribed. (During a delivery: whether nobody was when it began.)
   bool empty() const { return subscribers_.empty(); }
   void publish(const Change& change);
 

@@ -20,8 +20,7 @@ class Reflected {
   ~Reflected() = default;
 };
 
-/// One attribute of a type: a row that is written once, where the attribute is declared. Its address is its
-/// identity.
+/// One attribute of a type. It is described once, in the row that declares it, and identified by its address.
 class Attribute {
  public:
   enum class Kind { value, collection };
@@ -30,12 +29,12 @@ class Attribute {
 
   constexpr std::string_view name() const { return name_; }
   constexpr Kind kind() const { return kind_; }
-  /// A copy of a value; of a collection, a pointer to it (const).
+  /// A copy of the value; for a collection, a const pointer to it.
   virtual std::any get(const Reflected& object) const = 0;
   /// Writes a value as the attribute's setter does; false when the attribute has no plain setter or the value
   /// is of another type.
   virtual bool set(Reflected& object, const std::any& value) const = 0;
-  /// The value as text; of a collection, its number of elements.
+  /// The value as text; for a collection, the number of its elements.
   virtual std::string text(const Reflected& object) const = 0;
 
  protected:

@@ -10,8 +10,8 @@ class System {
  public:
   /// Seconds since the epoch. Never less than what the same clock gave before.
   static Kelp::Duration currentTime();
-  /// Replaces the clock, nullptr for the real one. The clock is not owned; its owner takes it back before it
-  /// goes.
+  /// Replaces the clock; nullptr means the real one. The clock is not owned: its owner must replace it again
+  /// before it is destroyed.
   static void clockIs(const Kiv::Clock* clock);
 };
 

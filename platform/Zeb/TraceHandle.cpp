@@ -16,8 +16,9 @@ namespace {
 
 using Impl::TraceFacility;
 
-// A facility is here while it has handles or is on. The records and their names are this library's own, so
-// that no closed plugin is pointed into. Never destroyed: globals with handles go in any order.
+// A facility is here while it has handles or is on. The records and their names belong to this library, so
+// that nothing points into a plugin that was closed. Never destroyed: globals with handles are destroyed in
+// any order.
 using Facilities = std::map<std::string, std::unique_ptr<TraceFacility>, std::less<>>;
 
 Facilities& facilities() {

@@ -13,7 +13,7 @@ namespace Zeb {
 
 namespace Impl {
 
-/// What the handles of one facility share.
+/// The data that all handles of one facility share.
 struct TraceFacility {
   explicit TraceFacility(std::string_view facilityName) : name(facilityName) {}
   const std::string name;
@@ -23,13 +23,13 @@ struct TraceFacility {
 
 }  // namespace Impl
 
-/// A format text, checked when it is compiled, with the line of the call it stands in.
+/// A format text, which the compiler checks, with the line of the call that it is an argument of.
 template <class... Args>
 struct TraceFormat {
   template <class Text>
   requires std::convertible_to<const Text&, std::string_view>
   consteval TraceFormat(const Text& text, int at = __builtin_LINE()) : format(text), line(at) {}
-  /// Of a text that stands in a table and was checked there.
+  /// For a text that comes from a table, where it was checked.
   constexpr TraceFormat(const fmt::format_string<Args...>& checked, int at = __builtin_LINE())
       : format(checked), line(at) {}
   fmt::format_string<Args...> format;
@@ -37,20 +37,20 @@ struct TraceFormat {
 };
 
 /// A trace facility with levels 0 to 9; a higher level tells more. A record goes to the dual trace (Plog)
-/// when its level is on, and costs one test when it is not: nothing is formatted. Arguments are evaluated by
-/// the caller in any case; ask on() first where they are dear.
+/// when its level is on. When it is off, it costs one test and nothing is formatted; but the caller evaluates
+/// the arguments in any case, so ask on() first when they are expensive.
 ///
-/// Handles of the same name share their level. Levels are kept by name, so that they hold for handles made
-/// later; nothing of a handle stays behind when it is destroyed. Levels change on the event-loop thread.
+/// Handles with the same name share their level. Levels are kept by name, so that they also hold for handles
+/// that are made later. Levels change on the event-loop thread only.
 class TraceHandle {
  public:
   static constexpr int lowestLevel = 0;
   static constexpr int highestLevel = 9;
-  /// Facilities that are on before they have handles, at most: whoever switches can name any.
+  /// How many facilities without handles can be on, because any name is accepted.
   static constexpr size_t mostUnused = 100;
 
-  /// `source` names the file that this handle's records come from, as a path of the tree without its
-  /// extension; it is the handle's own, not the facility's, and is copied.
+  /// `source` is the file that this handle's records come from, as a path in the tree without its extension.
+  /// It belongs to the handle, not to the facility, and is copied.
   explicit TraceHandle(std::string_view name, std::string_view source = {});
   ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
@@ -78,13 +78,13 @@ class TraceHandle {
     }
   }
 
-  /// Switches on, for every facility that `spec` names, all levels up to the one named and no other, for
-  /// handles present and to come. A spec is a list of NAME/LEVEL parted by commas, the level one digit;
-  /// blanks around an element do not count, of several elements for one name the last holds, and the empty
-  /// spec names nothing. A malformed spec, or one with which more than `mostUnused` facilities without
-  /// handles would be on, changes nothing; returned is then what is wrong with which element.
+  /// For every facility that `spec` names, switches on all levels up to the one that is named, and no other;
+  /// this also holds for handles that are made later. A spec is a list of NAME/LEVEL separated by commas,
+  /// with a level of one digit. Blanks around an element are ignored, the last element for a name counts, and
+  /// the empty spec names nothing. A malformed spec changes nothing, nor does one with which more than
+  /// `mostUnused` facilities without handles would be on; then it returns what is wrong with which element.
   static std::optional<std::string> enable(std::string_view spec);
-  /// Switches every level of every facility off, for handles to come, too.
+  /// Switches off every level of every facility, also for handles that are made later.
   static void disableAll();
 
  private:

@@ -11,8 +11,8 @@
 
 namespace Zeb {
 
-/// A reflected type as the registry knows it: its description and, when it has one, its constructor from a
-/// list of arguments.
+/// A reflected type in the registry: its description and, if there is one, a function that constructs an
+/// object from a list of arguments.
 struct TypeEntry {
   const TypeData* data;
   std::function<Kelp::Ptr<Kelp::Node>(std::span<const std::any>)> construct;
@@ -40,8 +40,8 @@ TypeEntry typeEntry(Kelp::Ptr<T> (*factory)(Args...)) {
           }};
 }
 
-/// The reflected types of one unit: in the registry for as long as this object lives. One global a unit, so
-/// that closing a plugin takes its types out.
+/// The reflected types of one unit. They are in the registry as long as this object lives. A unit has one as
+/// a global object, so that its types leave the registry when its library is closed.
 class TypeModule {
  public:
   TypeModule(std::string_view unit, std::vector<TypeEntry> entries);
