@@ -1,8 +1,9 @@
 #pragma once
 
-/// In which order the globals of the plugin's library come to be, before those of its files that say nothing:
-/// the order in which files are linked is none to rely on. Log messages and the plugin's instance stand in
-/// one file, behind all of these. The numbers are for [[gnu::init_priority]], which has 101 as its first.
+/// The order in which globals of the plugin's library are constructed. Without it that would depend on the
+/// order in which files are linked. Globals without a priority come after these: the log messages and the
+/// plugin's instance, which stand in one file. The numbers are for [[gnu::init_priority]], which begins at
+/// 101.
 namespace Velo::VeloAcl::LoadOrder {
 
 enum Priority {

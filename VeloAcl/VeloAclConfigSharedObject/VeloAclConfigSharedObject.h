@@ -7,8 +7,8 @@
 
 namespace Velo::VeloAcl {
 
-/// Offers the aggregated list configuration to the other plugins of the agent, under "AclConfig". It shares
-/// ownership of the configuration with the plugin.
+/// Shares the aggregated configuration of lists with the agent and its other plugins, under "AclConfig".
+/// Plugin and shared object own the configuration together.
 class VeloAclConfigSharedObject : public SharedObject {
   ZEB_ENTITY(VeloAclConfigSharedObject, SharedObject)
 
@@ -18,8 +18,8 @@ class VeloAclConfigSharedObject : public SharedObject {
   explicit VeloAclConfigSharedObject(const Kelp::Ptr<Acl::Config>& aclConfig)
       : SharedObject(registryName), aclConfig_(aclConfig) {}
 
-  /// The configuration that the plugin aggregates into; null when the registry has no "AclConfig". Whatever
-  /// is filed under that name is taken to be a VeloAclConfigSharedObject.
+  /// The configuration that the plugin aggregates into; null when the registry has no "AclConfig". An object
+  /// under that name must be a VeloAclConfigSharedObject.
   static Kelp::Ptr<Acl::Config> getAclConfig(const Kelp::Ptr<SharedObjects>& sharedObjects);
   static constexpr std::array<Zeb::Operation, 1> zebOperations{{{"getAclConfig", "sharedObjects"}}};
 

@@ -100,7 +100,8 @@ class AclConfigSm3 final
                              Handlers<&AclConfigSm3::handleConfig3, &AclConfigSm3::handleConfig3Reactor>,
                              Handlers<&AclConfigSm3::handleConfig4, &AclConfigSm3::handleConfig4Reactor>>;
 
-  // The upper end of the onChildEvent chain: what a walker below withdraws, with the keys of all on the way.
+  // The upper end of the onChildEvent chain: a walker below has withdrawn an element. The arguments are the
+  // keys of all walkers on the way.
   void onChildEvent1(Acl::AclType aclType, const Kelp::String& aclName);
   void onChildEvent2(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid);
   void onChildEvent3(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid);

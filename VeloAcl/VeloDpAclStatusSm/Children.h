@@ -3,11 +3,12 @@
 #include <VeloAcl/VeloDpAclStatusSm/Walker.h>
 #include <Zeb/HashMap2018.h>
 
-/// How a walker keeps the walkers below it: by key, at most one, or none. A child is known here before it
-/// starts, so that whoever is told of what it finds, and changes the configuration, meets it.
+/// How a walker keeps the walkers below it: many by key, at most one, or none. A child is put here before it
+/// starts. So a handler that hears of what the child finds, and changes the configuration, finds the child
+/// here.
 namespace Velo::VeloAcl {
 
-/// The walker that is there already, for whoever asks for one over `entity`: no other will do.
+/// The walker that exists already; it must watch the same entity as the one that is asked for.
 template <class Sm, class Entity>
 const Kelp::Ptr<Sm>& reused(const Kelp::Ptr<Sm>& known, const Kelp::Ptr<const Entity>& entity,
                             Walker* parent) {
@@ -17,7 +18,7 @@ const Kelp::Ptr<Sm>& reused(const Kelp::Ptr<Sm>& known, const Kelp::Ptr<const En
   return known;
 }
 
-/// A top walker at its place in the machine, made and started when there is none.
+/// A top walker in its place in the machine; made and started when there is none.
 template <class Sm, class Entity>
 Kelp::Ptr<Sm> topWalkerIs(Kelp::Ptr<Sm>& place, const Kelp::Ptr<const Entity>& entity,
                           VeloDpAclStatusSm& machine) {
@@ -28,8 +29,8 @@ Kelp::Ptr<Sm> topWalkerIs(Kelp::Ptr<Sm>& place, const Kelp::Ptr<const Entity>& e
   return sm;
 }
 
-/// The children of a walker over a collection. A child stays known until it has withdrawn all that came from
-/// it, so until then no other one of its key can be made.
+/// The children of a walker over a collection. A child stays here until it has withdrawn everything that came
+/// from it; until then no other child with its key can be made.
 template <class Key, class Child>
 class ChildWalkers {
  public:
@@ -38,7 +39,7 @@ class ChildWalkers {
     return known ? *known : nullptr;
   }
 
-  /// The child of a key, made and started when there is none.
+  /// The child of a key; made and started when there is none.
   template <class Entity, class Parent>
   Kelp::Ptr<Child> is(const Kelp::Ptr<const Entity>& entity, Parent& parent, const Key& key) {
     if (const auto known = find(key)) return reused(known, entity, &parent);
@@ -47,7 +48,7 @@ class ChildWalkers {
     child->start();
     return child;
   }
-  /// Withdraws and ends a child, which somebody who is told of it may have done meanwhile.
+  /// Withdraws and ends a child. A handler that hears of the withdrawal may have ended it already.
   void del(const Key& key) {
     const auto child = find(key);
     if (!child) return;
@@ -55,7 +56,7 @@ class ChildWalkers {
     if (find(key) == child) children_.erase(key);
     child->stop();
   }
-  /// Has the child that belongs to an entity, none when that is null.
+  /// Makes sure that there is a child for the entity, or none when that is null.
   template <class Entity, class Parent>
   void follow(const Kelp::Ptr<const Entity>& entity, Parent& parent, const Key& key) {
     if (!entity) return del(key);
@@ -72,7 +73,7 @@ class ChildWalkers {
   Zeb::HashMap2018<Key, Kelp::Ptr<Child>> children_;
 };
 
-/// The one child of a walker over an attribute that may name another entity at any time. The old child is
+/// The one child of a walker over an attribute, which may name another entity at any time. The old child is
 /// withdrawn before a new one is made.
 template <class Child>
 class OnlyChild {
@@ -94,8 +95,9 @@ class OnlyChild {
     child->stop();
     if (child_ == child) child_ = nullptr;
   }
-  /// Has the child that belongs to the entity that the attribute names, none when it names none; whoever is
-  /// told that the old one goes may let it name another. `entityNow` reads it.
+  /// Makes sure that there is a child for the entity that the attribute names, or none when it names none.
+  /// entityNow() reads the attribute: a handler that hears of the withdrawal of the old child may have
+  /// changed it.
   template <class EntityNow, class Parent>
   void follow(const EntityNow& entityNow, Parent& parent) {
     if (child_ && child_->en() != entityNow()) del();
@@ -111,7 +113,7 @@ class OnlyChild {
   Kelp::Ptr<Child> child_;
 };
 
-/// Of a walker that nothing is nested in.
+/// For a walker without children.
 struct NoChildren {
   void delAll() {}
   void forEach(const std::function<void(Walker&)>&) const {}

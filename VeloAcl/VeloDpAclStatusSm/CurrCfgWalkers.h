@@ -86,8 +86,8 @@ class AclSm5 final : public TreeWalker<AclSm5, Below<ConfigSm4, Kelp::String>, W
   void onChildEvent4(const Kiv::UniqueId& uid);
 };
 
-// The walker of an entity: the one that is there when it watches the same entity, else a new one, which
-// follows the entity and scans it from here on.
+// The walker for an entity: the present one, which must watch the same entity, or a new one, which is
+// started.
 Kelp::Ptr<AclSm5> AclSm5Is(const Kelp::Ptr<const Acl::AclConfig>& entity, ConfigSm4& parent,
                            const Kelp::String& aclName);
 inline Kelp::Ptr<CurrCfgSm6> CurrCfgSm6Is(const Kelp::Ptr<const Acl::AclSubConfig>& entity, AclSm5& parent) {

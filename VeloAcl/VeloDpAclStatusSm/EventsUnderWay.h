@@ -2,10 +2,10 @@
 
 namespace Velo::VeloAcl {
 
-/// The events of a stream that are being carried out, each within a write of the one before it: whoever is
-/// told of a write may change what the event is about, and that is an event of its own, carried out at once
-/// and to its end. It says what is true now. So the event around it must not write any more: it was
-/// overtaken.
+/// The events of a stream that are being carried out, each one within a write of the one before. A handler
+/// that is told of a write may change the very thing that the event is about. That is a new event, which is
+/// carried out at once and completely, and which knows the present state. So the event around it must not
+/// write any further: it was overtaken.
 template <class Key>
 class EventsUnderWay {
  public:
@@ -28,7 +28,7 @@ class EventsUnderWay {
     bool overtaken_ = false;
   };
 
-  /// Of the innermost event.
+  /// Whether the innermost event was overtaken.
   bool overtaken() const { return innermost_ && innermost_->overtaken(); }
 
  private:

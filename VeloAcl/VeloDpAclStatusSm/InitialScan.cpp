@@ -2,7 +2,7 @@
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walkers.h>
 
-/// The end of the first pass and the second, and what a finished scan or poll sets off.
+/// The end of the first pass, the second pass, and what happens when a scan or poll has ended.
 namespace Velo::VeloAcl {
 
 void VeloDpAclStatusSm::handleInitialScanDone() {
@@ -35,7 +35,8 @@ void VeloDpAclStatusSm::runSecondPass() {
   });
 }
 
-/// Each collection of counters is copied once after the second pass, at once where there are no tasks.
+/// Each collection of counters is copied after the second pass; in a machine without tasks at once, and only
+/// then.
 void VeloDpAclStatusSm::startPolls() {
   for (CounterPoll* poll : polls()) poll->ask();
   if (!synchronous_) return;

@@ -96,8 +96,8 @@ class AclIntfConfigSm0 final
   }
 };
 
-// The walker of an entity: the one that is there when it watches the same entity, else a new one, which
-// follows the entity and scans it from here on.
+// The walker for an entity: the present one, which must watch the same entity, or a new one, which is
+// started.
 Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,
                                                VeloDpAclStatusSm& machine);
 inline Kelp::Ptr<ConfigSm1> ConfigSm1Is(const Kelp::Ptr<const Acl::IntfTypeConfig>& entity,

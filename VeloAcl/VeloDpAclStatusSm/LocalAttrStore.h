@@ -5,7 +5,7 @@
 
 namespace Velo::VeloAcl {
 
-/// One entry of the rule-id index: holds the set of a list's rule ids, made on first use.
+/// One entry of the rule-id index: it holds the set of the ids of a list's rules, which is made on first use.
 class LocalAttrVeloCounterAclTypeNameTupleVeloCounterRuleIdSetPtr : public Zeb::Entity {
   ZEB_ENTITY(LocalAttrVeloCounterAclTypeNameTupleVeloCounterRuleIdSetPtr, Zeb::Entity)
 
@@ -23,8 +23,8 @@ class LocalAttrVeloCounterAclTypeNameTupleVeloCounterRuleIdSetPtr : public Zeb::
   ZEB_CHILD(Set, value)
 };
 
-/// The machine's own state: the ids of the rules in force, by list. An entry exists exactly while its set has
-/// members, but for the moment in which the first is put in.
+/// The machine's own state: the ids of the rules in force, by list. An entry exists only while its set has
+/// members (or is about to get the first one).
 class LocalAttrStore : public Zeb::Entity {
   ZEB_ENTITY(LocalAttrStore, Zeb::Entity)
 

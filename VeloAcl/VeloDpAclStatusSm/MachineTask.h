@@ -6,7 +6,7 @@
 
 namespace Velo::VeloAcl {
 
-/// A task with the machine as its user: taken away from the scheduler when it is deleted.
+/// A task that the machine uses. When it is deleted, its callback is removed, too.
 class MachineTask {
  public:
   MachineTask() = default;
@@ -32,11 +32,11 @@ class MachineTask {
   Kelp::Ptr<Kiv::TimerTask> task_;
 };
 
-/// Asks whether time is up behind so many of the steps that are so small that a look at the clock is none of
-/// them.
+/// Asks a task whether its time is up, once in many steps: the steps are so small that reading a clock takes
+/// longer.
 class SmallSteps {
  public:
-  /// `task` null: there is none to go on in, so time is never up.
+  /// `task` null: the work cannot continue in a task later, so time is never up.
   explicit SmallSteps(const Kiv::TimerTask* task) : task_(task) {}
   bool timeIsUp() { return task_ && ++steps_ % stepsBetweenLooks == 0 && task_->taskShouldYield(); }
 

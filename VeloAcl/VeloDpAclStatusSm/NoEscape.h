@@ -8,8 +8,9 @@
 
 namespace Velo::VeloAcl {
 
-/// Runs what somebody outside has set off, a task or whoever wrote what is followed. Whoever that is, it is
-/// not there for what fails here: whatever is thrown ends the process, with the name of who let it out.
+/// Runs work that was started from outside: by a task, or by a write to something that is followed. The
+/// caller out there cannot deal with a failure in here. So an exception ends the process, with the name of
+/// the part that threw it.
 template <class Run>
 void runWithoutEscape(std::string_view who, const Run& run) {
   const auto end = [who](std::string_view what) {

@@ -19,12 +19,12 @@ struct OutputSpec {
   bool (OutputState::*readyIs)(bool);
   std::vector<const StreamScan*> scans;  ///< those that feed it
   bool afterRuleIds = false;             ///< the rule-id index must be ready
-  bool afterPolls = false;               ///< every poll must have completed the pass last asked of it (but in
-                                         ///< a machine without tasks)
+  bool afterPolls = false;               ///< every poll must have completed the pass that was asked for last
+                                         ///< (not in a machine without tasks)
 };
 
-/// A part of the status that streams write, and whether it carries everything that the inputs say. An output
-/// becomes ready once, and stays it.
+/// A part of the status that streams write, and whether it has everything that the inputs say. Once an output
+/// is ready it stays so.
 class Output {
  public:
   Output(MachineFrame& machine, OutputSpec spec) : machine_(machine), spec_(std::move(spec)) {}
@@ -34,21 +34,22 @@ class Output {
 
   bool ready() const { return ((*machine_.outputState()).*spec_.ready)(); }
   bool afterPolls() const { return spec_.afterPolls; }
-  /// A field of the scan state is one that the output waits for.
+  /// Whether the output waits for this field of the scan state.
   bool waitsForScan(const Zeb::Attribute& field) const;
-  /// What runs as soon as the output is ready, if anything.
+  /// Sets a function that is called as soon as the output is ready.
   void whenReady(std::function<void()> run) { whenReady_ = std::move(run); }
 
-  /// To be called when something that the output waits for has changed: has it ready when that was all. Ends
-  /// the first pass when only that is missing.
+  /// To be called when something that the output waits for has changed. Makes the output ready when that was
+  /// the last thing, or ends the first pass when only that is missing.
   void handleInputReady();
 
-  // The output's task, if it has one.
+  // Make and delete the output's task, if it has one.
   virtual void taskIs(const MachineFrame::Scheduler&, int /*priority*/) {}
   virtual void taskDel() {}
 
  protected:
-  /// Takes out what the inputs did not produce; false when that goes on later, or the machine has ended.
+  /// Deletes everything that the inputs did not produce. False when that continues later, or the machine has
+  /// ended.
   virtual bool reconciled() { return true; }
 
   MachineFrame& machine_;

@@ -60,8 +60,8 @@ MachineOutputs::MachineOutputs(const Arguments& args)
                   .readyIs = &OutputState::aclStatusStatusIntfIntfOutputReadyIs,
                   .scans = {&aclIntfConfigStream}}) {}
 
-/// Whether what is in the lists is empty means a look at one list after the other, until of each kind of
-/// entries one was found. Nothing is written before that is through.
+/// To know whether the lists have entries it looks at one list after the other, until it has found an entry
+/// of each kind. Nothing is written before that is done.
 bool MachineOutputs::setReconciliationPending() {
   if (pendingFound_) return true;
   const auto& types = aclStatus()->status();

@@ -6,10 +6,11 @@
 
 namespace Velo::VeloAcl {
 
-/// The outputs of the status machine, by name. What an output waits for is a row in Outputs.cpp.
+/// The outputs of the status machine, with operations by name. What an output waits for is a row in
+/// Outputs.cpp.
 class MachineOutputs : public MachineFrame {
  public:
-  // What runs when something that an output waits for has changed.
+  // To be called when something that an output waits for has changed.
   void handleRuleIdsByAclRuleIdsOutputInputReady() { ruleIdsByAclRuleIdsOutput_.handleInputReady(); }
   void handleAclAclStatusPtrImplicitRuleStatusOutputInputReady() {
     aclAclStatusPtrImplicitRuleStatusOutput_.handleInputReady();
@@ -26,7 +27,7 @@ class MachineOutputs : public MachineFrame {
   }
   void handleAclStatusStatusIntfIntfOutputInputReady() { aclStatusStatusIntfIntfOutput_.handleInputReady(); }
 
-  // The tasks of those that are reconciled.
+  // The tasks of the reconciled outputs.
   void aclStatusStatusAclOutputReconciliationTaskIs(const Scheduler& scheduler, int priority,
                                                     const char* name) {
     aclStatusStatusAclOutput_.reconciliationTaskIs(scheduler, priority, name);
@@ -57,7 +58,7 @@ class MachineOutputs : public MachineFrame {
     aclAclStatusPtrImplicitRuleStatusOutput_.taskDel();
   }
 
-  // Seen sets, in use while their output waits for its reconciliation.
+  // The seen sets. They are used until their output is reconciled.
   bool aclStatusStatusAclOutputSeenHas(const AclStatusStatusAclOutputKeyType& key) const {
     return aclStatusStatusAclOutput_.seenHas(key);
   }
@@ -90,8 +91,8 @@ class MachineOutputs : public MachineFrame {
                                    &aclAclStatusPtrCounterUpdateTimeOutput_, &aclStatusStatusAclOutput_,
                                    &aclAclStatusPtrRuleStatusOutput_, &aclStatusStatusIntfIntfOutput_});
   }
-  /// Finds out which outputs write into a collection that is not empty; returns whether it is through. It may
-  /// stop, goes on at its next call, and has the task of the rules' output make one.
+  /// Finds out which outputs write into a collection that is not empty. True when it is done. Otherwise it
+  /// continues at the next call, for which it schedules the task of the rules' output.
   bool setReconciliationPending();
 
   Output ruleIdsByAclRuleIdsOutput_;

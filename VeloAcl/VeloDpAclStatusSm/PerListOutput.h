@@ -38,22 +38,22 @@ struct ImplicitRuleStatusEntries {
   static void del(Acl::AclStatus& status, Key key) { status.implicitRuleStatusDel(key); }
 };
 
-/// What a stream's write of an entry is traced as.
+/// The trace texts for a stream's writes of entries.
 template <class Entries>
 struct Into {
   fmt::format_string<const typename Entries::Key&, const typename Entries::Value&> inserting;
   fmt::format_string<const typename Entries::Key&> deleting;
 };
 
-/// An output that writes into the status of each list, as far as it is the same for all of them.
+/// An output that writes into the status of each list: the part that does not depend on the kind of entries.
 class PerListOutputBase : public ReconciledOutput {
  public:
   using ReconciledOutput::ReconciledOutput;
-  /// Takes note that a list's status came or came again, even if nothing is written into it.
+  /// Records that the status of a list was produced, even if nothing is written into it.
   virtual void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) = 0;
-  /// Begins to reconcile when a status that an earlier run left has entries.
+  /// Marks the output as pending if the status of a list, left by an earlier run, has entries.
   virtual void pendingIfEntriesIn(const Acl::AclStatus& status) = 0;
-  /// Takes its entries out of a status that is in no list any more; false when it is to go on later.
+  /// Deletes its entries in a status whose list is deleted; false when that continues later.
   virtual bool emptied(Acl::AclStatus& status, SmallSteps& steps) const = 0;
 };
 
@@ -80,7 +80,7 @@ class PerListOutput final : public PerListOutputBase {
     return true;
   }
 
-  /// The end of a stream: sets an entry, or takes it out when there is no value.
+  /// The end of a stream: sets an entry, or deletes it when there is no value.
   void write(const Into<Entries>& into, const Kelp::Ptr<Acl::AclStatus>& status, const Key& key,
              const std::optional<typename Entries::Value>& value, int line = __builtin_LINE()) {
     if (pending()) seen_.add(status, {key});
@@ -94,7 +94,7 @@ class PerListOutput final : public PerListOutputBase {
   }
 
  private:
-  /// In the order of the statuses that were recorded, and in each from a key on or from its beginning.
+  /// Where the walk continues: the index of a recorded status, and a key in there or its beginning.
   struct Cursor {
     size_t status = 0;
     std::optional<Key> key;

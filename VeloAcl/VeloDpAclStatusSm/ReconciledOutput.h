@@ -5,9 +5,9 @@
 
 namespace Velo::VeloAcl {
 
-/// One run of a deletion scan: says when to stop, and counts.
+/// One run of a deletion scan. It counts, and says when to stop.
 struct DeletionRun {
-  /// `task` null: there is none to go on in, so the run goes to the end.
+  /// `task` null: the scan cannot continue in a task later, so the run goes to the end.
   explicit DeletionRun(const Kiv::TimerTask* theTask) : task(theTask), statuses(theTask) {}
 
   size_t items = 0;
@@ -15,28 +15,29 @@ struct DeletionRun {
   const Kiv::TimerTask* const task;
   SmallSteps statuses;
 
-  /// To be asked before each entry.
+  /// To be called before each entry.
   bool mustStop() const {
     return task && items > 0 && (!task->taskCurrentlyRunning() || task->taskShouldYield());
   }
-  /// To be asked before the status of each list, since one without entries takes its time, too.
+  /// To be called before the status of each list: one without entries takes time, too.
   bool mustStopBeforeStatus() { return statuses.timeIsUp(); }
 };
 
-/// How a run of a walk ended: at the end of what is walked, at a place that is kept for the next run, or
-/// because somebody who was told of a deletion has ended the machine.
+/// How a run of a walk ended: at the end; at a place that is kept for the next run; or because a handler that
+/// was told of a deletion has ended the machine.
 enum class WalkEnd { complete, yielded, stopped };
 
-/// An output whose part of the status may hold entries of an earlier run. What the inputs have not produced
-/// again when they are complete is taken out, in runs of the output's task, and only then is it ready.
+/// An output whose part of the status may have entries of an earlier run. When the inputs are complete, it
+/// deletes the entries that they have not produced again, in runs of its task. Only then is it ready.
 class ReconciledOutput : public Output {
  public:
   using Output::Output;
 
-  /// Entries are there that no input may have produced, and it is being noted which ones are produced.
+  /// Whether there are entries that the inputs may not produce. While it is true, the keys of entries that
+  /// are produced are noted.
   bool pending() const { return pending_; }
   void pendingIs(bool pending) { pending_ = pending; }
-  /// There was a walk, and it is through; what was seen is being forgotten, or is.
+  /// Whether there was a walk and it has ended. What was seen is forgotten after that.
   bool wasWalked() const { return wasWalked_; }
 
   void reconciliationTaskIs(const MachineFrame::Scheduler& scheduler, int priority, const char* name);
@@ -47,13 +48,13 @@ class ReconciledOutput : public Output {
   const MachineTask& task() const { return task_; }
 
  protected:
-  /// Takes out what was not seen, from where the last run stopped.
+  /// Deletes entries that were not seen, from where the last run has stopped.
   virtual WalkEnd walk(DeletionRun& run) = 0;
-  /// Forgets what was seen and where the walk stopped; false when time is up.
+  /// Forgets what was seen, and where the walk has stopped; false when time is up first.
   virtual bool forget(SmallSteps& steps) = 0;
 
-  /// The walk over one collection, from a key on or from its beginning: takes out with `del(key)` what is not
-  /// `seen(key)`, and says with `yieldBefore(key)` where it stopped.
+  /// Walks one collection, from a key on or from its beginning. Calls del(key) for each entry that is not
+  /// seen(key), and yieldBefore(key) where it stops.
   template <class Map, class Seen, class Del, class YieldBefore>
   WalkEnd deleteUnseen(DeletionRun& run, const Map& map, const typename Map::Key* from, const Seen& seen,
                        const Del& del, const YieldBefore& yieldBefore) {

@@ -83,8 +83,8 @@ class RuleIdsByAclSm7 final
   }
 };
 
-// The walker of an entity: the one that is there when it watches the same entity, else a new one, which
-// follows the entity and scans it from here on.
+// The walker for an entity: the present one, which must watch the same entity, or a new one, which is
+// started.
 Kelp::Ptr<RuleIdsByAclSm7> RuleIdsByAclSm7Is(const Kelp::Ptr<const LocalAttrStore>& entity,
                                              VeloDpAclStatusSm& machine);
 inline Kelp::Ptr<RuleIdsByAclSm8> RuleIdsByAclSm8Is(const Kelp::Ptr<const LocalAttrStore::Holder>& entity,

@@ -5,7 +5,8 @@ namespace Velo::VeloAcl {
 
 namespace {
 
-/// A rule in a trace, by its text, which lies elsewhere in memory and is read only when it is formatted.
+/// A rule as traces show it: by its text. That lies elsewhere in memory, and is only read when it is
+/// formatted.
 struct RuleText {
   const Acl::RuleConfig* rule;
 };
@@ -22,8 +23,8 @@ struct fmt::formatter<Velo::VeloAcl::RuleText> : fmt::formatter<std::string_view
   }
 };
 
-/// The streams of rules: from the configuration into the rule-id index, and from there into the status. As
-/// all streams (Streams.h) they drop what comes before the second pass.
+/// The streams of rules: from the configuration into the rule-id index, and from there into the status. Like
+/// all streams (Streams.h) they drop events before the second pass.
 namespace Velo::VeloAcl {
 
 using Acl::AclType;
@@ -32,7 +33,7 @@ using Velo::Counter::AclTypeNameTuple;
 
 namespace {
 
-/// What the two streams of one kind of rules trace and let through.
+/// The trace texts and filters of the two streams for one kind of rule.
 struct RuleStreamRow {
   AclType listType;
   fmt::format_string<const AclType&, const Kelp::String&, const UniqueId&, RuleText> cfg;
@@ -76,7 +77,7 @@ constexpr RuleStreamRow rowOf<Acl::MacRuleConfig>() {
 
 }  // namespace
 
-/// A rule that has come, changed or, when it is null, gone.
+/// The event of a rule that is new or has changed; null: it is gone.
 template <class Rule>
 void MachineStreams::ruleCfgStream(AclType aclType, const Kelp::String& aclName, const UniqueId& uid,
                                    const Rule* ruleConfig) {
@@ -85,7 +86,7 @@ void MachineStreams::ruleCfgStream(AclType aclType, const Kelp::String& aclName,
   eventToRuleCfgHandlerStream(aclType, aclName, uid, ruleConfig != nullptr);
 }
 
-/// Records every rule of a list that has just come, whatever the status says; never takes one out.
+/// Records every rule of a new list, whatever the status says. Removes none.
 template <class Rule>
 void MachineStreams::ruleInitStream(AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg) {
   if (!streaming() || listEvents_.overtaken()) return;
@@ -134,7 +135,7 @@ void MachineStreams::eventToAclMacRuleInitStream(AclType aclType, const Kelp::St
   ruleInitStream<Acl::MacRuleConfig>(aclType, aclName, aclCfg);
 }
 
-/// Of the rules of a list that are recorded, withdraws those of which `gone(uid)` is true.
+/// Withdraws those recorded rules of a list for which gone(uid) is true.
 void MachineStreams::withdrawRules(AclType aclType, const Kelp::String& aclName,
                                    const std::function<bool(const UniqueId&)>& gone) {
   const auto ruleIds = localAttrStore_->ruleIdsByAcl({aclType, aclName});
@@ -145,8 +146,8 @@ void MachineStreams::withdrawRules(AclType aclType, const Kelp::String& aclName,
   }
 }
 
-/// Withdraws the recorded rules that a list does not have. For when rules were taken out by somebody who was
-/// told of one of them, while the walker that would see it may not be there yet.
+/// Withdraws the recorded rules that the list does not have. Needed when a handler that was told of one rule
+/// has removed others, because the walker that would see that may not exist yet.
 void MachineStreams::withdrawRulesGone(AclType aclType, const Kelp::String& aclName) {
   withdrawRules(aclType, aclName, [&](const UniqueId& uid) {
     const auto lists = aclConfig()->config(aclType);
@@ -183,7 +184,7 @@ void MachineStreams::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::St
   if (!ruleIds) return;
   traceStatus(7, "into( ruleIdsByAcl[ key ].ruleIds[ uid ] ): deleting k1={}, k2={}", key, uid);
   ruleIds->ruleIdsDel(uid);
-  // Whoever saw the id go may have begun another set under the key.
+  // A handler that saw the id go may have begun a new set under the key.
   if (ruleIds->ruleIds().empty() && localAttrStore_->ruleIdsByAcl(key) == ruleIds)
     localAttrStore_->ruleIdsByAclDel(key);
 }

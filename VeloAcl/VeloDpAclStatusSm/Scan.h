@@ -8,36 +8,36 @@
 #include <cstdint>
 #include <optional>
 
-/// What a numbered scan over the walkers of a tree keeps, and what it goes over.
+/// The state of a numbered scan over a tree of walkers, and the elements that it visits.
 namespace Velo::VeloAcl {
 
 inline constexpr int scanCount = 6;
 
-/// One walker's place in one numbered scan.
+/// How far one walker is in one numbered scan.
 enum class ScanProgress : uint8_t { notStarted = 0, yielded = 1, complete = 2, firstPassComplete = 3 };
 
 template <class Key>
 struct ScanPlace {
   ScanProgress progress = ScanProgress::notStarted;
   std::optional<Key> resumeKey;
-  bool inFirstPass = false;  ///< the resume key was saved in the first pass; the second starts over
+  bool inFirstPass = false;  ///< the resume key is one of the first pass; the second pass starts over
 };
 
-/// The tasks of the scans of one tree, and whether a scan is being driven just now. Made by the top walker,
-/// which alone sets them, and shared by all walkers below it.
+/// The tasks of the scans of one tree, and how many runs of each scan its task is driving. Made by the top
+/// walker, which alone writes it, and shared by all walkers below.
 struct ScanTasks : Kelp::Node {
   std::array<Kelp::Ptr<Kiv::TimerTask>, scanCount> tasks;
   std::array<int, scanCount> driving{};
 };
 
-/// An attribute that names at most one element, to be scanned like a collection with that element.
+/// An attribute that names at most one element. It can be scanned like a collection.
 class SingleElement {
  public:
   using Key = bool;
 
   explicit SingleElement(const void* element) : element_(element) {}
   size_t size() const { return element_ ? 1 : 0; }
-  /// Another value when the attribute names another element.
+  /// The value is different when the attribute names another element.
   uint64_t changes() const { return reinterpret_cast<uintptr_t>(element_); }
   uint32_t version() const { return 0; }
 

@@ -4,7 +4,7 @@
 
 namespace Velo::VeloAcl {
 
-/// Runs what waits for a field of the scan state whenever that changes.
+/// Follows the scan state: when a field changes, it runs whatever waits for the field.
 class VeloDpAclStatusSm::ScanStateFollower final : public Zeb::Notifiee {
  public:
   explicit ScanStateFollower(VeloDpAclStatusSm& machine) : machine_(machine) {

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-/// The sets that tell which entries of an output the inputs have produced.
+/// Sets of the entries of an output that the inputs have produced.
 namespace Velo::VeloAcl {
 
 /// A set of output keys.
@@ -17,7 +17,7 @@ class SeenSet {
  public:
   bool has(const Key& key) const { return keys_.has(key); }
   void add(const Key& key) { keys_.put(key, {}); }
-  /// Empties the set; false when `stop()`, asked behind each key, said so before the last.
+  /// Empties the set. Calls stop() after each key; false when that returned true before the last key.
   template <class Stop>
   bool forget(const Stop& stop) {
     for (auto at = keys_.begin(); at; at.next()) {
@@ -37,14 +37,15 @@ using HN_AclAclStatusPtrImplicitRuleIdOutputSeen = SeenSet<AclAclStatusPtrImplic
 using HN_AclAclStatusPtrImplicitRuleStatusOutputSeen =
     SeenSet<AclAclStatusPtrImplicitRuleStatusOutputKeyType>;
 
-/// The seen keys of an output by the list status they are in, walked in the order in which the statuses were
-/// first recorded. A status is recorded, too, when nothing in it was seen.
+/// The seen keys of an output, by the status of the list that they are in. The statuses are walked in the
+/// order in which they were first recorded. A status can be recorded without any key in it.
 template <class Key>
 class PtrSeenMap {
  public:
   void record(const Kelp::Ptr<Acl::AclStatus>& status) { seenOf(status); }
   void add(const Kelp::Ptr<Acl::AclStatus>& status, const Key& key) { seenOf(status).add(key); }
-  /// Empties the map; false when `stop()`, asked behind each key and each status, said so before the last.
+  /// Empties the map. Calls stop() after each key and each status; false when that returned true before the
+  /// last one.
   template <class Stop>
   bool forget(const Stop& stop) {
     while (!entries_.empty()) {

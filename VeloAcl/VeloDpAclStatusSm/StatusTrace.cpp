@@ -4,14 +4,14 @@
 namespace Velo::VeloAcl {
 
 const Zeb::TraceHandle& statusTrace() {
-  // Destroyed with the library; nobody traces after that.
+  // It is destroyed with the library. Nobody traces after that.
   static const Zeb::TraceHandle handle("DpAclStatusVelo", "VeloDpAclStatus");
   return handle;
 }
 
 namespace {
 
-/// The debug channel is there before any other global of the library, whichever of them traces first.
+/// Makes the debug channel before any other global of the library, because any of them may trace.
 struct DebugChannel {
   DebugChannel() { statusTrace(); }
 };

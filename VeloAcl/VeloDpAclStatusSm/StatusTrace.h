@@ -12,13 +12,13 @@ namespace Velo::VeloAcl {
 /// elements, scans and reconciliation.
 const Zeb::TraceHandle& statusTrace();
 
-/// Writes a line, with a line number that the caller has from its own caller.
+/// Writes a trace line, with a source line that the caller has got from its own caller.
 template <class... Args>
 void traceStatusAt(int line, int level, fmt::format_string<Args...> text, Args&&... args) {
   statusTrace().traceAt(line, level, "VeloDpAclStatusSm", text, std::forward<Args>(args)...);
 }
 
-/// Writes a line, with the line number of this call.
+/// Writes a trace line, with the source line of this call.
 template <class... Args>
 void traceStatus(int level, Zeb::TraceFormat<std::type_identity_t<Args>...> text, Args&&... args) {
   traceStatusAt(text.line, level, text.format, std::forward<Args>(args)...);

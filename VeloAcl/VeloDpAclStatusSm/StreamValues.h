@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-/// What the streams share.
+/// Values that several streams use.
 namespace Velo::VeloAcl {
 
 inline const char* text(const ListCfg& list) { return list ? "present" : "absent"; }
@@ -14,7 +14,7 @@ inline std::string_view text(const std::optional<Kelp::String>& name) {
   return name ? name->view() : std::string_view("absent");
 }
 
-/// Of a rule that has just come.
+/// The status of a new rule.
 inline Acl::RuleStatus freshRuleStatus() { return {0, 0, Zeb::System::currentTime().seconds(), true}; }
 
 /// The one implicit rule that this dataplane has.

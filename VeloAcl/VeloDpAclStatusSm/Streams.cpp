@@ -12,7 +12,8 @@ Kelp::Ptr<Acl::AclStatus> MachineStreams::statusOf(AclType aclType, const Kelp::
   return lists ? lists->acl(aclName) : nullptr;
 }
 
-/// A direction without bindings goes in the same step as the last of them, and so does its type.
+/// When a direction has lost its last binding it is deleted in the same step, and so is its type if that is
+/// empty then.
 void MachineStreams::pruneDirection(AclType aclType, AclDirection direction) {
   const auto types = aclStatus()->status(aclType);
   const auto bindings = types ? types->intf(direction) : nullptr;
@@ -20,13 +21,13 @@ void MachineStreams::pruneDirection(AclType aclType, AclDirection direction) {
   pruneTypeStatus(aclType);
 }
 
-/// A type status without lists and bindings goes in the same step as the last of them.
+/// When a type status has lost its last list or binding it is deleted in the same step.
 void MachineStreams::pruneTypeStatus(AclType aclType) {
   const auto lists = aclStatus()->status(aclType);
   if (lists && lists->acl().empty() && lists->intf().empty()) aclStatus()->statusDel(aclType);
 }
 
-/// The status of a list that has come. False when the event is over.
+/// Publishes the status of a new list. False when the event is over.
 bool MachineStreams::publishList(AclType aclType, const Kelp::String& aclName, bool leftOver) {
   if (leftOver) {
     traceStatus(9,
@@ -44,7 +45,7 @@ bool MachineStreams::publishList(AclType aclType, const Kelp::String& aclName, b
       pruneTypeStatus(aclType);
       return false;
     }
-    // Whoever was told of a new type may have taken it away again with another list.
+    // A handler that was told of the new type may have deleted it again, with another list.
   } while (aclStatus()->status(aclType) != lists);
   traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): inserting k1={}, k2={}, value={}",
               aclType, aclName, aclName);
@@ -66,7 +67,8 @@ void MachineStreams::eventToAclConfigStream(AclType aclType, const Kelp::String&
   aclStatusStatusAclOutput_.seenIfPending(key);
   if (aclCfg) {
     if (!publishList(aclType, aclName, leftOver)) return;
-    // A list that was taken away while its rules were being recorded has left some, which nobody publishes.
+    // A list that was deleted while its rules were recorded has left some of them, which nobody would
+    // publish.
     if (isNew) withdrawRules(aclType, aclName, [](const UniqueId&) { return true; });
   } else if (const auto lists = aclStatus()->status(aclType)) {
     traceStatus(7, "into( aclStatus.status[ aclType ].acl[ aclName ] ): deleting k1={}, k2={}", aclType,
@@ -109,7 +111,7 @@ void MachineStreams::publishBinding(AclType aclType, AclDirection direction, con
     const auto types = aclStatus()->statusIs(aclType);
     if (!stopped_ && !bindingEvents_.overtaken()) bindings = types->intfIs(direction);
     if (stopped_ || bindingEvents_.overtaken()) return pruneDirection(aclType, direction);
-    // Whoever was told of a new direction may have taken it away again with another binding.
+    // A handler that was told of the new direction may have deleted it again, with another binding.
   } while (!aclStatus()->status(aclType) || aclStatus()->status(aclType)->intf(direction) != bindings);
   traceStatus(7,
               "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, "

@@ -8,16 +8,16 @@
 
 namespace Velo::VeloAcl {
 
-/// The list of an event, absent when it is gone.
+/// The list that an event is about; nothing when the list is gone.
 using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
 
-/// The streams of the status machine: what a keyed event goes through from the walker or poll that raised it
-/// to the status that it writes. A stream drops what comes before the second pass, traces itself at level 7
-/// and a failed filter at level 6, writes, and passes the event on. After each write the event may have been
-/// overtaken (EventsUnderWay), or the machine stopped: the next write asks.
+/// The streams of the status machine: the way of a keyed event from the walker or poll that raised it to the
+/// status. A stream drops events before the second pass, traces itself at level 7 and a failed filter at
+/// level 6, writes, and passes the event on. After each write the event may be overtaken (EventsUnderWay) or
+/// the machine stopped, so this is asked before the next write.
 class MachineStreams : public MachineOutputs {
  public:
-  // For the walkers. A rule that is gone is null.
+  // Events of the walkers. The rule is null when it is gone.
   void eventToAclConfigStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
   void eventToAclIntfConfigStream(Acl::AclType aclType, Acl::AclDirection direction,
                                   const Nimnet::IntfId& intfId, const std::optional<Kelp::String>& aclName);
@@ -29,7 +29,7 @@ class MachineStreams : public MachineOutputs {
                                const Acl::MacRuleConfig* ruleConfig);
   void eventToRix_pipeline0(const Velo::Counter::AclTypeNameTuple& keyTuple, const Kiv::UniqueId& uid,
                             bool exists);
-  /// For the polls.
+  /// The event of the polls.
   void eventToUpdateCounters(const CounterKey& key, const Velo::Counter::VeloDpAclCounter& counter);
 
  protected:
@@ -45,14 +45,14 @@ class MachineStreams : public MachineOutputs {
   void pruneDirection(Acl::AclType aclType, Acl::AclDirection direction);
   void pruneTypeStatus(Acl::AclType aclType);
 
-  // What a list's event goes on to.
+  // The streams that the event of a list is passed on to.
   void eventToAclImplicitRuleCfgStream(Acl::AclType aclType, const Kelp::String& aclName,
                                        const ListCfg& aclCfg);
   void eventToAclIpRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
   void eventToAclIp6RuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
   void eventToAclMacRuleInitStream(Acl::AclType aclType, const Kelp::String& aclName, const ListCfg& aclCfg);
 
-  // Rules, the same for all kinds.
+  // Streams of rules, the same for all kinds.
   template <class Rule>
   void ruleCfgStream(Acl::AclType aclType, const Kelp::String& aclName, const Kiv::UniqueId& uid,
                      const Rule* ruleConfig);

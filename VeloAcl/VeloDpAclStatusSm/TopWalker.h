@@ -6,7 +6,7 @@
 
 namespace Velo::VeloAcl {
 
-/// A walker over an entity of a type.
+/// A walker over an entity of one type.
 template <class Entity>
 class WalkerOf : public Walker {
  public:
@@ -18,17 +18,17 @@ class WalkerOf : public Walker {
   const Entity* raw() const { return static_cast<const Entity*>(watchedEntity().get()); }
 };
 
-/// A walker that belongs to the machine itself and sets the tasks of its scans.
+/// A walker that belongs to the machine itself, and makes the tasks of its scans.
 template <class Entity>
 class TopWalker : public WalkerOf<Entity> {
  protected:
   using WalkerOf<Entity>::WalkerOf;
-  /// Runs a scan in its task when that has work queued already, else at once.
+  /// Runs a scan at once; but in its task if that is scheduled already.
   void startScan(int number);
   void driveScan(int number);
   void taskIs(int number, const char* taskName);
   void taskDel(int number);
-  /// A scan that has ended behind the first pass needs its task no more.
+  /// A scan that ends after the first pass deletes its task.
   void handleScanDone(int number) override;
 };
 

@@ -4,12 +4,12 @@
 
 namespace Velo::VeloAcl {
 
-/// What all ten walkers are. A walker `W` derives from this with its row (WalkerRow.h) and adds
+/// The base of all ten walkers. A walker `W` derives from this with its row (WalkerRow.h) and adds
 ///   walkerName     its name in traces
-///   Table          its handlers, a row a scan
-///   streamScanIs   a top walker: what tells the machine that a pass of a scan is over, scan by scan
-/// and the handlers themselves: follow() where elements have walkers of their own, and for a leaf visits()
-/// and its event.
+///   Table          its handlers, a row for each scan
+///   streamScanIs   in a top walker, for each scan: the setter that tells the machine that a pass is over
+/// and the handlers themselves. They call follow() for elements that have walkers of their own, and for a
+/// leaf they call visits() and raise its event.
 template <class W, class Place, class Walked, class Child, class ScanNumbers>
 class TreeWalker : public Place::template Base<typename Walked::Entity>,
                    public ScanNumbers::template Operations<W> {
@@ -25,7 +25,7 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
   TreeWalker(const Kelp::Ptr<const Entity>& entity, Parent& parent, const OwnKey&... key)
       : Base(W::walkerName, parent.machine(), &parent, entity, key...) {}
 
-  /// The child of an element, made when there is none; of an attribute, without a key.
+  /// The child of an element; made when there is none. Without a key for a walker over an attribute.
   template <class ChildEntity, class... OwnKey>
   Kelp::Ptr<Child> childIs(const Kelp::Ptr<const ChildEntity>& entity, const OwnKey&... key) {
     return children_.is(entity, self(), key...);
@@ -56,7 +56,8 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
     children_.del(key...);
   }
 
-  /// What a handler of a scan does first, with the key that it is about: false when that is all.
+  /// To be called first in a handler, with the key that it is about. When it returns false the handler must
+  /// return.
   template <int number = ScanNumbers::first, class Shown>
   bool visits(const Shown& key, int line = __builtin_LINE()) {
     if (!this->active()) return false;
@@ -64,7 +65,8 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
     versions_[Walked::indexOf(number - first)] = elementsOf<number - first>().version();
     return true;
   }
-  /// The handler of an element with a walker of its own, and of an attribute that names one.
+  /// Handlers for elements that have walkers of their own: in a collection, and of an attribute that names
+  /// one.
   void follow(const Key& key, int line = __builtin_LINE()) {
     if (visits(key, line)) children_.follow(Collection::at(*this->raw(), key), self(), key);
   }
@@ -76,12 +78,12 @@ class TreeWalker : public Place::template Base<typename Walked::Entity>,
   static constexpr bool isTop = std::is_same_v<Place, Top>;
   static constexpr int first = ScanNumbers::first;
   using Collection = typename Walked::template Of<0>;
-  /// A row of W's table, which is there once W is complete.
+  /// A row of W's table. (`Complete` defers the look at W until W is complete.)
   template <size_t at, class Complete = W>
   using ScanAt = std::tuple_element_t<at, typename Complete::Table>;
 
   W& self() { return static_cast<W&>(*this); }
-  /// What is walked in a scan.
+  /// The elements that are walked in a scan.
   template <size_t at>
   decltype(auto) elementsOf() const {
     return Walked::template Of<at>::elements(*this->raw());
@@ -161,7 +163,7 @@ void TreeWalker<W, Place, Walked, Child, ScanNumbers>::withdrawLeaves() {
   }
 }
 
-/// Children go first. Of leaves those of the last scan go first.
+/// Children are withdrawn first, then the leaves, from the last scan to the first.
 template <class W, class Place, class Walked, class Child, class ScanNumbers>
 void TreeWalker<W, Place, Walked, Child, ScanNumbers>::doDeleteAll() {
   if (!this->active()) return;

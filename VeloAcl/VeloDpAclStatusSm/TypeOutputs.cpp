@@ -4,7 +4,7 @@
 
 namespace Velo::VeloAcl {
 
-/// What is left empty goes with its last entry.
+/// A direction or type that becomes empty is deleted with its last entry.
 template <class Key>
 WalkEnd TypeOutput<Key>::walk(DeletionRun& run) {
   Acl::StatusDp& all = *machine_.aclStatus();

@@ -7,7 +7,7 @@
 
 namespace Velo::VeloAcl {
 
-/// An output that writes into the status of each kind of list, with the full path of an entry as its key.
+/// An output that writes into the status of each type of list. The key of an entry is its full path.
 template <class Key>
 class TypeOutput : public ReconciledOutput {
  public:
@@ -15,14 +15,15 @@ class TypeOutput : public ReconciledOutput {
 
   bool seenHas(const Key& key) const { return seen_.has(key); }
   void seenIs(const Key& key) { seen_.add(key); }
-  /// An event about an entry, whatever it says, has the entry stay through the reconciliation.
+  /// Notes that there was an event about an entry. Then the reconciliation leaves the entry, whatever the
+  /// event was.
   void seenIfPending(const Key& key) {
     if (pending()) seenIs(key);
   }
 
  protected:
-  /// The walk over what the output writes in the status of one kind of list, from a key on when that is not
-  /// null. Keeps in cursor_ where it stopped.
+  /// Walks the entries of the output in the status of one type, from a key on or, when that is null, from the
+  /// beginning. Keeps in cursor_ where it stops.
   virtual WalkEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
                            const Key* from) = 0;
 
@@ -31,7 +32,7 @@ class TypeOutput : public ReconciledOutput {
     return seen_.forget([&] { return steps.timeIsUp(); });
   }
 
-  std::optional<Key> cursor_;  ///< where the walk goes on
+  std::optional<Key> cursor_;  ///< where the walk continues
 
  private:
   WalkEnd walk(DeletionRun& run) final;
@@ -39,8 +40,8 @@ class TypeOutput : public ReconciledOutput {
   SeenSet<Key> seen_;
 };
 
-/// The lists themselves. The status of a list has entries of other outputs, which are told of each list that
-/// comes.
+/// The output of the lists themselves. The status of a list has entries of other outputs, which are told of
+/// each new list.
 class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
  public:
   using Key = AclStatusStatusAclOutputKeyType;
@@ -48,16 +49,17 @@ class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
       : TypeOutput(machine, std::move(spec)), within_(std::move(within)) {}
 
   const std::vector<PerListOutputBase*>& within() const { return within_; }
-  /// What is in a list's status is written from here on.
+  /// Tells the outputs within that the status of a list is produced, before they write into it.
   void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) {
     for (PerListOutputBase* output : within_) output->recordIfPending(status);
   }
-  /// A status that an earlier run left of a list that is configured only now, when the walk over what is in
-  /// the lists is through and nobody would look at what is in this one again. Its own reconciliation, under
-  /// way, was to take it away. An output that had no walk to do has nothing in it.
+  /// Whether the status of a list that is configured only now was left by an earlier run, and its entries
+  /// have to be deleted here. That is so while this output is being reconciled, when the walk over the
+  /// entries within lists has ended: nobody would look at the entries of this one again. (An output without a
+  /// walk has no entries in it.)
   bool isLeftOver(const Key& key) const;
-  /// Takes the status of a list out, while this is pending. What is in it may be much and is taken out of it
-  /// later, with what was seen, in slices.
+  /// Deletes the status of a list, while this output is pending. The entries in it may be many; they are
+  /// deleted later, together with what was seen, in slices.
   void drop(Acl::AclTypeStatus& status, const Kelp::String& aclName);
 
  private:
@@ -69,7 +71,7 @@ class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
   std::vector<Kelp::Ptr<Acl::AclStatus>> dropped_;
 };
 
-/// The bindings.
+/// The output of the bindings.
 class BindingOutput final : public TypeOutput<AclStatusStatusIntfIntfOutputKeyType> {
  public:
   using Key = AclStatusStatusIntfIntfOutputKeyType;

@@ -29,8 +29,8 @@ void VeloDpAclStatusSm::handleInitialized() {
   withMachine([this] { initialize(); });
 }
 
-/// Whoever follows the status may be told of writes in here: without tasks, or with little to scan, the
-/// second pass is part of it.
+/// Handlers that follow the status may be told of writes in here: without tasks, or with little to scan, this
+/// includes the second pass.
 void VeloDpAclStatusSm::initialize() {
   traceStatus(9, "create local SMs");
   if (control().mode == Rix::SmControl::synchronous) synchronous_ = true;
@@ -91,7 +91,7 @@ void VeloDpAclStatusSm::doDeleteAll() {
   });
 }
 
-/// From here on nothing runs any more: tasks and walkers are silent, whoever still holds them.
+/// After this nothing runs: tasks and walkers do nothing, even if somebody still holds them.
 void VeloDpAclStatusSm::stop() {
   stopped_ = true;
   initialized_ = false;

@@ -11,26 +11,30 @@ class AclIntfConfigSm0;
 class RuleIdsByAclSm7;
 
 /// Keeps the published status equal to what the dataplane enforces: lists and bindings, the status of every
-/// rule and implicit drop, and the counters, copied once a second.
+/// rule and implicit drop, and the counters, which are copied once a second.
 ///
-/// A dataflow: walkers (Walkers.h) over configuration and bindings raise keyed events; each enters a stream
-/// (Streams.h), which filters it, writes the status and passes it on. Nothing is raised before
-/// initialScanDone: the first pass of the scans builds the walkers, the second visits every element again
-/// with its event. A status that an earlier machine left is reconciled after that: what no input produced
-/// again is deleted (ReconciledOutput.h). Long work runs in tasks and yields.
+/// It is a dataflow. Walkers (Walkers.h) over configuration and bindings raise keyed events. An event enters
+/// a stream (Streams.h), which filters it, writes the status and passes it on. No event is raised before
+/// initialScanDone: the first pass of the scans builds the walkers, the second pass visits every element
+/// again with its event. After that a status that an earlier machine has left is reconciled: entries that no
+/// input has produced again are deleted (ReconciledOutput.h). Long work runs in tasks and yields.
 ///
-/// Made in layers, each of which knows those below: MachineFrame, MachineOutputs, MachineStreams,
-/// MachinePolls, and here the walkers and what happens when.
+/// It is made of layers, each of which knows those below: MachineFrame, MachineOutputs, MachineStreams,
+/// MachinePolls, and this class with the walkers and the order of events.
 ///
-/// The plugin owns the machine; it owns its walkers, local state and tasks. Its destruction leaves the status
-/// as it is, doDeleteAll() withdraws it first. One thread.
+/// The plugin owns the machine. The machine owns its walkers, local state and tasks. Its destructor leaves
+/// the status as it is; doDeleteAll() withdraws it first. For one thread.
 ///
-/// Whoever follows the status is told of a write while the machine is in the middle of an event. It may read,
-/// follow and leave; change lists, rules, bindings and counters, which is carried out at once, and then the
-/// event around it writes no more of what it knew (EventsUnderWay); withdraw or drop the machine, which lives
-/// until the write returns. Two things end the process: putting back a list, a type or a direction of
-/// bindings that is just being withdrawn (rules in force may be put back), since its walker is still there;
-/// and an exception.
+/// A handler that follows the status is told of a write while the machine is in the middle of an event. A
+/// handler may
+///
+/// - read, follow, and stop following;
+/// - change lists, rules, bindings and counters: that is carried out at once, and the event around it writes
+///   nothing of what it knew before (EventsUnderWay);
+/// - withdraw or drop the machine, which lives until the write returns.
+///
+/// Two things end the process: an exception; and putting back a list, a type, or a direction of bindings that
+/// is just being withdrawn, because its walker still exists. (Rules in force may be put back.)
 class VeloDpAclStatusSm final : public MachinePolls {
   ZEB_ENTITY(VeloDpAclStatusSm, MachinePolls)
 
@@ -45,9 +49,10 @@ class VeloDpAclStatusSm final : public MachinePolls {
   /// Starts the machine, once. Stops the process when an argument is null.
   void handleInitialized();
   void handleInitialScanDone() override;
-  /// Off is for times in which nothing changes; switched on again, the process ends when something has.
+  /// It may be off only while nothing changes: if something has changed, the process ends when it is switched
+  /// on.
   void hasNotificationActiveIs(bool on);
-  /// Withdraws from the status all that the machine derived, and ends it.
+  /// Withdraws everything from the status that the machine has written, and ends the machine.
   void doDeleteAll();
 
   // The top walkers.

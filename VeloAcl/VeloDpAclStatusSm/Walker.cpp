@@ -5,7 +5,8 @@
 
 namespace Velo::VeloAcl {
 
-/// While a reactor runs no scan counts as driven: what it makes is not on the way of any.
+/// While a reactor runs, no scan counts as driven, because walkers that it makes are not visited by any scan
+/// that is going on.
 class Walker::ReactorScope {
  public:
   explicit ReactorScope(Kelp::Ptr<ScanTasks> scans) : scans_(std::move(scans)), driving_(scans_->driving) {

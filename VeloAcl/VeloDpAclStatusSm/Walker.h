@@ -12,16 +12,17 @@ namespace Velo::VeloAcl {
 
 class VeloDpAclStatusSm;
 
-/// Base of the small machines that mirror the nested configuration, one walker for each entity that matters.
-/// A walker follows its entity, keeps a child walker for each nested entity, and takes part in numbered scans
-/// that visit every element: first to build the tree, without events, then once more with an event each.
+/// Base of the small machines that mirror the nested configuration: one walker for each entity that matters.
+/// A walker follows its entity, keeps a child walker for each nested entity, and takes part in numbered
+/// scans. These visit every element twice: first without events, to build the tree, then with an event for
+/// each element.
 ///
-/// Who owns whom: the machine the top walkers, each walker its children. A walker that was torn down is not
-/// active any more and does nothing, however long somebody on the stack still holds it.
+/// The machine owns the top walkers, and each walker owns its children. A walker that was torn down is not
+/// active and does nothing, even if somebody on the stack still holds it.
 ///
-/// A scan may stop in the middle and go on later, in a run of its scan's task, which the top walker sets. In
-/// the second pass only a scan that the top walker drives may stop, since that one comes back; what a reactor
-/// makes on the way is scanned to its end at once. So no element's event is lost.
+/// A scan may stop in the middle and continue later, in a run of the scan's task, which the top walker makes.
+/// In the second pass only a scan that the top walker drives may stop, because it is continued. A walker that
+/// is made by a reactor meanwhile is scanned to its end at once. So the event of no element is lost.
 class Walker : public Rix::Gen::InputStateMachine {
  public:
   bool active() const { return machine_ != nullptr; }
@@ -32,26 +33,26 @@ class Walker : public Rix::Gen::InputStateMachine {
   void parentIs(Walker* parent) { parent_ = parent; }
   std::string_view name() const { return name_; }
 
-  /// Switches the notification of this walker and everything below it. A change made while it was off ends
-  /// the process when it is on again.
+  /// Switches the notification of this walker and of everything below it. If something has changed while it
+  /// was off, the process ends when it is switched on.
   void hasNotificationActiveIs(bool on) override;
 
-  /// Follows the entity from here on and scans it. For whoever makes the walker, once it is where others look
-  /// for it.
+  /// Starts to follow the entity, and scans it. To be called when the walker is in the place where others
+  /// look for it.
   void start();
 
-  /// Withdraws all that came from this walker and those below: an event without value for every element that
-  /// is still there. Stops the process when a change of the collection has not been handled yet.
+  /// Withdraws everything that came from this walker and those below: an event without a value for every
+  /// element that is still there. Ends the process when a change of the collection was not handled before.
   virtual void doDeleteAll() = 0;
-  /// Ends this walker and those below without a word: no event, no callback from here on.
+  /// Ends this walker and those below silently: without events, and without callbacks from then on.
   void stop();
 
-  /// Visits the elements in scan `number`, from where it stopped, unless it is complete.
+  /// Visits the elements in scan `number`, from where it has stopped, unless it is complete.
   virtual void scan(int number) = 0;
   virtual bool scanComplete(int number) const = 0;
-  /// The task of a scan says that its time is used up.
+  /// Whether the task of a scan says that its time is used up.
   bool shouldYield(int number) const;
-  /// The task of a scan is the one that runs.
+  /// Whether the task of a scan is running.
   bool inTask(int number) const;
 
  protected:
@@ -62,27 +63,27 @@ class Walker : public Rix::Gen::InputStateMachine {
   /// A change of the watched entity, for an active walker.
   virtual void dispatch(const Zeb::Change& change) = 0;
   virtual void forEachChild(const std::function<void(Walker&)>& visit) = 0;
-  /// Takes note that the collections are as they are.
+  /// Remembers the present versions of the collections.
   virtual void versionsSeen() = 0;
-  /// Another value after any change of what is watched.
+  /// A value that is different after any change of what is watched.
   virtual uint64_t mark() const = 0;
   /// What a top walker does when a scan has ended.
   virtual void handleScanDone(int) {}
-  /// Of this walker's tree; null when the walker was torn down.
+  /// The tasks of this walker's tree; null when the walker was torn down.
   const Kelp::Ptr<ScanTasks>& scanTasks() const { return scanTasks_; }
 
   bool initialScanDone() const;
 
-  /// "Complete" as far as the current pass goes.
+  /// Whether a scan is complete for the current pass.
   template <class Key>
   bool placeComplete(const ScanPlace<Key>& place) const {
     return place.progress == ScanProgress::complete ||
            (place.progress == ScanProgress::firstPassComplete && !initialScanDone());
   }
 
-  /// The one way in which elements are scanned: `handle(key)` for each of them, then the same scan of the
-  /// child that `childOf(key)` gives, if any. `elements` is a collection or a SingleElement, null when the
-  /// watched entity is missing.
+  /// All scans of elements use this. It calls handle(key) for each element, and then runs the same scan of
+  /// the child that childOf(key) returns, if any. `elements` is a collection or a SingleElement; null when
+  /// the watched entity is missing.
   template <class Elements, class Handle, class ChildOf>
   void scanElements(int number, ScanPlace<typename Elements::Key>& place, const Elements* elements,
                     const Handle& handle, const ChildOf& childOf);
@@ -91,7 +92,7 @@ class Walker : public Rix::Gen::InputStateMachine {
   class ReactorScope;
 
   void enDispatch(const Zeb::Change& change) final;
-  /// Null when there is none.
+  /// The task of a scan; null when there is none.
   Kiv::TimerTask* taskOf(int number) const;
   bool mayYield(int number) const;
   void traceScanStart(bool complete, bool resumed, size_t total) const;
@@ -102,7 +103,7 @@ class Walker : public Rix::Gen::InputStateMachine {
   VeloDpAclStatusSm* machine_;
   Walker* parent_;
   Kelp::Ptr<ScanTasks> scanTasks_;
-  std::optional<uint64_t> markWhenOff_;  // while notification is off again
+  std::optional<uint64_t> markWhenOff_;  // mark() when notification was switched off, until it is on again
 };
 
 template <class Elements, class Handle, class ChildOf>

@@ -8,11 +8,11 @@
 #include <type_traits>
 #include <utility>
 
-/// What a walker is declared with, so that its declaration reads like a row of the table in Walkers.h: its
-/// place, what it walks, its child, and its scans with their handlers.
+/// The parts of a walker's declaration, so that it reads like a row of the table in Walkers.h: its place,
+/// what it walks, its child, and its scans with their handlers.
 namespace Velo::VeloAcl {
 
-/// The numbers of the scans that a walker takes part in, which follow each other.
+/// The numbers of the scans that a walker takes part in, in ascending order without gaps.
 template <int firstNumber, int... others>
 struct Scans {
   static constexpr int first = firstNumber;
@@ -21,11 +21,11 @@ struct Scans {
   struct Operations : ScanOperations<W, firstNumber>, ScanOperations<W, others>... {};
 };
 
-/// The collections that a walker walks: one in all scans, or each scan its own. A collection says
-///   Entity                          what has it
-///   elements(entity), attribute()   the collection or SingleElement, and what announces its changes
-///   at(entity, key)                 where children walk the elements: the entity of a key, null for none
-///   missed                          what the process ends with when a change was not handled, if it does
+/// The collections that a walker walks: one in all scans, or one for each scan. A collection declares
+///   Entity                          the entity that has it
+///   elements(entity), attribute()   the collection or SingleElement, and the attribute that announces it
+///   at(entity, key)                 if the elements have child walkers: the entity of a key, null for none
+///   missed                          if a change that was not handled ends the process: the text for that
 template <class First, class... Others>
 struct Walks {
   using Entity = typename First::Entity;
@@ -43,8 +43,8 @@ void forEachAt(const Visit& visit) {
   (std::make_index_sequence<count>());
 }
 
-/// A scan's row: what handles an element in it, what handles a change of one, and, where the elements are
-/// leaves of the scan, what tells those above that one which is still there is withdrawn.
+/// The row of a scan: the handler of an element, the handler of a change of one, and, if the elements are
+/// leaves in this scan, the function that tells the walkers above that an element is withdrawn.
 template <auto handler, auto reactorHandler, auto withdrawal = nullptr>
 struct Handlers {
   static constexpr auto handle = handler;
@@ -55,7 +55,8 @@ struct Handlers {
 template <class... Scan>
 using HandlerTable = std::tuple<Scan...>;
 
-/// Places: that of the machine's own walkers, and below another, by a key if that has several.
+/// Places of walkers: directly in the machine, or below another walker, with a key if that one has several
+/// children.
 struct Top {
   template <class Entity>
   using Base = TopWalker<Entity>;
@@ -93,7 +94,7 @@ struct Below {
   using Base = KeyedWalkerBelow<Entity, Parent, OwnKey>;
 };
 
-/// Children.
+/// Kinds of children.
 struct NoChild {};
 template <class Key, class Child>
 struct ChildrenOf {

@@ -5,9 +5,9 @@
 #include <VeloAcl/VeloDpAclStatusSm/IntfWalkers.h>
 #include <VeloAcl/VeloDpAclStatusSm/RuleIdWalkers.h>
 
-/// The ten walkers. Each says what it watches, what it is keyed by in its parent and what it does with an
-/// element, in the words of WalkerRow.h. What all of them do with that is in TreeWalker.h; how elements are
-/// scanned is in Walker.h, how children are kept in Children.h, and how tasks are used in TopWalker.h.
+/// The ten walkers. Each one declares what it watches, its key in its parent, and what it does with an
+/// element, with the parts of WalkerRow.h. The common code is in TreeWalker.h; how elements are scanned is in
+/// Walker.h, how children are kept in Children.h, and how tasks are used in TopWalker.h.
 ///
 ///   walker             watches                          elements                 child        scans
 ///   AclIntfConfigSm0   Acl::IntfConfig                  config[aclType]          ConfigSm1    0

@@ -9,19 +9,19 @@
 
 namespace Velo::VeloAcl {
 
-/// The plugin's trace facility, "Velo::Acl". Every packet asks it several times whether it is on: always
-/// inline, whichever files are compiled together.
+/// The plugin's trace facility, "Velo::Acl". Always inline, because it is asked several times for each packet
+/// whether it is on.
 [[gnu::always_inline]] inline const Zeb::TraceHandle& aclTrace() {
   static const Zeb::TraceHandle handle("Velo::Acl", "VeloAcl/VeloPlugin/AclVeloPlugin");
   return handle;
 }
-/// Its name, as the facility of the plugin's drop counts.
+/// Its name, which is also the facility of the plugin's drop counts.
 const Kelp::String& aclFacility();
 /// The plugin's fast-trace facility, "Acl".
 const Kelp::String& aclFastTraceFacility();
 
-/// Writes a line of the packet path, with the line of this call: "Pkt", the packet's trace id, ": " and the
-/// text.
+/// Writes a trace line of the packet path, with the source line of the call: "Pkt", the packet's trace id, ":
+/// " and the text.
 template <class... Args>
 void tracePkt(const PacketContext& ctx, std::string_view function,
               Zeb::TraceFormat<std::type_identity_t<Args>...> text, Args&&... args) {

@@ -9,8 +9,8 @@ namespace Velo::VeloAcl {
 
 namespace {
 
-// The globals of this file come to be in the order in which they stand: types (LoadOrder.h), log messages,
-// instance.
+// The globals of this file are constructed in the order in which they stand: types (LoadOrder.h), log
+// messages, instance.
 
 [[gnu::init_priority(LoadOrder::pluginTypes)]] const Zeb::TypeModule pluginModule(
     "AclVeloPlugin", {
@@ -62,7 +62,7 @@ void VeloAclPluginInst::init(PluginContext* context) {
   plugin_->pluginCtxIs(context);
   plugin_->savePluginRef(context->entityManager);
 
-  // The place that both records name is part of the trace format.
+  // The place that both records name belongs to the format of the trace.
   constexpr int line = 381;
   if (Blip::fastTraceOn(aclFastTraceFacility())) {
     Blip::fastTrace("VeloAcl/VeloPlugin/AclVeloPlugin", line, {aclFastTraceFacility()});

@@ -4,8 +4,8 @@
 
 namespace Velo::VeloAcl {
 
-/// The library's one instance: registered with the agent's loader for as long as the library is open, it
-/// makes the plugin when the agent has a context for it.
+/// The one instance of the library. It is registered with the agent's loader as long as the library is open,
+/// and makes the plugin when the agent calls init().
 class VeloAclPluginInst : public Plugin::PluginBase<PluginContext> {
  public:
   VeloAclPluginInst();

@@ -6,20 +6,20 @@
 
 namespace Velo::VeloAcl {
 
-/// What is bound to an interface, and whether that list exists.
+/// The list that is bound to an interface, and whether it exists.
 struct BoundList {
   bool bound = false;
-  bool typeKnown = false;  ///< whether there is any list of the type
+  bool typeKnown = false;  ///< there is a list of the type
   Kelp::String name;
-  const Acl::AclConfig* list = nullptr;  ///< until the configuration changes
+  const Acl::AclConfig* list = nullptr;  ///< valid until the configuration changes
 };
 
-/// One remembered search: what was looked for, what was found, and how often each collection that was
-/// searched had changed by then (see Zeb::MapVersion).
+/// One search that is remembered: what was searched for, what was found, and the change count of each
+/// collection that was searched (see Zeb::MapVersion).
 ///
-/// The pointers below are not owned. Each is alive as long as the collection that it was found in has not
-/// changed, so holds() asks in the order of the searches: the outer collection first, and only when that is
-/// unchanged what is reached through a pointer into it. Another order would read freed memory.
+/// The pointers below are not owned. Each one is valid as long as the collection in which it was found has
+/// not changed. So holds() must compare in the order of the search: the outer collection first, and only if
+/// that has not changed, the collection behind a pointer into it. Another order would read freed memory.
 class BoundListSearch {
  public:
   bool holds(const Acl::IntfConfig& bindings, const Acl::Config& config, const Nimnet::IntfId& intf,
@@ -40,7 +40,7 @@ class BoundListSearch {
   Acl::AclType type_{};
   bool searched_ = false;
   uint64_t bindingsChanges_ = 0, configChanges_ = 0;
-  // Null, or of the collections whose changes stand below.
+  // The collections that were searched, null if there was none, and their change counts.
   const Acl::IntfTypeConfig* ofType_ = nullptr;
   const Acl::AclIntf* ofDirection_ = nullptr;
   const Acl::AclTypeConfig* lists_ = nullptr;
@@ -48,17 +48,17 @@ class BoundListSearch {
   BoundList found_;
 };
 
-/// Finds the list of a type that is bound to an interface in a direction. That is five searches; their result
-/// is remembered, in one of a few places, and holds as long as none of the searched collections has changed.
-/// Part of the helper, which keeps configuration and bindings.
+/// Finds the list of a type that is bound to an interface in a direction. That takes five searches. Their
+/// result is remembered, in one of a few places, and used as long as none of the searched collections has
+/// changed. Part of the helper, which keeps configuration and bindings alive.
 template <size_t places>
 class BoundListsOf {
  public:
-  /// Either may be null for a helper that is never asked.
+  /// Both may be null, but then find() must not be called.
   BoundListsOf(const Acl::IntfConfig* bindings, const Acl::Config* config)
       : bindings_(bindings), config_(config) {}
 
-  /// Lasts until the next call.
+  /// The result is valid until the next call.
   const BoundList& find(const Nimnet::IntfId& intf, Acl::AclDirection dir, Acl::AclType type) {
     BoundListSearch& place =
         places_[(intf.hash() ^ static_cast<uint32_t>(type) * 2 ^ static_cast<uint32_t>(dir)) % places];

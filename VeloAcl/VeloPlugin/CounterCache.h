@@ -6,11 +6,13 @@
 
 namespace Velo::VeloAcl {
 
-/// The counters of a collection that were counted last, found again without hashing their whole keys. Nothing
-/// is owned: a counter is the collection's, and what is remembered of it holds until the collection gets or
-/// loses a counter. So the cache takes a counter from nobody but the collection, together with the number of
-/// the collection's changes at that moment: whoever made the counter has announced it, and by the time that
-/// returns it may be gone or another one. Part of the helper, which keeps the collections.
+/// Finds the counters of a collection that were used last, without hashing their whole keys. It does not own
+/// them: a counter belongs to the collection, and what is remembered of it is valid until the collection gets
+/// or loses a counter.
+///
+/// The cache takes a counter only from the collection itself, together with the change count of the
+/// collection at that moment. To make a counter announces it, and a handler may have removed or replaced the
+/// counter before the call that made it returns. Part of the helper, which keeps the collections alive.
 template <size_t places>
 class CounterCacheOf {
  public:
@@ -20,7 +22,7 @@ class CounterCacheOf {
 
   CounterCacheOf() : places_(places) {}
 
-  /// Null when the counter is not remembered.
+  /// The counter; null when it is not remembered.
   Counter* find(const Collection& collection, Acl::AclDirection dir, Acl::AclType type,
                 const Kelp::String& aclName, const Kiv::UniqueId& ruleId) const {
     const Place& place = places_[placeOf(dir, ruleId)];
@@ -30,7 +32,7 @@ class CounterCacheOf {
                        place.key.aclName == aclName;
     return known ? place.counter : nullptr;
   }
-  /// Remembers what the collection has of a key, if anything.
+  /// Remembers the counter that the collection has for a key, if it has one.
   void remember(Collection& collection, const Key& key) {
     places_[placeOf(key.direction, key.ruleId)] = {key, &collection, collection.counterCollection().changes(),
                                                    collection.counterCollection(key).get()};
@@ -41,11 +43,11 @@ class CounterCacheOf {
     Key key;
     const Collection* collection = nullptr;
     uint64_t changes = 0;
-    Counter* counter = nullptr;  // the collection's
+    Counter* counter = nullptr;  // owned by the collection
   };
 
-  /// Ids are handed out in a row, or are hashes: their lower bits tell them apart. A list that is bound in
-  /// and out has two counters for each rule.
+  /// Ids are consecutive numbers or hashes, so that their lower bits spread well. A list that is bound both
+  /// in and out has two counters for each rule.
   static size_t placeOf(Acl::AclDirection dir, const Kiv::UniqueId& id) {
     return (id.value() + static_cast<size_t>(dir) * (places / 2)) % places;
   }

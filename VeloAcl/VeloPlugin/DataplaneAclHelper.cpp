@@ -153,7 +153,7 @@ bool DataplaneAclHelper::dropsBy(const Lookup& at, const Match& match) {
 }
 
 bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, bool deny) {
-  // A packet that is dropped on its way out was never sent, so there is nothing of it to mirror.
+  // A packet that is dropped on its way out is not sent, so it is not mirrored either.
   const Kelp::String& session = rule.mirrorSession();
   if (!session.empty() && (at.dir == AclDirection::in || !deny)) {
     tracePkt(*at.ctx, "shouldDropPkt", "mirroring packet to {}", session);
@@ -184,7 +184,7 @@ bool DataplaneAclHelper::dropOnNoMatch(const Lookup& at) {
     account(at, nullptr, implicitId);
   }
   tracePkt(*at.ctx, "shouldDropPkt", "No match on intf {}, default action is drop", at.intf);
-  // One counter for all interfaces: its name keeps the placeholder.
+  // There is one counter for all interfaces, so its name keeps the placeholder.
   static const Kelp::String reason("No match on intf %s, default action is drop");
   countDrop(*at.ctx, reason);
   return true;

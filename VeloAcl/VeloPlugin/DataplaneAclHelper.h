@@ -10,11 +10,12 @@
 
 namespace Velo::VeloAcl {
 
-/// Judges packets against the access lists: finds the lists bound to an interface, asks the matcher, and then
-/// counts, mirrors and decides. Shared by the plugin and its two steps. It keeps nothing of a packet, and
-/// reads configuration, bindings and status directly, so that a change holds for the next packet.
+/// Judges packets by the access lists: finds the lists that are bound to an interface, asks the matcher, and
+/// then counts, mirrors and decides. Shared by the plugin and its two steps. It keeps nothing about a packet.
+/// It reads configuration, bindings and status directly, so that a change is effective for the next packet.
 ///
-/// Verdicts: the process functions return true for "may continue", shouldDropPkt true for "drop".
+/// Mind the verdicts: the process functions return true for "may continue", shouldDropPkt returns true for
+/// "drop".
 class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
   ZEB_ENTITY(DataplaneAclHelper, Zeb::Reflected)
 
@@ -28,16 +29,17 @@ class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
                      const Kelp::Ptr<Counters>& ip6OutCounters);
   ~DataplaneAclHelper() override;
 
-  /// Everything for one interface: of a port-channel member the port-channel's lists first, then its own; MAC
-  /// before IP. The first drop ends it.
+  /// Asks all lists of one interface: for a member of a port-channel the lists of the port-channel first,
+  /// then its own; on each the MAC list before the IP list. Stops at the first one that drops the packet.
   bool processPkt(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, Nimnet::IntfId intf);
-  /// The MAC list. A packet without an Ethernet header passes.
+  /// Asks the MAC list. A packet without an Ethernet header passes.
   bool processL2Pkt(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, Nimnet::IntfId intf);
-  /// The IPv4 or IPv6 list. A packet without an IP header passes.
+  /// Asks the IPv4 or IPv6 list. A packet without an IP header passes.
   bool processL3Pkt(const Kelp::Ptr<PacketContext>& ctx, Acl::AclDirection dir, Nimnet::IntfId intf);
 
-  /// One list. Nothing bound, or a list that does not exist: passes. The packet has the header that the type
-  /// of list needs. Throws std::range_error when the matched rule has an MPLS label that cannot be.
+  /// Asks one list. The packet passes when no list is bound, or the list does not exist. It must have the
+  /// header that the type of list needs. Throws std::range_error when the matched rule has an MPLS label that
+  /// is out of range.
   bool shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimnet::IntfId intf, Acl::AclDirection dir,
                      Acl::AclType type);
 
@@ -60,15 +62,15 @@ class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
 
  private:
   struct Lookup;
-  /// A bound list that is not there; `typeKnown` says whether any of its type is.
+  /// Reports that a bound list does not exist; `typeKnown`: other lists of its type do.
   static void tellNoList(const Lookup& at, bool typeKnown);
-  /// Asks `match(&rule, &ruleId)`, a matcher, and carries out what it says.
+  /// Calls match(&rule, &ruleId), a matcher, and acts on its result.
   template <class Rule, class Match>
   bool dropsBy(const Lookup& at, const Match& match);
   bool dropOnMatch(const Lookup& at, const Acl::RuleConfig& rule, bool deny);
   bool dropOnNoMatch(const Lookup& at);
-  /// Counts the packet under a rule, null: under the list's implicit drop. Of a packet that is only tried,
-  /// tells its trial instead.
+  /// Counts the packet for a rule; null: for the list's implicit drop. If the packet is only tried, tells its
+  /// trial instead.
   void account(const Lookup& at, const Acl::RuleConfig* rule, const Kiv::UniqueId& ruleId);
   const Kelp::Ptr<Counters>& countersFor(Acl::AclDirection dir, Acl::AclType type) const;
 

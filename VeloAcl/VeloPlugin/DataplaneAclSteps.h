@@ -5,7 +5,7 @@
 
 namespace Velo::VeloAcl {
 
-/// Judges every received packet by the lists bound in on its port.
+/// Judges every received packet by the lists that are bound "in" on its port.
 class DataplaneAclInputStep : public InputPipelineStep {
   ZEB_ENTITY(DataplaneAclInputStep, InputPipelineStep)
 
@@ -15,7 +15,7 @@ class DataplaneAclInputStep : public InputPipelineStep {
   ZEB_HELD(DataplaneAclHelper, helper)
 };
 
-/// Judges every packet about to be sent by the lists bound out on its port; mirrored copies pass.
+/// Judges every packet before it is sent by the lists that are bound "out" on its port. Mirrored copies pass.
 class DataplaneAclOutputStep : public OutputPipelineStep {
   ZEB_ENTITY(DataplaneAclOutputStep, OutputPipelineStep)
 
