@@ -10,7 +10,7 @@ namespace Agent {
 
 namespace {
 
-// A clock is read once in so many rules.
+// How many rules are written or copied before the clock is read.
 constexpr size_t writesAPiece = 8;
 constexpr size_t copiesAPiece = 16;
 
@@ -26,7 +26,7 @@ void Changeover::begin(SourceChange change) {
   if (phase_ == Phase::prepare) findLarge();
 }
 
-/// Lists that the switch writes share what fits into it.
+/// The lists that are written in the switch share what can be written in one go.
 void Changeover::findLarge() {
   size_t left = writesAtOnce;
   for (List& list : lists_) {
@@ -87,7 +87,7 @@ bool Changeover::prepare(List& list) {
   return list.inSwitch() || list.change->asked != Asked::notBefore || writeInPieces(list);
 }
 
-/// Rules that stay are copied with their ids, and those that come are given theirs here.
+/// Rules that stay are copied with their ids; new ones get their ids here.
 bool Changeover::copyRules(List& list) {
   const ListChange& change = *list.change;
   const Acl::AclType type = change.key.first;
@@ -119,7 +119,7 @@ bool Changeover::rewrite(List& list) {
   return !behind || writeInPieces(list);
 }
 
-/// Of a list that packets do not ask meanwhile.
+/// Writes a list that packets do not ask at the moment.
 bool Changeover::writeInPieces(List& list) {
   if (!list.large) {
     writeAll(list);
@@ -140,7 +140,7 @@ bool Changeover::writeInPieces(List& list) {
     if (!change.list) {
       listDel(*source_.lists, change.key);
       list.taken = true;
-      return false;  // another source may have to take over
+      return false;  // another source may have to take over first
     }
   }
   upkeepIs(list, true);
@@ -160,7 +160,7 @@ void Changeover::switchOver() {
 }
 
 void Changeover::standIn(List& list) {
-  // A list of another source has its stand-in before this one takes over.
+  // If another source's list is in force, the copy stands in for that one before this source takes over.
   if (!merged(list)) listIs(*source_.lists, list.change->key);
   if (const auto judged = merged(list)) judged->standInIs(list.next);
 }
@@ -191,7 +191,7 @@ void Changeover::finish() {
   phase_ = Phase::done;
 }
 
-/// A list that comes is complete before it is shown.
+/// A new list is complete before it is visible in the source.
 void Changeover::writeAll(List& list) {
   const ListChange& change = *list.change;
   if (!change.list) return listDel(*source_.lists, change.key);

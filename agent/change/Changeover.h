@@ -13,68 +13,77 @@
 
 namespace Agent {
 
-/// Carries a change of one source out, so that packets never wait for much longer than a task's slice and are
-/// still judged by all of the old configuration or all of the new one.
+/// Carries out a change of one source while packets flow. Packets never wait for much longer than the slice
+/// of a task, and each of them is judged by the whole old configuration or by the whole new one.
 ///
-/// A small change is written in one go. Of a large one, lists that no packet asks under the old configuration
-/// are written before, a slice at a time. Of lists that packets go on asking, or that pass to another source,
-/// the new rules are made ready beside, compiled form and all. Then comes the switch, which is one go: the
-/// new rules stand in for the lists before packets (see Acl::AclConfig), and bindings and interfaces change.
-/// Behind it the lists themselves are written a slice at a time, and when they are compiled nothing stands in
-/// for them any more. So whoever follows the lists sees single writes throughout.
+/// A small change is written in one go. A large one takes three steps:
 ///
-/// begin() is the point of no return: from there on followers see writes that nobody takes back. Nothing
-/// behind it can fail. What may be wrong with a change, and whether there is the memory for it
-/// (SourceChange::memory(), held back in the loop's Reserve), is found out before.
+/// - Preparation, a slice at a time. Lists that packets do not ask under the old configuration are written.
+///   For a list that packets keep asking, or that another source takes over, a second copy with the new rules
+///   is made and compiled.
+/// - The switch, in one go. The copies stand in for their lists when packets ask (see Acl::AclConfig), and
+///   bindings and interfaces change.
+/// - Rewriting, a slice at a time. The lists themselves are written. When they are compiled the copies go.
+///
+/// So whoever follows the lists sees single writes only.
+///
+/// After begin() there is no way back, because followers have seen the first writes, and nothing can fail.
+/// Mistakes, and a lack of memory (SourceChange::memory(), held back in the loop's Reserve), must be found
+/// before.
 ///
 /// Part of Commit, which owns the models. The core outlives it.
 class Changeover {
  public:
-  /// What fits into one go, by ListChange::writes().
+  /// How much is written in one go, by ListChange::writes().
   static constexpr size_t writesAtOnce = 160;
 
   enum class State { done, yields, waits };
 
-  /// `switching` is called within the switch: for what else is to change with it.
+  /// `switching` is called within the switch, for everything else that changes with it.
   Changeover(Core& core, Discard& discard, std::function<void()> switching)
       : core_(core), discard_(discard), switching_(std::move(switching)) {}
   Changeover(const Changeover&) = delete;
   Changeover& operator=(const Changeover&) = delete;
 
-  /// What can fail has been looked at, and memory is reserved. Not while another change is under way.
+  /// The caller has made sure that nothing can fail, and memory is held back. Not while another change is
+  /// being carried out.
   void begin(SourceChange change);
-  /// Goes on until the task's slice is used up, or until it waits for lists to be compiled.
+  /// Goes on until the slice of the task is used up (yields), lists have to be compiled first (waits), or the
+  /// change is carried out (done).
   State run(const Kiv::Task& task);
+  /// Whether a change is being carried out.
   bool underWay() const { return phase_ != Phase::done; }
 
  private:
   enum class Phase { atOnce, prepare, prepared, rewrite, rewritten, done };
   using Asked = ListChange::Asked;
-  /// One list on its way.
+  /// One list of the change, and how far it is.
   struct List {
     const ListChange* change;
-    bool large = false;                                       ///< does not fit into one go
-    Kelp::Ptr<Acl::AclSubConfig> next{};                      ///< the new rules, made beside the list
-    std::map<uint32_t, Config::Rule>::const_iterator from{};  ///< the first of them that is not made
-    size_t gone = 0, written = 0;                             ///< changes that are written
-    bool begun = false;
-    bool taken = false;  ///< out of the source
+    bool large = false;                                       ///< cannot be written in one go
+    Kelp::Ptr<Acl::AclSubConfig> next{};                      ///< the copy with the new rules
+    std::map<uint32_t, Config::Rule>::const_iterator from{};  ///< the first rule that is not in the copy yet
+    size_t gone = 0, written = 0;                             ///< how many of the changes are written
+    bool begun = false;                                       ///< rewriting has begun
+    bool taken = false;                                       ///< it is deleted in the source
 
+    /// Whether it must change within the switch, because packets ask it before and after.
     bool inSwitch() const { return change->asked == Asked::always || change->other; }
+    /// Whether a copy stands in for it from the switch on.
     bool standsIn() const { return large && inSwitch(); }
     bool allWritten() const { return gone == change->gone.size() && written == change->written.size(); }
   };
 
   void findLarge();
-  /// One piece of the work; false when it has to wait.
+  /// Does one piece of the work; false when it has to wait first.
   bool step();
-  /// A piece of the work on the list that it has come to; true behind the last list.
+  /// Does a piece of the work on the current list; true when the last list is done.
   bool forLists(bool (Changeover::*piece)(List& list));
   bool forAll(bool (Changeover::*holds)(const List& list) const) const;
   void switchOver();
   void finish();
 
-  // Pieces of the work on a list; true when that was the last one.
+  // Each does a piece of the work on a list; true when the list is done.
   bool prepare(List& list);
   bool copyRules(List& list);
   bool rewrite(List& list);
@@ -88,7 +97,8 @@ class Changeover {
   void writeAll(List& list);
   void writeOne(List& list, ListRules& rules) const;
   void writeBindings();
-  /// The list that packets ask, and its rules; null when there is none, or when this one is not in force.
+  /// The merged list that packets ask, and its rules; null when there is none, or when another source's list
+  /// is in force.
   Kelp::Ptr<Acl::AclConfig> merged(const List& list) const;
   Kelp::Ptr<Acl::AclSubConfig> mergedRules(const List& list) const;
   void upkeepIs(const List& list, bool on) const;
@@ -101,7 +111,7 @@ class Changeover {
   SourceChange change_;
   Core::Source source_;
   std::vector<List> lists_;
-  size_t at_ = 0;  ///< of the lists, the one that is being worked on
+  size_t at_ = 0;  ///< index of the current list
 };
 
 }  // namespace Agent

@@ -12,9 +12,9 @@ namespace Agent {
 
 namespace {
 
-/// How often it is looked whether lists have been compiled.
+/// How long to wait before looking again whether lists have been compiled.
 constexpr Kelp::Duration untilCompiled{0.001};
-/// Below all tasks that a change gives work to.
+/// Below the priority of all tasks that have work to do after a change.
 constexpr int whenSettled = -100;
 
 }  // namespace
@@ -95,7 +95,7 @@ void Commit::carryOn() {
   finished.done(finished.longestTurn);
 }
 
-/// From here on the new configuration holds, with all that is not in lists and bindings.
+/// Puts everything else of the new configuration in force that is not in lists and bindings.
 void Commit::handleSwitch() {
   NewContent& change = pending_->change;
   const bool goes = !change.model;

@@ -14,17 +14,17 @@
 
 namespace Agent {
 
-/// The sources in force while the agent runs, and the one way by which what they say comes to be otherwise:
-/// one change at a time, a slice a turn around one switch (see Changeover). The models are those in force: a
-/// source says something else from the switch on.
+/// Holds the sources that are in force while the agent runs, and changes them, one change at a time. The work
+/// is spread over turns of the loop, with one switch in the middle (see Changeover). The model of a source is
+/// replaced in that switch.
 ///
 /// Part of Configuration. The core and the forwarder outlive it.
 class Commit {
  public:
-  /// Told for how long packets waited at most, in seconds.
+  /// Called when the change is carried out. `longestTurn`: for how many seconds packets waited at most.
   using Done = std::function<void(double longestTurn)>;
 
-  /// Begins with what the core was given. `applied` is called behind every change, and may be empty; memory
+  /// `sources` are those that the core has. `applied` is called after every change, and may be empty. Memory
   /// for changes is held back in `reserve`.
   Commit(Core& core, Forwarder& forwarder, Reserve& reserve, Sources sources, std::function<void()> applied);
   ~Commit();
@@ -32,32 +32,33 @@ class Commit {
   Commit& operator=(const Commit&) = delete;
 
   const Sources& sources() const { return sources_; }
-  /// Seconds since the epoch at which a source came to say what it says; nothing when it does not exist.
+  /// When a source last changed, in seconds since the epoch; nothing when there is no such source.
   std::optional<double> appliedAt(const std::string& source) const;
+  /// Whether a change is being carried out.
   bool underWay() const { return pending_.has_value(); }
 
-  /// Holds the memory back that carrying a change out will need; why that cannot be.
+  /// Holds back the memory that a change will need. Returns why that cannot be done.
   std::optional<std::string> reserveFor(const SourceChange& writes);
-  /// Begins to carry a change out, whose memory has been reserved; `writes` is what it comes to. Returns why
-  /// that cannot be; then everything is as it was, and `done` is not called. Otherwise it is called from
-  /// within, or later. Not while one is under way.
+  /// Begins a change, for which memory has been held back. `writes` is what has to be written for it. Returns
+  /// why it cannot be carried out; then everything is as it was, and `done` is not called. Otherwise `done`
+  /// is called from within, or later. Not while another change is being carried out.
   std::optional<std::string> begin(NewContent change, SourceChange writes, Done done);
-  /// Why a change could not be carried out, if so.
+  /// Why a change cannot be carried out; nothing if it can.
   std::optional<std::string> whyNot(NewContent& change);
-  /// Frees a model that nobody wants, a slice a turn.
+  /// Frees a model, a slice a turn.
   void discard(std::optional<Config::Model> model);
 
  private:
   /// A change that is being carried out.
   struct Pending {
-    NewContent change;  ///< from the switch on with the old content
+    NewContent change;  ///< has the old content from the switch on
     Done done;
     double longestTurn;
   };
 
   void carryOn();
   void handleSwitch();
-  /// Puts a content in the place of the source's, and that one into the change.
+  /// Exchanges the content of the source and that of the change.
   void exchange(NewContent& change);
 
   Core& core_;
@@ -67,7 +68,7 @@ class Commit {
   std::map<std::string, double> appliedAt_;
   const Kelp::Ptr<Kiv::TimerTask> task_;
   Reserve& reserve_;
-  const Kelp::Ptr<Kiv::TimerTask> settled_;  ///< runs when all has been done that follows from a change
+  const Kelp::Ptr<Kiv::TimerTask> settled_;  ///< runs when everything is done that followed from a change
   Discard discard_;
   Changeover changeover_;
   std::optional<Pending> pending_;

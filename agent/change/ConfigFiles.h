@@ -12,32 +12,34 @@
 
 namespace Agent {
 
-/// What a file of a directory had in it when it was read.
+/// What is remembered of the content of a file that was read.
 struct FileContent {
   FileIdentity identity;
   uint64_t hash = 0;
-  bool settled = false;  ///< it was, when the file was read: else the identity does not vouch for the content
+  bool settled =
+      false;  ///< isSettled() when it was read; otherwise the content may differ in spite of the identity
 };
 
-/// Of a text that nobody can vouch for the first mistakes are told.
+/// How many mistakes are told of a text at most, when it comes from somebody else than the one who started
+/// the agent.
 inline constexpr size_t mostMistakes = 100;
 std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes);
 
-/// The files of a configuration directory in the order of their names; hidden files, backup files (ending in
-/// ~) and directories do not count.
+/// The files of a configuration directory in the order of their names, without hidden files, backup files
+/// (ending in ~) and directories.
 std::vector<std::filesystem::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong);
 
-/// The configuration texts of a run: the command line's, read in order as one, and each file of a directory
-/// as a source of its own.
+/// Reads the configuration texts that an agent starts with: those of the command line, in order as one
+/// source, and each file of a directory as a source of its own.
 class ConfigFiles {
  public:
-  /// Reads all of them. Returns every mistake and every file that could not be read, a line each; then
-  /// nothing is to be applied. `dir` empty: none.
+  /// Reads all of them. Returns a line for every mistake and for every file that could not be read; if there
+  /// is any, the sources must not be used. `dir` empty: there is no directory.
   std::vector<std::string> read(const std::vector<std::string>& commandLine, const std::string& dir,
                                 TextLimits limits = {});
 
   const Sources& sources() const { return sources_; }
-  /// Hands them over, for whoever goes on with them; empty afterwards.
+  /// Hands the sources over to the caller; none are left here.
   Sources takeSources() { return std::move(sources_); }
   const std::map<std::string, FileContent>& contents() const { return contents_; }
 

@@ -28,7 +28,7 @@ Json sourceJson(const std::string& name, const Config::Model& model, const std::
 
 }  // namespace
 
-/// Texts for the command line's input on their way through the thread.
+/// Texts for the command line's source. They are prepared on the thread.
 struct Configuration::Texts {
   std::vector<Config::Source> sources;
   bool dryRun;
@@ -54,7 +54,8 @@ struct Configuration::Texts {
     model = std::move(result.model);
     outcome.prepareSeconds = seconds() - start;
   }
-  /// What was made in vain, which may be much, is freed beside the loop: nothing in force shares any of it.
+  /// Frees everything that was prepared, beside the loop, because it may be much. Nothing in force shares any
+  /// of it.
   void fail(const std::string& why) {
     Outcome failed{{why}, {}, false, outcome.prepareSeconds, 0};
     Acl::Workshop::singleton().dispose(std::tuple(std::move(sources), std::exchange(model, std::nullopt),
@@ -63,11 +64,11 @@ struct Configuration::Texts {
   }
 };
 
-/// A content of a file of the directory on its way through the thread.
+/// New content of a file of the directory. It is compared on the thread.
 struct Configuration::Next {
   NewContent change;
   SourceChange writes;
-  bool same = false;  ///< as the content in force
+  bool same = false;  ///< nothing differs from the content in force
 };
 
 Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files,
@@ -126,7 +127,7 @@ void Configuration::answer(Texts& texts) {
   commitNext();
 }
 
-// ---- Files of the directory.
+// Files of the directory.
 
 void Configuration::handleFound(DirectoryFiles::Found found) {
   for (const auto& [name, model] : sources().inputs) {
@@ -136,7 +137,8 @@ void Configuration::handleFound(DirectoryFiles::Found found) {
   commitNext();
 }
 
-/// What a file changes depends on the files before it, and is found out when those are in force.
+/// The difference that a file makes depends on the files before it, so it is found out when those are in
+/// force.
 void Configuration::commitNext() {
   if (background_.busy() || commit_.underWay()) return;
   if (changes_.empty()) return files_.look();
@@ -164,7 +166,7 @@ void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
   if (next.same) return files_.taken(name);
   const auto wrong = commit_.begin(std::move(next.change), std::move(next.writes), [this, name](double) {
     files_.taken(name);
-    // What stood in the way of others may have gone.
+    // Files that could not be in force together with the old content may be possible now.
     files_.conflictsAreDue();
     task_->scheduleTask();
   });

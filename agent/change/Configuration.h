@@ -19,18 +19,19 @@ namespace Agent {
 
 /// The configuration that is in force, and its changes while the agent runs.
 ///
-/// A change is prepared on a thread of its own (texts are read and compared with what is in force) while the
-/// old configuration holds and packets flow; then it is carried out (see Commit). There is one change at a
-/// time. A text with a mistake changes nothing: of a file of the directory the last good content stays in
-/// force, and report() tells.
+/// A change is prepared on a thread of its own: texts are read and compared with the configuration in force,
+/// while packets flow under it. Then the change is carried out (see Commit). There is one change at a time. A
+/// text with a mistake changes nothing; the last good content of a file in the directory stays in force, and
+/// report() names the file.
 ///
 /// Owner: the control plane. The core, the forwarder and the loop outlive it.
 class Configuration {
  public:
-  /// What became of new texts for the command line's input.
+  /// What became of new texts for the command line's source.
   struct Outcome {
-    std::vector<std::string> mistakes;  ///< FILE:LINE:COLUMN, or why the whole cannot be; the first hundred
-    /// The document of Difference.h, as pieces of one line; empty with mistakes.
+    /// The first hundred, each with FILE:LINE:COLUMN, or why the texts as a whole cannot be in force.
+    std::vector<std::string> mistakes;
+    /// The document of difference(), as pieces of one line; empty when there are mistakes.
     std::deque<std::string> difference;
     bool applied = false;
     double prepareSeconds = 0;
@@ -38,23 +39,24 @@ class Configuration {
   };
   using Done = std::function<void(Outcome outcome)>;
 
-  /// Begins with what the core was given, `dir` empty: no directory; `limits` are those of its files.
-  /// `applied` is called behind every commit, and may be empty.
+  /// `files` are the texts that the core was given. `dir` is the directory that is watched, or empty, and
+  /// `limits` are those of its files. `applied` is called after every change, and may be empty.
   Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, std::string dir,
                 TextLimits limits, std::function<void()> applied);
   ~Configuration();
 
-  /// Replaces the command line's input by these texts; with `dryRun` only says what would change. False when
-  /// another change is under way. `done` is called from the loop, later, unless this object goes first.
+  /// Replaces the command line's source by these texts; with `dryRun` it only finds out what would change.
+  /// False when another change is being carried out. `done` is called from the loop later, unless this object
+  /// is destroyed first.
   bool apply(std::vector<Config::Source> texts, bool dryRun, Done done);
   bool busy() const { return background_.busy() || commit_.underWay() || !changes_.empty(); }
-  /// Whether it may still become busy by what is known of the directory: a look is no change, and an apply
-  /// may come meanwhile.
+  /// Whether the directory is being looked at, or is about to be, which may lead to a change. That is not
+  /// busy(): apply() works meanwhile.
   bool looking() const { return files_.looking(); }
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
-  /// What the sources in force say.
+  /// The sources that are in force.
   const Sources& sources() const { return commit_.sources(); }
 
  private:
@@ -68,7 +70,7 @@ class Configuration {
   void commitNext();
   void handleNext(Next& next, std::optional<std::string> failed);
 
-  std::vector<NewContent> changes_;  // of files, to be committed one a turn
+  std::vector<NewContent> changes_;  // of files, to be carried out one after the other
   const Kelp::Ptr<Kiv::TimerTask> task_;
   Commit commit_;
   Background background_;

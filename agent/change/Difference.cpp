@@ -14,11 +14,11 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// What became of an entry; the members of each part, in their order.
+/// What became of an entry, and the members that say so, in their order.
 enum What { added, removed, changed, respelled };
 constexpr std::string_view members[] = {"added", "removed", "changed", "respelled"};
 
-/// Text in pieces, so that it takes no more memory than it has, and is not freed in one go.
+/// Text in pieces: it does not take more memory than its length, and can be freed piece by piece.
 class Pieces {
  public:
   void add(std::string_view text) {
@@ -35,15 +35,16 @@ class Pieces {
   std::deque<std::string> all_;
 };
 
-/// One part of the difference: the entries by what became of them. They are texts already, for the JSON of a
-/// large difference would take many times as much memory, and some more to be freed (its destructor, which
-/// must not fail, allocates: nlohmann-json 3.11 does that for every array or object that is not empty).
+/// One part of the difference: its entries, by what became of them. They are kept as text. As JSON values a
+/// large difference would take many times as much memory, and would allocate some more when it is freed (the
+/// destructor of nlohmann-json 3.11 allocates for every array or object that is not empty, and it must not
+/// fail).
 class Part {
  public:
   explicit Part(int kinds = respelled) : kinds_(kinds) {}
 
   void add(What what, const Json& entry) { begin(what).add(lineOf(entry)); }
-  /// An entry with a further member.
+  /// Adds an entry that has one more member, another part.
   void add(What what, const Json& entry, std::string_view member, Part&& value) {
     Pieces& to = begin(what);
     to.add(openObject(entry) + lineOf(member) + ":");
@@ -63,7 +64,7 @@ class Part {
 
  private:
   Pieces& begin(What what) {
-    // What was used of a reserve by now is less than it has.
+    // Asked for each entry: less is allocated in between than the reserve has.
     Refusable::check();
     if (std::exchange(some_[what], true)) entries_[what].add(",");
     return entries_[what];
@@ -74,7 +75,8 @@ class Part {
   bool some_[std::size(members)] = {};
 };
 
-/// Walks two maps side by side: `gone(entry)`, `come(entry)` and, of a key that is in both, `stays(a, b)`.
+/// Walks two maps side by side and calls gone(entry) for a key that is only in `before`, come(entry) for one
+/// that is only in `after`, and stays(old, now) for one that is in both.
 template <class Map, class Gone, class Come, class Stays>
 void compare(const Map& before, const Map& after, const Gone& gone, const Come& come, const Stays& stays) {
   auto old = before.begin();

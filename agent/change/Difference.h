@@ -8,17 +8,18 @@
 
 namespace Agent {
 
-/// What changes when one configuration takes the place of another, as a line of JSON in pieces: members
-/// `lists`, `bindings`, `portChannels` and `mirrorSessions`, each with `added`, `removed` and `changed`; of a
-/// changed list the rules in the same way. A rule whose number stays but that is another rule is changed and
-/// gets a new id; one of which only remark or spelling differ is `respelled` and keeps it. Reads only, so
-/// that any thread may call it while nobody writes.
+/// What changes when one configuration replaces another, as one line of JSON in pieces. It has the members
+/// `lists`, `bindings`, `portChannels` and `mirrorSessions`, each with `added`, `removed` and `changed`. A
+/// changed list has the same members for its rules. A rule is `changed` when another rule has its number now,
+/// which gets a new id; it is `respelled` when only its remark or spelling differs, and keeps its id.
+///
+/// Only reads the models, so that any thread may call it while nobody writes them.
 std::deque<std::string> difference(const Config::Model& before, const Config::Model& after);
 
 /// True when it says that nothing changes.
 bool isNoDifference(const nlohmann::ordered_json& difference);
 
-/// The difference for people, a line each with + - or ~ in front.
+/// The difference for people: a line for each entry, with +, - or ~ in front.
 std::string differenceText(const nlohmann::ordered_json& difference, bool colour);
 
 }  // namespace Agent

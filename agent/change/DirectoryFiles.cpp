@@ -8,7 +8,7 @@ namespace Agent {
 
 namespace {
 
-/// A file for which memory was short is read again after so many looks: reading it is long work.
+/// After how many looks a file is read again for which there was no memory: to read it is long work.
 constexpr int looksBetweenTrials = 30;
 
 }  // namespace
@@ -56,7 +56,7 @@ void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std:
   seen_ = std::move(scan.seen);
   if (failed) {
     scan.unreadable = {dir_ + ": " + *failed};
-    // May be much, and nothing in force shares any of it.
+    // Freed beside the loop, because it may be much. Nothing in force shares any of it.
     Acl::Workshop::singleton().dispose(std::move(scan.found));
   }
   unreadable_ = std::move(scan.unreadable);
@@ -78,7 +78,7 @@ void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std:
 void DirectoryFiles::take(const std::string& name, DirectoryScan::File& file, Found& found) {
   if (file.content) {
     seen_[name] = *file.content;
-    // Another try of what is bad as it is.
+    // Read again without a new content: it stays bad.
     if (!file.model && file.wrong.empty()) return;
   } else {
     seen_.erase(name);
@@ -111,7 +111,7 @@ void DirectoryFiles::failed(const std::string& name, std::string why) {
 }
 
 void DirectoryFiles::memoryIsShortFor(const std::string& name) {
-  // One that fails again and again does not put the others off.
+  // A file that fails again and again must not delay the others.
   if (shortOfMemory_.empty()) looksUntilMemory_ = looksBetweenTrials;
   shortOfMemory_.insert(name);
 }

@@ -14,11 +14,11 @@
 
 namespace Agent {
 
-/// The files of the configuration directory while the agent runs: which have to be read, what is new in them,
-/// and which of them are bad. They are read on a thread, one look at a time. A look comes a moment after
-/// files were written, and once a second, for the watch is not told of everything (a link may lead anywhere);
-/// it reads what differs from what was seen. What cannot be read is tried again at the next look, and is bad
-/// until then.
+/// The files of the configuration directory while the agent runs: finds out which of them have to be read,
+/// what is new in them, and which of them are bad. They are read on a thread, one look at a time. A look
+/// comes a moment after files were written, and once a second, because the watch does not see everything (a
+/// link may lead anywhere). It reads the files that differ from what was seen before. A file that cannot be
+/// read is bad, and is tried again at the next look.
 ///
 /// Owner: the configuration. The loop outlives it.
 class DirectoryFiles {
@@ -30,26 +30,27 @@ class DirectoryFiles {
   using Changed = std::function<void(Found found)>;
   using MayLook = std::function<bool()>;
 
-  /// `seen`: what was in the files that are in force. `changed` is told what a look found, and `mayLook`
-  /// asked before one begins. `dir` empty: there are no files.
+  /// `seen`: the content of the files that are in force. `changed` is called with the result of each look,
+  /// and `mayLook` is asked before a look begins. `dir` empty: there are no files.
   DirectoryFiles(EventLoop& loop, std::string dir, TextLimits limits, std::map<std::string, FileContent> seen,
                  MayLook mayLook, Changed changed);
 
-  /// Begins a look if one is due and none is under way.
+  /// Begins a look if one is due and none is going on.
   void look();
-  /// True while a look is due or under way.
+  /// True while a look is due or going on.
   bool looking() const { return lookIsDue_ || background_.busy(); }
 
-  /// A content is in force.
+  /// The content of a file is in force now.
   void taken(const std::string& name) { bad_.erase(name), conflicts_.erase(name); }
-  /// A content cannot be in force, and may when others are: those that could not be are tried again.
+  /// The content of a file cannot be in force together with the others. It may be possible when those change:
+  /// then call conflictsAreDue(), and the file is tried again.
   void conflictIs(const std::string& name, std::string why);
   void conflictsAreDue();
-  /// There was no memory to work on a content: like others of that kind it is tried again, some looks later.
+  /// There was no memory for the content of a file. It is tried again some looks later.
   void failed(const std::string& name, std::string why);
 
   const std::string& dir() const { return dir_; }
-  /// What is wrong, by file.
+  /// What is wrong with each bad file.
   const std::map<std::string, std::vector<std::string>>& bad() const { return bad_; }
   /// What is wrong with the directory itself.
   const std::vector<std::string>& unreadable() const { return unreadable_; }
@@ -69,14 +70,15 @@ class DirectoryFiles {
   bool lookIsDue_ = false;
   bool all_ = false;
   std::set<std::string> due_;
-  std::set<std::string> forgotten_;  // of seen_, which may be with the look that is under way
+  std::set<std::string> forgotten_;  // to be removed from seen_ before the next look
 
-  std::map<std::string, FileContent> seen_;  // in force, on its way there, or bad; during a look it has them
+  std::map<std::string, FileContent>
+      seen_;  // contents that were read; empty while a look is going on, which has them
   std::vector<std::string> unreadable_;
   std::map<std::string, std::vector<std::string>> bad_;
-  std::set<std::string> conflicts_;      // of the bad: right, but not together with the others
-  std::set<std::string> shortOfMemory_;  // of the bad
-  int looksUntilMemory_ = 0;             // until those are tried again
+  std::set<std::string> conflicts_;      // bad files that have no mistake, but conflict with others
+  std::set<std::string> shortOfMemory_;  // bad files for which there was no memory
+  int looksUntilMemory_ = 0;             // how many looks until these are tried again
 
   Background background_;
   std::unique_ptr<DirectoryWatch> watch_;

@@ -10,31 +10,31 @@
 
 namespace Agent {
 
-/// One look at the files of a configuration directory: what is there is compared with what was read last, by
-/// what the file system says of each file, and where that differs by the content. Plain values, for a thread:
-/// what is asked is filled in, run() is called, and what was found is taken.
+/// One look at the files of a configuration directory. It compares each file with what was read last: by what
+/// the file system says of it, and if that differs, by its content. Plain values, for a thread: the caller
+/// fills in the question, calls run(), and takes the result.
 struct DirectoryScan {
   /// A file that was read, or could not be.
   struct File {
-    std::optional<FileContent> content;  ///< nothing: it could not be read and is to be read again
-    std::optional<Config::Model> model;  ///< of a content that is new and has no mistake
+    std::optional<FileContent> content;  ///< nothing: it could not be read, and must be read again
+    std::optional<Config::Model> model;  ///< if the content is new and has no mistake
     std::vector<std::string> wrong;
-    bool shortOfMemory = false;  ///< it may be read when there is more
+    bool shortOfMemory = false;  ///< it can be read when there is more memory
   };
 
-  // What is asked.
+  // The question.
   std::string dir;
   TextLimits limits;
-  std::set<std::string> due;  ///< read whatever the file system says of them
-  bool all = false;           ///< all are due
+  std::set<std::string> due;  ///< files that are read in any case
+  bool all = false;           ///< all files are read
   int64_t time = 0;           ///< fileTime() now, or before
-  /// What was in the files that were read; comes back without those that have gone.
+  /// The content of the files that were read before; run() removes files that are gone.
   std::map<std::string, FileContent> seen;
 
-  // What was found.
-  std::vector<std::string> unreadable;  ///< why the directory cannot be read; then nothing else is known
+  // The result.
+  std::vector<std::string> unreadable;  ///< why the directory cannot be read; then the rest means nothing
   std::set<std::string> there;
-  std::map<std::string, File> found;  ///< files whose content is not the one that was seen
+  std::map<std::string, File> found;  ///< files whose content is new, or that were read again
 
   void run();
 

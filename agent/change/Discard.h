@@ -9,9 +9,9 @@
 
 namespace Agent {
 
-/// Frees models, and rules that stood in for a list, a slice a turn: a large one takes longer than packets
-/// should wait. It has to be done on the loop's thread, where the texts that it shares with the running
-/// configuration are counted.
+/// Frees models and copies of rules, a slice a turn: to free a large one takes longer than packets should
+/// wait. This must be done on the loop's thread, because they share counted texts with the running
+/// configuration.
 class Discard {
  public:
   Discard() : task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(-10, "Discard")) {
@@ -28,7 +28,7 @@ class Discard {
     models_.push_back(std::move(model));
     task_->scheduleTask();
   }
-  /// Rules of a list of this kind that nobody follows and nobody else holds.
+  /// The rules of a list of this type. Nobody may follow them, or hold them besides.
   void take(Acl::AclType type, Kelp::Ptr<Acl::AclSubConfig> rules) {
     rules->upkeepIs(type, false);
     rules_.emplace_back(type, std::move(rules));

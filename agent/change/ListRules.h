@@ -7,19 +7,19 @@
 
 namespace Agent {
 
-/// The rules of a list in the state tree, by their numbers and whatever kind they are of.
+/// The rules of a list in the state tree, found by their numbers. Works for all types of lists.
 class ListRules {
  public:
   ListRules(Acl::AclType type, Kelp::Ptr<Acl::AclSubConfig> list) : type_(type), list_(std::move(list)) {}
 
   const Kelp::Ptr<Acl::AclSubConfig>& list() const { return list_; }
   size_t size() const;
-  /// The id of the rule of a number; an empty one when there is none.
+  /// The id of the rule with this number; the empty id when there is none.
   Kiv::UniqueId idAt(uint32_t sequence) const;
-  /// `rule` is one of the list's kind.
+  /// `rule` must be of the list's type.
   void write(const Kiv::UniqueId& id, const Config::Rule& rule);
   void remove(const Kiv::UniqueId& id);
-  /// There is one.
+  /// The list must not be empty.
   void removeFirst();
 
  private:

@@ -15,7 +15,7 @@ bool isSpelledAlike(const Config::Rule& a, const Config::Rule& b) {
   return one.text == other.text && one.remark == other.remark;
 }
 
-/// The rules that differ; `before` or `now` null: there is no list.
+/// Finds the rules that differ. `before` or `now` is null when there is no list.
 void compareRules(const Config::List* before, const Config::List* now, ListChange& change) {
   static const std::map<uint32_t, Config::Rule> none;
   const auto& old = before ? before->rules : none;
@@ -41,7 +41,7 @@ const Config::List* listOf(const Config::Model& model, const ListKey& key) {
   return known == model.lists.end() ? nullptr : &known->second;
 }
 
-/// The other sources of a change, and which lists are bound before and after it.
+/// The sources beside the one that changes, and which lists are bound before and after the change.
 class Neighbours {
  public:
   Neighbours(const Sources& all, const std::string& source, const Config::Model& before,
@@ -59,7 +59,7 @@ class Neighbours {
     };
     add({}, all.commandLine);
     for (const auto& [name, model] : all.inputs) {
-      if (!passed_ && source < name) add(source, now);  // an input that comes
+      if (!passed_ && source < name) add(source, now);  // a new input
       add(name, model);
     }
     if (!passed_) add(source, now);
@@ -116,7 +116,8 @@ size_t SourceChange::writes() const {
 }
 
 size_t SourceChange::memory() const {
-  // Another rule in the place of one is two writes: with the rule as much as MemoryEstimate has for a line.
+  // A rule that is replaced is two writes. With the rule itself that is what MemoryEstimate counts for a
+  // line.
   constexpr size_t ofChange = 64 * 1024, ofWrite = 1200, ofRule = 600;
   size_t sum = ofChange + writes() * ofWrite;
   for (const ListChange& change : lists) {

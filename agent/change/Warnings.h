@@ -7,8 +7,8 @@
 
 namespace Agent {
 
-/// What is probably not meant by sources without a mistake, a sentence each with what follows from it. A
-/// further warning is a row of the table in Warnings.cpp with its function.
+/// What is probably not meant by sources that have no mistake, each as a sentence that says what follows from
+/// it. A further warning is a function in Warnings.cpp and a row in the table there.
 std::vector<std::string> warningsOf(const Sources& sources);
 
 }  // namespace Agent

@@ -20,13 +20,13 @@ IpAddr both(IpAddr a, IpAddr b) { return {a.value & b.value}; }
 Ip6Addr both(Ip6Addr a, Ip6Addr b) { return {a.high & b.high, a.low & b.low}; }
 EthAddr both(EthAddr a, EthAddr b) { return EthAddr::fromValue(a.value() & b.value()); }
 
-/// The highest `length` of `bits` bits; a shift by a type's whole width is not defined.
+/// A number of `bits` bits in which the highest `length` are set. (To shift by the whole width is undefined.)
 uint64_t highBits(unsigned length, unsigned bits) {
   if (length == 0) return 0;
   return (~uint64_t{0} << (64 - length)) >> (64 - bits);
 }
 
-/// What differs between the kinds of address.
+/// Where the kinds of address differ.
 template <class Addr>
 struct Kind;
 

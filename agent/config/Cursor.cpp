@@ -11,7 +11,7 @@ namespace {
 
 bool isControl(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; }
 
-/// The number of bytes of the UTF-8 character at the front (RFC 3629, 4), 0 if there is none.
+/// How many bytes the UTF-8 character has that a text begins with (RFC 3629, 4); 0 if it begins with none.
 size_t utf8Length(std::string_view text) {
   const auto at = [&](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
   const auto within = [&](size_t i, unsigned low, unsigned high) { return low <= at(i) && at(i) <= high; };
@@ -80,7 +80,7 @@ bool Cursor::lineIs(std::string_view line) {
       ascii = ascii && static_cast<unsigned char>(line[i]) < 0x80;
     }
   }
-  // A comment may be in any encoding: nothing of it is kept.
+  // A comment may have any encoding, because nothing of it is kept.
   if (ascii || words_[0][0] == '!' || words_[0][0] == '#') return true;
   for (size_t i = 0; i < line.size();) {
     const size_t length = utf8Length(line.substr(i));

@@ -9,11 +9,11 @@
 
 namespace Config {
 
-/// Reads the words of one statement from left to right, and keeps the one mistake that was found in it.
+/// Reads the words of one statement from left to right, and keeps the mistake that was found in it, if any.
 ///
-/// Every reading member returns false when it fails, and has then kept the mistake: callers return false in
-/// turn and add nothing. The line must outlive the cursor; one cursor serves all lines of a text so that
-/// nothing is allocated a line.
+/// Every function that reads returns false when it fails, after it has kept the mistake. Its caller then only
+/// returns false in turn. The line must outlive the cursor. One cursor is used for all lines of a text, so
+/// that memory is not allocated for each line.
 class Cursor {
  public:
   struct Problem {
@@ -22,38 +22,41 @@ class Cursor {
     std::string expected;
   };
 
-  /// Starts over with another line, which has no line end. False if it has bytes that no statement has.
+  /// Starts over with another line, given without its line end. False if it has bytes that no statement has.
   bool lineIs(std::string_view line);
 
   bool atEnd() const { return next_ == words_.size(); }
-  /// The next word; empty at the end of the line.
+  /// The next word, or one behind it; empty at the end of the line.
   std::string_view peek(size_t ahead = 0) const {
     return next_ + ahead < words_.size() ? words_[next_ + ahead] : std::string_view();
   }
   std::string_view take() { return atEnd() ? std::string_view() : words_[next_++]; }
-  /// Takes the next word if it is this one.
+  /// Takes the next word if it is `word`.
   bool takeIf(std::string_view word);
   void skip(size_t words) { next_ += words; }
   size_t position() const { return next_; }
   size_t wordsLeft() const { return words_.size() - next_; }
 
-  /// The rest of the line as typed, without the blanks around it.
+  /// The rest of the line as typed, without blanks at its ends.
   std::string_view rest() const;
   /// The words from the one at `position` on, with single blanks between them.
   std::string textFrom(size_t position) const;
 
+  /// Takes the next word, which must be `word`.
   bool keyword(std::string_view word);
-  /// A name: printable ASCII without blanks; `what` says whose in the mistake.
+  /// Takes a name: printable ASCII without blanks. `what` is what a mistake says was expected.
   bool name(std::string_view what, std::string* out);
-  /// A decimal number without leading zeros; `what` says which in the mistake.
+  /// Takes a decimal number without leading zeros, from `low` to `high`. `what` as for name().
   bool number(std::string_view what, uint32_t low, uint32_t high, uint32_t* out);
+  /// The line must end here.
   bool end();
 
-  /// Keep a mistake at the next word, or at the end of the line, and return false. `note` follows the word,
+  /// Keeps a mistake at the next word, or at the end of the line, and returns false. `note` follows the word,
   /// as in: found "syn" a second time.
   bool fail(std::string expected, std::string_view note = {}) {
     return failAt(next_, std::move(expected), note);
   }
+  /// The same at the word of a position.
   bool failAt(size_t position, std::string expected, std::string_view note = {});
 
   const std::optional<Problem>& problem() const { return problem_; }

@@ -22,7 +22,7 @@ bool readDirection(Cursor& at, AclDirection* direction) {
   return true;
 }
 
-/// One or more interfaces, none of them twice, to the end of the line.
+/// Reads one or more interfaces, none of them twice, to the end of the line.
 bool readInterfaces(Cursor& at, std::vector<std::string>* interfaces) {
   std::map<std::string_view, size_t> seen;
   do {
@@ -35,7 +35,8 @@ bool readInterfaces(Cursor& at, std::vector<std::string>* interfaces) {
   return true;
 }
 
-/// `no` before a name takes back whatever the name has; before the whole statement only what it says.
+/// Reads what stands behind `no`: a name alone, which takes back whatever is defined by it, or the whole
+/// statement, which takes that back only if it is still the same.
 bool readTakenBack(Cursor& at, std::string_view what, std::string_view keyword, std::string* name,
                    std::vector<std::string>* interfaces) {
   if (!at.name(what, name)) return false;

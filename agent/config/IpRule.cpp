@@ -15,8 +15,8 @@ using Acl::AclType;
 template <class Rule>
 constexpr AclType listOf = std::is_same_v<Rule, Acl::IpRule> ? AclType::ip : AclType::ipv6;
 
-/// Only the list's own word stands for any protocol. The other one would be a protocol number to some (41,
-/// IPv6 in IPv4) and "any" to others, so it is neither.
+/// `ip` in an IPv4 list and `ipv6` in an IPv6 list mean any protocol. The other word of the two is a mistake:
+/// some readers would take it for a protocol number (41, IPv6 in IPv4) and some for "any".
 bool readProtocol(Cursor& at, AclType list, Acl::IpFilterBase* filter) {
   const std::string_view any = list == AclType::ip ? "ip" : "ipv6";
   if (at.takeIf(any)) return true;
@@ -81,7 +81,7 @@ bool readVlan(Cursor& at, Acl::VlanMatch* vlan) {
     at.take();
     wildcard = *given;
   }
-  // A wildcard of all bits asks for nothing: the rule is the same as one without.
+  // A wildcard with all bits set matches every VLAN: the rule is the same as one without the condition.
   if (wildcard != 0xfff)
     *vlan = {true, static_cast<uint16_t>(id & ~wildcard), static_cast<uint16_t>(wildcard)};
   return true;

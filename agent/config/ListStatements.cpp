@@ -14,7 +14,7 @@ using Acl::AclType;
 constexpr uint32_t highestNumber = std::numeric_limits<uint32_t>::max();
 constexpr uint32_t numberStep = 10;
 
-/// What stands between `ip access-list` and the name.
+/// Reads `standard` or `extended` between `ip access-list` and the name.
 void readListForm(Cursor& at, AclType type, bool* standard) {
   *standard = type == AclType::ip && at.takeIf("standard");
   if (type == AclType::ip && !*standard) at.takeIf("extended");

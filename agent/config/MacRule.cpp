@@ -8,7 +8,8 @@ namespace {
 
 constexpr uint32_t lowestEtherType = 0x0600;
 
-/// A word that starts like a number is one; any other word that is no name is left to the rule's tail.
+/// Reads the EtherType, if there is one: a word that begins like a number, or a name. Any other word is left
+/// for the tail of the rule.
 bool readEtherType(Cursor& at, Acl::MacFilter* filter) {
   if (looksHexadecimal(at.peek())) {
     const auto type = hexadecimal(at.peek());

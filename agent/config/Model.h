@@ -14,15 +14,15 @@
 
 namespace Config {
 
-/// A rule of any kind of list; the alternative is the one of the list's type.
+/// A rule of any kind of list. All rules of a list have the alternative that belongs to the list's type.
 using Rule = std::variant<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
 
-/// What every kind of rule has.
+/// The part that every kind of rule has.
 inline const Acl::RuleBase& common(const Rule& rule) {
   return std::visit([](const auto& r) -> const Acl::RuleBase& { return r; }, rule);
 }
 
-/// Whether two rules are one rule but for remark and spelling; rules of different kinds are not.
+/// Whether two rules are the same apart from remark and spelling. Rules of different kinds are not.
 inline bool isSameRule(const Rule& a, const Rule& b) {
   return std::visit(
       [&b](const auto& rule) {
@@ -32,19 +32,19 @@ inline bool isSameRule(const Rule& a, const Rule& b) {
       a);
 }
 
-/// An access list as the text defines it. Each rule's key is its sequence number. A list without rules is
-/// defined all the same.
+/// An access list as the text defines it. The key of a rule is its sequence number. A list without rules is
+/// defined, too: it drops everything.
 struct List {
   Acl::AclType type = Acl::AclType::ip;
   std::string name;
   bool standard = false;  ///< its rules are written `permit|deny SOURCE`
   std::map<uint32_t, Rule> rules;
-  std::vector<std::string> pendingRemarks;  ///< those that no rule has followed yet: the next one takes them
+  std::vector<std::string> pendingRemarks;  ///< remarks behind the last rule: the next rule will take them
 
   bool operator==(const List&) const = default;
 };
 
-/// The place of a binding; there is one list for each.
+/// A place where one list can be bound.
 struct BindingKey {
   Acl::AclType type = Acl::AclType::ip;
   Acl::AclDirection direction = Acl::AclDirection::in;
@@ -53,16 +53,16 @@ struct BindingKey {
   auto operator<=>(const BindingKey&) const = default;
 };
 
-/// Everything that configuration texts say, as plain values: no entity, no id, no reference to a text.
+/// Everything that configuration texts say, as plain values: without entities, ids or references to a text.
 ///
-/// Invariants: keys repeat what their values say; members and destinations are not empty and name no
-/// interface twice; no interface is a member of two port-channels or of itself, and no member is a
-/// port-channel. Bindings and rules may name lists and mirror sessions that do not exist.
+/// Invariants: the key of a list is its type and name, that of a rule its number. Members and destinations
+/// are not empty, and none is named twice. An interface is a member of one port-channel at most, and a member
+/// is never a port-channel itself. Bindings and rules may name lists and mirror sessions that do not exist.
 struct Model {
   using ListKey = std::pair<Acl::AclType, std::string>;
 
   std::map<ListKey, List> lists;
-  std::map<BindingKey, std::string> bindings;                      ///< the list bound at each place
+  std::map<BindingKey, std::string> bindings;                      ///< the name of the list at each place
   std::map<std::string, std::vector<std::string>> portChannels;    ///< members in the order of the text
   std::map<std::string, std::vector<std::string>> mirrorSessions;  ///< destinations in the order of the text
 

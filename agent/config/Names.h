@@ -24,7 +24,7 @@ struct IcmpMessage {
   int16_t code = anyCode;
 };
 
-/// Protocols whose headers the readers know (IANA, Assigned Internet Protocol Numbers).
+/// Protocols that some words of the language are only for (IANA, Assigned Internet Protocol Numbers).
 inline constexpr uint8_t protocolIcmp = 1;
 inline constexpr uint8_t protocolTcp = 6;
 inline constexpr uint8_t protocolUdp = 17;
@@ -35,11 +35,11 @@ inline bool hasPorts(uint8_t protocol) {
   return protocol == protocolTcp || protocol == protocolUdp || protocol == protocolSctp;
 }
 
-/// The number of a protocol name; `ip` and `ipv6` are none, they stand for any protocol.
+/// The number of a protocol name. `ip` and `ipv6` have none: they stand for any protocol.
 std::optional<uint8_t> protocolNumber(std::string_view name);
 
-/// The port that a service name has with TCP, UDP or SCTP (IANA, Service Name and Transport Protocol Port
-/// Number Registry, and the short names that are in use for it). None if the name is another protocol's.
+/// The port of a service name with TCP, UDP or SCTP (IANA, Service Name and Transport Protocol Port Number
+/// Registry, and short names that are commonly used). Nothing if this protocol has no service of the name.
 std::optional<uint16_t> portNumber(std::string_view name, uint8_t protocol);
 
 /// The DSCP of a per-hop behaviour (RFC 2474, 2597, 3246, 5865, 8622).
@@ -49,10 +49,10 @@ std::optional<uint8_t> dscpNumber(std::string_view name);
 std::optional<uint16_t> etherTypeNumber(std::string_view name);
 
 /// The ICMP message (RFC 792 and IANA, ICMP Parameters) or ICMPv6 message (RFC 4443 and IANA, ICMPv6
-/// Parameters) of a name; nothing if it is not one of that protocol.
+/// Parameters) of a name; null if the protocol has no such message.
 const IcmpMessage* icmpMessage(std::string_view name, uint8_t icmpProtocol);
 
-/// All ICMP or ICMPv6 messages with a name, for help texts and tests.
+/// All ICMP or ICMPv6 messages that have a name, for help texts and tests.
 std::span<const IcmpMessage> icmpMessages(uint8_t icmpProtocol);
 
 }  // namespace Config

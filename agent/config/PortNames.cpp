@@ -4,8 +4,8 @@ namespace Config {
 
 namespace {
 
-/// The transports that a name may be used with. A number often serves another purpose with the other one
-/// (514 is a remote shell with TCP and the system log with UDP), so a name is not taken across.
+/// The transports that a name may be used with. The same number often means another service with another
+/// transport (514 is a remote shell with TCP and the system log with UDP), so each name lists its own.
 enum Transport : uint8_t { T = 1, U = 2, S = 4, TU = T | U, TUS = T | U | S, TS = T | S };
 
 struct PortName {

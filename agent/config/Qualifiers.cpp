@@ -19,16 +19,15 @@ using namespace Fields;
 
 constexpr unsigned ipLists = 1, ip6Lists = 2, allLists = ipLists | ip6Lists;
 
-/// A qualifier: its word, the lists and the protocol it is for, the field it names, the fields that may not
-/// be named beside it, and how its operands are read. `value` is the reader's to interpret.
+/// A word that may stand behind the addresses of a rule.
 struct Qualifier {
   std::string_view word;
-  unsigned lists;
-  bool tcpOnly;
-  uint32_t field;
-  uint32_t excludes;
-  bool (*read)(Cursor& at, uint8_t value, IpFilterBase* filter);
-  uint8_t value = 0;
+  unsigned lists;     ///< the kinds of list that it is for
+  bool tcpOnly;       ///< it is for rules of TCP only
+  uint32_t field;     ///< the field that it names
+  uint32_t excludes;  ///< fields that may not be named in the same rule
+  bool (*read)(Cursor& at, uint8_t value, IpFilterBase* filter);  ///< reads what stands behind the word
+  uint8_t value = 0;                                              ///< given to `read`
 };
 
 std::optional<Compare> compareOf(std::string_view word) {
@@ -58,7 +57,8 @@ bool readFragments(Cursor&, uint8_t, IpFilterBase* filter) {
   return true;
 }
 
-/// A field of at most eight bits with an optional mask, the lowest `bits` of `shifted` places further up.
+/// Reads a value up to `max`, or takes the one that was `named`, and an optional mask. In the filter they
+/// stand `shift` bits further left.
 bool readMasked(Cursor& at, unsigned max, std::optional<uint8_t> named, const std::string& expected,
                 unsigned shift, IpFilterBase* filter) {
   std::optional<uint32_t> value = named;
@@ -118,7 +118,7 @@ bool isFor(const Qualifier& row, AclType list, const IpFilterBase& filter) {
          (!row.tcpOnly || (filter.protocolNamed && filter.protocol == protocolTcp));
 }
 
-/// What can stand next in the rule; at the first place also what goes right behind the destination.
+/// The words that can stand next in the rule. Some can only stand `first`, right behind the destination.
 std::string choices(AclType list, const NamedFields& named, const IpFilterBase& filter, bool first) {
   std::vector<std::string_view> words;
   if (first && filter.protocolNamed && hasPorts(filter.protocol) && filter.destinationPort.isAny()) {
@@ -134,7 +134,8 @@ std::string choices(AclType list, const NamedFields& named, const IpFilterBase& 
   return anyOf(words);
 }
 
-/// Why a word that is not among the choices is none; empty when it is simply unknown.
+/// Why a known word cannot stand here; empty for a word that is not known. `row` is null when it is no
+/// qualifier.
 std::string reasonAgainst(std::string_view word, const Qualifier* row, AclType list, const NamedFields& named,
                           const IpFilterBase& filter) {
   if (!row) {
@@ -223,7 +224,7 @@ bool readPorts(Cursor& at, const IpFilterBase& filter, NamedFields* named, Acl::
       if (result.count == Acl::PortMatch::maxPorts) return at.fail("at most ten ports");
       if (!more()) return false;
     }
-    // The same set of ports is the same value, in whatever order and how often they were typed.
+    // Sorted and without repetition, so that equal sets of ports are equal values.
     const auto end = result.ports.begin() + result.count;
     std::sort(result.ports.begin(), end);
     const auto kept = std::unique(result.ports.begin(), end);

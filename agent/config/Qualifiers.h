@@ -10,7 +10,7 @@
 
 namespace Config {
 
-/// A field of an IP filter that a rule can name, as a bit.
+/// The fields of an IP filter that a rule can name, as bits.
 namespace Fields {
 enum : uint32_t {
   ports = 1u << 0,
@@ -30,11 +30,11 @@ enum : uint32_t {
 };
 }  // namespace Fields
 
-/// The fields that a rule has named so far, with the word that named each: none may be named twice.
+/// The fields that a rule has named so far, each with the word that named it. None may be named twice.
 class NamedFields {
  public:
   void add(uint32_t fields, std::string_view word);
-  /// The word that named one of these fields; empty if none did.
+  /// The word that named one of these fields; empty if no word did.
   std::string_view wordOf(uint32_t fields) const;
 
  private:
@@ -42,14 +42,14 @@ class NamedFields {
   std::array<std::string_view, count> words_{};
 };
 
-/// Reads an IP rule's qualifiers, in any order, up to `log`, `mirror` or the end of the line. Which of them
-/// are known, and where, is one table.
+/// Reads the qualifiers of an IP rule, in any order, up to `log`, `mirror` or the end of the line. A table
+/// says which qualifiers there are, and which rules may have them.
 bool readQualifiers(Cursor& at, Acl::AclType list, NamedFields named, Acl::IpFilterBase* filter);
 
-/// Reads the ports behind an address, if there are any.
+/// Reads the ports behind an address; without a port condition it changes nothing.
 bool readPorts(Cursor& at, const Acl::IpFilterBase& filter, NamedFields* named, Acl::PortMatch* match);
 
-/// Reads the ICMP message behind the destination, if there is one.
+/// Reads the ICMP message behind the destination; without one it changes nothing.
 bool readIcmpMessage(Cursor& at, Acl::AclType list, NamedFields* named, Acl::IpFilterBase* filter);
 
 }  // namespace Config

@@ -10,25 +10,24 @@
 
 namespace Config {
 
-/// One configuration text; the name is the one that mistakes carry.
+/// One configuration text. Mistakes carry its name.
 struct Source {
   std::string name;
   std::string text;
 };
 
-/// What became of some texts: the model, or every mistake that is in them.
+/// What reading some texts gave: the model, or every mistake in them.
 struct Result {
-  std::optional<Model> model;  ///< there exactly if there are no mistakes
+  std::optional<Model> model;  ///< nothing when there are mistakes
   std::vector<Mistake> mistakes;
 };
 
-/// Reads the texts in order as one: a later one continues, replaces or takes back what an earlier one said,
-/// and goes on in the list or interface that is open at its start.
+/// Reads the texts in order as if they were one: a later text continues, replaces or takes back what an
+/// earlier one said. It begins in the list or interface in which the one before it has ended.
 ///
-/// `start` is what was said before the first text; reading ends behind the text or line with mistake number
-/// `mostMistakes`, for texts that nobody can vouch for. A result is whole: with a mistake in any text there
-/// is no model. Takes any bytes; linear in the size of the texts, but for `no permit ...`, which walks its
-/// list.
+/// `start` is the model before the first text. Reading stops behind mistake number `mostMistakes`: a text
+/// from an unknown source may have any number of them. With a mistake in any text there is no model. The
+/// texts may contain any bytes. The time is linear in their size; only `no permit ...` walks its whole list.
 Result read(const std::vector<Source>& sources, Model start = {}, size_t mostMistakes = SIZE_MAX);
 
 }  // namespace Config

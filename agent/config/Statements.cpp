@@ -17,13 +17,12 @@ bool matches(std::string_view pattern, std::string_view word) {
 
 }  // namespace
 
-/// A statement: its first words, the mode that it belongs to (`top` goes anywhere and leaves the mode), and
-/// what it and its `no` do.
+/// A statement.
 struct Statements::Row {
-  std::array<std::string_view, 2> words;
-  Mode mode;
-  Handler say;
-  Handler takeBack;
+  std::array<std::string_view, 2> words;  ///< that it begins with
+  Mode mode;         ///< that it belongs to; `top`: it may stand anywhere, and ends the mode
+  Handler say;       ///< carries it out
+  Handler takeBack;  ///< carries it out behind `no`
   AclType type = AclType::ip;
 
   size_t length() const { return words[1].empty() ? 1 : 2; }
@@ -83,7 +82,7 @@ bool Statements::failUnknown(Cursor& at, bool undo) const {
   }
   std::vector<std::string_view> words;
   for (const auto& row : rows) {
-    // A first word of the open mode is what was most likely meant.
+    // When not even the first word is known, a statement of the current mode is the most likely one.
     if (known == 0 ? row.mode != mode_ : !allowed(row) || row.matched(at) < known) continue;
     if (std::find(words.begin(), words.end(), row.words[known]) == words.end())
       words.push_back(row.words[known]);

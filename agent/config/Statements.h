@@ -11,22 +11,23 @@
 
 namespace Config {
 
-/// Stands for any number in the table of statements; no word of a text has blanks.
+/// Stands for any number in the table of statements. It cannot be mistaken for a word of a text: no word has
+/// blanks.
 inline constexpr std::string_view aNumber = "a rule number";
 
-/// A name for a list: any but the two words that say a list's form.
+/// Reads the name of a list: any name except the two words that say the form of a list.
 bool readListName(Cursor& at, std::string* name);
 
 /// Carries out the statements of configuration texts on a model, one line after the other.
 ///
-/// A line is taken whole or leaves the model as it was, and the cursor has the mistake. The mode, which
-/// decides what a line may say, follows the text even through mistakes: the rules below a list's faulty first
-/// line are still checked, and go nowhere.
+/// A line is either carried out as a whole, or it leaves the model as it was and the cursor keeps the
+/// mistake. The mode says whether the following lines belong to a list or an interface. It changes even at a
+/// line with a mistake: rules below a list whose first line is wrong are still checked, but are not kept.
 class Statements {
  public:
   explicit Statements(Model start);
 
-  /// Takes the statement that the cursor stands in front of.
+  /// Carries out the statement that the cursor stands in front of.
   bool take(Cursor& at);
 
   Model takeModel() { return std::move(model_); }
@@ -39,7 +40,7 @@ class Statements {
 
   bool failUnknown(Cursor& at, bool undo) const;
 
-  // The handlers of the table, each for what follows the statement's words; of a rule, for all of it.
+  // The functions of the table. Each reads what follows the words of its row; that of a rule reads all of it.
   bool rule(Cursor& at, Acl::AclType);
   bool noRule(Cursor& at, Acl::AclType);
   bool remark(Cursor& at, Acl::AclType);
@@ -62,11 +63,11 @@ class Statements {
   void forgetMembers(const std::string& name);
 
   Model model_;
-  std::map<std::string, std::string> channelOf_;  ///< the port-channel of each member
+  std::map<std::string, std::string> channelOf_;  ///< by member: the port-channel it belongs to
 
   Mode mode_ = Mode::top;
   List* list_ = nullptr;  ///< the open list: one of the model's, or nowhere_
-  List nowhere_;          ///< takes the rules below a list's faulty first line
+  List nowhere_;          ///< for the rules below a list whose first line is wrong
   std::string interface_;
 };
 

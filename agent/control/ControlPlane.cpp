@@ -22,7 +22,7 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
           Zeb::System::currentTime().seconds(),
           [this] { return configuration_.report(); },
           [this](const std::string& source, const ListReader::Key& list) {
-            // As the merged configuration names them: the command line's is not among the names of files.
+            // The merged configuration calls the command line's source "cli"; here its name is empty.
             return configuration_.sources().trailingRemarks(source == "cli" ? commandLineName : source,
                                                             {list.first, list.second.str()});
           },

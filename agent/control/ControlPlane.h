@@ -15,22 +15,22 @@ namespace Agent {
 inline constexpr const char* defaultControlPath = "/run/velo/velo.sock";
 
 struct ControlOptions {
-  std::string socket;     ///< empty: nobody listens
+  std::string socket;     ///< to listen at; empty: none
   std::string configDir;  ///< watched for changes; empty: none
   TextLimits texts{};     ///< of its files
-  /// The live ports, for `show ports`; may be empty.
+  /// The states of the live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
-  /// Called in the turn in which a configuration came into force, behind it; may be empty.
+  /// Called after every change of the configuration, in the same turn of the loop; may be empty.
   std::function<void()> applied{};
   ControlLimits limits{};
 };
 
-/// Everything by which a running agent is operated: the configuration that it holds and watches, the
-/// operations and the socket. Made on the loop's thread when the first configuration is in force; core,
+/// Everything by which a running agent is operated: the configuration with its changes, the operations, and
+/// the socket for clients. To be made on the loop's thread when the first configuration is in force. Core,
 /// forwarder and loop outlive it.
 class ControlPlane {
  public:
-  /// `files`: what the core was given.
+  /// `files` are the texts that the core was given.
   ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, ControlOptions options);
 
   /// Begins to listen. Returns what is wrong.

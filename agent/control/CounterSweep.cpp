@@ -8,9 +8,9 @@ namespace Agent {
 
 namespace {
 
-/// Below what keeps the status up.
+/// Below the priority of the tasks that update the status.
 constexpr int priority = -5;
-/// A clock is read once in so many counters.
+/// How many counters are looked at before the clock is read.
 constexpr int countersAtOnce = 32;
 constexpr Kelp::Duration askAgainAfter{1.0};
 
@@ -45,7 +45,7 @@ void CounterSweep::handleApplied() {
 }
 
 void CounterSweep::run() {
-  // Meanwhile rules are judged by that are not, or no longer, those of a source.
+  // During a change packets may ask rules that are in no source.
   if (changing_()) return task_->scheduleTaskDelay(askAgainAfter);
   for (; !collections_.empty(); collections_.pop_back()) {
     if (!sweep(*collections_.back())) return task_->scheduleTask();
@@ -73,7 +73,7 @@ bool CounterSweep::isKnown(const Key& key) const {
   const auto list = lists ? lists->acl(key.aclName) : nullptr;
   const auto* implicit = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
   if (implicit && *implicit == key.ruleId) return true;
-  // Rules of a change that is under way may be asked before their source has them.
+  // During a change packets may ask new rules before their source has them.
   const auto merged = core_.inForce().list(key.aclType, key.aclName);
   const auto* judging = merged ? merged->judging() : nullptr;
   if (judging && isRule(*judging, key.aclType, key.ruleId)) return true;
@@ -84,7 +84,7 @@ bool CounterSweep::isKnown(const Key& key) const {
 void CounterSweep::take(Collection& collection, const Key& key) {
   collection.counterCollectionDel(key);
   zero_.forget(key);
-  // The counters are copied into the status every second, whatever became of their rules meanwhile.
+  // The polls have copied the counter into the status, even if its rule was deleted before.
   const auto lists = core_.mountedStatus()->status(key.aclType);
   if (const auto list = lists ? lists->acl(key.aclName) : nullptr) list->ruleStatusDel(key.ruleId);
 }

@@ -10,19 +10,19 @@
 
 namespace Agent {
 
-/// Takes away the counters of rules that no source of configuration has any more, and what the status shows
-/// of them, a slice a turn; or an agent whose configuration changes for years would count for all rules that
-/// it ever had. A rule that another source's list stands in for keeps its counters. The loop's thread.
+/// Deletes the counters of rules that no source of configuration has, and their status, a slice a turn.
+/// Otherwise an agent would keep counters for all rules that it ever had. Rules keep their counters while
+/// another source's list is in force instead of theirs. For the loop's thread.
 class CounterSweep {
  public:
-  /// Core and zero line outlive it.
-  /// `changing`: whether a change of the configuration is under way, which the sweep waits for.
+  /// Core and zero line outlive it. `changing` says whether a change of the configuration is being carried
+  /// out; the sweep waits for its end.
   CounterSweep(Core& core, ZeroLine& zero, std::function<bool()> changing);
   ~CounterSweep();
   CounterSweep(const CounterSweep&) = delete;
   CounterSweep& operator=(const CounterSweep&) = delete;
 
-  /// To be called behind every change of the configuration.
+  /// To be called after every change of the configuration.
   void handleApplied();
 
  private:
@@ -32,7 +32,7 @@ class CounterSweep {
   void run();
   /// Sweeps one collection; false when the slice is used up before its end.
   bool sweep(Collection& collection);
-  /// Whether a source has the rule, or it is what the list in force ends in.
+  /// Whether a source has the rule, or it is the implicit drop of a list in force.
   bool isKnown(const Key& key) const;
   void take(Collection& collection, const Key& key);
 
@@ -40,9 +40,9 @@ class CounterSweep {
   ZeroLine& zero_;
   const std::function<bool()> changing_;
   const Kelp::Ptr<Kiv::TimerTask> task_;
-  // Of the sweep that is under way.
+  // The sweep that is going on.
   std::vector<Kelp::Ptr<const Acl::Config>> sources_;
-  std::vector<Kelp::Ptr<Collection>> collections_;  ///< to be swept, the last first
+  std::vector<Kelp::Ptr<Collection>> collections_;  ///< still to be swept, from the last to the first
   std::optional<Key> resume_;
 };
 

@@ -11,15 +11,14 @@
 
 namespace Agent {
 
-/// Reads configuration texts and says what is in them: `mistakes`, and without mistakes `lists`, `rules`,
-/// `bindings` and `warnings` (lists bound but not defined or defined but not bound, mirror sessions that do
-/// not exist). `dir` empty: none.
+/// Reads configuration texts and says what is in them: `mistakes`; and when there are none, how many `lists`,
+/// `rules` and `bindings`, and `warnings` (see Warnings.h). `dir` empty: there is no directory.
 nlohmann::ordered_json checkDocument(const std::vector<std::string>& files, const std::string& dir,
                                      TextLimits limits = {});
-/// Such a document without mistakes, for people.
+/// Such a document for people, if it has no mistakes.
 std::string checkText(const nlohmann::ordered_json& document);
 
-/// An explanation by texts, without a running agent.
+/// What is asked for an explanation by configuration texts, without a running agent.
 struct OffLineExplanation {
   std::vector<std::string> files;
   std::string dir;     ///< empty: none
@@ -29,7 +28,8 @@ struct OffLineExplanation {
   TextLimits limits{};
 };
 
-/// Explains a frame. Mistakes and what else is wrong go to standard error and `exit`; then there is nothing.
+/// Explains a frame. When something is wrong it returns nothing, after a complaint on standard error, and
+/// sets `exit`.
 std::optional<nlohmann::ordered_json> explainOffLine(const OffLineExplanation& asked, const Frame& frame,
                                                      Exit* exit);
 

@@ -16,8 +16,8 @@ namespace Agent {
 
 class Operations;
 
-/// What is kept for one client between its requests: the texts that it sent for an `apply` to
-/// come. Outlived by the operations.
+/// What is kept for one client between its requests: the texts that it has sent for its next `apply`. The
+/// operations outlive it.
 class Session {
  public:
   explicit Session(Operations& operations) : operations_(operations) {}
@@ -32,11 +32,11 @@ class Session {
 
   Operations& operations_;
   std::vector<Config::Source> texts_;
-  size_t octets_ = 0;  // of the texts
-  size_t held_ = 0;    // with what is kept beside them
+  size_t octets_ = 0;  // in the texts
+  size_t held_ = 0;    // with names and overhead
 };
 
-/// What a request comes to: a document, or an error. Neither, when there was no memory to make one of them.
+/// The answer to a request: a document or an error. Neither of them when there was no memory to make it.
 struct Answer {
   std::unique_ptr<Document> document;
   nlohmann::ordered_json error;  ///< `code` and `text`, and with code "mistakes" also `mistakes`
@@ -47,25 +47,25 @@ struct Answer {
   }
 };
 
-/// Carries out the requests of the control protocol (docs/control.md), wherever they come from. A further
-/// operation is a row of the table in Operations.cpp with its function, a further member a row in that row.
+/// Carries out the requests of the control protocol (docs/control.md). A further operation is a function and
+/// a row of the table in Operations.cpp; a further member of a request is a row within that row.
 ///
 /// Owner: the control plane. Everything in `world`, and the configuration, outlive it.
 class Operations {
  public:
-  /// Octets of texts, with their names and what keeps them, that all sessions together may hold.
+  /// How many octets all sessions together may hold, in texts, their names and overhead.
   static constexpr size_t mostText = 64 << 20;
 
   using Reply = std::function<void(Answer answer)>;
 
   Operations(const World& world, ZeroLine& zero, Configuration& configuration);
 
-  /// What can be asked for.
+  /// One kind of request.
   struct Operation {
     std::string_view name;
-    bool changes;  ///< only for clients that may change what the agent does
+    bool changes;  ///< it is only for clients that may change what the agent does
     void (Operations::*handler)(const Request&, Session&, const Reply&);
-    std::string_view answer;  ///< what the document has, for the documentation
+    std::string_view answer;  ///< what is in the document of its answer, for the documentation
     std::vector<RequestMember> members;
   };
   static std::span<const Operation> all();
@@ -73,7 +73,7 @@ class Operations {
   static std::span<const RequestMember> common();
 
   /// Carries out one request. `mayChange`: the client may change what the agent does. `reply` is called once,
-  /// from within or later; not at all when this object goes first. The session may have gone by then.
+  /// from within or later, unless this object is destroyed first. The session may be gone by then.
   void handle(Request request, Session& session, bool mayChange, const Reply& reply);
 
   size_t heldOctets() const { return heldOctets_; }

@@ -9,7 +9,7 @@ namespace Agent {
 
 using Json = nlohmann::ordered_json;
 
-/// Takes the parser's events and ends it at the first that a flat object does not have.
+/// Receives the events of the JSON parser, and stops it at the first one that a flat object does not have.
 class RequestReader final : public nlohmann::json_sax<Json> {
  public:
   std::string wrong;
@@ -84,7 +84,7 @@ bool isOfKind(const Json& value, MemberKind kind) {
   return false;
 }
 
-/// Of a value that was not expected.
+/// Describes a value that was not expected.
 std::string foundText(const Json& value) {
   if (!value.is_string()) return value.dump();
   return value.get_ref<const std::string&>().empty() ? "an empty text" : "a text";

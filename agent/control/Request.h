@@ -10,27 +10,27 @@
 
 namespace Agent {
 
-/// What a member of a request may be.
+/// What kind of value a member of a request has.
 enum class MemberKind : uint8_t {
   text,
   name,      ///< a text that is not empty
   flag,      ///< true or false
   number,    ///< a whole number of 32 bits
-  anything,  ///< whatever a flat object can have
+  anything,  ///< any value that a flat object can have
 };
 
-/// The declaration of a member that a request may have.
+/// Declares a member that a request may have.
 struct RequestMember {
   std::string_view name;
   MemberKind kind;
-  /// What it is when it was not sent, as JSON: "null" when it then is nothing. Empty: the request needs it.
+  /// Its value when it was not sent, as JSON ("null": none). Empty: it must be sent.
   std::string_view otherwise;
   std::string_view meaning;  ///< for the documentation
 
   bool required() const { return otherwise.empty(); }
 };
 
-/// Of a kind, for people: "a text", "true or false".
+/// A kind for people: "a text", "true or false".
 std::string_view kindText(MemberKind kind);
 
 /// A request of the control protocol: one flat JSON object whose members are texts, numbers, booleans or
@@ -39,25 +39,26 @@ class Request {
  public:
   static constexpr size_t mostMembers = 16;
 
-  /// Reads one line; nothing, with what is wrong, for anything else, also for a member that comes twice.
+  /// Reads one line. Nothing, with the reason in `wrong`, when it is not such an object, or has a member
+  /// twice.
   static std::optional<Request> read(std::string_view line, std::string* wrong);
 
-  /// What is wrong in this request with a member: it is missing, or of another kind.
+  /// What is wrong with a member in this request: it is missing, or of another kind. Nothing if it is right.
   std::optional<std::string> wrongIn(const RequestMember& member) const;
-  /// What of this request is not as declared, a member that `members` does not have included. When nothing
-  /// is, the members can be asked for. The declaration outlives the request.
+  /// What is wrong in this request, by the declarations of its members; a member that is not declared is
+  /// wrong, too. When it returns nothing the members can be read. `members` outlives the request.
   std::optional<std::string> check(std::span<const RequestMember> members);
 
-  // What is asked for below is declared, with that kind, in what the request was checked against. A member
-  // that was not sent is what its declaration says.
+  // The functions below are for members that were declared, with that kind, when the request was checked. A
+  // member that was not sent has the value that its declaration says.
 
-  /// A text or a name; empty when it is nothing.
+  /// A text or a name; empty when it has no value.
   std::string text(std::string_view name) const;
   bool flag(std::string_view name) const;
   std::optional<uint32_t> number(std::string_view name) const;
   /// True when it was sent.
   bool has(std::string_view name) const { return members_.contains(name); }
-  /// The member as it was sent, null when it was not, checked or not.
+  /// The member as it was sent; null when it was not. Also for a request that was not checked.
   nlohmann::ordered_json member(std::string_view name) const;
 
  private:

@@ -16,15 +16,15 @@
 namespace Agent {
 
 struct Background::State {
-  int done = -1;  // readable when the work is done
+  int done = -1;  // an event descriptor: readable when the work is done
   std::thread thread;
   Then then;
-  const char* failed = nullptr;  // the thread's until the work is done
+  const char* failed = nullptr;  // belongs to the thread until the work is done
 };
 
 namespace {
 
-/// A thread without signals: they are the loop's.
+/// A thread that no signal is delivered to: signals are for the loop's thread.
 std::thread quietThread(std::function<void()> body) {
   const struct Mask {
     Mask() {
@@ -44,7 +44,7 @@ std::thread quietThread(std::function<void()> body) {
 }  // namespace
 
 void giveWay() {
-  // Both of the calling thread only. Where it is not allowed the work competes with the loop as an equal.
+  // Both calls concern the calling thread only. If they are not allowed, the work has the loop's priority.
   const sched_param none{};
   (void)sched_setscheduler(0, SCHED_BATCH, &none);
   constexpr int lowPriority = 10;
@@ -74,7 +74,7 @@ bool Background::busy() const { return state_->then != nullptr; }
 
 void Background::run(std::function<void()> work, Then then) {
   KELP_ASSERT(!busy(), "one piece of work at a time");
-  Refusable::check();  // the last moment at which who asks for it can be refused
+  Refusable::check();  // the last moment at which the caller can be refused
   state_->then = std::move(then);
   const auto failed = [state = state_.get()](const char* why) {
     state->failed = why;

@@ -9,29 +9,30 @@
 
 namespace Agent {
 
-/// Has the calling thread give way to the loop's: it gets less of a processor that both want, and does not
-/// take it away when it wakes up (Linux: SCHED_BATCH and a nice value, of the thread).
+/// Lowers the priority of the calling thread below that of the loop's thread: it gets less of a processor
+/// that both want, and does not interrupt the loop when it wakes up (Linux: SCHED_BATCH and a nice value).
 void giveWay();
 
 /// Does one piece of long work at a time on a thread of its own, at low priority, while the loop goes on.
 ///
-/// The work may use plain values only: nothing that it touches may be in use on the loop's thread meanwhile,
-/// shared texts and counted objects included, because their counts are not atomic. Texts that it makes itself
-/// are its own until `then` runs.
+/// The work may use plain values only. Nothing that it touches may be used on the loop's thread at the same
+/// time, not even shared texts or counted objects, because their counts are not atomic. Texts that the work
+/// makes belong to it until `then` runs.
 class Background {
  public:
-  /// Told why the work did not get to its end, if so: memory ran out, or there is no thread to be had.
+  /// Called when the work is over. `failed`: why it did not get to its end (memory ran out, or no thread
+  /// could be started); nothing when it did.
   using Then = std::function<void(const std::optional<std::string>& failed)>;
 
   explicit Background(EventLoop& loop);
-  /// Waits for the work that is under way; its `then` is not called.
+  /// Waits for work that is going on; its `then` is not called.
   ~Background();
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
 
   /// True from run() until its `then` is called.
   bool busy() const;
-  /// Runs `work` on the thread and then `then` on the loop's thread. Not while busy.
+  /// Runs `work` on the thread and then `then` on the loop's thread. Must not be called while busy.
   void run(std::function<void()> work, Then then);
 
  private:

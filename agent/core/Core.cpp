@@ -8,7 +8,7 @@ namespace {
 constexpr std::string_view commandLineSource = "cli";
 constexpr std::string_view inputSources = "input/";
 
-/// What plugins read and write in the state tree, by the name that they ask for it by.
+/// What plugins read and write in the state tree, by the name of their mount profile.
 const Hive::MountProfiles& mountProfiles() {
   using Mode = Hive::MountProfile::Mode;
   static const Hive::MountProfiles profiles{{"Acl",
@@ -22,7 +22,7 @@ const Hive::MountProfiles& mountProfiles() {
   return profiles;
 }
 
-/// The entity of a name in a directory, made when there is none.
+/// The entry of a directory with this name, made when there is none.
 template <class T>
 Kelp::Ptr<T> entryOf(const Kelp::Ptr<Zeb::Entity>& dir, const std::string& name) {
   auto& entries = static_cast<Zeb::Dir&>(*dir);
@@ -41,7 +41,7 @@ std::vector<Id> idsOf(const std::vector<std::string>& names) {
   return ids;
 }
 
-/// A state tree with all that plugins may ask for.
+/// A state tree in which every mount profile is mounted.
 Kelp::Ptr<Hive::EntityManager> mounted() {
   auto tree = MemSlab::make<Hive::EntityManager>();
   for (const auto& [name, profile] : mountProfiles()) {
@@ -95,7 +95,7 @@ std::optional<std::string> Core::unloadPlugin() {
   return Velo::DefaultPluginLoader().unload(std::exchange(plugin_, {}));
 }
 
-/// Names of interfaces that are only asked about are not kept.
+/// By texts, so that names of interfaces are not kept that are only checked.
 std::optional<std::string> Core::whyNot(const Config::Model& interfaces) {
   Velo::PortChannelsOf<std::string> portChannels;
   return readPortChannels(interfaces, portChannels);

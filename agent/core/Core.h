@@ -16,8 +16,8 @@
 
 namespace Agent {
 
-/// The agent without its ports: the state tree, the plugin in its registries, and the configuration that
-/// operators gave it. One a process.
+/// The agent without its ports: the state tree with the configuration in it, and the plugin with what it has
+/// registered. A process has one.
 class Core {
  public:
   Core();
@@ -26,33 +26,35 @@ class Core {
   /// Retires and closes the plugin.
   ~Core();
 
-  /// Opens a plugin library, in place of the one that is loaded, and runs the phases of what it registers.
-  /// Returns what went wrong; then no plugin is loaded.
+  /// Opens a plugin library, in place of the one that is loaded, and runs the phases of its plugins. Returns
+  /// what went wrong; then no plugin is loaded.
   std::optional<std::string> loadPlugin(const std::string& path);
-  /// Retires the plugin and closes its library; returns why that could not be done. Without one does nothing.
+  /// Retires the plugin and closes its library. Returns why that could not be done. Without a plugin it does
+  /// nothing.
   std::optional<std::string> unloadPlugin();
 
-  /// Has port-channels and mirror sessions be those of a model, the lists and bindings of which do not count.
-  /// Returns what is wrong with the port-channels; then nothing has changed.
+  /// Replaces port-channels and mirror sessions by those of a model; its lists and bindings are not looked
+  /// at. Returns what is wrong with the port-channels; then nothing has changed.
   std::optional<std::string> interfacesAre(const Config::Model& interfaces);
-  /// Why they cannot be, if so.
+  /// Why they cannot be those of a model; nothing if they can.
   static std::optional<std::string> whyNot(const Config::Model& interfaces);
 
-  /// The entities of one source.
+  /// The entities that one source of configuration has in the state tree.
   struct Source {
     Kelp::Ptr<Acl::Input::Config> lists;
     Kelp::Ptr<Acl::IntfConfig> bindings;
   };
-  /// The source of an input's name, made when there is none; of an empty name the command line's.
+  /// The source of an input, made when there is none. An empty name means the command line.
   Source sourceIs(const std::string& input);
   void sourceDel(const std::string& input);
   std::vector<std::string> inputs() const;
-  /// What a source is called among all of them: "cli", or "input/" and the name of an input.
+  /// The full name of a source: "cli" for the command line, else "input/" and the name of the input.
   static std::string sourceName(const std::string& input);
-  /// The sources of lists by what they are called so; null when there is none.
+  /// The lists of the source of a full name; null when there is no such source.
   Kelp::Ptr<const Acl::Config> source(std::string_view name) const;
+  /// The full names of all sources.
   std::vector<std::string> sources() const;
-  /// The published status as a mounted entity, with or without a plugin: for whoever fills it beforehand.
+  /// The published status in the state tree. It is there before a plugin is, so that it can be filled first.
   Kelp::Ptr<Acl::StatusDp> mountedStatus() const;
 
   const Kelp::Ptr<Velo::VeloNamedCounters>& namedCounters() const { return namedCounters_; }

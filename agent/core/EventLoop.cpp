@@ -19,11 +19,11 @@ timespec timespecOf(double seconds) {
   return {static_cast<time_t>(whole), std::min(nanoseconds, 999999999L)};
 }
 
-// Nobody waits longer; keeps times within what a timespec takes.
+// The longest sleep. It keeps times within the range of a timespec.
 constexpr double longestWait = 3600;
 
-// Packets wait for the handlers and the tasks of a turn. With the last of a task's elements, and what that
-// leaves to be freed, they should take less than a slice.
+// Packets wait for the handlers and tasks of a turn. These may run over this budget by one element of a task,
+// and by freeing memory behind it; together that should take less than a slice.
 constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() / 3};
 
 }  // namespace
@@ -51,7 +51,7 @@ void EventLoop::fdIs(int fd, uint32_t events, Handler handler) {
   epoll_event event{};
   event.events = events;
   event.data.u64 = uint64_t{watched.generation} << 32 | static_cast<uint32_t>(fd);
-  // A descriptor that was closed while it was watched has left the set by itself.
+  // The kernel itself stops watching a descriptor that is closed. Its number may be in use again.
   if (epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &event) == 0) return;
   const bool added = epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0;
   KELP_ASSERT(added, "a watched descriptor is open and can be waited for");

@@ -20,56 +20,59 @@ class Poller {
   virtual bool poll() = 0;
 };
 
-/// The one loop of a running agent, on one thread: bursts of packets, due tasks for a third of a slice, the
-/// handlers of descriptors, and sleep in epoll when there is none of them. Whoever is called runs to its end
-/// before anything else does, so that a change made in one call is seen whole by the next packet.
+/// The one loop of a running agent, on one thread. A turn of it calls the handlers of descriptors, asks every
+/// poller for a burst of packets, and runs due tasks; handlers and tasks together have a third of a slice.
+/// When there is nothing to do it sleeps in epoll.
+///
+/// Every call runs to its end before anything else does. So the next packet sees all of a change that was
+/// made in one call.
 class EventLoop {
  public:
   using Handler = std::function<void(uint32_t events)>;
 
   static constexpr int eventsATurn = 16;
 
-  /// `clock` counts the delays of tasks and outlives the loop; `wall` is the time of day. While the loop
-  /// lives, the process's time of day (Zeb::System) is that of the turn, so that a packet costs no look at a
-  /// clock.
+  /// `clock` counts the delays of tasks, `wall` is the time of day; both outlive the loop. While the loop
+  /// lives, the time of day of the process (Zeb::System) is the one at which the turn began: no clock is read
+  /// for a packet.
   explicit EventLoop(const Kiv::Clock& clock = Kiv::steadyClock(), const Kiv::Clock& wall = Kiv::wallClock());
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  /// Calls `handler` with EPOLL* bits while any of `events` is there (level-triggered); a second call for the
-  /// same descriptor replaces both. The descriptor stays its owner's. A handler may add and remove any
-  /// descriptor, its own too; none is called after its removal.
+  /// Calls `handler` with EPOLL* bits as long as any of `events` holds (level-triggered). A second call for
+  /// the same descriptor replaces events and handler. The descriptor is not owned. A handler may add and
+  /// remove any descriptor, also its own; no handler is called after its removal.
   void fdIs(int fd, uint32_t events, Handler handler);
   void fdDel(int fd);
 
-  /// Pollers are asked in turns, in the order of their coming; not owned.
+  /// Pollers are asked one after the other, in the order in which they were added. They are not owned.
   void pollerIs(Poller* poller);
   void pollerDel(Poller* poller);
 
   /// Runs until stop() is called from within.
   void run();
   void stop() { stopped_ = true; }
-  /// One turn, sleeping at most `maxWaitMs` when there is nothing to do (-1: until something happens).
+  /// One turn. When there is nothing to do it sleeps for at most `maxWaitMs`; -1: until something happens.
   void turn(int maxWaitMs);
 
-  /// Held back for what is done on the loop.
+  /// Memory that is held back for work on the loop.
   Reserve& reserve() { return reserve_; }
 
-  /// Runs tasks, and nothing else, until none is due any more; before run().
+  /// Runs tasks, and nothing else, until none is due. For the time before run().
   void settle() { tasks_.settle(); }
 
-  /// When the work of the present turn began: on the clock of delays, and the time of day.
+  /// When the work of this turn began: on the clock of delays, and as the time of day.
   const Kiv::Clock& turnClock() const { return turnClock_; }
   const Kiv::Clock& turnWall() const { return turnWall_; }
 
  private:
   struct Watched {
-    std::shared_ptr<const Handler> handler;  ///< shared with a call that is under way
-    uint32_t generation;  ///< so that an event of a closed descriptor is not taken for its successor's
+    std::shared_ptr<const Handler> handler;  ///< shared with a call that is going on
+    uint32_t generation;  ///< tells an event of a closed descriptor from one of the next with that number
   };
 
-  /// Returns what handlers took.
+  /// Waits for events and calls their handlers. Returns how long the handlers took.
   Kelp::Duration dispatch(int maxWaitMs);
   void pollAll();
   void clocksAre();
@@ -82,7 +85,7 @@ class EventLoop {
   TaskLoop tasks_;
   int epoll_ = -1;
   bool stopped_ = false;
-  bool mayHaveMore_ = true;  ///< what the pollers said last
+  bool mayHaveMore_ = true;  ///< the pollers said so last time
   uint32_t generation_ = 0;
   std::map<int, Watched> watched_;
   std::vector<Poller*> pollers_;

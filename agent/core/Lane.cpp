@@ -10,10 +10,10 @@ namespace Agent {
 
 namespace {
 
-/// A rest costs some, too: whoever waits for a lane that is overrun waits in few long ones.
+/// A rest itself costs time, so a lane that is overrun takes few long rests instead of many short ones.
 constexpr double shortestRest = 0.01;
 
-/// For what a handler takes, which the clock of the turn does not tell.
+/// Read before and after a handler; the clock of the turn stands still in between.
 double seconds() { return Kiv::steadyClock().now().seconds(); }
 
 }  // namespace
@@ -57,7 +57,7 @@ void Lane::handle() {
   budget_ = std::min(burst_.seconds(), budget_ + (now - earnedUntil_).seconds() * share_);
   earnedUntil_ = now;
   const double start = seconds();
-  // One event a turn: the kernel hands them out in rotation.
+  // One event a turn. The kernel hands the events of different descriptors out in rotation.
   epoll_event event{};
   if (epoll_wait(epoll_, &event, 1, 0) == 1) handler_(event.data.fd, event.events);
   const double took = seconds() - start;

@@ -9,26 +9,26 @@
 namespace Agent {
 
 /// Descriptors that together get a bounded share of the loop's time, however many there are and whatever
-/// happens on them. The loop sees one descriptor; a turn of it handles one event of the lane, and when the
-/// lane has used up its time the loop does not look at it for a while. What waits there waits in the kernel.
+/// happens on them. In a turn of the loop one event of the lane is handled. When the lane has used up its
+/// time the loop does not watch it for a while; events wait in the kernel meanwhile.
 ///
-/// The share is earned as time passes and saved up to `burst`; one handler that takes longer runs to its end
-/// and is paid for afterwards.
+/// The lane earns its share as time passes and can save up to `burst`. A handler that takes longer than what
+/// was saved runs to its end all the same, and the lane rests until that is earned.
 class Lane {
  public:
   using Handler = std::function<void(int fd, uint32_t events)>;
 
-  /// `share`: of the time, over 0 and up to 1. `name` is the name of its task.
+  /// `share`: the part of the time, above 0 and at most 1. `name` is the name of the lane's task.
   Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst, Handler handler);
   ~Lane();
   Lane(const Lane&) = delete;
   Lane& operator=(const Lane&) = delete;
 
-  /// Watches a descriptor for EPOLL* bits (level-triggered), or for others than so far. Not owned.
+  /// Watches a descriptor for EPOLL* bits (level-triggered); a second call replaces them. It is not owned.
   void fdIs(int fd, uint32_t events);
   void fdDel(int fd);
 
-  /// Seconds of work so far.
+  /// How many seconds its handlers have taken so far.
   double used() const { return used_; }
 
  private:
@@ -41,7 +41,7 @@ class Lane {
   const Handler handler_;
   const int epoll_;
   const Kelp::Ptr<Kiv::TimerTask> task_;
-  double budget_;  // seconds; under 0 while it is paid for
+  double budget_;  // seconds that are saved; below 0 while the lane rests
   Kelp::Duration earnedUntil_;
   double used_ = 0;
 };

@@ -18,7 +18,7 @@ constexpr uint64_t unlimited = std::numeric_limits<uint64_t>::max();
 
 uint64_t difference(uint64_t limit, uint64_t used) { return limit > used ? limit - used : 0; }
 
-/// What the process may still take of a resource of which it has some pages.
+/// How much the process may still take of a resource of which it has so many pages.
 uint64_t leftOf(decltype(RLIMIT_AS) resource, uint64_t pages) {
   rlimit limit{};
   if (getrlimit(resource, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return unlimited;
@@ -31,7 +31,8 @@ uint64_t leftOfProcess() {
   return std::min(leftOf(RLIMIT_AS, size), leftOf(RLIMIT_DATA, data));
 }
 
-/// The number behind a word of a file; of the first one, when the word is empty.
+/// The number behind a word that begins a line of a file. With an empty word, the number that the file begins
+/// with.
 uint64_t numberIn(const std::string& path, const std::string& word, uint64_t otherwise) {
   std::ifstream file(path);
   for (std::string name; !word.empty() && file >> name && name != word;)
@@ -40,7 +41,8 @@ uint64_t numberIn(const std::string& path, const std::string& word, uint64_t oth
   return file >> number ? number : otherwise;
 }
 
-/// Of the control group (version 2) with a folder. Pages of files give way, but for those of shared memory.
+/// How much the control group (version 2) with this folder leaves. Memory that caches files does not count as
+/// used, because it gives way; shared memory does not.
 uint64_t leftOfGroup(const std::string& folder) {
   const uint64_t most = numberIn(folder + "/memory.max", "", unlimited);
   if (most == unlimited) return unlimited;
@@ -54,7 +56,7 @@ uint64_t leftOfMachine() {
   return kibi == unlimited ? unlimited : kibi * 1024;
 }
 
-/// What the process has, and no use for.
+/// Memory that the process has freed and the C library keeps.
 uint64_t freed() {
 #ifdef __GLIBC__
   return mallinfo2().fordblks;
@@ -70,7 +72,8 @@ uint64_t leftOfGroups(const std::string& groups, const std::string& root) {
   uint64_t left = unlimited;
   for (std::string line; std::getline(file, line);) {
     if (!line.starts_with("0::/")) continue;
-    // In a container the path is "/", and the folder there is that of a group that may have limits.
+    // In a container the path is "/"; the folder is that of the container's group then, which may have
+    // limits.
     std::string group = line == "0::/" ? "" : line.substr(3);
     for (bool isLast = false; !isLast;) {
       isLast = group.empty();
@@ -84,9 +87,9 @@ uint64_t leftOfGroups(const std::string& groups, const std::string& root) {
 void keepFreedMemory() {
 #ifdef __GLIBC__
   mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
-  // Small blocks that are freed are joined at once, and not all of them when a large one is.
+  // Join small blocks at once when they are freed, instead of all of them when a large block is.
   mallopt(M_MXFAST, 0);
-  // The most that it takes: blocks below are taken from memory that is there and go back to it.
+  // The highest value that is allowed. Smaller blocks come from the memory that is kept, and go back there.
   mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
 #endif
 }
@@ -94,7 +97,7 @@ void keepFreedMemory() {
 void useLargePages() {
 #ifdef MADV_HUGEPAGE
   Classify::adviseLargePages = [](void* place, size_t bytes) {
-    (void)madvise(place, bytes, MADV_HUGEPAGE);  // it is as well without
+    (void)madvise(place, bytes, MADV_HUGEPAGE);  // a failure does no harm
   };
 #endif
 }

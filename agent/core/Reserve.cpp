@@ -10,9 +10,9 @@ namespace Agent {
 namespace {
 
 std::atomic<Reserve*> inCharge = nullptr;
-/// Reserves of this thread: while there is one, what is not refusable goes on.
+/// How many reserves this thread has made. While it has one, work that cannot be refused is served from it.
 thread_local int ofThisThread = 0;
-/// While the reserve itself allocates.
+/// True while the reserve itself allocates.
 thread_local bool filling = false;
 thread_local Refusable* innermost = nullptr;
 
@@ -49,7 +49,7 @@ Reserve::~Reserve() {
   }
 }
 
-/// Returns for another try, and throws when that would be in vain.
+/// Returns when the allocation is to be tried again, and throws when that would be useless.
 void Reserve::handleNoMemory() {
   Reserve* const reserve = inCharge;
   if (!reserve || filling) throw std::bad_alloc();
@@ -73,7 +73,7 @@ bool Reserve::give() {
 bool Reserve::giveForChange() { return freed(forChange_); }
 
 bool Reserve::refillAll() {
-  // Before the look at them: what is used meanwhile is missing again.
+  // Set before the blocks are looked at: another thread may use one of them meanwhile.
   missing_ = false;
   for (auto& block : standing_) {
     if (block) continue;
@@ -85,7 +85,7 @@ bool Reserve::refillAll() {
 
 bool Reserve::addForChange(size_t octets) {
   if (!refill()) return false;
-  // What an earlier change still needs, even when that was used: it was not enough.
+  // An earlier change still needs its octets. If it has used them, they were not enough.
   const size_t all = octetsForChange_ + octets;
   void* const place = taken(all);
   if (!place) return false;
@@ -100,12 +100,13 @@ void Reserve::changesAreDone() {
   giveForChange();
 }
 
-// ---- Refusable
+// Refusable
 
 Refusable::Refusable() : outer_(std::exchange(innermost, this)) {}
 Refusable::~Refusable() { innermost = outer_; }
 
-/// Once; and while it is being given up, which may need some.
+/// Whether it may be served from the reserve: once, and while an exception gives the work up, which may need
+/// memory itself.
 bool Refusable::mayUse() { return !std::exchange(ranOut_, true) || std::uncaught_exceptions() > 0; }
 
 void Refusable::check() {

@@ -7,12 +7,12 @@
 
 namespace Agent {
 
-/// Runs the tasks of the process between the agent's other work. Delays are counted on a clock of the agent's
-/// choice, a capture's for instance; time slices on real time.
+/// Runs the tasks of the process between the agent's other work. Delays are counted on a clock that is given,
+/// for instance one that follows the time stamps of a capture; time slices are counted in real time.
 class TaskLoop {
  public:
-  /// `clock` outlives this object, and this object whatever uses tasks. `turnBudget` is what the tasks of a
-  /// turn have together.
+  /// `clock` outlives this object, and this object outlives everything that uses tasks. `turnBudget`: the
+  /// time that all tasks of a turn have together.
   explicit TaskLoop(const Kiv::Clock& clock,
                     Kelp::Duration turnBudget = Kiv::TaskScheduler::defaultTurnBudget)
       : scheduler_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()) {
@@ -30,17 +30,17 @@ class TaskLoop {
     const auto wait = scheduler_->timeUntilDue();
     return wait && *wait <= Kelp::Duration();
   }
-  /// Until the next task is due, zero when one is; nothing when none is asked for.
+  /// The time until the next task is due, zero when one is; nothing when no task is scheduled.
   std::optional<Kelp::Duration> timeUntilDue() const { return scheduler_->timeUntilDue(); }
-  /// A turn of the loop may begin with other work, of which age() tells how long it has taken.
+  /// Call this when a turn of the loop begins; age() then tells how long the other work has taken.
   void turnBegin() { scheduler_->turnBegin(); }
   Kelp::Duration age() const { return scheduler_->turnAge(); }
-  /// Runs what is due within the turn's budget, `used` of which other work has taken.
+  /// Runs due tasks within the budget of the turn, of which other work has taken `used`.
   void turn(Kelp::Duration used = Kelp::Duration()) {
     scheduler_->runTurn(used);
     Rix::Gen::zebDoZombieReactors();
   }
-  /// Runs until nothing is due any more without the clock going on.
+  /// Runs tasks until none is due. The clock is not advanced.
   void settle() {
     while (due()) turn();
   }

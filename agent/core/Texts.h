@@ -15,8 +15,9 @@ struct TextLimits {
   size_t all = size_t{256} << 20;
 };
 
-/// What the file system says of a file. While it stays the same, so does what is in the file, but for a write
-/// within one tick of the clock that leaves the size: see isSettled().
+/// What the file system says of a file. As long as this stays the same the content does, too; the exception
+/// is a write that keeps the size and comes within one tick of the file system's clock; see
+/// isSettled().
 struct FileIdentity {
   uint64_t device = 0, inode = 0, size = 0;
   int64_t modified = 0, changed = 0;  ///< nanoseconds since the epoch
@@ -24,52 +25,52 @@ struct FileIdentity {
   auto operator<=>(const FileIdentity&) const = default;
 };
 
-/// The system's clock as file systems have it, in nanoseconds since the epoch.
+/// The time of the system's clock as file systems have it, in nanoseconds since the epoch.
 int64_t fileTime();
-/// A file of this identity was changed so long before `time` that a change since then would have another one.
-/// Whoever read it at that time, or later, needs not read it again while it has that identity.
+/// Whether the last change of a file was so long before `time` that a later change gives it another identity.
+/// Then a file that was read at that time or later need not be read again while it has this identity.
 bool isSettled(const FileIdentity& file, int64_t time);
-/// Of the file that a path leads to, links followed; nothing when there is none or it cannot be asked.
+/// The identity of the file that a path leads to, through links; nothing when it cannot be found out.
 std::optional<FileIdentity> identityOf(const std::string& path);
 
-/// A text with where it comes from.
+/// A text, and the file that it comes from.
 struct TextFile {
   std::string text;
   FileIdentity identity;
-  uint64_t hash = 0;  ///< of the text; for this process alone
+  uint64_t hash = 0;  ///< of the text; has a meaning in this process only
 };
 
-/// Adds up what the change that some texts make takes of memory. There is much of it only later, when all
-/// have been asked for: what one may have is no longer there for the next.
+/// Adds up how much memory a change will take, text by text. That memory is taken only later, when all texts
+/// have been read, so each text is asked for together with those before it.
 class MemoryEstimate {
  public:
-  /// Why a further text cannot be worked on beside those that were asked for before, if so; then it is none
-  /// of them.
+  /// Why there is no memory for a further text beside those before it; nothing if there is. Then the text
+  /// counts for the next ones; otherwise it does not.
   std::optional<std::string> whyNot(const std::string& name, const std::string& text);
 
  private:
   uint64_t octets_ = 0;
 };
 
-/// The one way by which configuration texts are read: bounded, and never waiting for a file that was only
-/// found somewhere. One object reads all the texts of one configuration.
+/// Reads configuration texts; all of them come in by this class. It takes a bounded amount of text, and does
+/// not wait for a pipe or device unless a user has named it. One object reads all texts of one configuration.
 class TextReader {
  public:
-  /// Who says that a path is a configuration text.
+  /// How it is known that a path is a configuration text.
   enum class Named {
-    byUser,  ///< pipes and devices are read to their end, which may mean to wait for who writes them
-    byPlace  ///< found in a directory: nothing but a file is read
+    byUser,  ///< a user said so: pipes and devices are read to their end, which may mean to wait
+    byPlace  ///< it lies in the directory: only regular files are read
   };
 
   explicit TextReader(TextLimits limits) : limits_(limits) {}
 
-  /// The text of a file; nothing, with what is wrong added to `wrong`, when it cannot be read whole, or there
-  /// is no memory for what is to be made of it. One that changes meanwhile cannot be read.
+  /// The text of a file. Nothing, with a line added to `wrong`, when it cannot be read to its end, when it
+  /// changes while it is read, or when there is no memory for the configuration in it.
   std::optional<TextFile> read(const std::string& path, Named named, std::vector<std::string>& wrong);
-  /// The same of a text of which nothing may have to be made: its memory is not asked for.
+  /// The same without asking for that memory: for a text that may turn out to be known already.
   std::optional<TextFile> readOnly(const std::string& path, Named named, std::vector<std::string>& wrong);
   MemoryEstimate& memory() { return memory_; }
-  /// Counts a text among those of the configuration that need not be read again.
+  /// Counts a text of the configuration that need not be read again.
   void add(size_t octets) { taken_ += octets; }
 
  private:

@@ -11,19 +11,19 @@
 
 namespace Agent {
 
-/// Explains what becomes of frames: takes them the way that packets take, by the same code, as packets that
-/// are only tried, and writes down every list that was asked. Nothing is counted, copied or sent. The core
-/// and the forwarder outlive it.
+/// Explains what would become of a frame. The frame goes the way of packets, through the same code, as a
+/// trial: nothing is counted, copied or sent. Every list that is asked is written into a document. The core
+/// and the forwarder outlive the explainer.
 ///
-/// One call walks each list that was asked once more, up to the rule that decided, to find the rules that
-/// came close: with lists of 10,000 rules well under a millisecond for each.
+/// To find the rules that nearly matched, each list that was asked is walked once more, up to the rule that
+/// decided. For a list of 10,000 rules that takes well under a millisecond.
 class Explainer final : private Acl::ListTrial {
  public:
   Explainer(Core& core, Forwarder& forwarder);
   ~Explainer() override;
 
-  /// The document of one frame as docs/control.md describes it. The port need not be one of the forwarder's:
-  /// its name decides which lists are bound.
+  /// The document for one frame, as docs/control.md describes it. The forwarder need not have the port: only
+  /// its name is used, to find the lists that are bound there.
   nlohmann::ordered_json explain(const std::string& port, const Frame& frame);
 
  private:
@@ -31,17 +31,17 @@ class Explainer final : private Acl::ListTrial {
   void handleMirrored(const Kelp::String& session) override;
   void handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) override;
 
-  /// The reason under which the packet was dropped since this was asked last.
+  /// The reason that was counted for a drop since the last call.
   std::string dropReason(const Velo::PipelineStep& droppedBy);
 
   Core& core_;
   Forwarder& forwarder_;
   nlohmann::ordered_json document_;
 
-  // Of the frame that is being explained.
+  // For the frame that is being explained.
   Kelp::Ptr<Velo::PacketContext> ctx_;
   Kelp::Ptr<Velo::VeloNamedCounters> counted_;
-  std::map<Velo::CounterName, uint64_t> told_;  // of counted_, what dropReason() has seen
+  std::map<Velo::CounterName, uint64_t> told_;  // the counts that dropReason() has seen in counted_
 };
 
 /// The document for people.

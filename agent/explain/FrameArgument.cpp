@@ -64,7 +64,7 @@ std::optional<Frame> readFrameArgument(const std::string& argument, std::string*
     const auto size = static_cast<uint32_t>(octets->size());
     return Frame{std::move(*octets), size};
   }
-  // None of the three: a text is the most likely, unless it looks like a path.
+  // None of the three. An argument with blanks was probably meant as a text, so tell the mistake in the text.
   if (argument.find(' ') != std::string::npos) return readFrameText(argument, wrong);
   *wrong = fmt::format(
       "\"{}\" is no capture that exists, no hexadecimal digits, and no text such as \"tcp 192.0.2.1:1234 > "

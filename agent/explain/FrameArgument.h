@@ -8,12 +8,12 @@
 
 namespace Agent {
 
-/// Reads what a user gives for a frame: a text (FrameText.h), the octets as hexadecimal digits with blanks or
-/// colons between them, or FILE[:N], the Nth frame of a capture, from 1, the first one without N. Returns
-/// nothing, with what is wrong.
+/// Reads a frame that a user gives as an argument: as a text (FrameText.h), as hexadecimal digits with
+/// optional blanks or colons, or as FILE[:N], the Nth frame of a capture counted from 1; without N the first.
+/// Returns nothing, and sets `wrong`, when it is none of these.
 std::optional<Frame> readFrameArgument(const std::string& argument, std::string* wrong);
 
-/// The octets of hexadecimal digits; nothing for any other text, and for an odd number of digits.
+/// The octets that hexadecimal digits mean; nothing for any other text, or for an odd number of digits.
 std::optional<std::vector<uint8_t>> octetsOfHex(std::string_view text);
 std::string hexOf(const std::vector<uint8_t>& octets);
 

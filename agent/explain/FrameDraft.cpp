@@ -30,7 +30,7 @@ void put(Octets& to, const Nimnet::EthAddr& address) {
 }
 void put(Octets& to, const Octets& more) { to.insert(to.end(), more.begin(), more.end()); }
 
-/// The header behind IP; a later fragment has data only.
+/// The header behind the IP header; for a later fragment some data instead.
 Octets l4Octets(const Draft& draft) {
   Octets l4;
   if (draft.fragmentOffset) return Octets(8);
@@ -57,7 +57,7 @@ Octets l4Octets(const Draft& draft) {
       put64(l4, 0);
       break;
     default:
-      // An ICMP message; of any other protocol the first octets of whatever it carries.
+      // An ICMP message. For any other protocol these are octets without a meaning.
       put8(l4, draft.icmpType);
       put8(l4, draft.icmpCode);
       l4.resize(8);
@@ -105,7 +105,7 @@ Octets ip6Octets(const Draft& draft) {
   return ip;
 }
 
-/// A request for the destination (RFC 826).
+/// An ARP request for the destination (RFC 826).
 Octets arpOctets(const Draft& draft) {
   Octets arp;
   put16(arp, 1);

@@ -15,13 +15,14 @@ inline constexpr uint16_t etherTypeArp = 0x0806;
 inline constexpr size_t smallestFrame = 60;  // IEEE 802.3, 3.2.8, without the frame check sequence
 inline constexpr uint8_t defaultHops = 64;
 
-/// An address of either kind; of neither before it is read.
+/// An IPv4 or IPv6 address; neither of them before it is read.
 using IpAddress = std::variant<std::monostate, Nimnet::IpAddr, Nimnet::Ip6Addr>;
 
 inline bool isSix(const IpAddress& address) { return std::holds_alternative<Nimnet::Ip6Addr>(address); }
 
-/// What a text says of a frame, before it is laid out. With `protocol` it is an IP packet; otherwise, with
-/// addresses, an ARP request for the destination (RFC 826); otherwise a header and zeros.
+/// What a text says about a frame. With a `protocol` the frame is an IP packet. Without one but with
+/// addresses it is an ARP request for the destination (RFC 826). Otherwise it is an Ethernet header and
+/// zeros.
 struct Draft {
   Nimnet::EthAddr from{{0x02, 0, 0, 0, 0, 0x01}};
   Nimnet::EthAddr to{{0x02, 0, 0, 0, 0, 0x02}};
@@ -29,16 +30,16 @@ struct Draft {
   uint16_t etherType = 0;
   IpAddress source, destination;
   std::optional<uint8_t> protocol;
-  bool anyProtocol = false;  ///< the kind of frame leaves it open
+  bool anyProtocol = false;  ///< the text may name any protocol: its first word is `ip` or `ipv6`
   std::optional<uint16_t> sourcePort, destinationPort;
   uint8_t icmpType = 0, icmpCode = 0;
   uint8_t tcpFlags = 0;
   uint8_t trafficClass = 0;
   uint8_t hops = defaultHops;
   std::optional<uint32_t> fragmentOffset;
-  size_t size = smallestFrame;  ///< at least, without a frame check sequence
+  size_t size = smallestFrame;  ///< the frame has at least so many octets, without a frame check sequence
 
-  /// The frame. Lengths are right, checksums are zero.
+  /// The octets of the frame. Lengths are right, checksums are zero.
   std::vector<uint8_t> octets() const;
 };
 

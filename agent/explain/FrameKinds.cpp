@@ -1,4 +1,4 @@
-// The first word of the text of a frame, with the addresses behind it.
+// Reads the first word of the text of a frame, and the addresses behind it.
 #include <agent/config/Names.h>
 #include <agent/explain/FrameWords.h>
 
@@ -18,7 +18,8 @@ std::optional<IpAddress> addressOf(std::string_view text) {
   return std::nullopt;
 }
 
-/// A, A:PORT or [A]:PORT; where the protocol has ports, the port may be missing until the end of the text.
+/// Reads A, A:PORT or [A]:PORT. A missing port is no mistake here: only the end of the text shows whether one
+/// is needed.
 bool readEnd(Cursor& at, const Draft& draft, IpAddress* address, std::optional<uint16_t>* port) {
   std::string_view word = at.peek();
   const bool ports = draft.protocol && Config::hasPorts(*draft.protocol);

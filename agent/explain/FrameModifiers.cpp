@@ -1,4 +1,4 @@
-// The words behind the addresses of the text of a frame.
+// Reads the words behind the addresses in the text of a frame.
 #include <agent/config/Names.h>
 #include <agent/explain/FrameWords.h>
 

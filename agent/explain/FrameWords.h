@@ -10,25 +10,25 @@
 
 namespace Agent {
 
-/// A word of the text of a frame. `read` takes what stands behind it, at which the cursor is; false when that
-/// is something else, and the cursor tells.
+/// A word in the text of a frame. `read` reads what stands behind the word; false when that is wrong, and the
+/// cursor has the mistake then.
 struct FrameWord {
   std::string_view word;
   bool (*read)(Config::Cursor& at, Draft& draft);
 };
 
-/// What a frame is, by the first word of its text.
+/// The words that a text can begin with: they say what kind of frame it is.
 std::span<const FrameWord> frameKinds();
-/// What may stand behind that, in any order.
+/// The words that can follow the addresses, in any order.
 std::span<const FrameWord> frameModifiers();
 
 const FrameWord* find(std::span<const FrameWord> words, std::string_view word);
-/// The words, for what is expected.
+/// The words as a list for mistakes: "tcp, udp or sctp".
 std::string anyOf(std::span<const FrameWord> words);
 
-// For the readers of words.
+// For the functions that read words.
 
-/// Takes a word that means `value`; nothing: it means none.
+/// Takes the next word, which means `value`. If that is nothing the word is a mistake.
 template <class T>
 bool readAs(Config::Cursor& at, std::string_view expected, std::optional<T> value, T* out) {
   if (!value) return at.fail(std::string(expected));

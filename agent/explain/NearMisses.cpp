@@ -16,7 +16,7 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
     const Rule* rule;
   };
   EarlierRules result;
-  std::vector<Candidate> best;  // the fewest first, among equals the earlier
+  std::vector<Candidate> best;  // fewest failed conditions first; among equals the earlier rule
   for (const auto* entry : rules.ordered()) {
     if (entry->key == decided) break;
     ++result.count;

@@ -11,7 +11,7 @@
 
 namespace Agent {
 
-/// A condition that a packet did not meet, and what the packet has there.
+/// A condition that a packet did not meet, and the value that the packet has there.
 struct FailedField {
   std::string_view name;
   std::string packet;
@@ -24,14 +24,14 @@ struct NearMiss {
   std::vector<FailedField> failed;
 };
 
-/// What stands in front of the rule that decided; of a list in which none did, all of it.
+/// The rules before the one that decided; when no rule did, all rules of the list.
 struct EarlierRules {
   size_t count = 0;
-  std::vector<NearMiss> near;  ///< those with the fewest conditions that failed, in the order of trial
+  std::vector<NearMiss> near;  ///< those with the fewest failed conditions, in the order of trial
 };
 
-/// Holds a parsed packet against the rules in front of the one that decided, with the conditions of the
-/// reference matcher. The packet has the headers that the list's kind needs.
+/// Tests a parsed packet on the rules before the one that decided, by the conditions of the reference
+/// matcher. The packet must have the headers that the list's type needs.
 EarlierRules earlierRules(const Core& core, const Acl::AskedList& asked, const Velo::PacketContext& ctx);
 
 }  // namespace Agent

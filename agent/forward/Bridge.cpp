@@ -24,12 +24,12 @@ std::span<Bridge::Station, Bridge::bucketSize> Bridge::bucketOf(uint64_t key) co
 
 void Bridge::learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) {
   const Nimnet::EthAddr source = eth.source();
-  if (source.value() == 0 || (source.value() & groupBit) != 0) return;  // nobody's address
+  if (source.value() == 0 || (source.value() & groupBit) != 0) return;  // not the address of a station
   const uint64_t key = keyOf(source, vlan);
   const auto bucket = bucketOf(key);
   auto place = std::find_if(bucket.begin(), bucket.end(), [key](const Station& s) { return s.key == key; });
   if (place == bucket.end()) {
-    // A free place has been heard of at no time, which is before all others.
+    // A free place first, otherwise that of the station not heard of for the longest time.
     place = std::min_element(bucket.begin(), bucket.end(), [](const Station& a, const Station& b) {
       return a.key == 0 || b.key == 0 ? a.key == 0 && b.key != 0 : a.heard < b.heard;
     });

@@ -7,12 +7,13 @@
 
 namespace Agent {
 
-/// A bridge that learns where stations are, by VLAN and address (IEEE 802.1Q, 8.7 and 8.8): what is sent to a
-/// known station leaves by that station's end alone, everything else by all ends. Addresses that no bridge
-/// forwards (01-80-C2-00-00-00 to -0F; IEEE 802.1Q, table 8-1) go nowhere.
+/// A bridge that learns where stations are, by VLAN and address (IEEE 802.1Q, 8.7 and 8.8). A frame to a
+/// known station leaves by the end of that station only, every other frame by all ends. Frames to addresses
+/// that no bridge forwards (01-80-C2-00-00-00 to -0F; IEEE 802.1Q, table 8-1) go nowhere.
 ///
-/// The table has room for `stations`, made with the bridge, and never more: where its place is taken a new
-/// station takes that of the one heard of longest ago. What nobody was heard of for `ageingTime` is not used.
+/// The table has room for `stations`, is made with the bridge and never grows. When its bucket is full, a new
+/// station replaces the one there that was not heard of for the longest time. A station that was not heard of
+/// for `ageingTime` counts as unknown.
 class Bridge final : public Junction {
  public:
   static constexpr size_t stations = 32768;
@@ -26,7 +27,8 @@ class Bridge final : public Junction {
   void forget(const End& end) override;
   std::string text(const End&) const override { return "bridged"; }
 
-  /// How many stations it knows, those included that have not been heard of for too long. Looks at them all.
+  /// How many stations are in the table, including those that were not heard of for too long. Walks the
+  /// table.
   size_t known() const;
 
  private:
@@ -35,7 +37,7 @@ class Bridge final : public Junction {
     End* end = nullptr;
     Kelp::Duration heard;
   };
-  // A station has its place in one bucket.
+  // A station can only be in one bucket of the table, which its key decides.
   static constexpr size_t bucketSize = 8;
   static constexpr size_t buckets = stations / bucketSize;
 

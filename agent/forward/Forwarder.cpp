@@ -10,7 +10,7 @@ namespace Agent {
 
 namespace {
 
-/// What a frame without an Ethernet header, let through as malformed, is for a junction: from and to nobody.
+/// Stands for the header of a malformed frame that was let through without one: from nobody, to nobody.
 constexpr Nimnet::EthHdr noHeader{};
 
 }  // namespace
@@ -116,7 +116,7 @@ Port* Forwarder::egressPort(const End& end, Velo::PacketContext& ctx) {
 const Velo::PipelineStep* Forwarder::sendBy(Port& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
   const auto& ctx = out->packetContext();
   out->egressIntfIs(port.id);
-  // Of several copies an earlier one may have left by a port-channel.
+  // When a frame leaves by several ports, the one before may have been in a port-channel: that is reset here.
   if (!port.portChannel.empty() || Velo::LagPacketInfo::extractInfo(ctx)) {
     ctx->egressPortChannelIs(port.portChannel);
   }

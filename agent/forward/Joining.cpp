@@ -1,4 +1,4 @@
-// How the forwarder's interfaces are joined, and which ports they have.
+// The part of the forwarder that joins interfaces, and keeps track of which ports they have.
 #include <agent/forward/Bridge.h>
 #include <agent/forward/Forwarder.h>
 
@@ -34,7 +34,7 @@ std::optional<std::string> Forwarder::whyNotJoined(const std::vector<std::string
     if (std::count(names.begin(), names.end(), name) > 1)
       return fmt::format("{} cannot be {} to itself", name, joined);
     if (isJoined(id)) return fmt::format("{} is {} already", name, ends_.at(id).junction->text(ends_.at(id)));
-    // A frame that came in at a member has one way to go.
+    // A frame that comes in at a member would belong to two junctions otherwise.
     if (portChannels.has(id)) {
       for (const Nimnet::IntfId& member : portChannels.all().at(id)) {
         if (isJoined(member))

@@ -13,8 +13,8 @@ namespace Agent {
 struct Port;
 class Junction;
 
-/// An interface as a way in and out: a port, or a port-channel with its members. The Forwarder owns it and
-/// keeps its members; it stays where it is as long as it belongs to a junction.
+/// A place where frames enter and leave a junction: a port, or a port-channel with its members. Owned by the
+/// forwarder, which keeps the members up to date. Its address does not change while it belongs to a junction.
 struct End {
   Nimnet::IntfId id;
   Junction* junction = nullptr;  ///< what it belongs to; null: frames from here go nowhere
@@ -22,27 +22,28 @@ struct End {
   std::vector<Port*> usable;     ///< the members that are up; all of them when none is
 };
 
-/// What joins ends: says by which of them a frame leaves that came in at another. It knows ends, not frames'
-/// fates: a frame passes the egress pipeline of each end on its own.
+/// Joins ends: says by which ends a frame leaves that came in at another. Whether the frame then passes is
+/// not its business: the egress pipeline is asked for each end separately.
 class Junction {
  public:
   virtual ~Junction() = default;
 
-  /// Takes note of who sent a frame that passed on its way in; `vlan` is the id of its outer tag, 0 for none.
+  /// Learns from a frame that came in at an end and passed there. `vlan` is the id of its outer tag, 0 for
+  /// none.
   virtual void learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan);
-  /// The ends that such a frame leaves by; `from` may be among them and is to be left out. Empty: it goes
-  /// nowhere. Holds until the next call of anything; changes nothing.
+  /// The ends that such a frame leaves by; empty when it goes nowhere. `from` may be among them, and the
+  /// caller leaves it out. The result is valid until the next call of any function.
   virtual std::span<End* const> targets(const End& from, const Nimnet::EthHdr& eth, uint16_t vlan) const = 0;
-  /// Forgets what was learned of an end, which is down.
+  /// Forgets what was learned about an end, because it is down.
   virtual void forget(const End& end);
-  /// What an end of it is, for people: "patched to eth2".
+  /// How an end is joined, for people: "patched to eth2".
   virtual std::string text(const End& end) const = 0;
 };
 
 inline void Junction::learn(End&, const Nimnet::EthHdr&, uint16_t) {}
 inline void Junction::forget(const End&) {}
 
-/// Two ends: what comes in at the one leaves by the other.
+/// Joins two ends: frames that come in at one leave by the other.
 class Patch final : public Junction {
  public:
   Patch(End& a, End& b) : ends_{&a, &b} {}

@@ -14,18 +14,19 @@ namespace {
 constexpr int maxFrame = 262144;  // the largest snap length of libpcap
 constexpr int64_t nanosecondsInSecond = 1000000000;
 
-// The times that a Kelp::Duration holds to less than a millisecond and a date of four digits can tell: up to
-// the end of the year 9999. What lies outside is damage.
+// The end of the year 9999. Up to there a Kelp::Duration is exact to less than a millisecond, and a date has
+// four digits for the year.
 constexpr Stamp pastLastStamp{253402300800, 0};
 constexpr int64_t lastSecondOfPcap = std::numeric_limits<uint32_t>::max();
 
-/// The seconds of a pcap file are unsigned, whatever the library makes of them; those of pcapng have 64 bits.
+/// The seconds of a pcap file are unsigned 32-bit numbers, which the library may hand over as negative ones;
+/// those of pcapng have 64 bits.
 int64_t secondsOf(pcap* capture, int64_t seconds) {
   constexpr int versionOfPcap = 2;
   return pcap_major_version(capture) == versionOfPcap ? static_cast<uint32_t>(seconds) : seconds;
 }
 
-/// Broken captures hold fractions of more than a second.
+/// A time stamp. In broken captures the nanoseconds can be more than a second, or negative.
 Stamp stampOf(int64_t seconds, int64_t nanoseconds) {
   int64_t carry = nanoseconds / nanosecondsInSecond;
   if (nanoseconds % nanosecondsInSecond < 0) --carry;
@@ -121,7 +122,7 @@ void CaptureWriter::send(const Nimnet::Pkt& pkt) {
 
 void CaptureWriter::flush() {
   if (!file_ || !wrong_.empty()) return;
-  // A write that failed earlier has left the mark only.
+  // A write that failed earlier is only seen in the error flag of the file.
   const bool lost = std::ferror(pcap_dump_file(file_)) != 0;
   if (pcap_dump_flush(file_) != 0 || lost) {
     wrong_ = fmt::format("{}: could not be written to its end{}", path_,

@@ -13,7 +13,7 @@ struct pcap_dumper;
 
 namespace Agent {
 
-/// A time stamp of a capture, exact to the nanosecond; nanoseconds are 0 to 999,999,999.
+/// A time stamp of a capture. Nanoseconds are 0 to 999,999,999.
 struct Stamp {
   int64_t seconds = 0;
   int32_t nanoseconds = 0;
@@ -31,18 +31,18 @@ class CaptureReader {
   CaptureReader& operator=(const CaptureReader&) = delete;
 
   const std::string& path() const { return path_; }
-  /// What keeps the file from being read on, with path and place; empty while there is nothing.
+  /// Why the file cannot be read further, with path and place; empty while it can.
   const std::string& wrong() const { return wrong_; }
-  /// True when the file is a capture, but not of Ethernet frames.
+  /// True when the file is a capture of something else than Ethernet frames.
   bool refused() const { return refused_; }
 
-  /// Goes to the next frame; false at the end, and when something is wrong. A frame whose time stamp cannot
-  /// be one (before 1970, after 9999) is wrong.
+  /// Goes to the next frame; false at the end, and when something is wrong. A frame with a time stamp before
+  /// 1970 or after 9999 is damage.
   bool next();
   const Stamp& stamp() const { return stamp_; }
   std::span<const uint8_t> frame() const { return frame_; }
   uint32_t wireLength() const { return wireLength_; }
-  /// Of the current frame, from 1.
+  /// The number of the current frame, from 1.
   uint64_t number() const { return number_; }
   /// How much of the file has been read, in octets; for progress.
   uint64_t position() const;
@@ -60,8 +60,8 @@ class CaptureReader {
   uint64_t size_ = 0;
 };
 
-/// Writes the frames that leave a port to a pcap file with nanosecond stamps. What it writes carries the
-/// stamp that `now` has at that moment.
+/// Writes the frames that leave a port to a pcap file with nanosecond stamps. A frame gets the time that
+/// `now` has when it is written; `now` outlives the writer.
 class CaptureWriter final : public FrameSink {
  public:
   CaptureWriter(std::string path, const Stamp& now);
@@ -69,10 +69,10 @@ class CaptureWriter final : public FrameSink {
   CaptureWriter(const CaptureWriter&) = delete;
   CaptureWriter& operator=(const CaptureWriter&) = delete;
 
-  /// What went wrong; empty while nothing did.
+  /// What went wrong; empty if nothing did.
   const std::string& wrong() const { return wrong_; }
   void send(const Nimnet::Pkt& pkt) override;
-  /// Writes out what is buffered; then wrong() is the last word.
+  /// Writes out what is buffered. After this, wrong() is final.
   void flush();
 
  private:

@@ -10,32 +10,32 @@
 
 namespace Agent {
 
-/// Follows the network devices of the system by rtnetlink, and tells of those that it is asked for by name. A
-/// device that is renamed is gone under its old name.
+/// Follows the network devices of the system by rtnetlink. A device that is renamed is reported as gone under
+/// its old name, and as there under the new one.
 class LinkWatch {
  public:
-  /// Hears of a device that is there, first of all or changed, or, without a link, that it is gone.
+  /// Called for a device that is there now or has changed; with a null link for one that is gone.
   using Handler = std::function<void(const std::string& name, const Link* link)>;
 
   explicit LinkWatch(Handler handler) : handler_(std::move(handler)) {}
 
-  /// Subscribes, and tells of all devices before it returns. Returns what went wrong.
+  /// Subscribes, and calls the handler for every device that is there. Returns what went wrong.
   std::optional<std::string> open();
-  /// Wait for this to be readable, and then call read().
+  /// When this is readable, call read().
   int fd() const { return socket_.get(); }
   void read();
 
  private:
-  /// Asks the kernel for all devices, and hears the answer.
+  /// Asks the kernel for all devices and reads its answer.
   bool readAll();
-  /// Reads one datagram; false when there is none.
+  /// Reads one datagram; false when there is none. Sets `done` at the end of an answer.
   bool readOne(int flags, bool& done);
   void linkIs(const Link& link);
   void linkDel(int index);
 
   const Handler handler_;
   Descriptor socket_;
-  std::map<int, std::string> names_;  // of the devices that were told of
+  std::map<int, std::string> names_;  // of the devices that are there, by index
 };
 
 }  // namespace Agent

@@ -14,13 +14,14 @@ namespace Agent {
 namespace {
 
 constexpr size_t ringSlots = 4096;
-constexpr size_t largestSlot = 16384;  // for frames of 9,000 octets; larger ones come another way
+constexpr size_t largestSlot =
+    16384;  // enough for frames of 9,000 octets; larger ones are read from the socket
 constexpr size_t blockSize = 1 << 18;
-constexpr size_t tag = 4;  // that the kernel took off, and that is put back in
-// Between the start of a slot and the frame: the kernel's headers, and what it aligns the frame by.
+constexpr size_t tag = 4;  // room to put the tag back in that the kernel took off
+// What lies between the start of a slot and the frame: the kernel's headers and the padding behind them.
 constexpr size_t slotHeaders = TPACKET2_HDRLEN + sizeof(Offload) + 64;
 
-/// The status word of a slot is what the kernel and the agent hand it over by.
+/// The status word of a slot: kernel and agent hand the slot to each other by writing it.
 std::atomic_ref<uint32_t> statusOf(uint8_t* slot) {
   return std::atomic_ref<uint32_t>(reinterpret_cast<tpacket2_hdr*>(slot)->tp_status);
 }

@@ -5,8 +5,9 @@
 
 namespace Agent {
 
-/// The receive ring of a packet socket: slots in memory shared with the kernel, which fills them in order.
-/// Which of both has a slot is said by its status word (Linux: packet(7), TPACKET_V2).
+/// The receive ring of a packet socket: slots in memory that is shared with the kernel, which fills them in
+/// order. The status word of a slot says whether it belongs to the kernel or to the agent (Linux: packet(7),
+/// TPACKET_V2).
 class PacketRing {
  public:
   PacketRing() = default;
@@ -14,16 +15,16 @@ class PacketRing {
   PacketRing(const PacketRing&) = delete;
   PacketRing& operator=(const PacketRing&) = delete;
 
-  /// Makes the ring of a socket, of slots for frames of up to `mtu` octets behind the Ethernet header, less
-  /// for the largest. False when it cannot be had (errno).
+  /// Makes the ring of a socket. Its slots have room for frames of up to `mtu` octets behind the Ethernet
+  /// header, but not for the very largest. False when that is not possible (errno).
   bool open(int socket, uint32_t mtu);
   void close();
 
-  /// The slot of a number, which goes round.
+  /// The slot with a number. Numbers go on counting while the slots come round again.
   uint8_t* slot(size_t at) const { return base_ + (at & (slots_ - 1)) * slotSize_; }
-  /// Whether the kernel has handed a slot over with a frame.
+  /// Whether the kernel has put a frame into a slot and handed it over.
   static bool isFilled(uint8_t* slot);
-  /// Hands it back; what was in it may be gone at once.
+  /// Hands a slot back to the kernel, which may overwrite it at once.
   static void giveBack(uint8_t* slot);
 
  private:

@@ -16,7 +16,7 @@ std::unique_ptr<LivePort> make(Port& port, std::string device, const LiveFrame& 
   return std::make_unique<Kind>(port, std::move(device), inHand);
 }
 
-/// The last one is for all other texts: those of interfaces.
+/// The last row has the empty prefix: a text without a prefix names an interface.
 constexpr PortKind kinds[] = {
     {"tap:", make<TapPort>, CAP_NET_ADMIN},
     {"", make<PacketPort>, CAP_NET_RAW},

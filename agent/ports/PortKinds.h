@@ -8,16 +8,16 @@
 
 namespace Agent {
 
-/// A kind of live port, by what stands in front of the name of its device: "tap:" in "--port eth3=tap:NAME".
-/// A further kind is a row of the table in PortKinds.cpp.
+/// A kind of live port. On the command line a prefix before the name of the device says which kind is meant,
+/// as "tap:" in "--port eth3=tap:NAME". A further kind is a class and a row of the table in PortKinds.cpp.
 struct PortKind {
   std::string_view prefix;
   std::unique_ptr<LivePort> (*make)(Port& port, std::string device, const LiveFrame& inHand);
-  /// CAP_* that it takes to open a device that has come back (capabilities(7)).
+  /// The capability (CAP_*, capabilities(7)) that is needed to open a device again that has come back.
   int capability;
 };
 
-/// The kind that a text means, and the device in it; there is one for every text.
+/// The kind that a text means, and the device that it names. Every text means some kind.
 const PortKind& portKindOf(std::string_view text, std::string_view* device);
 
 }  // namespace Agent

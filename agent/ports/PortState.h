@@ -5,8 +5,8 @@
 
 namespace Agent {
 
-/// What there is to tell of a live port. Frames and octets are those between port and device; what the lists
-/// made of them is told elsewhere. Octets include restored tags and no frame check sequence.
+/// The state of a live port and its counts of frames between port and device. (struct Port counts what the
+/// lists made of them.) Octets include tags that were put back in, and no frame check sequence.
 struct PortState {
   std::string name;
   std::string device;
@@ -18,14 +18,14 @@ struct PortState {
   uint64_t rxFrames = 0;
   uint64_t rxBytes = 0;
   uint64_t kernelDrops = 0;  ///< frames that came while the receive ring was full
-  uint64_t rxTooLarge = 0;   ///< received frames that could not be had whole, and were dropped
+  uint64_t rxTooLarge = 0;   ///< received frames that could not be read to their end, and were dropped
 
   uint64_t txFrames = 0;
   uint64_t txBytes = 0;
-  uint64_t tooLarge = 0;    ///< frames larger than the device takes
-  uint64_t sendFailed = 0;  ///< frames that the device or the kernel did not take for another reason
+  uint64_t tooLarge = 0;    ///< frames that were not sent because they are larger than the device takes
+  uint64_t sendFailed = 0;  ///< frames that were not sent for another reason
 
-  uint64_t nowhere = 0;  ///< received frames that passed and that no other port was to have
+  uint64_t nowhere = 0;  ///< received frames that passed, but had no port to leave by
 };
 
 }  // namespace Agent

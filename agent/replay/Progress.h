@@ -4,12 +4,12 @@
 
 namespace Agent {
 
-/// One line on a terminal's standard error that says how far a long replay has come; nothing elsewhere.
+/// A line that says how far a long replay has come. Shown only when standard error is a terminal.
 class Progress {
  public:
   Progress();
 
-  /// Octets of one more file that is to be read.
+  /// Adds the size of a file that will be read.
   void sizeAdd(uint64_t octets) { size_ += octets; }
   bool due(uint64_t frames) const { return onTerminal_ && frames % 65536 == 0; }
   void show(uint64_t frames, uint64_t octetsRead);

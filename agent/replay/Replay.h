@@ -24,7 +24,7 @@ struct ReplayOptions {
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };
 
-/// Runs captures through the agent; results on standard output, complaints and progress on standard error.
+/// Runs captures through the agent. Results go to standard output, complaints and progress to standard error.
 Exit replay(const ReplayOptions& options);
 
 }  // namespace Agent

@@ -11,7 +11,7 @@ using Velo::Counter::VeloDpAclCounter;
 using Velo::Counter::VeloDpAclCounterColl;
 using Velo::Counter::VeloDpAclCounterKey;
 
-/// Follows every counter of one collection.
+/// Follows all counters of one collection.
 class VerdictRecorder::Collection {
  public:
   Collection(VerdictRecorder& owner, const Kelp::Ptr<VeloDpAclCounterColl>& counters)

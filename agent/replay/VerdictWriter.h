@@ -7,15 +7,15 @@
 
 namespace Agent {
 
-/// Writes one JSON object a line for each received frame.
+/// Writes a line with a JSON object for each received frame.
 class VerdictWriter {
  public:
   explicit VerdictWriter(std::string path);
 
-  /// What went wrong, with the path; empty while nothing did.
+  /// What went wrong, with the path; empty if nothing did.
   const std::string& wrong() const { return wrong_; }
   void write(const Port& port, uint64_t frame, const Verdict& verdict, const VerdictRecorder& recorder);
-  /// Writes out what is buffered; then wrong() is the last word.
+  /// Writes out what is buffered. After this, wrong() is final.
   void flush();
 
  private:

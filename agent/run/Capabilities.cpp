@@ -11,7 +11,8 @@
 namespace Agent {
 
 std::vector<int> capabilitiesKeep(const std::vector<int>& wanted) {
-  // The bounding set can be cut only by who may; who may not cannot gain from it without new privileges.
+  // Only a privileged process may reduce the bounding set. For others it is harmless, because no program that
+  // they start can gain privileges (PR_SET_NO_NEW_PRIVS below).
   for (int capability = 0; prctl(PR_CAPBSET_READ, capability) >= 0; ++capability) {
     if (std::count(wanted.begin(), wanted.end(), capability) == 0) prctl(PR_CAPBSET_DROP, capability);
   }

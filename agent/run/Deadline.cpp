@@ -16,10 +16,10 @@ volatile std::sig_atomic_t status = notDone;
 volatile std::sig_atomic_t begun = 0;
 itimerval untilEnd{};
 
-/// May do what a handler of a signal may do, and no more.
+/// A signal handler: it may only call functions that are allowed there (signal-safety(7)).
 void handleAlarm(int) {
   constexpr std::string_view text = "velo: ended before everything was written\n";
-  // Whoever was to read this may be what everything waits for.
+  // Do not wait for a reader of standard error: it may be what the whole process is waiting for.
   pollfd room{STDERR_FILENO, POLLOUT, 0};
   if (status == notDone && poll(&room, 1, 0) == 1) (void)!write(STDERR_FILENO, text.data(), text.size());
   _exit(status == notDone ? exitUnread : status);

@@ -4,21 +4,20 @@
 
 namespace Agent {
 
-/// Ends the process a time after it was begun, whatever any of its threads is doing or waiting for, and says
-/// so. One at a time; gone, it ends nothing.
+/// Ends the process some time after begin() was called, with a message, whatever its threads are doing or
+/// waiting for. There can be one at a time. When it is destroyed before that time, the process goes on.
 class Deadline {
  public:
-  /// Not begun yet.
+  /// `seconds`: from begin() to the end of the process.
   explicit Deadline(double seconds);
   ~Deadline();
   Deadline(const Deadline&) = delete;
   Deadline& operator=(const Deadline&) = delete;
 
-  /// From here on the process has its time; only the first call counts. On any thread, and in the handler of
-  /// a signal.
+  /// The time starts now; only the first call counts. May be called on any thread and in a signal handler.
   static void begin();
-  /// All that was to be told and kept is: when it comes to it, the process ends with this status and nothing
-  /// to say. Before, it ends with exitUnread.
+  /// Everything has been written and saved: when the time is over, the process ends with this status and
+  /// without a message. Before this call it would end with exitUnread.
   void doneIs(Exit status);
 };
 

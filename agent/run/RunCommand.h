@@ -27,7 +27,7 @@ struct RunOptions {
   std::vector<std::string> configs;
   std::string configDir;                                     ///< empty: none
   TextLimits limits;                                         ///< of the configuration
-  std::string control;                                       ///< where to listen; empty: nowhere
+  std::string control;                                       ///< the socket to listen at; empty: none
   std::string state;                                         ///< the state file; empty: none
   std::vector<std::pair<std::string, std::string>> ports;    ///< name and device, in the order of the options
   std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
@@ -37,13 +37,13 @@ struct RunOptions {
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };
 
-/// Carries `velo run` out, until SIGTERM or SIGINT. Complaints go to standard error.
+/// Carries out `velo run`, until SIGTERM or SIGINT. Complaints go to standard error.
 Exit runAgent(const RunOptions& options);
 
-/// An agent on live ports, from start to end. One a process.
+/// An agent on live ports, from start to end. A process has one.
 ///
-/// Devices are opened last: nothing is received before every list, binding and implicit id is published. They
-/// are closed first, so that what is told at the end is final.
+/// Devices are opened last, so that nothing is received before every list, binding and implicit id is
+/// published. At the end receiving stops first, so that the report is final.
 class Run {
  public:
   /// `options` outlives the run.
@@ -53,29 +53,31 @@ class Run {
   Exit run();
 
  private:
-  /// What keeps the agent from starting.
+  // The steps of starting. Each returns an exit status when the agent cannot start.
   std::optional<Exit> prepare();
   /// Reads the texts and puts them in force.
   std::optional<Exit> configure();
-  /// Has what the texts say in force and published, with what an earlier agent knew of it.
+  /// Puts the texts in force and waits until they are published, with the ids and counts of an earlier agent.
   std::optional<Exit> publish();
+  /// Makes the ports and joins them by patches and bridges.
   std::optional<Exit> join();
-  /// Why interfaces cannot be joined, if so: a name that nothing comes in or leaves by is a typing mistake.
+  /// Why names cannot be joined: one is neither a port nor a port-channel, so it is a typing mistake. Nothing
+  /// if they can.
   std::optional<std::string> whyNoEnd(const std::vector<std::string>& names) const;
   std::optional<Exit> openPorts();
   std::optional<Exit> openControl();
   bool report() const;
 
   const RunOptions& options_;
-  Deadline deadline_;  // the last to go
+  Deadline deadline_;  // destroyed last
   std::optional<Signals> signals_;
   EventLoop loop_;
   Core core_;
   Forwarder forwarder_;
   LivePorts ports_;
-  ConfigFiles files_;  // until the control plane has them
+  ConfigFiles files_;  // until they are handed to the control plane
   std::unique_ptr<StateFile> stateFile_;
-  // Behind the ports stands what watches or changes the running agent: it goes before them.
+  // These watch or change the running agent. They come last, so that they are destroyed before the ports.
   std::unique_ptr<StateKeeper> state_;
   std::unique_ptr<ControlPlane> control_;
 };

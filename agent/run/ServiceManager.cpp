@@ -16,7 +16,7 @@ void tellServiceManager(std::string_view state) {
   const size_t length = path ? std::strlen(path) : 0;
   if (length == 0 || length >= sizeof address.sun_path) return;
   std::memcpy(address.sun_path, path, length);
-  // Of an abstract name, which is no file's, the first octet is zero and written as @.
+  // The first octet of an abstract socket name is zero, and is written as @.
   if (path[0] == '@') address.sun_path[0] = '\0';
   const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sendto(socket.get(), state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),

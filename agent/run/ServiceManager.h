@@ -4,9 +4,9 @@
 
 namespace Agent {
 
-/// Tells the service manager that started the process how it is doing ("READY=1"; sd_notify(3)), by a
-/// datagram to the socket that NOTIFY_SOCKET names. Without one does nothing; nobody hearing it is no
-/// failure.
+/// Reports a state ("READY=1"; sd_notify(3)) to the service manager that started the process, by a datagram
+/// to the socket that NOTIFY_SOCKET names. Does nothing when there is none, and does not fail when nobody
+/// listens.
 void tellServiceManager(std::string_view state);
 
 }  // namespace Agent

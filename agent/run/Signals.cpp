@@ -12,7 +12,7 @@ namespace {
 
 volatile std::sig_atomic_t toTell = -1;
 
-/// May do what a handler of a signal may do, and no more.
+/// A signal handler: it may only call functions that are allowed there (signal-safety(7)).
 void handleEnd(int) {
   const int before = errno;
   Deadline::begin();

@@ -6,13 +6,13 @@
 
 namespace Agent {
 
-/// Takes signals off the mask of this thread: whoever started the process may have left them blocked.
+/// Unblocks signals for this thread: the process may have been started with them blocked.
 void unblock(std::initializer_list<int> signals);
 
-/// Has SIGTERM and SIGINT begin the deadline and arrive at a descriptor instead of ending the process at
-/// once. The deadline begins in the signal's handler: it needs no thread that still does its work. One at a
-/// time, within the life of a deadline; what comes afterwards is ignored. A signal that whoever started the
-/// process has it ignore stays ignored.
+/// While it lives, SIGTERM and SIGINT do not end the process at once: they start the deadline and make a
+/// descriptor readable. The signal handler itself starts the deadline, so that it works even if every thread
+/// is stuck. There can be one object at a time, within the life of a deadline. After it is destroyed both
+/// signals are ignored. A signal that the process was started to ignore stays ignored.
 class Signals {
  public:
   Signals();
@@ -20,7 +20,7 @@ class Signals {
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
 
-  /// Readable when one has come.
+  /// Readable when a signal has come.
   int fd() const { return fd_.get(); }
 
  private:

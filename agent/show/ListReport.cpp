@@ -158,7 +158,8 @@ void ListReader::forEachBinding(Acl::AclType type, const Visit& visit) const {
   }
 }
 
-/// What a rule that denies matches on the way out is dropped without a copy.
+/// A packet that a rule denies on the way out is dropped without a copy, so only its matches on the way in
+/// count.
 std::optional<uint64_t> mirroredOf(const Acl::RuleConfig& rule, const MatchCount& met) {
   if (rule.mirrorSession().empty()) return std::nullopt;
   const bool defined = Velo::MirroringStepHelper::singleton()->sessions().contains(rule.mirrorSession());

@@ -7,8 +7,9 @@
 
 namespace Agent {
 
-/// The catalogue of log messages of this process, an array; and an array of that shape for people.
+/// The catalogue of the log messages that this process can write, as an array.
 nlohmann::ordered_json messagesJson();
+/// Such an array for people.
 std::string messagesText(const nlohmann::ordered_json& messages);
 
 /// Loads a plugin and prints the catalogue of log messages.

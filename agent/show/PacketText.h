@@ -6,7 +6,8 @@
 
 namespace Agent {
 
-/// A packet that was parsed, in a line: "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60 octets".
+/// The packet of a context, parsed, in a line: "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60
+/// octets".
 std::string packetText(const Velo::PacketContext& ctx);
 
 }  // namespace Agent

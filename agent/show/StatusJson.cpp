@@ -33,7 +33,7 @@ Json jsonOf(const Zeb::Owned<T>& child) {
   return jsonOf(*child);
 }
 
-/// Any collection: its keys as members.
+/// An object for any collection: its keys are the members.
 template <class Map>
 Json jsonOfMap(const Map& map) {
   Json object = Json::object();
@@ -43,7 +43,7 @@ Json jsonOfMap(const Map& map) {
 
 Json jsonOf(const Acl::AclIntf& bindings) { return {{"intf", jsonOfMap(bindings.intf())}}; }
 
-/// All but what there is for every rule.
+/// Everything about a list except its rules.
 Json smallPartOf(const Acl::AclStatus& list) {
   return {{"implicitRuleStatus", jsonOfMap(list.implicitRuleStatus())},
           {"implicitRuleId", jsonOfMap(list.implicitRuleId())},

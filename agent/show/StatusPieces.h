@@ -5,9 +5,10 @@
 
 namespace Agent {
 
-// The published status in pieces, for documents that are made piece by piece.
+// Pieces of the published status, for documents that are made piece by piece.
+
 nlohmann::ordered_json ruleStatusJson(const Acl::RuleStatus& rule);
-/// Without the rules.
+/// A list without its rules.
 nlohmann::ordered_json listStatusJson(const Acl::AclStatus& list);
 nlohmann::ordered_json bindingsStatusJson(const Acl::AclTypeStatus& lists);
 

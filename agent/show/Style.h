@@ -2,7 +2,7 @@
 
 namespace Agent {
 
-/// How text stands out on a terminal; everything is empty where it is not to.
+/// The control sequences by which text stands out on a terminal. Without colour they are empty.
 struct Style {
   explicit Style(bool colour) {
     if (!colour) return;

@@ -9,18 +9,18 @@
 
 namespace Agent {
 
-/// Matches by direction, and the time of the last one in seconds since the epoch.
+/// Matches by direction, and when the last one was, in seconds since the epoch.
 struct MatchCount {
   uint64_t in = 0;
   uint64_t out = 0;
   std::optional<double> last;
 };
 
-/// The operator's zero line: where the counters stood when they were cleared. The counters themselves go on,
-/// and with them the published status; what is shown lies above the line.
+/// Remembers how far the counters were when an operator cleared them. The counters themselves, and the
+/// published status, are not changed: what is shown is how much they have counted since, above the line.
 ///
-/// A rule is known by its id, which is never given out twice, so that a rule made again starts at its own
-/// zero. A count that has fallen below its line (a port that was made again) is shown as it is.
+/// Rules are known by their ids. No id is used twice, so that a rule that is made again starts at zero. A
+/// count below its line, as that of a port that was made again, is shown as it is.
 class ZeroLine {
  public:
   using RuleKey = Velo::Counter::VeloDpAclCounterKey;
@@ -29,20 +29,22 @@ class ZeroLine {
     uint64_t bytes = 0;
   };
 
-  /// Draws the line under everything: rules, named counters and ports. `now`: seconds since the epoch.
+  /// Clears everything: rules, named counters and ports. `now`: seconds since the epoch.
   void clear(const Core& core, const Forwarder& forwarder, double now);
-  /// Draws it under the rules of the lists of a name, of any kind. Returns whether there is such a list.
+  /// Clears the rules of the lists with this name, of any type. Returns whether there is such a list.
   bool clear(const Core& core, const Kelp::String& list, double now);
 
-  /// The counter is gone for good.
+  /// A counter has been deleted for good.
   void forget(const RuleKey& key) { rules_.erase(key); }
 
+  // How much a counter has counted since it was cleared.
   Counted above(const RuleKey& key, const Velo::Counter::VeloDpAclCounter& counter) const;
   uint64_t above(const Velo::CounterName& name, uint64_t count) const;
   Port above(const Port& port) const;
 
-  /// When everything was cleared, and a list of this name, last; nothing when never.
+  /// When everything was cleared last; nothing when it never was.
   std::optional<double> cleared() const { return cleared_; }
+  /// When the lists with this name were cleared last, with everything else or alone.
   std::optional<double> cleared(const Kelp::String& list) const;
 
  private:

@@ -21,7 +21,7 @@ void Statement::check(int result) const {
 }
 
 void Statement::bind(int parameter, std::string_view value) {
-  // Not null even when empty, or it would be no text.
+  // With a null pointer SQLite would store NULL instead of an empty text.
   check(sqlite3_bind_text(statement_.get(), parameter + 1, value.empty() ? "" : value.data(),
                           static_cast<int>(value.size()), SQLITE_TRANSIENT));
 }

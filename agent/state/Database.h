@@ -10,14 +10,15 @@
 
 namespace Agent {
 
-/// What SQLite says about a file; stays within agent/state.
+/// An error of SQLite. It is only thrown within this room.
 class DatabaseError : public std::runtime_error {
  public:
   DatabaseError(int what, const char* text) : std::runtime_error(text), code(what & 0xff) {}
-  const int code;  ///< SQLITE_CORRUPT and so on, without its extension
+  const int code;  ///< the primary result code: SQLITE_CORRUPT and others
 };
 
-/// A statement of a database, to be run any number of times. Columns and parameters are counted from 0.
+/// A statement of a database, which can be run any number of times. Columns and parameters are counted from
+/// 0.
 class Statement {
  public:
   Statement(sqlite3* database, std::string_view text);
@@ -25,14 +26,14 @@ class Statement {
   void bind(int parameter, std::string_view value);
   void bind(int parameter, int64_t value);
   void bind(int parameter, double value);
-  /// Goes to the next row; false, and ready to be run again, when there is none.
+  /// Goes to the next row. False when there is none; then the statement can be run again.
   bool step();
   /// Runs to the end.
   void run() {
     while (step()) {
     }
   }
-  /// A column that has another type is no column of this agent's: DatabaseError.
+  // The columns of the current row. A value of another type is an error: this agent has not written it.
   std::string text(int column) const;
   int64_t integer(int column) const;
   double real(int column) const;
@@ -46,13 +47,15 @@ class Statement {
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-/// An open database file of this process alone. One thread at a time. Everything throws DatabaseError.
+/// An open database file that only this process uses. Used by one thread at a time. All functions throw
+/// DatabaseError.
 class Database {
  public:
   explicit Database(const std::string& path);
 
   Statement statement(std::string_view text) { return {database_.get(), text}; }
   void run(const std::string& text) { statement(text).run(); }
+  /// The value that a query gives: one row with one integer.
   int64_t integer(const std::string& text);
   /// Whether a transaction is open.
   bool inTransaction() const { return sqlite3_get_autocommit(database_.get()) == 0; }

@@ -7,11 +7,11 @@
 #include <tuple>
 #include <vector>
 
-/// What an agent leaves to its successor, as plain values: they go to a thread of their own.
+/// The state that an agent leaves for the next one, as plain values: they are handed to another thread.
 namespace Agent::Saved {
 
-/// The id of a rule: of all numbers of 64 bits. A file, which has none beyond half of them, keeps its bits,
-/// where of a count it keeps the value.
+/// The id of a rule, any number of 64 bits. A database has signed integers only: an id is stored there with
+/// the same bits, whereas a count is stored with the same value.
 class Id {
  public:
   constexpr Id(uint64_t value = 0) : value_(value) {}
@@ -21,7 +21,7 @@ class Id {
   uint64_t value_;
 };
 
-/// Whose id a rule of a source has.
+/// The id that a rule of a source has.
 struct Rule {
   std::string source;  ///< "cli", or "input/" and the name
   Acl::AclType type = Acl::AclType::ip;
@@ -70,11 +70,12 @@ struct Binding {
   std::string list;
 };
 
-/// All of it. Each list of rows is in the order of its keys, see Table.h, when it comes from a file.
+/// A whole state. When it comes from a file, the rows of each vector are in the order of their keys (see
+/// Table.h).
 struct State {
-  uint64_t highestId = 0;  ///< that was given out, or may have been
+  uint64_t highestId = 0;  ///< no id above this has been used
   std::vector<Rule> rules;
-  bool rulesUnchanged = false;  ///< since the state before: then they are not repeated
+  bool rulesUnchanged = false;  ///< the rules are those of the state before, and not repeated here
   std::vector<Counter> counters;
   std::vector<List> lists;
   std::vector<RuleStatus> ruleStatus;

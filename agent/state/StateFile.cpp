@@ -17,9 +17,10 @@ using Saved::Table;
 
 /// Marks the file as one of this agent's ("velo").
 constexpr int64_t applicationId = 0x76656c6f;
-/// Ids are given out before the file knows of them: it is always ahead by at least half as many.
+/// Ids are used before a state with them is written. So the file has a mark that is ahead of the highest id
+/// in use, always by at least half of this.
 constexpr uint64_t idsAhead = 1 << 20;
-/// No agent gives out as many: behind it there is no room for fresh ids.
+/// No agent uses so many ids. A mark above this would leave no room for new ones.
 constexpr uint64_t mostIds = uint64_t{3} << 62;
 
 constexpr const char* idsDefinition = "CREATE TABLE ids(given NOT NULL)";
@@ -36,8 +37,8 @@ void forEachTable(const Visit& visit) {
   std::apply([&](const auto&... table) { (visit(table), ...); }, tables);
 }
 
-/// What the ids of rules and lists are to be: none of those that stand for no id, and none beyond those that
-/// were given out, which a fresh one would meet.
+/// Checks the ids of rules and lists: none may be a value that stands for "no id", and none may be above the
+/// mark, or a new id could be the same.
 void checkIds(const State& state) {
   if (state.highestId > mostIds) throw DatabaseError(SQLITE_CORRUPT, "the mark of used ids leaves none");
   const auto check = [&state](uint64_t id) {
@@ -49,7 +50,7 @@ void checkIds(const State& state) {
   for (const auto& row : state.counters) check(row.id);
   for (const auto& row : state.ruleStatus) check(row.id);
   for (const auto& row : state.lists) {
-    if (row.implicitId != 0) check(row.implicitId);  // one that has none yet
+    if (row.implicitId != 0) check(row.implicitId);  // 0: the list has none yet
   }
 }
 
@@ -60,7 +61,7 @@ std::vector<std::string> definitions() {
   return all;
 }
 
-/// Moves a file, and what SQLite keeps beside it.
+/// Renames a file, and the files that SQLite keeps beside it.
 void setAside(const std::string& path) {
   for (const char* part : {"", "-wal", "-shm", "-journal"}) {
     std::error_code missing;
@@ -69,7 +70,7 @@ void setAside(const std::string& path) {
   }
 }
 
-/// Whether it is the file's own fault.
+/// Whether an error means that the content of the file is bad.
 bool isDamage(const DatabaseError& error) {
   return error.code == SQLITE_CORRUPT || error.code == SQLITE_NOTADB || error.code == SQLITE_FORMAT ||
          error.code == SQLITE_ERROR || error.code == SQLITE_MISMATCH;
@@ -127,7 +128,7 @@ void StateFile::create() {
   database_.run("COMMIT");
 }
 
-/// A column more or less would be found out when it is too late.
+/// A table with other columns would only be found out when a write to it fails.
 void StateFile::checkTables() {
   const std::vector<std::string> wanted = definitions();
   Statement query = database_.statement("SELECT sql FROM sqlite_schema ORDER BY rowid");

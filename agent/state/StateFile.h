@@ -9,24 +9,25 @@
 
 namespace Agent {
 
-/// The file that a state is kept in: an SQLite database of this process alone while it is open. Every write
-/// is a transaction, so that the file has the whole of some state at any moment, whatever ends the process.
+/// The file in which a state is saved: an SQLite database that only this process uses while it is open. Every
+/// write is a transaction. So the file has a complete state at any moment, however the process ends.
 ///
-/// One thread at a time.
+/// Used by one thread at a time.
 class StateFile {
  public:
-  /// Goes up with every change of what is in the tables.
+  /// To be increased with every change of the tables.
   static constexpr int version = 1;
 
-  /// Opens a file, or makes it, and reads what is in it. One that is damaged, of another version, or with ids
-  /// that cannot be, is set aside (renamed, with ".aside" behind its name) and a new one made; `message` says
-  /// so. Returns null, with the reason in `message`, when there can be none.
+  /// Opens or makes a file, and reads the state in it. A file that is damaged, has another version, or has
+  /// ids that are not possible, is renamed to a name with ".aside" at its end, and a new one is made;
+  /// `message` says so. Returns null, with the reason in `message`, when no file can be opened.
   static std::unique_ptr<StateFile> open(const std::string& path, std::string* message);
 
-  /// What is in the file.
+  /// The state in the file.
   const Saved::State& state() const { return state_; }
 
-  /// Replaces it. Writes what differs. Returns what went wrong; then the file has what it had.
+  /// Replaces the state; only the differences are written. Returns what went wrong; then the file is as it
+  /// was.
   std::optional<std::string> write(Saved::State state);
 
  private:

@@ -13,9 +13,9 @@ namespace {
 
 constexpr Kelp::Duration interval{0.5};
 constexpr Kelp::Duration atOnce{0.0};
-/// Below what keeps the status itself up.
+/// Below the priority of the tasks that update the status.
 constexpr int priority = -5;
-/// A clock is read once in so many rows.
+/// How many rows are copied before the clock is read.
 constexpr int rowsAtOnce = 32;
 
 }  // namespace
@@ -23,9 +23,9 @@ constexpr int rowsAtOnce = 32;
 struct StateKeeper::Piece {
   enum class Kind { rules, status, counters };
   Kind kind;
-  std::string source;  ///< of rules
+  std::string source;  ///< for rules
   Acl::AclType type = Acl::AclType::ip;
-  Kelp::String name;  ///< of the list, or the collection
+  Kelp::String name;  ///< of the list or the collection
   std::optional<Kiv::UniqueId> resume{};
   std::optional<Velo::Counter::VeloDpAclCounterKey> resumeCounter{};
 };
@@ -41,7 +41,7 @@ StateKeeper::StateKeeper(const Core& core, std::unique_ptr<StateFile> file)
 StateKeeper::~StateKeeper() {
   task_->cancelTask();
   task_->dispatchDel(this);
-  rulesKnown_ = false;  // whatever became of the last write
+  rulesKnown_ = false;  // the last write may have failed
   try {
     begin();
     copy(true);
@@ -74,7 +74,7 @@ void StateKeeper::run() {
 }
 
 void StateKeeper::handleFailure(const std::string& failure) {
-  // A disk that stays full is told of once.
+  // A failure that repeats, as that of a full disk, is told once.
   if (failure != failure_) complain("the state cannot be written: " + failure);
   failure_ = failure;
   rulesKnown_ = false;
@@ -143,7 +143,8 @@ void StateKeeper::finish() {
 
 void StateKeeper::noteId(const Kiv::UniqueId& id) { highestId_ = std::max(highestId_, id.value()); }
 
-/// What is behind `resume`, until the slice is used up: then false, and `resume` is where to go on.
+/// Calls take(key, value) for the elements from `resume` on. When the slice is used up it returns false, and
+/// `resume` is where to go on.
 template <class Map, class Resume, class Take>
 bool StateKeeper::copyMap(const Map& map, std::optional<Resume>& resume, bool whole, const Take& take) {
   int rows = 0;

@@ -12,19 +12,19 @@
 
 namespace Agent {
 
-/// Keeps the state file up with a running agent: copies what there is to be kept, a slice a turn, gives the
-/// copy to the writer, and begins again after half a second; at once when the configuration has changed. The
-/// loop's thread.
+/// Keeps the state file up to date while an agent runs. It copies the state, a slice a turn, gives the copy
+/// to the writer, and begins again half a second later, or at once when the configuration has changed. For
+/// the loop's thread.
 class StateKeeper {
  public:
-  /// The core outlives it. Begins with a copy.
+  /// The core outlives it. The first copy begins at once.
   StateKeeper(const Core& core, std::unique_ptr<StateFile> file);
   /// Copies once more, and returns when that is written.
   ~StateKeeper();
   StateKeeper(const StateKeeper&) = delete;
   StateKeeper& operator=(const StateKeeper&) = delete;
 
-  /// To be called behind every change of the configuration.
+  /// To be called after every change of the configuration.
   void handleApplied();
 
  private:
@@ -35,10 +35,10 @@ class StateKeeper {
   void beginRules();
   void beginStatus();
   void run();
-  /// Copies pieces; false when the slice is used up before the last.
+  /// Copies pieces; false when the slice is used up before the last one. `whole`: without regard to slices.
   bool copy(bool whole);
   void finish();
-  /// A state was lost: the next one is whole again.
+  /// A state could not be copied or written: the next one must have the rules again.
   void handleFailure(const std::string& failure);
   void noteId(const Kiv::UniqueId& id);
   bool yields(bool whole) const { return !whole && task_->taskShouldYield(); }
@@ -50,11 +50,11 @@ class StateKeeper {
 
   const Core& core_;
   const Kelp::Ptr<Kiv::TimerTask> task_;
-  Saved::State state_;       ///< as far as it is copied
-  bool rulesKnown_ = false;  ///< the writer has the rules of the configuration as it is
-  std::string failure_;      ///< to write, the last one
+  Saved::State state_;       ///< the copy, as far as it is made
+  bool rulesKnown_ = false;  ///< the writer has the rules of the present configuration
+  std::string failure_;      ///< the last failure to write, as it was told
   uint64_t highestId_ = 0;
-  std::vector<Piece> pieces_;  ///< to be copied, the last first
+  std::vector<Piece> pieces_;  ///< still to be copied, from the last to the first
   StateWriter writer_;
 };
 

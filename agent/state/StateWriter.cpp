@@ -42,7 +42,7 @@ std::optional<std::string> StateWriter::takeFailure() {
 }
 
 void StateWriter::run() {
-  // Of this thread only. Where it is not allowed the writing competes with the loop as an equal.
+  // For this thread only. If it is not allowed, the writer has the loop's priority.
   (void)setpriority(PRIO_PROCESS, 0, lowPriority);
   for (;;) {
     std::unique_lock lock(mutex_);

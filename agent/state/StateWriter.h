@@ -11,31 +11,31 @@
 
 namespace Agent {
 
-/// Writes states to their file on a thread of its own, at low priority. Of states that come faster than they
-/// can be written the last one counts.
+/// Writes states to their file on a thread of its own, at low priority. When states come faster than they can
+/// be written, only the last one is.
 class StateWriter {
  public:
   explicit StateWriter(std::unique_ptr<StateFile> file);
-  /// Writes the last state to its end.
+  /// Waits until the last state is written.
   ~StateWriter();
   StateWriter(const StateWriter&) = delete;
   StateWriter& operator=(const StateWriter&) = delete;
 
   void put(Saved::State state);
-  /// What has gone wrong with a write since it was asked last. That state is lost; the next one has to bring
-  /// its rules again.
+  /// What went wrong with a write since the last call. That state is lost, and the next one must have the
+  /// rules again.
   std::optional<std::string> takeFailure();
 
  private:
   void run();
 
-  const std::unique_ptr<StateFile> file_;  // the thread's
+  const std::unique_ptr<StateFile> file_;  // used by the thread only
   std::mutex mutex_;
   std::condition_variable wake_;
-  std::optional<Saved::State> next_;  // under the mutex, like all below
+  std::optional<Saved::State> next_;  // protected by the mutex, like the two below
   std::optional<std::string> failure_;
   bool stopped_ = false;
-  std::thread thread_;  // last: it starts when the others are there
+  std::thread thread_;  // last member: it starts when the others are made
 };
 
 }  // namespace Agent

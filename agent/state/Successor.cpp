@@ -7,7 +7,7 @@ namespace Agent {
 
 namespace {
 
-/// The first line of a list of that kind.
+/// The first line of a list of this type.
 std::string headOf(Acl::AclType type, bool standard) {
   switch (type) {
     case Acl::AclType::ip:
@@ -20,7 +20,7 @@ std::string headOf(Acl::AclType type, bool standard) {
   return "mac access-list L\n";
 }
 
-/// Whether a text says the same as a rule in other words.
+/// Whether a text, which may be spelled differently, means this rule.
 bool says(const std::string& text, Acl::AclType type, const Config::Rule& rule) {
   const uint32_t sequence = Config::common(rule).sequence;
   for (const bool standard : {false, true}) {
@@ -85,14 +85,14 @@ void Successor::countRules(Core& core) const {
 
 void Successor::countImplicitDrops(Core& core) const {
   const auto status = core.mountedStatus();
-  std::map<uint64_t, Kiv::UniqueId> now;  // by the ids that they had
+  std::map<uint64_t, Kiv::UniqueId> now;  // by the old ids
   for (const auto& row : state_.lists) {
     const auto lists = status->status(row.type);
     const auto list = lists ? lists->acl(Kelp::String(row.name)) : nullptr;
     const auto* id = list ? std::as_const(*list).implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
     if (!id || row.implicitId == 0 || row.packets == 0) continue;
     now.emplace(row.implicitId, *id);
-    // As the next copy of the counters will have it.
+    // The next poll of the counters would write the same.
     list->implicitRuleStatusIs(Acl::ImplicitRuleType::drop, published(row.packets, row.lastMatch));
   }
   for (const auto& row : state_.counters) {

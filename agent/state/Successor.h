@@ -9,23 +9,26 @@
 
 namespace Agent {
 
-/// Gives the core of a starting agent what an earlier one left: the published status, the ids of rules that
-/// are still the same, and their counts. In this order: publish(), Core::apply with idOf() as its memory,
-/// Core::loadPlugin, countRules(), and countImplicitDrops() when everything is published. All of it before
-/// the first packet. A rule that comes later is a new one.
+/// Gives a starting agent the state that an earlier one left: the published status, the ids of rules that are
+/// still the same, and their counts.
+///
+/// To be called in this order, all of it before the first packet: publish(); putInForce() with idOf() as its
+/// memory; Core::loadPlugin(); countRules(); and countImplicitDrops() when everything is published. A rule
+/// that comes later is a new one.
 class Successor {
  public:
-  /// `state` outlives this object. Ids that are generated from now on are other than those in it.
+  /// `state` outlives this object. No id that is generated from now on is one of those in it.
   explicit Successor(const Saved::State& state);
 
-  /// Puts the status into the state tree as it was. The plugin, when it starts, keeps what is still true and
-  /// takes away the rest.
+  /// Puts the status into the state tree as it was. When the plugin starts, it keeps what is still true there
+  /// and deletes the rest.
   void publish(const Core& core) const;
-  /// The id that a rule had, if it was the same rule; or the empty id. Each is given once.
+  /// The id that the same rule had before; the empty id when there was no such rule. Each id is returned
+  /// once.
   Kiv::UniqueId idOf(const std::string& source, const Config::List& list, const Config::Rule& rule);
-  /// Has the counters of those rules go on from where they were.
+  /// Sets the counters of those rules to what they were.
   void countRules(Core& core) const;
-  /// The same for the implicit drops, which have new ids.
+  /// The same for the implicit drops. They have new ids.
   void countImplicitDrops(Core& core) const;
 
  private:
