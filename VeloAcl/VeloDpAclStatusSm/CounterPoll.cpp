@@ -25,43 +25,55 @@ void CounterPoll::handleInputReady() {
   if (!machine_.synchronous() && task_) task_->scheduleTask();
 }
 
-void CounterPoll::ask() {
-  InputSmScanState& state = *machine_.inputSmScanState();
-  (state.*spec_.state.askedIs)((state.*spec_.state.done)() + 1);
+/// Reads a field of the scan state.
+template <class T>
+T CounterPoll::read(PollSpec::Field field) const {
+  return std::any_cast<T>(field().get(*machine_.inputSmScanState()));
+}
+
+template <class T>
+void CounterPoll::write(PollSpec::Field field, T value) {
+  const Kelp::Ptr<InputSmScanState> held = machine_.inputSmScanState();
+  field().set(*held, value);
+}
+
+void CounterPoll::ask() { write(spec_.asked, read<uint64_t>(spec_.done) + 1); }
+
+bool CounterPoll::complete() const {
+  const auto asked = read<uint64_t>(spec_.asked);
+  return asked != 0 && asked == read<uint64_t>(spec_.done);
 }
 
 void CounterPoll::askAnew() {
   askedAnew_ = bookmark_.has_value();
-  if (!spec_.state.complete(*machine_.inputSmScanState())) return;
+  if (!complete()) return;
   ask();
   if (task_) task_->scheduleTask();
 }
 
-/// A run that comes before the second pass is none of this machine's: an earlier one has asked for it in a
-/// task of the same name. This machine asks for its own when it is time.
+/// A run before the second pass was asked for by an earlier machine, in a task of the same name. This machine
+/// asks for its own runs later.
 void CounterPoll::run() {
   if (!machine_.initialized() || !machine_.initialScanDone()) return;
-  const Kelp::Ptr<InputSmScanState> held = machine_.inputSmScanState();
-  InputSmScanState& state = *held;
-  const PollState& poll = spec_.state;
-  (state.*poll.idleIs)(false);
-  state.handleIdle();
+  const Kelp::Ptr<InputSmScanState> state = machine_.inputSmScanState();
+  write(spec_.idle, false);
+  state->handleIdle();
   if (!machine_.initialized()) return;
-  const bool complete = pass((state.*poll.asked)());
+  const bool ended = pass(read<uint64_t>(spec_.asked));
   if (!machine_.initialized()) return;
-  if (!complete) {
+  if (!ended) {
     if (task_) task_->scheduleTask();
     return;
   }
-  (state.*poll.idleIs)(true);
-  state.handleIdle();
+  write(spec_.idle, true);
+  state->handleIdle();
   if (!machine_.initialized()) return;
   const bool another = std::exchange(askedAnew_, false);
   if (!machine_.synchronous() && task_) task_->scheduleTaskDelay(another ? Kelp::Duration() : pollInterval);
-  (state.*poll.askedInc)();
-  const uint64_t done = (state.*poll.asked)();
-  if (another) (state.*poll.askedInc)();
-  (state.*poll.doneIs)(done);
+  const uint64_t done = read<uint64_t>(spec_.asked) + 1;
+  write(spec_.asked, done);
+  if (another) write(spec_.asked, done + 1);
+  write(spec_.done, done);
 }
 
 bool CounterPoll::pass(uint64_t) {
@@ -100,10 +112,11 @@ bool CounterPoll::pass(uint64_t) {
   return true;
 }
 
-/// Somebody has set the poll's flag, which is taken back.
+/// Whether somebody has set the poll's flag; clears the flag.
 bool CounterPoll::restartIsWanted() {
-  if (machine_.synchronous() || !(machine_.*spec_.duplicateSeen)()) return false;
-  (machine_.*spec_.duplicateSeenIs)(false);
+  const Zeb::Attribute& flag = spec_.duplicateSeen();
+  if (machine_.synchronous() || !std::any_cast<bool>(flag.get(machine_))) return false;
+  flag.set(machine_, false);
   traceStatus(6, "Restarting iteration, as input state of pipeline has changed");
   return true;
 }

@@ -12,6 +12,8 @@ class MachinePolls;
 
 /// A row of the machine's table of polls: what a poll copies, what it traces, and where its state is.
 struct PollSpec {
+  using Field = const Zeb::Attribute& (*)();
+
   const char* inputReadyText;
   const char* inputsText;
   const char* firedText;
@@ -19,35 +21,39 @@ struct PollSpec {
   fmt::format_string<const Velo::Counter::VeloDpAclCounterKey&, size_t> resumingText;
   const char* taskName;
   const Arguments::Counters& (MachineFrame::*input)() const;
-  const PollState& state;
-  const bool& (MachinePolls::*duplicateSeen)() const;
-  bool (MachinePolls::*duplicateSeenIs)(bool);
+  // Fields of the scan state.
+  Field idle;   ///< whether no pass is in progress
+  Field done;   ///< the number of the pass that was completed last
+  Field asked;  ///< the number of the pass that was asked for last
+  // A field of the machine.
+  Field duplicateSeen;  ///< somebody wants the pass to start over
 };
 
-/// Copies a collection of counters into the status, again and again: a second after it last came to the end.
+/// Copies a collection of counters into the status, again a second after each copy.
 class CounterPoll {
  public:
   CounterPoll(MachinePolls& machine, const PollSpec& spec) : machine_(machine), spec_(spec) {}
   CounterPoll(const CounterPoll&) = delete;
   CounterPoll& operator=(const CounterPoll&) = delete;
 
-  /// To be called when something that the poll waits for has changed: has its task run.
+  /// To be called when something that the poll waits for has changed: schedules its task.
   void handleInputReady();
-  /// What its task does: a pass, and then it sees to the next. A machine without tasks calls it once.
+  /// The work of its task: makes a pass, and schedules the next one. A machine without tasks calls it once.
   void run();
-  /// Copies what is there, from where the last pass yielded; false when it yields, or the machine is stopped.
-  /// The generation is the pass that was asked for; a pass copies whatever is there.
+  /// Copies the counters, from where the last pass has yielded. False when it yields, or the machine is
+  /// stopped. `generation` is the number of the pass that was asked for; every pass copies what is there.
   bool pass(uint64_t generation);
 
-  /// Has one more pass outstanding.
+  /// Asks for one more pass.
   void ask();
-  /// Has a pass outstanding that is yet to begin, and runs as soon as it can: at once when the last one is
-  /// through and the next a second away, behind the one under way when there is one, which has met only part
-  /// of what has changed.
+  /// Asks for a pass that begins from now on, as soon as possible: at once, instead of a second later; or
+  /// right behind the pass that is going on, which has seen only a part of what has changed.
   void askAnew();
+  /// Whether a pass was asked for, and the last one that was is completed.
+  bool complete() const;
 
-  /// The poll is the one whose pass is over when this field of the scan state changes.
-  bool endsWith(const Zeb::Attribute& field) const { return &spec_.state.doneAttribute() == &field; }
+  /// Whether a pass of this poll has ended, when this field of the scan state has changed.
+  bool endsWith(const Zeb::Attribute& field) const { return &spec_.done() == &field; }
   void taskIs(const MachineFrame::Scheduler& scheduler, int priority, const char* name);
   void taskIs(const MachineFrame::Scheduler& scheduler, int priority) {
     taskIs(scheduler, priority, spec_.taskName);
@@ -56,12 +62,16 @@ class CounterPoll {
 
  private:
   bool restartIsWanted();
+  template <class T>
+  T read(PollSpec::Field field) const;
+  template <class T>
+  void write(PollSpec::Field field, T value);
 
   MachinePolls& machine_;
   const PollSpec spec_;
   MachineTask task_;
-  std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark_;  ///< where an interrupted pass goes on
-  bool askedAnew_ = false;  ///< another pass is outstanding than the one that is under way
+  std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark_;  ///< where a pass that has yielded continues
+  bool askedAnew_ = false;  ///< another pass is wanted behind the one that is going on
 };
 
 }  // namespace Velo::VeloAcl

@@ -12,7 +12,7 @@
 
 namespace Velo::VeloAcl {
 
-/// What a status machine works on, and what it writes. Every pointer is mandatory.
+/// The entities that a status machine reads, and the status that it writes. Every pointer is mandatory.
 struct Arguments {
   using Counters = Kelp::Ptr<const Velo::Counter::VeloDpAclCounterColl>;
 
@@ -23,7 +23,7 @@ struct Arguments {
   Rix::SmControl control;
 };
 
-/// What all layers of the status machine stand on: its arguments, how far it is, and its own entities.
+/// The lowest layer of the status machine: its arguments, how far it is, and its own entities.
 class MachineFrame : public Zeb::Entity {
  public:
   using Counters = Velo::Counter::VeloDpAclCounterColl;
@@ -42,12 +42,12 @@ class MachineFrame : public Zeb::Entity {
   bool synchronous() const { return synchronous_; }
   bool initialized() const { return initialized_; }
   bool initialScanDone() const { return initialScanDone_; }
-  /// Nothing runs any more. Whoever follows the status may have seen to that in the middle of an event:
-  /// whoever has written asks before it writes again.
+  /// The machine has ended. A handler that follows the status may end it in the middle of an event, so this
+  /// must be asked after a write and before the next one.
   bool stopped() const { return stopped_; }
   /// Events reach the streams.
   bool streaming() const { return initialScanDone_ && !stopped_; }
-  /// Every output carries what the inputs say.
+  /// Every output has what the inputs say.
   bool ready() const { return outputState_ && outputState_->ready(); }
   /// Ready, and no copy of counters in progress.
   bool idle() const { return ready() && (synchronous_ || scanState_->idle()); }
@@ -58,10 +58,12 @@ class MachineFrame : public Zeb::Entity {
   Kelp::Ptr<LocalAttrStore> localAttrStore() { return localAttrStore_.ptr(); }
   const Scheduler& scheduler() const { return scheduler_; }
 
-  /// Ends the first pass when all its scans are through, and runs the second.
+  /// Ends the first pass when all its scans are complete, and runs the second.
   virtual void handleInitialScanDone() = 0;
-  /// Runs something on behalf of the machine from outside: keeps it alive meanwhile, does nothing once it is
-  /// stopped, and lets no exception out.
+  /// Whether every poll has completed the pass that was asked for last.
+  virtual bool pollsComplete() = 0;
+  /// Runs work of the machine that is started from outside. Keeps the machine alive meanwhile, does nothing
+  /// when it is stopped, and ends the process at an exception.
   void withMachine(const std::function<void()>& run);
 
  protected:

@@ -28,7 +28,7 @@ bool Output::inputsComplete() {
     return false;
   }
   if (spec_.afterRuleIds && !machine_.outputState()->ruleIdsByAclRuleIdsOutputReady()) return false;
-  if (spec_.afterPolls && !machine_.synchronous() && !pollsComplete(state)) return false;
+  if (spec_.afterPolls && !machine_.synchronous() && !machine_.pollsComplete()) return false;
   traceStatus(9, "{}", spec_.completeText);
   return true;
 }

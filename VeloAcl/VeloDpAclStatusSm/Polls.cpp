@@ -1,5 +1,7 @@
 #include <VeloAcl/VeloDpAclStatusSm/Polls.h>
 
+#include <algorithm>
+
 namespace Velo::VeloAcl {
 
 MachinePolls::MachinePolls(const Arguments& args)
@@ -14,9 +16,10 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( ipOutCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyIpOutCountersTask",
            .input = &MachineFrame::ipOutCounters,
-           .state = copyIpOutCountersState,
-           .duplicateSeen = &MachinePolls::copyIpOutCountersDuplicateSeen,
-           .duplicateSeenIs = &MachinePolls::copyIpOutCountersDuplicateSeenIs}),
+           .idle = &InputSmScanState::copyIpOutCountersIdleAttribute,
+           .done = &InputSmScanState::copyIpOutCountersCodefDoneGenAttribute,
+           .asked = &InputSmScanState::copyIpOutCountersCodefGenerationAttribute,
+           .duplicateSeen = &MachinePolls::copyIpOutCountersDuplicateSeenAttribute}),
       copyIp6OutCounters_(
           *this,
           {.inputReadyText = "handleCopyIp6OutCountersCodefInputReady",
@@ -27,9 +30,10 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( ip6OutCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyIp6OutCountersTask",
            .input = &MachineFrame::ip6OutCounters,
-           .state = copyIp6OutCountersState,
-           .duplicateSeen = &MachinePolls::copyIp6OutCountersDuplicateSeen,
-           .duplicateSeenIs = &MachinePolls::copyIp6OutCountersDuplicateSeenIs}),
+           .idle = &InputSmScanState::copyIp6OutCountersIdleAttribute,
+           .done = &InputSmScanState::copyIp6OutCountersCodefDoneGenAttribute,
+           .asked = &InputSmScanState::copyIp6OutCountersCodefGenerationAttribute,
+           .duplicateSeen = &MachinePolls::copyIp6OutCountersDuplicateSeenAttribute}),
       copyInCounters_(
           *this,
           {.inputReadyText = "handleCopyInCountersCodefInputReady",
@@ -40,9 +44,10 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( inCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyInCountersTask",
            .input = &MachineFrame::inCounters,
-           .state = copyInCountersState,
-           .duplicateSeen = &MachinePolls::copyInCountersDuplicateSeen,
-           .duplicateSeenIs = &MachinePolls::copyInCountersDuplicateSeenIs}),
+           .idle = &InputSmScanState::copyInCountersIdleAttribute,
+           .done = &InputSmScanState::copyInCountersCodefDoneGenAttribute,
+           .asked = &InputSmScanState::copyInCountersCodefGenerationAttribute,
+           .duplicateSeen = &MachinePolls::copyInCountersDuplicateSeenAttribute}),
       copyMacOutCounters_(
           *this,
           {.inputReadyText = "handleCopyMacOutCountersCodefInputReady",
@@ -53,15 +58,22 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( macOutCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyMacOutCountersTask",
            .input = &MachineFrame::macOutCounters,
-           .state = copyMacOutCountersState,
-           .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeen,
-           .duplicateSeenIs = &MachinePolls::copyMacOutCountersDuplicateSeenIs}) {
-  // The status of the rules waits for this output and for the polls. A poll that was faster has met lists
-  // that were not there yet, and so may one that is half way: another pass comes, without a second between.
+           .idle = &InputSmScanState::copyMacOutCountersIdleAttribute,
+           .done = &InputSmScanState::copyMacOutCountersCodefDoneGenAttribute,
+           .asked = &InputSmScanState::copyMacOutCountersCodefGenerationAttribute,
+           .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeenAttribute}) {
+  // The status of the rules waits for this output and for the polls. A poll that was faster than this output,
+  // or is going on, may have missed lists that were not published yet. So each poll makes another pass, as
+  // soon as possible.
   ruleIdsByAclRuleIdsOutput_.whenReady([this] {
     if (synchronous_) return;
     for (CounterPoll* poll : polls()) poll->askAnew();
   });
+}
+
+bool MachinePolls::pollsComplete() {
+  const auto all = polls();
+  return std::all_of(all.begin(), all.end(), [](const CounterPoll* poll) { return poll->complete(); });
 }
 
 }  // namespace Velo::VeloAcl

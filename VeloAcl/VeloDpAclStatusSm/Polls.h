@@ -6,9 +6,9 @@
 
 namespace Velo::VeloAcl {
 
-/// The polls of the status machine, by name: each as its task, as what schedules that, and as one pass;
-/// `copy...` is the pass of a machine that runs without tasks. A pass returns false when it yielded. What a
-/// poll copies is a row in Polls.cpp.
+/// The polls of the status machine, with operations by name: for each poll the work of its task, what
+/// schedules the task, and one pass, which returns false when it has yielded; `copy...` is for a machine that
+/// runs without tasks. What a poll copies is a row in Polls.cpp.
 class MachinePolls : public MachineStreams {
   ZEB_ENTITY(MachinePolls, Zeb::Entity)
 
@@ -45,7 +45,7 @@ class MachinePolls : public MachineStreams {
   void copyMacOutCountersTaskDel() { copyMacOutCounters_.taskDel(); }
   void copyIpOutCountersTaskDel() { copyIpOutCounters_.taskDel(); }
   void copyIp6OutCountersTaskDel() { copyIp6OutCounters_.taskDel(); }
-  // Set from outside, these have the poll's pass start over.
+  // When somebody sets one of these, the pass of the poll starts over.
   ZEB_VALUE(bool, copyInCountersDuplicateSeen)
   ZEB_VALUE(bool, copyMacOutCountersDuplicateSeen)
   ZEB_VALUE(bool, copyIpOutCountersDuplicateSeen)
@@ -54,6 +54,7 @@ class MachinePolls : public MachineStreams {
  protected:
   explicit MachinePolls(const Arguments& args);
 
+  bool pollsComplete() override;
   /// All of them, in the order in which they run.
   auto polls() {
     return std::to_array<CounterPoll*>(

@@ -6,18 +6,18 @@
 
 namespace Velo::VeloAcl {
 
-/// How far the machine's scans and polls are. Every write that changes something is published; the machine
-/// follows its own copy and runs what waits for the changed field.
+/// How far the scans and polls of the machine are. Every write that changes something is published; the
+/// machine follows this entity and runs whatever waits for the field that has changed.
 class InputSmScanState : public Zeb::Entity {
   ZEB_ENTITY(InputSmScanState, Zeb::Entity)
 
-  // A poll has no copy in progress.
+  // For each poll: whether no copy is in progress.
   ZEB_VALUE(bool, copyInCountersIdle, true)
   ZEB_VALUE(bool, copyMacOutCountersIdle, true)
   ZEB_VALUE(bool, copyIpOutCountersIdle, true)
   ZEB_VALUE(bool, copyIp6OutCountersIdle, true)
 
-  // The scan that feeds a stream has finished its current pass.
+  // For each stream: whether the scan that feeds it has finished its current pass.
   ZEB_VALUE(bool, aclIntfConfigStreamScan)
   ZEB_VALUE(bool, aclConfigStreamScan)
   ZEB_VALUE(bool, ip6RuleCfgStreamScan)
@@ -25,10 +25,11 @@ class InputSmScanState : public Zeb::Entity {
   ZEB_VALUE(bool, macRuleCfgStreamScan)
   ZEB_VALUE(bool, rix_pipeline0Scan)
 
-  /// All polls idle; kept by handleIdle().
+  /// Whether all polls are idle; written by handleIdle().
   ZEB_VALUE(bool, idle, true)
 
-  // Per poll the pass last completed and the pass asked for. They differ exactly while one is outstanding.
+  // For each poll: the number of the pass that was completed last, and of the one that was asked for last.
+  // They differ while a pass is asked for and not completed.
   ZEB_VALUE(uint64_t, copyIpOutCountersCodefDoneGen)
   ZEB_VALUE(uint64_t, copyIpOutCountersCodefGeneration)
   ZEB_VALUE(uint64_t, copyIp6OutCountersCodefDoneGen)
@@ -52,14 +53,18 @@ class InputSmScanState : public Zeb::Entity {
     copyMacOutCountersCodefGenerationIs(copyMacOutCountersCodefGeneration() + 1);
   }
 
+  /// The flags of the polls are the fields whose names end in "Idle".
   void handleIdle() {
-    idleIs(copyInCountersIdle() && copyMacOutCountersIdle() && copyIpOutCountersIdle() &&
-           copyIp6OutCountersIdle());
+    bool all = true;
+    for (const Zeb::AttributeEntry field : Zeb::attributeTable<InputSmScanState>) {
+      if (field().name().ends_with("Idle")) all = all && std::any_cast<bool>(field().get(*this));
+    }
+    idleIs(all);
   }
 };
 
-/// Which outputs carry everything that the inputs say. `ready` is kept by handleReady(), to be called after
-/// each write of another flag.
+/// Which outputs have everything that the inputs say. `ready` is written by handleReady(), which must be
+/// called after each write of another flag.
 class OutputState : public Zeb::Entity {
   ZEB_ENTITY(OutputState, Zeb::Entity)
   ZEB_VALUE(bool, ruleIdsByAclRuleIdsOutputReady)
