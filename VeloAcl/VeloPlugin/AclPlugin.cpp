@@ -12,6 +12,7 @@ AclPlugin::AclPlugin(const Kelp::String& name) : VeloPlugin(name) {
 
 AclPlugin::~AclPlugin() {
   nodeFlagSet(Kelp::nodeLive, false);
+  merged_->clear();
   aclConfigDel();
   aclConfigSODel();
   aclAggregatorSmDel();
@@ -48,6 +49,10 @@ void AclPlugin::setupPluginManager() {
   intfConfigSmIs(AclAgent::intfConfigSmFactory(sources, intfConfig()));
 
   manager()->sharedObjects()->sharedObjectIs(aclConfigSO());
+  merged_->bindingsIs(intfConfig());
+  merged_->listMergerIs(aclAggregatorSm());
+  merged_->bindingMergerIs(intfConfigSm());
+  manager()->sharedObjects()->sharedObjectIs(merged_);
 }
 
 void AclPlugin::activeInit() {

@@ -2,6 +2,7 @@
 
 #include <Acl/AclConfigAggregatorSm.h>
 #include <Acl/IntfConfigSm.h>
+#include <Acl/MergedConfig.h>
 #include <Velo/VeloPlugin.h>
 #include <VeloAcl/VeloAclConfigSharedObject/VeloAclConfigSharedObject.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>
@@ -9,14 +10,14 @@
 
 namespace Velo::VeloAcl {
 
-/// The plugin's main object: owns the aggregated configuration, the merged bindings, the counters and the
-/// packet path, and wires them to the agent in three phases that follow each other: mountsComplete takes the
-/// inputs and the status out of the state tree, setupPluginManager starts merging the configuration and
-/// shares it, activeInit has packets filtered and counted and announces what the dataplane can do.
+/// The plugin's main object. It owns the aggregated configuration, the merged bindings, the counters and the
+/// packet path, and connects them to the agent in three phases: mountsComplete takes the inputs and the
+/// status from the state tree; setupPluginManager starts to merge the configuration, and shares it;
+/// activeInit starts to filter and count packets, and announces what the dataplane can do.
 ///
-/// A setter that builds an object keeps the one it has when that was built over the same arguments. The
-/// plugin is the parent of the entities that it makes, until they are removed or replaced. What the plugin
-/// handed to the agent's registries stays there when the plugin goes; the agent takes it out.
+/// A setter that builds an object keeps the present one if that was built over the same arguments. The plugin
+/// is the parent of the entities that it makes, until they are removed or replaced. Objects that the plugin
+/// has put into the agent's registries stay there when the plugin goes; the agent removes them.
 class AclPlugin : public VeloPlugin {
   ZEB_ENTITY(AclPlugin, VeloPlugin)
 
@@ -90,20 +91,23 @@ class AclPlugin : public VeloPlugin {
   Kelp::Ptr<VeloDpAclStatusSm> dpAclStatusSmDel();
 
  private:
-  /// Sets an attribute and announces that. Of entities, takes the parent of the old one and gives itself to
-  /// the new one. False when it is the same.
+  /// Sets an attribute and announces the change. If it holds an entity, the plugin becomes the parent of the
+  /// new one, and the old one loses its parent. False when the value is the same.
   template <class T>
   bool hold(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, const Kelp::Ptr<T>& value);
-  /// Keeps what is there, or holds what `make` gives.
+  /// Keeps the present object, or replaces it by the one that `make` returns.
   template <class T, class Make>
   const Kelp::Ptr<T>& keepOrMake(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member, bool keep,
                                  const Make& make);
-  /// Clears an attribute and hands back what it held.
+  /// Clears an attribute and returns what it held.
   template <class T>
   Kelp::Ptr<T> take(const Zeb::Attribute& attribute, Kelp::Ptr<T>& member);
   const Kelp::Ptr<Counters>& countersIs(const Zeb::Attribute& attribute, Kelp::Ptr<Counters>& member,
                                         const Kelp::String& name, CtrPool::FeatureId featureId);
   void giveMirroringHelper();
+
+  /// What the plugin shares besides `aclConfigSO`.
+  const Kelp::Ptr<Acl::MergedConfig> merged_ = MemSlab::make<Acl::MergedConfig>();
 };
 
 Kelp::Ptr<AclPlugin> aclPluginFactory(const Kelp::String& name);

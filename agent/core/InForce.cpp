@@ -9,12 +9,8 @@ Kelp::Ptr<Acl::Config> InForce::shared() const {
   return Zeb::attributeValue<Kelp::Ptr<Acl::Config>>(*object, "aclConfig").value_or(nullptr);
 }
 
-template <class T>
-Kelp::Ptr<T> InForce::attribute(std::string_view name) const {
-  for (const auto& plugin : manager_.plugins()) {
-    if (const auto held = Zeb::attributeValue<Kelp::Ptr<T>>(*plugin, name)) return *held;
-  }
-  return nullptr;
+Kelp::Ptr<Acl::MergedConfig> InForce::merged() const {
+  return Acl::MergedConfig::of(*manager_.sharedObjects());
 }
 
 Kelp::Ptr<Acl::AclConfig> InForce::list(Acl::AclType type, const Kelp::String& name) const {
@@ -33,18 +29,21 @@ std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> InForce::counters() 
 }
 
 Kelp::Ptr<const Acl::IntfConfig> InForce::bindings() const {
-  return attribute<Acl::IntfConfig>("intfConfig");
+  const auto all = merged();
+  return all ? all->bindings() : nullptr;
 }
 Kelp::Ptr<const Acl::AclConfigAggregatorSm> InForce::listSources() const {
-  return attribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
+  const auto all = merged();
+  return all ? all->listMerger() : nullptr;
 }
 Kelp::Ptr<const AclAgent::IntfConfigSm> InForce::bindingSources() const {
-  return attribute<AclAgent::IntfConfigSm>("intfConfigSm");
+  const auto all = merged();
+  return all ? all->bindingMerger() : nullptr;
 }
 
 bool InForce::takeOver(Acl::AclType type, const Kelp::String& name, size_t most) const {
-  const auto aggregator = attribute<Acl::AclConfigAggregatorSm>("aclAggregatorSm");
-  return !aggregator || aggregator->takeOver({type, name}, most);
+  const auto all = merged();
+  return !all || !all->listMerger() || all->listMerger()->takeOver({type, name}, most);
 }
 
 std::optional<std::string> InForce::unpublished() const {

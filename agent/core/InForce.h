@@ -1,53 +1,51 @@
 #pragma once
 
-#include <Acl/AclConfigAggregatorSm.h>
 #include <Acl/Counters.h>
-#include <Acl/IntfConfigSm.h>
+#include <Acl/MergedConfig.h>
 #include <Acl/Model.h>
 #include <Acl/Status.h>
 #include <Velo/VeloPlugin.h>
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Agent {
 
-/// What packets are judged by now: what the loaded plugin merged out of all sources, and what it publishes of
-/// it. Null and empty while no plugin is loaded that has such things. Reads the plugin's registries at every
-/// call, so nothing of a plugin is kept here.
+/// What packets are judged by now: the configuration that the loaded plugin has merged out of all sources,
+/// and the status that it publishes. Everything is null or empty while no plugin is loaded. The registries
+/// are read at every call, so that nothing of a plugin is kept here when it goes.
 ///
-/// Part of the core.
+/// Part of the core, which owns it.
 class InForce {
  public:
-  /// `status`: where a plugin publishes.
+  /// `status`: the entity in the state tree that a plugin publishes in.
   InForce(const Velo::PluginManager& manager, Kelp::Ptr<const Acl::StatusDp> status)
       : manager_(manager), published_(std::move(status)) {}
 
-  /// The merged lists, which the plugin shares with others under the name "AclConfig".
+  /// The merged lists, which the plugin shares under the name "AclConfig".
   Kelp::Ptr<const Acl::Config> lists() const { return shared(); }
-  /// One of them, to be looked after while it changes; null when there is none.
+  /// One of them, for whoever carries out a change of it; null when there is none.
   Kelp::Ptr<Acl::AclConfig> list(Acl::AclType type, const Kelp::String& name) const;
   /// The published status; null when the plugin shares no lists, or publishes elsewhere.
   Kelp::Ptr<const Acl::StatusDp> status() const { return shared() ? published_ : nullptr; }
   std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters() const;
 
-  // What the plugin works with and does not share: found by the names of its reflected attributes.
+  /// The merged bindings, and the mergers, which know the sources of lists and bindings. The plugin shares
+  /// them under the name "AclMerged".
   Kelp::Ptr<const Acl::IntfConfig> bindings() const;
   Kelp::Ptr<const Acl::AclConfigAggregatorSm> listSources() const;
   Kelp::Ptr<const AclAgent::IntfConfigSm> bindingSources() const;
   /// See Acl::AclConfigAggregatorSm.
   bool takeOver(Acl::AclType type, const Kelp::String& name, size_t most) const;
 
-  /// The first list or binding that the status does not show, or shows without an implicit rule; nothing when
-  /// all are there, and for a plugin that publishes no status.
+  /// Names the first list or binding that is missing in the published status, or that has no implicit rule
+  /// there. Nothing when all are there, and when the plugin publishes no status.
   std::optional<std::string> unpublished() const;
 
  private:
   Kelp::Ptr<Acl::Config> shared() const;
-  template <class T>
-  Kelp::Ptr<T> attribute(std::string_view name) const;
+  Kelp::Ptr<Acl::MergedConfig> merged() const;
   std::optional<std::string> unpublishedList() const;
   std::optional<std::string> unpublishedBinding() const;
 

@@ -122,6 +122,20 @@ TEST_F(AclPluginPhases, SetupMergesTheConfigurationAndSharesIt) {
   EXPECT_EQ(*inForce()->intf(IntfId("eth1")), "C") << "the command line goes first";
 }
 
+TEST_F(AclPluginPhases, SetupSharesTheBindingsAndTheMergersUntilThePluginGoes) {
+  mount();
+  EXPECT_EQ(Acl::MergedConfig::of(*agent.manager.sharedObjects()), nullptr) << "not shared yet";
+  plugin->setupPluginManager();
+  const auto merged = Acl::MergedConfig::of(*agent.manager.sharedObjects());
+  ASSERT_TRUE(merged);
+  EXPECT_EQ(merged->bindings(), plugin->intfConfig());
+  EXPECT_EQ(merged->listMerger(), plugin->aclAggregatorSm());
+  EXPECT_EQ(merged->bindingMerger(), plugin->intfConfigSm());
+  plugin = nullptr;
+  EXPECT_FALSE(merged->bindings() || merged->listMerger() || merged->bindingMerger())
+      << "nothing is merged by a plugin that is gone";
+}
+
 TEST_F(AclPluginPhases, MissingInputsAreNoObstacle) {
   for (const char* path :
        {"acl/config/input", "acl/config/cli", "acl/intf/config/input", "acl/intf/config/cli"}) {

@@ -8,12 +8,12 @@ namespace {
 
 using Agent::Core;
 
-/// What another plugin may share under the name that the lists are shared under.
+/// What another plugin may share under a name that this one uses.
 class Stranger final : public Velo::SharedObject {
   ZEB_ENTITY(Stranger, Velo::SharedObject)
 
  public:
-  Stranger() : SharedObject("AclConfig") {}
+  explicit Stranger(const char* name) : SharedObject(name) {}
 };
 
 bool knowsNothing(const Agent::InForce& inForce) {
@@ -40,6 +40,12 @@ TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
   EXPECT_FALSE(core.inForce().list(Acl::AclType::mac, "A"));
   EXPECT_EQ(core.inForce().lists()->config(Acl::AclType::ip)->acl().size(), 1u);
   EXPECT_EQ(core.inForce().bindings()->config().size(), 1u);
+  EXPECT_EQ(core.inForce().listSources()->sources(Acl::AclType::ip, "A").size(), 1u);
+  EXPECT_EQ(core.inForce()
+                .bindingSources()
+                ->sources(Acl::AclType::ip, Acl::AclDirection::in, Nimnet::IntfId("eth1"))
+                .size(),
+            1u);
   EXPECT_EQ(core.inForce().status(), Kelp::Ptr<const Acl::StatusDp>(core.mountedStatus()));
   tasks.settle();
   EXPECT_EQ(core.inForce().unpublished(), std::nullopt);
@@ -53,9 +59,10 @@ TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
   EXPECT_TRUE(knowsNothing(core.inForce())) << "it has gone";
 }
 
-TEST(InForce, IsNothingWhenSomethingElseIsSharedUnderTheName) {
+TEST(InForce, IsNothingWhenSomethingElseIsSharedUnderTheNames) {
   Core core;
-  core.manager().sharedObjects()->sharedObjectIs(MemSlab::make<Stranger>());
+  for (const char* name : {"AclConfig", "AclMerged"})
+    core.manager().sharedObjects()->sharedObjectIs(MemSlab::make<Stranger>(name));
   EXPECT_TRUE(knowsNothing(core.inForce()));
 }
 
