@@ -1,7 +1,7 @@
 #pragma once
 
+#include <agent/state/Columns.h>
 #include <agent/state/Database.h>
-#include <agent/state/State.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -15,42 +15,8 @@
 #include <utility>
 #include <vector>
 
-/// How the rows of Saved::State are kept in tables: a further kind of row is a description of its columns
-/// here and a line in StateFile.cpp.
+/// Stores the rows of Saved::State in database tables.
 namespace Agent::Saved {
-
-// A row's columns; the first `keys` of them tell it from all others.
-
-inline constexpr std::array ruleColumns{"source", "type", "list", "sequence", "id", "text"};
-inline auto key(const Rule& row) { return std::tie(row.source, row.type, row.list, row.sequence); }
-inline auto value(const Rule& row) { return std::tie(row.id, row.text); }
-
-inline constexpr std::array counterColumns{"collection", "direction", "type",  "list",
-                                           "id",         "packets",   "bytes", "lastMatch"};
-inline auto key(const Counter& row) {
-  return std::tie(row.collection, row.direction, row.type, row.list, row.id);
-}
-inline auto value(const Counter& row) { return std::tie(row.packets, row.bytes, row.lastMatch); }
-
-inline constexpr std::array listColumns{"type",       "name",    "counterUpdateTime",
-                                        "implicitId", "packets", "lastMatch"};
-inline auto key(const List& row) { return std::tie(row.type, row.name); }
-inline auto value(const List& row) {
-  return std::tie(row.counterUpdateTime, row.implicitId, row.packets, row.lastMatch);
-}
-
-inline constexpr std::array ruleStatusColumns{"type", "list", "id", "packets", "lastMatch"};
-inline auto key(const RuleStatus& row) { return std::tie(row.type, row.list, row.id); }
-inline auto value(const RuleStatus& row) { return std::tie(row.packets, row.lastMatch); }
-
-inline constexpr std::array bindingColumns{"type", "direction", "interface", "list"};
-inline auto key(const Binding& row) { return std::tie(row.type, row.direction, row.interface); }
-inline auto value(const Binding& row) { return std::tie(row.list); }
-
-template <class Row>
-bool keyLess(const Row& a, const Row& b) {
-  return key(a) < key(b);
-}
 
 /// A table for rows of one kind.
 template <class Row, size_t Columns>
@@ -62,7 +28,7 @@ class Table {
 
   std::vector<Row> State::*const rowsOf;
 
-  /// The statement that makes it, which the database remembers to the letter.
+  /// The statement that makes the table. The database keeps its text, so that it can be compared later.
   std::string definition() const {
     std::string text = fmt::format("CREATE TABLE {}(", name_);
     for (const char* column : columns_) text += fmt::format("{} NOT NULL, ", column);
@@ -80,13 +46,15 @@ class Table {
       std::apply(take, mutableFields(row));
       rows.push_back(std::move(row));
     }
-    // The words of a column sort as their values do, so that rows come in order; a start waits for this.
+    // The database sorts words as their values are sorted here, so that rows are in order already. Sorting
+    // them again would delay the start of an agent.
     if (!std::is_sorted(rows.begin(), rows.end(), keyLess<Row>))
       std::sort(rows.begin(), rows.end(), keyLess<Row>);
     return rows;
   }
 
-  /// Makes the table, which has the rows `before`, have the rows `now`; both in the order of their keys.
+  /// Changes the table, which has the rows `before`, so that it has the rows `now`. Both are in the order of
+  /// their keys.
   void write(Database& database, const std::vector<Row>& before, const std::vector<Row>& now) const {
     Statement put =
         database.statement(fmt::format("INSERT OR REPLACE INTO {} VALUES({})", name_, questions()));
