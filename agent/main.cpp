@@ -28,74 +28,91 @@ std::string defaultPlugin() {
   return (program.parent_path() / "VeloAcl.so").string();
 }
 
-}  // namespace
+/// The command line with all commands. Those that load the plugin into this process have options for that.
+class CommandLine {
+ public:
+  CommandLine() {
+    app_.footer(Agent::exitMeaning);
+    messages_.footer(Agent::exitMeaning);
+    messages_.add_flag("--json", messagesJson_, "one JSON document instead of text");
+    for (CLI::App* command : {&replay_.command(), &run_.command(), &messages_}) addPluginOptions(*command);
+  }
 
-int main(int argc, char** argv) {
-  Agent::useLargePages();
-  CLI::App app{"A software forwarding agent with access lists.", "velo"};
-  app.footer(Agent::exitMeaning);
+  /// Parses the arguments. Returns the exit status when there is nothing to carry out.
+  std::optional<int> parse(int argc, char** argv) {
+    try {
+      app_.parse(argc, argv);
+      // Asked for here, so that a word that is no command is reported before a missing one.
+      if (app_.get_subcommands().empty()) throw CLI::RequiredError("A command");
+      if (replay_.command().parsed()) replayOptions_ = replay_.options();
+      if (run_.command().parsed()) runOptions_ = run_.options();
+    } catch (const CLI::ParseError& error) {
+      return app_.exit(error) == 0 ? exitDone : exitUsage;
+    }
+    return enableTraces();
+  }
 
-  std::string plugin = defaultPlugin();
-  std::string traces;
+  int carryOut() {
+    if (const auto done = control_.run(plugin_)) return *done;
+    if (messages_.parsed()) return Agent::logMessages(plugin_, messagesJson_);
+    if (run_.command().parsed()) {
+      runOptions_.plugin = plugin_;
+      return Agent::runAgent(runOptions_);
+    }
+    replayOptions_.plugin = plugin_;
+    return Agent::replay(replayOptions_);
+  }
 
-  Agent::ReplayArguments replay(app);
-  Agent::RunArguments run(app);
-  Agent::ControlCommands control(app);
-
-  bool messagesJson = false;
-  CLI::App* messagesCommand =
-      app.add_subcommand("log-messages", "Load the plugin and print the catalogue of its log messages.");
-  messagesCommand->add_flag("--json", messagesJson, "one JSON document instead of text");
-
-  for (CLI::App* command : {&replay.command(), &run.command(), messagesCommand}) {
-    command->add_option("--plugin", plugin, "the plugin's library (default: VeloAcl.so beside the program)")
+ private:
+  void addPluginOptions(CLI::App& command) {
+    command.add_option("--plugin", plugin_, "the plugin's library (default: VeloAcl.so beside the program)")
         ->type_name("PATH");
     command
-        ->add_option(
-            "--trace", traces,
+        .add_option(
+            "--trace", traces_,
             "facilities and levels to trace to standard error, such as Velo::Acl/0; all levels up to the one "
             "named are on. Environment: VELO_TRACE")
         ->type_name("NAME/LEVEL,...")
         ->envname("VELO_TRACE");
   }
 
-  Agent::ReplayOptions replayOptions;
-  Agent::RunOptions runOptions;
-  try {
-    app.parse(argc, argv);
-    // Asked for here, so that a word that is no command is reported before that one is missing.
-    if (app.get_subcommands().empty()) throw CLI::RequiredError("A command");
-    if (replay.command().parsed()) replayOptions = replay.options();
-    if (run.command().parsed()) runOptions = run.options();
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? exitDone : exitUsage;
-  }
-
-  if (!traces.empty()) {
-    if (const auto wrong = Zeb::TraceHandle::enable(traces)) {
-      fmt::print(stderr, "velo: --trace: {}\n", *wrong);
+  std::optional<int> enableTraces() const {
+    if (traces_.empty()) return std::nullopt;
+    if (const auto wrong = Zeb::TraceHandle::enable(traces_)) {
+      Agent::complain("--trace: " + *wrong);
       return exitUsage;
     }
     Plog::streamIs(Plog::fileStream(stderr));
+    return std::nullopt;
   }
 
-  const auto carryOut = [&]() -> int {
-    if (const auto done = control.run(plugin)) return *done;
-    if (messagesCommand->parsed()) return Agent::logMessages(plugin, messagesJson);
-    if (run.command().parsed()) {
-      runOptions.plugin = plugin;
-      return Agent::runAgent(runOptions);
-    }
-    replayOptions.plugin = plugin;
-    return Agent::replay(replayOptions);
-  };
+  CLI::App app_{"A software forwarding agent with access lists.", "velo"};
+  std::string plugin_ = defaultPlugin();
+  std::string traces_;
+  bool messagesJson_ = false;
+  // In the order in which the help lists the commands.
+  Agent::ReplayArguments replay_{app_};
+  Agent::RunArguments run_{app_};
+  Agent::ControlCommands control_{app_};
+  CLI::App& messages_ =
+      *app_.add_subcommand("log-messages", "Load the plugin and print the catalogue of its log messages.");
+  Agent::ReplayOptions replayOptions_;
+  Agent::RunOptions runOptions_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Agent::useLargePages();
+  CommandLine commandLine;
+  if (const auto done = commandLine.parse(argc, argv)) return *done;
   try {
-    return carryOut();
+    return commandLine.carryOut();
   } catch (const std::bad_alloc&) {
     Agent::complain(Agent::outOfMemory);
     return Agent::exitUnread;
   } catch (const std::system_error& error) {
-    // A thread that the system does not give.
+    // A thread could not be started.
     Agent::complain(error.what());
     return Agent::exitUnread;
   }

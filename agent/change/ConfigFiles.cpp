@@ -1,11 +1,10 @@
 #include <agent/change/ConfigFiles.h>
+#include <agent/core/Output.h>
 #include <dirent.h>
-#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 
 namespace Agent {
@@ -36,8 +35,8 @@ std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::str
     if (fstatat(dirfd(opened.get()), name.c_str(), &file, 0) == 0 && S_ISDIR(file.st_mode)) continue;
     files.push_back(fs::path(dir) / name);
   }
-  // Of opendir, or of the last readdir.
-  if (errno != 0) wrong.push_back(fmt::format("{}: {}", dir, std::strerror(errno)));
+  // The error of opendir, or of the last readdir.
+  if (errno != 0) wrong.push_back(failureOf(dir));
   std::sort(files.begin(), files.end());
   return files;
 }

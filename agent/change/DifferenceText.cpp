@@ -18,7 +18,7 @@ constexpr Mark marks[] = {{"removed", '-', "\x1b[31m"},
                           {"changed", '~', "\x1b[33m"},
                           {"respelled", '~', ""}};
 
-/// A line for each entry, in the words of `text(entry)`.
+/// Adds a line for each entry; text(entry) gives its words.
 template <class Text>
 void addLines(std::string& out, const Json& changes, bool colour, const Text& text) {
   for (const Mark& mark : marks) {
@@ -55,25 +55,22 @@ std::string differenceText(const Json& difference, bool colour) {
   addLines(text, lists, colour, [](const Json& list) {
     const std::string title = listTitle(list);
     if (!list.at("rules").is_number()) return title;
-    const auto rules = list.at("rules").get<uint64_t>();
-    return fmt::format("{} ({} rule{})", title, rules, rules == 1 ? "" : "s");
+    return fmt::format("{} ({})", title, countText(list.at("rules").get<uint64_t>(), "rule"));
   });
   for (const Json& list : lists.at("changed")) {
     text += fmt::format("  in {}:\n", listTitle(list));
     addLines(text, list.at("rules"), colour, [](const Json& rule) {
-      const auto number = rule.at("sequence").get<uint32_t>();
-      return rule.contains("text")
-                 ? fmt::format("  {} {}", number, wordOf(rule, "text"))
-                 : fmt::format("  {} {}  (was: {})", number, wordOf(rule, "to"), wordOf(rule, "from"));
+      if (rule.contains("text")) return "  " + ruleTitle(rule);
+      const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
+      return fmt::format("  {}  (was: {})", now, wordOf(rule, "from"));
     });
   }
   addLines(text, difference.at("bindings"), colour, [](const Json& binding) {
-    const std::string place =
-        fmt::format("interface {}: {} access-group", wordOf(binding, "interface"), wordOf(binding, "type"));
-    const std::string direction = wordOf(binding, "direction");
-    return binding.contains("list") ? fmt::format("{} {} {}", place, wordOf(binding, "list"), direction)
-                                    : fmt::format("{} {} {}  (was: {})", place, wordOf(binding, "to"),
-                                                  direction, wordOf(binding, "from"));
+    const bool changed = !binding.contains("list");
+    const std::string title =
+        bindingTitle(wordOf(binding, "interface"), wordOf(binding, "type"),
+                     wordOf(binding, changed ? "to" : "list"), wordOf(binding, "direction"));
+    return changed ? fmt::format("{}  (was: {})", title, wordOf(binding, "from")) : title;
   });
   for (const auto& [member, what] :
        {std::pair("portChannels", "port-channel"), std::pair("mirrorSessions", "mirror session")}) {

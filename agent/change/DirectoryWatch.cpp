@@ -28,12 +28,12 @@ DirectoryWatch::DirectoryWatch(EventLoop& loop, std::string path, Changed change
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "DirectoryWatch " + path_)) {
   task_->dispatchIs([this] { tell(); }, this);
   if (inotify_ < 0) {
-    complain(fmt::format("changes in {} are seen once a second only: {}", path_, std::strerror(errno)));
+    complain(failureOf(fmt::format("changes in {} are seen once a second only", path_)));
   } else {
     loop_.fdIs(inotify_, EPOLLIN, [this](uint32_t) { handleEvents(); });
     watch();
   }
-  // What changed between the first reading of the directory and now is among the rest.
+  // Files may have changed between the first reading of the directory and now.
   all_ = true;
   task_->scheduleTaskDelay(coalesceFor);
 }

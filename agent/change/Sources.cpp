@@ -1,5 +1,6 @@
 #include <agent/change/Sources.h>
 #include <agent/core/Core.h>
+#include <agent/core/Words.h>
 
 #include <utility>
 
@@ -31,8 +32,9 @@ Config::Model Sources::interfaces() const {
 
 std::optional<std::string> Sources::whyNot() const { return Core::whyNot(interfaces()); }
 
-bool Sources::hasPortChannel(const std::string& name) const {
-  return interfaces().portChannels.contains(name);
+std::optional<std::string> Sources::whyNoPort(const std::string& name) const {
+  if (!interfaces().portChannels.contains(name)) return std::nullopt;
+  return portChannelIsNoPort(name);
 }
 
 std::vector<std::string> Sources::trailingRemarks(const std::string& name,

@@ -9,40 +9,40 @@
 
 namespace Agent {
 
-/// The name that the command line's source has among those of files, none of which is empty.
+/// The name of the command line's source. All other sources are named after files, so that it is unique.
 inline const std::string commandLineName;
 
-/// What all sources of configuration say, as plain values, in the order of their precedence: the command
-/// line, then the inputs (the files of the directory) by name. Of a list, a port-channel or a mirror session
-/// that several define, that of the first source is in force; never a mixture.
+/// The content of all sources of configuration, as plain values, in the order of their precedence: the
+/// command line, then the inputs (the files of the directory) by name. If several sources define the same
+/// list, port-channel or mirror session, that of the first one is in force; they are never mixed.
 struct Sources {
   Config::Model commandLine;
   std::map<std::string, Config::Model> inputs;
 
-  /// What the source of a name says; null when there is none.
+  /// The content of a source; null when there is no such source.
   const Config::Model* find(const std::string& name) const;
-  /// Puts what a source says, or that it goes (nothing), in the place of what it said before, which is
-  /// returned.
+  /// Replaces the content of a source, or deletes it when `now` is nothing. Returns the content before.
   std::optional<Config::Model> exchange(const std::string& name, std::optional<Config::Model> now);
 
-  /// Visits each source with its name, the one of the highest precedence first.
+  /// Calls visit(name, content) for each source, that of the highest precedence first.
   template <class Visit>
   void forEach(const Visit& visit) const {
     visit(commandLineName, commandLine);
     for (const auto& [name, model] : inputs) visit(name, model);
   }
 
-  /// The port-channels and mirror sessions in force: a model without lists and bindings.
+  /// The port-channels and mirror sessions that are in force, as a model without lists and bindings.
   Config::Model interfaces() const;
-  /// Why what the sources say cannot be in force together, if so.
+  /// Why these sources cannot be in force together; nothing if they can.
   std::optional<std::string> whyNot() const;
-  /// Whether any source defines a port-channel of this name.
-  bool hasPortChannel(const std::string& name) const;
-  /// The remarks that a source has behind the last rule of a list.
+  /// Why there can be no port of this name: a source defines a port-channel of that name. Nothing if none
+  /// does.
+  std::optional<std::string> whyNoPort(const std::string& name) const;
+  /// The remarks that stand behind the last rule of a list in a source.
   std::vector<std::string> trailingRemarks(const std::string& name, const Config::Model::ListKey& list) const;
 };
 
-/// New content for a source; nothing: it has gone.
+/// New content for a source; without a model the source is deleted.
 struct NewContent {
   std::string source;
   std::optional<Config::Model> model;

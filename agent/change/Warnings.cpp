@@ -9,7 +9,7 @@ namespace Agent {
 
 namespace {
 
-/// What the sources have together.
+/// What all sources together define and use.
 struct Facts {
   explicit Facts(const Sources& all) : sources(all) {
     all.forEach([this](const std::string&, const Config::Model& model) {
@@ -30,8 +30,8 @@ void undefinedLists(const Facts& facts, const Warn& warn) {
   facts.sources.forEach([&](const std::string&, const Config::Model& model) {
     for (const auto& [key, list] : model.bindings) {
       if (facts.defined.contains({key.type, list})) continue;
-      warn(fmt::format("interface {}: {} is bound {} but not defined: everything passes it", key.interface,
-                       listTitle(key.type, list), key.direction));
+      warn(fmt::format("interface {}: {} is bound {} but {}", key.interface, listTitle(key.type, list),
+                       key.direction, notDefined));
     }
   });
 }
@@ -55,7 +55,7 @@ void undefinedSessions(const Facts& facts, const Warn& warn) {
   });
 }
 
-/// In the order in which they are told.
+/// In the order in which their warnings are told.
 constexpr void (*warnings[])(const Facts& facts, const Warn& warn) = {
     undefinedLists,
     listsBoundNowhere,

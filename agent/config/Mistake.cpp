@@ -12,7 +12,11 @@ bool isContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xc0) 
 }  // namespace
 
 std::string Mistake::str() const {
-  return fmt::format("{}:{}:{}: found {}, expected {}", file, line, column, found, expected);
+  return fmt::format("{}:{}:{}: {}", file, line, column, mistakeText(found, expected));
+}
+
+std::string mistakeText(std::string_view found, std::string_view expected) {
+  return fmt::format("found {}, expected {}", found, expected);
 }
 
 std::string quote(std::string_view word) {

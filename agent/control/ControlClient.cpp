@@ -1,12 +1,13 @@
 #include <agent/control/ControlClient.h>
 #include <agent/control/ServerSocket.h>
 #include <agent/core/Document.h>
+#include <agent/core/Output.h>
+#include <agent/core/Words.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace Agent {
 
@@ -37,7 +38,7 @@ bool ControlClient::send(const std::string& line) {
 }
 
 std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) {
-  // What cannot be sent may have been answered all the same: the agent says why before it hangs up.
+  // Read an answer even when the request could not be sent: an agent that hangs up says why before.
   const bool sent = send(lineOf(request) + "\n");
   size_t searched = 0;
   for (;;) {
@@ -55,22 +56,45 @@ std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) 
     const ssize_t got = recv(fd_, piece, sizeof piece, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) {
-      *wrong = got < 0 || !sent ? fmt::format("{}: {}", path_, std::strerror(errno))
-                                : path_ + ": the agent closed the connection";
+      *wrong = got < 0 || !sent ? failureOf(path_) : path_ + ": the agent closed the connection";
       return std::nullopt;
     }
     buffer_.append(piece, static_cast<size_t>(got));
   }
 }
 
+bool connected(ControlClient& agent, const std::string& path, Exit* exit) {
+  const auto wrong = agent.connect(path);
+  if (!wrong) return true;
+  complain(*wrong);
+  *exit = exitUnread;
+  return false;
+}
+
+std::optional<Json> documentOf(ControlClient& agent, const Json& request, Exit* exit) {
+  std::string wrong;
+  auto answer = agent.ask(request, &wrong);
+  if (!answer) {
+    complain(wrong);
+    *exit = exitUnread;
+    return std::nullopt;
+  }
+  if (answer->at("ok") == true) return answer->at("document");
+  const Json& error = answer->at("error");
+  tellMistakes(error);
+  complain(error.at("text").get<std::string>());
+  *exit = exitUsage;
+  return std::nullopt;
+}
+
 std::vector<Json> textRequests(const std::string& name, const std::string& text) {
-  // An octet becomes six at most ("\u001f"), and a line holds 65,536.
+  // In JSON an octet becomes at most six ("\u001f"), and a line has at most 65,536.
   constexpr size_t most = 8 * 1024;
   std::vector<Json> requests;
   size_t at = 0;
   do {
     size_t end = std::min(text.size(), at + most);
-    // Not within a character (RFC 3629, 3).
+    // Do not cut within a character (RFC 3629, 3).
     while (end < text.size() && end > at + 1 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;
     requests.push_back({{"do", "text"}, {"name", name}, {"text", text.substr(at, end - at)}});
     at = end;

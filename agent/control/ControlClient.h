@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/core/Exit.h>
 #include <nlohmann/json.hpp>
 
 #include <optional>
@@ -8,7 +9,7 @@
 
 namespace Agent {
 
-/// A connection of the program to a running agent. Waits for the agent; one request at a time.
+/// A connection of a command to a running agent. It waits for each answer; there is one request at a time.
 class ControlClient {
  public:
   ControlClient() = default;
@@ -19,8 +20,8 @@ class ControlClient {
   /// Connects to the socket of an agent; returns what is wrong.
   std::optional<std::string> connect(const std::string& path);
 
-  /// Sends a request and waits for its answer, the object with `ok`; nothing, with what is wrong, when the
-  /// connection broke.
+  /// Sends a request and returns its answer, the object with `ok`. Nothing, with the reason in `wrong`, when
+  /// the connection broke.
   std::optional<nlohmann::ordered_json> ask(const nlohmann::ordered_json& request, std::string* wrong);
 
  private:
@@ -31,7 +32,16 @@ class ControlClient {
   std::string buffer_;
 };
 
-/// The requests that carry a text to the agent, each within the length of a line.
+// For commands: what goes wrong is complained of, and `exit` is the exit status then.
+
+/// Connects to the agent at a socket.
+bool connected(ControlClient& agent, const std::string& path, Exit* exit);
+/// Sends a request and returns the document of its answer; nothing when the agent refused, or the connection
+/// broke.
+std::optional<nlohmann::ordered_json> documentOf(ControlClient& agent, const nlohmann::ordered_json& request,
+                                                 Exit* exit);
+
+/// The requests that send a text to the agent. Each one is short enough for a line of the protocol.
 std::vector<nlohmann::ordered_json> textRequests(const std::string& name, const std::string& text);
 
 }  // namespace Agent

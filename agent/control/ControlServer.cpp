@@ -19,7 +19,7 @@ constexpr Kelp::Duration sweepEvery{1.0};
 
 }  // namespace
 
-/// One connection. Its turn goes round: a line is read, carried out and answered, and only then the next.
+/// One connection. A line is read, carried out and answered before the next one is.
 struct ControlServer::Client {
   Client(Operations& operations, Descriptor taken, uint64_t number, bool changes, Kelp::Duration now)
       : socket(std::move(taken)),
@@ -31,16 +31,16 @@ struct ControlServer::Client {
 
   const Descriptor socket;
   const int fd;
-  const uint64_t id;  ///< never given out twice, descriptors are
+  const uint64_t id;  ///< never used again, unlike the number of a descriptor
   const bool mayChange;
   Session session;
 
-  std::string in;                      ///< what was read and not yet carried out
-  std::string out;                     ///< what was not yet written
-  std::unique_ptr<Document> document;  ///< of the answer, as far as it is not in `out`
-  bool known = false;                  ///< has sent a request that was one
+  std::string in;                      ///< read and not yet carried out
+  std::string out;                     ///< not yet written
+  std::unique_ptr<Document> document;  ///< the rest of the answer, which is not in `out` yet
+  bool known = false;                  ///< has sent a valid request
   bool waiting = false;                ///< for an answer that comes later
-  bool closing = false;                ///< once everything is written
+  bool closing = false;                ///< to be closed when everything is written
   Lane* lane = nullptr;                ///< where it is watched
   Kelp::Duration quietSince;  ///< the last request, the beginning of a line, or progress of an answer
 
@@ -84,7 +84,7 @@ void ControlServer::handle(int fd, uint32_t events) {
     serve(fd, events);
     Refusable::check();
   } catch (const std::bad_alloc&) {
-    // What is kept for the client goes with it, and may be what is missing.
+    // This also frees the memory that is kept for the client.
     drop(fd);
   }
 }
@@ -94,7 +94,7 @@ void ControlServer::serve(int fd, uint32_t events) {
   const auto at = clients_.find(fd);
   if (at == clients_.end()) return;
   Client& client = *at->second;
-  // Nobody is left to answer.
+  // The other end is closed, so that nobody would read an answer.
   if (events & EPOLLERR || (events & EPOLLHUP && !(events & EPOLLIN))) return drop(fd);
   if (events & EPOLLOUT) return client.answering() ? write(client) : takeLine(client);
   if (events & EPOLLIN) read(client);
@@ -103,7 +103,7 @@ void ControlServer::serve(int fd, uint32_t events) {
 void ControlServer::accept() {
   const int fd = accept4(socket_.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (fd < 0) {
-    // Out of descriptors: the one that has been quiet the longest gives its own.
+    // There is no descriptor left: the client that was quiet for the longest time gives way.
     if (errno == EMFILE || errno == ENFILE) makeRoom();
     return;
   }
@@ -128,7 +128,7 @@ void ControlServer::take(int fd, bool mayChange) {
 
 void ControlServer::makeRoom() {
   const auto rank = [](const auto& client) {
-    // Whoever is being served goes last, strangers first.
+    // Strangers give way first, clients that are being served last.
     return std::tuple(client.second->waiting || client.second->answering(), client.second->known,
                       client.second->quietSince);
   };
@@ -151,32 +151,34 @@ void ControlServer::read(Client& client) {
 void ControlServer::takeLine(Client& client) {
   const size_t end = client.in.find('\n');
   if (end == std::string::npos) {
-    if (client.in.size() > limits_.line) {
-      client.closing = true;
-      client.in.clear();
-      return answer(
-          client, Answer::failed("too-large", fmt::format("a request has at most {} octets", limits_.line)));
-    }
-    return arrange(client);
+    if (client.in.size() <= limits_.line) return arrange(client);
+    return refuse(client, "too-large", fmt::format("a request has at most {} octets", limits_.line));
   }
   client.quietSince = now();
   std::string wrong;
   auto request = Request::read(std::string_view(client.in).substr(0, end), &wrong);
-  if (request && !client.known) {
-    // Carried out in the other lane: what a request costs is not to keep others from coming in.
+  if (!request) return refuse(client, "bad-request", std::move(wrong));
+  if (!client.known) {
+    // The first request of a client is carried out in the lane of known clients, so that it costs the
+    // strangers no time.
     client.known = true;
     return arrange(client);
   }
   client.in.erase(0, end + 1);
   client.in.shrink_to_fit();
-  if (!request) {
-    client.closing = true;
-    client.in.clear();
-    client.out = "{\"id\":null,";
-    return answer(client, Answer::failed("bad-request", wrong));
-  }
+  carryOut(client, std::move(*request));
+}
+
+void ControlServer::refuse(Client& client, std::string_view code, std::string why) {
+  client.closing = true;
+  client.in.clear();
+  client.in.shrink_to_fit();
+  answer(client, Answer::failed(code, std::move(why)));
+}
+
+void ControlServer::carryOut(Client& client, Request request) {
   client.waiting = true;
-  client.out = "{\"id\":" + lineOf(request->member("id")) + ",";
+  client.out = "{\"id\":" + lineOf(request.member("id")) + ",";
   const auto reply = [this, fd = client.fd, id = client.id](Answer given) {
     const auto at = clients_.find(fd);
     if (at == clients_.end() || at->second->id != id) return;
@@ -186,19 +188,19 @@ void ControlServer::takeLine(Client& client) {
       Refusable::check();
       if (!at->second->waiting) return;
     } catch (const std::bad_alloc&) {
-      // As without an answer.
+      // The client goes, as it does without an answer.
     }
     drop(fd);
   };
   const int fd = client.fd;
-  operations_.handle(std::move(*request), client.session, client.mayChange, reply);
-  // It may have gone with an answer for which there was no memory.
+  operations_.handle(std::move(request), client.session, client.mayChange, reply);
+  // The client may be gone, if there was no memory for its answer.
   if (clients_.contains(fd)) arrange(client);
 }
 
 void ControlServer::answer(Client& client, Answer given) {
   client.waiting = false;
-  client.quietSince = now();  // the time that the answer took is not the client's
+  client.quietSince = now();  // the client was not quiet while it waited for the answer
   client.document = std::move(given.document);
   if (client.out.empty()) client.out = "{\"id\":null,";
   client.out +=
@@ -228,7 +230,7 @@ void ControlServer::arrange(Client& client) {
   client.lane = &lane;
   uint32_t events = EPOLLIN;
   if (client.waiting) {
-    events = 0;  // a hang-up is told all the same
+    events = 0;  // a hang-up is reported in any case
   } else if (client.answering() || client.hasLine()) {
     events = EPOLLOUT;
   }

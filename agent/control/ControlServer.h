@@ -12,41 +12,44 @@
 
 namespace Agent {
 
-/// What bounds the control server. Together they bound its memory: clients times (line + answer + a little),
-/// and Operations::mostText.
+/// The limits of the control server. They also bound its memory: for each client a line, an answer and a
+/// little more, and Operations::mostText for all together.
 struct ControlLimits {
-  size_t clients = 32;           ///< further ones take the place of whoever has been quiet the longest
-  size_t line = 64 * 1024;       ///< octets of a request
-  size_t answer = 64 * 1024;     ///< octets of an answer that wait for the client; the rest is not made yet
-  Kelp::Duration silence{60};    ///< without a request
-  Kelp::Duration slowness{10};   ///< for the rest of a line, or without taking anything of an answer
-  double strangerShare = 0.005;  ///< of the loop's time, for all that have not sent a request that was one
-  double clientShare = 0.1;      ///< for all others
+  size_t clients = 32;          ///< a further client replaces the one that was quiet for the longest time
+  size_t line = 64 * 1024;      ///< octets of a request
+  size_t answer = 64 * 1024;    ///< octets of an answer that are made before the client has read some of them
+  Kelp::Duration silence{60};   ///< how long a client may send no request
+  Kelp::Duration slowness{10};  ///< how long it may send no rest of a line, or read nothing of an answer
+  double strangerShare = 0.005;  ///< of the loop's time, for all clients without a valid request so far
+  double clientShare = 0.1;      ///< of the loop's time, for all other clients
   Kelp::Duration strangerBurst{0.005};
   Kelp::Duration clientBurst{0.25};
 };
 
-/// Speaks the control protocol (docs/control.md) over a Unix stream socket, on the loop, without ever waiting
-/// for anybody. A turn of the loop does one small thing for one client: takes a connection, reads 16 KiB, or
-/// makes and writes one piece of an answer. Who sends what is no request is told so and closed.
+/// Speaks the control protocol (docs/control.md) over a Unix stream socket, on the loop. It never waits for a
+/// client. A turn of the loop does one small thing for one client: it accepts a connection, reads 16 KiB, or
+/// makes and writes one piece of an answer. A client that sends something that is not a request gets an error
+/// and is closed.
 class ControlServer {
  public:
-  /// Loop and operations outlive it.
+  /// Loop and operations outlive the server.
   ControlServer(EventLoop& loop, Operations& operations, ControlLimits limits = {});
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
-  /// Listens at a path, with mode 0660. Returns what is wrong. The file goes with this object.
+  /// Listens at a path; the socket file has mode 0660 and is deleted with this object. Returns what is wrong.
   std::optional<std::string> listen(const std::string& path);
-  /// Takes a connected socket in as a client; closed when there is no memory for that (std::bad_alloc).
+  /// Takes a connected socket as a client. When there is no memory it closes the socket and throws
+  /// std::bad_alloc.
   void take(int fd, bool mayChange);
 
   size_t clientCount() const { return clients_.size(); }
   /// Octets in the buffers of all clients.
   size_t heldOctets() const;
-  /// Seconds of the loop that went to those who have not sent a request, and to all others.
+  /// Seconds of the loop that clients without a valid request have used.
   double strangerSeconds() const { return strangers_.used(); }
+  /// Seconds of the loop that all other clients have used.
   double clientSeconds() const { return known_.used(); }
 
  private:
@@ -56,11 +59,14 @@ class ControlServer {
   void serve(int fd, uint32_t events);
   void accept();
   void read(Client& client);
-  /// Carries out the next line that is there, if the client is ready for it.
+  /// Carries out the next complete line of a client, if there is one.
   void takeLine(Client& client);
+  void carryOut(Client& client, Request request);
+  /// Answers with an error, and closes the connection behind it.
+  void refuse(Client& client, std::string_view code, std::string why);
   void answer(Client& client, Answer answer);
   void write(Client& client);
-  /// Has the client watched for what it waits for.
+  /// Watches the client's socket for what it needs next.
   void arrange(Client& client);
   void drop(int fd);
   void makeRoom();

@@ -7,7 +7,6 @@
 #include <agent/core/TaskLoop.h>
 #include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
-#include <agent/show/Text.h>
 
 namespace Agent {
 
@@ -55,8 +54,7 @@ std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame&
     complain(text);
     return std::nullopt;
   };
-  if (files.sources().hasPortChannel(asked.port))
-    return refuse(fmt::format("{} is a port-channel: frames come in by its members", asked.port));
+  if (auto wrong = files.sources().whyNoPort(asked.port)) return refuse(*wrong);
 
   TaskLoop tasks(Kiv::steadyClock());
   Core core;

@@ -3,6 +3,7 @@
 #include <Zeb/TraceHandle.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
+#include <agent/core/Words.h>
 #include <agent/explain/FrameArgument.h>
 
 #include <algorithm>
@@ -15,7 +16,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// Whether there is something to show of a list: it is in force, or bound without being defined.
+/// Whether there is something to show about a list: it is in force, or it is bound without being defined.
 bool isList(const Core& core, const Kelp::String& name) {
   if (isDefined(core, name)) return true;
   const auto bound = ListReader(core).undefined();
@@ -26,20 +27,19 @@ Answer noList(const std::string& name) {
   return Answer::failed("not-found", fmt::format("there is no list {}", name));
 }
 
-/// Why no frame comes in by an interface, if so.
+/// Why no frame can come in by an interface; nothing if one can.
 std::optional<std::string> whyNoPort(const World& world, const std::string& name) {
-  // By the names that there are: an id would keep for ever whatever a client asks for.
+  // Names are compared as texts. An IntfId of what a client sends would be kept for ever.
   const auto isAmong = [&name](const auto& known) {
     return std::any_of(known.begin(), known.end(),
                        [&name](const auto& each) { return each.first.name().view() == name; });
   };
-  if (isAmong(world.core.portChannels().all()))
-    return fmt::format("{} is a port-channel: frames come in by its members", name);
+  if (isAmong(world.core.portChannels().all())) return portChannelIsNoPort(name);
   if (!isAmong(world.forwarder.ports())) return fmt::format("there is no port {}", name);
   return std::nullopt;
 }
 
-/// The answer to an apply. What changes can be much text: it goes out as it was made.
+/// The answer to an apply. The difference can be long: its pieces are sent as they were made.
 class AppliedDocument final : public Document {
  public:
   AppliedDocument(const Json& head, std::deque<std::string> difference) : pieces_(std::move(difference)) {
@@ -176,7 +176,7 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
   const std::string name = request.text("name");
   if (!name.empty() && !isList(world_.core, Kelp::String(name))) return reply(noList(name));
-  reply({show->document(world_, name), {}});
+  reply({show->document(world_, {.list = name}), {}});
 }
 
 void Operations::text(const Request& request, Session& session, const Reply& reply) {
@@ -201,7 +201,7 @@ void Operations::text(const Request& request, Session& session, const Reply& rep
 
 void Operations::apply(const Request& request, Session& session, const Reply& reply) {
   const bool dryRun = request.flag("dryRun");
-  // Nothing is no configuration: an empty one is a text, too.
+  // To apply nothing must be a mistake: an empty configuration is sent as an empty text.
   if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no text was sent to apply"));
   if (configuration_.busy())
     return reply(Answer::failed("busy", "another change of the configuration is under way; try again"));

@@ -1,4 +1,5 @@
 #include <agent/control/ServerSocket.h>
+#include <agent/core/Output.h>
 #include <fmt/format.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -24,9 +25,7 @@ std::optional<sockaddr_un> addressOf(const std::string& path) {
   return address;
 }
 
-std::string failure(const std::string& path) { return fmt::format("{}: {}", path, std::strerror(errno)); }
-
-/// Takes a socket file away at which nobody listens.
+/// Deletes a socket file at which nobody listens. Returns why the path cannot be used.
 std::optional<std::string> clearPlace(const std::string& path) {
   struct stat file {};
   if (lstat(path.c_str(), &file) != 0) return std::nullopt;
@@ -38,7 +37,7 @@ std::optional<std::string> clearPlace(const std::string& path) {
     return fmt::format("{}: another agent listens there", path);
   }
   if (errno != ECONNREFUSED) return wrong;
-  if (unlink(path.c_str()) != 0) return failure(path);
+  if (unlink(path.c_str()) != 0) return failureOf(path);
   return std::nullopt;
 }
 
@@ -77,7 +76,7 @@ std::optional<std::string> ServerSocket::listen(const std::string& path) {
   umask(before);
   struct stat file {};
   if (!bound || lstat(path.c_str(), &file) != 0 || ::listen(fd_, backlog) != 0) {
-    auto wrong = failure(path);
+    auto wrong = failureOf(path);
     if (fd_ >= 0) close(fd_);
     fd_ = -1;
     return wrong;
@@ -99,7 +98,7 @@ int connectTo(const std::string& path, bool blocking, std::string* wrong) {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (blocking ? 0 : SOCK_NONBLOCK), 0);
   if (fd >= 0 && connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0) return fd;
   const int reason = errno;
-  *wrong = failure(path);
+  *wrong = failureOf(path);
   if (fd >= 0) close(fd);
   errno = reason;
   return -1;

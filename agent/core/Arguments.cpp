@@ -9,7 +9,7 @@ namespace Agent {
 
 namespace {
 
-/// Splits "A=B" or "A,B"; both parts must be there.
+/// Splits "A=B" or "A,B". Neither part may be empty.
 std::pair<std::string, std::string> split(const std::string& option, const std::string& text,
                                           std::string_view form, char at) {
   const size_t place = text.find(at);
@@ -19,7 +19,7 @@ std::pair<std::string, std::string> split(const std::string& option, const std::
   return {text.substr(0, place), text.substr(place + 1)};
 }
 
-/// A port has a name that configuration texts can have, too.
+/// The name of a port must be one that configuration texts can have, too.
 void checkName(const std::string& option, const std::string& name) {
   if (!Config::isName(name))
     throw CLI::ValidationError(option, Config::quote(name) + " is no name for a port");
@@ -36,7 +36,7 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
     pairs.push_back(split(option, text, form, at));
     checkName(option, pairs.back().first);
     if (at == ',') {
-      // Names may have most characters; a third name is a mistake all the same.
+      // A name may contain most characters, but "A,B,C" is meant as three names.
       if (pairs.back().second.find(',') != std::string::npos)
         throw CLI::ValidationError(option, "\"" + text + "\" is not of the form " + std::string(form));
       checkName(option, pairs.back().second);
@@ -48,6 +48,33 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
     }
   }
   return pairs;
+}
+
+void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::string& dir,
+                    TextLimits& limits) {
+  command.add_option("--config", files, "configuration text, the command line's; several are one")
+      ->required()
+      ->type_name("FILE...");
+  command.add_option("--config-dir", dir, "every file in DIR is a further source of configuration")
+      ->type_name("DIR");
+  addTextLimits(command, limits);
+}
+
+void addPatches(CLI::App& command, std::vector<std::string>& patches) {
+  command.add_option("--patch", patches, "join two ports or port-channels, both ways")
+      ->type_name("A,B")
+      ->allow_extra_args(false);
+}
+
+void addMalformed(CLI::App& command, Velo::MalformedPolicy& policy) {
+  const auto take = [&policy](const std::string& word) {
+    policy = word == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
+  };
+  command
+      .add_option_function<std::string>("--malformed", take,
+                                        "what becomes of malformed frames: drop or pass (default drop)")
+      ->check(CLI::IsMember({"drop", "pass"}))
+      ->type_name("POLICY");
 }
 
 void addTextLimits(CLI::App& command, TextLimits& limits) {

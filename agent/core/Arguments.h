@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Velo/MalformedStep.h>
 #include <agent/core/Texts.h>
 
 #include <string>
@@ -13,19 +14,29 @@ class App;
 
 namespace Agent {
 
-// Values of command line options. What is wrong with one is thrown as CLI::ValidationError, with the option.
+// Readers of values of command line options. A mistake is thrown as CLI::ValidationError, which names the
+// option.
 
-/// Pairs of the form A=B (at '=': a port and what it is on, each port once) or A,B (at ',': two ports). A
-/// mistake says that `form` was expected; empty: NAME=FILE or A,B.
+/// Pairs that are split at `at`: A=B, a port and its file or device, each port at most once; or A,B, two
+/// ports. `form` is what a mistake says was expected; when it is empty, NAME=FILE or A,B.
 std::vector<std::pair<std::string, std::string>> splitAll(const std::string& option,
                                                           const std::vector<std::string>& texts, char at,
                                                           std::string_view form = {});
 
-/// Names of ports, two at least, separated by commas.
+/// Two or more names of ports, separated by commas.
 std::vector<std::string> splitNames(const std::string& option, const std::string& text);
 
-/// Adds the options for how much configuration text a command takes; `limits` stays where it is until they
-/// are parsed.
+/// Adds `--config`, which is required, `--config-dir`, and the options of addTextLimits().
+void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::string& dir, TextLimits& limits);
+
+/// Adds `--patch`.
+void addPatches(CLI::App& command, std::vector<std::string>& patches);
+
+/// Adds `--malformed`.
+void addMalformed(CLI::App& command, Velo::MalformedPolicy& policy);
+
+/// Adds the options for how much configuration text a command takes. They are written to `limits` when the
+/// command line is parsed.
 void addTextLimits(CLI::App& command, TextLimits& limits);
 
 }  // namespace Agent

@@ -9,7 +9,7 @@
 
 namespace Agent {
 
-void descriptorsAreAllThatAreAllowed() {
+void raiseDescriptorLimit() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   limit.rlim_cur = limit.rlim_max;
@@ -23,7 +23,7 @@ std::optional<std::string> whyNoDescriptors(size_t count) {
     if (had.back()) continue;
     const int error = errno;
     const size_t most = had.size() - 1;
-    had.clear();  // saying it may take one, too
+    had.clear();  // the text of the error may need a descriptor itself
     return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, most,
                        std::strerror(error));
   }

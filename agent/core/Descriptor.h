@@ -31,10 +31,10 @@ class Descriptor {
   int fd_ = -1;
 };
 
-/// Has the process open as many descriptors as it may allow itself: it may be begun with fewer.
-void descriptorsAreAllThatAreAllowed();
+/// Raises the limit of open descriptors as far as the process may: it can have been started with a lower one.
+void raiseDescriptorLimit();
 
-/// Why not so many more descriptors can be had, if so. Needs them for a moment.
+/// Why the process cannot open `count` more descriptors; nothing if it can. Opens them for a moment.
 std::optional<std::string> whyNoDescriptors(size_t count);
 
 }  // namespace Agent

@@ -27,6 +27,10 @@ class LineDocument final : public Document {
 
 std::string lineOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
+std::string linesOf(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
 std::unique_ptr<Document> lineDocument(std::string line) {
   return std::make_unique<LineDocument>(std::move(line));
 }

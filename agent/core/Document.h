@@ -8,12 +8,14 @@
 
 namespace Agent {
 
-/// One line of JSON, whatever bytes the texts have.
+// JSON as text, whatever bytes its texts have: in one line, or with a line for each member and element and a
+// line end behind it.
 std::string lineOf(const nlohmann::ordered_json& json);
+std::string linesOf(const nlohmann::ordered_json& json);
 
-/// A document on its way to a reader, made piece by piece so that nothing else waits long for it: a piece is
-/// some tens of kilobytes and takes a fraction of a millisecond. Between two pieces anything may change; a
-/// document is whole JSON all the same, and each list or rule in it is as it was at one moment.
+/// A JSON document that is made piece by piece, so that packets do not wait long for it: a piece has some
+/// tens of kilobytes and takes a fraction of a millisecond. Between two pieces the configuration may change.
+/// The document is complete JSON in spite of that, and each list or rule in it is as it was at one moment.
 class Document {
  public:
   virtual ~Document() = default;
@@ -21,13 +23,13 @@ class Document {
   virtual bool next(std::string& text) = 0;
 };
 
-/// A document that is there already, as one line; and one that is small enough to be made at once.
+/// A document whose line of JSON is known already; and one that is small enough to be made at once.
 std::unique_ptr<Document> lineDocument(std::string line);
 std::unique_ptr<Document> wholeDocument(const nlohmann::ordered_json& json);
 
-// For who makes a document piece by piece.
+// For classes that make a document piece by piece.
 
-/// How much text a piece has before it ends; one element more may follow.
+/// A piece ends with the first element behind so much text.
 inline constexpr size_t pieceOctets = 16 * 1024;
 
 /// Writes the elements of an array or object one by one, with the commas between them.

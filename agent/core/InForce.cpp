@@ -48,8 +48,10 @@ bool InForce::takeOver(Acl::AclType type, const Kelp::String& name, size_t most)
 
 std::optional<std::string> InForce::unpublished() const {
   if (!status()) return std::nullopt;
-  if (auto list = unpublishedList()) return list;
-  return unpublishedBinding();
+  auto missing = unpublishedList();
+  if (!missing) missing = unpublishedBinding();
+  if (missing) *missing += " was not published by the plugin";
+  return missing;
 }
 
 std::optional<std::string> InForce::unpublishedList() const {
@@ -74,8 +76,8 @@ std::optional<std::string> InForce::unpublishedBinding() const {
       for (auto intf = direction.value()->intf().begin(); intf; intf.next()) {
         const auto* list = shown ? shown->intf(intf.key()) : nullptr;
         if (list && *list == intf.value()) continue;
-        return fmt::format("{} access-group {} of {} {}", type.key(), intf.value(), intf.key(),
-                           direction.key());
+        return bindingTitle(intf.key().name().view(), Acl::stringValue(type.key()), intf.value().view(),
+                            Acl::stringValue(direction.key()));
       }
     }
   }

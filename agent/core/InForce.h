@@ -40,7 +40,7 @@ class InForce {
   bool takeOver(Acl::AclType type, const Kelp::String& name, size_t most) const;
 
   /// Names the first list or binding that is missing in the published status, or that has no implicit rule
-  /// there. Nothing when all are there, and when the plugin publishes no status.
+  /// there, in a sentence. Nothing when all are there, and when the plugin publishes no status.
   std::optional<std::string> unpublished() const;
 
  private:

@@ -1,5 +1,6 @@
 #include <agent/core/Descriptor.h>
 #include <agent/core/Memory.h>
+#include <agent/core/Output.h>
 #include <agent/core/Texts.h>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <functional>
 
@@ -16,8 +16,6 @@ namespace Agent {
 namespace {
 
 constexpr double mebi = 1 << 20;
-
-std::string failure(const std::string& path) { return fmt::format("{}: {}", path, std::strerror(errno)); }
 
 int64_t nanoseconds(const timespec& time) { return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; }
 
@@ -41,8 +39,8 @@ int64_t fileTime() {
   return nanoseconds(now);
 }
 
-/// By the time of the change, which nobody can set. A system's clock goes on for files every ten milliseconds
-/// at the least; a file system may have whole seconds, even ones only.
+/// Uses the time of the last change, which nobody can set. The system's clock for files advances every ten
+/// milliseconds or more often. A file system may store whole seconds only, or every second one of them.
 bool isSettled(const FileIdentity& file, int64_t time) {
   constexpr int64_t second = 1'000'000'000;
   const int64_t tick = file.changed % second == 0 ? 2 * second : second / 50;
@@ -73,20 +71,20 @@ std::optional<TextFile> TextReader::readOnly(const std::string& path, Named name
   };
   struct stat asked {
   }, opened{};
-  if (stat(path.c_str(), &asked) != 0) return refused(failure(path));
+  if (stat(path.c_str(), &asked) != 0) return refused(failureOf(path));
   const bool isFile = S_ISREG(asked.st_mode);
   const bool isStream = named == Named::byUser && (S_ISFIFO(asked.st_mode) || S_ISCHR(asked.st_mode));
   if (!isFile && !isStream)
     return refused(fmt::format("{}: is {}, not a regular file", path, kindOf(asked.st_mode)));
-  // Whoever named a pipe waits for its writer. Without waiting it would be empty.
+  // Opening a pipe waits for its writer, as the user who named it expects. Without waiting it would be empty.
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | (isFile ? O_NONBLOCK : 0)));
-  if (!file || fstat(file.get(), &opened) != 0) return refused(failure(path));
+  if (!file || fstat(file.get(), &opened) != 0) return refused(failureOf(path));
   if ((asked.st_mode ^ opened.st_mode) & S_IFMT) return refused(fmt::format("{}: has been replaced", path));
 
   TextFile text;
   text.identity = identityOf(opened);
   if (auto why = readAll(file.get(), path, isFile, text)) return refused(std::move(*why));
-  if (fstat(file.get(), &opened) != 0) return refused(failure(path));
+  if (fstat(file.get(), &opened) != 0) return refused(failureOf(path));
   if (isFile && (identityOf(opened) != text.identity || text.text.size() != text.identity.size))
     return refused(fmt::format("{}: changed while it was read", path));
   taken_ += text.text.size();
@@ -98,7 +96,7 @@ std::optional<std::string> TextReader::readAll(int file, const std::string& path
                                                TextFile& text) const {
   if (auto why = tooLarge(path, isFile ? text.identity.size : 0)) return why;
   constexpr size_t piece = size_t{64} << 10;
-  // One octet more than there are tells a file that grows.
+  // Reading more than the size finds out whether the file has grown.
   if (isFile) text.text.reserve(text.identity.size + piece);
   for (;;) {
     const size_t had = text.text.size();
@@ -106,7 +104,7 @@ std::optional<std::string> TextReader::readAll(int file, const std::string& path
     const ssize_t got = ::read(file, text.text.data() + had, piece);
     text.text.resize(had + (got > 0 ? static_cast<size_t>(got) : 0));
     if (got == 0) return std::nullopt;
-    if (got < 0 && errno != EINTR) return failure(path);
+    if (got < 0 && errno != EINTR) return failureOf(path);
     if (auto why = tooLarge(path, text.text.size())) return why;
     if (isFile && text.text.size() > text.identity.size) return std::nullopt;
   }
@@ -125,9 +123,9 @@ std::optional<std::string> TextReader::tooLarge(const std::string& path, uint64_
 }
 
 std::optional<std::string> MemoryEstimate::whyNot(const std::string& name, const std::string& text) {
-  // What a rule, a remark or a binding takes at most while a change is carried out: in the model, the
-  // difference, the lists of the source and the merged ones, the compiled form, the status, and with a state
-  // file in its copies. bench/README.md tells how it was measured.
+  // The most octets that a rule, a remark or a binding takes while a change is carried out: in the model, the
+  // difference, the lists of the source and the merged lists, the compiled form, the status, and in the
+  // copies for a state file. bench/README.md tells how it was measured.
   constexpr uint64_t ofLine = 3000;
   // The shortest statement that takes memory of its own ("deny any").
   constexpr size_t shortest = 8;

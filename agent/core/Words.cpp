@@ -13,21 +13,44 @@ std::string title(std::string_view type, std::string_view name) {
   return fmt::format("{} access-list {}", type, name);
 }
 
+std::string_view textOf(const Json& object, const char* member) {
+  return object.at(member).get_ref<const std::string&>();
+}
+
 }  // namespace
 
 std::string listTitle(Acl::AclType type, std::string_view name) {
   return title(Acl::stringValue(type), name);
 }
 
-std::string listTitle(const Json& list) {
-  return title(list.at("type").get_ref<const std::string&>(), list.at("name").get_ref<const std::string&>());
-}
+std::string listTitle(const Json& list) { return title(textOf(list, "type"), textOf(list, "name")); }
 
 Json listWords(Acl::AclType type, std::string_view name) {
   return {{"type", Acl::stringValue(type)}, {"name", name}};
 }
 
+std::string ruleTitle(uint32_t sequence, std::string_view text) {
+  return fmt::format("{} {}", sequence, text);
+}
+
+std::string ruleTitle(const Json& rule) {
+  return ruleTitle(rule.at("sequence").get<uint32_t>(), textOf(rule, "text"));
+}
+
 Json ruleWords(uint32_t sequence, std::string_view text) { return {{"sequence", sequence}, {"text", text}}; }
+
+std::string bindingTitle(std::string_view interface, std::string_view type, std::string_view list,
+                         std::string_view direction) {
+  return fmt::format("interface {}: {} access-group {} {}", interface, type, list, direction);
+}
+
+std::string portChannelIsNoPort(std::string_view name) {
+  return fmt::format("{} is a port-channel: frames come in and leave by its members", name);
+}
+
+std::string countText(uint64_t count, std::string_view one) {
+  return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
+}
 
 void tellMistakes(const std::vector<std::string>& mistakes) {
   for (const std::string& mistake : mistakes) fmt::print(stderr, "{}\n", mistake);

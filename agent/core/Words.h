@@ -10,8 +10,9 @@
 
 namespace Agent {
 
-// The words for what people are told about most, in text and in JSON: written here, whoever tells it. A
-// packet in a line is show/PacketText.h.
+// The words for what people are told about most, in text and in JSON. Whoever tells of such a thing uses
+// these words, so that it reads the same everywhere. Frames and verdicts are in show/PacketText.h and
+// show/Verdicts.h.
 
 /// A list as it is typed: "ip access-list EDGE-IN".
 std::string listTitle(Acl::AclType type, std::string_view name);
@@ -20,8 +21,25 @@ std::string listTitle(const nlohmann::ordered_json& list);
 /// Members `type` and `name`.
 nlohmann::ordered_json listWords(Acl::AclType type, std::string_view name);
 
-/// A rule as it was typed: members `sequence` and `text`.
+/// A rule as it is typed: "10 permit ip any any".
+std::string ruleTitle(uint32_t sequence, std::string_view text);
+/// Of a rule in a document, with the members of ruleWords().
+std::string ruleTitle(const nlohmann::ordered_json& rule);
+/// Members `sequence` and `text`.
 nlohmann::ordered_json ruleWords(uint32_t sequence, std::string_view text);
+
+/// A binding as it is typed: "interface eth1: ip access-group EDGE-IN in".
+std::string bindingTitle(std::string_view interface, std::string_view type, std::string_view list,
+                         std::string_view direction);
+
+/// What is wrong with a list that is bound, if it is not defined; with the consequence.
+inline constexpr std::string_view notDefined = "not defined: everything passes it";
+
+/// Why a port-channel is not taken for a port.
+std::string portChannelIsNoPort(std::string_view name);
+
+/// "1 rule", "2 rules".
+std::string countText(uint64_t count, std::string_view one);
 
 /// Mistakes on standard error, a line each.
 void tellMistakes(const std::vector<std::string>& mistakes);

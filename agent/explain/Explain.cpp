@@ -3,6 +3,7 @@
 #include <agent/explain/Explain.h>
 #include <agent/explain/NearMisses.h>
 #include <agent/show/PacketText.h>
+#include <agent/show/Verdicts.h>
 
 #include <algorithm>
 #include <utility>
@@ -43,20 +44,20 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
   document_["egress"] = Json::array();
   const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId::known(port), out);
   document_["frame"] = packetText(*ctx_);
-  document_["verdict"] = verdict.passed() ? "pass" : "drop";
+  std::string reason;
   if (!verdict.passed()) {
-    document_["direction"] = Acl::stringValue(verdict.direction);
-    // On the way out by no port: what goes for the first of them goes for all.
+    // Dropped at every port that it was to leave by: the reason of the first one is told.
     const Json& egress = document_["egress"];
-    document_["reason"] = egress.empty() ? Json(dropReason(*verdict.droppedBy)) : egress.front().at("reason");
+    reason = egress.empty() ? dropReason(*verdict.droppedBy) : egress.front().at("reason").get<std::string>();
   }
+  addVerdict(document_, verdict, reason);
   ctx_ = nullptr;
   counted_ = nullptr;
   return std::move(document_);
 }
 
 std::string Explainer::dropReason(const Velo::PipelineStep& droppedBy) {
-  std::string reason = "dropped by " + droppedBy.name().str();
+  std::string reason = uncountedReason(droppedBy);
   for (auto at = counted_->counter().begin(); at; at.next()) {
     if (at.key().category != "Drop") continue;
     if (std::exchange(told_[at.key()], at.value()) < at.value()) reason = at.key().reason.str();
@@ -66,18 +67,15 @@ std::string Explainer::dropReason(const Velo::PipelineStep& droppedBy) {
 
 void Explainer::handleAsked(const Acl::AskedList& asked) {
   using Outcome = Acl::AskedList::Outcome;
-  Json one = {{"direction", Acl::stringValue(asked.direction)},
-              {"interface", asked.intf.name().view()},
-              {"type", Acl::stringValue(asked.type)},
-              {"list", asked.list.view()}};
-  if (asked.outcome == Outcome::undefined) {
+  const bool defined = asked.outcome != Outcome::undefined;
+  Json one =
+      hitWords({asked.direction, asked.intf, asked.type, asked.list, asked.rule ? asked.rule->sequence() : 0,
+                asked.rule ? asked.rule->action() : (defined ? Acl::Action::deny : Acl::Action::permit)});
+  if (!defined) {
     one["rule"] = nullptr;
-    one["action"] = "permit";
     document_["asked"].push_back(std::move(one));
     return;
   }
-  one["rule"] = asked.rule ? Json(asked.rule->sequence()) : Json("implicit");
-  one["action"] = asked.rule ? Acl::stringValue(asked.rule->action()) : "deny";
   if (asked.rule) {
     one["text"] = asked.rule->text().view();
     if (!asked.rule->remark().empty()) one["remark"] = asked.rule->remark().view();
@@ -94,10 +92,10 @@ void Explainer::handleMirrored(const Kelp::String& session) {
   if (std::find(all.begin(), all.end(), session.view()) == all.end()) all.push_back(session.view());
 }
 
-/// A flooded frame has one for each port.
+/// Called once for each port when a frame is flooded.
 void Explainer::handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) {
   Refusable::check();
-  Json one = {{"port", port.name().view()}, {"verdict", droppedBy ? "drop" : "pass"}};
+  Json one = {{"port", port.name().view()}, {"verdict", verdictWord(!droppedBy)}};
   if (droppedBy) one["reason"] = dropReason(*droppedBy);
   document_["egress"].push_back(std::move(one));
 }

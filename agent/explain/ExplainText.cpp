@@ -1,3 +1,4 @@
+#include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
 #include <agent/show/Style.h>
 
@@ -7,7 +8,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// "deny" and "drop" stand out.
+/// The word, in colour if it is "deny" or "drop".
 std::string coloured(const Style& style, const std::string& word) {
   if (word == "deny" || word == "drop") return style.red + word + style.off;
   return word;
@@ -15,14 +16,13 @@ std::string coloured(const Style& style, const std::string& word) {
 
 std::string ruleLine(const Json& asked, const Style& style) {
   const std::string action = coloured(style, asked.at("action").get<std::string>());
-  if (asked.at("rule").is_null())
-    return fmt::format("{}not defined: lets everything pass{}", style.red, style.off);
+  if (asked.at("rule").is_null()) return fmt::format("{}{}{}", style.red, notDefined, style.off);
   if (asked.at("rule").is_string()) return fmt::format("no rule matches: {}", action);
   return fmt::format("rule {} decides: {}   ({})", asked.at("rule").get<uint32_t>(), action,
                      asked.at("text").get<std::string>());
 }
 
-/// What becomes of the frame; of one that is to leave by several ports a line for each.
+/// What becomes of the frame: one line, or a line for each port that it is to leave by.
 std::string verdictText(const Json& document, const Style& style) {
   const Json& egress = document.at("egress");
   if (egress.empty()) {
@@ -47,17 +47,17 @@ std::string explainText(const Json& document, bool colour) {
   std::string text = fmt::format("{}{}{}  on {}\n", style.bold, document.at("frame").get<std::string>(),
                                  style.off, document.at("port").get<std::string>());
   for (const Json& asked : document.at("asked")) {
-    text += fmt::format("\n{} {}: {} access-list {}{}{}\n", asked.at("interface").get<std::string>(),
-                        asked.at("direction").get<std::string>(), asked.at("type").get<std::string>(),
-                        style.bold, asked.at("list").get<std::string>(), style.off);
+    const Json list = {{"type", asked.at("type")}, {"name", asked.at("list")}};
+    text += fmt::format("\n{} {}: {}{}{}\n", asked.at("interface").get<std::string>(),
+                        asked.at("direction").get<std::string>(), style.bold, listTitle(list), style.off);
     for (const Json& near : asked.value("near", Json::array())) {
       std::string failed;
       for (const Json& field : near.at("failed")) {
         failed += fmt::format("{}{} (packet: {})", failed.empty() ? "" : ", ",
                               field.at("field").get<std::string>(), field.at("packet").get<std::string>());
       }
-      text += fmt::format("  {}{} {}{}\n     not met: {}\n", style.dim, near.at("rule").get<uint32_t>(),
-                          near.at("text").get<std::string>(), style.off, failed);
+      const std::string rule = ruleTitle(near.at("rule").get<uint32_t>(), near.at("text").get<std::string>());
+      text += fmt::format("  {}{}{}\n     not met: {}\n", style.dim, rule, style.off, failed);
     }
     const size_t skipped = asked.value("earlier", size_t{0}) - asked.value("near", Json::array()).size();
     if (skipped > 0)

@@ -61,7 +61,8 @@ std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   Draft draft;
   if (!at.lineIs(text) || !readAll(at, draft)) {
     const auto& problem = *at.problem();
-    *wrong = fmt::format("column {}: found {}, expected {}", problem.column, problem.found, problem.expected);
+    *wrong =
+        fmt::format("column {}: {}", problem.column, Config::mistakeText(problem.found, problem.expected));
     return std::nullopt;
   }
   Frame frame{draft.octets(), 0};

@@ -6,6 +6,7 @@
 #include <Velo/Pipeline.h>
 #include <agent/core/Core.h>
 #include <agent/forward/Junction.h>
+#include <agent/forward/Port.h>
 
 #include <cstdint>
 #include <map>
@@ -16,42 +17,10 @@
 
 namespace Agent {
 
-/// Where frames leave: a capture file, an interface. Owned by whoever runs the forwarder.
-class FrameSink {
- public:
-  virtual ~FrameSink() = default;
-  virtual void send(const Nimnet::Pkt& pkt) = 0;
-};
-
-/// A port of the agent, with what went through it. Frames that leave a port without a sink are counted and
-/// gone.
-struct Port {
-  Nimnet::IntfId id;
-  FrameSink* sink = nullptr;     ///< not owned
-  bool up = true;                ///< of the members of a port-channel those are used that are up
-  Nimnet::IntfId portChannel{};  ///< that it is a member of, or the empty id
-  End* entry = nullptr;          ///< by which its frames come into a junction: its port-channel's or its own
-  uint64_t received = 0;
-  uint64_t sent = 0;  ///< mirrored copies included
-  uint64_t droppedIn = 0;
-  uint64_t droppedOut = 0;
-  uint64_t mirrored = 0;  ///< copies that left here
-  uint64_t nowhere = 0;   ///< received and passed, but no other port was to have it
-};
-
-/// What became of a received frame. Of one that was to leave by several ports: passed when one copy did, then
-/// with the port of the last copy that passed, otherwise that of the first one.
-struct Verdict {
-  const Velo::PipelineStep* droppedBy = nullptr;  ///< null: it passed
-  Acl::AclDirection direction = Acl::AclDirection::in;
-  const Port* egress =
-      nullptr;  ///< the port it was to leave by; null: none, or dropped before that was known
-  bool passed() const { return droppedBy == nullptr; }
-};
-
-/// Hears of every mirrored copy before it is sent.
+/// Is told of every mirrored copy.
 class MirrorObserver {
  public:
+  /// Before a copy is sent, and when it has been.
   virtual void handleMirrored(const Kelp::String& session) = 0;
   virtual void handleMirroredDone() = 0;
 
@@ -59,57 +28,58 @@ class MirrorObserver {
   ~MirrorObserver() = default;
 };
 
-/// Takes frames from ports through the pipeline and to the ports that they are joined with, by a patch or a
-/// bridge. Packets and copies are handled one at a time, with contexts that are reused: nothing is allocated
-/// for a packet. One a process: it is where mirrored copies go.
+/// Takes frames from ports through the pipeline, and to the ports that these are joined with by a patch or a
+/// bridge. Packets and copies are handled one at a time in contexts that are used again, so that nothing is
+/// allocated for a packet. A process has one forwarder, which also sends the mirrored copies.
 class Forwarder final : public Velo::MirrorTarget {
  public:
   Forwarder(Core& core, Velo::MalformedPolicy malformed);
   ~Forwarder();
 
-  /// The port of a name, made when there is none.
+  /// The port with this name; made when there is none.
   Port& portIs(const std::string& name);
   const std::map<Nimnet::IntfId, std::unique_ptr<Port>>& ports() const { return ports_; }
-  /// Makes ports of the members of port-channels and the destinations of mirror sessions, and takes in which
-  /// ports the port-channels have: to be called behind every Core::apply.
+  /// Makes ports for the members of port-channels and the destinations of mirror sessions, and finds out
+  /// which ports belong to which port-channel. To be called after every Core::interfacesAre().
   void portsOfConfigurationIs();
-  /// Whether ports made from now on are up before portUpIs says so; at first they are.
+  /// Whether ports that are made from now on are up, until portUpIs() is called. At first they are.
   void newPortsUpIs(bool up) { newPortsUp_ = up; }
-  /// A port's link has come or gone. Junctions forget what they learned of an end none of whose ports is up.
+  /// The link of a port has come or gone. When no port of an end is up, its junction forgets what it learned
+  /// there.
   void portUpIs(Port& port, bool up);
 
   /// Joins two interfaces, ports or port-channels, both ways. Returns what is wrong.
   std::optional<std::string> patchIs(const std::string& a, const std::string& b);
-  /// Joins two or more interfaces by a bridge that learns and ages by `clock`, which outlives the forwarder.
-  /// Returns what is wrong; then nothing is joined.
+  /// Joins two or more interfaces by a bridge. `clock` is used for ageing and outlives the forwarder. Returns
+  /// what is wrong; then nothing is joined.
   std::optional<std::string> bridgeIs(const std::vector<std::string>& names, const Kiv::Clock& clock);
 
   void mirrorObserverIs(MirrorObserver* observer) { mirrorObserver_ = observer; }
 
-  /// Takes the frame that is in packet() from a port.
+  /// Forwards the frame in packet(), which this port has received.
   Verdict receive(Port& port);
-  /// Takes the packet of a context with a trial (Velo::PacketTrial) the same way, by the same steps, and
-  /// counts, copies and sends nothing. Not from within receive().
+  /// Sends the packet of a context with a trial (Velo::PacketTrial) through the same steps, but counts,
+  /// copies and sends nothing. Must not be called from within receive().
   Verdict tryPacket(const Nimnet::IntfId& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out);
   Nimnet::Pkt& packet() { return *ctx_->pkt(); }
   const Kelp::Ptr<Velo::PacketContext>& context() const { return ctx_; }
-  /// The port that the packet of context() leaves by, or left by last.
+  /// The port that the packet of context() is leaving by, or has left by last.
   const Nimnet::IntfId& egressIntf() const { return out_->egressIntf(); }
 
   void sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Kelp::String& session,
                     const Nimnet::IntfId& destination) override;
 
  private:
-  /// From the ingress pipeline to the last egress port, both of real packets and of those that are tried.
-  /// `entry` is null for a port that the agent does not have.
+  /// The whole way from the ingress pipeline to the last egress port, for real packets and for trials.
+  /// `entry` is null when the agent has no such port.
   Verdict forward(const Nimnet::IntfId& port, const Nimnet::IntfId& portChannel, End* entry,
                   const Kelp::Ptr<Velo::OutputPipelineContext>& out);
-  /// The port that a packet leaves by towards an end; null when there is none.
+  /// The port by which a packet reaches an end; null when the end has no port.
   static Port* egressPort(const End& end, Velo::PacketContext& ctx);
   /// Runs the egress pipeline and sends. Returns the step that dropped the packet.
   const Velo::PipelineStep* sendBy(Port& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out);
 
-  /// Why the interfaces cannot be `joined` ("patched"), if so.
+  /// Why the interfaces cannot be joined; nothing if they can. `joined` is the word for it: "patched".
   std::optional<std::string> whyNotJoined(const std::vector<std::string>& names, std::string_view joined);
   std::vector<End*> endsOf(const std::vector<std::string>& names);
   void join(std::unique_ptr<Junction> junction, const std::vector<End*>& ends);

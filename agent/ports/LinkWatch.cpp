@@ -1,5 +1,5 @@
+#include <agent/core/Output.h>
 #include <agent/ports/LinkWatch.h>
-#include <fmt/format.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sys/socket.h>
@@ -11,7 +11,7 @@ namespace Agent {
 
 namespace {
 
-/// What a message of the kernel says of a device.
+/// The device that a message of the kernel is about.
 Link linkOf(const nlmsghdr& message) {
   const auto* info = static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
   Link link;
@@ -34,7 +34,7 @@ std::optional<std::string> LinkWatch::open() {
   address.nl_groups = RTMGRP_LINK;
   if (!socket_ || bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       !readAll()) {
-    return fmt::format("devices cannot be followed: {}", std::strerror(errno));
+    return failureOf("devices cannot be followed");
   }
   return std::nullopt;
 }
@@ -58,7 +58,8 @@ bool LinkWatch::readAll() {
 void LinkWatch::read() {
   for (bool done = false; readOne(MSG_DONTWAIT, done);) {
   }
-  // The kernel had more to tell than the socket takes: what is gone meanwhile is not in the answer.
+  // Messages were lost because the socket was full. So all devices are read again; those missing now are
+  // gone.
   if (errno == ENOBUFS) {
     const auto before = names_;
     names_.clear();

@@ -1,6 +1,6 @@
-#include <Nimnet/Bytes.h>
-#include <Nimnet/EthHdr.h>
+#include <agent/core/Output.h>
 #include <agent/ports/LivePort.h>
+#include <fmt/format.h>
 
 #include <cerrno>
 
@@ -18,23 +18,39 @@ PortState LivePort::state() const {
   return state;
 }
 
-void countUnsent(PortState& state, int error) { ++(error == EMSGSIZE ? state.tooLarge : state.sendFailed); }
-
-bool segmentsFit(const LiveFrame& frame, uint32_t mtu) {
-  const Offload& offload = frame.offload;
-  if (offload.cut == Offload::notCut) return true;
-  constexpr uint32_t udpHeader = 8;
-  constexpr uint32_t tcpDataOffset = 12;  // RFC 9293, 3.1: the upper four bits, in words
-  uint32_t headers = offload.checksumStart + udpHeader;
-  if ((offload.cut & ~Offload::withEcn) != Offload::cutUdp) {
-    if (offload.checksumStart + tcpDataOffset >= frame.bytes.size()) return false;
-    headers = offload.checksumStart + (frame.bytes[offload.checksumStart + tcpDataOffset] >> 4) * 4u;
-  }
-  uint32_t ethernet = Nimnet::EthHdr::size;
-  constexpr uint32_t tag = 4;
-  // A tag is not counted by a device's MTU.
-  if (Nimnet::EtherType::isTag(Nimnet::read16(&frame.bytes[12]))) ethernet += tag;
-  return headers + offload.segmentLength <= mtu + ethernet;
+std::optional<std::string> LivePort::linkIs(const Link& link) {
+  auto wrong = attach(link);
+  state_.up = isOpen() && link.up;
+  state_.mtu = isOpen() ? link.mtu : 0;
+  state_.wrong = wrong.value_or("");
+  return wrong;
 }
+
+void LivePort::linkDel() {
+  detach();
+  descriptor_.reset();
+  state_.up = false;
+  state_.mtu = 0;
+}
+
+std::string LivePort::failed(std::string_view doing) {
+  const int error = errno;
+  detach();
+  descriptor_.reset();
+  errno = error;
+  return failureOf(fmt::format("{}: {}", device_, doing));
+}
+
+void LivePort::countReceived(size_t octets) {
+  ++state_.rxFrames;
+  state_.rxBytes += octets;
+}
+
+void LivePort::countSent(size_t octets) {
+  ++state_.txFrames;
+  state_.txBytes += octets;
+}
+
+void LivePort::countUnsent(int error) { ++(error == EMSGSIZE ? state_.tooLarge : state_.sendFailed); }
 
 }  // namespace Agent

@@ -84,7 +84,7 @@ void LivePorts::update(Member& member) {
   if (member.watched >= 0) loop_.fdDel(member.watched);
   member.watched = port.fd();
   if (member.watched < 0) return;
-  // Frames are taken by the poller in the same turn; this only wakes the loop.
+  // This only wakes the loop: the frames are taken when the port is polled in the same turn.
   loop_.fdIs(member.watched, EPOLLIN, [&port](uint32_t events) {
     if ((events & EPOLLERR) != 0) port.clearError();
   });
@@ -94,10 +94,7 @@ void LivePorts::receive(Port& port, const LiveFrame& frame) {
   inHand_ = frame;
   const auto size = static_cast<uint32_t>(frame.bytes.size());
   forwarder_.packet().assign(frame.bytes, size, loop_.turnWall().now().seconds());
-  const Verdict verdict = forwarder_.receive(port);
-  ++totals_.frames;
-  totals_.bytes += size;
-  ++(verdict.passed() ? totals_.passed : totals_.dropped);
+  totals_.add(forwarder_.receive(port), size);
 }
 
 bool LivePorts::burstFrom(LivePort& port) {

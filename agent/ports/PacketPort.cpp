@@ -11,13 +11,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace Agent {
 
 namespace {
 
 constexpr uint32_t tagSize = 4;
-constexpr uint32_t addresses = 12;                 // the two before the tag
+constexpr uint32_t addresses = 12;                 // octets of the two addresses before the tag
 constexpr size_t largestFrame = (1 << 18) + 1024;  // four times the largest segment of IPv4
 constexpr size_t lookAhead = 3;
 constexpr size_t cacheLine = 64;
@@ -31,7 +32,7 @@ sockaddr_ll addressOf(int index) {
   return address;
 }
 
-/// Puts the tag that the kernel took off back in; there is room before the frame.
+/// Puts the tag back in that the kernel took off. There is room for it before the frame.
 uint8_t* withTag(uint8_t* frame, const tpacket2_hdr& header) {
   uint8_t* tagged = frame - tagSize;
   std::memmove(tagged, frame, addresses);
@@ -54,80 +55,67 @@ PacketPort::PacketPort(Port& port, std::string device, const LiveFrame& inHand)
 
 PacketPort::~PacketPort() = default;
 
-std::optional<std::string> PacketPort::linkIs(const Link& link) {
-  if (socket_ && link.index != index_) linkDel();
-  std::optional<std::string> wrong;
-  if (!socket_) wrong = openOn(link);
-  // The kernel tells of devices that are just about to go; that they are gone it tells next.
-  if (wrong && errno == ENODEV) wrong.reset();
-  state_.up = socket_ && link.up;
-  state_.mtu = socket_ ? link.mtu : 0;
-  state_.wrong = wrong.value_or("");
+std::optional<std::string> PacketPort::attach(const Link& link) {
+  if (isOpen() && link.index != index_) linkDel();
+  if (isOpen()) return std::nullopt;
+  auto wrong = openOn(link);
+  // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
+  if (wrong && errno == ENODEV) return std::nullopt;
   return wrong;
 }
 
-void PacketPort::linkDel() {
-  if (socket_) kernelDropsAdd();
-  state_.up = false;
-  state_.mtu = 0;
+void PacketPort::detach() {
+  if (isOpen()) kernelDropsAdd();
   ring_.close();
-  socket_.reset();
 }
 
 std::optional<std::string> PacketPort::openOn(const Link& link) {
-  const auto failed = [&](std::string_view doing) {
-    const int error = errno;
-    ring_.close();
-    socket_.reset();
-    errno = error;
-    return fmt::format("{}: {}: {}", device_, doing, std::strerror(error));
-  };
   // Without a protocol nothing is received before the socket is bound to its interface.
-  socket_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket_) return failed("no packet socket");
-  const int fd = socket_.get();
+  descriptor_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!isOpen()) return failed("no packet socket");
   constexpr int on = 1;
   constexpr int version = TPACKET_V2;
-  if (!packetOptionIs(fd, PACKET_VERSION, version) || !packetOptionIs(fd, PACKET_VNET_HDR, on) ||
-      !packetOptionIs(fd, PACKET_IGNORE_OUTGOING, on) || !packetOptionIs(fd, PACKET_COPY_THRESH, on)) {
+  if (!packetOptionIs(fd(), PACKET_VERSION, version) || !packetOptionIs(fd(), PACKET_VNET_HDR, on) ||
+      !packetOptionIs(fd(), PACKET_IGNORE_OUTGOING, on) || !packetOptionIs(fd(), PACKET_COPY_THRESH, on)) {
     return failed("no options of a packet socket");
   }
-  // Beyond the usual limit where that is allowed.
+  // A process with the right to do so may have more than the usual limit.
   for (const auto& [force, plain] : {std::pair(SO_RCVBUFFORCE, SO_RCVBUF), {SO_SNDBUFFORCE, SO_SNDBUF}}) {
-    if (!optionIs(fd, SOL_SOCKET, force, socketBuffer)) optionIs(fd, SOL_SOCKET, plain, socketBuffer);
+    if (!optionIs(fd(), SOL_SOCKET, force, socketBuffer)) optionIs(fd(), SOL_SOCKET, plain, socketBuffer);
   }
-  if (!ring_.open(fd, link.mtu)) return failed("no receive ring");
+  if (!ring_.open(fd(), link.mtu)) return failed("no receive ring");
   next_ = received_ = 0;
 
   packet_mreq membership{};
   membership.mr_ifindex = link.index;
   membership.mr_type = PACKET_MR_PROMISC;
-  if (!packetOptionIs(fd, PACKET_ADD_MEMBERSHIP, membership)) return failed("not promiscuous");
+  if (!packetOptionIs(fd(), PACKET_ADD_MEMBERSHIP, membership)) return failed("not promiscuous");
   const sockaddr_ll address = addressOf(link.index);
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return failed("not bound");
+  if (bind(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    return failed("not bound");
   index_ = link.index;
   return std::nullopt;
 }
 
 bool PacketPort::receive(FrameReceiver& to) {
-  if (!socket_) return false;
+  if (!isOpen()) return false;
   while (received_ < burst) {
     uint8_t* slot = ring_.slot(next_ + received_);
     if (!PacketRing::isFilled(slot)) return false;
     ++received_;
-    // Another processor has written the frames: they are on their way here while earlier ones are handled.
+    // The kernel has written the frames on another processor. They are fetched while earlier ones are
+    // handled.
     const uint8_t* soon = ring_.slot(next_ + received_ + lookAhead);
     __builtin_prefetch(soon);
     __builtin_prefetch(soon + cacheLine);
     const bool large = (reinterpret_cast<tpacket2_hdr*>(slot)->tp_status & TP_STATUS_COPY) != 0;
     if (const auto frame = frameIn(slot)) {
-      ++state_.rxFrames;
-      state_.rxBytes += frame->bytes.size();
+      countReceived(frame->bytes.size());
       to.receive(port_, *frame);
     } else {
       ++state_.rxTooLarge;
     }
-    if (large) return true;  // there is room for one of them
+    if (large) return true;  // there is room for a single large frame
   }
   return true;
 }
@@ -156,22 +144,22 @@ std::optional<LiveFrame> PacketPort::frameIn(uint8_t* slot) {
 
 uint8_t* PacketPort::readLarge(size_t size) {
   large_.resize(largestFrame);
-  // A tag has room before the rest.
+  // Room for a tag is left in front.
   const size_t room = large_.size() - tagSize;
-  const ssize_t got = recv(socket_.get(), &large_[tagSize], room, MSG_DONTWAIT);
+  const ssize_t got = recv(fd(), &large_[tagSize], room, MSG_DONTWAIT);
   if (got != static_cast<ssize_t>(sizeof(Offload) + size)) return nullptr;
   return &large_[tagSize + sizeof(Offload)];
 }
 
 void PacketPort::release() {
-  if (!socket_) return;
+  if (!isOpen()) return;
   for (; received_ > 0; --received_, ++next_) PacketRing::giveBack(ring_.slot(next_));
 }
 
 void PacketPort::send(const Nimnet::Pkt& pkt) {
   KELP_ASSERT(pkt.size() == inHand_.bytes.size(), "the packet that is sent is the frame in hand");
-  if (!socket_) return countUnsent(state_, ENODEV);
-  if (!segmentsFit(inHand_, state_.mtu)) return countUnsent(state_, EMSGSIZE);
+  if (!isOpen()) return countUnsent(ENODEV);
+  if (!segmentsFit(inHand_, state_.mtu)) return countUnsent(EMSGSIZE);
   if (collected_ == burst) flush();
   parts_[collected_++] = inHand_.withOffload();
 }
@@ -179,14 +167,13 @@ void PacketPort::send(const Nimnet::Pkt& pkt) {
 void PacketPort::flush() {
   for (size_t sent = 0; sent < collected_;) {
     const int count =
-        sendmmsg(socket_.get(), &messages_[sent], static_cast<unsigned>(collected_ - sent), MSG_DONTWAIT);
+        sendmmsg(fd(), &messages_[sent], static_cast<unsigned>(collected_ - sent), MSG_DONTWAIT);
     if (count > 0) {
       for (size_t end = sent + static_cast<size_t>(count); sent < end; ++sent) {
-        ++state_.txFrames;
-        state_.txBytes += parts_[sent].iov_len - sizeof(Offload);
+        countSent(parts_[sent].iov_len - sizeof(Offload));
       }
     } else if (count < 0 && errno != EINTR) {
-      countUnsent(state_, errno);
+      countUnsent(errno);
       ++sent;
     }
   }
@@ -196,27 +183,27 @@ void PacketPort::flush() {
 void PacketPort::clearError() {
   int error = 0;
   socklen_t size = sizeof error;
-  getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+  getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size);
 }
 
 void PacketPort::stopReceiving() {
-  if (!socket_) return;
+  if (!isOpen()) return;
   sock_filter nothing[] = {{BPF_RET | BPF_K, 0, 0, 0}};
   const sock_fprog program{1, nothing};
-  optionIs(socket_.get(), SOL_SOCKET, SO_ATTACH_FILTER, program);
+  optionIs(fd(), SOL_SOCKET, SO_ATTACH_FILTER, program);
 }
 
 void PacketPort::kernelDropsAdd() const {
   tpacket_stats stats{};
   socklen_t size = sizeof stats;
-  // Reading them sets them to zero.
-  if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
+  // The kernel sets its counts to zero when they are read.
+  if (getsockopt(fd(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
     kernelDrops_ += stats.tp_drops;
   }
 }
 
 PortState PacketPort::state() const {
-  if (socket_) kernelDropsAdd();
+  if (isOpen()) kernelDropsAdd();
   PortState state = LivePort::state();
   state.kernelDrops = kernelDrops_;
   return state;

@@ -1,6 +1,5 @@
 #include <agent/ports/TapPort.h>
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <linux/if_tun.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -14,26 +13,21 @@ namespace Agent {
 
 namespace {
 
-// The host hands over nothing larger: it cuts large segments itself, as TUNSETOFFLOAD asks.
+// The host hands over nothing larger: TUNSETOFFLOAD with 0 has it cut large segments itself.
 constexpr size_t largestOfTap = 65536 + 64;
 constexpr size_t room = 2 * largestOfTap;
 
 }  // namespace
 
 std::optional<std::string> TapPort::open() {
-  const auto failed = [&](std::string_view doing) {
-    const int error = errno;
-    tap_.reset();
-    return fmt::format("{}: {}: {}", device_, doing, std::strerror(error));
-  };
   received_.resize(room);
-  tap_ = Descriptor(::open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
-  if (!tap_) return failed("/dev/net/tun");
+  descriptor_ = Descriptor(::open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+  if (!isOpen()) return failed("/dev/net/tun");
   ifreq request{};
   if (device_.size() >= sizeof request.ifr_name) return (errno = ENAMETOOLONG, failed("no TAP device"));
   std::memcpy(request.ifr_name, device_.data(), device_.size());
   request.ifr_flags = IFF_TAP | IFF_NO_PI | IFF_VNET_HDR;
-  if (ioctl(tap_.get(), TUNSETIFF, &request) != 0 || ioctl(tap_.get(), TUNSETOFFLOAD, 0) != 0) {
+  if (ioctl(fd(), TUNSETIFF, &request) != 0 || ioctl(fd(), TUNSETOFFLOAD, 0) != 0) {
     return failed("no TAP device");
   }
   const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -45,49 +39,32 @@ std::optional<std::string> TapPort::open() {
   return std::nullopt;
 }
 
-std::optional<std::string> TapPort::linkIs(const Link& link) {
-  std::optional<std::string> wrong;
-  if (!tap_) wrong = open();
-  state_.up = tap_ && link.up;
-  state_.mtu = tap_ ? link.mtu : 0;
-  state_.wrong = wrong.value_or("");
-  return wrong;
-}
-
-void TapPort::linkDel() {
-  state_.up = false;
-  state_.mtu = 0;
-  tap_.reset();
-}
-
 bool TapPort::receive(FrameReceiver& to) {
   size_t used = 0;
-  for (size_t count = 0; tap_ && !stopped_ && count < burst && room - used >= largestOfTap; ++count) {
-    const ssize_t got = read(tap_.get(), &received_[used], room - used);
+  for (size_t count = 0; isOpen() && !stopped_ && count < burst && room - used >= largestOfTap; ++count) {
+    const ssize_t got = read(fd(), &received_[used], room - used);
     if (got < static_cast<ssize_t>(sizeof(Offload))) return false;
     const size_t size = static_cast<size_t>(got) - sizeof(Offload);
     LiveFrame frame{{&received_[used + sizeof(Offload)], size}};
     std::memcpy(&frame.offload, &received_[used], sizeof(Offload));
     used += static_cast<size_t>(got);
-    ++state_.rxFrames;
-    state_.rxBytes += size;
+    countReceived(size);
     to.receive(port_, frame);
   }
-  return tap_ && !stopped_;
+  return isOpen() && !stopped_;
 }
 
 void TapPort::send(const Nimnet::Pkt&) {
-  if (!tap_) return countUnsent(state_, ENODEV);
-  // The host would take what no wire carries.
+  if (!isOpen()) return countUnsent(ENODEV);
+  // The host itself would take frames that are larger than a wire with this MTU can carry.
   constexpr uint32_t ethernet = 18;
   const bool whole = inHand_.offload.cut == Offload::notCut;
   if (whole ? inHand_.bytes.size() > state_.mtu + ethernet : !segmentsFit(inHand_, state_.mtu)) {
-    return countUnsent(state_, EMSGSIZE);
+    return countUnsent(EMSGSIZE);
   }
   const iovec piece = inHand_.withOffload();
-  if (write(tap_.get(), piece.iov_base, piece.iov_len) < 0) return countUnsent(state_, errno);
-  ++state_.txFrames;
-  state_.txBytes += inHand_.bytes.size();
+  if (write(fd(), piece.iov_base, piece.iov_len) < 0) return countUnsent(errno);
+  countSent(inHand_.bytes.size());
 }
 
 }  // namespace Agent

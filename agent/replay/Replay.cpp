@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// True when two paths lead to one file; what is no plain file (a terminal, a pipe) can be shared.
+/// True when two paths lead to the same regular file. (A terminal or a pipe may be named twice.)
 bool sameFile(const std::string& a, const std::string& b) {
   std::error_code error;
   if (fs::exists(a, error) && !fs::is_regular_file(a, error)) return false;
@@ -31,7 +31,8 @@ bool sameFile(const std::string& a, const std::string& b) {
   return fs::weakly_canonical(a, error) == fs::weakly_canonical(b, error) && !error;
 }
 
-/// What would be lost because a file is to be written that another option names, too.
+/// Whether a file would be written that another option names, too: returns the text of the complaint, or
+/// nothing.
 std::optional<std::string> overwritten(const ReplayOptions& options) {
   std::vector<std::string> others = options.configs;
   for (const auto& [name, path] : options.ports) others.push_back(path);
@@ -47,7 +48,7 @@ std::optional<std::string> overwritten(const ReplayOptions& options) {
   return std::nullopt;
 }
 
-/// Makes the capture's time the process's time of day for a scope.
+/// While it lives, the time of day of the process is that of the captures.
 class CaptureClock {
  public:
   CaptureClock() { Zeb::System::clockIs(&clock_); }
@@ -62,14 +63,15 @@ class CaptureClock {
   Kiv::ManualClock clock_;
 };
 
-/// A port with its capture; stands on the frame that is to be received next.
+/// A port with its capture, which stands at the frame that will be received next.
 struct Source {
   Port* port;
   std::unique_ptr<CaptureReader> capture;
   bool hasFrame = false;
 };
 
-/// The source whose frame is the earliest, of equals the first; null when all are done.
+/// The source with the earliest frame, the first of them if there are several; null when all are at their
+/// end.
 Source* earliest(std::vector<Source>& sources) {
   Source* first = nullptr;
   for (Source& source : sources) {
@@ -89,13 +91,14 @@ class Replay {
       source->hasFrame = source->capture->next();
     }
     progress_.done();
-    // Every poll of the counters comes round once more behind the last frame.
+    // So every poll of the counters runs once more after the last frame.
     clock_.advance(Kelp::Duration(1.0));
     tasks_.settle();
     return finish();
   }
 
  private:
+  /// The steps of starting. Each returns an exit status when the replay cannot start.
   std::optional<Exit> prepare() {
     if (auto wrong = overwritten(options_)) return usage(*wrong);
     ConfigFiles files;
@@ -106,11 +109,15 @@ class Replay {
     }
     for (const auto* named : {&options_.ports, &options_.outs}) {
       for (const auto& [name, path] : *named) {
-        if (files.sources().hasPortChannel(name)) {
-          return usage(fmt::format("{} is a port-channel: frames come in and leave by its members", name));
-        }
+        if (auto wrong = files.sources().whyNoPort(name)) return usage(*wrong);
       }
     }
+    if (auto failed = openCaptures()) return failed;
+    if (auto failed = putInForceAndJoin(files.sources())) return failed;
+    return openOutputs();
+  }
+
+  std::optional<Exit> openCaptures() {
     for (const auto& [name, path] : options_.ports) {
       Port& port = forwarder_.portIs(name);
       auto capture = std::make_unique<CaptureReader>(path);
@@ -121,35 +128,38 @@ class Replay {
       progress_.sizeAdd(capture->size());
       sources_.push_back({&port, std::move(capture)});
     }
-    // The agent starts when the first frame comes.
+    // The agent's clock starts at the time of the first frame.
     for (Source& source : sources_) source.hasFrame = source.capture->next();
     if (const Source* first = earliest(sources_)) clock_.nowIs(first->capture->stamp());
+    return std::nullopt;
+  }
+
+  std::optional<Exit> putInForceAndJoin(const Sources& sources) {
     if (auto wrong = core_.loadPlugin(options_.plugin)) return usage(*wrong);
-    if (auto wrong = putInForce(core_, files.sources())) return usage(*wrong);
+    if (auto wrong = putInForce(core_, sources)) return usage(*wrong);
     tasks_.settle();
-    if (const auto missing = core_.inForce().unpublished()) {
-      return usage(fmt::format("{} was not published by the plugin", *missing));
-    }
+    if (const auto missing = core_.inForce().unpublished()) return usage(*missing);
     forwarder_.portsOfConfigurationIs();
     for (const auto& [a, b] : options_.patches) {
       if (auto wrong = forwarder_.patchIs(a, b)) return usage("--patch: " + *wrong);
     }
+    return std::nullopt;
+  }
+
+  std::optional<Exit> openOutputs() {
+    const auto unwritable = [](const std::string& wrong) {
+      if (!wrong.empty()) complain(wrong);
+      return !wrong.empty();
+    };
     for (const auto& [name, path] : options_.outs) {
       writers_.push_back(std::make_unique<CaptureWriter>(path, stamp_));
-      if (!writers_.back()->wrong().empty()) {
-        complain(writers_.back()->wrong());
-        return exitUnread;
-      }
+      if (unwritable(writers_.back()->wrong())) return exitUnread;
       forwarder_.portIs(name).sink = writers_.back().get();
     }
-    if (!options_.verdicts.empty()) {
-      verdicts_ = std::make_unique<VerdictWriter>(options_.verdicts);
-      if (!verdicts_->wrong().empty()) {
-        complain(verdicts_->wrong());
-        return exitUnread;
-      }
-      recorder_ = std::make_unique<VerdictRecorder>(core_, forwarder_);
-    }
+    if (options_.verdicts.empty()) return std::nullopt;
+    verdicts_ = std::make_unique<VerdictWriter>(options_.verdicts);
+    if (unwritable(verdicts_->wrong())) return exitUnread;
+    recorder_ = std::make_unique<VerdictRecorder>(core_, forwarder_);
     return std::nullopt;
   }
 
@@ -166,14 +176,12 @@ class Replay {
     forwarder_.packet().assign(capture.frame(), capture.wireLength(), stamp_.value());
     if (recorder_) recorder_->begin();
     const Verdict verdict = forwarder_.receive(*source.port);
-    ++frames_;
-    bytes_ += forwarder_.packet().wireLength();
-    ++(verdict.passed() ? passed_ : dropped_);
+    totals_.add(verdict, forwarder_.packet().wireLength());
     if (recorder_) verdicts_->write(*source.port, capture.number(), verdict, *recorder_);
-    if (progress_.due(frames_)) {
+    if (progress_.due(totals_.frames)) {
       uint64_t read = 0;
       for (const Source& each : sources_) read += each.capture->position();
-      progress_.show(frames_, read);
+      progress_.show(totals_.frames, read);
     }
   }
 
@@ -194,11 +202,7 @@ class Replay {
       unread(verdicts_->wrong());
     }
 
-    Report report = makeReport(core_, forwarder_);
-    report.frames = frames_;
-    report.bytes = bytes_;
-    report.passed = passed_;
-    report.dropped = dropped_;
+    const Report report = makeReport(core_, forwarder_, totals_);
     const bool printed = print(options_.json ? reportJson(report, core_.inForce().status())
                                              : reportText(report, isatty(STDOUT_FILENO) != 0));
     return printed ? status : exitUnread;
@@ -215,10 +219,7 @@ class Replay {
   std::unique_ptr<VerdictRecorder> recorder_;
   std::vector<Source> sources_;
   Progress progress_;
-  uint64_t frames_ = 0;
-  uint64_t bytes_ = 0;
-  uint64_t passed_ = 0;
-  uint64_t dropped_ = 0;
+  FrameTotals totals_;
 };
 
 }  // namespace

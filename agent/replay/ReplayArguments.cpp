@@ -14,32 +14,19 @@ ReplayArguments::ReplayArguments(CLI::App& app)
       "several are merged by time.\nExample: velo replay --config edge.acl --port eth1=in.pcap --patch "
       "eth1,eth2\n" +
       std::string(exitMeaning));
-  command_
-      ->add_option("--config", options_.configs, "configuration text, the command line's; several are one")
-      ->required()
-      ->type_name("FILE...");
-  command_
-      ->add_option("--config-dir", options_.configDir,
-                   "every file in DIR is a further source of configuration")
-      ->type_name("DIR");
-  addTextLimits(*command_, options_.limits);
+  addConfigTexts(*command_, options_.configs, options_.configDir, options_.limits);
   command_->add_option("--port", ports_, "a port and the capture of what it receives; once a port")
       ->required()
       ->type_name("NAME=IN.pcap")
       ->allow_extra_args(false);
-  command_->add_option("--patch", patches_, "join two ports or port-channels, both ways")
-      ->type_name("A,B")
-      ->allow_extra_args(false);
+  addPatches(*command_, patches_);
   command_->add_option("--out", outs_, "write what leaves a port, mirrored copies included")
       ->type_name("NAME=OUT.pcap")
       ->allow_extra_args(false);
   command_
       ->add_option("--verdicts", options_.verdicts, "write one JSON object a line for each received frame")
       ->type_name("FILE");
-  command_
-      ->add_option("--malformed", malformed_, "what becomes of malformed frames: drop or pass (default drop)")
-      ->check(CLI::IsMember({"drop", "pass"}))
-      ->type_name("POLICY");
+  addMalformed(*command_, options_.malformed);
   command_->add_flag("--json", options_.json, "one JSON document instead of tables");
 }
 
@@ -48,7 +35,6 @@ ReplayOptions ReplayArguments::options() const {
   options.ports = splitAll("--port", ports_, '=');
   options.patches = splitAll("--patch", patches_, ',');
   options.outs = splitAll("--out", outs_, '=');
-  options.malformed = malformed_ == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
   return options;
 }
 

@@ -14,19 +14,18 @@ namespace Agent {
 /// The command line of `velo replay`.
 class ReplayArguments {
  public:
-  /// Adds the command and its options; the object stays where it is until they are parsed.
+  /// Adds the command and its options. The object must live until they are parsed.
   explicit ReplayArguments(CLI::App& app);
 
   /// The command, to ask whether it was given.
   CLI::App& command() const { return *command_; }
-  /// What was asked for; call behind the parse. Throws CLI::ValidationError.
+  /// The options as they were given; call after parsing. Throws CLI::ValidationError.
   ReplayOptions options() const;
 
  private:
   CLI::App* const command_;
-  ReplayOptions options_;  // but for what follows
+  ReplayOptions options_;  // all but those that follow
   std::vector<std::string> ports_, patches_, outs_;
-  std::string malformed_ = "drop";
 };
 
 }  // namespace Agent

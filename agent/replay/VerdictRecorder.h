@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Acl/Counters.h>
-#include <agent/forward/Forwarder.h>
+#include <agent/show/Verdicts.h>
 
 #include <string>
 #include <string_view>
@@ -9,31 +9,21 @@
 
 namespace Agent {
 
-/// One rule that a frame met.
-struct Hit {
-  Acl::AclDirection direction;
-  Nimnet::IntfId intf;
-  Acl::AclType type;
-  Kelp::String list;
-  uint32_t sequence;  ///< 0: the list's implicit drop
-  Acl::Action action;
-};
-
-/// Tells what happened to each frame. The plugin reports nothing of the kind; the recorder follows its match
-/// counters and the named counters, and knows the interface of a match from the order of evaluation: the
-/// port-channel before its member, on each the MAC list before the IP list. It costs nothing while it does
-/// not exist. The core and the forwarder outlive it.
+/// Records what happened to each frame. The plugin does not report this, so the recorder follows its match
+/// counters and the named counters. It finds the interface of a match by the order in which lists are asked:
+/// the port-channel before its member, on each the MAC list before the IP list. A replay without a recorder
+/// pays nothing for it. The core and the forwarder outlive it.
 class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
  public:
   VerdictRecorder(Core& core, Forwarder& forwarder);
   ~VerdictRecorder() override;
 
-  /// Forgets the last frame; call before each Forwarder::receive().
+  /// Forgets the frame before. To be called before each Forwarder::receive().
   void begin();
 
   const std::vector<Hit>& hits() const { return hits_; }
   const std::vector<Kelp::String>& mirrored() const { return mirrored_; }
-  /// The last reason counted under "Drop"; empty when there was none.
+  /// The last reason that was counted under "Drop"; empty when there was none.
   const Kelp::String& dropReason() const { return dropReason_; }
 
  private:
@@ -42,7 +32,7 @@ class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
   void handleMirrored(const Kelp::String& session) override;
   void handleMirroredDone() override { insideCopy_ = false; }
   void handleMatch(const Velo::Counter::VeloDpAclCounterKey& key);
-  /// The interface that the next match of this key is on.
+  /// The interface of the match that this counter has just counted.
   Nimnet::IntfId interfaceOf(const Velo::Counter::VeloDpAclCounterKey& key);
 
   Core& core_;
@@ -52,7 +42,8 @@ class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
   std::vector<Kelp::String> mirrored_;
   Kelp::String dropReason_;
   bool insideCopy_ = false;
-  // How far the evaluation of a direction has come: interface times two, plus one behind the MAC list.
+  // By direction, how far the lists have been asked: the index of the interface times two, plus one when its
+  // MAC list has been asked.
   unsigned progress_[2] = {0, 0};
 };
 

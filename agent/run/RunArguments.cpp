@@ -14,35 +14,25 @@ RunArguments::RunArguments(CLI::App& app)
       "--port eth2=ens4 --patch eth1,eth2\nExit status: 0 ended by a signal, 1 a port or the socket could "
       "not be opened or "
       "the report not be written, 2 bad usage or\nconfiguration.");
-  command_->add_option("--config", configs_, "configuration text, the command line's; several are one")
-      ->required()
-      ->type_name("FILE...");
-  command_->add_option("--config-dir", configDir_, "every file in DIR is a further source of configuration")
-      ->type_name("DIR");
-  addTextLimits(*command_, limits_);
+  addConfigTexts(*command_, options_.configs, options_.configDir, options_.limits);
   command_->add_option("--port", ports_, "a port and the interface it is on, or tap:NAME; once a port")
       ->required()
       ->type_name("NAME=DEV")
       ->allow_extra_args(false);
-  command_->add_option("--patch", patches_, "join two ports or port-channels, both ways")
-      ->type_name("A,B")
-      ->allow_extra_args(false);
+  addPatches(*command_, patches_);
   command_->add_option("--bridge", bridges_, "join ports or port-channels by a bridge that learns addresses")
       ->type_name("A,B,...")
       ->allow_extra_args(false);
   command_
-      ->add_option("--control", control_,
+      ->add_option("--control", options_.control,
                    "listen here for velo show, apply and the others; the default of those is " +
                        std::string(defaultControlPath))
       ->type_name("SOCKET");
   command_
-      ->add_option("--state", state_,
+      ->add_option("--state", options_.state,
                    "keep counters, status and the ids of rules here; the next run goes on from them")
       ->type_name("FILE");
-  command_
-      ->add_option("--malformed", malformed_, "what becomes of malformed frames: drop or pass (default drop)")
-      ->check(CLI::IsMember({"drop", "pass"}))
-      ->type_name("POLICY");
+  addMalformed(*command_, options_.malformed);
   command_
       ->add_option(
           "--report", report_,
@@ -52,16 +42,10 @@ RunArguments::RunArguments(CLI::App& app)
 }
 
 RunOptions RunArguments::options() const {
-  RunOptions options;
-  options.configs = configs_;
-  options.configDir = configDir_;
-  options.limits = limits_;
-  options.control = control_;
-  options.state = state_;
+  RunOptions options = options_;
   options.ports = splitAll("--port", ports_, '=', "NAME=DEV");
   options.patches = splitAll("--patch", patches_, ',');
   for (const auto& bridge : bridges_) options.bridges.push_back(splitNames("--bridge", bridge));
-  options.malformed = malformed_ == "pass" ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop;
   options.report = report_ == "json"   ? FinalReport::json
                    : report_ == "text" ? FinalReport::text
                                        : FinalReport::none;

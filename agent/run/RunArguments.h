@@ -14,20 +14,18 @@ namespace Agent {
 /// The command line of `velo run`.
 class RunArguments {
  public:
-  /// Adds the command and its options; the object stays where it is until they are parsed.
+  /// Adds the command and its options. The object must live until they are parsed.
   explicit RunArguments(CLI::App& app);
 
   /// The command, to ask whether it was given.
   CLI::App& command() const { return *command_; }
-  /// What was asked for; call behind the parse. Throws CLI::ValidationError.
+  /// The options as they were given; call after parsing. Throws CLI::ValidationError.
   RunOptions options() const;
 
  private:
   CLI::App* const command_;
-  std::vector<std::string> configs_, ports_, patches_, bridges_;
-  std::string configDir_, control_, state_;
-  TextLimits limits_;
-  std::string malformed_ = "drop";
+  RunOptions options_;  // all but those that follow
+  std::vector<std::string> ports_, patches_, bridges_;
   std::string report_ = "none";
 };
 

@@ -32,12 +32,12 @@ Exit refused(Exit result, const std::string& text) {
 }  // namespace
 
 Exit runAgent(const RunOptions& options) {
-  // What the agent has open by itself and for its clients, and what a port takes.
+  // Descriptors that the agent needs for itself and its clients, and those that each port needs.
   constexpr size_t ofAgent = 64;
   constexpr size_t ofPort = 2;
-  // Reading texts and compiling lists can take minutes, and is to be ended as well.
+  // Reading texts and compiling lists can take minutes; a signal must be able to end that, too.
   unblock({SIGTERM, SIGINT});
-  descriptorsAreAllThatAreAllowed();
+  raiseDescriptorLimit();
   if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
     return refused(exitUnread, *wrong);
   return Run(options).run();
@@ -58,7 +58,8 @@ Exit Run::run() {
   loop_.run();
   tellServiceManager("STOPPING=1");
   ports_.drain();
-  // The control plane goes behind what is to be kept and told: it may have to wait for a thread.
+  // Everything is saved and reported before the control plane goes, because that may have to wait for a
+  // thread.
   state_.reset();
   const Exit result = report() ? exitDone : exitUnread;
   deadline_.doneIs(result);
@@ -67,9 +68,9 @@ Exit Run::run() {
 }
 
 std::optional<Exit> Run::prepare() {
-  // Lists are compiled beside the traffic, by a thread that may do nothing else.
+  // Lists are compiled beside the traffic, on a thread without any rights.
   withoutCapabilities([] { Acl::Workshop::singleton().threadIs(true, giveWay); });
-  // Until here a signal ends the process at once: there is nothing that is to be ended in order.
+  // A signal ends the process at once during this step, because nothing has to be closed in order yet.
   if (auto failed = configure()) return failed;
   signals_.emplace();
   loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { loop_.stop(); });
@@ -84,10 +85,7 @@ std::optional<Exit> Run::configure() {
     return exitUsage;
   }
   for (const auto& [name, device] : options_.ports) {
-    if (files_.sources().hasPortChannel(name)) {
-      return refused(exitUsage,
-                     fmt::format("{} is a port-channel: frames come in and leave by its members", name));
-    }
+    if (auto wrong = files_.sources().whyNoPort(name)) return refused(exitUsage, *wrong);
   }
   if (!options_.state.empty()) {
     std::string message;
@@ -105,13 +103,11 @@ std::optional<Exit> Run::publish() {
   const auto memory = [&successor](const std::string& source, const Config::List& list,
                                    const Config::Rule& rule) { return successor.idOf(source, list, rule); };
   if (auto conflict = putInForce(core_, files_.sources(), memory)) return refused(exitUsage, *conflict);
-  // The plugin starts with the whole configuration: what it does not find there is no longer true.
+  // The plugin starts with the whole configuration: it deletes published status that is not in there.
   if (auto wrong = core_.loadPlugin(options_.plugin)) return refused(exitUsage, *wrong);
   successor.countRules(core_);
   loop_.settle();
-  if (const auto missing = core_.inForce().unpublished()) {
-    return refused(exitUsage, fmt::format("{} was not published by the plugin", *missing));
-  }
+  if (const auto missing = core_.inForce().unpublished()) return refused(exitUsage, *missing);
   successor.countImplicitDrops(core_);
   while (!Acl::Workshop::singleton().idle()) loop_.turn(-1);
   return std::nullopt;
@@ -147,7 +143,7 @@ std::optional<std::string> Run::whyNoEnd(const std::vector<std::string>& names) 
 
 std::optional<Exit> Run::openPorts() {
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
-  // A later configuration may name more of them: `velo show ports` tells.
+  // A later configuration may name more such ports; `velo show ports` lists them.
   for (const auto& [id, port] : forwarder_.ports()) {
     if (!port->sink) complain(fmt::format("{} has no --port: what leaves there is lost", id.name()));
   }
@@ -158,7 +154,7 @@ std::optional<Exit> Run::openPorts() {
 }
 
 std::optional<Exit> Run::openControl() {
-  // Threads of the state and the control plane have no more rights than the agent has now.
+  // Made last: threads that are started from here have no more rights than the agent has now.
   if (stateFile_) state_ = std::make_unique<StateKeeper>(core_, std::move(stateFile_));
   control_ = std::make_unique<ControlPlane>(core_, forwarder_, loop_, std::move(files_),
                                             ControlOptions{.socket = options_.control,
@@ -175,12 +171,7 @@ std::optional<Exit> Run::openControl() {
 
 bool Run::report() const {
   if (options_.report == FinalReport::none) return true;
-  Report report = makeReport(core_, forwarder_);
-  const LivePorts::Totals& totals = ports_.totals();
-  report.frames = totals.frames;
-  report.bytes = totals.bytes;
-  report.passed = totals.passed;
-  report.dropped = totals.dropped;
+  const Report report = makeReport(core_, forwarder_, ports_.totals());
   return print(options_.report == FinalReport::json ? reportJson(report, core_.inForce().status())
                                                     : reportText(report, isatty(STDOUT_FILENO) != 0));
 }

@@ -1,5 +1,5 @@
 #include <agent/core/Words.h>
-#include <agent/show/ListReport.h>
+#include <agent/show/ListJson.h>
 
 namespace Agent {
 
@@ -11,15 +11,19 @@ Json bindingsJson(const ListReport& list) {
   Json all = Json::array();
   for (const auto& binding : list.bindings) {
     Json one = {{"interface", binding.interface}, {"direction", Acl::stringValue(binding.direction)}};
-    one["source"] = binding.sources.empty() ? Json(nullptr) : Json(binding.sources.front());
-    one["overridden"] = Json::array();
-    for (size_t i = 1; i < binding.sources.size(); ++i) one["overridden"].push_back(binding.sources[i]);
+    addSources(one, binding.sources);
     all.push_back(std::move(one));
   }
   return all;
 }
 
 }  // namespace
+
+void addSources(Json& document, const std::vector<std::string>& sources) {
+  document["source"] = sources.empty() ? Json(nullptr) : Json(sources.front());
+  Json& overridden = document["overridden"] = Json::array();
+  for (size_t i = 1; i < sources.size(); ++i) overridden.push_back(sources[i]);
+}
 
 Json matchesJson(const MatchCount& count) { return {{"in", count.in}, {"out", count.out}}; }
 
@@ -36,16 +40,13 @@ Json ruleJson(const RuleReport& rule) {
 }
 
 Json headJson(const ListReport& list) {
-  Json overridden = Json::array();
-  for (size_t i = 1; i < list.sources.size(); ++i) overridden.push_back(list.sources[i]);
   Json implicit = nullptr;
   if (list.implicitDrop) {
     implicit = {{"matches", matchesJson(*list.implicitDrop)},
                 {"lastMatch", lastMatchJson(*list.implicitDrop)}};
   }
   Json head = listWords(list.type, list.name);
-  head["source"] = list.sources.empty() ? Json(nullptr) : Json(list.sources.front());
-  head["overridden"] = std::move(overridden);
+  addSources(head, list.sources);
   head["bindings"] = bindingsJson(list);
   head["implicitDrop"] = std::move(implicit);
   if (!list.remarks.empty()) head["remarks"] = list.remarks;

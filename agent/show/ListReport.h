@@ -2,7 +2,6 @@
 
 #include <agent/core/Core.h>
 #include <agent/show/ZeroLine.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -29,30 +28,31 @@ struct BindingReport {
   std::vector<std::string> sources{};  ///< the one in force first
 };
 
-/// A list with its rules in the order of trial. A list that is only bound has no rules and no source.
+/// A list with its rules, in the order in which they are tried. A list that is bound but not defined has
+/// neither rules nor sources.
 struct ListReport {
   Acl::AclType type = Acl::AclType::ip;
   std::string name;
-  std::vector<std::string> sources;  ///< the one in force first; empty: bound, but not defined
+  std::vector<std::string> sources;  ///< the one in force first; empty: not defined
   std::vector<BindingReport> bindings;
   std::vector<RuleReport> rules;
-  std::optional<MatchCount> implicitDrop;  ///< nothing as long as the dataplane has no id for it
-  std::vector<std::string> remarks{};      ///< typed behind the last rule
+  std::optional<MatchCount> implicitDrop;  ///< nothing while the packet path has no id for it
+  std::vector<std::string> remarks{};      ///< those behind the last rule
 };
 
-/// Whether a list of a name, of any kind, is in force.
+/// Whether a list with this name, of any type, is in force.
 bool isDefined(const Core& core, const Kelp::String& name);
 
-/// Whether a list of a kind has a rule.
+/// Whether a list of this type has a rule with this id.
 bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id);
 
-/// Reads lists as they are now: what is in force and where it is bound out of the merged configuration, the
-/// matches out of the counters, what lies below a zero line left out. Bindings are those there were when the
-/// reader was made. `core` and `zero` outlive it; `zero` may be null.
+/// Reads lists as they are now: rules and bindings from the merged configuration, matches from the counters.
+/// Matches below the zero line are left out, if there is one. Bindings are read once, when the reader is
+/// made. `core` and `zero` outlive it; `zero` may be null.
 class ListReader {
  public:
   using Key = std::pair<Acl::AclType, Kelp::String>;
-  /// The remarks that a source has behind the last rule of a list.
+  /// Asked for the remarks that stand behind the last rule of a list in a source.
   using Remarks = std::function<std::vector<std::string>(const std::string& source, const Key& list)>;
 
   explicit ListReader(const Core& core, const ZeroLine* zero = nullptr, Remarks remarks = {});
@@ -64,10 +64,11 @@ class ListReader {
 
   /// A list without its rules.
   ListReport head(const Key& key) const;
-  /// The ids of its rules in the order of trial, and one of them; nothing when it has gone since.
+  /// The ids of the rules of a list, in the order in which they are tried.
   std::vector<Kiv::UniqueId> ruleIds(const Key& key) const;
+  /// One of these rules; nothing when it has been deleted since.
   std::optional<RuleReport> rule(const Key& key, const Kiv::UniqueId& id) const;
-  /// All of it at once.
+  /// A list with all its rules.
   ListReport list(const Key& key) const;
 
  private:
@@ -81,20 +82,11 @@ class ListReader {
   const ZeroLine* const zero_;
   const Remarks remarks_;
   const std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters_;
-  /// By list, looked for once: walking all of them for each of many lists takes seconds.
+  /// By list. To walk all bindings again for each of many lists would take seconds.
   const std::map<Key, std::vector<BindingReport>> bindings_;
 };
 
-// The documents, as docs/replay.md describes them.
-nlohmann::ordered_json ruleJson(const RuleReport& rule);
-/// Without the rules.
-nlohmann::ordered_json headJson(const ListReport& list);
-nlohmann::ordered_json listJson(const ListReport& list);
-nlohmann::ordered_json undefinedJson(const ListReport& list);
-nlohmann::ordered_json matchesJson(const MatchCount& count);
-nlohmann::ordered_json lastMatchJson(const MatchCount& count);
-
-/// What a rule's mirror session got of its matches.
+/// How many of its matches a rule has given to its mirror session; nothing when it names none.
 std::optional<uint64_t> mirroredOf(const Acl::RuleConfig& rule, const MatchCount& met);
 
 }  // namespace Agent

@@ -11,7 +11,8 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// Lines of at most `width` octets, broken at blanks where there are any; all but the first are indented.
+/// Breaks a text into lines of at most `width` octets, at blanks if there are any. All lines but the first
+/// are indented.
 std::vector<std::string> wrapped(std::string_view text, size_t width) {
   std::vector<std::string> lines;
   std::string indent;
@@ -40,7 +41,7 @@ uint64_t matchesOf(const Json& counted, const char* direction) {
   return counted.at("matches").at(direction).get<uint64_t>();
 }
 
-/// Lists one below the other, with columns of the same width in all of them.
+/// Writes lists one below the other, with columns of the same width in all of them.
 class ListsText {
  public:
   ListsText(const Json& lists, const TextStyle& how) : style_(how.colour), now_(how.now) {
@@ -89,8 +90,8 @@ class ListsText {
   }
 
   void addUndefined(const Json& list) {
-    text_ += fmt::format("{}{} is bound ({}) but not defined: everything passes it{}\n", style_.red,
-                         listTitle(list), bindingsText(list), style_.off);
+    text_ += fmt::format("{}{} is bound ({}) but {}{}\n", style_.red, listTitle(list), bindingsText(list),
+                         notDefined, style_.off);
   }
 
   std::string takeText() { return std::move(text_); }

@@ -1,5 +1,6 @@
 #include <agent/core/Document.h>
 #include <agent/show/Documents.h>
+#include <agent/show/ListJson.h>
 
 #include <deque>
 
@@ -9,8 +10,8 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// The lists of a kind and name one after the other, each as it is when its turn comes: what has gone by then
-/// is left out.
+/// The lists one after the other, each as it is when its turn comes. Lists and rules that are deleted
+/// meanwhile are left out.
 class ListsDocument final : public Document {
  public:
   ListsDocument(const World& world, const std::string& name)
@@ -26,7 +27,7 @@ class ListsDocument final : public Document {
   bool next(std::string& text) override {
     const size_t start = text.size();
     if (!begun_) {
-      text += openObject({{"cleared", world_.zero.cleared() ? Json(*world_.zero.cleared()) : Json(nullptr)}});
+      text += openObject({{"cleared", clearedJson(world_.zero)}});
       text += "\"lists\":[";
       begun_ = true;
     }
@@ -83,7 +84,7 @@ class ListsDocument final : public Document {
   bool begun_ = false;
   Elements lists_;
 
-  // Of the list that is being written.
+  // The list that is being written.
   bool inList_ = false;
   ListReader::Key key_;
   Elements rules_;
@@ -93,8 +94,8 @@ class ListsDocument final : public Document {
 
 }  // namespace
 
-std::unique_ptr<Document> listsDocument(const World& world, const std::string& argument) {
-  return std::make_unique<ListsDocument>(world, argument);
+std::unique_ptr<Document> listsDocument(const World& world, const ShowOptions& options) {
+  return std::make_unique<ListsDocument>(world, options.list);
 }
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #include <Zeb/LogHandle.h>
 #include <agent/core/Core.h>
+#include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/show/LogMessages.h>
 
@@ -40,7 +41,7 @@ Exit logMessages(const std::string& plugin, bool json) {
     complain(*wrong);
     return exitUsage;
   }
-  return print(json ? messagesJson().dump(2) + "\n" : messagesText(messagesJson())) ? exitDone : exitUnread;
+  return print(json ? linesOf(messagesJson()) : messagesText(messagesJson())) ? exitDone : exitUnread;
 }
 
 }  // namespace Agent

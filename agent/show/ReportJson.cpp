@@ -1,3 +1,4 @@
+#include <agent/show/ListJson.h>
 #include <agent/show/Report.h>
 
 namespace Agent {
@@ -5,10 +6,11 @@ namespace Agent {
 using Json = nlohmann::ordered_json;
 
 Json reportDocument(const Report& report, const Kelp::Ptr<const Acl::StatusDp>& status) {
-  Json document = {{"frames", report.frames},
-                   {"bytes", report.bytes},
-                   {"passed", report.passed},
-                   {"dropped", report.dropped}};
+  const FrameTotals& totals = report.totals;
+  Json document = {{"frames", totals.frames},
+                   {"bytes", totals.bytes},
+                   {"passed", totals.passed},
+                   {"dropped", totals.dropped}};
   document["lists"] = Json::array();
   for (const auto& list : report.lists) document["lists"].push_back(listJson(list));
   document["undefined"] = Json::array();
@@ -21,7 +23,7 @@ Json reportDocument(const Report& report, const Kelp::Ptr<const Acl::StatusDp>& 
 }
 
 std::string reportJson(const Report& report, const Kelp::Ptr<const Acl::StatusDp>& status) {
-  return reportDocument(report, status).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return linesOf(reportDocument(report, status));
 }
 
 }  // namespace Agent

@@ -12,8 +12,9 @@ std::string reportText(const Report& report, bool colour) {
   if (!report.undefined.empty()) text += "\n";
   if (!report.drops.empty()) text += dropsText(document.at("drops"), how) + "\n";
   text += portsText(document.at("ports"), how);
-  text += fmt::format("\n{}{} frames, {} bytes: {} passed, {} dropped{}\n", style.bold, report.frames,
-                      report.bytes, report.passed, report.dropped, style.off);
+  const FrameTotals& totals = report.totals;
+  text += fmt::format("\n{}{} frames, {} bytes: {} passed, {} dropped{}\n", style.bold, totals.frames,
+                      totals.bytes, totals.passed, totals.dropped, style.off);
   return text;
 }
 

@@ -10,32 +10,35 @@
 
 namespace Agent {
 
-/// One thing that `velo show` shows: how its document is made, in the agent, and how it reads, in the program
-/// that asked. A further one is a row of the table in Shows.cpp with its two functions.
+/// One thing that `velo show` shows: how the agent makes its document, and how the program that asked for it
+/// turns the document into text.
+///
+/// The rows stand with their functions in ListShows.cpp, StatusShows.cpp and AgentShows.cpp, by what they are
+/// about. A further show is a row there. A further option of `velo show` is a member of ShowOptions.
 struct Show {
   std::string_view name;
   std::string_view argument;  ///< for the help, as "[NAME]"; empty: takes none
   std::string_view help;
-  std::unique_ptr<Document> (*document)(const World& world, const std::string& argument);
+  std::unique_ptr<Document> (*document)(const World& world, const ShowOptions& options);
   std::string (*text)(const nlohmann::ordered_json& document, const TextStyle& style);
 };
 
+/// All of them, in the order in which the help lists them.
 std::span<const Show> shows();
 /// Null for a name that is none.
 const Show* showOf(std::string_view name);
 
-// How the documents read (ShowText.cpp).
-namespace ShowText {
-std::string accessLists(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string interfaces(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string status(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string counters(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string drops(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string capabilities(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string ports(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string tasks(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string logMessages(const nlohmann::ordered_json& document, const TextStyle& style);
-std::string trace(const nlohmann::ordered_json& document, const TextStyle& style);
-}  // namespace ShowText
+// The rows of each file.
+std::span<const Show> listShows();
+std::span<const Show> statusShows();
+std::span<const Show> agentShows();
+
+/// Makes a row's `document` out of a function that gives the whole document at once. The function must call
+/// Refusable::check() for each element of anything that can be long: when memory has run out, even to free a
+/// long document may fail.
+template <nlohmann::ordered_json (*make)(const World& world)>
+std::unique_ptr<Document> whole(const World& world, const ShowOptions&) {
+  return wholeDocument(make(world));
+}
 
 }  // namespace Agent

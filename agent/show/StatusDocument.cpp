@@ -11,7 +11,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// The published status, list by list; what is gone when its turn comes is left out.
+/// The published status, list by list. A list that is deleted before its turn comes is left out.
 class StatusDocument final : public Document {
  public:
   explicit StatusDocument(const World& world) : world_(world), status_(world.core.inForce().status()) {
@@ -99,7 +99,7 @@ class StatusDocument final : public Document {
   bool begun_ = false;
   Elements all_, lists_, rules_;
 
-  // Where it stands; the maps live as long as their owners, which are held.
+  // How far it is. The iterators point into maps of entities that are held here, so that the maps stay.
   Kelp::Ptr<const Acl::AclTypeStatus> type_;
   std::optional<ListMap::Iterator> list_;
   Kelp::Ptr<const Acl::AclStatus> owner_;
@@ -116,11 +116,11 @@ class CountersDocument final : public Document {
   bool next(std::string& text) override {
     const size_t start = text.size();
     if (!begun_) {
-      text += openObject({{"cleared", world_.zero.cleared() ? Json(*world_.zero.cleared()) : Json(nullptr)}});
+      text += openObject({{"cleared", clearedJson(world_.zero)}});
       text += "\"counters\":[";
       begun_ = true;
     }
-    // Counters of other lists cost their time, too.
+    // Counters of other lists are passed over, which takes time as well.
     for (size_t visited = 0; hasRoom(text, start) && visited < mostVisited; ++visited) {
       if (at_ && *at_) {
         add(text);
@@ -167,12 +167,12 @@ class CountersDocument final : public Document {
 
 }  // namespace
 
-std::unique_ptr<Document> statusDocument(const World& world, const std::string&) {
+std::unique_ptr<Document> statusDocument(const World& world, const ShowOptions&) {
   return std::make_unique<StatusDocument>(world);
 }
 
-std::unique_ptr<Document> countersDocument(const World& world, const std::string& argument) {
-  return std::make_unique<CountersDocument>(world, argument);
+std::unique_ptr<Document> countersDocument(const World& world, const ShowOptions& options) {
+  return std::make_unique<CountersDocument>(world, options.list);
 }
 
 }  // namespace Agent

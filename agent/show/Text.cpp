@@ -1,3 +1,4 @@
+#include <agent/core/Document.h>
 #include <agent/show/Style.h>
 #include <agent/show/Text.h>
 #include <fmt/format.h>
@@ -23,7 +24,7 @@ std::string utcText(double seconds) {
   return fmt::format("{}.{:06d}", text, micros - static_cast<int64_t>(stamp) * million);
 }
 
-/// Two numbers at most: "3 d 4 h ago".
+/// A time span with at most two numbers: "3 d 4 h ago".
 std::string agoText(double seconds) {
   const auto whole = static_cast<int64_t>(std::max(0.0, seconds));
   if (whole < 60) return fmt::format("{} s ago", whole);
@@ -36,10 +37,6 @@ std::string agoText(double seconds) {
 
 std::string timeText(double seconds, const std::optional<double>& now) {
   return now ? agoText(*now - seconds) : utcText(seconds);
-}
-
-std::string countText(uint64_t count, std::string_view one) {
-  return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
 }
 
 std::string tableText(const std::vector<std::vector<std::string>>& lines, const std::vector<bool>& numbers,
@@ -62,6 +59,17 @@ std::string tableText(const std::vector<std::vector<std::string>>& lines, const 
     text += fmt::format("{}{}{}\n", heading ? style.bold : "", shown, heading ? style.off : "");
   }
   return text;
+}
+
+std::string clearedLine(const Json& document, const TextStyle& style) {
+  const Json& cleared = document.at("cleared");
+  if (cleared.is_null()) return "";
+  return fmt::format("counted since the counters were cleared, {}\n\n",
+                     timeText(cleared.get<double>(), style.now));
+}
+
+std::string valueText(const Json& value) {
+  return value.is_string() ? value.get<std::string>() : lineOf(value);
 }
 
 std::string dropsText(const Json& drops, const TextStyle& style) {

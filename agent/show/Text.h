@@ -8,31 +8,35 @@
 #include <string_view>
 #include <vector>
 
-/// Documents for people. Every function takes a document, or the member of it that is named, and returns
-/// whole lines.
+// Documents as text for people. Each function takes a document, or a member of one, and returns whole lines.
+
 namespace Agent {
 
-/// How a text is to look.
+/// How a text should look.
 struct TextStyle {
   bool colour = false;
-  /// Seconds since the epoch: times are shown as how long ago they were. Nothing: they are shown in UTC.
+  /// The present time in seconds since the epoch: times are shown as how long ago they were. Nothing: times
+  /// are shown in UTC.
   std::optional<double> now{};
 };
 
-/// Members `lists` and `undefined`: the lists in the shape in which they are typed, with their counts.
+/// Takes a document with the members `lists` and `undefined`: lists as they are typed, with their counts.
 std::string listsText(const nlohmann::ordered_json& document, const TextStyle& style);
-/// Member `drops`; no line when nothing was counted.
+/// Takes the member `drops`; no line when nothing was counted.
 std::string dropsText(const nlohmann::ordered_json& drops, const TextStyle& style);
-/// Member `ports`.
+/// Takes the member `ports`.
 std::string portsText(const nlohmann::ordered_json& ports, const TextStyle& style);
 
-/// Lines of cells below each other, each column as wide as its widest cell. `numbers` tells which columns
-/// stand to the right; the first line is the heading.
+/// Takes a document with the member `cleared`: a line that says since when counts are, and an empty line;
+/// nothing when the counters were never cleared.
+std::string clearedLine(const nlohmann::ordered_json& document, const TextStyle& style);
+/// A text as it is; any other value as it is written in JSON.
+std::string valueText(const nlohmann::ordered_json& value);
+
+/// A table: lines of cells, each column as wide as its widest cell. The first line is the heading. `numbers`
+/// says which columns are aligned to the right.
 std::string tableText(const std::vector<std::vector<std::string>>& lines, const std::vector<bool>& numbers,
                       bool colour);
-
-/// "1 rule", "2 rules".
-std::string countText(uint64_t count, std::string_view one);
 
 /// A time in seconds since the epoch, to the microsecond in UTC, or "12 s ago".
 std::string timeText(double seconds, const std::optional<double>& now);

@@ -50,8 +50,9 @@ TEST(SourcesOfConfiguration, TheFirstThatDefinesAnInterfaceDoes) {
        }) {
     const Sources sources = sourcesOf(row.commandLine, {{"a", row.a}, {"b", row.b}});
     EXPECT_EQ(sources.interfaces().portChannels.at("po1"), row.members) << row.why;
-    EXPECT_TRUE(sources.hasPortChannel("po1")) << row.why;
-    EXPECT_FALSE(sources.hasPortChannel("eth1")) << row.why;
+    EXPECT_EQ(sources.whyNoPort("po1"), "po1 is a port-channel: frames come in and leave by its members")
+        << row.why;
+    EXPECT_EQ(sources.whyNoPort("eth1"), std::nullopt) << row.why;
     EXPECT_EQ(sources.whyNot(), std::nullopt) << row.why;
   }
   EXPECT_EQ(sourcesOf("mirror session S destination eth1\n", {{"a", "mirror session S destination eth2\n"}})

@@ -51,9 +51,10 @@ TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
   EXPECT_EQ(core.inForce().unpublished(), std::nullopt);
   const auto lists = core.mountedStatus()->status(Acl::AclType::ip);
   lists->intfDel(Acl::AclDirection::in);
-  EXPECT_EQ(core.inForce().unpublished(), "ip access-group A of eth1 in");
+  EXPECT_EQ(core.inForce().unpublished(),
+            "interface eth1: ip access-group A in was not published by the plugin");
   lists->aclDel("A");
-  EXPECT_EQ(core.inForce().unpublished(), "ip access-list A");
+  EXPECT_EQ(core.inForce().unpublished(), "ip access-list A was not published by the plugin");
 
   ASSERT_FALSE(core.unloadPlugin());
   EXPECT_TRUE(knowsNothing(core.inForce())) << "it has gone";

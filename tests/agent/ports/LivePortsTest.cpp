@@ -16,9 +16,7 @@ using Agent::Offload;
 class FakePort final : public Agent::LivePort {
  public:
   using LivePort::LivePort;
-  std::optional<std::string> linkIs(const Agent::Link&) override { return std::nullopt; }
-  void linkDel() override {}
-  int fd() const override { return -1; }
+  std::optional<std::string> attach(const Agent::Link&) override { return std::nullopt; }
   bool receive(Agent::FrameReceiver& to) override {
     for (size_t i = 0; i < burst && !waiting.empty(); ++i) {
       held.push_back(waiting.front());

@@ -189,7 +189,7 @@ void descriptorsAre(rlim_t soft, rlim_t hard) {
 [[noreturn]] void askForAllThatAreAllowed() {
   descriptorsAre(20, 60);
   if (!Agent::whyNoDescriptors(40)) std::exit(2);  // asking changes nothing
-  Agent::descriptorsAreAllThatAreAllowed();
+  Agent::raiseDescriptorLimit();
   std::exit(Agent::whyNoDescriptors(40) ? 1 : 0);
 }
 

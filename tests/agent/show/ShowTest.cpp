@@ -98,11 +98,11 @@ TEST_F(ShowTest, TheStatusReadsAsATable) {
 }
 
 TEST_F(ShowTest, APortWithoutADeviceIsTold) {
-  const std::string shown = Agent::ShowText::ports(Json::parse(R"({"cleared":null,"ports":{
+  const std::string shown = Agent::showOf("ports")->text(Json::parse(R"({"cleared":null,"ports":{
         "eth1":{"received":1,"sent":2,"dropped":{"in":0,"out":0},"mirrored":0,"live":{"device":"ens1",
           "present":true,"up":true,"wrong":null,"received":{"frames":1},"sent":{"frames":2},"lost":{}}},
         "eth9":{"received":0,"sent":3,"dropped":{"in":0,"out":0},"mirrored":3}}})"),
-                                                   {});
+                                                         {});
   EXPECT_THAT(shown, HasSubstr("eth1  ens1    up            1           2  nothing\n"
                                "eth9 has no device: what leaves there is lost\n"));
 }
@@ -130,7 +130,7 @@ TEST_F(ShowTest, InterfacesTellWhereListsComeFrom) {
   EXPECT_EQ(eth1.at(0).at("overridden"), Json({"branch.acl"}));
   EXPECT_EQ(document.at("interfaces").at("eth5").at("bindings").at(0).at("source"), "branch.acl");
   EXPECT_EQ(document.at("interfaces").at("eth3").at("portChannel"), "po1");
-  EXPECT_THAT(text("interfaces"), HasSubstr("MISSING (not defined: everything passes)"));
+  EXPECT_THAT(text("interfaces"), HasSubstr("MISSING (not defined: everything passes it)"));
 }
 
 TEST_F(ShowTest, AListThatGoesWhileItIsShownLeavesWholeJson) {

@@ -1,0 +1,72 @@
+#include <agent/change/ConfigFiles.h>
+#include <agent/change/Difference.h>
+#include <agent/control/Command.h>
+#include <agent/control/ControlClient.h>
+#include <agent/control/Operations.h>
+#include <agent/core/Document.h>
+#include <agent/core/Words.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+namespace {
+
+class ApplyCommand final : public Command {
+ public:
+  explicit ApplyCommand(CLI::App& root)
+      : Command(root, "apply",
+                "Replace the command line's configuration of a running agent, whole or not at all.") {
+    app()
+        .add_option("files", files_, "configuration texts; several are one")
+        ->required()
+        ->type_name("FILE...");
+    app().add_flag("--dry-run", dryRun_, "only tell what would change");
+    addControl();
+  }
+
+  Exit run(const std::string&) const override {
+    std::vector<std::string> wrong;
+    const auto sources = read(wrong);
+    // Mistakes are told here, before the agent is bothered with them.
+    if (wrong.empty()) wrong = textsOf(Config::read(sources, {}, mostMistakes).mistakes);
+    tellMistakes(wrong);
+    if (!wrong.empty()) return exitUsage;
+
+    Exit exit = exitDone;
+    ControlClient agent;
+    if (!connected(agent, control(), &exit)) return exit;
+    for (const auto& source : sources) {
+      for (const auto& request : textRequests(source.name, source.text)) {
+        if (!documentOf(agent, request, &exit)) return exit;
+      }
+    }
+    const auto document = documentOf(agent, {{"do", "apply"}, {"dryRun", dryRun_}}, &exit);
+    if (!document) return exit;
+    if (json()) return print(linesOf(*document));
+    return print(differenceText(document->at("difference"), isatty(STDOUT_FILENO) != 0) +
+                 (dryRun_ ? "(nothing was applied)\n" : ""));
+  }
+
+ private:
+  std::vector<Config::Source> read(std::vector<std::string>& wrong) const {
+    std::vector<Config::Source> sources;
+    // The agent would not hold more.
+    TextReader reader({Operations::mostText, Operations::mostText});
+    for (const std::string& path : files_) {
+      if (auto file = reader.read(path, TextReader::Named::byUser, wrong))
+        sources.push_back({path, std::move(file->text)});
+    }
+    return sources;
+  }
+
+  std::vector<std::string> files_;
+  bool dryRun_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> applyCommand(CLI::App& app) { return std::make_unique<ApplyCommand>(app); }
+
+}  // namespace Agent

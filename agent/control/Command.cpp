@@ -1,0 +1,44 @@
+#include <agent/control/Command.h>
+#include <agent/control/ControlClient.h>
+#include <agent/control/ControlPlane.h>
+#include <agent/core/Output.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+namespace {
+
+constexpr const char* exitText =
+    "\nExit status: 0 done, 1 the agent could not be asked, 2 bad usage or configuration, or the agent "
+    "refused.";
+
+}  // namespace
+
+Command::Command(CLI::App& app, const char* name, const char* help, const std::string& footer)
+    : app_(app.add_subcommand(name, help)), control_(defaultControlPath) {
+  app_->footer(footer + exitText);
+  app_->add_flag("--json", json_, "one JSON document instead of text");
+}
+
+bool Command::parsed() const { return app_->parsed(); }
+
+void Command::addControl() {
+  app_->add_option(
+          "--control", control_,
+          fmt::format("the socket of the agent (default {}; environment: VELO_CONTROL)", defaultControlPath))
+      ->type_name("SOCKET")
+      ->envname("VELO_CONTROL");
+}
+
+std::optional<nlohmann::ordered_json> Command::ask(const nlohmann::ordered_json& request, Exit* exit) const {
+  ControlClient agent;
+  if (!connected(agent, control_, exit)) return std::nullopt;
+  return documentOf(agent, request, exit);
+}
+
+Exit Command::print(const std::string& text, Exit otherwise) {
+  return Agent::print(text) ? otherwise : exitUnread;
+}
+
+}  // namespace Agent

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <agent/core/Exit.h>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace Agent {
+
+/// One of the commands by which an agent is operated: what it takes on the command line, and what it does.
+class Command {
+ public:
+  Command(const Command&) = delete;
+  Command& operator=(const Command&) = delete;
+  virtual ~Command() = default;
+
+  /// Whether it is the command that was given.
+  bool parsed() const;
+  /// Carries it out, once the command line is parsed. Results go to standard output, complaints to standard
+  /// error. `plugin` is the library for work without an agent.
+  virtual Exit run(const std::string& plugin) const = 0;
+
+ protected:
+  /// Adds the command, with `--json`. `footer` stands in the help before the meaning of the exit status.
+  Command(CLI::App& app, const char* name, const char* help, const std::string& footer = {});
+
+  /// Adds `--control`: the agent to speak to.
+  void addControl();
+
+  CLI::App& app() const { return *app_; }
+  bool json() const { return json_; }
+  const std::string& control() const { return control_; }
+
+  /// One request to the agent, and the document of its answer. Otherwise, after a complaint, nothing and the
+  /// exit status.
+  std::optional<nlohmann::ordered_json> ask(const nlohmann::ordered_json& request, Exit* exit) const;
+  /// Prints a result. `otherwise` is the exit status when that was possible.
+  static Exit print(const std::string& text, Exit otherwise = exitDone);
+
+ private:
+  CLI::App* const app_;
+  bool json_ = false;
+  std::string control_;
+};
+
+// The commands, each in a file of its name.
+std::unique_ptr<Command> showCommand(CLI::App& app);
+std::unique_ptr<Command> applyCommand(CLI::App& app);
+std::unique_ptr<Command> checkCommand(CLI::App& app);
+std::unique_ptr<Command> explainCommand(CLI::App& app);
+std::unique_ptr<Command> clearCommand(CLI::App& app);
+std::unique_ptr<Command> traceCommand(CLI::App& app);
+
+}  // namespace Agent

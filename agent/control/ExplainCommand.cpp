@@ -1,0 +1,73 @@
+#include <agent/control/Command.h>
+#include <agent/control/OffLine.h>
+#include <agent/core/Arguments.h>
+#include <agent/core/Document.h>
+#include <agent/core/Output.h>
+#include <agent/explain/Explain.h>
+#include <agent/explain/FrameArgument.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+namespace {
+
+constexpr const char* frameHelp =
+    "FRAME is FILE.pcap[:N] (the Nth frame of a capture), the octets in hexadecimal, or a text such as\n"
+    "  \"tcp 192.0.2.1:1234 > 198.51.100.7:443 ack vlan 5 ttl 64\"\n"
+    "  \"icmpv6 2001:db8::1 > 2001:db8::2 packet-too-big\"    \"udp [2001:db8::1]:53 > "
+    "[2001:db8::2]:1024\"\n"
+    "  \"ip 192.0.2.1 > 198.51.100.7 protocol gre dscp ef\"   \"arp 192.0.2.1 > 192.0.2.2 from "
+    "02:00:5e:00:00:01\"\n"
+    "Nothing is counted. With --config no agent is asked.\n";
+
+class ExplainCommand final : public Command {
+ public:
+  explicit ExplainCommand(CLI::App& root)
+      : Command(root, "explain", "Tell which lists and rules a frame meets, and why.", frameHelp) {
+    app().add_option("--port", port_, "where the frame comes in")->required()->type_name("NAME");
+    app().add_option("--in", frame_, "the frame")->required()->type_name("FRAME");
+    app().add_option("--config", files_, "explain by these configuration texts")->type_name("FILE...");
+    app().add_option("--config-dir", dir_, "and by every file in DIR")->type_name("DIR");
+    addTextLimits(app(), limits_);
+    app().add_option("--out", out_, "with --config: where it would leave")->type_name("NAME");
+    addControl();
+  }
+
+  Exit run(const std::string& plugin) const override {
+    std::string wrong;
+    const auto frame = readFrameArgument(frame_, &wrong);
+    if (!frame) {
+      complain("--in: " + wrong);
+      return exitUsage;
+    }
+    const bool byAgent = files_.empty() && dir_.empty();
+    if (byAgent && !out_.empty()) {
+      complain("--out is for --config: a running agent knows where the frame would leave");
+      return exitUsage;
+    }
+    Exit exit = exitDone;
+    const auto document = byAgent
+                              ? ask(requestFor(*frame), &exit)
+                              : explainOffLine({files_, dir_, plugin, port_, out_, limits_}, *frame, &exit);
+    if (!document) return exit;
+    return print(json() ? linesOf(*document) : explainText(*document, isatty(STDOUT_FILENO) != 0));
+  }
+
+ private:
+  nlohmann::ordered_json requestFor(const Frame& frame) const {
+    return {
+        {"do", "explain"}, {"port", port_}, {"frame", hexOf(frame.octets)}, {"wireLength", frame.wireLength}};
+  }
+
+  std::string port_, frame_, out_, dir_;
+  std::vector<std::string> files_;
+  TextLimits limits_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> explainCommand(CLI::App& app) { return std::make_unique<ExplainCommand>(app); }
+
+}  // namespace Agent

@@ -1,0 +1,120 @@
+// Shows of what the packet path publishes and counts.
+#include <agent/core/Words.h>
+#include <agent/show/Shows.h>
+#include <agent/show/Style.h>
+
+#include <map>
+#include <set>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char* noStatus = "the plugin publishes no status\n";
+
+std::string sourceLine(const Json& source, const TextStyle& style) {
+  const auto counted = [&source](const char* member, std::string_view one) {
+    return countText(source.at(member).get<uint64_t>(), one);
+  };
+  std::string line =
+      fmt::format("{:<20} {}, {}, {}", source.at("name").get<std::string>(), counted("lists", "list"),
+                  counted("rules", "rule"), counted("bindings", "binding"));
+  if (source.at("applied").is_number())
+    line += fmt::format(", applied {}", timeText(source.at("applied").get<double>(), style.now));
+  return line + "\n";
+}
+
+/// The sources of configuration, and the texts that are not in force.
+std::string configurationText(const Json& configuration, const TextStyle& style) {
+  const Style how(style.colour);
+  std::string text;
+  for (const Json& source : configuration.at("sources")) text += sourceLine(source, style);
+  for (const Json& bad : configuration.at("bad")) {
+    text +=
+        fmt::format("{}{}: not in force, {}{}\n", how.red, bad.at("name").get<std::string>(),
+                    bad.at("kept").get<bool>() ? "its last good text is" : "and nothing of it is", how.off);
+    for (const Json& mistake : bad.at("mistakes")) text += fmt::format("   {}\n", mistake.get<std::string>());
+  }
+  return text + "\n";
+}
+
+/// A line for each published list, with the places where it is bound.
+std::string publishedText(const Json& status, const TextStyle& style) {
+  std::vector<std::vector<std::string>> lines = {{"type", "list", "rules", "packets", "bound"}};
+  for (const auto& [type, lists] : status.at("status").items()) {
+    std::map<std::string, std::set<std::string>> bound;
+    for (const auto& [direction, bindings] : lists.at("intf").items()) {
+      for (const auto& [interface, list] : bindings.at("intf").items())
+        bound[list.get<std::string>()].insert(fmt::format("{} {}", interface, direction));
+    }
+    for (const auto& [name, list] : lists.at("acl").items()) {
+      uint64_t packets = 0;
+      for (const char* rules : {"ruleStatus", "implicitRuleStatus"}) {
+        for (const auto& [id, rule] : list.at(rules).items()) packets += rule.at("packets").get<uint64_t>();
+      }
+      const auto& places = bound[name];
+      lines.push_back({type, name, std::to_string(list.at("ruleStatus").size()), std::to_string(packets),
+                       places.empty() ? "nowhere" : fmt::format("{}", fmt::join(places, ", "))});
+    }
+  }
+  return tableText(lines, {false, false, true, true, false}, style.colour);
+}
+
+std::string statusText(const Json& document, const TextStyle& style) {
+  std::string text;
+  if (style.now)
+    text += fmt::format("started {}\n\n", timeText(document.at("started").get<double>(), style.now));
+  if (const Json& configuration = document.at("configuration"); !configuration.is_null())
+    text += configurationText(configuration, style);
+  const Json& status = document.at("status");
+  return text + (status.is_null() ? noStatus : publishedText(status, style));
+}
+
+std::string countersText(const Json& document, const TextStyle& style) {
+  std::vector<std::vector<std::string>> lines = {
+      {"direction", "type", "list", "rule id", "packets", "bytes", "last match"}};
+  for (const Json& one : document.at("counters")) {
+    lines.push_back({valueText(one.at("direction")), valueText(one.at("type")), valueText(one.at("list")),
+                     valueText(one.at("id")), valueText(one.at("packets")), valueText(one.at("bytes")),
+                     timeText(one.at("lastMatch").get<double>(), style.now)});
+  }
+  return clearedLine(document, style) +
+         tableText(lines, {false, false, false, false, true, true, false}, style.colour);
+}
+
+Json dropsShown(const World& world) {
+  return {{"cleared", clearedJson(world.zero)}, {"drops", dropsJson(dropsOf(world.core, &world.zero))}};
+}
+
+std::string dropsShownText(const Json& document, const TextStyle& style) {
+  const std::string text = dropsText(document.at("drops"), style);
+  return clearedLine(document, style) + (text.empty() ? "nothing was dropped\n" : text);
+}
+
+Json capabilitiesOf(const World& world) {
+  const auto status = world.core.inForce().status();
+  return {{"capabilities", status ? capabilitiesJson(*status) : Json(nullptr)}};
+}
+
+std::string capabilitiesText(const Json& document, const TextStyle&) {
+  if (document.at("capabilities").is_null()) return noStatus;
+  std::string text;
+  for (const auto& [name, on] : document.at("capabilities").items())
+    text += fmt::format("{:<32} {}\n", name, on.get<bool>() ? "yes" : "no");
+  return text;
+}
+
+constexpr Show statusRows[] = {
+    {"status", "", "the published status, and the sources of configuration", statusDocument, statusText},
+    {"counters", "[NAME]", "the match counters of the packet path", countersDocument, countersText},
+    {"drops", "", "what was dropped, and why", whole<dropsShown>, dropsShownText},
+    {"capabilities", "", "what the dataplane can do", whole<capabilitiesOf>, capabilitiesText},
+};
+
+}  // namespace
+
+std::span<const Show> statusShows() { return statusRows; }
+
+}  // namespace Agent

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <agent/forward/Forwarder.h>
+#include <agent/ports/PortState.h>
+#include <agent/show/ListReport.h>
+#include <agent/show/ZeroLine.h>
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <vector>
+
+namespace Agent {
+
+/// Everything that documents are made from. It outlives them.
+struct World {
+  Core& core;
+  Forwarder& forwarder;
+  const ZeroLine& zero;
+  /// Seconds since the epoch at which the agent started.
+  double started = 0;
+  /// Reports the sources of configuration and what is wrong with them; may be empty.
+  std::function<nlohmann::ordered_json()> configuration{};
+  ListReader::Remarks remarks{};
+  /// The states of the live ports; may be empty.
+  std::function<std::vector<PortState>()> portStates{};
+};
+
+}  // namespace Agent
