@@ -222,7 +222,7 @@ std::vector<TupleHeader> uniformHeaders(const std::vector<TupleRule>& rules, siz
 RuleSet generateSet(Style style, size_t rules, size_t headers, uint64_t seed) {
   RuleSet set;
   const std::string size = rules % 1000 == 0 ? fmt::format("{}k", rules / 1000) : fmt::format("{}", rules);
-  set.name = fmt::format("gen_{}_{}", nameOf(style), size);
+  set.name = fmt::format("gen_{}_{}.{}", nameOf(style), size, seed);
   set.rules = generateRules(style, rules, seed);
   set.traces = {{"trace", cornerHeaders(set.rules, headers, seed + 1), {}},
                 {"uni.trace", uniformHeaders(set.rules, headers, seed + 2), {}}};

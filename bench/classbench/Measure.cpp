@@ -60,17 +60,36 @@ double geometricMean(const std::vector<double>& values) {
 double processorTime() { return now(CLOCK_THREAD_CPUTIME_ID); }
 double wallTime() { return now(CLOCK_MONOTONIC); }
 
-void alternate(const std::vector<Contender*>& contenders, size_t headers, int rounds) {
+namespace {
+
+/// `behind`: where the times of a first look go, when there is to be a second one.
+void timeInTurn(const std::vector<Contender*>& contenders, size_t headers, int rounds,
+                std::vector<Contender>* behind) {
   if (headers == 0) return;
   std::vector<Portion> portions;
   for (Contender* contender : contenders) contender->rounds.clear();
   for (const Contender* contender : contenders) portions.push_back(portionOf(*contender, headers));
   for (int round = 0; round < rounds; ++round) {
     for (size_t i = 0; i < contenders.size(); ++i) {
+      if (behind) (*behind)[i].rounds.push_back(timed(*contenders[i], portions[i]));
       contenders[i]->rounds.push_back(timed(*contenders[i], portions[i]));
     }
   }
   for (Contender* contender : contenders) contender->ns = spreadOf(contender->rounds);
+}
+
+}  // namespace
+
+void alternate(const std::vector<Contender*>& contenders, size_t headers, int rounds) {
+  timeInTurn(contenders, headers, rounds, nullptr);
+}
+
+std::vector<Contender> alternateWarm(const std::vector<Contender*>& contenders, size_t headers, int rounds) {
+  std::vector<Contender> behind;
+  for (const Contender* contender : contenders) behind.push_back({contender->name, {}});
+  timeInTurn(contenders, headers, rounds, &behind);
+  for (Contender& contender : behind) contender.ns = spreadOf(contender.rounds);
+  return behind;
 }
 
 double ratioOf(const Contender& one, const Contender& other) {

@@ -54,7 +54,11 @@ struct Contender {
 
 /// Times contenders over the same `headers`, in turn, so that what else the computer does hits all alike. Who
 /// takes long for all headers gets a part of them, the same one in every round, spread over the whole trace.
+/// Everybody finds in the caches what the one before has left there.
 void alternate(const std::vector<Contender*>& contenders, size_t headers, int rounds);
+/// The same, with a second look at the same headers at once, which finds in the caches what the first one has
+/// left there: that is what the contenders are told. Returns them as they were behind the others.
+std::vector<Contender> alternateWarm(const std::vector<Contender*>& contenders, size_t headers, int rounds);
 
 /// What one takes, divided by what another one took in the same round: the median.
 double ratioOf(const Contender& one, const Contender& other);

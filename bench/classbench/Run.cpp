@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace Bench {
@@ -20,6 +21,10 @@ void Run::tableIs(const Table& table) {
 
 void Run::progress(const std::string& what) {
   if (onTerminal_) fmt::print(stderr, "\r\x1b[K{}", what);
+}
+
+bool Run::isAgainst(const std::string& peer) const {
+  return std::find(against.begin(), against.end(), peer) != against.end();
 }
 
 Table Run::goals() const {

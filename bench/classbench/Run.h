@@ -40,6 +40,7 @@ class Run {
   int rounds = 15;
   size_t headers = 100000;  ///< of a generated trace
   uint64_t seed = 1;
+  std::vector<std::string> against = {"rte_acl", "DBTable"};  ///< peers, where sets are measured
   /// By set, where it was built already, which can take minutes; nothing where it cannot be.
   std::map<std::string, std::optional<PeerBuild>> peers;
 
@@ -47,6 +48,7 @@ class Run {
   void tableIs(const Table& table);
   void goalIs(Goal goal) { goals_.push_back(std::move(goal)); }
   void progress(const std::string& what);
+  bool isAgainst(const std::string& peer) const;
 
   /// The goals that this run could look at.
   Table goals() const;

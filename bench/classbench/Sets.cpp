@@ -4,6 +4,7 @@
 #include <map>
 
 #include "classbench/Checks.h"
+#include "classbench/DbTable.h"
 #include "classbench/Peer.h"
 #include "classbench/Sections.h"
 
@@ -11,16 +12,23 @@ namespace Bench {
 
 namespace {
 
+/// How many times faster than a peer a look-up is to be; 0: as may be.
+struct Lead {
+  double trace, uniform;            ///< geometric means
+  double leastTrace, leastUniform;  ///< no set below
+};
+enum PeerNumber { rteAcl, dbTable, peers };
+constexpr const char* peerNames[peers] = {"rte_acl", "DBTable"};
+
 struct SizeClass {
   size_t most;  ///< rules
   const char* name;
-  double trace, uniform;  ///< goals: how many times faster than the peer
-  double least;           ///< no set below
+  Lead leads[peers];
 };
-constexpr SizeClass sizeClasses[] = {{300, "up to 100", 4.5, 4, 0},
-                                     {3000, "1,000", 3.5, 2.5, 0},
-                                     {30000, "10,000", 5, 4, 3},
-                                     {~size_t{0}, "100,000", 7, 7, 0}};
+constexpr SizeClass sizeClasses[] = {{300, "up to 100", {{4.5, 4, 3.5, 3.5}, {0, 0, 0, 0}}},
+                                     {3000, "1,000", {{5, 5, 3.5, 3.5}, {2.5, 3.5, 1, 1.4}}},
+                                     {30000, "10,000", {{7, 7, 3.5, 3.5}, {1.8, 2.6, 1, 1.4}}},
+                                     {~size_t{0}, "100,000", {{10, 12, 3.5, 3.5}, {1.2, 1.8, 1, 1.4}}}};
 
 const SizeClass& sizeClassOf(size_t rules) {
   return *std::find_if(std::begin(sizeClasses), std::end(sizeClasses),
@@ -38,115 +46,187 @@ void checkOnce(const std::string& who, const std::string& where, const Trace& tr
   });
 }
 
+/// What a set's rules take the peer longer than our look-up, by the kind of trace.
 struct Ratios {
   std::vector<double> trace, uniform;
+
+  std::vector<double>& of(const std::string& trace_) {
+    return trace_.find("uni") == trace_.npos ? trace : uniform;
+  }
+};
+
+Cell mean(const std::vector<double>& values) {
+  if (values.empty()) return {};
+  return Number{geometricMean(values), 2};
+}
+Cell least(const std::vector<double>& values) {
+  if (values.empty()) return {};
+  return Number{*std::min_element(values.begin(), values.end()), 2};
+}
+
+/// The ratios of all sets, by size and peer, under one condition.
+class Standing {
+ public:
+  void ratioIs(size_t rules, PeerNumber peer, const std::string& trace, double ratio) {
+    bySize_[sizeClassOf(rules).name][peer].of(trace).push_back(ratio);
+  }
+
+  void report(Run& run, const std::string& condition, bool withGoals) const {
+    Table means(
+        fmt::format("How many times faster, {}: geometric means, and the least of all sets", condition),
+        {"peer", "rules", "sets", "trace", "uni.trace", "least trace", "least uni.trace"});
+    for (int peer = 0; peer < peers; ++peer) {
+      for (const SizeClass& c : sizeClasses) {
+        const auto found = bySize_.find(c.name);
+        if (found == bySize_.end() || !found->second.contains(peer)) continue;
+        const Ratios& r = found->second.at(peer);
+        means.rowIs({std::string(peerNames[peer]), std::string(c.name),
+                     Number{static_cast<double>(std::max(r.trace.size(), r.uniform.size())), 0},
+                     mean(r.trace), mean(r.uniform), least(r.trace), least(r.uniform)});
+        if (withGoals)
+          goals(run, fmt::format("{} rules, against {}", c.name, peerNames[peer]), r, c.leads[peer]);
+      }
+    }
+    run.tableIs(means);
+  }
+
+ private:
+  static void goals(Run& run, const std::string& where, const Ratios& r, const Lead& lead) {
+    const auto goal = [&](const char* what, const std::vector<double>& values, double limit, double slowest) {
+      if (values.empty()) return;
+      if (limit > 0) {
+        run.goalIs({fmt::format("{}, {}: times faster", where, what), geometricMean(values), limit, true});
+      }
+      if (slowest > 0) {
+        run.goalIs({fmt::format("{}, {}: the slowest set", where, what),
+                    *std::min_element(values.begin(), values.end()), slowest, true});
+      }
+    };
+    goal("trace", r.trace, lead.trace, lead.leastTrace);
+    goal("uni.trace", r.uniform, lead.uniform, lead.leastUniform);
+  }
+
+  std::map<std::string, std::map<int, Ratios>> bySize_;
 };
 
 class SetTable {
  public:
   explicit SetTable(Run& run)
       : run_(run),
-        table_("Look-ups, ns a packet: median (p10-p90)",
-               {"set", "rules", "trace", "look-up", "matcher", "rte_acl", "ratio", "rte_acl, 64 a call"}) {}
+        warm_("Look-ups, ns a packet, warm: median (p10-p90)",
+              {"set", "rules", "trace", "look-up", "matcher", "rte_acl", "rte_acl / ours",
+               "rte_acl, 64 a call", "DBTable", "DBTable / ours"}),
+        behind_(
+            "The same, each behind the others, which have used the caches",
+            {"set", "rules", "trace", "look-up", "rte_acl", "rte_acl / ours", "DBTable", "DBTable / ours"}) {}
 
   void measure(const RuleSet& set) {
     run_.progress(fmt::format("{}: building", set.name));
     const OurList<Acl::IpRule> ours(ipRules(set.rules));
     std::string why;
-    run_.progress(fmt::format("{}: building librte_acl", set.name));
-    const std::unique_ptr<Peer> peer = Peer::make(set.rules, std::nullopt, &why);
-    if (!peer) whyNot(set.name, why);
-    run_.peers[set.name] = peer ? std::optional(PeerBuild{peer->buildNs(), peer->bytes()}) : std::nullopt;
-    for (const Trace& trace : set.traces) measure(set, trace, ours, peer.get());
+    std::unique_ptr<Peer> rte;
+    std::unique_ptr<DbTable> table;
+    if (run_.isAgainst(peerNames[rteAcl])) {
+      run_.progress(fmt::format("{}: building librte_acl", set.name));
+      rte = Peer::make(set.rules, std::nullopt, &why);
+      if (!rte) whyNot(set.name, peerNames[rteAcl], why);
+      run_.peers[set.name] = rte ? std::optional(PeerBuild{rte->buildNs(), rte->bytes()}) : std::nullopt;
+    }
+    if (run_.isAgainst(peerNames[dbTable])) {
+      table = DbTable::make(set.rules, &why);
+      if (!table) whyNot(set.name, peerNames[dbTable], why);
+    }
+    for (const Trace& trace : set.traces) measure(set, trace, ours, rte.get(), table.get());
   }
 
   void finish() {
-    run_.tableIs(table_);
-    std::map<size_t, Ratios> byClass;
-    Table means("How many times faster than librte_acl, one packet a call: geometric means",
-                {"rules", "sets", "trace", "uni.trace", "least"});
-    for (const SizeClass& c : sizeClasses) {
-      const auto found = ratios_.find(c.name);
-      if (found == ratios_.end()) continue;
-      const Ratios& r = found->second;
-      std::vector<double> all = r.trace;
-      all.insert(all.end(), r.uniform.begin(), r.uniform.end());
-      const double least = *std::min_element(all.begin(), all.end());
-      means.rowIs({std::string(c.name),
-                   Number{static_cast<double>(std::max(r.trace.size(), r.uniform.size())), 0}, mean(r.trace),
-                   mean(r.uniform), Number{least, 2}});
-      const auto goal = [&](const char* what, double reached, double limit) {
-        run_.goalIs(
-            {fmt::format("{} rules, {}: times faster than librte_acl", c.name, what), reached, limit, true});
-      };
-      if (!r.trace.empty()) goal("trace", geometricMean(r.trace), c.trace);
-      if (!r.uniform.empty()) goal("uni.trace", geometricMean(r.uniform), c.uniform);
-      if (c.least > 0) goal("slowest set", least, c.least);
-    }
-    run_.tableIs(means);
+    run_.tableIs(warm_);
+    run_.tableIs(behind_);
+    warmStanding_.report(run_, "warm", true);
+    behindStanding_.report(run_, "behind the others", false);
   }
 
  private:
   using Ip = Acl::IpRule;
 
-  static Cell mean(const std::vector<double>& values) {
-    if (values.empty()) return {};
-    return Number{geometricMean(values), 2};
+  void whyNot(const std::string& set, const char* peer, const std::string& why) {
+    if (why == lastWhy_[peer]) return;
+    lastWhy_[peer] = why;
+    warm_.noteIs(fmt::format("{}: no figures of {}: {}", set, peer, why));
   }
 
-  void whyNot(const std::string& set, const std::string& why) {
-    if (why == lastWhy_) return;
-    lastWhy_ = why;
-    table_.noteIs(fmt::format("{}: no figures of librte_acl: {}", set, why));
-  }
-
-  void measure(const RuleSet& set, const Trace& trace, const OurList<Ip>& ours, Peer* peer) {
+  void measure(const RuleSet& set, const Trace& trace, const OurList<Ip>& ours, Peer* rte, DbTable* table) {
     const std::string where = set.name + " " + trace.name;
     run_.progress(where + ": checking");
     const auto packets = packetsOf(trace.headers, ipPacket);
+    checkOurs(set, trace, ours, packets);
+    Contender lookUp{"look-up", [&](Portion p) { return ours.lookUps(packets, p); }};
+    Contender matcher{"matcher", [&](Portion p) { return ours.matches(packets, p); }};
+    Contender one{"rte_acl", [&](Portion p) { return rte->lookUps(p); }};
+    Contender batch{"rte_acl, 64 a call", [&](Portion p) { return rte->batches(p); }};
+    Contender theirs{"DBTable", [&](Portion p) { return table->lookUps(p); }};
+    std::vector<Contender*> all{&lookUp};
+    if (rte) {
+      rte->packetsAre(packets);
+      check("librte_acl", where, trace.first, [&](size_t i) { return rte->lookUp(i); });
+      all.push_back(&one);
+    }
+    if (table) {
+      table->headersAre(trace.headers);
+      check("DBTable", where, trace.first, [&](size_t i) { return table->lookUp(i); });
+      all.push_back(&theirs);
+    }
+    all.push_back(&matcher);
+    if (rte) all.push_back(&batch);
+    run_.progress(where + ": timing");
+    const std::vector<Contender> behind = alternateWarm(all, packets.size(), run_.rounds);
+
+    const auto place = [&](const Contender& contender) {
+      return behind[static_cast<size_t>(std::find(all.begin(), all.end(), &contender) - all.begin())];
+    };
+    const std::vector<Cell> head{set.name, Number{static_cast<double>(set.rules.size()), 0}, trace.name};
+    std::vector<Cell> warmRow = head, behindRow = head;
+    warmRow.insert(warmRow.end(), {lookUp.ns, matcher.ns});
+    behindRow.push_back(behind.front().ns);
+    const auto against = [&](PeerNumber peer, bool isThere, const Contender& contender) {
+      if (!isThere) {
+        warmRow.resize(warmRow.size() + 2);
+        behindRow.resize(behindRow.size() + 2);
+        return;
+      }
+      const double warm = ratioOf(contender, lookUp), cold = ratioOf(place(contender), behind.front());
+      warmStanding_.ratioIs(set.rules.size(), peer, trace.name, warm);
+      behindStanding_.ratioIs(set.rules.size(), peer, trace.name, cold);
+      warmRow.insert(warmRow.end(), {contender.ns, Number{warm, 2}});
+      behindRow.insert(behindRow.end(), {place(contender).ns, Number{cold, 2}});
+    };
+    against(rteAcl, rte != nullptr, one);
+    warmRow.push_back(rte ? Cell(batch.ns) : Cell());
+    against(dbTable, table != nullptr, theirs);
+    warm_.rowIs(std::move(warmRow));
+    behind_.rowIs(std::move(behindRow));
+  }
+
+  /// All answers, before they are timed.
+  void checkOurs(const RuleSet& set, const Trace& trace, const OurList<Ip>& ours,
+                 const std::vector<IpPacket>& packets) {
+    const std::string where = set.name + " " + trace.name;
     std::vector<int32_t> expected = firstRules(set.rules, trace.headers, Ports::ofProtocolsThatDo);
     size_t differ = 0;
     for (size_t i = 0; i < expected.size(); ++i) differ += expected[i] != trace.first[i];
     if (differ) {
-      table_.noteIs(
+      warm_.noteIs(
           fmt::format("{}: {} headers meet another rule in a list, where only TCP, UDP and SCTP have ports",
                       where, differ));
     }
     checkOnce("look-up", where, trace, expected, [&](size_t i) { return ours.lookUp(packets[i]); });
     checkOnce("matcher", where, trace, expected, [&](size_t i) { return ours.match(packets[i]); });
-
-    Contender lookUp{"look-up", [&](Portion p) { return ours.lookUps(packets, p); }};
-    Contender matcher{"matcher", [&](Portion p) { return ours.matches(packets, p); }};
-    Contender one{"rte_acl", [&](Portion p) { return peer->lookUps(p); }};
-    Contender batch{"rte_acl, 64 a call", [&](Portion p) { return peer->batches(p); }};
-    std::vector<Contender*> all{&lookUp};
-    if (peer) {
-      peer->packetsAre(packets);
-      check("librte_acl", where, trace.first, [&](size_t i) { return peer->lookUp(i); });
-      all = {&lookUp, &one, &matcher, &batch};
-    } else {
-      all.push_back(&matcher);
-    }
-    run_.progress(where + ": timing");
-    alternate(all, packets.size(), run_.rounds);
-
-    std::vector<Cell> row{set.name, Number{static_cast<double>(set.rules.size()), 0}, trace.name, lookUp.ns,
-                          matcher.ns};
-    if (peer) {
-      const double ratio = ratioOf(one, lookUp);
-      Ratios& ratios = ratios_[sizeClassOf(set.rules.size()).name];
-      (trace.name.find("uni") == trace.name.npos ? ratios.trace : ratios.uniform).push_back(ratio);
-      row.insert(row.end(), {one.ns, Number{ratio, 2}, batch.ns});
-    } else {
-      row.resize(8);
-    }
-    table_.rowIs(std::move(row));
   }
 
   Run& run_;
-  Table table_;
-  std::string lastWhy_;
-  std::map<std::string, Ratios> ratios_;
+  Table warm_, behind_;
+  std::map<std::string, std::string> lastWhy_;
+  Standing warmStanding_, behindStanding_;
 };
 
 }  // namespace

@@ -20,6 +20,7 @@ struct Options {
   std::vector<std::string> traces;
   std::vector<size_t> sizes{100, 1000, 10000, 100000};
   std::vector<Style> styles{std::begin(Bench::styles), std::end(Bench::styles)};
+  uint64_t seeds = 1;
   std::vector<std::string> sections;
 };
 
@@ -42,8 +43,10 @@ std::vector<RuleSet> setsOf(const Options& options, Run& run) {
   if (!options.directory.empty() || !options.rules.empty()) return sets;
   for (const size_t size : options.sizes) {
     for (const Style style : options.styles) {
-      run.progress(fmt::format("generating {} rules of style {}", size, nameOf(style)));
-      sets.push_back(generateSet(style, size, run.headers, run.seed));
+      for (uint64_t seed = run.seed; seed < run.seed + options.seeds; ++seed) {
+        run.progress(fmt::format("generating {} rules of style {}, seed {}", size, nameOf(style), seed));
+        sets.push_back(generateSet(style, size, run.headers, seed));
+      }
     }
   }
   return sets;
@@ -83,7 +86,8 @@ int main(int argc, char** argv) {
   for (const Section& section : allSections) names.push_back(section.name);
 
   CLI::App app(
-      "Times access lists against librte_acl: one packet a call, headers in, first matching rule out.");
+      "Times access lists against librte_acl and DBTable: one packet a call, headers in, first matching rule "
+      "out.");
   app.add_option("--rules", options.rules, "a ClassBench rule file, plain or .gz")->check(CLI::ExistingFile);
   app.add_option("--trace", options.traces, "traces for it")->check(CLI::ExistingFile)->needs("--rules");
   app.add_option("--dir", options.directory, "every NAME.rules of a directory with its NAME.*trace*")
@@ -97,6 +101,11 @@ int main(int argc, char** argv) {
           std::map<std::string, Style>{{"acl", Style::acl}, {"fw", Style::fw}, {"ipc", Style::ipc}}));
   app.add_option("--headers", run.headers, "headers of a generated trace")->check(CLI::PositiveNumber);
   app.add_option("--seed", run.seed, "of everything that is generated");
+  app.add_option("--seeds", options.seeds, "sets that are generated of each style and size, a seed each")
+      ->check(CLI::Range(uint64_t{1}, uint64_t{1000}));
+  app.add_option("--against", run.against, "peers that the sets are measured with: rte_acl, DBTable")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"rte_acl", "DBTable"}));
   app.add_option("--rounds", run.rounds, "times that every contender is timed")->check(CLI::Range(7, 1000));
   app.add_option("--only", options.sections, fmt::format("what to measure: {}", fmt::join(names, ", ")))
       ->delimiter(',')
