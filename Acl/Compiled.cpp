@@ -69,9 +69,13 @@ class Compiled<Rule>::Job final : public BuildJob {
     }
     std::vector<Classify::Image> images;
     images.reserve(rules_.size());
-    for (const Copy& rule : rules_) imagesFor(rule.filter, rule.slot, projection, wide_, images);
+    std::vector<uint32_t> sequences(copied_);
+    for (const Copy& rule : rules_) {
+      imagesFor(rule.filter, rule.slot, projection, wide_, images);
+      sequences[rule.slot] = rule.sequence;
+    }
     rules_ = {};
-    forest.build(images, copied_, wide_);
+    forest.build(images, sequences, wide_);
   }
 
   void handleDone() override {
@@ -170,8 +174,12 @@ void Compiled<Rule>::upkeepIs(bool on) {
 
 template <class Rule>
 void Compiled<Rule>::insertImages(const std::vector<Classify::Image>& images) {
-  const Classify::Order order{this, [](const void* context, uint32_t slot, uint32_t other) {
+  const Classify::Order order{this,
+                              [](const void* context, uint32_t slot, uint32_t other) {
                                 return static_cast<const Compiled*>(context)->precedes(slot, other);
+                              },
+                              [](const void* context, uint32_t slot) {
+                                return static_cast<const Compiled*>(context)->sequences_[slot];
                               }};
   for (const Classify::Image& image : images) forest_.insert(image, order);
 }
@@ -288,8 +296,7 @@ void Compiled<Rule>::reviewSlots() {
 
 template <class Rule>
 void Compiled<Rule>::refreshView() {
-  view_ = forest_.view();
-  view_.sequences = inOrder_ ? nullptr : sequences_.data();
+  view_ = forest_.view(inOrder_ ? nullptr : sequences_.data());
   view_.projection = projection_;
 }
 

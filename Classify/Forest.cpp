@@ -229,9 +229,9 @@ class Forest::Builder {
   std::vector<Image> chosen_;
 };
 
-Forest::Forest() : gathersAtOnce_(kernels->gathersAtOnce) { build({}, 0, false); }
+Forest::Forest() : gathersAtOnce_(kernels->gathersAtOnce) { build({}, {}, false); }
 
-void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
+void Forest::build(std::span<const Image> images, std::span<const uint32_t> sequences, bool wide) {
   // Behind an image that every packet meets there is nothing to find.
   const auto everything = std::find_if(images.begin(), images.end(),
                                        [](const Image& image) { return overlap({}, image) == Overlap::all; });
@@ -243,9 +243,9 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     nodes_.clear();
     cells_.clear();
     leaves_.clear(wide);
-    shadowing_.assign(slots, false);
+    shadowing_.assign(sequences.size(), false);
     if (hides) shadowing_[images.back().slot] = true;
-    plantedIn_.assign(slots, 0);
+    plantedIn_.assign(sequences.size(), 0);
     strays_ = 0;
     bounded_ = false;
     deep_ = false;
@@ -267,10 +267,43 @@ void Forest::build(std::span<const Image> images, uint32_t slots, bool wide) {
     view_.roots[view_.trees++] = builder.leaf(members).place;
     planted_ = 1;
   }
+  std::fill(std::begin(bounds_), std::end(bounds_), Bound());
+  for (const Image& image : images) {
+    for (uint32_t tree = 0; tree < planted_; ++tree) {
+      if (plantedIn_[image.slot] >> tree & 1) noteIn(tree, image.slot, sequences[image.slot]);
+    }
+  }
+  chooseAlways(prepared);
   sieveLongLeaves();
   constexpr size_t someBytes = 65536;
   enoughBytes_ = 2 * treeBytes() + someBytes;
   refreshView();
+}
+
+void Forest::noteIn(uint32_t tree, uint32_t slot, uint32_t sequence) {
+  plantedIn_[slot] |= static_cast<uint8_t>(1u << tree);
+  bounds_[tree].slot = std::min(bounds_[tree].slot, slot);
+  bounds_[tree].sequence = std::min(bounds_[tree].sequence, sequence);
+}
+
+/// Whether a tree can be left out is a branch, which is worth it where it is mostly foreseen: where most
+/// images of the trees before, and so most of what packets meet there, come before all of the tree's.
+void Forest::chooseAlways(const Images& images) {
+  constexpr double fewEnough = 0.4;
+  view_.always = 1;
+  while (view_.always < planted_) {
+    const uint32_t tree = 1u << view_.always, before = tree - 1;
+    size_t all = 0, behind = 0;  // images of the trees before; of these, behind the first of the tree
+    bool begun = false;
+    for (size_t i = 0; i < images.size(); ++i) {
+      const uint32_t in = plantedIn_[images[static_cast<uint32_t>(i)].slot];
+      begun = begun || (in & tree);
+      all += (in & before) != 0;
+      behind += begun && (in & before);
+    }
+    if (static_cast<double>(behind) < fewEnough * static_cast<double>(all)) return;
+    ++view_.always;
+  }
 }
 
 /// They are known only now: much may have been planted in vain.
@@ -318,6 +351,15 @@ double Forest::plant(Builder& builder, const Images& images, bool several) {
   if (!members.empty() || view_.trees == 0) add(builder.place(members, {}, 0, builder.bytesLeft()));
   planted_ = view_.trees;
   return steps;
+}
+
+View Forest::view(const uint32_t* sequences) const {
+  View view = view_;
+  view.sequences = sequences;
+  for (uint32_t tree = 0; tree < maxTrees; ++tree) {
+    view.bounds[tree] = sequences ? bounds_[tree].sequence : bounds_[tree].slot;
+  }
+  return view;
 }
 
 void Forest::refreshView() {
@@ -386,7 +428,7 @@ void Forest::insert(const Image& image, const Order& order) {
     ++strays_;
     while (view_.trees <= strayTree) view_.roots[view_.trees++] = Leaves::empty;
   }
-  plantedIn_[image.slot] |= static_cast<uint8_t>(1u << best);
+  noteIn(best, image.slot, order.sequence(order.context, image.slot));
   visitLeaves(&view_.roots[best], {}, image, unlimited,
               [&](uint32_t& place, const Region& region) { insertInLeaf(place, region, image, order); });
   refreshView();

@@ -17,17 +17,19 @@ class Forest {
  public:
   Forest();
 
-  /// Makes the trees of images that stand in the order of trial; slots are below `slots`. What was there is
-  /// gone. `wide`: whether leaves hold the quad; without, images that ask for it must be inexact.
-  void build(std::span<const Image> images, uint32_t slots, bool wide);
+  /// Makes the trees of images that stand in the order of trial, of which `sequences` has by slot a number
+  /// that does not fall along it. What was there is gone. `wide`: whether leaves hold the quad; without,
+  /// images that ask for it must be inexact.
+  void build(std::span<const Image> images, std::span<const uint32_t> sequences, bool wide);
 
   /// Adds an image. Images of one slot are neighbours in the order.
   void insert(const Image& image, const Order& order);
   /// Takes out the images of an image's slot wherever that image is.
   void erase(const Image& image);
 
-  /// Everything but the sequence numbers, which are the caller's.
-  const View& view() const { return view_; }
+  /// What a look-up reads, which compares slots by the caller's `sequences`, or where there are none by their
+  /// own numbers; but for the projection.
+  View view(const uint32_t* sequences) const;
   bool wide() const { return leaves_.planesPerBlock() == wideBlock; }
   /// True when rules that come after a slot's were left out somewhere because it takes all their packets: the
   /// trees do not know what comes without it.
@@ -46,6 +48,9 @@ class Forest {
 
   /// Makes one tree or several; returns what a look-up costs, in blocks compared.
   double plant(Builder& builder, const Images& images, bool several);
+  void noteIn(uint32_t tree, uint32_t slot, uint32_t sequence);
+  /// Decides which trees every packet is looked up in.
+  void chooseAlways(const Images& images);
   /// Calls visit(place, region) for the leaves that an image belongs in, and stops when more than `limit`
   /// cells have been looked into. Returns their number.
   template <class Visit>
@@ -57,6 +62,12 @@ class Forest {
   size_t treeBytes() const;
   void refreshView();
 
+  /// None of the images that were ever put into a tree has a lower slot or a lower sequence number. Images
+  /// that are taken out leave it as it is.
+  struct Bound {
+    uint32_t slot = ~uint32_t{0}, sequence = ~uint32_t{0};
+  };
+
   bool gathersAtOnce_;  // of the kernels that were in use when the forest was constructed
   View view_;
   std::vector<Node> nodes_;
@@ -65,6 +76,7 @@ class Forest {
   std::vector<bool> shadowing_;     // by slot
   std::vector<uint8_t> plantedIn_;  // by slot: a bit for each tree that its images are in
   uint32_t planted_ = 0;            // trees that were made when the forest was built
+  Bound bounds_[maxTrees];          // by tree
   size_t enoughBytes_ = 0;          // no leaf is divided when trees have grown so large through changes
   size_t strays_ = 0;
   bool bounded_ = false;

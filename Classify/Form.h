@@ -132,9 +132,12 @@ struct View {
   const Row* rows = nullptr;
   uint32_t shape = 0;
   uint32_t trees = 0;
+  uint32_t always = 0;  ///< so many trees every packet is looked up in; in the others only who may find more
   uint32_t roots[maxTrees] = {};
   /// By slot, what says which rule is tried first; null when slots are in the order of trial themselves.
   const uint32_t* sequences = nullptr;
+  /// By tree, in what slots are compared by: no rule of the tree comes before.
+  uint32_t bounds[maxTrees] = {};
   Projection projection;  ///< of long addresses
 };
 

@@ -13,6 +13,8 @@ namespace Classify {
 struct Order {
   const void* context;
   bool (*precedes)(const void* context, uint32_t slot, uint32_t other);
+  /// A number that does not fall along the order.
+  uint32_t (*sequence)(const void* context, uint32_t slot);
   bool operator()(uint32_t slot, uint32_t other) const { return precedes(context, slot, other); }
 };
 

@@ -142,10 +142,15 @@ class List {
   }
   bool slotsInOrder() const { return std::is_sorted(sequences.begin(), sequences.end()); }
   Order order() const {
-    return {this, [](const void* context, uint32_t slot, uint32_t other) {
+    return {this,
+            [](const void* context, uint32_t slot, uint32_t other) {
               return static_cast<const List*>(context)->precedes(slot, other);
+            },
+            [](const void* context, uint32_t slot) {
+              return static_cast<const List*>(context)->sequences[slot];
             }};
   }
+  View viewOf(const Forest& forest) const { return forest.view(slotsInOrder() ? nullptr : sequences.data()); }
 };
 
 struct Asked {
@@ -186,8 +191,7 @@ uint32_t lookUp(const Kernels& kernels, const View& view, const Asked& asked) {
 /// All units find what trying the images one by one does. `ordered`: those of the list.
 void expectAnswers(const Forest& forest, const List& list, const std::vector<Image>& ordered, const Key& key,
                    const std::string& what) {
-  View view = forest.view();
-  if (!list.slotsInOrder()) view.sequences = list.sequences.data();
+  const View view = list.viewOf(forest);
   uint32_t expected = noSlot;
   for (const Image& image : ordered) {
     if (!meetsAll(image, key)) continue;
@@ -224,8 +228,8 @@ TEST(Forest, FindsTheFirstImageOfAnySet) {
       }
       for (const bool wide : {shape.quads, true}) {
         Forest forest;
-        forest.build(list.inOrder(), size, wide);
-        shapesSeen.insert(forest.view().shape);
+        forest.build(list.inOrder(), list.sequences, wide);
+        shapesSeen.insert(forest.view(nullptr).shape);
         expectAgreement(forest, list, world, 400, fmt::format("{} images, {}", size, shape.name));
       }
     }
@@ -244,7 +248,7 @@ TEST(Forest, StaysRightThroughChanges) {
         list.sequences.push_back(world.dice().below(1000));
       }
       Forest forest;
-      forest.build(list.inOrder(), size, shape.quads);
+      forest.build(list.inOrder(), list.sequences, shape.quads);
       for (int change = 0; change < 300; ++change) {
         if (world.dice().once(2) && !list.images.empty()) {
           auto at =
@@ -273,7 +277,7 @@ TEST(Forest, GrowsFromNothing) {
   World world(1, shapes[0]);
   List list;
   Forest forest;
-  forest.build({}, 0, false);
+  forest.build({}, {}, false);
   for (uint32_t slot = 0; slot < 3000; ++slot) {
     list.images[slot] = world.image(slot);
     list.sequences.push_back(3000 - slot);
@@ -288,7 +292,7 @@ TEST(Forest, TakesBoundedMemory) {
     std::vector<Image> images;
     for (uint32_t slot = 0; slot < 3000; ++slot) images.push_back(world.image(slot));
     Forest forest;
-    forest.build(images, 3000, shape.quads);
+    forest.build(images, std::vector<uint32_t>(3000), shape.quads);
     EXPECT_LT(forest.bytes(), 3000u * 600) << shape.name;
   }
 }
@@ -337,9 +341,10 @@ TEST(Forest, CellsShareALongLeafWithItsSieveUntilOneOfThemChanges) {
     const Kernels* const before = std::exchange(kernels, kernelsOf(Unit::portable));
     Forest forest;
     kernels = before;
-    forest.build(list.inOrder(), 2000, false);
-    for (uint32_t tree = 0; tree < forest.view().trees; ++tree) {
-      for (const auto& [sieve, cells] : cellsOfSieves(forest.view(), forest.view().roots[tree])) {
+    forest.build(list.inOrder(), list.sequences, false);
+    for (uint32_t tree = 0; tree < forest.view(nullptr).trees; ++tree) {
+      for (const auto& [sieve, cells] :
+           cellsOfSieves(forest.view(nullptr), forest.view(nullptr).roots[tree])) {
         shared += cells > 1;
       }
     }
@@ -388,9 +393,9 @@ TEST(Forest, SievesLongLeavesAndFindsInThemWhatIsThere) {
       }
     }
     Forest forest;
-    forest.build(list.inOrder(), size, false);
+    forest.build(list.inOrder(), list.sequences, false);
     const auto sieved = [&forest] {
-      return (forest.view().roots[0] & (leafBit | sieveBit)) == (leafBit | sieveBit);
+      return (forest.view(nullptr).roots[0] & (leafBit | sieveBit)) == (leafBit | sieveBit);
     };
     EXPECT_EQ(sieved(), size > 160) << size;
     EXPECT_EQ(forest.bounded(), size > 160) << size;
@@ -437,8 +442,8 @@ TEST(Forest, SievesRulesThatAskForMoreThanAddresses) {
         list.sequences.push_back(slot);
       }
       Forest forest;
-      forest.build(list.inOrder(), 400, row.quad != 0);
-      ASSERT_EQ(forest.view().roots[0] & (leafBit | sieveBit), leafBit | sieveBit);
+      forest.build(list.inOrder(), list.sequences, row.quad != 0);
+      ASSERT_EQ(forest.view(nullptr).roots[0] & (leafBit | sieveBit), leafBit | sieveBit);
       const std::vector<Image> ordered = list.inOrder();
       for (int i = 0; i < 1000; ++i) {
         const Image& near = list.images[world.dice().below(4) * 100];
@@ -472,7 +477,7 @@ TEST(Forest, TriesImagesOneByOneThatTheWordsOfAKeyDoNotTellApart) {
         list.sequences.push_back(slot);
       }
       Forest forest;
-      forest.build(list.inOrder(), size, !asked);
+      forest.build(list.inOrder(), list.sequences, !asked);
       expectAgreement(forest, list, world, 500, fmt::format("{} images, asked {}", size, asked));
     }
   }
@@ -487,7 +492,7 @@ TEST(Forest, CountsImagesThatBelongInTooManyLeaves) {
     list.sequences.push_back(slot);
   }
   Forest forest;
-  forest.build(list.inOrder(), 400, false);
+  forest.build(list.inOrder(), list.sequences, false);
   for (uint32_t slot = 400; slot < 1000; ++slot) {
     Image image;
     image.slot = slot;
@@ -519,11 +524,11 @@ TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
   }
   list.sequences.push_back(3000);
   Forest forest;
-  forest.build(list.inOrder(), 3001, false);
-  ASSERT_GT(forest.view().trees, 1u);
+  forest.build(list.inOrder(), list.sequences, false);
+  ASSERT_GT(forest.view(nullptr).trees, 1u);
   const Image images[] = {host(3000, 0, 0x0a0b0c0c), host(3000, 1, 0x14151616)};
   const auto found = [&forest](const Image& image) {
-    const View& view = forest.view();
+    const View& view = forest.view(nullptr);
     const Key key = Key::of(image.value[0], image.value[1], 0, 0, 0);
     return kernelsOf(Unit::portable)->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
   };
@@ -534,6 +539,69 @@ TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
   for (const Image& image : images) EXPECT_EQ(found(image), 3000u);
   for (const Image& image : images) forest.erase(image);
   for (const Image& image : images) EXPECT_EQ(found(image), noSlot);
+}
+
+/// Sources and, behind them, destinations, a tree each: who has found a source needs no destination, unless
+/// one was put in front, or is as early.
+TEST(Forest, AsksALaterTreeOnlyWhereItMayHaveTheFirst) {
+  const auto host = [](uint32_t slot, int word, uint32_t address) {
+    Image image;
+    image.slot = slot;
+    image.mask[word] = ~uint32_t{0};
+    image.value[word] = address;
+    return image;
+  };
+  constexpr uint32_t sources = 2000, size = 3000, first = 20000;
+  Dice dice(1);
+  List list;
+  const auto add = [&](const Image& image, uint32_t sequence) {
+    list.images[image.slot] = image;
+    list.sequences.push_back(sequence);
+  };
+  for (uint32_t slot = 0; slot < size; ++slot) {
+    const bool destination = slot >= sources && slot % 8 != 1;  // some sources come behind
+    add(host(slot, destination, dice.word() | 1), 10 * slot);
+  }
+  Forest forest;
+  forest.build(list.inOrder(), list.sequences, false);
+  const View built = forest.view(nullptr);
+  ASSERT_EQ(built.trees, 2u);
+  EXPECT_EQ(built.always, 1u);
+  EXPECT_EQ(built.bounds[0], 0u);
+  EXPECT_EQ(built.bounds[1], sources);
+  EXPECT_EQ(forest.view(list.sequences.data()).bounds[1], first);
+
+  // Of the packet from one to the other both trees have a rule.
+  const auto expectFirst = [&](const Image& source, const Image& destination, uint32_t slot) {
+    const Key key = Key::of(source.value[0], destination.value[1], 0, 0, 0);
+    const View view = list.viewOf(forest);
+    for (const auto& [name, kernels] : allKernels()) {
+      EXPECT_EQ(lookUp(*kernels, view, {list, key}), slot) << name;
+    }
+  };
+  expectFirst(list.images[sources - 1], list.images[sources], sources - 1);
+  expectFirst(list.images[sources + 1], list.images[sources], sources);
+  struct Row {
+    const char* sentence;
+    int word;
+    uint32_t sequence;
+    uint32_t with, found;  ///< the slot that a packet meets beside the new one, and the one that it finds
+  };
+  const Row rows[] = {
+      {"a source as early as the first destination leaves it to those who know which is first", 0, first,
+       sources, sources},
+      {"a destination in front of all is found first", 1, 0, 100, size + 1},
+      {"so is one between two sources by those who meet the later one", 1, 75, 8, size + 2},
+      {"but not by those who meet the earlier one", 1, 76, 7, 7},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.sentence);
+    const Image added = host(static_cast<uint32_t>(list.sequences.size()), row.word, dice.word() & ~1u);
+    add(added, row.sequence);
+    forest.insert(added, list.order());
+    const Image& other = list.images[row.with];
+    expectFirst(row.word == 0 ? added : other, row.word == 0 ? other : added, row.found);
+  }
 }
 
 /// A short leaf, and many more images that no bits tell from those that it has.
@@ -549,7 +617,7 @@ TEST(Forest, CountsImagesThatMakeALeafLong) {
   };
   for (uint32_t slot = 0; slot < 20; ++slot) add(slot);
   Forest forest;
-  forest.build(list.inOrder(), 20, false);
+  forest.build(list.inOrder(), list.sequences, false);
   for (uint32_t slot = 20; slot < 300; ++slot) {
     forest.insert(add(slot), list.order());
     ASSERT_EQ(forest.strays(), slot < Leaves::longLeaf ? 0 : slot + 1 - Leaves::longLeaf);
@@ -573,7 +641,7 @@ TEST(Forest, TakesNotMuchMoreMemoryThroughChanges) {
     list.sequences.push_back(slot);
   }
   Forest forest;
-  forest.build(list.inOrder(), 161, false);
+  forest.build(list.inOrder(), list.sequences, false);
   const size_t before = forest.bytes();
   EXPECT_LT(before, 161u * 256);
   for (uint32_t change = 0; change < 1000; ++change) {
@@ -596,7 +664,7 @@ TEST(Forest, DividesNoLeavesOnceItHasGrownTooLarge) {
     list.sequences.push_back(slot);
   }
   Forest forest;
-  forest.build(list.inOrder(), size, false);
+  forest.build(list.inOrder(), list.sequences, false);
   const size_t before = forest.bytes();
   for (uint32_t change = 0; change < 6000; ++change) {
     const Image& image = list.images[change % size];
@@ -619,7 +687,7 @@ TEST(Forest, TakesNotMoreThanSoMuchMemory) {
         list.sequences.push_back(slot);
       }
       Forest forest;
-      forest.build(list.inOrder(), size, shape.quads);
+      forest.build(list.inOrder(), list.sequences, shape.quads);
       EXPECT_LT(forest.bytes(), size * 256) << size << ' ' << shape.name;
     }
     for (const bool masks : {true, false}) {
@@ -642,7 +710,7 @@ TEST(Forest, TakesNotMoreThanSoMuchMemory) {
         list.sequences.push_back(slot);
       }
       Forest forest;
-      forest.build(list.inOrder(), size, false);
+      forest.build(list.inOrder(), list.sequences, false);
       EXPECT_LT(forest.bytes(), size * 256) << size << (masks ? " masks" : " boxes");
       expectAgreement(forest, list, world, 100, fmt::format("{} {}", size, masks ? "masks" : "boxes"));
     }
@@ -662,7 +730,7 @@ TEST(Forest, KnowsWhichImagesHideOthers) {
     images.push_back(image);
   }
   Forest forest;
-  forest.build(images, 301, false);
+  forest.build(images, std::vector<uint32_t>(301), false);
   EXPECT_TRUE(forest.shadows(200));
   for (uint32_t slot = 0; slot < 200; ++slot) ASSERT_FALSE(forest.shadows(slot)) << slot;
 }
@@ -702,8 +770,8 @@ TEST(Forest, ProjectsLongAddressesAlikeInEveryUnit) {
     nearly.value[random() % 3] ^= uint32_t{1} << random() % 32;
     for (const auto& [image, slot] : {std::pair(projected, 0u), std::pair(nearly, noSlot)}) {
       Forest forest;
-      forest.build({&image, 1}, 1, false);
-      View view = forest.view();
+      forest.build({&image, 1}, std::vector<uint32_t>{0}, false);
+      View view = forest.view(nullptr);
       view.projection = projection;
       for (const auto& [name, kernels] : allKernels()) {
         ASSERT_EQ(kernels->findLong[view.shape](view, octets, 0x80, 0), slot) << name;
