@@ -604,6 +604,35 @@ TEST(Forest, AsksALaterTreeOnlyWhereItMayHaveTheFirst) {
   }
 }
 
+/// Hosts of one network as sources, and behind most of them prefixes that nest: a long leaf, in a tree that
+/// who has found an early host needs not ask.
+TEST(Forest, AsksALaterTreeWithALongLeafForWhatComesBefore) {
+  constexpr uint32_t size = 3000, prefixesFrom = 2000, network = 0x0a5a0000;
+  World world(1, shapes[0]);
+  List list;
+  for (uint32_t slot = 0; slot < size; ++slot) {
+    const bool prefix = slot >= prefixesFrom && slot % 2;
+    Image& image = list.images[slot];
+    image = prefix ? nested(slot, 14 - slot % 14, 32 - slot / 2 % 32) : nested(slot, 32, 0);
+    if (!prefix) image.value[0] = network | slot;
+    list.sequences.push_back(slot);
+  }
+  Forest forest;
+  forest.build(list.inOrder(), list.sequences, false);
+  const View view = forest.view(nullptr);
+  ASSERT_EQ(view.trees, 2u);
+  ASSERT_EQ(view.always, 1u);
+  ASSERT_EQ(view.roots[1] & (leafBit | sieveBit), leafBit | sieveBit);
+  const std::vector<Image> ordered = list.inOrder();
+  for (uint32_t i = 0; i < 2000; ++i) {
+    const uint32_t length = world.dice().below(33);
+    const uint32_t destination = nested(0, 0, 32).value[1] ^ (length ? uint32_t{1} << (length - 1) : 0);
+    const Key key = Key::of(network | world.dice().below(size + 100), destination, 0, 0, 0);
+    expectAnswers(forest, list, ordered, key, fmt::format("packet {}", i));
+    if (HasFatalFailure()) return;
+  }
+}
+
 /// A short leaf, and many more images that no bits tell from those that it has.
 TEST(Forest, CountsImagesThatMakeALeafLong) {
   World world(1, shapes[6]);
