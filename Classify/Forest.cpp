@@ -23,8 +23,9 @@ constexpr size_t unlimited = ~size_t{0};
 /// there is room beside, in the node of a whole tree, which may have few of them.
 struct Plenty {
   double copies, room;
+  size_t inAll;  ///< as copies, of all nodes of a tree together: that bounds the time
 };
-constexpr Plenty ofFew = {12, 4}, ofMany = {3.75, 0.125};
+constexpr Plenty ofFew = {24, 4, 24}, ofMany = {3.75, 0.125, 12};
 
 size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
 
@@ -69,7 +70,7 @@ class Forest::Builder {
         images_(images),
         plenty_(plenty),
         bytes_(bytes),
-        budget_(images.size() * 12 + 1024) {}
+        budget_(images.size() * plenty.inAll + 1024) {}
 
   /// What a division of so many images may have in all its cells; in the node of a whole tree there is room
   /// beside.
@@ -225,7 +226,7 @@ class Forest::Builder {
   const Images& images_;
   const Plenty plenty_;
   const size_t bytes_;
-  size_t budget_;  // of members that may still be made: that bounds the time
+  size_t budget_;  // of members that may still be made
   std::vector<Image> chosen_;
 };
 
