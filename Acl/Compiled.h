@@ -35,15 +35,19 @@ class Compiled final : public CompiledRules<Rule> {
   [[gnu::always_inline]] bool find(const MakePacket& packet, const Entry*& found) const {
     if (!ready_) [[unlikely]]
       return false;
-    uint32_t slot = look(packet(), view_);
-    if (slot & Classify::askBit) [[unlikely]]
-      slot = searchFrom(packet(), slot & ~Classify::askBit);
-    if (slot == Classify::noSlot) {
-      found = nullptr;
-      return true;
+    return take(look(packet(), view_), packet, found);
+  }
+  /// The same of up to Classify::burstMost packets in one go. Where the form does not know, otherwise(i) says
+  /// what is found.
+  template <class PacketAt, class Otherwise>
+  void find(uint32_t count, const PacketAt& packetAt, const Otherwise& otherwise, const Entry** found) const {
+    uint32_t slots[Classify::burstMost];
+    if (ready_) look(count, packetAt, view_, slots);
+    for (uint32_t i = 0; i < count; ++i) {
+      const auto packet = [&packetAt, i] { return packetAt(i); };
+      if (!ready_ || !take(slots[i], packet, found[i])) [[unlikely]]
+        found[i] = otherwise(i);
     }
-    found = entries_[slot];
-    return found != nullptr;
   }
 
   /// False until there is a first form, and while it is not kept up.
@@ -59,6 +63,19 @@ class Compiled final : public CompiledRules<Rule> {
     uint32_t slot;
     Filter filter;
   };
+
+  /// What a quick look-up has answered for a packet, as find().
+  template <class MakePacket>
+  [[gnu::always_inline]] bool take(uint32_t slot, const MakePacket& packet, const Entry*& found) const {
+    if (slot & Classify::askBit) [[unlikely]]
+      slot = searchFrom(packet(), slot & ~Classify::askBit);
+    if (slot == Classify::noSlot) {
+      found = nullptr;
+      return true;
+    }
+    found = entries_[slot];
+    return found != nullptr;
+  }
 
   /// What a look-up is to answer that has come upon a rule that has to be asked, or upon no slot when it only
   /// knows that it cannot tell.

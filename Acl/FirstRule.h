@@ -4,6 +4,8 @@
 #include <Acl/InOrder.h>
 #include <Acl/Packets.h>
 
+#include <algorithm>
+
 namespace Acl {
 
 /// The entry of the rule of a list that a packet meets first, null when there is none: what the matchers of
@@ -20,6 +22,24 @@ template <class Rule, class MakePacket>
   if (compiled && compiled->find(packet, found)) [[likely]]
     return found;
   return InOrder::firstRule(rules, packet());
+}
+
+/// The same of a burst of packets: found[i] is what firstRule() gives for packetAt(i), up to `count`. It
+/// takes less time for all of them than one by one. `packetAt` is asked as often as it takes, in any order.
+template <class Rule, class PacketAt>
+void firstRules(const RuleMap<Rule>& rules, uint32_t count, const PacketAt& packetAt,
+                const typename RuleMap<Rule>::Entry** found) {
+  const auto* compiled = static_cast<const Compiled<Rule>*>(rules.compiled());
+  const auto inOrder = [&](uint32_t i) { return InOrder::firstRule(rules, packetAt(i)); };
+  if (!compiled) {
+    for (uint32_t i = 0; i < count; ++i) found[i] = inOrder(i);
+    return;
+  }
+  for (uint32_t begin = 0; begin < count; begin += Classify::burstMost) {
+    compiled->find(
+        std::min(count - begin, Classify::burstMost), [&](uint32_t i) { return packetAt(begin + i); },
+        [&](uint32_t i) { return inOrder(begin + i); }, found + begin);
+  }
 }
 
 }  // namespace Acl

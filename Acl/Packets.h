@@ -68,6 +68,21 @@ template <class Packet>
     return Classify::kernels->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
   }
 }
+/// Asks quickly for up to Classify::burstMost packets, which packetAt(i) makes.
+template <class PacketAt>
+[[gnu::always_inline]] inline void look(uint32_t count, const PacketAt& packetAt, const Classify::View& view,
+                                        uint32_t* slots) {
+  Classify::Keys keys;
+  for (uint32_t i = 0; i < count; ++i) {
+    const auto& packet = packetAt(i);
+    Classify::Key key = packet.keyFor(view);
+    if constexpr (requires { packet.addresses(); }) {
+      key.bits[0] = Classify::kernels->project(view, packet.addresses(), key.bits[1]);
+    }
+    keys.keyIs(i, key.bits[0], key.bits[1], key.quad);
+  }
+  Classify::kernels->findBurst[view.shape & Classify::wideShape](view, keys, count, slots);
+}
 template <class Packet>
 uint32_t search(const Packet& packet, const Classify::View& view, const Classify::Questions& questions,
                 const void* context) {

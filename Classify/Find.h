@@ -9,6 +9,8 @@ namespace Classify {
 struct Kernels {
   using Find = uint32_t(const View& view, uint64_t upper, uint64_t lower, uint32_t quad);
   using FindLong = uint32_t(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad);
+  using FindBurst = void(const View& view, const Keys& keys, uint32_t count, uint32_t* found);
+  using Project = uint64_t(const View& view, const uint8_t* addresses, uint64_t& lower);
   using Search = uint32_t(const View& view, uint64_t upper, uint64_t lower, uint32_t quad,
                           const Questions& questions, const void* context);
   using SearchLong = uint32_t(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
@@ -18,6 +20,10 @@ struct Kernels {
   /// there is none; with askBit when that is not sure.
   Find* find[shapes];
   FindLong* findLong[shapes];
+  /// The same of up to burstMost packets, whatever the shape, but for whether blocks hold the quad.
+  FindBurst* findBurst[2];
+  /// The upper bits of a packet in the long form; adds to the lower ones.
+  Project* project;
   /// Thorough: asks whatever is to be asked, and is sure.
   Search* search;
   SearchLong* searchLong;

@@ -13,6 +13,7 @@ inline uint32_t nonZero(Part part) {
 class Packet : Words {
  public:
   using Words::Words;
+  static Packet of(const Keys& keys, uint32_t packet) { return {keys, packet}; }
 
   /// A bit for each lane of a block that the packet meets. A saturating difference is zero where the smaller
   /// number is taken from the larger: inside a range both are.

@@ -42,6 +42,8 @@ class Packet {
         pair_(Words{} + static_cast<uint32_t>(key.bits[1] >> 32)),
         quad_(Words{} + key.quad) {}
 
+  static Packet of(const Keys& keys, uint32_t packet) { return Packet(keys.key(packet)); }
+
   /// A bit for each lane of a block that the packet meets.
   template <bool wide>
   uint32_t meets(const Plane* block) const {

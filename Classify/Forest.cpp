@@ -369,6 +369,8 @@ void Forest::refreshView() {
   view_.planes = leaves_.planes();
   view_.sieves = leaves_.sieves().sieves();
   view_.rows = leaves_.sieves().rows();
+  constexpr size_t near = size_t{4} << 20;
+  view_.far = leaves_.bytes() > near;
   const bool several = view_.trees > 1;
   view_.shape =
       (wide() ? wideShape : 0u) | (several ? severalShape : 0u) | (deep_ && !several ? deepShape : 0u);

@@ -131,6 +131,7 @@ struct View {
   const Sieve* sieves = nullptr;
   const Row* rows = nullptr;
   uint32_t shape = 0;
+  bool far = false;  ///< planes are more than the caches that are near hold
   uint32_t trees = 0;
   uint32_t always = 0;  ///< so many trees every packet is looked up in; in the others only who may find more
   uint32_t roots[maxTrees] = {};
@@ -139,6 +140,22 @@ struct View {
   /// By tree, in what slots are compared by: no rule of the tree comes before.
   uint32_t bounds[maxTrees] = {};
   Projection projection;  ///< of long addresses
+};
+
+/// So many packets at most are looked up in one call.
+constexpr uint32_t burstMost = 64;
+
+/// The keys of a burst. By word, so that each is written and read as one number; and not set until they are.
+struct Keys {
+  uint64_t upper[burstMost], lower[burstMost];
+  uint32_t quad[burstMost];
+
+  void keyIs(uint32_t packet, uint64_t itsUpper, uint64_t itsLower, uint32_t itsQuad) {
+    upper[packet] = itsUpper;
+    lower[packet] = itsLower;
+    quad[packet] = itsQuad;
+  }
+  Key key(uint32_t packet) const { return {{upper[packet], lower[packet]}, quad[packet]}; }
 };
 
 /// What a quick look-up answers beside a slot: this bit says that the rule of the slot, if there is one, may

@@ -3,6 +3,8 @@
 #include <Acl/FirstRule.h>
 #include <Acl/Match.h>
 
+#include <array>
+
 #include "support/Allocations.h"
 
 // Everything that the benchmark asks of the matchers goes through the few functions at the top.
@@ -59,6 +61,20 @@ template <class Packet, class Rule>
     return Acl::firstRule(rules, [&] { return asTaken(p, ip); });
   } else {
     return Acl::firstRule(rules, [&] { return asTaken(p); });
+  }
+}
+
+template <class Packet, class Rule>
+void firstOfBurst(const Packet* packets, uint32_t count, const Acl::RuleMap<Rule>& rules,
+                  const typename Acl::RuleMap<Rule>::Entry** found) {
+  if constexpr (std::is_same_v<Packet, Ip6Packet>) {
+    std::array<Nimnet::Ip6Hdr, Classify::burstMost> headers;
+    for (uint32_t i = 0; i < count; ++i) headers[i] = {packets[i].fixed, {packets[i].around.protocol, true}};
+    Acl::firstRules(
+        rules, count, [&](uint32_t i) { return asTaken(packets[i], headers[i]); }, found);
+  } else {
+    Acl::firstRules(
+        rules, count, [packets](uint32_t i) { return asTaken(packets[i]); }, found);
   }
 }
 
@@ -167,6 +183,34 @@ uint64_t OurList<Rule>::matches(const std::vector<Packet>& packets, Portion port
   Kiv::UniqueId id;
   return each(packets, portion,
               [&](const Packet& packet) { return Bench::match(packet, list_, &rule, &id) ? id.value() : 0; });
+}
+
+template <class Rule>
+template <class Take>
+void OurList<Rule>::eachBurst(const std::vector<Packet>& packets, size_t count, const Take& take) const {
+  const auto& rules = rulesOf<Rule>(*filled_);
+  constexpr uint32_t most = Classify::burstMost;
+  std::array<decltype(first(packets[0], rules)), most> found;
+  for (size_t at = 0; at < count; at += most) {
+    const auto size = static_cast<uint32_t>(std::min<size_t>(most, count - at));
+    for (size_t i = at + most; i < at + 2 * most && i < count; ++i) __builtin_prefetch(&packets[i]);
+    firstOfBurst(&packets[at], size, rules, found.data());
+    for (uint32_t i = 0; i < size; ++i) take(found[i]);
+  }
+}
+
+template <class Rule>
+uint64_t OurList<Rule>::bursts(const std::vector<Packet>& packets, Portion portion) const {
+  uint64_t all = 0;
+  eachBurst(packets, portion.count, [&all](const auto* entry) { all += numberOf(entry); });
+  return all;
+}
+
+template <class Rule>
+std::vector<int32_t> OurList<Rule>::lookUpBursts(const std::vector<Packet>& packets) const {
+  std::vector<int32_t> places;
+  eachBurst(packets, packets.size(), [&places](const auto* entry) { places.push_back(placeOf(entry)); });
+  return places;
 }
 
 template <class Rule>

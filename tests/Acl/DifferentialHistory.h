@@ -130,14 +130,33 @@ class History {
 
   void packets(int count) {
     using Outcome = typename Subject<Rule>::Outcome;
+    std::vector<Fields> burst;
     for (int i = 0; i < count && !wrong_; ++i, ++pairs_) {
       // In between, so that packets meet the list before and after its form is made.
-      if (i % 64 == 0) change({i == 64 ? Changed::made : Changed::tasks});
+      if (i % 64 == 0) {
+        change({i == 64 ? Changed::made : Changed::tasks});
+        askTogether(burst);
+        burst.clear();
+      }
       compiled_ += subject_.compiled();
       const Fields packet = generator_.packet();
       const Outcome outcome = subject_.ask(packet);
       hits_ += outcome == Outcome::hit;
       if (outcome == Outcome::wrong) wrong_ = packet;
+      burst.push_back(packet);
+    }
+    askTogether(burst);
+  }
+
+  /// The same packets once more, in bursts.
+  void askTogether(const std::vector<Fields>& packets) {
+    for (size_t at = 0; at < packets.size() && !wrong_;) {
+      std::vector<Fields> burst;  // may have some twice, and be longer than what is looked up in one go
+      for (auto count = 1 + dice_.below(2 * Classify::burstMost); count > 0; --count) {
+        burst.push_back(packets[at++ % packets.size()]);
+      }
+      const size_t wrong = subject_.firstWrongOf(burst);
+      if (wrong < burst.size()) wrong_ = burst[wrong];
     }
   }
 

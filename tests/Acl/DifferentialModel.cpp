@@ -222,47 +222,121 @@ template class Oracle<IpRule>;
 template class Oracle<Ip6Rule>;
 template class Oracle<MacRule>;
 
+namespace {
+
+/// A packet's headers as its frame has them, and what the matchers are given of them. Does not move.
+template <class Rule>
+struct Headers;
+
+template <>
+struct Headers<IpRule> {
+  explicit Headers(const Fields& fields) : f(fields), l4(fields) {
+    ip.bytes[0] = 0x45;
+    ip.bytes[1] = f.trafficClass;
+    put(ip.bytes + 6, 2, f.later ? 0x2007u : 0x4000u);
+    ip.bytes[8] = f.hops;
+    ip.bytes[9] = f.protocol;
+    put(ip.bytes + 12, 4, f.source);
+    put(ip.bytes + 16, 4, f.destination);
+  }
+  Acl::IpPacket packet() const {
+    return {{ip, l4.as<Nimnet::IcmpHdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
+             l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan, f.vlanKnown,
+             f.hopsKnown}};
+  }
+
+  const Fields& f;
+  Nimnet::IpHdr ip{};
+  const L4Octets l4;
+};
+
+template <>
+struct Headers<Ip6Rule> {
+  explicit Headers(const Fields& fields)
+      : f(fields),
+        ip(fixed, {.protocol = f.protocol,
+                   .protocolKnown = f.protocolKnown,
+                   .hasFragmentHeader = f.later,
+                   .moreFragments = f.later,
+                   .fragmentOffset = static_cast<uint16_t>(f.later ? 7 : 0)}),
+        l4(fields) {
+    put(fixed, 2, 0x6000u | static_cast<unsigned>(f.trafficClass << 4));
+    fixed[6] = f.later ? 44 : f.protocol;
+    fixed[7] = f.hops;
+    put(fixed + 8, 16, f.source);
+    put(fixed + 24, 16, f.destination);
+  }
+  Acl::Ip6Packet packet() const {
+    return {{ip, l4.as<Nimnet::Icmp6Hdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
+             l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan, f.vlanKnown,
+             f.hopsKnown}};
+  }
+
+  const Fields& f;
+  uint8_t fixed[Nimnet::Ip6Hdr::size] = {};
+  const Nimnet::Ip6Hdr ip;
+  const L4Octets l4;
+};
+
+template <>
+struct Headers<MacRule> {
+  explicit Headers(const Fields& fields) : f(fields) {
+    put(source.bytes.data(), 6, f.source);
+    put(destination.bytes.data(), 6, f.destination);
+  }
+  Acl::MacPacket packet() const {
+    return {source.bytes.data(), destination.bytes.data(), f.etherType, f.vlan};
+  }
+
+  const Fields& f;
+  Nimnet::EthAddr source, destination;
+};
+
+template <class Rule>
+BurstAnswers answersOf(const std::vector<Fields>& packets, const Acl::RuleMap<typename Rule::Config>& rules) {
+  std::vector<std::unique_ptr<const Headers<Rule>>> headers;
+  for (const Fields& packet : packets) headers.push_back(std::make_unique<Headers<Rule>>(packet));
+  const auto size = static_cast<uint32_t>(packets.size());
+  std::vector<const typename Acl::RuleMap<typename Rule::Config>::Entry*> found(size);
+  Acl::firstRules(
+      rules, size, [&headers](uint32_t i) { return headers[i]->packet(); }, found.data());
+  BurstAnswers answers;
+  for (const auto* entry : found) answers.push_back(entry ? std::optional(entry->key) : std::nullopt);
+  return answers;
+}
+
+}  // namespace
+
 bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, IpRuleConfig* rule,
                 Kiv::UniqueId* id) {
-  Nimnet::IpHdr ip{};
-  ip.bytes[0] = 0x45;
-  ip.bytes[1] = f.trafficClass;
-  put(ip.bytes + 6, 2, f.later ? 0x2007u : 0x4000u);
-  ip.bytes[8] = f.hops;
-  ip.bytes[9] = f.protocol;
-  put(ip.bytes + 12, 4, f.source);
-  put(ip.bytes + 16, 4, f.destination);
-  const L4Octets l4(f);
-  return Acl::matchesIpAclRule(&ip, l4.as<Nimnet::IcmpHdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
-                               l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan, list,
-                               rule, id, f.vlanKnown, f.hopsKnown);
+  const Headers<IpRule> headers(f);
+  const Acl::IpPacket p = headers.packet();
+  return Acl::matchesIpAclRule(&p.ip, p.icmp, p.tcp, p.udp, p.sctp, f.vlan, list, rule, id, f.vlanKnown,
+                               f.hopsKnown);
 }
 
 bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, Ip6RuleConfig* rule,
                 Kiv::UniqueId* id) {
-  uint8_t fixed[Nimnet::Ip6Hdr::size] = {};
-  put(fixed, 2, 0x6000u | static_cast<unsigned>(f.trafficClass << 4));
-  fixed[6] = f.later ? 44 : f.protocol;
-  fixed[7] = f.hops;
-  put(fixed + 8, 16, f.source);
-  put(fixed + 24, 16, f.destination);
-  const Nimnet::Ip6Hdr ip6(fixed, {.protocol = f.protocol,
-                                   .protocolKnown = f.protocolKnown,
-                                   .hasFragmentHeader = f.later,
-                                   .moreFragments = f.later,
-                                   .fragmentOffset = static_cast<uint16_t>(f.later ? 7 : 0)});
-  const L4Octets l4(f);
-  return Acl::matchesIp6AclRule(&ip6, l4.as<Nimnet::Icmp6Hdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
-                                l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan,
-                                list, rule, id, f.vlanKnown, f.hopsKnown);
+  const Headers<Ip6Rule> headers(f);
+  const Acl::Ip6Packet p = headers.packet();
+  return Acl::matchesIp6AclRule(&p.ip, p.icmp, p.tcp, p.udp, p.sctp, f.vlan, list, rule, id, f.vlanKnown,
+                                f.hopsKnown);
 }
 
 bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, MacRuleConfig* rule,
                 Kiv::UniqueId* id) {
-  Nimnet::EthAddr source, destination;
-  put(source.bytes.data(), 6, f.source);
-  put(destination.bytes.data(), 6, f.destination);
-  return Acl::matchesMacAclNoHdr(source, destination, f.etherType, f.vlan, list, rule, id);
+  const Headers<MacRule> headers(f);
+  return Acl::matchesMacAclNoHdr(headers.source, headers.destination, f.etherType, f.vlan, list, rule, id);
+}
+
+BurstAnswers askBurst(const std::vector<Fields>& packets, const Acl::AclSubConfig& list, const IpRule&) {
+  return answersOf<IpRule>(packets, list.ipRuleById());
+}
+BurstAnswers askBurst(const std::vector<Fields>& packets, const Acl::AclSubConfig& list, const Ip6Rule&) {
+  return answersOf<Ip6Rule>(packets, list.ip6RuleById());
+}
+BurstAnswers askBurst(const std::vector<Fields>& packets, const Acl::AclSubConfig& list, const MacRule&) {
+  return answersOf<MacRule>(packets, list.macRuleById());
 }
 
 std::string describe(const IpRule& rule) { return describeIp(rule); }

@@ -5,6 +5,7 @@
 #include <array>
 #include <bitset>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -80,6 +81,12 @@ bool askMatcher(const Fields& packet, const Kelp::Ptr<const Acl::AclConfig>& lis
                 Kiv::UniqueId* id);
 bool askMatcher(const Fields& packet, const Kelp::Ptr<const Acl::AclConfig>& list, Acl::MacRuleConfig* rule,
                 Kiv::UniqueId* id);
+
+/// Asks for a burst of packets what rules of a list they meet first, if any.
+using BurstAnswers = std::vector<std::optional<Kiv::UniqueId>>;
+BurstAnswers askBurst(const std::vector<Fields>& packets, const Acl::AclSubConfig& list, const Acl::IpRule&);
+BurstAnswers askBurst(const std::vector<Fields>& packets, const Acl::AclSubConfig& list, const Acl::Ip6Rule&);
+BurstAnswers askBurst(const std::vector<Fields>& packets, const Acl::AclSubConfig& list, const Acl::MacRule&);
 
 /// What a list's rule says.
 template <class Rule>

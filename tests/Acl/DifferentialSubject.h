@@ -133,6 +133,19 @@ class Subject {
     return rule.sharesBody(before) && id == Kiv::UniqueId::unset() ? Outcome::miss : Outcome::wrong;
   }
 
+  /// The first of some packets that finds something else in a burst than the oracle; their number when there
+  /// is none.
+  size_t firstWrongOf(const std::vector<Fields>& packets) {
+    if (!inForce_) return packets.size();
+    const BurstAnswers found = askBurst(packets, *rules_, untouched());
+    for (size_t i = 0; i < packets.size(); ++i) {
+      const auto expected = oracle_.first(packets[i]);
+      if (found[i].has_value() != (expected.rule != nullptr)) return i;
+      if (found[i] && *found[i] != expected.id) return i;
+    }
+    return packets.size();
+  }
+
   /// What the two say, for people.
   std::string verdicts(const Fields& packet) {
     const auto expected = inForce_ ? oracle_.first(packet) : typename Oracle<Rule>::Answer{nullptr, {}};

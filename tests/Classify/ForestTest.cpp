@@ -206,13 +206,40 @@ void expectAnswers(const Forest& forest, const List& list, const std::vector<Ima
   }
 }
 
+/// Bursts of any length find what the packets find one by one.
+void expectBursts(const Forest& forest, const List& list, const std::vector<Key>& keys,
+                  const std::string& what) {
+  View view = list.viewOf(forest);
+  uint32_t length = 0;
+  for (size_t at = 0; at < keys.size(); at += length) {
+    length = std::min<uint32_t>(length % burstMost + 1, static_cast<uint32_t>(keys.size() - at));
+    view.far = length % 2;
+    Keys burst;
+    for (uint32_t i = 0; i < length; ++i) {
+      burst.keyIs(i, keys[at + i].bits[0], keys[at + i].bits[1], keys[at + i].quad);
+    }
+    for (const auto& [name, kernels] : allKernels()) {
+      uint32_t found[burstMost];
+      kernels->findBurst[view.shape & wideShape](view, burst, length, found);
+      for (uint32_t i = 0; i < length; ++i) {
+        const Key& key = keys[at + i];
+        const uint32_t alone = kernels->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
+        ASSERT_EQ(found[i], alone) << what << ", packet " << at + i << " in a burst, " << name;
+      }
+    }
+  }
+}
+
 void expectAgreement(const Forest& forest, const List& list, World& world, int packets,
                      const std::string& what) {
   const std::vector<Image> ordered = list.inOrder();
+  std::vector<Key> keys;
   for (int i = 0; i < packets; ++i) {
-    expectAnswers(forest, list, ordered, world.key(ordered), fmt::format("{}, packet {}", what, i));
+    keys.push_back(world.key(ordered));
+    expectAnswers(forest, list, ordered, keys.back(), fmt::format("{}, packet {}", what, i));
     if (testing::Test::HasFatalFailure()) return;
   }
+  expectBursts(forest, list, keys, what);
 }
 
 TEST(Forest, FindsTheFirstImageOfAnySet) {
@@ -578,6 +605,7 @@ TEST(Forest, AsksALaterTreeOnlyWhereItMayHaveTheFirst) {
     for (const auto& [name, kernels] : allKernels()) {
       EXPECT_EQ(lookUp(*kernels, view, {list, key}), slot) << name;
     }
+    expectBursts(forest, list, {key}, "the only packet");
   };
   expectFirst(list.images[sources - 1], list.images[sources], sources - 1);
   expectFirst(list.images[sources + 1], list.images[sources], sources);
