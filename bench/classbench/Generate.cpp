@@ -219,14 +219,19 @@ std::vector<TupleHeader> uniformHeaders(const std::vector<TupleRule>& rules, siz
   return headers;
 }
 
+std::vector<Trace> tracesFor(const std::vector<TupleRule>& rules, size_t headers, uint64_t seed) {
+  std::vector<Trace> traces = {{"trace", cornerHeaders(rules, headers, seed + 1), {}},
+                               {"uni.trace", uniformHeaders(rules, headers, seed + 2), {}}};
+  for (Trace& trace : traces) trace.first = firstRules(rules, trace.headers, Ports::ofEveryProtocol);
+  return traces;
+}
+
 RuleSet generateSet(Style style, size_t rules, size_t headers, uint64_t seed) {
   RuleSet set;
   const std::string size = rules % 1000 == 0 ? fmt::format("{}k", rules / 1000) : fmt::format("{}", rules);
   set.name = fmt::format("gen_{}_{}.{}", nameOf(style), size, seed);
   set.rules = generateRules(style, rules, seed);
-  set.traces = {{"trace", cornerHeaders(set.rules, headers, seed + 1), {}},
-                {"uni.trace", uniformHeaders(set.rules, headers, seed + 2), {}}};
-  for (Trace& trace : set.traces) trace.first = firstRules(set.rules, trace.headers, Ports::ofEveryProtocol);
+  set.traces = tracesFor(set.rules, headers, seed);
   return set;
 }
 

@@ -20,7 +20,14 @@ std::vector<TupleHeader> cornerHeaders(const std::vector<TupleRule>& rules, size
 /// Headers anywhere inside a random rule, without repetition; one in 16 is fully random.
 std::vector<TupleHeader> uniformHeaders(const std::vector<TupleRule>& rules, size_t count, uint64_t seed);
 
+/// Both, as the traces of a set.
+std::vector<Trace> tracesFor(const std::vector<TupleRule>& rules, size_t headers, uint64_t seed);
+
 /// A set of a style with both traces.
 RuleSet generateSet(Style style, size_t rules, size_t headers, uint64_t seed);
+
+/// A set of the kind of another one and so many times as large, with traces of its own: the same rules
+/// several times, each time with other addresses, whose prefixes nest as they did.
+RuleSet grownSet(const RuleSet& set, size_t times, size_t headers, uint64_t seed);
 
 }  // namespace Bench

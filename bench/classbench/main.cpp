@@ -21,6 +21,7 @@ struct Options {
   std::vector<size_t> sizes{100, 1000, 10000, 100000};
   std::vector<Style> styles{std::begin(Bench::styles), std::end(Bench::styles)};
   uint64_t seeds = 1;
+  size_t grow = 0;
   std::vector<std::string> sections;
 };
 
@@ -35,11 +36,23 @@ constexpr Section allSections[] = {
     {"worst", measureWorst, false}, {"small", measureSmall, false},
 };
 
+std::vector<RuleSet> grown(const std::vector<RuleSet>& sets, const Options& options, Run& run) {
+  std::vector<RuleSet> all;
+  for (const RuleSet& set : sets) {
+    for (uint64_t seed = run.seed; seed < run.seed + options.seeds; ++seed) {
+      run.progress(fmt::format("growing {}, seed {}", set.name, seed));
+      all.push_back(grownSet(set, options.grow, run.headers, seed));
+    }
+  }
+  return all;
+}
+
 std::vector<RuleSet> setsOf(const Options& options, Run& run) {
   std::vector<RuleSet> sets;
   if (!options.directory.empty()) sets = readSets(options.directory);
   if (!options.rules.empty())
     sets.push_back(readSet(options.rules, {options.traces.begin(), options.traces.end()}));
+  if (options.grow > 0) sets = grown(sets, options, run);
   if (!options.directory.empty() || !options.rules.empty()) return sets;
   for (const size_t size : options.sizes) {
     for (const Style style : options.styles) {
@@ -103,6 +116,9 @@ int main(int argc, char** argv) {
   app.add_option("--seed", run.seed, "of everything that is generated");
   app.add_option("--seeds", options.seeds, "sets that are generated of each style and size, a seed each")
       ->check(CLI::Range(uint64_t{1}, uint64_t{1000}));
+  app.add_option("--grow", options.grow,
+                 "in place of the sets of files, such that are so many times as large")
+      ->check(CLI::Range(size_t{1}, size_t{1000}));
   app.add_option("--against", run.against, "peers that the sets are measured with: rte_acl, DBTable")
       ->delimiter(',')
       ->check(CLI::IsMember({"rte_acl", "DBTable"}));
