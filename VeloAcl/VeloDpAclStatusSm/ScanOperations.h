@@ -8,22 +8,54 @@ namespace Velo::VeloAcl {
 template <class W, int number>
 struct ScanOperations;
 
-#define VELO_ACL_SCAN_OPERATIONS(number)                                                                 \
-  template <class W>                                                                                     \
-  struct ScanOperations<W, number> {                                                                     \
-    void doInputScan##number() { static_cast<W*>(this)->scan(number); }                                  \
-    bool shouldYield##number() const { return static_cast<const W*>(this)->shouldYield(number); }        \
-    bool inTask##number() const { return static_cast<const W*>(this)->inTask(number); }                  \
-    bool inputScanComplete##number() const { return static_cast<const W*>(this)->scanComplete(number); } \
-  }
+// Written out, so that a search for any of the names ends here.
 
-VELO_ACL_SCAN_OPERATIONS(0);
-VELO_ACL_SCAN_OPERATIONS(1);
-VELO_ACL_SCAN_OPERATIONS(2);
-VELO_ACL_SCAN_OPERATIONS(3);
-VELO_ACL_SCAN_OPERATIONS(4);
-VELO_ACL_SCAN_OPERATIONS(5);
+template <class W>
+struct ScanOperations<W, 0> {
+  void doInputScan0() { static_cast<W*>(this)->scan(0); }
+  bool shouldYield0() const { return static_cast<const W*>(this)->shouldYield(0); }
+  bool inTask0() const { return static_cast<const W*>(this)->inTask(0); }
+  bool inputScanComplete0() const { return static_cast<const W*>(this)->scanComplete(0); }
+};
 
-#undef VELO_ACL_SCAN_OPERATIONS
+template <class W>
+struct ScanOperations<W, 1> {
+  void doInputScan1() { static_cast<W*>(this)->scan(1); }
+  bool shouldYield1() const { return static_cast<const W*>(this)->shouldYield(1); }
+  bool inTask1() const { return static_cast<const W*>(this)->inTask(1); }
+  bool inputScanComplete1() const { return static_cast<const W*>(this)->scanComplete(1); }
+};
+
+template <class W>
+struct ScanOperations<W, 2> {
+  void doInputScan2() { static_cast<W*>(this)->scan(2); }
+  bool shouldYield2() const { return static_cast<const W*>(this)->shouldYield(2); }
+  bool inTask2() const { return static_cast<const W*>(this)->inTask(2); }
+  bool inputScanComplete2() const { return static_cast<const W*>(this)->scanComplete(2); }
+};
+
+template <class W>
+struct ScanOperations<W, 3> {
+  void doInputScan3() { static_cast<W*>(this)->scan(3); }
+  bool shouldYield3() const { return static_cast<const W*>(this)->shouldYield(3); }
+  bool inTask3() const { return static_cast<const W*>(this)->inTask(3); }
+  bool inputScanComplete3() const { return static_cast<const W*>(this)->scanComplete(3); }
+};
+
+template <class W>
+struct ScanOperations<W, 4> {
+  void doInputScan4() { static_cast<W*>(this)->scan(4); }
+  bool shouldYield4() const { return static_cast<const W*>(this)->shouldYield(4); }
+  bool inTask4() const { return static_cast<const W*>(this)->inTask(4); }
+  bool inputScanComplete4() const { return static_cast<const W*>(this)->scanComplete(4); }
+};
+
+template <class W>
+struct ScanOperations<W, 5> {
+  void doInputScan5() { static_cast<W*>(this)->scan(5); }
+  bool shouldYield5() const { return static_cast<const W*>(this)->shouldYield(5); }
+  bool inTask5() const { return static_cast<const W*>(this)->inTask(5); }
+  bool inputScanComplete5() const { return static_cast<const W*>(this)->scanComplete(5); }
+};
 
 }  // namespace Velo::VeloAcl
