@@ -24,7 +24,9 @@ class ConfigurationTest : public testing::Test {
   void untilFilesAre(const std::function<bool()>& so) {
     agent_.turns();
     agent_.advance(0.2);
-    agent_.turnsUntil([&] { return !agent_.plane().configuration().busy() && so(); });
+    const auto& files = agent_.plane().configuration();
+    // A look may meet what the test does next.
+    agent_.turnsUntil([&] { return !files.looking() && !files.busy() && so(); });
   }
   RunningAgent agent_;
 };
