@@ -1,5 +1,4 @@
 #include <Kelp/Assert.h>
-#include <Kiv/Clock.h>
 #include <agent/core/Lane.h>
 #include <sys/epoll.h>
 #include <unistd.h>
@@ -13,16 +12,15 @@ namespace {
 /// A rest itself costs time, so a lane that is overrun takes few long rests instead of many short ones.
 constexpr double shortestRest = 0.01;
 
-/// Read before and after a handler; the clock of the turn stands still in between.
-double seconds() { return Kiv::steadyClock().now().seconds(); }
-
 }  // namespace
 
-Lane::Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst, Handler handler)
+Lane::Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst, Handler handler,
+           const Kiv::Clock& watch)
     : loop_(loop),
       share_(share),
       burst_(burst),
       handler_(std::move(handler)),
+      watch_(watch),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, name)),
       budget_(burst.seconds()),
@@ -56,11 +54,11 @@ void Lane::handle() {
   const Kelp::Duration now = loop_.turnClock().now();
   budget_ = std::min(burst_.seconds(), budget_ + (now - earnedUntil_).seconds() * share_);
   earnedUntil_ = now;
-  const double start = seconds();
+  const Kelp::Duration start = watch_.now();
   // One event a turn. The kernel hands the events of different descriptors out in rotation.
   epoll_event event{};
   if (epoll_wait(epoll_, &event, 1, 0) == 1) handler_(event.data.fd, event.events);
-  const double took = seconds() - start;
+  const double took = (watch_.now() - start).seconds();
   used_ += took;
   budget_ -= took;
   if (budget_ > 0) return;

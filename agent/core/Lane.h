@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/Clock.h>
 #include <Kiv/TaskScheduler.h>
 #include <agent/core/EventLoop.h>
 
@@ -18,8 +19,10 @@ class Lane {
  public:
   using Handler = std::function<void(int fd, uint32_t events)>;
 
-  /// `share`: the part of the time, above 0 and at most 1. `name` is the name of the lane's task.
-  Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst, Handler handler);
+  /// `share`: the part of the time, above 0 and at most 1. `name` is the name of the lane's task. `watch`
+  /// tells how long a handler takes: the loop's own clock stands still during a turn.
+  Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst, Handler handler,
+       const Kiv::Clock& watch = Kiv::steadyClock());
   ~Lane();
   Lane(const Lane&) = delete;
   Lane& operator=(const Lane&) = delete;
@@ -39,6 +42,7 @@ class Lane {
   const double share_;
   const Kelp::Duration burst_;
   const Handler handler_;
+  const Kiv::Clock& watch_;
   const int epoll_;
   const Kelp::Ptr<Kiv::TimerTask> task_;
   double budget_;  // seconds that are saved; below 0 while the lane rests
