@@ -4,6 +4,9 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
 
 namespace Acl {
 
@@ -72,10 +75,35 @@ struct IpFilterBase {
   bool operator==(const IpFilterBase&) const = default;
 };
 
+/// Filters of which a packet has to meet any one, as a rule stands for that names groups: shared by all
+/// copies and never changed. They have no alternatives of their own.
+template <class Filter>
+class Alternatives {
+ public:
+  /// There are none: the filter that has this says all itself.
+  Alternatives() = default;
+  /// The filter that has this matches what these do, and nothing when there are none in it.
+  explicit Alternatives(std::vector<Filter> all)
+      : all_(std::make_shared<const std::vector<Filter>>(std::move(all))) {}
+
+  bool given() const { return all_ != nullptr; }
+  /// When they are given.
+  const std::vector<Filter>& all() const { return *all_; }
+
+  /// In whatever memory, and in this order.
+  bool operator==(const Alternatives& other) const {
+    return all_ == other.all_ || (all_ && other.all_ && *all_ == *other.all_);
+  }
+
+ private:
+  std::shared_ptr<const std::vector<Filter>> all_;
+};
+
 /// An IPv4 filter; the set bits of a mask are compared, and they may be anywhere.
 struct IpFilter : IpFilterBase {
   Nimnet::IpAddr source, sourceMask;
   Nimnet::IpAddr destination, destinationMask;
+  Alternatives<IpFilter> alternatives;  ///< given: what all of them ask is above, too
   bool operator==(const IpFilter&) const = default;
 };
 
@@ -83,8 +111,24 @@ struct IpFilter : IpFilterBase {
 struct Ip6Filter : IpFilterBase {
   Nimnet::Ip6Addr source, sourceMask;
   Nimnet::Ip6Addr destination, destinationMask;
+  Alternatives<Ip6Filter> alternatives;  ///< given: what all of them ask is above, too
   bool operator==(const Ip6Filter&) const = default;
 };
+
+/// Calls visit(filter) with each filter that a filter stands for, itself when it has no alternatives, until
+/// it returns false; returns whether it never did.
+template <class Filter, class Visit>
+bool visitFilters(const Filter& filter, const Visit& visit) {
+  if constexpr (requires { filter.alternatives; }) {
+    if (filter.alternatives.given()) [[unlikely]] {
+      for (const Filter& each : filter.alternatives.all()) {
+        if (!visit(each)) return false;
+      }
+      return true;
+    }
+  }
+  return visit(filter);
+}
 
 /// MPLS labels asked for by a MAC filter (RFC 3032, 2.1): 20 bits each, 0 to 0xFFFFF.
 class MplsFilter {

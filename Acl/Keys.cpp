@@ -206,29 +206,37 @@ Interval upperOctets(const Nimnet::EthAddr& value, const Nimnet::EthAddr& mask, 
 Projection projectionOf(std::span<const Ip6Filter* const> filters) {
   std::vector<std::pair<Words, Words>> sources, destinations;
   for (const Ip6Filter* filter : filters) {
-    sources.push_back(
-        {{filter->source.high, filter->source.low}, {filter->sourceMask.high, filter->sourceMask.low}});
-    destinations.push_back({{filter->destination.high, filter->destination.low},
-                            {filter->destinationMask.high, filter->destinationMask.low}});
+    visitFilters(*filter, [&](const Ip6Filter& one) {
+      sources.push_back({{one.source.high, one.source.low}, {one.sourceMask.high, one.sourceMask.low}});
+      destinations.push_back(
+          {{one.destination.high, one.destination.low}, {one.destinationMask.high, one.destinationMask.low}});
+      return true;
+    });
   }
   return {{sideOf(sources, Third::sourceAgrees), sideOf(destinations, Third::destinationAgrees)}};
 }
 
 void addImages(const IpFilter& filter, uint32_t slot, bool wide, std::vector<Image>& images) {
-  Image image;
-  image.slot = slot;
-  askBits(image, 0, filter.sourceMask.value, filter.source.value);
-  askBits(image, 1, filter.destinationMask.value, filter.destination.value);
-  addIpImages(filter, wide, image, images);
+  visitFilters(filter, [&](const IpFilter& one) {
+    Image image;
+    image.slot = slot;
+    askBits(image, 0, one.sourceMask.value, one.source.value);
+    askBits(image, 1, one.destinationMask.value, one.destination.value);
+    addIpImages(one, wide, image, images);
+    return true;
+  });
 }
 
 void addImages(const Ip6Filter& filter, const Projection& projection, uint32_t slot, bool wide,
                std::vector<Image>& images) {
-  Image image;
-  image.slot = slot;
-  askAddress(image, 0, projection.sides[0], filter.source, filter.sourceMask);
-  askAddress(image, 1, projection.sides[1], filter.destination, filter.destinationMask);
-  addIpImages(filter, wide, image, images);
+  visitFilters(filter, [&](const Ip6Filter& one) {
+    Image image;
+    image.slot = slot;
+    askAddress(image, 0, projection.sides[0], one.source, one.sourceMask);
+    askAddress(image, 1, projection.sides[1], one.destination, one.destinationMask);
+    addIpImages(one, wide, image, images);
+    return true;
+  });
 }
 
 void addImages(const MacFilter& filter, uint32_t slot, std::vector<Image>& images) {

@@ -202,10 +202,12 @@ constexpr bool visitTests(const MacFilter&, const MacFields&, const Visit& visit
   return visitAll<addressTests<MacFilter, MacFields>>(visit) && visitAll<macTests>(visit);
 }
 
-/// True when a packet meets every condition of a filter.
+/// True when a packet meets every condition of a filter, or of one of those that it stands for.
 template <class Filter, class Fields>
 bool matchesFilter(const Filter& filter, const Fields& packet) {
-  return visitTests(filter, packet, [&](const auto& test) { return test.matches(filter, packet); });
+  return !visitFilters(filter, [&packet](const Filter& one) {
+    return !visitTests(one, packet, [&](const auto& test) { return test.matches(one, packet); });
+  });
 }
 
 }  // namespace Acl

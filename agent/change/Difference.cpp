@@ -106,8 +106,9 @@ Part rulesDifference(const Config::List& before, const Config::List& after) {
         const Acl::RuleBase& is = Config::common(now.second);
         const bool same = Config::isSameRule(old.second, now.second);
         if (same && was.text == is.text && was.remark == is.remark) return;
-        changes.add(same ? respelled : changed,
-                    {{"sequence", now.first}, {"from", was.text.view()}, {"to", is.text.view()}});
+        Json entry = {{"sequence", now.first}, {"from", was.text.view()}, {"to", is.text.view()}};
+        if (!same && was.text == is.text) entry["groups"] = true;
+        changes.add(same ? respelled : changed, entry);
       });
   return changes;
 }

@@ -62,6 +62,7 @@ std::string differenceText(const Json& difference, bool colour) {
     addLines(text, list.at("rules"), colour, [](const Json& rule) {
       if (rule.contains("text")) return "  " + ruleTitle(rule);
       const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
+      if (rule.contains("groups")) return fmt::format("  {}  (its object-groups differ)", now);
       return fmt::format("  {}  (was: {})", now, wordOf(rule, "from"));
     });
   }

@@ -118,10 +118,11 @@ size_t SourceChange::writes() const {
 size_t SourceChange::memory() const {
   // A rule that is replaced is two writes. With the rule itself that is what MemoryEstimate counts for a
   // line.
-  constexpr size_t ofChange = 64 * 1024, ofWrite = 1200, ofRule = 600;
+  constexpr size_t ofChange = 64 * 1024, ofWrite = 1200, ofRule = 600, ofCombination = 600;
   size_t sum = ofChange + writes() * ofWrite;
   for (const ListChange& change : lists) {
     if (change.list) sum += change.list->rules.size() * ofRule;
+    sum += change.combinations * ofCombination;
   }
   return sum;
 }
@@ -143,6 +144,7 @@ SourceChange sourceChange(const Sources& inForce, const std::string& source, con
     list.comes = !was;
     compareRules(was, is, list);
     if (was && is && list.gone.empty() && list.written.empty()) return;
+    for (const Config::Rule* rule : list.written) list.combinations += Config::combinations(*rule);
     neighbours.place(list);
     change.lists.push_back(std::move(list));
   };

@@ -27,6 +27,7 @@ struct ListChange {
   Asked asked = Asked::always;
   std::vector<uint32_t> gone;                ///< numbers of rules that are deleted or replaced; ascending
   std::vector<const Config::Rule*> written;  ///< new rules, and those that are respelled; ascending
+  size_t combinations = 0;                   ///< of members of groups, that written rules stand for
 
   // When a list in force is new or deleted: the list with this key of the next lower source that has one. It
   // was in force before, or is from now on.

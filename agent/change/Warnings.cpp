@@ -55,11 +55,41 @@ void undefinedSessions(const Facts& facts, const Warn& warn) {
   });
 }
 
+bool hasEmptyGroup(const Config::Rule& rule) {
+  return std::visit(
+      [](const auto& one) {
+        if constexpr (requires { one.filter.alternatives; }) {
+          return one.filter.alternatives.given() && one.filter.alternatives.all().empty();
+        }
+        return false;
+      },
+      rule);
+}
+
+void emptyGroups(const Facts& facts, const Warn& warn) {
+  facts.sources.forEach([&](const std::string&, const Config::Model& model) {
+    for (const auto& [key, list] : model.lists) {
+      for (const auto& [sequence, rule] : list.rules) {
+        if (!hasEmptyGroup(rule)) continue;
+        warn(fmt::format("{} rule {}: an object-group in it is empty: it matches nothing",
+                         listTitle(key.first, key.second), sequence));
+      }
+    }
+  });
+}
+
+void interfacesShutDown(const Facts& facts, const Warn& warn) {
+  facts.sources.forEach([&](const std::string&, const Config::Model& model) {
+    for (const auto& [name, notes] : model.interfaceNotes) {
+      if (notes.shutdown)
+        warn(fmt::format("interface {}: shutdown is kept and has no effect: traffic goes on", name));
+    }
+  });
+}
+
 /// In the order in which their warnings are told.
 constexpr void (*warnings[])(const Facts& facts, const Warn& warn) = {
-    undefinedLists,
-    listsBoundNowhere,
-    undefinedSessions,
+    undefinedLists, listsBoundNowhere, undefinedSessions, emptyGroups, interfacesShutDown,
 };
 
 }  // namespace

@@ -35,6 +35,8 @@ struct Kind<IpAddr> {
   static constexpr bool hasPrefixes = true;
   static constexpr unsigned bits = 32;
   static constexpr auto forms = "any, host A.B.C.D, A.B.C.D/LENGTH or A.B.C.D WILDCARD";
+  static constexpr auto memberForms =
+      "host ADDRESS, ADDRESS/LENGTH, ADDRESS WILDCARD, range LOW HIGH or group-object NAME";
   static constexpr auto plain = "an IPv4 address";
   static constexpr auto wildcard =
       "a wildcard for the address, such as 0.0.0.255 (one address is host A.B.C.D)";
@@ -47,6 +49,7 @@ struct Kind<Ip6Addr> {
   static constexpr bool hasPrefixes = true;
   static constexpr unsigned bits = 128;
   static constexpr auto forms = "any, host A:B::C, A:B::C/LENGTH or A:B::C WILDCARD";
+  static constexpr auto memberForms = Kind<IpAddr>::memberForms;
   static constexpr auto plain = "an IPv6 address";
   static constexpr auto wildcard = "a wildcard for the address, such as ::ffff (one address is host A:B::C)";
   static constexpr auto prefixForm = "a prefix length of 0 to 128 behind an IPv6 address";
@@ -105,7 +108,74 @@ bool read(Cursor& at, Addr* address, Addr* mask) {
   return true;
 }
 
+uint64_t low(IpAddr a) { return a.value; }
+uint64_t high(IpAddr) { return 0; }
+uint64_t low(const Ip6Addr& a) { return a.low; }
+uint64_t high(const Ip6Addr& a) { return a.high; }
+
+template <class Addr>
+bool isBelow(const Addr& a, const Addr& b) {
+  return high(a) != high(b) ? high(a) < high(b) : low(a) < low(b);
+}
+
+IpAddr either(IpAddr a, IpAddr b) { return {a.value | b.value}; }
+Ip6Addr either(const Ip6Addr& a, const Ip6Addr& b) { return {a.high | b.high, a.low | b.low}; }
+
+/// Adds the prefixes below `first`/`length` that make up the range.
+template <class Addr>
+void addRange(const Addr& first, unsigned length, const Addr& from, const Addr& to,
+              std::vector<AddressMatch<Addr>>* all) {
+  const Addr mask = Kind<Addr>::prefix(length), last = either(first, inverse(mask));
+  if (isBelow(last, from) || isBelow(to, first)) return;
+  if (!isBelow(first, from) && !isBelow(to, last)) return all->push_back({first, mask});
+  addRange(first, length + 1, from, to, all);
+  const Addr bit = both(Kind<Addr>::prefix(length + 1), inverse(mask));
+  addRange(either(first, bit), length + 1, from, to, all);
+}
+
+template <class Addr>
+bool readRange(Cursor& at, std::vector<AddressMatch<Addr>>* all) {
+  const auto from = Addr::parse(at.peek());
+  if (!from) return at.fail(Kind<Addr>::plain);
+  at.take();
+  const auto to = Addr::parse(at.peek());
+  if (!to) return at.fail(Kind<Addr>::plain);
+  if (isBelow(*to, *from)) return at.fail("an address that is not below the first one");
+  at.take();
+  addRange(Addr(), 0, *from, *to, all);
+  return true;
+}
+
+template <class Addr>
+bool isPrefixMask(const Addr& mask) {
+  for (unsigned length = 0; length <= Kind<Addr>::bits; ++length) {
+    if (mask == Kind<Addr>::prefix(length)) return true;
+  }
+  return false;
+}
+
+template <class Addr>
+bool readMember(Cursor& at, std::vector<AddressMatch<Addr>>* all) {
+  if (at.takeIf("range")) return readRange(at, all);
+  const auto wildcard = Addr::parse(at.peek(1));
+  if (at.peek() == "any" ||
+      (!Addr::parse(at.peek()) && at.peek() != "host" && at.peek().find('/') == std::string_view::npos)) {
+    return at.fail(Kind<Addr>::memberForms);
+  }
+  if (at.peek() != "host" && wildcard && isPrefixMask(*wildcard)) {
+    return at.failAt(at.position() + 1, "a wildcard, whose set bits are ignored, or ADDRESS/LENGTH",
+                     "that may be meant as a netmask");
+  }
+  AddressMatch<Addr> one;
+  if (!read(at, &one.address, &one.mask)) return false;
+  all->push_back(one);
+  return true;
+}
+
 }  // namespace
+
+bool readAddresses(Cursor& at, std::vector<AddressMatch<IpAddr>>* all) { return readMember(at, all); }
+bool readAddresses(Cursor& at, std::vector<AddressMatch<Ip6Addr>>* all) { return readMember(at, all); }
 
 bool readAddress(Cursor& at, IpAddr* address, IpAddr* mask) { return read(at, address, mask); }
 bool readAddress(Cursor& at, Ip6Addr* address, Ip6Addr* mask) { return read(at, address, mask); }

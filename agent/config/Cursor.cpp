@@ -133,16 +133,16 @@ bool Cursor::number(std::string_view what, uint32_t low, uint32_t high, uint32_t
 
 bool Cursor::end() { return atEnd() || fail("the end of the line"); }
 
+size_t Cursor::columnOf(size_t position) const {
+  if (words_.empty()) return 1;
+  const bool there = position < words_.size();
+  const auto word = there ? words_[position] : words_.back();
+  return static_cast<size_t>(word.data() - line_.data()) + (there ? 0 : word.size()) + 1;
+}
+
 bool Cursor::failAt(size_t position, std::string expected, std::string_view note) {
-  if (position < words_.size()) {
-    const auto word = words_[position];
-    problem_ = {static_cast<size_t>(word.data() - line_.data()) + 1, quote(word), std::move(expected)};
-  } else {
-    const size_t column =
-        words_.empty() ? 1
-                       : static_cast<size_t>(words_.back().data() - line_.data()) + words_.back().size() + 1;
-    problem_ = {column, "the end of the line", std::move(expected)};
-  }
+  problem_ = {columnOf(position), position < words_.size() ? quote(words_[position]) : "the end of the line",
+              std::move(expected)};
   if (!note.empty()) problem_->found += fmt::format(" {}", note);
   return false;
 }

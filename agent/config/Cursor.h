@@ -35,6 +35,9 @@ class Cursor {
   bool takeIf(std::string_view word);
   void skip(size_t words) { next_ += words; }
   size_t position() const { return next_; }
+  /// Of the next word, or of the end of the line; from 1.
+  size_t column() const { return columnOf(next_); }
+  size_t columnOf(size_t position) const;
   size_t wordsLeft() const { return words_.size() - next_; }
 
   /// The rest of the line as typed, without blanks at its ends.
@@ -58,6 +61,12 @@ class Cursor {
   }
   /// The same at the word of a position.
   bool failAt(size_t position, std::string expected, std::string_view note = {});
+
+  /// Keeps the mistake that another cursor has found in this line, and returns false.
+  bool failAs(const Cursor& other) {
+    problem_ = other.problem_;
+    return false;
+  }
 
   const std::optional<Problem>& problem() const { return problem_; }
 

@@ -64,6 +64,7 @@ bool Statements::noInterface(Cursor& at, AclType) {
     for (const auto direction : {AclDirection::in, AclDirection::out})
       model_.bindings.erase({type, direction, name});
   }
+  model_.interfaceNotes.erase(name);
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include <agent/config/Addresses.h>
 #include <agent/config/Names.h>
+#include <agent/config/Nearest.h>
 #include <agent/config/Qualifiers.h>
 #include <agent/config/Rules.h>
 #include <fmt/format.h>
@@ -15,11 +16,25 @@ using Acl::AclType;
 template <class Rule>
 constexpr AclType listOf = std::is_same_v<Rule, Acl::IpRule> ? AclType::ip : AclType::ipv6;
 
-/// `ip` in an IPv4 list and `ipv6` in an IPv6 list mean any protocol. The other word of the two is a mistake:
-/// some readers would take it for a protocol number (41, IPv6 in IPv4) and some for "any".
+bool failProtocol(Cursor& at, std::string_view any, AclType list) {
+  auto names = namesOf(protocolNames());
+  names.push_back(any);
+  const auto word = at.peek();
+  const bool othersWord = word == "ip" || word == "ipv4" || word == "ipv6";
+  if (othersWord) names.clear();
+  return at.fail(orNearest(fmt::format("{}, tcp, udp, {}, sctp, another protocol name or 0 to 255", any,
+                                       list == AclType::ip ? "icmp" : "icmpv6"),
+                           word, names),
+                 !othersWord           ? ""
+                 : list == AclType::ip ? "in an IPv4 list"
+                                       : "in an IPv6 list");
+}
+
+/// `ip` or `ipv4` in an IPv4 list and `ipv6` in an IPv6 list mean any protocol. The words of the other kind
+/// are mistakes: some readers would take them for a protocol number (41, IPv6 in IPv4) and some for "any".
 bool readProtocol(Cursor& at, AclType list, Acl::IpFilterBase* filter) {
   const std::string_view any = list == AclType::ip ? "ip" : "ipv6";
-  if (at.takeIf(any)) return true;
+  if (at.takeIf(any) || (list == AclType::ip && at.takeIf("ipv4"))) return true;
   const auto word = at.peek();
   const auto number = decimal(word);
   if (number && *number <= 255) {
@@ -27,36 +42,65 @@ bool readProtocol(Cursor& at, AclType list, Acl::IpFilterBase* filter) {
   } else if (const auto named = protocolNumber(word)) {
     filter->protocol = *named;
   } else {
-    return at.fail(fmt::format("{}, tcp, udp, {}, sctp, another protocol name or 0 to 255", any,
-                               list == AclType::ip ? "icmp" : "icmpv6"));
+    return failProtocol(at, any, list);
   }
   at.take();
   filter->protocolNamed = true;
   return true;
 }
 
+template <class Addr>
+bool readSide(Cursor& at, Addr* address, Addr* mask, NamedGroup* group) {
+  return at.peek() == groupWord ? readGroupName(at, group) : readAddress(at, address, mask);
+}
+
+/// A group of services stands for the protocol and its ports, or behind the destination for ports only.
+bool readServiceGroup(Cursor& at, const Acl::IpFilterBase& filter, NamedFields* named, NamedGroup* group) {
+  const bool takes = at.peek() == groupWord && filter.protocolNamed && hasPorts(filter.protocol) &&
+                     filter.destinationPort.isAny();
+  if (!takes) return true;
+  named->add(Fields::ports, "ports");
+  return readGroupName(at, group);
+}
+
 template <class Rule>
-bool read(Cursor& at, Rule* rule) {
+bool read(Cursor& at, Rule* rule, GroupNames* groups) {
   constexpr AclType list = listOf<Rule>;
   auto& filter = rule->filter;
   NamedFields named;
-  return readAction(at, rule) && readVlan(at, &filter.vlan) && readProtocol(at, list, &filter) &&
-         readAddress(at, &filter.source, &filter.sourceMask) &&
+  const auto readFirst = [&] {
+    return at.peek() == groupWord ? readGroupName(at, &groups->service) : readProtocol(at, list, &filter);
+  };
+  return readAction(at, rule) && readVlan(at, &filter.vlan) && readFirst() &&
+         readSide(at, &filter.source, &filter.sourceMask, &groups->source) &&
          readPorts(at, filter, &named, &filter.sourcePort) &&
-         readAddress(at, &filter.destination, &filter.destinationMask) &&
+         readSide(at, &filter.destination, &filter.destinationMask, &groups->destination) &&
          readPorts(at, filter, &named, &filter.destinationPort) &&
+         readServiceGroup(at, filter, &named, &groups->service) &&
          readIcmpMessage(at, list, &named, &filter) && readQualifiers(at, list, named, &filter) &&
          readTail(at, rule);
 }
 
 }  // namespace
 
-bool readIpRule(Cursor& at, Acl::IpRule* rule) { return read(at, rule); }
-bool readIpRule(Cursor& at, Acl::Ip6Rule* rule) { return read(at, rule); }
+bool readIpRule(Cursor& at, Acl::IpRule* rule, GroupNames* groups) { return read(at, rule, groups); }
+bool readIpRule(Cursor& at, Acl::Ip6Rule* rule, GroupNames* groups) { return read(at, rule, groups); }
 
-bool readStandardRule(Cursor& at, Acl::IpRule* rule) {
-  return readAction(at, rule) && readAddress(at, &rule->filter.source, &rule->filter.sourceMask) &&
-         readTail(at, rule);
+bool readStandardRule(Cursor& at, Acl::IpRule* rule, GroupNames* groups) {
+  return readAction(at, rule) &&
+         readSide(at, &rule->filter.source, &rule->filter.sourceMask, &groups->source) && readTail(at, rule);
+}
+
+bool readNumberedStandardRule(Cursor& at, Acl::IpRule* rule, GroupNames* groups) {
+  const auto action = at.peek();
+  const auto bare = Nimnet::IpAddr::parse(at.peek(1));
+  if (!bare || Nimnet::IpAddr::parse(at.peek(2))) return readStandardRule(at, rule, groups);
+  if (!readAction(at, rule)) return false;
+  rule->text = fmt::format("{} host {}", action, at.textFrom(at.position()));
+  at.take();
+  rule->filter.source = *bare;
+  rule->filter.sourceMask = Nimnet::IpAddr{~uint32_t{0}};
+  return readTail(at, rule);
 }
 
 bool readAction(Cursor& at, Acl::RuleBase* rule) {
@@ -87,7 +131,8 @@ bool readVlan(Cursor& at, Acl::VlanMatch* vlan) {
   return true;
 }
 
-bool readTail(Cursor& at, Acl::RuleBase* rule, std::string_view before) {
+bool readTail(Cursor& at, Acl::RuleBase* rule, std::string_view before,
+              std::span<const std::string_view> names) {
   const bool log = at.takeIf("log");
   if (log) {
     rule->log = true;
@@ -99,7 +144,11 @@ bool readTail(Cursor& at, Acl::RuleBase* rule, std::string_view before) {
     rule->mirrorSession = session;
     return at.end();
   }
-  return at.atEnd() || at.fail(fmt::format("{}{}mirror or the end of the line", before, log ? "" : "log, "));
+  if (at.atEnd()) return true;
+  std::vector<std::string_view> near(names.begin(), names.end());
+  near.insert(near.end(), {"mirror", log ? "mirror" : "log"});
+  return at.fail(orNearest(fmt::format("{}{}mirror or the end of the line", before, log ? "" : "log, "),
+                           at.peek(), near));
 }
 
 }  // namespace Config

@@ -2,7 +2,6 @@
 #include <agent/config/Statements.h>
 #include <fmt/format.h>
 
-#include <limits>
 #include <type_traits>
 
 namespace Config {
@@ -11,7 +10,6 @@ namespace {
 
 using Acl::AclType;
 
-constexpr uint32_t highestNumber = std::numeric_limits<uint32_t>::max();
 constexpr uint32_t numberStep = 10;
 
 /// Reads `standard` or `extended` between `ip access-list` and the name.
@@ -30,10 +28,11 @@ std::string joined(const std::vector<std::string>& lines) {
 }
 
 template <class R>
-bool readInto(Cursor& at, uint32_t sequence, bool (*reader)(Cursor&, R*), Rule* out) {
+bool readInto(Cursor& at, uint32_t sequence, bool (*reader)(Cursor&, R*, GroupNames*), Rule* out,
+              GroupNames* groups) {
   R rule;
   rule.sequence = sequence;
-  if (!reader(at, &rule)) return false;
+  if (!reader(at, &rule, groups)) return false;
   *out = std::move(rule);
   return true;
 }
@@ -60,23 +59,37 @@ bool Statements::readNumber(Cursor& at, uint32_t* sequence) const {
   return true;
 }
 
-bool Statements::readRule(Cursor& at, uint32_t sequence, Rule* rule) const {
+bool Statements::readRule(Cursor& at, uint32_t sequence, bool bareHosts, Rule* rule,
+                          GroupNames* groups) const {
   switch (list_->type) {
-    case AclType::ip:
-      if (list_->standard) return readInto<Acl::IpRule>(at, sequence, readStandardRule, rule);
-      return readInto<Acl::IpRule>(at, sequence, readIpRule, rule);
+    case AclType::ip: {
+      bool (*const extended)(Cursor&, Acl::IpRule*, GroupNames*) = readIpRule;
+      const auto reader = !list_->standard ? extended
+                          : bareHosts      ? readNumberedStandardRule
+                                           : readStandardRule;
+      return readInto<Acl::IpRule>(at, sequence, reader, rule, groups);
+    }
     case AclType::ipv6:
-      return readInto<Acl::Ip6Rule>(at, sequence, readIpRule, rule);
+      return readInto<Acl::Ip6Rule>(at, sequence, readIpRule, rule, groups);
     case AclType::mac:
-      return readInto<Acl::MacRule>(at, sequence, readMacRule, rule);
+      return readInto<Acl::MacRule>(at, sequence, readMacRule, rule, groups);
   }
   return false;
 }
 
-bool Statements::rule(Cursor& at, AclType) {
+bool Statements::rule(Cursor& at, AclType) { return addRule(at, false); }
+
+bool Statements::addRule(Cursor& at, bool bareHosts) {
   uint32_t sequence = 0;
   Rule rule;
-  if (!readNumber(at, &sequence) || !readRule(at, sequence, &rule)) return false;
+  GroupNames groups;
+  if (!readNumber(at, &sequence) || !readRule(at, sequence, bareHosts, &rule, &groups)) return false;
+  const Model::ListKey key{list_->type, list_->name};
+  if (groups.any()) {
+    groupUses_[key][sequence] = {groups, place_};
+  } else if (const auto uses = groupUses_.find(key); uses != groupUses_.end()) {
+    uses->second.erase(sequence);
+  }
   std::visit([&](auto& r) { r.remark = joined(list_->pendingRemarks); }, rule);
   list_->pendingRemarks.clear();
   list_->rules.insert_or_assign(list_->rules.end(), sequence, std::move(rule));
@@ -89,12 +102,17 @@ bool Statements::noRule(Cursor& at, AclType) {
   if (numbered && !at.number(aNumber, 1, highestNumber, &sequence)) return false;
   if (at.atEnd()) {
     list_->rules.erase(sequence);
+    placedRemarks_[{list_->type, list_->name}].erase(sequence);
     return true;
   }
   Rule rule;
-  if (!readRule(at, sequence, &rule)) return false;
+  GroupNames groups;
+  if (!readRule(at, sequence, false, &rule, &groups)) return false;
+  const auto& uses = groupUses_[{list_->type, list_->name}];
   std::erase_if(list_->rules, [&](const auto& entry) {
     if (numbered && entry.first != sequence) return false;
+    const auto use = uses.find(entry.first);
+    if ((use == uses.end() ? GroupNames() : use->second.names) != groups) return false;
     sequenceIs(&rule, entry.first);
     return isSameRule(entry.second, rule);
   });
@@ -119,11 +137,15 @@ bool Statements::accessList(Cursor& at, AclType type) {
   nowhere_.type = type;
   std::string name;
   readListForm(at, type, &nowhere_.standard);
-  if (!readListName(at, &name) || !at.end()) return false;
+  return readListName(at, &name) && at.end() && openList(at, at.position() - 1, name);
+}
+
+/// Opens the list of nowhere_'s kind and form; `place` is the name's.
+bool Statements::openList(Cursor& at, size_t place, const std::string& name) {
   const auto [entry, added] =
-      model_.lists.try_emplace({type, name}, List{type, name, nowhere_.standard, {}, {}});
+      model_.lists.try_emplace({nowhere_.type, name}, List{nowhere_.type, name, nowhere_.standard, {}, {}});
   if (!added && entry->second.standard != nowhere_.standard) {
-    return at.failAt(at.position() - 1,
+    return at.failAt(place,
                      fmt::format("ip access-list {} in front of it, or no ip access-list {} first",
                                  entry->second.standard ? "standard" : "extended", name),
                      entry->second.standard ? "of a standard list" : "of an extended list");
@@ -138,6 +160,8 @@ bool Statements::noAccessList(Cursor& at, AclType type) {
   readListForm(at, type, &standard);
   if (!readListName(at, &name) || !at.end()) return false;
   model_.lists.erase({type, name});
+  placedRemarks_.erase({type, name});
+  groupUses_.erase({type, name});
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include <agent/config/Addresses.h>
 #include <agent/config/Names.h>
+#include <agent/config/Nearest.h>
 #include <agent/config/Rules.h>
 
 namespace Config {
@@ -28,12 +29,13 @@ bool readEtherType(Cursor& at, Acl::MacFilter* filter) {
 
 }  // namespace
 
-bool readMacRule(Cursor& at, Acl::MacRule* rule) {
+bool readMacRule(Cursor& at, Acl::MacRule* rule, GroupNames*) {
   auto& filter = rule->filter;
   return readAction(at, rule) && readVlan(at, &filter.vlan) &&
          readAddress(at, &filter.source, &filter.sourceMask) &&
          readAddress(at, &filter.destination, &filter.destinationMask) && readEtherType(at, &filter) &&
-         readTail(at, rule, filter.etherTypeNamed ? "" : "an EtherType (a name or 0x0600 to 0xffff), ");
+         readTail(at, rule, filter.etherTypeNamed ? "" : "an EtherType (a name or 0x0600 to 0xffff), ",
+                  filter.etherTypeNamed ? std::vector<std::string_view>() : namesOf(etherTypeNames()));
 }
 
 }  // namespace Config

@@ -32,6 +32,18 @@ inline bool isSameRule(const Rule& a, const Rule& b) {
       a);
 }
 
+/// The combinations of members of groups that a rule stands for; 0 of one that names no groups.
+inline size_t combinations(const Rule& rule) {
+  return std::visit(
+      [](const auto& r) -> size_t {
+        if constexpr (requires { r.filter.alternatives; }) {
+          return r.filter.alternatives.given() ? r.filter.alternatives.all().size() : 0;
+        }
+        return 0;
+      },
+      rule);
+}
+
 /// An access list as the text defines it. The key of a rule is its sequence number. A list without rules is
 /// defined, too: it drops everything.
 struct List {
@@ -53,6 +65,23 @@ struct BindingKey {
   auto operator<=>(const BindingKey&) const = default;
 };
 
+/// An object-group: its members as they were typed, single blanks between the words.
+struct ObjectGroup {
+  bool service = false;  ///< of protocols and ports; else of networks
+  std::vector<std::string> members;
+
+  bool operator==(const ObjectGroup&) const = default;
+};
+
+/// What is kept with an interface and shown, and has no effect on traffic.
+struct InterfaceNotes {
+  std::string description;  ///< empty: none
+  bool shutdown = false;
+
+  bool isEmpty() const { return description.empty() && !shutdown; }
+  bool operator==(const InterfaceNotes&) const = default;
+};
+
 /// Everything that configuration texts say, as plain values: without entities, ids or references to a text.
 ///
 /// Invariants: the key of a list is its type and name, that of a rule its number. Members and destinations
@@ -65,6 +94,9 @@ struct Model {
   std::map<BindingKey, std::string> bindings;                      ///< the name of the list at each place
   std::map<std::string, std::vector<std::string>> portChannels;    ///< members in the order of the text
   std::map<std::string, std::vector<std::string>> mirrorSessions;  ///< destinations in the order of the text
+  std::map<std::string, InterfaceNotes> interfaceNotes;            ///< none of them empty
+  std::map<std::string, ObjectGroup>
+      objectGroups;  ///< rules that name them have their members as alternatives
 
   bool operator==(const Model&) const = default;
 };

@@ -11,6 +11,8 @@ constexpr NamedNumber protocols[] = {
     {"udp", protocolUdp},
     {"icmp", protocolIcmp},
     {"icmpv6", protocolIcmpV6},
+    {"icmp6", protocolIcmpV6},
+    {"ipv6-icmp", protocolIcmpV6},
     {"sctp", protocolSctp},
     {"ah", 51},
     {"ahp", 51},
@@ -30,6 +32,8 @@ constexpr NamedNumber protocols[] = {
     {"mobility", 135},
     {"mpls", 137},
     {"ospf", 89},
+    {"ospfigp", 89},
+    {"ospfv3", 89},
     {"pcp", 108},
     {"pim", 103},
     {"rdp", 27},
@@ -39,14 +43,15 @@ constexpr NamedNumber protocols[] = {
 };
 
 constexpr NamedNumber dscps[] = {
-    {"default", 0}, {"le", 1},    {"cs0", 0},   {"cs1", 8},   {"cs2", 16},  {"cs3", 24},
-    {"cs4", 32},    {"cs5", 40},  {"cs6", 48},  {"cs7", 56},  {"af11", 10}, {"af12", 12},
-    {"af13", 14},   {"af21", 18}, {"af22", 20}, {"af23", 22}, {"af31", 26}, {"af32", 28},
-    {"af33", 30},   {"af41", 34}, {"af42", 36}, {"af43", 38}, {"ef", 46},   {"va", 44},
+    {"default", 0}, {"le", 1},    {"cs0", 0},   {"cs1", 8},          {"cs2", 16},  {"cs3", 24},  {"cs4", 32},
+    {"cs5", 40},    {"cs6", 48},  {"cs7", 56},  {"af11", 10},        {"af12", 12}, {"af13", 14}, {"af21", 18},
+    {"af22", 20},   {"af23", 22}, {"af31", 26}, {"af32", 28},        {"af33", 30}, {"af41", 34}, {"af42", 36},
+    {"af43", 38},   {"ef", 46},   {"va", 44},   {"voice-admit", 44},
 };
 
 constexpr NamedNumber etherTypes[] = {
     {"ip", 0x0800},
+    {"ipv4", 0x0800},
     {"ipv6", 0x86dd},
     {"arp", 0x0806},
     {"aarp", 0x80f3},
@@ -57,11 +62,15 @@ constexpr NamedNumber etherTypes[] = {
     {"fcoe", 0x8906},
     {"fip", 0x8914},
     {"ipx", 0x8137},
+    {"lat", 0x6004},
     {"lldp", 0x88cc},
     {"loopback", 0x9000},
     {"mac-control", 0x8808},
     {"macsec", 0x88e5},
+    {"mop-console", 0x6002},
+    {"mop-dump", 0x6001},
     {"mpls", 0x8847},
+    {"mpls-unicast", 0x8847},
     {"mpls-multicast", 0x8848},
     {"pppoe-discovery", 0x8863},
     {"pppoe-session", 0x8864},
@@ -70,12 +79,14 @@ constexpr NamedNumber etherTypes[] = {
     {"rarp", 0x8035},
     {"slow-protocols", 0x8809},
     {"trill", 0x22f3},
+    {"vines-ip", 0x0bad},
     {"wake-on-lan", 0x0842},
 };
 
 constexpr IcmpMessage icmpV4[] = {
     {"echo-reply", 0},
     {"unreachable", 3},
+    {"destination-unreachable", 3},
     {"net-unreachable", 3, 0},
     {"host-unreachable", 3, 1},
     {"protocol-unreachable", 3, 2},
@@ -87,7 +98,9 @@ constexpr IcmpMessage icmpV4[] = {
     {"host-unknown", 3, 7},
     {"host-isolated", 3, 8},
     {"net-prohibited", 3, 9},
+    {"dod-net-prohibited", 3, 9},
     {"host-prohibited", 3, 10},
+    {"dod-host-prohibited", 3, 10},
     {"net-tos-unreachable", 3, 11},
     {"host-tos-unreachable", 3, 12},
     {"administratively-prohibited", 3, 13},
@@ -101,6 +114,7 @@ constexpr IcmpMessage icmpV4[] = {
     {"host-tos-redirect", 5, 3},
     {"alternate-address", 6},
     {"echo", 8},
+    {"echo-request", 8},
     {"router-advertisement", 9},
     {"router-solicitation", 10},
     {"time-exceeded", 11},
@@ -110,24 +124,30 @@ constexpr IcmpMessage icmpV4[] = {
     {"general-parameter-problem", 12, 0},
     {"option-missing", 12, 1},
     {"bad-length", 12, 2},
+    {"no-room-for-option", 12, 2},
     {"timestamp-request", 13},
     {"timestamp-reply", 14},
     {"information-request", 15},
     {"information-reply", 16},
     {"mask-request", 17},
+    {"address-mask-request", 17},
     {"mask-reply", 18},
+    {"address-mask-reply", 18},
     {"traceroute", 30},
     {"conversion-error", 31},
     {"mobile-redirect", 32},
     {"photuris", 40},
     {"extended-echo", 42},
+    {"extended-echo-request", 42},
     {"extended-echo-reply", 43},
 };
 
 constexpr IcmpMessage icmpV6[] = {
     {"unreachable", 1},
+    {"destination-unreachable", 1},
     {"no-route", 1, 0},
     {"administratively-prohibited", 1, 1},
+    {"no-admin", 1, 1},
     {"beyond-scope", 1, 2},
     {"address-unreachable", 1, 3},
     {"port-unreachable", 1, 4},
@@ -141,8 +161,8 @@ constexpr IcmpMessage icmpV6[] = {
     {"erroneous-header", 4, 0},
     {"unknown-next-header", 4, 1},
     {"unknown-option", 4, 2},
-    {"echo-request", 128},
     {"echo", 128},
+    {"echo-request", 128},
     {"echo-reply", 129},
     {"mld-query", 130},
     {"mld-report", 131},
@@ -151,7 +171,9 @@ constexpr IcmpMessage icmpV6[] = {
     {"router-solicitation", 133},
     {"router-advertisement", 134},
     {"neighbor-solicitation", 135},
+    {"nd-ns", 135},
     {"neighbor-advertisement", 136},
+    {"nd-na", 136},
     {"redirect", 137},
     {"router-renumbering", 138},
     {"node-information-query", 139},
@@ -186,6 +208,10 @@ std::optional<Number> find(std::span<const NamedNumber> table, std::string_view 
 std::optional<uint8_t> protocolNumber(std::string_view name) { return find<uint8_t>(protocols, name); }
 std::optional<uint8_t> dscpNumber(std::string_view name) { return find<uint8_t>(dscps, name); }
 std::optional<uint16_t> etherTypeNumber(std::string_view name) { return find<uint16_t>(etherTypes, name); }
+
+std::span<const NamedNumber> protocolNames() { return protocols; }
+std::span<const NamedNumber> dscpNames() { return dscps; }
+std::span<const NamedNumber> etherTypeNames() { return etherTypes; }
 
 std::span<const IcmpMessage> icmpMessages(uint8_t icmpProtocol) {
   if (icmpProtocol == protocolIcmp) return icmpV4;

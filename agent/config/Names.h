@@ -24,6 +24,14 @@ struct IcmpMessage {
   int16_t code = anyCode;
 };
 
+/// A name of a port. The number often serves another purpose with another transport (514 is a remote shell
+/// with TCP and the system log with UDP), so a name is not taken across.
+struct PortName {
+  std::string_view name;
+  uint16_t port;
+  uint8_t transports;  ///< bits, see transportBit()
+};
+
 /// Protocols that some words of the language are only for (IANA, Assigned Internet Protocol Numbers).
 inline constexpr uint8_t protocolIcmp = 1;
 inline constexpr uint8_t protocolTcp = 6;
@@ -33,6 +41,11 @@ inline constexpr uint8_t protocolSctp = 132;
 
 inline bool hasPorts(uint8_t protocol) {
   return protocol == protocolTcp || protocol == protocolUdp || protocol == protocolSctp;
+}
+
+/// The bit of TCP, UDP or SCTP in PortName; 0 of other protocols.
+constexpr uint8_t transportBit(uint8_t protocol) {
+  return protocol == protocolTcp ? 1 : protocol == protocolUdp ? 2 : protocol == protocolSctp ? 4 : 0;
 }
 
 /// The number of a protocol name. `ip` and `ipv6` have none: they stand for any protocol.
@@ -52,7 +65,12 @@ std::optional<uint16_t> etherTypeNumber(std::string_view name);
 /// Parameters) of a name; null if the protocol has no such message.
 const IcmpMessage* icmpMessage(std::string_view name, uint8_t icmpProtocol);
 
-/// All ICMP or ICMPv6 messages that have a name, for help texts and tests.
+/// The tables themselves, for help texts, documents and tests: of the names for one number the first is the
+/// usual one.
 std::span<const IcmpMessage> icmpMessages(uint8_t icmpProtocol);
+std::span<const NamedNumber> protocolNames();
+std::span<const PortName> portNames();
+std::span<const NamedNumber> dscpNames();
+std::span<const NamedNumber> etherTypeNames();
 
 }  // namespace Config

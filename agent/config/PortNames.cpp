@@ -4,17 +4,10 @@ namespace Config {
 
 namespace {
 
-/// The transports that a name may be used with. The same number often means another service with another
-/// transport (514 is a remote shell with TCP and the system log with UDP), so each name lists its own.
-enum Transport : uint8_t { T = 1, U = 2, S = 4, TU = T | U, TUS = T | U | S, TS = T | S };
+constexpr uint8_t T = transportBit(protocolTcp), U = transportBit(protocolUdp),
+                  S = transportBit(protocolSctp), TU = T | U, TUS = T | U | S, TS = T | S;
 
-struct PortName {
-  std::string_view name;
-  uint16_t port;
-  Transport transports;
-};
-
-constexpr PortName portNames[] = {
+constexpr PortName portTable[] = {
     {"echo", 7, TU},
     {"discard", 9, TUS},
     {"systat", 11, TU},
@@ -52,26 +45,32 @@ constexpr PortName portNames[] = {
     {"netbios-ns", 137, TU},
     {"netbios-dgm", 138, TU},
     {"netbios-ssn", 139, TU},
+    {"netbios-ss", 139, TU},
     {"imap", 143, T},
     {"snmp", 161, TU},
     {"snmptrap", 162, TU},
     {"xdmcp", 177, U},
     {"bgp", 179, TS},
     {"irc", 194, TU},
+    {"dnsix", 195, U},
     {"ldap", 389, TU},
     {"mobileip-agent", 434, U},
     {"https", 443, TUS},
     {"snpp", 444, T},
     {"microsoft-ds", 445, TU},
     {"submissions", 465, T},
+    {"pim-auto-rp", 496, TU},
     {"isakmp", 500, U},
     {"exec", 512, T},
     {"biff", 512, U},
     {"login", 513, T},
     {"who", 513, U},
     {"shell", 514, T},
+    {"cmd", 514, T},
+    {"rsh", 514, T},
     {"syslog", 514, U},
     {"printer", 515, T},
+    {"lpd", 515, T},
     {"talk", 517, TU},
     {"ntalk", 518, TU},
     {"router", 520, U},
@@ -89,6 +88,7 @@ constexpr PortName portNames[] = {
     {"ldaps", 636, T},
     {"msdp", 639, T},
     {"ldp", 646, TU},
+    {"kerberos-adm", 749, T},
     {"netconf-ssh", 830, T},
     {"rsync", 873, T},
     {"domain-s", 853, TU},
@@ -98,9 +98,13 @@ constexpr PortName portNames[] = {
     {"imaps", 993, T},
     {"pop3s", 995, T},
     {"socks", 1080, T},
+    {"lotusnotes", 1352, T},
     {"ms-sql-s", 1433, T},
     {"ms-sql-m", 1434, U},
+    {"citrix-ica", 1494, T},
+    {"sqlnet", 1521, T},
     {"l2tp", 1701, U},
+    {"h323", 1720, T},
     {"pptp", 1723, T},
     {"radius", 1812, TU},
     {"radius-acct", 1813, TU},
@@ -120,6 +124,7 @@ constexpr PortName portNames[] = {
     {"bfd-echo", 3785, U},
     {"diameter", 3868, TS},
     {"ipsec-nat-t", 4500, U},
+    {"non500-isakmp", 4500, U},
     {"vxlan", 4789, U},
     {"sip", 5060, TUS},
     {"sips", 5061, TS},
@@ -138,12 +143,11 @@ constexpr PortName portNames[] = {
 
 }  // namespace
 
+std::span<const PortName> portNames() { return portTable; }
+
 std::optional<uint16_t> portNumber(std::string_view name, uint8_t protocol) {
-  const uint8_t transport = protocol == protocolTcp    ? T
-                            : protocol == protocolUdp  ? U
-                            : protocol == protocolSctp ? S
-                                                       : 0;
-  for (const auto& row : portNames) {
+  const uint8_t transport = transportBit(protocol);
+  for (const auto& row : portTable) {
     if (row.name == name && (row.transports & transport)) return row.port;
   }
   return {};

@@ -1,5 +1,6 @@
 #include <agent/config/Mistake.h>
 #include <agent/config/Names.h>
+#include <agent/config/Nearest.h>
 #include <agent/config/Qualifiers.h>
 #include <agent/config/Rules.h>
 #include <fmt/format.h>
@@ -59,11 +60,12 @@ bool readFragments(Cursor&, uint8_t, IpFilterBase* filter) {
 
 /// Reads a value up to `max`, or takes the one that was `named`, and an optional mask. In the filter they
 /// stand `shift` bits further left.
-bool readMasked(Cursor& at, unsigned max, std::optional<uint8_t> named, const std::string& expected,
+template <class Expected>
+bool readMasked(Cursor& at, unsigned max, std::optional<uint8_t> named, const Expected& expected,
                 unsigned shift, IpFilterBase* filter) {
   std::optional<uint32_t> value = named;
   if (!value) value = looksHexadecimal(at.peek()) ? hexadecimal(at.peek()) : decimal(at.peek());
-  if (!value || *value > max) return at.fail(expected);
+  if (!value || *value > max) return at.fail(expected());
   at.take();
   uint32_t mask = max;
   if (looksHexadecimal(at.peek())) {
@@ -78,11 +80,16 @@ bool readMasked(Cursor& at, unsigned max, std::optional<uint8_t> named, const st
 }
 
 bool readDscp(Cursor& at, uint8_t, IpFilterBase* filter) {
-  return readMasked(at, 63, dscpNumber(at.peek()), "a DSCP name or 0 to 63", 2, filter);
+  const auto named = dscpNumber(at.peek());
+  const auto expected = [&at] {
+    return orNearest("a DSCP name or 0 to 63", at.peek(), namesOf(dscpNames()));
+  };
+  return readMasked(at, 63, named, expected, 2, filter);
 }
 
 bool readTrafficClass(Cursor& at, uint8_t, IpFilterBase* filter) {
-  return readMasked(at, 255, {}, "a traffic class 0 to 255", 0, filter);
+  return readMasked(
+      at, 255, {}, [] { return "a traffic class 0 to 255"; }, 0, filter);
 }
 
 bool readHops(Cursor& at, uint8_t, IpFilterBase* filter) {
@@ -118,20 +125,24 @@ bool isFor(const Qualifier& row, AclType list, const IpFilterBase& filter) {
          (!row.tcpOnly || (filter.protocolNamed && filter.protocol == protocolTcp));
 }
 
-/// The words that can stand next in the rule. Some can only stand `first`, right behind the destination.
-std::string choices(AclType list, const NamedFields& named, const IpFilterBase& filter, bool first) {
-  std::vector<std::string_view> words;
+/// The words that can stand next in the rule. Some can only stand `first`, right behind the destination. An
+/// unknown `word` is told the nearest of them.
+std::string choices(AclType list, const NamedFields& named, const IpFilterBase& filter, bool first,
+                    std::string_view word) {
+  std::vector<std::string_view> words, names;
   if (first && filter.protocolNamed && hasPorts(filter.protocol) && filter.destinationPort.isAny()) {
     words.insert(words.end(), {"eq", "neq", "lt", "gt", "range"});
   }
   if (first && filter.protocolNamed && filter.protocol == icmpOf(list) && !filter.icmpTypeNamed) {
     words.push_back("an ICMP message name or type");
+    names = namesOf(icmpMessages(filter.protocol));
   }
   for (const auto& row : qualifiers) {
     if (isFor(row, list, filter) && named.wordOf(row.field | row.excludes).empty()) words.push_back(row.word);
   }
   words.insert(words.end(), {"log", "mirror", "the end of the line"});
-  return anyOf(words);
+  names.insert(names.end(), words.begin(), words.end());
+  return orNearest(anyOf(words), word, names);
 }
 
 /// Why a known word cannot stand here; empty for a word that is not known. `row` is null when it is no
@@ -161,10 +172,18 @@ bool isPortWord(std::string_view word, uint8_t protocol) {
   return isDigits(word) || portNumber(word, protocol);
 }
 
+bool failPort(Cursor& at, uint8_t protocol) {
+  std::vector<std::string_view> names;
+  for (const auto& row : portNames()) {
+    if (row.transports & transportBit(protocol)) names.push_back(row.name);
+  }
+  return at.fail(orNearest("a port 0 to 65535 or a port name of this protocol", at.peek(), names));
+}
+
 bool readPort(Cursor& at, uint8_t protocol, uint16_t* port) {
   auto value = decimal(at.peek());
   if (!value || *value > 65535) value = portNumber(at.peek(), protocol);
-  if (!value) return at.fail("a port 0 to 65535 or a port name of this protocol");
+  if (!value) return failPort(at, protocol);
   at.take();
   *port = static_cast<uint16_t>(*value);
   return true;
@@ -191,8 +210,8 @@ bool readQualifiers(Cursor& at, AclType list, NamedFields named, IpFilterBase* f
                                    [&](const Qualifier& q) { return q.word == at.peek(); });
     if (row == std::end(qualifiers)) row = nullptr;
     if (!row || !isFor(*row, list, *filter) || !named.wordOf(row->field | row->excludes).empty()) {
-      return at.fail(choices(list, named, *filter, first),
-                     reasonAgainst(at.peek(), row, list, named, *filter));
+      const auto reason = reasonAgainst(at.peek(), row, list, named, *filter);
+      return at.fail(choices(list, named, *filter, first, reason.empty() ? at.peek() : ""), reason);
     }
     at.take();
     if (!row->read(at, row->value, filter)) return false;

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <agent/config/Cursor.h>
+#include <agent/config/Groups.h>
 #include <agent/config/Model.h>
 
+#include <limits>
 #include <map>
 #include <string>
 #include <string_view>
@@ -11,9 +13,24 @@
 
 namespace Config {
 
+/// Where a line stands in the texts that are read as one.
+struct LinePlace {
+  size_t text = 0;
+  int line = 1;
+
+  auto operator<=>(const LinePlace&) const = default;
+};
+
+/// A mistake that shows when all texts have been read.
+struct LateMistake {
+  LinePlace place;
+  Cursor::Problem problem;
+};
+
 /// Stands for any number in the table of statements. It cannot be mistaken for a word of a text: no word has
 /// blanks.
 inline constexpr std::string_view aNumber = "a rule number";
+inline constexpr uint32_t highestNumber = std::numeric_limits<uint32_t>::max();
 
 /// Reads the name of a list: any name except the two words that say the form of a list.
 bool readListName(Cursor& at, std::string* name);
@@ -28,12 +45,15 @@ class Statements {
   explicit Statements(Model start);
 
   /// Carries out the statement that the cursor stands in front of.
-  bool take(Cursor& at);
+  bool take(Cursor& at, LinePlace place = {});
 
+  /// Behind the last line: gives remarks their rules, and rules what their groups stand for. The mistakes are
+  /// in no order, at most one a line.
+  std::vector<LateMistake> finish();
   Model takeModel() { return std::move(model_); }
 
  private:
-  enum class Mode { top, list, interface };
+  enum class Mode { top, list, interface, group, anywhere };
   using Handler = bool (Statements::*)(Cursor&, Acl::AclType);
   struct Row;
   static const Row rows[];
@@ -55,9 +75,33 @@ class Statements {
   bool noPortChannel(Cursor& at, Acl::AclType);
   bool mirrorSession(Cursor& at, Acl::AclType);
   bool noMirrorSession(Cursor& at, Acl::AclType);
+  bool placedRemark(Cursor& at, Acl::AclType);
+  bool noPlacedRemark(Cursor& at, Acl::AclType);
+  bool numberedList(Cursor& at, Acl::AclType);
+  bool noNumberedList(Cursor& at, Acl::AclType);
+  bool description(Cursor& at, Acl::AclType);
+  bool noDescription(Cursor& at, Acl::AclType);
+  bool shutdown(Cursor& at, Acl::AclType);
+  bool noShutdown(Cursor& at, Acl::AclType);
+  bool nothing(Cursor& at, Acl::AclType);
+  bool networkGroup(Cursor& at, Acl::AclType) { return openGroup(at, false); }
+  bool serviceGroup(Cursor& at, Acl::AclType) { return openGroup(at, true); }
+  bool noNetworkGroup(Cursor& at, Acl::AclType) { return forgetGroup(at, false); }
+  bool noServiceGroup(Cursor& at, Acl::AclType) { return forgetGroup(at, true); }
 
+  bool startsStatement(const Cursor& at) const;
+  bool openGroup(Cursor& at, bool service);
+  bool forgetGroup(Cursor& at, bool service);
+  bool member(Cursor& at, bool undo);
+  void forgetAlternatives(const Model::ListKey& key, List& list);
+  void expandGroups(std::vector<LateMistake>* mistakes);
+
+  bool openList(Cursor& at, size_t place, const std::string& name);
+  bool addRule(Cursor& at, bool bareHosts);
+  void settleRemarks();
+  void shutdownIs(bool shutdown);
   bool readNumber(Cursor& at, uint32_t* sequence) const;
-  bool readRule(Cursor& at, uint32_t sequence, Rule* rule) const;
+  bool readRule(Cursor& at, uint32_t sequence, bool bareHosts, Rule* rule, GroupNames* groups) const;
   bool checkMembers(Cursor& at, size_t first, const std::string& name,
                     const std::vector<std::string>& members);
   void forgetMembers(const std::string& name);
@@ -65,6 +109,26 @@ class Statements {
   Model model_;
   std::map<std::string, std::string> channelOf_;  ///< by member: the port-channel it belongs to
 
+  using Remarks = std::map<uint32_t, std::vector<std::string>>;
+  /// Those with a number, which go with the rule behind it.
+  std::map<Model::ListKey, Remarks> placedRemarks_;
+
+  struct GroupUse {
+    GroupNames names;
+    LinePlace place;
+  };
+  /// The groups of rules that name some. Of rules that have gone something may be left.
+  std::map<Model::ListKey, std::map<uint32_t, GroupUse>> groupUses_;
+  struct MemberPlace {
+    LinePlace place;
+    size_t column = 1;  ///< of its last word
+  };
+  std::map<std::string, std::map<std::string, MemberPlace>> memberPlaces_;  ///< by group and member
+  ObjectGroup* group_ = nullptr;  ///< the open group: one of the model's, or nowhereGroup_
+  std::string groupName_;
+  ObjectGroup nowhereGroup_;
+
+  LinePlace place_;
   Mode mode_ = Mode::top;
   List* list_ = nullptr;  ///< the open list: one of the model's, or nowhere_
   List nowhere_;          ///< for the rules below a list whose first line is wrong

@@ -9,6 +9,28 @@ namespace {
 
 constexpr size_t nearest = 3;
 
+/// How many conditions of a filter a packet does not meet.
+template <class Filter, class Fields>
+size_t failures(const Filter& filter, const Fields& packet) {
+  size_t failed = 0;
+  Acl::visitTests(filter, packet, [&](const auto& test) {
+    failed += test.matches(filter, packet) ? 0 : 1;
+    return true;
+  });
+  return failed;
+}
+
+/// Of all that a filter stands for, what a packet misses by least; itself when that is nothing.
+template <class Filter, class Fields>
+const Filter& nearestOf(const Filter& filter, const Fields& packet) {
+  const Filter* best = nullptr;
+  Acl::visitFilters(filter, [&](const Filter& each) {
+    if (!best || failures(each, packet) < failures(*best, packet)) best = &each;
+    return true;
+  });
+  return best ? *best : filter;
+}
+
 template <class Rule, class Fields>
 EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decided, const Fields& packet) {
   struct Candidate {
@@ -20,11 +42,7 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
   for (const auto* entry : rules.ordered()) {
     if (entry->key == decided) break;
     ++result.count;
-    size_t failed = 0;
-    Acl::visitTests(entry->value.filter(), packet, [&](const auto& test) {
-      failed += test.matches(entry->value.filter(), packet) ? 0 : 1;
-      return true;
-    });
+    const size_t failed = failures(nearestOf(entry->value.filter(), packet), packet);
     if (best.size() == nearest && failed >= best.back().failed) continue;
     if (best.size() == nearest) best.pop_back();
     const auto place =
@@ -37,8 +55,9 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
   for (const Candidate& each : best) {
     const auto& rule = *each.rule;
     NearMiss miss{rule.sequence(), rule.text().str(), {}};
-    Acl::visitTests(rule.filter(), packet, [&](const auto& test) {
-      if (!test.matches(rule.filter(), packet)) miss.failed.push_back({test.name, test.shown(packet)});
+    const auto& filter = nearestOf(rule.filter(), packet);
+    Acl::visitTests(filter, packet, [&](const auto& test) {
+      if (!test.matches(filter, packet)) miss.failed.push_back({test.name, test.shown(packet)});
       return true;
     });
     result.near.push_back(std::move(miss));

@@ -28,7 +28,7 @@ struct Rule {
   std::string list;
   uint32_t sequence = 0;
   Id id;
-  std::string text;  ///< as it was typed, without the number
+  std::string text;  ///< as it was typed, without the number; see RuleText.h
 };
 
 /// A counter of a collection.

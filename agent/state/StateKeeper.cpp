@@ -2,6 +2,7 @@
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Reserve.h>
+#include <agent/state/RuleText.h>
 #include <agent/state/StateKeeper.h>
 
 #include <algorithm>
@@ -166,8 +167,8 @@ bool StateKeeper::copyRules(Piece& piece, bool whole) {
   if (!rules) return true;
   const auto take = [&](const Kiv::UniqueId& id, const auto& rule) {
     noteId(id);
-    state_.rules.push_back(
-        {piece.source, piece.type, piece.name.str(), rule.sequence(), id.value(), rule.text().str()});
+    state_.rules.push_back({piece.source, piece.type, piece.name.str(), rule.sequence(), id.value(),
+                            savedText(rule.text().view(), rule.filter())});
   };
   return Acl::withRuleKind(piece.type,
                            [&](auto kind) { return copyMap(kind.rules(*rules), piece.resume, whole, take); });

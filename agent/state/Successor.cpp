@@ -1,5 +1,6 @@
 #include <Kiv/UniqueIdSeed.h>
 #include <agent/config/Reader.h>
+#include <agent/state/RuleText.h>
 #include <agent/state/Successor.h>
 #include <agent/state/Table.h>
 
@@ -20,7 +21,8 @@ std::string headOf(Acl::AclType type, bool standard) {
   return "mac access-list L\n";
 }
 
-/// Whether a text, which may be spelled differently, means this rule.
+/// Whether a text says the same as a rule in other words. Never of a rule that names groups, which a text
+/// alone does not know.
 bool says(const std::string& text, Acl::AclType type, const Config::Rule& rule) {
   const uint32_t sequence = Config::common(rule).sequence;
   for (const bool standard : {false, true}) {
@@ -73,7 +75,9 @@ Kiv::UniqueId Successor::idOf(const std::string& source, const Config::List& lis
   const auto known =
       std::lower_bound(state_.rules.begin(), state_.rules.end(), wanted, Saved::keyLess<Saved::Rule>);
   if (known == state_.rules.end() || Saved::key(*known) != Saved::key(wanted)) return {};
-  if (common.text != known->text && !says(known->text, list.type, rule)) return {};
+  const std::string text =
+      std::visit([](const auto& one) { return savedText(one.text.view(), one.filter); }, rule);
+  if (text != known->text && !says(known->text, list.type, rule)) return {};
   return given_.insert(known->id).second ? Kiv::UniqueId(known->id) : Kiv::UniqueId();
 }
 

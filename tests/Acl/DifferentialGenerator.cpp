@@ -179,6 +179,24 @@ void Generator<Rule>::baseOf(Acl::IpFilterBase& f) {
 }
 
 template <class Rule>
+template <class Filter>
+void Generator<Rule>::someAlternatives(Filter& f) {
+  std::vector<Filter> all;
+  for (auto count = dice_.below(6); count > 0; --count) {
+    Filter one = f;
+    const Column source = column(), destination = column();
+    if (dice_.once(2)) addressIs(one.source, source.value), addressIs(one.sourceMask, source.mask);
+    if (dice_.once(2))
+      addressIs(one.destination, destination.value), addressIs(one.destinationMask, destination.mask);
+    if (dice_.once(3) && !one.fragments && !one.icmpTypeNamed) one.destinationPort = ports();
+    all.push_back(one);
+  }
+  // What made the filter is a packet's way to it; another filter beside it has others.
+  if (!dice_.once(8)) all.insert(all.begin() + static_cast<std::ptrdiff_t>(dice_.below(all.size() + 1)), f);
+  f.alternatives = Acl::Alternatives<Filter>(std::move(all));
+}
+
+template <class Rule>
 Rule Generator<Rule>::rule() {
   Made made;
   if (const Made* known = someMade(); known && dice_.once(16)) {
@@ -203,6 +221,10 @@ Rule Generator<Rule>::rule() {
   addressIs(f.sourceMask, made.source.mask);
   addressIs(f.destination, made.destination.value | (noise & ~made.destination.mask));
   addressIs(f.destinationMask, made.destination.mask);
+  if constexpr (!isMac<Rule>) {
+    f.alternatives = {};
+    if (dice_.once(5)) someAlternatives(f);
+  }
   made.rule.sequence = sequence();
   made.rule.action = dice_.once(2) ? Acl::Action::deny : Acl::Action::permit;
 

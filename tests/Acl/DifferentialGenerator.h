@@ -36,6 +36,8 @@ class Generator {
   void baseNear(Fields& packet, const Acl::IpFilterBase& filter, bool inside);
   uint16_t portNear(const Acl::PortMatch& match, bool inside);
   void baseOf(Acl::IpFilterBase& filter);
+  template <class Filter>
+  void someAlternatives(Filter& filter);
   void someVlan(Acl::VlanMatch& vlan);
   Acl::PortMatch ports();
   uint16_t port();

@@ -128,34 +128,43 @@ std::string describeIp(const Rule& rule) {
   if (f.trafficClassMask) all += fmt::format(" class {:#x}&{:#x}", f.trafficClass, f.trafficClassMask);
   if (!f.hops.isAny()) all += fmt::format(" hops op {} {}", static_cast<int>(f.hops.op), f.hops.value);
   if (f.fragments) all += " fragments";
+  if (f.alternatives.given()) {
+    all += " any of";
+    for (const auto& filter : f.alternatives.all()) {
+      Rule each = rule;
+      each.filter = filter;
+      all += " (" + describeIp(each) + ")";
+    }
+  }
   return all + text(f.vlan);
 }
 
 }  // namespace
 
-/// What a rule asks beside the addresses.
+/// What a rule, or one of the filters that it stands for, asks beside the addresses.
 template <class Rule>
 struct Oracle<Rule>::Conditions {
   const Rule rule;
+  const typename Rule::FilterType asked;
   std::vector<Interval> sourcePorts, destinationPorts;
   std::bitset<256> hops;
 
-  explicit Conditions(const Rule& r) : rule(r) {
+  Conditions(const Rule& r, const typename Rule::FilterType& filter) : rule(r), asked(filter) {
     if constexpr (!std::is_same_v<Rule, MacRule>) {
-      sourcePorts = allowed(r.filter.sourcePort);
-      destinationPorts = allowed(r.filter.destinationPort);
-      hops = allowedHops(r.filter.hops);
+      sourcePorts = allowed(asked.sourcePort);
+      destinationPorts = allowed(asked.destinationPort);
+      hops = allowedHops(asked.hops);
     }
   }
 
   bool vlanMet(const Fields& p) const {
-    const auto& vlan = rule.filter.vlan;
+    const auto& vlan = asked.vlan;
     return !vlan.named ||
            (p.vlanKnown && (p.vlan | vlan.wildcard) % 4096 == (vlan.id | vlan.wildcard) % 4096);
   }
 
   bool met(const Fields& p) const {
-    const auto& f = rule.filter;
+    const auto& f = asked;
     if constexpr (std::is_same_v<Rule, MacRule>) {
       return vlanMet(p) && (!f.etherTypeNamed || f.etherType == p.etherType) && !f.mpls.labelNamed() &&
              !f.mpls.innerLabelNamed();
@@ -182,15 +191,23 @@ struct Oracle<Rule>::Conditions {
 template <class Rule>
 void Oracle<Rule>::ruleIs(Kiv::UniqueId id, const Rule& rule) {
   ruleDel(id);
-  const auto& f = rule.filter;
-  const std::array<U128, 2> mask{number(f.sourceMask), number(f.destinationMask)};
-  const Place place{rule.sequence,
-                    id,
-                    {number(f.source) & mask[0], number(f.destination) & mask[1]},
-                    mask,
-                    std::make_shared<Conditions>(rule)};
-  places_.insert(std::lower_bound(places_.begin(), places_.end(), place), place);
+  const auto add = [&](const typename Rule::FilterType& f) {
+    const std::array<U128, 2> mask{number(f.sourceMask), number(f.destinationMask)};
+    const Place place{rule.sequence,
+                      id,
+                      {number(f.source) & mask[0], number(f.destination) & mask[1]},
+                      mask,
+                      std::make_shared<Conditions>(rule, f)};
+    places_.insert(std::lower_bound(places_.begin(), places_.end(), place), place);
+  };
   sequences_[id.value()] = rule.sequence;
+  if constexpr (!std::is_same_v<Rule, MacRule>) {
+    if (rule.filter.alternatives.given()) {
+      for (const auto& each : rule.filter.alternatives.all()) add(each);
+      return;
+    }
+  }
+  add(rule.filter);
 }
 
 template <class Rule>
@@ -198,7 +215,8 @@ void Oracle<Rule>::ruleDel(Kiv::UniqueId id) {
   const auto known = sequences_.find(id.value());
   if (known == sequences_.end()) return;
   const Place place{known->second, id, {}, {}, nullptr};
-  places_.erase(std::lower_bound(places_.begin(), places_.end(), place));
+  const auto [first, last] = std::equal_range(places_.begin(), places_.end(), place);
+  places_.erase(first, last);
   sequences_.erase(known);
 }
 

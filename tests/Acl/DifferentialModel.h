@@ -49,7 +49,7 @@ class Oracle {
   void ruleIs(Kiv::UniqueId id, const Rule& rule);
   void ruleDel(Kiv::UniqueId id);
   void clear();
-  size_t size() const { return places_.size(); }
+  size_t size() const { return sequences_.size(); }
 
   /// The first rule that a packet meets; null when there is none.
   Answer first(const Fields& packet) const;

@@ -162,12 +162,14 @@ bool ReferenceMatcher::baseAgrees(const Acl::IpFilterBase& f) const {
 }
 
 bool ReferenceMatcher::agrees(const Acl::IpFilter& f) const {
+  if (f.alternatives.given()) return anyAgrees(f.alternatives.all());
   return bitsAgree("from", bitsOf(f.source.value, 32), bitsOf(f.sourceMask.value, 32)) &&
          bitsAgree("to", bitsOf(f.destination.value, 32), bitsOf(f.destinationMask.value, 32)) &&
          baseAgrees(f);
 }
 
 bool ReferenceMatcher::agrees(const Acl::Ip6Filter& f) const {
+  if (f.alternatives.given()) return anyAgrees(f.alternatives.all());
   return bitsAgree("from", bitsOf(f.source), bitsOf(f.sourceMask)) &&
          bitsAgree("to", bitsOf(f.destination), bitsOf(f.destinationMask)) && baseAgrees(f);
 }

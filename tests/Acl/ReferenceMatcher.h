@@ -37,6 +37,12 @@ class ReferenceMatcher {
   bool agrees(const Acl::IpFilter& filter) const;
   bool agrees(const Acl::Ip6Filter& filter) const;
   bool agrees(const Acl::MacFilter& filter) const;
+  template <class Filter>
+  bool anyAgrees(const std::vector<Filter>& filters) const {
+    bool any = false;
+    for (const Filter& filter : filters) any = any || agrees(filter);
+    return any;
+  }
   template <class Rule>
   std::optional<uint32_t> smallest(const std::vector<Rule>& rules) const;
 

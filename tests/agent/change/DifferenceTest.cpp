@@ -39,6 +39,20 @@ TEST(Difference, SaysWhatChangesAndNothingElse) {
                "~ ip access-list A\n  in ip access-list A:\n~   10 permit 6 any any eq www  (was: permit tcp "
                "any any "
                "eq 80)\n"},
+           Row{"a group differs, and so do the rules that name it",
+               "object-group network G\n host 192.0.2.1\nip access-list A\n 10 permit ip object-group G "
+               "any\n 20 "
+               "deny ip any any\n",
+               "object-group network G\n host 192.0.2.2\nip access-list A\n 10 permit ip object-group G "
+               "any\n 20 "
+               "deny ip any any\n",
+               "~ ip access-list A\n  in ip access-list A:\n~   10 permit ip object-group G any  (its "
+               "object-groups differ)\n"},
+           Row{"a group that says the same in other words",
+               "object-group network G\n host 192.0.2.1\nip access-list A\n 10 permit ip object-group G "
+               "any\n",
+               "object-group network G\n 192.0.2.1/32\nip access-list A\n 10 permit ip object-group G any\n",
+               "nothing changes\n"},
            Row{"lists that come and go", "ip access-list A\n permit ip any any\n", "ipv6 access-list A\n",
                "- ip access-list A (1 rule)\n+ ipv6 access-list A (0 rules)\n"},
            Row{"bindings", "interface eth1\n ip access-group A in\n ip access-group A out\n",

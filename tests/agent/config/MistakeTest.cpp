@@ -3,20 +3,21 @@
 namespace Config {
 namespace {
 
+#define STATEMENTS "ip, ipv4, ipv6, mac, access-list, interface, port-channel, object-group, mirror"
+#define NO_STATEMENTS "ip, ipv4, ipv6, mac, access-list, interface, port-channel, object-group or mirror"
+
 TEST(Mistake, InTheFirstWordsOfAStatement) {
   const MistakeRow table[] = {
-      {"an unknown word", "exit",
-       "1:1: found \"exit\", expected ip, ipv6, mac, interface, port-channel, mirror or no"},
+      {"an unknown word", "bridge", "1:1: found \"bridge\", expected " STATEMENTS " or no"},
       {"a keyword in capitals", "IP access-list A",
-       "1:1: found \"IP\", expected ip, ipv6, mac, interface, port-channel, mirror or no"},
+       "1:1: found \"IP\", expected " STATEMENTS " or no (did you mean ip?)"},
       {"a shortened keyword", "int eth1",
-       "1:1: found \"int\", expected ip, ipv6, mac, interface, port-channel, mirror or no"},
-      {"a shortened second keyword", "ip access A", "1:4: found \"access\", expected access-list"},
+       "1:1: found \"int\", expected " STATEMENTS " or no (did you mean interface?)"},
+      {"a shortened second keyword", "ip access A",
+       "1:4: found \"access\", expected access-list (did you mean access-list?)"},
       {"a statement of one word", "ipv6", "1:5: found the end of the line, expected access-list"},
-      {"no without a statement", "no",
-       "1:3: found the end of the line, expected ip, ipv6, mac, interface, port-channel or mirror"},
-      {"no twice", "no no ip access-list A",
-       "1:4: found \"no\", expected ip, ipv6, mac, interface, port-channel or mirror"},
+      {"no without a statement", "no", "1:3: found the end of the line, expected " NO_STATEMENTS},
+      {"no twice", "no no ip access-list A", "1:4: found \"no\", expected " NO_STATEMENTS},
       {"a rule outside a list", "10 permit ip any any",
        "1:1: found \"10\" outside a list, expected it below ip, ipv6 or mac access-list NAME"},
       {"an action outside a list", "deny ip any any",
@@ -31,8 +32,8 @@ TEST(Mistake, InTheFirstWordsOfAStatement) {
        "2:1: found \"ip\" access-group outside an interface, expected it below interface NAME"},
       {"a rule in an interface", "interface e1\npermit ip any any",
        "2:1: found \"permit\" outside a list, expected it below ip, ipv6 or mac access-list NAME"},
-      {"an unknown word in an interface", "interface e1\nshutdown",
-       "2:1: found \"shutdown\", expected ip, ipv6, mac or no"},
+      {"an unknown word in an interface", "interface e1\nspeed 1000",
+       "2:1: found \"speed\", expected ip, ipv4, ipv6, mac, description, shutdown or no"},
       {"a second word in an interface may open a list", "interface e1\nip address",
        "2:4: found \"address\", expected access-group or access-list"},
       {"a port-channel statement leaves the interface",

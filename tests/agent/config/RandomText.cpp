@@ -22,6 +22,7 @@ const Production grammar[] = {
     {"session", {"WATCH", "S"}},
     {"direction", {"in", "out"}},
     {"action", {"permit", "deny"}},
+    {"list number", {"10", "99", "1300", "101", "199", "2699", "?100000", "?200", "?0"}},
     {"number",
      {"", "", "10 ", "20 ", "5 ", "15 ", "?4294967295 ", "?4294967000 ", "1 ", "?0 ", "?4294967296 "}},
 
@@ -37,14 +38,31 @@ const Production grammar[] = {
     {"intf head", {"interface {port}"}},
     {"intf line",
      {"{kind} access-group {name} {direction}", "{kind} access-group {name} {direction}",
+      "description {remark}", "no description", "shutdown", "no shutdown", "exit",
       "no {kind} access-group {direction}", "no {kind} access-group {name} {direction}"}},
     {"rest head",
      {"mirror session {session} destination eth9", "port-channel po1 members eth2 eth3",
       "no port-channel po1", "no {kind} access-list {name}", "no mirror session {session}",
       "no interface {port}", "?mirror session {session} destination {port} eth1",
       "?port-channel po2 members {port}"}},
-    {"rest line", {"! {remark}", "", "# x"}},
-    {"any line", {"remark {remark}", "no 10", "no remark", "?no {number}{action}", "!", "?no {ip rule}"}},
+    {"rest line",
+     {"! {remark}", "", "# x", "end", "access-list {standard number} {action} {ip address}{log}",
+      "access-list {standard number} {action} {ip}{log}", "access-list 101 {action} ip {ip address} any{log}",
+      "access-list {standard number} remark {remark}", "no access-list {standard number}",
+      "?access-list {list number} {action} {ip address}"}},
+    {"standard number", {"10", "99", "1300", "1999"}},
+    {"groups",
+     {"object-group network G4\n host {ip}\n {ip}/{length4}\nobject-group network H4\n range 10.0.0.3 "
+      "10.0.0.9\n "
+      "group-object G4\nobject-group network G6\n host {ip6}\n {ip6}/{length6}\nobject-group service "
+      "S\n{service}"
+      "{service}object-group service P\n tcp eq {l4}\n tcp gt {l4}\nobject-group network N\n",
+      "?object-group network G4\n group-object H4\nobject-group network H4\n group-object G4\n"}},
+    {"service", {" tcp-udp eq {l4}\n", " gre\n", " 99\n", " udp\n", " tcp range 22 443\n", ""}},
+    {"group4", {"G4", "H4", "N", "?G6", "?S", "?X"}},
+    {"any line",
+     {"{number}remark {remark}", "15 remark {remark}", "no 15 remark", "exit", "remark {remark}", "no 10",
+      "no remark", "?no {number}{action}", "!", "?no {ip rule}"}},
     {"kind", {"ip", "ipv6", "mac"}},
     {"remark", {"partners first", "  a  b\t c ", "! no permit 10", "gr\xc3\xbc\xc3\x9f", "x"}},
 
@@ -54,6 +72,9 @@ const Production grammar[] = {
       "{number}{action} {vlan}tcp {ip address}{ports} {ip address}{ports}{flags}{ip more}{tail}",
       "{number}{action} {vlan}icmp {ip address} {ip address}{message}{ip more}{tail}",
       "{number}{action} {vlan}{protocol} {ip address} {ip address}{ip more}{tail}",
+      "{number}{action} {vlan}ip object-group {group4} {ip address}{tail}",
+      "{number}{action} {vlan}object-group S {ip address} object-group {group4}{tail}",
+      "{number}{action} tcp object-group {group4}{ports} {ip address} object-group P{flags}{ip more}{tail}",
       "{number}{action} ip any any"}},
     {"ipv6 rule",
      {"{number}{action} {vlan}ipv6 {ipv6 address} {ipv6 address}{ipv6 more}{tail}",
@@ -61,6 +82,7 @@ const Production grammar[] = {
       "{number}{action} {vlan}tcp {ipv6 address}{ports} {ipv6 address}{ports}{flags}{ipv6 more}{tail}",
       "{number}{action} {vlan}icmpv6 {ipv6 address} {ipv6 address}{message6}{ipv6 more}{tail}",
       "{number}{action} {vlan}{protocol} {ipv6 address} {ipv6 address}{ipv6 more}{tail}",
+      "{number}{action} object-group S object-group G6 {ipv6 address}{tail}",
       "{number}{action} ipv6 any any"}},
     {"mac rule",
      {"{number}{action} {vlan}{mac address} {mac address}{type}{tail}", "{number}{action} any any"}},
@@ -154,7 +176,9 @@ std::string randomText(Dice& dice, bool spoiled) {
     line("{" + block + " head}");
     for (auto lines = dice.below(8); lines > 0; --lines) line("{" + block + " line}");
   }
-  return text;
+  if (text.find("object-group") == std::string::npos) return text;
+  const std::string groups = randomForm("{groups}", dice, spoiled);
+  return dice.once(2) ? groups + text : text + groups;
 }
 
 std::string mutated(std::string text, Dice& dice) {

@@ -18,7 +18,9 @@ fs::path realTexts() {
 
 bool saysNothing(const std::string& line) {
   const auto at = line.find_first_not_of(" \t\r");
-  return at == std::string::npos || line[at] == '!' || line[at] == '#';
+  if (at == std::string::npos || line[at] == '!' || line[at] == '#') return true;
+  const auto word = line.substr(at, line.find_last_not_of(" \t\r") + 1 - at);
+  return word == "exit" || word == "end";
 }
 
 /// Every line of a real text is taken or reported. What is taken shows: cut down to the lines that are not

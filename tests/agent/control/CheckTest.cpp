@@ -16,7 +16,9 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
   const TempDir dir;
   writeFile(dir / "good.acl",
             "ip access-list A\n permit ip any any mirror session S\nip access-list FREE\n"
-            "interface eth1\n ip access-group A in\n ip access-group MISSING out\n");
+            "interface eth1\n ip access-group A in\n ip access-group MISSING out\n"
+            "object-group network NOBODY\nip access-list A\n permit ip object-group NOBODY any\n"
+            "interface eth2\n shutdown\ninterface eth3\n shutdown\n no shutdown\n description x\n");
   writeFile(dir / "bad.acl", "ip access-list A\n permit\n 10 deny any\n");
   writeFile(dir / "channels.acl", "port-channel po1 members a\n");
   writeFile(dir / "d", "port-channel po2 members a\n");
@@ -28,7 +30,9 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
       "warning: interface eth1: ip access-list MISSING is bound out but not defined: everything passes it\n"
       "warning: ip access-list FREE is bound nowhere\n"
       "warning: ip access-list A rule 10: mirror session S is not defined\n"
-      "no mistake: 2 lists, 1 rule, 2 bindings\n");
+      "warning: ip access-list A rule 20: an object-group in it is empty: it matches nothing\n"
+      "warning: interface eth2: shutdown is kept and has no effect: traffic goes on\n"
+      "no mistake: 2 lists, 2 rules, 2 bindings\n");
 
   const Ran bad = runVelo({"check", dir / "bad.acl", dir / "none.acl"});
   EXPECT_EQ(bad.status, 2);
@@ -39,7 +43,7 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
 
   const Ran json = runVelo({"check", dir / "good.acl", "--json"});
   EXPECT_EQ(json.status, 0) << json.err;
-  EXPECT_EQ(nlohmann::json::parse(json.out).at("rules"), 1);
+  EXPECT_EQ(nlohmann::json::parse(json.out).at("rules"), 2);
   EXPECT_EQ(runVelo({"check"}).status, 2) << "nothing to check";
 }
 

@@ -166,6 +166,23 @@ TEST_F(ExplainTest, TellsWhichEarlierRulesCameCloseAndWhatFailed) {
   EXPECT_EQ(nearOf(tagged), "20 [destination port: 443]; 30 [vlan: 8]; 60 [fragments: no later fragment]; ");
 }
 
+TEST_F(ExplainTest, OfARuleWithGroupsTheNearestMembersAreTold) {
+  agent_.start(
+      "object-group network G\n 10.0.0.0/8\n host 192.0.2.1\nobject-group network NOBODY\n"
+      "object-group service S\n udp eq 53\n tcp eq 80\n"
+      "ip access-list A\n"
+      " 10 permit object-group S object-group G any\n"
+      " 20 permit ip object-group NOBODY any\n"
+      " 30 permit object-group S any any\n"
+      "interface eth1\n ip access-group A in\n");
+  const Json asked = explain("eth1", "tcp 192.0.2.1:5 > 198.51.100.7:81").at("asked").at(0);
+  ASSERT_EQ(asked.at("near").size(), 3u);
+  EXPECT_EQ(word(asked.at("near").at(0), "text"), "permit object-group S object-group G any");
+  ASSERT_EQ(asked.at("near").at(0).at("failed").size(), 1u) << "of host 192.0.2.1 with tcp eq 80";
+  EXPECT_EQ(word(asked.at("near").at(0).at("failed").at(0), "field"), "destination port");
+  EXPECT_EQ(explain("eth1", "udp 10.0.0.9:5 > 198.51.100.7:53").at("asked").at(0).at("rule"), 10);
+}
+
 TEST_F(ExplainTest, OfTheSameCloseRulesTheEarliestAreTold) {
   std::string text = "ip access-list A\n";
   for (int port = 1; port <= 50; ++port) text += " permit tcp any any eq " + std::to_string(port) + "\n";

@@ -171,6 +171,28 @@ TEST_F(SuccessionTest, ARuleKeepsItsIdWhileItStaysTheSameRule) {
   }
 }
 
+TEST_F(SuccessionTest, ARuleWithGroupsKeepsItsIdWhileTheyStandForTheSame) {
+  const std::string lists = "ip access-list A\n 10 permit ip object-group G any\n 20 permit ip any any\n";
+  const std::string groups = "object-group network G\n host 192.0.2.1\n 10.0.0.0/8\n";
+  struct Row {
+    const char* why;
+    std::string groups;
+    bool kept;
+  };
+  for (const Row& row :
+       {Row{"the same", groups, true},
+        Row{"in another order and other words", "object-group network G\n 10.0.0.0/8\n 192.0.2.1/32\n", true},
+        Row{"one more", groups + " host 192.0.2.2\n", false},
+        Row{"another one", "object-group network G\n host 192.0.2.2\n 10.0.0.0/8\n", false}}) {
+    SCOPED_TRACE(row.why);
+    std::filesystem::remove(path_);
+    const auto before = OneAgent(path_, groups + lists).ids();
+    const auto after = OneAgent(path_, row.groups + lists).ids();
+    EXPECT_EQ(after.at(10) == before.at(10), row.kept);
+    EXPECT_EQ(after.at(20), before.at(20));
+  }
+}
+
 TEST_F(SuccessionTest, CountsAndTimesGoOn) {
   UniqueId rule, drop;
   {

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string_view>
+
+namespace Config {
+
+/// What a file is that was given as a configuration by accident: "JSON", "XML or HTML", "UTF-16 text", "a
+/// compressed file", "binary data" and the like. Empty for anything that may be a configuration text, with
+/// mistakes or without.
+std::string_view notText(std::string_view bytes);
+
+}  // namespace Config
