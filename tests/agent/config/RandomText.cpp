@@ -177,8 +177,8 @@ std::string randomText(Dice& dice, bool spoiled) {
     for (auto lines = dice.below(8); lines > 0; --lines) line("{" + block + " line}");
   }
   if (text.find("object-group") == std::string::npos) return text;
-  const std::string groups = randomForm("{groups}", dice, spoiled);
-  return dice.once(2) ? groups + text : text + groups;
+  const std::string definitions = randomForm("{groups}", dice, spoiled);
+  return dice.once(2) ? definitions + text : text + definitions;
 }
 
 std::string mutated(std::string text, Dice& dice) {
