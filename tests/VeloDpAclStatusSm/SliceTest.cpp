@@ -114,12 +114,12 @@ TEST_F(Slices, WhatIsLeftOfAListIsTakenOutInSlices) {
       Kiv::alwaysYieldIs(true);
       for (int i = 0; i < 200; ++i) {
         list(AclType::ip, name(i).c_str());
-        status->statusIs(AclType::ip)->aclIs(name(i))->implicitRuleStatusIs(drop, {});
+        status->statusIs(AclType::ip)->aclIs(name(i))->implicitRuleStatusIs(implicitDrop, {});
       }
       const auto old = status->status(AclType::ip)->aclIs("Z");
       for (uint64_t i = 1; i <= left; ++i) old->ruleStatusIs(UniqueId(i), {});
-      old->implicitRuleIdIs(drop, UniqueId(uint64_t{1}));
-      old->implicitRuleStatusIs(drop, {});
+      old->implicitRuleIdIs(implicitDrop, UniqueId(uint64_t{1}));
+      old->implicitRuleStatusIs(implicitDrop, {});
       start();
       if (late) {
         const auto& seen = sm->aclAclStatusPtrRuleStatusOutputPtrSeen();
