@@ -533,16 +533,18 @@ TEST(Forest, CountsImagesThatBelongInTooManyLeaves) {
   expectAgreement(forest, list, world, 500, "400 images and 600 ranges");
 }
 
+/// An image that asks for one address, whole: `word` 0 as source, 1 as destination.
+Image host(uint32_t slot, int word, uint32_t address) {
+  Image image;
+  image.slot = slot;
+  image.mask[word] = ~uint32_t{0};
+  image.value[word] = address;
+  return image;
+}
+
 /// Of hosts that are sources and hosts that are destinations there are two trees. What is put in under one
 /// slot goes into both.
 TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
-  const auto host = [](uint32_t slot, int word, uint32_t address) {
-    Image image;
-    image.slot = slot;
-    image.mask[word] = ~uint32_t{0};
-    image.value[word] = address;
-    return image;
-  };
   Dice dice(1);
   List list;
   for (uint32_t slot = 0; slot < 3000; ++slot) {
@@ -571,13 +573,6 @@ TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
 /// Sources and, behind them, destinations, a tree each: who has found a source needs no destination, unless
 /// one was put in front, or is as early.
 TEST(Forest, AsksALaterTreeOnlyWhereItMayHaveTheFirst) {
-  const auto host = [](uint32_t slot, int word, uint32_t address) {
-    Image image;
-    image.slot = slot;
-    image.mask[word] = ~uint32_t{0};
-    image.value[word] = address;
-    return image;
-  };
   constexpr uint32_t sources = 2000, size = 3000, first = 20000;
   Dice dice(1);
   List list;
