@@ -20,11 +20,12 @@ struct RuleBase {
   Kelp::String remark;         ///< the remarks in front of the rule, a line each
 
   bool operator==(const RuleBase&) const = default;
-  /// Whether everything is equal except remark and spelling.
-  bool isSameBase(const RuleBase& other) const {
-    return sequence == other.sequence && action == other.action && log == other.log &&
-           mirrorSession == other.mirrorSession;
+  /// Whether everything is equal except number, remark and spelling.
+  bool doesTheSame(const RuleBase& other) const {
+    return action == other.action && log == other.log && mirrorSession == other.mirrorSession;
   }
+  /// Whether everything is equal except remark and spelling.
+  bool isSameBase(const RuleBase& other) const { return sequence == other.sequence && doesTheSame(other); }
 };
 
 /// A rule with the filter of its kind of list.
@@ -33,7 +34,7 @@ struct FilterRule : RuleBase {
   using FilterType = Filter;
   Filter filter;
 
-  /// Whether it is the same rule, which keeps its id: everything is equal except remark and spelling.
+  /// Whether it is the same rule under the same number: everything is equal except remark and spelling.
   bool isSameRule(const FilterRule& other) const { return isSameBase(other) && filter == other.filter; }
   bool operator==(const FilterRule&) const = default;
 };

@@ -118,8 +118,8 @@ void startOver(const Saved::State& state) {
   Core core;
   Successor successor(state);
   successor.publish(core);
-  const auto memory = [&](const std::string& source, const Config::List& list, const Config::Rule& rule) {
-    return successor.idOf(source, list, rule);
+  const auto memory = [&](const std::string& source, const Config::List& list) {
+    return successor.idsOf(source, list);
   };
   const auto model = *Config::read({{"t", configuration}}).model;
   const auto wrong = putInForce(core, {model, {}}, memory);

@@ -1,7 +1,10 @@
 #include <Acl/RuleKinds.h>
 #include <agent/change/Apply.h>
 #include <agent/change/SourceEntities.h>
+#include <agent/config/RulePairs.h>
+#include <agent/config/Sayings.h>
 
+#include <map>
 #include <variant>
 #include <vector>
 
@@ -9,29 +12,46 @@ namespace Agent {
 
 namespace {
 
-void applyList(const Config::List& model, const IdOfNewRule& idOfNewRule, Acl::AclSubConfig& list) {
+void writeNewList(const Config::List& model, const IdsOfNewList& idsOf, Acl::AclSubConfig& list) {
+  const std::vector<Kiv::UniqueId> known = idsOf ? idsOf(model) : std::vector<Kiv::UniqueId>();
+  ListRules rules(model.type, Kelp::Ptr<Acl::AclSubConfig>(&list));
+  size_t at = 0;
+  for (const auto& [sequence, rule] : model.rules) {
+    const Kiv::UniqueId id = at < known.size() ? known[at] : Kiv::UniqueId();
+    rules.write(id.empty() ? Kiv::UniqueId::generateUniqueId() : id, rule);
+    ++at;
+  }
+}
+
+void applyList(const Config::List& model, Acl::AclSubConfig& list) {
   Acl::withRuleKind(model.type, [&](auto kind) {
     using Draft = typename decltype(kind)::Rule::Draft;
-    const auto& wanted = model.rules;
-    const auto& rules = kind.rules(list);
-    std::vector<Kiv::UniqueId> gone;
-    for (const auto* known : rules.ordered()) {
-      auto at = wanted.find(known->value.sequence());
-      if (at == wanted.end() || !known->value.isSameRule(std::get<Draft>(at->second)))
-        gone.push_back(known->key);
+    Config::Sayings<typename Draft::FilterType> sayings;
+    std::vector<Config::NumberedRule> before, after;
+    std::map<uint32_t, Kiv::UniqueId> ids;
+    for (const auto* known : kind.rules(list).ordered()) {
+      const auto& rule = known->value;
+      before.push_back({rule.sequence(), sayings.of(rule.base(), rule.filter())});
+      ids[rule.sequence()] = known->key;
     }
-    for (const Kiv::UniqueId& id : gone) kind.remove(list, id);
-    for (const auto& [sequence, rule] : wanted) {
-      const auto* known = rules.atSequence(sequence);
-      kind.write(list, known ? known->key : idOfNewRule(model, rule), std::get<Draft>(rule));
+    for (const auto& [sequence, rule] : model.rules) {
+      const auto& draft = std::get<Draft>(rule);
+      after.push_back({sequence, sayings.of(draft, draft.filter)});
     }
+    const Config::RulePairs pairs = Config::pairRules(before, after);
+    for (const uint32_t gone : pairs.gone) kind.remove(list, ids.at(gone));
+    const auto write = [&](const Kiv::UniqueId& id, uint32_t number) {
+      kind.write(list, id, std::get<Draft>(model.rules.at(number)));
+    };
+    for (const auto& pair : pairs.stay) write(ids.at(pair.before), pair.after);
+    for (const uint32_t come : pairs.come) write(Kiv::UniqueId::generateUniqueId(), come);
   });
 }
 
 }  // namespace
 
 void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>& source,
-                const IdOfNewRule& idOfNewRule) {
+                const IdsOfNewList& idsOf) {
   std::vector<Config::Model::ListKey> gone;
   for (auto type = source->config().begin(); type; type.next()) {
     for (auto list = type.value()->acl().begin(); list; list.next()) {
@@ -43,10 +63,10 @@ void applyLists(const Config::Model& model, const Kelp::Ptr<Acl::Input::Config>&
   for (const auto& [key, wanted] : model.lists) {
     const auto list = source->configIs(key.first)->aclIs(key.second);
     if (const auto current = list->currCfg()) {
-      applyList(wanted, idOfNewRule, *current);
+      applyList(wanted, *current);
     } else {
       const auto fresh = MemSlab::make<Acl::AclSubConfig>();
-      applyList(wanted, idOfNewRule, *fresh);
+      writeNewList(wanted, idsOf, *fresh);
       list->currCfgIs(fresh);
     }
   }
@@ -74,9 +94,8 @@ std::optional<std::string> putInForce(Core& core, const Sources& sources, const 
   sources.forEach([&](const std::string& name, const Config::Model& model) {
     const std::string source = Core::sourceName(name);
     const Core::Source entities = core.sourceIs(name);
-    applyLists(model, entities.lists, [&](const Config::List& list, const Config::Rule& rule) {
-      const Kiv::UniqueId known = memory ? memory(source, list, rule) : Kiv::UniqueId();
-      return known.empty() ? freshId(list, rule) : known;
+    applyLists(model, entities.lists, [&](const Config::List& list) {
+      return memory ? memory(source, list) : std::vector<Kiv::UniqueId>();
     });
     applyBindings(model, entities.bindings);
   });

@@ -87,7 +87,6 @@ bool Changeover::prepare(List& list) {
   return list.inSwitch() || list.change->asked != Asked::notBefore || writeInPieces(list);
 }
 
-/// Rules that stay are copied with their ids; new ones get their ids here.
 bool Changeover::copyRules(List& list) {
   const ListChange& change = *list.change;
   const Acl::AclType type = change.key.first;
@@ -101,17 +100,31 @@ bool Changeover::copyRules(List& list) {
   ListRules next(type, list.next);
   for (size_t i = 0; i < copiesAPiece && list.from != rules.end(); ++i, ++list.from) {
     const auto& [sequence, rule] = *list.from;
-    Kiv::UniqueId id;
-    if (!change.list) {
-      id = rulesOf(*core_.sourceIs(change.otherSource).lists, change.key).idAt(sequence);
-    } else if (!change.comes && !std::binary_search(change.gone.begin(), change.gone.end(), sequence)) {
-      id = rulesOf(*source_.lists, change.key).idAt(sequence);
-    }
-    next.write(id.empty() ? Kiv::UniqueId::generateUniqueId() : id, rule);
+    next.write(idInCopy(list, sequence), rule);
   }
   if (list.from != rules.end()) return false;
   list.next->upkeepIs(type, true);
   return true;
+}
+
+/// The id of the next rule that is copied.
+Kiv::UniqueId Changeover::idInCopy(List& list, uint32_t sequence) const {
+  const ListChange& change = *list.change;
+  if (!change.list) return rulesOf(*core_.sourceIs(change.otherSource).lists, change.key).idAt(sequence);
+  const bool written = list.ids.size() < change.written.size() &&
+                       Config::common(*change.written[list.ids.size()].rule).sequence == sequence;
+  if (!written) return rulesOf(*source_.lists, change.key).idAt(sequence);
+  findId(list);
+  return list.ids.back();
+}
+
+/// Finds the id for the next of the rules that are written. All ids are found before the first rule is
+/// written: from then on a number may be that of two rules for a while.
+void Changeover::findId(List& list) const {
+  const ListChange& change = *list.change;
+  const uint32_t from = change.written[list.ids.size()].from;
+  list.ids.push_back(from == ListChange::Written::fresh ? Kiv::UniqueId::generateUniqueId()
+                                                        : rulesOf(*source_.lists, change.key).idAt(from));
 }
 
 bool Changeover::rewrite(List& list) {
@@ -132,6 +145,8 @@ bool Changeover::writeInPieces(List& list) {
   }
   if (!takeOver(list)) return false;
   if (!list.taken) {
+    for (size_t i = 0; i < writesAPiece && !list.allFound(); ++i) findId(list);
+    if (!list.allFound()) return false;
     ListRules rules = rulesOf(*source_.lists, change.key);
     for (size_t i = 0; i < writesAPiece && !list.allWritten(); ++i) writeOne(list, rules);
     if (!list.allWritten()) return false;
@@ -197,6 +212,7 @@ void Changeover::writeAll(List& list) {
   if (!change.list) return listDel(*source_.lists, change.key);
   const auto fresh = change.comes ? MemSlab::make<Acl::AclSubConfig>() : nullptr;
   ListRules rules = fresh ? ListRules(change.key.first, fresh) : rulesOf(*source_.lists, change.key);
+  while (!list.allFound()) findId(list);
   while (!list.allWritten()) writeOne(list, rules);
   KELP_ASSERT(rules.size() == change.list->rules.size(), "a source has the rules of its model");
   if (fresh) source_.lists->configIs(change.key.first)->aclIs(change.key.second)->currCfgIs(fresh);
@@ -205,14 +221,8 @@ void Changeover::writeAll(List& list) {
 void Changeover::writeOne(List& list, ListRules& rules) const {
   const ListChange& change = *list.change;
   if (list.gone < change.gone.size()) return rules.remove(rules.idAt(change.gone[list.gone++]));
-  const Config::Rule& rule = *change.written[list.written++];
-  const uint32_t sequence = Config::common(rule).sequence;
-  Kiv::UniqueId id = rules.idAt(sequence);
-  if (id.empty()) {
-    id = list.standsIn() ? ListRules(change.key.first, list.next).idAt(sequence)
-                         : Kiv::UniqueId::generateUniqueId();
-  }
-  rules.write(id, rule);
+  const size_t at = list.written++;
+  rules.write(list.ids[at], *change.written[at].rule);
 }
 
 void Changeover::writeBindings() {

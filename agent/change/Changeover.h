@@ -63,6 +63,7 @@ class Changeover {
     bool large = false;                                       ///< cannot be written in one go
     Kelp::Ptr<Acl::AclSubConfig> next{};                      ///< the copy with the new rules
     std::map<uint32_t, Config::Rule>::const_iterator from{};  ///< the first rule that is not in the copy yet
+    std::vector<Kiv::UniqueId> ids{};                         ///< of the first of the rules that are written
     size_t gone = 0, written = 0;                             ///< how many of the changes are written
     bool begun = false;                                       ///< rewriting has begun
     bool taken = false;                                       ///< it is deleted in the source
@@ -71,6 +72,7 @@ class Changeover {
     bool inSwitch() const { return change->asked == Asked::always || change->other; }
     /// Whether a copy stands in for it from the switch on.
     bool standsIn() const { return large && inSwitch(); }
+    bool allFound() const { return ids.size() == change->written.size(); }
     bool allWritten() const { return gone == change->gone.size() && written == change->written.size(); }
   };
 
@@ -86,6 +88,8 @@ class Changeover {
   // Each does a piece of the work on a list; true when the list is done.
   bool prepare(List& list);
   bool copyRules(List& list);
+  Kiv::UniqueId idInCopy(List& list, uint32_t sequence) const;
+  void findId(List& list) const;
   bool rewrite(List& list);
   bool writeInPieces(List& list);
 

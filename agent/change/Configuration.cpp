@@ -19,7 +19,7 @@ double seconds() { return Kiv::steadyClock().now().seconds(); }
 Json sourceJson(const std::string& name, const Config::Model& model, const std::optional<double>& applied) {
   size_t rules = 0;
   for (const auto& [key, list] : model.lists) rules += list.rules.size();
-  return {{"name", name == commandLineName ? "cli" : name},
+  return {{"name", sourceTitle(name)},
           {"lists", model.lists.size()},
           {"rules", rules},
           {"bindings", model.bindings.size()},

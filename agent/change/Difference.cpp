@@ -1,10 +1,12 @@
 #include <agent/change/Difference.h>
+#include <agent/config/RulePairs.h>
 #include <agent/core/Document.h>
 #include <agent/core/Reserve.h>
 #include <agent/core/Words.h>
 #include <fmt/format.h>
 
 #include <iterator>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -15,8 +17,8 @@ using Json = nlohmann::ordered_json;
 namespace {
 
 /// What became of an entry, and the members that say so, in their order.
-enum What { added, removed, changed, respelled };
-constexpr std::string_view members[] = {"added", "removed", "changed", "respelled"};
+enum What { added, removed, changed, respelled, renumbered };
+constexpr std::string_view members[] = {"added", "removed", "changed", "respelled", "renumbered"};
 
 /// Text in pieces: it does not take more memory than its length, and can be freed piece by piece.
 class Pieces {
@@ -96,20 +98,50 @@ Json ruleEntry(const Config::Rule& rule) {
   return ruleWords(Config::common(rule).sequence, Config::common(rule).text.view());
 }
 
+/// Two rules that were compared; `from` and `to` are their texts.
+Json ruleChange(const Config::Rule& old, const Config::Rule& now) {
+  return {{"sequence", Config::common(now).sequence},
+          {"from", Config::common(old).text.view()},
+          {"to", Config::common(now).text.view()}};
+}
+
+/// A rule that stays, and keeps its id.
+void addStaying(Part& changes, const Config::Rule& old, const Config::Rule& now) {
+  const Acl::RuleBase &was = Config::common(old), &is = Config::common(now);
+  Json entry = ruleChange(old, now);
+  if (was.sequence != is.sequence) {
+    entry["was"] = was.sequence;
+    changes.add(renumbered, entry);
+  } else if (was.text != is.text || was.remark != is.remark) {
+    changes.add(respelled, entry);
+  }
+}
+
+/// Rules that do not stay: those of one number are a change.
+void addOthers(Part& changes, const Config::List& before, const Config::List& after,
+               const Config::RulePairs& pairs) {
+  auto gone = pairs.gone.begin();
+  auto come = pairs.come.begin();
+  while (gone != pairs.gone.end() || come != pairs.come.end()) {
+    if (come == pairs.come.end() || (gone != pairs.gone.end() && *gone < *come)) {
+      changes.add(removed, ruleEntry(before.rules.at(*gone++)));
+    } else if (gone == pairs.gone.end() || *come < *gone) {
+      changes.add(added, ruleEntry(after.rules.at(*come++)));
+    } else {
+      const Config::Rule &old = before.rules.at(*gone++), &now = after.rules.at(*come++);
+      Json entry = ruleChange(old, now);
+      if (Config::common(old).text == Config::common(now).text) entry["groups"] = true;
+      changes.add(changed, entry);
+    }
+  }
+}
+
 Part rulesDifference(const Config::List& before, const Config::List& after) {
-  Part changes(respelled + 1);
-  compare(
-      before.rules, after.rules, [&](const auto& rule) { changes.add(removed, ruleEntry(rule.second)); },
-      [&](const auto& rule) { changes.add(added, ruleEntry(rule.second)); },
-      [&](const auto& old, const auto& now) {
-        const Acl::RuleBase& was = Config::common(old.second);
-        const Acl::RuleBase& is = Config::common(now.second);
-        const bool same = Config::isSameRule(old.second, now.second);
-        if (same && was.text == is.text && was.remark == is.remark) return;
-        Json entry = {{"sequence", now.first}, {"from", was.text.view()}, {"to", is.text.view()}};
-        if (!same && was.text == is.text) entry["groups"] = true;
-        changes.add(same ? respelled : changed, entry);
-      });
+  Part changes(renumbered + 1);
+  const Config::RulePairs pairs = Config::pairRules(before, after);
+  addOthers(changes, before, after, pairs);
+  for (const auto& pair : pairs.stay)
+    addStaying(changes, before.rules.at(pair.before), after.rules.at(pair.after));
   return changes;
 }
 
@@ -174,6 +206,63 @@ Part namesDifference(const std::map<std::string, std::vector<std::string>>& befo
   return changes;
 }
 
+Json notesJson(const Config::InterfaceNotes& notes) {
+  return {{"description", notes.description}, {"shutdown", notes.shutdown}};
+}
+
+/// What is kept with interfaces and has no effect on traffic.
+Part notesDifference(const Config::Model& before, const Config::Model& after) {
+  Part changes;
+  const auto put = [&changes](What what, const auto& one) {
+    Json entry = {{"name", one.first}};
+    entry.update(notesJson(one.second));
+    changes.add(what, entry);
+  };
+  compare(
+      before.interfaceNotes, after.interfaceNotes, [&](const auto& one) { put(removed, one); },
+      [&](const auto& one) { put(added, one); },
+      [&](const auto& old, const auto& now) {
+        if (old.second == now.second) return;
+        changes.add(changed,
+                    {{"name", now.first}, {"from", notesJson(old.second)}, {"to", notesJson(now.second)}});
+      });
+  return changes;
+}
+
+/// The members of one group that another one does not have.
+Json membersWithout(const Config::ObjectGroup& group, const Config::ObjectGroup& other) {
+  const std::set<std::string_view> others(other.members.begin(), other.members.end());
+  Json only = Json::array();
+  for (const std::string& member : group.members) {
+    if (!others.contains(member)) only.push_back(member);
+  }
+  return only;
+}
+
+/// Groups as they are typed. What a change means for rules is in the difference of these.
+Part groupsDifference(const Config::Model& before, const Config::Model& after) {
+  Part changes;
+  const auto entryOf = [](const auto& group) {
+    return Json{{"name", group.first}, {"kind", group.second.service ? "service" : "network"}};
+  };
+  const auto put = [&](What what, const auto& group) {
+    Json entry = entryOf(group);
+    entry["members"] = group.second.members.size();
+    changes.add(what, entry);
+  };
+  compare(
+      before.objectGroups, after.objectGroups, [&](const auto& group) { put(removed, group); },
+      [&](const auto& group) { put(added, group); },
+      [&](const auto& old, const auto& now) {
+        if (old.second == now.second) return;
+        Json entry = entryOf(now);
+        entry["members"] = {{"added", membersWithout(now.second, old.second)},
+                            {"removed", membersWithout(old.second, now.second)}};
+        changes.add(changed, entry);
+      });
+  return changes;
+}
+
 }  // namespace
 
 std::deque<std::string> difference(const Config::Model& before, const Config::Model& after) {
@@ -186,6 +275,8 @@ std::deque<std::string> difference(const Config::Model& before, const Config::Mo
   add(",\"bindings\":", bindingsDifference(before, after));
   add(",\"portChannels\":", namesDifference(before.portChannels, after.portChannels));
   add(",\"mirrorSessions\":", namesDifference(before.mirrorSessions, after.mirrorSessions));
+  add(",\"interfaces\":", notesDifference(before, after));
+  add(",\"objectGroups\":", groupsDifference(before, after));
   all.add("}");
   return all.take();
 }

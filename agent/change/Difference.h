@@ -9,9 +9,11 @@
 namespace Agent {
 
 /// What changes when one configuration replaces another, as one line of JSON in pieces. It has the members
-/// `lists`, `bindings`, `portChannels` and `mirrorSessions`, each with `added`, `removed` and `changed`. A
-/// changed list has the same members for its rules. A rule is `changed` when another rule has its number now,
-/// which gets a new id; it is `respelled` when only its remark or spelling differs, and keeps its id.
+/// `lists`, `bindings`, `portChannels`, `mirrorSessions`, `interfaces` (descriptions and the like) and
+/// `objectGroups`, each with `added`, `removed` and `changed`. A changed list has the same members for its
+/// rules. A rule is `changed` when another rule has its number now, which gets a new id. It keeps its id when
+/// it is `renumbered`, which is when it says the same under another number, and when it is `respelled`, which
+/// is when only its remark or spelling differs.
 ///
 /// Only reads the models, so that any thread may call it while nobody writes them.
 std::deque<std::string> difference(const Config::Model& before, const Config::Model& after);

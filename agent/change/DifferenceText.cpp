@@ -16,7 +16,8 @@ struct Mark {
 constexpr Mark marks[] = {{"removed", '-', "\x1b[31m"},
                           {"added", '+', "\x1b[32m"},
                           {"changed", '~', "\x1b[33m"},
-                          {"respelled", '~', ""}};
+                          {"respelled", '~', ""},
+                          {"renumbered", '~', ""}};
 
 /// Adds a line for each entry; text(entry) gives its words.
 template <class Text>
@@ -35,6 +36,32 @@ std::string interfacesText(const Json& names) {
   std::string text;
   for (const Json& name : names) text += " " + name.get<std::string>();
   return text;
+}
+
+std::string notesText(const Json& notes) {
+  const std::string description = wordOf(notes, "description");
+  std::string text = description.empty() ? "" : "description " + description;
+  if (notes.at("shutdown").get<bool>()) text += text.empty() ? "shutdown" : ", shutdown";
+  return text.empty() ? "no description" : text;
+}
+
+std::string notesChange(const Json& interface) {
+  const std::string title = "interface " + wordOf(interface, "name");
+  if (!interface.contains("to")) return fmt::format("{}: {}", title, notesText(interface));
+  return fmt::format("{}: {}  (was: {})", title, notesText(interface.at("to")),
+                     notesText(interface.at("from")));
+}
+
+std::string groupChange(const Json& group) {
+  const std::string title = fmt::format("object-group {} {}", wordOf(group, "kind"), wordOf(group, "name"));
+  const Json& which = group.at("members");
+  if (which.is_number()) return fmt::format("{} ({})", title, countText(which.get<uint64_t>(), "member"));
+  std::string text;
+  for (const auto& [list, sign] : {std::pair("removed", '-'), std::pair("added", '+')}) {
+    for (const Json& member : which.at(list))
+      text += fmt::format("{} {} {}", text.empty() ? "" : ",", sign, member.get<std::string>());
+  }
+  return text.empty() ? title + ": its members in another order" : title + ":" + text;
 }
 
 }  // namespace
@@ -63,6 +90,12 @@ std::string differenceText(const Json& difference, bool colour) {
       if (rule.contains("text")) return "  " + ruleTitle(rule);
       const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
       if (rule.contains("groups")) return fmt::format("  {}  (its object-groups differ)", now);
+      if (rule.contains("was")) {
+        const auto was = rule.at("was").get<uint32_t>();
+        const std::string from = wordOf(rule, "from");
+        return fmt::format("  {}  (was: {})", now,
+                           from == wordOf(rule, "to") ? std::to_string(was) : ruleTitle(was, from));
+      }
       return fmt::format("  {}  (was: {})", now, wordOf(rule, "from"));
     });
   }
@@ -82,6 +115,8 @@ std::string differenceText(const Json& difference, bool colour) {
                                interfacesText(one.at("from")));
     });
   }
+  addLines(text, difference.at("interfaces"), colour, notesChange);
+  addLines(text, difference.at("objectGroups"), colour, groupChange);
   return text;
 }
 

@@ -1,8 +1,9 @@
 #include <agent/change/SourceChange.h>
+#include <agent/config/RulePairs.h>
 
 #include <algorithm>
 #include <set>
-#include <variant>
+#include <utility>
 
 namespace Agent {
 
@@ -17,22 +18,18 @@ bool isSpelledAlike(const Config::Rule& a, const Config::Rule& b) {
 
 /// Finds the rules that differ. `before` or `now` is null when there is no list.
 void compareRules(const Config::List* before, const Config::List* now, ListChange& change) {
-  static const std::map<uint32_t, Config::Rule> none;
-  const auto& old = before ? before->rules : none;
-  const auto& wanted = now ? now->rules : none;
-  auto a = old.begin();
-  auto b = wanted.begin();
-  while (a != old.end() || b != wanted.end()) {
-    if (b == wanted.end() || (a != old.end() && a->first < b->first)) {
-      change.gone.push_back((a++)->first);
-    } else if (a == old.end() || b->first < a->first) {
-      change.written.push_back(&(b++)->second);
-    } else {
-      const bool same = Config::isSameRule(a->second, b->second);
-      if (!same) change.gone.push_back(a->first);
-      if (!same || !isSpelledAlike(a->second, b->second)) change.written.push_back(&b->second);
-      ++a, ++b;
+  const Config::List none{change.key.first, {}, false, {}, {}};
+  const Config::List &old = before ? *before : none, &wanted = now ? *now : none;
+  Config::RulePairs pairs = Config::pairRules(old, wanted);
+  change.gone = std::move(pairs.gone);
+  auto known = pairs.stay.begin();
+  for (const auto& [number, rule] : wanted.rules) {
+    if (known == pairs.stay.end() || known->after != number) {
+      change.written.push_back({&rule, ListChange::Written::fresh});
+      continue;
     }
+    const uint32_t from = (known++)->before;
+    if (from != number || !isSpelledAlike(old.rules.at(from), rule)) change.written.push_back({&rule, from});
   }
 }
 
@@ -144,7 +141,7 @@ SourceChange sourceChange(const Sources& inForce, const std::string& source, con
     list.comes = !was;
     compareRules(was, is, list);
     if (was && is && list.gone.empty() && list.written.empty()) return;
-    for (const Config::Rule* rule : list.written) list.combinations += Config::combinations(*rule);
+    for (const auto& written : list.written) list.combinations += Config::combinations(*written.rule);
     neighbours.place(list);
     change.lists.push_back(std::move(list));
   };

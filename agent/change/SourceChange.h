@@ -25,9 +25,16 @@ struct ListChange {
   bool comes = false;                  ///< it is new
   bool inForce = true;                 ///< no source of higher precedence has a list with this key
   Asked asked = Asked::always;
-  std::vector<uint32_t> gone;                ///< numbers of rules that are deleted or replaced; ascending
-  std::vector<const Config::Rule*> written;  ///< new rules, and those that are respelled; ascending
-  size_t combinations = 0;                   ///< of members of groups, that written rules stand for
+  /// A rule that is new, or that has another number or other words.
+  struct Written {
+    static constexpr uint32_t fresh = 0;
+
+    const Config::Rule* rule;
+    uint32_t from;  ///< the number before, by which it keeps its id; `fresh`: it gets a new one
+  };
+  std::vector<uint32_t> gone;    ///< numbers of rules that are deleted or replaced; ascending
+  std::vector<Written> written;  ///< ascending by number
+  size_t combinations = 0;       ///< of members of groups, that written rules stand for
 
   // When a list in force is new or deleted: the list with this key of the next lower source that has one. It
   // was in force before, or is from now on.

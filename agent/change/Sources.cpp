@@ -13,6 +13,7 @@ const Config::Model* Sources::find(const std::string& name) const {
 }
 
 std::optional<Config::Model> Sources::exchange(const std::string& name, std::optional<Config::Model> now) {
+  ++version;
   if (name == commandLineName) return std::exchange(commandLine, now ? std::move(*now) : Config::Model());
   const auto known = inputs.find(name);
   if (known != inputs.end() && now) return std::exchange(known->second, std::move(*now));

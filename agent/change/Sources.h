@@ -2,15 +2,26 @@
 
 #include <agent/config/Model.h>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Agent {
 
 /// The name of the command line's source. All other sources are named after files, so that it is unique.
 inline const std::string commandLineName;
+/// What people call a source: "cli" the command line's, all others by their names. A file that is called cli
+/// cannot be told apart by it.
+inline constexpr std::string_view commandLineTitle = "cli";
+inline std::string sourceTitle(const std::string& name) {
+  return name == commandLineName ? std::string(commandLineTitle) : name;
+}
+inline std::string sourceOfTitle(const std::string& title) {
+  return title == commandLineTitle ? commandLineName : title;
+}
 
 /// The content of all sources of configuration, as plain values, in the order of their precedence: the
 /// command line, then the inputs (the files of the directory) by name. If several sources define the same
@@ -18,6 +29,7 @@ inline const std::string commandLineName;
 struct Sources {
   Config::Model commandLine;
   std::map<std::string, Config::Model> inputs;
+  uint64_t version = 0;  ///< another one after every exchange()
 
   /// The content of a source; null when there is no such source.
   const Config::Model* find(const std::string& name) const;

@@ -87,6 +87,17 @@ std::optional<Json> documentOf(ControlClient& agent, const Json& request, Exit* 
   return std::nullopt;
 }
 
+std::optional<Json> wholeDocumentOf(ControlClient& agent, const Json& request, Exit* exit) {
+  constexpr int mostTries = 100;
+  for (int tries = 0; tries < mostTries; ++tries) {
+    auto document = documentOf(agent, request, exit);
+    if (!document || !document->is_object() || document->value("whole", true)) return document;
+  }
+  complain("the configuration changes all the time");
+  *exit = exitUnread;
+  return std::nullopt;
+}
+
 std::vector<Json> textRequests(const std::string& name, const std::string& text) {
   // In JSON an octet becomes at most six ("\u001f"), and a line has at most 65,536.
   constexpr size_t most = 8 * 1024;

@@ -22,10 +22,10 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
           Zeb::System::currentTime().seconds(),
           [this] { return configuration_.report(); },
           [this](const std::string& source, const ListReader::Key& list) {
-            // The merged configuration calls the command line's source "cli"; here its name is empty.
-            return configuration_.sources().trailingRemarks(source == "cli" ? commandLineName : source,
+            return configuration_.sources().trailingRemarks(sourceOfTitle(source),
                                                             {list.first, list.second.str()});
           },
+          [this]() -> const Sources& { return configuration_.sources(); },
           options.portStates};
 }
 

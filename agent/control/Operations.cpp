@@ -105,7 +105,9 @@ std::span<const Operations::Operation> Operations::all() {
        &Operations::show,
        "see below",
        {{"what", Kind::name, "", "what to show, see below"},
-        {"name", Kind::name, "null", "a list, where it says [NAME] below; without it all"}}},
+        {"name", Kind::name, "null", "a list, where it says [NAME] below; without it all"},
+        {"source", Kind::name, "null",
+         "a source of configuration, with `configuration`; without it all of them"}}},
       {"text",
        true,
        &Operations::text,
@@ -176,7 +178,12 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
   const std::string name = request.text("name");
   if (!name.empty() && !isList(world_.core, Kelp::String(name))) return reply(noList(name));
-  reply({show->document(world_, {.list = name}), {}});
+  const std::string source = request.text("source");
+  if (request.has("source") && what != "configuration")
+    return reply(Answer::failed("bad-request", fmt::format("{} takes no source", what)));
+  if (!source.empty() && !configuration_.sources().find(sourceOfTitle(source)))
+    return reply(Answer::failed("not-found", fmt::format("there is no source {}", source)));
+  reply({show->document(world_, {.list = name, .source = source}), {}});
 }
 
 void Operations::text(const Request& request, Session& session, const Reply& reply) {

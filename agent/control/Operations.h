@@ -77,6 +77,7 @@ class Operations {
   void handle(Request request, Session& session, bool mayChange, const Reply& reply);
 
   size_t heldOctets() const { return heldOctets_; }
+  const World& world() const { return world_; }
 
  private:
   friend class Session;

@@ -40,6 +40,10 @@ class ShowCommand final : public Command {
         ->default_str("2")
         ->check(CLI::Range(shortestWatch, 1e6))
         ->type_name("SECONDS");
+    app()
+        .add_option("--source", source_,
+                    "of configuration: what comes from this source alone (cli, or a file)")
+        ->type_name("NAME");
     addControl();
   }
 
@@ -49,8 +53,9 @@ class ShowCommand final : public Command {
     if (!connected(agent, control(), &exit)) return exit;
     nlohmann::ordered_json request = {{"do", "show"}, {"what", what_}};
     if (!list_.empty()) request["name"] = list_;
+    if (!source_.empty()) request["source"] = source_;
     for (;;) {
-      const auto document = documentOf(agent, request, &exit);
+      const auto document = wholeDocumentOf(agent, request, &exit);
       if (!document) return exit;
       exit = print(text(*document));
       if (exit != exitDone || !watch_) return exit;
@@ -67,7 +72,7 @@ class ShowCommand final : public Command {
     return watch_ && onTerminal ? "\x1b[H\x1b[2J" + shown : shown;
   }
 
-  std::string what_, list_;
+  std::string what_, list_, source_;
   std::optional<double> watch_;
 };
 

@@ -100,8 +100,9 @@ std::optional<Exit> Run::publish() {
   const Saved::State nothing;
   Successor successor(stateFile_ ? stateFile_->state() : nothing);
   successor.publish(core_);
-  const auto memory = [&successor](const std::string& source, const Config::List& list,
-                                   const Config::Rule& rule) { return successor.idOf(source, list, rule); };
+  const auto memory = [&successor](const std::string& source, const Config::List& list) {
+    return successor.idsOf(source, list);
+  };
   if (auto conflict = putInForce(core_, files_.sources(), memory)) return refused(exitUsage, *conflict);
   // The plugin starts with the whole configuration: it deletes published status that is not in there.
   if (auto wrong = core_.loadPlugin(options_.plugin)) return refused(exitUsage, *wrong);

@@ -31,7 +31,8 @@ nlohmann::ordered_json capabilitiesJson(const Acl::StatusDp& status);
 
 /// How much of a thing is to be shown.
 struct ShowOptions {
-  std::string list{};  ///< this list alone; empty: all
+  std::string list{};    ///< this list alone; empty: all
+  std::string source{};  ///< what comes from this source of configuration alone; empty: from all
 };
 
 // Documents that can be large: they are made piece by piece.

@@ -13,8 +13,9 @@ namespace Agent {
 /// One thing that `velo show` shows: how the agent makes its document, and how the program that asked for it
 /// turns the document into text.
 ///
-/// The rows stand with their functions in ListShows.cpp, StatusShows.cpp and AgentShows.cpp, by what they are
-/// about. A further show is a row there. A further option of `velo show` is a member of ShowOptions.
+/// The rows stand with their functions in ListShows.cpp, ConfigurationShows.cpp, StatusShows.cpp and
+/// AgentShows.cpp, by what they are about. A further show is a row there. A further option of `velo show` is
+/// a member of ShowOptions.
 struct Show {
   std::string_view name;
   std::string_view argument;  ///< for the help, as "[NAME]"; empty: takes none
@@ -30,6 +31,7 @@ const Show* showOf(std::string_view name);
 
 // The rows of each file.
 std::span<const Show> listShows();
+std::span<const Show> configurationShows();
 std::span<const Show> statusShows();
 std::span<const Show> agentShows();
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/Sources.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/ports/PortState.h>
 #include <agent/show/ListReport.h>
@@ -21,6 +22,8 @@ struct World {
   /// Reports the sources of configuration and what is wrong with them; may be empty.
   std::function<nlohmann::ordered_json()> configuration{};
   ListReader::Remarks remarks{};
+  /// The content of all sources of configuration; may be empty.
+  std::function<const Sources&()> sources{};
   /// The states of the live ports; may be empty.
   std::function<std::vector<PortState>()> portStates{};
 };

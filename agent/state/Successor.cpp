@@ -1,8 +1,13 @@
 #include <Kiv/UniqueIdSeed.h>
 #include <agent/config/Reader.h>
+#include <agent/config/RulePairs.h>
 #include <agent/state/RuleText.h>
 #include <agent/state/Successor.h>
 #include <agent/state/Table.h>
+
+#include <optional>
+#include <unordered_map>
+#include <utility>
 
 namespace Agent {
 
@@ -21,17 +26,45 @@ std::string headOf(Acl::AclType type, bool standard) {
   return "mac access-list L\n";
 }
 
-/// Whether a text says the same as a rule in other words. Never of a rule that names groups, which a text
-/// alone does not know.
-bool says(const std::string& text, Acl::AclType type, const Config::Rule& rule) {
-  const uint32_t sequence = Config::common(rule).sequence;
+/// The rule that a text stands for; nothing if the text alone does not say it, as of one that names groups.
+std::optional<Config::Rule> ruleOf(const std::string& text, Acl::AclType type) {
   for (const bool standard : {false, true}) {
-    const auto read = Config::read({{"", headOf(type, standard) + fmt::format(" {} {}\n", sequence, text)}});
+    const auto read = Config::read({{"", headOf(type, standard) + fmt::format(" {}\n", text)}});
     if (!read.model || read.model->lists.empty()) continue;
     const auto& rules = read.model->lists.begin()->second.rules;
-    if (rules.size() == 1 && Config::isSameRule(rules.begin()->second, rule)) return true;
+    if (rules.size() == 1) return rules.begin()->second;
   }
-  return false;
+  return std::nullopt;
+}
+
+/// The rules that a list had, by number.
+using SavedRules = std::map<uint32_t, const Saved::Rule*>;
+
+/// Pairs rules that have the same text.
+Config::RulePairs pairByText(const SavedRules& saved, const Config::List& list) {
+  std::unordered_map<std::string, uint32_t> texts;
+  const auto saysOf = [&texts](std::string text) {
+    return texts.try_emplace(std::move(text), static_cast<uint32_t>(texts.size())).first->second;
+  };
+  std::vector<Config::NumberedRule> before, after;
+  for (const auto& [number, row] : saved) before.push_back({number, saysOf(row->text)});
+  for (const auto& [number, rule] : list.rules) {
+    after.push_back(
+        {number,
+         saysOf(std::visit([](const auto& one) { return savedText(one.text.view(), one.filter); }, rule))});
+  }
+  return Config::pairRules(before, after);
+}
+
+/// Pairs those that say the same in other words, of the rules that have no text in common.
+Config::RulePairs pairByMeaning(const SavedRules& saved, const Config::List& list,
+                                const Config::RulePairs& left) {
+  Config::List before{list.type, list.name, list.standard, {}, {}}, after = before;
+  for (const uint32_t number : left.gone) {
+    if (auto rule = ruleOf(saved.at(number)->text, list.type)) before.rules.emplace(number, std::move(*rule));
+  }
+  for (const uint32_t number : left.come) after.rules.emplace(number, list.rules.at(number));
+  return Config::pairRules(before, after);
 }
 
 Acl::RuleStatus published(uint64_t packets, double lastMatch) { return {0, packets, lastMatch, true}; }
@@ -69,16 +102,29 @@ void Successor::publish(const Core& core) const {
   }
 }
 
-Kiv::UniqueId Successor::idOf(const std::string& source, const Config::List& list, const Config::Rule& rule) {
-  const Acl::RuleBase& common = Config::common(rule);
-  const Saved::Rule wanted{source, list.type, list.name, common.sequence, 0, {}};
-  const auto known =
-      std::lower_bound(state_.rules.begin(), state_.rules.end(), wanted, Saved::keyLess<Saved::Rule>);
-  if (known == state_.rules.end() || Saved::key(*known) != Saved::key(wanted)) return {};
-  const std::string text =
-      std::visit([](const auto& one) { return savedText(one.text.view(), one.filter); }, rule);
-  if (text != known->text && !says(known->text, list.type, rule)) return {};
-  return given_.insert(known->id).second ? Kiv::UniqueId(known->id) : Kiv::UniqueId();
+std::vector<Kiv::UniqueId> Successor::idsOf(const std::string& source, const Config::List& list) {
+  SavedRules saved;
+  const Saved::Rule first{source, list.type, list.name, 0, 0, {}};
+  auto row = std::lower_bound(state_.rules.begin(), state_.rules.end(), first, Saved::keyLess<Saved::Rule>);
+  for (; row != state_.rules.end(); ++row) {
+    if (row->source != source || row->type != list.type || row->list != list.name) break;
+    saved.emplace(row->sequence, &*row);
+  }
+  std::map<uint32_t, uint32_t> from;  // the number before, by that now
+  const auto found = [&from](const Config::RulePairs& pairs) {
+    for (const auto& pair : pairs.stay) from.emplace(pair.after, pair.before);
+  };
+  const Config::RulePairs alike = pairByText(saved, list);
+  found(alike);
+  if (!alike.gone.empty() && !alike.come.empty()) found(pairByMeaning(saved, list, alike));
+
+  std::vector<Kiv::UniqueId> ids;
+  for (const auto& [number, rule] : list.rules) {
+    const auto known = from.find(number);
+    const bool has = known != from.end() && given_.insert(saved.at(known->second)->id).second;
+    ids.push_back(has ? Kiv::UniqueId(saved.at(known->second)->id) : Kiv::UniqueId());
+  }
+  return ids;
 }
 
 void Successor::countRules(Core& core) const {

@@ -72,12 +72,15 @@ TEST_F(ApplyTest, EverythingButRemarkAndSpellingMakesAnotherRule) {
   }
 }
 
-TEST_F(ApplyTest, ARuleThatTakesAnotherNumberIsAnotherRule) {
-  lists("ip access-list A\n 10 permit tcp any any\n");
+TEST_F(ApplyTest, ARuleThatTakesAnotherNumberKeepsItsId) {
+  lists("ip access-list A\n 10 permit tcp any any\n 20 permit udp any any\n");
   const auto before = ids();
-  lists("ip access-list A\n 20 permit tcp any any\n");
-  ASSERT_EQ(ids().size(), 1u);
-  EXPECT_NE(ids().at(20), before.at(10));
+  lists("ip access-list A\n 10 deny ip any any\n 20 permit tcp any any\n 30 permit udp any any\n");
+  const auto after = ids();
+  ASSERT_EQ(after.size(), 3u);
+  EXPECT_EQ(after.at(20), before.at(10));
+  EXPECT_EQ(after.at(30), before.at(20));
+  EXPECT_EQ(rules().atSequence(30)->value.text(), "permit udp any any");
 }
 
 TEST_F(ApplyTest, ApplyingTheSameAgainWritesNothing) {

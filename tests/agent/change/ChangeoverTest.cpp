@@ -19,6 +19,13 @@ using Lists = std::map<ListKey, std::map<uint32_t, bool>>;
 struct Plan {
   Lists lists;
   std::map<AclType, std::string> bound;  ///< on receipt at eth1
+  std::map<ListKey, uint32_t> shifts{};  ///< of the numbers that its rules have
+
+  /// The number that a rule of a list has in its text.
+  uint32_t sequence(const ListKey& key, uint32_t number) const {
+    const auto shift = shifts.find(key);
+    return 10 * number + (lists.contains(key) && shift != shifts.end() ? shift->second : 0);
+  }
 };
 
 std::string ruleText(AclType type, uint32_t number, bool permits) {
@@ -32,7 +39,7 @@ std::string textOf(const Plan& plan) {
   for (const auto& [key, rules] : plan.lists) {
     text += fmt::format("{} access-list {}\n", key.first, key.second);
     for (const auto& [number, permits] : rules) {
-      text += fmt::format(" {} {}\n", 10 * number, ruleText(key.first, number, permits));
+      text += fmt::format(" {} {}\n", plan.sequence(key, number), ruleText(key.first, number, permits));
     }
   }
   text += "interface eth1\n";
@@ -213,11 +220,12 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
       ASSERT_EQ(list.size(), rules.size()) << why << ", list " << key.second;
       const bool sameSource = before.lists.contains(key) == now.lists.contains(key);
       for (const auto& [number, permits] : rules) {
-        const auto& [id, text] = list.at(10 * number);
+        const auto& [id, text] = list.at(now.sequence(key, number));
         ASSERT_EQ(text, ruleText(key.first, number, permits)) << why;
-        const bool known = sameSource && tree.contains(key) && tree.at(key).contains(10 * number);
-        if (known && tree.at(key).at(10 * number).second == text) {
-          ASSERT_EQ(id, tree.at(key).at(10 * number).first) << why << ": a rule that stays keeps its id";
+        const uint32_t was = before.sequence(key, number);
+        const bool known = sameSource && tree.contains(key) && tree.at(key).contains(was);
+        if (known && tree.at(key).at(was).second == text) {
+          ASSERT_EQ(id, tree.at(key).at(was).first) << why << ": a rule that stays keeps its id";
         } else if (now.lists.contains(key)) {
           ASSERT_FALSE(used.contains(id)) << why << ": a rule that comes has an id of its own";
         }
@@ -251,6 +259,7 @@ Plan somePlan(std::mt19937& random, const Plan& before) {
       } else if (const auto known = plan.lists.find(key); known != plan.lists.end()) {
         for (auto& [number, permits] : known->second) permits ^= chance(1, chance(1, 2) ? 3 : 100);
       }
+      if (chance(1, 3)) plan.shifts[key] = static_cast<uint32_t>(5 * (random() % 8));
     }
     if (chance(1, 3)) {
       plan.bound.erase(type);
@@ -260,7 +269,7 @@ Plan somePlan(std::mt19937& random, const Plan& before) {
   return plan;
 }
 
-std::string textOf(const Lists& lists) { return textOf(Plan{lists, {}}); }
+std::string textOf(const Lists& lists) { return textOf(Plan{lists, {}, {}}); }
 
 TEST_P(ChangeoverTest, PacketsMeetTheOldOrTheNewConfigurationAndRulesThatStayKeepTheirIds) {
   std::mt19937 random(7);
@@ -296,6 +305,8 @@ TEST_P(ChangeoverTest, NoTurnWritesMuchHoweverLargeTheChangeIs) {
   };
   const Row rows[] = {
       {"a list comes and is bound", [&](Plan& plan) { fill(plan, a, true), plan.bound[AclType::ip] = "A"; }},
+      {"all its rules get the numbers of the next ones", [&](Plan& plan) { plan.shifts[a] = 10; }},
+      {"and their old ones again", [&](Plan& plan) { plan.shifts[a] = 0; }},
       {"all its rules change", [&](Plan& plan) { fill(plan, a, false); }},
       {"another comes that is bound nowhere", [&](Plan& plan) { fill(plan, b, true); }},
       {"it takes the place of the first", [&](Plan& plan) { plan.bound[AclType::ip] = "B"; }},

@@ -20,50 +20,82 @@ TEST(Difference, SaysWhatChangesAndNothingElse) {
     const char* after;
     const char* text;
   };
-  for (const Row& row : {
-           Row{"the same text", "ip access-list A\n permit ip any any\n",
-               "ip access-list A\n permit ip any any\n", "nothing changes\n"},
-           Row{"a rule more", "ip access-list A\n 10 permit ip any any\n",
-               "ip access-list A\n 5 deny udp any any\n 10 permit ip any any\n",
-               "~ ip access-list A\n  in ip access-list A:\n+   5 deny udp any any\n"},
-           Row{"a rule less", "mac access-list A\n 10 permit any any\n 20 deny any any\n",
-               "mac access-list A\n 20 deny any any\n",
-               "~ mac access-list A\n  in mac access-list A:\n-   10 permit any any\n"},
-           Row{"another rule of the same number gets a new id", "ip access-list A\n 10 permit tcp any any\n",
-               "ip access-list A\n 10 permit udp any any\n",
-               "~ ip access-list A\n  in ip access-list A:\n~   10 permit udp any any  (was: permit tcp any "
-               "any)\n"},
-           Row{"another spelling is the same rule, and is told apart in the document",
-               "ip access-list A\n 10 permit tcp any any eq 80\n",
-               "ip access-list A\n 10 permit 6 any any eq www\n",
-               "~ ip access-list A\n  in ip access-list A:\n~   10 permit 6 any any eq www  (was: permit tcp "
-               "any any "
-               "eq 80)\n"},
-           Row{"a group differs, and so do the rules that name it",
-               "object-group network G\n host 192.0.2.1\nip access-list A\n 10 permit ip object-group G "
-               "any\n 20 "
-               "deny ip any any\n",
-               "object-group network G\n host 192.0.2.2\nip access-list A\n 10 permit ip object-group G "
-               "any\n 20 "
-               "deny ip any any\n",
-               "~ ip access-list A\n  in ip access-list A:\n~   10 permit ip object-group G any  (its "
-               "object-groups differ)\n"},
-           Row{"a group that says the same in other words",
-               "object-group network G\n host 192.0.2.1\nip access-list A\n 10 permit ip object-group G "
-               "any\n",
-               "object-group network G\n 192.0.2.1/32\nip access-list A\n 10 permit ip object-group G any\n",
-               "nothing changes\n"},
-           Row{"lists that come and go", "ip access-list A\n permit ip any any\n", "ipv6 access-list A\n",
-               "- ip access-list A (1 rule)\n+ ipv6 access-list A (0 rules)\n"},
-           Row{"bindings", "interface eth1\n ip access-group A in\n ip access-group A out\n",
-               "interface eth1\n ip access-group B in\n mac access-group C in\n",
-               "- interface eth1: ip access-group A out\n+ interface eth1: mac access-group C in\n~ "
-               "interface eth1: ip "
-               "access-group B in  (was: A)\n"},
-           Row{"port-channels and sessions", "port-channel po1 members a b\nmirror session S destination x\n",
-               "port-channel po1 members a c\nport-channel po2 members d\n",
-               "+ port-channel po2: d\n~ port-channel po1: a c  (was: a b)\n- mirror session S: x\n"},
-       }) {
+  for (
+      const Row& row : {
+          Row{"the same text", "ip access-list A\n permit ip any any\n",
+              "ip access-list A\n permit ip any any\n", "nothing changes\n"},
+          Row{"a rule more", "ip access-list A\n 10 permit ip any any\n",
+              "ip access-list A\n 5 deny udp any any\n 10 permit ip any any\n",
+              "~ ip access-list A\n  in ip access-list A:\n+   5 deny udp any any\n"},
+          Row{"a rule less", "mac access-list A\n 10 permit any any\n 20 deny any any\n",
+              "mac access-list A\n 20 deny any any\n",
+              "~ mac access-list A\n  in mac access-list A:\n-   10 permit any any\n"},
+          Row{"another rule of the same number gets a new id", "ip access-list A\n 10 permit tcp any any\n",
+              "ip access-list A\n 10 permit udp any any\n",
+              "~ ip access-list A\n  in ip access-list A:\n~   10 permit udp any any  (was: permit tcp any "
+              "any)\n"},
+          Row{"another spelling is the same rule, and is told apart in the document",
+              "ip access-list A\n 10 permit tcp any any eq 80\n",
+              "ip access-list A\n 10 permit 6 any any eq www\n",
+              "~ ip access-list A\n  in ip access-list A:\n~   10 permit 6 any any eq www  (was: permit tcp "
+              "any any "
+              "eq 80)\n"},
+          Row{"a rule that only has another number",
+              "ip access-list A\n 10 permit tcp any any\n 20 permit udp any any\n",
+              "ip access-list A\n 10 deny sctp any any\n 20 permit tcp any any\n 30 permit udp any any\n",
+              "~ ip access-list A\n  in ip access-list A:\n+   10 deny sctp any any\n~   20 permit tcp any "
+              "any  (was: 10)\n~   30 permit udp any any  (was: 20)\n"},
+          Row{"a rule that has another number and other words",
+              "ip access-list A\n 10 permit tcp any any eq 80\n",
+              "ip access-list A\n 20 permit tcp any any eq www\n",
+              "~ ip access-list A\n  in ip access-list A:\n~   20 permit tcp any any eq www  (was: 10 permit "
+              "tcp any any eq 80)\n"},
+          Row{"a rule in the place of one that moves",
+              "ip access-list A\n 10 permit tcp any any\n 20 permit udp any any\n",
+              "ip access-list A\n 5 permit udp any any\n 10 permit tcp any any\n 20 deny ip any any\n",
+              "~ ip access-list A\n  in ip access-list A:\n+   20 deny ip any any\n~   5 permit udp any any  "
+              "(was: 20)\n"},
+          Row{"a group differs, and so do the rules that name it",
+              "object-group network G\n host 192.0.2.1\nip access-list A\n 10 permit ip object-group G "
+              "any\n 20 "
+              "deny ip any any\n",
+              "object-group network G\n host 192.0.2.2\nip access-list A\n 10 permit ip object-group G "
+              "any\n 20 "
+              "deny ip any any\n",
+              "~ ip access-list A\n  in ip access-list A:\n~   10 permit ip object-group G any  (its "
+              "object-groups differ)\n~ object-group network G: - host 192.0.2.1, + host 192.0.2.2\n"},
+          Row{"a group that says the same in other words",
+              "object-group network G\n host 192.0.2.1\nip access-list A\n 10 permit ip object-group G "
+              "any\n",
+              "object-group network G\n 192.0.2.1/32\nip access-list A\n 10 permit ip object-group G any\n",
+              "~ object-group network G: - host 192.0.2.1, + 192.0.2.1/32\n"},
+          Row{"groups that come, go, and have their members in another order",
+              "object-group network G\n host 192.0.2.1\nobject-group network H\n host 192.0.2.1\n host "
+              "192.0.2.2\n",
+              "object-group network H\n host 192.0.2.2\n host 192.0.2.1\nobject-group service S\n tcp\n",
+              "- object-group network G (1 member)\n+ object-group service S (1 member)\n~ object-group "
+              "network H: its members in another order\n"},
+          Row{"a group of another kind", "object-group network G\n host 192.0.2.1\n",
+              "object-group service G\n tcp\n", "~ object-group service G: - host 192.0.2.1, + tcp\n"},
+          Row{"what is kept with interfaces",
+              "interface a\n description old\ninterface b\n shutdown\ninterface c\n description x\n "
+              "shutdown\n",
+              "interface a\n description new\ninterface c\n shutdown\ninterface d\n description y\n "
+              "shutdown\n",
+              "- interface b: shutdown\n+ interface d: description y, shutdown\n~ interface a: description "
+              "new  "
+              "(was: description old)\n~ interface c: shutdown  (was: description x, shutdown)\n"},
+          Row{"lists that come and go", "ip access-list A\n permit ip any any\n", "ipv6 access-list A\n",
+              "- ip access-list A (1 rule)\n+ ipv6 access-list A (0 rules)\n"},
+          Row{"bindings", "interface eth1\n ip access-group A in\n ip access-group A out\n",
+              "interface eth1\n ip access-group B in\n mac access-group C in\n",
+              "- interface eth1: ip access-group A out\n+ interface eth1: mac access-group C in\n~ "
+              "interface eth1: ip "
+              "access-group B in  (was: A)\n"},
+          Row{"port-channels and sessions", "port-channel po1 members a b\nmirror session S destination x\n",
+              "port-channel po1 members a c\nport-channel po2 members d\n",
+              "+ port-channel po2: d\n~ port-channel po1: a c  (was: a b)\n- mirror session S: x\n"},
+      }) {
     const auto document = differenceOf(row.before, row.after);
     EXPECT_EQ(Agent::differenceText(document, false), row.text) << row.why;
     EXPECT_EQ(Agent::isNoDifference(document), std::string(row.text) == "nothing changes\n") << row.why;
@@ -78,6 +110,17 @@ TEST(Difference, TellsARespelledRuleFromAChangedOne) {
   EXPECT_EQ(rules.at("respelled").at(0).at("sequence"), 10);
   ASSERT_EQ(rules.at("changed").size(), 1u);
   EXPECT_EQ(rules.at("changed").at(0).at("sequence"), 20);
+}
+
+TEST(Difference, TellsARenumberedRuleFromBoth) {
+  const auto document = differenceOf("ip access-list A\n 10 permit tcp any any\n",
+                                     "ip access-list A\n 20 permit tcp any any\n");
+  const auto& rules = document.at("lists").at("changed").at(0).at("rules");
+  for (const char* other : {"added", "removed", "changed", "respelled"})
+    EXPECT_TRUE(rules.at(other).empty()) << other;
+  ASSERT_EQ(rules.at("renumbered").size(), 1u);
+  EXPECT_EQ(rules.at("renumbered").at(0).at("sequence"), 20);
+  EXPECT_EQ(rules.at("renumbered").at(0).at("was"), 10);
 }
 
 }  // namespace

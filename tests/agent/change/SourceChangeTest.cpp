@@ -1,4 +1,5 @@
 #include <agent/change/SourceChange.h>
+#include <fmt/format.h>
 
 #include <gtest/gtest.h>
 
@@ -123,6 +124,16 @@ TEST(SourceChange, KnowsWhenPacketsAskAList) {
   }
 }
 
+/// The numbers of the rules that are written, behind `<` those before.
+std::string writtenOf(const ListChange& list) {
+  std::string text;
+  for (const auto& [rule, from] : list.written) {
+    text += fmt::format("{}{}", text.empty() ? "" : " ", Config::common(*rule).sequence);
+    if (from != ListChange::Written::fresh) text += fmt::format("<{}", from);
+  }
+  return text;
+}
+
 TEST(SourceChange, TellsRulesThatGoFromThoseThatAreSpelledOtherwise) {
   const Config::Model before = modelOf(
       "ip access-list L\n 10 permit ip any any\n 20 permit udp any any eq 53\n 30 deny ip any any\n 40 "
@@ -136,9 +147,19 @@ TEST(SourceChange, TellsRulesThatGoFromThoseThatAreSpelledOtherwise) {
   ASSERT_EQ(change.lists.size(), 1u);
   const ListChange& list = change.lists.front();
   EXPECT_EQ(list.gone, (std::vector<uint32_t>{30, 40}));
-  std::vector<uint32_t> written;
-  for (const auto* rule : list.written) written.push_back(Config::common(*rule).sequence);
-  EXPECT_EQ(written, (std::vector<uint32_t>{5, 20, 30, 50}));
+  EXPECT_EQ(writtenOf(list), "5 20<20 30 50");
+}
+
+TEST(SourceChange, KnowsByWhichNumberARuleKeepsItsId) {
+  const Config::Model before =
+      modelOf("ip access-list L\n 10 permit tcp any any\n 20 permit udp any any\n 30 deny ip any any\n");
+  const Config::Model now = modelOf(
+      "ip access-list L\n 10 permit sctp any any\n 20 permit tcp any any\n 25 permit 17 any any\n 30 deny "
+      "ip any any\n");
+  const SourceChange change = sourceChange({before, {}}, "", &now);
+  ASSERT_EQ(change.lists.size(), 1u);
+  EXPECT_EQ(change.lists.front().gone, std::vector<uint32_t>());
+  EXPECT_EQ(writtenOf(change.lists.front()), "10 20<10 25<20");
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
-#include "../../support/Dice.h"
-#include "ModelText.h"
-#include "Support.h"
-
 #include <agent/config/Groups.h>
+#include <agent/config/Writer.h>
+
+#include "../../support/Dice.h"
+#include "Support.h"
 
 #include <algorithm>
 

@@ -1,4 +1,3 @@
-#include "ModelText.h"
 #include "RandomText.h"
 #include "Support.h"
 
@@ -56,21 +55,6 @@ TEST(RandomText, EveryBeginningOfATextIsRead) {
     const auto result = readText(std::string_view(text).substr(0, size));
     ASSERT_EQ(result.model.has_value(), result.mistakes.empty());
   }
-}
-
-/// What is shown can be typed.
-TEST(RandomText, OfAModelReadsBackAsTheModel) {
-  size_t rules = 0;
-  Dice dice(3);
-  for (int round = 0; round < 3000; ++round) {
-    const auto result = readText(randomText(dice, false));
-    if (!result.model) continue;
-    const std::string text = textOf(*result.model);
-    ASSERT_EQ(mistakesOf(text), "") << text;
-    ASSERT_EQ(readText(text).model, result.model) << text;
-    for (const auto& [key, list] : result.model->lists) rules += list.rules.size();
-  }
-  EXPECT_GT(rules, 1000u);
 }
 
 TEST(LongText, OfAHundredThousandRulesIsReadInTimeThatGrowsWithItsSize) {

@@ -32,8 +32,8 @@ class OneAgent {
     EXPECT_EQ(message, "");
     Successor successor(file->state());
     successor.publish(core_);
-    const auto memory = [&](const std::string& source, const Config::List& list, const Config::Rule& rule) {
-      return successor.idOf(source, list, rule);
+    const auto memory = [&](const std::string& source, const Config::List& list) {
+      return successor.idsOf(source, list);
     };
     EXPECT_FALSE(Agent::putInForce(core_, {modelOf(text), inputs}, memory));
     const auto before = rulesShown();
@@ -142,21 +142,24 @@ TEST_F(SuccessionTest, ARuleKeepsItsIdWhileItStaysTheSameRule) {
   struct Row {
     const char* why;
     const char* text;
-    std::set<uint32_t> kept;
+    std::map<uint32_t, uint32_t> kept;  ///< numbers then, by those before
   };
   for (const Row& row :
-       {Row{"nothing changed", usual, {10, 20, 30}},
+       {Row{"nothing changed", usual, {{10, 10}, {20, 20}, {30, 30}}},
         Row{"another spelling, and a remark",
             "ip access-list A\n remark new\n 10 permit 6 any any\n 20 deny udp any any eq domain\n 30 permit "
             "ip any "
             "any\n",
-            {10, 20, 30}},
+            {{10, 10}, {20, 20}, {30, 30}}},
         Row{"one changed, one went, one came",
             "ip access-list A\n 5 permit icmp any any\n 10 permit tcp any any\n 20 deny udp any any eq 54\n",
-            {10}},
+            {{10, 10}}},
         Row{"the numbers are others'",
             "ip access-list A\n 10 permit ip any any\n 30 permit tcp any any\n",
-            {}},
+            {{10, 30}, {30, 10}}},
+        Row{"another number and another spelling",
+            "ip access-list A\n 10 deny ip any any\n 20 permit 6 any any\n 30 deny udp any any eq domain\n",
+            {{10, 20}, {20, 30}}},
         Row{"the list is another", "ip access-list B\n 10 permit tcp any any\n", {}},
         Row{"the kind is another", "ipv6 access-list A\n 10 permit tcp any any\n", {}}}) {
     SCOPED_TRACE(row.why);
@@ -167,7 +170,7 @@ TEST_F(SuccessionTest, ARuleKeepsItsIdWhileItStaysTheSameRule) {
     for (const auto& [sequence, id] : before)
       EXPECT_EQ(shown.contains(id), row.kept.contains(sequence)) << sequence;
     if (row.kept.empty()) continue;
-    for (const uint32_t sequence : row.kept) EXPECT_EQ(next.ids().at(sequence), before.at(sequence));
+    for (const auto& [was, is] : row.kept) EXPECT_EQ(next.ids().at(is), before.at(was));
   }
 }
 
