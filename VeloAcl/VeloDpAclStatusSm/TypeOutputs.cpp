@@ -85,6 +85,7 @@ WalkEnd BindingOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::Acl
         });
     if (end != WalkEnd::complete) return end;
     if (bindings->intf().empty()) status.intfDel(direction);
+    if (machine_.stopped()) return WalkEnd::stopped;
   }
   return WalkEnd::complete;
 }

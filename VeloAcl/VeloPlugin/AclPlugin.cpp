@@ -5,6 +5,7 @@
 namespace Velo::VeloAcl {
 
 AclPlugin::AclPlugin(const Kelp::String& name) : VeloPlugin(name) {
+  merged_->parentIs(this);
   aclConfigIs();
   aclConfigSOIs(aclConfig());
   giveMirroringHelper();
@@ -13,6 +14,7 @@ AclPlugin::AclPlugin(const Kelp::String& name) : VeloPlugin(name) {
 AclPlugin::~AclPlugin() {
   nodeFlagSet(Kelp::nodeLive, false);
   merged_->clear();
+  merged_->parentIs(nullptr);
   aclConfigDel();
   aclConfigSODel();
   aclAggregatorSmDel();

@@ -166,15 +166,16 @@ std::optional<std::string> StateFile::write(State state) {
   return std::nullopt;
 }
 
-void StateFile::rollBack() {
+void StateFile::rollBack() noexcept {
   try {
     if (database_.inTransaction()) database_.run("ROLLBACK");
-  } catch (const DatabaseError&) {
-    // SQLite has rolled it back by itself.
+  } catch (const std::exception&) {
+    // SQLite has rolled it back by itself, or the next write does.
   }
 }
 
 void StateFile::sync(const State& state) {
+  rollBack();  // a write that could not be rolled back at its end
   database_.run("BEGIN IMMEDIATE");
   forEachTable([&](const auto& table) {
     if constexpr (std::is_same_v<decltype(table.rowsOf), std::vector<Saved::Rule> State::*const>) {

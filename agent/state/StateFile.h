@@ -27,7 +27,7 @@ class StateFile {
   const Saved::State& state() const { return state_; }
 
   /// Replaces the state; only the differences are written. Returns what went wrong; then the file is as it
-  /// was.
+  /// was. It is so, too, when this throws bad_alloc.
   std::optional<std::string> write(Saved::State state);
 
  private:
@@ -36,7 +36,7 @@ class StateFile {
   void checkTables();
   void read();
   void sync(const Saved::State& state);
-  void rollBack();
+  void rollBack() noexcept;
 
   Database database_;
   Saved::State state_;

@@ -50,6 +50,7 @@ StateKeeper::~StateKeeper() {
   } catch (const std::bad_alloc&) {
     handleFailure(outOfMemory);
   }
+  if (const auto failure = writer_.end()) handleFailure(*failure);
 }
 
 void StateKeeper::handleApplied() {
@@ -75,11 +76,15 @@ void StateKeeper::run() {
 }
 
 void StateKeeper::handleFailure(const std::string& failure) {
-  // A failure that repeats, as that of a full disk, is told once.
-  if (failure != failure_) complain("the state cannot be written: " + failure);
-  failure_ = failure;
   rulesKnown_ = false;
   pieces_.clear();
+  try {
+    // A failure that repeats, as that of a full disk, is told once.
+    if (failure != failure_) complain("the state cannot be written: " + failure);
+    failure_ = failure;
+  } catch (const std::bad_alloc&) {
+    // It is told when it repeats and there is memory for that.
+  }
 }
 
 void StateKeeper::begin() {

@@ -1,6 +1,8 @@
+#include <agent/core/Memory.h>
 #include <agent/state/StateWriter.h>
 #include <sys/resource.h>
 
+#include <new>
 #include <utility>
 
 namespace Agent {
@@ -14,13 +16,17 @@ constexpr int lowPriority = 10;
 StateWriter::StateWriter(std::unique_ptr<StateFile> file)
     : file_(std::move(file)), thread_([this] { run(); }) {}
 
-StateWriter::~StateWriter() {
+StateWriter::~StateWriter() { end(); }
+
+std::optional<std::string> StateWriter::end() {
+  if (!thread_.joinable()) return std::nullopt;
   {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
   }
   wake_.notify_one();
   thread_.join();
+  return takeFailure();
 }
 
 void StateWriter::put(Saved::State state) {
@@ -41,6 +47,14 @@ std::optional<std::string> StateWriter::takeFailure() {
   return std::exchange(failure_, std::nullopt);
 }
 
+std::optional<std::string> StateWriter::write(Saved::State state) {
+  try {
+    return file_->write(std::move(state));
+  } catch (const std::bad_alloc&) {
+    return outOfMemory;  // short enough to need none
+  }
+}
+
 void StateWriter::run() {
   // For this thread only. If it is not allowed, the writer has the loop's priority.
   (void)setpriority(PRIO_PROCESS, 0, lowPriority);
@@ -51,7 +65,7 @@ void StateWriter::run() {
     Saved::State state = std::move(*next_);
     next_.reset();
     lock.unlock();
-    auto failure = file_->write(std::move(state));
+    auto failure = write(std::move(state));
     lock.lock();
     if (failure) failure_ = std::move(failure);
   }

@@ -16,7 +16,7 @@ namespace Agent {
 class StateWriter {
  public:
   explicit StateWriter(std::unique_ptr<StateFile> file);
-  /// Waits until the last state is written.
+  /// As end().
   ~StateWriter();
   StateWriter(const StateWriter&) = delete;
   StateWriter& operator=(const StateWriter&) = delete;
@@ -25,9 +25,12 @@ class StateWriter {
   /// What went wrong with a write since the last call. That state is lost, and the next one must have the
   /// rules again.
   std::optional<std::string> takeFailure();
+  /// Returns when the last state is written; what went wrong, as takeFailure().
+  std::optional<std::string> end();
 
  private:
   void run();
+  std::optional<std::string> write(Saved::State state);
 
   const std::unique_ptr<StateFile> file_;  // used by the thread only
   std::mutex mutex_;

@@ -131,7 +131,9 @@ TEST_F(AclPluginPhases, SetupSharesTheBindingsAndTheMergersUntilThePluginGoes) {
   EXPECT_EQ(merged->bindings(), plugin->intfConfig());
   EXPECT_EQ(merged->listMerger(), plugin->aclAggregatorSm());
   EXPECT_EQ(merged->bindingMerger(), plugin->intfConfigSm());
+  EXPECT_EQ(merged->parent(), plugin.get());
   plugin = nullptr;
+  EXPECT_EQ(merged->parent(), nullptr);
   EXPECT_FALSE(merged->bindings() || merged->listMerger() || merged->bindingMerger())
       << "nothing is merged by a plugin that is gone";
 }

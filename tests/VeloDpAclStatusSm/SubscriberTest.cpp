@@ -175,6 +175,38 @@ TEST_F(Subscriber, TakesABindingAwayThatIsBeingPublished) {
       << "a binding may come back at once";
 }
 
+/// The walker of the type is at work on what it found when it was made. It must be known by then, or nobody
+/// ends it.
+TEST_F(Subscriber, TakesATypeAwayThatCameWithEverythingInIt) {
+  const Watch withList(*config, [&](const Zeb::Change& c) {
+    if (config->config(c.keyAs<AclType>())) rules(AclType::ip, "A")->ipRuleByIdIs(r(1), ipRule());
+  });
+  const Watch withBinding(*intfConfig, [&](const Zeb::Change& c) {
+    if (intfConfig->config(c.keyAs<AclType>())) bind(AclType::mac, AclDirection::in, "eth1", "A");
+  });
+  begin();
+  for (const char* line : {"ip.acl[A] added", "ip.acl[A].ruleStatus[r1]"}) {
+    SCOPED_TRACE(line);
+    acted = false;
+    within(line, [&] { config->configDel(AclType::ip); });
+    config->configIs(AclType::ip);
+    expectTrue();
+    EXPECT_TRUE(status->status().empty());
+    config->configIs(AclType::ip);
+    expectTrue();
+    EXPECT_EQ(statusOf(AclType::ip, "A")->ruleStatus().size(), 1u);
+    config->configDel(AclType::ip);
+  }
+  acted = false;
+  within("mac.intf[in].intf[eth1]", [&] { intfConfig->configDel(AclType::mac); });
+  intfConfig->configIs(AclType::mac);
+  expectTrue();
+  EXPECT_TRUE(status->status().empty());
+  intfConfig->configIs(AclType::mac);
+  expectTrue();
+  EXPECT_EQ(published(*status).size(), 1u);
+}
+
 TEST_F(Subscriber, HasANewTypeOrDirectionComeAndGoWhileAnotherEntryWaitsForIt) {
   begin();
   within("ip added", [&] {
