@@ -76,6 +76,10 @@ std::optional<std::string> Commit::whyNot(NewContent& change) {
   return wrong;
 }
 
+void Commit::noticesAre(const std::string& source, Config::Notices notices) {
+  sources_.noticesAre(source, std::move(notices));
+}
+
 void Commit::discard(std::optional<Config::Model> model) {
   if (model) discard_.take(std::move(*model));
 }

@@ -45,6 +45,8 @@ class Commit {
   std::optional<std::string> begin(NewContent change, SourceChange writes, Done done);
   /// Why a change cannot be carried out; nothing if it can.
   std::optional<std::string> whyNot(NewContent& change);
+  /// The content of a source stays, but stands elsewhere in its text.
+  void noticesAre(const std::string& source, Config::Notices notices);
   /// Frees a model, a slice a turn.
   void discard(std::optional<Config::Model> model);
 

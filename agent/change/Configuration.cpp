@@ -3,6 +3,7 @@
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
 #include <agent/core/Reserve.h>
+#include <agent/warnings/WarningText.h>
 
 #include <algorithm>
 #include <tuple>
@@ -30,54 +31,91 @@ Json sourceJson(const std::string& name, const Config::Model& model, const std::
 
 /// Texts for the command line's source. They are prepared on the thread.
 struct Configuration::Texts {
-  std::vector<Config::Source> sources;
-  bool dryRun;
+  Request request;
   Done done;
-  Outcome outcome;
-  std::optional<Config::Model> model;
-  SourceChange writes;
+  Outcome outcome{};
+  std::optional<Config::Model> model{};
+  SourceChange writes{};
+  Warnings lasting{};  ///< what is warned of when it is in force
 
-  void prepare(const Sources& inForce) {
+  void prepare(const Sources& inForce, const PortNames* ports, const TextLimits& limits) {
     const double start = seconds();
-    MemoryEstimate memory;
-    for (const Config::Source& source : sources) {
-      if (auto why = memory.whyNot(source.name, source.text)) outcome.mistakes.push_back(std::move(*why));
-    }
+    std::vector<Config::Source> texts = read(limits);
     if (!outcome.mistakes.empty()) return;
-    Config::Result result = Config::read(sources, {}, mostMistakes);
-    sources = {};
+    Config::Result result = Config::read(texts, {}, mostMistakes);
+    texts = {};
     outcome.mistakes = textsOf(result.mistakes);
-    if (result.model) {
-      outcome.difference = difference(inForce.commandLine, *result.model);
-      if (!dryRun) writes = sourceChange(inForce, commandLineName, &*result.model);
-    }
+    if (result.model) compare(inForce, *result.model, ports);
     model = std::move(result.model);
     outcome.prepareSeconds = seconds() - start;
   }
+  std::vector<Config::Source> read(const TextLimits& limits) {
+    TextReader reader(limits);
+    std::vector<Config::Source> all;
+    for (const std::string& path : request.files) {
+      if (auto file = reader.read(path, TextReader::Named::byPlace, outcome.mistakes))
+        all.push_back({path, std::move(file->text)});
+    }
+    for (Config::Source& source : request.texts) {
+      if (auto why = reader.memory().whyNot(source.name, source.text))
+        outcome.mistakes.push_back(std::move(*why));
+      all.push_back(std::move(source));
+    }
+    request.texts = {};
+    return all;
+  }
+  void compare(const Sources& inForce, const Config::Model& now, const PortNames* ports) {
+    outcome.difference = difference(inForce.commandLine, now);
+    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(commandLineName, &now), ports);
+    outcome.refused = whyRefused(found, request.leave);
+    outcome.warnings = std::move(found.told);
+    lasting = std::move(found.lasting);
+    if (isCarriedOut()) writes = sourceChange(inForce, commandLineName, &now);
+  }
+  bool isCarriedOut() const { return !request.dryRun && !outcome.refused; }
   /// Frees everything that was prepared, beside the loop, because it may be much. Nothing in force shares any
   /// of it.
   void fail(const std::string& why) {
-    Outcome failed{{why}, {}, false, outcome.prepareSeconds, 0};
-    Acl::Workshop::singleton().dispose(std::tuple(std::move(sources), std::exchange(model, std::nullopt),
-                                                  std::exchange(writes, {}),
-                                                  std::exchange(outcome, std::move(failed))));
+    Outcome failed;
+    failed.mistakes = {why};
+    failed.prepareSeconds = outcome.prepareSeconds;
+    Acl::Workshop::singleton().dispose(std::tuple(
+        std::exchange(request.texts, {}), std::exchange(model, std::nullopt), std::exchange(writes, {}),
+        std::exchange(lasting, {}), std::exchange(outcome, std::move(failed))));
   }
 };
 
 /// New content of a file of the directory. It is compared on the thread.
 struct Configuration::Next {
   NewContent change;
-  SourceChange writes;
-  bool same = false;  ///< nothing differs from the content in force
+  SourceChange writes{};
+  Warnings lasting{};                    ///< what is warned of when it is in force
+  std::optional<std::string> refused{};  ///< why warnings keep it from being carried out
+  bool same = false;                     ///< nothing differs from the content in force
+
+  void prepare(const Sources& inForce, const PortNames* ports, const Leave& leave) {
+    const auto& [name, model] = change;
+    const Config::Model* known = inForce.find(name);
+    const Config::Model* now = model ? &*model : nullptr;
+    same = now && known && *known == *now;
+    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(name, now), ports);
+    lasting = std::move(found.lasting);
+    refused = whyRefused(found, leave);
+    if (!same && !refused) writes = sourceChange(inForce, name, now);
+  }
 };
 
 Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files,
-                             std::string dir, TextLimits limits, std::function<void()> applied)
-    : task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
-      commit_(core, forwarder, loop.reserve(), files.takeSources(), std::move(applied)),
+                             Options options)
+    : leave_(options.leave),
+      limits_(options.limits),
+      ports_(std::move(options.ports)),
+      warnings_(std::move(options.warnings)),
+      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
+      commit_(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied)),
       background_(loop),
       files_(
-          loop, std::move(dir), limits, files.contents(), [this] { return !busy(); },
+          loop, std::move(options.dir), limits_, files.contents(), [this] { return !busy(); },
           [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }) {
   task_->dispatchIs([this] { commitNext(); }, this);
 }
@@ -87,10 +125,10 @@ Configuration::~Configuration() {
   task_->dispatchDel(this);
 }
 
-bool Configuration::apply(std::vector<Config::Source> texts, bool dryRun, Done done) {
+bool Configuration::apply(Request request, Done done) {
   if (busy()) return false;
-  const auto job = std::make_shared<Texts>(Texts{std::move(texts), dryRun, std::move(done), {}, {}, {}});
-  background_.run([this, job] { job->prepare(sources()); },
+  const auto job = std::make_shared<Texts>(Texts{std::move(request), std::move(done)});
+  background_.run([this, job] { job->prepare(sources(), ports(), limits_); },
                   [this, job](const std::optional<std::string>& failed) {
                     if (failed) job->fail(*failed);
                     handlePrepared(job);
@@ -101,7 +139,7 @@ bool Configuration::apply(std::vector<Config::Source> texts, bool dryRun, Done d
 void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
   if (!texts->model) return answer(*texts);
   std::optional<std::string> wrong;
-  if (texts->dryRun) {
+  if (!texts->isCarriedOut()) {
     NewContent change{commandLineName, std::move(texts->model)};
     wrong = commit_.whyNot(change);
     commit_.discard(std::move(change.model));
@@ -111,6 +149,7 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
     wrong = commit_.begin({commandLineName, std::move(texts->model)}, std::move(texts->writes),
                           [this, texts](double longestTurn) {
                             texts->outcome.applied = true;
+                            warnings_ = std::move(texts->lasting);
                             texts->outcome.commitSeconds = longestTurn;
                             answer(*texts);
                           });
@@ -130,10 +169,10 @@ void Configuration::answer(Texts& texts) {
 // Files of the directory.
 
 void Configuration::handleFound(DirectoryFiles::Found found) {
-  for (const auto& [name, model] : sources().inputs) {
-    if (!found.there.contains(name)) changes_.push_back({name, std::nullopt});
-  }
   std::move(found.changes.begin(), found.changes.end(), std::back_inserter(changes_));
+  for (const auto& [name, model] : sources().inputs) {
+    if (!found.there.contains(name) && !files_.isRefusedToGo(name)) changes_.push_back({name, std::nullopt});
+  }
   commitNext();
 }
 
@@ -141,22 +180,22 @@ void Configuration::handleFound(DirectoryFiles::Found found) {
 /// force.
 void Configuration::commitNext() {
   if (background_.busy() || commit_.underWay()) return;
+  if (changes_.empty()) refusePostponed();
   if (changes_.empty()) return files_.look();
-  const auto next = std::make_shared<Next>(Next{std::move(changes_.front()), {}});
+  const auto next = std::make_shared<Next>(Next{std::move(changes_.front())});
   changes_.erase(changes_.begin());
-  background_.run(
-      [this, next] {
-        const auto& [name, model] = next->change;
-        const Config::Model* known = sources().find(name);
-        next->same = model && known && *known == *model;
-        if (!next->same) next->writes = sourceChange(sources(), name, model ? &*model : nullptr);
-      },
-      [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
+  background_.run([this, next] { next->prepare(sources(), ports(), leave_); },
+                  [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
 }
 
 void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
   const std::string name = next.change.source;
   task_->scheduleTask();
+  if (!failed && next.refused) return postpone(next, std::move(*next.refused));
+  if (!failed && next.same) {
+    commit_.noticesAre(name, std::move(next.change.model->notices));
+    warnings_ = std::move(next.lasting);
+  }
   if (!failed && !next.same) failed = commit_.reserveFor(next.writes);
   if (failed || next.same) {
     commit_.discard(std::move(next.change.model));
@@ -164,13 +203,44 @@ void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
   }
   if (failed) return files_.failed(name, fmt::format("{}/{}: {}", files_.dir(), name, *failed));
   if (next.same) return files_.taken(name);
-  const auto wrong = commit_.begin(std::move(next.change), std::move(next.writes), [this, name](double) {
-    files_.taken(name);
-    // Files that could not be in force together with the old content may be possible now.
-    files_.conflictsAreDue();
-    task_->scheduleTask();
-  });
-  if (wrong) files_.conflictIs(name, *wrong);
+  takeNext(next);
+}
+
+void Configuration::takeNext(Next& next) {
+  const std::string name = next.change.source;
+  const bool goes = !next.change.model;
+  const auto lasting = std::make_shared<Warnings>(std::move(next.lasting));
+  const auto wrong =
+      commit_.begin(std::move(next.change), std::move(next.writes), [this, name, lasting](double) {
+        warnings_ = std::move(*lasting);
+        changedSincePostponed_ = true;
+        files_.taken(name);
+        // Files that could not be in force together with the old content may be possible now.
+        files_.conflictsAreDue();
+        task_->scheduleTask();
+      });
+  if (wrong) files_.conflictIs(name, *wrong, goes);
+}
+
+void Configuration::postpone(Next& next, std::string why) {
+  // What is new since the last one may close this one.
+  if (postponed_.empty()) changedSincePostponed_ = false;
+  postponed_.emplace_back(std::move(next.change), std::move(why));
+}
+
+/// When no other change is left: tries the postponed ones again if something has changed since, and refuses
+/// them otherwise.
+void Configuration::refusePostponed() {
+  for (auto& [change, why] : std::exchange(postponed_, {})) {
+    if (changedSincePostponed_) {
+      changes_.push_back(std::move(change));
+      continue;
+    }
+    files_.conflictIs(change.source, fmt::format("{}/{}: {}", files_.dir(), change.source, why),
+                      !change.model);
+    commit_.discard(std::move(change.model));
+  }
+  changedSincePostponed_ = false;
 }
 
 Json Configuration::report() const {
@@ -179,6 +249,11 @@ Json Configuration::report() const {
     Refusable::check();
     sources.push_back(sourceJson(name, model, commit_.appliedAt(name)));
   });
+  Json warnings = Json::array();
+  for (const Warning& warning : warnings_) {
+    Refusable::check();
+    warnings.push_back(warningJson(warning));
+  }
   Json bad = Json::array();
   const std::string& dir = files_.dir();
   if (const auto& why = files_.unreadable(); !why.empty())
@@ -191,7 +266,8 @@ Json Configuration::report() const {
   return {{"directory", dir.empty() ? Json(nullptr) : Json(dir)},
           {"changing", busy()},
           {"sources", std::move(sources)},
-          {"bad", std::move(bad)}};
+          {"bad", std::move(bad)},
+          {"warnings", std::move(warnings)}};
 }
 
 }  // namespace Agent

@@ -3,6 +3,7 @@
 #include <agent/change/Commit.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/DirectoryFiles.h>
+#include <agent/change/Warnings.h>
 #include <agent/core/Background.h>
 #include <agent/forward/Forwarder.h>
 #include <nlohmann/json.hpp>
@@ -27,10 +28,21 @@ namespace Agent {
 /// Owner: the control plane. The core, the forwarder and the loop outlive it.
 class Configuration {
  public:
-  /// What became of new texts for the command line's source.
+  /// New content for the command line's source.
+  struct Request {
+    std::vector<Config::Source> texts;
+    std::vector<std::string> files{};  ///< read first, as further texts in front of the others
+    bool dryRun = false;               ///< only find out what would change
+    Leave leave{};
+  };
+  /// What became of it.
   struct Outcome {
     /// The first hundred, each with FILE:LINE:COLUMN, or why the texts as a whole cannot be in force.
     std::vector<std::string> mistakes;
+    /// Of the configuration after the change.
+    Warnings warnings;
+    /// Why warnings keep it from being carried out.
+    std::optional<std::string> refused;
     /// The document of difference(), as pieces of one line; empty when there are mistakes.
     std::deque<std::string> difference;
     bool applied = false;
@@ -39,23 +51,34 @@ class Configuration {
   };
   using Done = std::function<void(Outcome outcome)>;
 
-  /// `files` are the texts that the core was given. `dir` is the directory that is watched, or empty, and
-  /// `limits` are those of its files. `applied` is called after every change, and may be empty.
-  Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, std::string dir,
-                TextLimits limits, std::function<void()> applied);
+  struct Options {
+    std::string dir;      ///< watched; empty: none
+    TextLimits limits{};  ///< of its files, and of those of a request
+    Leave leave{};        ///< for files of the directory
+    /// The ports that the agent has; nothing: every interface may be one.
+    std::optional<PortNames> ports{};
+    Warnings warnings{};              ///< of the texts that the core was given
+    std::function<void()> applied{};  ///< called after every change; may be empty
+  };
+
+  /// `files` are the texts that the core was given.
+  Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, Options options);
   ~Configuration();
 
-  /// Replaces the command line's source by these texts; with `dryRun` it only finds out what would change.
-  /// False when another change is being carried out. `done` is called from the loop later, unless this object
-  /// is destroyed first.
-  bool apply(std::vector<Config::Source> texts, bool dryRun, Done done);
-  bool busy() const { return background_.busy() || commit_.underWay() || !changes_.empty(); }
+  /// Replaces the command line's source. False when another change is being carried out. `done` is called
+  /// from the loop later, unless this object is destroyed first.
+  bool apply(Request request, Done done);
+  bool busy() const {
+    return background_.busy() || commit_.underWay() || !changes_.empty() || !postponed_.empty();
+  }
   /// Whether the directory is being looked at, or is about to be, which may lead to a change. That is not
   /// busy(): apply() works meanwhile.
   bool looking() const { return files_.looking(); }
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
+  /// What the configuration in force is warned of.
+  const Warnings& warnings() const { return warnings_; }
   /// The sources that are in force.
   const Sources& sources() const { return commit_.sources(); }
 
@@ -69,8 +92,19 @@ class Configuration {
   void handleFound(DirectoryFiles::Found found);
   void commitNext();
   void handleNext(Next& next, std::optional<std::string> failed);
+  void takeNext(Next& next);
+  void postpone(Next& next, std::string why);
+  void refusePostponed();
+  const PortNames* ports() const { return ports_ ? &*ports_ : nullptr; }
 
+  const Leave leave_;
+  const TextLimits limits_;
+  const std::optional<PortNames> ports_;
+  Warnings warnings_;
   std::vector<NewContent> changes_;  // of files, to be carried out one after the other
+  /// Changes that would be an opening, with the reason: another file of the same look may close it.
+  std::vector<std::pair<NewContent, std::string>> postponed_;
+  bool changedSincePostponed_ = false;
   const Kelp::Ptr<Kiv::TimerTask> task_;
   Commit commit_;
   Background background_;

@@ -66,8 +66,9 @@ void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std:
     return;
   }
   const auto isGone = [&scan](const std::string& name) { return !scan.there.contains(name); };
-  std::erase_if(bad_, [&isGone](const auto& file) { return isGone(file.first); });
-  std::erase_if(conflicts_, isGone);
+  const auto isForgotten = [&](const auto& file) { return isGone(file.first) && !isRefusedToGo(file.first); };
+  std::erase_if(bad_, isForgotten);
+  std::erase_if(conflicts_, isForgotten);
   std::erase_if(shortOfMemory_, isGone);
   Found found;
   for (auto& [name, file] : scan.found) take(name, file, found);
@@ -93,13 +94,13 @@ void DirectoryFiles::take(const std::string& name, DirectoryScan::File& file, Fo
   }
 }
 
-void DirectoryFiles::conflictIs(const std::string& name, std::string why) {
+void DirectoryFiles::conflictIs(const std::string& name, std::string why, bool goes) {
   bad_[name] = {std::move(why)};
-  conflicts_.insert(name);
+  conflicts_[name] = goes;
 }
 
 void DirectoryFiles::conflictsAreDue() {
-  for (const std::string& name : std::exchange(conflicts_, {})) {
+  for (const auto& [name, goes] : std::exchange(conflicts_, {})) {
     forgotten_.insert(name);
     lookIsDue_ = true;
   }

@@ -42,9 +42,15 @@ class DirectoryFiles {
 
   /// The content of a file is in force now.
   void taken(const std::string& name) { bad_.erase(name), conflicts_.erase(name); }
-  /// The content of a file cannot be in force together with the others. It may be possible when those change:
-  /// then call conflictsAreDue(), and the file is tried again.
-  void conflictIs(const std::string& name, std::string why);
+  /// The content of a file cannot be in force together with the others; or (`goes`) the file has gone, and
+  /// its content cannot go while the others are as they are. It may be possible when those change: then call
+  /// conflictsAreDue(), and it is tried again.
+  void conflictIs(const std::string& name, std::string why, bool goes);
+  /// Whether the content of a file that has gone is kept because of a conflict.
+  bool isRefusedToGo(const std::string& name) const {
+    const auto known = conflicts_.find(name);
+    return known != conflicts_.end() && known->second;
+  }
   void conflictsAreDue();
   /// There was no memory for the content of a file. It is tried again some looks later.
   void failed(const std::string& name, std::string why);
@@ -76,9 +82,9 @@ class DirectoryFiles {
       seen_;  // contents that were read; empty while a look is going on, which has them
   std::vector<std::string> unreadable_;
   std::map<std::string, std::vector<std::string>> bad_;
-  std::set<std::string> conflicts_;      // bad files that have no mistake, but conflict with others
-  std::set<std::string> shortOfMemory_;  // bad files for which there was no memory
-  int looksUntilMemory_ = 0;             // how many looks until these are tried again
+  std::map<std::string, bool> conflicts_;  // bad files that have no mistake, but conflict with others; goes
+  std::set<std::string> shortOfMemory_;    // bad files for which there was no memory
+  int looksUntilMemory_ = 0;               // how many looks until these are tried again
 
   Background background_;
   std::unique_ptr<DirectoryWatch> watch_;

@@ -2,6 +2,7 @@
 #include <agent/core/Core.h>
 #include <agent/core/Words.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace Agent {
@@ -20,6 +21,27 @@ std::optional<Config::Model> Sources::exchange(const std::string& name, std::opt
   if (now) inputs.emplace(name, std::move(*now));
   if (known == inputs.end()) return std::nullopt;
   return std::move(inputs.extract(known).mapped());
+}
+
+void Sources::noticesAre(const std::string& name, Config::Notices notices) {
+  (name == commandLineName ? commandLine : inputs.at(name)).notices = std::move(notices);
+}
+
+Layers Sources::layers() const {
+  Layers all;
+  forEach([&all](const std::string& name, const Config::Model& model) { all.emplace_back(name, &model); });
+  return all;
+}
+
+Layers Sources::layersWith(const std::string& name, const Config::Model* now) const {
+  Layers all = layers();
+  std::erase_if(all, [&name](const auto& layer) { return layer.first == name; });
+  if (!now) return all;
+  // The empty name of the command line comes before all others.
+  const auto behind =
+      std::find_if(all.begin(), all.end(), [&name](const auto& layer) { return name < layer.first; });
+  all.emplace(behind, name, now);
+  return all;
 }
 
 Config::Model Sources::interfaces() const {

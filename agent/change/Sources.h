@@ -23,6 +23,9 @@ inline std::string sourceOfTitle(const std::string& title) {
   return title == commandLineTitle ? commandLineName : title;
 }
 
+/// Sources by name with their content, that of the highest precedence first. Does not own the content.
+using Layers = std::vector<std::pair<std::string, const Config::Model*>>;
+
 /// The content of all sources of configuration, as plain values, in the order of their precedence: the
 /// command line, then the inputs (the files of the directory) by name. If several sources define the same
 /// list, port-channel or mirror session, that of the first one is in force; they are never mixed.
@@ -43,6 +46,12 @@ struct Sources {
     for (const auto& [name, model] : inputs) visit(name, model);
   }
 
+  /// Replaces what the reader noticed of a source, which must be there.
+  void noticesAre(const std::string& name, Config::Notices notices);
+
+  Layers layers() const;
+  /// The layers if a source had another content; null: if there were no such source.
+  Layers layersWith(const std::string& name, const Config::Model* now) const;
   /// The port-channels and mirror sessions that are in force, as a model without lists and bindings.
   Config::Model interfaces() const;
   /// Why these sources cannot be in force together; nothing if they can.
@@ -53,6 +62,9 @@ struct Sources {
   /// The remarks that stand behind the last rule of a list in a source.
   std::vector<std::string> trailingRemarks(const std::string& name, const Config::Model::ListKey& list) const;
 };
+
+/// What people call a source.
+inline std::string sourceTitle(const std::string& name) { return name == commandLineName ? "cli" : name; }
 
 /// New content for a source; without a model the source is deleted.
 struct NewContent {

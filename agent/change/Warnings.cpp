@@ -1,57 +1,65 @@
+#include <agent/change/Openings.h>
+#include <agent/change/WarningCollector.h>
 #include <agent/change/Warnings.h>
 #include <agent/core/Words.h>
-#include <fmt/format.h>
 
-#include <functional>
+#include <algorithm>
 #include <set>
 
 namespace Agent {
 
 namespace {
 
-/// What all sources together define and use.
+/// What the warnings are found in.
 struct Facts {
-  explicit Facts(const Sources& all) : sources(all) {
-    all.forEach([this](const std::string&, const Config::Model& model) {
-      for (const auto& [key, list] : model.lists) defined.insert(key);
-      for (const auto& [key, list] : model.bindings) bound.emplace(key.type, list);
-      for (const auto& [name, destinations] : model.mirrorSessions) sessions.insert(name);
-    });
-  }
-
-  const Sources& sources;
-  std::set<Config::Model::ListKey> defined, bound;
-  std::set<std::string> sessions;
+  const Layers& layers;
+  const Effective& effective;
+  const PortNames* ports;
 };
 
-using Warn = std::function<void(std::string sentence)>;
+using Owner = Effective::Owner;
 
-void undefinedLists(const Facts& facts, const Warn& warn) {
-  facts.sources.forEach([&](const std::string&, const Config::Model& model) {
-    for (const auto& [key, list] : model.bindings) {
-      if (facts.defined.contains({key.type, list})) continue;
-      warn(fmt::format("interface {}: {} is bound {} but {}", key.interface, listTitle(key.type, list),
-                       key.direction, notDefined));
-    }
-  });
-}
-
-void listsBoundNowhere(const Facts& facts, const Warn& warn) {
-  for (const auto& key : facts.defined) {
-    if (!facts.bound.contains(key)) warn(listTitle(key.first, key.second) + " is bound nowhere");
+void whatTheReaderNoticed(const Facts& facts, WarningCollector& found) {
+  for (const auto& [source, model] : facts.layers) {
+    for (const Warning& warning : model->notices.warnings) found.add(warning);
+    if (const size_t more = model->notices.moreWarnings; more > 0)
+      found.add("more-warnings", {},
+                [&] { return fmt::format("{} has {} more", sourceTitle(source), more); });
   }
 }
 
-void undefinedSessions(const Facts& facts, const Warn& warn) {
-  facts.sources.forEach([&](const std::string&, const Config::Model& model) {
-    for (const auto& [key, list] : model.lists) {
-      for (const auto& [sequence, rule] : list.rules) {
-        const std::string session = Config::common(rule).mirrorSession.str();
-        if (session.empty() || facts.sessions.contains(session)) continue;
-        warn(fmt::format("{} rule {}: mirror session {} is not defined", listTitle(key.first, key.second),
-                         sequence, session));
-      }
-    }
+void listsBoundNowhere(const Facts& facts, WarningCollector& found) {
+  std::set<Config::ListKey> bound;
+  for (const auto& [key, owner] : facts.effective.bindings)
+    bound.emplace(key.type, facts.effective.listAt(key));
+  for (const auto& [key, owner] : facts.effective.lists) {
+    if (bound.contains(key)) continue;
+    const auto& notices = owner.model->notices;
+    found.add("list-unbound", notices.placeOf(notices.lists, key),
+              [&, &key = key] { return listTitle(key.first, key.second) + " is bound nowhere"; });
+  }
+}
+
+/// Calls visit(list's key, rule, place) for every rule in force.
+template <class Visit>
+void forEachRule(const Effective& effective, const Visit& visit) {
+  for (const auto& [key, owner] : effective.lists) {
+    const auto& notices = owner.model->notices;
+    for (const auto& [sequence, rule] : owner.model->lists.at(key).rules)
+      visit(key, rule, [&, &key = key, sequence = sequence] {
+        return notices.placeOf(notices.rules, std::pair(key, sequence));
+      });
+  }
+}
+
+void undefinedSessions(const Facts& facts, WarningCollector& found) {
+  forEachRule(facts.effective, [&](const Config::ListKey& key, const Config::Rule& rule, const auto& place) {
+    const auto session = Config::common(rule).mirrorSession.view();
+    if (session.empty() || facts.effective.mirrorSessions.contains(std::string(session))) return;
+    found.add("session-undefined", place(), [&] {
+      return fmt::format("{} rule {}: mirror session {} is not defined: nothing is copied",
+                         listTitle(key.first, key.second), Config::common(rule).sequence, session);
+    });
   });
 }
 
@@ -66,41 +74,140 @@ bool hasEmptyGroup(const Config::Rule& rule) {
       rule);
 }
 
-void emptyGroups(const Facts& facts, const Warn& warn) {
-  facts.sources.forEach([&](const std::string&, const Config::Model& model) {
-    for (const auto& [key, list] : model.lists) {
-      for (const auto& [sequence, rule] : list.rules) {
-        if (!hasEmptyGroup(rule)) continue;
-        warn(fmt::format("{} rule {}: an object-group in it is empty: it matches nothing",
-                         listTitle(key.first, key.second), sequence));
-      }
-    }
+void emptyGroups(const Facts& facts, WarningCollector& found) {
+  forEachRule(facts.effective, [&](const Config::ListKey& key, const Config::Rule& rule, const auto& place) {
+    if (!hasEmptyGroup(rule)) return;
+    found.add("empty-group", place(), [&] {
+      return fmt::format("{} rule {}: an object-group in it is empty: it matches nothing",
+                         listTitle(key.first, key.second), Config::common(rule).sequence);
+    });
   });
 }
 
-void interfacesShutDown(const Facts& facts, const Warn& warn) {
-  facts.sources.forEach([&](const std::string&, const Config::Model& model) {
-    for (const auto& [name, notes] : model.interfaceNotes) {
-      if (notes.shutdown)
-        warn(fmt::format("interface {}: shutdown is kept and has no effect: traffic goes on", name));
+void interfacesShutDown(const Facts& facts, WarningCollector& found) {
+  for (const auto& [source, model] : facts.layers) {
+    for (const auto& [name, notes] : model->interfaceNotes) {
+      if (!notes.shutdown) continue;
+      found.add("shutdown", model->notices.placeOf(model->notices.shutdowns, name), [&, &name = name] {
+        return fmt::format("interface {}: shutdown is kept and has no effect: traffic goes on", name);
+      });
     }
-  });
+  }
+}
+
+/// Whether a name stands for a port with a device, or for a port-channel that has one.
+bool leadsToPort(const Facts& facts, const std::string& name) {
+  if (facts.ports->contains(name)) return true;
+  const auto channel = facts.effective.portChannels.find(name);
+  if (channel == facts.effective.portChannels.end()) return false;
+  const auto& ends = channel->second.model->portChannels.at(name);
+  return std::any_of(ends.begin(), ends.end(), [&](const auto& each) { return facts.ports->contains(each); });
+}
+
+void sessionsWithoutPort(const Facts& facts, WarningCollector& found) {
+  if (!facts.ports) return;
+  for (const auto& [name, owner] : facts.effective.mirrorSessions) {
+    const auto& notices = owner.model->notices;
+    for (const std::string& destination : owner.model->mirrorSessions.at(name)) {
+      if (leadsToPort(facts, destination)) continue;
+      found.add("session-without-port", notices.placeOf(notices.mirrorSessions, name), [&, &name = name] {
+        return fmt::format("mirror session {}: {} is no port{}: copies to it are lost", name, destination,
+                           nearestInterfaces(facts.effective, facts.ports, destination));
+      });
+    }
+  }
+}
+
+void membersWithoutPort(const Facts& facts, WarningCollector& found) {
+  if (!facts.ports) return;
+  for (const auto& [member, channel] : facts.effective.channelOf) {
+    if (facts.ports->contains(member)) continue;
+    const auto& notices = facts.effective.portChannels.at(channel).model->notices;
+    found.add("member-without-port", notices.placeOf(notices.portChannels, channel),
+              [&, &member = member, &channel = channel] {
+                return fmt::format("port-channel {}: its member {} is no port{}", channel, member,
+                                   nearestInterfaces(facts.effective, facts.ports, member));
+              });
+  }
+}
+
+/// Tells of each thing of a kind that a layer defines, and another one of higher precedence, too.
+template <class Things, class Owners, class Title>
+void overridden(const Facts& facts, Things Config::Model::*things, const Owners& owners,
+                const std::map<typename Owners::key_type, Config::Spot> Config::Notices::*spots,
+                const Title& title, WarningCollector& found) {
+  for (const auto& [source, model] : facts.layers) {
+    for (const auto& [key, thing] : model->*things) {
+      const Owner& owner = owners.at(key);
+      if (owner.model == model) continue;
+      found.add("defined-twice", model->notices.placeOf(model->notices.*spots, key),
+                [&, &key = key, &source = source] {
+                  return fmt::format("{} of {} is not in force: that of {} is", title(key, *model),
+                                     sourceTitle(source), sourceTitle(owner.source));
+                });
+    }
+  }
+}
+
+void definedTwice(const Facts& facts, WarningCollector& found) {
+  using Config::Model;
+  using Config::Notices;
+  const auto named = [](const char* what) {
+    return [what](const std::string& name, const Model&) { return fmt::format("{} {}", what, name); };
+  };
+  const Effective& all = facts.effective;
+  overridden(
+      facts, &Model::lists, all.lists, &Notices::lists,
+      [](const auto& key, const Model&) { return listTitle(key.first, key.second); }, found);
+  overridden(
+      facts, &Model::bindings, all.bindings, &Notices::bindings,
+      [](const auto& key, const Model& model) {
+        return bindingTitle(key.interface, Acl::stringValue(key.type), model.bindings.at(key),
+                            Acl::stringValue(key.direction));
+      },
+      found);
+  overridden(facts, &Model::portChannels, all.portChannels, &Notices::portChannels, named("port-channel"),
+             found);
+  overridden(facts, &Model::mirrorSessions, all.mirrorSessions, &Notices::mirrorSessions,
+             named("mirror session"), found);
 }
 
 /// In the order in which their warnings are told.
-constexpr void (*warnings[])(const Facts& facts, const Warn& warn) = {
-    undefinedLists, listsBoundNowhere, undefinedSessions, emptyGroups, interfacesShutDown,
+constexpr void (*finders[])(const Facts& facts, WarningCollector& found) = {
+    whatTheReaderNoticed, definedTwice,       listsBoundNowhere, undefinedSessions,
+    sessionsWithoutPort,  membersWithoutPort, emptyGroups,       interfacesShutDown,
 };
+
+Warnings surprises(const Layers& layers, const Effective& effective, const PortNames* ports) {
+  WarningCollector found;
+  for (const auto find : finders) find({layers, effective, ports}, found);
+  return found.take();
+}
 
 }  // namespace
 
-std::vector<std::string> warningsOf(const Sources& sources) {
-  const Facts facts(sources);
-  std::vector<std::string> all;
-  for (const auto find : warnings) {
-    find(facts, [&all](std::string sentence) { all.push_back(std::move(sentence)); });
-  }
+Warnings lastingWarnings(const Layers& layers, const PortNames* ports) {
+  return changeWarnings(layers, layers, ports).lasting;
+}
+
+ChangeWarnings changeWarnings(const Layers& before, const Layers& after, const PortNames* ports) {
+  const Effective was(before), is(after);
+  const Warnings other = surprises(after, is, ports);
+  ChangeWarnings all = openings(was, is, ports);
+  all.lasting.insert(all.lasting.end(), other.begin(), other.end());
+  all.told.insert(all.told.end(), other.begin(), other.end());
   return all;
+}
+
+std::optional<std::string> whyRefused(const ChangeWarnings& warnings, const Leave& leave) {
+  const bool opens = !warnings.openings.empty() && !leave.openings;
+  if (!opens && !(leave.strict && !warnings.told.empty())) return std::nullopt;
+  const Warnings& all = opens ? warnings.openings : warnings.told;
+  constexpr size_t most = 3;
+  std::string text;
+  for (size_t i = 0; i < std::min(all.size(), most); ++i) text += (i > 0 ? "; " : "") + all[i].text;
+  if (all.size() > most) text += fmt::format("; and {} more", all.size() - most);
+  return fmt::format("{} ({})", text, opens ? "--allow-open carries it out" : "refused because of --strict");
 }
 
 }  // namespace Agent

@@ -1,4 +1,5 @@
 #include <agent/config/Addresses.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 
@@ -73,10 +74,48 @@ bool readPrefix(Cursor& at, size_t slash, Addr* address, Addr* mask) {
   const auto parsed = Addr::parse(word.substr(0, slash));
   const auto length = decimal(word.substr(slash + 1));
   if (!parsed || !length || *length > Kind<Addr>::bits) return at.fail(Kind<Addr>::prefixForm);
-  at.take();
   *mask = Kind<Addr>::prefix(*length);
   *address = both(*parsed, *mask);
+  if (*address != *parsed) {
+    at.warn(at.position(), "ignored-bits",
+            fmt::format("{} has bits beyond its length: it is {}/{}", word, address->str(), *length));
+  }
+  at.take();
   return true;
+}
+
+/// Whether the bits that are set are the last ones, or none.
+bool areLastBits(uint64_t bits) { return (bits & (bits + 1)) == 0; }
+bool areLastBits(IpAddr a) { return areLastBits(uint64_t{a.value}); }
+bool areLastBits(EthAddr a) { return areLastBits(a.value()); }
+bool areLastBits(const Ip6Addr& a) {
+  return a.high == 0 ? areLastBits(a.low) : ~a.low == 0 && areLastBits(a.high);
+}
+
+/// Whether the bits that are set are the first ones, or none.
+template <class Addr>
+bool isPrefixMask(const Addr& mask) {
+  return areLastBits(inverse(mask));
+}
+
+/// Where a wildcard says something else than it seems to. One warning an address.
+template <class Addr>
+void warnOfWildcard(Cursor& at, size_t position, const Addr& typed, const Addr& wildcard) {
+  const Addr compared = both(typed, inverse(wildcard));
+  const bool any = typed == Addr() && wildcard == inverse(Addr());
+  const bool host = wildcard == Addr() && typed != Addr();
+  if (isPrefixMask(wildcard) && !any && !host) {
+    const char* compares = wildcard == Addr()            ? "all bits"
+                           : wildcard == inverse(Addr()) ? "no bit"
+                                                         : "only the last bits";
+    at.warn(position + 1, "netmask",
+            fmt::format("{} looks like a netmask: as a wildcard it compares {}", at.wordAt(position + 1),
+                        compares));
+  } else if (compared != typed) {
+    at.warn(
+        position, "ignored-bits",
+        fmt::format("{} has bits that the wildcard ignores: it is {}", at.wordAt(position), compared.str()));
+  }
 }
 
 template <class Addr>
@@ -105,6 +144,7 @@ bool read(Cursor& at, Addr* address, Addr* mask) {
   at.take();
   *mask = inverse(*wildcard);
   *address = both(*parsed, *mask);
+  warnOfWildcard(at, at.position() - 2, *parsed, *wildcard);
   return true;
 }
 
@@ -144,14 +184,6 @@ bool readRange(Cursor& at, std::vector<AddressMatch<Addr>>* all) {
   at.take();
   addRange(Addr(), 0, *from, *to, all);
   return true;
-}
-
-template <class Addr>
-bool isPrefixMask(const Addr& mask) {
-  for (unsigned length = 0; length <= Kind<Addr>::bits; ++length) {
-    if (mask == Kind<Addr>::prefix(length)) return true;
-  }
-  return false;
 }
 
 template <class Addr>

@@ -66,6 +66,7 @@ bool Cursor::lineIs(std::string_view line) {
   words_.clear();
   next_ = 0;
   problem_.reset();
+  oddities_.clear();
   const auto control = std::find_if(line.begin(), line.end(), isControl);
   if (control != line.end()) return failAtByte(static_cast<size_t>(control - line.begin()));
 

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <agent/warnings/Catalogue.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Config {
@@ -22,6 +25,13 @@ class Cursor {
     std::string expected;
   };
 
+  /// Something odd in a statement that can be carried out all the same.
+  struct Oddity {
+    size_t position;  ///< of the word
+    Agent::WarningCode code;
+    std::string text;
+  };
+
   /// Starts over with another line, given without its line end. False if it has bytes that no statement has.
   bool lineIs(std::string_view line);
 
@@ -30,6 +40,8 @@ class Cursor {
   std::string_view peek(size_t ahead = 0) const {
     return next_ + ahead < words_.size() ? words_[next_ + ahead] : std::string_view();
   }
+  /// The word of a position, which must be one of the line.
+  std::string_view wordAt(size_t position) const { return words_[position]; }
   std::string_view take() { return atEnd() ? std::string_view() : words_[next_++]; }
   /// Takes the next word if it is `word`.
   bool takeIf(std::string_view word);
@@ -70,6 +82,12 @@ class Cursor {
 
   const std::optional<Problem>& problem() const { return problem_; }
 
+  /// Keeps something odd about the word of a position.
+  void warn(size_t position, Agent::WarningCode code, std::string text) {
+    oddities_.push_back({position, code, std::move(text)});
+  }
+  const std::vector<Oddity>& oddities() const { return oddities_; }
+
  private:
   bool failAtByte(size_t offset);
 
@@ -77,6 +95,7 @@ class Cursor {
   std::vector<std::string_view> words_;
   size_t next_ = 0;
   std::optional<Problem> problem_;
+  std::vector<Oddity> oddities_;
 };
 
 bool isBlank(char c);

@@ -71,7 +71,16 @@ bool Statements::noInterface(Cursor& at, AclType) {
 bool Statements::accessGroup(Cursor& at, AclType type) {
   std::string list;
   BindingKey key{type, AclDirection::in, interface_};
+  const size_t position = at.position();
   if (!readListName(at, &list) || !readDirection(at, &key.direction) || !at.end()) return false;
+  auto& spot = model_.notices.bindings[key];
+  const auto before = model_.bindings.find(key);
+  if (before != model_.bindings.end() && before->second != list && spot.text >= firstText_) {
+    at.warn(position, "binding-twice",
+            fmt::format("interface {} has one {} list {}: the first, {} of line {}, is lost", interface_,
+                        stringValue(type), stringValue(key.direction), before->second, spot.line));
+  }
+  spot = spotOf(at, position);
   model_.bindings[key] = list;
   return true;
 }
@@ -121,6 +130,7 @@ bool Statements::portChannel(Cursor& at, AclType) {
   if (!readInterfaces(at, &members) || !checkMembers(at, place + 2, name, members)) return false;
   forgetMembers(name);
   for (const auto& member : members) channelOf_[member] = name;
+  model_.notices.portChannels[name] = spotOf(at, place);
   model_.portChannels[name] = std::move(members);
   return true;
 }
@@ -138,12 +148,14 @@ bool Statements::noPortChannel(Cursor& at, AclType) {
 }
 
 bool Statements::mirrorSession(Cursor& at, AclType) {
+  const size_t place = at.position();
   std::string name;
   std::vector<std::string> destinations;
   if (!at.name("the name of a mirror session", &name) || !at.keyword("destination") ||
       !readInterfaces(at, &destinations)) {
     return false;
   }
+  model_.notices.mirrorSessions[name] = spotOf(at, place);
   model_.mirrorSessions[name] = std::move(destinations);
   return true;
 }

@@ -30,6 +30,16 @@ bool failProtocol(Cursor& at, std::string_view any, AclType list) {
                                        : "in an IPv6 list");
 }
 
+/// The protocols of the two families differ, and packets of the other family's are hardly ever seen.
+void warnOfIcmp(Cursor& at, AclType list) {
+  const bool ip6 = list == AclType::ipv6;
+  if (at.peek() != (ip6 ? "icmp" : "icmpv6")) return;
+  at.warn(at.position(), "icmp-of-other-kind",
+          fmt::format(
+              "{} in an IPv{} list is protocol {}, which hardly any IPv{} packet has: that of IPv{} is {}",
+              at.peek(), ip6 ? 6 : 4, ip6 ? 1 : 58, ip6 ? 6 : 4, ip6 ? 6 : 4, ip6 ? "icmpv6" : "icmp"));
+}
+
 /// `ip` or `ipv4` in an IPv4 list and `ipv6` in an IPv6 list mean any protocol. The words of the other kind
 /// are mistakes: some readers would take them for a protocol number (41, IPv6 in IPv4) and some for "any".
 bool readProtocol(Cursor& at, AclType list, Acl::IpFilterBase* filter) {
@@ -41,6 +51,7 @@ bool readProtocol(Cursor& at, AclType list, Acl::IpFilterBase* filter) {
     filter->protocol = static_cast<uint8_t>(*number);
   } else if (const auto named = protocolNumber(word)) {
     filter->protocol = *named;
+    warnOfIcmp(at, list);
   } else {
     return failProtocol(at, any, list);
   }

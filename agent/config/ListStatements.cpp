@@ -83,7 +83,9 @@ bool Statements::addRule(Cursor& at, bool bareHosts) {
   uint32_t sequence = 0;
   Rule rule;
   GroupNames groups;
+  const size_t position = at.position();
   if (!readNumber(at, &sequence) || !readRule(at, sequence, bareHosts, &rule, &groups)) return false;
+  noticeRule(at, position, rule, groups);
   const Model::ListKey key{list_->type, list_->name};
   if (groups.any()) {
     groupUses_[key][sequence] = {groups, place_};
@@ -150,6 +152,7 @@ bool Statements::openList(Cursor& at, size_t place, const std::string& name) {
                                  entry->second.standard ? "standard" : "extended", name),
                      entry->second.standard ? "of a standard list" : "of an extended list");
   }
+  if (added) model_.notices.lists[entry->first] = spotOf(at, place);
   list_ = &entry->second;
   return true;
 }
@@ -159,9 +162,7 @@ bool Statements::noAccessList(Cursor& at, AclType type) {
   std::string name;
   readListForm(at, type, &standard);
   if (!readListName(at, &name) || !at.end()) return false;
-  model_.lists.erase({type, name});
-  placedRemarks_.erase({type, name});
-  groupUses_.erase({type, name});
+  forgetList({type, name});
   return true;
 }
 

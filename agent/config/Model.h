@@ -2,6 +2,7 @@
 
 #include <Acl/Rule.h>
 #include <Acl/Types.h>
+#include <agent/config/Notices.h>
 
 #include <compare>
 #include <cstdint>
@@ -56,15 +57,6 @@ struct List {
   bool operator==(const List&) const = default;
 };
 
-/// A place where one list can be bound.
-struct BindingKey {
-  Acl::AclType type = Acl::AclType::ip;
-  Acl::AclDirection direction = Acl::AclDirection::in;
-  std::string interface;
-
-  auto operator<=>(const BindingKey&) const = default;
-};
-
 /// An object-group: its members as they were typed, single blanks between the words.
 struct ObjectGroup {
   bool service = false;  ///< of protocols and ports; else of networks
@@ -88,7 +80,7 @@ struct InterfaceNotes {
 /// are not empty, and none is named twice. An interface is a member of one port-channel at most, and a member
 /// is never a port-channel itself. Bindings and rules may name lists and mirror sessions that do not exist.
 struct Model {
-  using ListKey = std::pair<Acl::AclType, std::string>;
+  using ListKey = Config::ListKey;
 
   std::map<ListKey, List> lists;
   std::map<BindingKey, std::string> bindings;                      ///< the name of the list at each place
@@ -97,6 +89,7 @@ struct Model {
   std::map<std::string, InterfaceNotes> interfaceNotes;            ///< none of them empty
   std::map<std::string, ObjectGroup>
       objectGroups;  ///< rules that name them have their members as alternatives
+  Notices notices;
 
   bool operator==(const Model&) const = default;
 };

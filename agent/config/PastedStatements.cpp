@@ -62,9 +62,7 @@ bool Statements::noNumberedList(Cursor& at, AclType) {
                    " takes back the whole list, and no RULE below ip access-list " +
                    (standard ? "standard " : "") + name + " one rule");
   }
-  model_.lists.erase({AclType::ip, name});
-  placedRemarks_.erase({AclType::ip, name});
-  groupUses_.erase({AclType::ip, name});
+  forgetList({AclType::ip, name});
   return true;
 }
 
@@ -120,6 +118,7 @@ bool Statements::noDescription(Cursor& at, AclType) {
 
 bool Statements::shutdown(Cursor& at, AclType) {
   if (!at.end()) return false;
+  model_.notices.shutdowns[interface_] = spotOf(at, at.position() - 1);
   shutdownIs(true);
   return true;
 }

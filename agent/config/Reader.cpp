@@ -54,8 +54,11 @@ void readText(const Source& source, size_t index, Cursor& at, Statements& statem
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     if (line.ends_with('\r')) line.remove_suffix(1);
     const LinePlace place{index, number};
-    if (at.lineIs(line) && (at.atEnd() || isComment(at.peek()) || statements.take(at, place))) continue;
-    mistakes.add(place, *at.problem());
+    if (!at.lineIs(line) || (!at.atEnd() && !isComment(at.peek()) && !statements.take(at, place))) {
+      mistakes.add(place, *at.problem());
+    } else if (!at.oddities().empty()) {
+      statements.noticeOddities(at);
+    }
   }
 }
 
@@ -63,7 +66,9 @@ void readText(const Source& source, size_t index, Cursor& at, Statements& statem
 
 Result read(const std::vector<Source>& sources, Model start, size_t mostMistakes) {
   Cursor at;
-  Statements statements(std::move(start));
+  std::vector<std::string> names;
+  for (const Source& source : sources) names.push_back(source.name);
+  Statements statements(std::move(start), names);
   Mistakes mistakes(sources, mostMistakes);
   for (size_t i = 0; i < sources.size(); ++i) readText(sources[i], i, at, statements, mistakes);
   if (!mistakes.areMost()) {

@@ -63,7 +63,13 @@ constexpr Statements::Row Statements::rows[] = {
     {{"end"}, Mode::anywhere, &S::nothing, nullptr},
 };
 
-Statements::Statements(Model start) : model_(std::move(start)) {
+Statements::Statements(Model start, const std::vector<std::string>& texts)
+    : model_(std::move(start)), firstText_(model_.notices.texts.size()) {
+  auto& names = model_.notices.texts;
+  names.insert(names.end(), texts.begin(), texts.end());
+  for (const auto& [key, list] : model_.lists) {
+    for (const auto& [sequence, rule] : list.rules) startRules_[key].push_back(sequence);
+  }
   for (const auto& [name, members] : model_.portChannels) {
     for (const auto& member : members) channelOf_[member] = name;
   }

@@ -6,6 +6,7 @@
 
 #include <limits>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -42,7 +43,8 @@ bool readListName(Cursor& at, std::string* name);
 /// line with a mistake: rules below a list whose first line is wrong are still checked, but are not kept.
 class Statements {
  public:
-  explicit Statements(Model start);
+  /// `texts` are the names of the texts that the places of lines refer to.
+  explicit Statements(Model start, const std::vector<std::string>& texts = {});
 
   /// Carries out the statement that the cursor stands in front of.
   bool take(Cursor& at, LinePlace place = {});
@@ -51,6 +53,8 @@ class Statements {
   /// in no order, at most one a line.
   std::vector<LateMistake> finish();
   Model takeModel() { return std::move(model_); }
+  /// Keeps the oddities of a line that was carried out, but for what it takes back.
+  void noticeOddities(const Cursor& at);
 
  private:
   enum class Mode { top, list, interface, group, anywhere };
@@ -96,6 +100,10 @@ class Statements {
   void forgetAlternatives(const Model::ListKey& key, List& list);
   void expandGroups(std::vector<LateMistake>* mistakes);
 
+  Spot spotOf(const Cursor& at, size_t position) const;
+  bool isGivenHere(const ListKey& key, uint32_t sequence);
+  void noticeRule(Cursor& at, size_t position, const Rule& rule, const GroupNames& groups);
+  void forgetList(const ListKey& key);
   bool openList(Cursor& at, size_t place, const std::string& name);
   bool addRule(Cursor& at, bool bareHosts);
   void settleRemarks();
@@ -107,6 +115,9 @@ class Statements {
   void forgetMembers(const std::string& name);
 
   Model model_;
+  const size_t firstText_;  ///< index in the notices of the first text that is read
+  std::map<ListKey, std::vector<uint32_t>> startRules_;          ///< numbers in the model before; ascending
+  std::set<std::pair<ListKey, uint32_t>> startRulesGivenAgain_;  ///< those of them that a text has given
   std::map<std::string, std::string> channelOf_;  ///< by member: the port-channel it belongs to
 
   using Remarks = std::map<uint32_t, std::vector<std::string>>;

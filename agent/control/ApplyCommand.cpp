@@ -4,7 +4,9 @@
 #include <agent/control/ControlClient.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
+#include <agent/core/Output.h>
 #include <agent/core/Words.h>
+#include <agent/warnings/WarningText.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -23,6 +25,7 @@ class ApplyCommand final : public Command {
         ->required()
         ->type_name("FILE...");
     app().add_flag("--dry-run", dryRun_, "only tell what would change");
+    addLeave(app(), leave_);
     addControl();
   }
 
@@ -42,14 +45,45 @@ class ApplyCommand final : public Command {
         if (!documentOf(agent, request, &exit)) return exit;
       }
     }
-    const auto document = documentOf(agent, {{"do", "apply"}, {"dryRun", dryRun_}}, &exit);
-    if (!document) return exit;
-    if (json()) return print(linesOf(*document));
-    return print(differenceText(document->at("difference"), isatty(STDOUT_FILENO) != 0) +
-                 (dryRun_ ? "(nothing was applied)\n" : ""));
+    const nlohmann::ordered_json request = {
+        {"do", "apply"}, {"dryRun", dryRun_}, {"allowOpen", leave_.openings}, {"strict", leave_.strict}};
+    if (json()) return tellProgram(agent, request);
+    const auto document = documentOf(agent, request, &exit);
+    return document ? tell(*document) : exit;
   }
 
  private:
+  /// A refusal is a document, too.
+  Exit tellProgram(ControlClient& agent, const nlohmann::ordered_json& request) const {
+    Exit exit = exitDone;
+    const auto answer = answerOf(agent, request, &exit);
+    if (!answer) return exit;
+    if (answer->at("ok") == true) {
+      const auto& document = answer->at("document");
+      return print(linesOf(document), document.at("refused").is_null() ? exitDone : exitUsage);
+    }
+    const auto& error = answer->at("error");
+    if (error.at("code") == "refused") {
+      return print(
+          linesOf({{"applied", false}, {"refused", error.at("text")}, {"warnings", error.at("warnings")}}),
+          exitUsage);
+    }
+    tellMistakes(error);
+    complain(error.at("text").get<std::string>());
+    return exitUsage;
+  }
+
+  Exit tell(const nlohmann::ordered_json& document) const {
+    const auto& refused = document.at("refused");
+    const Exit exit = refused.is_null() ? exitDone : exitUsage;
+    tellWarnings(document);
+    const Exit printed = print(differenceText(document.at("difference"), isatty(STDOUT_FILENO) != 0) +
+                                   (dryRun_ ? "(nothing was applied)\n" : ""),
+                               exit);
+    if (!refused.is_null()) complain("would be refused: " + refused.get<std::string>());
+    return printed;
+  }
+
   std::vector<Config::Source> read(std::vector<std::string>& wrong) const {
     std::vector<Config::Source> sources;
     // The agent would not hold more.
@@ -63,6 +97,7 @@ class ApplyCommand final : public Command {
 
   std::vector<std::string> files_;
   bool dryRun_ = false;
+  Leave leave_;
 };
 
 }  // namespace

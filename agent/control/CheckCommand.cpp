@@ -19,6 +19,8 @@ class CheckCommand final : public Command {
     app()
         .add_option("--config-dir", dir_, "every file in DIR is a further source of configuration")
         ->type_name("DIR");
+    app().add_option("--ports", ports_, "the ports that the agent will have")->type_name("A,B,...");
+    app().add_flag("--strict", strict_, "every warning is a failure");
     addTextLimits(app(), limits_);
   }
 
@@ -27,15 +29,30 @@ class CheckCommand final : public Command {
       complain("check needs a FILE or --config-dir");
       return exitUsage;
     }
-    const auto document = checkDocument(files_, dir_, limits_);
-    const bool good = document.at("mistakes").empty();
-    if (json()) return print(linesOf(document), good ? exitDone : exitUsage);
+    const auto document =
+        checkDocument({files_, dir_, limits_, ports(), {.openings = false, .strict = strict_}});
+    const bool read = document.at("mistakes").empty();
+    const Exit exit = read && !(strict_ && !document.at("warnings").empty()) ? exitDone : exitUsage;
+    if (json()) return print(linesOf(document), exit);
     tellMistakes(document);
-    return good ? print(checkText(document)) : exitUsage;
+    return read ? print(checkText(document), exit) : exit;
   }
 
  private:
+  std::optional<PortNames> ports() const {
+    if (app().count("--ports") == 0) return std::nullopt;
+    PortNames names;
+    for (size_t at = 0; at <= ports_.size();) {
+      const size_t end = std::min(ports_.find(',', at), ports_.size());
+      if (end > at) names.insert(ports_.substr(at, end - at));
+      at = end + 1;
+    }
+    return names;
+  }
+
   std::vector<std::string> files_;
+  std::string ports_;
+  bool strict_ = false;
   std::string dir_;
   TextLimits limits_;
 };

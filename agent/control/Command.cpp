@@ -2,6 +2,7 @@
 #include <agent/control/ControlClient.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Output.h>
+#include <agent/warnings/WarningText.h>
 
 #include <CLI/CLI.hpp>
 
@@ -14,6 +15,12 @@ constexpr const char* exitText =
     "refused.";
 
 }  // namespace
+
+void addLeave(CLI::App& command, Leave& leave) {
+  command.add_flag("--allow-open", leave.openings,
+                   "carry out what lets traffic pass unfiltered that was filtered or is meant to be");
+  command.add_flag("--strict", leave.strict, "refuse for any warning");
+}
 
 Command::Command(CLI::App& app, const char* name, const char* help, const std::string& footer)
     : app_(app.add_subcommand(name, help)), control_(defaultControlPath) {
@@ -35,6 +42,10 @@ std::optional<nlohmann::ordered_json> Command::ask(const nlohmann::ordered_json&
   ControlClient agent;
   if (!connected(agent, control_, exit)) return std::nullopt;
   return documentOf(agent, request, exit);
+}
+
+void Command::tellWarnings(const nlohmann::ordered_json& document) {
+  if (document.contains("warnings")) fmt::print(stderr, "{}", warningsText(document.at("warnings")));
 }
 
 Exit Command::print(const std::string& text, Exit otherwise) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/Warnings.h>
 #include <agent/core/Exit.h>
 #include <nlohmann/json.hpp>
 
@@ -12,6 +13,9 @@ class App;
 }
 
 namespace Agent {
+
+/// Adds `--allow-open` and `--strict`.
+void addLeave(CLI::App& command, Leave& leave);
 
 /// One of the commands by which an agent is operated: what it takes on the command line, and what it does.
 class Command {
@@ -42,6 +46,8 @@ class Command {
   std::optional<nlohmann::ordered_json> ask(const nlohmann::ordered_json& request, Exit* exit) const;
   /// Prints a result. `otherwise` is the exit status when that was possible.
   static Exit print(const std::string& text, Exit otherwise = exitDone);
+  /// The member `warnings` of a document on standard error, if it has one.
+  static void tellWarnings(const nlohmann::ordered_json& document);
 
  private:
   CLI::App* const app_;

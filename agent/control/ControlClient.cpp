@@ -3,6 +3,7 @@
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Words.h>
+#include <agent/warnings/WarningText.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -71,17 +72,22 @@ bool connected(ControlClient& agent, const std::string& path, Exit* exit) {
   return false;
 }
 
-std::optional<Json> documentOf(ControlClient& agent, const Json& request, Exit* exit) {
+std::optional<Json> answerOf(ControlClient& agent, const Json& request, Exit* exit) {
   std::string wrong;
   auto answer = agent.ask(request, &wrong);
-  if (!answer) {
-    complain(wrong);
-    *exit = exitUnread;
-    return std::nullopt;
-  }
+  if (answer) return answer;
+  complain(wrong);
+  *exit = exitUnread;
+  return std::nullopt;
+}
+
+std::optional<Json> documentOf(ControlClient& agent, const Json& request, Exit* exit) {
+  const auto answer = answerOf(agent, request, exit);
+  if (!answer) return std::nullopt;
   if (answer->at("ok") == true) return answer->at("document");
   const Json& error = answer->at("error");
   tellMistakes(error);
+  if (error.contains("warnings")) fmt::print(stderr, "{}", warningsText(error.at("warnings")));
   complain(error.at("text").get<std::string>());
   *exit = exitUsage;
   return std::nullopt;

@@ -36,6 +36,9 @@ class ControlClient {
 
 /// Connects to the agent at a socket.
 bool connected(ControlClient& agent, const std::string& path, Exit* exit);
+/// Sends a request and returns the answer; nothing when the connection broke.
+std::optional<nlohmann::ordered_json> answerOf(ControlClient& agent, const nlohmann::ordered_json& request,
+                                               Exit* exit);
 /// Sends a request and returns the document of its answer; nothing when the agent refused, or the connection
 /// broke.
 std::optional<nlohmann::ordered_json> documentOf(ControlClient& agent, const nlohmann::ordered_json& request,

@@ -7,11 +7,17 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                            ControlOptions options)
     : socket_(options.socket),
       sweep_(core, zero_, [this] { return configuration_.busy(); }),
-      configuration_(core, forwarder, loop, std::move(files), options.configDir, options.texts,
-                     [this, applied = options.applied] {
-                       sweep_.handleApplied();
-                       if (applied) applied();
-                     }),
+      configuration_(core, forwarder, loop, std::move(files),
+                     {.dir = options.configDir,
+                      .limits = options.texts,
+                      .leave = options.leave,
+                      .ports = options.ports,
+                      .warnings = options.warnings,
+                      .applied =
+                          [this, applied = options.applied] {
+                            sweep_.handleApplied();
+                            if (applied) applied();
+                          }}),
       operations_(world(core, forwarder, options), zero_, configuration_),
       server_(loop, operations_, options.limits) {}
 

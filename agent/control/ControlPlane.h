@@ -18,6 +18,10 @@ struct ControlOptions {
   std::string socket;     ///< to listen at; empty: none
   std::string configDir;  ///< watched for changes; empty: none
   TextLimits texts{};     ///< of its files
+  Leave leave{};          ///< for its files
+  /// The ports that the agent has; nothing: every interface may be one.
+  std::optional<PortNames> ports{};
+  Warnings warnings{};  ///< of the configuration in force
   /// The states of the live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.

@@ -7,14 +7,22 @@
 #include <agent/core/TaskLoop.h>
 #include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
+#include <agent/warnings/WarningText.h>
 
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
 
-Json checkDocument(const std::vector<std::string>& files, const std::string& dir, TextLimits limits) {
+namespace {
+
+constexpr const char* portsUnchecked =
+    "whether interfaces are ports of the agent (--ports eth1,eth2 tells which it has)";
+
+}  // namespace
+
+Json checkDocument(const Checked& asked) {
   ConfigFiles texts;
-  std::vector<std::string> mistakes = texts.read(files, dir, limits);
+  std::vector<std::string> mistakes = texts.read(asked.files, asked.dir, asked.limits);
   if (mistakes.empty()) {
     if (auto wrong = texts.sources().whyNot()) mistakes.push_back(std::move(*wrong));
   }
@@ -29,19 +37,27 @@ Json checkDocument(const std::vector<std::string>& files, const std::string& dir
   document["lists"] = lists;
   document["rules"] = rules;
   document["bindings"] = bindings;
-  document["warnings"] = warningsOf(texts.sources());
+  const auto found = changeWarnings({}, texts.sources().layers(), asked.ports ? &*asked.ports : nullptr);
+  document["warnings"] = warningsJson(found.told);
+  document["unchecked"] = Json::array();
+  if (!asked.ports) document["unchecked"].push_back(portsUnchecked);
+  const auto refused = whyRefused(found, asked.leave);
+  document["refused"] = refused ? Json(*refused) : Json(nullptr);
   return document;
 }
 
 std::string checkText(const Json& document) {
-  std::string text;
-  for (const Json& warning : document.at("warnings"))
-    text += fmt::format("warning: {}\n", warning.get<std::string>());
+  std::string text = warningsText(document.at("warnings"));
   const auto counted = [&document](const char* member, std::string_view one) {
     return countText(document.at(member).get<uint64_t>(), one);
   };
-  return text + fmt::format("no mistake: {}, {}, {}\n", counted("lists", "list"), counted("rules", "rule"),
-                            counted("bindings", "binding"));
+  text += fmt::format("no mistake: {}, {}, {}\n", counted("lists", "list"), counted("rules", "rule"),
+                      counted("bindings", "binding"));
+  for (const Json& what : document.at("unchecked"))
+    text += fmt::format("not checked: {}\n", what.get<std::string>());
+  if (const Json& refused = document.at("refused"); refused.is_string())
+    text += fmt::format("an agent would refuse to start: {}\n", refused.get<std::string>());
+  return text;
 }
 
 std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame& frame, Exit* exit) {

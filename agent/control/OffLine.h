@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/Warnings.h>
 #include <agent/core/Exit.h>
 #include <agent/core/Texts.h>
 #include <agent/explain/FrameText.h>
@@ -11,10 +12,18 @@
 
 namespace Agent {
 
-/// Reads configuration texts and says what is in them: `mistakes`; and when there are none, how many `lists`,
-/// `rules` and `bindings`, and `warnings` (see Warnings.h). `dir` empty: there is no directory.
-nlohmann::ordered_json checkDocument(const std::vector<std::string>& files, const std::string& dir,
-                                     TextLimits limits = {});
+/// Configuration texts that are to be checked.
+struct Checked {
+  std::vector<std::string> files;
+  std::string dir{};  ///< empty: none
+  TextLimits limits{};
+  std::optional<PortNames> ports{};  ///< that the agent will have; nothing: not known
+  Leave leave{};
+};
+/// Says what is in them: `mistakes`; and when there are none, how many `lists`, `rules` and `bindings`,
+/// `warnings` (see Warnings.h), `unchecked`: what could not be looked at, and `refused`: why an agent would
+/// not start with them, or null.
+nlohmann::ordered_json checkDocument(const Checked& asked);
 /// Such a document for people, if it has no mistakes.
 std::string checkText(const nlohmann::ordered_json& document);
 

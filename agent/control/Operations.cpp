@@ -5,6 +5,7 @@
 #include <agent/core/Document.h>
 #include <agent/core/Words.h>
 #include <agent/explain/FrameArgument.h>
+#include <agent/warnings/WarningText.h>
 
 #include <algorithm>
 #include <new>
@@ -39,33 +40,59 @@ std::optional<std::string> whyNoPort(const World& world, const std::string& name
   return std::nullopt;
 }
 
-/// The answer to an apply. The difference can be long: its pieces are sent as they were made.
+/// The answer to an apply. Warnings and difference can be long: they are sent in pieces.
 class AppliedDocument final : public Document {
  public:
-  AppliedDocument(const Json& head, std::deque<std::string> difference) : pieces_(std::move(difference)) {
-    pieces_.push_front(openObject(head) + "\"difference\":");
+  AppliedDocument(const Json& head, Warnings warnings, std::deque<std::string> difference)
+      : head_(openObject(head) + "\"warnings\":["),
+        warnings_(std::move(warnings)),
+        pieces_(std::move(difference)) {
+    pieces_.push_front("],\"difference\":");
     pieces_.push_back("}");
   }
   bool next(std::string& text) override {
+    const size_t start = text.size();
+    text += std::exchange(head_, {});
+    for (; nextWarning_ < warnings_.size(); ++nextWarning_) {
+      if (!hasRoom(text, start)) return true;
+      elements_.add(text, warningJson(warnings_[nextWarning_]));
+    }
     text += pieces_.front();
     pieces_.pop_front();
     return !pieces_.empty();
   }
 
  private:
+  std::string head_;
+  const Warnings warnings_;
+  size_t nextWarning_ = 0;
+  Elements elements_;
   std::deque<std::string> pieces_;
 };
 
-Answer answerOf(Configuration::Outcome outcome) {
+/// The first of them: as many as fit into an error, which is made at once.
+Json someJson(const Warnings& warnings) {
+  constexpr size_t most = 200;
+  return warningsJson({warnings.begin(), warnings.begin() + std::min(most, warnings.size())});
+}
+
+Answer answerOf(Configuration::Outcome outcome, bool dryRun) {
   if (!outcome.mistakes.empty()) {
     Answer answer = Answer::failed("mistakes", "nothing was applied");
     answer.error["mistakes"] = std::move(outcome.mistakes);
     return answer;
   }
+  if (outcome.refused && !dryRun) {
+    Answer answer = Answer::failed("refused", "nothing was applied: " + *outcome.refused);
+    answer.error["warnings"] = someJson(outcome.warnings);
+    return answer;
+  }
   const Json head = {{"applied", outcome.applied},
+                     {"refused", outcome.refused ? Json(*outcome.refused) : Json(nullptr)},
                      {"prepareSeconds", outcome.prepareSeconds},
                      {"commitSeconds", outcome.commitSeconds}};
-  return {std::make_unique<AppliedDocument>(head, std::move(outcome.difference)), {}};
+  return {std::make_unique<AppliedDocument>(head, std::move(outcome.warnings), std::move(outcome.difference)),
+          {}};
 }
 
 }  // namespace
@@ -118,9 +145,12 @@ std::span<const Operations::Operation> Operations::all() {
       {"apply",
        true,
        &Operations::apply,
-       "`applied`, `prepareSeconds`, `commitSeconds`, `difference`: the texts that were sent replace the "
-       "command line's configuration",
-       {{"dryRun", Kind::flag, "false", "only tell what would change"}}},
+       "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `warnings`, `difference`: the texts that "
+       "were "
+       "sent replace the command line's configuration",
+       {{"dryRun", Kind::flag, "false", "only tell what would change"},
+        {"allowOpen", Kind::flag, "false", "carry out openings, too"},
+        {"strict", Kind::flag, "false", "refuse for any warning"}}},
       {"explain",
        false,
        &Operations::explain,
@@ -208,14 +238,16 @@ void Operations::text(const Request& request, Session& session, const Reply& rep
 
 void Operations::apply(const Request& request, Session& session, const Reply& reply) {
   const bool dryRun = request.flag("dryRun");
+  const Leave leave{.openings = request.flag("allowOpen"), .strict = request.flag("strict")};
   // To apply nothing must be a mistake: an empty configuration is sent as an empty text.
   if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no text was sent to apply"));
   if (configuration_.busy())
     return reply(Answer::failed("busy", "another change of the configuration is under way; try again"));
-  configuration_.apply(session.take(), dryRun, [reply](Configuration::Outcome outcome) {
+  Configuration::Request asked{.texts = session.take(), .dryRun = dryRun, .leave = leave};
+  configuration_.apply(std::move(asked), [reply, dryRun](Configuration::Outcome outcome) {
     Answer answer;
     try {
-      answer = answerOf(std::move(outcome));
+      answer = answerOf(std::move(outcome), dryRun);
     } catch (const std::bad_alloc&) {
       answer = {};
     }

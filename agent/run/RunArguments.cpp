@@ -1,3 +1,4 @@
+#include <agent/control/Command.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Arguments.h>
 #include <agent/run/RunArguments.h>
@@ -32,6 +33,7 @@ RunArguments::RunArguments(CLI::App& app)
       ->add_option("--state", options_.state,
                    "keep counters, status and the ids of rules here; the next run goes on from them")
       ->type_name("FILE");
+  addLeave(*command_, options_.leave);
   addMalformed(*command_, options_.malformed);
   command_
       ->add_option(

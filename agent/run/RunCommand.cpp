@@ -10,6 +10,7 @@
 #include <agent/run/Signals.h>
 #include <agent/show/Report.h>
 #include <agent/state/Successor.h>
+#include <agent/warnings/WarningText.h>
 #include <fmt/format.h>
 #include <sys/epoll.h>
 #include <unistd.h>
@@ -87,6 +88,11 @@ std::optional<Exit> Run::configure() {
   for (const auto& [name, device] : options_.ports) {
     if (auto wrong = files_.sources().whyNoPort(name)) return refused(exitUsage, *wrong);
   }
+  const PortNames known = ports();
+  ChangeWarnings found = changeWarnings({}, files_.sources().layers(), &known);
+  for (const Warning& warning : found.told) fmt::print(stderr, "{}\n", warningText(warning));
+  if (const auto why = whyRefused(found, options_.leave)) return refused(exitUsage, *why);
+  warnings_ = std::move(found.lasting);
   if (!options_.state.empty()) {
     std::string message;
     stateFile_ = StateFile::open(options_.state, &message);
@@ -161,6 +167,9 @@ std::optional<Exit> Run::openControl() {
                                             ControlOptions{.socket = options_.control,
                                                            .configDir = options_.configDir,
                                                            .texts = options_.limits,
+                                                           .leave = options_.leave,
+                                                           .ports = ports(),
+                                                           .warnings = std::move(warnings_),
                                                            .portStates = [this] { return ports_.states(); },
                                                            .applied =
                                                                [this] {
@@ -168,6 +177,12 @@ std::optional<Exit> Run::openControl() {
                                                                }});
   if (auto wrong = control_->listen()) return refused(exitUnread, "--control: " + *wrong);
   return std::nullopt;
+}
+
+PortNames Run::ports() const {
+  PortNames names;
+  for (const auto& [name, device] : options_.ports) names.insert(name);
+  return names;
 }
 
 bool Run::report() const {

@@ -33,6 +33,7 @@ struct RunOptions {
   std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
   std::vector<std::vector<std::string>> bridges;
   std::string plugin;
+  Leave leave;  ///< for the start, SIGHUP and the directory
   FinalReport report = FinalReport::none;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };
@@ -67,6 +68,7 @@ class Run {
   std::optional<Exit> openPorts();
   std::optional<Exit> openControl();
   bool report() const;
+  PortNames ports() const;
 
   const RunOptions& options_;
   Deadline deadline_;  // destroyed last
@@ -76,6 +78,7 @@ class Run {
   Forwarder forwarder_;
   LivePorts ports_;
   ConfigFiles files_;  // until they are handed to the control plane
+  Warnings warnings_;  // of these
   std::unique_ptr<StateFile> stateFile_;
   // These watch or change the running agent. They come last, so that they are destroyed before the ports.
   std::unique_ptr<StateKeeper> state_;

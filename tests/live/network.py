@@ -290,10 +290,10 @@ class Control:
             raise RuntimeError(answer["error"])
         return answer["document"]
 
-    def apply(self, text):
+    def apply(self, text, **options):
         for begin in range(0, len(text), 30000):
             self.ask("text", name="new", text=text[begin:begin + 30000])
-        return self.ask("apply")
+        return self.ask("apply", **options)
 
 
 def as_user(uid, gid, groups, path, requests):

@@ -246,7 +246,7 @@ interface eth1
         os.chmod(self.folder, 0o755)
         requests = ({"do": "show", "what": "drops"}, {"do": "explain", "port": "eth1", "frame": udp(20).hex()},
                     {"do": "clear"}, {"do": "trace", "off": True}, {"do": "text", "name": "a", "text": ""},
-                    {"do": "apply"})
+                    {"do": "apply", "allowOpen": True})
 
         def codes(gid, *groups):
             told = as_user(somebody, gid, list(groups), self.socket, requests)

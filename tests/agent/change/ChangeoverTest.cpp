@@ -171,8 +171,8 @@ class ChangeoverTest : public testing::TestWithParam<bool> {
     std::optional<Json> answer;
     agent_->ask({{"do", "text"}, {"name", "t"}, {"text", text}});
     std::string wrong;
-    agent_->plane().operations().handle(*Agent::Request::read(R"({"do":"apply"})", &wrong), agent_->session(),
-                                        true, [&](Agent::Answer given) {
+    agent_->plane().operations().handle(*Agent::Request::read(R"({"do":"apply","allowOpen":true})", &wrong),
+                                        agent_->session(), true, [&](Agent::Answer given) {
                                           std::string line;
                                           while (given.document && given.document->next(line)) {
                                           }

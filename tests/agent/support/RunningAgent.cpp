@@ -53,6 +53,8 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   options.configDir = dir ? dirPath() : "";
   options.texts = textLimits_;
   options.limits = limits;
+  options.leave = leave_;
+  options.ports = ports_;
   plane_ = std::make_unique<Agent::ControlPlane>(*core_, *forwarder_, *loop_, std::move(files),
                                                  std::move(options));
   const auto deaf = plane_->listen();
@@ -100,7 +102,7 @@ Json RunningAgent::show(const char* what, const std::string& name) {
 Json RunningAgent::apply(const std::string& text, bool dryRun) {
   const Json taken = ask({{"do", "text"}, {"name", "new.acl"}, {"text", text}});
   EXPECT_FALSE(taken.contains("error")) << taken;
-  return ask({{"do", "apply"}, {"dryRun", dryRun}});
+  return ask({{"do", "apply"}, {"dryRun", dryRun}, {"allowOpen", leave_.openings}});
 }
 
 Agent::Verdict RunningAgent::receive(const char* port, const Bytes& frame) {

@@ -35,6 +35,10 @@ class RunningAgent {
              Agent::ControlLimits limits = {});
   /// How much text the files of the directory may have; before start().
   void textLimitsAre(Agent::TextLimits limits) { textLimits_ = limits; }
+  /// What passes without the operator's word, and which ports there are; before start(). Usually openings
+  /// pass, and every interface may be a port.
+  void leaveIs(Agent::Leave leave) { leave_ = leave; }
+  void portsAre(Agent::PortNames ports) { ports_ = std::move(ports); }
   /// Joins two interfaces.
   void patch(const char* a, const char* b);
 
@@ -72,6 +76,8 @@ class RunningAgent {
   TempDir temp_;
   std::string dir_;
   Agent::TextLimits textLimits_;
+  Agent::Leave leave_{.openings = true};
+  std::optional<Agent::PortNames> ports_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
   std::unique_ptr<Agent::EventLoop> loop_;

@@ -1,0 +1,52 @@
+#include <agent/change/Effective.h>
+
+namespace Agent {
+
+Effective::Effective(const Layers& layers) {
+  for (const auto& [source, model] : layers) {
+    const Owner owner{source, model};
+    sources.insert(source);
+    // What is there already is of higher precedence.
+    for (const auto& [key, list] : model->lists) lists.emplace(key, owner);
+    for (const auto& [key, list] : model->bindings) bindings.emplace(key, owner);
+    for (const auto& [name, destinations] : model->mirrorSessions) mirrorSessions.emplace(name, owner);
+    for (const auto& [name, members] : model->portChannels) {
+      if (!portChannels.emplace(name, owner).second) continue;
+      for (const std::string& member : members) channelOf.emplace(member, name);
+    }
+  }
+}
+
+const std::string& Effective::listAt(const Config::BindingKey& key) const {
+  return bindings.at(key).model->bindings.at(key);
+}
+
+bool isInterface(const Effective& effective, const PortNames* ports, const std::string& name) {
+  return !ports || ports->contains(name) || effective.portChannels.contains(name) ||
+         effective.channelOf.contains(name);
+}
+
+Filtering::Filtering(const Effective& effective, const PortNames* ports) {
+  for (const auto& [key, owner] : effective.bindings) {
+    if (!isInterface(effective, ports, key.interface)) {
+      open.emplace(key, Reason::interfaceUnknown);
+      continue;
+    }
+    if (!effective.lists.contains({key.type, effective.listAt(key)})) {
+      open.emplace(key, Reason::listUndefined);
+      continue;
+    }
+    const auto add = [&, &key = key](const std::string& port) {
+      if (!ports || ports->contains(port))
+        filtered.emplace(Config::BindingKey{key.type, key.direction, port}, key);
+    };
+    const auto channel = effective.portChannels.find(key.interface);
+    if (channel == effective.portChannels.end()) {
+      add(key.interface);
+    } else {
+      for (const std::string& member : channel->second.model->portChannels.at(key.interface)) add(member);
+    }
+  }
+}
+
+}  // namespace Agent

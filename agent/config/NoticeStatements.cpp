@@ -1,0 +1,68 @@
+#include <agent/config/Statements.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+// What statements leave in the notices of the model.
+namespace Config {
+
+namespace {
+
+constexpr size_t mostWarnings = 100;
+
+}  // namespace
+
+Spot Statements::spotOf(const Cursor& at, size_t position) const {
+  return {static_cast<uint32_t>(firstText_ + place_.text), place_.line,
+          static_cast<int>(at.columnOf(position))};
+}
+
+void Statements::noticeOddities(const Cursor& at) {
+  if (at.wordAt(0) == "no") return;
+  auto& notices = model_.notices;
+  for (const auto& [position, code, text] : at.oddities()) {
+    if (notices.warnings.size() >= mostWarnings) {
+      ++notices.moreWarnings;
+    } else {
+      notices.warnings.push_back({code, notices.placeOf(spotOf(at, position)), text});
+    }
+  }
+}
+
+/// Whether the rule that has a number is from the texts that are being read. To replace one of the model
+/// before them is what the number is given for. Asked once for each rule that is read.
+bool Statements::isGivenHere(const ListKey& key, uint32_t sequence) {
+  const auto known = startRules_.find(key);
+  if (known == startRules_.end() || !std::binary_search(known->second.begin(), known->second.end(), sequence))
+    return true;
+  return !startRulesGivenAgain_.emplace(key, sequence).second;
+}
+
+/// To be called before the rule is put in its list.
+void Statements::noticeRule(Cursor& at, size_t position, const Rule& rule, const GroupNames& groups) {
+  const ListKey key{list_->type, list_->name};
+  const uint32_t sequence = common(rule).sequence;
+  const bool givenHere = isGivenHere(key, sequence);
+  const auto before = list_->rules.find(sequence);
+  if (givenHere && before != list_->rules.end() && !isSameRule(before->second, rule)) {
+    at.warn(position, "rule-twice",
+            fmt::format("rule {} is given a second time: the first, {}, is lost", sequence,
+                        common(before->second).text.view()));
+  }
+  auto& places = model_.notices.rules;
+  if (groups.any() || !common(rule).mirrorSession.empty()) {
+    places[{key, sequence}] = spotOf(at, position);
+  } else if (!places.empty()) {
+    places.erase({key, sequence});
+  }
+}
+
+void Statements::forgetList(const ListKey& key) {
+  model_.lists.erase(key);
+  model_.notices.lists.erase(key);
+  startRules_.erase(key);
+  placedRemarks_.erase(key);
+  groupUses_.erase(key);
+}
+
+}  // namespace Config

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <agent/warnings/Warning.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace Agent {
+
+// How people and programs are told of warnings, whoever tells.
+
+/// "FILE:LINE:COLUMN: opening: TEXT"; without a place only "opening: TEXT".
+std::string warningText(const Warning& warning);
+
+/// Members `code`, `consequence`, `file`, `line` and `column` (null without a place), `text`.
+nlohmann::ordered_json warningJson(const Warning& warning);
+nlohmann::ordered_json warningsJson(const Warnings& warnings);
+/// A line for each warning of such a document.
+std::string warningsText(const nlohmann::ordered_json& warnings);
+
+}  // namespace Agent

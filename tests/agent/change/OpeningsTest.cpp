@@ -1,0 +1,283 @@
+#include <agent/change/Warnings.h>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "../support/CaptureBytes.h"
+#include "../support/ModelOf.h"
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace {
+
+using namespace Agent;
+
+/// The texts of sources by name; "" is the command line's.
+using Texts = std::map<std::string, std::string>;
+
+const PortNames allPorts = {"eth1", "eth2", "eth3", "eth4"};
+
+struct Read {
+  explicit Read(const Texts& texts) {
+    for (const auto& [name, text] : texts) {
+      models[name] = TestSupport::modelOf(text);
+      layers.emplace_back(name, &models[name]);
+    }
+  }
+  Read(const Read&) = delete;
+  Read& operator=(const Read&) = delete;
+
+  std::map<std::string, Config::Model> models;
+  Layers layers;
+};
+
+std::string codesOf(const Warnings& warnings) {
+  std::string codes;
+  for (const Warning& warning : warnings)
+    codes += (codes.empty() ? "" : " ") + std::string(warning.code.kind().code);
+  return codes;
+}
+
+// What the rows are made of: lists A and B, and where they are bound.
+const std::string a = "ip access-list A\n permit ip any any\n", b = "ip access-list B\n deny tcp any any\n";
+const std::string a6 = "ipv6 access-list A\n permit ipv6 any any\n",
+                  mac = "mac access-list A\n permit any any\n";
+const std::string at1 = "interface eth1\n", at2 = "interface eth2\n", atPo = "interface po1\n";
+const std::string aIn = " ip access-group A in\n", bIn = " ip access-group B in\n",
+                  aOut = " ip access-group A out\n";
+const std::string a6In = " ipv6 access-group A in\n", macIn = " mac access-group A in\n";
+const std::string po12 = "port-channel po1 members eth1 eth2\n", po2 = "port-channel po1 members eth2\n";
+
+const struct OpeningRow {
+  const char* why;
+  Texts before, after;
+  const char* openings;  ///< the codes of what is refused without --allow-open
+} openingRows[] = {
+    // A list that is bound and not there.
+    {"a list is bound before it is defined", {{"", ""}}, {{"", at1 + aIn}}, "list-undefined"},
+    {"bound and defined at once", {{"", ""}}, {{"", a + at1 + aIn}}, ""},
+    {"a typing mistake in the name",
+     {{"", a + at1 + aIn}},
+     {{"", a + at1 + " ip access-group AA in\n"}},
+     "list-undefined"},
+    {"the name in other capitals",
+     {{"", a + at1 + aIn}},
+     {{"", a + at1 + " ip access-group a in\n"}},
+     "list-undefined"},
+    {"a list of another kind has the name", {{"", a}}, {{"", a + at1 + a6In}}, "list-undefined"},
+    {"bound where nothing was, and not defined",
+     {{"", a + at1 + aIn}},
+     {{"", a + at1 + aIn + aOut + at2 + bIn}},
+     "list-undefined"},
+    {"in two directions it is two openings",
+     {{"", ""}},
+     {{"", at1 + aIn + aOut}},
+     "list-undefined list-undefined"},
+    {"it was open before: nothing opens", {{"", at1 + aIn}}, {{"", at1 + aIn + b}}, ""},
+    {"it was open before by another name", {{"", at1 + aIn}}, {{"", at1 + bIn}}, ""},
+    {"what was open is closed", {{"", at1 + aIn}}, {{"", a + at1 + aIn}}, ""},
+    {"what was open is no longer meant to be filtered", {{"", at1 + aIn}}, {{"", ""}}, ""},
+    // A list that goes.
+    {"the list goes, its binding stays", {{"", a + at1 + aIn}}, {{"", at1 + aIn}}, "list-dropped"},
+    {"the list is renamed, its binding is not", {{"", a + at1 + aIn}}, {{"", b + at1 + aIn}}, "list-dropped"},
+    {"list and binding are renamed", {{"", a + at1 + aIn}}, {{"", b + at1 + bIn}}, ""},
+    {"a list that is bound nowhere goes", {{"", a + b + at1 + bIn}}, {{"", b + at1 + bIn}}, ""},
+    {"the command line drops a list that a file has bound",
+     {{"", a}, {"f", at1 + aIn}},
+     {{"", ""}, {"f", at1 + aIn}},
+     "list-dropped"},
+    {"another source takes the list over", {{"", a + at1 + aIn}, {"f", a}}, {{"", at1 + aIn}, {"f", a}}, ""},
+    {"the file of a list goes", {{"", at1 + aIn}, {"f", a}}, {{"", at1 + aIn}}, "list-file-gone"},
+    {"the file of list and binding goes", {{"", ""}, {"f", a + at1 + aIn}}, {{"", ""}}, "filter-lost"},
+    {"the file stays without the list",
+     {{"", at1 + aIn}, {"f", a}},
+     {{"", at1 + aIn}, {"f", ""}},
+     "list-dropped"},
+    {"the file of a list goes that another file has, too",
+     {{"", at1 + aIn}, {"f", a}, {"g", a}},
+     {{"", at1 + aIn}, {"g", a}},
+     ""},
+    {"a file without anything in force goes", {{"", a + at1 + aIn}, {"f", a}}, {{"", a + at1 + aIn}}, ""},
+    // A binding that goes.
+    {"the only binding goes", {{"", a + at1 + aIn}}, {{"", a}}, "filter-lost"},
+    {"everything goes", {{"", a + at1 + aIn}}, {{"", ""}}, "filter-lost"},
+    {"one of two directions goes", {{"", a + at1 + aIn + aOut}}, {{"", a + at1 + aIn}}, "filter-lost"},
+    {"one of two kinds goes",
+     {{"", a + mac + at1 + aIn + macIn}},
+     {{"", a + mac + at1 + aIn}},
+     "filter-lost"},
+    {"another kind takes its place", {{"", a + a6 + at1 + aIn}}, {{"", a + a6 + at1 + a6In}}, "filter-lost"},
+    {"the binding moves to another interface", {{"", a + at1 + aIn}}, {{"", a + at2 + aIn}}, "filter-lost"},
+    {"the binding moves to the other direction",
+     {{"", a + at1 + aIn}},
+     {{"", a + at1 + aOut}},
+     "filter-lost"},
+    {"another list takes its place", {{"", a + b + at1 + aIn}}, {{"", a + b + at1 + bIn}}, ""},
+    {"the binding moves to another source",
+     {{"", a + at1 + aIn}, {"f", ""}},
+     {{"", a}, {"f", at1 + aIn}},
+     ""},
+    {"a binding goes that another source has, too",
+     {{"", a + at1 + aIn}, {"f", b + at1 + bIn}},
+     {{"", a}, {"f", b + at1 + bIn}},
+     ""},
+    {"a binding that is not in force goes",
+     {{"", a + at1 + aIn}, {"f", b + at1 + bIn}},
+     {{"", a + at1 + aIn}, {"f", b}},
+     ""},
+    {"another source's list is put over the one that filters, and is not there",
+     {{"", ""}, {"f", a + at1 + aIn}},
+     {{"", at1 + bIn}, {"f", a + at1 + aIn}},
+     "list-undefined"},
+    // What is not about lists being asked.
+    {"all rules of a list go: it drops everything",
+     {{"", a + at1 + aIn}},
+     {{"", "ip access-list A\n" + at1 + aIn}},
+     ""},
+    {"a list permits everything",
+     {{"", b + at1 + bIn}},
+     {{"", "ip access-list B\n permit ip any any\n" + at1 + bIn}},
+     ""},
+    {"a new interface without lists", {{"", a + at1 + aIn}}, {{"", a + at1 + aIn + at2}}, ""},
+    {"another text that says the same", {{"", a + at1 + aIn}}, {{"", "! again\n" + a + at1 + aIn}}, ""},
+    // Interfaces that are none.
+    {"an interface that is no port", {{"", a}}, {{"", a + "interface eht1\n" + aIn}}, "interface-unknown"},
+    {"a typing mistake in the interface",
+     {{"", a + at1 + aIn}},
+     {{"", a + "interface eht1\n" + aIn}},
+     "interface-unknown filter-lost"},
+    {"a port-channel before there is one", {{"", a}}, {{"", a + atPo + aIn}}, "interface-unknown"},
+    {"a port-channel that there is", {{"", a}}, {{"", a + po12 + atPo + aIn}}, ""},
+    {"a member that is no port",
+     {{"", a}},
+     {{"", a + "port-channel po1 members eth9\ninterface eth9\n" + aIn}},
+     ""},
+    {"it was no port before",
+     {{"", a + "interface eht1\n" + aIn}},
+     {{"", a + b + "interface eht1\n" + aIn}},
+     ""},
+    {"nothing was filtered at what is no port", {{"", a + "interface eht1\n" + aIn}}, {{"", a}}, ""},
+    // Port-channels: what a member's packets meet.
+    {"the port-channel's list goes",
+     {{"", a + po12 + atPo + aIn}},
+     {{"", a + po12}},
+     "filter-lost filter-lost"},
+    {"the port-channel's list is not there: told once",
+     {{"", a + po12 + atPo + aIn}},
+     {{"", po12 + atPo + aIn}},
+     "list-dropped"},
+    {"the port-channel goes, its binding stays",
+     {{"", a + po12 + atPo + aIn}},
+     {{"", a + atPo + aIn}},
+     "interface-unknown filter-lost filter-lost"},
+    {"a member leaves", {{"", a + po12 + atPo + aIn}}, {{"", a + po2 + atPo + aIn}}, "filter-lost"},
+    {"a member leaves and has a list of its own",
+     {{"", a + po12 + atPo + aIn}},
+     {{"", a + b + po2 + atPo + aIn + at1 + bIn}},
+     ""},
+    {"the members have lists of their own, and the port-channel's goes",
+     {{"", a + po12 + atPo + aIn + at1 + aIn + at2 + aIn}},
+     {{"", a + po12 + at1 + aIn + at2 + aIn}},
+     ""},
+    {"a member's own list goes, the port-channel's stays",
+     {{"", a + b + po12 + atPo + aIn + at1 + bIn}},
+     {{"", a + b + po12 + atPo + aIn}},
+     ""},
+    {"a member joins", {{"", a + po2 + atPo + aIn}}, {{"", a + po12 + atPo + aIn}}, ""},
+    {"a filtered port joins a port-channel without lists",
+     {{"", a + at1 + aIn}},
+     {{"", a + po12 + at1 + aIn}},
+     ""},
+};
+
+TEST(Openings, AreFoundByWhatPacketsMeet) {
+  EXPECT_GE(std::size(openingRows), 40u);
+  for (const OpeningRow& row : openingRows) {
+    const Read before(row.before), after(row.after);
+    const ChangeWarnings found = changeWarnings(before.layers, after.layers, &allPorts);
+    EXPECT_EQ(codesOf(found.openings), row.openings) << row.why;
+    EXPECT_EQ(whyRefused(found, {}).has_value(), !found.openings.empty()) << row.why;
+    EXPECT_FALSE(whyRefused(found, {.openings = true})) << row.why;
+    EXPECT_EQ(whyRefused(found, {.openings = true, .strict = true}).has_value(), !found.told.empty())
+        << row.why;
+  }
+}
+
+TEST(Openings, OfTheBeginningAreAllThatIsOpen) {
+  const Read texts(Texts{{"", at1 + aIn + "interface eht1\n" + bIn + b}});
+  EXPECT_EQ(codesOf(changeWarnings({}, texts.layers, &allPorts).openings),
+            "interface-unknown list-undefined");
+  EXPECT_EQ(codesOf(changeWarnings({}, texts.layers, nullptr).openings), "list-undefined")
+      << "when it is not known which ports there are";
+}
+
+TEST(Openings, StayAsLongAsTheyHold) {
+  const Read open(Texts{{"", at1 + aIn}}), more(Texts{{"", at1 + aIn}, {"f", b}});
+  const ChangeWarnings found = changeWarnings(open.layers, more.layers, &allPorts);
+  EXPECT_EQ(codesOf(found.lasting), "list-undefined list-unbound");
+  EXPECT_EQ(codesOf(found.told), "list-undefined list-unbound");
+  const Read without(Texts{{"", a}});
+  EXPECT_EQ(
+      codesOf(changeWarnings(Read(Texts{{"", a + at1 + aIn}}).layers, without.layers, &allPorts).lasting),
+      "list-unbound")
+      << "what a change has opened is over with it";
+}
+
+TEST(Openings, AreToldWithTheirConsequence) {
+  const auto texts = [](const Texts& before, const Texts& after) {
+    std::string all;
+    const Read was(before), is(after);
+    for (const Warning& warning : changeWarnings(was.layers, is.layers, &allPorts).openings)
+      all += warning.text + "\n";
+    return all;
+  };
+  const std::string long_ = "ip access-list FROM-ALICE\n permit ip any any\n";
+  EXPECT_EQ(texts({{"", ""}}, {{"", long_ + at1 + " ip access-group FROM-ALCIE in\n"}}),
+            "interface eth1: ip access-list FROM-ALCIE is bound in but not defined: everything passes it "
+            "(did you mean "
+            "FROM-ALICE?)\n");
+  EXPECT_EQ(
+      texts({{"", at1 + aIn}, {"f", a}}, {{"", at1 + aIn}}),
+      "ip access-list A goes with its file f, but interface eth1 has it bound in: everything passes there\n");
+  EXPECT_EQ(texts({{"", a + po2 + atPo + aIn}}, {{"", a}}),
+            "interface eth2 loses its last ip list in (A of po1): everything passes there\n");
+  const Read none(Texts{{"", ""}}), five(Texts{{"", at1 + aIn + aOut + at2 + aIn + aOut + a6In}});
+  EXPECT_EQ(
+      *whyRefused(changeWarnings(none.layers, five.layers, &allPorts), {}),
+      "interface eth1: ip access-list A is bound in but not defined: everything passes it; interface eth2: "
+      "ip "
+      "access-list A is bound in but not defined: everything passes it; interface eth1: ip access-list A is "
+      "bound out but not defined: everything passes it; and 2 more (--allow-open carries it out)");
+}
+
+TEST(Warnings, OfWhatTwoSourcesDefine) {
+  const Read texts(Texts{{"", a + at1 + aIn + po12}, {"f", "\n" + a + b + at1 + bIn + po12}});
+  std::string all;
+  for (const Warning& warning : lastingWarnings(texts.layers, &allPorts))
+    all += std::to_string(warning.place.line) + " " + warning.text + "\n";
+  EXPECT_EQ(all,
+            "2 ip access-list A of f is not in force: that of cli is\n"
+            "7 interface eth1: ip access-group B in of f is not in force: that of cli is\n"
+            "8 port-channel po1 of f is not in force: that of cli is\n"
+            "4 ip access-list B is bound nowhere\n");
+}
+
+TEST(Warnings, OfACodeAreDocumented) {
+  std::string table = "| code | consequence | what it is |\n|---|---|---|\n";
+  for (const WarningKind& kind : warningKinds)
+    table += fmt::format("| `{}` | {} | {} |\n", kind.code, stringValue(kind.consequence), kind.meaning);
+  if (TestSupport::readFile(VELO_SOURCE_DIR "/docs/warnings.md").find(table + "\n") == std::string::npos)
+    ADD_FAILURE() << "docs/warnings.md is to have this table:\n" << table;
+}
+
+TEST(Warnings, AreToldAHundredTimesOfACode) {
+  std::string text;
+  for (int i = 0; i < 103; ++i) text += "ip access-list L" + std::to_string(i) + "\n";
+  const Read texts(Texts{{"", text}});
+  const Warnings all = lastingWarnings(texts.layers, &allPorts);
+  ASSERT_EQ(all.size(), 101u);
+  EXPECT_EQ(all.back().text, "3 more of list-unbound");
+}
+
+}  // namespace
