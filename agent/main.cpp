@@ -5,6 +5,7 @@
 #include <agent/control/Commands.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
+#include <agent/core/Version.h>
 #include <agent/replay/ReplayArguments.h>
 #include <agent/run/RunArguments.h>
 #include <agent/show/LogMessages.h>
@@ -33,6 +34,7 @@ class CommandLine {
  public:
   CommandLine() {
     app_.footer(Agent::exitMeaning);
+    app_.set_version_flag("--version", fmt::format("velo {}", Agent::version()));
     messages_.footer(Agent::exitMeaning);
     messages_.add_flag("--json", messagesJson_, "one JSON document instead of text");
     for (CLI::App* command : {&replay_.command(), &run_.command(), &messages_}) addPluginOptions(*command);

@@ -2,6 +2,7 @@
 #include <Kiv/Clock.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
+#include <agent/change/Summary.h>
 #include <agent/core/Reserve.h>
 #include <agent/warnings/WarningText.h>
 
@@ -37,15 +38,16 @@ struct Configuration::Texts {
   std::optional<Config::Model> model{};
   SourceChange writes{};
   Warnings lasting{};  ///< what is warned of when it is in force
+  Warnings fresh{};    ///< what was not warned of before
 
-  void prepare(const Sources& inForce, const PortNames* ports, const TextLimits& limits) {
+  void prepare(const Configuration& all) {
     const double start = seconds();
-    std::vector<Config::Source> texts = read(limits);
+    std::vector<Config::Source> texts = read(all.limits_);
     if (!outcome.mistakes.empty()) return;
     Config::Result result = Config::read(texts, {}, mostMistakes);
     texts = {};
     outcome.mistakes = textsOf(result.mistakes);
-    if (result.model) compare(inForce, *result.model, ports);
+    if (result.model) compare(all, *result.model);
     model = std::move(result.model);
     outcome.prepareSeconds = seconds() - start;
   }
@@ -64,13 +66,30 @@ struct Configuration::Texts {
     request.texts = {};
     return all;
   }
-  void compare(const Sources& inForce, const Config::Model& now, const PortNames* ports) {
+  void compare(const Configuration& all, const Config::Model& now) {
+    const Sources& inForce = all.sources();
     outcome.difference = difference(inForce.commandLine, now);
-    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(commandLineName, &now), ports);
+    outcome.summary = changeSummary(inForce.commandLine, now);
+    ChangeWarnings found =
+        changeWarnings(inForce.layers(), inForce.layersWith(commandLineName, &now), all.ports());
+    fresh = newWarnings(found.told, all.warnings_);
     outcome.refused = whyRefused(found, request.leave);
     outcome.warnings = std::move(found.told);
     lasting = std::move(found.lasting);
     if (isCarriedOut()) writes = sourceChange(inForce, commandLineName, &now);
+  }
+  /// Mistakes and refusals are told, too; a dry run is nobody's business.
+  void tell(const TellLog& log) {
+    if (request.dryRun) return;
+    ChangeEvent event{request.who, commandLineName, outcome.summary};
+    if (!outcome.applied) {
+      const auto& mistakes = outcome.mistakes;
+      event.refused = outcome.refused    ? *outcome.refused
+                      : mistakes.empty() ? ""
+                                         : mistakes.front() + (mistakes.size() > 1 ? " ..." : "");
+    }
+    event.warnings = std::move(fresh);
+    tellChange(log, event);
   }
   bool isCarriedOut() const { return !request.dryRun && !outcome.refused; }
   /// Frees everything that was prepared, beside the loop, because it may be much. Nothing in force shares any
@@ -90,17 +109,23 @@ struct Configuration::Next {
   NewContent change;
   SourceChange writes{};
   Warnings lasting{};                    ///< what is warned of when it is in force
+  Warnings fresh{};                      ///< what was not warned of before
+  std::string summary{};                 ///< what it comes to
   std::optional<std::string> refused{};  ///< why warnings keep it from being carried out
   bool same = false;                     ///< nothing differs from the content in force
 
-  void prepare(const Sources& inForce, const PortNames* ports, const Leave& leave) {
+  void prepare(const Configuration& all) {
+    const Sources& inForce = all.sources();
     const auto& [name, model] = change;
     const Config::Model* known = inForce.find(name);
     const Config::Model* now = model ? &*model : nullptr;
     same = now && known && *known == *now;
-    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(name, now), ports);
+    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(name, now), all.ports());
+    static const Config::Model nothing;
+    summary = changeSummary(known ? *known : nothing, now ? *now : nothing);
+    fresh = newWarnings(found.told, all.warnings_);
     lasting = std::move(found.lasting);
-    refused = whyRefused(found, leave);
+    refused = whyRefused(found, all.leave_);
     if (!same && !refused) writes = sourceChange(inForce, name, now);
   }
 };
@@ -111,12 +136,13 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       limits_(options.limits),
       ports_(std::move(options.ports)),
       warnings_(std::move(options.warnings)),
+      tell_(options.tell),
       task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
       commit_(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied)),
       background_(loop),
       files_(
           loop, std::move(options.dir), limits_, files.contents(), [this] { return !busy(); },
-          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }) {
+          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }, options.tell) {
   task_->dispatchIs([this] { commitNext(); }, this);
 }
 
@@ -127,13 +153,22 @@ Configuration::~Configuration() {
 
 bool Configuration::apply(Request request, Done done) {
   if (busy()) return false;
+  begin(std::move(request), std::move(done));
+  return true;
+}
+
+void Configuration::applyLater(Request request, Done done) {
+  waiting_.emplace_back(std::move(request), std::move(done));
+  task_->scheduleTask();
+}
+
+void Configuration::begin(Request request, Done done) {
   const auto job = std::make_shared<Texts>(Texts{std::move(request), std::move(done)});
-  background_.run([this, job] { job->prepare(sources(), ports(), limits_); },
+  background_.run([this, job] { job->prepare(*this); },
                   [this, job](const std::optional<std::string>& failed) {
                     if (failed) job->fail(*failed);
                     handlePrepared(job);
                   });
-  return true;
 }
 
 void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
@@ -161,6 +196,7 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
 
 void Configuration::answer(Texts& texts) {
   const bool applied = texts.outcome.applied;
+  texts.tell(tell_);
   texts.done(std::move(texts.outcome));
   if (applied) files_.conflictsAreDue();
   commitNext();
@@ -181,10 +217,15 @@ void Configuration::handleFound(DirectoryFiles::Found found) {
 void Configuration::commitNext() {
   if (background_.busy() || commit_.underWay()) return;
   if (changes_.empty()) refusePostponed();
+  if (changes_.empty() && !waiting_.empty()) {
+    auto [request, done] = std::move(waiting_.front());
+    waiting_.pop_front();
+    return begin(std::move(request), std::move(done));
+  }
   if (changes_.empty()) return files_.look();
   const auto next = std::make_shared<Next>(Next{std::move(changes_.front())});
   changes_.erase(changes_.begin());
-  background_.run([this, next] { next->prepare(sources(), ports(), leave_); },
+  background_.run([this, next] { next->prepare(*this); },
                   [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
 }
 
@@ -210,9 +251,12 @@ void Configuration::takeNext(Next& next) {
   const std::string name = next.change.source;
   const bool goes = !next.change.model;
   const auto lasting = std::make_shared<Warnings>(std::move(next.lasting));
+  const auto event = std::make_shared<ChangeEvent>();
+  *event = {files_.dir() + "/" + name, name, std::move(next.summary), {}, std::move(next.fresh)};
   const auto wrong =
-      commit_.begin(std::move(next.change), std::move(next.writes), [this, name, lasting](double) {
+      commit_.begin(std::move(next.change), std::move(next.writes), [this, name, lasting, event](double) {
         warnings_ = std::move(*lasting);
+        tellChange(tell_, *event);
         changedSincePostponed_ = true;
         files_.taken(name);
         // Files that could not be in force together with the old content may be possible now.

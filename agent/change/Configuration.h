@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/ChangeEvents.h>
 #include <agent/change/Commit.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/DirectoryFiles.h>
@@ -33,6 +34,7 @@ class Configuration {
     std::vector<Config::Source> texts;
     std::vector<std::string> files{};  ///< read first, as further texts in front of the others
     bool dryRun = false;               ///< only find out what would change
+    std::string who{};                 ///< for the log: who asked
     Leave leave{};
   };
   /// What became of it.
@@ -43,6 +45,7 @@ class Configuration {
     Warnings warnings;
     /// Why warnings keep it from being carried out.
     std::optional<std::string> refused;
+    std::string summary;  ///< what it comes to, in a few words
     /// The document of difference(), as pieces of one line; empty when there are mistakes.
     std::deque<std::string> difference;
     bool applied = false;
@@ -59,6 +62,7 @@ class Configuration {
     std::optional<PortNames> ports{};
     Warnings warnings{};              ///< of the texts that the core was given
     std::function<void()> applied{};  ///< called after every change; may be empty
+    TellLog tell{};                   ///< of every change and what kept one from being carried out
   };
 
   /// `files` are the texts that the core was given.
@@ -68,8 +72,11 @@ class Configuration {
   /// Replaces the command line's source. False when another change is being carried out. `done` is called
   /// from the loop later, unless this object is destroyed first.
   bool apply(Request request, Done done);
+  /// The same as soon as no other change is being carried out.
+  void applyLater(Request request, Done done);
   bool busy() const {
-    return background_.busy() || commit_.underWay() || !changes_.empty() || !postponed_.empty();
+    return background_.busy() || commit_.underWay() || !changes_.empty() || !postponed_.empty() ||
+           !waiting_.empty();
   }
   /// Whether the directory is being looked at, or is about to be, which may lead to a change. That is not
   /// busy(): apply() works meanwhile.
@@ -86,6 +93,7 @@ class Configuration {
   struct Texts;
   struct Next;
 
+  void begin(Request request, Done done);
   void handlePrepared(const std::shared_ptr<Texts>& texts);
   void answer(Texts& texts);
 
@@ -101,6 +109,8 @@ class Configuration {
   const TextLimits limits_;
   const std::optional<PortNames> ports_;
   Warnings warnings_;
+  const TellLog tell_;
+  std::deque<std::pair<Request, Done>> waiting_;
   std::vector<NewContent> changes_;  // of files, to be carried out one after the other
   /// Changes that would be an opening, with the reason: another file of the same look may close it.
   std::vector<std::pair<NewContent, std::string>> postponed_;

@@ -14,11 +14,13 @@ constexpr int looksBetweenTrials = 30;
 }  // namespace
 
 DirectoryFiles::DirectoryFiles(EventLoop& loop, std::string dir, TextLimits limits,
-                               std::map<std::string, FileContent> seen, MayLook mayLook, Changed changed)
+                               std::map<std::string, FileContent> seen, MayLook mayLook, Changed changed,
+                               TellLog tell)
     : dir_(std::move(dir)),
       limits_(limits),
       mayLook_(std::move(mayLook)),
       changed_(std::move(changed)),
+      tell_(std::move(tell)),
       seen_(std::move(seen)),
       background_(loop) {
   if (dir_.empty()) return;
@@ -59,6 +61,7 @@ void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std:
     // Freed beside the loop, because it may be much. Nothing in force shares any of it.
     Acl::Workshop::singleton().dispose(std::move(scan.found));
   }
+  if (!scan.unreadable.empty() && scan.unreadable != unreadable_) tellBadFile(tell_, dir_, scan.unreadable);
   unreadable_ = std::move(scan.unreadable);
   if (!unreadable_.empty()) {
     due_.merge(scan.due);
@@ -69,6 +72,7 @@ void DirectoryFiles::handleScanned(DirectoryScan& scan, const std::optional<std:
   const auto isForgotten = [&](const auto& file) { return isGone(file.first) && !isRefusedToGo(file.first); };
   std::erase_if(bad_, isForgotten);
   std::erase_if(conflicts_, isForgotten);
+  std::erase_if(told_, isForgotten);
   std::erase_if(shortOfMemory_, isGone);
   Found found;
   for (auto& [name, file] : scan.found) take(name, file, found);
@@ -90,12 +94,12 @@ void DirectoryFiles::take(const std::string& name, DirectoryScan::File& file, Fo
   if (file.wrong.empty()) {
     found.changes.push_back({name, std::move(file.model)});
   } else {
-    bad_[name] = std::move(file.wrong);
+    badIs(name, std::move(file.wrong));
   }
 }
 
 void DirectoryFiles::conflictIs(const std::string& name, std::string why, bool goes) {
-  bad_[name] = {std::move(why)};
+  badIs(name, {std::move(why)});
   conflicts_[name] = goes;
 }
 
@@ -107,8 +111,14 @@ void DirectoryFiles::conflictsAreDue() {
 }
 
 void DirectoryFiles::failed(const std::string& name, std::string why) {
-  bad_[name] = {std::move(why)};
+  badIs(name, {std::move(why)});
   memoryIsShortFor(name);
+}
+
+void DirectoryFiles::badIs(const std::string& name, std::vector<std::string> wrong) {
+  if (told_[name] != wrong) tellBadFile(tell_, dir_ + "/" + name, wrong);
+  told_[name] = wrong;
+  bad_[name] = std::move(wrong);
 }
 
 void DirectoryFiles::memoryIsShortFor(const std::string& name) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/ChangeEvents.h>
 #include <agent/change/DirectoryScan.h>
 #include <agent/change/DirectoryWatch.h>
 #include <agent/core/Background.h>
@@ -33,7 +34,7 @@ class DirectoryFiles {
   /// `seen`: the content of the files that are in force. `changed` is called with the result of each look,
   /// and `mayLook` is asked before a look begins. `dir` empty: there are no files.
   DirectoryFiles(EventLoop& loop, std::string dir, TextLimits limits, std::map<std::string, FileContent> seen,
-                 MayLook mayLook, Changed changed);
+                 MayLook mayLook, Changed changed, TellLog tell = {});
 
   /// Begins a look if one is due and none is going on.
   void look();
@@ -41,7 +42,7 @@ class DirectoryFiles {
   bool looking() const { return lookIsDue_ || background_.busy(); }
 
   /// The content of a file is in force now.
-  void taken(const std::string& name) { bad_.erase(name), conflicts_.erase(name); }
+  void taken(const std::string& name) { bad_.erase(name), conflicts_.erase(name), told_.erase(name); }
   /// The content of a file cannot be in force together with the others; or (`goes`) the file has gone, and
   /// its content cannot go while the others are as they are. It may be possible when those change: then call
   /// conflictsAreDue(), and it is tried again.
@@ -65,12 +66,15 @@ class DirectoryFiles {
   void handleTold(const std::set<std::string>& names, bool all);
   void handleScanned(DirectoryScan& scan, const std::optional<std::string>& failed);
   void take(const std::string& name, DirectoryScan::File& file, Found& found);
+  /// Keeps what is wrong with a file, and tells the log when that is new.
+  void badIs(const std::string& name, std::vector<std::string> wrong);
   void memoryIsShortFor(const std::string& name);
 
   const std::string dir_;
   const TextLimits limits_;
   const MayLook mayLook_;
   const Changed changed_;
+  const TellLog tell_;
 
   // For the next look.
   bool lookIsDue_ = false;
@@ -82,6 +86,7 @@ class DirectoryFiles {
       seen_;  // contents that were read; empty while a look is going on, which has them
   std::vector<std::string> unreadable_;
   std::map<std::string, std::vector<std::string>> bad_;
+  std::map<std::string, std::vector<std::string>> told_;  // of bad files, what the log was told last
   std::map<std::string, bool> conflicts_;  // bad files that have no mistake, but conflict with others; goes
   std::set<std::string> shortOfMemory_;    // bad files for which there was no memory
   int looksUntilMemory_ = 0;               // how many looks until these are tried again

@@ -84,8 +84,15 @@ class Comparison {
   std::string unknownText(const BindingKey& key) const {
     return fmt::format(
         "interface {}{}: it is no port, no port-channel and no member of one: {} filters nothing there",
-        key.interface, nearestInterfaces(after_, ports_, key.interface),
-        listTitle(key.type, after_.listAt(key)));
+        key.interface, nearest(key.interface), listTitle(key.type, after_.listAt(key)));
+  }
+
+  /// The nearest interface that lists can be bound at.
+  std::string nearest(const std::string& name) const {
+    PortNames names = ports_ ? *ports_ : PortNames();
+    for (const auto& [channel, owner] : after_.portChannels) names.insert(channel);
+    for (const auto& [member, channel] : after_.channelOf) names.insert(member);
+    return nearestPorts(names, name);
   }
 
   Config::ListKey listOf(const BindingKey& key) const { return {key.type, after_.listAt(key)}; }
@@ -106,13 +113,8 @@ ChangeWarnings openings(const Effective& before, const Effective& after, const P
   return Comparison(before, after, ports).run();
 }
 
-std::string nearestInterfaces(const Effective& effective, const PortNames* ports, const std::string& name) {
-  if (!ports) return {};
-  std::vector<std::string_view> names(ports->begin(), ports->end());
-  for (const auto& [channel, owner] : effective.portChannels) names.push_back(channel);
-  for (const auto& [member, channel] : effective.channelOf) {
-    if (!ports->contains(member)) names.push_back(member);
-  }
+std::string nearestPorts(const PortNames& ports, const std::string& name) {
+  const std::vector<std::string_view> names(ports.begin(), ports.end());
   return Config::orNearest({}, name, names);
 }
 

@@ -9,7 +9,7 @@ namespace Agent {
 /// The openings of a change, and nothing else: what stays open as `lasting`, what it opens as `openings`.
 ChangeWarnings openings(const Effective& before, const Effective& after, const PortNames* ports);
 
-/// " (did you mean eth1?)": the nearest interfaces that lists can be bound at; empty when none is near.
-std::string nearestInterfaces(const Effective& effective, const PortNames* ports, const std::string& name);
+/// " (did you mean eth1?)": the nearest ports; empty when none is near.
+std::string nearestPorts(const PortNames& ports, const std::string& name);
 
 }  // namespace Agent

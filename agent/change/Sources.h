@@ -63,9 +63,6 @@ struct Sources {
   std::vector<std::string> trailingRemarks(const std::string& name, const Config::Model::ListKey& list) const;
 };
 
-/// What people call a source.
-inline std::string sourceTitle(const std::string& name) { return name == commandLineName ? "cli" : name; }
-
 /// New content for a source; without a model the source is deleted.
 struct NewContent {
   std::string source;

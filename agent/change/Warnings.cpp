@@ -112,7 +112,7 @@ void sessionsWithoutPort(const Facts& facts, WarningCollector& found) {
       if (leadsToPort(facts, destination)) continue;
       found.add("session-without-port", notices.placeOf(notices.mirrorSessions, name), [&, &name = name] {
         return fmt::format("mirror session {}: {} is no port{}: copies to it are lost", name, destination,
-                           nearestInterfaces(facts.effective, facts.ports, destination));
+                           nearestPorts(*facts.ports, destination));
       });
     }
   }
@@ -126,7 +126,7 @@ void membersWithoutPort(const Facts& facts, WarningCollector& found) {
     found.add("member-without-port", notices.placeOf(notices.portChannels, channel),
               [&, &member = member, &channel = channel] {
                 return fmt::format("port-channel {}: its member {} is no port{}", channel, member,
-                                   nearestInterfaces(facts.effective, facts.ports, member));
+                                   nearestPorts(*facts.ports, member));
               });
   }
 }

@@ -1,5 +1,6 @@
 #include <Zeb/System.h>
 #include <agent/control/ControlPlane.h>
+#include <agent/warnings/WarningText.h>
 
 namespace Agent {
 
@@ -17,16 +18,23 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                           [this, applied = options.applied] {
                             sweep_.handleApplied();
                             if (applied) applied();
-                          }}),
+                          },
+                      .tell = options.tell}),
       operations_(world(core, forwarder, options), zero_, configuration_),
-      server_(loop, operations_, options.limits) {}
+      server_(loop, operations_, options.limits),
+      statusLog_(world(core, forwarder, options)) {}
 
 World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions& options) {
   return {core,
           forwarder,
           zero_,
           Zeb::System::currentTime().seconds(),
-          [this] { return configuration_.report(); },
+          [this, portWarnings = options.portWarnings] {
+            auto report = configuration_.report();
+            for (const Warning& warning : portWarnings ? portWarnings() : Warnings())
+              report["warnings"].push_back(warningJson(warning));
+            return report;
+          },
           [this](const std::string& source, const ListReader::Key& list) {
             return configuration_.sources().trailingRemarks(sourceOfTitle(source),
                                                             {list.first, list.second.str()});

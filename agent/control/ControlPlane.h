@@ -4,10 +4,12 @@
 #include <agent/control/ControlServer.h>
 #include <agent/control/CounterSweep.h>
 #include <agent/control/Operations.h>
+#include <agent/control/StatusLog.h>
 
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Agent {
 
@@ -21,7 +23,9 @@ struct ControlOptions {
   Leave leave{};          ///< for its files
   /// The ports that the agent has; nothing: every interface may be one.
   std::optional<PortNames> ports{};
-  Warnings warnings{};  ///< of the configuration in force
+  Warnings warnings{};                       ///< of the configuration in force
+  std::function<Warnings()> portWarnings{};  ///< what the ports are warned of now; may be empty
+  TellLog tell{};                            ///< may be empty
   /// The states of the live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.
@@ -40,6 +44,10 @@ class ControlPlane {
   /// Begins to listen. Returns what is wrong.
   std::optional<std::string> listen();
 
+  /// Has the log told what `velo show status` shows. `tell` is called from the loop later, with a function
+  /// that makes the lines and may take long.
+  void tellStatus(StatusLog::Tell tell) { statusLog_.begin(std::move(tell)); }
+
   Operations& operations() { return operations_; }
   Configuration& configuration() { return configuration_; }
   ControlServer& server() { return server_; }
@@ -53,6 +61,7 @@ class ControlPlane {
   Configuration configuration_;
   Operations operations_;
   ControlServer server_;
+  StatusLog statusLog_;
 };
 
 }  // namespace Agent

@@ -2,6 +2,8 @@
 #include <agent/control/Peer.h>
 #include <agent/core/Descriptor.h>
 #include <agent/core/Reserve.h>
+#include <agent/core/Version.h>
+#include <fmt/format.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -115,6 +117,7 @@ void ControlServer::take(int fd, bool mayChange) {
   Refusable memory;
   if (clients_.size() >= limits_.clients) makeRoom();
   auto made = std::make_unique<Client>(operations_, std::move(socket), ++lastClient_, mayChange, now());
+  made->session.peerIs(peerOf(fd));
   Client& client = *clients_.insert_or_assign(fd, std::move(made)).first->second;
   arrange(client);
   try {
@@ -203,8 +206,8 @@ void ControlServer::answer(Client& client, Answer given) {
   client.quietSince = now();  // the client was not quiet while it waited for the answer
   client.document = std::move(given.document);
   if (client.out.empty()) client.out = "{\"id\":null,";
-  client.out +=
-      client.document ? "\"ok\":true,\"document\":" : "\"ok\":false,\"error\":" + lineOf(given.error) + "}\n";
+  client.out += fmt::format("\"ok\":{},\"version\":\"{}\",", client.document != nullptr, version());
+  client.out += client.document ? "\"document\":" : "\"error\":" + lineOf(given.error) + "}\n";
   arrange(client);
 }
 

@@ -243,7 +243,8 @@ void Operations::apply(const Request& request, Session& session, const Reply& re
   if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no text was sent to apply"));
   if (configuration_.busy())
     return reply(Answer::failed("busy", "another change of the configuration is under way; try again"));
-  Configuration::Request asked{.texts = session.take(), .dryRun = dryRun, .leave = leave};
+  Configuration::Request asked{
+      .texts = session.take(), .dryRun = dryRun, .who = session.peer_.str(), .leave = leave};
   configuration_.apply(std::move(asked), [reply, dryRun](Configuration::Outcome outcome) {
     Answer answer;
     try {

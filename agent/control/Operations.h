@@ -1,6 +1,7 @@
 #pragma once
 
 #include <agent/change/Configuration.h>
+#include <agent/control/Peer.h>
 #include <agent/control/Request.h>
 #include <agent/explain/Explain.h>
 #include <agent/show/Shows.h>
@@ -25,6 +26,9 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
+  /// The process that the session is with.
+  void peerIs(const Peer& peer) { peer_ = peer; }
+
  private:
   friend class Operations;
   void drop();
@@ -34,6 +38,7 @@ class Session {
   std::vector<Config::Source> texts_;
   size_t octets_ = 0;  // in the texts
   size_t held_ = 0;    // with names and overhead
+  Peer peer_;
 };
 
 /// The answer to a request: a document or an error. Neither of them when there was no memory to make it.

@@ -1,12 +1,37 @@
 #include <agent/control/Peer.h>
+#include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <vector>
 
 namespace Agent {
+
+Peer peerOf(int socket) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return {};
+  return {peer.uid, peer.pid};
+}
+
+std::string Peer::str() const {
+  const std::string name = pid == 0 ? "" : processName(pid);
+  return fmt::format("uid {}, pid {}{}{}", uid, pid, name.empty() ? "" : ", ", name);
+}
+
+std::string processName(pid_t pid) {
+  std::ifstream file(fmt::format("/proc/{}/comm", pid));
+  std::string name;
+  std::getline(file, name);
+  // A process may call itself anything.
+  for (char& c : name) {
+    if (c < ' ' || c > '~') c = '?';
+  }
+  return name;
+}
 
 bool peerMayChange(int socket, gid_t group) {
   ucred peer{};

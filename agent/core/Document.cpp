@@ -1,4 +1,6 @@
 #include <agent/core/Document.h>
+#include <agent/core/Version.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
@@ -28,7 +30,10 @@ class LineDocument final : public Document {
 std::string lineOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 std::string linesOf(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  if (json.is_object())
+    text.insert(1, fmt::format("\n  \"version\": \"{}\"{}", version(), json.empty() ? "\n" : ","));
+  return text;
 }
 
 std::unique_ptr<Document> lineDocument(std::string line) {

@@ -8,8 +8,8 @@
 
 namespace Agent {
 
-// JSON as text, whatever bytes its texts have: in one line, or with a line for each member and element and a
-// line end behind it.
+// JSON as text, whatever bytes its texts have: in one line; or for who asked for a document, with a line for
+// each member and element, a line end behind it, and the member `version` in front.
 std::string lineOf(const nlohmann::ordered_json& json);
 std::string linesOf(const nlohmann::ordered_json& json);
 

@@ -81,6 +81,7 @@ void LivePorts::handleLink(const std::string& name, const Link* link) {
 void LivePorts::update(Member& member) {
   LivePort& port = *member.port;
   forwarder_.portUpIs(port.port(), port.state().up);
+  tellState(member);
   if (member.watched >= 0) loop_.fdDel(member.watched);
   member.watched = port.fd();
   if (member.watched < 0) return;
@@ -88,6 +89,19 @@ void LivePorts::update(Member& member) {
   loop_.fdIs(member.watched, EPOLLIN, [&port](uint32_t events) {
     if ((events & EPOLLERR) != 0) port.clearError();
   });
+}
+
+void LivePorts::tellState(Member& member) {
+  const PortState state = member.port->state();
+  const bool comes = state.present != member.present, link = state.up != member.up;
+  member.present = state.present;
+  member.up = state.up;
+  if (!tell_ || opening_ || (!comes && !link)) return;
+  const std::string_view what =
+      comes ? (state.present ? "is back" : "has gone") : (state.up ? "is up" : "is down");
+  tell_({state.up ? Severity::notice : Severity::warning,
+         fmt::format("port {}: its device {} {}", state.name, state.device, what),
+         {{"VELO_EVENT", "device"}, {"VELO_PORT", state.name}, {"VELO_DEVICE", state.device}}});
 }
 
 void LivePorts::receive(Port& port, const LiveFrame& frame) {

@@ -2,6 +2,7 @@
 
 #include <agent/core/EventLoop.h>
 #include <agent/forward/FrameTotals.h>
+#include <agent/log/LogEvent.h>
 #include <agent/ports/LinkWatch.h>
 #include <agent/ports/LivePort.h>
 
@@ -9,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Agent {
@@ -29,6 +31,8 @@ class LivePorts final : private FrameReceiver {
   /// The frame that the forwarder is handling now, for ports that the caller makes.
   const LiveFrame& inHand() const { return inHand_; }
 
+  /// Where devices that go and come are told of, from open() on.
+  void logIs(TellLog tell) { tell_ = std::move(tell); }
   /// Opens every port whose device is there. A port whose device comes later is opened then. From now on
   /// frames are received as soon as the loop runs. Returns what went wrong.
   std::optional<std::string> open();
@@ -48,18 +52,21 @@ class LivePorts final : private FrameReceiver {
     bool poll() override { return all.burstFrom(*port); }
     LivePorts& all;
     const std::unique_ptr<LivePort> port;
-    int watched = -1;  ///< its descriptor, while the loop watches it
+    int watched = -1;                  ///< its descriptor, while the loop watches it
+    bool present = false, up = false;  ///< what was told last
   };
 
   void receive(Port& port, const LiveFrame& frame) override;
   bool burstFrom(LivePort& port);
   void handleLink(const std::string& name, const Link* link);
   void update(Member& member);
+  void tellState(Member& member);
 
   Forwarder& forwarder_;
   EventLoop& loop_;
   LiveFrame inHand_;
   FrameTotals totals_;
+  TellLog tell_;
   std::vector<std::unique_ptr<Member>> members_;
   std::set<int> capabilities_;
   bool opening_ = false;              // within open()

@@ -3,8 +3,11 @@
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
+#include <agent/core/Version.h>
 #include <agent/core/Words.h>
+#include <agent/ports/PortKinds.h>
 #include <agent/run/Capabilities.h>
+#include <agent/run/PortWarnings.h>
 #include <agent/run/RunCommand.h>
 #include <agent/run/ServiceManager.h>
 #include <agent/run/Signals.h>
@@ -38,6 +41,7 @@ Exit runAgent(const RunOptions& options) {
   constexpr size_t ofPort = 2;
   // Reading texts and compiling lists can take minutes; a signal must be able to end that, too.
   unblock({SIGTERM, SIGINT});
+  keepRequests();
   raiseDescriptorLimit();
   if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
     return refused(exitUnread, *wrong);
@@ -55,6 +59,7 @@ Run::~Run() { Acl::Workshop::singleton().threadIs(false); }
 Exit Run::run() {
   keepFreedMemory();
   if (auto failed = prepare()) return *failed;
+  log_.tell({Severity::notice, fmt::format("velo {} begins", version()), {{"VELO_EVENT", "begin"}}});
   tellServiceManager("READY=1");
   loop_.run();
   tellServiceManager("STOPPING=1");
@@ -70,14 +75,37 @@ Exit Run::run() {
 
 std::optional<Exit> Run::prepare() {
   // Lists are compiled beside the traffic, on a thread without any rights.
-  withoutCapabilities([] { Acl::Workshop::singleton().threadIs(true, giveWay); });
+  withoutCapabilities([this] {
+    Acl::Workshop::singleton().threadIs(true, giveWay);
+    log_.start();
+  });
   // A signal ends the process at once during this step, because nothing has to be closed in order yet.
   if (auto failed = configure()) return failed;
   signals_.emplace();
-  loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { loop_.stop(); });
+  loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { handleSignals(); });
   if (auto failed = join()) return failed;
   if (auto failed = openPorts()) return failed;
+  if (auto failed = lookAtPorts()) return failed;
   return openControl();
+}
+
+void Run::handleSignals() {
+  const Signals::Asked asked = signals_->take();
+  if (asked.end) return loop_.stop();
+  // Before the control plane is there, the request waits for the start.
+  if (asked.reload) reload();
+  if (asked.status) control_->tellStatus([this](auto make) { log_.tellMade(std::move(make)); });
+}
+
+void Run::reload() {
+  tellServiceManager(reloading());
+  const auto done = [](const Configuration::Outcome&) { tellServiceManager("READY=1"); };
+  control_->configuration().applyLater(
+      {.texts = {}, .files = options_.configs, .who = "SIGHUP", .leave = options_.leave}, done);
+}
+
+TellLog Run::tellLog() {
+  return [this](LogEvent event) { log_.tell(std::move(event)); };
 }
 
 std::optional<Exit> Run::configure() {
@@ -96,7 +124,7 @@ std::optional<Exit> Run::configure() {
   if (!options_.state.empty()) {
     std::string message;
     stateFile_ = StateFile::open(options_.state, &message);
-    if (!message.empty()) complain("--state: " + message);
+    if (!message.empty()) log_.tell({Severity::warning, "--state: " + message, {{"VELO_EVENT", "state"}}});
     if (!stateFile_) complain("--state: nothing is kept for the next run");
   }
   return publish();
@@ -149,6 +177,10 @@ std::optional<std::string> Run::whyNoEnd(const std::vector<std::string>& names) 
 }
 
 std::optional<Exit> Run::openPorts() {
+  for (const PortState& port : ports_.states()) {
+    if (auto wrong = claims_.claim(port.device)) return refused(exitUnread, *wrong);
+  }
+  ports_.logIs(tellLog());
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
   // A later configuration may name more such ports; `velo show ports` lists them.
   for (const auto& [id, port] : forwarder_.ports()) {
@@ -158,6 +190,29 @@ std::optional<Exit> Run::openPorts() {
   if (!capabilitiesKeep({needed.begin(), needed.end()}).empty())
     complain("a device that goes cannot be opened again");
   return std::nullopt;
+}
+
+Warnings Run::portWarnings() const {
+  Joined joined;
+  for (const auto& [a, b] : options_.patches) joined.ends.push_back({a, b});
+  joined.ends.insert(joined.ends.end(), options_.bridges.begin(), options_.bridges.end());
+  for (const auto& [name, members] : core_.portChannels().all()) {
+    for (const auto& member : members) joined.portChannels[name.name().str()].push_back(member.name().str());
+  }
+  // On the device of a TAP port the host is a station.
+  std::vector<std::string> devices;
+  for (const auto& [name, text] : options_.ports) {
+    std::string_view device;
+    if (portKindOf(text, &device).prefix.empty()) devices.emplace_back(device);
+  }
+  return Agent::portWarnings(ports_.states(), joined, hostUses(devices));
+}
+
+std::optional<Exit> Run::lookAtPorts() {
+  const Warnings warnings = portWarnings();
+  for (const Warning& warning : warnings) fmt::print(stderr, "{}\n", warningText(warning));
+  const auto why = whyRefused({.lasting = {}, .openings = {}, .told = warnings}, options_.leave);
+  return why ? std::optional(refused(exitUsage, *why)) : std::nullopt;
 }
 
 std::optional<Exit> Run::openControl() {
@@ -170,6 +225,8 @@ std::optional<Exit> Run::openControl() {
                                                            .leave = options_.leave,
                                                            .ports = ports(),
                                                            .warnings = std::move(warnings_),
+                                                           .portWarnings = [this] { return portWarnings(); },
+                                                           .tell = tellLog(),
                                                            .portStates = [this] { return ports_.states(); },
                                                            .applied =
                                                                [this] {

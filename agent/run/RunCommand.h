@@ -6,8 +6,10 @@
 #include <agent/core/EventLoop.h>
 #include <agent/core/Exit.h>
 #include <agent/forward/Forwarder.h>
+#include <agent/log/EventLog.h>
 #include <agent/ports/LivePorts.h>
 #include <agent/run/Deadline.h>
+#include <agent/run/DeviceClaims.h>
 #include <agent/run/Signals.h>
 #include <agent/state/StateKeeper.h>
 
@@ -67,15 +69,23 @@ class Run {
   std::optional<std::string> whyNoEnd(const std::vector<std::string>& names) const;
   std::optional<Exit> openPorts();
   std::optional<Exit> openControl();
+  /// Tells and judges what the ports are warned of.
+  std::optional<Exit> lookAtPorts();
+  Warnings portWarnings() const;
+  TellLog tellLog();
+  void handleSignals();
+  void reload();
   bool report() const;
   PortNames ports() const;
 
   const RunOptions& options_;
   Deadline deadline_;  // destroyed last
+  EventLog log_;
   std::optional<Signals> signals_;
   EventLoop loop_;
   Core core_;
   Forwarder forwarder_;
+  DeviceClaims claims_;
   LivePorts ports_;
   ConfigFiles files_;  // until they are handed to the control plane
   Warnings warnings_;  // of these

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace Agent {
@@ -8,5 +9,8 @@ namespace Agent {
 /// to the socket that NOTIFY_SOCKET names. Does nothing when there is none, and does not fail when nobody
 /// listens.
 void tellServiceManager(std::string_view state);
+
+/// The state of a process that begins to read its configuration again; READY=1 ends it.
+std::string reloading();
 
 }  // namespace Agent

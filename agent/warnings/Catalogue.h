@@ -47,6 +47,10 @@ inline constexpr WarningKind warningKinds[] = {
     {"member-without-port", Consequence::surprise, "a member of a port-channel is no port"},
     {"defined-twice", Consequence::surprise,
      "two sources define the same list, port-channel or mirror session, or bind at the same place"},
+    {"port-unjoined", Consequence::surprise, "no patch and no bridge joins a port"},
+    {"mtu-differs", Consequence::surprise, "ports of one patch or bridge have different MTUs"},
+    {"port-has-address", Consequence::surprise, "the device of a port has addresses of the host"},
+    {"port-has-ipv6", Consequence::surprise, "IPv6 is on at the device of a port"},
     {"list-unbound", Consequence::note, "a list is bound nowhere"},
     {"more-warnings", Consequence::note, "a text has more warnings than are told"},
 };

@@ -329,22 +329,29 @@ class Agent:
         with open(path, "w", encoding="utf-8") as file:
             file.write(config)
         notify = os.path.join(self.folder.name, "notify")
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as ready:
-            ready.bind(notify)
-            begin = time.monotonic()
-            with namespace.entered():
-                self.process = subprocess.Popen([velo, "run", "--config", path, "--report", "json", *arguments],
-                                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                                                env={**os.environ, "NOTIFY_SOCKET": notify})
-            self.ready = False
-            end = time.monotonic() + 30
-            while not self.ready and self.process.poll() is None and time.monotonic() < end:
-                if select.select([ready], [], [], 0.05)[0]:
-                    self.ready = ready.recv(100) == b"READY=1"
-            self.start_seconds = time.monotonic() - begin
+        self.notices = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.notices.bind(notify)
+        self.told = []
+        begin = time.monotonic()
+        with namespace.entered():
+            self.process = subprocess.Popen([velo, "run", "--config", path, "--report", "json", *arguments],
+                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                            env={**os.environ, "NOTIFY_SOCKET": notify})
+        self.ready = False
+        end = time.monotonic() + 30
+        while not self.ready and self.process.poll() is None and time.monotonic() < end:
+            if select.select([self.notices], [], [], 0.05)[0]:
+                self.ready = self.notices.recv(100) == b"READY=1"
+        self.start_seconds = time.monotonic() - begin
         if check and not self.ready:
             self.process.kill()
             raise RuntimeError(f"velo is not ready: {self.process.communicate()[1]}")
+
+    def notified(self):
+        """What it has told the service manager since it was ready."""
+        while select.select([self.notices], [], [], 0)[0]:
+            self.told.append(self.notices.recv(100).decode())
+        return self.told
 
     def stop(self):
         """Ends it by SIGTERM; what it reported."""
@@ -358,6 +365,7 @@ class Agent:
         self.process.kill()
         if not self.process.stdout.closed:
             self.process.communicate()
+        self.notices.close()
         self.folder.cleanup()
 
     def memory(self):

@@ -1,5 +1,6 @@
 #include <agent/control/ControlClient.h>
 #include <agent/control/ServerSocket.h>
+#include <agent/core/Version.h>
 #include <sys/stat.h>
 
 #include <gmock/gmock.h>
@@ -23,11 +24,15 @@ TEST_F(ControlServerTest, AnswersALineWithALine) {
   agent_.start("ip access-list A\n permit ip any any\n", nullptr, unhurriedLimits());
   SocketClient client(agent_);
   client.send("{\"do\":\"show\",\"what\":\"drops\",\"id\":7}\n");
-  EXPECT_EQ(client.line(), R"({"id":7,"ok":true,"document":{"cleared":null,"drops":{}}})");
+  EXPECT_EQ(client.line(),
+            fmt::format(R"({{"id":7,"ok":true,"version":"{}","document":{{"cleared":null,"drops":{{}}}}}})",
+                        Agent::version()));
   client.send("{\"do\":\"nothing\",\"id\":\"x\"}\n");
   EXPECT_EQ(
       client.line(),
-      R"({"id":"x","ok":false,"error":{"code":"unknown-operation","text":"\"nothing\" is no operation"}})");
+      fmt::format(
+          R"({{"id":"x","ok":false,"version":"{}","error":{{"code":"unknown-operation","text":"\"nothing\" is no operation"}}}})",
+          Agent::version()));
   EXPECT_FALSE(client.closed()) << "a request that cannot be done is still a request";
 }
 

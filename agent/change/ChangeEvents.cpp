@@ -1,0 +1,70 @@
+#include <agent/change/ChangeEvents.h>
+#include <agent/change/Sources.h>
+#include <agent/core/Words.h>
+#include <agent/warnings/WarningText.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+
+namespace Agent {
+
+namespace {
+
+/// A line of the log for each: so many at most, because nobody reads more.
+constexpr size_t mostLines = 20;
+
+void tellWarnings(const TellLog& tell, const Warnings& warnings) {
+  for (size_t i = 0; i < std::min(warnings.size(), mostLines); ++i) {
+    const Warning& warning = warnings[i];
+    const bool opening = warning.consequence() == Consequence::opening;
+    tell({warning.consequence() == Consequence::note ? Severity::info : Severity::warning,
+          warningText(warning),
+          {{"VELO_EVENT", opening ? "opening" : "warning"},
+           {"VELO_CODE", std::string(warning.code.kind().code)}}});
+  }
+  if (warnings.size() > mostLines) {
+    tell({Severity::info, fmt::format("and {}; velo show status has them",
+                                      countText(warnings.size() - mostLines, "more warning"))});
+  }
+}
+
+}  // namespace
+
+void tellChange(const TellLog& tell, const ChangeEvent& event) {
+  if (!tell) return;
+  const bool applied = event.refused.empty();
+  const std::string source = sourceTitle(event.source);
+  std::string text = applied ? fmt::format("{} changed by {}", source, event.who)
+                             : fmt::format("{} not changed by {}: {}", source, event.who, event.refused);
+  if (!event.summary.empty()) text += fmt::format("{} {}", applied ? ":" : ";", event.summary);
+  tell({applied ? Severity::notice : Severity::warning,
+        std::move(text),
+        {{"VELO_EVENT", "change"},
+         {"VELO_SOURCE", source},
+         {"VELO_WHO", event.who},
+         {"VELO_SUMMARY", event.summary},
+         {"VELO_RESULT", applied ? "applied" : "refused"}}});
+  tellWarnings(tell, event.warnings);
+}
+
+void tellBadFile(const TellLog& tell, const std::string& file, const std::vector<std::string>& wrong) {
+  if (!tell) return;
+  for (size_t i = 0; i < std::min(wrong.size(), mostLines); ++i)
+    tell({Severity::error, wrong[i], {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}}});
+  tell({Severity::error,
+        fmt::format("{}: not in force, {}", file, countText(wrong.size(), "mistake")),
+        {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}, {"VELO_RESULT", "refused"}}});
+}
+
+Warnings newWarnings(const Warnings& warnings, const Warnings& known) {
+  std::set<std::string> texts;
+  for (const Warning& warning : known) texts.insert(warning.text);
+  Warnings fresh;
+  for (const Warning& warning : warnings) {
+    if (!texts.contains(warning.text)) fresh.push_back(warning);
+  }
+  return fresh;
+}
+
+}  // namespace Agent

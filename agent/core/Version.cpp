@@ -1,0 +1,7 @@
+#include <agent/core/Version.h>
+
+namespace Agent {
+
+std::string_view version() { return VELO_VERSION; }
+
+}  // namespace Agent

@@ -1,0 +1,270 @@
+#!/usr/bin/env python3
+"""Tests that nothing opens in silence: changes that would let traffic pass, with real packets, and what the log says.
+
+usage: opening_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
+"""
+
+import json
+import os
+import re
+import signal
+import subprocess
+
+import live_test
+from live_test import until
+from network import Agent, run, udp
+from operating_test import OperatedTest
+
+PASS, DROP = 10, 20
+LIST = f"ip access-list A\n  10 permit udp any any eq {PASS}\n  20 deny udp any any eq {DROP}\n"
+BOUND = "interface eth1\n  ip access-group A in\n"
+CONFIG = LIST + BOUND
+
+# What is applied over CONFIG, whether it is refused, and the warning that says so.
+APPLIED = (
+    ("the list's name with a typing mistake", LIST + BOUND.replace("A in", "AA in"), "list-undefined"),
+    ("the list without its rules' header", BOUND, "list-dropped"),
+    ("nothing at all", "! nothing\n", "filter-lost"),
+    ("the list alone", LIST, "filter-lost"),
+    ("another interface", LIST + BOUND.replace("eth1", "eth2"), "filter-lost"),
+    ("an interface with a typing mistake", LIST + BOUND.replace("eth1", "eht1"), "interface-unknown filter-lost"),
+    ("the other direction", LIST + BOUND.replace("A in", "A out"), "filter-lost"),
+    ("a list of another kind", "mac access-list A\n  permit any any\ninterface eth1\n  mac access-group A in\n",
+     "filter-lost"),
+    ("another list", LIST.replace("list A", "list B") + BOUND.replace("A in", "B in"), ""),
+    ("an empty list", "ip access-list A\n" + BOUND, ""),
+    ("the same by a port-channel",
+     LIST + "port-channel po1 members eth1\ninterface po1\n  ip access-group A in\n", ""),
+)
+
+
+def stderr_of(agent):
+    """All that it has written, once it is dead."""
+    agent.process.send_signal(signal.SIGTERM)
+    return agent.process.communicate(timeout=30)[1]
+
+
+class Opening(OperatedTest):
+    def setUp(self):
+        super().setUp()
+        self.stations_are(1, 2)
+
+    def velo(self, *words, text=None):
+        """One of the commands: its exit status, output and complaints."""
+        if text is not None:
+            path = os.path.join(self.folder, "new.acl")
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(text)
+            words = (words[0], path, *words[1:])
+        return subprocess.run([live_test.VELO, *words, "--control", self.socket], text=True, capture_output=True,
+                              check=False)
+
+    def passing(self):
+        """The ports, of those that CONFIG permits and denies, whose frames pass now."""
+        first, second = self.wire(1), self.wire(2)
+        first.send([udp(DROP), udp(PASS)])
+        seen = {int.from_bytes(frame[36:38], "big") for frame in second.received(1)}
+        first.close()
+        second.close()
+        return seen
+
+    def warnings(self):
+        shown = json.loads(self.velo("show", "status", "--json").stdout)
+        return [warning["code"] for warning in shown["configuration"]["warnings"]]
+
+    def test_what_apply_refuses(self):
+        agent = self.start(CONFIG)
+        refusals = 0
+        for why, text, codes in APPLIED:
+            with self.subTest(why):
+                self.assertEqual(self.velo("apply", "--allow-open", text=CONFIG).returncode, 0)
+                self.assertEqual(self.passing(), {PASS})
+                done = self.velo("apply", "--json", text=text)
+                document = json.loads(done.stdout)
+                opened = " ".join(warning["code"] for warning in document["warnings"]
+                                  if warning["consequence"] == "opening")
+                self.assertEqual((done.returncode, opened), (2 if codes else 0, codes))
+                if not codes:
+                    self.assertNotIn(DROP, self.passing())
+                    continue
+                refusals += 1
+                self.assertIn("--allow-open", document["refused"])
+                self.assertEqual(self.passing(), {PASS}, "nothing passes that did not before")
+                dry = self.velo("apply", "--dry-run", "--allow-open", text=text)
+                self.assertEqual((dry.returncode, self.passing()), (0, {PASS}), dry.stderr)
+                told = self.velo("apply", "--allow-open", text=text)
+                self.assertEqual(told.returncode, 0, told.stderr)
+                self.assertIn(": opening: " if "undefined" in codes or "unknown" in codes else "opening: ", told.stderr)
+                self.assertEqual(self.passing(), {PASS, DROP}, "the operator has said so")
+        log = stderr_of(agent)
+        self.assertEqual(len(re.findall(r"cli not changed by uid 0, pid \d+, velo: .*--allow-open", log)), refusals)
+        self.assertRegex(log, r"cli changed by uid 0, pid \d+, velo: 1 binding changed\n")
+
+    def test_what_run_refuses(self):
+        open_config = LIST + BOUND.replace("A in", "AA in")
+        refused = Agent(live_test.VELO, self.middle, open_config, "--port", "eth1=eth1", "--port", "eth2=eth2", "--patch",
+                        "eth1,eth2", check=False)
+        self.addCleanup(refused.kill)
+        errors = refused.process.communicate(timeout=30)[1]
+        self.assertEqual(refused.process.returncode, 2)
+        self.assertRegex(errors, r"live\.acl:5:19: opening: interface eth1: ip access-list AA is bound in but not defined")
+        self.assertIn("--allow-open carries it out", errors)
+        self.start(open_config, "--allow-open")
+        self.assertEqual(self.passing(), {PASS, DROP})
+        self.assertEqual(self.warnings(), ["list-undefined", "list-unbound"])
+        self.assertEqual(self.velo("apply", text=open_config + "! again\n").returncode, 0, "what was open stays so")
+        self.assertEqual(self.velo("apply", text=CONFIG).returncode, 0)
+        self.assertEqual(self.warnings(), [])
+        strict = self.velo("apply", "--strict", text=CONFIG + "ip access-list FREE\n")
+        self.assertEqual(strict.returncode, 2)
+        self.assertIn("refused because of --strict", strict.stderr)
+
+    def test_what_the_directory_refuses(self):
+        folder = os.path.join(self.folder, "conf.d")
+        os.mkdir(folder)
+
+        def put(name, text):
+            aside = os.path.join(self.folder, "aside")
+            with open(aside, "w", encoding="utf-8") as file:
+                file.write(text)
+            os.rename(aside, os.path.join(folder, name))
+
+        put("lists", LIST)
+        agent = self.start(BOUND, "--config-dir", folder)
+        bad = lambda: {one["name"]: one for one in
+                       json.loads(self.velo("show", "status", "--json").stdout)["configuration"]["bad"]}
+        self.assertEqual(self.passing(), {PASS})
+        os.remove(os.path.join(folder, "lists"))
+        self.assertTrue(until(lambda: "lists" in bad()))
+        self.assertTrue(bad()["lists"]["kept"])
+        self.assertIn("goes with its file lists", bad()["lists"]["mistakes"][0])
+        self.assertEqual(self.passing(), {PASS}, "its last good content filters")
+        put("more", LIST)
+        self.assertTrue(until(lambda: not bad()), "another file has the list, so the first may go")
+        put("more", LIST.replace("list A", "list B"))
+        self.assertTrue(until(lambda: "more" in bad()))
+        self.assertEqual(self.passing(), {PASS})
+        os.rename(os.path.join(folder, "more"), os.path.join(self.folder, "gone"))
+        put("again", LIST)
+        self.assertTrue(until(lambda: not bad() and self.passing() == {PASS}))
+        log = stderr_of(agent)
+        self.assertEqual(log.count("conf.d/lists: not in force, 1 mistake"), 1, "told once, not every second")
+        self.assertRegex(log, r"again changed by .*/conf\.d/again: \+1 list")
+
+    def test_an_agent_that_may_open_lets_its_directory(self):
+        folder = os.path.join(self.folder, "conf.d")
+        os.mkdir(folder)
+        with open(os.path.join(folder, "lists"), "w", encoding="utf-8") as file:
+            file.write(LIST)
+        self.start(BOUND, "--config-dir", folder, "--allow-open")
+        self.assertEqual(self.passing(), {PASS})
+        os.remove(os.path.join(folder, "lists"))
+        self.assertTrue(until(lambda: self.warnings() == ["list-undefined"]))
+        self.assertEqual(self.passing(), {PASS, DROP})
+
+
+class Signals(OperatedTest):
+    def setUp(self):
+        super().setUp()
+        self.stations_are(1, 2)
+
+    def rewrite(self, agent, text):
+        with open(os.path.join(agent.folder.name, "live.acl"), "w", encoding="utf-8") as file:
+            file.write(text)
+        agent.process.send_signal(signal.SIGHUP)
+
+    def test_reload(self):
+        agent = self.start(CONFIG)
+        client = self.control()
+        rules = lambda: [len(entry["rules"]) for entry in client.ask("show", what="access-lists")["lists"]]
+        notices = lambda: agent.notified()
+        self.rewrite(agent, CONFIG + "ip access-list A\n  30 deny ip any any\n")
+        self.assertTrue(until(lambda: rules() == [3]))
+        self.assertTrue(until(lambda: "READY=1" in notices()))
+        self.assertRegex("\n".join(notices()), r"^RELOADING=1\nMONOTONIC_USEC=\d+\nREADY=1$")
+        self.rewrite(agent, "ip access-list A\n  10 permitt ip any any\n")
+        self.rewrite(agent, LIST)
+        self.rewrite(agent, CONFIG + "ip access-list A\n  40 deny ip any any\n  50 deny ip any any\n")
+        self.assertTrue(until(lambda: rules() == [4]))
+        log = stderr_of(agent)
+        self.assertIn("cli changed by SIGHUP: +1 rule\n", log)
+
+    def test_what_a_reload_refuses(self):
+        agent = self.start(CONFIG)
+        client = self.control()
+        answered = lambda count: until(lambda: agent.notified().count("READY=1") == count)
+        self.rewrite(agent, "ip access-list A\n  10 permitt ip any any\n")
+        self.assertTrue(answered(1))
+        self.rewrite(agent, LIST)
+        self.assertTrue(answered(2))
+        shown = client.ask("show", what="access-lists")["lists"][0]
+        self.assertEqual((len(shown["rules"]), len(shown["bindings"])), (2, 1))
+        log = stderr_of(agent)
+        self.assertRegex(log, r"cli not changed by SIGHUP: \S+live\.acl:2:6: found \"permitt\"")
+        self.assertRegex(log, r"cli not changed by SIGHUP: interface eth1 loses its last ip list in .*--allow-open")
+
+    def test_status_goes_to_the_log_and_nothing_else_ends_it(self):
+        agent = self.start(CONFIG)
+        for number in (signal.SIGUSR1, signal.SIGPIPE):
+            agent.process.send_signal(number)
+        client = self.control()
+        self.assertEqual(len(client.ask("show", what="access-lists")["lists"]), 1)
+        log = stderr_of(agent)
+        self.assertRegex(log, r"velo: cli +1 list, 2 rules, 1 binding")
+        self.assertRegex(log, r"velo: ip +A +2 +0 +eth1 in")
+        self.assertEqual(agent.process.returncode, 0)
+
+    def test_a_second_agent_on_a_device_is_refused(self):
+        first = self.start(CONFIG)
+        second = Agent(live_test.VELO, self.middle, CONFIG, "--port", "eth1=eth2", check=False)
+        self.addCleanup(second.kill)
+        errors = second.process.communicate(timeout=30)[1]
+        self.assertEqual(second.process.returncode, 1)
+        self.assertIn(f"eth2 is a port of another agent already: velo, pid {first.process.pid}", errors)
+        first.process.kill()
+        first.process.wait()
+        self.assertTrue(self.start(CONFIG).ready, "a dead one does not count")
+
+
+class Starting(OperatedTest):
+    def told(self, *arguments):
+        agent = Agent(live_test.VELO, self.middle, "! nothing\n", *arguments, check=False)
+        self.addCleanup(agent.kill)
+        agent.process.send_signal(signal.SIGTERM)
+        return sorted(line for line in agent.process.communicate(timeout=30)[1].splitlines() if "warning: " in line)
+
+    def test_what_the_start_warns_of(self):
+        self.stations_are(1, 2, 3)
+        self.middle.ip("link", "set", "eth2", "mtu", "1400")
+        self.middle.ip("addr", "add", "192.0.2.9/24", "dev", "eth1")
+        ports = [word for number in (1, 2, 3) for word in ("--port", f"eth{number}=eth{number}")]
+        self.assertEqual(self.told(*ports, "--patch", "eth1,eth2"), [
+            "warning: port eth1: its device eth1 has addresses of the host (192.0.2.9): it answers there, past the lists",
+            "warning: port eth3: no patch and no bridge joins it: what comes in there goes nowhere",
+            "warning: ports eth1 and eth2 are joined and have MTUs of 1500 and 1400: larger frames are lost",
+        ])
+        self.middle.ip("addr", "del", "192.0.2.9/24", "dev", "eth1")
+        self.middle.ip("link", "set", "eth2", "mtu", "1500")
+        self.middle.ip6_is_on("eth2")
+        self.assertEqual(self.told(*ports, "--bridge", "eth1,eth2,eth3"), [
+            "warning: port eth2: IPv6 is on at its device eth2: the host answers there, past the lists "
+            "(sysctl net.ipv6.conf.eth2.disable_ipv6=1)",
+        ])
+        strict = Agent(live_test.VELO, self.middle, "! nothing\n", *ports, "--bridge", "eth1,eth2,eth3", "--strict",
+                       check=False)
+        self.addCleanup(strict.kill)
+        self.assertIn("refused because of --strict", strict.process.communicate(timeout=30)[1])
+        self.assertEqual(strict.process.returncode, 2)
+
+    def test_the_version_is_told(self):
+        version = run(live_test.VELO, "--version").stdout.strip()
+        self.assertRegex(version, r"^velo \d+\.\d+\.\d+$")
+        number = version.split()[1]
+        self.stations_are(1, 2)
+        agent = self.start(CONFIG)
+        self.assertEqual(self.control().answer({"do": "show", "what": "drops"})["version"], number)
+        self.assertIn(f"velo: {version} begins", stderr_of(agent))
+
+
+if __name__ == "__main__":
+    live_test.main(__doc__)
