@@ -1,5 +1,6 @@
 #include <Zeb/System.h>
 #include <agent/control/ControlPlane.h>
+#include <agent/core/Reserve.h>
 #include <agent/warnings/WarningText.h>
 
 namespace Agent {
@@ -40,7 +41,15 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
                                                             {list.first, list.second.str()});
           },
           [this]() -> const Sources& { return configuration_.sources(); },
-          options.portStates};
+          options.portStates,
+          [this] {
+            auto openings = nlohmann::ordered_json::array();
+            for (const Warning& warning : configuration_.warnings()) {
+              Refusable::check();
+              if (warning.consequence() == Consequence::opening) openings.push_back(warningJson(warning));
+            }
+            return openings;
+          }};
 }
 
 std::optional<std::string> ControlPlane::listen() {

@@ -94,6 +94,10 @@ class ListsText {
                          notDefined, style_.off);
   }
 
+  void addOpen(const Json& opening) {
+    text_ += fmt::format("{}open: {}{}\n", style_.red, opening.at("text").get<std::string>(), style_.off);
+  }
+
   std::string takeText() { return std::move(text_); }
 
  private:
@@ -147,6 +151,10 @@ std::string listsText(const Json& document, const TextStyle& style) {
   ListsText text(document.at("lists"), style);
   for (const Json& list : document.at("lists")) text.add(list);
   for (const Json& list : document.at("undefined")) text.addUndefined(list);
+  for (const Json& opening : document.value("open", Json::array())) {
+    // Lists that are not defined are told above, with all places.
+    if (opening.at("code") != "list-undefined") text.addOpen(opening);
+  }
   return text.takeText();
 }
 

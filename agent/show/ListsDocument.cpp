@@ -40,7 +40,7 @@ class ListsDocument final : public Document {
         text += "],\"undefined\":[";
         Elements elements;
         for (const auto& key : undefined_) elements.add(text, undefinedJson(reader_.head(key)));
-        text += "]}";
+        text += "],\"open\":" + lineOf(world_.openings ? world_.openings() : Json::array()) + "}";
         return false;
       }
     }

@@ -2,6 +2,7 @@
 #include <agent/core/Words.h>
 #include <agent/show/Shows.h>
 #include <agent/show/Style.h>
+#include <agent/warnings/WarningText.h>
 
 #include <map>
 #include <set>
@@ -37,6 +38,7 @@ std::string configurationText(const Json& configuration, const TextStyle& style)
                     bad.at("kept").get<bool>() ? "its last good text is" : "and nothing of it is", how.off);
     for (const Json& mistake : bad.at("mistakes")) text += fmt::format("   {}\n", mistake.get<std::string>());
   }
+  text += warningsText(configuration.value("warnings", Json::array()));
   return text + "\n";
 }
 

@@ -26,6 +26,8 @@ struct World {
   std::function<const Sources&()> sources{};
   /// The states of the live ports; may be empty.
   std::function<std::vector<PortState>()> portStates{};
+  /// What is open, as warnings; may be empty.
+  std::function<nlohmann::ordered_json()> openings{};
 };
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #include <Kiv/UniqueId.h>
 #include <agent/core/Memory.h>
+#include <agent/core/Version.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Table.h>
 
@@ -103,6 +104,7 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   const bool fresh = database_.integer("SELECT count(*) FROM sqlite_schema") == 0;
   if (fresh) {
     create();
+    writerIs();
     return;
   }
   const int64_t application = database_.integer("PRAGMA application_id");
@@ -117,6 +119,14 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   check.run();
   checkTables();
   read();
+  writerIs();
+}
+
+/// Who looks into the file is told which program has written it. Nothing here depends on it.
+void StateFile::writerIs() {
+  database_.run("CREATE TABLE IF NOT EXISTS program(version TEXT NOT NULL)");
+  database_.run("DELETE FROM program");
+  database_.run(fmt::format("INSERT INTO program VALUES('{}')", Agent::version()));
 }
 
 void StateFile::create() {
@@ -131,7 +141,8 @@ void StateFile::create() {
 /// A table with other columns would only be found out when a write to it fails.
 void StateFile::checkTables() {
   const std::vector<std::string> wanted = definitions();
-  Statement query = database_.statement("SELECT sql FROM sqlite_schema ORDER BY rowid");
+  Statement query =
+      database_.statement("SELECT sql FROM sqlite_schema WHERE name != 'program' ORDER BY rowid");
   std::vector<std::string> found;
   while (query.step()) found.push_back(query.text(0));
   if (found != wanted) throw DatabaseError(SQLITE_CORRUPT, "its tables are not those of this version");

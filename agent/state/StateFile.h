@@ -33,6 +33,7 @@ class StateFile {
  private:
   explicit StateFile(const std::string& path);
   void create();
+  void writerIs();
   void checkTables();
   void read();
   void sync(const Saved::State& state);

@@ -8,6 +8,7 @@ import json
 import os
 import re
 import signal
+import socket
 import subprocess
 
 import live_test
@@ -110,6 +111,9 @@ class Opening(OperatedTest):
         self.assertRegex(errors, r"live\.acl:5:19: opening: interface eth1: ip access-list AA is bound in but not defined")
         self.assertIn("--allow-open carries it out", errors)
         self.start(open_config, "--allow-open")
+        shown = self.velo("show", "access-lists").stdout
+        self.assertIn("ip access-list AA is bound (eth1 in) but not defined: everything passes it", shown)
+        self.assertIn("live.acl:5:19: opening: ", self.velo("show", "status").stdout)
         self.assertEqual(self.passing(), {PASS, DROP})
         self.assertEqual(self.warnings(), ["list-undefined", "list-unbound"])
         self.assertEqual(self.velo("apply", text=open_config + "! again\n").returncode, 0, "what was open stays so")
@@ -213,6 +217,44 @@ class Signals(OperatedTest):
         self.assertRegex(log, r"velo: cli +1 list, 2 rules, 1 binding")
         self.assertRegex(log, r"velo: ip +A +2 +0 +eth1 in")
         self.assertEqual(agent.process.returncode, 0)
+
+    def test_the_journal_has_fields(self):
+        files = [os.path.join(self.folder, name) for name in ("journal", "stderr")]
+        os.mkdir(files[0])
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as journal, open(files[1], "wb") as errors:
+            journal.bind(os.path.join(files[0], "socket"))
+            journal.settimeout(10)
+            stream = os.fstat(errors.fileno())
+            config = os.path.join(self.folder, "journal.acl")
+            with open(config, "w", encoding="utf-8") as file:
+                file.write(CONFIG)
+            words = [live_test.VELO, "run", "--config", config, "--port", "eth1=eth1", "--port", "eth2=eth2", "--patch",
+                     "eth1,eth2", "--control", self.socket]
+            # The library looks for the journal below /run/systemd.
+            script = f'mount -t tmpfs none /run && mkdir -p /run/systemd && ln -s {files[0]} /run/systemd/journal && exec "$@"'
+            with self.middle.entered():
+                agent = subprocess.Popen(["unshare", "-m", "sh", "-c", script, "sh", *words], stderr=errors,
+                                         env={**os.environ, "JOURNAL_STREAM": f"{stream.st_dev}:{stream.st_ino}"})
+            self.addCleanup(agent.wait)
+            self.addCleanup(agent.kill)
+            self.assertIn(b"VELO_EVENT=begin", journal.recv(10000))
+            self.control().apply(CONFIG + "ip access-list B\n", allowOpen=True)
+            told = dict(line.split(b"=", 1) for line in journal.recv(10000).splitlines())
+        self.assertEqual((told[b"VELO_EVENT"], told[b"VELO_SOURCE"], told[b"VELO_SUMMARY"], told[b"VELO_RESULT"],
+                          told[b"PRIORITY"], told[b"SYSLOG_IDENTIFIER"]),
+                         (b"change", b"cli", b"+1 list", b"applied", b"5", b"velo"))
+        self.assertRegex(told[b"VELO_WHO"].decode(), rf"^uid 0, pid {os.getpid()}, python")
+
+    def test_a_device_that_goes_is_told(self):
+        agent = self.start(CONFIG)
+        self.middle.ip("link", "set", "eth1", "down")
+        shown = lambda: json.loads(run(live_test.VELO, "show", "ports", "--json", "--control", self.socket).stdout)
+        self.assertTrue(until(lambda: not shown()["ports"]["eth1"]["live"]["up"]))
+        self.middle.ip("link", "del", "eth1")
+        self.assertTrue(until(lambda: not shown()["ports"]["eth1"]["live"]["present"]))
+        log = stderr_of(agent)
+        self.assertIn("velo: port eth1: its device eth1 is down\n", log)
+        self.assertIn("velo: port eth1: its device eth1 has gone\n", log)
 
     def test_a_second_agent_on_a_device_is_refused(self):
         first = self.start(CONFIG)
