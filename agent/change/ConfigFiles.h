@@ -16,8 +16,8 @@ namespace Agent {
 struct FileContent {
   FileIdentity identity;
   uint64_t hash = 0;
-  bool settled =
-      false;  ///< isSettled() when it was read; otherwise the content may differ in spite of the identity
+  /// isSettled() when it was read; otherwise the content may differ in spite of the identity.
+  bool settled = false;
 };
 
 /// How many mistakes are told of a text at most, when it comes from somebody else than the one who started

@@ -82,8 +82,8 @@ class DirectoryFiles {
   std::set<std::string> due_;
   std::set<std::string> forgotten_;  // to be removed from seen_ before the next look
 
-  std::map<std::string, FileContent>
-      seen_;  // contents that were read; empty while a look is going on, which has them
+  // Contents that were read; empty while a look is going on, which has them.
+  std::map<std::string, FileContent> seen_;
   std::vector<std::string> unreadable_;
   std::map<std::string, std::vector<std::string>> bad_;
   std::map<std::string, std::vector<std::string>> told_;  // of bad files, what the log was told last

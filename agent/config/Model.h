@@ -87,8 +87,8 @@ struct Model {
   std::map<std::string, std::vector<std::string>> portChannels;    ///< members in the order of the text
   std::map<std::string, std::vector<std::string>> mirrorSessions;  ///< destinations in the order of the text
   std::map<std::string, InterfaceNotes> interfaceNotes;            ///< none of them empty
-  std::map<std::string, ObjectGroup>
-      objectGroups;  ///< rules that name them have their members as alternatives
+  /// Rules that name them have their members as alternatives.
+  std::map<std::string, ObjectGroup> objectGroups;
   Notices notices;
 
   bool operator==(const Model&) const = default;

@@ -1,10 +1,3 @@
-#include <agent/ports/Captures.h>
-#include <agent/replay/Progress.h>
-#include <agent/replay/Replay.h>
-#include <agent/replay/VerdictRecorder.h>
-#include <agent/replay/VerdictWriter.h>
-#include <agent/show/Report.h>
-
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
 #include <agent/change/Apply.h>
@@ -12,6 +5,12 @@
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>
 #include <agent/core/Words.h>
+#include <agent/ports/Captures.h>
+#include <agent/replay/Progress.h>
+#include <agent/replay/Replay.h>
+#include <agent/replay/VerdictRecorder.h>
+#include <agent/replay/VerdictWriter.h>
+#include <agent/show/Report.h>
 #include <unistd.h>
 
 #include <cstdio>

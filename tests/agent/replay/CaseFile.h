@@ -15,15 +15,14 @@ namespace TestSupport {
 ///
 ///   [config], [config NAME]   a text for --config, in the order of the file
 ///   [dir NAME]                a file in --config-dir
-///   [options]                 further options of `velo replay`, a line each, an option's value behind a
-///   blank [frames]                  each frame (FrameText.h), and indented below it its verdict:
+///   [options]                 further options of `velo replay`, one on each line, with its value behind a blank
+///   [frames]                  each frame (FrameText.h), and indented below it its verdict:
 ///                               pass: HIT, HIT; copied to SESSION, SESSION
 ///                               drop DIRECTION "REASON": HIT, ...
 ///                             where a HIT is `INTERFACE DIRECTION TYPE LIST RULE ACTION`. The hit of an
 ///                             implicit drop is written as rule `implicit`.
-///   [report]                  the lines that ReportLines makes of the JSON document. Of a kind of line (its
-///   first
-///                             word) that the case uses, it has to write all.
+///   [report]                  the lines that ReportLines makes of the JSON document. If the case uses a kind of
+///                             line (its first word), it has to have all lines of that kind.
 ///
 /// Frames are numbered from 1 in the order of the file; every port's capture has its frames in that order.
 struct CaseFile {
