@@ -26,7 +26,7 @@ struct PollSpec {
   Field done;   ///< the number of the pass that was completed last
   Field asked;  ///< the number of the pass that was asked for last
   // A field of the machine.
-  Field duplicateSeen;  ///< somebody wants the pass to start over
+  Field duplicateSeen;  ///< somebody wants the pass to end, and the next one to begin at once
 };
 
 /// Copies a collection of counters into the status, again a second after each copy.

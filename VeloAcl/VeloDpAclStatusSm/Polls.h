@@ -45,7 +45,8 @@ class MachinePolls : public MachineStreams {
   void copyMacOutCountersTaskDel() { copyMacOutCounters_.taskDel(); }
   void copyIpOutCountersTaskDel() { copyIpOutCounters_.taskDel(); }
   void copyIp6OutCountersTaskDel() { copyIp6OutCounters_.taskDel(); }
-  // When somebody sets one of these, the pass of the poll starts over.
+  // When somebody sets one of these, the pass of the poll ends behind the counter that it is at. The next one
+  // begins at once: where the last pass that has yielded did so, or else at the first counter.
   ZEB_VALUE(bool, copyInCountersDuplicateSeen)
   ZEB_VALUE(bool, copyMacOutCountersDuplicateSeen)
   ZEB_VALUE(bool, copyIpOutCountersDuplicateSeen)

@@ -13,8 +13,10 @@ using ListCfg = std::optional<Kelp::Ptr<const Acl::AclConfig>>;
 
 /// The streams of the status machine: the way of a keyed event from the walker or poll that raised it to the
 /// status. A stream drops events before the second pass, traces itself at level 7 and a failed filter at
-/// level 6, writes, and passes the event on. After each write the event may be overtaken (EventsUnderWay) or
-/// the machine stopped, so this is asked before the next write.
+/// level 6, writes, and passes the event on. A write may cause another event about the same thing, which
+/// overtakes this one (EventsUnderWay), or stop the machine. So an event asks for that before it writes on.
+/// It does not ask before it deletes a parent that is empty then: an empty parent is wrong, whoever has
+/// emptied it.
 class MachineStreams : public MachineOutputs {
  public:
   // Events of the walkers. The rule is null when it is gone.
