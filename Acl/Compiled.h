@@ -28,17 +28,17 @@ class Compiled final : public CompiledRules<Rule> {
   void upkeepIs(bool on) override;
   size_t bytes() const override;
 
-  /// The first rule that a packet meets, null for none. False, and nothing is found, when the form does not
-  /// know, and the rules have to be tried in their order. `packet()` makes the packet, one of Packets.h. It
-  /// is made anew as often as it is asked, so that the usual way keeps none in memory.
+  /// Sets `found` to the first rule that matches a packet, null for none. False when the form does not know:
+  /// then the rules have to be tried in their order. `packet()` makes the packet, one of those in Packets.h.
+  /// It is called anew each time a packet is needed, so that usually no packet has to be kept in memory.
   template <class MakePacket>
   [[gnu::always_inline]] bool find(const MakePacket& packet, const Entry*& found) const {
     if (!ready_) [[unlikely]]
       return false;
     return take(look(packet(), view_), packet, found);
   }
-  /// The same of up to Classify::burstMost packets in one go. Where the form does not know, otherwise(i) says
-  /// what is found.
+  /// The same for up to Classify::burstMost packets at once. Where the form does not know, found[i] becomes
+  /// otherwise(i).
   template <class PacketAt, class Otherwise>
   void find(uint32_t count, const PacketAt& packetAt, const Otherwise& otherwise, const Entry** found) const {
     uint32_t slots[Classify::burstMost];
@@ -64,7 +64,7 @@ class Compiled final : public CompiledRules<Rule> {
     Filter filter;
   };
 
-  /// What a quick look-up has answered for a packet, as find().
+  /// Does the rest of find() with the answer of a quick look-up.
   template <class MakePacket>
   [[gnu::always_inline]] bool take(uint32_t slot, const MakePacket& packet, const Entry*& found) const {
     if (slot & Classify::askBit) [[unlikely]]
@@ -77,8 +77,8 @@ class Compiled final : public CompiledRules<Rule> {
     return found != nullptr;
   }
 
-  /// What a look-up is to answer that has come upon a rule that has to be asked, or upon no slot when it only
-  /// knows that it cannot tell.
+  /// The thorough look-up, behind a quick one that stopped at `slot`: at a rule that must be tested itself,
+  /// or at noSlot when the quick one cannot decide. Returns the slot of the first rule that matches.
   template <class Packet>
   [[gnu::noinline]] uint32_t searchFrom(const Packet& packet, uint32_t slot) const {
     struct Asked {

@@ -75,22 +75,22 @@ struct IpFilterBase {
   bool operator==(const IpFilterBase&) const = default;
 };
 
-/// Filters of which a packet has to meet any one, as a rule stands for that names groups: shared by all
-/// copies and never changed. They have no alternatives of their own.
+/// Filters of which a packet has to match any one: a rule that names groups stands for them. All copies share
+/// them, and they are never changed. None of them has alternatives of its own.
 template <class Filter>
 class Alternatives {
  public:
-  /// There are none: the filter that has this says all itself.
+  /// There are none: the filter alone says what matches.
   Alternatives() = default;
-  /// The filter that has this matches what these do, and nothing when there are none in it.
+  /// The filter matches what one of `all` matches; nothing when `all` is empty.
   explicit Alternatives(std::vector<Filter> all)
       : all_(std::make_shared<const std::vector<Filter>>(std::move(all))) {}
 
   bool given() const { return all_ != nullptr; }
-  /// When they are given.
+  /// Only when they are given.
   const std::vector<Filter>& all() const { return *all_; }
 
-  /// In whatever memory, and in this order.
+  /// Equal filters in the same order, wherever they lie.
   bool operator==(const Alternatives& other) const {
     return all_ == other.all_ || (all_ && other.all_ && *all_ == *other.all_);
   }

@@ -4,9 +4,9 @@
 #include <Acl/MatchFields.h>
 #include <Classify/Find.h>
 
-/// What a packet is to the rules of each kind. Made where it is needed and thrown away: its parts are
-/// pointers and small values, which a caller has in registers. `fields()` is what a rule is held against,
-/// `keyFor()` what the compiled form of a list is asked with.
+/// A packet as the rules of each kind see it. Made where it is needed and thrown away: its parts are pointers
+/// and small values, which the caller has in registers. `fields()`: the values that rules are tested with,
+/// one rule at a time; `keyFor()`: the key for the compiled form.
 namespace Acl {
 
 /// What packets before the rules of IPv4 and IPv6 have in common. The L4 headers are null where the packet

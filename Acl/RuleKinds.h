@@ -21,7 +21,7 @@ struct RuleOperations {
   static void remove(AclSubConfig& list, const Kiv::UniqueId& id) { (list.*ruleDel)(id); }
 };
 
-/// They, for code that is the same for all three kinds.
+/// The operations for each of the three kinds of rules, for code that is the same for all of them.
 template <class Rule>
 struct RuleKind;
 template <>

@@ -12,22 +12,22 @@ namespace {
 constexpr size_t manyCells = 64;    // so many are looked at to choose a bit
 constexpr size_t manyMembers = 96;  // and so many members of each
 
-/// A number for each bit of a key, four in a vector: the compiler makes no vectors of its own here.
+/// A number for each bit of a key, four in a vector. Left to itself, the compiler makes no vectors here.
 using Four = float __attribute__((vector_size(16)));
 using Each = std::array<Four, 32>;
 
 /// The words of a key.
 using Words = uint64_t __attribute__((vector_size(16)));
 
-/// Counts, for each bit of a key, how often it was set. Bit i of all counters together is one pair of words,
-/// so that adding a key is a few additions with carry.
+/// Counts, for each bit of a key, how often it was set. digits_[i] has bit i of all counters, so one addition
+/// with carry adds to all of them at once.
 class BitCounts {
  public:
   void clear() {
     added_ = 0;
     digits_ = {};
   }
-  /// At most 255 times. No branch depends on the key, for none could be foreseen.
+  /// At most 255 times. No branch depends on the key: the processor could not foresee it.
   void add(Words key) {
     const auto used = static_cast<size_t>(std::bit_width(++added_));
     for (size_t i = 0; i < used; ++i) {
@@ -42,7 +42,7 @@ class BitCounts {
     for (const Words& digit : digits_) bits |= digit;
     return bits;
   }
-  /// How often each of eight bits was set.
+  /// How often each of the eight bits of an octet was set.
   void counts(size_t octet, Four (&counts)[2]) const {
     uint64_t all = 0;  // eight counts
     const auto used = static_cast<size_t>(std::bit_width(added_));
@@ -89,9 +89,9 @@ class Divider {
   }
 
  private:
-  /// What a choice of each bit would do, added up over cells.
+  /// What the choice of each bit would change, added up over cells.
   struct Prospects {
-    float cost = 0;  ///< as it is: members that a packet is held against, times packets
+    float cost = 0;  ///< without the bit: members that a packet is compared with, times packets
     Each gain{};
     Each copies{};
     Words told{};  ///< the bits that tell members apart
@@ -113,11 +113,11 @@ class Divider {
       for (size_t i = 0; i < members.size(); i += step) count(images_.asked(members[i]));
     }
     const auto size = static_cast<float>((members.size() + step - 1) / step);
-    // As if every member had been counted: costs grow with their number.
+    // Scaled up as if every member had been counted.
     const auto all = static_cast<float>(members.size()), copied = static_cast<float>(step);
     const float share = static_cast<float>(packets_[cell]) / size * (all / size);
     prospects.cost += share * size * size;
-    // A bit that all members have alike tells nothing.
+    // A bit that is the same in all members does not divide them.
     const Words tells = zeros_.any() & ones_.any();
     prospects.told |= tells;
     for (size_t octet = 0; octet < 16; ++octet) {
@@ -136,7 +136,8 @@ class Divider {
     }
   }
 
-  /// The bit whose choice lowers the cost most for the copies that it makes; -1 when none is worth it.
+  /// The bit after which the cost, raised for the copies that the bit makes, is lowest; -1 when no bit is
+  /// worth it.
   int bestBit() {
     std::vector<size_t> large;
     for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
@@ -177,8 +178,8 @@ class Divider {
     for (size_t cell = 0; cell < made_.cells.size(); ++cell) {
       const auto [zeros, ones] = cut(cell, word, mask, halves);
       const auto size = static_cast<double>(made_.cells[cell].size());
-      // A member that is in both halves sends half of its packets to each, and what is hidden sends its own
-      // where the others are.
+      // A member that is in both halves sends half of its packets to each. The packets of a member that is
+      // left out come to the same halves as those of the others.
       const double both = std::max(0.0, static_cast<double>(zeros + ones) - size);
       const double inZero = static_cast<double>(zeros) - both / 2,
                    inOne = static_cast<double>(ones) - both / 2;
@@ -199,7 +200,7 @@ class Divider {
     return true;
   }
 
-  /// Whether the leaves of cells, with the places of the cells themselves, are more blocks than there may be.
+  /// Whether the leaves of cells, and the table of the cells, would take more blocks than the limit.
   bool needTooMuch(const Cells& cells) {
     constexpr size_t cellsPerBlock = 64;
     const auto blocksOf = [](std::span<const uint32_t> members) {
@@ -208,7 +209,7 @@ class Divider {
     size_t blocks = cells.size() / cellsPerBlock;
     for (size_t cell = 0; cell < cells.size(); ++cell) blocks += blocksOf(cells[cell]);
     if (blocks <= limits_.maxBlocks) return false;
-    // That may be because some are the same.
+    // Cells with the same members share a leaf, which counts once.
     seen_.assign(std::bit_ceil(cells.size() * 2), 0);
     for (size_t cell = 0; cell < cells.size(); ++cell) {
       const auto members = cells[cell];
@@ -241,7 +242,7 @@ class Divider {
 
     Region region;
     uint32_t* at;         ///< where the next member goes
-    bool closed = false;  ///< a member takes all packets, and none comes behind it
+    bool closed = false;  ///< a member takes all packets: no more members are added
   };
 
   /// Cuts a cell in two; returns how many members each half has.
@@ -281,7 +282,8 @@ class Divider {
     return {inZero, inOne};
   }
 
-  /// Without a branch that depends on the member, for none could be foreseen.
+  /// Adds a member to a half that it `meets`. No branch depends on the member: the processor could not
+  /// foresee it.
   void put(uint32_t member, bool meets, bool last, Half& half, Halves& halves) {
     const Asked& asked = images_.asked(member);
     meets = meets && !half.closed;
@@ -295,7 +297,7 @@ class Divider {
     }
   }
 
-  /// Takes out of all cells what is in too many of them.
+  /// Takes the members that are in too many cells out of all cells.
   void leaveOut(Cells& cells) {
     std::fill(copies_.begin(), copies_.end(), 0);
     for (const uint32_t member : cells.members) {
@@ -312,7 +314,7 @@ class Divider {
     cells.members.resize(kept);
   }
 
-  /// Brings the cells, which are in the order in which the bits were chosen, into that of their numbers.
+  /// Sorts the cells by their numbers; up to then their order follows that in which the bits were chosen.
   void sortCells() {
     const int lower = __builtin_popcountll(made_.mask[1]);
     std::vector<uint32_t> from(regions_.size());

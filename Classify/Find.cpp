@@ -22,7 +22,7 @@ const Kernels* kernels = best();
 const Kernels* kernelsOf(Unit unit) {
   if (unit == Unit::portable) return &portableKernels;
 #ifdef VELO_CLASSIFY_X86
-  // On the processors that are asked for by name, gathering bits is microcode and slower than a loop.
+  // The processors named here have an instruction that gathers bits, but it is slower than a loop.
   const bool gathers =
       __builtin_cpu_supports("bmi2") && !__builtin_cpu_is("znver1") && !__builtin_cpu_is("znver2");
   if (unit == Unit::avx2 && gathers && __builtin_cpu_supports("avx2")) return &avx2Kernels;

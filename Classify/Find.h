@@ -16,18 +16,19 @@ struct Kernels {
   using SearchLong = uint32_t(const View& view, const uint8_t* addresses, uint64_t lower, uint32_t quad,
                               const Questions& questions, const void* context);
 
-  /// By shape, quick: the slot of the first rule, in the order of trial, that the packet meets; noSlot when
-  /// there is none; with askBit when that is not sure.
+  /// The quick look-up, by shape: the slot of the first rule in the order of trial that matches the packet,
+  /// or noSlot. With askBit the answer is not sure.
   Find* find[shapes];
   FindLong* findLong[shapes];
-  /// The same of up to burstMost packets, whatever the shape, but for whether blocks hold the quad.
+  /// The same for up to burstMost packets. One for blocks without the quad, one for blocks with it; each is
+  /// for all other differences of shape.
   FindBurst* findBurst[2];
-  /// The upper bits of a packet in the long form; adds to the lower ones.
+  /// The upper bits of the key of a packet in the long form; sets the projection's bits in `lower`.
   Project* project;
-  /// Thorough: asks whatever is to be asked, and is sure.
+  /// The thorough look-up: asks about every inexact rule on its way. Its answer is sure.
   Search* search;
   SearchLong* searchLong;
-  /// Whether gathering bits, which is the way through a node, is an instruction and not a loop.
+  /// Whether bits are gathered, as every node needs it, by one instruction; otherwise a loop does it.
   bool gathersAtOnce;
 };
 

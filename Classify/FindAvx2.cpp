@@ -15,8 +15,8 @@ class Packet : Words {
   using Words::Words;
   static Packet of(const Keys& keys, uint32_t packet) { return {keys, packet}; }
 
-  /// A bit for each lane of a block that the packet meets. A saturating difference is zero where the smaller
-  /// number is taken from the larger: inside a range both are.
+  /// A bit for each lane of a block, set where the packet matches. Ranges are compared by saturating
+  /// differences: `low - number` and `number - high` are both zero when the number is in the range.
   template <bool wide>
   uint32_t meets(const Plane* block) const {
     const auto bits = [block](__m256i word, uint32_t value, uint32_t mask) {

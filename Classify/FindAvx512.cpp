@@ -9,14 +9,14 @@ inline uint32_t nonZero(Part part) {
   return _mm256_test_epi64_mask(reinterpret_cast<__m256i>(part), reinterpret_cast<__m256i>(part));
 }
 
-/// Three-way logic and mask registers are what is gained.
+/// Faster than AVX2 by logic of three operands and by mask registers.
 class Packet : Words {
  public:
   using Words::Words;
   static Packet of(const Keys& keys, uint32_t packet) { return {keys, packet}; }
 
-  /// A bit for each lane of a block that the packet meets. A saturating difference is zero where the smaller
-  /// number is taken from the larger: inside a range both are.
+  /// A bit for each lane of a block, set where the packet matches. Ranges are compared by saturating
+  /// differences: `low - number` and `number - high` are both zero when the number is in the range.
   template <bool wide>
   uint32_t meets(const Plane* block) const {
     constexpr int differsUnderMask = 0x28;  // (a ^ b) & c

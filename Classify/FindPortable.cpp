@@ -1,6 +1,6 @@
 #include <Classify/Kernels.h>
 
-// Vectors of the compiler's own, which it makes of whatever the target has.
+// Uses the compiler's generic vectors, which it turns into instructions of any processor.
 
 namespace Classify {
 namespace {
@@ -14,7 +14,7 @@ inline uint32_t nonZero(Part part) { return uint32_t{part[0] != 0} | uint32_t{pa
 constexpr uint32_t lanesAtOnce = sizeof(Words) / sizeof(uint32_t);
 
 constexpr bool gathersAtOnce = false;
-/// The bits of a word under a mask, side by side at the lower end.
+/// Gathers the bits of a word that are under a mask into the lowest bits.
 inline uint64_t gather(uint64_t bits, uint64_t mask) {
   uint64_t gathered = 0;
   int at = 0;
@@ -32,7 +32,7 @@ inline uint64_t gather(uint64_t bits, uint64_t mask) {
   return gathered;
 }
 
-/// A packet's words, each in every lane.
+/// A packet's words, each repeated in every lane.
 class Packet {
  public:
   explicit Packet(const Key& key)
@@ -44,7 +44,7 @@ class Packet {
 
   static Packet of(const Keys& keys, uint32_t packet) { return Packet(keys.key(packet)); }
 
-  /// A bit for each lane of a block that the packet meets.
+  /// A bit for each lane of a block, set where the packet matches.
   template <bool wide>
   uint32_t meets(const Plane* block) const {
     uint32_t met = 0;
@@ -56,7 +56,7 @@ class Packet {
   }
 
  private:
-  /// Zero in the lanes that the packet meets.
+  /// Zero in the lanes where the packet matches.
   template <bool wide>
   Words differences(const Plane* block, uint32_t lane) const {
     const auto words = [block, lane](uint32_t plane) {

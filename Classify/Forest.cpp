@@ -19,44 +19,44 @@ constexpr size_t fewImages = 2048;              // a list of no more may have mo
 constexpr size_t bytesPerImage = 230;           // of trees; sieves come beside
 constexpr size_t unlimited = ~size_t{0};
 
-/// How often there may be an image in the cells of a node, on average; and for how many of the list's images
-/// there is room beside, in the node of a whole tree, which may have few of them.
+/// How many copies of images a node may have: on average `copies` of each image, and the root of a tree,
+/// which may have few images, besides `room` for each image of the list.
 struct Plenty {
   double copies, room;
-  size_t inAll;  ///< as copies, of all nodes of a tree together: that bounds the time
+  size_t inAll;  ///< like `copies`, for all nodes together: that bounds the time
 };
 constexpr Plenty ofFew = {24, 4, 24}, ofMany = {3.75, 0.125, 12};
 
 size_t times(double factor, size_t size) { return static_cast<size_t>(factor * static_cast<double>(size)); }
 
-/// What a look-up in a leaf of so many images costs, in blocks compared.
+/// The cost of a look-up in a leaf of so many images. Costs are counted in blocks compared.
 double stepsIn(size_t images) {
   constexpr size_t stepsOfASieve = 40;
   if (images <= Leaves::longLeaf) return static_cast<double>(images) / Plane::lanes;
   return static_cast<double>(stepsOfASieve * ((images + Row::images - 1) / Row::images));
 }
 
-/// The same in the cells of a division. That a packet meets nothing in the first block, and something in the
-/// next one, nobody foresees.
+/// The same for the cells of a division. In a leaf of several blocks the processor cannot foresee in which of
+/// them a packet finds its rule: that costs a surprise.
 double stepsIn(const Division& division) {
   constexpr double stepsOfASurprise = 3;
   return division.meanCompany / Plane::lanes + (division.meanCompany > Plane::lanes ? stepsOfASurprise : 0);
 }
 
-/// What images cost that a tree leaves to the trees behind it: another look-up, and the harder it will be to
-/// tell them apart.
+/// The cost of the images that a tree leaves to the trees behind it: another look-up, which is the slower the
+/// more images are left.
 double stepsBehind(size_t left, size_t images) {
   return left == 0 ? 0 : 4 + 8 * static_cast<double>(left) / static_cast<double>(images);
 }
 
-/// Whether a division whose look-ups cost so many steps is worth the memory that its copies take: one leaf
-/// with all images takes less.
+/// Whether a division whose look-ups cost `steps` is worth the memory of its copies. Otherwise all images go
+/// into one leaf, which takes less memory.
 bool pays(size_t images, double steps) { return images <= Leaves::longLeaf || 2 * steps < stepsIn(images); }
 
 __extension__ using Bits128 = unsigned __int128;
 Bits128 both(uint64_t upper, uint64_t lower) { return Bits128{upper} << 64 | lower; }
 
-/// Whether a mask leaves so few addresses that a tree may ask for them.
+/// Whether a mask leaves so few addresses that a tree divides by them.
 bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
 
 }  // namespace
@@ -64,7 +64,7 @@ bool saysMuch(uint32_t mask) { return std::popcount(mask) >= 12; }
 /// Makes nodes and leaves in a forest, within a budget.
 class Forest::Builder {
  public:
-  /// `bytes`: what leaves should take at most.
+  /// `bytes`: what the trees should take at most.
   Builder(Forest& forest, const Images& images, const Plenty& plenty, size_t bytes)
       : forest_(forest),
         images_(images),
@@ -72,24 +72,24 @@ class Forest::Builder {
         bytes_(bytes),
         budget_(images.size() * plenty.inAll + 1024) {}
 
-  /// What a division of so many images may have in all its cells; in the node of a whole tree there is room
-  /// beside.
+  /// How many members the cells of a division of so many images may have together.
   size_t membersFor(size_t images, size_t room) const {
     return std::min(times(plenty_.copies, images) + room, budget_ + images);
   }
   size_t room() const { return times(plenty_.room, images_.size()); }
-  /// What of the bytes has not been taken.
+  /// How many octets of the trees' limit are still free.
   size_t bytesLeft() const { return bytes_ - std::min(bytes_, forest_.treeBytes()); }
-  /// The blocks for a division whose leaves should take so many bytes: some are left for what is below.
+  /// How many blocks a division may have whose leaves should take so many bytes. A part of these is left for
+  /// the nodes below.
   size_t blocksIn(size_t bytes) const {
     return times(0.9, bytes) / (sizeof(Plane) * forest_.leaves_.planesPerBlock());
   }
 
-  /// The division for the next of several trees; what is left out goes on to the trees behind it. Does not
-  /// divide when there is none that would.
+  /// The division for the next of several trees. Images that it leaves out go to the trees behind. When no
+  /// division helps, the one that is returned does not divide.
   ///
-  /// Of images that say much about one address and little about the other, a tree that asks about the one
-  /// keeps few copies.
+  /// Many images say much about one address and little about the other. A tree for these divides by bits of
+  /// the one address only, and so has few copies of them.
   Division chosen(std::span<const uint32_t> members) const {
     constexpr uint64_t all = ~uint64_t{0}, first = all << 32, second = all >> 32;
     struct Choice {
@@ -108,7 +108,7 @@ class Forest::Builder {
         (fits ? inside : outside).push_back(member);
       }
       if (inside.empty() || stepsBehind(outside.size(), members.size()) >= fewest) continue;
-      // To try all takes long where there are many.
+      // With many images the last choice takes too long to try when an earlier one is good enough.
       constexpr size_t many = 256;
       constexpr double fewEnough = 8;
       if (choice.allowed == all && members.size() > many && fewest < fewEnough) continue;
@@ -131,13 +131,13 @@ class Forest::Builder {
     return best;
   }
 
-  /// A place, and what a look-up costs that comes there, in blocks compared.
+  /// A place, and the cost of a look-up from there on.
   struct Made {
     uint32_t place;
     double steps;
   };
 
-  /// A place for images: a leaf, or a node with all that is below it, whose leaves should take so many bytes.
+  /// Makes a leaf for images, or a node with all that is below it; all leaves together should take `bytes`.
   Made place(std::span<const uint32_t> members, const Region& region, int depth, size_t bytes) {
     constexpr int maxDepth = 8;
     const size_t size = members.size();
@@ -176,7 +176,7 @@ class Forest::Builder {
       }
       const Made made = make();
       at->second = made;
-      // How a node divides its images depends on the packets that come there.
+      // A node is not shared: it divides its images by the packets that come there, which differ.
       if (!(made.place & leafBit)) known.erase(at);
       return made;
     };
@@ -199,7 +199,7 @@ class Forest::Builder {
       }
     }
     if (depth == 0) forest_.deep_ = deeper > 0.25;
-    // They get what is left of the bytes, according to their sizes.
+    // Cells that are too large share the bytes that are left, in proportion to their sizes.
     for (size_t cell = 0; toDivide > 0; ++cell) {
       const auto inside = division.cells[cell];
       if (inside.size() <= fullLeaf) continue;
@@ -233,7 +233,7 @@ class Forest::Builder {
 Forest::Forest() : gathersAtOnce_(kernels->gathersAtOnce) { build({}, {}, false); }
 
 void Forest::build(std::span<const Image> images, std::span<const uint32_t> sequences, bool wide) {
-  // Behind an image that every packet meets there is nothing to find.
+  // No packet gets to the images behind one that every packet matches.
   const auto everything = std::find_if(images.begin(), images.end(),
                                        [](const Image& image) { return overlap({}, image) == Overlap::all; });
   const bool hides = everything != images.end() && everything + 1 != images.end();
@@ -254,8 +254,8 @@ void Forest::build(std::span<const Image> images, std::span<const uint32_t> sequ
   };
   clear();
   Builder builder(*this, prepared, few ? ofFew : ofMany, images.size() * bytesPerImage + 4096);
-  // One tree is the fastest, where most images say much about both addresses; otherwise it would have many
-  // copies of the others. It is in any case where the way through a node is long.
+  // One tree is the fastest where most images say much about both addresses; it would have many copies of
+  // other images. Where the way through a node is a long loop, one tree is always faster.
   size_t specific = 0;
   for (const Image& image : images) specific += saysMuch(image.mask[0]) && saysMuch(image.mask[1]);
   const bool one =
@@ -287,8 +287,8 @@ void Forest::noteIn(uint32_t tree, uint32_t slot, uint32_t sequence) {
   bounds_[tree].sequence = std::min(bounds_[tree].sequence, sequence);
 }
 
-/// Whether a tree can be left out is a branch, which is worth it where it is mostly foreseen: where most
-/// images of the trees before, and so most of what packets meet there, come before all of the tree's.
+/// Leaving a tree out takes a branch. That is worth it only if the processor mostly foresees it: if most
+/// images of the trees before, and so most rules that packets find there, come before all images of the tree.
 void Forest::chooseAlways(const Images& images) {
   constexpr double fewEnough = 0.4;
   view_.always = 1;
@@ -307,7 +307,7 @@ void Forest::chooseAlways(const Images& images) {
   }
 }
 
-/// They are known only now: much may have been planted in vain.
+/// Only at the end, when it is known which leaves stay.
 void Forest::sieveLongLeaves() {
   if (!bounded_) return;
   std::map<uint32_t, uint32_t> known;  // cells may share a leaf
@@ -329,7 +329,7 @@ double Forest::plant(Builder& builder, const Images& images, bool several) {
   };
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
-  // Those that are going into the next tree, of all that are still to be planted.
+  // Notes for `all` but the ones that are `left` that they go into the next tree.
   const auto planted = [&](std::span<const uint32_t> all, std::span<const uint32_t> left) {
     size_t at = 0;
     for (const uint32_t member : all) {
@@ -396,7 +396,8 @@ size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& i
   const auto cellOf = [&node](uint64_t upper, uint64_t lower) {
     return gatherBits(upper, node.mask[0]) << node.shift | gatherBits(lower, node.mask[1]);
   };
-  // The cells by their numbers, and in step with them by the bits of the key that the numbers are made of.
+  // Counts through the numbers of all cells of the image, and in step through the bits of the key that they
+  // stand for.
   const uint64_t fixed = cellOf(bits.value[0], bits.value[1]);
   const uint64_t open = cellOf(~bits.mask[0], ~bits.mask[1]);
   const Bits128 openBits = both(node.mask[0] & ~bits.mask[0], node.mask[1] & ~bits.mask[1]);

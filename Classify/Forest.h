@@ -10,37 +10,37 @@ namespace Classify {
 
 class Images;
 
-/// The compiled form of a list: decision trees over its images, whose leaves are compared eight rules at a
-/// time. See README.md for the picture. Not safe for use by several threads; building one touches nothing but
-/// its arguments and may be done on any thread.
+/// The compiled form of a list: decision trees over its images; in their leaves eight rules are compared at
+/// once. README.md has a picture. Several threads must not use one forest. It may be built on any thread, for
+/// building reads nothing but its arguments.
 class Forest {
  public:
   Forest();
 
-  /// Makes the trees of images that stand in the order of trial, of which `sequences` has by slot a number
-  /// that does not fall along it. What was there is gone. `wide`: whether leaves hold the quad; without,
-  /// images that ask for it must be inexact.
+  /// Makes the trees anew. `images` are in the order of trial; `sequences` has a number for each slot, which
+  /// never becomes smaller in that order. `wide`: whether leaves hold the quad. If they do not, images that
+  /// need the quad must be inexact.
   void build(std::span<const Image> images, std::span<const uint32_t> sequences, bool wide);
 
   /// Adds an image. Images of one slot are neighbours in the order.
   void insert(const Image& image, const Order& order);
-  /// Takes out the images of an image's slot wherever that image is.
+  /// Takes the images of this image's slot out of all leaves that this image belongs in.
   void erase(const Image& image);
 
-  /// What a look-up reads, which compares slots by the caller's `sequences`, or where there are none by their
-  /// own numbers; but for the projection.
+  /// What a look-up reads. Slots are ordered by `sequences`, or by their own numbers when it is null. The
+  /// projection is not set here.
   View view(const uint32_t* sequences) const;
   bool wide() const { return leaves_.planesPerBlock() == wideBlock; }
-  /// True when rules that come after a slot's were left out somewhere because it takes all their packets: the
-  /// trees do not know what comes without it.
+  /// True when later rules were left out of a leaf because the rule of this slot takes all packets there.
+  /// Without that rule the trees would give wrong answers.
   bool shadows(uint32_t slot) const { return slot < shadowing_.size() && shadowing_[slot]; }
-  /// The number of images added that belong in too many leaves and are looked through one by one instead; and
-  /// of blocks in leaves that have lost their sieves through changes. Both are gone when the forest is built
-  /// anew.
+  /// How much slower changes have made look-ups: the number of images added that belong in too many leaves,
+  /// and are tried one by one instead; and the number of blocks in leaves that have lost their sieves. Zero
+  /// after build().
   size_t strays() const { return strays_; }
-  /// True when leaves stayed long, as dividing them would have taken too much memory for what it gains.
+  /// True when some leaves stayed long, because dividing them would take too much memory for what it gains.
   bool bounded() const { return bounded_; }
-  /// The heap memory in use.
+  /// The heap memory in use, in octets.
   size_t bytes() const;
 
  private:
@@ -49,10 +49,10 @@ class Forest {
   /// Makes one tree or several; returns what a look-up costs, in blocks compared.
   double plant(Builder& builder, const Images& images, bool several);
   void noteIn(uint32_t tree, uint32_t slot, uint32_t sequence);
-  /// Decides which trees every packet is looked up in.
+  /// Sets the number of trees that are searched for every packet.
   void chooseAlways(const Images& images);
-  /// Calls visit(place, region) for the leaves that an image belongs in, and stops when more than `limit`
-  /// cells have been looked into. Returns their number.
+  /// Calls visit(place, region) for each leaf that an image belongs in. Stops when it has looked into more
+  /// than `limit` cells. Returns how many it has looked into.
   template <class Visit>
   size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
                      const Visit& visit);
@@ -62,8 +62,8 @@ class Forest {
   size_t treeBytes() const;
   void refreshView();
 
-  /// None of the images that were ever put into a tree has a lower slot or a lower sequence number. Images
-  /// that are taken out leave it as it is.
+  /// The lowest slot and the lowest sequence number of all images that were ever put into a tree. Taking an
+  /// image out does not change them.
   struct Bound {
     uint32_t slot = ~uint32_t{0}, sequence = ~uint32_t{0};
   };
@@ -74,13 +74,13 @@ class Forest {
   std::vector<uint32_t> cells_;
   Leaves leaves_;
   std::vector<bool> shadowing_;     // by slot
-  std::vector<uint8_t> plantedIn_;  // by slot: a bit for each tree that its images are in
-  uint32_t planted_ = 0;            // trees that were made when the forest was built
+  std::vector<uint8_t> plantedIn_;  // by slot: bit i is set when tree i has images of it
+  uint32_t planted_ = 0;            // how many trees build() has made
   Bound bounds_[maxTrees];          // by tree
-  size_t enoughBytes_ = 0;          // no leaf is divided when trees have grown so large through changes
+  size_t enoughBytes_ = 0;          // when changes have made the trees so large, no more leaves are divided
   size_t strays_ = 0;
   bool bounded_ = false;
-  bool deep_ = false;  // many packets go through two nodes of the tree that was made last
+  bool deep_ = false;  // in the tree that was made last, many packets go through two nodes
 };
 
 }  // namespace Classify

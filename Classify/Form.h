@@ -3,14 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The compiled form of a list as it lies in memory, and what a packet is to it. Plain data, so that the
-/// kernels, which are compiled for several processors, share nothing else with the rest.
+/// The compiled form of a list as it lies in memory, and the form of a packet that it is searched for. Plain
+/// data only: kernels are compiled for several processors, and share nothing else with the rest.
 namespace Classify {
 
-/// A packet as rules are compared with it. What the words mean is their business who make keys and images:
-/// `first`, `second` and `third` are compared bit by bit under a mask, the two numbers of `pair` (16 bits
-/// each) with ranges, and the four of `quad` (8 bits each) with what they must be at least: a number and its
-/// complement, side by side, are compared with a range so.
+/// A packet in the words that rules are compared with. Who makes keys and images decides which field is in
+/// which word. `first`, `second` and `third` are compared bit by bit under a mask; the two numbers of `pair`
+/// (16 bits each) with a range each; the four of `quad` (8 bits each) with a minimum each. A number and its
+/// complement make a range.
 struct Key {
   uint64_t bits[2] = {0, 0};  ///< first in the upper half and second; pair in the upper half and third
   uint32_t quad = 0;
@@ -27,7 +27,7 @@ struct Image {
   uint32_t pairLow = 0, pairHigh = 0xffffffff;
   uint32_t quad = 0;
   uint32_t slot = 0;
-  bool exact = true;  ///< false: the rule asks more, and whoever meets the image is asked again
+  bool exact = true;  ///< false: the rule asks for more, and a packet that matches is compared with it, too
 
   bool operator==(const Image&) const = default;
 };
@@ -38,7 +38,7 @@ struct alignas(32) Plane {
   uint32_t lane[lanes];
 };
 
-/// The planes of a block, which is what is compared at once: eight rules in the order of trial.
+/// The planes of a block. A block is eight rules in the order of trial, which are compared at once.
 enum PlaneOf : uint32_t {
   firstValue,
   firstMask,
@@ -54,22 +54,22 @@ enum PlaneOf : uint32_t {
   wideBlock,
 };
 
-/// In a lane of the slot plane: the rule's slot, and in the upper bits what kind of lane it is.
+/// A lane of the slot plane has the rule's slot in its lower bits, and in the upper ones the kind of lane.
 constexpr uint32_t inexactLane = 1u << 31;
-/// Only in the first lane: the leaf goes on in the next block.
+/// In the first lane only: the leaf goes on in the next block.
 constexpr uint32_t moreBlocks = 1u << 30;
 constexpr uint32_t slotMask = moreBlocks - 1;
 constexpr uint32_t noSlot = slotMask;
 
-/// An inner node: some bits of the key, gathered, are the number of the cell where to go on.
+/// An inner node: some bits of the key, gathered, are the number of the cell to go to.
 struct Node {
   uint64_t mask[2];  ///< the bits of Key::bits
   uint32_t cells;    ///< where its cells begin
   uint32_t shift;    ///< the number of bits of mask[1], which are the lower ones of the cell's number
 };
 
-/// A place to go on: a node's number; or this bit and the number of the first plane of a leaf; or both bits
-/// and the number of a sieve, behind which is a long leaf.
+/// A cell contains a place: the number of a node; or leafBit and the number of a leaf's first plane; or both
+/// bits and the number of a long leaf's sieve.
 constexpr uint32_t leafBit = 1u << 31;
 constexpr uint32_t sieveBit = 1u << 30;
 
@@ -79,29 +79,29 @@ struct alignas(64) Row {
   uint64_t bits[images / 64];
 };
 
-/// What tells the few images of a long leaf that a packet may meet: for some chunks of the key and each value
-/// that they may have, the images that do not contradict.
+/// Finds the few images of a long leaf that a packet may match. For some chunks of the key, a row for each
+/// value that the chunk can have says which images allow that value.
 struct Sieve {
   static constexpr uint32_t maxChunks = 24;
   /// Some neighbouring bits of a word of Key::bits.
   struct Chunk {
-    uint32_t rows;  ///< where the row of the value 0 is in each group, in octets
-    uint16_t mask;  ///< of the bits, where they number octets of rows
-    uint8_t turn;   ///< how far the word is rotated to the right for that
+    uint32_t rows;  ///< where the row of the value 0 begins, in octets from the begin of a group
+    uint16_t mask;  ///< what is left of the rotated word under it is the value times the size of a row
+    uint8_t turn;   ///< how many bits the word is rotated to the right for that
   };
 
   uint32_t leaf;    ///< the number of its first plane
-  uint32_t rows;    ///< the first row; each group begins with the row of the images that there are
+  uint32_t rows;    ///< the number of the first row; a group's first row says which images there are
   uint32_t groups;  ///< of 512 images; each has all rows
   uint32_t rowsPerGroup;
-  uint32_t ends[2];  ///< behind the last chunk of each word
-  bool exact;        ///< what is left is met
+  uint32_t ends[2];  ///< by word of the key: the number behind its last chunk
+  bool exact;        ///< an image that all rows allow matches
   Chunk chunk[maxChunks];
 };
 
-/// How two addresses of 128 bits are made the first and the second word of a key: of each, up to 32 bits that
-/// tell rules apart are gathered, and a bit of the third word says that all others that most rules ask for
-/// are as they ask.
+/// How two addresses of 128 bits become the first and the second word of a key. Up to 32 bits of each address
+/// are gathered: those in which the rules differ. Of its other bits, those that most rules ask for are
+/// compared with one value, and a bit of the third word says whether they are equal.
 struct Projection {
   struct Side {
     uint64_t mask[2] = {0, 0};  ///< the bits that are gathered; upper half first
@@ -115,10 +115,10 @@ struct Projection {
 
 constexpr uint32_t maxTrees = 4;
 
-/// What a look-up has to do; there is a kernel for each combination.
+/// What a forest is like. There is a kernel for each combination.
 enum Shape : uint32_t {
   wideShape = 1,     ///< blocks hold the quad
-  deepShape = 2,     ///< there is one tree, in which many packets come from the root's node to another
+  deepShape = 2,     ///< there is one tree, in which many packets go from the root's node to another node
   severalShape = 4,  ///< there are several trees; never with deepShape
   shapes = 6,
 };
@@ -131,21 +131,22 @@ struct View {
   const Sieve* sieves = nullptr;
   const Row* rows = nullptr;
   uint32_t shape = 0;
-  bool far = false;  ///< planes are more than the caches that are near hold
+  bool far = false;  ///< the planes are larger than the near caches
   uint32_t trees = 0;
-  uint32_t always = 0;  ///< so many trees every packet is looked up in; in the others only who may find more
+  /// The first `always` trees are searched for every packet, a later one only if it may have an earlier rule.
+  uint32_t always = 0;
   uint32_t roots[maxTrees] = {};
-  /// By slot, what says which rule is tried first; null when slots are in the order of trial themselves.
+  /// By slot: the rule with the lower number is tried first. Null when the lower slot is tried first.
   const uint32_t* sequences = nullptr;
-  /// By tree, in what slots are compared by: no rule of the tree comes before.
+  /// By tree: no rule in it comes before this slot, or this sequence number if `sequences` is set.
   uint32_t bounds[maxTrees] = {};
   Projection projection;  ///< of long addresses
 };
 
-/// So many packets at most are looked up in one call.
+/// At most so many packets are looked up in one call.
 constexpr uint32_t burstMost = 64;
 
-/// The keys of a burst. By word, so that each is written and read as one number; and not set until they are.
+/// The keys of a burst, each word in an array of its own. Nothing is set until keyIs() sets it.
 struct Keys {
   uint64_t upper[burstMost], lower[burstMost];
   uint32_t quad[burstMost];
@@ -158,13 +159,14 @@ struct Keys {
   Key key(uint32_t packet) const { return {{upper[packet], lower[packet]}, quad[packet]}; }
 };
 
-/// What a quick look-up answers beside a slot: this bit says that the rule of the slot, if there is one, may
-/// be the first that the packet meets, but has to be asked; if it does not agree, a thorough look-up tells.
+/// A bit that a quick look-up may set beside the slot: the rule of the slot, if there is one, may be the
+/// first that matches, but the packet must be compared with the rule itself. If it does not match, a thorough
+/// look-up must follow.
 constexpr uint32_t askBit = inexactLane;
 
-/// What a thorough look-up asks back; `context` is what was given to it.
+/// What a thorough look-up asks its caller; `context` is what the caller gave.
 struct Questions {
-  /// Whether the packet meets the rule of an inexact lane.
+  /// Whether the packet matches the rule of an inexact lane.
   bool (*meets)(const void* context, uint32_t slot);
   /// Which of two rules is tried first.
   bool (*precedes)(const void* context, uint32_t slot, uint32_t other);

@@ -5,12 +5,12 @@
 
 namespace Classify {
 
-/// Is called with memory that is better in large pages, by any thread; null, as it is at first, when nobody
-/// wants to know. Set by the program before it has threads.
+/// Called by any thread with memory that should lie in large pages. Null, as it is at first: nobody is told.
+/// The program sets it before it has threads.
 extern void (*adviseLargePages)(void* place, size_t bytes);
 
-/// Memory for tables that are read here and there: what is large begins where a large page can, for otherwise
-/// a look-up in a large list misses as often in the tables of pages as in its own.
+/// Memory for large tables of which a look-up reads single lines. A large table begins where a large page may
+/// begin: with small pages, a look-up would often have to wait for the processor's own table of pages, too.
 template <class T>
 class LargePages {
  public:

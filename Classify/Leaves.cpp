@@ -4,7 +4,7 @@ namespace Classify {
 
 namespace {
 
-/// The image of an unused lane: no number is both at least one and at most zero.
+/// The image of an unused lane, which nothing matches: no number is both at least one and at most zero.
 constexpr Image nothing = [] {
   Image image;
   image.pairLow = 0x00010001;
@@ -87,7 +87,7 @@ uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
     drop(leaf);
     return empty;
   }
-  // As a whole, so that blocks side by side stay so and are taken again.
+  // All blocks of the old leaf are given back together, so that a later leaf can take them side by side.
   return blocksFor(kept) == blocksFor(count) ? leaf : copyOf(leaf, kept, kept);
 }
 

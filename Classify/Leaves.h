@@ -13,38 +13,38 @@ namespace Classify {
 struct Order {
   const void* context;
   bool (*precedes)(const void* context, uint32_t slot, uint32_t other);
-  /// A number that does not fall along the order.
+  /// A number for each slot, which never becomes smaller in that order.
   uint32_t (*sequence)(const void* context, uint32_t slot);
   bool operator()(uint32_t slot, uint32_t other) const { return precedes(context, slot, other); }
 };
 
-/// The leaves of a forest: images in the order of trial, eight to a block, and a leaf's blocks one behind the
-/// other. Several cells may lead to one leaf; whoever changes it for one of them makes it another for that
-/// one. A leaf is named by its place in the sense of Form.h. A long leaf gets a sieve, and goes without it
-/// once it has changed.
+/// The leaves of a forest. A leaf has its images in the order of trial, eight in a block, and its blocks one
+/// behind the other. Several cells may share a leaf; a change for one of these cells makes a new leaf for it.
+/// A leaf is named by its place, as Form.h defines places. A long leaf gets a sieve, and loses it when it is
+/// changed.
 class Leaves {
  public:
-  /// Takes everything out. `wide`: whether blocks hold the quad.
+  /// Removes everything. `wide`: whether blocks hold the quad.
   void clear(bool wide);
 
   /// The leaf without images, the same for all.
   static constexpr uint32_t empty = leafBit;
 
   uint32_t make(std::span<const Image> images);
-  /// A leaf of more images is a long one.
+  /// A leaf of more images than this is long.
   static constexpr uint32_t longLeaf = 160;
-  /// A long leaf with a sieve, if its images can be sieved; for all cells that lead there.
+  /// The same leaf with a sieve before it, for all its cells; without one if a sieve would not help.
   uint32_t sieved(uint32_t leaf);
-  /// One more cell leads to a leaf, or one less.
+  /// One cell more leads to a leaf; one cell less.
   void share(uint32_t leaf);
   void drop(uint32_t leaf);
 
-  /// The number of its images, and they themselves.
+  /// The number of a leaf's images, and the images.
   uint32_t size(uint32_t leaf) const;
   std::vector<Image> images(uint32_t leaf) const;
-  /// The leaf with an image more, at its place in the order; the one that was given is dropped.
+  /// The leaf with an image more, in the order of trial. The leaf that was given is dropped.
   uint32_t insert(uint32_t leaf, const Image& image, const Order& order);
-  /// The leaf without the images of a slot; the one that was given is dropped.
+  /// The leaf without the images of a slot. The leaf that was given is dropped.
   uint32_t erase(uint32_t leaf, uint32_t slot);
 
   const Plane* planes() const { return planes_.data(); }
@@ -53,12 +53,12 @@ class Leaves {
   size_t bytes() const;
 
  private:
-  /// A lane of a leaf: of a block and, in it, its number.
+  /// A lane of a leaf: its block, and its number in the block.
   struct Lane {
     Plane* block;
     uint32_t number;
   };
-  /// The place of a leaf's blocks, which is that of a leaf without a sieve.
+  /// The place of a leaf without its sieve: that of its blocks.
   uint32_t plain(uint32_t leaf) const;
   Lane lane(uint32_t leaf, uint32_t at);
   uint32_t slotAt(uint32_t leaf, uint32_t at);
@@ -68,12 +68,13 @@ class Leaves {
   }
   uint32_t blocksOf(uint32_t leaf) const;
   uint32_t makeBlocks(std::span<const Image> images);
-  /// Its `count` images in a leaf of their own, with room for more; the leaf that was given is dropped.
+  /// A new leaf with the first `count` images of a leaf, and with room for `room` images. The leaf that was
+  /// given is dropped.
   uint32_t copyOf(uint32_t leaf, uint32_t count, uint32_t room);
-  /// Blocks side by side, with anything in them.
+  /// So many blocks side by side; what is in them is not defined.
   uint32_t takeBlocks(uint32_t count);
-  /// Makes `blocks` that begin with `count` images one leaf: what no packet meets in the other lanes, and
-  /// each block leading to the next.
+  /// Makes `blocks` blocks one leaf. Their first `count` lanes have images; the other lanes get values that
+  /// no packet matches, and each block leads to the next.
   void finish(uint32_t leaf, uint32_t count, uint32_t blocks);
   void write(Lane to, const Image& image);
   void copy(Lane to, Lane from);
@@ -82,8 +83,8 @@ class Leaves {
   uint32_t planesPerBlock_ = narrowBlock;
   std::vector<Plane, LargePages<Plane>> planes_;
   Sieves sieves_;
-  std::vector<uint32_t> sharers_;            // by first block: cells that lead there beside one
-  std::vector<std::vector<uint32_t>> free_;  // by number of blocks
+  std::vector<uint32_t> sharers_;            // by first block: how many cells lead there, less one
+  std::vector<std::vector<uint32_t>> free_;  // leaves that were dropped, by their number of blocks
 };
 
 }  // namespace Classify

@@ -6,13 +6,13 @@
 
 namespace Classify {
 
-/// The packets that come to one place of a tree: those with certain bits of the key.
+/// The packets that come to one place of a tree: under the mask, the bits of their keys are those of `value`.
 struct Region {
   uint64_t mask[2] = {0, 0};
   uint64_t value[2] = {0, 0};
 };
 
-/// How an image lies to a region: no packet of the region meets it, some do, or all.
+/// How many packets of a region match an image: none, a part, or all.
 enum class Overlap { none, part, all };
 
 /// The numbers from `low` to `high`, both included.
@@ -20,8 +20,8 @@ struct Interval {
   uint32_t low, high;
 };
 
-/// What a region lets a 16-bit number of the pair be, as an interval; wider than that where the fixed bits
-/// are not the leading ones. `half` 0 is the lower number.
+/// An interval with all values that a 16-bit number of the pair can have in a region. It has others, too,
+/// when the bits that the region fixes are not the leading ones. `half` 0 is the lower number.
 inline Interval pairIn(const Region& region, int half) {
   const int shift = 32 + 16 * half;
   const auto mask = static_cast<uint32_t>(region.mask[1] >> shift) & 0xffff;
@@ -33,19 +33,19 @@ inline Interval pairOf(const Image& image, int half) {
   return {(image.pairLow >> (16 * half)) & 0xffff, (image.pairHigh >> (16 * half)) & 0xffff};
 }
 
-/// An image as bits of the key: those that every packet must have that is in a region and meets it.
+/// An image as bits of the key: those that every packet of a region must have to match it.
 struct Ternary {
   uint64_t mask[2];
   uint64_t value[2];
 };
 
-/// The leading bits in which two 16-bit numbers agree.
+/// A mask of the leading bits in which two 16-bit numbers agree.
 inline uint32_t commonPrefix(uint32_t low, uint32_t high) {
   const uint32_t differ = low ^ high;
   return differ == 0 ? 0xffff : 0xffff & ~((uint32_t{2} << (31 - __builtin_clz(differ))) - 1);
 }
 
-/// `lies` tells how the image lies to the region; when it is none, the result means nothing.
+/// Also sets `lies` to the overlap of both; when it is none, the result means nothing.
 inline Ternary ternaryIn(const Region& region, const Image& image, Overlap* lies) {
   Ternary bits;
   bits.mask[0] = uint64_t{image.mask[0]} << 32 | image.mask[1];
@@ -84,7 +84,7 @@ inline Overlap overlap(const Region& region, const Image& image) {
   return lies;
 }
 
-/// Gathers the bits of a word under a mask, as the kernels do, and puts gathered bits back.
+/// Gathers the bits of a word that are under a mask into the lowest bits, as the kernels do; and the inverse.
 uint64_t gatherBits(uint64_t bits, uint64_t mask);
 uint64_t scatterBits(uint64_t gathered, uint64_t mask);
 

@@ -17,8 +17,8 @@ struct Chunk {
 
 constexpr uint32_t thirdAt = 64, pairAt = 96, numberBits = 16, keyBits = 128;
 
-/// The chunks that a sieve may have, which are at most so wide. The upper halves of numbers, whose ranges
-/// begin and end somewhere, are the widest, and the protocol is whole, if they may be.
+/// The chunks that a sieve may have, each at most `width` bits wide. If `width` allows it, the upper halves
+/// of numbers are the widest chunks, because ranges mostly differ there, and the protocol is in one chunk.
 std::vector<Chunk> chunksUpTo(uint32_t width) {
   struct Stretch {
     uint32_t end, width;
@@ -39,12 +39,12 @@ std::vector<Chunk> chunksUpTo(uint32_t width) {
   return chunks;
 }
 
-/// The values that a chunk may have for packets that meet an image: some bits free, or all from one to
-/// another.
+/// The values of a chunk that an image allows: either `first` with any value of the free bits, or all values
+/// from `first` up to `behind`.
 struct Values {
   uint32_t first = 0;
-  uint32_t free = 0;    ///< bits
-  uint32_t behind = 0;  ///< 0: bits are what is free
+  uint32_t free = 0;    ///< the bits that may have any value
+  uint32_t behind = 0;  ///< one more than the last value; 0: the values are given by free bits
 
   uint32_t count() const { return behind ? behind - first : 1u << std::popcount(free); }
   template <class Visit>
@@ -63,7 +63,7 @@ Values valuesUnder(uint64_t mask, uint64_t wanted, const Chunk& chunk) {
   return {static_cast<uint32_t>(wanted) & asked, all & ~asked, 0};
 }
 
-/// In a range of 16-bit numbers, of which the chunk is a part.
+/// The same for a chunk of a 16-bit number that lies in a range.
 Values valuesWithin(uint32_t low, uint32_t high, const Chunk& chunk) {
   const uint32_t at = chunk.at % numberBits, all = chunk.values() - 1;
   if (low >> (at + chunk.width) != high >> (at + chunk.width)) return {0, all, 0};
@@ -84,7 +84,7 @@ Values valuesOf(const Image& image, const Chunk& chunk) {
   return valuesUnder(mask >> chunk.at, value >> chunk.at, chunk);
 }
 
-/// The chunks that deny most, of those that are at most so wide, in the order of the key.
+/// Of the chunks that are at most so wide, those that exclude the most images; in the order of the key.
 std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
   const double worthIt = static_cast<double>(images.size()) / 64;
   std::vector<std::pair<double, Chunk>> found;
@@ -102,7 +102,7 @@ std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
   return chunks;
 }
 
-/// The same, as wide as memory allows, for each is a row to fetch.
+/// The same, as wide as memory allows: wider chunks are fewer, and a look-up fetches a row for each.
 std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups) {
   constexpr uint32_t widest = 8;
   constexpr size_t bytesPerImage = 190;  // with its place in a block as much as one in a tree
@@ -115,7 +115,7 @@ std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups) {
   return {};  // few images, which need no sieve
 }
 
-/// Whether an image that no chunk excludes is met: every bit that is asked for is in a chunk.
+/// Whether a packet matches every image that no chunk excludes: all bits that images ask for are in chunks.
 bool isExact(std::span<const Image> images, const std::vector<Chunk>& chunks) {
   uint64_t seen[2] = {0, 0};
   for (const Chunk& chunk : chunks) seen[chunk.at / 64] |= uint64_t{chunk.values() - 1} << chunk.at % 64;

@@ -8,15 +8,15 @@
 
 namespace Classify {
 
-/// The sieves of a forest. They are made with their leaves and never changed.
+/// The sieves of a forest. A sieve is made for a leaf that is complete, and never changed.
 class Sieves {
  public:
   void clear();
 
   static constexpr uint32_t none = ~uint32_t{0};
 
-  /// Makes a sieve for the images of a leaf, which begins at a plane. Returns its number; `none` when the
-  /// words of the key, the quad aside, tell next to nothing of them.
+  /// Makes a sieve for the images of a leaf; `leaf` is the number of its first plane. Returns the sieve's
+  /// number, or `none` when the words of the key, without the quad, hardly tell these images apart.
   uint32_t make(std::span<const Image> images, uint32_t leaf);
 
   const Sieve& operator[](uint32_t number) const { return sieves_[number]; }

@@ -1,5 +1,5 @@
 // What a forwarder between two interfaces costs that looks at nothing: the same rings and batches as the
-// agent's ports, and no parsing, no lists, no counters. The mark that bench/live.sh holds the agent against.
+// agent's ports, and no parsing, no lists, no counters. The mark that bench/live.sh compares the agent with.
 //
 // usage: bare_forwarder DEV DEV
 #include <linux/if_ether.h>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Replays the demo's captures and holds each frame's verdict against its row in frames.tsv.
+"""Replays the demo's captures and compares each frame's verdict with its row in frames.tsv.
 
 usage: check_demo.py VELO EXAMPLES-DIRECTORY
 """

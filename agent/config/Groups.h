@@ -55,7 +55,7 @@ struct GroupMistake {
   std::string found, expected;
 };
 
-/// What groups stand for. Lives no longer than they.
+/// What groups stand for. The groups must outlive it.
 class GroupTable {
  public:
   using Groups = std::map<std::string, ObjectGroup>;

@@ -20,7 +20,8 @@ size_t failures(const Filter& filter, const Fields& packet) {
   return failed;
 }
 
-/// Of all that a filter stands for, what a packet misses by least; itself when that is nothing.
+/// The alternative of a filter of which a packet meets all but the fewest conditions; the filter itself when
+/// it has no alternatives.
 template <class Filter, class Fields>
 const Filter& nearestOf(const Filter& filter, const Fields& packet) {
   const Filter* best = nullptr;

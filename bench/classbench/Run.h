@@ -17,7 +17,7 @@ class WrongAnswer : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A goal, what was reached, and the limit it is held against.
+/// A goal, what was reached, and the limit it is compared with.
 struct Goal {
   std::string what;
   double reached;

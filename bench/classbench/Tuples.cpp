@@ -7,7 +7,7 @@ namespace Bench {
 
 namespace {
 
-/// Rules by column, so that the compiler can hold several against one header at a time.
+/// Rules by column, so that the compiler can compare several with one header at a time.
 struct Tile {
   static constexpr size_t size = 512;
   static constexpr size_t step = 32;

@@ -1,6 +1,6 @@
 #include "World.h"
 
-// processPkt and the two steps: which lists a packet is held against, and in which order.
+// processPkt and the two steps: which lists a packet is compared with, and in which order.
 
 namespace {
 

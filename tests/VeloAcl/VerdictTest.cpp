@@ -11,7 +11,7 @@ const std::string id5 = "0x0000000000000005";
 
 class Verdict : public World {
  protected:
-  /// One decision, with its traces; every one of them is held against facility, level, function and file.
+  /// One decision, with its traces; facility, level, function and file of every one of them are compared.
   bool drops(AclDirection direction, AclType type) {
     tracesOn();
     packet(frameFor(type));

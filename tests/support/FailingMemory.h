@@ -11,13 +11,14 @@ namespace TestSupport {
 /// Whose allocations fail: those of the thread that the program began on, or those of all others.
 enum class Threads { first, others };
 
-/// Has an allocation fail, after so many that do not; under 0: none does. When it is tried again it succeeds,
-/// and so do all behind it, unless `times` is more.
+/// Has the next `count` allocations succeed and the `times` behind them fail; below 0: none fails. An attempt
+/// to repeat an allocation that failed, as the new-handler causes it, is an allocation, too.
 void failAt(Threads threads, int64_t count, int64_t times = 1);
-/// How many more would succeed; under 0: it has failed, or none was to. None does from now on.
+/// From now on no allocation fails. Returns how many more would have succeeded; below 0: the failure has
+/// happened, or none was asked for.
 int64_t stopFailing(Threads threads);
 
-/// Leaves the process so many octets more than it has; all allocations beyond fail.
+/// Allocations fail that would give the process more than so many octets beside those that it has now.
 void memoryLeftIs(size_t octets);
 void memoryIsUnlimited();
 /// Octets that are allocated now, and the most that were since mostAllocatedIsNow().

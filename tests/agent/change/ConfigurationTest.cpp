@@ -55,7 +55,7 @@ TEST_F(ConfigurationTest, AnApplyIsADifference) {
       << "and its counter";
   const Json again = agent_.apply(text);
   EXPECT_TRUE(again.at("difference").at("lists").at("changed").empty())
-      << "the next one is held against this one";
+      << "the next one is compared with this one";
 }
 
 TEST_F(ConfigurationTest, PacketsPassByTheOldConfigurationUntilTheNewOneIsThere) {

@@ -19,7 +19,7 @@ struct Captured {
 };
 
 /// How a pcap file is laid out. The files are written and read here byte by byte, so that what the program
-/// reads and writes is held against the format itself.
+/// reads and writes is compared with the format itself.
 struct PcapLayout {
   bool bigEndian = false;
   bool nano = true;
