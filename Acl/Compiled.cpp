@@ -11,10 +11,7 @@ namespace Acl {
 
 namespace {
 
-const Zeb::TraceHandle& trace() {
-  static const Zeb::TraceHandle handle("Acl::Compiled", "Acl/Compiled");
-  return handle;
-}
+const Zeb::TraceHandle trace("Acl::Compiled", "Acl/Compiled");
 
 void imagesFor(const IpFilter& filter, uint32_t slot, const Classify::Projection&, bool wide,
                std::vector<Classify::Image>& images) {
@@ -261,7 +258,7 @@ void Compiled<Rule>::takeNew() {
   }
   reviewSlots();
   if (forest_.bounded()) {
-    trace().trace(1, "takeNew", "{} rules cannot be divided within bounds, some leaves stay long", rules_);
+    trace.trace(1, "takeNew", "{} rules cannot be divided within bounds, some leaves stay long", rules_);
   }
   refreshView();
   if (isBlunt()) makeAnew();  // changes that the job did not know
@@ -271,8 +268,8 @@ void Compiled<Rule>::takeNew() {
 /// has another one tried.
 template <class Rule>
 void Compiled<Rule>::goOnWithout() {
-  trace().trace(0, "goOnWithout", "no memory to compile {} rules, {}", rules_,
-                ready_ ? "the form made before stays" : "they are tried one by one");
+  trace.trace(0, "goOnWithout", "no memory to compile {} rules, {}", rules_,
+              ready_ ? "the form made before stays" : "they are tried one by one");
   letGoOfJob();
   gaveUp_ = true;
   reviewSlots();

@@ -17,12 +17,16 @@ using TestSupport::RunningAgent;
 using TestSupport::SocketClient;
 
 constexpr const char* operations[] = {"show", "text", "apply", "explain", "clear", "trace", "nothing"};
-constexpr const char* shows[] = {"drops",        "access-lists", "interfaces", "status",
-                                 "counters",     "capabilities", "ports",      "tasks",
-                                 "log-messages", "trace",        "what"};
+constexpr const char* shows[] = {
+    "drops", "access-lists", "interfaces", "status", "counters", "capabilities",    "ports",
+    "tasks", "log-messages", "trace",      "what",   "bridge",   "trace-facilities"};
 constexpr const char* frames[] = {"tcp 192.0.2.1:1234 > 198.51.100.7:443 syn vlan 5",
-                                  "icmp 10.0.0.1 > 10.0.0.2 echo", "02000000000102000000000208004500",
-                                  "udp 2001:db8::1:5 > 2001:db8::2:6", ""};
+                                  "icmp 10.0.0.1 > 10.0.0.2 echo",
+                                  "02000000000102000000000208004500",
+                                  "udp 2001:db8::1:5 > 2001:db8::2:6",
+                                  "",
+                                  "ipv6 ::1 > ::2 protocol tcp, later fragment 9, headers ah, 99 octets",
+                                  "type 0x0806, no ethernet header, 28 octets"};
 constexpr const char* facilities[] = {"Velo::Acl/9", "Velo::Acl/0,Nothing/3", "Velo::Acl", "/",
                                       "Velo::Acl/10"};
 
@@ -37,12 +41,23 @@ bool isName(const Json& value) { return value.is_string() && value != ""; }
 bool isFlag(const Json& value) { return value.is_boolean(); }
 bool isCount(const Json& value) { return value.is_number_unsigned() && value <= 4294967295u; }
 constexpr Member known[] = {
-    {"show", "what", true, isName},     {"show", "name", false, isName},
-    {"text", "name", true, isName},     {"text", "text", true, isText},
-    {"apply", "dryRun", false, isFlag}, {"explain", "port", true, isName},
-    {"explain", "frame", true, isText}, {"explain", "wireLength", false, isCount},
-    {"clear", "name", false, isName},   {"trace", "facility", false, isName},
-    {"trace", "off", false, isFlag},    {"trace", "fast", false, isName},
+    {"show", "what", true, isName},
+    {"show", "name", false, isName},
+    {"show", "interface", false, isName},
+    {"show", "source", false, isName},
+    {"show", "hit", false, isFlag},
+    {"show", "unused", false, isFlag},
+    {"explain", "etherType", false, isCount},
+    {"text", "name", true, isName},
+    {"text", "text", true, isText},
+    {"apply", "dryRun", false, isFlag},
+    {"explain", "port", true, isName},
+    {"explain", "frame", true, isText},
+    {"explain", "wireLength", false, isCount},
+    {"clear", "name", false, isName},
+    {"trace", "facility", false, isName},
+    {"trace", "off", false, isFlag},
+    {"trace", "fast", false, isName},
     {"trace", "on", false, isFlag},
 };
 

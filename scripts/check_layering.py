@@ -37,7 +37,7 @@ ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h", "velo-interface-version.h"}, "Cl
 
 # The foreign libraries that a room of the program has to name, by how names of their headers begin.
 LIBRARY_HEADERS = {"CLI/": "CLI11::CLI11", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP",
-                   "sqlite3": "PkgConfig::SQLITE"}
+                   "sqlite3": "PkgConfig::SQLITE", "zlib.h": "velo-zlib", "zstd.h": "velo-zstd"}
 
 STANDARD_HEADERS = set(
     """algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes

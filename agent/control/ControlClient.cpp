@@ -93,13 +93,20 @@ std::optional<Json> documentOf(ControlClient& agent, const Json& request, Exit* 
   return std::nullopt;
 }
 
-std::optional<Json> wholeDocumentOf(ControlClient& agent, const Json& request, Exit* exit) {
+std::optional<Json> wholeDocumentOf(ControlClient& agent, const Json& request, std::string* wrong,
+                                    Exit* exit) {
   constexpr int mostTries = 100;
   for (int tries = 0; tries < mostTries; ++tries) {
-    auto document = documentOf(agent, request, exit);
-    if (!document || !document->is_object() || document->value("whole", true)) return document;
+    auto answer = agent.ask(request, wrong);
+    if (!answer || answer->at("ok") != true) {
+      if (answer) *wrong = answer->at("error").at("text").get<std::string>();
+      *exit = answer ? exitUsage : exitUnread;
+      return std::nullopt;
+    }
+    Json& document = answer->at("document");
+    if (!document.is_object() || document.value("whole", true)) return std::move(document);
   }
-  complain("the configuration changes all the time");
+  *wrong = "the configuration changes all the time";
   *exit = exitUnread;
   return std::nullopt;
 }

@@ -44,10 +44,11 @@ std::optional<nlohmann::ordered_json> answerOf(ControlClient& agent, const nlohm
 std::optional<nlohmann::ordered_json> documentOf(ControlClient& agent, const nlohmann::ordered_json& request,
                                                  Exit* exit);
 
-/// The same. A document that says it is not whole, because the configuration changed while it was made, is
-/// asked for again.
+/// The same without a complaint: what went wrong is in `wrong`. A document that says it is not whole, because
+/// the configuration changed while it was made, is asked for again.
 std::optional<nlohmann::ordered_json> wholeDocumentOf(ControlClient& agent,
-                                                      const nlohmann::ordered_json& request, Exit* exit);
+                                                      const nlohmann::ordered_json& request,
+                                                      std::string* wrong, Exit* exit);
 
 /// The requests that send a text to the agent. Each one is short enough for a line of the protocol.
 std::vector<nlohmann::ordered_json> textRequests(const std::string& name, const std::string& text);

@@ -3,6 +3,7 @@
 #include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
+#include <agent/core/Terminal.h>
 #include <agent/explain/Explain.h>
 #include <agent/explain/FrameArgument.h>
 #include <unistd.h>
@@ -20,13 +21,17 @@ constexpr const char* frameHelp =
     "[2001:db8::2]:1024\"\n"
     "  \"ip 192.0.2.1 > 198.51.100.7 protocol gre dscp ef\"   \"arp 192.0.2.1 > 192.0.2.2 from "
     "02:00:5e:00:00:01\"\n"
+    "or any line by which velo has told of a packet. A super-frame, which is still to be cut into segments,\n"
+    "is one packet to the lists.\n"
     "Nothing is counted. With --config no agent is asked.\n";
 
 class ExplainCommand final : public Command {
  public:
   explicit ExplainCommand(CLI::App& root)
       : Command(root, "explain", "Tell which lists and rules a frame meets, and why.", frameHelp) {
-    app().add_option("--port", port_, "where the frame comes in")->required()->type_name("NAME");
+    app()
+        .add_option("--port", port_, "where the frame comes in; a text can say that as well: ... on NAME")
+        ->type_name("NAME");
     app().add_option("--in", frame_, "the frame")->required()->type_name("FRAME");
     app().add_option("--config", files_, "explain by these configuration texts")->type_name("FILE...");
     app().add_option("--config-dir", dir_, "and by every file in DIR")->type_name("DIR");
@@ -42,6 +47,12 @@ class ExplainCommand final : public Command {
       complain("--in: " + wrong);
       return exitUsage;
     }
+    const std::string port = port_.empty() ? frame->port : port_;
+    if (port.empty() || (!frame->port.empty() && frame->port != port)) {
+      complain(port.empty() ? "explain needs --port: where the frame comes in"
+                            : fmt::format("--port {}: the frame says on {}", port, frame->port));
+      return exitUsage;
+    }
     const bool byAgent = files_.empty() && dir_.empty();
     if (byAgent && !out_.empty()) {
       complain("--out is for --config: a running agent knows where the frame would leave");
@@ -49,16 +60,18 @@ class ExplainCommand final : public Command {
     }
     Exit exit = exitDone;
     const auto document = byAgent
-                              ? ask(requestFor(*frame), &exit)
-                              : explainOffLine({files_, dir_, plugin, port_, out_, limits_}, *frame, &exit);
+                              ? ask(requestFor(port, *frame), &exit)
+                              : explainOffLine({files_, dir_, plugin, port, out_, limits_}, *frame, &exit);
     if (!document) return exit;
-    return print(json() ? linesOf(*document) : explainText(*document, isatty(STDOUT_FILENO) != 0));
+    return print(json() ? linesOf(*document) : explainText(*document, wantsColour(STDOUT_FILENO)));
   }
 
  private:
-  nlohmann::ordered_json requestFor(const Frame& frame) const {
-    return {
-        {"do", "explain"}, {"port", port_}, {"frame", hexOf(frame.octets)}, {"wireLength", frame.wireLength}};
+  static nlohmann::ordered_json requestFor(const std::string& port, const Frame& frame) {
+    nlohmann::ordered_json request = {
+        {"do", "explain"}, {"port", port}, {"frame", hexOf(frame.octets)}, {"wireLength", frame.wireLength}};
+    if (frame.typeBefore) request["etherType"] = *frame.typeBefore;
+    return request;
   }
 
   std::string port_, frame_, out_, dir_;

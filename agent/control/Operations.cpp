@@ -1,14 +1,17 @@
 #include <Blip/FastTrace.h>
 #include <Zeb/System.h>
 #include <Zeb/TraceHandle.h>
+#include <agent/config/Nearest.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
 #include <agent/core/Words.h>
 #include <agent/explain/FrameArgument.h>
+#include <agent/show/TraceFacilities.h>
 #include <agent/warnings/WarningText.h>
 
 #include <algorithm>
 #include <new>
+#include <set>
 #include <utility>
 
 namespace Agent {
@@ -26,6 +29,31 @@ bool isList(const Core& core, const Kelp::String& name) {
 
 Answer noList(const std::string& name) {
   return Answer::failed("not-found", fmt::format("there is no list {}", name));
+}
+
+/// Why no list can be of an interface or a source; nothing if one can.
+std::optional<std::string> whyNoSelection(const World& world, const Sources& sources,
+                                          const ShowOptions& options) {
+  const auto whyNot = [](std::string_view kind, const std::string& name, const std::set<std::string>& known) {
+    if (name.empty() || known.contains(name)) return std::optional<std::string>();
+    const std::vector<std::string_view> names(known.begin(), known.end());
+    return std::optional(Config::orNearest(fmt::format("there is no {} {}", kind, name), name, names));
+  };
+  std::set<std::string> titles;
+  sources.forEach(
+      [&titles](const std::string& name, const Config::Model&) { titles.insert(sourceTitle(name)); });
+  if (auto wrong = whyNot("source", options.source, titles)) return wrong;
+  if (options.interface.empty()) return std::nullopt;
+  std::set<std::string> interfaces;
+  for (const auto& [id, port] : world.forwarder.ports()) interfaces.insert(id.name().str());
+  for (const auto& [id, members] : world.core.portChannels().all()) interfaces.insert(id.name().str());
+  const ListReader reader(world.core);
+  for (const auto& places : {reader.defined(), reader.undefined()}) {
+    for (const auto& key : places) {
+      for (const auto& binding : reader.head(key).bindings) interfaces.insert(binding.interface);
+    }
+  }
+  return whyNot("interface", options.interface, interfaces);
 }
 
 /// Why no frame can come in by an interface; nothing if one can.
@@ -133,8 +161,11 @@ std::span<const Operations::Operation> Operations::all() {
        "see below",
        {{"what", Kind::name, "", "what to show, see below"},
         {"name", Kind::name, "null", "a list, where it says [NAME] below; without it all"},
+        {"interface", Kind::name, "null", "of `access-lists`: those that frames of this interface meet"},
         {"source", Kind::name, "null",
-         "a source of configuration, with `configuration`; without it all of them"}}},
+         "a source of configuration, with `configuration` and `access-lists`; without it all of them"},
+        {"hit", Kind::flag, "false", "of `access-lists`: the rules that have matched a packet"},
+        {"unused", Kind::flag, "false", "of `access-lists`: the rules that have not"}}},
       {"text",
        true,
        &Operations::text,
@@ -158,7 +189,9 @@ std::span<const Operations::Operation> Operations::all() {
        {{"port", Kind::name, "", "where the frame comes in"},
         {"frame", Kind::text, "", "its octets in hexadecimal, or a text as below"},
         {"wireLength", Kind::number, "null",
-         "of a frame in hexadecimal that a capture cut short: its octets on the wire"}}},
+         "of a frame in hexadecimal that a capture cut short: its octets on the wire"},
+        {"etherType", Kind::number, "null",
+         "of a frame in hexadecimal without an Ethernet header: what type its octets are of"}}},
       {"clear",
        true,
        &Operations::clear,
@@ -208,12 +241,20 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
   const std::string name = request.text("name");
   if (!name.empty() && !isList(world_.core, Kelp::String(name))) return reply(noList(name));
-  const std::string source = request.text("source");
-  if (request.has("source") && what != "configuration")
+  using Rules = ShowOptions::Rules;
+  const bool hit = request.flag("hit"), unused = request.flag("unused");
+  const ShowOptions options{name, request.text("source"), request.text("interface"),
+                            hit      ? Rules::hit
+                            : unused ? Rules::unused
+                                     : Rules::all};
+  if (request.has("source") && !show->bySource)
     return reply(Answer::failed("bad-request", fmt::format("{} takes no source", what)));
-  if (!source.empty() && !configuration_.sources().find(sourceOfTitle(source)))
-    return reply(Answer::failed("not-found", fmt::format("there is no source {}", source)));
-  reply({show->document(world_, {.list = name, .source = source}), {}});
+  if (options.selects() && !show->selects)
+    return reply(Answer::failed("bad-request", fmt::format("{} takes no selection of rules", what)));
+  if (hit && unused) return reply(Answer::failed("bad-request", "a rule cannot have matched and be unused"));
+  if (auto none = whyNoSelection(world_, configuration_.sources(), options))
+    return reply(Answer::failed("not-found", *none));
+  reply({show->document(world_, options), {}});
 }
 
 void Operations::text(const Request& request, Session& session, const Reply& reply) {
@@ -263,11 +304,18 @@ void Operations::explain(const Request& request, Session&, const Reply& reply) {
   std::optional<Frame> frame;
   std::string wrong = "explain needs a frame of one octet or more";
   if (isFrameText(text)) {
-    if (request.has("wireLength"))
-      return reply(Answer::failed("bad-request", "wireLength is for a frame in hexadecimal"));
+    for (const char* member : {"wireLength", "etherType"}) {
+      if (request.has(member))
+        return reply(Answer::failed("bad-request", fmt::format("{} is for a frame in hexadecimal", member)));
+    }
     frame = readFrameText(text, &wrong);
+    if (frame && !frame->port.empty() && frame->port != port)
+      return reply(Answer::failed("bad-request", fmt::format("the frame says on {}", frame->port)));
   } else if (auto octets = octetsOfHex(text); octets && !octets->empty()) {
     frame = Frame{std::move(*octets), request.number("wireLength").value_or(0)};
+    const auto type = request.number("etherType");
+    if (type && *type > 0xffff) return reply(Answer::failed("bad-request", "etherType is 0 to 65535"));
+    if (type) frame->typeBefore = static_cast<uint16_t>(*type);
   }
   if (!frame) return reply(Answer::failed("bad-request", wrong));
   reply(Answer::of(explainer_.explain(port, *frame)));
@@ -293,9 +341,10 @@ void Operations::trace(const Request& request, Session&, const Reply& reply) {
   if (off) {
     Zeb::TraceHandle::disableAll();
   } else if (!fast.empty()) {
+    if (const auto wrong = whyNoFastFacility(fast)) return reply(Answer::failed("bad-request", *wrong));
     if (!Blip::fastTraceIs(fast, request.flag("on")))
       return reply(Answer::failed("bad-request", "too many fast traces are on"));
-  } else if (const auto wrong = Zeb::TraceHandle::enable(facility)) {
+  } else if (const auto wrong = Zeb::TraceHandle::enable(facility, whyNoFacility)) {
     return reply(Answer::failed("bad-request", *wrong));
   }
   reply(Answer::of(Json::object()));

@@ -1,7 +1,10 @@
 #include <Kiv/Clock.h>
 #include <agent/control/Command.h>
 #include <agent/control/ControlClient.h>
+#include <agent/control/WatchShow.h>
 #include <agent/core/Document.h>
+#include <agent/core/Output.h>
+#include <agent/core/Terminal.h>
 #include <agent/show/Shows.h>
 #include <unistd.h>
 
@@ -29,50 +32,97 @@ class ShowCommand final : public Command {
     std::vector<std::string> names;
     for (const Show& show : shows()) names.emplace_back(show.name);
     app()
-        .add_option("what", what_, "what to show")
+        .add_option("what", asked_.what, "what to show")
         ->required()
         ->check(CLI::IsMember(names))
         ->type_name("WHAT");
-    app().add_option("name", list_, "of that list alone")->type_name("NAME");
+    app().add_option("name", asked_.list, "of that list alone")->type_name("NAME");
     app()
-        .add_option("--watch", watch_, "again and again, every SECONDS (2)")
+        .add_option("--watch", watch_, "again and again, every SECONDS (2); on a terminal as a full screen")
         ->expected(0, 1)
         ->default_str("2")
         ->check(CLI::Range(shortestWatch, 1e6))
         ->type_name("SECONDS");
     app()
-        .add_option("--source", source_,
-                    "of configuration: what comes from this source alone (cli, or a file)")
+        .add_option("--source", asked_.source,
+                    "of access-lists and configuration: what this source alone has, cli or a file")
         ->type_name("NAME");
+    addSelection();
     addControl();
   }
 
   Exit run(const std::string&) const override {
     Exit exit = exitDone;
+    const Show& show = *showOf(asked_.what);
+    const ShowRequest asked = request();
+    if (asked.selects() && !show.selects) {
+      complain(fmt::format("show {} has no rules to select or to sort", asked_.what));
+      return exitUsage;
+    }
+    if (!asked.source.empty() && !show.bySource) {
+      complain(fmt::format("show {} is not by source", asked_.what));
+      return exitUsage;
+    }
     ControlClient agent;
     if (!connected(agent, control(), &exit)) return exit;
-    nlohmann::ordered_json request = {{"do", "show"}, {"what", what_}};
-    if (!list_.empty()) request["name"] = list_;
-    if (!source_.empty()) request["source"] = source_;
+    ShownDocument shown(agent, asked, watch_.has_value());
+    if (watch_ && !json() && isScreen(STDOUT_FILENO)) return watchShow(shown, *watch_);
     for (;;) {
-      const auto document = wholeDocumentOf(agent, request, &exit);
-      if (!document) return exit;
-      exit = print(text(*document));
+      std::string wrong;
+      const auto document = shown.next(&wrong, &exit);
+      if (!document) {
+        complain(wrong);
+        return exit;
+      }
+      exit = print(text(show, *document));
       if (exit != exitDone || !watch_) return exit;
       std::this_thread::sleep_for(std::chrono::duration<double>(*watch_));
     }
   }
 
  private:
-  std::string text(const nlohmann::ordered_json& document) const {
-    if (json()) return watch_ ? lineOf(document) + "\n" : linesOf(document);
-    const bool onTerminal = isatty(STDOUT_FILENO) != 0;
-    const std::string shown = showOf(what_)->text(document, {onTerminal, Kiv::wallClock().now().seconds()});
-    // A screen is redrawn from its upper left corner; elsewhere one text follows the other.
-    return watch_ && onTerminal ? "\x1b[H\x1b[2J" + shown : shown;
+  void addSelection() {
+    constexpr const char* group = "Of access-lists";
+    app()
+        .add_option("--interface", asked_.interface, "those alone that frames of this interface meet")
+        ->type_name("NAME")
+        ->group(group);
+    auto* hit = app().add_flag("--hit", asked_.hit, "the rules that have matched a packet")->group(group);
+    app()
+        .add_flag("--unused", asked_.unused, "the rules that have matched none")
+        ->group(group)
+        ->excludes(hit);
+    app()
+        .add_option("--sort", sort_, "the most packets first, the latest match first, or as they are tried")
+        ->check(CLI::IsMember({"hits", "last", "number"}))
+        ->group(group);
+    app()
+        .add_option("--top", asked_.top,
+                    "the first N of all lists together, by hits unless --sort says otherwise")
+        ->check(CLI::Range(size_t{1}, size_t{1} << 31))
+        ->type_name("N")
+        ->group(group);
   }
 
-  std::string what_, list_, source_;
+  std::string text(const Show& show, const nlohmann::ordered_json& document) const {
+    if (json()) return watch_ ? lineOf(document) + "\n" : linesOf(document);
+    const auto size = screenSize(STDOUT_FILENO);
+    return show.text(document, {wantsColour(STDOUT_FILENO), Kiv::wallClock().now().seconds(),
+                                size ? std::optional(size->columns) : std::nullopt});
+  }
+
+  /// What was asked for, with the order by its name.
+  ShowRequest request() const {
+    ShowRequest request = asked_;
+    if (!sort_.empty())
+      request.order = sort_ == "hits"   ? RuleOrder::hits
+                      : sort_ == "last" ? RuleOrder::last
+                                        : RuleOrder::number;
+    return request;
+  }
+
+  ShowRequest asked_;  // all but the order
+  std::string sort_;
   std::optional<double> watch_;
 };
 

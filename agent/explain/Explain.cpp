@@ -1,7 +1,9 @@
 #include <Acl/MatchFields.h>
+#include <agent/config/Cursor.h>
 #include <agent/core/Reserve.h>
 #include <agent/explain/Explain.h>
 #include <agent/explain/NearMisses.h>
+#include <agent/forward/Bridge.h>
 #include <agent/show/PacketText.h>
 #include <agent/show/Verdicts.h>
 
@@ -14,11 +16,18 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
+/// What a packet has in a field, a protocol by its name.
+std::string shownField(const FailedField& field) {
+  const auto protocol = field.name == "protocol" ? Config::decimal(field.packet) : std::nullopt;
+  return protocol && *protocol <= 255 ? protocolText(static_cast<uint8_t>(*protocol)) : field.packet;
+}
+
 Json nearJson(const std::vector<NearMiss>& misses) {
   Json all = Json::array();
   for (const NearMiss& miss : misses) {
     Json failed = Json::array();
-    for (const auto& field : miss.failed) failed.push_back({{"field", field.name}, {"packet", field.packet}});
+    for (const auto& field : miss.failed)
+      failed.push_back({{"field", field.name}, {"packet", shownField(field)}});
     all.push_back({{"rule", miss.sequence}, {"text", miss.text}, {"failed", std::move(failed)}});
   }
   return all;
@@ -35,13 +44,14 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
   told_.clear();
   ctx_ = MemSlab::make<Velo::PacketContext>(counted_);
   ctx_->trialIs(this);
-  ctx_->pkt()->assign(frame.octets, frame.wireLength, 0);
+  frame.assignTo(*ctx_->pkt());
   const auto out = MemSlab::make<Velo::OutputPipelineContext>(ctx_);
 
   document_ = {{"port", port}, {"frame", ""}};
   document_["asked"] = Json::array();
   document_["mirrored"] = Json::array();
   document_["egress"] = Json::array();
+  askedBefore_ = 0;
   const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId::known(port), out);
   document_["frame"] = packetText(*ctx_);
   std::string reason;
@@ -51,6 +61,8 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
     reason = egress.empty() ? dropReason(*verdict.droppedBy) : egress.front().at("reason").get<std::string>();
   }
   addVerdict(document_, verdict, reason);
+  addBridge(port);
+  document_["sentence"] = explainSentence(document_);
   ctx_ = nullptr;
   counted_ = nullptr;
   return std::move(document_);
@@ -63,6 +75,22 @@ std::string Explainer::dropReason(const Velo::PipelineStep& droppedBy) {
     if (std::exchange(told_[at.key()], at.value()) < at.value()) reason = at.key().reason.str();
   }
   return reason;
+}
+
+void Explainer::addBridge(const std::string& port) {
+  const auto known = forwarder_.ports().find(Nimnet::IntfId::known(port));
+  const End* entry = known == forwarder_.ports().end() ? nullptr : known->second->entry;
+  const auto& bridges = forwarder_.bridges();
+  const auto bridge = std::find_if(bridges.begin(), bridges.end(),
+                                   [entry](const Bridge* each) { return entry && entry->junction == each; });
+  const Nimnet::EthHdr* eth = ctx_->parsedPacket().ethPacket()->ethHdr();
+  if (bridge == bridges.end() || !eth || Bridge::isGroup(eth->destination())) return;
+  const uint16_t vlan = ctx_->pkt()->vlanId();
+  const auto station = (*bridge)->heardOf(eth->destination(), vlan);
+  document_["bridge"] = {{"address", eth->destination().str()},
+                         {"vlan", vlan},
+                         {"port", station ? Json(station->end->id.name().view()) : Json(nullptr)},
+                         {"age", station ? Json(station->age.seconds()) : Json(nullptr)}};
 }
 
 void Explainer::handleAsked(const Acl::AskedList& asked) {
@@ -97,6 +125,11 @@ void Explainer::handleEgress(const Nimnet::IntfId& port, const Velo::PipelineSte
   Refusable::check();
   Json one = {{"port", port.name().view()}, {"verdict", verdictWord(!droppedBy)}};
   if (droppedBy) one["reason"] = dropReason(*droppedBy);
+  const Json& asked = document_["asked"];
+  // The lists that were asked since the port before are those of this one; the last of them decided.
+  if (droppedBy && asked.size() > askedBefore_ && asked.back().at("action") == "deny")
+    one["by"] = asked.size() - 1;
+  askedBefore_ = asked.size();
   document_["egress"].push_back(std::move(one));
 }
 

@@ -31,6 +31,8 @@ class Explainer final : private Acl::ListTrial {
   void handleMirrored(const Kelp::String& session) override;
   void handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) override;
 
+  /// Tells where the bridge of a port has learned the frame's destination, if the port is of a bridge.
+  void addBridge(const std::string& port);
   /// The reason that was counted for a drop since the last call.
   std::string dropReason(const Velo::PipelineStep& droppedBy);
 
@@ -42,7 +44,12 @@ class Explainer final : private Acl::ListTrial {
   Kelp::Ptr<Velo::PacketContext> ctx_;
   Kelp::Ptr<Velo::VeloNamedCounters> counted_;
   std::map<Velo::CounterName, uint64_t> told_;  // the counts that dropReason() has seen in counted_
+  size_t askedBefore_ = 0;                      // how many lists were asked up to the last egress port
 };
+
+/// What becomes of a frame, by which rules, in a sentence without a full stop: "dropped on its way in by rule
+/// 10 of FROM-ALICE on eth1". Takes the document without it.
+std::string explainSentence(const nlohmann::ordered_json& document);
 
 /// The document for people.
 std::string explainText(const nlohmann::ordered_json& document, bool colour);

@@ -1,6 +1,7 @@
 #include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
 #include <agent/show/Style.h>
+#include <agent/show/Text.h>
 
 namespace Agent {
 
@@ -40,6 +41,15 @@ std::string verdictText(const Json& document, const Style& style) {
   return text;
 }
 
+std::string bridgeText(const Json& bridge) {
+  std::string place = bridge.at("address").get<std::string>();
+  if (const int vlan = bridge.at("vlan").get<int>()) place += fmt::format(" in vlan {}", vlan);
+  if (bridge.at("port").is_null())
+    return fmt::format("{} was not learned: it is looked for at every other port of the bridge\n", place);
+  return fmt::format("{} was learned on {}, heard of {}\n", place, bridge.at("port").get<std::string>(),
+                     timeText(0, bridge.at("age").get<double>()));
+}
+
 }  // namespace
 
 std::string explainText(const Json& document, bool colour) {
@@ -68,7 +78,10 @@ std::string explainText(const Json& document, bool colour) {
   text += "\n";
   for (const Json& session : document.at("mirrored"))
     text += fmt::format("a copy goes to mirror session {}\n", session.get<std::string>());
-  return text + verdictText(document, style);
+  const bool received = document.at("verdict") == "pass" || !document.at("egress").empty();
+  if (received && document.contains("bridge")) text += bridgeText(document.at("bridge"));
+  return text + verdictText(document, style) +
+         fmt::format("{}{}{}\n", style.bold, document.at("sentence").get<std::string>(), style.off);
 }
 
 }  // namespace Agent

@@ -20,7 +20,8 @@ std::optional<Frame> frameOfCapture(const std::string& path, uint64_t number, st
   CaptureReader capture(path);
   while (capture.next()) {
     if (capture.number() != number) continue;
-    return Frame{{capture.frame().begin(), capture.frame().end()}, capture.wireLength()};
+    return Frame{
+        {capture.frame().begin(), capture.frame().end()}, capture.wireLength(), capture.typeBefore()};
   }
   *wrong = capture.wrong().empty()
                ? fmt::format("{} has {} frames, no frame {}", path, capture.number(), number)

@@ -1,6 +1,8 @@
+#include <Velo/ParsedPacket.h>
 #include <agent/explain/FrameDraft.h>
 
 #include <algorithm>
+#include <span>
 
 namespace Agent {
 
@@ -9,6 +11,7 @@ namespace {
 namespace EtherType = Nimnet::EtherType;
 namespace IpProtocol = Nimnet::IpProtocol;
 using Nimnet::TcpHdr;
+using Velo::ParseFault;
 
 using Octets = std::vector<uint8_t>;
 
@@ -30,10 +33,52 @@ void put(Octets& to, const Nimnet::EthAddr& address) {
 }
 void put(Octets& to, const Octets& more) { to.insert(to.end(), more.begin(), more.end()); }
 
-/// The header behind the IP header; for a later fragment some data instead.
-Octets l4Octets(const Draft& draft) {
+constexpr size_t dataOctets = 8;  // of data without a meaning, and of messages
+
+/// Something to be wrong with a header, which is given as it would be right.
+struct Damage {
+  Velo::ParseFault fault;
+  void (*done)(Octets& header);
+};
+
+void totalLengthIs(Octets& ip, uint8_t high, uint8_t low) {
+  ip[2] = high;
+  ip[3] = low;
+}
+
+/// What is not here comes by itself: of a frame that is too short, of a third tag, of zeros for an IP header.
+constexpr Damage ip4Damages[] = {
+    // It has options, of which the capture has none: see Draft::captured().
+    {ParseFault::ipHeaderCut, [](Octets& ip) { ip[0] = 0x46, totalLengthIs(ip, 0, 24); }},
+    {ParseFault::ipHeaderLength, [](Octets& ip) { ip[0] = 0x44; }},
+    {ParseFault::ipTotalLengthTooShort, [](Octets& ip) { totalLengthIs(ip, 0, 0); }},
+    {ParseFault::ipTotalLengthTooLong, [](Octets& ip) { totalLengthIs(ip, 0xff, 0xff); }},
+};
+constexpr Damage ip6Damages[] = {
+    {ParseFault::ip6PayloadLengthTooLong, [](Octets& ip) { ip[4] = ip[5] = 0xff; }},
+};
+constexpr Damage l4Damages[] = {
+    {ParseFault::tcpHeaderCut, [](Octets& l4) { l4.resize(TcpHdr::minSize / 2); }},
+    {ParseFault::tcpDataOffsetTooShort, [](Octets& l4) { l4[12] = 4 << 4; }},
+    {ParseFault::tcpDataOffsetTooLong, [](Octets& l4) { l4[12] = 15 << 4; }},
+    {ParseFault::udpHeaderCut, [](Octets& l4) { l4.resize(Nimnet::UdpHdr::minSize / 2); }},
+    {ParseFault::udpLengthTooShort, [](Octets& l4) { l4[5] = Nimnet::UdpHdr::minSize - 1; }},
+    {ParseFault::sctpHeaderCut, [](Octets& l4) { l4.resize(Nimnet::SctpHdr::minSize / 2); }},
+    {ParseFault::icmpHeaderCut, [](Octets& l4) { l4.resize(Nimnet::IcmpHdr::minSize / 2); }},
+    {ParseFault::icmp6HeaderCut, [](Octets& l4) { l4.resize(Nimnet::Icmp6Hdr::minSize / 2); }},
+};
+
+void damage(Octets& header, ParseFault fault, std::span<const Damage> damages) {
+  for (const Damage& each : damages) {
+    if (each.fault == fault) each.done(header);
+  }
+}
+
+/// The header behind the IP header; for a later fragment some data instead. Data and messages can be up to
+/// `less` octets shorter than usual.
+Octets l4Octets(const Draft& draft, size_t less) {
   Octets l4;
-  if (draft.fragmentOffset) return Octets(8);
+  if (draft.fragmentOffset) return Octets(dataOctets - std::min(less, dataOctets));
   const auto ports = [&] {
     put16(l4, draft.sourcePort.value_or(0));
     put16(l4, draft.destinationPort.value_or(0));
@@ -60,47 +105,121 @@ Octets l4Octets(const Draft& draft) {
       // An ICMP message. For any other protocol these are octets without a meaning.
       put8(l4, draft.icmpType);
       put8(l4, draft.icmpCode);
-      l4.resize(8);
+      const bool message = *draft.protocol == IpProtocol::icmp || *draft.protocol == IpProtocol::icmp6;
+      l4.resize(dataOctets - std::min(less, message ? dataOctets - Nimnet::IcmpHdr::minSize : dataOctets));
   }
+  const size_t whole = l4.size();
+  damage(l4, draft.fault, l4Damages);
+  // A header that is cut can as well be cut further.
+  if (l4.size() < whole) l4.resize(l4.size() - std::min(less, l4.size()));
   return l4;
 }
 
-Octets ip4Octets(const Draft& draft) {
-  const Octets l4 = l4Octets(draft);
+Octets ip4Octets(const Draft& draft, size_t less) {
+  constexpr uint32_t moreFragments = 0x2000;
+  const Octets l4 = l4Octets(draft, less);
   Octets ip;
   put8(ip, 0x45);
   put8(ip, draft.trafficClass);
   put16(ip, static_cast<uint32_t>(Nimnet::IpHdr::minSize + l4.size()));
   put16(ip, 0);
-  put16(ip, draft.fragmentOffset.value_or(0));
+  put16(ip, draft.fragmentOffset.value_or(draft.firstFragment ? moreFragments : 0));
   put8(ip, draft.hops);
   put8(ip, *draft.protocol);
   put16(ip, 0);
   put32(ip, std::get<Nimnet::IpAddr>(draft.source).value);
   put32(ip, std::get<Nimnet::IpAddr>(draft.destination).value);
+  damage(ip, draft.fault, ip4Damages);
   put(ip, l4);
   return ip;
 }
 
-Octets ip6Octets(const Draft& draft) {
-  Octets payload;
-  if (draft.fragmentOffset) {
-    put8(payload, *draft.protocol);
-    put8(payload, 0);
-    put16(payload, *draft.fragmentOffset << 3);
-    put32(payload, 0);
+/// Whether the chain of extension headers does not come to its end; also of a packet whose length is wrong
+/// before that.
+bool cutsChain(const Draft& draft) {
+  return draft.fault == ParseFault::ip6ChainCut ||
+         (draft.fault == ParseFault::ip6PayloadLengthTooLong && draft.unknownProtocol);
+}
+
+/// The kinds of the extension headers in their order. Some faults need headers that the draft does not name.
+Octets chainOf(const Draft& draft) {
+  Octets chain = draft.headers;
+  if (draft.fragmentOffset || draft.firstFragment) chain.push_back(IpProtocol::fragment);
+  if (cutsChain(draft)) chain.push_back(IpProtocol::destinationOptions);
+  switch (draft.fault) {
+    case ParseFault::ip6SecondFragmentHeader:
+      if (!draft.firstFragment) chain.push_back(IpProtocol::fragment);
+      chain.push_back(IpProtocol::fragment);
+      break;
+    case ParseFault::ip6AhTooShort:
+      chain.push_back(IpProtocol::ah);
+      break;
+    case ParseFault::ip6ChainTooLong:
+      chain.resize(Velo::ParsedPacket::maxIp6Headers + 1, IpProtocol::destinationOptions);
+      break;
+    default:
+      break;
   }
-  put(payload, l4Octets(draft));
+  return chain;
+}
+
+/// One extension header of the smallest size.
+Octets headerOctets(const Draft& draft, uint8_t kind, uint8_t next, bool last) {
+  constexpr uint32_t padding = 1;  // option PadN with the rest of the octets (RFC 8200, 4.2)
+  constexpr uint32_t ahWords = 1;  // less two, for the 12 octets without a check value
+  Octets header;
+  put8(header, next);
+  if (kind == IpProtocol::fragment) {
+    put8(header, 0);
+    put16(header, draft.fragmentOffset ? *draft.fragmentOffset << 3 : draft.firstFragment ? 1 : 0);
+    put32(header, 0);
+  } else if (kind == IpProtocol::ah) {
+    put8(header, last && draft.fault == ParseFault::ip6AhTooShort ? 0 : ahWords);
+    header.resize(12);
+  } else {
+    put8(header, last && cutsChain(draft) ? 0xff : 0);
+    put8(header, kind == IpProtocol::routing ? 0 : padding);
+    put8(header, kind == IpProtocol::routing ? 0 : 4);
+    header.resize(8);
+  }
+  return header;
+}
+
+/// How much of the headers that a malformed chain ends with need not be there.
+size_t needlessOctets(const Draft& draft) {
+  if (cutsChain(draft)) return 8;
+  switch (draft.fault) {
+    case ParseFault::ip6ChainTooLong:
+      return 8;
+    case ParseFault::ip6AhTooShort:
+      return 4;
+    default:
+      return 0;
+  }
+}
+
+Octets ip6Octets(const Draft& draft, size_t less) {
+  const Octets chain = chainOf(draft);
+  Octets payload;
+  for (size_t i = 0; i < chain.size(); ++i) {
+    const bool last = i + 1 == chain.size();
+    put(payload, headerOctets(draft, chain[i], last ? *draft.protocol : chain[i + 1], last));
+  }
+  const Octets l4 = l4Octets(draft, less);
+  if (l4.empty() && less > dataOctets)
+    payload.resize(payload.size() - std::min(less - dataOctets, needlessOctets(draft)));
+  put(payload, l4);
   Octets ip;
   put32(ip, (6u << 28) | (uint32_t{draft.trafficClass} << 20));
   put16(ip, static_cast<uint32_t>(payload.size()));
-  put8(ip, draft.fragmentOffset ? IpProtocol::fragment : *draft.protocol);
+  put8(ip, chain.empty() ? *draft.protocol : chain.front());
   put8(ip, draft.hops);
   for (const IpAddress* address : {&draft.source, &draft.destination}) {
     const auto& six = std::get<Nimnet::Ip6Addr>(*address);
     put64(ip, six.high);
     put64(ip, six.low);
   }
+  damage(ip, draft.fault, ip6Damages);
   put(ip, payload);
   return ip;
 }
@@ -119,25 +238,62 @@ Octets arpOctets(const Draft& draft) {
   return arp;
 }
 
-}  // namespace
-
-std::vector<uint8_t> Draft::octets() const {
+/// The frame with IP data that are `less` octets shorter than usual, before it is filled up.
+Octets frameOctets(const Draft& draft, size_t less) {
   Octets frame;
-  put(frame, to);
-  put(frame, from);
-  for (const uint16_t vlan : vlans) {
+  if (draft.ethernet) {
+    put(frame, draft.to);
+    put(frame, draft.from);
+  }
+  for (const uint16_t vlan : draft.vlans) {
     put16(frame, EtherType::vlan);
     put16(frame, vlan);
   }
-  put16(frame, etherType);
-  if (isSix(source)) {
-    put(frame, ip6Octets(*this));
-  } else if (protocol) {
-    put(frame, ip4Octets(*this));
-  } else if (etherType == etherTypeArp && source.index() != 0) {
-    put(frame, arpOctets(*this));
+  put16(frame, draft.etherType);
+  if (isSix(draft.source)) {
+    put(frame, ip6Octets(draft, less));
+  } else if (draft.protocol) {
+    put(frame, ip4Octets(draft, less));
+  } else if (draft.etherType == etherTypeArp && draft.source.index() != 0) {
+    put(frame, arpOctets(draft));
   }
-  frame.resize(std::max(frame.size(), size));
+  // The first type of a frame without an Ethernet header stands beside it.
+  if (!draft.ethernet) frame.erase(frame.begin(), frame.begin() + 2);
+  return frame;
+}
+
+}  // namespace
+
+size_t Draft::captured(size_t octets) const {
+  constexpr size_t tag = 4;
+  if (cutOff) return std::min<size_t>(octets, Nimnet::EthHdr::size - 1);
+  const size_t l2 = (ethernet ? Nimnet::EthHdr::size : 0) + tag * vlans.size();
+  switch (fault) {
+    case ParseFault::tagCut:
+    case ParseFault::ip6HeaderCut:
+      return std::min(octets, l2);
+    case ParseFault::ipHeaderCut:
+      // With addresses it is the options that are missing.
+      return std::min(octets, l2 + (protocol ? Nimnet::IpHdr::minSize : 0));
+    case ParseFault::ipTotalLengthTooLong:
+    case ParseFault::ip6PayloadLengthTooLong:
+      // A protocol that is named without its ports, or without its message, has no header there.
+      if (!anyProtocol || fragmentOffset || unknownProtocol) return octets;
+      return std::min(octets, frameOctets(*this, 0).size() - l4Octets(*this, 0).size());
+    default:
+      return octets;
+  }
+}
+
+std::vector<uint8_t> Draft::octets() const {
+  if (cutOff) return Octets(exactSize.value_or(0));
+  Octets frame = frameOctets(*this, 0);
+  if (!exactSize) {
+    if (ethernet) frame.resize(std::max(frame.size(), size));
+    return frame;
+  }
+  if (frame.size() > *exactSize) frame = frameOctets(*this, frame.size() - *exactSize);
+  frame.resize(*exactSize);
   return frame;
 }
 

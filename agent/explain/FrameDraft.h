@@ -3,9 +3,11 @@
 #include <Nimnet/EthHdr.h>
 #include <Nimnet/IpHdr.h>
 #include <Nimnet/L4Hdr.h>
+#include <Velo/ParseFault.h>
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -36,11 +38,25 @@ struct Draft {
   uint8_t tcpFlags = 0;
   uint8_t trafficClass = 0;
   uint8_t hops = defaultHops;
-  std::optional<uint32_t> fragmentOffset;
-  size_t size = smallestFrame;  ///< the frame has at least so many octets, without a frame check sequence
+  std::optional<uint32_t> fragmentOffset;  ///< of a later fragment
+  bool firstFragment = false;
+  std::vector<uint8_t> headers;  ///< IPv6 extension headers, in their order; without fragment headers
+  size_t size = smallestFrame;   ///< the frame has at least so many octets, without a frame check sequence
+  /// It has exactly so many. A frame that is too large for that loses octets that mean nothing first.
+  std::optional<size_t> exactSize;
+  bool ethernet = true;  ///< without: the octets are what would stand behind the EtherType
+  bool cutOff = false;   ///< too short for an Ethernet header
+  /// Made so that a parser finds this fault, if the rest of the draft allows it.
+  Velo::ParseFault fault = Velo::ParseFault::none;
+  bool unknownProtocol = false;  ///< as it is behind malformed headers
+  std::string port{};            ///< where the frame comes in; empty: not said
 
-  /// The octets of the frame. Lengths are right, checksums are zero.
+  /// The octets of the frame. Lengths are right, checksums are zero; of a malformed frame one thing is wrong.
   std::vector<uint8_t> octets() const;
+  /// How many octets a capture has of a frame of so many: of some malformed frames not all.
+  size_t captured(size_t octets) const;
+  /// Of a frame without an Ethernet header the type that would stand before its octets.
+  uint16_t typeBefore() const { return vlans.empty() ? etherType : Nimnet::EtherType::vlan; }
 };
 
 }  // namespace Agent

@@ -79,9 +79,13 @@ bool readIcmpKind(Cursor& at, Draft& draft) {
     draft.icmpType = message->type;
     if (message->code != Config::IcmpMessage::anyCode) draft.icmpCode = static_cast<uint8_t>(message->code);
     at.take();
-  } else if (Config::isDigits(at.peek())) {
+  } else if (at.takeIf("type")) {
+    return readNumber(at, "an ICMP type", 255, &draft.icmpType) &&
+           (!at.takeIf("code") || readNumber(at, "an ICMP code", 255, &draft.icmpCode));
+  } else if (Config::isDigits(at.peek()) && at.peek(1) != "octets") {
     if (!readNumber(at, "an ICMP type", 255, &draft.icmpType)) return false;
-    if (Config::isDigits(at.peek())) return readNumber(at, "an ICMP code", 255, &draft.icmpCode);
+    if (Config::isDigits(at.peek()) && at.peek(1) != "octets")
+      return readNumber(at, "an ICMP code", 255, &draft.icmpCode);
   }
   return true;
 }
@@ -100,12 +104,25 @@ bool readArpKind(Cursor& at, Draft& draft) {
   return true;
 }
 
-bool readEthKind(Cursor& at, Draft& draft) {
-  if (!readMac(at, &draft.from) || !at.keyword(">") || !readMac(at, &draft.to)) return false;
+bool readType(Cursor& at, Draft& draft) {
   std::optional<uint16_t> type = Config::etherTypeNumber(at.peek());
   if (const auto number = Config::hexadecimal(at.peek()); number && *number <= 0xffff)
     type = static_cast<uint16_t>(*number);
   return readAs(at, "an ethertype by name, or 0x0000 to 0xffff", type, &draft.etherType);
+}
+
+bool readEthKind(Cursor& at, Draft& draft) {
+  return readMac(at, &draft.from) && at.keyword(">") && readMac(at, &draft.to) && readType(at, draft);
+}
+
+bool readTypeKind(Cursor& at, Draft& draft) {
+  draft.ethernet = false;
+  return readType(at, draft);
+}
+
+bool readCutKind(Cursor& at, Draft& draft) {
+  draft.cutOff = true;
+  return at.keyword("off");
 }
 
 constexpr FrameWord kinds[] = {
@@ -118,6 +135,8 @@ constexpr FrameWord kinds[] = {
     {"ipv6", readIpKind<true>},
     {"arp", readArpKind},
     {"eth", readEthKind},
+    {"type", readTypeKind},
+    {"cut", readCutKind},
 };
 
 }  // namespace

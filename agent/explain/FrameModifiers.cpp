@@ -1,6 +1,12 @@
 // Reads the words behind the addresses in the text of a frame.
+#include <Velo/ParsedPacket.h>
+#include <agent/config/Mistake.h>
 #include <agent/config/Names.h>
+#include <agent/config/Nearest.h>
 #include <agent/explain/FrameWords.h>
+#include <agent/show/PacketText.h>
+
+#include <algorithm>
 
 namespace Agent {
 
@@ -35,6 +41,10 @@ bool readDscp(Cursor& at, Draft& draft) {
 
 bool readProtocol(Cursor& at, Draft& draft) {
   if (!draft.anyProtocol) return at.failAt(at.position() - 1, "no protocol: the first word has said it");
+  if (at.takeIf("unknown")) {
+    draft.unknownProtocol = true;
+    return true;
+  }
   std::optional<uint8_t> value = Config::protocolNumber(at.peek());
   if (const auto number = Config::decimal(at.peek()); number && *number <= 255)
     value = static_cast<uint8_t>(*number);
@@ -46,10 +56,55 @@ bool readProtocol(Cursor& at, Draft& draft) {
 
 bool readFragment(Cursor& at, Draft& draft) {
   uint32_t offset = defaultFragmentOffset;
-  if (Config::isDigits(at.peek()) && !at.number("a fragment offset", 1, 8191, &offset)) return false;
+  if (Config::isDigits(at.peek()) && at.peek(1) != "octets" &&
+      !at.number("a fragment offset", 1, 8191, &offset))
+    return false;
   draft.fragmentOffset = offset;
   return true;
 }
+
+bool readLater(Cursor& at, Draft& draft) { return at.keyword("fragment") && readFragment(at, draft); }
+
+bool readFirst(Cursor& at, Draft& draft) {
+  if (!draft.protocol) return at.failAt(at.position() - 1, "no fragment of a frame that is not IP");
+  draft.firstFragment = true;
+  return at.keyword("fragment");
+}
+
+bool readInner(Cursor& at, Draft& draft) {
+  if (draft.vlans.size() != 1) return at.failAt(at.position() - 1, "a vlan before the inner one");
+  return at.keyword("vlan") && readVlan(at, draft);
+}
+
+bool readHeaders(Cursor& at, Draft& draft) {
+  if (!isSix(draft.source))
+    return at.failAt(at.position() - 1, "no extension headers in a frame that is not IPv6");
+  const auto names = extensionNames();
+  const auto named = [&] {
+    return std::find_if(names.begin(), names.end(),
+                        [&](const ExtensionName& each) { return each.name == at.peek(); });
+  };
+  if (named() == names.end()) return at.fail(Config::anyOf(Config::namesOf(names)));
+  for (; named() != names.end(); at.take()) {
+    if (draft.headers.size() == Velo::ParsedPacket::maxIp6Headers)
+      return at.fail("no ninth extension header");
+    draft.headers.push_back(named()->header);
+  }
+  return true;
+}
+
+/// What a frame has not: "no flags", "no ethernet header".
+bool readNo(Cursor& at, Draft& draft) {
+  if (at.peek() == "flags" && draft.protocol == IpProtocol::tcp) {
+    at.take();
+    draft.tcpFlags = 0;
+    return true;
+  }
+  draft.ethernet = false;
+  return at.keyword("ethernet") && at.keyword("header");
+}
+
+bool readPort(Cursor& at, Draft& draft) { return at.name("the name of a port", &draft.port); }
 
 bool readSize(Cursor& at, Draft& draft) {
   uint32_t size = 0;
@@ -77,7 +132,13 @@ constexpr FrameWord modifiers[] = {
     {"traffic-class",
      [](Cursor& at, Draft& draft) { return readNumber(at, "a traffic class", 255, &draft.trafficClass); }},
     {"protocol", readProtocol},
+    {"first", readFirst},
+    {"later", readLater},
     {"fragment", readFragment},
+    {"headers", readHeaders},
+    {"inner", readInner},
+    {"no", readNo},
+    {"on", readPort},
     {"size", readSize},
     {"syn", readFlag<TcpHdr::syn>},
     {"ack", readFlag<TcpHdr::ack>},

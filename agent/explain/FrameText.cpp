@@ -1,3 +1,5 @@
+#include <MemSlab/Slab.h>
+#include <Velo/ParsedPacket.h>
 #include <agent/config/Mistake.h>
 #include <agent/config/Names.h>
 #include <agent/explain/FrameText.h>
@@ -36,16 +38,29 @@ bool readNumber(Cursor& at, std::string_view what, uint32_t high, uint8_t* out) 
 
 namespace {
 
+bool readSizeWord(Cursor& at, Draft& draft) {
+  constexpr uint32_t largest = 1 << 18;
+  uint32_t size = 0;
+  if (!at.number("a number of octets", 0, largest, &size) || !at.keyword("octets")) return false;
+  draft.exactSize = size;
+  return true;
+}
+
+bool readModifier(Cursor& at, Draft& draft) {
+  if (at.peek(1) == "octets") return readSizeWord(at, draft);
+  const FrameWord* modifier = find(frameModifiers(), at.peek());
+  if (!modifier) return at.fail(anyOf(frameModifiers()) + ", or a number of octets");
+  at.take();
+  return modifier->read(at, draft);
+}
+
 bool readAll(Cursor& at, Draft& draft) {
   const FrameWord* kind = find(frameKinds(), at.peek());
   if (!kind) return at.fail(anyOf(frameKinds()));
   at.take();
   if (!kind->read(at, draft)) return false;
   while (!at.atEnd()) {
-    const FrameWord* modifier = find(frameModifiers(), at.peek());
-    if (!modifier) return at.fail(anyOf(frameModifiers()));
-    at.take();
-    if (!modifier->read(at, draft)) return false;
+    if (!readModifier(at, draft)) return false;
   }
   const bool ports =
       draft.protocol && Config::hasPorts(*draft.protocol) && !draft.anyProtocol && !draft.fragmentOffset;
@@ -54,25 +69,81 @@ bool readAll(Cursor& at, Draft& draft) {
   return true;
 }
 
+/// Takes the reason off the end of a text, and " on PORT" behind it. Returns what is wrong.
+std::optional<std::string> takeFault(std::string& text, Draft& draft) {
+  constexpr std::string_view mark = "malformed:", port = " on ";
+  const size_t at = text.find(mark);
+  if (at == text.npos) return std::nullopt;
+  std::string_view reason = std::string_view(text).substr(at + mark.size());
+  if (const size_t on = reason.find(port); on != reason.npos) {
+    draft.port = reason.substr(on + port.size());
+    reason = reason.substr(0, on);
+  }
+  while (reason.starts_with(' ')) reason.remove_prefix(1);
+  while (reason.ends_with(' ')) reason.remove_suffix(1);
+  for (uint32_t fault = 1; fault < Velo::parseFaultCount; ++fault) {
+    if (Velo::reason(static_cast<Velo::ParseFault>(fault)) != reason) continue;
+    draft.fault = static_cast<Velo::ParseFault>(fault);
+    text.resize(at);
+    return std::nullopt;
+  }
+  return fmt::format(
+      "column {}: {}", at + 1,
+      Config::mistakeText(fmt::format("\"{}\"", reason), "a reason that velo show drops tells"));
+}
+
+/// Why a frame is not what a text says of its faults; nothing if it is.
+std::optional<std::string> whyNotSo(const Frame& frame, const Draft& draft) {
+  const auto pkt = MemSlab::make<Nimnet::Pkt>();
+  frame.assignTo(*pkt);
+  Velo::ParsedPacket parsed;
+  parsed.reset(pkt.get());
+  parsed.maybeDoFullParse();
+  if (draft.fault != Velo::ParseFault::none && parsed.fault() != draft.fault)
+    return fmt::format("a frame of these words cannot be malformed so: {}", reason(draft.fault));
+  const auto* six = parsed.ipHdr() ? parsed.ipHdr()->ip6Hdr() : nullptr;
+  if (draft.unknownProtocol && !(six && !six->protocolKnown()))
+    return "the protocol is only unknown when the headers before it are malformed";
+  return std::nullopt;
+}
+
 }  // namespace
+
+void Frame::assignTo(Nimnet::Pkt& pkt) const {
+  if (typeBefore)
+    pkt.assignBehindType(*typeBefore, octets, wireLength, 0);
+  else
+    pkt.assign(octets, wireLength, 0);
+}
 
 std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   Cursor at;
   Draft draft;
-  if (!at.lineIs(text) || !readAll(at, draft)) {
-    const auto& problem = *at.problem();
-    *wrong =
-        fmt::format("column {}: {}", problem.column, Config::mistakeText(problem.found, problem.expected));
+  std::string words(text);
+  std::replace(words.begin(), words.end(), ',', ' ');
+  const auto fail = [wrong](std::optional<std::string> why) {
+    *wrong = std::move(*why);
     return std::nullopt;
+  };
+  if (auto why = takeFault(words, draft)) return fail(std::move(why));
+  if (!at.lineIs(words) || !readAll(at, draft)) {
+    const auto& problem = *at.problem();
+    return fail(
+        fmt::format("column {}: {}", problem.column, Config::mistakeText(problem.found, problem.expected)));
   }
-  Frame frame{draft.octets(), 0};
+  Frame frame{draft.octets(), 0, {}, draft.port};
   frame.wireLength = static_cast<uint32_t>(frame.octets.size());
+  frame.octets.resize(draft.captured(frame.octets.size()));
+  if (!draft.ethernet) frame.typeBefore = draft.typeBefore();
+  if (auto why = whyNotSo(frame, draft)) return fail(std::move(why));
   return frame;
 }
 
 bool isFrameText(std::string_view text) {
   Cursor at;
-  return at.lineIs(text) && find(frameKinds(), at.peek()) != nullptr;
+  std::string words(text);
+  std::replace(words.begin(), words.end(), ',', ' ');
+  return at.lineIs(words) && find(frameKinds(), at.peek()) != nullptr;
 }
 
 }  // namespace Agent

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Nimnet/Pkt.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,10 +10,15 @@
 
 namespace Agent {
 
-/// A frame from its Ethernet header on, without a frame check sequence.
+/// A frame from its Ethernet header on, if it has one, without a frame check sequence.
 struct Frame {
   std::vector<uint8_t> octets;
   uint32_t wireLength = 0;  ///< more than there are octets when a capture has cut the frame short
+  /// Without an Ethernet header: the EtherType of what the octets are.
+  std::optional<uint16_t> typeBefore{};
+  std::string port{};  ///< where it comes in, if the text says so
+
+  void assignTo(Nimnet::Pkt& pkt) const;
 };
 
 /// Makes the frame that a text describes:
@@ -21,12 +28,19 @@ struct Frame {
 ///   ip|ipv6 ADDRESS > ADDRESS [words]
 ///   arp ADDRESS > ADDRESS [words]
 ///   eth MAC > MAC TYPE [words]
+///   type TYPE no ethernet header [words]
+///   cut off N octets
 ///
 /// Both addresses are IPv4 or both are IPv6. An IPv6 address with a port stands in brackets. Ports,
-/// protocols, messages and types have the names of the configuration text. The words can have any order:
-/// `vlan ID` (a second one is the inner tag), `from MAC`, `to MAC`, `ttl N`, `hop-limit N`, `dscp VALUE`,
-/// `traffic-class N`, `protocol P` (with ip and ipv6), `fragment [OFFSET]` (a later fragment; the offset is
-/// in units of 8 octets), `syn ack fin rst psh urg`, `size N` (octets of the frame).
+/// protocols, messages and types have the names of the configuration text; a message can be written `type N
+/// code N`, too. The words can have any order: `vlan ID` (a second one, or `inner vlan ID`, is the inner
+/// tag), `from MAC`, `to MAC`, `ttl N`, `hop-limit N`, `dscp VALUE`, `traffic-class N`, `protocol P` (with ip
+/// and ipv6), `first fragment`, `[later] fragment [OFFSET]` (the offset is in units of 8 octets), `headers`
+/// with one or more of `hop-by-hop`, `routing`, `ah` and `destination-options`, `syn ack fin rst psh urg` or
+/// `no flags`, `no ethernet header`, `size N` (at least so many octets), `N octets` (exactly so many), `on
+/// PORT`. Last of all can stand `malformed: REASON`, a reason of Velo::ParseFault. Commas count as blanks.
+///
+/// So every line of packetText() is such a text, and the frame that it makes has that line again.
 ///
 /// Lengths are right, checksums are zero, because nobody here reads them. Returns nothing, and sets `wrong`,
 /// for any other text.

@@ -10,7 +10,9 @@ namespace {
 constexpr uint64_t reservedAddresses = 0x0180c2000000;  // and the 15 behind it
 constexpr uint64_t groupBit = 0x010000000000;
 
-uint64_t keyOf(Nimnet::EthAddr address, uint16_t vlan) { return uint64_t{vlan} << 48 | address.value(); }
+constexpr int vlanAt = 48;
+
+uint64_t keyOf(Nimnet::EthAddr address, uint16_t vlan) { return uint64_t{vlan} << vlanAt | address.value(); }
 
 }  // namespace
 
@@ -24,7 +26,7 @@ std::span<Bridge::Station, Bridge::bucketSize> Bridge::bucketOf(uint64_t key) co
 
 void Bridge::learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) {
   const Nimnet::EthAddr source = eth.source();
-  if (source.value() == 0 || (source.value() & groupBit) != 0) return;  // not the address of a station
+  if (source.value() == 0 || isGroup(source)) return;  // not the address of a station
   const uint64_t key = keyOf(source, vlan);
   const auto bucket = bucketOf(key);
   auto place = std::find_if(bucket.begin(), bucket.end(), [key](const Station& s) { return s.key == key; });
@@ -39,17 +41,43 @@ void Bridge::learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) {
 
 std::span<End* const> Bridge::targets(const End&, const Nimnet::EthHdr& eth, uint16_t vlan) const {
   const Nimnet::EthAddr destination = eth.destination();
-  if ((destination.value() & groupBit) != 0) {
+  if (isGroup(destination)) {
     if ((destination.value() & ~uint64_t{0xf}) == reservedAddresses) return {};
     return ends_;
   }
-  const uint64_t key = keyOf(destination, vlan);
-  for (const Station& station : bucketOf(key)) {
-    if (station.key != key) continue;
-    if (clock_.now() - station.heard > ageingTime) break;
-    return {&station.end, 1};
-  }
+  if (const Station* station = stationOf(keyOf(destination, vlan))) return {&station->end, 1};
   return ends_;
+}
+
+bool Bridge::isGroup(Nimnet::EthAddr address) { return (address.value() & groupBit) != 0; }
+
+bool Bridge::isHeard(const Station& station) const {
+  return station.key != 0 && clock_.now() - station.heard <= ageingTime;
+}
+
+Bridge::Station* Bridge::stationOf(uint64_t key) const {
+  for (Station& station : bucketOf(key)) {
+    if (station.key == key) return isHeard(station) ? &station : nullptr;
+  }
+  return nullptr;
+}
+
+Bridge::Heard Bridge::heard(const Station& station) const {
+  return {Nimnet::EthAddr::fromValue(station.key), static_cast<uint16_t>(station.key >> vlanAt), station.end,
+          clock_.now() - station.heard};
+}
+
+std::optional<Bridge::Heard> Bridge::heardOf(Nimnet::EthAddr address, uint16_t vlan) const {
+  const Station* station = stationOf(keyOf(address, vlan));
+  return station ? std::optional(heard(*station)) : std::nullopt;
+}
+
+std::optional<Bridge::Heard> Bridge::next(size_t& at, size_t places) const {
+  for (const size_t end = std::min(at + places, stations); at < end;) {
+    const Station& station = table_[at++];
+    if (isHeard(station)) return heard(station);
+  }
+  return std::nullopt;
 }
 
 void Bridge::forget(const End& end) {

@@ -4,6 +4,7 @@
 #include <agent/forward/Junction.h>
 
 #include <memory>
+#include <optional>
 
 namespace Agent {
 
@@ -31,6 +32,22 @@ class Bridge final : public Junction {
   /// table.
   size_t known() const;
 
+  /// A station that has been heard of lately.
+  struct Heard {
+    Nimnet::EthAddr address;
+    uint16_t vlan = 0;
+    const End* end = nullptr;
+    Kelp::Duration age;  ///< since it was heard of last
+  };
+  /// Where a frame to this address would go; nothing when it would go to all ends.
+  std::optional<Heard> heardOf(Nimnet::EthAddr address, uint16_t vlan) const;
+  /// The first station at place `at` of the table or behind it, looking at no more than `places`; `at` is
+  /// then the place behind it, or where to go on. A place from `stations` on is the end of the table.
+  std::optional<Heard> next(size_t& at, size_t places) const;
+  std::span<End* const> ends() const { return ends_; }
+  /// Whether an address is of a group of stations, the broadcast address included.
+  static bool isGroup(Nimnet::EthAddr address);
+
  private:
   struct Station {
     uint64_t key = 0;  ///< VLAN and address; 0: a free place
@@ -42,6 +59,10 @@ class Bridge final : public Junction {
   static constexpr size_t buckets = stations / bucketSize;
 
   std::span<Station, bucketSize> bucketOf(uint64_t key) const;
+  /// The station of a key; null when it is unknown.
+  Station* stationOf(uint64_t key) const;
+  bool isHeard(const Station& station) const;
+  Heard heard(const Station& station) const;
 
   const std::vector<End*> ends_;
   const Kiv::Clock& clock_;

@@ -94,9 +94,8 @@ void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Ke
                              const Nimnet::IntfId& destination) {
   if (Velo::MirroringPacketInfo::extractInfo(ctx)) return;  // a copy is not copied again
   if (mirrorObserver_) mirrorObserver_->handleMirrored(session);
-  const Nimnet::Pkt& original = *ctx->pkt();
-  copyCtx_->pkt()->assign(original.frame(), original.wireLength(), original.time());
-  copyCtx_->pkt()->traceIdIs(original.traceId());
+  copyCtx_->pkt()->assign(*ctx->pkt());
+  copyCtx_->pkt()->traceIdIs(ctx->traceId());
   copyCtx_->begin(ctx->ingressIntf());
   copyCtx_->mirroringSessionIs(session);
   const auto to = ends_.find(destination);

@@ -17,6 +17,8 @@
 
 namespace Agent {
 
+class Bridge;
+
 /// Is told of every mirrored copy.
 class MirrorObserver {
  public:
@@ -53,6 +55,9 @@ class Forwarder final : public Velo::MirrorTarget {
   /// Joins two or more interfaces by a bridge. `clock` is used for ageing and outlives the forwarder. Returns
   /// what is wrong; then nothing is joined.
   std::optional<std::string> bridgeIs(const std::vector<std::string>& names, const Kiv::Clock& clock);
+
+  /// The bridges, in the order in which they were made.
+  const std::vector<const Bridge*>& bridges() const { return bridges_; }
 
   void mirrorObserverIs(MirrorObserver* observer) { mirrorObserver_ = observer; }
 
@@ -97,6 +102,7 @@ class Forwarder final : public Velo::MirrorTarget {
   bool newPortsUp_ = true;
   std::map<Nimnet::IntfId, End> ends_;  // of every port and port-channel there is or was
   std::vector<std::unique_ptr<Junction>> junctions_;
+  std::vector<const Bridge*> bridges_;  // those of them that are bridges
   MirrorObserver* mirrorObserver_ = nullptr;
   uint64_t lastTraceId_ = 0;
 };

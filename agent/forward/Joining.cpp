@@ -18,7 +18,9 @@ std::optional<std::string> Forwarder::bridgeIs(const std::vector<std::string>& n
                                                const Kiv::Clock& clock) {
   if (auto wrong = whyNotJoined(names, "bridged")) return wrong;
   const auto ends = endsOf(names);
-  join(std::make_unique<Bridge>(ends, clock), ends);
+  auto bridge = std::make_unique<Bridge>(ends, clock);
+  bridges_.push_back(bridge.get());
+  join(std::move(bridge), ends);
   return std::nullopt;
 }
 

@@ -1,6 +1,7 @@
 #include <agent/ports/Captures.h>
 #include <pcap/pcap.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -33,6 +34,59 @@ Stamp stampOf(int64_t seconds, int64_t nanoseconds) {
   return {seconds + carry, static_cast<int32_t>(nanoseconds - carry * nanosecondsInSecond)};
 }
 
+constexpr uint32_t cookedHeader = 16;
+constexpr uint32_t cookedHeader2 = 20;
+constexpr uint32_t cookedTypeAt = 14;   // in the first version; in the second it stands at the beginning
+constexpr uint16_t cookedLlc = 0x0004;  // in place of a type: an LLC header follows (Linux: ETH_P_802_2)
+
+/// The field of a cooked header that has the EtherType.
+uint16_t cookedType(const uint8_t* field, uint32_t behind) {
+  const uint16_t type = Nimnet::read16(field);
+  // In an Ethernet frame the length would stand there.
+  if (type == cookedLlc)
+    return static_cast<uint16_t>(std::min<uint32_t>(behind, Nimnet::EtherType::maxLength));
+  return type;
+}
+
+/// What a packet claims to be by its version. What is neither is told to be IPv4: it is malformed then.
+uint16_t rawType(std::span<const uint8_t> packet, uint32_t) {
+  constexpr uint8_t six = 6;
+  return !packet.empty() && packet[0] >> 4 == six ? Nimnet::EtherType::ip6 : Nimnet::EtherType::ip;
+}
+
+}  // namespace
+
+/// A kind of capture: what stands before what would follow an Ethernet header, and its type. A further kind
+/// is a row of the table.
+struct LinkType {
+  int number;           ///< DLT_* of libpcap
+  uint32_t headerSize;  ///< octets to leave out
+  /// The EtherType of what is behind the header, of which `behind` octets were on the wire. Null: there is an
+  /// Ethernet header.
+  uint16_t (*typeOf)(std::span<const uint8_t> captured, uint32_t behind);
+};
+
+namespace {
+
+constexpr LinkType linkTypes[] = {
+    {DLT_EN10MB, 0, nullptr},
+    {DLT_LINUX_SLL, cookedHeader,
+     [](std::span<const uint8_t> captured, uint32_t behind) {
+       return cookedType(&captured[cookedTypeAt], behind);
+     }},
+    {DLT_LINUX_SLL2, cookedHeader2,
+     [](std::span<const uint8_t> captured, uint32_t behind) { return cookedType(captured.data(), behind); }},
+    {DLT_RAW, 0, rawType},
+    {DLT_IPV4, 0, [](std::span<const uint8_t>, uint32_t) { return Nimnet::EtherType::ip; }},
+    {DLT_IPV6, 0, [](std::span<const uint8_t>, uint32_t) { return Nimnet::EtherType::ip6; }},
+};
+
+const LinkType* linkTypeOf(int number) {
+  const auto* at = std::find_if(std::begin(linkTypes), std::end(linkTypes),
+                                [number](const LinkType& each) { return each.number == number; });
+  return at == std::end(linkTypes) ? nullptr : at;
+}
+
 std::string linkTypeText(int type) {
   const char* name = pcap_datalink_val_to_name(type);
   const char* description = pcap_datalink_val_to_description(type);
@@ -50,16 +104,21 @@ CaptureReader::CaptureReader(std::string path) : path_(std::move(path)) {
   }
   const auto bytes = std::filesystem::file_size(path_, error);
   if (!error) size_ = bytes;
+  file_ = std::make_unique<UnpackedFile>(path_);
   char reason[PCAP_ERRBUF_SIZE] = "";
-  pcap_ = pcap_open_offline_with_tstamp_precision(path_.c_str(), PCAP_TSTAMP_PRECISION_NANO, reason);
+  if (file_->stream())
+    pcap_ = pcap_fopen_offline_with_tstamp_precision(file_->stream(), PCAP_TSTAMP_PRECISION_NANO, reason);
   if (!pcap_) {
-    const std::string text = reason;
-    wrong_ = text.starts_with(path_) ? text : fmt::format("{}: {}", path_, text);
+    if (file_->stream()) std::fclose(file_->stream());
+    wrong_ = fmt::format("{}: {}", path_, file_->wrong().empty() ? reason : file_->wrong());
     return;
   }
-  if (const int type = pcap_datalink(pcap_); type != DLT_EN10MB) {
+  const int type = pcap_datalink(pcap_);
+  link_ = linkTypeOf(type);
+  if (!link_) {
     refused_ = true;
-    wrong_ = fmt::format("{}: {}, only Ethernet can be replayed", path_, linkTypeText(type));
+    wrong_ = fmt::format("{}: {}, only Ethernet, Linux cooked and raw IP can be replayed", path_,
+                         linkTypeText(type));
   }
 }
 
@@ -79,20 +138,38 @@ bool CaptureReader::next() {
       wrong_ = fmt::format("{}: frame {}: its time stamp is not in the years 1970 to 9999", path_, number_);
       return false;
     }
-    frame_ = {data, header->caplen};
-    wireLength_ = header->len;
+    frameIs({data, header->caplen}, header->len);
     return true;
   }
-  if (got == PCAP_ERROR)
-    wrong_ = fmt::format("{}: ends behind frame {}: {}", path_, number_, pcap_geterr(pcap_));
+  if (got == PCAP_ERROR) {
+    wrong_ = fmt::format("{}: ends behind frame {}: {}", path_, number_,
+                         file_->wrong().empty() ? pcap_geterr(pcap_) : file_->wrong());
+  }
   return false;
 }
 
-uint64_t CaptureReader::position() const {
-  if (!pcap_) return 0;
-  const long at = std::ftell(pcap_file(pcap_));
-  return at > 0 ? static_cast<uint64_t>(at) : 0;
+void CaptureReader::frameIs(std::span<const uint8_t> captured, uint32_t wireLength) {
+  const uint32_t header = link_->headerSize;
+  typeBefore_.reset();
+  if (captured.size() < header) {
+    // Cut off before anything is told of it: to every parser a frame without a whole Ethernet header.
+    frame_ = {};
+    wireLength_ = 0;
+    return;
+  }
+  frame_ = captured.subspan(header);
+  wireLength_ = std::max(wireLength, static_cast<uint32_t>(captured.size())) - header;
+  if (link_->typeOf) typeBefore_ = link_->typeOf(captured, wireLength_);
 }
+
+void CaptureReader::assignTo(Nimnet::Pkt& pkt) const {
+  if (typeBefore_)
+    pkt.assignBehindType(*typeBefore_, frame_, wireLength_, stamp_.value());
+  else
+    pkt.assign(frame_, wireLength_, stamp_.value());
+}
+
+uint64_t CaptureReader::position() const { return pcap_ ? file_->position() : 0; }
 
 CaptureWriter::CaptureWriter(std::string path, const Stamp& now) : path_(std::move(path)), now_(now) {
   pcap_ = pcap_open_dead_with_tstamp_precision(DLT_EN10MB, maxFrame, PCAP_TSTAMP_PRECISION_NANO);
@@ -117,7 +194,17 @@ void CaptureWriter::send(const Nimnet::Pkt& pkt) {
   header.ts.tv_usec = now_.nanoseconds;
   header.caplen = pkt.size();
   header.len = pkt.wireLength();
-  pcap_dump(reinterpret_cast<u_char*>(file_), &header, pkt.frame().data());
+  const uint8_t* octets = pkt.frame().data();
+  if (!pkt.hasEthernet()) {
+    completed_.assign(Nimnet::EthHdr::size, 0);
+    completed_[12] = static_cast<uint8_t>(pkt.typeBefore() >> 8);
+    completed_[13] = static_cast<uint8_t>(pkt.typeBefore());
+    completed_.insert(completed_.end(), pkt.frame().begin(), pkt.frame().end());
+    octets = completed_.data();
+    header.caplen += Nimnet::EthHdr::size;
+    header.len += Nimnet::EthHdr::size;
+  }
+  pcap_dump(reinterpret_cast<u_char*>(file_), &header, octets);
 }
 
 void CaptureWriter::flush() {

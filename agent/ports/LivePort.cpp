@@ -41,14 +41,16 @@ std::string LivePort::failed(std::string_view doing) {
   return failureOf(fmt::format("{}: {}", device_, doing));
 }
 
-void LivePort::countReceived(size_t octets) {
+void LivePort::countReceived(const LiveFrame& frame) {
   ++state_.rxFrames;
-  state_.rxBytes += octets;
+  state_.rxBytes += frame.bytes.size();
+  state_.rxSegments += segmentsOf(frame);
 }
 
-void LivePort::countSent(size_t octets) {
+void LivePort::countSent(const LiveFrame& frame) {
   ++state_.txFrames;
-  state_.txBytes += octets;
+  state_.txBytes += frame.bytes.size();
+  state_.txSegments += segmentsOf(frame);
 }
 
 void LivePort::countUnsent(int error) { ++(error == EMSGSIZE ? state_.tooLarge : state_.sendFailed); }

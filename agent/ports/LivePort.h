@@ -72,8 +72,8 @@ class LivePort : public FrameSink {
   bool isOpen() const { return static_cast<bool>(descriptor_); }
   /// Closes the port after a failure. Returns the text for it, and leaves errno as it is.
   std::string failed(std::string_view doing);
-  void countReceived(size_t octets);
-  void countSent(size_t octets);
+  void countReceived(const LiveFrame& frame);
+  void countSent(const LiveFrame& frame);
   /// Counts a frame that the kernel did not send, by its error.
   void countUnsent(int error);
 

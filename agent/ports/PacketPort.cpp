@@ -110,7 +110,7 @@ bool PacketPort::receive(FrameReceiver& to) {
     __builtin_prefetch(soon + cacheLine);
     const bool large = (reinterpret_cast<tpacket2_hdr*>(slot)->tp_status & TP_STATUS_COPY) != 0;
     if (const auto frame = frameIn(slot)) {
-      countReceived(frame->bytes.size());
+      countReceived(*frame);
       to.receive(port_, *frame);
     } else {
       ++state_.rxTooLarge;
@@ -170,7 +170,7 @@ void PacketPort::flush() {
         sendmmsg(fd(), &messages_[sent], static_cast<unsigned>(collected_ - sent), MSG_DONTWAIT);
     if (count > 0) {
       for (size_t end = sent + static_cast<size_t>(count); sent < end; ++sent) {
-        countSent(parts_[sent].iov_len - sizeof(Offload));
+        countSent(LiveFrame::of(parts_[sent]));
       }
     } else if (count < 0 && errno != EINTR) {
       countUnsent(errno);

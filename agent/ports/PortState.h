@@ -6,7 +6,8 @@
 namespace Agent {
 
 /// The state of a live port and its counts of frames between port and device. (struct Port counts what the
-/// lists made of them.) Octets include tags that were put back in, and no frame check sequence.
+/// lists made of them.) Octets include tags that were put back in, and no frame check sequence. A super-frame
+/// that its sender left to be cut is one frame; segments are what a wire carries for the frames.
 struct PortState {
   std::string name;
   std::string device;
@@ -17,11 +18,13 @@ struct PortState {
 
   uint64_t rxFrames = 0;
   uint64_t rxBytes = 0;
+  uint64_t rxSegments = 0;
   uint64_t kernelDrops = 0;  ///< frames that came while the receive ring was full
   uint64_t rxTooLarge = 0;   ///< received frames that could not be read to their end, and were dropped
 
   uint64_t txFrames = 0;
   uint64_t txBytes = 0;
+  uint64_t txSegments = 0;
   uint64_t tooLarge = 0;    ///< frames that were not sent because they are larger than the device takes
   uint64_t sendFailed = 0;  ///< frames that were not sent for another reason
 

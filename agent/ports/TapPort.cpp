@@ -48,7 +48,7 @@ bool TapPort::receive(FrameReceiver& to) {
     LiveFrame frame{{&received_[used + sizeof(Offload)], size}};
     std::memcpy(&frame.offload, &received_[used], sizeof(Offload));
     used += static_cast<size_t>(got);
-    countReceived(size);
+    countReceived(frame);
     to.receive(port_, frame);
   }
   return isOpen() && !stopped_;
@@ -64,7 +64,7 @@ void TapPort::send(const Nimnet::Pkt&) {
   }
   const iovec piece = inHand_.withOffload();
   if (write(fd(), piece.iov_base, piece.iov_len) < 0) return countUnsent(errno);
-  countSent(inHand_.bytes.size());
+  countSent(inHand_);
 }
 
 }  // namespace Agent

@@ -1,3 +1,4 @@
+#include <agent/core/Terminal.h>
 #include <agent/replay/Progress.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -7,7 +8,7 @@
 
 namespace Agent {
 
-Progress::Progress() : onTerminal_(isatty(STDERR_FILENO) != 0) {}
+Progress::Progress() : onTerminal_(isScreen(STDERR_FILENO)) {}
 
 void Progress::show(uint64_t frames, uint64_t octetsRead) {
   const uint64_t percent = size_ ? std::min<uint64_t>(100, octetsRead * 100 / size_) : 0;

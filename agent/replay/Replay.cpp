@@ -4,6 +4,7 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>
+#include <agent/core/Terminal.h>
 #include <agent/core/Words.h>
 #include <agent/ports/Captures.h>
 #include <agent/replay/Progress.h>
@@ -11,6 +12,8 @@
 #include <agent/replay/VerdictRecorder.h>
 #include <agent/replay/VerdictWriter.h>
 #include <agent/show/Report.h>
+#include <agent/show/RuleNames.h>
+#include <agent/show/TraceFacilities.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -135,6 +138,8 @@ class Replay {
 
   std::optional<Exit> putInForceAndJoin(const Sources& sources) {
     if (auto wrong = core_.loadPlugin(options_.plugin)) return usage(*wrong);
+    if (auto wrong = unusedFacility()) return usage("--trace: " + *wrong);
+    namedTraces_.emplace(core_);
     if (auto wrong = putInForce(core_, sources)) return usage(*wrong);
     tasks_.settle();
     if (const auto missing = core_.inForce().unpublished()) return usage(*missing);
@@ -172,7 +177,7 @@ class Replay {
     stamp_ = capture.stamp();
     clock_.nowIs(stamp_);
     if (tasks_.due()) tasks_.turn();
-    forwarder_.packet().assign(capture.frame(), capture.wireLength(), stamp_.value());
+    capture.assignTo(forwarder_.packet());
     if (recorder_) recorder_->begin();
     const Verdict verdict = forwarder_.receive(*source.port);
     totals_.add(verdict, forwarder_.packet().wireLength());
@@ -203,7 +208,7 @@ class Replay {
 
     const Report report = makeReport(core_, forwarder_, totals_);
     const bool printed = print(options_.json ? reportJson(report, core_.inForce().status())
-                                             : reportText(report, isatty(STDOUT_FILENO) != 0));
+                                             : reportText(report, wantsColour(STDOUT_FILENO)));
     return printed ? status : exitUnread;
   }
 
@@ -211,6 +216,7 @@ class Replay {
   CaptureClock clock_;
   TaskLoop tasks_{clock_.clock()};
   Core core_;
+  std::optional<NamedTraces> namedTraces_;
   Stamp stamp_;
   std::vector<std::unique_ptr<CaptureWriter>> writers_;
   Forwarder forwarder_;

@@ -9,9 +9,11 @@ ReplayArguments::ReplayArguments(CLI::App& app)
     : command_(app.add_subcommand(
           "replay", "Run captures through the lists and show what each rule matched and what was dropped.")) {
   command_->footer(
-      "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet "
-      "frames; "
-      "several are merged by time.\nExample: velo replay --config edge.acl --port eth1=in.pcap --patch "
+      "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet, "
+      "Linux cooked or raw IP, also compressed with gzip or zstd; several are merged by time. Where there is "
+      "no "
+      "Ethernet header MAC lists are not asked.\nExample: velo replay --config edge.acl --port eth1=in.pcap "
+      "--patch "
       "eth1,eth2\n" +
       std::string(exitMeaning));
   addConfigTexts(*command_, options_.configs, options_.configDir, options_.limits);

@@ -3,6 +3,7 @@
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
+#include <agent/core/Terminal.h>
 #include <agent/core/Version.h>
 #include <agent/core/Words.h>
 #include <agent/ports/PortKinds.h>
@@ -12,6 +13,7 @@
 #include <agent/run/ServiceManager.h>
 #include <agent/run/Signals.h>
 #include <agent/show/Report.h>
+#include <agent/show/TraceFacilities.h>
 #include <agent/state/Successor.h>
 #include <agent/warnings/WarningText.h>
 #include <fmt/format.h>
@@ -140,6 +142,8 @@ std::optional<Exit> Run::publish() {
   if (auto conflict = putInForce(core_, files_.sources(), memory)) return refused(exitUsage, *conflict);
   // The plugin starts with the whole configuration: it deletes published status that is not in there.
   if (auto wrong = core_.loadPlugin(options_.plugin)) return refused(exitUsage, *wrong);
+  if (auto wrong = unusedFacility()) return refused(exitUsage, "--trace: " + *wrong);
+  namedTraces_.emplace(core_);
   successor.countRules(core_);
   loop_.settle();
   if (const auto missing = core_.inForce().unpublished()) return refused(exitUsage, *missing);
@@ -246,7 +250,7 @@ bool Run::report() const {
   if (options_.report == FinalReport::none) return true;
   const Report report = makeReport(core_, forwarder_, ports_.totals());
   return print(options_.report == FinalReport::json ? reportJson(report, core_.inForce().status())
-                                                    : reportText(report, isatty(STDOUT_FILENO) != 0));
+                                                    : reportText(report, wantsColour(STDOUT_FILENO)));
 }
 
 }  // namespace Agent

@@ -11,6 +11,7 @@
 #include <agent/run/Deadline.h>
 #include <agent/run/DeviceClaims.h>
 #include <agent/run/Signals.h>
+#include <agent/show/RuleNames.h>
 #include <agent/state/StateKeeper.h>
 
 #include <memory>
@@ -84,6 +85,7 @@ class Run {
   std::optional<Signals> signals_;
   EventLoop loop_;
   Core core_;
+  std::optional<NamedTraces> namedTraces_;
   Forwarder forwarder_;
   DeviceClaims claims_;
   LivePorts ports_;

@@ -128,7 +128,7 @@ std::string shownConfigurationText(const Json& document, const TextStyle&) {
 constexpr Show configurationRows[] = {
     {"configuration", "",
      "the configuration in force, as text that velo apply takes; --source NAME: of one source",
-     configurationDocument, shownConfigurationText},
+     configurationDocument, shownConfigurationText, false, true},
 };
 
 }  // namespace

@@ -31,8 +31,15 @@ nlohmann::ordered_json capabilitiesJson(const Acl::StatusDp& status);
 
 /// How much of a thing is to be shown.
 struct ShowOptions {
+  enum class Rules : uint8_t { all, hit, unused };
+
   std::string list{};    ///< this list alone; empty: all
   std::string source{};  ///< what comes from this source of configuration alone; empty: from all
+  // Of lists and their rules.
+  std::string interface {};  ///< those alone that its frames meet; empty: all
+  Rules rules = Rules::all;  ///< those alone that have counted a packet, or none; and lists that have such
+
+  bool selects() const { return !interface.empty() || rules != Rules::all; }
 };
 
 // Documents that can be large: they are made piece by piece.

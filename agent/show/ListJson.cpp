@@ -27,6 +27,8 @@ void addSources(Json& document, const std::vector<std::string>& sources) {
 
 Json matchesJson(const MatchCount& count) { return {{"in", count.in}, {"out", count.out}}; }
 
+Json bytesJson(const MatchCount& count) { return {{"in", count.bytesIn}, {"out", count.bytesOut}}; }
+
 Json lastMatchJson(const MatchCount& count) { return count.last ? Json(*count.last) : Json(nullptr); }
 
 Json ruleJson(const RuleReport& rule) {
@@ -34,6 +36,7 @@ Json ruleJson(const RuleReport& rule) {
   if (!rule.remark.empty()) one["remark"] = rule.remark;
   one["id"] = rule.id;
   one["matches"] = matchesJson(rule.matches);
+  one["bytes"] = bytesJson(rule.matches);
   one["lastMatch"] = lastMatchJson(rule.matches);
   if (rule.mirrored) one["mirrored"] = *rule.mirrored;
   return one;
@@ -43,6 +46,7 @@ Json headJson(const ListReport& list) {
   Json implicit = nullptr;
   if (list.implicitDrop) {
     implicit = {{"matches", matchesJson(*list.implicitDrop)},
+                {"bytes", bytesJson(*list.implicitDrop)},
                 {"lastMatch", lastMatchJson(*list.implicitDrop)}};
   }
   Json head = listWords(list.type, list.name);

@@ -16,6 +16,8 @@ nlohmann::ordered_json headJson(const ListReport& list);
 nlohmann::ordered_json listJson(const ListReport& list);
 nlohmann::ordered_json undefinedJson(const ListReport& list);
 nlohmann::ordered_json matchesJson(const MatchCount& count);
+/// Octets on the wire of the packets that matched.
+nlohmann::ordered_json bytesJson(const MatchCount& count);
 nlohmann::ordered_json lastMatchJson(const MatchCount& count);
 
 /// Adds `source`, the first of them or null, and `overridden`, an array of the others.

@@ -115,12 +115,17 @@ ListReport ListReader::list(const Key& key) const {
 MatchCount ListReader::matches(const Key& key, const Kiv::UniqueId& id) const {
   MatchCount count;
   for (const auto direction : {Acl::AclDirection::in, Acl::AclDirection::out}) {
-    uint64_t& sum = direction == Acl::AclDirection::in ? count.in : count.out;
+    const bool in = direction == Acl::AclDirection::in;
+    uint64_t& packets = in ? count.in : count.out;
+    uint64_t& bytes = in ? count.bytesIn : count.bytesOut;
     const ZeroLine::RuleKey counterKey{direction, key.first, key.second, id};
     for (const auto& collection : counters_) {
       const auto* counter = collection->counterCollection().find(counterKey);
       if (!counter) continue;
-      sum += zero_ ? zero_->above(counterKey, *counter->get()).packets : counter->get()->packets();
+      const ZeroLine::Counted all{counter->get()->packets(), counter->get()->bytes()};
+      const ZeroLine::Counted counted = zero_ ? zero_->above(counterKey, *counter->get()) : all;
+      packets += counted.packets;
+      bytes += counted.bytes;
       const double last = counter->get()->lastUpdateTime().seconds();
       if (!count.last || *count.last < last) count.last = last;
     }

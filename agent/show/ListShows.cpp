@@ -4,6 +4,9 @@
 #include <agent/show/ListJson.h>
 #include <agent/show/Shows.h>
 
+#include <algorithm>
+#include <set>
+
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
@@ -45,6 +48,26 @@ void addBindings(Json& all, const ListReport& list, bool defined) {
   }
 }
 
+/// The destinations of mirror sessions whose copies are lost because no port there has a device.
+Json destinationsWithoutDevice(const World& world) {
+  std::set<std::string> with, without;
+  if (!world.portStates) return Json::array();
+  for (const PortState& state : world.portStates()) with.insert(state.name);
+  const auto& channels = world.core.portChannels().all();
+  for (const auto& [session, destinations] : Velo::MirroringStepHelper::singleton()->sessions()) {
+    for (const Nimnet::IntfId& destination : destinations) {
+      const auto channel = channels.find(destination);
+      std::vector<Nimnet::IntfId> ports = {destination};
+      if (channel != channels.end()) ports.assign(channel->second.begin(), channel->second.end());
+      const bool reaches = std::any_of(ports.begin(), ports.end(), [&](const Nimnet::IntfId& port) {
+        return with.contains(port.name().str());
+      });
+      if (!reaches) without.insert(destination.name().str());
+    }
+  }
+  return without;
+}
+
 Json interfacesOf(const World& world) {
   Json all = Json::object();
   for (const auto& [id, port] : world.forwarder.ports()) interfaceEntry(all, id.name().str());
@@ -58,7 +81,9 @@ Json interfacesOf(const World& world) {
     sessions[name.str()] = Json::array();
     for (const auto& destination : destinations) sessions[name.str()].push_back(destination.name().view());
   }
-  return {{"interfaces", std::move(all)}, {"mirrorSessions", std::move(sessions)}};
+  return {{"interfaces", std::move(all)},
+          {"mirrorSessions", std::move(sessions)},
+          {"withoutDevice", destinationsWithoutDevice(world)}};
 }
 
 std::string joined(const Json& names) {
@@ -84,14 +109,21 @@ std::string interfacesText(const Json& document, const TextStyle& style) {
     }
   }
   std::string text = tableText(lines, {false, false, false, false, false}, style.colour);
-  for (const auto& [name, destinations] : document.at("mirrorSessions").items())
-    text += fmt::format("mirror session {} to {}\n", name, joined(destinations));
+  const Json& lost = document.at("withoutDevice");
+  for (const auto& [name, destinations] : document.at("mirrorSessions").items()) {
+    text += fmt::format("mirror session {} to", name);
+    for (const Json& destination : destinations) {
+      const bool without = std::find(lost.begin(), lost.end(), destination) != lost.end();
+      text += fmt::format(" {}{}", valueText(destination), without ? " (no device: copies are lost)" : "");
+    }
+    text += "\n";
+  }
   return text;
 }
 
 constexpr Show listRows[] = {
     {"access-lists", "[NAME]", "the lists in force as they were typed, with what each rule matched",
-     listsDocument, accessListsText},
+     listsDocument, accessListsText, true, true},
     {"interfaces", "", "which lists are bound where, port-channels, mirror sessions", whole<interfacesOf>,
      interfacesText},
 };

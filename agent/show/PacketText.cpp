@@ -1,10 +1,57 @@
 #include <Acl/MatchFields.h>
+#include <Velo/ParseIp6Chain.h>
+#include <agent/config/Names.h>
 #include <agent/show/PacketText.h>
 #include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
 
 namespace Agent {
 
 namespace {
+
+namespace IpProtocol = Nimnet::IpProtocol;
+
+constexpr ExtensionName extensions[] = {
+    {"hop-by-hop", IpProtocol::hopByHop},
+    {"routing", IpProtocol::routing},
+    {"ah", IpProtocol::ah},
+    {"destination-options", IpProtocol::destinationOptions},
+};
+
+std::string_view extensionName(uint8_t header) {
+  const auto* at = std::find_if(std::begin(extensions), std::end(extensions),
+                                [header](const ExtensionName& each) { return each.header == header; });
+  return at == std::end(extensions) ? "" : at->name;
+}
+
+/// ", headers hop-by-hop routing": those that are read, in their order.
+std::string headersText(const Nimnet::Pkt& pkt, const Nimnet::Ip6Hdr& ip) {
+  const auto begin = static_cast<uint32_t>(ip.fixed() - pkt.frame().data());
+  uint32_t at = begin + Nimnet::Ip6Hdr::size;
+  const uint32_t end = std::min(at + ip.payloadLength(), pkt.size());
+  uint8_t next = ip.nextHeader();
+  std::string text;
+  bool fragment = false;
+  for (uint32_t read = 0; read < Velo::ParsedPacket::maxIp6Headers; ++read) {
+    // One header at a time: a walk that may read one only ends behind it.
+    Nimnet::Ip6Chain one;
+    const uint32_t header = at;
+    Velo::walkIp6Chain(pkt.frame().data(), at, end, next, 1, one);
+    if (at == header || (next == IpProtocol::fragment && std::exchange(fragment, true))) break;
+    if (next != IpProtocol::fragment) text += fmt::format(" {}", extensionName(next));
+    if (one.fragmentOffset != 0) break;
+    next = pkt.frame()[header];
+  }
+  return text.empty() ? "" : ", headers" + text;
+}
+
+template <class Header>
+std::string fragmentText(const Header& ip, uint32_t offset) {
+  if (ip.isNonFirstFragment()) return fmt::format(", later fragment {}", offset);
+  return ip.isFragment() ? ", first fragment" : "";
+}
 
 std::string ipSummary(const Velo::ParsedPacket& parsed) {
   const Velo::ParsedL4& l4 = parsed.l4();
@@ -30,31 +77,61 @@ std::string ipSummary(const Velo::ParsedPacket& parsed) {
   if (l4.icmp()) return fmt::format("icmp {} type {} code {}", ends, l4.icmp()->type(), l4.icmp()->code());
   if (l4.icmp6())
     return fmt::format("icmpv6 {} type {} code {}", ends, l4.icmp6()->type(), l4.icmp6()->code());
-  const bool fragment = six ? six->isNonFirstFragment() : four->isNonFirstFragment();
-  return fmt::format(
-      "{} {} protocol {}{}", six ? "ipv6" : "ip", ends,
-      six ? Acl::Shown::number(six->protocolKnown(), six->protocol()) : std::to_string(four->protocol()),
-      fragment ? ", a later fragment" : "");
+  const bool known = !six || six->protocolKnown();
+  return fmt::format("{} {} protocol {}", six ? "ipv6" : "ip", ends,
+                     known ? protocolText(six ? six->protocol() : four->protocol()) : "unknown");
+}
+
+/// ", vlan 7, inner vlan 8": the ids of the tags that are read.
+std::string tagsText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed) {
+  const auto* eth = parsed.ethPacket()->ethHdr();
+  if (!eth && pkt.hasEthernet()) return "";
+  uint16_t type = eth ? eth->typeOrLen() : pkt.typeBefore();
+  const char* which = "vlan";
+  std::string text;
+  for (auto behind = pkt.frame().subspan(eth ? Nimnet::EthHdr::size : 0);
+       Nimnet::EtherType::isTag(type) && behind.size() >= 4 && *which; behind = behind.subspan(4)) {
+    text += fmt::format(", {} {}", which, Nimnet::read16(behind.data()) & 0x0fff);
+    type = Nimnet::read16(behind.data() + 2);
+    which = *which == 'v' ? "inner vlan" : "";
+  }
+  return text;
+}
+
+std::string linkSummary(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed) {
+  if (const auto* eth = parsed.ethPacket()->ethHdr()) {
+    return fmt::format("eth {} > {} 0x{:04x}", eth->source().str(), eth->destination().str(),
+                       parsed.typeOrLen());
+  }
+  return pkt.hasEthernet() ? "cut off" : fmt::format("type 0x{:04x}", parsed.typeOrLen());
 }
 
 }  // namespace
 
-std::string packetText(const Velo::PacketContext& ctx) {
-  const Velo::ParsedPacket& parsed = ctx.parsedPacket();
-  std::string text;
-  if (parsed.ipHdr()) {
-    text = ipSummary(parsed);
-  } else if (const auto* eth = parsed.ethPacket()->ethHdr()) {
-    text = fmt::format("eth {} > {} 0x{:04x}", eth->source().str(), eth->destination().str(),
-                       parsed.typeOrLen());
-  } else {
-    text = "no ethernet header";
+std::span<const ExtensionName> extensionNames() { return extensions; }
+
+std::string protocolText(uint8_t protocol) {
+  const auto names = Config::protocolNames();
+  const auto at = std::find_if(names.begin(), names.end(),
+                               [protocol](const auto& each) { return each.number == protocol; });
+  return at == names.end() ? std::to_string(protocol) : std::string(at->name);
+}
+
+std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed) {
+  std::string text = parsed.ipHdr() ? ipSummary(parsed) : linkSummary(pkt, parsed);
+  if (const auto* ip = parsed.ipHdr()) {
+    if (const auto* four = ip->ipHdr()) text += fragmentText(*four, four->fragmentOffset());
+    if (const auto* six = ip->ip6Hdr())
+      text += fragmentText(*six, six->chain().fragmentOffset) + headersText(pkt, *six);
   }
-  if (ctx.pkt()->vlanId() != 0) text += fmt::format(", vlan {}", ctx.pkt()->vlanId());
-  text += fmt::format(", {} octets", ctx.pkt()->wireLength());
+  text += tagsText(pkt, parsed);
+  if (!pkt.hasEthernet()) text += ", no ethernet header";
+  text += fmt::format(", {} octets", pkt.wireLength());
   if (parsed.fault() != Velo::ParseFault::none)
     text += fmt::format(", malformed: {}", reason(parsed.fault()));
   return text;
 }
+
+std::string packetText(const Velo::PacketContext& ctx) { return packetText(*ctx.pkt(), ctx.parsedPacket()); }
 
 }  // namespace Agent

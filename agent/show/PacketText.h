@@ -2,12 +2,29 @@
 
 #include <Velo/PacketContext.h>
 
+#include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace Agent {
 
 /// The packet of a context, parsed, in a line: "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60
-/// octets".
+/// octets". A super-frame that a sender left to be cut into segments is one packet here, as it is for the
+/// lists. `velo explain` takes the line back (explain/FrameText.h): whoever adds words to it, adds them
+/// there.
 std::string packetText(const Velo::PacketContext& ctx);
+std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed);
+
+/// What IPv6 extension headers are called there (RFC 8200, 4; RFC 4302). Fragment headers are not among them:
+/// fragments are told as such.
+struct ExtensionName {
+  std::string_view name;
+  uint8_t header;
+};
+std::span<const ExtensionName> extensionNames();
+
+/// The protocol of an IP packet by its name in the configuration text, or by number.
+std::string protocolText(uint8_t protocol);
 
 }  // namespace Agent

@@ -8,7 +8,8 @@ namespace Agent {
 std::span<const Show> shows() {
   static const std::vector<Show> all = [] {
     std::vector<Show> rows;
-    for (const auto some : {listShows(), configurationShows(), statusShows(), agentShows()})
+    for (const auto some :
+         {listShows(), configurationShows(), statusShows(), portShows(), agentShows(), traceShows()})
       rows.insert(rows.end(), some.begin(), some.end());
     return rows;
   }();

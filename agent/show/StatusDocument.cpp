@@ -1,5 +1,6 @@
 #include <agent/core/Document.h>
 #include <agent/show/Documents.h>
+#include <agent/show/RuleNames.h>
 #include <agent/show/StatusPieces.h>
 
 #include <deque>
@@ -109,7 +110,8 @@ class StatusDocument final : public Document {
 /// The match counters, collection by collection.
 class CountersDocument final : public Document {
  public:
-  CountersDocument(const World& world, const std::string& list) : world_(world), list_(list) {
+  CountersDocument(const World& world, const std::string& list)
+      : world_(world), names_(world.core), list_(list) {
     for (auto& collection : world.core.inForce().counters()) collections_.push_back(std::move(collection));
   }
 
@@ -150,6 +152,7 @@ class CountersDocument final : public Document {
                              {"direction", Acl::stringValue(key.direction)},
                              {"type", Acl::stringValue(key.aclType)},
                              {"list", key.aclName.view()},
+                             {"rule", numberJson(names_.number(key.aclType, key.aclName, key.ruleId))},
                              {"id", key.ruleId.str()},
                              {"packets", counted.packets},
                              {"bytes", counted.bytes},
@@ -157,6 +160,7 @@ class CountersDocument final : public Document {
   }
 
   const World& world_;
+  const RuleNames names_;
   const std::string list_;
   std::deque<Kelp::Ptr<Coll>> collections_;
   bool begun_ = false;

@@ -76,14 +76,15 @@ std::string statusText(const Json& document, const TextStyle& style) {
 
 std::string countersText(const Json& document, const TextStyle& style) {
   std::vector<std::vector<std::string>> lines = {
-      {"direction", "type", "list", "rule id", "packets", "bytes", "last match"}};
+      {"direction", "type", "list", "rule", "rule id", "packets", "bytes", "last match"}};
   for (const Json& one : document.at("counters")) {
     lines.push_back({valueText(one.at("direction")), valueText(one.at("type")), valueText(one.at("list")),
-                     valueText(one.at("id")), valueText(one.at("packets")), valueText(one.at("bytes")),
+                     one.at("rule").is_null() ? "-" : valueText(one.at("rule")), valueText(one.at("id")),
+                     valueText(one.at("packets")), valueText(one.at("bytes")),
                      timeText(one.at("lastMatch").get<double>(), style.now)});
   }
   return clearedLine(document, style) +
-         tableText(lines, {false, false, false, false, true, true, false}, style.colour);
+         tableText(lines, {false, false, false, true, false, true, true, false}, style.colour);
 }
 
 Json dropsShown(const World& world) {

@@ -18,6 +18,8 @@ struct TextStyle {
   /// The present time in seconds since the epoch: times are shown as how long ago they were. Nothing: times
   /// are shown in UTC.
   std::optional<double> now{};
+  /// How many characters a line may have; nothing: as many as it needs. Only lists obey.
+  std::optional<size_t> width{};
 };
 
 /// Takes a document with the members `lists` and `undefined`: lists as they are typed, with their counts.

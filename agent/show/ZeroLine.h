@@ -9,11 +9,13 @@
 
 namespace Agent {
 
-/// Matches by direction, and when the last one was, in seconds since the epoch.
+/// Matches by direction, when the last one was, in seconds since the epoch, and the octets of the packets.
 struct MatchCount {
   uint64_t in = 0;
   uint64_t out = 0;
   std::optional<double> last;
+  uint64_t bytesIn = 0;
+  uint64_t bytesOut = 0;
 };
 
 /// Remembers how far the counters were when an operator cleared them. The counters themselves, and the

@@ -9,13 +9,26 @@
 namespace Blip {
 
 namespace {
-std::set<std::string, std::less<>>& facilitiesOn() {
-  static auto& instance = *new std::set<std::string, std::less<>>;
+using Names = std::set<std::string, std::less<>>;
+
+Names& facilitiesOn() {
+  static auto& instance = *new Names;
+  return instance;
+}
+Names& facilitiesAsked() {
+  static auto& instance = *new Names;
   return instance;
 }
 }  // namespace
 
-bool fastTraceOn(std::string_view facility) { return facilitiesOn().contains(facility); }
+bool fastTraceOn(std::string_view facility) {
+  if (!facilitiesAsked().contains(facility)) facilitiesAsked().emplace(facility);
+  return facilitiesOn().contains(facility);
+}
+
+std::vector<std::string> fastTraceFacilities() {
+  return {facilitiesAsked().begin(), facilitiesAsked().end()};
+}
 
 bool fastTraceIs(std::string_view facility, bool on) {
   auto& facilities = facilitiesOn();

@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace Blip {
 
@@ -13,6 +15,8 @@ bool fastTraceOn(std::string_view facility);
 /// At most `mostFastTraces` can be on, because any name is accepted; false when there would be more.
 bool fastTraceIs(std::string_view facility, bool on);
 inline constexpr size_t mostFastTraces = 100;
+/// The facilities that anybody has asked for so far with fastTraceOn(), by name.
+std::vector<std::string> fastTraceFacilities();
 
 /// Writes one record to ring(): the line "FILE:LINE" and the arguments, separated by blanks. The texts are
 /// copied. To be called only when fastTraceOn() is true.

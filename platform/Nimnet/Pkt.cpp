@@ -12,6 +12,20 @@ void Pkt::assign(std::span<const uint8_t> captured, uint32_t wireLength, double 
   time_ = time;
   frontOffset_ = 0;
   vlanId_ = 0;
+  hasEthernet_ = true;
+}
+
+void Pkt::assignBehindType(uint16_t type, std::span<const uint8_t> captured, uint32_t wireLength,
+                           double time) {
+  assign(captured, wireLength, time);
+  typeBefore_ = type;
+  hasEthernet_ = false;
+}
+
+void Pkt::assign(const Pkt& other) {
+  assign(other.frame(), other.wireLength(), other.time());
+  typeBefore_ = other.typeBefore_;
+  hasEthernet_ = other.hasEthernet_;
 }
 
 void Pkt::frontOffsetIs(uint32_t offset) {

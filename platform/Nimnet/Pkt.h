@@ -20,6 +20,11 @@ class Pkt : public Kelp::Node {
   /// captured are assumed. `time`: seconds since the epoch. The front offset and the VLAN id become 0; the
   /// trace id stays.
   void assign(std::span<const uint8_t> captured, uint32_t wireLength, double time);
+  /// The same of a packet without an Ethernet header, as some captures have them: its octets are what would
+  /// stand behind the field of the type, and that field would have `type`.
+  void assignBehindType(uint16_t type, std::span<const uint8_t> captured, uint32_t wireLength, double time);
+  /// The same as another packet, which keeps its own.
+  void assign(const Pkt& other);
   /// The same with a size in octets.
   void assign(const uint8_t* captured, uint32_t capturedLength, uint32_t wireLength, double time) {
     assign({captured, capturedLength}, wireLength, time);
@@ -31,12 +36,15 @@ class Pkt : public Kelp::Node {
 
   /// The captured octets.
   std::span<const uint8_t> frame() const { return frame_; }
+  /// Whether the frame begins with an Ethernet header. A packet that has none has its type in typeBefore().
+  bool hasEthernet() const { return hasEthernet_; }
+  uint16_t typeBefore() const { return typeBefore_; }
   uint32_t size() const { return static_cast<uint32_t>(frame_.size()); }
   /// Octets on the wire, never less than size().
   uint32_t wireLength() const { return wireLength_; }
   /// Seconds since the epoch.
   double time() const { return time_; }
-  /// The offset of the header that is looked at now; 0 is the Ethernet header. Never beyond size().
+  /// The offset of the header that is looked at now; 0 is the first one. Never beyond size().
   uint32_t frontOffset() const { return frontOffset_; }
   const uint8_t* data() const { return frame_.data() + frontOffset_; }
   /// The id of the outer VLAN tag, 0 to 4095: 0 is untagged or priority-tagged (IEEE 802.1Q, 9.6).
@@ -51,6 +59,8 @@ class Pkt : public Kelp::Node {
   double time_ = 0;
   uint64_t traceId_ = 0;
   uint16_t vlanId_ = 0;
+  uint16_t typeBefore_ = 0;
+  bool hasEthernet_ = true;
 };
 
 }  // namespace Nimnet

@@ -42,22 +42,25 @@ void ParsedPacket::reset(Nimnet::Pkt* pkt) {
 void ParsedPacket::readEthernet() {
   const uint8_t* frame = pkt_->frame().data();
   const uint32_t size = pkt_->size();
-  if (size < Nimnet::EthHdr::size) return faultIs(ParseFault::ethHeaderCut);
-  eth_.ethHdr_ = overlay<Nimnet::EthHdr>(frame);
-
-  uint32_t typeAt = 12;
-  uint16_t type = Nimnet::read16(frame + typeAt);
+  uint32_t at = 0;  // of what stands behind the field of the type
+  uint16_t type = pkt_->typeBefore();
+  if (pkt_->hasEthernet()) {
+    if (size < Nimnet::EthHdr::size) return faultIs(ParseFault::ethHeaderCut);
+    eth_.ethHdr_ = overlay<Nimnet::EthHdr>(frame);
+    at = Nimnet::EthHdr::size;
+    type = eth_.ethHdr_->typeOrLen();
+  }
   eth_.typeOrLen_ = type;
   for (uint32_t tags = 0; EtherType::isTag(type); ++tags) {
     if (tags == maxTags) return faultIs(ParseFault::tooManyTags);
-    if (size - typeAt < tagSize + 2) return faultIs(ParseFault::tagCut);
-    if (tags == 0) pkt_->vlanIdIs(Nimnet::read16(frame + typeAt + 2) & 0x0fff);
-    typeAt += tagSize;
-    type = Nimnet::read16(frame + typeAt);
+    if (size - at < tagSize) return faultIs(ParseFault::tagCut);
+    if (tags == 0) pkt_->vlanIdIs(Nimnet::read16(frame + at) & 0x0fff);
+    type = Nimnet::read16(frame + at + 2);
+    at += tagSize;
     eth_.typeOrLen_ = type;
   }
 
-  l3At_ = typeAt + 2;
+  l3At_ = at;
   l3End_ = pkt_->wireLength();
   if (type > EtherType::maxLength || type < snapSize || size - l3At_ < snapSize) return;
   if (std::memcmp(frame + l3At_, snapStart, sizeof snapStart) != 0) return;

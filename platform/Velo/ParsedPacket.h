@@ -15,10 +15,10 @@ namespace Velo {
 /// The Ethernet stage of a parse.
 class ParsedEthPacket {
  public:
-  /// Null when the frame is shorter than an Ethernet header.
+  /// Null when the frame is shorter than an Ethernet header, or a packet that has none.
   const Nimnet::EthHdr* ethHdr() const { return ethHdr_; }
   /// The type or length field behind the tags; behind a length the SNAP type, where LLC and SNAP with the
-  /// organisation code 00-00-00 are there (RFC 1042). 0 without an Ethernet header.
+  /// organisation code 00-00-00 are there (RFC 1042). 0 when the Ethernet header is not all there.
   uint16_t typeOrLen() const { return typeOrLen_; }
 
  private:

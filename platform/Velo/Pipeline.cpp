@@ -9,13 +9,10 @@ namespace Velo {
 
 namespace {
 
-Zeb::TraceHandle& trace() {
-  static Zeb::TraceHandle handle("Velo::Pipeline", "Velo/Pipeline");
-  return handle;
-}
+const Zeb::TraceHandle trace("Velo::Pipeline", "Velo/Pipeline");
 
 void countException(VeloNamedCounters& counters, const PipelineStep& step, std::string_view what) {
-  trace().trace(0, "process", "{} threw: {}", step.name(), what);
+  trace.trace(0, "process", "{} threw: {}", step.name(), what);
   counters.count("Drop", AllGenericPipelineSteps::facility(), fmt::format("exception in {}", step.name()));
 }
 

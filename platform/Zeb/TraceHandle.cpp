@@ -19,17 +19,17 @@ using Impl::TraceFacility;
 // A facility is here while it has handles or is on. The records and their names belong to this library, so
 // that nothing points into a plugin that was closed. Never destroyed: globals with handles are destroyed in
 // any order.
-using Facilities = std::map<std::string, std::unique_ptr<TraceFacility>, std::less<>>;
+using FacilityMap = std::map<std::string, std::unique_ptr<TraceFacility>, std::less<>>;
 
-Facilities& facilities() {
-  static Facilities& instance = *new Facilities;
+FacilityMap& allFacilities() {
+  static FacilityMap& instance = *new FacilityMap;
   return instance;
 }
 
 TraceFacility& facilityOf(std::string_view name) {
-  auto known = facilities().find(name);
-  if (known == facilities().end()) {
-    known = facilities().emplace(name, std::make_unique<TraceFacility>(name)).first;
+  auto known = allFacilities().find(name);
+  if (known == allFacilities().end()) {
+    known = allFacilities().emplace(name, std::make_unique<TraceFacility>(name)).first;
   }
   return *known->second;
 }
@@ -62,11 +62,11 @@ Element parsed(std::string_view text) {
 
 std::optional<std::string> whyTooMany(const std::vector<Element>& elements) {
   std::set<std::string_view> unused;
-  for (const auto& [name, facility] : facilities()) {
+  for (const auto& [name, facility] : allFacilities()) {
     if (facility->handles == 0) unused.insert(name);
   }
   for (const Element& element : elements) {
-    if (!facilities().contains(element.name)) unused.insert(element.name);
+    if (!allFacilities().contains(element.name)) unused.insert(element.name);
   }
   if (unused.size() <= TraceHandle::mostUnused) return std::nullopt;
   return fmt::format("more than {} trace facilities that nothing uses", TraceHandle::mostUnused);
@@ -82,7 +82,7 @@ TraceHandle::TraceHandle(std::string_view name, std::string_view source)
 }
 
 TraceHandle::~TraceHandle() {
-  if (--facility_->handles == 0 && !on(lowestLevel)) facilities().erase(facility_->name);
+  if (--facility_->handles == 0 && !on(lowestLevel)) allFacilities().erase(facility_->name);
 }
 
 void TraceHandle::format(int level, std::string_view function, int line, fmt::string_view text,
@@ -97,13 +97,14 @@ void TraceHandle::format(int level, std::string_view function, int line, fmt::st
                .text = formatted});
 }
 
-std::optional<std::string> TraceHandle::enable(std::string_view spec) {
+std::optional<std::string> TraceHandle::enable(std::string_view spec, const WhyNot& whyNot) {
   if (trimmed(spec).empty()) return std::nullopt;
   std::vector<Element> elements;
   for (bool more = true; more;) {
     const size_t comma = spec.find(',');
     elements.push_back(parsed(trimmed(spec.substr(0, comma))));
     if (!elements.back().error.empty()) return std::move(elements.back().error);
+    if (auto wrong = whyNot ? whyNot(elements.back().name) : std::nullopt) return wrong;
     more = comma != spec.npos;
     if (more) spec.remove_prefix(comma + 1);
   }
@@ -113,8 +114,15 @@ std::optional<std::string> TraceHandle::enable(std::string_view spec) {
 }
 
 void TraceHandle::disableAll() {
-  for (auto& [name, facility] : facilities()) facility->enabledLevel = -1;
-  std::erase_if(facilities(), [](const auto& known) { return known.second->handles == 0; });
+  for (auto& [name, facility] : allFacilities()) facility->enabledLevel = -1;
+  std::erase_if(allFacilities(), [](const auto& known) { return known.second->handles == 0; });
+}
+
+std::vector<TraceHandle::Facility> TraceHandle::facilities() {
+  std::vector<Facility> all;
+  for (const auto& [name, facility] : allFacilities())
+    all.push_back({name, facility->enabledLevel.load(std::memory_order_relaxed), facility->handles != 0});
+  return all;
 }
 
 }  // namespace Zeb

@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <concepts>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace Zeb {
 
@@ -83,9 +85,19 @@ class TraceHandle {
   /// with a level of one digit. Blanks around an element are ignored, the last element for a name counts, and
   /// the empty spec names nothing. A malformed spec changes nothing, nor does one with which more than
   /// `mostUnused` facilities without handles would be on; then it returns what is wrong with which element.
-  static std::optional<std::string> enable(std::string_view spec);
+  /// `whyNot` is asked for every name, and what it says is wrong with one, too.
+  using WhyNot = std::function<std::optional<std::string>(std::string_view name)>;
+  static std::optional<std::string> enable(std::string_view spec, const WhyNot& whyNot = {});
   /// Switches off every level of every facility, also for handles that are made later.
   static void disableAll();
+
+  struct Facility {
+    std::string name;
+    int level = -1;     ///< the highest level that is on; -1: none
+    bool used = false;  ///< it has handles; without any it is only on, for handles that are made later
+  };
+  /// The facilities there are now, by name.
+  static std::vector<Facility> facilities();
 
  private:
   void format(int level, std::string_view function, int line, fmt::string_view text,

@@ -50,6 +50,42 @@ TEST(ParsedPacket, ReadsEthernetAndItsTags) {
   });
 }
 
+TEST(ParsedPacket, ReadsPacketsWithoutAnEthernetHeaderByTheTypeThatTheyCameWith) {
+  struct Case {
+    const char* why;
+    uint16_t type;
+    Bytes frame;  ///< with an Ethernet header, which is left out
+    const char* expected;
+  };
+  for (const Case& row : {
+           Case{"IPv4", 0x0800, ip4().udp(1, 2), "0800 alone Ipv4 192.0.2.1>198.51.100.7 17 udp 1>2"},
+           Case{"IPv6", 0x86dd, ip6().udp(1, 2), "86dd alone Ipv6 2001:db8::1>2001:db8::2 17 udp 1>2"},
+           Case{"another type", 0x0806, frame().eth().arp(a4, b4), "0806 alone"},
+           Case{"two tags, of which the first type came with it", 0x8100,
+                frame().eth().vlan(7).vlan(8).ip4(a4, b4).udp(1, 2),
+                "0800 alone vlan 7 Ipv4 192.0.2.1>198.51.100.7 17 udp 1>2 @8"},
+           Case{"a third tag", 0x8100, frame().eth().vlan(7).vlan(8).vlan(9).arp(a4, b4),
+                "8100 alone vlan 7 ! more than two vlan tags"},
+           Case{"a cut tag", 0x8100, cut(frame().eth().vlan(7).bytes(), 17),
+                "8100 alone ! vlan tag cut short"},
+           Case{"nothing behind a type of IP", 0x0800, Bytes(14), "0800 alone ! ipv4 header cut short"},
+       }) {
+    Pkt pkt;
+    pkt.assignBehindType(row.type, std::span(row.frame).subspan(14), 0, 0);
+    ParsedPacket parsed;
+    parsed.reset(&pkt);
+    parsed.maybeDoFullParse();
+    EXPECT_EQ(shown(pkt, parsed), row.expected) << row.why;
+    Pkt copy;
+    copy.assign(pkt);
+    parsed.reset(&copy);
+    parsed.maybeDoFullParse();
+    EXPECT_EQ(shown(copy, parsed), row.expected) << "of a copy: " << row.why;
+    copy.assign(row.frame, 0, 0);
+    EXPECT_TRUE(copy.hasEthernet()) << "the next frame has one again";
+  }
+}
+
 TEST(ParsedPacket, ReadsLengthsAndSnap) {
   check({
       {"a length with LLC behind it", frame().eth().llc(0x42, 0x42, 3).payload(35).padTo(60), "0026"},

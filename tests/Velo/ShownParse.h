@@ -21,7 +21,7 @@ inline std::string message(const char* name, const Hdr* hdr) {
 /// Everything that a parse shows, in one line: type, VLAN, IP kind with protocol and fragment, L4, front
 /// offset, fault. Reads every octet of every header shown, so that a sanitizer sees one beyond the frame.
 inline std::string shown(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed) {
-  std::string text = "no eth";
+  std::string text = pkt.hasEthernet() ? "no eth" : fmt::format("{:04x} alone", parsed.typeOrLen());
   if (const Nimnet::EthHdr* eth = parsed.ethPacket()->ethHdr()) {
     text = fmt::format("{:04x}", parsed.typeOrLen());
     EXPECT_LE(eth->source().value() | eth->destination().value(), 0xffffffffffffu);

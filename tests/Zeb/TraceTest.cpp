@@ -168,6 +168,32 @@ TEST_F(TraceTest, SpecsThatAreMalformedChangeNothingAndSayWhere) {
   }
 }
 
+TEST_F(TraceTest, FacilitiesAreListedWithWhatIsOnAndWhetherTheyAreUsed) {
+  const TraceHandle used("Test::Used");
+  TraceHandle::enable("Test::Used/3,Test::Unused/0");
+  std::map<std::string, std::pair<int, bool>> all;
+  for (const auto& facility : TraceHandle::facilities()) all[facility.name] = {facility.level, facility.used};
+  EXPECT_EQ(all.at("Test::Used"), std::pair(3, true));
+  EXPECT_EQ(all.at("Test::Unused"), std::pair(0, false));
+  TraceHandle::disableAll();
+  all.clear();
+  for (const auto& facility : TraceHandle::facilities()) all[facility.name] = {facility.level, facility.used};
+  EXPECT_EQ(all.at("Test::Used"), std::pair(-1, true));
+  EXPECT_FALSE(all.contains("Test::Unused"));
+}
+
+TEST_F(TraceTest, ANameThatTheCallerDoesNotWantRefusesTheWholeSpec) {
+  const TraceHandle a("a"), b("b");
+  const auto notB = [](std::string_view name) {
+    return name == "b" ? std::optional<std::string>("not b") : std::nullopt;
+  };
+  EXPECT_EQ(TraceHandle::enable("a/1,b/2", notB), "not b");
+  EXPECT_FALSE(a.on(0));
+  EXPECT_EQ(TraceHandle::enable("a/1", notB), std::nullopt);
+  EXPECT_TRUE(a.on(1));
+  EXPECT_FALSE(b.on(0));
+}
+
 TEST_F(TraceTest, NoMoreNamesAreKeptThatNothingUsesThanAFew) {
   const auto on = [](size_t number) { return TraceHandle::enable(fmt::format("Test::Unused{}/1", number)); };
   for (size_t i = 0; i < TraceHandle::mostUnused; ++i) EXPECT_EQ(on(i), std::nullopt);
@@ -324,6 +350,11 @@ TEST(FastTraceTest, IsSwitchedByFacilityNameWhetherOrNotAnybodyUsesIt) {
   EXPECT_FALSE(Blip::fastTraceOn("Fas"));
   Blip::fastTraceIs("Fast", false);
   EXPECT_FALSE(Blip::fastTraceOn("Fast"));
+  const auto asked = Blip::fastTraceFacilities();
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), "Fast"), 1) << "whoever has asked is known";
+  Blip::fastTraceIs("Never asked", true);
+  EXPECT_EQ(Blip::fastTraceFacilities(), asked);
+  Blip::fastTraceIs("Never asked", false);
   Blip::fastTraceIs("Fast", false);
   EXPECT_FALSE(Blip::fastTraceOn("Fast"));
 }

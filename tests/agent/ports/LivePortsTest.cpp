@@ -4,6 +4,7 @@
 
 #include "../../support/Frames.h"
 
+#include <cstring>
 #include <deque>
 
 namespace {
@@ -151,6 +152,40 @@ TEST(SegmentsFit, WhatALargeFrameIsCutIntoIsHeldAgainstTheMtu) {
   bytes[34 + 4 + 12] = 0x80;
   EXPECT_TRUE(fits({1, 1, 70, 1448, 38, 16}, 1500)) << "a tag is not counted";
   EXPECT_FALSE(fits({1, 1, 70, 1449, 38, 16}, 1500));
+}
+
+TEST(LiveFrame, SegmentsAreCountedWhereTheOffloadTellsThem) {
+  const Bytes tcp = frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).payload(3000).bytes();
+  const Bytes options =
+      frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).tcpOptions(Bytes(12)).payload(3000).bytes();
+  const Bytes udp = frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(1, 2).payload(3000).bytes();
+  constexpr uint8_t cutTcp = 1;
+  struct Row {
+    const char* why;
+    const Bytes& frame;
+    uint8_t cut;
+    uint16_t length, checksumStart;
+    uint64_t segments;
+  };
+  for (const Row& row : {
+           Row{"a frame that is whole", tcp, Offload::notCut, 1000, 34, 1},
+           Row{"three full segments", tcp, cutTcp, 1000, 34, 3},
+           Row{"and a fourth that is not", tcp, cutTcp, 999, 34, 4},
+           Row{"fewer octets than a segment has", tcp, cutTcp, 4000, 34, 1},
+           Row{"with congestion bits", tcp, cutTcp | Offload::withEcn, 1000, 34, 3},
+           Row{"options are in every segment", options, cutTcp, 1000, 34, 3},
+           Row{"datagrams", udp, Offload::cutUdp, 100, 34, 30},
+           Row{"no length of a segment", tcp, cutTcp, 0, 34, 1},
+           Row{"headers beyond the frame", tcp, cutTcp, 1000, 4000, 1},
+       }) {
+    const LiveFrame whole{row.frame, {0, row.cut, 0, row.length, row.checksumStart, 0}};
+    EXPECT_EQ(segmentsOf(whole), row.segments) << row.why;
+    Bytes piece(sizeof(Offload));
+    std::memcpy(piece.data(), &whole.offload, sizeof(Offload));
+    piece.insert(piece.end(), row.frame.begin(), row.frame.end());
+    EXPECT_EQ(segmentsOf(LiveFrame::of({piece.data(), piece.size()})), row.segments)
+        << "as it is sent: " << row.why;
+  }
 }
 
 }  // namespace

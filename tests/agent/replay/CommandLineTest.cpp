@@ -224,11 +224,12 @@ TEST_F(CommandLine, OtherLinkTypesAreRefusedByName) {
     const char* name;
   };
   for (const Row& row :
-       {Row{101, "RAW"}, Row{105, "IEEE802_11"}, Row{113, "LINUX_SLL"}, Row{4242, "link type 4242"}}) {
+       {Row{0, "NULL"}, Row{105, "IEEE802_11"}, Row{192, "PPI"}, Row{4242, "link type 4242"}}) {
     writeFile(pcap_, pcapBytes(frames_, {false, true, row.linkType}));
     const Ran ran = usual({});
     EXPECT_EQ(ran.status, 2) << row.name;
-    EXPECT_THAT(ran.err, AllOf(HasSubstr(row.name), HasSubstr("only Ethernet can be replayed")));
+    EXPECT_THAT(ran.err, AllOf(HasSubstr(row.name),
+                               HasSubstr("only Ethernet, Linux cooked and raw IP can be replayed")));
   }
 }
 
@@ -371,9 +372,9 @@ TEST_F(CommandLine, TheTableIsPlainTextInTheShapeOfTheLists) {
       AllOf(HasSubstr("ip access-list A  (eth1 in)  from cli\n"), HasSubstr(" remark our own\n"),
             HasSubstr("mac access-list GONE is bound (eth1 out) but not defined: everything passes it\n"),
             HasSubstr("3 frames, 1618 bytes: 2 passed, 1 dropped\n")));
-  EXPECT_THAT(ran.out,
-              testing::ContainsRegex("\n +10 permit udp any any +2 +0  2023-11-14 22:13:2[23]\\.[0-9]{6}\n"));
-  EXPECT_THAT(ran.out, testing::ContainsRegex("\n +20 deny tcp any any eq 80 443 8080 log +0 +0  -\n"));
+  EXPECT_THAT(ran.out, testing::ContainsRegex(
+                           "\n +10 permit udp any any +2 +0 +104  2023-11-14 22:13:2[23]\\.[0-9]{6}\n"));
+  EXPECT_THAT(ran.out, testing::ContainsRegex("\n +20 deny tcp any any eq 80 443 8080 log +0 +0 +0  -\n"));
 }
 
 TEST_F(CommandLine, TheDocumentHasItsMembers) {

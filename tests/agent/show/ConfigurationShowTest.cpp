@@ -88,7 +88,7 @@ TEST_F(ConfigurationShowTest, SaysWhenThereIsNoSuchSource) {
   RunningAgent agent;
   agent.start(shownCommandLine);
   const Json none = agent.ask({{"do", "show"}, {"what", "configuration"}, {"source", "no.acl"}});
-  EXPECT_EQ(none.at("error").at("text"), "there is no source no.acl");
+  EXPECT_EQ(none.at("error").at("text").get<std::string>().rfind("there is no source no.acl", 0), 0u);
   const Json other = agent.ask({{"do", "show"}, {"what", "ports"}, {"source", "cli"}});
   EXPECT_EQ(other.at("error").at("text"), "ports takes no source");
 }

@@ -55,6 +55,7 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   options.limits = limits;
   options.leave = leave_;
   options.ports = ports_;
+  if (portStates_) options.portStates = [this] { return *portStates_; };
   plane_ = std::make_unique<Agent::ControlPlane>(*core_, *forwarder_, *loop_, std::move(files),
                                                  std::move(options));
   const auto deaf = plane_->listen();
@@ -63,6 +64,11 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
 
 void RunningAgent::patch(const char* a, const char* b) {
   const auto wrong = forwarder_->patchIs(a, b);
+  ASSERT_FALSE(wrong) << *wrong;
+}
+
+void RunningAgent::bridge(const std::vector<std::string>& names) {
+  const auto wrong = forwarder_->bridgeIs(names, clock_);
   ASSERT_FALSE(wrong) << *wrong;
 }
 

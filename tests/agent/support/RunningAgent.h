@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,8 +40,11 @@ class RunningAgent {
   /// pass, and every interface may be a port.
   void leaveIs(Agent::Leave leave) { leave_ = leave; }
   void portsAre(Agent::PortNames ports) { ports_ = std::move(ports); }
-  /// Joins two interfaces.
+  /// The live ports that the agent is to have by its own account; before start().
+  void portStatesAre(std::vector<Agent::PortState> states) { portStates_ = std::move(states); }
+  /// Joins two interfaces, and several by a bridge with the agent's clock.
   void patch(const char* a, const char* b);
+  void bridge(const std::vector<std::string>& names);
 
   /// Carries out a request as a client that may change things, and waits for the answer: the document, or the
   /// object with the member `error`.
@@ -78,6 +82,7 @@ class RunningAgent {
   Agent::TextLimits textLimits_;
   Agent::Leave leave_{.openings = true};
   std::optional<Agent::PortNames> ports_;
+  std::optional<std::vector<Agent::PortState>> portStates_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
   std::unique_ptr<Agent::EventLoop> loop_;
