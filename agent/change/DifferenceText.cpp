@@ -1,4 +1,5 @@
 #include <agent/change/Difference.h>
+#include <agent/core/Style.h>
 #include <agent/core/Words.h>
 #include <fmt/format.h>
 
@@ -11,21 +12,21 @@ namespace {
 struct Mark {
   const char* member;
   char sign;
-  const char* colour;
+  const char* Style::*colour;  ///< null: none
 };
-constexpr Mark marks[] = {{"removed", '-', "\x1b[31m"},
-                          {"added", '+', "\x1b[32m"},
-                          {"changed", '~', "\x1b[33m"},
-                          {"respelled", '~', ""},
-                          {"renumbered", '~', ""}};
+constexpr Mark marks[] = {{"removed", '-', &Style::red},
+                          {"added", '+', &Style::green},
+                          {"changed", '~', &Style::yellow},
+                          {"respelled", '~', nullptr},
+                          {"renumbered", '~', nullptr}};
 
 /// Adds a line for each entry; text(entry) gives its words.
 template <class Text>
-void addLines(std::string& out, const Json& changes, bool colour, const Text& text) {
+void addLines(std::string& out, const Json& changes, const Style& style, const Text& text) {
   for (const Mark& mark : marks) {
     for (const Json& entry : changes.value(mark.member, Json::array())) {
-      const std::string line = fmt::format("{} {}", mark.sign, text(entry));
-      out += colour && *mark.colour ? fmt::format("{}{}\x1b[0m\n", mark.colour, line) : line + "\n";
+      const char* colour = mark.colour ? style.*mark.colour : "";
+      out += fmt::format("{}{} {}{}\n", colour, mark.sign, text(entry), *colour ? style.off : "");
     }
   }
 }
@@ -77,16 +78,17 @@ bool isNoDifference(const Json& difference) {
 
 std::string differenceText(const Json& difference, bool colour) {
   if (isNoDifference(difference)) return "nothing changes\n";
+  const Style style(colour);
   std::string text;
   const Json& lists = difference.at("lists");
-  addLines(text, lists, colour, [](const Json& list) {
+  addLines(text, lists, style, [](const Json& list) {
     const std::string title = listTitle(list);
     if (!list.at("rules").is_number()) return title;
     return fmt::format("{} ({})", title, countText(list.at("rules").get<uint64_t>(), "rule"));
   });
   for (const Json& list : lists.at("changed")) {
     text += fmt::format("  in {}:\n", listTitle(list));
-    addLines(text, list.at("rules"), colour, [](const Json& rule) {
+    addLines(text, list.at("rules"), style, [](const Json& rule) {
       if (rule.contains("text")) return "  " + ruleTitle(rule);
       const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
       if (rule.contains("groups")) return fmt::format("  {}  (its object-groups differ)", now);
@@ -99,7 +101,7 @@ std::string differenceText(const Json& difference, bool colour) {
       return fmt::format("  {}  (was: {})", now, wordOf(rule, "from"));
     });
   }
-  addLines(text, difference.at("bindings"), colour, [](const Json& binding) {
+  addLines(text, difference.at("bindings"), style, [](const Json& binding) {
     const bool changed = !binding.contains("list");
     const std::string title =
         bindingTitle(wordOf(binding, "interface"), wordOf(binding, "type"),
@@ -108,7 +110,7 @@ std::string differenceText(const Json& difference, bool colour) {
   });
   for (const auto& [member, what] :
        {std::pair("portChannels", "port-channel"), std::pair("mirrorSessions", "mirror session")}) {
-    addLines(text, difference.at(member), colour, [what = what](const Json& one) {
+    addLines(text, difference.at(member), style, [what = what](const Json& one) {
       return one.contains("interfaces")
                  ? fmt::format("{} {}:{}", what, wordOf(one, "name"), interfacesText(one.at("interfaces")))
                  : fmt::format("{} {}:{}  (was:{})", what, wordOf(one, "name"), interfacesText(one.at("to")),

@@ -4,7 +4,7 @@
 #include <agent/control/WatchView.h>
 #include <agent/core/Output.h>
 #include <agent/show/Shows.h>
-#include <agent/show/Style.h>
+#include <agent/core/Style.h>
 #include <fmt/format.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
+#include <agent/core/Style.h>
 #include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
-#include <agent/show/Style.h>
 #include <agent/show/Text.h>
 
 namespace Agent {

@@ -1,6 +1,6 @@
+#include <agent/core/Style.h>
 #include <agent/core/Words.h>
 #include <agent/show/ListRow.h>
-#include <agent/show/Style.h>
 #include <agent/show/Text.h>
 #include <fmt/format.h>
 

@@ -1,5 +1,5 @@
+#include <agent/core/Style.h>
 #include <agent/show/Report.h>
-#include <agent/show/Style.h>
 #include <agent/show/Text.h>
 
 namespace Agent {

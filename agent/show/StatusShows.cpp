@@ -1,7 +1,7 @@
 // Shows of what the packet path publishes and counts.
+#include <agent/core/Style.h>
 #include <agent/core/Words.h>
 #include <agent/show/Shows.h>
-#include <agent/show/Style.h>
 #include <agent/warnings/WarningText.h>
 
 #include <map>

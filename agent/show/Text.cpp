@@ -1,5 +1,5 @@
 #include <agent/core/Document.h>
-#include <agent/show/Style.h>
+#include <agent/core/Style.h>
 #include <agent/show/Text.h>
 #include <fmt/format.h>
 

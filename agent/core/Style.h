@@ -9,11 +9,15 @@ struct Style {
     bold = "\x1b[1m";
     dim = "\x1b[2m";
     red = "\x1b[31m";
+    green = "\x1b[32m";
+    yellow = "\x1b[33m";
     off = "\x1b[0m";
   }
   const char* bold = "";
   const char* dim = "";
   const char* red = "";
+  const char* green = "";
+  const char* yellow = "";
   const char* off = "";
 };
 
