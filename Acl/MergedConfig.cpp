@@ -9,6 +9,7 @@ Kelp::Ptr<MergedConfig> MergedConfig::of(const Velo::SharedObjects& registry) {
 }
 
 void MergedConfig::clear() {
+  listsIs(nullptr);
   bindingsIs(nullptr);
   listMergerIs(nullptr);
   bindingMergerIs(nullptr);

@@ -6,9 +6,8 @@
 
 namespace Acl {
 
-/// What a plugin has merged out of the sources of configuration, beside the lists: the bindings in force, and
-/// the two mergers, which know the sources of each list and of each binding. A plugin shares it under
-/// "AclMerged"; it shares the merged lists under "AclConfig".
+/// What a plugin has merged out of the sources of configuration: the lists and bindings in force, and the two
+/// mergers, which know the sources of each list and of each binding. A plugin shares it under "AclMerged".
 ///
 /// Made and filled by the plugin, which clears it before it goes, so that the mergers end with the plugin
 /// however long somebody holds this object. Everything is null until it is filled, and when it is cleared.
@@ -24,6 +23,7 @@ class MergedConfig : public Velo::SharedObject {
   /// The one that a registry has; null when it has none.
   static Kelp::Ptr<MergedConfig> of(const Velo::SharedObjects& registry);
 
+  ZEB_VALUE(Kelp::Ptr<Config>, lists)
   ZEB_VALUE(Kelp::Ptr<const IntfConfig>, bindings)
   ZEB_VALUE(Kelp::Ptr<AclConfigAggregatorSm>, listMerger)
   ZEB_VALUE(Kelp::Ptr<AclAgent::IntfConfigSm>, bindingMerger)

@@ -1,5 +1,5 @@
 #include <Acl/Workshop.h>
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 
 #include <condition_variable>
 #include <deque>
@@ -26,16 +26,13 @@ class Workshop::Thread {
  public:
   explicit Thread(std::function<void()> atStart)
       : atStart_(std::move(atStart)),
-        task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "aclCompile")),
-        thread_([this] { run(); }) {
-    task_->dispatchIs([this] { collectAndHandOver(); }, this);
-  }
+        task_(0, "aclCompile", [this] { collectAndHandOver(); }),
+        thread_([this] { run(); }) {}
   ~Thread() { stop(); }
 
   /// Returns the jobs that are still to be finished.
   std::vector<std::shared_ptr<BuildJob>> stop() {
     if (!thread_.joinable()) return {};
-    task_->dispatchDel(this);
     {
       const std::lock_guard lock(mutex_);
       stopped_ = true;
@@ -82,7 +79,7 @@ class Workshop::Thread {
   }
 
   void collectAndHandOver() {
-    while (!collecting_.empty() && collecting_.front()->collect(task_.get())) {
+    while (!collecting_.empty() && collecting_.front()->collect(task_.get().get())) {
       put(collecting_.front());
       underWay_.push_back(std::move(collecting_.front()));
       collecting_.pop_front();
@@ -102,7 +99,7 @@ class Workshop::Thread {
   }
 
   const std::function<void()> atStart_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   std::deque<std::shared_ptr<BuildJob>> collecting_;
   std::vector<std::shared_ptr<BuildJob>> underWay_;
   std::mutex mutex_;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <VeloAcl/VeloDpAclStatusSm/MachineTask.h>
+#include <Kiv/OwnedTask.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanTables.h>
 #include <VeloAcl/VeloDpAclStatusSm/Streams.h>
 
@@ -69,7 +69,7 @@ class CounterPoll {
 
   MachinePolls& machine_;
   const PollSpec spec_;
-  MachineTask task_;
+  Kiv::OwnedTask task_;
   std::optional<Velo::Counter::VeloDpAclCounterKey> bookmark_;  ///< where a pass that has yielded continues
   bool askedAnew_ = false;  ///< another pass is wanted behind the one that is going on
 };

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <VeloAcl/VeloDpAclStatusSm/MachineTask.h>
+#include <Kiv/OwnedTask.h>
 #include <VeloAcl/VeloDpAclStatusSm/Output.h>
+#include <VeloAcl/VeloDpAclStatusSm/SmallSteps.h>
 
 namespace Velo::VeloAcl {
 
@@ -45,7 +46,7 @@ class ReconciledOutput : public Output {
     reconciliationTaskIs(scheduler, priority, spec_.taskName);
   }
   void taskDel() override { task_.del(); }
-  const MachineTask& task() const { return task_; }
+  const Kiv::OwnedTask& task() const { return task_; }
 
  protected:
   /// Deletes entries that were not seen, from where the last run has stopped.
@@ -78,7 +79,7 @@ class ReconciledOutput : public Output {
   bool reconciled() final;
   bool walked();
 
-  MachineTask task_;
+  Kiv::OwnedTask task_;
   bool pending_ = false;
   bool wasWalked_ = false;
 };

@@ -1,4 +1,5 @@
 #include <Hive/Cell.h>
+#include <Rix/InReactor.h>
 #include <VeloAcl/VeloDpAclStatusSm/Factory.h>
 #include <VeloAcl/VeloPlugin/AclPlugin.h>
 
@@ -51,6 +52,7 @@ void AclPlugin::setupPluginManager() {
   intfConfigSmIs(AclAgent::intfConfigSmFactory(sources, intfConfig()));
 
   manager()->sharedObjects()->sharedObjectIs(aclConfigSO());
+  merged_->listsIs(aclConfig());
   merged_->bindingsIs(intfConfig());
   merged_->listMergerIs(aclAggregatorSm());
   merged_->bindingMergerIs(intfConfigSm());

@@ -25,27 +25,18 @@ Commit::Commit(Core& core, Forwarder& forwarder, Reserve& reserve, Sources sourc
       forwarder_(forwarder),
       applied_(std::move(applied)),
       sources_(std::move(sources)),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Commit")),
+      task_(0, "Commit", [this] { carryOn(); }),
       reserve_(reserve),
-      settled_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(whenSettled, "CommitSettled")),
+      settled_(whenSettled, "CommitSettled",
+               [this] {
+                 if (!underWay()) reserve_.changesAreDone();
+               }),
       changeover_(core, discard_, [this] { handleSwitch(); }) {
   const double now = Zeb::System::currentTime().seconds();
   sources_.forEach([&](const std::string& name, const Config::Model&) { appliedAt_[name] = now; });
-  task_->dispatchIs([this] { carryOn(); }, this);
-  settled_->dispatchIs(
-      [this] {
-        if (!underWay()) reserve_.changesAreDone();
-      },
-      this);
 }
 
-Commit::~Commit() {
-  for (const auto& task : {task_, settled_}) {
-    task->cancelTask();
-    task->dispatchDel(this);
-  }
-  reserve_.changesAreDone();
-}
+Commit::~Commit() { reserve_.changesAreDone(); }
 
 std::optional<double> Commit::appliedAt(const std::string& source) const {
   const auto known = appliedAt_.find(source);
@@ -86,7 +77,7 @@ void Commit::discard(std::optional<Config::Model> model) {
 
 void Commit::carryOn() {
   const double start = Kiv::steadyClock().now().seconds();
-  const auto state = changeover_.run(*task_);
+  const auto state = changeover_.run(*task_.get());
   pending_->longestTurn = std::max(pending_->longestTurn, Kiv::steadyClock().now().seconds() - start);
   if (state == Changeover::State::yields) return task_->scheduleTask();
   if (state == Changeover::State::waits) return task_->scheduleTaskDelay(untilCompiled);

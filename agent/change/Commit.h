@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/OwnedTask.h>
 #include <agent/change/Changeover.h>
 #include <agent/change/Discard.h>
 #include <agent/change/SourceChange.h>
@@ -68,9 +69,9 @@ class Commit {
   const std::function<void()> applied_;
   Sources sources_;
   std::map<std::string, double> appliedAt_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   Reserve& reserve_;
-  const Kelp::Ptr<Kiv::TimerTask> settled_;  ///< runs when everything is done that followed from a change
+  Kiv::OwnedTask settled_;  ///< runs when everything is done that followed from a change
   Discard discard_;
   Changeover changeover_;
   std::optional<Pending> pending_;

@@ -65,9 +65,13 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
 
   if (dir.empty()) return wrong;
   for (const fs::path& path : configFilesIn(dir, wrong)) {
+    const std::string name = path.filename().string();
+    if (const auto why = whyNoSource(name)) {
+      wrong.push_back(fmt::format("{}: {}", path.string(), *why));
+      continue;
+    }
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
     if (!file) continue;
-    const std::string name = path.filename().string();
     contents_[name] = {file->identity, file->hash, isSettled(file->identity, time)};
     take(Config::read({{path.string(), std::move(file->text)}}), sources_.inputs[name], wrong);
   }

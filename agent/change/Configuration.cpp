@@ -137,19 +137,12 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       ports_(std::move(options.ports)),
       warnings_(std::move(options.warnings)),
       tell_(options.tell),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "Configuration")),
+      task_(0, "Configuration", [this] { commitNext(); }),
       commit_(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied)),
       background_(loop),
       files_(
           loop, std::move(options.dir), limits_, files.contents(), [this] { return !busy(); },
-          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }, options.tell) {
-  task_->dispatchIs([this] { commitNext(); }, this);
-}
-
-Configuration::~Configuration() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
-}
+          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }, options.tell) {}
 
 bool Configuration::apply(Request request, Done done) {
   if (busy()) return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/OwnedTask.h>
 #include <agent/change/ChangeEvents.h>
 #include <agent/change/Commit.h>
 #include <agent/change/ConfigFiles.h>
@@ -67,7 +68,6 @@ class Configuration {
 
   /// `files` are the texts that the core was given.
   Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files, Options options);
-  ~Configuration();
 
   /// Replaces the command line's source. False when another change is being carried out. `done` is called
   /// from the loop later, unless this object is destroyed first.
@@ -115,7 +115,7 @@ class Configuration {
   /// Changes that would be an opening, with the reason: another file of the same look may close it.
   std::vector<std::pair<NewContent, std::string>> postponed_;
   bool changedSincePostponed_ = false;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   Commit commit_;
   Background background_;
   DirectoryFiles files_;

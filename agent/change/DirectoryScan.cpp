@@ -26,6 +26,11 @@ void DirectoryScan::look(const std::string& path, const std::string& name, TextR
     return;
   }
   File file;
+  if (const auto why = whyNoSource(name)) {
+    file.wrong = {fmt::format("{}: {}", path, *why)};
+    found[name] = std::move(file);
+    return;
+  }
   Refusable memory;
   try {
     read(path, reader, known, file);

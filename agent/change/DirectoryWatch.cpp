@@ -25,8 +25,7 @@ DirectoryWatch::DirectoryWatch(EventLoop& loop, std::string path, Changed change
       path_(std::move(path)),
       changed_(std::move(changed)),
       inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "DirectoryWatch " + path_)) {
-  task_->dispatchIs([this] { tell(); }, this);
+      task_(0, "DirectoryWatch " + path_, [this] { tell(); }) {
   if (inotify_ < 0) {
     complain(failureOf(fmt::format("changes in {} are seen once a second only", path_)));
   } else {
@@ -39,8 +38,6 @@ DirectoryWatch::DirectoryWatch(EventLoop& loop, std::string path, Changed change
 }
 
 DirectoryWatch::~DirectoryWatch() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
   if (inotify_ < 0) return;
   loop_.fdDel(inotify_);
   close(inotify_);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 #include <agent/core/EventLoop.h>
 
 #include <functional>
@@ -35,7 +35,7 @@ class DirectoryWatch {
   const Changed changed_;
   const int inotify_;  // under 0 when the system allows no more of them
   int watched_ = -1;   // under 0 while the directory is not there
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   std::set<std::string> names_;
   bool all_ = false;
 };

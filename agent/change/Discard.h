@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 #include <agent/change/ListRules.h>
 #include <agent/config/Model.h>
 
@@ -14,13 +14,7 @@ namespace Agent {
 /// configuration.
 class Discard {
  public:
-  Discard() : task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(-10, "Discard")) {
-    task_->dispatchIs([this] { run(); }, this);
-  }
-  ~Discard() {
-    task_->cancelTask();
-    task_->dispatchDel(this);
-  }
+  Discard() : task_(-10, "Discard", [this] { run(); }) {}
   Discard(const Discard&) = delete;
   Discard& operator=(const Discard&) = delete;
 
@@ -62,7 +56,7 @@ class Discard {
     }
   }
 
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   std::deque<Config::Model> models_;
   std::deque<ListRules> rules_;
 };

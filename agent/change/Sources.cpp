@@ -7,6 +7,20 @@
 
 namespace Agent {
 
+std::string sourceTitle(const std::string& name) {
+  return name == commandLineName ? std::string(Core::commandLineSource) : name;
+}
+
+std::string sourceOfTitle(const std::string& title) {
+  return title == Core::commandLineSource ? commandLineName : title;
+}
+
+std::optional<std::string> whyNoSource(const std::string& name) {
+  if (name != Core::commandLineSource) return std::nullopt;
+  return fmt::format("\"{}\" is the name of the command line's configuration: a file needs another one",
+                     name);
+}
+
 const Config::Model* Sources::find(const std::string& name) const {
   if (name == commandLineName) return &commandLine;
   const auto known = inputs.find(name);

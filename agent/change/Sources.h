@@ -6,22 +6,18 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Agent {
 
 /// The name of the command line's source. All other sources are named after files, so that it is unique.
 inline const std::string commandLineName;
-/// What people call a source: "cli" the command line's, all others by their names. A file that is called cli
-/// cannot be told apart by it.
-inline constexpr std::string_view commandLineTitle = "cli";
-inline std::string sourceTitle(const std::string& name) {
-  return name == commandLineName ? std::string(commandLineTitle) : name;
-}
-inline std::string sourceOfTitle(const std::string& title) {
-  return title == commandLineTitle ? commandLineName : title;
-}
+/// What people call a source: Core::commandLineSource that of the command line, all others by their names.
+std::string sourceTitle(const std::string& name);
+std::string sourceOfTitle(const std::string& title);
+/// Why no file of the directory can have this name, as people could not tell its source from the command
+/// line's; nothing if one can.
+std::optional<std::string> whyNoSource(const std::string& name);
 
 /// Sources by name with their content, that of the highest precedence first. Does not own the content.
 using Layers = std::vector<std::pair<std::string, const Config::Model*>>;

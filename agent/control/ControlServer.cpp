@@ -58,13 +58,9 @@ ControlServer::ControlServer(EventLoop& loop, Operations& operations, ControlLim
                  [this](int fd, uint32_t events) { handle(fd, events); }),
       known_(loop, "ControlClients", limits.clientShare, limits.clientBurst,
              [this](int fd, uint32_t events) { handle(fd, events); }),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "ControlSweep")) {
-  task_->dispatchIs([this] { sweep(); }, this);
-}
+      task_(0, "ControlSweep", [this] { sweep(); }) {}
 
 ControlServer::~ControlServer() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
   while (!clients_.empty()) drop(clients_.begin()->first);
 }
 

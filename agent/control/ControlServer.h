@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/OwnedTask.h>
 #include <agent/control/Operations.h>
 #include <agent/control/ServerSocket.h>
 #include <agent/core/Lane.h>
@@ -81,7 +82,7 @@ class ControlServer {
   uint64_t lastClient_ = 0;
   Lane strangers_;
   Lane known_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
 };
 
 }  // namespace Agent

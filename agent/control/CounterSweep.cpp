@@ -1,3 +1,4 @@
+#include <Acl/Model.h>
 #include <agent/control/CounterSweep.h>
 #include <agent/show/ListReport.h>
 
@@ -27,14 +28,7 @@ CounterSweep::CounterSweep(Core& core, ZeroLine& zero, std::function<bool()> cha
     : core_(core),
       zero_(zero),
       changing_(std::move(changing)),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(priority, "CounterSweep")) {
-  task_->dispatchIs([this] { run(); }, this);
-}
-
-CounterSweep::~CounterSweep() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
-}
+      task_(priority, "CounterSweep", [this] { run(); }) {}
 
 void CounterSweep::handleApplied() {
   sources_.clear();
@@ -68,10 +62,7 @@ bool CounterSweep::sweep(Collection& collection) {
 }
 
 bool CounterSweep::isKnown(const Key& key) const {
-  const auto status = core_.inForce().status();
-  const auto lists = status ? status->status(key.aclType) : nullptr;
-  const auto list = lists ? lists->acl(key.aclName) : nullptr;
-  const auto* implicit = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
+  const auto* implicit = implicitDropOf(core_.inForce().statusOf(key.aclType, key.aclName));
   if (implicit && *implicit == key.ruleId) return true;
   // During a change packets may ask new rules before their source has them.
   const auto merged = core_.inForce().list(key.aclType, key.aclName);
@@ -85,8 +76,8 @@ void CounterSweep::take(Collection& collection, const Key& key) {
   collection.counterCollectionDel(key);
   zero_.forget(key);
   // The polls have copied the counter into the status, even if its rule was deleted before.
-  const auto lists = core_.mountedStatus()->status(key.aclType);
-  if (const auto list = lists ? lists->acl(key.aclName) : nullptr) list->ruleStatusDel(key.ruleId);
+  const auto list = statusOf(core_.mountedStatus(), key.aclType, key.aclName);
+  if (list) list->ruleStatusDel(key.ruleId);
 }
 
 }  // namespace Agent

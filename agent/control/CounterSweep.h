@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 #include <agent/core/Core.h>
 #include <agent/show/ZeroLine.h>
 
@@ -18,7 +18,6 @@ class CounterSweep {
   /// Core and zero line outlive it. `changing` says whether a change of the configuration is being carried
   /// out; the sweep waits for its end.
   CounterSweep(Core& core, ZeroLine& zero, std::function<bool()> changing);
-  ~CounterSweep();
   CounterSweep(const CounterSweep&) = delete;
   CounterSweep& operator=(const CounterSweep&) = delete;
 
@@ -39,7 +38,7 @@ class CounterSweep {
   Core& core_;
   ZeroLine& zero_;
   const std::function<bool()> changing_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   // The sweep that is going on.
   std::vector<Kelp::Ptr<const Acl::Config>> sources_;
   std::vector<Kelp::Ptr<Collection>> collections_;  ///< still to be swept, from the last to the first

@@ -1,3 +1,5 @@
+#include <MemSlab/Slab.h>
+#include <Nimnet/IntfId.h>
 #include <Rix/InReactor.h>
 #include <agent/core/Core.h>
 
@@ -5,7 +7,6 @@ namespace Agent {
 
 namespace {
 
-constexpr std::string_view commandLineSource = "cli";
 constexpr std::string_view inputSources = "input/";
 
 /// What plugins read and write in the state tree, by the name of their mount profile.

@@ -48,7 +48,9 @@ class Core {
   Source sourceIs(const std::string& input);
   void sourceDel(const std::string& input);
   std::vector<std::string> inputs() const;
-  /// The full name of a source: "cli" for the command line, else "input/" and the name of the input.
+  /// What the source of the command line is called.
+  static constexpr std::string_view commandLineSource = "cli";
+  /// The full name of a source: that of the command line's, else "input/" and the name of the input.
   static std::string sourceName(const std::string& input);
   /// The lists of the source of a full name; null when there is no such source.
   Kelp::Ptr<const Acl::Config> source(std::string_view name) const;

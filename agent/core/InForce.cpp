@@ -3,19 +3,13 @@
 
 namespace Agent {
 
-Kelp::Ptr<Acl::Config> InForce::shared() const {
-  const auto object = manager_.sharedObjects()->sharedObject("AclConfig");
-  if (!object) return nullptr;
-  return Zeb::attributeValue<Kelp::Ptr<Acl::Config>>(*object, "aclConfig").value_or(nullptr);
-}
-
 Kelp::Ptr<Acl::MergedConfig> InForce::merged() const {
   return Acl::MergedConfig::of(*manager_.sharedObjects());
 }
 
 Kelp::Ptr<Acl::AclConfig> InForce::list(Acl::AclType type, const Kelp::String& name) const {
-  const auto all = shared();
-  const auto lists = all ? all->config(type) : nullptr;
+  const auto all = merged();
+  const auto lists = all && all->lists() ? all->lists()->config(type) : nullptr;
   return lists ? lists->acl(name) : nullptr;
 }
 
@@ -28,6 +22,10 @@ std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> InForce::counters() 
   return all;
 }
 
+Kelp::Ptr<const Acl::Config> InForce::lists() const {
+  const auto all = merged();
+  return all ? all->lists() : nullptr;
+}
 Kelp::Ptr<const Acl::IntfConfig> InForce::bindings() const {
   const auto all = merged();
   return all ? all->bindings() : nullptr;
@@ -56,11 +54,8 @@ std::optional<std::string> InForce::unpublished() const {
 
 std::optional<std::string> InForce::unpublishedList() const {
   for (auto type = lists()->config().begin(); type; type.next()) {
-    const auto shown = published_->status(type.key());
     for (auto list = type.value()->acl().begin(); list; list.next()) {
-      const auto status = shown ? shown->acl(list.key()) : nullptr;
-      if (!status || !status->implicitRuleId(Acl::ImplicitRuleType::drop))
-        return listTitle(type.key(), list.key().view());
+      if (!implicitDropOf(statusOf(type.key(), list.key()))) return listTitle(type.key(), list.key().view());
     }
   }
   return std::nullopt;

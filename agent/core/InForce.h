@@ -12,6 +12,17 @@
 
 namespace Agent {
 
+/// The status of a list in a status of all lists, which may be null; null when there is none.
+template <class Status>
+auto statusOf(const Kelp::Ptr<Status>& status, Acl::AclType type, const Kelp::String& name) {
+  const auto lists = status ? status->status(type) : nullptr;
+  return lists ? lists->acl(name) : nullptr;
+}
+/// The id of a list's implicit drop; null when there is no status, or no id in it.
+inline const Kiv::UniqueId* implicitDropOf(const Kelp::Ptr<const Acl::AclStatus>& status) {
+  return status ? status->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
+}
+
 /// What packets are judged by now: the configuration that the loaded plugin has merged out of all sources,
 /// and the status that it publishes. Everything is null or empty while no plugin is loaded. The registries
 /// are read at every call, so that nothing of a plugin is kept here when it goes.
@@ -23,19 +34,21 @@ class InForce {
   InForce(const Velo::PluginManager& manager, Kelp::Ptr<const Acl::StatusDp> status)
       : manager_(manager), published_(std::move(status)) {}
 
-  /// The merged lists, which the plugin shares under the name "AclConfig".
-  Kelp::Ptr<const Acl::Config> lists() const { return shared(); }
-  /// One of them, for whoever carries out a change of it; null when there is none.
-  Kelp::Ptr<Acl::AclConfig> list(Acl::AclType type, const Kelp::String& name) const;
-  /// The published status; null when the plugin shares no lists, or publishes elsewhere.
-  Kelp::Ptr<const Acl::StatusDp> status() const { return shared() ? published_ : nullptr; }
-  std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters() const;
-
-  /// The merged bindings, and the mergers, which know the sources of lists and bindings. The plugin shares
-  /// them under the name "AclMerged".
+  /// The merged lists and bindings, and the mergers, which know the sources of lists and bindings.
+  Kelp::Ptr<const Acl::Config> lists() const;
   Kelp::Ptr<const Acl::IntfConfig> bindings() const;
   Kelp::Ptr<const Acl::AclConfigAggregatorSm> listSources() const;
   Kelp::Ptr<const AclAgent::IntfConfigSm> bindingSources() const;
+  /// One of them, for whoever carries out a change of it; null when there is none.
+  Kelp::Ptr<Acl::AclConfig> list(Acl::AclType type, const Kelp::String& name) const;
+  /// The published status; null when the plugin shares no lists, or publishes elsewhere.
+  Kelp::Ptr<const Acl::StatusDp> status() const { return lists() ? published_ : nullptr; }
+  /// That of one list; null when there is none.
+  Kelp::Ptr<const Acl::AclStatus> statusOf(Acl::AclType type, const Kelp::String& name) const {
+    return Agent::statusOf(status(), type, name);
+  }
+  std::vector<Kelp::Ptr<Velo::Counter::VeloDpAclCounterColl>> counters() const;
+
   /// See Acl::AclConfigAggregatorSm.
   bool takeOver(Acl::AclType type, const Kelp::String& name, size_t most) const;
 
@@ -44,7 +57,6 @@ class InForce {
   std::optional<std::string> unpublished() const;
 
  private:
-  Kelp::Ptr<Acl::Config> shared() const;
   Kelp::Ptr<Acl::MergedConfig> merged() const;
   std::optional<std::string> unpublishedList() const;
   std::optional<std::string> unpublishedBinding() const;

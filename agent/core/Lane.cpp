@@ -22,17 +22,14 @@ Lane::Lane(EventLoop& loop, const char* name, double share, Kelp::Duration burst
       handler_(std::move(handler)),
       watch_(watch),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, name)),
+      task_(0, name, [this] { open(); }),
       budget_(burst.seconds()),
       earnedUntil_(loop.turnClock().now()) {
   KELP_ASSERT(epoll_ >= 0, "descriptors cannot be watched");
-  task_->dispatchIs([this] { open(); }, this);
   open();
 }
 
 Lane::~Lane() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
   loop_.fdDel(epoll_);
   close(epoll_);
 }

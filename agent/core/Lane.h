@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Kiv/Clock.h>
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 #include <agent/core/EventLoop.h>
 
 #include <cstdint>
@@ -44,7 +44,7 @@ class Lane {
   const Handler handler_;
   const Kiv::Clock& watch_;
   const int epoll_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   double budget_;  // seconds that are saved; below 0 while the lane rests
   Kelp::Duration earnedUntil_;
   double used_ = 0;

@@ -1,4 +1,5 @@
 #include <Acl/MatchFields.h>
+#include <Kiv/UniqueId.h>
 #include <agent/explain/NearMisses.h>
 
 #include <algorithm>
@@ -77,8 +78,7 @@ Fields completed(Fields packet, const Icmp* icmp, const Velo::PacketContext& ctx
 }  // namespace
 
 EarlierRules earlierRules(const Core& core, const Acl::AskedList& asked, const Velo::PacketContext& ctx) {
-  const auto lists = core.inForce().lists()->config(asked.type);
-  const auto list = lists ? lists->acl(asked.list) : nullptr;
+  const Kelp::Ptr<const Acl::AclConfig> list = core.inForce().list(asked.type, asked.list);
   const auto* rules = list ? list->judging() : nullptr;
   if (!rules) return {};
   const Velo::ParsedPacket& parsed = ctx.parsedPacket();

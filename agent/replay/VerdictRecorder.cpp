@@ -1,4 +1,5 @@
 #include <Acl/RuleKinds.h>
+#include <Nimnet/IntfId.h>
 #include <agent/replay/VerdictRecorder.h>
 
 #include <Rix/CollectionFollower.h>
@@ -96,8 +97,7 @@ Nimnet::IntfId VerdictRecorder::interfaceOf(const VeloDpAclCounterKey& key) {
 
 void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
   Hit hit{key.direction, interfaceOf(key), key.aclType, key.aclName, 0, Acl::Action::deny};
-  const auto lists = core_.inForce().lists()->config(key.aclType);
-  const auto list = lists ? lists->acl(key.aclName) : nullptr;
+  const Kelp::Ptr<const Acl::AclConfig> list = core_.inForce().list(key.aclType, key.aclName);
   const auto* rules = list ? list->judging() : nullptr;
   if (rules) {
     Acl::withRuleKind(key.aclType, [&](auto kind) {

@@ -1,4 +1,6 @@
 #include <Acl/RuleKinds.h>
+#include <Kelp/String.h>
+#include <Nimnet/IntfId.h>
 #include <agent/show/ListReport.h>
 
 #include <algorithm>
@@ -17,12 +19,8 @@ std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
 }  // namespace
 
 bool isDefined(const Core& core, const Kelp::String& name) {
-  const auto configured = core.inForce().lists();
-  return configured &&
-         std::any_of(std::begin(Acl::aclTypes), std::end(Acl::aclTypes), [&](Acl::AclType type) {
-           const auto lists = configured->config(type);
-           return lists && lists->acl(name);
-         });
+  return std::any_of(std::begin(Acl::aclTypes), std::end(Acl::aclTypes),
+                     [&](Acl::AclType type) { return core.inForce().list(type, name) != nullptr; });
 }
 
 bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id) {
@@ -65,18 +63,13 @@ ListReport ListReader::head(const Key& key) const {
     report.sources = strings(sources->sources(key.first, key.second));
   if (const auto bound = bindings_.find(key); bound != bindings_.end()) report.bindings = bound->second;
   if (remarks_ && !report.sources.empty()) report.remarks = remarks_(report.sources.front(), key);
-  const auto status = core_.inForce().status();
-  const auto lists = status ? status->status(key.first) : nullptr;
-  const auto list = lists ? lists->acl(key.second) : nullptr;
-  const auto* id = list ? list->implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
+  const auto* id = implicitDropOf(core_.inForce().statusOf(key.first, key.second));
   if (id && !id->empty()) report.implicitDrop = matches(key, *id);
   return report;
 }
 
 Kelp::Ptr<const Acl::AclSubConfig> ListReader::rulesOf(const Key& key) const {
-  const auto configured = core_.inForce().lists();
-  const auto lists = configured ? configured->config(key.first) : nullptr;
-  const auto list = lists ? lists->acl(key.second) : nullptr;
+  const Kelp::Ptr<const Acl::AclConfig> list = core_.inForce().list(key.first, key.second);
   return list ? list->currCfg() : nullptr;
 }
 

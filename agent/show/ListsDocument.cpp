@@ -124,11 +124,7 @@ class ListsDocument final : public Document {
     inList_ = false;
   }
 
-  bool published() const {
-    const auto status = world_.core.inForce().status();
-    const auto lists = status ? status->status(key_.first) : nullptr;
-    return lists && lists->acl(key_.second);
-  }
+  bool published() const { return world_.core.inForce().statusOf(key_.first, key_.second) != nullptr; }
 
   const World& world_;
   const ShowOptions options_;

@@ -1,4 +1,5 @@
 #include <Acl/RuleKinds.h>
+#include <Kelp/Duration.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Reserve.h>
@@ -32,16 +33,11 @@ struct StateKeeper::Piece {
 };
 
 StateKeeper::StateKeeper(const Core& core, std::unique_ptr<StateFile> file)
-    : core_(core),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(priority, "State")),
-      writer_(std::move(file)) {
-  task_->dispatchIs([this] { run(); }, this);
+    : core_(core), task_(priority, "State", [this] { run(); }), writer_(std::move(file)) {
   task_->scheduleTask();
 }
 
 StateKeeper::~StateKeeper() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
   rulesKnown_ = false;  // the last write may have failed
   try {
     begin();
@@ -180,12 +176,10 @@ bool StateKeeper::copyRules(Piece& piece, bool whole) {
 }
 
 bool StateKeeper::copyStatus(Piece& piece, bool whole) {
-  const auto status = core_.inForce().status();
-  const auto lists = status ? status->status(piece.type) : nullptr;
-  const auto list = lists ? lists->acl(piece.name) : nullptr;
+  const auto list = core_.inForce().statusOf(piece.type, piece.name);
   if (!list) return true;
   if (!piece.resume) {
-    const auto* id = list->implicitRuleId(Acl::ImplicitRuleType::drop);
+    const auto* id = implicitDropOf(list);
     const auto* drop = list->implicitRuleStatus(Acl::ImplicitRuleType::drop);
     const auto implicit = drop ? *drop : Acl::RuleStatus();
     if (id) noteId(*id);

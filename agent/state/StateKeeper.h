@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 #include <agent/core/Core.h>
 #include <agent/state/StateWriter.h>
 
@@ -49,7 +49,7 @@ class StateKeeper {
   bool copyMap(const Map& map, std::optional<Resume>& resume, bool whole, const Take& take);
 
   const Core& core_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   Saved::State state_;       ///< the copy, as far as it is made
   bool rulesKnown_ = false;  ///< the writer has the rules of the present configuration
   std::string failure_;      ///< the last failure to write, as it was told

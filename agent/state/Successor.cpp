@@ -1,4 +1,5 @@
 #include <Kiv/UniqueIdSeed.h>
+#include <Nimnet/IntfId.h>
 #include <agent/config/Reader.h>
 #include <agent/config/RulePairs.h>
 #include <agent/state/RuleText.h>
@@ -137,9 +138,8 @@ void Successor::countImplicitDrops(Core& core) const {
   const auto status = core.mountedStatus();
   std::map<uint64_t, Kiv::UniqueId> now;  // by the old ids
   for (const auto& row : state_.lists) {
-    const auto lists = status->status(row.type);
-    const auto list = lists ? lists->acl(Kelp::String(row.name)) : nullptr;
-    const auto* id = list ? std::as_const(*list).implicitRuleId(Acl::ImplicitRuleType::drop) : nullptr;
+    const auto list = statusOf(status, row.type, Kelp::String(row.name));
+    const auto* id = implicitDropOf(list);
     if (!id || row.implicitId == 0 || row.packets == 0) continue;
     now.emplace(row.implicitId, *id);
     // The next poll of the counters would write the same.

@@ -122,19 +122,20 @@ TEST_F(AclPluginPhases, SetupMergesTheConfigurationAndSharesIt) {
   EXPECT_EQ(*inForce()->intf(IntfId("eth1")), "C") << "the command line goes first";
 }
 
-TEST_F(AclPluginPhases, SetupSharesTheBindingsAndTheMergersUntilThePluginGoes) {
+TEST_F(AclPluginPhases, SetupSharesWhatItHasMergedAndTheMergersUntilThePluginGoes) {
   mount();
   EXPECT_EQ(Acl::MergedConfig::of(*agent.manager.sharedObjects()), nullptr) << "not shared yet";
   plugin->setupPluginManager();
   const auto merged = Acl::MergedConfig::of(*agent.manager.sharedObjects());
   ASSERT_TRUE(merged);
+  EXPECT_EQ(merged->lists(), plugin->aclConfig());
   EXPECT_EQ(merged->bindings(), plugin->intfConfig());
   EXPECT_EQ(merged->listMerger(), plugin->aclAggregatorSm());
   EXPECT_EQ(merged->bindingMerger(), plugin->intfConfigSm());
   EXPECT_EQ(merged->parent(), plugin.get());
   plugin = nullptr;
   EXPECT_EQ(merged->parent(), nullptr);
-  EXPECT_FALSE(merged->bindings() || merged->listMerger() || merged->bindingMerger())
+  EXPECT_FALSE(merged->lists() || merged->bindings() || merged->listMerger() || merged->bindingMerger())
       << "nothing is merged by a plugin that is gone";
 }
 

@@ -38,6 +38,18 @@ TEST(ConfigFiles, AnEmptyFileIsAConfiguration) {
   EXPECT_EQ(files.sources().commandLine, Config::Model());
 }
 
+TEST(ConfigFiles, AFileCannotBeTakenForTheCommandLine) {
+  const TempDir dir;
+  writeFile(dir / "cli", "ip access-list A\n");
+  writeFile(dir / "cli.acl", "ip access-list B\n");
+  Agent::ConfigFiles files;
+  EXPECT_THAT(
+      files.read({}, dir.path()),
+      testing::ElementsAre((dir / "cli") + ": \"cli\" is the name of the command line's configuration: "
+                                           "a file needs another one"));
+  EXPECT_EQ(files.sources().inputs.size(), 1u);
+}
+
 TEST(ConfigFiles, ALinkToNowhereIsReported) {
   const TempDir dir;
   fs::create_symlink(dir / "nowhere", dir / "link");

@@ -81,6 +81,20 @@ class NoDescriptors {
   rlimit before_{};
 };
 
+TEST_F(DirectoryFilesTest, AFileThatIsCalledLikeTheCommandLineIsRefused) {
+  start();
+  agent_.putFile("cli", listOf("TWO"));
+  look();
+  EXPECT_EQ(
+      wrong(),
+      path("cli") + ": \"cli\" is the name of the command line's configuration: a file needs another one");
+  EXPECT_FALSE(defined("TWO"));
+  fs::rename(path("cli"), path("two.acl"));
+  look();
+  EXPECT_EQ(bad(), Json::array());
+  EXPECT_TRUE(defined("TWO"));
+}
+
 TEST_F(DirectoryFilesTest, WhatChangedWhileTheDirectoryCouldNotBeReadIsNotForgotten) {
   if (TestSupport::addressSanitizer)
     GTEST_SKIP()

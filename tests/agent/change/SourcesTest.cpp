@@ -88,9 +88,9 @@ TEST(SourcesOfConfiguration, AreExchangedOneByOne) {
 
 TEST(SourcesOfConfiguration, KnowTheRemarksBehindTheLastRule) {
   const Sources sources = sourcesOf("ip access-list A\n 10 permit ip any any\n remark end\n",
-                                    {{"cli", "ip access-list A\n remark of a file\n"}});
+                                    {{"a", "ip access-list A\n remark of a file\n"}});
   EXPECT_EQ(sources.trailingRemarks(commandLineName, {Acl::AclType::ip, "A"}), Names{"end"});
-  EXPECT_EQ(sources.trailingRemarks("cli", {Acl::AclType::ip, "A"}), Names{"of a file"});
+  EXPECT_EQ(sources.trailingRemarks("a", {Acl::AclType::ip, "A"}), Names{"of a file"});
   EXPECT_EQ(sources.trailingRemarks("b", {Acl::AclType::ip, "A"}), Names());
   EXPECT_EQ(sources.trailingRemarks(commandLineName, {Acl::AclType::mac, "A"}), Names());
 }

@@ -49,6 +49,9 @@ TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
   EXPECT_EQ(core.inForce().status(), Kelp::Ptr<const Acl::StatusDp>(core.mountedStatus()));
   tasks.settle();
   EXPECT_EQ(core.inForce().unpublished(), std::nullopt);
+  EXPECT_TRUE(core.inForce().statusOf(Acl::AclType::ip, "A"));
+  EXPECT_FALSE(core.inForce().statusOf(Acl::AclType::ip, "B"));
+  EXPECT_FALSE(core.inForce().statusOf(Acl::AclType::mac, "A"));
   const auto lists = core.mountedStatus()->status(Acl::AclType::ip);
   lists->intfDel(Acl::AclDirection::in);
   EXPECT_EQ(core.inForce().unpublished(),
@@ -60,10 +63,9 @@ TEST(InForce, IsWhatTheLoadedPluginSharesAndPublishes) {
   EXPECT_TRUE(knowsNothing(core.inForce())) << "it has gone";
 }
 
-TEST(InForce, IsNothingWhenSomethingElseIsSharedUnderTheNames) {
+TEST(InForce, IsNothingWhenSomethingElseIsSharedUnderTheName) {
   Core core;
-  for (const char* name : {"AclConfig", "AclMerged"})
-    core.manager().sharedObjects()->sharedObjectIs(MemSlab::make<Stranger>(name));
+  core.manager().sharedObjects()->sharedObjectIs(MemSlab::make<Stranger>("AclMerged"));
   EXPECT_TRUE(knowsNothing(core.inForce()));
 }
 
