@@ -1,5 +1,6 @@
-# velo_room(NAME SOURCES a.cpp ... DEPENDS Room ... [LIBRARIES ...]): one folder, one object library. The lists of
-# DEPENDS and LIBRARIES (of foreign ones) are what scripts/check_layering.py holds the #include lines against.
+# velo_room(NAME SOURCES a.cpp ... DEPENDS Room ... [LIBRARIES ...]): one folder, one object library; a room without
+# SOURCES has headers only. scripts/check_layering.py compares the lists of DEPENDS and LIBRARIES (of foreign ones)
+# with the #include lines.
 # velo_shared_platform(): every room so far, linked once into libvelo-platform.so, so that a process has one
 # loader, one scheduler and one type registry however many plugins it opens.
 # velo_program_rooms(NAME): every room since then, as a library for programs.
@@ -62,6 +63,12 @@ endfunction()
 
 function(velo_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS;LIBRARIES" ${ARGN})
+  if(NOT ROOM_SOURCES)
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR})
+    target_link_libraries(${name} INTERFACE ${ROOM_DEPENDS})
+    return()
+  endif()
   add_library(${name} OBJECT ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC velo-flags fmt::fmt ${ROOM_DEPENDS} ${ROOM_LIBRARIES})

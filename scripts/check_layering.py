@@ -3,27 +3,31 @@
 
 A room is a folder whose CMakeLists.txt says velo_room(NAME SOURCES ... DEPENDS ... LIBRARIES ...). It may include its
 own files, those of the rooms that it names, the standard library and fmt, and nothing else; a room of the program
-also the system's headers and those of the libraries that it names. Around the rooms stand areas with rules of their
-own, see AREAS. Every file lies in a room or an area, and every .cpp file of a room is named where the room is. Prints
-FILE:LINE of each violation; the exit status is 1 when there is one.
+also the system's headers and those of the libraries that it names. It includes something of every room that it names,
+and of every room whose namespace it uses, so that nothing comes along with another room's headers. Rooms of the
+program and of the plugin are known to their own kind only. Around the rooms stand areas with rules of their own, see
+AREAS. Every file lies in a room or an area, and a CMakeLists.txt names every .cpp file. Prints FILE:LINE of each
+violation; the exit status is 1 when there is one.
 
 usage: check_layering.py [ROOT]
 """
 
+import functools
 import os
 import pathlib
 import re
 import sys
 
-# The folder of the program. Only rooms below it and areas that say so know its rooms.
+# The folders of the program and of the plugin. Only rooms below them and areas that say so know their rooms.
 PROGRAM = "agent"
+PLUGIN = "VeloAcl"
 # Files of the program that lie in none of its rooms.
 OUTSIDE_ITS_ROOMS = {"agent/main.cpp"}
 
-# Areas that are not rooms: what they may include beside the standard library. "rooms" is any room but the program's;
-# "any" is every library there is. Tests, benches and fuzzers mirror the rooms and look into all of them.
+# Areas that are not rooms: what they may include beside the standard library. "rooms" is any room but those of the
+# program and of the plugin; "any" is every library there is. Tests, benches and fuzzers mirror the rooms and look into
+# all of them.
 AREAS = {
-    "VeloAcl": {"rooms", "VeloAcl", "fmt"},
     PROGRAM: {"rooms", PROGRAM, "any"},
     "cmake": set(),
     "examples": {"rooms", "examples", "tests/support", "any"},
@@ -35,7 +39,11 @@ AREAS = {
 # What single rooms may use beyond the standard library, of the system or made by the build.
 ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h", "velo-interface-version.h"}, "Classify": {"immintrin.h"}}
 
-# The foreign libraries that a room of the program has to name, by how names of their headers begin.
+# The system's headers, which every room of the program may include: by how their names begin, and by their names.
+SYSTEM_PREFIXES = ("arpa/", "linux/", "net/", "netinet/", "sys/")
+SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h sched.h signal.h unistd.h".split())
+
+# All other foreign libraries, which a room of the program has to name, by how names of their headers begin.
 LIBRARY_HEADERS = {"CLI/": "CLI11::CLI11", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP",
                    "sqlite3": "PkgConfig::SQLITE", "zlib.h": "velo-zlib", "zstd.h": "velo-zstd"}
 
@@ -50,8 +58,19 @@ STANDARD_HEADERS = set(
     unordered_map unordered_set utility valarray variant vector version""".split()
 )
 
+# The rooms whose namespaces are not called like them.
+NAMESPACES = {"AclAgent": "Acl", "Config": "agent-config"}
+# Within their own kind of rooms these names may mean something else.
+PROGRAM_NAMESPACES = {"Config"}
+
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*(?:include|include_next|import)[ \t]*([<"])([^>"\n]+)[>"]', re.MULTILINE)
 BLOCK_COMMENT = re.compile(r"/\*.*?\*/", re.DOTALL)
+LINE_COMMENT = re.compile(r"//.*")
+TEXT = re.compile(r'"(?:\\.|[^"\\\n])*"')
+VARIABLE = re.compile(r"^\$\{\w+\}/")
+NAMESPACE = re.compile(r"\bnamespace [\w:]+")
+# Within Velo, Counter belongs to two rooms, and VeloAcl to the plugin.
+USE = re.compile(r"(?<![\w:.>])(?:::)?([A-Z]\w*)::(?!(?<=Velo::)(?:Counter|VeloAcl)\b)\w")
 WORD = re.compile(r"[^\s()]+")
 ROOM = re.compile(r"^[ \t]*velo_room\s*\(([^)]*)\)", re.MULTILINE)
 HEADER_SUFFIXES = {".h", ".hpp", ".inc"}
@@ -59,11 +78,12 @@ SOURCE_SUFFIXES = HEADER_SUFFIXES | {".cpp", ".cc"}
 
 
 class Room:
-    def __init__(self, name, folder, lists, named, place):
+    def __init__(self, name, folder, lists, place):
         self.name, self.folder, self.place = name, folder, place
         self.depends, self.libraries = lists["DEPENDS"], lists["LIBRARIES"]
-        self.named = named  # every word of its CMakeLists.txt: some sources are added there on a condition
-        self.in_program = folder.parts[:1] == (PROGRAM,)
+        kind = folder.parts[0]
+        self.kind = kind if kind in {PROGRAM, PLUGIN} else None  # who beside its own kind may not know it
+        self.in_program = kind == PROGRAM
 
 
 class Tree:
@@ -74,6 +94,7 @@ class Tree:
         self.violations = []
         self.rooms = {}
         self.files = set(self.all_files())
+        self.named = set(self.all_named())
         self.sources = sorted(path for path in self.files if path.suffix in SOURCE_SUFFIXES)
         for path in sorted(self.files):
             if path.name == "CMakeLists.txt":
@@ -105,7 +126,7 @@ class Tree:
             if name in self.rooms:
                 self.complain(path, line, f"a second room of the name {name}")
                 continue
-            self.rooms[name] = Room(name, path.parent, lists, set(WORD.findall(text)), (path, line))
+            self.rooms[name] = Room(name, path.parent, lists, (path, line))
 
     def check_rooms(self):
         if not self.rooms:
@@ -114,8 +135,9 @@ class Tree:
             for name in room.depends:
                 if name not in self.rooms:
                     self.complain(*room.place, f"room {room.name} depends on {name}, which is no room")
-                elif self.rooms[name].in_program and not room.in_program:
-                    self.complain(*room.place, f"room {room.name} depends on {name}, which is the program's")
+                elif self.rooms[name].kind not in {None, room.kind}:
+                    whose = "program" if self.rooms[name].in_program else "plugin"
+                    self.complain(*room.place, f"room {room.name} depends on {name}, which is the {whose}'s")
         self.check_cycles()
 
     def check_cycles(self):
@@ -154,26 +176,78 @@ class Tree:
     def check_places(self):
         for path in self.sources:
             room, area = self.room_of(path), path.parts[0]
+            # What no build compiles, nobody would see break.
+            compiled = path.suffix in HEADER_SUFFIXES or self.is_named(path)
             if room:
-                # What no build compiles, nobody would see break.
-                if path.suffix not in HEADER_SUFFIXES and str(path.relative_to(room.folder)) not in room.named:
+                if not compiled:
                     self.complain(path, 1, f"no source of room {room.name}, by its CMakeLists.txt")
             elif area not in AREAS or len(path.parts) == 1:
                 self.complain(path, 1, f"{area if len(path.parts) > 1 else '.'}/ is neither a room nor a known area")
             elif area == PROGRAM and str(path) not in OUTSIDE_ITS_ROOMS:
                 self.complain(path, 1, f"{path.parent}/ is no room of the program")
+            elif not compiled:
+                self.complain(path, 1, "no CMakeLists.txt names this source")
+
+    def is_named(self, path):
+        """Whether a text of CMake names the file."""
+        return path in self.named
+
+    def all_named(self):
+        """The files that are named in the texts of CMake; folders that stand in variables are the root."""
+        for path in self.files:
+            if path.name == "CMakeLists.txt" or path.suffix == ".cmake":
+                for word in WORD.findall(re.sub(r"#.*", "", (self.root / path).read_text())):
+                    base, name = (".", VARIABLE.sub("", word)) if VARIABLE.match(word) else (path.parent, word)
+                    yield pathlib.Path(os.path.normpath(os.path.join(base, name)))
+
+    def text_of(self, path):
+        """The text of a source without block comments; lines keep their numbers."""
+        text = (self.root / path).read_text(errors="replace")
+        return BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
 
     def check_includes(self):
         for path in self.sources:
-            text = (self.root / path).read_text(errors="replace")
-            # A comment may span lines: keep its line ends, so that numbers stay right.
-            text = BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
+            text = self.text_of(path)
             for match in INCLUDE.finditer(text):
                 problem = self.problem(path, match.group(1), match.group(2))
                 if problem:
                     # The blanks in front of the `#` belong to its line.
                     line = text.count("\n", 0, match.start(1)) + 1
                     self.complain(path, line, f"{problem}: {match.group(1)}{match.group(2)}")
+
+    def check_uses(self):
+        """What comes along with the headers of another room, and what is named in vain."""
+        included = {room.name: set() for room in self.rooms.values()}
+        used = {room.name: {} for room in self.rooms.values()}  # by name of the other room: the first place
+        for path in self.sources:
+            room = self.room_of(path)
+            if not room:
+                continue
+            text = self.text_of(path)
+            for match in INCLUDE.finditer(text):
+                target = self.target(path, match.group(1), match.group(2))
+                if target and self.room_of(target):
+                    included[room.name].add(self.room_of(target).name)
+            text = NAMESPACE.sub("", LINE_COMMENT.sub("", TEXT.sub('""', text)))
+            for match in USE.finditer(text):
+                other = self.room_named(room, match.group(1))
+                if other and other != room.name and other not in used[room.name]:
+                    used[room.name][other] = (path, text.count("\n", 0, match.start()) + 1)
+        for room in self.rooms.values():
+            for other, place in sorted(used[room.name].items()):
+                if other not in room.depends:
+                    self.complain(*place, f"room {room.name} uses room {other}, which its DEPENDS does not name")
+            for other in room.depends:
+                known = other in self.rooms and other != room.name and self.rooms[other].kind in {None, room.kind}
+                if known and other not in included[room.name]:
+                    self.complain(*room.place, f"room {room.name} includes nothing of {other}, which its DEPENDS names")
+
+    def room_named(self, room, space):
+        """The room that a namespace belongs to, as code of `room` says it; None if it is no room's."""
+        if space in PROGRAM_NAMESPACES and not room.in_program:
+            return None
+        other = NAMESPACES.get(space, space)
+        return other if other in self.rooms else None
 
     def problem(self, path, quote, name):
         target = self.target(path, quote, name)
@@ -190,7 +264,7 @@ class Tree:
         allowed = AREAS.get(area)
         if allowed is None:
             return None  # which is a violation of its own
-        if target_room and not target_room.in_program:
+        if target_room and not target_room.kind:
             return None if "rooms" in allowed else f"{area}/ includes room {target_room.name}"
         if any(str(target).startswith(place + "/") for place in allowed):
             return None
@@ -203,9 +277,13 @@ class Tree:
             if name.startswith("fmt/") or name in ALLOWED_SYSTEM_HEADERS.get(room.name, set()):
                 return None
             if room.in_program:
-                library = next((l for begin, l in LIBRARY_HEADERS.items() if name.startswith(begin)), None)
-                if library in {None, *room.libraries}:
+                if name.startswith(SYSTEM_PREFIXES) or name in SYSTEM_HEADERS:
                     return None
+                library = next((l for begin, l in LIBRARY_HEADERS.items() if name.startswith(begin)), None)
+                if library in room.libraries:
+                    return None
+                if library is None:
+                    return f"room {room.name} includes a library that scripts/check_layering.py does not know"
                 return f"room {room.name} includes {library}, which its LIBRARIES does not name"
             return f"room {room.name} includes what is neither the standard library nor fmt"
         allowed = AREAS.get(area)
@@ -222,6 +300,7 @@ def check(root):
     tree.check_rooms()
     tree.check_places()
     tree.check_includes()
+    tree.check_uses()
     return sorted(tree.violations)
 
 

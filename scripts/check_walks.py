@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks that ARCHITECTURE.md names what is there.
 
-Every room (velo_room in a CMakeLists.txt) has a row in the table of rooms. In a table of the head "room | code |
+Every room (velo_room in a CMakeLists.txt) has a row in the table of rooms, where it stands below the rooms that it
+depends on; so it does in a list of rooms (foreach(room ...)) of a CMakeLists.txt. In a table of the head "room | code |
 what happens" the room is a folder, and each name of the code stands in a file of that folder: a file by its name, and
 `Class::function` in one that declares the class. Prints FILE:LINE of each violation; the exit status is 1 when there is one.
 
@@ -16,19 +17,21 @@ import sys
 import check_layering
 
 CODE = re.compile(r"`([^`]+)`")
-ROOM = re.compile(r"^[ \t]*velo_room\s*\(", re.MULTILINE)
+ROOM_LIST = re.compile(r"^[ \t]*foreach\(room ([^)$]*)\)", re.MULTILINE)
 DOCUMENT = "ARCHITECTURE.md"
 
 
 class Tree:
     def __init__(self, root):
         self.root = root
-
-    def rooms(self):
-        """Folders of rooms, as paths relative to the root."""
-        files = [p for p in self.root.rglob("CMakeLists.txt") if p.relative_to(self.root).parts[0] != "build"]
-        folders = [p.parent for p in files if ROOM.search(re.sub(r"#.*", "", p.read_text()))]
-        return sorted(str(folder.relative_to(self.root)) for folder in folders if folder != self.root)
+        layers = check_layering.Tree(root)
+        folder_of = {room.name: str(room.folder) for room in layers.rooms.values()}
+        # Folders of rooms, as paths relative to the root, with those of the rooms that they depend on.
+        self.rooms = {
+            str(room.folder): [folder_of[name] for name in room.depends if name in folder_of]
+            for room in sorted(layers.rooms.values(), key=lambda room: room.folder)
+        }
+        self.cmake = sorted(str(path) for path in layers.files if path.name == "CMakeLists.txt")
 
     @functools.cache
     def texts_of(self, folder):
@@ -59,25 +62,49 @@ def rows(text):
             yield number, head, cells
 
 
+def out_of_order(tree, folders):
+    """Complaints about rooms in a list that stand above a room of the list that they depend on."""
+    for at, folder in enumerate(folders):
+        for other in tree.rooms.get(folder, []):
+            if other in folders[at + 1 :]:
+                yield f"room {folder} stands above {other}, which it depends on"
+
+
+def check_lists(tree):
+    """Violations of the order in the texts of CMake, as (file, line, text)."""
+    for file in tree.cmake:
+        text = (tree.root / file).read_text()
+        for match in ROOM_LIST.finditer(text):
+            folders = [str(pathlib.Path(file).parent / name) for name in match.group(1).split()]
+            line = text.count("\n", 0, match.start()) + 1
+            yield from ((file, line, complaint) for complaint in out_of_order(tree, folders))
+
+
 def check(root):
-    """All violations, as (line, text)."""
+    """All violations, as (file, line, text)."""
     tree = Tree(pathlib.Path(root).resolve())
-    violations, told = [], set()
+    violations, told = list(check_lists(tree)), []
+
+    def complain(line, text):
+        violations.append((DOCUMENT, line, text))
+
     for line, head, cells in rows((tree.root / DOCUMENT).read_text()):
         if head == ["room", "what it is"]:
-            told |= set(rooms_in(cells[0]))
+            told += rooms_in(cells[0])
         if head != ["room", "code", "what happens"]:
             continue
         folder = CODE.findall(cells[0])[0]
         if not (tree.root / folder).is_dir():
-            violations.append((line, f"there is no room {folder}"))
+            complain(line, f"there is no room {folder}")
             continue
         for name in CODE.findall(cells[1]):
             if not tree.has(folder, name):
-                violations.append((line, f"{folder} has no {name}"))
-    for room in tree.rooms():
+                complain(line, f"{folder} has no {name}")
+    for room in tree.rooms:
         if room not in told:
-            violations.append((1, f"room {room} has no row in the table of rooms"))
+            complain(1, f"room {room} has no row in the table of rooms")
+    for complaint in out_of_order(tree, told):
+        complain(1, complaint)
     return violations
 
 
@@ -91,4 +118,4 @@ def rooms_in(cell):
 
 
 if __name__ == "__main__":
-    sys.exit(check_layering.main(sys.argv, __doc__, lambda root: [(DOCUMENT, *found) for found in check(root)]))
+    sys.exit(check_layering.main(sys.argv, __doc__, check))

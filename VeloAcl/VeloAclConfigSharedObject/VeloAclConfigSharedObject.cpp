@@ -1,3 +1,4 @@
+#include <MemSlab/Slab.h>
 #include <VeloAcl/LoadOrder.h>
 #include <VeloAcl/VeloAclConfigSharedObject/VeloAclConfigSharedObject.h>
 #include <Zeb/TypeModule.h>

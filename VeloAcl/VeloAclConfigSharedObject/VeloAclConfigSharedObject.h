@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Acl/Model.h>
+#include <Kelp/Ptr.h>
 #include <Velo/SharedObjects.h>
 
 #include <array>

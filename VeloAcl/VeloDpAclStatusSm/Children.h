@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MemSlab/Slab.h>
 #include <VeloAcl/VeloDpAclStatusSm/Walker.h>
 #include <Zeb/HashMap2018.h>
 

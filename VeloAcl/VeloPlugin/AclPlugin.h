@@ -3,6 +3,7 @@
 #include <Acl/AclConfigAggregatorSm.h>
 #include <Acl/IntfConfigSm.h>
 #include <Acl/MergedConfig.h>
+#include <MemSlab/Slab.h>
 #include <Velo/VeloPlugin.h>
 #include <VeloAcl/VeloAclConfigSharedObject/VeloAclConfigSharedObject.h>
 #include <VeloAcl/VeloDpAclStatusSm/VeloDpAclStatusSm.h>

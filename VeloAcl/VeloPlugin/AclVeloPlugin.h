@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Plugin/Loader.h>
 #include <VeloAcl/VeloPlugin/AclPlugin.h>
 
 namespace Velo::VeloAcl {

@@ -3,6 +3,8 @@
 #include <Acl/Counters.h>
 #include <Acl/Model.h>
 #include <Acl/Status.h>
+#include <Kiv/UniqueId.h>
+#include <Nimnet/IntfId.h>
 #include <Velo/Mirroring.h>
 #include <Velo/PacketContext.h>
 #include <VeloAcl/VeloPlugin/BoundLists.h>

@@ -1,4 +1,5 @@
 #include <Acl/RuleKinds.h>
+#include <MemSlab/Slab.h>
 #include <agent/change/Apply.h>
 #include <agent/change/SourceEntities.h>
 #include <agent/config/RulePairs.h>

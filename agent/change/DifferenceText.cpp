@@ -117,8 +117,8 @@ std::string differenceText(const Json& difference, bool colour) {
                                interfacesText(one.at("from")));
     });
   }
-  addLines(text, difference.at("interfaces"), colour, notesChange);
-  addLines(text, difference.at("objectGroups"), colour, groupChange);
+  addLines(text, difference.at("interfaces"), style, notesChange);
+  addLines(text, difference.at("objectGroups"), style, groupChange);
   return text;
 }
 

@@ -1,3 +1,4 @@
+#include <Nimnet/IntfId.h>
 #include <agent/change/SourceEntities.h>
 
 namespace Agent {

@@ -1,3 +1,4 @@
+#include <Kelp/Assert.h>
 #include <agent/config/Statements.h>
 
 // Statements that other systems' texts have, and what they come to here.

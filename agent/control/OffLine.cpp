@@ -1,7 +1,10 @@
 #include <Kiv/Clock.h>
+#include <Nimnet/IntfId.h>
+#include <Velo/PacketContext.h>
 #include <agent/change/Apply.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/Warnings.h>
+#include <agent/config/Model.h>
 #include <agent/control/OffLine.h>
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>

@@ -1,4 +1,7 @@
 #include <Acl/MatchFields.h>
+#include <Kelp/Ptr.h>
+#include <MemSlab/Slab.h>
+#include <Velo/PacketContext.h>
 #include <agent/config/Cursor.h>
 #include <agent/core/Reserve.h>
 #include <agent/explain/Explain.h>

@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <MemSlab/Slab.h>
 #include <Velo/FlowHash.h>
 #include <agent/forward/Bridge.h>
 #include <agent/forward/Forwarder.h>

@@ -1,3 +1,4 @@
+#include <Kelp/Duration.h>
 #include <Kiv/Clock.h>
 #include <Zeb/System.h>
 #include <agent/change/Apply.h>

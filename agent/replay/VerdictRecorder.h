@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Acl/Counters.h>
+#include <agent/forward/Forwarder.h>
 #include <agent/show/Verdicts.h>
 
 #include <string>

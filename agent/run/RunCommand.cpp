@@ -1,5 +1,7 @@
 #include <Acl/Workshop.h>
+#include <Nimnet/IntfId.h>
 #include <agent/change/Apply.h>
+#include <agent/config/Reader.h>
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>

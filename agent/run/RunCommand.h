@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Velo/MalformedStep.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Core.h>

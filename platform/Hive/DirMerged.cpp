@@ -1,4 +1,6 @@
 #include <Hive/DirMerged.h>
+#include <Kelp/Ptr.h>
+#include <MemSlab/Slab.h>
 #include <Rix/CollectionFollower.h>
 
 namespace Hive {

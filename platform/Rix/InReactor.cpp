@@ -1,3 +1,4 @@
+#include <Kelp/Ptr.h>
 #include <Rix/InReactor.h>
 
 #include <vector>

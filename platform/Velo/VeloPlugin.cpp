@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <MemSlab/Slab.h>
 #include <Velo/VeloPlugin.h>
 
 #include <algorithm>
