@@ -77,7 +77,15 @@ class GroupTable {
     size_t height = 1;  ///< how many groups contain each other, this one included
   };
 
+  /// A group that lies in `depth` others, which are all open.
   std::optional<GroupMistake> flatten(const std::string& name, size_t depth, const Flat** flat);
+  /// A member of a group that is a group itself.
+  std::optional<GroupMistake> flattenNested(const std::string& name, const std::string& member, size_t depth,
+                                            const Flat** inner);
+  /// A group that a rule names; null when the group is wrong in itself.
+  std::optional<GroupMistake> find(const NamedGroup& group, bool service, const Flat** flat);
+  /// Adds the combinations of a rule to those of all.
+  std::optional<GroupMistake> count(const GroupNames& names, size_t combinations);
   template <class Filter>
   std::optional<GroupMistake> expandFilter(const GroupNames& names, Filter* filter);
 
