@@ -43,11 +43,17 @@ class Forest {
   /// The heap memory in use, in octets.
   size_t bytes() const;
 
+  /// The tree of images that would go into too many leaves of the others.
+  static constexpr uint32_t strayTree = maxTrees - 1;
+
  private:
   class Builder;
 
+  void clear(size_t slots, bool wide);
+  bool wantsSeveral(std::span<const Image> images) const;
   /// Makes one tree or several; returns what a look-up costs, in blocks compared.
   double plant(Builder& builder, const Images& images, bool several);
+  void plantOneLeaf(Builder& builder, std::span<const Image> images);
   void noteIn(uint32_t tree, uint32_t slot, uint32_t sequence);
   /// Sets the number of trees that are searched for every packet.
   void chooseAlways(const Images& images);
