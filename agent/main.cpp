@@ -2,7 +2,7 @@
 #include <Velo/VeloPlugin.h>
 #include <Zeb/LogHandle.h>
 #include <Zeb/TraceHandle.h>
-#include <agent/control/Commands.h>
+#include <agent/control/Command.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Version.h>
@@ -11,10 +11,13 @@
 #include <agent/show/LogMessages.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -29,15 +32,28 @@ std::string defaultPlugin() {
   return (program.parent_path() / "VeloAcl.so").string();
 }
 
-/// The command line with all commands. Those that load the plugin into this process have options for that.
+template <auto make>
+std::unique_ptr<Agent::ProgramCommand> made(CLI::App& program) {
+  return make(program);
+}
+
+/// All commands, in the order in which the help lists them.
+constexpr std::unique_ptr<Agent::ProgramCommand> (*makers[])(CLI::App& program) = {
+    made<Agent::replayCommand>, made<Agent::runCommand>,   made<Agent::showCommand>,
+    made<Agent::applyCommand>,  made<Agent::checkCommand>, made<Agent::explainCommand>,
+    made<Agent::clearCommand>,  made<Agent::traceCommand>, made<Agent::logMessagesCommand>,
+};
+
+/// The command line with all commands.
 class CommandLine {
  public:
   CommandLine() {
     app_.footer(Agent::exitMeaning);
     app_.set_version_flag("--version", fmt::format("velo {}", Agent::version()));
-    messages_.footer(Agent::exitMeaning);
-    messages_.add_flag("--json", messagesJson_, "one JSON document instead of text");
-    for (CLI::App* command : {&replay_.command(), &run_.command(), &messages_}) addPluginOptions(*command);
+    for (const auto make : makers) {
+      commands_.push_back(make(app_));
+      if (commands_.back()->loadsPlugin()) addPluginOptions(commands_.back()->app());
+    }
   }
 
   /// Parses the arguments. Returns the exit status when there is nothing to carry out.
@@ -46,8 +62,6 @@ class CommandLine {
       app_.parse(argc, argv);
       // Asked for here, so that a word that is no command is reported before a missing one.
       if (app_.get_subcommands().empty()) throw CLI::RequiredError("A command");
-      if (replay_.command().parsed()) replayOptions_ = replay_.options();
-      if (run_.command().parsed()) runOptions_ = run_.options();
     } catch (const CLI::ParseError& error) {
       return app_.exit(error) == 0 ? exitDone : exitUsage;
     }
@@ -55,14 +69,8 @@ class CommandLine {
   }
 
   int carryOut() {
-    if (const auto done = control_.run(plugin_)) return *done;
-    if (messages_.parsed()) return Agent::logMessages(plugin_, messagesJson_);
-    if (run_.command().parsed()) {
-      runOptions_.plugin = plugin_;
-      return Agent::runAgent(runOptions_);
-    }
-    replayOptions_.plugin = plugin_;
-    return Agent::replay(replayOptions_);
+    const auto given = [](const auto& command) { return command->parsed(); };
+    return (*std::find_if(commands_.begin(), commands_.end(), given))->run(plugin_);
   }
 
  private:
@@ -91,15 +99,7 @@ class CommandLine {
   CLI::App app_{"A software forwarding agent with access lists.", "velo"};
   std::string plugin_ = defaultPlugin();
   std::string traces_;
-  bool messagesJson_ = false;
-  // In the order in which the help lists the commands.
-  Agent::ReplayArguments replay_{app_};
-  Agent::RunArguments run_{app_};
-  Agent::ControlCommands control_{app_};
-  CLI::App& messages_ =
-      *app_.add_subcommand("log-messages", "Load the plugin and print the catalogue of its log messages.");
-  Agent::ReplayOptions replayOptions_;
-  Agent::RunOptions runOptions_;
+  std::vector<std::unique_ptr<Agent::ProgramCommand>> commands_;
 };
 
 }  // namespace

@@ -41,7 +41,7 @@ ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h", "velo-interface-version.h"}, "Cl
 
 # The system's headers, which every room of the program may include: by how their names begin, and by their names.
 SYSTEM_PREFIXES = ("arpa/", "linux/", "net/", "netinet/", "sys/")
-SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h sched.h signal.h unistd.h".split())
+SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h sched.h signal.h termios.h unistd.h".split())
 
 # All other foreign libraries, which a room of the program has to name, by how names of their headers begin.
 LIBRARY_HEADERS = {"CLI/": "CLI11::CLI11", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP",

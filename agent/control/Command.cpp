@@ -22,16 +22,15 @@ void addLeave(CLI::App& command, Leave& leave) {
   command.add_flag("--strict", leave.strict, "refuse for any warning");
 }
 
-Command::Command(CLI::App& app, const char* name, const char* help, const std::string& footer)
-    : app_(app.add_subcommand(name, help)), control_(defaultControlPath) {
-  app_->footer(footer + exitText);
-  app_->add_flag("--json", json_, "one JSON document instead of text");
+Command::Command(CLI::App& root, const char* name, const char* help, const std::string& footer)
+    : ProgramCommand(root, name, help), control_(defaultControlPath) {
+  app().footer(footer + exitText);
+  app().add_flag("--json", json_, "one JSON document instead of text");
 }
 
-bool Command::parsed() const { return app_->parsed(); }
-
 void Command::addControl() {
-  app_->add_option(
+  app()
+      .add_option(
           "--control", control_,
           fmt::format("the socket of the agent (default {}; environment: VELO_CONTROL)", defaultControlPath))
       ->type_name("SOCKET")

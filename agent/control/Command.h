@@ -1,35 +1,20 @@
 #pragma once
 
 #include <agent/change/Warnings.h>
-#include <agent/core/Exit.h>
+#include <agent/core/ProgramCommand.h>
 #include <nlohmann/json.hpp>
 
 #include <memory>
 #include <optional>
 #include <string>
 
-namespace CLI {
-class App;
-}
-
 namespace Agent {
 
 /// Adds `--allow-open` and `--strict`.
 void addLeave(CLI::App& command, Leave& leave);
 
-/// One of the commands by which an agent is operated: what it takes on the command line, and what it does.
-class Command {
- public:
-  Command(const Command&) = delete;
-  Command& operator=(const Command&) = delete;
-  virtual ~Command() = default;
-
-  /// Whether it is the command that was given.
-  bool parsed() const;
-  /// Carries it out, once the command line is parsed. Results go to standard output, complaints to standard
-  /// error. `plugin` is the library for work without an agent.
-  virtual Exit run(const std::string& plugin) const = 0;
-
+/// One of the commands by which an agent is operated.
+class Command : public ProgramCommand {
  protected:
   /// Adds the command, with `--json`. `footer` stands in the help before the meaning of the exit status.
   Command(CLI::App& app, const char* name, const char* help, const std::string& footer = {});
@@ -37,7 +22,6 @@ class Command {
   /// Adds `--control`: the agent to speak to.
   void addControl();
 
-  CLI::App& app() const { return *app_; }
   bool json() const { return json_; }
   const std::string& control() const { return control_; }
 
@@ -50,7 +34,6 @@ class Command {
   static void tellWarnings(const nlohmann::ordered_json& document);
 
  private:
-  CLI::App* const app_;
   bool json_ = false;
   std::string control_;
 };

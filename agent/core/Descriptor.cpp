@@ -1,10 +1,10 @@
 #include <agent/core/Descriptor.h>
+#include <agent/core/Output.h>
 #include <fmt/format.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 
 #include <cerrno>
-#include <cstring>
 #include <vector>
 
 namespace Agent {
@@ -24,8 +24,8 @@ std::optional<std::string> whyNoDescriptors(size_t count) {
     const int error = errno;
     const size_t most = had.size() - 1;
     had.clear();  // the text of the error may need a descriptor itself
-    return fmt::format("{} file descriptors are needed, and {} can be had: {}", count, most,
-                       std::strerror(error));
+    errno = error;
+    return failureOf(fmt::format("{} file descriptors are needed, and {} can be had", count, most));
   }
   return std::nullopt;
 }

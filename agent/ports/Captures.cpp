@@ -1,10 +1,10 @@
+#include <agent/core/Output.h>
 #include <agent/ports/Captures.h>
 #include <pcap/pcap.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <limits>
 
@@ -212,8 +212,8 @@ void CaptureWriter::flush() {
   // A write that failed earlier is only seen in the error flag of the file.
   const bool lost = std::ferror(pcap_dump_file(file_)) != 0;
   if (pcap_dump_flush(file_) != 0 || lost) {
-    wrong_ = fmt::format("{}: could not be written to its end{}", path_,
-                         lost ? "" : fmt::format(": {}", std::strerror(errno)));
+    const std::string what = path_ + ": could not be written to its end";
+    wrong_ = lost ? what : failureOf(what);
   }
 }
 

@@ -1,14 +1,32 @@
 #include <agent/core/Arguments.h>
+#include <agent/replay/Replay.h>
 #include <agent/replay/ReplayArguments.h>
 
 #include <CLI/CLI.hpp>
 
 namespace Agent {
 
-ReplayArguments::ReplayArguments(CLI::App& app)
-    : command_(app.add_subcommand(
-          "replay", "Run captures through the lists and show what each rule matched and what was dropped.")) {
-  command_->footer(
+namespace {
+
+class ReplayCommand final : public ProgramCommand {
+ public:
+  explicit ReplayCommand(CLI::App& program);
+  Exit run(const std::string& plugin) const override;
+  bool loadsPlugin() const override { return true; }
+
+ private:
+  ReplayOptions options() const;
+
+  ReplayOptions options_;  // what of them is given as it is
+  std::vector<std::string> ports_, patches_, outs_;
+  ReplayOptions given_;  // all of them, once the command line is parsed
+};
+
+ReplayCommand::ReplayCommand(CLI::App& program)
+    : ProgramCommand(program, "replay",
+                     "Run captures through the lists and show what each rule matched and what was dropped.") {
+  app().callback([this] { given_ = options(); });
+  app().footer(
       "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet, "
       "Linux cooked or raw IP, also compressed with gzip or zstd; several are merged by time. Where there is "
       "no "
@@ -16,28 +34,42 @@ ReplayArguments::ReplayArguments(CLI::App& app)
       "--patch "
       "eth1,eth2\n" +
       std::string(exitMeaning));
-  addConfigTexts(*command_, options_.configs, options_.configDir, options_.limits);
-  command_->add_option("--port", ports_, "a port and the capture of what it receives; once a port")
+  addConfigTexts(app(), options_.configs, options_.configDir, options_.limits);
+  app()
+      .add_option("--port", ports_, "a port and the capture of what it receives; once a port")
       ->required()
       ->type_name("NAME=IN.pcap")
       ->allow_extra_args(false);
-  addPatches(*command_, patches_);
-  command_->add_option("--out", outs_, "write what leaves a port, mirrored copies included")
+  addPatches(app(), patches_);
+  app()
+      .add_option("--out", outs_, "write what leaves a port, mirrored copies included")
       ->type_name("NAME=OUT.pcap")
       ->allow_extra_args(false);
-  command_
-      ->add_option("--verdicts", options_.verdicts, "write one JSON object a line for each received frame")
+  app()
+      .add_option("--verdicts", options_.verdicts, "write one JSON object a line for each received frame")
       ->type_name("FILE");
-  addMalformed(*command_, options_.malformed);
-  command_->add_flag("--json", options_.json, "one JSON document instead of tables");
+  addMalformed(app(), options_.malformed);
+  app().add_flag("--json", options_.json, "one JSON document instead of tables");
 }
 
-ReplayOptions ReplayArguments::options() const {
+ReplayOptions ReplayCommand::options() const {
   ReplayOptions options = options_;
   options.ports = splitAll("--port", ports_, '=');
   options.patches = splitAll("--patch", patches_, ',');
   options.outs = splitAll("--out", outs_, '=');
   return options;
+}
+
+Exit ReplayCommand::run(const std::string& plugin) const {
+  ReplayOptions options = given_;
+  options.plugin = plugin;
+  return replay(options);
+}
+
+}  // namespace
+
+std::unique_ptr<ProgramCommand> replayCommand(CLI::App& program) {
+  return std::make_unique<ReplayCommand>(program);
 }
 
 }  // namespace Agent

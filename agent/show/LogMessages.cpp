@@ -4,6 +4,8 @@
 #include <agent/core/Output.h>
 #include <agent/show/LogMessages.h>
 
+#include <CLI/CLI.hpp>
+
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
@@ -35,13 +37,35 @@ std::string messagesText(const Json& messages) {
   return text;
 }
 
-Exit logMessages(const std::string& plugin, bool json) {
-  Core core;
-  if (const auto wrong = core.loadPlugin(plugin)) {
-    complain(*wrong);
-    return exitUsage;
+namespace {
+
+class LogMessagesCommand final : public ProgramCommand {
+ public:
+  explicit LogMessagesCommand(CLI::App& program)
+      : ProgramCommand(program, "log-messages",
+                       "Load the plugin and print the catalogue of its log messages.") {
+    app().footer(exitMeaning);
+    app().add_flag("--json", json_, "one JSON document instead of text");
   }
-  return print(json ? linesOf(messagesJson()) : messagesText(messagesJson())) ? exitDone : exitUnread;
+
+  Exit run(const std::string& plugin) const override {
+    Core core;
+    if (const auto wrong = core.loadPlugin(plugin)) {
+      complain(*wrong);
+      return exitUsage;
+    }
+    return print(json_ ? linesOf(messagesJson()) : messagesText(messagesJson())) ? exitDone : exitUnread;
+  }
+  bool loadsPlugin() const override { return true; }
+
+ private:
+  bool json_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<ProgramCommand> logMessagesCommand(CLI::App& program) {
+  return std::make_unique<LogMessagesCommand>(program);
 }
 
 }  // namespace Agent

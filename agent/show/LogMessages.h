@@ -1,8 +1,9 @@
 #pragma once
 
-#include <agent/core/Exit.h>
+#include <agent/core/ProgramCommand.h>
 #include <nlohmann/json.hpp>
 
+#include <memory>
 #include <string>
 
 namespace Agent {
@@ -12,7 +13,7 @@ nlohmann::ordered_json messagesJson();
 /// Such an array for people.
 std::string messagesText(const nlohmann::ordered_json& messages);
 
-/// Loads a plugin and prints the catalogue of log messages.
-Exit logMessages(const std::string& plugin, bool json);
+/// `velo log-messages`: loads the plugin and prints the catalogue.
+std::unique_ptr<ProgramCommand> logMessagesCommand(CLI::App& program);
 
 }  // namespace Agent
