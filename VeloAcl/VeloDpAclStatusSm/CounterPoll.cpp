@@ -59,9 +59,9 @@ void CounterPoll::run() {
   write(spec_.idle, false);
   state->handleIdle();
   if (!machine_.initialized()) return;
-  const bool ended = pass(read<uint64_t>(spec_.asked));
+  const RunEnd end = pass(read<uint64_t>(spec_.asked));
   if (!machine_.initialized()) return;
-  if (!ended) {
+  if (end != RunEnd::complete) {
     if (task_) task_->scheduleTask();
     return;
   }
@@ -76,8 +76,8 @@ void CounterPoll::run() {
   write(spec_.done, done);
 }
 
-bool CounterPoll::pass(uint64_t) {
-  if (!machine_.streaming()) return false;
+RunEnd CounterPoll::pass(uint64_t) {
+  if (!machine_.streaming()) return RunEnd::stopped;
   const Arguments::Counters input = (machine_.*spec_.input)();
   const auto& counters = input->counterCollection();
   traceStatus(7, "{}", spec_.firedText);
@@ -94,22 +94,22 @@ bool CounterPoll::pass(uint64_t) {
   for (auto at = bookmark_ ? counters.from(*bookmark_) : counters.begin(); at;) {
     traceStatus(9, "Flattening element: {}", at.key());
     machine_.eventToUpdateCounters(at.key(), *at.value());
-    if (machine_.stopped()) return false;
+    if (machine_.stopped()) return RunEnd::stopped;
     ++done;
     if (restartIsWanted()) {
       workDone();
-      return false;
+      return RunEnd::yielded;
     }
     at.next();
     if (at && task && task->taskShouldYield()) {
       bookmark_ = at.key();
       workDone();
-      return false;
+      return RunEnd::yielded;
     }
   }
   bookmark_.reset();
   workDone();
-  return true;
+  return RunEnd::complete;
 }
 
 /// Whether somebody has set the poll's flag; clears the flag.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kiv/OwnedTask.h>
+#include <VeloAcl/VeloDpAclStatusSm/RunEnd.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanTables.h>
 #include <VeloAcl/VeloDpAclStatusSm/Streams.h>
 
@@ -40,9 +41,9 @@ class CounterPoll {
   void handleInputReady();
   /// The work of its task: makes a pass, and schedules the next one. A machine without tasks calls it once.
   void run();
-  /// Copies the counters, from where the last pass has yielded. False when it yields, or the machine is
-  /// stopped. `generation` is the number of the pass that was asked for; every pass copies what is there.
-  bool pass(uint64_t generation);
+  /// Copies the counters, from where the last pass has yielded. `generation` is the number of the pass that
+  /// was asked for; every pass copies what is there.
+  RunEnd pass(uint64_t generation);
 
   /// Asks for one more pass.
   void ask();

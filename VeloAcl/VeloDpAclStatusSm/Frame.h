@@ -6,6 +6,7 @@
 #include <Kiv/TaskScheduler.h>
 #include <Rix/InReactor.h>
 #include <VeloAcl/VeloDpAclStatusSm/LocalAttrStore.h>
+#include <VeloAcl/VeloDpAclStatusSm/OutputState.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanState.h>
 
 #include <functional>

@@ -8,13 +8,10 @@ void IntfSm2::handleIntf0(const Nimnet::IntfId& intfId) {
   machine().eventToAclIntfConfigStream(parentSm()->key(), key(), intfId,
                                        bound ? std::optional(*bound) : std::nullopt);
 }
-void IntfSm2::withdraw0(const Nimnet::IntfId& intfId) {
-  parentSm()->onChildEvent0(key(), intfId, std::nullopt);
-}
+void IntfSm2::withdraw0(const Nimnet::IntfId& intfId) { parentSm()->onChildEvent0(key(), intfId); }
 
-void ConfigSm1::onChildEvent0(Acl::AclDirection direction, const Nimnet::IntfId& intfId,
-                              const std::optional<Kelp::String>& aclName) {
-  parentSm()->onChildEvent0(key(), direction, intfId, aclName);
+void ConfigSm1::onChildEvent0(Acl::AclDirection direction, const Nimnet::IntfId& intfId) {
+  parentSm()->onChildEvent0(key(), direction, intfId);
 }
 
 Kelp::Ptr<AclIntfConfigSm0> AclIntfConfigSm0Is(const Kelp::Ptr<const Acl::IntfConfig>& entity,

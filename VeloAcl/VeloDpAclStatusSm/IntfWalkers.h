@@ -53,8 +53,7 @@ class ConfigSm1 final : public TreeWalker<ConfigSm1, Below<AclIntfConfigSm0, Acl
   void handleIntf0Reactor(Acl::AclDirection direction) { handleIntf0(direction); }
   using Table = HandlerTable<Handlers<&ConfigSm1::handleIntf0, &ConfigSm1::handleIntf0Reactor>>;
 
-  void onChildEvent0(Acl::AclDirection direction, const Nimnet::IntfId& intfId,
-                     const std::optional<Kelp::String>& aclName);
+  void onChildEvent0(Acl::AclDirection direction, const Nimnet::IntfId& intfId);
 };
 
 struct TypesOfBindings {
@@ -90,9 +89,8 @@ class AclIntfConfigSm0 final
   using Table =
       HandlerTable<Handlers<&AclIntfConfigSm0::handleConfig0, &AclIntfConfigSm0::handleConfig0Reactor>>;
 
-  void onChildEvent0(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId,
-                     const std::optional<Kelp::String>& aclName) {
-    machine().eventToAclIntfConfigStream(aclType, direction, intfId, aclName);
+  void onChildEvent0(Acl::AclType aclType, Acl::AclDirection direction, const Nimnet::IntfId& intfId) {
+    machine().eventToAclIntfConfigStream(aclType, direction, intfId, std::nullopt);
   }
 };
 

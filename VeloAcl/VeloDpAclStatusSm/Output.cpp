@@ -34,7 +34,7 @@ bool Output::inputsComplete() {
 }
 
 void Output::handleInputReady() {
-  if (!inputsComplete() || !reconciled()) return;
+  if (!inputsComplete() || reconciled() != RunEnd::complete) return;
   const Kelp::Ptr<OutputState> state = machine_.outputState();
   ((*state).*spec_.readyIs)(true);
   state->handleReady();
@@ -47,41 +47,41 @@ void ReconciledOutput::reconciliationTaskIs(const MachineFrame::Scheduler& sched
 }
 
 /// The walk, then what was seen is forgotten, as much of it as a slice is long.
-bool ReconciledOutput::reconciled() {
+RunEnd ReconciledOutput::reconciled() {
   traceStatus(9, spec_.reconcilingText, bool{pending_});
-  if (pending_ && !walked()) return false;
+  if (const RunEnd end = pending_ ? walked() : RunEnd::complete; end != RunEnd::complete) return end;
   const Kelp::Ptr<Kiv::TimerTask> task = task_.get();
   SmallSteps steps(machine_.synchronous() ? nullptr : task.get());
-  const bool forgotten = forget(steps);
-  if (machine_.stopped()) return false;
-  if (!forgotten) {
+  const RunEnd end = forget(steps);
+  if (machine_.stopped()) return RunEnd::stopped;
+  if (end == RunEnd::yielded) {
     task->scheduleTask();
-    return false;
+  } else if (wasWalked_) {
+    task_.del();
   }
-  if (wasWalked_) task_.del();
-  return true;
+  return end;
 }
 
-/// One run of the walk; true when it came to the end.
-bool ReconciledOutput::walked() {
+/// One run of the walk.
+RunEnd ReconciledOutput::walked() {
   const Kelp::Ptr<Kiv::TimerTask> task = task_.get();
   DeletionRun run(machine_.synchronous() ? nullptr : task.get());
-  const WalkEnd end = walk(run);
+  const RunEnd end = walk(run);
   if (task) task->taskWorkCountInc(run.items);
-  if (machine_.stopped()) return false;
-  if (end == WalkEnd::yielded) {
+  if (machine_.stopped()) return RunEnd::stopped;
+  if (end == RunEnd::yielded) {
     traceStatus(9,
                 "Yielding in reconciliation processing after processing {} items, including {} deletions .",
                 run.items, run.deletions);
     task->scheduleTask();
-    return false;
+    return end;
   }
   traceStatus(
       9, "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
       run.items, run.deletions);
   pending_ = false;
   wasWalked_ = true;
-  return true;
+  return end;
 }
 
 }  // namespace Velo::VeloAcl

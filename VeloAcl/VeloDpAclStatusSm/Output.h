@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VeloAcl/VeloDpAclStatusSm/Frame.h>
+#include <VeloAcl/VeloDpAclStatusSm/RunEnd.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanTables.h>
 #include <fmt/format.h>
 
@@ -48,9 +49,8 @@ class Output {
   virtual void taskDel() {}
 
  protected:
-  /// Deletes everything that the inputs did not produce. False when that continues later, or the machine has
-  /// ended.
-  virtual bool reconciled() { return true; }
+  /// Deletes everything that the inputs did not produce.
+  virtual RunEnd reconciled() { return RunEnd::complete; }
 
   MachineFrame& machine_;
   const OutputSpec spec_;

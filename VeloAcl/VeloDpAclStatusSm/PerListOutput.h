@@ -53,8 +53,8 @@ class PerListOutputBase : public ReconciledOutput {
   virtual void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) = 0;
   /// Marks the output as pending if the status of a list, left by an earlier run, has entries.
   virtual void pendingIfEntriesIn(const Acl::AclStatus& status) = 0;
-  /// Deletes its entries in a status whose list is deleted; false when that continues later.
-  virtual bool emptied(Acl::AclStatus& status, SmallSteps& steps) const = 0;
+  /// Deletes its entries in a status whose list is deleted.
+  virtual RunEnd emptied(Acl::AclStatus& status, SmallSteps& steps) const = 0;
 };
 
 template <class Entries>
@@ -72,12 +72,13 @@ class PerListOutput final : public PerListOutputBase {
   void pendingIfEntriesIn(const Acl::AclStatus& status) override {
     if (!Entries::of(status).empty()) pendingIs(true);
   }
-  bool emptied(Acl::AclStatus& status, SmallSteps& steps) const override {
+  RunEnd emptied(Acl::AclStatus& status, SmallSteps& steps) const override {
     for (auto entry = Entries::of(status).begin(); entry; entry.next()) {
       Entries::del(status, entry.key());
-      if (machine_.stopped() || steps.timeIsUp()) return false;
+      if (machine_.stopped()) return RunEnd::stopped;
+      if (steps.timeIsUp()) return RunEnd::yielded;
     }
-    return true;
+    return RunEnd::complete;
   }
 
   /// The end of a stream: sets an entry, or deletes it when there is no value.
@@ -100,28 +101,28 @@ class PerListOutput final : public PerListOutputBase {
     std::optional<Key> key;
   };
 
-  WalkEnd walk(DeletionRun& run) override {
+  RunEnd walk(DeletionRun& run) override {
     const Cursor from = cursor_;
     for (size_t at = from.status; at < seen_.size(); ++at) {
       if (run.mustStopBeforeStatus()) {
         cursor_ = {at, std::nullopt};
-        return WalkEnd::yielded;
+        return RunEnd::yielded;
       }
       const Kelp::Ptr<Acl::AclStatus> status = seen_.status(at);
-      const WalkEnd end = deleteUnseen(
+      const RunEnd end = deleteUnseen(
           run, Entries::of(*status), at == from.status && from.key ? &*from.key : nullptr,
           [&](const Key& key) { return seen_.has(at, {key}); },
           [&](const Key& key) { Entries::del(*status, key); },
           [&](const Key& key) {
             cursor_ = {at, key};
           });
-      if (end != WalkEnd::complete) return end;
+      if (end != RunEnd::complete) return end;
     }
-    return WalkEnd::complete;
+    return RunEnd::complete;
   }
-  bool forget(SmallSteps& steps) override {
+  RunEnd forget(SmallSteps& steps) override {
     cursor_ = {};
-    return seen_.forget([&] { return steps.timeIsUp(); });
+    return seen_.forget([&] { return steps.timeIsUp(); }) ? RunEnd::complete : RunEnd::yielded;
   }
 
   PtrSeenMap<SeenKey> seen_;

@@ -21,10 +21,18 @@ class MachinePolls : public MachineStreams {
   void handleCopyMacOutCountersCodef() { copyMacOutCounters_.run(); }
   void handleCopyIpOutCountersCodef() { copyIpOutCounters_.run(); }
   void handleCopyIp6OutCountersCodef() { copyIp6OutCounters_.run(); }
-  bool eventToCopyInCountersInternal(uint64_t generation) { return copyInCounters_.pass(generation); }
-  bool eventToCopyMacOutCountersInternal(uint64_t generation) { return copyMacOutCounters_.pass(generation); }
-  bool eventToCopyIpOutCountersInternal(uint64_t generation) { return copyIpOutCounters_.pass(generation); }
-  bool eventToCopyIp6OutCountersInternal(uint64_t generation) { return copyIp6OutCounters_.pass(generation); }
+  bool eventToCopyInCountersInternal(uint64_t generation) {
+    return copyInCounters_.pass(generation) == RunEnd::complete;
+  }
+  bool eventToCopyMacOutCountersInternal(uint64_t generation) {
+    return copyMacOutCounters_.pass(generation) == RunEnd::complete;
+  }
+  bool eventToCopyIpOutCountersInternal(uint64_t generation) {
+    return copyIpOutCounters_.pass(generation) == RunEnd::complete;
+  }
+  bool eventToCopyIp6OutCountersInternal(uint64_t generation) {
+    return copyIp6OutCounters_.pass(generation) == RunEnd::complete;
+  }
   void copyInCounters() { copyInCounters_.run(); }
   void copyMacOutCounters() { copyMacOutCounters_.run(); }
   void copyIpOutCounters() { copyIpOutCounters_.run(); }

@@ -24,10 +24,6 @@ struct DeletionRun {
   bool mustStopBeforeStatus() { return statuses.timeIsUp(); }
 };
 
-/// How a run of a walk ended: at the end; at a place that is kept for the next run; or because a handler that
-/// was told of a deletion has ended the machine.
-enum class WalkEnd { complete, yielded, stopped };
-
 /// An output whose part of the status may have entries of an earlier run. When the inputs are complete, it
 /// deletes the entries that they have not produced again, in runs of its task. Only then is it ready.
 class ReconciledOutput : public Output {
@@ -50,34 +46,34 @@ class ReconciledOutput : public Output {
 
  protected:
   /// Deletes entries that were not seen, from where the last run has stopped.
-  virtual WalkEnd walk(DeletionRun& run) = 0;
+  virtual RunEnd walk(DeletionRun& run) = 0;
   /// Forgets what was seen, and where the walk has stopped; false when time is up first.
-  virtual bool forget(SmallSteps& steps) = 0;
+  virtual RunEnd forget(SmallSteps& steps) = 0;
 
   /// Walks one collection, from a key on or from its beginning. Calls del(key) for each entry that is not
   /// seen(key), and yieldBefore(key) where it stops.
   template <class Map, class Seen, class Del, class YieldBefore>
-  WalkEnd deleteUnseen(DeletionRun& run, const Map& map, const typename Map::Key* from, const Seen& seen,
-                       const Del& del, const YieldBefore& yieldBefore) {
+  RunEnd deleteUnseen(DeletionRun& run, const Map& map, const typename Map::Key* from, const Seen& seen,
+                      const Del& del, const YieldBefore& yieldBefore) {
     for (auto entry = from ? map.from(*from) : map.begin(); entry; entry.next()) {
       const typename Map::Key key = entry.key();
       if (run.mustStop()) {
         yieldBefore(key);
-        return WalkEnd::yielded;
+        return RunEnd::yielded;
       }
       if (!seen(key)) {
         del(key);
         ++run.deletions;
-        if (machine_.stopped()) return WalkEnd::stopped;
+        if (machine_.stopped()) return RunEnd::stopped;
       }
       ++run.items;
     }
-    return WalkEnd::complete;
+    return RunEnd::complete;
   }
 
  private:
-  bool reconciled() final;
-  bool walked();
+  RunEnd reconciled() final;
+  RunEnd walked();
 
   Kiv::OwnedTask task_;
   bool pending_ = false;

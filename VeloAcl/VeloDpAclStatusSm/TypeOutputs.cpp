@@ -6,7 +6,7 @@ namespace Velo::VeloAcl {
 
 /// A direction or type that becomes empty is deleted with its last entry.
 template <class Key>
-WalkEnd TypeOutput<Key>::walk(DeletionRun& run) {
+RunEnd TypeOutput<Key>::walk(DeletionRun& run) {
   Acl::StatusDp& all = *machine_.aclStatus();
   const auto& types = all.status();
   const std::optional<Key> from = cursor_;
@@ -15,15 +15,15 @@ WalkEnd TypeOutput<Key>::walk(DeletionRun& run) {
     const auto status = all.status(aclType);
     if (!status) continue;
     const bool here = from && aclType == from->aclType;
-    const WalkEnd end = walkType(run, aclType, *status, here ? &*from : nullptr);
-    if (end != WalkEnd::complete) return end;
+    const RunEnd end = walkType(run, aclType, *status, here ? &*from : nullptr);
+    if (end != RunEnd::complete) return end;
     if (status->acl().empty() && status->intf().empty()) {
       all.statusDel(aclType);
       ++run.items;
-      if (machine_.stopped()) return WalkEnd::stopped;
+      if (machine_.stopped()) return RunEnd::stopped;
     }
   }
-  return WalkEnd::complete;
+  return RunEnd::complete;
 }
 
 bool ListOutput::isLeftOver(const Key& key) const {
@@ -40,21 +40,21 @@ void ListOutput::drop(Acl::AclTypeStatus& status, const Kelp::String& aclName) {
   status.aclDel(aclName);
 }
 
-bool ListOutput::forget(SmallSteps& steps) {
-  if (!TypeOutput::forget(steps)) return false;
+RunEnd ListOutput::forget(SmallSteps& steps) {
+  if (const RunEnd end = TypeOutput::forget(steps); end != RunEnd::complete) return end;
   while (!dropped_.empty()) {
     const Kelp::Ptr<Acl::AclStatus> status = dropped_.back();
     for (const PerListOutputBase* output : within_) {
-      if (!output->emptied(*status, steps)) return false;
+      if (const RunEnd end = output->emptied(*status, steps); end != RunEnd::complete) return end;
     }
     dropped_.pop_back();
-    if (!dropped_.empty() && steps.timeIsUp()) return false;
+    if (!dropped_.empty() && steps.timeIsUp()) return RunEnd::yielded;
   }
-  return true;
+  return RunEnd::complete;
 }
 
-WalkEnd ListOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
-                             const Key* from) {
+RunEnd ListOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
+                            const Key* from) {
   return deleteUnseen(
       run, status.acl(), from ? &from->aclName : nullptr,
       [&](const Kelp::String& name) {
@@ -66,15 +66,15 @@ WalkEnd ListOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTyp
       });
 }
 
-WalkEnd BindingOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
-                                const Key* from) {
+RunEnd BindingOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
+                               const Key* from) {
   const auto& directions = status.intf();
   for (auto at = from ? directions.from(from->direction) : directions.begin(); at; at.next()) {
     const Acl::AclDirection direction = at.key();
     const auto bindings = status.intf(direction);
     if (!bindings) continue;
     const bool here = from && direction == from->direction;
-    const WalkEnd end = deleteUnseen(
+    const RunEnd end = deleteUnseen(
         run, bindings->intf(), here ? &from->intfId : nullptr,
         [&](const Nimnet::IntfId& intfId) {
           return seenHas({aclType, direction, intfId});
@@ -83,11 +83,11 @@ WalkEnd BindingOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::Acl
         [&](const Nimnet::IntfId& intfId) {
           cursor_ = {aclType, direction, intfId};
         });
-    if (end != WalkEnd::complete) return end;
+    if (end != RunEnd::complete) return end;
     if (bindings->intf().empty()) status.intfDel(direction);
     if (machine_.stopped()) return WalkEnd::stopped;
   }
-  return WalkEnd::complete;
+  return RunEnd::complete;
 }
 
 template class TypeOutput<AclStatusStatusAclOutputKeyType>;

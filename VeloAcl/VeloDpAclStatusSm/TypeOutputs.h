@@ -24,18 +24,18 @@ class TypeOutput : public ReconciledOutput {
  protected:
   /// Walks the entries of the output in the status of one type, from a key on or, when that is null, from the
   /// beginning. Keeps in cursor_ where it stops.
-  virtual WalkEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
-                           const Key* from) = 0;
+  virtual RunEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
+                          const Key* from) = 0;
 
-  bool forget(SmallSteps& steps) override {
+  RunEnd forget(SmallSteps& steps) override {
     cursor_.reset();
-    return seen_.forget([&] { return steps.timeIsUp(); });
+    return seen_.forget([&] { return steps.timeIsUp(); }) ? RunEnd::complete : RunEnd::yielded;
   }
 
   std::optional<Key> cursor_;  ///< where the walk continues
 
  private:
-  WalkEnd walk(DeletionRun& run) final;
+  RunEnd walk(DeletionRun& run) final;
 
   SeenSet<Key> seen_;
 };
@@ -63,9 +63,9 @@ class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
   void drop(Acl::AclTypeStatus& status, const Kelp::String& aclName);
 
  private:
-  WalkEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
-                   const Key* from) override;
-  bool forget(SmallSteps& steps) override;
+  RunEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
+                  const Key* from) override;
+  RunEnd forget(SmallSteps& steps) override;
 
   const std::vector<PerListOutputBase*> within_;
   std::vector<Kelp::Ptr<Acl::AclStatus>> dropped_;
@@ -78,8 +78,8 @@ class BindingOutput final : public TypeOutput<AclStatusStatusIntfIntfOutputKeyTy
   using TypeOutput::TypeOutput;
 
  private:
-  WalkEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
-                   const Key* from) override;
+  RunEnd walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclTypeStatus& status,
+                  const Key* from) override;
 };
 
 }  // namespace Velo::VeloAcl
