@@ -64,8 +64,17 @@ void askVlan(Image& image, const VlanMatch& vlan, uint32_t known) {
   askBits(image, 2, known | (~uint32_t{vlan.wildcard} & Third::vlanMask), known | vlan.id);
 }
 
-/// Everything of an IP rule but its addresses, which `image` has.
-void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector<Image>& images) {
+/// The numbers of an IP rule that are compared with ranges; any where the rule asks for none.
+struct Ranges {
+  std::vector<Interval> upper = {{0, 0xffff}}, lower = {{0, 0xffff}};  ///< of the pair
+  std::vector<Interval> hops = {{0, 0xff}};
+  Interval classes{0, 0xff};
+
+  bool empty() const { return upper.empty() || lower.empty() || hops.empty(); }
+  size_t combinations() const { return upper.size() * lower.size() * hops.size(); }
+};
+
+void askThird(const IpFilterBase& filter, Image& image) {
   askVlan(image, filter.vlan, Third::vlanKnown);
   if (filter.protocolNamed) {
     const uint32_t protocol = uint32_t{filter.protocol} << Third::protocolShift;
@@ -76,46 +85,60 @@ void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector
   const uint32_t flags = Third::flagsOf(filter.tcpFlags);
   askBits(image, 2, flags, flags);
   if (filter.tcpFlags & ~Third::flagsKept) image.exact = false;
+}
 
-  std::vector<Interval> upper = {{0, 0xffff}}, lower = {{0, 0xffff}};
-  if (!filter.sourcePort.isAny() || !filter.destinationPort.isAny()) {
+/// Ports, or ICMP type and code. False when the rule asks for both, which no packet has.
+bool askPair(const IpFilterBase& filter, Image& image, Ranges& ranges) {
+  const bool ports = !filter.sourcePort.isAny() || !filter.destinationPort.isAny();
+  if (ports) {
     askBits(image, 2, Third::hasPorts, Third::hasPorts);
-    upper = intervalsOf(filter.sourcePort);
-    lower = intervalsOf(filter.destinationPort);
+    ranges.upper = intervalsOf(filter.sourcePort);
+    ranges.lower = intervalsOf(filter.destinationPort);
   }
-  if (filter.icmpTypeNamed || filter.icmpCodeNamed) {
-    if (image.mask[2] & Third::hasPorts) return;  // no packet has both
-    askBits(image, 2, Third::hasIcmp, Third::hasIcmp);
-    if (filter.icmpTypeNamed) upper = {{filter.icmpType, filter.icmpType}};
-    if (filter.icmpCodeNamed) lower = {{filter.icmpCode, filter.icmpCode}};
-  }
+  if (!filter.icmpTypeNamed && !filter.icmpCodeNamed) return true;
+  if (ports) return false;
+  askBits(image, 2, Third::hasIcmp, Third::hasIcmp);
+  if (filter.icmpTypeNamed) ranges.upper = {{filter.icmpType, filter.icmpType}};
+  if (filter.icmpCodeNamed) ranges.lower = {{filter.icmpCode, filter.icmpCode}};
+  return true;
+}
 
-  std::vector<Interval> hops = {{0, 0xff}};
-  Interval classes{0, 0xff};
-  if (asksQuad(filter)) {
-    // Bits that are no leading ones are no range of numbers.
-    const auto mask = filter.trafficClassMask;
-    const bool leading = std::countl_one(mask) == std::popcount(mask);
-    const uint32_t first = filter.trafficClass & mask;
-    if (leading) classes = {first, first | (~uint32_t{mask} & 0xff)};
-    if (!filter.hops.isAny()) hops = intervalsOf(filter.hops);
-    if (!leading || !wide) image.exact = false;
-  }
-  if (upper.empty() || lower.empty() || hops.empty()) return;
-  if (!wide) hops = around(hops);
+void askClassAndHops(const IpFilterBase& filter, bool wide, Image& image, Ranges& ranges) {
+  if (!asksQuad(filter)) return;
+  // Bits that are no leading ones are no range of numbers.
+  const auto mask = filter.trafficClassMask;
+  const bool leading = std::countl_one(mask) == std::popcount(mask);
+  const uint32_t first = filter.trafficClass & mask;
+  if (leading) ranges.classes = {first, first | (~uint32_t{mask} & 0xff)};
+  if (!filter.hops.isAny()) ranges.hops = intervalsOf(filter.hops);
+  if (!leading || !wide) image.exact = false;
+}
 
+/// Widens ranges until their combinations are few. The image is inexact then.
+void boundCombinations(Image& image, Ranges& ranges) {
   constexpr size_t manyImages = 8;
-  for (auto* several : {&lower, &upper, &hops}) {
-    if (upper.size() * lower.size() * hops.size() <= manyImages) break;
+  for (auto* several : {&ranges.lower, &ranges.upper, &ranges.hops}) {
+    if (ranges.combinations() <= manyImages) break;
     if (several->size() > 1) image.exact = false;
     *several = around(*several);
   }
-  for (const Interval& high : upper) {
-    for (const Interval& low : lower) {
-      for (const Interval& hop : hops) {
+}
+
+/// Everything of an IP rule but its addresses, which `image` has.
+void addIpImages(const IpFilterBase& filter, bool wide, Image image, std::vector<Image>& images) {
+  Ranges ranges;
+  askThird(filter, image);
+  if (!askPair(filter, image, ranges)) return;
+  askClassAndHops(filter, wide, image, ranges);
+  if (ranges.empty()) return;
+  if (!wide) ranges.hops = around(ranges.hops);
+  boundCombinations(image, ranges);
+  for (const Interval& high : ranges.upper) {
+    for (const Interval& low : ranges.lower) {
+      for (const Interval& hop : ranges.hops) {
         image.pairLow = high.low << 16 | low.low;
         image.pairHigh = high.high << 16 | low.high;
-        if (wide) image.quad = quadIn(classes.low, classes.high, hop.low, hop.high);
+        if (wide) image.quad = quadIn(ranges.classes.low, ranges.classes.high, hop.low, hop.high);
         images.push_back(image);
         // Any hops, as long as they are known: the quad cannot say that.
         if (!filter.hops.isAny() && hop.low == 0 && hop.high == 0xff) images.back().exact = false;
