@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -126,64 +127,90 @@ uint64_t number(const char* text) {
   return value;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) try {
+/// What the program is asked to do.
+struct Options {
   uint64_t runs = 0, seconds = 0, seed = 1;
   std::vector<fs::path> paths;
-  fs::path writeTo;
+  fs::path writeTo;  ///< empty: inputs are run, not written
+};
+
+/// Nothing, when the arguments cannot be understood.
+std::optional<Options> optionsOf(int argc, char** argv) {
+  Options options;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     if (argument == "--runs") {
-      runs = number(argv[++i]);
+      options.runs = number(argv[++i]);
     } else if (argument == "--seconds") {
-      seconds = number(argv[++i]);
+      options.seconds = number(argv[++i]);
     } else if (argument == "--seed") {
-      seed = number(argv[++i]);
+      options.seed = number(argv[++i]);
     } else if (argument == "--crash" && i + 1 < argc) {
       crashFile = argv[++i];
     } else if (argument == "--write" && i + 1 < argc) {
-      writeTo = argv[++i];
+      options.writeTo = argv[++i];
     } else if (argument.starts_with("-")) {
-      std::fprintf(stderr, usage, argv[0], argv[0]);
-      return 2;
+      return std::nullopt;
     } else {
-      paths.emplace_back(argument);
+      options.paths.emplace_back(argument);
     }
   }
-  if (!writeTo.empty()) {
-    writeInputs(writeTo, seed, runs);
-    return 0;
-  }
-  LLVMFuzzerInitialize(&argc, &argv);
-  catchCrashes();
+  return options;
+}
 
-  // One that takes as long as this has lost its way.
-  constexpr unsigned mostSecondsOfAnInput = 60;
-  const auto start = std::chrono::steady_clock::now();
-  const auto elapsed = [&] {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  };
-  uint64_t fromFiles = 0, atRandom = 0;
+/// One that takes as long as this has lost its way.
+constexpr unsigned mostSecondsOfAnInput = 60;
+
+uint64_t runFiles(const std::vector<fs::path>& paths) {
+  uint64_t count = 0;
   for (const fs::path& path : paths) {
     for (const fs::path& file : filesIn(path)) {
       alarm(mostSecondsOfAnInput);
       run(readFile(file));
-      ++fromFiles;
+      ++count;
     }
   }
+  return count;
+}
+
+/// Runs at least `runs` random inputs, and others until so many seconds have passed.
+template <class Elapsed>
+uint64_t runRandom(const Options& options, const Elapsed& elapsed) {
   // Before the first: who finds something does not get to the end.
-  std::printf("random inputs of seed %llu\n", static_cast<unsigned long long>(seed));
+  std::printf("random inputs of seed %llu\n", static_cast<unsigned long long>(options.seed));
   std::fflush(stdout);
-  std::mt19937_64 random(seed);
-  while (atRandom < runs || elapsed() < static_cast<double>(seconds)) {
+  std::mt19937_64 random(options.seed);
+  uint64_t count = 0;
+  while (count < options.runs || elapsed() < static_cast<double>(options.seconds)) {
     alarm(mostSecondsOfAnInput);
     run(randomInput(random));
-    ++atRandom;
+    ++count;
   }
+  return count;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  const std::optional<Options> options = optionsOf(argc, argv);
+  if (!options) {
+    std::fprintf(stderr, usage, argv[0], argv[0]);
+    return 2;
+  }
+  if (!options->writeTo.empty()) {
+    writeInputs(options->writeTo, options->seed, options->runs);
+    return 0;
+  }
+  LLVMFuzzerInitialize(&argc, &argv);
+  catchCrashes();
+  const auto start = std::chrono::steady_clock::now();
+  const auto elapsed = [&] {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  const uint64_t fromFiles = runFiles(options->paths), atRandom = runRandom(*options, elapsed);
   std::printf("%llu inputs of files, %llu random ones of seed %llu, %.1f s\n",
               static_cast<unsigned long long>(fromFiles), static_cast<unsigned long long>(atRandom),
-              static_cast<unsigned long long>(seed), elapsed());
+              static_cast<unsigned long long>(options->seed), elapsed());
   return 0;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
