@@ -19,6 +19,10 @@ TEST_F(OwnedTasks, CallTheirOwner) {
   own(task, "a");
   task->scheduleTask();
   EXPECT_EQ(turn(), "owned a");
+  task->scheduleTask();
+  task.del();
+  EXPECT_FALSE(task);
+  EXPECT_EQ(turn(), "");
 }
 
 TEST_F(OwnedTasks, AreDroppedWithWhatIsScheduledWhenNobodyElseHasThem) {
@@ -30,12 +34,11 @@ TEST_F(OwnedTasks, AreDroppedWithWhatIsScheduledWhenNobodyElseHasThem) {
 }
 
 TEST_F(OwnedTasks, LeaveAnothersRunButCallNobody) {
-  Kiv::OwnedTask task;
-  own(task, "a");
+  std::optional<Kiv::OwnedTask> task(std::in_place);
+  own(*task, "a");
   const TaskPtr others = scheduler_->taskIs(0, "a");
-  task->scheduleTask();
-  task.del();
-  EXPECT_FALSE(task);
+  (*task)->scheduleTask();
+  task.reset();
   EXPECT_TRUE(others->taskWorkQueued()) << "the other one may have scheduled it";
   EXPECT_EQ(turn(), "") << "nobody is called";
 }
