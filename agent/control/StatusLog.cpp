@@ -24,16 +24,7 @@ std::vector<LogEvent> linesOfStatus(const std::string& document, double now) {
 
 }  // namespace
 
-StatusLog::StatusLog(World world)
-    : world_(std::move(world)),
-      task_(Kiv::TaskSchedulerRoot::findOrCreateScheduler()->taskIs(0, "StatusLog")) {
-  task_->dispatchIs([this] { run(); }, this);
-}
-
-StatusLog::~StatusLog() {
-  task_->cancelTask();
-  task_->dispatchDel(this);
-}
+StatusLog::StatusLog(World world) : world_(std::move(world)), task_(0, "StatusLog", [this] { run(); }) {}
 
 void StatusLog::begin(Tell tell) {
   if (document_) return;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kiv/TaskScheduler.h>
+#include <Kiv/OwnedTask.h>
 #include <agent/log/LogEvent.h>
 #include <agent/show/Shows.h>
 
@@ -18,7 +18,6 @@ class StatusLog {
   using Tell = std::function<void(std::function<std::vector<LogEvent>()> make)>;
 
   explicit StatusLog(World world);
-  ~StatusLog();
   StatusLog(const StatusLog&) = delete;
   StatusLog& operator=(const StatusLog&) = delete;
 
@@ -31,7 +30,7 @@ class StatusLog {
   bool collect();
 
   const World world_;
-  const Kelp::Ptr<Kiv::TimerTask> task_;
+  Kiv::OwnedTask task_;
   std::unique_ptr<Document> document_;
   std::string text_;
   Tell tell_;
