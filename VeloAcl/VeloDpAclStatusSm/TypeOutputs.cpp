@@ -85,7 +85,7 @@ RunEnd BindingOutput::walkType(DeletionRun& run, Acl::AclType aclType, Acl::AclT
         });
     if (end != RunEnd::complete) return end;
     if (bindings->intf().empty()) status.intfDel(direction);
-    if (machine_.stopped()) return WalkEnd::stopped;
+    if (machine_.stopped()) return RunEnd::stopped;
   }
   return RunEnd::complete;
 }
