@@ -3,8 +3,8 @@
 #include <agent/control/WatchShow.h>
 #include <agent/control/WatchView.h>
 #include <agent/core/Output.h>
-#include <agent/show/Shows.h>
 #include <agent/core/Style.h>
+#include <agent/show/Shows.h>
 #include <fmt/format.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-#include <agent/show/ListRow.h>
 #include <agent/core/Style.h>
+#include <agent/show/ListRow.h>
 #include <fmt/format.h>
 
 #include <algorithm>
