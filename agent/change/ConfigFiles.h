@@ -39,6 +39,8 @@ class ConfigFiles {
                                 TextLimits limits = {});
 
   const Sources& sources() const { return sources_; }
+  /// Replaces what the texts of the command line say.
+  void commandLineIs(Config::Model model) { sources_.commandLine = std::move(model); }
   /// Hands the sources over to the caller; none are left here.
   Sources takeSources() { return std::move(sources_); }
   const std::map<std::string, FileContent>& contents() const { return contents_; }

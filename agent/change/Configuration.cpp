@@ -1,8 +1,9 @@
 #include <Acl/Workshop.h>
 #include <Kiv/Clock.h>
+#include <Zeb/System.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
-#include <agent/change/Summary.h>
+#include <agent/config/Writer.h>
 #include <agent/core/Reserve.h>
 #include <agent/warnings/WarningText.h>
 
@@ -12,21 +13,15 @@
 
 namespace Agent {
 
-using Json = nlohmann::ordered_json;
-
 namespace {
 
-double seconds() { return Kiv::steadyClock().now().seconds(); }
+/// What the change is called that takes back what nobody has confirmed.
+constexpr const char* returnWord = "return";
+/// How long to wait before looking again whether the journal has kept what it got, whether another change is
+/// over, and before trying again what went wrong.
+constexpr Kelp::Duration untilKept{0.001}, untilFree{0.05}, untilNextTry{5};
 
-Json sourceJson(const std::string& name, const Config::Model& model, const std::optional<double>& applied) {
-  size_t rules = 0;
-  for (const auto& [key, list] : model.lists) rules += list.rules.size();
-  return {{"name", sourceTitle(name)},
-          {"lists", model.lists.size()},
-          {"rules", rules},
-          {"bindings", model.bindings.size()},
-          {"applied", applied ? Json(*applied) : Json(nullptr)}};
-}
+double seconds() { return Kiv::steadyClock().now().seconds(); }
 
 }  // namespace
 
@@ -37,19 +32,24 @@ struct Configuration::Texts {
   Outcome outcome{};
   std::optional<Config::Model> model{};
   SourceChange writes{};
-  Warnings lasting{};  ///< what is warned of when it is in force
-  Warnings fresh{};    ///< what was not warned of before
+  Warnings lasting{};                    ///< what is warned of when it is in force
+  Warnings fresh{};                      ///< what was not warned of before
+  Change change{};                       ///< as it is remembered
+  std::optional<Unconfirmed> earlier{};  ///< before this change, if it is to be confirmed
 
   void prepare(const Configuration& all) {
     const double start = seconds();
-    std::vector<Config::Source> texts = read(all.limits_);
-    if (!outcome.mistakes.empty()) return;
-    Config::Result result = Config::read(texts, {}, mostMistakes);
-    texts = {};
-    outcome.mistakes = textsOf(result.mistakes);
-    if (result.model) compare(all, *result.model);
-    model = std::move(result.model);
+    MadeModel made = request.make ? std::exchange(request.make, {})(all.sources()) : readTexts(all.limits_);
+    outcome.mistakes = std::move(made.mistakes);
+    if (made.model) compare(all, *made.model);
+    model = std::move(made.model);
     outcome.prepareSeconds = seconds() - start;
+  }
+  MadeModel readTexts(const TextLimits& limits) {
+    const std::vector<Config::Source> all = read(limits);
+    if (!outcome.mistakes.empty()) return {std::nullopt, std::move(outcome.mistakes)};
+    Config::Result result = Config::read(all, {}, mostMistakes);
+    return {std::move(result.model), textsOf(result.mistakes)};
   }
   std::vector<Config::Source> read(const TextLimits& limits) {
     TextReader reader(limits);
@@ -68,20 +68,30 @@ struct Configuration::Texts {
   }
   void compare(const Configuration& all, const Config::Model& now) {
     const Sources& inForce = all.sources();
-    outcome.difference = difference(inForce.commandLine, now);
-    outcome.summary = changeSummary(inForce.commandLine, now);
-    ChangeWarnings found =
+    Difference found = difference(inForce.commandLine, now);
+    outcome.summary = found.summary;
+    ChangeWarnings odd =
         changeWarnings(inForce.layers(), inForce.layersWith(commandLineName, &now), all.ports());
-    fresh = newWarnings(found.told, all.warnings_);
-    outcome.refused = whyRefused(found, request.leave);
-    outcome.warnings = std::move(found.told);
-    lasting = std::move(found.lasting);
-    if (isCarriedOut()) writes = sourceChange(inForce, commandLineName, &now);
+    fresh = newWarnings(odd.told, all.warnings_);
+    outcome.refused = whyRefused(odd, request.leave);
+    outcome.warnings = std::move(odd.told);
+    lasting = std::move(odd.lasting);
+    if (isCarriedOut()) {
+      writes = sourceChange(inForce, commandLineName, &now);
+      change = {.what = request.what,
+                .who = request.who,
+                .source = std::string(commandLineTitle),
+                .summary = found.summary,
+                .text = std::make_shared<const std::string>(Config::textOf(now)),
+                .difference = found.line()};
+    }
+    outcome.difference = std::move(found.json);
   }
+  bool changesSomething() const { return !change.summary.empty(); }
   /// Mistakes and refusals are told, too; a dry run is nobody's business.
   void tell(const TellLog& log) {
     if (request.dryRun) return;
-    ChangeEvent event{request.who, commandLineName, outcome.summary};
+    ChangeEvent event{request.who, commandLineName, summaryText(outcome.summary)};
     if (!outcome.applied) {
       const auto& mistakes = outcome.mistakes;
       event.refused = outcome.refused    ? *outcome.refused
@@ -98,35 +108,10 @@ struct Configuration::Texts {
     Outcome failed;
     failed.mistakes = {why};
     failed.prepareSeconds = outcome.prepareSeconds;
-    Acl::Workshop::singleton().dispose(std::tuple(
-        std::exchange(request.texts, {}), std::exchange(model, std::nullopt), std::exchange(writes, {}),
-        std::exchange(lasting, {}), std::exchange(outcome, std::move(failed))));
-  }
-};
-
-/// New content of a file of the directory. It is compared on the thread.
-struct Configuration::Next {
-  NewContent change;
-  SourceChange writes{};
-  Warnings lasting{};                    ///< what is warned of when it is in force
-  Warnings fresh{};                      ///< what was not warned of before
-  std::string summary{};                 ///< what it comes to
-  std::optional<std::string> refused{};  ///< why warnings keep it from being carried out
-  bool same = false;                     ///< nothing differs from the content in force
-
-  void prepare(const Configuration& all) {
-    const Sources& inForce = all.sources();
-    const auto& [name, model] = change;
-    const Config::Model* known = inForce.find(name);
-    const Config::Model* now = model ? &*model : nullptr;
-    same = now && known && *known == *now;
-    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(name, now), all.ports());
-    static const Config::Model nothing;
-    summary = changeSummary(known ? *known : nothing, now ? *now : nothing);
-    fresh = newWarnings(found.told, all.warnings_);
-    lasting = std::move(found.lasting);
-    refused = whyRefused(found, all.leave_);
-    if (!same && !refused) writes = sourceChange(inForce, name, now);
+    Acl::Workshop::singleton().dispose(
+        std::tuple(std::exchange(request.texts, {}), std::exchange(request.make, {}),
+                   std::exchange(model, std::nullopt), std::exchange(writes, {}), std::exchange(lasting, {}),
+                   std::exchange(change, {}), std::exchange(outcome, std::move(failed))));
   }
 };
 
@@ -137,16 +122,44 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       ports_(std::move(options.ports)),
       warnings_(std::move(options.warnings)),
       tell_(options.tell),
+      clock_(loop.turnClock()),
       task_(0, "Configuration", [this] { commitNext(); }),
+      history_(std::move(options.past), options.journal),
+      wait_(0, "ConfigurationWait", [this] { handleWait(); }),
+      deadline_(0, "ConfigurationDeadline", [this] { handleDeadline(); }),
       commit_(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied)),
+      restart_(loop, std::move(options.paths), limits_),
       background_(loop),
       files_(
           loop, std::move(options.dir), limits_, files.contents(), [this] { return !busy(); },
-          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }, options.tell) {}
+          [this](DirectoryFiles::Found found) { handleFound(std::move(found)); }, options.tell) {
+  rememberStart();
+}
+
+/// What an agent starts with is a change if it is not what the last one ended with.
+void Configuration::rememberStart() {
+  const Config::Model& now = sources().commandLine;
+  text_ = std::make_shared<const std::string>(Config::textOf(now));
+  const Change* last = history_.last();
+  if (last && last->text && *last->text == *text_) return history_.keep();
+  const Config::Result before = Config::read({{"", last && last->text ? *last->text : std::string()}});
+  const Difference found = difference(before.model.value_or(Config::Model()), now);
+  remember({.what = "start",
+            .who = "velo run",
+            .source = std::string(commandLineTitle),
+            .summary = found.summary,
+            .text = text_,
+            .difference = found.line()});
+}
+
+void Configuration::remember(Change change) {
+  change.time = Zeb::System::currentTime().seconds();
+  history_.add(std::move(change));
+}
 
 bool Configuration::apply(Request request, Done done) {
   if (busy()) return false;
-  begin(std::move(request), std::move(done));
+  prepare(std::move(request), std::move(done));
   return true;
 }
 
@@ -155,7 +168,7 @@ void Configuration::applyLater(Request request, Done done) {
   task_->scheduleTask();
 }
 
-void Configuration::begin(Request request, Done done) {
+void Configuration::prepare(Request request, Done done) {
   const auto job = std::make_shared<Texts>(Texts{std::move(request), std::move(done)});
   background_.run([this, job] { job->prepare(*this); },
                   [this, job](const std::optional<std::string>& failed) {
@@ -166,25 +179,63 @@ void Configuration::begin(Request request, Done done) {
 
 void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
   if (!texts->model) return answer(*texts);
-  std::optional<std::string> wrong;
   if (!texts->isCarriedOut()) {
     NewContent change{commandLineName, std::move(texts->model)};
-    wrong = commit_.whyNot(change);
+    const auto wrong = commit_.whyNot(change);
     commit_.discard(std::move(change.model));
-  } else if ((wrong = commit_.reserveFor(texts->writes))) {
-    commit_.discard(std::move(texts->model));
-  } else {
-    wrong = commit_.begin({commandLineName, std::move(texts->model)}, std::move(texts->writes),
-                          [this, texts](double longestTurn) {
-                            texts->outcome.applied = true;
-                            warnings_ = std::move(texts->lasting);
-                            texts->outcome.commitSeconds = longestTurn;
-                            answer(*texts);
-                          });
-    if (!wrong) return;
+    if (wrong) texts->fail(*wrong);
+    return answer(*texts);
   }
-  if (wrong) texts->fail(*wrong);
+  if (const auto wrong = whyNot(*texts)) {
+    commit_.discard(std::move(texts->model));
+    texts->fail(*wrong);
+    return answer(*texts);
+  }
+  if (texts->request.confirm && texts->changesSomething()) return mustBeConfirmed(texts);
+  begin(texts);
+}
+
+/// Why a change cannot begin.
+std::optional<std::string> Configuration::whyNot(const Texts& texts) {
+  if (deadlineAt_ && !texts.request.confirm && !texts.request.takesBack) {
+    return fmt::format(
+        "a change waits to be confirmed, and is taken back in {:.0f} s: velo confirm, or velo "
+        "rollback",
+        *confirmWithin());
+  }
+  return commit_.reserveFor(texts.writes);
+}
+
+void Configuration::begin(const std::shared_ptr<Texts>& texts) {
+  const auto wrong = commit_.begin({commandLineName, std::move(texts->model)}, std::move(texts->writes),
+                                   [this, texts](double longestTurn) {
+                                     texts->outcome.applied = true;
+                                     warnings_ = std::move(texts->lasting);
+                                     texts->outcome.commitSeconds = longestTurn;
+                                     handleApplied(*texts);
+                                     answer(*texts);
+                                   });
+  if (!wrong) return;
+  if (texts->request.confirm) history_.unconfirmedIs(texts->earlier);
+  texts->fail(*wrong);
   answer(*texts);
+}
+
+void Configuration::handleApplied(Texts& texts) {
+  const bool changes = texts.changesSomething();
+  if (changes) {
+    text_ = texts.change.text;
+    remember(std::move(texts.change));
+  }
+  if (changes && texts.request.confirm) {
+    deadlineAt_ = now() + *texts.request.confirm;
+    deadline_->scheduleTaskDelay(Kelp::Duration(*texts.request.confirm));
+    return;
+  }
+  if (!changes && !texts.request.takesBack) return;
+  if (std::exchange(deadlineAt_, std::nullopt)) deadline_->cancelTask();
+  // A start is not to bring back what nobody confirmed, even if the files say it.
+  if (texts.request.what != returnWord) history_.unconfirmedIs(std::nullopt);
 }
 
 void Configuration::answer(Texts& texts) {
@@ -195,116 +246,64 @@ void Configuration::answer(Texts& texts) {
   commitNext();
 }
 
-// Files of the directory.
+// Changes that are to be confirmed.
 
-void Configuration::handleFound(DirectoryFiles::Found found) {
-  std::move(found.changes.begin(), found.changes.end(), std::back_inserter(changes_));
-  for (const auto& [name, model] : sources().inputs) {
-    if (!found.there.contains(name) && !files_.isRefusedToGo(name)) changes_.push_back({name, std::nullopt});
-  }
-  commitNext();
+/// Waits until the journal has what was before.
+void Configuration::mustBeConfirmed(const std::shared_ptr<Texts>& texts) {
+  texts->earlier = history_.unconfirmed();
+  history_.unconfirmedIs(Unconfirmed{texts->change.text, deadlineAt_ ? texts->earlier->before : text_});
+  unkept_ = texts;
+  handleWait();
 }
 
-/// The difference that a file makes depends on the files before it, so it is found out when those are in
-/// force.
-void Configuration::commitNext() {
-  if (background_.busy() || commit_.underWay()) return;
-  if (changes_.empty()) refusePostponed();
-  if (changes_.empty() && !waiting_.empty()) {
-    auto [request, done] = std::move(waiting_.front());
-    waiting_.pop_front();
-    return begin(std::move(request), std::move(done));
-  }
-  if (changes_.empty()) return files_.look();
-  const auto next = std::make_shared<Next>(Next{std::move(changes_.front())});
-  changes_.erase(changes_.begin());
-  background_.run([this, next] { next->prepare(*this); },
-                  [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
+void Configuration::handleWait() {
+  const ChangeJournal::State state = history_.kept();
+  if (state == ChangeJournal::State::writing) return wait_->scheduleTaskDelay(untilKept);
+  const bool failed = state == ChangeJournal::State::failed;
+  const std::optional<std::string> wrong =
+      failed ? std::optional<std::string>("the state file cannot be written") : std::nullopt;
+  for (const auto& done : std::exchange(confirming_, {})) done(wrong);
+  const auto texts = std::exchange(unkept_, nullptr);
+  if (!texts) return;
+  if (!failed) return begin(texts);
+  history_.unconfirmedIs(texts->earlier);
+  commit_.discard(std::move(texts->model));
+  texts->fail(*wrong);
+  answer(*texts);
 }
 
-void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
-  const std::string name = next.change.source;
-  task_->scheduleTask();
-  if (!failed && next.refused) return postpone(next, std::move(*next.refused));
-  if (!failed && next.same) {
-    commit_.noticesAre(name, std::move(next.change.model->notices));
-    warnings_ = std::move(next.lasting);
-  }
-  if (!failed && !next.same) failed = commit_.reserveFor(next.writes);
-  if (failed || next.same) {
-    commit_.discard(std::move(next.change.model));
-    Acl::Workshop::singleton().dispose(std::move(next.writes));
-  }
-  if (failed) return files_.failed(name, fmt::format("{}/{}: {}", files_.dir(), name, *failed));
-  if (next.same) return files_.taken(name);
-  takeNext(next);
+std::optional<double> Configuration::confirmWithin() const {
+  if (!deadlineAt_) return std::nullopt;
+  return std::max(*deadlineAt_ - now(), 0.0);
 }
 
-void Configuration::takeNext(Next& next) {
-  const std::string name = next.change.source;
-  const bool goes = !next.change.model;
-  const auto lasting = std::make_shared<Warnings>(std::move(next.lasting));
-  const auto event = std::make_shared<ChangeEvent>();
-  *event = {files_.dir() + "/" + name, name, std::move(next.summary), {}, std::move(next.fresh)};
-  const auto wrong =
-      commit_.begin(std::move(next.change), std::move(next.writes), [this, name, lasting, event](double) {
-        warnings_ = std::move(*lasting);
-        tellChange(tell_, *event);
-        changedSincePostponed_ = true;
-        files_.taken(name);
-        // Files that could not be in force together with the old content may be possible now.
-        files_.conflictsAreDue();
-        task_->scheduleTask();
-      });
-  if (wrong) files_.conflictIs(name, *wrong, goes);
+void Configuration::confirm(std::function<void(const std::optional<std::string>& wrong)> done) {
+  if (!deadlineAt_ || unkept_) return done("no change waits to be confirmed");
+  deadlineAt_.reset();
+  deadline_->cancelTask();
+  history_.unconfirmedIs(std::nullopt);
+  confirming_.push_back(std::move(done));
+  handleWait();
 }
 
-void Configuration::postpone(Next& next, std::string why) {
-  // What is new since the last one may close this one.
-  if (postponed_.empty()) changedSincePostponed_ = false;
-  postponed_.emplace_back(std::move(next.change), std::move(why));
-}
-
-/// When no other change is left: tries the postponed ones again if something has changed since, and refuses
-/// them otherwise.
-void Configuration::refusePostponed() {
-  for (auto& [change, why] : std::exchange(postponed_, {})) {
-    if (changedSincePostponed_) {
-      changes_.push_back(std::move(change));
-      continue;
-    }
-    files_.conflictIs(change.source, fmt::format("{}/{}: {}", files_.dir(), change.source, why),
-                      !change.model);
-    commit_.discard(std::move(change.model));
-  }
-  changedSincePostponed_ = false;
-}
-
-Json Configuration::report() const {
-  Json sources = Json::array();
-  commit_.sources().forEach([&](const std::string& name, const Config::Model& model) {
-    Refusable::check();
-    sources.push_back(sourceJson(name, model, commit_.appliedAt(name)));
-  });
-  Json warnings = Json::array();
-  for (const Warning& warning : warnings_) {
-    Refusable::check();
-    warnings.push_back(warningJson(warning));
-  }
-  Json bad = Json::array();
-  const std::string& dir = files_.dir();
-  if (const auto& why = files_.unreadable(); !why.empty())
-    bad.push_back({{"name", dir}, {"kept", true}, {"mistakes", why}});
-  for (const auto& [name, mistakes] : files_.bad()) {
-    Refusable::check();
-    bad.push_back(
-        {{"name", name}, {"kept", commit_.sources().inputs.contains(name)}, {"mistakes", mistakes}});
-  }
-  return {{"directory", dir.empty() ? Json(nullptr) : Json(dir)},
-          {"changing", busy()},
-          {"sources", std::move(sources)},
-          {"bad", std::move(bad)},
-          {"warnings", std::move(warnings)}};
+/// Takes back what nobody has confirmed.
+void Configuration::handleDeadline() {
+  if (!deadlineAt_) return;
+  const SharedText before = history_.unconfirmed()->before;
+  // It restores what was in force: no warning keeps it from that.
+  Request request{.who = "nobody confirmed",
+                  .leave = {.openings = true},
+                  .what = returnWord,
+                  .make =
+                      [before](const Sources&) {
+                        Config::Result result = Config::read({{"before", *before}});
+                        return MadeModel{std::move(result.model), textsOf(result.mistakes)};
+                      },
+                  .takesBack = true};
+  const auto done = [this](const Outcome& outcome) {
+    if (!outcome.applied && deadlineAt_) deadline_->scheduleTaskDelay(untilNextTry);
+  };
+  if (!apply(std::move(request), done)) deadline_->scheduleTaskDelay(untilFree);
 }
 
 }  // namespace Agent

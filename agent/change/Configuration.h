@@ -5,6 +5,8 @@
 #include <agent/change/Commit.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/DirectoryFiles.h>
+#include <agent/change/History.h>
+#include <agent/change/Restart.h>
 #include <agent/change/Warnings.h>
 #include <agent/core/Background.h>
 #include <agent/forward/Forwarder.h>
@@ -27,16 +29,25 @@ namespace Agent {
 /// text with a mistake changes nothing; the last good content of a file in the directory stays in force, and
 /// report() names the file.
 ///
-/// Owner: the control plane. The core, the forwarder and the loop outlive it.
+/// Every change is remembered (see History). One of the command line's source may have to be confirmed: what
+/// was before comes into force again when nobody does in time, and at a start when the agent ends before. So
+/// such a change begins when the journal has kept what was before. Until it is confirmed or taken back, only
+/// changes that are to be confirmed themselves, or that take back, are carried out.
+///
+/// Owner: the control plane. The core, the forwarder, the loop and the journal outlive it.
 class Configuration {
  public:
-  /// New content for the command line's source.
+  /// A change of the command line's source that somebody asks for: new texts, or what `make` makes.
   struct Request {
-    std::vector<Config::Source> texts;
+    std::vector<Config::Source> texts{};
     std::vector<std::string> files{};  ///< read first, as further texts in front of the others
     bool dryRun = false;               ///< only find out what would change
-    std::string who{};                 ///< for the log: who asked
+    std::string who{};                 ///< for log and history: who asked
     Leave leave{};
+    std::string what = "apply";                               ///< for the history, see Change
+    std::function<MadeModel(const Sources& inForce)> make{};  ///< called once, on the thread
+    std::optional<double> confirm{};  ///< seconds after which it is taken back if nobody confirms it
+    bool takesBack = false;           ///< carried out even while another one waits to be confirmed
   };
   /// What became of it.
   struct Outcome {
@@ -61,9 +72,12 @@ class Configuration {
     Leave leave{};        ///< for files of the directory
     /// The ports that the agent has; nothing: every interface may be one.
     std::optional<PortNames> ports{};
-    Warnings warnings{};              ///< of the texts that the core was given
-    std::function<void()> applied{};  ///< called after every change; may be empty
-    TellLog tell{};                   ///< of every change and what kept one from being carried out
+    Warnings warnings{};               ///< of the texts that the core was given
+    std::function<void()> applied{};   ///< called after every change; may be empty
+    TellLog tell{};                    ///< of every change and what kept one from being carried out
+    std::vector<std::string> paths{};  ///< of the command line's texts
+    Past past{};
+    ChangeJournal* journal = nullptr;  ///< null: the past is forgotten with the process
   };
 
   /// `files` are the texts that the core was given.
@@ -76,26 +90,52 @@ class Configuration {
   void applyLater(Request request, Done done);
   bool busy() const {
     return background_.busy() || commit_.underWay() || !changes_.empty() || !postponed_.empty() ||
-           !waiting_.empty();
+           !waiting_.empty() || unkept_ != nullptr;
   }
+  /// Confirms the change that waits for it. `done` is called when that is kept, with what is wrong if there
+  /// is something.
+  void confirm(std::function<void(const std::optional<std::string>& wrong)> done);
+  /// When the change that waits to be confirmed will be taken back, in seconds from now; nothing if none
+  /// waits.
+  std::optional<double> confirmWithin() const;
+
   /// Whether the directory is being looked at, or is about to be, which may lead to a change. That is not
   /// busy(): apply() works meanwhile.
   bool looking() const { return files_.looking(); }
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
+  /// `files` of the command line, whether a restart would make the `same`, and `why` not. As the last look at
+  /// the files has found them.
+  nlohmann::ordered_json restartReport() const;
   /// What the configuration in force is warned of.
   const Warnings& warnings() const { return warnings_; }
   /// The sources that are in force.
   const Sources& sources() const { return commit_.sources(); }
+  const History& history() const { return history_; }
+  /// See Restart::look().
+  void lookAtFiles(std::function<void()> then) { restart_.look(std::move(then)); }
+  /// The files of the command line.
+  const std::vector<std::string>& paths() const { return restart_.files(); }
 
  private:
   struct Texts;
   struct Next;
 
-  void begin(Request request, Done done);
+  void prepare(Request request, Done done);
   void handlePrepared(const std::shared_ptr<Texts>& texts);
+  std::optional<std::string> whyNot(const Texts& texts);
+  void begin(const std::shared_ptr<Texts>& texts);
+  void handleApplied(Texts& texts);
   void answer(Texts& texts);
+  void rememberStart();
+  void remember(Change change);
+
+  // Of changes that are to be confirmed.
+  void mustBeConfirmed(const std::shared_ptr<Texts>& texts);
+  double now() const { return clock_.now().seconds(); }
+  void handleWait();
+  void handleDeadline();
 
   void handleFound(DirectoryFiles::Found found);
   void commitNext();
@@ -115,8 +155,16 @@ class Configuration {
   /// Changes that would be an opening, with the reason: another file of the same look may close it.
   std::vector<std::pair<NewContent, std::string>> postponed_;
   bool changedSincePostponed_ = false;
+  const Kiv::Clock& clock_;
   Kiv::OwnedTask task_;
+  History history_;
+  SharedText text_;  // of the command line's source
+  Kiv::OwnedTask wait_, deadline_;
+  std::shared_ptr<Texts> unkept_;  // waits for the journal to keep what was before
+  std::vector<std::function<void(const std::optional<std::string>& wrong)>> confirming_;  // the same
+  std::optional<double> deadlineAt_;  // by the clock; a change waits to be confirmed until then
   Commit commit_;
+  Restart restart_;
   Background background_;
   DirectoryFiles files_;
 };

@@ -5,6 +5,8 @@
 #include <agent/core/Words.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <iterator>
 #include <set>
 #include <string_view>
@@ -53,6 +55,16 @@ class Part {
     to.add(value.take());
     to.add("}");
   }
+  // Counts without entries, for a summary.
+  void count(What what, size_t more = 1) { counts_[what] += more; }
+  void count(const Part& other) {
+    for (size_t what = 0; what < counts_.size(); ++what) counts_[what] += other.counts_[what];
+  }
+  bool isEmpty() const {
+    return std::all_of(counts_.begin(), counts_.end(), [](size_t count) { return count == 0; });
+  }
+  /// How many entries there are of each kind.
+  const std::array<size_t, std::size(members)>& counts() const { return counts_; }
   Pieces take() {
     Pieces all;
     for (int what = 0; what < kinds_; ++what) {
@@ -68,13 +80,31 @@ class Part {
   Pieces& begin(What what) {
     // Asked for each entry: less is allocated in between than the reserve has.
     Refusable::check();
-    if (std::exchange(some_[what], true)) entries_[what].add(",");
+    if (counts_[what]++ > 0) entries_[what].add(",");
     return entries_[what];
   }
 
   const int kinds_;
   Pieces entries_[std::size(members)];
-  bool some_[std::size(members)] = {};
+  std::array<size_t, std::size(members)> counts_{};
+};
+
+/// What a difference comes to in a line: "+1 list, 3 rules changed, 1 binding removed".
+class Summary {
+ public:
+  void add(std::string_view noun, const Part& part) {
+    for (const What what : {added, changed, removed, respelled, renumbered}) {
+      const size_t count = part.counts()[what];
+      if (count == 0) continue;
+      const std::string counted = countText(count, noun);
+      if (!text_.empty()) text_ += ", ";
+      text_ += what == added ? "+" + counted : fmt::format("{} {}", counted, members[what]);
+    }
+  }
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
 };
 
 /// Walks two maps side by side and calls gone(entry) for a key that is only in `before`, come(entry) for one
@@ -136,13 +166,11 @@ void addOthers(Part& changes, const Config::List& before, const Config::List& af
   }
 }
 
-Part rulesDifference(const Config::List& before, const Config::List& after) {
-  Part changes(renumbered + 1);
+void addRules(Part& changes, const Config::List& before, const Config::List& after) {
   const Config::RulePairs pairs = Config::pairRules(before, after);
   addOthers(changes, before, after, pairs);
   for (const auto& pair : pairs.stay)
     addStaying(changes, before.rules.at(pair.before), after.rules.at(pair.after));
-  return changes;
 }
 
 Json listEntry(const Config::List& list) {
@@ -151,16 +179,23 @@ Json listEntry(const Config::List& list) {
   return entry;
 }
 
-Part listsDifference(const Config::Model& before, const Config::Model& after) {
-  Part changes;
+/// The lists, and in the summary their rules.
+Part listsDifference(const Config::Model& before, const Config::Model& after, Summary& summary) {
+  Part changes, ofAll(renumbered + 1), words;
   compare(
       before.lists, after.lists, [&](const auto& list) { changes.add(removed, listEntry(list.second)); },
       [&](const auto& list) { changes.add(added, listEntry(list.second)); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
-        changes.add(changed, listWords(now.second.type, now.second.name), "rules",
-                    rulesDifference(old.second, now.second));
+        Part rules(renumbered + 1);
+        addRules(rules, old.second, now.second);
+        ofAll.count(rules);
+        if (rules.isEmpty()) words.count(changed);
+        changes.add(changed, listWords(now.second.type, now.second.name), "rules", std::move(rules));
       });
+  for (const What what : {added, removed}) words.count(what, changes.counts()[what]);
+  summary.add("list", words);
+  summary.add("rule", ofAll);
   return changes;
 }
 
@@ -265,20 +300,28 @@ Part groupsDifference(const Config::Model& before, const Config::Model& after) {
 
 }  // namespace
 
-std::deque<std::string> difference(const Config::Model& before, const Config::Model& after) {
+Difference difference(const Config::Model& before, const Config::Model& after) {
   Pieces all;
-  const auto add = [&all](std::string_view opening, Part&& part) {
-    all.add(opening);
+  Summary summary;
+  const auto add = [&](std::string_view member, std::string_view noun, Part&& part) {
+    if (!noun.empty()) summary.add(noun, part);
+    all.add(fmt::format("{}\"{}\":", member == "lists" ? "{" : ",", member));
     all.add(part.take());
   };
-  add("{\"lists\":", listsDifference(before, after));
-  add(",\"bindings\":", bindingsDifference(before, after));
-  add(",\"portChannels\":", namesDifference(before.portChannels, after.portChannels));
-  add(",\"mirrorSessions\":", namesDifference(before.mirrorSessions, after.mirrorSessions));
-  add(",\"interfaces\":", notesDifference(before, after));
-  add(",\"objectGroups\":", groupsDifference(before, after));
-  all.add("}");
-  return all.take();
+  add("lists", {}, listsDifference(before, after, summary));
+  add("bindings", "binding", bindingsDifference(before, after));
+  add("portChannels", "port-channel", namesDifference(before.portChannels, after.portChannels));
+  add("mirrorSessions", "mirror session", namesDifference(before.mirrorSessions, after.mirrorSessions));
+  add("interfaces", "description", notesDifference(before, after));
+  add("objectGroups", "object-group", groupsDifference(before, after));
+  all.add(",\"summary\":" + lineOf(summary.text()) + "}");
+  return {all.take(), summary.text()};
+}
+
+std::shared_ptr<const std::string> Difference::line() const {
+  std::string whole;
+  for (const std::string& piece : json) whole += piece;
+  return std::make_shared<const std::string>(std::move(whole));
 }
 
 }  // namespace Agent

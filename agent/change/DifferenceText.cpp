@@ -3,11 +3,16 @@
 #include <agent/core/Words.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
 
 namespace {
+
+/// A difference of more lines than a screen has begins with a summary.
+constexpr std::ptrdiff_t mostWithoutSummary = 50;
 
 struct Mark {
   const char* member;
@@ -68,12 +73,7 @@ std::string groupChange(const Json& group) {
 }  // namespace
 
 bool isNoDifference(const Json& difference) {
-  for (const Json& part : difference) {
-    for (const Json& entries : part) {
-      if (!entries.empty()) return false;
-    }
-  }
-  return true;
+  return difference.at("summary").get_ref<const std::string&>().empty();
 }
 
 std::string differenceText(const Json& difference, bool colour) {
@@ -119,6 +119,8 @@ std::string differenceText(const Json& difference, bool colour) {
   }
   addLines(text, difference.at("interfaces"), style, notesChange);
   addLines(text, difference.at("objectGroups"), style, groupChange);
+  if (std::count(text.begin(), text.end(), '\n') > mostWithoutSummary)
+    return fmt::format("{}:\n{}", wordOf(difference, "summary"), text);
   return text;
 }
 

@@ -59,6 +59,12 @@ struct Sources {
   std::vector<std::string> trailingRemarks(const std::string& name, const Config::Model::ListKey& list) const;
 };
 
+/// A model that was made of something, or what is wrong with that.
+struct MadeModel {
+  std::optional<Config::Model> model;
+  std::vector<std::string> mistakes;  ///< each with its place, or a sentence
+};
+
 /// New content for a source; without a model the source is deleted.
 struct NewContent {
   std::string source;

@@ -1,13 +1,7 @@
 #include <agent/change/ConfigFiles.h>
-#include <agent/change/Difference.h>
-#include <agent/control/Command.h>
-#include <agent/control/ControlClient.h>
+#include <agent/control/ChangeCommand.h>
 #include <agent/control/Operations.h>
-#include <agent/core/Document.h>
-#include <agent/core/Output.h>
 #include <agent/core/Words.h>
-#include <agent/warnings/WarningText.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -15,18 +9,16 @@ namespace Agent {
 
 namespace {
 
-class ApplyCommand final : public Command {
+class ApplyCommand final : public ChangeCommand {
  public:
   explicit ApplyCommand(CLI::App& root)
-      : Command(root, "apply",
-                "Replace the command line's configuration of a running agent, whole or not at all.") {
+      : ChangeCommand(root, "apply",
+                      "Replace the command line's configuration of a running agent, whole or not at all.") {
     app()
         .add_option("files", files_, "configuration texts; several are one")
         ->required()
         ->type_name("FILE...");
-    app().add_flag("--dry-run", dryRun_, "only tell what would change");
-    addLeave(app(), leave_);
-    addControl();
+    addChange();
   }
 
   Exit run(const std::string&) const override {
@@ -45,45 +37,10 @@ class ApplyCommand final : public Command {
         if (!documentOf(agent, request, &exit)) return exit;
       }
     }
-    const nlohmann::ordered_json request = {
-        {"do", "apply"}, {"dryRun", dryRun_}, {"allowOpen", leave_.openings}, {"strict", leave_.strict}};
-    if (json()) return tellProgram(agent, request);
-    const auto document = documentOf(agent, request, &exit);
-    return document ? tell(*document) : exit;
+    return change(agent, {{"do", "apply"}});
   }
 
  private:
-  /// A refusal is a document, too.
-  Exit tellProgram(ControlClient& agent, const nlohmann::ordered_json& request) const {
-    Exit exit = exitDone;
-    const auto answer = answerOf(agent, request, &exit);
-    if (!answer) return exit;
-    if (answer->at("ok") == true) {
-      const auto& document = answer->at("document");
-      return print(linesOf(document), document.at("refused").is_null() ? exitDone : exitUsage);
-    }
-    const auto& error = answer->at("error");
-    if (error.at("code") == "refused") {
-      return print(
-          linesOf({{"applied", false}, {"refused", error.at("text")}, {"warnings", error.at("warnings")}}),
-          exitUsage);
-    }
-    tellMistakes(error);
-    complain(error.at("text").get<std::string>());
-    return exitUsage;
-  }
-
-  Exit tell(const nlohmann::ordered_json& document) const {
-    const auto& refused = document.at("refused");
-    const Exit exit = refused.is_null() ? exitDone : exitUsage;
-    tellWarnings(document);
-    const Exit printed = print(differenceText(document.at("difference"), isatty(STDOUT_FILENO) != 0) +
-                                   (dryRun_ ? "(nothing was applied)\n" : ""),
-                               exit);
-    if (!refused.is_null()) complain("would be refused: " + refused.get<std::string>());
-    return printed;
-  }
-
   std::vector<Config::Source> read(std::vector<std::string>& wrong) const {
     std::vector<Config::Source> sources;
     // The agent would not hold more.
@@ -96,8 +53,6 @@ class ApplyCommand final : public Command {
   }
 
   std::vector<std::string> files_;
-  bool dryRun_ = false;
-  Leave leave_;
 };
 
 }  // namespace

@@ -41,6 +41,11 @@ class Command : public ProgramCommand {
 // The commands, each in a file of its name.
 std::unique_ptr<Command> showCommand(CLI::App& app);
 std::unique_ptr<Command> applyCommand(CLI::App& app);
+std::unique_ptr<Command> editCommand(CLI::App& app);
+std::unique_ptr<Command> saveCommand(CLI::App& app);
+std::unique_ptr<Command> historyCommand(CLI::App& app);
+std::unique_ptr<Command> rollbackCommand(CLI::App& app);
+std::unique_ptr<Command> confirmCommand(CLI::App& app);
 std::unique_ptr<Command> checkCommand(CLI::App& app);
 std::unique_ptr<Command> explainCommand(CLI::App& app);
 std::unique_ptr<Command> clearCommand(CLI::App& app);

@@ -20,7 +20,10 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                             sweep_.handleApplied();
                             if (applied) applied();
                           },
-                      .tell = options.tell}),
+                      .tell = options.tell,
+                      .paths = options.configs,
+                      .past = options.past,
+                      .journal = options.journal}),
       operations_(world(core, forwarder, options), zero_, configuration_),
       server_(loop, operations_, options.limits),
       statusLog_(world(core, forwarder, options)) {}
@@ -41,6 +44,8 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
                                                             {list.first, list.second.str()});
           },
           [this]() -> const Sources& { return configuration_.sources(); },
+          [this] { return configuration_.paths(); },
+          [this]() -> const History& { return configuration_.history(); },
           options.portStates,
           [this] {
             auto openings = nlohmann::ordered_json::array();

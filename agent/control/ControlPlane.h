@@ -23,6 +23,9 @@ struct ControlOptions {
   Leave leave{};          ///< for its files
   /// The ports that the agent has; nothing: every interface may be one.
   std::optional<PortNames> ports{};
+  std::vector<std::string> configs{};        ///< the paths of the command line's texts
+  Past past{};                               ///< the changes that are remembered
+  ChangeJournal* journal = nullptr;          ///< where they are kept; null: nowhere
   Warnings warnings{};                       ///< of the configuration in force
   std::function<Warnings()> portWarnings{};  ///< what the ports are warned of now; may be empty
   TellLog tell{};                            ///< may be empty

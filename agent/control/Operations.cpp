@@ -1,6 +1,8 @@
 #include <Blip/FastTrace.h>
 #include <Zeb/System.h>
 #include <Zeb/TraceHandle.h>
+#include <agent/change/Edit.h>
+#include <agent/config/Cursor.h>
 #include <agent/config/Nearest.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
@@ -25,6 +27,10 @@ bool isList(const Core& core, const Kelp::String& name) {
   if (isDefined(core, name)) return true;
   const auto bound = ListReader(core).undefined();
   return std::any_of(bound.begin(), bound.end(), [&](const auto& key) { return key.second == name; });
+}
+
+Answer busy() {
+  return Answer::failed("busy", "another change of the configuration is under way; try again");
 }
 
 Answer noList(const std::string& name) {
@@ -104,7 +110,7 @@ Json someJson(const Warnings& warnings) {
   return warningsJson({warnings.begin(), warnings.begin() + std::min(most, warnings.size())});
 }
 
-Answer answerOf(Configuration::Outcome outcome, bool dryRun) {
+Answer answerOf(Configuration::Outcome outcome, const Configuration& configuration, bool dryRun) {
   if (!outcome.mistakes.empty()) {
     Answer answer = Answer::failed("mistakes", "nothing was applied");
     answer.error["mistakes"] = std::move(outcome.mistakes);
@@ -115,12 +121,35 @@ Answer answerOf(Configuration::Outcome outcome, bool dryRun) {
     answer.error["warnings"] = someJson(outcome.warnings);
     return answer;
   }
-  const Json head = {{"applied", outcome.applied},
-                     {"refused", outcome.refused ? Json(*outcome.refused) : Json(nullptr)},
-                     {"prepareSeconds", outcome.prepareSeconds},
-                     {"commitSeconds", outcome.commitSeconds}};
+  const auto within = configuration.confirmWithin();
+  Json head = {{"applied", outcome.applied},
+               {"refused", outcome.refused ? Json(*outcome.refused) : Json(nullptr)},
+               {"prepareSeconds", outcome.prepareSeconds},
+               {"commitSeconds", outcome.commitSeconds},
+               {"confirmWithin", within ? Json(*within) : Json(nullptr)},
+               {"survives", configuration.history().hasJournal()}};
+  if (outcome.applied) head["restart"] = configuration.restartReport();
   return {std::make_unique<AppliedDocument>(head, std::move(outcome.warnings), std::move(outcome.difference)),
           {}};
+}
+
+/// The command line's source as it was behind a change.
+std::optional<Configuration::Request> goingBackTo(const Change& to, std::string* wrong) {
+  if (to.source != commandLineTitle) {
+    *wrong = fmt::format("change {} is one of the file {}: it is taken back there", to.number, to.source);
+  } else if (!to.text) {
+    *wrong = fmt::format("the text of change {} is not kept any more", to.number);
+  } else {
+    return Configuration::Request{
+        .what = "rollback",
+        .make =
+            [name = fmt::format("change {}", to.number), text = to.text](const Sources&) {
+              Config::Result result = Config::read({{name, *text}});
+              return MadeModel{std::move(result.model), textsOf(result.mistakes)};
+            },
+        .takesBack = true};
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -152,6 +181,27 @@ std::vector<Operations::Operation> withCommonMembers(std::vector<Operations::Ope
 
 }  // namespace
 
+std::span<const RequestMember> Operations::ofChanges() {
+  static const RequestMember members[] = {
+      {"dryRun", MemberKind::flag, "false", "only tell what would change"},
+      {"allowOpen", MemberKind::flag, "false", "carry out openings, too"},
+      {"strict", MemberKind::flag, "false", "refuse for any warning"},
+      {"confirm", MemberKind::number, "null",
+       "seconds after which the change is taken back unless `confirm` comes"},
+  };
+  return members;
+}
+
+namespace {
+
+std::vector<RequestMember> withMembersOfChanges(std::vector<RequestMember> members) {
+  const auto more = Operations::ofChanges();
+  members.insert(members.end(), more.begin(), more.end());
+  return members;
+}
+
+}  // namespace
+
 std::span<const Operations::Operation> Operations::all() {
   using Kind = MemberKind;
   static const std::vector<Operation> operations = withCommonMembers({
@@ -173,15 +223,22 @@ std::span<const Operations::Operation> Operations::all() {
        "one",
        {{"name", Kind::name, "", "what mistakes call the text"},
         {"text", Kind::text, "", "a piece of a configuration text for the `apply` to come"}}},
-      {"apply",
-       true,
-       &Operations::apply,
-       "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `warnings`, `difference`: the texts that "
-       "were "
-       "sent replace the command line's configuration",
-       {{"dryRun", Kind::flag, "false", "only tell what would change"},
-        {"allowOpen", Kind::flag, "false", "carry out openings, too"},
-        {"strict", Kind::flag, "false", "refuse for any warning"}}},
+      {"apply", true, &Operations::apply,
+       "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `confirmWithin`, `survives`, `restart`, "
+       "`warnings`, `difference`: "
+       "the "
+       "texts that were sent replace the command line's configuration",
+       withMembersOfChanges({})},
+      {"edit", true, &Operations::edit,
+       "as of `apply`: the texts that were sent are commands for one list, a command a line",
+       withMembersOfChanges({{"list", Kind::name, "", "the list, of the command line's configuration"},
+                             {"type", Kind::name, "null",
+                              "`ip`, `ipv6` or `mac`; without it there must be one list of the name"}})},
+      {"rollback", true, &Operations::rollback,
+       "as of `apply`: the command line's configuration is what it was behind a change",
+       withMembersOfChanges(
+           {{"number", Kind::number, "null", "of the change; without it the one before the last"}})},
+      {"confirm", true, &Operations::confirm, "`confirmed`: true", {}},
       {"explain",
        false,
        &Operations::explain,
@@ -240,7 +297,10 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
   if (request.has("name") && show->argument.empty())
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
   const std::string name = request.text("name");
-  if (!name.empty() && !isList(world_.core, Kelp::String(name))) return reply(noList(name));
+  if (!name.empty() && show->argument == listArgument && !isList(world_.core, Kelp::String(name)))
+    return reply(noList(name));
+  if (!name.empty() && show->argument == changeArgument && !changeOf(name))
+    return reply(Answer::failed("not-found", fmt::format("there is no change {}", name)));
   using Rules = ShowOptions::Rules;
   const bool hit = request.flag("hit"), unused = request.flag("unused");
   const ShowOptions options{name, request.text("source"), request.text("interface"),
@@ -254,7 +314,13 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
   if (hit && unused) return reply(Answer::failed("bad-request", "a rule cannot have matched and be unused"));
   if (auto none = whyNoSelection(world_, configuration_.sources(), options))
     return reply(Answer::failed("not-found", *none));
-  reply({show->document(world_, options), {}});
+  if (!show->needsFiles) return reply({show->document(world_, options), {}});
+  configuration_.lookAtFiles([this, show, options, reply] { reply({show->document(world_, options), {}}); });
+}
+
+const Change* Operations::changeOf(const std::string& number) const {
+  const auto known = Config::decimal(number);
+  return known ? configuration_.history().find(*known) : nullptr;
 }
 
 void Operations::text(const Request& request, Session& session, const Reply& reply) {
@@ -278,23 +344,69 @@ void Operations::text(const Request& request, Session& session, const Reply& rep
 }
 
 void Operations::apply(const Request& request, Session& session, const Reply& reply) {
-  const bool dryRun = request.flag("dryRun");
-  const Leave leave{.openings = request.flag("allowOpen"), .strict = request.flag("strict")};
   // To apply nothing must be a mistake: an empty configuration is sent as an empty text.
   if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no text was sent to apply"));
-  if (configuration_.busy())
-    return reply(Answer::failed("busy", "another change of the configuration is under way; try again"));
-  Configuration::Request asked{
-      .texts = session.take(), .dryRun = dryRun, .who = session.peer_.str(), .leave = leave};
-  configuration_.apply(std::move(asked), [reply, dryRun](Configuration::Outcome outcome) {
+  if (configuration_.busy()) return reply(busy());
+  change(request, session, {.texts = session.take()}, reply);
+}
+
+void Operations::edit(const Request& request, Session& session, const Reply& reply) {
+  Edit edit{request.text("list"), std::nullopt, {}};
+  Acl::AclType type{};
+  if (request.has("type")) {
+    if (!Acl::sequenceToValue(request.text("type"), &type))
+      return reply(Answer::failed("bad-request", "the type of a list is ip, ipv6 or mac"));
+    edit.type = type;
+  }
+  if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no commands were sent"));
+  if (configuration_.busy()) return reply(busy());
+  for (const auto& text : session.take()) edit.commands += text.text;
+  const auto make = [edit = std::move(edit)](const Sources& inForce) { return edited(inForce, edit); };
+  change(request, session, {.what = "edit", .make = make}, reply);
+}
+
+void Operations::rollback(const Request& request, Session& session, const Reply& reply) {
+  const auto number = request.number("number");
+  const History& history = configuration_.history();
+  const Change* to = number ? history.find(*number) : history.last(1);
+  if (!to) {
+    return reply(Answer::failed("not-found", number ? fmt::format("there is no change {}", *number)
+                                                    : "there is no change to go back to"));
+  }
+  std::string wrong;
+  auto order = goingBackTo(*to, &wrong);
+  if (!order) return reply(Answer::failed("not-found", wrong));
+  change(request, session, std::move(*order), reply);
+}
+
+void Operations::confirm(const Request&, Session&, const Reply& reply) {
+  configuration_.confirm([reply](const std::optional<std::string>& wrong) {
+    reply(wrong ? Answer::failed("not-found", *wrong) : Answer::of({{"confirmed", true}}));
+  });
+}
+
+/// Carries out a change of the command line's source, and then looks what a restart would read.
+void Operations::change(const Request& request, const Session& session, Configuration::Request order,
+                        const Reply& reply) {
+  order.who = session.peer_.str();
+  order.dryRun = request.flag("dryRun");
+  order.leave = {.openings = request.flag("allowOpen"), .strict = request.flag("strict")};
+  if (const auto seconds = request.number("confirm")) order.confirm = *seconds;
+  const auto tell = [this, reply, dryRun = order.dryRun](Configuration::Outcome& outcome) {
     Answer answer;
     try {
-      answer = answerOf(std::move(outcome), dryRun);
+      answer = answerOf(std::move(outcome), configuration_, dryRun);
     } catch (const std::bad_alloc&) {
       answer = {};
     }
     reply(std::move(answer));
+  };
+  const bool begun = configuration_.apply(std::move(order), [this, tell](Configuration::Outcome outcome) {
+    if (!outcome.applied) return tell(outcome);
+    const auto done = std::make_shared<Configuration::Outcome>(std::move(outcome));
+    configuration_.lookAtFiles([tell, done] { tell(*done); });
   });
+  if (!begun) reply(busy());
 }
 
 void Operations::explain(const Request& request, Session&, const Reply& reply) {

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -63,6 +64,9 @@ class Operations {
 
   using Reply = std::function<void(Answer answer)>;
 
+  /// The members that every request for a change of the configuration may have.
+  static std::span<const RequestMember> ofChanges();
+
   Operations(const World& world, ZeroLine& zero, Configuration& configuration);
 
   /// One kind of request.
@@ -89,9 +93,16 @@ class Operations {
   void show(const Request& request, Session& session, const Reply& reply);
   void text(const Request& request, Session& session, const Reply& reply);
   void apply(const Request& request, Session& session, const Reply& reply);
+  void edit(const Request& request, Session& session, const Reply& reply);
+  void rollback(const Request& request, Session& session, const Reply& reply);
+  void confirm(const Request& request, Session& session, const Reply& reply);
+  void change(const Request& request, const Session& session, Configuration::Request order,
+              const Reply& reply);
   void explain(const Request& request, Session& session, const Reply& reply);
   void clear(const Request& request, Session& session, const Reply& reply);
   void trace(const Request& request, Session& session, const Reply& reply);
+
+  const Change* changeOf(const std::string& number) const;
 
   const World world_;
   ZeroLine& zero_;

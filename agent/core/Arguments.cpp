@@ -52,11 +52,15 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
 
 void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::string& dir,
                     TextLimits& limits) {
-  command.add_option("--config", files, "configuration text, the command line's; several are one")
-      ->required()
+  command
+      .add_option("--config", files,
+                  "configuration text, the command line's; several are one, and - is standard input")
       ->type_name("FILE...");
   command.add_option("--config-dir", dir, "every file in DIR is a further source of configuration")
       ->type_name("DIR");
+  command.parse_complete_callback([&files, &dir] {
+    if (files.empty() && dir.empty()) throw CLI::RequiredError("--config or --config-dir");
+  });
   addTextLimits(command, limits);
 }
 

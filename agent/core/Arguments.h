@@ -26,7 +26,7 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
 /// Two or more names of ports, separated by commas.
 std::vector<std::string> splitNames(const std::string& option, const std::string& text);
 
-/// Adds `--config`, which is required, `--config-dir`, and the options of addTextLimits().
+/// Adds `--config` and `--config-dir`, one of which is required, and the options of addTextLimits().
 void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::string& dir, TextLimits& limits);
 
 /// Adds `--patch`.

@@ -1,3 +1,4 @@
+#include <agent/config/Groups.h>
 #include <agent/core/Descriptor.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
@@ -29,6 +30,12 @@ const char* kindOf(mode_t mode) {
   if (S_ISFIFO(mode)) return "a pipe";
   if (S_ISSOCK(mode)) return "a socket";
   return "a device";
+}
+
+/// Whether a line may be a rule that stands for combinations of members of groups.
+bool namesGroups(std::string_view line) {
+  const size_t group = line.find(Config::groupWord);
+  return group != std::string_view::npos && line.find_first_not_of(" \t") < group;
 }
 
 }  // namespace
@@ -71,13 +78,14 @@ std::optional<TextFile> TextReader::readOnly(const std::string& path, Named name
   };
   struct stat asked {
   }, opened{};
-  if (stat(path.c_str(), &asked) != 0) return refused(failureOf(path));
+  const char* const place = named == Named::byUser && path == standardInput ? "/dev/stdin" : path.c_str();
+  if (stat(place, &asked) != 0) return refused(failureOf(path));
   const bool isFile = S_ISREG(asked.st_mode);
   const bool isStream = named == Named::byUser && (S_ISFIFO(asked.st_mode) || S_ISCHR(asked.st_mode));
   if (!isFile && !isStream)
     return refused(fmt::format("{}: is {}, not a regular file", path, kindOf(asked.st_mode)));
   // Opening a pipe waits for its writer, as the user who named it expects. Without waiting it would be empty.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | (isFile ? O_NONBLOCK : 0)));
+  const Descriptor file(open(place, O_RDONLY | O_CLOEXEC | O_NOCTTY | (isFile ? O_NONBLOCK : 0)));
   if (!file || fstat(file.get(), &opened) != 0) return refused(failureOf(path));
   if ((asked.st_mode ^ opened.st_mode) & S_IFMT) return refused(fmt::format("{}: has been replaced", path));
 
@@ -129,13 +137,19 @@ std::optional<std::string> MemoryEstimate::whyNot(const std::string& name, const
   constexpr uint64_t ofLine = 3000;
   // The shortest statement that takes memory of its own ("deny any").
   constexpr size_t shortest = 8;
-  uint64_t lines = 0;
+  // The most octets of one combination of members of groups, in the model, the lists and their copies.
+  constexpr uint64_t ofCombination = 600;
+  uint64_t lines = 0, withGroups = 0;
   for (size_t at = 0; at < text.size();) {
     const size_t end = std::min(text.find('\n', at), text.size());
-    if (end - at >= shortest) ++lines;
+    const auto line = std::string_view(text).substr(at, end - at);
+    if (line.size() >= shortest) ++lines;
+    if (namesGroups(line)) ++withGroups;
     at = end + 1;
   }
-  const uint64_t all = octets_ + lines * ofLine + 2 * text.size();
+  const uint64_t combinations =
+      std::min<uint64_t>(withGroups * Config::mostCombinations, Config::mostCombinationsOfAll);
+  const uint64_t all = octets_ + lines * ofLine + combinations * ofCombination + 2 * text.size();
   if (auto why = whyNoMemory(all)) {
     return fmt::format("{}: its {} lines{} would take {}", name, lines,
                        octets_ == 0 ? "" : " and the texts before it", *why);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Agent {
@@ -51,6 +52,9 @@ class MemoryEstimate {
  private:
   uint64_t octets_ = 0;
 };
+
+/// Where a user may name a file, this is what the process has on its standard input.
+inline constexpr std::string_view standardInput = "-";
 
 /// Reads configuration texts; all of them come in by this class. It takes a bounded amount of text, and does
 /// not wait for a pipe or device unless a user has named it. One object reads all texts of one configuration.

@@ -24,6 +24,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 
 namespace Agent {
 
@@ -35,6 +36,14 @@ constexpr double mostToEnd = 1.5;
 Exit refused(Exit result, const std::string& text) {
   complain(text);
   return result;
+}
+
+/// The paths from wherever they are looked at later; standard input is none.
+std::vector<std::string> absolute(std::vector<std::string> paths) {
+  for (std::string& path : paths) {
+    if (path != standardInput) path = std::filesystem::absolute(path).string();
+  }
+  return paths;
 }
 
 }  // namespace
@@ -117,6 +126,15 @@ std::optional<Exit> Run::configure() {
     tellMistakes(wrong);
     return exitUsage;
   }
+  if (!options_.state.empty()) {
+    std::string message;
+    stateFile_ = StateFile::open(options_.state, &message);
+    if (!message.empty()) log_.tell({Severity::warning, "--state: " + message, {{"VELO_EVENT", "state"}}});
+    if (!stateFile_) complain("--state: nothing is kept for the next run");
+  }
+  if (stateFile_) past_ = stateFile_->past();
+  if (const auto told = takeBackUnconfirmed(files_, past_))
+    log_.tell({Severity::warning, "--config: " + *told, {{"VELO_EVENT", "change"}}});
   for (const auto& [name, device] : options_.ports) {
     if (auto wrong = files_.sources().whyNoPort(name)) return refused(exitUsage, *wrong);
   }
@@ -125,12 +143,6 @@ std::optional<Exit> Run::configure() {
   for (const Warning& warning : found.told) fmt::print(stderr, "{}\n", warningText(warning));
   if (const auto why = whyRefused(found, options_.leave)) return refused(exitUsage, *why);
   warnings_ = std::move(found.lasting);
-  if (!options_.state.empty()) {
-    std::string message;
-    stateFile_ = StateFile::open(options_.state, &message);
-    if (!message.empty()) log_.tell({Severity::warning, "--state: " + message, {{"VELO_EVENT", "state"}}});
-    if (!stateFile_) complain("--state: nothing is kept for the next run");
-  }
   return publish();
 }
 
@@ -230,6 +242,9 @@ std::optional<Exit> Run::openControl() {
                                                            .texts = options_.limits,
                                                            .leave = options_.leave,
                                                            .ports = ports(),
+                                                           .configs = absolute(options_.configs),
+                                                           .past = std::move(past_),
+                                                           .journal = state_.get(),
                                                            .warnings = std::move(warnings_),
                                                            .portWarnings = [this] { return portWarnings(); },
                                                            .tell = tellLog(),

@@ -93,6 +93,7 @@ class Run {
   ConfigFiles files_;  // until they are handed to the control plane
   Warnings warnings_;  // of these
   std::unique_ptr<StateFile> stateFile_;
+  Past past_;  // until it is handed to the control plane
   // These watch or change the running agent. They come last, so that they are destroyed before the ports.
   std::unique_ptr<StateKeeper> state_;
   std::unique_ptr<ControlPlane> control_;

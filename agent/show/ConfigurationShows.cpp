@@ -1,4 +1,5 @@
-// The configuration in force, as text that `velo apply` takes.
+// The configuration in force, as text that `velo apply` takes; and how it came to be.
+#include <agent/change/Difference.h>
 #include <agent/config/Writer.h>
 #include <agent/core/Document.h>
 #include <agent/show/Shows.h>
@@ -79,7 +80,8 @@ class ConfigurationDocument final : public Document {
 
   bool next(std::string& text) override {
     if (!std::exchange(begun_, true))
-      text += openObject({{"source", only_.empty() ? Json() : Json(only_)}}) + "\"text\":\"";
+      text += openObject({{"source", only_.empty() ? Json() : Json(only_)}, {"files", world_.paths()}}) +
+              "\"text\":\"";
     std::string piece;
     while (at_ < names_.size() && piece.size() < pieceOctets) {
       if (writeMore(piece)) break;
@@ -125,7 +127,89 @@ std::string shownConfigurationText(const Json& document, const TextStyle&) {
   return document.at("text").get<std::string>();
 }
 
+Json changeJson(const Change& change) {
+  return {{"number", change.number},       {"time", change.time},
+          {"what", change.what},           {"who", change.who},
+          {"source", change.source},       {"summary", change.summary},
+          {"kept", change.text != nullptr}};
+}
+
+/// One change: `text`, the source's content behind it, and `difference`; null when they are not kept.
+class ChangeDocument final : public Document {
+ public:
+  explicit ChangeDocument(std::shared_ptr<const Change> change) : change_(std::move(change)) {}
+
+  bool next(std::string& text) override {
+    if (!std::exchange(begun_, true)) {
+      text += openObject({{"change", changeJson(*change_)}}) + "\"text\":" + (change_->text ? "\"" : "null");
+      return true;
+    }
+    if (change_->text && !textIsWritten_) {
+      const std::string quoted = lineOf(Json(piece(*change_->text)));
+      text += std::string_view(quoted).substr(1, quoted.size() - 2);
+      if (at_ < change_->text->size()) return true;
+      text += '"';
+      textIsWritten_ = true;
+      at_ = 0;
+      return true;
+    }
+    if (!std::exchange(differenceIsBegun_, true)) text += ",\"difference\":";
+    text += change_->difference ? piece(*change_->difference) : "null";
+    if (change_->difference && at_ < change_->difference->size()) return true;
+    text += '}';
+    return false;
+  }
+
+ private:
+  /// The next piece, to the end of a line if there is one: no character is cut apart there.
+  std::string piece(const std::string& whole) {
+    size_t end = std::min(at_ + pieceOctets, whole.size());
+    const size_t line = end < whole.size() ? whole.rfind('\n', end) : std::string::npos;
+    if (line != std::string::npos && line >= at_) end = line + 1;
+    while (end < whole.size() && end > at_ + 1 && (static_cast<unsigned char>(whole[end]) & 0xc0) == 0x80)
+      --end;
+    std::string text = whole.substr(at_, end - at_);
+    at_ = end;
+    return text;
+  }
+
+  const std::shared_ptr<const Change> change_;
+  bool begun_ = false, textIsWritten_ = false, differenceIsBegun_ = false;
+  size_t at_ = 0;
+};
+
+std::unique_ptr<Document> historyDocument(const World& world, const ShowOptions& options) {
+  Json changes = Json::array();
+  for (const auto& change : world.history().changes()) {
+    if (std::to_string(change->number) == options.list) return std::make_unique<ChangeDocument>(change);
+    changes.push_back(changeJson(*change));
+  }
+  return wholeDocument({{"changes", std::move(changes)}});
+}
+
+std::string historyText(const Json& document, const TextStyle& style) {
+  std::vector<std::vector<std::string>> lines = {{"change", "when", "what", "source", "summary", "who"}};
+  const auto add = [&](const Json& change) {
+    lines.push_back({valueText(change.at("number")), timeText(change.at("time").get<double>(), style.now),
+                     valueText(change.at("what")), valueText(change.at("source")),
+                     valueText(change.at("summary")), valueText(change.at("who"))});
+  };
+  const std::vector<bool> numbers = {true, false, false, false, false, false};
+  if (document.contains("changes")) {
+    for (const Json& change : document.at("changes")) add(change);
+    return tableText(lines, numbers, style.colour);
+  }
+  add(document.at("change"));
+  const std::string head = tableText(lines, numbers, style.colour);
+  if (document.at("difference").is_null()) return head + "\nits text is not kept any more\n";
+  const std::string text =
+      document.at("text").is_null() ? "(the source is gone)\n" : document.at("text").get<std::string>();
+  return fmt::format("{}\n{}\n{}", head, differenceText(document.at("difference"), style), text);
+}
+
 constexpr Show configurationRows[] = {
+    {"history", "[N]", "the last changes of the configuration; of one its difference, and the text behind it",
+     historyDocument, historyText},
     {"configuration", "",
      "the configuration in force, as text that velo apply takes; --source NAME: of one source",
      configurationDocument, shownConfigurationText, false, true},

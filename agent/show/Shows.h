@@ -23,7 +23,11 @@ struct Show {
   std::string (*text)(const nlohmann::ordered_json& document, const TextStyle& style);
   bool selects = false;   ///< it takes the options by which rules are selected and put in order
   bool bySource = false;  ///< it can be of one source of configuration alone
+  bool needsFiles = false;  ///< tells what the files of the configuration say, which are looked at before
 };
+
+/// What the arguments of shows stand for.
+inline constexpr std::string_view listArgument = "[NAME]", changeArgument = "[N]";
 
 /// All of them, in the order in which the help lists them.
 std::span<const Show> shows();

@@ -39,6 +39,12 @@ std::string configurationText(const Json& configuration, const TextStyle& style)
     for (const Json& mistake : bad.at("mistakes")) text += fmt::format("   {}\n", mistake.get<std::string>());
   }
   text += warningsText(configuration.value("warnings", Json::array()));
+  if (const Json& within = configuration.at("confirmWithin"); !within.is_null())
+    text += fmt::format("{}the last change is taken back in {:.0f} s unless it is confirmed{}\n", how.red,
+                        within.get<double>(), how.off);
+  for (const Json& why : configuration.at("restart").at("why"))
+    text +=
+        fmt::format("{}a restart would not be the same: {}{}\n", how.red, why.get<std::string>(), how.off);
   return text + "\n";
 }
 
@@ -110,7 +116,8 @@ std::string capabilitiesText(const Json& document, const TextStyle&) {
 }
 
 constexpr Show statusRows[] = {
-    {"status", "", "the published status, and the sources of configuration", statusDocument, statusText},
+    {"status", "", "the published status, and the sources of configuration", statusDocument, statusText,
+     false, false, true},
     {"counters", "[NAME]", "the match counters of the packet path", countersDocument, countersText},
     {"drops", "", "what was dropped, and why", whole<dropsShown>, dropsShownText},
     {"capabilities", "", "what the dataplane can do", whole<capabilitiesOf>, capabilitiesText},

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/History.h>
 #include <agent/change/Sources.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/ports/PortState.h>
@@ -24,6 +25,10 @@ struct World {
   ListReader::Remarks remarks{};
   /// The content of all sources of configuration; may be empty.
   std::function<const Sources&()> sources{};
+  /// The files of the command line's source; may be empty.
+  std::function<std::vector<std::string>()> paths{};
+  /// The changes that are remembered; may be empty.
+  std::function<const History&()> history{};
   /// The states of the live ports; may be empty.
   std::function<std::vector<PortState>()> portStates{};
   /// What is open, as warnings; may be empty.

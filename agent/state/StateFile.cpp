@@ -1,6 +1,7 @@
 #include <Kiv/UniqueId.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Version.h>
+#include <agent/state/PastTables.h>
 #include <agent/state/StateFile.h>
 #include <agent/state/Table.h>
 
@@ -23,6 +24,9 @@ constexpr int64_t applicationId = 0x76656c6f;
 constexpr uint64_t idsAhead = 1 << 20;
 /// No agent uses so many ids. A mark above this would leave no room for new ones.
 constexpr uint64_t mostIds = uint64_t{3} << 62;
+
+/// Of files that an earlier agent has made.
+constexpr int64_t versionWithoutPast = 1;
 
 constexpr const char* idsDefinition = "CREATE TABLE ids(given NOT NULL)";
 
@@ -59,6 +63,7 @@ std::vector<std::string> definitions() {
   std::vector<std::string> all;
   forEachTable([&all](const auto& table) { all.push_back(table.definition()); });
   all.emplace_back(idsDefinition);
+  for (std::string& definition : PastTables::definitions()) all.push_back(std::move(definition));
   return all;
 }
 
@@ -110,7 +115,9 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   const int64_t application = database_.integer("PRAGMA application_id");
   if (application != applicationId) throw DatabaseError(SQLITE_NOTADB, "no state of this agent");
   const int64_t found = database_.integer("PRAGMA user_version");
-  if (found != version) {
+  if (found == versionWithoutPast) {
+    addPast();
+  } else if (found != version) {
     throw DatabaseError(SQLITE_NOTADB,
                         fmt::format("a state of version {}, not {}", found, int{version}).c_str());
   }
@@ -127,6 +134,14 @@ void StateFile::writerIs() {
   database_.run("CREATE TABLE IF NOT EXISTS program(version TEXT NOT NULL)");
   database_.run("DELETE FROM program");
   database_.run(fmt::format("INSERT INTO program VALUES('{}')", Agent::version()));
+}
+
+/// Makes a file of this version out of one that has no past.
+void StateFile::addPast() {
+  database_.run("BEGIN IMMEDIATE");
+  for (const std::string& definition : PastTables::definitions()) database_.run(definition);
+  database_.run(fmt::format("PRAGMA user_version = {}", int{version}));
+  database_.run("COMMIT");
 }
 
 void StateFile::create() {
@@ -154,6 +169,22 @@ void StateFile::read() {
     throw DatabaseError(SQLITE_CORRUPT, "there is not one mark of used ids");
   state_.highestId = static_cast<uint64_t>(database_.integer("SELECT given FROM ids"));
   checkIds(state_);
+  past_ = PastTables::read(database_);
+}
+
+/// Carries out a write whole or not at all. Returns what went wrong.
+template <class Write>
+std::optional<std::string> StateFile::attempt(const Write& write) {
+  try {
+    write();
+    return std::nullopt;
+  } catch (const DatabaseError& error) {
+    rollBack();
+    return error.what();
+  } catch (const std::bad_alloc&) {
+    rollBack();
+    return outOfMemory;
+  }
 }
 
 std::optional<std::string> StateFile::write(State state) {
@@ -163,17 +194,21 @@ std::optional<std::string> StateFile::write(State state) {
   });
   const bool near = state.highestId + idsAhead / 2 > state_.highestId;
   state.highestId = near ? state.highestId + idsAhead : state_.highestId;
-  try {
-    sync(state);
-  } catch (const DatabaseError& error) {
-    rollBack();
-    return error.what();
-  } catch (const std::bad_alloc&) {
-    rollBack();
-    return outOfMemory;
-  }
+  if (auto wrong = attempt([&] { sync(state); })) return wrong;
   if (std::exchange(state.rulesUnchanged, false)) state.rules = std::move(state_.rules);
   state_ = std::move(state);
+  return std::nullopt;
+}
+
+std::optional<std::string> StateFile::write(Past past) {
+  const auto sync = [&] {
+    rollBack();
+    database_.run("BEGIN IMMEDIATE");
+    PastTables::write(database_, past_, past);
+    database_.run("COMMIT");
+  };
+  if (auto wrong = attempt(sync)) return wrong;
+  past_ = std::move(past);
   return std::nullopt;
 }
 

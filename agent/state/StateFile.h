@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/History.h>
 #include <agent/state/Database.h>
 #include <agent/state/State.h>
 
@@ -16,12 +17,16 @@ namespace Agent {
 class StateFile {
  public:
   /// To be increased with every change of the tables.
-  static constexpr int version = 1;
+  static constexpr int version = 2;
 
   /// Opens or makes a file, and reads the state in it. A file that is damaged, has another version, or has
   /// ids that are not possible, is renamed to a name with ".aside" at its end, and a new one is made;
   /// `message` says so. Returns null, with the reason in `message`, when no file can be opened.
   static std::unique_ptr<StateFile> open(const std::string& path, std::string* message);
+
+  /// The past of the configuration that is in the file, and replaces it. Like the state, and apart from it.
+  const Past& past() const { return past_; }
+  std::optional<std::string> write(Past past);
 
   /// The state in the file.
   const Saved::State& state() const { return state_; }
@@ -34,13 +39,17 @@ class StateFile {
   explicit StateFile(const std::string& path);
   void create();
   void writerIs();
+  void addPast();
   void checkTables();
   void read();
+  template <class Write>
+  std::optional<std::string> attempt(const Write& write);
   void sync(const Saved::State& state);
   void rollBack() noexcept;
 
   Database database_;
   Saved::State state_;
+  Past past_;
 };
 
 }  // namespace Agent

@@ -14,15 +14,18 @@ namespace Agent {
 
 /// Keeps the state file up to date while an agent runs. It copies the state, a slice a turn, gives the copy
 /// to the writer, and begins again half a second later, or at once when the configuration has changed. For
-/// the loop's thread.
-class StateKeeper {
+/// the loop's thread. The past of the configuration is written at once.
+class StateKeeper final : public ChangeJournal {
  public:
   /// The core outlives it. The first copy begins at once.
   StateKeeper(const Core& core, std::unique_ptr<StateFile> file);
   /// Copies once more, and returns when that is written.
-  ~StateKeeper();
+  ~StateKeeper() override;
   StateKeeper(const StateKeeper&) = delete;
   StateKeeper& operator=(const StateKeeper&) = delete;
+
+  void keep(Past past) override { writer_.put(std::move(past)); }
+  ChangeJournal::State state() const override { return writer_.pastState(); }
 
   /// To be called after every change of the configuration.
   void handleApplied();

@@ -42,14 +42,30 @@ void StateWriter::put(Saved::State state) {
   wake_.notify_one();
 }
 
+void StateWriter::put(Past past) {
+  std::optional<Past> replaced(std::move(past));  // freed outside the lock
+  {
+    const std::lock_guard lock(mutex_);
+    nextPast_.swap(replaced);
+    pastState_ = ChangeJournal::State::writing;
+  }
+  wake_.notify_one();
+}
+
+ChangeJournal::State StateWriter::pastState() const {
+  const std::lock_guard lock(mutex_);
+  return pastState_;
+}
+
 std::optional<std::string> StateWriter::takeFailure() {
   const std::lock_guard lock(mutex_);
   return std::exchange(failure_, std::nullopt);
 }
 
-std::optional<std::string> StateWriter::write(Saved::State state) {
+template <class What>
+std::optional<std::string> StateWriter::write(What what) {
   try {
-    return file_->write(std::move(state));
+    return file_->write(std::move(what));
   } catch (const std::bad_alloc&) {
     return outOfMemory;  // short enough to need none
   }
@@ -60,12 +76,20 @@ void StateWriter::run() {
   (void)setpriority(PRIO_PROCESS, 0, lowPriority);
   for (;;) {
     std::unique_lock lock(mutex_);
-    wake_.wait(lock, [this] { return stopped_ || next_; });
-    if (!next_) return;
-    Saved::State state = std::move(*next_);
-    next_.reset();
+    wake_.wait(lock, [this] { return stopped_ || next_ || nextPast_; });
+    if (!next_ && !nextPast_) return;
+    std::optional<Saved::State> state = std::exchange(next_, std::nullopt);
+    std::optional<Past> past = std::exchange(nextPast_, std::nullopt);
     lock.unlock();
-    auto failure = write(std::move(state));
+    // The past first: a change may wait for it.
+    auto notKept = past ? write(std::move(*past)) : std::nullopt;
+    if (past) {
+      lock.lock();
+      if (!nextPast_) pastState_ = notKept ? ChangeJournal::State::failed : ChangeJournal::State::kept;
+      if (notKept) failure_ = std::move(notKept);
+      lock.unlock();
+    }
+    auto failure = state ? write(std::move(*state)) : std::nullopt;
     lock.lock();
     if (failure) failure_ = std::move(failure);
   }

@@ -11,8 +11,8 @@
 
 namespace Agent {
 
-/// Writes states to their file on a thread of its own, at low priority. When states come faster than they can
-/// be written, only the last one is.
+/// Writes states, and the past of the configuration, to their file on a thread of its own, at low priority.
+/// When they come faster than they can be written, only the last ones are.
 class StateWriter {
  public:
   explicit StateWriter(std::unique_ptr<StateFile> file);
@@ -22,6 +22,9 @@ class StateWriter {
   StateWriter& operator=(const StateWriter&) = delete;
 
   void put(Saved::State state);
+  void put(Past past);
+  /// What became of the last past.
+  ChangeJournal::State pastState() const;
   /// What went wrong with a write since the last call. That state is lost, and the next one must have the
   /// rules again.
   std::optional<std::string> takeFailure();
@@ -30,12 +33,15 @@ class StateWriter {
 
  private:
   void run();
-  std::optional<std::string> write(Saved::State state);
+  template <class What>
+  std::optional<std::string> write(What what);
 
   const std::unique_ptr<StateFile> file_;  // used by the thread only
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable wake_;
-  std::optional<Saved::State> next_;  // protected by the mutex, like the two below
+  std::optional<Saved::State> next_;  // protected by the mutex, like those below
+  std::optional<Past> nextPast_;
+  ChangeJournal::State pastState_ = ChangeJournal::State::kept;
   std::optional<std::string> failure_;
   bool stopped_ = false;
   std::thread thread_;  // last member: it starts when the others are made

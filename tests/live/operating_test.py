@@ -300,6 +300,92 @@ class Changing(OperatedTest):
               f"longest commit {slowest * 1e3:.1f} ms", flush=True)
 
 
+
+class TakingBack(OperatedTest):
+    """Changes from the command line, and back."""
+
+    OLD = ("ip access-list A\n   remark the one that is watched\n   10 permit udp any any eq 10\n"
+           "   20 deny udp any any eq 20\ninterface eth1\n   ip access-group A in\n")
+    NEW = OLD.replace("10 permit", "10 deny").replace("20 deny", "20 permit")
+
+    def setUp(self):
+        super().setUp()
+        self.stations_are(1, 2)
+        self.state = os.path.join(self.folder, "state")
+
+    def velo(self, *arguments, check=True):
+        return run(live_test.VELO, *arguments, "--control", self.socket, check=check).stdout
+
+    def text(self, content, name="given.acl"):
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(content)
+        return path
+
+    def passed(self):
+        """Which of the ports 10 and 20 gets through."""
+        sink = self.wire(2)
+        self.wire(1).send([udp(10), udp(20)])
+        received = sink.received(1)
+        self.assertEqual(len(received), 1)
+        return struct.unpack("!H", received[0][36:38])[0]
+
+    def test_what_is_not_confirmed_does_not_survive_a_kill(self):
+        agent = self.start(self.OLD, "--state", self.state)
+        self.assertEqual(self.passed(), 10)
+        self.assertIn("velo confirm keeps it", self.velo("apply", self.text(self.NEW), "--confirm", "3600"))
+        self.assertEqual(self.passed(), 20)
+        agent.process.send_signal(signal.SIGKILL)
+        agent.process.wait()
+        # The file says the new one: it was edited before it was applied.
+        agent = self.start(self.NEW, "--state", self.state)
+        self.assertEqual(self.passed(), 10)
+        self.assertEqual(self.velo("show", "configuration", "--source", "cli"), self.OLD)
+        self.velo("apply", self.text(self.NEW), "--confirm", "3600")
+        self.assertEqual(self.velo("confirm"), "confirmed\n")
+        agent.process.send_signal(signal.SIGKILL)
+        agent.process.wait()
+        self.start(self.NEW, "--state", self.state)
+        self.assertEqual(self.passed(), 20)
+
+    def test_it_goes_back_by_itself(self):
+        self.start(self.OLD)
+        self.velo("apply", self.text(self.NEW), "--confirm", "1")
+        self.assertTrue(live_test.until(lambda: self.velo("show", "configuration") == self.OLD))
+        self.assertEqual(self.passed(), 10)
+
+    def test_rules_are_edited_and_changes_taken_back(self):
+        agent = self.start(self.OLD, "--state", self.state)
+        self.assertEqual(self.passed(), 10)
+        before = rules_of(self.control().ask("show", what="access-lists"))
+        self.assertIn("100 permit udp any any eq 10  (was: 10)", self.velo("edit", "A", "resequence 100", "move 110 before 100"))
+        after = rules_of(self.control().ask("show", what="access-lists"))
+        self.assertEqual((after[100]["id"], after[100]["matches"]["in"]), (before[10]["id"], 1))
+        self.assertEqual(after[50]["id"], before[20]["id"])
+        refused = self.velo("edit", "A", "no 100", "110 permitt", check=False)
+        self.assertIn("edit:2:5: found \"permitt\"", refused)
+        self.assertIn("a restart would not be the same", self.velo("show", "status"))
+        self.assertIn("saved in ", self.velo("save"))
+        self.assertNotIn("a restart would not be the same", self.velo("show", "status"))
+        self.assertIn("~   20 deny udp any any eq 20  (was: 50)", self.velo("rollback"))
+        self.assertEqual(self.velo("show", "configuration"), self.OLD)
+        listed = self.velo("history")
+        for what in ("start", "edit", "rollback"):
+            self.assertIn(what, listed)
+        self.assertIn(", velo", listed)
+        agent.process.send_signal(signal.SIGKILL)
+        agent.process.wait()
+        self.start(self.OLD, "--state", self.state)
+        self.assertIn("rollback", self.velo("history"), "kept in the state file")
+        self.assertIn("+ ip access-list A (2 rules)", self.velo("show", "history", "1"))
+
+    def test_standard_input_is_a_file(self):
+        self.start(self.OLD)
+        piped = run(live_test.VELO, "apply", "-", "--control", self.socket, input=self.NEW).stdout
+        self.assertIn("~   10 deny udp any any eq 10", piped)
+        self.assertEqual(self.passed(), 20)
+
+
 class Surviving(OperatedTest):
     def check_status(self, client):
         """Shows exactly the rules that are in force, by their ids; returns them by number."""
@@ -318,7 +404,7 @@ class Surviving(OperatedTest):
         chance = random.Random(int(os.environ.get("VELO_LIVE_SEED", "1")))
         sink, stream = self.sink(), self.stream(1000)
         stays = None  # the id of a rule that is in every configuration
-        known = {}    # what every id ever stood for
+        known = {}    # what every id ever stood for, under whatever number
         for number in range(kills + 1):
             second = chance.random() < 0.5
             size = chance.choice((10, 300))

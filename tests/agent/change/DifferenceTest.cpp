@@ -9,7 +9,7 @@ using TestSupport::modelOf;
 
 nlohmann::ordered_json differenceOf(const char* before, const char* after) {
   std::string line;
-  for (const auto& piece : Agent::difference(modelOf(before), modelOf(after))) line += piece;
+  for (const auto& piece : Agent::difference(modelOf(before), modelOf(after)).json) line += piece;
   return nlohmann::ordered_json::parse(line);
 }
 

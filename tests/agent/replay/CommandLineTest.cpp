@@ -156,6 +156,15 @@ TEST_F(CommandLine, EveryMistakeOfEveryTextIsReportedWithItsPlace) {
   EXPECT_LT(ran.err.find("d/a:1"), ran.err.find("d/b:3")) << "in the order of the names";
 }
 
+TEST_F(CommandLine, ADirectoryAloneIsAConfiguration) {
+  fs::create_directory(dir_ / "d");
+  fs::copy(acl_, dir_ / "d/a");
+  const Json lists =
+      document(replay({"--config-dir", dir_ / "d", "--port", "eth1=" + pcap_, "--json"})).at("lists");
+  ASSERT_EQ(lists.size(), 1u);
+  EXPECT_EQ(lists.at(0).at("name"), "A");
+}
+
 TEST_F(CommandLine, ADirectoryThatCannotBeReadIsReported) {
   Ran ran = usual({"--config-dir", dir_ / "none"});
   EXPECT_EQ(ran.status, 2);

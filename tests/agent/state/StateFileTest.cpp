@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 namespace {
 
@@ -259,6 +260,79 @@ TEST_F(StateFileTest, APlaceWhereNoFileCanBeIsSaid) {
   std::string message;
   EXPECT_FALSE(StateFile::open(dir_ / "no/such/folder", &message));
   EXPECT_THAT(message, HasSubstr("unable to open"));
+}
+
+SharedText shared(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
+
+Past somePast() {
+  Past past;
+  past.changes = {
+      std::make_shared<const Change>(Change{3, 1.5, "apply", "uid 0, pid 1 (velo)", "cli", "+1 list",
+                                            shared("ip access-list A\n"), shared("{}")}),
+      std::make_shared<const Change>(
+          Change{4, 2.5, "gone", "the directory", "edge.acl", "1 list removed", nullptr, shared("{}")}),
+      std::make_shared<const Change>(
+          Change{5, 3.5, "file", "the directory", "edge.acl", "+1 list", shared(""), nullptr})};
+  past.unconfirmed = Unconfirmed{shared("refused"), shared("before")};
+  return past;
+}
+
+std::string textOf(const SharedText& text) { return text ? "'" + *text + "'" : "none"; }
+std::string textOf(const Past& past) {
+  std::string text;
+  for (const auto& change : past.changes) {
+    text += fmt::format("{} {} {} {} {} {} {} {}\n", change->number, change->time, change->what, change->who,
+                        change->source, change->summary, textOf(change->text), textOf(change->difference));
+  }
+  if (past.unconfirmed) text += *past.unconfirmed->refused + " " + *past.unconfirmed->before;
+  return text;
+}
+
+TEST_F(StateFileTest, HasThePastThatWasWritten) {
+  const Past past = somePast();
+  {
+    const auto file = open();
+    ASSERT_FALSE(file->write(past));
+    EXPECT_EQ(textOf(file->past()), textOf(past));
+  }
+  EXPECT_EQ(textOf(open()->past()), textOf(past));
+  Past next = past;
+  next.changes.erase(next.changes.begin());
+  Change without = *next.changes.back();
+  without.text = nullptr;
+  next.changes.back() = std::make_shared<const Change>(without);
+  next.unconfirmed.reset();
+  {
+    const auto file = open();
+    ASSERT_FALSE(file->write(next));
+  }
+  EXPECT_EQ(textOf(open()->past()), textOf(next));
+  written(someState());
+  EXPECT_EQ(textOf(open()->past()), textOf(next)) << "a state leaves the past as it is";
+}
+
+TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
+  written(someState());
+  for (const char* text : {"DROP TABLE change", "DROP TABLE unconfirmed", "PRAGMA user_version = 1"})
+    Database(path_).run(text);
+  auto file = open();
+  ASSERT_TRUE(file);
+  EXPECT_EQ(message_, "");
+  EXPECT_EQ(file->state().rules.size(), someState().rules.size());
+  EXPECT_EQ(textOf(file->past()), "");
+  ASSERT_FALSE(file->write(somePast()));
+  file.reset();
+  EXPECT_EQ(textOf(open()->past()), textOf(somePast()));
+}
+
+TEST_F(StateFileTest, AWriterKeepsThePast) {
+  {
+    StateWriter writer(open());
+    writer.put(somePast());
+    while (writer.pastState() == ChangeJournal::State::writing) std::this_thread::yield();
+    EXPECT_EQ(writer.pastState(), ChangeJournal::State::kept);
+  }
+  EXPECT_EQ(textOf(open()->past()), textOf(somePast()));
 }
 
 }  // namespace

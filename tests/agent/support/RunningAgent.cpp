@@ -56,6 +56,8 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   options.leave = leave_;
   options.ports = ports_;
   if (portStates_) options.portStates = [this] { return *portStates_; };
+  options.configs = {temp_ / "start.acl"};
+  options.journal = journal_;
   plane_ = std::make_unique<Agent::ControlPlane>(*core_, *forwarder_, *loop_, std::move(files),
                                                  std::move(options));
   const auto deaf = plane_->listen();

@@ -40,6 +40,8 @@ class RunningAgent {
   /// pass, and every interface may be a port.
   void leaveIs(Agent::Leave leave) { leave_ = leave; }
   void portsAre(Agent::PortNames ports) { ports_ = std::move(ports); }
+  /// Where changes are kept; before start().
+  void journalIs(Agent::ChangeJournal& journal) { journal_ = &journal; }
   /// The live ports that the agent is to have by its own account; before start().
   void portStatesAre(std::vector<Agent::PortState> states) { portStates_ = std::move(states); }
   /// Joins two interfaces, and several by a bridge with the agent's clock.
@@ -83,6 +85,7 @@ class RunningAgent {
   Agent::Leave leave_{.openings = true};
   std::optional<Agent::PortNames> ports_;
   std::optional<std::vector<Agent::PortState>> portStates_;
+  Agent::ChangeJournal* journal_ = nullptr;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
   std::unique_ptr<Agent::EventLoop> loop_;

@@ -1,0 +1,233 @@
+#include <Kelp/Assert.h>
+#include <agent/change/ConfigFiles.h>
+#include <agent/change/Edit.h>
+#include <agent/config/Cursor.h>
+#include <agent/config/Nearest.h>
+#include <agent/config/Reader.h>
+#include <agent/config/Statements.h>
+#include <agent/config/Writer.h>
+#include <agent/core/Words.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Agent {
+
+namespace {
+
+using Config::Cursor;
+using Config::Model;
+using Rules = std::map<uint32_t, Config::Rule>;
+
+constexpr const char* placeName = "edit";
+
+bool readRuleNumber(Cursor& at, const Rules& rules, uint32_t* number) {
+  const size_t place = at.position();
+  if (!at.number(Config::aNumber, 1, Config::highestNumber, number)) return false;
+  return rules.contains(*number) || at.failAt(place, "the number of a rule of the list");
+}
+
+void renumber(Rules& rules, Rules::node_type&& rule, uint32_t number) {
+  std::visit([number](auto& one) { one.sequence = number; }, rule.mapped());
+  rule.key() = number;
+  rules.insert(std::move(rule));
+}
+
+/// One change of the rules of a list that no configuration text can say.
+class ListEdit {
+ public:
+  ListEdit(Cursor& at, Rules& rules) : at_(at), rules_(rules) {}
+
+  bool move() {
+    uint32_t from = 0, to = 0;
+    if (!readRuleNumber(at_, rules_, &from)) return false;
+    const bool before = at_.takeIf("before");
+    if (!before && !at_.takeIf("after")) return at_.fail("before or after");
+    const size_t place = at_.position();
+    if (!readRuleNumber(at_, rules_, &to) || !at_.end()) return false;
+    if (from == to) return at_.failAt(place, "another rule than the one that moves");
+    return moveBetween(place, from, before, rules_.find(to));
+  }
+
+  bool resequence() {
+    uint32_t number = 10, step = 10;
+    const size_t place = at_.position();
+    if (!at_.atEnd() && !at_.number("the first number", 1, Config::highestNumber, &number)) return false;
+    if (!at_.atEnd() && !at_.number("the step between numbers", 1, Config::highestNumber, &step))
+      return false;
+    if (!at_.end()) return false;
+    if (!rules_.empty() && (Config::highestNumber - number) / step < rules_.size() - 1) {
+      return at_.failAt(place, fmt::format("numbers that leave the last of {} at {} or below",
+                                           countText(rules_.size(), "rule"), Config::highestNumber));
+    }
+    Rules all;
+    all.swap(rules_);
+    for (uint32_t next = number; !all.empty(); next += step) renumber(rules_, all.extract(all.begin()), next);
+    return true;
+  }
+
+ private:
+  /// Moves a rule to the place in front of or behind another one, without regard to itself.
+  bool moveBetween(size_t place, uint32_t from, bool before, Rules::iterator to) {
+    const auto isMoved = [&](Rules::iterator rule) { return rule != rules_.end() && rule->first == from; };
+    uint64_t low = 0, high = 0;  // the numbers beside the place
+    if (before) {
+      high = to->first;
+      while (to != rules_.begin() && isMoved(std::prev(to))) --to;
+      low = to == rules_.begin() ? 0 : std::prev(to)->first;
+    } else {
+      low = to->first;
+      if (isMoved(++to)) ++to;
+      high = to == rules_.end() ? low + 20 : to->first;
+    }
+    if (low < from && from < high) return true;  // it is there
+    const uint64_t number = low + (high - low) / 2;
+    if (number == low || number > Config::highestNumber) {
+      return at_.failAt(place, fmt::format("a place with a free number: none is left {} {} (resequence makes "
+                                           "room)",
+                                           before ? "before" : "after", before ? high : low));
+    }
+    renumber(rules_, rules_.extract(from), static_cast<uint32_t>(number));
+    return true;
+  }
+
+  Cursor& at_;
+  Rules& rules_;
+};
+
+/// Carries out the commands of an edit, one after the other.
+class Editor {
+ public:
+  Editor(Model model, Model::ListKey key) : model_(std::move(model)), key_(std::move(key)) {
+    remarks_ = std::exchange(list().pendingRemarks, {});
+  }
+
+  /// False when there is a mistake.
+  bool take(const std::string& line, int number) {
+    Cursor at;
+    if (at.lineIs(line)) {
+      if (at.atEnd()) {
+        at.fail("a command");
+      } else if (at.takeIf("move")) {
+        ListEdit(at, list().rules).move();
+      } else if (at.takeIf("resequence")) {
+        ListEdit(at, list().rules).resequence();
+      } else if (isOfList(at)) {
+        return statement(line, number);
+      }
+    }
+    const auto& problem = at.problem();
+    if (!problem) return true;
+    mistakes_.push_back(
+        {placeName, number, static_cast<int>(problem->column), problem->found, problem->expected});
+    return false;
+  }
+
+  MadeModel result() {
+    if (!mistakes_.empty()) return {std::nullopt, textsOf(mistakes_)};
+    auto& last = list().pendingRemarks;
+    last.insert(last.begin(), remarks_.begin(), remarks_.end());
+    return {std::move(model_), {}};
+  }
+
+ private:
+  Config::List& list() { return model_.lists.at(key_); }
+
+  /// Whether a statement stands below a list: others would lead out of it.
+  static bool isOfList(Cursor& at) {
+    const size_t no = at.peek() == "no";
+    const std::string_view word = at.peek(no);
+    if (Config::isDigits(word)) return true;
+    for (const std::string_view known : {"permit", "deny", "remark"}) {
+      if (word == known) return true;
+    }
+    return at.fail(no ? "a rule, its number or remark" : "a rule, remark, no, move or resequence");
+  }
+
+  bool statement(const std::string& line, int number) {
+    std::map<uint32_t, Kelp::String> remarks;
+    for (const auto& [sequence, rule] : list().rules) {
+      if (!Config::common(rule).remark.empty()) remarks.emplace(sequence, Config::common(rule).remark);
+    }
+    const std::string head = fmt::format("{} access-list {}{}\n", Acl::stringValue(key_.first),
+                                         list().standard ? "standard " : "", key_.second);
+    Config::Result result = Config::read(
+        {{"", head}, {placeName, std::string(static_cast<size_t>(number) - 1, '\n') + line + "\n"}},
+        std::move(model_));
+    if (!result.model) {
+      mistakes_ = std::move(result.mistakes);
+      return false;
+    }
+    model_ = std::move(*result.model);
+    for (const auto& [sequence, remark] : remarks) {
+      const auto rule = list().rules.find(sequence);
+      if (rule == list().rules.end() || !Config::common(rule->second).remark.empty()) continue;
+      std::visit([&text = remark](auto& one) { one.remark = text; }, rule->second);
+    }
+    return true;
+  }
+
+  Model model_;
+  const Model::ListKey key_;
+  std::vector<std::string> remarks_;  ///< behind the last rule before the edit
+  std::vector<Config::Mistake> mistakes_;
+};
+
+/// The list that is meant, or why none is.
+std::optional<std::string> find(const Sources& inForce, const Edit& edit, Model::ListKey* key) {
+  std::vector<Model::ListKey> here;
+  std::string elsewhere;
+  std::vector<std::string_view> names;
+  inForce.forEach([&](const std::string& source, const Model& model) {
+    for (const auto& [known, list] : model.lists) {
+      if (edit.type && *edit.type != known.first) continue;
+      if (source == commandLineName) names.push_back(known.second);
+      if (known.second != edit.list) continue;
+      if (source == commandLineName) {
+        here.push_back(known);
+      } else if (elsewhere.empty()) {
+        elsewhere = source;
+      }
+    }
+  });
+  if (here.size() > 1) {
+    return fmt::format("lists of several types have the name {}: say which is meant (--type {})", edit.list,
+                       Acl::stringValue(here.front().first));
+  }
+  if (here.size() == 1) {
+    *key = here.front();
+    return std::nullopt;
+  }
+  if (!elsewhere.empty()) {
+    return fmt::format("list {} is of the file {} of the configuration directory: it is changed there",
+                       edit.list, elsewhere);
+  }
+  return Config::orNearest(fmt::format("there is no list {}", edit.list), edit.list, names);
+}
+
+}  // namespace
+
+MadeModel edited(const Sources& inForce, const Edit& edit) {
+  Model::ListKey key;
+  if (auto wrong = find(inForce, edit, &key)) return {std::nullopt, {std::move(*wrong)}};
+  // By way of the text, because the texts of the model in force are counted for the loop's thread alone.
+  Config::Result copy = Config::read({{"", Config::textOf(inForce.commandLine)}});
+  KELP_ASSERT(copy.model, "what is in force can be written and read again");
+  Editor editor(std::move(*copy.model), std::move(key));
+  std::string_view left = edit.commands;
+  for (int number = 1; !left.empty(); ++number) {
+    if (number > static_cast<int>(Edit::mostCommands))
+      return {std::nullopt, {fmt::format("an edit has at most {} commands", Edit::mostCommands)}};
+    const size_t end = std::min(left.find('\n'), left.size());
+    if (!editor.take(std::string(left.substr(0, end)), number)) break;
+    left.remove_prefix(std::min(end + 1, left.size()));
+  }
+  return editor.result();
+}
+
+}  // namespace Agent

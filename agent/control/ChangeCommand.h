@@ -1,0 +1,37 @@
+#pragma once
+
+#include <agent/control/Command.h>
+#include <agent/control/ControlClient.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Agent {
+
+/// A command that changes the command line's configuration: what all of them can be told, and what they tell.
+class ChangeCommand : public Command {
+ protected:
+  using Command::Command;
+
+  /// Adds `--control` and the options of all changes.
+  void addChange();
+
+  /// Has the agent carry out a change, and tells what became of it.
+  Exit change(ControlClient& agent, nlohmann::ordered_json request) const;
+
+ private:
+  /// A refusal is a document, too.
+  Exit tellRefusal(const nlohmann::ordered_json& error) const;
+  std::string noteOf(const nlohmann::ordered_json& done, bool saved) const;
+
+  bool dryRun_ = false, save_ = false;
+  Leave leave_;
+  std::optional<uint32_t> confirm_;
+};
+
+/// Writes the command line's configuration of an agent to a file, or, without a path, to the one that the
+/// agent was given. The path, or nothing after a complaint.
+std::optional<std::string> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit);
+
+}  // namespace Agent

@@ -1,0 +1,39 @@
+#include <agent/control/ChangeCommand.h>
+#include <agent/core/Document.h>
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+namespace {
+
+class SaveCommand final : public Command {
+ public:
+  explicit SaveCommand(CLI::App& root)
+      : Command(
+            root, "save",
+            "Write the command line's configuration of a running agent to its file, so that a restart reads "
+            "it.\nWhat the file said before is in FILE~ then.") {
+    app().add_option("file", file_, "another file")->type_name("FILE");
+    addControl();
+  }
+
+  Exit run(const std::string&) const override {
+    Exit exit = exitDone;
+    ControlClient agent;
+    if (!connected(agent, control(), &exit)) return exit;
+    const auto saved = saveConfiguration(agent, file_, &exit);
+    if (!saved) return exit;
+    return print(json() ? linesOf({{"saved", *saved}}) : fmt::format("saved in {}\n", *saved));
+  }
+
+ private:
+  std::string file_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> saveCommand(CLI::App& app) { return std::make_unique<SaveCommand>(app); }
+
+}  // namespace Agent

@@ -1,0 +1,107 @@
+#include <agent/state/PastTables.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
+
+namespace Agent::PastTables {
+
+namespace {
+
+// Texts are stored beside a word that says whether there is one.
+enum Column { number, time, what, who, source, summary, hasText, text, hasDifference, difference };
+
+void bindShared(Statement& statement, int has, const SharedText& shared) {
+  statement.bind(has, int64_t{shared != nullptr});
+  statement.bind(has + 1, shared ? std::string_view(*shared) : std::string_view());
+}
+
+SharedText sharedIn(const Statement& statement, int has) {
+  std::string stored = statement.text(has + 1);
+  if (statement.integer(has) == 0) return nullptr;
+  return std::make_shared<const std::string>(std::move(stored));
+}
+
+std::shared_ptr<const Change> changeIn(const Statement& row) {
+  Change change;
+  change.number = static_cast<uint64_t>(row.integer(number));
+  change.time = row.real(time);
+  change.what = row.text(what);
+  change.who = row.text(who);
+  change.source = row.text(source);
+  change.summary = row.text(summary);
+  change.text = sharedIn(row, hasText);
+  change.difference = sharedIn(row, hasDifference);
+  if (change.difference && !nlohmann::json::accept(*change.difference))
+    throw DatabaseError(SQLITE_CORRUPT, "a difference is none");
+  return std::make_shared<const Change>(std::move(change));
+}
+
+void put(Statement& statement, const Change& change) {
+  statement.bind(number, static_cast<int64_t>(change.number));
+  statement.bind(time, change.time);
+  statement.bind(what, std::string_view(change.what));
+  statement.bind(who, std::string_view(change.who));
+  statement.bind(source, std::string_view(change.source));
+  statement.bind(summary, std::string_view(change.summary));
+  bindShared(statement, hasText, change.text);
+  bindShared(statement, hasDifference, change.difference);
+  statement.run();
+}
+
+void writeUnconfirmed(Database& database, const std::optional<Unconfirmed>& unconfirmed) {
+  database.run("DELETE FROM unconfirmed");
+  if (!unconfirmed) return;
+  Statement statement = database.statement("INSERT INTO unconfirmed VALUES(?, ?)");
+  statement.bind(0, std::string_view(*unconfirmed->refused));
+  statement.bind(1, std::string_view(*unconfirmed->before));
+  statement.run();
+}
+
+bool same(const std::optional<Unconfirmed>& a, const std::optional<Unconfirmed>& b) {
+  if (!a || !b) return !a && !b;
+  return a->refused == b->refused && a->before == b->before;
+}
+
+}  // namespace
+
+std::vector<std::string> definitions() {
+  return {
+      "CREATE TABLE change(number INTEGER PRIMARY KEY, time NOT NULL, what NOT NULL, who NOT NULL, "
+      "source NOT NULL, summary NOT NULL, hasText NOT NULL, text NOT NULL, hasDifference NOT NULL, "
+      "difference NOT NULL)",
+      "CREATE TABLE unconfirmed(refused NOT NULL, before NOT NULL)"};
+}
+
+Past read(Database& database) {
+  Past past;
+  Statement changes = database.statement("SELECT * FROM change ORDER BY number");
+  while (changes.step()) past.changes.push_back(changeIn(changes));
+  Statement unconfirmed = database.statement("SELECT * FROM unconfirmed");
+  while (unconfirmed.step()) {
+    past.unconfirmed = Unconfirmed{std::make_shared<const std::string>(unconfirmed.text(0)),
+                                   std::make_shared<const std::string>(unconfirmed.text(1))};
+  }
+  return past;
+}
+
+void write(Database& database, const Past& before, const Past& now) {
+  const std::set<std::shared_ptr<const Change>> known(before.changes.begin(), before.changes.end());
+  std::set<uint64_t> numbers;
+  Statement statement =
+      database.statement("INSERT OR REPLACE INTO change VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  for (const auto& change : now.changes) {
+    numbers.insert(change->number);
+    if (!known.contains(change)) put(statement, *change);
+  }
+  Statement forget = database.statement("DELETE FROM change WHERE number = ?");
+  for (const auto& change : before.changes) {
+    if (numbers.contains(change->number)) continue;
+    forget.bind(0, static_cast<int64_t>(change->number));
+    forget.run();
+  }
+  if (!same(before.unconfirmed, now.unconfirmed)) writeUnconfirmed(database, now.unconfirmed);
+}
+
+}  // namespace Agent::PastTables

@@ -1,0 +1,178 @@
+#include <agent/change/Edit.h>
+#include <agent/config/Writer.h>
+#include <gtest/gtest.h>
+
+#include "../support/ModelOf.h"
+
+namespace {
+
+using Agent::edited;
+using Agent::Sources;
+using TestSupport::modelOf;
+
+constexpr const char* beforeEdit =
+    "ip access-list A\n"
+    "   remark web\n"
+    "   10 permit tcp any any eq www\n"
+    "   20 permit udp any any eq domain\n"
+    "   30 deny ip any any\n"
+    "   remark behind all\n";
+
+struct EditRow {
+  const char* why;
+  const char* commands;
+  const char* after;  ///< without the first line and the last one
+};
+
+TEST(Edit, CarriesOutItsCommandsInTheirOrder) {
+  for (const EditRow& row : {
+           EditRow{"no command", "",
+                   "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"adds a rule", "15 permit icmp any any",
+                   "   remark web\n   10 permit tcp any any eq www\n   15 permit icmp any any\n"
+                   "   20 permit udp any any eq domain\n   30 deny ip any any\n"},
+           EditRow{"adds one at the end", "permit icmp any any",
+                   "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n   40 permit icmp any any\n"},
+           EditRow{"replaces one, which keeps its remark", "10 permit tcp any any eq 443",
+                   "   remark web\n   10 permit tcp any any eq 443\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"unless there is another one", "remark new\n10 permit tcp any any eq 443",
+                   "   remark new\n   10 permit tcp any any eq 443\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"takes one away by its number", "no 20",
+                   "   remark web\n   10 permit tcp any any eq www\n   30 deny ip any any\n"},
+           EditRow{"and by what it says", "no deny ip any any",
+                   "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"},
+           EditRow{"moves one to the front", "move 30 before 10",
+                   "   5 deny ip any any\n   remark web\n   10 permit tcp any any eq www\n"
+                   "   20 permit udp any any eq domain\n"},
+           EditRow{"between two", "move 30 before 20",
+                   "   remark web\n   10 permit tcp any any eq www\n   15 deny ip any any\n"
+                   "   20 permit udp any any eq domain\n"},
+           EditRow{"behind another one", "move 10 after 20",
+                   "   20 permit udp any any eq domain\n   remark web\n   25 permit tcp any any eq www\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"to the end", "move 10 after 30",
+                   "   20 permit udp any any eq domain\n   30 deny ip any any\n   remark web\n"
+                   "   40 permit tcp any any eq www\n"},
+           EditRow{"where it is already", "move 10 before 20\nmove 30 after 20",
+                   "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"gives new numbers", "resequence",
+                   "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"from a number on", "resequence 100",
+                   "   remark web\n   100 permit tcp any any eq www\n   110 permit udp any any eq domain\n"
+                   "   120 deny ip any any\n"},
+           EditRow{"in steps", "resequence 1 1",
+                   "   remark web\n   1 permit tcp any any eq www\n   2 permit udp any any eq domain\n"
+                   "   3 deny ip any any\n"},
+           EditRow{"up to the last number", "resequence 4294967293 1",
+                   "   remark web\n   4294967293 permit tcp any any eq www\n"
+                   "   4294967294 permit udp any any eq domain\n   4294967295 deny ip any any\n"},
+           EditRow{"one command on what the one before has made", "resequence 1 1\nresequence 20 20\nno 40",
+                   "   remark web\n   20 permit tcp any any eq www\n   60 deny ip any any\n"},
+       }) {
+    const auto result = edited({modelOf(beforeEdit), {}}, {"A", {}, row.commands});
+    ASSERT_TRUE(result.model) << row.why << ": " << result.mistakes.front();
+    EXPECT_EQ(textOf(*result.model), fmt::format("ip access-list A\n{}   remark behind all\n", row.after))
+        << row.why;
+  }
+}
+
+TEST(Edit, ChangesNothingElse) {
+  const std::string text =
+      "object-group network G\n   host 192.0.2.1\n"
+      "ip access-list A\n   10 permit ip object-group G any\n"
+      "ip access-list standard 7\n   10 permit any\n"
+      "mac access-list A\n   10 permit any any\n"
+      "interface eth1\n   ip access-group A in\n";
+  const auto of = [&text](const Agent::Edit& edit) {
+    const auto result = edited({modelOf(text), {}}, edit);
+    return result.model ? textOf(*result.model) : result.mistakes.front();
+  };
+  const auto with = [&text](const std::string& old, const std::string& now) {
+    std::string changed = text;
+    return changed.replace(changed.find(old), old.size(), now);
+  };
+  EXPECT_EQ(of({"A", Acl::AclType::mac, "20 deny any any"}),
+            with("   10 permit any any\n", "   10 permit any any\n   20 deny any any\n"));
+  EXPECT_EQ(of({"A", Acl::AclType::ip, "resequence 5"}),
+            with("   10 permit ip object", "   5 permit ip object"));
+  EXPECT_EQ(of({"7", {}, "20 deny host 192.0.2.1"}),
+            with("   10 permit any\n", "   10 permit any\n   20 deny host 192.0.2.1\n"));
+}
+
+TEST(Edit, TellsWhatIsWrongWithItsPlace) {
+  struct Row {
+    const char* why;
+    Agent::Edit edit;
+    const char* mistake;
+  };
+  const Sources sources{modelOf(beforeEdit),
+                        {{"edge.acl", modelOf("ip access-list B\nip access-list EDGE\n")}}};
+  for (const Row& row : {
+           Row{"a mistake of the language",
+               {"A", {}, "no 20\n10 permit tpc any any"},
+               "edit:2:11: found \"tpc\", expected a protocol name or 0 to 255 (did you mean tcp?)"},
+           Row{"a statement that leads out of the list",
+               {"A", {}, "interface eth1"},
+               "edit:1:1: found \"interface\", expected a rule, remark, no, move or resequence"},
+           Row{"also behind no",
+               {"A", {}, "no ip access-list A"},
+               "edit:1:4: found \"ip\", expected a rule, its number or remark"},
+           Row{"an empty command",
+               {"A", {}, "no 10\n\nno 20"},
+               "edit:2:1: found the end of the line, expected a command"},
+           Row{"no such rule",
+               {"A", {}, "move 15 before 10"},
+               "edit:1:6: found \"15\", expected the number of a rule of the list"},
+           Row{"nowhere to go",
+               {"A", {}, "move 10 under 20"},
+               "edit:1:9: found \"under\", expected before or after"},
+           Row{"before itself",
+               {"A", {}, "move 10 before 10"},
+               "edit:1:16: found \"10\", expected another rule than the one that moves"},
+           Row{"no number is free",
+               {"A", {}, "resequence 1 1\nmove 3 before 2"},
+               "edit:2:15: found \"2\", expected a place with a free number: none is left before 2 "
+               "(resequence "
+               "makes room)"},
+           Row{"nor at the end",
+               {"A", {}, "resequence 4294967293 1\nmove 4294967293 after 4294967295"},
+               "edit:2:23: found \"4294967295\", expected a place with a free number: none is left after "
+               "4294967295 (resequence makes room)"},
+           Row{"numbers beyond the last",
+               {"A", {}, "resequence 4294967294 1"},
+               "edit:1:12: found \"4294967294\", expected numbers that leave the last of 3 rules at "
+               "4294967295 "
+               "or below"},
+           Row{"a word too many",
+               {"A", {}, "resequence 1 2 3"},
+               "edit:1:16: found \"3\", expected the end of the line"},
+           Row{"no such list", {"AA", {}, "no 10"}, "there is no list AA (did you mean A?)"},
+           Row{"a list of the directory",
+               {"B", {}, "no 10"},
+               "list B is of the file edge.acl of the configuration directory: it is changed there"},
+           Row{"a list of another type", {"A", Acl::AclType::mac, "no 10"}, "there is no list A"},
+       }) {
+    const auto result = edited(sources, row.edit);
+    EXPECT_FALSE(result.model) << row.why;
+    ASSERT_FALSE(result.mistakes.empty()) << row.why;
+    EXPECT_EQ(result.mistakes.front(), row.mistake) << row.why;
+  }
+  const Sources both{modelOf("ip access-list A\nmac access-list A\n"), {}};
+  EXPECT_EQ(edited(both, {"A", {}, "no 10"}).mistakes.front(),
+            "lists of several types have the name A: say which is meant (--type ip)");
+}
+
+TEST(Edit, HasABoundedNumberOfCommands) {
+  std::string commands;
+  for (size_t i = 0; i <= Agent::Edit::mostCommands; ++i) commands += "resequence\n";
+  EXPECT_EQ(edited({modelOf(beforeEdit), {}}, {"A", {}, commands}).mistakes.front(),
+            "an edit has at most 1000 commands");
+}
+
+}  // namespace
