@@ -204,7 +204,7 @@ std::string historyText(const Json& document, const TextStyle& style) {
   if (document.at("difference").is_null()) return head + "\nits text is not kept any more\n";
   const std::string text =
       document.at("text").is_null() ? "(the source is gone)\n" : document.at("text").get<std::string>();
-  return fmt::format("{}\n{}\n{}", head, differenceText(document.at("difference"), style), text);
+  return fmt::format("{}\n{}\n{}", head, differenceText(document.at("difference"), style.colour), text);
 }
 
 constexpr Show configurationRows[] = {
