@@ -80,7 +80,7 @@ struct Configuration::Texts {
       writes = sourceChange(inForce, commandLineName, &now);
       change = {.what = request.what,
                 .who = request.who,
-                .source = std::string(commandLineTitle),
+                .source = sourceTitle(commandLineName),
                 .summary = found.summary,
                 .text = std::make_shared<const std::string>(Config::textOf(now)),
                 .difference = found.line()};
@@ -146,7 +146,7 @@ void Configuration::rememberStart() {
   const Difference found = difference(before.model.value_or(Config::Model()), now);
   remember({.what = "start",
             .who = "velo run",
-            .source = std::string(commandLineTitle),
+            .source = sourceTitle(commandLineName),
             .summary = found.summary,
             .text = text_,
             .difference = found.line()});

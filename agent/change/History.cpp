@@ -14,7 +14,7 @@ const Change* History::find(uint64_t number) const {
 
 const Change* History::last(size_t before) const {
   for (auto change = past_.changes.rbegin(); change != past_.changes.rend(); ++change) {
-    if ((*change)->source == commandLineTitle && before-- == 0) return change->get();
+    if ((*change)->source == sourceTitle(commandLineName) && before-- == 0) return change->get();
   }
   return nullptr;
 }

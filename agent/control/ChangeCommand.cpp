@@ -82,9 +82,13 @@ std::string ChangeCommand::noteOf(const Json& done, bool saved) const {
 }
 
 std::optional<std::string> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit) {
+  std::string wrong;
   const auto document =
-      wholeDocumentOf(agent, {{"do", "show"}, {"what", "configuration"}, {"source", "cli"}}, exit);
-  if (!document) return std::nullopt;
+      wholeDocumentOf(agent, {{"do", "show"}, {"what", "configuration"}, {"source", "cli"}}, &wrong, exit);
+  if (!document) {
+    complain(wrong);
+    return std::nullopt;
+  }
   const auto refuse = [exit](const std::string& why) {
     complain(why);
     *exit = exitUsage;
@@ -100,8 +104,8 @@ std::optional<std::string> saveConfiguration(ControlClient& agent, const std::st
     target = files.at(0).get<std::string>();
     if (target == standardInput) return refuse("the agent was given standard input: say which FILE");
   }
-  const auto wrong = saveText(target, document->at("text").get<std::string>());
-  if (wrong) return refuse(*wrong);
+  const auto failed = saveText(target, document->at("text").get<std::string>());
+  if (failed) return refuse(*failed);
   return target;
 }
 

@@ -135,7 +135,7 @@ Answer answerOf(Configuration::Outcome outcome, const Configuration& configurati
 
 /// The command line's source as it was behind a change.
 std::optional<Configuration::Request> goingBackTo(const Change& to, std::string* wrong) {
-  if (to.source != commandLineTitle) {
+  if (to.source != sourceTitle(commandLineName)) {
     *wrong = fmt::format("change {} is one of the file {}: it is taken back there", to.number, to.source);
   } else if (!to.text) {
     *wrong = fmt::format("the text of change {} is not kept any more", to.number);
