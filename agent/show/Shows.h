@@ -21,8 +21,8 @@ struct Show {
   std::string_view help;
   std::unique_ptr<Document> (*document)(const World& world, const ShowOptions& options);
   std::string (*text)(const nlohmann::ordered_json& document, const TextStyle& style);
-  bool selects = false;   ///< it takes the options by which rules are selected and put in order
-  bool bySource = false;  ///< it can be of one source of configuration alone
+  bool selects = false;     ///< it takes the options by which rules are selected and put in order
+  bool bySource = false;    ///< it can be of one source of configuration alone
   bool needsFiles = false;  ///< tells what the files of the configuration say, which are looked at before
 };
 
