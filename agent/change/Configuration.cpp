@@ -229,6 +229,7 @@ void Configuration::handleApplied(Texts& texts) {
   }
   if (changes && texts.request.confirm) {
     deadlineAt_ = now() + *texts.request.confirm;
+    deadline_->cancelTask();  // of an earlier one: it would come too early
     deadline_->scheduleTaskDelay(Kelp::Duration(*texts.request.confirm));
     return;
   }

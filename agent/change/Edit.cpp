@@ -146,7 +146,8 @@ class Editor {
     for (const std::string_view known : {"permit", "deny", "remark"}) {
       if (word == known) return true;
     }
-    return at.fail(no ? "a rule, its number or remark" : "a rule, remark, no, move or resequence");
+    return at.failAt(at.position() + no,
+                     no ? "a rule, its number or remark" : "a rule, remark, no, move or resequence");
   }
 
   bool statement(const std::string& line, int number) {

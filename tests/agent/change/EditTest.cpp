@@ -85,8 +85,8 @@ TEST(Edit, CarriesOutItsCommandsInTheirOrder) {
 TEST(Edit, ChangesNothingElse) {
   const std::string text =
       "object-group network G\n   host 192.0.2.1\n"
+      "ip access-list standard 7\n   20 permit any\n"
       "ip access-list A\n   10 permit ip object-group G any\n"
-      "ip access-list standard 7\n   10 permit any\n"
       "mac access-list A\n   10 permit any any\n"
       "interface eth1\n   ip access-group A in\n";
   const auto of = [&text](const Agent::Edit& edit) {
@@ -101,8 +101,8 @@ TEST(Edit, ChangesNothingElse) {
             with("   10 permit any any\n", "   10 permit any any\n   20 deny any any\n"));
   EXPECT_EQ(of({"A", Acl::AclType::ip, "resequence 5"}),
             with("   10 permit ip object", "   5 permit ip object"));
-  EXPECT_EQ(of({"7", {}, "20 deny host 192.0.2.1"}),
-            with("   10 permit any\n", "   10 permit any\n   20 deny host 192.0.2.1\n"));
+  EXPECT_EQ(of({"7", {}, "30 deny host 192.0.2.1"}),
+            with("   20 permit any\n", "   20 permit any\n   30 deny host 192.0.2.1\n"));
 }
 
 TEST(Edit, TellsWhatIsWrongWithItsPlace) {
@@ -116,7 +116,8 @@ TEST(Edit, TellsWhatIsWrongWithItsPlace) {
   for (const Row& row : {
            Row{"a mistake of the language",
                {"A", {}, "no 20\n10 permit tpc any any"},
-               "edit:2:11: found \"tpc\", expected a protocol name or 0 to 255 (did you mean tcp?)"},
+               "edit:2:11: found \"tpc\", expected ip, tcp, udp, icmp, sctp, another protocol name or 0 to "
+               "255 (did you mean tcp?)"},
            Row{"a statement that leads out of the list",
                {"A", {}, "interface eth1"},
                "edit:1:1: found \"interface\", expected a rule, remark, no, move or resequence"},
@@ -152,7 +153,7 @@ TEST(Edit, TellsWhatIsWrongWithItsPlace) {
            Row{"a word too many",
                {"A", {}, "resequence 1 2 3"},
                "edit:1:16: found \"3\", expected the end of the line"},
-           Row{"no such list", {"AA", {}, "no 10"}, "there is no list AA (did you mean A?)"},
+           Row{"no such list", {"AA", {}, "no 10"}, "there is no list AA"},
            Row{"a list of the directory",
                {"B", {}, "no 10"},
                "list B is of the file edge.acl of the configuration directory: it is changed there"},

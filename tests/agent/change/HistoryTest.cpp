@@ -83,7 +83,8 @@ class TakingBackTest : public testing::Test {
   /// Numbers with what was done.
   std::string history() {
     std::string text;
-    for (const Json& change : agent_.show("history").at("changes"))
+    const Json shown = agent_.show("history");
+    for (const Json& change : shown.at("changes"))
       text += fmt::format("{}{} {}", text.empty() ? "" : ", ", change.at("number").get<uint64_t>(),
                           change.at("what").get<std::string>());
     return text;
