@@ -10,9 +10,9 @@ Effective::Effective(const Layers& layers) {
     for (const auto& [key, list] : model->lists) lists.emplace(key, owner);
     for (const auto& [key, list] : model->bindings) bindings.emplace(key, owner);
     for (const auto& [name, destinations] : model->mirrorSessions) mirrorSessions.emplace(name, owner);
-    for (const auto& [name, members] : model->portChannels) {
+    for (const auto& [name, joined] : model->portChannels) {
       if (!portChannels.emplace(name, owner).second) continue;
-      for (const std::string& member : members) channelOf.emplace(member, name);
+      for (const std::string& member : joined) channelOf.emplace(member, name);
     }
   }
 }

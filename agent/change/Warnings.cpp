@@ -23,8 +23,9 @@ void whatTheReaderNoticed(const Facts& facts, WarningCollector& found) {
   for (const auto& [source, model] : facts.layers) {
     for (const Warning& warning : model->notices.warnings) found.add(warning);
     if (const size_t more = model->notices.moreWarnings; more > 0)
-      found.add("more-warnings", {},
-                [&] { return fmt::format("{} has {} more", sourceTitle(source), more); });
+      found.add("more-warnings", {}, [more, &source = source] {
+        return fmt::format("{} has {} more", sourceTitle(source), more);
+      });
   }
 }
 
@@ -141,7 +142,7 @@ void overridden(const Facts& facts, Things Config::Model::*things, const Owners&
       const Owner& owner = owners.at(key);
       if (owner.model == model) continue;
       found.add("defined-twice", model->notices.placeOf(model->notices.*spots, key),
-                [&, &key = key, &source = source] {
+                [&, &key = key, &source = source, &model = model] {
                   return fmt::format("{} of {} is not in force: that of {} is", title(key, *model),
                                      sourceTitle(source), sourceTitle(owner.source));
                 });

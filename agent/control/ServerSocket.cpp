@@ -70,10 +70,10 @@ std::optional<std::string> ServerSocket::listen(const std::string& path) {
   if (auto taken = clearPlace(path)) return taken;
 
   fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  const mode_t before = umask(othersNothing);
+  const mode_t usual = umask(othersNothing);
   const bool bound =
       fd_ >= 0 && bind(fd_, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0;
-  umask(before);
+  umask(usual);
   struct stat file {};
   if (!bound || lstat(path.c_str(), &file) != 0 || ::listen(fd_, backlog) != 0) {
     auto wrong = failureOf(path);

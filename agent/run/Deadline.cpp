@@ -12,7 +12,7 @@ namespace Agent {
 namespace {
 
 constexpr int notDone = -1;
-volatile std::sig_atomic_t status = notDone;
+volatile std::sig_atomic_t endStatus = notDone;
 volatile std::sig_atomic_t begun = 0;
 itimerval untilEnd{};
 
@@ -21,8 +21,8 @@ void handleAlarm(int) {
   constexpr std::string_view text = "velo: ended before everything was written\n";
   // Do not wait for a reader of standard error: it may be what the whole process is waiting for.
   pollfd room{STDERR_FILENO, POLLOUT, 0};
-  if (status == notDone && poll(&room, 1, 0) == 1) (void)!write(STDERR_FILENO, text.data(), text.size());
-  _exit(status == notDone ? exitUnread : status);
+  if (endStatus == notDone && poll(&room, 1, 0) == 1) (void)!write(STDERR_FILENO, text.data(), text.size());
+  _exit(endStatus == notDone ? exitUnread : endStatus);
 }
 
 itimerval timerOf(double seconds) {
@@ -37,7 +37,7 @@ itimerval timerOf(double seconds) {
 }  // namespace
 
 Deadline::Deadline(double seconds) {
-  status = notDone;
+  endStatus = notDone;
   begun = 0;
   untilEnd = timerOf(seconds);
   std::signal(SIGALRM, handleAlarm);
@@ -57,6 +57,6 @@ void Deadline::begin() {
   setitimer(ITIMER_REAL, &untilEnd, nullptr);
 }
 
-void Deadline::doneIs(Exit done) { status = done; }
+void Deadline::doneIs(Exit done) { endStatus = done; }
 
 }  // namespace Agent

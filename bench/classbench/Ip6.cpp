@@ -5,7 +5,7 @@
 namespace Bench {
 
 void measureIp6(Run& run, const std::vector<RuleSet>& sets) {
-  using Ip = Acl::IpRule;
+  using Ip4 = Acl::IpRule;
   using Ip6 = Acl::Ip6Rule;
   constexpr size_t mostRules = 20000;  // what the peer builds in reasonable time
 
@@ -14,7 +14,7 @@ void measureIp6(Run& run, const std::vector<RuleSet>& sets) {
   std::vector<double> slower, faster;
   for (const RuleSet& set : sets) {
     if (set.rules.size() > mostRules) continue;
-    const OurList<Ip> ip(ipRules(set.rules));
+    const OurList<Ip4> ip(ipRules(set.rules));
     for (const Lift lift : {Lift::low, Lift::high}) {
       const char* half = lift == Lift::low ? "lower" : "upper";
       run.progress(set.name + ": in IPv6, building");

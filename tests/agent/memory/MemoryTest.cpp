@@ -291,7 +291,8 @@ TEST_F(Memory, AFileForWhichItRunsOutIsTriedAgain) {
   const std::map<std::string, std::string> files = {{"a.acl", "ip access-list B\n permit ip any any\n"}};
   agent.start("", &files);
   agent.advance(1.1);
-  const auto bad = [&] { return agent.show("status").at("configuration").at("bad"); };
+  // Not the status: that is shown by a thread of its own, in which it could run out, too.
+  const auto bad = [&] { return agent.plane().configuration().report().at("bad"); };
   const auto looked = [&](const std::function<bool()>& so) {
     agent.advance(1.1);
     agent.turnsUntil([&] {
@@ -319,7 +320,7 @@ TEST_F(Memory, AFileForWhichItRunsOutIsTriedAgain) {
 TEST_F(Memory, AFileForWhoseChangeThereIsNoneIsTriedAgain) {
   const std::map<std::string, std::string> files = {{"a.acl", rules(3, "permit")}};
   agent_.start("", &files);
-  const auto bad = [&] { return agent_.show("status").at("configuration").at("bad"); };
+  const auto bad = [&] { return agent_.plane().configuration().report().at("bad"); };
   const auto looked = [&](const std::function<bool()>& so) {
     agent_.advance(1.1);
     agent_.turnsUntil([&] {
