@@ -119,7 +119,7 @@ TEST(Writer, WritesWhatIsChosen) {
 }
 
 TEST(Writer, MakesATextThatReadsBackAsTheModel) {
-  size_t rules = 0, groups = 0, notes = 0;
+  size_t rules = 0, groupCount = 0, notes = 0;
   TestSupport::Dice dice(3);
   for (int round = 0; round < 3000; ++round) {
     const auto result = readText(randomText(dice, false));
@@ -128,11 +128,11 @@ TEST(Writer, MakesATextThatReadsBackAsTheModel) {
     ASSERT_EQ(mistakesOf(text), "") << text;
     ASSERT_EQ(readText(text).model, result.model) << text;
     for (const auto& [key, list] : result.model->lists) rules += list.rules.size();
-    groups += result.model->objectGroups.size();
+    groupCount += result.model->objectGroups.size();
     notes += result.model->interfaceNotes.size();
   }
   EXPECT_GT(rules, 1000u);
-  EXPECT_GT(groups, 100u);
+  EXPECT_GT(groupCount, 100u);
   EXPECT_GT(notes, 100u);
 }
 
