@@ -1,10 +1,10 @@
 // A configuration text is read, or refused with the places of its mistakes; what was read can be typed again.
 
-#include "../tests/agent/config/ModelText.h"
 #include "../tests/agent/config/RandomText.h"
 #include "Target.h"
 
 #include <agent/config/Reader.h>
+#include <agent/config/Writer.h>
 
 #include <algorithm>
 

@@ -2,12 +2,12 @@
 // is quiet what is in force is what the files say, and of a bad file what it last said rightly. The directory
 // itself goes, or something else is in its place, for a moment or longer: then all stays as it was.
 
-#include "../tests/agent/config/ModelText.h"
 #include "../tests/agent/config/RandomText.h"
 #include "../tests/agent/support/CaptureBytes.h"
 #include "../tests/agent/support/RunningAgent.h"
 #include "Target.h"
 
+#include <agent/config/Writer.h>
 #include <sys/stat.h>
 #include <filesystem>
 #include <optional>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "../tests/Acl/ReferenceMatcher.h"
-#include "../tests/agent/config/ModelText.h"
 
 #include <agent/config/Model.h>
 

@@ -9,6 +9,7 @@
 #include <Acl/RuleKinds.h>
 #include <agent/change/Apply.h>
 #include <agent/config/Reader.h>
+#include <agent/config/Writer.h>
 #include <agent/core/TaskLoop.h>
 #include <agent/replay/VerdictRecorder.h>
 #include <fmt/ranges.h>
