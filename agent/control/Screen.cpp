@@ -61,6 +61,12 @@ Screen::Screen() {
   struct sigaction action {};
   action.sa_handler = handleSize;
   sigaction(SIGWINCH, &action, nullptr);
+  // Delivered within wait() only: one that came just before it would be seen when the time is over.
+  sigset_t size;
+  sigemptyset(&size);
+  sigaddset(&size, SIGWINCH);
+  pthread_sigmask(SIG_BLOCK, &size, &whileWaiting_);
+  sigdelset(&whileWaiting_, SIGWINCH);
   action.sa_handler = handleEnd;
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   for (const int signal : ending) sigaction(signal, &action, nullptr);
@@ -89,7 +95,7 @@ bool Screen::wait(double seconds, std::string& input) {
   const auto whole = static_cast<time_t>(seconds);
   constexpr double nanoseconds = 1e9;
   const timespec most{whole, static_cast<long>((seconds - static_cast<double>(whole)) * nanoseconds)};
-  if (ppoll(&keys, 1, &most, nullptr) <= 0) return true;
+  if (ppoll(&keys, 1, &most, &whileWaiting_) <= 0) return true;
   char piece[256];
   const ssize_t got = read(STDIN_FILENO, piece, sizeof piece);
   if (got > 0) input.append(piece, static_cast<size_t>(got));

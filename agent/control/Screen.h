@@ -2,6 +2,7 @@
 
 #include <agent/core/Terminal.h>
 
+#include <csignal>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +29,7 @@ class Screen {
 
  private:
   bool keys_ = true;  // standard input can still be read
+  sigset_t whileWaiting_{};
 };
 
 }  // namespace Agent
