@@ -47,7 +47,7 @@ std::string textInForce(RunningAgent& agent, const std::string& name) {
   for (const auto& [list, config] : byName) {
     text += "ip access-list " + list + "\n";
     for (const auto* rule : config->currCfg()->ipRuleById().ordered())
-      text += fmt::format(" {} {}\n", rule->value.sequence(), rule->value.text().view());
+      text += fmt::format("   {} {}\n", rule->value.sequence(), rule->value.text().view());
   }
   return text;
 }
