@@ -75,6 +75,7 @@ Screen::Screen() {
 
 Screen::~Screen() {
   for (const int signal : ending) std::signal(signal, SIG_DFL);
+  pthread_sigmask(SIG_SETMASK, &whileWaiting_, nullptr);
   restore();
 }
 
