@@ -60,6 +60,9 @@ TEST(Edit, CarriesOutItsCommandsInTheirOrder) {
            EditRow{"where it is already", "move 10 before 20\nmove 30 after 20",
                    "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
                    "   30 deny ip any any\n"},
+           EditRow{"whatever its number", "resequence 7\nmove 7 before 17",
+                   "   remark web\n   7 permit tcp any any eq www\n   17 permit udp any any eq domain\n"
+                   "   27 deny ip any any\n"},
            EditRow{"gives new numbers", "resequence",
                    "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
                    "   30 deny ip any any\n"},

@@ -1,6 +1,9 @@
 #include <agent/change/History.h>
+#include <agent/change/Restart.h>
+#include <agent/config/Writer.h>
 
 #include "../support/CaptureBytes.h"
+#include "../support/ModelOf.h"
 #include "../support/RunningAgent.h"
 
 namespace {
@@ -207,6 +210,16 @@ TEST_F(TakingBackTest, WhatChangesNothingIsNotToBeConfirmed) {
   EXPECT_EQ(history(), "1 start");
 }
 
+TEST_F(TakingBackTest, WhatChangesNothingConfirmsNothing) {
+  agent_.start(oneText);
+  applyToBeConfirmed(otherText, 60);
+  agent_.advance(50);
+  applyToBeConfirmed(otherText, 60);
+  agent_.advance(11);
+  settle();
+  EXPECT_EQ(inForce(), oneText);
+}
+
 TEST_F(TakingBackTest, TheJournalHasWhatWasBeforeWhenTheChangeBegins) {
   agent_.journalIs(journal_);
   agent_.start(oneText);
@@ -249,6 +262,22 @@ TEST_F(TakingBackTest, AStartDoesNotBringBackWhatWasTakenBack) {
   EXPECT_FALSE(journal_.given.unconfirmed) << "until somebody changes it";
 }
 
+TEST(TakingBack, EveryStartTakesBackWhatNobodyConfirmed) {
+  Past past;
+  past.unconfirmed = Agent::Unconfirmed{shared(otherText), shared(oneText)};
+  const auto start = [&past](const char* text) {
+    Agent::ConfigFiles files;
+    files.commandLineIs(modelOf(text));
+    const bool isTold = Agent::takeBackUnconfirmed(files, past).has_value();
+    EXPECT_EQ(isTold, text == otherText);
+    return Config::textOf(files.sources().commandLine);
+  };
+  EXPECT_EQ(start(otherText), oneText);
+  EXPECT_EQ(start(otherText), oneText) << "the file still says it";
+  EXPECT_EQ(start(thirdText), thirdText);
+  EXPECT_EQ(start(otherText), otherText) << "somebody has written another file since";
+}
+
 TEST_F(TakingBackTest, TellsWhatARestartWouldRead) {
   agent_.start(oneText);
   const auto restart = [this] { return agent_.show("status").at("configuration").at("restart"); };
@@ -259,6 +288,10 @@ TEST_F(TakingBackTest, TellsWhatARestartWouldRead) {
   const std::string path = restart().at("files").at(0);
   EXPECT_EQ(restart().at("why").at(0), fmt::format("what is in force is not what {} says", path));
   writeFile(path, std::string("! in other words\n") + otherText);
+  EXPECT_EQ(restart().at("same"), true);
+  // A file that has stood for a while is not read for every question, only when it is another one.
+  const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  std::filesystem::last_write_time(path, longAgo);
   EXPECT_EQ(restart().at("same"), true);
   writeFile(path, "ip access-list A\n permit\n");
   EXPECT_EQ(restart().at("why").at(0).get<std::string>().find(path + ":2:"), 0u);

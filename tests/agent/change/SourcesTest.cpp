@@ -86,6 +86,24 @@ TEST(SourcesOfConfiguration, AreExchangedOneByOne) {
   }
 }
 
+TEST(SourcesOfConfiguration, MeetAnotherOneAtItsPlace) {
+  const Sources sources = sourcesOf("", {{"b", ""}, {"d", ""}});
+  const Config::Model other;
+  for (const auto& [name, expected] : {std::pair<std::string, Names>{"a", {"", "a", "b", "d"}},
+                                       {"c", {"", "b", "c", "d"}},
+                                       {"d", {"", "b", "d"}},
+                                       {"e", {"", "b", "d", "e"}},
+                                       {"", {"", "b", "d"}}}) {
+    Names names;
+    for (const auto& [layer, model] : sources.layersWith(name, &other)) {
+      names.push_back(layer);
+      EXPECT_EQ(model == &other, layer == name) << name;
+    }
+    EXPECT_EQ(names, expected) << name;
+  }
+  EXPECT_EQ(sources.layersWith("b", nullptr).size(), 2u);
+}
+
 TEST(SourcesOfConfiguration, KnowTheRemarksBehindTheLastRule) {
   const Sources sources = sourcesOf("ip access-list A\n 10 permit ip any any\n remark end\n",
                                     {{"a", "ip access-list A\n remark of a file\n"}});
