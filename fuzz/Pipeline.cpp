@@ -11,7 +11,7 @@
 #include <agent/config/Reader.h>
 #include <agent/config/Writer.h>
 #include <agent/core/TaskLoop.h>
-#include <agent/replay/VerdictRecorder.h>
+#include <agent/observe/VerdictRecorder.h>
 #include <fmt/ranges.h>
 
 #include "../tests/agent/config/RandomText.h"

@@ -7,10 +7,10 @@
 #include <agent/core/TaskLoop.h>
 #include <agent/core/Terminal.h>
 #include <agent/core/Words.h>
+#include <agent/observe/VerdictRecorder.h>
 #include <agent/ports/Captures.h>
 #include <agent/replay/Progress.h>
 #include <agent/replay/Replay.h>
-#include <agent/replay/VerdictRecorder.h>
 #include <agent/replay/VerdictWriter.h>
 #include <agent/show/Report.h>
 #include <agent/show/RuleNames.h>

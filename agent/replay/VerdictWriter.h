@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/replay/VerdictRecorder.h>
+#include <agent/observe/VerdictRecorder.h>
 
 #include <fstream>
 #include <string>

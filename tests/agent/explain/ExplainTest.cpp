@@ -1,6 +1,6 @@
 #include <agent/explain/Explain.h>
+#include <agent/observe/VerdictRecorder.h>
 #include <agent/ports/Captures.h>
-#include <agent/replay/VerdictRecorder.h>
 
 #include "../support/CaptureBytes.h"
 #include "../support/RunningAgent.h"

@@ -2,6 +2,8 @@
 
 #include <Acl/Counters.h>
 #include <agent/forward/Forwarder.h>
+#include <agent/observe/MatchFollower.h>
+#include <agent/observe/MatchPlace.h>
 #include <agent/show/Verdicts.h>
 
 #include <string>
@@ -11,9 +13,8 @@
 namespace Agent {
 
 /// Records what happened to each frame. The plugin does not report this, so the recorder follows its match
-/// counters and the named counters. It finds the interface of a match by the order in which lists are asked:
-/// the port-channel before its member, on each the MAC list before the IP list. A replay without a recorder
-/// pays nothing for it. The core and the forwarder outlive it.
+/// counters and the named counters. A replay without a recorder pays nothing for it. The core and the
+/// forwarder outlive it.
 class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
  public:
   VerdictRecorder(Core& core, Forwarder& forwarder);
@@ -28,24 +29,19 @@ class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
   const Kelp::String& dropReason() const { return dropReason_; }
 
  private:
-  class Collection;
   void handleChange(const Zeb::Change& change) override;
   void handleMirrored(const Kelp::String& session) override;
   void handleMirroredDone() override { insideCopy_ = false; }
   void handleMatch(const Velo::Counter::VeloDpAclCounterKey& key);
-  /// The interface of the match that this counter has just counted.
-  Nimnet::IntfId interfaceOf(const Velo::Counter::VeloDpAclCounterKey& key);
 
   Core& core_;
   Forwarder& forwarder_;
-  std::vector<std::unique_ptr<Collection>> collections_;
+  MatchPlace place_;
   std::vector<Hit> hits_;
   std::vector<Kelp::String> mirrored_;
   Kelp::String dropReason_;
   bool insideCopy_ = false;
-  // By direction, how far the lists have been asked: the index of the interface times two, plus one when its
-  // MAC list has been asked.
-  unsigned progress_[2] = {0, 0};
+  MatchFollower follower_;
 };
 
 }  // namespace Agent

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <Acl/Counters.h>
+#include <Kelp/Ptr.h>
+#include <agent/core/InForce.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace Agent {
+
+/// Follows match counters of lists: the plugin reports matches by nothing else. Whoever follows is told of
+/// each match at once, while the packet is being judged (see Forwarder::context()), and must not change
+/// counters or configuration then. Counters that nobody wants to follow have no subscriber on their account:
+/// to count there costs the same as without a follower.
+///
+/// To be made when a plugin is loaded, and when an earlier agent's counts have been put in, which would be
+/// told as matches.
+class MatchFollower {
+ public:
+  using Key = Velo::Counter::VeloDpAclCounterKey;
+  using Wanted = std::function<bool(const Key& key)>;
+  using Matched = std::function<void(const Key& key)>;
+  using Gone = std::function<void(const Key& key)>;
+
+  /// `wanted` is asked once for each counter: now, or when its rule counts its first packet, before that is
+  /// told. `gone` is called when a counter that is followed is deleted; it may be empty.
+  MatchFollower(const InForce& inForce, Wanted wanted, Matched matched, Gone gone = {});
+  ~MatchFollower();
+  MatchFollower(const MatchFollower&) = delete;
+  MatchFollower& operator=(const MatchFollower&) = delete;
+
+  /// How many counters are followed.
+  size_t size() const;
+
+ private:
+  class Collection;
+  class Counter;
+
+  const Wanted wanted_;
+  const Matched matched_;
+  const Gone gone_;
+  std::vector<std::unique_ptr<Collection>> collections_;
+};
+
+}  // namespace Agent
