@@ -11,42 +11,50 @@ using Velo::Counter::VeloDpAclCounter;
 using Velo::Counter::VeloDpAclCounterColl;
 
 /// Follows one counter.
-class MatchFollower::Counter final : public Zeb::Notifiee {
+class MatchFollower::Follower final : public Zeb::Notifiee {
  public:
-  Counter(const Matched& matched, Key key, const VeloDpAclCounter& counter)
-      : matched_(matched), key_(std::move(key)) {
+  Follower(const Matched& matched, Counter what, const VeloDpAclCounter& counter)
+      : matched_(matched), what_(std::move(what)) {
     counter.publisher().subscribe(*this);
   }
+  const Counter& what() const { return what_; }
   void handleChange(const Zeb::Change& change) override {
-    if (change.is(Velo::Counter::PktCounter::packetsAttribute())) matched_(key_);
+    if (change.is(Velo::Counter::PktCounter::packetsAttribute())) matched_(what_);
   }
 
  private:
   const Matched& matched_;
-  const Key key_;
+  const Counter what_;
 };
 
 /// Follows the counters of one collection that are wanted.
 class MatchFollower::Collection {
  public:
-  Collection(const MatchFollower& owner, const Kelp::Ptr<VeloDpAclCounterColl>& counters)
+  Collection(MatchFollower& owner, const Kelp::Ptr<VeloDpAclCounterColl>& counters)
       : owner_(owner),
         follower_(
             counters, VeloDpAclCounterColl::counterCollectionAttribute(),
             [counters = counters.get()]() -> auto& { return counters->counterCollection(); },
             [this](const Key& key, const Zeb::Owned<VeloDpAclCounter>& counter) {
-              if (owner_.wanted_(key))
-                followed_[key] = std::make_unique<Counter>(owner_.matched_, key, *counter.ptr());
+              come(key, *counter.ptr());
             },
-            [this](const Key& key) {
-              if (followed_.erase(key) > 0 && owner_.gone_) owner_.gone_(key);
-            }) {}
+            [this](const Key& key) { go(key); }) {}
 
   size_t size() const { return followed_.size(); }
 
  private:
-  const MatchFollower& owner_;
-  std::map<Key, std::unique_ptr<Counter>> followed_;
+  void come(const Key& key, const VeloDpAclCounter& counter) {
+    go(key);
+    const Counter what{key, ++owner_.lastNumber_};
+    if (owner_.wanted_(what)) followed_[key] = std::make_unique<Follower>(owner_.matched_, what, counter);
+  }
+  void go(const Key& key) {
+    const auto known = followed_.extract(key);
+    if (known && owner_.gone_) owner_.gone_(known.mapped()->what());
+  }
+
+  MatchFollower& owner_;
+  std::map<Key, std::unique_ptr<Follower>> followed_;
   Rix::CollectionFollower<VeloDpAclCounterColl::counterCollectionMap> follower_;
 };
 

@@ -4,6 +4,7 @@
 #include <Kelp/Ptr.h>
 #include <agent/core/InForce.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -20,9 +21,15 @@ namespace Agent {
 class MatchFollower {
  public:
   using Key = Velo::Counter::VeloDpAclCounterKey;
-  using Wanted = std::function<bool(const Key& key)>;
-  using Matched = std::function<void(const Key& key)>;
-  using Gone = std::function<void(const Key& key)>;
+  /// A counter, by its key and by a number that no other one gets.
+  struct Counter {
+    const Key key;
+    const uint32_t number;
+    operator const Key&() const { return key; }
+  };
+  using Wanted = std::function<bool(const Counter& counter)>;
+  using Matched = std::function<void(const Counter& counter)>;
+  using Gone = std::function<void(const Counter& counter)>;
 
   /// `wanted` is asked once for each counter: now, or when its rule counts its first packet, before that is
   /// told. `gone` is called when a counter that is followed is deleted; it may be empty.
@@ -36,11 +43,12 @@ class MatchFollower {
 
  private:
   class Collection;
-  class Counter;
+  class Follower;
 
   const Wanted wanted_;
   const Matched matched_;
   const Gone gone_;
+  uint32_t lastNumber_ = 0;
   std::vector<std::unique_ptr<Collection>> collections_;
 };
 

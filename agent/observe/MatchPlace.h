@@ -5,6 +5,7 @@
 #include <Velo/PacketContext.h>
 #include <agent/forward/Forwarder.h>
 
+#include <array>
 #include <cstdint>
 
 namespace Agent {
@@ -17,7 +18,8 @@ class MatchPlace {
   MatchPlace(const Core& core, const Forwarder& forwarder) : core_(core), forwarder_(forwarder) {}
 
   /// The interface of the match that this counter has just counted, for the packet that the forwarder is
-  /// working on. To be called once for each match. The empty id when no binding explains the match.
+  /// working on. To be called once for each match. The empty id when no binding of a port-channel or its
+  /// member explains the match.
   Nimnet::IntfId of(const Velo::Counter::VeloDpAclCounterKey& key);
 
  private:
@@ -27,6 +29,10 @@ class MatchPlace {
     Nimnet::IntfId port{};
     unsigned stage = 0;  ///< the number of the interface times two, plus one when its MAC list was asked
   };
+
+  /// `interfaces`: the port-channel and its member.
+  Nimnet::IntfId ofMember(const Velo::Counter::VeloDpAclCounterKey& key,
+                          const std::array<Nimnet::IntfId, 2>& interfaces);
 
   const Core& core_;
   const Forwarder& forwarder_;

@@ -10,6 +10,10 @@ namespace Agent {
 
 namespace {
 
+/// The limits of --log-interval, a day, and of --log-rate.
+constexpr uint32_t mostInterval = 86400;
+constexpr uint32_t mostRate = 10000;
+
 class RunCommand final : public ProgramCommand {
  public:
   explicit RunCommand(CLI::App& program);
@@ -17,6 +21,8 @@ class RunCommand final : public ProgramCommand {
   bool loadsPlugin() const override { return true; }
 
  private:
+  /// Adds what is told of matches.
+  void addMatchLog();
   RunOptions options() const;
 
   RunOptions options_;  // what of them is given as it is
@@ -56,12 +62,29 @@ RunCommand::RunCommand(CLI::App& program)
       ->type_name("FILE");
   addLeave(app(), options_.leave);
   addMalformed(app(), options_.malformed);
+  addMatchLog();
   app()
       .add_option(
           "--report", report_,
           "what to print at the end: none, text, or json (the document of replay --json; default none)")
       ->check(CLI::IsMember({"none", "text", "json"}))
       ->type_name("FORM");
+}
+
+void RunCommand::addMatchLog() {
+  MatchLogOptions& matches = options_.matches;
+  app()
+      .add_option("--log-interval", matches.interval,
+                  "seconds between two lines about a flow that a rule with log matches (default 300)")
+      ->check(CLI::Range(1u, mostInterval))
+      ->type_name("SECONDS");
+  app()
+      .add_option("--log-rate", matches.rate,
+                  "how many such lines a second at most, of all flows; 0: none at all (default 100)")
+      ->check(CLI::Range(0u, mostRate))
+      ->type_name("LINES");
+  app().add_flag("--log-drops", matches.drops,
+                 "tell in the same way of packets that no rule of a list matches");
 }
 
 RunOptions RunCommand::options() const {

@@ -77,6 +77,7 @@ Exit Run::run() {
   loop_.run();
   tellServiceManager("STOPPING=1");
   ports_.drain();
+  matchLog_.reset();  // what it still tells is written until the end
   // Everything is saved and reported before the control plane goes, because that may have to wait for a
   // thread.
   state_.reset();
@@ -99,6 +100,7 @@ std::optional<Exit> Run::prepare() {
   if (auto failed = join()) return failed;
   if (auto failed = openPorts()) return failed;
   if (auto failed = lookAtPorts()) return failed;
+  openMatchLog();
   return openControl();
 }
 
@@ -231,6 +233,13 @@ std::optional<Exit> Run::lookAtPorts() {
   for (const Warning& warning : warnings) fmt::print(stderr, "{}\n", warningText(warning));
   const auto why = whyRefused({.lasting = {}, .openings = {}, .told = warnings}, options_.leave);
   return why ? std::optional(refused(exitUsage, *why)) : std::nullopt;
+}
+
+void Run::openMatchLog() {
+  matchLog_ = std::make_unique<MatchLog>(core_, forwarder_, loop_, options_.matches,
+                                         [this](auto make) { log_.tellMade(std::move(make)); });
+  for (const std::string& wrong : matchLog_->wrong())
+    log_.tell({Severity::warning, wrong, {{"VELO_EVENT", "match-message"}}});
 }
 
 std::optional<Exit> Run::openControl() {

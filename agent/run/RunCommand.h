@@ -8,6 +8,7 @@
 #include <agent/core/Exit.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/log/EventLog.h>
+#include <agent/observe/MatchLog.h>
 #include <agent/ports/LivePorts.h>
 #include <agent/run/Deadline.h>
 #include <agent/run/DeviceClaims.h>
@@ -38,6 +39,7 @@ struct RunOptions {
   std::vector<std::vector<std::string>> bridges;
   std::string plugin;
   Leave leave;  ///< for the start, SIGHUP and the directory
+  MatchLogOptions matches;
   FinalReport report = FinalReport::none;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };
@@ -70,6 +72,7 @@ class Run {
   /// if they can.
   std::optional<std::string> whyNoEnd(const std::vector<std::string>& names) const;
   std::optional<Exit> openPorts();
+  void openMatchLog();
   std::optional<Exit> openControl();
   /// Tells and judges what the ports are warned of.
   std::optional<Exit> lookAtPorts();
@@ -95,6 +98,7 @@ class Run {
   std::unique_ptr<StateFile> stateFile_;
   Past past_;  // until it is handed to the control plane
   // These watch or change the running agent. They come last, so that they are destroyed before the ports.
+  std::unique_ptr<MatchLog> matchLog_;
   std::unique_ptr<StateKeeper> state_;
   std::unique_ptr<ControlPlane> control_;
 };

@@ -137,6 +137,35 @@ class Seeing(SeenTest):
         self.assertIn("the frame says on eth1", self.refusal("explain", "--port", "eth2", "--in", line))
 
 
+    def test_rules_with_log_tell_what_they_match(self):
+        logging = CONFIG.replace("eq 10\n", "eq 10 log\n").replace("eq 20 mirror", "eq 20 log mirror")
+        agent = self.start(logging, "--log-drops", "--log-interval", "3600", "--log-rate", "50")
+        self.wire(1).send([udp(10)] * 3 + [udp(20)] + [udp(40)] * 2 + [udp(99)] * 2)
+        self.received("eth1", 8)
+        self.control().apply(logging.replace("eq 10 log", "eq 10"))
+        self.wire(1).send([udp(10, source_port=7)] * 2)
+        self.received("eth1", 10)
+        agent.stop()
+        end = "udp 192.0.2.1(1024) -> 192.0.2.2"
+        told = [line for line in agent.errors.splitlines() if "ACL_" in line]
+        first, further = told[:3], told[3:]
+        self.assertEqual(first, [
+            f"velo: ACL_IPACCESS: list FROM-ALICE rule 10 permitted {end}(10) on eth1 in, 1 packet",
+            f"velo: ACL_IPACCESS2: list FROM-ALICE rule 20 denied {end}(20) on eth1 in, 1 packet",
+            f"velo: ACL_IPACCESS2: list FROM-ALICE implicit drop denied {end}(99) on eth1 in, 1 packet"])
+        self.assertEqual(further, [
+            f"velo: ACL_IPACCESS: list FROM-ALICE rule 10 permitted {end}(10) on eth1 in, 2 more packets",
+            f"velo: ACL_IPACCESS2: list FROM-ALICE implicit drop denied {end}(99) on eth1 in, 1 more packet"])
+
+    def test_options_of_the_log_have_limits(self):
+        for option, value in (("--log-interval", "0"), ("--log-interval", "nan"), ("--log-interval", "1.5"),
+                              ("--log-interval", "86401"), ("--log-rate", "-1"), ("--log-rate", "10001")):
+            done = subprocess.run([live_test.VELO, "run", "--port", "eth1=eth1", option, value], capture_output=True,
+                                  text=True, check=False)
+            self.assertEqual(done.returncode, 2, (option, value))
+            self.assertIn(option, done.stderr)
+
+
 class SeeingSegments(SeenTest):
     offloads = True
 

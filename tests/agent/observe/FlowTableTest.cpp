@@ -1,0 +1,146 @@
+#include <agent/observe/FlowTable.h>
+#include <agent/observe/LineBudget.h>
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <map>
+#include <random>
+#include <tuple>
+
+namespace {
+
+using Agent::FlowKey;
+using Agent::FlowTable;
+using Agent::LineBudget;
+using Kelp::Duration;
+
+FlowKey flow(uint32_t number) {
+  FlowKey key;
+  key.source[1] = number;
+  return key;
+}
+
+TEST(FlowTableTest, EachPartOfAKeyTellsFlowsApart) {
+  std::vector<FlowKey> keys(12);
+  keys[1].source[0] = 1;
+  keys[2].source[1] = 1;
+  keys[3].destination[0] = 1;
+  keys[4].destination[1] = 1;
+  keys[5].intf = Nimnet::IntfId("eth1");
+  keys[6].rule = 1;
+  keys[7].first = 1;
+  keys[8].second = 1;
+  keys[9].type = Acl::AclType::ipv6;
+  keys[10].kind = FlowKey::Kind::laterFragment;
+  keys[11].protocol = 1;
+  FlowTable table(16, 1);
+  for (const FlowKey& key : keys) {
+    EXPECT_EQ(table.find(key, table.hashOf(key)), nullptr);
+    table.add(key, table.hashOf(key), Duration());
+  }
+  for (const FlowKey& key : keys) EXPECT_TRUE(table.find(key, table.hashOf(key))->key == key);
+}
+
+TEST(FlowTableTest, HasRoomForAsManyAsItWasMadeFor) {
+  constexpr uint32_t most = 65536;
+  FlowTable table(most, 1);
+  for (uint32_t i = 0; i < most; ++i) {
+    EXPECT_FALSE(table.full());
+    table.add(flow(i), table.hashOf(flow(i)), Duration());
+  }
+  EXPECT_TRUE(table.full());
+  EXPECT_DEATH(table.add(flow(most), table.hashOf(flow(most)), Duration()), "not filled beyond its size");
+  table.remove(*table.oldest());
+  table.add(flow(most), table.hashOf(flow(most)), Duration());
+  EXPECT_EQ(table.find(flow(0), table.hashOf(flow(0))), nullptr) << "the first of them was the oldest";
+  for (uint32_t i = 1; i <= most; ++i) ASSERT_NE(table.find(flow(i), table.hashOf(flow(i))), nullptr) << i;
+}
+
+/// The same in plain containers.
+struct Model {
+  std::map<uint32_t, uint64_t> further;
+  std::deque<uint32_t> order;  // the oldest first
+
+  void forget(uint32_t number) {
+    further.erase(number);
+    std::erase(order, number);
+  }
+};
+
+TEST(FlowTableTest, DoesWhatPlainContainersDo) {
+  for (uint32_t seed = 0; seed < 20; ++seed) {
+    std::mt19937 random(seed);
+    const uint32_t most = 1 + random() % 40;
+    const uint32_t range = most + 1 + random() % 20;
+    FlowTable table(most, seed);
+    Model model;
+    for (int step = 0; step < 3000; ++step) {
+      const uint32_t number = random() % range;
+      // Few different hashes: their places in the table collide all the time.
+      const uint64_t hash = number % 7 == 0 ? number : number % 5 + (uint64_t{1} << 33);
+      FlowTable::Flow* found = table.find(flow(number), hash);
+      ASSERT_EQ(found != nullptr, model.further.contains(number)) << seed << " " << step;
+      if (!found) {
+        if (table.full()) {
+          model.forget(static_cast<uint32_t>(table.oldest()->key.source[1]));
+          table.remove(*table.oldest());
+        }
+        table.add(flow(number), hash, Duration(step));
+        model.further[number] = 0;
+        model.order.push_back(number);
+      } else if (const auto what = random() % 4; what == 0) {
+        table.remove(*found);
+        model.forget(number);
+      } else if (what == 1) {
+        table.toldIs(*found, Duration(step));
+        model.forget(number);
+        model.further[number] = 0;
+        model.order.push_back(number);
+      } else {
+        ++found->further;
+        ++model.further[number];
+      }
+      ASSERT_EQ(table.size(), model.further.size());
+      ASSERT_EQ(table.oldest() == nullptr, model.order.empty());
+      if (!model.order.empty()) {
+        ASSERT_EQ(table.oldest()->key.source[1], model.order.front());
+      }
+      std::map<uint32_t, uint64_t> seen;
+      for (uint32_t i = 1; i <= table.numbers(); ++i) {
+        if (const auto* each = table.numbered(i))
+          seen[static_cast<uint32_t>(each->key.source[1])] = each->further;
+      }
+      ASSERT_EQ(seen, model.further) << seed << " " << step;
+    }
+  }
+}
+
+TEST(LineBudgetTest, AllowsSoManyInAnySecond) {
+  struct Row {
+    double at;
+    bool taken;
+  };
+  const Row rows[] = {{0, true},    {0.5, true}, {0.9, false}, {1.0, true},
+                      {1.4, false}, {1.5, true}, {1.9, false}, {7, true}};
+  LineBudget budget(2);
+  uint64_t leftOut = 0;
+  for (const Row& row : rows) {
+    EXPECT_EQ(budget.take(Duration(row.at)), row.taken) << row.at;
+    if (!row.taken) ++leftOut;
+    EXPECT_EQ(budget.leftOut(), leftOut);
+  }
+  EXPECT_EQ(budget.leftOutSince().seconds(), 0.9);
+  EXPECT_EQ(budget.takeLeftOut(), 3u);
+  EXPECT_EQ(budget.leftOut(), 0u);
+  EXPECT_TRUE(budget.take(Duration(7)));
+  EXPECT_FALSE(budget.take(Duration(7)));
+  EXPECT_EQ(budget.leftOutSince().seconds(), 7) << "the first one since";
+}
+
+TEST(LineBudgetTest, ANoughtAllowsNothing) {
+  LineBudget budget(0);
+  EXPECT_FALSE(budget.take(Duration(5)));
+  EXPECT_EQ(budget.leftOut(), 1u);
+}
+
+}  // namespace
