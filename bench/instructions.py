@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """usage: instructions.py [BUILD_FOLDER...] [--filter REGEX]
 
-Instructions that judging one packet takes, counted by valgrind's callgrind: the same whatever else the machine does.
-For each build folder (build/release when none is given) every benchmark of packets-bench that judges packets, with
-the inclusive cost of DataplaneAclHelper::processPkt a call. Two folders are set side by side.
+Instructions that one packet takes, counted by valgrind's callgrind: the same whatever else the machine does. For each
+build folder (build/release when none is given) the benchmarks of COUNTED, with the inclusive cost of a call of the
+function beside them. Two folders are set side by side.
 """
 
 import argparse
@@ -12,7 +12,11 @@ import subprocess
 import sys
 import tempfile
 
-COUNTED = "DataplaneAclHelper::processPkt"
+# By program: which benchmarks, and the function whose calls are counted.
+COUNTED = {
+    "packets-bench": ("^judge", "DataplaneAclHelper::processPkt"),
+    "matches-bench": ("^matches", "Forwarder::receive"),
+}
 
 
 def benchmarks(program, wanted):
@@ -22,7 +26,7 @@ def benchmarks(program, wanted):
     return [line.split("/repeats")[0] for line in listed.stdout.split()]
 
 
-def instructions(program, name):
+def instructions(program, name, counted):
     """A call's, on average."""
     with tempfile.NamedTemporaryFile() as out:
         command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={out.name}", "--compress-strings=no"]
@@ -33,7 +37,7 @@ def instructions(program, name):
         for line in pathlib.Path(out.name).read_text(errors="replace").splitlines():
             # A call is three lines: who is called, how often, and from which line at what inclusive cost.
             if line.startswith("cfn="):
-                state = "called" if COUNTED in line else ""
+                state = "called" if counted in line else ""
             elif state == "called" and line.startswith("calls="):
                 calls += int(line.split()[0].removeprefix("calls="))
                 state = "cost"
@@ -46,12 +50,13 @@ def instructions(program, name):
 def main():
     parser = argparse.ArgumentParser(usage=__doc__.splitlines()[0].removeprefix("usage: "))
     parser.add_argument("folders", nargs="*", default=["build/release"])
-    parser.add_argument("--filter", default="^judge")
+    parser.add_argument("--filter")
     arguments = parser.parse_args()
-    programs = [f"{folder}/bin/packets-bench" for folder in arguments.folders]
-    for name in benchmarks(programs[0], arguments.filter):
-        counts = [instructions(program, name) for program in programs]
-        print(f"{name:32}" + "".join(f"{count:10.1f}" for count in counts), flush=True)
+    for program, (usual, counted) in COUNTED.items():
+        paths = [f"{folder}/bin/{program}" for folder in arguments.folders]
+        for name in benchmarks(paths[0], arguments.filter or usual):
+            counts = [instructions(path, name, counted) for path in paths]
+            print(f"{name:40}" + "".join(f"{count:10.1f}" for count in counts), flush=True)
 
 
 if __name__ == "__main__":

@@ -68,7 +68,6 @@ void FlowTable::remove(Flow& flow) {
 
 void FlowTable::toldIs(Flow& flow, Kelp::Duration now) {
   unlink(flow);
-  flow.further = 0;
   flow.told = now;
   append(numberOf(flow));
 }

@@ -17,7 +17,7 @@ class FlowTable {
   struct Flow {
     FlowKey key;
     uint64_t further = 0;  ///< packets that nobody was told of yet
-    Kelp::Duration told;   ///< when somebody was told last
+    Kelp::Duration told;   ///< when somebody was told last, or should have been
 
    private:
     friend class FlowTable;
@@ -36,7 +36,7 @@ class FlowTable {
   /// Adds a flow that is not there, as the newest one. The table must not be full.
   Flow& add(const FlowKey& key, uint64_t hash, Kelp::Duration now);
   void remove(Flow& flow);
-  /// Somebody was told of all packets of this flow: it is the newest one now.
+  /// The flow is the newest one now.
   void toldIs(Flow& flow, Kelp::Duration now);
 
   bool full() const { return used_ == most_; }

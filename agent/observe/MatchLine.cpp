@@ -22,6 +22,8 @@ std::string endWords(const MatchLine& line) {
                      countText(line.packets, line.first ? "packet" : "more packet"));
 }
 
+namespace Fields {
+
 constexpr Field nothing{"nothing", [](const MatchLine&) { return std::string(); }};
 constexpr Field list{"the list", [](const MatchLine& line) { return line.list; }};
 constexpr Field rule{"`rule` and its number, or `implicit drop`", ruleWords};
@@ -50,15 +52,17 @@ constexpr Field packet{"protocol, source, `->`, destination, and the rest as wit
                                             flowDestination(line.flow), endWords(line));
                        }};
 
-constexpr Field ipFields[] = {nothing, list, ruleBehindBlank, verdict, packet};
-constexpr Field ip6Fields[] = {nothing, list, rule, verdict, protocol, source, destination, end};
-constexpr Field macFields[] = {nothing, list, rule, verdict, etherType, sourceMac, destinationMac, endOfMac};
+constexpr Field ofIp[] = {nothing, list, ruleBehindBlank, verdict, packet};
+constexpr Field ofIp6[] = {nothing, list, rule, verdict, protocol, source, destination, end};
+constexpr Field ofMac[] = {nothing, list, rule, verdict, etherType, sourceMac, destinationMac, endOfMac};
+
+}  // namespace Fields
 
 constexpr Message messages[] = {
-    {"ACL_IPACCESS", "IPv4, permitted", ipFields},
-    {"ACL_IPACCESS2", "IPv4, denied", ipFields},
-    {"ACL_IP6ACCESS", "IPv6", ip6Fields},
-    {"ACL_MACACCESS", "MAC lists", macFields},
+    {"ACL_IPACCESS", "IPv4, permitted", Fields::ofIp},
+    {"ACL_IPACCESS2", "IPv4, denied", Fields::ofIp},
+    {"ACL_IP6ACCESS", "IPv6", Fields::ofIp6},
+    {"ACL_MACACCESS", "MAC lists", Fields::ofMac},
 };
 
 size_t messageOf(const MatchLine& line) {

@@ -87,9 +87,9 @@ void MatchLog::handleMatch(const Counter& counter) {
     ++known->further;
     return;
   }
+  if (!note(key, 1, true)) return leaveOut(1);
   if (flows_.full()) end(*flows_.oldest());
   flows_.add(key, hash, now());
-  note(key, 1, true);
 }
 
 void MatchLog::handleGone(const Counter& counter) {
@@ -99,23 +99,26 @@ void MatchLog::handleGone(const Counter& counter) {
   task_->scheduleTask();
 }
 
-void MatchLog::note(const FlowKey& flow, uint64_t packets, bool first) {
-  if (!budget_.take(now())) {
-    packetsLeftOut_ += packets;
-    return;
-  }
+bool MatchLog::note(const FlowKey& flow, uint64_t packets, bool first) {
+  if (!budget_.take(now())) return false;
   KELP_ASSERT(notes_.size() < notes_.capacity(), "the lines of a turn are no more than those of a second");
   notes_.push_back({flow, packets, first});
+  return true;
 }
 
 void MatchLog::end(Flow& flow) {
-  if (flow.further > 0) note(flow.key, flow.further, false);
+  if (flow.further > 0 && !note(flow.key, flow.further, false)) leaveOut(flow.further);
   flows_.remove(flow);
+}
+
+void MatchLog::leaveOut(uint64_t packets) {
+  if (leftOut_ == 0) leftOutSince_ = now();
+  leftOut_ += packets;
 }
 
 bool MatchLog::poll() {
   tellNotes();
-  if (!task_->taskWorkQueued() || budget_.leftOut() > 0) schedule();
+  if (!task_->taskWorkQueued() || leftOut_ > 0) schedule();
   return false;
 }
 
@@ -142,22 +145,19 @@ MatchLine MatchLog::lineOf(const Note& note) {
 }
 
 void MatchLog::tellLeftOut() {
-  const uint64_t lines = budget_.takeLeftOut();
-  if (lines == 0) return;
-  const uint64_t packets = std::exchange(packetsLeftOut_, 0);
+  const uint64_t packets = std::exchange(leftOut_, 0);
+  if (packets == 0) return;
   LogEvent event{Severity::notice,
-                 fmt::format("{} about matches, of {}, left out here: more than {} a second",
-                             countText(lines, "line"), countText(packets, "packet"), options_.rate),
-                 {{"VELO_EVENT", "match-left-out"},
-                  {"VELO_LINES", std::to_string(lines)},
-                  {"VELO_PACKETS", std::to_string(packets)}}};
+                 fmt::format("matches of {} are left out here: more than {} a second",
+                             countText(packets, "packet"), countText(options_.rate, "line")),
+                 {{"VELO_EVENT", "match-left-out"}, {"VELO_PACKETS", std::to_string(packets)}}};
   tell_([event = std::move(event)] { return std::vector{event}; });
 }
 
 void MatchLog::run() {
   const bool done = endFlowsOfGoneRules() && tellFlowsThatAreDue();
   tellNotes();
-  if (budget_.leftOut() > 0 && now() - budget_.leftOutSince() >= LineBudget::window) tellLeftOut();
+  if (now() - leftOutSince_ >= LineBudget::window) tellLeftOut();
   if (done) {
     schedule();
   } else {
@@ -183,7 +183,7 @@ bool MatchLog::tellFlowsThatAreDue() {
     if (flow->further == 0) {
       end(*flow);
     } else {
-      note(flow->key, flow->further, false);
+      if (note(flow->key, flow->further, false)) flow->further = 0;
       flows_.toldIs(*flow, now());
     }
     if (task_->taskShouldYield()) return false;
@@ -193,7 +193,7 @@ bool MatchLog::tellFlowsThatAreDue() {
 
 void MatchLog::schedule() {
   if (const Flow* oldest = flows_.oldest()) task_->scheduleTaskDelay(oldest->told + interval_ - now());
-  if (budget_.leftOut() > 0) task_->scheduleTaskDelay(budget_.leftOutSince() + LineBudget::window - now());
+  if (leftOut_ > 0) task_->scheduleTaskDelay(leftOutSince_ + LineBudget::window - now());
 }
 
 }  // namespace Agent

@@ -28,8 +28,11 @@ struct MatchLogOptions {
 
 /// Tells the log what rules with `log` match: the first packet of a flow at once, how many further ones there
 /// were once an interval, and again when the flow ends: when it was idle for an interval, when its rule is
-/// gone, when the table is full and no flow was told of longer ago, and at the end. When there are too many
-/// lines the rest is left out, and a line says how many.
+/// gone, when the table is full and no flow was told of longer ago, and at the end.
+///
+/// When there are too many lines, a flow becomes known only with a later packet, and further packets are told
+/// of an interval later. How many packets no line tells of is told once a second. So a flood of new flows
+/// costs no known flow its place in the table.
 ///
 /// Rules are known by their counters. A rule with another `log` is another rule, with another id and another
 /// counter, so that each counter is asked for once whether it is to be followed.
@@ -76,9 +79,10 @@ class MatchLog final : private Poller {
   void handleMatch(const Counter& counter);
   void handleGone(const Counter& counter);
 
-  /// Notes a line about a flow, unless there are too many.
-  void note(const FlowKey& flow, uint64_t packets, bool first);
+  /// Notes a line about a flow. False when there are too many.
+  bool note(const FlowKey& flow, uint64_t packets, bool first);
   void end(Flow& flow);
+  void leaveOut(uint64_t packets);
 
   bool poll() override;
   void tellNotes();
@@ -103,7 +107,8 @@ class MatchLog final : private Poller {
   LineBudget budget_;
   std::vector<Note> notes_;         // of this turn; grows up to what is reserved
   std::map<uint32_t, Rule> rules_;  // by the number of the counter
-  uint64_t packetsLeftOut_ = 0;
+  uint64_t leftOut_ = 0;            // packets that no line tells of
+  Kelp::Duration leftOutSince_;
   uint32_t lookedAt_ = 0;  // of the numbers of flows, since a rule has gone
   bool rulesGone_ = false;
   MatchPlace place_;
