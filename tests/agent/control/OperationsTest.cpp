@@ -1,6 +1,7 @@
 #include <agent/show/Shows.h>
 #include <malloc.h>
 
+#include "../../support/Sanitizers.h"
 #include "../support/RunningAgent.h"
 
 namespace {
@@ -164,7 +165,8 @@ TEST_F(OperationsTest, TextsAreAccountedForAndBounded) {
         << "whoever asked for too much has nothing left";
   }
   EXPECT_EQ(operations.heldOctets(), 0u);
-  {
+  // As many octets again, which take long to watch.
+  if (!sanitizers) {
     Agent::Session names(operations);
     int taken = 0;
     for (Json answer; taken < 2000; ++taken) {
