@@ -2,7 +2,7 @@
 """Tests that an operator can live with `velo run`: changes, deaths and hostile clients under real traffic.
 
 usage: operating_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
-environment: VELO_LIVE_CHANGES, VELO_LIVE_KILLS and VELO_LIVE_CLIENTS ask for more of each than fits into a build.
+environment: VELO_LIVE_CHANGES, VELO_LIVE_KILLS, VELO_LIVE_ROUNDS and VELO_LIVE_CLIENTS ask for more of each than fits into a build.
 """
 
 import errno
@@ -513,6 +513,161 @@ class Surviving(OperatedTest):
         self.assertTrue(os.path.exists(state + ".aside"))
         agent.stop()
         self.assertIn("is set aside", agent.errors)
+
+
+class Remembering(OperatedTest):
+    """Edits, applies, rollbacks and kills in any order, with packets in between, against a model: as long as a rule
+    says the same it keeps its id and its count, whatever its number."""
+
+    def setUp(self):
+        super().setUp()
+        self.stations_are(1, 2)
+        self.sender = self.wire(1)
+        self.chance = random.Random(int(os.environ.get("VELO_LIVE_SEED", "1")))
+        self.config = os.path.join(self.folder, "a.acl")
+        self.rules = {}          # what each number says: the port of its rule
+        self.counts = {}         # by port, while the rule is in force
+        self.ids = {}            # likewise
+        self.meanings = {}       # the port that an id ever stood for
+        self.past = [{}]         # what was in force behind every change
+        self.saved = {}
+        self.save()
+
+    @staticmethod
+    def text(rules):
+        lines = [f"  {number} permit udp any any eq {port}" for number, port in sorted(rules.items())]
+        return "\n".join(["ip access-list A", *lines, "interface eth1", "  ip access-group A in", ""])
+
+    def save(self):
+        self.saved = dict(self.rules)
+        with open(self.config, "w", encoding="utf-8") as file:
+            file.write(self.text(self.saved))
+
+    def became(self, rules):
+        if rules == self.rules:
+            return
+        self.rules = dict(rules)
+        self.past.append(self.rules)
+        ports = set(rules.values())
+        self.counts = {port: self.counts.get(port, 0) for port in ports}
+        self.ids = {port: self.ids.get(port) for port in ports}
+
+    def begin(self):
+        self.running = self.start(self.text(self.saved), "--state", os.path.join(self.folder, "state"))
+        self.client = Control(self.socket)
+        self.became(self.saved)
+
+    def kill(self):
+        time.sleep(1.2)  # longer than what was last may go unsaved
+        self.running.process.send_signal(signal.SIGKILL)
+        self.running.process.wait()
+        self.client.close()
+        self.begin()
+
+    def free_port(self):
+        return self.chance.choice([port for port in range(100, 140) if port not in self.rules.values()])
+
+    def some(self):
+        return self.chance.choice(sorted(self.rules))
+
+    def edit(self):
+        rules = dict(self.rules)
+        what = self.chance.choice(("add", "no", "move", "resequence") if rules else ("add",))
+        if what == "add" and len(rules) < 30:
+            number = self.chance.randint(1, 200)
+            rules[number] = self.free_port()
+            command = f"{number} permit udp any any eq {rules[number]}"
+        elif what == "no":
+            number = self.some()
+            del rules[number]
+            command = f"no {number}"
+        elif what == "resequence":
+            first, step = self.chance.randint(1, 40), self.chance.randint(1, 40)
+            rules = {first + step * place: rules[number] for place, number in enumerate(sorted(rules))}
+            command = f"resequence {first} {step}"
+        else:
+            return self.move()
+        self.client.ask("text", name="edit", text=command)
+        self.assertTrue(self.client.ask("edit", list="A")["applied"], command)
+        self.became(rules)
+
+    def move(self):
+        """The agent chooses the number; the model knows the order."""
+        number, to = self.some(), self.some()
+        if number == to:
+            return
+        side = self.chance.choice(("before", "after"))
+        self.client.ask("text", name="edit", text=f"move {number} {side} {to}")
+        try:
+            self.client.ask("edit", list="A")
+        except RuntimeError as refused:
+            return self.assertIn("free number", str(refused))
+        order = [self.rules[at] for at in sorted(self.rules) if at != number]
+        order.insert(order.index(self.rules[to]) + (side == "after"), self.rules[number])
+        shown = rules_of(self.client.ask("show", what="access-lists"))
+        is_now = {at: int(rule["text"].split()[-1]) for at, rule in shown.items()}
+        self.assertEqual([is_now[at] for at in sorted(is_now)], order)
+        self.became(is_now)
+
+    def apply(self):
+        rules = {number + self.chance.randint(0, 20): port for number, port in self.rules.items() if self.chance.random() < 0.7}
+        for _ in range(self.chance.randint(0, 4)):
+            number, port = self.chance.randint(1, 200), self.free_port()
+            if port not in rules.values():
+                rules[number] = port
+        self.client.apply(self.text(rules))
+        self.became(rules)
+
+    def roll_back(self):
+        changes = self.client.ask("show", what="history")["changes"]
+        back = self.chance.randrange(min(len(changes), len(self.past), 20))
+        rules = self.past[-1 - back]
+        self.client.ask("rollback", number=changes[-1 - back]["number"])
+        self.became(rules)
+
+    def packets(self):
+        ports = self.chance.choices(sorted(self.rules.values()) + [99], k=5)
+        self.sender.send([udp(port) for port in ports])
+        for port in ports:
+            if port in self.counts:
+                self.counts[port] += 1
+
+    def check(self, why):
+        def shown():
+            rules = rules_of(self.client.ask("show", what="access-lists"))
+            return {number: (int(rule["text"].split()[-1]), rule["matches"]["in"]) for number, rule in rules.items()}
+        wanted_now = {number: (port, self.counts[port]) for number, port in self.rules.items()}
+        if not live_test.until(lambda: shown() == wanted_now, 3):
+            self.assertEqual(shown(), wanted_now, why)
+        for rule in rules_of(self.client.ask("show", what="access-lists")).values():
+            port = int(rule["text"].split()[-1])
+            self.assertEqual(self.meanings.setdefault(rule["id"], port), port, why)
+            if self.ids[port] is None:
+                self.assertNotIn(rule["id"], self.ids.values(), why)
+                self.ids[port] = rule["id"]
+            self.assertEqual(rule["id"], self.ids[port], why)
+
+    def test_ids_and_counts_are_never_lost_and_never_mixed_up(self):
+        rounds, kills = wanted("ROUNDS", 60), 0
+        self.begin()
+        for number in range(rounds):
+            chance = self.chance.random()
+            if chance < 0.05:
+                self.kill()
+                kills += 1
+            elif chance < 0.15:
+                self.roll_back()
+            elif chance < 0.3:
+                self.apply()
+            elif chance < 0.35:
+                self.save()
+            else:
+                self.edit()
+            self.packets()
+            self.check(f"round {number}")
+        self.client.close()
+        self.assertGreater(kills, 0)
+        print(f"{rounds} rounds, {kills} kills, {len(self.meanings)} ids", flush=True)
 
 
 class Hostile(OperatedTest):
