@@ -13,7 +13,8 @@ usage: bench/live.sh [--bin DIR] [--rounds N] [--seconds S] [--sizes "OCTETS..."
   --seconds  how long each time (default 1)
   --sizes    octets of the frames with their check sequence (default "64 1500")
   --only     what to measure, by name
-As root, on an idle machine; where other work runs, under chrt -f 5. Frames meet the last rule of every list, and the
+As root, on an idle machine; where other work runs, under chrt -f 5. In the lists that log the last rule does; a flood
+is of 64,512 flows, which nobody is told of but a hundred a second, everything else of 64 flows. Frames meet the last rule of every list, and the
 others differ from it in the port.
 TEXT
 }
@@ -63,7 +64,7 @@ station=203.0.113.1 peer=198.51.100.7 port=443
 write_list() {
   echo "ip access-list L"
   for ((i = 1; i < $1; ++i)); do echo " permit udp host $station host $peer eq $((port + i))"; done
-  echo " permit udp host $station host $peer eq $port"
+  echo " permit udp host $station host $peer eq $port ${2:-}"
   for device in eth1 eth2; do printf 'interface %s\n ip access-group L in\n ip access-group L out\n' "$device"; done
 }
 write_nft() {
@@ -83,6 +84,7 @@ write_nft() {
   printf '}\n}\n'
 }
 for rules in 10 1000 10000; do write_list "$rules" >"$work/$rules.acl"; done
+write_list 10 log >"$work/10-log.acl"
 write_nft linear 1000 >"$work/linear.nft"
 write_nft set 1000 >"$work/set.nft"
 
@@ -90,6 +92,10 @@ write_nft set 1000 >"$work/set.nft"
 # where the frame was sent.
 first=() second=()
 if [[ $(nproc) -gt 1 ]]; then first=(taskset -c 0) second=(taskset -c 1); fi
+list_of() {
+  local name=${1#velo-}
+  echo "${name%-flood}"
+}
 inside() { ip netns exec "$middle" "$@"; }
 start() {
   case $1 in
@@ -98,8 +104,8 @@ start() {
       forwarder=$!
       ;;
     velo-*)
-      "${second[@]}" ip netns exec "$middle" "$bin/velo" run --config "$work/${1#velo-}.acl" --port eth1=eth1 \
-        --port eth2=eth2 --patch eth1,eth2 &
+      "${second[@]}" ip netns exec "$middle" "$bin/velo" run --config "$work/$(list_of "$1").acl" \
+        --port eth1=eth1 --port eth2=eth2 --patch eth1,eth2 2>>"$work/log" &
       forwarder=$!
       ;;
     bridge*)
@@ -124,7 +130,7 @@ stop() {
 # Nanoseconds that the forwarder has had a processor for; the kernel's bridge works on its senders' time.
 used() { if [[ -n $forwarder ]]; then cut -d' ' -f1 "/proc/$forwarder/schedstat"; else echo 0; fi; }
 arrived() { ip netns exec "$out" cat /sys/class/net/r0/statistics/rx_packets; }
-send() { "${first[@]}" ip netns exec "$in" "$bin/send-frames" s0 "$1" "$2"; }
+send() { "${first[@]}" ip netns exec "$in" "$bin/send-frames" s0 "$1" "$2" 0 "${3:-64}"; }
 # Waits until frames pass: big lists take a while to read.
 ready() {
   local before=0
@@ -134,17 +140,19 @@ ready() {
     sleep 0.05
     [[ $(arrived) -eq $before ]] || return 0
   done
-  die "nothing passes $1"
+  die "nothing passes $1: $(tail -n 3 "$work/log" 2>/dev/null)"
 }
 
 for size in $sizes; do
   for ((round = 1; round <= rounds; ++round)); do
-    for name in bare velo-10 velo-1000 velo-10000 bridge bridge-nft-set bridge-nft-linear; do
+    for name in bare velo-10 velo-10-log velo-10-flood velo-10-log-flood velo-1000 velo-10000 bridge bridge-nft-set bridge-nft-linear; do
       [[ $name =~ $only ]] || continue
       start "$name"
       ready "$name"
       before=$(arrived) time=$(used)
-      sent=$(send $((size - 4)) "$seconds")
+      flows=64
+      [[ $name != *-flood ]] || flows=64512
+      sent=$(send $((size - 4)) "$seconds" "$flows")
       sleep 0.1
       echo "$size $name $(($(arrived) - before)) $sent $(($(used) - time))" >>"$work/figures"
       stop

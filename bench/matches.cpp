@@ -101,13 +101,10 @@ MATCHES(new_flows_rule_with_log, Log::onTheRule, 1 << 24, usual);
 #undef MATCHES
 
 [[maybe_unused]] const bool ratios = [] {
-  constexpr double tenthOfTheRate = 1 / 0.9;
   for (const char* flows : {"one_flow", "known_flows", "new_flows"}) {
     const auto name = [flows](const char* what) { return fmt::format("matches/{}_{}", flows, what); };
-    Bench::ratio(fmt::format("{}: rule without log to no log at all", flows), name("rule_without_log"),
-                 name("no_log"), 1.0);
-    Bench::ratio(fmt::format("{}: rule with log to rule without", flows), name("rule_with_log"),
-                 name("rule_without_log"), tenthOfTheRate);
+    Bench::ratio(fmt::format("{}: rule without log against no log at all", flows), name("rule_without_log"),
+                 name("no_log"), 1.02);
   }
   return true;
 }();

@@ -1,7 +1,9 @@
-// Sends UDP frames of 64 flows by an interface, as fast as it goes or at a rate, and prints how many it sent.
+// Sends UDP frames of 64 flows or more by an interface, as fast as it goes or at a rate, and prints how many
+// it sent.
 //
-// usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND]
-// (octets of a frame without its check sequence, 46 to 1514)
+// usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND [FLOWS]]
+// (octets of a frame without its check sequence, 46 to 1514; a rate of 0 is as fast as it goes; 64 to 64512
+// flows)
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -18,7 +20,8 @@
 
 namespace {
 
-constexpr unsigned flows = 64;
+constexpr unsigned burst = 64;
+constexpr unsigned firstPort = 1024;
 
 void write16(uint8_t* at, size_t value) {
   at[0] = static_cast<uint8_t>(value >> 8);
@@ -37,7 +40,7 @@ std::vector<uint8_t> frameOf(unsigned flow, size_t size) {
   for (int i = 0; i < 20; i += 2) sum += static_cast<uint32_t>(ip[i] << 8 | ip[i + 1]);
   while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
   write16(ip + 10, ~sum & 0xffff);
-  write16(ip + 20, 1024 + flow);
+  write16(ip + 20, firstPort + flow);
   write16(ip + 22, 443);
   write16(ip + 24, size - 34);
   return frame;
@@ -46,9 +49,10 @@ std::vector<uint8_t> frameOf(unsigned flow, size_t size) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const size_t size = argc == 4 || argc == 5 ? static_cast<size_t>(std::atoi(argv[2])) : 0;
-  if (size < 46 || size > 1514) {
-    std::fprintf(stderr, "usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND]\n");
+  const size_t size = argc >= 4 && argc <= 6 ? static_cast<size_t>(std::atoi(argv[2])) : 0;
+  const unsigned flows = argc == 6 ? static_cast<unsigned>(std::atoi(argv[5])) : burst;
+  if (size < 46 || size > 1514 || flows < burst || flows > 65536 - firstPort) {
+    std::fprintf(stderr, "usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND [FLOWS]]\n");
     return 2;
   }
   const int fd = socket(AF_PACKET, SOCK_RAW, 0);
@@ -60,9 +64,9 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::vector<std::vector<uint8_t>> frames;
-  iovec parts[flows];
-  mmsghdr messages[flows] = {};
-  for (unsigned flow = 0; flow < flows; ++flow) {
+  iovec parts[burst];
+  mmsghdr messages[burst] = {};
+  for (unsigned flow = 0; flow < burst; ++flow) {
     frames.push_back(frameOf(flow, size));
     parts[flow] = {frames.back().data(), size};
     messages[flow].msg_hdr.msg_iov = &parts[flow];
@@ -71,19 +75,24 @@ int main(int argc, char** argv) {
   using Clock = std::chrono::steady_clock;
   const auto begin = Clock::now();
   const auto end = begin + std::chrono::duration<double>(std::atof(argv[3]));
-  const double rate = argc == 5 ? std::atof(argv[4]) : 0;
+  const double rate = argc >= 5 ? std::atof(argv[4]) : 0;
   uint64_t sent = 0;
+  unsigned next = 0;
   for (auto now = begin; now < end; now = Clock::now()) {
     if (rate > 0) {
       const double due =
           std::chrono::duration<double>(now - begin).count() * rate - static_cast<double>(sent);
       // A burst is full before it is sent. Who sleeps leaves the processor to others.
-      if (due < flows) {
-        std::this_thread::sleep_for(std::chrono::duration<double>((flows - due) / rate));
+      if (due < burst) {
+        std::this_thread::sleep_for(std::chrono::duration<double>((burst - due) / rate));
         continue;
       }
     }
-    const int done = sendmmsg(fd, messages, flows, 0);
+    for (std::vector<uint8_t>& each : frames) {
+      write16(&each[34], firstPort + next);
+      next = (next + 1) % flows;
+    }
+    const int done = sendmmsg(fd, messages, burst, 0);
     if (done > 0) sent += static_cast<uint64_t>(done);
   }
   std::printf("%llu\n", static_cast<unsigned long long>(sent));

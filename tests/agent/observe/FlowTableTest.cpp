@@ -103,6 +103,7 @@ TEST(FlowTableTest, DoesWhatPlainContainersDo) {
         ++model.further[number];
       }
       ASSERT_EQ(table.size(), model.further.size());
+      ASSERT_LE(table.numbers(), most) << "places are used again";
       ASSERT_EQ(table.oldest() == nullptr, model.order.empty());
       if (!model.order.empty()) {
         ASSERT_EQ(table.oldest()->key.source[1], model.order.front());

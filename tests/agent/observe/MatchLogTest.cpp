@@ -213,22 +213,25 @@ TEST(MatchLogTest, SaysSeverityAndFieldsForPrograms) {
 }
 
 TEST(MatchLogTest, NamesTheInterfaceOfEachMatch) {
-  LoggedAgent agent(
-      "ip access-list L\n  10 permit udp any any log\n"
-      "port-channel po1 members eth2\ninterface eth2\n  ip access-group L in\ninterface po1\n  ip "
-      "access-group L in\n"
-      "interface eth4\n  ip access-group L out\ninterface eth5\n  ip access-group L out\n");
-  agent.agent().bridge({"po1", "eth4", "eth5"});
+  std::string text =
+      "ip access-list L\n  10 permit udp any any log\nport-channel po1 members eth2\n"
+      "port-channel po6 members eth6\nport-channel po7 members eth7\n";
+  for (const char* in : {"eth2", "po1"}) text += fmt::format("interface {}\n  ip access-group L in\n", in);
+  for (const char* out : {"eth4", "eth5", "po6", "eth6", "eth7"})
+    text += fmt::format("interface {}\n  ip access-group L out\n", out);
+  LoggedAgent agent(text);
+  agent.agent().bridge({"po1", "eth4", "eth5", "po6", "po7"});
   const auto line = [](const char* where) {
     return fmt::format(
         "ACL_IPACCESS: list L rule 10 permitted udp 192.0.2.1(1024) -> 198.51.100.7(53) on {}, 1 packet",
         where);
   };
   EXPECT_THAT(agent.receive("eth2", udpTo(53)),
-              ElementsAre(line("po1 in"), line("eth2 in"), line("eth4 out"), line("eth5 out")))
+              ElementsAre(line("po1 in"), line("eth2 in"), line("eth4 out"), line("eth5 out"),
+                          line("po6 out"), line("eth6 out"), line("eth7 out")))
       << "the port-channel, its member, and each port that a flooded frame leaves by";
   EXPECT_THAT(agent.receive("eth2", udpTo(53)), IsEmpty());
-  EXPECT_EQ(agent.end().size(), 4u);
+  EXPECT_EQ(agent.end().size(), 7u);
 }
 
 TEST(MatchLogTest, TellsAMirroredPacketOnce) {
@@ -305,6 +308,18 @@ TEST(MatchLogTest, EndsTheFlowsOfAListThatIsGone) {
   EXPECT_EQ(agent.log().rules(), 0u);
 }
 
+TEST(MatchLogTest, KeepsTheFlowsOfRulesThatStay) {
+  LoggedAgent agent(boundList("10 permit udp any any eq 53 log\n  20 permit udp any any eq 54 log"));
+  for (const uint16_t port : {53, 54}) {
+    EXPECT_EQ(agent.receive("eth1", udpTo(port)).size(), 1u);
+    agent.receive("eth1", udpTo(port));
+  }
+  EXPECT_EQ(agent.apply(boundList("10 permit udp any any eq 53 log")).size(), 1u);
+  EXPECT_EQ(agent.log().flows(), 1u);
+  EXPECT_THAT(agent.receive("eth1", udpTo(53)), IsEmpty()) << "it is known";
+  EXPECT_THAT(agent.end(), ElementsAre(std::string(namesAsked) + "2 more packets"));
+}
+
 TEST(MatchLogTest, TellsWhatIsLeftWhenItEnds) {
   {
     LoggedAgent agent(loggedNames);
@@ -349,6 +364,19 @@ TEST(MatchLogTest, TellsFurtherPacketsLaterWhenThereAreTooManyLines) {
   EXPECT_THAT(agent.advance(299), ElementsAre(line(1, "1 more packet"))) << "both are due";
   agent.receive("eth1", udpTo(2));
   EXPECT_THAT(agent.advance(300), ElementsAre(line(2, "2 more packets"))) << "nothing is lost";
+}
+
+TEST(MatchLogTest, SaysWhatWasLeftOutASecondAfterTheFirst) {
+  LoggedAgent agent(allLogged, {.interval = 10, .rate = 1});
+  EXPECT_EQ(agent.receive("eth1", udpTo(1)).size(), 1u);
+  agent.advance(9.5);
+  EXPECT_EQ(agent.receive("eth1", udpTo(2)).size(), 1u);
+  agent.advance(0.25);
+  EXPECT_THAT(agent.receive("eth1", udpTo(3)), IsEmpty());
+  EXPECT_THAT(agent.advance(0.5), IsEmpty()) << "meanwhile a flow was due";
+  EXPECT_EQ(agent.log().flows(), 1u);
+  EXPECT_THAT(agent.advance(0.5),
+              ElementsAre("matches of 1 packet are left out here: more than 1 line a second"));
 }
 
 TEST(MatchLogTest, SaysAtItsEndWhatWasLeftOut) {
