@@ -80,15 +80,15 @@ class World {
     const auto shown = [&] {
       return fmt::format("frame {:02x} on {}: {}, hits {}\n{}", fmt::join(frame, ""), name,
                          verdict.passed() ? "passed" : verdict.droppedBy->name().view(),
-                         recorder_->hits().size(), Config::textOf(model_));
+                         recorder_->fate().hits.size(), Config::textOf(model_));
     };
-    for (const Agent::Hit& hit : recorder_->hits()) {
+    for (const Agent::Hit& hit : recorder_->fate().hits) {
       Count& count = counts_[keyOf(hit)];
       ++count.packets;
       count.bytes += frame.size();
     }
     const std::string malformed = Fuzz::whyMalformed(frame);
-    const bool takenForMalformed = !verdict.passed() && recorder_->hits().empty();
+    const bool takenForMalformed = !verdict.passed() && recorder_->fate().hits.empty();
     Fuzz::require(takenForMalformed == !malformed.empty(), [&] {
       return (malformed.empty() ? "not malformed" : "malformed: " + malformed) + ", " + shown();
     });
@@ -103,8 +103,8 @@ class World {
     Fuzz::require(verdict.passed() == (in && out), both);
     Fuzz::require(verdict.passed() || verdict.direction == (in ? AclDirection::out : AclDirection::in), both);
     Fuzz::require(this->copies() - copies == judge->copies(), both);
-    Fuzz::require(std::equal(judge->hits().begin(), judge->hits().end(), recorder_->hits().begin(),
-                             recorder_->hits().end(), isSame),
+    Fuzz::require(std::equal(judge->hits().begin(), judge->hits().end(), recorder_->fate().hits.begin(),
+                             recorder_->fate().hits.end(), isSame),
                   both);
   }
 

@@ -54,18 +54,16 @@ Json Explainer::explain(const std::string& port, const Frame& frame) {
   document_["asked"] = Json::array();
   document_["mirrored"] = Json::array();
   document_["egress"] = Json::array();
-  askedBefore_ = 0;
+  fate_ = {};
+  fate_.port = port;
   const Verdict verdict = forwarder_.tryPacket(Nimnet::IntfId::known(port), out);
   document_["frame"] = packetText(*ctx_);
-  std::string reason;
-  if (!verdict.passed()) {
-    // Dropped at every port that it was to leave by: the reason of the first one is told.
-    const Json& egress = document_["egress"];
-    reason = egress.empty() ? dropReason(*verdict.droppedBy) : egress.front().at("reason").get<std::string>();
-  }
-  addVerdict(document_, verdict, reason);
+  document_["mirrored"] = mirroredWords(fate_);
+  const bool droppedIn = !verdict.passed() && fate_.egress.empty();
+  fate_.verdictIs(verdict, droppedIn ? dropReason(*verdict.droppedBy) : std::string());
+  addVerdict(document_, fate_);
   addBridge(port);
-  document_["sentence"] = explainSentence(document_);
+  document_["sentence"] = sentenceOf(fate_);
   ctx_ = nullptr;
   counted_ = nullptr;
   return std::move(document_);
@@ -99,11 +97,11 @@ void Explainer::addBridge(const std::string& port) {
 void Explainer::handleAsked(const Acl::AskedList& asked) {
   using Outcome = Acl::AskedList::Outcome;
   const bool defined = asked.outcome != Outcome::undefined;
-  Json one =
-      hitWords({asked.direction, asked.intf, asked.type, asked.list, asked.rule ? asked.rule->sequence() : 0,
-                asked.rule ? asked.rule->action() : (defined ? Acl::Action::deny : Acl::Action::permit)});
+  fate_.hits.push_back(
+      {asked.direction, asked.intf, asked.type, asked.list, asked.rule ? asked.rule->sequence() : 0,
+       asked.rule ? asked.rule->action() : (defined ? Acl::Action::deny : Acl::Action::permit), defined});
+  Json one = hitWords(fate_.hits.back());
   if (!defined) {
-    one["rule"] = nullptr;
     document_["asked"].push_back(std::move(one));
     return;
   }
@@ -118,22 +116,13 @@ void Explainer::handleAsked(const Acl::AskedList& asked) {
   document_["asked"].push_back(std::move(one));
 }
 
-void Explainer::handleMirrored(const Kelp::String& session) {
-  Json& all = document_["mirrored"];
-  if (std::find(all.begin(), all.end(), session.view()) == all.end()) all.push_back(session.view());
-}
+void Explainer::handleMirrored(const Kelp::String& session) { fate_.mirroredAdd(session); }
 
 /// Called once for each port when a frame is flooded.
 void Explainer::handleEgress(const Nimnet::IntfId& port, const Velo::PipelineStep* droppedBy) {
   Refusable::check();
-  Json one = {{"port", port.name().view()}, {"verdict", verdictWord(!droppedBy)}};
-  if (droppedBy) one["reason"] = dropReason(*droppedBy);
-  const Json& asked = document_["asked"];
-  // The lists that were asked since the port before are those of this one; the last of them decided.
-  if (droppedBy && asked.size() > askedBefore_ && asked.back().at("action") == "deny")
-    one["by"] = asked.size() - 1;
-  askedBefore_ = asked.size();
-  document_["egress"].push_back(std::move(one));
+  fate_.egressAdd(port, !droppedBy, droppedBy ? dropReason(*droppedBy) : std::string());
+  document_["egress"].push_back(egressWords(fate_.egress.back()));
 }
 
 }  // namespace Agent

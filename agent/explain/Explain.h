@@ -3,6 +3,7 @@
 #include <Acl/ListTrial.h>
 #include <agent/explain/FrameText.h>
 #include <agent/forward/Forwarder.h>
+#include <agent/show/Verdicts.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -41,15 +42,11 @@ class Explainer final : private Acl::ListTrial {
   nlohmann::ordered_json document_;
 
   // For the frame that is being explained.
+  Fate fate_;
   Kelp::Ptr<Velo::PacketContext> ctx_;
   Kelp::Ptr<Velo::VeloNamedCounters> counted_;
   std::map<Velo::CounterName, uint64_t> told_;  // the counts that dropReason() has seen in counted_
-  size_t askedBefore_ = 0;                      // how many lists were asked up to the last egress port
 };
-
-/// What becomes of a frame, by which rules, in a sentence without a full stop: "dropped on its way in by rule
-/// 10 of FROM-ALICE on eth1". Takes the document without it.
-std::string explainSentence(const nlohmann::ordered_json& document);
 
 /// The document for people.
 std::string explainText(const nlohmann::ordered_json& document, bool colour);

@@ -14,6 +14,8 @@ namespace {
 /// Stands for the header of a malformed frame that was let through without one: from nobody, to nobody.
 constexpr Nimnet::EthHdr noHeader{};
 
+constexpr auto tellNobody = [](const Port&, const Velo::PipelineStep*) {};
+
 }  // namespace
 
 Forwarder::Forwarder(Core& core, Velo::MalformedPolicy malformed)
@@ -56,7 +58,8 @@ void Forwarder::portsOfConfigurationIs() {
 Verdict Forwarder::receive(Port& port) {
   ++port.received;
   ctx_->pkt()->traceIdIs(++lastTraceId_);
-  const Verdict verdict = forward(port.id, port.portChannel, port.entry, out_);
+  const Verdict verdict =
+      observer_ ? forwardObserved(port) : forward(port.id, port.portChannel, port.entry, out_, tellNobody);
   if (!verdict.egress) ++(verdict.passed() ? port.nowhere : port.droppedIn);
   return verdict;
 }
@@ -65,11 +68,21 @@ Verdict Forwarder::tryPacket(const Nimnet::IntfId& port, const Kelp::Ptr<Velo::O
   KELP_ASSERT(out->packetContext()->trial(), "a packet is tried for somebody");
   const auto known = ports_.find(port);
   End* entry = known == ports_.end() ? nullptr : known->second->entry;
-  return forward(port, core_.portChannels().portChannelOf(port), entry, out);
+  return forward(port, core_.portChannels().portChannelOf(port), entry, out, tellNobody);
 }
 
+Verdict Forwarder::forwardObserved(const Port& port) {
+  const auto tell = [this](const Port& egress, const Velo::PipelineStep* droppedBy) {
+    observer_->handleEgress(egress, droppedBy);
+  };
+  const Verdict verdict = forward(port.id, port.portChannel, port.entry, out_, tell);
+  observer_->handleVerdict(port, verdict);
+  return verdict;
+}
+
+template <class Tell>
 Verdict Forwarder::forward(const Nimnet::IntfId& port, const Nimnet::IntfId& portChannel, End* entry,
-                           const Kelp::Ptr<Velo::OutputPipelineContext>& out) {
+                           const Kelp::Ptr<Velo::OutputPipelineContext>& out, const Tell& tell) {
   const auto& ctx = out->packetContext();
   ctx->begin(port);
   if (!portChannel.empty()) ctx->ingressPortChannelIs(portChannel);
@@ -86,6 +99,7 @@ Verdict Forwarder::forward(const Nimnet::IntfId& port, const Nimnet::IntfId& por
     Port* egress = to == entry ? nullptr : egressPort(*to, *ctx);
     if (!egress) continue;
     const Velo::PipelineStep* droppedBy = sendBy(*egress, out);
+    tell(*egress, droppedBy);
     if (!verdict.egress || !droppedBy) verdict = {droppedBy, Acl::AclDirection::out, egress};
   }
   return verdict;
@@ -94,7 +108,7 @@ Verdict Forwarder::forward(const Nimnet::IntfId& port, const Nimnet::IntfId& por
 void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Kelp::String& session,
                              const Nimnet::IntfId& destination) {
   if (Velo::MirroringPacketInfo::extractInfo(ctx)) return;  // a copy is not copied again
-  if (mirrorObserver_) mirrorObserver_->handleMirrored(session);
+  if (observer_) observer_->handleMirrored(session);
   copyCtx_->pkt()->assign(*ctx->pkt());
   copyCtx_->pkt()->traceIdIs(ctx->traceId());
   copyCtx_->begin(ctx->ingressIntf());
@@ -103,7 +117,7 @@ void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Ke
   if (Port* port = to == ends_.end() ? nullptr : egressPort(to->second, *copyCtx_)) {
     if (!sendBy(*port, copyOut_)) ++port->mirrored;
   }
-  if (mirrorObserver_) mirrorObserver_->handleMirroredDone();
+  if (observer_) observer_->handleMirroredDone();
 }
 
 Port* Forwarder::egressPort(const End& end, Velo::PacketContext& ctx) {

@@ -19,15 +19,20 @@ namespace Agent {
 
 class Bridge;
 
-/// Is told of every mirrored copy.
-class MirrorObserver {
+/// Is told what becomes of received frames, while it happens. Whoever it belongs to takes it away before it
+/// goes.
+class FrameObserver {
  public:
-  /// Before a copy is sent, and when it has been.
+  /// Before a mirrored copy is sent, and when it has been.
   virtual void handleMirrored(const Kelp::String& session) = 0;
   virtual void handleMirroredDone() = 0;
+  /// The frame has come to a port that it was to leave by. `droppedBy`: null when it has left there.
+  virtual void handleEgress(const Port& port, const Velo::PipelineStep* droppedBy) = 0;
+  /// All has been done with the frame that `port` has received. It is still that of Forwarder::context().
+  virtual void handleVerdict(const Port& port, const Verdict& verdict) = 0;
 
  protected:
-  ~MirrorObserver() = default;
+  ~FrameObserver() = default;
 };
 
 /// Takes frames from ports through the pipeline, and to the ports that these are joined with by a patch or a
@@ -59,7 +64,9 @@ class Forwarder final : public Velo::MirrorTarget {
   /// The bridges, in the order in which they were made.
   const std::vector<const Bridge*>& bridges() const { return bridges_; }
 
-  void mirrorObserverIs(MirrorObserver* observer) { mirrorObserver_ = observer; }
+  /// There can be one; null: none. It costs a packet nothing but being asked for.
+  void observerIs(FrameObserver* observer) { observer_ = observer; }
+  bool hasObserver() const { return observer_ != nullptr; }
 
   /// Forwards the frame in packet(), which this port has received.
   Verdict receive(Port& port);
@@ -76,9 +83,13 @@ class Forwarder final : public Velo::MirrorTarget {
 
  private:
   /// The whole way from the ingress pipeline to the last egress port, for real packets and for trials.
-  /// `entry` is null when the agent has no such port.
+  /// `entry` is null when the agent has no such port. `tell` is called with each egress port and what dropped
+  /// the packet there.
+  template <class Tell>
   Verdict forward(const Nimnet::IntfId& port, const Nimnet::IntfId& portChannel, End* entry,
-                  const Kelp::Ptr<Velo::OutputPipelineContext>& out);
+                  const Kelp::Ptr<Velo::OutputPipelineContext>& out, const Tell& tell);
+  /// The same for the packet that a port has received, with the observer.
+  Verdict forwardObserved(const Port& port);
   /// The port by which a packet reaches an end; null when the end has no port.
   static Port* egressPort(const End& end, Velo::PacketContext& ctx);
   /// Runs the egress pipeline and sends. Returns the step that dropped the packet.
@@ -103,7 +114,7 @@ class Forwarder final : public Velo::MirrorTarget {
   std::map<Nimnet::IntfId, End> ends_;  // of every port and port-channel there is or was
   std::vector<std::unique_ptr<Junction>> junctions_;
   std::vector<const Bridge*> bridges_;  // those of them that are bridges
-  MirrorObserver* mirrorObserver_ = nullptr;
+  FrameObserver* observer_ = nullptr;
   uint64_t lastTraceId_ = 0;
 };
 

@@ -1,28 +1,28 @@
 #include <Acl/RuleKinds.h>
 #include <agent/observe/VerdictRecorder.h>
 
-#include <algorithm>
+#include <utility>
 
 namespace Agent {
 
 using Velo::Counter::VeloDpAclCounterKey;
 
-VerdictRecorder::VerdictRecorder(Core& core, Forwarder& forwarder)
+VerdictRecorder::VerdictRecorder(Core& core, Forwarder& forwarder, std::function<void()> done)
     : core_(core),
       forwarder_(forwarder),
+      done_(std::move(done)),
       place_(core, forwarder),
       follower_(
           core.inForce(), [](const VeloDpAclCounterKey&) { return true; },
           [this](const VeloDpAclCounterKey& key) { handleMatch(key); }) {
   core.namedCounters()->publisher().subscribe(*this);
-  forwarder_.mirrorObserverIs(this);
+  forwarder_.observerIs(this);
 }
 
-VerdictRecorder::~VerdictRecorder() { forwarder_.mirrorObserverIs(nullptr); }
+VerdictRecorder::~VerdictRecorder() { forwarder_.observerIs(nullptr); }
 
 void VerdictRecorder::begin() {
-  hits_.clear();
-  mirrored_.clear();
+  fate_.clear();
   dropReason_ = {};
   insideCopy_ = false;
 }
@@ -35,7 +35,23 @@ void VerdictRecorder::handleChange(const Zeb::Change& change) {
 
 void VerdictRecorder::handleMirrored(const Kelp::String& session) {
   insideCopy_ = true;
-  if (std::find(mirrored_.begin(), mirrored_.end(), session) == mirrored_.end()) mirrored_.push_back(session);
+  fate_.mirroredAdd(session);
+}
+
+Kelp::String VerdictRecorder::dropReason(const Velo::PipelineStep& droppedBy) {
+  Kelp::String reason = std::exchange(dropReason_, {});
+  return reason.empty() ? Kelp::String(uncountedReason(droppedBy)) : reason;
+}
+
+void VerdictRecorder::handleEgress(const Port& port, const Velo::PipelineStep* droppedBy) {
+  fate_.egressAdd(port.id, !droppedBy, droppedBy ? dropReason(*droppedBy) : Kelp::String());
+}
+
+void VerdictRecorder::handleVerdict(const Port& port, const Verdict& verdict) {
+  fate_.port = port.id.name();
+  const bool droppedIn = !verdict.passed() && fate_.egress.empty();
+  fate_.verdictIs(verdict, droppedIn ? dropReason(*verdict.droppedBy) : Kelp::String());
+  if (done_) done_();
 }
 
 void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
@@ -50,7 +66,7 @@ void VerdictRecorder::handleMatch(const VeloDpAclCounterKey& key) {
       hit.action = rule->action();
     });
   }
-  hits_.push_back(std::move(hit));
+  fate_.hits.push_back(std::move(hit));
 }
 
 }  // namespace Agent

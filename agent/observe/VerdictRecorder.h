@@ -6,40 +6,41 @@
 #include <agent/observe/MatchPlace.h>
 #include <agent/show/Verdicts.h>
 
-#include <string>
-#include <string_view>
-#include <vector>
+#include <functional>
 
 namespace Agent {
 
 /// Records what happened to each frame. The plugin does not report this, so the recorder follows its match
-/// counters and the named counters. A replay without a recorder pays nothing for it. The core and the
-/// forwarder outlive it.
-class VerdictRecorder final : private Zeb::Notifiee, private MirrorObserver {
+/// counters and the named counters, and is the observer of the forwarder. Nobody pays for a recorder that
+/// there is not. The core and the forwarder outlive it.
+class VerdictRecorder final : private Zeb::Notifiee, private FrameObserver {
  public:
-  VerdictRecorder(Core& core, Forwarder& forwarder);
+  /// `done` is called for every frame when all has been done with it, from within Forwarder::receive(), which
+  /// still has the frame; it may be empty.
+  VerdictRecorder(Core& core, Forwarder& forwarder, std::function<void()> done = {});
   ~VerdictRecorder() override;
 
   /// Forgets the frame before. To be called before each Forwarder::receive().
   void begin();
 
-  const std::vector<Hit>& hits() const { return hits_; }
-  const std::vector<Kelp::String>& mirrored() const { return mirrored_; }
-  /// The last reason that was counted under "Drop"; empty when there was none.
-  const Kelp::String& dropReason() const { return dropReason_; }
+  const Fate& fate() const { return fate_; }
 
  private:
   void handleChange(const Zeb::Change& change) override;
   void handleMirrored(const Kelp::String& session) override;
   void handleMirroredDone() override { insideCopy_ = false; }
+  void handleEgress(const Port& port, const Velo::PipelineStep* droppedBy) override;
+  void handleVerdict(const Port& port, const Verdict& verdict) override;
   void handleMatch(const Velo::Counter::VeloDpAclCounterKey& key);
+  /// Takes the reason of a drop.
+  Kelp::String dropReason(const Velo::PipelineStep& droppedBy);
 
   Core& core_;
   Forwarder& forwarder_;
+  const std::function<void()> done_;
   MatchPlace place_;
-  std::vector<Hit> hits_;
-  std::vector<Kelp::String> mirrored_;
-  Kelp::String dropReason_;
+  Fate fate_;
+  Kelp::String dropReason_;  // the last one that was counted under "Drop", until it is told
   bool insideCopy_ = false;
   MatchFollower follower_;
 };

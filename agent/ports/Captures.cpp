@@ -13,7 +13,6 @@ namespace Agent {
 namespace {
 
 constexpr int maxFrame = 262144;  // the largest snap length of libpcap
-constexpr int64_t nanosecondsInSecond = 1000000000;
 
 // The end of the year 9999. Up to there a Kelp::Duration is exact to less than a millisecond, and a date has
 // four digits for the year.
@@ -29,9 +28,9 @@ int64_t secondsOf(pcap* capture, int64_t seconds) {
 
 /// A time stamp. In broken captures the nanoseconds can be more than a second, or negative.
 Stamp stampOf(int64_t seconds, int64_t nanoseconds) {
-  int64_t carry = nanoseconds / nanosecondsInSecond;
-  if (nanoseconds % nanosecondsInSecond < 0) --carry;
-  return {seconds + carry, static_cast<int32_t>(nanoseconds - carry * nanosecondsInSecond)};
+  int64_t carry = nanoseconds / Stamp::nanosecondsInSecond;
+  if (nanoseconds % Stamp::nanosecondsInSecond < 0) --carry;
+  return {seconds + carry, static_cast<int32_t>(nanoseconds - carry * Stamp::nanosecondsInSecond)};
 }
 
 constexpr uint32_t cookedHeader = 16;
@@ -171,6 +170,15 @@ void CaptureReader::assignTo(Nimnet::Pkt& pkt) const {
 
 uint64_t CaptureReader::position() const { return pcap_ ? file_->position() : 0; }
 
+std::span<const uint8_t> withEthernet(const Nimnet::Pkt& pkt, std::vector<uint8_t>& made) {
+  if (pkt.hasEthernet()) return pkt.frame();
+  made.assign(Nimnet::EthHdr::size, 0);
+  made[12] = static_cast<uint8_t>(pkt.typeBefore() >> 8);
+  made[13] = static_cast<uint8_t>(pkt.typeBefore());
+  made.insert(made.end(), pkt.frame().begin(), pkt.frame().end());
+  return made;
+}
+
 CaptureWriter::CaptureWriter(std::string path, const Stamp& now) : path_(std::move(path)), now_(now) {
   pcap_ = pcap_open_dead_with_tstamp_precision(DLT_EN10MB, maxFrame, PCAP_TSTAMP_PRECISION_NANO);
   file_ = pcap_dump_open(pcap_, path_.c_str());
@@ -192,19 +200,10 @@ void CaptureWriter::send(const Nimnet::Pkt& pkt) {
   pcap_pkthdr header{};
   header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(now_.seconds);
   header.ts.tv_usec = now_.nanoseconds;
-  header.caplen = pkt.size();
-  header.len = pkt.wireLength();
-  const uint8_t* octets = pkt.frame().data();
-  if (!pkt.hasEthernet()) {
-    completed_.assign(Nimnet::EthHdr::size, 0);
-    completed_[12] = static_cast<uint8_t>(pkt.typeBefore() >> 8);
-    completed_[13] = static_cast<uint8_t>(pkt.typeBefore());
-    completed_.insert(completed_.end(), pkt.frame().begin(), pkt.frame().end());
-    octets = completed_.data();
-    header.caplen += Nimnet::EthHdr::size;
-    header.len += Nimnet::EthHdr::size;
-  }
-  pcap_dump(reinterpret_cast<u_char*>(file_), &header, octets);
+  const auto octets = withEthernet(pkt, made_);
+  header.caplen = static_cast<uint32_t>(octets.size());
+  header.len = pkt.wireLength() + header.caplen - pkt.size();
+  pcap_dump(reinterpret_cast<u_char*>(file_), &header, octets.data());
 }
 
 void CaptureWriter::flush() {

@@ -19,6 +19,7 @@ struct LinkType;
 
 /// A time stamp of a capture. Nanoseconds are 0 to 999,999,999.
 struct Stamp {
+  static constexpr int64_t nanosecondsInSecond = 1000000000;
   int64_t seconds = 0;
   int32_t nanoseconds = 0;
   auto operator<=>(const Stamp&) const = default;
@@ -76,9 +77,12 @@ class CaptureReader {
   uint64_t size_ = 0;
 };
 
+/// The octets of a packet as a file of Ethernet frames has them: a packet without an Ethernet header gets one
+/// with addresses of zeros, which is made in `made`. Valid as long as packet and `made` stay as they are.
+std::span<const uint8_t> withEthernet(const Nimnet::Pkt& pkt, std::vector<uint8_t>& made);
+
 /// Writes the frames that leave a port to a pcap file of Ethernet with nanosecond stamps. A frame gets the
-/// time that `now` has when it is written; `now` outlives the writer. A frame without an Ethernet header gets
-/// one with addresses of zeros.
+/// time that `now` has when it is written; `now` outlives the writer.
 class CaptureWriter final : public FrameSink {
  public:
   CaptureWriter(std::string path, const Stamp& now);
@@ -98,7 +102,7 @@ class CaptureWriter final : public FrameSink {
   pcap* pcap_ = nullptr;
   pcap_dumper* file_ = nullptr;
   std::string wrong_;
-  std::vector<uint8_t> completed_;  // a frame with the header that it did not have
+  std::vector<uint8_t> made_;  // for withEthernet()
 };
 
 }  // namespace Agent

@@ -9,6 +9,7 @@
 #include <agent/core/Words.h>
 #include <agent/observe/VerdictRecorder.h>
 #include <agent/ports/Captures.h>
+#include <agent/ports/CommentedCapture.h>
 #include <agent/replay/Progress.h>
 #include <agent/replay/Replay.h>
 #include <agent/replay/VerdictWriter.h>
@@ -41,7 +42,9 @@ std::optional<std::string> overwritten(const ReplayOptions& options) {
   for (const auto& [name, path] : options.ports) others.push_back(path);
   std::vector<std::string> written;
   for (const auto& [name, path] : options.outs) written.push_back(path);
-  if (!options.verdicts.empty()) written.push_back(options.verdicts);
+  for (const std::string& path : {options.verdicts, options.annotated}) {
+    if (!path.empty()) written.push_back(path);
+  }
   for (const std::string& path : written) {
     for (const std::string& other : others) {
       if (sameFile(path, other)) return fmt::format("{} would be written over {}", path, other);
@@ -161,10 +164,15 @@ class Replay {
       if (unwritable(writers_.back()->wrong())) return exitUnread;
       forwarder_.portIs(name).sink = writers_.back().get();
     }
-    if (options_.verdicts.empty()) return std::nullopt;
-    verdicts_ = std::make_unique<VerdictWriter>(options_.verdicts);
-    if (unwritable(verdicts_->wrong())) return exitUnread;
-    recorder_ = std::make_unique<VerdictRecorder>(core_, forwarder_);
+    if (!options_.verdicts.empty()) {
+      verdicts_.emplace(options_.verdicts);
+      if (unwritable(verdicts_->wrong())) return exitUnread;
+    }
+    if (!options_.annotated.empty()) {
+      annotated_.emplace(options_.annotated);
+      if (unwritable(annotated_->wrong())) return exitUnread;
+    }
+    if (verdicts_ || annotated_) recorder_.emplace(core_, forwarder_);
     return std::nullopt;
   }
 
@@ -182,12 +190,24 @@ class Replay {
     if (recorder_) recorder_->begin();
     const Verdict verdict = forwarder_.receive(*source.port);
     totals_.add(verdict, forwarder_.packet().wireLength());
-    if (recorder_) verdicts_->write(*source.port, capture.number(), verdict, *recorder_);
+    if (verdicts_) verdicts_->write(capture.number(), recorder_->fate());
+    if (annotated_) annotate();
     if (progress_.due(totals_.frames)) {
       uint64_t read = 0;
       for (const Source& each : sources_) read += each.capture->position();
       progress_.show(totals_.frames, read);
     }
+  }
+
+  /// Writes the frame that was received last.
+  void annotate() {
+    const Nimnet::Pkt& pkt = forwarder_.packet();
+    const auto octets = withEthernet(pkt, made_);
+    annotated_->write({.port = recorder_->fate().port,
+                       .stamp = stamp_,
+                       .octets = octets,
+                       .wireLength = pkt.wireLength() + static_cast<uint32_t>(octets.size()) - pkt.size(),
+                       .comment = sentenceOf(recorder_->fate())});
   }
 
   Exit finish() {
@@ -198,14 +218,13 @@ class Replay {
       status = exitUnread;
     };
     for (const Source& source : sources_) unread(source.capture->wrong());
-    for (const auto& writer : writers_) {
-      writer->flush();
-      unread(writer->wrong());
-    }
-    if (verdicts_) {
-      verdicts_->flush();
-      unread(verdicts_->wrong());
-    }
+    const auto end = [&unread](auto& writer) {
+      writer.flush();
+      unread(writer.wrong());
+    };
+    for (const auto& writer : writers_) end(*writer);
+    if (verdicts_) end(*verdicts_);
+    if (annotated_) end(*annotated_);
 
     const Report report = makeReport(core_, forwarder_, totals_);
     const bool printed = print(options_.json ? reportJson(report, core_.inForce().status())
@@ -221,8 +240,10 @@ class Replay {
   Stamp stamp_;
   std::vector<std::unique_ptr<CaptureWriter>> writers_;
   Forwarder forwarder_;
-  std::unique_ptr<VerdictWriter> verdicts_;
-  std::unique_ptr<VerdictRecorder> recorder_;
+  std::optional<VerdictWriter> verdicts_;
+  std::optional<CommentedCapture> annotated_;
+  std::vector<uint8_t> made_;  // for withEthernet()
+  std::optional<VerdictRecorder> recorder_;
   std::vector<Source> sources_;
   Progress progress_;
   FrameTotals totals_;

@@ -19,6 +19,7 @@ struct ReplayOptions {
   std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
   std::vector<std::pair<std::string, std::string>> outs;     ///< name and capture
   std::string verdicts;                                      ///< empty: none
+  std::string annotated;                                     ///< empty: none
   std::string plugin;
   bool json = false;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;

@@ -10,16 +10,10 @@ VerdictWriter::VerdictWriter(std::string path) : path_(std::move(path)), file_(p
   if (!file_) wrong_ = failureOf(path_);
 }
 
-void VerdictWriter::write(const Port& port, uint64_t frame, const Verdict& verdict,
-                          const VerdictRecorder& recorder) {
-  Json line = {{"port", port.id.name().view()}, {"frame", frame}};
-  const std::string counted = recorder.dropReason().str();
-  addVerdict(line, verdict,
-             counted.empty() && verdict.droppedBy ? uncountedReason(*verdict.droppedBy) : counted);
-  line["hits"] = Json::array();
-  for (const Hit& hit : recorder.hits()) line["hits"].push_back(hitWords(hit));
-  line["mirrored"] = Json::array();
-  for (const Kelp::String& session : recorder.mirrored()) line["mirrored"].push_back(session.view());
+void VerdictWriter::write(uint64_t frame, const Fate& fate) {
+  Json line = {{"port", fate.port.view()}, {"frame", frame}};
+  addVerdict(line, fate);
+  addHits(line, fate);
   file_ << lineOf(line) << '\n';
 }
 

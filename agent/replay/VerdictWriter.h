@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/observe/VerdictRecorder.h>
+#include <agent/show/Verdicts.h>
 
 #include <fstream>
 #include <string>
@@ -14,7 +14,8 @@ class VerdictWriter {
 
   /// What went wrong, with the path; empty if nothing did.
   const std::string& wrong() const { return wrong_; }
-  void write(const Port& port, uint64_t frame, const Verdict& verdict, const VerdictRecorder& recorder);
+  /// `frame`: its number in the capture.
+  void write(uint64_t frame, const Fate& fate);
   /// Writes out what is buffered. After this, wrong() is final.
   void flush();
 

@@ -209,7 +209,8 @@ TEST_P(ExplainCaptureTest, SaysWhatAReplaySays) {
     const Agent::Frame octets{{capture.frame().begin(), capture.frame().end()}, capture.wireLength()};
     recorder.begin();
     const Json document = explainer.explain(GetParam(), octets);
-    EXPECT_TRUE(recorder.hits().empty() && recorder.mirrored().empty() && recorder.dropReason().empty())
+    const Agent::Fate& fate = recorder.fate();
+    EXPECT_TRUE(fate.port.empty() && fate.hits.empty() && fate.mirrored.empty() && fate.egress.empty())
         << "a frame that is tried is not seen by whoever follows the counters";
 
     agent_.forwarder().packet().assign(capture.frame(), capture.wireLength(), 1.0);
@@ -222,14 +223,15 @@ TEST_P(ExplainCaptureTest, SaysWhatAReplaySays) {
                                  asked.at("rule").is_string() ? 0 : asked.at("rule").get<uint32_t>(),
                                  word(asked, "action")));
     }
-    for (const Agent::Hit& hit : recorder.hits())
+    for (const Agent::Hit& hit : fate.hits)
       met.push_back(fmt::format("{} {} {} {} {} {}", hit.direction, hit.intf, hit.type, hit.list,
                                 hit.sequence, hit.action));
     const auto where = fmt::format("{} frame {}", GetParam(), capture.number());
     EXPECT_EQ(said, met) << where;
     EXPECT_EQ(word(document, "verdict"), verdict.passed() ? "pass" : "drop") << where;
-    EXPECT_EQ(document.value("reason", ""), recorder.dropReason().str()) << where;
-    EXPECT_EQ(document.at("mirrored").size(), recorder.mirrored().size()) << where;
+    EXPECT_EQ(document.value("reason", ""), fate.reason.str()) << where;
+    EXPECT_EQ(word(document, "sentence"), Agent::sentenceOf(fate)) << where;
+    EXPECT_EQ(document.at("mirrored").size(), fate.mirrored.size()) << where;
     EXPECT_EQ(document.at("egress").empty() ? "" : word(document.at("egress").at(0), "port"),
               verdict.egress ? verdict.egress->id.name().str() : "")
         << where;
