@@ -4,11 +4,13 @@
 #include <agent/core/Output.h>
 #include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 namespace Agent {
 
@@ -38,6 +40,14 @@ bool ControlClient::send(const std::string& line) {
   return true;
 }
 
+bool ControlClient::readable() const {
+  if (stop_ < 0) return true;
+  pollfd waited[] = {{fd_, POLLIN, 0}, {stop_, POLLIN, 0}};
+  while (poll(waited, std::size(waited), -1) < 0 && errno == EINTR) {
+  }
+  return waited[1].revents == 0;
+}
+
 std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) {
   // Read an answer even when the request could not be sent: an agent that hangs up says why before.
   const bool sent = send(lineOf(request) + "\n");
@@ -53,6 +63,10 @@ std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) 
       return std::nullopt;
     }
     searched = buffer_.size();
+    if (!readable()) {
+      wrong->clear();
+      return std::nullopt;
+    }
     char piece[64 * 1024];
     const ssize_t got = recv(fd_, piece, sizeof piece, 0);
     if (got < 0 && errno == EINTR) continue;

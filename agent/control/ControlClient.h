@@ -20,15 +20,21 @@ class ControlClient {
   /// Connects to the socket of an agent; returns what is wrong.
   std::optional<std::string> connect(const std::string& path);
 
+  /// From now on the wait for an answer ends when this descriptor is readable. It is not owned.
+  void stopIs(int fd) { stop_ = fd; }
+
   /// Sends a request and returns its answer, the object with `ok`. Nothing, with the reason in `wrong`, when
-  /// the connection broke.
+  /// the connection broke; with an empty reason when the wait has ended before.
   std::optional<nlohmann::ordered_json> ask(const nlohmann::ordered_json& request, std::string* wrong);
 
  private:
   bool send(const std::string& line);
+  /// Waits until there is something to read; false when the wait has ended before.
+  bool readable() const;
 
   std::string path_;
   int fd_ = -1;
+  int stop_ = -1;
   std::string buffer_;
 };
 

@@ -31,6 +31,8 @@ struct ControlOptions {
   TellLog tell{};                            ///< may be empty
   /// The states of the live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
+  /// The live frame that the forwarder is handling; null: there are no live ports.
+  const LiveFrame* inHand = nullptr;
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.
   std::function<void()> applied{};
   ControlLimits limits{};
@@ -54,6 +56,7 @@ class ControlPlane {
   Operations& operations() { return operations_; }
   Configuration& configuration() { return configuration_; }
   ControlServer& server() { return server_; }
+  const Tails& tails() const { return tails_; }
 
  private:
   World world(Core& core, Forwarder& forwarder, const ControlOptions& options);
@@ -62,6 +65,7 @@ class ControlPlane {
   ZeroLine zero_;
   CounterSweep sweep_;
   Configuration configuration_;
+  Tails tails_;
   Operations operations_;
   ControlServer server_;
   StatusLog statusLog_;

@@ -263,12 +263,30 @@ std::span<const Operations::Operation> Operations::all() {
         {"off", Kind::flag, "false", "switch every facility off"},
         {"fast", Kind::name, "null", "the facility whose fast traces are switched"},
         {"on", Kind::flag, "true", "with `fast`: on or off"}}},
+      {"tail",
+       true,
+       &Operations::tail,
+       "`following`: true. From now on `frames` tells of those that are judged",
+       {{"list", Kind::name, "null", "frames that this list has judged; without it all"},
+        {"rule", Kind::name, "null", "and that met this rule of it: a number, or `implicit`"},
+        {"drops", Kind::flag, "false", "frames that were dropped, also at one of several ports"},
+        {"octets", Kind::number, "0", "of each frame so many are told, too; at most 16384"}}},
+      {"frames",
+       true,
+       &Operations::frames,
+       "`frames` that were judged since the last request, see below, and `passedOver`: how many more there "
+       "were behind them. As long as there are none the answer waits",
+       {}},
   });
   return operations;
 }
 
-Operations::Operations(const World& world, ZeroLine& zero, Configuration& configuration)
-    : world_(world), zero_(zero), configuration_(configuration), explainer_(world.core, world.forwarder) {}
+Operations::Operations(const World& world, ZeroLine& zero, Configuration& configuration, Tails& tails)
+    : world_(world),
+      zero_(zero),
+      configuration_(configuration),
+      tails_(tails),
+      explainer_(world.core, world.forwarder) {}
 
 void Operations::handle(Request request, Session& session, bool mayChange, const Reply& reply) {
   const RequestMember& asked = common().front();

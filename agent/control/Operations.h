@@ -4,6 +4,7 @@
 #include <agent/control/Peer.h>
 #include <agent/control/Request.h>
 #include <agent/explain/Explain.h>
+#include <agent/observe/Tails.h>
 #include <agent/show/Shows.h>
 
 #include <functional>
@@ -18,8 +19,8 @@ namespace Agent {
 
 class Operations;
 
-/// What is kept for one client between its requests: the texts that it has sent for its next `apply`. The
-/// operations outlive it.
+/// What is kept for one client between its requests: the texts that it has sent for its next `apply`, and the
+/// frames that it looks at. The operations outlive it.
 class Session {
  public:
   explicit Session(Operations& operations) : operations_(operations) {}
@@ -39,6 +40,7 @@ class Session {
   std::vector<Config::Source> texts_;
   size_t octets_ = 0;  // in the texts
   size_t held_ = 0;    // with names and overhead
+  std::shared_ptr<Tail> tail_;
   Peer peer_;
 };
 
@@ -67,7 +69,8 @@ class Operations {
   /// The members that every request for a change of the configuration may have.
   static std::span<const RequestMember> ofChanges();
 
-  Operations(const World& world, ZeroLine& zero, Configuration& configuration);
+  /// World, zero line, configuration and tails outlive this object.
+  Operations(const World& world, ZeroLine& zero, Configuration& configuration, Tails& tails);
 
   /// One kind of request.
   struct Operation {
@@ -101,12 +104,15 @@ class Operations {
   void explain(const Request& request, Session& session, const Reply& reply);
   void clear(const Request& request, Session& session, const Reply& reply);
   void trace(const Request& request, Session& session, const Reply& reply);
+  void tail(const Request& request, Session& session, const Reply& reply);
+  void frames(const Request& request, Session& session, const Reply& reply);
 
   const Change* changeOf(const std::string& number) const;
 
   const World world_;
   ZeroLine& zero_;
   Configuration& configuration_;
+  Tails& tails_;
   Explainer explainer_;
   size_t heldOctets_ = 0;
 };

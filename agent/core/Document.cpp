@@ -29,6 +29,11 @@ class LineDocument final : public Document {
 
 std::string lineOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
+std::string documentLineOf(const Json& object) {
+  std::string text = lineOf(object) + "\n";
+  return text.insert(1, fmt::format("\"version\":\"{}\"{}", version(), object.empty() ? "" : ","));
+}
+
 std::string linesOf(const Json& json) {
   std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   if (json.is_object())

@@ -8,9 +8,11 @@
 
 namespace Agent {
 
-// JSON as text, whatever bytes its texts have: in one line; or for who asked for a document, with a line for
-// each member and element, a line end behind it, and the member `version` in front.
+// JSON as text, whatever bytes its texts have: in one line; or for who asked for documents, with a line end
+// behind each and the member `version` in front: many of them with a line each, or one with a line for each
+// member and element.
 std::string lineOf(const nlohmann::ordered_json& json);
+std::string documentLineOf(const nlohmann::ordered_json& object);
 std::string linesOf(const nlohmann::ordered_json& json);
 
 /// A JSON document that is made piece by piece, so that packets do not wait long for it: a piece has some

@@ -46,8 +46,13 @@ std::optional<std::vector<uint8_t>> octetsOfHex(std::string_view text) {
 }
 
 std::string hexOf(const std::vector<uint8_t>& octets) {
+  constexpr char digits[] = "0123456789abcdef";
   std::string text;
-  for (const uint8_t octet : octets) text += fmt::format("{:02x}", octet);
+  text.reserve(octets.size() * 2);
+  for (const uint8_t octet : octets) {
+    text += digits[octet >> 4];
+    text += digits[octet & 0x0f];
+  }
   return text;
 }
 

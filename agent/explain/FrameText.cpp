@@ -46,8 +46,15 @@ bool readSizeWord(Cursor& at, Draft& draft) {
   return true;
 }
 
+/// "3 segments": to the lists a super-frame is one packet.
+bool readSegments(Cursor& at) {
+  uint32_t segments = 0;
+  return at.number("a number of segments", 2, 1 << 18, &segments) && at.keyword("segments");
+}
+
 bool readModifier(Cursor& at, Draft& draft) {
   if (at.peek(1) == "octets") return readSizeWord(at, draft);
+  if (at.peek(1) == "segments") return readSegments(at);
   const FrameWord* modifier = find(frameModifiers(), at.peek());
   if (!modifier) return at.fail(anyOf(frameModifiers()) + ", or a number of octets");
   at.take();

@@ -1,5 +1,6 @@
 #include <Kelp/Duration.h>
 #include <Kiv/Clock.h>
+#include <Nimnet/Pkt.h>
 #include <Zeb/System.h>
 #include <agent/change/Apply.h>
 #include <agent/change/ConfigFiles.h>

@@ -117,7 +117,7 @@ std::string protocolText(uint8_t protocol) {
   return at == names.end() ? std::to_string(protocol) : std::string(at->name);
 }
 
-std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed) {
+std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed, const WholePacket& whole) {
   std::string text = parsed.ipHdr() ? ipSummary(parsed) : linkSummary(pkt, parsed);
   if (const auto* ip = parsed.ipHdr()) {
     if (const auto* four = ip->ipHdr()) text += fragmentText(*four, four->fragmentOffset());
@@ -127,11 +127,13 @@ std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed)
   text += tagsText(pkt, parsed);
   if (!pkt.hasEthernet()) text += ", no ethernet header";
   text += fmt::format(", {} octets", pkt.wireLength());
-  if (parsed.fault() != Velo::ParseFault::none)
-    text += fmt::format(", malformed: {}", reason(parsed.fault()));
+  if (whole.segments > 1) text += fmt::format(", {} segments", whole.segments);
+  if (whole.fault != Velo::ParseFault::none) text += fmt::format(", malformed: {}", reason(whole.fault));
   return text;
 }
 
-std::string packetText(const Velo::PacketContext& ctx) { return packetText(*ctx.pkt(), ctx.parsedPacket()); }
+std::string packetText(const Velo::PacketContext& ctx) {
+  return packetText(*ctx.pkt(), ctx.parsedPacket(), {ctx.parsedPacket().fault()});
+}
 
 }  // namespace Agent

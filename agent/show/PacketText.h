@@ -14,7 +14,14 @@ namespace Agent {
 /// lists. `velo explain` takes the line back (explain/FrameText.h): whoever adds words to it, adds them
 /// there.
 std::string packetText(const Velo::PacketContext& ctx);
-std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed);
+
+/// The same of a packet of which only the first octets are there: what is known of the whole of it. Such a
+/// line can have ", 3 segments" in it: so many frames a wire carries for the super-frame.
+struct WholePacket {
+  Velo::ParseFault fault = Velo::ParseFault::none;
+  uint64_t segments = 1;
+};
+std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed, const WholePacket& whole);
 
 /// What IPv6 extension headers are called there (RFC 8200, 4; RFC 4302). Fragment headers are not among them:
 /// fragments are told as such.

@@ -230,7 +230,10 @@ TEST_P(ExplainCaptureTest, SaysWhatAReplaySays) {
     EXPECT_EQ(said, met) << where;
     EXPECT_EQ(word(document, "verdict"), verdict.passed() ? "pass" : "drop") << where;
     EXPECT_EQ(document.value("reason", ""), fate.reason.str()) << where;
-    EXPECT_EQ(word(document, "sentence"), Agent::sentenceOf(fate)) << where;
+    // Of a list that is bound only nothing is counted.
+    if (said.size() == document.at("asked").size()) {
+      EXPECT_EQ(word(document, "sentence"), Agent::sentenceOf(fate)) << where;
+    }
     EXPECT_EQ(document.at("mirrored").size(), fate.mirrored.size()) << where;
     EXPECT_EQ(document.at("egress").empty() ? "" : word(document.at("egress").at(0), "port"),
               verdict.egress ? verdict.egress->id.name().str() : "")

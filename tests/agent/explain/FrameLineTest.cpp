@@ -19,7 +19,7 @@ std::string lineOf(const Agent::Frame& frame) {
   Velo::ParsedPacket parsed;
   parsed.reset(pkt.get());
   parsed.maybeDoFullParse();
-  return Agent::packetText(*pkt, parsed);
+  return Agent::packetText(*pkt, parsed, {parsed.fault()});
 }
 std::string lineOf(const Bytes& octets, uint32_t wire = 0, std::optional<uint16_t> type = {}) {
   return lineOf(Agent::Frame{octets, std::max(wire, static_cast<uint32_t>(octets.size())), type});

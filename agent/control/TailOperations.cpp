@@ -1,0 +1,121 @@
+// The operations by which clients look at frames as they are judged.
+#include <Acl/RuleKinds.h>
+#include <agent/config/Cursor.h>
+#include <agent/config/Nearest.h>
+#include <agent/control/Operations.h>
+#include <agent/core/Document.h>
+#include <agent/observe/SeenFrame.h>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+/// The names of all lists, each once.
+std::set<std::string> listNames(const Core& core) {
+  std::set<std::string> names;
+  for (const auto& [type, name] : ListReader(core).defined()) names.insert(name.str());
+  return names;
+}
+
+/// Why there is no list of this name; nothing if there is.
+std::optional<std::string> whyNoList(const Core& core, const std::string& name) {
+  if (isDefined(core, Kelp::String(name))) return std::nullopt;
+  const auto known = listNames(core);
+  const std::vector<std::string_view> names(known.begin(), known.end());
+  return Config::orNearest(fmt::format("there is no list {}", name), name, names);
+}
+
+/// Why no list of this name has a rule of this number; nothing if one has.
+std::optional<std::string> whyNoRule(const Core& core, const std::string& list, uint32_t number) {
+  std::optional<uint32_t> below, above;
+  for (const Acl::AclType type : Acl::aclTypes) {
+    const auto found = core.inForce().list(type, Kelp::String(list));
+    const auto* rules = found ? std::as_const(*found).judging() : nullptr;
+    if (!rules) continue;
+    const bool has = Acl::withRuleKind(type, [&](auto kind) {
+      const auto& ordered = kind.rules(*rules).ordered();
+      for (const auto* rule : ordered) {
+        const uint32_t sequence = rule->value.sequence();
+        if (sequence == number) return true;
+        if (sequence < number) below = std::max(below.value_or(0), sequence);
+        if (sequence > number) above = std::min(above.value_or(sequence), sequence);
+      }
+      return false;
+    });
+    if (has) return std::nullopt;
+  }
+  std::string near;
+  if (below) near = std::to_string(*below);
+  if (above) near += (below ? " or " : "") + std::to_string(*above);
+  return fmt::format("{} has no rule {}{}", list, number,
+                     near.empty() ? "" : fmt::format(" (did you mean {}?)", near));
+}
+
+/// The frames that waited when it was made, told one after the other.
+class FramesDocument final : public Document {
+ public:
+  explicit FramesDocument(std::shared_ptr<Tail> tail)
+      : tail_(std::move(tail)), left_(tail_->queue().size()) {}
+  bool next(std::string& text) override {
+    const size_t start = text.size();
+    if (!begun_) text += "{\"frames\":[";
+    begun_ = true;
+    FrameQueue& queue = tail_->queue();
+    for (; left_ > 0; --left_) {
+      if (!hasRoom(text, start)) return true;
+      elements_.add(text, writer_.document(queue.pop(), tail_->wantsOctets()));
+    }
+    // Those that were passed over while this was taken belong behind frames that have come since.
+    const uint64_t passedOver = queue.size() == 0 ? queue.takePassedOver() : 0;
+    text += fmt::format("],\"passedOver\":{}}}", passedOver);
+    return false;
+  }
+
+ private:
+  const std::shared_ptr<Tail> tail_;
+  size_t left_;
+  bool begun_ = false;
+  Elements elements_;
+  SeenFrameWriter writer_;
+};
+
+}  // namespace
+
+void Operations::tail(const Request& request, Session& session, const Reply& reply) {
+  const auto refuse = [&reply](std::string text) { reply(Answer::failed("bad-request", std::move(text))); };
+  const std::string list = request.text("list"), rule = request.text("rule");
+  TailFilter filter{.drops = request.flag("drops")};
+  if (!list.empty()) {
+    if (const auto wrong = whyNoList(world_.core, list)) return reply(Answer::failed("not-found", *wrong));
+    filter.list = list;
+  }
+  if (!rule.empty()) {
+    if (list.empty()) return refuse("a rule is one of a list, and none is named");
+    const bool implicit = rule == "implicit";
+    filter.rule = implicit ? 0 : Config::decimal(rule);
+    if (!filter.rule) return refuse("rule is the number of a rule, or implicit");
+    const auto wrong = implicit ? std::nullopt : whyNoRule(world_.core, list, *filter.rule);
+    if (wrong) return reply(Answer::failed("not-found", *wrong));
+  }
+  const uint32_t octets = *request.number("octets");
+  if (octets > Tail::mostOctets) return refuse(fmt::format("octets is at most {}", Tail::mostOctets));
+  session.tail_.reset();
+  if (tails_.full())
+    return reply(Answer::failed("busy", fmt::format("{} clients look at frames already", Tails::most)));
+  session.tail_ = std::make_shared<Tail>(tails_, std::move(filter), octets);
+  reply(Answer::of({{"following", true}}));
+}
+
+void Operations::frames(const Request&, Session& session, const Reply& reply) {
+  if (!session.tail_)
+    return reply(Answer::failed("bad-request", "frames are told to who has asked for tail"));
+  session.tail_->wait([tail = std::weak_ptr(session.tail_), reply] {
+    if (auto still = tail.lock()) reply({std::make_unique<FramesDocument>(std::move(still)), {}});
+  });
+}
+
+}  // namespace Agent
