@@ -5,7 +5,9 @@ namespace Acl {
 MergedConfig::~MergedConfig() = default;
 
 Kelp::Ptr<MergedConfig> MergedConfig::of(const Velo::SharedObjects& registry) {
-  return Kelp::ptrCast<MergedConfig>(registry.sharedObject(registryName));
+  // Asked for while packets are judged, too, where nothing may allocate.
+  static const Kelp::String name(registryName);
+  return Kelp::ptrCast<MergedConfig>(registry.sharedObject(name));
 }
 
 void MergedConfig::clear() {

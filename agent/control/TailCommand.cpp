@@ -156,11 +156,12 @@ class TailCommand final : public Command {
   }
 
   static void write(const Json& frame, CommentedCapture& capture) {
-    const auto octets = octetsOfHex(frame.at("octets").get<std::string>());
+    const std::vector<uint8_t> octets =
+        octetsOfHex(frame.at("octets").get<std::string>()).value_or(std::vector<uint8_t>());
     const auto port = frame.at("port").get<std::string>(), sentence = frame.at("sentence").get<std::string>();
     capture.write({.port = port,
                    .stamp = stampOfTime(frame.at("time").get<double>()),
-                   .octets = octets.value_or(std::vector<uint8_t>()),
+                   .octets = octets,
                    .wireLength = frame.at("wireLength").get<uint32_t>(),
                    .comment = sentence});
   }

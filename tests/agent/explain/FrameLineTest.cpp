@@ -69,6 +69,13 @@ TEST(FrameLine, TellsWhatListsLookAtInWordsOfTheConfiguration) {
   }
 }
 
+TEST(FrameLine, ASuperFrameIsOnePacketHoweverManySegmentsItIs) {
+  EXPECT_EQ(again("tcp 192.0.2.1:1 > 192.0.2.2:443 ack, 2954 octets, 3 segments"),
+            "tcp 192.0.2.1:1 > 192.0.2.2:443 ack, 2954 octets");
+  EXPECT_NE(again("tcp 192.0.2.1:1 > 192.0.2.2:443 ack, 1 segments").find("a number of segments"),
+            std::string::npos);
+}
+
 TEST(FrameLine, AFrameThatIsMadeOfALineIsWhatTheLineSays) {
   std::string wrong;
   const auto tags =

@@ -63,8 +63,8 @@ TEST_F(CommandLine, HelpMentionsEverythingAndEndsWell) {
   EXPECT_EQ(ran.status, 0);
   EXPECT_EQ(ran.err, "");
   for (const char* option :
-       {"--config ", "--config-dir ", "--port ", "--patch ", "--out ", "--verdicts ", "--malformed ",
-        "--json", "--plugin ", "--trace ", "VELO_TRACE", "Exit status: 0", "Example:"}) {
+       {"--config ", "--config-dir ", "--port ", "--patch ", "--out ", "--verdicts ", "--annotate ",
+        "--malformed ", "--json", "--plugin ", "--trace ", "VELO_TRACE", "Exit status: 0", "Example:"}) {
     EXPECT_THAT(ran.out, HasSubstr(option));
   }
 }
