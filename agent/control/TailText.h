@@ -19,7 +19,7 @@ class TailText {
 
  private:
   const bool colour_;
-  size_t port_ = 0, by_ = 0;  // the widths of columns
+  size_t port_ = 4, by_ = 20;  // the widths of columns
 };
 
 }  // namespace Agent

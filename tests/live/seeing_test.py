@@ -7,6 +7,7 @@ usage: seeing_test.py VELO [TEST...]; the exit status is 77 where the machine do
 import json
 import os
 import re
+import signal
 import subprocess
 
 import live_test
@@ -166,8 +167,143 @@ class Seeing(SeenTest):
             self.assertIn(option, done.stderr)
 
 
+class Tailing(SeenTest):
+    def setUp(self):
+        super().setUp()
+        self.stations_are(1, 2)
+
+    def tail(self, *options):
+        process = subprocess.Popen([live_test.VELO, "tail", *options, "--control", self.socket],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def looking(self, *options):
+        """`velo tail` that has shown a packet, when no more are sent."""
+        stream = self.stream(200, lambda number: udp(10, number))
+        process = self.tail(*options)
+        process.stdout.readline()
+        stream.stop()
+        return process
+
+    def ended(self, process):
+        """What it has printed, when it has ended by itself."""
+        out, errors = process.communicate(timeout=30)
+        self.assertEqual(process.returncode, 0, errors)
+        return out
+
+    def test_a_ping_that_is_dropped_is_seen(self):
+        self.addresses_are()
+        self.start(CONFIG)
+        tail = self.tail("--list", "FROM-ALICE", "--rule", "implicit", "--drops", "--count", "2")
+        ping = subprocess.Popen(self.stations[1].command("ping", "-i", "0.2", "-W", "1", "10.0.0.2"),
+                                stdout=subprocess.DEVNULL)
+        self.addCleanup(ping.wait)
+        self.addCleanup(ping.kill)
+        # Only an address that was resolved is pinged; ARP meets no IP list.
+        lines = self.ended(tail).splitlines()
+        self.assertEqual(len(lines), 2, lines)
+        for line in lines:
+            self.assertRegex(line, r"^\d\d:\d\d:\d\d\.\d{6}  eth1  drop  FROM-ALICE implicit  "
+                                   r"icmp 10\.0\.0\.1 > 10\.0\.0\.2 type 8 code 0, 98 octets$")
+
+    def test_a_file_has_frames_with_their_verdicts(self):
+        self.start(CONFIG)
+        stream = self.stream(200, lambda number: udp((10, 20, 99)[number % 3], number, size=1000))
+        path = os.path.join(self.folder, "seen.pcapng")
+        lines = [json.loads(line) for line in
+                 self.ended(self.tail("--json", "--count", "30", "--write", path)).splitlines()]
+        stream.stop()
+        self.assertEqual(len(lines), 30)
+        self.assertTrue(all(list(line)[0] == "version" and line["port"] == "eth1" for line in lines))
+        sentences = {line["packet"]: line["sentence"] for line in lines}
+        self.assertEqual(sentences, {
+            "udp 192.0.2.1:1024 > 192.0.2.2:10, 1042 octets": "passes by rule 10 of FROM-ALICE on eth1, and leaves by eth2",
+            "udp 192.0.2.1:1024 > 192.0.2.2:20, 1042 octets": "dropped on its way in by rule 20 of FROM-ALICE on eth1",
+            "udp 192.0.2.1:1024 > 192.0.2.2:99, 1042 octets":
+                "dropped on its way in because no rule of FROM-ALICE on eth1 matches"})
+        self.assertEqual({line["packet"][-16:] for line in lines if line["mirrored"] == ["S"]}, {":20, 1042 octets"})
+        if not has("tshark"):
+            self.skipTest("tshark is not installed")
+        fields = [word for field in ("frame.interface_name", "frame.len", "frame.cap_len", "udp.dstport", "frame.comment")
+                  for word in ("-e", field)]
+        told = subprocess.run(["tshark", "-r", path, "-T", "fields", "-E", "separator=|", *fields], check=True,
+                              capture_output=True, text=True).stdout.splitlines()
+        self.assertEqual(told, [f"eth1|1042|1042|{re.search(r':([0-9]+),', line['packet'])[1]}|{line['sentence']}"
+                                for line in lines])
+
+    def test_an_interrupt_ends_it_well(self):
+        self.start(CONFIG)
+        path = os.path.join(self.folder, "seen.pcapng")
+        for end in (signal.SIGINT, signal.SIGTERM):
+            tail = self.looking("--write", path)
+            tail.send_signal(end)
+            self.assertEqual(tail.communicate(timeout=30)[1], "")
+            self.assertEqual(tail.returncode, 0)
+            replay = json.loads(run(live_test.VELO, "replay", "--config", "/dev/null", "--port", f"eth1={path}",
+                                    "--json").stdout)
+            self.assertGreater(replay["frames"], 0)
+
+    def test_who_does_not_read_is_not_waited_for(self):
+        self.start(CONFIG)
+        self.looking("--json").send_signal(signal.SIGSTOP)
+        sink = self.sink()
+        client = self.control()
+        client.ask("tail")
+        before = client.ask("show", what="ports")["ports"]["eth1"]["received"]
+        self.wire(1).send([udp(10, number) for number in range(5000)])
+        self.received("eth1", before + 5000)
+        sink.stop()
+        self.assertEqual(len(sink.seen), 5000)
+        document = client.ask("frames")
+        self.assertEqual(len(document["frames"]), 256)
+        self.assertEqual(document["passedOver"], 5000 - 256)
+
+    def test_mistakes_are_told(self):
+        agent = self.start(CONFIG)
+        for options, words in (
+                (("--list", "FROM-ALIEC"), "there is no list FROM-ALIEC (did you mean FROM-ALICE?)"),
+                (("--list", "FROM-ALICE", "--rule", "25"), "FROM-ALICE has no rule 25 (did you mean 20 or 30?)"),
+                (("--rule", "10"), "--list"),
+                (("--count", "0"), "--count")):
+            path = os.path.join(self.folder, "none.pcapng")
+            self.assertIn(words, self.refusal("tail", *options, "--write", path))
+            self.assertFalse(os.path.exists(path), "a mistake leaves files as they are")
+        tail = self.tail("--write", os.path.join(self.folder, "none/x"))
+        self.assertIn("none/x: No such file", tail.communicate(timeout=30)[1])
+        self.assertEqual(tail.returncode, 1)
+        tail = self.looking()
+        agent.stop()
+        self.assertIn("the agent closed the connection", tail.communicate(timeout=30)[1])
+        self.assertEqual(tail.returncode, 1)
+
+
 class SeeingSegments(SeenTest):
     offloads = True
+
+    def test_a_super_frame_is_one_line(self):
+        if not has("iperf3"):
+            self.skipTest("iperf3 is not installed")
+        self.stations_are(1, 2)
+        self.addresses_are()
+        self.start(CONFIG)
+        self.segments_flow(self.looking_for_segments)
+
+    def looking_for_segments(self):
+        client = self.control()
+        client.ask("tail", list="FROM-ALICE", rule="30")
+        for _ in range(1000):
+            for frame in client.ask("frames")["frames"]:
+                if frame["segments"] > 1:
+                    self.assertRegex(frame["packet"], r"^tcp 10\.0\.0\.1:\d+ > 10\.0\.0\.2:5201 .*, "
+                                                      rf"{frame['wireLength']} octets, {frame['segments']} segments$")
+                    self.assertAlmostEqual(frame["wireLength"] / frame["segments"], 1450, delta=750)
+                    self.velo("explain", "--port", "eth1", "--in", frame["packet"])
+                    return
+        self.fail("no super-frame was seen")
 
     def test_segments_are_counted_beside_super_frames(self):
         if not has("iperf3"):
@@ -175,17 +311,26 @@ class SeeingSegments(SeenTest):
         self.stations_are(1, 2)
         self.addresses_are()
         self.start(CONFIG)
-        server = subprocess.Popen(self.stations[2].command("iperf3", "-s", "-1"), stdout=subprocess.DEVNULL)
-        self.addCleanup(server.wait)
-        self.addCleanup(server.terminate)
-        self.assertTrue(until(lambda: ":5201 " in self.stations[2].run("ss", "-ltn").stdout))
-        self.stations[1].run("iperf3", "-c", "10.0.0.2", "-n", "20M")
+        self.segments_flow(lambda: None)
         live = self.control().ask("show", what="ports")["ports"]["eth1"]["live"]["received"]
         payload = 1448  # of a full segment with time stamps, and an MTU of 1500
         self.assertGreater(live["segments"], 20_000_000 // (payload + 100))
         self.assertLess(live["frames"], live["segments"] / 2)
         self.assertRegex(self.velo("show", "ports"),
                          r"\neth1: \d+ frames in are \d+ segments.*; a frame that is still to be cut is one packet")
+
+    def segments_flow(self, meanwhile):
+        """Sends 20 MB through the agent."""
+        server = subprocess.Popen(self.stations[2].command("iperf3", "-s", "-1"), stdout=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.terminate)
+        self.assertTrue(until(lambda: ":5201 " in self.stations[2].run("ss", "-ltn").stdout))
+        client = subprocess.Popen(self.stations[1].command("iperf3", "-c", "10.0.0.2", "-n", "20M"),
+                                  stdout=subprocess.DEVNULL)
+        self.addCleanup(client.wait)
+        self.addCleanup(client.terminate)
+        meanwhile()
+        self.assertEqual(client.wait(), 0)
 
 
 if __name__ == "__main__":

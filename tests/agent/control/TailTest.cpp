@@ -201,26 +201,26 @@ TEST_F(TailTest, ALineHasTimePortVerdictRulesAndPacket) {
   std::string lines;
   const Json told = frames();
   for (const Json& frame : told.at("frames")) lines += text.lines(frame);
-  EXPECT_EQ(lines,
-            "00:00:01.000000  eth1  drop  FROM-ALICE 10  udp 192.0.2.1:1024 > 198.51.100.7:10, 42 octets\n"
-            "00:00:01.000000  eth1  pass  FROM-ALICE 20, TO-BOB 20  udp 192.0.2.1:1024 > 198.51.100.7:20, 42 "
-            "octets\n"
-            "00:00:01.000000  eth1  pass  FROM-ALICE 30, not eth2: TO-BOB 10  udp 192.0.2.1:1024 > "
-            "198.51.100.7:30, 42 octets\n"
-            "00:00:01.000000  eth1  drop  FROM-ALICE implicit                 udp 192.0.2.1:1024 > "
-            "198.51.100.7:99, 42 octets\n"
-            "00:00:01.000000  eth3  pass  not eth2: TO-BOB 10                 udp 192.0.2.1:1024 > "
-            "198.51.100.7:30, 42 octets\n"
-            "00:00:01.000000  eth2  pass  -                                   udp 192.0.2.1:1024 > "
-            "198.51.100.7:1, 42 octets\n"
-            "00:00:01.000000  eth2  drop  (ethernet header cut short)         cut off, 13 octets, malformed: "
-            "ethernet header cut short\n");
+  EXPECT_EQ(
+      lines,
+      "00:00:01.000000  eth1  drop  FROM-ALICE 10         udp 192.0.2.1:1024 > 198.51.100.7:10, 42 octets\n"
+      "00:00:01.000000  eth1  pass  FROM-ALICE 20, TO-BOB 20  udp 192.0.2.1:1024 > 198.51.100.7:20, 42 "
+      "octets\n"
+      "00:00:01.000000  eth1  pass  FROM-ALICE 30, not eth2: TO-BOB 10  udp 192.0.2.1:1024 > "
+      "198.51.100.7:30, 42 octets\n"
+      "00:00:01.000000  eth1  drop  FROM-ALICE implicit                 udp 192.0.2.1:1024 > "
+      "198.51.100.7:99, 42 octets\n"
+      "00:00:01.000000  eth3  pass  not eth2: TO-BOB 10                 udp 192.0.2.1:1024 > "
+      "198.51.100.7:30, 42 octets\n"
+      "00:00:01.000000  eth2  pass  -                                   udp 192.0.2.1:1024 > "
+      "198.51.100.7:1, 42 octets\n"
+      "00:00:01.000000  eth2  drop  (ethernet header cut short)         cut off, 13 octets, malformed: "
+      "ethernet header cut short\n");
   Json frame = told.at("frames").at(0);
   frame["passedOver"] = 3;
-  EXPECT_THAT(
-      Agent::TailText(true).lines(frame),
-      HasSubstr(
-          "... 3 packets passed over\n00:00:01.000000  eth1  \x1b[31mdrop\x1b[0m  FROM-ALICE 10  udp "));
+  EXPECT_THAT(Agent::TailText(true).lines(frame),
+              HasSubstr("... 3 packets passed over\n00:00:01.000000  eth1  \x1b[31mdrop\x1b[0m  FROM-ALICE "
+                        "10         udp "));
   EXPECT_EQ(Agent::TailText::passedOver(1), "... 1 packet passed over\n");
   EXPECT_EQ(Agent::TailText::passedOver(0), "");
 }
@@ -233,7 +233,7 @@ TEST_F(TailTest, ADropOnTheWayOutNamesTheListOfThePort) {
   agent_.ask({{"do", "tail"}, {"drops", true}});
   agent_.receive("eth5", udpTo(30));
   EXPECT_THAT(Agent::TailText(false).lines(frames().at("frames").at(0)),
-              HasSubstr("  eth5  drop  TO-BOB 10  udp "));
+              HasSubstr("  eth5  drop  TO-BOB 10             udp "));
 }
 
 }  // namespace
