@@ -207,7 +207,7 @@ class Tailing(SeenTest):
         lines = self.ended(tail).splitlines()
         self.assertEqual(len(lines), 2, lines)
         for line in lines:
-            self.assertRegex(line, r"^\d\d:\d\d:\d\d\.\d{6}  eth1  drop  FROM-ALICE implicit  "
+            self.assertRegex(line, r"^\d\d:\d\d:\d\d\.\d{6}  eth1  drop  FROM-ALICE implicit +"
                                    r"icmp 10\.0\.0\.1 > 10\.0\.0\.2 type 8 code 0, 98 octets$")
 
     def test_a_file_has_frames_with_their_verdicts(self):
