@@ -40,12 +40,15 @@ endif()
 if((VELO_SANITIZE OR VELO_SANITIZE_THREADS) AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(velo-flags INTERFACE -Wno-maybe-uninitialized)
 endif()
+define_property(TARGET PROPERTY VELO_BENCH_CODE INITIALIZED_FROM_VARIABLE VELO_BENCH_CODE)
 if(VELO_SANITIZE)
   # Tests are instrumented for addresses only: that what they test behaves as defined is checked where it is
   # compiled, and checking it in the tests once more takes a third of the time to build them. Null is what the
   # address sanitizer stops at anyway, and asking for it everywhere takes a quarter.
   set(undefined $<$<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_TEST_CODE>>>:$<COMMA>undefined>)
-  target_compile_options(velo-flags INTERFACE -fsanitize=address${undefined} -fno-sanitize=null -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # Benches are only compiled, for the warnings.
+  set(watched $<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_BENCH_CODE>>>)
+  target_compile_options(velo-flags INTERFACE $<${watched}:-fsanitize=address${undefined}> -fno-sanitize=null -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
 if(VELO_SANITIZE_THREADS)
