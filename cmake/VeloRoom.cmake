@@ -40,7 +40,6 @@ endif()
 if((VELO_SANITIZE OR VELO_SANITIZE_THREADS) AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(velo-flags INTERFACE -Wno-maybe-uninitialized)
 endif()
-define_property(TARGET PROPERTY VELO_BENCH_CODE INITIALIZED_FROM_VARIABLE VELO_BENCH_CODE)
 if(VELO_SANITIZE)
   # Tests are instrumented for addresses only: that what they test behaves as defined is checked where it is
   # compiled, and checking it in the tests once more takes a third of the time to build them. Null is what the
