@@ -44,6 +44,9 @@ std::vector<std::string_view> nearestNames(std::string_view word, std::span<cons
   for (const auto name : names) {
     if (name.size() > longest) continue;
     const bool shortened = word.size() > 2 && name.starts_with(word);
+    // There may be very many names, and each letter more or less counts 1.
+    if (!shortened && std::max(word.size(), name.size()) - std::min(word.size(), name.size()) > least)
+      continue;
     const size_t far = shortened ? 1 : distance(word, name);
     if (far > least) continue;
     if (far < least) nearest.clear();

@@ -33,8 +33,8 @@ Answer busy() {
   return Answer::failed("busy", "another change of the configuration is under way; try again");
 }
 
-Answer noList(const std::string& name) {
-  return Answer::failed("not-found", fmt::format("there is no list {}", name));
+Answer noList(const Core& core, const std::string& name) {
+  return Answer::failed("not-found", noSuchList(core, name));
 }
 
 /// Why no list can be of an interface or a source; nothing if one can.
@@ -316,7 +316,7 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
     return reply(Answer::failed("bad-request", fmt::format("{} takes no name", what)));
   const std::string name = request.text("name");
   if (!name.empty() && show->argument == listArgument && !isList(world_.core, Kelp::String(name)))
-    return reply(noList(name));
+    return reply(noList(world_.core, name));
   if (!name.empty() && show->argument == changeArgument && !changeOf(name))
     return reply(Answer::failed("not-found", fmt::format("there is no change {}", name)));
   using Rules = ShowOptions::Rules;
@@ -456,7 +456,7 @@ void Operations::clear(const Request& request, Session&, const Reply& reply) {
   if (const std::string name = request.text("name"); name.empty()) {
     zero_.clear(world_.core, world_.forwarder, now);
   } else if (!zero_.clear(world_.core, Kelp::String(name), now)) {
-    return reply(noList(name));
+    return reply(noList(world_.core, name));
   }
   reply(Answer::of({{"cleared", now}}));
 }

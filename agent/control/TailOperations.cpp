@@ -1,33 +1,16 @@
 // The operations by which clients look at frames as they are judged.
 #include <Acl/RuleKinds.h>
 #include <agent/config/Cursor.h>
-#include <agent/config/Nearest.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
 #include <agent/observe/SeenFrame.h>
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 namespace Agent {
 
 namespace {
-
-/// The names of all lists, each once.
-std::set<std::string> listNames(const Core& core) {
-  std::set<std::string> names;
-  for (const auto& [type, name] : ListReader(core).defined()) names.insert(name.str());
-  return names;
-}
-
-/// Why there is no list of this name; nothing if there is.
-std::optional<std::string> whyNoList(const Core& core, const std::string& name) {
-  if (isDefined(core, Kelp::String(name))) return std::nullopt;
-  const auto known = listNames(core);
-  const std::vector<std::string_view> names(known.begin(), known.end());
-  return Config::orNearest(fmt::format("there is no list {}", name), name, names);
-}
 
 /// Why no list of this name has a rule of this number; nothing if one has.
 std::optional<std::string> whyNoRule(const Core& core, const std::string& list, uint32_t number) {
@@ -90,7 +73,8 @@ void Operations::tail(const Request& request, Session& session, const Reply& rep
   const std::string list = request.text("list"), rule = request.text("rule");
   TailFilter filter{.drops = request.flag("drops")};
   if (!list.empty()) {
-    if (const auto wrong = whyNoList(world_.core, list)) return reply(Answer::failed("not-found", *wrong));
+    if (!isDefined(world_.core, Kelp::String(list)))
+      return reply(Answer::failed("not-found", noSuchList(world_.core, list)));
     filter.list = list;
   }
   if (!rule.empty()) {

@@ -1,9 +1,12 @@
 #include <Acl/RuleKinds.h>
 #include <Kelp/String.h>
 #include <Nimnet/IntfId.h>
+#include <agent/config/Nearest.h>
 #include <agent/show/ListReport.h>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <tuple>
 
 namespace Agent {
@@ -21,6 +24,16 @@ std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
 bool isDefined(const Core& core, const Kelp::String& name) {
   return std::any_of(std::begin(Acl::aclTypes), std::end(Acl::aclTypes),
                      [&](Acl::AclType type) { return core.inForce().list(type, name) != nullptr; });
+}
+
+std::string noSuchList(const Core& core, const std::string& name) {
+  const ListReader reader(core);
+  std::set<std::string> known;
+  for (const auto& keys : {reader.defined(), reader.undefined()}) {
+    for (const auto& [type, list] : keys) known.insert(list.str());
+  }
+  const std::vector<std::string_view> names(known.begin(), known.end());
+  return Config::orNearest(fmt::format("there is no list {}", name), name, names);
 }
 
 bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id) {

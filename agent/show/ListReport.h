@@ -43,6 +43,9 @@ struct ListReport {
 /// Whether a list with this name, of any type, is in force.
 bool isDefined(const Core& core, const Kelp::String& name);
 
+/// That there is no list of this name, in force or bound, and which names come near.
+std::string noSuchList(const Core& core, const std::string& name);
+
 /// Whether a list of this type has a rule with this id.
 bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id);
 

@@ -147,6 +147,16 @@ TEST_F(OperationsTest, WhatIsNotAsDeclaredIsRefusedByNameAndDoesNothing) {
   EXPECT_EQ(agent_.show("access-lists").at("lists").at(0).at("name"), "A");
 }
 
+TEST_F(OperationsTest, AListThatThereIsNotIsToldWithTheNamesThatComeNear) {
+  agent_.start("ip access-list EDGE\ninterface eth1\n ip access-group UNDEFINED in\n");
+  const auto told = [this](const Json& request) { return agent_.ask(request).at("error").at("text"); };
+  EXPECT_EQ(told({{"do", "show"}, {"what", "access-lists"}, {"name", "EGDE"}}),
+            "there is no list EGDE (did you mean EDGE?)");
+  EXPECT_EQ(told({{"do", "clear"}, {"name", "UNDEFIND"}}),
+            "there is no list UNDEFIND (did you mean UNDEFINED?)");
+  EXPECT_EQ(told({{"do", "clear"}, {"name", "NOTHING-LIKE-IT"}}), "there is no list NOTHING-LIKE-IT");
+}
+
 TEST_F(OperationsTest, TextsAreAccountedForAndBounded) {
   agent_.start("");
   auto& operations = agent_.plane().operations();
