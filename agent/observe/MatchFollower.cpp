@@ -1,4 +1,3 @@
-#include <Rix/CollectionFollower.h>
 #include <Zeb/Publisher.h>
 #include <agent/observe/MatchFollower.h>
 
@@ -27,24 +26,26 @@ class MatchFollower::Follower final : public Zeb::Notifiee {
   const Counter what_;
 };
 
-/// Follows the counters of one collection that are wanted.
-class MatchFollower::Collection {
+/// Follows the counters of one collection that are wanted. Of all others it remembers nothing, unlike a
+/// Rix::CollectionFollower: there may be a counter for each of very many rules.
+class MatchFollower::Collection final : public Zeb::Notifiee {
  public:
-  Collection(MatchFollower& owner, const Kelp::Ptr<VeloDpAclCounterColl>& counters)
-      : owner_(owner),
-        follower_(
-            counters, VeloDpAclCounterColl::counterCollectionAttribute(),
-            [counters = counters.get()]() -> auto& { return counters->counterCollection(); },
-            [this](const Key& key, const Zeb::Owned<VeloDpAclCounter>& counter) {
-              come(key, *counter.ptr());
-            },
-            [this](const Key& key) { go(key); }) {}
+  Collection(MatchFollower& owner, Kelp::Ptr<const VeloDpAclCounterColl> counters)
+      : owner_(owner), counters_(std::move(counters)) {
+    counters_->publisher().subscribe(*this);
+    for (auto at = counters_->counterCollection().begin(); at; at.next()) come(at.key(), *at.value());
+  }
+  void handleChange(const Zeb::Change& change) override {
+    if (!change.is(VeloDpAclCounterColl::counterCollectionAttribute())) return;
+    const Key& key = change.keyAs<Key>();
+    go(key);
+    if (const auto* counter = counters_->counterCollection().find(key)) come(key, **counter);
+  }
 
   size_t size() const { return followed_.size(); }
 
  private:
   void come(const Key& key, const VeloDpAclCounter& counter) {
-    go(key);
     const Counter what{key, ++owner_.lastNumber_};
     if (owner_.wanted_(what)) followed_[key] = std::make_unique<Follower>(owner_.matched_, what, counter);
   }
@@ -54,8 +55,8 @@ class MatchFollower::Collection {
   }
 
   MatchFollower& owner_;
+  const Kelp::Ptr<const VeloDpAclCounterColl> counters_;
   std::map<Key, std::unique_ptr<Follower>> followed_;
-  Rix::CollectionFollower<VeloDpAclCounterColl::counterCollectionMap> follower_;
 };
 
 MatchFollower::MatchFollower(const InForce& inForce, Wanted wanted, Matched matched, Gone gone)

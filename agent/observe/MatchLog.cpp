@@ -4,6 +4,7 @@
 #include <agent/observe/MatchLog.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <random>
 #include <utility>
 
@@ -19,16 +20,27 @@ uint64_t randomSeed() {
   return uint64_t{random()} << 32 | random();
 }
 
-/// Calls `use` with the rule of a counter as it is now. False when it is not in force.
 template <class Use>
-bool withRule(const InForce& inForce, const MatchFollower::Key& key, const Use& use) {
-  const auto list = inForce.list(key.aclType, key.aclName);
-  const auto* rules = list ? list->judging() : nullptr;
+bool withRuleOf(const Acl::AclSubConfig* rules, const MatchFollower::Key& key, const Use& use) {
   return rules && Acl::withRuleKind(key.aclType, [&](auto kind) {
            const auto* rule = kind.rules(*rules).find(key.ruleId);
            if (rule) use(static_cast<const Acl::RuleConfig&>(*rule));
            return rule != nullptr;
          });
+}
+
+/// Calls `use` with the rule of a counter as it is now. False when there is none. The counts of an earlier
+/// agent may be of a list in whose place another source's is in force now.
+template <class Use>
+bool withRule(const Core& core, const MatchFollower::Key& key, const Use& use) {
+  const auto inForce = core.inForce().list(key.aclType, key.aclName);
+  if (inForce && withRuleOf(inForce->judging(), key, use)) return true;
+  const auto names = core.sources();
+  return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+    const auto lists = core.source(name)->config(key.aclType);
+    const auto list = lists ? lists->acl(key.aclName) : nullptr;
+    return list && withRuleOf(list->currCfg().get(), key, use);
+  });
 }
 
 }  // namespace
@@ -65,7 +77,7 @@ bool MatchLog::follow(const Counter& counter) {
   if (options_.rate == 0) return false;
   Rule rule{counter.key};
   bool wanted = false;
-  const bool found = withRule(core_.inForce(), counter.key, [&](const Acl::RuleConfig& config) {
+  const bool found = withRule(core_, counter.key, [&](const Acl::RuleConfig& config) {
     wanted = config.log();
     rule.sequence = config.sequence();
     rule.action = config.action();
@@ -138,8 +150,7 @@ void MatchLog::tellNotes() {
 MatchLine MatchLog::lineOf(const Note& note) {
   Rule& rule = rules_.at(note.flow.rule);
   // It may have got another number, which people know it by now.
-  withRule(core_.inForce(), rule.key,
-           [&rule](const Acl::RuleConfig& now) { rule.sequence = now.sequence(); });
+  withRule(core_, rule.key, [&rule](const Acl::RuleConfig& now) { rule.sequence = now.sequence(); });
   return {rule.key.aclName.str(), rule.sequence, rule.action, rule.key.direction, note.flow,
           note.packets,           note.first};
 }

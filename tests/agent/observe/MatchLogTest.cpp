@@ -27,9 +27,15 @@ using Lines = std::vector<std::string>;
 /// An agent with a log of its matches, whose lines are taken as they are told.
 class LoggedAgent {
  public:
-  explicit LoggedAgent(const std::string& configuration, const MatchLogOptions& options = {}) {
-    agent_.start(configuration);
-    log_.emplace(agent_.core(), agent_.forwarder(), agent_.loop(), options, [this](const auto& make) {
+  /// `dir`: files of a configuration directory; null: there is none.
+  explicit LoggedAgent(const std::string& configuration, const MatchLogOptions& options = {},
+                       const std::map<std::string, std::string>* dir = nullptr)
+      : options_(options) {
+    agent_.start(configuration, dir);
+    begin();
+  }
+  void begin() {
+    log_.emplace(agent_.core(), agent_.forwarder(), agent_.loop(), options_, [this](const auto& make) {
       for (LogEvent& event : make()) events_.push_back(std::move(event));
     });
   }
@@ -65,6 +71,7 @@ class LoggedAgent {
   MatchLog& log() { return *log_; }
 
  private:
+  const MatchLogOptions options_;
   RunningAgent agent_;
   std::vector<LogEvent> events_;
   std::optional<MatchLog> log_;
@@ -287,6 +294,20 @@ TEST(MatchLogTest, NoticesThatARuleBeginsToLog) {
   LoggedAgent agent(boundList("10 permit udp any any eq 53"));
   EXPECT_THAT(agent.receive("eth1", udpTo(53)), IsEmpty());
   EXPECT_THAT(agent.apply(boundList("10 permit udp any any eq 53 log")), IsEmpty());
+  EXPECT_THAT(agent.receive("eth1", udpTo(53)), ElementsAre(std::string(namesAsked) + "1 packet"));
+}
+
+TEST(MatchLogTest, KnowsRulesInWhosePlaceOthersAreInForce) {
+  const std::string bindings = "interface eth1\n  ip access-group L in\n";
+  const std::map<std::string, std::string> dir = {
+      {"l.acl", "ip access-list L\n  10 permit udp any any eq 53 log\n"}};
+  LoggedAgent agent(bindings, {}, &dir);
+  EXPECT_THAT(agent.receive("eth1", udpTo(53)), ElementsAre(std::string(namesAsked) + "1 packet"));
+  agent.apply(boundList("20 permit udp any any"));
+  agent.end();
+  agent.begin();  // as an agent that goes on from the counts of another one
+  EXPECT_THAT(agent.receive("eth1", udpTo(53)), IsEmpty());
+  agent.apply(bindings);
   EXPECT_THAT(agent.receive("eth1", udpTo(53)), ElementsAre(std::string(namesAsked) + "1 packet"));
 }
 
