@@ -1,0 +1,38 @@
+#pragma once
+
+#include <agent/config/Model.h>
+#include <agent/proof/RuleSets.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace Proof {
+
+/// What is odd about a rule. A rule that never matches is not called redundant besides.
+enum class Oddity : uint8_t {
+  impossible,  ///< no packet is as it asks, whatever stands before it
+  covered,     ///< earlier rules take all that it asks for
+  redundant,   ///< what it takes meets the same verdict without it
+};
+
+struct RuleFinding {
+  uint32_t sequence = 0;
+  Oddity oddity = Oddity::impossible;
+  /// Of a covered rule: the earlier rules whose packets it asks for, in their order, as few as ask for all of
+  /// it together. Without any one of them something would be left.
+  std::vector<uint32_t> by;
+  bool otherAction = false;  ///< one of them does not do what this rule would
+  /// Of a covered rule a packet that it asks for, of a redundant one a packet that it takes; else nothing.
+  Packet example;
+};
+
+struct ListFindings {
+  std::vector<RuleFinding> rules;  ///< in the order of the rules
+  bool passesAll = false;
+  bool passesNothing = false;
+};
+
+/// Says it of every rule of a list. `sets` were made for lists of its kind. Throws LimitReached.
+ListFindings analyse(const Config::List& list, const RuleSets& sets);
+
+}  // namespace Proof

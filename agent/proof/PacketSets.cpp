@@ -1,0 +1,162 @@
+#include <Kelp/Assert.h>
+#include <agent/proof/PacketSets.h>
+#include <bdd.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csetjmp>
+#include <limits>
+
+// In C++ these mean a class of the library; the functions of the same names are used here.
+#undef bdd_init
+#undef bdd_ithvar
+#undef bdd_nithvar
+
+namespace Proof {
+
+namespace {
+
+constexpr int emptySet = 0, fullSet = 1;
+
+// What the library takes for a node, and for the caches that grow with the nodes.
+constexpr size_t octetsOfNode = 20;
+constexpr int nodesOfCacheEntry = 4;
+constexpr size_t octetsOfCaches = 6 * 24 / nodesOfCacheEntry;
+constexpr size_t octetsOfAll = octetsOfNode + octetsOfCaches;
+constexpr int firstNodes = 1 << 16;
+
+enum class Spent : int { none, time, memory };
+
+/// The library calls back in the middle of its work, and goes on when a hook returns: leaving it is a jump.
+/// Between the jump and its target there are only frames of the library and of hooks.
+struct State {
+  std::jmp_buf back;
+  const Kiv::Clock* clock = nullptr;
+  Kelp::Duration deadline, seconds;
+  size_t memory = 0;
+  Spent spent = Spent::none;
+};
+State state;
+std::atomic<bool> owned = false;
+
+bool isLate() { return state.clock->now() > state.deadline; }
+
+[[noreturn]] void leave(Spent spent) {
+  state.spent = spent;
+  std::longjmp(state.back, 1);
+}
+
+extern "C" void whenTheLibraryFails(int error) {
+  if (error == BDD_MEMORY || error == BDD_NODENUM || error == BDD_NODES) leave(Spent::memory);
+  Kelp::fatal(bdd_errstring(error), __FILE__, __LINE__);
+}
+
+extern "C" void whenGarbageIsCollected(int, bddGbcStat*) {
+  if (isLate()) leave(Spent::time);
+}
+
+[[noreturn]] void tellSpent() {
+  throw LimitReached(state.spent == Spent::time
+                         ? fmt::format("it takes more than {} seconds", state.seconds.seconds())
+                         : fmt::format("it takes more than {} MiB of memory", state.memory >> 20));
+}
+
+/// Does some work of the library. What `work` has on the stack needs no destruction.
+template <class Work>
+int guarded(const Work& work) {
+  if (state.spent == Spent::none && isLate()) state.spent = Spent::time;
+  if (state.spent != Spent::none || setjmp(state.back) != 0) tellSpent();
+  return work();
+}
+
+int applied(int a, int b, int operation) {
+  return guarded([a, b, operation] { return bdd_apply(a, b, operation); });
+}
+
+void start(int bits) {
+  const size_t most = std::min<size_t>(state.memory / octetsOfAll, std::numeric_limits<int>::max() / 2);
+  guarded([bits, most] {
+    bdd_error_hook(whenTheLibraryFails);
+    if (bdd_init(std::min(firstNodes, static_cast<int>(most)), firstNodes / nodesOfCacheEntry) < 0)
+      leave(Spent::memory);
+    bdd_error_hook(whenTheLibraryFails);
+    bdd_gbc_hook(whenGarbageIsCollected);
+    bdd_setcacheratio(nodesOfCacheEntry);
+    bdd_setmaxincrease(std::numeric_limits<int>::max() / 4);
+    bdd_setmaxnodenum(static_cast<int>(most));
+    return bdd_setvarnum(bits);
+  });
+}
+
+void stop() {
+  if (bdd_isrunning()) bdd_done();
+  state.spent = Spent::none;
+  owned = false;
+}
+
+}  // namespace
+
+PacketSet::PacketSet(int root) : root_(bdd_addref(root)) {}
+PacketSet::PacketSet(const PacketSet& other)
+    : root_(other.root_ > fullSet ? bdd_addref(other.root_) : other.root_) {}
+PacketSet::~PacketSet() {
+  if (root_ <= fullSet) return;
+  KELP_ASSERT(owned, "a set of packets outlives what it lies in");
+  bdd_delref(root_);
+}
+
+PacketSet operator&(const PacketSet& a, const PacketSet& b) {
+  return PacketSet(applied(a.root_, b.root_, bddop_and));
+}
+PacketSet operator|(const PacketSet& a, const PacketSet& b) {
+  return PacketSet(applied(a.root_, b.root_, bddop_or));
+}
+PacketSet operator-(const PacketSet& a, const PacketSet& b) {
+  return PacketSet(applied(a.root_, b.root_, bddop_diff));
+}
+
+PacketSets::PacketSets(unsigned bits, const Limits& limits, const Kiv::Clock& clock) : bits_(bits) {
+  KELP_ASSERT(!owned.exchange(true), "a second analysis at the same time");
+  state.clock = &clock;
+  state.seconds = limits.seconds;
+  state.deadline = clock.now().later(limits.seconds);
+  state.memory = limits.memory;
+  try {
+    start(static_cast<int>(bits));
+  } catch (...) {
+    stop();
+    throw;
+  }
+}
+
+PacketSets::~PacketSets() { stop(); }
+
+PacketSet PacketSets::all() const { return PacketSet(fullSet); }
+
+PacketSet PacketSets::bitIs(unsigned bit, bool value) const {
+  KELP_ASSERT(bit < bits_, "a bit that packets do not have");
+  const int variable = static_cast<int>(bit);
+  return PacketSet(guarded([=] { return value ? bdd_ithvar(variable) : bdd_nithvar(variable); }));
+}
+
+bool PacketSets::contains(const PacketSet& set, const std::vector<bool>& bits) const {
+  int at = set.root_;
+  while (at > fullSet) at = bits.at(static_cast<size_t>(bdd_var(at))) ? bdd_high(at) : bdd_low(at);
+  return at == fullSet;
+}
+
+std::vector<bool> PacketSets::oneOf(const PacketSet& set) const {
+  KELP_ASSERT(!set.isEmpty(), "an example of nothing");
+  std::vector<bool> bits(bits_);
+  for (int at = set.root_; at > fullSet;) {
+    const bool one = bdd_low(at) == emptySet;
+    bits[static_cast<size_t>(bdd_var(at))] = one;
+    at = one ? bdd_high(at) : bdd_low(at);
+  }
+  return bits;
+}
+
+size_t PacketSets::memory() const { return static_cast<size_t>(bdd_getallocnum()) * octetsOfAll; }
+
+}  // namespace Proof

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <Acl/Filter.h>
+#include <agent/config/Model.h>
+#include <agent/proof/Fields.h>
+#include <agent/proof/PacketSets.h>
+
+#include <vector>
+
+namespace Proof {
+
+/// The sets of packets that rules of one kind of list match, of the same filters that packets are judged by
+/// (Acl/MatchFields.h). Packets are those that reach a list: without a fault, with all that their protocol
+/// says they have. So ports are there in TCP, UDP and SCTP, and only outside later fragments.
+class RuleSets {
+ public:
+  /// The limits hold for all that is made of these sets.
+  RuleSets(Acl::AclType type, const Limits& limits, const Kiv::Clock& clock = Kiv::steadyClock());
+
+  /// All packets that can be.
+  const PacketSet& packets() const { return packets_; }
+  /// The rule is of the kind of list that this was made for.
+  PacketSet of(const Config::Rule& rule) const;
+
+  bool contains(const PacketSet& set, const Packet& packet) const;
+  /// A packet of a set that is not empty: of all that are in it one that is as usual as possible.
+  Packet exampleOf(PacketSet set) const;
+  Acl::AclType type() const { return type_; }
+  size_t memory() const { return sets_.memory(); }
+
+ private:
+  template <class Filter>
+  PacketSet anyOf(const Filter& filter) const;
+  PacketSet one(const Acl::IpFilter& filter) const;
+  PacketSet one(const Acl::Ip6Filter& filter) const;
+  PacketSet one(const Acl::MacFilter& filter) const;
+  PacketSet base(const Acl::IpFilterBase& filter) const;
+  PacketSet l4(const Acl::IpFilterBase& filter) const;
+
+  unsigned variableOf(Field field, unsigned bit) const;
+  /// The bits that are set in the mask are as in the value.
+  PacketSet masked(Field field, const Value& value, const Value& mask) const;
+  PacketSet is(Field field, uint64_t value) const {
+    return masked(field, {0, value}, {~uint64_t{0}, ~uint64_t{0}});
+  }
+  PacketSet upTo(Field field, uint64_t high) const;
+  PacketSet compared(Field field, Acl::Compare op, const uint16_t* operands, size_t count) const;
+  PacketSet vlan(const Acl::VlanMatch& vlan) const;
+
+  const Acl::AclType type_;
+  PacketSets sets_;
+  PacketSet first_, ported_, tcp_, icmp_;  ///< not later fragments; those with ports; of TCP; of ICMP
+  PacketSet packets_;
+};
+
+}  // namespace Proof

@@ -1,0 +1,205 @@
+#include <agent/proof/ListAnalysis.h>
+#include <gtest/gtest.h>
+
+#include "../support/ModelOf.h"
+#include "ProofSupport.h"
+#include "SmallWorld.h"
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+using namespace TestSupport;
+using Acl::Action;
+using Differential::Fields;
+using Proof::Oddity;
+
+/// Which of all packets something is true of.
+using Which = std::vector<bool>;
+
+bool none(const Which& which) { return std::find(which.begin(), which.end(), true) == which.end(); }
+
+/// A list and what its rules match, worked out packet by packet.
+template <class Rule>
+struct Brute {
+  std::vector<Rule> rules;
+  std::vector<Fields> packets;
+  std::vector<Which> matches;  ///< of each rule
+
+  Brute(std::vector<Rule> of, std::vector<Fields> among) : rules(std::move(of)), packets(std::move(among)) {
+    for (const Rule& rule : rules) {
+      Differential::Oracle<Rule> oracle;
+      oracle.ruleIs(Kiv::UniqueId(1), rule);
+      Which& which = matches.emplace_back();
+      for (const Fields& packet : packets) which.push_back(oracle.first(packet).rule != nullptr);
+    }
+  }
+
+  /// The rule that a packet meets first when one of them is left out; the number of rules for none.
+  size_t first(size_t packet, size_t without) const {
+    for (size_t i = 0; i < rules.size(); ++i) {
+      if (i != without && matches[i][packet]) return i;
+    }
+    return rules.size();
+  }
+  bool passes(size_t packet, size_t without) const {
+    const size_t rule = first(packet, without);
+    return rule < rules.size() && rules[rule].action == Action::permit;
+  }
+  size_t indexOf(uint32_t sequence) const {
+    for (size_t i = 0; i < rules.size(); ++i) {
+      if (rules[i].sequence == sequence) return i;
+    }
+    throw std::logic_error("a rule that is not there");
+  }
+  /// What is left of a rule behind these ones.
+  bool covers(std::vector<uint32_t> by, size_t rule, size_t without) const {
+    Which left = matches[rule];
+    for (size_t i = 0; i < by.size(); ++i) {
+      if (i == without) continue;
+      const Which& other = matches[indexOf(by[i])];
+      for (size_t p = 0; p < left.size(); ++p) left[p] = left[p] && !other[p];
+    }
+    return none(left);
+  }
+};
+
+template <class Rule>
+class ListAnalysisTest : public testing::Test {
+ protected:
+  void expectRight(const Brute<Rule>& brute) {
+    const auto found = Proof::analyse(configList(brute.rules), sets_);
+    std::map<uint32_t, Proof::RuleFinding> byRule;
+    for (const auto& each : found.rules) byRule[each.sequence] = each;
+    EXPECT_EQ(byRule.size(), found.rules.size()) << "one finding a rule";
+    for (size_t i = 0; i < brute.rules.size(); ++i) {
+      SCOPED_TRACE(brute.rules[i].sequence);
+      const auto at = byRule.find(brute.rules[i].sequence);
+      expectRight(brute, i, at == byRule.end() ? nullptr : &at->second);
+    }
+    const size_t all = brute.packets.size(), nobody = brute.rules.size();
+    size_t passed = 0;
+    for (size_t p = 0; p < all; ++p) passed += brute.passes(p, nobody);
+    EXPECT_EQ(found.passesAll, passed == all);
+    EXPECT_EQ(found.passesNothing, passed == 0);
+    whole_ += found.passesAll + found.passesNothing;
+  }
+
+  std::map<Oddity, size_t> seen_;
+  size_t together_ = 0, whole_ = 0, plain_ = 0;
+
+ private:
+  void expectRight(const Brute<Rule>& brute, size_t rule, const Proof::RuleFinding* finding) {
+    const size_t all = brute.packets.size(), nobody = brute.rules.size();
+    bool taken = false, changes = false;
+    for (size_t p = 0; p < all; ++p) {
+      taken = taken || brute.first(p, nobody) == rule;
+      changes = changes || brute.passes(p, nobody) != brute.passes(p, rule);
+    }
+    if (taken && changes) {
+      ++plain_;
+      EXPECT_EQ(finding, nullptr) << "nothing is odd about it";
+      return;
+    }
+    ASSERT_NE(finding, nullptr);
+    ++seen_[finding->oddity];
+    if (taken) return expectRedundant(brute, rule, *finding);
+    const bool impossible = none(brute.matches[rule]);
+    ASSERT_EQ(finding->oddity, impossible ? Oddity::impossible : Oddity::covered);
+    if (!impossible) expectCover(brute, rule, *finding);
+  }
+
+  void expectRedundant(const Brute<Rule>& brute, size_t rule, const Proof::RuleFinding& finding) {
+    EXPECT_EQ(finding.oddity, Oddity::redundant);
+    EXPECT_TRUE(sets_.contains(sets_.of(Config::Rule(brute.rules[rule])), finding.example));
+    for (size_t i = 0; i < rule; ++i)
+      EXPECT_FALSE(sets_.contains(sets_.of(Config::Rule(brute.rules[i])), finding.example)) << i;
+  }
+
+  void expectCover(const Brute<Rule>& brute, size_t rule, const Proof::RuleFinding& finding) {
+    EXPECT_TRUE(sets_.contains(sets_.of(Config::Rule(brute.rules[rule])), finding.example));
+    EXPECT_TRUE(std::is_sorted(finding.by.begin(), finding.by.end()));
+    bool other = false;
+    for (const uint32_t each : finding.by) {
+      EXPECT_LT(each, brute.rules[rule].sequence);
+      other = other || brute.rules[brute.indexOf(each)].action != brute.rules[rule].action;
+    }
+    EXPECT_EQ(finding.otherAction, other);
+    EXPECT_TRUE(brute.covers(finding.by, rule, finding.by.size()));
+    for (size_t i = 0; i < finding.by.size(); ++i)
+      EXPECT_FALSE(brute.covers(finding.by, rule, i)) << "without " << finding.by[i];
+    together_ += finding.by.size() > 1;
+  }
+
+  const Proof::RuleSets sets_{typeOf<Rule>, {Kelp::Duration(3600)}};
+};
+
+using Kinds = testing::Types<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
+TYPED_TEST_SUITE(ListAnalysisTest, Kinds);
+
+TYPED_TEST(ListAnalysisTest, WhatIsSaidOfRandomListsIsTrueOfEveryPacket) {
+  for (uint64_t seed = 0; seed < 400 * proofTimes() && !this->HasFailure(); ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    Dice dice(seed);
+    SmallWorld<TypeParam> world(dice);
+    std::vector<TypeParam> rules;
+    const auto count = 1 + dice.below(12);
+    for (uint32_t i = 1; i <= count; ++i) rules.push_back(world.rule(10 * i));
+    this->expectRight({rules, world.packets()});
+  }
+  EXPECT_GT(this->seen_[Oddity::covered], 50u);
+  EXPECT_GT(this->seen_[Oddity::redundant], 50u);
+  EXPECT_GT(this->seen_[Oddity::impossible], 5u);
+  EXPECT_GT(this->together_, 5u);
+  EXPECT_GT(this->whole_, 20u);
+  EXPECT_GT(this->plain_, 50u);
+}
+
+/// What is said of the rules of a text, a word each: "30 covered by 10 20 otherwise".
+std::string said(const char* text) {
+  const auto model = modelOf(text);
+  const Config::List& list = model.lists.begin()->second;
+  const Proof::RuleSets sets(list.type, {Kelp::Duration(3600)});
+  const auto found = Proof::analyse(list, sets);
+  std::string all;
+  for (const auto& each : found.rules) {
+    constexpr const char* words[] = {"impossible", "covered", "redundant"};
+    all += fmt::format("{} {}", each.sequence, words[static_cast<size_t>(each.oddity)]);
+    if (!each.by.empty()) all += fmt::format(" by {}", fmt::join(each.by, " "));
+    all += each.otherAction ? " otherwise, " : ", ";
+  }
+  return all + (found.passesAll ? "all" : found.passesNothing ? "nothing" : "some");
+}
+
+TEST(ListAnalysis, SaysWhatPeopleWouldFind) {
+  struct Row {
+    const char* text;
+    const char* expected;
+  };
+  for (const Row& row : {
+           Row{"ip access-list A\n10 permit tcp any any\n20 permit udp any any\n30 deny tcp any any eq 22\n",
+               "30 covered by 10 otherwise, some"},
+           Row{"ip access-list A\n10 permit ip 10.0.0.0/9 any\n20 permit ip 10.128.0.0/9 any\n"
+               "30 deny ip 10.0.0.0/8 any\n40 permit ip any any\n",
+               "10 redundant, 20 redundant, 30 covered by 10 20 otherwise, all"},
+           Row{"ip access-list A\n10 deny tcp any any eq 22\n20 deny ip any any\n",
+               "10 redundant, 20 redundant, nothing"},
+           Row{"ip access-list A\n10 permit tcp any any\n20 deny ip any any fragments\n30 permit ip any "
+               "any\n",
+               "some"},
+           Row{"ip access-list A\n10 permit ip any any\n", "all"},
+           Row{"ip access-list A\n", "nothing"},
+           Row{"ip access-list A\n10 permit tcp any lt 0 any\n20 permit ip any any ttl gt 255\n",
+               "10 impossible, 20 impossible, nothing"},
+           Row{"ipv6 access-list A\n10 deny 0 any any\n20 permit ipv6 any any\n", "some"},
+           Row{"ipv6 access-list A\n10 permit udp any any fragments\n20 deny udp any any eq 53\n"
+               "30 deny udp any any neq 53\n40 permit ipv6 any any\n50 deny 60 any any\n",
+               "50 covered by 40 otherwise, some"},
+           Row{"mac access-list A\n10 deny vlan 200 0x00f any any\n20 permit vlan 201 any any\n",
+               "10 redundant, 20 covered by 10 otherwise, nothing"},
+       })
+    EXPECT_EQ(said(row.text), row.expected) << row.text;
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#include <agent/proof/PacketSets.h>
+#include <gtest/gtest.h>
+
+#include "../../support/Dice.h"
+
+namespace {
+
+using namespace Proof;
+
+constexpr unsigned manyBits = 200;
+
+/// Pairs of bits that are far apart: a set that grows without bounds.
+PacketSet grow(const PacketSets& sets) {
+  PacketSet all;
+  for (unsigned i = 0; i < manyBits / 2; ++i)
+    all = all | (sets.bitIs(i, true) & sets.bitIs(i + manyBits / 2, true));
+  return all;
+}
+
+std::string whyNot(const PacketSets& sets) {
+  try {
+    grow(sets);
+  } catch (const LimitReached& reached) {
+    return reached.what();
+  }
+  return "";
+}
+
+TEST(PacketSets, WorkEndsWithASentenceWhenMemoryIsSpent) {
+  const PacketSets sets(manyBits, {Kelp::Duration(3600), size_t{16} << 20});
+  EXPECT_EQ(whyNot(sets), "it takes more than 16 MiB of memory");
+  EXPECT_THROW(sets.bitIs(0, true) & sets.bitIs(1, true), LimitReached)
+      << "nothing can be worked with any more";
+  EXPECT_LE(sets.memory(), size_t{17} << 20);
+}
+
+TEST(PacketSets, WorkThatNeedsMoreThanThereIsAtFirstDoesNotBegin) {
+  EXPECT_THROW(PacketSets(manyBits, {Kelp::Duration(3600), 100}), LimitReached);
+  const PacketSets sets(4, {});
+  EXPECT_FALSE((sets.bitIs(0, true) & sets.bitIs(1, true)).isEmpty()) << "the next one finds all in order";
+}
+
+TEST(PacketSets, WorkEndsWithASentenceWhenTimeIsSpent) {
+  Kiv::ManualClock time;
+  const PacketSets sets(manyBits, {Kelp::Duration(3)}, time);
+  const PacketSet one = sets.bitIs(0, true), other = sets.bitIs(1, true);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_NO_THROW(one & other);
+    time.advance(Kelp::Duration(1));
+  }
+  EXPECT_NO_THROW(one & other) << "three seconds are not more than three";
+  time.advance(Kelp::Duration(1));
+  try {
+    one& other;
+    FAIL() << "there is no time left";
+  } catch (const LimitReached& reached) {
+    EXPECT_STREQ(reached.what(), "it takes more than 3 seconds");
+  }
+}
+
+TEST(PacketSets, AreTheSetsThatTheySay) {
+  constexpr unsigned bits = 6;
+  TestSupport::Dice dice(1);
+  const PacketSets sets(bits, {Kelp::Duration(3600)});
+  std::vector<std::pair<PacketSet, uint64_t>> known = {{sets.all(), ~uint64_t{0}}, {PacketSet(), 0}};
+  for (unsigned bit = 0; bit < bits; ++bit) {
+    uint64_t with = 0;
+    for (unsigned i = 0; i < 64; ++i) with |= uint64_t{i >> bit & 1} << i;
+    known.emplace_back(sets.bitIs(bit, true), with);
+    known.emplace_back(sets.bitIs(bit, false), ~with);
+  }
+  for (int step = 0; step < 300; ++step) {
+    const auto a = dice.of(known), b = dice.of(known);
+    switch (dice.below(3)) {
+      case 0:
+        known.emplace_back(a.first & b.first, a.second & b.second);
+        break;
+      case 1:
+        known.emplace_back(a.first | b.first, a.second | b.second);
+        break;
+      default:
+        known.emplace_back(a.first - b.first, a.second & ~b.second);
+    }
+    EXPECT_EQ(a.first == b.first, a.second == b.second);
+  }
+  for (const auto& [set, members] : known) {
+    EXPECT_EQ(set.isEmpty(), members == 0);
+    std::vector<bool> assigned(bits);
+    for (unsigned i = 0; i < 64; ++i) {
+      for (unsigned bit = 0; bit < bits; ++bit) assigned[bit] = (i >> bit & 1) != 0;
+      EXPECT_EQ(sets.contains(set, assigned), (members >> i & 1) != 0);
+    }
+    if (set.isEmpty()) continue;
+    EXPECT_TRUE(sets.contains(set, sets.oneOf(set)));
+  }
+}
+
+TEST(PacketSetsDeathTest, ThereIsOneAtATime) {
+  const PacketSets sets(2, {});
+  EXPECT_DEATH(PacketSets(2, {}), "a second analysis at the same time");
+}
+
+}  // namespace
