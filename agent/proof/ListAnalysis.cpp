@@ -82,15 +82,15 @@ class Analysis {
     return kept;
   }
 
-  /// What passes the rules behind one decides whether anything changes without it; behind all there is the
-  /// implicit drop.
+  /// What passes the rules behind one decides whether anything changes without it. So do rules that never
+  /// match as long as it is there. Behind all of them there is the implicit drop.
   void judgeFromTheEnd() {
     PacketSet passes;
     for (size_t i = rules_.size(); i-- > 0;) {
       const Entry& rule = rules_[i];
-      if (rule.taken.isEmpty()) continue;
       const bool permits = rule.action == Acl::Action::permit;
-      if (permits ? isIn(rule.taken, passes) : (rule.taken & passes).isEmpty())
+      const bool same = permits ? isIn(rule.taken, passes) : (rule.taken & passes).isEmpty();
+      if (same && !rule.taken.isEmpty())
         found_.rules.push_back({rule.sequence, Oddity::redundant, {}, false, sets_.exampleOf(rule.taken)});
       passes = permits ? passes | rule.asked : passes - rule.asked;
     }

@@ -25,6 +25,7 @@ constexpr int nodesOfCacheEntry = 4;
 constexpr size_t octetsOfCaches = 6 * 24 / nodesOfCacheEntry;
 constexpr size_t octetsOfAll = octetsOfNode + octetsOfCaches;
 constexpr int firstNodes = 1 << 16;
+constexpr size_t fewestNodes = 1 << 12;  // the library does not start with next to none
 
 enum class Spent : int { none, time, memory };
 
@@ -77,6 +78,7 @@ int applied(int a, int b, int operation) {
 void start(int bits) {
   const size_t most = std::min<size_t>(state.memory / octetsOfAll, std::numeric_limits<int>::max() / 2);
   guarded([bits, most] {
+    if (most < fewestNodes) leave(Spent::memory);
     bdd_error_hook(whenTheLibraryFails);
     if (bdd_init(std::min(firstNodes, static_cast<int>(most)), firstNodes / nodesOfCacheEntry) < 0)
       leave(Spent::memory);

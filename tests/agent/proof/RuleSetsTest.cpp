@@ -31,7 +31,7 @@ TYPED_TEST_SUITE(RuleSetsTest, Kinds);
 
 TYPED_TEST(RuleSetsTest, SetsHaveWhatRulesMatchAmongAllPacketsOfSmallWorlds) {
   size_t matches = 0;
-  for (uint64_t seed = 0; seed < 150 * proofTimes() && !this->HasFailure(); ++seed) {
+  for (uint64_t seed = 0; seed < 30 * proofTimes() && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     Dice dice(seed);
     SmallWorld<TypeParam> world(dice);
@@ -42,7 +42,7 @@ TYPED_TEST(RuleSetsTest, SetsHaveWhatRulesMatchAmongAllPacketsOfSmallWorlds) {
       for (const Fields& packet : packets) matches += this->expectSame(rule, set, packet);
     }
   }
-  EXPECT_GT(matches, 1000u) << "what is compared is not only emptiness";
+  EXPECT_GT(matches, 500u) << "what is compared is not only emptiness";
 }
 
 TYPED_TEST(RuleSetsTest, SetsHaveWhatRulesMatchAmongPacketsNearThem) {

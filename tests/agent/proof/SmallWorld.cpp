@@ -127,6 +127,7 @@ Rule SmallWorld<Rule>::rule(uint32_t sequence) {
 template <class Rule>
 std::vector<Fields> SmallWorld<Rule>::packets() const {
   Packets all(1);
+  all.front().protocol = 99;
   const auto address = [&](Differential::U128 Fields::*field) {
     vary(all, field, {addressOf<Rule>(0), addressOf<Rule>(1), addressOf<Rule>(2), addressOf<Rule>(3)});
   };
