@@ -48,11 +48,14 @@ class Comparison {
     });
   }
 
-  /// Whether a port is open because of a binding that has been told of: its own or its port-channel's.
+  /// Whether a binding filters nothing by this change, so that it is among what the change opens.
+  bool opens(const BindingKey& key) const { return is_.open.contains(key) && !was_.open.contains(key); }
+
+  /// Whether a port is open because of a binding that this change opens: its own or its port-channel's.
   bool isTold(const BindingKey& port) const {
     const auto channel = after_.channelOf.find(port.interface);
-    return is_.open.contains(port) || (channel != after_.channelOf.end() &&
-                                       is_.open.contains({port.type, port.direction, channel->second}));
+    return opens(port) ||
+           (channel != after_.channelOf.end() && opens({port.type, port.direction, channel->second}));
   }
 
   void addLost(const BindingKey& port, const BindingKey& by) {

@@ -123,6 +123,20 @@ class Opening(OperatedTest):
         self.assertEqual(strict.returncode, 2)
         self.assertIn("refused because of --strict", strict.stderr)
 
+    def test_what_is_open_already_hides_no_opening(self):
+        channel = LIST + "port-channel po1 members eth1\n"
+        bound = "interface po1\n  ip access-group A in\n"
+        for why, open_binding, filters in (("the member's own", BOUND.replace("A in", "NONE in"), bound),
+                                           ("the port-channel's", bound.replace("A in", "NONE in"), BOUND)):
+            with self.subTest(why):
+                agent = self.start(channel + open_binding + filters, "--allow-open")
+                self.assertEqual(self.passing(), {PASS})
+                refused = self.velo("apply", text=channel + open_binding)
+                self.assertEqual(refused.returncode, 2, refused.stderr)
+                self.assertIn("interface eth1 loses its last ip list in", refused.stderr)
+                self.assertEqual(self.passing(), {PASS})
+                agent.kill()
+
     def test_what_the_directory_refuses(self):
         folder = os.path.join(self.folder, "conf.d")
         os.mkdir(folder)

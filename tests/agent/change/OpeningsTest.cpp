@@ -47,7 +47,8 @@ const std::string at1 = "interface eth1\n", at2 = "interface eth2\n", atPo = "in
 const std::string aIn = " ip access-group A in\n", bIn = " ip access-group B in\n",
                   aOut = " ip access-group A out\n";
 const std::string a6In = " ipv6 access-group A in\n", macIn = " mac access-group A in\n";
-const std::string po12 = "port-channel po1 members eth1 eth2\n", po2 = "port-channel po1 members eth2\n";
+const std::string po12 = "port-channel po1 members eth1 eth2\n", po1 = "port-channel po1 members eth1\n",
+                  po2 = "port-channel po1 members eth2\n";
 
 const struct OpeningRow {
   const char* why;
@@ -192,6 +193,31 @@ const struct OpeningRow {
     {"a filtered port joins a port-channel without lists",
      {{"", a + at1 + aIn}},
      {{"", a + po12 + at1 + aIn}},
+     ""},
+    // Two bindings of which one filters and the other one does not.
+    {"the port-channel's list goes, and the member's own has always been open",
+     {{"", a + po1 + atPo + aIn + at1 + bIn}},
+     {{"", a + po1 + at1 + bIn}},
+     "filter-lost"},
+    {"the member's own list goes, and the port-channel's has always been open",
+     {{"", a + po12 + atPo + bIn + at1 + aIn}},
+     {{"", a + po12 + atPo + bIn}},
+     "filter-lost"},
+    {"a filtered port loses its list and joins a port-channel that has always been open",
+     {{"", a + po2 + atPo + bIn + at1 + aIn}},
+     {{"", a + po12 + atPo + bIn}},
+     "filter-lost"},
+    {"the port-channel's list goes, and the member's own opens with it: told once",
+     {{"", a + po1 + atPo + aIn}},
+     {{"", a + po1 + at1 + bIn}},
+     "list-undefined"},
+    {"the member's own list goes, and the port-channel's opens with it: told once",
+     {{"", a + po1 + at1 + aIn}},
+     {{"", a + po1 + atPo + bIn}},
+     "list-undefined"},
+    {"the member's own list has always been open, and the port-channel's stays",
+     {{"", a + b + po1 + atPo + aIn + at1 + " ip access-group C in\n"}},
+     {{"", a + b + po1 + atPo + bIn + at1 + " ip access-group C in\n"}},
      ""},
 };
 
