@@ -1,5 +1,7 @@
 #include <agent/change/Effective.h>
 
+#include <algorithm>
+
 namespace Agent {
 
 Effective::Effective(const Layers& layers) {
@@ -21,14 +23,18 @@ const std::string& Effective::listAt(const Config::BindingKey& key) const {
   return bindings.at(key).model->bindings.at(key);
 }
 
-bool isInterface(const Effective& effective, const PortNames* ports, const std::string& name) {
-  return !ports || ports->contains(name) || effective.portChannels.contains(name) ||
-         effective.channelOf.contains(name);
+bool leadsToPort(const Effective& effective, const PortNames* ports, const std::string& name) {
+  if (!ports || ports->contains(name)) return true;
+  const auto channel = effective.portChannels.find(name);
+  if (channel == effective.portChannels.end()) return false;
+  const auto& ends = channel->second.model->portChannels.at(name);
+  return std::any_of(ends.begin(), ends.end(),
+                     [ports](const auto& member) { return ports->contains(member); });
 }
 
 Filtering::Filtering(const Effective& effective, const PortNames* ports) {
   for (const auto& [key, owner] : effective.bindings) {
-    if (!isInterface(effective, ports, key.interface)) {
+    if (!leadsToPort(effective, ports, key.interface)) {
       open.emplace(key, Reason::interfaceUnknown);
       continue;
     }

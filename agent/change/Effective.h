@@ -48,7 +48,7 @@ struct Filtering {
   std::map<Config::BindingKey, Config::BindingKey> filtered;
 };
 
-/// Whether lists can be bound at an interface: it is a port, a port-channel or a member of one.
-bool isInterface(const Effective& effective, const PortNames* ports, const std::string& name);
+/// Whether a name stands for a port, or for a port-channel with a port among its members: `ports` as above.
+bool leadsToPort(const Effective& effective, const PortNames* ports, const std::string& name);
 
 }  // namespace Agent

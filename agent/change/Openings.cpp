@@ -85,16 +85,27 @@ class Comparison {
   }
 
   std::string unknownText(const BindingKey& key) const {
-    return fmt::format(
-        "interface {}{}: it is no port, no port-channel and no member of one: {} filters nothing there",
-        key.interface, nearest(key.interface), listTitle(key.type, after_.listAt(key)));
+    return fmt::format("interface {}: {} filters nothing there", whyUnknown(key.interface),
+                       listTitle(key.type, after_.listAt(key)));
   }
 
-  /// The nearest interface that lists can be bound at.
+  /// What an interface is that is neither a port nor leads to one; the ports are known.
+  std::string whyUnknown(const std::string& name) const {
+    const auto channel = after_.portChannels.find(name);
+    if (channel == after_.portChannels.end())
+      return fmt::format("{}{}: it is no port and no port-channel", name, nearest(name));
+    std::string ends;
+    for (const std::string& member : channel->second.model->portChannels.at(name))
+      ends += (ends.empty() ? "" : ", ") + member + nearestPorts(*ports_, member);
+    return fmt::format("{}: no port is a member of it, only {}", name, ends);
+  }
+
+  /// The nearest interface at which lists filter something.
   std::string nearest(const std::string& name) const {
-    PortNames names = ports_ ? *ports_ : PortNames();
-    for (const auto& [channel, owner] : after_.portChannels) names.insert(channel);
-    for (const auto& [member, channel] : after_.channelOf) names.insert(member);
+    PortNames names = *ports_;
+    for (const auto& [channel, owner] : after_.portChannels) {
+      if (leadsToPort(after_, ports_, channel)) names.insert(channel);
+    }
     return nearestPorts(names, name);
   }
 

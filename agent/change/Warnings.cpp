@@ -96,21 +96,12 @@ void interfacesShutDown(const Facts& facts, WarningCollector& found) {
   }
 }
 
-/// Whether a name stands for a port with a device, or for a port-channel that has one.
-bool leadsToPort(const Facts& facts, const std::string& name) {
-  if (facts.ports->contains(name)) return true;
-  const auto channel = facts.effective.portChannels.find(name);
-  if (channel == facts.effective.portChannels.end()) return false;
-  const auto& ends = channel->second.model->portChannels.at(name);
-  return std::any_of(ends.begin(), ends.end(), [&](const auto& each) { return facts.ports->contains(each); });
-}
-
 void sessionsWithoutPort(const Facts& facts, WarningCollector& found) {
   if (!facts.ports) return;
   for (const auto& [name, owner] : facts.effective.mirrorSessions) {
     const auto& notices = owner.model->notices;
     for (const std::string& destination : owner.model->mirrorSessions.at(name)) {
-      if (leadsToPort(facts, destination)) continue;
+      if (leadsToPort(facts.effective, facts.ports, destination)) continue;
       found.add("session-without-port", notices.placeOf(notices.mirrorSessions, name), [&, &name = name] {
         return fmt::format("mirror session {}: {} is no port{}: copies to it are lost", name, destination,
                            nearestPorts(*facts.ports, destination));

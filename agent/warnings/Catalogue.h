@@ -31,7 +31,7 @@ inline constexpr WarningKind warningKinds[] = {
     {"list-dropped", Consequence::opening, "a change takes a list away that is bound"},
     {"list-file-gone", Consequence::opening, "the file of a list goes, and the list is bound"},
     {"interface-unknown", Consequence::opening,
-     "an interface with lists is no port, no port-channel and no member of one"},
+     "an interface with lists is no port and no port-channel with a port"},
     {"filter-lost", Consequence::opening,
      "a change takes the last list of a kind from a port and direction that it filtered"},
     {"rule-twice", Consequence::surprise, "a rule number is given twice; the first rule is lost"},

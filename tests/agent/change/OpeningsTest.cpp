@@ -48,7 +48,7 @@ const std::string aIn = " ip access-group A in\n", bIn = " ip access-group B in\
                   aOut = " ip access-group A out\n";
 const std::string a6In = " ipv6 access-group A in\n", macIn = " mac access-group A in\n";
 const std::string po12 = "port-channel po1 members eth1 eth2\n", po1 = "port-channel po1 members eth1\n",
-                  po2 = "port-channel po1 members eth2\n";
+                  po2 = "port-channel po1 members eth2\n", noPort = "port-channel po1 members eht1 eht2\n";
 
 const struct OpeningRow {
   const char* why;
@@ -152,8 +152,34 @@ const struct OpeningRow {
     {"a port-channel that there is", {{"", a}}, {{"", a + po12 + atPo + aIn}}, ""},
     {"a member that is no port",
      {{"", a}},
-     {{"", a + "port-channel po1 members eth9\ninterface eth9\n" + aIn}},
+     {{"", a + "port-channel po1 members eth1 eth9\ninterface eth9\n" + aIn}},
+     "interface-unknown"},
+    {"a port-channel without a port", {{"", a}}, {{"", a + noPort + atPo + aIn}}, "interface-unknown"},
+    {"a port-channel without a port, and its list is not there",
+     {{"", ""}},
+     {{"", noPort + atPo + aIn}},
+     "interface-unknown"},
+    {"a port-channel without a port and without lists", {{"", a}}, {{"", a + noPort}}, ""},
+    {"a port-channel with a port and a member that is still to come",
+     {{"", a}},
+     {{"", a + "port-channel po1 members eth9 eth1\n" + atPo + aIn}},
      ""},
+    {"a typing mistake in the only member of a filtered port-channel",
+     {{"", a + po1 + atPo + aIn}},
+     {{"", a + noPort + atPo + aIn}},
+     "interface-unknown filter-lost"},
+    {"the port-channel had no port before",
+     {{"", a + noPort + atPo + aIn}},
+     {{"", a + b + noPort + atPo + aIn}},
+     ""},
+    {"the port-channel gets its first port",
+     {{"", a + noPort + atPo + aIn}},
+     {{"", a + po1 + atPo + aIn}},
+     ""},
+    {"another source's port-channel without a port is put over one with a port",
+     {{"", ""}, {"f", a + po1 + atPo + aIn}},
+     {{"", noPort}, {"f", a + po1 + atPo + aIn}},
+     "interface-unknown filter-lost"},
     {"it was no port before",
      {{"", a + "interface eht1\n" + aIn}},
      {{"", a + b + "interface eht1\n" + aIn}},
@@ -240,6 +266,8 @@ TEST(Openings, OfTheBeginningAreAllThatIsOpen) {
             "interface-unknown list-undefined");
   EXPECT_EQ(codesOf(changeWarnings({}, texts.layers, nullptr).openings), "list-undefined")
       << "when it is not known which ports there are";
+  const Read channel(Texts{{"", a + noPort + atPo + aIn}});
+  EXPECT_EQ(codesOf(changeWarnings({}, channel.layers, nullptr).openings), "") << "nor which members are";
 }
 
 TEST(Openings, StayAsLongAsTheyHold) {
@@ -272,6 +300,18 @@ TEST(Openings, AreToldWithTheirConsequence) {
       "ip access-list A goes with its file f, but interface eth1 has it bound in: everything passes there\n");
   EXPECT_EQ(texts({{"", a + po2 + atPo + aIn}}, {{"", a}}),
             "interface eth2 loses its last ip list in (A of po1): everything passes there\n");
+  EXPECT_EQ(
+      texts({{"", ""}}, {{"", a + noPort + atPo + aIn + "interface eht2\n" + aIn}}),
+      "interface eht2 (did you mean eth2?): it is no port and no port-channel: ip access-list A filters "
+      "nothing there\n"
+      "interface po1: no port is a member of it, only eht1 (did you mean eth1?), eht2 (did you mean "
+      "eth2?): ip access-list A filters nothing there\n");
+  const std::string at9 = "interface po9\n" + aIn;
+  EXPECT_EQ(texts({{"", ""}}, {{"", a + po2 + at9}}),
+            "interface po9 (did you mean po1?): it is no port and no port-channel: ip access-list A filters "
+            "nothing there\n");
+  EXPECT_EQ(texts({{"", ""}}, {{"", a + noPort + at9}}),
+            "interface po9: it is no port and no port-channel: ip access-list A filters nothing there\n");
   const Read none(Texts{{"", ""}}), five(Texts{{"", at1 + aIn + aOut + at2 + aIn + aOut + a6In}});
   EXPECT_EQ(
       *whyRefused(changeWarnings(none.layers, five.layers, &allPorts), {}),

@@ -78,9 +78,8 @@ TEST(Check, LooksAtInterfacesWhenItIsToldThePorts) {
   }
   EXPECT_EQ(
       warnings,
-      "interface-unknown 4:18 interface eht1 (did you mean eth1?): it is no port, no port-channel and "
-      "no member "
-      "of one: ip access-list A filters nothing there\n"
+      "interface-unknown 4:18 interface eht1 (did you mean eth1?): it is no port and no port-channel: "
+      "ip access-list A filters nothing there\n"
       "session-without-port 5:16 mirror session S: eth9 is no port (did you mean eth1 or eth2?): "
       "copies "
       "to it are lost\n"
