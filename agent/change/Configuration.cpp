@@ -283,6 +283,9 @@ void Configuration::confirm(std::function<void(const std::optional<std::string>&
   deadlineAt_.reset();
   deadline_->cancelTask();
   history_.unconfirmedIs(std::nullopt);
+  // Files that would have been openings only in what was before are none now.
+  files_.conflictsAreDue();
+  task_->scheduleTask();
   confirming_.push_back(std::move(done));
   handleWait();
 }

@@ -32,7 +32,8 @@ namespace Agent {
 /// Every change is remembered (see History). One of the command line's source may have to be confirmed: what
 /// was before comes into force again when nobody does in time, and at a start when the agent ends before. So
 /// such a change begins when the journal has kept what was before. Until it is confirmed or taken back, only
-/// changes that are to be confirmed themselves, or that take back, are carried out.
+/// changes that are to be confirmed themselves, or that take back, are carried out, and a file of the
+/// directory must be no opening in what would come back, either.
 ///
 /// Owner: the control plane. The core, the forwarder, the loop and the journal outlive it.
 class Configuration {

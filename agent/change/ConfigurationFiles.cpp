@@ -1,6 +1,7 @@
 #include <Acl/Workshop.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/Difference.h>
+#include <agent/config/Reader.h>
 #include <agent/config/Writer.h>
 #include <agent/core/Reserve.h>
 #include <agent/warnings/WarningText.h>
@@ -31,6 +32,7 @@ Json sourceJson(const std::string& name, const Config::Model& model, const std::
 /// New content of a file of the directory. It is compared on the thread.
 struct Configuration::Next {
   NewContent change;
+  SharedText before{};  ///< what the command line's source will say again if nobody confirms; null: nothing
   SourceChange writes{};
   Warnings lasting{};                    ///< what is warned of when it is in force
   Warnings fresh{};                      ///< what was not warned of before
@@ -50,7 +52,20 @@ struct Configuration::Next {
     fresh = newWarnings(found.told, all.warnings_);
     lasting = std::move(found.lasting);
     refused = whyRefused(found, all.leave_);
+    if (!same && !refused && before) refused = whyNotBefore(all, now);
     if (!same && !refused) writes = sourceChange(inForce, name, now);
+  }
+  /// Why the change is refused when it is no opening in what is in force, but is one in what would come back.
+  std::optional<std::string> whyNotBefore(const Configuration& all, const Config::Model* now) const {
+    const Config::Result read = Config::read({{"before", *before}});
+    if (!read.model) return "what would come back if nobody confirms cannot be read";
+    const Sources& inForce = all.sources();
+    const Layers was = inForce.layersWith(commandLineName, &*read.model);
+    Layers is = inForce.layersWith(change.source, now);
+    is.front().second = &*read.model;  // the command line's
+    auto why = whyRefused(changeWarnings(was, is, all.ports()), {.openings = all.leave_.openings});
+    if (why) why->insert(0, "if nobody confirms the change that waits for it: ");
+    return why;
   }
   void remember(const Config::Model& known, const Config::Model* now) {
     static const Config::Model nothing;
@@ -83,7 +98,8 @@ void Configuration::commitNext() {
     return prepare(std::move(request), std::move(done));
   }
   if (changes_.empty()) return files_.look();
-  const auto next = std::make_shared<Next>(Next{std::move(changes_.front())});
+  const auto next = std::make_shared<Next>(
+      Next{std::move(changes_.front()), deadlineAt_ ? history_.unconfirmed()->before : nullptr});
   changes_.erase(changes_.begin());
   background_.run([this, next] { next->prepare(*this); },
                   [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });

@@ -222,6 +222,66 @@ TEST_F(TakingBackTest, WhatChangesNothingConfirmsNothing) {
   EXPECT_EQ(inForce(), oneText);
 }
 
+/// A list in the directory that only the text has bound that waits to come back.
+class ListOfWhatComesBackTest : public TakingBackTest {
+ protected:
+  static constexpr const char* bound = "interface eth1\n ip access-group X in\n";
+  static constexpr const char* list = "ip access-list X\n permit ip any any\n";
+
+  /// Begins with the list bound, and has a text without it wait to be confirmed for a minute.
+  void begin(bool mayOpen) {
+    agent_.leaveIs({.openings = mayOpen});
+    const std::map<std::string, std::string> files = {{"x", list}};
+    agent_.start(bound, &files);
+    ASSERT_EQ(applyToBeConfirmed(otherText, 60).at("applied"), true);
+  }
+  void untilFilesAre(const std::function<bool()>& done) {
+    agent_.turns();
+    agent_.advance(1.1);  // a look comes once a second
+    const auto& files = agent_.plane().configuration();
+    agent_.turnsUntil([&] { return !files.looking() && !files.busy() && done(); });
+  }
+  Json bad() { return agent_.show("status").at("configuration").at("bad"); }
+  bool isDefined(const char* name = "X") { return !agent_.show("access-lists", name).contains("error"); }
+};
+
+TEST_F(ListOfWhatComesBackTest, StaysInForceThoughItsFileHasGone) {
+  begin(false);
+  std::filesystem::remove(agent_.dirPath() + "/x");
+  untilFilesAre([this] { return !bad().empty(); });
+  EXPECT_EQ(bad().at(0).at("mistakes").at(0),
+            agent_.dirPath() +
+                "/x: if nobody confirms the change that waits for it: ip access-list X goes with its file x, "
+                "but interface eth1 has it bound in: everything passes there (--allow-open carries it out)");
+  EXPECT_TRUE(isDefined());
+  agent_.advance(60);
+  untilFilesAre([this] { return inForce() == "interface eth1\n   ip access-group X in\n"; });
+  EXPECT_EQ(bad().size(), 1u) << "now it is an opening in what is in force";
+  EXPECT_TRUE(isDefined());
+}
+
+TEST_F(ListOfWhatComesBackTest, GoesWithItsFileWhenTheChangeIsConfirmed) {
+  begin(false);
+  std::filesystem::remove(agent_.dirPath() + "/x");
+  untilFilesAre([this] { return !bad().empty(); });
+  EXPECT_EQ(agent_.ask({{"do", "confirm"}}).at("confirmed"), true);
+  untilFilesAre([this] { return bad().empty() && !isDefined(); });
+}
+
+TEST_F(ListOfWhatComesBackTest, GoesWithItsFileIfTheAgentMayOpen) {
+  begin(true);
+  std::filesystem::remove(agent_.dirPath() + "/x");
+  untilFilesAre([this] { return bad().empty() && !isDefined(); });
+}
+
+TEST_F(ListOfWhatComesBackTest, MayChangeAsLongAsItIsThere) {
+  begin(false);
+  agent_.putFile("x", "ip access-list X\n deny ip any any\n");
+  agent_.putFile("y", "ip access-list Y\n deny ip any any\n");
+  untilFilesAre([this] { return isDefined("Y"); });
+  EXPECT_TRUE(bad().empty()) << bad();
+}
+
 TEST_F(TakingBackTest, TheJournalHasWhatWasBeforeWhenTheChangeBegins) {
   agent_.journalIs(journal_);
   agent_.start(oneText);
