@@ -76,6 +76,7 @@ std::optional<TextFile> TextReader::readOnly(const std::string& path, Named name
     wrong.push_back(std::move(why));
     return std::nullopt;
   };
+  if (named == Named::byPlace && path == standardInput) return refused("standard input cannot be read again");
   struct stat asked {
   }, opened{};
   const char* const place = named == Named::byUser && path == standardInput ? "/dev/stdin" : path.c_str();

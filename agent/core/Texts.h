@@ -63,7 +63,7 @@ class TextReader {
   /// How it is known that a path is a configuration text.
   enum class Named {
     byUser,  ///< a user said so: pipes and devices are read to their end, which may mean to wait
-    byPlace  ///< it lies in the directory: only regular files are read
+    byPlace  ///< it lies in the directory, or is read again: only regular files are, never standard input
   };
 
   explicit TextReader(TextLimits limits) : limits_(limits) {}

@@ -1,6 +1,7 @@
 #include <Acl/Workshop.h>
 #include <Nimnet/IntfId.h>
 #include <agent/change/Apply.h>
+#include <agent/change/ChangeEvents.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
@@ -114,6 +115,13 @@ void Run::handleSignals() {
 
 void Run::reload() {
   tellServiceManager(reloading());
+  if (options_.configs.empty()) {
+    tellChange(tellLog(), {.who = "SIGHUP",
+                           .source = commandLineName,
+                           .summary = {},
+                           .refused = "there is nothing to read again (velo run had no --config)"});
+    return tellServiceManager("READY=1");
+  }
   const auto done = [](const Configuration::Outcome&) { tellServiceManager("READY=1"); };
   control_->configuration().applyLater(
       {.texts = {}, .files = options_.configs, .who = "SIGHUP", .leave = options_.leave}, done);

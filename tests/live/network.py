@@ -321,21 +321,23 @@ def as_user(uid, gid, groups, path, requests):
 
 
 class Agent:
-    """`velo run` in a namespace, from its readiness to its end."""
+    """`velo run` in a namespace, from its readiness to its end. Without `config` (None) it has no --config."""
 
     def __init__(self, velo, namespace, config, *arguments, check=True):
         self.folder = tempfile.TemporaryDirectory(prefix="velo-live-")
         path = os.path.join(self.folder.name, "live.acl")
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(config)
+        if config is not None:
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(config)
+            arguments = ("--config", path, *arguments)
         notify = os.path.join(self.folder.name, "notify")
         self.notices = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.notices.bind(notify)
         self.told = []
         begin = time.monotonic()
         with namespace.entered():
-            self.process = subprocess.Popen([velo, "run", "--config", path, "--report", "json", *arguments],
-                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+            self.process = subprocess.Popen([velo, "run", "--report", "json", *arguments],
+                                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                                             env={**os.environ, "NOTIFY_SOCKET": notify})
         self.ready = False
         end = time.monotonic() + 30

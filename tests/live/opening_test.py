@@ -221,6 +221,26 @@ class Signals(OperatedTest):
         self.assertRegex(log, r"cli not changed by SIGHUP: \S+live\.acl:2:6: found \"permitt\"")
         self.assertRegex(log, r"cli not changed by SIGHUP: interface eth1 loses its last ip list in .*--allow-open")
 
+    def test_a_reload_of_what_cannot_be_read_again_leaves_everything(self):
+        folder = os.path.join(self.folder, "conf.d")
+        os.mkdir(folder)
+        for words, config, why in (
+                (("--config-dir", folder), None, "there is nothing to read again (velo run had no --config)"),
+                (("--config", "-"), "! nothing\n", "standard input cannot be read again")):
+            with self.subTest(why):
+                agent = self.start(config, *words)
+                client = self.control()
+                client.apply(CONFIG)
+                for count in (1, 2):
+                    agent.process.send_signal(signal.SIGHUP)
+                    self.assertTrue(until(lambda: agent.notified().count("READY=1") == count))
+                shown = client.ask("show", what="access-lists")["lists"][0]
+                self.assertEqual((len(shown["rules"]), len(shown["bindings"])), (2, 1))
+                restart = client.ask("show", what="status")["configuration"]["restart"]
+                self.assertEqual(restart["why"], ["what is in force is in no file (velo run had no --config)"]
+                                 if config is None else [why])
+                self.assertIn(f"velo: cli not changed by SIGHUP: {why}", stderr_of(agent))
+
     def test_status_goes_to_the_log_and_nothing_else_ends_it(self):
         agent = self.start(CONFIG)
         for number in (signal.SIGUSR1, signal.SIGPIPE):

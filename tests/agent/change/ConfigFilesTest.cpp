@@ -102,6 +102,13 @@ TEST(ConfigFiles, APipeThatTheUserNamesIsReadToItsEnd) {
   EXPECT_EQ(files.sources().commandLine.lists.at({Acl::AclType::ip, "A"}).rules.size(), 1u);
 }
 
+TEST(ConfigFiles, StandardInputIsNotReadAgain) {
+  Agent::TextReader reader({});
+  std::vector<std::string> wrong;
+  EXPECT_FALSE(reader.read("-", Agent::TextReader::Named::byPlace, wrong));
+  EXPECT_THAT(wrong, testing::ElementsAre("standard input cannot be read again"));
+}
+
 TEST(ConfigFiles, AFileThatGrowsWhileItIsReadIsRefused) {
   const TempDir dir;
   writeFile(dir / "a", std::string(30 << 20, '\n'));
