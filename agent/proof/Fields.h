@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <string_view>
 
 /// Lists of rules as sets of packets, so that questions about all packets have an answer. A packet is what
 /// matching sees of it: the values of its fields.
@@ -33,7 +32,6 @@ enum class Field : uint8_t {
 /// How many bits a field has in packets before a list of each kind; 0 where such lists do not look at it.
 struct FieldBits {
   Field field;
-  std::string_view name;
   uint8_t ip, ipv6, mac;
 
   constexpr unsigned bits(Acl::AclType type) const {
@@ -45,19 +43,11 @@ struct FieldBits {
 /// diagrams, highest bit first. It decides over time and memory: with the ports before the addresses some
 /// lists of a thousand rules take twenty times as long, with the addresses before the protocol up to twice.
 inline constexpr FieldBits fieldBits[] = {
-    {Field::later, "fragments", 1, 1, 0},
-    {Field::protocol, "protocol", 8, 8, 0},
-    {Field::source, "source", 32, 128, 48},
-    {Field::destination, "destination", 32, 128, 48},
-    {Field::sourcePort, "source port", 16, 16, 0},
-    {Field::destinationPort, "destination port", 16, 16, 0},
-    {Field::tcpFlags, "tcp flags", 8, 8, 0},
-    {Field::icmpType, "icmp type", 8, 8, 0},
-    {Field::icmpCode, "icmp code", 8, 8, 0},
-    {Field::trafficClass, "traffic class", 8, 8, 0},
-    {Field::hops, "ttl", 8, 8, 0},
-    {Field::etherType, "ethertype", 0, 0, 16},
-    {Field::vlan, "vlan", 12, 12, 12},
+    {Field::later, 1, 1, 0},           {Field::protocol, 8, 8, 0},     {Field::source, 32, 128, 48},
+    {Field::destination, 32, 128, 48}, {Field::sourcePort, 16, 16, 0}, {Field::destinationPort, 16, 16, 0},
+    {Field::tcpFlags, 8, 8, 0},        {Field::icmpType, 8, 8, 0},     {Field::icmpCode, 8, 8, 0},
+    {Field::trafficClass, 8, 8, 0},    {Field::hops, 8, 8, 0},         {Field::etherType, 0, 0, 16},
+    {Field::vlan, 12, 12, 12},
 };
 inline constexpr size_t fieldCount = std::size(fieldBits);
 
