@@ -228,8 +228,9 @@ TEST_F(TailTest, ALineHasTimePortVerdictRulesAndPacket) {
 TEST_F(TailTest, ADropOnTheWayOutNamesTheListOfThePort) {
   agent_.patch("eth5", "eth6");
   agent_.apply(
+      "ip access-list FROM-ALICE\n 5 permit ip any any\n"
       "ip access-list TO-BOB\n 10 deny udp any any eq 30\n 20 permit ip any any\n"
-      "interface eth6\n ip access-group TO-BOB out\n");
+      "interface eth5\n ip access-group FROM-ALICE in\ninterface eth6\n ip access-group TO-BOB out\n");
   agent_.ask({{"do", "tail"}, {"drops", true}});
   agent_.receive("eth5", udpTo(30));
   EXPECT_THAT(Agent::TailText(false).lines(frames().at("frames").at(0)),

@@ -33,12 +33,16 @@ TEST(FlowTableTest, EachPartOfAKeyTellsFlowsApart) {
   keys[9].type = Acl::AclType::ipv6;
   keys[10].kind = FlowKey::Kind::laterFragment;
   keys[11].protocol = 1;
-  FlowTable table(16, 1);
-  for (const FlowKey& key : keys) {
-    EXPECT_EQ(table.find(key, table.hashOf(key)), nullptr);
-    table.add(key, table.hashOf(key), Duration());
+  // Also where all have one hash, so that only the keys are left to tell them apart.
+  for (const bool alike : {false, true}) {
+    FlowTable table(16, 1);
+    const auto hashOf = [&](const FlowKey& key) { return alike ? 0 : table.hashOf(key); };
+    for (const FlowKey& key : keys) {
+      EXPECT_EQ(table.find(key, hashOf(key)), nullptr);
+      table.add(key, hashOf(key), Duration());
+    }
+    for (const FlowKey& key : keys) EXPECT_TRUE(table.find(key, hashOf(key))->key == key);
   }
-  for (const FlowKey& key : keys) EXPECT_TRUE(table.find(key, table.hashOf(key))->key == key);
 }
 
 TEST(FlowTableTest, HasRoomForAsManyAsItWasMadeFor) {
