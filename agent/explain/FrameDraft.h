@@ -4,6 +4,7 @@
 #include <Nimnet/IpHdr.h>
 #include <Nimnet/L4Hdr.h>
 #include <Velo/ParseFault.h>
+#include <agent/show/PacketText.h>
 
 #include <cstdint>
 #include <optional>
@@ -15,7 +16,6 @@ namespace Agent {
 
 inline constexpr uint16_t etherTypeArp = 0x0806;
 inline constexpr size_t smallestFrame = 60;  // IEEE 802.3, 3.2.8, without the frame check sequence
-inline constexpr uint8_t defaultHops = 64;
 
 /// An IPv4 or IPv6 address; neither of them before it is read.
 using IpAddress = std::variant<std::monostate, Nimnet::IpAddr, Nimnet::Ip6Addr>;
@@ -26,8 +26,8 @@ inline bool isSix(const IpAddress& address) { return std::holds_alternative<Nimn
 /// addresses it is an ARP request for the destination (RFC 826). Otherwise it is an Ethernet header and
 /// zeros.
 struct Draft {
-  Nimnet::EthAddr from{{0x02, 0, 0, 0, 0, 0x01}};
-  Nimnet::EthAddr to{{0x02, 0, 0, 0, 0, 0x02}};
+  Nimnet::EthAddr from = Unsaid::from;
+  Nimnet::EthAddr to = Unsaid::to;
   std::vector<uint16_t> vlans;
   uint16_t etherType = 0;
   IpAddress source, destination;
@@ -37,7 +37,7 @@ struct Draft {
   uint8_t icmpType = 0, icmpCode = 0;
   uint8_t tcpFlags = 0;
   uint8_t trafficClass = 0;
-  uint8_t hops = defaultHops;
+  uint8_t hops = Unsaid::hops;
   std::optional<uint32_t> fragmentOffset;  ///< of a later fragment
   bool firstFragment = false;
   std::vector<uint8_t> headers;  ///< IPv6 extension headers, in their order; without fragment headers

@@ -34,6 +34,8 @@ class Junction {
   /// The ends that such a frame leaves by; empty when it goes nowhere. `from` may be among them, and the
   /// caller leaves it out. The result is valid until the next call of any function.
   virtual std::span<End* const> targets(const End& from, const Nimnet::EthHdr& eth, uint16_t vlan) const = 0;
+  /// Whether it asks for the addresses of a frame.
+  virtual bool asksAddresses() const { return true; }
   /// Forgets what was learned about an end, because it is down.
   virtual void forget(const End& end);
   /// How an end is joined, for people: "patched to eth2".
@@ -50,6 +52,7 @@ class Patch final : public Junction {
   std::span<End* const> targets(const End& from, const Nimnet::EthHdr&, uint16_t) const override {
     return {&other(from), 1};
   }
+  bool asksAddresses() const override { return false; }
   std::string text(const End& end) const override { return "patched to " + other(end)->id.name().str(); }
 
  private:

@@ -28,6 +28,7 @@ void FrameQueue::push(const Velo::PacketContext& ctx, const Fate& fate, uint64_t
   head.fate.passed = fate.passed;
   head.fate.direction = fate.direction;
   head.fate.reason = fate.reason;
+  head.fate.addressed = fate.addressed;
   head.wireLength = pkt.wireLength();
   head.fault = ctx.parsedPacket().fault();
   head.segments = segments;

@@ -20,7 +20,8 @@ Json SeenFrameWriter::document(const SeenFrame& frame, bool octets) {
   Velo::ParsedPacket parsed;
   parsed.reset(pkt_.get());
   parsed.maybeDoFullParse();
-  document["packet"] = packetText(*pkt_, parsed, {frame.fault, frame.segments});
+  document["packet"] =
+      packetText(*pkt_, parsed, {frame.fault, frame.segments, decidedByAddresses(frame.fate)});
   document["wireLength"] = frame.wireLength;
   document["segments"] = frame.segments;
   document["passedOver"] = frame.passedOver;

@@ -50,6 +50,8 @@ void VerdictRecorder::handleEgress(const Port& port, const Velo::PipelineStep* d
 void VerdictRecorder::handleVerdict(const Port& port, const Verdict& verdict) {
   fate_.port = port.id.name();
   const bool droppedIn = !verdict.passed() && fate_.egress.empty();
+  const Junction* junction = port.entry ? port.entry->junction : nullptr;
+  fate_.addressed = !droppedIn && junction && junction->asksAddresses();
   fate_.verdictIs(verdict, droppedIn ? dropReason(*verdict.droppedBy) : Kelp::String());
   if (done_) done_();
 }

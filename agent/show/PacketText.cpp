@@ -20,6 +20,12 @@ constexpr ExtensionName extensions[] = {
     {"destination-options", IpProtocol::destinationOptions},
 };
 
+std::string nameOrNumber(std::span<const Config::NamedNumber> names, uint16_t number) {
+  const auto at =
+      std::find_if(names.begin(), names.end(), [number](const auto& each) { return each.number == number; });
+  return at == names.end() ? std::to_string(number) : std::string(at->name);
+}
+
 std::string_view extensionName(uint8_t header) {
   const auto* at = std::find_if(std::begin(extensions), std::end(extensions),
                                 [header](const ExtensionName& each) { return each.header == header; });
@@ -82,6 +88,38 @@ std::string ipSummary(const Velo::ParsedPacket& parsed) {
                      known ? protocolText(six ? six->protocol() : four->protocol()) : "unknown");
 }
 
+/// ", dscp ef"; with the two bits behind it, which only rules for IPv6 can ask for, ", traffic-class 185".
+std::string classText(uint8_t trafficClass, bool six) {
+  if (six && (trafficClass & 0x03) != 0) return fmt::format(", traffic-class {}", trafficClass);
+  const uint8_t dscp = trafficClass >> 2;
+  return dscp == 0 ? "" : ", dscp " + nameOrNumber(Config::dscpNames(), dscp);
+}
+
+std::string hopsText(std::string_view word, uint8_t hops) {
+  return hops == Unsaid::hops ? "" : fmt::format(", {} {}", word, hops);
+}
+
+/// ", from 02:00:5e:00:00:01, to 02:00:5e:00:00:02".
+std::string addressesText(const Velo::ParsedPacket& parsed) {
+  const auto* eth = parsed.ethPacket()->ethHdr();
+  if (!eth) return "";
+  const auto end = [](std::string_view word, const Nimnet::EthAddr& address, const Nimnet::EthAddr& unsaid) {
+    return address == unsaid ? "" : fmt::format(", {} {}", word, address.str());
+  };
+  return end("from", eth->source(), Unsaid::from) + end("to", eth->destination(), Unsaid::to);
+}
+
+/// What is told of the header of an IP packet beside its ends and protocol.
+std::string headerText(const Nimnet::Pkt& pkt, const Velo::ParsedIpHdr& ip) {
+  if (const auto* four = ip.ipHdr()) {
+    return fragmentText(*four, four->fragmentOffset()) + classText(four->tos(), false) +
+           hopsText("ttl", four->ttl());
+  }
+  const auto* six = ip.ip6Hdr();
+  return fragmentText(*six, six->chain().fragmentOffset) + headersText(pkt, *six) +
+         classText(six->trafficClass(), true) + hopsText("hop-limit", six->hopLimit());
+}
+
 /// ", vlan 7, inner vlan 8": the ids of the tags that are read.
 std::string tagsText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed) {
   const auto* eth = parsed.ethPacket()->ethHdr();
@@ -110,19 +148,13 @@ std::string linkSummary(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed
 
 std::span<const ExtensionName> extensionNames() { return extensions; }
 
-std::string protocolText(uint8_t protocol) {
-  const auto names = Config::protocolNames();
-  const auto at = std::find_if(names.begin(), names.end(),
-                               [protocol](const auto& each) { return each.number == protocol; });
-  return at == names.end() ? std::to_string(protocol) : std::string(at->name);
-}
+std::string protocolText(uint8_t protocol) { return nameOrNumber(Config::protocolNames(), protocol); }
 
 std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed, const WholePacket& whole) {
   std::string text = parsed.ipHdr() ? ipSummary(parsed) : linkSummary(pkt, parsed);
   if (const auto* ip = parsed.ipHdr()) {
-    if (const auto* four = ip->ipHdr()) text += fragmentText(*four, four->fragmentOffset());
-    if (const auto* six = ip->ip6Hdr())
-      text += fragmentText(*six, six->chain().fragmentOffset) + headersText(pkt, *six);
+    text += headerText(pkt, *ip);
+    if (whole.addresses) text += addressesText(parsed);
   }
   text += tagsText(pkt, parsed);
   if (!pkt.hasEthernet()) text += ", no ethernet header";

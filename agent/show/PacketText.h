@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Nimnet/EthHdr.h>
 #include <Velo/PacketContext.h>
 
 #include <optional>
@@ -9,10 +10,18 @@
 
 namespace Agent {
 
+/// What a line does not say of an IP packet because whoever reads one takes it for granted: these, and 0 as
+/// its traffic class.
+namespace Unsaid {
+inline constexpr Nimnet::EthAddr from{{0x02, 0, 0, 0, 0, 0x01}};
+inline constexpr Nimnet::EthAddr to{{0x02, 0, 0, 0, 0, 0x02}};
+inline constexpr uint8_t hops = 64;
+}  // namespace Unsaid
+
 /// The packet of a context, parsed, in a line: "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60
-/// octets". A super-frame that a sender left to be cut into segments is one packet here, as it is for the
-/// lists. `velo explain` takes the line back (explain/FrameText.h): whoever adds words to it, adds them
-/// there.
+/// octets". All is there that a rule can ask for. A super-frame that a sender left to be cut into segments is
+/// one packet here, as it is for the lists. `velo explain` takes the line back (explain/FrameText.h): whoever
+/// adds words to it, adds them there.
 std::string packetText(const Velo::PacketContext& ctx);
 
 /// The same of a packet of which only the first octets are there: what is known of the whole of it. Such a
@@ -20,6 +29,9 @@ std::string packetText(const Velo::PacketContext& ctx);
 struct WholePacket {
   Velo::ParseFault fault = Velo::ParseFault::none;
   uint64_t segments = 1;
+  /// The MAC addresses of an IP packet are told, too. Without them a line is shorter, and only good enough
+  /// for a packet of which nothing was decided by them.
+  bool addresses = true;
 };
 std::string packetText(const Nimnet::Pkt& pkt, const Velo::ParsedPacket& parsed, const WholePacket& whole);
 

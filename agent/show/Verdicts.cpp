@@ -39,8 +39,14 @@ void Fate::clear() {
   reason = {};
   hits.clear();
   egress.clear();
+  addressed = false;
   mirrored.clear();
   hitsBefore_ = 0;
+}
+
+bool decidedByAddresses(const Fate& fate) {
+  return fate.addressed || std::any_of(fate.hits.begin(), fate.hits.end(),
+                                       [](const Hit& hit) { return hit.type == Acl::AclType::mac; });
 }
 
 Json hitWords(const Hit& hit) {

@@ -42,6 +42,7 @@ struct Fate {
   Kelp::String reason{};
   std::vector<Hit> hits{};  ///< in the order in which the lists were asked
   std::vector<Egress> egress{};
+  bool addressed = false;                ///< where it goes is a question of its MAC addresses, as on a bridge
   std::vector<Kelp::String> mirrored{};  ///< the sessions that a copy went to, each once
 
   void mirroredAdd(const Kelp::String& session);
@@ -56,6 +57,9 @@ struct Fate {
  private:
   size_t hitsBefore_ = 0;  // how many lists were asked up to the last egress port
 };
+
+/// Whether MAC addresses were asked for on the way of a frame: by a list, or for the port to leave by.
+bool decidedByAddresses(const Fate& fate);
 
 /// The reason that is told of a frame when the step that dropped it has counted none.
 std::string uncountedReason(const Velo::PipelineStep& droppedBy);

@@ -62,6 +62,21 @@ TEST(FrameLine, TellsWhatListsLookAtInWordsOfTheConfiguration) {
                "ipv6 2001:db8::1 > 2001:db8::2 protocol tcp, later fragment 185, headers "
                "destination-options, "
                "110 octets"},
+           Row{eth().ip4("192.0.2.1", "192.0.2.2").tos(46 << 2).ttl(3).udp(1, 2),
+               "udp 192.0.2.1:1 > 192.0.2.2:2, dscp ef, ttl 3, 42 octets"},
+           Row{eth().ip4("192.0.2.1", "192.0.2.2").tos(0x02).udp(1, 2),
+               "udp 192.0.2.1:1 > 192.0.2.2:2, 42 octets"},
+           Row{six().trafficClass(1 << 2).hopLimit(255).udp(1, 2),
+               "udp [2001:db8::1]:1 > [2001:db8::2]:2, dscp le, hop-limit 255, 62 octets"},
+           Row{six().trafficClass(0x2f).udp(1, 2),
+               "udp [2001:db8::1]:1 > [2001:db8::2]:2, traffic-class 47, 62 octets"},
+           Row{frame()
+                   .eth("02:00:5e:00:00:01", "02:00:5e:00:00:02")
+                   .vlan(7)
+                   .ip4("192.0.2.1", "192.0.2.2")
+                   .udp(1, 2),
+               "udp 192.0.2.1:1 > 192.0.2.2:2, from 02:00:5e:00:00:01, to 02:00:5e:00:00:02, vlan 7, 46 "
+               "octets"},
            Row{six().protocol(50).payload(10), "ipv6 2001:db8::1 > 2001:db8::2 protocol esp, 64 octets"},
        }) {
     EXPECT_EQ(lineOf(row.frame), row.line);

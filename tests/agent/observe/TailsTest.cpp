@@ -30,12 +30,17 @@ interface eth1
  ip access-group IN in
 interface eth2
  ip access-group OUT out
+mac access-list ALL
+ 10 permit any any
+interface eth5
+ mac access-group ALL in
 mirror session S destination eth9
 )"),
                                                  {}});
     ASSERT_FALSE(wrong) << *wrong;
     forwarder_.portsOfConfigurationIs();
     ASSERT_FALSE(forwarder_.bridgeIs({"eth1", "eth2", "eth3"}, clock_));
+    ASSERT_FALSE(forwarder_.patchIs("eth4", "eth5"));
   }
   void receive(const char* port, const Bytes& frame) { receive(forwarder_.portIs(port), frame); }
   void receive(Agent::Port& port, const Bytes& frame) {
@@ -141,6 +146,33 @@ TEST_F(TailsTest, OneLineAFrameWithAllThatBecameOfIt) {
     const auto told = document(row.port, row.frame);
     EXPECT_EQ(told.at("verdict"), row.verdict);
     EXPECT_EQ(told.at("sentence").get<std::string>(), row.sentence);
+  }
+}
+
+TEST_F(TailsTest, TellsMacAddressesOfAnIpPacketWhereTheyDecided) {
+  Agent::Tail tail(tails_, {}, 0);
+  Agent::SeenFrameWriter writer;
+  const auto udp = [](uint16_t port) {
+    return frame().eth("02:00:5e:00:00:01", "02:00:5e:00:00:02").ip4("192.0.2.1", "192.0.2.2").udp(1, port);
+  };
+  struct Row {
+    const char* why;
+    const char* port;
+    Bytes frame;
+    const char* packet;
+  };
+  for (const Row& row : {
+           Row{"where it goes is a question of addresses", "eth1", udp(1),
+               "udp 192.0.2.1:1 > 192.0.2.2:1, from 02:00:5e:00:00:01, to 02:00:5e:00:00:02, 42 octets"},
+           Row{"it was dropped before that", "eth1", udp(3), "udp 192.0.2.1:1 > 192.0.2.2:3, 42 octets"},
+           Row{"by a patch all frames go the same way", "eth4", udp(3),
+               "udp 192.0.2.1:1 > 192.0.2.2:3, 42 octets"},
+           Row{"a list asked for them", "eth5", udp(3),
+               "udp 192.0.2.1:1 > 192.0.2.2:3, from 02:00:5e:00:00:01, to 02:00:5e:00:00:02, 42 octets"},
+       }) {
+    receive(row.port, row.frame);
+    ASSERT_EQ(tail.queue().size(), 1u) << row.why;
+    EXPECT_EQ(writer.document(tail.queue().pop(), false).at("packet"), row.packet) << row.why;
   }
 }
 
