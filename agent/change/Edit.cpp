@@ -118,7 +118,9 @@ class Editor {
       } else if (at.takeIf("resequence")) {
         ListEdit(at, list().rules).resequence();
       } else if (isOfList(at)) {
-        return statement(line, number);
+        const size_t before = list().rules.size();
+        if (!statement(line, number)) return false;
+        if (takesRuleAway(at) && list().rules.size() == before) failNoSuchRule(at);
       }
     }
     const auto& problem = at.problem();
@@ -148,6 +150,15 @@ class Editor {
     }
     return at.failAt(at.position() + no,
                      no ? "a rule, its number or remark" : "a rule, remark, no, move or resequence");
+  }
+
+  static bool takesRuleAway(const Cursor& at) {
+    const size_t word = Config::isDigits(at.peek(1)) ? 2 : 1;
+    return at.peek() == "no" && at.peek(word) != "remark";
+  }
+  static void failNoSuchRule(Cursor& at) {
+    const bool numberOnly = Config::isDigits(at.peek(1)) && at.peek(2).empty();
+    at.failAt(at.position() + 1, numberOnly ? "the number of a rule of the list" : "a rule of the list");
   }
 
   bool statement(const std::string& line, int number) {
@@ -211,6 +222,28 @@ std::optional<std::string> find(const Sources& inForce, const Edit& edit, Model:
   return Config::orNearest(fmt::format("there is no list {}", edit.list), edit.list, names);
 }
 
+/// Leaves in the notices of a model only what is odd about what it says. `before` are the notices of what was
+/// edited: an oddity has its place there, or in the commands. Twins of which some have gone have none.
+void settleOddities(Model& model, const Config::Notices& before) {
+  if (model.notices.warnings.empty()) return;
+  Warnings known = before.warnings;
+  for (const Warning& warning : model.notices.warnings) {
+    if (warning.place.file == placeName) known.push_back(warning);
+  }
+  const Config::Result read = Config::read({{"", Config::textOf(model)}});
+  KELP_ASSERT(read.model, "what was edited can be written and read again");
+  model.notices.warnings = read.model->notices.warnings;
+  model.notices.moreWarnings = read.model->notices.moreWarnings;
+  for (Warning& warning : model.notices.warnings) {
+    const auto isTwin = [&warning](const Warning& other) {
+      return other.code == warning.code && other.text == warning.text;
+    };
+    const auto twin = std::find_if(known.begin(), known.end(), isTwin);
+    const bool only = twin != known.end() && std::find_if(twin + 1, known.end(), isTwin) == known.end();
+    warning.place = only ? twin->place : Place();
+  }
+}
+
 }  // namespace
 
 MadeModel edited(const Sources& inForce, const Edit& edit) {
@@ -228,7 +261,9 @@ MadeModel edited(const Sources& inForce, const Edit& edit) {
     if (!editor.take(std::string(left.substr(0, end)), number)) break;
     left.remove_prefix(std::min(end + 1, left.size()));
   }
-  return editor.result();
+  MadeModel made = editor.result();
+  if (made.model) settleOddities(*made.model, inForce.commandLine.notices);
+  return made;
 }
 
 }  // namespace Agent

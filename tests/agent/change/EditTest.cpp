@@ -45,6 +45,9 @@ TEST(Edit, CarriesOutItsCommandsInTheirOrder) {
                    "   remark web\n   10 permit tcp any any eq www\n   30 deny ip any any\n"},
            EditRow{"and by what it says", "no deny ip any any",
                    "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"},
+           EditRow{"a remark need not be there", "no remark x\nno 20 remark\nno 999 remark",
+                   "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
            EditRow{"moves one to the front", "move 30 before 10",
                    "   5 deny ip any any\n   remark web\n   10 permit tcp any any eq www\n"
                    "   20 permit udp any any eq domain\n"},
@@ -108,6 +111,36 @@ TEST(Edit, ChangesNothingElse) {
             with("   20 permit any\n", "   20 permit any\n   30 deny host 192.0.2.1\n"));
 }
 
+TEST(Edit, KeepsNoticesOfWhatIsStillThere) {
+  const Sources sources{modelOf("ip access-list A\n 10 permit ip any any\n 15 permit ip 192.0.2.1/24 any\n"
+                                " 20 deny ip 192.0.2.2/25 any\n 30 deny ip 192.0.2.2/26 any\n"),
+                        {}};
+  struct Row {
+    const char* why;
+    const char* commands;
+    std::vector<std::string> places;
+  };
+  for (const Row& row : {
+           Row{"nothing is done", "", {"t:3:15", "t:4:13", "t:5:13"}},
+           Row{"a rule goes", "no 15", {"t:4:13", "t:5:13"}},
+           Row{"one is replaced", "20 deny ip any any", {"t:3:15", "t:5:13"}},
+           Row{"by another odd one", "20 deny ip 192.0.2.3/25 any", {"t:3:15", "edit:1:12", "t:5:13"}},
+           Row{"one comes and goes", "40 deny ip 192.0.2.3/25 any\nno 40", {"t:3:15", "t:4:13", "t:5:13"}},
+           Row{"they get other numbers", "resequence 1 1", {"t:3:15", "t:4:13", "t:5:13"}},
+           Row{"twins cannot be told from each other",
+               "no 15\n40 permit ip 192.0.2.2/25 any",
+               {":0:0", "t:5:13", ":0:0"}},
+           Row{"nothing odd is left", "no 15\nno 20\nno 30", {}},
+       }) {
+    const auto result = edited(sources, {"A", {}, row.commands});
+    ASSERT_TRUE(result.model) << row.why << ": " << result.mistakes.front();
+    std::vector<std::string> places;
+    for (const auto& [code, place, text] : result.model->notices.warnings)
+      places.push_back(fmt::format("{}:{}:{}", place.file, place.line, place.column));
+    EXPECT_EQ(places, row.places) << row.why;
+  }
+}
+
 TEST(Edit, TellsWhatIsWrongWithItsPlace) {
   struct Row {
     const char* why;
@@ -133,6 +166,18 @@ TEST(Edit, TellsWhatIsWrongWithItsPlace) {
            Row{"no such rule",
                {"A", {}, "move 15 before 10"},
                "edit:1:6: found \"15\", expected the number of a rule of the list"},
+           Row{"none to take away",
+               {"A", {}, "no 999"},
+               "edit:1:4: found \"999\", expected the number of a rule of the list"},
+           Row{"it was taken away before",
+               {"A", {}, "no 10\nno 10"},
+               "edit:2:4: found \"10\", expected the number of a rule of the list"},
+           Row{"none that says so",
+               {"A", {}, "no permit icmp any any"},
+               "edit:1:4: found \"permit\", expected a rule of the list"},
+           Row{"none of the number that says so",
+               {"A", {}, "no 10 deny ip any any"},
+               "edit:1:4: found \"10\", expected a rule of the list"},
            Row{"nowhere to go",
                {"A", {}, "move 10 under 20"},
                "edit:1:9: found \"under\", expected before or after"},
