@@ -68,6 +68,21 @@ Json destinationsWithoutDevice(const World& world) {
   return without;
 }
 
+/// What the texts keep with interfaces; of several sources the first one's.
+void addNotes(Json& all, const World& world) {
+  if (!world.sources) return;
+  std::set<std::string> known;
+  world.sources().forEach([&](const std::string&, const Config::Model& model) {
+    for (const auto& [name, notes] : model.interfaceNotes) {
+      Refusable::check();
+      if (!known.insert(name).second) continue;
+      Json& one = interfaceEntry(all, name);
+      if (!notes.description.empty()) one["description"] = notes.description;
+      if (notes.shutdown) one["shutdown"] = true;
+    }
+  });
+}
+
 Json interfacesOf(const World& world) {
   Json all = Json::object();
   for (const auto& [id, port] : world.forwarder.ports()) interfaceEntry(all, id.name().str());
@@ -75,6 +90,7 @@ Json interfacesOf(const World& world) {
   const ListReader reader(world.core);
   for (const auto& key : reader.defined()) addBindings(all, reader.head(key), true);
   for (const auto& key : reader.undefined()) addBindings(all, reader.head(key), false);
+  addNotes(all, world);
   Json sessions = Json::object();
   for (const auto& [name, destinations] : Velo::MirroringStepHelper::singleton()->sessions()) {
     Refusable::check();
@@ -109,6 +125,11 @@ std::string interfacesText(const Json& document, const TextStyle& style) {
     }
   }
   std::string text = tableText(lines, {false, false, false, false, false}, style.colour);
+  for (const auto& [name, one] : document.at("interfaces").items()) {
+    if (one.contains("description")) text += fmt::format("{}: {}\n", name, valueText(one.at("description")));
+    if (one.contains("shutdown"))
+      text += fmt::format("{}: shutdown is kept and has no effect: traffic goes on\n", name);
+  }
   const Json& lost = document.at("withoutDevice");
   for (const auto& [name, destinations] : document.at("mirrorSessions").items()) {
     text += fmt::format("mirror session {} to", name);

@@ -133,6 +133,19 @@ TEST_F(ShowTest, InterfacesTellWhereListsComeFrom) {
   EXPECT_THAT(text("interfaces"), HasSubstr("MISSING (not defined: everything passes it)"));
 }
 
+TEST_F(ShowTest, InterfacesHaveTheirNotesOfTheFirstSourceThatHasSome) {
+  const std::map<std::string, std::string> dir = {
+      {"branch.acl", "interface eth1\n description of the branch\n shutdown\ninterface eth7\n shutdown\n"}};
+  agent_.start("interface eth1\n description to the partners\ninterface eth2\n no shutdown\n", &dir);
+  const Json document = agent_.show("interfaces");
+  const Json& all = document.at("interfaces");
+  EXPECT_EQ(all.at("eth1").dump(), R"({"bindings":[],"description":"to the partners"})");
+  EXPECT_EQ(all.at("eth7").dump(), R"({"bindings":[],"shutdown":true})");
+  EXPECT_FALSE(all.contains("eth2"));
+  EXPECT_THAT(text("interfaces"), HasSubstr("\neth1: to the partners\n"
+                                            "eth7: shutdown is kept and has no effect: traffic goes on\n"));
+}
+
 TEST_F(ShowTest, AListThatGoesWhileItIsShownLeavesWholeJson) {
   std::string many;
   for (int list = 0; list < 3; ++list) {
