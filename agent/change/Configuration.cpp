@@ -197,12 +197,7 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
 
 /// Why a change cannot begin.
 std::optional<std::string> Configuration::whyNot(const Texts& texts) {
-  if (deadlineAt_ && !texts.request.confirm && !texts.request.takesBack) {
-    return fmt::format(
-        "a change waits to be confirmed, and is taken back in {:.0f} s: velo confirm, or velo "
-        "rollback",
-        *confirmWithin());
-  }
+  if (deadlineAt_ && !texts.request.confirm && !texts.request.takesBack) return waitsText(*confirmWithin());
   return commit_.reserveFor(texts.writes);
 }
 

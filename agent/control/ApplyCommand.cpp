@@ -26,6 +26,7 @@ class ApplyCommand final : public ChangeCommand {
     const auto sources = read(wrong);
     // Mistakes are told here, before the agent is bothered with them.
     if (wrong.empty()) wrong = textsOf(Config::read(sources, {}, mostMistakes).mistakes);
+    if (!wrong.empty() && json()) return notApplied({{"text", "nothing was applied"}, {"mistakes", wrong}});
     tellMistakes(wrong);
     if (!wrong.empty()) return exitUsage;
 
@@ -33,9 +34,7 @@ class ApplyCommand final : public ChangeCommand {
     ControlClient agent;
     if (!connected(agent, control(), &exit)) return exit;
     for (const auto& source : sources) {
-      for (const auto& request : textRequests(source.name, source.text)) {
-        if (!documentOf(agent, request, &exit)) return exit;
-      }
+      if (!sent(agent, source.name, source.text, &exit)) return exit;
     }
     return change(agent, {{"do", "apply"}});
   }

@@ -3,6 +3,7 @@
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/SavedText.h>
+#include <agent/core/Terminal.h>
 #include <agent/core/Texts.h>
 #include <agent/core/Words.h>
 #include <fmt/format.h>
@@ -31,6 +32,18 @@ void ChangeCommand::addChange() {
   addControl();
 }
 
+bool ChangeCommand::sent(ControlClient& agent, const std::string& name, const std::string& text,
+                         Exit* exit) const {
+  for (const auto& request : textRequests(name, text)) {
+    const auto answer = answerOf(agent, request, exit);
+    if (!answer) return false;
+    if (answer->at("ok") == true) continue;
+    *exit = notApplied(answer->at("error"));
+    return false;
+  }
+  return true;
+}
+
 Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   Exit exit = exitDone;
   request["dryRun"] = dryRun_;
@@ -39,7 +52,7 @@ Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   if (confirm_) request["confirm"] = *confirm_;
   const auto answer = answerOf(agent, request, &exit);
   if (!answer) return exit;
-  if (answer->at("ok") != true) return tellRefusal(answer->at("error"));
+  if (answer->at("ok") != true) return notApplied(answer->at("error"));
   const Json& document = answer->at("document");
   const Json& refused = document.at("refused");
   if (!refused.is_null()) exit = exitUsage;
@@ -47,21 +60,9 @@ Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   if (json()) return print(linesOf(document), exit);
   tellWarnings(document);
   const Exit printed = print(
-      differenceText(document.at("difference"), isatty(STDOUT_FILENO) != 0) + noteOf(document, saved), exit);
+      differenceText(document.at("difference"), wantsColour(STDOUT_FILENO)) + noteOf(document, saved), exit);
   if (!refused.is_null()) complain("would be refused: " + refused.get<std::string>());
   return printed;
-}
-
-Exit ChangeCommand::tellRefusal(const Json& error) const {
-  if (error.at("code") == "refused" && json()) {
-    return print(
-        linesOf({{"applied", false}, {"refused", error.at("text")}, {"warnings", error.at("warnings")}}),
-        exitUsage);
-  }
-  tellWarnings(error);
-  tellMistakes(error);
-  complain(error.at("text").get<std::string>());
-  return exitUsage;
 }
 
 /// What is to be done yet.
@@ -82,18 +83,26 @@ std::string ChangeCommand::noteOf(const Json& done, bool saved) const {
 }
 
 std::optional<std::string> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit) {
-  std::string wrong;
-  const auto document =
-      wholeDocumentOf(agent, {{"do", "show"}, {"what", "configuration"}, {"source", "cli"}}, &wrong, exit);
-  if (!document) {
-    complain(wrong);
-    return std::nullopt;
-  }
   const auto refuse = [exit](const std::string& why) {
     complain(why);
     *exit = exitUsage;
     return std::nullopt;
   };
+  if (path == standardInput)
+    return refuse("- is no file to save in (velo show configuration --source cli prints the text)");
+  const auto shown = [&](Json request) {
+    std::string wrong;
+    request["do"] = "show";
+    auto document = wholeDocumentOf(agent, request, &wrong, exit);
+    if (!document) complain(wrong);
+    return document;
+  };
+  const auto document = shown({{"what", "configuration"}, {"source", "cli"}});
+  // Asked for behind the text: a change that has come in between is refused, too.
+  const auto status = document ? shown({{"what", "status"}}) : std::nullopt;
+  if (!status) return std::nullopt;
+  if (const Json& within = status->at("configuration").at("confirmWithin"); !within.is_null())
+    return refuse(waitsText(within.get<double>()));
   std::string target = path;
   if (target.empty()) {
     const Json& files = document->at("files");

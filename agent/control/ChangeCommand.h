@@ -17,12 +17,14 @@ class ChangeCommand : public Command {
   /// Adds `--control` and the options of all changes.
   void addChange();
 
+  /// Sends a text to the agent; false when that went wrong.
+  bool sent(ControlClient& agent, const std::string& name, const std::string& text, Exit* exit) const;
+  /// A change that is refused.
+  Exit notApplied(const nlohmann::ordered_json& error) const { return tellRefusal(error, "applied"); }
   /// Has the agent carry out a change, and tells what became of it.
   Exit change(ControlClient& agent, nlohmann::ordered_json request) const;
 
  private:
-  /// A refusal is a document, too.
-  Exit tellRefusal(const nlohmann::ordered_json& error) const;
   std::string noteOf(const nlohmann::ordered_json& done, bool saved) const;
 
   bool dryRun_ = false, save_ = false;
@@ -31,7 +33,7 @@ class ChangeCommand : public Command {
 };
 
 /// Writes the command line's configuration of an agent to a file, or, without a path, to the one that the
-/// agent was given. The path, or nothing after a complaint.
+/// agent was given. Not while a change waits to be confirmed. The path, or nothing after a complaint.
 std::optional<std::string> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit);
 
 }  // namespace Agent

@@ -1,6 +1,7 @@
 #include <agent/control/Command.h>
 #include <agent/control/ControlClient.h>
 #include <agent/control/ControlPlane.h>
+#include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/warnings/WarningText.h>
 
@@ -41,6 +42,19 @@ std::optional<nlohmann::ordered_json> Command::ask(const nlohmann::ordered_json&
   ControlClient agent;
   if (!connected(agent, control_, exit)) return std::nullopt;
   return documentOf(agent, request, exit);
+}
+
+Exit Command::tellRefusal(const nlohmann::ordered_json& error, const char* undone) const {
+  if (!json()) {
+    tellError(error);
+    return exitUsage;
+  }
+  const auto none = nlohmann::ordered_json::array();
+  return print(linesOf({{undone, false},
+                        {"refused", error.at("text")},
+                        {"mistakes", error.value("mistakes", none)},
+                        {"warnings", error.value("warnings", none)}}),
+               exitUsage);
 }
 
 void Command::tellWarnings(const nlohmann::ordered_json& document) {

@@ -28,6 +28,8 @@ class Command : public ProgramCommand {
   /// One request to the agent, and the document of its answer. Otherwise, after a complaint, nothing and the
   /// exit status.
   std::optional<nlohmann::ordered_json> ask(const nlohmann::ordered_json& request, Exit* exit) const;
+  /// Tells of what was refused; with `--json` by a document, in which the member `undone` is false.
+  Exit tellRefusal(const nlohmann::ordered_json& error, const char* undone) const;
   /// Prints a result. `otherwise` is the exit status when that was possible.
   static Exit print(const std::string& text, Exit otherwise = exitDone);
   /// The member `warnings` of a document on standard error, if it has one.

@@ -95,14 +95,17 @@ std::optional<Json> answerOf(ControlClient& agent, const Json& request, Exit* ex
   return std::nullopt;
 }
 
+void tellError(const Json& error) {
+  tellMistakes(error);
+  if (error.contains("warnings")) fmt::print(stderr, "{}", warningsText(error.at("warnings")));
+  complain(error.at("text").get<std::string>());
+}
+
 std::optional<Json> documentOf(ControlClient& agent, const Json& request, Exit* exit) {
   const auto answer = answerOf(agent, request, exit);
   if (!answer) return std::nullopt;
   if (answer->at("ok") == true) return answer->at("document");
-  const Json& error = answer->at("error");
-  tellMistakes(error);
-  if (error.contains("warnings")) fmt::print(stderr, "{}", warningsText(error.at("warnings")));
-  complain(error.at("text").get<std::string>());
+  tellError(answer->at("error"));
   *exit = exitUsage;
   return std::nullopt;
 }

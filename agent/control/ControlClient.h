@@ -45,6 +45,8 @@ bool connected(ControlClient& agent, const std::string& path, Exit* exit);
 /// Sends a request and returns the answer; nothing when the connection broke.
 std::optional<nlohmann::ordered_json> answerOf(ControlClient& agent, const nlohmann::ordered_json& request,
                                                Exit* exit);
+/// Tells of what the agent has refused: mistakes and warnings, if there are some, and the sentence.
+void tellError(const nlohmann::ordered_json& error);
 /// Sends a request and returns the document of its answer; nothing when the agent refused, or the connection
 /// broke.
 std::optional<nlohmann::ordered_json> documentOf(ControlClient& agent, const nlohmann::ordered_json& request,

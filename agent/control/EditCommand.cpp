@@ -36,17 +36,13 @@ class EditCommand final : public ChangeCommand {
     Exit exit = exitDone;
     std::string lines;
     for (const std::string& command : commands_) {
-      if (command.find_first_of("\r\n") != std::string::npos) {
-        complain("a command is one line");
-        return exitUsage;
-      }
+      if (command.find_first_of("\r\n") != std::string::npos)
+        return notApplied({{"text", "a command is one line"}});
       lines += command + "\n";
     }
     ControlClient agent;
     if (!connected(agent, control(), &exit)) return exit;
-    for (const auto& request : textRequests("edit", lines)) {
-      if (!documentOf(agent, request, &exit)) return exit;
-    }
+    if (!sent(agent, "edit", lines, &exit)) return exit;
     nlohmann::ordered_json request = {{"do", "edit"}, {"list", list_}};
     if (!type_.empty()) request["type"] = type_;
     return change(agent, std::move(request));

@@ -1,6 +1,7 @@
 #include <Kiv/Clock.h>
 #include <agent/control/ChangeCommand.h>
 #include <agent/core/Document.h>
+#include <agent/core/Terminal.h>
 #include <agent/show/Shows.h>
 #include <unistd.h>
 
@@ -25,7 +26,7 @@ class HistoryCommand final : public Command {
     if (!document) return exit;
     if (json()) return print(linesOf(*document));
     return print(
-        showOf("history")->text(*document, {isatty(STDOUT_FILENO) != 0, Kiv::wallClock().now().seconds()}));
+        showOf("history")->text(*document, {wantsColour(STDOUT_FILENO), Kiv::wallClock().now().seconds()}));
   }
 };
 
@@ -62,9 +63,12 @@ class ConfirmCommand final : public Command {
 
   Exit run(const std::string&) const override {
     Exit exit = exitDone;
-    const auto document = ask({{"do", "confirm"}}, &exit);
-    if (!document) return exit;
-    return print(json() ? linesOf(*document) : "confirmed\n");
+    ControlClient agent;
+    if (!connected(agent, control(), &exit)) return exit;
+    const auto answer = answerOf(agent, {{"do", "confirm"}}, &exit);
+    if (!answer) return exit;
+    if (answer->at("ok") != true) return tellRefusal(answer->at("error"), "confirmed");
+    return print(json() ? linesOf(answer->at("document")) : "confirmed\n");
   }
 };
 

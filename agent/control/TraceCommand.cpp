@@ -1,4 +1,5 @@
 #include <agent/control/Command.h>
+#include <agent/core/Document.h>
 #include <agent/core/Output.h>
 
 #include <CLI/CLI.hpp>
@@ -35,7 +36,7 @@ class TraceCommand final : public Command {
     for (const auto& request : requests) {
       if (!ask(request, &exit)) return exit;
     }
-    return json() ? print("{}\n") : exitDone;
+    return json() ? print(linesOf(nlohmann::ordered_json::object())) : exitDone;
   }
 
  private:

@@ -48,6 +48,12 @@ std::string portChannelIsNoPort(std::string_view name) {
   return fmt::format("{} is a port-channel: frames come in and leave by its members", name);
 }
 
+std::string waitsText(double within) {
+  return fmt::format(
+      "a change waits to be confirmed, and is taken back in {:.0f} s: velo confirm, or velo rollback",
+      within);
+}
+
 std::string countText(uint64_t count, std::string_view one) {
   return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
 }

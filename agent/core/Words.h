@@ -38,6 +38,9 @@ inline constexpr std::string_view notDefined = "not defined: everything passes i
 /// Why a port-channel is not taken for a port.
 std::string portChannelIsNoPort(std::string_view name);
 
+/// Of a change that waits to be confirmed: what can be done until it is taken back in so many seconds.
+std::string waitsText(double within);
+
 /// "1 rule", "2 rules".
 std::string countText(uint64_t count, std::string_view one);
 

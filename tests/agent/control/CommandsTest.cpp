@@ -1,0 +1,145 @@
+#include <gmock/gmock.h>
+#include <poll.h>
+
+#include <filesystem>
+#include <future>
+
+#include "../support/CaptureBytes.h"
+#include "../support/PseudoTerminal.h"
+#include "../support/RunningAgent.h"
+
+// The real program, command by command, with an agent in this process that it asks.
+
+namespace {
+
+using namespace TestSupport;
+using testing::HasSubstr;
+
+class CommandsTest : public testing::Test {
+ protected:
+  using Arguments = std::vector<std::string>;
+
+  void SetUp() override {
+    writeFile(acl_,
+              std::string_view(
+                  "ip access-list A\n 10 permit udp any any eq 3\ninterface eth1\n ip access-group A in\n"));
+    agent_.start(
+        "ip access-list A\n 10 permit udp any any eq 1\n 20 permit udp any any eq 2\n"
+        "interface eth1\n ip access-group A in\n",
+        nullptr, unhurriedLimits());
+    agent_.apply("ip access-list A\n 10 permit udp any any eq 1\ninterface eth1\n ip access-group A in\n");
+  }
+  Arguments asking(Arguments command) const {
+    command.insert(command.end(), {"--control", agent_.socketPath()});
+    return command;
+  }
+  /// Runs a command while the agent turns.
+  Ran run(const Arguments& command) {
+    auto ran = std::async(std::launch::async, [this, &command] { return runVelo(asking(command)); });
+    while (ran.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) agent_.turns(5);
+    return ran.get();
+  }
+  /// What a command writes on a terminal. Frames arrive meanwhile, for commands that wait for some.
+  std::string onTerminal(const Arguments& command, const std::map<std::string, std::string>& environment) {
+    PseudoTerminal terminal(command, {40, 100}, environment);
+    while (!terminal.ended()) {
+      agent_.receive("eth1", udpTo(99));
+      agent_.turns(5);
+      terminal.receive();
+      poll(nullptr, 0, 2);
+    }
+    terminal.receive();
+    EXPECT_EQ(terminal.status(), 0) << terminal.text();
+    return terminal.raw();
+  }
+
+  TempDir dir_;
+  const std::string acl_ = dir_ / "a.acl";
+  RunningAgent agent_;
+};
+
+TEST_F(CommandsTest, ColoursAreForTerminalsThatHaveThemAndUsersWhoWantThem) {
+  const std::string pcap = dir_ / "a.pcap";
+  writeFile(pcap, pcapBytes({{1, 0, udpTo(99), 0}}));
+  for (const Arguments& command : {
+           asking({"show", "access-lists"}),
+           asking({"show", "history", "2"}),
+           asking({"history"}),
+           asking({"apply", "--dry-run", acl_}),
+           asking({"edit", "--dry-run", "A", "20 permit icmp any any"}),
+           asking({"rollback", "--dry-run"}),
+           asking({"explain", "--port", "eth1", "--in", "udp 192.0.2.1:1 > 192.0.2.2:99"}),
+           asking({"tail", "--count", "1"}),
+           {"replay", "--config", acl_, "--port", "eth1=" + pcap},
+       }) {
+    const auto coloured = [&](const std::map<std::string, std::string>& environment) {
+      return onTerminal(command, environment).find('\x1b') != std::string::npos;
+    };
+    EXPECT_TRUE(coloured({{"TERM", "xterm"}})) << command[0];
+    EXPECT_FALSE(coloured({{"TERM", "xterm"}, {"NO_COLOR", "1"}})) << command[0];
+    EXPECT_FALSE(coloured({{"TERM", "dumb"}})) << command[0];
+  }
+}
+
+TEST_F(CommandsTest, ARefusalIsADocumentToo) {
+  const std::string bad = dir_ / "bad.acl", odd = dir_ / "odd.acl";
+  writeFile(bad, std::string_view("ip access-list A\n permit\n 10 deny any\n"));
+  writeFile(odd, std::string_view("ip access-list A\n 10 permit ip 192.0.2.1/24 any\n"));
+  struct Row {
+    Arguments command;
+    const char* undone;
+    const char* refused;
+    size_t mistakes;
+    bool warnings = false;
+  };
+  for (const Row& row : {
+           Row{{"apply", bad}, "applied", "nothing was applied", 2},
+           Row{{"apply", dir_ / "none.acl"}, "applied", "nothing was applied", 1},
+           Row{{"apply", "--strict", odd}, "applied", "nothing was applied: ", 0, true},
+           Row{{"edit", "A", "no 999"}, "applied", "nothing was applied", 1},
+           Row{{"edit", "A", "no 10\nno 10"}, "applied", "a command is one line", 0},
+           Row{{"edit", "B", "no 10"}, "applied", "nothing was applied", 1},
+           Row{{"rollback", "99"}, "applied", "there is no change 99", 0},
+           Row{{"confirm"}, "confirmed", "no change waits to be confirmed", 0},
+       }) {
+    Arguments command = row.command;
+    command.push_back("--json");
+    const Ran ran = run(command);
+    EXPECT_EQ(ran.status, 2) << row.command[0];
+    EXPECT_EQ(ran.err, "") << row.command[0];
+    const Json document = Json::parse(ran.out, nullptr, false);
+    ASSERT_TRUE(document.is_object()) << row.command[0] << ": " << ran.out;
+    EXPECT_TRUE(document.contains("version")) << document;
+    EXPECT_EQ(document.value(row.undone, true), false) << document;
+    EXPECT_THAT(document.at("refused").get<std::string>(), HasSubstr(row.refused));
+    EXPECT_EQ(document.at("mistakes").size(), row.mistakes) << document;
+    EXPECT_EQ(!document.at("warnings").empty(), row.warnings) << document;
+    EXPECT_NE(run(row.command).err, "") << "without --json it is told as text";
+  }
+}
+
+TEST_F(CommandsTest, NothingToTellIsADocumentWithTheVersion) {
+  const Ran ran = run({"trace", "--off", "--json"});
+  EXPECT_EQ(ran.status, 0) << ran.err;
+  EXPECT_TRUE(Json::parse(ran.out).contains("version")) << ran.out;
+}
+
+TEST_F(CommandsTest, SavesOnlyWhatIsThereToStayAndInAFile) {
+  const std::string target = dir_ / "saved.acl";
+  const auto refused = [&](const std::string& file, const std::string& why) {
+    const Ran ran = run({"save", file});
+    EXPECT_EQ(ran.status, 2) << file;
+    EXPECT_EQ(ran.err, "velo: " + why + "\n");
+    EXPECT_FALSE(std::filesystem::exists(file)) << file;
+  };
+  refused("-", "- is no file to save in (velo show configuration --source cli prints the text)");
+  agent_.ask({{"do", "text"}, {"name", "t"}, {"text", "ip access-list A\n 10 permit udp any any eq 7\n"}});
+  ASSERT_EQ(agent_.ask({{"do", "apply"}, {"confirm", 60}, {"allowOpen", true}}).at("applied"), true);
+  refused(target,
+          "a change waits to be confirmed, and is taken back in 60 s: velo confirm, or velo rollback");
+  EXPECT_EQ(run({"confirm"}).status, 0);
+  EXPECT_EQ(run({"save", target}).status, 0);
+  EXPECT_THAT(readFile(target), HasSubstr("10 permit udp any any eq 7"));
+}
+
+}  // namespace
