@@ -43,16 +43,17 @@ std::optional<double> Commit::appliedAt(const std::string& source) const {
   return known == appliedAt_.end() ? std::nullopt : std::optional(known->second);
 }
 
-std::optional<std::string> Commit::reserveFor(const SourceChange& writes) {
-  if (reserve_.addForChange(writes.memory())) return std::nullopt;
-  return outOfMemory;
-}
-
-std::optional<std::string> Commit::begin(NewContent change, SourceChange writes, Done done) {
+std::optional<Commit::Refusal> Commit::begin(NewContent change, SourceChange writes, Done done) {
+  std::optional<Refusal> refusal;
   if (auto wrong = whyNot(change)) {
+    refusal = {std::move(*wrong), false};
+  } else if (!reserve_.addForChange(writes.memory())) {
+    refusal = {outOfMemory, true};
+  }
+  if (refusal) {
     discard(std::move(change.model));
     Acl::Workshop::singleton().dispose(std::move(writes));
-    return wrong;
+    return refusal;
   }
   pending_ = Pending{std::move(change), std::move(done), 0};
   changeover_.begin(std::move(writes));

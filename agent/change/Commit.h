@@ -38,12 +38,15 @@ class Commit {
   /// Whether a change is being carried out.
   bool underWay() const { return pending_.has_value(); }
 
-  /// Holds back the memory that a change will need. Returns why that cannot be done.
-  std::optional<std::string> reserveFor(const SourceChange& writes);
-  /// Begins a change, for which memory has been held back. `writes` is what has to be written for it. Returns
-  /// why it cannot be carried out; then everything is as it was, and `done` is not called. Otherwise `done`
-  /// is called from within, or later. Not while another change is being carried out.
-  std::optional<std::string> begin(NewContent change, SourceChange writes, Done done);
+  /// Why a change is not carried out.
+  struct Refusal {
+    std::string why;
+    bool memory;  ///< only because there is no memory for it at the moment
+  };
+  /// Begins a change, and holds back the memory that it will need. `writes` is what has to be written for it.
+  /// When it is refused, everything is as it was, and `done` is not called. Otherwise `done` is called from
+  /// within, or later. Not while another change is being carried out.
+  std::optional<Refusal> begin(NewContent change, SourceChange writes, Done done);
   /// Why a change cannot be carried out; nothing if it can.
   std::optional<std::string> whyNot(NewContent& change);
   /// The content of a source stays, but stands elsewhere in its text.

@@ -5,7 +5,6 @@
 #include <agent/change/Difference.h>
 #include <agent/config/Writer.h>
 #include <agent/core/Reserve.h>
-#include <agent/warnings/WarningText.h>
 
 #include <algorithm>
 #include <tuple>
@@ -31,10 +30,7 @@ struct Configuration::Texts {
   Done done;
   Outcome outcome{};
   std::optional<Config::Model> model{};
-  SourceChange writes{};
-  Warnings lasting{};                    ///< what is warned of when it is in force
-  Warnings fresh{};                      ///< what was not warned of before
-  Change change{};                       ///< as it is remembered
+  PreparedChange prepared{};
   std::optional<Unconfirmed> earlier{};  ///< before this change, if it is to be confirmed
 
   void prepare(const Configuration& all) {
@@ -67,27 +63,15 @@ struct Configuration::Texts {
     return all;
   }
   void compare(const Configuration& all, const Config::Model& now) {
-    const Sources& inForce = all.sources();
-    Difference found = difference(inForce.commandLine, now);
-    outcome.summary = found.summary;
-    ChangeWarnings odd =
-        changeWarnings(inForce.layers(), inForce.layersWith(commandLineName, &now), all.ports());
-    fresh = newWarnings(odd.told, all.warnings_);
-    outcome.refused = whyRefused(odd, request.leave);
-    outcome.warnings = std::move(odd.told);
-    lasting = std::move(odd.lasting);
-    if (isCarriedOut()) {
-      writes = sourceChange(inForce, commandLineName, &now);
-      change = {.what = request.what,
-                .who = request.who,
-                .source = sourceTitle(commandLineName),
-                .summary = found.summary,
-                .text = std::make_shared<const std::string>(Config::textOf(now)),
-                .difference = found.line()};
-    }
+    Difference found = prepared.prepare(all.before(), commandLineName, &now,
+                                        {request.what, request.who, request.leave, request.dryRun});
+    outcome.summary = std::move(found.summary);
     outcome.difference = std::move(found.json);
+    outcome.warnings = std::move(prepared.told);
+    outcome.refused = prepared.refused;
   }
-  bool changesSomething() const { return !change.summary.empty(); }
+  bool changesSomething() const { return !prepared.change.summary.empty(); }
+  bool isToBeConfirmed() const { return request.confirm && changesSomething(); }
   /// Mistakes and refusals are told, too; a dry run is nobody's business.
   void tell(const TellLog& log) {
     if (request.dryRun) return;
@@ -98,7 +82,7 @@ struct Configuration::Texts {
                       : mistakes.empty() ? ""
                                          : mistakes.front() + (mistakes.size() > 1 ? " ..." : "");
     }
-    event.warnings = std::move(fresh);
+    event.warnings = std::move(prepared.fresh);
     tellChange(log, event);
   }
   bool isCarriedOut() const { return !request.dryRun && !outcome.refused; }
@@ -108,10 +92,10 @@ struct Configuration::Texts {
     Outcome failed;
     failed.mistakes = {why};
     failed.prepareSeconds = outcome.prepareSeconds;
-    Acl::Workshop::singleton().dispose(
-        std::tuple(std::exchange(request.texts, {}), std::exchange(request.make, {}),
-                   std::exchange(model, std::nullopt), std::exchange(writes, {}), std::exchange(lasting, {}),
-                   std::exchange(change, {}), std::exchange(outcome, std::move(failed))));
+    Acl::Workshop::singleton().dispose(std::tuple(
+        std::exchange(request.texts, {}), std::exchange(request.make, {}), std::exchange(model, std::nullopt),
+        std::exchange(prepared.writes, {}), std::exchange(prepared.lasting, {}),
+        std::exchange(prepared.change, {}), std::exchange(outcome, std::move(failed))));
   }
 };
 
@@ -168,6 +152,8 @@ void Configuration::applyLater(Request request, Done done) {
   task_->scheduleTask();
 }
 
+PreparedChange::Before Configuration::before() const { return {sources(), warnings_, ports()}; }
+
 void Configuration::prepare(Request request, Done done) {
   const auto job = std::make_shared<Texts>(Texts{std::move(request), std::move(done)});
   background_.run([this, job] { job->prepare(*this); },
@@ -191,36 +177,36 @@ void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
     texts->fail(*wrong);
     return answer(*texts);
   }
-  if (texts->request.confirm && texts->changesSomething()) return mustBeConfirmed(texts);
+  if (texts->isToBeConfirmed()) return mustBeConfirmed(texts);
   begin(texts);
 }
 
-/// Why a change cannot begin.
+/// Why a change cannot begin while another one waits to be confirmed.
 std::optional<std::string> Configuration::whyNot(const Texts& texts) {
-  if (deadlineAt_ && !texts.request.confirm && !texts.request.takesBack) return waitsText(*confirmWithin());
-  return commit_.reserveFor(texts.writes);
+  if (!deadlineAt_ || texts.request.confirm || texts.request.takesBack) return std::nullopt;
+  return waitsText(*confirmWithin());
 }
 
 void Configuration::begin(const std::shared_ptr<Texts>& texts) {
-  const auto wrong = commit_.begin({commandLineName, std::move(texts->model)}, std::move(texts->writes),
-                                   [this, texts](double longestTurn) {
-                                     texts->outcome.applied = true;
-                                     warnings_ = std::move(texts->lasting);
-                                     texts->outcome.commitSeconds = longestTurn;
-                                     handleApplied(*texts);
-                                     answer(*texts);
-                                   });
-  if (!wrong) return;
-  if (texts->request.confirm) history_.unconfirmedIs(texts->earlier);
-  texts->fail(*wrong);
+  const auto refusal = commit_.begin({commandLineName, std::move(texts->model)},
+                                     std::move(texts->prepared.writes), [this, texts](double longestTurn) {
+                                       texts->outcome.applied = true;
+                                       warnings_ = std::move(texts->prepared.lasting);
+                                       texts->outcome.commitSeconds = longestTurn;
+                                       handleApplied(*texts);
+                                       answer(*texts);
+                                     });
+  if (!refusal) return;
+  if (texts->isToBeConfirmed()) history_.unconfirmedIs(texts->earlier);
+  texts->fail(refusal->why);
   answer(*texts);
 }
 
 void Configuration::handleApplied(Texts& texts) {
   const bool changes = texts.changesSomething();
   if (changes) {
-    text_ = texts.change.text;
-    remember(std::move(texts.change));
+    text_ = texts.prepared.change.text;
+    remember(std::move(texts.prepared.change));
   }
   if (changes && texts.request.confirm) {
     deadlineAt_ = now() + *texts.request.confirm;
@@ -247,7 +233,8 @@ void Configuration::answer(Texts& texts) {
 /// Waits until the journal has what was before.
 void Configuration::mustBeConfirmed(const std::shared_ptr<Texts>& texts) {
   texts->earlier = history_.unconfirmed();
-  history_.unconfirmedIs(Unconfirmed{texts->change.text, deadlineAt_ ? texts->earlier->before : text_});
+  history_.unconfirmedIs(
+      Unconfirmed{texts->prepared.change.text, deadlineAt_ ? texts->earlier->before : text_});
   unkept_ = texts;
   handleWait();
 }

@@ -6,8 +6,8 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/DirectoryFiles.h>
 #include <agent/change/History.h>
+#include <agent/change/PreparedChange.h>
 #include <agent/change/Restart.h>
-#include <agent/change/Warnings.h>
 #include <agent/core/Background.h>
 #include <agent/forward/Forwarder.h>
 #include <nlohmann/json.hpp>
@@ -123,6 +123,7 @@ class Configuration {
   struct Texts;
   struct Next;
 
+  PreparedChange::Before before() const;
   void prepare(Request request, Done done);
   void handlePrepared(const std::shared_ptr<Texts>& texts);
   std::optional<std::string> whyNot(const Texts& texts);
@@ -140,10 +141,12 @@ class Configuration {
 
   void handleFound(DirectoryFiles::Found found);
   void commitNext();
-  void handleNext(Next& next, std::optional<std::string> failed);
-  void takeNext(Next& next);
+  void handleNext(const std::shared_ptr<Next>& next, std::optional<std::string> failed);
+  void takeNext(const std::shared_ptr<Next>& next);
   void postpone(Next& next, std::string why);
   void refusePostponed();
+  /// A sentence about a file of the directory.
+  std::string ofFile(const std::string& name, const std::string& why) const;
   const PortNames* ports() const { return ports_ ? &*ports_ : nullptr; }
 
   const Leave leave_;

@@ -1,8 +1,6 @@
 #include <Acl/Workshop.h>
 #include <agent/change/Configuration.h>
-#include <agent/change/Difference.h>
 #include <agent/config/Reader.h>
-#include <agent/config/Writer.h>
 #include <agent/core/Reserve.h>
 #include <agent/warnings/WarningText.h>
 
@@ -33,27 +31,18 @@ Json sourceJson(const std::string& name, const Config::Model& model, const std::
 struct Configuration::Next {
   NewContent change;
   SharedText before{};  ///< what the command line's source will say again if nobody confirms; null: nothing
-  SourceChange writes{};
-  Warnings lasting{};                    ///< what is warned of when it is in force
-  Warnings fresh{};                      ///< what was not warned of before
-  Change remembered{};                   ///< as it is remembered
-  std::optional<std::string> refused{};  ///< why warnings keep it from being carried out
-  bool same = false;                     ///< nothing differs from the content in force
+  PreparedChange prepared{};
+  bool same = false;  ///< nothing differs from the content in force
 
   void prepare(const Configuration& all) {
-    const Sources& inForce = all.sources();
     const auto& [name, model] = change;
-    const Config::Model* known = inForce.find(name);
+    const Config::Model* known = all.sources().find(name);
     const Config::Model* now = model ? &*model : nullptr;
     same = now && known && *known == *now;
-    ChangeWarnings found = changeWarnings(inForce.layers(), inForce.layersWith(name, now), all.ports());
-    static const Config::Model nothing;
-    if (!same) remember(known ? *known : nothing, now);
-    fresh = newWarnings(found.told, all.warnings_);
-    lasting = std::move(found.lasting);
-    refused = whyRefused(found, all.leave_);
-    if (!same && !refused && before) refused = whyNotBefore(all, now);
-    if (!same && !refused) writes = sourceChange(inForce, name, now);
+    prepared.prepare(all.before(), name, now, {now ? "file" : "gone", "the directory", all.leave_, same});
+    if (same || prepared.refused || !before) return;
+    prepared.refused = whyNotBefore(all, now);
+    if (prepared.refused) prepared.writes = {};
   }
   /// Why the change is refused when it is no opening in what is in force, but is one in what would come back.
   std::optional<std::string> whyNotBefore(const Configuration& all, const Config::Model* now) const {
@@ -66,16 +55,6 @@ struct Configuration::Next {
     auto why = whyRefused(changeWarnings(was, is, all.ports()), {.openings = all.leave_.openings});
     if (why) why->insert(0, "if nobody confirms the change that waits for it: ");
     return why;
-  }
-  void remember(const Config::Model& known, const Config::Model* now) {
-    static const Config::Model nothing;
-    const Difference found = difference(known, now ? *now : nothing);
-    remembered = {.what = now ? "file" : "gone",
-                  .who = "the directory",
-                  .source = change.source,
-                  .summary = found.summary,
-                  .text = now ? std::make_shared<const std::string>(Config::textOf(*now)) : nullptr,
-                  .difference = found.line()};
   }
 };
 
@@ -102,47 +81,48 @@ void Configuration::commitNext() {
       Next{std::move(changes_.front()), deadlineAt_ ? history_.unconfirmed()->before : nullptr});
   changes_.erase(changes_.begin());
   background_.run([this, next] { next->prepare(*this); },
-                  [this, next](const std::optional<std::string>& failed) { handleNext(*next, failed); });
+                  [this, next](const std::optional<std::string>& failed) { handleNext(next, failed); });
 }
 
-void Configuration::handleNext(Next& next, std::optional<std::string> failed) {
-  const std::string name = next.change.source;
+std::string Configuration::ofFile(const std::string& name, const std::string& why) const {
+  return fmt::format("{}/{}: {}", files_.dir(), name, why);
+}
+
+void Configuration::handleNext(const std::shared_ptr<Next>& next, std::optional<std::string> failed) {
+  const std::string name = next->change.source;
   task_->scheduleTask();
-  if (!failed && next.refused) return postpone(next, std::move(*next.refused));
-  if (!failed && next.same) {
-    commit_.noticesAre(name, std::move(next.change.model->notices));
-    warnings_ = std::move(next.lasting);
+  if (!failed && next->prepared.refused) return postpone(*next, std::move(*next->prepared.refused));
+  if (!failed && !next->same) return takeNext(next);
+  if (!failed) {
+    commit_.noticesAre(name, std::move(next->change.model->notices));
+    warnings_ = std::move(next->prepared.lasting);
   }
-  if (!failed && !next.same) failed = commit_.reserveFor(next.writes);
-  if (failed || next.same) {
-    commit_.discard(std::move(next.change.model));
-    Acl::Workshop::singleton().dispose(std::move(next.writes));
-  }
-  if (failed) return files_.failed(name, fmt::format("{}/{}: {}", files_.dir(), name, *failed));
-  if (next.same) return files_.taken(name);
-  takeNext(next);
+  commit_.discard(std::move(next->change.model));
+  Acl::Workshop::singleton().dispose(std::move(next->prepared.writes));
+  if (failed) return files_.failed(name, ofFile(name, *failed));
+  files_.taken(name);
 }
 
-void Configuration::takeNext(Next& next) {
-  const std::string name = next.change.source;
-  const bool goes = !next.change.model;
-  const auto lasting = std::make_shared<Warnings>(std::move(next.lasting));
-  const auto event = std::make_shared<ChangeEvent>();
-  *event = {files_.dir() + "/" + name, name, summaryText(next.remembered.summary), {}, std::move(next.fresh)};
-  const auto remembered = std::make_shared<Change>(std::move(next.remembered));
-  const auto wrong = commit_.begin(std::move(next.change), std::move(next.writes),
-                                   [this, name, lasting, event, remembered](double) {
-                                     warnings_ = std::move(*lasting);
-                                     remember(std::move(*remembered));
-                                     tellChange(tell_, *event);
-                                     changedSincePostponed_ = true;
-                                     files_.taken(name);
-                                     // Files that could not be in force together with the old content may be
-                                     // possible now.
-                                     files_.conflictsAreDue();
-                                     task_->scheduleTask();
-                                   });
-  if (wrong) files_.conflictIs(name, *wrong, goes);
+void Configuration::takeNext(const std::shared_ptr<Next>& next) {
+  const std::string name = next->change.source;
+  const bool goes = !next->change.model;
+  const auto done = [this, name, next](double) {
+    PreparedChange& prepared = next->prepared;
+    const ChangeEvent event{
+        files_.dir() + "/" + name, name, summaryText(prepared.change.summary), {}, std::move(prepared.fresh)};
+    warnings_ = std::move(prepared.lasting);
+    remember(std::move(prepared.change));
+    tellChange(tell_, event);
+    changedSincePostponed_ = true;
+    files_.taken(name);
+    // Files that could not be in force together with the old content may be possible now.
+    files_.conflictsAreDue();
+    task_->scheduleTask();
+  };
+  const auto refusal = commit_.begin(std::move(next->change), std::move(next->prepared.writes), done);
+  if (!refusal) return;
+  if (refusal->memory) return files_.failed(name, ofFile(name, refusal->why));
+  files_.conflictIs(name, refusal->why, goes);
 }
 
 void Configuration::postpone(Next& next, std::string why) {
@@ -159,8 +139,7 @@ void Configuration::refusePostponed() {
       changes_.push_back(std::move(change));
       continue;
     }
-    files_.conflictIs(change.source, fmt::format("{}/{}: {}", files_.dir(), change.source, why),
-                      !change.model);
+    files_.conflictIs(change.source, ofFile(change.source, why), !change.model);
     commit_.discard(std::move(change.model));
   }
   changedSincePostponed_ = false;

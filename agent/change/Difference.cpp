@@ -1,3 +1,4 @@
+#include <agent/change/Compare.h>
 #include <agent/change/Difference.h>
 #include <agent/config/RulePairs.h>
 #include <agent/core/Document.h>
@@ -107,23 +108,6 @@ class Summary {
   std::string text_;
 };
 
-/// Walks two maps side by side and calls gone(entry) for a key that is only in `before`, come(entry) for one
-/// that is only in `after`, and stays(old, now) for one that is in both.
-template <class Map, class Gone, class Come, class Stays>
-void compare(const Map& before, const Map& after, const Gone& gone, const Come& come, const Stays& stays) {
-  auto old = before.begin();
-  auto now = after.begin();
-  while (old != before.end() || now != after.end()) {
-    if (now == after.end() || (old != before.end() && old->first < now->first)) {
-      gone(*old++);
-    } else if (old == before.end() || now->first < old->first) {
-      come(*now++);
-    } else {
-      stays(*old++, *now++);
-    }
-  }
-}
-
 Json ruleEntry(const Config::Rule& rule) {
   return ruleWords(Config::common(rule).sequence, Config::common(rule).text.view());
 }
@@ -150,20 +134,16 @@ void addStaying(Part& changes, const Config::Rule& old, const Config::Rule& now)
 /// Rules that do not stay: those of one number are a change.
 void addOthers(Part& changes, const Config::List& before, const Config::List& after,
                const Config::RulePairs& pairs) {
-  auto gone = pairs.gone.begin();
-  auto come = pairs.come.begin();
-  while (gone != pairs.gone.end() || come != pairs.come.end()) {
-    if (come == pairs.come.end() || (gone != pairs.gone.end() && *gone < *come)) {
-      changes.add(removed, ruleEntry(before.rules.at(*gone++)));
-    } else if (gone == pairs.gone.end() || *come < *gone) {
-      changes.add(added, ruleEntry(after.rules.at(*come++)));
-    } else {
-      const Config::Rule &old = before.rules.at(*gone++), &now = after.rules.at(*come++);
-      Json entry = ruleChange(old, now);
-      if (Config::common(old).text == Config::common(now).text) entry["groups"] = true;
-      changes.add(changed, entry);
-    }
-  }
+  compare(
+      pairs.gone, pairs.come,
+      [&](uint32_t number) { changes.add(removed, ruleEntry(before.rules.at(number))); },
+      [&](uint32_t number) { changes.add(added, ruleEntry(after.rules.at(number))); },
+      [&](uint32_t number, uint32_t) {
+        const Config::Rule &old = before.rules.at(number), &now = after.rules.at(number);
+        Json entry = ruleChange(old, now);
+        if (Config::common(old).text == Config::common(now).text) entry["groups"] = true;
+        changes.add(changed, entry);
+      });
 }
 
 void addRules(Part& changes, const Config::List& before, const Config::List& after) {

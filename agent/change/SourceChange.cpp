@@ -1,3 +1,4 @@
+#include <agent/change/Compare.h>
 #include <agent/change/SourceChange.h>
 #include <agent/config/RulePairs.h>
 
@@ -90,13 +91,13 @@ class Neighbours {
 };
 
 void compareBindings(const Config::Model& before, const Config::Model& now, SourceChange& change) {
-  for (const auto& [key, list] : before.bindings) {
-    if (!now.bindings.contains(key)) change.bindings.emplace_back(key, std::string());
-  }
-  for (const auto& [key, list] : now.bindings) {
-    const auto known = before.bindings.find(key);
-    if (known == before.bindings.end() || known->second != list) change.bindings.emplace_back(key, list);
-  }
+  compare(
+      before.bindings, now.bindings,
+      [&](const auto& binding) { change.bindings.emplace_back(binding.first, std::string()); },
+      [&](const auto& binding) { change.bindings.emplace_back(binding); },
+      [&](const auto& old, const auto& binding) {
+        if (old.second != binding.second) change.bindings.emplace_back(binding);
+      });
 }
 
 }  // namespace
@@ -145,10 +146,10 @@ SourceChange sourceChange(const Sources& inForce, const std::string& source, con
     neighbours.place(list);
     change.lists.push_back(std::move(list));
   };
-  for (const auto& [key, list] : before.lists) add(key, &list, listOf(after, key));
-  for (const auto& [key, list] : after.lists) {
-    if (!before.lists.contains(key)) add(key, nullptr, &list);
-  }
+  compare(
+      before.lists, after.lists, [&](const auto& list) { add(list.first, &list.second, nullptr); },
+      [&](const auto& list) { add(list.first, nullptr, &list.second); },
+      [&](const auto& old, const auto& list) { add(list.first, &old.second, &list.second); });
   compareBindings(before, after, change);
   return change;
 }

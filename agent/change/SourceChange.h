@@ -52,6 +52,7 @@ struct ListChange {
 struct SourceChange {
   std::string source;  ///< the name of an input; empty: the command line's
   bool goes = false;   ///< it is deleted
+  // Both are ascending by key. What becomes of one does not depend on the others: any order would do.
   std::vector<ListChange> lists;
   std::vector<std::pair<Config::BindingKey, std::string>> bindings;  ///< an empty name takes a binding back
 

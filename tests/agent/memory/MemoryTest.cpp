@@ -154,6 +154,27 @@ TEST_F(Memory, AChangeIsWholeHoweverLittleIsLeft) {
   EXPECT_GT(refused, 5);
 }
 
+/// Even if nothing would change by the one that is refused.
+TEST_F(Memory, AChangeWaitsToBeConfirmedAlsoWhenAnotherOneIsRefused) {
+  start(3);
+  const auto apply = [this] {
+    SocketClient client(agent_);
+    return ask(client, {{{"do", "text"}, {"name", "new.acl"}, {"text", now_}},
+                        {{"do", "apply"}, {"dryRun", false}, {"confirm", 600}}});
+  };
+  ASSERT_EQ(apply().at("ok"), true);
+  int64_t left = -1;
+  for (int64_t count = 0; left < 0 && !HasFailure(); ++count) {
+    SCOPED_TRACE(count);
+    failAt(Threads::first, count);
+    apply();
+    left = stopFailing(Threads::first);
+    agent_.turnsUntil([this] { return !agent_.plane().configuration().busy(); });
+    EXPECT_TRUE(agent_.plane().configuration().history().unconfirmed());
+    EXPECT_TRUE(agent_.plane().configuration().confirmWithin());
+  }
+}
+
 /// What is held back for a change is as much as it takes with what follows from it, the new model included.
 TEST_F(Memory, AChangeTakesNoMoreThanIsHeldBackForIt) {
   agent_.start("");

@@ -207,7 +207,8 @@ class ChangesModelTest : public testing::Test {
     Says next = model_.says();
     std::string command;
     const uint32_t number = next.empty() ? 10 : someNumber();
-    switch (dice_.below(5)) {
+    // An empty list has no rule to take away or to move.
+    switch (next.empty() ? 0 : dice_.below(5)) {
       case 0: {
         const auto added = static_cast<uint32_t>(1 + dice_.below(200));
         next[added] = someRule();
