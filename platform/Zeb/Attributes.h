@@ -1,14 +1,12 @@
 #pragma once
 
+#include <Zeb/AttributeKinds.h>
+#include <Zeb/AttributeTable.h>
 #include <Zeb/Entity.h>
 #include <Zeb/OrderedMap.h>
-#include <fmt/format.h>
 
-#include <array>
-#include <type_traits>
 #include <utility>
 #include <variant>
-#include <vector>
 
 /// How a type declares its attributes: ZEB_ENTITY first, then a row for each attribute. A row makes the
 /// storage, the named operations and the reflected attribute `xAttribute()`. Class Entity compares, stores
@@ -27,123 +25,6 @@
 ///
 /// ZEB_HELD is for types that write their setters themselves: it declares storage, reader and row. ZEB_ROW
 /// declares the row only. The rows of a type form its table, attributeTable<T>, in the order of their lines.
-
-namespace Zeb {
-
-/// An entry of a type's table: a function that returns the attribute.
-using AttributeEntry = const Attribute& (*)();
-
-/// The place of a row: its line in the header that declares the type, which is the same in every file that
-/// includes the header.
-template <class Self, int line>
-struct RowAt {};
-/// How many lines below ZEB_ENTITY a row may stand.
-inline constexpr int rowLines = 160;
-
-template <class T>
-concept Formattable = fmt::is_formattable<T>::value;
-
-template <class T>
-std::string textOf(const T& value) {
-  if constexpr (Formattable<T>) {
-    return fmt::format("{}", value);
-  } else if constexpr (Kelp::isPtr<T>) {
-    return value ? "set" : "null";
-  } else {
-    return "?";
-  }
-}
-
-/// A single value with a plain setter.
-template <class Self, auto Member>
-class ValueAttribute final : public Attribute {
- public:
-  using T = std::remove_cvref_t<decltype(std::declval<Self&>().*Member)>;
-  using Setter = bool (Self::*)(T);
-
-  constexpr explicit ValueAttribute(std::string_view name, Setter setter = nullptr)
-      : Attribute(name, Kind::value), setter_(setter) {}
-  std::any get(const Reflected& object) const override { return static_cast<const Self&>(object).*Member; }
-  bool set(Reflected& object, const std::any& value) const override {
-    const T* typed = std::any_cast<T>(&value);
-    if (!typed || !setter_) return false;
-    (static_cast<Self&>(object).*setter_)(*typed);
-    return true;
-  }
-  std::string text(const Reflected& object) const override {
-    return textOf(static_cast<const Self&>(object).*Member);
-  }
-
- private:
-  Setter setter_;
-};
-
-/// A single owned entity, read through reflection as Kelp::Ptr to const.
-template <class Self, auto Member>
-class ChildAttribute final : public Attribute {
- public:
-  constexpr explicit ChildAttribute(std::string_view name) : Attribute(name, Kind::value) {}
-  std::any get(const Reflected& object) const override {
-    return (static_cast<const Self&>(object).*Member).ptr();
-  }
-  bool set(Reflected&, const std::any&) const override { return false; }
-  std::string text(const Reflected& object) const override {
-    return static_cast<const Self&>(object).*Member ? "set" : "null";
-  }
-};
-
-template <class Self, auto Member>
-class CollectionAttribute final : public Attribute {
- public:
-  constexpr explicit CollectionAttribute(std::string_view name) : Attribute(name, Kind::collection) {}
-  std::any get(const Reflected& object) const override { return &(static_cast<const Self&>(object).*Member); }
-  bool set(Reflected&, const std::any&) const override { return false; }
-  std::string text(const Reflected& object) const override {
-    return std::to_string((static_cast<const Self&>(object).*Member).size());
-  }
-};
-
-template <class Self, int line>
-concept HasRowAt = requires {
-  Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
-};
-
-/// Adds the row of a line to the table, if that line has one.
-template <class Self, int line>
-constexpr void addRowAt(auto& table, size_t& filled) {
-  if constexpr (HasRowAt<Self, line>)
-    table[filled++] = Self::zebRow(RowAt<Self, Self::zebFirstLine + line>());
-}
-
-/// The attributes that a type declares itself, in the order of their rows.
-template <class Self>
-inline constexpr auto attributeTable = []<int... line>(std::integer_sequence<int, line...>) {
-  std::array<AttributeEntry, (size_t{0} + ... + HasRowAt<Self, line>)> table{};
-  size_t filled = 0;
-  (addRowAt<Self, line>(table, filled), ...);
-  return table;
-}
-(std::make_integer_sequence<int, rowLines>());
-
-/// The description of a type that ZEB_ENTITY declares.
-template <class Self>
-const TypeData& typeDataOf() {
-  if constexpr (requires { typename Self::ZebBase; }) {
-    static const std::vector<const Attribute*> rows = [] {
-      std::vector<const Attribute*> all;
-      for (const AttributeEntry entry : attributeTable<Self>) all.push_back(&entry());
-      return all;
-    }();
-    std::span<const Operation> operations;
-    if constexpr (requires { Self::zebOperations; }) operations = Self::zebOperations;
-    const TypeData* base = nullptr;
-    if constexpr (requires { typename Self::ZebBase::ZebBase; }) base = &typeDataOf<typename Self::ZebBase>();
-    static const TypeData data(MemSlab::typeName<Self>(), base, rows, operations);
-    return data;
-  }
-}
-
-}  // namespace Zeb
 
 #define ZEB_ENTITY(Self, Base)                                   \
  public:                                                         \

@@ -1,4 +1,4 @@
-#include <Acl/Filter.h>
+#include <Acl/Conditions.h>
 
 #include <algorithm>
 #include <stdexcept>
