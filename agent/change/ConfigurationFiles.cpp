@@ -2,6 +2,7 @@
 #include <agent/change/Configuration.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Reserve.h>
+#include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>
 
 #include <algorithm>
@@ -16,13 +17,12 @@ using Json = nlohmann::ordered_json;
 namespace {
 
 Json sourceJson(const std::string& name, const Config::Model& model, const std::optional<double>& applied) {
-  size_t rules = 0;
-  for (const auto& [key, list] : model.lists) rules += list.rules.size();
-  return {{"name", sourceTitle(name)},
-          {"lists", model.lists.size()},
-          {"rules", rules},
-          {"bindings", model.bindings.size()},
-          {"applied", applied ? Json(*applied) : Json(nullptr)}};
+  Config::Size size;
+  size.add(model);
+  Json json = {{"name", sourceTitle(name)}};
+  json.update(sizeWords(size));
+  json["applied"] = applied ? Json(*applied) : Json(nullptr);
+  return json;
 }
 
 }  // namespace

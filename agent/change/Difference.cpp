@@ -1,14 +1,11 @@
 #include <agent/change/Compare.h>
 #include <agent/change/Difference.h>
+#include <agent/change/DifferenceParts.h>
 #include <agent/config/RulePairs.h>
 #include <agent/core/Document.h>
-#include <agent/core/Reserve.h>
 #include <agent/core/Words.h>
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
-#include <iterator>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -19,94 +16,8 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// What became of an entry, and the members that say so, in their order.
-enum What { added, removed, changed, respelled, renumbered };
-constexpr std::string_view members[] = {"added", "removed", "changed", "respelled", "renumbered"};
-
-/// Text in pieces: it does not take more memory than its length, and can be freed piece by piece.
-class Pieces {
- public:
-  void add(std::string_view text) {
-    if (all_.empty() || all_.back().size() >= pieceOctets) all_.emplace_back();
-    all_.back() += text;
-  }
-  void add(Pieces&& more) {
-    std::move(more.all_.begin(), more.all_.end(), std::back_inserter(all_));
-    more.all_.clear();
-  }
-  std::deque<std::string> take() { return std::move(all_); }
-
- private:
-  std::deque<std::string> all_;
-};
-
-/// One part of the difference: its entries, by what became of them. They are kept as text. As JSON values a
-/// large difference would take many times as much memory, and would allocate some more when it is freed (the
-/// destructor of nlohmann-json 3.11 allocates for every array or object that is not empty, and it must not
-/// fail).
-class Part {
- public:
-  explicit Part(int kinds = respelled) : kinds_(kinds) {}
-
-  void add(What what, const Json& entry) { begin(what).add(lineOf(entry)); }
-  /// Adds an entry that has one more member, another part.
-  void add(What what, const Json& entry, std::string_view member, Part&& value) {
-    Pieces& to = begin(what);
-    to.add(openObject(entry) + lineOf(member) + ":");
-    to.add(value.take());
-    to.add("}");
-  }
-  // Counts without entries, for a summary.
-  void count(What what, size_t more = 1) { counts_[what] += more; }
-  void count(const Part& other) {
-    for (size_t what = 0; what < counts_.size(); ++what) counts_[what] += other.counts_[what];
-  }
-  bool isEmpty() const {
-    return std::all_of(counts_.begin(), counts_.end(), [](size_t count) { return count == 0; });
-  }
-  /// How many entries there are of each kind.
-  const std::array<size_t, std::size(members)>& counts() const { return counts_; }
-  Pieces take() {
-    Pieces all;
-    for (int what = 0; what < kinds_; ++what) {
-      all.add(fmt::format("{}\"{}\":[", what == 0 ? "{" : ",", members[what]));
-      all.add(std::move(entries_[what]));
-      all.add("]");
-    }
-    all.add("}");
-    return all;
-  }
-
- private:
-  Pieces& begin(What what) {
-    // Asked for each entry: less is allocated in between than the reserve has.
-    Refusable::check();
-    if (counts_[what]++ > 0) entries_[what].add(",");
-    return entries_[what];
-  }
-
-  const int kinds_;
-  Pieces entries_[std::size(members)];
-  std::array<size_t, std::size(members)> counts_{};
-};
-
-/// What a difference comes to in a line: "+1 list, 3 rules changed, 1 binding removed".
-class Summary {
- public:
-  void add(std::string_view noun, const Part& part) {
-    for (const What what : {added, changed, removed, respelled, renumbered}) {
-      const size_t count = part.counts()[what];
-      if (count == 0) continue;
-      const std::string counted = countText(count, noun);
-      if (!text_.empty()) text_ += ", ";
-      text_ += what == added ? "+" + counted : fmt::format("{} {}", counted, members[what]);
-    }
-  }
-  const std::string& text() const { return text_; }
-
- private:
-  std::string text_;
-};
+using Part = DifferencePart;
+using enum Part::What;
 
 Json ruleEntry(const Config::Rule& rule) {
   return ruleWords(Config::common(rule).sequence, Config::common(rule).text.view());
@@ -160,35 +71,29 @@ Json listEntry(const Config::List& list) {
 }
 
 /// The lists, and in the summary their rules.
-Part listsDifference(const Config::Model& before, const Config::Model& after, Summary& summary) {
-  Part changes, ofAll(renumbered + 1), words;
+Part listsDifference(const Config::Model& before, const Config::Model& after, DifferenceSummary& summary) {
+  Part changes, ofAll(Part::ofRules), words;
   compare(
       before.lists, after.lists, [&](const auto& list) { changes.add(removed, listEntry(list.second)); },
       [&](const auto& list) { changes.add(added, listEntry(list.second)); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
-        Part rules(renumbered + 1);
+        Part rules(Part::ofRules);
         addRules(rules, old.second, now.second);
         ofAll.count(rules);
         if (rules.isEmpty()) words.count(changed);
         changes.add(changed, listWords(now.second.type, now.second.name), "rules", std::move(rules));
       });
-  for (const What what : {added, removed}) words.count(what, changes.counts()[what]);
+  for (const Part::What what : {added, removed}) words.count(what, changes.counts()[what]);
   summary.add("list", words);
   summary.add("rule", ofAll);
   return changes;
 }
 
-Json bindingEntry(const Config::BindingKey& key) {
-  return {{"interface", key.interface},
-          {"direction", Acl::stringValue(key.direction)},
-          {"type", Acl::stringValue(key.type)}};
-}
-
 Part bindingsDifference(const Config::Model& before, const Config::Model& after) {
   Part changes;
-  const auto put = [&changes](What what, const auto& binding) {
-    Json entry = bindingEntry(binding.first);
+  const auto put = [&changes](Part::What what, const auto& binding) {
+    Json entry = bindingWords(binding.first);
     entry["list"] = binding.second;
     changes.add(what, entry);
   };
@@ -197,7 +102,7 @@ Part bindingsDifference(const Config::Model& before, const Config::Model& after)
       [&](const auto& binding) { put(added, binding); },
       [&](const auto& old, const auto& now) {
         if (old.second == now.second) return;
-        Json entry = bindingEntry(now.first);
+        Json entry = bindingWords(now.first);
         entry["from"] = old.second;
         entry["to"] = now.second;
         changes.add(changed, entry);
@@ -209,7 +114,7 @@ Part bindingsDifference(const Config::Model& before, const Config::Model& after)
 Part namesDifference(const std::map<std::string, std::vector<std::string>>& before,
                      const std::map<std::string, std::vector<std::string>>& after) {
   Part changes;
-  const auto put = [&changes](What what, const auto& one) {
+  const auto put = [&changes](Part::What what, const auto& one) {
     changes.add(what, {{"name", one.first}, {"interfaces", one.second}});
   };
   compare(
@@ -228,7 +133,7 @@ Json notesJson(const Config::InterfaceNotes& notes) {
 /// What is kept with interfaces and has no effect on traffic.
 Part notesDifference(const Config::Model& before, const Config::Model& after) {
   Part changes;
-  const auto put = [&changes](What what, const auto& one) {
+  const auto put = [&changes](Part::What what, const auto& one) {
     Json entry = {{"name", one.first}};
     entry.update(notesJson(one.second));
     changes.add(what, entry);
@@ -260,7 +165,7 @@ Part groupsDifference(const Config::Model& before, const Config::Model& after) {
   const auto entryOf = [](const auto& group) {
     return Json{{"name", group.first}, {"kind", group.second.service ? "service" : "network"}};
   };
-  const auto put = [&](What what, const auto& group) {
+  const auto put = [&](Part::What what, const auto& group) {
     Json entry = entryOf(group);
     entry["members"] = group.second.members.size();
     changes.add(what, entry);
@@ -281,8 +186,8 @@ Part groupsDifference(const Config::Model& before, const Config::Model& after) {
 }  // namespace
 
 Difference difference(const Config::Model& before, const Config::Model& after) {
-  Pieces all;
-  Summary summary;
+  TextPieces all;
+  DifferenceSummary summary;
   const auto add = [&](std::string_view member, std::string_view noun, Part&& part) {
     if (!noun.empty()) summary.add(noun, part);
     all.add(fmt::format("{}\"{}\":", member == "lists" ? "{" : ",", member));

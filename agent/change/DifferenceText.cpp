@@ -51,14 +51,14 @@ std::string notesText(const Json& notes) {
   return text.empty() ? "no description" : text;
 }
 
-std::string notesChange(const Json& interface) {
+std::string interfaceText(const Json& interface) {
   const std::string title = "interface " + wordOf(interface, "name");
   if (!interface.contains("to")) return fmt::format("{}: {}", title, notesText(interface));
   return fmt::format("{}: {}  (was: {})", title, notesText(interface.at("to")),
                      notesText(interface.at("from")));
 }
 
-std::string groupChange(const Json& group) {
+std::string groupText(const Json& group) {
   const std::string title = fmt::format("object-group {} {}", wordOf(group, "kind"), wordOf(group, "name"));
   const Json& which = group.at("members");
   if (which.is_number()) return fmt::format("{} ({})", title, countText(which.get<uint64_t>(), "member"));
@@ -68,6 +68,35 @@ std::string groupChange(const Json& group) {
       text += fmt::format("{} {} {}", text.empty() ? "" : ",", sign, member.get<std::string>());
   }
   return text.empty() ? title + ": its members in another order" : title + ":" + text;
+}
+
+std::string listText(const Json& list) {
+  const std::string title = listTitle(list);
+  if (!list.at("rules").is_number()) return title;
+  return fmt::format("{} ({})", title, countText(list.at("rules").get<uint64_t>(), "rule"));
+}
+
+std::string ruleText(const Json& rule) {
+  if (rule.contains("text")) return "  " + ruleTitle(rule);
+  const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
+  if (rule.contains("groups")) return fmt::format("  {}  (its object-groups differ)", now);
+  const std::string from = wordOf(rule, "from");
+  if (!rule.contains("was")) return fmt::format("  {}  (was: {})", now, from);
+  const auto was = rule.at("was").get<uint32_t>();
+  return fmt::format("  {}  (was: {})", now,
+                     from == wordOf(rule, "to") ? std::to_string(was) : ruleTitle(was, from));
+}
+
+std::string bindingText(const Json& binding) {
+  if (binding.contains("list")) return bindingTitle(binding, wordOf(binding, "list"));
+  return fmt::format("{}  (was: {})", bindingTitle(binding, wordOf(binding, "to")), wordOf(binding, "from"));
+}
+
+/// A port-channel with its members, or a mirror session with its destinations.
+std::string namesText(const char* what, const Json& one) {
+  const std::string title = fmt::format("{} {}", what, wordOf(one, "name"));
+  if (one.contains("interfaces")) return fmt::format("{}:{}", title, interfacesText(one.at("interfaces")));
+  return fmt::format("{}:{}  (was:{})", title, interfacesText(one.at("to")), interfacesText(one.at("from")));
 }
 
 }  // namespace
@@ -81,44 +110,19 @@ std::string differenceText(const Json& difference, bool colour) {
   const Style style(colour);
   std::string text;
   const Json& lists = difference.at("lists");
-  addLines(text, lists, style, [](const Json& list) {
-    const std::string title = listTitle(list);
-    if (!list.at("rules").is_number()) return title;
-    return fmt::format("{} ({})", title, countText(list.at("rules").get<uint64_t>(), "rule"));
-  });
+  addLines(text, lists, style, listText);
   for (const Json& list : lists.at("changed")) {
     text += fmt::format("  in {}:\n", listTitle(list));
-    addLines(text, list.at("rules"), style, [](const Json& rule) {
-      if (rule.contains("text")) return "  " + ruleTitle(rule);
-      const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
-      if (rule.contains("groups")) return fmt::format("  {}  (its object-groups differ)", now);
-      if (rule.contains("was")) {
-        const auto was = rule.at("was").get<uint32_t>();
-        const std::string from = wordOf(rule, "from");
-        return fmt::format("  {}  (was: {})", now,
-                           from == wordOf(rule, "to") ? std::to_string(was) : ruleTitle(was, from));
-      }
-      return fmt::format("  {}  (was: {})", now, wordOf(rule, "from"));
-    });
+    addLines(text, list.at("rules"), style, ruleText);
   }
-  addLines(text, difference.at("bindings"), style, [](const Json& binding) {
-    const bool changed = !binding.contains("list");
-    const std::string title =
-        bindingTitle(wordOf(binding, "interface"), wordOf(binding, "type"),
-                     wordOf(binding, changed ? "to" : "list"), wordOf(binding, "direction"));
-    return changed ? fmt::format("{}  (was: {})", title, wordOf(binding, "from")) : title;
-  });
+  addLines(text, difference.at("bindings"), style, bindingText);
   for (const auto& [member, what] :
        {std::pair("portChannels", "port-channel"), std::pair("mirrorSessions", "mirror session")}) {
-    addLines(text, difference.at(member), style, [what = what](const Json& one) {
-      return one.contains("interfaces")
-                 ? fmt::format("{} {}:{}", what, wordOf(one, "name"), interfacesText(one.at("interfaces")))
-                 : fmt::format("{} {}:{}  (was:{})", what, wordOf(one, "name"), interfacesText(one.at("to")),
-                               interfacesText(one.at("from")));
-    });
+    addLines(text, difference.at(member), style,
+             [what = what](const Json& one) { return namesText(what, one); });
   }
-  addLines(text, difference.at("interfaces"), style, notesChange);
-  addLines(text, difference.at("objectGroups"), style, groupChange);
+  addLines(text, difference.at("interfaces"), style, interfaceText);
+  addLines(text, difference.at("objectGroups"), style, groupText);
   if (std::count(text.begin(), text.end(), '\n') > mostWithoutSummary)
     return fmt::format("{}:\n{}", wordOf(difference, "summary"), text);
   return text;

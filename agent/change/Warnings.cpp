@@ -153,11 +153,7 @@ void definedTwice(const Facts& facts, WarningCollector& found) {
       [](const auto& key, const Model&) { return listTitle(key.first, key.second); }, found);
   overridden(
       facts, &Model::bindings, all.bindings, &Notices::bindings,
-      [](const auto& key, const Model& model) {
-        return bindingTitle(key.interface, Acl::stringValue(key.type), model.bindings.at(key),
-                            Acl::stringValue(key.direction));
-      },
-      found);
+      [](const auto& key, const Model& model) { return bindingTitle(key, model.bindings.at(key)); }, found);
   overridden(facts, &Model::portChannels, all.portChannels, &Notices::portChannels, named("port-channel"),
              found);
   overridden(facts, &Model::mirrorSessions, all.mirrorSessions, &Notices::mirrorSessions,

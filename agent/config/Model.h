@@ -94,4 +94,15 @@ struct Model {
   bool operator==(const Model&) const = default;
 };
 
+/// How much there is in one model, or in several together.
+struct Size {
+  size_t lists = 0, rules = 0, bindings = 0;
+
+  void add(const Model& model) {
+    lists += model.lists.size();
+    for (const auto& [key, list] : model.lists) rules += list.rules.size();
+    bindings += model.bindings.size();
+  }
+};
+
 }  // namespace Config

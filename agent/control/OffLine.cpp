@@ -31,15 +31,9 @@ Json checkDocument(const Checked& asked) {
   }
   Json document = {{"mistakes", mistakes}};
   if (!mistakes.empty()) return document;
-  size_t lists = 0, rules = 0, bindings = 0;
-  texts.sources().forEach([&](const std::string&, const Config::Model& model) {
-    lists += model.lists.size();
-    bindings += model.bindings.size();
-    for (const auto& [key, list] : model.lists) rules += list.rules.size();
-  });
-  document["lists"] = lists;
-  document["rules"] = rules;
-  document["bindings"] = bindings;
+  Config::Size size;
+  texts.sources().forEach([&](const std::string&, const Config::Model& model) { size.add(model); });
+  document.update(sizeWords(size));
   const auto found = changeWarnings({}, texts.sources().layers(), asked.ports ? &*asked.ports : nullptr);
   document["warnings"] = warningsJson(found.told);
   document["unchecked"] = Json::array();
@@ -51,11 +45,7 @@ Json checkDocument(const Checked& asked) {
 
 std::string checkText(const Json& document) {
   std::string text = warningsText(document.at("warnings"));
-  const auto counted = [&document](const char* member, std::string_view one) {
-    return countText(document.at(member).get<uint64_t>(), one);
-  };
-  text += fmt::format("no mistake: {}, {}, {}\n", counted("lists", "list"), counted("rules", "rule"),
-                      counted("bindings", "binding"));
+  text += fmt::format("no mistake: {}\n", sizeText(document));
   for (const Json& what : document.at("unchecked"))
     text += fmt::format("not checked: {}\n", what.get<std::string>());
   if (const Json& refused = document.at("refused"); refused.is_string())

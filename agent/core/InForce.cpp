@@ -71,8 +71,8 @@ std::optional<std::string> InForce::unpublishedBinding() const {
       for (auto intf = direction.value()->intf().begin(); intf; intf.next()) {
         const auto* list = shown ? shown->intf(intf.key()) : nullptr;
         if (list && *list == intf.value()) continue;
-        return bindingTitle(intf.key().name().view(), Acl::stringValue(type.key()), intf.value().view(),
-                            Acl::stringValue(direction.key()));
+        const Config::BindingKey place{type.key(), direction.key(), intf.key().name().str()};
+        return bindingTitle(place, intf.value().view());
       }
     }
   }

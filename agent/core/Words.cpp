@@ -17,6 +17,11 @@ std::string_view textOf(const Json& object, const char* member) {
   return object.at(member).get_ref<const std::string&>();
 }
 
+std::string bindingTitle(std::string_view interface, std::string_view type, std::string_view list,
+                         std::string_view direction) {
+  return fmt::format("interface {}: {} access-group {} {}", interface, type, list, direction);
+}
+
 }  // namespace
 
 std::string listTitle(Acl::AclType type, std::string_view name) {
@@ -39,9 +44,42 @@ std::string ruleTitle(const Json& rule) {
 
 Json ruleWords(uint32_t sequence, std::string_view text) { return {{"sequence", sequence}, {"text", text}}; }
 
-std::string bindingTitle(std::string_view interface, std::string_view type, std::string_view list,
-                         std::string_view direction) {
-  return fmt::format("interface {}: {} access-group {} {}", interface, type, list, direction);
+std::string boundAt(std::string_view interface, std::string_view direction) {
+  return fmt::format("{} {}", interface, direction);
+}
+
+std::string boundAt(const Json& binding) {
+  return boundAt(textOf(binding, "interface"), textOf(binding, "direction"));
+}
+
+Json boundAtWords(std::string_view interface, Acl::AclDirection direction) {
+  return {{"interface", interface}, {"direction", Acl::stringValue(direction)}};
+}
+
+std::string bindingTitle(const Config::BindingKey& place, std::string_view list) {
+  return bindingTitle(place.interface, Acl::stringValue(place.type), list, Acl::stringValue(place.direction));
+}
+
+std::string bindingTitle(const Json& place, std::string_view list) {
+  return bindingTitle(textOf(place, "interface"), textOf(place, "type"), list, textOf(place, "direction"));
+}
+
+Json bindingWords(const Config::BindingKey& place) {
+  Json words = boundAtWords(place.interface, place.direction);
+  words["type"] = Acl::stringValue(place.type);
+  return words;
+}
+
+Json sizeWords(const Config::Size& size) {
+  return {{"lists", size.lists}, {"rules", size.rules}, {"bindings", size.bindings}};
+}
+
+std::string sizeText(const Json& document) {
+  const auto counted = [&document](const char* member, std::string_view one) {
+    return countText(document.at(member).get<uint64_t>(), one);
+  };
+  return fmt::format("{}, {}, {}", counted("lists", "list"), counted("rules", "rule"),
+                     counted("bindings", "binding"));
 }
 
 std::string portChannelIsNoPort(std::string_view name) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Acl/Types.h>
+#include <agent/config/Model.h>
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -28,9 +29,24 @@ std::string ruleTitle(const nlohmann::ordered_json& rule);
 /// Members `sequence` and `text`.
 nlohmann::ordered_json ruleWords(uint32_t sequence, std::string_view text);
 
+/// Where a list is bound: "eth1 in".
+std::string boundAt(std::string_view interface, std::string_view direction);
+/// Of a binding in a document, with the members of boundAtWords().
+std::string boundAt(const nlohmann::ordered_json& binding);
+/// Members `interface` and `direction`.
+nlohmann::ordered_json boundAtWords(std::string_view interface, Acl::AclDirection direction);
+
 /// A binding as it is typed: "interface eth1: ip access-group EDGE-IN in".
-std::string bindingTitle(std::string_view interface, std::string_view type, std::string_view list,
-                         std::string_view direction);
+std::string bindingTitle(const Config::BindingKey& place, std::string_view list);
+/// Of a binding in a document, with the members of bindingWords().
+std::string bindingTitle(const nlohmann::ordered_json& place, std::string_view list);
+/// Members `interface`, `direction` and `type`.
+nlohmann::ordered_json bindingWords(const Config::BindingKey& place);
+
+/// How much a configuration has: members `lists`, `rules` and `bindings`.
+nlohmann::ordered_json sizeWords(const Config::Size& size);
+/// Of a document with these members: "2 lists, 1 rule, 0 bindings".
+std::string sizeText(const nlohmann::ordered_json& document);
 
 /// What is wrong with a list that is bound, if it is not defined; with the consequence.
 inline constexpr std::string_view notDefined = "not defined: everything passes it";

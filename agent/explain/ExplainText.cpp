@@ -58,8 +58,7 @@ std::string explainText(const Json& document, bool colour) {
                                  style.off, document.at("port").get<std::string>());
   for (const Json& asked : document.at("asked")) {
     const Json list = {{"type", asked.at("type")}, {"name", asked.at("list")}};
-    text += fmt::format("\n{} {}: {}{}{}\n", asked.at("interface").get<std::string>(),
-                        asked.at("direction").get<std::string>(), style.bold, listTitle(list), style.off);
+    text += fmt::format("\n{}: {}{}{}\n", boundAt(asked), style.bold, listTitle(list), style.off);
     for (const Json& near : asked.value("near", Json::array())) {
       std::string failed;
       for (const Json& field : near.at("failed")) {

@@ -10,7 +10,7 @@ namespace {
 Json bindingsJson(const ListReport& list) {
   Json all = Json::array();
   for (const auto& binding : list.bindings) {
-    Json one = {{"interface", binding.interface}, {"direction", Acl::stringValue(binding.direction)}};
+    Json one = boundAtWords(binding.interface, binding.direction);
     addSources(one, binding.sources);
     all.push_back(std::move(one));
   }

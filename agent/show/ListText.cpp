@@ -14,10 +14,7 @@ namespace {
 
 std::string bindingsText(const Json& list) {
   std::string text;
-  for (const Json& binding : list.at("bindings")) {
-    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", binding.at("interface").get<std::string>(),
-                        binding.at("direction").get<std::string>());
-  }
+  for (const Json& binding : list.at("bindings")) text += (text.empty() ? "" : ", ") + boundAt(binding);
   return text.empty() ? "bound nowhere" : text;
 }
 

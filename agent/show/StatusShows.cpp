@@ -16,12 +16,7 @@ namespace {
 constexpr const char* noStatus = "the plugin publishes no status\n";
 
 std::string sourceLine(const Json& source, const TextStyle& style) {
-  const auto counted = [&source](const char* member, std::string_view one) {
-    return countText(source.at(member).get<uint64_t>(), one);
-  };
-  std::string line =
-      fmt::format("{:<20} {}, {}, {}", source.at("name").get<std::string>(), counted("lists", "list"),
-                  counted("rules", "rule"), counted("bindings", "binding"));
+  std::string line = fmt::format("{:<20} {}", source.at("name").get<std::string>(), sizeText(source));
   if (source.at("applied").is_number())
     line += fmt::format(", applied {}", timeText(source.at("applied").get<double>(), style.now));
   return line + "\n";
@@ -55,7 +50,7 @@ std::string publishedText(const Json& status, const TextStyle& style) {
     std::map<std::string, std::set<std::string>> bound;
     for (const auto& [direction, bindings] : lists.at("intf").items()) {
       for (const auto& [interface, list] : bindings.at("intf").items())
-        bound[list.get<std::string>()].insert(fmt::format("{} {}", interface, direction));
+        bound[list.get<std::string>()].insert(boundAt(interface, direction));
     }
     for (const auto& [name, list] : lists.at("acl").items()) {
       uint64_t packets = 0;
