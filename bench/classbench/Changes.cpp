@@ -83,59 +83,87 @@ void checkAfterwards(const OurList<Ip>& list, const RuleSet& set, const std::vec
   }
 }
 
+class ChangesTables {
+ public:
+  explicit ChangesTables(Run& run)
+      : run_(run),
+        builds_("Lists: ms of processor time to fill and to compile them, bytes a rule",
+                {"set", "rules", "fill ms", "compile ms", "all bytes", "compiled", "rte_acl ms",
+                 "rte_acl bytes"}),
+        changes_(
+            "Changes of one rule in a list in force, us of processor time: taken out, put in again; and the "
+            "packet behind it",
+            {"set", "rules", "made anew", "mean", "p50", "p99", "max", "packet p50", "packet p99",
+             "rte_acl (a build)"}) {}
+
+  void measure(const RuleSet& set) {
+    run_.progress(set.name + ": changes");
+    auto ours = std::make_unique<OurList<Ip>>(ipRules(set.rules));
+    addBuild(set, *ours);
+    if (set.traces.empty()) return;
+    const auto packets = packetsOf(set.traces.front().headers, ipPacket);
+    addChanges(set, *ours, packets, "in the change");
+    Acl::Workshop::singleton().threadIs(true);
+    ours = std::make_unique<OurList<Ip>>(ipRules(set.rules));
+    const Changed changed = addChanges(set, *ours, packets, "on a thread");
+    Acl::Workshop::singleton().threadIs(false);
+    if (isOf10000(set))
+      run_.goalIs({set.name + ": us of a change, p99", quantile(changed.change.ns, 0.99) / 1e3, 20, false});
+  }
+
+  void finish() {
+    run_.tableIs(builds_);
+    run_.tableIs(changes_);
+  }
+
+ private:
+  static bool isOf10000(const RuleSet& set) { return set.rules.size() > 3000 && set.rules.size() <= 30000; }
+
+  const std::optional<PeerBuild>& peerOf(const RuleSet& set) {
+    const auto [at, isNew] = run_.peers.try_emplace(set.name);
+    std::string why;
+    if (isNew) at->second = buildOf(Peer::make(set.rules, std::nullopt, &why));
+    return at->second;
+  }
+
+  void addBuild(const RuleSet& set, const OurList<Ip>& ours) {
+    const auto rules = static_cast<double>(set.rules.size());
+    const auto perRule = [rules](int64_t bytes) { return static_cast<double>(bytes) / rules; };
+    const double compiled = perRule(ours.lookUpBytes());
+    const std::optional<PeerBuild>& peer = peerOf(set);
+    builds_.rowIs({set.name, Number{rules, 0}, Number{ours.fillNs() / 1e6, 2},
+                   Number{ours.compileNs() / 1e6, 2}, Number{perRule(ours.bytes()), 0}, Number{compiled, 0},
+                   peer ? Cell(Number{peer->ns / 1e6, 1}) : Cell(),
+                   peer ? Cell(Number{perRule(peer->bytes), 0}) : Cell()});
+    if (rules > 300 && rules <= 30000) run_.goalIs({set.name + ": bytes a rule", compiled, 256, false});
+    const double limit = rules <= 300 ? 0 : rules <= 3000 ? 2 : isOf10000(set) ? 30 : 350;
+    if (limit > 0) run_.goalIs({set.name + ": ms to compile", ours.compileNs() / 1e6, limit, false});
+  }
+
+  Changed addChanges(const RuleSet& set, OurList<Ip>& ours, const std::vector<IpPacket>& packets,
+                     std::string madeAnew) {
+    Changed changed = changeRules(ours, packets, set.rules.size(), run_.seed);
+    checkAfterwards(ours, set, packets);
+    std::vector<Cell> row{set.name, Number{static_cast<double>(set.rules.size()), 0}, std::move(madeAnew)};
+    for (Cell& cell : changed.change.cells(1e3, 2)) row.push_back(std::move(cell));
+    row.push_back(Number{quantile(changed.packet.ns, 0.5) / 1e3, 2});
+    row.push_back(Number{quantile(changed.packet.ns, 0.99) / 1e3, 2});
+    const std::optional<PeerBuild>& peer = peerOf(set);
+    row.push_back(peer ? Cell(Number{peer->ns / 1e3, 0}) : Cell());
+    changes_.rowIs(std::move(row));
+    return changed;
+  }
+
+  Run& run_;
+  Table builds_, changes_;
+};
+
 }  // namespace
 
 void measureChanges(Run& run, const std::vector<RuleSet>& sets) {
-  Table builds(
-      "Lists: ms of processor time to fill and to compile them, bytes a rule",
-      {"set", "rules", "fill ms", "compile ms", "all bytes", "compiled", "rte_acl ms", "rte_acl bytes"});
-  Table changes(
-      "Changes of one rule in a list in force, us of processor time: taken out, put in again; and the packet "
-      "behind it",
-      {"set", "rules", "made anew", "mean", "p50", "p99", "max", "packet p50", "packet p99",
-       "rte_acl (a build)"});
-  for (const RuleSet& set : sets) {
-    const auto rules = static_cast<double>(set.rules.size());
-    run.progress(set.name + ": changes");
-    auto ours = std::make_unique<OurList<Ip>>(ipRules(set.rules));
-    if (!run.peers.contains(set.name)) {
-      std::string why;
-      const std::unique_ptr<Peer> built = Peer::make(set.rules, std::nullopt, &why);
-      run.peers[set.name] = built ? std::optional(PeerBuild{built->buildNs(), built->bytes()}) : std::nullopt;
-    }
-    const std::optional<PeerBuild> peer = run.peers[set.name];
-    const auto perRule = [rules](double bytes) { return Number{bytes / rules, 0}; };
-    const double perRuleBytes = static_cast<double>(ours->lookUpBytes()) / rules;
-    builds.rowIs({set.name, Number{rules, 0}, Number{ours->fillNs() / 1e6, 2},
-                  Number{ours->compileNs() / 1e6, 2}, perRule(static_cast<double>(ours->bytes())),
-                  Number{perRuleBytes, 0}, peer ? Cell(Number{peer->ns / 1e6, 1}) : Cell(),
-                  peer ? Cell(perRule(static_cast<double>(peer->bytes))) : Cell()});
-    if (rules > 300 && rules <= 30000) run.goalIs({set.name + ": bytes a rule", perRuleBytes, 256, false});
-    const double limit = rules <= 300 ? 0 : rules <= 3000 ? 2 : rules <= 30000 ? 30 : 350;
-    if (limit > 0) run.goalIs({set.name + ": ms to compile", ours->compileNs() / 1e6, limit, false});
-
-    if (set.traces.empty()) continue;
-    const auto packets = packetsOf(set.traces.front().headers, ipPacket);
-    for (const bool thread : {false, true}) {
-      Acl::Workshop::singleton().threadIs(thread);
-      if (thread) ours = std::make_unique<OurList<Ip>>(ipRules(set.rules));
-      const Changed changed = changeRules(*ours, packets, set.rules.size(), run.seed);
-      checkAfterwards(*ours, set, packets);
-      std::vector<Cell> row{set.name, Number{rules, 0},
-                            std::string(thread ? "on a thread" : "in the change")};
-      for (Cell& cell : changed.change.cells(1e3, 2)) row.push_back(std::move(cell));
-      row.push_back(Number{quantile(changed.packet.ns, 0.5) / 1e3, 2});
-      row.push_back(Number{quantile(changed.packet.ns, 0.99) / 1e3, 2});
-      row.push_back(peer ? Cell(Number{peer->ns / 1e3, 0}) : Cell());
-      changes.rowIs(std::move(row));
-      if (thread && rules > 3000 && rules <= 30000) {
-        run.goalIs({set.name + ": us of a change, p99", quantile(changed.change.ns, 0.99) / 1e3, 20, false});
-      }
-    }
-    Acl::Workshop::singleton().threadIs(false);
-  }
-  run.tableIs(builds);
-  run.tableIs(changes);
+  ChangesTables tables(run);
+  for (const RuleSet& set : sets) tables.measure(set);
+  tables.finish();
 }
 
 }  // namespace Bench

@@ -2,8 +2,7 @@
 #include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
 #include <Zeb/System.h>
 
-#include "classbench/Checks.h"
-#include "classbench/Peer.h"
+#include "classbench/PeerLookUps.h"
 #include "classbench/Sections.h"
 
 namespace Bench {
@@ -88,55 +87,73 @@ class Judge {
   std::vector<std::vector<uint8_t>> frames_;
 };
 
-}  // namespace
+class PathTable {
+ public:
+  explicit PathTable(Run& run)
+      : run_(run),
+        table_("The whole verdict (binding, list, match, count, time) against the bare look-up, ns a packet",
+               {"set", "trace", "parse", "parse, verdict", "verdict", "look-up", "rte_acl",
+                "verdict / rte_acl"}) {}
 
-void measurePath(Run& run, const std::vector<RuleSet>& sets) {
-  Table table(
-      "The whole verdict (binding, list, match, count, time) against the bare look-up, ns a packet",
-      {"set", "trace", "parse", "parse, verdict", "verdict", "look-up", "rte_acl", "verdict / rte_acl"});
-  std::vector<double> ratios;
-  for (const RuleSet& set : sets) {
-    if (set.rules.size() < 500 || set.rules.size() > 2000) continue;
-    run.progress(set.name + ": verdicts");
+  void measure(const RuleSet& set) {
+    run_.progress(set.name + ": verdicts");
     Judge judge(set.rules);
     const OurList<Acl::IpRule> list(ipRules(set.rules));
     std::string why;
     const auto peer = Peer::make(set.rules, std::nullopt, &why);
     for (const Trace& trace : set.traces) {
       const auto packets = packetsOf(trace.headers, ipPacket);
-      const auto expected = firstRules(set.rules, trace.headers, Ports::ofProtocolsThatDo);
       judge.packetsAre(packets);
-      // The rules permit, so a packet that meets one passes. This makes the counters, too.
-      for (size_t i = 0; i < packets.size(); ++i) {
-        if (judge.passes(i) == (expected[i] != noRule)) continue;
-        throw WrongAnswer(fmt::format("{} {}: header {}: a wrong verdict", set.name, trace.name, i));
-      }
-      Contender parse{"parse", [&](Portion portion) { return judge.parses(portion); }};
-      Contender whole{"parse, verdict", [&](Portion portion) { return judge.verdicts(portion); }};
-      Contender lookUp = lookUpOf(list, packets);
-      Contender theirs{"rte_acl", [&](Portion portion) { return peer->lookUps(portion); }};
-      std::vector<Contender*> all{&parse, &whole, &lookUp};
-      if (peer) {
-        peer->packetsAre(packets);
-        all.push_back(&theirs);
-      }
-      alternate(all, packets.size(), run.rounds);
-      const double verdict = whole.ns.median - parse.ns.median;
-      std::vector<Cell> row{set.name, trace.name, parse.ns, whole.ns, Number{verdict}, lookUp.ns};
-      if (peer) {
-        ratios.push_back(verdict / theirs.ns.median);
-        row.insert(row.end(), {theirs.ns, Number{ratios.back(), 2}});
-      } else {
-        row.resize(8);
-      }
-      table.rowIs(std::move(row));
+      checkVerdicts(set, trace, judge);
+      measure({set.name, trace.name}, judge, lookUpOf(list, packets), packets, peer.get());
     }
   }
-  run.tableIs(table);
-  if (!ratios.empty()) {
-    run.goalIs(
-        {"the whole verdict against librte_acl's look-up, geometric mean", geometricMean(ratios), 1, false});
+
+  void finish() {
+    run_.tableIs(table_);
+    if (!ratios_.empty()) {
+      run_.goalIs({"the whole verdict against librte_acl's look-up, geometric mean", geometricMean(ratios_),
+                   1, false});
+    }
   }
+
+ private:
+  /// The rules permit, so a packet that meets one passes. This makes the counters, too.
+  static void checkVerdicts(const RuleSet& set, const Trace& trace, Judge& judge) {
+    const auto expected = firstRules(set.rules, trace.headers, Ports::ofProtocolsThatDo);
+    for (size_t i = 0; i < expected.size(); ++i) {
+      if (judge.passes(i) == (expected[i] != noRule)) continue;
+      throw WrongAnswer(fmt::format("{} {}: header {}: a wrong verdict", set.name, trace.name, i));
+    }
+  }
+
+  void measure(std::vector<Cell> row, Judge& judge, Contender lookUp, const std::vector<IpPacket>& packets,
+               Peer* peer) {
+    Contender parse{"parse", [&](Portion portion) { return judge.parses(portion); }};
+    Contender whole{"parse, verdict", [&](Portion portion) { return judge.verdicts(portion); }};
+    PeerLookUps theirs(peer, packets);
+    std::vector<Contender*> all{&parse, &whole, &lookUp};
+    theirs.joinIn(all);
+    alternate(all, packets.size(), run_.rounds);
+    const double verdict = whole.ns.median - parse.ns.median;
+    row.insert(row.end(), {parse.ns, whole.ns, Number{verdict}, lookUp.ns, theirs.ns(),
+                           noted(theirs.timesAsLong(verdict), ratios_)});
+    table_.rowIs(std::move(row));
+  }
+
+  Run& run_;
+  Table table_;
+  std::vector<double> ratios_;
+};
+
+}  // namespace
+
+void measurePath(Run& run, const std::vector<RuleSet>& sets) {
+  PathTable table(run);
+  for (const RuleSet& set : sets) {
+    if (set.rules.size() >= 500 && set.rules.size() <= 2000) table.measure(set);
+  }
+  table.finish();
 }
 
 }  // namespace Bench

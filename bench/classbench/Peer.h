@@ -7,6 +7,7 @@
 
 #include "classbench/Measure.h"
 #include "classbench/Packets.h"
+#include "classbench/Run.h"
 
 namespace Bench {
 
@@ -51,5 +52,10 @@ class Peer {
   double buildNs_ = 0;
   int64_t bytes_ = 0;
 };
+
+/// What it took to build the peer; nothing without one.
+inline std::optional<PeerBuild> buildOf(const std::unique_ptr<Peer>& peer) {
+  return peer ? std::optional(PeerBuild{peer->buildNs(), peer->bytes()}) : std::nullopt;
+}
 
 }  // namespace Bench

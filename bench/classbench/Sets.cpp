@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "classbench/Checks.h"
-#include "classbench/DbTable.h"
-#include "classbench/Peer.h"
+#include "classbench/Contest.h"
 #include "classbench/Sections.h"
 
 namespace Bench {
@@ -130,7 +128,7 @@ class SetTable {
       run_.progress(fmt::format("{}: building librte_acl", set.name));
       rte = Peer::make(set.rules, std::nullopt, &why);
       if (!rte) whyNot(set.name, peerNames[rteAcl], why);
-      run_.peers[set.name] = rte ? std::optional(PeerBuild{rte->buildNs(), rte->bytes()}) : std::nullopt;
+      run_.peers[set.name] = buildOf(rte);
     }
     if (run_.isAgainst(peerNames[dbTable])) {
       table = DbTable::make(set.rules, &why);
@@ -185,58 +183,53 @@ class SetTable {
     run_.progress(where + ": checking");
     const auto packets = packetsOf(trace.headers, ipPacket);
     checkOurs(set, trace, ours, packets);
-    Contender lookUp{"look-up", [&](Portion p) { return ours.lookUps(packets, p); }};
-    Contender matcher{"matcher", [&](Portion p) { return ours.matches(packets, p); }};
-    Contender burst{"64 a call", [&](Portion p) { return ours.bursts(packets, p); }};
-    Contender one{"rte_acl", [&](Portion p) { return rte->lookUps(p); }};
-    Contender batch{"rte_acl, 64 a call", [&](Portion p) { return rte->batches(p); }};
-    Contender theirs{"DBTable", [&](Portion p) { return table->lookUps(p); }};
-    std::vector<Contender*> all{&lookUp};
     if (rte) {
       rte->packetsAre(packets);
       check("librte_acl", where, trace.first, [&](size_t i) { return rte->lookUp(i); });
-      all.push_back(&one);
     }
     if (table) {
       table->headersAre(trace.headers);
       check("DBTable", where, trace.first, [&](size_t i) { return table->lookUp(i); });
-      all.push_back(&theirs);
     }
-    all.insert(all.end(), {&matcher, &burst});
-    if (rte) all.push_back(&batch);
+    Contest contest(ours, packets, rte, table);
     run_.progress(where + ": timing");
-    const std::vector<Contender> behind = alternateWarm(all, packets.size(), run_.rounds);
+    contest.run(packets.size(), run_.rounds);
+    addRows(set, trace, contest);
+  }
 
-    const auto place = [&](const Contender& contender) {
-      return behind[static_cast<size_t>(std::find(all.begin(), all.end(), &contender) - all.begin())];
-    };
+  void addRows(const RuleSet& set, const Trace& trace, const Contest& all) {
     const std::vector<Cell> head{set.name, Number{static_cast<double>(set.rules.size()), 0}, trace.name};
     std::vector<Cell> warmRow = head, behindRow = head;
-    warmRow.insert(warmRow.end(), {lookUp.ns, matcher.ns, burst.ns});
-    behindRow.push_back(behind.front().ns);
-    const auto against = [&](PeerNumber peer, bool isThere, const Contender& contender) {
-      if (!isThere) {
+    const Contender& lookUpBehind = all.behind(all.lookUp);
+    warmRow.insert(warmRow.end(), {all.lookUp.ns, all.matcher.ns, all.burst.ns});
+    behindRow.push_back(lookUpBehind.ns);
+    const auto against = [&](PeerNumber peer, const Contender& contender) {
+      if (!all.takesPart(contender)) {
         warmRow.resize(warmRow.size() + 2);
         behindRow.resize(behindRow.size() + 2);
         return;
       }
-      const double warm = ratioOf(contender, lookUp), cold = ratioOf(place(contender), behind.front());
+      const Contender& behind = all.behind(contender);
+      const double warm = ratioOf(contender, all.lookUp), cold = ratioOf(behind, lookUpBehind);
       warmStanding_.ratioIs(set.rules.size(), peer, trace.name, warm);
       behindStanding_.ratioIs(set.rules.size(), peer, trace.name, cold);
       warmRow.insert(warmRow.end(), {contender.ns, Number{warm, 2}});
-      behindRow.insert(behindRow.end(), {place(contender).ns, Number{cold, 2}});
+      behindRow.insert(behindRow.end(), {behind.ns, Number{cold, 2}});
     };
-    against(rteAcl, rte != nullptr, one);
-    if (rte) {
-      warmRow.insert(warmRow.end(), {batch.ns, Number{ratioOf(batch, burst), 2}});
-      batches_[sizeClassOf(set.rules.size()).name].of(trace.name).push_back(ratioOf(batch, burst));
-    } else {
-      warmRow.resize(warmRow.size() + 2);
-    }
-    bursts_[sizeClassOf(set.rules.size()).name].of(trace.name).push_back(burst.ns.median);
-    against(dbTable, table != nullptr, theirs);
+    against(rteAcl, all.rte);
+    addBursts(set, trace, all, warmRow);
+    against(dbTable, all.dbTable);
     warm_.rowIs(std::move(warmRow));
     behind_.rowIs(std::move(behindRow));
+  }
+
+  void addBursts(const RuleSet& set, const Trace& trace, const Contest& all, std::vector<Cell>& row) {
+    const char* size = sizeClassOf(set.rules.size()).name;
+    bursts_[size].of(trace.name).push_back(all.burst.ns.median);
+    if (!all.takesPart(all.rteBatch)) return row.resize(row.size() + 2);
+    const double ratio = ratioOf(all.rteBatch, all.burst);
+    row.insert(row.end(), {all.rteBatch.ns, Number{ratio, 2}});
+    batches_[size].of(trace.name).push_back(ratio);
   }
 
   /// All answers, before they are timed.

@@ -89,18 +89,8 @@ int measure(const Options& options, Run& run) {
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  Agent::useLargePages();
-  Options options;
-  Run run;
-  std::vector<std::string> names;
-  for (const Section& section : allSections) names.push_back(section.name);
-
-  CLI::App app(
-      "Times access lists against librte_acl and DBTable: one packet a call, headers in, first matching rule "
-      "out.");
+/// What is measured, and on which sets.
+void addSets(CLI::App& app, Options& options, Run& run) {
   app.add_option("--rules", options.rules, "a ClassBench rule file, plain or .gz")->check(CLI::ExistingFile);
   app.add_option("--trace", options.traces, "traces for it")->check(CLI::ExistingFile)->needs("--rules");
   app.add_option("--dir", options.directory, "every NAME.rules of a directory with its NAME.*trace*")
@@ -119,6 +109,18 @@ int main(int argc, char** argv) {
   app.add_option("--grow", options.grow,
                  "in place of the sets of files, such that are so many times as large")
       ->check(CLI::Range(size_t{1}, size_t{1000}));
+}
+
+void unitIs(const Classify::Unit& unit) {
+  const Classify::Kernels* kernels = Classify::kernelsOf(unit);
+  if (!kernels) throw CLI::ValidationError("--unit", "this processor has no such unit");
+  Classify::kernels = kernels;
+}
+
+/// How it is measured, against whom, and where the figures go.
+void addMeasuring(CLI::App& app, Options& options, Run& run) {
+  std::vector<std::string> names;
+  for (const Section& section : allSections) names.push_back(section.name);
   app.add_option("--against", run.against, "peers that the sets are measured with: rte_acl, DBTable")
       ->delimiter(',')
       ->check(CLI::IsMember({"rte_acl", "DBTable"}));
@@ -127,13 +129,7 @@ int main(int argc, char** argv) {
       ->delimiter(',')
       ->check(CLI::IsMember(names));
   app.add_option_function<Classify::Unit>(
-         "--unit",
-         [](const Classify::Unit& unit) {
-           const Classify::Kernels* kernels = Classify::kernelsOf(unit);
-           if (!kernels) throw CLI::ValidationError("--unit", "this processor has no such unit");
-           Classify::kernels = kernels;
-         },
-         "what our look-ups run on: portable, avx2, avx512; the best one otherwise")
+         "--unit", unitIs, "what our look-ups run on: portable, avx2, avx512; the best one otherwise")
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, Classify::Unit>{{"portable", Classify::Unit::portable},
                                                 {"avx2", Classify::Unit::avx2},
@@ -141,6 +137,19 @@ int main(int argc, char** argv) {
   app.add_flag_callback(
       "--ordinary-pages", [] { peerPages = Pages::ordinary; }, "no large pages for librte_acl");
   app.add_option("--json", options.json, "also write all figures to a file");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Agent::useLargePages();
+  Options options;
+  Run run;
+  CLI::App app(
+      "Times access lists against librte_acl and DBTable: one packet a call, headers in, first matching rule "
+      "out.");
+  addSets(app, options, run);
+  addMeasuring(app, options, run);
   CLI11_PARSE(app, argc, argv);
   try {
     return measure(options, run);
