@@ -1,18 +1,14 @@
 #include <Blip/FastTrace.h>
 #include <Zeb/System.h>
 #include <Zeb/TraceHandle.h>
-#include <agent/change/Edit.h>
 #include <agent/config/Cursor.h>
 #include <agent/config/Nearest.h>
 #include <agent/control/Operations.h>
-#include <agent/core/Document.h>
 #include <agent/core/Words.h>
 #include <agent/explain/FrameArgument.h>
 #include <agent/show/TraceFacilities.h>
-#include <agent/warnings/WarningText.h>
 
 #include <algorithm>
-#include <new>
 #include <set>
 #include <utility>
 
@@ -27,10 +23,6 @@ bool isList(const Core& core, const Kelp::String& name) {
   if (isDefined(core, name)) return true;
   const auto bound = ListReader(core).undefined();
   return std::any_of(bound.begin(), bound.end(), [&](const auto& key) { return key.second == name; });
-}
-
-Answer busy() {
-  return Answer::failed("busy", "another change of the configuration is under way; try again");
 }
 
 Answer noList(const Core& core, const std::string& name) {
@@ -74,93 +66,20 @@ std::optional<std::string> whyNoPort(const World& world, const std::string& name
   return std::nullopt;
 }
 
-/// The answer to an apply. Warnings and difference can be long: they are sent in pieces.
-class AppliedDocument final : public Document {
- public:
-  AppliedDocument(const Json& head, Warnings warnings, std::deque<std::string> difference)
-      : head_(openObject(head) + "\"warnings\":["),
-        warnings_(std::move(warnings)),
-        pieces_(std::move(difference)) {
-    pieces_.push_front("],\"difference\":");
-    pieces_.push_back("}");
-  }
-  bool next(std::string& text) override {
-    const size_t start = text.size();
-    text += std::exchange(head_, {});
-    for (; nextWarning_ < warnings_.size(); ++nextWarning_) {
-      if (!hasRoom(text, start)) return true;
-      elements_.add(text, warningJson(warnings_[nextWarning_]));
-    }
-    text += pieces_.front();
-    pieces_.pop_front();
-    return !pieces_.empty();
-  }
-
- private:
-  std::string head_;
-  const Warnings warnings_;
-  size_t nextWarning_ = 0;
-  Elements elements_;
-  std::deque<std::string> pieces_;
-};
-
-/// The first of them: as many as fit into an error, which is made at once.
-Json someJson(const Warnings& warnings) {
-  constexpr size_t most = 200;
-  return warningsJson({warnings.begin(), warnings.begin() + std::min(most, warnings.size())});
+std::vector<Operations::Operation> withCommonMembers(std::vector<Operations::Operation> operations) {
+  const auto common = Operations::common();
+  for (auto& operation : operations)
+    operation.members.insert(operation.members.begin(), common.begin(), common.end());
+  return operations;
 }
 
-Answer answerOf(Configuration::Outcome outcome, const Configuration& configuration, bool dryRun) {
-  if (!outcome.mistakes.empty()) {
-    Answer answer = Answer::failed("mistakes", "nothing was applied");
-    answer.error["mistakes"] = std::move(outcome.mistakes);
-    return answer;
-  }
-  if (outcome.refused && !dryRun) {
-    Answer answer = Answer::failed("refused", "nothing was applied: " + *outcome.refused);
-    answer.error["warnings"] = someJson(outcome.warnings);
-    return answer;
-  }
-  const auto within = configuration.confirmWithin();
-  Json head = {{"applied", outcome.applied},
-               {"refused", outcome.refused ? Json(*outcome.refused) : Json(nullptr)},
-               {"prepareSeconds", outcome.prepareSeconds},
-               {"commitSeconds", outcome.commitSeconds},
-               {"confirmWithin", within ? Json(*within) : Json(nullptr)},
-               {"survives", configuration.history().hasJournal()}};
-  if (outcome.applied) head["restart"] = configuration.restartReport();
-  return {std::make_unique<AppliedDocument>(head, std::move(outcome.warnings), std::move(outcome.difference)),
-          {}};
-}
-
-/// The command line's source as it was behind a change.
-std::optional<Configuration::Request> goingBackTo(const Change& to, std::string* wrong) {
-  if (to.source != sourceTitle(commandLineName)) {
-    *wrong = fmt::format("change {} is one of the file {}: it is taken back there", to.number, to.source);
-  } else if (!to.text) {
-    *wrong = fmt::format("the text of change {} is not kept any more", to.number);
-  } else {
-    return Configuration::Request{
-        .what = "rollback",
-        .make =
-            [name = fmt::format("change {}", to.number), text = to.text](const Sources&) {
-              Config::Result result = Config::read({{name, *text}});
-              return MadeModel{std::move(result.model), textsOf(result.mistakes)};
-            },
-        .takesBack = true};
-  }
-  return std::nullopt;
+std::vector<RequestMember> withMembersOfChanges(std::vector<RequestMember> members) {
+  const auto more = Operations::ofChanges();
+  members.insert(members.end(), more.begin(), more.end());
+  return members;
 }
 
 }  // namespace
-
-void Session::drop() { take(); }
-
-std::vector<Config::Source> Session::take() {
-  operations_.heldOctets_ -= held_;
-  octets_ = held_ = 0;
-  return std::exchange(texts_, {});
-}
 
 std::span<const RequestMember> Operations::common() {
   static const RequestMember members[] = {
@@ -169,17 +88,6 @@ std::span<const RequestMember> Operations::common() {
   };
   return members;
 }
-
-namespace {
-
-std::vector<Operations::Operation> withCommonMembers(std::vector<Operations::Operation> operations) {
-  const auto common = Operations::common();
-  for (auto& operation : operations)
-    operation.members.insert(operation.members.begin(), common.begin(), common.end());
-  return operations;
-}
-
-}  // namespace
 
 std::span<const RequestMember> Operations::ofChanges() {
   static const RequestMember members[] = {
@@ -191,16 +99,6 @@ std::span<const RequestMember> Operations::ofChanges() {
   };
   return members;
 }
-
-namespace {
-
-std::vector<RequestMember> withMembersOfChanges(std::vector<RequestMember> members) {
-  const auto more = Operations::ofChanges();
-  members.insert(members.end(), more.begin(), more.end());
-  return members;
-}
-
-}  // namespace
 
 std::span<const Operations::Operation> Operations::all() {
   using Kind = MemberKind;
@@ -225,9 +123,7 @@ std::span<const Operations::Operation> Operations::all() {
         {"text", Kind::text, "", "a piece of a configuration text for the `apply` to come"}}},
       {"apply", true, &Operations::apply,
        "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `confirmWithin`, `survives`, `restart`, "
-       "`warnings`, `difference`: "
-       "the "
-       "texts that were sent replace the command line's configuration",
+       "`warnings`, `difference`: the texts that were sent replace the command line's configuration",
        withMembersOfChanges({})},
       {"edit", true, &Operations::edit,
        "as of `apply`: the texts that were sent are commands for one list, a command a line",
@@ -339,92 +235,6 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
 const Change* Operations::changeOf(const std::string& number) const {
   const auto known = Config::decimal(number);
   return known ? configuration_.history().find(*known) : nullptr;
-}
-
-void Operations::text(const Request& request, Session& session, const Reply& reply) {
-  const std::string name = request.text("name");
-  std::string more = request.text("text");
-  auto& texts = session.texts_;
-  const bool goesOn = !texts.empty() && texts.back().name == name;
-  const size_t held = more.size() + (goesOn ? 0 : sizeof(Config::Source) + name.size());
-  if (heldOctets_ + held > mostText) {
-    session.drop();
-    return reply(Answer::failed("too-large", fmt::format("texts of more than {} octets are held", mostText)));
-  }
-  session.octets_ += more.size();
-  session.held_ += held;
-  heldOctets_ += held;
-  if (goesOn)
-    texts.back().text += more;
-  else
-    texts.push_back({name, std::move(more)});
-  reply(Answer::of({{"octets", session.octets_}}));
-}
-
-void Operations::apply(const Request& request, Session& session, const Reply& reply) {
-  // To apply nothing must be a mistake: an empty configuration is sent as an empty text.
-  if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no text was sent to apply"));
-  if (configuration_.busy()) return reply(busy());
-  change(request, session, {.texts = session.take()}, reply);
-}
-
-void Operations::edit(const Request& request, Session& session, const Reply& reply) {
-  Edit edit{request.text("list"), std::nullopt, {}};
-  Acl::AclType type{};
-  if (request.has("type")) {
-    if (!Acl::sequenceToValue(request.text("type"), &type))
-      return reply(Answer::failed("bad-request", "the type of a list is ip, ipv6 or mac"));
-    edit.type = type;
-  }
-  if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no commands were sent"));
-  if (configuration_.busy()) return reply(busy());
-  for (const auto& text : session.take()) edit.commands += text.text;
-  const auto make = [edit = std::move(edit)](const Sources& inForce) { return edited(inForce, edit); };
-  change(request, session, {.what = "edit", .make = make}, reply);
-}
-
-void Operations::rollback(const Request& request, Session& session, const Reply& reply) {
-  const auto number = request.number("number");
-  const History& history = configuration_.history();
-  const Change* to = number ? history.find(*number) : history.last(1);
-  if (!to) {
-    return reply(Answer::failed("not-found", number ? fmt::format("there is no change {}", *number)
-                                                    : "there is no change to go back to"));
-  }
-  std::string wrong;
-  auto order = goingBackTo(*to, &wrong);
-  if (!order) return reply(Answer::failed("not-found", wrong));
-  change(request, session, std::move(*order), reply);
-}
-
-void Operations::confirm(const Request&, Session&, const Reply& reply) {
-  configuration_.confirm([reply](const std::optional<std::string>& wrong) {
-    reply(wrong ? Answer::failed("not-found", *wrong) : Answer::of({{"confirmed", true}}));
-  });
-}
-
-/// Carries out a change of the command line's source, and then looks what a restart would read.
-void Operations::change(const Request& request, const Session& session, Configuration::Request order,
-                        const Reply& reply) {
-  order.who = session.peer_.str();
-  order.dryRun = request.flag("dryRun");
-  order.leave = {.openings = request.flag("allowOpen"), .strict = request.flag("strict")};
-  if (const auto seconds = request.number("confirm")) order.confirm = *seconds;
-  const auto tell = [this, reply, dryRun = order.dryRun](Configuration::Outcome& outcome) {
-    Answer answer;
-    try {
-      answer = answerOf(std::move(outcome), configuration_, dryRun);
-    } catch (const std::bad_alloc&) {
-      answer = {};
-    }
-    reply(std::move(answer));
-  };
-  const bool begun = configuration_.apply(std::move(order), [this, tell](Configuration::Outcome outcome) {
-    if (!outcome.applied) return tell(outcome);
-    const auto done = std::make_shared<Configuration::Outcome>(std::move(outcome));
-    configuration_.lookAtFiles([tell, done] { tell(*done); });
-  });
-  if (!begun) reply(busy());
 }
 
 void Operations::explain(const Request& request, Session&, const Reply& reply) {
