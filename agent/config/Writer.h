@@ -7,7 +7,7 @@
 
 namespace Config {
 
-/// What of a model is written, and how. This one is everything, as it is.
+/// Says what of a model is written, and by which names. This class says: all of it, by its own names.
 class Choice {
  public:
   virtual ~Choice() = default;

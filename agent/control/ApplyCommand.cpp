@@ -42,7 +42,7 @@ class ApplyCommand final : public ChangeCommand {
  private:
   std::vector<Config::Source> read(std::vector<std::string>& wrong) const {
     std::vector<Config::Source> sources;
-    // The agent would not hold more.
+    // The agent holds no more than that.
     TextReader reader({Operations::mostText, Operations::mostText});
     for (const std::string& path : files_) {
       if (auto file = reader.read(path, TextReader::Named::byUser, wrong))

@@ -65,7 +65,7 @@ Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   return printed;
 }
 
-/// What is to be done yet.
+/// What the user may still have to do: confirm the change, or save it.
 std::string ChangeCommand::noteOf(const Json& done, bool saved) const {
   if (dryRun_) return "(nothing was applied)\n";
   const bool changes = !isNoDifference(done.at("difference"));
@@ -98,7 +98,7 @@ std::optional<std::string> saveConfiguration(ControlClient& agent, const std::st
     return document;
   };
   const auto document = shown({{"what", "configuration"}, {"source", "cli"}});
-  // Asked for behind the text: a change that has come in between is refused, too.
+  // Asked for after the text: so a change that has begun to wait since is refused, too.
   const auto status = document ? shown({{"what", "status"}}) : std::nullopt;
   if (!status) return std::nullopt;
   if (const Json& within = status->at("configuration").at("confirmWithin"); !within.is_null())

@@ -61,7 +61,7 @@ Screen::Screen() {
   struct sigaction action {};
   action.sa_handler = handleSize;
   sigaction(SIGWINCH, &action, nullptr);
-  // Delivered within wait() only: one that came just before it would be seen when the time is over.
+  // Blocked outside of wait(): so a signal that comes just before it ends the wait at once.
   sigset_t size;
   sigemptyset(&size);
   sigaddset(&size, SIGWINCH);

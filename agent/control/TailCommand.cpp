@@ -33,7 +33,7 @@ class EndSignals {
     fd_ = Descriptor(signalfd(-1, &set, SFD_CLOEXEC));
   }
   ~EndSignals() {
-    // What has come is done with: otherwise it would end the process now.
+    // Signals that have come are taken out: once they are let through, they would end the process.
     signalfd_siginfo taken;
     while (pending() && read(fd_.get(), &taken, sizeof taken) > 0) {
     }

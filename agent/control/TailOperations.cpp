@@ -52,7 +52,8 @@ class FramesDocument final : public Document {
       if (!hasRoom(text, start)) return true;
       elements_.add(text, writer_.document(queue.pop(), tail_->wantsOctets()));
     }
-    // Those that were passed over while this was taken belong behind frames that have come since.
+    // If frames have come while this was written, those that were passed over came behind them: a later
+    // answer counts them.
     const uint64_t passedOver = queue.size() == 0 ? queue.takePassedOver() : 0;
     text += fmt::format("],\"passedOver\":{}}}", passedOver);
     return false;

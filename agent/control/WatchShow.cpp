@@ -28,7 +28,7 @@ class Watch {
     std::string wrong;
     auto document = shown_.next(&wrong, &exit);
     {
-      // Taken when there is something to show, and given back before anything is complained of.
+      // There is a screen only from the first document on, and no more when the complaint is printed.
       std::optional<Screen> screen;
       if (document) screen.emplace();
       for (; document; document = shown_.next(&wrong, &exit)) {
@@ -113,7 +113,7 @@ class Watch {
   WatchView view_;
   std::string input_;
   bool quit_ = false;
-  bool stale_ = false;  // something else is to be asked for than the document is of
+  bool stale_ = false;  // keys have changed what is asked for since the document was made
 };
 
 }  // namespace

@@ -8,11 +8,11 @@
 
 namespace Agent {
 
-// JSON as text, whatever bytes its texts have: in one line; or for who asked for documents, with a line end
-// behind each and the member `version` in front: many of them with a line each, or one with a line for each
-// member and element.
+/// JSON as text, in one line without a line end. Its texts may have any bytes.
 std::string lineOf(const nlohmann::ordered_json& json);
+/// A document for a user, one of several: in a line, with `version` as its first member.
 std::string documentLineOf(const nlohmann::ordered_json& object);
+/// The same of a document that is printed alone: each member and element in a line of its own.
 std::string linesOf(const nlohmann::ordered_json& json);
 
 /// A JSON document that is made piece by piece, so that packets do not wait long for it: a piece has some

@@ -46,9 +46,10 @@ void totalLengthIs(Octets& ip, uint8_t high, uint8_t low) {
   ip[3] = low;
 }
 
-/// What is not here comes by itself: of a frame that is too short, of a third tag, of zeros for an IP header.
+// A fault without a row needs no damage: such a frame is too short, has a third tag, or has zeros in place of
+// an IP header.
 constexpr Damage ip4Damages[] = {
-    // It has options, of which the capture has none: see Draft::captured().
+    // A header with options, before which the capture ends: see Draft::captured().
     {ParseFault::ipHeaderCut, [](Octets& ip) { ip[0] = 0x46, totalLengthIs(ip, 0, 24); }},
     {ParseFault::ipHeaderLength, [](Octets& ip) { ip[0] = 0x44; }},
     {ParseFault::ipTotalLengthTooShort, [](Octets& ip) { totalLengthIs(ip, 0, 0); }},
@@ -110,7 +111,7 @@ Octets l4Octets(const Draft& draft, size_t less) {
   }
   const size_t whole = l4.size();
   damage(l4, draft.fault, l4Damages);
-  // A header that is cut can as well be cut further.
+  // A header that is cut anyway may lose the octets that are too many for the frame, too.
   if (l4.size() < whole) l4.resize(l4.size() - std::min(less, l4.size()));
   return l4;
 }
@@ -134,8 +135,8 @@ Octets ip4Octets(const Draft& draft, size_t less) {
   return ip;
 }
 
-/// Whether the chain of extension headers does not come to its end; also of a packet whose length is wrong
-/// before that.
+/// Whether the packet ends within the chain of extension headers: because the chain is cut, or because the
+/// length of the packet is wrong and the text of the frame does not know the protocol behind the chain.
 bool cutsChain(const Draft& draft) {
   return draft.fault == ParseFault::ip6ChainCut ||
          (draft.fault == ParseFault::ip6PayloadLengthTooLong && draft.unknownProtocol);
@@ -185,7 +186,7 @@ Octets headerOctets(const Draft& draft, uint8_t kind, uint8_t next, bool last) {
   return header;
 }
 
-/// How much of the headers that a malformed chain ends with need not be there.
+/// How many octets at the end of a malformed chain may be missing: the fault is found without them.
 size_t needlessOctets(const Draft& draft) {
   if (cutsChain(draft)) return 8;
   switch (draft.fault) {
@@ -273,7 +274,7 @@ size_t Draft::captured(size_t octets) const {
     case ParseFault::ip6HeaderCut:
       return std::min(octets, l2);
     case ParseFault::ipHeaderCut:
-      // With addresses it is the options that are missing.
+      // A frame with addresses has its header without the options; any other has none.
       return std::min(octets, l2 + (protocol ? Nimnet::IpHdr::minSize : 0));
     case ParseFault::ipTotalLengthTooLong:
     case ParseFault::ip6PayloadLengthTooLong:

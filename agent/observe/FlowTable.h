@@ -48,8 +48,8 @@ class FlowTable {
   uint32_t numbers() const { return static_cast<uint32_t>(flows_.size() - 1); }
 
  private:
-  /// Where a flow is found. Places stand in a circle, each flow at the place of its hash or as near behind it
-  /// as was free; between the two no place is empty.
+  /// Where a flow is found. The places form a ring. A flow stands at the place that its hash names, or at the
+  /// next one behind it that was free; no place between the two is empty.
   struct Place {
     uint32_t hash = 0;
     uint32_t flow = 0;  // 0: empty

@@ -45,9 +45,10 @@ class FrameQueue {
   bool hasPassedOver() const { return passedOver_ > 0; }
 
  private:
-  /// The parts of a frame that have a size of their own are in rings beside.
+  /// A frame without its parts that differ in number; those are in rings of their own.
   struct Entry {
-    SeenFrame head{};  // without them
+    SeenFrame head{};
+    // How many of each there are.
     size_t hits = 0, egress = 0, mirrored = 0, octets = 0;
   };
 

@@ -29,8 +29,8 @@ bool withRuleOf(const Acl::AclSubConfig* rules, const MatchFollower::Key& key, c
          });
 }
 
-/// Calls `use` with the rule of a counter as it is now. False when there is none. The counts of an earlier
-/// agent may be of a list in whose place another source's is in force now.
+/// Calls `use` with the rule of a counter as it is now; false when no source has the rule. It need not be in
+/// force: an earlier agent may have counted for a list that another source's list has replaced.
 template <class Use>
 bool withRule(const Core& core, const MatchFollower::Key& key, const Use& use) {
   const auto inForce = core.inForce().list(key.aclType, key.aclName);
@@ -149,7 +149,7 @@ void MatchLog::tellNotes() {
 
 MatchLine MatchLog::lineOf(const Note& note) {
   Rule& rule = rules_.at(note.flow.rule);
-  // It may have got another number, which people know it by now.
+  // It may have another number by now, and that is the one that people see.
   withRule(core_, rule.key, [&rule](const Acl::RuleConfig& now) { rule.sequence = now.sequence(); });
   return {rule.key.aclName.str(), rule.sequence, rule.action, rule.key.direction, note.flow,
           note.packets,           note.first};

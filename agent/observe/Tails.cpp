@@ -80,7 +80,7 @@ void Tails::take() {
 
 bool Tails::poll() {
   const auto due = [](const Tail* tail) { return tail->ready_ && tail->hasSomething(); };
-  // Each may destroy its tail, and others.
+  // A call may destroy its tail and other tails.
   for (auto at = tails_.begin(); (at = std::find_if(tails_.begin(), tails_.end(), due)) != tails_.end();) {
     std::exchange((*at)->ready_, nullptr)();
   }

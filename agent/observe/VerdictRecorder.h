@@ -11,8 +11,8 @@
 namespace Agent {
 
 /// Records what happened to each frame. The plugin does not report this, so the recorder follows its match
-/// counters and the named counters, and is the observer of the forwarder. Nobody pays for a recorder that
-/// there is not. The core and the forwarder outlive it.
+/// counters and the named counters, and is the observer of the forwarder. As long as there is no recorder,
+/// packets cost nothing more. The core and the forwarder outlive it.
 class VerdictRecorder final : private Zeb::Notifiee, private FrameObserver {
  public:
   /// `done` is called for every frame when all has been done with it, from within Forwarder::receive(), which

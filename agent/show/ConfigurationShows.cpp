@@ -67,8 +67,9 @@ class InForceOf final : public Config::Choice {
   std::vector<const Config::Model*> higher_;
 };
 
-/// `text`, a line of a source behind that of the sources before it; and `whole`: false when the configuration
-/// changed before the end of the text, which is then partly of the one and partly of the other.
+/// Members `text`: the sources one below the other, each below a line with its name if there are several; and
+/// `whole`: false when the configuration has changed while the text was made, so that its first part says
+/// what was before, and the rest what is now.
 class ConfigurationDocument final : public Document {
  public:
   ConfigurationDocument(const World& world, std::string only)
@@ -89,7 +90,7 @@ class ConfigurationDocument final : public Document {
       writer_ = {};
       titled_ = false;
     }
-    // The inner part of a JSON text: statements have no characters that may not be cut apart.
+    // Without the quotation marks. A piece ends with a statement, so that no character is cut apart.
     const std::string quoted = lineOf(Json(piece));
     text += std::string_view(quoted).substr(1, quoted.size() - 2);
     if (at_ < names_.size()) return true;
@@ -100,7 +101,7 @@ class ConfigurationDocument final : public Document {
  private:
   const Sources& sources() const { return world_.sources(); }
 
-  /// Writes of the current source; false when that was the last of it.
+  /// Writes some more of the current source; false when all of it is written.
   bool writeMore(std::string& piece) {
     const std::string& name = names_[at_];
     const Config::Model* model = sources().find(name);

@@ -100,7 +100,7 @@ class ListsDocument final : public Document {
     if (options_.rules == Rules::all || (options_.rules == Rules::hit && dropHit)) writeHead(text);
   }
 
-  /// Of a list of which nothing is shown there is no head, either.
+  /// To be called before the first thing that is shown of a list: one of which nothing is shown has no head.
   void writeHead(std::string& text) {
     Json head = headJson(*head_);
     head_.reset();

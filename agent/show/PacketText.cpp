@@ -41,7 +41,7 @@ std::string headersText(const Nimnet::Pkt& pkt, const Nimnet::Ip6Hdr& ip) {
   std::string text;
   bool fragment = false;
   for (uint32_t read = 0; read < Velo::ParsedPacket::maxIp6Headers; ++read) {
-    // One header at a time: a walk that may read one only ends behind it.
+    // A walk for each header: it may read one only, and so ends behind it.
     Nimnet::Ip6Chain one;
     const uint32_t header = at;
     Velo::walkIp6Chain(pkt.frame().data(), at, end, next, 1, one);

@@ -42,7 +42,7 @@ struct Fate {
   Kelp::String reason{};
   std::vector<Hit> hits{};  ///< in the order in which the lists were asked
   std::vector<Egress> egress{};
-  bool addressed = false;                ///< where it goes is a question of its MAC addresses, as on a bridge
+  bool addressed = false;                ///< its MAC addresses say where it leaves, as on a bridge
   std::vector<Kelp::String> mirrored{};  ///< the sessions that a copy went to, each once
 
   void mirroredAdd(const Kelp::String& session);
