@@ -1,105 +1,135 @@
 #include <Kelp/Assert.h>
 #include <agent/proof/ListAnalysis.h>
+#include <agent/proof/OrderedSets.h>
 
-#include <algorithm>
+#include <set>
 
 namespace Proof {
 
 namespace {
 
-bool isIn(const PacketSet& part, const PacketSet& whole) { return (part - whole).isEmpty(); }
+using Near = std::vector<size_t>;  // entries, in their order
 
 class Analysis {
  public:
-  Analysis(const Config::List& list, const RuleSets& sets) : sets_(sets) {
-    rules_.reserve(list.rules.size());
-    for (const auto& [sequence, rule] : list.rules)
-      rules_.push_back({sequence, Config::common(rule).action, sets.of(rule), {}});
-  }
+  Analysis(const Config::List& list, const RuleSets& sets) : list_(list), sets_(sets), rules_(sets) {}
 
   ListFindings run() {
-    takeInOrder();
-    judgeFromTheEnd();
-    std::sort(found_.rules.begin(), found_.rules.end(),
-              [](const RuleFinding& a, const RuleFinding& b) { return a.sequence < b.sequence; });
+    try {
+      judgeAll();
+    } catch (const LimitReached& limit) {
+      found_.cutOff = limit.what();
+    }
     return std::move(found_);
   }
 
  private:
-  struct Entry {
-    uint32_t sequence;
-    Acl::Action action;
-    PacketSet asked;  ///< what the rule would match first of all
-    PacketSet taken;  ///< what earlier rules leave of that
-  };
-
-  void takeInOrder() {
-    PacketSet before;
-    for (size_t i = 0; i < rules_.size(); ++i) {
-      Entry& rule = rules_[i];
-      rule.taken = rule.asked - before;
-      if (rule.taken.isEmpty()) {
-        found_.rules.push_back(never(i));
-      } else {
-        before = before | rule.asked;
-      }
+  void judgeAll() {
+    for (const auto& [sequence, rule] : list_.rules)
+      rules_.add(sequence, Config::common(rule).action == Acl::Action::permit, sets_.of(rule));
+    // What no rule matches is dropped.
+    const size_t rest = rules_.size();
+    rules_.add(0, false, sets_.packets());
+    for (size_t i = 0; i < rest; ++i, ++found_.judged) {
+      if (auto finding = judge(i)) found_.rules.push_back(std::move(*finding));
+      permits_ = permits_ || (rules_[i].permits && !rules_[i].isDead);
+      drops_ = drops_ || (!rules_[i].permits && !rules_[i].isDead);
     }
+    const bool passesAll = !drops_ && !isReached(rest);
+    if (!permits_ || passesAll) found_.example = sets_.exampleOf(sets_.packets());
+    found_.passesNothing = !permits_;
+    found_.passesAll = passesAll;
   }
 
-  RuleFinding never(size_t at) const {
-    const Entry& rule = rules_[at];
-    RuleFinding finding;
-    finding.sequence = rule.sequence;
-    if (rule.asked.isEmpty()) return finding;
-    finding.oddity = Oddity::covered;
-    finding.example = sets_.exampleOf(rule.asked);
-    for (const size_t each : cover(at)) {
+  bool isReached(size_t at) {
+    const Near earlier = rules_.near(at, 0, at);
+    return !coverOfOne(at, earlier) && (rules_.tryPackets(at, earlier, {}, random_).taken ||
+                                        rules_.leftOf(at, rules_[at].asked, earlier));
+  }
+
+  std::optional<RuleFinding> judge(size_t at) {
+    if (rules_[at].isDead) return RuleFinding{rules_[at].sequence, Oddity::impossible, {}, false, {}};
+    const Near earlier = rules_.near(at, 0, at);
+    if (const auto cover = coverOfOne(at, earlier)) return never(at, {*cover});
+    // The last entry is what happens without any rule.
+    const Near later = rules_.near(at, at + 1, rules_.size() - 1);
+    auto tried = rules_.tryPackets(at, earlier, later, random_);
+    if (tried.changed) return std::nullopt;
+    if (tried.taken && isRepeated(at, later)) return redundant(at, earlier, *tried.taken);
+    if (!tried.taken) {
+      std::set<size_t> needed;
+      tried.taken = rules_.leftOf(at, rules_[at].asked, earlier, &needed);
+      if (!tried.taken) return never(at, fewestOf(at, {needed.begin(), needed.end()}));
+    }
+    if (rules_.leftOf(at, otherwise(at, later), earlier)) return std::nullopt;
+    return redundant(at, earlier, *tried.taken);
+  }
+
+  std::optional<size_t> coverOfOne(size_t at, const Near& earlier) const {
+    for (const size_t each : earlier) {
+      if (rules_.covers(each, at)) return each;
+    }
+    return std::nullopt;
+  }
+
+  /// Whether a later rule does the same with all that this one asks for, and nothing stands between.
+  bool isRepeated(size_t at, const Near& later) const {
+    for (const size_t each : later) {
+      if (rules_[each].permits != rules_[at].permits) return false;
+      if (rules_.covers(each, at)) return true;
+    }
+    return !rules_[at].permits;
+  }
+
+  /// What of all that a rule asks for meets another verdict behind it.
+  PacketSet otherwise(size_t at, const Near& later) const {
+    const auto& rule = rules_[at];
+    PacketSet other = rule.permits ? rule.asked : PacketSet();
+    for (size_t i = later.size(); i-- > 0;) {
+      const auto& next = rules_[later[i]];
+      other = next.permits == rule.permits ? other - next.asked : other | (rule.asked & next.asked);
+    }
+    return other;
+  }
+
+  RuleFinding never(size_t at, const Near& by) {
+    auto& rule = rules_[at];
+    rule.isDead = true;
+    RuleFinding finding{rule.sequence, Oddity::covered, {}, false, sets_.exampleOf(rule.asked)};
+    for (const size_t each : by) {
       finding.by.push_back(rules_[each].sequence);
-      finding.otherAction = finding.otherAction || rules_[each].action != rule.action;
+      finding.otherAction = finding.otherAction || rules_[each].permits != rule.permits;
     }
     return finding;
   }
 
-  /// The rules that cover one, as few as taking away one after the other from the end leaves.
-  std::vector<size_t> cover(size_t at) const {
+  RuleFinding redundant(size_t at, const Near& earlier, const Bits& taken) const {
+    const Packet example = sets_.asUsual(taken, [&](const Bits& packet) {
+      return rules_.has(at, packet) && !rules_.firstOf(earlier, packet);
+    });
+    return {rules_[at].sequence, Oddity::redundant, {}, false, example};
+  }
+
+  /// Of rules that cover one together as few as taking away one after the other from the end leaves.
+  Near fewestOf(size_t at, const Near& covering) const {
     const PacketSet& asked = rules_[at].asked;
-    std::vector<size_t> taking;       // something of what is asked
     std::vector<PacketSet> upTo{{}};  // what the first so many of them ask for of that
-    for (size_t i = 0; i < at; ++i) {
-      if ((rules_[i].taken & asked).isEmpty()) continue;
-      const PacketSet part = rules_[i].asked & asked;
-      if (part == asked) return {i};
-      taking.push_back(i);
-      upTo.push_back(upTo.back() | part);
-    }
-    std::vector<size_t> kept;
+    for (const size_t each : covering) upTo.push_back(upTo.back() | (rules_[each].asked & asked));
+    Near kept;
     PacketSet missing = asked;
-    for (size_t i = taking.size(); i-- > 0;) {
-      if (isIn(missing, upTo[i])) continue;
-      kept.insert(kept.begin(), taking[i]);
-      missing = missing - rules_[taking[i]].asked;
+    for (size_t i = covering.size(); i-- > 0;) {
+      if ((missing - upTo[i]).isEmpty()) continue;
+      kept.insert(kept.begin(), covering[i]);
+      missing = missing - rules_[covering[i]].asked;
     }
     return kept;
   }
 
-  /// What passes the rules behind one decides whether anything changes without it. So do rules that never
-  /// match as long as it is there. Behind all of them there is the implicit drop.
-  void judgeFromTheEnd() {
-    PacketSet passes;
-    for (size_t i = rules_.size(); i-- > 0;) {
-      const Entry& rule = rules_[i];
-      const bool permits = rule.action == Acl::Action::permit;
-      const bool same = permits ? isIn(rule.taken, passes) : (rule.taken & passes).isEmpty();
-      if (same && !rule.taken.isEmpty())
-        found_.rules.push_back({rule.sequence, Oddity::redundant, {}, false, sets_.exampleOf(rule.taken)});
-      passes = permits ? passes | rule.asked : passes - rule.asked;
-    }
-    found_.passesAll = passes == sets_.packets();
-    found_.passesNothing = passes.isEmpty();
-  }
-
+  const Config::List& list_;
   const RuleSets& sets_;
-  std::vector<Entry> rules_;
+  OrderedSets rules_;
+  bool permits_ = false, drops_ = false;  // by a rule
+  std::mt19937_64 random_;                // the same for every list: so are the findings
   ListFindings found_;
 };
 

@@ -4,6 +4,7 @@
 #include <agent/proof/RuleSets.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace Proof {
@@ -30,9 +31,15 @@ struct ListFindings {
   std::vector<RuleFinding> rules;  ///< in the order of the rules
   bool passesAll = false;
   bool passesNothing = false;
+  /// A packet that passes, of a list that passes all; one that is dropped, of one that passes nothing.
+  Packet example;
+  /// How many rules were judged: all, if no limit was reached. Else nothing is said of the list as a whole.
+  size_t judged = 0;
+  std::string cutOff;  ///< the limit that was reached, as a sentence; empty: none
 };
 
-/// Says it of every rule of a list. `sets` were made for lists of its kind. Throws LimitReached.
+/// Says it of every rule of a list. `sets` were made for lists of its kind; with them nothing more can be
+/// done when the findings are cut off.
 ListFindings analyse(const Config::List& list, const RuleSets& sets);
 
 }  // namespace Proof

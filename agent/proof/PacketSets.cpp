@@ -7,6 +7,8 @@
 #include <atomic>
 #include <csetjmp>
 #include <limits>
+#include <unordered_set>
+#include <vector>
 
 // In C++ these mean a class of the library; the functions of the same names are used here.
 #undef bdd_init
@@ -21,7 +23,7 @@ constexpr int emptySet = 0, fullSet = 1;
 
 // What the library takes for a node, and for the caches that grow with the nodes.
 constexpr size_t octetsOfNode = 20;
-constexpr int nodesOfCacheEntry = 4;
+constexpr int nodesOfCacheEntry = 16;
 constexpr size_t octetsOfCaches = 6 * 24 / nodesOfCacheEntry;
 constexpr size_t octetsOfAll = octetsOfNode + octetsOfCaches;
 constexpr int firstNodes = 1 << 16;
@@ -142,21 +144,71 @@ PacketSet PacketSets::bitIs(unsigned bit, bool value) const {
   return PacketSet(guarded([=] { return value ? bdd_ithvar(variable) : bdd_nithvar(variable); }));
 }
 
-bool PacketSets::contains(const PacketSet& set, const std::vector<bool>& bits) const {
+bool PacketSets::contains(const PacketSet& set, const Bits& bits) const {
   int at = set.root_;
-  while (at > fullSet) at = bits.at(static_cast<size_t>(bdd_var(at))) ? bdd_high(at) : bdd_low(at);
+  while (at > fullSet) at = bits.get(static_cast<unsigned>(bdd_var(at))) ? bdd_high(at) : bdd_low(at);
   return at == fullSet;
 }
 
-std::vector<bool> PacketSets::oneOf(const PacketSet& set) const {
+Bits PacketSets::oneOf(const PacketSet& set) const {
   KELP_ASSERT(!set.isEmpty(), "an example of nothing");
-  std::vector<bool> bits(bits_);
+  Bits bits;
   for (int at = set.root_; at > fullSet;) {
     const bool one = bdd_low(at) == emptySet;
-    bits[static_cast<size_t>(bdd_var(at))] = one;
+    bits.set(static_cast<unsigned>(bdd_var(at)), one);
     at = one ? bdd_high(at) : bdd_low(at);
   }
   return bits;
+}
+
+Bits PacketSets::anyOf(const PacketSet& set, std::mt19937_64& random) const {
+  KELP_ASSERT(!set.isEmpty(), "any one of none");
+  Bits bits;
+  for (uint64_t& word : bits.word) word = random();
+  for (int at = set.root_; at > fullSet;) {
+    const auto variable = static_cast<unsigned>(bdd_var(at));
+    const int low = bdd_low(at), high = bdd_high(at);
+    const bool one = low == emptySet || (high != emptySet && bits.get(variable));
+    bits.set(variable, one);
+    at = one ? high : low;
+  }
+  for (unsigned bit = bits_; bit < Bits::words * 64; ++bit) bits.set(bit, false);
+  return bits;
+}
+
+Hull PacketSets::hullOf(const PacketSet& set) const {
+  KELP_ASSERT(!set.isEmpty(), "the hull of nothing");
+  Bits zeros, ones;  // which bits are ever 0, or 1
+  const auto variableOf = [this](int node) {
+    return node == fullSet ? bits_ : static_cast<unsigned>(bdd_var(node));
+  };
+  const auto free = [&](unsigned from, unsigned to) {
+    for (; from < to; ++from) zeros.set(from), ones.set(from);
+  };
+  Hull hull;
+  hull.exact = true;
+  free(0, variableOf(set.root_));
+  std::unordered_set<int> seen;
+  for (std::vector<int> due{set.root_}; !due.empty();) {
+    const int node = due.back();
+    due.pop_back();
+    if (node == fullSet) continue;
+    const unsigned variable = variableOf(node);
+    const int low = bdd_low(node), high = bdd_high(node);
+    hull.exact = hull.exact && (low == emptySet || high == emptySet);
+    if (low != emptySet) zeros.set(variable);
+    if (high != emptySet) ones.set(variable);
+    for (const int next : {low, high}) {
+      if (next == emptySet) continue;
+      free(variable + 1, variableOf(next));
+      if (seen.insert(next).second) due.push_back(next);
+    }
+  }
+  for (size_t i = 0; i < Bits::words; ++i) {
+    hull.cube.mask.word[i] = zeros.word[i] ^ ones.word[i];
+    hull.cube.value.word[i] = ones.word[i] & ~zeros.word[i];
+  }
+  return hull;
 }
 
 size_t PacketSets::memory() const { return static_cast<size_t>(bdd_getallocnum()) * octetsOfAll; }

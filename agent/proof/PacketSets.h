@@ -2,11 +2,12 @@
 
 #include <Kelp/Duration.h>
 #include <Kiv/Clock.h>
+#include <agent/proof/Bits.h>
 
 #include <cstddef>
+#include <random>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 namespace Proof {
 
@@ -65,9 +66,13 @@ class PacketSets {
   PacketSet all() const;
   /// Everything in which one bit has this value.
   PacketSet bitIs(unsigned bit, bool value) const;
-  bool contains(const PacketSet& set, const std::vector<bool>& bits) const;
+  bool contains(const PacketSet& set, const Bits& bits) const;
   /// One assignment of a set that is not empty: of the bits that need not be set, none is.
-  std::vector<bool> oneOf(const PacketSet& set) const;
+  Bits oneOf(const PacketSet& set) const;
+  /// Any one of them.
+  Bits anyOf(const PacketSet& set, std::mt19937_64& random) const;
+  /// The set is not empty.
+  Hull hullOf(const PacketSet& set) const;
   /// How large the table is by now, in octets.
   size_t memory() const;
 

@@ -18,12 +18,9 @@ Value valueOf(Nimnet::IpAddr address) { return {0, address.value}; }
 Value valueOf(const Nimnet::Ip6Addr& address) { return {address.high, address.low}; }
 Value valueOf(Nimnet::EthAddr address) { return {0, address.value()}; }
 
-/// What an example looks like where nothing says otherwise, the most important first.
-struct Usual {
-  Field field;
-  uint64_t value;
-};
-constexpr Usual usual[] = {
+}  // namespace
+
+const RuleSets::Usual RuleSets::usual[] = {
     {Field::later, 0},          {Field::vlan, 0},
     {Field::hops, 64},          {Field::trafficClass, 0},
     {Field::protocol, 6},       {Field::protocol, 17},
@@ -32,8 +29,6 @@ constexpr Usual usual[] = {
     {Field::sourcePort, 1024},  {Field::destinationPort, 80},
     {Field::etherType, 0x88b5},  // for experiments (IEEE 802, 9.2.4)
 };
-
-}  // namespace
 
 RuleSets::RuleSets(AclType type, const Limits& limits, const Kiv::Clock& clock)
     : type_(type), sets_(variablesOf(type), limits, clock), packets_(sets_.all()) {
@@ -168,13 +163,25 @@ PacketSet RuleSets::of(const Config::Rule& rule) const {
   return std::visit([this](const auto& r) { return anyOf(r.filter); }, rule) & packets_;
 }
 
-bool RuleSets::contains(const PacketSet& set, const Packet& packet) const {
-  std::vector<bool> bits(variablesOf(type_));
+void RuleSets::put(Bits& bits, Field field, const Value& value) const {
+  for (unsigned bit = 0; bit < row(field).bits(type_); ++bit)
+    bits.set(variableOf(field, bit), value.bit(bit));
+}
+
+Bits RuleSets::bitsOf(const Packet& packet) const {
+  Bits bits;
+  for (const FieldBits& each : fieldBits) put(bits, each.field, packet[each.field]);
+  return bits;
+}
+
+Packet RuleSets::packetOf(const Bits& bits) const {
+  Packet packet;
   for (const FieldBits& each : fieldBits) {
-    for (unsigned bit = 0; bit < each.bits(type_); ++bit)
-      bits[variableOf(each.field, bit)] = packet[each.field].bit(bit);
+    for (unsigned bit = 0; bit < each.bits(type_); ++bit) {
+      if (bits.get(variableOf(each.field, bit))) packet[each.field].setBit(bit);
+    }
   }
-  return sets_.contains(set, bits);
+  return packet;
 }
 
 Packet RuleSets::exampleOf(PacketSet set) const {
@@ -182,14 +189,7 @@ Packet RuleSets::exampleOf(PacketSet set) const {
     if (row(each.field).bits(type_) == 0) continue;
     if (PacketSet closer = set & is(each.field, each.value); !closer.isEmpty()) set = std::move(closer);
   }
-  const std::vector<bool> bits = sets_.oneOf(set);
-  Packet packet;
-  for (const FieldBits& each : fieldBits) {
-    for (unsigned bit = 0; bit < each.bits(type_); ++bit) {
-      if (bits[variableOf(each.field, bit)]) packet[each.field].setBit(bit);
-    }
-  }
-  return packet;
+  return packetOf(sets_.oneOf(set));
 }
 
 }  // namespace Proof

@@ -5,6 +5,7 @@
 #include <agent/proof/Fields.h>
 #include <agent/proof/PacketSets.h>
 
+#include <array>
 #include <vector>
 
 namespace Proof {
@@ -22,13 +23,28 @@ class RuleSets {
   /// The rule is of the kind of list that this was made for.
   PacketSet of(const Config::Rule& rule) const;
 
-  bool contains(const PacketSet& set, const Packet& packet) const;
+  bool contains(const PacketSet& set, const Packet& packet) const {
+    return sets_.contains(set, bitsOf(packet));
+  }
+  Bits bitsOf(const Packet& packet) const;
+  Packet packetOf(const Bits& bits) const;
   /// A packet of a set that is not empty: of all that are in it one that is as usual as possible.
   Packet exampleOf(PacketSet set) const;
+  /// A packet near another one, as usual as it can be while isGood(bits) remains true, which it is of that.
+  template <class IsGood>
+  Packet asUsual(Bits bits, const IsGood& isGood) const;
   Acl::AclType type() const { return type_; }
-  size_t memory() const { return sets_.memory(); }
+  const PacketSets& sets() const { return sets_; }
 
  private:
+  /// How a packet looks where nothing says otherwise, the most important first.
+  struct Usual {
+    Field field;
+    uint64_t value;
+  };
+  static const Usual usual[13];
+  void put(Bits& bits, Field field, const Value& value) const;
+
   template <class Filter>
   PacketSet anyOf(const Filter& filter) const;
   PacketSet one(const Acl::IpFilter& filter) const;
@@ -52,5 +68,33 @@ class RuleSets {
   PacketSet first_, ported_, tcp_, icmp_;  ///< not later fragments; those with ports; of TCP; of ICMP
   PacketSet packets_;
 };
+
+template <class IsGood>
+Packet RuleSets::asUsual(Bits bits, const IsGood& isGood) const {
+  const auto keepIfGood = [&](const Bits& other) {
+    const bool good = isGood(other);
+    if (good) bits = other;
+    return good;
+  };
+  std::array<bool, fieldCount> done{};
+  for (const Usual& each : usual) {
+    bool& isDone = done[static_cast<size_t>(each.field)];
+    if (row(each.field).bits(type_) == 0 || isDone) continue;
+    Bits other = bits;
+    put(other, each.field, {0, each.value});
+    isDone = keepIfGood(other);
+  }
+  for (const Field field : {Field::source, Field::destination}) {
+    Bits none = bits;
+    put(none, field, {});
+    keepIfGood(none);
+    for (unsigned bit = row(field).bits(type_); bit-- > 0;) {
+      Bits other = bits;
+      other.set(variableOf(field, bit), false);
+      if (other != bits) keepIfGood(other);
+    }
+  }
+  return packetOf(bits);
+}
 
 }  // namespace Proof

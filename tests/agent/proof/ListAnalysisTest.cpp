@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 namespace {
 
@@ -200,6 +201,35 @@ TEST(ListAnalysis, SaysWhatPeopleWouldFind) {
                "20 covered by 10 otherwise, nothing"},
        })
     EXPECT_EQ(said(row.text), row.expected) << row.text;
+}
+
+TEST(ListAnalysis, SaysHowFarItCameWhenALimitEndsIt) {
+  /// A second passes each time that it is looked at.
+  struct Hurry final : Kiv::Clock {
+    mutable double seconds = 0;
+    Kelp::Duration now() const override { return Kelp::Duration(seconds += 1); }
+  };
+  const auto model = modelOf(
+      "ip access-list A\n10 permit tcp any any\n20 deny tcp any any eq 22\n30 permit udp any any\n"
+      "40 permit ip any any\n50 deny tcp any any eq 23\n60 deny udp any any\n");
+  const Config::List& list = model.lists.begin()->second;
+  std::set<size_t> judged;
+  bool whole = false;
+  for (double limit = 100; !whole; limit += 1) {
+    ASSERT_LT(limit, 5000);
+    const Hurry clock;
+    const Proof::RuleSets sets(list.type, {Kelp::Duration(limit)}, clock);
+    const auto found = Proof::analyse(list, sets);
+    whole = found.cutOff.empty();
+    EXPECT_EQ(found.cutOff, whole ? "" : fmt::format("it takes more than {} seconds", limit));
+    EXPECT_EQ(found.passesAll, whole);
+    EXPECT_TRUE(!whole || found.judged == list.rules.size());
+    size_t expected = 0;
+    for (const size_t odd : {1, 2, 4, 5}) expected += found.judged > odd;
+    EXPECT_EQ(found.rules.size(), expected) << found.judged;
+    judged.insert(found.judged);
+  }
+  EXPECT_GT(judged.size(), 3u);
 }
 
 }  // namespace

@@ -85,9 +85,9 @@ TEST(PacketSets, AreTheSetsThatTheySay) {
   }
   for (const auto& [set, members] : known) {
     EXPECT_EQ(set.isEmpty(), members == 0);
-    std::vector<bool> assigned(bits);
+    Proof::Bits assigned;
     for (unsigned i = 0; i < 64; ++i) {
-      for (unsigned bit = 0; bit < bits; ++bit) assigned[bit] = (i >> bit & 1) != 0;
+      for (unsigned bit = 0; bit < bits; ++bit) assigned.set(bit, (i >> bit & 1) != 0);
       EXPECT_EQ(sets.contains(set, assigned), (members >> i & 1) != 0);
     }
     if (set.isEmpty()) continue;
