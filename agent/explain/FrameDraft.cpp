@@ -1,8 +1,8 @@
 #include <Velo/ParsedPacket.h>
+#include <agent/explain/FrameDamage.h>
 #include <agent/explain/FrameDraft.h>
 
 #include <algorithm>
-#include <span>
 
 namespace Agent {
 
@@ -34,46 +34,6 @@ void put(Octets& to, const Nimnet::EthAddr& address) {
 void put(Octets& to, const Octets& more) { to.insert(to.end(), more.begin(), more.end()); }
 
 constexpr size_t dataOctets = 8;  // of data without a meaning, and of messages
-
-/// Something to be wrong with a header, which is given as it would be right.
-struct Damage {
-  Velo::ParseFault fault;
-  void (*done)(Octets& header);
-};
-
-void totalLengthIs(Octets& ip, uint8_t high, uint8_t low) {
-  ip[2] = high;
-  ip[3] = low;
-}
-
-// A fault without a row needs no damage: such a frame is too short, has a third tag, or has zeros in place of
-// an IP header.
-constexpr Damage ip4Damages[] = {
-    // A header with options, before which the capture ends: see Draft::captured().
-    {ParseFault::ipHeaderCut, [](Octets& ip) { ip[0] = 0x46, totalLengthIs(ip, 0, 24); }},
-    {ParseFault::ipHeaderLength, [](Octets& ip) { ip[0] = 0x44; }},
-    {ParseFault::ipTotalLengthTooShort, [](Octets& ip) { totalLengthIs(ip, 0, 0); }},
-    {ParseFault::ipTotalLengthTooLong, [](Octets& ip) { totalLengthIs(ip, 0xff, 0xff); }},
-};
-constexpr Damage ip6Damages[] = {
-    {ParseFault::ip6PayloadLengthTooLong, [](Octets& ip) { ip[4] = ip[5] = 0xff; }},
-};
-constexpr Damage l4Damages[] = {
-    {ParseFault::tcpHeaderCut, [](Octets& l4) { l4.resize(TcpHdr::minSize / 2); }},
-    {ParseFault::tcpDataOffsetTooShort, [](Octets& l4) { l4[12] = 4 << 4; }},
-    {ParseFault::tcpDataOffsetTooLong, [](Octets& l4) { l4[12] = 15 << 4; }},
-    {ParseFault::udpHeaderCut, [](Octets& l4) { l4.resize(Nimnet::UdpHdr::minSize / 2); }},
-    {ParseFault::udpLengthTooShort, [](Octets& l4) { l4[5] = Nimnet::UdpHdr::minSize - 1; }},
-    {ParseFault::sctpHeaderCut, [](Octets& l4) { l4.resize(Nimnet::SctpHdr::minSize / 2); }},
-    {ParseFault::icmpHeaderCut, [](Octets& l4) { l4.resize(Nimnet::IcmpHdr::minSize / 2); }},
-    {ParseFault::icmp6HeaderCut, [](Octets& l4) { l4.resize(Nimnet::Icmp6Hdr::minSize / 2); }},
-};
-
-void damage(Octets& header, ParseFault fault, std::span<const Damage> damages) {
-  for (const Damage& each : damages) {
-    if (each.fault == fault) each.done(header);
-  }
-}
 
 /// The header behind the IP header; for a later fragment some data instead. Data and messages can be up to
 /// `less` octets shorter than usual.
@@ -110,7 +70,7 @@ Octets l4Octets(const Draft& draft, size_t less) {
       l4.resize(dataOctets - std::min(less, message ? dataOctets - Nimnet::IcmpHdr::minSize : dataOctets));
   }
   const size_t whole = l4.size();
-  damage(l4, draft.fault, l4Damages);
+  damageL4(l4, draft.fault);
   // A header that is cut anyway may lose the octets that are too many for the frame, too.
   if (l4.size() < whole) l4.resize(l4.size() - std::min(less, l4.size()));
   return l4;
@@ -130,7 +90,7 @@ Octets ip4Octets(const Draft& draft, size_t less) {
   put16(ip, 0);
   put32(ip, std::get<Nimnet::IpAddr>(draft.source).value);
   put32(ip, std::get<Nimnet::IpAddr>(draft.destination).value);
-  damage(ip, draft.fault, ip4Damages);
+  damageIp4(ip, draft.fault);
   put(ip, l4);
   return ip;
 }
@@ -220,7 +180,7 @@ Octets ip6Octets(const Draft& draft, size_t less) {
     put64(ip, six.high);
     put64(ip, six.low);
   }
-  damage(ip, draft.fault, ip6Damages);
+  damageIp6(ip, draft.fault);
   put(ip, payload);
   return ip;
 }
