@@ -39,11 +39,12 @@ std::unique_ptr<Agent::ProgramCommand> made(CLI::App& program) {
 
 /// All commands, in the order in which the help lists them.
 constexpr std::unique_ptr<Agent::ProgramCommand> (*makers[])(CLI::App& program) = {
-    made<Agent::replayCommand>,  made<Agent::runCommand>,      made<Agent::showCommand>,
-    made<Agent::applyCommand>,   made<Agent::editCommand>,     made<Agent::saveCommand>,
-    made<Agent::historyCommand>, made<Agent::rollbackCommand>, made<Agent::confirmCommand>,
-    made<Agent::checkCommand>,   made<Agent::explainCommand>,  made<Agent::tailCommand>,
-    made<Agent::clearCommand>,   made<Agent::traceCommand>,    made<Agent::logMessagesCommand>,
+    made<Agent::replayCommand>,      made<Agent::runCommand>,      made<Agent::showCommand>,
+    made<Agent::applyCommand>,       made<Agent::editCommand>,     made<Agent::saveCommand>,
+    made<Agent::historyCommand>,     made<Agent::rollbackCommand>, made<Agent::confirmCommand>,
+    made<Agent::checkCommand>,       made<Agent::convertCommand>,  made<Agent::explainCommand>,
+    made<Agent::tailCommand>,        made<Agent::clearCommand>,    made<Agent::traceCommand>,
+    made<Agent::logMessagesCommand>,
 };
 
 /// The command line with all commands.

@@ -44,7 +44,7 @@ SYSTEM_PREFIXES = ("arpa/", "linux/", "net/", "netinet/", "sys/")
 SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h sched.h signal.h termios.h unistd.h".split())
 
 # All other foreign libraries, which a room of the program has to name, by how names of their headers begin.
-LIBRARY_HEADERS = {"bdd.h": "velo-bdd", "CLI/": "CLI11::CLI11", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP",
+LIBRARY_HEADERS = {"bdd.h": "velo-bdd", "CLI/": "CLI11::CLI11", "libxml/": "PkgConfig::LIBXML2", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP",
                    "sqlite3": "PkgConfig::SQLITE", "zlib.h": "velo-zlib", "zstd.h": "velo-zstd"}
 
 STANDARD_HEADERS = set(
@@ -59,7 +59,7 @@ STANDARD_HEADERS = set(
 )
 
 # The rooms whose namespaces are not called like them.
-NAMESPACES = {"AclAgent": "Acl", "Config": "agent-config", "Proof": "agent-proof"}
+NAMESPACES = {"AclAgent": "Acl", "Config": "agent-config", "Models": "agent-models", "Proof": "agent-proof"}
 # Within their own kind of rooms these names may mean something else.
 PROGRAM_NAMESPACES = {"Config"}
 

@@ -1,5 +1,6 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/core/Output.h>
+#include <agent/models/Reader.h>
 #include <dirent.h>
 #include <sys/stat.h>
 
@@ -60,7 +61,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path, TextReader::Named::byUser, wrong);
     if (file) sources.push_back({path, std::move(file->text)});
   }
-  take(Config::read(sources), sources_.commandLine, wrong);
+  take(Models::read(sources), sources_.commandLine, wrong);
   sources = {};
 
   if (dir.empty()) return wrong;
@@ -73,7 +74,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
     if (!file) continue;
     contents_[name] = {file->identity, file->hash, isSettled(file->identity, time)};
-    take(Config::read({{path.string(), std::move(file->text)}}), sources_.inputs[name], wrong);
+    take(Models::read({{path.string(), std::move(file->text)}}), sources_.inputs[name], wrong);
   }
   return wrong;
 }

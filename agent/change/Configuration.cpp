@@ -5,6 +5,8 @@
 #include <agent/change/Difference.h>
 #include <agent/config/Writer.h>
 #include <agent/core/Reserve.h>
+#include <agent/core/Words.h>
+#include <agent/models/Reader.h>
 
 #include <algorithm>
 #include <tuple>
@@ -44,7 +46,7 @@ struct Configuration::Texts {
   MadeModel readTexts(const TextLimits& limits) {
     const std::vector<Config::Source> all = read(limits);
     if (!outcome.mistakes.empty()) return {std::nullopt, std::move(outcome.mistakes)};
-    Config::Result result = Config::read(all, {}, mostMistakes);
+    Config::Result result = Models::read(all, {}, mostMistakes);
     return {std::move(result.model), textsOf(result.mistakes)};
   }
   std::vector<Config::Source> read(const TextLimits& limits) {

@@ -1,6 +1,7 @@
 #include <agent/change/DirectoryScan.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Reserve.h>
+#include <agent/models/Reader.h>
 
 #include <new>
 
@@ -54,7 +55,7 @@ void DirectoryScan::read(const std::string& path, TextReader& reader, const File
     file.shortOfMemory = true;
     return;
   }
-  Config::Result result = Config::read({{path, std::move(text->text)}}, {}, mostMistakes);
+  Config::Result result = Models::read({{path, std::move(text->text)}}, {}, mostMistakes);
   file.wrong = textsOf(result.mistakes);
   file.model = std::move(result.model);
 }

@@ -1,5 +1,6 @@
 #include <agent/change/Restart.h>
 #include <agent/config/Writer.h>
+#include <agent/models/Reader.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -35,7 +36,7 @@ Restart::Found Restart::read(const std::vector<std::string>& files, TextLimits l
     if (file) sources.push_back({path, std::move(file->text)});
   }
   if (!found.wrong.empty()) return found;
-  const Config::Result result = Config::read(sources, {}, 1);
+  const Config::Result result = Models::read(sources, {}, 1);
   found.wrong = textsOf(result.mistakes);
   if (result.model) found.text = Config::textOf(*result.model);
   return found;

@@ -57,9 +57,9 @@ std::string_view notText(std::string_view bytes) {
   if (text.empty()) return {};
   const auto behind = trimmed(text.substr(1));
   const auto next = behind.empty() ? '\0' : behind[0];
-  if (text[0] == '{' && (next == '"' || next == '}')) return "JSON";
-  if (text[0] == '[' && (next == '"' || next == '{' || next == '[' || next == ']')) return "JSON";
-  if (text[0] == '<' && (next == '?' || next == '!' || isLetter(next))) return "XML or HTML";
+  if (text[0] == '{' && (next == '"' || next == '}')) return jsonDocument;
+  if (text[0] == '[' && (next == '"' || next == '{' || next == '[' || next == ']')) return jsonDocument;
+  if (text[0] == '<' && (next == '?' || next == '!' || isLetter(next))) return xmlDocument;
   return {};
 }
 

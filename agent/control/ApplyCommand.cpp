@@ -2,6 +2,7 @@
 #include <agent/control/ChangeCommand.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Words.h>
+#include <agent/models/Reader.h>
 
 #include <CLI/CLI.hpp>
 
@@ -25,7 +26,7 @@ class ApplyCommand final : public ChangeCommand {
     std::vector<std::string> wrong;
     const auto sources = read(wrong);
     // Mistakes are told here, before the agent is bothered with them.
-    if (wrong.empty()) wrong = textsOf(Config::read(sources, {}, mostMistakes).mistakes);
+    if (wrong.empty()) wrong = textsOf(Models::read(sources, {}, mostMistakes).mistakes);
     if (!wrong.empty() && json()) return notApplied({{"text", "nothing was applied"}, {"mistakes", wrong}});
     tellMistakes(wrong);
     if (!wrong.empty()) return exitUsage;

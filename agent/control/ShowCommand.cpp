@@ -1,10 +1,14 @@
 #include <Kiv/Clock.h>
+#include <agent/change/ConfigFiles.h>
+#include <agent/config/Reader.h>
 #include <agent/control/Command.h>
 #include <agent/control/ControlClient.h>
 #include <agent/control/WatchShow.h>
+#include <agent/control/WrittenText.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>
+#include <agent/core/Words.h>
 #include <agent/show/Shows.h>
 #include <unistd.h>
 
@@ -47,6 +51,7 @@ class ShowCommand final : public Command {
         .add_option("--source", asked_.source,
                     "of access-lists and configuration: what this source alone has, cli or a file")
         ->type_name("NAME");
+    addFormat(app(), "--format", "of configuration: what to write it as", &format_, &lossy_);
     addSelection();
     addControl();
   }
@@ -63,6 +68,10 @@ class ShowCommand final : public Command {
       complain(fmt::format("show {} is not by source", asked_.what));
       return exitUsage;
     }
+    if (!format_.empty() && (asked_.what != "configuration" || watch_)) {
+      complain("--format is for show configuration, and not for --watch");
+      return exitUsage;
+    }
     ControlClient agent;
     if (!connected(agent, control(), &exit)) return exit;
     ShownDocument shown(agent, asked, watch_.has_value());
@@ -74,6 +83,7 @@ class ShowCommand final : public Command {
         complain(wrong);
         return exit;
       }
+      if (!format_.empty()) return printFormat(*document);
       exit = print(text(show, *document));
       if (exit != exitDone || !watch_) return exit;
       std::this_thread::sleep_for(std::chrono::duration<double>(*watch_));
@@ -111,6 +121,13 @@ class ShowCommand final : public Command {
                                 size ? std::optional(size->columns) : std::nullopt});
   }
 
+  /// The configuration in another format.
+  Exit printFormat(const nlohmann::ordered_json& document) const {
+    const auto read = Config::read({{"the configuration", document.at("text").get<std::string>()}});
+    tellMistakes(textsOf(read.mistakes));
+    return read.model ? printAs(*read.model, format_, lossy_, json()) : exitUsage;
+  }
+
   /// What was asked for, with the order by its name.
   ShowRequest request() const {
     ShowRequest request = asked_;
@@ -122,7 +139,8 @@ class ShowCommand final : public Command {
   }
 
   ShowRequest asked_;  // all but the order
-  std::string sort_;
+  std::string sort_, format_;
+  bool lossy_ = false;
   std::optional<double> watch_;
 };
 

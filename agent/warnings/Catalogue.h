@@ -41,6 +41,8 @@ inline constexpr WarningKind warningKinds[] = {
     {"ignored-bits", Consequence::surprise, "an address has bits that are not compared"},
     {"icmp-of-other-kind", Consequence::surprise, "icmp in an IPv6 list, or icmpv6 in an IPv4 list"},
     {"empty-group", Consequence::surprise, "a rule names an object-group without members"},
+    {"implicit-end", Consequence::surprise,
+     "a document does not say what becomes of what no rule of a list matches; it is dropped"},
     {"shutdown", Consequence::surprise, "shutdown is kept and has no effect"},
     {"session-undefined", Consequence::surprise, "a rule mirrors to a session that is not defined"},
     {"session-without-port", Consequence::surprise, "a mirror session leads to no port"},
@@ -51,6 +53,7 @@ inline constexpr WarningKind warningKinds[] = {
     {"mtu-differs", Consequence::surprise, "ports of one patch or bridge have different MTUs"},
     {"port-has-address", Consequence::surprise, "the device of a port has addresses of the host"},
     {"port-has-ipv6", Consequence::surprise, "IPv6 is on at the device of a port"},
+    {"leaf-ignored", Consequence::note, "a document has a leaf that has no effect on traffic"},
     {"list-unbound", Consequence::note, "a list is bound nowhere"},
     {"more-warnings", Consequence::note, "a text has more warnings than are told"},
 };

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <agent/config/Model.h>
+#include <agent/core/Exit.h>
+
+#include <string>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace Agent {
+
+/// Adds an option for a format by its name, and `--lossy`.
+CLI::Option* addFormat(CLI::App& app, const char* option, const char* help, std::string* format, bool* lossy);
+
+/// Prints a configuration in a format; on standard error what the format cannot say. With `json` one document
+/// with the members `document`: the text, or null; `refused` and `leftOut`.
+Exit printAs(const Config::Model& model, const std::string& format, bool lossy, bool json);
+
+}  // namespace Agent

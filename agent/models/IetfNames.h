@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Acl/Types.h>
+#include <agent/models/Tree.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace Models {
+
+/// The kinds of list that are kinds here, too.
+struct IetfType {
+  std::string_view name;
+  Acl::AclType type;
+};
+inline constexpr IetfType typeNames[] = {{"ipv4-acl-type", Acl::AclType::ip},
+                                         {"ipv6-acl-type", Acl::AclType::ipv6},
+                                         {"eth-acl-type", Acl::AclType::mac}};
+
+/// The EtherType that a leaf says by its number or its name.
+std::optional<uint16_t> etherTypeOf(const Node& leaf, std::string_view text);
+
+}  // namespace Models

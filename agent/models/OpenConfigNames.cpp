@@ -1,0 +1,155 @@
+#include <agent/models/OpenConfigNames.h>
+
+namespace Models {
+
+namespace {
+
+constexpr Config::NamedNumber protocols[] = {
+    {"IP_TCP", 6},   {"IP_UDP", 17}, {"IP_ICMP", 1},  {"IP_IGMP", 2},   {"IP_PIM", 103},
+    {"IP_RSVP", 46}, {"IP_GRE", 47}, {"IP_AUTH", 51}, {"IP_L2TP", 115}, {"IP_IN_IP", 4}};
+
+constexpr Config::NamedNumber etherTypes[] = {{"ETHERTYPE_IPV4", 0x0800}, {"ETHERTYPE_ARP", 0x0806},
+                                              {"ETHERTYPE_VLAN", 0x8100}, {"ETHERTYPE_IPV6", 0x86dd},
+                                              {"ETHERTYPE_MPLS", 0x8847}, {"ETHERTYPE_LLDP", 0x88cc},
+                                              {"ETHERTYPE_ROCE", 0x8915}};
+
+constexpr Config::NamedNumber flags[] = {{"TCP_SYN", 0x02}, {"TCP_FIN", 0x01}, {"TCP_RST", 0x04},
+                                         {"TCP_PSH", 0x08}, {"TCP_ACK", 0x10}, {"TCP_URG", 0x20},
+                                         {"TCP_ECE", 0x40}, {"TCP_CWR", 0x80}};
+
+constexpr Config::IcmpMessage icmp[] = {
+    {"ECHO_REPLY", 0},
+    {"DST_UNREACHABLE", 3},
+    {"REDIRECT", 5},
+    {"ECHO", 8},
+    {"ROUTER_ADVERTISEMENT", 9},
+    {"ROUTER_SOLICITATION", 10},
+    {"TIME_EXCEEDED", 11},
+    {"PARAM_PROBLEM", 12},
+    {"TIMESTAMP", 13},
+    {"TIMESTAMP_REPLY", 14},
+    {"TRACEROUTE", 30},
+    {"PHOTURIS", 40},
+    {"EXT_ECHO_REQUEST", 42},
+    {"EXT_ECHO_REPLY", 43},
+    {"ECHO_REPLY_NONE", 0, 0},
+    {"DST_UNREACHABLE_NET", 3, 0},
+    {"DST_UNREACHABLE_HOST", 3, 1},
+    {"DST_UNREACHABLE_PROTOCOL", 3, 2},
+    {"DST_UNREACHABLE_PORT", 3, 3},
+    {"DST_UNREACHABLE_CANNOT_FRAGMENT", 3, 4},
+    {"DST_UNREACHABLE_SRC_ROUTE_FAILED", 3, 5},
+    {"DST_UNREACHABLE_DST_NET_UNKNOWN", 3, 6},
+    {"DST_UNREACHABLE_DST_HOST_UNKNOWN", 3, 7},
+    {"DST_UNREACHABLE_SRC_HOST_ISOLATED", 3, 8},
+    {"DST_UNREACHABLE_DST_NET_ADMIN_PROHIBITED", 3, 9},
+    {"DST_UNREACHABLE_DST_HOST_ADMIN_PROHIBITED", 3, 10},
+    {"DST_UNREACHABLE_NET_UNREACHABLE_FOR_TOS", 3, 11},
+    {"DST_UNREACHABLE_HOST_UNREACHABLE_FOR_TOS", 3, 12},
+    {"DST_UNREACHABLE_ADMIN_PROHIBITED", 3, 13},
+    {"DST_UNREACHABLE_HOST_PRECEDENCE_VIOLATION", 3, 14},
+    {"DST_UNREACHABLE_PRECEDENCE_CUTOFF", 3, 15},
+    {"REDIRECT_NETWORK", 5, 0},
+    {"REDIRECT_HOST", 5, 1},
+    {"REDIRECT_TOS_NETWORK", 5, 2},
+    {"REDIRECT_TOS_HOST", 5, 3},
+    {"ECHO_NO_CODE", 8, 0},
+    {"ROUTER_ADVERTISEMENT_NORMAL", 9, 0},
+    {"ROUTER_ADVERTISEMENT_DOES_NOT_ROUTE_COMMON", 9, 16},
+    {"ROUTER_SELECTION_NO_CODE", 10, 0},
+    {"TIME_EXCEEDED_IN_TRANSIT", 11, 0},
+    {"TIME_EXCEEDED_FRAGMENT_REASSEMBLY_IN_TRANSIT", 11, 1},
+    {"PARAM_PROBLEM_POINTER_INDICATES_ERR", 12, 0},
+    {"PARAM_PROBLEM_MISSING_REQ_OPTION", 12, 1},
+    {"PARAM_PROBLEM_BAD_LENGTH", 12, 2},
+    {"TIMESTAMP_NO_CODE", 13, 0},
+    {"TIMESTAMP_REPLY_NO_CODE", 14, 0},
+    {"PHOTURIS_BAD_SPI", 40, 0},
+    {"PHOTURIS_AUTH_FAILED", 40, 1},
+    {"PHOTURIS_DECOMPRESS_FAILED", 40, 2},
+    {"PHOTURIS_DECRYPTION_FAILED", 40, 3},
+    {"PHOTURIS_NEED_AUTHENTICATION", 40, 4},
+    {"PHOTURIS_NEED_AUTHORIZATION", 40, 5},
+    {"EXT_ECHO_REQUEST_NO_ERROR", 42, 0},
+    {"EXT_ECHO_REPLY_NO_ERROR", 43, 0},
+    {"EXT_ECHO_REPLY_MALFORMED_QUERY", 43, 1},
+    {"EXT_ECHO_REPLY_NO_SUCH_INTF", 43, 2},
+    {"EXT_ECHO_REPLY_NO_SUB_TABLE_ENTRY", 43, 3},
+    {"EXT_ECHO_REPLY_MULTIPLE_INTF_SATISFY_QUERY", 43, 4},
+};
+
+constexpr Config::IcmpMessage icmp6[] = {
+    {"DESTINATION_UNREACHABLE", 1},
+    {"PACKET_TOO_BIG", 2},
+    {"TIME_EXCEEDED", 3},
+    {"PARAMETER_PROBLEM", 4},
+    {"ECHO_REQUEST", 128},
+    {"ECHO_REPLY", 129},
+    {"MULTICAST_LISTENER_QUERY", 130},
+    {"MULTICAST_LISTENER_REPORT", 131},
+    {"MULTICAST_LISTENER_DONE", 132},
+    {"ROUTER_SOLICITATION", 133},
+    {"ROUTER_ADVERTISEMENT", 134},
+    {"NEIGHBOR_SOLICITATION", 135},
+    {"NEIGHBOR_ADVERTISEMENT", 136},
+    {"REDIRECT", 137},
+    {"RENUNBERING", 138},
+    {"NODE_INFORMATION_QUERY", 139},
+    {"NODE_INFORMATION_RESPONSE", 140},
+    {"INVERSE_NEIGHBOR_SOLICITATION", 141},
+    {"INVERSE_NEIGHBOR_ADVERTISEMENT", 142},
+    {"VERSION2_MULTICAST_LISTENER", 143},
+    {"HOME_AGENT_ADDRESS_DISCOVERY_REQUEST", 144},
+    {"HOME_AGENT_ADDRESS_DISCOVERY_REPLY", 145},
+    {"MOBILE_PREFIX_ADVERTISEMENT", 147},
+    {"CERTIFICATION_PATH_SOLICITATION", 148},
+    {"CERTIFICATION_PATH_ADVERTISEMENT", 149},
+    {"MULTICAST_ROUTER_ADVERTISEMENT", 151},
+    {"MULTICAST_ROUTER_SOLICITATION", 152},
+    {"MULTICAST_ROUTER_TERMINATION", 153},
+    {"FMIPV6", 154},
+    {"RPL_CONTROL", 155},
+    {"ILNPV6_LOCATOR_UPDATE", 156},
+    {"DUPLICATE_ADDRESS_REQUEST", 157},
+    {"DUPLICATE_ADDRESS_CONFIRMATION", 158},
+    {"MPL_CONTROL", 159},
+    {"EXT_ECHO_REQUEST", 160},
+    {"EXT_ECHO_REPLY", 161},
+    {"DST_UNREACHABLE_NO_ROUTE_TO_DST", 1, 0},
+    {"DST_UNREACHABLE_DST_ADMIN_PROHIBITED", 1, 1},
+    {"DST_UNREACHABLE_BEYOND_SCOPE_OF_SRC", 1, 2},
+    {"DST_UNREACHABLE_ADDR", 1, 3},
+    {"DST_UNREACHABLE_PORT", 1, 4},
+    {"DST_UNREACHABLE_SRC_ADDR_FAILED_POLICY", 1, 5},
+    {"DST_UNREACHABLE_REJECT_ROUTE_TO_DST", 1, 6},
+    {"DST_UNREACHABLE_ERR_IN_SRC_ROUTING_HDR", 1, 7},
+    {"DST_UNREACHABLE_HDRS_TOO_LONG", 1, 8},
+    {"PACKET_TOO_BIG_NO_CODE", 2, 0},
+    {"TIME_EXCEEDED_HOP_LIMIT", 3, 0},
+    {"TIME_EXCEEDED_FRAGMENT_REASSEMBLY", 3, 1},
+    {"PARAM_PROBLEM_ERR_HDR_FIELD", 4, 0},
+    {"PARAM_PROBLEM_UNRECOGNIZED_NET_HDR_TYPE", 4, 1},
+    {"PARAM_PROBLEM_UNRECOGNIZED_IPV6_OPT", 4, 2},
+    {"ECHO_REQUEST_NO_CODE", 128, 0},
+    {"ECHO_REPLY_NO_CODE", 129, 0},
+    {"MULTICAST_LISTENER_QUERY_NO_CODE", 130, 0},
+    {"MULTICAST_LISTENER_REPORT_NO_CODE", 131, 0},
+    {"MULTICAST_LISTENER_DONE_NO_CODE", 132, 0},
+    {"ROUTER_SOLICITATION_NO_CODE", 133, 0},
+    {"ROUTER_ADVERTISEMENT_NO_CODE", 134, 0},
+    {"NEIGHBOR_SOLICITATION_NO_CODE", 135, 0},
+    {"NEIGHBOR_ADVERTISEMENT_NO_CODE", 136, 0},
+    {"REDIRECT_NO_CODE", 137, 0},
+};
+
+}  // namespace
+
+std::span<const Config::NamedNumber> openConfigProtocols() { return protocols; }
+std::span<const Config::NamedNumber> openConfigEtherTypes() { return etherTypes; }
+std::span<const Config::NamedNumber> openConfigFlags() { return flags; }
+std::span<const Config::IcmpMessage> openConfigIcmp(uint8_t icmpProtocol) {
+  return icmpProtocol == Config::protocolIcmp ? std::span<const Config::IcmpMessage>(icmp)
+                                              : std::span<const Config::IcmpMessage>(icmp6);
+}
+
+}  // namespace Models

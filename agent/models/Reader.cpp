@@ -1,0 +1,217 @@
+#include <agent/config/NotText.h>
+#include <agent/models/Documents.h>
+#include <agent/models/Reader.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <tuple>
+#include <utility>
+
+namespace Models {
+
+namespace {
+
+constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+constexpr size_t mostWarnings = 100;
+
+/// A root that documents have, and what reads what is in it.
+struct Root {
+  std::string_view module;  ///< of the root and of what is below it
+  bool bare;                ///< it may be left out
+  std::string_view name;
+  void (*read)(const Found&, Lines&);  ///< null: beside an access list it has no effect on it
+};
+constexpr Root roots[] = {
+    {ietfModule, false, "acls", readIetf},
+    {openConfigModule, true, "acl", readOpenConfig},
+    {"ietf-interfaces", false, "interfaces", nullptr},
+    {"openconfig-interfaces", false, "interfaces", nullptr},
+};
+
+const std::vector<XmlModule>& xmlModules() {
+  static const std::vector<XmlModule> modules = {
+      {"urn:ietf:params:xml:ns:yang:ietf-access-control-list", ietfModule},
+      {"urn:ietf:params:xml:ns:yang:ietf-interfaces", "ietf-interfaces"},
+      {"urn:ietf:params:xml:ns:netconf:base:1.0", "netconf"}};
+  return modules;
+}
+
+constexpr const char* expectedRoots =
+    "ietf-access-control-list:acls, openconfig-acl:acl, or ACL_TABLE and ACL_RULE";
+
+const Root* rootOf(const Node& node) {
+  const auto known = std::find_if(std::begin(roots), std::end(roots), [&](const Root& root) {
+    return root.name == node.name && (node.module == root.module || (root.bare && node.module.empty()));
+  });
+  return known == std::end(roots) ? nullptr : known;
+}
+
+std::string fullName(const Node& node) {
+  return node.module.empty() ? node.name : fmt::format("{}:{}", node.module, node.name);
+}
+
+/// One document on its way to a text.
+class Document {
+ public:
+  explicit Document(const Config::Source& source) : report_(source.name) {}
+
+  void read(std::string_view text, bool isXml);
+  const Lines& lines() const { return lines_; }
+  const Report& report() const { return report_; }
+
+ private:
+  void readRoots(const Node& document);
+
+  Report report_;
+  Lines lines_;
+};
+
+void Document::read(std::string_view text, bool isXml) {
+  const Tree tree = isXml ? xmlTree(text, xmlModules()) : jsonTree(text);
+  if (!tree.wrong.empty())
+    return report_.mistake(tree.wrongAt, tree.wrong, isXml ? "XML" : "JSON with each member once");
+  const Node* document = &tree.root;
+  // What protocols put around a configuration.
+  if (isXml && document->members.size() == 1 && document->members[0].module == "netconf" &&
+      (document->members[0].name == "config" || document->members[0].name == "data"))
+    document = &document->members[0];
+  readRoots(*document);
+}
+
+void Document::readRoots(const Node& document) {
+  if (document.kind != Node::Kind::object) return report_.mistake(document.at, document.shown(), "an object");
+  if (std::any_of(document.members.begin(), document.members.end(),
+                  [](const Node& node) { return node.module.empty() && isSonicTable(node.name); }))
+    return readSonic({document, "", report_, ""}, lines_);
+  bool read = false;
+  for (const Node& node : document.members) {
+    const Root* root = rootOf(node);
+    const auto name = fullName(node);
+    if (!root) {
+      report_.mistake(node.at, fmt::format("{} at the root of a document", printableQuote(name)),
+                      expectedRoots);
+      read = true;
+    } else if (!root->read) {
+      report_.warn(node.at, "leaf-ignored",
+                   fmt::format("/{} is not kept: it has no effect on traffic", name));
+    } else {
+      root->read({node, "/" + name, report_, root->module}, lines_);
+      read = true;
+    }
+  }
+  if (!read) report_.mistake(document.at, "a document without access lists", expectedRoots);
+}
+
+/// Where lines of a text that a document came to are in the document.
+class Origins {
+ public:
+  void add(const std::string& name, size_t index, const Document& document) {
+    of_[name] = &document;
+    ofText_[static_cast<uint32_t>(index)] = &document;
+  }
+  /// Puts the places of a document in the place of those in its text.
+  template <class Thing>
+  void correct(Thing& thing) const {
+    const auto document = of_.find(thing.file);
+    if (document == of_.end()) return;
+    const At at = document->second->lines().placeOf(thing.line);
+    thing.file = document->second->report().file();
+    thing.line = at.line;
+    thing.column = at.column;
+  }
+  template <class Spots>
+  void correctSpots(Spots& spots, size_t firstText) const {
+    for (auto& [key, spot] : spots) {
+      if (spot.text < firstText) continue;
+      const auto document = ofText_.find(static_cast<uint32_t>(spot.text - firstText));
+      if (document == ofText_.end()) continue;
+      const At at = document->second->lines().placeOf(spot.line);
+      spot.line = at.line;
+      spot.column = at.column;
+    }
+  }
+
+ private:
+  std::map<std::string, const Document*> of_;
+  std::map<uint32_t, const Document*> ofText_;
+};
+
+std::string_view withoutMark(std::string_view text) {
+  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+  return text;
+}
+
+/// The mistakes of documents and of texts, in the order of the sources.
+std::vector<Config::Mistake> inOrder(const std::vector<Config::Source>& sources,
+                                     std::vector<Config::Mistake> mistakes, size_t most) {
+  const auto indexOf = [&](const Config::Mistake& mistake) {
+    return std::find_if(sources.begin(), sources.end(),
+                        [&](const auto& s) { return s.name == mistake.file; }) -
+           sources.begin();
+  };
+  std::stable_sort(mistakes.begin(), mistakes.end(), [&](const auto& a, const auto& b) {
+    return std::tuple(indexOf(a), a.line) < std::tuple(indexOf(b), b.line);
+  });
+  const auto sameLine = [](const auto& a, const auto& b) { return a.file == b.file && a.line == b.line; };
+  mistakes.erase(std::unique(mistakes.begin(), mistakes.end(), sameLine), mistakes.end());
+  if (mistakes.size() > most) mistakes.resize(most);
+  return mistakes;
+}
+
+/// Adds what was odd about a document, up to the bound on the warnings of a model.
+void addWarnings(const Report& report, Config::Notices& notices) {
+  for (const auto& warning : report.warnings()) {
+    if (notices.warnings.size() < mostWarnings) {
+      notices.warnings.push_back(warning);
+    } else {
+      ++notices.moreWarnings;
+    }
+  }
+}
+
+}  // namespace
+
+Config::Result read(const std::vector<Config::Source>& sources, Config::Model start, size_t mostMistakes) {
+  std::map<size_t, Document> documents;
+  for (size_t i = 0; i < sources.size(); ++i) {
+    const auto text = withoutMark(sources[i].text);
+    const auto what = Config::notText(text);
+    if (what != Config::jsonDocument && what != Config::xmlDocument) continue;
+    documents.try_emplace(i, sources[i]).first->second.read(text, what == Config::xmlDocument);
+  }
+  if (documents.empty()) return Config::read(sources, std::move(start), mostMistakes);
+
+  // Names of files have no such character.
+  const auto nameOf = [](size_t index) { return fmt::format("\n{}", index); };
+  std::vector<Config::Source> texts = sources;
+  Origins origins;
+  for (const auto& [index, document] : documents) {
+    // What a document with mistakes came to is no text that says more about it.
+    texts[index] = {nameOf(index), document.report().mistakes().empty() ? document.lines().text() : ""};
+    origins.add(texts[index].name, index, document);
+  }
+  const size_t firstText = start.notices.texts.size();
+  Config::Result result = Config::read(texts, std::move(start), mostMistakes);
+  for (auto& mistake : result.mistakes) origins.correct(mistake);
+  for (const auto& [index, document] : documents) {
+    const auto& more = document.report().mistakes();
+    result.mistakes.insert(result.mistakes.end(), more.begin(), more.end());
+  }
+  result.mistakes = inOrder(sources, std::move(result.mistakes), mostMistakes);
+  if (!result.mistakes.empty()) return {std::nullopt, std::move(result.mistakes)};
+
+  auto& notices = result.model->notices;
+  for (const auto& [index, document] : documents) notices.texts.at(firstText + index) = sources[index].name;
+  for (auto& warning : notices.warnings) origins.correct(warning.place);
+  origins.correctSpots(notices.bindings, firstText);
+  origins.correctSpots(notices.lists, firstText);
+  origins.correctSpots(notices.portChannels, firstText);
+  origins.correctSpots(notices.mirrorSessions, firstText);
+  origins.correctSpots(notices.shutdowns, firstText);
+  origins.correctSpots(notices.rules, firstText);
+  for (const auto& [index, document] : documents) addWarnings(document.report(), notices);
+  return result;
+}
+
+}  // namespace Models

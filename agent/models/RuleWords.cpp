@@ -1,0 +1,133 @@
+#include <Nimnet/Addr.h>
+#include <agent/config/Cursor.h>
+#include <agent/config/Names.h>
+#include <agent/models/RuleWords.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Models {
+
+namespace {
+
+using Acl::AclType;
+
+std::string orAny(const std::string& address) { return address.empty() ? "any" : address; }
+
+/// A mask as a wildcard, whose set bits are ignored.
+Nimnet::EthAddr inverted(const Nimnet::EthAddr& mask) {
+  return Nimnet::EthAddr::fromValue(~mask.value() & 0xffffffffffff);
+}
+
+void add(std::string& text, std::string_view word) {
+  if (!word.empty()) text += fmt::format(" {}", word);
+}
+
+}  // namespace
+
+std::string_view typeText(AclType list) {
+  return list == AclType::ip ? "IPv4" : list == AclType::ipv6 ? "IPv6" : "Ethernet";
+}
+
+std::string everything(AclType list) {
+  return list == AclType::ip ? "ip any any" : list == AclType::ipv6 ? "ipv6 any any" : "any any";
+}
+
+std::string_view whyNoEtherType(uint16_t type) {
+  if (type < 0x600) return "an EtherType from 1536: below that the field is a length";
+  if (type == 0x8100 || type == 0x88a8 || type == 0x9100)
+    return "the EtherType of what is tagged: rules look at the type behind the tags";
+  return {};
+}
+
+uint8_t icmpOf(AclType list) { return list == AclType::ipv6 ? Config::protocolIcmpV6 : Config::protocolIcmp; }
+
+bool RuleWords::isEverything() const {
+  return !vlan && !protocol && source.empty() && destination.empty() && !sourcePorts.given() &&
+         !destinationPorts.given() && !icmpType && !icmpCode && !dscp && !ecn && !hops && tcp.empty() &&
+         !fragments && !etherType;
+}
+
+void RuleWords::protocolIs(uint8_t number, const Found& found) {
+  if (protocol && *protocol != number)
+    return found.refuse(fmt::format("it without protocol {}: no packet has both", *protocol));
+  protocol = number;
+}
+
+std::string RuleWords::protocolWord() const {
+  if (!protocol) return list == AclType::ip ? "ip" : "ipv6";
+  for (const auto& row : Config::protocolNames()) {
+    if (row.number == *protocol) return std::string(row.name);
+  }
+  return std::to_string(*protocol);
+}
+
+void RuleWords::checkPorts(const PortWords& ports, const Found& rule) const {
+  if (!ports.given() || (protocol && Config::hasPorts(*protocol))) return;
+  rule.report.mistake(
+      ports.at, fmt::format("ports at {}", ports.path),
+      "a protocol that has ports (6, 17 or 132) beside them: a rule for any protocol has none");
+}
+
+std::string RuleWords::trafficClass(const Found& rule) const {
+  if (!ecn) return dscp ? fmt::format("dscp {}", *dscp) : "";
+  if (list != AclType::ipv6) {
+    rule.refuse("it without ECN: an IPv4 rule cannot ask for it");
+    return "";
+  }
+  return dscp ? fmt::format("traffic-class {}", *dscp * 4 + *ecn) : fmt::format("traffic-class {} 0x3", *ecn);
+}
+
+std::string RuleWords::text(const Found& rule) const {
+  if (!action) {
+    rule.miss("what becomes of packets");
+    return {};
+  }
+  std::string text(*action == Acl::Action::permit ? "permit" : "deny");
+  if (vlan) text += fmt::format(" vlan {}", *vlan);
+  if (list == AclType::mac) {
+    text += fmt::format(" {} {}", orAny(source), orAny(destination));
+    if (etherType) text += fmt::format(" 0x{:04x}", *etherType);
+  } else {
+    checkPorts(sourcePorts, rule);
+    checkPorts(destinationPorts, rule);
+    if (icmpCode && !icmpType) rule.miss("the ICMP type of its code");
+    text += fmt::format(" {} {}", protocolWord(), orAny(source));
+    add(text, sourcePorts.words);
+    add(text, orAny(destination));
+    add(text, destinationPorts.words);
+    if (icmpType) text += fmt::format(" {}", *icmpType);
+    if (icmpType && icmpCode) text += fmt::format(" {}", *icmpCode);
+    add(text, tcp);
+    add(text, trafficClass(rule));
+    if (hops) text += fmt::format(" {} eq {}", list == AclType::ip ? "ttl" : "hop-limit", *hops);
+    if (fragments) text += " fragments";
+  }
+  if (log) text += " log";
+  return text;
+}
+
+std::string prefixWords(AclType list, const Found& found) {
+  const bool ip = list == AclType::ip;
+  const auto slash = std::min(found.text.find('/'), found.text.size());
+  const auto address = found.text.substr(0, slash);
+  const bool isAddress =
+      ip ? Nimnet::IpAddr::parse(address).has_value() : Nimnet::Ip6Addr::parse(address).has_value();
+  const auto length = Config::decimal(found.text.substr(std::min(slash + 1, found.text.size())));
+  if (isAddress && length && *length <= (ip ? 32u : 128u)) return *length == 0 ? "" : std::string(found.text);
+  found.refuse(ip ? "an IPv4 prefix, as 192.0.2.0/24" : "an IPv6 prefix, as 2001:db8::/32");
+  return {};
+}
+
+bool isMac(std::string_view text) {
+  return text.size() == 17 && text[2] == ':' && Nimnet::EthAddr::parse(text);
+}
+
+std::string macWords(std::string_view address, std::string_view mask) {
+  if (address.empty()) return {};
+  const auto wildcard = mask.empty() ? Nimnet::EthAddr() : inverted(*Nimnet::EthAddr::parse(mask));
+  if (wildcard == Nimnet::EthAddr()) return fmt::format("host {}", address);
+  return fmt::format("{} {}", address, wildcard.str());
+}
+
+}  // namespace Models

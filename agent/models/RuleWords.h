@@ -1,0 +1,72 @@
+#pragma once
+
+#include <Acl/Types.h>
+#include <agent/models/Found.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Models {
+
+/// A condition on ports, as models have it.
+struct PortWords {
+  std::string words;  ///< of the language; empty: no condition
+  At at;              ///< of the condition
+  std::string path;
+
+  bool given() const { return !words.empty(); }
+};
+
+/// A rule on its way from a document into the words of the configuration text, which say for every kind of
+/// model what a rule is. Members that are not set ask for nothing.
+struct RuleWords {
+  Acl::AclType list = Acl::AclType::ip;
+  std::optional<Acl::Action> action{};
+  std::optional<uint16_t> vlan{};
+  std::optional<uint8_t> protocol{};
+  std::string source{}, destination{};  ///< `A/LENGTH` or `A WILDCARD`
+  PortWords sourcePorts{}, destinationPorts{};
+  std::optional<uint8_t> icmpType{}, icmpCode{};
+  std::optional<uint8_t> dscp{}, ecn{}, hops{};
+  std::string tcp{};  ///< `established`, or flags
+  bool fragments = false;
+  std::optional<uint16_t> etherType{};
+  bool log = false;
+
+  /// Whether it is for every packet of its kind of list.
+  bool isEverything() const;
+  /// The words behind the number. Keeps a mistake at the rule when they do not go together.
+  std::string text(const Found& rule) const;
+
+  /// Sets a protocol that a leaf asks for or implies; refuses the leaf when another one is set.
+  void protocolIs(uint8_t number, const Found& found);
+
+ private:
+  std::string protocolWord() const;
+  std::string trafficClass(const Found& rule) const;
+  void checkPorts(const PortWords& ports, const Found& rule) const;
+};
+
+/// The text of a leaf that is to be `A/LENGTH` of the kind of list, empty for every address; refuses any
+/// other.
+std::string prefixWords(Acl::AclType list, const Found& found);
+
+/// `host M` or `M WILDCARD` of an address and a mask, whose set bits are compared. Empty texts are not given.
+std::string macWords(std::string_view address, std::string_view mask);
+/// Whether it is a MAC address as models write them.
+bool isMac(std::string_view text);
+
+/// What a rule for every packet of its kind of list has behind the action.
+std::string everything(Acl::AclType list);
+/// The kind of header that a list looks at, for people.
+std::string_view typeText(Acl::AclType list);
+/// What would be a better type of frames that a rule asks for; empty: it is right.
+std::string_view whyNoEtherType(uint16_t type);
+
+/// The number of the ICMP protocol of a kind of list.
+uint8_t icmpOf(Acl::AclType list);
+
+}  // namespace Models
