@@ -78,7 +78,7 @@ bool FormWriter::takes(const Config::List& list) {
   if (form_.oneNameSpace && known) why = "lists of two kinds with one name";
   if (why.empty()) return true;
   // Without its list a place would be open.
-  leave(fmt::format("{}: {} has not {}", nameOf(list), form_.name, why), !isBound(model_, list));
+  leave(fmt::format("{}: {} cannot say {}", nameOf(list), form_.name, why), !isBound(model_, list));
   return false;
 }
 
@@ -142,7 +142,12 @@ void FormWriter::writeList(const Config::List& list) {
     for (size_t part = 0; part < rules[i].parts.size(); ++part) {
       std::string why;
       Entry entry{numbers[i][part], rules[i].parts[part]};
-      if (!form_.logs) std::visit([](auto& rule) { rule.log = false; }, entry.rule);
+      std::visit(
+          [&](auto& rule) {
+            rule.log = rule.log && form_.logs;
+            if (part > 0) rule.remark = {};
+          },
+          entry.rule);
       written.entries.push_back(form_.entry(entry, &why));
     }
   }
@@ -163,8 +168,13 @@ void FormWriter::writeBindings() {
 }
 
 void FormWriter::leaveRest() {
-  for (const auto& [name, members] : model_.portChannels)
-    leave(fmt::format("port-channel {}: {} cannot say which members it has", name, form_.name));
+  for (const auto& [name, members] : model_.portChannels) {
+    const bool bound =
+        std::any_of(model_.bindings.begin(), model_.bindings.end(),
+                    [&, &channel = name](const auto& binding) { return binding.first.interface == channel; });
+    // Without its members no port has its lists.
+    leave(fmt::format("port-channel {}: {} cannot say which members it has", name, form_.name), !bound);
+  }
   for (const auto& [name, destinations] : model_.mirrorSessions)
     lose(fmt::format("mirror session {}: {} has no place for it", name, form_.name));
   for (const auto& [name, notes] : model_.interfaceNotes)
