@@ -12,13 +12,13 @@ namespace {
 using namespace TestSupport;
 using testing::HasSubstr;
 
-constexpr std::string_view document =
+constexpr std::string_view openConfigDocument =
     R"({"openconfig-acl:acl": {"acl-sets": {"acl-set": [{"name": "A", "type": "ACL_IPV4", "config": {"name": "A", "type": "ACL_IPV4"},
   "acl-entries": {"acl-entry": [{"sequence-id": 10, "config": {"sequence-id": 10}, "actions": {"config": {"forwarding-action": "ACCEPT"}}}]}}]}}})";
 
 TEST(Convert, ReadsAnyModelAndWritesAnother) {
   const TempDir dir;
-  writeFile(dir / "a.json", document);
+  writeFile(dir / "a.json", openConfigDocument);
   const Ran text = runVelo({"convert", "--to", "text", dir / "a.json"});
   EXPECT_EQ(text.status, 0) << text.err;
   EXPECT_EQ(text.out, "ip access-list A\n   10 permit ip any any\n");
@@ -43,7 +43,7 @@ TEST(Convert, ReadsAnyModelAndWritesAnother) {
 
 TEST(Convert, DocumentsAreChecked) {
   const TempDir dir;
-  writeFile(dir / "a.json", document);
+  writeFile(dir / "a.json", openConfigDocument);
   const Ran checked = runVelo({"check", dir / "a.json"});
   EXPECT_EQ(checked.status, 0) << checked.err;
   EXPECT_THAT(checked.out, HasSubstr("no mistake: 1 list, 1 rule, 0 bindings"));
@@ -51,7 +51,7 @@ TEST(Convert, DocumentsAreChecked) {
 
 TEST(Convert, AnAgentTakesAndShowsDocuments) {
   const TempDir dir;
-  writeFile(dir / "a.json", document);
+  writeFile(dir / "a.json", openConfigDocument);
   RunningAgent agent;
   agent.start("ip access-list A\n 10 permit udp any any eq 1\n", nullptr, unhurriedLimits());
   const auto run = [&](std::vector<std::string> command) {
