@@ -29,7 +29,7 @@ OUTSIDE_ITS_ROOMS = {"agent/main.cpp"}
 # all of them.
 AREAS = {
     PROGRAM: {"rooms", PROGRAM, "any"},
-    "cmake": set(),
+    "cmake": {"cmake", "any"},
     "examples": {"rooms", "examples", "tests/support", "any"},
     "tests": {"rooms", "VeloAcl", "agent", "examples", "tests", "any"},
     "bench": {"rooms", "VeloAcl", "agent", "tests", "bench", "any"},
@@ -77,6 +77,28 @@ HEADER_SUFFIXES = {".h", ".hpp", ".inc"}
 SOURCE_SUFFIXES = HEADER_SUFFIXES | {".cpp", ".cc"}
 
 
+@functools.cache
+def scanned(text):
+    """What a source includes, as (quote, name, line), and the namespaces that it uses, as (name, line) where each stands
+    first. Kept, because the test of this file has the same tree checked many times."""
+    # The text without block comments; lines keep their numbers.
+    text = BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
+    # The blanks in front of the `#` belong to its line.
+    includes = [(m.group(1), m.group(2), text.count("\n", 0, m.start(1)) + 1) for m in INCLUDE.finditer(text)]
+    text = NAMESPACE.sub("", LINE_COMMENT.sub("", TEXT.sub('""', text)))
+    uses = {}
+    for match in USE.finditer(text):
+        if match.group(1) not in uses:
+            uses[match.group(1)] = text.count("\n", 0, match.start()) + 1
+    return includes, list(uses.items())
+
+
+@functools.cache
+def joined(folder, name):
+    """The path of a name in a folder, without detours."""
+    return pathlib.Path(os.path.normpath(os.path.join(folder, name)))
+
+
 class Room:
     def __init__(self, name, folder, lists, place):
         self.name, self.folder, self.place = name, folder, place
@@ -96,10 +118,12 @@ class Tree:
         self.files = set(self.all_files())
         self.named = set(self.all_named())
         self.sources = sorted(path for path in self.files if path.suffix in SOURCE_SUFFIXES)
+        self.scans = {path: scanned((root / path).read_text(errors="replace")) for path in self.sources}
         for path in sorted(self.files):
             if path.name == "CMakeLists.txt":
                 self.read_rooms(path)
         self.room_in = {room.folder: room for room in self.rooms.values()}
+        self.room_of = functools.cache(self.find_room_of)
 
     def all_files(self):
         for folder, folders, names in os.walk(self.root):
@@ -157,7 +181,7 @@ class Tree:
         for name in self.rooms:
             visit(name)
 
-    def room_of(self, path):
+    def find_room_of(self, path):
         """The innermost room whose folder holds the file."""
         while path.name:
             path = path.parent
@@ -168,7 +192,7 @@ class Tree:
     def target(self, path, quote, name):
         """The file of this tree that an include means, as the compiler looks for it; None for another's."""
         for base in [path.parent] * (quote == '"') + ["platform", "."]:
-            candidate = pathlib.Path(os.path.normpath(os.path.join(base, name)))
+            candidate = joined(base, name)
             if candidate in self.files:
                 return candidate
         return None
@@ -198,41 +222,31 @@ class Tree:
             if path.name == "CMakeLists.txt" or path.suffix == ".cmake":
                 for word in WORD.findall(re.sub(r"#.*", "", (self.root / path).read_text())):
                     base, name = (".", VARIABLE.sub("", word)) if VARIABLE.match(word) else (path.parent, word)
-                    yield pathlib.Path(os.path.normpath(os.path.join(base, name)))
-
-    def text_of(self, path):
-        """The text of a source without block comments; lines keep their numbers."""
-        text = (self.root / path).read_text(errors="replace")
-        return BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
+                    yield joined(base, name)
 
     def check_includes(self):
-        for path in self.sources:
-            text = self.text_of(path)
-            for match in INCLUDE.finditer(text):
-                problem = self.problem(path, match.group(1), match.group(2))
+        for path, (includes, _) in self.scans.items():
+            for quote, name, line in includes:
+                problem = self.problem(path, quote, name)
                 if problem:
-                    # The blanks in front of the `#` belong to its line.
-                    line = text.count("\n", 0, match.start(1)) + 1
-                    self.complain(path, line, f"{problem}: {match.group(1)}{match.group(2)}")
+                    self.complain(path, line, f"{problem}: {quote}{name}")
 
     def check_uses(self):
         """What comes along with the headers of another room, and what is named in vain."""
         included = {room.name: set() for room in self.rooms.values()}
         used = {room.name: {} for room in self.rooms.values()}  # by name of the other room: the first place
-        for path in self.sources:
+        for path, (includes, uses) in self.scans.items():
             room = self.room_of(path)
             if not room:
                 continue
-            text = self.text_of(path)
-            for match in INCLUDE.finditer(text):
-                target = self.target(path, match.group(1), match.group(2))
+            for quote, name, _ in includes:
+                target = self.target(path, quote, name)
                 if target and self.room_of(target):
                     included[room.name].add(self.room_of(target).name)
-            text = NAMESPACE.sub("", LINE_COMMENT.sub("", TEXT.sub('""', text)))
-            for match in USE.finditer(text):
-                other = self.room_named(room, match.group(1))
+            for space, line in uses:
+                other = self.room_named(room, space)
                 if other and other != room.name and other not in used[room.name]:
-                    used[room.name][other] = (path, text.count("\n", 0, match.start()) + 1)
+                    used[room.name][other] = (path, line)
         for room in self.rooms.values():
             for other, place in sorted(used[room.name].items()):
                 if other not in room.depends:

@@ -111,7 +111,7 @@ class Memory : public testing::Test {
   void failEverywhere(Threads threads) {
     int refused = 0, applied = 0;
     int64_t left = -1;
-    for (int64_t count = 0; left < 0 && !HasFailure(); count += 1 + count / 16) {
+    for (int64_t count = 0; left < 0 && !HasFailure(); count += 1 + count / (sanitizers ? 8 : 16)) {
       SCOPED_TRACE(count);
       const bool isNew = applyDuring([&] { failAt(threads, count); }, [&] { left = stopFailing(threads); });
       if (left < 0) ++(isNew ? applied : refused);
@@ -247,12 +247,13 @@ TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosed) {
 TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosedHoweverLittleIsLeft) {
   start(200);
   std::string text = now_;
-  for (int i = 0; i < 3000; ++i) text += fmt::format("interface e{}\n ip access-group A in\n", i);
+  for (int i = 0; i < (sanitizers ? 1000 : 3000); ++i)
+    text += fmt::format("interface e{}\n ip access-group A in\n", i);
   isApplied(text);
   agent_.patch("eth1", "eth2");
   for (const char* traces : {"DpAclStatusVelo/9", "Velo::Acl/9"})
     ASSERT_FALSE(Zeb::TraceHandle::enable(traces));
-  isApplied(text + rules(1000, "permit"));
+  isApplied(text + rules(sanitizers ? 300 : 1000, "permit"));
   Zeb::TraceHandle::disableAll();
   for (const Json& request :
        {Json{{"do", "show"}, {"what", "trace"}}, Json{{"do", "show"}, {"what", "interfaces"}},
@@ -371,7 +372,7 @@ TEST_F(Memory, ADryRunLeavesNothing) {
         true);
     ASSERT_TRUE(answer.contains("difference")) << answer;
   };
-  constexpr int measured = sanitizers ? 2000 : 10000;
+  constexpr int measured = sanitizers ? 500 : 10000;
   while (runs < 1000 && !HasFailure()) dryRun();
   const size_t before = allocatedOctets();
   while (runs < 1000 + measured && !HasFailure()) dryRun();

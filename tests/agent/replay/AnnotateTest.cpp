@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include "../../support/Sanitizers.h"
 #include "../../support/SharedData.h"
 #include "../support/CaptureBytes.h"
 #include "../support/PcapngBytes.h"
@@ -136,9 +137,11 @@ TEST_F(Annotate, SaysOfRealCapturesWhatTheVerdictsSay) {
   const fs::path captures = captureFolder();
   if (!fs::exists(captures)) GTEST_SKIP() << "there are no captures";
   uint64_t frames = 0;
+  int files = 0;
   std::map<std::string, uint64_t> kinds;
   for (const auto& entry : fs::recursive_directory_iterator(captures)) {
     if (!entry.is_regular_file() || entry.file_size() > 30'000) continue;
+    if (sanitizers && ++files % 4 != 0) continue;  // to start the program is most of it then
     const std::string verdicts = dir_ / "verdicts";
     fs::remove(verdicts);
     replay({"--port", "eth1=" + entry.path().string(), "--patch", "eth1,eth2", "--verdicts", verdicts});
@@ -174,7 +177,7 @@ TEST_F(Annotate, SaysOfRealCapturesWhatTheVerdictsSay) {
     EXPECT_EQ(at, file.frames.size()) << entry.path();
     frames += at;
   }
-  EXPECT_GT(frames, 1000u);
+  EXPECT_GT(frames, sanitizers ? 100u : 1000u);
   EXPECT_GT(kinds.size(), 2u);
 }
 

@@ -1,0 +1,2 @@
+#define VELO_COMPILES_JSON
+#include <cmake/json.h>
