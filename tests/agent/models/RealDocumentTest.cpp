@@ -1,8 +1,12 @@
+#include "PermittedSet.h"
 #include "Support.h"
+
+#include <agent/models/Writer.h>
 
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 
 namespace Models {
@@ -106,6 +110,61 @@ TEST(RealDocument, IsTakenOrRefusedWithItsReason) {
   for (const auto& row : table) expected[row.file] = row.result;
   for (const auto& [file, result] : results) EXPECT_EQ(result, expected[file]) << file;
   EXPECT_EQ(results.size(), std::size(table));
+}
+
+/// Each list of a configuration, written and read again, permits the same; with what cannot be said left out,
+/// nothing more. Returns how many lists were compared.
+int compareWritten(const Config::Model& model, const std::string& name) {
+  int compared = 0;
+  for (const Format format : {Format::ietf, Format::openConfig, Format::sonic}) {
+    for (const bool lossy : {false, true}) {
+      const auto written = write(model, format, lossy);
+      if (!written.refused.empty()) continue;
+      const auto again = read({{name, written.document}});
+      EXPECT_TRUE(again.model) << name << "\n" << written.document;
+      if (!again.model) continue;
+      for (const auto& [key, list] : again.model->lists) {
+        const Proof::RuleSets sets(key.first, {Kelp::Duration(3600)});
+        const auto before = permitted(model.lists.at(key), sets), after = permitted(list, sets);
+        EXPECT_TRUE((after - before).isEmpty()) << name << " " << key.second << "\n" << written.document;
+        EXPECT_TRUE(lossy || before == after) << name << " " << key.second << "\n" << written.document;
+        ++compared;
+      }
+    }
+  }
+  return compared;
+}
+
+TEST(RealDocument, SaysTheSameInEveryModel) {
+  if (!fs::is_directory(realDocuments())) GTEST_SKIP() << "no documents at " << realDocuments();
+  int compared = 0;
+  for (const auto& row : table) {
+    const auto result = read({{row.file, contentOf(realDocuments() / row.file)}});
+    if (result.model) compared += compareWritten(*result.model, row.file);
+  }
+  EXPECT_GE(compared, 11 * 3);
+}
+
+/// Texts that others wrote, without the lines that are no statements here.
+TEST(RealDocument, SaysWhatRealTextsSay) {
+  const auto texts = realDocuments().parent_path() / "configs";
+  if (!fs::is_directory(texts)) GTEST_SKIP() << "no texts at " << texts;
+  int compared = 0;
+  for (const auto& entry : fs::directory_iterator(texts)) {
+    if (entry.path().extension() != ".txt") continue;
+    std::set<int> wrong;
+    for (const auto& mistake : Config::read({{"t", contentOf(entry.path())}}).mistakes)
+      wrong.insert(mistake.line);
+    std::ifstream in(entry.path());
+    std::string text;
+    int number = 0;
+    for (std::string line; std::getline(in, line);) {
+      if (!wrong.contains(++number)) text += line + "\n";
+    }
+    const auto model = Config::read({{"t", text}}).model;
+    if (model) compared += compareWritten(*model, entry.path().filename().string());
+  }
+  EXPECT_GE(compared, 10);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include "../config/RandomText.h"
+#include "PermittedSet.h"
 #include "Support.h"
 
 #include <agent/models/Writer.h>
-#include <agent/proof/RuleSets.h>
 
 #include <map>
 
@@ -18,18 +18,6 @@ constexpr Kind kinds[] = {{Acl::AclType::ip, "ip access-list A", "{ip rule}"},
                           {Acl::AclType::ipv6, "ipv6 access-list A", "{ipv6 rule}"},
                           {Acl::AclType::mac, "mac access-list A", "{mac rule}"}};
 constexpr Format models[] = {Format::ietf, Format::openConfig, Format::sonic};
-
-/// All packets that a list permits.
-Proof::PacketSet permitted(const Config::List& list, const Proof::RuleSets& sets) {
-  auto left = sets.packets();
-  auto all = left - left;
-  for (const auto& [number, rule] : list.rules) {
-    const auto taken = left & sets.of(rule);
-    if (Config::common(rule).action == Acl::Action::permit) all = all | taken;
-    left = left - taken;
-  }
-  return all;
-}
 
 /// Those that rules name.
 constexpr const char* groups =
