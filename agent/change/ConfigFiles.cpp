@@ -51,6 +51,12 @@ void take(Config::Result&& result, Config::Model& model, std::vector<std::string
 
 }  // namespace
 
+Config::Model ConfigFiles::start() const {
+  Config::Model model;
+  model.notices.ofAllRules = ofAllRules_;
+  return model;
+}
+
 std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
                                            const std::string& dir, TextLimits limits) {
   std::vector<std::string> wrong;
@@ -61,7 +67,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path, TextReader::Named::byUser, wrong);
     if (file) sources.push_back({path, std::move(file->text)});
   }
-  take(Models::read(sources), sources_.commandLine, wrong);
+  take(Models::read(sources, start()), sources_.commandLine, wrong);
   sources = {};
 
   if (dir.empty()) return wrong;
@@ -74,7 +80,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
     if (!file) continue;
     contents_[name] = {file->identity, file->hash, isSettled(file->identity, time)};
-    take(Models::read({{path.string(), std::move(file->text)}}), sources_.inputs[name], wrong);
+    take(Models::read({{path.string(), std::move(file->text)}}, start()), sources_.inputs[name], wrong);
   }
   return wrong;
 }

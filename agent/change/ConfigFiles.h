@@ -37,6 +37,8 @@ class ConfigFiles {
   /// is any, the sources must not be used. `dir` empty: there is no directory.
   std::vector<std::string> read(const std::vector<std::string>& commandLine, const std::string& dir,
                                 TextLimits limits = {});
+  /// To be called before: the places of all rules are noticed, too.
+  void noticeAllRules() { ofAllRules_ = true; }
 
   const Sources& sources() const { return sources_; }
   /// Replaces what the texts of the command line say.
@@ -46,6 +48,9 @@ class ConfigFiles {
   const std::map<std::string, FileContent>& contents() const { return contents_; }
 
  private:
+  Config::Model start() const;
+
+  bool ofAllRules_ = false;
   Sources sources_;
   std::map<std::string, FileContent> contents_;  // of the inputs
 };

@@ -16,11 +16,10 @@ class WarningCollector {
   /// `text()` gives the text, and is only asked for one that is kept.
   template <class Text>
   void add(WarningCode code, const Place& place, const Text& text) {
-    size_t& count = counts_[code.kind().code];
-    if (++count <= most) warnings_.push_back({code, place, text()});
+    if (isKept(code)) warnings_.push_back({code, place, text()});
   }
   void add(const Warning& warning) {
-    add(warning.code, warning.place, [&] { return warning.text; });
+    if (isKept(warning.code)) warnings_.push_back(warning);
   }
   Warnings take() {
     for (const auto& [code, count] : counts_) {
@@ -32,6 +31,8 @@ class WarningCollector {
 
  private:
   static constexpr size_t most = 100;
+
+  bool isKept(WarningCode code) { return ++counts_[code.kind().code] <= most; }
 
   Warnings warnings_;
   std::map<std::string_view, size_t> counts_;

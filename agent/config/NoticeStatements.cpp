@@ -50,7 +50,7 @@ void Statements::noticeRule(Cursor& at, size_t position, const Rule& rule, const
                         common(before->second).text.view()));
   }
   auto& places = model_.notices.rules;
-  if (groups.any() || !common(rule).mirrorSession.empty()) {
+  if (model_.notices.ofAllRules || groups.any() || !common(rule).mirrorSession.empty()) {
     places[{key, sequence}] = spotOf(at, position);
   } else if (!places.empty()) {
     places.erase({key, sequence});

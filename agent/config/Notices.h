@@ -42,7 +42,9 @@ struct Notices {
   std::map<ListKey, Spot> lists;
   std::map<std::string, Spot> portChannels, mirrorSessions;
   std::map<std::string, Spot> shutdowns;  ///< by interface
-  /// Of the rules that name a mirror session or an object-group only: there may be very many rules.
+  /// Of the rules that name a mirror session or an object-group only, for there may be very many rules; of
+  /// all of them if it is asked for before the reading.
+  bool ofAllRules = false;
   std::map<std::pair<ListKey, uint32_t>, Spot> rules;
 
   Agent::Warnings warnings;  ///< the first hundred, in the order of the texts

@@ -21,6 +21,19 @@ class CheckCommand final : public Command {
         ->type_name("DIR");
     app().add_option("--ports", ports_, "the ports that the agent will have")->type_name("A,B,...");
     app().add_flag("--strict", strict_, "every warning is a failure");
+    auto* prove = app().add_flag("--prove", prove_, "look at what lists do to all packets, too");
+    app()
+        .add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")
+        ->needs(prove)
+        ->check(CLI::Range(0.001, 1e6))
+        ->capture_default_str()
+        ->type_name("SECONDS");
+    app()
+        .add_option("--proof-memory", memory_, "the same beyond so much memory")
+        ->needs(prove)
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str()
+        ->type_name("MIB");
     addTextLimits(app(), limits_);
   }
 
@@ -30,7 +43,7 @@ class CheckCommand final : public Command {
       return exitUsage;
     }
     const auto document =
-        checkDocument({files_, dir_, limits_, ports(), {.openings = false, .strict = strict_}});
+        checkDocument({files_, dir_, limits_, ports(), {.openings = false, .strict = strict_}, prove()});
     const bool read = document.at("mistakes").empty();
     const Exit exit = read && !(strict_ && !document.at("warnings").empty()) ? exitDone : exitUsage;
     if (json()) return print(linesOf(document), exit);
@@ -39,6 +52,10 @@ class CheckCommand final : public Command {
   }
 
  private:
+  std::optional<Proof::Limits> prove() const {
+    if (!prove_) return std::nullopt;
+    return Proof::Limits{Kelp::Duration(seconds_), static_cast<size_t>(memory_) << 20};
+  }
   std::optional<PortNames> ports() const {
     if (app().count("--ports") == 0) return std::nullopt;
     PortNames names;
@@ -52,7 +69,9 @@ class CheckCommand final : public Command {
 
   std::vector<std::string> files_;
   std::string ports_;
-  bool strict_ = false;
+  bool strict_ = false, prove_ = false;
+  double seconds_ = 10;
+  int memory_ = 1024;
   std::string dir_;
   TextLimits limits_;
 };

@@ -5,6 +5,7 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/Warnings.h>
 #include <agent/config/Model.h>
+#include <agent/control/ListProof.h>
 #include <agent/control/OffLine.h>
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>
@@ -25,6 +26,7 @@ constexpr const char* portsUnchecked =
 
 Json checkDocument(const Checked& asked) {
   ConfigFiles texts;
+  if (asked.prove) texts.noticeAllRules();
   std::vector<std::string> mistakes = texts.read(asked.files, asked.dir, asked.limits);
   if (mistakes.empty()) {
     if (auto wrong = texts.sources().whyNot()) mistakes.push_back(std::move(*wrong));
@@ -38,6 +40,11 @@ Json checkDocument(const Checked& asked) {
   document["warnings"] = warningsJson(found.told);
   document["unchecked"] = Json::array();
   if (!asked.ports) document["unchecked"].push_back(portsUnchecked);
+  if (asked.prove) {
+    const ListProof proof = proveLists(texts.sources().layers(), *asked.prove);
+    for (const Json& each : warningsJson(proof.warnings)) document["warnings"].push_back(each);
+    for (const std::string& each : proof.unchecked) document["unchecked"].push_back(each);
+  }
   const auto refused = whyRefused(found, asked.leave);
   document["refused"] = refused ? Json(*refused) : Json(nullptr);
   return document;

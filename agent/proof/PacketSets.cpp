@@ -27,6 +27,9 @@ constexpr int nodesOfCacheEntry = 16;
 constexpr size_t octetsOfCaches = 6 * 24 / nodesOfCacheEntry;
 constexpr size_t octetsOfAll = octetsOfNode + octetsOfCaches;
 constexpr int firstNodes = 1 << 16;
+// It begins with the next prime number. Were that beyond the limit, it would be left half made, and then end
+// by giving memory back a second time.
+constexpr size_t nextPrime = 1 << 9;
 constexpr size_t fewestNodes = 1 << 12;  // the library does not start with next to none
 
 enum class Spent : int { none, time, memory };
@@ -82,7 +85,8 @@ void start(int bits) {
   guarded([bits, most] {
     if (most < fewestNodes) leave(Spent::memory);
     bdd_error_hook(whenTheLibraryFails);
-    if (bdd_init(std::min(firstNodes, static_cast<int>(most)), firstNodes / nodesOfCacheEntry) < 0)
+    if (bdd_init(std::min(firstNodes, static_cast<int>(most - nextPrime)), firstNodes / nodesOfCacheEntry) <
+        0)
       leave(Spent::memory);
     bdd_error_hook(whenTheLibraryFails);
     bdd_gbc_hook(whenGarbageIsCollected);

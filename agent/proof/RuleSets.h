@@ -20,6 +20,10 @@ class RuleSets {
 
   /// All packets that can be.
   const PacketSet& packets() const { return packets_; }
+  /// Those of them that are later fragments; of MAC lists none.
+  PacketSet laterFragments() const {
+    return type_ == Acl::AclType::mac ? PacketSet() : is(Field::later, 1) & packets_;
+  }
   /// The rule is of the kind of list that this was made for.
   PacketSet of(const Config::Rule& rule) const;
 

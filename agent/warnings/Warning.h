@@ -21,6 +21,7 @@ struct Warning {
   WarningCode code;
   Place place;
   std::string text;
+  std::string example{};  ///< a packet as `velo explain` takes it; empty: none
 
   Consequence consequence() const { return code.kind().consequence; }
   bool operator==(const Warning&) const = default;

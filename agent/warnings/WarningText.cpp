@@ -12,16 +12,18 @@ std::string_view word(std::string_view consequence) {
   return consequence == stringValue(Consequence::surprise) ? "warning" : consequence;
 }
 
-std::string line(const Place& place, std::string_view consequence, std::string_view text) {
+std::string line(const Place& place, std::string_view consequence, std::string_view text,
+                 std::string_view example) {
   const std::string where =
       place.file.empty() ? "" : fmt::format("{}:{}:{}: ", place.file, place.line, place.column);
-  return fmt::format("{}{}: {}", where, word(consequence), text);
+  const std::string shown = example.empty() ? "" : fmt::format(" (for example {})", example);
+  return fmt::format("{}{}: {}{}", where, word(consequence), text, shown);
 }
 
 }  // namespace
 
 std::string warningText(const Warning& warning) {
-  return line(warning.place, stringValue(warning.consequence()), warning.text);
+  return line(warning.place, stringValue(warning.consequence()), warning.text, warning.example);
 }
 
 Json warningJson(const Warning& warning) {
@@ -32,6 +34,7 @@ Json warningJson(const Warning& warning) {
   document["line"] = placed ? Json(place.line) : Json(nullptr);
   document["column"] = placed ? Json(place.column) : Json(nullptr);
   document["text"] = warning.text;
+  if (!warning.example.empty()) document["example"] = warning.example;
   return document;
 }
 
@@ -48,7 +51,9 @@ std::string warningsText(const Json& warnings) {
     if (one.at("file").is_string()) {
       place = {one.at("file").get<std::string>(), one.at("line").get<int>(), one.at("column").get<int>()};
     }
-    text += line(place, one.at("consequence").get<std::string>(), one.at("text").get<std::string>()) + "\n";
+    text += line(place, one.at("consequence").get<std::string>(), one.at("text").get<std::string>(),
+                 one.value("example", "")) +
+            "\n";
   }
   return text;
 }

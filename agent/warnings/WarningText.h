@@ -9,10 +9,12 @@ namespace Agent {
 
 // How people and programs are told of warnings, whoever tells.
 
-/// "FILE:LINE:COLUMN: opening: TEXT"; without a place only "opening: TEXT".
+/// "FILE:LINE:COLUMN: opening: TEXT"; without a place only "opening: TEXT". With an example, " (for example
+/// PACKET)" behind it.
 std::string warningText(const Warning& warning);
 
-/// Members `code`, `consequence`, `file`, `line` and `column` (null without a place), `text`.
+/// Members `code`, `consequence`, `file`, `line` and `column` (null without a place), `text`; and `example`
+/// if there is one.
 nlohmann::ordered_json warningJson(const Warning& warning);
 nlohmann::ordered_json warningsJson(const Warnings& warnings);
 /// A line for each warning of such a document.

@@ -6,6 +6,7 @@
 #include "../support/Run.h"
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace {
 
@@ -124,6 +125,65 @@ TEST(Check, ExplainsByFilesAlone) {
       runVelo({"explain", "--port", "eth1", "--in", "arp 192.0.2.1 > 192.0.2.2", "--control", dir / "none"});
   EXPECT_EQ(alone.status, 1);
   EXPECT_THAT(alone.err, HasSubstr("is the agent running?"));
+}
+
+/// What stands in a document between a line and the next empty line, without the blanks in front.
+std::string sessionBehind(const std::string& document, const std::string& command) {
+  const size_t start = document.find("    " + command + "\n");
+  EXPECT_NE(start, std::string::npos) << command;
+  std::istringstream lines(document.substr(start));
+  std::string all, line;
+  std::getline(lines, line);
+  while (std::getline(lines, line) && line.starts_with("    ")) all += line.substr(4) + "\n";
+  return all;
+}
+
+TEST(Check, ProvesWhatThePageShows) {
+  const std::string page = readFile(VELO_SOURCE_DIR "/docs/proof.md");
+  const std::string folder = VELO_SOURCE_DIR "/examples/";
+  const Ran text = runVelo({"check", "--prove", "--ports", "eth1", folder + "shadowed.acl"});
+  EXPECT_EQ(text.status, 0) << text.err;
+  std::string out = text.out;
+  for (size_t at = 0; (at = out.find(folder)) != std::string::npos;) out.erase(at, folder.size());
+  EXPECT_EQ(out, sessionBehind(page, "$ velo check --prove --ports eth1 shadowed.acl"));
+  EXPECT_EQ(runVelo({"check", "--prove", "--strict", folder + "shadowed.acl"}).status, 2);
+  EXPECT_EQ(runVelo({"check", "--proof-seconds", "1", folder + "shadowed.acl"}).status, 2) << "of --prove";
+}
+
+TEST(Check, WhatItProvesHasAnExampleThatExplainTakes) {
+  const std::string path = VELO_SOURCE_DIR "/examples/shadowed.acl";
+  const Ran json = runVelo({"check", "--prove", "--json", path});
+  const auto document = nlohmann::json::parse(json.out);
+  std::string met;
+  for (const auto& warning : document.at("warnings")) {
+    ASSERT_TRUE(warning.contains("example")) << warning;
+    const Ran explained = runVelo(
+        {"explain", "--config", path, "--port", "eth1", "--in", warning.at("example").get<std::string>()});
+    ASSERT_EQ(explained.status, 0) << explained.err;
+    const size_t at = explained.out.find(" decides: ");
+    ASSERT_NE(at, std::string::npos) << explained.out;
+    const size_t start = explained.out.rfind("rule ", at);
+    met += fmt::format("{} {}: {}\n", warning.at("code").get<std::string>(), warning.at("line").get<int>(),
+                       explained.out.substr(start, at - start));
+  }
+  EXPECT_EQ(met,
+            "rule-never-matches 5: rule 10\n"
+            "established-before-all-tcp 6: rule 10\n"
+            "fragments-slip-by 7: rule 60\n"
+            "rule-never-matches 9: rule 60\n");
+}
+
+TEST(Check, SaysWhatItDidNotProve) {
+  const TempDir dir;
+  std::string rules = "ipv6 access-list A\n";
+  for (int i = 1; i <= 2000; ++i)
+    rules += fmt::format("{} permit tcp host 2001:db8::{:x} host 2001:db8::{:x}\n", i, i, 7 * i);
+  writeFile(dir / "a.acl", rules + "ip access-list B\n permit tcp any any\n permit tcp any any eq 1\n");
+  const Ran ran = runVelo({"check", "--prove", "--proof-memory", "1", "--ports", "", dir / "a.acl"});
+  EXPECT_THAT(ran.out, HasSubstr("rule 20 never matches")) << "smaller lists come first";
+  EXPECT_THAT(ran.out,
+              HasSubstr("not checked: ipv6 access-list A: 2000 of 2000 rules (it takes more than 1 MiB "
+                        "of memory)\n"));
 }
 
 }  // namespace

@@ -1,0 +1,143 @@
+#include <agent/proof/Example.h>
+#include <agent/proof/Habits.h>
+#include <agent/proof/Sayings.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+#include <string_view>
+#include <utility>
+
+namespace Proof {
+
+namespace {
+
+std::string rulesText(const std::vector<uint32_t>& rules) {
+  constexpr size_t most = 5;
+  if (rules.size() == 1) return fmt::format("rule {}", rules.front());
+  const bool some = rules.size() > most;
+  const size_t told = some ? most - 1 : rules.size() - 1;
+  return fmt::format("rules {} and {}",
+                     fmt::join(rules.begin(), rules.begin() + static_cast<long>(told), ", "),
+                     some ? fmt::format("{} more", rules.size() - told) : fmt::format("{}", rules.back()));
+}
+
+std::string cutOffText(size_t left, size_t all, std::string_view why) {
+  return fmt::format("{} of {} rules ({})", left, all, why);
+}
+
+bool asksForEstablished(const Config::Rule& rule) {
+  return std::visit(
+      [](const auto& one) {
+        if constexpr (requires { one.filter.established; }) return one.filter.established;
+        return false;
+      },
+      rule);
+}
+
+class Speaker {
+ public:
+  Speaker(const Config::List& list, const RuleSets& sets) : list_(list), sets_(sets) {}
+
+  Sayings run() {
+    const ListFindings found = analyse(list_, sets_);
+    for (const RuleFinding& each : found.rules) dead_.insert(each.sequence);
+    try {
+      for (const RuleFinding& each : found.rules) speakOf(each, found.cutOff.empty());
+      if (found.passesAll) say("list-passes-all", 0, "passes everything", found.example);
+      if (found.passesNothing) say("list-passes-nothing", 0, "passes nothing", found.example);
+      if (found.cutOff.empty()) speakOfFragments();
+    } catch (const LimitReached& limit) {
+      said_.cutOff = fmt::format("whether later fragments slip by ({})", limit.what());
+    }
+    if (!found.cutOff.empty())
+      said_.cutOff = cutOffText(list_.rules.size() - found.judged, list_.rules.size(), found.cutOff);
+    std::stable_sort(said_.all.begin(), said_.all.end(), [](const Saying& a, const Saying& b) {
+      return a.sequence != 0 && (b.sequence == 0 || a.sequence < b.sequence);
+    });
+    return std::move(said_);
+  }
+
+ private:
+  void say(Agent::WarningCode code, uint32_t sequence, std::string text, const Packet& example) {
+    said_.all.push_back({code, sequence, std::move(text), exampleText(list_.type, example)});
+  }
+  bool permits(uint32_t sequence) const {
+    return Config::common(list_.rules.at(sequence)).action == Acl::Action::permit;
+  }
+
+  /// `more` can be worked out with the sets.
+  void speakOf(const RuleFinding& finding, bool more) {
+    const uint32_t rule = finding.sequence;
+    switch (finding.oddity) {
+      case Oddity::impossible:
+        said_.all.push_back({"rule-never-matches",
+                             rule,
+                             fmt::format("rule {} never matches: no packet is as it asks", rule),
+                             {}});
+        break;
+      case Oddity::covered:
+        if (more && permits(rule) && asksForEstablished(list_.rules.at(rule)) &&
+            isPermittedBefore(list_, sets_, rule)) {
+          say("established-before-all-tcp", rule,
+              fmt::format("rule {} asks for established, but {} already {} all such TCP", rule,
+                          rulesText(finding.by), finding.by.size() == 1 ? "permits" : "permit"),
+              finding.example);
+        } else {
+          say("rule-never-matches", rule, covered(finding), finding.example);
+        }
+        break;
+      case Oddity::redundant:
+        if (rule == list_.rules.rbegin()->first && !permits(rule)) break;
+        say("rule-changes-nothing", rule,
+            fmt::format("rule {} changes no verdict: without it its packets are {}, too", rule,
+                        permits(rule) ? "permitted" : "dropped"),
+            finding.example);
+        break;
+    }
+  }
+
+  std::string covered(const RuleFinding& finding) const {
+    const bool own = permits(finding.sequence), one = finding.by.size() == 1;
+    const bool mixed = std::any_of(finding.by.begin(), finding.by.end(), [&](uint32_t each) {
+      return permits(each) != permits(finding.by.front());
+    });
+    const std::string by = rulesText(finding.by);
+    if (mixed)
+      return fmt::format("rule {} never matches: {} decide about all of it, not all as it would",
+                         finding.sequence, by);
+    const bool permit = permits(finding.by.front());
+    const std::string_view what = permit ? one ? "permits" : "permit" : one ? "denies" : "deny";
+    if (!finding.otherAction)
+      return fmt::format("rule {} never matches: {} {} all of it", finding.sequence, by, what);
+    return fmt::format("rule {} {}, but {} {} all of it", finding.sequence, own ? "permits" : "denies", by,
+                       what);
+  }
+
+  void speakOfFragments() {
+    const auto slip = firstSlip(list_, sets_, dead_);
+    if (!slip) return;
+    say("fragments-slip-by", slip->denied,
+        fmt::format("rule {} denies by port, but rule {} permits later fragments of such packets",
+                    slip->denied, slip->passed),
+        slip->example);
+  }
+
+  const Config::List& list_;
+  const RuleSets& sets_;
+  std::set<uint32_t> dead_;  // rules that make no difference
+  Sayings said_;
+};
+
+}  // namespace
+
+Sayings sayingsOf(const Config::List& list, const Limits& limits, const Kiv::Clock& clock) {
+  try {
+    const RuleSets sets(list.type, limits, clock);
+    return Speaker(list, sets).run();
+  } catch (const LimitReached& limit) {
+    return {{}, cutOffText(list.rules.size(), list.rules.size(), limit.what())};
+  }
+}
+
+}  // namespace Proof

@@ -1,0 +1,101 @@
+#include <agent/proof/Sayings.h>
+#include <gtest/gtest.h>
+
+#include "../support/ModelOf.h"
+
+namespace {
+
+using TestSupport::modelOf;
+
+/// A line for each saying: "code rule: text | example".
+std::string said(const std::string& text, const Proof::Limits& limits = {Kelp::Duration(3600)}) {
+  const auto model = modelOf(text);
+  const auto found = Proof::sayingsOf(model.lists.begin()->second, limits);
+  std::string all;
+  for (const auto& each : found.all)
+    all += fmt::format("{} {}: {} | {}\n", each.code.kind().code, each.sequence, each.text, each.example);
+  return all + (found.cutOff.empty() ? "" : "not " + found.cutOff + "\n");
+}
+
+TEST(Sayings, SayWhatIsOddInWordsWithAnExample) {
+  struct Row {
+    const char* rules;
+    const char* expected;
+  };
+  for (const Row& row : {
+           Row{"10 permit tcp 10.0.0.0/9 any\n20 permit tcp 10.128.0.0/9 any\n30 deny tcp 10.0.0.0/8 any eq "
+               "22\n",
+               "rule-never-matches 30: rule 30 denies, but rules 10 and 20 permit all of it | "
+               "tcp 10.0.0.0:1024 > 0.0.0.0:22 syn\n"},
+           Row{"10 permit tcp any any\n30 deny tcp any any eq 22\n",
+               "rule-never-matches 30: rule 30 denies, but rule 10 permits all of it | "
+               "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n"},
+           Row{"10 permit tcp any any\n20 permit tcp any any eq 22\n30 permit udp any any\n",
+               "rule-never-matches 20: rule 20 never matches: rule 10 permits all of it | "
+               "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n"},
+           Row{"10 deny udp any any\n20 permit udp any any eq 53\n30 permit tcp any any\n",
+               "rule-never-matches 20: rule 20 permits, but rule 10 denies all of it | "
+               "udp 0.0.0.0:1024 > 0.0.0.0:53\n"},
+           Row{"10 deny ip 10.0.0.0/9 any\n20 permit ip 10.128.0.0/9 any\n30 permit ip 10.0.0.0/8 any\n",
+               "rule-changes-nothing 20: rule 20 changes no verdict: without it its packets are permitted, "
+               "too | "
+               "tcp 10.128.0.0:1024 > 0.0.0.0:80 syn\n"
+               "rule-never-matches 30: rule 30 never matches: rules 10 and 20 decide about all of it, not "
+               "all as it "
+               "would | tcp 10.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+           Row{"10 permit tcp any lt 0 any\n20 permit udp any any\n",
+               "rule-never-matches 10: rule 10 never matches: no packet is as it asks | \n"},
+           Row{"10 permit tcp any any\n20 permit tcp any any established\n",
+               "established-before-all-tcp 20: rule 20 asks for established, but rule 10 already permits all "
+               "such TCP "
+               "| tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
+           Row{"10 permit tcp any any ack\n15 permit tcp any any rst\n20 permit tcp any any established\n",
+               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
+               "too | "
+               "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"
+               "rule-changes-nothing 15: rule 15 changes no verdict: without it its packets are permitted, "
+               "too | "
+               "tcp 0.0.0.0:1024 > 0.0.0.0:80 fin rst urg\n"
+               "rule-never-matches 20: rule 20 never matches: rules 10 and 15 permit all of it | "
+               "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
+           Row{"10 deny tcp any any eq 23\n20 permit ip any any\n",
+               "fragments-slip-by 10: rule 10 denies by port, but rule 20 permits later fragments of such "
+               "packets | "
+               "tcp 0.0.0.0 > 0.0.0.0 later fragment\n"},
+           Row{"10 deny tcp any any eq 23\n15 deny tcp any any fragments\n20 permit ip any any\n", ""},
+           Row{"10 permit udp any any\n20 permit ip any any\n",
+               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
+               "too | "
+               "udp 0.0.0.0:1024 > 0.0.0.0:80\n"
+               "list-passes-all 0: passes everything | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+           Row{"10 deny udp any any eq 53\n20 deny ip any any\n",
+               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are dropped, too "
+               "| "
+               "udp 0.0.0.0:1024 > 0.0.0.0:53\n"
+               "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+           Row{"10 deny ip any any\n",
+               "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+           Row{"10 permit tcp any any\n20 deny ip any any\n", ""},
+       })
+    EXPECT_EQ(said(std::string("ip access-list A\n") + row.rules), row.expected) << row.rules;
+}
+
+TEST(Sayings, NameTheFirstOfManyRules) {
+  std::string rules = "ip access-list A\n";
+  for (int i = 0; i < 8; ++i) rules += fmt::format("{} permit ip 10.{}.0.0/11 any\n", 10 * (i + 1), 32 * i);
+  EXPECT_EQ(said(rules + "90 deny ip 10.0.0.0/8 any\n100 permit ip host 192.0.2.1 any\n"),
+            "rule-never-matches 90: rule 90 denies, but rules 10, 20, 30, 40 and 4 more permit all of it | "
+            "tcp 10.0.0.0:1024 > 0.0.0.0:80 syn\n");
+}
+
+TEST(Sayings, SayWhatALimitLeftOut) {
+  std::string rules = "ipv6 access-list A\n";
+  for (int i = 1; i <= 2000; ++i)
+    rules += fmt::format("{} permit tcp host 2001:db8::{:x} host 2001:db8::{:x}\n", i, i, 7 * i);
+  EXPECT_EQ(said(rules, {Kelp::Duration(3600), size_t{1} << 20}),
+            "not 2000 of 2000 rules (it takes more than 1 MiB of memory)\n");
+  EXPECT_EQ(said("ip access-list A\n10 permit ip any any\n", {Kelp::Duration(3600), 100}),
+            "not 1 of 1 rules (it takes more than 0 MiB of memory)\n");
+}
+
+}  // namespace
