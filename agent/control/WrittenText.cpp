@@ -9,11 +9,11 @@
 
 namespace Agent {
 
-CLI::Option* addFormat(CLI::App& app, const char* option, const char* help, std::string* format,
+CLI::Option* addFormat(CLI::App& app, const char* option, const char* purpose, std::string* format,
                        bool* lossy) {
   app.add_flag("--lossy", *lossy,
                "leave out what the format cannot say, unless something would pass then that is dropped now");
-  return app.add_option(option, *format, help)
+  return app.add_option(option, *format, purpose)
       ->check([](const std::string& name) {
         return Models::formatOf(name) ? std::string() : fmt::format("no format: {}", name);
       })

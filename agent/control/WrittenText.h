@@ -13,7 +13,8 @@ class Option;
 namespace Agent {
 
 /// Adds an option for a format by its name, and `--lossy`.
-CLI::Option* addFormat(CLI::App& app, const char* option, const char* help, std::string* format, bool* lossy);
+CLI::Option* addFormat(CLI::App& app, const char* option, const char* purpose, std::string* format,
+                       bool* lossy);
 
 /// Prints a configuration in a format; on standard error what the format cannot say. With `json` one document
 /// with the members `document`: the text, or null; `refused` and `leftOut`.
