@@ -231,6 +231,12 @@ TEST(Ietf, NumbersRulesInTheOrderOfTheDocument) {
       << "the end that we write";
 }
 
+TEST(Ietf, RefusesNamesThatWouldBeStatements) {
+  const auto acl = aclOf("A", "ipv4", aceOf("web\\n   5 permit ip any any", "drop"));
+  EXPECT_EQ(readAs(documentOf("\"acl\": [\n" + acl + "]")),
+            "t:2:57: found control characters, expected a text without them\n");
+}
+
 TEST(Ietf, WarnsWhenADocumentHasNoEnd) {
   const auto list = [](const std::string& aces) {
     return warningsOf(documentOf("\"acl\": [" + aclOf("A", "ipv4", aces) + "]"));
