@@ -1,4 +1,5 @@
 #include <agent/change/ChangeEvents.h>
+#include <agent/change/Difference.h>
 #include <agent/change/Sources.h>
 #include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>
@@ -35,8 +36,10 @@ void tellChange(const TellLog& tell, const ChangeEvent& event) {
   if (!tell) return;
   const bool applied = event.refused.empty();
   const std::string source = sourceTitle(event.source);
-  std::string text = applied ? fmt::format("{} changed by {}", source, event.who)
-                             : fmt::format("{} not changed by {}: {}", source, event.who, event.refused);
+  const bool same = applied && event.summary == summaryText({});
+  std::string text = fmt::format("{} {}{} by {}", source, applied ? "" : "not ",
+                                 same ? "left as it is" : event.done, event.who);
+  if (!applied) text += ": " + event.refused;
   if (!event.summary.empty()) text += fmt::format("{} {}", applied ? ":" : ";", event.summary);
   tell({applied ? Severity::notice : Severity::warning,
         std::move(text),
@@ -55,6 +58,13 @@ void tellBadFile(const TellLog& tell, const std::string& file, const std::vector
   tell({Severity::error,
         fmt::format("{}: not in force, {}", file, countText(wrong.size(), "mistake")),
         {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}, {"VELO_RESULT", "refused"}}});
+}
+
+void tellGoodFile(const TellLog& tell, const std::string& file) {
+  if (!tell) return;
+  tell({Severity::notice,
+        file + ": good again, nothing changes",
+        {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}, {"VELO_RESULT", "applied"}}});
 }
 
 Warnings newWarnings(const Warnings& warnings, const Warnings& known) {

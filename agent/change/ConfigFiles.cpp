@@ -59,19 +59,29 @@ Config::Model ConfigFiles::start() const {
 
 std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& commandLine,
                                            const std::string& dir, TextLimits limits) {
-  std::vector<std::string> wrong;
-  const int64_t time = fileTime();
   TextReader reader(limits);
+  auto wrong = readCommandLine(commandLine, TextReader::Named::byUser, reader);
+  for (std::string& line : readDirectory(dir, reader)) wrong.push_back(std::move(line));
+  return wrong;
+}
+
+std::vector<std::string> ConfigFiles::readCommandLine(const std::vector<std::string>& paths,
+                                                      TextReader::Named named, TextReader& reader,
+                                                      size_t most) {
+  std::vector<std::string> wrong;
   std::vector<Config::Source> sources;
-  for (const std::string& path : commandLine) {
-    auto file = reader.read(path, TextReader::Named::byUser, wrong);
+  for (const std::string& path : paths) {
+    auto file = reader.read(path, named, wrong);
     if (file) sources.push_back({path, std::move(file->text)});
   }
-  take(Models::read(sources, start()), sources_.commandLine, wrong);
-  sources = {};
+  take(Models::read(sources, start(), most), sources_.commandLine, wrong);
+  return wrong;
+}
 
-  if (dir.empty()) return wrong;
-  for (const fs::path& path : configFilesIn(dir, wrong)) {
+std::vector<std::string> ConfigFiles::readDirectory(const std::string& dir, TextReader& reader, size_t most) {
+  std::vector<std::string> wrong;
+  const int64_t time = fileTime();
+  for (const fs::path& path : dir.empty() ? std::vector<fs::path>() : configFilesIn(dir, wrong)) {
     const std::string name = path.filename().string();
     if (const auto why = whyNoSource(name)) {
       wrong.push_back(fmt::format("{}: {}", path.string(), *why));
@@ -80,7 +90,7 @@ std::vector<std::string> ConfigFiles::read(const std::vector<std::string>& comma
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
     if (!file) continue;
     contents_[name] = {file->identity, file->hash, isSettled(file->identity, time)};
-    take(Models::read({{path.string(), std::move(file->text)}}, start()), sources_.inputs[name], wrong);
+    take(Models::read({{path.string(), std::move(file->text)}}, start(), most), sources_.inputs[name], wrong);
   }
   return wrong;
 }

@@ -39,6 +39,10 @@ class ConfigFiles {
                                 TextLimits limits = {});
   /// To be called before: the places of all rules are noticed, too.
   void noticeAllRules() { ofAllRules_ = true; }
+  /// The same in two parts, with one reader for both. At most so many mistakes of each source are told.
+  std::vector<std::string> readCommandLine(const std::vector<std::string>& paths, TextReader::Named named,
+                                           TextReader& reader, size_t most = SIZE_MAX);
+  std::vector<std::string> readDirectory(const std::string& dir, TextReader& reader, size_t most = SIZE_MAX);
 
   const Sources& sources() const { return sources_; }
   /// Replaces what the texts of the command line say.

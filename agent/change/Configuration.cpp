@@ -78,6 +78,7 @@ struct Configuration::Texts {
   void tell(const TellLog& log) {
     if (request.dryRun) return;
     ChangeEvent event{request.who, commandLineName, summaryText(outcome.summary)};
+    if (request.what == returnWord) event.done = "taken back", event.who = "velo run, as nobody confirmed";
     if (!outcome.applied) {
       const auto& mistakes = outcome.mistakes;
       event.refused = outcome.refused    ? *outcome.refused
@@ -114,7 +115,7 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       wait_(0, "ConfigurationWait", [this] { handleWait(); }),
       deadline_(0, "ConfigurationDeadline", [this] { handleDeadline(); }),
       commit_(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied)),
-      restart_(loop, std::move(options.paths), limits_),
+      restart_(loop, {std::move(options.paths), options.dir, limits_, leave_, ports_}),
       background_(loop),
       files_(
           loop, std::move(options.dir), limits_, files.contents(), [this] { return !busy(); },
@@ -124,6 +125,7 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
 
 /// What an agent starts with is a change if it is not what the last one ended with.
 void Configuration::rememberStart() {
+  rememberFiles();
   const Config::Model& now = sources().commandLine;
   text_ = std::make_shared<const std::string>(Config::textOf(now));
   const Change* last = history_.last();
@@ -217,6 +219,7 @@ void Configuration::handleApplied(Texts& texts) {
     return;
   }
   if (!changes && !texts.request.takesBack) return;
+  notReturned_.clear();
   if (std::exchange(deadlineAt_, std::nullopt)) deadline_->cancelTask();
   // A start is not to bring back what nobody confirmed, even if the files say it.
   if (texts.request.what != returnWord) history_.unconfirmedIs(std::nullopt);
@@ -224,7 +227,8 @@ void Configuration::handleApplied(Texts& texts) {
 
 void Configuration::answer(Texts& texts) {
   const bool applied = texts.outcome.applied;
-  texts.tell(tell_);
+  const bool isKnown = texts.outcome.mistakes == std::vector{notReturned_};
+  if (!isKnown || texts.request.what != returnWord) texts.tell(tell_);
   texts.done(std::move(texts.outcome));
   if (applied) files_.conflictsAreDue();
   commitNext();
@@ -262,15 +266,24 @@ std::optional<double> Configuration::confirmWithin() const {
   return std::max(*deadlineAt_ - now(), 0.0);
 }
 
-void Configuration::confirm(std::function<void(const std::optional<std::string>& wrong)> done) {
-  if (!deadlineAt_ || unkept_) return done("no change waits to be confirmed");
+void Configuration::confirm(const std::string& who, const Confirmed& done) {
+  const auto told = [this, who, done](const std::optional<std::string>& wrong) {
+    tellChange(tell_, {.who = who,
+                       .source = commandLineName,
+                       .summary = {},
+                       .refused = wrong.value_or(""),
+                       .done = "confirmed"});
+    done(wrong);
+  };
+  if (!deadlineAt_ || unkept_) return told("no change waits to be confirmed");
   deadlineAt_.reset();
+  notReturned_.clear();
   deadline_->cancelTask();
   history_.unconfirmedIs(std::nullopt);
   // Files that would have been openings only in what was before are none now.
   files_.conflictsAreDue();
   task_->scheduleTask();
-  confirming_.push_back(std::move(done));
+  confirming_.push_back(told);
   handleWait();
 }
 
@@ -288,10 +301,18 @@ void Configuration::handleDeadline() {
                         return MadeModel{std::move(result.model), textsOf(result.mistakes)};
                       },
                   .takesBack = true};
-  const auto done = [this](const Outcome& outcome) {
-    if (!outcome.applied && deadlineAt_) deadline_->scheduleTaskDelay(untilNextTry);
-  };
+  const auto done = [this](const Outcome& outcome) { handleReturned(outcome); };
   if (!apply(std::move(request), done)) deadline_->scheduleTaskDelay(untilFree);
+}
+
+void Configuration::handleReturned(const Outcome& outcome) {
+  notReturned_ = outcome.applied || outcome.mistakes.empty() ? "" : outcome.mistakes.front();
+  if (!outcome.applied && deadlineAt_) deadline_->scheduleTaskDelay(untilNextTry);
+}
+
+void Configuration::savedIs(const std::string& who, const std::string& file, const std::string& wrong) {
+  const std::string done = file.empty() ? "saved" : "saved in " + file;
+  tellChange(tell_, {.who = who, .source = commandLineName, .summary = {}, .refused = wrong, .done = done});
 }
 
 }  // namespace Agent

@@ -93,9 +93,12 @@ class Configuration {
     return background_.busy() || commit_.underWay() || !changes_.empty() || !postponed_.empty() ||
            !waiting_.empty() || unkept_ != nullptr;
   }
+  using Confirmed = std::function<void(const std::optional<std::string>& wrong)>;
   /// Confirms the change that waits for it. `done` is called when that is kept, with what is wrong if there
-  /// is something.
-  void confirm(std::function<void(const std::optional<std::string>& wrong)> done);
+  /// is something. `who` asks, for the log.
+  void confirm(const std::string& who, const Confirmed& done);
+  /// Somebody has written the command line's source to a file, or could not.
+  void savedIs(const std::string& who, const std::string& file, const std::string& wrong);
   /// When the change that waits to be confirmed will be taken back, in seconds from now; nothing if none
   /// waits.
   std::optional<double> confirmWithin() const;
@@ -106,8 +109,9 @@ class Configuration {
 
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
-  /// `files` of the command line, whether a restart would make the `same`, and `why` not. As the last look at
-  /// the files has found them.
+  /// `files` of the command line; whether a restart would make the `same`, and `why` not; `save`: whether
+  /// saving would help; `refused`: why an agent would not start, or null. As the last look has found the
+  /// files.
   nlohmann::ordered_json restartReport() const;
   /// What the configuration in force is warned of.
   const Warnings& warnings() const { return warnings_; }
@@ -115,7 +119,7 @@ class Configuration {
   const Sources& sources() const { return commit_.sources(); }
   const History& history() const { return history_; }
   /// See Restart::look().
-  void lookAtFiles(std::function<void()> then) { restart_.look(std::move(then)); }
+  void lookAtFiles(std::function<void()> then) { restart_.look(history_.unconfirmed(), std::move(then)); }
   /// The files of the command line.
   const std::vector<std::string>& paths() const { return restart_.files(); }
 
@@ -131,6 +135,8 @@ class Configuration {
   void handleApplied(Texts& texts);
   void answer(Texts& texts);
   void rememberStart();
+  void rememberFiles();
+  void rememberFile(const std::string& name, const std::optional<uint64_t>& before, const SharedText& text);
   void remember(Change change);
 
   // Of changes that are to be confirmed.
@@ -138,12 +144,13 @@ class Configuration {
   double now() const { return clock_.now().seconds(); }
   void handleWait();
   void handleDeadline();
+  void handleReturned(const Outcome& outcome);
 
   void handleFound(DirectoryFiles::Found found);
   void commitNext();
   void handleNext(const std::shared_ptr<Next>& next, std::optional<std::string> failed);
   void takeNext(const std::shared_ptr<Next>& next);
-  void postpone(Next& next, std::string why);
+  void postpone(Next& next);
   void refusePostponed();
   /// A sentence about a file of the directory.
   std::string ofFile(const std::string& name, const std::string& why) const;
@@ -156,17 +163,22 @@ class Configuration {
   const TellLog tell_;
   std::deque<std::pair<Request, Done>> waiting_;
   std::vector<NewContent> changes_;  // of files, to be carried out one after the other
-  /// Changes that would be an opening, with the reason: another file of the same look may close it.
-  std::vector<std::pair<NewContent, std::string>> postponed_;
+  struct Postponed {
+    NewContent change;
+    std::string why, summary;
+  };
+  /// Changes that would be an opening: another file of the same look may close it.
+  std::vector<Postponed> postponed_;
   bool changedSincePostponed_ = false;
   const Kiv::Clock& clock_;
   Kiv::OwnedTask task_;
   History history_;
   SharedText text_;  // of the command line's source
   Kiv::OwnedTask wait_, deadline_;
-  std::shared_ptr<Texts> unkept_;  // waits for the journal to keep what was before
-  std::vector<std::function<void(const std::optional<std::string>& wrong)>> confirming_;  // the same
-  std::optional<double> deadlineAt_;  // by the clock; a change waits to be confirmed until then
+  std::shared_ptr<Texts> unkept_;      // waits for the journal to keep what was before
+  std::vector<Confirmed> confirming_;  // the same
+  std::optional<double> deadlineAt_;   // by the clock; a change waits to be confirmed until then
+  std::string notReturned_;            // why what was before could not come back when it was time
   Commit commit_;
   Restart restart_;
   Background background_;

@@ -1,6 +1,8 @@
 #include <Acl/Workshop.h>
 #include <agent/change/Configuration.h>
+#include <agent/change/Difference.h>
 #include <agent/config/Reader.h>
+#include <agent/config/Writer.h>
 #include <agent/core/Reserve.h>
 #include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>
@@ -32,6 +34,7 @@ struct Configuration::Next {
   NewContent change;
   SharedText before{};  ///< what the command line's source will say again if nobody confirms; null: nothing
   PreparedChange prepared{};
+  std::string summary{};
   bool same = false;  ///< nothing differs from the content in force
 
   void prepare(const Configuration& all) {
@@ -39,12 +42,15 @@ struct Configuration::Next {
     const Config::Model* known = all.sources().find(name);
     const Config::Model* now = model ? &*model : nullptr;
     same = now && known && *known == *now;
-    prepared.prepare(all.before(), name, now, {now ? "file" : "gone", "the directory", all.leave_, same});
+    summary =
+        prepared.prepare(all.before(), name, now, {now ? "file" : "gone", "the directory", all.leave_, same})
+            .summary;
     if (same || prepared.refused || !before) return;
     prepared.refused = whyNotBefore(all, now);
     if (prepared.refused) prepared.writes = {};
   }
-  /// Why the change is refused when it is no opening in what is in force, but is one in what would come back.
+  /// Why the change is refused when it can be in force with what is, but not with what would come back, or
+  /// would be an opening in that.
   std::optional<std::string> whyNotBefore(const Configuration& all, const Config::Model* now) const {
     const Config::Result read = Config::read({{"before", *before}});
     if (!read.model) return "what would come back if nobody confirms cannot be read";
@@ -52,11 +58,80 @@ struct Configuration::Next {
     const Layers was = inForce.layersWith(commandLineName, &*read.model);
     Layers is = inForce.layersWith(change.source, now);
     is.front().second = &*read.model;  // the command line's
-    auto why = whyRefused(changeWarnings(was, is, all.ports()), {.openings = all.leave_.openings});
+    auto why = Core::whyNot(mergedInterfaces(is));
+    if (!why) why = whyRefused(changeWarnings(was, is, all.ports()), {.openings = all.leave_.openings});
     if (why) why->insert(0, "if nobody confirms the change that waits for it: ");
     return why;
   }
 };
+
+namespace {
+
+/// The digests of all files by name, and their texts.
+FileDigests digestsOf(const Sources& sources, std::map<std::string, SharedText>& texts) {
+  FileDigests digests;
+  for (const auto& [name, model] : sources.inputs) {
+    const SharedText& text = texts[name] = std::make_shared<const std::string>(Config::textOf(model));
+    digests[name] = digestOf(*text);
+  }
+  return digests;
+}
+
+/// The names of files that are not the same, those that have gone first.
+std::vector<std::string> otherFiles(const FileDigests& before, const FileDigests& now) {
+  std::vector<std::string> names;
+  for (const auto& [name, digest] : before) {
+    if (!now.contains(name)) names.push_back(name);
+  }
+  for (const auto& [name, digest] : now) {
+    const auto known = before.find(name);
+    if (known == before.end() || known->second != digest) names.push_back(name);
+  }
+  return names;
+}
+
+constexpr const char* whileDown = "the directory, while the agent was down";
+
+}  // namespace
+
+/// What changed in the directory since the last agent ended is a change, too. Many are told in one.
+void Configuration::rememberFiles() {
+  constexpr size_t most = 20;
+  std::map<std::string, SharedText> texts;
+  FileDigests now = digestsOf(sources(), texts);
+  const FileDigests before = history_.files().value_or(now);
+  const auto others = otherFiles(before, now);
+  for (size_t i = 0; i < std::min(most, others.size()); ++i) {
+    const auto known = before.find(others[i]);
+    rememberFile(others[i], known == before.end() ? std::nullopt : std::optional(known->second),
+                 texts[others[i]]);
+  }
+  if (others.size() > most) {
+    remember({.what = "file",
+              .who = whileDown,
+              .source = files_.dir(),
+              .summary = countText(others.size() - most, "more file") + " changed",
+              .text = nullptr,
+              .difference = nullptr});
+  }
+  history_.filesAre(std::move(now));
+}
+
+/// `before` is the digest of what it said, if it was there. What that was may be forgotten.
+void Configuration::rememberFile(const std::string& name, const std::optional<uint64_t>& before,
+                                 const SharedText& text) {
+  const Change* last = history_.last(name);
+  const bool isKnown = !before || (last && last->text && digestOf(*last->text) == *before);
+  const Config::Result was = Config::read({{"", before && isKnown ? *last->text : std::string()}});
+  const Config::Model nothing, *now = sources().find(name);
+  const Difference found = difference(was.model.value_or(nothing), now ? *now : nothing);
+  remember({.what = now ? "file" : "gone",
+            .who = whileDown,
+            .source = sourceTitle(name),
+            .summary = isKnown ? found.summary : "other content than before",
+            .text = text,
+            .difference = isKnown ? found.line() : nullptr});
+}
 
 void Configuration::handleFound(DirectoryFiles::Found found) {
   std::move(found.changes.begin(), found.changes.end(), std::back_inserter(changes_));
@@ -91,7 +166,7 @@ std::string Configuration::ofFile(const std::string& name, const std::string& wh
 void Configuration::handleNext(const std::shared_ptr<Next>& next, std::optional<std::string> failed) {
   const std::string name = next->change.source;
   task_->scheduleTask();
-  if (!failed && next->prepared.refused) return postpone(*next, std::move(*next->prepared.refused));
+  if (!failed && next->prepared.refused) return postpone(*next);
   if (!failed && !next->same) return takeNext(next);
   if (!failed) {
     commit_.noticesAre(name, std::move(next->change.model->notices));
@@ -100,7 +175,7 @@ void Configuration::handleNext(const std::shared_ptr<Next>& next, std::optional<
   commit_.discard(std::move(next->change.model));
   Acl::Workshop::singleton().dispose(std::move(next->prepared.writes));
   if (failed) return files_.failed(name, ofFile(name, *failed));
-  files_.taken(name);
+  files_.taken(name, false);
 }
 
 void Configuration::takeNext(const std::shared_ptr<Next>& next) {
@@ -114,7 +189,7 @@ void Configuration::takeNext(const std::shared_ptr<Next>& next) {
     remember(std::move(prepared.change));
     tellChange(tell_, event);
     changedSincePostponed_ = true;
-    files_.taken(name);
+    files_.taken(name, true);
     // Files that could not be in force together with the old content may be possible now.
     files_.conflictsAreDue();
     task_->scheduleTask();
@@ -122,24 +197,25 @@ void Configuration::takeNext(const std::shared_ptr<Next>& next) {
   const auto refusal = commit_.begin(std::move(next->change), std::move(next->prepared.writes), done);
   if (!refusal) return;
   if (refusal->memory) return files_.failed(name, ofFile(name, refusal->why));
-  files_.conflictIs(name, refusal->why, goes);
+  files_.conflictIs(name, refusal->why, goes, summaryText(next->summary));
 }
 
-void Configuration::postpone(Next& next, std::string why) {
+void Configuration::postpone(Next& next) {
   // What is new since the last one may close this one.
   if (postponed_.empty()) changedSincePostponed_ = false;
-  postponed_.emplace_back(std::move(next.change), std::move(why));
+  postponed_.push_back(
+      {std::move(next.change), std::move(*next.prepared.refused), summaryText(next.summary)});
 }
 
 /// When no other change is left: tries the postponed ones again if something has changed since, and refuses
 /// them otherwise.
 void Configuration::refusePostponed() {
-  for (auto& [change, why] : std::exchange(postponed_, {})) {
+  for (auto& [change, why, summary] : std::exchange(postponed_, {})) {
     if (changedSincePostponed_) {
       changes_.push_back(std::move(change));
       continue;
     }
-    files_.conflictIs(change.source, ofFile(change.source, why), !change.model);
+    files_.conflictIs(change.source, why, !change.model, summary);
     commit_.discard(std::move(change.model));
   }
   changedSincePostponed_ = false;
@@ -147,10 +223,16 @@ void Configuration::refusePostponed() {
 
 /// What is in force, and what a restart would read.
 Json Configuration::restartReport() const {
-  std::vector<std::string> why = restart_.whyOther(*text_, history_.unconfirmed());
+  std::vector<std::string> why = restart_.whyOther(*text_);
+  const bool save = !why.empty() && restart_.hasPlace() && !deadlineAt_;
   for (const auto& [name, mistakes] : files_.bad())
-    why.push_back(fmt::format("{}/{} has mistakes", files_.dir(), name));
-  return {{"files", restart_.files()}, {"same", why.empty()}, {"why", why}};
+    why.push_back(fmt::format("{}/{} {}", files_.dir(), name, files_.kindOf(name)));
+  const auto refused = restart_.whyRefused();
+  return {{"files", restart_.files()},
+          {"same", why.empty()},
+          {"why", why},
+          {"save", save},
+          {"refused", refused ? Json(*refused) : Json(nullptr)}};
 }
 
 Json Configuration::report() const {
@@ -179,6 +261,7 @@ Json Configuration::report() const {
           {"bad", std::move(bad)},
           {"warnings", std::move(warnings)},
           {"confirmWithin", confirmWithin() ? Json(*confirmWithin()) : Json(nullptr)},
+          {"notReturned", notReturned_.empty() ? Json(nullptr) : Json(notReturned_)},
           {"restart", restartReport()}};
 }
 

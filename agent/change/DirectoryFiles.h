@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Agent {
@@ -41,12 +42,12 @@ class DirectoryFiles {
   /// True while a look is due or going on.
   bool looking() const { return lookIsDue_ || background_.busy(); }
 
-  /// The content of a file is in force now.
-  void taken(const std::string& name) { bad_.erase(name), conflicts_.erase(name), told_.erase(name); }
+  /// The content of a file is in force now. `changes`: it was not before, and the log is told of that.
+  void taken(const std::string& name, bool changes);
   /// The content of a file cannot be in force together with the others; or (`goes`) the file has gone, and
   /// its content cannot go while the others are as they are. It may be possible when those change: then call
-  /// conflictsAreDue(), and it is tried again.
-  void conflictIs(const std::string& name, std::string why, bool goes);
+  /// conflictsAreDue(), and it is tried again. `summary`: what it would change.
+  void conflictIs(const std::string& name, const std::string& why, bool goes, const std::string& summary);
   /// Whether the content of a file that has gone is kept because of a conflict.
   bool isRefusedToGo(const std::string& name) const {
     const auto known = conflicts_.find(name);
@@ -57,6 +58,8 @@ class DirectoryFiles {
   void failed(const std::string& name, std::string why);
 
   const std::string& dir() const { return dir_; }
+  /// What a bad file is, for a sentence: "has mistakes".
+  std::string_view kindOf(const std::string& name) const;
   /// What is wrong with each bad file.
   const std::map<std::string, std::vector<std::string>>& bad() const { return bad_; }
   /// What is wrong with the directory itself.
@@ -66,8 +69,9 @@ class DirectoryFiles {
   void handleTold(const std::set<std::string>& names, bool all);
   void handleScanned(DirectoryScan& scan, const std::optional<std::string>& failed);
   void take(const std::string& name, DirectoryScan::File& file, Found& found);
-  /// Keeps what is wrong with a file, and tells the log when that is new.
-  void badIs(const std::string& name, std::vector<std::string> wrong);
+  /// Keeps what is wrong with a file. False when the log knows it.
+  bool badIs(const std::string& name, std::vector<std::string> wrong, bool goes = false);
+  void forgetGone(const std::set<std::string>& there);
   void memoryIsShortFor(const std::string& name);
 
   const std::string dir_;
@@ -86,7 +90,14 @@ class DirectoryFiles {
   std::map<std::string, FileContent> seen_;
   std::vector<std::string> unreadable_;
   std::map<std::string, std::vector<std::string>> bad_;
-  std::map<std::string, std::vector<std::string>> told_;  // of bad files, what the log was told last
+  /// What the log was told last of a file that is bad, or is being tried.
+  struct Told {
+    std::vector<std::string> wrong{};
+    bool goes = false;
+    bool isBad = false;
+    uint64_t hash = 0;  // of the file's content; 0: it could not be had
+  };
+  std::map<std::string, Told> told_;
   std::map<std::string, bool> conflicts_;  // bad files that have no mistake, but conflict with others; goes
   std::set<std::string> shortOfMemory_;    // bad files for which there was no memory
   int looksUntilMemory_ = 0;               // how many looks until these are tried again

@@ -32,22 +32,26 @@ bool readRuleNumber(Cursor& at, const Rules& rules, uint32_t* number) {
   return rules.contains(*number) || at.failAt(place, "the number of a rule of the list");
 }
 
-void renumber(Rules& rules, Rules::node_type&& rule, uint32_t number) {
-  std::visit([number](auto& one) { one.sequence = number; }, rule.mapped());
-  rule.key() = number;
-  rules.insert(std::move(rule));
-}
-
-/// One change of the rules of a list that no configuration text can say.
+/// One change of the rules of a list that no configuration text can say. Rules keep their places in the text.
 class ListEdit {
  public:
-  ListEdit(Cursor& at, Rules& rules) : at_(at), rules_(rules) {}
+  ListEdit(Cursor& at, Model& model, const Model::ListKey& key)
+      : at_(at), key_(key), rules_(model.lists.at(key).rules), places_(model.notices.rules) {}
+  ~ListEdit() {
+    std::map<uint32_t, Config::Spot> moved;
+    for (const auto& [from, to] : renumbered_) {
+      if (const auto place = places_.extract({key_, from})) moved.emplace(to, place.mapped());
+    }
+    for (const auto& [number, place] : moved) places_.insert_or_assign({key_, number}, place);
+  }
+  ListEdit(const ListEdit&) = delete;
+  ListEdit& operator=(const ListEdit&) = delete;
 
   bool move() {
     uint32_t from = 0, to = 0;
     if (!readRuleNumber(at_, rules_, &from)) return false;
     const bool before = at_.takeIf("before");
-    if (!before && !at_.takeIf("after")) return at_.fail("before or after");
+    if (!before && !at_.takeIf("after")) return failNear(at_, "before or after", {"before", "after"});
     const size_t place = at_.position();
     if (!readRuleNumber(at_, rules_, &to) || !at_.end()) return false;
     if (from == to) return at_.failAt(place, "another rule than the one that moves");
@@ -67,7 +71,7 @@ class ListEdit {
     }
     Rules all;
     all.swap(rules_);
-    for (uint32_t next = number; !all.empty(); next += step) renumber(rules_, all.extract(all.begin()), next);
+    for (uint32_t next = number; !all.empty(); next += step) renumber(all.extract(all.begin()), next);
     return true;
   }
 
@@ -92,12 +96,22 @@ class ListEdit {
                                            "room)",
                                            before ? "before" : "after", before ? high : low));
     }
-    renumber(rules_, rules_.extract(from), static_cast<uint32_t>(number));
+    renumber(rules_.extract(from), static_cast<uint32_t>(number));
     return true;
   }
 
+  void renumber(Rules::node_type&& rule, uint32_t number) {
+    renumbered_.emplace(rule.key(), number);
+    std::visit([number](auto& one) { one.sequence = number; }, rule.mapped());
+    rule.key() = number;
+    rules_.insert(std::move(rule));
+  }
+
   Cursor& at_;
+  const Model::ListKey& key_;
   Rules& rules_;
+  std::map<std::pair<Config::ListKey, uint32_t>, Config::Spot>& places_;
+  std::map<uint32_t, uint32_t> renumbered_;  ///< the number before, and after
 };
 
 /// Carries out the commands of an edit, one after the other.
@@ -114,13 +128,14 @@ class Editor {
       if (at.atEnd()) {
         at.fail("a command");
       } else if (at.takeIf("move")) {
-        ListEdit(at, list().rules).move();
+        ListEdit(at, model_, key_).move();
       } else if (at.takeIf("resequence")) {
-        ListEdit(at, list().rules).resequence();
+        ListEdit(at, model_, key_).resequence();
       } else if (isOfList(at)) {
         const size_t before = list().rules.size();
-        if (!statement(line, number)) return false;
+        if (!statement(line, number, at.peek() != "no")) return false;
         if (takesRuleAway(at) && list().rules.size() == before) failNoSuchRule(at);
+        forgetRemark(at);
       }
     }
     const auto& problem = at.problem();
@@ -134,6 +149,7 @@ class Editor {
     if (!mistakes_.empty()) return {std::nullopt, textsOf(mistakes_)};
     auto& last = list().pendingRemarks;
     last.insert(last.begin(), remarks_.begin(), remarks_.end());
+    model_.notices.forgetUnusedTexts();
     return {std::move(model_), {}};
   }
 
@@ -148,8 +164,10 @@ class Editor {
     for (const std::string_view known : {"permit", "deny", "remark"}) {
       if (word == known) return true;
     }
-    return at.failAt(at.position() + no,
-                     no ? "a rule, its number or remark" : "a rule, remark, no, move or resequence");
+    if (no) at.skip(1);
+    if (no) return failNear(at, "a rule, its number or remark", {"permit", "deny", "remark"});
+    return failNear(at, "a rule, remark, no, move or resequence",
+                    {"permit", "deny", "remark", "no", "move", "resequence"});
   }
 
   static bool takesRuleAway(const Cursor& at) {
@@ -161,10 +179,21 @@ class Editor {
     at.failAt(at.position() + 1, numberOnly ? "the number of a rule of the list" : "a rule of the list");
   }
 
-  bool statement(const std::string& line, int number) {
+  /// `no NUMBER remark` takes away the remark of a rule; in a text it is about remarks of that text only.
+  void forgetRemark(const Cursor& at) {
+    const auto number =
+        at.peek() == "no" && at.peek(2) == "remark" ? Config::decimal(at.peek(1)) : std::nullopt;
+    const auto rule = number ? list().rules.find(*number) : list().rules.end();
+    if (rule == list().rules.end() || !at.peek(3).empty()) return;
+    std::visit([](auto& one) { one.remark = {}; }, rule->second);
+  }
+
+  /// `replaces`: a rule that it replaces hands on its remark.
+  bool statement(const std::string& line, int number, bool replaces) {
     std::map<uint32_t, Kelp::String> remarks;
     for (const auto& [sequence, rule] : list().rules) {
-      if (!Config::common(rule).remark.empty()) remarks.emplace(sequence, Config::common(rule).remark);
+      if (replaces && !Config::common(rule).remark.empty())
+        remarks.emplace(sequence, Config::common(rule).remark);
     }
     const std::string head = fmt::format("{} access-list {}{}\n", Acl::stringValue(key_.first),
                                          list().standard ? "standard " : "", key_.second);
@@ -222,17 +251,15 @@ std::optional<std::string> find(const Sources& inForce, const Edit& edit, Model:
   return Config::orNearest(fmt::format("there is no list {}", edit.list), edit.list, names);
 }
 
-/// Leaves in the notices of a model only what is odd about what it says. `before` are the notices of what was
-/// edited: an oddity has its place there, or in the commands. Twins of which some have gone have none.
-void settleOddities(Model& model, const Config::Notices& before) {
-  if (model.notices.warnings.empty()) return;
-  Warnings known = before.warnings;
-  for (const Warning& warning : model.notices.warnings) {
-    if (warning.place.file == placeName) known.push_back(warning);
-  }
-  const Config::Result read = Config::read({{"", Config::textOf(model)}});
+/// Leaves in the notices of a model that was edited only what is odd about what it says. An oddity has its
+/// place where it was noticed. Twins of which some have gone have none.
+void settleOddities(Model& model) {
+  const Warnings known = std::move(model.notices.warnings);
+  model.notices.warnings.clear();
+  if (known.empty()) return;
+  Config::Result read = Config::read({{"", Config::textOf(model)}});
   KELP_ASSERT(read.model, "what was edited can be written and read again");
-  model.notices.warnings = read.model->notices.warnings;
+  model.notices.warnings = std::move(read.model->notices.warnings);
   model.notices.moreWarnings = read.model->notices.moreWarnings;
   for (Warning& warning : model.notices.warnings) {
     const auto isTwin = [&warning](const Warning& other) {
@@ -252,6 +279,7 @@ MadeModel edited(const Sources& inForce, const Edit& edit) {
   // By way of the text, because the texts of the model in force are counted for the loop's thread alone.
   Config::Result copy = Config::read({{"", Config::textOf(inForce.commandLine)}});
   KELP_ASSERT(copy.model, "what is in force can be written and read again");
+  copy.model->notices = inForce.commandLine.notices;
   Editor editor(std::move(*copy.model), std::move(key));
   std::string_view left = edit.commands;
   for (int number = 1; !left.empty(); ++number) {
@@ -262,7 +290,7 @@ MadeModel edited(const Sources& inForce, const Edit& edit) {
     left.remove_prefix(std::min(end + 1, left.size()));
   }
   MadeModel made = editor.result();
-  if (made.model) settleOddities(*made.model, inForce.commandLine.notices);
+  if (made.model) settleOddities(*made.model);
   return made;
 }
 

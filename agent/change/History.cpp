@@ -1,5 +1,5 @@
 #include <agent/change/History.h>
-#include <agent/change/Sources.h>
+#include <agent/config/Digest.h>
 
 #include <algorithm>
 #include <utility>
@@ -12,15 +12,33 @@ const Change* History::find(uint64_t number) const {
   return found == past_.changes.end() ? nullptr : found->get();
 }
 
-const Change* History::last(size_t before) const {
+uint64_t digestOf(std::string_view text) {
+  Config::Digest digest;
+  for (size_t at = 0; at < text.size(); at += sizeof(uint64_t)) {
+    uint64_t word = 0;
+    for (const char c : text.substr(at, sizeof word)) word = word << 8 | static_cast<unsigned char>(c);
+    digest.add(word);
+  }
+  digest.add(text.size());
+  return digest.value();
+}
+
+const Change* History::last(const std::string& source, size_t before) const {
   for (auto change = past_.changes.rbegin(); change != past_.changes.rend(); ++change) {
-    if ((*change)->source == sourceTitle(commandLineName) && before-- == 0) return change->get();
+    if ((*change)->source == sourceTitle(source) && before-- == 0) return change->get();
   }
   return nullptr;
 }
 
 void History::add(Change change) {
   auto& all = past_.changes;
+  if (past_.files && change.source != sourceTitle(commandLineName)) {
+    if (change.text) {
+      (*past_.files)[change.source] = digestOf(*change.text);
+    } else {
+      past_.files->erase(change.source);
+    }
+  }
   change.number = all.empty() ? 1 : all.back()->number + 1;
   all.push_back(std::make_shared<const Change>(std::move(change)));
   if (all.size() > mostChanges) all.erase(all.begin());

@@ -1,11 +1,16 @@
 #pragma once
 
+#include <agent/change/Sources.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Agent {
@@ -31,10 +36,15 @@ struct Unconfirmed {
   SharedText before;   ///< what it said before, and says without a confirmation
 };
 
+/// What the files of the directory said: by name, a digest of their content.
+using FileDigests = std::map<std::string, uint64_t>;
+uint64_t digestOf(std::string_view text);
+
 /// Everything that is remembered of changes, oldest first.
 struct Past {
   std::vector<std::shared_ptr<const Change>> changes;
   std::optional<Unconfirmed> unconfirmed;
+  std::optional<FileDigests> files{};  ///< by those changes; nothing: not known
 };
 
 /// Where the past is kept beyond the end of the process.
@@ -64,11 +74,15 @@ class History {
   /// Null when there is none of this number.
   const Change* find(uint64_t number) const;
   /// The last change of the command line's source, and the one before it; null when there is none.
-  const Change* last(size_t before = 0) const;
+  const Change* last(size_t before = 0) const { return last(commandLineName, before); }
+  /// The same of any source.
+  const Change* last(const std::string& source, size_t before = 0) const;
   const std::optional<Unconfirmed>& unconfirmed() const { return past_.unconfirmed; }
 
   /// Adds a change, which gets its number here.
   void add(Change change);
+  const std::optional<FileDigests>& files() const { return past_.files; }
+  void filesAre(FileDigests files) { past_.files = std::move(files); }
   void unconfirmedIs(std::optional<Unconfirmed> unconfirmed);
 
   /// Has the journal keep all of this.

@@ -1,6 +1,6 @@
 #include <agent/change/Restart.h>
+#include <agent/config/Reader.h>
 #include <agent/config/Writer.h>
-#include <agent/models/Reader.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,48 +8,89 @@
 
 namespace Agent {
 
-Restart::Restart(EventLoop& loop, std::vector<std::string> files, TextLimits limits)
-    : files_(std::move(files)), limits_(limits), background_(loop) {}
+namespace {
 
-Restart::Identities Restart::identities() const {
+bool namesStandardInput(const std::vector<std::string>& files) {
+  return std::find(files.begin(), files.end(), standardInput) != files.end();
+}
+
+SharedText refusedBy(const std::optional<Unconfirmed>& unconfirmed) {
+  return unconfirmed ? unconfirmed->refused : nullptr;
+}
+
+/// Why these sources would not be in force at a start.
+std::optional<std::string> whyNoStart(const Restart::Start& start, const Sources& sources) {
+  if (auto wrong = sources.whyNot()) return wrong;
+  for (const std::string& port : start.ports.value_or(PortNames())) {
+    if (auto wrong = sources.whyNoPort(port)) return wrong;
+  }
+  return whyRefused(changeWarnings({}, sources.layers(), start.ports ? &*start.ports : nullptr), start.leave);
+}
+
+}  // namespace
+
+Restart::Restart(EventLoop& loop, Start start) : start_(std::move(start)), background_(loop) {}
+
+Restart::Identities Restart::identitiesOf(const Start& start) {
   Identities all;
-  for (const std::string& file : files_) all.push_back(identityOf(file));
+  for (const std::string& file : start.files) all.emplace(file, identityOf(file));
+  std::vector<std::string> wrong;
+  if (!start.dir.empty()) {
+    for (const auto& path : configFilesIn(start.dir, wrong))
+      all.emplace(path.string(), identityOf(path.string()));
+  }
+  for (const std::string& line : wrong) all.emplace(line, std::nullopt);
   return all;
 }
 
-void Restart::look(std::function<void()> then) {
-  if (!background_.busy() && found_ && found_->settled && found_->identities == identities()) return then();
+void Restart::look(const std::optional<Unconfirmed>& unconfirmed, std::function<void()> then) {
+  unconfirmed_ = unconfirmed;
   waiting_.push_back(std::move(then));
   if (!background_.busy()) readAgain();
 }
 
-Restart::Found Restart::read(const std::vector<std::string>& files, TextLimits limits) {
+Restart::Found Restart::read(const Start& start, const std::optional<Unconfirmed>& unconfirmed) {
   Found found;
-  found.settled = true;
   const int64_t time = fileTime();
-  TextReader reader(limits);
-  std::vector<Config::Source> sources;
-  for (const std::string& path : files) {
-    auto file = reader.read(path, TextReader::Named::byPlace, found.wrong);
-    found.identities.push_back(file ? std::optional(file->identity) : identityOf(path));
-    found.settled = found.settled && file && isSettled(file->identity, time);
-    if (file) sources.push_back({path, std::move(file->text)});
+  found.unconfirmed = refusedBy(unconfirmed);
+  found.identities = identitiesOf(start);
+  found.settled = std::all_of(found.identities.begin(), found.identities.end(), [time](const auto& file) {
+    return file.second && isSettled(*file.second, time);
+  });
+  TextReader reader(start.limits);
+  ConfigFiles files;
+  found.wrong = files.readCommandLine(start.files, TextReader::Named::byPlace, reader, 1);
+  if (found.wrong.empty()) {
+    Past past{{}, unconfirmed};
+    takeBackUnconfirmed(files, past);
+    found.text = Config::textOf(files.sources().commandLine);
   }
-  if (!found.wrong.empty()) return found;
-  const Config::Result result = Models::read(sources, {}, 1);
-  found.wrong = textsOf(result.mistakes);
-  if (result.model) found.text = Config::textOf(*result.model);
+  // What standard input will say then is not known.
+  const bool asks = namesStandardInput(start.files);
+  std::vector<std::string> refusing = asks ? std::vector<std::string>() : found.wrong;
+  for (std::string& line : files.readDirectory(start.dir, reader, 1)) refusing.push_back(std::move(line));
+  if (refusing.empty() && !asks) {
+    if (auto why = whyNoStart(start, files.sources())) refusing.push_back(std::move(*why));
+  }
+  if (!refusing.empty()) found.refused = refusing.front() + (refusing.size() > 1 ? " ..." : "");
   return found;
 }
 
 void Restart::readAgain() {
-  const auto found = std::make_shared<Found>();
-  background_.run([found, files = files_, limits = limits_] { *found = read(files, limits); },
-                  [this, found](const std::optional<std::string>& failed) {
-                    if (failed) *found = {{*failed}, {}, {}, false};
-                    found_ = std::move(*found);
-                    for (const auto& then : std::exchange(waiting_, {})) then();
-                  });
+  const auto found = std::make_shared<std::optional<Found>>();
+  // What is known is not written before the work is over.
+  const auto work = [this, found, unconfirmed = unconfirmed_] {
+    const bool isKnown = found_ && found_->settled && found_->unconfirmed == refusedBy(unconfirmed) &&
+                         found_->identities == identitiesOf(start_);
+    if (!isKnown) *found = read(start_, unconfirmed);
+  };
+  const auto then = [this, found, waiting = std::exchange(waiting_, {})](const auto& failed) {
+    if (failed) *found = Found{.wrong = {*failed}};
+    if (*found) found_ = std::move(**found);
+    for (const auto& each : waiting) each();
+    if (!waiting_.empty() && !background_.busy()) readAgain();
+  };
+  background_.run(work, then);
 }
 
 std::optional<std::string> takeBackUnconfirmed(ConfigFiles& files, Past& past) {
@@ -63,15 +104,18 @@ std::optional<std::string> takeBackUnconfirmed(ConfigFiles& files, Past& past) {
   return "nobody has confirmed this change: what was before it is in force";
 }
 
-std::vector<std::string> Restart::whyOther(const std::string& text,
-                                           const std::optional<Unconfirmed>& unconfirmed) const {
+std::vector<std::string> Restart::whyOther(const std::string& text) const {
   if (!found_) return {};  // nobody has looked yet
   if (!found_->wrong.empty()) return found_->wrong;
-  const bool isRefused = unconfirmed && *unconfirmed->refused == found_->text;
-  if (text == (isRefused ? *unconfirmed->before : found_->text)) return {};
-  if (files_.empty()) return {"what is in force is in no file (velo run had no --config)"};
-  return {fmt::format("what is in force is not what {} {}", fmt::join(files_, ", "),
-                      files_.size() == 1 ? "says" : "say")};
+  if (text == found_->text) return {};
+  const auto& files = start_.files;
+  if (files.empty()) return {"what is in force is in no file (velo run had no --config)"};
+  return {fmt::format("what is in force is not what {} {}", fmt::join(files, ", "),
+                      files.size() == 1 ? "says" : "say")};
 }
+
+std::optional<std::string> Restart::whyRefused() const { return found_ ? found_->refused : std::nullopt; }
+
+bool Restart::hasPlace() const { return start_.files.size() == 1 && !namesStandardInput(start_.files); }
 
 }  // namespace Agent

@@ -2,51 +2,67 @@
 
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/History.h>
+#include <agent/change/Warnings.h>
 #include <agent/core/Background.h>
 #include <agent/core/Texts.h>
-#include <nlohmann/json.hpp>
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace Agent {
 
-/// Knows what the command line's source would be after a restart: what its files say by now.
+/// Knows what a restart would make of the configuration's files, as they are by now.
 ///
 /// Part of the configuration. The loop outlives it.
 class Restart {
  public:
-  Restart(EventLoop& loop, std::vector<std::string> files, TextLimits limits);
+  /// What the agent was started with.
+  struct Start {
+    std::vector<std::string> files{};  ///< of the command line's source
+    std::string dir{};                 ///< empty: none
+    TextLimits limits{};
+    Leave leave{};
+    std::optional<PortNames> ports{};  ///< nothing: every interface may be one
+  };
+
+  Restart(EventLoop& loop, Start start);
 
   /// Reads the files, unless they are those that were read last, and then calls `then`, from within or later.
-  void look(std::function<void()> then);
+  /// `unconfirmed` is what the next start will find.
+  void look(const std::optional<Unconfirmed>& unconfirmed, std::function<void()> then);
 
-  const std::vector<std::string>& files() const { return files_; }
+  const std::vector<std::string>& files() const { return start_.files; }
   /// Why a restart would make another configuration than this text of the command line's source; empty if it
-  /// would not. As the last look has found the files.
-  std::vector<std::string> whyOther(const std::string& text,
-                                    const std::optional<Unconfirmed>& unconfirmed) const;
+  /// would not. This and the following are as the last look has found the files.
+  std::vector<std::string> whyOther(const std::string& text) const;
+  /// Why an agent would not start with them; nothing if it would.
+  std::optional<std::string> whyRefused() const;
+  /// Whether the command line's source is in one file, so that it can be saved there.
+  bool hasPlace() const;
 
  private:
-  using Identities = std::vector<std::optional<FileIdentity>>;
+  using Identities = std::map<std::string, std::optional<FileIdentity>>;
   /// The files as they were read.
   struct Found {
-    std::vector<std::string> wrong;
-    std::string text;  ///< written from the model that they make
-    Identities identities;
+    std::vector<std::string> wrong{};  ///< with those of the command line
+    std::optional<std::string> refused{};
+    std::string text{};        ///< written from the model that those of the command line make
+    SharedText unconfirmed{};  ///< what it may not say: nobody has confirmed it
+    Identities identities{};
     bool settled = false;
   };
 
-  Identities identities() const;
-  static Found read(const std::vector<std::string>& files, TextLimits limits);
+  static Identities identitiesOf(const Start& start);
+  static Found read(const Start& start, const std::optional<Unconfirmed>& unconfirmed);
   void readAgain();
 
-  const std::vector<std::string> files_;
-  const TextLimits limits_;
+  const Start start_;
   std::optional<Found> found_;
-  std::vector<std::function<void()>> waiting_;
+  std::optional<Unconfirmed> unconfirmed_;
+  std::vector<std::function<void()>> waiting_;  // for the next time that the files are read
   Background background_;
 };
 

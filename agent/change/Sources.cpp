@@ -58,12 +58,12 @@ Layers Sources::layersWith(const std::string& name, const Config::Model* now) co
   return all;
 }
 
-Config::Model Sources::interfaces() const {
+Config::Model mergedInterfaces(const Layers& layers) {
   Config::Model merged;
-  forEach([&merged](const std::string&, const Config::Model& model) {
-    merged.portChannels.insert(model.portChannels.begin(), model.portChannels.end());
-    merged.mirrorSessions.insert(model.mirrorSessions.begin(), model.mirrorSessions.end());
-  });
+  for (const auto& [name, model] : layers) {
+    merged.portChannels.insert(model->portChannels.begin(), model->portChannels.end());
+    merged.mirrorSessions.insert(model->mirrorSessions.begin(), model->mirrorSessions.end());
+  }
   return merged;
 }
 

@@ -22,6 +22,9 @@ std::optional<std::string> whyNoSource(const std::string& name);
 /// Sources by name with their content, that of the highest precedence first. Does not own the content.
 using Layers = std::vector<std::pair<std::string, const Config::Model*>>;
 
+/// The port-channels and mirror sessions that are in force, as a model without lists and bindings.
+Config::Model mergedInterfaces(const Layers& layers);
+
 /// The content of all sources of configuration, as plain values, in the order of their precedence: the
 /// command line, then the inputs (the files of the directory) by name. If several sources define the same
 /// list, port-channel or mirror session, that of the first one is in force; they are never mixed.
@@ -48,8 +51,7 @@ struct Sources {
   Layers layers() const;
   /// The layers if a source had another content; null: if there were no such source.
   Layers layersWith(const std::string& name, const Config::Model* now) const;
-  /// The port-channels and mirror sessions that are in force, as a model without lists and bindings.
-  Config::Model interfaces() const;
+  Config::Model interfaces() const { return mergedInterfaces(layers()); }
   /// Why these sources cannot be in force together; nothing if they can.
   std::optional<std::string> whyNot() const;
   /// Why there can be no port of this name: a source defines a port-channel of that name. Nothing if none

@@ -1,6 +1,7 @@
 #include <agent/change/Openings.h>
 #include <agent/change/WarningCollector.h>
 #include <agent/change/Warnings.h>
+#include <agent/config/Nearest.h>
 #include <agent/core/Words.h>
 
 #include <algorithm>
@@ -58,8 +59,12 @@ void undefinedSessions(const Facts& facts, WarningCollector& found) {
     const auto session = Config::common(rule).mirrorSession.view();
     if (session.empty() || facts.effective.mirrorSessions.contains(std::string(session))) return;
     found.add("session-undefined", place(), [&] {
-      return fmt::format("{} rule {}: mirror session {} is not defined: nothing is copied",
-                         listTitle(key.first, key.second), Config::common(rule).sequence, session);
+      std::vector<std::string_view> names;
+      for (const auto& [name, owner] : facts.effective.mirrorSessions) names.push_back(name);
+      return Config::orNearest(
+          fmt::format("{} rule {}: mirror session {} is not defined: nothing is copied",
+                      listTitle(key.first, key.second), Config::common(rule).sequence, session),
+          session, names);
     });
   });
 }

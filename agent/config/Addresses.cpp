@@ -1,4 +1,5 @@
 #include <agent/config/Addresses.h>
+#include <agent/config/Nearest.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -137,7 +138,8 @@ bool read(Cursor& at, Addr* address, Addr* mask) {
     if (slash != std::string_view::npos) return readPrefix(at, slash, address, mask);
   }
   const auto parsed = Addr::parse(at.peek());
-  if (!parsed) return at.fail(Kind<Addr>::forms);
+  if (!parsed)
+    return failNear(at, Kind<Addr>::forms, {"any", "host", Kind<Addr>::hasPrefixes ? "object-group" : "any"});
   at.take();
   const auto wildcard = Addr::parse(at.peek());
   if (!wildcard) return at.fail(Kind<Addr>::wildcard);
@@ -192,7 +194,7 @@ bool readMember(Cursor& at, std::vector<AddressMatch<Addr>>* all) {
   const auto wildcard = Addr::parse(at.peek(1));
   if (at.peek() == "any" ||
       (!Addr::parse(at.peek()) && at.peek() != "host" && at.peek().find('/') == std::string_view::npos)) {
-    return at.fail(Kind<Addr>::memberForms);
+    return failNear(at, Kind<Addr>::memberForms, {"host", "range", "group-object"});
   }
   if (at.peek() != "host" && wildcard && isPrefixMask(*wildcard)) {
     return at.failAt(at.position() + 1, "a wildcard, whose set bits are ignored, or ADDRESS/LENGTH",

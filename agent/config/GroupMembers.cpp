@@ -40,6 +40,9 @@ bool readServices(Cursor& at, std::vector<IpFilterBase>* services) {
   }
   const auto number = decimal(at.peek());
   const auto protocol = number && *number <= 255 ? static_cast<uint8_t>(*number) : protocolNumber(at.peek());
+  if (at.peek() == "ip" || at.peek() == "ipv4" || at.peek() == "ipv6")
+    return at.fail(
+        "a protocol: a rule that is for every protocol says so itself and names no group of services");
   if (!protocol) {
     auto names = namesOf(protocolNames());
     names.insert(names.end(), {"tcp-udp", groupObject});

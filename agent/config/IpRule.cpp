@@ -121,7 +121,7 @@ bool readAction(Cursor& at, Acl::RuleBase* rule) {
   } else if (at.takeIf("deny")) {
     rule->action = Acl::Action::deny;
   } else {
-    return at.fail("permit or deny");
+    return failNear(at, "permit or deny", {"permit", "deny", "remark"});
   }
   return true;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace Config {
 
@@ -60,6 +61,10 @@ std::vector<std::string_view> nearestNames(std::string_view word, std::span<cons
 std::string orNearest(std::string expected, std::string_view word, std::span<const std::string_view> names) {
   const auto nearest = nearestNames(word, names);
   return nearest.empty() ? expected : fmt::format("{} (did you mean {}?)", expected, anyOf(nearest));
+}
+
+bool failNear(Cursor& at, std::string expected, std::initializer_list<std::string_view> names) {
+  return at.fail(orNearest(std::move(expected), at.peek(), {names.begin(), names.size()}));
 }
 
 }  // namespace Config

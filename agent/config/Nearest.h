@@ -1,5 +1,8 @@
 #pragma once
 
+#include <agent/config/Cursor.h>
+
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,6 +17,9 @@ std::vector<std::string_view> nearestNames(std::string_view word, std::span<cons
 
 /// What was expected, and behind it the nearest names: "a DSCP name or 0 to 63 (did you mean af13?)".
 std::string orNearest(std::string expected, std::string_view word, std::span<const std::string_view> names);
+
+/// Keeps a mistake at the next word, with the nearest of some names, and returns false.
+bool failNear(Cursor& at, std::string expected, std::initializer_list<std::string_view> names);
 
 /// The names of a table.
 template <class Table>

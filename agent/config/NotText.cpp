@@ -42,6 +42,14 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
+/// Whether a text behind the bracket of an array goes on as one.
+bool beginsElement(std::string_view text) {
+  constexpr std::string_view first = "\"{[]-0123456789";
+  const auto isWord = [text](std::string_view word) { return text.starts_with(word); };
+  return (!text.empty() && first.find(text[0]) != std::string_view::npos) || isWord("true") ||
+         isWord("false") || isWord("null");
+}
+
 }  // namespace
 
 std::string_view notText(std::string_view bytes) {
@@ -58,7 +66,7 @@ std::string_view notText(std::string_view bytes) {
   const auto behind = trimmed(text.substr(1));
   const auto next = behind.empty() ? '\0' : behind[0];
   if (text[0] == '{' && (next == '"' || next == '}')) return jsonDocument;
-  if (text[0] == '[' && (next == '"' || next == '{' || next == '[' || next == ']')) return jsonDocument;
+  if (text[0] == '[' && beginsElement(behind)) return jsonDocument;
   if (text[0] == '<' && (next == '?' || next == '!' || isLetter(next))) return xmlDocument;
   return {};
 }

@@ -2,9 +2,34 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
+#include <vector>
 
 // What statements leave in the notices of the model.
 namespace Config {
+
+void Notices::forgetUnusedTexts() {
+  const std::vector<std::string> all = std::move(texts);
+  texts.clear();
+  std::vector<std::optional<uint32_t>> now(all.size());
+  const auto settle = [&](auto& spots) {
+    for (auto& [key, spot] : spots) {
+      auto& index = now[spot.text];
+      if (!index) {
+        const auto known = std::find(texts.begin(), texts.end(), all[spot.text]);
+        index = static_cast<uint32_t>(known - texts.begin());
+        if (known == texts.end()) texts.push_back(all[spot.text]);
+      }
+      spot.text = *index;
+    }
+  };
+  settle(bindings);
+  settle(lists);
+  settle(portChannels);
+  settle(mirrorSessions);
+  settle(shutdowns);
+  settle(rules);
+}
 
 namespace {
 

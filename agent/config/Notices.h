@@ -57,6 +57,8 @@ struct Notices {
     return known == spots.end() ? Agent::Place() : placeOf(known->second);
   }
   Agent::Place placeOf(const Spot& spot) const { return {texts.at(spot.text), spot.line, spot.column}; }
+  /// Leaves only the names of texts in which things stand, each once.
+  void forgetUnusedTexts();
   bool operator==(const Notices&) const { return true; }
 };
 

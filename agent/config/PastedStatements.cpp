@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <agent/config/Nearest.h>
 #include <agent/config/Statements.h>
 
 // Statements that other systems' texts have, and what they come to here.
@@ -48,7 +49,8 @@ bool Statements::numberedList(Cursor& at, AclType) {
   nowhere_ = {};
   if (!readListNumber(at, &name, &nowhere_.standard)) return false;
   const bool remark = at.takeIf("remark");
-  if (!remark && at.peek() != "permit" && at.peek() != "deny") return at.fail("permit, deny or remark");
+  if (!remark && at.peek() != "permit" && at.peek() != "deny")
+    return failNear(at, "permit, deny or remark", {"permit", "deny", "remark"});
   if (!openList(at, place, name)) return false;
   return remark ? this->remark(at, AclType::ip) : addRule(at, true);
 }

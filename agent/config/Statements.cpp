@@ -77,6 +77,8 @@ Statements::Statements(Model start, const std::vector<std::string>& texts)
 }
 
 bool Statements::startsStatement(const Cursor& at) const {
+  // Below a group these would be members.
+  if (at.wordsLeft() == 1 && (at.peek() == "ip" || at.peek() == "ipv4" || at.peek() == "ipv6")) return false;
   return at.atEnd() || std::any_of(std::begin(rows), std::end(rows), [&at](const Row& row) {
            return (row.mode == Mode::top || row.mode == Mode::anywhere) && row.words[0] == at.peek();
          });

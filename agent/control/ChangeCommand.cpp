@@ -11,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 
 namespace Agent {
 
@@ -53,20 +54,21 @@ Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   const auto answer = answerOf(agent, request, &exit);
   if (!answer) return exit;
   if (answer->at("ok") != true) return notApplied(answer->at("error"));
-  const Json& document = answer->at("document");
-  const Json& refused = document.at("refused");
+  Json document = answer->at("document");
+  const Json refused = document.at("refused");
   if (!refused.is_null()) exit = exitUsage;
-  const bool saved = save_ && saveConfiguration(agent, {}, &exit);
+  if (const auto saved = save_ ? saveConfiguration(agent, {}, &exit) : std::nullopt)
+    document["restart"] = saved->restart;
   if (json()) return print(linesOf(document), exit);
   tellWarnings(document);
-  const Exit printed = print(
-      differenceText(document.at("difference"), wantsColour(STDOUT_FILENO)) + noteOf(document, saved), exit);
+  const Exit printed =
+      print(differenceText(document.at("difference"), wantsColour(STDOUT_FILENO)) + noteOf(document), exit);
   if (!refused.is_null()) complain("would be refused: " + refused.get<std::string>());
   return printed;
 }
 
 /// What the user may still have to do: confirm the change, or save it.
-std::string ChangeCommand::noteOf(const Json& done, bool saved) const {
+std::string ChangeCommand::noteOf(const Json& done) const {
   if (dryRun_) return "(nothing was applied)\n";
   const bool changes = !isNoDifference(done.at("difference"));
   if (confirm_ && changes) {
@@ -74,48 +76,61 @@ std::string ChangeCommand::noteOf(const Json& done, bool saved) const {
         "(it is taken back in {} s: velo confirm keeps it{})\n", *confirm_,
         done.at("survives").get<bool>() ? "" : "; without --state it is also kept if the agent ends");
   }
+  const Json& restart = done.at("restart");
+  const bool helps = restart.at("save").get<bool>();
   std::string text;
-  for (const Json& why : done.at("restart").at("why")) {
-    if (!saved)
-      text += fmt::format("(a restart would not be the same: {}; velo save)\n", why.get<std::string>());
-  }
+  for (const std::string& sentence : restartSentences(restart))
+    text += fmt::format("({}{})\n", sentence, helps && text.empty() ? "; velo save" : "");
   return text;
 }
 
-std::optional<std::string> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit) {
-  const auto refuse = [exit](const std::string& why) {
-    complain(why);
-    *exit = exitUsage;
-    return std::nullopt;
-  };
-  if (path == standardInput)
-    return refuse("- is no file to save in (velo show configuration --source cli prints the text)");
-  const auto shown = [&](Json request) {
-    std::string wrong;
-    request["do"] = "show";
-    auto document = wholeDocumentOf(agent, request, &wrong, exit);
-    if (!document) complain(wrong);
-    return document;
-  };
-  const auto document = shown({{"what", "configuration"}, {"source", "cli"}});
+namespace {
+
+/// A document of the agent; nothing when there is none, with what is wrong.
+std::optional<Json> shown(ControlClient& agent, Json request, std::string* wrong, Exit* exit) {
+  request["do"] = "show";
+  return wholeDocumentOf(agent, request, wrong, exit);
+}
+
+/// Saves in `target`, which is filled in when it is empty. What is wrong, if something is.
+std::optional<std::string> save(ControlClient& agent, std::string& target, Exit* exit) {
+  if (target == standardInput)
+    return "- is no file to save in (velo show configuration --source cli prints the text)";
+  std::string wrong;
+  const auto document = shown(agent, {{"what", "configuration"}, {"source", "cli"}}, &wrong, exit);
   // Asked for after the text: so a change that has begun to wait since is refused, too.
-  const auto status = document ? shown({{"what", "status"}}) : std::nullopt;
-  if (!status) return std::nullopt;
+  const auto status = document ? shown(agent, {{"what", "status"}}, &wrong, exit) : std::nullopt;
+  if (!status) return wrong;
   if (const Json& within = status->at("configuration").at("confirmWithin"); !within.is_null())
-    return refuse(waitsText(within.get<double>()));
-  std::string target = path;
+    return waitsText(within.get<double>());
   if (target.empty()) {
     const Json& files = document->at("files");
-    if (files.size() != 1) {
-      return refuse(files.empty() ? "the agent was started without --config: say which FILE"
-                                  : "the agent was given several files: say which FILE");
-    }
+    if (files.empty()) return "the agent was started without --config: say which FILE";
+    if (files.size() > 1) return "the agent was given several files: say which FILE";
+    if (files.at(0) == standardInput) return "the agent was given standard input: say which FILE";
     target = files.at(0).get<std::string>();
-    if (target == standardInput) return refuse("the agent was given standard input: say which FILE");
   }
-  const auto failed = saveText(target, document->at("text").get<std::string>());
-  if (failed) return refuse(*failed);
-  return target;
+  return saveText(target, document->at("text").get<std::string>());
+}
+
+}  // namespace
+
+std::optional<Saved> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit) {
+  std::string target = path, unheard;
+  Exit asked = exitDone;
+  const auto wrong = save(agent, target, &asked);
+  // For the agent's log. An agent that takes no changes from this client takes no such word either.
+  Json request = {{"do", "saved"}};
+  if (!target.empty()) request["file"] = std::filesystem::absolute(target).string();
+  if (wrong) request["wrong"] = *wrong;
+  agent.ask(request, &unheard);
+  if (wrong) {
+    complain(*wrong);
+    *exit = asked == exitDone ? exitUsage : asked;
+    return std::nullopt;
+  }
+  const auto status = shown(agent, {{"what", "status"}}, &unheard, &asked);
+  return Saved{target, status ? status->at("configuration").at("restart") : Json(nullptr)};
 }
 
 }  // namespace Agent

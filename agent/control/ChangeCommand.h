@@ -25,15 +25,22 @@ class ChangeCommand : public Command {
   Exit change(ControlClient& agent, nlohmann::ordered_json request) const;
 
  private:
-  std::string noteOf(const nlohmann::ordered_json& done, bool saved) const;
+  std::string noteOf(const nlohmann::ordered_json& done) const;
 
   bool dryRun_ = false, save_ = false;
   Leave leave_;
   std::optional<uint32_t> confirm_;
 };
 
+/// What was saved, and where.
+struct Saved {
+  std::string path;
+  nlohmann::ordered_json restart;  ///< as in the status, afterwards
+};
+
 /// Writes the command line's configuration of an agent to a file, or, without a path, to the one that the
-/// agent was given. Not while a change waits to be confirmed. The path, or nothing after a complaint.
-std::optional<std::string> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit);
+/// agent was given. Not while a change waits to be confirmed. Nothing after a complaint. The agent's log is
+/// told, whatever became of it.
+std::optional<Saved> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit);
 
 }  // namespace Agent

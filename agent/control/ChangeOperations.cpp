@@ -1,6 +1,7 @@
 #include <agent/change/Edit.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
+#include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>
 #include <fmt/format.h>
 
@@ -164,10 +165,16 @@ void Operations::rollback(const Request& request, Session& session, const Reply&
   change(request, session, std::move(*order), reply);
 }
 
-void Operations::confirm(const Request&, Session&, const Reply& reply) {
-  configuration_.confirm([reply](const std::optional<std::string>& wrong) {
+void Operations::confirm(const Request&, Session& session, const Reply& reply) {
+  configuration_.confirm(session.peer_.str(), [reply](const std::optional<std::string>& wrong) {
     reply(wrong ? Answer::failed("not-found", *wrong) : Answer::of({{"confirmed", true}}));
   });
+}
+
+void Operations::saved(const Request& request, Session& session, const Reply& reply) {
+  configuration_.savedIs(session.peer_.str(), printableText(request.text("file")),
+                         printableText(request.text("wrong")));
+  reply(Answer::of(Json::object()));
 }
 
 /// Carries out a change of the command line's source, and then looks what a restart would read.

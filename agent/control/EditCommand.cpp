@@ -12,8 +12,8 @@ namespace {
 constexpr const char* help =
     "COMMAND is one of\n"
     "  [NUMBER] permit|deny ...    add a rule, or replace the one of this number\n"
-    "  remark TEXT                 in front of the rule that comes next\n"
-    "  no NUMBER, no RULE          take a rule away\n"
+    "  [NUMBER] remark TEXT        in front of the rule that comes next, or of the one of this number\n"
+    "  no NUMBER, no RULE          take a rule away; no NUMBER remark: its remark\n"
     "  move NUMBER before NUMBER   or after: the rule gets a number that is free there\n"
     "  resequence [START [STEP]]   new numbers for all rules (10 10)\n"
     "Rules that are only moved or renumbered keep their ids and counters.\n";

@@ -5,6 +5,7 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/Warnings.h>
 #include <agent/config/Model.h>
+#include <agent/config/Nearest.h>
 #include <agent/control/ListProof.h>
 #include <agent/control/OffLine.h>
 #include <agent/core/Output.h>
@@ -12,6 +13,8 @@
 #include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
 #include <agent/warnings/WarningText.h>
+
+#include <set>
 
 namespace Agent {
 
@@ -60,6 +63,33 @@ std::string checkText(const Json& document) {
   return text;
 }
 
+namespace {
+
+/// The interfaces that some sources name.
+std::set<std::string> interfacesIn(const Sources& sources) {
+  std::set<std::string> all;
+  sources.forEach([&all](const std::string&, const Config::Model& model) {
+    for (const auto& [key, list] : model.bindings) all.insert(key.interface);
+    for (const auto& [name, notes] : model.interfaceNotes) all.insert(name);
+    for (const auto* groups : {&model.portChannels, &model.mirrorSessions}) {
+      for (const auto& [name, members] : *groups) all.insert(members.begin(), members.end());
+    }
+    for (const auto& [name, members] : model.portChannels) all.insert(name);
+  });
+  return all;
+}
+
+/// What is taken for granted of an interface that no text names: it may be one of the agent, or a slip.
+std::optional<std::string> assumedOf(const std::string& name, const Sources& sources) {
+  const auto all = interfacesIn(sources);
+  if (name.empty() || all.contains(name)) return std::nullopt;
+  return Config::orNearest(
+      fmt::format("{} is named nowhere in the configuration: taken for a port without lists", name), name,
+      std::vector<std::string_view>(all.begin(), all.end()));
+}
+
+}  // namespace
+
 std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame& frame, Exit* exit) {
   *exit = exitUsage;
   ConfigFiles files;
@@ -87,7 +117,12 @@ std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame&
   }
   *exit = exitDone;
   Explainer explainer(core, forwarder);
-  return explainer.explain(asked.port, frame);
+  Json document = explainer.explain(asked.port, frame);
+  document["assumed"] = Json::array();
+  for (const std::string& name : {asked.port, asked.out}) {
+    if (auto assumed = assumedOf(name, files.sources())) document["assumed"].push_back(std::move(*assumed));
+  }
+  return document;
 }
 
 }  // namespace Agent

@@ -62,8 +62,10 @@ std::optional<std::string> whyNoPort(const World& world, const std::string& name
                        [&name](const auto& each) { return each.first.name().view() == name; });
   };
   if (isAmong(world.core.portChannels().all())) return portChannelIsNoPort(name);
-  if (!isAmong(world.forwarder.ports())) return fmt::format("there is no port {}", name);
-  return std::nullopt;
+  if (isAmong(world.forwarder.ports())) return std::nullopt;
+  std::vector<std::string_view> names;
+  for (const auto& [id, port] : world.forwarder.ports()) names.push_back(id.name().view());
+  return Config::orNearest(fmt::format("there is no port {}", name), name, names);
 }
 
 std::vector<Operations::Operation> withCommonMembers(std::vector<Operations::Operation> operations) {
@@ -135,6 +137,11 @@ std::span<const Operations::Operation> Operations::all() {
        withMembersOfChanges(
            {{"number", Kind::number, "null", "of the change; without it the one before the last"}})},
       {"confirm", true, &Operations::confirm, "`confirmed`: true", {}},
+      {"saved",
+       true,
+       &Operations::saved,
+       "empty: who has saved the command line's configuration, or has tried to, says so for the log",
+       {{"file", Kind::name, "null", "where"}, {"wrong", Kind::name, "null", "what went wrong, if it did"}}},
       {"explain",
        false,
        &Operations::explain,

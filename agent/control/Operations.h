@@ -99,6 +99,7 @@ class Operations {
   void edit(const Request& request, Session& session, const Reply& reply);
   void rollback(const Request& request, Session& session, const Reply& reply);
   void confirm(const Request& request, Session& session, const Reply& reply);
+  void saved(const Request& request, Session& session, const Reply& reply);
   void change(const Request& request, const Session& session, Configuration::Request order,
               const Reply& reply);
   void explain(const Request& request, Session& session, const Reply& reply);

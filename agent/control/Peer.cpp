@@ -1,4 +1,5 @@
 #include <agent/control/Peer.h>
+#include <agent/core/Words.h>
 #include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -6,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <utility>
 #include <vector>
 
 namespace Agent {
@@ -26,11 +28,7 @@ std::string processName(pid_t pid) {
   std::ifstream file(fmt::format("/proc/{}/comm", pid));
   std::string name;
   std::getline(file, name);
-  // A process may call itself anything.
-  for (char& c : name) {
-    if (c < ' ' || c > '~') c = '?';
-  }
-  return name;
+  return printableText(std::move(name));
 }
 
 bool peerMayChange(int socket, gid_t group) {

@@ -1,5 +1,6 @@
 #include <agent/control/ChangeCommand.h>
 #include <agent/core/Document.h>
+#include <agent/core/Words.h>
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -25,7 +26,13 @@ class SaveCommand final : public Command {
     if (!connected(agent, control(), &exit)) return exit;
     const auto saved = saveConfiguration(agent, file_, &exit);
     if (!saved) return exit;
-    return print(json() ? linesOf({{"saved", *saved}}) : fmt::format("saved in {}\n", *saved));
+    if (json()) return print(linesOf({{"saved", saved->path}, {"restart", saved->restart}}));
+    std::string text = fmt::format("saved in {}\n", saved->path);
+    if (saved->restart.is_object()) {
+      for (const std::string& sentence : restartSentences(saved->restart))
+        text += fmt::format("({})\n", sentence);
+    }
+    return print(text);
   }
 
  private:

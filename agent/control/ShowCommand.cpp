@@ -1,5 +1,6 @@
 #include <Kiv/Clock.h>
 #include <agent/change/ConfigFiles.h>
+#include <agent/config/Nearest.h>
 #include <agent/config/Reader.h>
 #include <agent/control/Command.h>
 #include <agent/control/ControlClient.h>
@@ -29,16 +30,22 @@ std::string namesOfShows() {
   return text;
 }
 
+/// Why nothing of a name can be shown; empty if it can.
+std::string whyNoShow(const std::string& what) {
+  std::vector<std::string_view> names;
+  for (const Show& show : shows()) names.push_back(show.name);
+  if (showOf(what)) return "";
+  return Config::orNearest(fmt::format("{} is none of {}", what, fmt::join(names, ", ")), what, names);
+}
+
 class ShowCommand final : public Command {
  public:
   explicit ShowCommand(CLI::App& root)
       : Command(root, "show", "Show what a running agent knows.", namesOfShows()) {
-    std::vector<std::string> names;
-    for (const Show& show : shows()) names.emplace_back(show.name);
     app()
         .add_option("what", asked_.what, "what to show")
         ->required()
-        ->check(CLI::IsMember(names))
+        ->check([](const std::string& what) { return whyNoShow(what); })
         ->type_name("WHAT");
     app().add_option("name", asked_.list, "of that list alone")->type_name("NAME");
     app()
@@ -115,7 +122,7 @@ class ShowCommand final : public Command {
   }
 
   std::string text(const Show& show, const nlohmann::ordered_json& document) const {
-    if (json()) return watch_ ? lineOf(document) + "\n" : linesOf(document);
+    if (json()) return watch_ ? documentLineOf(document) : linesOf(document);
     const auto size = screenSize(STDOUT_FILENO);
     return show.text(document, {wantsColour(STDOUT_FILENO), Kiv::wallClock().now().seconds(),
                                 size ? std::optional(size->columns) : std::nullopt});

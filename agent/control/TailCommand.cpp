@@ -1,59 +1,23 @@
 #include <agent/control/Command.h>
 #include <agent/control/ControlClient.h>
 #include <agent/control/TailText.h>
-#include <agent/core/Descriptor.h>
 #include <agent/core/Document.h>
+#include <agent/core/EndSignals.h>
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>
 #include <agent/explain/FrameArgument.h>
 #include <agent/observe/Tails.h>
 #include <agent/ports/CommentedCapture.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <csignal>
 
 namespace Agent {
 
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-/// While it lives SIGINT and SIGTERM do not end the process, but make a descriptor readable.
-class EndSignals {
- public:
-  EndSignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &set, &before_);
-    fd_ = Descriptor(signalfd(-1, &set, SFD_CLOEXEC));
-  }
-  ~EndSignals() {
-    // Signals that have come are taken out: once they are let through, they would end the process.
-    signalfd_siginfo taken;
-    while (pending() && read(fd_.get(), &taken, sizeof taken) > 0) {
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  EndSignals(const EndSignals&) = delete;
-  EndSignals& operator=(const EndSignals&) = delete;
-
-  int fd() const { return fd_.get(); }
-
- private:
-  static bool pending() {
-    sigset_t set;
-    sigpending(&set);
-    return sigismember(&set, SIGINT) == 1 || sigismember(&set, SIGTERM) == 1;
-  }
-
-  sigset_t before_{};
-  Descriptor fd_;
-};
 
 Stamp stampOfTime(double time) {
   const double whole = std::floor(time);
@@ -100,7 +64,7 @@ class TailCommand final : public Command {
 
     std::optional<CommentedCapture> capture;
     if (!write_.empty()) capture.emplace(write_);
-    const EndSignals signals;
+    const EndSignals signals(EndSignals::After::asBefore);
     agent.stopIs(signals.fd());
     TailText text(wantsColour(STDOUT_FILENO));
     for (uint64_t left = count_; exit == exitDone && (count_ == 0 || left > 0);) {

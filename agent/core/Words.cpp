@@ -92,6 +92,22 @@ std::string waitsText(double within) {
       within);
 }
 
+std::string printableText(std::string text) {
+  for (char& c : text) {
+    if (c < ' ' || c > '~') c = '?';
+  }
+  return text;
+}
+
+std::vector<std::string> restartSentences(const Json& restart) {
+  std::vector<std::string> sentences;
+  for (const Json& why : restart.at("why"))
+    sentences.push_back("a restart would not be the same: " + why.get<std::string>());
+  if (const Json& refused = restart.at("refused"); !refused.is_null())
+    sentences.push_back("a restart would be refused: " + refused.get<std::string>());
+  return sentences;
+}
+
 std::string countText(uint64_t count, std::string_view one) {
   return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
 }

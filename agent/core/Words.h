@@ -57,6 +57,12 @@ std::string portChannelIsNoPort(std::string_view name);
 /// Of a change that waits to be confirmed: what can be done until it is taken back in so many seconds.
 std::string waitsText(double within);
 
+/// A text that somebody else has made, as a line may have it: what is not printable ASCII becomes "?".
+std::string printableText(std::string text);
+
+/// Of the member `restart` of a status: what a restart would not do, a sentence each.
+std::vector<std::string> restartSentences(const nlohmann::ordered_json& restart);
+
 /// "1 rule", "2 rules".
 std::string countText(uint64_t count, std::string_view one);
 

@@ -56,6 +56,8 @@ std::string explainText(const Json& document, bool colour) {
   const Style style(colour);
   std::string text = fmt::format("{}{}{}  on {}\n", style.bold, document.at("frame").get<std::string>(),
                                  style.off, document.at("port").get<std::string>());
+  for (const Json& assumed : document.value("assumed", Json::array()))
+    text += fmt::format("({})\n", assumed.get<std::string>());
   for (const Json& asked : document.at("asked")) {
     const Json list = {{"type", asked.at("type")}, {"name", asked.at("list")}};
     text += fmt::format("\n{}: {}{}{}\n", boundAt(asked), style.bold, listTitle(list), style.off);

@@ -2,6 +2,7 @@
 #include <Velo/ParsedPacket.h>
 #include <agent/config/Mistake.h>
 #include <agent/config/Names.h>
+#include <agent/config/Nearest.h>
 #include <agent/explain/FrameText.h>
 #include <agent/explain/FrameWords.h>
 #include <fmt/format.h>
@@ -19,11 +20,17 @@ const FrameWord* find(std::span<const FrameWord> words, std::string_view word) {
   return at == words.end() ? nullptr : &*at;
 }
 
-std::string anyOf(std::span<const FrameWord> words) {
+namespace {
+
+std::vector<std::string_view> namesOf(std::span<const FrameWord> words) {
   std::vector<std::string_view> names;
   for (const FrameWord& each : words) names.push_back(each.word);
-  return Config::anyOf(names);
+  return names;
 }
+
+}  // namespace
+
+std::string anyOf(std::span<const FrameWord> words) { return Config::anyOf(namesOf(words)); }
 
 bool readMac(Cursor& at, Nimnet::EthAddr* out) {
   return readAs(at, "a MAC address", Nimnet::EthAddr::parse(at.peek()), out);
@@ -56,14 +63,16 @@ bool readModifier(Cursor& at, Draft& draft) {
   if (at.peek(1) == "octets") return readSizeWord(at, draft);
   if (at.peek(1) == "segments") return readSegments(at);
   const FrameWord* modifier = find(frameModifiers(), at.peek());
-  if (!modifier) return at.fail(anyOf(frameModifiers()) + ", or a number of octets");
+  if (!modifier)
+    return at.fail(Config::orNearest(anyOf(frameModifiers()) + ", or a number of octets", at.peek(),
+                                     namesOf(frameModifiers())));
   at.take();
   return modifier->read(at, draft);
 }
 
 bool readAll(Cursor& at, Draft& draft) {
   const FrameWord* kind = find(frameKinds(), at.peek());
-  if (!kind) return at.fail(anyOf(frameKinds()));
+  if (!kind) return at.fail(Config::orNearest(anyOf(frameKinds()), at.peek(), namesOf(frameKinds())));
   at.take();
   if (!kind->read(at, draft)) return false;
   while (!at.atEnd()) {

@@ -104,8 +104,8 @@ uint32_t CommentedCapture::interfaceOf(std::string_view port) {
 void CommentedCapture::write(const CommentedFrame& frame) {
   if (!wrong_.empty()) return;
   if (frame.stamp.seconds < 0 || frame.stamp.seconds > lastSecondOfPcapng) {
-    wrong_ = fmt::format("{}: ends before a frame of a time that a pcapng file cannot hold: after 2554-07-21",
-                         path_);
+    wrong_ = fmt::format("{}: ends before a frame of a time that a pcapng file cannot hold: {}", path_,
+                         frame.stamp.seconds < 0 ? "before 1970-01-01" : "after 2554-07-21");
     return;
   }
   const uint64_t stamp = static_cast<uint64_t>(frame.stamp.seconds) * uint64_t{Stamp::nanosecondsInSecond} +

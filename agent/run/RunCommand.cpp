@@ -210,10 +210,6 @@ std::optional<Exit> Run::openPorts() {
   }
   ports_.logIs(tellLog());
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
-  // A later configuration may name more such ports; `velo show ports` lists them.
-  for (const auto& [id, port] : forwarder_.ports()) {
-    if (!port->sink) complain(fmt::format("{} has no --port: what leaves there is lost", id.name()));
-  }
   const std::set<int>& needed = ports_.capabilities();
   if (!capabilitiesKeep({needed.begin(), needed.end()}).empty())
     complain("a device that goes cannot be opened again");

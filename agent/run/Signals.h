@@ -1,13 +1,8 @@
 #pragma once
 
-#include <agent/core/Descriptor.h>
-
-#include <initializer_list>
+#include <agent/core/EndSignals.h>
 
 namespace Agent {
-
-/// Unblocks signals for this thread: the process may have been started with them blocked.
-void unblock(std::initializer_list<int> signals);
 
 /// To be called first of all: from now on SIGHUP and SIGUSR1 do not end the process, but are kept for
 /// Signals, and SIGPIPE is ignored. That holds also if the process was started to ignore SIGHUP, as by
@@ -28,7 +23,7 @@ class Signals {
   Signals& operator=(const Signals&) = delete;
 
   /// Readable when a signal has come.
-  int fd() const { return fd_.get(); }
+  int fd() const { return end_.fd(); }
 
   /// What signals have asked for since the last call.
   struct Asked {
@@ -40,7 +35,7 @@ class Signals {
   Asked take();
 
  private:
-  Descriptor fd_;
+  EndSignals end_;
 };
 
 }  // namespace Agent

@@ -52,7 +52,9 @@ void addBindings(Json& all, const ListReport& list, bool defined) {
 Json destinationsWithoutDevice(const World& world) {
   std::set<std::string> with, without;
   if (!world.portStates) return Json::array();
-  for (const PortState& state : world.portStates()) with.insert(state.name);
+  for (const PortState& state : world.portStates()) {
+    if (state.present) with.insert(state.name);
+  }
   const auto& channels = world.core.portChannels().all();
   for (const auto& [session, destinations] : Velo::MirroringStepHelper::singleton()->sessions()) {
     for (const Nimnet::IntfId& destination : destinations) {

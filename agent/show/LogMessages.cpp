@@ -54,7 +54,8 @@ class LogMessagesCommand final : public ProgramCommand {
       complain(*wrong);
       return exitUsage;
     }
-    return print(json_ ? linesOf(messagesJson()) : messagesText(messagesJson())) ? exitDone : exitUnread;
+    return print(json_ ? linesOf({{"messages", messagesJson()}}) : messagesText(messagesJson())) ? exitDone
+                                                                                                 : exitUnread;
   }
   bool loadsPlugin() const override { return true; }
 

@@ -73,12 +73,19 @@ std::string segmentsText(const std::string& name, const Json& live) {
   return text.empty() ? "" : text + "; a frame that is still to be cut is one packet to the lists\n";
 }
 
+/// Of a port without a device, or whose device is missing; no line for one whose device is there, or that no
+/// copies are to leave by.
 std::string withoutDevice(const std::string& name, const Json& port) {
+  const bool isLive = port.contains("live");
+  if (isLive && (port.at("live").at("present").get<bool>() || !port.contains("mirrorSessions"))) return "";
+  const std::string device =
+      isLive ? fmt::format(": its device {} is missing", valueText(port.at("live").at("device")))
+             : " has no device";
   std::string sessions;
   for (const Json& session : port.value("mirrorSessions", Json::array()))
     sessions += fmt::format("{}mirror session {}", sessions.empty() ? "" : ", ", valueText(session));
-  if (sessions.empty()) return fmt::format("{} has no device: what leaves there is lost\n", name);
-  return fmt::format("{} has no device: copies to it are lost ({})\n", name, sessions);
+  if (sessions.empty()) return fmt::format("{}{}: what leaves there is lost\n", name, device);
+  return fmt::format("{}{}: copies to it are lost ({})\n", name, device, sessions);
 }
 
 std::string portsShownText(const Json& document, const TextStyle& style) {
@@ -88,10 +95,8 @@ std::string portsShownText(const Json& document, const TextStyle& style) {
   std::string wrong, without, segments;
   for (const auto& [name, port] : document.at("ports").items()) {
     if (port.contains("received")) counted[name] = port;
-    if (!port.contains("live")) {
-      without += withoutDevice(name, port);
-      continue;
-    }
+    without += withoutDevice(name, port);
+    if (!port.contains("live")) continue;
     const Json& state = port.at("live");
     const char* link = state.at("up").get<bool>() ? "up" : state.at("present").get<bool>() ? "down" : "gone";
     live.push_back({name, valueText(state.at("device")), link,

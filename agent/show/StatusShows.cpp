@@ -1,6 +1,7 @@
 // Shows of what the packet path publishes and counts.
 #include <agent/core/Style.h>
 #include <agent/core/Words.h>
+#include <agent/show/ListRow.h>
 #include <agent/show/Shows.h>
 #include <agent/warnings/WarningText.h>
 
@@ -22,25 +23,53 @@ std::string sourceLine(const Json& source, const TextStyle& style) {
   return line + "\n";
 }
 
+/// A line in as many as the screen needs.
+std::string fitted(const std::string& line, const TextStyle& style) {
+  return fmt::format("{}", fmt::join(wrapped(line, style.width.value_or(line.size())), "\n"));
+}
+
 /// The sources of configuration, and the texts that are not in force.
 std::string configurationText(const Json& configuration, const TextStyle& style) {
   const Style how(style.colour);
   std::string text;
+  const auto addRed = [&](const std::string& line) {
+    text += fmt::format("{}{}{}\n", how.red, fitted(line, style), how.off);
+  };
   for (const Json& source : configuration.at("sources")) text += sourceLine(source, style);
   for (const Json& bad : configuration.at("bad")) {
-    text +=
-        fmt::format("{}{}: not in force, {}{}\n", how.red, bad.at("name").get<std::string>(),
-                    bad.at("kept").get<bool>() ? "its last good text is" : "and nothing of it is", how.off);
-    for (const Json& mistake : bad.at("mistakes")) text += fmt::format("   {}\n", mistake.get<std::string>());
+    addRed(fmt::format("{}: not in force, {}", bad.at("name").get<std::string>(),
+                       bad.at("kept").get<bool>() ? "its last good text is" : "and nothing of it is"));
+    for (const Json& mistake : bad.at("mistakes"))
+      text += fitted("   " + mistake.get<std::string>(), style) + "\n";
   }
-  text += warningsText(configuration.value("warnings", Json::array()));
+  for (const Json& warning : configuration.value("warnings", Json::array())) {
+    std::string line = warningsText(Json::array({warning}));
+    line.pop_back();  // the line end
+    text += fitted(line, style) + "\n";
+  }
   if (const Json& within = configuration.at("confirmWithin"); !within.is_null())
-    text += fmt::format("{}the last change is taken back in {:.0f} s unless it is confirmed{}\n", how.red,
-                        within.get<double>(), how.off);
-  for (const Json& why : configuration.at("restart").at("why"))
-    text +=
-        fmt::format("{}a restart would not be the same: {}{}\n", how.red, why.get<std::string>(), how.off);
+    addRed(fmt::format("the last change is taken back in {:.0f} s unless it is confirmed",
+                       within.get<double>()));
+  if (const Json& why = configuration.at("notReturned"); !why.is_null())
+    addRed("it could not be taken back, and that is tried again: " + why.get<std::string>());
+  for (const std::string& sentence : restartSentences(configuration.at("restart"))) addRed(sentence);
   return text + "\n";
+}
+
+/// The places where a list is bound, in lines of a column.
+std::vector<std::string> placesText(const std::set<std::string>& places, const TextStyle& style) {
+  constexpr size_t ofColumn = 36;
+  std::vector<std::string> lines;
+  for (const std::string& place : places) {
+    const bool fits = !lines.empty() && (!style.width || lines.back().size() + place.size() + 3 <= ofColumn);
+    if (!lines.empty()) lines.back() += fits ? ", " : ",";
+    if (fits) {
+      lines.back() += place;
+    } else {
+      lines.push_back(place);
+    }
+  }
+  return lines.empty() ? std::vector<std::string>{"nowhere"} : lines;
 }
 
 /// A line for each published list, with the places where it is bound.
@@ -57,9 +86,10 @@ std::string publishedText(const Json& status, const TextStyle& style) {
       for (const char* rules : {"ruleStatus", "implicitRuleStatus"}) {
         for (const auto& [id, rule] : list.at(rules).items()) packets += rule.at("packets").get<uint64_t>();
       }
-      const auto& places = bound[name];
+      const auto places = placesText(bound[name], style);
       lines.push_back({type, name, std::to_string(list.at("ruleStatus").size()), std::to_string(packets),
-                       places.empty() ? "nowhere" : fmt::format("{}", fmt::join(places, ", "))});
+                       places.front()});
+      for (size_t i = 1; i < places.size(); ++i) lines.push_back({"", "", "", "", places[i]});
     }
   }
   return tableText(lines, {false, false, true, true, false}, style.colour);

@@ -18,7 +18,7 @@ struct TextStyle {
   /// The present time in seconds since the epoch: times are shown as how long ago they were. Nothing: times
   /// are shown in UTC.
   std::optional<double> now{};
-  /// How many characters a line may have; nothing: as many as it needs. Only lists obey.
+  /// How many characters a line may have; nothing: as many as it needs. Only lists and the status obey.
   std::optional<size_t> width{};
 };
 

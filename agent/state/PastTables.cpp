@@ -59,6 +59,31 @@ void writeUnconfirmed(Database& database, const std::optional<Unconfirmed>& unco
   statement.run();
 }
 
+/// The row without a name says that the files are known, also when there are none.
+void writeFiles(Database& database, const std::optional<FileDigests>& files) {
+  database.run("DELETE FROM file");
+  if (!files) return;
+  Statement statement = database.statement("INSERT INTO file VALUES(?, ?)");
+  const auto put = [&statement](std::string_view name, uint64_t digest) {
+    statement.bind(0, name);
+    statement.bind(1, static_cast<int64_t>(digest));
+    statement.run();
+  };
+  put("", 0);
+  for (const auto& [name, digest] : *files) put(name, digest);
+}
+
+std::optional<FileDigests> readFiles(Database& database) {
+  std::optional<FileDigests> files;
+  Statement rows = database.statement("SELECT name, digest FROM file");
+  while (rows.step()) {
+    if (!files) files.emplace();
+    if (std::string name = rows.text(0); !name.empty())
+      files->emplace(std::move(name), static_cast<uint64_t>(rows.integer(1)));
+  }
+  return files;
+}
+
 bool same(const std::optional<Unconfirmed>& a, const std::optional<Unconfirmed>& b) {
   if (!a || !b) return !a && !b;
   return a->refused == b->refused && a->before == b->before;
@@ -71,7 +96,11 @@ std::vector<std::string> definitions() {
       "CREATE TABLE change(number INTEGER PRIMARY KEY, time NOT NULL, what NOT NULL, who NOT NULL, "
       "source NOT NULL, summary NOT NULL, hasText NOT NULL, text NOT NULL, hasDifference NOT NULL, "
       "difference NOT NULL)",
-      "CREATE TABLE unconfirmed(refused NOT NULL, before NOT NULL)"};
+      "CREATE TABLE unconfirmed(refused NOT NULL, before NOT NULL)", filesDefinition()};
+}
+
+std::string filesDefinition() {
+  return "CREATE TABLE file(name PRIMARY KEY NOT NULL, digest NOT NULL) WITHOUT ROWID";
 }
 
 Past read(Database& database) {
@@ -83,6 +112,7 @@ Past read(Database& database) {
     past.unconfirmed = Unconfirmed{std::make_shared<const std::string>(unconfirmed.text(0)),
                                    std::make_shared<const std::string>(unconfirmed.text(1))};
   }
+  past.files = readFiles(database);
   return past;
 }
 
@@ -102,6 +132,7 @@ void write(Database& database, const Past& before, const Past& now) {
     forget.run();
   }
   if (!same(before.unconfirmed, now.unconfirmed)) writeUnconfirmed(database, now.unconfirmed);
+  if (before.files != now.files) writeFiles(database, now.files);
 }
 
 }  // namespace Agent::PastTables

@@ -11,6 +11,8 @@ namespace Agent::PastTables {
 
 /// The statements that make the tables. The database keeps their texts, so that they can be compared later.
 std::vector<std::string> definitions();
+/// The last of them: of the files of the directory.
+std::string filesDefinition();
 
 Past read(Database& database);
 

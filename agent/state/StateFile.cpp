@@ -26,7 +26,7 @@ constexpr uint64_t idsAhead = 1 << 20;
 constexpr uint64_t mostIds = uint64_t{3} << 62;
 
 /// Of files that an earlier agent has made.
-constexpr int64_t versionWithoutPast = 1;
+constexpr int64_t versionWithoutPast = 1, versionWithoutFiles = 2;
 
 constexpr const char* idsDefinition = "CREATE TABLE ids(given NOT NULL)";
 
@@ -116,7 +116,9 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   if (application != applicationId) throw DatabaseError(SQLITE_NOTADB, "no state of this agent");
   const int64_t found = database_.integer("PRAGMA user_version");
   if (found == versionWithoutPast) {
-    addPast();
+    addTables(PastTables::definitions());
+  } else if (found == versionWithoutFiles) {
+    addTables({PastTables::filesDefinition()});
   } else if (found != version) {
     throw DatabaseError(SQLITE_NOTADB,
                         fmt::format("a state of version {}, not {}", found, int{version}).c_str());
@@ -136,10 +138,10 @@ void StateFile::writerIs() {
   database_.run(fmt::format("INSERT INTO program VALUES('{}')", Agent::version()));
 }
 
-/// Makes a file of this version out of one that has no past.
-void StateFile::addPast() {
+/// Makes a file of this version out of one that has all other tables.
+void StateFile::addTables(const std::vector<std::string>& missing) {
   database_.run("BEGIN IMMEDIATE");
-  for (const std::string& definition : PastTables::definitions()) database_.run(definition);
+  for (const std::string& definition : missing) database_.run(definition);
   database_.run(fmt::format("PRAGMA user_version = {}", int{version}));
   database_.run("COMMIT");
 }

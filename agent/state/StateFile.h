@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Agent {
 
@@ -17,7 +18,7 @@ namespace Agent {
 class StateFile {
  public:
   /// To be increased with every change of the tables.
-  static constexpr int version = 2;
+  static constexpr int version = 3;
 
   /// Opens or makes a file, and reads the state in it. A file that is damaged, has another version, or has
   /// ids that are not possible, is renamed to a name with ".aside" at its end, and a new one is made;
@@ -39,7 +40,7 @@ class StateFile {
   explicit StateFile(const std::string& path);
   void create();
   void writerIs();
-  void addPast();
+  void addTables(const std::vector<std::string>& definitions);
   void checkTables();
   void read();
   template <class Write>

@@ -166,7 +166,7 @@ class Opening(OperatedTest):
         put("again", LIST)
         self.assertTrue(until(lambda: not bad() and self.passing() == {PASS}))
         log = stderr_of(agent)
-        self.assertEqual(log.count("conf.d/lists: not in force, 1 mistake"), 1, "told once, not every second")
+        self.assertEqual(log.count("velo: lists not changed by "), 1, "told once, not every second")
         self.assertRegex(log, r"again changed by .*/conf\.d/again: \+1 list")
 
     def test_an_agent_that_may_open_lets_its_directory(self):
@@ -331,6 +331,16 @@ class Starting(OperatedTest):
         self.addCleanup(strict.kill)
         self.assertIn("refused because of --strict", strict.process.communicate(timeout=30)[1])
         self.assertEqual(strict.process.returncode, 2)
+
+    def test_a_port_without_a_device_is_told_once(self):
+        self.stations_are(1)
+        agent = Agent(live_test.VELO, self.middle, "mirror session S destination eth9\nport-channel po1 members eth8\n",
+                      "--port", "eth1=eth1", check=False)
+        self.addCleanup(agent.kill)
+        agent.process.send_signal(signal.SIGTERM)
+        lines = agent.process.communicate(timeout=30)[1].splitlines()
+        for port in ("eth8", "eth9"):
+            self.assertEqual(len([line for line in lines if port in line]), 1, lines)
 
     def test_the_version_is_told(self):
         version = run(live_test.VELO, "--version").stdout.strip()

@@ -1,4 +1,5 @@
 #include <agent/change/Edit.h>
+#include <agent/change/Warnings.h>
 #include <agent/config/Writer.h>
 #include <gtest/gtest.h>
 
@@ -48,6 +49,12 @@ TEST(Edit, CarriesOutItsCommandsInTheirOrder) {
            EditRow{"a remark need not be there", "no remark x\nno 20 remark\nno 999 remark",
                    "   remark web\n   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
                    "   30 deny ip any any\n"},
+           EditRow{"takes a remark away", "no 10 remark",
+                   "   10 permit tcp any any eq www\n   20 permit udp any any eq domain\n"
+                   "   30 deny ip any any\n"},
+           EditRow{"gives one", "20 remark names",
+                   "   remark web\n   10 permit tcp any any eq www\n   remark names\n"
+                   "   20 permit udp any any eq domain\n   30 deny ip any any\n"},
            EditRow{"moves one to the front", "move 30 before 10",
                    "   5 deny ip any any\n   remark web\n   10 permit tcp any any eq www\n"
                    "   20 permit udp any any eq domain\n"},
@@ -141,6 +148,65 @@ TEST(Edit, KeepsNoticesOfWhatIsStillThere) {
   }
 }
 
+TEST(Edit, LeavesThingsWhereTheyStand) {
+  const std::string text =
+      "port-channel po1 members gone\n"
+      "interface eth1\n ip access-group MISSING in\n ip access-group A out\n shutdown\n"
+      "object-group network NOBODY\n"
+      "ip access-list A\n 10 permit ip any any mirror session M1\n 20 permit ip any object-group NOBODY\n"
+      " 30 permit ip any any\n"
+      "ip access-list UNBOUND\nmirror session M2 destination nowhere\n";
+  // In the order in which they are told.
+  const std::vector<std::string> before = {"t:3:18 list-undefined",
+                                           "t:11:16 list-unbound",
+                                           "t:8:2 session-undefined",
+                                           "t:12:16 session-without-port",
+                                           "t:1:14 member-without-port",
+                                           "t:9:2 empty-group",
+                                           "t:5:2 shutdown"};
+  struct Row {
+    const char* why;
+    const char* commands;
+    const char *session, *group;  ///< the places of rules with them
+  };
+  for (const Row& row : {
+           Row{"nothing is done", "", "t:8:2", "t:9:2"},
+           Row{"another rule goes", "no 30", "t:8:2", "t:9:2"},
+           Row{"rules get other numbers", "resequence 20 1\nresequence 7 13", "t:8:2", "t:9:2"},
+           Row{"rules change places", "move 10 after 20\nresequence", "t:8:2", "t:9:2"},
+           Row{"one takes the number of another one",
+               "no 10\n40 permit tcp any any mirror session M1\nresequence", "edit:2:1", "t:9:2"},
+           Row{"one comes from the edit", "no 30\n10 permit tcp any any mirror session M1", "edit:2:1",
+               "t:9:2"},
+           Row{"and goes to another place", "20 permit tcp any object-group NOBODY\nmove 20 before 10",
+               "t:8:2", "edit:1:1"},
+       }) {
+    Sources sources{modelOf(text), {}};
+    // What an earlier edit has left is in the way of nothing.
+    for (const std::string& commands : {std::string("resequence"), std::string(row.commands)}) {
+      auto result = edited(sources, {"A", {}, commands});
+      ASSERT_TRUE(result.model) << row.why << ": " << result.mistakes.front();
+      sources.commandLine = std::move(*result.model);
+    }
+    auto expected = before;
+    expected[2] = std::string(row.session) + " session-undefined";
+    expected[5] = std::string(row.group) + " empty-group";
+    std::vector<std::string> places;
+    const Agent::PortNames ports = {"eth1"};
+    for (const auto& warning : Agent::lastingWarnings(sources.layers(), &ports)) {
+      const Agent::Place& place = warning.place;
+      places.push_back(
+          fmt::format("{}:{}:{} {}", place.file, place.line, place.column, warning.code.kind().code));
+    }
+    EXPECT_EQ(places, expected) << row.why;
+    EXPECT_LE(sources.commandLine.notices.texts.size(), 2u) << row.why;
+  }
+  const auto result = edited({modelOf(text), {}}, {"UNBOUND", {}, "permit ip any any"});
+  ASSERT_TRUE(result.model);
+  const auto& notices = result.model->notices;
+  EXPECT_EQ(notices.placeOf(notices.lists, {Acl::AclType::ip, "UNBOUND"}), (Agent::Place{"t", 11, 16}));
+}
+
 TEST(Edit, TellsWhatIsWrongWithItsPlace) {
   struct Row {
     const char* why;
@@ -157,6 +223,16 @@ TEST(Edit, TellsWhatIsWrongWithItsPlace) {
            Row{"a statement that leads out of the list",
                {"A", {}, "interface eth1"},
                "edit:1:1: found \"interface\", expected a rule, remark, no, move or resequence"},
+           Row{"a slip",
+               {"A", {}, "mvoe 10 after 20"},
+               "edit:1:1: found \"mvoe\", expected a rule, remark, no, move or resequence (did you mean "
+               "move?)"},
+           Row{"behind no",
+               {"A", {}, "no premit ip any any"},
+               "edit:1:4: found \"premit\", expected a rule, its number or remark (did you mean permit?)"},
+           Row{"of a place",
+               {"A", {}, "move 10 befor 20"},
+               "edit:1:9: found \"befor\", expected before or after (did you mean before?)"},
            Row{"also behind no",
                {"A", {}, "no ip access-list A"},
                "edit:1:4: found \"ip\", expected a rule, its number or remark"},

@@ -2,29 +2,14 @@
 #include <agent/change/Restart.h>
 #include <agent/config/Writer.h>
 
-#include "../support/CaptureBytes.h"
-#include "../support/ModelOf.h"
-#include "../support/RunningAgent.h"
-
-#include <thread>
+#include "TakingBack.h"
 
 namespace {
 
 using namespace TestSupport;
-using Agent::Change;
-using Agent::ChangeJournal;
 using Agent::History;
-using Agent::Past;
-
-Agent::SharedText shared(std::string text) { return std::make_shared<const std::string>(std::move(text)); }
-
-Change changeOf(const std::string& source, const std::string& text) {
-  Change change;
-  change.source = source;
-  change.text = shared(text);
-  change.difference = shared("{}");
-  return change;
-}
+using testing::ElementsAre;
+using testing::HasSubstr;
 
 TEST(History, HasTheLastFiftyChanges) {
   History history({}, nullptr);
@@ -52,60 +37,6 @@ TEST(History, ForgetsOldTextsThatAreTooMuchTogether) {
   EXPECT_TRUE(history.find(3)->text) << "whatever the files of the directory say";
   EXPECT_FALSE(history.find(5)->text);
 }
-
-/// Keeps the past in memory, when it is told to.
-class TestJournal final : public ChangeJournal {
- public:
-  void keep(Past past) override { given = std::move(past), state_ = State::writing; }
-  State state() const override { return now ? kept() : state_; }
-  State kept() const {
-    state_ = *now;
-    return state_;
-  }
-  Past given;
-  std::optional<State> now = State::kept;
-
- private:
-  mutable State state_ = State::kept;
-};
-
-constexpr const char* oneText =
-    "ip access-list A\n   10 permit udp any any\ninterface eth1\n   ip access-group A in\n";
-constexpr const char* otherText =
-    "ip access-list A\n   10 deny udp any any\ninterface eth1\n   ip access-group A in\n";
-constexpr const char* thirdText =
-    "ip access-list A\n   10 deny ip any any\ninterface eth1\n   ip access-group A in\n";
-
-class TakingBackTest : public testing::Test {
- protected:
-  std::string inForce() {
-    return agent_.ask({{"do", "show"}, {"what", "configuration"}, {"source", "cli"}}).at("text");
-  }
-  Json applyToBeConfirmed(const std::string& text, uint32_t seconds) {
-    agent_.ask({{"do", "text"}, {"name", "t"}, {"text", text}});
-    return agent_.ask({{"do", "apply"}, {"confirm", seconds}});
-  }
-  /// Numbers with what was done.
-  std::string history() {
-    std::string text;
-    const Json shown = agent_.show("history");
-    for (const Json& change : shown.at("changes"))
-      text += fmt::format("{}{} {}", text.empty() ? "" : ", ", change.at("number").get<uint64_t>(),
-                          change.at("what").get<std::string>());
-    return text;
-  }
-  std::string errorOf(const Json& answer) {
-    if (!answer.contains("error")) return "none";
-    const Json& error = answer.at("error");
-    return error.contains("mistakes") ? error.at("mistakes").at(0) : error.at("text");
-  }
-  void settle() {
-    agent_.turnsUntil([this] { return !agent_.plane().configuration().busy(); });
-  }
-
-  TestJournal journal_;
-  RunningAgent agent_;
-};
 
 TEST_F(TakingBackTest, GoesBackToAnyChange) {
   agent_.start(oneText);
@@ -222,29 +153,6 @@ TEST_F(TakingBackTest, WhatChangesNothingConfirmsNothing) {
   EXPECT_EQ(inForce(), oneText);
 }
 
-/// A list in the directory that only the text has bound that waits to come back.
-class ListOfWhatComesBackTest : public TakingBackTest {
- protected:
-  static constexpr const char* bound = "interface eth1\n ip access-group X in\n";
-  static constexpr const char* list = "ip access-list X\n permit ip any any\n";
-
-  /// Begins with the list bound, and has a text without it wait to be confirmed for a minute.
-  void begin(bool mayOpen) {
-    agent_.leaveIs({.openings = mayOpen});
-    const std::map<std::string, std::string> files = {{"x", list}};
-    agent_.start(bound, &files);
-    ASSERT_EQ(applyToBeConfirmed(otherText, 60).at("applied"), true);
-  }
-  void untilFilesAre(const std::function<bool()>& done) {
-    agent_.turns();
-    agent_.advance(1.1);  // a look comes once a second
-    const auto& files = agent_.plane().configuration();
-    agent_.turnsUntil([&] { return !files.looking() && !files.busy() && done(); });
-  }
-  Json bad() { return agent_.show("status").at("configuration").at("bad"); }
-  bool isDefined(const char* name = "X") { return !agent_.show("access-lists", name).contains("error"); }
-};
-
 TEST_F(ListOfWhatComesBackTest, StaysInForceThoughItsFileHasGone) {
   begin(false);
   std::filesystem::remove(agent_.dirPath() + "/x");
@@ -280,6 +188,26 @@ TEST_F(ListOfWhatComesBackTest, MayChangeAsLongAsItIsThere) {
   agent_.putFile("y", "ip access-list Y\n deny ip any any\n");
   untilFilesAre([this] { return isDefined("Y"); });
   EXPECT_TRUE(bad().empty()) << bad();
+}
+
+TEST_F(ListOfWhatComesBackTest, IsNotContradictedByAFile) {
+  const std::string channel = "port-channel po1 members eth5\n";
+  const std::map<std::string, std::string> files = {{"x", list}};
+  agent_.start(channel, &files);
+  ASSERT_EQ(applyToBeConfirmed(otherText, 60).at("applied"), true);
+  agent_.log();
+  agent_.putFile("x", "port-channel po2 members eth5\n");
+  untilFilesAre([this] { return !bad().empty(); });
+  const std::string why =
+      "if nobody confirms the change that waits for it: port-channel po2: eth5 is a member of po1 already";
+  EXPECT_EQ(bad().at(0).at("mistakes").at(0), agent_.dirPath() + "/x: " + why);
+  untilFilesAre([] { return true; });
+  EXPECT_THAT(agent_.log(), ElementsAre("x not changed by " + agent_.dirPath() + "/x: " + why +
+                                        "; 1 list removed, +1 port-channel"))
+      << "once";
+  agent_.advance(60);
+  untilFilesAre([&] { return inForce() == channel; });
+  EXPECT_TRUE(isDefined());
 }
 
 TEST_F(TakingBackTest, TheJournalHasWhatWasBeforeWhenTheChangeBegins) {
@@ -339,30 +267,6 @@ TEST(TakingBack, EveryStartTakesBackWhatNobodyConfirmed) {
   EXPECT_EQ(start(otherText), oneText) << "the file still says it";
   EXPECT_EQ(start(thirdText), thirdText);
   EXPECT_EQ(start(otherText), otherText) << "somebody has written another file since";
-}
-
-TEST_F(TakingBackTest, TellsWhatARestartWouldRead) {
-  agent_.start(oneText);
-  const auto restart = [this] { return agent_.show("status").at("configuration").at("restart"); };
-  EXPECT_EQ(restart().at("same"), true);
-  const Json done = agent_.apply(otherText);
-  EXPECT_EQ(done.at("restart").at("same"), false);
-  EXPECT_EQ(restart().at("same"), false);
-  const std::string path = restart().at("files").at(0);
-  EXPECT_EQ(restart().at("why").at(0), fmt::format("what is in force is not what {} says", path));
-  writeFile(path, std::string("! in other words\n") + otherText);
-  EXPECT_EQ(restart().at("same"), true);
-  // A file is not read for every question once the file system's clock, which nobody can drive, tells a later
-  // change from the last one: only when it is another one.
-  while (!Agent::isSettled(*Agent::identityOf(path), Agent::fileTime())) std::this_thread::yield();
-  EXPECT_EQ(restart().at("same"), true);
-  writeFile(path, "ip access-list A\n permit\n");
-  EXPECT_EQ(restart().at("why").at(0).get<std::string>().find(path + ":2:"), 0u);
-  std::filesystem::remove(path);
-  EXPECT_EQ(restart().at("same"), false);
-  writeFile(path, oneText);
-  EXPECT_EQ(restart().at("same"), false);
-  EXPECT_EQ(agent_.apply(oneText).at("restart").at("same"), true);
 }
 
 }  // namespace

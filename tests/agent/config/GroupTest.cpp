@@ -227,6 +227,16 @@ TEST(ObjectGroup, HasMistakesWithTheirPlaces) {
        "2:15: found \"log\", expected the end of the line"},
       {"an unknown service", "object-group service A\ntpc eq 80",
        "2:1: found \"tpc\", expected " SERVICES " (did you mean tcp?)"},
+      {"every protocol", "object-group service A\nip",
+       "2:1: found \"ip\", expected a protocol: a rule that is for every protocol says so itself and names "
+       "no "
+       "group of services"},
+      {"the same of IPv6", "object-group service A\nipv6",
+       "2:1: found \"ipv6\", expected a protocol: a rule that is for every protocol says so itself and names "
+       "no "
+       "group of services"},
+      {"a statement that is not whole", "object-group service A\nip access-lst",
+       "2:4: found \"access-lst\", expected access-list (did you mean access-list?)"},
       {"ports of another protocol", "object-group service A\ntcp-udp eq syslog",
        "2:12: found \"syslog\", expected a port 0 to 65535 or a port name of this protocol"},
       {"words behind a service", "object-group service A\ntcp eq 80 log",

@@ -30,6 +30,9 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
             "interface eth1\n ip access-group A in\n ip access-group MISSING out\n"
             "object-group network NOBODY\nip access-list A\n permit ip object-group NOBODY any\n"
             "interface eth2\n shutdown\ninterface eth3\n shutdown\n no shutdown\n description x\n");
+  writeFile(dir / "near.acl",
+            "ip access-list A\n permit ip any any mirror session PORBE\n"
+            "interface eth1\n ip access-group A in\nmirror session PROBE destination eth2\n");
   writeFile(dir / "bad.acl", "ip access-list A\n permit\n 10 deny any\n");
   writeFile(dir / "channels.acl", "port-channel po1 members a\n");
   writeFile(dir / "d", "port-channel po2 members a\n");
@@ -49,6 +52,9 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
       "not checked: whether interfaces are ports of the agent (--ports eth1,eth2 tells which it has)\n"
       "an agent would refuse to start: interface eth1: ip access-list MISSING is bound out but not defined: "
       "everything passes it (--allow-open carries it out)\n");
+
+  EXPECT_THAT(Agent::checkText(Agent::checkDocument({.files = {dir / "near.acl"}})),
+              HasSubstr("mirror session PORBE is not defined: nothing is copied (did you mean PROBE?)\n"));
 
   const Ran bad = runVelo({"check", dir / "bad.acl", dir / "none.acl"});
   EXPECT_EQ(bad.status, 2);
@@ -119,6 +125,13 @@ TEST(Check, ExplainsByFilesAlone) {
   const Ran passed = with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--json"});
   EXPECT_EQ(nlohmann::json::parse(passed.out).at("egress").at(0).at("verdict"), "pass");
   EXPECT_EQ(with({"upd 192.0.2.1:1 > 192.0.2.2:54"}).status, 2);
+  EXPECT_THAT(dropped.out, HasSubstr("(eth1 is named nowhere in the configuration: taken for a port without "
+                                     "lists (did you mean eth2?))\n"));
+  EXPECT_EQ(dropped.out.find("(eth2 is named"), std::string::npos);
+  const Ran far = runVelo({"explain", "--config", dir / "a.acl", "--port", "uplink", "--in",
+                           "arp 192.0.2.1 > 192.0.2.2", "--json"});
+  EXPECT_EQ(nlohmann::json::parse(far.out).at("assumed"),
+            nlohmann::json({"uplink is named nowhere in the configuration: taken for a port without lists"}));
   EXPECT_THAT(with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--control", dir / "x", "--config", dir / "none"}).err,
               HasSubstr("none: No such file"));
   const Ran alone =

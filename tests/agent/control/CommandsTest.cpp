@@ -1,3 +1,4 @@
+#include <agent/show/Shows.h>
 #include <gmock/gmock.h>
 #include <poll.h>
 
@@ -14,6 +15,7 @@ namespace {
 
 using namespace TestSupport;
 using testing::HasSubstr;
+using testing::Not;
 
 class CommandsTest : public testing::Test {
  protected:
@@ -124,6 +126,72 @@ TEST_F(CommandsTest, NothingToTellIsADocumentWithTheVersion) {
   EXPECT_TRUE(Json::parse(ran.out).contains("version")) << ran.out;
 }
 
+TEST_F(CommandsTest, EveryDocumentHasTheVersion) {
+  const std::string pcap = dir_ / "a.pcap", frame = "udp 192.0.2.1:1 > 192.0.2.2:99";
+  writeFile(pcap, pcapBytes({{1, 0, udpTo(99), 0}}));
+  agent_.receive("eth1", udpTo(99));
+  std::vector<Arguments> commands = {
+      asking({"apply", acl_}),
+      asking({"edit", "A", "20 permit icmp any any"}),
+      asking({"rollback"}),
+      asking({"save", dir_ / "saved"}),
+      asking({"history"}),
+      asking({"confirm"}),
+      asking({"clear", "counters"}),
+      asking({"trace", "--off"}),
+      asking({"explain", "--port", "eth1", "--in", frame}),
+      {"explain", "--config", acl_, "--port", "eth1", "--in", frame},
+      {"check", acl_},
+      {"log-messages"},
+      {"replay", "--config", acl_, "--port", "eth1=" + pcap},
+  };
+  for (const Agent::Show& show : Agent::shows()) commands.push_back(asking({"show", std::string(show.name)}));
+  for (Arguments& command : commands) {
+    command.push_back("--json");
+    auto ran = std::async(std::launch::async, [&command] { return runVelo(command); });
+    while (ran.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) agent_.turns(5);
+    const std::string out = ran.get().out;
+    const Json document = Json::parse(out, nullptr, false);
+    ASSERT_TRUE(document.is_object()) << command[0] << ": " << out;
+    EXPECT_EQ(document.begin().key(), "version") << command[0] << " " << command[1];
+  }
+  // These go on until they are told to end.
+  for (const Arguments& command :
+       {asking({"tail", "--count", "1", "--json"}), asking({"show", "drops", "--watch", "0.2", "--json"})}) {
+    PseudoTerminal terminal(command, {40, 400}, {});
+    while (terminal.raw().find('\n') == std::string::npos && !terminal.ended()) {
+      agent_.receive("eth1", udpTo(99));
+      agent_.turns(5);
+      terminal.receive();
+      poll(nullptr, 0, 2);
+    }
+    terminal.receive();
+    EXPECT_THAT(terminal.raw(), testing::StartsWith("{\"version\":")) << command[0];
+  }
+}
+
+TEST_F(CommandsTest, SaysToSaveOnlyWhereThatHelps) {
+  const std::string differs = "(a restart would not be the same: what is in force is not what ";
+  const auto edited = [this](Arguments more = {}) {
+    static int port = 100;
+    Arguments command = {"edit", "A", fmt::format("20 permit udp any any eq {}", ++port)};
+    command.insert(command.end(), more.begin(), more.end());
+    return run(command).out;
+  };
+  EXPECT_THAT(edited(), HasSubstr("start.acl says; velo save)\n"));
+  EXPECT_THAT(edited({"--save"}), Not(HasSubstr("a restart")));
+  EXPECT_THAT(edited({"--confirm", "60"}), Not(HasSubstr("a restart")));
+  EXPECT_EQ(run({"confirm"}).status, 0);
+  const Ran saved = run({"save"});
+  EXPECT_THAT(saved.out, testing::MatchesRegex("saved in [^\n]*start.acl\n"));
+  EXPECT_THAT(edited(), HasSubstr(differs));
+}
+
+TEST_F(CommandsTest, AMistypedShowIsToldWithTheNearest) {
+  EXPECT_THAT(runVelo({"show", "conters"}).err, HasSubstr("(did you mean counters?)"));
+  EXPECT_EQ(runVelo({"show", "conters"}).status, 2);
+}
+
 TEST_F(CommandsTest, SavesOnlyWhatIsThereToStayAndInAFile) {
   const std::string target = dir_ / "saved.acl";
   const auto refused = [&](const std::string& file, const std::string& why) {
@@ -138,7 +206,9 @@ TEST_F(CommandsTest, SavesOnlyWhatIsThereToStayAndInAFile) {
   refused(target,
           "a change waits to be confirmed, and is taken back in 60 s: velo confirm, or velo rollback");
   EXPECT_EQ(run({"confirm"}).status, 0);
+  EXPECT_THAT(agent_.log(), testing::Contains(HasSubstr("cli not saved in " + target + " by uid ")));
   EXPECT_EQ(run({"save", target}).status, 0);
+  EXPECT_THAT(agent_.log(), testing::Contains(HasSubstr("cli saved in " + target + " by uid ")));
   EXPECT_THAT(readFile(target), HasSubstr("10 permit udp any any eq 7"));
 }
 

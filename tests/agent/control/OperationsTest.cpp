@@ -157,6 +157,17 @@ TEST_F(OperationsTest, AListThatThereIsNotIsToldWithTheNamesThatComeNear) {
   EXPECT_EQ(told({{"do", "clear"}, {"name", "NOTHING-LIKE-IT"}}), "there is no list NOTHING-LIKE-IT");
 }
 
+TEST_F(OperationsTest, APortThatThereIsNotIsToldWithTheNamesThatComeNear) {
+  agent_.start("port-channel po1 members uplink downlink\n");
+  const auto told = [this](const char* port) {
+    return agent_.ask({{"do", "explain"}, {"port", port}, {"frame", "arp 192.0.2.1 > 192.0.2.2"}})
+        .at("error")
+        .at("text");
+  };
+  EXPECT_EQ(told("uplnk"), "there is no port uplnk (did you mean uplink?)");
+  EXPECT_EQ(told("eth7"), "there is no port eth7");
+}
+
 TEST_F(OperationsTest, TextsAreAccountedForAndBounded) {
   agent_.start("");
   auto& operations = agent_.plane().operations();

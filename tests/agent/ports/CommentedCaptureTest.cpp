@@ -101,8 +101,13 @@ TEST_F(CommentedCapture, EndsBeforeATimeThatItCannotHold) {
   write(capture, {"", "eth1", {18446744073, 0}, 60, 60, "two"});
   write(capture, {"", "eth1", {1700000000, 0}, 60, 60, "three"});
   capture.flush();
-  EXPECT_THAT(capture.wrong(), HasSubstr(path_ + ": ends before a frame of a time"));
+  EXPECT_EQ(capture.wrong(),
+            path_ + ": ends before a frame of a time that a pcapng file cannot hold: after 2554-07-21");
   EXPECT_EQ(readPcapng(path_).frames.size(), 1u);
+  Agent::CommentedCapture early(path_);
+  write(early, {"", "eth1", {-1, 0}, 60, 60, "one"});
+  EXPECT_EQ(early.wrong(),
+            path_ + ": ends before a frame of a time that a pcapng file cannot hold: before 1970-01-01");
 }
 
 TEST_F(CommentedCapture, SaysWhatIsWrongWithTheFile) {

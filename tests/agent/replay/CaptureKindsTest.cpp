@@ -164,6 +164,21 @@ TEST_F(CaptureKinds, ACompressedCaptureIsReadAsIfItWereNot) {
   }
 }
 
+TEST_F(CaptureKinds, StandardInputIsACapture) {
+  writeFile(config_, "ip access-list A\n permit udp any any eq 53\ninterface eth1\n ip access-group A in\n");
+  const Bytes plain = captureOf(raw, {udp4(53), udp4(54)});
+  for (const auto& [name, file] :
+       {std::pair("plain", plain), {"gzip", gzipBytes(plain)}, {"zstd", zstdBytes(plain)}}) {
+    writeFile(capture_, file);
+    const Ran ran =
+        runVelo({"replay", "--config", config_, "--port", "eth1=-", "--json"}, {}, {}, {}, capture_);
+    if (ran.err.find("was built without") != std::string::npos) continue;
+    ASSERT_EQ(ran.status, 0) << name << ran.err;
+    EXPECT_EQ(Json::parse(ran.out).at("frames"), 2) << name;
+    EXPECT_EQ(Json::parse(ran.out).at("passed"), 1) << name;
+  }
+}
+
 TEST_F(CaptureKinds, ACompressedCaptureThatIsCutOffOrDamagedGivesItsWholeFramesAndSaysSo) {
   std::vector<Captured> frames;
   for (uint32_t i = 0; i < 5000; ++i)

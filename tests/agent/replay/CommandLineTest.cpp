@@ -462,7 +462,8 @@ TEST_F(CommandLine, LogMessagesPrintsTheCatalogue) {
   EXPECT_EQ(text.status, 0);
   EXPECT_EQ(text.err, "");
   const Ran json = runVelo({"log-messages", "--json"});
-  const Json all = document(json);
+  EXPECT_TRUE(document(json).contains("version"));
+  const Json all = document(json).at("messages");
   std::vector<std::string> names;
   for (const Json& message : all) {
     names.push_back(message["name"]);

@@ -100,17 +100,21 @@ TEST_F(PortShowTest, TheMtuOfADeviceIsTold) {
 }
 
 TEST_F(PortShowTest, AMirrorDestinationWithoutADeviceIsMarked) {
-  agent_.portStatesAre({port("eth1"), port("eth3")});
+  agent_.portStatesAre({port("eth1"), port("eth3"), port("eth7", false)});
   agent_.start(
+      "mirror session GONE destination eth7 eth1\n"
       "port-channel po1 members eth2 eth3\nport-channel po2 members eth4\n"
       "mirror session LOST destination eth9\nmirror session SEEN destination eth1 po1\n"
       "mirror session HALF destination eth1 po2 eth9\n");
   EXPECT_THAT(text("interfaces"),
-              HasSubstr("mirror session HALF to eth1 po2 (no device: copies are lost) eth9 (no device: "
+              HasSubstr("mirror session GONE to eth7 (no device: copies are lost) eth1\n"
+                        "mirror session HALF to eth1 po2 (no device: copies are lost) eth9 (no device: "
                         "copies are lost)\n"
                         "mirror session LOST to eth9 (no device: copies are lost)\n"
                         "mirror session SEEN to eth1 po1\n"));
   const std::string ports = text("ports");
+  EXPECT_THAT(ports,
+              HasSubstr("eth7: its device eth7 is missing: copies to it are lost (mirror session GONE)\n"));
   EXPECT_THAT(ports, HasSubstr("eth2 has no device: what leaves there is lost\n"));
   EXPECT_THAT(ports, HasSubstr("eth9 has no device: copies to it are lost (mirror session HALF, mirror "
                                "session LOST)\n"));

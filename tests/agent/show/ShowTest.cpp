@@ -97,6 +97,26 @@ TEST_F(ShowTest, TheStatusReadsAsATable) {
             "ip    FREE      0        0  nowhere\n");
 }
 
+TEST_F(ShowTest, NoLineOfTheStatusIsLongerThanTheScreenIsWide) {
+  std::string config = "ip access-list A\n 10 permit ip 192.0.2.1/24 any mirror session NONE\n";
+  for (int i = 1; i < 20; ++i)
+    config += fmt::format("interface eth{}\n ip access-group A in\n shutdown\n", i);
+  agent_.start(config);
+  agent_.apply(config + "interface eth20\n ip access-group A-LIST-OF-ANOTHER-NAME-THAT-IS-NOT-DEFINED in\n");
+  const Json document = agent_.show("status");
+  const auto longest = [&document](std::optional<size_t> width) {
+    Agent::TextStyle style{false, RunningAgent::startTime + 100, width};
+    std::istringstream lines(Agent::showOf("status")->text(document, style));
+    size_t most = 0;
+    for (std::string line; std::getline(lines, line);) most = std::max(most, line.size());
+    return most;
+  };
+  EXPECT_GT(longest(std::nullopt), 100u);
+  EXPECT_LE(longest(80), 80u);
+  const std::string whole = Agent::showOf("status")->text(document, {false, {}, 80});
+  for (int i = 1; i < 20; ++i) EXPECT_THAT(whole, HasSubstr(fmt::format("eth{} in", i)));
+}
+
 TEST_F(ShowTest, APortWithoutADeviceIsTold) {
   const std::string shown = Agent::showOf("ports")->text(Json::parse(R"({"cleared":null,"ports":{
         "eth1":{"received":1,"sent":2,"dropped":{"in":0,"out":0},"mirrored":0,"live":{"device":"ens1",
@@ -160,6 +180,7 @@ TEST_F(ShowTest, AListThatGoesWhileItIsShownLeavesWholeJson) {
     std::unique_ptr<Agent::Document> document;
     agent_.plane().operations().handle(*request, session, true,
                                        [&](Agent::Answer answer) { document = std::move(answer.document); });
+    agent_.turnsUntil([&] { return document != nullptr; });
     ASSERT_TRUE(document);
     std::string shown;
     bool more = document->next(shown);

@@ -274,6 +274,7 @@ Past somePast() {
       std::make_shared<const Change>(
           Change{5, 3.5, "file", "the directory", "edge.acl", "+1 list", shared(""), nullptr})};
   past.unconfirmed = Unconfirmed{shared("refused"), shared("before")};
+  past.files = Agent::FileDigests{{"edge.acl", ~uint64_t{0}}, {"other", 7}};
   return past;
 }
 
@@ -285,6 +286,9 @@ std::string textOf(const Past& past) {
                         change->source, change->summary, textOf(change->text), textOf(change->difference));
   }
   if (past.unconfirmed) text += *past.unconfirmed->refused + " " + *past.unconfirmed->before;
+  if (past.files) text += "\nfiles\n";
+  for (const auto& [name, digest] : past.files.value_or(Agent::FileDigests()))
+    text += fmt::format("{} {}\n", name, digest);
   return text;
 }
 
@@ -302,6 +306,7 @@ TEST_F(StateFileTest, HasThePastThatWasWritten) {
   without.text = nullptr;
   next.changes.back() = std::make_shared<const Change>(without);
   next.unconfirmed.reset();
+  next.files->erase("other");
   {
     const auto file = open();
     ASSERT_FALSE(file->write(next));
@@ -313,7 +318,8 @@ TEST_F(StateFileTest, HasThePastThatWasWritten) {
 
 TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
   written(someState());
-  for (const char* text : {"DROP TABLE change", "DROP TABLE unconfirmed", "PRAGMA user_version = 1"})
+  for (const char* text :
+       {"DROP TABLE change", "DROP TABLE unconfirmed", "DROP TABLE file", "PRAGMA user_version = 1"})
     Database(path_).run(text);
   auto file = open();
   ASSERT_TRUE(file);
@@ -323,6 +329,22 @@ TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
   ASSERT_FALSE(file->write(somePast()));
   file.reset();
   EXPECT_EQ(textOf(open()->past()), textOf(somePast()));
+}
+
+TEST_F(StateFileTest, OfAnAgentThatKnewNoFilesIsTaken) {
+  Past past = somePast();
+  past.files.reset();
+  ASSERT_FALSE(open()->write(past));
+  for (const char* text : {"DROP TABLE file", "PRAGMA user_version = 2"}) Database(path_).run(text);
+  {
+    const auto file = open();
+    ASSERT_TRUE(file);
+    EXPECT_EQ(message_, "");
+    EXPECT_EQ(textOf(file->past()), textOf(past));
+    past.files.emplace();
+    ASSERT_FALSE(file->write(past));
+  }
+  EXPECT_EQ(textOf(open()->past()), textOf(past)) << "no file is not the same as not to know of any";
 }
 
 TEST_F(StateFileTest, AWriterKeepsThePast) {

@@ -26,7 +26,8 @@ TempDir::~TempDir() {
 }
 
 Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment,
-            const std::string& outTo, const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits) {
+            const std::string& outTo, const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits,
+            const std::string& input) {
   const TempDir dir;
   const std::string out = outTo.empty() ? dir / "out" : outTo;
   const std::string err = dir / "err";
@@ -40,7 +41,7 @@ Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::strin
   if (child == 0) {
     unsetenv("VELO_TRACE");
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
-    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(open(input.c_str(), O_RDONLY), STDIN_FILENO);
     dup2(open(out.c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
     dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
     for (const auto& [resource, limit] : limits) {

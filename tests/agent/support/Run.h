@@ -36,10 +36,12 @@ struct Ran {
 };
 
 /// Runs `velo` of this build and waits for it. The child sees nothing of VELO_TRACE but what `environment`
-/// says; `outTo` names a file for its standard output in place of Ran::out; `limits` are of its resources.
+/// says; `outTo` names a file for its standard output in place of Ran::out; `limits` are of its resources;
+/// `input` is the file that it has as standard input.
 Ran runVelo(const std::vector<std::string>& arguments,
             const std::map<std::string, std::string>& environment = {}, const std::string& outTo = {},
-            const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits = {});
+            const std::vector<std::pair<decltype(RLIMIT_AS), rlim_t>>& limits = {},
+            const std::string& input = "/dev/null");
 
 /// False where a sanitizer takes more memory for themselves than a limit of it could allow.
 inline constexpr bool memoryCanBeLimited = !sanitizers;

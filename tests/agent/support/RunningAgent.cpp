@@ -58,6 +58,8 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   if (portStates_) options.portStates = [this] { return *portStates_; };
   options.configs = {temp_ / "start.acl"};
   options.journal = journal_;
+  options.past = past_;
+  options.tell = [this](const Agent::LogEvent& event) { log_.push_back(event.text); };
   plane_ = std::make_unique<Agent::ControlPlane>(*core_, *forwarder_, *loop_, std::move(files),
                                                  std::move(options));
   const auto deaf = plane_->listen();

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TestSupport {
@@ -40,8 +41,13 @@ class RunningAgent {
   /// pass, and every interface may be a port.
   void leaveIs(Agent::Leave leave) { leave_ = leave; }
   void portsAre(Agent::PortNames ports) { ports_ = std::move(ports); }
-  /// Where changes are kept; before start().
-  void journalIs(Agent::ChangeJournal& journal) { journal_ = &journal; }
+  /// Where changes are kept, and what was kept there; before start().
+  void journalIs(Agent::ChangeJournal& journal, Agent::Past past = {}) {
+    journal_ = &journal;
+    past_ = std::move(past);
+  }
+  /// The lines of the log since the last call.
+  std::vector<std::string> log() { return std::exchange(log_, {}); }
   /// The live ports that the agent is to have by its own account; before start().
   void portStatesAre(std::vector<Agent::PortState> states) { portStates_ = std::move(states); }
   /// Joins two interfaces, and several by a bridge with the agent's clock.
@@ -86,6 +92,8 @@ class RunningAgent {
   std::optional<Agent::PortNames> ports_;
   std::optional<std::vector<Agent::PortState>> portStates_;
   Agent::ChangeJournal* journal_ = nullptr;
+  Agent::Past past_;
+  std::vector<std::string> log_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
   std::unique_ptr<Agent::EventLoop> loop_;
