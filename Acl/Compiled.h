@@ -130,7 +130,7 @@ class Compiled final : public CompiledRules<Rule> {
   bool upkeep_ = true;
   size_t rules_ = 0;
   size_t changes_ = 0;  // since the forest was made
-  size_t ghosts_ = 0;   // rules that are gone, but whose images stand for what they hid
+  size_t ghosts_ = 0;   // rules that are gone; their images are still there for the rules that they hid
 
   std::shared_ptr<Job> job_;   // null: none is being made
   std::vector<Change> since_;  // changes that the job does not know

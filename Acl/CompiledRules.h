@@ -11,9 +11,9 @@
 
 namespace Acl {
 
-/// What a rule map has to do with the compiled form of its rules: it keeps it up. Whoever looks something up
-/// in it takes it for what it is, see Compiled.h. The map owns form and entries and keeps, of each entry, the
-/// slot that the form gave it.
+/// The compiled form of a rule map's rules, as the map sees it: the map tells it every change. Look-ups need
+/// more, and use the class itself, see Compiled.h. The map owns the form and the entries. It keeps the slot
+/// that the form gave to each entry.
 template <class Rule>
 class CompiledRules {
  public:

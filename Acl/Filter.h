@@ -64,7 +64,7 @@ class Alternatives {
 struct IpFilter : IpFilterBase {
   Nimnet::IpAddr source, sourceMask;
   Nimnet::IpAddr destination, destinationMask;
-  Alternatives<IpFilter> alternatives;  ///< given: what all of them ask is above, too
+  Alternatives<IpFilter> alternatives;  ///< when given, the fields above ask only for what all of them ask
   bool operator==(const IpFilter&) const = default;
 };
 
@@ -72,7 +72,7 @@ struct IpFilter : IpFilterBase {
 struct Ip6Filter : IpFilterBase {
   Nimnet::Ip6Addr source, sourceMask;
   Nimnet::Ip6Addr destination, destinationMask;
-  Alternatives<Ip6Filter> alternatives;  ///< given: what all of them ask is above, too
+  Alternatives<Ip6Filter> alternatives;  ///< when given, the fields above ask only for what all of them ask
   bool operator==(const Ip6Filter&) const = default;
 };
 

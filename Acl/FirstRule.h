@@ -8,12 +8,11 @@
 
 namespace Acl {
 
-/// The entry of the rule of a list that a packet meets first, null when there is none: what the matchers of
-/// Match.h ask. The entry lasts until the next change of the rules. `packet()` makes the
-/// packet, one of Packets.h, as often as it is asked.
+/// The entry of the first rule of a list that a packet matches; null when there is none. The matchers of
+/// Match.h call it. The entry lasts until the next change of the rules. `packet()` makes the packet, one of
+/// Packets.h; it may be called several times.
 ///
-/// Inlined where it is called: a packet's headers are at hand there, and what is made of them goes straight
-/// into the look-up's registers.
+/// Inlined where it is called, so that the keys are made from the packet's headers in registers.
 template <class Rule, class MakePacket>
 [[gnu::always_inline]] inline const typename RuleMap<Rule>::Entry* firstRule(const RuleMap<Rule>& rules,
                                                                              const MakePacket& packet) {

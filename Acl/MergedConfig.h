@@ -11,6 +11,9 @@ namespace Acl {
 ///
 /// Made and filled by the plugin, which clears it before it goes, so that the mergers end with the plugin
 /// however long somebody holds this object. Everything is null until it is filled, and when it is cleared.
+///
+/// Programs read this one: what the plugin itself is, and the object that shares its lists alone, are types
+/// of the plugin, which nothing outside of it may name.
 class MergedConfig : public Velo::SharedObject {
   ZEB_ENTITY(MergedConfig, Velo::SharedObject)
 

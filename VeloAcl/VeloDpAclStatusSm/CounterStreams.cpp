@@ -49,8 +49,7 @@ void MachineStreams::eventToUpdateCounters(const CounterKey& key,
   if (!streaming()) return;
   traceStatus(
       7,
-      "updateCounters = merge( copyInCounters, copyMacOutCounters, copyIpOutCounters, copyIp6OutCounters ): "
-      "key={} shadowVal={}",
+      "updateCounters = merge( copyInCounters, copyMacOutCounters, copyIpOutCounters, copyIp6OutCounters ): key={} shadowVal={}",
       key, fmt::ptr(&counter));
   const auto maybeStatus = statusOf(key.aclType, key.aclName);
   if (!maybeStatus) {

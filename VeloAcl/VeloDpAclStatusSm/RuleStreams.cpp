@@ -46,33 +46,30 @@ template <class Rule>
 constexpr RuleStreamRow rowOf() = delete;
 template <>
 constexpr RuleStreamRow rowOf<Acl::IpRuleConfig>() {
-  return {AclType::ip,
-          "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} aclName={} "
-          "uid={} ruleConfig={}",
-          "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
-          "filter( ( ( ( aclType == Acl::AclType::ip() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-          "terminating pipeline",
-          " foreach( currCfg.ipRuleById ) flattening {} elements"};
+  return {
+      AclType::ip,
+      "ipRuleCfgStream = from( aclConfig.config[].acl[].currCfg.ipRuleById[] ): aclType={} aclName={} uid={} ruleConfig={}",
+      "aclIpRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+      "filter( ( ( ( aclType == Acl::AclType::ip() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, terminating pipeline",
+      " foreach( currCfg.ipRuleById ) flattening {} elements"};
 }
 template <>
 constexpr RuleStreamRow rowOf<Acl::Ip6RuleConfig>() {
-  return {AclType::ipv6,
-          "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} aclName={} "
-          "uid={} ruleConfig={}",
-          "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
-          "filter( ( ( ( aclType == Acl::AclType::ipv6() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-          "terminating pipeline",
-          " foreach( currCfg.ip6RuleById ) flattening {} elements"};
+  return {
+      AclType::ipv6,
+      "ip6RuleCfgStream = from( aclConfig.config[].acl[].currCfg.ip6RuleById[] ): aclType={} aclName={} uid={} ruleConfig={}",
+      "aclIp6RuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+      "filter( ( ( ( aclType == Acl::AclType::ipv6() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, terminating pipeline",
+      " foreach( currCfg.ip6RuleById ) flattening {} elements"};
 }
 template <>
 constexpr RuleStreamRow rowOf<Acl::MacRuleConfig>() {
-  return {AclType::mac,
-          "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} aclName={} "
-          "uid={} ruleConfig={}",
-          "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
-          "filter( ( ( ( aclType == Acl::AclType::mac() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, "
-          "terminating pipeline",
-          " foreach( currCfg.macRuleById ) flattening {} elements"};
+  return {
+      AclType::mac,
+      "macRuleCfgStream = from( aclConfig.config[].acl[].currCfg.macRuleById[] ): aclType={} aclName={} uid={} ruleConfig={}",
+      "aclMacRuleInitStream = merge( aclConfigStream ): aclType={} aclName={} aclCfg={}",
+      "filter( ( ( ( aclType == Acl::AclType::mac() ) && aclCfg ) && ( *aclCfg ).currCfg ) ) failed, terminating pipeline",
+      " foreach( currCfg.macRuleById ) flattening {} elements"};
 }
 
 }  // namespace
@@ -163,16 +160,14 @@ void MachineStreams::eventToRuleCfgHandlerStream(AclType aclType, const Kelp::St
   if (!streaming()) return;
   traceStatus(
       7,
-      "ruleCfgHandlerStream = merge( ipRuleCfgStream, ip6RuleCfgStream, macRuleCfgStream ): aclType={} "
-      "aclName={} uid={} exists={}",
+      "ruleCfgHandlerStream = merge( ipRuleCfgStream, ip6RuleCfgStream, macRuleCfgStream ): aclType={} aclName={} uid={} exists={}",
       aclType, aclName, uid, exists);
   const AclTypeNameTuple key{aclType, aclName};
   if (exists) {
     if (!statusOf(aclType, aclName)) {
       traceStatus(
           6,
-          "filter( ( aclStatus.status[ aclType ]?.acl?[ aclName ] || ( !exists ) ) ) failed, terminating "
-          "pipeline");
+          "filter( ( aclStatus.status[ aclType ]?.acl?[ aclName ] || ( !exists ) ) ) failed, terminating pipeline");
       return;
     }
     const auto ruleIds = localAttrStore_->ruleIdsByAclIs(key);

@@ -86,10 +86,10 @@ void MachineStreams::eventToAclIntfConfigStream(AclType aclType, AclDirection di
                                                 const Nimnet::IntfId& intfId,
                                                 const std::optional<Kelp::String>& aclName) {
   if (!streaming()) return;
-  traceStatus(7,
-              "aclIntfConfigStream = from( aclIntfConfig.config[].intf[].intf[] ): aclType={} direction={} "
-              "intfId={} aclName={}",
-              aclType, direction, intfId, text(aclName));
+  traceStatus(
+      7,
+      "aclIntfConfigStream = from( aclIntfConfig.config[].intf[].intf[] ): aclType={} direction={} intfId={} aclName={}",
+      aclType, direction, intfId, text(aclName));
   const AclStatusStatusIntfIntfOutputKeyType key{aclType, direction, intfId};
   const EventsUnderWay<AclStatusStatusIntfIntfOutputKeyType>::Event event(bindingEvents_, key);
   aclStatusStatusIntfIntfOutput_.seenIfPending(key);
@@ -113,10 +113,10 @@ void MachineStreams::publishBinding(AclType aclType, AclDirection direction, con
     if (stopped_ || bindingEvents_.overtaken()) return pruneDirection(aclType, direction);
     // A handler that was told of the new direction may have deleted it again, with another binding.
   } while (!aclStatus()->status(aclType) || aclStatus()->status(aclType)->intf(direction) != bindings);
-  traceStatus(7,
-              "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, "
-              "k2={}, k3={}, value={}",
-              aclType, direction, intfId, aclName);
+  traceStatus(
+      7,
+      "into( aclStatus.status[ aclType ].intf[ direction ].intf[ intfId ] ): inserting k1={}, k2={}, k3={}, value={}",
+      aclType, direction, intfId, aclName);
   bindings->intfIs(intfId, aclName);
 }
 

@@ -42,13 +42,11 @@ const Zeb::LogHandle aclDiscontigMask({"ACL_DISCONTIG_MASK", "ACL with unsupport
                                        "The switch is unable to enforce this rule. It will be ignored.",
                                        "Reconfigure the ACL to use contiguous masks.", 4},
                                       Kelp::Duration(0), 1.0, 0, 0);
-const Zeb::LogHandle aclKernelTableManagementFailure({"ACL_KERNEL_TABLE_MANAGEMENT_FAILURE",
-                                                      "%s command failed to manage rules in the kernel",
-                                                      "The kernel rejected the rules that the agent desired "
-                                                      "to manage. This is likely to be a kernel mismatch in "
-                                                      "cOrbi-lab.",
-                                                      "See the Acl agent log for details.", 3},
-                                                     Kelp::Duration(1.0), 1.0, 0, 0);
+const Zeb::LogHandle aclKernelTableManagementFailure(
+    {"ACL_KERNEL_TABLE_MANAGEMENT_FAILURE", "%s command failed to manage rules in the kernel",
+     "The kernel rejected the rules that the agent desired to manage. This is likely to be a kernel mismatch in cOrbi-lab.",
+     "See the Acl agent log for details.", 3},
+    Kelp::Duration(1.0), 1.0, 0, 0);
 
 VeloAclPluginInst instance;
 

@@ -128,7 +128,7 @@ class Statements {
     GroupNames names;
     LinePlace place;
   };
-  /// The groups of rules that name some. Of rules that have gone something may be left.
+  /// The groups that rules name, by list and number. A rule that was taken away may still have an entry.
   std::map<Model::ListKey, std::map<uint32_t, GroupUse>> groupUses_;
   struct MemberPlace {
     LinePlace place;

@@ -17,7 +17,7 @@ struct Found {
   const Node& node;
   std::string path;  ///< from the root of the document, with the keys of entries
   Report& report;
-  std::string_view module;  ///< that the leaves of the model are of
+  std::string_view module;  ///< the one that defines the leaves of the model
   std::string_view text{};  ///< of a leaf; of an identity without its module
   uint32_t number = 0;      ///< of a number
 

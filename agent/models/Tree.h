@@ -20,11 +20,11 @@ struct Node {
   Kind kind = Kind::null;
   bool xml = false;    ///< then a leaf is a text, whatever its type, and nothing is an array
   At at;               ///< of the name, or of the value of an element of an array
-  std::string module;  ///< that the name is of: in JSON as it is written, or else that of the node around it
+  std::string module;  ///< the one of the name. JSON may leave it out: then it is that of the node around it
   std::string name;    ///< without the module; empty: an element of an array
   std::string value;   ///< of a leaf; a number as it is written
-  /// The module that a colon in the value follows, if it is read as the name of an identity: `value` has it
-  /// still.
+  /// What stands before the colon of a value: its module, if the value is the name of an identity. It stays
+  /// part of `value`.
   std::string valueModule;
   std::vector<Node> members;
 

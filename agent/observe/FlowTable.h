@@ -63,8 +63,8 @@ class FlowTable {
   const uint32_t most_;
   const uint64_t seed_;
   uint32_t used_ = 0;
-  uint32_t free_ = 0;          // the first free one of those that were in use before
-  std::vector<Flow> flows_;    // number 0 is nobody; grows up to what is reserved
+  uint32_t free_ = 0;        // the first free one of those that were in use before
+  std::vector<Flow> flows_;  // the first one is not used, as 0 means "no flow"; grows up to what is reserved
   std::vector<Place> places_;  // a power of two, at least twice as many as flows
   struct {
     uint32_t oldest = 0;

@@ -13,10 +13,10 @@ namespace Agent {
 
 /// Follows match counters of lists: the plugin reports matches by nothing else. Whoever follows is told of
 /// each match at once, while the packet is being judged (see Forwarder::context()), and must not change
-/// counters or configuration then. Counters that nobody wants to follow have no subscriber on their account:
-/// to count there costs the same as without a follower.
+/// counters or configuration then. A counter that nobody wants to follow gets no subscriber, so that to count
+/// there costs the same as without a follower.
 ///
-/// To be made when a plugin is loaded, and when an earlier agent's counts have been put in, which would be
+/// To be made after the plugin is loaded and after the counts of an earlier agent are put in: these would be
 /// told as matches.
 class MatchFollower {
  public:

@@ -11,7 +11,7 @@ namespace Proof {
 
 /// What is odd about a rule. A rule that never matches is not called redundant besides.
 enum class Oddity : uint8_t {
-  impossible,  ///< no packet is as it asks, whatever stands before it
+  impossible,  ///< what it asks for contradicts itself: no packet is like that
   covered,     ///< earlier rules take all that it asks for
   redundant,   ///< what it takes meets the same verdict without it
 };

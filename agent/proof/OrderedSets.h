@@ -55,8 +55,9 @@ class OrderedSets {
   Tried tryPackets(size_t at, const std::vector<size_t>& earlier, const std::vector<size_t>& later,
                    std::mt19937_64& random) const;
 
-  /// For certain, whatever it takes: a packet of a part of what an entry asks for that none of those near it
-  /// asks for; nothing if there is none. Those that leave nothing are added to `needed`.
+  /// Searches a part of what an entry asks for, to the end however long it takes, for a packet for which no
+  /// entry of `near` asks. Returns nothing if there is none; then the entries that together ask for all of
+  /// the part are added to `needed`.
   std::optional<Bits> leftOf(size_t at, const PacketSet& part, const std::vector<size_t>& near,
                              std::set<size_t>* needed = nullptr) const;
 

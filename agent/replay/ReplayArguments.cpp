@@ -17,9 +17,9 @@ class ReplayCommand final : public ProgramCommand {
  private:
   ReplayOptions options() const;
 
-  ReplayOptions options_;  // what of them is given as it is
+  ReplayOptions options_;  // those that need no conversion; CLI11 writes them here
   std::vector<std::string> ports_, patches_, outs_;
-  ReplayOptions given_;  // all of them, once the command line is parsed
+  ReplayOptions given_;  // the whole of them; made when the command line has been parsed
 };
 
 ReplayCommand::ReplayCommand(CLI::App& program)

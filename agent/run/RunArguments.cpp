@@ -25,10 +25,10 @@ class RunCommand final : public ProgramCommand {
   void addMatchLog();
   RunOptions options() const;
 
-  RunOptions options_;  // what of them is given as it is
+  RunOptions options_;  // those that need no conversion; CLI11 writes them here
   std::vector<std::string> ports_, patches_, bridges_;
   std::string report_ = "none";
-  RunOptions given_;  // all of them, once the command line is parsed
+  RunOptions given_;  // the whole of them; made when the command line has been parsed
 };
 
 RunCommand::RunCommand(CLI::App& program)

@@ -10,8 +10,7 @@
 
 namespace Agent {
 
-/// What a line does not say of an IP packet because whoever reads one takes it for granted: these, and 0 as
-/// its traffic class.
+/// What an IP packet has unless its line says otherwise. Besides, its traffic class is 0.
 namespace Unsaid {
 inline constexpr Nimnet::EthAddr from{{0x02, 0, 0, 0, 0, 0x01}};
 inline constexpr Nimnet::EthAddr to{{0x02, 0, 0, 0, 0, 0x02}};

@@ -66,8 +66,7 @@ std::optional<std::string> versionIn(const std::string& path, std::string* why) 
 std::optional<std::string> refusalOfVersion(std::string_view version) {
   if (version == interfaceVersion) return std::nullopt;
   return fmt::format(
-      "was built against interface version {}, this agent has {}: build it from this agent's headers with "
-      "its compiler",
+      "was built against interface version {}, this agent has {}: build it from this agent's headers with its compiler",
       version, interfaceVersion);
 }
 
