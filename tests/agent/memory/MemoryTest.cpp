@@ -111,7 +111,7 @@ class Memory : public testing::Test {
   void failEverywhere(Threads threads) {
     int refused = 0, applied = 0;
     int64_t left = -1;
-    for (int64_t count = 0; left < 0 && !HasFailure(); count += 1 + count / (sanitizers ? 8 : 16)) {
+    for (int64_t count = 0; left < 0 && !HasFailure(); count += 1 + count / 16) {
       SCOPED_TRACE(count);
       const bool isNew = applyDuring([&] { failAt(threads, count); }, [&] { left = stopFailing(threads); });
       if (left < 0) ++(isNew ? applied : refused);
@@ -253,7 +253,7 @@ TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosedHoweverLittleIsLeft) {
   agent_.patch("eth1", "eth2");
   for (const char* traces : {"DpAclStatusVelo/9", "Velo::Acl/9"})
     ASSERT_FALSE(Zeb::TraceHandle::enable(traces));
-  isApplied(text + rules(sanitizers ? 300 : 1000, "permit"));
+  isApplied(text + rules(1000, "permit"));
   Zeb::TraceHandle::disableAll();
   for (const Json& request :
        {Json{{"do", "show"}, {"what", "trace"}}, Json{{"do", "show"}, {"what", "interfaces"}},
