@@ -20,6 +20,7 @@ class CheckCommand final : public Command {
         .add_option("--config-dir", dir_, "every file in DIR is a further source of configuration")
         ->type_name("DIR");
     app().add_option("--ports", ports_, "the ports that the agent will have")->type_name("A,B,...");
+    app().add_flag("--allow-open", allowOpen_, "an agent would be started with --allow-open");
     app().add_flag("--strict", strict_, "every warning is a failure");
     auto* prove = app().add_flag("--prove", prove_, "look at what lists do to all packets, too");
     app()
@@ -43,9 +44,11 @@ class CheckCommand final : public Command {
       return exitUsage;
     }
     const auto document =
-        checkDocument({files_, dir_, limits_, ports(), {.openings = false, .strict = strict_}, prove()});
+        checkDocument({files_, dir_, limits_, ports(), {.openings = allowOpen_, .strict = strict_}, prove()});
     const bool read = document.at("mistakes").empty();
-    const Exit exit = read && !(strict_ && !document.at("warnings").empty()) ? exitDone : exitUsage;
+    // With what an agent would refuse to start a script is not to go on.
+    const bool starts = read && document.at("refused").is_null();
+    const Exit exit = starts && !(strict_ && !document.at("warnings").empty()) ? exitDone : exitUsage;
     if (json()) return print(linesOf(document), exit);
     tellMistakes(document);
     return read ? print(checkText(document), exit) : exit;
@@ -69,7 +72,7 @@ class CheckCommand final : public Command {
 
   std::vector<std::string> files_;
   std::string ports_;
-  bool strict_ = false, prove_ = false;
+  bool strict_ = false, allowOpen_ = false, prove_ = false;
   double seconds_ = 10;
   int memory_ = 1024;
   std::string dir_;

@@ -64,8 +64,11 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
   EXPECT_THAT(bad.err, HasSubstr("bad.acl:3:10: found \"any\""));
 
   const Ran json = runVelo({"check", dir / "good.acl", "--json"});
-  EXPECT_EQ(json.status, 0) << json.err;
+  EXPECT_EQ(json.status, 2) << "an agent would refuse to start";
   EXPECT_EQ(nlohmann::json::parse(json.out).at("rules"), 2);
+  const Ran open = runVelo({"check", dir / "good.acl", "--allow-open"});
+  EXPECT_EQ(open.status, 0) << open.err;
+  EXPECT_THAT(open.out, testing::Not(HasSubstr("would refuse")));
   EXPECT_EQ(runVelo({"check"}).status, 2) << "nothing to check";
   EXPECT_EQ(runVelo({"check", dir / "good.acl", "--strict"}).status, 2) << "a warning is a failure";
 }
