@@ -1,3 +1,4 @@
+#include <agent/core/Reserve.h>
 #include <agent/core/Words.h>
 #include <agent/show/ListJson.h>
 
@@ -10,6 +11,7 @@ namespace {
 Json bindingsJson(const ListReport& list) {
   Json all = Json::array();
   for (const auto& binding : list.bindings) {
+    Refusable::check();
     Json one = boundAtWords(binding.interface, binding.direction);
     addSources(one, binding.sources);
     all.push_back(std::move(one));
