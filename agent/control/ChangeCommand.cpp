@@ -45,8 +45,34 @@ bool ChangeCommand::sent(ControlClient& agent, const std::string& name, const st
   return true;
 }
 
+namespace {
+
+/// A document of the agent; nothing when there is none, with what is wrong.
+std::optional<Json> shown(ControlClient& agent, Json request, std::string* wrong, Exit* exit) {
+  request["do"] = "show";
+  return wholeDocumentOf(agent, request, wrong, exit);
+}
+
+/// Why the files that the agent was started with do not say in which one to save.
+std::optional<std::string> whyNoFile(const Json& files) {
+  if (files.empty()) return "the agent was started without --config";
+  if (files.size() > 1) return "the agent was given several files";
+  if (files.at(0) == standardInput) return "the agent was given standard input";
+  return std::nullopt;
+}
+
+}  // namespace
+
 Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   Exit exit = exitDone;
+  if (save_) {
+    // Traffic is not to change when the rest of what was asked for cannot be done.
+    std::string wrong;
+    const auto inForce = shown(agent, {{"what", "configuration"}, {"source", "cli"}}, &wrong, &exit);
+    if (!inForce) return notApplied({{"text", wrong}});
+    if (const auto why = whyNoFile(inForce->at("files")))
+      return notApplied({{"text", *why + ": leave --save out, and save with velo save FILE"}});
+  }
   request["dryRun"] = dryRun_;
   request["allowOpen"] = leave_.openings;
   request["strict"] = leave_.strict;
@@ -86,12 +112,6 @@ std::string ChangeCommand::noteOf(const Json& done) const {
 
 namespace {
 
-/// A document of the agent; nothing when there is none, with what is wrong.
-std::optional<Json> shown(ControlClient& agent, Json request, std::string* wrong, Exit* exit) {
-  request["do"] = "show";
-  return wholeDocumentOf(agent, request, wrong, exit);
-}
-
 /// Saves in `target`, which is filled in when it is empty. What is wrong, if something is.
 std::optional<std::string> save(ControlClient& agent, std::string& target, Exit* exit) {
   if (target == standardInput)
@@ -104,11 +124,8 @@ std::optional<std::string> save(ControlClient& agent, std::string& target, Exit*
   if (const Json& within = status->at("configuration").at("confirmWithin"); !within.is_null())
     return waitsText(within.get<double>());
   if (target.empty()) {
-    const Json& files = document->at("files");
-    if (files.empty()) return "the agent was started without --config: say which FILE";
-    if (files.size() > 1) return "the agent was given several files: say which FILE";
-    if (files.at(0) == standardInput) return "the agent was given standard input: say which FILE";
-    target = files.at(0).get<std::string>();
+    if (auto why = whyNoFile(document->at("files"))) return *why + ": say which FILE";
+    target = document->at("files").at(0).get<std::string>();
   }
   return saveText(target, document->at("text").get<std::string>());
 }

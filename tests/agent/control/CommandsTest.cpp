@@ -187,6 +187,26 @@ TEST_F(CommandsTest, SaysToSaveOnlyWhereThatHelps) {
   EXPECT_THAT(edited(), HasSubstr(differs));
 }
 
+TEST(Save, ThatCannotBeCarriedOutKeepsTheChangeFromBeing) {
+  RunningAgent several;
+  several.furtherConfigs = {"more.acl"};
+  several.start("ip access-list A\n 10 permit udp any any eq 1\n", nullptr, unhurriedLimits());
+  const std::vector<std::string> command = {"edit",   "A",         "20 permit udp any any eq 2",
+                                            "--save", "--control", several.socketPath()};
+  auto ran = std::async(std::launch::async, [&] { return runVelo(command); });
+  while (ran.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) several.turns(5);
+  const Ran refused = ran.get();
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.err, HasSubstr("the agent was given several files: leave --save out, and save with"));
+  EXPECT_EQ(several.plane()
+                .configuration()
+                .sources()
+                .find(Agent::commandLineName)
+                ->lists.begin()
+                ->second.rules.size(),
+            1u);
+}
+
 TEST_F(CommandsTest, AMistypedShowIsToldWithTheNearest) {
   EXPECT_THAT(runVelo({"show", "conters"}).err, HasSubstr("(did you mean counters?)"));
   EXPECT_EQ(runVelo({"show", "conters"}).status, 2);

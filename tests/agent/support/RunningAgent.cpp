@@ -57,6 +57,7 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   options.ports = ports_;
   if (portStates_) options.portStates = [this] { return *portStates_; };
   options.configs = {temp_ / "start.acl"};
+  options.configs.insert(options.configs.end(), furtherConfigs.begin(), furtherConfigs.end());
   options.journal = journal_;
   options.past = past_;
   options.tell = [this](const Agent::LogEvent& event) { log_.push_back(event.text); };

@@ -31,6 +31,9 @@ class RunningAgent {
   RunningAgent();
   ~RunningAgent();
 
+  /// Files that it is said to have been started with besides; nothing is read from them. Set before start().
+  std::vector<std::string> furtherConfigs;
+
   /// Puts a configuration in force and makes the control plane, with a socket at socketPath(). `dir` are
   /// files of a configuration directory; null: there is none.
   void start(const std::string& text, const std::map<std::string, std::string>* dir = nullptr,
