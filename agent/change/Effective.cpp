@@ -32,19 +32,36 @@ bool leadsToPort(const Effective& effective, const PortNames* ports, const std::
                      [ports](const auto& member) { return ports->contains(member); });
 }
 
+bool surelyPassesAll(const Config::List& list) {
+  for (const auto& [sequence, rule] : list.rules) {
+    if (Config::common(rule).action != Acl::Action::permit) return false;
+    // A filter of nothing but defaults asks for nothing.
+    const bool isForAll =
+        std::visit([](const auto& one) { return one.filter == decltype(one.filter)(); }, rule);
+    if (isForAll) return true;
+  }
+  return false;
+}
+
 Filtering::Filtering(const Effective& effective, const PortNames* ports) {
+  std::map<Config::ListKey, bool> passing;  // whether it passes all, of the lists that were looked at
   for (const auto& [key, owner] : effective.bindings) {
     if (!leadsToPort(effective, ports, key.interface)) {
       open.emplace(key, Reason::interfaceUnknown);
       continue;
     }
-    if (!effective.lists.contains({key.type, effective.listAt(key)})) {
+    const auto list = effective.lists.find({key.type, effective.listAt(key)});
+    if (list == effective.lists.end()) {
       open.emplace(key, Reason::listUndefined);
       continue;
     }
-    const auto add = [&, &key = key](const std::string& port) {
+    const auto& [source, model] = list->second;
+    const auto [known, isNew] = passing.emplace(list->first, false);
+    if (isNew) known->second = surelyPassesAll(model->lists.at(list->first));
+    if (known->second) continue;
+    const auto add = [&, &key = key, &source = source](const std::string& port) {
       if (!ports || ports->contains(port))
-        filtered.emplace(Config::BindingKey{key.type, key.direction, port}, key);
+        filtered[{key.type, key.direction, port}].push_back({key.interface, list->first.second, source});
     };
     const auto channel = effective.portChannels.find(key.interface);
     if (channel == effective.portChannels.end()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/FilteredPorts.h>
 #include <agent/change/Sources.h>
 
 #include <cstdint>
@@ -34,18 +35,23 @@ struct Effective {
   std::map<std::string, std::string> channelOf;  ///< by member
 };
 
-/// Which places are filtered, by what packets meet there.
+/// Whether every packet that is asked passes a list, found without a look at all packets: permits stand up to
+/// a rule that permits everything. Only true when that is sure; `velo check --prove` finds the other such
+/// lists.
+bool surelyPassesAll(const Config::List& list);
+
+/// Which places are filtered, by what packets meet there. A list that surely passes all filters nothing.
 struct Filtering {
   /// Why a binding filters nothing.
   enum class Reason : uint8_t { listUndefined, interfaceUnknown };
 
+  Filtering() = default;  ///< nothing is filtered
   /// `ports` null: it is not known which ports there are, and every interface may be one.
   Filtering(const Effective& effective, const PortNames* ports);
 
-  /// The bindings that filter nothing.
+  /// The bindings that filter nothing, because what they name is not there.
   std::map<Config::BindingKey, Reason> open;
-  /// The ports that are filtered, with the binding that does it: the port's own, or that of its port-channel.
-  std::map<Config::BindingKey, Config::BindingKey> filtered;
+  FilteredPorts filtered;
 };
 
 /// Whether a name stands for a port, or for a port-channel with a port among its members: `ports` as above.

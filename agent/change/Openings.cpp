@@ -3,7 +3,10 @@
 #include <agent/config/Nearest.h>
 #include <agent/core/Words.h>
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace Agent {
 
@@ -15,15 +18,16 @@ using Reason = Filtering::Reason;
 /// Compares what is filtered before and after a change, and collects what is open.
 class Comparison {
  public:
-  Comparison(const Effective& before, const Effective& after, const PortNames* ports)
-      : before_(before), after_(after), ports_(ports), was_(before, ports), is_(after, ports) {}
+  Comparison(const Effective& before, const Filtering& was, const Effective& after, const PortNames* ports)
+      : before_(before), after_(after), ports_(ports), was_(was), is_(after, ports) {}
 
   ChangeWarnings run() {
     for (const auto& [key, reason] : is_.open) compareOpen(key, reason);
-    for (const auto& [port, by] : was_.filtered) {
-      if (!is_.filtered.contains(port) && !isTold(port)) addLost(port, by);
+    for (const auto& [port, filters] : was_.filtered) {
+      const bool isPort = !ports_ || ports_->contains(port.interface);
+      if (isPort && !is_.filtered.contains(port) && !isTold(port)) compareLost(port, filters);
     }
-    return {lasting_.take(), opened_.take(), told_.take()};
+    return {lasting_.take(), opened_.take(), told_.take(), std::move(is_.filtered)};
   }
 
  private:
@@ -58,13 +62,47 @@ class Comparison {
            (channel != after_.channelOf.end() && opens({port.type, port.direction, channel->second}));
   }
 
-  void addLost(const BindingKey& port, const BindingKey& by) {
+  /// Nothing filters at the port any more. That is no opening where each of its lists stays and says so
+  /// itself: whoever writes `permit ip any any` into a list means it.
+  void compareLost(const BindingKey& port, const std::vector<PortFilter>& filters) {
+    const auto lost = std::find_if(filters.begin(), filters.end(),
+                                   [&](const PortFilter& one) { return !stays(port, one); });
+    if (lost == filters.end()) return;
     addOpened("filter-lost", {}, [&] {
-      const std::string channel = by.interface == port.interface ? "" : fmt::format(" of {}", by.interface);
-      return fmt::format("interface {} loses its last {} list {} ({}{}): everything passes there",
+      const std::string channel =
+          lost->interface == port.interface ? "" : fmt::format(" of {}", lost->interface);
+      return fmt::format("interface {} loses its last {} list {} ({}{}){}: everything passes there",
                          port.interface, Acl::stringValue(port.type), Acl::stringValue(port.direction),
-                         before_.listAt(by), channel);
+                         lost->list, channel, whatPasses(port));
     });
+  }
+
+  /// The bindings that packets of a port meet: its own, and that of its port-channel.
+  std::vector<BindingKey> bindingsAt(const BindingKey& port) const {
+    std::vector<BindingKey> keys = {port};
+    const auto channel = after_.channelOf.find(port.interface);
+    if (channel != after_.channelOf.end()) keys.push_back({port.type, port.direction, channel->second});
+    std::erase_if(keys, [this](const BindingKey& key) { return !after_.bindings.contains(key); });
+    return keys;
+  }
+
+  /// Whether a list of this source is still bound where it filtered.
+  bool stays(const BindingKey& port, const PortFilter& filter) const {
+    for (const BindingKey& key : bindingsAt(port)) {
+      if (key.interface != filter.interface || after_.listAt(key) != filter.list) continue;
+      const auto list = after_.lists.find(listOf(key));
+      return list != after_.lists.end() && list->second.source == filter.source;
+    }
+    return false;
+  }
+
+  /// ", and ip access-list ALL permits everything": of a list that is there and filters nothing.
+  std::string whatPasses(const BindingKey& port) const {
+    for (const BindingKey& key : bindingsAt(port)) {
+      if (after_.lists.contains(listOf(key)))
+        return fmt::format(", and {} permits everything", listTitle(key.type, after_.listAt(key)));
+    }
+    return {};
   }
 
   template <class Text>
@@ -117,14 +155,16 @@ class Comparison {
 
   const Effective &before_, &after_;
   const PortNames* const ports_;
-  const Filtering was_, is_;
+  const Filtering& was_;
+  Filtering is_;
   WarningCollector lasting_, opened_, told_;
 };
 
 }  // namespace
 
-ChangeWarnings openings(const Effective& before, const Effective& after, const PortNames* ports) {
-  return Comparison(before, after, ports).run();
+ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after,
+                        const PortNames* ports) {
+  return Comparison(before, was, after, ports).run();
 }
 
 std::string nearestPorts(const PortNames& ports, const std::string& name) {

@@ -7,7 +7,9 @@
 namespace Agent {
 
 /// The openings of a change, and nothing else: what stays open as `lasting`, what it opens as `openings`.
-ChangeWarnings openings(const Effective& before, const Effective& after, const PortNames* ports);
+/// `was`: what was filtered before.
+ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after,
+                        const PortNames* ports);
 
 /// " (did you mean eth1?)": the nearest ports; empty when none is near.
 std::string nearestPorts(const PortNames& ports, const std::string& name);

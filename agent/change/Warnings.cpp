@@ -186,7 +186,7 @@ Warnings lastingWarnings(const Layers& layers, const PortNames* ports) {
 ChangeWarnings changeWarnings(const Layers& before, const Layers& after, const PortNames* ports) {
   const Effective was(before), is(after);
   const Warnings other = surprises(after, is, ports);
-  ChangeWarnings all = openings(was, is, ports);
+  ChangeWarnings all = openings(was, Filtering(was, ports), is, ports);
   all.lasting.insert(all.lasting.end(), other.begin(), other.end());
   all.told.insert(all.told.end(), other.begin(), other.end());
   return all;

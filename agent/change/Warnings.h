@@ -14,9 +14,10 @@ Warnings lastingWarnings(const Layers& layers, const PortNames* ports);
 
 /// What a change of the configuration is warned of.
 struct ChangeWarnings {
-  Warnings lasting;   ///< those of the configuration after it
-  Warnings openings;  ///< what the change opens: it was filtered, or is meant to be and was not so far
-  Warnings told;      ///< all of them, each once: for who asked
+  Warnings lasting;          ///< those of the configuration after it
+  Warnings openings;         ///< what the change opens: it was filtered, or is meant to be and was not so far
+  Warnings told;             ///< all of them, each once: for who asked
+  FilteredPorts filtered{};  ///< by the configuration after it
 };
 /// Compares by what packets meet. What is open before and after is no opening by the change. With nothing
 /// before, all that is open is one.

@@ -33,6 +33,8 @@ APPLIED = (
     ("a list of another kind", "mac access-list A\n  permit any any\ninterface eth1\n  mac access-group A in\n",
      "filter-lost"),
     ("another list", LIST.replace("list A", "list B") + BOUND.replace("A in", "B in"), ""),
+    ("another list that permits everything",
+     LIST + "ip access-list ALL\n  permit ip any any\n" + BOUND.replace("A in", "ALL in"), "filter-lost"),
     ("an empty list", "ip access-list A\n" + BOUND, ""),
     ("the same by a port-channel",
      LIST + "port-channel po1 members eth1\ninterface po1\n  ip access-group A in\n", ""),
@@ -100,6 +102,22 @@ class Opening(OperatedTest):
         log = stderr_of(agent)
         self.assertEqual(len(re.findall(r"cli not changed by uid 0, pid \d+, velo: .*--allow-open", log)), refusals)
         self.assertRegex(log, r"cli changed by uid 0, pid \d+, velo: 1 binding changed\n")
+
+    def test_a_list_that_permits_everything_filters_nothing(self):
+        everything = "ip access-list ALL\n  permit ip any any\n"
+        own, channel = BOUND, "port-channel po1 members eth1\ninterface po1\n  ip access-group ALL in\n"
+        self.start(LIST + everything + channel + own)
+        self.assertEqual(self.passing(), {PASS})
+        beside = self.velo("apply", text=LIST + everything + channel)
+        self.assertEqual(beside.returncode, 2)
+        self.assertIn("interface eth1 loses its last ip list in (A), and ip access-list ALL permits everything", beside.stderr)
+        self.assertEqual(self.passing(), {PASS}, "nothing passes that did not before")
+        self.assertEqual(self.velo("apply", text=LIST + own).returncode, 0, "that of the port-channel drops nothing")
+        self.assertEqual(self.passing(), {PASS})
+        said = self.velo("apply", text=everything.replace("ALL", "A") + own)
+        self.assertEqual(said.returncode, 0, said.stderr)
+        self.assertEqual(self.passing(), {PASS, DROP}, "its rules say so")
+        self.assertEqual(self.velo("apply", text="! nothing\n").returncode, 0, "nothing opens by that")
 
     def test_what_run_refuses(self):
         open_config = LIST + BOUND.replace("A in", "AA in")

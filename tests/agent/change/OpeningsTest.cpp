@@ -1,13 +1,16 @@
 #include <agent/change/Warnings.h>
+#include <agent/proof/ListAnalysis.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "../../support/Dice.h"
 #include "../support/CaptureBytes.h"
 #include "../support/ModelOf.h"
 
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -40,9 +43,10 @@ std::string codesOf(const Warnings& warnings) {
 }
 
 // What the rows are made of: lists A and B, and where they are bound.
-const std::string a = "ip access-list A\n permit ip any any\n", b = "ip access-list B\n deny tcp any any\n";
-const std::string a6 = "ipv6 access-list A\n permit ipv6 any any\n",
-                  mac = "mac access-list A\n permit any any\n";
+const std::string a = "ip access-list A\n permit tcp any any\n", b = "ip access-list B\n deny tcp any any\n";
+const std::string a6 = "ipv6 access-list A\n permit tcp any any\n",
+                  mac = "mac access-list A\n permit any any vlan 7\n";
+const std::string all = "ip access-list ALL\n permit ip any any\n", allIn = " ip access-group ALL in\n";
 const std::string at1 = "interface eth1\n", at2 = "interface eth2\n", atPo = "interface po1\n";
 const std::string aIn = " ip access-group A in\n", bIn = " ip access-group B in\n",
                   aOut = " ip access-group A out\n";
@@ -140,6 +144,58 @@ const struct OpeningRow {
      {{"", b + at1 + bIn}},
      {{"", "ip access-list B\n permit ip any any\n" + at1 + bIn}},
      ""},
+    // Lists that permit everything.
+    {"its rules say so from now on",
+     {{"", a + at1 + aIn}},
+     {{"", "ip access-list A\n permit ip any any\n permit tcp any any\n" + at1 + aIn}},
+     ""},
+    {"it is taken away", {{"", all + at1 + allIn}}, {{"", all}}, ""},
+    {"it is taken away, of IPv6",
+     {{"", "ipv6 access-list A\n permit ipv6 any any log\n" + at1 + a6In}},
+     {{"", ""}},
+     ""},
+    {"it is taken away, of MAC",
+     {{"", "mac access-list A\n permit any any\n" + at1 + macIn}},
+     {{"", ""}},
+     ""},
+    {"it takes the place of one that filters",
+     {{"", a + all + at1 + aIn}},
+     {{"", a + all + at1 + allIn}},
+     "filter-lost"},
+    {"one that filters takes its place", {{"", a + all + at1 + allIn}}, {{"", a + all + at1 + aIn}}, ""},
+    {"the one beside it that filters goes",
+     {{"", a + all + po1 + atPo + allIn + at1 + aIn}},
+     {{"", a + all + po1 + atPo + allIn}},
+     "filter-lost"},
+    {"it goes beside one that filters",
+     {{"", a + all + po1 + atPo + allIn + at1 + aIn}},
+     {{"", a + all + po1 + at1 + aIn}},
+     ""},
+    {"another source's of the same name comes into force",
+     {{"", a + at1 + aIn}, {"f", "ip access-list A\n permit ip any any\n"}},
+     {{"", at1 + aIn}, {"f", "ip access-list A\n permit ip any any\n"}},
+     "filter-lost"},
+    {"another source's binding of one comes into force",
+     {{"", a + at1 + aIn}, {"f", all + at1 + allIn}},
+     {{"", a}, {"f", all + at1 + allIn}},
+     "filter-lost"},
+    {"its rules say so from now on, and a member leaves with that",
+     {{"", a + po12 + atPo + aIn}},
+     {{"", "ip access-list A\n permit ip any any\n" + po2 + atPo + aIn}},
+     "filter-lost"},
+    {"permits before the one of everything",
+     {{"", "ip access-list A\n permit tcp any any\n permit ip any any\n deny ip any any\n" + at1 + aIn}},
+     {{"", ""}},
+     ""},
+    {"a rule denies before it",
+     {{"", "ip access-list A\n deny tcp any any\n permit ip any any\n" + at1 + aIn}},
+     {{"", ""}},
+     "filter-lost"},
+    {"permits of a part only",
+     {{"", "ip access-list A\n permit ip any any fragments\n permit udp any any\n" + at1 + aIn}},
+     {{"", ""}},
+     "filter-lost"},
+    {"an empty list permits nothing", {{"", "ip access-list A\n" + at1 + aIn}}, {{"", ""}}, "filter-lost"},
     {"a new interface without lists", {{"", a + at1 + aIn}}, {{"", a + at1 + aIn + at2}}, ""},
     {"another text that says the same", {{"", a + at1 + aIn}}, {{"", "! again\n" + a + at1 + aIn}}, ""},
     // Interfaces that are none.
@@ -260,6 +316,40 @@ TEST(Openings, AreFoundByWhatPacketsMeet) {
   }
 }
 
+TEST(Openings, OnlyAListThatPassesAllIsSaidToDoSo) {
+  const struct {
+    const char* head;
+    std::vector<const char*> rules;
+  } kinds[] = {
+      {"ip access-list A\n",
+       {"permit ip any any", "permit ip 10.0.0.1 255.255.255.255 any", "permit ip any any log",
+        "permit tcp any any", "permit ip any any fragments", "permit ip any 10.0.0.0/8", "deny udp any any",
+        "deny ip any any"}},
+      {"ipv6 access-list A\n",
+       {"permit ipv6 any any", "permit tcp any any", "permit ipv6 any ::/1", "permit ipv6 any any dscp ef",
+        "deny tcp any any eq 80"}},
+      {"mac access-list A\n",
+       {"permit any any", "permit any any vlan 7", "permit any any ip", "permit any host 02:00:00:00:00:01",
+        "deny any any arp"}},
+  };
+  TestSupport::Dice dice(18);
+  for (const auto& kind : kinds) {
+    int passing = 0;
+    for (int round = 0; round < 60; ++round) {
+      std::string text = kind.head;
+      for (uint64_t count = dice.below(4); count > 0; --count)
+        text += std::string(" ") + kind.rules[dice.below(kind.rules.size())] + "\n";
+      const Config::Model model = TestSupport::modelOf(text);
+      const Config::List& list = model.lists.begin()->second;
+      if (!surelyPassesAll(list)) continue;
+      ++passing;
+      const Proof::RuleSets sets(list.type, {Kelp::Duration(10), size_t{1} << 28});
+      EXPECT_TRUE(Proof::analyse(list, sets).passesAll) << text;
+    }
+    EXPECT_GT(passing, 5) << kind.head;
+  }
+}
+
 TEST(Openings, OfTheBeginningAreAllThatIsOpen) {
   const Read texts(Texts{{"", at1 + aIn + "interface eht1\n" + bIn + b}});
   EXPECT_EQ(codesOf(changeWarnings({}, texts.layers, &allPorts).openings),
@@ -300,6 +390,10 @@ TEST(Openings, AreToldWithTheirConsequence) {
       "ip access-list A goes with its file f, but interface eth1 has it bound in: everything passes there\n");
   EXPECT_EQ(texts({{"", a + po2 + atPo + aIn}}, {{"", a}}),
             "interface eth2 loses its last ip list in (A of po1): everything passes there\n");
+  EXPECT_EQ(
+      texts({{"", a + all + po1 + atPo + allIn + at1 + aIn}}, {{"", all + po1 + atPo + allIn}}),
+      "interface eth1 loses its last ip list in (A), and ip access-list ALL permits everything: everything "
+      "passes there\n");
   EXPECT_EQ(
       texts({{"", ""}}, {{"", a + noPort + atPo + aIn + "interface eht2\n" + aIn}}),
       "interface eht2 (did you mean eth2?): it is no port and no port-channel: ip access-list A filters "
