@@ -108,6 +108,7 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       limits_(options.limits),
       ports_(std::move(options.ports)),
       warnings_(std::move(options.warnings)),
+      filtered_(std::move(options.filtered)),
       tell_(options.tell),
       clock_(loop.turnClock()),
       task_(0, "Configuration", [this] { commitNext(); }),
@@ -125,6 +126,7 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
 
 /// What an agent starts with is a change if it is not what the last one ended with.
 void Configuration::rememberStart() {
+  history_.filteredIs(filtered_);
   rememberFiles();
   const Config::Model& now = sources().commandLine;
   text_ = std::make_shared<const std::string>(Config::textOf(now));
@@ -208,6 +210,9 @@ void Configuration::begin(const std::shared_ptr<Texts>& texts) {
 
 void Configuration::handleApplied(Texts& texts) {
   const bool changes = texts.changesSomething();
+  filtered_ = texts.prepared.filtered;
+  // A start brings back what was before an unconfirmed change, and is compared with that.
+  if (!texts.request.confirm) history_.filteredIs(filtered_);
   if (changes) {
     text_ = texts.prepared.change.text;
     remember(std::move(texts.prepared.change));
@@ -279,6 +284,7 @@ void Configuration::confirm(const std::string& who, const Confirmed& done) {
   deadlineAt_.reset();
   notReturned_.clear();
   deadline_->cancelTask();
+  history_.filteredIs(filtered_);
   history_.unconfirmedIs(std::nullopt);
   // Files that would have been openings only in what was before are none now.
   files_.conflictsAreDue();

@@ -74,6 +74,7 @@ class Configuration {
     /// The ports that the agent has; nothing: every interface may be one.
     std::optional<PortNames> ports{};
     Warnings warnings{};               ///< of the texts that the core was given
+    SharedFilteredPorts filtered{};    ///< by these texts
     std::function<void()> applied{};   ///< called after every change; may be empty
     TellLog tell{};                    ///< of every change and what kept one from being carried out
     std::vector<std::string> paths{};  ///< of the command line's texts
@@ -110,8 +111,8 @@ class Configuration {
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
   /// `files` of the command line; whether a restart would make the `same`, and `why` not; `save`: whether
-  /// saving would help; `refused`: why an agent would not start, or null. As the last look has found the
-  /// files.
+  /// saving would help; `refused`: why an agent would not start, or null; `opens`: what a start would open.
+  /// As the last look has found the files.
   nlohmann::ordered_json restartReport() const;
   /// What the configuration in force is warned of.
   const Warnings& warnings() const { return warnings_; }
@@ -119,7 +120,9 @@ class Configuration {
   const Sources& sources() const { return commit_.sources(); }
   const History& history() const { return history_; }
   /// See Restart::look().
-  void lookAtFiles(std::function<void()> then) { restart_.look(history_.unconfirmed(), std::move(then)); }
+  void lookAtFiles(std::function<void()> then) {
+    restart_.look({history_.unconfirmed(), history_.filtered(), history_.hasJournal()}, std::move(then));
+  }
   /// The files of the command line.
   const std::vector<std::string>& paths() const { return restart_.files(); }
 
@@ -160,6 +163,7 @@ class Configuration {
   const TextLimits limits_;
   const std::optional<PortNames> ports_;
   Warnings warnings_;
+  SharedFilteredPorts filtered_;  // by what is in force
   const TellLog tell_;
   std::deque<std::pair<Request, Done>> waiting_;
   std::vector<NewContent> changes_;  // of files, to be carried out one after the other

@@ -34,6 +34,7 @@ struct Configuration::Next {
   NewContent change;
   SharedText before{};  ///< what the command line's source will say again if nobody confirms; null: nothing
   PreparedChange prepared{};
+  SharedFilteredPorts filteredBefore{};  ///< by what comes back if nobody confirms
   std::string summary{};
   bool same = false;  ///< nothing differs from the content in force
 
@@ -51,7 +52,7 @@ struct Configuration::Next {
   }
   /// Why the change is refused when it can be in force with what is, but not with what would come back, or
   /// would be an opening in that.
-  std::optional<std::string> whyNotBefore(const Configuration& all, const Config::Model* now) const {
+  std::optional<std::string> whyNotBefore(const Configuration& all, const Config::Model* now) {
     const Config::Result read = Config::read({{"before", *before}});
     if (!read.model) return "what would come back if nobody confirms cannot be read";
     const Sources& inForce = all.sources();
@@ -59,7 +60,9 @@ struct Configuration::Next {
     Layers is = inForce.layersWith(change.source, now);
     is.front().second = &*read.model;  // the command line's
     auto why = Core::whyNot(mergedInterfaces(is));
-    if (!why) why = whyRefused(changeWarnings(was, is, all.ports()), {.openings = all.leave_.openings});
+    ChangeWarnings warnings = changeWarnings(was, is, all.ports());
+    if (!why) why = whyRefused(warnings, {.openings = all.leave_.openings});
+    filteredBefore = std::make_shared<const FilteredPorts>(std::move(warnings.filtered));
     if (why) why->insert(0, "if nobody confirms the change that waits for it: ");
     return why;
   }
@@ -186,6 +189,8 @@ void Configuration::takeNext(const std::shared_ptr<Next>& next) {
     const ChangeEvent event{
         files_.dir() + "/" + name, name, summaryText(prepared.change.summary), {}, std::move(prepared.fresh)};
     warnings_ = std::move(prepared.lasting);
+    filtered_ = prepared.filtered;
+    history_.filteredIs(next->before ? next->filteredBefore : filtered_);
     remember(std::move(prepared.change));
     tellChange(tell_, event);
     changedSincePostponed_ = true;
@@ -228,11 +233,14 @@ Json Configuration::restartReport() const {
   for (const auto& [name, mistakes] : files_.bad())
     why.push_back(fmt::format("{}/{} {}", files_.dir(), name, files_.kindOf(name)));
   const auto refused = restart_.whyRefused();
+  Json opens = Json::array();
+  for (const Warning& warning : newWarnings(restart_.openings(), warnings_)) opens.push_back(warning.text);
   return {{"files", restart_.files()},
           {"same", why.empty()},
           {"why", why},
           {"save", save},
-          {"refused", refused ? Json(*refused) : Json(nullptr)}};
+          {"refused", refused ? Json(*refused) : Json(nullptr)},
+          {"opens", std::move(opens)}};
 }
 
 Json Configuration::report() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/FilteredPorts.h>
 #include <agent/change/Sources.h>
 
 #include <cstddef>
@@ -45,6 +46,7 @@ struct Past {
   std::vector<std::shared_ptr<const Change>> changes;
   std::optional<Unconfirmed> unconfirmed;
   std::optional<FileDigests> files{};  ///< by those changes; nothing: not known
+  SharedFilteredPorts filtered{};      ///< what a start without openings filters; null: not known
 };
 
 /// Where the past is kept beyond the end of the process.
@@ -83,6 +85,9 @@ class History {
   void add(Change change);
   const std::optional<FileDigests>& files() const { return past_.files; }
   void filesAre(FileDigests files) { past_.files = std::move(files); }
+  const SharedFilteredPorts& filtered() const { return past_.filtered; }
+  /// Is kept with whatever is kept next.
+  void filteredIs(SharedFilteredPorts filtered) { past_.filtered = std::move(filtered); }
   void unconfirmedIs(std::optional<Unconfirmed> unconfirmed);
 
   /// Has the journal keep all of this.

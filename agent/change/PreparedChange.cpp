@@ -18,6 +18,7 @@ Difference PreparedChange::prepare(const Before& before, const std::string& sour
   refused = whyRefused(odd, asked.leave);
   told = std::move(odd.told);
   lasting = std::move(odd.lasting);
+  filtered = std::make_shared<const FilteredPorts>(std::move(odd.filtered));
   if (asked.dryRun || refused) return found;
   writes = sourceChange(sources, source, now);
   change = {.what = asked.what,

@@ -28,6 +28,7 @@ struct PreparedChange {
   Warnings told{};                       ///< of the change, and of the configuration after it
   Warnings fresh{};                      ///< those of them that have not been told before
   Warnings lasting{};                    ///< what is warned of when it is in force
+  SharedFilteredPorts filtered{};        ///< by what is in force then
   std::optional<std::string> refused{};  ///< why warnings keep it from being carried out
   // Empty unless it is carried out.
   SourceChange writes{};

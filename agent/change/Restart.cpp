@@ -18,13 +18,13 @@ SharedText refusedBy(const std::optional<Unconfirmed>& unconfirmed) {
   return unconfirmed ? unconfirmed->refused : nullptr;
 }
 
-/// Why these sources would not be in force at a start.
+/// Why these sources cannot be in force at a start.
 std::optional<std::string> whyNoStart(const Restart::Start& start, const Sources& sources) {
   if (auto wrong = sources.whyNot()) return wrong;
   for (const std::string& port : start.ports.value_or(PortNames())) {
     if (auto wrong = sources.whyNoPort(port)) return wrong;
   }
-  return whyRefused(changeWarnings({}, sources.layers(), start.ports ? &*start.ports : nullptr), start.leave);
+  return std::nullopt;
 }
 
 }  // namespace
@@ -43,16 +43,17 @@ Restart::Identities Restart::identitiesOf(const Start& start) {
   return all;
 }
 
-void Restart::look(const std::optional<Unconfirmed>& unconfirmed, std::function<void()> then) {
-  unconfirmed_ = unconfirmed;
+void Restart::look(Past past, std::function<void()> then) {
+  past_ = std::move(past);
   waiting_.push_back(std::move(then));
   if (!background_.busy()) readAgain();
 }
 
-Restart::Found Restart::read(const Start& start, const std::optional<Unconfirmed>& unconfirmed) {
+Restart::Found Restart::read(const Start& start, const Past& past) {
   Found found;
   const int64_t time = fileTime();
-  found.unconfirmed = refusedBy(unconfirmed);
+  found.unconfirmed = refusedBy(past.unconfirmed);
+  found.filtered = past.filtered;
   found.identities = identitiesOf(start);
   found.settled = std::all_of(found.identities.begin(), found.identities.end(), [time](const auto& file) {
     return file.second && isSettled(*file.second, time);
@@ -61,8 +62,8 @@ Restart::Found Restart::read(const Start& start, const std::optional<Unconfirmed
   ConfigFiles files;
   found.wrong = files.readCommandLine(start.files, TextReader::Named::byPlace, reader, 1);
   if (found.wrong.empty()) {
-    Past past{{}, unconfirmed};
-    takeBackUnconfirmed(files, past);
+    Agent::Past remembered{{}, past.unconfirmed};
+    takeBackUnconfirmed(files, remembered);
     found.text = Config::textOf(files.sources().commandLine);
   }
   // What standard input will say then is not known.
@@ -70,7 +71,14 @@ Restart::Found Restart::read(const Start& start, const std::optional<Unconfirmed
   std::vector<std::string> refusing = asks ? std::vector<std::string>() : found.wrong;
   for (std::string& line : files.readDirectory(start.dir, reader, 1)) refusing.push_back(std::move(line));
   if (refusing.empty() && !asks) {
-    if (auto why = whyNoStart(start, files.sources())) refusing.push_back(std::move(*why));
+    const Layers layers = files.sources().layers();
+    const PortNames* const ports = start.ports ? &*start.ports : nullptr;
+    ChangeWarnings warnings = startWarnings(past.filtered, layers, ports);
+    auto why = whyNoStart(start, files.sources());
+    if (!why)
+      why = Agent::whyRefused(past.isKept ? warnings : startWarnings(nullptr, layers, ports), start.leave);
+    if (why) refusing.push_back(std::move(*why));
+    found.openings = std::move(warnings.openings);
   }
   if (!refusing.empty()) found.refused = refusing.front() + (refusing.size() > 1 ? " ..." : "");
   return found;
@@ -79,10 +87,10 @@ Restart::Found Restart::read(const Start& start, const std::optional<Unconfirmed
 void Restart::readAgain() {
   const auto found = std::make_shared<std::optional<Found>>();
   // What is known is not written before the work is over.
-  const auto work = [this, found, unconfirmed = unconfirmed_] {
-    const bool isKnown = found_ && found_->settled && found_->unconfirmed == refusedBy(unconfirmed) &&
-                         found_->identities == identitiesOf(start_);
-    if (!isKnown) *found = read(start_, unconfirmed);
+  const auto work = [this, found, past = past_] {
+    const bool isKnown = found_ && found_->settled && found_->unconfirmed == refusedBy(past.unconfirmed) &&
+                         found_->filtered == past.filtered && found_->identities == identitiesOf(start_);
+    if (!isKnown) *found = read(start_, past);
   };
   const auto then = [this, found, waiting = std::exchange(waiting_, {})](const auto& failed) {
     if (failed) *found = Found{.wrong = {*failed}};

@@ -30,9 +30,14 @@ class Restart {
 
   Restart(EventLoop& loop, Start start);
 
+  /// What the next start finds beside the files.
+  struct Past {
+    std::optional<Unconfirmed> unconfirmed{};
+    SharedFilteredPorts filtered{};
+    bool isKept = false;  ///< it does find it; otherwise a start does not know what was filtered
+  };
   /// Reads the files, unless they are those that were read last, and then calls `then`, from within or later.
-  /// `unconfirmed` is what the next start will find.
-  void look(const std::optional<Unconfirmed>& unconfirmed, std::function<void()> then);
+  void look(Past past, std::function<void()> then);
 
   const std::vector<std::string>& files() const { return start_.files; }
   /// Why a restart would make another configuration than this text of the command line's source; empty if it
@@ -40,6 +45,8 @@ class Restart {
   std::vector<std::string> whyOther(const std::string& text) const;
   /// Why an agent would not start with them; nothing if it would.
   std::optional<std::string> whyRefused() const;
+  /// What it would open if it starts: among this what is open anyhow.
+  Warnings openings() const { return found_ ? found_->openings : Warnings(); }
   /// Whether the command line's source is in one file, so that it can be saved there.
   bool hasPlace() const;
 
@@ -49,19 +56,21 @@ class Restart {
   struct Found {
     std::vector<std::string> wrong{};  ///< with those of the command line
     std::optional<std::string> refused{};
-    std::string text{};        ///< written from the model that those of the command line make
-    SharedText unconfirmed{};  ///< what it may not say: nobody has confirmed it
+    Warnings openings{};
+    std::string text{};              ///< written from the model that those of the command line make
+    SharedText unconfirmed{};        ///< what it may not say: nobody has confirmed it
+    SharedFilteredPorts filtered{};  ///< what it was compared with
     Identities identities{};
     bool settled = false;
   };
 
   static Identities identitiesOf(const Start& start);
-  static Found read(const Start& start, const std::optional<Unconfirmed>& unconfirmed);
+  static Found read(const Start& start, const Past& past);
   void readAgain();
 
   const Start start_;
   std::optional<Found> found_;
-  std::optional<Unconfirmed> unconfirmed_;
+  Past past_;
   std::vector<std::function<void()>> waiting_;  // for the next time that the files are read
   Background background_;
 };

@@ -177,6 +177,16 @@ Warnings surprises(const Layers& layers, const Effective& effective, const PortN
   return found.take();
 }
 
+ChangeWarnings withSurprises(const Effective& before, const Filtering& was, const Layers& after,
+                             const PortNames* ports) {
+  const Effective is(after);
+  const Warnings other = surprises(after, is, ports);
+  ChangeWarnings all = openings(before, was, is, ports);
+  all.lasting.insert(all.lasting.end(), other.begin(), other.end());
+  all.told.insert(all.told.end(), other.begin(), other.end());
+  return all;
+}
+
 }  // namespace
 
 Warnings lastingWarnings(const Layers& layers, const PortNames* ports) {
@@ -184,12 +194,14 @@ Warnings lastingWarnings(const Layers& layers, const PortNames* ports) {
 }
 
 ChangeWarnings changeWarnings(const Layers& before, const Layers& after, const PortNames* ports) {
-  const Effective was(before), is(after);
-  const Warnings other = surprises(after, is, ports);
-  ChangeWarnings all = openings(was, Filtering(was, ports), is, ports);
-  all.lasting.insert(all.lasting.end(), other.begin(), other.end());
-  all.told.insert(all.told.end(), other.begin(), other.end());
-  return all;
+  const Effective was(before);
+  return withSurprises(was, Filtering(was, ports), after, ports);
+}
+
+ChangeWarnings startWarnings(const SharedFilteredPorts& last, const Layers& layers, const PortNames* ports) {
+  Filtering was;
+  if (last) was.filtered = *last;
+  return withSurprises(Effective({}), was, layers, ports);
 }
 
 std::optional<std::string> whyRefused(const ChangeWarnings& warnings, const Leave& leave) {

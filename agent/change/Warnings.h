@@ -22,6 +22,9 @@ struct ChangeWarnings {
 /// Compares by what packets meet. What is open before and after is no opening by the change. With nothing
 /// before, all that is open is one.
 ChangeWarnings changeWarnings(const Layers& before, const Layers& after, const PortNames* ports);
+/// What a start is warned of: all that is open, and what was filtered last and is not by these layers. `last`
+/// null: not known.
+ChangeWarnings startWarnings(const SharedFilteredPorts& last, const Layers& layers, const PortNames* ports);
 
 /// What the operator lets pass.
 struct Leave {

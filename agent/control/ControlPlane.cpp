@@ -15,6 +15,7 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                       .leave = options.leave,
                       .ports = options.ports,
                       .warnings = options.warnings,
+                      .filtered = options.filtered,
                       .applied =
                           [this, applied = options.applied] {
                             sweep_.handleApplied();

@@ -27,6 +27,7 @@ struct ControlOptions {
   Past past{};                               ///< the changes that are remembered
   ChangeJournal* journal = nullptr;          ///< where they are kept; null: nowhere
   Warnings warnings{};                       ///< of the configuration in force
+  SharedFilteredPorts filtered{};            ///< by it
   std::function<Warnings()> portWarnings{};  ///< what the ports are warned of now; may be empty
   TellLog tell{};                            ///< may be empty
   /// The states of the live ports, for `show ports`; may be empty.

@@ -105,6 +105,9 @@ std::vector<std::string> restartSentences(const Json& restart) {
     sentences.push_back("a restart would not be the same: " + why.get<std::string>());
   if (const Json& refused = restart.at("refused"); !refused.is_null())
     sentences.push_back("a restart would be refused: " + refused.get<std::string>());
+  if (!restart.at("refused").is_null()) return sentences;  // which says it, too
+  for (const Json& opening : restart.at("opens"))
+    sentences.push_back("a restart would open something: " + opening.get<std::string>());
   return sentences;
 }
 

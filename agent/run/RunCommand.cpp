@@ -39,6 +39,12 @@ Exit refused(Exit result, const std::string& text) {
   return result;
 }
 
+/// Whether something is not filtered that the last agent filtered.
+bool isLost(const ChangeWarnings& found) {
+  return std::any_of(found.openings.begin(), found.openings.end(),
+                     [](const Warning& warning) { return warning.code == WarningCode("filter-lost"); });
+}
+
 /// The paths from wherever they are looked at later; standard input is none.
 std::vector<std::string> absolute(std::vector<std::string> paths) {
   for (std::string& path : paths) {
@@ -149,10 +155,12 @@ std::optional<Exit> Run::configure() {
     if (auto wrong = files_.sources().whyNoPort(name)) return refused(exitUsage, *wrong);
   }
   const PortNames known = ports();
-  ChangeWarnings found = changeWarnings({}, files_.sources().layers(), &known);
+  ChangeWarnings found = startWarnings(past_.filtered, files_.sources().layers(), &known);
   for (const Warning& warning : found.told) fmt::print(stderr, "{}\n", warningText(warning));
-  if (const auto why = whyRefused(found, options_.leave)) return refused(exitUsage, *why);
+  if (const auto why = whyRefused(found, options_.leave))
+    return refused(exitUsage, *why + (isLost(found) ? "; --state has what was filtered before" : ""));
   warnings_ = std::move(found.lasting);
+  filtered_ = std::make_shared<const FilteredPorts>(std::move(found.filtered));
   return publish();
 }
 
@@ -259,6 +267,7 @@ std::optional<Exit> Run::openControl() {
                                                            .past = std::move(past_),
                                                            .journal = state_.get(),
                                                            .warnings = std::move(warnings_),
+                                                           .filtered = std::move(filtered_),
                                                            .portWarnings = [this] { return portWarnings(); },
                                                            .tell = tellLog(),
                                                            .portStates = [this] { return ports_.states(); },

@@ -93,8 +93,9 @@ class Run {
   Forwarder forwarder_;
   DeviceClaims claims_;
   LivePorts ports_;
-  ConfigFiles files_;  // until they are handed to the control plane
-  Warnings warnings_;  // of these
+  ConfigFiles files_;             // until they are handed to the control plane
+  Warnings warnings_;             // of these
+  SharedFilteredPorts filtered_;  // by these
   std::unique_ptr<StateFile> stateFile_;
   Past past_;  // until it is handed to the control plane
   // These watch or change the running agent. They come last, so that they are destroyed before the ports.

@@ -84,6 +84,46 @@ std::optional<FileDigests> readFiles(Database& database) {
   return files;
 }
 
+/// The row without a port says that it is known what is filtered, also when nothing is.
+void writeFiltered(Database& database, const SharedFilteredPorts& filtered) {
+  database.run("DELETE FROM filtered");
+  if (!filtered) return;
+  Statement statement = database.statement("INSERT INTO filtered VALUES(?, ?, ?, ?, ?, ?)");
+  const auto put = [&statement](const Config::BindingKey& port, const PortFilter& filter) {
+    statement.bind(0, Acl::stringValue(port.type));
+    statement.bind(1, Acl::stringValue(port.direction));
+    statement.bind(2, std::string_view(port.interface));
+    statement.bind(3, std::string_view(filter.interface));
+    statement.bind(4, std::string_view(filter.list));
+    statement.bind(5, std::string_view(filter.source));
+    statement.run();
+  };
+  put({}, {});
+  for (const auto& [port, filters] : *filtered) {
+    for (const PortFilter& filter : filters) put(port, filter);
+  }
+}
+
+SharedFilteredPorts readFiltered(Database& database) {
+  std::shared_ptr<FilteredPorts> filtered;
+  Statement rows = database.statement(
+      "SELECT type, direction, port, interface, list, source FROM filtered ORDER BY rowid");
+  while (rows.step()) {
+    if (!filtered) filtered = std::make_shared<FilteredPorts>();
+    Config::BindingKey port;
+    port.interface = rows.text(2);
+    if (!Acl::sequenceToValue(rows.text(0), &port.type) ||
+        !Acl::sequenceToValue(rows.text(1), &port.direction))
+      throw DatabaseError(SQLITE_CORRUPT, "a word is not known");
+    if (!port.interface.empty()) (*filtered)[port].push_back({rows.text(3), rows.text(4), rows.text(5)});
+  }
+  return filtered;
+}
+
+bool same(const SharedFilteredPorts& a, const SharedFilteredPorts& b) {
+  return a == b || (a && b && *a == *b);
+}
+
 bool same(const std::optional<Unconfirmed>& a, const std::optional<Unconfirmed>& b) {
   if (!a || !b) return !a && !b;
   return a->refused == b->refused && a->before == b->before;
@@ -96,11 +136,10 @@ std::vector<std::string> definitions() {
       "CREATE TABLE change(number INTEGER PRIMARY KEY, time NOT NULL, what NOT NULL, who NOT NULL, "
       "source NOT NULL, summary NOT NULL, hasText NOT NULL, text NOT NULL, hasDifference NOT NULL, "
       "difference NOT NULL)",
-      "CREATE TABLE unconfirmed(refused NOT NULL, before NOT NULL)", filesDefinition()};
-}
-
-std::string filesDefinition() {
-  return "CREATE TABLE file(name PRIMARY KEY NOT NULL, digest NOT NULL) WITHOUT ROWID";
+      "CREATE TABLE unconfirmed(refused NOT NULL, before NOT NULL)",
+      "CREATE TABLE file(name PRIMARY KEY NOT NULL, digest NOT NULL) WITHOUT ROWID",
+      "CREATE TABLE filtered(type NOT NULL, direction NOT NULL, port NOT NULL, interface NOT NULL, "
+      "list NOT NULL, source NOT NULL)"};
 }
 
 Past read(Database& database) {
@@ -113,6 +152,7 @@ Past read(Database& database) {
                                    std::make_shared<const std::string>(unconfirmed.text(1))};
   }
   past.files = readFiles(database);
+  past.filtered = readFiltered(database);
   return past;
 }
 
@@ -133,6 +173,7 @@ void write(Database& database, const Past& before, const Past& now) {
   }
   if (!same(before.unconfirmed, now.unconfirmed)) writeUnconfirmed(database, now.unconfirmed);
   if (before.files != now.files) writeFiles(database, now.files);
+  if (!same(before.filtered, now.filtered)) writeFiltered(database, now.filtered);
 }
 
 }  // namespace Agent::PastTables

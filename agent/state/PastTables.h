@@ -10,9 +10,8 @@
 namespace Agent::PastTables {
 
 /// The statements that make the tables. The database keeps their texts, so that they can be compared later.
+/// A further one comes last.
 std::vector<std::string> definitions();
-/// The last of them: of the files of the directory.
-std::string filesDefinition();
 
 Past read(Database& database);
 

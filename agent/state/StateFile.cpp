@@ -6,7 +6,9 @@
 #include <agent/state/Table.h>
 
 #include <filesystem>
+#include <iterator>
 #include <new>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -25,8 +27,11 @@ constexpr uint64_t idsAhead = 1 << 20;
 /// No agent uses so many ids. A mark above this would leave no room for new ones.
 constexpr uint64_t mostIds = uint64_t{3} << 62;
 
-/// Of files that an earlier agent has made.
-constexpr int64_t versionWithoutPast = 1, versionWithoutFiles = 2;
+/// How many tables of the past a file of an earlier version has; nothing if there was no such version.
+constexpr std::optional<size_t> tablesOfPast(int64_t version) {
+  constexpr size_t known[] = {0, 2, 3};  // of version 1 and so on
+  return version >= 1 && version <= std::ssize(known) ? std::optional(known[version - 1]) : std::nullopt;
+}
 
 constexpr const char* idsDefinition = "CREATE TABLE ids(given NOT NULL)";
 
@@ -115,10 +120,8 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   const int64_t application = database_.integer("PRAGMA application_id");
   if (application != applicationId) throw DatabaseError(SQLITE_NOTADB, "no state of this agent");
   const int64_t found = database_.integer("PRAGMA user_version");
-  if (found == versionWithoutPast) {
-    addTables(PastTables::definitions());
-  } else if (found == versionWithoutFiles) {
-    addTables({PastTables::filesDefinition()});
+  if (const auto tables = tablesOfPast(found)) {
+    addTables(PastTables::definitions(), *tables);
   } else if (found != version) {
     throw DatabaseError(SQLITE_NOTADB,
                         fmt::format("a state of version {}, not {}", found, int{version}).c_str());
@@ -138,10 +141,10 @@ void StateFile::writerIs() {
   database_.run(fmt::format("INSERT INTO program VALUES('{}')", Agent::version()));
 }
 
-/// Makes a file of this version out of one that has all other tables.
-void StateFile::addTables(const std::vector<std::string>& missing) {
+/// Makes a file of this version out of one that has only the first tables of the past.
+void StateFile::addTables(const std::vector<std::string>& all, size_t there) {
   database_.run("BEGIN IMMEDIATE");
-  for (const std::string& definition : missing) database_.run(definition);
+  for (size_t i = there; i < all.size(); ++i) database_.run(all[i]);
   database_.run(fmt::format("PRAGMA user_version = {}", int{version}));
   database_.run("COMMIT");
 }

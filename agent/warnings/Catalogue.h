@@ -33,7 +33,7 @@ inline constexpr WarningKind warningKinds[] = {
     {"interface-unknown", Consequence::opening,
      "an interface with lists is no port and no port-channel with a port"},
     {"filter-lost", Consequence::opening,
-     "a change takes the last list of a kind from a port and direction that it filtered"},
+     "a change, or what a start reads, takes the last list of a kind from a port and direction that it filtered"},
     {"rule-twice", Consequence::surprise, "a rule number is given twice; the first rule is lost"},
     {"binding-twice", Consequence::surprise,
      "a second access-group of a kind and direction; the first is lost"},

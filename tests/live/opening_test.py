@@ -141,6 +141,48 @@ class Opening(OperatedTest):
         self.assertEqual(strict.returncode, 2)
         self.assertIn("refused because of --strict", strict.stderr)
 
+    def test_what_a_restart_would_no_longer_filter(self):
+        folder, state = os.path.join(self.folder, "conf.d"), os.path.join(self.folder, "state")
+        edge = os.path.join(folder, "edge")
+        for number, (what, before, after) in enumerate((
+                ("the file of list and binding has gone", LIST + BOUND, None),
+                ("the file has the list alone", LIST + BOUND, LIST),
+                ("the file has another interface", LIST + BOUND, LIST + BOUND.replace("eth1", "eth2")))):
+            with self.subTest(what):
+                where = state + str(number)
+                os.makedirs(folder, exist_ok=True)
+                for name in os.listdir(folder):
+                    os.remove(os.path.join(folder, name))
+                with open(edge, "w", encoding="utf-8") as file:
+                    file.write(before)
+                words = ("--config-dir", folder, "--state", where)
+                agent = self.start(None, *words)
+                self.assertEqual(self.passing(), {PASS})
+                os.remove(edge)
+                if after is not None:
+                    with open(edge, "w", encoding="utf-8") as file:
+                        file.write(after)
+                self.assertTrue(until(lambda: "a restart would be refused: interface eth1 loses its last ip list in (A)"
+                                      in self.velo("show", "status").stdout), "said beforehand")
+                self.assertEqual(self.passing(), {PASS})
+                agent.process.kill()
+                agent.kill()
+                for _ in range(2):
+                    refused = Agent(live_test.VELO, self.middle, None, *words, "--port", "eth1=eth1", "--port", "eth2=eth2",
+                                    "--patch", "eth1,eth2", check=False)
+                    self.addCleanup(refused.kill)
+                    errors = refused.process.communicate(timeout=30)[1]
+                    self.assertEqual(refused.process.returncode, 2)
+                    self.assertIn("interface eth1 loses its last ip list in (A): everything passes there "
+                                  "(--allow-open carries it out); --state has what was filtered before\n", errors)
+                    self.assertEqual(self.passing(), set(), "what does not run lets nothing pass")
+                agent = self.start(None, *words, "--allow-open")
+                self.assertEqual(self.passing(), {PASS, DROP})
+                agent.kill()
+                agent = self.start(None, *words)
+                self.assertIn(DROP, self.passing(), "it was said once")
+                agent.kill()
+
     def test_what_is_open_already_hides_no_opening(self):
         channel = LIST + "port-channel po1 members eth1\n"
         bound = "interface po1\n  ip access-group A in\n"

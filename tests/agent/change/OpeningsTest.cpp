@@ -8,6 +8,7 @@
 #include "../support/ModelOf.h"
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -358,6 +359,46 @@ TEST(Openings, OfTheBeginningAreAllThatIsOpen) {
       << "when it is not known which ports there are";
   const Read channel(Texts{{"", a + noPort + atPo + aIn}});
   EXPECT_EQ(codesOf(changeWarnings({}, channel.layers, nullptr).openings), "") << "nor which members are";
+}
+
+TEST(Openings, OfAStartAreWhatWasFilteredAndIsNot) {
+  const struct {
+    const char* why;
+    Texts last, now;
+    const char* openings;
+  } rows[] = {
+      {"the same again", {{"", a + at1 + aIn}}, {{"", a + at1 + aIn}}, ""},
+      {"nothing was filtered", {{"", a}}, {{"", a + at1 + aIn}}, ""},
+      {"the binding has gone", {{"", a + at1 + aIn}}, {{"", a}}, "filter-lost"},
+      {"everything has gone", {{"", a + at1 + aIn + aOut}}, {{"", ""}}, "filter-lost filter-lost"},
+      {"the list has gone: told once", {{"", a + at1 + aIn}}, {{"", at1 + aIn}}, "list-undefined"},
+      {"the file of both has gone", {{"", ""}, {"f", a + at1 + aIn}}, {{"", ""}}, "filter-lost"},
+      {"another file has both", {{"", ""}, {"f", a + at1 + aIn}}, {{"", ""}, {"g", a + at1 + aIn}}, ""},
+      {"another list is there", {{"", a + at1 + aIn}}, {{"", b + at1 + bIn}}, ""},
+      {"the binding is elsewhere", {{"", a + at1 + aIn}}, {{"", a + at2 + aIn}}, "filter-lost"},
+      {"a list that permits everything has gone", {{"", all + at1 + allIn}}, {{"", ""}}, ""},
+      {"another one that permits everything is there",
+       {{"", a + at1 + aIn}},
+       {{"", all + at1 + allIn}},
+       "filter-lost"},
+      {"its rules permit everything by now",
+       {{"", a + at1 + aIn}},
+       {{"", "ip access-list A\n permit ip any any\n" + at1 + aIn}},
+       ""},
+      {"a member has left", {{"", a + po12 + atPo + aIn}}, {{"", a + po2 + atPo + aIn}}, "filter-lost"},
+      {"what was open has gone", {{"", at1 + aIn}}, {{"", ""}}, ""},
+  };
+  for (const auto& row : rows) {
+    const Read last(row.last), now(row.now);
+    const auto filtered =
+        std::make_shared<const FilteredPorts>(changeWarnings({}, last.layers, &allPorts).filtered);
+    EXPECT_EQ(codesOf(startWarnings(filtered, now.layers, &allPorts).openings), row.openings) << row.why;
+    EXPECT_EQ(codesOf(startWarnings(nullptr, now.layers, &allPorts).openings),
+              codesOf(changeWarnings({}, now.layers, &allPorts).openings))
+        << row.why;
+    const PortNames others = {"eth9"};
+    EXPECT_EQ(codesOf(startWarnings(filtered, {}, &others).openings), "") << "its ports are no longer there";
+  }
 }
 
 TEST(Openings, StayAsLongAsTheyHold) {

@@ -1,4 +1,5 @@
 #include <agent/config/Writer.h>
+#include <agent/core/Words.h>
 #include <gmock/gmock.h>
 
 #include "TakingBack.h"
@@ -56,6 +57,57 @@ TEST_F(RestartTest, IsRefusedWhenItWouldOpenSomething) {
   agent_.putFile("x", "ip access-list\n");
   untilFilesAre([this] { return restart().at("why").dump().find("/x has mistakes") != std::string::npos; });
   EXPECT_THAT(refused(), HasSubstr("/x:1:15: found"));
+}
+
+/// What is filtered, of the past that is kept for the next start.
+std::string filteredIn(const Past& past) {
+  std::string text;
+  for (const auto& [port, filters] : *past.filtered)
+    text += port.interface + " " + filters.front().list + "\n";
+  return text;
+}
+
+TEST_F(RestartTest, SaysWhatItWouldNotFilterAnyMore) {
+  const std::string lost = "interface eth1 loses its last ip list in (A): everything passes there";
+  for (const bool isKept : {false, true}) {
+    for (const bool mayOpen : {false, true}) {
+      RunningAgent agent;
+      agent.leaveIs({.openings = mayOpen});
+      agent.portsAre({"eth1"});
+      if (isKept) agent.journalIs(journal_);
+      agent.start(oneText);
+      const auto restart = [&] { return agent.show("status").at("configuration").at("restart"); };
+      EXPECT_EQ(restart().at("opens"), Json::array());
+      writeFile(restart().at("files").at(0), std::string("ip access-list A\n permit ip any any\n"));
+      EXPECT_EQ(restart().at("opens"), Json({lost}));
+      const bool isRefused = isKept && !mayOpen;
+      EXPECT_EQ(restart().at("refused"),
+                isRefused ? Json(lost + " (--allow-open carries it out)") : Json(nullptr));
+      EXPECT_EQ(Agent::restartSentences(restart()).back(),
+                isRefused ? "a restart would be refused: " + lost + " (--allow-open carries it out)"
+                          : "a restart would open something: " + lost);
+      writeFile(restart().at("files").at(0), std::string(oneText));
+      EXPECT_EQ(restart().at("opens"), Json::array());
+    }
+  }
+}
+
+TEST_F(RestartTest, ComparesWithWhatWouldComeBack) {
+  agent_.leaveIs({.openings = true});
+  agent_.portsAre({"eth1", "eth2"});
+  agent_.journalIs(journal_);
+  const std::map<std::string, std::string> files = {{"x", "ip access-list X\n deny ip any any\n"}};
+  agent_.start(oneText, &files);
+  EXPECT_EQ(filteredIn(journal_.given), "eth1 A\n");
+  const std::string more = std::string(oneText) + "interface eth2\n ip access-group A in\n";
+  EXPECT_EQ(applyToBeConfirmed(more, 60).at("applied"), true);
+  EXPECT_EQ(filteredIn(journal_.given), "eth1 A\n") << "nobody has confirmed the other one";
+  agent_.putFile("x", "ip access-list X\n deny ip any any\ninterface eth2\n ip access-group X in\n");
+  untilFilesAre([&] { return filteredIn(journal_.given) == "eth1 A\neth2 X\n"; });
+  agent_.ask({{"do", "confirm"}});
+  EXPECT_EQ(filteredIn(journal_.given), "eth1 A\neth2 A\n");
+  EXPECT_EQ(agent_.apply(oneText).at("applied"), true);
+  EXPECT_EQ(filteredIn(journal_.given), "eth1 A\neth2 X\n");
 }
 
 TEST_F(RestartTest, OfWhatNobodyConfirmedIsJudgedByWhatWasBefore) {

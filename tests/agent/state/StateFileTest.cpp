@@ -275,6 +275,9 @@ Past somePast() {
           Change{5, 3.5, "file", "the directory", "edge.acl", "+1 list", shared(""), nullptr})};
   past.unconfirmed = Unconfirmed{shared("refused"), shared("before")};
   past.files = Agent::FileDigests{{"edge.acl", ~uint64_t{0}}, {"other", 7}};
+  past.filtered = std::make_shared<const Agent::FilteredPorts>(Agent::FilteredPorts{
+      {{Acl::AclType::mac, Acl::AclDirection::out, "eth2"}, {{"eth2", "M", ""}, {"po1", "N", "edge.acl"}}},
+      {{Acl::AclType::ip, Acl::AclDirection::in, "eth1"}, {{"eth1", "A", "edge.acl"}}}});
   return past;
 }
 
@@ -289,6 +292,13 @@ std::string textOf(const Past& past) {
   if (past.files) text += "\nfiles\n";
   for (const auto& [name, digest] : past.files.value_or(Agent::FileDigests()))
     text += fmt::format("{} {}\n", name, digest);
+  if (past.filtered) text += "filtered\n";
+  for (const auto& [port, filters] : past.filtered ? *past.filtered : Agent::FilteredPorts()) {
+    for (const Agent::PortFilter& filter : filters)
+      text +=
+          fmt::format("{} {} {}: {} {} '{}'\n", Acl::stringValue(port.type), Acl::stringValue(port.direction),
+                      port.interface, filter.interface, filter.list, filter.source);
+  }
   return text;
 }
 
@@ -307,6 +317,7 @@ TEST_F(StateFileTest, HasThePastThatWasWritten) {
   next.changes.back() = std::make_shared<const Change>(without);
   next.unconfirmed.reset();
   next.files->erase("other");
+  next.filtered = std::make_shared<const Agent::FilteredPorts>();
   {
     const auto file = open();
     ASSERT_FALSE(file->write(next));
@@ -318,8 +329,8 @@ TEST_F(StateFileTest, HasThePastThatWasWritten) {
 
 TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
   written(someState());
-  for (const char* text :
-       {"DROP TABLE change", "DROP TABLE unconfirmed", "DROP TABLE file", "PRAGMA user_version = 1"})
+  for (const char* text : {"DROP TABLE change", "DROP TABLE unconfirmed", "DROP TABLE file",
+                           "DROP TABLE filtered", "PRAGMA user_version = 1"})
     Database(path_).run(text);
   auto file = open();
   ASSERT_TRUE(file);
@@ -334,8 +345,10 @@ TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
 TEST_F(StateFileTest, OfAnAgentThatKnewNoFilesIsTaken) {
   Past past = somePast();
   past.files.reset();
+  past.filtered.reset();
   ASSERT_FALSE(open()->write(past));
-  for (const char* text : {"DROP TABLE file", "PRAGMA user_version = 2"}) Database(path_).run(text);
+  for (const char* text : {"DROP TABLE file", "DROP TABLE filtered", "PRAGMA user_version = 2"})
+    Database(path_).run(text);
   {
     const auto file = open();
     ASSERT_TRUE(file);
@@ -345,6 +358,22 @@ TEST_F(StateFileTest, OfAnAgentThatKnewNoFilesIsTaken) {
     ASSERT_FALSE(file->write(past));
   }
   EXPECT_EQ(textOf(open()->past()), textOf(past)) << "no file is not the same as not to know of any";
+}
+
+TEST_F(StateFileTest, OfAnAgentThatDidNotKnowWhatWasFilteredIsTaken) {
+  Past past = somePast();
+  past.filtered.reset();
+  ASSERT_FALSE(open()->write(past));
+  for (const char* text : {"DROP TABLE filtered", "PRAGMA user_version = 3"}) Database(path_).run(text);
+  {
+    const auto file = open();
+    ASSERT_TRUE(file);
+    EXPECT_EQ(message_, "");
+    EXPECT_EQ(textOf(file->past()), textOf(past));
+    past.filtered = std::make_shared<const Agent::FilteredPorts>();
+    ASSERT_FALSE(file->write(past));
+  }
+  EXPECT_EQ(textOf(open()->past()), textOf(past)) << "that nothing was is not the same as not to know";
 }
 
 TEST_F(StateFileTest, AWriterKeepsThePast) {

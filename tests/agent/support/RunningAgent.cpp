@@ -55,6 +55,8 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   options.limits = limits;
   options.leave = leave_;
   options.ports = ports_;
+  options.filtered = std::make_shared<const Agent::FilteredPorts>(
+      Agent::changeWarnings({}, files.sources().layers(), ports_ ? &*ports_ : nullptr).filtered);
   if (portStates_) options.portStates = [this] { return *portStates_; };
   options.configs = {temp_ / "start.acl"};
   options.configs.insert(options.configs.end(), furtherConfigs.begin(), furtherConfigs.end());
