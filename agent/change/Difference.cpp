@@ -183,9 +183,35 @@ Part groupsDifference(const Config::Model& before, const Config::Model& after) {
   return changes;
 }
 
+/// What other sources define. In the summary each kind has the noun of its own part.
+Part uncoveredEntries(const Uncovered& uncovered, DifferenceSummary& summary) {
+  Part all(Part::ofUncovered);
+  const auto put = [&all](Json entry, const std::string& source) {
+    entry["source"] = sourceTitle(source);
+    all.add(added, entry);
+  };
+  for (const auto& [key, source] : uncovered.lists)
+    put({{"kind", "list"}, {"type", Acl::stringValue(key.first)}, {"name", key.second}}, source);
+  for (const auto& [place, list, source] : uncovered.bindings) {
+    Json entry = {{"kind", "binding"}};
+    entry.update(bindingWords(place));
+    entry["list"] = list;
+    put(std::move(entry), source);
+  }
+  for (const auto& [name, source] : uncovered.portChannels)
+    put({{"kind", "port-channel"}, {"name", name}}, source);
+  for (const auto& [name, source] : uncovered.mirrorSessions)
+    put({{"kind", "mirror session"}, {"name", name}}, source);
+  summary.addUncovered("list", uncovered.lists.size());
+  summary.addUncovered("binding", uncovered.bindings.size());
+  summary.addUncovered("port-channel", uncovered.portChannels.size());
+  summary.addUncovered("mirror session", uncovered.mirrorSessions.size());
+  return all;
+}
+
 }  // namespace
 
-Difference difference(const Config::Model& before, const Config::Model& after) {
+Difference difference(const Config::Model& before, const Config::Model& after, const Uncovered& uncovered) {
   TextPieces all;
   DifferenceSummary summary;
   const auto add = [&](std::string_view member, std::string_view noun, Part&& part) {
@@ -199,6 +225,7 @@ Difference difference(const Config::Model& before, const Config::Model& after) {
   add("mirrorSessions", "mirror session", namesDifference(before.mirrorSessions, after.mirrorSessions));
   add("interfaces", "description", notesDifference(before, after));
   add("objectGroups", "object-group", groupsDifference(before, after));
+  add("comesIntoForce", {}, uncoveredEntries(uncovered, summary));
   all.add(",\"summary\":" + lineOf(summary.text()) + "}");
   return {all.take(), summary.text()};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/Uncovered.h>
 #include <agent/config/Model.h>
 #include <nlohmann/json.hpp>
 
@@ -29,8 +30,11 @@ inline std::string summaryText(const std::string& summary) { return summary.empt
 /// is when only its remark or spelling differs.
 /// The member `summary` says all of it in a few words: "+1 list, 3 rules changed, 1 binding removed".
 ///
+/// The member `comesIntoForce` has what other sources define that is in force from then on.
+///
 /// Only reads the models, so that any thread may call it while nobody writes them.
-Difference difference(const Config::Model& before, const Config::Model& after);
+Difference difference(const Config::Model& before, const Config::Model& after,
+                      const Uncovered& uncovered = {});
 
 /// True when it says that nothing changes.
 bool isNoDifference(const nlohmann::ordered_json& difference);

@@ -45,8 +45,9 @@ class DifferencePart {
   enum What { added, removed, changed, respelled, renumbered };
   static constexpr std::string_view members[] = {"added", "removed", "changed", "respelled", "renumbered"};
 
-  /// How many of these members a part has, the first ones: one of rules has all of them.
-  static constexpr int usual = respelled, ofRules = renumbered + 1;
+  /// How many of these members a part has, the first ones: one of rules has all of them. What other sources
+  /// bring into force is only added.
+  static constexpr int usual = respelled, ofRules = renumbered + 1, ofUncovered = removed;
 
   explicit DifferencePart(int kinds = usual) : kinds_(kinds) {}
 
@@ -104,6 +105,13 @@ class DifferenceSummary {
       if (!text_.empty()) text_ += ", ";
       text_ += what == added ? "+" + counted : fmt::format("{} {}", counted, DifferencePart::members[what]);
     }
+  }
+  /// Of what other sources define and the change uncovers.
+  void addUncovered(std::string_view noun, size_t count) {
+    if (count == 0) return;
+    if (!text_.empty()) text_ += ", ";
+    text_ += fmt::format("{} of other sources {} into force", countText(count, noun),
+                         count == 1 ? "comes" : "come");
   }
   const std::string& text() const { return text_; }
 

@@ -99,6 +99,15 @@ std::string namesText(const char* what, const Json& one) {
   return fmt::format("{}:{}  (was:{})", title, interfacesText(one.at("to")), interfacesText(one.at("from")));
 }
 
+/// What another source defines, and is in force from now on.
+std::string uncoveredText(const Json& entry) {
+  const std::string kind = wordOf(entry, "kind");
+  const std::string title = kind == "list"      ? listTitle(entry)
+                            : kind == "binding" ? bindingTitle(entry, wordOf(entry, "list"))
+                                                : fmt::format("{} {}", kind, wordOf(entry, "name"));
+  return fmt::format("{} of {} comes into force", title, wordOf(entry, "source"));
+}
+
 }  // namespace
 
 bool isNoDifference(const Json& difference) {
@@ -123,6 +132,8 @@ std::string differenceText(const Json& difference, bool colour) {
   }
   addLines(text, difference.at("interfaces"), style, interfaceText);
   addLines(text, difference.at("objectGroups"), style, groupText);
+  // A difference that an earlier agent has kept in the history does not have it.
+  addLines(text, difference.value("comesIntoForce", Json::object()), style, uncoveredText);
   if (std::count(text.begin(), text.end(), '\n') > mostWithoutSummary)
     return fmt::format("{}:\n{}", wordOf(difference, "summary"), text);
   return text;

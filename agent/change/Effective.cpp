@@ -8,6 +8,7 @@ Effective::Effective(const Layers& layers) {
   for (const auto& [source, model] : layers) {
     const Owner owner{source, model};
     sources.insert(source);
+    models.insert(model);
     // What is there already is of higher precedence.
     for (const auto& [key, list] : model->lists) lists.emplace(key, owner);
     for (const auto& [key, list] : model->bindings) bindings.emplace(key, owner);

@@ -29,6 +29,7 @@ struct Effective {
   const std::string& listAt(const Config::BindingKey& key) const;
 
   std::set<std::string> sources;
+  std::set<const Config::Model*> models;  ///< of all sources
   std::map<Config::ListKey, Owner> lists;
   std::map<Config::BindingKey, Owner> bindings;
   std::map<std::string, Owner> portChannels, mirrorSessions;

@@ -12,8 +12,8 @@ Difference PreparedChange::prepare(const Before& before, const std::string& sour
   static const Config::Model nothing;
   const Sources& sources = before.sources;
   const Config::Model* known = sources.find(source);
-  Difference found = difference(known ? *known : nothing, now ? *now : nothing);
   ChangeWarnings odd = changeWarnings(sources.layers(), sources.layersWith(source, now), before.ports);
+  Difference found = difference(known ? *known : nothing, now ? *now : nothing, odd.uncovered);
   fresh = newWarnings(odd.told, before.warnings);
   refused = whyRefused(odd, asked.leave);
   told = std::move(odd.told);

@@ -184,6 +184,7 @@ ChangeWarnings withSurprises(const Effective& before, const Filtering& was, cons
   ChangeWarnings all = openings(before, was, is, ports);
   all.lasting.insert(all.lasting.end(), other.begin(), other.end());
   all.told.insert(all.told.end(), other.begin(), other.end());
+  all.uncovered = uncovered(before, is);
   return all;
 }
 

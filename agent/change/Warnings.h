@@ -1,6 +1,7 @@
 #pragma once
 
 #include <agent/change/Effective.h>
+#include <agent/change/Uncovered.h>
 #include <agent/warnings/Warning.h>
 
 #include <optional>
@@ -18,6 +19,7 @@ struct ChangeWarnings {
   Warnings openings;         ///< what the change opens: it was filtered, or is meant to be and was not so far
   Warnings told;             ///< all of them, each once: for who asked
   FilteredPorts filtered{};  ///< by the configuration after it
+  Uncovered uncovered{};     ///< nothing that anybody is warned of, but to be told
 };
 /// Compares by what packets meet. What is open before and after is no opening by the change. With nothing
 /// before, all that is open is one.

@@ -1,7 +1,10 @@
 #include <agent/change/Difference.h>
+#include <agent/change/PreparedChange.h>
 #include <gtest/gtest.h>
 
 #include "../support/ModelOf.h"
+
+#include <string>
 
 namespace {
 
@@ -11,6 +14,62 @@ nlohmann::ordered_json differenceOf(const char* before, const char* after) {
   std::string line;
   for (const auto& piece : Agent::difference(modelOf(before), modelOf(after)).json) line += piece;
   return nlohmann::ordered_json::parse(line);
+}
+
+TEST(Difference, SaysWhatOfOtherSourcesComesIntoForce) {
+  const std::string one =
+      "ip access-list A\n permit tcp any any\ninterface eth1\n ip access-group A in\nport-channel po1 members eth2\n"
+      "mirror session S destination eth3\n";
+  const std::string other =
+      "ip access-list A\n deny ip any any\ninterface eth1\n ip access-group B in\nport-channel po1 members eth4\n"
+      "mirror session S destination eth4\n";
+  struct Row {
+    const char* why;
+    std::string source, now, text, summary;
+  };
+  for (
+      const Row& row : {
+          Row{"the command line's goes", "", "",
+              "- ip access-list A (1 rule)\n- interface eth1: ip access-group A in\n- port-channel po1: eth2\n"
+              "- mirror session S: eth3\n+ ip access-list A of f comes into force\n"
+              "+ interface eth1: ip access-group B in of f comes into force\n+ port-channel po1 of f comes into force\n"
+              "+ mirror session S of f comes into force\n",
+              "1 list removed, 1 binding removed, 1 port-channel removed, 1 mirror session removed, 1 list of other "
+              "sources comes into force, 1 binding of other sources comes into force, 1 port-channel of other sources "
+              "comes into force, 1 mirror session of other sources comes into force"},
+          Row{"the file's goes, and was not in force", "f", "",
+              "- ip access-list A (1 rule)\n- interface eth1: ip access-group B in\n- port-channel po1: eth4\n"
+              "- mirror session S: eth4\n",
+              "1 list removed, 1 binding removed, 1 port-channel removed, 1 mirror session removed"},
+          Row{"a third one comes below", "g", "ip access-list A\n", "+ ip access-list A (0 rules)\n",
+              "+1 list"},
+          Row{"one comes above", "e", "ip access-list C\n", "+ ip access-list C (0 rules)\n", "+1 list"},
+      }) {
+    SCOPED_TRACE(row.why);
+    Agent::Sources sources;
+    sources.commandLine = modelOf(one);
+    sources.inputs["f"] = modelOf(other);
+    const Config::Model now = modelOf(row.now);
+    const Agent::Warnings none;
+    Agent::PreparedChange prepared;
+    const auto found = prepared.prepare({sources, none, nullptr}, row.source, &now,
+                                        {"apply", "somebody", {.openings = true}});
+    EXPECT_EQ(found.summary, row.summary);
+    const auto shown = nlohmann::ordered_json::parse(*found.line());
+    EXPECT_EQ(Agent::differenceText(shown, false), row.text);
+  }
+  Agent::Sources sources;
+  sources.inputs["a"] = modelOf("ip access-list X\n");
+  sources.inputs["b"] = modelOf(other);
+  sources.inputs["c"] = modelOf(one);
+  sources.inputs["d"] = modelOf(other);
+  const Agent::Warnings none;
+  Agent::PreparedChange prepared;
+  const auto found =
+      prepared.prepare({sources, none, nullptr}, "b", nullptr, {"gone", "the directory", {.openings = true}});
+  EXPECT_NE(Agent::differenceText(nlohmann::ordered_json::parse(*found.line()), false)
+                .find("+ ip access-list A of c comes into force\n"),
+            std::string::npos);
 }
 
 TEST(Difference, SaysWhatChangesAndNothingElse) {
