@@ -111,8 +111,9 @@ class Configuration {
   /// The sources with their sizes and times, and the files that are bad: for the status.
   nlohmann::ordered_json report() const;
   /// `files` of the command line; whether a restart would make the `same`, and `why` not; `save`: whether
-  /// saving would help; `refused`: why an agent would not start, or null; `opens`: what a start would open.
-  /// As the last look has found the files.
+  /// saving would help; `refused`: why an agent would not start, or null; `opens`: what a start would open;
+  /// `looking`: for how many seconds the files are being looked at, if that is waited for no more. As the
+  /// last look has found the files.
   nlohmann::ordered_json restartReport() const;
   /// What the configuration in force is warned of.
   const Warnings& warnings() const { return warnings_; }

@@ -240,7 +240,8 @@ Json Configuration::restartReport() const {
           {"why", why},
           {"save", save},
           {"refused", refused ? Json(*refused) : Json(nullptr)},
-          {"opens", std::move(opens)}};
+          {"opens", std::move(opens)},
+          {"looking", restart_.lookingFor() ? Json(*restart_.lookingFor()) : Json(nullptr)}};
 }
 
 Json Configuration::report() const {

@@ -29,7 +29,11 @@ std::optional<std::string> whyNoStart(const Restart::Start& start, const Sources
 
 }  // namespace
 
-Restart::Restart(EventLoop& loop, Start start) : start_(std::move(start)), background_(loop) {}
+Restart::Restart(EventLoop& loop, Start start)
+    : start_(std::move(start)),
+      clock_(loop.turnClock()),
+      patience_(0, "RestartPatience", [this] { handleLate(); }),
+      background_(loop) {}
 
 Restart::Identities Restart::identitiesOf(const Start& start) {
   Identities all;
@@ -45,8 +49,21 @@ Restart::Identities Restart::identitiesOf(const Start& start) {
 
 void Restart::look(Past past, std::function<void()> then) {
   past_ = std::move(past);
+  if (isLate_) return then();
   waiting_.push_back(std::move(then));
+  if (reading_.empty() && waiting_.size() == 1) patience_->scheduleTaskDelay(patience);
   if (!background_.busy()) readAgain();
+}
+
+std::optional<double> Restart::lookingFor() const {
+  return isLate_ ? std::optional(clock_.now().seconds() - since_) : std::nullopt;
+}
+
+void Restart::handleLate() {
+  isLate_ = background_.busy();
+  auto all = std::exchange(reading_, {});
+  for (auto& each : std::exchange(waiting_, {})) all.push_back(std::move(each));
+  for (const auto& each : all) each();
 }
 
 Restart::Found Restart::read(const Start& start, const Past& past) {
@@ -92,12 +109,18 @@ void Restart::readAgain() {
                          found_->filtered == past.filtered && found_->identities == identitiesOf(start_);
     if (!isKnown) *found = read(start_, past);
   };
-  const auto then = [this, found, waiting = std::exchange(waiting_, {})](const auto& failed) {
+  const auto then = [this, found](const auto& failed) {
     if (failed) *found = Found{.wrong = {*failed}};
     if (*found) found_ = std::move(**found);
-    for (const auto& each : waiting) each();
-    if (!waiting_.empty() && !background_.busy()) readAgain();
+    isLate_ = false;
+    patience_->cancelTask();
+    for (const auto& each : std::exchange(reading_, {})) each();
+    if (waiting_.empty() || background_.busy()) return;
+    patience_->scheduleTaskDelay(patience);
+    readAgain();
   };
+  reading_ = std::exchange(waiting_, {});
+  since_ = clock_.now().seconds();
   background_.run(work, then);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/OwnedTask.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/History.h>
 #include <agent/change/Warnings.h>
@@ -36,8 +37,13 @@ class Restart {
     SharedFilteredPorts filtered{};
     bool isKept = false;  ///< it does find it; otherwise a start does not know what was filtered
   };
+  /// Nobody waits longer for a look: a file system may hang.
+  static constexpr Kelp::Duration patience{3};
   /// Reads the files, unless they are those that were read last, and then calls `then`, from within or later.
+  /// It is called without that, too, when it takes too long: see lookingFor().
   void look(Past past, std::function<void()> then);
+  /// For how many seconds a look has been going on that somebody did not wait for; nothing when none is.
+  std::optional<double> lookingFor() const;
 
   const std::vector<std::string>& files() const { return start_.files; }
   /// Why a restart would make another configuration than this text of the command line's source; empty if it
@@ -67,11 +73,18 @@ class Restart {
   static Identities identitiesOf(const Start& start);
   static Found read(const Start& start, const Past& past);
   void readAgain();
+  void waitOn();
+  void handleLate();
 
   const Start start_;
   std::optional<Found> found_;
   Past past_;
+  const Kiv::Clock& clock_;
   std::vector<std::function<void()>> waiting_;  // for the next time that the files are read
+  std::vector<std::function<void()>> reading_;  // for the one that is going on
+  double since_ = 0;                            // it began, by the clock
+  bool isLate_ = false;                         // somebody has not waited for it
+  Kiv::OwnedTask patience_;
   Background background_;
 };
 

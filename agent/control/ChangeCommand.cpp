@@ -119,7 +119,8 @@ std::optional<std::string> save(ControlClient& agent, std::string& target, Exit*
   std::string wrong;
   const auto document = shown(agent, {{"what", "configuration"}, {"source", "cli"}}, &wrong, exit);
   // Asked for after the text: so a change that has begun to wait since is refused, too.
-  const auto status = document ? shown(agent, {{"what", "status"}}, &wrong, exit) : std::nullopt;
+  const auto status =
+      document ? shown(agent, {{"what", "status"}, {"summary", true}}, &wrong, exit) : std::nullopt;
   if (!status) return wrong;
   if (const Json& within = status->at("configuration").at("confirmWithin"); !within.is_null())
     return waitsText(within.get<double>());

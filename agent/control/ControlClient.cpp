@@ -55,10 +55,9 @@ std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) 
   for (;;) {
     const size_t end = buffer_.find('\n', searched);
     if (end != std::string::npos) {
-      Json answer =
-          Json::parse(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(end), nullptr, false);
+      auto answer = readDocument(std::string_view(buffer_).substr(0, end));
       buffer_.erase(0, end + 1);
-      if (answer.is_object() && answer.contains("ok")) return answer;
+      if (answer && answer->is_object() && answer->contains("ok")) return answer;
       *wrong = path_ + ": what listens there is no agent";
       return std::nullopt;
     }

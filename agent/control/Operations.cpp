@@ -115,7 +115,9 @@ std::span<const Operations::Operation> Operations::all() {
         {"source", Kind::name, "null",
          "a source of configuration, with `configuration` and `access-lists`; without it all of them"},
         {"hit", Kind::flag, "false", "of `access-lists`: the rules that have matched a packet"},
-        {"unused", Kind::flag, "false", "of `access-lists`: the rules that have not"}}},
+        {"unused", Kind::flag, "false", "of `access-lists`: the rules that have not"},
+        {"summary", Kind::flag, "false",
+         "of `status`: of each list how many `rules` it has and `packets` they and its drop have counted, without `ruleStatus`"}}},
       {"text",
        true,
        &Operations::text,
@@ -227,11 +229,14 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
   const ShowOptions options{name, request.text("source"), request.text("interface"),
                             hit      ? Rules::hit
                             : unused ? Rules::unused
-                                     : Rules::all};
+                                     : Rules::all,
+                            request.flag("summary")};
   if (request.has("source") && !show->bySource)
     return reply(Answer::failed("bad-request", fmt::format("{} takes no source", what)));
   if (options.selects() && !show->selects)
     return reply(Answer::failed("bad-request", fmt::format("{} takes no selection of rules", what)));
+  if (options.summary && !show->sumsUp)
+    return reply(Answer::failed("bad-request", fmt::format("{} has no summary", what)));
   if (hit && unused) return reply(Answer::failed("bad-request", "a rule cannot have matched and be unused"));
   if (auto none = whyNoSelection(world_, configuration_.sources(), options))
     return reply(Answer::failed("not-found", *none));

@@ -142,6 +142,7 @@ class ShowCommand final : public Command {
       request.order = sort_ == "hits"   ? RuleOrder::hits
                       : sort_ == "last" ? RuleOrder::last
                                         : RuleOrder::number;
+    request.summary = !json() && showOf(asked_.what)->sumsUp;
     return request;
   }
 

@@ -1,5 +1,6 @@
 #include <Zeb/System.h>
 #include <agent/control/StatusLog.h>
+#include <agent/core/Document.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Reserve.h>
 
@@ -14,7 +15,7 @@ namespace {
 std::vector<LogEvent> linesOfStatus(const std::string& document, double now) {
   TextStyle style;
   style.now = now;
-  std::istringstream text(showOf("status")->text(nlohmann::ordered_json::parse(document), style));
+  std::istringstream text(showOf("status")->text(*readDocument(document), style));
   std::vector<LogEvent> events;
   for (std::string line; std::getline(text, line);) {
     if (!line.empty()) events.push_back({Severity::info, line, {{"VELO_EVENT", "status"}}});
@@ -29,7 +30,7 @@ StatusLog::StatusLog(World world) : world_(std::move(world)), task_(0, "StatusLo
 void StatusLog::begin(Tell tell) {
   if (document_) return;
   tell_ = std::move(tell);
-  document_ = showOf("status")->document(world_, {});
+  document_ = showOf("status")->document(world_, {.summary = true});
   task_->scheduleTask();
 }
 

@@ -127,6 +127,7 @@ std::optional<Json> ShownDocument::next(std::string* wrong, Exit* exit) {
   }
   if (request_.hit) request["hit"] = true;
   if (request_.unused) request["unused"] = true;
+  if (request_.summary) request["summary"] = true;
   auto document = wholeDocumentOf(agent_, request, wrong, exit);
   if (document && showOf(request_.what)->selects) {
     if (withRates_) rates_.add(*document, Kiv::steadyClock().now().seconds());

@@ -15,6 +15,7 @@ struct ShowRequest {
   std::string list;  ///< empty: all
   std::string interface, source;
   bool hit = false, unused = false;
+  bool summary = false;  ///< where a show has one
   std::optional<RuleOrder> order;
   std::optional<size_t> top;
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace Agent {
 
@@ -25,7 +26,60 @@ class LineDocument final : public Document {
   size_t at_ = 0;
 };
 
+/// Puts a document together from what the parser tells.
+class DocumentReader final : public nlohmann::json_sax<Json> {
+ public:
+  bool null() override { return put(nullptr); }
+  bool boolean(bool value) override { return put(value); }
+  bool number_integer(number_integer_t value) override { return put(value); }
+  bool number_unsigned(number_unsigned_t value) override { return put(value); }
+  bool number_float(number_float_t value, const string_t&) override { return put(value); }
+  bool string(string_t& value) override { return put(std::move(value)); }
+  bool binary(binary_t& value) override { return put(std::move(value)); }
+  bool start_object(size_t) override { return open(Json::object()); }
+  bool start_array(size_t) override { return open(Json::array()); }
+  bool key(string_t& name) override {
+    name_ = std::move(name);
+    return true;
+  }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+  bool parse_error(size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+
+  Json root;
+
+ private:
+  bool put(Json value) {
+    add(std::move(value));
+    return true;
+  }
+  bool open(Json value) {
+    open_.push_back(add(std::move(value)));
+    return true;
+  }
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+  /// What is open stays where it is, because only the last of them grows.
+  Json* add(Json&& value) {
+    if (open_.empty()) return &(root = std::move(value));
+    Json& in = *open_.back();
+    if (in.is_array()) return &in.get_ref<Json::array_t&>().emplace_back(std::move(value));
+    return &in.get_ref<Json::object_t&>().emplace_back(std::move(name_), std::move(value)).second;
+  }
+
+  std::vector<Json*> open_;
+  std::string name_;
+};
+
 }  // namespace
+
+std::optional<Json> readDocument(std::string_view text) {
+  DocumentReader reader;
+  if (!Json::sax_parse(text.begin(), text.end(), &reader)) return std::nullopt;
+  return std::move(reader.root);
+}
 
 std::string lineOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 

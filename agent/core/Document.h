@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,11 @@ std::string lineOf(const nlohmann::ordered_json& json);
 std::string documentLineOf(const nlohmann::ordered_json& object);
 /// The same of a document that is printed alone: each member and element in a line of its own.
 std::string linesOf(const nlohmann::ordered_json& json);
+
+/// Reads a document that an agent has made: in a time that grows with its length. (Json::parse() looks
+/// through all members of an object for each further one, and a status may have a hundred thousand.) Nothing
+/// if the text is no JSON. No object in it may have a member twice.
+std::optional<nlohmann::ordered_json> readDocument(std::string_view text);
 
 /// A JSON document that is made piece by piece, so that packets do not wait long for it: a piece has some
 /// tens of kilobytes and takes a fraction of a millisecond. Between two pieces the configuration may change.

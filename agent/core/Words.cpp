@@ -101,6 +101,11 @@ std::string printableText(std::string text) {
 
 std::vector<std::string> restartSentences(const Json& restart) {
   std::vector<std::string> sentences;
+  if (const Json& looking = restart.at("looking"); !looking.is_null()) {
+    return {fmt::format(
+        "what a restart would make is not known yet: the files are being looked at, for {:.0f} s by now",
+        looking.get<double>())};
+  }
   for (const Json& why : restart.at("why"))
     sentences.push_back("a restart would not be the same: " + why.get<std::string>());
   if (const Json& refused = restart.at("refused"); !refused.is_null())

@@ -38,6 +38,7 @@ struct ShowOptions {
   // Of lists and their rules.
   std::string interface {};  ///< those alone that its frames meet; empty: all
   Rules rules = Rules::all;  ///< those alone that have counted a packet, or none; and lists that have such
+  bool summary = false;      ///< of the status: without its rules one by one
 
   bool selects() const { return !interface.empty() || rules != Rules::all; }
 };

@@ -24,6 +24,7 @@ struct Show {
   bool selects = false;     ///< it takes the options by which rules are selected and put in order
   bool bySource = false;    ///< it can be of one source of configuration alone
   bool needsFiles = false;  ///< tells what the files of the configuration say, which are looked at before
+  bool sumsUp = false;      ///< for its text the summary of the document is enough
 };
 
 /// What the arguments of shows stand for.

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <set>
+#include <utility>
 
 namespace Agent {
 
@@ -72,6 +73,17 @@ std::vector<std::string> placesText(const std::set<std::string>& places, const T
   return lines.empty() ? std::vector<std::string>{"nowhere"} : lines;
 }
 
+/// How many rules a list has, and how many packets they and its drop have counted: of a summary, or of rules
+/// one by one.
+std::pair<uint64_t, uint64_t> sumsOf(const Json& list) {
+  if (list.contains("rules")) return {list.at("rules").get<uint64_t>(), list.at("packets").get<uint64_t>()};
+  uint64_t packets = 0;
+  for (const char* rules : {"ruleStatus", "implicitRuleStatus"}) {
+    for (const auto& [id, rule] : list.at(rules).items()) packets += rule.at("packets").get<uint64_t>();
+  }
+  return {list.at("ruleStatus").size(), packets};
+}
+
 /// A line for each published list, with the places where it is bound.
 std::string publishedText(const Json& status, const TextStyle& style) {
   std::vector<std::vector<std::string>> lines = {{"type", "list", "rules", "packets", "bound"}};
@@ -82,13 +94,9 @@ std::string publishedText(const Json& status, const TextStyle& style) {
         bound[list.get<std::string>()].insert(boundAt(interface, direction));
     }
     for (const auto& [name, list] : lists.at("acl").items()) {
-      uint64_t packets = 0;
-      for (const char* rules : {"ruleStatus", "implicitRuleStatus"}) {
-        for (const auto& [id, rule] : list.at(rules).items()) packets += rule.at("packets").get<uint64_t>();
-      }
       const auto places = placesText(bound[name], style);
-      lines.push_back({type, name, std::to_string(list.at("ruleStatus").size()), std::to_string(packets),
-                       places.front()});
+      const auto [rules, packets] = sumsOf(list);
+      lines.push_back({type, name, std::to_string(rules), std::to_string(packets), places.front()});
       for (size_t i = 1; i < places.size(); ++i) lines.push_back({"", "", "", "", places[i]});
     }
   }
@@ -142,7 +150,7 @@ std::string capabilitiesText(const Json& document, const TextStyle&) {
 
 constexpr Show statusRows[] = {
     {"status", "", "the published status, and the sources of configuration", statusDocument, statusText,
-     false, false, true},
+     false, false, true, true},
     {"counters", "[NAME]", "the match counters of the packet path", countersDocument, countersText},
     {"drops", "", "what was dropped, and why", whole<dropsShown>, dropsShownText},
     {"capabilities", "", "what the dataplane can do", whole<capabilitiesOf>, capabilitiesText},

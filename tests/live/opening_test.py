@@ -4,6 +4,7 @@
 usage: opening_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
 """
 
+import ctypes
 import json
 import os
 import re
@@ -45,6 +46,27 @@ def stderr_of(agent):
     """All that it has written, once it is dead."""
     agent.process.send_signal(signal.SIGTERM)
     return agent.process.communicate(timeout=30)[1]
+
+
+class Hanging:
+    """A folder whose file system does not answer: nobody reads the requests of the kernel."""
+
+    def __init__(self, folder):
+        libc = ctypes.CDLL(None, use_errno=True)
+        self.device = os.open("/dev/fuse", os.O_RDWR)
+        self.folder = folder
+        options = f"fd={self.device},rootmode=40000,user_id=0,group_id=0".encode()
+        if libc.mount(b"none", folder.encode(), b"fuse", 0, options) != 0:
+            os.close(self.device)
+            raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
+
+    def end(self):
+        """Whoever waits gets an error; then the folder is what it was."""
+        if self.device is None:
+            return
+        os.close(self.device)
+        self.device = None
+        subprocess.run(["umount", "-l", self.folder], check=True)
 
 
 class Opening(OperatedTest):
@@ -182,6 +204,28 @@ class Opening(OperatedTest):
                 agent = self.start(None, *words)
                 self.assertIn(DROP, self.passing(), "it was said once")
                 agent.kill()
+
+    def test_nobody_waits_for_a_file_system_that_hangs(self):
+        folder = os.path.join(self.folder, "conf.d")
+        os.mkdir(folder)
+        agent = self.start(CONFIG, "--config-dir", folder)
+        self.assertEqual(self.velo("show", "status").returncode, 0)
+        try:
+            hanging = Hanging(folder)
+        except OSError as error:
+            self.skipTest(f"no file system can be had that hangs: {error}")
+        self.addCleanup(hanging.end)
+        unknown = "what a restart would make is not known yet: the files are being looked at, for"
+        for words, text in ((("show", "status"), None), (("apply",), CONFIG + "ip access-list A\n  30 deny ip any any\n"),
+                            (("edit", "A", "no 30"), None), (("show", "status"), None)):
+            done = self.velo(*words, text=text)
+            self.assertEqual((done.returncode, unknown in done.stdout), (0, True), (words, done))
+        self.assertEqual(self.passing(), {PASS})
+        agent.process.send_signal(signal.SIGUSR1)
+        self.velo("show", "ports")
+        hanging.end()
+        self.assertTrue(until(lambda: unknown not in self.velo("show", "status").stdout))
+        self.assertIn(unknown, stderr_of(agent))
 
     def test_what_is_open_already_hides_no_opening(self):
         channel = LIST + "port-channel po1 members eth1\n"

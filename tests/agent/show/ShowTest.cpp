@@ -97,6 +97,24 @@ TEST_F(ShowTest, TheStatusReadsAsATable) {
             "ip    FREE      0        0  nowhere\n");
 }
 
+TEST_F(ShowTest, TheSummaryOfTheStatusReadsLikeTheWhole) {
+  std::string config = "ip access-list A\n";
+  for (int i = 1; i <= 3000; ++i) config += fmt::format(" {} permit udp any any eq {}\n", i, i);
+  agent_.start(config + "ip access-list B\ninterface eth1\n ip access-group A in\n");
+  for (int i = 0; i < 3; ++i) agent_.receive("eth1", udpTo(53));
+  agent_.receive("eth1", udpTo(9999));
+  agent_.advance(10);
+  const Json whole = agent_.show("status");
+  const Json summary = agent_.ask({{"do", "show"}, {"what", "status"}, {"summary", true}});
+  const auto text = [](const Json& document) { return Agent::showOf("status")->text(document, {}); };
+  EXPECT_EQ(text(summary), text(whole));
+  EXPECT_THAT(text(summary), HasSubstr("ip    A      3000        4  eth1 in\n"));
+  EXPECT_LT(summary.dump().size(), 3000u);
+  EXPECT_FALSE(summary.at("status").at("status").at("ip").at("acl").at("A").contains("ruleStatus"));
+  EXPECT_EQ(agent_.ask({{"do", "show"}, {"what", "ports"}, {"summary", true}}).at("error").at("text"),
+            "ports has no summary");
+}
+
 TEST_F(ShowTest, NoLineOfTheStatusIsLongerThanTheScreenIsWide) {
   std::string config = "ip access-list A\n 10 permit ip 192.0.2.1/24 any mirror session NONE\n";
   for (int i = 1; i < 20; ++i)
