@@ -52,7 +52,10 @@ class ControlPlane {
 
   /// Has the log told what `velo show status` shows. `tell` is called from the loop later, with a function
   /// that makes the lines and may take long.
-  void tellStatus(StatusLog::Tell tell) { statusLog_.begin(std::move(tell)); }
+  void tellStatus(StatusLog::Tell tell) {
+    // What a restart would make is a part of it.
+    configuration_.lookAtFiles([this, tell = std::move(tell)] { statusLog_.begin(tell); });
+  }
 
   Operations& operations() { return operations_; }
   Configuration& configuration() { return configuration_; }

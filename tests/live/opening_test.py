@@ -351,7 +351,12 @@ class Signals(OperatedTest):
             agent.process.send_signal(number)
         client = self.control()
         self.assertEqual(len(client.ask("show", what="access-lists")["lists"]), 1)
+        with open(os.path.join(agent.folder.name, "live.acl"), "w", encoding="utf-8") as file:
+            file.write("permit\n")
+        agent.process.send_signal(signal.SIGUSR1)
+        client.ask("show", what="status")
         log = stderr_of(agent)
+        self.assertRegex(log, r"velo: a restart would be refused: \S+live.acl:1:1: found \"permit\"")
         self.assertRegex(log, r"velo: cli +1 list, 2 rules, 1 binding")
         self.assertRegex(log, r"velo: ip +A +2 +0 +eth1 in")
         self.assertEqual(agent.process.returncode, 0)
