@@ -21,8 +21,8 @@ constexpr const char* frameHelp =
     "[2001:db8::2]:1024\"\n"
     "  \"ip 192.0.2.1 > 198.51.100.7 protocol gre dscp ef\"   \"arp 192.0.2.1 > 192.0.2.2 from "
     "02:00:5e:00:00:01\"\n"
-    "or the first line of an answer of explain, or the last column of velo tail. A super-frame, which is still\n"
-    "to be cut into segments, is one packet to the lists.\n"
+    "or a whole line of velo tail, of the log of velo run, or the first one of an answer of explain. A super-frame,\n"
+    "which is still to be cut into segments, is one packet to the lists.\n"
     "Nothing is counted. With --config no agent is asked.\n";
 
 class ExplainCommand final : public Command {

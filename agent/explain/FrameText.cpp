@@ -3,6 +3,7 @@
 #include <agent/config/Mistake.h>
 #include <agent/config/Names.h>
 #include <agent/config/Nearest.h>
+#include <agent/explain/FrameLine.h>
 #include <agent/explain/FrameText.h>
 #include <agent/explain/FrameWords.h>
 #include <fmt/format.h>
@@ -135,7 +136,7 @@ void Frame::assignTo(Nimnet::Pkt& pkt) const {
 std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   Cursor at;
   Draft draft;
-  std::string words(text);
+  std::string words = frameTextOf(text);
   std::replace(words.begin(), words.end(), ',', ' ');
   const auto fail = [wrong](std::optional<std::string> why) {
     *wrong = std::move(*why);
@@ -157,7 +158,7 @@ std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
 
 bool isFrameText(std::string_view text) {
   Cursor at;
-  std::string words(text);
+  std::string words = frameTextOf(text);
   std::replace(words.begin(), words.end(), ',', ' ');
   return at.lineIs(words) && find(frameKinds(), at.peek()) != nullptr;
 }

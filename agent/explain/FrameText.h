@@ -40,7 +40,8 @@ struct Frame {
 /// `no flags`, `no ethernet header`, `size N` (at least so many octets), `N octets` (exactly so many), `on
 /// PORT`. Last of all can stand `malformed: REASON`, a reason of Velo::ParseFault. Commas count as blanks.
 ///
-/// So every line of packetText() is such a text, and the frame that it makes has that line again.
+/// So every line of packetText() is such a text, and the frame that it makes has that line again. Whole lines
+/// of `velo tail` and of the log are taken, too (FrameLine.h).
 ///
 /// Lengths are right, checksums are zero, because nobody here reads them. Returns nothing, and sets `wrong`,
 /// for any other text.
