@@ -20,7 +20,10 @@ using Part = DifferencePart;
 using enum Part::What;
 
 Json ruleEntry(const Config::Rule& rule) {
-  return ruleWords(Config::common(rule).sequence, Config::common(rule).text.view());
+  const Acl::RuleBase& base = Config::common(rule);
+  Json entry = ruleWords(base.sequence, base.text.view());
+  if (!base.remark.empty()) entry["remark"] = base.remark.view();
+  return entry;
 }
 
 /// Two rules that were compared; `from` and `to` are their texts.
@@ -30,10 +33,16 @@ Json ruleChange(const Config::Rule& old, const Config::Rule& now) {
           {"to", Config::common(now).text.view()}};
 }
 
+/// The remarks of a rule that has others than before.
+void addRemark(Json& entry, const Kelp::String& was, const Kelp::String& is) {
+  if (was != is) entry["remark"] = {{"from", was.view()}, {"to", is.view()}};
+}
+
 /// A rule that stays, and keeps its id.
 void addStaying(Part& changes, const Config::Rule& old, const Config::Rule& now) {
   const Acl::RuleBase &was = Config::common(old), &is = Config::common(now);
   Json entry = ruleChange(old, now);
+  addRemark(entry, was.remark, is.remark);
   if (was.sequence != is.sequence) {
     entry["was"] = was.sequence;
     changes.add(renumbered, entry);
@@ -53,6 +62,7 @@ void addOthers(Part& changes, const Config::List& before, const Config::List& af
         const Config::Rule &old = before.rules.at(number), &now = after.rules.at(number);
         Json entry = ruleChange(old, now);
         if (Config::common(old).text == Config::common(now).text) entry["groups"] = true;
+        addRemark(entry, Config::common(old).remark, Config::common(now).remark);
         changes.add(changed, entry);
       });
 }
@@ -82,7 +92,10 @@ Part listsDifference(const Config::Model& before, const Config::Model& after, Di
         addRules(rules, old.second, now.second);
         ofAll.count(rules);
         if (rules.isEmpty()) words.count(changed);
-        changes.add(changed, listWords(now.second.type, now.second.name), "rules", std::move(rules));
+        Json entry = listWords(now.second.type, now.second.name);
+        if (old.second.pendingRemarks != now.second.pendingRemarks)
+          entry["remarksBehind"] = {{"from", old.second.pendingRemarks}, {"to", now.second.pendingRemarks}};
+        changes.add(changed, entry, "rules", std::move(rules));
       });
   for (const Part::What what : {added, removed}) words.count(what, changes.counts()[what]);
   summary.add("list", words);

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Agent {
 
@@ -76,16 +77,46 @@ std::string listText(const Json& list) {
   return fmt::format("{} ({})", title, countText(list.at("rules").get<uint64_t>(), "rule"));
 }
 
-std::string ruleText(const Json& rule) {
+/// A remark of several lines in one.
+std::string inOneLine(std::string remark) {
+  std::replace(remark.begin(), remark.end(), '\n', '|');
+  return remark;
+}
+
+/// "  (remark: first|second)", for a rule that comes, goes or has another remark than before.
+std::string remarkText(const Json& rule) {
+  if (!rule.contains("remark")) return {};
+  const Json& remark = rule.at("remark");
+  if (remark.is_string()) return fmt::format("  (remark: {})", inOneLine(remark.get<std::string>()));
+  const std::string from = inOneLine(wordOf(remark, "from")), to = inOneLine(wordOf(remark, "to"));
+  if (to.empty()) return fmt::format("  (without its remark: {})", from);
+  return from.empty() ? fmt::format("  (remark: {})", to) : fmt::format("  (remark: {}, was: {})", to, from);
+}
+
+std::string remarksBehindText(const Json& list) {
+  if (!list.contains("remarksBehind")) return {};
+  std::string text;
+  for (const auto& [member, sign] : {std::pair("from", '-'), std::pair("to", '+')}) {
+    for (const Json& remark : list.at("remarksBehind").at(member))
+      text += fmt::format("{}   remark {}  (behind the last rule)\n", sign, remark.get<std::string>());
+  }
+  return text;
+}
+
+std::string ruleWordsText(const Json& rule) {
   if (rule.contains("text")) return "  " + ruleTitle(rule);
   const std::string now = ruleTitle(rule.at("sequence").get<uint32_t>(), wordOf(rule, "to"));
   if (rule.contains("groups")) return fmt::format("  {}  (its object-groups differ)", now);
   const std::string from = wordOf(rule, "from");
+  const bool onlyRemark = !rule.contains("was") && from == wordOf(rule, "to");
+  if (onlyRemark) return "  " + now;
   if (!rule.contains("was")) return fmt::format("  {}  (was: {})", now, from);
   const auto was = rule.at("was").get<uint32_t>();
   return fmt::format("  {}  (was: {})", now,
                      from == wordOf(rule, "to") ? std::to_string(was) : ruleTitle(was, from));
 }
+
+std::string ruleText(const Json& rule) { return ruleWordsText(rule) + remarkText(rule); }
 
 std::string bindingText(const Json& binding) {
   if (binding.contains("list")) return bindingTitle(binding, wordOf(binding, "list"));
@@ -123,6 +154,7 @@ std::string differenceText(const Json& difference, bool colour) {
   for (const Json& list : lists.at("changed")) {
     text += fmt::format("  in {}:\n", listTitle(list));
     addLines(text, list.at("rules"), style, ruleText);
+    text += remarksBehindText(list);
   }
   addLines(text, difference.at("bindings"), style, bindingText);
   for (const auto& [member, what] :

@@ -16,6 +16,28 @@ nlohmann::ordered_json differenceOf(const char* before, const char* after) {
   return nlohmann::ordered_json::parse(line);
 }
 
+TEST(Difference, ShowsRemarks) {
+  const auto text = [](const char* before, const char* after) {
+    return Agent::differenceText(differenceOf(before, after), false);
+  };
+  const std::string head = "~ ip access-list A\n  in ip access-list A:\n";
+  const char* plain = "ip access-list A\n 10 permit ip any any\n";
+  const char* web = "ip access-list A\n remark web\n remark two\n 10 permit ip any any\n";
+  EXPECT_EQ(text(plain, web), head + "~   10 permit ip any any  (remark: web|two)\n");
+  EXPECT_EQ(text(web, plain), head + "~   10 permit ip any any  (without its remark: web|two)\n");
+  EXPECT_EQ(text(web, "ip access-list A\n remark new\n 10 permit ip any any\n"),
+            head + "~   10 permit ip any any  (remark: new, was: web|two)\n");
+  EXPECT_EQ(text(web, "ip access-list A\n remark new\n 20 permit ip any any\n"),
+            head + "~   20 permit ip any any  (was: 10)  (remark: new, was: web|two)\n");
+  EXPECT_EQ(text(plain, "ip access-list A\n remark new\n 10 deny ip any any\n"),
+            head + "~   10 deny ip any any  (was: permit ip any any)  (remark: new)\n");
+  EXPECT_EQ(text("ip access-list A\n", web), head + "+   10 permit ip any any  (remark: web|two)\n");
+  EXPECT_EQ(text(web, "ip access-list A\n"), head + "-   10 permit ip any any  (remark: web|two)\n");
+  EXPECT_EQ(text("ip access-list A\n 10 permit ip any any\n remark end\n",
+                 "ip access-list A\n 10 permit ip any any\n remark last\n"),
+            head + "-   remark end  (behind the last rule)\n+   remark last  (behind the last rule)\n");
+}
+
 TEST(Difference, SaysWhatOfOtherSourcesComesIntoForce) {
   const std::string one =
       "ip access-list A\n permit tcp any any\ninterface eth1\n ip access-group A in\nport-channel po1 members eth2\n"
