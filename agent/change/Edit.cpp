@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -128,11 +129,14 @@ class Editor {
       if (at.atEnd()) {
         at.fail("a command");
       } else if (at.takeIf("move")) {
+        given_.clear();
         ListEdit(at, model_, key_).move();
       } else if (at.takeIf("resequence")) {
+        given_.clear();
         ListEdit(at, model_, key_).resequence();
       } else if (isOfList(at)) {
         const size_t before = list().rules.size();
+        noticeNumber(at, number);
         if (!statement(line, number, at.peek() != "no")) return false;
         if (takesRuleAway(at) && list().rules.size() == before) failNoSuchRule(at);
         forgetRemark(at);
@@ -152,6 +156,8 @@ class Editor {
     model_.notices.forgetUnusedTexts();
     return {std::move(model_), {}};
   }
+  /// What is odd about the commands.
+  Warnings takeOddities() { return std::move(oddities_); }
 
  private:
   Config::List& list() { return model_.lists.at(key_); }
@@ -168,6 +174,21 @@ class Editor {
     if (no) return failNear(at, "a rule, its number or remark", {"permit", "deny", "remark"});
     return failNear(at, "a rule, remark, no, move or resequence",
                     {"permit", "deny", "remark", "no", "move", "resequence"});
+  }
+
+  /// To be called before a command is carried out: of two rules that are given with one number the first is
+  /// lost.
+  void noticeNumber(const Cursor& at, int command) {
+    const bool isRule = at.peek(1) == "permit" || at.peek(1) == "deny";
+    if (at.peek() == "no") given_.erase(Config::decimal(at.peek(1)).value_or(0));
+    const auto number = isRule ? Config::decimal(at.peek()) : std::nullopt;
+    if (!number || given_.insert(*number).second) return;
+    const auto first = list().rules.find(*number);
+    if (first == list().rules.end()) return;
+    oddities_.push_back({"rule-twice",
+                         {placeName, command, 1},
+                         fmt::format("rule {} is given a second time: the first, {}, is lost", *number,
+                                     Config::common(first->second).text.view())});
   }
 
   static bool takesRuleAway(const Cursor& at) {
@@ -217,6 +238,8 @@ class Editor {
   const Model::ListKey key_;
   std::vector<std::string> remarks_;  ///< behind the last rule before the edit
   std::vector<Config::Mistake> mistakes_;
+  std::set<uint32_t> given_;  ///< numbers of rules that commands have given, and that still have them
+  Warnings oddities_;
 };
 
 /// The list that is meant, or why none is.
@@ -290,7 +313,9 @@ MadeModel edited(const Sources& inForce, const Edit& edit) {
     left.remove_prefix(std::min(end + 1, left.size()));
   }
   MadeModel made = editor.result();
-  if (made.model) settleOddities(*made.model);
+  if (!made.model) return made;
+  settleOddities(*made.model);
+  for (Warning& oddity : editor.takeOddities()) made.model->notices.warnings.push_back(std::move(oddity));
   return made;
 }
 

@@ -207,6 +207,36 @@ TEST(Edit, LeavesThingsWhereTheyStand) {
   EXPECT_EQ(notices.placeOf(notices.lists, {Acl::AclType::ip, "UNBOUND"}), (Agent::Place{"t", 11, 16}));
 }
 
+TEST(Edit, TellsOfANumberThatIsGivenTwice) {
+  struct Row {
+    const char* why;
+    const char* commands;
+    const char* odd;
+  };
+  for (const Row& row : {
+           Row{"the first is lost", "15 permit tcp any any\nno 20\n15 deny udp any any",
+               "edit:3:1 rule 15 is given a second time: the first, permit tcp any any, is lost"},
+           Row{"of a rule that was there", "10 permit tcp any any\n10 deny udp any any",
+               "edit:2:1 rule 10 is given a second time: the first, permit tcp any any, is lost"},
+           Row{"once", "15 permit tcp any any\n16 permit tcp any any\n10 deny ip any any", ""},
+           Row{"it was taken away between", "15 permit tcp any any\nno 15\n15 deny udp any any", ""},
+           Row{"it has another number by then", "15 permit tcp any any\nresequence 100\n15 deny udp any any",
+               ""},
+           Row{"it was moved", "15 permit tcp any any\nmove 15 before 10\n15 deny udp any any", ""},
+           Row{"a remark is no rule", "15 permit tcp any any\n15 remark one", ""},
+       }) {
+    const auto result = edited({modelOf(beforeEdit), {}}, {"A", {}, row.commands});
+    ASSERT_TRUE(result.model) << row.why << result.mistakes.front();
+    std::string odd;
+    for (const auto& warning : result.model->notices.warnings) {
+      EXPECT_EQ(warning.code.kind().code, "rule-twice");
+      odd += fmt::format("{}:{}:{} {}", warning.place.file, warning.place.line, warning.place.column,
+                         warning.text);
+    }
+    EXPECT_EQ(odd, row.odd) << row.why;
+  }
+}
+
 TEST(Edit, TellsWhatIsWrongWithItsPlace) {
   struct Row {
     const char* why;
