@@ -37,6 +37,9 @@ struct Unconfirmed {
   SharedText before;   ///< what it said before, and says without a confirmation
 };
 
+/// What such a text is called in places of warnings: it is in no file.
+inline constexpr const char* textThatComesBack = "the text before the change that nobody confirmed";
+
 /// What the files of the directory said: by name, a digest of their content.
 using FileDigests = std::map<std::string, uint64_t>;
 uint64_t digestOf(std::string_view text);

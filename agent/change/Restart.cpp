@@ -128,7 +128,7 @@ std::optional<std::string> takeBackUnconfirmed(ConfigFiles& files, Past& past) {
   const auto unconfirmed = std::exchange(past.unconfirmed, std::nullopt);
   if (!unconfirmed || Config::textOf(files.sources().commandLine) != *unconfirmed->refused)
     return std::nullopt;
-  Config::Result before = Config::read({{"before", *unconfirmed->before}});
+  Config::Result before = Config::read({{textThatComesBack, *unconfirmed->before}});
   if (!before.model) return "nobody has confirmed this change, but what was before it cannot be read";
   files.commandLineIs(std::move(*before.model));
   past.unconfirmed = unconfirmed;

@@ -90,7 +90,8 @@ std::optional<Configuration::Request> goingBackTo(const Change& to, std::string*
     return Configuration::Request{
         .what = "rollback",
         .make =
-            [name = fmt::format("change {}", to.number), text = to.text](const Sources&) {
+            [name = fmt::format("the text of change {0} (velo show history {0})", to.number),
+             text = to.text](const Sources&) {
               Config::Result result = Config::read({{name, *text}});
               return MadeModel{std::move(result.model), textsOf(result.mistakes)};
             },

@@ -269,4 +269,23 @@ TEST(TakingBack, EveryStartTakesBackWhatNobodyConfirmed) {
   EXPECT_EQ(start(otherText), otherText) << "somebody has written another file since";
 }
 
+TEST_F(TakingBackTest, PlacesInATextThatIsInNoFileSayWhichItIs) {
+  const std::string odd = std::string(oneText) + "ip access-list A\n   20 permit ip 192.0.2.1/24 any\n";
+  agent_.start(odd);
+  const auto places = [](const Json& answer) {
+    std::vector<std::string> files;
+    for (const Json& warning : answer.at("warnings")) files.push_back(warning.at("file"));
+    return files;
+  };
+  agent_.apply(otherText);
+  using testing::ElementsAre;
+  EXPECT_THAT(places(agent_.ask({{"do", "rollback"}, {"number", 1}})),
+              ElementsAre("the text of change 1 (velo show history 1)"));
+  applyToBeConfirmed(otherText, 60);
+  agent_.advance(61);
+  settle();
+  EXPECT_THAT(places(agent_.show("status").at("configuration")),
+              ElementsAre("the text before the change that nobody confirmed"));
+}
+
 }  // namespace
