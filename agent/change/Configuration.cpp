@@ -134,6 +134,7 @@ void Configuration::rememberStart() {
   if (last && last->text && *last->text == *text_) return history_.keep();
   const Config::Result before = Config::read({{"", last && last->text ? *last->text : std::string()}});
   const Difference found = difference(before.model.value_or(Config::Model()), now);
+  tellChange(tell_, {.who = "velo run", .source = commandLineName, .summary = summaryText(found.summary)});
   remember({.what = "start",
             .who = "velo run",
             .source = sourceTitle(commandLineName),
@@ -303,7 +304,7 @@ void Configuration::handleDeadline() {
                   .what = returnWord,
                   .make =
                       [before](const Sources&) {
-                        Config::Result result = Config::read({{"before", *before}});
+                        Config::Result result = Config::read({{textThatComesBack, *before}});
                         return MadeModel{std::move(result.model), textsOf(result.mistakes)};
                       },
                   .takesBack = true};

@@ -53,7 +53,7 @@ struct Configuration::Next {
   /// Why the change is refused when it can be in force with what is, but not with what would come back, or
   /// would be an opening in that.
   std::optional<std::string> whyNotBefore(const Configuration& all, const Config::Model* now) {
-    const Config::Result read = Config::read({{"before", *before}});
+    const Config::Result read = Config::read({{textThatComesBack, *before}});
     if (!read.model) return "what would come back if nobody confirms cannot be read";
     const Sources& inForce = all.sources();
     const Layers was = inForce.layersWith(commandLineName, &*read.model);
@@ -128,10 +128,12 @@ void Configuration::rememberFile(const std::string& name, const std::optional<ui
   const Config::Result was = Config::read({{"", before && isKnown ? *last->text : std::string()}});
   const Config::Model nothing, *now = sources().find(name);
   const Difference found = difference(was.model.value_or(nothing), now ? *now : nothing);
+  const std::string summary = isKnown ? found.summary : "other content than before";
+  tellChange(tell_, {.who = whileDown, .source = name, .summary = summary});
   remember({.what = now ? "file" : "gone",
             .who = whileDown,
             .source = sourceTitle(name),
-            .summary = isKnown ? found.summary : "other content than before",
+            .summary = summary,
             .text = text,
             .difference = isKnown ? found.line() : nullptr});
 }

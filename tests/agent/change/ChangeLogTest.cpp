@@ -27,8 +27,30 @@ class ChangeLogTest : public ListOfWhatComesBackTest {
   }
 };
 
+TEST_F(ChangeLogTest, BeginsWithWhatTheAgentStartsWith) {
+  Past past;
+  past.files = Agent::FileDigests{{"gone", 1}};
+  past.changes.push_back(std::make_shared<const Change>(changeOf("cli", otherText)));
+  agent_.journalIs(journal_, past);
+  const std::map<std::string, std::string> files = {{"x", list}};
+  agent_.start(oneText, &files);
+  EXPECT_THAT(
+      log(), ElementsAre("gone changed by the directory, while the agent was down: other content than before",
+                         "x changed by the directory, while the agent was down: +1 list",
+                         "cli changed by velo run: 1 rule changed"));
+}
+
+TEST_F(ChangeLogTest, HasNothingOfAStartWithWhatWasInForce) {
+  Past past;
+  past.changes.push_back(std::make_shared<const Change>(changeOf("cli", oneText)));
+  agent_.journalIs(journal_, past);
+  agent_.start(oneText);
+  EXPECT_THAT(log(), ElementsAre());
+}
+
 TEST_F(ChangeLogTest, HasWhoWhatAndTheResultOfEveryOperation) {
   agent_.start(oneText);
+  EXPECT_THAT(log(), ElementsAre("cli changed by velo run: +1 list, +1 binding"));
   agent_.apply(oneText);
   EXPECT_THAT(log(), ElementsAre("cli left as it is by uid 0, pid 0: no change"));
   applyToBeConfirmed(otherText, 60);
