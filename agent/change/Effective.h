@@ -12,7 +12,11 @@
 namespace Agent {
 
 /// The ports with a device that an agent has, by name.
-using PortNames = std::set<std::string>;
+struct PortNames : std::set<std::string> {
+  using std::set<std::string>::set;
+
+  std::map<std::string, std::string> byDevice{};  ///< for hints; a device has one port at most
+};
 
 /// What layers of configuration come to: of each thing the definition that is in force. Refers to the models,
 /// which must live as long.

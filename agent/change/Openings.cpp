@@ -168,6 +168,8 @@ ChangeWarnings openings(const Effective& before, const Filtering& was, const Eff
 }
 
 std::string nearestPorts(const PortNames& ports, const std::string& name) {
+  if (const auto device = ports.byDevice.find(name); device != ports.byDevice.end())
+    return fmt::format(" (the device of port {})", device->second);
   const std::vector<std::string_view> names(ports.begin(), ports.end());
   return Config::orNearest({}, name, names);
 }

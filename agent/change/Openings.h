@@ -11,7 +11,8 @@ namespace Agent {
 ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after,
                         const PortNames* ports);
 
-/// " (did you mean eth1?)": the nearest ports; empty when none is near.
+/// What was probably meant by a name that is none of these: " (the device of port p1)", or " (did you mean
+/// eth1?)", the nearest ports; empty when none is near.
 std::string nearestPorts(const PortNames& ports, const std::string& name);
 
 }  // namespace Agent

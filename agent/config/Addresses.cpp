@@ -139,7 +139,10 @@ bool read(Cursor& at, Addr* address, Addr* mask) {
   }
   const auto parsed = Addr::parse(at.peek());
   if (!parsed)
-    return failNear(at, Kind<Addr>::forms, {"any", "host", Kind<Addr>::hasPrefixes ? "object-group" : "any"});
+    return Kind<Addr>::hasPrefixes
+               ? failNear(at, Kind<Addr>::forms,
+                          {"any", "host", "object-group", "eq", "neq", "lt", "gt", "range"})
+               : failNear(at, Kind<Addr>::forms, {"any", "host"});
   at.take();
   const auto wildcard = Addr::parse(at.peek());
   if (!wildcard) return at.fail(Kind<Addr>::wildcard);

@@ -1,4 +1,5 @@
 #include <agent/config/Mistake.h>
+#include <agent/config/Nearest.h>
 #include <agent/config/Statements.h>
 #include <fmt/format.h>
 
@@ -17,7 +18,7 @@ bool readDirection(Cursor& at, AclDirection* direction) {
   } else if (at.takeIf("out")) {
     *direction = AclDirection::out;
   } else {
-    return at.fail("in or out");
+    return failNear(at, "in or out", {"in", "out"});
   }
   return true;
 }

@@ -96,6 +96,7 @@ std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame&
   const auto mistakes = files.read(asked.files, asked.dir, asked.limits);
   tellMistakes(mistakes);
   if (!mistakes.empty()) return std::nullopt;
+  tellWarnings(changeWarnings({}, files.sources().layers(), nullptr).openings);
   const auto refuse = [](const std::string& text) {
     complain(text);
     return std::nullopt;

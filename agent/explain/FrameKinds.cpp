@@ -1,5 +1,6 @@
 // Reads the first word of the text of a frame, and the addresses behind it.
 #include <agent/config/Names.h>
+#include <agent/config/Nearest.h>
 #include <agent/explain/FrameWords.h>
 
 #include <algorithm>
@@ -41,7 +42,7 @@ bool readEnd(Cursor& at, const Draft& draft, IpAddress* address, std::optional<u
     const auto number = Config::isDigits(portText) ? Config::decimal(portText) : std::nullopt;
     *port = number && *number <= 0xffff ? static_cast<uint16_t>(*number)
                                         : Config::portNumber(portText, *draft.protocol);
-    if (!*port) return at.fail(expected);
+    if (!*port) return at.fail(Config::orNearest(expected, portText, Config::namesOf(Config::portNames())));
   }
   *address = *value;
   at.take();

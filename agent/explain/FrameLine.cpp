@@ -61,10 +61,10 @@ std::string textOfFlow(std::string_view protocol, std::string_view source, std::
                        std::string_view rest) {
   const std::string ends = fmt::format("{} > {}", endOf(source), endOf(destination));
   if (protocol.starts_with("0x")) return fmt::format("eth {} {}{}", ends, protocol, rest);
-  for (const std::string_view own : {"tcp", "udp", "sctp", "icmp", "icmpv6"}) {
+  const bool six = source.find(':') != source.npos;
+  for (const std::string_view own : {"tcp", "udp", "sctp", six ? "icmpv6" : "icmp"}) {
     if (protocol == own) return fmt::format("{} {}{}", protocol, ends, rest);
   }
-  const bool six = source.find(':') != source.npos;
   return fmt::format("{} {} protocol {}{}", six ? "ipv6" : "ip", ends, protocol, rest);
 }
 
@@ -73,7 +73,7 @@ size_t behindVerdict(std::string_view line) {
   for (const std::string_view verdict : {" permitted ", " denied "}) {
     for (size_t at = line.find(verdict); at != line.npos; at = line.find(verdict, at + 1)) {
       const Words before = wordsOf(line.substr(0, at));
-      if (before.size() < 3) continue;
+      if (before.size() < 2) continue;
       const std::string_view last = before.back(), one = before[before.size() - 2];
       if ((one == "implicit" && last == "drop") || (one == "rule" && Config::isDigits(last)))
         return at + verdict.size();

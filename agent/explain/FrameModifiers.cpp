@@ -32,6 +32,9 @@ bool readDscp(Cursor& at, Draft& draft) {
   if (const auto named = Config::dscpNumber(at.peek())) {
     value = *named;
     at.take();
+  } else if (!Config::isDigits(at.peek())) {
+    return at.fail(
+        Config::orNearest("a DSCP name or 0 to 63", at.peek(), Config::namesOf(Config::dscpNames())));
   } else if (!readNumber(at, "a dscp", 63, &value)) {
     return false;
   }
@@ -49,7 +52,11 @@ bool readProtocol(Cursor& at, Draft& draft) {
   if (const auto number = Config::decimal(at.peek()); number && *number <= 255)
     value = static_cast<uint8_t>(*number);
   uint8_t protocol = 0;
-  if (!readAs(at, "a protocol by name, or 0 to 255", value, &protocol)) return false;
+  if (!readAs(at,
+              Config::orNearest("a protocol by name, or 0 to 255", at.peek(),
+                                Config::namesOf(Config::protocolNames())),
+              value, &protocol))
+    return false;
   draft.protocol = protocol;
   return true;
 }

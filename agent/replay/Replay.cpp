@@ -4,6 +4,7 @@
 #include <Zeb/System.h>
 #include <agent/change/Apply.h>
 #include <agent/change/ConfigFiles.h>
+#include <agent/change/Warnings.h>
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>
 #include <agent/core/Terminal.h>
@@ -17,6 +18,7 @@
 #include <agent/show/Report.h>
 #include <agent/show/RuleNames.h>
 #include <agent/show/TraceFacilities.h>
+#include <agent/warnings/WarningText.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -114,6 +116,8 @@ class Replay {
       tellMistakes(wrong);
       return exitUsage;
     }
+    // Other interfaces than those with a capture may be meant to have none.
+    tellWarnings(changeWarnings({}, files.sources().layers(), nullptr).openings);
     for (const auto* named : {&options_.ports, &options_.outs}) {
       for (const auto& [name, path] : *named) {
         if (auto wrong = files.sources().whyNoPort(name)) return usage(*wrong);

@@ -156,7 +156,7 @@ std::optional<Exit> Run::configure() {
   }
   const PortNames known = ports();
   ChangeWarnings found = startWarnings(past_.filtered, files_.sources().layers(), &known);
-  for (const Warning& warning : found.told) fmt::print(stderr, "{}\n", warningText(warning));
+  tellWarnings(found.told);
   if (const auto why = whyRefused(found, options_.leave))
     return refused(exitUsage, *why + (isLost(found) ? "; --state has what was filtered before" : ""));
   warnings_ = std::move(found.lasting);
@@ -242,7 +242,7 @@ Warnings Run::portWarnings() const {
 
 std::optional<Exit> Run::lookAtPorts() {
   const Warnings warnings = portWarnings();
-  for (const Warning& warning : warnings) fmt::print(stderr, "{}\n", warningText(warning));
+  tellWarnings(warnings);
   const auto why = whyRefused({.lasting = {}, .openings = {}, .told = warnings}, options_.leave);
   return why ? std::optional(refused(exitUsage, *why)) : std::nullopt;
 }
@@ -282,7 +282,12 @@ std::optional<Exit> Run::openControl() {
 
 PortNames Run::ports() const {
   PortNames names;
-  for (const auto& [name, device] : options_.ports) names.insert(name);
+  for (const auto& [name, text] : options_.ports) {
+    std::string_view device;
+    portKindOf(text, &device);
+    names.insert(name);
+    if (device != name) names.byDevice.emplace(device, name);
+  }
   return names;
 }
 

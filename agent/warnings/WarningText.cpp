@@ -26,6 +26,10 @@ std::string warningText(const Warning& warning) {
   return line(warning.place, stringValue(warning.consequence()), warning.text, warning.example);
 }
 
+void tellWarnings(const Warnings& warnings) {
+  for (const Warning& warning : warnings) fmt::print(stderr, "{}\n", warningText(warning));
+}
+
 Json warningJson(const Warning& warning) {
   const Place& place = warning.place;
   Json document = {{"code", warning.code.kind().code}, {"consequence", stringValue(warning.consequence())}};

@@ -13,6 +13,9 @@ namespace Agent {
 /// PACKET)" behind it.
 std::string warningText(const Warning& warning);
 
+/// A line for each on standard error.
+void tellWarnings(const Warnings& warnings);
+
 /// Members `code`, `consequence`, `file`, `line` and `column` (null without a place), `text`; and `example`
 /// if there is one.
 nlohmann::ordered_json warningJson(const Warning& warning);

@@ -92,6 +92,11 @@ TEST(Difference, SaysWhatOfOtherSourcesComesIntoForce) {
   EXPECT_NE(Agent::differenceText(nlohmann::ordered_json::parse(*found.line()), false)
                 .find("+ ip access-list A of c comes into force\n"),
             std::string::npos);
+  const Config::Model above = modelOf(other);
+  const auto over =
+      prepared.prepare({sources, none, nullptr}, "a", &above, {"file", "the directory", {.openings = true}});
+  EXPECT_EQ(over.summary.find("into force"), std::string::npos)
+      << "what changes itself is told as that: " << over.summary;
 }
 
 TEST(Difference, SaysWhatChangesAndNothingElse) {

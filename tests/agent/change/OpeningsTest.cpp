@@ -46,8 +46,9 @@ std::string codesOf(const Warnings& warnings) {
 // What the rows are made of: lists A and B, and where they are bound.
 const std::string a = "ip access-list A\n permit tcp any any\n", b = "ip access-list B\n deny tcp any any\n";
 const std::string a6 = "ipv6 access-list A\n permit tcp any any\n",
-                  mac = "mac access-list A\n permit any any vlan 7\n";
-const std::string all = "ip access-list ALL\n permit ip any any\n", allIn = " ip access-group ALL in\n";
+                  mac = "mac access-list A\n permit vlan 7 any any\n";
+const std::string permitsAll = "ip access-list ALL\n permit ip any any\n",
+                  permitsAllIn = " ip access-group ALL in\n";
 const std::string at1 = "interface eth1\n", at2 = "interface eth2\n", atPo = "interface po1\n";
 const std::string aIn = " ip access-group A in\n", bIn = " ip access-group B in\n",
                   aOut = " ip access-group A out\n";
@@ -150,7 +151,7 @@ const struct OpeningRow {
      {{"", a + at1 + aIn}},
      {{"", "ip access-list A\n permit ip any any\n permit tcp any any\n" + at1 + aIn}},
      ""},
-    {"it is taken away", {{"", all + at1 + allIn}}, {{"", all}}, ""},
+    {"it is taken away", {{"", permitsAll + at1 + permitsAllIn}}, {{"", permitsAll}}, ""},
     {"it is taken away, of IPv6",
      {{"", "ipv6 access-list A\n permit ipv6 any any log\n" + at1 + a6In}},
      {{"", ""}},
@@ -160,25 +161,28 @@ const struct OpeningRow {
      {{"", ""}},
      ""},
     {"it takes the place of one that filters",
-     {{"", a + all + at1 + aIn}},
-     {{"", a + all + at1 + allIn}},
+     {{"", a + permitsAll + at1 + aIn}},
+     {{"", a + permitsAll + at1 + permitsAllIn}},
      "filter-lost"},
-    {"one that filters takes its place", {{"", a + all + at1 + allIn}}, {{"", a + all + at1 + aIn}}, ""},
+    {"one that filters takes its place",
+     {{"", a + permitsAll + at1 + permitsAllIn}},
+     {{"", a + permitsAll + at1 + aIn}},
+     ""},
     {"the one beside it that filters goes",
-     {{"", a + all + po1 + atPo + allIn + at1 + aIn}},
-     {{"", a + all + po1 + atPo + allIn}},
+     {{"", a + permitsAll + po1 + atPo + permitsAllIn + at1 + aIn}},
+     {{"", a + permitsAll + po1 + atPo + permitsAllIn}},
      "filter-lost"},
     {"it goes beside one that filters",
-     {{"", a + all + po1 + atPo + allIn + at1 + aIn}},
-     {{"", a + all + po1 + at1 + aIn}},
+     {{"", a + permitsAll + po1 + atPo + permitsAllIn + at1 + aIn}},
+     {{"", a + permitsAll + po1 + at1 + aIn}},
      ""},
     {"another source's of the same name comes into force",
      {{"", a + at1 + aIn}, {"f", "ip access-list A\n permit ip any any\n"}},
      {{"", at1 + aIn}, {"f", "ip access-list A\n permit ip any any\n"}},
      "filter-lost"},
     {"another source's binding of one comes into force",
-     {{"", a + at1 + aIn}, {"f", all + at1 + allIn}},
-     {{"", a}, {"f", all + at1 + allIn}},
+     {{"", a + at1 + aIn}, {"f", permitsAll + at1 + permitsAllIn}},
+     {{"", a}, {"f", permitsAll + at1 + permitsAllIn}},
      "filter-lost"},
     {"its rules say so from now on, and a member leaves with that",
      {{"", a + po12 + atPo + aIn}},
@@ -330,12 +334,12 @@ TEST(Openings, OnlyAListThatPassesAllIsSaidToDoSo) {
        {"permit ipv6 any any", "permit tcp any any", "permit ipv6 any ::/1", "permit ipv6 any any dscp ef",
         "deny tcp any any eq 80"}},
       {"mac access-list A\n",
-       {"permit any any", "permit any any vlan 7", "permit any any ip", "permit any host 02:00:00:00:00:01",
-        "deny any any arp"}},
+       {"permit any any", "permit vlan 7 any any", "permit any any 0x0800",
+        "permit any host 02:00:00:00:00:01", "deny any any 0x0806"}},
   };
   TestSupport::Dice dice(18);
   for (const auto& kind : kinds) {
-    int passing = 0;
+    int found = 0;
     for (int round = 0; round < 60; ++round) {
       std::string text = kind.head;
       for (uint64_t count = dice.below(4); count > 0; --count)
@@ -343,11 +347,11 @@ TEST(Openings, OnlyAListThatPassesAllIsSaidToDoSo) {
       const Config::Model model = TestSupport::modelOf(text);
       const Config::List& list = model.lists.begin()->second;
       if (!surelyPassesAll(list)) continue;
-      ++passing;
+      ++found;
       const Proof::RuleSets sets(list.type, {Kelp::Duration(10), size_t{1} << 28});
       EXPECT_TRUE(Proof::analyse(list, sets).passesAll) << text;
     }
-    EXPECT_GT(passing, 5) << kind.head;
+    EXPECT_GT(found, 5) << kind.head;
   }
 }
 
@@ -376,10 +380,10 @@ TEST(Openings, OfAStartAreWhatWasFilteredAndIsNot) {
       {"another file has both", {{"", ""}, {"f", a + at1 + aIn}}, {{"", ""}, {"g", a + at1 + aIn}}, ""},
       {"another list is there", {{"", a + at1 + aIn}}, {{"", b + at1 + bIn}}, ""},
       {"the binding is elsewhere", {{"", a + at1 + aIn}}, {{"", a + at2 + aIn}}, "filter-lost"},
-      {"a list that permits everything has gone", {{"", all + at1 + allIn}}, {{"", ""}}, ""},
+      {"a list that permits everything has gone", {{"", permitsAll + at1 + permitsAllIn}}, {{"", ""}}, ""},
       {"another one that permits everything is there",
        {{"", a + at1 + aIn}},
-       {{"", all + at1 + allIn}},
+       {{"", permitsAll + at1 + permitsAllIn}},
        "filter-lost"},
       {"its rules permit everything by now",
        {{"", a + at1 + aIn}},
@@ -432,7 +436,8 @@ TEST(Openings, AreToldWithTheirConsequence) {
   EXPECT_EQ(texts({{"", a + po2 + atPo + aIn}}, {{"", a}}),
             "interface eth2 loses its last ip list in (A of po1): everything passes there\n");
   EXPECT_EQ(
-      texts({{"", a + all + po1 + atPo + allIn + at1 + aIn}}, {{"", all + po1 + atPo + allIn}}),
+      texts({{"", a + permitsAll + po1 + atPo + permitsAllIn + at1 + aIn}},
+            {{"", permitsAll + po1 + atPo + permitsAllIn}}),
       "interface eth1 loses its last ip list in (A), and ip access-list ALL permits everything: everything "
       "passes there\n");
   EXPECT_EQ(
@@ -447,6 +452,15 @@ TEST(Openings, AreToldWithTheirConsequence) {
             "nothing there\n");
   EXPECT_EQ(texts({{"", ""}}, {{"", a + noPort + at9}}),
             "interface po9: it is no port and no port-channel: ip access-list A filters nothing there\n");
+  PortNames named = {"p1", "p2"};
+  named.byDevice = {{"eth1", "p1"}, {"eth2", "p2"}};
+  const Read byDevice(Texts{{"", a + at1 + aIn + "mirror session S destination eth2\n"}});
+  EXPECT_EQ(
+      changeWarnings({}, byDevice.layers, &named).openings.front().text,
+      "interface eth1 (the device of port p1): it is no port and no port-channel: ip access-list A filters nothing "
+      "there");
+  EXPECT_EQ(lastingWarnings(byDevice.layers, &named).back().text,
+            "mirror session S: eth2 is no port (the device of port p2): copies to it are lost");
   const Read none(Texts{{"", ""}}), five(Texts{{"", at1 + aIn + aOut + at2 + aIn + aOut + a6In}});
   EXPECT_EQ(
       *whyRefused(changeWarnings(none.layers, five.layers, &allPorts), {}),

@@ -67,14 +67,15 @@ std::string filteredIn(const Past& past) {
   return text;
 }
 
-TEST_F(RestartTest, SaysWhatItWouldNotFilterAnyMore) {
+TEST(RestartLook, SaysWhatWouldNotBeFilteredAnyMore) {
+  TestJournal journal;
   const std::string lost = "interface eth1 loses its last ip list in (A): everything passes there";
   for (const bool isKept : {false, true}) {
     for (const bool mayOpen : {false, true}) {
       RunningAgent agent;
       agent.leaveIs({.openings = mayOpen});
       agent.portsAre({"eth1"});
-      if (isKept) agent.journalIs(journal_);
+      if (isKept) agent.journalIs(journal);
       agent.start(oneText);
       const auto restart = [&] { return agent.show("status").at("configuration").at("restart"); };
       EXPECT_EQ(restart().at("opens"), Json::array());

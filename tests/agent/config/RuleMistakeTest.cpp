@@ -40,6 +40,8 @@ TEST(RuleMistake, InTheBeginningOfARule) {
       {"taking back two numbers", "no 10 20", "2:7: found \"20\", expected permit or deny"},
       {"exchanged letters", "10 premit ip any any",
        "2:4: found \"premit\", expected permit or deny (did you mean permit?)"},
+      {"of a comparison in front", "permit tcp any eqq 80 any",
+       "2:16: found \"eqq\", expected " ADDRESSES " (did you mean eq?)"},
       {"of any", "permit ip nay any", "2:11: found \"nay\", expected " ADDRESSES " (did you mean any?)"},
       {"of host", "permit ip any hots 192.0.2.1",
        "2:15: found \"hots\", expected " ADDRESSES " (did you mean host?)"},

@@ -98,6 +98,9 @@ TEST(FrameArgument, MistakesAreToldWithTheirPlace) {
   for (const Row& row : {
            Row{"tpc 192.0.2.1:1 > 198.51.100.7:2", "(did you mean tcp?)"},
            Row{"udp 192.0.2.1:1 > 198.51.100.7:2 vlna 5", "(did you mean vlan?)"},
+           Row{"ip 192.0.2.1 > 198.51.100.7 protocol gree", "(did you mean gre?)"},
+           Row{"tcp 192.0.2.1:1 > 198.51.100.7:shh", "(did you mean ssh?)"},
+           Row{"udp 192.0.2.1:1 > 198.51.100.7:2 dscp af4", "(did you mean af41, af42 or af43?)"},
            Row{"tcp", "column 4: found the end of the line, expected an address and a port"},
            Row{"tcp 192.0.2.1:1 198.51.100.7:2", "column 17: found \"198.51.100.7:2\", expected >"},
            Row{"tcp 192.0.2.1:1 > 2001:db8::1", "an address of the same kind as the source"},

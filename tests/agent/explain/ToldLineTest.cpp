@@ -20,8 +20,8 @@ using namespace TestSupport;
 using Agent::FlowKey;
 using Kind = FlowKey::Kind;
 
-struct Parsed {
-  explicit Parsed(const Agent::Frame& frame) : pkt(MemSlab::make<Nimnet::Pkt>()) {
+struct ToldFrame {
+  explicit ToldFrame(const Agent::Frame& frame) : pkt(MemSlab::make<Nimnet::Pkt>()) {
     frame.assignTo(*pkt);
     parsed.reset(pkt.get());
     parsed.maybeDoFullParse();
@@ -30,9 +30,9 @@ struct Parsed {
   Velo::ParsedPacket parsed;
 };
 
-Agent::Frame frameOf(const Bytes& octets) { return {octets, static_cast<uint32_t>(octets.size())}; }
+Agent::Frame wholeFrameOf(const Bytes& octets) { return {octets, static_cast<uint32_t>(octets.size())}; }
 
-std::optional<Agent::Frame> taken(const std::string& line) {
+std::optional<Agent::Frame> takenBack(const std::string& line) {
   std::string wrong;
   auto frame = Agent::readFrameText(line, &wrong);
   EXPECT_TRUE(frame) << line << ": " << wrong;
@@ -45,7 +45,7 @@ TEST(ToldLine, OfTheTailMakesItsPacket) {
   for (int i = 0; i < 3000 && !testing::Test::HasFailure(); ++i) {
     Bytes octets = randomFrame(dice);
     if (dice.once(3)) damage(octets, dice);
-    const Parsed sent(frameOf(octets));
+    const ToldFrame sent(wholeFrameOf(octets));
     const std::string packet = Agent::packetText(*sent.pkt, sent.parsed, {sent.parsed.fault()});
     const bool dropped = dice.once(2);
     const std::string port = dice.once(2) ? "eth1" : "a-port-of-a-longer-name";
@@ -60,9 +60,9 @@ TEST(ToldLine, OfTheTailMakesItsPacket) {
                                          {"egress", Json::array()},
                                          {"passedOver", 0},
                                          {"packet", packet}});
-    const auto frame = taken(line.substr(0, line.size() - 1));
+    const auto frame = takenBack(line.substr(0, line.size() - 1));
     if (!frame) continue;
-    const Parsed again(*frame);
+    const ToldFrame again(*frame);
     EXPECT_EQ(Agent::packetText(*again.pkt, again.parsed, {again.parsed.fault()}), packet);
     EXPECT_EQ(frame->port, port);
   }
@@ -76,7 +76,7 @@ TEST(ToldLine, OfTheLogMakesAPacketOfItsFlow) {
   std::map<std::pair<Acl::AclType, Kind>, int> told;
   for (int i = 0; i < 6000 && !testing::Test::HasFailure(); ++i) {
     const Bytes octets = randomFrame(dice);
-    const Parsed sent(frameOf(octets));
+    const ToldFrame sent(wholeFrameOf(octets));
     if (sent.parsed.fault() != Velo::ParseFault::none) continue;
     const auto* ip = sent.parsed.ipHdr();
     const bool six = ip && ip->ip6Hdr();
@@ -93,9 +93,9 @@ TEST(ToldLine, OfTheLogMakesAPacketOfItsFlow) {
     std::vector<Agent::LogEvent> events;
     messages.addTo(events, line);
     ASSERT_EQ(events.size(), 1u);
-    const auto frame = taken("Nov 22 15:04:05 host velo[17]: " + events.front().text);
+    const auto frame = takenBack("Nov 22 15:04:05 host velo[17]: " + events.front().text);
     if (!frame) continue;
-    const Parsed again(*frame);
+    const ToldFrame again(*frame);
     FlowKey flow = Agent::flowOf(type, again.parsed);
     flow.intf = line.flow.intf;
     EXPECT_EQ(flow, line.flow) << events.front().text;

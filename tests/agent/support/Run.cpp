@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 
 namespace TestSupport {
@@ -58,6 +59,15 @@ Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::strin
   if (outTo.empty()) ran.out = readFile(out);
   ran.err = readFile(err);
   return ran;
+}
+
+std::string withoutOpenings(const std::string& err) {
+  std::istringstream lines(err);
+  std::string rest;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(": opening: ") == line.npos) rest += line + "\n";
+  }
+  return rest;
 }
 
 }  // namespace TestSupport

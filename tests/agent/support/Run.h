@@ -35,6 +35,9 @@ struct Ran {
   std::string err;
 };
 
+/// What a program has complained of beside openings.
+std::string withoutOpenings(const std::string& err);
+
 /// Runs `velo` of this build and waits for it. The child sees nothing of VELO_TRACE but what `environment`
 /// says; `outTo` names a file for its standard output in place of Ran::out; `limits` are of its resources;
 /// `input` is the file that it has as standard input.

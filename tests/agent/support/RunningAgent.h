@@ -43,7 +43,7 @@ class RunningAgent {
   /// What passes without the operator's word, and which ports there are; before start(). Usually openings
   /// pass, and every interface may be a port.
   void leaveIs(Agent::Leave leave) { leave_ = leave; }
-  void portsAre(Agent::PortNames ports) { ports_ = std::move(ports); }
+  void portsAre(Agent::PortNames names) { ports_ = std::move(names); }
   /// Where changes are kept, and what was kept there; before start().
   void journalIs(Agent::ChangeJournal& journal, Agent::Past past = {}) {
     journal_ = &journal;
