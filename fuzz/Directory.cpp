@@ -193,7 +193,7 @@ class Directory {
   /// Goes on until no look and no change is under way.
   bool rests() {
     const auto& configuration = agent_.plane().configuration();
-    const auto resting = [&] { return !configuration.busy() && !configuration.looking(); };
+    const auto resting = [&] { return !configuration.busy() && !configuration.directory().looking(); };
     // Threads take their time, and changes that yield some of the clock's.
     for (int i = 0; i < 10000 && !resting(); ++i) {
       agent_.pass(0.002);

@@ -1,3 +1,4 @@
+#include <Zeb/System.h>
 #include <agent/change/History.h>
 #include <agent/config/Digest.h>
 
@@ -40,6 +41,7 @@ void History::add(Change change) {
     }
   }
   change.number = all.empty() ? 1 : all.back()->number + 1;
+  change.time = Zeb::System::currentTime().seconds();
   all.push_back(std::make_shared<const Change>(std::move(change)));
   if (all.size() > mostChanges) all.erase(all.begin());
   forgetOldTexts();

@@ -84,7 +84,7 @@ class History {
   const Change* last(const std::string& source, size_t before = 0) const;
   const std::optional<Unconfirmed>& unconfirmed() const { return past_.unconfirmed; }
 
-  /// Adds a change, which gets its number here.
+  /// Adds a change, which gets its number and its time here.
   void add(Change change);
   const std::optional<FileDigests>& files() const { return past_.files; }
   void filesAre(FileDigests files) { past_.files = std::move(files); }

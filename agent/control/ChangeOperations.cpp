@@ -1,3 +1,4 @@
+#include <agent/change/ChangeReport.h>
 #include <agent/change/Edit.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
@@ -68,14 +69,14 @@ Answer answerOf(Configuration::Outcome outcome, const Configuration& configurati
     answer.error["warnings"] = someJson(outcome.warnings);
     return answer;
   }
-  const auto within = configuration.confirmWithin();
+  const auto within = configuration.confirmation().within();
   Json head = {{"applied", outcome.applied},
                {"refused", outcome.refused ? Json(*outcome.refused) : Json(nullptr)},
                {"prepareSeconds", outcome.prepareSeconds},
                {"commitSeconds", outcome.commitSeconds},
                {"confirmWithin", within ? Json(*within) : Json(nullptr)},
                {"survives", configuration.history().hasJournal()}};
-  if (outcome.applied) head["restart"] = configuration.restartReport();
+  if (outcome.applied) head["restart"] = restartReport(configuration);
   return {std::make_unique<AppliedDocument>(head, std::move(outcome.warnings), std::move(outcome.difference)),
           {}};
 }

@@ -1,4 +1,5 @@
 #include <Zeb/System.h>
+#include <agent/change/ChangeReport.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Reserve.h>
 #include <agent/warnings/WarningText.h>
@@ -36,7 +37,7 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
           zero_,
           Zeb::System::currentTime().seconds(),
           [this, portWarnings = options.portWarnings] {
-            auto report = configuration_.report();
+            auto report = configurationReport(configuration_);
             for (const Warning& warning : portWarnings ? portWarnings() : Warnings())
               report["warnings"].push_back(warningJson(warning));
             return report;
@@ -46,7 +47,7 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
                                                             {list.first, list.second.str()});
           },
           [this]() -> const Sources& { return configuration_.sources(); },
-          [this] { return configuration_.paths(); },
+          [this] { return configuration_.restart().files(); },
           [this]() -> const History& { return configuration_.history(); },
           options.portStates,
           [this] {

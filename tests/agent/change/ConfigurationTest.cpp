@@ -26,7 +26,7 @@ class ConfigurationTest : public testing::Test {
     agent_.advance(0.2);
     const auto& files = agent_.plane().configuration();
     // A look may meet what the test does next.
-    agent_.turnsUntil([&] { return !files.looking() && !files.busy() && so(); });
+    agent_.turnsUntil([&] { return !files.directory().looking() && !files.busy() && so(); });
   }
   RunningAgent agent_;
 };

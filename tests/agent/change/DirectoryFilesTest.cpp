@@ -48,7 +48,7 @@ class DirectoryFilesTest : public testing::Test {
   void look() {
     const auto& configuration = agent_.plane().configuration();
     agent_.advance(1.1);
-    agent_.turnsUntil([&] { return !configuration.looking() && !configuration.busy(); });
+    agent_.turnsUntil([&] { return !configuration.directory().looking() && !configuration.busy(); });
   }
   void lookUntil(const std::function<bool()>& so) {
     agent_.advance(1.1);
@@ -349,7 +349,7 @@ TEST_F(DirectoryFilesTest, AnApplyWhileFilesAreReadLosesNeither) {
   agent_.advance(1.1);
   agent_.turns(1);
   ASSERT_FALSE(defined("TWO"));
-  ASSERT_TRUE(agent_.plane().configuration().looking()) << "it is still being read";
+  ASSERT_TRUE(agent_.plane().configuration().directory().looking()) << "it is still being read";
   EXPECT_EQ(agent_.apply(listOf("APPLIED")).at("applied"), true);
   lookUntil([&] { return defined("TWO"); });
   EXPECT_TRUE(defined("APPLIED"));
@@ -374,7 +374,7 @@ TEST_F(DirectoryFilesTest, AConflictThatEndsWhileFilesAreReadIsTriedAgain) {
   agent.putFile("c.acl", longTextOf("C"));
   agent.advance(1.1);
   agent.turns(1);
-  ASSERT_TRUE(agent.plane().configuration().looking()) << "it is still being read";
+  ASSERT_TRUE(agent.plane().configuration().directory().looking()) << "it is still being read";
   EXPECT_EQ(agent.apply("port-channel po1 members eth6\n").at("applied"), true);
   until([&] { return has("B") && has("C"); });
 }

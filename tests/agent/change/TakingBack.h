@@ -97,7 +97,7 @@ class ListOfWhatComesBackTest : public TakingBackTest {
     agent_.turns();
     agent_.advance(1.1);  // a look comes once a second
     const auto& files = agent_.plane().configuration();
-    agent_.turnsUntil([&] { return !files.looking() && !files.busy() && done(); });
+    agent_.turnsUntil([&] { return !files.directory().looking() && !files.busy() && done(); });
   }
   Json bad() { return agent_.show("status").at("configuration").at("bad"); }
   bool isDefined(const char* name = "X") { return !agent_.show("access-lists", name).contains("error"); }

@@ -1,5 +1,6 @@
 #include <Acl/Workshop.h>
 #include <Zeb/TraceHandle.h>
+#include <agent/change/ChangeReport.h>
 #include <agent/explain/Explain.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -171,7 +172,7 @@ TEST_F(Memory, AChangeWaitsToBeConfirmedAlsoWhenAnotherOneIsRefused) {
     left = stopFailing(Threads::first);
     agent_.turnsUntil([this] { return !agent_.plane().configuration().busy(); });
     EXPECT_TRUE(agent_.plane().configuration().history().unconfirmed());
-    EXPECT_TRUE(agent_.plane().configuration().confirmWithin());
+    EXPECT_TRUE(agent_.plane().configuration().confirmation().within());
   }
 }
 
@@ -314,7 +315,7 @@ TEST_F(Memory, AFileForWhichItRunsOutIsTriedAgain) {
   agent.start("", &files);
   agent.advance(1.1);
   // Not the status: that is shown by a thread of its own, in which it could run out, too.
-  const auto bad = [&] { return agent.plane().configuration().report().at("bad"); };
+  const auto bad = [&] { return configurationReport(agent.plane().configuration()).at("bad"); };
   const auto looked = [&](const std::function<bool()>& so) {
     agent.advance(1.1);
     agent.turnsUntil([&] {
@@ -342,7 +343,7 @@ TEST_F(Memory, AFileForWhichItRunsOutIsTriedAgain) {
 TEST_F(Memory, AFileForWhoseChangeThereIsNoneIsTriedAgain) {
   const std::map<std::string, std::string> files = {{"a.acl", rules(3, "permit")}};
   agent_.start("", &files);
-  const auto bad = [&] { return agent_.plane().configuration().report().at("bad"); };
+  const auto bad = [&] { return configurationReport(agent_.plane().configuration()).at("bad"); };
   const auto looked = [&](const std::function<bool()>& so) {
     agent_.advance(1.1);
     agent_.turnsUntil([&] {
