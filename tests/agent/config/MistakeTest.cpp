@@ -94,6 +94,8 @@ TEST(Mistake, InInterfacesPortChannelsAndMirrorSessions) {
        "2:16: found the end of the line, expected the name of a list"},
       {"a binding without a direction", "interface e\nip access-group A",
        "2:18: found the end of the line, expected in or out"},
+      {"a direction with a letter too many", "interface e\nip access-group A inn",
+       "2:19: found \"inn\", expected in or out (did you mean in?)"},
       {"an unknown direction", "interface e\nmac access-group A inbound",
        "2:20: found \"inbound\", expected in or out"},
       {"both directions", "interface e\nip access-group A in out",
