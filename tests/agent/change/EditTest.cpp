@@ -220,7 +220,7 @@ TEST(Edit, TellsOfANumberThatIsGivenTwice) {
                "edit:2:1 rule 10 is given a second time: the first, permit tcp any any, is lost"},
            Row{"once", "15 permit tcp any any\n16 permit tcp any any\n10 deny ip any any", ""},
            Row{"it was taken away between", "15 permit tcp any any\nno 15\n15 deny udp any any", ""},
-           Row{"it has another number by then", "15 permit tcp any any\nresequence 100\n15 deny udp any any",
+           Row{"it has another number by then", "15 permit tcp any any\nresequence 15\n15 deny udp any any",
                ""},
            Row{"it was moved", "15 permit tcp any any\nmove 15 before 10\n15 deny udp any any", ""},
            Row{"a remark is no rule", "15 permit tcp any any\n15 remark one", ""},
