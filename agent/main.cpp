@@ -42,7 +42,8 @@ constexpr std::unique_ptr<Agent::ProgramCommand> (*makers[])(CLI::App& program) 
     made<Agent::replayCommand>,      made<Agent::runCommand>,      made<Agent::showCommand>,
     made<Agent::applyCommand>,       made<Agent::editCommand>,     made<Agent::saveCommand>,
     made<Agent::historyCommand>,     made<Agent::rollbackCommand>, made<Agent::confirmCommand>,
-    made<Agent::checkCommand>,       made<Agent::convertCommand>,  made<Agent::explainCommand>,
+    made<Agent::checkCommand>,       made<Agent::compareCommand>,  made<Agent::findCommand>,
+    made<Agent::testCommand>,        made<Agent::convertCommand>,  made<Agent::explainCommand>,
     made<Agent::tailCommand>,        made<Agent::clearCommand>,    made<Agent::traceCommand>,
     made<Agent::logMessagesCommand>,
 };

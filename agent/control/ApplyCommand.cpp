@@ -1,6 +1,8 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/control/ChangeCommand.h>
+#include <agent/control/ConfigurationReader.h>
 #include <agent/control/Operations.h>
+#include <agent/control/PacketComparison.h>
 #include <agent/core/Words.h>
 #include <agent/models/Reader.h>
 
@@ -15,11 +17,16 @@ class ApplyCommand final : public ChangeCommand {
   explicit ApplyCommand(CLI::App& root)
       : ChangeCommand(root, "apply",
                       "Replace the command line's configuration of a running agent, whole or not at all.") {
+    addChange();
     app()
         .add_option("files", files_, "configuration texts; several are one")
         ->required()
         ->type_name("FILE...");
-    addChange();
+    app()
+        .add_flag("--packets", packets_, "with --dry-run: tell which packets would meet another verdict")
+        ->needs("--dry-run");
+    app().add_flag("--only-if-same", onlyIfSame_, "carry it out only if no packet meets another verdict");
+    proof_.addTo(app());
   }
 
   Exit run(const std::string&) const override {
@@ -37,10 +44,34 @@ class ApplyCommand final : public ChangeCommand {
     for (const auto& source : sources) {
       if (!sent(agent, source.name, source.text, &exit)) return exit;
     }
-    return change(agent, {{"do", "apply"}});
+    Json request = {{"do", "apply"}};
+    if (!packets_ && !onlyIfSame_) return change(agent, std::move(request));
+    std::string why;
+    const auto inForce = sourcesInForce(agent, &why);
+    if (!inForce) return notApplied({{"text", why}});
+    const Json packets = compared(inForce->sources, sources);
+    if (onlyIfSame_ && packets.at("same") != true) return refuse(packets);
+    request["revision"] = inForce->revision;
+    return change(agent, std::move(request), packets_ ? packets : Json(nullptr));
   }
 
  private:
+  using Json = nlohmann::ordered_json;
+
+  /// What the texts mean for packets, in the place of the command line's source.
+  Json compared(const Sources& inForce, const std::vector<Config::Source>& texts) const {
+    const Config::Model now = Models::read(texts, {}, mostMistakes).model.value();
+    return packetComparison(inForce.layers(), inForce.layersWith(commandLineName, &now),
+                            {.proof = proof_.limits()});
+  }
+  Exit refuse(const Json& packets) const {
+    if (!json()) fmt::print(stderr, "{}", packetComparisonText(packets));
+    Json error = {{"text", packets.at("unchecked").empty()
+                               ? "nothing was applied: verdicts would change"
+                               : "nothing was applied: it is not proven that no verdict changes"}};
+    return notApplied(error);
+  }
+
   std::vector<Config::Source> read(std::vector<std::string>& wrong) const {
     std::vector<Config::Source> sources;
     // The agent holds no more than that.
@@ -53,6 +84,8 @@ class ApplyCommand final : public ChangeCommand {
   }
 
   std::vector<std::string> files_;
+  bool packets_ = false, onlyIfSame_ = false;
+  ProofOptions proof_;
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <agent/change/Difference.h>
 #include <agent/control/ChangeCommand.h>
+#include <agent/control/PacketComparison.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/SavedText.h>
@@ -63,7 +64,7 @@ std::optional<std::string> whyNoFile(const Json& files) {
 
 }  // namespace
 
-Exit ChangeCommand::change(ControlClient& agent, Json request) const {
+Exit ChangeCommand::change(ControlClient& agent, Json request, const Json& packets) const {
   Exit exit = exitDone;
   if (save_) {
     // Traffic is not to change when the rest of what was asked for cannot be done.
@@ -85,10 +86,13 @@ Exit ChangeCommand::change(ControlClient& agent, Json request) const {
   if (!refused.is_null()) exit = exitUsage;
   if (const auto saved = save_ ? saveConfiguration(agent, {}, &exit) : std::nullopt)
     document["restart"] = saved->restart;
+  if (!packets.is_null()) document["packets"] = packets;
   if (json()) return print(linesOf(document), exit);
   tellWarnings(document);
-  const Exit printed =
-      print(differenceText(document.at("difference"), wantsColour(STDOUT_FILENO)) + noteOf(document), exit);
+  const std::string onPackets = packets.is_null() ? "" : packetComparisonText(packets);
+  const Exit printed = print(
+      differenceText(document.at("difference"), wantsColour(STDOUT_FILENO)) + onPackets + noteOf(document),
+      exit);
   if (!refused.is_null()) complain("would be refused: " + refused.get<std::string>());
   return printed;
 }

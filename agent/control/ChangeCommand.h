@@ -21,8 +21,11 @@ class ChangeCommand : public Command {
   bool sent(ControlClient& agent, const std::string& name, const std::string& text, Exit* exit) const;
   /// A change that is refused.
   Exit notApplied(const nlohmann::ordered_json& error) const { return tellRefusal(error, "applied"); }
-  /// Has the agent carry out a change, and tells what became of it.
-  Exit change(ControlClient& agent, nlohmann::ordered_json request) const;
+  /// Has the agent carry out a change, and tells what became of it. `packets` is what that means for packets
+  /// (PacketComparison.h), if that was asked for.
+  Exit change(ControlClient& agent, nlohmann::ordered_json request,
+              const nlohmann::ordered_json& packets = nullptr) const;
+  bool isDryRun() const { return dryRun_; }
 
  private:
   std::string noteOf(const nlohmann::ordered_json& done) const;

@@ -135,6 +135,10 @@ void Operations::apply(const Request& request, Session& session, const Reply& re
   // To apply nothing must be a mistake: an empty configuration is sent as an empty text.
   if (session.texts_.empty()) return reply(Answer::failed("bad-request", "no text was sent to apply"));
   if (configuration_.busy()) return reply(busy());
+  // No other change comes between this look and the end of this one.
+  const auto revision = request.number("revision");
+  if (revision && *revision != configuration_.sources().version)
+    return reply(Answer::failed("busy", "the configuration has changed meanwhile; try again"));
   change(request, session, {.texts = session.take()}, reply);
 }
 

@@ -49,10 +49,13 @@ std::unique_ptr<Command> historyCommand(CLI::App& app);
 std::unique_ptr<Command> rollbackCommand(CLI::App& app);
 std::unique_ptr<Command> confirmCommand(CLI::App& app);
 std::unique_ptr<Command> checkCommand(CLI::App& app);
+std::unique_ptr<Command> compareCommand(CLI::App& app);
 std::unique_ptr<Command> convertCommand(CLI::App& app);
+std::unique_ptr<Command> findCommand(CLI::App& app);
 std::unique_ptr<Command> explainCommand(CLI::App& app);
 std::unique_ptr<Command> clearCommand(CLI::App& app);
 std::unique_ptr<Command> tailCommand(CLI::App& app);
+std::unique_ptr<Command> testCommand(CLI::App& app);
 std::unique_ptr<Command> traceCommand(CLI::App& app);
 
 }  // namespace Agent

@@ -79,16 +79,46 @@ std::set<std::string> interfacesIn(const Sources& sources) {
   return all;
 }
 
-/// What is taken for granted of an interface that no text names: it may be one of the agent, or a slip.
-std::optional<std::string> assumedOf(const std::string& name, const Sources& sources) {
+/// The sentence about an interface that no source names, with `more` behind it.
+std::optional<std::string> notNamed(const std::string& name, const Sources& sources, std::string_view more) {
   const auto all = interfacesIn(sources);
   if (name.empty() || all.contains(name)) return std::nullopt;
-  return Config::orNearest(
-      fmt::format("{} is named nowhere in the configuration: taken for a port without lists", name), name,
-      std::vector<std::string_view>(all.begin(), all.end()));
+  return Config::orNearest(fmt::format("{} is named nowhere in the configuration{}", name, more), name,
+                           std::vector<std::string_view>(all.begin(), all.end()));
+}
+
+/// What is taken for granted of such an interface: it may be one of the agent, or a slip.
+std::optional<std::string> assumedOf(const std::string& name, const Sources& sources) {
+  return notNamed(name, sources, ": taken for a port without lists");
 }
 
 }  // namespace
+
+std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources) {
+  return notNamed(name, sources, "");
+}
+
+std::optional<Json> explainWith(const Sources& sources, const std::string& plugin, const std::string& port,
+                                const std::string& out, const Frame& frame, std::string* wrong) {
+  const auto failed = [wrong](std::optional<std::string> why, std::string_view before = {}) {
+    if (why) *wrong = std::string(before) + *why;
+    return why.has_value();
+  };
+  if (failed(sources.whyNoPort(port))) return std::nullopt;
+  TaskLoop tasks(Kiv::steadyClock());
+  Core core;
+  Forwarder forwarder(core, Velo::MalformedPolicy::drop);
+  if (failed(core.loadPlugin(plugin)) || failed(putInForce(core, sources))) return std::nullopt;
+  tasks.settle();
+  forwarder.portIs(port);
+  forwarder.portsOfConfigurationIs();
+  if (!out.empty()) {
+    const Nimnet::IntfId& channel = core.portChannels().portChannelOf(Nimnet::IntfId(port));
+    const std::string from = channel.empty() ? port : channel.name().str();
+    if (failed(forwarder.patchIs(from, out), "--out: ")) return std::nullopt;
+  }
+  return Explainer(core, forwarder).explain(port, frame);
+}
 
 std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame& frame, Exit* exit) {
   *exit = exitUsage;
@@ -97,31 +127,17 @@ std::optional<Json> explainOffLine(const OffLineExplanation& asked, const Frame&
   tellMistakes(mistakes);
   if (!mistakes.empty()) return std::nullopt;
   tellWarnings(changeWarnings({}, files.sources().layers(), nullptr).openings);
-  const auto refuse = [](const std::string& text) {
-    complain(text);
+  std::string wrong;
+  auto document = explainWith(files.sources(), asked.plugin, asked.port, asked.out, frame, &wrong);
+  if (!document) {
+    complain(wrong);
     return std::nullopt;
-  };
-  if (auto wrong = files.sources().whyNoPort(asked.port)) return refuse(*wrong);
-
-  TaskLoop tasks(Kiv::steadyClock());
-  Core core;
-  Forwarder forwarder(core, Velo::MalformedPolicy::drop);
-  if (auto wrong = core.loadPlugin(asked.plugin)) return refuse(*wrong);
-  if (auto wrong = putInForce(core, files.sources())) return refuse(*wrong);
-  tasks.settle();
-  forwarder.portIs(asked.port);
-  forwarder.portsOfConfigurationIs();
-  if (!asked.out.empty()) {
-    const Nimnet::IntfId& channel = core.portChannels().portChannelOf(Nimnet::IntfId(asked.port));
-    const std::string from = channel.empty() ? asked.port : channel.name().str();
-    if (auto wrong = forwarder.patchIs(from, asked.out)) return refuse("--out: " + *wrong);
   }
   *exit = exitDone;
-  Explainer explainer(core, forwarder);
-  Json document = explainer.explain(asked.port, frame);
-  document["assumed"] = Json::array();
+  (*document)["assumed"] = Json::array();
   for (const std::string& name : {asked.port, asked.out}) {
-    if (auto assumed = assumedOf(name, files.sources())) document["assumed"].push_back(std::move(*assumed));
+    if (auto assumed = assumedOf(name, files.sources()))
+      (*document)["assumed"].push_back(std::move(*assumed));
   }
   return document;
 }

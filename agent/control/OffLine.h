@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/change/Sources.h>
 #include <agent/change/Warnings.h>
 #include <agent/core/Exit.h>
 #include <agent/core/Texts.h>
@@ -38,6 +39,16 @@ struct OffLineExplanation {
   std::string out;     ///< the port or port-channel that it would leave by; empty: none
   TextLimits limits{};
 };
+
+/// Why an interface may be a slip: no source names it. Nothing if one does, and of an empty name.
+std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources);
+
+/// What would become of a frame that comes in by a port, and would leave by `out` (empty: nowhere), with
+/// these sources in force: the document of an explanation. Nothing, and what is wrong, when that cannot be
+/// told.
+std::optional<nlohmann::ordered_json> explainWith(const Sources& sources, const std::string& plugin,
+                                                  const std::string& port, const std::string& out,
+                                                  const Frame& frame, std::string* wrong);
 
 /// Explains a frame. When something is wrong it returns nothing, after a complaint on standard error, and
 /// sets `exit`.

@@ -128,7 +128,8 @@ std::span<const Operations::Operation> Operations::all() {
       {"apply", true, &Operations::apply,
        "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `confirmWithin`, `survives`, `restart`, "
        "`warnings`, `difference`: the texts that were sent replace the command line's configuration",
-       withMembersOfChanges({})},
+       withMembersOfChanges({{"revision", Kind::number, "null",
+                              "of the configuration: when it is another one by now, nothing is applied"}})},
       {"edit", true, &Operations::edit,
        "as of `apply`: the texts that were sent are commands for one list, a command a line",
        withMembersOfChanges({{"list", Kind::name, "", "the list, of the command line's configuration"},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Acl/Types.h>
+#include <Nimnet/Addr.h>
 
 #include <array>
 #include <cstddef>
@@ -78,6 +79,10 @@ struct Value {
   constexpr void setBit(unsigned i) { (i < 64 ? low : high) |= uint64_t{1} << (i % 64); }
   bool operator==(const Value&) const = default;
 };
+
+constexpr Value valueOf(Nimnet::IpAddr address) { return {0, address.value}; }
+constexpr Value valueOf(const Nimnet::Ip6Addr& address) { return {address.high, address.low}; }
+inline Value valueOf(const Nimnet::EthAddr& address) { return {0, address.value()}; }
 
 /// A packet before lists of one kind. Fields that it does not have may have any value.
 struct Packet {

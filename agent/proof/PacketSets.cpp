@@ -12,6 +12,7 @@
 
 // In C++ these mean a class of the library; the functions of the same names are used here.
 #undef bdd_init
+#undef bdd_makeset
 #undef bdd_ithvar
 #undef bdd_nithvar
 
@@ -124,6 +125,14 @@ PacketSet operator-(const PacketSet& a, const PacketSet& b) {
   return PacketSet(applied(a.root_, b.root_, bddop_diff));
 }
 
+PacketSet joined(std::vector<PacketSet> sets) {
+  for (; sets.size() > 1; sets.resize((sets.size() + 1) / 2)) {
+    for (size_t i = 0; 2 * i < sets.size(); ++i)
+      sets[i] = 2 * i + 1 < sets.size() ? sets[2 * i] | sets[2 * i + 1] : sets[2 * i];
+  }
+  return sets.empty() ? PacketSet() : sets.front();
+}
+
 PacketSets::PacketSets(unsigned bits, const Limits& limits, const Kiv::Clock& clock) : bits_(bits) {
   KELP_ASSERT(!owned.exchange(true), "a second analysis at the same time");
   state.clock = &clock;
@@ -214,6 +223,57 @@ Hull PacketSets::hullOf(const PacketSet& set) const {
   }
   return hull;
 }
+
+PacketSet PacketSets::projected(const PacketSet& set, BitSpan span) const {
+  std::vector<int> others;
+  for (unsigned bit = 0; bit < bits_; ++bit) {
+    if (bit - span.first >= span.count) others.push_back(static_cast<int>(bit));
+  }
+  const PacketSet quantified(
+      guarded([&others] { return bdd_makeset(others.data(), static_cast<int>(others.size())); }));
+  return PacketSet(guarded([&] { return bdd_exist(set.root_, quantified.root_); }));
+}
+
+namespace {
+
+void addRuns(int node, unsigned depth, BitSpan span, uint64_t base, std::vector<Run>& runs) {
+  if (node == emptySet) return;
+  const unsigned left = span.count - depth;
+  if (node == fullSet) {
+    const Run run{base, base + (uint64_t{1} << left) - 1};
+    if (!runs.empty() && runs.back().high + 1 == run.low)
+      runs.back().high = run.high;
+    else
+      runs.push_back(run);
+    return;
+  }
+  KELP_ASSERT(left > 0, "a set of some bits that tells others apart");
+  const bool told = static_cast<unsigned>(bdd_var(node)) == span.first + depth;
+  addRuns(told ? bdd_low(node) : node, depth + 1, span, base, runs);
+  addRuns(told ? bdd_high(node) : node, depth + 1, span, base + (uint64_t{1} << (left - 1)), runs);
+}
+
+}  // namespace
+
+std::vector<Run> PacketSets::runsOf(const PacketSet& set, BitSpan span) const {
+  KELP_ASSERT(span.count <= 16, "numbers that are too large to be listed");
+  std::vector<Run> runs;
+  addRuns(set.root_, 0, span, 0, runs);
+  return runs;
+}
+
+unsigned PacketSets::bitsToAvoid(const PacketSet& set, const Bits& bits, BitSpan span) const {
+  unsigned end = span.first;
+  for (int at = set.root_; at != emptySet;) {
+    KELP_ASSERT(at != fullSet, "what is to be avoided cannot be");
+    const auto variable = static_cast<unsigned>(bdd_var(at));
+    end = variable + 1;
+    at = bits.get(variable) ? bdd_high(at) : bdd_low(at);
+  }
+  return end - span.first;
+}
+
+double PacketSets::sizeOf(const PacketSet& set) const { return bdd_satcount(set.root_); }
 
 size_t PacketSets::memory() const { return static_cast<size_t>(bdd_getallocnum()) * octetsOfAll; }
 

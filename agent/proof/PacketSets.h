@@ -5,9 +5,11 @@
 #include <agent/proof/Bits.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <random>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 namespace Proof {
 
@@ -51,6 +53,21 @@ class PacketSet {
   int root_ = 0;
 };
 
+/// What is in any of these sets. They are joined in pairs: each takes part in few unions of large sets.
+PacketSet joined(std::vector<PacketSet> sets);
+
+/// Values of some bits, taken for a number: from `low` to `high`.
+struct Run {
+  uint64_t low = 0, high = 0;
+  uint64_t count() const { return high - low + 1; }
+  bool operator==(const Run&) const = default;
+};
+
+/// Some bits one after the other; as a number the first is the highest.
+struct BitSpan {
+  unsigned first = 0, count = 0;
+};
+
 /// What all sets lie in. The library below has one state for the whole process: there is one PacketSets at a
 /// time, which is used by one thread.
 class PacketSets {
@@ -73,6 +90,16 @@ class PacketSets {
   Bits anyOf(const PacketSet& set, std::mt19937_64& random) const;
   /// The set is not empty.
   Hull hullOf(const PacketSet& set) const;
+  /// What some bits are in assignments of a set, whatever the others are.
+  PacketSet projected(const PacketSet& set, BitSpan span) const;
+  /// The values of some bits, at most 16, in a set that says nothing of others: in their order, and no two
+  /// runs touch.
+  std::vector<Run> runsOf(const PacketSet& set, BitSpan span) const;
+  /// How many of some bits, from the first on, have to be as in an assignment so that nothing of a set is
+  /// like that. The set says nothing of other bits, and does not have the assignment.
+  unsigned bitsToAvoid(const PacketSet& set, const Bits& bits, BitSpan span) const;
+  /// How many assignments a set has, more or less.
+  double sizeOf(const PacketSet& set) const;
   /// How large the table is by now, in octets.
   size_t memory() const;
 

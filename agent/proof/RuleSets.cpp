@@ -4,6 +4,7 @@
 #include <agent/proof/RuleSets.h>
 
 #include <algorithm>
+#include <utility>
 #include <variant>
 
 namespace Proof {
@@ -13,10 +14,6 @@ namespace {
 namespace IpProtocol = Nimnet::IpProtocol;
 using Acl::AclType;
 using Acl::Compare;
-
-Value valueOf(Nimnet::IpAddr address) { return {0, address.value}; }
-Value valueOf(const Nimnet::Ip6Addr& address) { return {address.high, address.low}; }
-Value valueOf(Nimnet::EthAddr address) { return {0, address.value()}; }
 
 }  // namespace
 
@@ -65,6 +62,13 @@ PacketSet RuleSets::upTo(Field field, uint64_t high) const {
     set = (high >> bit & 1) != 0 ? zero | set : zero & set;
   }
   return set;
+}
+
+PacketSet RuleSets::within(Field field, const std::vector<Run>& runs) const {
+  std::vector<PacketSet> parts;
+  for (const Run& run : runs)
+    parts.push_back(run.low == 0 ? upTo(field, run.high) : upTo(field, run.high) - upTo(field, run.low - 1));
+  return joined(std::move(parts));
 }
 
 PacketSet RuleSets::compared(Field field, Compare op, const uint16_t* operands, size_t count) const {
@@ -150,12 +154,7 @@ PacketSet RuleSets::anyOf(const Filter& filter) const {
     parts.push_back(one(each));
     return true;
   });
-  // Joined in pairs: every part takes part in few unions of large sets.
-  for (; parts.size() > 1; parts.resize((parts.size() + 1) / 2)) {
-    for (size_t i = 0; 2 * i < parts.size(); ++i)
-      parts[i] = 2 * i + 1 < parts.size() ? parts[2 * i] | parts[2 * i + 1] : parts[2 * i];
-  }
-  return parts.empty() ? PacketSet() : parts.front();
+  return joined(std::move(parts));
 }
 
 PacketSet RuleSets::of(const Config::Rule& rule) const {

@@ -27,6 +27,20 @@ class RuleSets {
   /// The rule is of the kind of list that this was made for.
   PacketSet of(const Config::Rule& rule) const;
 
+  // Of all assignments, those that no packet has included.
+
+  /// The bits of a field that are set in the mask are as in the value.
+  PacketSet masked(Field field, const Value& value, const Value& mask) const;
+  PacketSet is(Field field, uint64_t value) const {
+    return masked(field, {0, value}, {~uint64_t{0}, ~uint64_t{0}});
+  }
+  /// A field of at most 64 bits has one of these values.
+  PacketSet within(Field field, const std::vector<Run>& runs) const;
+  /// Where the bits of a field are.
+  BitSpan spanOf(Field field) const {
+    return {firstVariable(type_, static_cast<size_t>(field)), row(field).bits(type_)};
+  }
+
   bool contains(const PacketSet& set, const Packet& packet) const {
     return sets_.contains(set, bitsOf(packet));
   }
@@ -58,11 +72,6 @@ class RuleSets {
   PacketSet l4(const Acl::IpFilterBase& filter) const;
 
   unsigned variableOf(Field field, unsigned bit) const;
-  /// The bits that are set in the mask are as in the value.
-  PacketSet masked(Field field, const Value& value, const Value& mask) const;
-  PacketSet is(Field field, uint64_t value) const {
-    return masked(field, {0, value}, {~uint64_t{0}, ~uint64_t{0}});
-  }
   PacketSet upTo(Field field, uint64_t high) const;
   PacketSet compared(Field field, Acl::Compare op, const uint16_t* operands, size_t count) const;
   PacketSet vlan(const Acl::VlanMatch& vlan) const;

@@ -1,5 +1,6 @@
 #include <agent/proof/Example.h>
 #include <agent/proof/Habits.h>
+#include <agent/proof/RulesText.h>
 #include <agent/proof/Sayings.h>
 #include <fmt/format.h>
 
@@ -11,16 +12,6 @@
 namespace Proof {
 
 namespace {
-
-std::string rulesText(const std::vector<uint32_t>& rules) {
-  constexpr size_t most = 5;
-  if (rules.size() == 1) return fmt::format("rule {}", rules.front());
-  const bool some = rules.size() > most;
-  const size_t told = some ? most - 1 : rules.size() - 1;
-  return fmt::format("rules {} and {}",
-                     fmt::join(rules.begin(), rules.begin() + static_cast<long>(told), ", "),
-                     some ? fmt::format("{} more", rules.size() - told) : fmt::format("{}", rules.back()));
-}
 
 std::string cutOffText(size_t left, size_t all, std::string_view why) {
   return fmt::format("{} of {} rules ({})", left, all, why);

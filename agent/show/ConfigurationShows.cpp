@@ -67,9 +67,9 @@ class InForceOf final : public Config::Choice {
   std::vector<const Config::Model*> higher_;
 };
 
-/// Members `text`: the sources one below the other, each below a line with its name if there are several; and
-/// `whole`: false when the configuration has changed while the text was made, so that its first part says
-/// what was before, and the rest what is now.
+/// Members `revision`, another one after every change of a source; `text`: the sources one below the other,
+/// each below a line with its name if there are several; and `whole`: false when the configuration has
+/// changed while the text was made, so that its first part says what was before, and the rest what is now.
 class ConfigurationDocument final : public Document {
  public:
   ConfigurationDocument(const World& world, std::string only)
@@ -81,7 +81,9 @@ class ConfigurationDocument final : public Document {
 
   bool next(std::string& text) override {
     if (!std::exchange(begun_, true))
-      text += openObject({{"source", only_.empty() ? Json() : Json(only_)}, {"files", world_.paths()}}) +
+      text += openObject({{"source", only_.empty() ? Json() : Json(only_)},
+                          {"files", world_.paths()},
+                          {"revision", version_}}) +
               "\"text\":\"";
     std::string piece;
     while (at_ < names_.size() && piece.size() < pieceOctets) {

@@ -4,9 +4,9 @@
 
 #include "../support/CaptureBytes.h"
 #include "../support/Run.h"
+#include "../support/Sessions.h"
 
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 namespace {
 
@@ -143,25 +143,12 @@ TEST(Check, ExplainsByFilesAlone) {
   EXPECT_THAT(alone.err, HasSubstr("is the agent running?"));
 }
 
-/// What stands in a document between a line and the next empty line, without the blanks in front.
-std::string sessionBehind(const std::string& document, const std::string& command) {
-  const size_t start = document.find("    " + command + "\n");
-  EXPECT_NE(start, std::string::npos) << command;
-  std::istringstream lines(document.substr(start));
-  std::string all, line;
-  std::getline(lines, line);
-  while (std::getline(lines, line) && line.starts_with("    ")) all += line.substr(4) + "\n";
-  return all;
-}
-
 TEST(Check, ProvesWhatThePageShows) {
   const std::string page = readFile(VELO_SOURCE_DIR "/docs/proof.md");
   const std::string folder = VELO_SOURCE_DIR "/examples/";
   const Ran text = runVelo({"check", "--prove", "--ports", "eth1", folder + "shadowed.acl"});
   EXPECT_EQ(text.status, 0) << text.err;
-  std::string out = text.out;
-  for (size_t at = 0; (at = out.find(folder)) != std::string::npos;) out.erase(at, folder.size());
-  EXPECT_EQ(out, sessionBehind(page, "$ velo check --prove --ports eth1 shadowed.acl"));
+  EXPECT_EQ(without(text.out, folder), sessionBehind(page, "$ velo check --prove --ports eth1 shadowed.acl"));
   EXPECT_EQ(runVelo({"check", "--prove", "--strict", folder + "shadowed.acl"}).status, 2);
   EXPECT_EQ(runVelo({"check", "--proof-seconds", "1", folder + "shadowed.acl"}).status, 2) << "of --prove";
 }

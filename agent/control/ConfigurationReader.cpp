@@ -1,0 +1,98 @@
+#include <agent/change/ConfigFiles.h>
+#include <agent/control/ConfigurationReader.h>
+#include <agent/control/ControlClient.h>
+#include <agent/core/Output.h>
+#include <agent/core/Words.h>
+#include <agent/models/Reader.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <utility>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+std::optional<Sources> ConfigurationReader::read(const std::string& name) const {
+  if (name == running) return ofAgent();
+  std::error_code error;
+  const bool dir = std::filesystem::is_directory(name, error);
+  ConfigFiles files;
+  auto wrong = dir ? files.read({}, name, limits_) : files.read({name}, "", limits_);
+  if (wrong.empty()) {
+    if (auto why = files.sources().whyNot()) wrong.push_back(fmt::format("{}: {}", name, *why));
+  }
+  tellMistakes(wrong);
+  if (!wrong.empty()) return std::nullopt;
+  return files.takeSources();
+}
+
+namespace {
+
+/// The sources of one revision; nothing, without anything wrong, when there was another one in between.
+std::optional<InForceSources> sourcesOfOneRevision(ControlClient& agent, std::string* wrong) {
+  Exit exit = exitDone;
+  const auto shown = [&](const Json& request) { return wholeDocumentOf(agent, request, wrong, &exit); };
+  const auto status = shown({{"do", "show"}, {"what", "status"}});
+  if (!status) return std::nullopt;
+  InForceSources found;
+  std::optional<uint64_t> revision;
+  for (const Json& source : status->at("configuration").at("sources")) {
+    const std::string title = source.at("name").get<std::string>();
+    const auto document = shown({{"do", "show"}, {"what", "configuration"}, {"source", title}});
+    if (!document) return std::nullopt;
+    found.revision = document->at("revision").get<uint64_t>();
+    if (revision && *revision != found.revision) return std::nullopt;
+    revision = found.revision;
+    auto result = Models::read({{title, document->at("text").get<std::string>()}}, {}, mostMistakes);
+    if (!result.model) {
+      *wrong = result.mistakes.front().str();
+      return std::nullopt;
+    }
+    const std::string name = sourceOfTitle(title);
+    if (name == commandLineName)
+      found.sources.commandLine = std::move(*result.model);
+    else
+      found.sources.inputs[name] = std::move(*result.model);
+  }
+  return found;
+}
+
+}  // namespace
+
+std::optional<InForceSources> sourcesInForce(ControlClient& agent, std::string* wrong) {
+  constexpr int mostTries = 20;
+  for (int tries = 0; tries < mostTries; ++tries) {
+    wrong->clear();
+    if (auto found = sourcesOfOneRevision(agent, wrong)) return found;
+    if (!wrong->empty()) return std::nullopt;
+  }
+  *wrong = "the configuration changes all the time";
+  return std::nullopt;
+}
+
+std::optional<Sources> ConfigurationReader::ofAgent() const {
+  Exit exit = exitDone;
+  ControlClient agent;
+  if (!connected(agent, control_, &exit)) return std::nullopt;
+  std::string wrong;
+  auto found = sourcesInForce(agent, &wrong);
+  if (!found) {
+    complain(wrong);
+    return std::nullopt;
+  }
+  return std::move(found->sources);
+}
+
+void ProofOptions::addTo(CLI::App& command) {
+  command.add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")
+      ->check(CLI::Range(0.001, 1e6))
+      ->capture_default_str()
+      ->type_name("SECONDS");
+  command.add_option("--proof-memory", memory_, "the same beyond so much memory")
+      ->check(CLI::Range(1, 1 << 20))
+      ->capture_default_str()
+      ->type_name("MIB");
+}
+
+}  // namespace Agent

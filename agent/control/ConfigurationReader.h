@@ -1,0 +1,58 @@
+#pragma once
+
+#include <agent/change/Sources.h>
+#include <agent/core/Texts.h>
+#include <agent/proof/PacketSets.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace CLI {
+class App;
+}
+
+namespace Agent {
+
+class ControlClient;
+
+/// What an agent has in force, source by source.
+struct InForceSources {
+  Sources sources;
+  uint64_t revision = 0;  ///< of the agent's configuration, for an `apply` of what was made of it
+};
+/// Asks an agent for it. Nothing, with what is wrong, if that cannot be had.
+std::optional<InForceSources> sourcesInForce(ControlClient& agent, std::string* wrong);
+
+/// Reads configurations that a user names: a text or document, a directory, or `running`, what an agent has
+/// in force.
+class ConfigurationReader {
+ public:
+  static constexpr const char* running = "running";
+
+  ConfigurationReader(TextLimits limits, std::string control)
+      : limits_(limits), control_(std::move(control)) {}
+
+  /// Nothing after a complaint.
+  std::optional<Sources> read(const std::string& name) const;
+
+ private:
+  std::optional<Sources> ofAgent() const;
+
+  const TextLimits limits_;
+  const std::string control_;
+};
+
+/// The options for how much may be spent on what is proven: `--proof-seconds` and `--proof-memory`.
+class ProofOptions {
+ public:
+  void addTo(CLI::App& command);
+  Proof::Limits limits() const { return {Kelp::Duration(seconds_), static_cast<size_t>(memory_) << 20}; }
+
+ private:
+  double seconds_ = 60;
+  int memory_ = 1024;
+};
+
+}  // namespace Agent

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <agent/change/Sources.h>
+#include <agent/explain/FrameText.h>
+#include <agent/proof/PacketSets.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Agent {
+
+/// What people expect of packets, a line of a text:
+///
+///   expect permit|pass|deny|drop PLACE: PACKET [by rule N | by no rule]
+///   expect all|none permit|pass|deny|drop PLACE: CONDITION
+///
+/// PLACE is `on PORT in`, `on PORT out` or `from PORT to PORT`; PACKET is as `velo explain` takes it,
+/// CONDITION as `velo find` does.
+struct Expectation {
+  int line = 0;
+  std::string text;  ///< the line as it was written
+
+  bool passes = false;           ///< what is expected of the packet, or of each packet
+  std::string from{}, to{};      ///< ports; empty: the lists there are not asked
+  std::optional<Frame> frame{};  ///< nothing: it is about all packets of a condition
+  std::string condition{};
+  std::optional<uint32_t> rule{};  ///< that is to decide; 0: none
+};
+
+/// Reads a file of them; empty lines, and those that begin with `!` or `#`, say nothing. Mistakes are added
+/// to `wrong`, each with its place.
+std::vector<Expectation> readExpectations(const std::string& name, std::string_view text,
+                                          std::vector<std::string>& wrong);
+
+/// What came of one.
+struct Fulfilment {
+  bool holds = false;
+  std::string why{};      ///< if it does not: a sentence
+  std::string example{};  ///< and a packet that shows it, if there is one, as `velo explain` takes it
+};
+
+/// Looks whether expectations hold of sources. `plugin` is the library that judges single packets.
+class Expecting {
+ public:
+  Expecting(const Sources& sources, std::string plugin, Proof::Limits limits)
+      : sources_(sources), plugin_(std::move(plugin)), limits_(limits) {}
+
+  /// Nothing, and what is wrong, when it cannot be looked at.
+  std::optional<Fulfilment> fulfilled(const Expectation& expected, std::string* wrong) const;
+
+ private:
+  std::optional<Fulfilment> ofPacket(const Expectation& expected, std::string* wrong) const;
+  std::optional<Fulfilment> ofAll(const Expectation& expected, std::string* wrong) const;
+  std::optional<std::string> whyNoPort(const Expectation& expected) const;
+
+  const Sources& sources_;
+  const std::string plugin_;
+  const Proof::Limits limits_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,132 @@
+#include <agent/change/ConfigFiles.h>
+#include <agent/config/Cursor.h>
+#include <agent/config/Mistake.h>
+#include <agent/control/Command.h>
+#include <agent/control/ConfigurationReader.h>
+#include <agent/control/PacketSearch.h>
+#include <agent/core/Arguments.h>
+#include <agent/core/Document.h>
+#include <agent/core/Output.h>
+#include <agent/core/Words.h>
+#include <fmt/ranges.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+namespace {
+
+using What = PacketQuestion::What;
+
+constexpr const char* findHelp =
+    "  velo find permit LIST [where CONDITION]         a packet that the list permits\n"
+    "  velo find deny LIST [where CONDITION]           one that it drops\n"
+    "  velo find match LIST:N [where CONDITION]        one that rule N decides about\n"
+    "  velo find permit|deny --port A --to B [where CONDITION]\n"
+    "CONDITION is written like the fields of a rule, with any number of not behind them, as in\n"
+    "  tcp 10.0.0.0/8 any eq 22 not established\n"
+    "Without --config it is about what the agent has in force.\n"
+    "\nExit status: 0 there is such a packet, 1 there is none, 2 bad usage or configuration, or it could not be "
+    "found out within the limits.";
+
+class FindCommand final : public Command {
+ public:
+  explicit FindCommand(CLI::App& root)
+      : Command(root, "find", "Look for a packet that a list or a way through ports permits or drops.") {
+    app().footer(findHelp);
+    app().add_option("words", words_, "what is looked for")->required()->type_name("WORD...");
+    app().add_option("--port", question_.from, "where the packets come in")->type_name("NAME");
+    app().add_option("--to", question_.to, "where they leave")->type_name("NAME");
+    app()
+        .add_option("--type", type_, "the kind of list (ip and ipv6 for ports)")
+        ->check(CLI::IsMember({"ip", "ipv6", "mac"}))
+        ->type_name("ip|ipv6|mac");
+    app().add_flag("--all", question_.all, "all such packets, each line written like the fields of a rule");
+    app()
+        .add_option("--boxes", question_.boxes, "with --all: so many lines at most")
+        ->check(CLI::Range(size_t{1}, size_t{1000000}))
+        ->capture_default_str()
+        ->type_name("N");
+    app().add_option("--config", file_, "look in this configuration text or directory")->type_name("FILE");
+    proof_.addTo(app());
+    addTextLimits(app(), texts_);
+    addControl();
+  }
+
+  Exit run(const std::string&) const override {
+    std::string wrong;
+    const auto question = read(&wrong);
+    const auto refuse = [](const std::string& text) {
+      complain("find: " + text);
+      return exitUsage;
+    };
+    if (!question) return refuse(wrong);
+    const auto sources = ConfigurationReader(texts_, control()).read(file_);
+    if (!sources) return exitUsage;
+    const auto document = packetSearch(*question, sources->layers(), &wrong);
+    if (!document) return refuse(wrong);
+    const bool found = document->at("found") == true, whole = document->at("whole") == true;
+    if (!Agent::print(json() ? linesOf(*document) : packetSearchText(*document))) return exitUsage;
+    return found ? exitDone : whole ? exitUnread : exitUsage;
+  }
+
+ private:
+  std::optional<PacketQuestion> read(std::string* wrong) const {
+    PacketQuestion question = question_;
+    question.limits = proof_.limits();
+    if (!type_.empty())
+      question.type = type_ == "ip"     ? Acl::AclType::ip
+                      : type_ == "ipv6" ? Acl::AclType::ipv6
+                                        : Acl::AclType::mac;
+    const std::string text = fmt::format("{}", fmt::join(words_, " "));
+    Config::Cursor at;
+    if (!at.lineIs(text)) return failed(at, wrong);
+    if (at.takeIf("permit"))
+      question.what = What::permit;
+    else if (at.takeIf("deny"))
+      question.what = What::deny;
+    else if (at.takeIf("match"))
+      question.what = What::match;
+    else
+      return at.fail("permit, deny or match"), failed(at, wrong);
+    if (!at.atEnd() && at.peek() != "where") question.list = at.take();
+    if (!readPlace(question, wrong)) return std::nullopt;
+    if (at.atEnd()) return question;
+    if (!at.keyword("where")) return failed(at, wrong);
+    question.where = at.rest();
+    if (question.where.empty()) return at.fail("a condition"), failed(at, wrong);
+    return question;
+  }
+  static std::nullopt_t failed(const Config::Cursor& at, std::string* wrong) {
+    *wrong = Config::mistakeText(at.problem()->found, at.problem()->expected);
+    return std::nullopt;
+  }
+
+  static bool readPlace(PacketQuestion& question, std::string* wrong) {
+    if (question.what == What::match) {
+      const size_t colon = question.list.rfind(':');
+      const auto rule = colon == std::string::npos
+                            ? std::nullopt
+                            : Config::decimal(std::string_view(question.list).substr(colon + 1));
+      if (!rule) return *wrong = "match needs LIST:N, a rule of a list", false;
+      question.rule = *rule;
+      question.list.resize(colon);
+    }
+    const bool ports = !question.from.empty() || !question.to.empty();
+    if (ports == !question.list.empty() || question.from.empty() != question.to.empty())
+      return *wrong = "either a list or --port and --to says where", false;
+    return true;
+  }
+
+  std::vector<std::string> words_;
+  std::string type_, file_ = ConfigurationReader::running;
+  PacketQuestion question_;
+  ProofOptions proof_;
+  TextLimits texts_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> findCommand(CLI::App& app) { return std::make_unique<FindCommand>(app); }
+
+}  // namespace Agent

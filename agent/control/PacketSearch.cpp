@@ -1,0 +1,204 @@
+#include <Kelp/Assert.h>
+#include <agent/change/Effective.h>
+#include <agent/config/Nearest.h>
+#include <agent/control/PacketSearch.h>
+#include <agent/core/Words.h>
+#include <agent/proof/Boxes.h>
+#include <agent/proof/Comparison.h>
+#include <agent/proof/Condition.h>
+#include <agent/proof/Example.h>
+#include <agent/proof/TakenSets.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+namespace Agent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+using Acl::AclDirection;
+using Acl::AclType;
+using What = PacketQuestion::What;
+
+constexpr std::array<AclType, 3> listTypes = {AclType::ip, AclType::ipv6, AclType::mac};
+
+/// The lists that packets of one kind meet one after the other; null: a place without one.
+using Way = std::vector<Proof::MetList>;
+
+class Searching {
+ public:
+  Searching(const PacketQuestion& question, const Layers& layers) : asked_(question), effective_(layers) {}
+
+  std::optional<Json> run(std::string* wrong) {
+    const auto kinds = kindsAsked(wrong);
+    if (kinds.empty()) return std::nullopt;
+    bool found = false;
+    Json all = Json::array();
+    for (const AclType type : kinds) {
+      if (auto one = searched(type)) {
+        found = found || one->at("found") == true;
+        all.push_back(std::move(*one));
+      }
+    }
+    return Json{{"found", found},
+                {"possible", possible_},
+                {"whole", all.size() == kinds.size()},
+                {"kinds", all},
+                {"unchecked", unchecked_}};
+  }
+
+ private:
+  /// The kinds of packets that the question is about; none when something is wrong.
+  std::vector<AclType> kindsAsked(std::string* wrong) {
+    std::vector<AclType> kinds;
+    for (const AclType type : listTypes) {
+      if (asked_.type ? type == *asked_.type : isMeant(type)) kinds.push_back(type);
+    }
+    if (!asked_.list.empty() && !isOneList(kinds, wrong)) return {};
+    std::string first;
+    std::erase_if(kinds, [&](AclType type) {
+      std::string why;
+      if (asked_.where.empty() || Proof::readCondition(type, asked_.where, &why)) return false;
+      if (first.empty()) first = "where: " + why;
+      return true;
+    });
+    if (kinds.empty()) *wrong = first;
+    return kinds;
+  }
+  bool isMeant(AclType type) const {
+    return asked_.list.empty() ? type != AclType::mac : effective_.lists.contains({type, asked_.list});
+  }
+
+  bool isOneList(const std::vector<AclType>& kinds, std::string* wrong) const {
+    if (kinds.size() > 1) {
+      *wrong = fmt::format("there are several lists {}: --type says which", asked_.list);
+      return false;
+    }
+    if (kinds.empty() || !effective_.lists.contains({kinds.front(), asked_.list})) {
+      std::vector<std::string_view> names;
+      for (const auto& [key, owner] : effective_.lists) names.push_back(key.second);
+      *wrong = Config::orNearest(fmt::format("there is no list {}", asked_.list), asked_.list, names);
+      return false;
+    }
+    if (asked_.what == What::match && !listOf(kinds.front())->rules.contains(asked_.rule)) {
+      *wrong = fmt::format("{} has no rule {}", listTitle(kinds.front(), asked_.list), asked_.rule);
+      return false;
+    }
+    return true;
+  }
+
+  Proof::MetList find(const Config::ListKey& key) const {
+    const auto at = effective_.lists.find(key);
+    return at == effective_.lists.end() ? nullptr : &at->second.model->lists.at(key);
+  }
+  Proof::MetList listOf(AclType type) const { return find({type, asked_.list}); }
+
+  Way wayOf(AclType type) const {
+    if (!asked_.list.empty()) return {listOf(type)};
+    Way way;
+    const auto add = [&](const std::string& interface, AclDirection direction) {
+      const Config::BindingKey place{type, direction, interface};
+      if (effective_.bindings.contains(place)) way.push_back(find({type, effective_.listAt(place)}));
+    };
+    for (const auto& [port, direction] :
+         {std::pair(asked_.from, AclDirection::in), {asked_.to, AclDirection::out}}) {
+      if (port.empty()) continue;
+      // The lists of a port-channel are asked before those of its member.
+      if (const auto channel = effective_.channelOf.find(port); channel != effective_.channelOf.end())
+        add(channel->second, direction);
+      add(port, direction);
+    }
+    return way;
+  }
+
+  std::optional<Json> searched(AclType type) {
+    for (const AclType other : listTypes) {
+      // A MAC list sees all packets, and packets of MAC lists may be IP.
+      if (other == type || (other != AclType::mac && type != AclType::mac) || !asked_.list.empty()) continue;
+      if (!wayOf(other).empty())
+        unchecked_.push_back(
+            fmt::format("what the {} lists on the way do to these packets", typeWord(other)));
+    }
+    try {
+      const Proof::RuleSets sets(type, asked_.limits);
+      const Proof::PacketSet among = concerned(type, sets);
+      possible_ = possible_ || !among.isEmpty();
+      return answer(type, sets, wanted(type, among, sets));
+    } catch (const Proof::LimitReached& limit) {
+      unchecked_.push_back(fmt::format("{} packets: {}", typeWord(type), limit.what()));
+      return std::nullopt;
+    }
+  }
+  static std::string typeWord(AclType type) { return listWords(type, "").at("type").get<std::string>(); }
+
+  Proof::PacketSet concerned(AclType type, const Proof::RuleSets& sets) const {
+    std::string wrong;
+    return asked_.where.empty() ? sets.packets()
+                                : setOf(*Proof::readCondition(type, asked_.where, &wrong), sets);
+  }
+
+  Proof::PacketSet wanted(AclType type, const Proof::PacketSet& among, const Proof::RuleSets& sets) const {
+    if (asked_.what == What::match)
+      return Proof::TakenSets(listOf(type), among, sets).thatAre([this](const auto& taken) {
+        return taken.sequence == asked_.rule;
+      });
+    Proof::PacketSet passing = among;
+    for (const Proof::MetList list : wayOf(type)) passing = Proof::permitted(list, passing, sets);
+    return asked_.what == What::permit ? passing : among - passing;
+  }
+
+  Json answer(AclType type, const Proof::RuleSets& sets, const Proof::PacketSet& packets) const {
+    Json one = {{"type", typeWord(type)}, {"found", !packets.isEmpty()}};
+    if (packets.isEmpty()) return one;
+    one["example"] = exampleText(type, sets.exampleOf(packets));
+    if (!asked_.all) return one;
+    Proof::LooseBits loose;
+    for (const Proof::MetList list : wayOf(type)) {
+      if (list) loose.add(*list);
+    }
+    const Proof::Boxes boxes = boxesOf(packets, sets, loose, asked_.boxes);
+    Json all = Json::array();
+    for (const Proof::Box& box : boxes.all)
+      all.push_back({{"packets", box.words}, {"example", exampleText(type, sets.exampleOf(box.packets))}});
+    one["boxes"] = std::move(all);
+    one["more"] = boxes.more;
+    return one;
+  }
+
+  const PacketQuestion& asked_;
+  const Effective effective_;
+  bool possible_ = false;
+  Json unchecked_ = Json::array();
+};
+
+}  // namespace
+
+std::optional<Json> packetSearch(const PacketQuestion& question, const Layers& layers, std::string* wrong) {
+  return Searching(question, layers).run(wrong);
+}
+
+std::string packetSearchText(const Json& document) {
+  std::string text;
+  for (const Json& kind : document.at("kinds")) {
+    if (kind.at("found") == false) continue;
+    if (!kind.contains("boxes")) {
+      text += kind.at("example").get<std::string>() + "\n";
+      continue;
+    }
+    for (const Json& box : kind.at("boxes"))
+      text += fmt::format("{}\n  for example: {}\n", box.at("packets").get<std::string>(),
+                          box.at("example").get<std::string>());
+    if (kind.at("more") == true) text += "and more (--boxes tells more of them)\n";
+  }
+  if (document.at("found") == false && document.at("whole") == true) text += "no such packet\n";
+  for (const Json& what : document.at("unchecked"))
+    text += fmt::format("not checked: {}\n", what.get<std::string>());
+  return text;
+}
+
+}  // namespace Agent

@@ -1,0 +1,282 @@
+#include <agent/control/PacketComparison.h>
+#include <gmock/gmock.h>
+
+#include <future>
+
+#include "../support/CaptureBytes.h"
+#include "../support/ModelOf.h"
+#include "../support/RunningAgent.h"
+#include "../support/Sessions.h"
+
+// velo compare, find and test, and what apply says of packets: the real program.
+
+namespace {
+
+using namespace TestSupport;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string exampleFolder = VELO_SOURCE_DIR "/examples/";
+const std::string shadowedAcl = exampleFolder + "shadowed.acl", repairedAcl = exampleFolder + "repaired.acl";
+
+std::string proofPage() { return readFile(VELO_SOURCE_DIR "/docs/proof.md"); }
+
+/// What a command prints in the folder of the exampleFolder, where it stands in the manual.
+std::string pageSession(const std::vector<std::string>& arguments) {
+  const Ran ran = runVelo(arguments);
+  EXPECT_EQ(ran.err, "");
+  return without(ran.out, exampleFolder);
+}
+
+TEST(PacketCommands, DoWhatThePageShows) {
+  EXPECT_EQ(pageSession({"compare", shadowedAcl, repairedAcl}),
+            sessionBehind(proofPage(), "$ velo compare shadowed.acl repaired.acl"));
+  EXPECT_EQ(pageSession({"find", "permit", "EDGE-IN", "--config", repairedAcl, "where", "tcp", "10.0.0.0/8",
+                         "any", "not", "established"}),
+            sessionBehind(proofPage(),
+                          "$ velo find permit EDGE-IN --config repaired.acl where tcp 10.0.0.0/8 any not "
+                          "established"));
+  EXPECT_EQ(
+      pageSession({"find", "permit", "EDGE-IN", "--config", repairedAcl, "where", "tcp any any eq telnet"}),
+      sessionBehind(proofPage(),
+                    "$ velo find permit EDGE-IN --config repaired.acl where tcp any any eq telnet"));
+  EXPECT_EQ(pageSession({"find", "match", "EDGE-IN:60", "--config", repairedAcl, "--all"}),
+            sessionBehind(proofPage(), "$ velo find match EDGE-IN:60 --config repaired.acl --all"));
+  EXPECT_EQ(pageSession({"test", "--config", repairedAcl, exampleFolder + "edge.expect"}),
+            sessionBehind(proofPage(), "$ velo test --config repaired.acl edge.expect"));
+  EXPECT_EQ(pageSession({"test", "--config", shadowedAcl, exampleFolder + "edge.expect"}),
+            sessionBehind(proofPage(), "$ velo test --config shadowed.acl edge.expect"));
+}
+
+TEST(PacketCommands, TellByTheirStatusWhetherVerdictsDiffer) {
+  const TempDir dir;
+  const std::string one = dir / "one.acl", two = dir / "two.acl", other = dir / "other.acl";
+  writeFile(
+      one,
+      "ip access-list A\n 10 permit tcp any any\n 20 permit tcp any any eq 22\ninterface eth1\n ip access-group A in\n");
+  writeFile(two, "ip access-list A\n 10 permit tcp any any\ninterface eth1\n ip access-group A in\n");
+  writeFile(other, "ip access-list A\n 10 permit tcp any any log\ninterface eth1\n ip access-group A out\n");
+  const Ran same = runVelo({"compare", one, two});
+  EXPECT_EQ(same.status, 0) << same.err;
+  EXPECT_EQ(same.out, "nothing changes\n");
+  const Ran moved = runVelo({"compare", two, other, "--json"});
+  EXPECT_EQ(moved.status, 1) << moved.err;
+  const auto document = nlohmann::json::parse(moved.out);
+  EXPECT_EQ(document.at("same"), false);
+  EXPECT_EQ(document.at("lists").at(0).at("sameVerdicts"), true);
+  EXPECT_EQ(document.at("lists").at(0).at("logged").at("boxes").at(0).at("packets"), "tcp any any");
+  ASSERT_EQ(document.at("bindings").size(), 2u);
+  EXPECT_EQ(document.at("bindings").at(0).at("opened").at("boxes").at(0).at("packets"), "ip any any not tcp");
+  EXPECT_EQ(document.at("bindings").at(0).at("opened").at("boxes").at(0).at("after").at(0), "no list");
+  EXPECT_EQ(document.at("bindings").at(1).at("closed").at("boxes").at(0).at("before").at(0), "no list");
+  EXPECT_EQ(runVelo({"compare", one, dir / "none.acl"}).status, 2);
+  const std::string channel = dir / "channel.acl";
+  writeFile(
+      channel,
+      "port-channel eth1 members a b\nip access-list A\n 10 permit tcp any any\ninterface eth1\n ip access-group A in\n");
+  const Ran members = runVelo({"compare", two, channel});
+  EXPECT_EQ(members.status, 1);
+  EXPECT_EQ(members.out, "port-channel eth1 has other members: its lists filter other ports\n");
+}
+
+TEST(PacketCommands, WhatWasNotLookedAtIsNotCalledTheSame) {
+  const auto old = modelOf("ip access-list A\n 10 permit ip any any\n");
+  const auto now = modelOf("ip access-list A\n 10 permit ip any any\n 20 permit ip any any\n");
+  const auto compared = [&](double seconds) {
+    return Agent::packetComparison({{"", &old}}, {{"", &now}}, {.proof = {Kelp::Duration(seconds)}});
+  };
+  EXPECT_EQ(compared(3600).at("same"), true);
+  const auto late = compared(0);
+  EXPECT_EQ(late.at("same"), false);
+  EXPECT_THAT(late.at("unchecked").at(0).get<std::string>(), HasSubstr("A: it takes more than"));
+}
+
+TEST(PacketCommands, ExamplesAreFramesThatAreJudgedSo) {
+  const auto document = nlohmann::json::parse(runVelo({"compare", shadowedAcl, repairedAcl, "--json"}).out);
+  size_t examined = 0;
+  for (const char* part : {"opened", "closed", "counted"}) {
+    for (const auto& box : document.at("lists").at(0).at(part).at("boxes")) {
+      const auto explained = [&](const std::string& config) {
+        const Ran ran = runVelo({"explain", "--config", config, "--port", "eth1", "--in",
+                                 box.at("example").get<std::string>(), "--json"});
+        EXPECT_EQ(ran.status, 0) << ran.err;
+        return nlohmann::json::parse(ran.out).at("asked").at(0);
+      };
+      const auto was = explained(shadowedAcl), is = explained(repairedAcl);
+      const std::string name = part;
+      EXPECT_EQ(was.at("action") != is.at("action"), name != "counted") << box;
+      EXPECT_TRUE(name != "opened" || is.at("action") == "permit") << box;
+      EXPECT_TRUE(name != "closed" || is.at("action") == "deny") << box;
+      bool told = false;
+      for (const auto& rule : box.at("after"))
+        told = told || (rule.is_object() && rule.at("sequence") == is.at("rule"));
+      EXPECT_TRUE(told) << box;
+      ++examined;
+    }
+  }
+  EXPECT_GE(examined, 2u);
+}
+
+TEST(PacketCommands, FindLooksThroughBothPipelines) {
+  const TempDir dir;
+  const std::string config = dir / "a.acl";
+  writeFile(
+      config,
+      "ip access-list IN\n 10 permit udp any any range 50 100\nip access-list CHANNEL\n 10 deny udp any any eq 60\n"
+      " 20 permit ip any any\nip access-list OUT\n 10 permit ip any host 10.0.0.7 ttl gt 1\n"
+      "mac access-list M\n 10 permit any any\nport-channel po1 members eth1 eth3\ninterface eth1\n ip access-group IN in\n"
+      "interface po1\n ip access-group CHANNEL in\ninterface eth2\n ip access-group OUT out\n mac access-group M out\n");
+  const auto find = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), "find");
+    words.insert(words.end(), {"--config", config});
+    return runVelo(words);
+  };
+  const Ran all = find({"permit", "--port", "eth1", "--to", "eth2", "--type", "ip", "--all"});
+  EXPECT_EQ(all.status, 0) << all.err;
+  EXPECT_THAT(all.out, HasSubstr("udp any host 10.0.0.7 range 50 59 ttl gt 1\n"));
+  EXPECT_THAT(all.out, HasSubstr("udp any host 10.0.0.7 range 61 100 ttl gt 1\n"));
+  EXPECT_THAT(all.out, HasSubstr("not checked: what the mac lists on the way do to these packets\n"));
+  EXPECT_EQ(std::count(all.out.begin(), all.out.end(), '\n'), 5) << all.out;
+  EXPECT_EQ(find({"permit", "--port", "eth1", "--to", "eth2", "where", "udp any any eq 60"}).status, 0)
+      << "of IPv6 nothing is dropped";
+  EXPECT_EQ(
+      find({"permit", "--port", "eth1", "--to", "eth2", "--type", "ip", "where", "udp any any eq 60"}).status,
+      1);
+  EXPECT_EQ(find({"deny", "OUT", "where", "ip any host 10.0.0.7 ttl gt 1"}).status, 1);
+  EXPECT_EQ(find({"match", "CHANNEL:20", "where", "udp any any eq 60"}).status, 1);
+  struct Row {
+    std::vector<std::string> words;
+    const char* wrong;
+  };
+  for (const Row& row : {
+           Row{{"permit"}, "either a list or --port and --to says where"},
+           Row{{"permit", "IN", "--port", "a", "--to", "b"}, "either a list or --port and --to says where"},
+           Row{{"permit", "--port", "a"}, "either a list or --port and --to says where"},
+           Row{{"permit", "INN"}, "there is no list INN (did you mean IN?)"},
+           Row{{"match", "IN"}, "match needs LIST:N, a rule of a list"},
+           Row{{"match", "IN:11"}, "ip access-list IN has no rule 11"},
+           Row{{"allow", "IN"}, "found \"allow\", expected permit, deny or match"},
+           Row{{"permit", "IN", "where"}, "found the end of the line, expected a condition"},
+           Row{{"permit", "IN", "where", "udp any"}, "where: found the end of the line, expected"},
+       }) {
+    const Ran ran = find(row.words);
+    EXPECT_EQ(ran.status, 2) << row.wrong;
+    EXPECT_THAT(ran.err, HasSubstr(row.wrong));
+    EXPECT_EQ(ran.out, "");
+  }
+}
+
+TEST(PacketCommands, TestTellsWhatIsNotSo) {
+  const TempDir dir;
+  const Ran demo = runVelo({"test", "--config", exampleFolder + "demo.acl", exampleFolder + "demo.expect"});
+  EXPECT_EQ(demo.status, 0) << demo.out << demo.err;
+  const std::string junit = dir / "junit.xml";
+  const Ran failed =
+      runVelo({"test", "--config", shadowedAcl, exampleFolder + "edge.expect", "--junit", junit, "--json"});
+  EXPECT_EQ(failed.status, 1);
+  const auto document = nlohmann::json::parse(failed.out);
+  size_t counterexamples = 0, failures = 0;
+  for (const auto& result : document.at("results")) {
+    failures += result.at("holds") == false;
+    const auto example = result.at("example").get<std::string>();
+    if (example.empty()) continue;
+    const Ran ran =
+        runVelo({"explain", "--config", shadowedAcl, "--port", "eth1", "--in", example, "--json"});
+    EXPECT_EQ(nlohmann::json::parse(ran.out).at("asked").at(0).at("action"), "permit");
+    ++counterexamples;
+  }
+  EXPECT_GT(counterexamples, 0u);
+  const std::string xml = readFile(junit);
+  EXPECT_THAT(
+      xml, HasSubstr(fmt::format("tests=\"{}\" failures=\"{}\"", document.at("results").size(), failures)));
+  EXPECT_THAT(xml, HasSubstr("tcp 10.0.0.1:1024 &gt; 198.51.100.7:23"));
+}
+
+TEST(PacketCommands, TestRefusesWhatCouldNotFail) {
+  const TempDir dir;
+  struct Row {
+    const char* text;
+    const char* wrong;
+  };
+  for (const Row& row : {
+           Row{"expect all deny on eth1 in: tcp any\n", "e.expect:1: where: found the end of the line"},
+           Row{"# nothing\n\n", "e.expect: nothing is expected in it"},
+           Row{"expect deny on eth1: tcp any any\n", "e.expect:1:22: found \"tcp\", expected in: or out:"},
+           Row{"exepct deny\n", "e.expect:1:1: found \"exepct\", expected expect"},
+           Row{"\nexpect deny on eth1 in: tpc 10.0.0.1:1 > 10.0.0.2:2\n",
+               "e.expect:2:25: found \"tpc\", expected a packet as velo explain takes it"},
+           Row{"expect deny on eth1 in: tcp 10.0.0.1:1 > 10.0.0.2:2 by rule x\n",
+               "expected by rule and a number, or by no rule, behind the packet"},
+           Row{"expect all deny on eht1 in: tcp any any\n",
+               "e.expect:1: eht1 is named nowhere in the configuration (did you mean eth1?)"},
+           Row{"expect all deny on eth1 in: tcp any any eq 22 not tcp\n",
+               "e.expect:1: no packet is like that"},
+       }) {
+    const std::string file = dir / "e.expect";
+    writeFile(file, std::string_view(row.text));
+    const Ran ran = runVelo({"test", "--config", repairedAcl, file});
+    EXPECT_EQ(ran.status, 2) << row.text << ran.out;
+    EXPECT_THAT(ran.err, HasSubstr(row.wrong)) << row.text;
+    EXPECT_EQ(ran.out, "");
+  }
+}
+
+class PacketsOfAnAgentTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    agent_.start(
+        "ip access-list A\n 10 permit udp any any eq 1\n 20 permit udp any any lt 9\ninterface eth1\n ip access-group A in\n",
+        nullptr, unhurriedLimits());
+  }
+  Ran run(std::vector<std::string> command) {
+    command.insert(command.end(), {"--control", agent_.socketPath()});
+    auto ran = std::async(std::launch::async, [&command] { return runVelo(command); });
+    while (ran.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) agent_.turns(5);
+    return ran.get();
+  }
+
+  TempDir dir_;
+  RunningAgent agent_;
+};
+
+TEST_F(PacketsOfAnAgentTest, ApplyTellsThemAndCarriesOutACleanUpOnly) {
+  const std::string clean = dir_ / "clean.acl", open = dir_ / "open.acl";
+  const std::string_view bound = "interface eth1\n ip access-group A in\n";
+  writeFile(clean, fmt::format("ip access-list A\n 20 permit udp any any lt 9\n{}", bound));
+  writeFile(open, fmt::format("ip access-list A\n 20 permit udp any any lt 10\n{}", bound));
+  EXPECT_EQ(run({"compare", "running", clean}).status, 0);
+  EXPECT_EQ(run({"compare", "running", open}).status, 1);
+  EXPECT_EQ(run({"find", "permit", "A", "where", "udp any any eq 9"}).status, 1);
+
+  const Ran told = run({"apply", "--dry-run", "--packets", open});
+  EXPECT_EQ(told.status, 0) << told.err;
+  EXPECT_THAT(told.out, HasSubstr("  passes, and was dropped:\n    udp any any eq 9\n"));
+  EXPECT_THAT(told.out, HasSubstr("(nothing was applied)\n"));
+
+  const Ran refused = run({"apply", "--only-if-same", open});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.err, HasSubstr("udp any any eq 9\n"));
+  EXPECT_THAT(refused.err, HasSubstr("nothing was applied: verdicts would change\n"));
+  EXPECT_EQ(run({"compare", "running", clean}).status, 0) << "nothing was carried out";
+  const Ran document = run({"apply", "--only-if-same", open, "--json"});
+  EXPECT_EQ(nlohmann::json::parse(document.out).at("applied"), false);
+
+  const Ran done = run({"apply", "--only-if-same", clean});
+  EXPECT_EQ(done.status, 0) << done.err;
+  EXPECT_THAT(done.out, HasSubstr("-   10 permit udp any any eq 1"));
+  EXPECT_EQ(run({"apply", "--packets", clean}).status, 2) << "of --dry-run";
+}
+
+TEST_F(PacketsOfAnAgentTest, WhatWasComparedIsOnlyAppliedWhileItIsInForce) {
+  const auto revision = agent_.show("configuration").at("revision");
+  const auto apply = [&](const Json& of) {
+    agent_.ask({{"do", "text"}, {"name", "t"}, {"text", "ip access-list B\n"}});
+    return agent_.ask({{"do", "apply"}, {"revision", of}, {"allowOpen", true}});
+  };
+  EXPECT_EQ(apply(revision).value("applied", false), true);
+  const auto late = apply(revision);
+  EXPECT_EQ(late.at("error").at("text"), "the configuration has changed meanwhile; try again");
+  EXPECT_EQ(apply(agent_.show("configuration").at("revision")).value("applied", false), true);
+}
+
+}  // namespace

@@ -1,0 +1,252 @@
+#include <agent/proof/Boxes.h>
+#include <agent/proof/Comparison.h>
+#include <agent/proof/Condition.h>
+#include <agent/proof/TakenSets.h>
+#include <gtest/gtest.h>
+
+#include "../support/ModelOf.h"
+#include "ProofSupport.h"
+#include "SmallWorld.h"
+
+#include <map>
+#include <string>
+
+namespace {
+
+using namespace TestSupport;
+using Differential::Fields;
+
+/// Rules that the language can say.
+template <class Rule>
+Rule sayable(Rule rule) {
+  if constexpr (std::is_same_v<Rule, Acl::IpRule>) {
+    const auto change = [](Acl::IpFilter& filter) {
+      filter.trafficClassMask &= 0xfc;
+      filter.trafficClass &= 0xfc;
+    };
+    change(rule.filter);
+    if (rule.filter.alternatives.given()) {
+      auto all = rule.filter.alternatives.all();
+      for (Acl::IpFilter& each : all) change(each);
+      rule.filter.alternatives = Acl::Alternatives<Acl::IpFilter>(std::move(all));
+    }
+  }
+  return rule;
+}
+
+template <class Rule>
+class BoxesTest : public testing::Test {
+ protected:
+  std::vector<Rule> rulesOf(SmallWorld<Rule>& world, Dice& dice, uint64_t most) {
+    std::vector<Rule> rules;
+    const auto count = dice.below(most + 1);
+    for (uint32_t i = 1; i <= count; ++i) rules.push_back(sayable(world.rule(10 * i)));
+    return rules;
+  }
+  /// The rule that a packet meets; null: none.
+  static const Rule* met(const std::vector<Rule>& rules, const Fields& packet) {
+    for (const Rule& rule : rules) {
+      Differential::Oracle<Rule> oracle;
+      oracle.ruleIs(Kiv::UniqueId(1), rule);
+      if (oracle.first(packet).rule) return &rule;
+    }
+    return nullptr;
+  }
+  static bool passes(const Rule* rule) { return rule && rule->action == Acl::Action::permit; }
+
+  const Proof::RuleSets sets_{typeOf<Rule>, {Kelp::Duration(3600)}};
+};
+
+using Kinds = testing::Types<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
+TYPED_TEST_SUITE(BoxesTest, Kinds);
+
+TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
+  size_t boxes = 0, inside = 0, outside = 0;
+  for (uint64_t seed = 0; seed < 120 * proofTimes() && !this->HasFailure(); ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    Dice dice(seed);
+    SmallWorld<TypeParam> world(dice);
+    const auto rules = this->rulesOf(world, dice, 6);
+    const Config::List list = configList(rules);
+    const auto permitted = Proof::permitted(&list, this->sets_.packets(), this->sets_);
+    Proof::LooseBits loose;
+    loose.add(list);
+    const auto found = Proof::boxesOf(permitted, this->sets_, loose, 5000);
+    ASSERT_FALSE(found.more);
+    std::vector<Proof::PacketSet> read;
+    for (const Proof::Box& box : found.all) {
+      std::string wrong;
+      const auto condition = Proof::readCondition(typeOf<TypeParam>, box.words, &wrong);
+      ASSERT_TRUE(condition) << box.words << ": " << wrong;
+      read.push_back(setOf(*condition, this->sets_));
+      EXPECT_EQ(read.back(), box.packets) << box.words;
+    }
+    boxes += found.all.size();
+    EXPECT_EQ(Proof::joined(read), permitted);
+    for (const Fields& packet : world.packets()) {
+      if (dice.below(4) != 0) continue;
+      const bool passes = this->passes(this->met(rules, packet));
+      const Proof::Packet bits = proofPacket(packet);
+      size_t in = 0;
+      for (const auto& set : read) in += this->sets_.contains(set, bits);
+      ASSERT_EQ(in > 0, passes) << packet.str();
+      ++(passes ? inside : outside);
+    }
+  }
+  EXPECT_GT(boxes, 50u);
+  EXPECT_GT(inside, 100u);
+  EXPECT_GT(outside, 100u);
+}
+
+TYPED_TEST(BoxesTest, AComparisonSaysOfEveryPacketWhatChanges) {
+  std::map<std::string, size_t> seen;
+  for (uint64_t seed = 0; seed < 60 * proofTimes() && !this->HasFailure(); ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    Dice dice(seed);
+    SmallWorld<TypeParam> world(dice);
+    auto before = this->rulesOf(world, dice, 6), after = before;
+    for (auto changes = 1 + dice.below(2); changes > 0; --changes) {
+      // A rule that goes, comes, gets another place, or does otherwise.
+      if (!after.empty() && dice.once(2))
+        after.erase(after.begin() + static_cast<long>(dice.below(after.size())));
+      if (dice.once(2))
+        after.insert(after.begin() + static_cast<long>(dice.below(after.size() + 1)), sayable(world.rule(1)));
+      if (!after.empty() && dice.once(3)) std::swap(after.front(), after.back());
+      if (!after.empty() && dice.once(4)) after[dice.below(after.size())].log = true;
+      if (!after.empty() && dice.once(4)) after[dice.below(after.size())].mirrorSession = "S";
+      for (uint32_t i = 0; i < after.size(); ++i) after[i].sequence = 5 * (i + 1);
+    }
+    const Config::List old = configList(before), now = configList(after);
+    const auto found = Proof::compare(&old, &now, this->sets_, 5000);
+    const auto isIn = [&](const Proof::Changed& changed, const Proof::Packet& packet, uint32_t was,
+                          uint32_t is) {
+      bool in = false;
+      for (const auto& box : changed.boxes) {
+        std::string wrong;
+        const auto condition = Proof::readCondition(typeOf<TypeParam>, box.words, &wrong);
+        if (!this->sets_.contains(setOf(*condition, this->sets_), packet)) continue;
+        in = true;
+        EXPECT_TRUE(std::count(box.before.begin(), box.before.end(), was)) << box.words;
+        EXPECT_TRUE(std::count(box.after.begin(), box.after.end(), is)) << box.words;
+      }
+      return in;
+    };
+    const auto packets = world.packets();
+    for (size_t tries = 0; tries < 40; ++tries) {
+      const Fields& packet = packets[dice.below(packets.size())];
+      const TypeParam* was = this->met(before, packet);
+      const TypeParam* is = this->met(after, packet);
+      const uint32_t wasNumber = was ? was->sequence : 0, isNumber = is ? is->sequence : 0;
+      const Proof::Packet bits = proofPacket(packet);
+      const auto in = [&](const Proof::Changed& changed) { return isIn(changed, bits, wasNumber, isNumber); };
+      const bool passed = this->passes(was), passes = this->passes(is);
+      EXPECT_EQ(in(found.opened), !passed && passes) << packet.str();
+      EXPECT_EQ(in(found.closed), passed && !passes) << packet.str();
+      const bool same = passed == passes;
+      const auto session = [](const TypeParam* rule) {
+        return rule ? rule->mirrorSession.str() : std::string();
+      };
+      const bool copied = same && session(was) != session(is);
+      const bool logged = same && (was && was->log) != (is && is->log);
+      EXPECT_EQ(in(found.mirrored), copied) << packet.str();
+      EXPECT_EQ(in(found.logged), logged) << packet.str();
+      const bool counted = in(found.counted);
+      EXPECT_FALSE(counted && (!same || copied || logged)) << packet.str();
+      if (same && !copied && !logged && (was == nullptr) != (is == nullptr)) {
+        EXPECT_TRUE(counted) << packet.str();
+      }
+      if (counted && was && is) ++seen["counted"];
+      if (was && is && same && !copied && !logged && !was->isSameRule(*is) && !(was->filter == is->filter)) {
+        EXPECT_TRUE(counted) << packet.str();
+      }
+      seen["opened"] += !passed && passes;
+      seen["closed"] += passed && !passes;
+      seen["mirrored"] += copied;
+      seen["logged"] += logged;
+      seen["same"] += same;
+    }
+    for (const auto& box : found.opened.boxes) {
+      EXPECT_TRUE(
+          this->sets_.contains(Proof::permitted(&now, this->sets_.packets(), this->sets_), box.example));
+      EXPECT_FALSE(
+          this->sets_.contains(Proof::permitted(&old, this->sets_.packets(), this->sets_), box.example));
+    }
+  }
+  for (const char* each : {"opened", "closed", "mirrored", "logged", "counted", "same"})
+    EXPECT_GT(seen[each], 5u) << each;
+}
+
+/// What a list permits, a box a line.
+std::string permittedBy(const std::string& text) {
+  const auto model = modelOf(text);
+  const Config::List& list = model.lists.begin()->second;
+  const Proof::RuleSets sets(list.type, {Kelp::Duration(3600)});
+  Proof::LooseBits loose;
+  loose.add(list);
+  std::string all;
+  for (const auto& box : boxesOf(Proof::permitted(&list, sets.packets(), sets), sets, loose, 1000).all)
+    all += (all.empty() ? "" : "\n") + box.words;
+  return all;
+}
+
+TEST(Boxes, ReadLikeRules) {
+  struct Row {
+    const char* list;
+    const char* rules;
+    const char* expected;
+  };
+  for (const Row& row : {
+           Row{"ip", "permit tcp 10.0.0.0/8 any eq 22", "tcp 10.0.0.0/8 any eq 22"},
+           Row{"ip", "permit ip any any", "ip any any"},
+           Row{"ip", "deny tcp any any\npermit ip any any", "ip any any not tcp"},
+           Row{"ip", "deny tcp any any eq 22 23\npermit tcp any host 192.0.2.1",
+               "tcp any host 192.0.2.1 neq 22 23\ntcp any host 192.0.2.1 fragments"},
+           Row{"ip", "deny tcp any any established\npermit tcp any any range 10 20 dscp ef",
+               "tcp any any range 10 20 dscp 46 not established"},
+           Row{"ip", "deny ip any any fragments\npermit ip any any", "ip any any not fragments"},
+           Row{"ip", "permit icmp any any echo ttl gt 9", "icmp any any 8 ttl gt 9"},
+           Row{"ip", "deny icmp any any unreachable\npermit icmp any any", "icmp any any not 3"},
+           Row{"ip", "permit tcp any any syn ack ttl lt 5\n", "tcp any any syn ack ttl lt 5"},
+           Row{"ip", "deny ip any any ttl lt 5\ndeny ip any any ttl gt 9\npermit ip any any",
+               "ip any any ttl gt 4 not ttl gt 9"},
+           Row{"ip", "permit ip 10.0.3.0 0.255.0.255 any", "ip 10.0.3.0 0.255.0.255 any"},
+           Row{"ip", "permit ip 10.0.0.0/9 any\npermit ip 10.128.0.0/9 any", "ip 10.0.0.0/8 any"},
+           Row{"ip", "permit vlan 5 ip any any", "vlan 5 ip any any"},
+           Row{"ip", "deny vlan 5 ip any any\npermit ip any any", "ip any any not vlan 5"},
+           Row{"ipv6", "permit udp 2001:db8::/32 gt 1023 any", "udp 2001:db8::/32 gt 1023 any"},
+           Row{"ipv6", "permit ipv6 host 2001:db8::1 any traffic-class 0x20",
+               "ipv6 host 2001:db8::1 any traffic-class 32"},
+           Row{"mac", "permit host 02:00:5e:00:00:01 any ip", "host 02:00:5e:00:00:01 any 0x0800"},
+           Row{"mac", "deny any any arp\npermit any any", "any any not 0x0806"},
+           Row{"ip", "", ""},
+       }) {
+    std::string text = fmt::format("{} access-list A\n", row.list);
+    EXPECT_EQ(permittedBy(text + row.rules + "\n"), row.expected) << row.rules;
+  }
+}
+
+TEST(Condition, IsRefusedWithWhatWasExpected) {
+  struct Row {
+    Acl::AclType type;
+    const char* text;
+    const char* wrong;
+  };
+  for (const Row& row : {
+           Row{Acl::AclType::ip, "tcp any", "found the end of the line, expected "},
+           Row{Acl::AclType::ip, "tcp any any not",
+               "found nothing behind not, expected what packets are not to have"},
+           Row{Acl::AclType::ip, "tcp any any log", "found log or mirror, expected what packets can have"},
+           Row{Acl::AclType::ip, "ip object-group G any",
+               "found an object-group, expected what packets can have"},
+           Row{Acl::AclType::ip, "udp any any not established",
+               "found \"established\" in a rule that is not for tcp"},
+           Row{Acl::AclType::mac, "any any not vlan 9999", "found \"9999\", expected a VLAN id"},
+           Row{Acl::AclType::ipv6, "ip any any", "found \"ip\" in an IPv6 list"},
+       }) {
+    std::string wrong;
+    EXPECT_FALSE(Proof::readCondition(row.type, row.text, &wrong)) << row.text;
+    EXPECT_TRUE(wrong.starts_with(row.wrong)) << wrong;
+  }
+}
+
+}  // namespace
