@@ -353,8 +353,12 @@ class Signals(OperatedTest):
         self.assertEqual(len(client.ask("show", what="access-lists")["lists"]), 1)
         with open(os.path.join(agent.folder.name, "live.acl"), "w", encoding="utf-8") as file:
             file.write("permit\n")
+        # A signal while an earlier status is being told is that one's.
+        for _ in range(20):
+            client.ask("show", what="status")
         agent.process.send_signal(signal.SIGUSR1)
-        client.ask("show", what="status")
+        for _ in range(20):
+            client.ask("show", what="status")
         log = stderr_of(agent)
         self.assertRegex(log, r"velo: a restart would be refused: \S+live.acl:1:1: found \"permit\"")
         self.assertRegex(log, r"velo: cli +1 list, 2 rules, 1 binding")
