@@ -19,7 +19,7 @@ PortMatch range(int low, int high) {
 }
 
 /// Conditions of which a port meets one when it meets `match`.
-std::vector<PortMatch> partsOf(const PortMatch& match, bool withNotEqual) {
+std::vector<PortMatch> portParts(const PortMatch& match, bool withNotEqual) {
   constexpr int last = 65535;
   const auto& ports = match.ports;
   switch (match.op) {
@@ -60,8 +60,8 @@ bool addParts(const Rule& rule, bool withNotEqual, std::vector<Config::Rule>& pa
     if constexpr (std::is_same_v<Rule, Acl::MacRule>) {
       parts.push_back(part);
     } else {
-      for (const auto& source : partsOf(filter.sourcePort, withNotEqual)) {
-        for (const auto& destination : partsOf(filter.destinationPort, withNotEqual)) {
+      for (const auto& source : portParts(filter.sourcePort, withNotEqual)) {
+        for (const auto& destination : portParts(filter.destinationPort, withNotEqual)) {
           part.filter.sourcePort = source;
           part.filter.destinationPort = destination;
           parts.push_back(part);

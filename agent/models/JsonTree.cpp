@@ -41,7 +41,7 @@ class CountedCharacter {
 
 /// Makes the tree of what the parser finds. The parser has then read to the end of what it tells, behind a
 /// number one character further: so the next thing begins behind that, blanks and separators aside.
-class Builder {
+class JsonBuilder {
  public:
   using number_integer_t = nlohmann::json::number_integer_t;
   using number_unsigned_t = nlohmann::json::number_unsigned_t;
@@ -49,7 +49,7 @@ class Builder {
   using string_t = std::string;
   using binary_t = nlohmann::json::binary_t;
 
-  Builder(std::string_view text, Tree* tree) : text_(text), read_(text.data()), tree_(tree) {}
+  JsonBuilder(std::string_view text, Tree* tree) : text_(text), read_(text.data()), tree_(tree) {}
 
   CountedCharacter begin() { return {text_.data(), &read_}; }
   CountedCharacter end() { return {text_.data() + text_.size(), &read_}; }
@@ -97,7 +97,7 @@ class Builder {
   int line_ = 1;
 };
 
-At Builder::place() {
+At JsonBuilder::place() {
   const size_t begin = std::min(text_.find_first_not_of(" \t\r\n,:", behind_), text_.size());
   for (; counted_ < begin; ++counted_) {
     if (text_[counted_] != '\n') continue;
@@ -108,7 +108,7 @@ At Builder::place() {
   return {line_, static_cast<int>(begin - lineBegin_) + 1};
 }
 
-Node& Builder::next() {
+Node& JsonBuilder::next() {
   if (open_.empty()) return tree_->root;
   if (named_) return *std::exchange(named_, nullptr);
   auto& elements = open_.back().node->members;
@@ -117,7 +117,7 @@ Node& Builder::next() {
   return element;
 }
 
-bool Builder::open(Node::Kind kind) {
+bool JsonBuilder::open(Node::Kind kind) {
   const At at = place();
   if (open_.size() == deepest) return fail(at, fmt::format("a document that is more than {} deep", deepest));
   Node& node = next();
@@ -127,13 +127,13 @@ bool Builder::open(Node::Kind kind) {
   return true;
 }
 
-bool Builder::close() {
+bool JsonBuilder::close() {
   place();
   open_.pop_back();
   return true;
 }
 
-bool Builder::leaf(Node::Kind kind, std::string value) {
+bool JsonBuilder::leaf(Node::Kind kind, std::string value) {
   At at = place();
   // A number has been read one character beyond its end.
   if (kind == Node::Kind::number && behind_ > 0 &&
@@ -148,7 +148,7 @@ bool Builder::leaf(Node::Kind kind, std::string value) {
   return true;
 }
 
-bool Builder::key(std::string& name) {
+bool JsonBuilder::key(std::string& name) {
   const At at = place();
   Open& object = open_.back();
   if (!object.names.insert(name).second)
@@ -162,7 +162,7 @@ bool Builder::key(std::string& name) {
   return true;
 }
 
-bool Builder::parse_error(size_t, const std::string&, const nlohmann::json::exception& why) {
+bool JsonBuilder::parse_error(size_t, const std::string&, const nlohmann::json::exception& why) {
   // "[json.exception.parse_error.101] parse error at line 1, column 2: syntax error while ... - reason"
   std::string_view text = why.what();
   const size_t dash = text.find(" - ");
@@ -178,7 +178,7 @@ bool Builder::parse_error(size_t, const std::string&, const nlohmann::json::exce
 
 Tree jsonTree(std::string_view text) {
   Tree tree;
-  Builder builder(text, &tree);
+  JsonBuilder builder(text, &tree);
   if (!nlohmann::json::sax_parse(builder.begin(), builder.end(), &builder) && tree.wrong.empty())
     tree.wrong = "no JSON";
   return tree;

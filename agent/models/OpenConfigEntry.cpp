@@ -17,7 +17,7 @@ using Acl::AclType;
 constexpr std::string_view anyPort = "ANY";
 
 /// An entry of a list that is being read.
-struct Entry {
+struct AclEntry {
   RuleWords words{};
   DraftRule rule{};
   std::string mac{}, macMask{}, otherMac{}, otherMacMask{};
@@ -42,14 +42,14 @@ std::optional<uint32_t> numberOf(const Found& found, std::span<const Config::Nam
 
 constexpr std::string_view matchTypes = "openconfig-packet-match-types";
 
-void takeProtocol(Entry& entry, const Found& found) {
+void takeProtocol(AclEntry& entry, const Found& found) {
   const auto number = numberOf(found, openConfigProtocols(), matchTypes);
   if (!number || *number > 254)
     return found.refuse("a number from 0 to 254, or a name of a protocol as IP_TCP");
   entry.words.protocolIs(static_cast<uint8_t>(*number), found);
 }
 
-void takeEtherType(Entry& entry, const Found& found) {
+void takeEtherType(AclEntry& entry, const Found& found) {
   const auto number = numberOf(found, openConfigEtherTypes(), matchTypes);
   if (!number || *number > 0xffff)
     return found.refuse("a number from 1536 to 65535, or a name as ETHERTYPE_ARP");
@@ -63,7 +63,7 @@ void takeMac(std::string& mac, const Found& found) {
   mac = found.text;
 }
 
-void takeDscpSet(Entry& entry, const Found& found) {
+void takeDscpSet(AclEntry& entry, const Found& found) {
   const auto number =
       found.node.kind == Node::Kind::number ? Config::decimal(found.node.value) : std::nullopt;
   if (!number || *number > 63) return found.refuse("a number from 0 to 63");
@@ -71,12 +71,12 @@ void takeDscpSet(Entry& entry, const Found& found) {
   entry.words.dscp = static_cast<uint8_t>(*number);
 }
 
-void takeDscp(Entry& entry, const Found& found) {
+void takeDscp(AclEntry& entry, const Found& found) {
   if (entry.words.dscp) return found.refuse("either dscp or dscp-set");
   entry.words.dscp = octet(found);
 }
 
-const Config::IcmpMessage* icmpNamed(const Entry& entry, const Found& found, bool code) {
+const Config::IcmpMessage* icmpNamed(const AclEntry& entry, const Found& found, bool code) {
   const bool ip6 = entry.words.list == AclType::ipv6;
   const std::string_view module = ip6 ? "openconfig-icmpv6-types" : "openconfig-icmpv4-types";
   auto text = found.text;
@@ -89,12 +89,12 @@ const Config::IcmpMessage* icmpNamed(const Entry& entry, const Found& found, boo
   return nullptr;
 }
 
-void takeIcmpType(Entry& entry, const Found& found) {
+void takeIcmpType(AclEntry& entry, const Found& found) {
   entry.words.protocolIs(icmpOf(entry.words.list), found);
   if (const auto* row = icmpNamed(entry, found, false)) entry.words.icmpType = row->type;
 }
 
-void takeIcmpCode(Entry& entry, const Found& found) {
+void takeIcmpCode(AclEntry& entry, const Found& found) {
   entry.words.protocolIs(icmpOf(entry.words.list), found);
   const auto* row = icmpNamed(entry, found, true);
   if (!row) return;
@@ -119,7 +119,7 @@ void takePort(PortWords& ports, const Found& found) {
   ports.words = isNumber ? fmt::format("eq {}", *low) : fmt::format("range {} {}", *low, *high);
 }
 
-void takeFlag(Entry& entry, const Found& found) {
+void takeFlag(AclEntry& entry, const Found& found) {
   const auto flag = numberOf(found, openConfigFlags(), matchTypes);
   if (!flag || found.node.kind == Node::Kind::number)
     return found.refuse("the name of a TCP flag, as TCP_SYN");
@@ -132,7 +132,7 @@ void takeFlag(Entry& entry, const Found& found) {
     entry.flags.push_back(word);
 }
 
-void takeForwarding(Entry& entry, const Found& found) {
+void takeForwarding(AclEntry& entry, const Found& found) {
   if (found.text == "ACCEPT") {
     entry.words.action = Acl::Action::permit;
   } else if (found.text == "DROP") {
@@ -144,87 +144,90 @@ void takeForwarding(Entry& entry, const Found& found) {
   }
 }
 
-void takeLog(Entry& entry, const Found& found) {
+void takeLog(AclEntry& entry, const Found& found) {
   entry.words.log = found.text == "LOG_SYSLOG";
   if (!entry.words.log && found.text != "LOG_NONE") found.refuse("LOG_SYSLOG or LOG_NONE");
 }
 
 template <AclType type>
-void takeHeader(Entry& entry, const Found& found) {
+void takeHeader(AclEntry& entry, const Found& found) {
   if (entry.words.list != type)
     found.refuse(fmt::format("no such header in a list of {} rules", typeText(entry.words.list)));
 }
 
-void takeTransport(Entry& entry, const Found& found) {
+void takeTransport(AclEntry& entry, const Found& found) {
   if (entry.words.list == AclType::mac) found.refuse("no such header in a list of Ethernet rules");
 }
 
 constexpr std::string_view noSets = "sets are not taken: write the rule once for each member";
 constexpr std::string_view noLength = "a rule cannot ask for the length of a packet";
 
-constexpr Row<Entry> entryTable[] = {
-    number<Entry>("sequence-id", 1, 0xffffffff, [](Entry& e, const Found& f) { e.key = f.number; }),
-    number<Entry>("config/sequence-id", 1, 0xffffffff,
-                  [](Entry& e, const Found& f) { e.rule.number = f.number; }),
-    {"config/description", Kind::text, [](Entry& e, const Found& f) { e.rule.remarks.emplace_back(f.text); }},
+constexpr Row<AclEntry> entryTable[] = {
+    number<AclEntry>("sequence-id", 1, 0xffffffff, [](AclEntry& e, const Found& f) { e.key = f.number; }),
+    number<AclEntry>("config/sequence-id", 1, 0xffffffff,
+                     [](AclEntry& e, const Found& f) { e.rule.number = f.number; }),
+    {"config/description", Kind::text,
+     [](AclEntry& e, const Found& f) { e.rule.remarks.emplace_back(f.text); }},
     {"state", Kind::ignored},
     {"l2", Kind::inside, takeHeader<AclType::mac>},
-    {"l2/config/source-mac", Kind::text, [](Entry& e, const Found& f) { takeMac(e.mac, f); }},
-    {"l2/config/source-mac-mask", Kind::text, [](Entry& e, const Found& f) { takeMac(e.macMask, f); }},
-    {"l2/config/destination-mac", Kind::text, [](Entry& e, const Found& f) { takeMac(e.otherMac, f); }},
+    {"l2/config/source-mac", Kind::text, [](AclEntry& e, const Found& f) { takeMac(e.mac, f); }},
+    {"l2/config/source-mac-mask", Kind::text, [](AclEntry& e, const Found& f) { takeMac(e.macMask, f); }},
+    {"l2/config/destination-mac", Kind::text, [](AclEntry& e, const Found& f) { takeMac(e.otherMac, f); }},
     {"l2/config/destination-mac-mask", Kind::text,
-     [](Entry& e, const Found& f) { takeMac(e.otherMacMask, f); }},
+     [](AclEntry& e, const Found& f) { takeMac(e.otherMacMask, f); }},
     {"l2/config/ethertype", Kind::any, takeEtherType},
     {"l2/state", Kind::ignored},
     {"mpls", Kind::refused, nullptr, "a rule cannot ask for a label"},
     {"ipv4", Kind::inside, takeHeader<AclType::ip>},
     {"ipv4/config/source-address", Kind::text,
-     [](Entry& e, const Found& f) { e.words.source = prefixWords(AclType::ip, f); }},
+     [](AclEntry& e, const Found& f) { e.words.source = prefixWords(AclType::ip, f); }},
     {"ipv4/config/destination-address", Kind::text,
-     [](Entry& e, const Found& f) { e.words.destination = prefixWords(AclType::ip, f); }},
+     [](AclEntry& e, const Found& f) { e.words.destination = prefixWords(AclType::ip, f); }},
     {"ipv4/config/source-address-prefix-set", Kind::refused, nullptr, noSets},
     {"ipv4/config/destination-address-prefix-set", Kind::refused, nullptr, noSets},
     {"ipv4/config/fragment-offsets", Kind::refused, nullptr,
      "later fragments are asked for by builtin-detail FRAGMENT"},
-    number<Entry>("ipv4/config/dscp", 0, 63, takeDscp),
+    number<AclEntry>("ipv4/config/dscp", 0, 63, takeDscp),
     {"ipv4/config/dscp-set", Kind::values, takeDscpSet},
     {"ipv4/config/length", Kind::refused, nullptr, noLength},
     {"ipv4/config/protocol", Kind::any, takeProtocol},
-    number<Entry>("ipv4/config/hop-limit", 0, 255, [](Entry& e, const Found& f) { e.words.hops = octet(f); }),
+    number<AclEntry>("ipv4/config/hop-limit", 0, 255,
+                     [](AclEntry& e, const Found& f) { e.words.hops = octet(f); }),
     {"ipv4/state", Kind::ignored},
     {"ipv4/icmpv4/config/type", Kind::any, takeIcmpType},
     {"ipv4/icmpv4/config/code", Kind::any, takeIcmpCode},
     {"ipv4/icmpv4/state", Kind::ignored},
     {"ipv6", Kind::inside, takeHeader<AclType::ipv6>},
     {"ipv6/config/source-address", Kind::text,
-     [](Entry& e, const Found& f) { e.words.source = prefixWords(AclType::ipv6, f); }},
+     [](AclEntry& e, const Found& f) { e.words.source = prefixWords(AclType::ipv6, f); }},
     {"ipv6/config/destination-address", Kind::text,
-     [](Entry& e, const Found& f) { e.words.destination = prefixWords(AclType::ipv6, f); }},
+     [](AclEntry& e, const Found& f) { e.words.destination = prefixWords(AclType::ipv6, f); }},
     {"ipv6/config/source-address-prefix-set", Kind::refused, nullptr, noSets},
     {"ipv6/config/destination-address-prefix-set", Kind::refused, nullptr, noSets},
     {"ipv6/config/source-flow-label", Kind::refused, nullptr, "a rule cannot ask for a flow label"},
     {"ipv6/config/destination-flow-label", Kind::refused, nullptr, "a rule cannot ask for a flow label"},
-    number<Entry>("ipv6/config/dscp", 0, 63, takeDscp),
+    number<AclEntry>("ipv6/config/dscp", 0, 63, takeDscp),
     {"ipv6/config/dscp-set", Kind::values, takeDscpSet},
     {"ipv6/config/length", Kind::refused, nullptr, noLength},
     {"ipv6/config/protocol", Kind::any, takeProtocol},
-    number<Entry>("ipv6/config/hop-limit", 0, 255, [](Entry& e, const Found& f) { e.words.hops = octet(f); }),
+    number<AclEntry>("ipv6/config/hop-limit", 0, 255,
+                     [](AclEntry& e, const Found& f) { e.words.hops = octet(f); }),
     {"ipv6/state", Kind::ignored},
     {"ipv6/icmpv6/config/type", Kind::any, takeIcmpType},
     {"ipv6/icmpv6/config/code", Kind::any, takeIcmpCode},
     {"ipv6/icmpv6/state", Kind::ignored},
     {"transport", Kind::inside, takeTransport},
     {"transport/config/source-port", Kind::any,
-     [](Entry& e, const Found& f) { takePort(e.words.sourcePorts, f); }},
+     [](AclEntry& e, const Found& f) { takePort(e.words.sourcePorts, f); }},
     {"transport/config/destination-port", Kind::any,
-     [](Entry& e, const Found& f) { takePort(e.words.destinationPorts, f); }},
+     [](AclEntry& e, const Found& f) { takePort(e.words.destinationPorts, f); }},
     {"transport/config/source-port-set", Kind::refused, nullptr, noSets},
     {"transport/config/destination-port-set", Kind::refused, nullptr, noSets},
-    {"transport/config/detail-mode", Kind::text, [](Entry& e, const Found& f) { e.mode = f.text; }},
+    {"transport/config/detail-mode", Kind::text, [](AclEntry& e, const Found& f) { e.mode = f.text; }},
     {"transport/config/explicit-detail-match-mode", Kind::text,
-     [](Entry& e, const Found& f) { e.flagMode = f.text; }},
+     [](AclEntry& e, const Found& f) { e.flagMode = f.text; }},
     {"transport/config/explicit-tcp-flags", Kind::values, takeFlag},
-    {"transport/config/builtin-detail", Kind::text, [](Entry& e, const Found& f) { e.builtin = f.text; }},
+    {"transport/config/builtin-detail", Kind::text, [](AclEntry& e, const Found& f) { e.builtin = f.text; }},
     {"transport/state", Kind::ignored},
     {"input-interface/config", Kind::ignored},
     {"input-interface/state", Kind::ignored},
@@ -236,7 +239,7 @@ constexpr Row<Entry> entryTable[] = {
 };
 
 /// TCP flags and built-in conditions, which several leaves say together. The words, or what would be right.
-std::string detailWords(Entry& entry, std::string* expected) {
+std::string detailWords(AclEntry& entry, std::string* expected) {
   const bool any =
       !entry.mode.empty() || !entry.flagMode.empty() || !entry.builtin.empty() || !entry.flags.empty();
   if (!any) return {};
@@ -260,7 +263,7 @@ std::string detailWords(Entry& entry, std::string* expected) {
   return {};
 }
 
-void takeDetails(Entry& entry, const Found& found) {
+void takeDetails(AclEntry& entry, const Found& found) {
   std::string expected;
   entry.words.tcp = detailWords(entry, &expected);
   if (!entry.words.tcp.empty() && entry.words.protocol != Config::protocolTcp)
@@ -279,7 +282,7 @@ std::string ethernetWords(const Found& found, const std::string& mac, const std:
 }  // namespace
 
 std::optional<DraftRule> openConfigEntry(AclType list, const Found& found) {
-  Entry entry;
+  AclEntry entry;
   entry.words.list = list;
   entry.rule.at = found.node.at;
   readLeaves(found, entryTable, entry);

@@ -20,9 +20,9 @@ struct FreeReader {
 };
 
 /// Makes the tree of the elements, one after the other.
-class Builder {
+class XmlBuilder {
  public:
-  Builder(std::string_view text, const std::vector<XmlModule>& modules) : text_(text), modules_(modules) {}
+  XmlBuilder(std::string_view text, const std::vector<XmlModule>& modules) : text_(text), modules_(modules) {}
   Tree build();
 
  private:
@@ -45,8 +45,8 @@ class Builder {
   int line_ = 1;
 };
 
-void Builder::takeError(void* self, xmlErrorPtr error) {
-  Tree& tree = static_cast<Builder*>(self)->tree_;
+void XmlBuilder::takeError(void* self, xmlErrorPtr error) {
+  Tree& tree = static_cast<XmlBuilder*>(self)->tree_;
   if (!tree.wrong.empty() || error->level < XML_ERR_ERROR) return;
   std::string_view why = error->message ? error->message : "";
   why = why.substr(0, why.find('\n'));
@@ -54,14 +54,14 @@ void Builder::takeError(void* self, xmlErrorPtr error) {
   tree.wrongAt = {std::max(error->line, 1), std::max(error->int2, 1)};
 }
 
-std::string Builder::moduleOf(std::string_view space) const {
+std::string XmlBuilder::moduleOf(std::string_view space) const {
   const auto known = std::find_if(modules_.begin(), modules_.end(),
                                   [&](const XmlModule& row) { return row.space == space; });
   return std::string(known == modules_.end() ? space : known->module);
 }
 
 /// Of the element that the reader stands at: the reader knows its line only.
-At Builder::place() {
+At XmlBuilder::place() {
   const long known = xmlGetLineNo(xmlTextReaderCurrentNode(reader_.get()));
   const int line = static_cast<int>(std::clamp(known, 1L, long{std::numeric_limits<int>::max()}));
   for (; line_ < line; ++line_) {
@@ -76,7 +76,7 @@ At Builder::place() {
   return {line, column == std::string_view::npos ? 1 : static_cast<int>(column) + 1};
 }
 
-bool Builder::fail(std::string why) {
+bool XmlBuilder::fail(std::string why) {
   if (tree_.wrong.empty()) {
     tree_.wrong = std::move(why);
     tree_.wrongAt = place();
@@ -84,7 +84,7 @@ bool Builder::fail(std::string why) {
   return false;
 }
 
-bool Builder::attributes() {
+bool XmlBuilder::attributes() {
   auto* const reader = reader_.get();
   while (xmlTextReaderMoveToNextAttribute(reader) == 1) {
     if (xmlTextReaderIsNamespaceDecl(reader) == 1) continue;
@@ -96,7 +96,7 @@ bool Builder::attributes() {
   return true;
 }
 
-bool Builder::element() {
+bool XmlBuilder::element() {
   auto* const reader = reader_.get();
   if (open_.size() == deepest) return fail(fmt::format("a document that is more than {} deep", deepest));
   if (open_.back()->kind == Node::Kind::text) return fail("a text and elements in one element");
@@ -113,7 +113,7 @@ bool Builder::element() {
   return true;
 }
 
-void Builder::endElement() {
+void XmlBuilder::endElement() {
   Node& node = *open_.back();
   // What has neither text nor elements is an empty container, or an empty text: its type says which.
   if (node.kind == Node::Kind::null) node.kind = Node::Kind::object;
@@ -130,7 +130,7 @@ void Builder::endElement() {
   open_.pop_back();
 }
 
-bool Builder::take() {
+bool XmlBuilder::take() {
   auto* const reader = reader_.get();
   switch (xmlTextReaderNodeType(reader)) {
     case XML_READER_TYPE_ELEMENT:
@@ -153,7 +153,7 @@ bool Builder::take() {
   }
 }
 
-Tree Builder::build() {
+Tree XmlBuilder::build() {
   if (text_.size() > static_cast<size_t>(std::numeric_limits<int>::max())) {
     tree_.wrong = "too much XML";
     return std::move(tree_);
@@ -175,7 +175,7 @@ Tree Builder::build() {
 }  // namespace
 
 Tree xmlTree(std::string_view text, const std::vector<XmlModule>& modules) {
-  return Builder(text, modules).build();
+  return XmlBuilder(text, modules).build();
 }
 
 }  // namespace Models

@@ -30,9 +30,9 @@ constexpr const char* typeModule =
 /// Many lists that a model can say, bound to an interface; each rule is random.
 std::string sayableText(Format format, TestSupport::Dice& dice) {
   std::string text;
-  const std::pair<const char*, const char*> kinds[] = {
+  const std::pair<const char*, const char*> ofEach[] = {
       {"ip", "{ip rule}"}, {"ipv6", "{ipv6 rule}"}, {"mac", "{mac rule}"}};
-  for (const auto& [kind, form] : kinds) {
+  for (const auto& [kind, form] : ofEach) {
     const std::string head = fmt::format("{0} access-list {0}-list\n", kind);
     text += head;
     for (int i = 1; i <= 150; ++i) {
