@@ -5,7 +5,6 @@
 #include <array>
 #include <bit>
 #include <map>
-#include <numeric>
 #include <tuple>
 
 namespace Acl {
@@ -152,8 +151,10 @@ struct Words {
   auto operator<=>(const Words&) const = default;
 };
 
-/// The side of a projection that tells the values of one address of a list apart best.
-Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values, uint32_t agrees) {
+using ValuesAndMasks = std::vector<std::pair<Words, Words>>;
+
+/// Bits of an address, those first that tell the values apart best. Without bits that no value asks for.
+std::vector<int> bestBits(const ValuesAndMasks& values) {
   struct Count {
     uint32_t zeros = 0, ones = 0;
   };
@@ -165,23 +166,22 @@ Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values, uint
       ++((bit < 64 ? value.lower : value.upper) & here ? counts[bit].ones : counts[bit].zeros);
     }
   }
-  std::array<int, 128> order;
-  std::iota(order.begin(), order.end(), 0);
-  std::sort(order.begin(), order.end(), [&](int a, int b) {
+  std::vector<int> bits;
+  for (int bit = 0; bit < 128; ++bit) {
+    if (counts[bit].zeros + counts[bit].ones > 0) bits.push_back(bit);
+  }
+  std::sort(bits.begin(), bits.end(), [&](int a, int b) {
     const auto worth = [&](int bit) {
       return std::tuple(std::min(counts[bit].zeros, counts[bit].ones), counts[bit].zeros + counts[bit].ones,
                         -bit);
     };
     return worth(a) > worth(b);
   });
-  constexpr int gathered = 32;
-  Projection::Side side;
-  side.agrees = agrees;
-  for (int i = 0; i < gathered; ++i) {
-    if (counts[order[i]].zeros + counts[order[i]].ones == 0) break;
-    side.mask[order[i] < 64 ? 1 : 0] |= uint64_t{1} << (order[i] % 64);
-  }
-  side.shift = static_cast<uint32_t>(std::popcount(side.mask[1]));
+  return bits;
+}
+
+/// Has a side compare, beside the bits that it gathers, those of the rest that most values ask for.
+void compareRest(Projection::Side& side, const ValuesAndMasks& values) {
   std::map<std::pair<Words, Words>, size_t> rests;
   size_t most = 0;
   for (const auto& [value, mask] : values) {
@@ -194,6 +194,18 @@ Projection::Side sideOf(const std::vector<std::pair<Words, Words>>& values, uint
       side.restValue[0] = wanted.upper, side.restValue[1] = wanted.lower;
     }
   }
+}
+
+/// The side of a projection that tells the values of one address of a list apart best.
+Projection::Side sideOf(const ValuesAndMasks& values, uint32_t agrees) {
+  constexpr size_t gathered = 32;
+  Projection::Side side;
+  side.agrees = agrees;
+  const std::vector<int> bits = bestBits(values);
+  for (size_t i = 0; i < std::min(gathered, bits.size()); ++i)
+    side.mask[bits[i] < 64 ? 1 : 0] |= uint64_t{1} << (bits[i] % 64);
+  side.shift = static_cast<uint32_t>(std::popcount(side.mask[1]));
+  compareRest(side, values);
   return side;
 }
 

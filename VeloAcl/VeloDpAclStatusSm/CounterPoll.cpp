@@ -25,24 +25,17 @@ void CounterPoll::handleInputReady() {
   if (!machine_.synchronous() && task_) task_->scheduleTask();
 }
 
-/// Reads a field of the scan state.
-template <class T>
-T CounterPoll::read(PollSpec::Field field) const {
-  return std::any_cast<T>(field().get(*machine_.inputSmScanState()));
-}
+const InputSmScanState& CounterPoll::state() const { return *machine_.inputSmScanState(); }
 
-template <class T>
-void CounterPoll::write(PollSpec::Field field, T value) {
-  const Kelp::Ptr<InputSmScanState> held = machine_.inputSmScanState();
-  field().set(*held, value);
-}
+// A handler that follows the scan state may end the machine, which is held meanwhile.
 
-void CounterPoll::ask() { write(spec_.asked, read<uint64_t>(spec_.done) + 1); }
+void CounterPoll::askedIs(uint64_t pass) { ((*machine_.inputSmScanState()).*spec_.scan->askedIs)(pass); }
 
-bool CounterPoll::complete() const {
-  const auto asked = read<uint64_t>(spec_.asked);
-  return asked != 0 && asked == read<uint64_t>(spec_.done);
-}
+void CounterPoll::doneIs(uint64_t pass) { ((*machine_.inputSmScanState()).*spec_.scan->doneIs)(pass); }
+
+void CounterPoll::idleIs(bool idle) { ((*machine_.inputSmScanState()).*spec_.scan->idleIs)(idle); }
+
+void CounterPoll::ask() { askedIs((state().*spec_.scan->done)() + 1); }
 
 void CounterPoll::askAnew() {
   askedAnew_ = bookmark_.has_value();
@@ -56,24 +49,24 @@ void CounterPoll::askAnew() {
 void CounterPoll::run() {
   if (!machine_.initialized() || !machine_.initialScanDone()) return;
   const Kelp::Ptr<InputSmScanState> state = machine_.inputSmScanState();
-  write(spec_.idle, false);
+  idleIs(false);
   state->handleIdle();
   if (!machine_.initialized()) return;
-  const RunEnd end = pass(read<uint64_t>(spec_.asked));
+  const RunEnd end = pass(asked());
   if (!machine_.initialized()) return;
   if (end != RunEnd::complete) {
     if (task_) task_->scheduleTask();
     return;
   }
-  write(spec_.idle, true);
+  idleIs(true);
   state->handleIdle();
   if (!machine_.initialized()) return;
   const bool another = std::exchange(askedAnew_, false);
   if (!machine_.synchronous() && task_) task_->scheduleTaskDelay(another ? Kelp::Duration() : pollInterval);
-  const uint64_t done = read<uint64_t>(spec_.asked) + 1;
-  write(spec_.asked, done);
-  if (another) write(spec_.asked, done + 1);
-  write(spec_.done, done);
+  const uint64_t done = asked() + 1;
+  askedIs(done);
+  if (another) askedIs(done + 1);
+  doneIs(done);
 }
 
 RunEnd CounterPoll::pass(uint64_t) {
@@ -114,9 +107,8 @@ RunEnd CounterPoll::pass(uint64_t) {
 
 /// Whether somebody has set the poll's flag; clears the flag.
 bool CounterPoll::restartIsWanted() {
-  const Zeb::Attribute& flag = spec_.duplicateSeen();
-  if (machine_.synchronous() || !std::any_cast<bool>(flag.get(machine_))) return false;
-  flag.set(machine_, false);
+  if (machine_.synchronous() || !(machine_.*spec_.duplicateSeen)()) return false;
+  (machine_.*spec_.duplicateSeenIs)(false);
   traceStatus(6, "Restarting iteration, as input state of pipeline has changed");
   return true;
 }

@@ -13,8 +13,6 @@ class MachinePolls;
 
 /// A row of the machine's table of polls: what a poll copies, what it traces, and where its state is.
 struct PollSpec {
-  using Field = const Zeb::Attribute& (*)();
-
   const char* inputReadyText;
   const char* inputsText;
   const char* firedText;
@@ -22,12 +20,10 @@ struct PollSpec {
   fmt::format_string<const Velo::Counter::VeloDpAclCounterKey&, size_t> resumingText;
   const char* taskName;
   const Arguments::Counters& (MachineFrame::*input)() const;
-  // Fields of the scan state.
-  Field idle;   ///< whether no pass is in progress
-  Field done;   ///< the number of the pass that was completed last
-  Field asked;  ///< the number of the pass that was asked for last
-  // A field of the machine.
-  Field duplicateSeen;  ///< somebody wants the pass to end, and the next one to begin at once
+  const PollScan* scan;  ///< its fields of the scan state
+  // Its field of the machine: somebody wants the pass to end, and the next one to begin at once.
+  const bool& (MachinePolls::*duplicateSeen)() const;
+  bool (MachinePolls::*duplicateSeenIs)(bool);
 };
 
 /// Copies a collection of counters into the status, again a second after each copy.
@@ -51,10 +47,10 @@ class CounterPoll {
   /// right behind the pass that is going on, which has seen only a part of what has changed.
   void askAnew();
   /// Whether a pass was asked for, and the last one that was is completed.
-  bool complete() const;
+  bool complete() const { return spec_.scan->complete(state()); }
 
   /// Whether a pass of this poll has ended, when this field of the scan state has changed.
-  bool endsWith(const Zeb::Attribute& field) const { return &spec_.done() == &field; }
+  bool endsWith(const Zeb::Attribute& field) const { return &spec_.scan->doneAttribute() == &field; }
   void taskIs(const MachineFrame::Scheduler& scheduler, int priority, const char* name);
   void taskIs(const MachineFrame::Scheduler& scheduler, int priority) {
     taskIs(scheduler, priority, spec_.taskName);
@@ -63,10 +59,11 @@ class CounterPoll {
 
  private:
   bool restartIsWanted();
-  template <class T>
-  T read(PollSpec::Field field) const;
-  template <class T>
-  void write(PollSpec::Field field, T value);
+  const InputSmScanState& state() const;
+  uint64_t asked() const { return (state().*spec_.scan->asked)(); }
+  void askedIs(uint64_t pass);
+  void doneIs(uint64_t pass);
+  void idleIs(bool idle);
 
   MachinePolls& machine_;
   const PollSpec spec_;

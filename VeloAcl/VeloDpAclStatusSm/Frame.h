@@ -61,8 +61,6 @@ class MachineFrame : public Zeb::Entity {
 
   /// Ends the first pass when all its scans are complete, and runs the second.
   virtual void handleInitialScanDone() = 0;
-  /// Whether every poll has completed the pass that was asked for last.
-  virtual bool pollsComplete() = 0;
   /// Runs work of the machine that is started from outside. Keeps the machine alive meanwhile, does nothing
   /// when it is stopped, and ends the process at an exception.
   void withMachine(const std::function<void()>& run);

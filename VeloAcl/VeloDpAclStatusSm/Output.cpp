@@ -28,7 +28,11 @@ bool Output::inputsComplete() {
     return false;
   }
   if (spec_.afterRuleIds && !machine_.outputState()->ruleIdsByAclRuleIdsOutputReady()) return false;
-  if (spec_.afterPolls && !machine_.synchronous() && !machine_.pollsComplete()) return false;
+  if (spec_.afterPolls && !machine_.synchronous()) {
+    for (const PollScan* poll : pollScans) {
+      if (!poll->complete(state)) return false;
+    }
+  }
   traceStatus(9, "{}", spec_.completeText);
   return true;
 }

@@ -58,7 +58,10 @@ MachineOutputs::MachineOutputs(const Arguments& args)
                   .taskName = "VeloDpAclStatusSm-aclStatusStatusIntfIntfOutputTask",
                   .ready = &OutputState::aclStatusStatusIntfIntfOutputReady,
                   .readyIs = &OutputState::aclStatusStatusIntfIntfOutputReadyIs,
-                  .scans = {&aclIntfConfigStream}}) {}
+                  .scans = {&aclIntfConfigStream}}) {
+  static_assert(std::tuple_size_v<decltype(outputs())> + 1 == Zeb::attributeTable<OutputState>.size(),
+                "outputs() has not all outputs of OutputState, which has a flag for each and one for all");
+}
 
 /// To know whether the lists have entries it looks at one list after the other, until it has found an entry
 /// of each kind. Nothing is written before that is done.

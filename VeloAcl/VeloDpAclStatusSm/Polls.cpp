@@ -1,7 +1,5 @@
 #include <VeloAcl/VeloDpAclStatusSm/Polls.h>
 
-#include <algorithm>
-
 namespace Velo::VeloAcl {
 
 MachinePolls::MachinePolls(const Arguments& args)
@@ -16,10 +14,9 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( ipOutCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyIpOutCountersTask",
            .input = &MachineFrame::ipOutCounters,
-           .idle = &InputSmScanState::copyIpOutCountersIdleAttribute,
-           .done = &InputSmScanState::copyIpOutCountersCodefDoneGenAttribute,
-           .asked = &InputSmScanState::copyIpOutCountersCodefGenerationAttribute,
-           .duplicateSeen = &MachinePolls::copyIpOutCountersDuplicateSeenAttribute}),
+           .scan = &ipOutCountersPoll,
+           .duplicateSeen = &MachinePolls::copyIpOutCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyIpOutCountersDuplicateSeenIs}),
       copyIp6OutCounters_(
           *this,
           {.inputReadyText = "handleCopyIp6OutCountersCodefInputReady",
@@ -30,10 +27,9 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( ip6OutCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyIp6OutCountersTask",
            .input = &MachineFrame::ip6OutCounters,
-           .idle = &InputSmScanState::copyIp6OutCountersIdleAttribute,
-           .done = &InputSmScanState::copyIp6OutCountersCodefDoneGenAttribute,
-           .asked = &InputSmScanState::copyIp6OutCountersCodefGenerationAttribute,
-           .duplicateSeen = &MachinePolls::copyIp6OutCountersDuplicateSeenAttribute}),
+           .scan = &ip6OutCountersPoll,
+           .duplicateSeen = &MachinePolls::copyIp6OutCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyIp6OutCountersDuplicateSeenIs}),
       copyInCounters_(
           *this,
           {.inputReadyText = "handleCopyInCountersCodefInputReady",
@@ -44,10 +40,9 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( inCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyInCountersTask",
            .input = &MachineFrame::inCounters,
-           .idle = &InputSmScanState::copyInCountersIdleAttribute,
-           .done = &InputSmScanState::copyInCountersCodefDoneGenAttribute,
-           .asked = &InputSmScanState::copyInCountersCodefGenerationAttribute,
-           .duplicateSeen = &MachinePolls::copyInCountersDuplicateSeenAttribute}),
+           .scan = &inCountersPoll,
+           .duplicateSeen = &MachinePolls::copyInCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyInCountersDuplicateSeenIs}),
       copyMacOutCounters_(
           *this,
           {.inputReadyText = "handleCopyMacOutCountersCodefInputReady",
@@ -58,10 +53,10 @@ MachinePolls::MachinePolls(const Arguments& args)
                " Resuming foreach( macOutCounters.counterCollection ) w/key {}, while flattening {} elements",
            .taskName = "VeloDpAclStatusSm-copyMacOutCountersTask",
            .input = &MachineFrame::macOutCounters,
-           .idle = &InputSmScanState::copyMacOutCountersIdleAttribute,
-           .done = &InputSmScanState::copyMacOutCountersCodefDoneGenAttribute,
-           .asked = &InputSmScanState::copyMacOutCountersCodefGenerationAttribute,
-           .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeenAttribute}) {
+           .scan = &macOutCountersPoll,
+           .duplicateSeen = &MachinePolls::copyMacOutCountersDuplicateSeen,
+           .duplicateSeenIs = &MachinePolls::copyMacOutCountersDuplicateSeenIs}) {
+  static_assert(std::tuple_size_v<decltype(polls())> == pollScans.size(), "polls() has not all polls");
   // The status of the rules waits for this output and for the polls. A poll that was faster than this output,
   // or is going on, may have missed lists that were not published yet. So each poll makes another pass, as
   // soon as possible.
@@ -69,11 +64,6 @@ MachinePolls::MachinePolls(const Arguments& args)
     if (synchronous_) return;
     for (CounterPoll* poll : polls()) poll->askAnew();
   });
-}
-
-bool MachinePolls::pollsComplete() {
-  const auto all = polls();
-  return std::all_of(all.begin(), all.end(), [](const CounterPoll* poll) { return poll->complete(); });
 }
 
 }  // namespace Velo::VeloAcl

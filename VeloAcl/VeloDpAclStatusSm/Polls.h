@@ -63,7 +63,6 @@ class MachinePolls : public MachineStreams {
  protected:
   explicit MachinePolls(const Arguments& args);
 
-  bool pollsComplete() override;
   /// All of them, in the order in which they run.
   auto polls() {
     return std::to_array<CounterPoll*>(

@@ -53,10 +53,7 @@ class InputSmScanState : public Zeb::Entity {
     copyMacOutCountersCodefGenerationIs(copyMacOutCountersCodefGeneration() + 1);
   }
 
-  void handleIdle() {
-    idleIs(copyInCountersIdle() && copyMacOutCountersIdle() && copyIpOutCountersIdle() &&
-           copyIp6OutCountersIdle());
-  }
+  void handleIdle();
 };
 
 }  // namespace Velo::VeloAcl

@@ -59,6 +59,34 @@ void AclPlugin::setupPluginManager() {
   manager()->sharedObjects()->sharedObjectIs(merged_);
 }
 
+namespace {
+
+/// What the lists of this plugin can do, as the status says it.
+constexpr bool (Acl::StatusDp::*supported[])(bool) = {
+    &Acl::StatusDp::dscpFilterSupportedIs,
+    &Acl::StatusDp::dpAclTcSupportedIs,
+    &Acl::StatusDp::dpAclSupportedIs,
+    &Acl::StatusDp::dpIpEgressAclSupportedIs,
+    &Acl::StatusDp::dpIp6AclSupportedIs,
+    &Acl::StatusDp::dpIp6EgressAclSupportedIs,
+    &Acl::StatusDp::dpAclHopLimitSupportedIs,
+    &Acl::StatusDp::dpIpAclMirrorActionSupportedIs,
+    &Acl::StatusDp::dpIpv6AclMirrorActionSupportedIs,
+    &Acl::StatusDp::dpMacAclMirrorActionSupportedIs,
+    &Acl::StatusDp::dpAclCountersSupportedIs,
+    &Acl::StatusDp::dpMacAclSupportedIs,
+    &Acl::StatusDp::dpMacEgressAclSupportedIs,
+    &Acl::StatusDp::dpAclDscpMaskSupportedIs,
+    &Acl::StatusDp::dpAclDscpMaskIpv6SupportedIs,
+    &Acl::StatusDp::dpAclDscpSupportedIs,
+    &Acl::StatusDp::dpAclSctpSupportedIs,
+    &Acl::StatusDp::dpAclSctpPortMatchSupportedIs,
+    &Acl::StatusDp::dpAclVlanSupportedIs,
+    &Acl::StatusDp::vlanSupportedIs,
+};
+
+}  // namespace
+
 void AclPlugin::activeInit() {
   inCountersIs("DpAclInRuleMatches", CtrPool::FeatureId(4));
   macOutCountersIs("DpAclMacOutRuleMatches", CtrPool::FeatureId(3));
@@ -78,26 +106,7 @@ void AclPlugin::activeInit() {
   manager()->pipeline()->addStep(Kelp::Ptr<InputPipelineStep>(inputStep()));
   manager()->pipeline()->addStep(Kelp::Ptr<OutputPipelineStep>(outputStep()));
 
-  aclStatus()->dscpFilterSupportedIs(true);
-  aclStatus()->dpAclTcSupportedIs(true);
-  aclStatus()->dpAclSupportedIs(true);
-  aclStatus()->dpIpEgressAclSupportedIs(true);
-  aclStatus()->dpIp6AclSupportedIs(true);
-  aclStatus()->dpIp6EgressAclSupportedIs(true);
-  aclStatus()->dpAclHopLimitSupportedIs(true);
-  aclStatus()->dpIpAclMirrorActionSupportedIs(true);
-  aclStatus()->dpIpv6AclMirrorActionSupportedIs(true);
-  aclStatus()->dpMacAclMirrorActionSupportedIs(true);
-  aclStatus()->dpAclCountersSupportedIs(true);
-  aclStatus()->dpMacAclSupportedIs(true);
-  aclStatus()->dpMacEgressAclSupportedIs(true);
-  aclStatus()->dpAclDscpMaskSupportedIs(true);
-  aclStatus()->dpAclDscpMaskIpv6SupportedIs(true);
-  aclStatus()->dpAclDscpSupportedIs(true);
-  aclStatus()->dpAclSctpSupportedIs(true);
-  aclStatus()->dpAclSctpPortMatchSupportedIs(true);
-  aclStatus()->dpAclVlanSupportedIs(true);
-  aclStatus()->vlanSupportedIs(true);
+  for (const auto supportedIs : supported) ((*aclStatus()).*supportedIs)(true);
   aclStatus()->initialize();
 }
 

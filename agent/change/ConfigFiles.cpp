@@ -12,12 +12,6 @@ namespace Agent {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes) {
-  std::vector<std::string> texts;
-  for (const auto& mistake : mistakes) texts.push_back(mistake.str());
-  return texts;
-}
-
 std::vector<fs::path> configFilesIn(const std::string& dir, std::vector<std::string>& wrong) {
   // std::filesystem ends the process when memory runs out in the middle of a directory.
   struct Close {

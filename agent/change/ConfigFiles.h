@@ -23,7 +23,6 @@ struct FileContent {
 /// How many mistakes are told of a text at most, when it comes from somebody else than the one who started
 /// the agent.
 inline constexpr size_t mostMistakes = 100;
-std::vector<std::string> textsOf(const std::vector<Config::Mistake>& mistakes);
 
 /// The files of a configuration directory in the order of their names, without hidden files, backup files
 /// (ending in ~) and directories.

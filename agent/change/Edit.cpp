@@ -5,6 +5,7 @@
 #include <agent/config/Nearest.h>
 #include <agent/config/Reader.h>
 #include <agent/config/Statements.h>
+#include <agent/config/Titles.h>
 #include <agent/config/Writer.h>
 #include <agent/core/Words.h>
 #include <fmt/format.h>
@@ -216,8 +217,8 @@ class Editor {
       if (replaces && !Config::common(rule).remark.empty())
         remarks.emplace(sequence, Config::common(rule).remark);
     }
-    const std::string head = fmt::format("{} access-list {}{}\n", Acl::stringValue(key_.first),
-                                         list().standard ? "standard " : "", key_.second);
+    // The list is asked for before the model is given away.
+    const std::string head = Config::listStatement(list());
     Config::Result result = Config::read(
         {{"", head}, {placeName, std::string(static_cast<size_t>(number) - 1, '\n') + line + "\n"}},
         std::move(model_));

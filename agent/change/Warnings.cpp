@@ -2,6 +2,7 @@
 #include <agent/change/WarningCollector.h>
 #include <agent/change/Warnings.h>
 #include <agent/config/Nearest.h>
+#include <agent/config/Titles.h>
 #include <agent/core/Words.h>
 
 #include <algorithm>
@@ -62,8 +63,8 @@ void undefinedSessions(const Facts& facts, WarningCollector& found) {
       std::vector<std::string_view> names;
       for (const auto& [name, owner] : facts.effective.mirrorSessions) names.push_back(name);
       return Config::orNearest(
-          fmt::format("{} rule {}: mirror session {} is not defined: nothing is copied",
-                      listTitle(key.first, key.second), Config::common(rule).sequence, session),
+          fmt::format("{}: mirror session {} is not defined: nothing is copied",
+                      Config::ruleOfList(key.first, key.second, Config::common(rule).sequence), session),
           session, names);
     });
   });
@@ -84,8 +85,8 @@ void emptyGroups(const Facts& facts, WarningCollector& found) {
   forEachRule(facts.effective, [&](const Config::ListKey& key, const Config::Rule& rule, const auto& place) {
     if (!hasEmptyGroup(rule)) return;
     found.add("empty-group", place(), [&] {
-      return fmt::format("{} rule {}: an object-group in it is empty: it matches nothing",
-                         listTitle(key.first, key.second), Config::common(rule).sequence);
+      return fmt::format("{}: an object-group in it is empty: it matches nothing",
+                         Config::ruleOfList(key.first, key.second, Config::common(rule).sequence));
     });
   });
 }

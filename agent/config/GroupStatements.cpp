@@ -3,9 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 
-// Groups, their members, and what rules that name them come to.
+// Groups and their members.
 namespace Config {
 
 namespace {
@@ -39,7 +38,7 @@ bool Statements::forgetGroup(Cursor& at, bool service) {
   const auto known = model_.objectGroups.find(name);
   if (known == model_.objectGroups.end() || known->second.service != service) return true;
   model_.objectGroups.erase(known);
-  memberPlaces_.erase(name);
+  groupUses_.forgetGroup(name);
   return true;
 }
 
@@ -53,7 +52,7 @@ bool Statements::member(Cursor& at, bool undo) {
     return true;
   }
   if (std::find(members.begin(), members.end(), text) == members.end()) members.push_back(text);
-  memberPlaces_[groupName_][text] = {place_, column};
+  groupUses_.memberIs(groupName_, text, place_, column);
   return true;
 }
 
@@ -73,42 +72,17 @@ void Statements::forgetAlternatives(const Model::ListKey& key, List& list) {
     const std::string text = common(rule).text.str();
     Cursor at;
     Rule again;
-    GroupUse use;
+    GroupNames names;
     at.lineIs(text);
-    readRule(at, sequence, false, &again, &use.names);
-    groupUses_[key][sequence] = use;
+    readRule(at, sequence, false, &again, &names);
+    groupUses_.ruleIs(key, sequence, names, {});
   }
   list_ = nullptr;
 }
 
 std::vector<LateMistake> Statements::finish() {
-  settleRemarks();
-  std::vector<LateMistake> mistakes;
-  expandGroups(&mistakes);
-  return mistakes;
-}
-
-void Statements::expandGroups(std::vector<LateMistake>* mistakes) {
-  GroupTable table(model_.objectGroups);
-  std::set<LinePlace> told;
-  for (const auto& [name, group] : model_.objectGroups) {
-    const auto wrong = table.check(name);
-    if (!wrong) continue;
-    const MemberPlace at = memberPlaces_[wrong->group][wrong->member];
-    if (told.insert(at.place).second)
-      mistakes->push_back({at.place, {at.column, wrong->found, wrong->expected}});
-  }
-  for (const auto& [key, uses] : groupUses_) {
-    const auto list = model_.lists.find(key);
-    if (list == model_.lists.end()) continue;
-    for (const auto& [sequence, use] : uses) {
-      const auto rule = list->second.rules.find(sequence);
-      if (rule == list->second.rules.end()) continue;
-      const auto wrong = table.expand(use.names, &rule->second);
-      if (wrong && told.insert(use.place).second)
-        mistakes->push_back({use.place, {wrong->column, wrong->found, wrong->expected}});
-    }
-  }
+  placedRemarks_.settle(model_);
+  return groupUses_.expand(model_);
 }
 
 }  // namespace Config

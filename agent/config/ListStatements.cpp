@@ -86,12 +86,7 @@ bool Statements::addRule(Cursor& at, bool bareHosts) {
   const size_t position = at.position();
   if (!readNumber(at, &sequence) || !readRule(at, sequence, bareHosts, &rule, &groups)) return false;
   noticeRule(at, position, rule, groups);
-  const Model::ListKey key{list_->type, list_->name};
-  if (groups.any()) {
-    groupUses_[key][sequence] = {groups, place_};
-  } else if (const auto uses = groupUses_.find(key); uses != groupUses_.end()) {
-    uses->second.erase(sequence);
-  }
+  groupUses_.ruleIs({list_->type, list_->name}, sequence, groups, place_);
   std::visit([&](auto& r) { r.remark = joined(list_->pendingRemarks); }, rule);
   list_->pendingRemarks.clear();
   list_->rules.insert_or_assign(list_->rules.end(), sequence, std::move(rule));
@@ -104,17 +99,16 @@ bool Statements::noRule(Cursor& at, AclType) {
   if (numbered && !at.number(aNumber, 1, highestNumber, &sequence)) return false;
   if (at.atEnd()) {
     list_->rules.erase(sequence);
-    placedRemarks_[{list_->type, list_->name}].erase(sequence);
+    placedRemarks_.forgetRule({list_->type, list_->name}, sequence);
     return true;
   }
   Rule rule;
   GroupNames groups;
   if (!readRule(at, sequence, false, &rule, &groups)) return false;
-  const auto& uses = groupUses_[{list_->type, list_->name}];
+  const ListKey list{list_->type, list_->name};
   std::erase_if(list_->rules, [&](const auto& entry) {
     if (numbered && entry.first != sequence) return false;
-    const auto use = uses.find(entry.first);
-    if ((use == uses.end() ? GroupNames() : use->second.names) != groups) return false;
+    if (groupUses_.of(list, entry.first) != groups) return false;
     sequenceIs(&rule, entry.first);
     return isSameRule(entry.second, rule);
   });

@@ -15,6 +15,12 @@ std::string Mistake::str() const {
   return fmt::format("{}:{}:{}: {}", file, line, column, mistakeText(found, expected));
 }
 
+std::vector<std::string> textsOf(const std::vector<Mistake>& mistakes) {
+  std::vector<std::string> texts;
+  for (const Mistake& mistake : mistakes) texts.push_back(mistake.str());
+  return texts;
+}
+
 std::string mistakeText(std::string_view found, std::string_view expected) {
   return fmt::format("found {}, expected {}", found, expected);
 }

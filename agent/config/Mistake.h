@@ -20,6 +20,9 @@ struct Mistake {
   bool operator==(const Mistake&) const = default;
 };
 
+/// All of them as texts: in answers and documents of JSON a mistake is its text, too.
+std::vector<std::string> textsOf(const std::vector<Mistake>& mistakes);
+
 /// "found ..., expected ...": what is said of a mistake behind its place.
 std::string mistakeText(std::string_view found, std::string_view expected);
 

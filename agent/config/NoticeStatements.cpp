@@ -86,8 +86,8 @@ void Statements::forgetList(const ListKey& key) {
   model_.lists.erase(key);
   model_.notices.lists.erase(key);
   startRules_.erase(key);
-  placedRemarks_.erase(key);
-  groupUses_.erase(key);
+  placedRemarks_.forgetList(key);
+  groupUses_.forgetList(key);
 }
 
 }  // namespace Config

@@ -30,15 +30,6 @@ bool readListNumber(Cursor& at, std::string* name, bool* standard) {
       "one");
 }
 
-/// Lines in front of those that are there.
-void prepend(const std::vector<std::string>& lines, Kelp::String& remark) {
-  std::string text;
-  for (const auto& line : lines) text += line + "\n";
-  text += remark.view();
-  if (remark.empty()) text.pop_back();
-  remark = text;
-}
-
 }  // namespace
 
 bool Statements::nothing(Cursor& at, AclType) { return at.end(); }
@@ -73,36 +64,15 @@ bool Statements::placedRemark(Cursor& at, AclType) {
   uint32_t number = 0;
   if (!at.number(aNumber, 1, highestNumber, &number) || !at.keyword("remark")) return false;
   if (at.atEnd()) return at.fail("the text of the remark");
-  placedRemarks_[{list_->type, list_->name}][number].emplace_back(at.rest());
+  placedRemarks_.add({list_->type, list_->name}, number, at.rest());
   return true;
 }
 
 bool Statements::noPlacedRemark(Cursor& at, AclType) {
   uint32_t number = 0;
   if (!at.number(aNumber, 1, highestNumber, &number) || !at.keyword("remark")) return false;
-  auto& remarks = placedRemarks_[{list_->type, list_->name}][number];
-  std::erase_if(remarks, [&](const auto& line) { return at.atEnd() || line == at.rest(); });
+  placedRemarks_.del({list_->type, list_->name}, number, at.rest());
   return true;
-}
-
-/// The last first: each goes in front of what the rule has.
-void Statements::settleRemarks() {
-  for (auto& [key, remarks] : placedRemarks_) {
-    const auto known = model_.lists.find(key);
-    if (known == model_.lists.end()) continue;
-    List& list = known->second;
-    for (auto placed = remarks.rbegin(); placed != remarks.rend(); ++placed) {
-      const auto& [number, lines] = *placed;
-      if (lines.empty()) continue;
-      const auto rule = list.rules.lower_bound(number);
-      if (rule == list.rules.end()) {
-        list.pendingRemarks.insert(list.pendingRemarks.begin(), lines.begin(), lines.end());
-      } else {
-        std::visit([&lines = lines](auto& r) { prepend(lines, r.remark); }, rule->second);
-      }
-    }
-  }
-  placedRemarks_.clear();
 }
 
 bool Statements::description(Cursor& at, AclType) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <agent/config/Cursor.h>
-#include <agent/config/Groups.h>
+#include <agent/config/GroupUses.h>
+#include <agent/config/LinePlace.h>
 #include <agent/config/Model.h>
+#include <agent/config/PlacedRemarks.h>
 
 #include <limits>
 #include <map>
@@ -13,20 +15,6 @@
 #include <vector>
 
 namespace Config {
-
-/// Where a line stands in the texts that are read as one.
-struct LinePlace {
-  size_t text = 0;
-  int line = 1;
-
-  auto operator<=>(const LinePlace&) const = default;
-};
-
-/// A mistake that shows when all texts have been read.
-struct LateMistake {
-  LinePlace place;
-  Cursor::Problem problem;
-};
 
 /// Stands for any number in the table of statements. It cannot be mistaken for a word of a text: no word has
 /// blanks.
@@ -98,7 +86,6 @@ class Statements {
   bool forgetGroup(Cursor& at, bool service);
   bool member(Cursor& at, bool undo);
   void forgetAlternatives(const Model::ListKey& key, List& list);
-  void expandGroups(std::vector<LateMistake>* mistakes);
 
   Spot spotOf(const Cursor& at, size_t position) const;
   bool isGivenHere(const ListKey& key, uint32_t sequence);
@@ -106,7 +93,6 @@ class Statements {
   void forgetList(const ListKey& key);
   bool openList(Cursor& at, size_t place, const std::string& name);
   bool addRule(Cursor& at, bool bareHosts);
-  void settleRemarks();
   void shutdownIs(bool shutdown);
   bool readNumber(Cursor& at, uint32_t* sequence) const;
   bool readRule(Cursor& at, uint32_t sequence, bool bareHosts, Rule* rule, GroupNames* groups) const;
@@ -120,21 +106,8 @@ class Statements {
   std::set<std::pair<ListKey, uint32_t>> startRulesGivenAgain_;  ///< those of them that a text has given
   std::map<std::string, std::string> channelOf_;  ///< by member: the port-channel it belongs to
 
-  using Remarks = std::map<uint32_t, std::vector<std::string>>;
-  /// Those with a number, which go with the rule behind it.
-  std::map<Model::ListKey, Remarks> placedRemarks_;
-
-  struct GroupUse {
-    GroupNames names;
-    LinePlace place;
-  };
-  /// The groups that rules name, by list and number. A rule that was taken away may still have an entry.
-  std::map<Model::ListKey, std::map<uint32_t, GroupUse>> groupUses_;
-  struct MemberPlace {
-    LinePlace place;
-    size_t column = 1;  ///< of its last word
-  };
-  std::map<std::string, std::map<std::string, MemberPlace>> memberPlaces_;  ///< by group and member
+  PlacedRemarks placedRemarks_;
+  GroupUses groupUses_;
   ObjectGroup* group_ = nullptr;  ///< the open group: one of the model's, or nowhereGroup_
   std::string groupName_;
   ObjectGroup nowhereGroup_;

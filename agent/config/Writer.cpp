@@ -1,4 +1,5 @@
 #include <agent/config/Groups.h>
+#include <agent/config/Titles.h>
 #include <agent/config/Writer.h>
 #include <fmt/format.h>
 
@@ -107,8 +108,7 @@ bool Writer::list(const Model& model, const Choice& choice, std::string& text, s
     list_ = next->first;
     number_ = 0;
     inList_ = true;
-    text += fmt::format("{} access-list {}{}\n", Acl::stringValue(list_.first),
-                        next->second.standard ? "standard " : "", list_.second);
+    text += listStatement(next->second);
   }
   const auto known = model.lists.find(list_);
   inList_ = known != model.lists.end();

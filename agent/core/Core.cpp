@@ -9,27 +9,38 @@ namespace {
 
 constexpr std::string_view inputSources = "input/";
 
+// Where the state tree has what plugins read and write.
+constexpr const char *listInputs = "acl/config/input", *listCommandLine = "acl/config/cli",
+                     *bindingInputs = "acl/intf/config/input", *bindingCommandLine = "acl/intf/config/cli",
+                     *listStatus = "acl/status/dp/kepa";
+
 /// What plugins read and write in the state tree, by the name of their mount profile.
 const Hive::MountProfiles& mountProfiles() {
   using Mode = Hive::MountProfile::Mode;
   static const Hive::MountProfiles profiles{{"Acl",
                                              {{
-                                                 {"acl/config/input", "Zeb::Dir", Mode::read},
-                                                 {"acl/config/cli", "Acl::Input::Config", Mode::read},
-                                                 {"acl/intf/config/input", "Zeb::Dir", Mode::read},
-                                                 {"acl/intf/config/cli", "Acl::IntfConfig", Mode::read},
-                                                 {"acl/status/dp/kepa", "Acl::StatusDp", Mode::write},
+                                                 {listInputs, "Zeb::Dir", Mode::read},
+                                                 {listCommandLine, "Acl::Input::Config", Mode::read},
+                                                 {bindingInputs, "Zeb::Dir", Mode::read},
+                                                 {bindingCommandLine, "Acl::IntfConfig", Mode::read},
+                                                 {listStatus, "Acl::StatusDp", Mode::write},
                                              }}}};
   return profiles;
 }
 
+/// An entity as the type that it is known to have.
+template <class T, class U>
+Kelp::Ptr<T> as(const Kelp::Ptr<U>& entity) {
+  auto typed = Kelp::ptrCast<T>(entity);
+  KELP_ASSERT(typed, "the state tree has an entity of another type here");
+  return typed;
+}
+
 /// The entry of a directory with this name, made when there is none.
 template <class T>
-Kelp::Ptr<T> entryOf(const Kelp::Ptr<Zeb::Entity>& dir, const std::string& name) {
-  auto& entries = static_cast<Zeb::Dir&>(*dir);
-  if (const auto* known = entries.entry().find(name)) {
-    return Kelp::Ptr<T>(const_cast<T*>(static_cast<const T*>(known->get())));
-  }
+Kelp::Ptr<T> entryOf(Zeb::Dir& entries, const std::string& name) {
+  // A directory only shows its entries. This one is the program's own, and so are they.
+  if (const auto known = entries.entry(name)) return Kelp::Ptr<T>(const_cast<T*>(as<const T>(known).get()));
   const auto made = MemSlab::make<T>(Kelp::String(name));
   entries.entryIs(made);
   return made;
@@ -119,17 +130,14 @@ std::optional<std::string> Core::interfacesAre(const Config::Model& interfaces) 
 }
 
 Core::Source Core::sourceIs(const std::string& input) {
-  if (input.empty()) {
-    return {Kelp::ptrCast<Acl::Input::Config>(entity("acl/config/cli")),
-            Kelp::ptrCast<Acl::IntfConfig>(entity("acl/intf/config/cli"))};
-  }
-  return {entryOf<Acl::Input::Config>(entity("acl/config/input"), input),
-          entryOf<Acl::IntfConfig>(entity("acl/intf/config/input"), input)};
+  if (input.empty())
+    return {as<Acl::Input::Config>(entity(listCommandLine)), as<Acl::IntfConfig>(entity(bindingCommandLine))};
+  return {entryOf<Acl::Input::Config>(*as<Zeb::Dir>(entity(listInputs)), input),
+          entryOf<Acl::IntfConfig>(*as<Zeb::Dir>(entity(bindingInputs)), input)};
 }
 
 void Core::sourceDel(const std::string& input) {
-  for (const char* path : {"acl/config/input", "acl/intf/config/input"})
-    static_cast<Zeb::Dir&>(*entity(path)).entryDel(input);
+  for (const char* dir : {listInputs, bindingInputs}) as<Zeb::Dir>(entity(dir))->entryDel(input);
 }
 
 Kelp::Ptr<Zeb::Entity> Core::entity(std::string_view path) const {
@@ -137,11 +145,10 @@ Kelp::Ptr<Zeb::Entity> Core::entity(std::string_view path) const {
 }
 
 Kelp::Ptr<const Acl::Config> Core::source(std::string_view name) const {
-  if (name == commandLineSource) return Kelp::ptrCast<Acl::Config>(entity("acl/config/cli"));
+  if (name == commandLineSource) return as<const Acl::Config>(entity(listCommandLine));
   if (!name.starts_with(inputSources)) return nullptr;
-  const auto& entries = static_cast<const Zeb::Dir&>(*entity("acl/config/input")).entry();
-  const auto* known = entries.find(Kelp::String(name.substr(inputSources.size())));
-  return known ? Kelp::Ptr<const Acl::Config>(static_cast<const Acl::Config*>(known->get())) : nullptr;
+  const auto known = as<Zeb::Dir>(entity(listInputs))->entry(Kelp::String(name.substr(inputSources.size())));
+  return known ? as<const Acl::Config>(known) : nullptr;
 }
 
 std::string Core::sourceName(const std::string& input) {
@@ -150,9 +157,8 @@ std::string Core::sourceName(const std::string& input) {
 
 std::vector<std::string> Core::inputs() const {
   std::vector<std::string> names;
-  const auto dir = entity("acl/config/input");
-  for (auto at = static_cast<const Zeb::Dir&>(*dir).entry().begin(); at; at.next())
-    names.push_back(at.key().str());
+  const auto dir = as<Zeb::Dir>(entity(listInputs));
+  for (auto at = std::as_const(*dir).entry().begin(); at; at.next()) names.push_back(at.key().str());
   return names;
 }
 
@@ -162,8 +168,6 @@ std::vector<std::string> Core::sources() const {
   return names;
 }
 
-Kelp::Ptr<Acl::StatusDp> Core::mountedStatus() const {
-  return Kelp::ptrCast<Acl::StatusDp>(entity("acl/status/dp/kepa"));
-}
+Kelp::Ptr<Acl::StatusDp> Core::mountedStatus() const { return as<Acl::StatusDp>(entity(listStatus)); }
 
 }  // namespace Agent

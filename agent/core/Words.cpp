@@ -9,26 +9,13 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-std::string title(std::string_view type, std::string_view name) {
-  return fmt::format("{} access-list {}", type, name);
-}
-
 std::string_view textOf(const Json& object, const char* member) {
   return object.at(member).get_ref<const std::string&>();
 }
 
-std::string bindingTitle(std::string_view interface, std::string_view type, std::string_view list,
-                         std::string_view direction) {
-  return fmt::format("interface {}: {} access-group {} {}", interface, type, list, direction);
-}
-
 }  // namespace
 
-std::string listTitle(Acl::AclType type, std::string_view name) {
-  return title(Acl::stringValue(type), name);
-}
-
-std::string listTitle(const Json& list) { return title(textOf(list, "type"), textOf(list, "name")); }
+std::string listTitle(const Json& list) { return listTitle(textOf(list, "type"), textOf(list, "name")); }
 
 Json listWords(Acl::AclType type, std::string_view name) {
   return {{"type", Acl::stringValue(type)}, {"name", name}};
@@ -54,10 +41,6 @@ std::string boundAt(const Json& binding) {
 
 Json boundAtWords(std::string_view interface, Acl::AclDirection direction) {
   return {{"interface", interface}, {"direction", Acl::stringValue(direction)}};
-}
-
-std::string bindingTitle(const Config::BindingKey& place, std::string_view list) {
-  return bindingTitle(place.interface, Acl::stringValue(place.type), list, Acl::stringValue(place.direction));
 }
 
 std::string bindingTitle(const Json& place, std::string_view list) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Acl/Types.h>
-#include <agent/config/Model.h>
+#include <agent/config/Titles.h>
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -15,8 +15,8 @@ namespace Agent {
 // these words, so that it reads the same everywhere. Frames and verdicts are in show/PacketText.h and
 // show/Verdicts.h.
 
-/// A list as it is typed: "ip access-list EDGE-IN".
-std::string listTitle(Acl::AclType type, std::string_view name);
+using Config::bindingTitle, Config::listTitle;
+
 /// Of a list in a document, with the members of listWords().
 std::string listTitle(const nlohmann::ordered_json& list);
 /// Members `type` and `name`.
@@ -36,8 +36,6 @@ std::string boundAt(const nlohmann::ordered_json& binding);
 /// Members `interface` and `direction`.
 nlohmann::ordered_json boundAtWords(std::string_view interface, Acl::AclDirection direction);
 
-/// A binding as it is typed: "interface eth1: ip access-group EDGE-IN in".
-std::string bindingTitle(const Config::BindingKey& place, std::string_view list);
 /// Of a binding in a document, with the members of bindingWords().
 std::string bindingTitle(const nlohmann::ordered_json& place, std::string_view list);
 /// Members `interface`, `direction` and `type`.

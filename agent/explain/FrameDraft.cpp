@@ -35,11 +35,9 @@ void put(Octets& to, const Octets& more) { to.insert(to.end(), more.begin(), mor
 
 constexpr size_t dataOctets = 8;  // of data without a meaning, and of messages
 
-/// The header behind the IP header; for a later fragment some data instead. Data and messages can be up to
-/// `less` octets shorter than usual.
-Octets l4Octets(const Draft& draft, size_t less) {
+/// The header behind the IP header. Data and messages can be up to `less` octets shorter than usual.
+Octets l4Header(const Draft& draft, size_t less) {
   Octets l4;
-  if (draft.fragmentOffset) return Octets(dataOctets - std::min(less, dataOctets));
   const auto ports = [&] {
     put16(l4, draft.sourcePort.value_or(0));
     put16(l4, draft.destinationPort.value_or(0));
@@ -69,6 +67,13 @@ Octets l4Octets(const Draft& draft, size_t less) {
       const bool message = *draft.protocol == IpProtocol::icmp || *draft.protocol == IpProtocol::icmp6;
       l4.resize(dataOctets - std::min(less, message ? dataOctets - Nimnet::IcmpHdr::minSize : dataOctets));
   }
+  return l4;
+}
+
+/// The same as it is in the frame, with its fault; for a later fragment some data instead.
+Octets l4Octets(const Draft& draft, size_t less) {
+  if (draft.fragmentOffset) return Octets(dataOctets - std::min(less, dataOctets));
+  Octets l4 = l4Header(draft, less);
   const size_t whole = l4.size();
   damageL4(l4, draft.fault);
   // A header that is cut anyway may lose the octets that are too many for the frame, too.

@@ -22,10 +22,10 @@ struct WrittenList {
 /// Something of a model: what lists and rules it can say, and how.
 struct Form {
   std::string_view name;
-  bool notEqual;      ///< it can ask for all ports but one
-  bool logs;          ///< its rules can be logged
-  bool remarks;       ///< its rules have remarks
-  bool oneNameSpace;  ///< lists of all kinds have different names
+  bool notEqual = false;      ///< it can ask for all ports but one
+  bool logs = false;          ///< its rules can be logged
+  bool remarks = false;       ///< its rules have remarks
+  bool oneNameSpace = false;  ///< lists of all kinds have different names
   /// Why it has no such list; empty: it has.
   std::string (*whyNoList)(const Config::List& list, const Config::Model& model);
   /// An entry with an action, and log and remark if it has those; or why it cannot say what the entry asks

@@ -126,7 +126,14 @@ Json documentJson(const std::vector<WrittenList>& lists,
 }  // namespace
 
 const Form& ietfForm() {
-  static const Form form{"ietf", true, true, false, true, whyNoList, entryJson, endJson, documentJson};
+  static const Form form{.name = "ietf",
+                         .notEqual = true,
+                         .logs = true,
+                         .oneNameSpace = true,
+                         .whyNoList = whyNoList,
+                         .entry = entryJson,
+                         .end = endJson,
+                         .document = documentJson};
   return form;
 }
 

@@ -1,4 +1,5 @@
 #include <agent/config/Cursor.h>
+#include <agent/config/Titles.h>
 #include <agent/models/Lists.h>
 #include <fmt/format.h>
 
@@ -77,10 +78,10 @@ bool checkName(std::string_view name, const Found& found) {
 void write(DraftList list, Lines& lines, Report& report) {
   const bool hasEnd = !list.rules.empty() && list.rules.back().isEnd;
   if (hasEnd) list.rules.pop_back();  // every list drops what no rule matches
-  const auto type = Acl::stringValue(list.type);
+  const std::string title = Config::listTitle(list.type, list.name);
   const bool named = areNumbered(list.rules);
-  lines.add(fmt::format("no {} access-list {}", type, list.name), list.at, report);
-  lines.add(fmt::format("{} access-list {}", type, list.name), list.at, report);
+  lines.add("no " + title, list.at, report);
+  lines.add(title, list.at, report);
   uint32_t number = 0;
   for (const auto& rule : list.rules) {
     number = rule.number ? rule.number : named ? numberIn(rule.name) : number + 10;

@@ -158,7 +158,13 @@ Json documentJson(const std::vector<WrittenList>& lists,
 }  // namespace
 
 const Form& openConfigForm() {
-  static const Form form{"openconfig", false, true, true, false, whyNoList, entryJson, endJson, documentJson};
+  static const Form form{.name = "openconfig",
+                         .logs = true,
+                         .remarks = true,
+                         .whyNoList = whyNoList,
+                         .entry = entryJson,
+                         .end = endJson,
+                         .document = documentJson};
   return form;
 }
 

@@ -120,6 +120,17 @@ class Origins {
     thing.line = at.line;
     thing.column = at.column;
   }
+  void correct(Config::Notices& notices, size_t firstText) const {
+    for (auto& warning : notices.warnings) correct(warning.place);
+    correctSpots(notices.bindings, firstText);
+    correctSpots(notices.lists, firstText);
+    correctSpots(notices.portChannels, firstText);
+    correctSpots(notices.mirrorSessions, firstText);
+    correctSpots(notices.shutdowns, firstText);
+    correctSpots(notices.rules, firstText);
+  }
+
+ private:
   template <class Spots>
   void correctSpots(Spots& spots, size_t firstText) const {
     for (auto& [key, spot] : spots) {
@@ -132,7 +143,6 @@ class Origins {
     }
   }
 
- private:
   std::map<std::string, const Document*> of_;
   std::map<uint32_t, const Document*> ofText_;
 };
@@ -170,9 +180,8 @@ void addWarnings(const Report& report, Config::Notices& notices) {
   }
 }
 
-}  // namespace
-
-Config::Result read(const std::vector<Config::Source>& sources, Config::Model start, size_t mostMistakes) {
+/// The sources that are documents, by their index, read.
+std::map<size_t, Document> documentsAmong(const std::vector<Config::Source>& sources) {
   std::map<size_t, Document> documents;
   for (size_t i = 0; i < sources.size(); ++i) {
     const auto text = withoutMark(sources[i].text);
@@ -180,6 +189,13 @@ Config::Result read(const std::vector<Config::Source>& sources, Config::Model st
     if (what != Config::jsonDocument && what != Config::xmlDocument) continue;
     documents.try_emplace(i, sources[i]).first->second.read(text, what == Config::xmlDocument);
   }
+  return documents;
+}
+
+}  // namespace
+
+Config::Result read(const std::vector<Config::Source>& sources, Config::Model start, size_t mostMistakes) {
+  const std::map<size_t, Document> documents = documentsAmong(sources);
   if (documents.empty()) return Config::read(sources, std::move(start), mostMistakes);
 
   // Names of files have no such character.
@@ -203,13 +219,7 @@ Config::Result read(const std::vector<Config::Source>& sources, Config::Model st
 
   auto& notices = result.model->notices;
   for (const auto& [index, document] : documents) notices.texts.at(firstText + index) = sources[index].name;
-  for (auto& warning : notices.warnings) origins.correct(warning.place);
-  origins.correctSpots(notices.bindings, firstText);
-  origins.correctSpots(notices.lists, firstText);
-  origins.correctSpots(notices.portChannels, firstText);
-  origins.correctSpots(notices.mirrorSessions, firstText);
-  origins.correctSpots(notices.shutdowns, firstText);
-  origins.correctSpots(notices.rules, firstText);
+  origins.correct(notices, firstText);
   for (const auto& [index, document] : documents) addWarnings(document.report(), notices);
   return result;
 }

@@ -122,16 +122,10 @@ void bind(const Table& table, const Found& found, DraftBindings& bindings, Lines
                  found.below(*table.portsNode, found.path + "/ports"), lines);
 }
 
-}  // namespace
+using Tables = std::map<std::string, Table, std::less<>>;
 
-bool isSonicTable(std::string_view name) {
-  return name == "ACL_TABLE" || name == "ACL_RULE" || name.starts_with("ACL_TABLE|") ||
-         name.starts_with("ACL_RULE|");
-}
-
-void readSonic(const Found& document, Lines& lines) {
-  const Database all = sorted(document);
-  std::map<std::string, Table, std::less<>> tables;
+Tables tablesOf(const Database& all, const Found& document) {
+  Tables tables;
   for (const auto& row : all.tables) {
     const Found found = document.below(*row.node, row.path);
     Table table;
@@ -146,6 +140,11 @@ void readSonic(const Found& document, Lines& lines) {
     if (!row.node->find("type") && !row.node->find("TYPE")) found.miss("its type");
     if (!tables.emplace(row.key, std::move(table)).second) found.twice();
   }
+  return tables;
+}
+
+/// Gives the tables their rules, in the order of the document.
+void readRules(const Database& all, const Found& document, Tables& tables) {
   std::map<std::string_view, bool> seen;
   for (const auto& row : all.rules) {
     const Found found = document.below(*row.node, row.path);
@@ -162,15 +161,32 @@ void readSonic(const Found& document, Lines& lines) {
       if (rule) list.rules.push_back(std::move(*rule));
     }
   }
-  DraftBindings bindings;
+}
+
+/// Rules are tried by falling priority, which is their number until they have that order.
+void order(std::vector<DraftRule>& rules) {
+  std::stable_sort(rules.begin(), rules.end(),
+                   [](const auto& a, const auto& b) { return a.number > b.number; });
+  for (auto& rule : rules) rule.number = 0;
+}
+
+}  // namespace
+
+bool isSonicTable(std::string_view name) {
+  return name == "ACL_TABLE" || name == "ACL_RULE" || name.starts_with("ACL_TABLE|") ||
+         name.starts_with("ACL_RULE|");
+}
+
+void readSonic(const Found& document, Lines& lines) {
+  const Database all = sorted(document);
+  Tables tables = tablesOf(all, document);
+  readRules(all, document, tables);
   for (auto& [name, table] : tables) {
     if (!table.type) continue;
-    auto& rules = table.list.rules;
-    std::stable_sort(rules.begin(), rules.end(),
-                     [](const auto& a, const auto& b) { return a.number > b.number; });
-    for (auto& rule : rules) rule.number = 0;
+    order(table.list.rules);
     write(table.list, lines, document.report);
   }
+  DraftBindings bindings;
   for (const auto& row : all.tables) {
     const auto& table = tables.at(row.key);
     if (table.type) bind(table, document.below(*row.node, row.path), bindings, lines);

@@ -118,7 +118,12 @@ Json documentJson(const std::vector<WrittenList>& lists,
 }  // namespace
 
 const Form& sonicForm() {
-  static const Form form{"sonic", false, false, false, true, whyNoList, entryJson, endJson, documentJson};
+  static const Form form{.name = "sonic",
+                         .oneNameSpace = true,
+                         .whyNoList = whyNoList,
+                         .entry = entryJson,
+                         .end = endJson,
+                         .document = documentJson};
   return form;
 }
 

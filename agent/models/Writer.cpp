@@ -1,3 +1,4 @@
+#include <agent/config/Titles.h>
 #include <agent/config/Writer.h>
 #include <agent/models/Forms.h>
 #include <agent/models/Writer.h>
@@ -21,10 +22,6 @@ constexpr FormatName formats[] = {
     {"openconfig", Format::openConfig, openConfigForm},
     {"sonic", Format::sonic, sonicForm},
 };
-
-std::string nameOf(const Config::List& list) {
-  return fmt::format("{} access-list {}", Acl::stringValue(list.type), list.name);
-}
 
 /// One configuration on its way into a form.
 class FormWriter {
@@ -78,7 +75,8 @@ bool FormWriter::takes(const Config::List& list) {
   if (form_.oneNameSpace && known) why = "lists of two kinds with one name";
   if (why.empty()) return true;
   // Without its list a place would be open.
-  leave(fmt::format("{}: {} cannot say {}", nameOf(list), form_.name, why), !isBound(model_, list));
+  leave(fmt::format("{}: {} cannot say {}", Config::listTitle(list.type, list.name), form_.name, why),
+        !isBound(model_, list));
   return false;
 }
 
@@ -98,7 +96,7 @@ FormWriter::Sayable FormWriter::sayable(const Config::Rule& rule) const {
 
 /// Mirroring and logging do not decide what passes.
 void FormWriter::checkAttributes(const Config::List& list, const Acl::RuleBase& rule) {
-  const auto where = fmt::format("{} rule {}", nameOf(list), rule.sequence);
+  const auto where = Config::ruleOfList(list.type, list.name, rule.sequence);
   if (!rule.mirrorSession.empty())
     leave(fmt::format("{}: {} cannot say mirror session {}", where, form_.name, rule.mirrorSession.view()));
   if (rule.log && !form_.logs) leave(fmt::format("{}: {} cannot say log", where, form_.name));
@@ -114,8 +112,8 @@ void FormWriter::check(const Config::List& list, std::vector<Sayable>& rules) {
     if (rule->why.empty()) {
       permitBehind = permitBehind || permits;
     } else {
-      leave(fmt::format("{} rule {} ({}): {} cannot say {}", nameOf(list), base.sequence, base.text.view(),
-                        form_.name, rule->why),
+      leave(fmt::format("{} ({}): {} cannot say {}", Config::ruleOfList(list.type, list.name, base.sequence),
+                        base.text.view(), form_.name, rule->why),
             permits || !permitBehind);
       rule->parts.clear();
     }
@@ -132,7 +130,8 @@ void FormWriter::writeList(const Config::List& list) {
   }
   check(list, rules);
   if (remarks && (!form_.remarks || !list.pendingRemarks.empty()))
-    lose(fmt::format("{}: remarks that {} has no place for", nameOf(list), form_.name));
+    lose(fmt::format("{}: remarks that {} has no place for", Config::listTitle(list.type, list.name),
+                     form_.name));
 
   std::vector<std::pair<uint32_t, size_t>> sizes;
   for (const auto& rule : rules) sizes.emplace_back(Config::common(*rule.rule).sequence, rule.parts.size());
@@ -160,8 +159,7 @@ void FormWriter::writeBindings() {
       bindings_.emplace(key, name);
     } else if (!model_.lists.contains({key.type, name})) {
       // It lets everything pass already.
-      leave(fmt::format("interface {}: {} access-group {} {}: the list is not defined, which {} cannot say",
-                        key.interface, Acl::stringValue(key.type), name, Acl::stringValue(key.direction),
+      leave(fmt::format("{}: the list is not defined, which {} cannot say", Config::bindingTitle(key, name),
                         form_.name));
     }
   }
