@@ -2,6 +2,7 @@
 
 #include <Acl/Compiled.h>
 #include <Acl/Workshop.h>
+#include <Kiv/Clock.h>
 
 #include <algorithm>
 #include <tuple>
@@ -48,6 +49,7 @@ class Compiled<Rule>::Job final : public BuildJob {
   }
 
   void build() override {
+    const Kelp::Duration start = Kiv::steadyClock().now();
     std::sort(rules_.begin(), rules_.end(), [](const Copy& a, const Copy& b) {
       return std::tie(a.sequence, a.id) < std::tie(b.sequence, b.id);
     });
@@ -69,6 +71,7 @@ class Compiled<Rule>::Job final : public BuildJob {
     }
     rules_ = {};
     forest.build(images, sequences, wide_);
+    seconds = (Kiv::steadyClock().now() - start).seconds();
   }
 
   void handleDone() override {
@@ -83,6 +86,7 @@ class Compiled<Rule>::Job final : public BuildJob {
 
   Classify::Forest forest;  ///< the result, with the projection that it was made under
   Classify::Projection projection;
+  double seconds = 0;  ///< that build() took
 
  private:
   struct Copy {

@@ -153,6 +153,7 @@ void Compiled<Rule>::takeNew() {
   const std::shared_ptr<Job> job = std::move(job_);
   std::swap(forest_, job->forest);
   projection_ = job->projection;
+  buildSeconds_ = job->seconds;
   ready_ = true;
   changes_ = 0;
   ghosts_ = 0;

@@ -27,6 +27,7 @@ class Compiled final : public CompiledRules<Rule> {
   void erase(uint32_t slot) override;
   void upkeepIs(bool on) override;
   size_t bytes() const override;
+  double buildSeconds() const override { return buildSeconds_; }
 
   /// Sets `found` to the first rule that matches a packet, null for none. False when the form does not know:
   /// then the rules have to be tried in their order. `packet()` makes the packet, one of those in Packets.h.
@@ -128,6 +129,7 @@ class Compiled final : public CompiledRules<Rule> {
   bool ready_ = false;
   bool gaveUp_ = false;  // memory ran out the last time
   bool upkeep_ = true;
+  double buildSeconds_ = 0;
   size_t rules_ = 0;
   size_t changes_ = 0;  // since the forest was made
   size_t ghosts_ = 0;   // rules that are gone; their images are still there for the rules that they hid

@@ -34,6 +34,8 @@ class CompiledRules {
   virtual bool settled() const = 0;
   /// The heap memory in use.
   virtual size_t bytes() const = 0;
+  /// How long it took to make the form that was made last; 0 while there is none.
+  virtual double buildSeconds() const = 0;
 };
 
 /// Compiles rules; their slots are 0, 1, 2 and so on. There are forms for the three kinds of rule.

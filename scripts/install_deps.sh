@@ -8,17 +8,18 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 usage() {
   cat <<'TEXT'
 usage: scripts/install_deps.sh [--ci] [--sanitize] [--fuzz]
-  --ci        also what only the checks of .ci/run use: the formatter, a reader of annotated captures
+  --ci        also what only the checks of .ci/run use: the formatter, a reader of annotated captures, a server that
+              scrapes metrics
   --sanitize  also what scripts/test.sh --sanitize uses: clang with its sanitizers
   --fuzz      also what scripts/fuzz.sh uses: clang with its fuzzer
 TEXT
 }
 
 packages=(g++ cmake lld ninja-build pkg-config python3 libfmt-dev libpcap-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev zlib1g-dev libzstd-dev libbdd-dev libxml2-dev
-  libyang2-tools libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
+  prometheus-cpp-dev libyang2-tools libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
 for argument in "$@"; do
   case $argument in
-    --ci) packages+=(clang-format git tshark) ;;
+    --ci) packages+=(clang-format git tshark prometheus) ;;
     --sanitize | --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     -h | --help)
       usage

@@ -75,8 +75,19 @@ void EventLoop::run() {
 void EventLoop::turn(int maxWaitMs) {
   reserve_.refill();
   const Kelp::Duration used = dispatch(maxWaitMs);
+  const Kelp::Duration asked = clock_.now();
   pollAll();
+  const Kelp::Duration answered = clock_.now();
   if (tasks_.due()) tasks_.turn(used);
+  countTurn(asked, answered);
+}
+
+void EventLoop::countTurn(Kelp::Duration asked, Kelp::Duration answered) {
+  const double seconds = (clock_.now() - turnClock_.now()).seconds();
+  ++times_.turns;
+  times_.busy += seconds;
+  times_.packets += (answered - asked).seconds();
+  times_.longestTurn = std::max(times_.longestTurn, seconds);
 }
 
 Kelp::Duration EventLoop::dispatch(int maxWaitMs) {

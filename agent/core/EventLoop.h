@@ -20,6 +20,14 @@ class Poller {
   virtual bool poll() = 0;
 };
 
+/// What a loop did with its time since it was made, in seconds without those that it slept.
+struct LoopTimes {
+  uint64_t turns = 0;
+  double busy = 0;
+  double packets = 0;      ///< of these the ones that pollers took
+  double longestTurn = 0;  ///< behind the sleep
+};
+
 /// The one loop of a running agent, on one thread. A turn of it calls the handlers of descriptors, asks every
 /// poller for a burst of packets, and runs due tasks; handlers and tasks together have a third of a slice.
 /// When there is nothing to do it sleeps in epoll.
@@ -66,6 +74,9 @@ class EventLoop {
   const Kiv::Clock& turnClock() const { return turnClock_; }
   const Kiv::Clock& turnWall() const { return turnWall_; }
 
+  /// By the turns that are over.
+  const LoopTimes& times() const { return times_; }
+
  private:
   struct Watched {
     std::shared_ptr<const Handler> handler;  ///< shared with a call that is going on
@@ -76,6 +87,8 @@ class EventLoop {
   Kelp::Duration dispatch(int maxWaitMs);
   void pollAll();
   void clocksAre();
+  /// A turn is over, in which pollers were asked from `asked` to `answered`.
+  void countTurn(Kelp::Duration asked, Kelp::Duration answered);
 
   Reserve reserve_;
   const Kiv::Clock& clock_;
@@ -89,6 +102,7 @@ class EventLoop {
   uint32_t generation_ = 0;
   std::map<int, Watched> watched_;
   std::vector<Poller*> pollers_;
+  LoopTimes times_;
 };
 
 }  // namespace Agent

@@ -1,6 +1,7 @@
 #include <agent/control/Command.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Arguments.h>
+#include <agent/metrics/MetricsOptions.h>
 #include <agent/run/RunArguments.h>
 #include <agent/run/RunCommand.h>
 
@@ -63,6 +64,7 @@ RunCommand::RunCommand(CLI::App& program)
   addLeave(app(), options_.leave);
   addMalformed(app(), options_.malformed);
   addMatchLog();
+  addMetrics(app(), options_.metrics);
   app()
       .add_option(
           "--report", report_,

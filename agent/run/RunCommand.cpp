@@ -84,6 +84,7 @@ Exit Run::run() {
   loop_.run();
   tellServiceManager("STOPPING=1");
   ports_.drain();
+  metrics_.reset();
   matchLog_.reset();  // what it still tells is written until the end
   // Everything is saved and reported before the control plane goes, because that may have to wait for a
   // thread.
@@ -108,7 +109,8 @@ std::optional<Exit> Run::prepare() {
   if (auto failed = openPorts()) return failed;
   if (auto failed = lookAtPorts()) return failed;
   openMatchLog();
-  return openControl();
+  if (auto failed = openControl()) return failed;
+  return openMetrics();
 }
 
 void Run::handleSignals() {
@@ -134,7 +136,10 @@ void Run::reload() {
 }
 
 TellLog Run::tellLog() {
-  return [this](LogEvent event) { log_.tell(std::move(event)); };
+  return [this](LogEvent event) {
+    changes_.note(event, loop_.turnWall().now().seconds());
+    log_.tell(std::move(event));
+  };
 }
 
 std::optional<Exit> Run::configure() {
@@ -277,6 +282,19 @@ std::optional<Exit> Run::openControl() {
                                                                  if (state_) state_->handleApplied();
                                                                }});
   if (auto wrong = control_->listen()) return refused(exitUnread, "--control: " + *wrong);
+  return std::nullopt;
+}
+
+std::optional<Exit> Run::openMetrics() {
+  if (options_.metrics.address.empty()) return std::nullopt;
+  Watched watched{
+      .world = control_->operations().world(), .loop = loop_, .changes = changes_, .look = [this] {
+        control_->configuration().lookAtFiles([] {});
+      }};
+  if (state_) watched.writes = [this] { return state_->writes(); };
+  metrics_ = std::make_unique<Metrics>(loop_, std::move(watched), options_.metrics);
+  if (auto wrong = metrics_->listen()) return refused(exitUnread, "--metrics: " + *wrong);
+  log_.tell({Severity::info, "metrics at " + metrics_->place(), {{"VELO_EVENT", "metrics"}}});
   return std::nullopt;
 }
 

@@ -8,6 +8,7 @@
 #include <agent/core/Exit.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/log/EventLog.h>
+#include <agent/metrics/Metrics.h>
 #include <agent/observe/MatchLog.h>
 #include <agent/ports/LivePorts.h>
 #include <agent/run/Deadline.h>
@@ -40,6 +41,7 @@ struct RunOptions {
   std::string plugin;
   Leave leave;  ///< for the start, SIGHUP and the directory
   MatchLogOptions matches;
+  MetricsOptions metrics;
   FinalReport report = FinalReport::none;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };
@@ -74,6 +76,7 @@ class Run {
   std::optional<Exit> openPorts();
   void openMatchLog();
   std::optional<Exit> openControl();
+  std::optional<Exit> openMetrics();
   /// Tells and judges what the ports are warned of.
   std::optional<Exit> lookAtPorts();
   Warnings portWarnings() const;
@@ -86,6 +89,7 @@ class Run {
   const RunOptions& options_;
   Deadline deadline_;  // destroyed last
   EventLog log_;
+  ChangeCounts changes_;
   std::optional<Signals> signals_;
   EventLoop loop_;
   Core core_;
@@ -102,6 +106,7 @@ class Run {
   std::unique_ptr<MatchLog> matchLog_;
   std::unique_ptr<StateKeeper> state_;
   std::unique_ptr<ControlPlane> control_;
+  std::unique_ptr<Metrics> metrics_;
 };
 
 }  // namespace Agent

@@ -86,13 +86,19 @@ Kelp::Ptr<const Acl::AclSubConfig> ListReader::rulesOf(const Key& key) const {
   return list ? list->currCfg() : nullptr;
 }
 
-std::vector<Kiv::UniqueId> ListReader::ruleIds(const Key& key) const {
+size_t ListReader::ruleCount(const Key& key) const {
+  const auto rules = rulesOf(key);
+  return rules ? Acl::withRuleKind(key.first, [&](auto kind) { return kind.rules(*rules).ordered().size(); })
+               : 0;
+}
+
+std::vector<Kiv::UniqueId> ListReader::ruleIds(const Key& key, size_t most) const {
   std::vector<Kiv::UniqueId> ids;
   if (const auto rules = rulesOf(key)) {
     Acl::withRuleKind(key.first, [&](auto kind) {
       const auto& ordered = kind.rules(*rules).ordered();
-      ids.reserve(ordered.size());
-      for (auto at = ordered.begin(); at != ordered.end(); ++at) ids.push_back(at.id());
+      ids.reserve(std::min(ordered.size(), most));
+      for (auto at = ordered.begin(); at != ordered.end() && ids.size() < most; ++at) ids.push_back(at.id());
     });
   }
   return ids;

@@ -67,8 +67,11 @@ class ListReader {
 
   /// A list without its rules.
   ListReport head(const Key& key) const;
-  /// The ids of the rules of a list, in the order in which they are tried.
-  std::vector<Kiv::UniqueId> ruleIds(const Key& key) const;
+  /// How many rules a list has.
+  size_t ruleCount(const Key& key) const;
+  /// The ids of the rules of a list, in the order in which they are tried; the first ones alone when there
+  /// are more than `most`.
+  std::vector<Kiv::UniqueId> ruleIds(const Key& key, size_t most = SIZE_MAX) const;
   /// One of these rules; nothing when it has been deleted since.
   std::optional<RuleReport> rule(const Key& key, const Kiv::UniqueId& id) const;
   /// A list with all its rules.

@@ -27,6 +27,8 @@ class StateKeeper final : public ChangeJournal {
   void keep(Past past) override { writer_.put(std::move(past)); }
   ChangeJournal::State state() const override { return writer_.pastState(); }
 
+  StateWriter::Writes writes() const { return writer_.writes(); }
+
   /// To be called after every change of the configuration.
   void handleApplied();
 

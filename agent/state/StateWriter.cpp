@@ -1,3 +1,4 @@
+#include <Kiv/Clock.h>
 #include <agent/core/Memory.h>
 #include <agent/state/StateWriter.h>
 #include <sys/resource.h>
@@ -64,11 +65,26 @@ std::optional<std::string> StateWriter::takeFailure() {
 
 template <class What>
 std::optional<std::string> StateWriter::write(What what) {
+  std::optional<std::string> failure;
   try {
-    return file_->write(std::move(what));
+    failure = file_->write(std::move(what));
   } catch (const std::bad_alloc&) {
-    return outOfMemory;  // short enough to need none
+    failure = outOfMemory;  // short enough to need none
   }
+  count(!failure);
+  return failure;
+}
+
+void StateWriter::count(bool done) {
+  const double now = Kiv::wallClock().now().seconds();
+  const std::lock_guard lock(mutex_);
+  ++(done ? writes_.done : writes_.failed);
+  if (done) writes_.lastDone = now;
+}
+
+StateWriter::Writes StateWriter::writes() const {
+  const std::lock_guard lock(mutex_);
+  return writes_;
 }
 
 void StateWriter::run() {

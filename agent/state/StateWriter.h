@@ -3,6 +3,7 @@
 #include <agent/state/StateFile.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -23,6 +24,13 @@ class StateWriter {
 
   void put(Saved::State state);
   void put(Past past);
+  /// Writes of states and of the past since the start.
+  struct Writes {
+    uint64_t done = 0;
+    uint64_t failed = 0;
+    double lastDone = 0;  ///< seconds since the epoch; 0: none yet
+  };
+  Writes writes() const;
   /// What became of the last past.
   ChangeJournal::State pastState() const;
   /// What went wrong with a write since the last call. That state is lost, and the next one must have the
@@ -35,6 +43,7 @@ class StateWriter {
   void run();
   template <class What>
   std::optional<std::string> write(What what);
+  void count(bool done);
 
   const std::unique_ptr<StateFile> file_;  // used by the thread only
   mutable std::mutex mutex_;
@@ -43,6 +52,7 @@ class StateWriter {
   std::optional<Past> nextPast_;
   ChangeJournal::State pastState_ = ChangeJournal::State::kept;
   std::optional<std::string> failure_;
+  Writes writes_;
   bool stopped_ = false;
   std::thread thread_;  // last member: it starts when the others are made
 };

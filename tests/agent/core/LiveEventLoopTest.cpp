@@ -69,6 +69,36 @@ TEST_F(EventLoopTest, AHandlerIsCalledWhileItsDescriptorIsReadable) {
   EXPECT_EQ(calls, 2);
 }
 
+TEST_F(EventLoopTest, TellsWhatItsTimeWentInto) {
+  class SlowPoller final : public Agent::Poller {
+   public:
+    explicit SlowPoller(Kiv::ManualClock& clock) : clock_(clock) {}
+    bool poll() override {
+      clock_.advance(Kelp::Duration(2));
+      return false;
+    }
+
+   private:
+    Kiv::ManualClock& clock_;
+  } poller(clock_);
+  loop_.pollerIs(&poller);
+  Bell bell;
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) { clock_.advance(Kelp::Duration(1)); });
+  loop_.turn(0);
+  EXPECT_DOUBLE_EQ(loop_.times().longestTurn, 2);
+  bell.ring();
+  const auto last = task("Last", [&] { clock_.advance(Kelp::Duration(4)); });
+  last->scheduleTask();
+  loop_.turn(0);
+  bell.silence();
+  loop_.turn(0);
+  EXPECT_EQ(loop_.times().turns, 3u);
+  EXPECT_DOUBLE_EQ(loop_.times().packets, 6);
+  EXPECT_DOUBLE_EQ(loop_.times().busy, 11) << "handlers and tasks, too";
+  EXPECT_DOUBLE_EQ(loop_.times().longestTurn, 7);
+  last->dispatchIs(nullptr);
+}
+
 TEST_F(EventLoopTest, AHandlerMayRemoveItselfAndOthers) {
   Bell first, second;
   first.ring();

@@ -382,6 +382,9 @@ TEST_F(StateFileTest, AWriterKeepsThePast) {
     writer.put(somePast());
     while (writer.pastState() == ChangeJournal::State::writing) std::this_thread::yield();
     EXPECT_EQ(writer.pastState(), ChangeJournal::State::kept);
+    EXPECT_EQ(writer.writes().done, 1u);
+    EXPECT_EQ(writer.writes().failed, 0u);
+    EXPECT_GT(writer.writes().lastDone, 1.7e9);
   }
   EXPECT_EQ(textOf(open()->past()), textOf(somePast()));
 }
