@@ -170,8 +170,10 @@ TEST_F(MetricsTest, TheConfigurationTellsItsSourcesAndHowChangesEnded) {
   EXPECT_EQ(startingWith("velo_list_source_info ", found), "A ip cli=1\nB ip more.acl=1\n");
   EXPECT_EQ(found.at("velo_configuration_last_change_timestamp_seconds"), RunningAgent::startTime);
   EXPECT_EQ(found.at("velo_configuration_openings"), 0);
-  agent_.plane().configuration().lookAtFiles([] {});
-  agent_.turnsUntil([&] { return values().at("velo_configuration_saved") == 1; });
+  bool looked = false;
+  agent_.plane().configuration().lookAtFiles([&looked] { looked = true; });
+  agent_.turnsUntil([&looked] { return looked; });
+  EXPECT_EQ(values().at("velo_configuration_saved"), 1);
   agent_.advance(100);
   ASSERT_FALSE(agent_.apply("interface eth1\n ip access-group A in\n").contains("error"));
   found = values();
