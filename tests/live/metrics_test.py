@@ -78,7 +78,7 @@ class Scraping(OperatedTest):
         self.comes('velo_port_received_bytes_total{port="eth1"}', sum(map(len, frames)))
         self.comes('velo_port_sent_frames_total{port="eth2"}', 30)
         self.comes('velo_port_mirrored_copies_total{port="eth3"}', 20)
-        self.comes('velo_configuration_changes_total{result="applied"}', 0)
+        self.comes('velo_configuration_changes_total{result="applied"}', 1)  # what it starts with
         self.comes("count(velo_build_info)", 1)
         self.comes('velo_state_writes_total{result="failed"}', 0)
         self.comes("velo_state_last_write_timestamp_seconds > bool time() - 60", 1)
@@ -90,7 +90,7 @@ class Scraping(OperatedTest):
         self.wire(1).send([udp(10)] * 4 + [udp(20)])
         self.comes(rule % 20, 24)
         self.comes(rule % 30, 1)
-        self.comes('velo_configuration_changes_total{result="applied"}', 1)
+        self.comes('velo_configuration_changes_total{result="applied"}', 2)
         self.comes('velo_configuration_saved', 0)
         # Counters of the numbers that stayed did not begin again.
         self.comes("sum(resets(velo_rule_packets_total[1m]))", 0)
