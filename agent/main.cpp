@@ -74,7 +74,16 @@ class CommandLine {
 
   int carryOut() {
     const auto given = [](const auto& command) { return command->parsed(); };
-    return (*std::find_if(commands_.begin(), commands_.end(), given))->run(plugin_);
+    const auto& command = *std::find_if(commands_.begin(), commands_.end(), given);
+    try {
+      return command->run(plugin_);
+    } catch (const std::bad_alloc&) {
+      Agent::complain(Agent::outOfMemory);
+    } catch (const std::system_error& error) {
+      // A thread could not be started.
+      Agent::complain(error.what());
+    }
+    return command->whenItRunsOut();
   }
 
  private:
@@ -112,14 +121,5 @@ int main(int argc, char** argv) {
   Agent::useLargePages();
   CommandLine commandLine;
   if (const auto done = commandLine.parse(argc, argv)) return *done;
-  try {
-    return commandLine.carryOut();
-  } catch (const std::bad_alloc&) {
-    Agent::complain(Agent::outOfMemory);
-    return Agent::exitUnread;
-  } catch (const std::system_error& error) {
-    // A thread could not be started.
-    Agent::complain(error.what());
-    return Agent::exitUnread;
-  }
+  return commandLine.carryOut();
 }

@@ -34,6 +34,7 @@ class CompareCommand final : public Command {
     addControl();
   }
 
+  Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string&) const override {
     const ConfigurationReader reader(texts_, control());
     const auto before = reader.read(old_), after = reader.read(new_);

@@ -53,6 +53,7 @@ class FindCommand final : public Command {
     addControl();
   }
 
+  Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string&) const override {
     std::string wrong;
     const auto question = read(&wrong);

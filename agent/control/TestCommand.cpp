@@ -94,6 +94,7 @@ class TestCommand final : public Command {
     addControl();
   }
 
+  Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string& plugin) const override {
     std::vector<std::string> wrong;
     const auto files = read(wrong);

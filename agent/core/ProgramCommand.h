@@ -27,6 +27,9 @@ class ProgramCommand {
   virtual Exit run(const std::string& plugin) const = 0;
   /// Whether it always loads the plugin into this process, and so has options for that.
   virtual bool loadsPlugin() const { return false; }
+  /// What the program ends with when memory or threads for it run out. A command whose status 1 is an answer
+  /// has another one.
+  virtual Exit whenItRunsOut() const { return exitUnread; }
 
   /// Its part of the command line.
   CLI::App& app() const { return *app_; }

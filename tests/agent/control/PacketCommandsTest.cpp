@@ -1,6 +1,8 @@
+#include <agent/control/Command.h>
 #include <agent/control/PacketComparison.h>
 #include <gmock/gmock.h>
 
+#include <CLI/CLI.hpp>
 #include <future>
 
 #include "../support/CaptureBytes.h"
@@ -46,6 +48,13 @@ TEST(PacketCommands, DoWhatThePageShows) {
             sessionBehind(proofPage(), "$ velo test --config repaired.acl edge.expect"));
   EXPECT_EQ(pageSession({"test", "--config", shadowedAcl, exampleFolder + "edge.expect"}),
             sessionBehind(proofPage(), "$ velo test --config shadowed.acl edge.expect"));
+}
+
+// Their status 1 is an answer, which nobody may take from a program that ran out of memory.
+TEST(PacketCommands, GiveNoAnswerWhenMemoryRunsOut) {
+  CLI::App app;
+  for (const auto make : {Agent::compareCommand, Agent::findCommand, Agent::testCommand})
+    EXPECT_EQ(make(app)->whenItRunsOut(), Agent::exitUsage);
 }
 
 TEST(PacketCommands, TellByTheirStatusWhetherVerdictsDiffer) {
