@@ -120,8 +120,8 @@ StateFile::StateFile(const std::string& path) : database_(path) {
   const int64_t application = database_.integer("PRAGMA application_id");
   if (application != applicationId) throw DatabaseError(SQLITE_NOTADB, "no state of this agent");
   const int64_t found = database_.integer("PRAGMA user_version");
-  if (const auto tables = tablesOfPast(found)) {
-    addTables(PastTables::definitions(), *tables);
+  if (const auto known = tablesOfPast(found)) {
+    addTables(PastTables::definitions(), *known);
   } else if (found != version) {
     throw DatabaseError(SQLITE_NOTADB,
                         fmt::format("a state of version {}, not {}", found, int{version}).c_str());
