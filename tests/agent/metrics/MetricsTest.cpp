@@ -37,7 +37,8 @@ class MetricsTest : public testing::Test {
   }
   const Agent::Watched& watched() {
     if (!watched_)
-      watched_.emplace(agent_.plane().operations().world(), agent_.loop(), changes_, writes_, nullptr);
+      watched_.emplace(
+          Agent::Watched{agent_.plane().operations().world(), agent_.loop(), changes_, writes_, nullptr});
     return *watched_;
   }
   /// The series that begin so, with their values.

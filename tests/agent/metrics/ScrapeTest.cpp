@@ -43,7 +43,7 @@ class ScrapeTest : public testing::Test {
  protected:
   ScrapeTest() {
     agent_.start("ip access-list A\n 10 permit udp any any eq 10\ninterface eth1\n ip access-group A in\n");
-    watched_.emplace(agent_.plane().operations().world(), agent_.loop(), changes_);
+    watched_.emplace(Agent::Watched{agent_.plane().operations().world(), agent_.loop(), changes_});
   }
   /// What a thread gets, while the loop turns.
   template <class Ask>
