@@ -3,6 +3,7 @@
 #include <agent/config/Mistake.h>
 #include <agent/control/Command.h>
 #include <agent/control/ConfigurationReader.h>
+#include <agent/control/OffLine.h>
 #include <agent/control/PacketSearch.h>
 #include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
@@ -66,6 +67,9 @@ class FindCommand final : public Command {
     if (!sources) return exitUsage;
     const auto document = packetSearch(*question, sources->layers(), &wrong);
     if (!document) return refuse(wrong);
+    for (const std::string& port : {question->from, question->to}) {
+      if (const auto assumed = assumedOf(port, *sources)) complain(*assumed);
+    }
     const bool found = document->at("found") == true, whole = document->at("whole") == true;
     if (!Agent::print(json() ? linesOf(*document) : packetSearchText(*document))) return exitUsage;
     return found ? exitDone : whole ? exitUnread : exitUsage;

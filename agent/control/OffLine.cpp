@@ -87,15 +87,14 @@ std::optional<std::string> notNamed(const std::string& name, const Sources& sour
                            std::vector<std::string_view>(all.begin(), all.end()));
 }
 
-/// What is taken for granted of such an interface: it may be one of the agent, or a slip.
-std::optional<std::string> assumedOf(const std::string& name, const Sources& sources) {
-  return notNamed(name, sources, ": taken for a port without lists");
-}
-
 }  // namespace
 
 std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources) {
   return notNamed(name, sources, "");
+}
+
+std::optional<std::string> assumedOf(const std::string& name, const Sources& sources) {
+  return notNamed(name, sources, ": taken for a port without lists");
 }
 
 std::optional<Json> explainWith(const Sources& sources, const std::string& plugin, const std::string& port,

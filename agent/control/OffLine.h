@@ -42,6 +42,8 @@ struct OffLineExplanation {
 
 /// Why an interface may be a slip: no source names it. Nothing if one does, and of an empty name.
 std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources);
+/// What is taken for granted of such an interface: it may be one of the agent, or a slip.
+std::optional<std::string> assumedOf(const std::string& name, const Sources& sources);
 
 /// What would become of a frame that comes in by a port, and would leave by `out` (empty: nowhere), with
 /// these sources in force: the document of an explanation. Nothing, and what is wrong, when that cannot be

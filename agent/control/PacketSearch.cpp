@@ -47,7 +47,7 @@ class Searching {
     }
     return Json{{"found", found},
                 {"possible", possible_},
-                {"whole", all.size() == kinds.size()},
+                {"whole", all.size() == kinds.size() && (asked_.what != What::deny || unchecked_.empty())},
                 {"kinds", all},
                 {"unchecked", unchecked_}};
   }
@@ -120,9 +120,10 @@ class Searching {
     for (const AclType other : listTypes) {
       // A MAC list sees all packets, and packets of MAC lists may be IP.
       if (other == type || (other != AclType::mac && type != AclType::mac) || !asked_.list.empty()) continue;
-      if (!wayOf(other).empty())
-        unchecked_.push_back(
-            fmt::format("what the {} lists on the way do to these packets", typeWord(other)));
+      if (wayOf(other).empty()) continue;
+      const Json note = fmt::format("what the {} lists on the way do to these packets", typeWord(other));
+      if (std::find(unchecked_.begin(), unchecked_.end(), note) == unchecked_.end())
+        unchecked_.push_back(note);
     }
     try {
       const Proof::RuleSets sets(type, asked_.limits);

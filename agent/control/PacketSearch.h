@@ -28,10 +28,10 @@ struct PacketQuestion {
   Proof::Limits limits{Kelp::Duration(60)};
 };
 
-/// Looks for such packets: `found`, `possible` (some packet is as the condition says), `whole` (no limit
-/// left anything out), and for each kind of list `kinds` with `type`, `found`, and if it is so an
-/// `example` or `boxes` with an example each, and `more`; `unchecked`: lists of another kind on the way, and
-/// what a limit left out. Nothing, and what is wrong, when the question cannot be asked.
+/// Looks for such packets: `found`, `possible` (some packet is as the condition says), `whole` (that
+/// none was found means that there is none), and for each kind of list `kinds` with `type`, `found`, and if
+/// it is so an `example` or `boxes` with an example each, and `more`; `unchecked`: lists of another kind on
+/// the way, and what a limit left out. Nothing, and what is wrong, when the question cannot be asked.
 std::optional<nlohmann::ordered_json> packetSearch(const PacketQuestion& question, const Layers& layers,
                                                    std::string* wrong);
 

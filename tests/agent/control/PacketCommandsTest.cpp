@@ -151,6 +151,15 @@ TEST(PacketCommands, FindLooksThroughBothPipelines) {
   EXPECT_EQ(
       find({"permit", "--port", "eth1", "--to", "eth2", "--type", "ip", "where", "udp any any eq 60"}).status,
       1);
+  const Ran dropped =
+      find({"deny", "--port", "eth1", "--to", "eth2", "where", "udp any host 10.0.0.7 eq 70 ttl gt 1"});
+  EXPECT_EQ(dropped.status, 2) << "the MAC list may drop some: " << dropped.out;
+  EXPECT_EQ(dropped.out, "not checked: what the mac lists on the way do to these packets\n");
+  const Ran slip = find({"deny", "--port", "eth8", "--to", "eth9"});
+  EXPECT_EQ(slip.status, 1);
+  EXPECT_THAT(slip.err,
+              HasSubstr("eth8 is named nowhere in the configuration: taken for a port without lists"));
+  EXPECT_THAT(slip.err, HasSubstr("eth9 is named nowhere"));
   EXPECT_EQ(find({"deny", "OUT", "where", "ip any host 10.0.0.7 ttl gt 1"}).status, 1);
   EXPECT_EQ(find({"match", "CHANNEL:20", "where", "udp any any eq 60"}).status, 1);
   struct Row {
