@@ -6,6 +6,7 @@
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Version.h>
+#include <agent/manual/ManualCommand.h>
 #include <agent/replay/ReplayArguments.h>
 #include <agent/run/RunArguments.h>
 #include <agent/show/LogMessages.h>
@@ -45,7 +46,7 @@ constexpr std::unique_ptr<Agent::ProgramCommand> (*makers[])(CLI::App& program) 
     made<Agent::checkCommand>,       made<Agent::compareCommand>,  made<Agent::findCommand>,
     made<Agent::testCommand>,        made<Agent::convertCommand>,  made<Agent::explainCommand>,
     made<Agent::tailCommand>,        made<Agent::clearCommand>,    made<Agent::traceCommand>,
-    made<Agent::logMessagesCommand>,
+    made<Agent::logMessagesCommand>, made<Agent::manualCommand>,   made<Agent::completeCommand>,
 };
 
 /// The command line with all commands.

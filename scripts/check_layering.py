@@ -37,7 +37,7 @@ AREAS = {
 }
 
 # What single rooms may use beyond the standard library, of the system or made by the build.
-ALLOWED_SYSTEM_HEADERS = {"Plugin": {"dlfcn.h", "velo-interface-version.h"}, "Classify": {"immintrin.h"}}
+ALLOWED_SYSTEM_HEADERS = {"agent-core": {"velo-version.h"}, "Plugin": {"dlfcn.h", "velo-interface-version.h"}, "Classify": {"immintrin.h"}}
 
 # The system's headers, which every room of the program may include: by how their names begin, and by their names.
 SYSTEM_PREFIXES = ("arpa/", "linux/", "net/", "netinet/", "sys/")

@@ -1,4 +1,5 @@
 #include <agent/core/Version.h>
+#include <velo-version.h>
 
 namespace Agent {
 

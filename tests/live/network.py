@@ -249,7 +249,8 @@ class Sink:
     def run(self):
         while not self.stopping.is_set():
             frame = self.wire.next(0.05)
-            if frame is not None:
+            # Whatever else hosts tell each other is shorter.
+            if frame is not None and len(frame) >= 46:
                 self.seen.append((struct.unpack("!H", frame[36:38])[0], struct.unpack("!I", frame[42:46])[0]))
 
     def stop(self):

@@ -1,0 +1,158 @@
+#include <agent/manual/Completion.h>
+#include <agent/show/Shows.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+Words showNames(const LiveNames&) {
+  Words names;
+  for (const Show& show : shows()) names.emplace_back(show.name);
+  return names;
+}
+Words fileNames(const LiveNames&) { return {filesMark}; }
+Words listNames(const LiveNames& live) { return live.lists(); }
+Words interfaceNames(const LiveNames& live) { return live.interfaces(); }
+Words facilityNames(const LiveNames& live) { return live.facilities(); }
+
+/// What values there are, by what the help calls them, and where that is not enough by the name of the
+/// option.
+struct ValueKind {
+  std::string_view type;
+  std::string_view option;  ///< empty: any
+  Words (*values)(const LiveNames& live);
+};
+constexpr ValueKind kinds[] = {
+    {"FILE", "", fileNames},
+    {"FILE...", "", fileNames},
+    {"FILE.pcapng", "", fileNames},
+    {"DIR", "", fileNames},
+    {"PATH", "", fileNames},
+    {"OLD", "", fileNames},
+    {"NEW", "", fileNames},
+    {"XML", "", fileNames},
+    {"SOCKET", "", fileNames},
+    {"WHAT", "", showNames},
+    {"LIST", "", listNames},
+    {"NAME", "name", listNames},
+    {"NAME", "--list", listNames},
+    {"NAME", "--interface", interfaceNames},
+    {"NAME", "--port", interfaceNames},
+    {"NAME", "--to", interfaceNames},
+    {"NAME", "--out", interfaceNames},
+    {"FACILITY", "", facilityNames},
+    {"FACILITY/LEVEL,...", "", facilityNames},
+    {"NAME/LEVEL,...", "", facilityNames},
+};
+
+/// Of a type with the words that it may be, as "FORM:{none,text,json}": these words.
+Words choicesOf(const std::string& type) {
+  const size_t from = type.find('{'), to = type.find('}', from);
+  if (from == std::string::npos || to == std::string::npos) return {};
+  Words words = {""};
+  for (const char c : type.substr(from + 1, to - from - 1)) {
+    if (c == ',') {
+      words.emplace_back();
+    } else {
+      words.back() += c;
+    }
+  }
+  return words;
+}
+
+Words valuesOf(const CLI::Option& option, const LiveNames& live) {
+  const std::string type = option.get_type_name();
+  if (auto choices = choicesOf(type); !choices.empty()) return choices;
+  const std::string_view bare = std::string_view(type).substr(0, type.find(':'));
+  for (const ValueKind& kind : kinds) {
+    if (kind.type == bare && (kind.option.empty() || option.check_name(std::string(kind.option))))
+      return kind.values(live);
+  }
+  return {};
+}
+
+bool takesValue(const CLI::Option& option) { return option.get_items_expected_max() > 0; }
+
+std::vector<const CLI::App*> commandsOf(const CLI::App& program) {
+  auto all = program.get_subcommands([](const CLI::App*) { return true; });
+  std::erase_if(all, [](const CLI::App* command) { return command->get_group().empty(); });
+  return all;
+}
+
+/// The words of a command line before the one that is being typed.
+struct Typed {
+  const CLI::App* app;
+  const CLI::Option* pending = nullptr;  ///< the option that the next word is the value of
+  size_t positionals = 0;
+  bool known = true;
+
+  void take(const CLI::App& program, const std::string& word) {
+    if (pending) {
+      pending = nullptr;
+    } else if (word.size() > 1 && word.front() == '-') {
+      const CLI::Option* option = app->get_option_no_throw(word);
+      if (option && takesValue(*option)) pending = option;
+    } else if (app == &program) {
+      const auto all = commandsOf(program);
+      const auto at =
+          std::find_if(all.begin(), all.end(), [&](const auto* one) { return one->get_name() == word; });
+      known = at != all.end();
+      if (known) app = *at;
+    } else {
+      ++positionals;
+    }
+  }
+};
+
+/// The values of the positional argument of a number; the last one may take several.
+Words positionalsOf(const CLI::App& command, size_t number, const LiveNames& live) {
+  const CLI::Option* last = nullptr;
+  for (const CLI::Option* option : command.get_options()) {
+    if (!option->get_positional()) continue;
+    last = option;
+    if (number-- == 0) return valuesOf(*option, live);
+  }
+  return last && last->get_items_expected_max() > 1 ? valuesOf(*last, live) : Words();
+}
+
+Words optionsOf(const CLI::App& command) {
+  Words names;
+  for (const CLI::Option* option : command.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+Words commandNames(const CLI::App& program) {
+  Words names;
+  for (const CLI::App* command : commandsOf(program)) names.push_back(command->get_name());
+  return names;
+}
+
+}  // namespace
+
+std::vector<std::string> completions(const CLI::App& program, std::span<const std::string> words,
+                                     const LiveNames& live) {
+  if (words.empty()) return {};
+  Typed typed{&program};
+  for (const std::string& word : words.first(words.size() - 1)) {
+    typed.take(program, word);
+    if (!typed.known) return {};
+  }
+  const std::string& begun = words.back();
+  Words all = typed.pending            ? valuesOf(*typed.pending, live)
+              : begun.starts_with("-") ? optionsOf(*typed.app)
+              : typed.app == &program  ? commandNames(program)
+                                       : positionalsOf(*typed.app, typed.positionals, live);
+  if (all == Words{filesMark}) return all;
+  std::erase_if(all, [&](const std::string& word) { return !word.starts_with(begun); });
+  std::sort(all.begin(), all.end());
+  return all;
+}
+
+}  // namespace Agent
