@@ -39,7 +39,8 @@ start() {
 }
 stop() {
   kill "$(cat /run/pid)"
-  while kill -0 "$(cat /run/pid)" 2>/dev/null; do sleep 0.01; done
+  # Whoever is to notice its end may take his time.
+  while readlink "/proc/$(cat /run/pid)/exe" >/dev/null; do sleep 0.01; done
   rm -r /run/pid /run/velo
 }
 echo "$*" >>/run/told
@@ -147,7 +148,7 @@ class Packages(unittest.TestCase):
         return done.stdout
 
     def dpkg(self, *command):
-        return self.inside("dpkg", "--force-unsafe-io", *command)
+        return self.inside("dpkg", "--no-triggers", "--force-unsafe-io", *command)
 
     def install(self, package):
         path = f"/tmp/{os.path.basename(package)}"
@@ -203,7 +204,7 @@ class Packages(unittest.TestCase):
         self.assertGreaterEqual(after[20], len(seen))
         closed = max(b - a for a, b in zip(seen, seen[1:])) / rate
         print(f"closed for {closed:.2f} s while it was upgraded")
-        self.assertLess(closed, 5)  # one second is the aim; nothing waits for a limit of time, however busy the machine is
+        self.assertLess(closed, 3)  # one second is the aim, on a machine that has nothing else to do
         self.assertEqual(self.root.read("/etc/velo/velo.acl"), CONFIG)
 
         self.dpkg("--remove", "velo")
