@@ -40,13 +40,14 @@ std::unique_ptr<Agent::ProgramCommand> made(CLI::App& program) {
 
 /// All commands, in the order in which the help lists them.
 constexpr std::unique_ptr<Agent::ProgramCommand> (*makers[])(CLI::App& program) = {
-    made<Agent::replayCommand>,      made<Agent::runCommand>,      made<Agent::showCommand>,
-    made<Agent::applyCommand>,       made<Agent::editCommand>,     made<Agent::saveCommand>,
-    made<Agent::historyCommand>,     made<Agent::rollbackCommand>, made<Agent::confirmCommand>,
-    made<Agent::checkCommand>,       made<Agent::compareCommand>,  made<Agent::findCommand>,
-    made<Agent::testCommand>,        made<Agent::convertCommand>,  made<Agent::explainCommand>,
-    made<Agent::tailCommand>,        made<Agent::clearCommand>,    made<Agent::traceCommand>,
-    made<Agent::logMessagesCommand>, made<Agent::manualCommand>,   made<Agent::completeCommand>,
+    made<Agent::replayCommand>,   made<Agent::runCommand>,         made<Agent::showCommand>,
+    made<Agent::applyCommand>,    made<Agent::editCommand>,        made<Agent::saveCommand>,
+    made<Agent::historyCommand>,  made<Agent::rollbackCommand>,    made<Agent::confirmCommand>,
+    made<Agent::checkCommand>,    made<Agent::compareCommand>,     made<Agent::findCommand>,
+    made<Agent::testCommand>,     made<Agent::simplifyCommand>,    made<Agent::convertCommand>,
+    made<Agent::explainCommand>,  made<Agent::tailCommand>,        made<Agent::clearCommand>,
+    made<Agent::traceCommand>,    made<Agent::logMessagesCommand>, made<Agent::manualCommand>,
+    made<Agent::completeCommand>,
 };
 
 /// The command line with all commands.

@@ -54,6 +54,7 @@ std::unique_ptr<Command> convertCommand(CLI::App& app);
 std::unique_ptr<Command> findCommand(CLI::App& app);
 std::unique_ptr<Command> explainCommand(CLI::App& app);
 std::unique_ptr<Command> clearCommand(CLI::App& app);
+std::unique_ptr<Command> simplifyCommand(CLI::App& app);
 std::unique_ptr<Command> tailCommand(CLI::App& app);
 std::unique_ptr<Command> testCommand(CLI::App& app);
 std::unique_ptr<Command> traceCommand(CLI::App& app);

@@ -16,15 +16,26 @@ using Json = nlohmann::ordered_json;
 std::optional<Sources> ConfigurationReader::read(const std::string& name) const {
   if (name == running) return ofAgent();
   std::error_code error;
-  const bool dir = std::filesystem::is_directory(name, error);
-  ConfigFiles files;
-  auto wrong = dir ? files.read({}, name, limits_) : files.read({name}, "", limits_);
+  if (std::filesystem::is_directory(name, error)) return ofFiles({}, name);
+  return ofFiles({name}, "");
+}
+
+std::optional<Sources> ConfigurationReader::readAsOne(const std::vector<std::string>& names) const {
+  if (names.empty()) return ofAgent();
+  return names.size() == 1 ? read(names.front()) : ofFiles(names, "");
+}
+
+std::optional<Sources> ConfigurationReader::ofFiles(const std::vector<std::string>& files,
+                                                    const std::string& dir) const {
+  ConfigFiles texts;
+  auto wrong = texts.read(files, dir, limits_);
   if (wrong.empty()) {
-    if (auto why = files.sources().whyNot()) wrong.push_back(fmt::format("{}: {}", name, *why));
+    if (auto why = texts.sources().whyNot())
+      wrong.push_back(fmt::format("{}: {}", files.empty() ? dir : files.front(), *why));
   }
   tellMistakes(wrong);
   if (!wrong.empty()) return std::nullopt;
-  return files.takeSources();
+  return texts.takeSources();
 }
 
 namespace {

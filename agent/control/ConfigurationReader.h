@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -36,9 +37,12 @@ class ConfigurationReader {
 
   /// Nothing after a complaint.
   std::optional<Sources> read(const std::string& name) const;
+  /// Several texts that are one configuration; none: what the agent has in force.
+  std::optional<Sources> readAsOne(const std::vector<std::string>& names) const;
 
  private:
   std::optional<Sources> ofAgent() const;
+  std::optional<Sources> ofFiles(const std::vector<std::string>& files, const std::string& dir) const;
 
   const TextLimits limits_;
   const std::string control_;

@@ -3,6 +3,7 @@
 #include <agent/config/Mistake.h>
 #include <agent/control/Command.h>
 #include <agent/control/ConfigurationReader.h>
+#include <agent/control/ListChoice.h>
 #include <agent/control/OffLine.h>
 #include <agent/control/PacketSearch.h>
 #include <agent/core/Arguments.h>
@@ -79,10 +80,7 @@ class FindCommand final : public Command {
   std::optional<PacketQuestion> read(std::string* wrong) const {
     PacketQuestion question = question_;
     question.limits = proof_.limits();
-    if (!type_.empty())
-      question.type = type_ == "ip"     ? Acl::AclType::ip
-                      : type_ == "ipv6" ? Acl::AclType::ipv6
-                                        : Acl::AclType::mac;
+    question.type = typeOfWord(type_);
     const std::string text = fmt::format("{}", fmt::join(words_, " "));
     Config::Cursor at;
     if (!at.lineIs(text)) return failed(at, wrong);

@@ -1,6 +1,6 @@
 #include <Kelp/Assert.h>
 #include <agent/change/Effective.h>
-#include <agent/config/Nearest.h>
+#include <agent/control/ListChoice.h>
 #include <agent/control/PacketSearch.h>
 #include <agent/core/Words.h>
 #include <agent/proof/Boxes.h>
@@ -56,10 +56,15 @@ class Searching {
   /// The kinds of packets that the question is about; none when something is wrong.
   std::vector<AclType> kindsAsked(std::string* wrong) {
     std::vector<AclType> kinds;
-    for (const AclType type : listTypes) {
-      if (asked_.type ? type == *asked_.type : isMeant(type)) kinds.push_back(type);
+    if (!asked_.list.empty()) {
+      const auto key = chosenList(effective_, asked_.list, asked_.type, wrong);
+      if (!key || !hasRule(key->first, wrong)) return {};
+      kinds.push_back(key->first);
+    } else {
+      for (const AclType type : listTypes) {
+        if (asked_.type ? type == *asked_.type : type != AclType::mac) kinds.push_back(type);
+      }
     }
-    if (!asked_.list.empty() && !isOneList(kinds, wrong)) return {};
     std::string first;
     std::erase_if(kinds, [&](AclType type) {
       std::string why;
@@ -70,26 +75,10 @@ class Searching {
     if (kinds.empty()) *wrong = first;
     return kinds;
   }
-  bool isMeant(AclType type) const {
-    return asked_.list.empty() ? type != AclType::mac : effective_.lists.contains({type, asked_.list});
-  }
-
-  bool isOneList(const std::vector<AclType>& kinds, std::string* wrong) const {
-    if (kinds.size() > 1) {
-      *wrong = fmt::format("there are several lists {}: --type says which", asked_.list);
-      return false;
-    }
-    if (kinds.empty() || !effective_.lists.contains({kinds.front(), asked_.list})) {
-      std::vector<std::string_view> names;
-      for (const auto& [key, owner] : effective_.lists) names.push_back(key.second);
-      *wrong = Config::orNearest(fmt::format("there is no list {}", asked_.list), asked_.list, names);
-      return false;
-    }
-    if (asked_.what == What::match && !listOf(kinds.front())->rules.contains(asked_.rule)) {
-      *wrong = fmt::format("{} has no rule {}", listTitle(kinds.front(), asked_.list), asked_.rule);
-      return false;
-    }
-    return true;
+  bool hasRule(AclType type, std::string* wrong) const {
+    if (asked_.what != What::match || listOf(type)->rules.contains(asked_.rule)) return true;
+    *wrong = fmt::format("{} has no rule {}", listTitle(type, asked_.list), asked_.rule);
+    return false;
   }
 
   Proof::MetList find(const Config::ListKey& key) const {

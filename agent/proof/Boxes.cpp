@@ -224,4 +224,10 @@ Boxes boxesOf(const PacketSet& set, const RuleSets& sets, const LooseBits& loose
   return boxes;
 }
 
+std::optional<Box> wholeBoxOf(const PacketSet& set, const RuleSets& sets, const LooseBits& loose) {
+  // In whichever order its fields grow, it comes out.
+  Box box = Growth(sets, loose, set, sets.exampleOf(set)).in(orders[0]);
+  return box.packets == set ? std::optional(std::move(box)) : std::nullopt;
+}
+
 }  // namespace Proof

@@ -4,6 +4,7 @@
 #include <agent/proof/RuleSets.h>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,5 +32,7 @@ struct Boxes {
 };
 /// At most so many. The set is what rules can tell apart.
 Boxes boxesOf(const PacketSet& set, const RuleSets& sets, const LooseBits& loose, size_t most);
+/// The box that is all of a set which is not empty; nothing if there is none.
+std::optional<Box> wholeBoxOf(const PacketSet& set, const RuleSets& sets, const LooseBits& loose);
 
 }  // namespace Proof

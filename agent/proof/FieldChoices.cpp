@@ -168,7 +168,8 @@ Choice FieldChoices::ports(Field field, const Runs& bad, uint64_t value) const {
     return fmt::format("{} {}", word, fmt::join(valuesOf(runs), " "));
   };
   if (countOf(bad) <= mostInList) return among(field, good, listed("neq", bad));
-  if (countOf(good) <= mostInList) return among(field, good, listed("eq", good));
+  const bool oneRun = good.size() == 1 && good.front().count() > 2;
+  if (countOf(good) <= mostInList && !oneRun) return among(field, good, listed("eq", good));
   const Run& run = runAround(good, value);
   if (run.count() == 1) return among(field, {run}, fmt::format("eq {}", run.low));
   if (run.low == 0) return among(field, {run}, fmt::format("lt {}", run.high + 1));

@@ -2,13 +2,39 @@
 #include <agent/proof/ListAnalysis.h>
 #include <agent/proof/OrderedSets.h>
 
+#include <map>
 #include <set>
+#include <string>
+#include <utility>
 
 namespace Proof {
 
 namespace {
 
 using Near = std::vector<size_t>;  // entries, in their order
+
+/// Numbers for what becomes of packets: odd ones where they pass.
+class Effects {
+ public:
+  static uint32_t ofVerdict(const Config::Rule& rule) {
+    return Config::common(rule).action == Acl::Action::permit ? 1 : 0;
+  }
+  /// Of the verdict together with what is logged and mirrored.
+  uint32_t of(const Config::Rule& rule) {
+    const uint32_t verdict = ofVerdict(rule);
+    if (isPlain(rule)) return verdict;
+    const Acl::RuleBase& base = Config::common(rule);
+    const auto next = static_cast<uint32_t>(numbers_.size() + 1);
+    return 2 * numbers_.try_emplace({base.log, base.mirrorSession.str()}, next).first->second + verdict;
+  }
+  static bool isPlain(const Config::Rule& rule) {
+    const Acl::RuleBase& base = Config::common(rule);
+    return !base.log && base.mirrorSession.empty();
+  }
+
+ private:
+  std::map<std::pair<bool, std::string>, uint32_t> numbers_;
+};
 
 class Analysis {
  public:
@@ -23,17 +49,56 @@ class Analysis {
     return std::move(found_);
   }
 
+  std::vector<RuleFinding> needless() {
+    Effects effects;
+    addAll([&effects](const Config::Rule& rule) { return effects.of(rule); });
+    std::vector<RuleFinding> all;
+    for (size_t i = 0; i + 1 < rules_.size(); ++i) {
+      if (auto finding = neverMatches(i)) take(i, std::move(*finding), all);
+    }
+    while (takeRedundant(all)) {
+    }
+    return all;
+  }
+
  private:
-  void judgeAll() {
-    for (const auto& [sequence, rule] : list_.rules)
-      rules_.add(sequence, Config::common(rule).action == Acl::Action::permit, sets_.of(rule));
+  template <class EffectOf>
+  void addAll(const EffectOf& effectOf) {
+    for (const auto& [sequence, rule] : list_.rules) rules_.add(sequence, effectOf(rule), sets_.of(rule));
     // What no rule matches is dropped.
-    const size_t rest = rules_.size();
-    rules_.add(0, false, sets_.packets());
+    rules_.add(0, 0, sets_.packets());
+  }
+  bool permits(size_t at) const { return rules_[at].effect % 2 != 0; }
+
+  /// Takes rules away that change nothing, each beside those that are left; returns whether there were some,
+  /// for then others may have become so.
+  bool takeRedundant(std::vector<RuleFinding>& all) {
+    bool some = false;
+    for (size_t i = 0; i + 1 < rules_.size(); ++i) {
+      if (rules_[i].isDead || !mayGo(i)) continue;
+      auto finding = judge(i);
+      if (!finding) continue;
+      take(i, std::move(*finding), all);
+      some = true;
+    }
+    return some;
+  }
+  void take(size_t at, RuleFinding finding, std::vector<RuleFinding>& all) {
+    all.push_back(std::move(finding));
+    rules_[at].isDead = true;
+  }
+  bool mayGo(size_t at) const {
+    const bool last = at + 2 == rules_.size();
+    return Effects::isPlain(list_.rules.at(rules_[at].sequence)) && (permits(at) || !last);
+  }
+
+  void judgeAll() {
+    addAll(Effects::ofVerdict);
+    const size_t rest = rules_.size() - 1;
     for (size_t i = 0; i < rest; ++i, ++found_.judged) {
       if (auto finding = judge(i)) found_.rules.push_back(std::move(*finding));
-      permits_ = permits_ || (rules_[i].permits && !rules_[i].isDead);
-      drops_ = drops_ || (!rules_[i].permits && !rules_[i].isDead);
+      permits_ = permits_ || (permits(i) && !rules_[i].isDead);
+      drops_ = drops_ || (!permits(i) && !rules_[i].isDead);
     }
     const bool passesAll = !drops_ && !isReached(rest);
     if (!permits_ || passesAll) found_.example = sets_.exampleOf(sets_.packets());
@@ -47,8 +112,27 @@ class Analysis {
                                         rules_.leftOf(at, rules_[at].asked, earlier));
   }
 
+  RuleFinding impossible(size_t at) const { return {rules_[at].sequence, Oddity::impossible, {}, false, {}}; }
+
+  /// What is odd about a rule that never matches; nothing of one that does.
+  std::optional<RuleFinding> neverMatches(size_t at) {
+    if (rules_[at].isDead) return impossible(at);
+    const Near earlier = rules_.near(at, 0, at);
+    if (const auto cover = coverOfOne(at, earlier)) return never(at, {*cover});
+    if (rules_.tryPackets(at, earlier, {}, random_).taken) return std::nullopt;
+    return coverOfSeveral(at, earlier);
+  }
+  std::optional<RuleFinding> coverOfSeveral(size_t at, const Near& earlier,
+                                            std::optional<Bits>* taken = nullptr) {
+    std::set<size_t> needed;
+    const auto left = rules_.leftOf(at, rules_[at].asked, earlier, &needed);
+    if (taken) *taken = left;
+    if (left) return std::nullopt;
+    return never(at, fewestOf(at, {needed.begin(), needed.end()}));
+  }
+
   std::optional<RuleFinding> judge(size_t at) {
-    if (rules_[at].isDead) return RuleFinding{rules_[at].sequence, Oddity::impossible, {}, false, {}};
+    if (rules_[at].isDead) return impossible(at);
     const Near earlier = rules_.near(at, 0, at);
     if (const auto cover = coverOfOne(at, earlier)) return never(at, {*cover});
     // The last entry is what happens without any rule.
@@ -57,9 +141,7 @@ class Analysis {
     if (tried.changed) return std::nullopt;
     if (tried.taken && isRepeated(at, later)) return redundant(at, earlier, *tried.taken);
     if (!tried.taken) {
-      std::set<size_t> needed;
-      tried.taken = rules_.leftOf(at, rules_[at].asked, earlier, &needed);
-      if (!tried.taken) return never(at, fewestOf(at, {needed.begin(), needed.end()}));
+      if (auto finding = coverOfSeveral(at, earlier, &tried.taken)) return finding;
     }
     if (rules_.leftOf(at, otherwise(at, later), earlier)) return std::nullopt;
     return redundant(at, earlier, *tried.taken);
@@ -75,19 +157,19 @@ class Analysis {
   /// Whether a later rule does the same with all that this one asks for, and nothing stands between.
   bool isRepeated(size_t at, const Near& later) const {
     for (const size_t each : later) {
-      if (rules_[each].permits != rules_[at].permits) return false;
+      if (rules_[each].effect != rules_[at].effect) return false;
       if (rules_.covers(each, at)) return true;
     }
-    return !rules_[at].permits;
+    return rules_[at].effect == 0;
   }
 
-  /// What of all that a rule asks for meets another verdict behind it.
+  /// To what of all that a rule asks for something else happens behind it.
   PacketSet otherwise(size_t at, const Near& later) const {
     const auto& rule = rules_[at];
-    PacketSet other = rule.permits ? rule.asked : PacketSet();
+    PacketSet other = rule.effect != 0 ? rule.asked : PacketSet();
     for (size_t i = later.size(); i-- > 0;) {
       const auto& next = rules_[later[i]];
-      other = next.permits == rule.permits ? other - next.asked : other | (rule.asked & next.asked);
+      other = next.effect == rule.effect ? other - next.asked : other | (rule.asked & next.asked);
     }
     return other;
   }
@@ -98,7 +180,7 @@ class Analysis {
     RuleFinding finding{rule.sequence, Oddity::covered, {}, false, sets_.exampleOf(rule.asked)};
     for (const size_t each : by) {
       finding.by.push_back(rules_[each].sequence);
-      finding.otherAction = finding.otherAction || rules_[each].permits != rule.permits;
+      finding.otherAction = finding.otherAction || permits(each) != permits(at);
     }
     return finding;
   }
@@ -134,6 +216,11 @@ class Analysis {
 };
 
 }  // namespace
+
+std::vector<RuleFinding> needlessOf(const Config::List& list, const RuleSets& sets) {
+  KELP_ASSERT(list.type == sets.type(), "sets for another kind of list");
+  return Analysis(list, sets).needless();
+}
 
 ListFindings analyse(const Config::List& list, const RuleSets& sets) {
   KELP_ASSERT(list.type == sets.type(), "sets for another kind of list");

@@ -38,6 +38,12 @@ struct ListFindings {
   std::string cutOff;  ///< the limit that was reached, as a sentence; empty: none
 };
 
+/// The rules that a list can do without, all together and one after the other as they stand here: what never
+/// matches, and what changes nothing for any packet, neither its verdict nor what is logged or mirrored.
+/// Rules with `log` or a mirror session are among them only when they never match, and a last rule that
+/// denies is not, as it is written for its counter. Throws LimitReached.
+std::vector<RuleFinding> needlessOf(const Config::List& list, const RuleSets& sets);
+
 /// Says it of every rule of a list. `sets` were made for lists of its kind; with them nothing more can be
 /// done when the findings are cut off.
 ListFindings analyse(const Config::List& list, const RuleSets& sets);

@@ -12,11 +12,11 @@ constexpr int mostTries = 100, triesInOne = 5;
 
 }  // namespace
 
-void OrderedSets::add(uint32_t sequence, bool permits, PacketSet asked) {
+void OrderedSets::add(uint32_t sequence, uint32_t effect, PacketSet asked) {
   Hull hull;
   const bool dead = asked.isEmpty();
   if (!dead) hull = sets_.sets().hullOf(asked);
-  entries_.push_back({sequence, permits, dead, std::move(asked), hull.exact});
+  entries_.push_back({sequence, effect, dead, std::move(asked), hull.exact});
   cubes_.push_back(hull.cube);
   firstWords_.emplace_back(hull.cube.value.word[0], hull.cube.mask.word[0]);
 }
@@ -68,7 +68,7 @@ OrderedSets::Tried OrderedSets::tryPackets(size_t at, const std::vector<size_t>&
   Tried tried;
   std::vector<size_t> others;  // that do otherwise
   for (const size_t each : later) {
-    if (entries_[each].permits != entries_[at].permits) others.push_back(each);
+    if (entries_[each].effect != entries_[at].effect) others.push_back(each);
   }
   Bits packet = sets_.sets().anyOf(entries_[at].asked, random);
   for (int i = 0; i < mostTries; ++i) {
@@ -78,11 +78,11 @@ OrderedSets::Tried OrderedSets::tryPackets(size_t at, const std::vector<size_t>&
     if (!inTheWay) {
       tried.taken = packet;
       inTheWay = firstOf(later, packet);
-      if ((inTheWay && entries_[*inTheWay].permits) != entries_[at].permits) {
+      if ((inTheWay ? entries_[*inTheWay].effect : 0) != entries_[at].effect) {
         tried.changed = packet;
         return tried;
       }
-      // Denied with it and without.
+      // The same as without any rule.
       if (!inTheWay) inTheWay = at;
     }
     packet = besides(at, packet, *inTheWay, random);

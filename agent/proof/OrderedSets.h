@@ -18,7 +18,8 @@ class OrderedSets {
  public:
   struct Entry {
     uint32_t sequence = 0;
-    bool permits = false;
+    /// What becomes of the packets that it takes; equal numbers: the same. 0 becomes of what no entry takes.
+    uint32_t effect = 0;
     bool isDead = false;  ///< it never matches: others may leave it out
     PacketSet asked;
     bool exact = false;  ///< the cube around it is all of it
@@ -27,7 +28,7 @@ class OrderedSets {
   /// `sets` outlives it.
   explicit OrderedSets(const RuleSets& sets) : sets_(sets) {}
 
-  void add(uint32_t sequence, bool permits, PacketSet asked);
+  void add(uint32_t sequence, uint32_t effect, PacketSet asked);
   size_t size() const { return entries_.size(); }
   Entry& operator[](size_t at) { return entries_[at]; }
   const Entry& operator[](size_t at) const { return entries_[at]; }
@@ -49,7 +50,7 @@ class OrderedSets {
   /// What trying packets has shown of an entry.
   struct Tried {
     std::optional<Bits> taken;    ///< it takes this packet
-    std::optional<Bits> changed;  ///< and this one meets another verdict without it
+    std::optional<Bits> changed;  ///< and to this one something else happens without it
   };
   /// Tries some packets. `earlier` and `later` are those near it.
   Tried tryPackets(size_t at, const std::vector<size_t>& earlier, const std::vector<size_t>& later,

@@ -1,4 +1,5 @@
 #include <agent/control/Command.h>
+#include <agent/control/ListSimplification.h>
 #include <agent/control/PacketComparison.h>
 #include <gmock/gmock.h>
 
@@ -50,10 +51,68 @@ TEST(PacketCommands, DoWhatThePageShows) {
             sessionBehind(proofPage(), "$ velo test --config shadowed.acl edge.expect"));
 }
 
+TEST(PacketCommands, SimplifyDoesWhatThePageShows) {
+  const Ran ran = runVelo({"simplify", "EDGE-IN", shadowedAcl});
+  EXPECT_EQ(ran.status, 0);
+  EXPECT_EQ(ran.out, sessionBehind(proofPage(), "$ velo simplify EDGE-IN shadowed.acl"));
+  std::istringstream told(ran.err);
+  for (std::string line; std::getline(told, line);) EXPECT_THAT(proofPage(), HasSubstr("    " + line + "\n"));
+}
+
+TEST(PacketCommands, WhatSimplifyPrintsDoesTheSame) {
+  const TempDir dir;
+  const std::string config = dir / "a.acl", simpler = dir / "b.acl";
+  writeFile(
+      config,
+      "object-group network H\n host 10.0.0.1\nobject-group network G\n group-object H\n"
+      "object-group network UNUSED\n host 10.0.0.9\nip access-list A\n 10 permit ip object-group G any\n"
+      " 20 permit tcp any any eq 22\n 30 permit tcp any any\n 40 permit udp any any log\n"
+      "mac access-list A\n 10 permit any any\ninterface eth1\n ip access-group A in\n");
+  EXPECT_EQ(runVelo({"simplify", "A", config, "--type", "ip"}).out,
+            "object-group network G\n   group-object H\nobject-group network H\n   host 10.0.0.1\n"
+            "ip access-list A\n   10 permit ip object-group G any\n   30 permit tcp any any\n"
+            "   40 permit udp any any log\n");
+  const Ran whole = runVelo({"simplify", "A", config, "--type", "ip", "--whole", "--json"});
+  const auto document = nlohmann::json::parse(whole.out);
+  EXPECT_EQ(document.at("rulesLeft"), 3);
+  EXPECT_EQ(document.at("leftOut").at(0).at("why"), "redundant");
+  EXPECT_EQ(
+      document.at("leftOut").at(0).at("sentence"),
+      "rule 20 is left out: without it its packets are permitted, too, and are not counted by it any more");
+  writeFile(simpler, document.at("text").get<std::string>());
+  EXPECT_EQ(runVelo({"compare", config, simpler}).status, 0);
+  EXPECT_THAT(readFile(simpler), HasSubstr("mac access-list A"));
+  EXPECT_THAT(readFile(simpler), HasSubstr("ip access-group A in"));
+  struct Row {
+    std::vector<std::string> words;
+    const char* wrong;
+  };
+  for (const Row& row : {
+           Row{{"A", config}, "simplify: there are several lists A: --type says which"},
+           Row{{"B", config}, "simplify: there is no list B"},
+           Row{{"A", config, "--type", "ipv6"}, "simplify: there is no list A"},
+           Row{{"A", dir / "none.acl"}, "none.acl"},
+       }) {
+    std::vector<std::string> words = row.words;
+    words.insert(words.begin(), "simplify");
+    const Ran ran = runVelo(words);
+    EXPECT_EQ(ran.status, 2) << row.wrong;
+    EXPECT_THAT(ran.err, HasSubstr(row.wrong));
+    EXPECT_EQ(ran.out, "");
+  }
+  // Nothing is printed that is not proven.
+  const auto model = modelOf("ip access-list A\n 10 permit ip any any\n");
+  std::string wrong;
+  EXPECT_FALSE(
+      Agent::listSimplification({.list = "A", .limits = {Kelp::Duration(0)}}, {{"cli", &model}}, &wrong));
+  EXPECT_EQ(wrong, "ip access-list A: it takes more than 0 seconds");
+}
+
 // Their status 1 is an answer, which nobody may take from a program that ran out of memory.
 TEST(PacketCommands, GiveNoAnswerWhenMemoryRunsOut) {
   CLI::App app;
-  for (const auto make : {Agent::compareCommand, Agent::findCommand, Agent::testCommand})
+  for (const auto make :
+       {Agent::compareCommand, Agent::findCommand, Agent::simplifyCommand, Agent::testCommand})
     EXPECT_EQ(make(app)->whenItRunsOut(), Agent::exitUsage);
 }
 
@@ -265,6 +324,7 @@ TEST_F(PacketsOfAnAgentTest, ApplyTellsThemAndCarriesOutACleanUpOnly) {
   EXPECT_EQ(run({"compare", "running", clean}).status, 0);
   EXPECT_EQ(run({"compare", "running", open}).status, 1);
   EXPECT_EQ(run({"find", "permit", "A", "where", "udp any any eq 9"}).status, 1);
+  EXPECT_EQ(run({"simplify", "A"}).out, "ip access-list A\n   20 permit udp any any lt 9\n");
 
   const Ran told = run({"apply", "--dry-run", "--packets", open});
   EXPECT_EQ(told.status, 0) << told.err;

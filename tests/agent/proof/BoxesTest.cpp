@@ -16,24 +16,6 @@ namespace {
 using namespace TestSupport;
 using Differential::Fields;
 
-/// Rules that the language can say.
-template <class Rule>
-Rule sayable(Rule rule) {
-  if constexpr (std::is_same_v<Rule, Acl::IpRule>) {
-    const auto change = [](Acl::IpFilter& filter) {
-      filter.trafficClassMask &= 0xfc;
-      filter.trafficClass &= 0xfc;
-    };
-    change(rule.filter);
-    if (rule.filter.alternatives.given()) {
-      auto all = rule.filter.alternatives.all();
-      for (Acl::IpFilter& each : all) change(each);
-      rule.filter.alternatives = Acl::Alternatives<Acl::IpFilter>(std::move(all));
-    }
-  }
-  return rule;
-}
-
 template <class Rule>
 class BoxesTest : public testing::Test {
  protected:

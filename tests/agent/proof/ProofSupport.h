@@ -22,6 +22,24 @@ constexpr Acl::AclType typeOf = std::is_same_v<Rule, Acl::IpRule>    ? Acl::AclT
                                 : std::is_same_v<Rule, Acl::Ip6Rule> ? Acl::AclType::ipv6
                                                                      : Acl::AclType::mac;
 
+/// Rules that the language can say.
+template <class Rule>
+Rule sayable(Rule rule) {
+  if constexpr (std::is_same_v<Rule, Acl::IpRule>) {
+    const auto change = [](Acl::IpFilter& filter) {
+      filter.trafficClassMask &= 0xfc;
+      filter.trafficClass &= 0xfc;
+    };
+    change(rule.filter);
+    if (rule.filter.alternatives.given()) {
+      auto all = rule.filter.alternatives.all();
+      for (Acl::IpFilter& each : all) change(each);
+      rule.filter.alternatives = Acl::Alternatives<Acl::IpFilter>(std::move(all));
+    }
+  }
+  return rule;
+}
+
 /// A list of these rules; of those with the same number it has the last.
 template <class Rule>
 Config::List configList(const std::vector<Rule>& rules) {

@@ -1,0 +1,31 @@
+#include <agent/config/Nearest.h>
+#include <agent/control/ListChoice.h>
+#include <fmt/format.h>
+
+#include <string_view>
+#include <vector>
+
+namespace Agent {
+
+std::optional<Config::ListKey> chosenList(const Effective& effective, const std::string& name,
+                                          std::optional<Acl::AclType> type, std::string* wrong) {
+  std::vector<Config::ListKey> found;
+  std::vector<std::string_view> names;
+  for (const auto& [key, owner] : effective.lists) {
+    names.push_back(key.second);
+    if (key.second == name && (!type || key.first == *type)) found.push_back(key);
+  }
+  if (found.size() == 1) return found.front();
+  *wrong = found.empty() ? Config::orNearest(fmt::format("there is no list {}", name), name, names)
+                         : fmt::format("there are several lists {}: --type says which", name);
+  return std::nullopt;
+}
+
+std::optional<Acl::AclType> typeOfWord(const std::string& word) {
+  for (const Acl::AclType type : Acl::aclTypes) {
+    if (word == Acl::stringValue(type)) return type;
+  }
+  return std::nullopt;
+}
+
+}  // namespace Agent

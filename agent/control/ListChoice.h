@@ -1,0 +1,18 @@
+#pragma once
+
+#include <agent/change/Effective.h>
+
+#include <optional>
+#include <string>
+
+namespace Agent {
+
+/// The one list that a user means by a name and, where there are several, its kind. Nothing, and what is
+/// wrong, if there is none.
+std::optional<Config::ListKey> chosenList(const Effective& effective, const std::string& name,
+                                          std::optional<Acl::AclType> type, std::string* wrong);
+
+/// A kind of list by its word: ip, ipv6 or mac; nothing of an empty word.
+std::optional<Acl::AclType> typeOfWord(const std::string& word);
+
+}  // namespace Agent
