@@ -137,7 +137,7 @@ std::optional<std::string> save(ControlClient& agent, std::string& target, Exit*
 
 }  // namespace
 
-std::optional<Saved> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit) {
+std::optional<SavedFile> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit) {
   std::string target = path, unheard;
   Exit asked = exitDone;
   const auto wrong = save(agent, target, &asked);
@@ -152,7 +152,7 @@ std::optional<Saved> saveConfiguration(ControlClient& agent, const std::string& 
     return std::nullopt;
   }
   const auto status = shown(agent, {{"what", "status"}}, &unheard, &asked);
-  return Saved{target, status ? status->at("configuration").at("restart") : Json(nullptr)};
+  return SavedFile{target, status ? status->at("configuration").at("restart") : Json(nullptr)};
 }
 
 }  // namespace Agent

@@ -36,7 +36,7 @@ class ChangeCommand : public Command {
 };
 
 /// What was saved, and where.
-struct Saved {
+struct SavedFile {
   std::string path;
   nlohmann::ordered_json restart;  ///< as in the status, afterwards
 };
@@ -44,6 +44,6 @@ struct Saved {
 /// Writes the command line's configuration of an agent to a file, or, without a path, to the one that the
 /// agent was given. Not while a change waits to be confirmed. Nothing after a complaint. The agent's log is
 /// told, whatever became of it.
-std::optional<Saved> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit);
+std::optional<SavedFile> saveConfiguration(ControlClient& agent, const std::string& path, Exit* exit);
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #include <Acl/Model.h>
 #include <agent/control/CounterSweep.h>
+#include <agent/core/EventLoop.h>
 #include <agent/show/ListReport.h>
 
 #include <algorithm>
@@ -9,8 +10,6 @@ namespace Agent {
 
 namespace {
 
-/// Below the priority of the tasks that update the status.
-constexpr int priority = -5;
 /// How many counters are looked at before the clock is read.
 constexpr int countersAtOnce = 32;
 constexpr Kelp::Duration askAgainAfter{1.0};
@@ -28,7 +27,7 @@ CounterSweep::CounterSweep(Core& core, ZeroLine& zero, std::function<bool()> cha
     : core_(core),
       zero_(zero),
       changing_(std::move(changing)),
-      task_(priority, "CounterSweep", [this] { run(); }) {}
+      task_(sweepPriority, "CounterSweep", [this] { run(); }) {}
 
 void CounterSweep::handleApplied() {
   sources_.clear();

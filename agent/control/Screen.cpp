@@ -17,7 +17,7 @@ constexpr std::string_view leave = "\x1b[0m\x1b[?25h\x1b[?1049l";
 constexpr int ending[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // For signal handlers: how standard input was before, if it is a terminal.
-termios before;
+termios modeBefore;
 bool changed = false;
 
 bool writeAll(std::string_view text) {
@@ -32,7 +32,7 @@ bool writeAll(std::string_view text) {
 
 /// Only what a signal handler may call (POSIX.1-2017, 2.4.3).
 void restore() {
-  if (changed) tcsetattr(STDIN_FILENO, TCSANOW, &before);
+  if (changed) tcsetattr(STDIN_FILENO, TCSANOW, &modeBefore);
   changed = false;
   writeAll(leave);
 }
@@ -47,9 +47,9 @@ void handleSize(int) {}
 }  // namespace
 
 Screen::Screen() {
-  changed = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &before) == 0;
+  changed = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &modeBefore) == 0;
   if (changed) {
-    termios keys = before;
+    termios keys = modeBefore;
     keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     keys.c_cc[VMIN] = 0;
     keys.c_cc[VTIME] = 0;

@@ -14,7 +14,7 @@ namespace Agent {
 
 namespace {
 
-constexpr int backlog = 128;
+constexpr int clientsWaiting = 128;
 constexpr mode_t othersNothing = 0117;  // leaves 0660
 
 std::optional<sockaddr_un> addressOf(const std::string& path) {
@@ -75,7 +75,7 @@ std::optional<std::string> ServerSocket::listen(const std::string& path) {
       fd_ >= 0 && bind(fd_, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0;
   umask(usual);
   struct stat file {};
-  if (!bound || lstat(path.c_str(), &file) != 0 || ::listen(fd_, backlog) != 0) {
+  if (!bound || lstat(path.c_str(), &file) != 0 || ::listen(fd_, clientsWaiting) != 0) {
     auto wrong = failureOf(path);
     if (fd_ >= 0) close(fd_);
     fd_ = -1;

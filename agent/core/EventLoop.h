@@ -28,6 +28,9 @@ struct LoopTimes {
   double longestTurn = 0;  ///< behind the sleep
 };
 
+/// Priority of the tasks that go over all that there is, in slices: below those that update the status.
+inline constexpr int sweepPriority = -5;
+
 /// The one loop of a running agent, on one thread. A turn of it calls the handlers of descriptors, asks every
 /// poller for a burst of packets, and runs due tasks; handlers and tasks together have a third of a slice.
 /// When there is nothing to do it sleeps in epoll.

@@ -126,7 +126,7 @@ bool readCutKind(Cursor& at, Draft& draft) {
   return at.keyword("off");
 }
 
-constexpr FrameWord kinds[] = {
+constexpr FrameWord allKinds[] = {
     {"tcp", readPortsKind<IpProtocol::tcp>},
     {"udp", readPortsKind<IpProtocol::udp>},
     {"sctp", readPortsKind<IpProtocol::sctp>},
@@ -142,6 +142,6 @@ constexpr FrameWord kinds[] = {
 
 }  // namespace
 
-std::span<const FrameWord> frameKinds() { return kinds; }
+std::span<const FrameWord> frameKinds() { return allKinds; }
 
 }  // namespace Agent

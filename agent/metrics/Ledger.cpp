@@ -5,10 +5,10 @@ namespace Agent {
 namespace {
 
 /// Entries that are looked at in a go.
-constexpr int atOnce = 256;
+constexpr int entriesAtOnce = 256;
 
 /// A count below the one before is that of a counter that began again.
-uint64_t risen(uint64_t now, uint64_t before) { return now < before ? now : now - before; }
+uint64_t risen(uint64_t count, uint64_t last) { return count < last ? count : count - last; }
 
 }  // namespace
 
@@ -34,7 +34,7 @@ template <class Map>
 bool Ledger::tidy(Map& map, std::optional<typename Map::key_type>& from) const {
   auto at = from ? map.lower_bound(*from) : map.begin();
   for (int looked = 0; map.size() > most_ && at != map.end(); ++looked) {
-    if (looked == atOnce) {
+    if (looked == entriesAtOnce) {
       from = at->first;
       return true;
     }

@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <agent/core/EventLoop.h>
 #include <agent/core/Reserve.h>
 #include <agent/metrics/Scrapes.h>
 #include <sys/epoll.h>
@@ -11,8 +12,6 @@ namespace Agent {
 
 namespace {
 
-/// Below the priority of the tasks that update the status.
-constexpr int priority = -5;
 constexpr std::chrono::seconds patience{10};
 
 }  // namespace
@@ -23,7 +22,7 @@ Scrapes::Scrapes(EventLoop& loop, const Watched& watched, RuleChoice choice, siz
       choice_(choice),
       most_(most),
       ledger_(4 * most),  // both directions, and as much again of rules that are not in force now
-      task_(priority, "Metrics", [this] { run(); }),
+      task_(sweepPriority, "Metrics", [this] { run(); }),
       bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   KELP_ASSERT(bell_.get() >= 0, "an eventfd can be had");
   loop_.fdIs(bell_.get(), EPOLLIN, [this](uint32_t) { handleAsked(); });

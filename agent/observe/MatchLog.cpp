@@ -12,9 +12,6 @@ namespace Agent {
 
 namespace {
 
-/// Below the tasks that update the status.
-constexpr int priority = -5;
-
 uint64_t randomSeed() {
   std::random_device random;
   return uint64_t{random()} << 32 | random();
@@ -57,7 +54,7 @@ MatchLog::MatchLog(const Core& core, const Forwarder& forwarder, EventLoop& loop
       flows_(options.flows, randomSeed()),
       budget_(options.rate),
       place_(core, forwarder),
-      task_(priority, "MatchLog", [this] { run(); }),
+      task_(sweepPriority, "MatchLog", [this] { run(); }),
       follower_(
           core.inForce(), [this](const Counter& counter) { return follow(counter); },
           [this](const Counter& counter) { handleMatch(counter); },

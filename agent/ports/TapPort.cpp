@@ -15,12 +15,12 @@ namespace {
 
 // The host hands over nothing larger: TUNSETOFFLOAD with 0 has it cut large segments itself.
 constexpr size_t largestOfTap = 65536 + 64;
-constexpr size_t room = 2 * largestOfTap;
+constexpr size_t receiveRoom = 2 * largestOfTap;
 
 }  // namespace
 
 std::optional<std::string> TapPort::open() {
-  received_.resize(room);
+  received_.resize(receiveRoom);
   descriptor_ = Descriptor(::open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
   if (!isOpen()) return failed("/dev/net/tun");
   ifreq request{};
@@ -41,8 +41,9 @@ std::optional<std::string> TapPort::open() {
 
 bool TapPort::receive(FrameReceiver& to) {
   size_t used = 0;
-  for (size_t count = 0; isOpen() && !stopped_ && count < burst && room - used >= largestOfTap; ++count) {
-    const ssize_t got = read(fd(), &received_[used], room - used);
+  for (size_t count = 0; isOpen() && !stopped_ && count < burst && receiveRoom - used >= largestOfTap;
+       ++count) {
+    const ssize_t got = read(fd(), &received_[used], receiveRoom - used);
     if (got < static_cast<ssize_t>(sizeof(Offload))) return false;
     const size_t size = static_cast<size_t>(got) - sizeof(Offload);
     LiveFrame frame{{&received_[used + sizeof(Offload)], size}};

@@ -14,7 +14,7 @@ constexpr size_t idSize = 18;  // of "0x" and 16 digits
 bool isId(std::string_view word) { return word.size() == idSize && word.starts_with("0x"); }
 
 /// The words of a line, without the commas and colons behind them.
-std::vector<std::string_view> wordsOf(std::string_view line) {
+std::vector<std::string_view> namesOf(std::string_view line) {
   std::vector<std::string_view> words;
   while (!line.empty()) {
     const size_t end = std::min(line.find(' '), line.size());
@@ -60,7 +60,7 @@ std::string RuleNames::titleOf(std::string_view list, const Kiv::UniqueId& id) c
 std::string RuleNames::beside(std::string_view line) const {
   std::string text;
   if (line.find("0x") == line.npos) return text;
-  const auto words = wordsOf(line);
+  const auto words = namesOf(line);
   for (const auto id : words) {
     if (!isId(id)) continue;
     for (const auto list : words) {

@@ -1,5 +1,6 @@
 #include <Acl/RuleKinds.h>
 #include <Kelp/Duration.h>
+#include <agent/core/EventLoop.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Reserve.h>
@@ -13,10 +14,8 @@ namespace Agent {
 
 namespace {
 
-constexpr Kelp::Duration interval{0.5};
-constexpr Kelp::Duration atOnce{0.0};
-/// Below the priority of the tasks that update the status.
-constexpr int priority = -5;
+constexpr Kelp::Duration writeEvery{0.5};
+constexpr Kelp::Duration noDelay{0.0};
 /// How many rows are copied before the clock is read.
 constexpr int rowsAtOnce = 32;
 
@@ -33,7 +32,7 @@ struct StateKeeper::Piece {
 };
 
 StateKeeper::StateKeeper(const Core& core, std::unique_ptr<StateFile> file)
-    : core_(core), task_(priority, "State", [this] { run(); }), writer_(std::move(file)) {
+    : core_(core), task_(sweepPriority, "State", [this] { run(); }), writer_(std::move(file)) {
   task_->scheduleTask();
 }
 
@@ -52,7 +51,7 @@ StateKeeper::~StateKeeper() {
 void StateKeeper::handleApplied() {
   rulesKnown_ = false;
   pieces_.clear();
-  task_->scheduleTaskDelay(atOnce);
+  task_->scheduleTaskDelay(noDelay);
 }
 
 void StateKeeper::run() {
@@ -68,7 +67,7 @@ void StateKeeper::run() {
     state_ = {};
     handleFailure(outOfMemory);
   }
-  task_->scheduleTaskDelay(interval);
+  task_->scheduleTaskDelay(writeEvery);
 }
 
 void StateKeeper::handleFailure(const std::string& failure) {
