@@ -8,24 +8,24 @@ namespace Agent {
 
 namespace {
 
-using Words = std::vector<std::string>;
+using Choices = std::vector<std::string>;
 
-Words showNames(const LiveNames&) {
-  Words names;
+Choices showNames(const LiveNames&) {
+  Choices names;
   for (const Show& show : shows()) names.emplace_back(show.name);
   return names;
 }
-Words fileNames(const LiveNames&) { return {filesMark}; }
-Words listNames(const LiveNames& live) { return live.lists(); }
-Words interfaceNames(const LiveNames& live) { return live.interfaces(); }
-Words facilityNames(const LiveNames& live) { return live.facilities(); }
+Choices fileNames(const LiveNames&) { return {filesMark}; }
+Choices listNames(const LiveNames& live) { return live.lists(); }
+Choices interfaceNames(const LiveNames& live) { return live.interfaces(); }
+Choices facilityNames(const LiveNames& live) { return live.facilities(); }
 
 /// What values there are, by what the help calls them, and where that is not enough by the name of the
 /// option.
 struct ValueKind {
   std::string_view type;
   std::string_view option;  ///< empty: any
-  Words (*values)(const LiveNames& live);
+  Choices (*values)(const LiveNames& live);
 };
 constexpr ValueKind kinds[] = {
     {"FILE", "", fileNames},
@@ -51,10 +51,10 @@ constexpr ValueKind kinds[] = {
 };
 
 /// Of a type with the words that it may be, as "FORM:{none,text,json}": these words.
-Words choicesOf(const std::string& type) {
+Choices choicesOf(const std::string& type) {
   const size_t from = type.find('{'), to = type.find('}', from);
   if (from == std::string::npos || to == std::string::npos) return {};
-  Words words = {""};
+  Choices words = {""};
   for (const char c : type.substr(from + 1, to - from - 1)) {
     if (c == ',') {
       words.emplace_back();
@@ -65,7 +65,7 @@ Words choicesOf(const std::string& type) {
   return words;
 }
 
-Words valuesOf(const CLI::Option& option, const LiveNames& live) {
+Choices valuesOf(const CLI::Option& option, const LiveNames& live) {
   const std::string type = option.get_type_name();
   if (auto choices = choicesOf(type); !choices.empty()) return choices;
   const std::string_view bare = std::string_view(type).substr(0, type.find(':'));
@@ -110,26 +110,26 @@ struct Typed {
 };
 
 /// The values of the positional argument of a number; the last one may take several.
-Words positionalsOf(const CLI::App& command, size_t number, const LiveNames& live) {
+Choices positionalsOf(const CLI::App& command, size_t number, const LiveNames& live) {
   const CLI::Option* last = nullptr;
   for (const CLI::Option* option : command.get_options()) {
     if (!option->get_positional()) continue;
     last = option;
     if (number-- == 0) return valuesOf(*option, live);
   }
-  return last && last->get_items_expected_max() > 1 ? valuesOf(*last, live) : Words();
+  return last && last->get_items_expected_max() > 1 ? valuesOf(*last, live) : Choices();
 }
 
-Words optionsOf(const CLI::App& command) {
-  Words names;
+Choices optionsOf(const CLI::App& command) {
+  Choices names;
   for (const CLI::Option* option : command.get_options()) {
     for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
   }
   return names;
 }
 
-Words commandNames(const CLI::App& program) {
-  Words names;
+Choices commandNames(const CLI::App& program) {
+  Choices names;
   for (const CLI::App* command : commandsOf(program)) names.push_back(command->get_name());
   return names;
 }
@@ -145,11 +145,11 @@ std::vector<std::string> completions(const CLI::App& program, std::span<const st
     if (!typed.known) return {};
   }
   const std::string& begun = words.back();
-  Words all = typed.pending            ? valuesOf(*typed.pending, live)
-              : begun.starts_with("-") ? optionsOf(*typed.app)
-              : typed.app == &program  ? commandNames(program)
-                                       : positionalsOf(*typed.app, typed.positionals, live);
-  if (all == Words{filesMark}) return all;
+  Choices all = typed.pending            ? valuesOf(*typed.pending, live)
+                : begun.starts_with("-") ? optionsOf(*typed.app)
+                : typed.app == &program  ? commandNames(program)
+                                         : positionalsOf(*typed.app, typed.positionals, live);
+  if (all == Choices{filesMark}) return all;
   std::erase_if(all, [&](const std::string& word) { return !word.starts_with(begun); });
   std::sort(all.begin(), all.end());
   return all;
