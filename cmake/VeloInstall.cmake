@@ -55,6 +55,7 @@ install(FILES ${completion}/velo.fish DESTINATION ${share}/fish/vendor_completio
 
 file(GLOB documents CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.md)
 install(FILES ${documents} packaging/alerts.yml packaging/dashboard.json DESTINATION ${share}/doc/velo COMPONENT velo)
+install(DIRECTORY docs/schema DESTINATION ${share}/doc/velo COMPONENT velo)
 install(FILES examples/demo.acl examples/any.acl examples/shadowed.acl DESTINATION ${share}/doc/velo/examples COMPONENT velo)
 
 # What a plugin includes: the headers that the interface version is made of, and that version.

@@ -1,6 +1,7 @@
 #include "Run.h"
 
 #include "CaptureBytes.h"
+#include "Schema.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -58,6 +59,8 @@ Ran runVelo(const std::vector<std::string>& arguments, const std::map<std::strin
   ran.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   if (outTo.empty()) ran.out = readFile(out);
   ran.err = readFile(err);
+  const auto document = nlohmann::ordered_json::parse(ran.out, nullptr, false);
+  if (document.is_object()) expectOfSchema(kindOf(arguments), document);
   return ran;
 }
 

@@ -1,5 +1,7 @@
 #include "RunningAgent.h"
 
+#include "Schema.h"
+
 #include <agent/change/Apply.h>
 #include <agent/control/ServerSocket.h>
 #include <sys/socket.h>
@@ -90,7 +92,7 @@ Json RunningAgent::ask(const Json& request, Agent::Session& from, bool mayChange
   if (!read) return {{"error", {{"code", "unread"}, {"text", wrong}}}};
   std::optional<Json> result;
   const auto answered = std::make_shared<bool>(false);
-  plane_->operations().handle(*read, from, mayChange, [&result, answered](Agent::Answer answer) {
+  plane_->operations().handle(*read, from, mayChange, [&result, &request, answered](Agent::Answer answer) {
     EXPECT_FALSE(*answered) << "one answer a request";
     *answered = true;
     if (!answer.document) {
@@ -101,6 +103,7 @@ Json RunningAgent::ask(const Json& request, Agent::Session& from, bool mayChange
     while (answer.document->next(text)) {
     }
     result = Json::parse(text);
+    expectOfSchema(kindOf(request), *result);
   });
   turnsUntil([&] { return result.has_value(); });
   return result.value_or(Json());
