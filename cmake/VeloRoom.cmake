@@ -51,8 +51,8 @@ if(VELO_SANITIZE)
   # compiled, and checking it in the tests once more takes a third of the time to build them. Null is what the
   # address sanitizer stops at anyway, and asking for it everywhere takes a quarter.
   set(undefined $<$<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_TEST_CODE>>>:$<COMMA>undefined>)
-  # Benches are only compiled, for the warnings.
-  set(watched $<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_BENCH_CODE>>>)
+  # Benches are only compiled, for the warnings, and the templates of the JSON library are its own.
+  set(watched $<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_UNWATCHED>>>)
   target_compile_options(velo-flags INTERFACE $<${watched}:-fsanitize=address${undefined}> -fno-sanitize=null -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
