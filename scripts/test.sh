@@ -35,7 +35,7 @@ install=()
 if [[ $preset == threads ]]; then
   # Lists are compiled, texts read, and the state written on threads of their own; what is counted can be told to
   # expect that. The tests have the label where they are declared.
-  build threads Kelp-tests Acl-tests agent-tests control-tests state-tests fuzz-classifier fuzz-control fuzz-directory velo
+  build threads Kelp-tests Acl-tests agent-tests control-tests fuzz-classifier fuzz-control fuzz-directory velo
   [[ -z $build_only ]] || exit 0
   run_tests threads tests --label-regex '^threads$'
   exit
