@@ -77,6 +77,7 @@ class CommandLine {
   int carryOut() {
     const auto given = [](const auto& command) { return command->parsed(); };
     const auto& command = *std::find_if(commands_.begin(), commands_.end(), given);
+    command->furtherPluginsAre(furtherPlugins());
     try {
       return command->run(plugin_);
     } catch (const std::bad_alloc&) {
@@ -90,8 +91,12 @@ class CommandLine {
 
  private:
   void addPluginOptions(CLI::App& command) {
-    command.add_option("--plugin", plugin_, "the plugin's library (default: VeloAcl.so beside the program)")
-        ->type_name("PATH");
+    command
+        .add_option("--plugin", plugins_,
+                    "the library of a plugin, beside the access lists, which are VeloAcl.so beside the "
+                    "program unless one is called so; may be given several times")
+        ->type_name("PATH")
+        ->allow_extra_args(false);
     command
         .add_option(
             "--trace", traces_,
@@ -99,6 +104,20 @@ class CommandLine {
             "named are on. Environment: VELO_TRACE")
         ->type_name("NAME/LEVEL,...")
         ->envname("VELO_TRACE");
+  }
+
+  /// What is no library of access lists is one beside it: so nobody who names a plugin leaves packets
+  /// unfiltered.
+  std::vector<std::string> furtherPlugins() {
+    const auto name = std::filesystem::path(defaultPlugin()).filename();
+    std::vector<std::string> further;
+    for (const std::string& path : plugins_) {
+      if (std::filesystem::path(path).filename() == name)
+        plugin_ = path;
+      else
+        further.push_back(path);
+    }
+    return further;
   }
 
   std::optional<int> enableTraces() const {
@@ -113,6 +132,7 @@ class CommandLine {
 
   CLI::App app_{"A software forwarding agent with access lists.", "velo"};
   std::string plugin_ = defaultPlugin();
+  std::vector<std::string> plugins_;
   std::string traces_;
   std::vector<std::unique_ptr<Agent::ProgramCommand>> commands_;
 };

@@ -65,8 +65,14 @@ endforeach()
 install(FILES ${CMAKE_BINARY_DIR}/interface/velo-interface-version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velo
   COMPONENT velo-dev)
 
-# The packages. Their version is the program's; in Debian's order what comes before a release has a tilde.
 velo_describe(version)
+configure_file(cmake/VeloConfig.cmake.in ${made}/VeloConfig.cmake @ONLY)
+include(CMakePackageConfigHelpers)
+write_basic_package_version_file(${made}/VeloConfigVersion.cmake VERSION ${PROJECT_VERSION} COMPATIBILITY SameMinorVersion)
+install(FILES ${made}/VeloConfig.cmake ${made}/VeloConfigVersion.cmake DESTINATION lib/cmake/Velo COMPONENT velo-dev)
+install(DIRECTORY examples/plugin DESTINATION ${share}/doc/velo-dev/examples COMPONENT velo-dev)
+
+# The packages. Their version is the program's; in Debian's order what comes before a release has a tilde.
 string(REPLACE - ~ version ${version})
 # Debian wants its own form of a change log beside ours.
 file(CONFIGURE OUTPUT ${made}/changelog CONTENT "velo (${version}) stable; urgency=medium

@@ -89,22 +89,33 @@ Core::Core()
 
 Core::~Core() { unloadPlugin(); }
 
-std::optional<std::string> Core::loadPlugin(const std::string& path) {
+std::optional<std::string> Core::loadPlugin(const std::string& path,
+                                            const std::vector<std::string>& further) {
   if (auto stuck = unloadPlugin()) return stuck;
+  auto wrong = addPlugin(path);
+  for (auto next = further.begin(); !wrong && next != further.end(); ++next) wrong = addPlugin(*next);
+  if (wrong) unloadPlugin();
+  return wrong;
+}
+
+std::optional<std::string> Core::addPlugin(const std::string& path) {
   auto& loader = Velo::DefaultPluginLoader();
   if (auto refusal = loader.load(path)) return refusal;
-  plugin_ = loader.plugins().back().name;
-  loader.callInit(&context_, plugin_);
-  auto unmounted = manager_.runPhases(mountProfiles());
-  if (unmounted) unloadPlugin();
-  return unmounted;
+  plugins_.push_back(loader.plugins().back().name);
+  loader.callInit(&context_, plugins_.back());
+  return manager_.runPhases(mountProfiles());
 }
 
 std::optional<std::string> Core::unloadPlugin() {
-  if (plugin_.empty()) return std::nullopt;
+  if (plugins_.empty()) return std::nullopt;
   while (!manager_.plugins().empty()) manager_.pluginDel(manager_.plugins().back()->name());
   Rix::Gen::zebDoZombieReactors();
-  return Velo::DefaultPluginLoader().unload(std::exchange(plugin_, {}));
+  std::optional<std::string> stuck;
+  for (; !plugins_.empty(); plugins_.pop_back()) {
+    auto why = Velo::DefaultPluginLoader().unload(plugins_.back());
+    if (!stuck) stuck = std::move(why);
+  }
+  return stuck;
 }
 
 /// By texts, so that names of interfaces are not kept that are only checked.

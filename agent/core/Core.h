@@ -23,14 +23,15 @@ class Core {
   Core();
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
-  /// Retires and closes the plugin.
+  /// Retires and closes the plugins.
   ~Core();
 
-  /// Opens a plugin library, in place of the one that is loaded, and runs the phases of its plugins. Returns
-  /// what went wrong; then no plugin is loaded.
-  std::optional<std::string> loadPlugin(const std::string& path);
-  /// Retires the plugin and closes its library. Returns why that could not be done. Without a plugin it does
-  /// nothing.
+  /// Opens a plugin library, in place of all that are loaded, and further ones beside it, and runs the phases
+  /// of their plugins. Returns what went wrong; then no plugin is loaded.
+  std::optional<std::string> loadPlugin(const std::string& path,
+                                        const std::vector<std::string>& further = {});
+  /// Retires all plugins and closes their libraries. Returns why that could not be done. Without a plugin it
+  /// does nothing.
   std::optional<std::string> unloadPlugin();
 
   /// Replaces port-channels and mirror sessions by those of a model; its lists and bindings are not looked
@@ -67,13 +68,14 @@ class Core {
   const InForce& inForce() const { return inForce_; }
 
  private:
+  std::optional<std::string> addPlugin(const std::string& path);
   Kelp::Ptr<Zeb::Entity> entity(std::string_view path) const;
 
   Velo::PluginManager manager_;
   Velo::PluginContext context_;
   const Kelp::Ptr<Velo::VeloNamedCounters> namedCounters_;
   Velo::PortChannels portChannels_;
-  std::string plugin_;
+  std::vector<std::string> plugins_;
   const InForce inForce_;
 };
 

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -27,6 +28,9 @@ class ProgramCommand {
   virtual Exit run(const std::string& plugin) const = 0;
   /// Whether it always loads the plugin into this process, and so has options for that.
   virtual bool loadsPlugin() const { return false; }
+  /// The libraries of plugins that it is to load beside that one.
+  void furtherPluginsAre(std::vector<std::string> paths) { furtherPlugins_ = std::move(paths); }
+  const std::vector<std::string>& furtherPlugins() const { return furtherPlugins_; }
   /// What the program ends with when memory or threads for it run out. A command whose status 1 is an answer
   /// has another one.
   virtual Exit whenItRunsOut() const { return exitUnread; }
@@ -39,6 +43,7 @@ class ProgramCommand {
 
  private:
   CLI::App* const app_;
+  std::vector<std::string> furtherPlugins_;
 };
 
 }  // namespace Agent

@@ -146,7 +146,7 @@ class Replay {
   }
 
   std::optional<Exit> putInForceAndJoin(const Sources& sources) {
-    if (auto wrong = core_.loadPlugin(options_.plugin)) return usage(*wrong);
+    if (auto wrong = core_.loadPlugin(options_.plugin, options_.furtherPlugins)) return usage(*wrong);
     if (auto wrong = unusedFacility()) return usage("--trace: " + *wrong);
     namedTraces_.emplace(core_);
     if (auto wrong = putInForce(core_, sources)) return usage(*wrong);

@@ -21,6 +21,7 @@ struct ReplayOptions {
   std::string verdicts;                                      ///< empty: none
   std::string annotated;                                     ///< empty: none
   std::string plugin;
+  std::vector<std::string> furtherPlugins;
   bool json = false;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };

@@ -67,6 +67,7 @@ ReplayOptions ReplayCommand::options() const {
 Exit ReplayCommand::run(const std::string& plugin) const {
   ReplayOptions options = given_;
   options.plugin = plugin;
+  options.furtherPlugins = furtherPlugins();
   return replay(options);
 }
 

@@ -103,6 +103,7 @@ RunOptions RunCommand::options() const {
 Exit RunCommand::run(const std::string& plugin) const {
   RunOptions options = given_;
   options.plugin = plugin;
+  options.furtherPlugins = furtherPlugins();
   return runAgent(options);
 }
 

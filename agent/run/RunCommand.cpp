@@ -178,7 +178,8 @@ std::optional<Exit> Run::publish() {
   };
   if (auto conflict = putInForce(core_, files_.sources(), memory)) return refused(exitUsage, *conflict);
   // The plugin starts with the whole configuration: it deletes published status that is not in there.
-  if (auto wrong = core_.loadPlugin(options_.plugin)) return refused(exitUsage, *wrong);
+  if (auto wrong = core_.loadPlugin(options_.plugin, options_.furtherPlugins))
+    return refused(exitUsage, *wrong);
   if (auto wrong = unusedFacility()) return refused(exitUsage, "--trace: " + *wrong);
   namedTraces_.emplace(core_);
   successor.countRules(core_);

@@ -39,6 +39,7 @@ struct RunOptions {
   std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
   std::vector<std::vector<std::string>> bridges;
   std::string plugin;
+  std::vector<std::string> furtherPlugins;
   Leave leave;  ///< for the start, SIGHUP and the directory
   MatchLogOptions matches;
   MetricsOptions metrics;

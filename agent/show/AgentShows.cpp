@@ -1,5 +1,6 @@
-// Shows of the agent itself: its tasks, and what it can log.
+// Shows of the agent itself: its tasks, its plugins, and what it can log.
 #include <Kiv/TaskScheduler.h>
+#include <Velo/VeloPlugin.h>
 #include <agent/show/LogMessages.h>
 #include <agent/show/Shows.h>
 
@@ -35,6 +36,23 @@ std::string tasksText(const Json& document, const TextStyle& style) {
   return tableText(lines, {false, true, false, true, true}, style.colour);
 }
 
+Json pluginsOf(const World&) {
+  Json plugins = Json::array();
+  for (const auto& plugin : Velo::DefaultPluginLoader().plugins()) {
+    plugins.push_back(
+        {{"name", plugin.name}, {"file", plugin.path}, {"interfaceVersion", plugin.interfaceVersion}});
+  }
+  return {{"plugins", std::move(plugins)}};
+}
+
+std::string pluginsText(const Json& document, const TextStyle& style) {
+  std::vector<std::vector<std::string>> lines = {{"plugin", "interface version", "file"}};
+  for (const Json& plugin : document.at("plugins"))
+    lines.push_back({valueText(plugin.at("name")), valueText(plugin.at("interfaceVersion")),
+                     valueText(plugin.at("file"))});
+  return tableText(lines, {false, false, false}, style.colour);
+}
+
 Json messagesOf(const World&) { return {{"messages", messagesJson()}}; }
 
 std::string messagesShownText(const Json& document, const TextStyle&) {
@@ -43,6 +61,7 @@ std::string messagesShownText(const Json& document, const TextStyle&) {
 
 constexpr Show agentRows[] = {
     {"tasks", "", "the tasks of the event loop", whole<tasksOf>, tasksText},
+    {"plugins", "", "the plugins that are loaded", whole<pluginsOf>, pluginsText},
     {"log-messages", "", "the catalogue of log messages", whole<messagesOf>, messagesShownText},
 };
 

@@ -50,7 +50,7 @@ class LogMessagesCommand final : public ProgramCommand {
 
   Exit run(const std::string& plugin) const override {
     Core core;
-    if (const auto wrong = core.loadPlugin(plugin)) {
+    if (const auto wrong = core.loadPlugin(plugin, furtherPlugins())) {
       complain(*wrong);
       return exitUsage;
     }

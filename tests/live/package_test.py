@@ -150,14 +150,19 @@ class Packages(unittest.TestCase):
     def dpkg(self, *command):
         return self.inside("dpkg", "--no-triggers", "--force-unsafe-io", *command)
 
-    def install(self, package):
+    def taken(self, package):
+        """The path of a package inside."""
         path = f"/tmp/{os.path.basename(package)}"
         shutil.copy(package, self.root.path + path)
-        self.dpkg("--install", path)
+        return path
 
-    def start(self):
+    def install(self, package):
+        self.dpkg("--install", self.taken(package))
+
+    def start(self, *options):
         self.root.write("/etc/velo/velo.acl", CONFIG)
-        self.root.write("/etc/velo/options", "VELO_OPTIONS=--port eth1=ens3 --port eth2=ens4 --patch eth1,eth2\n")
+        words = " ".join(("--port eth1=ens3 --port eth2=ens4 --patch eth1,eth2", *options))
+        self.root.write("/etc/velo/options", f"VELO_OPTIONS={words}\n")
         self.addCleanup(self.inside, "systemctl", "--no-reload", "disable", "--now", "velo.service")
         self.inside("systemctl", "start", "velo.service")
         self.assertTrue(until(self.counts, 30), self.root.read("/run/log"))
@@ -234,6 +239,35 @@ class Packages(unittest.TestCase):
             for line, expected in cases:
                 words = [line] if shell == "fish" else line.split()
                 self.assertEqual(set(self.inside(*command, *words).split()), expected, f"{shell}: {line}")
+
+    def test_a_plugin_is_built_by_the_installed_headers_alone(self):
+        versions = (as_version(self.packages[name], "5.0.0", f"{self.folder}/{name}-5.deb") for name in ("velo", "velo-dev"))
+        self.inside("dpkg", "--no-triggers", "--force-depends-version", "--install", *(self.taken(package) for package in versions))
+        source = "/usr/share/doc/velo-dev/examples/plugin"
+        text = self.root.read(f"{source}/DscpCounter.cpp")
+        self.assertLess(len(text.splitlines()), 150)
+        # What velo was built from is not to be seen.
+        os.makedirs(self.root.path + SOURCES, exist_ok=True)
+        run("mount", "-t", "tmpfs", "tmpfs", self.root.path + SOURCES)
+        self.inside("cmake", "-S", source, "-B", "/tmp/build")
+        self.inside("cmake", "--build", "/tmp/build")
+
+        self.start("--plugin", "/tmp/build/DscpCounter.so")
+        self.bob.run("ping", "-c", "3", "-i", "0.2", "-Q", str(46 << 2), "-W", "10", "10.0.0.1", check=False)
+        shown = json.loads(self.inside("velo", "show", "plugins", "--json"))["plugins"]
+        self.assertEqual([plugin["name"] for plugin in shown], ["VeloAclPlugin", "DscpCounter"])
+        counted = json.loads(self.inside("velo", "show", "drops", "--json"))["drops"]["Dscp"]["DscpCounter"]
+        self.assertGreaterEqual(counted["EF"], 3)  # the answers have the class of the requests, too
+        self.inside("systemctl", "--no-reload", "disable", "--now", "velo.service")
+
+        # By the headers of another velo it is refused, and nothing is forwarded without it.
+        # Its version has as many digits.
+        header = "/usr/include/velo/velo-interface-version.h"
+        self.root.write(header, self.root.read(header).replace('VERSION "', 'VERSION "ffff')[:-6] + '"\n')
+        self.inside("cmake", "--build", "/tmp/build")
+        done = self.inside("velo", "run", "--config", "/etc/velo/velo.acl", "--port", "eth1=ens3", "--plugin",
+                           "/tmp/build/DscpCounter.so", check=False)
+        self.assertIn("was built against interface version ffff", done)
 
     def test_manual_pages_are_there_for_all_commands(self):
         self.install(self.old)
