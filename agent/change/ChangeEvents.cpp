@@ -15,6 +15,15 @@ namespace {
 /// A line of the log for each: so many at most, because nobody reads more.
 constexpr size_t mostLines = 20;
 
+/// Those that a line does not tell anyhow.
+Warnings without(const Warnings& warnings, const std::string& told) {
+  Warnings others;
+  for (const Warning& warning : warnings) {
+    if (told.find(warning.text) == std::string::npos) others.push_back(warning);
+  }
+  return others;
+}
+
 void tellWarnings(const TellLog& tell, const Warnings& warnings) {
   for (size_t i = 0; i < std::min(warnings.size(), mostLines); ++i) {
     const Warning& warning = warnings[i];
@@ -48,7 +57,7 @@ void tellChange(const TellLog& tell, const ChangeEvent& event) {
          {"VELO_WHO", event.who},
          {"VELO_SUMMARY", event.summary},
          {"VELO_RESULT", applied ? "applied" : "refused"}}});
-  tellWarnings(tell, event.warnings);
+  tellWarnings(tell, without(event.warnings, event.refused));
 }
 
 void tellBadFile(const TellLog& tell, const std::string& file, const std::vector<std::string>& wrong) {

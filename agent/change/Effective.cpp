@@ -1,4 +1,5 @@
 #include <agent/change/Effective.h>
+#include <agent/change/PassesAll.h>
 
 #include <algorithm>
 
@@ -33,19 +34,8 @@ bool leadsToPort(const Effective& effective, const PortNames* ports, const std::
                      [ports](const auto& member) { return ports->contains(member); });
 }
 
-bool surelyPassesAll(const Config::List& list) {
-  for (const auto& [sequence, rule] : list.rules) {
-    if (Config::common(rule).action != Acl::Action::permit) return false;
-    // A filter of nothing but defaults asks for nothing.
-    const bool isForAll =
-        std::visit([](const auto& one) { return one.filter == decltype(one.filter)(); }, rule);
-    if (isForAll) return true;
-  }
-  return false;
-}
-
 Filtering::Filtering(const Effective& effective, const PortNames* ports) {
-  std::map<Config::ListKey, bool> passing;  // whether it passes all, of the lists that were looked at
+  std::map<Config::ListKey, bool> passesAll;  // of the lists that were looked at
   for (const auto& [key, owner] : effective.bindings) {
     if (!leadsToPort(effective, ports, key.interface)) {
       open.emplace(key, Reason::interfaceUnknown);
@@ -57,9 +47,12 @@ Filtering::Filtering(const Effective& effective, const PortNames* ports) {
       continue;
     }
     const auto& [source, model] = list->second;
-    const auto [known, isNew] = passing.emplace(list->first, false);
+    const auto [known, isNew] = passesAll.emplace(list->first, false);
     if (isNew) known->second = surelyPassesAll(model->lists.at(list->first));
-    if (known->second) continue;
+    if (known->second) {
+      passing.insert(key);
+      continue;
+    }
     const auto add = [&, &key = key, &source = source](const std::string& port) {
       if (!ports || ports->contains(port))
         filtered[{key.type, key.direction, port}].push_back({key.interface, list->first.second, source});

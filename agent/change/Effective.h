@@ -40,12 +40,8 @@ struct Effective {
   std::map<std::string, std::string> channelOf;  ///< by member
 };
 
-/// Whether every packet that is asked passes a list, found without a look at all packets: permits stand up to
-/// a rule that permits everything. Only true when that is sure; `velo check --prove` finds the other such
-/// lists.
-bool surelyPassesAll(const Config::List& list);
-
-/// Which places are filtered, by what packets meet there. A list that surely passes all filters nothing.
+/// Which places are filtered, by what packets meet there. A list that surely passes all filters nothing (see
+/// surelyPassesAll()).
 struct Filtering {
   /// Why a binding filters nothing.
   enum class Reason : uint8_t { listUndefined, interfaceUnknown };
@@ -56,6 +52,8 @@ struct Filtering {
 
   /// The bindings that filter nothing, because what they name is not there.
   std::map<Config::BindingKey, Reason> open;
+  /// The bindings of a list that surely passes all.
+  std::set<Config::BindingKey> passing;
   FilteredPorts filtered;
 };
 

@@ -18,8 +18,9 @@ using Reason = Filtering::Reason;
 /// Compares what is filtered before and after a change, and collects what is open.
 class Comparison {
  public:
-  Comparison(const Effective& before, const Filtering& was, const Effective& after, const PortNames* ports)
-      : before_(before), after_(after), ports_(ports), was_(was), is_(after, ports) {}
+  Comparison(const Effective& before, const Filtering& was, const Effective& after, Filtering is,
+             const PortNames* ports)
+      : before_(before), after_(after), ports_(ports), was_(was), is_(std::move(is)) {}
 
   ChangeWarnings run() {
     for (const auto& [key, reason] : is_.open) compareOpen(key, reason);
@@ -62,18 +63,30 @@ class Comparison {
            (channel != after_.channelOf.end() && opens({port.type, port.direction, channel->second}));
   }
 
-  /// Nothing filters at the port any more. That is no opening where each of its lists stays and says so
-  /// itself: whoever writes `permit ip any any` into a list means it.
+  /// Nothing filters at the port any more.
   void compareLost(const BindingKey& port, const std::vector<PortFilter>& filters) {
     const auto lost = std::find_if(filters.begin(), filters.end(),
                                    [&](const PortFilter& one) { return !stays(port, one); });
-    if (lost == filters.end()) return;
+    if (lost == filters.end()) return comparePassing(port, filters.front());
     addOpened("filter-lost", {}, [&] {
       const std::string channel =
           lost->interface == port.interface ? "" : fmt::format(" of {}", lost->interface);
       return fmt::format("interface {} loses its last {} list {} ({}{}){}: everything passes there",
                          port.interface, Acl::stringValue(port.type), Acl::stringValue(port.direction),
                          lost->list, channel, whatPasses(port));
+    });
+  }
+
+  /// The lists at the port are those that filtered there, and no packet is dropped by them.
+  void comparePassing(const BindingKey& port, const PortFilter& filter) {
+    const Config::ListKey list(port.type, filter.list);
+    const auto& notices = after_.lists.at(list).model->notices;
+    addOpened("filter-lost", notices.placeOf(notices.lists, list), [&] {
+      const std::string channel =
+          filter.interface == port.interface ? "" : fmt::format(" (of {})", filter.interface);
+      return fmt::format(
+          "interface {}: {}{} is bound {} and permits everything by now: everything passes there",
+          port.interface, listTitle(port.type, filter.list), channel, Acl::stringValue(port.direction));
     });
   }
 
@@ -162,9 +175,9 @@ class Comparison {
 
 }  // namespace
 
-ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after,
+ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after, Filtering is,
                         const PortNames* ports) {
-  return Comparison(before, was, after, ports).run();
+  return Comparison(before, was, after, std::move(is), ports).run();
 }
 
 std::string nearestPorts(const PortNames& ports, const std::string& name) {

@@ -7,8 +7,8 @@
 namespace Agent {
 
 /// The openings of a change, and nothing else: what stays open as `lasting`, what it opens as `openings`.
-/// `was`: what was filtered before.
-ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after,
+/// `was` and `is`: what was filtered before, and what is afterwards.
+ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after, Filtering is,
                         const PortNames* ports);
 
 /// What was probably meant by a name that is none of these: " (the device of port p1)", or " (did you mean

@@ -17,6 +17,7 @@ struct Facts {
   const Layers& layers;
   const Effective& effective;
   const PortNames* ports;
+  const Filtering& filtering;
 };
 
 using Owner = Effective::Owner;
@@ -40,6 +41,29 @@ void listsBoundNowhere(const Facts& facts, WarningCollector& found) {
     const auto& notices = owner.model->notices;
     found.add("list-unbound", notices.placeOf(notices.lists, key),
               [&, &key = key] { return listTitle(key.first, key.second) + " is bound nowhere"; });
+  }
+}
+
+void listsThatFilterNothing(const Facts& facts, WarningCollector& found) {
+  for (const Config::BindingKey& key : facts.filtering.passing) {
+    const auto& notices = facts.effective.bindings.at(key).model->notices;
+    found.add("list-filters-nothing", notices.placeOf(notices.bindings, key), [&] {
+      return fmt::format("interface {}: {} is bound {} and permits everything: it filters nothing there",
+                         key.interface, listTitle(key.type, facts.effective.listAt(key)),
+                         Acl::stringValue(key.direction));
+    });
+  }
+}
+
+void remarksWithoutRule(const Facts& facts, WarningCollector& found) {
+  for (const auto& [key, owner] : facts.effective.lists) {
+    const Config::List& list = owner.model->lists.at(key);
+    if (!list.rules.empty() || list.pendingRemarks.empty()) continue;
+    const auto& notices = owner.model->notices;
+    found.add("remark-without-rule", notices.placeOf(notices.lists, key), [&, &key = key] {
+      return fmt::format("{} has a remark and no rule: it drops everything",
+                         listTitle(key.first, key.second));
+    });
   }
 }
 
@@ -168,21 +192,23 @@ void definedTwice(const Facts& facts, WarningCollector& found) {
 
 /// In the order in which their warnings are told.
 constexpr void (*finders[])(const Facts& facts, WarningCollector& found) = {
-    whatTheReaderNoticed, definedTwice,       listsBoundNowhere, undefinedSessions,
-    sessionsWithoutPort,  membersWithoutPort, emptyGroups,       interfacesShutDown,
+    whatTheReaderNoticed, definedTwice,       listsBoundNowhere,   listsThatFilterNothing,
+    remarksWithoutRule,   undefinedSessions,  sessionsWithoutPort, membersWithoutPort,
+    emptyGroups,          interfacesShutDown,
 };
 
-Warnings surprises(const Layers& layers, const Effective& effective, const PortNames* ports) {
+Warnings surprises(const Facts& facts) {
   WarningCollector found;
-  for (const auto find : finders) find({layers, effective, ports}, found);
+  for (const auto find : finders) find(facts, found);
   return found.take();
 }
 
 ChangeWarnings withSurprises(const Effective& before, const Filtering& was, const Layers& after,
                              const PortNames* ports) {
   const Effective is(after);
-  const Warnings other = surprises(after, is, ports);
-  ChangeWarnings all = openings(before, was, is, ports);
+  Filtering filtering(is, ports);
+  const Warnings other = surprises({after, is, ports, filtering});
+  ChangeWarnings all = openings(before, was, is, std::move(filtering), ports);
   all.lasting.insert(all.lasting.end(), other.begin(), other.end());
   all.told.insert(all.told.end(), other.begin(), other.end());
   all.uncovered = uncovered(before, is);

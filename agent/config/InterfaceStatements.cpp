@@ -76,12 +76,16 @@ bool Statements::accessGroup(Cursor& at, AclType type) {
   if (!readListName(at, &list) || !readDirection(at, &key.direction) || !at.end()) return false;
   auto& spot = model_.notices.bindings[key];
   const auto before = model_.bindings.find(key);
+  const Spot now = spotOf(at, position);
   if (before != model_.bindings.end() && before->second != list && spot.text >= firstText_) {
+    const std::string where = spot.text == now.text
+                                  ? fmt::format("line {}", spot.line)
+                                  : fmt::format("{}:{}", model_.notices.texts.at(spot.text), spot.line);
     at.warn(position, "binding-twice",
-            fmt::format("interface {} has one {} list {}: the first, {} of line {}, is lost", interface_,
-                        stringValue(type), stringValue(key.direction), before->second, spot.line));
+            fmt::format("interface {} has one {} list {}: the first, {} of {}, is lost", interface_,
+                        stringValue(type), stringValue(key.direction), before->second, where));
   }
-  spot = spotOf(at, position);
+  spot = now;
   model_.bindings[key] = list;
   return true;
 }

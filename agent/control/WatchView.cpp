@@ -120,26 +120,27 @@ size_t WatchView::sectionFrom(size_t line, bool forward) const {
 }
 
 void WatchView::move(WatchKey key, size_t shown) {
-  const size_t last = lines_.size() > shown ? lines_.size() - shown : 0;
+  const size_t first = firstOf(shown), last = lastFirstOf(shown);
   const size_t page = std::max<size_t>(shown, 2) - 1;
-  const auto back = [this](size_t by) { return top_ > by ? top_ - by : 0; };
+  const auto back = [first](size_t by) { return first > by ? first - by : 0; };
   switch (key) {
     case WatchKey::up:
       return placeIs(back(1));
     case WatchKey::down:
-      return placeIs(std::max(top_, std::min(top_ + 1, last)));
+      return placeIs(std::min(first + 1, last));
     case WatchKey::pageUp:
       return placeIs(back(page));
     case WatchKey::pageDown:
-      return placeIs(std::max(top_, std::min(top_ + page, last)));
+      return placeIs(std::min(first + page, last));
     case WatchKey::begin:
       return placeIs(0);
     case WatchKey::end:
       return placeIs(last);
     case WatchKey::next:
-      return placeIs(sectionFrom(top_, true));
+      if (first < last) placeIs(sectionFrom(first, true));
+      return;
     case WatchKey::previous:
-      return placeIs(sectionFrom(top_, false));
+      return placeIs(sectionFrom(first, false));
     case WatchKey::sort:
     case WatchKey::unused:
     case WatchKey::quit:
@@ -149,14 +150,15 @@ void WatchView::move(WatchKey key, size_t shown) {
 
 std::vector<std::string> WatchView::lines(size_t shown, size_t columns) const {
   std::vector<std::string> some;
-  for (size_t at = top_; at < lines_.size() && some.size() < shown; ++at)
+  for (size_t at = firstOf(shown); at < lines_.size() && some.size() < shown; ++at)
     some.push_back(clipped(lines_[at].text, columns));
   return some;
 }
 
 std::string WatchView::placeText(size_t shown) const {
   if (lines_.empty()) return "0 of 0";
-  return fmt::format("{}-{} of {}", top_ + 1, std::min(top_ + shown, lines_.size()), lines_.size());
+  const size_t first = firstOf(shown);
+  return fmt::format("{}-{} of {}", first + 1, std::min(first + shown, lines_.size()), lines_.size());
 }
 
 }  // namespace Agent

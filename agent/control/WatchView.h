@@ -2,6 +2,7 @@
 
 #include <agent/core/Terminal.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,7 +21,8 @@ std::vector<WatchKey> takeKeys(std::string& input);
 ///
 /// It keeps its place: a line that begins without a blank begins a section, which is known by its words up to
 /// two blanks, as "ip access-list EDGE"; the first line that is shown stays as far behind the beginning of
-/// its section as it was, wherever that has gone.
+/// its section as it was, wherever that has gone. But the screen stays filled: no line is shown first that
+/// has fewer lines behind it than there is room for, unless there are no more.
 class WatchView {
  public:
   /// The next text in place of the one before. Lines may have colours.
@@ -39,10 +41,13 @@ class WatchView {
     std::string section;  ///< what it begins; empty: it is within one
   };
   void placeIs(size_t line);
+  /// The first line that is shown on a screen of so many lines, and the last one that may be.
+  size_t firstOf(size_t shown) const { return std::min(top_, lastFirstOf(shown)); }
+  size_t lastFirstOf(size_t shown) const { return lines_.size() > shown ? lines_.size() - shown : 0; }
   size_t sectionFrom(size_t line, bool forward) const;
 
   std::vector<Line> lines_;
-  size_t top_ = 0;  // the first line that is shown
+  size_t top_ = 0;  // the first line that is shown if enough follow
   // The place by words.
   std::string section_;
   size_t behind_ = 0;

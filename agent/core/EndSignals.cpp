@@ -12,9 +12,9 @@ namespace {
 volatile std::sig_atomic_t toTell = -1, endAsked = 0;
 void (*volatile tellAtOnce)() = nullptr;
 
-void handleEnd(int) {
+void handleEnd(int signal) {
   if (tellAtOnce) tellAtOnce();
-  endAsked = 1;
+  endAsked = signal;
   EndSignals::wake();
 }
 
@@ -65,10 +65,10 @@ void EndSignals::wake() {
   errno = before;
 }
 
-bool EndSignals::take() {
+int EndSignals::take() {
   eventfd_t count = 0;
   (void)eventfd_read(fd_.get(), &count);
-  return endAsked != 0;
+  return endAsked;
 }
 
 }  // namespace Agent

@@ -28,8 +28,8 @@ class EndSignals {
   int fd() const { return fd_.get(); }
   /// Makes the descriptor readable. May be called in a signal handler.
   static void wake();
-  /// Whether such a signal has come. The descriptor is no longer readable then.
-  bool take();
+  /// The last such signal that has come; 0: none has. The descriptor is no longer readable then.
+  int take();
 
  private:
   const Descriptor fd_;

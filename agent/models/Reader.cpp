@@ -61,7 +61,7 @@ class Document {
   const Report& report() const { return report_; }
 
  private:
-  void readRoots(const Node& document);
+  void readRoots(const Node& document, const char* language);
 
   Report report_;
   Lines lines_;
@@ -76,16 +76,24 @@ void Document::read(std::string_view text, bool isXml) {
   if (isXml && document->members.size() == 1 && document->members[0].module == "netconf" &&
       (document->members[0].name == "config" || document->members[0].name == "data"))
     document = &document->members[0];
-  readRoots(*document);
+  readRoots(*document, isXml ? "an XML" : "a JSON");
 }
 
-void Document::readRoots(const Node& document) {
+void Document::readRoots(const Node& document, const char* language) {
   if (document.kind != Node::Kind::object) return report_.mistake(document.at, document.shown(), "an object");
   if (std::any_of(document.members.begin(), document.members.end(),
                   [](const Node& node) { return node.module.empty() && isSonicTable(node.name); }))
     return readSonic({document, "", report_, ""}, lines_);
+  const auto& members = document.members;
+  if (!members.empty() && std::none_of(members.begin(), members.end(), rootOf)) {
+    const std::string more = members.size() > 1 ? fmt::format(" and {} more", members.size() - 1) : "";
+    return report_.mistake(members.front().at,
+                           fmt::format("{} document with {}{} at its root", language,
+                                       printableQuote(fullName(members.front())), more),
+                           expectedRoots);
+  }
   bool read = false;
-  for (const Node& node : document.members) {
+  for (const Node& node : members) {
     const Root* root = rootOf(node);
     const auto name = fullName(node);
     if (!root) {

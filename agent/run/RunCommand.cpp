@@ -115,7 +115,12 @@ std::optional<Exit> Run::prepare() {
 
 void Run::handleSignals() {
   const Signals::Asked asked = signals_->take();
-  if (asked.end) return loop_.stop();
+  if (asked.end) {
+    log_.tell({Severity::notice,
+               fmt::format("velo {} ends ({})", version(), asked.end == SIGINT ? "SIGINT" : "SIGTERM"),
+               {{"VELO_EVENT", "end"}}});
+    return loop_.stop();
+  }
   // Before the control plane is there, the request waits for the start.
   if (asked.reload) reload();
   if (asked.status) control_->tellStatus([this](auto make) { log_.tellMade(std::move(make)); });

@@ -35,7 +35,7 @@ Signals::Signals() : end_(EndSignals::After::nothing, Deadline::begin) {
 Signals::~Signals() { handlerIs({SIGHUP, SIGUSR1}, SIG_IGN); }
 
 Signals::Asked Signals::take() {
-  const bool end = end_.take();
+  const int end = end_.take();
   const auto exchange = [](volatile std::sig_atomic_t& asked) {
     const bool was = asked != 0;
     asked = 0;

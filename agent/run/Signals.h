@@ -27,7 +27,7 @@ class Signals {
 
   /// What signals have asked for since the last call.
   struct Asked {
-    bool end = false;     ///< SIGTERM, SIGINT
+    int end = 0;          ///< SIGTERM or SIGINT; 0: neither
     bool reload = false;  ///< SIGHUP
     bool status = false;  ///< SIGUSR1
   };

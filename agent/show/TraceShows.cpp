@@ -2,6 +2,7 @@
 #include <Blip/FastTrace.h>
 #include <Blip/Ring.h>
 #include <Zeb/TraceHandle.h>
+#include <agent/config/Mistake.h>
 #include <agent/config/Nearest.h>
 #include <agent/core/Reserve.h>
 #include <agent/show/RuleNames.h>
@@ -19,8 +20,16 @@ namespace {
 std::optional<std::string> whyNotIn(const std::vector<std::string>& known, std::string_view kind,
                                     std::string_view name) {
   if (std::find(known.begin(), known.end(), name) != known.end()) return std::nullopt;
-  const std::vector<std::string_view> names(known.begin(), known.end());
-  return Config::orNearest(fmt::format("there is no {} \"{}\"", kind, name), name, names);
+  std::vector<std::string_view> names(known.begin(), known.end());
+  const std::string wrong = fmt::format("there is no {} \"{}\"", kind, name);
+  if (!Config::nearestNames(name, names).empty()) return Config::orNearest(wrong, name, names);
+  // Somebody may have left out what stands before the last "::".
+  std::erase_if(names, [name](std::string_view each) {
+    const size_t colons = each.rfind("::");
+    const std::string_view last = colons == each.npos ? each : each.substr(colons + 2);
+    return Config::nearestNames(name, {&last, 1}).empty();
+  });
+  return names.empty() ? wrong : fmt::format("{} (did you mean {}?)", wrong, Config::anyOf(names));
 }
 
 Json facilitiesOf(const World&) {

@@ -33,7 +33,7 @@ inline constexpr WarningKind warningKinds[] = {
     {"interface-unknown", Consequence::opening,
      "an interface with lists is no port and no port-channel with a port"},
     {"filter-lost", Consequence::opening,
-     "a change, or what a start reads, takes the last list of a kind from a port and direction that it filtered"},
+     "a change, or what a start reads, leaves no list of a kind that filters at a port and direction where one did"},
     {"rule-twice", Consequence::surprise, "a rule number is given twice; the first rule is lost"},
     {"binding-twice", Consequence::surprise,
      "a second access-group of a kind and direction; the first is lost"},
@@ -63,6 +63,8 @@ inline constexpr WarningKind warningKinds[] = {
      "a rule denies by port, and later fragments of such packets pass"},
     {"list-passes-all", Consequence::note, "no packet is dropped by a list"},
     {"list-passes-nothing", Consequence::note, "every packet is dropped by a list"},
+    {"list-filters-nothing", Consequence::surprise, "a list is bound that permits everything"},
+    {"remark-without-rule", Consequence::note, "a list has a remark and no rule"},
     {"list-unbound", Consequence::note, "a list is bound nowhere"},
     {"more-warnings", Consequence::note, "a text has more warnings than are told"},
 };

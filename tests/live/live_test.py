@@ -31,13 +31,13 @@ def rules(report, name):
     return counts
 
 
-def until(condition, patience=10.0):
+def until(condition, patience=10.0, pause=0.05):
     """Whether a condition comes to hold within some seconds."""
     end = time.monotonic() + patience
     while not condition():
         if time.monotonic() > end:
             return False
-        time.sleep(0.05)
+        time.sleep(pause)
     return True
 
 

@@ -153,8 +153,8 @@ TEST(Edit, LeavesThingsWhereTheyStand) {
       "port-channel po1 members gone\n"
       "interface eth1\n ip access-group MISSING in\n ip access-group A out\n shutdown\n"
       "object-group network NOBODY\n"
-      "ip access-list A\n 10 permit ip any any mirror session M1\n 20 permit ip any object-group NOBODY\n"
-      " 30 permit ip any any\n"
+      "ip access-list A\n 10 permit tcp any any mirror session M1\n 20 permit ip any object-group NOBODY\n"
+      " 30 permit udp any any\n"
       "ip access-list UNBOUND\nmirror session M2 destination nowhere\n";
   // In the order in which they are told.
   const std::vector<std::string> before = {"t:3:18 list-undefined",

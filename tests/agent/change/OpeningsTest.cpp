@@ -1,3 +1,4 @@
+#include <agent/change/PassesAll.h>
 #include <agent/change/Warnings.h>
 #include <agent/proof/ListAnalysis.h>
 #include <fmt/format.h>
@@ -7,6 +8,7 @@
 #include "../support/CaptureBytes.h"
 #include "../support/ModelOf.h"
 
+#include <array>
 #include <map>
 #include <memory>
 #include <optional>
@@ -145,11 +147,53 @@ const struct OpeningRow {
     {"a list permits everything",
      {{"", b + at1 + bIn}},
      {{"", "ip access-list B\n permit ip any any\n" + at1 + bIn}},
-     ""},
+     "filter-lost"},
     // Lists that permit everything.
     {"its rules say so from now on",
      {{"", a + at1 + aIn}},
      {{"", "ip access-list A\n permit ip any any\n permit tcp any any\n" + at1 + aIn}},
+     "filter-lost"},
+    {"it was empty and dropped everything, and its rules say so from now on",
+     {{"", "ip access-list A\n" + at1 + aIn}},
+     {{"", "ip access-list A\n permit ip any any\n" + at1 + aIn}},
+     "filter-lost"},
+    {"its rules say so from now on, at two places",
+     {{"", a + at1 + aIn + at2 + aOut}},
+     {{"", "ip access-list A\n permit ip any any\n" + at1 + aIn + at2 + aOut}},
+     "filter-lost filter-lost"},
+    {"its rules say so from now on, of IPv6",
+     {{"", a6 + at1 + a6In}},
+     {{"", "ipv6 access-list A\n permit ipv6 any any\n" + at1 + a6In}},
+     "filter-lost"},
+    {"its rules say so from now on, of MAC",
+     {{"", mac + at1 + macIn}},
+     {{"", "mac access-list A\n permit any any\n" + at1 + macIn}},
+     "filter-lost"},
+    {"its rules say so from now on, and the port-channel's list filters",
+     {{"", a + b + po1 + atPo + bIn + at1 + aIn}},
+     {{"", "ip access-list A\n permit ip any any\n" + b + po1 + atPo + bIn + at1 + aIn}},
+     ""},
+    {"the rules of a file's list say so from now on",
+     {{"", at1 + aIn}, {"f", a}},
+     {{"", at1 + aIn}, {"f", "ip access-list A\n permit ip any any\n"}},
+     "filter-lost"},
+    {"its rules say so from now on, in two halves",
+     {{"", a + at1 + aIn}},
+     {{"", "ip access-list A\n permit ip any 128.0.0.0/1\n permit ip any 0.0.0.0/1\n" + at1 + aIn}},
+     "filter-lost"},
+    {"its rules have always said so, and do so otherwise",
+     {{"", permitsAll + at1 + permitsAllIn}},
+     {{"",
+       "ip access-list ALL\n permit ip 0.0.0.0/1 any\n permit ip 128.0.0.0/1 any\n" + at1 + permitsAllIn}},
+     ""},
+    {"a rule denies all before it",
+     {{"", a + at1 + aIn}},
+     {{"", "ip access-list A\n deny ip any any\n permit ip any any\n" + at1 + aIn}},
+     ""},
+    {"it is bound first", {{"", ""}}, {{"", permitsAll + at1 + permitsAllIn}}, ""},
+    {"its rules say so from now on, and it is bound nowhere",
+     {{"", a}},
+     {{"", "ip access-list A\n permit ip any any\n"}},
      ""},
     {"it is taken away", {{"", permitsAll + at1 + permitsAllIn}}, {{"", permitsAll}}, ""},
     {"it is taken away, of IPv6",
@@ -187,7 +231,7 @@ const struct OpeningRow {
     {"its rules say so from now on, and a member leaves with that",
      {{"", a + po12 + atPo + aIn}},
      {{"", "ip access-list A\n permit ip any any\n" + po2 + atPo + aIn}},
-     "filter-lost"},
+     "filter-lost filter-lost"},
     {"permits before the one of everything",
      {{"", "ip access-list A\n permit tcp any any\n permit ip any any\n deny ip any any\n" + at1 + aIn}},
      {{"", ""}},
@@ -329,13 +373,17 @@ TEST(Openings, OnlyAListThatPassesAllIsSaidToDoSo) {
       {"ip access-list A\n",
        {"permit ip any any", "permit ip 10.0.0.1 255.255.255.255 any", "permit ip any any log",
         "permit tcp any any", "permit ip any any fragments", "permit ip any 10.0.0.0/8", "deny udp any any",
-        "deny ip any any"}},
+        "deny ip any any", "permit ip any 0.0.0.0/1", "permit ip any 128.0.0.0/2",
+        "permit ip any 192.0.0.0/2", "permit ip any 192.0.0.0/3", "permit ip 0.0.0.0/1 any",
+        "permit ip 128.0.0.0/1 any", "permit vlan 7 ip 128.0.0.0/1 any",
+        "permit ip any 0.0.0.0 255.255.255.254", "permit ip any 0.0.0.1 255.255.255.254"}},
       {"ipv6 access-list A\n",
-       {"permit ipv6 any any", "permit tcp any any", "permit ipv6 any ::/1", "permit ipv6 any any dscp ef",
-        "deny tcp any any eq 80"}},
+       {"permit ipv6 any any", "permit tcp any any", "permit ipv6 any ::/1", "permit ipv6 any 8000::/1",
+        "permit ipv6 any any dscp ef", "deny tcp any any eq 80"}},
       {"mac access-list A\n",
        {"permit any any", "permit vlan 7 any any", "permit any any 0x0800",
-        "permit any host 02:00:00:00:00:01", "deny any any 0x0806"}},
+        "permit any host 02:00:00:00:00:01", "deny any any 0x0806",
+        "permit any 00:00:00:00:00:00 7f:ff:ff:ff:ff:ff", "permit any 80:00:00:00:00:00 7f:ff:ff:ff:ff:ff"}},
   };
   TestSupport::Dice dice(18);
   for (const auto& kind : kinds) {
@@ -353,6 +401,60 @@ TEST(Openings, OnlyAListThatPassesAllIsSaidToDoSo) {
     }
     EXPECT_GT(found, 5) << kind.head;
   }
+}
+
+TEST(Openings, AListOfPrefixesThatLeaveNoneOutPassesAll) {
+  const auto list = [](const std::string& head, int bits, int without) {
+    std::string text = head;
+    for (int i = 0; i < 1 << bits; ++i) {
+      // From the last to the first, and some of them twice.
+      const uint64_t at = uint64_t(((1 << bits) - 1 - i) ^ 5) << (32 - bits);
+      if (i != without)
+        text += fmt::format(" permit ip any {}.{}.{}.{}/{}\n", at >> 24, at >> 16 & 255, at >> 8 & 255,
+                            at & 255, bits);
+    }
+    return TestSupport::modelOf(text + " permit ip any 10.1.2.0/24\n permit ip any host 10.1.2.3\n")
+        .lists.begin()
+        ->second;
+  };
+  const std::string head = "ip access-list A\n";
+  EXPECT_TRUE(surelyPassesAll(list(head, 12, -1)));
+  for (const int without : {0, 1, 700, 4095})
+    EXPECT_FALSE(surelyPassesAll(list(head, 12, without))) << without;
+  EXPECT_FALSE(surelyPassesAll(list(head + " 1 deny ip any host 10.1.2.3\n", 3, -1)));
+  std::string sixes = "ipv6 access-list A\n permit ipv6 any host ::\n";
+  for (int length = 128; length > 0; --length) {
+    std::array<uint16_t, 8> words{};
+    words[(length - 1) / 16] = uint16_t(1 << (15 - (length - 1) % 16));
+    std::string address;
+    for (const uint16_t word : words) address += fmt::format("{}{:x}", address.empty() ? "" : ":", word);
+    EXPECT_FALSE(surelyPassesAll(TestSupport::modelOf(sixes).lists.begin()->second)) << length;
+    sixes += fmt::format(" permit ipv6 any {}/{}\n", address, length);
+  }
+  EXPECT_TRUE(surelyPassesAll(TestSupport::modelOf(sixes).lists.begin()->second));
+}
+
+TEST(Openings, OfAListThatPermitsEverythingAreToldOnceAndThatItHoldsAlways) {
+  const std::string passing = "ip access-list A\n permit ip any any\n";
+  const Read before(Texts{{"", a + po1 + atPo + aIn + at2 + aOut}});
+  const Read after(Texts{{"", "\n\n" + passing + po1 + atPo + aIn + at2 + aOut}});
+  const ChangeWarnings found = changeWarnings(before.layers, after.layers, &allPorts);
+  ASSERT_EQ(codesOf(found.told), "filter-lost filter-lost list-filters-nothing list-filters-nothing");
+  EXPECT_EQ(
+      found.told[0].text,
+      "interface eth1: ip access-list A (of po1) is bound in and permits everything by now: everything passes "
+      "there");
+  EXPECT_EQ(found.told[0].place.line, 3) << "that of the list";
+  EXPECT_EQ(
+      found.told[1].text,
+      "interface eth2: ip access-list A is bound out and permits everything by now: everything passes there");
+  EXPECT_EQ(found.told[3].text,
+            "interface eth2: ip access-list A is bound out and permits everything: it filters nothing there");
+  EXPECT_EQ(found.told[3].place.line, 9) << "that of the binding";
+  EXPECT_EQ(codesOf(found.lasting), "list-filters-nothing list-filters-nothing");
+  const PortNames others = {"eth9"};
+  EXPECT_EQ(codesOf(lastingWarnings(after.layers, &others)).find("list-filters-nothing"), std::string::npos)
+      << "where no port is, nothing filters anyhow";
 }
 
 TEST(Openings, OfTheBeginningAreAllThatIsOpen) {
@@ -388,7 +490,7 @@ TEST(Openings, OfAStartAreWhatWasFilteredAndIsNot) {
       {"its rules permit everything by now",
        {{"", a + at1 + aIn}},
        {{"", "ip access-list A\n permit ip any any\n" + at1 + aIn}},
-       ""},
+       "filter-lost"},
       {"a member has left", {{"", a + po12 + atPo + aIn}}, {{"", a + po2 + atPo + aIn}}, "filter-lost"},
       {"what was open has gone", {{"", at1 + aIn}}, {{"", ""}}, ""},
   };
@@ -480,6 +582,16 @@ TEST(Warnings, OfWhatTwoSourcesDefine) {
             "7 interface eth1: ip access-group B in of f is not in force: that of cli is\n"
             "8 port-channel po1 of f is not in force: that of cli is\n"
             "4 ip access-list B is bound nowhere\n");
+}
+
+TEST(Warnings, OfARemarkThatStandsAtNoRule) {
+  const Read texts(
+      Texts{{"", "ip access-list A\n 10 remark first\n" + a6 + " 100 remark last\nmac access-list M\n"}});
+  std::string all;
+  for (const Warning& warning : lastingWarnings(texts.layers, &allPorts)) {
+    if (warning.code == WarningCode("remark-without-rule")) all += warning.text + "\n";
+  }
+  EXPECT_EQ(all, "ip access-list A has a remark and no rule: it drops everything\n");
 }
 
 TEST(Warnings, OfACodeAreDocumented) {

@@ -84,7 +84,7 @@ class TakingBackTest : public testing::Test {
 class ListOfWhatComesBackTest : public TakingBackTest {
  protected:
   static constexpr const char* bound = "interface eth1\n ip access-group X in\n";
-  static constexpr const char* list = "ip access-list X\n permit ip any any\n";
+  static constexpr const char* list = "ip access-list X\n permit tcp any any\n";
 
   /// Begins with the list bound, and has a text without it wait to be confirmed for a minute.
   void begin(bool mayOpen) {

@@ -142,6 +142,16 @@ TEST(Warning, NamesTheTextWhereItIs) {
   EXPECT_EQ(read.model->notices.warnings[0].place, (Agent::Place{"second", 2, 2}));
 }
 
+TEST(Warning, NamesTheTextOfWhatIsLost) {
+  const auto read = Config::read({{"first", "interface e\nip access-group A in\n"},
+                                  {"second", "interface e\n\nip access-group B in\n"}});
+  ASSERT_TRUE(read.model);
+  ASSERT_EQ(read.model->notices.warnings.size(), 1u);
+  EXPECT_EQ(read.model->notices.warnings[0].text,
+            "interface e has one ip list in: the first, A of first:2, is lost");
+  EXPECT_EQ(read.model->notices.warnings[0].place, (Agent::Place{"second", 3, 17}));
+}
+
 TEST(Warning, IsToldAHundredTimesAtMost) {
   std::string text = "ip access-list A\n";
   for (int i = 0; i < 107; ++i) text += "permit ip any 192.0.2.1/24\n";

@@ -26,7 +26,7 @@ std::string withoutFolder(std::string text) {
 TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
   const TempDir dir;
   writeFile(dir / "good.acl",
-            "ip access-list A\n permit ip any any mirror session S\nip access-list FREE\n"
+            "ip access-list A\n permit tcp any any mirror session S\nip access-list FREE\n"
             "interface eth1\n ip access-group A in\n ip access-group MISSING out\n"
             "object-group network NOBODY\nip access-list A\n permit ip object-group NOBODY any\n"
             "interface eth2\n shutdown\ninterface eth3\n shutdown\n no shutdown\n description x\n");
@@ -76,7 +76,7 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
 TEST(Check, LooksAtInterfacesWhenItIsToldThePorts) {
   const TempDir dir;
   writeFile(dir / "a.acl",
-            "ip access-list A\n permit ip any any\ninterface eht1\n ip access-group A in\n"
+            "ip access-list A\n permit tcp any any\ninterface eht1\n ip access-group A in\n"
             "mirror session S destination eth9\nport-channel po1 members eth2 eth3\n");
   const Ran known = runVelo({"check", dir / "a.acl", "--ports", "eth1,eth2", "--json"});
   std::string warnings;

@@ -73,7 +73,8 @@ TEST_F(WatchTest, ShowsTheListsAsAFullScreenWithKeys) {
 
   agent_->apply(
       "ip access-list 0-FIRST\n 10 permit ip any any\n 20 permit ip any any\n 30 permit ip any any\n"
-      "ip access-list B\n 10 permit udp any any eq 1\n 20 deny ip any any\n");
+      "ip access-list B\n 10 permit udp any any eq 1\n 20 deny ip any any\n 30 permit ip any any\n"
+      " 40 permit ip any any\n 50 permit ip any any\n 60 permit ip any any\n");
   ASSERT_TRUE(untilText(terminal, "deny ip any any"));
   EXPECT_EQ(terminal.rows()[1], "   10 permit udp any any eq 1") << "it keeps its place in the list";
 

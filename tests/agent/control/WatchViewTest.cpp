@@ -79,6 +79,30 @@ TEST(WatchView, KeepsItsPlaceBehindTheBeginningOfItsSection) {
   EXPECT_EQ(first(view), "C  (changing)");
 }
 
+TEST(WatchView, TheScreenStaysFilled) {
+  const auto shown = [](const WatchView& view) { return view.lines(8, 80).size(); };
+  WatchView view;
+  view.textIs(sections({{"A", 10}, {"B", 10}, {"C", 4}}));
+  view.move(WatchKey::next, 8);
+  view.move(WatchKey::next, 8);
+  EXPECT_EQ(view.placeText(8), "17-24 of 24") << "C has four lines";
+  EXPECT_EQ(shown(view), 8u);
+  view.move(WatchKey::next, 8);
+  EXPECT_EQ(view.placeText(8), "17-24 of 24") << "nothing is behind it";
+  view.move(WatchKey::up, 8);
+  EXPECT_EQ(view.placeText(8), "16-23 of 24") << "from what is shown";
+  view.move(WatchKey::previous, 8);
+  EXPECT_EQ(view.placeText(8), "11-18 of 24") << "B";
+  view.textIs(sections({{"A", 9}}));
+  EXPECT_EQ(view.placeText(8), "2-9 of 9") << "its section has gone, and most lines with it";
+  EXPECT_EQ(shown(view), 8u);
+  view.textIs(sections({{"A", 3}}));
+  EXPECT_EQ(view.placeText(8), "1-3 of 3");
+  EXPECT_EQ(shown(view), 3u);
+  view.textIs(sections({{"B", 3}, {"A", 30}, {"C", 4}}));
+  EXPECT_EQ(shown(view), 8u) << "another order";
+}
+
 TEST(WatchView, ColoursAreNoPartOfASectionsName) {
   WatchView view;
   view.textIs(

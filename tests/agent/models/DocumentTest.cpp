@@ -27,8 +27,11 @@ TEST(Document, IsReadAsJsonToTheLetter) {
            "\n{\"name\": \"A\", \"ietf-access-control-list:name\": \"B\", \"type\": \"ipv4-acl-type\"}]}}",
        "t:2:15: found /ietf-access-control-list:acls/acl[A]/name a second time, expected it once\n"},
       {"no list at all", "{\"a\": 1}",
-       "t:1:2: found \"a\" at the root of a document, expected ietf-access-control-list:acls, "
+       "t:1:2: found a JSON document with \"a\" at its root, expected ietf-access-control-list:acls, "
        "openconfig-acl:acl, or ACL_TABLE and ACL_RULE\n"},
+      {"what is something else is told in one line", "{\"a\": 1,\n \"b\": 2, \"c\": 3}",
+       "t:1:2: found a JSON document with \"a\" and 2 more at its root, expected "
+       "ietf-access-control-list:acls, openconfig-acl:acl, or ACL_TABLE and ACL_RULE\n"},
       {"nothing at all", "{}",
        "t:1:1: found a document without access lists, expected ietf-access-control-list:acls, "
        "openconfig-acl:acl, or ACL_TABLE and ACL_RULE\n"},
@@ -82,7 +85,7 @@ TEST(Document, RefusesXmlThatIsNone) {
   const auto in = [](std::string_view inside) { return readAs(xmlOf(inside)); };
   EXPECT_EQ(readAs("<acls>\n<b></acls>").substr(0, 22), "t:2:11: found no XML (");
   EXPECT_EQ(readAs("<acls/>"),
-            "t:1:1: found \"acls\" at the root of a document, expected ietf-access-control-list:acls, "
+            "t:1:1: found an XML document with \"acls\" at its root, expected ietf-access-control-list:acls, "
             "openconfig-acl:acl, or ACL_TABLE and ACL_RULE\n");
   EXPECT_EQ(readAs("<!DOCTYPE a [<!ENTITY e SYSTEM \"file:///etc/hostname\">]>\n<a>&e;</a>"),
             "t:1:1: found a document type or an entity, expected XML\n");

@@ -60,6 +60,7 @@ TEST_F(TraceShowTest, AnUnknownFacilityIsAMistakeThatNamesTheNearest) {
                "there is no trace facility \"Velo::Acls\" (did you mean Velo::Acl?)"},
            Row{"facility", "velo::acl/3",
                "there is no trace facility \"velo::acl\" (did you mean Velo::Acl?)"},
+           Row{"facility", "Acls/1", "there is no trace facility \"Acls\" (did you mean Velo::Acl?)"},
            Row{"facility", "Velo::Acl/0,Dp/1", "there is no trace facility \"Dp\""},
            Row{"facility", "Quite/1", "there is no trace facility \"Quite\""},
            Row{"fast", "Acls", "there is no facility with fast traces \"Acls\" (did you mean Acl?)"},
