@@ -4,6 +4,7 @@
 idle     the time of a frame through the agent when there is little to do
 load     how soon the agent answers, and how old its counters are, while it is offered more than it can take
 restart  the time from the start to the right status, with 100,000 rules, after kill -9 and from nothing
+flood    the processor time of a frame of a flood of new flows, in turn without and with log at the rule that they meet
 hostile  what arrives at a rate that the agent holds, in turn without and with 1,000 hostile clients
 
 As root. With two processors the agent has the second one for itself, as it has on a machine of its own: whoever sends,
@@ -156,6 +157,40 @@ def load(setup, options):
           + f"; counters of the status {spread(ages, ' s', 2)} old", flush=True)
 
 
+def flood(setup, options):
+    """Intervals of a third of a second, by pairs, in turn the one or the other first: what else the machine does is the same
+    for both of a pair."""
+    def lists_with(end):
+        text = "ip access-list L\n" + "".join(f" permit udp any host 198.51.100.7 eq {443 + i}\n" for i in range(1, 10))
+        text += f" permit udp any host 198.51.100.7 eq 443{end}\n"
+        return text + "".join(f"interface {port}\n ip access-group L in\n ip access-group L out\n" for port in ("eth1", "eth2"))
+
+    def used():
+        """Nanoseconds that all threads of the agent have had a processor for."""
+        tasks = f"/proc/{setup.agent.process.pid}/task"
+        total = 0
+        for task in os.listdir(tasks):
+            with open(f"{tasks}/{task}/schedstat", encoding="ascii") as file:
+                total += int(file.read().split()[0])
+        return total
+
+    figures = {False: [], True: []}
+    for number in range(options.rounds):
+        for logged in (False, True) if number % 2 == 0 else (True, False):
+            setup.client.apply(lists_with(" log" if logged else ""))
+            time.sleep(0.1)
+            before = used()
+            _, arrived = setup.through(0.33, 0, 1 << 24)
+            figures[logged].append((used() - before) / arrived)
+    setup.client.apply(lists())
+    for logged, name in ((False, "without log"), (True, "with log")):
+        print(f"flood: {name:11} {spread(figures[logged], ' ns', 0)} of processor time a frame")
+    ratios = [100 * with_log / without for without, with_log in zip(figures[False], figures[True])]
+    quartiles = statistics.quantiles(ratios, n=4)
+    print(f"  with log of without, pair by pair: median {statistics.median(ratios):.1f} %, half of the pairs "
+          f"{quartiles[0]:.1f} to {quartiles[2]:.1f} %", flush=True)
+
+
 class Attack:
     """Clients that are none, over and over, in a process of their own until it is stopped."""
 
@@ -278,14 +313,14 @@ def main():
     parser.add_argument("--seconds", type=float, default=1, help="of an interval (1)")
     parser.add_argument("--clients", type=int, default=1000, help="hostile ones (1000)")
     parser.add_argument("--share", type=float, default=0.85, help="of the highest rate, with hostile clients (0.85)")
-    parser.add_argument("--only", choices=("idle", "load", "restart", "hostile"), help="one of them")
+    parser.add_argument("--only", choices=("idle", "load", "flood", "restart", "hostile"), help="one of them")
     options = parser.parse_args()
     reason = why_not()
     if reason:
         sys.exit(reason)
     with contextlib.ExitStack() as cleaner:
         setup = Setup(options, cleaner)
-        for part in (idle, load, restart, hostile):
+        for part in (idle, load, flood, restart, hostile):
             if options.only in (None, part.__name__):
                 part(setup, options)
 

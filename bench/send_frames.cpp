@@ -2,8 +2,8 @@
 // it sent.
 //
 // usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND [FLOWS]]
-// (octets of a frame without its check sequence, 46 to 1514; a rate of 0 is as fast as it goes; 64 to 64512
-// flows)
+// (octets of a frame without its check sequence, 46 to 1514; a rate of 0 is as fast as it goes; 64 to 16777216
+// flows: they differ in the source port, and in the source when there are more than 64512)
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -21,7 +21,8 @@
 namespace {
 
 constexpr unsigned burst = 64;
-constexpr unsigned firstPort = 1024;
+constexpr unsigned firstPort = 1024, ports = 65536 - firstPort;
+constexpr unsigned mostFlows = 1 << 24;
 
 void write16(uint8_t* at, size_t value) {
   at[0] = static_cast<uint8_t>(value >> 8);
@@ -51,7 +52,7 @@ std::vector<uint8_t> frameOf(unsigned flow, size_t size) {
 int main(int argc, char** argv) {
   const size_t size = argc >= 4 && argc <= 6 ? static_cast<size_t>(std::atoi(argv[2])) : 0;
   const unsigned flows = argc == 6 ? static_cast<unsigned>(std::atoi(argv[5])) : burst;
-  if (size < 46 || size > 1514 || flows < burst || flows > 65536 - firstPort) {
+  if (size < 46 || size > 1514 || flows < burst || flows > mostFlows) {
     std::fprintf(stderr, "usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND [FLOWS]]\n");
     return 2;
   }
@@ -89,7 +90,8 @@ int main(int argc, char** argv) {
       }
     }
     for (std::vector<uint8_t>& each : frames) {
-      write16(&each[34], firstPort + next);
+      write16(&each[28], 0x7101 + next / ports);
+      write16(&each[34], firstPort + next % ports);
       next = (next + 1) % flows;
     }
     const int done = sendmmsg(fd, messages, burst, 0);

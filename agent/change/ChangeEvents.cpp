@@ -24,6 +24,8 @@ Warnings without(const Warnings& warnings, const std::string& told) {
   return others;
 }
 
+}  // namespace
+
 void tellWarnings(const TellLog& tell, const Warnings& warnings) {
   for (size_t i = 0; i < std::min(warnings.size(), mostLines); ++i) {
     const Warning& warning = warnings[i];
@@ -38,8 +40,6 @@ void tellWarnings(const TellLog& tell, const Warnings& warnings) {
                                       countText(warnings.size() - mostLines, "more warning"))});
   }
 }
-
-}  // namespace
 
 void tellChange(const TellLog& tell, const ChangeEvent& event) {
   if (!tell) return;

@@ -21,6 +21,7 @@ struct ChangeEvent {
 };
 
 void tellChange(const TellLog& tell, const ChangeEvent& event);
+void tellWarnings(const TellLog& tell, const Warnings& warnings);
 /// A file of the directory that is not in force, or the directory itself; and one that was so, and can be
 /// read again without a change.
 void tellBadFile(const TellLog& tell, const std::string& file, const std::vector<std::string>& wrong);

@@ -15,7 +15,7 @@ namespace Agent {
 namespace {
 
 constexpr const char* frameHelp =
-    "FRAME is FILE.pcap[:N] (the Nth frame of a capture), the octets in hexadecimal, or a text such as\n"
+    "FRAME is FILE.pcap[:N] (the Nth frame of a capture; - is standard input), the octets in hexadecimal, or a text such as\n"
     "  \"tcp 192.0.2.1:1234 > 198.51.100.7:443 ack vlan 5 ttl 64\"\n"
     "  \"icmpv6 2001:db8::1 > 2001:db8::2 packet-too-big\"    \"udp [2001:db8::1]:53 > "
     "[2001:db8::2]:1024\"\n"
@@ -59,10 +59,10 @@ class ExplainCommand final : public Command {
       return exitUsage;
     }
     Exit exit = exitDone;
-    const auto document = byAgent
-                              ? ask(requestFor(port, *frame), &exit)
-                              : explainOffLine({files_, dir_, plugin, port, out_, limits_}, *frame, &exit);
+    auto document = byAgent ? ask(requestFor(port, *frame), &exit)
+                            : explainOffLine({files_, dir_, plugin, port, out_, limits_}, *frame, &exit);
     if (!document) return exit;
+    for (const std::string& note : frame->notes) (*document)["assumed"].push_back(note);
     return print(json() ? linesOf(*document) : explainText(*document, wantsColour(STDOUT_FILENO)));
   }
 

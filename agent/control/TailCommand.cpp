@@ -1,6 +1,7 @@
 #include <agent/control/Command.h>
 #include <agent/control/ControlClient.h>
 #include <agent/control/TailText.h>
+#include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
 #include <agent/core/EndSignals.h>
 #include <agent/core/Output.h>
@@ -48,6 +49,7 @@ class TailCommand final : public Command {
     app()
         .add_option("--write", write_,
                     "write the packets to a pcapng file as well, each with its verdict as a comment")
+        ->check(whyNotWritten)
         ->type_name("FILE.pcapng");
     addControl();
   }

@@ -102,4 +102,8 @@ std::vector<std::string> splitNames(const std::string& option, const std::string
   return names;
 }
 
+std::string whyNotWritten(const std::string& path) {
+  return path == standardInput ? "- is no file to write to" : "";
+}
+
 }  // namespace Agent

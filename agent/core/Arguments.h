@@ -35,6 +35,10 @@ void addPatches(CLI::App& command, std::vector<std::string>& patches);
 /// Adds `--malformed`.
 void addMalformed(CLI::App& command, Velo::MalformedPolicy& policy);
 
+/// Of an option that a file is written to: why a text names none, for CLI::Option::check(); empty if it does.
+/// Standard output has the result of the command.
+std::string whyNotWritten(const std::string& path);
+
 /// Adds the options for how much configuration text a command takes. They are written to `limits` when the
 /// command line is parsed.
 void addTextLimits(CLI::App& command, TextLimits& limits);

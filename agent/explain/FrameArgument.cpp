@@ -1,4 +1,5 @@
 #include <agent/config/Cursor.h>
+#include <agent/core/Texts.h>
 #include <agent/explain/FrameArgument.h>
 #include <agent/ports/Captures.h>
 #include <fmt/format.h>
@@ -58,11 +59,12 @@ std::string hexOf(const std::vector<uint8_t>& octets) {
 
 std::optional<Frame> readFrameArgument(const std::string& argument, std::string* wrong) {
   std::error_code unknown;
-  if (std::filesystem::exists(argument, unknown)) return frameOfCapture(argument, 1, wrong);
+  if (argument == standardInput || std::filesystem::exists(argument, unknown))
+    return frameOfCapture(argument, 1, wrong);
   if (const size_t colon = argument.rfind(':'); colon != std::string::npos) {
     const std::string path = argument.substr(0, colon);
     const auto number = Config::decimal(argument.substr(colon + 1));
-    if (number && std::filesystem::is_regular_file(path, unknown))
+    if (number && (path == standardInput || std::filesystem::is_regular_file(path, unknown)))
       return frameOfCapture(path, *number, wrong);
   }
   if (isFrameText(argument)) return readFrameText(argument, wrong);

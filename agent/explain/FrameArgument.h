@@ -9,7 +9,8 @@
 namespace Agent {
 
 /// Reads a frame that a user gives as an argument: as a text (FrameText.h), as hexadecimal digits with
-/// optional blanks or colons, or as FILE[:N], the Nth frame of a capture counted from 1; without N the first.
+/// optional blanks or colons, or as FILE[:N], the Nth frame of a capture counted from 1; without N the first;
+/// FILE may be "-", standard input.
 /// Returns nothing, and sets `wrong`, when it is none of these.
 std::optional<Frame> readFrameArgument(const std::string& argument, std::string* wrong);
 

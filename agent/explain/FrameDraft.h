@@ -50,6 +50,7 @@ struct Draft {
   Velo::ParseFault fault = Velo::ParseFault::none;
   bool unknownProtocol = false;  ///< as it is behind malformed headers
   std::string port{};            ///< where the frame comes in; empty: not said
+  uint32_t segments = 1;         ///< more: the frame is a super-frame that is still to be cut
 
   /// The octets of the frame. Lengths are right, checksums are zero; of a malformed frame one thing is wrong.
   std::vector<uint8_t> octets() const;

@@ -55,11 +55,21 @@ std::string endOf(std::string_view word) {
   return fmt::format("{}{}{}:{}", six ? "[" : "", address, six ? "]" : "", port);
 }
 
+/// A packet of the type that a MAC list's line tells; null of a type whose frames need no packet. The line
+/// does not say what the packet is.
+const char* madeUp(std::string_view type) {
+  if (type == "0x0800") return "ip 0.0.0.0 > 0.0.0.0";
+  if (type == "0x86dd") return "ipv6 :: > ::";
+  return nullptr;
+}
+
 /// The words of a flow as those of a frame. Protocols without a first word of their own are `ip ... protocol
 /// gre`.
 std::string textOfFlow(std::string_view protocol, std::string_view source, std::string_view destination,
                        std::string_view rest) {
   const std::string ends = fmt::format("{} > {}", endOf(source), endOf(destination));
+  if (const char* made = madeUp(protocol))
+    return fmt::format("{} from {} to {}{}", made, source, destination, rest);
   if (protocol.starts_with("0x")) return fmt::format("eth {} {}{}", ends, protocol, rest);
   const bool six = source.find(':') != source.npos;
   for (const std::string_view own : {"tcp", "udp", "sctp", six ? "icmpv6" : "icmp"}) {
@@ -82,7 +92,7 @@ size_t behindVerdict(std::string_view line) {
   return line.npos;
 }
 
-std::optional<std::string> textOfLog(std::string_view line) {
+std::optional<std::string> textOfLog(std::string_view line, std::string* note) {
   const size_t behind = behindVerdict(line);
   if (behind == line.npos) return std::nullopt;
   const Words words = wordsOf(line.substr(behind));
@@ -97,14 +107,19 @@ std::optional<std::string> textOfLog(std::string_view line) {
     if (in) rest += fmt::format(" on {}", words[i + 1]);
     break;
   }
+  const char* made = madeUp(words[0]);
+  if (made && note)
+    *note = fmt::format(
+        "the line does not say what the packet is: it is taken for {}, and what IP lists say of it means nothing",
+        made);
   return textOfFlow(words[0], words[1], words[3], rest);
 }
 
 }  // namespace
 
-std::string frameTextOf(std::string_view line) {
+std::string frameTextOf(std::string_view line, std::string* note) {
   if (auto text = textOfTail(line)) return *text;
-  if (auto text = textOfLog(line)) return *text;
+  if (auto text = textOfLog(line, note)) return *text;
   return std::string(line);
 }
 

@@ -11,7 +11,8 @@ namespace Agent {
 ///   ... list A rule 10 denied udp 192.0.2.1(1) -> 192.0.2.2(53) on eth1 in, 3 more packets     of the log
 ///
 /// with anything in front of a line of the log. Any other text is given back as it is. Of a packet that was
-/// judged where it left, a line of the log does not say where it came in.
-std::string frameTextOf(std::string_view line);
+/// judged where it left, a line of the log does not say where it came in. Of a MAC list's line on an IP
+/// packet the packet is made up: `note` gets a sentence about that, if it is not null.
+std::string frameTextOf(std::string_view line, std::string* note = nullptr);
 
 }  // namespace Agent

@@ -55,14 +55,13 @@ bool readSizeWord(Cursor& at, Draft& draft) {
 }
 
 /// "3 segments": to the lists a super-frame is one packet.
-bool readSegments(Cursor& at) {
-  uint32_t segments = 0;
-  return at.number("a number of segments", 2, 1 << 18, &segments) && at.keyword("segments");
+bool readSegments(Cursor& at, Draft& draft) {
+  return at.number("a number of segments", 2, 1 << 18, &draft.segments) && at.keyword("segments");
 }
 
 bool readModifier(Cursor& at, Draft& draft) {
   if (at.peek(1) == "octets") return readSizeWord(at, draft);
-  if (at.peek(1) == "segments") return readSegments(at);
+  if (at.peek(1) == "segments") return readSegments(at, draft);
   const FrameWord* modifier = find(frameModifiers(), at.peek());
   if (!modifier)
     return at.fail(Config::orNearest(anyOf(frameModifiers()) + ", or a number of octets", at.peek(),
@@ -136,7 +135,8 @@ void Frame::assignTo(Nimnet::Pkt& pkt) const {
 std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   Cursor at;
   Draft draft;
-  std::string words = frameTextOf(text);
+  std::string note;
+  std::string words = frameTextOf(text, &note);
   std::replace(words.begin(), words.end(), ',', ' ');
   const auto fail = [wrong](std::optional<std::string> why) {
     *wrong = std::move(*why);
@@ -153,6 +153,10 @@ std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   frame.octets.resize(draft.captured(frame.octets.size()));
   if (!draft.ethernet) frame.typeBefore = draft.typeBefore();
   if (auto why = whyNotSo(frame, draft)) return fail(std::move(why));
+  if (!note.empty()) frame.notes.push_back(std::move(note));
+  if (draft.segments > 1)
+    frame.notes.push_back(
+        fmt::format("a super-frame of {} segments is one packet to the lists", draft.segments));
   return frame;
 }
 

@@ -16,7 +16,8 @@ struct Frame {
   uint32_t wireLength = 0;  ///< more than there are octets when a capture has cut the frame short
   /// Without an Ethernet header: the EtherType of what the octets are.
   std::optional<uint16_t> typeBefore{};
-  std::string port{};  ///< where it comes in, if the text says so
+  std::string port{};                ///< where it comes in, if the text says so
+  std::vector<std::string> notes{};  ///< for who explains it: what was made up, or is not in the octets
 
   void assignTo(Nimnet::Pkt& pkt) const;
 };

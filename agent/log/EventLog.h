@@ -28,6 +28,8 @@ class EventLog {
 
   /// Starts the thread, which has the rights of the one that calls. Until then events wait.
   void start();
+  /// Whether it goes to the journal; known from the start on.
+  bool isJournal() const { return toJournal_; }
   /// May be called on any thread; never waits for a reader.
   void tell(LogEvent event);
   /// The same for events that take long to make: `make` is called on the log's thread.

@@ -31,6 +31,7 @@ void LivePort::linkDel() {
   descriptor_.reset();
   state_.up = false;
   state_.mtu = 0;
+  state_.wrong.clear();
 }
 
 std::string LivePort::failed(std::string_view doing) {

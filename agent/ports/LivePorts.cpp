@@ -8,10 +8,17 @@
 
 namespace Agent {
 
+namespace {
+
+constexpr Kelp::Duration untilNextTry{1};
+
+}  // namespace
+
 LivePorts::LivePorts(Forwarder& forwarder, EventLoop& loop)
     : forwarder_(forwarder),
       loop_(loop),
-      links_([this](const std::string& name, const Link* link) { handleLink(name, link); }) {
+      links_([this](const std::string& name, const Link* link) { handleLink(name, link); }),
+      again_(0, "LivePorts", [this] { tryAgain(); }) {
   forwarder_.newPortsUpIs(false);
 }
 
@@ -65,15 +72,33 @@ void LivePorts::handleLink(const std::string& name, const Link* link) {
   for (const auto& member : members_) {
     if (member->port->device() != name) continue;
     if (link) {
-      if (auto wrong = member->port->linkIs(*link)) {
-        if (opening_)
-          wrong_ = wrong;
-        else
-          complain(*wrong);
-      }
+      linkIs(*member, *link);
     } else {
+      member->refused.reset();
       member->port->linkDel();
     }
+    update(*member);
+  }
+}
+
+void LivePorts::linkIs(Member& member, const Link& link) {
+  const std::string before = member.port->state().wrong;
+  const auto wrong = member.port->linkIs(link);
+  member.refused.reset();
+  if (!wrong) return;
+  if (opening_) {
+    wrong_ = wrong;
+    return;
+  }
+  if (*wrong != before) complain(*wrong);
+  member.refused = link;
+  again_->scheduleTaskDelay(untilNextTry);
+}
+
+void LivePorts::tryAgain() {
+  for (const auto& member : members_) {
+    if (!member->refused) continue;
+    linkIs(*member, Link(*member->refused));
     update(*member);
   }
 }

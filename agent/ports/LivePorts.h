@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/OwnedTask.h>
 #include <agent/core/EventLoop.h>
 #include <agent/forward/FrameTotals.h>
 #include <agent/log/LogEvent.h>
@@ -54,11 +55,14 @@ class LivePorts final : private FrameReceiver {
     const std::unique_ptr<LivePort> port;
     int watched = -1;                  ///< its descriptor, while the loop watches it
     bool present = false, up = false;  ///< what was told last
+    std::optional<Link> refused{};     ///< the device is there and could not be opened
   };
 
   void receive(Port& port, const LiveFrame& frame) override;
   bool burstFrom(LivePort& port);
   void handleLink(const std::string& name, const Link* link);
+  void linkIs(Member& member, const Link& link);
+  void tryAgain();
   void update(Member& member);
   void tellState(Member& member);
 
@@ -72,6 +76,7 @@ class LivePorts final : private FrameReceiver {
   bool opening_ = false;              // within open()
   std::optional<std::string> wrong_;  // what went wrong within open()
   LinkWatch links_;
+  Kiv::OwnedTask again_;  // tries devices again that could not be opened: another process may have had them
 };
 
 }  // namespace Agent

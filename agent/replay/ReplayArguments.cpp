@@ -47,10 +47,12 @@ ReplayCommand::ReplayCommand(CLI::App& program)
       ->allow_extra_args(false);
   app()
       .add_option("--verdicts", options_.verdicts, "write one JSON object a line for each received frame")
+      ->check(whyNotWritten)
       ->type_name("FILE");
   app()
       .add_option("--annotate", options_.annotated,
                   "write all received frames to a pcapng file, each with its verdict as a comment")
+      ->check(whyNotWritten)
       ->type_name("FILE.pcapng");
   addMalformed(app(), options_.malformed);
   app().add_flag("--json", options_.json, "one JSON document instead of tables");

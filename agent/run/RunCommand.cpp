@@ -34,11 +34,6 @@ namespace {
 /// Seconds from the signal to the end of the process, at most.
 constexpr double mostToEnd = 1.5;
 
-Exit refused(Exit result, const std::string& text) {
-  complain(text);
-  return result;
-}
-
 /// Whether something is not filtered that the last agent filtered.
 bool isLost(const ChangeWarnings& found) {
   return std::any_of(found.openings.begin(), found.openings.end(),
@@ -63,8 +58,10 @@ Exit runAgent(const RunOptions& options) {
   unblock({SIGTERM, SIGINT});
   keepRequests();
   raiseDescriptorLimit();
-  if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size()))
-    return refused(exitUnread, *wrong);
+  if (const auto wrong = whyNoDescriptors(ofAgent + ofPort * options.ports.size())) {
+    complain(*wrong);
+    return exitUnread;
+  }
   return Run(options).run();
 }
 
@@ -140,6 +137,16 @@ void Run::reload() {
       {.texts = {}, .files = options_.configs, .who = "SIGHUP", .leave = options_.leave}, done);
 }
 
+void Run::tell(const Warnings& warnings) {
+  if (log_.isJournal()) return tellWarnings(tellLog(), warnings);
+  tellWarnings(warnings);
+}
+
+Exit Run::refused(Exit result, const std::string& text) {
+  log_.tell({Severity::error, text, {{"VELO_EVENT", "start"}, {"VELO_RESULT", "refused"}}});
+  return result;
+}
+
 TellLog Run::tellLog() {
   return [this](LogEvent event) {
     changes_.note(event, loop_.turnWall().now().seconds());
@@ -149,7 +156,10 @@ TellLog Run::tellLog() {
 
 std::optional<Exit> Run::configure() {
   if (const auto wrong = files_.read(options_.configs, options_.configDir, options_.limits); !wrong.empty()) {
-    tellMistakes(wrong);
+    if (!log_.isJournal()) tellMistakes(wrong);
+    for (const std::string& mistake : wrong) {
+      if (log_.isJournal()) refused(exitUsage, mistake);
+    }
     return exitUsage;
   }
   if (!options_.state.empty()) {
@@ -166,7 +176,7 @@ std::optional<Exit> Run::configure() {
   }
   const PortNames known = ports();
   ChangeWarnings found = startWarnings(past_.filtered, files_.sources().layers(), &known);
-  tellWarnings(found.told);
+  tell(found.told);
   if (const auto why = whyRefused(found, options_.leave))
     return refused(exitUsage, *why + (isLost(found) ? "; --state has what was filtered before" : ""));
   warnings_ = std::move(found.lasting);
@@ -253,7 +263,7 @@ Warnings Run::portWarnings() const {
 
 std::optional<Exit> Run::lookAtPorts() {
   const Warnings warnings = portWarnings();
-  tellWarnings(warnings);
+  tell(warnings);
   const auto why = whyRefused({.lasting = {}, .openings = {}, .told = warnings}, options_.leave);
   return why ? std::optional(refused(exitUsage, *why)) : std::nullopt;
 }

@@ -81,6 +81,10 @@ class Run {
   /// Tells and judges what the ports are warned of.
   std::optional<Exit> lookAtPorts();
   Warnings portWarnings() const;
+  /// Tells what the start warns of: the journal, with the fields of such warnings, or who has started it.
+  void tell(const Warnings& warnings);
+  /// Tells why it does not start, and returns the result.
+  Exit refused(Exit result, const std::string& text);
   TellLog tellLog();
   void handleSignals();
   void reload();

@@ -104,7 +104,7 @@ APPLIED = (
     Row("an empty list gets a rule that permits everything", EMPTY + at("eth1", IN), A_ALL + at("eth1", IN), LOST),
     Row("its rules permit both halves of everything", BOUND, BOUND + EMPTY + HALF + OTHER_HALF, LOST),
     Row("its rules permit one half, and the sender's other one", BOUND,
-        EMPTY + OTHER_HALF + "  2 permit ip 0.0.0.0/1 any\n" + at("eth1", IN), ""),
+        EMPTY + HALF + "  2 permit ip 0.0.0.0/1 any\n" + at("eth1", IN), ""),
     Row("it permits everything, and the port-channel's list filters", A + B + PO1 + at("po1", B_IN) + at("eth1", IN),
         A_ALL + B + PO1 + at("po1", B_IN) + at("eth1", IN), ""),
     Row("its rules permit everything, of IPv6", SIX + at("eth1", SIX_IN),
@@ -122,8 +122,8 @@ EDITED = (
         ("move 30 before 10",), LOST),
     Row("other numbers", BOUND + EMPTY + "  30 permit ip any any\n", ("resequence",), ""),
     Row("no rule is left", BOUND, ("no 10", "no 20"), ""),
-    Row("one half", BOUND + EMPTY + OTHER_HALF, ("no 20",), ""),
-    Row("the other half", BOUND + EMPTY + OTHER_HALF, ("1 permit ip any 0.0.0.0/1",), LOST),
+    Row("one half", BOUND + EMPTY + HALF, ("no 20",), ""),
+    Row("the other half", BOUND + EMPTY + HALF, ("2 permit ip any 128.0.0.0/1",), LOST),
     Row("of a list that is bound nowhere", A, ("5 permit ip any any",), ""),
 )
 

@@ -4,12 +4,15 @@
 usage: opening_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
 """
 
+import contextlib
 import ctypes
+import fcntl
 import json
 import os
 import re
 import signal
 import socket
+import struct
 import subprocess
 
 import live_test
@@ -365,16 +368,20 @@ class Signals(OperatedTest):
         self.assertRegex(log, r"velo: ip +A +2 +0 +eth1 in")
         self.assertEqual(agent.process.returncode, 0)
 
-    def test_the_journal_has_fields(self):
+    @contextlib.contextmanager
+    def journaled(self, text):
+        """An agent with its log in a journal; gives the journal, whose messages are received as dictionaries."""
         files = [os.path.join(self.folder, name) for name in ("journal", "stderr")]
-        os.mkdir(files[0])
+        os.makedirs(files[0], exist_ok=True)
+        with contextlib.suppress(OSError):
+            os.remove(os.path.join(files[0], "socket"))
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as journal, open(files[1], "wb") as errors:
             journal.bind(os.path.join(files[0], "socket"))
             journal.settimeout(10)
             stream = os.fstat(errors.fileno())
             config = os.path.join(self.folder, "journal.acl")
             with open(config, "w", encoding="utf-8") as file:
-                file.write(CONFIG)
+                file.write(text)
             words = [live_test.VELO, "run", "--config", config, "--port", "eth1=eth1", "--port", "eth2=eth2", "--patch",
                      "eth1,eth2", "--control", self.socket]
             # The library looks for the journal below /run/systemd.
@@ -384,16 +391,33 @@ class Signals(OperatedTest):
                                          env={**os.environ, "JOURNAL_STREAM": f"{stream.st_dev}:{stream.st_ino}"})
             self.addCleanup(agent.wait)
             self.addCleanup(agent.kill)
-            started = journal.recv(10000)
-            self.assertIn(b"VELO_EVENT=change", started)
-            self.assertIn(b"VELO_WHO=velo run\nVELO_SUMMARY=+1 list, +1 binding", started)
-            self.assertIn(b"VELO_EVENT=begin", journal.recv(10000))
+            yield lambda: dict(line.split(b"=", 1) for line in journal.recv(10000).splitlines() if b"=" in line)
+
+    def test_the_journal_has_fields(self):
+        with self.journaled(CONFIG) as told:
+            begun = [told(), told()]
+            self.assertEqual([each[b"VELO_EVENT"] for each in begun], [b"change", b"begin"])
+            self.assertEqual((begun[0][b"VELO_WHO"], begun[0][b"VELO_SUMMARY"]), (b"velo run", b"+1 list, +1 binding"))
             self.control().apply(CONFIG + "ip access-list B\n", allowOpen=True)
-            told = dict(line.split(b"=", 1) for line in journal.recv(10000).splitlines())
-        self.assertEqual((told[b"VELO_EVENT"], told[b"VELO_SOURCE"], told[b"VELO_SUMMARY"], told[b"VELO_RESULT"],
-                          told[b"PRIORITY"], told[b"SYSLOG_IDENTIFIER"]),
+            change = told()
+        self.assertEqual((change[b"VELO_EVENT"], change[b"VELO_SOURCE"], change[b"VELO_SUMMARY"], change[b"VELO_RESULT"],
+                          change[b"PRIORITY"], change[b"SYSLOG_IDENTIFIER"]),
                          (b"change", b"cli", b"+1 list", b"applied", b"5", b"velo"))
-        self.assertRegex(told[b"VELO_WHO"].decode(), rf"^uid 0, pid {os.getpid()}, python")
+        self.assertRegex(change[b"VELO_WHO"].decode(), rf"^uid 0, pid {os.getpid()}, python")
+
+    def test_the_journal_says_why_an_agent_does_not_start(self):
+        with self.journaled(LIST + BOUND.replace("A in", "AA in")) as told:
+            opening, unbound, refusal = told(), told(), told()
+        self.assertEqual([opening[name] for name in (b"VELO_EVENT", b"VELO_CODE", b"PRIORITY")],
+                         [b"opening", b"list-undefined", b"4"])
+        self.assertEqual(unbound[b"VELO_CODE"], b"list-unbound")
+        self.assertEqual([refusal[name] for name in (b"VELO_EVENT", b"VELO_RESULT", b"PRIORITY")],
+                         [b"start", b"refused", b"3"])
+        self.assertIn(b"--allow-open carries it out", refusal[b"MESSAGE"])
+        with self.journaled("permitt\n") as told:
+            mistake = told()
+        self.assertEqual(mistake[b"VELO_EVENT"], b"start")
+        self.assertIn(b"journal.acl:1:1: found \"permitt\"", mistake[b"MESSAGE"])
 
     def test_a_device_that_goes_is_told(self):
         agent = self.start(CONFIG)
@@ -405,6 +429,28 @@ class Signals(OperatedTest):
         log = stderr_of(agent)
         self.assertIn("velo: port eth1: its device eth1 is down\n", log)
         self.assertIn("velo: port eth1: its device eth1 has gone\n", log)
+
+    def test_a_device_that_another_process_has_is_tried_again(self):
+        words = ("--port", "eth1=eth1", "--port", "t=tap:t1", "--patch", "eth1,t", "--control", self.socket)
+        agent = Agent(live_test.VELO, self.middle, "! nothing\n", *words)
+        self.addCleanup(agent.kill)
+        live = lambda: json.loads(self.velo_shows("ports"))["ports"]["t"]["live"]
+        self.assertTrue(live()["present"])
+        self.middle.ip("link", "del", "t1")
+        self.assertTrue(until(lambda: not live()["present"]))
+        with self.middle.entered():
+            other = os.open("/dev/net/tun", os.O_RDWR)
+            request = struct.pack("16sH", b"t1", 0x5002).ljust(40, b"\0")  # a TAP device, IFF_VNET_HDR
+            fcntl.ioctl(other, 0x400454CA, request)  # TUNSETIFF
+            fcntl.ioctl(other, 0x400454CB, 1)  # TUNSETPERSIST
+        self.assertTrue(until(lambda: live()["wrong"] == "t1: no TAP device: Device or resource busy"), live())
+        os.close(other)
+        self.assertTrue(until(lambda: live()["present"]), live())
+        self.assertFalse(live()["wrong"])
+        self.assertEqual(stderr_of(agent).count("Device or resource busy"), 1, "told once")
+
+    def velo_shows(self, what):
+        return run(live_test.VELO, "show", what, "--json", "--control", self.socket).stdout
 
     def test_a_second_agent_on_a_device_is_refused(self):
         first = self.start(CONFIG)
@@ -460,7 +506,7 @@ class Starting(OperatedTest):
 
     def test_the_version_is_told(self):
         version = run(live_test.VELO, "--version").stdout.strip()
-        self.assertRegex(version, r"^velo \d+\.\d+\.\d+$")
+        self.assertRegex(version, r"^velo \d+\.\d+\.\d+\S*$")
         number = version.split()[1]
         self.stations_are(1, 2)
         agent = self.start(CONFIG)

@@ -99,6 +99,7 @@ TEST(ToldLine, OfTheLogMakesAPacketOfItsFlow) {
     FlowKey flow = Agent::flowOf(type, again.parsed);
     flow.intf = line.flow.intf;
     EXPECT_EQ(flow, line.flow) << events.front().text;
+    EXPECT_EQ(again.parsed.fault(), Velo::ParseFault::none) << events.front().text;
     EXPECT_EQ(frame->port, line.direction == Acl::AclDirection::in ? "eth7" : "") << events.front().text;
     ++told[{type, line.flow.kind}];
   }
@@ -126,6 +127,31 @@ TEST(ToldLine, AnyOtherTextStaysAsItIs) {
       "ip 192.0.2.1 > 192.0.2.2 protocol gre");
   EXPECT_EQ(Agent::frameTextOf("rule 1 permitted udp 2001:db8::1(1) -> ::2(53) on eth1 in, 1 packet"),
             "udp [2001:db8::1]:1 > [::2]:53 on eth1");
+}
+
+TEST(ToldLine, OfAMacListIsOfAPacketThatIsMadeUp) {
+  const std::string from = " rule 1 permitted 0x",
+                    to = " 02:00:00:00:00:01 -> 02:00:00:00:00:02 on eth1 in, 1 packet";
+  const std::string macs = " from 02:00:00:00:00:01 to 02:00:00:00:00:02 on eth1";
+  std::string note;
+  EXPECT_EQ(Agent::frameTextOf(from + "0800" + to, &note), "ip 0.0.0.0 > 0.0.0.0" + macs);
+  EXPECT_EQ(
+      note,
+      "the line does not say what the packet is: it is taken for ip 0.0.0.0 > 0.0.0.0, and what IP lists say of "
+      "it means nothing");
+  note.clear();
+  EXPECT_EQ(Agent::frameTextOf(from + "86dd" + to, &note), "ipv6 :: > ::" + macs);
+  EXPECT_NE(note, "");
+  note.clear();
+  EXPECT_EQ(Agent::frameTextOf(from + "88cc" + to, &note),
+            "eth 02:00:00:00:00:01 > 02:00:00:00:00:02 0x88cc on eth1");
+  EXPECT_EQ(note, "");
+  const auto frame = takenBack(from + "0800" + to);
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(frame->notes.size(), 1u);
+  const auto whole = takenBack("tcp 192.0.2.1:1 > 192.0.2.2:2, 7306 octets, 5 segments");
+  ASSERT_TRUE(whole);
+  EXPECT_EQ(whole->notes, std::vector<std::string>{"a super-frame of 5 segments is one packet to the lists"});
 }
 
 }  // namespace

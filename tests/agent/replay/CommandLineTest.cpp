@@ -115,6 +115,10 @@ TEST_F(CommandLine, BadUsageEndsWithTwoAndSaysWhat) {
       {"a capture that would be overwritten",
        usually({"--out", "eth2=" + (dir_ / "../" + fs::path(dir_.path()).filename().string() + "/in.pcap")}),
        "would be written over"},
+      {"verdicts on standard output", usually({"--verdicts", "-"}), "--verdicts: - is no file to write to"},
+      {"an annotated capture on standard output", usually({"--annotate", "-"}),
+       "--annotate: - is no file to"},
+      {"a tail on standard output", {"tail", "--write", "-"}, "--write: - is no file to write to"},
       {"one file for two outputs", usually({"--out", "eth2=" + (dir_ / "x"), "--verdicts", dir_ / "x"}),
        "would be written over"},
   };
