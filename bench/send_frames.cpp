@@ -2,8 +2,8 @@
 // it sent.
 //
 // usage: send_frames DEV OCTETS SECONDS [FRAMES-A-SECOND [FLOWS]]
-// (octets of a frame without its check sequence, 46 to 1514; a rate of 0 is as fast as it goes; 64 to 16777216
-// flows: they differ in the source port, and in the source when there are more than 64512)
+// (octets of a frame without its check sequence, 46 to 1514; a rate of 0 is as fast as it goes; 64 to
+// 16777216 flows: they differ in the source port, and in the source when there are more than 64512)
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <netinet/in.h>
