@@ -1,10 +1,12 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/control/ChangeCommand.h>
 #include <agent/control/ConfigurationReader.h>
+#include <agent/control/ListProof.h>
 #include <agent/control/Operations.h>
 #include <agent/control/PacketComparison.h>
 #include <agent/core/Words.h>
 #include <agent/models/Reader.h>
+#include <agent/warnings/WarningText.h>
 
 #include <CLI/CLI.hpp>
 
@@ -26,6 +28,8 @@ class ApplyCommand final : public ChangeCommand {
         .add_flag("--packets", packets_, "with --dry-run: tell which packets would meet another verdict")
         ->needs("--dry-run");
     app().add_flag("--only-if-same", onlyIfSame_, "carry it out only if no packet meets another verdict");
+    app().add_flag("--prove", prove_,
+                   "warn of what all packets show of these lists, as velo check --prove does");
     proof_.addTo(app());
   }
 
@@ -45,24 +49,39 @@ class ApplyCommand final : public ChangeCommand {
       if (!sent(agent, source.name, source.text, &exit)) return exit;
     }
     Json request = {{"do", "apply"}};
-    if (!packets_ && !onlyIfSame_) return change(agent, std::move(request));
+    if (!packets_ && !onlyIfSame_ && !prove_) return change(agent, std::move(request));
     std::string why;
     const auto inForce = sourcesInForce(agent, &why);
     if (!inForce) return notApplied({{"text", why}});
-    const Json packets = compared(inForce->sources, sources);
-    if (onlyIfSame_ && packets.at("same") != true) return refuse(packets);
-    request["revision"] = inForce->revision;
-    return change(agent, std::move(request), packets_ ? packets : Json(nullptr));
+    const Config::Model now = modelOf(sources);
+    const Layers before = inForce->sources.layers(),
+                 after = inForce->sources.layersWith(commandLineName, &now);
+    Told told;
+    if (packets_ || onlyIfSame_) {
+      told.packets = packetComparison(before, after, {.proof = proof_.limits()});
+      if (onlyIfSame_ && told.packets.at("same") != true) return refuse(told.packets);
+      request["revision"] = inForce->revision;
+      if (!packets_) told.packets = nullptr;
+    }
+    if (prove_) {
+      const ListProof proof = proveLists(after, proof_.limits(), commandLineName);
+      told.warnings = warningsJson(proof.warnings);
+      told.unchecked = proof.unchecked;
+      if (isStrict() && !proof.warnings.empty() && !isDryRun())
+        return notApplied(
+            {{"text", "nothing was applied: there are warnings (--strict)"}, {"warnings", told.warnings}});
+    }
+    return change(agent, std::move(request), told);
   }
 
  private:
   using Json = nlohmann::ordered_json;
 
-  /// What the texts mean for packets, in the place of the command line's source.
-  Json compared(const Sources& inForce, const std::vector<Config::Source>& texts) const {
-    const Config::Model now = Models::read(texts, {}, mostMistakes).model.value();
-    return packetComparison(inForce.layers(), inForce.layersWith(commandLineName, &now),
-                            {.proof = proof_.limits()});
+  /// What the texts say, which have no mistakes; with the place of each rule.
+  static Config::Model modelOf(const std::vector<Config::Source>& texts) {
+    Config::Model start;
+    start.notices.ofAllRules = true;
+    return Models::read(texts, std::move(start), mostMistakes).model.value();
   }
   Exit refuse(const Json& packets) const {
     if (!json()) fmt::print(stderr, "{}", packetComparisonText(packets));
@@ -84,7 +103,7 @@ class ApplyCommand final : public ChangeCommand {
   }
 
   std::vector<std::string> files_;
-  bool packets_ = false, onlyIfSame_ = false;
+  bool packets_ = false, onlyIfSame_ = false, prove_ = false;
   ProofOptions proof_;
 };
 

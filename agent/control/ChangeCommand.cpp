@@ -64,7 +64,7 @@ std::optional<std::string> whyNoFile(const Json& files) {
 
 }  // namespace
 
-Exit ChangeCommand::change(ControlClient& agent, Json request, const Json& packets) const {
+Exit ChangeCommand::change(ControlClient& agent, Json request, const Told& told) const {
   Exit exit = exitDone;
   if (save_) {
     // Traffic is not to change when the rest of what was asked for cannot be done.
@@ -86,10 +86,13 @@ Exit ChangeCommand::change(ControlClient& agent, Json request, const Json& packe
   if (!refused.is_null()) exit = exitUsage;
   if (const auto saved = save_ ? saveConfiguration(agent, {}, &exit) : std::nullopt)
     document["restart"] = saved->restart;
-  if (!packets.is_null()) document["packets"] = packets;
+  if (!told.packets.is_null()) document["packets"] = told.packets;
+  for (const Json& each : told.warnings) document["warnings"].push_back(each);
+  if (!told.unchecked.empty()) document["unchecked"] = told.unchecked;
   if (json()) return print(linesOf(document), exit);
   tellWarnings(document);
-  const std::string onPackets = packets.is_null() ? "" : packetComparisonText(packets);
+  for (const std::string& what : told.unchecked) complain("not checked: " + what);
+  const std::string onPackets = told.packets.is_null() ? "" : packetComparisonText(told.packets);
   const Exit printed = print(
       differenceText(document.at("difference"), wantsColour(STDOUT_FILENO)) + onPackets + noteOf(document),
       exit);

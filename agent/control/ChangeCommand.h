@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace Agent {
 
@@ -21,11 +23,19 @@ class ChangeCommand : public Command {
   bool sent(ControlClient& agent, const std::string& name, const std::string& text, Exit* exit) const;
   /// A change that is refused.
   Exit notApplied(const nlohmann::ordered_json& error) const { return tellRefusal(error, "applied"); }
-  /// Has the agent carry out a change, and tells what became of it. `packets` is what that means for packets
-  /// (PacketComparison.h), if that was asked for.
-  Exit change(ControlClient& agent, nlohmann::ordered_json request,
-              const nlohmann::ordered_json& packets = nullptr) const;
+  /// What this program has found out about a change, and tells with it.
+  struct Told {
+    nlohmann::ordered_json packets = nullptr;  ///< what it means for packets (PacketComparison.h), or null
+    nlohmann::ordered_json warnings = nlohmann::ordered_json::array();  ///< besides those of the agent
+    std::vector<std::string> unchecked{};
+  };
+  /// Has the agent carry out a change, and tells what became of it.
+  Exit change(ControlClient& agent, nlohmann::ordered_json request, const Told& told) const;
+  Exit change(ControlClient& agent, nlohmann::ordered_json request) const {
+    return change(agent, std::move(request), Told());
+  }
   bool isDryRun() const { return dryRun_; }
+  bool isStrict() const { return leave_.strict; }
 
  private:
   std::string noteOf(const nlohmann::ordered_json& done) const;

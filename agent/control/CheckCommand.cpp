@@ -1,4 +1,5 @@
 #include <agent/control/Command.h>
+#include <agent/control/ConfigurationReader.h>
 #include <agent/control/OffLine.h>
 #include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
@@ -22,19 +23,7 @@ class CheckCommand final : public Command {
     app().add_option("--ports", ports_, "the ports that the agent will have")->type_name("A,B,...");
     app().add_flag("--allow-open", allowOpen_, "an agent would be started with --allow-open");
     app().add_flag("--strict", strict_, "every warning is a failure");
-    auto* prove = app().add_flag("--prove", prove_, "look at what lists do to all packets, too");
-    app()
-        .add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")
-        ->needs(prove)
-        ->check(CLI::Range(0.001, 1e6))
-        ->capture_default_str()
-        ->type_name("SECONDS");
-    app()
-        .add_option("--proof-memory", memory_, "the same beyond so much memory")
-        ->needs(prove)
-        ->check(CLI::Range(1, 1 << 20))
-        ->capture_default_str()
-        ->type_name("MIB");
+    proof_.addTo(app(), app().add_flag("--prove", prove_, "look at what lists do to all packets, too"));
     addTextLimits(app(), limits_);
   }
 
@@ -57,7 +46,7 @@ class CheckCommand final : public Command {
  private:
   std::optional<Proof::Limits> prove() const {
     if (!prove_) return std::nullopt;
-    return Proof::Limits{Kelp::Duration(seconds_), static_cast<size_t>(memory_) << 20};
+    return proof_.limits();
   }
   std::optional<PortNames> ports() const {
     if (app().count("--ports") == 0) return std::nullopt;
@@ -73,8 +62,7 @@ class CheckCommand final : public Command {
   std::vector<std::string> files_;
   std::string ports_;
   bool strict_ = false, allowOpen_ = false, prove_ = false;
-  double seconds_ = 10;
-  int memory_ = 1024;
+  ProofOptions proof_;
   std::string dir_;
   TextLimits limits_;
 };

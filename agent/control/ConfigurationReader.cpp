@@ -95,15 +95,19 @@ std::optional<Sources> ConfigurationReader::ofAgent() const {
   return std::move(found->sources);
 }
 
-void ProofOptions::addTo(CLI::App& command) {
-  command.add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")
-      ->check(CLI::Range(0.001, 1e6))
-      ->capture_default_str()
-      ->type_name("SECONDS");
-  command.add_option("--proof-memory", memory_, "the same beyond so much memory")
-      ->check(CLI::Range(1, 1 << 20))
-      ->capture_default_str()
-      ->type_name("MIB");
+void ProofOptions::addTo(CLI::App& command, CLI::Option* needed) {
+  CLI::Option* const options[] = {
+      command.add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")
+          ->check(CLI::Range(0.001, 1e6))
+          ->capture_default_str()
+          ->type_name("SECONDS"),
+      command.add_option("--proof-memory", memory_, "the same beyond so much memory")
+          ->check(CLI::Range(1, 1 << 20))
+          ->capture_default_str()
+          ->type_name("MIB")};
+  for (CLI::Option* each : options) {
+    if (needed) each->needs(needed);
+  }
 }
 
 }  // namespace Agent

@@ -12,7 +12,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace Agent {
 
@@ -51,7 +52,8 @@ class ConfigurationReader {
 /// The options for how much may be spent on what is proven: `--proof-seconds` and `--proof-memory`.
 class ProofOptions {
  public:
-  void addTo(CLI::App& command);
+  /// `needed`: an option without which they have no sense, or null.
+  void addTo(CLI::App& command, CLI::Option* needed = nullptr);
   Proof::Limits limits() const { return {Kelp::Duration(seconds_), static_cast<size_t>(memory_) << 20}; }
 
  private:

@@ -7,8 +7,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 namespace Agent {
+
+using Json = nlohmann::ordered_json;
 
 namespace {
 
@@ -34,24 +37,81 @@ std::vector<Standing> bySize(const Effective& effective) {
   return lists;
 }
 
-}  // namespace
-
-ListProof proveLists(const Layers& layers, const Proof::Limits& limits) {
-  const Effective effective(layers);
+/// Calls visit(list, sayings) for each list of which `isAsked` says so.
+template <class IsAsked, class Visit>
+void proveEach(const Effective& effective, const Proof::Limits& limits, const IsAsked& isAsked,
+               const Visit& visit) {
   const Kelp::Duration begin = Kiv::steadyClock().now();
-  ListProof proof;
-  WarningCollector found;
   for (const Standing& at : bySize(effective)) {
+    if (!isAsked(*at.key)) continue;
     const double used = Kiv::steadyClock().now().seconds() - begin.seconds();
     const double left = std::max(0., limits.seconds.seconds() - used);
+    visit(at, Proof::sayingsOf(at.list(), {Kelp::Duration(left), limits.memory}));
+  }
+}
+
+std::string cutOffText(const Standing& at, const Proof::Sayings& said) {
+  return fmt::format("{}: {}", listTitle(at.key->first, at.key->second), said.cutOff);
+}
+
+Json findingJson(const Proof::Saying& saying) {
+  Json finding = {{"code", saying.code.kind().code}, {"text", saying.text}};
+  if (!saying.example.empty()) finding["example"] = saying.example;
+  return finding;
+}
+
+/// Puts what is said of a list into its document.
+void addSayings(Json& list, const Standing& at, const Proof::Sayings& said) {
+  std::map<uint32_t, Json> found;  // by rule
+  for (const Proof::Saying& each : said.all)
+    found.try_emplace(each.sequence, Json::array()).first->second.push_back(findingJson(each));
+  const auto& rules = at.list().rules;
+  for (Json& rule : list.at("rules")) {
+    const auto known = rules.find(rule.at("sequence").get<uint32_t>());
+    const bool same = known != rules.end() && Config::common(known->second).text.view() ==
+                                                  rule.at("text").get_ref<const std::string&>();
+    const auto of = same ? found.find(known->first) : found.end();
+    rule["findings"] = of == found.end() ? Json::array() : of->second;
+  }
+  const auto whole = found.find(0);
+  list["findings"] = whole == found.end() ? Json::array() : whole->second;
+}
+
+}  // namespace
+
+ListProof proveLists(const Layers& layers, const Proof::Limits& limits,
+                     const std::optional<std::string>& source) {
+  const Effective effective(layers);
+  ListProof proof;
+  WarningCollector found;
+  const auto isAsked = [&](const Config::ListKey& key) {
+    return !source || effective.lists.at(key).source == *source;
+  };
+  proveEach(effective, limits, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
     const std::string title = listTitle(at.key->first, at.key->second);
-    const auto said = Proof::sayingsOf(at.list(), {Kelp::Duration(left), limits.memory});
     for (const Proof::Saying& each : said.all)
       found.add({each.code, at.placeOf(each.sequence), title + " " + each.text, each.example});
-    if (!said.cutOff.empty()) proof.unchecked.push_back(fmt::format("{}: {}", title, said.cutOff));
-  }
+    if (!said.cutOff.empty()) proof.unchecked.push_back(cutOffText(at, said));
+  });
   proof.warnings = found.take();
   return proof;
+}
+
+void addFindings(Json& document, const Layers& layers, const Proof::Limits& limits) {
+  const Effective effective(layers);
+  // A new member moves the others, so it comes first.
+  document["unchecked"] = Json::array();
+  std::map<std::string, Json*> lists;  // by title
+  for (Json& list : document.at("lists")) lists[listTitle(list)] = &list;
+  const auto listOf = [&lists](const Config::ListKey& key) {
+    const auto at = lists.find(listTitle(key.first, key.second));
+    return at == lists.end() ? nullptr : at->second;
+  };
+  const auto isAsked = [&](const Config::ListKey& key) { return listOf(key) != nullptr; };
+  proveEach(effective, limits, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
+    addSayings(*listOf(*at.key), at, said);
+    if (!said.cutOff.empty()) document["unchecked"].push_back(cutOffText(at, said));
+  });
 }
 
 }  // namespace Agent

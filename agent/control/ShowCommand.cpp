@@ -3,7 +3,9 @@
 #include <agent/config/Nearest.h>
 #include <agent/config/Reader.h>
 #include <agent/control/Command.h>
+#include <agent/control/ConfigurationReader.h>
 #include <agent/control/ControlClient.h>
+#include <agent/control/ListProof.h>
 #include <agent/control/WatchShow.h>
 #include <agent/control/WrittenText.h>
 #include <agent/core/Document.h>
@@ -58,6 +60,10 @@ class ShowCommand final : public Command {
         .add_option("--source", asked_.source,
                     "of access-lists and configuration: what this source alone has, cli or a file")
         ->type_name("NAME");
+    auto* lint =
+        app().add_flag("--lint", lint_,
+                       "of access-lists: what all packets show of each rule, as velo check --prove tells it");
+    proof_.addTo(app(), lint);
     addFormat(app(), "--format", "of configuration: what to write it as", &format_, &lossy_);
     addSelection();
     addControl();
@@ -79,13 +85,21 @@ class ShowCommand final : public Command {
       complain("--format is for show configuration, and not for --watch");
       return exitUsage;
     }
+    if (lint_ && (asked_.what != "access-lists" || watch_ || !asked_.source.empty())) {
+      complain("--lint is for show access-lists, and not for --watch or --source");
+      return exitUsage;
+    }
     ControlClient agent;
     if (!connected(agent, control(), &exit)) return exit;
     ShownDocument shown(agent, asked, watch_.has_value());
     if (watch_ && !json() && isScreen(STDOUT_FILENO)) return watchShow(shown, *watch_);
     for (;;) {
       std::string wrong;
-      const auto document = shown.next(&wrong, &exit);
+      auto document = shown.next(&wrong, &exit);
+      if (document && lint_ && !linted(agent, *document, &wrong)) {
+        document.reset();
+        exit = exitUnread;
+      }
       if (!document) {
         complain(wrong);
         return exit;
@@ -128,6 +142,13 @@ class ShowCommand final : public Command {
                                 size ? std::optional(size->columns) : std::nullopt});
   }
 
+  /// Adds what this program proves of the lists, on its own processor time.
+  bool linted(ControlClient& agent, nlohmann::ordered_json& document, std::string* wrong) const {
+    const auto inForce = sourcesInForce(agent, wrong);
+    if (inForce) addFindings(document, inForce->sources.layers(), proof_.limits());
+    return inForce.has_value();
+  }
+
   /// The configuration in another format.
   Exit printFormat(const nlohmann::ordered_json& document) const {
     const auto read = Config::read({{"the configuration", document.at("text").get<std::string>()}});
@@ -148,7 +169,8 @@ class ShowCommand final : public Command {
 
   ShowRequest asked_;  // all but the order
   std::string sort_, format_;
-  bool lossy_ = false;
+  bool lossy_ = false, lint_ = false;
+  ProofOptions proof_;
   std::optional<double> watch_;
 };
 

@@ -28,6 +28,7 @@ class ListsText {
     text_ += rows_.heading();
     for (const Json& rule : list.at("rules")) addRule(rule);
     for (const Json& remark : list.value("remarks", Json::array())) addRemark(remark.get<std::string>());
+    addFindings(list);
     if (const Json& drop = list.at("implicitDrop"); !drop.is_null()) {
       text_ += rows_.row("", "(what matches no rule is dropped)", drop) + "\n";
     } else {
@@ -95,6 +96,18 @@ class ListsText {
                        rule.at("text").get_ref<const std::string&>(), rule);
     text_ += idle ? style_.off : "";
     text_ += "\n";
+    addFindings(rule);
+  }
+
+  /// What a look at all packets has shown of a rule or of a list as a whole, if there was one.
+  void addFindings(const Json& of) {
+    for (const Json& each : of.value("findings", Json::array())) {
+      const std::string example = each.value("example", "");
+      const std::string line = fmt::format("{}! {}{}", rows_.indent(), each.at("text").get<std::string>(),
+                                           example.empty() ? "" : fmt::format(" (for example {})", example));
+      for (const std::string& part : wrapped(line, how_.width.value_or(line.size())))
+        text_ += fmt::format("{}{}{}\n", style_.yellow, part, style_.off);
+    }
   }
 
   const TextStyle how_;
@@ -113,7 +126,10 @@ std::string listsText(const Json& document, const TextStyle& style) {
     // Lists that are not defined are told above, with all places.
     if (opening.at("code") != "list-undefined") text.addOpen(opening);
   }
-  return text.takeText();
+  std::string all = text.takeText();
+  for (const Json& what : document.value("unchecked", Json::array()))
+    all += fmt::format("not checked: {}\n", what.get<std::string>());
+  return all;
 }
 
 }  // namespace Agent

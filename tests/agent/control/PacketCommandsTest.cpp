@@ -1,4 +1,5 @@
 #include <agent/control/Command.h>
+#include <agent/control/ListProof.h>
 #include <agent/control/ListSimplification.h>
 #include <agent/control/PacketComparison.h>
 #include <gmock/gmock.h>
@@ -343,6 +344,66 @@ TEST_F(PacketsOfAnAgentTest, ApplyTellsThemAndCarriesOutACleanUpOnly) {
   EXPECT_EQ(done.status, 0) << done.err;
   EXPECT_THAT(done.out, HasSubstr("-   10 permit udp any any eq 1"));
   EXPECT_EQ(run({"apply", "--packets", clean}).status, 2) << "of --dry-run";
+}
+
+TEST_F(PacketsOfAnAgentTest, ShowTellsFindingsBesideTheRules) {
+  const std::string grown = dir_ / "grown.acl";
+  writeFile(grown,
+            "ip access-list A\n 10 permit udp any any\n 20 deny udp any any eq 9\n 30 permit tcp any any\n"
+            "ip access-list B\n 10 permit ip any any\ninterface eth1\n ip access-group A in\n");
+  ASSERT_EQ(run({"apply", grown}).status, 0);
+  const Ran text = run({"show", "access-lists", "--lint"});
+  EXPECT_EQ(text.status, 0) << text.err;
+  EXPECT_THAT(text.out, testing::ContainsRegex(
+                            "20 deny udp any any eq 9 [^\n]*\n *! rule 20 denies, but rule 10 permits "
+                            "all of it \\(for example udp 0.0.0.0:1024 > 0.0.0.0:9\\)\n"));
+  EXPECT_THAT(text.out, HasSubstr("! passes everything (for example "));
+  EXPECT_THAT(run({"show", "access-lists"}).out, Not(HasSubstr("!")));
+  const auto lists = nlohmann::json::parse(run({"show", "access-lists", "--lint", "--json"}).out).at("lists");
+  EXPECT_EQ(lists.at(0).at("rules").at(1).at("findings").at(0).at("code"), "rule-never-matches");
+  EXPECT_EQ(lists.at(0).at("rules").at(0).at("findings"), nlohmann::json::array());
+  EXPECT_EQ(lists.at(0).at("findings"), nlohmann::json::array());
+  EXPECT_EQ(lists.at(1).at("findings").at(0).at("code"), "list-passes-all");
+  EXPECT_THAT(run({"show", "access-lists", "B", "--lint"}).out, Not(HasSubstr("rule 20")));
+  for (const auto& wrong : {std::vector<std::string>{"show", "access-lists", "--lint", "--watch"},
+                            {"show", "access-lists", "--lint", "--source", "cli"},
+                            {"show", "bindings", "--lint"},
+                            {"show", "access-lists", "--proof-seconds", "1"}})
+    EXPECT_EQ(run(wrong).status, 2) << wrong.back();
+}
+
+TEST_F(PacketsOfAnAgentTest, FindingsAreOnlyOfTheRulesThatAreShown) {
+  const auto model = modelOf("ip access-list A\n 10 permit udp any any\n 20 deny udp any any eq 9\n");
+  auto document = nlohmann::ordered_json::parse(
+      R"({"lists": [{"type": "ip", "name": "A", "rules": [{"sequence": 20, "text": "deny udp any any eq 10"}]}]})");
+  Agent::addFindings(document, {{"cli", &model}}, {});
+  EXPECT_EQ(document.at("lists").at(0).at("rules").at(0).at("findings"), nlohmann::json::array());
+  document["lists"][0]["rules"][0]["text"] = "deny udp any any eq 9";
+  Agent::addFindings(document, {{"cli", &model}}, {});
+  EXPECT_EQ(document.at("lists").at(0).at("rules").at(0).at("findings").size(), 1u);
+  Agent::addFindings(document, {{"cli", &model}}, {Kelp::Duration(0)});
+  EXPECT_THAT(document.at("unchecked").at(0).get<std::string>(), HasSubstr("ip access-list A: 2 of 2 rules"));
+}
+
+TEST_F(PacketsOfAnAgentTest, ApplyWarnsOfWhatIsProven) {
+  const std::string grown = dir_ / "grown.acl";
+  writeFile(grown,
+            "ip access-list A\n 10 permit udp any any lt 9\n 20 deny udp any any eq 5\ninterface eth1\n"
+            " ip access-group A in\n");
+  const std::string said = grown +
+                           ":3:2: warning: ip access-list A rule 20 denies, but rule 10 permits all of it "
+                           "(for example udp 0.0.0.0:1024 > 0.0.0.0:5)\n";
+  const Ran dry = run({"apply", "--dry-run", "--prove", grown});
+  EXPECT_EQ(dry.status, 0);
+  EXPECT_THAT(dry.err, HasSubstr(said));
+  const Ran refused = run({"apply", "--prove", "--strict", grown});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.err, HasSubstr("nothing was applied: there are warnings (--strict)"));
+  EXPECT_THAT(refused.err, HasSubstr(said));
+  EXPECT_THAT(run({"show", "configuration"}).out, HasSubstr("10 permit udp any any eq 1"));
+  const Ran done = run({"apply", "--prove", "--json", grown});
+  EXPECT_EQ(done.status, 0);
+  EXPECT_EQ(nlohmann::json::parse(done.out).at("warnings").back().at("code"), "rule-never-matches");
 }
 
 TEST_F(PacketsOfAnAgentTest, WhatWasComparedIsOnlyAppliedWhileItIsInForce) {
