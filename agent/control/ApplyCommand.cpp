@@ -33,6 +33,9 @@ class ApplyCommand final : public ChangeCommand {
     proof_.addTo(app());
   }
 
+  Exit whenItRunsOut() const override {
+    return packets_ || onlyIfSame_ || prove_ ? exitUsage : ChangeCommand::whenItRunsOut();
+  }
   Exit run(const std::string&) const override {
     std::vector<std::string> wrong;
     const auto sources = read(wrong);

@@ -27,6 +27,7 @@ class CheckCommand final : public Command {
     addTextLimits(app(), limits_);
   }
 
+  Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string&) const override {
     if (files_.empty() && dir_.empty()) {
       complain("check needs a FILE or --config-dir");

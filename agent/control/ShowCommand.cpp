@@ -69,6 +69,7 @@ class ShowCommand final : public Command {
     addControl();
   }
 
+  Exit whenItRunsOut() const override { return lint_ ? exitUsage : Command::whenItRunsOut(); }
   Exit run(const std::string&) const override {
     Exit exit = exitDone;
     const Show& show = *showOf(asked_.what);

@@ -2,6 +2,7 @@
 #include <agent/proof/ListAnalysis.h>
 #include <agent/proof/OrderedSets.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -100,16 +101,15 @@ class Analysis {
       permits_ = permits_ || (permits(i) && !rules_[i].isDead);
       drops_ = drops_ || (!permits(i) && !rules_[i].isDead);
     }
-    const bool passesAll = !drops_ && !isReached(rest);
+    const bool passesAll = !drops_ && !isReached(rest, rules_.near(rest, 0, rest));
     if (!permits_ || passesAll) found_.example = sets_.exampleOf(sets_.packets());
     found_.passesNothing = !permits_;
     found_.passesAll = passesAll;
   }
 
-  bool isReached(size_t at) {
-    const Near earlier = rules_.near(at, 0, at);
-    return !coverOfOne(at, earlier) && (rules_.tryPackets(at, earlier, {}, random_).taken ||
-                                        rules_.leftOf(at, rules_[at].asked, earlier));
+  bool isReached(size_t at, const Near& earlier) {
+    return !isCoveredByOne(at, earlier) && (rules_.tryPackets(at, earlier, {}, random_).taken ||
+                                            rules_.leftOf(at, rules_[at].asked, earlier));
   }
 
   RuleFinding impossible(size_t at) const { return {rules_[at].sequence, Oddity::impossible, {}, false, {}}; }
@@ -118,40 +118,28 @@ class Analysis {
   std::optional<RuleFinding> neverMatches(size_t at) {
     if (rules_[at].isDead) return impossible(at);
     const Near earlier = rules_.near(at, 0, at);
-    if (const auto cover = coverOfOne(at, earlier)) return never(at, {*cover});
-    if (rules_.tryPackets(at, earlier, {}, random_).taken) return std::nullopt;
-    return coverOfSeveral(at, earlier);
+    if (isReached(at, earlier)) return std::nullopt;
+    return never(at, earlier);
   }
-  std::optional<RuleFinding> coverOfSeveral(size_t at, const Near& earlier,
-                                            std::optional<Bits>* taken = nullptr) {
-    std::set<size_t> needed;
-    const auto left = rules_.leftOf(at, rules_[at].asked, earlier, &needed);
-    if (taken) *taken = left;
-    if (left) return std::nullopt;
-    return never(at, fewestOf(at, {needed.begin(), needed.end()}));
-  }
-
   std::optional<RuleFinding> judge(size_t at) {
     if (rules_[at].isDead) return impossible(at);
     const Near earlier = rules_.near(at, 0, at);
-    if (const auto cover = coverOfOne(at, earlier)) return never(at, {*cover});
+    if (isCoveredByOne(at, earlier)) return never(at, earlier);
     // The last entry is what happens without any rule.
     const Near later = rules_.near(at, at + 1, rules_.size() - 1);
     auto tried = rules_.tryPackets(at, earlier, later, random_);
     if (tried.changed) return std::nullopt;
     if (tried.taken && isRepeated(at, later)) return redundant(at, earlier, *tried.taken);
     if (!tried.taken) {
-      if (auto finding = coverOfSeveral(at, earlier, &tried.taken)) return finding;
+      tried.taken = rules_.leftOf(at, rules_[at].asked, earlier);
+      if (!tried.taken) return never(at, earlier);
     }
     if (rules_.leftOf(at, otherwise(at, later), earlier)) return std::nullopt;
     return redundant(at, earlier, *tried.taken);
   }
 
-  std::optional<size_t> coverOfOne(size_t at, const Near& earlier) const {
-    for (const size_t each : earlier) {
-      if (rules_.covers(each, at)) return each;
-    }
-    return std::nullopt;
+  bool isCoveredByOne(size_t at, const Near& earlier) const {
+    return std::any_of(earlier.begin(), earlier.end(), [&](size_t each) { return rules_.covers(each, at); });
   }
 
   /// Whether a later rule does the same with all that this one asks for, and nothing stands between.
@@ -174,11 +162,11 @@ class Analysis {
     return other;
   }
 
-  RuleFinding never(size_t at, const Near& by) {
+  RuleFinding never(size_t at, const Near& earlier) {
     auto& rule = rules_[at];
     rule.isDead = true;
     RuleFinding finding{rule.sequence, Oddity::covered, {}, false, sets_.exampleOf(rule.asked)};
-    for (const size_t each : by) {
+    for (const size_t each : takersOf(at, earlier)) {
       finding.by.push_back(rules_[each].sequence);
       finding.otherAction = finding.otherAction || permits(each) != permits(at);
     }
@@ -192,19 +180,16 @@ class Analysis {
     return {rules_[at].sequence, Oddity::redundant, {}, false, example};
   }
 
-  /// Of rules that cover one together as few as taking away one after the other from the end leaves.
-  Near fewestOf(size_t at, const Near& covering) const {
-    const PacketSet& asked = rules_[at].asked;
-    std::vector<PacketSet> upTo{{}};  // what the first so many of them ask for of that
-    for (const size_t each : covering) upTo.push_back(upTo.back() | (rules_[each].asked & asked));
-    Near kept;
-    PacketSet missing = asked;
-    for (size_t i = covering.size(); i-- > 0;) {
-      if ((missing - upTo[i]).isEmpty()) continue;
-      kept.insert(kept.begin(), covering[i]);
-      missing = missing - rules_[covering[i]].asked;
+  /// Those that take what a rule asks for which never matches.
+  Near takersOf(size_t at, const Near& earlier) const {
+    Near takers;
+    PacketSet left = rules_[at].asked;
+    for (size_t i = 0; i < earlier.size() && !left.isEmpty(); ++i) {
+      PacketSet less = left - rules_[earlier[i]].asked;
+      if (less != left) takers.push_back(earlier[i]);
+      left = std::move(less);
     }
-    return kept;
+    return takers;
   }
 
   const Config::List& list_;

@@ -19,8 +19,7 @@ enum class Oddity : uint8_t {
 struct RuleFinding {
   uint32_t sequence = 0;
   Oddity oddity = Oddity::impossible;
-  /// Of a covered rule: the earlier rules whose packets it asks for, in their order, as few as ask for all of
-  /// it together. Without any one of them something would be left.
+  /// Of a covered rule: the earlier rules that take what it asks for, in their order. Each takes a part.
   std::vector<uint32_t> by;
   bool otherAction = false;  ///< one of them does not do what this rule would
   /// Of a covered rule a packet that it asks for, of a redundant one a packet that it takes; else nothing.

@@ -25,14 +25,11 @@ struct OrderedSets::Search {
   };
 
   const OrderedSets& all;
-  std::set<size_t>* const needed;
 
   std::optional<Bits> in(const Part& part) const {
     if (part.packets.isEmpty()) return std::nullopt;
     for (const size_t each : part.near) {
-      if (!all.entries_[each].exact || !all.cubes_[each].covers(part.around)) continue;
-      if (needed) needed->insert(each);
-      return std::nullopt;
+      if (all.entries_[each].exact && all.cubes_[each].covers(part.around)) return std::nullopt;
     }
     const unsigned bit = part.near.size() <= few ? noBit : tellingBit(part);
     if (bit == noBit) return amongFew(part);
@@ -52,11 +49,8 @@ struct OrderedSets::Search {
 
   std::optional<Bits> amongFew(const Part& part) const {
     PacketSet left = part.packets;
-    for (size_t i = 0; i < part.near.size() && !left.isEmpty(); ++i) {
-      PacketSet less = left - all.entries_[part.near[i]].asked;
-      if (needed && less != left) needed->insert(part.near[i]);
-      left = std::move(less);
-    }
+    for (size_t i = 0; i < part.near.size() && !left.isEmpty(); ++i)
+      left = left - all.entries_[part.near[i]].asked;
     if (left.isEmpty()) return std::nullopt;
     return all.sets_.sets().oneOf(left);
   }
@@ -75,9 +69,9 @@ struct OrderedSets::Search {
   }
 };
 
-std::optional<Bits> OrderedSets::leftOf(size_t at, const PacketSet& part, const std::vector<size_t>& near,
-                                        std::set<size_t>* needed) const {
-  return Search{*this, needed}.in({part, cubes_[at], near});
+std::optional<Bits> OrderedSets::leftOf(size_t at, const PacketSet& part,
+                                        const std::vector<size_t>& near) const {
+  return Search{*this}.in({part, cubes_[at], near});
 }
 
 }  // namespace Proof

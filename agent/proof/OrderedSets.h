@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <random>
-#include <set>
 #include <vector>
 
 namespace Proof {
@@ -57,10 +56,8 @@ class OrderedSets {
                    std::mt19937_64& random) const;
 
   /// Searches a part of what an entry asks for, to the end however long it takes, for a packet for which no
-  /// entry of `near` asks. Returns nothing if there is none; then the entries that together ask for all of
-  /// the part are added to `needed`.
-  std::optional<Bits> leftOf(size_t at, const PacketSet& part, const std::vector<size_t>& near,
-                             std::set<size_t>* needed = nullptr) const;
+  /// entry of `near` asks. Returns nothing if there is none.
+  std::optional<Bits> leftOf(size_t at, const PacketSet& part, const std::vector<size_t>& near) const;
 
  private:
   struct Search;

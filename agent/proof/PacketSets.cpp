@@ -25,6 +25,7 @@ constexpr int emptySet = 0, fullSet = 1;
 // What the library takes for a node, and for the caches that grow with the nodes.
 constexpr size_t octetsOfNode = 20;
 constexpr int nodesOfCacheEntry = 16;
+constexpr int nodesOfSmallCacheEntry = 1 << 10;
 constexpr size_t octetsOfCaches = 6 * 24 / nodesOfCacheEntry;
 constexpr size_t octetsOfAll = octetsOfNode + octetsOfCaches;
 constexpr int firstNodes = 1 << 16;
@@ -33,7 +34,7 @@ constexpr int firstNodes = 1 << 16;
 constexpr size_t nextPrime = 1 << 9;
 constexpr size_t fewestNodes = 1 << 12;  // the library does not start with next to none
 
-enum class Spent : int { none, time, memory };
+enum class Spent : int { none, time, memory, machine };
 
 /// The library calls back in the middle of its work, and goes on when a hook returns: leaving it is a jump.
 /// Between the jump and its target there are only frames of the library and of hooks.
@@ -55,7 +56,8 @@ bool isLate() { return state.clock->now() > state.deadline; }
 }
 
 extern "C" void whenTheLibraryFails(int error) {
-  if (error == BDD_MEMORY || error == BDD_NODENUM || error == BDD_NODES) leave(Spent::memory);
+  if (error == BDD_MEMORY) leave(Spent::machine);
+  if (error == BDD_NODENUM || error == BDD_NODES) leave(Spent::memory);
   Kelp::fatal(bdd_errstring(error), __FILE__, __LINE__);
 }
 
@@ -64,6 +66,7 @@ extern "C" void whenGarbageIsCollected(int, bddGbcStat*) {
 }
 
 [[noreturn]] void tellSpent() {
+  if (state.spent == Spent::machine) throw LimitReached("memory ran out");
   throw LimitReached(state.spent == Spent::time
                          ? fmt::format("it takes more than {} seconds", state.seconds.seconds())
                          : fmt::format("it takes more than {} MiB of memory", state.memory >> 20));
@@ -88,7 +91,7 @@ void start(int bits) {
     bdd_error_hook(whenTheLibraryFails);
     if (bdd_init(std::min(firstNodes, static_cast<int>(most - nextPrime)), firstNodes / nodesOfCacheEntry) <
         0)
-      leave(Spent::memory);
+      leave(Spent::machine);
     bdd_error_hook(whenTheLibraryFails);
     bdd_gbc_hook(whenGarbageIsCollected);
     bdd_setcacheratio(nodesOfCacheEntry);
@@ -98,8 +101,16 @@ void start(int bits) {
   });
 }
 
+/// A table for which there was no memory is left in ruins, and the library would trip over it at its end.
+void mend() {
+  if (setjmp(state.back) == 0) bdd_setcacheratio(nodesOfSmallCacheEntry);
+}
+
 void stop() {
-  if (bdd_isrunning()) bdd_done();
+  if (bdd_isrunning()) {
+    if (state.spent == Spent::machine) mend();
+    bdd_done();
+  }
   state.spent = Spent::none;
   owned = false;
 }

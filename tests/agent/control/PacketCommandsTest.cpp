@@ -112,8 +112,8 @@ TEST(PacketCommands, WhatSimplifyPrintsDoesTheSame) {
 // Their status 1 is an answer, which nobody may take from a program that ran out of memory.
 TEST(PacketCommands, GiveNoAnswerWhenMemoryRunsOut) {
   CLI::App app;
-  for (const auto make :
-       {Agent::compareCommand, Agent::findCommand, Agent::simplifyCommand, Agent::testCommand})
+  for (const auto make : {Agent::compareCommand, Agent::findCommand, Agent::checkCommand,
+                          Agent::simplifyCommand, Agent::testCommand})
     EXPECT_EQ(make(app)->whenItRunsOut(), Agent::exitUsage);
 }
 

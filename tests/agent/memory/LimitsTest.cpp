@@ -1,11 +1,13 @@
 #include <agent/change/DirectoryScan.h>
 #include <agent/core/Memory.h>
+#include <agent/proof/PacketSets.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "../support/CaptureBytes.h"
 #include "Rules.h"
@@ -50,6 +52,51 @@ TEST_F(MemoryLimits, IsAsMuchAsTheLimitsLeave) {
   };
   EXPECT_EXIT(isLimited(RLIMIT_AS, sizeOfAll), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(isLimited(RLIMIT_DATA, sizeOfData), testing::ExitedWithCode(0), "");
+}
+
+/// Works out a set of packets that takes some megabytes, with so little memory left; returns what is told.
+std::string workedOut(uint64_t octets) {
+  rlimit before{};
+  getrlimit(RLIMIT_AS, &before);
+  std::ifstream statm("/proc/self/statm");
+  uint64_t pages = 0;
+  statm >> pages;
+  const rlimit less{pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) + octets, before.rlim_max};
+  setrlimit(RLIMIT_AS, &less);
+  std::string told = "done";
+  try {
+    constexpr unsigned bits = 60;
+    const Proof::PacketSets sets(bits, {Kelp::Duration(3600)});
+    std::mt19937_64 random;
+    Proof::PacketSet all;
+    for (int i = 0; i < 300; ++i) {
+      Proof::PacketSet one = sets.all();
+      for (int j = 0; j < 8; ++j) one = one & sets.bitIs(random() % bits, random() % 2 != 0);
+      all = all | one;
+      if (sets.memory() > 10 * mebi) break;
+    }
+  } catch (const Proof::LimitReached& limit) {
+    told = limit.what();
+  } catch (const std::bad_alloc&) {
+    told = "no memory";
+  }
+  setrlimit(RLIMIT_AS, &before);
+  return told;
+}
+
+// The library that works out sets leaves its tables in ruins when one of them finds no memory.
+TEST_F(MemoryLimits, SetsOfPacketsEndWithASentenceAndOthersCanBeMade) {
+  if (!memoryCanBeLimited) GTEST_SKIP() << notLimited;
+  const auto told = [] {
+    size_t ranOut = 0;
+    for (uint64_t left = mebi; left < 8 * mebi; left += mebi / 8) {
+      const std::string is = workedOut(left);
+      if (is != "done" && is != "memory ran out") std::exit(1);
+      ranOut += is != "done";
+    }
+    std::exit(ranOut > 4 && workedOut(1000 * mebi) == "done" ? 0 : 2);
+  };
+  EXPECT_EXIT(told(), testing::ExitedWithCode(0), "");
 }
 
 std::string denials(int count) {

@@ -22,66 +22,67 @@ TEST(Sayings, SayWhatIsOddInWordsWithAnExample) {
     const char* rules;
     const char* expected;
   };
-  for (const Row& row : {
-           Row{"10 permit tcp 10.0.0.0/9 any\n20 permit tcp 10.128.0.0/9 any\n30 deny tcp 10.0.0.0/8 any eq "
-               "22\n",
-               "rule-never-matches 30: rule 30 denies, but rules 10 and 20 permit all of it | "
-               "tcp 10.0.0.0:1024 > 0.0.0.0:22 syn\n"},
-           Row{"10 permit tcp any any\n30 deny tcp any any eq 22\n",
-               "rule-never-matches 30: rule 30 denies, but rule 10 permits all of it | "
-               "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n"},
-           Row{"10 permit tcp any any\n20 permit tcp any any eq 22\n30 permit udp any any\n",
-               "rule-never-matches 20: rule 20 never matches: rule 10 permits all of it | "
-               "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n"},
-           Row{"10 deny udp any any\n20 permit udp any any eq 53\n30 permit tcp any any\n",
-               "rule-never-matches 20: rule 20 permits, but rule 10 denies all of it | "
-               "udp 0.0.0.0:1024 > 0.0.0.0:53\n"},
-           Row{"10 deny ip 10.0.0.0/9 any\n20 permit ip 10.128.0.0/9 any\n30 permit ip 10.0.0.0/8 any\n",
-               "rule-changes-nothing 20: rule 20 changes no verdict: without it its packets are permitted, "
-               "too | "
-               "tcp 10.128.0.0:1024 > 0.0.0.0:80 syn\n"
-               "rule-never-matches 30: rule 30 never matches: rules 10 and 20 decide about all of it, not "
-               "all as it "
-               "would | tcp 10.0.0.0:1024 > 0.0.0.0:80 syn\n"},
-           Row{"10 permit tcp any lt 0 any\n20 permit udp any any\n",
-               "rule-never-matches 10: rule 10 never matches: no packet is as it asks | \n"},
-           Row{"10 permit tcp any any\n20 permit tcp any any established\n",
-               "established-before-all-tcp 20: rule 20 asks for established, but rule 10 already permits all "
-               "such TCP "
-               "| tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
-           Row{"10 permit tcp any any ack\n15 permit tcp any any rst\n20 permit tcp any any established\n",
-               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
-               "too | "
-               "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"
-               "rule-changes-nothing 15: rule 15 changes no verdict: without it its packets are permitted, "
-               "too | "
-               "tcp 0.0.0.0:1024 > 0.0.0.0:80 fin rst urg\n"
-               "rule-never-matches 20: rule 20 never matches: rules 10 and 15 permit all of it | "
-               "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
-           Row{"10 deny tcp any any eq 22\n20 permit tcp any any\n30 permit tcp any any established\n",
-               "fragments-slip-by 10: rule 10 denies by port, but rule 20 permits later fragments of such "
-               "packets | tcp 0.0.0.0 > 0.0.0.0 later fragment\n"
-               "rule-never-matches 30: rule 30 never matches: rule 20 permits all of it | "
-               "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
-           Row{"10 deny tcp any any eq 23\n20 permit ip any any\n",
-               "fragments-slip-by 10: rule 10 denies by port, but rule 20 permits later fragments of such "
-               "packets | "
-               "tcp 0.0.0.0 > 0.0.0.0 later fragment\n"},
-           Row{"10 deny tcp any any eq 23\n15 deny tcp any any fragments\n20 permit ip any any\n", ""},
-           Row{"10 permit udp any any\n20 permit ip any any\n",
-               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
-               "too | "
-               "udp 0.0.0.0:1024 > 0.0.0.0:80\n"
-               "list-passes-all 0: passes everything | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
-           Row{"10 deny udp any any eq 53\n20 deny ip any any\n",
-               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are dropped, too "
-               "| "
-               "udp 0.0.0.0:1024 > 0.0.0.0:53\n"
-               "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
-           Row{"10 deny ip any any\n",
-               "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
-           Row{"10 permit tcp any any\n20 deny ip any any\n", ""},
-       })
+  for (
+      const Row& row : {
+          Row{"10 permit tcp 10.0.0.0/9 any\n20 permit tcp 10.128.0.0/9 any\n30 deny tcp 10.0.0.0/8 any eq "
+              "22\n",
+              "rule-never-matches 30: rule 30 denies, but rules 10 and 20 permit all of it | "
+              "tcp 10.0.0.0:1024 > 0.0.0.0:22 syn\n"},
+          Row{"10 permit tcp any any\n30 deny tcp any any eq 22\n",
+              "rule-never-matches 30: rule 30 denies, but rule 10 permits all of it | "
+              "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n"},
+          Row{"10 permit tcp any any\n20 permit tcp any any eq 22\n30 permit udp any any\n",
+              "rule-never-matches 20: rule 20 never matches: rule 10 permits all of it | "
+              "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n"},
+          Row{"10 deny udp any any\n20 permit udp any any eq 53\n30 permit tcp any any\n",
+              "rule-never-matches 20: rule 20 permits, but rule 10 denies all of it | "
+              "udp 0.0.0.0:1024 > 0.0.0.0:53\n"},
+          Row{"10 deny ip 10.0.0.0/9 any\n20 permit ip 10.128.0.0/9 any\n30 permit ip 10.0.0.0/8 any\n",
+              "rule-changes-nothing 20: rule 20 changes no verdict: without it its packets are permitted, "
+              "too | "
+              "tcp 10.128.0.0:1024 > 0.0.0.0:80 syn\n"
+              "rule-never-matches 30: rule 30 never matches: rules 10 and 20 decide about all of it, not "
+              "all as it "
+              "would | tcp 10.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+          Row{"10 permit tcp any lt 0 any\n20 permit udp any any\n",
+              "rule-never-matches 10: rule 10 never matches: no packet is as it asks | \n"},
+          Row{"10 permit tcp any any\n20 permit tcp any any established\n",
+              "established-before-all-tcp 20: rule 20 asks for established, but rule 10 already permits all "
+              "such TCP "
+              "| tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
+          Row{"10 permit tcp any any ack\n15 permit tcp any any rst\n20 permit tcp any any established\n",
+              "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
+              "too | "
+              "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"
+              "rule-changes-nothing 15: rule 15 changes no verdict: without it its packets are permitted, "
+              "too | "
+              "tcp 0.0.0.0:1024 > 0.0.0.0:80 fin rst urg\n"
+              "rule-never-matches 20: rule 20 never matches: rules 10 and 15 permit all of it | "
+              "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
+          Row{"10 deny tcp any any eq 22\n20 permit tcp any any\n30 permit tcp any any established\n",
+              "fragments-slip-by 10: rule 10 denies by port, but rule 20 permits later fragments of such "
+              "packets | tcp 0.0.0.0 > 0.0.0.0 later fragment\n"
+              "rule-never-matches 30: rule 30 never matches: rules 10 and 20 decide about all of it, not all as it would | "
+              "tcp 0.0.0.0:1024 > 0.0.0.0:80 ack\n"},
+          Row{"10 deny tcp any any eq 23\n20 permit ip any any\n",
+              "fragments-slip-by 10: rule 10 denies by port, but rule 20 permits later fragments of such "
+              "packets | "
+              "tcp 0.0.0.0 > 0.0.0.0 later fragment\n"},
+          Row{"10 deny tcp any any eq 23\n15 deny tcp any any fragments\n20 permit ip any any\n", ""},
+          Row{"10 permit udp any any\n20 permit ip any any\n",
+              "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
+              "too | "
+              "udp 0.0.0.0:1024 > 0.0.0.0:80\n"
+              "list-passes-all 0: passes everything | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+          Row{"10 deny udp any any eq 53\n20 deny ip any any\n",
+              "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are dropped, too "
+              "| "
+              "udp 0.0.0.0:1024 > 0.0.0.0:53\n"
+              "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+          Row{"10 deny ip any any\n",
+              "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n"},
+          Row{"10 permit tcp any any\n20 deny ip any any\n", ""},
+      })
     EXPECT_EQ(warned(std::string("ip access-list A\n") + row.rules), row.expected) << row.rules;
 }
 
