@@ -107,7 +107,7 @@ std::string ChangeCommand::noteOf(const Json& done) const {
   if (confirm_ && changes) {
     return fmt::format(
         "(it is taken back in {} s: velo confirm keeps it{})\n", *confirm_,
-        done.at("survives").get<bool>() ? "" : "; without --state it is also kept if the agent ends");
+        done.at("survives").get<bool>() ? "" : "; without --state a restart reads what the files say");
   }
   const Json& restart = done.at("restart");
   const bool helps = restart.at("save").get<bool>();

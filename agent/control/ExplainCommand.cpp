@@ -49,7 +49,8 @@ class ExplainCommand final : public Command {
     }
     const std::string port = port_.empty() ? frame->port : port_;
     if (port.empty() || (!frame->port.empty() && frame->port != port)) {
-      complain(port.empty() ? "explain needs --port: where the frame comes in"
+      complain(port.empty() ? fmt::format("explain needs --port: where the frame comes in{}{}",
+                                          frame->notes.empty() ? "" : "; ", fmt::join(frame->notes, "; "))
                             : fmt::format("--port {}: the frame says on {}", port, frame->port));
       return exitUsage;
     }

@@ -92,7 +92,7 @@ size_t behindVerdict(std::string_view line) {
   return line.npos;
 }
 
-std::optional<std::string> textOfLog(std::string_view line, std::string* note) {
+std::optional<std::string> textOfLog(std::string_view line, std::vector<std::string>* notes) {
   const size_t behind = behindVerdict(line);
   if (behind == line.npos) return std::nullopt;
   const Words words = wordsOf(line.substr(behind));
@@ -104,22 +104,26 @@ std::optional<std::string> textOfLog(std::string_view line, std::string* note) {
       continue;
     }
     const bool in = i + 2 < words.size() && words[i + 2].starts_with("in");
-    if (in) rest += fmt::format(" on {}", words[i + 1]);
+    if (in)
+      rest += fmt::format(" on {}", words[i + 1]);
+    else if (notes && i + 1 < words.size())
+      notes->push_back(
+          fmt::format("the line says that the packet left on {}, not where it came in", words[i + 1]));
     break;
   }
   const char* made = madeUp(words[0]);
-  if (made && note)
-    *note = fmt::format(
+  if (made && notes)
+    notes->push_back(fmt::format(
         "the line does not say what the packet is: it is taken for {}, and what IP lists say of it means nothing",
-        made);
+        made));
   return textOfFlow(words[0], words[1], words[3], rest);
 }
 
 }  // namespace
 
-std::string frameTextOf(std::string_view line, std::string* note) {
+std::string frameTextOf(std::string_view line, std::vector<std::string>* notes) {
   if (auto text = textOfTail(line)) return *text;
-  if (auto text = textOfLog(line, note)) return *text;
+  if (auto text = textOfLog(line, notes)) return *text;
   return std::string(line);
 }
 

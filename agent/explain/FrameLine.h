@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Agent {
 
@@ -12,7 +13,7 @@ namespace Agent {
 ///
 /// with anything in front of a line of the log. Any other text is given back as it is. Of a packet that was
 /// judged where it left, a line of the log does not say where it came in. Of a MAC list's line on an IP
-/// packet the packet is made up: `note` gets a sentence about that, if it is not null.
-std::string frameTextOf(std::string_view line, std::string* note = nullptr);
+/// packet the packet is made up. `notes` gets a sentence about either, if it is not null.
+std::string frameTextOf(std::string_view line, std::vector<std::string>* notes = nullptr);
 
 }  // namespace Agent

@@ -135,8 +135,8 @@ void Frame::assignTo(Nimnet::Pkt& pkt) const {
 std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   Cursor at;
   Draft draft;
-  std::string note;
-  std::string words = frameTextOf(text, &note);
+  std::vector<std::string> notes;
+  std::string words = frameTextOf(text, &notes);
   std::replace(words.begin(), words.end(), ',', ' ');
   const auto fail = [wrong](std::optional<std::string> why) {
     *wrong = std::move(*why);
@@ -153,7 +153,7 @@ std::optional<Frame> readFrameText(std::string_view text, std::string* wrong) {
   frame.octets.resize(draft.captured(frame.octets.size()));
   if (!draft.ethernet) frame.typeBefore = draft.typeBefore();
   if (auto why = whyNotSo(frame, draft)) return fail(std::move(why));
-  if (!note.empty()) frame.notes.push_back(std::move(note));
+  frame.notes = std::move(notes);
   if (draft.segments > 1)
     frame.notes.push_back(
         fmt::format("a super-frame of {} segments is one packet to the lists", draft.segments));

@@ -19,6 +19,7 @@ namespace {
 using namespace TestSupport;
 using Agent::FlowKey;
 using Kind = FlowKey::Kind;
+using Sentences = std::vector<std::string>;
 
 struct ToldFrame {
   explicit ToldFrame(const Agent::Frame& frame) : pkt(MemSlab::make<Nimnet::Pkt>()) {
@@ -122,9 +123,11 @@ TEST(ToldLine, AnyOtherTextStaysAsItIs) {
            " denied ",
        })
     EXPECT_EQ(Agent::frameTextOf(text), text);
-  EXPECT_EQ(
-      Agent::frameTextOf("list A rule 10 denied gre 192.0.2.1 -> 192.0.2.2 on eth1 out, 2 more packets"),
-      "ip 192.0.2.1 > 192.0.2.2 protocol gre");
+  Sentences notes;
+  EXPECT_EQ(Agent::frameTextOf("list A rule 10 denied gre 192.0.2.1 -> 192.0.2.2 on eth1 out, 2 more packets",
+                               &notes),
+            "ip 192.0.2.1 > 192.0.2.2 protocol gre");
+  EXPECT_EQ(notes, Sentences{"the line says that the packet left on eth1, not where it came in"});
   EXPECT_EQ(Agent::frameTextOf("rule 1 permitted udp 2001:db8::1(1) -> ::2(53) on eth1 in, 1 packet"),
             "udp [2001:db8::1]:1 > [::2]:53 on eth1");
 }
@@ -133,19 +136,19 @@ TEST(ToldLine, OfAMacListIsOfAPacketThatIsMadeUp) {
   const std::string from = " rule 1 permitted 0x",
                     to = " 02:00:00:00:00:01 -> 02:00:00:00:00:02 on eth1 in, 1 packet";
   const std::string macs = " from 02:00:00:00:00:01 to 02:00:00:00:00:02 on eth1";
-  std::string note;
-  EXPECT_EQ(Agent::frameTextOf(from + "0800" + to, &note), "ip 0.0.0.0 > 0.0.0.0" + macs);
+  Sentences notes;
+  EXPECT_EQ(Agent::frameTextOf(from + "0800" + to, &notes), "ip 0.0.0.0 > 0.0.0.0" + macs);
   EXPECT_EQ(
-      note,
-      "the line does not say what the packet is: it is taken for ip 0.0.0.0 > 0.0.0.0, and what IP lists say of "
-      "it means nothing");
-  note.clear();
-  EXPECT_EQ(Agent::frameTextOf(from + "86dd" + to, &note), "ipv6 :: > ::" + macs);
-  EXPECT_NE(note, "");
-  note.clear();
-  EXPECT_EQ(Agent::frameTextOf(from + "88cc" + to, &note),
+      notes,
+      Sentences{"the line does not say what the packet is: it is taken for ip 0.0.0.0 > 0.0.0.0, and what "
+                "IP lists say of it means nothing"});
+  notes.clear();
+  EXPECT_EQ(Agent::frameTextOf(from + "86dd" + to, &notes), "ipv6 :: > ::" + macs);
+  EXPECT_EQ(notes.size(), 1u);
+  notes.clear();
+  EXPECT_EQ(Agent::frameTextOf(from + "88cc" + to, &notes),
             "eth 02:00:00:00:00:01 > 02:00:00:00:00:02 0x88cc on eth1");
-  EXPECT_EQ(note, "");
+  EXPECT_EQ(notes, Sentences());
   const auto frame = takenBack(from + "0800" + to);
   ASSERT_TRUE(frame);
   EXPECT_EQ(frame->notes.size(), 1u);
