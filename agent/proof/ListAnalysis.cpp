@@ -162,6 +162,16 @@ class Analysis {
     return other;
   }
 
+  /// Those that take what a rule asks for. When one asks for all of it behind very many others, that one
+  /// alone: to find out which of them take some would take longer than all else.
+  std::set<size_t> takersOf(size_t at, const Near& earlier) const {
+    constexpr long many = 64;
+    const auto cover =
+        std::find_if(earlier.begin(), earlier.end(), [&](size_t each) { return rules_.covers(each, at); });
+    if (cover != earlier.end() && cover - earlier.begin() > many) return {*cover};
+    return rules_.takersOf(at, earlier);
+  }
+
   RuleFinding never(size_t at, const Near& earlier) {
     auto& rule = rules_[at];
     rule.isDead = true;
@@ -178,18 +188,6 @@ class Analysis {
       return rules_.has(at, packet) && !rules_.firstOf(earlier, packet);
     });
     return {rules_[at].sequence, Oddity::redundant, {}, false, example};
-  }
-
-  /// Those that take what a rule asks for which never matches.
-  Near takersOf(size_t at, const Near& earlier) const {
-    Near takers;
-    PacketSet left = rules_[at].asked;
-    for (size_t i = 0; i < earlier.size() && !left.isEmpty(); ++i) {
-      PacketSet less = left - rules_[earlier[i]].asked;
-      if (less != left) takers.push_back(earlier[i]);
-      left = std::move(less);
-    }
-    return takers;
   }
 
   const Config::List& list_;

@@ -19,7 +19,7 @@ constexpr unsigned noBit = ~0u;
 struct OrderedSets::Search {
   /// Packets, what lies around them, and who asks for some of them.
   struct Part {
-    const PacketSet& packets;
+    const PacketSet packets;
     const Cube& around;
     const std::vector<size_t>& near;
   };
@@ -33,6 +33,15 @@ struct OrderedSets::Search {
     }
     const unsigned bit = part.near.size() <= few ? noBit : tellingBit(part);
     if (bit == noBit) return amongFew(part);
+    std::optional<Bits> found;
+    inHalves(part, bit, [&](const Part& half) {
+      if (!found) found = in(half);
+    });
+    return found;
+  }
+
+  template <class Visit>
+  void inHalves(const Part& part, unsigned bit, const Visit& visit) const {
     for (const bool value : {false, true}) {
       Cube half = part.around;
       half.mask.set(bit);
@@ -41,10 +50,32 @@ struct OrderedSets::Search {
       for (const size_t each : part.near) {
         if (all.cubes_[each].meets(half)) near.push_back(each);
       }
-      const PacketSet packets = part.packets & all.sets_.sets().bitIs(bit, value);
-      if (auto found = in({packets, half, near})) return found;
+      visit({part.packets & all.sets_.sets().bitIs(bit, value), half, near});
     }
-    return std::nullopt;
+  }
+
+  /// Adds those that take some of a part of which nothing is left. Where all are known, nobody looks.
+  void addTakers(const Part& part, std::set<size_t>& takers) const {
+    if (part.packets.isEmpty()) return;
+    std::vector<size_t> near;
+    for (const size_t each : part.near) {
+      near.push_back(each);
+      if (!all.entries_[each].exact || !all.cubes_[each].covers(part.around)) continue;
+      // Which of very many take some of it would take too long to find out.
+      if (near.size() > few) return takers.insert(each), void();
+      break;
+    }
+    if (std::all_of(near.begin(), near.end(), [&](size_t each) { return takers.contains(each); })) return;
+    const unsigned bit = near.size() <= few ? noBit : tellingBit({part.packets, part.around, near});
+    if (bit != noBit)
+      return inHalves({part.packets, part.around, near}, bit,
+                      [&](const Part& half) { addTakers(half, takers); });
+    PacketSet left = part.packets;
+    for (size_t i = 0; i < near.size() && !left.isEmpty(); ++i) {
+      PacketSet less = left - all.entries_[near[i]].asked;
+      if (less != left) takers.insert(near[i]);
+      left = std::move(less);
+    }
   }
 
   std::optional<Bits> amongFew(const Part& part) const {
@@ -72,6 +103,12 @@ struct OrderedSets::Search {
 std::optional<Bits> OrderedSets::leftOf(size_t at, const PacketSet& part,
                                         const std::vector<size_t>& near) const {
   return Search{*this}.in({part, cubes_[at], near});
+}
+
+std::set<size_t> OrderedSets::takersOf(size_t at, const std::vector<size_t>& near) const {
+  std::set<size_t> takers;
+  Search{*this}.addTakers({entries_[at].asked, cubes_[at], near}, takers);
+  return takers;
 }
 
 }  // namespace Proof

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace Proof {
@@ -58,6 +59,9 @@ class OrderedSets {
   /// Searches a part of what an entry asks for, to the end however long it takes, for a packet for which no
   /// entry of `near` asks. Returns nothing if there is none.
   std::optional<Bits> leftOf(size_t at, const PacketSet& part, const std::vector<size_t>& near) const;
+
+  /// Of those near an entry that ask for all of it together, the ones that take some of it in their order.
+  std::set<size_t> takersOf(size_t at, const std::vector<size_t>& near) const;
 
  private:
   struct Search;
