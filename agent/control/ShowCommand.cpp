@@ -6,6 +6,7 @@
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/ControlClient.h>
 #include <agent/control/ListProof.h>
+#include <agent/control/StateTree.h>
 #include <agent/control/WatchShow.h>
 #include <agent/control/WrittenText.h>
 #include <agent/core/Document.h>
@@ -64,7 +65,10 @@ class ShowCommand final : public Command {
         app().add_flag("--lint", lint_,
                        "of access-lists: what all packets show of each rule, as velo check --prove tells it");
     proof_.addTo(app(), lint);
-    addFormat(app(), "--format", "of configuration: what to write it as", &format_, &lossy_);
+    addFormat(
+        app(), "--format",
+        "of configuration: what to write it as; of access-lists, ietf or openconfig: the same with what was counted",
+        &format_, &lossy_);
     addSelection();
     addControl();
   }
@@ -82,8 +86,8 @@ class ShowCommand final : public Command {
       complain(fmt::format("show {} is not by source", asked_.what));
       return exitUsage;
     }
-    if (!format_.empty() && (asked_.what != "configuration" || watch_)) {
-      complain("--format is for show configuration, and not for --watch");
+    if (const char* wrong = whyNoFormat()) {
+      complain(wrong);
       return exitUsage;
     }
     if (lint_ && (asked_.what != "access-lists" || watch_ || !asked_.source.empty())) {
@@ -105,7 +109,8 @@ class ShowCommand final : public Command {
         complain(wrong);
         return exit;
       }
-      if (!format_.empty()) return printFormat(*document);
+      if (!format_.empty() && asked_.what == "configuration") return printFormat(*document, nullptr);
+      if (!format_.empty()) return printState(agent, *document);
       exit = print(text(show, *document));
       if (exit != exitDone || !watch_) return exit;
       std::this_thread::sleep_for(std::chrono::duration<double>(*watch_));
@@ -150,11 +155,37 @@ class ShowCommand final : public Command {
     return inForce.has_value();
   }
 
+  /// What speaks against the format that was asked for; null if nothing does.
+  const char* whyNoFormat() const {
+    if (format_.empty()) return nullptr;
+    const bool lists = asked_.what == "access-lists";
+    if (watch_ || lint_ || (asked_.what != "configuration" && !lists))
+      return "--format is for show configuration and show access-lists, and not for --watch or --lint";
+    if (!lists) return nullptr;
+    if (!hasState(*Models::formatOf(format_))) return "show access-lists is written as ietf or openconfig";
+    const bool some = request().selects() || !asked_.list.empty() || !asked_.source.empty();
+    return some ? "--format is for all lists and all rules" : nullptr;
+  }
+
+  /// The configuration that is in force, with what its lists have counted.
+  Exit printState(ControlClient& agent, const nlohmann::ordered_json& lists) const {
+    Exit exit = exitDone;
+    std::string wrong;
+    ShowRequest asked;
+    asked.what = "configuration";
+    const auto configuration = ShownDocument(agent, asked, false).next(&wrong, &exit);
+    if (!configuration) {
+      complain(wrong);
+      return exit;
+    }
+    return printFormat(*configuration, &lists);
+  }
+
   /// The configuration in another format.
-  Exit printFormat(const nlohmann::ordered_json& document) const {
+  Exit printFormat(const nlohmann::ordered_json& document, const nlohmann::ordered_json* lists) const {
     const auto read = Config::read({{"the configuration", document.at("text").get<std::string>()}});
     tellMistakes(textsOf(read.mistakes));
-    return read.model ? printAs(*read.model, format_, lossy_, json()) : exitUsage;
+    return read.model ? printAs(*read.model, format_, lossy_, json(), lists) : exitUsage;
   }
 
   /// What was asked for, with the order by its name.

@@ -1,3 +1,4 @@
+#include <agent/control/StateTree.h>
 #include <agent/control/WrittenText.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
@@ -20,8 +21,13 @@ CLI::Option* addFormat(CLI::App& app, const char* option, const char* purpose, s
       ->type_name(Models::formatNames());
 }
 
-Exit printAs(const Config::Model& model, const std::string& format, bool lossy, bool json) {
-  const auto written = Models::write(model, *Models::formatOf(format), lossy);
+Exit printAs(const Config::Model& model, const std::string& format, bool lossy, bool json,
+             const nlohmann::ordered_json* shown) {
+  auto written = Models::write(model, *Models::formatOf(format), lossy);
+  if (shown && written.refused.empty()) {
+    auto document = nlohmann::ordered_json::parse(written.document);
+    written.document = withState(std::move(document), *Models::formatOf(format), *shown).dump(2) + "\n";
+  }
   const Exit exit = written.refused.empty() ? exitDone : exitUsage;
   if (json) {
     const nlohmann::ordered_json document{

@@ -2,6 +2,7 @@
 
 #include <agent/config/Model.h>
 #include <agent/core/Exit.h>
+#include <nlohmann/json.hpp>
 
 #include <string>
 
@@ -17,7 +18,9 @@ CLI::Option* addFormat(CLI::App& app, const char* option, const char* purpose, s
                        bool* lossy);
 
 /// Prints a configuration in a format; on standard error what the format cannot say. With `json` one document
-/// with the members `document`: the text, or null; `refused` and `leftOut`.
-Exit printAs(const Config::Model& model, const std::string& format, bool lossy, bool json);
+/// with the members `document`: the text, or null; `refused` and `leftOut`. `shown`: if not null, with what
+/// its lists have counted (StateTree.h).
+Exit printAs(const Config::Model& model, const std::string& format, bool lossy, bool json,
+             const nlohmann::ordered_json* shown = nullptr);
 
 }  // namespace Agent

@@ -1,6 +1,7 @@
 #include <agent/core/Core.h>
 #include <agent/forward/Forwarder.h>
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "../../support/Frames.h"
 #include "../support/CaptureBytes.h"
