@@ -105,25 +105,77 @@ class Searching {
     return way;
   }
 
+  /// Nothing when it cannot be told; why is in unchecked_ then.
   std::optional<Json> searched(AclType type) {
-    for (const AclType other : listTypes) {
-      // A MAC list sees all packets, and packets of MAC lists may be IP.
-      if (other == type || (other != AclType::mac && type != AclType::mac) || !asked_.list.empty()) continue;
-      if (wayOf(other).empty()) continue;
-      const Json note = fmt::format("what the {} lists on the way do to these packets", typeWord(other));
-      if (std::find(unchecked_.begin(), unchecked_.end(), note) == unchecked_.end())
-        unchecked_.push_back(note);
-    }
     try {
+      const Others others = asked_.list.empty() ? othersOf(type) : Others::none;
       const Proof::RuleSets sets(type, asked_.limits);
       const Proof::PacketSet among = concerned(type, sets);
       possible_ = possible_ || !among.isEmpty();
-      return answer(type, sets, wanted(type, among, sets));
+      return together(type, others, among, sets);
     } catch (const Proof::LimitReached& limit) {
       unchecked_.push_back(fmt::format("{} packets: {}", typeWord(type), limit.what()));
       return std::nullopt;
     }
   }
+
+  /// What the lists of another kind on the way do to packets that lists of this kind are asked about. IP
+  /// lists and MAC lists look at different fields, so that the sets of the one are none of the other.
+  enum class Others : uint8_t { none, drop, some };
+
+  Others othersOf(AclType type) const {
+    if (type == AclType::mac) return Others::none;  // see foreign()
+    const Way way = wayOf(AclType::mac);
+    if (way.empty()) return Others::none;
+    const Proof::RuleSets sets(AclType::mac, asked_.limits);
+    const Proof::PacketSet all = ofType(type, sets);
+    Proof::PacketSet passing = all;
+    for (const Proof::MetList list : way) passing = Proof::permitted(list, passing, sets);
+    return passing.isEmpty() ? Others::drop : (all - passing).isEmpty() ? Others::none : Others::some;
+  }
+  /// The packets of MAC lists that lists of this kind see, too.
+  static Proof::PacketSet ofType(AclType type, const Proof::RuleSets& sets) {
+    std::string wrong;
+    const auto condition =
+        Proof::readCondition(AclType::mac, type == AclType::ip ? "any any 0x0800" : "any any 0x86dd", &wrong);
+    KELP_ASSERT(condition, wrong);
+    return setOf(*condition, sets);
+  }
+  /// Those that lists of another kind on the way decide about, too.
+  Proof::PacketSet shared(AclType type, Others others, const Proof::PacketSet& among,
+                          const Proof::RuleSets& sets) const {
+    if (others == Others::some) return among;
+    Proof::PacketSet all = among - among;
+    if (type != AclType::mac || !asked_.list.empty()) return all;
+    for (const AclType other : {AclType::ip, AclType::ipv6}) {
+      if (!wayOf(other).empty()) all = all | ofType(other, sets);
+    }
+    return all & among;
+  }
+
+  /// What passes has to pass the lists of each kind; what those of one drop is dropped.
+  std::optional<Json> together(AclType type, Others others, const Proof::PacketSet& among,
+                               const Proof::RuleSets& sets) {
+    if (others == Others::drop) return answer(type, sets, asked_.what == What::deny ? among : among - among);
+    const Proof::PacketSet packets = wanted(type, among, sets), open = shared(type, others, among, sets);
+    if (asked_.what == What::permit) {
+      const Proof::PacketSet sure = packets - open;
+      if (sure != packets) noteOthers(type);
+      if (sure.isEmpty() && !packets.isEmpty()) return std::nullopt;
+      return answer(type, sets, sure);
+    }
+    if (asked_.what == What::deny && !open.isEmpty()) {
+      noteOthers(type);
+      if (packets.isEmpty()) return std::nullopt;
+    }
+    return answer(type, sets, packets);
+  }
+  void noteOthers(AclType type) {
+    const Json note =
+        fmt::format("what the {} lists on the way do to these packets", type == AclType::mac ? "ip" : "mac");
+    if (std::find(unchecked_.begin(), unchecked_.end(), note) == unchecked_.end()) unchecked_.push_back(note);
+  }
+
   static std::string typeWord(AclType type) { return listWords(type, "").at("type").get<std::string>(); }
 
   Proof::PacketSet concerned(AclType type, const Proof::RuleSets& sets) const {

@@ -31,7 +31,9 @@ struct PacketQuestion {
 /// Looks for such packets: `found`, `possible` (some packet is as the condition says), `whole` (that
 /// none was found means that there is none), and for each kind of list `kinds` with `type`, `found`, and if
 /// it is so an `example` or `boxes` with an example each, and `more`; `unchecked`: lists of another kind on
-/// the way, and what a limit left out. Nothing, and what is wrong, when the question cannot be asked.
+/// the way that let some packets pass and drop others, and what a limit left out. IP packets that such MAC
+/// lists may drop are no answer to what is permitted. Nothing, and what is wrong, when the question cannot be
+/// asked.
 std::optional<nlohmann::ordered_json> packetSearch(const PacketQuestion& question, const Layers& layers,
                                                    std::string* wrong);
 
