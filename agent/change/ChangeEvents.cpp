@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 
 namespace Agent {
@@ -14,6 +15,11 @@ namespace {
 
 /// A line of the log for each: so many at most, because nobody reads more.
 constexpr size_t mostLines = 20;
+
+/// The source that a file of the directory is.
+std::string sourceOf(const std::string& path) {
+  return sourceTitle(std::filesystem::path(path).filename().string());
+}
 
 /// Those that a line does not tell anyhow.
 Warnings without(const Warnings& warnings, const std::string& told) {
@@ -63,17 +69,25 @@ void tellChange(const TellLog& tell, const ChangeEvent& event) {
 void tellBadFile(const TellLog& tell, const std::string& file, const std::vector<std::string>& wrong) {
   if (!tell) return;
   for (size_t i = 0; i < std::min(wrong.size(), mostLines); ++i)
-    tell({Severity::error, wrong[i], {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}}});
+    tell({Severity::error,
+          wrong[i],
+          {{"VELO_EVENT", "file"}, {"VELO_SOURCE", sourceOf(file)}, {"VELO_WHO", file}}});
   tell({Severity::error,
         fmt::format("{}: not in force, {}", file, countText(wrong.size(), "mistake")),
-        {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}, {"VELO_RESULT", "refused"}}});
+        {{"VELO_EVENT", "file"},
+         {"VELO_SOURCE", sourceOf(file)},
+         {"VELO_WHO", file},
+         {"VELO_RESULT", "refused"}}});
 }
 
 void tellGoodFile(const TellLog& tell, const std::string& file) {
   if (!tell) return;
   tell({Severity::notice,
         file + ": good again, nothing changes",
-        {{"VELO_EVENT", "file"}, {"VELO_SOURCE", file}, {"VELO_RESULT", "applied"}}});
+        {{"VELO_EVENT", "file"},
+         {"VELO_SOURCE", sourceOf(file)},
+         {"VELO_WHO", file},
+         {"VELO_RESULT", "applied"}}});
 }
 
 Warnings newWarnings(const Warnings& warnings, const Warnings& known) {

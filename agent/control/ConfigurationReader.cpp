@@ -95,6 +95,19 @@ std::optional<Sources> ConfigurationReader::ofAgent() const {
   return std::move(found->sources);
 }
 
+std::set<std::string> ConfigurationReader::portsOf(const std::string& name) const {
+  std::set<std::string> ports;
+  if (name != running) return ports;
+  Exit exit = exitDone;
+  ControlClient agent;
+  std::string wrong;
+  if (!connected(agent, control_, &exit)) return ports;
+  const auto document = wholeDocumentOf(agent, {{"do", "show"}, {"what", "ports"}}, &wrong, &exit);
+  if (!document) return ports;
+  for (const auto& [port, state] : document->at("ports").items()) ports.insert(port);
+  return ports;
+}
+
 void ProofOptions::addTo(CLI::App& command, CLI::Option* needed) {
   CLI::Option* const options[] = {
       command.add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +41,8 @@ class ConfigurationReader {
   std::optional<Sources> read(const std::string& name) const;
   /// Several texts that are one configuration; none: what the agent has in force.
   std::optional<Sources> readAsOne(const std::vector<std::string>& names) const;
+  /// The ports of the agent, if it is that configuration; none when they cannot be had, and of texts.
+  std::set<std::string> portsOf(const std::string& name) const;
 
  private:
   std::optional<Sources> ofAgent() const;

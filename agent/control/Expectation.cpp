@@ -128,7 +128,7 @@ std::optional<Fulfilment> Expecting::fulfilled(const Expectation& expected, std:
 /// An expectation of a port that no configuration knows would hold of nothing.
 std::optional<std::string> Expecting::whyNoPort(const Expectation& expected) const {
   for (const std::string& port : {expected.from, expected.to}) {
-    if (auto none = whyNotNamed(port, sources_)) return none;
+    if (auto none = whyNotNamed(port, sources_, ports_)) return none;
   }
   return std::nullopt;
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,11 +43,12 @@ struct Fulfilment {
   std::string example{};  ///< and a packet that shows it, if there is one, as `velo explain` takes it
 };
 
-/// Looks whether expectations hold of sources. `plugin` is the library that judges single packets.
+/// Looks whether expectations hold of sources, of an agent with these ports. `plugin` is the library that
+/// judges single packets.
 class Expecting {
  public:
-  Expecting(const Sources& sources, std::string plugin, Proof::Limits limits)
-      : sources_(sources), plugin_(std::move(plugin)), limits_(limits) {}
+  Expecting(const Sources& sources, std::set<std::string> ports, std::string plugin, Proof::Limits limits)
+      : sources_(sources), ports_(std::move(ports)), plugin_(std::move(plugin)), limits_(limits) {}
 
   /// Nothing, and what is wrong, when it cannot be looked at.
   std::optional<Fulfilment> fulfilled(const Expectation& expected, std::string* wrong) const;
@@ -57,6 +59,7 @@ class Expecting {
   std::optional<std::string> whyNoPort(const Expectation& expected) const;
 
   const Sources& sources_;
+  const std::set<std::string> ports_;
   const std::string plugin_;
   const Proof::Limits limits_;
 };

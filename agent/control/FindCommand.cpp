@@ -25,6 +25,7 @@ constexpr const char* findHelp =
     "  velo find deny LIST [where CONDITION]           one that it drops\n"
     "  velo find match LIST:N [where CONDITION]        one that rule N decides about\n"
     "  velo find permit|deny --port A --to B [where CONDITION]\n"
+    "  velo find match LIST:N --port A --to B          one that comes to the rule on that way\n"
     "CONDITION is written like the fields of a rule, with any number of not behind them, as in\n"
     "  tcp 10.0.0.0/8 any eq 22 not established\n"
     "Without --config it is about what the agent has in force.\n"
@@ -64,12 +65,13 @@ class FindCommand final : public Command {
       return exitUsage;
     };
     if (!question) return refuse(wrong);
-    const auto sources = ConfigurationReader(texts_, control()).read(file_);
+    const ConfigurationReader reader(texts_, control());
+    const auto sources = reader.read(file_);
     if (!sources) return exitUsage;
     const auto document = packetSearch(*question, sources->layers(), &wrong);
     if (!document) return refuse(wrong);
-    for (const std::string& port : {question->from, question->to}) {
-      if (const auto assumed = assumedOf(port, *sources)) complain(*assumed);
+    for (const auto ports = reader.portsOf(file_); const std::string& port : {question->from, question->to}) {
+      if (const auto assumed = assumedOf(port, *sources, ports)) complain(*assumed);
     }
     const bool found = document->at("found") == true, whole = document->at("whole") == true;
     if (!Agent::print(json() ? linesOf(*document) : packetSearchText(*document))) return exitUsage;
@@ -116,7 +118,8 @@ class FindCommand final : public Command {
       question.list.resize(colon);
     }
     const bool ports = !question.from.empty() || !question.to.empty();
-    if (ports == !question.list.empty() || question.from.empty() != question.to.empty())
+    const bool both = ports && !question.list.empty(), none = !ports && question.list.empty();
+    if (none || (both && question.what != What::match) || question.from.empty() != question.to.empty())
       return *wrong = "either a list or --port and --to says where", false;
     return true;
   }

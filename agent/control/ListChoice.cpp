@@ -12,11 +12,12 @@ std::optional<Config::ListKey> chosenList(const Effective& effective, const std:
   std::vector<Config::ListKey> found;
   std::vector<std::string_view> names;
   for (const auto& [key, owner] : effective.lists) {
-    names.push_back(key.second);
+    if (key.second != name) names.push_back(key.second);
     if (key.second == name && (!type || key.first == *type)) found.push_back(key);
   }
   if (found.size() == 1) return found.front();
-  *wrong = found.empty() ? Config::orNearest(fmt::format("there is no list {}", name), name, names)
+  const std::string kind = type ? std::string(Acl::stringValue(*type)) + " " : "";
+  *wrong = found.empty() ? Config::orNearest(fmt::format("there is no {}list {}", kind, name), name, names)
                          : fmt::format("there are several lists {}: --type says which", name);
   return std::nullopt;
 }

@@ -44,9 +44,7 @@ void proveEach(const Effective& effective, const Proof::Limits& limits, const Is
   const Kelp::Duration begin = Kiv::steadyClock().now();
   for (const Standing& at : bySize(effective)) {
     if (!isAsked(*at.key)) continue;
-    const double used = Kiv::steadyClock().now().seconds() - begin.seconds();
-    const double left = std::max(0., limits.seconds.seconds() - used);
-    visit(at, Proof::sayingsOf(at.list(), {Kelp::Duration(left), limits.memory}));
+    visit(at, Proof::sayingsOf(at.list(), limits.leftSince(begin, Kiv::steadyClock().now())));
   }
 }
 

@@ -80,8 +80,10 @@ std::set<std::string> interfacesIn(const Sources& sources) {
 }
 
 /// The sentence about an interface that no source names, with `more` behind it.
-std::optional<std::string> notNamed(const std::string& name, const Sources& sources, std::string_view more) {
-  const auto all = interfacesIn(sources);
+std::optional<std::string> notNamed(const std::string& name, const Sources& sources,
+                                    const std::set<std::string>& ports, std::string_view more) {
+  auto all = interfacesIn(sources);
+  all.insert(ports.begin(), ports.end());
   if (name.empty() || all.contains(name)) return std::nullopt;
   return Config::orNearest(fmt::format("{} is named nowhere in the configuration{}", name, more), name,
                            std::vector<std::string_view>(all.begin(), all.end()));
@@ -89,12 +91,14 @@ std::optional<std::string> notNamed(const std::string& name, const Sources& sour
 
 }  // namespace
 
-std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources) {
-  return notNamed(name, sources, "");
+std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources,
+                                       const std::set<std::string>& ports) {
+  return notNamed(name, sources, ports, "");
 }
 
-std::optional<std::string> assumedOf(const std::string& name, const Sources& sources) {
-  return notNamed(name, sources, ": taken for a port without lists");
+std::optional<std::string> assumedOf(const std::string& name, const Sources& sources,
+                                     const std::set<std::string>& ports) {
+  return notNamed(name, sources, ports, ": taken for a port without lists");
 }
 
 std::optional<Json> explainWith(const Sources& sources, const std::string& plugin, const std::string& port,

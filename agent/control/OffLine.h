@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,10 +41,13 @@ struct OffLineExplanation {
   TextLimits limits{};
 };
 
-/// Why an interface may be a slip: no source names it. Nothing if one does, and of an empty name.
-std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources);
+/// Why an interface may be a slip: no source names it, and it is none of the agent's `ports`. Nothing if it
+/// is, and of an empty name.
+std::optional<std::string> whyNotNamed(const std::string& name, const Sources& sources,
+                                       const std::set<std::string>& ports = {});
 /// What is taken for granted of such an interface: it may be one of the agent, or a slip.
-std::optional<std::string> assumedOf(const std::string& name, const Sources& sources);
+std::optional<std::string> assumedOf(const std::string& name, const Sources& sources,
+                                     const std::set<std::string>& ports = {});
 
 /// What would become of a frame that comes in by a port, and would leave by `out` (empty: nowhere), with
 /// these sources in force: the document of an explanation. Nothing, and what is wrong, when that cannot be

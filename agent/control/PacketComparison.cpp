@@ -130,10 +130,8 @@ class Comparing {
   std::optional<Json> compared(Acl::AclType type, MetList before, MetList after, const std::string& what,
                                bool traffic) {
     if (before == after || (before && after && before->rules == after->rules)) return std::nullopt;
-    const double used = Kiv::steadyClock().now().seconds() - begin_.seconds();
-    const double left = std::max(0., limits_.proof.seconds.seconds() - used);
     try {
-      const Proof::RuleSets sets(type, {Kelp::Duration(left), limits_.proof.memory});
+      const Proof::RuleSets sets(type, limits_.proof.leftSince(begin_, Kiv::steadyClock().now()));
       const auto found = Proof::compare(before, after, sets, limits_.boxes);
       if (found.isSame()) return std::nullopt;
       if (!found.sameVerdicts()) {

@@ -58,7 +58,7 @@ class Searching {
     std::vector<AclType> kinds;
     if (!asked_.list.empty()) {
       const auto key = chosenList(effective_, asked_.list, asked_.type, wrong);
-      if (!key || !hasRule(key->first, wrong)) return {};
+      if (!key || !hasRule(key->first, wrong) || !isMet(key->first, wrong)) return {};
       kinds.push_back(key->first);
     } else {
       for (const AclType type : listTypes) {
@@ -81,14 +81,24 @@ class Searching {
     return false;
   }
 
+  bool isMet(AclType type, std::string* wrong) const {
+    const Way way = wayOf(type);
+    if (std::find(way.begin(), way.end(), listOf(type)) != way.end()) return true;
+    *wrong = fmt::format("{} is not on the way", listTitle(type, asked_.list));
+    return false;
+  }
+
   Proof::MetList find(const Config::ListKey& key) const {
     const auto at = effective_.lists.find(key);
     return at == effective_.lists.end() ? nullptr : &at->second.model->lists.at(key);
   }
   Proof::MetList listOf(AclType type) const { return find({type, asked_.list}); }
 
+  /// From one port to another, and not only before one list.
+  bool isOnAWay() const { return !asked_.from.empty() || !asked_.to.empty(); }
+
   Way wayOf(AclType type) const {
-    if (!asked_.list.empty()) return {listOf(type)};
+    if (!isOnAWay()) return {listOf(type)};
     Way way;
     const auto add = [&](const std::string& interface, AclDirection direction) {
       const Config::BindingKey place{type, direction, interface};
@@ -108,7 +118,7 @@ class Searching {
   /// Nothing when it cannot be told; why is in unchecked_ then.
   std::optional<Json> searched(AclType type) {
     try {
-      const Others others = asked_.list.empty() ? othersOf(type) : Others::none;
+      const Others others = othersOf(type);
       const Proof::RuleSets sets(type, asked_.limits);
       const Proof::PacketSet among = concerned(type, sets);
       possible_ = possible_ || !among.isEmpty();
@@ -124,7 +134,7 @@ class Searching {
   enum class Others : uint8_t { none, drop, some };
 
   Others othersOf(AclType type) const {
-    if (type == AclType::mac) return Others::none;  // see foreign()
+    if (type == AclType::mac || !isOnAWay()) return Others::none;  // of MAC lists see shared()
     const Way way = wayOf(AclType::mac);
     if (way.empty()) return Others::none;
     const Proof::RuleSets sets(AclType::mac, asked_.limits);
@@ -144,9 +154,9 @@ class Searching {
   /// Those that lists of another kind on the way decide about, too.
   Proof::PacketSet shared(AclType type, Others others, const Proof::PacketSet& among,
                           const Proof::RuleSets& sets) const {
-    if (others == Others::some) return among;
+    if (others != Others::none) return among;
     Proof::PacketSet all = among - among;
-    if (type != AclType::mac || !asked_.list.empty()) return all;
+    if (type != AclType::mac || !isOnAWay()) return all;
     for (const AclType other : {AclType::ip, AclType::ipv6}) {
       if (!wayOf(other).empty()) all = all | ofType(other, sets);
     }
@@ -156,15 +166,16 @@ class Searching {
   /// What passes has to pass the lists of each kind; what those of one drop is dropped.
   std::optional<Json> together(AclType type, Others others, const Proof::PacketSet& among,
                                const Proof::RuleSets& sets) {
-    if (others == Others::drop) return answer(type, sets, asked_.what == What::deny ? among : among - among);
+    if (others == Others::drop && asked_.what != What::match)
+      return answer(type, sets, asked_.what == What::deny ? among : among - among);
     const Proof::PacketSet packets = wanted(type, among, sets), open = shared(type, others, among, sets);
-    if (asked_.what == What::permit) {
+    if (asked_.what != What::deny) {
       const Proof::PacketSet sure = packets - open;
       if (sure != packets) noteOthers(type);
       if (sure.isEmpty() && !packets.isEmpty()) return std::nullopt;
       return answer(type, sets, sure);
     }
-    if (asked_.what == What::deny && !open.isEmpty()) {
+    if (!open.isEmpty()) {
       noteOthers(type);
       if (packets.isEmpty()) return std::nullopt;
     }
@@ -178,23 +189,30 @@ class Searching {
 
   static std::string typeWord(AclType type) { return listWords(type, "").at("type").get<std::string>(); }
 
-  Proof::PacketSet concerned(AclType type, const Proof::RuleSets& sets) const {
+  /// It was read when the kinds were chosen.
+  std::optional<Proof::Condition> conditionOf(AclType type) const {
     std::string wrong;
-    return asked_.where.empty() ? sets.packets()
-                                : setOf(*Proof::readCondition(type, asked_.where, &wrong), sets);
+    return Proof::readCondition(type, asked_.where, &wrong);
+  }
+  Proof::PacketSet concerned(AclType type, const Proof::RuleSets& sets) const {
+    return asked_.where.empty() ? sets.packets() : setOf(*conditionOf(type), sets);
   }
 
   Proof::PacketSet wanted(AclType type, const Proof::PacketSet& among, const Proof::RuleSets& sets) const {
-    if (asked_.what == What::match)
-      return Proof::TakenSets(listOf(type), among, sets).thatAre([this](const auto& taken) {
-        return taken.sequence == asked_.rule;
-      });
-    Proof::PacketSet passing = among;
-    for (const Proof::MetList list : wayOf(type)) passing = Proof::permitted(list, passing, sets);
+    const Proof::MetList own = asked_.what == What::match ? listOf(type) : nullptr;
+    Proof::PacketSet passing = among, taken = among - among;
+    for (const Proof::MetList list : wayOf(type)) {
+      if (own && list == own)
+        taken = taken | Proof::TakenSets(list, passing, sets).thatAre([this](const auto& each) {
+          return each.sequence == asked_.rule;
+        });
+      passing = Proof::permitted(list, passing, sets);
+    }
+    if (own) return taken;
     return asked_.what == What::permit ? passing : among - passing;
   }
 
-  Json answer(AclType type, const Proof::RuleSets& sets, const Proof::PacketSet& packets) const {
+  Json answer(AclType type, const Proof::RuleSets& sets, const Proof::PacketSet& packets) {
     Json one = {{"type", typeWord(type)}, {"found", !packets.isEmpty()}};
     if (packets.isEmpty()) return one;
     one["example"] = exampleText(type, sets.exampleOf(packets));
@@ -203,12 +221,22 @@ class Searching {
     for (const Proof::MetList list : wayOf(type)) {
       if (list) loose.add(*list);
     }
-    const Proof::Boxes boxes = boxesOf(packets, sets, loose, asked_.boxes);
-    Json all = Json::array();
-    for (const Proof::Box& box : boxes.all)
-      all.push_back({{"packets", box.words}, {"example", exampleText(type, sets.exampleOf(box.packets))}});
-    one["boxes"] = std::move(all);
-    one["more"] = boxes.more;
+    if (!asked_.where.empty()) {
+      const auto condition = conditionOf(type);
+      loose.add(type, condition->fields);
+      for (const Config::Rule& rule : condition->without) loose.add(type, rule);
+    }
+    try {
+      const Proof::Boxes boxes = boxesOf(packets, sets, loose, asked_.boxes);
+      Json all = Json::array();
+      for (const Proof::Box& box : boxes.all)
+        all.push_back({{"packets", box.words}, {"example", exampleText(type, sets.exampleOf(box.packets))}});
+      one["boxes"] = std::move(all);
+      one["more"] = boxes.more;
+    } catch (const Proof::LimitReached& limit) {
+      // That there is such a packet is known.
+      unchecked_.push_back(fmt::format("all of the {} packets: {}", typeWord(type), limit.what()));
+    }
     return one;
   }
 

@@ -16,8 +16,8 @@ struct PacketQuestion {
   enum class What : uint8_t { permit, deny, match };
 
   What what = What::permit;
-  // Before a list; or, when that is empty, on their way from one port to another: without one of them only
-  // the lists of the other are met.
+  // Before a list, or on their way from one port to another: without one of them only the lists of the other
+  // are met. Both of `match` only: before that list on that way.
   std::string list{};
   uint32_t rule = 0;  ///< of `match`: the rule that takes them
   std::string from{}, to{};

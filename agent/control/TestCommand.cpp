@@ -100,9 +100,10 @@ class TestCommand final : public Command {
     const auto files = read(wrong);
     tellMistakes(wrong);
     if (!wrong.empty()) return exitUsage;
-    const auto sources = ConfigurationReader(texts_, control()).read(config_);
+    const ConfigurationReader reader(texts_, control());
+    const auto sources = reader.read(config_);
     if (!sources) return exitUsage;
-    const Expecting expecting(*sources, plugin, proof_.limits());
+    const Expecting expecting(*sources, reader.portsOf(config_), plugin, proof_.limits());
     bool all = true;
     Json results = Json::array();
     for (const auto& [name, expectations] : files) {

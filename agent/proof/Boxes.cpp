@@ -182,22 +182,24 @@ Value looseOf(const Value& mask, unsigned bits) {
 }  // namespace
 
 void LooseBits::add(const Config::List& list) {
-  const unsigned bits = row(Field::source).bits(list.type);
+  for (const auto& [sequence, rule] : list.rules) add(list.type, rule);
+}
+
+void LooseBits::add(Acl::AclType type, const Config::Rule& rule) {
+  const unsigned bits = row(Field::source).bits(type);
   const auto addTo = [bits](Value& all, const Value& mask) {
     const Value loose = looseOf(mask, bits);
     all = {all.high | loose.high, all.low | loose.low};
   };
-  for (const auto& [sequence, rule] : list.rules) {
-    std::visit(
-        [&](const auto& one) {
-          Acl::visitFilters(one.filter, [&](const auto& filter) {
-            addTo(source, valueOf(filter.sourceMask));
-            addTo(destination, valueOf(filter.destinationMask));
-            return true;
-          });
-        },
-        rule);
-  }
+  std::visit(
+      [&](const auto& one) {
+        Acl::visitFilters(one.filter, [&](const auto& filter) {
+          addTo(source, valueOf(filter.sourceMask));
+          addTo(destination, valueOf(filter.destinationMask));
+          return true;
+        });
+      },
+      rule);
 }
 
 Boxes boxesOf(const PacketSet& set, const RuleSets& sets, const LooseBits& loose, size_t most) {

@@ -22,6 +22,8 @@ struct LooseBits {
 
   /// Those that the wildcards of a list leave out so: boxes are then written in the same way.
   void add(const Config::List& list);
+  /// Those of one rule of such lists.
+  void add(Acl::AclType type, const Config::Rule& rule);
 };
 
 /// The boxes of a set of packets, which are all of it together and nothing else. Boxes may overlap: each is

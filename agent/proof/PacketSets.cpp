@@ -147,7 +147,7 @@ PacketSet joined(std::vector<PacketSet> sets) {
 PacketSets::PacketSets(unsigned bits, const Limits& limits, const Kiv::Clock& clock) : bits_(bits) {
   KELP_ASSERT(!owned.exchange(true), "a second analysis at the same time");
   state.clock = &clock;
-  state.seconds = limits.seconds;
+  state.seconds = limits.asked;
   state.deadline = clock.now().later(limits.seconds);
   state.memory = limits.memory;
   try {

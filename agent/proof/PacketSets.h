@@ -4,6 +4,7 @@
 #include <Kiv/Clock.h>
 #include <agent/proof/Bits.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -17,6 +18,13 @@ namespace Proof {
 struct Limits {
   Kelp::Duration seconds{10};
   size_t memory = size_t{1} << 30;  ///< octets, of the tables of all sets
+  Kelp::Duration asked = seconds;   ///< what a sentence about the limit tells
+
+  /// For the next piece of one question that has been worked at since `begin`.
+  Limits leftSince(Kelp::Duration begin, Kelp::Duration now) const {
+    return {Kelp::Duration(std::max(0., seconds.seconds() - (now.seconds() - begin.seconds()))), memory,
+            asked};
+  }
 };
 
 /// A limit ended the work: its text says which one. No set of that PacketSets can be worked with after it.

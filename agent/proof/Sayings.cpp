@@ -33,14 +33,11 @@ class Speaker {
   Sayings run() {
     const ListFindings found = analyse(list_, sets_);
     for (const RuleFinding& each : found.rules) dead_.insert(each.sequence);
-    try {
-      for (const RuleFinding& each : found.rules) speakOf(each, found.cutOff.empty());
-      if (found.passesAll) say("list-passes-all", 0, "passes everything", found.example);
-      if (found.passesNothing) say("list-passes-nothing", 0, "passes nothing", found.example);
-      if (found.cutOff.empty()) speakOfFragments();
-    } catch (const LimitReached& limit) {
-      said_.cutOff = fmt::format("whether later fragments slip by ({})", limit.what());
-    }
+    more_ = found.cutOff.empty();
+    for (const RuleFinding& each : found.rules) speakOf(each);
+    if (found.passesAll) say("list-passes-all", 0, "passes everything", found.example);
+    if (found.passesNothing) say("list-passes-nothing", 0, "passes nothing", found.example);
+    unlessCutOff([this] { speakOfFragments(); });
     if (!found.cutOff.empty())
       said_.cutOff = cutOffText(list_.rules.size() - found.judged, list_.rules.size(), found.cutOff);
     std::stable_sort(said_.all.begin(), said_.all.end(), [](const Saying& a, const Saying& b) {
@@ -57,8 +54,26 @@ class Speaker {
     return Config::common(list_.rules.at(sequence)).action == Acl::Action::permit;
   }
 
-  /// `more` can be worked out with the sets.
-  void speakOf(const RuleFinding& finding, bool more) {
+  /// Works something out with the sets, if no limit has ended that; whatever was found before is told anyway.
+  template <class Work>
+  void unlessCutOff(const Work& work) {
+    if (!more_) return;
+    try {
+      work();
+    } catch (const LimitReached& limit) {
+      more_ = false;
+      said_.cutOff = fmt::format("whether rules ask for established in vain or later fragments slip by ({})",
+                                 limit.what());
+    }
+  }
+  bool isPermittedAnyway(uint32_t rule) {
+    bool so = false;
+    if (permits(rule) && asksForEstablished(list_.rules.at(rule)))
+      unlessCutOff([&] { so = isPermittedBefore(list_, sets_, rule); });
+    return so;
+  }
+
+  void speakOf(const RuleFinding& finding) {
     const uint32_t rule = finding.sequence;
     switch (finding.oddity) {
       case Oddity::impossible:
@@ -68,8 +83,7 @@ class Speaker {
                              {}});
         break;
       case Oddity::covered:
-        if (more && permits(rule) && asksForEstablished(list_.rules.at(rule)) &&
-            isPermittedBefore(list_, sets_, rule)) {
+        if (isPermittedAnyway(rule)) {
           say("established-before-all-tcp", rule,
               fmt::format("rule {} asks for established, but {} already {} all such TCP", rule,
                           rulesText(finding.by), finding.by.size() == 1 ? "permits" : "permit"),
@@ -117,6 +131,7 @@ class Speaker {
   const Config::List& list_;
   const RuleSets& sets_;
   std::set<uint32_t> dead_;  // rules that make no difference
+  bool more_ = true;         // can be worked out with the sets
   Sayings said_;
 };
 

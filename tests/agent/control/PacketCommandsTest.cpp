@@ -91,7 +91,7 @@ TEST(PacketCommands, WhatSimplifyPrintsDoesTheSame) {
   for (const Row& row : {
            Row{{"A", config}, "simplify: there are several lists A: --type says which"},
            Row{{"B", config}, "simplify: there is no list B"},
-           Row{{"A", config, "--type", "ipv6"}, "simplify: there is no list A"},
+           Row{{"A", config, "--type", "ipv6"}, "simplify: there is no ipv6 list A"},
            Row{{"A", dir / "none.acl"}, "none.acl"},
        }) {
     std::vector<std::string> words = row.words;
@@ -264,6 +264,18 @@ TEST(PacketCommands, FindLooksThroughBothPipelines) {
   EXPECT_THAT(slip.err, HasSubstr("eth9 is named nowhere"));
   EXPECT_EQ(find({"deny", "OUT", "where", "ip any host 10.0.0.7 ttl gt 1"}).status, 1);
   EXPECT_EQ(find({"match", "CHANNEL:20", "where", "udp any any eq 60"}).status, 1);
+  const Ran odd = find({"permit", "CHANNEL", "--all", "where", "tcp any 0.0.0.1 255.255.255.254"});
+  EXPECT_EQ(odd.out.substr(0, odd.out.find('\n')), "tcp any 0.0.0.1 255.255.255.254") << odd.out;
+  const auto onWay = [&](const char* rule, const char* condition) {
+    return find({"match", rule, "--port", "eth1", "--to", "eth2", "where", condition}).status;
+  };
+  EXPECT_EQ(onWay("IN:10", "udp any any eq 70"), 0);
+  EXPECT_EQ(onWay("IN:10", "udp any any eq 60"), 1) << "CHANNEL drops them before";
+  EXPECT_EQ(find({"match", "IN:10", "where", "udp any any eq 60"}).status, 0);
+  EXPECT_EQ(onWay("OUT:10", "udp any host 10.0.0.7 eq 101 ttl gt 1"), 1) << "IN drops them before";
+  EXPECT_EQ(onWay("OUT:10", "udp any host 10.0.0.7 eq 100 ttl gt 1"), 0);
+  EXPECT_THAT(find({"match", "OUT:10", "--port", "eth1", "--to", "eth9"}).err,
+              HasSubstr("ip access-list OUT is not on the way"));
   struct Row {
     std::vector<std::string> words;
     const char* wrong;
@@ -347,6 +359,7 @@ class PacketsOfAnAgentTest : public testing::Test {
     agent_.start(
         "ip access-list A\n 10 permit udp any any eq 1\n 20 permit udp any any lt 9\ninterface eth1\n ip access-group A in\n",
         nullptr, unhurriedLimits());
+    agent_.patch("eth1", "eth2");
   }
   Ran run(std::vector<std::string> command) {
     command.insert(command.end(), {"--control", agent_.socketPath()});
@@ -368,6 +381,12 @@ TEST_F(PacketsOfAnAgentTest, ApplyTellsThemAndCarriesOutACleanUpOnly) {
   EXPECT_EQ(run({"compare", "running", open}).status, 1);
   EXPECT_EQ(run({"find", "permit", "A", "where", "udp any any eq 9"}).status, 1);
   EXPECT_EQ(run({"simplify", "A"}).out, "ip access-list A\n   20 permit udp any any lt 9\n");
+
+  const Ran through = run({"find", "permit", "--port", "eth1", "--to", "eth2"});
+  EXPECT_EQ(through.err, "") << "eth2 has no lists, but the agent has it";
+  EXPECT_THAT(run({"find", "permit", "--port", "eth1", "--to", "eht2"}).err,
+              HasSubstr("(did you mean eth2?)"));
+  EXPECT_THAT(run({"find", "permit", "A", "--type", "ipv6"}).err, HasSubstr("there is no ipv6 list A\n"));
 
   const Ran told = run({"apply", "--dry-run", "--packets", open});
   EXPECT_EQ(told.status, 0) << told.err;
@@ -403,8 +422,8 @@ TEST_F(PacketsOfAnAgentTest, ShowTellsFindingsBesideTheRules) {
   EXPECT_THAT(run({"show", "access-lists"}).out, Not(HasSubstr("!")));
   const auto lists = nlohmann::json::parse(run({"show", "access-lists", "--lint", "--json"}).out).at("lists");
   EXPECT_EQ(lists.at(0).at("rules").at(1).at("findings").at(0).at("code"), "rule-never-matches");
-  EXPECT_EQ(lists.at(0).at("rules").at(0).at("findings"), nlohmann::json::array());
-  EXPECT_EQ(lists.at(0).at("findings"), nlohmann::json::array());
+  EXPECT_EQ(lists.at(0).at("rules").at(0).at("findings"), nlohmann::ordered_json::array());
+  EXPECT_EQ(lists.at(0).at("findings"), nlohmann::ordered_json::array());
   EXPECT_EQ(lists.at(1).at("findings").at(0).at("code"), "list-passes-all");
   EXPECT_THAT(run({"show", "access-lists", "B", "--lint"}).out, Not(HasSubstr("rule 20")));
   for (const auto& wrong : {std::vector<std::string>{"show", "access-lists", "--lint", "--watch"},
@@ -419,7 +438,7 @@ TEST_F(PacketsOfAnAgentTest, FindingsAreOnlyOfTheRulesThatAreShown) {
   auto document = nlohmann::ordered_json::parse(
       R"({"lists": [{"type": "ip", "name": "A", "rules": [{"sequence": 20, "text": "deny udp any any eq 10"}]}]})");
   Agent::addFindings(document, {{"cli", &model}}, {});
-  EXPECT_EQ(document.at("lists").at(0).at("rules").at(0).at("findings"), nlohmann::json::array());
+  EXPECT_EQ(document.at("lists").at(0).at("rules").at(0).at("findings"), nlohmann::ordered_json::array());
   document["lists"][0]["rules"][0]["text"] = "deny udp any any eq 9";
   Agent::addFindings(document, {{"cli", &model}}, {});
   EXPECT_EQ(document.at("lists").at(0).at("rules").at(0).at("findings").size(), 1u);

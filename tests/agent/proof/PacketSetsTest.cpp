@@ -34,6 +34,19 @@ TEST(PacketSets, WorkEndsWithASentenceWhenMemoryIsSpent) {
   EXPECT_LE(sets.memory(), size_t{17} << 20);
 }
 
+TEST(PacketSets, TheNextPieceOfAQuestionHasWhatIsLeftAndTellsWhatWasAsked) {
+  const Limits asked{Kelp::Duration(5)};
+  const Limits left = asked.leftSince(Kelp::Duration(1), Kelp::Duration(4));
+  EXPECT_EQ(left.seconds, Kelp::Duration(2));
+  EXPECT_EQ(left.memory, asked.memory);
+  try {
+    const PacketSets sets(manyBits, left.leftSince(Kelp::Duration(4), Kelp::Duration(9)));
+    FAIL() << "nothing is left";
+  } catch (const LimitReached& reached) {
+    EXPECT_STREQ(reached.what(), "it takes more than 5 seconds");
+  }
+}
+
 TEST(PacketSets, WorkThatNeedsMoreThanThereIsAtFirstDoesNotBegin) {
   EXPECT_THROW(PacketSets(manyBits, {Kelp::Duration(3600), 100}), LimitReached);
   const PacketSets sets(4, {});

@@ -105,4 +105,33 @@ TEST(Sayings, SayWhatALimitLeftOut) {
             "not 1 of 1 rules (it takes more than 0 MiB of memory)\n");
 }
 
+/// A second later whenever it is asked.
+class AskedClock final : public Kiv::Clock {
+ public:
+  Kelp::Duration now() const override { return Kelp::Duration(asked_++); }
+
+ private:
+  mutable double asked_ = 0;
+};
+
+TEST(Sayings, ALimitWhileTheyArePutInWordsLosesNoneThatWasFound) {
+  const auto model = modelOf(
+      "ip access-list A\n10 permit tcp any any\n20 permit tcp any any established\n30 deny tcp any any eq 22\n"
+      "40 permit udp any any\n50 permit udp any any eq 53\n");
+  const auto& list = model.lists.begin()->second;
+  size_t inWords = 0;
+  for (double seconds = 1;; ++seconds) {
+    const auto said = Proof::sayingsOf(list, {Kelp::Duration(seconds)}, AskedClock());
+    if (said.cutOff.starts_with("whether rules ask")) {
+      ++inWords;
+      EXPECT_EQ(said.all.size(), 3u) << "within " << seconds << " seconds";
+    }
+    if (!said.cutOff.empty()) continue;
+    EXPECT_EQ(said.all.size(), 3u);
+    EXPECT_EQ(said.all.front().code.kind().code, "established-before-all-tcp");
+    break;
+  }
+  EXPECT_GT(inWords, 0u);
+}
+
 }  // namespace
