@@ -70,9 +70,12 @@ class ApplyCommand final : public ChangeCommand {
       const ListProof proof = proveLists(after, proof_.limits(), commandLineName);
       told.warnings = warningsJson(proof.warnings);
       told.unchecked = proof.unchecked;
-      if (isStrict() && !proof.warnings.empty() && !isDryRun())
+      if (isStrict() && !isDryRun() && !(proof.warnings.empty() && proof.unchecked.empty())) {
+        const std::string text =
+            proof.warnings.empty() ? "not proven: " + proof.unchecked.front() : "there are warnings";
         return notApplied(
-            {{"text", "nothing was applied: there are warnings (--strict)"}, {"warnings", told.warnings}});
+            {{"text", fmt::format("nothing was applied: {} (--strict)", text)}, {"warnings", told.warnings}});
+      }
     }
     return change(agent, std::move(request), told);
   }

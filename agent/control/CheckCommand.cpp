@@ -22,7 +22,8 @@ class CheckCommand final : public Command {
         ->type_name("DIR");
     app().add_option("--ports", ports_, "the ports that the agent will have")->type_name("A,B,...");
     app().add_flag("--allow-open", allowOpen_, "an agent would be started with --allow-open");
-    app().add_flag("--strict", strict_, "every warning is a failure");
+    app().add_flag("--strict", strict_,
+                   "every warning is a failure, and with --prove whatever a limit left out");
     proof_.addTo(app(), app().add_flag("--prove", prove_, "look at what lists do to all packets, too"));
     addTextLimits(app(), limits_);
   }
@@ -38,7 +39,8 @@ class CheckCommand final : public Command {
     const bool read = document.at("mistakes").empty();
     // With what an agent would refuse to start a script is not to go on.
     const bool starts = read && document.at("refused").is_null();
-    const Exit exit = starts && !(strict_ && !document.at("warnings").empty()) ? exitDone : exitUsage;
+    const bool strictlyDone = read && document.at("warnings").empty() && document.value("proven", true);
+    const Exit exit = starts && (!strict_ || strictlyDone) ? exitDone : exitUsage;
     if (json()) return print(linesOf(document), exit);
     tellMistakes(document);
     return read ? print(checkText(document), exit) : exit;

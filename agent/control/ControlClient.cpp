@@ -70,7 +70,9 @@ std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) 
     const ssize_t got = recv(fd_, piece, sizeof piece, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) {
-      *wrong = got < 0 || !sent ? failureOf(path_) : path_ + ": the agent closed the connection";
+      // With octets of a request that it has not read, closing is told as a reset.
+      const bool closed = sent && (got == 0 || errno == ECONNRESET);
+      *wrong = closed ? path_ + ": the agent closed the connection" : failureOf(path_);
       return std::nullopt;
     }
     buffer_.append(piece, static_cast<size_t>(got));

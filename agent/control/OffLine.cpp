@@ -47,6 +47,7 @@ Json checkDocument(const Checked& asked) {
     const ListProof proof = proveLists(texts.sources().layers(), *asked.prove);
     for (const Json& each : warningsJson(proof.warnings)) document["warnings"].push_back(each);
     for (const std::string& each : proof.unchecked) document["unchecked"].push_back(each);
+    document["proven"] = proof.unchecked.empty();
   }
   const auto refused = whyRefused(found, asked.leave);
   document["refused"] = refused ? Json(*refused) : Json(nullptr);

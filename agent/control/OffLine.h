@@ -25,8 +25,8 @@ struct Checked {
   std::optional<Proof::Limits> prove{};  ///< what lists do to all packets is looked at, within these
 };
 /// Says what is in them: `mistakes`; and when there are none, how many `lists`, `rules` and `bindings`,
-/// `warnings` (see Warnings.h), `unchecked`: what could not be looked at, and `refused`: why an agent would
-/// not start with them, or null.
+/// `warnings` (see Warnings.h), `unchecked`: what could not be looked at, `proven` (only of what is to be
+/// proven): no limit left anything out, and `refused`: why an agent would not start with them, or null.
 nlohmann::ordered_json checkDocument(const Checked& asked);
 /// Such a document for people, if it has no mistakes.
 std::string checkText(const nlohmann::ordered_json& document);

@@ -153,6 +153,26 @@ TEST(Check, ProvesWhatThePageShows) {
   EXPECT_EQ(runVelo({"check", "--proof-seconds", "1", folder + "shadowed.acl"}).status, 2) << "of --prove";
 }
 
+TEST(Check, WhatALimitLeftOutFailsOnlyStrictly) {
+  const TempDir dir;
+  const std::string path = dir / "many.acl";
+  std::string rules = "ipv6 access-list A\n";
+  for (int i = 1; i <= 2000; ++i)
+    rules += fmt::format(" permit tcp host 2001:db8::{:x} host 2001:db8::{:x}\n", i, 7 * i);
+  writeFile(path, rules);
+  const std::vector<std::string> check = {"check", "--prove", "--proof-memory", "1", path};
+  const auto with = [&](const char* option) {
+    auto command = check;
+    command.push_back(option);
+    return runVelo(command);
+  };
+  const Ran passed = runVelo(check);
+  EXPECT_EQ(passed.status, 0) << passed.err;
+  EXPECT_THAT(passed.out, HasSubstr("not checked: ipv6 access-list A: 2000 of 2000 rules"));
+  EXPECT_EQ(with("--strict").status, 2);
+  EXPECT_EQ(nlohmann::json::parse(with("--json").out).at("proven"), false);
+}
+
 TEST(Check, WhatItProvesHasAnExampleThatExplainTakes) {
   const std::string path = VELO_SOURCE_DIR "/examples/shadowed.acl";
   const Ran json = runVelo({"check", "--prove", "--json", path});
