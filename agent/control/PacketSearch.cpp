@@ -183,7 +183,7 @@ class Searching {
   }
   void noteOthers(AclType type) {
     const Json note =
-        fmt::format("what the {} lists on the way do to these packets", type == AclType::mac ? "ip" : "mac");
+        fmt::format("what the {} lists on the way do to these packets", type == AclType::mac ? "IP" : "MAC");
     if (std::find(unchecked_.begin(), unchecked_.end(), note) == unchecked_.end()) unchecked_.push_back(note);
   }
 

@@ -156,10 +156,10 @@ TellLog Run::tellLog() {
 
 std::optional<Exit> Run::configure() {
   if (const auto wrong = files_.read(options_.configs, options_.configDir, options_.limits); !wrong.empty()) {
-    if (!log_.isJournal()) tellMistakes(wrong);
-    for (const std::string& mistake : wrong) {
-      if (log_.isJournal()) refused(exitUsage, mistake);
-    }
+    if (log_.isJournal())
+      for (const std::string& mistake : wrong) refused(exitUsage, mistake);
+    else
+      tellMistakes(wrong);
     return exitUsage;
   }
   if (!options_.state.empty()) {
