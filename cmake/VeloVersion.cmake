@@ -1,6 +1,7 @@
 # velo_describe(RESULT): the version by git: 0.2.0 at the tag v0.2.0, 0.2.0+5.g1a2b3c4 five commits behind it, and
 # 0.1.0-dev.812+g1a2b3c4 in a history of 812 commits without a tag, where 0.1.0 is still to come. Without git what the file
-# `version` says (scripts/package.sh), or that of the project. -DVELO_VERSION=... sets another one.
+# `VERSION.txt` says (scripts/package.sh; a file `version` would be taken for the header <version>), or that of the project.
+# -DVELO_VERSION=... sets another one.
 # velo_version_header(TARGET): TARGET makes version/velo-version.h at each build, and touches it when it changes.
 # As a script (cmake [-DHEADER=FILE] -P VeloVersion.cmake) it writes that header, or prints the version.
 set(VELO_VERSION "" CACHE STRING "The version that the program tells; empty: by git")
@@ -32,8 +33,8 @@ function(velo_describe result)
     elseif(commit)
       string(APPEND version "-dev.${commits}+g${commit}")
     endif()
-  elseif(EXISTS ${velo_sources}/version)
-    file(STRINGS ${velo_sources}/version version LIMIT_COUNT 1)
+  elseif(EXISTS ${velo_sources}/VERSION.txt)
+    file(STRINGS ${velo_sources}/VERSION.txt version LIMIT_COUNT 1)
   endif()
   set(${result} ${version} PARENT_SCOPE)
 endfunction()

@@ -31,7 +31,7 @@ tree=$out/tree
 mkdir -p "$tree"
 find "$tree" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 git -C "$root" archive HEAD | tar -x -C "$tree"
-echo "${version:-$(cmake -P "$root/cmake/VeloVersion.cmake")}" >"$tree/version"
+echo "${version:-$(cmake -P "$root/cmake/VeloVersion.cmake")}" >"$tree/VERSION.txt"
 
 # The functions of lib.sh build what is in $root.
 root=$tree

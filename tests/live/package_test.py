@@ -301,7 +301,7 @@ class Versions(unittest.TestCase):
 
     def test_by_git_or_without_it(self):
         self.assertEqual(self.version(), "0.3.0")
-        self.write("version", "0.3.1\n")
+        self.write("VERSION.txt", "0.3.1\n")
         self.assertEqual(self.version(), "0.3.1")
         if not has("git"):
             return
