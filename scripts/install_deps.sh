@@ -16,7 +16,7 @@ TEXT
 }
 
 packages=(g++ cmake lld ninja-build pkg-config python3 libfmt-dev libpcap-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev zlib1g-dev libzstd-dev libbdd-dev libxml2-dev
-  prometheus-cpp-dev libyang2-tools libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
+  prometheus-cpp-dev libyang2-dev libyang2-tools libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
 for argument in "$@"; do
   case $argument in
     --ci) packages+=(clang-format dpkg-dev git lintian tshark prometheus) ;;

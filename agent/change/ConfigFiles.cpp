@@ -68,7 +68,7 @@ std::vector<std::string> ConfigFiles::readCommandLine(const std::vector<std::str
     auto file = reader.read(path, named, wrong);
     if (file) sources.push_back({path, std::move(file->text)});
   }
-  take(Models::read(sources, start(), most), sources_.commandLine, wrong);
+  take(Models::read(sources, start(), most, reader.limits().yangDirs), sources_.commandLine, wrong);
   return wrong;
 }
 
@@ -84,7 +84,8 @@ std::vector<std::string> ConfigFiles::readDirectory(const std::string& dir, Text
     auto file = reader.read(path.string(), TextReader::Named::byPlace, wrong);
     if (!file) continue;
     contents_[name] = {file->identity, file->hash, isSettled(file->identity, time)};
-    take(Models::read({{path.string(), std::move(file->text)}}, start(), most), sources_.inputs[name], wrong);
+    take(Models::read({{path.string(), std::move(file->text)}}, start(), most, reader.limits().yangDirs),
+         sources_.inputs[name], wrong);
   }
   return wrong;
 }

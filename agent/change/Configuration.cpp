@@ -39,7 +39,7 @@ struct Configuration::Texts {
   MadeModel readTexts(const TextLimits& limits) {
     const std::vector<Config::Source> all = read(limits);
     if (!outcome.mistakes.empty()) return {std::nullopt, std::move(outcome.mistakes)};
-    Config::Result result = Models::read(all, {}, mostMistakes);
+    Config::Result result = Models::read(all, {}, mostMistakes, limits.yangDirs);
     return {std::move(result.model), textsOf(result.mistakes)};
   }
   std::vector<Config::Source> read(const TextLimits& limits) {

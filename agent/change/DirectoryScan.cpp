@@ -55,7 +55,7 @@ void DirectoryScan::read(const std::string& path, TextReader& reader, const File
     file.shortOfMemory = true;
     return;
   }
-  Config::Result result = Models::read({{path, std::move(text->text)}}, {}, mostMistakes);
+  Config::Result result = Models::read({{path, std::move(text->text)}}, {}, mostMistakes, limits.yangDirs);
   file.wrong = textsOf(result.mistakes);
   file.model = std::move(result.model);
 }

@@ -4,6 +4,7 @@
 #include <agent/control/ListProof.h>
 #include <agent/control/Operations.h>
 #include <agent/control/PacketComparison.h>
+#include <agent/core/Arguments.h>
 #include <agent/core/Words.h>
 #include <agent/models/Reader.h>
 #include <agent/warnings/WarningText.h>
@@ -31,6 +32,7 @@ class ApplyCommand final : public ChangeCommand {
     app().add_flag("--prove", prove_,
                    "warn of what all packets show of these lists, as velo check --prove does");
     proof_.addTo(app());
+    addYangDirs(app(), yangDirs_);
   }
 
   Exit whenItRunsOut() const override {
@@ -40,7 +42,7 @@ class ApplyCommand final : public ChangeCommand {
     std::vector<std::string> wrong;
     const auto sources = read(wrong);
     // Mistakes are told here, before the agent is bothered with them.
-    if (wrong.empty()) wrong = textsOf(Models::read(sources, {}, mostMistakes).mistakes);
+    if (wrong.empty()) wrong = textsOf(Models::read(sources, {}, mostMistakes, yangDirs_).mistakes);
     if (!wrong.empty() && json()) return notApplied({{"text", "nothing was applied"}, {"mistakes", wrong}});
     tellMistakes(wrong);
     if (!wrong.empty()) return exitUsage;
@@ -108,7 +110,7 @@ class ApplyCommand final : public ChangeCommand {
     return sources;
   }
 
-  std::vector<std::string> files_;
+  std::vector<std::string> files_, yangDirs_;
   bool packets_ = false, onlyIfSame_ = false, prove_ = false;
   ProofOptions proof_;
 };

@@ -1,6 +1,7 @@
 #include <agent/config/Cursor.h>
 #include <agent/config/Mistake.h>
 #include <agent/core/Arguments.h>
+#include <agent/models/Yang.h>
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -93,6 +94,16 @@ void addTextLimits(CLI::App& command, TextLimits& limits) {
   };
   add("--text-limit", limits.file, "refuse a configuration text of more MiB");
   add("--texts-limit", limits.all, "and all of them together when they have more");
+  addYangDirs(command, limits.yangDirs);
+}
+
+void addYangDirs(CLI::App& command, std::vector<std::string>& dirs) {
+  command
+      .add_option("--yang-dir", dirs,
+                  "validate documents by the YANG modules in DIR, too; may be given several times")
+      ->check(CLI::Validator([](const std::string& dir) { return Models::whyNoModules(dir); }, ""))
+      ->allow_extra_args(false)
+      ->type_name("DIR");
 }
 
 std::vector<std::string> splitNames(const std::string& option, const std::string& text) {

@@ -39,8 +39,10 @@ void addMalformed(CLI::App& command, Velo::MalformedPolicy& policy);
 /// Standard output has the result of the command.
 std::string whyNotWritten(const std::string& path);
 
-/// Adds the options for how much configuration text a command takes. They are written to `limits` when the
+/// Adds the options for what configuration text a command takes. They are written to `limits` when the
 /// command line is parsed.
 void addTextLimits(CLI::App& command, TextLimits& limits);
+/// The one of them that says by which modules documents are validated.
+void addYangDirs(CLI::App& command, std::vector<std::string>& dirs);
 
 }  // namespace Agent

@@ -6,14 +6,17 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Agent {
 
-/// How much configuration text is taken, in octets: of one file, and of all of them together.
+/// What configuration text is taken.
 struct TextLimits {
-  size_t file = size_t{64} << 20;
-  size_t all = size_t{256} << 20;
+  size_t file = size_t{64} << 20;  ///< octets of one file
+  size_t all = size_t{256} << 20;  ///< and of all of them together
+  /// Folders with YANG modules by which documents are validated; none: they are not.
+  std::vector<std::string> yangDirs{};
 };
 
 /// What the file system says of a file. As long as this stays the same the content does, too; the exception
@@ -66,13 +69,14 @@ class TextReader {
     byPlace  ///< it lies in the directory, or is read again: only regular files are, never standard input
   };
 
-  explicit TextReader(TextLimits limits) : limits_(limits) {}
+  explicit TextReader(TextLimits limits) : limits_(std::move(limits)) {}
 
   /// The text of a file. Nothing, with a line added to `wrong`, when it cannot be read to its end, when it
   /// changes while it is read, or when there is no memory for the configuration in it.
   std::optional<TextFile> read(const std::string& path, Named named, std::vector<std::string>& wrong);
   /// The same without asking for that memory: for a text that may turn out to be known already.
   std::optional<TextFile> readOnly(const std::string& path, Named named, std::vector<std::string>& wrong);
+  const TextLimits& limits() const { return limits_; }
   MemoryEstimate& memory() { return memory_; }
   /// Counts a text of the configuration that need not be read again.
   void add(size_t octets) { taken_ += octets; }

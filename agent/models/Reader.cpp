@@ -54,7 +54,8 @@ std::string fullName(const Node& node) {
 /// One document on its way to a text.
 class Document {
  public:
-  explicit Document(const Config::Source& source) : report_(source.name) {}
+  Document(const Config::Source& source, const YangDirs& yangDirs)
+      : report_(source.name), yangDirs_(yangDirs) {}
 
   void read(std::string_view text, bool isXml);
   const Lines& lines() const { return lines_; }
@@ -62,8 +63,11 @@ class Document {
 
  private:
   void readRoots(const Node& document, const char* language);
+  void readTables(const Node& document);
+  void validateRoots(const Node& document);
 
   Report report_;
+  const YangDirs& yangDirs_;
   Lines lines_;
 };
 
@@ -83,7 +87,7 @@ void Document::readRoots(const Node& document, const char* language) {
   if (document.kind != Node::Kind::object) return report_.mistake(document.at, document.shown(), "an object");
   if (std::any_of(document.members.begin(), document.members.end(),
                   [](const Node& node) { return node.module.empty() && isSonicTable(node.name); }))
-    return readSonic({document, "", report_, ""}, lines_);
+    return readTables(document);
   const auto& members = document.members;
   if (!members.empty() && std::none_of(members.begin(), members.end(), rootOf)) {
     const std::string more = members.size() > 1 ? fmt::format(" and {} more", members.size() - 1) : "";
@@ -109,6 +113,21 @@ void Document::readRoots(const Node& document, const char* language) {
     }
   }
   if (!read) report_.mistake(document.at, "a document without access lists", expectedRoots);
+  if (!yangDirs_.empty()) validateRoots(document);
+}
+
+void Document::readTables(const Node& document) {
+  if (!yangDirs_.empty())
+    report_.warn(document.at, "not-validated", "no YANG module says what SONiC's tables have inside");
+  readSonic({document, "", report_, ""}, lines_);
+}
+
+void Document::validateRoots(const Node& document) {
+  std::vector<YangRoot> known;
+  for (const Node& node : document.members) {
+    if (const Root* root = rootOf(node)) known.push_back({node, root->module});
+  }
+  validate(known, yangDirs_, report_);
 }
 
 /// Where lines of a text that a document came to are in the document.
@@ -189,21 +208,23 @@ void addWarnings(const Report& report, Config::Notices& notices) {
 }
 
 /// The sources that are documents, by their index, read.
-std::map<size_t, Document> documentsAmong(const std::vector<Config::Source>& sources) {
+std::map<size_t, Document> documentsAmong(const std::vector<Config::Source>& sources,
+                                          const YangDirs& yangDirs) {
   std::map<size_t, Document> documents;
   for (size_t i = 0; i < sources.size(); ++i) {
     const auto text = withoutMark(sources[i].text);
     const auto what = Config::notText(text);
     if (what != Config::jsonDocument && what != Config::xmlDocument) continue;
-    documents.try_emplace(i, sources[i]).first->second.read(text, what == Config::xmlDocument);
+    documents.try_emplace(i, sources[i], yangDirs).first->second.read(text, what == Config::xmlDocument);
   }
   return documents;
 }
 
 }  // namespace
 
-Config::Result read(const std::vector<Config::Source>& sources, Config::Model start, size_t mostMistakes) {
-  const std::map<size_t, Document> documents = documentsAmong(sources);
+Config::Result read(const std::vector<Config::Source>& sources, Config::Model start, size_t mostMistakes,
+                    const YangDirs& yangDirs) {
+  const std::map<size_t, Document> documents = documentsAmong(sources, yangDirs);
   if (documents.empty()) return Config::read(sources, std::move(start), mostMistakes);
 
   // Names of files have no such character.

@@ -54,6 +54,7 @@ inline constexpr WarningKind warningKinds[] = {
     {"port-has-address", Consequence::surprise, "the device of a port has addresses of the host"},
     {"port-has-ipv6", Consequence::surprise, "IPv6 is on at the device of a port"},
     {"leaf-ignored", Consequence::note, "a document has a leaf that has no effect on traffic"},
+    {"not-validated", Consequence::note, "a document is of a model that no YANG module describes"},
     {"rule-never-matches", Consequence::surprise,
      "earlier rules take all that a rule asks for, or no packet is so"},
     {"established-before-all-tcp", Consequence::surprise,
