@@ -10,6 +10,7 @@
 #include "../support/RunningAgent.h"
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 // Threads ask, the loop answers.
@@ -79,9 +80,12 @@ TEST_F(ScrapeTest, AThreadGetsWhatIsCountedByNow) {
 
 TEST_F(ScrapeTest, NobodyWaitsBeyondTheEnd) {
   Agent::Scrapes scrapes(agent_.loop(), *watched_, Agent::RuleChoice::all);
+  const auto begin = std::chrono::steady_clock::now();
   std::thread thread([&] { EXPECT_EQ(scrapes.take(), nullptr); });
   scrapes.stop();
   thread.join();
+  // Whoever asks waits ten seconds for an answer.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
 TEST_F(ScrapeTest, ALongListTakesSeveralSlices) {
