@@ -32,4 +32,7 @@ inline constexpr bool threadSanitizer = false;
 /// Everything takes about ten times as long, so tests of many random cases make do with fewer.
 inline constexpr bool sanitizers = addressSanitizer || threadSanitizer;
 
+/// How many random cases a test has that otherwise has `count` of them.
+constexpr int casesOf(int count) { return sanitizers ? count / 5 : count; }
+
 }  // namespace TestSupport

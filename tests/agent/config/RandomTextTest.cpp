@@ -1,3 +1,4 @@
+#include "../../support/Sanitizers.h"
 #include "RandomText.h"
 #include "Support.h"
 
@@ -15,7 +16,7 @@ bool hasControl(std::string_view text) {
 TEST(RandomText, IsReadOrReportedInTheOrderOfTheText) {
   Dice dice(20240601);
   int taken = 0, refused = 0;
-  for (int round = 0; round < 4000; ++round) {
+  for (int round = 0; round < TestSupport::casesOf(4000); ++round) {
     const std::string text = randomText(dice, round % 2 != 0);
     const auto result = readText(text);
     ASSERT_EQ(result.model.has_value(), result.mistakes.empty()) << text;
@@ -39,7 +40,7 @@ TEST(RandomText, IsReadOrReportedInTheOrderOfTheText) {
 
 TEST(RandomText, OfAnyBytesIsRead) {
   Dice dice(7);
-  for (int round = 0; round < 500; ++round) {
+  for (int round = 0; round < TestSupport::casesOf(500); ++round) {
     std::string text(dice.below(300), '\0');
     for (auto& byte : text) byte = static_cast<char>(dice.below(256));
     const auto result = readText(text);

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "../../support/RandomFrames.h"
+#include "../../support/Sanitizers.h"
 #include "../../support/SharedData.h"
 
 namespace {
@@ -149,7 +150,7 @@ void expectTakenBack(const std::string& line) { EXPECT_EQ(again(line), line); }
 TEST(FrameLine, EveryLineIsTakenBack) {
   Dice dice(20260101);
   std::set<std::string> faults;
-  for (int i = 0; i < 20000 && !testing::Test::HasFailure(); ++i) {
+  for (int i = 0; i < casesOf(20000) && !testing::Test::HasFailure(); ++i) {
     Bytes octets = randomFrame(dice);
     if (dice.once(2)) damage(octets, dice);
     const auto wire = static_cast<uint32_t>(octets.size());

@@ -1,3 +1,4 @@
+#include "../../support/Sanitizers.h"
 #include "../config/RandomText.h"
 #include "PermittedSet.h"
 #include "Support.h"
@@ -57,7 +58,7 @@ TEST(RoundTrip, KeepsEveryVerdict) {
     for (const Format format : models) {
       if (kind.type == Acl::AclType::mac && format == Format::sonic) continue;
       int compared = 0, sameNumbers = 0;
-      for (uint64_t seed = 0; seed < 40; ++seed) {
+      for (int seed = 0; seed < TestSupport::casesOf(40); ++seed) {
         TestSupport::Dice dice(seed);
         std::vector<std::string> rules;
         for (int i = 0; i < 60 && rules.size() < 6; ++i) {
@@ -78,8 +79,8 @@ TEST(RoundTrip, KeepsEveryVerdict) {
         compared += static_cast<int>(before.rules.size());
         sameNumbers += before.rules.size() == after.rules.size();
       }
-      EXPECT_GT(compared, 100) << kind.header << " " << static_cast<int>(format);
-      EXPECT_GT(sameNumbers, 3) << kind.header << " " << static_cast<int>(format);
+      EXPECT_GT(compared, TestSupport::casesOf(100)) << kind.header << " " << static_cast<int>(format);
+      EXPECT_GT(sameNumbers, TestSupport::casesOf(3)) << kind.header << " " << static_cast<int>(format);
     }
   }
 }
@@ -89,7 +90,7 @@ TEST(RoundTrip, NeverWidensWhatIsLeftOut) {
     const Proof::RuleSets sets(kind.type, {Kelp::Duration(3600)});
     for (const Format format : models) {
       int leftOut = 0, refused = 0;
-      for (uint64_t seed = 0; seed < 60; ++seed) {
+      for (int seed = 0; seed < TestSupport::casesOf(60); ++seed) {
         TestSupport::Dice dice(seed);
         std::vector<std::string> rules;
         for (int i = 0; i < 4; ++i) rules.push_back(randomRule(kind, dice));
@@ -106,8 +107,8 @@ TEST(RoundTrip, NeverWidensWhatIsLeftOut) {
           EXPECT_TRUE(opened.isEmpty()) << Config::textOf(*model) << written.document;
         }
       }
-      EXPECT_GT(leftOut, 5) << kind.header;
-      EXPECT_GE(refused, kind.type == Acl::AclType::mac ? 0 : 5) << kind.header;
+      EXPECT_GT(leftOut, TestSupport::casesOf(5)) << kind.header;
+      EXPECT_GE(refused, kind.type == Acl::AclType::mac ? 0 : TestSupport::casesOf(5)) << kind.header;
     }
   }
 }

@@ -1,6 +1,7 @@
 #include <agent/config/Writer.h>
 
 #include "../../support/Dice.h"
+#include "../../support/Sanitizers.h"
 #include "../config/RandomText.h"
 #include "../support/CaptureBytes.h"
 #include "../support/ModelOf.h"
@@ -110,7 +111,7 @@ TEST_F(ConfigurationShowTest, SaysWhenItChangedMeanwhile) {
 TEST_F(ConfigurationShowTest, OfRandomSourcesIsWhatIsInForce) {
   Dice dice(5);
   size_t rules = 0;
-  for (int round = 0; round < 60; ++round) {
+  for (int round = 0; round < casesOf(60); ++round) {
     const auto some = [&dice] {
       for (;;) {
         const std::string text = Config::randomText(dice, false);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "../../support/Dice.h"
+#include "../../support/Sanitizers.h"
 #include "../support/CaptureBytes.h"
 #include "../support/ModelOf.h"
 #include "../support/Run.h"
@@ -329,7 +330,7 @@ TEST_F(ChangesModelTest, IdsAndCountsAreNeverLostAndNeverMixedUp) {
   save();
   start();
   size_t kept = 0;
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < casesOf(1000); ++round) {
     const std::string why = fmt::format("round {}", round);
     const auto before = model_.rules;
     switch (dice_.below(20)) {
@@ -364,7 +365,8 @@ TEST_F(ChangesModelTest, IdsAndCountsAreNeverLostAndNeverMixedUp) {
       kept += rule.count > 10;
     }
   }
-  EXPECT_GT(kept, 200u) << "some rules live long enough to be counted over many changes";
+  EXPECT_GT(kept, static_cast<size_t>(casesOf(200)))
+      << "some rules live long enough to be counted over many changes";
 }
 
 }  // namespace
