@@ -40,12 +40,12 @@ class GroupsOf {
   std::map<std::string, Config::ObjectGroup> groups_;
 };
 
-struct Words {
+struct LeftOut {
   const char* why;
   std::string sentence;
 };
 
-Words wordsOf(const Proof::RuleFinding& finding, bool permits) {
+LeftOut leftOutWords(const Proof::RuleFinding& finding, bool permits) {
   const auto leftOut = [&finding](const std::string& why) {
     return fmt::format("rule {} is left out: {}", finding.sequence, why);
   };
@@ -67,7 +67,7 @@ Json leftOutJson(const Proof::SimplerList& simpler, const Config::List& before) 
   Json all = Json::array();
   for (const Proof::RuleFinding& each : simpler.leftOut) {
     const Acl::RuleBase& rule = Config::common(before.rules.at(each.sequence));
-    Words words = wordsOf(each, rule.action == Acl::Action::permit);
+    LeftOut words = leftOutWords(each, rule.action == Acl::Action::permit);
     Json one = ruleWords(each.sequence, rule.text.str());
     one.update({{"why", words.why}, {"by", each.by}, {"sentence", std::move(words.sentence)}});
     all.push_back(std::move(one));

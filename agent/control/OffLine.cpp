@@ -1,8 +1,8 @@
 #include <Kiv/Clock.h>
 #include <Nimnet/IntfId.h>
 #include <Velo/PacketContext.h>
-#include <agent/change/Apply.h>
 #include <agent/change/ConfigFiles.h>
+#include <agent/change/Start.h>
 #include <agent/change/Warnings.h>
 #include <agent/config/Model.h>
 #include <agent/config/Nearest.h>
@@ -112,8 +112,8 @@ std::optional<Json> explainWith(const Sources& sources, const std::string& plugi
   TaskLoop tasks(Kiv::steadyClock());
   Core core;
   Forwarder forwarder(core, Velo::MalformedPolicy::drop);
-  if (failed(core.loadPlugin(plugin)) || failed(putInForce(core, sources))) return std::nullopt;
-  tasks.settle();
+  if (failed(start(core, sources, {.plugin = plugin, .further = {}, .settle = [&tasks] { tasks.settle(); }})))
+    return std::nullopt;
   forwarder.portIs(port);
   forwarder.portsOfConfigurationIs();
   if (!out.empty()) {

@@ -18,7 +18,7 @@ constexpr int ending[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // For signal handlers: how standard input was before, if it is a terminal.
 termios modeBefore;
-bool changed = false;
+bool modeIsChanged = false;
 
 bool writeAll(std::string_view text) {
   while (!text.empty()) {
@@ -32,8 +32,8 @@ bool writeAll(std::string_view text) {
 
 /// Only what a signal handler may call (POSIX.1-2017, 2.4.3).
 void restore() {
-  if (changed) tcsetattr(STDIN_FILENO, TCSANOW, &modeBefore);
-  changed = false;
+  if (modeIsChanged) tcsetattr(STDIN_FILENO, TCSANOW, &modeBefore);
+  modeIsChanged = false;
   writeAll(leave);
 }
 
@@ -47,8 +47,8 @@ void handleSize(int) {}
 }  // namespace
 
 Screen::Screen() {
-  changed = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &modeBefore) == 0;
-  if (changed) {
+  modeIsChanged = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &modeBefore) == 0;
+  if (modeIsChanged) {
     termios keys = modeBefore;
     keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     keys.c_cc[VMIN] = 0;
@@ -57,7 +57,7 @@ Screen::Screen() {
     keys.c_cc[VSUSP] = _POSIX_VDISABLE;
     tcsetattr(STDIN_FILENO, TCSANOW, &keys);
   }
-  keys_ = changed;
+  keys_ = modeIsChanged;
   struct sigaction action {};
   action.sa_handler = handleSize;
   sigaction(SIGWINCH, &action, nullptr);

@@ -15,7 +15,7 @@ namespace {
 std::string word(const Json& object, const char* member) { return object.at(member).get<std::string>(); }
 
 /// "FROM-ALICE 10".
-std::string ruleText(const Json& hit) {
+std::string decidedBy(const Json& hit) {
   return fmt::format("{} {}", word(hit, "list"), valueText(hit.at("rule")));
 }
 
@@ -23,7 +23,7 @@ void add(std::string& text, const std::string& more) { text += (text.empty() ? "
 
 /// The list and rule that dropped a frame at a port; the reason when no list did.
 std::string droppedBy(const Json& egress, const Json& hits) {
-  return egress.contains("by") ? ruleText(hits.at(egress.at("by").get<size_t>()))
+  return egress.contains("by") ? decidedBy(hits.at(egress.at("by").get<size_t>()))
                                : fmt::format("({})", word(egress, "reason"));
 }
 
@@ -34,10 +34,10 @@ std::string deciders(const Json& frame) {
   std::string text;
   if (!passed && egress.empty()) {
     const bool byList = !hits.empty() && hits.back().at("action") == "deny";
-    return byList ? ruleText(hits.back()) : fmt::format("({})", word(frame, "reason"));
+    return byList ? decidedBy(hits.back()) : fmt::format("({})", word(frame, "reason"));
   }
   for (const Json& hit : hits) {
-    if (passed && hit.at("action") == "permit") add(text, ruleText(hit));
+    if (passed && hit.at("action") == "permit") add(text, decidedBy(hit));
   }
   for (const Json& one : egress) {
     if (one.at("verdict") == "pass") continue;

@@ -27,7 +27,7 @@ struct ValueKind {
   std::string_view option;  ///< empty: any
   Choices (*values)(const LiveNames& live);
 };
-constexpr ValueKind kinds[] = {
+constexpr ValueKind valueKinds[] = {
     {"FILE", "", fileNames},
     {"FILE...", "", fileNames},
     {"FILE.pcapng", "", fileNames},
@@ -69,7 +69,7 @@ Choices valuesOf(const CLI::Option& option, const LiveNames& live) {
   const std::string type = option.get_type_name();
   if (auto choices = choicesOf(type); !choices.empty()) return choices;
   const std::string_view bare = std::string_view(type).substr(0, type.find(':'));
-  for (const ValueKind& kind : kinds) {
+  for (const ValueKind& kind : valueKinds) {
     if (kind.type == bare && (kind.option.empty() || option.check_name(std::string(kind.option))))
       return kind.values(live);
   }

@@ -2,8 +2,8 @@
 #include <Kiv/Clock.h>
 #include <Nimnet/Pkt.h>
 #include <Zeb/System.h>
-#include <agent/change/Apply.h>
 #include <agent/change/ConfigFiles.h>
+#include <agent/change/Start.h>
 #include <agent/change/Warnings.h>
 #include <agent/core/Output.h>
 #include <agent/core/TaskLoop.h>
@@ -146,12 +146,12 @@ class Replay {
   }
 
   std::optional<Exit> putInForceAndJoin(const Sources& sources) {
-    if (auto wrong = core_.loadPlugin(options_.plugin, options_.furtherPlugins)) return usage(*wrong);
-    if (auto wrong = unusedFacility()) return usage("--trace: " + *wrong);
-    namedTraces_.emplace(core_);
-    if (auto wrong = putInForce(core_, sources)) return usage(*wrong);
-    tasks_.settle();
-    if (const auto missing = core_.inForce().unpublished()) return usage(*missing);
+    if (auto wrong = start(core_, sources,
+                           {.plugin = options_.plugin,
+                            .further = options_.furtherPlugins,
+                            .settle = [this] { tasks_.settle(); },
+                            .loaded = [this] { return traceByName(core_, namedTraces_); }}))
+      return usage(*wrong);
     forwarder_.portsOfConfigurationIs();
     for (const auto& [a, b] : options_.patches) {
       if (auto wrong = forwarder_.patchIs(a, b)) return usage("--patch: " + *wrong);

@@ -1,7 +1,7 @@
 #include <Acl/Workshop.h>
 #include <Nimnet/IntfId.h>
-#include <agent/change/Apply.h>
 #include <agent/change/ChangeEvents.h>
+#include <agent/change/Start.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
@@ -191,15 +191,18 @@ std::optional<Exit> Run::publish() {
   const auto memory = [&successor](const std::string& source, const Config::List& list) {
     return successor.idsOf(source, list);
   };
-  if (auto conflict = putInForce(core_, files_.sources(), memory)) return refused(exitUsage, *conflict);
-  // The plugin starts with the whole configuration: it deletes published status that is not in there.
-  if (auto wrong = core_.loadPlugin(options_.plugin, options_.furtherPlugins))
+  const auto loaded = [&] {
+    auto wrong = traceByName(core_, namedTraces_);
+    if (!wrong) successor.countRules(core_);
+    return wrong;
+  };
+  if (const auto wrong = start(core_, files_.sources(),
+                               {.plugin = options_.plugin,
+                                .further = options_.furtherPlugins,
+                                .settle = [this] { loop_.settle(); },
+                                .loaded = loaded,
+                                .memory = memory}))
     return refused(exitUsage, *wrong);
-  if (auto wrong = unusedFacility()) return refused(exitUsage, "--trace: " + *wrong);
-  namedTraces_.emplace(core_);
-  successor.countRules(core_);
-  loop_.settle();
-  if (const auto missing = core_.inForce().unpublished()) return refused(exitUsage, *missing);
   successor.countImplicitDrops(core_);
   while (!Acl::Workshop::singleton().idle()) loop_.turn(-1);
   return std::nullopt;

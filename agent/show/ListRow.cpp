@@ -32,7 +32,7 @@ struct Kind {
   std::string_view needs;  ///< the member of a rule; empty: always there
   std::string (*cell)(const Json& counted, const TextStyle& style);
 };
-constexpr Kind kinds[] = {
+constexpr Kind columnKinds[] = {
     {"in", "", [](const Json& one, const TextStyle&) { return std::to_string(packetsOf(one, "in")); }},
     {"out", "", [](const Json& one, const TextStyle&) { return std::to_string(packetsOf(one, "out")); }},
     {"bytes", "",
@@ -87,7 +87,7 @@ ListRows::ListRows(const Json& lists, const TextStyle& style) : style_(style) {
     });
   };
   const size_t least = style.width ? 0 : usualCount;
-  for (const Kind& kind : kinds) {
+  for (const Kind& kind : columnKinds) {
     if (kind.needs.empty() || some(kind.needs))
       columns_.push_back({kind.heading, kind.cell, std::max(least, kind.heading.size())});
   }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <agent/core/Core.h>
+#include <agent/show/RuleNames.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,7 +17,8 @@ std::optional<std::string> whyNoFacility(std::string_view name);
 /// The same of a facility with fast traces.
 std::optional<std::string> whyNoFastFacility(std::string_view name);
 
-/// The same of the first one that is on already and in vain.
-std::optional<std::string> unusedFacility();
+/// Begins to name rules in what is traced to a stream. Returns why `--trace`, which has switched its
+/// facilities on already, did so in vain.
+std::optional<std::string> traceByName(const Core& core, std::optional<NamedTraces>& named);
 
 }  // namespace Agent

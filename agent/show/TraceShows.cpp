@@ -105,10 +105,11 @@ std::optional<std::string> whyNoFastFacility(std::string_view name) {
   return whyNotIn(Blip::fastTraceFacilities(), "facility with fast traces", name);
 }
 
-std::optional<std::string> unusedFacility() {
+std::optional<std::string> traceByName(const Core& core, std::optional<NamedTraces>& named) {
   for (const auto& facility : Zeb::TraceHandle::facilities()) {
-    if (!facility.used) return whyNoFacility(facility.name);
+    if (!facility.used) return "--trace: " + whyNoFacility(facility.name).value_or(facility.name);
   }
+  named.emplace(core);
   return std::nullopt;
 }
 
