@@ -277,6 +277,52 @@ class Packages(unittest.TestCase):
         self.assertEqual(pages, sorted(["velo.1.gz", "velo-acl.5.gz", *(f"velo-{name}.1.gz" for name in commands)]))
 
 
+class Container(unittest.TestCase):
+    """What packaging/Containerfile asks for, without anything that builds containers."""
+
+    @classmethod
+    def setUpClass(cls):
+        for program in ("dpkg-deb", "dpkg-shlibdeps", "cpack"):
+            if not has(program):
+                raise unittest.SkipTest(f"there is no {program}")
+        cls.folder = tempfile.mkdtemp(prefix="velo-container-")
+        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        cls.packages = packed(os.path.dirname(os.path.dirname(live_test.VELO)), cls.folder)
+        with open(f"{SOURCES}/packaging/Containerfile", encoding="utf-8") as file:
+            text = file.read().replace("\\\n", " ")
+        cls.lines = [line.split(None, 1) for line in text.splitlines() if line and not line.startswith("#")]
+
+    def said(self, keyword):
+        return [rest for word, rest in self.lines if word == keyword]
+
+    def content(self):
+        """The paths in the package, links among them."""
+        lines = run("dpkg-deb", "--contents", self.packages["velo"]).stdout.splitlines()
+        return {line.split(None, 5)[5].split(" -> ")[0].removeprefix(".") for line in lines}
+
+    def test_copies_the_one_package_that_it_installs(self):
+        (pattern, folder), = (rest.split() for rest in self.said("COPY"))
+        self.assertEqual(glob.glob(f"{self.folder}/{pattern}"), [self.packages["velo"]])
+        installed, = self.said("RUN")
+        self.assertIn(f"apt-get install -y --no-install-recommends {folder}{pattern} ", installed)
+
+    def test_runs_what_the_package_has(self):
+        command, = map(json.loads, self.said("ENTRYPOINT"))
+        health, = (json.loads(rest.removeprefix("CMD ")) for rest in self.said("HEALTHCHECK"))
+        content = self.content()
+        for words in (command, health):
+            self.assertIn(f"/usr/bin/{words[0]}", content)
+        self.assertIn(command[command.index("--config") + 1], content)
+        made, volume = self.said("RUN")[0].rsplit("mkdir -p ", 1)[1].split(), self.said("VOLUME")
+        self.assertIn(os.path.dirname(command[command.index("--control") + 1]), made)
+        self.assertEqual([os.path.dirname(command[command.index("--state") + 1])], volume)
+        known = run(live_test.VELO, "run", "--help").stdout
+        for option in filter(lambda word: word.startswith("--"), command):
+            self.assertIn(f" {option} ", known)
+        # Without an agent it fails, and not because the command line is wrong.
+        self.assertEqual(run(live_test.VELO, *health[1:], "--control", f"{self.folder}/none", check=False).returncode, 1)
+
+
 class Versions(unittest.TestCase):
     """What cmake/VeloVersion.cmake makes of the state of a tree."""
 

@@ -6,7 +6,6 @@
 
 #include "../../support/Dice.h"
 #include "../../support/Sanitizers.h"
-#include "../support/CaptureBytes.h"
 #include "../support/ModelOf.h"
 
 #include <array>
@@ -593,14 +592,6 @@ TEST(Warnings, OfARemarkThatStandsAtNoRule) {
     if (warning.code == WarningCode("remark-without-rule")) all += warning.text + "\n";
   }
   EXPECT_EQ(all, "ip access-list A has a remark and no rule: it drops everything\n");
-}
-
-TEST(Warnings, OfACodeAreDocumented) {
-  std::string table = "| code | consequence | what it is |\n|---|---|---|\n";
-  for (const WarningKind& kind : warningKinds)
-    table += fmt::format("| `{}` | {} | {} |\n", kind.code, stringValue(kind.consequence), kind.meaning);
-  if (TestSupport::readFile(VELO_SOURCE_DIR "/docs/warnings.md").find(table + "\n") == std::string::npos)
-    ADD_FAILURE() << "docs/warnings.md is to have this table:\n" << table;
 }
 
 TEST(Warnings, AreToldAHundredTimesOfACode) {
