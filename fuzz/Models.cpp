@@ -8,8 +8,10 @@
 #include <agent/config/Writer.h>
 #include <agent/models/Reader.h>
 #include <agent/models/Writer.h>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -47,19 +49,58 @@ constexpr std::string_view words[] = {
     "\"detail-mode\"",
     "\"BUILTIN\"",
     "\"FRAGMENT\"",
+    "</name>",
+    "<tcp/>",
+    "<!-- -->",
+    "&lt;",
+    "<![CDATA[10]]>",
+    "<!DOCTYPE a>",
+    "a=\"b\"",
 };
+
+/// A member of a JSON document as XML has it.
+void addXml(const std::string& name, const std::string& more, const nlohmann::ordered_json& value,
+            std::string& xml) {
+  if (value.is_array()) {
+    for (const auto& element : value) addXml(name, more, element, xml);
+    return;
+  }
+  xml += fmt::format("<{}{}>", name, more);
+  if (value.is_object()) {
+    for (const auto& [member, inside] : value.items()) addXml(member, "", inside, xml);
+  } else {
+    for (const char c : value.is_string() ? value.get<std::string>() : value.dump())
+      xml += c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, c);
+  }
+  xml += fmt::format("</{}>\n", name);
+}
+
+/// A document of RFC 8519 as XML, which says the same.
+std::string asXml(const std::string& document) {
+  constexpr const char* root = "ietf-access-control-list:acls";
+  constexpr const char* spaces =
+      " xmlns=\"urn:ietf:params:xml:ns:yang:ietf-access-control-list\""
+      " xmlns:ietf-access-control-list=\"urn:ietf:params:xml:ns:yang:ietf-access-control-list\"";
+  std::string xml;
+  addXml("acls", spaces, nlohmann::ordered_json::parse(document).at(root), xml);
+  const auto model = Models::read({{"t", xml}}).model;
+  Fuzz::require(model.has_value() && model == Models::read({{"t", document}}).model,
+                [&] { return xml + "reads as another model than\n" + document; });
+  return xml;
+}
 
 /// A document as a configuration is written; without an input that has any, one of a few octets.
 std::string someDocument(Fuzz::Dice& dice) {
   const auto model = Config::read({{"t", Config::randomText(dice, false)}}).model;
   const auto format = dice.of(formats);
-  return model ? Models::write(*model, format, true).document : std::string();
+  const std::string document = model ? Models::write(*model, format, true).document : std::string();
+  return format == Format::ietf && !document.empty() && dice.once(2) ? asXml(document) : document;
 }
 
 /// Puts other words in the places of some, and cuts.
 std::string changed(std::string document, Fuzz::Dice& dice) {
   for (uint64_t times = dice.below(4); times > 0 && !document.empty(); --times) {
-    const size_t at = document.find_first_of("\"{[0123456789", dice.below(document.size()));
+    const size_t at = document.find_first_of("\"{[0123456789<", dice.below(document.size()));
     if (at == std::string::npos) continue;
     const size_t end = document[at] == '"' ? document.find('"', at + 1) : at;
     const size_t length = end == std::string::npos ? 1 : end - at + 1;
