@@ -29,10 +29,11 @@ class ApplyCommand final : public ChangeCommand {
         .add_flag("--packets", packets_, "with --dry-run: tell which packets would meet another verdict")
         ->needs("--dry-run");
     app().add_flag("--only-if-same", onlyIfSame_, "carry it out only if no packet meets another verdict");
-    app().add_flag("--prove", prove_,
-                   "warn of what all packets show of these lists, as velo check --prove does");
+    auto* prove = app().add_flag("--prove", prove_,
+                                 "warn of what all packets show of these lists, as velo check --prove does");
     proof_.addTo(app());
     addYangDirs(app(), yangDirs_);
+    proof_.addPartly(app(), prove);
   }
 
   Exit whenItRunsOut() const override {
@@ -69,7 +70,7 @@ class ApplyCommand final : public ChangeCommand {
       if (!packets_) told.packets = nullptr;
     }
     if (prove_) {
-      const ListProof proof = proveLists(after, proof_.limits(), commandLineName);
+      const ListProof proof = proveLists(after, proof_.limits(), commandLineName, proof_.say());
       told.warnings = warningsJson(proof.warnings);
       told.unchecked = proof.unchecked;
       if (isStrict() && !isDryRun() && !(proof.warnings.empty() && proof.unchecked.empty())) {

@@ -24,7 +24,9 @@ class CheckCommand final : public Command {
     app().add_flag("--allow-open", allowOpen_, "an agent would be started with --allow-open");
     app().add_flag("--strict", strict_,
                    "every warning is a failure, and with --prove whatever a limit left out");
-    proof_.addTo(app(), app().add_flag("--prove", prove_, "look at what lists do to all packets, too"));
+    auto* prove = app().add_flag("--prove", prove_, "look at what lists do to all packets, too");
+    proof_.addTo(app(), prove);
+    proof_.addPartly(app(), prove);
     addTextLimits(app(), limits_);
   }
 
@@ -34,8 +36,8 @@ class CheckCommand final : public Command {
       complain("check needs a FILE or --config-dir");
       return exitUsage;
     }
-    const auto document =
-        checkDocument({files_, dir_, limits_, ports(), {.openings = allowOpen_, .strict = strict_}, prove()});
+    const auto document = checkDocument(
+        {files_, dir_, limits_, ports(), {.openings = allowOpen_, .strict = strict_}, prove(), proof_.say()});
     const bool read = document.at("mistakes").empty();
     // With what an agent would refuse to start a script is not to go on.
     const bool starts = read && document.at("refused").is_null();

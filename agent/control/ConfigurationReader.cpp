@@ -2,6 +2,7 @@
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/ControlClient.h>
 #include <agent/core/Output.h>
+#include <agent/core/TerminalLine.h>
 #include <agent/core/Words.h>
 #include <agent/models/Reader.h>
 
@@ -108,6 +109,34 @@ std::set<std::string> ConfigurationReader::portsOf(const std::string& name) cons
   return ports;
 }
 
+namespace {
+
+class ProofOnTerminal final : public Proof::Watcher {
+ public:
+  bool isThere() const { return line_.isOnTerminal(); }
+  void cameTo(const Proof::Progress& progress) override {
+    const std::string rules =
+        progress.all == 0 ? "" : fmt::format(", {} of {} rules", progress.done, progress.all);
+    line_.show(fmt::format("proving: {:.0f} s, {} MiB{}", progress.seconds, progress.memory >> 20, rules));
+  }
+  void ended() override { line_.clear(); }
+
+ private:
+  TerminalLine line_;
+};
+
+}  // namespace
+
+Proof::Limits ProofOptions::limits() const {
+  static ProofOnTerminal terminal;
+  const Kelp::Duration seconds(seconds_);
+  return {seconds, static_cast<size_t>(memory_) << 20, seconds, terminal.isThere() ? &terminal : nullptr};
+}
+void ProofOptions::addPartly(CLI::App& command, CLI::Option* needed) {
+  command
+      .add_flag("--partly", partly_, "tell of which rules earlier ones take a part, and what is left, too")
+      ->needs(needed);
+}
 void ProofOptions::addTo(CLI::App& command, CLI::Option* needed) {
   CLI::Option* const options[] = {
       command.add_option("--proof-seconds", seconds_, "after so long stop, and say what was not looked at")

@@ -2,7 +2,7 @@
 
 #include <agent/change/Sources.h>
 #include <agent/core/Texts.h>
-#include <agent/proof/PacketSets.h>
+#include <agent/proof/Sayings.h>
 
 #include <cstdint>
 #include <optional>
@@ -57,11 +57,16 @@ class ProofOptions {
  public:
   /// `needed`: an option without which they have no sense, or null.
   void addTo(CLI::App& command, CLI::Option* needed = nullptr);
-  Proof::Limits limits() const { return {Kelp::Duration(seconds_), static_cast<size_t>(memory_) << 20}; }
+  /// And `--partly`, for what is told of lists.
+  void addPartly(CLI::App& command, CLI::Option* needed);
+  Proof::Say say() const { return partly_ ? Proof::Say::partsToo : Proof::Say::oddities; }
+  /// With a watcher when standard error is a terminal.
+  Proof::Limits limits() const;
 
  private:
   double seconds_ = 60;
   int memory_ = 1024;
+  bool partly_ = false;
 };
 
 }  // namespace Agent

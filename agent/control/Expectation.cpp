@@ -5,6 +5,7 @@
 #include <agent/control/PacketSearch.h>
 #include <agent/core/Words.h>
 #include <agent/explain/FrameArgument.h>
+#include <agent/proof/Condition.h>
 
 #include <algorithm>
 #include <utility>
@@ -77,8 +78,19 @@ bool readOf(Cursor& at, const std::string& all, Expectation* expected) {
   if (!takeRule(rest, &expected->rule))
     return at.fail("by rule and a number, or by no rule, behind the packet");
   std::string wrong;
-  expected->frame = readFrameText(rest, &wrong);
+  const auto octets = octetsOfHex(rest);
+  expected->frame =
+      octets ? Frame{*octets, static_cast<uint32_t>(octets->size())} : readFrameText(rest, &wrong);
   return expected->frame || at.fail("a packet as velo explain takes it: " + wrong);
+}
+
+/// Whether a condition is written for MAC lists, and for no other.
+bool isOfFrames(const std::string& condition) {
+  const auto isOf = [&condition](Acl::AclType type) {
+    std::string wrong;
+    return Proof::readCondition(type, condition, &wrong).has_value();
+  };
+  return !isOf(Acl::AclType::ip) && !isOf(Acl::AclType::ipv6) && isOf(Acl::AclType::mac);
 }
 
 bool readLine(Cursor& at, Expectation* expected) {
@@ -158,6 +170,7 @@ std::optional<Fulfilment> Expecting::ofAll(const Expectation& expected, std::str
                           .to = expected.to,
                           .where = expected.condition,
                           .limits = limits_};
+  if (isOfFrames(expected.condition)) question.type = Acl::AclType::mac;
   const auto found = packetSearch(question, sources_.layers(), wrong);
   if (!found) return std::nullopt;
   for (const Json& kind : found->at("kinds")) {

@@ -19,7 +19,8 @@ namespace Agent {
 ///   expect all|none permit|pass|deny|drop PLACE: CONDITION
 ///
 /// PLACE is `on PORT in`, `on PORT out` or `from PORT to PORT`; PACKET is as `velo explain` takes it,
-/// CONDITION as `velo find` does.
+/// or as the octets of a frame; CONDITION as `velo find` does. One that only MAC lists could ask is about
+/// them.
 struct Expectation {
   int line = 0;
   std::string text;  ///< the line as it was written

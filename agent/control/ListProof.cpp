@@ -39,12 +39,12 @@ std::vector<Standing> bySize(const Effective& effective) {
 
 /// Calls visit(list, sayings) for each list of which `isAsked` says so.
 template <class IsAsked, class Visit>
-void proveEach(const Effective& effective, const Proof::Limits& limits, const IsAsked& isAsked,
-               const Visit& visit) {
+void proveEach(const Effective& effective, const Proof::Limits& limits, Proof::Say say,
+               const IsAsked& isAsked, const Visit& visit) {
   const Kelp::Duration begin = Kiv::steadyClock().now();
   for (const Standing& at : bySize(effective)) {
     if (!isAsked(*at.key)) continue;
-    visit(at, Proof::sayingsOf(at.list(), limits.leftSince(begin, Kiv::steadyClock().now())));
+    visit(at, Proof::sayingsOf(at.list(), limits.leftSince(begin, Kiv::steadyClock().now()), say));
   }
 }
 
@@ -78,14 +78,14 @@ void addSayings(Json& list, const Standing& at, const Proof::Sayings& said) {
 }  // namespace
 
 ListProof proveLists(const Layers& layers, const Proof::Limits& limits,
-                     const std::optional<std::string>& source) {
+                     const std::optional<std::string>& source, Proof::Say say) {
   const Effective effective(layers);
   ListProof proof;
   WarningCollector found;
   const auto isAsked = [&](const Config::ListKey& key) {
     return !source || effective.lists.at(key).source == *source;
   };
-  proveEach(effective, limits, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
+  proveEach(effective, limits, say, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
     const std::string title = listTitle(at.key->first, at.key->second);
     for (const Proof::Saying& each : said.all)
       found.add({each.code, at.placeOf(each.sequence), title + " " + each.text, each.example});
@@ -95,7 +95,7 @@ ListProof proveLists(const Layers& layers, const Proof::Limits& limits,
   return proof;
 }
 
-void addFindings(Json& document, const Layers& layers, const Proof::Limits& limits) {
+void addFindings(Json& document, const Layers& layers, const Proof::Limits& limits, Proof::Say say) {
   const Effective effective(layers);
   // A new member moves the others, so it comes first.
   document["unchecked"] = Json::array();
@@ -106,7 +106,7 @@ void addFindings(Json& document, const Layers& layers, const Proof::Limits& limi
     return at == lists.end() ? nullptr : at->second;
   };
   const auto isAsked = [&](const Config::ListKey& key) { return listOf(key) != nullptr; };
-  proveEach(effective, limits, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
+  proveEach(effective, limits, say, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
     addSayings(*listOf(*at.key), at, said);
     if (!said.cutOff.empty()) document["unchecked"].push_back(cutOffText(at, said));
   });

@@ -44,7 +44,7 @@ Json checkDocument(const Checked& asked) {
   document["unchecked"] = Json::array();
   if (!asked.ports) document["unchecked"].push_back(portsUnchecked);
   if (asked.prove) {
-    const ListProof proof = proveLists(texts.sources().layers(), *asked.prove);
+    const ListProof proof = proveLists(texts.sources().layers(), *asked.prove, std::nullopt, asked.say);
     for (const Json& each : warningsJson(proof.warnings)) document["warnings"].push_back(each);
     for (const std::string& each : proof.unchecked) document["unchecked"].push_back(each);
     document["proven"] = proof.unchecked.empty();

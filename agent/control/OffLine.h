@@ -5,7 +5,7 @@
 #include <agent/core/Exit.h>
 #include <agent/core/Texts.h>
 #include <agent/explain/FrameText.h>
-#include <agent/proof/PacketSets.h>
+#include <agent/proof/Sayings.h>
 #include <nlohmann/json.hpp>
 
 #include <optional>
@@ -23,6 +23,7 @@ struct Checked {
   std::optional<PortNames> ports{};  ///< that the agent will have; nothing: not known
   Leave leave{};
   std::optional<Proof::Limits> prove{};  ///< what lists do to all packets is looked at, within these
+  Proof::Say say = Proof::Say::oddities;
 };
 /// Says what is in them: `mistakes`; and when there are none, how many `lists`, `rules` and `bindings`,
 /// `warnings` (see Warnings.h), `unchecked`: what could not be looked at, `proven` (only of what is to be

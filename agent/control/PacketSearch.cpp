@@ -201,12 +201,11 @@ class Searching {
   Proof::PacketSet wanted(AclType type, const Proof::PacketSet& among, const Proof::RuleSets& sets) const {
     const Proof::MetList own = asked_.what == What::match ? listOf(type) : nullptr;
     Proof::PacketSet passing = among, taken = among - among;
-    for (const Proof::MetList list : wayOf(type)) {
-      if (own && list == own)
-        taken = taken | Proof::TakenSets(list, passing, sets).thatAre([this](const auto& each) {
-          return each.sequence == asked_.rule;
-        });
-      passing = Proof::permitted(list, passing, sets);
+    const Way way = wayOf(type);
+    for (const Proof::MetList list : way) {
+      if (own && list == own) taken = taken | takenBy(*list, asked_.rule, passing, sets);
+      // What comes to the only list there is needs no more.
+      if (!own || way.size() > 1) passing = Proof::permitted(list, passing, sets);
     }
     if (own) return taken;
     return asked_.what == What::permit ? passing : among - passing;

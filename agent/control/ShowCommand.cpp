@@ -65,6 +65,7 @@ class ShowCommand final : public Command {
         app().add_flag("--lint", lint_,
                        "of access-lists: what all packets show of each rule, as velo check --prove tells it");
     proof_.addTo(app(), lint);
+    proof_.addPartly(app(), lint);
     addFormat(
         app(), "--format",
         "of configuration: what to write it as; of access-lists, ietf or openconfig: the same with what was counted",
@@ -151,7 +152,7 @@ class ShowCommand final : public Command {
   /// Adds what this program proves of the lists, on its own processor time.
   bool linted(ControlClient& agent, nlohmann::ordered_json& document, std::string* wrong) const {
     const auto inForce = sourcesInForce(agent, wrong);
-    if (inForce) addFindings(document, inForce->sources.layers(), proof_.limits());
+    if (inForce) addFindings(document, inForce->sources.layers(), proof_.limits(), proof_.say());
     return inForce.has_value();
   }
 

@@ -8,6 +8,8 @@
 #include <agent/core/Words.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
 
 namespace Agent {
 
@@ -20,7 +22,8 @@ constexpr const char* testHelp =
     "  expect pass|drop on PORT in: PACKET [by rule N | by no rule]\n"
     "  expect all|none pass|drop from PORT to PORT: CONDITION\n"
     "with on PORT in, on PORT out or from PORT to PORT as the place; permit and deny are pass and drop. PACKET is\n"
-    "as velo explain takes it, CONDITION as velo find does.\n"
+    "as velo explain takes it, CONDITION as velo find does. A line that cannot be looked at is told with its\n"
+    "place, and the others are looked at all the same.\n"
     "\nExit status: 0 all of it is so, 1 something is not, 2 bad usage or configuration.";
 
 /// A text as it stands in XML.
@@ -56,18 +59,20 @@ std::string testText(const Json& document) {
                         each.at("line").get<int>(), each.at("text").get<std::string>());
     if (!holds) text += fmt::format("       {}\n", becauseOf(each));
   }
+  if (document.at("results").empty()) return text;
   return text +
          fmt::format("{} of {} are so\n", good, countText(document.at("results").size(), "expectation"));
 }
 
 /// As CI systems read it.
 std::string junitText(const Json& document) {
-  const Json& results = document.at("results");
+  const Json &results = document.at("results"), &mistakes = document.at("mistakes");
   const auto failed = std::count_if(results.begin(), results.end(),
                                     [](const Json& each) { return each.at("holds") == false; });
   std::string text = fmt::format(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"velo\" tests=\"{}\" failures=\"{}\">\n",
-      results.size(), failed);
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"velo\" tests=\"{}\" failures=\"{}\" "
+      "errors=\"{}\">\n",
+      results.size() + mistakes.size(), failed, mistakes.size());
   for (const Json& each : results) {
     text += fmt::format("  <testcase classname=\"{}\" name=\"{}: {}\"",
                         escaped(each.at("file").get<std::string>()), each.at("line").get<int>(),
@@ -76,6 +81,9 @@ std::string junitText(const Json& document) {
                 ? "/>\n"
                 : fmt::format(">\n    <failure message=\"{}\"/>\n  </testcase>\n", escaped(becauseOf(each)));
   }
+  for (const Json& each : mistakes)
+    text += fmt::format("  <testcase name=\"{0}\">\n    <error message=\"{0}\"/>\n  </testcase>\n",
+                        escaped(each.get<std::string>()));
   return text + "</testsuite>\n";
 }
 
@@ -96,34 +104,35 @@ class TestCommand final : public Command {
 
   Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string& plugin) const override {
+    // Whatever ends this run, the results of another one are not taken for its own.
+    std::error_code none;
+    if (std::filesystem::is_regular_file(junit_, none)) std::filesystem::remove(junit_, none);
     std::vector<std::string> wrong;
     const auto files = read(wrong);
-    tellMistakes(wrong);
-    if (!wrong.empty()) return exitUsage;
     const ConfigurationReader reader(texts_, control());
     const auto sources = reader.read(config_);
-    if (!sources) return exitUsage;
+    if (!sources) {
+      tellMistakes(wrong);
+      return exitUsage;
+    }
     const Expecting expecting(*sources, reader.portsOf(config_), plugin, proof_.limits());
-    bool all = true;
     Json results = Json::array();
     for (const auto& [name, expectations] : files) {
       for (const Expectation& each : expectations) {
         std::string why;
-        const auto found = expecting.fulfilled(each, &why);
-        if (!found) {
-          complain(fmt::format("{}:{}: {}", name, each.line, why));
-          return exitUsage;
-        }
-        all = all && found->holds;
-        results.push_back({{"file", name},
-                           {"line", each.line},
-                           {"text", each.text},
-                           {"holds", found->holds},
-                           {"why", found->why},
-                           {"example", found->example}});
+        if (const auto found = expecting.fulfilled(each, &why))
+          results.push_back({{"file", name},
+                             {"line", each.line},
+                             {"text", each.text},
+                             {"holds", found->holds},
+                             {"why", found->why},
+                             {"example", found->example}});
+        else
+          wrong.push_back(fmt::format("{}:{}: {}", name, each.line, why));
       }
     }
-    return tell({{"results", std::move(results)}}, all);
+    tellMistakes(wrong);
+    return tell({{"results", std::move(results)}, {"mistakes", wrong}});
   }
 
  private:
@@ -144,7 +153,7 @@ class TestCommand final : public Command {
     return files;
   }
 
-  Exit tell(const Json& document, bool all) const {
+  Exit tell(const Json& document) const {
     if (!junit_.empty()) {
       if (const auto why = saveText(junit_, junitText(document))) {
         complain(*why);
@@ -152,6 +161,10 @@ class TestCommand final : public Command {
       }
     }
     if (!Agent::print(json() ? linesOf(document) : testText(document))) return exitUsage;
+    if (!document.at("mistakes").empty()) return exitUsage;
+    const Json& results = document.at("results");
+    const bool all = std::all_of(results.begin(), results.end(),
+                                 [](const Json& each) { return each.at("holds") == true; });
     return all ? exitDone : exitUnread;
   }
 

@@ -61,18 +61,27 @@ bool isPermittedBefore(const Config::List& list, const RuleSets& sets, uint32_t 
 std::optional<Slip> firstSlip(const Config::List& list, const RuleSets& sets,
                               const std::set<uint32_t>& dead) {
   if (list.type == Acl::AclType::mac) return std::nullopt;
-  std::vector<std::pair<const Config::Rule*, PacketSet>> ofFragments;
+  struct OfFragments {
+    const Config::Rule& rule;
+    PacketSet fragments;
+    bool ofOthersToo;
+    uint32_t sequence() const { return Config::common(rule).sequence; }
+  };
+  std::vector<OfFragments> ofFragments;
   for (const auto& [sequence, rule] : list.rules) {
-    PacketSet fragments = sets.of(rule) & sets.laterFragments();
-    if (!fragments.isEmpty()) ofFragments.emplace_back(&rule, std::move(fragments));
+    const PacketSet asked = sets.of(rule);
+    PacketSet fragments = asked & sets.laterFragments();
+    if (!fragments.isEmpty()) ofFragments.push_back({rule, fragments, fragments != asked});
   }
   for (const auto& [sequence, rule] : list.rules) {
     if (!deniesByPort(rule) || dead.contains(sequence)) continue;
     PacketSet left = laterFragmentsOf(rule, sets);
-    for (const auto& [other, fragments] : ofFragments) {
-      const PacketSet met = left & fragments;
-      if (!met.isEmpty() && permits(*other))
-        return Slip{sequence, Config::common(*other).sequence, sets.exampleOf(met)};
+    for (const OfFragments& other : ofFragments) {
+      const PacketSet met = left & other.fragments;
+      // What an earlier rule permits with its ports is not denied by this one: nothing slips by.
+      const bool isMeant = other.ofOthersToo && other.sequence() < sequence;
+      if (!met.isEmpty() && permits(other.rule) && !isMeant)
+        return Slip{sequence, other.sequence(), sets.exampleOf(met)};
       left = left - met;
     }
   }

@@ -57,8 +57,7 @@ class Analysis {
     for (size_t i = 0; i + 1 < rules_.size(); ++i) {
       if (auto finding = neverMatches(i)) take(i, std::move(*finding), all);
     }
-    while (takeRedundant(all)) {
-    }
+    takeRedundant(all);
     return all;
   }
 
@@ -71,18 +70,15 @@ class Analysis {
   }
   bool permits(size_t at) const { return rules_[at].effect % 2 != 0; }
 
-  /// Takes rules away that change nothing, each beside those that are left; returns whether there were some,
-  /// for then others may have become so.
-  bool takeRedundant(std::vector<RuleFinding>& all) {
-    bool some = false;
-    for (size_t i = 0; i + 1 < rules_.size(); ++i) {
+  /// Takes rules away that change nothing, each beside those that are left. When a rule goes, only earlier
+  /// ones may begin to change nothing: a later one takes at least what it took before, and what lies behind
+  /// it is the same. So one way from the end to the beginning finds all of them.
+  void takeRedundant(std::vector<RuleFinding>& all) {
+    for (size_t i = rules_.size() - 1; i-- > 0;) {
       if (rules_[i].isDead || !mayGo(i)) continue;
-      auto finding = judge(i);
-      if (!finding) continue;
-      take(i, std::move(*finding), all);
-      some = true;
+      sets_.sets().cameTo(rules_.size() - i, rules_.size());
+      if (auto finding = judge(i)) take(i, std::move(*finding), all);
     }
-    return some;
   }
   void take(size_t at, RuleFinding finding, std::vector<RuleFinding>& all) {
     all.push_back(std::move(finding));
@@ -97,6 +93,7 @@ class Analysis {
     addAll(Effects::ofVerdict);
     const size_t rest = rules_.size() - 1;
     for (size_t i = 0; i < rest; ++i, ++found_.judged) {
+      sets_.sets().cameTo(i, rest);
       if (auto finding = judge(i)) found_.rules.push_back(std::move(*finding));
       permits_ = permits_ || (permits(i) && !rules_[i].isDead);
       drops_ = drops_ || (!permits(i) && !rules_[i].isDead);
@@ -153,13 +150,16 @@ class Analysis {
 
   /// To what of all that a rule asks for something else happens behind it.
   PacketSet otherwise(size_t at, const Near& later) const {
-    const auto& rule = rules_[at];
-    PacketSet other = rule.effect != 0 ? rule.asked : PacketSet();
-    for (size_t i = later.size(); i-- > 0;) {
+    const uint32_t effect = rules_[at].effect;
+    PacketSet left = rules_[at].asked;
+    std::vector<PacketSet> others;
+    for (size_t i = 0; i < later.size() && !left.isEmpty(); ++i) {
       const auto& next = rules_[later[i]];
-      other = next.effect == rule.effect ? other - next.asked : other | (rule.asked & next.asked);
+      if (next.effect != effect) others.push_back(left & next.asked);
+      left = left - next.asked;
     }
-    return other;
+    if (effect != 0) others.push_back(std::move(left));
+    return joined(std::move(others));
   }
 
   /// Those that take what a rule asks for. When one asks for all of it behind very many others, that one

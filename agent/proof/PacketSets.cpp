@@ -44,11 +44,28 @@ struct State {
   Kelp::Duration deadline, seconds;
   size_t memory = 0;
   Spent spent = Spent::none;
+  Watcher* watcher = nullptr;
+  Kelp::Duration begin, nextTold;
+  size_t done = 0, all = 0;
+  bool told = false;
 };
 State state;
 std::atomic<bool> owned = false;
 
 bool isLate() { return state.clock->now() > state.deadline; }
+
+constexpr double secondsUntilTold = 1, secondsBetweenTold = 0.2;
+
+/// Not from within the library: who is told may throw.
+void tellWatcher() {
+  if (!state.watcher) return;
+  const Kelp::Duration now = state.clock->now();
+  if (now < state.nextTold) return;
+  state.nextTold = now.later(Kelp::Duration(secondsBetweenTold));
+  state.told = true;
+  state.watcher->cameTo({now.seconds() - state.begin.seconds(),
+                         static_cast<size_t>(bdd_getallocnum()) * octetsOfAll, state.done, state.all});
+}
 
 [[noreturn]] void leave(Spent spent) {
   state.spent = spent;
@@ -75,6 +92,7 @@ extern "C" void whenGarbageIsCollected(int, bddGbcStat*) {
 /// Does some work of the library. What `work` has on the stack needs no destruction.
 template <class Work>
 int guarded(const Work& work) {
+  tellWatcher();
   if (state.spent == Spent::none && isLate()) state.spent = Spent::time;
   if (state.spent != Spent::none || setjmp(state.back) != 0) tellSpent();
   return work();
@@ -111,7 +129,10 @@ void stop() {
     if (state.spent == Spent::machine) mend();
     bdd_done();
   }
+  if (state.told) state.watcher->ended();
   state.spent = Spent::none;
+  state.watcher = nullptr;
+  state.told = false;
   owned = false;
 }
 
@@ -148,8 +169,12 @@ PacketSets::PacketSets(unsigned bits, const Limits& limits, const Kiv::Clock& cl
   KELP_ASSERT(!owned.exchange(true), "a second analysis at the same time");
   state.clock = &clock;
   state.seconds = limits.asked;
-  state.deadline = clock.now().later(limits.seconds);
+  state.begin = clock.now();
+  state.deadline = state.begin.later(limits.seconds);
   state.memory = limits.memory;
+  state.watcher = limits.watcher;
+  state.nextTold = state.begin.later(Kelp::Duration(secondsUntilTold));
+  state.done = state.all = 0;
   try {
     start(static_cast<int>(bits));
   } catch (...) {
@@ -285,6 +310,11 @@ unsigned PacketSets::bitsToAvoid(const PacketSet& set, const Bits& bits, BitSpan
 }
 
 double PacketSets::sizeOf(const PacketSet& set) const { return bdd_satcount(set.root_); }
+
+void PacketSets::cameTo(size_t done, size_t all) const {
+  state.done = done;
+  state.all = all;
+}
 
 size_t PacketSets::memory() const { return static_cast<size_t>(bdd_getallocnum()) * octetsOfAll; }
 

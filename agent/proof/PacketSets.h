@@ -14,16 +14,32 @@
 
 namespace Proof {
 
+/// How far long work has come.
+struct Progress {
+  double seconds = 0;        ///< since the sets were made
+  size_t memory = 0;         ///< octets, of the tables
+  size_t done = 0, all = 0;  ///< of what is worked at, such as rules; 0: not known
+};
+/// Is told of it, not more often than people can read, when work takes more than a second.
+class Watcher {
+ public:
+  virtual ~Watcher() = default;
+  virtual void cameTo(const Progress& progress) = 0;
+  /// The sets are gone; only after cameTo().
+  virtual void ended() = 0;
+};
+
 /// How much may be spent. What goes beyond it ends with LimitReached.
 struct Limits {
   Kelp::Duration seconds{10};
   size_t memory = size_t{1} << 30;  ///< octets, of the tables of all sets
   Kelp::Duration asked = seconds;   ///< what a sentence about the limit tells
+  Watcher* watcher = nullptr;       ///< outlives the work; null: nobody looks
 
   /// For the next piece of one question that has been worked at since `begin`.
   Limits leftSince(Kelp::Duration begin, Kelp::Duration now) const {
     return {Kelp::Duration(std::max(0., seconds.seconds() - (now.seconds() - begin.seconds()))), memory,
-            asked};
+            asked, watcher};
   }
 };
 
@@ -108,6 +124,8 @@ class PacketSets {
   unsigned bitsToAvoid(const PacketSet& set, const Bits& bits, BitSpan span) const;
   /// How many assignments a set has, more or less.
   double sizeOf(const PacketSet& set) const;
+  /// What a watcher is told next.
+  void cameTo(size_t done, size_t all) const;
   /// How large the table is by now, in octets.
   size_t memory() const;
 

@@ -1,5 +1,6 @@
 #include <agent/proof/Example.h>
 #include <agent/proof/Habits.h>
+#include <agent/proof/PartlyTaken.h>
 #include <agent/proof/RulesText.h>
 #include <agent/proof/Sayings.h>
 #include <fmt/format.h>
@@ -30,7 +31,7 @@ class Speaker {
  public:
   Speaker(const Config::List& list, const RuleSets& sets) : list_(list), sets_(sets) {}
 
-  Sayings run() {
+  Sayings run(Say asked) {
     const ListFindings found = analyse(list_, sets_);
     for (const RuleFinding& each : found.rules) dead_.insert(each.sequence);
     more_ = found.cutOff.empty();
@@ -38,6 +39,8 @@ class Speaker {
     if (found.passesAll) say("list-passes-all", 0, "passes everything", found.example);
     if (found.passesNothing) say("list-passes-nothing", 0, "passes nothing", found.example);
     unlessCutOff([this] { speakOfFragments(); });
+    if (asked == Say::partsToo)
+      unlessCutOff([this] { speakOfParts(); }, "of which further rules earlier ones take a part");
     if (!found.cutOff.empty())
       said_.cutOff = cutOffText(list_.rules.size() - found.judged, list_.rules.size(), found.cutOff);
     std::stable_sort(said_.all.begin(), said_.all.end(), [](const Saying& a, const Saying& b) {
@@ -56,14 +59,15 @@ class Speaker {
 
   /// Works something out with the sets, if no limit has ended that; whatever was found before is told anyway.
   template <class Work>
-  void unlessCutOff(const Work& work) {
+  void unlessCutOff(
+      const Work& work,
+      std::string_view what = "whether rules ask for established in vain or later fragments slip by") {
     if (!more_) return;
     try {
       work();
     } catch (const LimitReached& limit) {
       more_ = false;
-      said_.cutOff = fmt::format("whether rules ask for established in vain or later fragments slip by ({})",
-                                 limit.what());
+      said_.cutOff = fmt::format("{} ({})", what, limit.what());
     }
   }
   bool isPermittedAnyway(uint32_t rule) {
@@ -128,6 +132,22 @@ class Speaker {
         slip->example);
   }
 
+  static std::string boxesText(const Boxes& boxes) {
+    std::string text;
+    for (const Box& each : boxes.all) text += (text.empty() ? "" : ", or ") + each.words;
+    return text + (boxes.more ? ", or more" : "");
+  }
+  void speakOfParts() {
+    constexpr size_t mostBoxes = 3;
+    forEachPartlyTaken(list_, sets_, mostBoxes, [this](const PartlyTaken& part) {
+      say("rule-partly-taken", part.sequence,
+          fmt::format("rule {} gets a part of what it asks for: {} {} {}; left is {}", part.sequence,
+                      rulesText(part.by), part.by.size() == 1 ? "takes" : "take", boxesText(part.taken),
+                      boxesText(part.left)),
+          part.example);
+    });
+  }
+
   const Config::List& list_;
   const RuleSets& sets_;
   std::set<uint32_t> dead_;  // rules that make no difference
@@ -137,10 +157,10 @@ class Speaker {
 
 }  // namespace
 
-Sayings sayingsOf(const Config::List& list, const Limits& limits, const Kiv::Clock& clock) {
+Sayings sayingsOf(const Config::List& list, const Limits& limits, Say say, const Kiv::Clock& clock) {
   try {
     const RuleSets sets(list.type, limits, clock);
-    return Speaker(list, sets).run();
+    return Speaker(list, sets).run(say);
   } catch (const LimitReached& limit) {
     return {{}, cutOffText(list.rules.size(), list.rules.size(), limit.what())};
   }

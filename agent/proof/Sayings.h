@@ -25,9 +25,15 @@ struct Sayings {
   std::string cutOff;       ///< what was not looked at because of a limit; empty: nothing
 };
 
+/// What is told of a list.
+enum class Say : uint8_t {
+  oddities,  ///< what is probably not meant
+  partsToo,  ///< and of which rules earlier ones take a part, which is often meant
+};
+
 /// Analyses a list, and puts in words what is probably not meant. A last rule that denies is no news though
 /// nothing changes without it: it is written for its counter.
-Sayings sayingsOf(const Config::List& list, const Limits& limits,
+Sayings sayingsOf(const Config::List& list, const Limits& limits, Say say = Say::oddities,
                   const Kiv::Clock& clock = Kiv::steadyClock());
 
 }  // namespace Proof

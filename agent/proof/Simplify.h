@@ -25,7 +25,8 @@ struct SimplerList {
 /// Leaves out what needlessOf() says, and joins what then stands side by side: rules with the same action
 /// that differ in one field, where one rule can say the same. A rule with `log`, a mirror session or
 /// object-groups is joined with no other. Remarks stay: those of a rule that is left out go to the next one.
-/// The result is compared with the list before it is returned. Throws LimitReached.
+/// Each step is proven beside the rules that are left, and is one after which every packet meets the same.
+/// Throws LimitReached.
 SimplerList simplify(const Config::List& list, const RuleSets& sets);
 
 }  // namespace Proof

@@ -7,7 +7,9 @@ namespace Proof {
 TakenSets::TakenSets(MetList list, const PacketSet& among, const RuleSets& sets) : isList_(list != nullptr) {
   PacketSet left = among;
   if (list) {
+    size_t done = 0;
     for (const auto& [sequence, rule] : list->rules) {
+      sets.sets().cameTo(done++, list->rules.size());
       if (left.isEmpty()) return;
       const PacketSet asked = sets.of(rule);
       PacketSet taken = left & asked;
@@ -17,6 +19,13 @@ TakenSets::TakenSets(MetList list, const PacketSet& among, const RuleSets& sets)
     }
   }
   if (!left.isEmpty()) all_.push_back({0, nullptr, std::move(left)});
+}
+
+PacketSet takenBy(const Config::List& list, uint32_t sequence, const PacketSet& among, const RuleSets& sets) {
+  const auto own = list.rules.find(sequence);
+  PacketSet left = sets.of(own->second) & among;
+  for (auto at = list.rules.begin(); at != own && !left.isEmpty(); ++at) left = left - sets.of(at->second);
+  return left;
 }
 
 Deciding TakenSets::about(const PacketSet& packets) const {

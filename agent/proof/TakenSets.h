@@ -9,6 +9,9 @@
 
 namespace Proof {
 
+/// What of some packets one rule of a list takes: the same as TakenSets say, without a look at other packets.
+PacketSet takenBy(const Config::List& list, uint32_t sequence, const PacketSet& among, const RuleSets& sets);
+
 /// What of some packets each rule of a list takes: those that no earlier one does.
 class TakenSets {
  public:

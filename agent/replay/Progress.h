@@ -1,24 +1,23 @@
 #pragma once
 
+#include <agent/core/TerminalLine.h>
+
 #include <cstdint>
 
 namespace Agent {
 
-/// A line that says how far a long replay has come. Shown only when standard error is a terminal.
+/// Says how far a long replay has come.
 class Progress {
  public:
-  Progress();
-
   /// Adds the size of a file that will be read.
   void sizeAdd(uint64_t octets) { size_ += octets; }
-  bool due(uint64_t frames) const { return onTerminal_ && frames % 65536 == 0; }
+  bool due(uint64_t frames) const { return line_.isOnTerminal() && frames % 65536 == 0; }
   void show(uint64_t frames, uint64_t octetsRead);
   /// Clears the line.
-  void done();
+  void done() { line_.clear(); }
 
  private:
-  const bool onTerminal_;
-  bool shown_ = false;
+  TerminalLine line_;
   uint64_t size_ = 0;
 };
 

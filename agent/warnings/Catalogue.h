@@ -60,6 +60,8 @@ inline constexpr WarningKind warningKinds[] = {
     {"established-before-all-tcp", Consequence::surprise,
      "a rule asks for established, and such TCP is all permitted before it"},
     {"rule-changes-nothing", Consequence::note, "without a rule every packet meets the same verdict"},
+    {"rule-partly-taken", Consequence::note,
+     "earlier rules take a part of what a rule asks for; told on request only"},
     {"fragments-slip-by", Consequence::note,
      "a rule denies by port, and later fragments of such packets pass"},
     {"list-passes-all", Consequence::note, "no packet is dropped by a list"},

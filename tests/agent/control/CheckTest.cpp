@@ -150,6 +150,13 @@ TEST(Check, ProvesWhatThePageShows) {
   EXPECT_EQ(text.status, 0) << text.err;
   EXPECT_EQ(without(text.out, folder), sessionBehind(page, "$ velo check --prove --ports eth1 shadowed.acl"));
   EXPECT_EQ(runVelo({"check", "--prove", "--strict", folder + "shadowed.acl"}).status, 2);
+  const std::string partly = without(
+      runVelo({"check", "--prove", "--partly", "--ports", "eth1", folder + "repaired.acl"}).out, folder);
+  std::istringstream lines(partly);
+  std::string first, second;
+  std::getline(lines, first), std::getline(lines, second);
+  EXPECT_THAT(page, testing::HasSubstr(first + "\n        " + second + "\n        ...\n"));
+  EXPECT_EQ(runVelo({"check", "--partly", folder + "repaired.acl"}).status, 2) << "of --prove";
   EXPECT_EQ(runVelo({"check", "--proof-seconds", "1", folder + "shadowed.acl"}).status, 2) << "of --prove";
 }
 

@@ -353,6 +353,36 @@ TEST(PacketCommands, TestRefusesWhatCouldNotFail) {
   }
 }
 
+TEST(PacketCommands, TestGoesOnBehindWhatItCannotLookAt) {
+  const TempDir dir;
+  const std::string file = dir / "e.expect", junit = dir / "junit.xml", config = dir / "a.acl";
+  writeFile(
+      config,
+      "mac access-list M\n 10 deny any any arp\n 20 permit any any\ninterface eth1\n mac access-group M in\n");
+  writeFile(file,
+            "exepct deny\n"
+            "expect all drop on eth1 in: any any 0x0806\n"
+            "expect none drop on eth1 in: host 02:00:00:00:00:01 any 0x0800\n"
+            "expect none drop on eth7 in: any any\n"
+            "expect pass on eth1 in: 02000000000102000000000200100008aaaa03000000810000 by rule 20\n"
+            "expect all drop on eth1 in: any any not 0x0806\n");
+  writeFile(junit, "of another run");
+  const Ran ran = runVelo({"test", "--config", config, file, "--junit", junit});
+  EXPECT_EQ(ran.status, 2);
+  EXPECT_THAT(ran.err, HasSubstr("e.expect:1:1: found \"exepct\", expected expect"));
+  EXPECT_THAT(ran.err, HasSubstr("e.expect:4: eth7 is named nowhere"));
+  EXPECT_THAT(ran.out, HasSubstr("3 of 4 expectations are so\n")) << ran.err;
+  EXPECT_THAT(ran.out, HasSubstr("FAIL " + file + ":6: "));
+  const std::string xml = readFile(junit);
+  EXPECT_THAT(xml, HasSubstr("tests=\"6\" failures=\"1\" errors=\"2\""));
+  EXPECT_THAT(xml, HasSubstr("<error message=\"" + file + ":1:1: found &quot;exepct&quot;"));
+  const auto document = nlohmann::json::parse(runVelo({"test", "--config", config, file, "--json"}).out);
+  EXPECT_EQ(document.at("results").size(), 4u);
+  EXPECT_EQ(document.at("mistakes").size(), 2u);
+  EXPECT_EQ(runVelo({"test", "--config", dir / "none.acl", file, "--junit", junit}).status, 2);
+  EXPECT_FALSE(std::filesystem::exists(junit)) << "no results of another run are left";
+}
+
 class PacketsOfAnAgentTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -420,6 +450,8 @@ TEST_F(PacketsOfAnAgentTest, ShowTellsFindingsBesideTheRules) {
                             "all of it \\(for example udp 0.0.0.0:1024 > 0.0.0.0:9\\)\n"));
   EXPECT_THAT(text.out, HasSubstr("! passes everything (for example "));
   EXPECT_THAT(run({"show", "access-lists"}).out, Not(HasSubstr("!")));
+  EXPECT_THAT(text.out, Not(HasSubstr("gets a part")));
+  ASSERT_EQ(run({"show", "access-lists", "--partly"}).status, 2) << "of --lint";
   const auto lists = nlohmann::json::parse(run({"show", "access-lists", "--lint", "--json"}).out).at("lists");
   EXPECT_EQ(lists.at(0).at("rules").at(1).at("findings").at(0).at("code"), "rule-never-matches");
   EXPECT_EQ(lists.at(0).at("rules").at(0).at("findings"), nlohmann::json::array());

@@ -34,6 +34,46 @@ TEST(PacketSets, WorkEndsWithASentenceWhenMemoryIsSpent) {
   EXPECT_LE(sets.memory(), size_t{17} << 20);
 }
 
+TEST(PacketSets, AWatcherIsToldOfLongWorkOnly) {
+  struct Steps final : Kiv::Clock {
+    mutable double seconds = 0;
+    Kelp::Duration now() const override { return Kelp::Duration(seconds += step); }
+    double step = 0.01;
+  };
+  struct Told final : Watcher {
+    void cameTo(const Progress& progress) override { told.push_back(progress); }
+    void ended() override { ++ends; }
+    std::vector<Progress> told;
+    int ends = 0;
+  };
+  Told told;
+  Limits limits{Kelp::Duration(3600)};
+  limits.watcher = &told;
+  Steps clock;
+  const auto work = [&](int operations) {
+    const int ends = told.ends;
+    const PacketSets sets(8, limits, clock);
+    sets.cameTo(3, 9);
+    for (int i = 0; i < operations; ++i) (void)(sets.bitIs(0, true) & sets.bitIs(1, true));
+    EXPECT_EQ(told.ends, ends) << "it is still there";
+  };
+  work(5);
+  EXPECT_TRUE(told.told.empty()) << "less than a second";
+  EXPECT_EQ(told.ends, 0);
+  work(200);
+  EXPECT_EQ(told.ends, 1);
+  ASSERT_GT(told.told.size(), 2u);
+  EXPECT_LT(told.told.size(), 60u) << "not with every operation";
+  EXPECT_GE(told.told.front().seconds, 1);
+  EXPECT_EQ(told.told.front().done, 3u);
+  EXPECT_EQ(told.told.front().all, 9u);
+  EXPECT_GT(told.told.front().memory, 0u);
+  // Others that come later are not told of it.
+  limits.watcher = nullptr;
+  work(200);
+  EXPECT_EQ(told.ends, 1);
+}
+
 TEST(PacketSets, TheNextPieceOfAQuestionHasWhatIsLeftAndTellsWhatWasAsked) {
   const Limits asked{Kelp::Duration(5)};
   const Limits left = asked.leftSince(Kelp::Duration(1), Kelp::Duration(4));

@@ -91,4 +91,28 @@ inline Proof::Packet proofPacket(const Differential::Fields& from) {
   return packet;
 }
 
+inline Differential::Fields fieldsOf(const Proof::Packet& from) {
+  using Proof::Field;
+  const auto wide = [&from](Field field) {
+    return (Differential::U128{from[field].high} << 64) | from[field].low;
+  };
+  Differential::Fields packet;
+  packet.source = wide(Field::source);
+  packet.destination = wide(Field::destination);
+  packet.later = from[Field::later].low != 0;
+  for (const auto& [value, field] : {std::pair(&packet.protocol, Field::protocol),
+                                     {&packet.trafficClass, Field::trafficClass},
+                                     {&packet.hops, Field::hops},
+                                     {&packet.flags, Field::tcpFlags},
+                                     {&packet.icmpType, Field::icmpType},
+                                     {&packet.icmpCode, Field::icmpCode}})
+    *value = static_cast<uint8_t>(from[field].low);
+  for (const auto& [value, field] : {std::pair(&packet.vlan, Field::vlan),
+                                     {&packet.sourcePort, Field::sourcePort},
+                                     {&packet.destinationPort, Field::destinationPort},
+                                     {&packet.etherType, Field::etherType}})
+    *value = static_cast<uint16_t>(from[field].low);
+  return packet;
+}
+
 }  // namespace TestSupport

@@ -8,9 +8,10 @@ namespace {
 using TestSupport::modelOf;
 
 /// A line for each saying: "code rule: text | example".
-std::string warned(const std::string& text, const Proof::Limits& limits = {Kelp::Duration(3600)}) {
+std::string warned(const std::string& text, const Proof::Limits& limits = {Kelp::Duration(3600)},
+                   Proof::Say say = Proof::Say::oddities) {
   const auto model = modelOf(text);
-  const auto found = Proof::sayingsOf(model.lists.begin()->second, limits);
+  const auto found = Proof::sayingsOf(model.lists.begin()->second, limits, say);
   std::string all;
   for (const auto& each : found.all)
     all += fmt::format("{} {}: {} | {}\n", each.code.kind().code, each.sequence, each.text, each.example);
@@ -69,6 +70,12 @@ TEST(Sayings, SayWhatIsOddInWordsWithAnExample) {
               "packets | "
               "tcp 0.0.0.0 > 0.0.0.0 later fragment\n"},
           Row{"10 deny tcp any any eq 23\n15 deny tcp any any fragments\n20 permit ip any any\n", ""},
+          // What is permitted whole does not slip by.
+          Row{"10 permit tcp host 10.0.0.1 any\n20 deny tcp any any eq 23\n30 permit tcp any any lt 99\n",
+              ""},
+          Row{"10 permit tcp host 10.0.0.1 any fragments\n20 deny tcp any any eq 23\n30 permit tcp any any lt 99\n",
+              "fragments-slip-by 20: rule 20 denies by port, but rule 10 permits later fragments of such "
+              "packets | tcp 10.0.0.1 > 0.0.0.0 later fragment\n"},
           Row{"10 permit udp any any\n20 permit ip any any\n",
               "rule-changes-nothing 10: rule 10 changes no verdict: without it its packets are permitted, "
               "too | "
@@ -84,6 +91,23 @@ TEST(Sayings, SayWhatIsOddInWordsWithAnExample) {
           Row{"10 permit tcp any any\n20 deny ip any any\n", ""},
       })
     EXPECT_EQ(warned(std::string("ip access-list A\n") + row.rules), row.expected) << row.rules;
+}
+
+TEST(Sayings, SayOnRequestWhatIsLeftOfRules) {
+  const std::string list =
+      "ip access-list A\n10 deny tcp any any eq 22\n15 deny tcp any any fragments\n20 permit tcp any any\n"
+      "30 deny udp any any eq 53 99\n";
+  EXPECT_EQ(warned(list), "");
+  EXPECT_EQ(
+      warned(list, {Kelp::Duration(3600)}, Proof::Say::partsToo),
+      "rule-partly-taken 20: rule 20 gets a part of what it asks for: rules 10 and 15 take tcp any any eq 22, "
+      "or tcp any any fragments; left is tcp any any neq 22 | tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n");
+  // What it does not get at all is told otherwise.
+  EXPECT_EQ(
+      warned("ip access-list A\n10 permit tcp any any\n20 permit tcp any any eq 22\n30 permit udp any any\n",
+             {Kelp::Duration(3600)}, Proof::Say::partsToo),
+      "rule-never-matches 20: rule 20 never matches: rule 10 permits all of it | "
+      "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n");
 }
 
 TEST(Sayings, NameTheFirstOfManyRules) {
@@ -121,7 +145,7 @@ TEST(Sayings, ALimitWhileTheyArePutInWordsLosesNoneThatWasFound) {
   const auto& list = model.lists.begin()->second;
   size_t inWords = 0;
   for (double seconds = 1;; ++seconds) {
-    const auto said = Proof::sayingsOf(list, {Kelp::Duration(seconds)}, AskedClock());
+    const auto said = Proof::sayingsOf(list, {Kelp::Duration(seconds)}, Proof::Say::oddities, AskedClock());
     if (said.cutOff.starts_with("whether rules ask")) {
       ++inWords;
       EXPECT_EQ(said.all.size(), 3u) << "within " << seconds << " seconds";

@@ -1,4 +1,5 @@
 #include <agent/config/Writer.h>
+#include <agent/proof/Comparison.h>
 #include <agent/proof/Simplify.h>
 #include <gtest/gtest.h>
 
@@ -98,6 +99,10 @@ TYPED_TEST(SimplifyTest, EveryPacketMeetsTheSame) {
     SmallWorld<TypeParam> world(dice);
     const Config::List list = this->listOf(world, dice);
     const auto simpler = Proof::simplify(list, this->sets_);
+    if (seed % 4 == 0) {
+      const auto difference = Proof::compare(&list, &simpler.list, this->sets_, 0);
+      EXPECT_TRUE(difference.sameVerdicts() && !difference.mirrored.any() && !difference.logged.any());
+    }
     const auto packets = world.packets();
     std::set<uint32_t> matching;
     for (const Fields& packet : packets) {
