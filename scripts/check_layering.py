@@ -44,7 +44,7 @@ SYSTEM_PREFIXES = ("arpa/", "linux/", "net/", "netinet/", "sys/")
 SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h sched.h signal.h termios.h unistd.h".split())
 
 # All other foreign libraries, which a room of the program has to name, by how names of their headers begin.
-LIBRARY_HEADERS = {"bdd.h": "velo-bdd", "CLI/": "CLI11::CLI11", "libxml/": "PkgConfig::LIBXML2", "libyang/": "velo-yang", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP", "prometheus/": "prometheus-cpp::pull",
+LIBRARY_HEADERS = {"bdd.h": "velo-bdd", "CLI/": "CLI11::CLI11", "libxml/": "PkgConfig::LIBXML2", "libyang/": "velo-yang", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP", "prometheus/": "prometheus-cpp::pull", "rte_": "velo-dpdk",
                    "sqlite3": "PkgConfig::SQLITE", "zlib.h": "velo-zlib", "zstd.h": "velo-zstd"}
 
 STANDARD_HEADERS = set(

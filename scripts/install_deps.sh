@@ -7,11 +7,12 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install_deps.sh [--ci] [--sanitize] [--fuzz]
+usage: scripts/install_deps.sh [--ci] [--sanitize] [--fuzz] [--dpdk]
   --ci        also what only the checks of .ci/run use: the formatter, what makes and checks packages, a reader of annotated
               captures, a server that scrapes metrics, shells that complete
   --sanitize  also what scripts/test.sh --sanitize uses: clang with its sanitizers
   --fuzz      also what scripts/fuzz.sh uses: clang with its fuzzer
+  --dpdk      also what dpdk: ports are built with; without it the build leaves them out
 TEXT
 }
 
@@ -21,6 +22,7 @@ for argument in "$@"; do
   case $argument in
     --ci) packages+=(clang-format dpkg-dev git fish lintian tshark prometheus zsh) ;;
     --sanitize | --fuzz) packages+=(clang libclang-rt-14-dev) ;;
+    --dpdk) packages+=(libdpdk-dev dpdk-dev dpdk) ;;
     -h | --help)
       usage
       exit 0

@@ -93,7 +93,7 @@ void EventLoop::countTurn(Kelp::Duration asked, Kelp::Duration answered) {
 Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   double wait = maxWaitMs < 0 ? longestWait : std::min(maxWaitMs / 1e3, longestWait);
   if (const auto due = tasks_.timeUntilDue()) wait = std::min(wait, std::max(0.0, due->seconds()));
-  if (mayHaveMore_) wait = 0;
+  wait = std::min(wait, pause_.next(turnClock_.now(), !mayHaveMore_, Kelp::Duration(longestWait)).seconds());
   const timespec timeout = timespecOf(wait);
   epoll_event events[eventsATurn];
   const int count = epoll_pwait2(epoll_, events, eventsATurn, &timeout, nullptr);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kiv/Clock.h>
+#include <agent/core/IdlePause.h>
 #include <agent/core/Reserve.h>
 #include <agent/core/TaskLoop.h>
 
@@ -67,6 +68,9 @@ class EventLoop {
   /// One turn. When there is nothing to do it sleeps for at most `maxWaitMs`; -1: until something happens.
   void turn(int maxWaitMs);
 
+  /// How it waits when there is nothing to do.
+  IdlePause& pause() { return pause_; }
+
   /// Memory that is held back for work on the loop.
   Reserve& reserve() { return reserve_; }
 
@@ -106,6 +110,7 @@ class EventLoop {
   std::map<int, Watched> watched_;
   std::vector<Poller*> pollers_;
   LoopTimes times_;
+  IdlePause pause_;
 };
 
 }  // namespace Agent

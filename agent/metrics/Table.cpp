@@ -29,6 +29,7 @@ void tellLost(const PortSight& sight, const Put& put) {
   const PortState& state = *sight.live;
   for (const auto& [cause, count] : {std::pair("kernel_drops", state.kernelDrops),
                                      {"received_too_large", state.rxTooLarge},
+                                     {"damaged", state.rxErrors},
                                      {"too_large_to_send", state.tooLarge},
                                      {"send_failed", state.sendFailed},
                                      {"nowhere_to_go", state.nowhere}})

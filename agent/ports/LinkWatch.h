@@ -1,7 +1,7 @@
 #pragma once
 
 #include <agent/core/Descriptor.h>
-#include <agent/ports/LivePort.h>
+#include <agent/ports/PortDevice.h>
 
 #include <functional>
 #include <map>

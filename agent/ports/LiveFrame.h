@@ -15,19 +15,20 @@ namespace Agent {
 /// if the device does not.
 struct LiveFrame {
   std::span<const uint8_t> bytes;
-  Offload offload{};  ///< a copy lies in memory right before `bytes`, so that both can be sent as one piece
+  Offload offload{};           ///< right before `bytes` is room for it, so that both can be sent as one piece
+  const void* home = nullptr;  ///< whose memory it lies in, if devices can take it over; see PortDevice
+  void* buffer = nullptr;      ///< what it is there
 
-  /// The frame of what withOffload() has given.
-  static LiveFrame of(const iovec& piece) {
-    LiveFrame frame{
-        {static_cast<const uint8_t*>(piece.iov_base) + sizeof offload, piece.iov_len - sizeof offload}};
-    std::memcpy(&frame.offload, piece.iov_base, sizeof frame.offload);
-    return frame;
+  /// Whether its sender left work to the device that sends it.
+  bool hasWork() const {
+    return offload.cut != Offload::notCut || (offload.flags & Offload::needsChecksum) != 0;
   }
 
+  /// Offload and frame as one piece.
   iovec withOffload() const {
-    const uint8_t* begin = bytes.data() - sizeof offload;
-    return {const_cast<uint8_t*>(begin), sizeof offload + bytes.size()};
+    uint8_t* begin = const_cast<uint8_t*>(bytes.data()) - sizeof offload;
+    std::memcpy(begin, &offload, sizeof offload);
+    return {begin, sizeof offload + bytes.size()};
   }
 };
 

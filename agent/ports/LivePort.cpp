@@ -1,59 +1,117 @@
-#include <agent/core/Output.h>
+#include <Kelp/Assert.h>
 #include <agent/ports/LivePort.h>
-#include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace Agent {
 
-LivePort::LivePort(Port& port, std::string device, const LiveFrame& inHand)
-    : port_(port), device_(std::move(device)), inHand_(inHand) {}
+namespace {
+
+/// Frames are fetched while earlier ones are handled.
+constexpr size_t framesAhead = 2;
+
+}  // namespace
+
+LivePort::LivePort(Port& port, std::string_view kind, std::string device, std::unique_ptr<PortDevice> by,
+                   const LiveFrame& inHand)
+    : port_(port), device_(std::move(device)), by_(std::move(by)), inHand_(inHand) {
+  state_.kind = kind;
+  if (!by_->takesOffloads()) segments_ = std::make_unique<Segments>();
+}
+
+LivePort::~LivePort() = default;
 
 PortState LivePort::state() const {
   PortState state = state_;
   state.name = port_.id.name().str();
   state.device = device_;
-  state.present = fd() >= 0;
+  state.how = by_->how();
   state.nowhere = port_.nowhere;
+  const DeviceCounts counts = by_->counts();
+  state.kernelDrops = counts.drops;
+  state.rxTooLarge = counts.rxTooLarge;
+  state.rxErrors = counts.rxErrors;
   return state;
 }
 
 std::optional<std::string> LivePort::linkIs(const Link& link) {
-  auto wrong = attach(link);
-  state_.up = isOpen() && link.up;
-  state_.mtu = isOpen() ? link.mtu : 0;
+  auto wrong = by_->attach(link);
+  state_.present = by_->isOpen();
+  state_.up = state_.present && link.up;
+  state_.mtu = state_.present ? link.mtu : 0;
   state_.wrong = wrong.value_or("");
   return wrong;
 }
 
 void LivePort::linkDel() {
-  detach();
-  descriptor_.reset();
-  state_.up = false;
+  by_->detach();
+  state_.present = state_.up = false;
   state_.mtu = 0;
   state_.wrong.clear();
 }
 
-std::string LivePort::failed(std::string_view doing) {
-  const int error = errno;
-  detach();
-  descriptor_.reset();
-  errno = error;
-  return failureOf(fmt::format("{}: {}", device_, doing));
+bool LivePort::receive(FrameReceiver& to) {
+  const auto [count, more] = by_->receive(received_);
+  for (size_t i = 0; i < count; ++i) {
+    const LiveFrame& frame = received_[i];
+    if (i + framesAhead < count) __builtin_prefetch(received_[i + framesAhead].bytes.data());
+    ++state_.rxFrames;
+    state_.rxBytes += frame.bytes.size();
+    state_.rxSegments += segmentsOf(frame);
+    to.receive(port_, frame);
+  }
+  return more;
 }
 
-void LivePort::countReceived(const LiveFrame& frame) {
-  ++state_.rxFrames;
-  state_.rxBytes += frame.bytes.size();
-  state_.rxSegments += segmentsOf(frame);
+void LivePort::send(const Nimnet::Pkt& pkt) {
+  KELP_ASSERT(pkt.size() == inHand_.bytes.size(), "the packet that is sent is the frame in hand");
+  if (!isOpen()) return countUnsent(ENODEV);
+  if (!fits(inHand_)) return countUnsent(EMSGSIZE);
+  if (segments_ && inHand_.hasWork()) return sendFinished(inHand_);
+  if (collected_ == burst) sendCollected();
+  toSend_[collected_++] = inHand_;
 }
 
-void LivePort::countSent(const LiveFrame& frame) {
+bool LivePort::fits(const LiveFrame& frame) const {
+  // A device may take larger frames than a wire with this MTU carries.
+  constexpr uint32_t ethernet = 18;
+  return frame.offload.cut == Offload::notCut ? frame.bytes.size() <= state_.mtu + ethernet
+                                              : segmentsFit(frame, state_.mtu);
+}
+
+void LivePort::sendCollected() { sendNow({toSend_.data(), std::exchange(collected_, 0)}); }
+
+void LivePort::sendNow(std::span<const LiveFrame> frames) {
+  while (!frames.empty()) {
+    int error = 0;
+    const size_t sent = by_->send(frames, error);
+    for (const LiveFrame& frame : frames.first(sent)) {
+      ++state_.txFrames;
+      state_.txBytes += frame.bytes.size();
+      state_.txSegments += segmentsOf(frame);
+    }
+    frames = frames.subspan(sent);
+    if (frames.empty() || (sent > 0 && error == 0)) continue;
+    countUnsent(error);
+    frames = frames.subspan(1);
+  }
+}
+
+void LivePort::sendFinished(const LiveFrame& frame) {
+  flush();  // order is kept
+  auto pieces = segments_->of(frame);
+  if (pieces.empty()) return countUnsent(EMSGSIZE);
+  while (!pieces.empty()) {
+    int error = 0;
+    const size_t sent = by_->send(pieces.first(std::min(pieces.size(), burst)), error);
+    if (sent == 0) return countUnsent(error);
+    pieces = pieces.subspan(sent);
+  }
   ++state_.txFrames;
   state_.txBytes += frame.bytes.size();
   state_.txSegments += segmentsOf(frame);
 }
-
-void LivePort::countUnsent(int error) { ++(error == EMSGSIZE ? state_.tooLarge : state_.sendFailed); }
 
 }  // namespace Agent

@@ -1,87 +1,74 @@
 #pragma once
 
-#include <agent/core/Descriptor.h>
-#include <agent/forward/Forwarder.h>
-#include <agent/ports/LiveFrame.h>
+#include <agent/forward/Port.h>
+#include <agent/ports/PortDevice.h>
 #include <agent/ports/PortState.h>
+#include <agent/ports/Segments.h>
 
+#include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace Agent {
 
-/// A network device as the kernel shows it.
-struct Link {
-  std::string name;
-  int index = 0;
-  bool up = false;  ///< administratively, and the carrier is there
-  uint32_t mtu = 0;
-};
-
-/// A port on a device of the running system: an interface, a TAP device. It is a sink: it collects frames and
-/// sends them when it is flushed. The device may be missing or go away; frames to it then count as not sent.
+/// A live port: a device, and what is counted of the frames that go by it. It is a sink: it collects frames
+/// and sends them when it is flushed. While its device is missing, frames to it count as not sent.
 ///
-/// A burst is receive() of one port, then flush() of all ports, then release() of the first. Received frames
-/// stay where they are until release(), so that they need not be copied to be sent.
-///
-/// A kind of port says how it is opened on a device (attach) and how it receives and sends.
-class LivePort : public FrameSink {
+/// A burst is receive() of one port, then flush() of all ports, then release() of the first (see PortDevice).
+class LivePort final : public FrameSink {
  public:
-  /// How many frames are received or sent at once.
-  static constexpr size_t burst = 64;
+  static constexpr size_t burst = PortDevice::burst;
 
   /// `inHand` is the frame that the forwarder is handling now, the same for all ports. Port and frame outlive
-  /// this object.
-  LivePort(Port& port, std::string device, const LiveFrame& inHand);
+  /// this object. `device` is its name.
+  LivePort(Port& port, std::string_view kind, std::string device, std::unique_ptr<PortDevice> by,
+           const LiveFrame& inHand);
+  ~LivePort() override;
 
-  /// Makes the device if this kind of port makes its own, before anybody looks for it. Returns what went
-  /// wrong.
-  virtual std::optional<std::string> open() { return std::nullopt; }
   /// The device is there, or has changed: opens the port on it if it is not open. Returns what went wrong.
   std::optional<std::string> linkIs(const Link& link);
   /// The device is gone: closes the port.
   void linkDel();
 
-  /// The descriptor to wait for when there is nothing to receive; -1 while the port is not open.
-  int fd() const { return descriptor_.get(); }
   /// Receives the frames that are there, at most a burst. Returns whether there may be more.
-  virtual bool receive(FrameReceiver& to) = 0;
-  /// Gives the received frames back to the kernel.
-  virtual void release() {}
+  bool receive(FrameReceiver& to);
+  void release() { by_->release(); }
+  void send(const Nimnet::Pkt& pkt) override;
   /// Sends the frames that were collected.
-  virtual void flush() {}
-  /// Clears the error that the descriptor has.
-  virtual void clearError() {}
-  /// From now on no new frame is received; those that have arrived already still can be.
-  virtual void stopReceiving() = 0;
+  void flush() {
+    if (collected_ > 0) sendCollected();
+  }
 
   Port& port() const { return port_; }
   /// The name of the device.
   const std::string& device() const { return device_; }
+  PortDevice& by() const { return *by_; }
+  bool isOpen() const { return state_.present; }
   /// Link state and counters as they are now.
-  virtual PortState state() const;
+  PortState state() const;
 
- protected:
-  /// Makes sure that the port is open on this device. Returns what went wrong.
-  virtual std::optional<std::string> attach(const Link& link) = 0;
-  /// Gives up what is open beside the descriptor, which is closed next.
-  virtual void detach() {}
-
-  bool isOpen() const { return static_cast<bool>(descriptor_); }
-  /// Closes the port after a failure. Returns the text for it, and leaves errno as it is.
-  std::string failed(std::string_view doing);
-  void countReceived(const LiveFrame& frame);
-  void countSent(const LiveFrame& frame);
-  /// Counts a frame that the kernel did not send, by its error.
-  void countUnsent(int error);
+ private:
+  bool fits(const LiveFrame& frame) const;
+  void sendCollected();
+  /// Does the work that is left to the device, and sends what comes of it.
+  void sendFinished(const LiveFrame& frame);
+  /// Sends frames and counts them, as the ones that they come from: a super-frame that was cut is one.
+  void sendNow(std::span<const LiveFrame> frames);
+  void countUnsent(int error) { ++(error == EMSGSIZE ? state_.tooLarge : state_.sendFailed); }
 
   Port& port_;
   const std::string device_;
+  const std::unique_ptr<PortDevice> by_;
   const LiveFrame& inHand_;
-  Descriptor descriptor_;
   PortState state_;
+  std::unique_ptr<Segments> segments_;  // null: the device takes the work of senders
+  std::array<LiveFrame, burst> received_;
+  // Frames to be sent. The memory that they point to stays until the end of the burst.
+  size_t collected_ = 0;
+  std::array<LiveFrame, burst> toSend_;
 };
 
 }  // namespace Agent

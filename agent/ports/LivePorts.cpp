@@ -11,13 +11,16 @@ namespace Agent {
 namespace {
 
 constexpr Kelp::Duration untilNextTry{1};
+constexpr Kelp::Duration untilNextLook{0.2};
 
 }  // namespace
 
-LivePorts::LivePorts(Forwarder& forwarder, EventLoop& loop)
+LivePorts::LivePorts(Forwarder& forwarder, EventLoop& loop, PortSetup setup)
     : forwarder_(forwarder),
       loop_(loop),
       links_([this](const std::string& name, const Link* link) { handleLink(name, link); }),
+      setup_(std::move(setup)),
+      look_(0, "LivePorts look", [this] { look(); }),
       again_(0, "LivePorts", [this] { tryAgain(); }) {
   forwarder_.newPortsUpIs(false);
 }
@@ -32,53 +35,78 @@ LivePorts::~LivePorts() {
 }
 
 std::optional<std::string> LivePorts::portIs(const std::string& name, const std::string& device) {
-  std::string_view link;
-  const PortKind& kind = portKindOf(device, &link);
-  if (link.empty()) return fmt::format("{}: no device is named", name);
+  std::string wrong;
+  const auto [kind, what] = portTextOf(device, wrong);
+  auto by = kind ? kind->make(what, setup_, wrong) : nullptr;
+  if (!wrong.empty()) return fmt::format("{}: {}", name, wrong);
   for (const auto& member : members_) {
-    if (member->port->device() == link) {
-      return fmt::format("{} and {} cannot both be on {}", member->port->port().id.name(), name, link);
-    }
+    if (kind->exclusive && member->kind && member->kind->exclusive && member->port->device() == what.device)
+      return fmt::format("{} and {} cannot both be on {}", member->port->port().id.name(), name, what.device);
   }
-  capabilities_.insert(kind.capability);
-  portIs(kind.make(forwarder_.portIs(name), std::string(link), inHand_));
+  capabilities_.merge(kind->capabilities());
+  memberIs(kind, std::make_unique<LivePort>(forwarder_.portIs(name), kind->name, what.device, std::move(by),
+                                            inHand_));
   return std::nullopt;
 }
 
-void LivePorts::portIs(std::unique_ptr<LivePort> port) {
+void LivePorts::portIs(const std::string& name, std::unique_ptr<PortDevice> by) {
+  Member& member = memberIs(
+      nullptr, std::make_unique<LivePort>(forwarder_.portIs(name), "", name, std::move(by), inHand_));
+  if (const auto link = member.port->by().look()) handleLink(member, &*link);
+}
+
+LivePorts::Member& LivePorts::memberIs(const PortKind* kind, std::unique_ptr<LivePort> port) {
   port->port().sink = port.get();
-  members_.push_back(std::make_unique<Member>(*this, std::move(port)));
+  members_.push_back(std::make_unique<Member>(*this, kind, std::move(port)));
   loop_.pollerIs(members_.back().get());
+  return *members_.back();
 }
 
 std::optional<std::string> LivePorts::open() {
   opening_ = true;
   for (const auto& member : members_) {
-    if (auto wrong = member->port->open()) return wrong;
+    if (auto wrong = member->port->by().make()) return wrong;
     update(*member);
   }
   if (auto wrong = links_.open()) return wrong;
+  look();
   opening_ = false;
   if (wrong_) return wrong_;
   loop_.fdIs(links_.fd(), EPOLLIN, [this](uint32_t) { links_.read(); });
   for (const auto& member : members_) {
-    if (member->port->fd() >= 0) continue;
+    if (member->port->isOpen()) continue;
     complain(fmt::format("{}: no device {} yet", member->port->port().id.name(), member->port->device()));
   }
   return std::nullopt;
 }
 
+void LivePorts::look() {
+  bool any = false;
+  for (const auto& member : members_) {
+    if (!member->kind || member->kind->followed) continue;
+    any = true;
+    const auto link = member->port->by().look();
+    if (link == member->seen) continue;
+    member->seen = link;
+    handleLink(*member, link ? &*link : nullptr);
+  }
+  if (any) look_->scheduleTaskDelay(untilNextLook);
+}
+
 void LivePorts::handleLink(const std::string& name, const Link* link) {
   for (const auto& member : members_) {
-    if (member->port->device() != name) continue;
-    if (link) {
-      linkIs(*member, *link);
-    } else {
-      member->refused.reset();
-      member->port->linkDel();
-    }
-    update(*member);
+    if (member->kind && member->kind->followed && member->port->device() == name) handleLink(*member, link);
   }
+}
+
+void LivePorts::handleLink(Member& member, const Link* link) {
+  if (link) {
+    linkIs(member, *link);
+  } else {
+    member.refused.reset();
+    member.port->linkDel();
+  }
+  update(member);
 }
 
 void LivePorts::linkIs(Member& member, const Link& link) {
@@ -108,11 +136,14 @@ void LivePorts::update(Member& member) {
   forwarder_.portUpIs(port.port(), port.state().up);
   tellState(member);
   if (member.watched >= 0) loop_.fdDel(member.watched);
-  member.watched = port.fd();
+  member.watched = port.by().fd();
+  loop_.pause().silentIs(std::any_of(members_.begin(), members_.end(), [](const auto& each) {
+    return each->port->isOpen() && each->port->by().isSilent();
+  }));
   if (member.watched < 0) return;
   // This only wakes the loop: the frames are taken when the port is polled in the same turn.
   loop_.fdIs(member.watched, EPOLLIN, [&port](uint32_t events) {
-    if ((events & EPOLLERR) != 0) port.clearError();
+    if ((events & EPOLLERR) != 0) port.by().clearError();
   });
 }
 
@@ -144,7 +175,7 @@ bool LivePorts::burstFrom(LivePort& port) {
 }
 
 void LivePorts::drain() {
-  for (const auto& member : members_) member->port->stopReceiving();
+  for (const auto& member : members_) member->port->by().stopReceiving();
   for (const auto& member : members_) {
     while (burstFrom(*member->port)) {
     }

@@ -6,6 +6,7 @@
 #include <agent/log/LogEvent.h>
 #include <agent/ports/LinkWatch.h>
 #include <agent/ports/LivePort.h>
+#include <agent/ports/PortKinds.h>
 
 #include <memory>
 #include <optional>
@@ -21,15 +22,15 @@ namespace Agent {
 class LivePorts final : private FrameReceiver {
  public:
   /// Forwarder and loop outlive this object.
-  LivePorts(Forwarder& forwarder, EventLoop& loop);
+  LivePorts(Forwarder& forwarder, EventLoop& loop, PortSetup setup = {});
   ~LivePorts();
 
   /// Adds a port; `device` says of which kind it is and on which device (see PortKinds.h). Returns what is
   /// wrong. Nothing is opened before open() is called.
   std::optional<std::string> portIs(const std::string& name, const std::string& device);
-  /// Adds a port that the caller has made; for tests.
-  void portIs(std::unique_ptr<LivePort> port);
-  /// The frame that the forwarder is handling now, for ports that the caller makes.
+  /// Adds a port on a device that the caller has made and that the kernel does not tell of; for tests.
+  void portIs(const std::string& name, std::unique_ptr<PortDevice> by);
+  /// The frame that the forwarder is handling now.
   const LiveFrame& inHand() const { return inHand_; }
 
   /// Where devices that go and come are told of, from open() on.
@@ -49,10 +50,13 @@ class LivePorts final : private FrameReceiver {
  private:
   /// A port, as the loop asks it for bursts.
   struct Member final : Poller {
-    Member(LivePorts& owner, std::unique_ptr<LivePort> which) : all(owner), port(std::move(which)) {}
+    Member(LivePorts& owner, const PortKind* which, std::unique_ptr<LivePort> made)
+        : all(owner), kind(which), port(std::move(made)) {}
     bool poll() override { return all.burstFrom(*port); }
     LivePorts& all;
+    const PortKind* const kind;  ///< null: none of the table
     const std::unique_ptr<LivePort> port;
+    std::optional<Link> seen{};        ///< how its device was when it was looked at; see PortDevice::look()
     int watched = -1;                  ///< its descriptor, while the loop watches it
     bool present = false, up = false;  ///< what was told last
     std::optional<Link> refused{};     ///< the device is there and could not be opened
@@ -60,7 +64,11 @@ class LivePorts final : private FrameReceiver {
 
   void receive(Port& port, const LiveFrame& frame) override;
   bool burstFrom(LivePort& port);
+  Member& memberIs(const PortKind* kind, std::unique_ptr<LivePort> port);
   void handleLink(const std::string& name, const Link* link);
+  void handleLink(Member& member, const Link* link);
+  /// Looks at the devices that nobody tells of.
+  void look();
   void linkIs(Member& member, const Link& link);
   void tryAgain();
   void update(Member& member);
@@ -76,6 +84,8 @@ class LivePorts final : private FrameReceiver {
   bool opening_ = false;              // within open()
   std::optional<std::string> wrong_;  // what went wrong within open()
   LinkWatch links_;
+  const PortSetup setup_;
+  Kiv::OwnedTask look_;
   Kiv::OwnedTask again_;  // tries devices again that could not be opened: another process may have had them
 };
 

@@ -1,10 +1,17 @@
-#include <agent/ports/PacketPort.h>
+#include <agent/ports/CaptureDevice.h>
+#include <agent/ports/NullDevice.h>
+#include <agent/ports/PacketDevice.h>
 #include <agent/ports/PortKinds.h>
-#include <agent/ports/TapPort.h>
+#include <agent/ports/PortLibrary.h>
+#include <agent/ports/TapDevice.h>
+#include <agent/ports/XdpDevice.h>
+#include <fmt/format.h>
 #include <linux/capability.h>
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 namespace Agent {
@@ -12,23 +19,167 @@ namespace Agent {
 namespace {
 
 template <class Kind>
-std::unique_ptr<LivePort> make(Port& port, std::string device, const LiveFrame& inHand) {
-  return std::make_unique<Kind>(port, std::move(device), inHand);
+std::unique_ptr<PortDevice> named(const PortWhat& what, const PortSetup&, std::string&) {
+  return std::make_unique<Kind>(what.device);
 }
 
-/// The last row has the empty prefix: a text without a prefix names an interface.
+std::unique_ptr<PortDevice> null(const PortWhat&, const PortSetup&, std::string&) {
+  return std::make_unique<NullDevice>();
+}
+
+/// A number of 1 or more.
+std::optional<uint64_t> numberOf(std::string_view text) {
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number == 0) return std::nullopt;
+  return number;
+}
+
+std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup&, std::string& wrong) {
+  uint64_t repeat = 1;
+  const auto given = what.options.find("repeat");
+  const auto endless = what.options.find("endless");
+  if (endless != what.options.end()) {
+    repeat = CaptureDevice::endless;
+    if (given != what.options.end()) wrong = "repeat and endless exclude each other";
+    if (!endless->second.empty()) wrong = "endless has no value";
+  } else if (given != what.options.end()) {
+    const auto number = numberOf(given->second);
+    if (!number) wrong = fmt::format("repeat={} is no number from 1 on", given->second);
+    repeat = number.value_or(1);
+  }
+  return wrong.empty() ? std::make_unique<CaptureDevice>(what.device, repeat) : nullptr;
+}
+
+/// "3" or "0-3".
+XdpDevice::Queues queuesOf(std::string_view text) {
+  const auto number = [](std::string_view digits) -> std::optional<uint32_t> {
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (error != std::errc() || end != digits.data() + digits.size() || value >= XdpProgram::mostQueues)
+      return std::nullopt;
+    return value;
+  };
+  const size_t dash = std::min(text.find('-'), text.size());
+  const auto first = number(text.substr(0, dash));
+  const auto last = dash == text.size() ? first : number(text.substr(dash + 1));
+  if (!first || !last || *first > *last) return std::nullopt;
+  return std::pair(*first, *last);
+}
+
+std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup&, std::string& wrong) {
+  XdpDevice::Queues queues;
+  XdpMode mode = XdpMode::any;
+  for (const auto& [name, value] : what.options) {
+    if (name == "queue") {
+      queues = queuesOf(value);
+      if (!queues)
+        wrong = fmt::format("queue={} is no queue and no range of queues below {}", value,
+                            XdpProgram::mostQueues);
+      continue;
+    }
+    if (!value.empty()) wrong = fmt::format("{} has no value", name);
+    if (mode != XdpMode::any) wrong = "copy and zerocopy exclude each other";
+    mode = name == "copy" ? XdpMode::copy : XdpMode::zerocopy;
+  }
+  return wrong.empty() ? std::make_unique<XdpDevice>(what.device, queues, mode) : nullptr;
+}
+
+std::unique_ptr<PortDevice> dpdk(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
+  return deviceOfLibrary("VeloDpdk.so", what, setup, wrong);
+}
+
+template <int... capability>
+std::set<int> needs() {
+  return {capability...};
+}
+
+constexpr std::string_view ofCapture[] = {"repeat", "endless"};
+constexpr std::string_view ofXdp[] = {"queue", "copy", "zerocopy"};
+constexpr std::string_view ofDpdk[] = {"queues"};
+
+/// The first row is meant by a text without a kind.
 constexpr PortKind kinds[] = {
-    {"tap:", make<TapPort>, CAP_NET_ADMIN},
-    {"", make<PacketPort>, CAP_NET_RAW},
+    {.name = "packet",
+     .form = "[packet:]DEV",
+     .options = {},
+     .make = named<PacketDevice>,
+     .capabilities = needs<CAP_NET_RAW>,
+     .followed = true,
+     .exclusive = true,
+     .ofHost = true},
+    {.name = "tap",
+     .form = "tap:NAME",
+     .options = {},
+     .make = named<TapDevice>,
+     .capabilities = needs<CAP_NET_ADMIN>,
+     .followed = true,
+     .exclusive = true},
+    {.name = "xdp",
+     .form = "xdp:DEV[,queue=N|,queue=N-M][,copy|,zerocopy]",
+     .options = ofXdp,
+     .make = xdp,
+     .capabilities = needs<CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF>,
+     .followed = true,
+     .exclusive = true,
+     .ofHost = true},
+    {.name = "dpdk",
+     .form = "dpdk:PCI|VDEV[,queues=N]",
+     .options = ofDpdk,
+     .make = dpdk,
+     .capabilities = needs<>,
+     .exclusive = true},
+    {.name = "pcap",
+     .form = "pcap:FILE[,repeat=N|,endless]",
+     .options = ofCapture,
+     .make = capture,
+     .capabilities = needs<>},
+    {.name = "null", .form = "null:", .options = {}, .make = null, .capabilities = needs<>},
 };
+
+/// Takes the options from the end of a text, as far as they are of the kind: what it is on may have commas,
+/// too.
+PortWhat whatOf(std::string_view text, const PortKind& kind) {
+  PortWhat what;
+  for (size_t comma; (comma = text.rfind(',')) != std::string_view::npos; text = text.substr(0, comma)) {
+    const std::string_view option = text.substr(comma + 1);
+    const size_t equals = std::min(option.find('='), option.size());
+    const std::string_view name = option.substr(0, equals);
+    if (std::count(kind.options.begin(), kind.options.end(), name) == 0) break;
+    what.options.emplace(name, option.substr(std::min(equals + 1, option.size())));
+  }
+  what.device = text;
+  return what;
+}
 
 }  // namespace
 
-const PortKind& portKindOf(std::string_view text, std::string_view* device) {
-  const auto* kind = std::find_if(std::begin(kinds), std::end(kinds),
-                                  [text](const PortKind& each) { return text.starts_with(each.prefix); });
-  *device = text.substr(kind->prefix.size());
-  return *kind;
+PortText portTextOf(std::string_view text, std::string& wrong) {
+  const size_t colon = text.find(':');
+  // No device of the kernel has a colon in its name.
+  const bool named = colon != std::string_view::npos;
+  const auto* kind =
+      named ? std::find_if(std::begin(kinds), std::end(kinds),
+                           [name = text.substr(0, colon)](const PortKind& each) { return each.name == name; })
+            : std::begin(kinds);
+  if (kind == std::end(kinds)) {
+    wrong = fmt::format("there is no kind of port {} (there are {})", text.substr(0, colon), portForms());
+    return {};
+  }
+  PortText port{kind, whatOf(named ? text.substr(colon + 1) : text, *kind)};
+  const bool nothing = kind->make == null;
+  if (port.what.device.empty() != nothing) {
+    wrong = nothing ? fmt::format("{} has no device", kind->form) : "no device is named";
+    return {};
+  }
+  if (nothing) port.what.device = kind->name;
+  return port;
+}
+
+std::string portForms() {
+  std::string forms;
+  for (const PortKind& kind : kinds) forms += fmt::format("{}{}", forms.empty() ? "" : ", ", kind.form);
+  return forms;
 }
 
 }  // namespace Agent

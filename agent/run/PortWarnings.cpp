@@ -1,3 +1,4 @@
+#include <agent/ports/PortDevice.h>
 #include <agent/run/PortWarnings.h>
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -35,7 +36,7 @@ void unjoined(const std::vector<PortState>& ports, const Joined& joined, Warning
   }
 }
 
-/// A device that is not there has no MTU.
+/// A device that is not there has no MTU, and what takes any size has none that counts.
 void differentMtus(const std::vector<PortState>& ports, const Joined& joined, Warnings& warnings) {
   for (const auto& ends : joined.ends) {
     const PortState *least = nullptr, *most = nullptr;
@@ -43,7 +44,7 @@ void differentMtus(const std::vector<PortState>& ports, const Joined& joined, Wa
       for (const auto& name : portsOf(end, joined)) {
         const auto port =
             std::find_if(ports.begin(), ports.end(), [&](const auto& p) { return p.name == name; });
-        if (port == ports.end() || !port->present) continue;
+        if (port == ports.end() || !port->present || port->mtu == anySize) continue;
         if (!most || port->mtu > most->mtu) most = &*port;
         if (!least || port->mtu < least->mtu) least = &*port;
       }

@@ -2,6 +2,7 @@
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Arguments.h>
 #include <agent/metrics/MetricsOptions.h>
+#include <agent/ports/PortKinds.h>
 #include <agent/run/RunArguments.h>
 #include <agent/run/RunCommand.h>
 
@@ -22,6 +23,8 @@ class RunCommand final : public ProgramCommand {
   bool loadsPlugin() const override { return true; }
 
  private:
+  /// Adds how ports are asked for frames.
+  void addPolling();
   /// Adds what is told of matches.
   void addMatchLog();
   RunOptions options() const;
@@ -37,16 +40,17 @@ RunCommand::RunCommand(CLI::App& program)
   app().callback([this] { given_ = options(); });
   app().footer(
       "Nothing is forwarded before the whole configuration is in force. Needs CAP_NET_RAW, and CAP_NET_ADMIN "
-      "for TAP\ndevices; other rights are given up.\nExample: velo run --config edge.acl --port eth1=ens3 "
+      "for TAP\ndevices (docs/ports.md says what other kinds need); other rights are given up.\nExample: velo run --config edge.acl --port eth1=ens3 "
       "--port eth2=ens4 --patch eth1,eth2\nExit status: 0 ended by a signal, 1 a port or the socket could "
       "not be opened or "
       "the report not be written, 2 bad usage or\nconfiguration.");
   addConfigTexts(app(), options_.configs, options_.configDir, options_.limits);
   app()
-      .add_option("--port", ports_, "a port and the interface it is on, or tap:NAME; once a port")
+      .add_option("--port", ports_, "a port and what it is on; once a port. One of " + portForms())
       ->required()
-      ->type_name("NAME=DEV")
+      ->type_name("NAME=KIND:WHAT")
       ->allow_extra_args(false);
+  addPolling();
   addPatches(app(), patches_);
   app()
       .add_option("--bridge", bridges_, "join ports or port-channels by a bridge that learns addresses")
@@ -73,6 +77,25 @@ RunCommand::RunCommand(CLI::App& program)
       ->type_name("FORM");
 }
 
+void RunCommand::addPolling() {
+  app()
+      .add_option_function<std::string>(
+          "--poll",
+          [this](const std::string& word) {
+            options_.poll = word == "busy"    ? PollMode::busy
+                            : word == "sleep" ? PollMode::sleep
+                                              : PollMode::adaptive;
+          },
+          "what to do while nothing comes: busy asks on and on, adaptive does so for a moment and sleeps then, "
+          "sleep sleeps at once (default adaptive)")
+      ->check(CLI::IsMember({"busy", "adaptive", "sleep"}))
+      ->type_name("HOW");
+  app()
+      .add_option("--dpdk-args", options_.setup.dpdkArguments,
+                  "arguments for the environment of DPDK, such as \"--no-huge -m 512\"; for dpdk: ports")
+      ->type_name("ARGS");
+}
+
 void RunCommand::addMatchLog() {
   MatchLogOptions& matches = options_.matches;
   app()
@@ -91,7 +114,7 @@ void RunCommand::addMatchLog() {
 
 RunOptions RunCommand::options() const {
   RunOptions options = options_;
-  options.ports = splitAll("--port", ports_, '=', "NAME=DEV");
+  options.ports = splitAll("--port", ports_, '=', "NAME=KIND:WHAT");
   options.patches = splitAll("--patch", patches_, ',');
   for (const auto& bridge : bridges_) options.bridges.push_back(splitNames("--bridge", bridge));
   options.report = report_ == "json"   ? FinalReport::json

@@ -69,7 +69,9 @@ Run::Run(const RunOptions& options)
     : options_(options),
       deadline_(mostToEnd),
       forwarder_(core_, options.malformed),
-      ports_(forwarder_, loop_) {}
+      ports_(forwarder_, loop_, options.setup) {
+  loop_.pause().modeIs(options.poll);
+}
 
 Run::~Run() { Acl::Workshop::singleton().threadIs(false); }
 
@@ -237,8 +239,11 @@ std::optional<std::string> Run::whyNoEnd(const std::vector<std::string>& names) 
 }
 
 std::optional<Exit> Run::openPorts() {
-  for (const PortState& port : ports_.states()) {
-    if (auto wrong = claims_.claim(port.device)) return refused(exitUnread, *wrong);
+  for (const auto& [name, text] : options_.ports) {
+    std::string wrongText;
+    const auto [kind, what] = portTextOf(text, wrongText);
+    if (!kind->followed) continue;
+    if (auto wrong = claims_.claim(what.device)) return refused(exitUnread, *wrong);
   }
   ports_.logIs(tellLog());
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
@@ -258,8 +263,9 @@ Warnings Run::portWarnings() const {
   // On the device of a TAP port the host is a station.
   std::vector<std::string> devices;
   for (const auto& [name, text] : options_.ports) {
-    std::string_view device;
-    if (portKindOf(text, &device).prefix.empty()) devices.emplace_back(device);
+    std::string wrong;
+    const auto [kind, what] = portTextOf(text, wrong);
+    if (kind->ofHost) devices.push_back(what.device);
   }
   return Agent::portWarnings(ports_.states(), joined, hostUses(devices));
 }
@@ -320,10 +326,10 @@ std::optional<Exit> Run::openMetrics() {
 PortNames Run::ports() const {
   PortNames names;
   for (const auto& [name, text] : options_.ports) {
-    std::string_view device;
-    portKindOf(text, &device);
+    std::string wrong;
+    const auto [kind, what] = portTextOf(text, wrong);
     names.insert(name);
-    if (device != name) names.byDevice.emplace(device, name);
+    if (kind && kind->followed && what.device != name) names.byDevice.emplace(what.device, name);
   }
   return names;
 }

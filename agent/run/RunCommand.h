@@ -43,6 +43,8 @@ struct RunOptions {
   Leave leave;  ///< for the start, SIGHUP and the directory
   MatchLogOptions matches;
   MetricsOptions metrics;
+  PortSetup setup;
+  PollMode poll = PollMode::adaptive;
   FinalReport report = FinalReport::none;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
 };

@@ -17,6 +17,8 @@ namespace {
 
 Json liveJson(const PortState& state) {
   return {
+      {"kind", state.kind},
+      {"how", state.how},
       {"device", state.device},
       {"present", state.present},
       {"up", state.up},
@@ -27,6 +29,7 @@ Json liveJson(const PortState& state) {
       {"lost",
        {{"kernelDrops", state.kernelDrops},
         {"rxTooLarge", state.rxTooLarge},
+        {"rxErrors", state.rxErrors},
         {"tooLarge", state.tooLarge},
         {"sendFailed", state.sendFailed},
         {"nowhere", state.nowhere}}}};
@@ -88,10 +91,15 @@ std::string withoutDevice(const std::string& name, const Json& port) {
   return fmt::format("{}{}: copies to it are lost ({})\n", name, device, sessions);
 }
 
+std::string kindText(const Json& live) {
+  const std::string how = live.value("how", "");
+  return live.value("kind", "") + (how.empty() ? "" : fmt::format(" ({})", how));
+}
+
 std::string portsShownText(const Json& document, const TextStyle& style) {
   Json counted = Json::object();
   std::vector<std::vector<std::string>> live = {
-      {"port", "device", "link", "mtu", "frames in", "frames out", "lost"}};
+      {"port", "kind", "device", "link", "mtu", "frames in", "frames out", "lost"}};
   std::string wrong, without, segments;
   for (const auto& [name, port] : document.at("ports").items()) {
     if (port.contains("received")) counted[name] = port;
@@ -99,7 +107,7 @@ std::string portsShownText(const Json& document, const TextStyle& style) {
     if (!port.contains("live")) continue;
     const Json& state = port.at("live");
     const char* link = state.at("up").get<bool>() ? "up" : state.at("present").get<bool>() ? "down" : "gone";
-    live.push_back({name, valueText(state.at("device")), link,
+    live.push_back({name, kindText(state), valueText(state.at("device")), link,
                     state.at("present").get<bool>() ? valueText(state.at("mtu")) : "-",
                     valueText(state.at("received").at("frames")), valueText(state.at("sent").at("frames")),
                     lostText(state.at("lost"))});
@@ -109,8 +117,8 @@ std::string portsShownText(const Json& document, const TextStyle& style) {
   std::string text = clearedLine(document, style) + portsText(counted, style);
   if (live.size() > 1) {
     text += "\nsince the start, between port and device:\n";
-    text += tableText(live, {false, false, false, true, true, true, false}, style.colour) + segments + wrong +
-            without;
+    text += tableText(live, {false, false, false, false, true, true, true, false}, style.colour) + segments +
+            wrong + without;
   }
   return text;
 }

@@ -123,7 +123,7 @@ class Seeing(SeenTest):
     def test_ports_tell_their_mtu_and_where_copies_are_lost(self):
         self.start(CONFIG)
         self.middle.ip("link", "set", "eth1", "mtu", "1300")
-        self.assertTrue(until(lambda: re.search(r"eth1 +eth1 +up +1300 ", self.velo("show", "ports"))))
+        self.assertTrue(until(lambda: re.search(r"eth1 +packet +eth1 +up +1300 ", self.velo("show", "ports"))))
         self.assertIn("eth9 has no device: copies to it are lost (mirror session S)\n", self.velo("show", "ports"))
         self.assertIn("mirror session S to eth9 (no device: copies are lost)\n", self.velo("show", "interfaces"))
 

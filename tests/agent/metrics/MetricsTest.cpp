@@ -138,6 +138,7 @@ TEST_F(MetricsTest, PortsTellWhatTheirDevicesDid) {
   state.present = state.up = true;
   state.rxFrames = 1, state.rxBytes = 2, state.txFrames = 3, state.txBytes = 4;
   state.kernelDrops = 5, state.rxTooLarge = 6, state.tooLarge = 7, state.sendFailed = 8, state.nowhere = 9;
+  state.rxErrors = 10;
   Agent::PortState gone;
   gone.name = gone.device = "eth2";
   agent_.portStatesAre({state, gone});
@@ -147,8 +148,9 @@ TEST_F(MetricsTest, PortsTellWhatTheirDevicesDid) {
   EXPECT_EQ(startingWith("velo_port_received_bytes_total eth1", found), "=2\n");
   EXPECT_EQ(startingWith("velo_port_sent_frames_total eth1", found), "=3\n");
   EXPECT_EQ(startingWith("velo_port_sent_bytes_total eth1", found), "=4\n");
-  EXPECT_EQ(startingWith("velo_port_lost_frames_total eth1 ", found),
-            "kernel_drops=5\nnowhere_to_go=9\nreceived_too_large=6\nsend_failed=8\ntoo_large_to_send=7\n");
+  EXPECT_EQ(
+      startingWith("velo_port_lost_frames_total eth1 ", found),
+      "damaged=10\nkernel_drops=5\nnowhere_to_go=9\nreceived_too_large=6\nsend_failed=8\ntoo_large_to_send=7\n");
   EXPECT_EQ(startingWith("velo_port_up ", found), "eth1=1\neth2=0\n");
   EXPECT_EQ(startingWith("velo_port_info ", found), "eth1 ens3=1\neth2 eth2=1\n");
 }

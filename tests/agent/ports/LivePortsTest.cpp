@@ -4,8 +4,11 @@
 
 #include "../../support/Frames.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <deque>
+#include <list>
 
 namespace {
 
@@ -13,43 +16,58 @@ using namespace TestSupport;
 using Agent::LiveFrame;
 using Agent::Offload;
 
-/// A port without a device: what is to be received is put into it, and what was sent is kept.
-class FakePort final : public Agent::LivePort {
+/// What is to be received is put into it, and what was sent is kept.
+class FakeDevice final : public Agent::PortDevice {
  public:
-  using LivePort::LivePort;
-  std::optional<std::string> attach(const Agent::Link&) override { return std::nullopt; }
-  bool receive(Agent::FrameReceiver& to) override {
-    for (size_t i = 0; i < burst && !waiting.empty(); ++i) {
+  std::optional<Agent::Link> look() override { return Agent::Link{"fake", 0, true, 1500}; }
+  std::optional<std::string> attach(const Agent::Link&) override {
+    open = true;
+    return std::nullopt;
+  }
+  void detach() override { open = false; }
+  bool isOpen() const override { return open; }
+  Received receive(Frames frames) override {
+    Received received;
+    for (; received.count < burst && !waiting.empty(); ++received.count) {
       held.push_back(waiting.front());
       waiting.pop_front();
-      to.receive(port_, {held.back(), offload});
+      frames[received.count] = {held.back(), offload};
     }
-    return !waiting.empty();
+    received.more = !waiting.empty();
+    return received;
   }
   void release() override {
-    EXPECT_TRUE(held.empty() || others->collected.empty())
-        << "what was received goes behind what it is sent as";
-    held.clear();
+    // What is sent behind this is seen.
+    for (Bytes& each : held) std::fill(each.begin(), each.end(), uint8_t{0});
+    released.splice(released.end(), held);
   }
-  void send(const Nimnet::Pkt&) override { collected.push_back(inHand_); }
-  void flush() override {
-    for (const LiveFrame& each : collected) {
+  size_t send(std::span<const LiveFrame> frames, int& error) override {
+    size_t count = 0;
+    ++batches;
+    for (const LiveFrame& each : frames) {
+      if (failing > 0 && --failing >= 0) {
+        error = failsWith;
+        return count;
+      }
       sent.emplace_back(each.bytes.begin(), each.bytes.end());
       lastOffload = each.offload;
+      ++count;
     }
-    if (!collected.empty()) ++batches;
-    collected.clear();
+    return count;
   }
+  bool takesOffloads() const override { return offloads; }
   void stopReceiving() override {}
 
+  bool open = false;
+  bool offloads = true;
   std::deque<Bytes> waiting;
-  std::deque<Bytes> held;
+  std::list<Bytes> held, released;
   Offload offload{};
-  std::vector<LiveFrame> collected;
   std::vector<Bytes> sent;
   Offload lastOffload{};
   int batches = 0;
-  FakePort* others = nullptr;
+  int failing = 0;    ///< so many frames are not sent
+  int failsWith = 0;  ///< with this error
 };
 
 class LivePortsTest : public testing::Test {
@@ -57,15 +75,20 @@ class LivePortsTest : public testing::Test {
   void SetUp() override {
     a_ = add("eth1");
     b_ = add("eth2");
-    a_->others = b_;
-    b_->others = a_;
     ASSERT_EQ(forwarder_.patchIs("eth1", "eth2"), std::nullopt);
   }
-  FakePort* add(const char* name) {
-    auto made = std::make_unique<FakePort>(forwarder_.portIs(name), name, ports_.inHand());
-    FakePort* port = made.get();
-    ports_.portIs(std::move(made));
-    return port;
+  FakeDevice* add(const char* name, bool offloads = true) {
+    auto made = std::make_unique<FakeDevice>();
+    made->offloads = offloads;
+    FakeDevice* device = made.get();
+    ports_.portIs(name, std::move(made));
+    return device;
+  }
+  Agent::PortState state(const char* name) const {
+    for (auto& each : ports_.states()) {
+      if (each.name == name) return each;
+    }
+    return {};
   }
   static Bytes numbered(uint16_t number) {
     return frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(number, 53).payload(number % 100u);
@@ -76,8 +99,8 @@ class LivePortsTest : public testing::Test {
   Agent::Core core_;
   Agent::Forwarder forwarder_{core_, Velo::MalformedPolicy::drop};
   Agent::LivePorts ports_{forwarder_, loop_};
-  FakePort* a_ = nullptr;
-  FakePort* b_ = nullptr;
+  FakeDevice* a_ = nullptr;
+  FakeDevice* b_ = nullptr;
 };
 
 TEST_F(LivePortsTest, FramesGoThroughInBurstsInOrderAndWhole) {
@@ -105,10 +128,11 @@ TEST_F(LivePortsTest, APortThatIsAlwaysBusyStarvesNoOther) {
 }
 
 TEST_F(LivePortsTest, WhatIsLeftToTheDeviceGoesAlong) {
-  a_->offload = {Offload::needsChecksum, 1, 66, 1448, 34, 16};
-  a_->waiting.push_back(numbered(1));
+  a_->offload = {Offload::needsChecksum, 1, 66, 1446, 34, 16};
+  a_->waiting.push_back(frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).payload(2500));
   loop_.turn(0);
-  EXPECT_EQ(b_->lastOffload.segmentLength, 1448u);
+  ASSERT_EQ(b_->sent.size(), 1u) << "whole";
+  EXPECT_EQ(b_->lastOffload.segmentLength, 1446u);
   EXPECT_EQ(b_->lastOffload.checksumStart, 34u);
 }
 
@@ -118,17 +142,178 @@ TEST_F(LivePortsTest, DrainingSendsAllThatHasCome) {
   EXPECT_EQ(b_->sent.size(), 500u);
 }
 
+TEST_F(LivePortsTest, WhatIsNotSentIsCountedByItsReasonAndTheRestIsSent) {
+  for (uint16_t i = 0; i < 10; ++i) a_->waiting.push_back(numbered(i));
+  a_->waiting.push_back(frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(1, 53).payload(1600));
+  b_->failing = 2;
+  b_->failsWith = ENOBUFS;
+  loop_.turn(0);
+  EXPECT_EQ(b_->sent.size(), 8u);
+  EXPECT_EQ(state("eth2").txFrames, 8u);
+  EXPECT_EQ(state("eth2").sendFailed, 2u);
+  EXPECT_EQ(state("eth2").tooLarge, 1u);
+  EXPECT_EQ(state("eth1").rxFrames, 11u);
+}
+
+TEST_F(LivePortsTest, WorkOfSendersIsDoneForADeviceThatDoesNot) {
+  FakeDevice* plain = add("eth4", false);
+  FakeDevice* large = add("eth3");
+  ASSERT_EQ(forwarder_.patchIs("eth3", "eth4"), std::nullopt);
+  large->offload = {Offload::needsChecksum, 1, 54, 1000, 34, 16};
+  large->waiting.push_back(frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).payload(2500));
+  loop_.turn(0);
+  ASSERT_EQ(plain->sent.size(), 3u);
+  EXPECT_EQ(plain->sent[0].size(), 1054u);
+  EXPECT_EQ(plain->sent[2].size(), 554u);
+  EXPECT_EQ(state("eth4").txFrames, 1u);
+  EXPECT_EQ(state("eth4").txSegments, 3u);
+}
+
 TEST_F(LivePortsTest, TwoPortsCannotBeOnOneDevice) {
   EXPECT_EQ(ports_.portIs("eth3", "ens3"), std::nullopt);
   EXPECT_EQ(ports_.portIs("eth4", "ens3"), "eth3 and eth4 cannot both be on ens3");
   EXPECT_EQ(ports_.portIs("eth4", "tap:ens3"), "eth3 and eth4 cannot both be on ens3");
-  EXPECT_EQ(ports_.portIs("eth4", "tap:"), "eth4: no device is named");
+  EXPECT_EQ(ports_.portIs("eth4", "packet:ens3"), "eth3 and eth4 cannot both be on ens3");
+}
+
+TEST_F(LivePortsTest, APortIsWrittenAsItsKindAndWhatItIsOn) {
+  for (const char* right : {"ens9", "packet:ens8", "tap:tap1", "null:", "null:", "pcap:/a,b.pcap,endless",
+                            "pcap:/a,b.pcap,repeat=3", "pcap:/a,b.pcap"}) {
+    EXPECT_EQ(ports_.portIs("eth4", right), std::nullopt) << right;
+  }
+  const std::pair<const char*, const char*> wrong[] = {
+      {"tap:", "eth4: no device is named"},
+      {"packet:", "eth4: no device is named"},
+      {"null:x", "eth4: null: has no device"},
+      {"nul:", "eth4: there is no kind of port nul (there are "},
+      {"pcap:", "eth4: no device is named"},
+      {"pcap:a,repeat=0", "eth4: repeat=0 is no number from 1 on"},
+      {"pcap:a,repeat=1x", "eth4: repeat=1x is no number from 1 on"},
+      {"pcap:a,endless=1", "eth4: endless has no value"},
+      {"pcap:a,repeat=2,endless", "eth4: repeat and endless exclude each other"},
+  };
+  for (const auto& [text, message] : wrong) {
+    const auto told = ports_.portIs("eth4", text);
+    EXPECT_EQ(told.value_or("").substr(0, std::strlen(message)), message) << text;
+  }
+}
+
+/// The checksum of RFC 1071 over octets, added one by one.
+uint16_t referenceSum(const Bytes& bytes) {
+  uint32_t sum = 0;
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    sum += i % 2 == 0 ? uint32_t{bytes[i]} << 8 : bytes[i];
+    sum = (sum & 0xffff) + (sum >> 16);
+  }
+  return static_cast<uint16_t>(sum);
+}
+
+/// What a receiver adds up for the transport checksum of an IPv4 or IPv6 frame without tags: 0xffff when
+/// right.
+uint16_t transportSum(const Bytes& frame, size_t transport, uint8_t protocol) {
+  const bool six = frame[12] == 0x86;
+  Bytes all(frame.begin() + (six ? 22 : 26), frame.begin() + (six ? 54 : 34));
+  const size_t size = frame.size() - transport;
+  all.insert(all.end(), {0, protocol, static_cast<uint8_t>(size >> 8), static_cast<uint8_t>(size)});
+  all.insert(all.end(), frame.begin() + static_cast<std::ptrdiff_t>(transport), frame.end());
+  return referenceSum(all);
+}
+
+TEST(LiveFrame, OffloadAndFrameAreOnePieceForTheKernel) {
+  Bytes room(sizeof(Offload) + 60, 7);
+  const LiveFrame whole{{&room[sizeof(Offload)], 60}, {1, 2, 3, 4, 5, 6}};
+  const iovec piece = whole.withOffload();
+  EXPECT_EQ(piece.iov_base, room.data());
+  EXPECT_EQ(piece.iov_len, room.size());
+  EXPECT_EQ(std::memcmp(room.data(), &whole.offload, sizeof(Offload)), 0);
+}
+
+TEST(Segments, SuperFramesBecomeFramesThatAReceiverTakes) {
+  constexpr uint8_t cutTcp = 1, tcp = 6, udp = 17;
+  struct Row {
+    const char* why;
+    Bytes frame;
+    uint8_t cut, protocol;
+    uint16_t transport, length;
+    size_t segments;
+  };
+  const Row rows[] = {
+      {"TCP", frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).payload(2500), cutTcp, tcp, 34, 1000, 3},
+      {"an odd length", frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).payload(2501), cutTcp, tcp, 34,
+       999, 3},
+      {"UDP", frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(1, 2).payload(1000), Offload::cutUdp, udp, 34,
+       400, 3},
+      {"TCP over IPv6", frame().eth().ip6("2001:db8::1", "2001:db8::2").tcp(1, 2).payload(3000), cutTcp, tcp,
+       54, 1400, 3},
+  };
+  Agent::Segments segments;
+  for (const Row& row : rows) {
+    const LiveFrame whole{row.frame, {Offload::needsChecksum, row.cut, 0, row.length, row.transport, 16}};
+    const auto pieces = segments.of(whole);
+    ASSERT_EQ(pieces.size(), row.segments) << row.why;
+    const size_t headers = row.transport + (row.protocol == tcp ? 20u : 8u);
+    Bytes payload;
+    for (size_t i = 0; i < pieces.size(); ++i) {
+      const Bytes piece(pieces[i].bytes.begin(), pieces[i].bytes.end());
+      EXPECT_FALSE(pieces[i].hasWork()) << row.why;
+      EXPECT_EQ(transportSum(piece, row.transport, row.protocol), 0xffff) << row.why << " " << i;
+      if (row.transport == 34) {
+        EXPECT_EQ(referenceSum(Bytes(piece.begin() + 14, piece.begin() + 34)), 0xffff) << row.why;
+        EXPECT_EQ(piece[16] << 8 | piece[17], static_cast<int>(piece.size()) - 14) << row.why;
+        EXPECT_EQ(piece[19] - row.frame[19], static_cast<int>(i)) << "numbers go on: " << row.why;
+      }
+      if (row.protocol == tcp) {
+        const auto at = [&](const Bytes& bytes) {
+          return bytes[row.transport + 6u] << 8 | bytes[row.transport + 7u];
+        };
+        EXPECT_EQ(at(piece) - at(row.frame), static_cast<int>(i * row.length)) << row.why;
+      }
+      payload.insert(payload.end(), piece.begin() + static_cast<std::ptrdiff_t>(headers), piece.end());
+    }
+    EXPECT_EQ(payload, Bytes(row.frame.begin() + static_cast<std::ptrdiff_t>(headers), row.frame.end()))
+        << row.why;
+  }
+}
+
+TEST(Segments, WhatIsNoSuperFrameIsRefused) {
+  const Bytes tcp = frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 2).payload(2500).bytes();
+  Agent::Segments segments;
+  const auto count = [&](const Bytes& bytes, Offload offload) {
+    return segments.of({bytes, offload}).size();
+  };
+  EXPECT_EQ(count(tcp, {1, 1, 0, 1000, 34, 16}), 3u);
+  EXPECT_EQ(count(tcp, {1, 1, 0, 0, 34, 16}), 0u) << "no length";
+  EXPECT_EQ(count(tcp, {1, 1, 0, 1000, 20, 16}), 0u) << "within IPv4";
+  EXPECT_EQ(count(tcp, {1, 1, 0, 1000, 2530, 16}), 0u) << "behind its end";
+  Bytes arp = tcp;
+  arp[12] = 8, arp[13] = 6;
+  EXPECT_EQ(count(arp, {1, 1, 0, 1000, 34, 16}), 0u) << "no IP";
+  Bytes large(60000, 1);
+  std::copy_n(tcp.begin(), 54, large.begin());
+  EXPECT_EQ(count(large, {1, 1, 0, 1, 34, 16}), 0u) << "too many";
+  EXPECT_EQ(count(tcp, {1, 0, 0, 0, 34, 4000}), 0u) << "no checksum there";
+}
+
+TEST(Segments, AChecksumIsCompletedFromTheSumOfItsPseudoHeader) {
+  Bytes bytes = frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(1, 2).payload(33);
+  const size_t size = bytes.size() - 34;
+  Bytes pseudo(bytes.begin() + 26, bytes.begin() + 34);
+  pseudo.insert(pseudo.end(), {0, 17, static_cast<uint8_t>(size >> 8), static_cast<uint8_t>(size)});
+  const uint16_t sum = referenceSum(pseudo);
+  bytes[40] = static_cast<uint8_t>(sum >> 8);
+  bytes[41] = static_cast<uint8_t>(sum);
+  Agent::Segments segments;
+  const auto pieces = segments.of({bytes, {Offload::needsChecksum, Offload::notCut, 0, 0, 34, 6}});
+  ASSERT_EQ(pieces.size(), 1u);
+  EXPECT_EQ(transportSum(Bytes(pieces[0].bytes.begin(), pieces[0].bytes.end()), 34, 17), 0xffff);
 }
 
 TEST_F(LivePortsTest, DevicesAreOpenedAgainWithTheCapabilitiesOfTheirKinds) {
   EXPECT_TRUE(ports_.capabilities().empty());
   EXPECT_EQ(ports_.portIs("eth3", "tap:tap3"), std::nullopt);
   EXPECT_EQ(ports_.capabilities(), std::set<int>{CAP_NET_ADMIN});
+  EXPECT_EQ(ports_.portIs("eth5", "null:"), std::nullopt);
+  EXPECT_EQ(ports_.capabilities(), std::set<int>{CAP_NET_ADMIN}) << "none";
   EXPECT_EQ(ports_.portIs("eth4", "tap"), std::nullopt) << "an interface of that name";
   EXPECT_EQ(ports_.capabilities(), (std::set<int>{CAP_NET_ADMIN, CAP_NET_RAW}));
 }
@@ -180,11 +365,6 @@ TEST(LiveFrame, SegmentsAreCountedWhereTheOffloadTellsThem) {
        }) {
     const LiveFrame whole{row.frame, {0, row.cut, 0, row.length, row.checksumStart, 0}};
     EXPECT_EQ(segmentsOf(whole), row.segments) << row.why;
-    Bytes piece(sizeof(Offload));
-    std::memcpy(piece.data(), &whole.offload, sizeof(Offload));
-    piece.insert(piece.end(), row.frame.begin(), row.frame.end());
-    EXPECT_EQ(segmentsOf(LiveFrame::of({piece.data(), piece.size()})), row.segments)
-        << "as it is sent: " << row.why;
   }
 }
 

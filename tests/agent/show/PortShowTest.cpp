@@ -19,6 +19,7 @@ class PortShowTest : public testing::Test {
   static Agent::PortState port(const char* name, bool present = true) {
     Agent::PortState state;
     state.name = state.device = name;
+    state.kind = "packet";
     state.present = state.up = present;
     state.mtu = present ? 9000 : 0;
     return state;
@@ -91,12 +92,16 @@ TEST_F(PortShowTest, WithoutABridgeItSaysSo) {
 }
 
 TEST_F(PortShowTest, TheMtuOfADeviceIsTold) {
-  agent_.portStatesAre({port("eth1"), port("eth2", false)});
+  Agent::PortState copying = port("eth2", false);
+  copying.kind = "xdp";
+  copying.how = "copy";
+  agent_.portStatesAre({port("eth1"), copying});
   agent_.start("");
   agent_.patch("eth1", "eth2");
-  EXPECT_THAT(text("ports"), HasSubstr("port  device  link   mtu  frames in  frames out  lost\n"
-                                       "eth1  eth1    up    9000          0           0  nothing\n"
-                                       "eth2  eth2    gone     -          0           0  nothing\n"));
+  EXPECT_THAT(text("ports"),
+              HasSubstr("port  kind        device  link   mtu  frames in  frames out  lost\n"
+                        "eth1  packet      eth1    up    9000          0           0  nothing\n"
+                        "eth2  xdp (copy)  eth2    gone     -          0           0  nothing\n"));
 }
 
 TEST_F(PortShowTest, AMirrorDestinationWithoutADeviceIsMarked) {

@@ -141,7 +141,7 @@ TEST_F(ShowTest, APortWithoutADeviceIsTold) {
           "present":true,"up":true,"mtu":1500,"wrong":null,"received":{"frames":1},"sent":{"frames":2},"lost":{}}},
         "eth9":{"received":0,"sent":3,"dropped":{"in":0,"out":0},"mirrored":3}}})"),
                                                          {});
-  EXPECT_THAT(shown, HasSubstr("eth1  ens1    up    1500          1           2  nothing\n"
+  EXPECT_THAT(shown, HasSubstr("eth1        ens1    up    1500          1           2  nothing\n"
                                "eth9 has no device: what leaves there is lost\n"));
 }
 

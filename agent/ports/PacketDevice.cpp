@@ -1,5 +1,5 @@
-#include <Kelp/Assert.h>
-#include <agent/ports/PacketPort.h>
+#include <agent/core/Output.h>
+#include <agent/ports/PacketDevice.h>
 #include <agent/ports/SocketOption.h>
 #include <fmt/format.h>
 #include <linux/filter.h>
@@ -45,18 +45,17 @@ uint8_t* withTag(uint8_t* frame, const tpacket2_hdr& header) {
 
 }  // namespace
 
-PacketPort::PacketPort(Port& port, std::string device, const LiveFrame& inHand)
-    : LivePort(port, std::move(device), inHand), messages_{} {
+PacketDevice::PacketDevice(std::string device) : device_(std::move(device)), messages_{} {
   for (size_t i = 0; i < burst; ++i) {
     messages_[i].msg_hdr.msg_iov = &parts_[i];
     messages_[i].msg_hdr.msg_iovlen = 1;
   }
 }
 
-PacketPort::~PacketPort() = default;
+PacketDevice::~PacketDevice() = default;
 
-std::optional<std::string> PacketPort::attach(const Link& link) {
-  if (isOpen() && link.index != index_) linkDel();
+std::optional<std::string> PacketDevice::attach(const Link& link) {
+  if (isOpen() && link.index != index_) detach();
   if (isOpen()) return std::nullopt;
   auto wrong = openOn(link);
   // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
@@ -64,14 +63,22 @@ std::optional<std::string> PacketPort::attach(const Link& link) {
   return wrong;
 }
 
-void PacketPort::detach() {
-  if (isOpen()) kernelDropsAdd();
+void PacketDevice::detach() {
+  if (isOpen()) dropsAdd();
   ring_.close();
+  socket_.reset();
 }
 
-std::optional<std::string> PacketPort::openOn(const Link& link) {
+std::string PacketDevice::failed(std::string_view doing) {
+  const int error = errno;
+  detach();
+  errno = error;
+  return failureOf(fmt::format("{}: {}", device_, doing));
+}
+
+std::optional<std::string> PacketDevice::openOn(const Link& link) {
   // Without a protocol nothing is received before the socket is bound to its interface.
-  descriptor_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  socket_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!isOpen()) return failed("no packet socket");
   constexpr int on = 1;
   constexpr int version = TPACKET_V2;
@@ -97,30 +104,30 @@ std::optional<std::string> PacketPort::openOn(const Link& link) {
   return std::nullopt;
 }
 
-bool PacketPort::receive(FrameReceiver& to) {
-  if (!isOpen()) return false;
+PortDevice::Received PacketDevice::receive(Frames frames) {
+  Received received;
+  if (!isOpen()) return received;
   while (received_ < burst) {
     uint8_t* slot = ring_.slot(next_ + received_);
-    if (!PacketRing::isFilled(slot)) return false;
+    if (!PacketRing::isFilled(slot)) return received;
     ++received_;
     // The kernel has written the frames on another processor. They are fetched while earlier ones are
-    // handled.
+    // looked at.
     const uint8_t* soon = ring_.slot(next_ + received_ + lookAhead);
     __builtin_prefetch(soon);
     __builtin_prefetch(soon + cacheLine);
     const bool large = (reinterpret_cast<tpacket2_hdr*>(slot)->tp_status & TP_STATUS_COPY) != 0;
-    if (const auto frame = frameIn(slot)) {
-      countReceived(*frame);
-      to.receive(port_, *frame);
-    } else {
-      ++state_.rxTooLarge;
-    }
-    if (large) return true;  // there is room for a single large frame
+    if (const auto frame = frameIn(slot))
+      frames[received.count++] = *frame;
+    else
+      ++counts_.rxTooLarge;
+    if (large) break;  // there is room for a single large frame
   }
-  return true;
+  received.more = true;
+  return received;
 }
 
-std::optional<LiveFrame> PacketPort::frameIn(uint8_t* slot) {
+std::optional<LiveFrame> PacketDevice::frameIn(uint8_t* slot) {
   const auto& header = *reinterpret_cast<const tpacket2_hdr*>(slot);
   size_t size = header.tp_len;
   uint8_t* bytes = slot + header.tp_mac;
@@ -137,12 +144,11 @@ std::optional<LiveFrame> PacketPort::frameIn(uint8_t* slot) {
     size += tagSize;
     if ((offload.flags & Offload::needsChecksum) != 0) offload.checksumStart += tagSize;
     if (offload.headerLength != 0) offload.headerLength += tagSize;
-    std::memcpy(bytes - sizeof offload, &offload, sizeof offload);
   }
   return LiveFrame{{bytes, size}, offload};
 }
 
-uint8_t* PacketPort::readLarge(size_t size) {
+uint8_t* PacketDevice::readLarge(size_t size) {
   large_.resize(largestFrame);
   // Room for a tag is left in front.
   const size_t room = large_.size() - tagSize;
@@ -151,62 +157,47 @@ uint8_t* PacketPort::readLarge(size_t size) {
   return &large_[tagSize + sizeof(Offload)];
 }
 
-void PacketPort::release() {
+void PacketDevice::release() {
   if (!isOpen()) return;
   for (; received_ > 0; --received_, ++next_) PacketRing::giveBack(ring_.slot(next_));
 }
 
-void PacketPort::send(const Nimnet::Pkt& pkt) {
-  KELP_ASSERT(pkt.size() == inHand_.bytes.size(), "the packet that is sent is the frame in hand");
-  if (!isOpen()) return countUnsent(ENODEV);
-  if (!segmentsFit(inHand_, state_.mtu)) return countUnsent(EMSGSIZE);
-  if (collected_ == burst) flush();
-  parts_[collected_++] = inHand_.withOffload();
-}
-
-void PacketPort::flush() {
-  for (size_t sent = 0; sent < collected_;) {
-    const int count =
-        sendmmsg(fd(), &messages_[sent], static_cast<unsigned>(collected_ - sent), MSG_DONTWAIT);
-    if (count > 0) {
-      for (size_t end = sent + static_cast<size_t>(count); sent < end; ++sent) {
-        countSent(LiveFrame::of(parts_[sent]));
-      }
-    } else if (count < 0 && errno != EINTR) {
-      countUnsent(errno);
-      ++sent;
-    }
+size_t PacketDevice::send(std::span<const LiveFrame> frames, int& error) {
+  const size_t count = std::min(frames.size(), burst);
+  for (size_t i = 0; i < count; ++i) parts_[i] = frames[i].withOffload();
+  for (;;) {
+    const int sent = sendmmsg(fd(), messages_.data(), static_cast<unsigned>(count), MSG_DONTWAIT);
+    if (sent >= 0) return static_cast<size_t>(sent);
+    error = errno;
+    if (error != EINTR) return 0;
   }
-  collected_ = 0;
 }
 
-void PacketPort::clearError() {
+void PacketDevice::clearError() {
   int error = 0;
   socklen_t size = sizeof error;
   getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &size);
 }
 
-void PacketPort::stopReceiving() {
+void PacketDevice::stopReceiving() {
   if (!isOpen()) return;
   sock_filter nothing[] = {{BPF_RET | BPF_K, 0, 0, 0}};
   const sock_fprog program{1, nothing};
   optionIs(fd(), SOL_SOCKET, SO_ATTACH_FILTER, program);
 }
 
-void PacketPort::kernelDropsAdd() const {
+void PacketDevice::dropsAdd() const {
   tpacket_stats stats{};
   socklen_t size = sizeof stats;
   // The kernel sets its counts to zero when they are read.
   if (getsockopt(fd(), SOL_PACKET, PACKET_STATISTICS, &stats, &size) == 0) {
-    kernelDrops_ += stats.tp_drops;
+    counts_.drops += stats.tp_drops;
   }
 }
 
-PortState PacketPort::state() const {
-  if (isOpen()) kernelDropsAdd();
-  PortState state = LivePort::state();
-  state.kernelDrops = kernelDrops_;
-  return state;
+DeviceCounts PacketDevice::counts() const {
+  if (isOpen()) dropsAdd();
+  return counts_;
 }
 
 }  // namespace Agent

@@ -1,5 +1,7 @@
-#include <agent/ports/TapPort.h>
+#include <agent/core/Output.h>
+#include <agent/ports/TapDevice.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <linux/if_tun.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -19,9 +21,9 @@ constexpr size_t receiveRoom = 2 * largestOfTap;
 
 }  // namespace
 
-std::optional<std::string> TapPort::open() {
+std::optional<std::string> TapDevice::make() {
   received_.resize(receiveRoom);
-  descriptor_ = Descriptor(::open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+  tap_ = Descriptor(::open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
   if (!isOpen()) return failed("/dev/net/tun");
   ifreq request{};
   if (device_.size() >= sizeof request.ifr_name) return (errno = ENAMETOOLONG, failed("no TAP device"));
@@ -39,33 +41,36 @@ std::optional<std::string> TapPort::open() {
   return std::nullopt;
 }
 
-bool TapPort::receive(FrameReceiver& to) {
-  size_t used = 0;
-  for (size_t count = 0; isOpen() && !stopped_ && count < burst && receiveRoom - used >= largestOfTap;
-       ++count) {
-    const ssize_t got = read(fd(), &received_[used], receiveRoom - used);
-    if (got < static_cast<ssize_t>(sizeof(Offload))) return false;
-    const size_t size = static_cast<size_t>(got) - sizeof(Offload);
-    LiveFrame frame{{&received_[used + sizeof(Offload)], size}};
-    std::memcpy(&frame.offload, &received_[used], sizeof(Offload));
-    used += static_cast<size_t>(got);
-    countReceived(frame);
-    to.receive(port_, frame);
-  }
-  return isOpen() && !stopped_;
+std::string TapDevice::failed(std::string_view doing) {
+  const int error = errno;
+  detach();
+  errno = error;
+  return failureOf(fmt::format("{}: {}", device_, doing));
 }
 
-void TapPort::send(const Nimnet::Pkt&) {
-  if (!isOpen()) return countUnsent(ENODEV);
-  // The host itself would take frames that are larger than a wire with this MTU can carry.
-  constexpr uint32_t ethernet = 18;
-  const bool whole = inHand_.offload.cut == Offload::notCut;
-  if (whole ? inHand_.bytes.size() > state_.mtu + ethernet : !segmentsFit(inHand_, state_.mtu)) {
-    return countUnsent(EMSGSIZE);
+PortDevice::Received TapDevice::receive(Frames frames) {
+  Received received;
+  if (!isOpen() || stopped_) return received;
+  for (size_t used = 0; received.count < burst && receiveRoom - used >= largestOfTap;) {
+    const ssize_t got = read(fd(), &received_[used], receiveRoom - used);
+    if (got < static_cast<ssize_t>(sizeof(Offload))) return received;
+    LiveFrame& frame = frames[received.count++];
+    frame = {{&received_[used + sizeof(Offload)], static_cast<size_t>(got) - sizeof(Offload)}};
+    std::memcpy(&frame.offload, &received_[used], sizeof(Offload));
+    used += static_cast<size_t>(got);
   }
-  const iovec piece = inHand_.withOffload();
-  if (write(fd(), piece.iov_base, piece.iov_len) < 0) return countUnsent(errno);
-  countSent(inHand_);
+  received.more = true;
+  return received;
+}
+
+size_t TapDevice::send(std::span<const LiveFrame> frames, int& error) {
+  for (size_t sent = 0; sent < frames.size(); ++sent) {
+    const iovec piece = frames[sent].withOffload();
+    if (write(fd(), piece.iov_base, piece.iov_len) >= 0) continue;
+    error = errno;
+    return sent;
+  }
+  return frames.size();
 }
 
 }  // namespace Agent

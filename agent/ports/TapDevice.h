@@ -1,0 +1,40 @@
+#pragma once
+
+#include <agent/core/Descriptor.h>
+#include <agent/ports/PortDevice.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Agent {
+
+/// A TAP device. Frames that the host sends by it come in here, and frames that leave here are received by
+/// the host. If there is no such device, it is made and set up, and it goes away with this object; a device
+/// that was there before stays.
+class TapDevice final : public PortDevice {
+ public:
+  explicit TapDevice(std::string device) : device_(std::move(device)) {}
+
+  /// Makes the device, or opens the one that is there.
+  std::optional<std::string> make() override;
+  std::optional<std::string> attach(const Link&) override { return isOpen() ? std::nullopt : make(); }
+  void detach() override { tap_.reset(); }
+  bool isOpen() const override { return static_cast<bool>(tap_); }
+  int fd() const override { return tap_.get(); }
+  Received receive(Frames frames) override;
+  size_t send(std::span<const LiveFrame> frames, int& error) override;
+  bool takesOffloads() const override { return true; }
+  void stopReceiving() override { stopped_ = true; }
+
+ private:
+  std::string failed(std::string_view doing);
+
+  const std::string device_;
+  Descriptor tap_;
+  bool stopped_ = false;
+  // The received frames, one after the other, until the end of the burst.
+  std::vector<uint8_t> received_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,169 @@
+#include <agent/core/Output.h>
+#include <agent/ports/SocketOption.h>
+#include <agent/ports/XdpDevice.h>
+#include <fmt/format.h>
+#include <linux/ethtool.h>
+#include <linux/if_packet.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace Agent {
+
+namespace {
+
+constexpr uint32_t ethernet = 18;
+constexpr uint32_t largestMtu = XdpMemory::largestFrame - ethernet;
+
+/// Of how many receive queues a device has frames.
+uint32_t queuesOf(const std::string& device) {
+  const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ethtool_channels channels{};
+  channels.cmd = ETHTOOL_GCHANNELS;
+  ifreq request{};
+  std::memcpy(request.ifr_name, device.data(), std::min(device.size(), sizeof request.ifr_name - 1));
+  request.ifr_data = reinterpret_cast<char*>(&channels);
+  if (ioctl(control.get(), SIOCETHTOOL, &request) != 0) return 1;
+  return std::clamp(channels.rx_count + channels.combined_count, uint32_t{1}, XdpProgram::mostQueues);
+}
+
+void add(DeviceCounts& to, const DeviceCounts& counts) {
+  to.drops += counts.drops;
+  to.rxTooLarge += counts.rxTooLarge;
+}
+
+}  // namespace
+
+XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode)
+    : device_(std::move(device)), wanted_(queues), mode_(mode), memory_(XdpMemory::shared()), received_{} {}
+
+std::optional<std::string> XdpDevice::make() {
+  // How many queues a device has that is not there yet is not known; there is room for one.
+  const uint32_t queues = wanted_ ? wanted_->second - wanted_->first + 1 : queuesOf(device_);
+  memory_->chunksAdd(queues * XdpSocket::chunks + burst);
+  // Registered memory counts as locked; who may not do this has as much as his limit.
+  constexpr rlimit noLimit{RLIM_INFINITY, RLIM_INFINITY};
+  setrlimit(RLIMIT_MEMLOCK, &noLimit);
+  if (const std::string what = program_.load(); !what.empty()) return failed(what);
+  return std::nullopt;
+}
+
+std::string XdpDevice::failed(std::string_view doing) {
+  const int error = errno;
+  detach();
+  errno = error;
+  return failureOf(fmt::format("{}: {}", device_, doing));
+}
+
+std::optional<std::string> XdpDevice::attach(const Link& link) {
+  if (isOpen() && link.index != index_) detach();
+  if (link.mtu > largestMtu) {
+    detach();
+    return fmt::format("{}: its MTU of {} is more than the {} that an xdp port takes", device_, link.mtu,
+                       largestMtu);
+  }
+  if (isOpen()) return std::nullopt;
+  const std::string doing = openOn(link);
+  if (doing.empty()) return std::nullopt;
+  const std::string wrong = failed(doing);
+  // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
+  if (errno == ENODEV) return std::nullopt;
+  return wrong;
+}
+
+std::string XdpDevice::openOn(const Link& link) {
+  index_ = link.index;
+  promiscuous_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+  packet_mreq membership{};
+  membership.mr_ifindex = link.index;
+  membership.mr_type = PACKET_MR_PROMISC;
+  if (!promiscuous_ || !packetOptionIs(promiscuous_.get(), PACKET_ADD_MEMBERSHIP, membership))
+    return "not promiscuous";
+  all_ = Descriptor(epoll_create1(EPOLL_CLOEXEC));
+  if (!all_) return "no epoll descriptor";
+  if (const std::string what = program_.attach(link.index); !what.empty()) return what;
+  const auto [first, last] = wanted_.value_or(std::pair(0u, queuesOf(device_) - 1));
+  firstQueue_ = first;
+  for (uint32_t queue = first; queue <= last; ++queue) {
+    auto socket = std::make_unique<XdpSocket>(memory_);
+    if (const std::string what = socket->open(link.index, queue, mode_); !what.empty())
+      return fmt::format("queue {}: {}", queue, what);
+    epoll_event event{};
+    event.events = EPOLLIN;
+    epoll_ctl(all_.get(), EPOLL_CTL_ADD, socket->fd(), &event);
+    if (!program_.socketIs(queue, socket->fd())) return fmt::format("queue {}: not in the map", queue);
+    sockets_.push_back(std::move(socket));
+  }
+  return {};
+}
+
+void XdpDevice::detach() {
+  release();
+  program_.detach();
+  for (const auto& socket : sockets_) add(before_, socket->counts());
+  sockets_.clear();
+  all_.reset();
+  promiscuous_.reset();
+}
+
+PortDevice::Received XdpDevice::receive(Frames frames) {
+  Received received;
+  for (size_t asked = 0; asked < sockets_.size() && received.count < burst; ++asked) {
+    XdpSocket& socket = *sockets_[nextSocket_ % sockets_.size()];
+    ++nextSocket_;
+    received.count += socket.receive(frames.subspan(received.count));
+    // What the kernel did not send at once is sent in the next turn.
+    if (socket.isPushing()) {
+      socket.push();
+      received.more = received.more || socket.isPushing();
+    }
+  }
+  for (size_t i = 0; i < received.count; ++i)
+    received_[i] = XdpMemory::chunkOf(
+        static_cast<uint64_t>(static_cast<const uint8_t*>(frames[i].buffer) - memory_->base()));
+  held_ = received.count;
+  received.more = received.more || received.count > 0;
+  return received;
+}
+
+void XdpDevice::release() {
+  for (; held_ > 0; --held_) memory_->drop(received_[held_ - 1]);
+}
+
+size_t XdpDevice::send(std::span<const LiveFrame> frames, int& error) {
+  // By the first queue: so frames of a flow stay in order, whatever queue they came by.
+  XdpSocket& socket = *sockets_.front();
+  const size_t sent = socket.send(frames);
+  if (const int wrong = socket.push(); wrong != 0) error = wrong;
+  if (sent < frames.size() && error == 0) error = ENOBUFS;
+  return sent;
+}
+
+void XdpDevice::stopReceiving() {
+  // What comes from now on is the host's.
+  for (uint32_t i = 0; i < sockets_.size(); ++i) program_.socketDel(firstQueue_ + i);
+}
+
+DeviceCounts XdpDevice::counts() const {
+  DeviceCounts counts = before_;
+  for (const auto& socket : sockets_) add(counts, socket->counts());
+  return counts;
+}
+
+std::string XdpDevice::how() const {
+  if (sockets_.empty()) return {};
+  const auto queues = firstQueue_ + sockets_.size() - 1 == firstQueue_
+                          ? fmt::format("queue {}", firstQueue_)
+                          : fmt::format("queues {}-{}", firstQueue_, firstQueue_ + sockets_.size() - 1);
+  return fmt::format("{}{}, {}", sockets_.front()->isZeroCopy() ? "zerocopy" : "copy",
+                     program_.isInDriver() ? "" : ", generic", queues);
+}
+
+}  // namespace Agent

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <agent/core/Descriptor.h>
+#include <agent/ports/PortDevice.h>
+#include <agent/ports/XdpProgram.h>
+#include <agent/ports/XdpSocket.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Agent {
+
+/// A network interface whose frames the kernel hands over before it makes packets of its own of them: by
+/// AF_XDP sockets, one for each receive queue. The host sees nothing of the frames of these queues. While it
+/// is open the interface is promiscuous. Between ports of this kind frames go without a copy.
+class XdpDevice final : public PortDevice {
+ public:
+  /// From the first queue to the last one; nothing: all that the device has.
+  using Queues = std::optional<std::pair<uint32_t, uint32_t>>;
+
+  XdpDevice(std::string device, Queues queues, XdpMode mode);
+
+  std::optional<std::string> make() override;
+  std::optional<std::string> attach(const Link& link) override;
+  void detach() override;
+  bool isOpen() const override { return !sockets_.empty(); }
+  int fd() const override { return all_.get(); }
+  Received receive(Frames frames) override;
+  void release() override;
+  size_t send(std::span<const LiveFrame> frames, int& error) override;
+  void stopReceiving() override;
+  DeviceCounts counts() const override;
+  std::string how() const override;
+
+ private:
+  std::string failed(std::string_view doing);
+  /// Returns what could not be done (errno); empty when all is open.
+  std::string openOn(const Link& link);
+
+  const std::string device_;
+  const Queues wanted_;
+  const XdpMode mode_;
+  const std::shared_ptr<XdpMemory> memory_;
+  XdpProgram program_;
+  Descriptor promiscuous_;
+  Descriptor all_;  // readable when one of the sockets is
+  int index_ = 0;
+  uint32_t firstQueue_ = 0;
+  std::vector<std::unique_ptr<XdpSocket>> sockets_;
+  size_t nextSocket_ = 0;
+  DeviceCounts before_;
+  size_t held_ = 0;
+  std::array<uint32_t, burst> received_;  // their chunks
+};
+
+}  // namespace Agent
