@@ -73,7 +73,7 @@ HARMLESS = [
     ("platform/Kelp/Node.cpp", "/*\n#include <Zeb/Entity.h>\n*/", "nor does one of several lines"),
     ("platform/Kelp/Node.cpp", "#include <fmt/format.h>", "fmt is for everybody"),
     ("platform/Plugin/Loader.cpp", "#include <dlfcn.h>", "the loader opens libraries"),
-    ("agent/ports/TapPort.cpp", "#include <pcap/pcap.h>", "the program's rooms stand on what they name"),
+    ("agent/ports/TapDevice.cpp", "#include <pcap/pcap.h>", "the program's rooms stand on what they name"),
     ("agent/config/Reader.cpp", "#include <sys/stat.h>", "and on the system"),
     ("agent/main.cpp", "#include <sqlite3.h>", "main stands on all of it"),
     ("platform/Kelp/Node.cpp", "// Zeb::Entity", "a comment uses nothing"),
