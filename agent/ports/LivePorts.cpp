@@ -100,6 +100,9 @@ void LivePorts::handleLink(const std::string& name, const Link* link) {
 }
 
 void LivePorts::handleLink(Member& member, const Link* link) {
+  // To open a device, and to close it again, can itself be told as a change of it. The next try comes in its
+  // time.
+  if (link && member.refused == *link) return;
   if (link) {
     linkIs(member, *link);
   } else {

@@ -119,7 +119,7 @@ constexpr PortKind kinds[] = {
      .form = "xdp:DEV[,queue=N|,queue=N-M][,copy|,zerocopy]",
      .options = ofXdp,
      .make = xdp,
-     .capabilities = needs<CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF>,
+     .capabilities = needs<CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF, CAP_IPC_LOCK>,
      .followed = true,
      .exclusive = true,
      .ofHost = true},

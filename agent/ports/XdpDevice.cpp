@@ -8,7 +8,6 @@
 #include <net/if.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -48,9 +47,6 @@ std::optional<std::string> XdpDevice::make() {
   // How many queues a device has that is not there yet is not known; there is room for one.
   const uint32_t queues = wanted_ ? wanted_->second - wanted_->first + 1 : queuesOf(device_);
   memory_->chunksAdd(queues * XdpSocket::chunks + burst);
-  // Registered memory counts as locked; who may not do this has as much as his limit.
-  constexpr rlimit noLimit{RLIM_INFINITY, RLIM_INFINITY};
-  setrlimit(RLIMIT_MEMLOCK, &noLimit);
   if (const std::string what = program_.load(); !what.empty()) return failed(what);
   return std::nullopt;
 }

@@ -45,6 +45,7 @@ class LiveTest(unittest.TestCase):
     """A namespace for the agent, and any number of stations around it: station n is on the agent's ethN."""
 
     offloads = False
+    common = ()  # arguments of every agent
 
     def setUp(self):
         self.middle = self.namespace()
@@ -60,9 +61,14 @@ class LiveTest(unittest.TestCase):
             self.stations[number] = self.namespace()
             link(self.stations[number], "e0", self.middle, f"eth{number}", self.offloads)
 
+    def port(self, number):
+        """What the agent's port of a number is on."""
+        return f"eth{number}"
+
     def agent(self, config, *arguments, ports=None):
-        for number in ports or self.stations:
-            arguments += ("--port", f"eth{number}=eth{number}")
+        arguments += self.common
+        for number in self.stations if ports is None else ports:
+            arguments += ("--port", f"eth{number}={self.port(number)}")
         started = Agent(VELO, self.middle, config, *arguments)
         self.addCleanup(started.kill)
         return started

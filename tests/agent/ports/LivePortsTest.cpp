@@ -178,7 +178,8 @@ TEST_F(LivePortsTest, TwoPortsCannotBeOnOneDevice) {
 
 TEST_F(LivePortsTest, APortIsWrittenAsItsKindAndWhatItIsOn) {
   for (const char* right : {"ens9", "packet:ens8", "tap:tap1", "null:", "null:", "pcap:/a,b.pcap,endless",
-                            "pcap:/a,b.pcap,repeat=3", "pcap:/a,b.pcap"}) {
+                            "pcap:/a,b.pcap,repeat=3", "pcap:/a,b.pcap", "xdp:x1", "xdp:x2,queue=3,copy",
+                            "xdp:x3,zerocopy,queue=0-3"}) {
     EXPECT_EQ(ports_.portIs("eth4", right), std::nullopt) << right;
   }
   const std::pair<const char*, const char*> wrong[] = {
@@ -190,6 +191,9 @@ TEST_F(LivePortsTest, APortIsWrittenAsItsKindAndWhatItIsOn) {
       {"pcap:a,repeat=0", "eth4: repeat=0 is no number from 1 on"},
       {"pcap:a,repeat=1x", "eth4: repeat=1x is no number from 1 on"},
       {"pcap:a,endless=1", "eth4: endless has no value"},
+      {"xdp:y,queue=3-2", "eth4: queue=3-2 is no queue and no range of queues below 64"},
+      {"xdp:y,queue=64", "eth4: queue=64 is no queue"},
+      {"xdp:y,copy,zerocopy", "eth4: copy and zerocopy exclude each other"},
       {"pcap:a,repeat=2,endless", "eth4: repeat and endless exclude each other"},
   };
   for (const auto& [text, message] : wrong) {
@@ -316,6 +320,8 @@ TEST_F(LivePortsTest, DevicesAreOpenedAgainWithTheCapabilitiesOfTheirKinds) {
   EXPECT_EQ(ports_.capabilities(), std::set<int>{CAP_NET_ADMIN}) << "none";
   EXPECT_EQ(ports_.portIs("eth4", "tap"), std::nullopt) << "an interface of that name";
   EXPECT_EQ(ports_.capabilities(), (std::set<int>{CAP_NET_ADMIN, CAP_NET_RAW}));
+  EXPECT_EQ(ports_.portIs("eth6", "xdp:ens6"), std::nullopt);
+  EXPECT_EQ(ports_.capabilities(), (std::set<int>{CAP_NET_ADMIN, CAP_NET_RAW, CAP_BPF, CAP_IPC_LOCK}));
 }
 
 TEST(SegmentsFit, WhatALargeFrameIsCutIntoIsHeldAgainstTheMtu) {

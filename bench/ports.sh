@@ -1,0 +1,180 @@
+#!/usr/bin/env bash
+# How many frames a second go through the agent by each kind of port: from an endless capture in memory to nothing, beside
+# what the test program of DPDK moves, and between veth links beside the kernel's sockets. All in turn, several rounds,
+# medians.
+set -euo pipefail
+# shellcheck source=scripts/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+
+usage() {
+  cat <<'TEXT'
+usage: bench/ports.sh [--bin DIR] [--rounds N] [--seconds S] [--only REGEX]
+  --bin      where velo and send-frames are (default: build/release/bin)
+  --rounds   how often each is measured (default 3)
+  --seconds  how long each time (default 2)
+  --only     what to measure, by name
+As root, on an idle machine. Frames have 64 octets with their check sequence and are of 64 flows. They meet the last rule
+of the list, which is bound in (and, where the name says so, out); the other rules differ from it in the port. Names with
+"dpdk" are left out where the program is built without such ports, "testpmd" where there is no dpdk-testpmd.
+TEXT
+}
+
+bin=$root/build/release/bin rounds=3 seconds=2 only=.
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --bin) bin=$2 ;;
+    --rounds) rounds=$2 ;;
+    --seconds) seconds=$2 ;;
+    --only) only=$2 ;;
+    -h | --help)
+      usage
+      exit 0
+      ;;
+    *) usage_error "unknown argument: $1" ;;
+  esac
+  shift 2
+done
+[[ -x $bin/velo ]] || die "$bin/velo is missing; build it first"
+
+id=vp$$ work=$(mktemp -d) forwarder=
+in=$id-in middle=$id-mid out=$id-out
+clean() {
+  [[ -z $forwarder ]] || kill "$forwarder" 2>/dev/null || true
+  for namespace in "$in" "$middle" "$out"; do ip netns del "$namespace" 2>/dev/null || true; done
+  rm -rf "$work"
+}
+trap clean EXIT
+
+for namespace in "$in" "$middle" "$out"; do
+  ip netns add "$namespace"
+  ip netns exec "$namespace" sysctl -qw net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1
+done
+ip link add s0 netns "$in" type veth peer name eth1 netns "$middle"
+ip link add r0 netns "$out" type veth peer name eth2 netns "$middle"
+for end in "$in s0" "$middle eth1" "$middle eth2" "$out r0"; do
+  read -r namespace device <<<"$end"
+  ip -n "$namespace" link set "$device" up
+done
+
+python3 - "$work/in.pcap" <<'PYTHON'
+import struct
+import sys
+
+def checksum(data):
+    total = sum(struct.unpack(f"!{len(data) // 2}H", data))
+    total = (total & 0xFFFF) + (total >> 16)
+    return ~(total + (total >> 16)) & 0xFFFF
+
+with open(sys.argv[1], "wb") as file:
+    file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1))
+    for number in range(1024):
+        ip = struct.pack("!BBHHHBBH4s4s", 0x45, 0, 46, 0, 0, 64, 17, 0, bytes((203, 0, 113, 1)), bytes((198, 51, 100, 7)))
+        ip = ip[:10] + struct.pack("!H", checksum(ip)) + ip[12:]
+        frame = bytes((2, 0, 0, 0, 0, 2, 2, 0, 0, 0, 0, 1, 8, 0)) + ip + struct.pack("!HHHH", 1024 + number % 64, 443, 26, 0)
+        file.write(struct.pack("<IIII", 0, 0, 60, 60) + frame.ljust(60, b"x"))
+PYTHON
+
+station=203.0.113.1 peer=198.51.100.7 port=443
+write_list() {
+  echo "ip access-list L"
+  for ((i = 1; i < $1; ++i)); do echo " permit udp host $station host $peer eq $((port + i))"; done
+  echo " permit udp host $station host $peer eq $port"
+}
+: >"$work/0.acl"
+for rules in 10 1000 10000; do
+  write_list "$rules" >"$work/$rules.acl"
+  cp "$work/$rules.acl" "$work/$rules-both.acl"
+  printf 'interface eth1\n ip access-group L in\n' >>"$work/$rules.acl"
+  printf 'interface eth1\n ip access-group L in\ninterface eth2\n ip access-group L out\n' >>"$work/$rules-both.acl"
+done
+
+# With two processors or more the forwarder has the last one, and what sends to it the first.
+first=() last=()
+if [[ $(nproc) -gt 1 ]]; then first=(taskset -c 0) last=(taskset -c "$(($(nproc) - 1))"); fi
+environment="--no-huge -m 1024 --no-pci"
+begin() {
+  local list=$1 from=$2 to=$3
+  "${last[@]}" ip netns exec "$middle" "$bin/velo" run --config "$work/$list.acl" --control "$work/velo.sock" \
+    --dpdk-args "$environment" --port "eth1=$from" --port "eth2=$to" --patch eth1,eth2 2>>"$work/log" &
+  forwarder=$!
+  for ((i = 0; i < 300; ++i)); do
+    ! "$bin/velo" show ports --control "$work/velo.sock" >/dev/null 2>&1 || return 0
+    sleep 0.1
+  done
+  die "velo does not begin: $(tail -n 3 "$work/log")"
+}
+end() {
+  kill "$forwarder"
+  wait "$forwarder" 2>/dev/null || true
+  forwarder=
+}
+sent() {
+  "$bin/velo" show ports --json --control "$work/velo.sock" |
+    python3 -c 'import json, sys, time; print(json.load(sys.stdin)["ports"]["eth2"]["live"]["sent"]["frames"], time.monotonic())'
+}
+tell() { echo "$1 $2" >>"$work/figures"; }
+# What an agent sends between two looks at it.
+measured() {
+  local before after
+  sleep 0.3
+  before=$(sent)
+  sleep "$seconds"
+  after=$(sent)
+  end
+  tell "$1" "$(python3 -c 'import sys; a, s, b, t = map(float, sys.argv[1:]); print((b - a) / (t - s))' $before $after)"
+}
+of_testpmd() {
+  local vdevs=(--vdev "net_pcap0,rx_pcap=$work/in.pcap,infinite_rx=1" --vdev net_null0)
+  # shellcheck disable=SC2086  # several words
+  "${last[@]}" timeout -k 3 -s INT "$((seconds + 1))" dpdk-testpmd $environment --no-shconf -l 0,"$(($(nproc) - 1))" "${vdevs[@]}" \
+    -- --forward-mode="$2" --nb-cores=1 --auto-start --stats-period 1 </dev/null >"$work/testpmd" 2>&1 || true
+  tell "$1" "$(grep -oE 'Rx-pps: +[0-9]+' "$work/testpmd" | awk '{print $2}' | sort -n | tail -n 1)"
+}
+of_veth() {
+  ip netns exec "$in" "${first[@]}" "$bin/send-frames" s0 60 "$((seconds + 2))" 0 64 >/dev/null &
+  local sender=$!
+  measured "$1"
+  wait "$sender"
+}
+
+has_dpdk=$([[ -e $bin/VeloDpdk.so ]] && echo yes || true)
+names=(capture-0 capture-10 capture-1000 capture-10000 capture-1000-both)
+[[ -z $has_dpdk ]] || names=(testpmd-io testpmd-macswap dpdk-0 dpdk-10 dpdk-1000 dpdk-10000 dpdk-1000-both "${names[@]}")
+names+=(veth-packet veth-xdp veth-packet-1000 veth-xdp-1000)
+for ((round = 1; round <= rounds; ++round)); do
+  for name in "${names[@]}"; do
+    [[ $name =~ $only ]] || continue
+    case $name in
+      testpmd-*) ! command -v dpdk-testpmd >/dev/null || of_testpmd "$name" "${name#testpmd-}" ;;
+      capture-*)
+        begin "${name#capture-}" "pcap:$work/in.pcap,endless" null:
+        measured "$name"
+        ;;
+      dpdk-*)
+        begin "${name#dpdk-}" "dpdk:net_pcap0,rx_pcap=$work/in.pcap,infinite_rx=1" dpdk:net_null0
+        measured "$name"
+        ;;
+      veth-*)
+        kind=${name#veth-} list=0
+        if [[ $kind == *-1000 ]]; then kind=${kind%-1000} list=1000; fi
+        begin "$list" "$kind:eth1" "$kind:eth2"
+        of_veth "$name"
+        ;;
+    esac
+  done
+done
+
+python3 - "$work/figures" <<'PYTHON'
+import collections
+import statistics
+import sys
+
+figures = collections.defaultdict(list)
+for line in open(sys.argv[1], encoding="ascii"):
+    name, *rate = line.split()
+    if rate:
+        figures[name].append(float(rate[0]) / 1e6)
+print(f"millions of frames a second\n{'':20} {'median':>8} {'least':>8} {'most':>8}")
+for name, rates in figures.items():
+    print(f"{name:20} {statistics.median(rates):8.2f} {min(rates):8.2f} {max(rates):8.2f}")
+PYTHON

@@ -1,0 +1,177 @@
+#!/usr/bin/env python3
+"""Tests of the kinds of ports: what holds of all is tested again with each, and what only one has.
+
+usage: ports_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
+"""
+
+import os
+import shutil
+import struct
+import tempfile
+import time
+
+import live_test
+from live_test import OPEN, LiveTest, until
+from network import Agent, Control, udp
+
+NO_CARDS = ("--dpdk-args", "--no-huge -m 256 --no-pci")
+DROP_ALL = "ip access-list NONE\n  deny ip any any\ninterface eth1\n  ip access-group NONE in\n"
+
+
+def has_dpdk():
+    return os.path.exists(os.path.join(os.path.dirname(live_test.VELO), "VeloDpdk.so"))
+
+
+def write_capture(path, frames):
+    with open(path, "wb") as file:
+        file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1))
+        for number, frame in enumerate(frames):
+            file.write(struct.pack("<IIII", 1, number, len(frame), len(frame)) + frame)
+
+
+class Xdp:
+    def port(self, number):
+        return f"xdp:eth{number}"
+
+
+class XdpWithPacket:
+    """Ports of two kinds joined with each other."""
+
+    def port(self, number):
+        return f"xdp:eth{number}" if number % 2 else f"packet:eth{number}"
+
+
+class XdpCounting(Xdp, live_test.Counting):
+    pass
+
+
+class XdpFollowing(Xdp, live_test.Following):
+    pass
+
+
+class MixedCounting(XdpWithPacket, live_test.Counting):
+    pass
+
+
+class DpdkCounting(live_test.Counting):
+    """By a driver that sends and receives by the kernel's devices."""
+
+    common = NO_CARDS
+
+    def setUp(self):
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        super().setUp()
+
+    def port(self, number):
+        return f"dpdk:net_af_packet{number},iface=eth{number},framecnt=4096"
+
+    # This driver does receive it.
+    test_what_the_host_sends_by_a_port_is_not_received = None
+
+
+class Kinds(LiveTest):
+    def setUp(self):
+        super().setUp()
+        folder = tempfile.TemporaryDirectory(prefix="velo-ports-")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def live(self, sock):
+        client = Control(sock)
+        self.addCleanup(client.close)
+        return {name: port["live"] for name, port in client.ask("show", what="ports")["ports"].items()}
+
+    def test_nothing_passes_by_xdp_while_the_agent_is_dead_and_the_next_one_begins(self):
+        self.stations_are(1, 2)
+        a, b = self.wire(1), self.wire(2)
+        for _ in range(3):
+            agent = Agent(live_test.VELO, self.middle, OPEN, "--port", "eth1=xdp:eth1", "--port", "eth2=xdp:eth2",
+                          "--patch", "eth1,eth2")
+            self.addCleanup(agent.kill)
+            self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
+            self.assertIn('"xdp"', self.middle.ip("-d", "-j", "link", "show", "eth1").stdout)
+            agent.kill()
+            self.assertTrue(until(lambda: '"xdp"' not in self.middle.ip("-d", "-j", "link", "show", "eth1").stdout),
+                            "the program is taken off")
+            b.received(0)
+            a.send(udp(10, n) for n in range(100))
+            self.assertEqual(b.received(0), [])
+
+    def test_an_mtu_that_is_too_large_for_xdp_closes_the_port_until_it_fits(self):
+        self.stations_are(1, 2)
+        sock = self.path("sock")
+        self.agent(OPEN, "--patch", "eth1,eth2", "--control", sock, "--port", "eth1=xdp:eth1", "--port", "eth2=eth2",
+                   ports=())
+        self.middle.ip("link", "set", "eth1", "mtu", "9000")
+        self.assertTrue(until(lambda: not self.live(sock)["eth1"]["present"]))
+        self.assertIn("MTU of 9000", self.live(sock)["eth1"]["wrong"])
+        self.middle.ip("link", "set", "eth1", "mtu", "1500")
+        self.assertTrue(until(lambda: self.live(sock)["eth1"]["present"]))
+        self.assertEqual(self.live(sock)["eth1"]["how"], "copy, queue 0")
+        a, b = self.wire(1), self.wire(2)
+        self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
+
+    def test_a_capture_goes_to_null_as_often_as_asked(self):
+        frames = [udp(10, number, size=18 + number) for number in range(100)]
+        write_capture(self.path("in.pcap"), frames)
+        for config, passed in ((OPEN, 300), (DROP_ALL, 0)):
+            sock = self.path(f"sock{passed}")
+            agent = self.agent(config, "--control", sock, "--port", f"eth1=pcap:{self.path('in.pcap')},repeat=3",
+                               "--port", "eth2=null:", "--patch", "eth1,eth2", ports=())
+            self.assertTrue(until(lambda: self.live(sock)["eth1"]["received"]["frames"] == 300))
+            live = self.live(sock)
+            self.assertEqual((live["eth1"]["kind"], live["eth1"]["how"]), ("pcap", "at its end"))
+            self.assertEqual((live["eth2"]["kind"], live["eth2"]["sent"]["frames"]), ("null", passed))
+            self.assertEqual(live["eth1"]["received"]["bytes"], 3 * sum(map(len, frames)))
+            before = agent.processor_time()
+            time.sleep(0.5)
+            self.assertLess(agent.processor_time() - before, 0.1, "at rest when all has come")
+            self.assertEqual(agent.stop()["frames"], 300)
+
+    def test_an_endless_capture_ends_with_the_agent(self):
+        write_capture(self.path("in.pcap"), [udp(10, number) for number in range(10)])
+        agent = self.agent(OPEN, "--port", f"eth1=pcap:{self.path('in.pcap')},endless", "--port", "eth2=null:",
+                           "--patch", "eth1,eth2", ports=())
+        time.sleep(0.3)
+        report = agent.stop()
+        self.assertGreater(report["frames"], 10000)
+        self.assertEqual(report["ports"]["eth2"]["sent"], report["frames"])
+
+    def test_two_agents_are_joined_by_memif(self):
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        self.stations_are(1, 2)
+        pipe = self.path("memif")
+        device = f"socket={pipe},socket-abstract=no"
+        for number, role in ((1, "server"), (2, "client")):
+            self.agent(OPEN.replace("eth1", "m"), *NO_CARDS, "--port", f"eth{number}=eth{number}",
+                       "--port", f"m=dpdk:net_memif0,role={role},{device}", "--patch", f"eth{number},m", ports=())
+        a, b = self.wire(1), self.wire(2)
+        self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
+        b.received(0)
+        frames = [udp(10, number, size=18 + number) for number in range(500)]
+        a.send(frames)
+        self.assertEqual(b.received(len(frames)), frames)
+
+    def test_a_program_without_the_library_says_what_is_missing(self):
+        for name in ("velo", "VeloAcl.so", "libvelo-platform.so"):
+            shutil.copy(os.path.join(os.path.dirname(live_test.VELO), name), self.path(name))
+        refused = Agent(self.path("velo"), self.middle, OPEN, "--port", "eth1=dpdk:net_null0", "--port", "eth2=null:",
+                        check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 2)
+        self.assertIn("eth1: this kind of port is not installed: there is no ", refused.process.stderr.read())
+        with open(self.path("VeloDpdk.so"), "wb") as file:
+            file.write(b"x")
+        refused = Agent(self.path("velo"), self.middle, OPEN, "--port", "eth1=dpdk:net_null0", check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 2)
+        self.assertIn("eth1: what this kind of port needs is missing: ", refused.process.stderr.read())
+
+
+if __name__ == "__main__":
+    live_test.main(__doc__)
