@@ -87,7 +87,9 @@ velo_precompiled(velo-pch HEADERS ${velo_common_headers})
 set(VELO_COMMON_HEADERS velo-pch)
 
 function(velo_common_headers name)
-  velo_reuse_headers(${name} ${VELO_COMMON_HEADERS})
+  if(VELO_COMMON_HEADERS)
+    velo_reuse_headers(${name} ${VELO_COMMON_HEADERS})
+  endif()
 endfunction()
 
 function(velo_reuse_headers name from)
@@ -160,6 +162,7 @@ endfunction()
 macro(velo_seldom_run)
   if((VELO_SANITIZE OR VELO_SANITIZE_THREADS) AND NOT VELO_FUZZ)
     add_compile_options(-O0)
+    set(VELO_COMMON_HEADERS)  # which are parsed for other options
   endif()
 endmacro()
 
