@@ -1,5 +1,6 @@
 # Where things are put by `cmake --install`, and the Debian packages that cpack makes of them (scripts/package.sh).
-# Component `velo` is what runs, `velo-dev` what plugins are built with.
+# Component `velo` is what runs, `velo-dev` what plugins are built with, `velo-dpdk` what dpdk: ports need besides, where
+# it was built.
 include(GNUInstallDirs)
 
 # Program, plugin and platform library lie side by side, where the program looks for them.
@@ -7,6 +8,11 @@ set(VELO_PROGRAM_DIR lib/velo)
 set_target_properties(velo VeloAcl velo-platform PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS velo RUNTIME DESTINATION ${VELO_PROGRAM_DIR} COMPONENT velo)
 install(TARGETS VeloAcl velo-platform LIBRARY DESTINATION ${VELO_PROGRAM_DIR} COMPONENT velo)
+set(velo_packages velo velo-dev)
+if(TARGET VeloDpdk)
+  list(APPEND velo_packages velo-dpdk)
+  install(TARGETS VeloDpdk LIBRARY DESTINATION ${VELO_PROGRAM_DIR} COMPONENT velo-dpdk)
+endif()
 # What `cmake --install` makes by itself is made for the prefix that it is given.
 install(CODE "
   set(to \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
@@ -82,7 +88,7 @@ file(CONFIGURE OUTPUT ${made}/changelog CONTENT "velo (${version}) stable; urgen
  -- The velo developers <developers@velo.example>  Mon, 01 Jan 2024 00:00:00 +0000
 " @ONLY)
 velo_gzip(${made}/changelog changelog.gz)
-foreach(package velo velo-dev)
+foreach(package ${velo_packages})
   install(FILES ${made}/changelog.gz CHANGELOG.md DESTINATION ${share}/doc/${package} COMPONENT ${package})
   install(FILES LICENSE DESTINATION ${share}/doc/${package} RENAME copyright COMPONENT ${package})
 endforeach()
@@ -91,7 +97,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME velo)
 set(CPACK_PACKAGE_VERSION ${version})
 set(CPACK_PACKAGE_CONTACT "The velo developers <developers@velo.example>")
-set(CPACK_COMPONENTS_ALL velo velo-dev)
+set(CPACK_COMPONENTS_ALL ${velo_packages})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
@@ -113,4 +119,10 @@ set(CPACK_DEBIAN_VELO-DEV_PACKAGE_DEPENDS "velo (= ${version}), libfmt-dev")
 set(CPACK_DEBIAN_VELO-DEV_DESCRIPTION "headers for plugins of velo
 What a plugin that velo opens is built with. A plugin fits the agent that
 has the same interface version: it is to be built again for another one.")
+set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_NAME velo-dpdk)
+set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_DEPENDS "velo (= ${version})")
+set(CPACK_DEBIAN_VELO-DPDK_DESCRIPTION "ports of velo on user-space drivers
+The library that velo opens for a port on a driver of DPDK, on a device that is
+bound to it or a virtual one.")
 include(CPack)

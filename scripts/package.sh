@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the Debian packages velo and velo-dev in build/package, of what is committed: in a tree of its own, which has
+# Makes the Debian packages velo, velo-dev and velo-dpdk in build/package, of what is committed: in a tree of its own, which has
 # nothing that is only here.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
@@ -24,7 +24,7 @@ for argument in "$@"; do
   esac
 done
 
-"$root/scripts/install_deps.sh"
+"$root/scripts/install_deps.sh" --dpdk
 out=$root/build/package
 tree=$out/tree
 # The build folder stays: a second time only what has changed is compiled.
@@ -35,7 +35,7 @@ echo "${version:-$(cmake -P "$root/cmake/VeloVersion.cmake")}" >"$tree/VERSION.t
 
 # The functions of lib.sh build what is in $root.
 root=$tree
-build release velo VeloAcl
+build release velo VeloAcl VeloDpdk
 rm -f "$out"/*.deb
 quietly "$out/package.log" cpack --config "$tree/build/release/CPackConfig.cmake" -B "$out"
 rm -rf "$out/_CPack_Packages"

@@ -132,7 +132,7 @@ using Kinds = testing::Types<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
 TYPED_TEST_SUITE(ListAnalysisTest, Kinds);
 
 TYPED_TEST(ListAnalysisTest, WhatIsSaidOfRandomListsIsTrueOfEveryPacket) {
-  for (uint64_t seed = 0; seed < 400 * proofTimes() && !this->HasFailure(); ++seed) {
+  for (uint64_t seed = 0; seed < proofCases(400) && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
     Dice dice(seed);
     SmallWorld<TypeParam> world(dice);

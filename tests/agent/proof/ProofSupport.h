@@ -5,6 +5,7 @@
 #include <agent/proof/RuleSets.h>
 
 #include "../../Acl/DifferentialModel.h"
+#include "../../support/Sanitizers.h"
 
 #include <cstdlib>
 #include <vector>
@@ -16,6 +17,8 @@ inline size_t proofTimes() {
   const char* times = std::getenv("VELO_PROOF_TIMES");
   return times ? static_cast<size_t>(std::atoll(times)) : 1;
 }
+/// How many random cases a test has that otherwise has `count` of them.
+inline size_t proofCases(int count) { return static_cast<size_t>(casesOf(count)) * proofTimes(); }
 
 template <class Rule>
 constexpr Acl::AclType typeOf = std::is_same_v<Rule, Acl::IpRule>    ? Acl::AclType::ip

@@ -93,7 +93,7 @@ TYPED_TEST_SUITE(SimplifyTest, Kinds);
 
 TYPED_TEST(SimplifyTest, EveryPacketMeetsTheSame) {
   std::map<std::string, size_t> seen;
-  for (uint64_t seed = 0; seed < 400 * proofTimes() && !this->HasFailure(); ++seed) {
+  for (uint64_t seed = 0; seed < proofCases(400) && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
     Dice dice(seed);
     SmallWorld<TypeParam> world(dice);
@@ -135,7 +135,8 @@ TYPED_TEST(SimplifyTest, EveryPacketMeetsTheSame) {
     EXPECT_EQ(this->linesIn(this->remarksOf(simpler.list)), this->linesIn(this->remarksOf(list)));
     EXPECT_TRUE(Proof::needlessOf(simpler.list, this->sets_).empty());
   }
-  for (const char* each : {"redundant", "dead", "joined"}) EXPECT_GT(seen[each], 10u) << each;
+  for (const char* each : {"redundant", "dead", "joined"})
+    EXPECT_GT(seen[each], static_cast<size_t>(casesOf(10))) << each;
 }
 
 std::string simplified(const std::string& text) {
