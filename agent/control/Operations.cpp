@@ -225,12 +225,12 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
     return reply(noList(world_.core, name));
   if (!name.empty() && show->argument == changeArgument && !changeOf(name))
     return reply(Answer::failed("not-found", fmt::format("there is no change {}", name)));
-  using Rules = ShowOptions::Rules;
+  using Which = ShowOptions::Rules;
   const bool hit = request.flag("hit"), unused = request.flag("unused");
   const ShowOptions options{name, request.text("source"), request.text("interface"),
-                            hit      ? Rules::hit
-                            : unused ? Rules::unused
-                                     : Rules::all,
+                            hit      ? Which::hit
+                            : unused ? Which::unused
+                                     : Which::all,
                             request.flag("summary")};
   if (request.has("source") && !show->bySource)
     return reply(Answer::failed("bad-request", fmt::format("{} takes no source", what)));

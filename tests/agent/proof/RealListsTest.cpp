@@ -157,7 +157,7 @@ size_t compared(const Config::Model& model, size_t packetsOfABox) {
   size_t packets = 0;
   for (const auto& [key, list] : model.lists) {
     SCOPED_TRACE(key.second);
-    const auto of = [&](auto rule) {
+    const auto of = [&, &list = list](auto rule) {
       Comparer<decltype(rule)> comparer(list);
       comparer.run(packetsOfABox);
       packets += comparer.packets();
