@@ -44,7 +44,7 @@ TYPED_TEST_SUITE(BoxesTest, Kinds);
 
 TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
   size_t boxes = 0, inside = 0, outside = 0;
-  for (uint64_t seed = 0; seed < proofCases(120) && !this->HasFailure(); ++seed) {
+  for (uint64_t seed = 0; seed < 120 * proofTimes() && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
     Dice dice(seed);
     SmallWorld<TypeParam> world(dice);
@@ -82,7 +82,7 @@ TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
 
 TYPED_TEST(BoxesTest, AComparisonSaysOfEveryPacketWhatChanges) {
   std::map<std::string, size_t> seen;
-  for (uint64_t seed = 0; seed < proofCases(60) && !this->HasFailure(); ++seed) {
+  for (uint64_t seed = 0; seed < 60 * proofTimes() && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
     Dice dice(seed);
     SmallWorld<TypeParam> world(dice);
