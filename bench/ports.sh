@@ -123,10 +123,11 @@ measured() {
   end
   tell "$1" "$(python3 -c 'import sys; a, s, b, t = map(float, sys.argv[1:]); print((b - a) / (t - s))' $before $after)"
 }
+# It takes some seconds to begin; the best second that it tells counts.
 of_testpmd() {
   local vdevs=(--vdev "net_pcap0,rx_pcap=$work/in.pcap,infinite_rx=1" --vdev net_null0)
   # shellcheck disable=SC2086  # several words
-  "${last[@]}" timeout -k 3 -s INT "$((seconds + 1))" dpdk-testpmd $environment --no-shconf -l 0,"$(($(nproc) - 1))" "${vdevs[@]}" \
+  "${last[@]}" timeout -k 3 -s INT "$((seconds + 4))" dpdk-testpmd $environment --no-shconf -l 0,"$(($(nproc) - 1))" "${vdevs[@]}" \
     -- --forward-mode="$2" --nb-cores=1 --auto-start --stats-period 1 </dev/null >"$work/testpmd" 2>&1 || true
   tell "$1" "$(grep -oE 'Rx-pps: +[0-9]+' "$work/testpmd" | awk '{print $2}' | sort -n | tail -n 1)"
 }

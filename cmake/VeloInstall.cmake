@@ -122,6 +122,8 @@ has the same interface version: it is to be built again for another one.")
 set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_NAME velo-dpdk)
 set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_DEPENDS "velo (= ${version})")
+# Its drivers are libraries of their own.
+set(CPACK_DEBIAN_VELO-DPDK_PACKAGE_RECOMMENDS librte-meta-net)
 set(CPACK_DEBIAN_VELO-DPDK_DESCRIPTION "ports of velo on user-space drivers
 The library that velo opens for a port on a driver of DPDK, on a device that is
 bound to it or a virtual one.")
