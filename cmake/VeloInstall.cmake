@@ -45,7 +45,14 @@ function(velo_gzip from to)
   execute_process(COMMAND ${GZIP} -9nc ${from} OUTPUT_FILE ${made}/${to} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 set(share ${CMAKE_INSTALL_DATADIR})
-velo_gzip(${CMAKE_SOURCE_DIR}/docs/man/velo-acl.5 velo-acl.5.gz)
+# The manual page of the language is the document of the language.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS docs/configuration.md scripts/manual_page.py)
+execute_process(
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/manual_page.py ${CMAKE_SOURCE_DIR}/docs/configuration.md
+    velo-acl 5 "configuration of velo: access lists, bindings, port-channels, mirror sessions"
+  OUTPUT_FILE ${made}/velo-acl.5 COMMAND_ERROR_IS_FATAL ANY)
+velo_gzip(${made}/velo-acl.5 velo-acl.5.gz)
 install(FILES ${made}/velo-acl.5.gz DESTINATION ${share}/man/man5 COMPONENT velo)
 # The program writes the manual pages of its commands itself.
 install(CODE "

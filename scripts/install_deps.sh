@@ -8,7 +8,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 usage() {
   cat <<'TEXT'
 usage: scripts/install_deps.sh [--ci] [--sanitize] [--fuzz] [--dpdk]
-  --ci        also what only the checks of .ci/run use: the formatter, what makes and checks packages, a reader of annotated
+  --ci        also what only the checks of .ci/run use: the formatter, what makes and checks packages and manual pages, a reader of annotated
               captures, a server that scrapes metrics, shells that complete
   --sanitize  also what scripts/test.sh --sanitize uses: clang with its sanitizers
   --fuzz      also what scripts/fuzz.sh uses: clang with its fuzzer
@@ -20,7 +20,7 @@ packages=(g++ cmake lld ninja-build pkg-config python3 libfmt-dev libpcap-dev li
   prometheus-cpp-dev libyang2-dev libyang2-tools libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
 for argument in "$@"; do
   case $argument in
-    --ci) packages+=(clang-format dpkg-dev git fish lintian tshark prometheus zsh) ;;
+    --ci) packages+=(clang-format dpkg-dev git fish groff-base lintian tshark prometheus zsh) ;;
     --sanitize | --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     --dpdk) packages+=(libdpdk-dev dpdk-dev dpdk) ;;
     -h | --help)

@@ -7,7 +7,8 @@
 namespace Config {
 
 /// A place in a configuration text that could not be read, and why. Readers collect mistakes as values and
-/// return all of them, in the order of the text, at most one for each line.
+/// return all of them, in the order of the text, at most one for each line; a document may have several in
+/// one.
 struct Mistake {
   std::string file;
   int line = 0;    ///< from 1

@@ -27,6 +27,8 @@ struct Found {
   }
   /// Keeps the mistake that something is not there.
   void miss(std::string what) const { report.mistake(node.at, path + " incomplete", std::move(what)); }
+  /// How many mistakes are kept by now. What was refused is not said to be missing, too.
+  size_t mistakes() const { return report.mistakes().size(); }
   void twice() const { report.mistake(node.at, path + " a second time", "it once"); }
   /// A member, for readLeaves(); the member must be there.
   Found below(const Node& member, std::string memberPath) const {

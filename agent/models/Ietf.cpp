@@ -15,7 +15,7 @@ using Acl::AclType;
 /// The condition on a port as the leaves below source-port or destination-port have it.
 struct PortLeaves {
   std::optional<uint16_t> lower{}, upper{}, port{};
-  std::string oper{};
+  std::optional<std::string> oper{};
 };
 
 /// An access control entry that is being read.
@@ -30,7 +30,6 @@ struct Ace {
 struct Acls {
   Lines& lines;
   std::map<std::string, AclType, std::less<>> types{};  ///< by the name of the list
-  DraftBindings bindings{};
 };
 
 struct AclOfDocument {
@@ -53,7 +52,7 @@ constexpr Row<PortLeaves> portTable[] = {
 
 /// The words for an operator and a port. "lte" and "gte" have the port itself, `lt` and `gt` do not.
 std::string portWords(const std::string& oper, uint16_t port, const Found& found) {
-  if (oper.empty() || oper == "eq") return fmt::format("eq {}", port);
+  if (oper == "eq") return fmt::format("eq {}", port);
   if (oper == "neq") return fmt::format("neq {}", port);
   if (oper == "lte") return port == 65535 ? "range 0 65535" : fmt::format("lt {}", port + 1);
   if (oper == "gte") return port == 0 ? "range 0 65535" : fmt::format("gt {}", port - 1);
@@ -64,14 +63,15 @@ std::string portWords(const std::string& oper, uint16_t port, const Found& found
 
 PortWords portsOf(const Found& found) {
   PortLeaves leaves;
+  const size_t before = found.mistakes();
   readLeaves(found, portTable, leaves);
-  const bool range = leaves.lower || leaves.upper, single = leaves.port || !leaves.oper.empty();
+  const bool range = leaves.lower || leaves.upper, single = leaves.port || leaves.oper;
   PortWords ports{{}, found.node.at, found.path};
-  if (!range && !single) return ports;
+  if ((!range && !single) || found.mistakes() > before) return ports;
   if (range == single || (range && (!leaves.lower || !leaves.upper)) || (single && !leaves.port)) {
     found.refuse("either lower-port and upper-port, or port with an operator");
   } else if (single) {
-    ports.words = portWords(leaves.oper, *leaves.port, found);
+    ports.words = portWords(leaves.oper.value_or("eq"), *leaves.port, found);
   } else if (*leaves.lower > *leaves.upper) {
     found.refuse("a lower-port that is not above the upper-port");
   } else {
@@ -203,8 +203,10 @@ std::string ethernetWords(const Found& found, const std::string& mac, const std:
 void takeAce(AclOfDocument& acl, const Found& found) {
   Ace ace;
   ace.words.list = acl.list.type;
-  ace.rule.at = found.node.at;
+  ace.rule.where = {found.node.at, found.path};
+  const size_t before = found.mistakes();
   readLeaves(found, aceTable, ace);
+  if (found.mistakes() > before) return;
   if (ace.words.list == AclType::mac) {
     ace.words.source = ethernetWords(found, ace.mac, ace.macMask);
     ace.words.destination = ethernetWords(found, ace.otherMac, ace.otherMacMask);
@@ -228,7 +230,7 @@ void takeType(AclOfDocument& acl, const Found& found) {
 constexpr Row<AclOfDocument> aclTable[] = {
     {"name", Kind::text,
      [](AclOfDocument& a, const Found& f) {
-       if (checkName(f.text, f)) a.list.name = f.text;
+       if (checkListName(f.text, f)) a.list.name = f.text;
      }},
     {"type", Kind::identity, takeType},
     {"aces/ace", Kind::entries,
@@ -240,8 +242,7 @@ constexpr Row<AclOfDocument> aclTable[] = {
 
 void takeAcl(Acls& all, const Found& found) {
   AclOfDocument acl{all};
-  acl.list.at = found.node.at;
-  acl.list.path = found.path;
+  acl.list.where = {found.node.at, found.path};
   if (!found.node.find("type")) found.miss("its type: ipv4-acl-type, ipv6-acl-type or eth-acl-type");
   readLeaves(found, aclTable, acl);
   if (!acl.known || acl.list.name.empty()) return;
@@ -271,8 +272,7 @@ void takeSet(Attachment& attachment, const Found& found) {
   const auto known = attachment.all.types.find(set.name);
   if (known == attachment.all.types.end()) return found.refuse("the name of a list that the document has");
   if (!attachment.interface.empty())
-    attachment.all.bindings.add({known->second, direction, attachment.interface}, set.name, found,
-                                attachment.all.lines);
+    attachment.all.lines.bind({known->second, direction, attachment.interface}, set.name, found);
 }
 
 constexpr Row<Attachment> interfaceTable[] = {

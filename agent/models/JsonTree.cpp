@@ -156,6 +156,7 @@ bool JsonBuilder::key(std::string& name) {
   Node& member = object.node->members.emplace_back();
   const size_t colon = name.find(':');
   member.at = at;
+  member.ownModule = colon != std::string::npos;
   member.module = colon == std::string::npos ? object.node->module : name.substr(0, colon);
   member.name = colon == std::string::npos ? std::move(name) : name.substr(colon + 1);
   named_ = &member;

@@ -50,9 +50,11 @@ size_t Walk::rowOf(std::string_view path) const {
   return none;
 }
 
+/// A name as tables have it. Models without modules have names with colons in them.
 std::string nameIn(const Node& node, std::string_view module) {
-  return node.module.empty() || node.module == module ? node.name
-                                                      : fmt::format("{}:{}", node.module, node.name);
+  if (module.empty()) return node.fullName();
+  const bool own = node.module == module || (node.module.empty() && !node.xml);
+  return own ? node.name : fmt::format("{}:{}", node.module, node.name);
 }
 
 void Walk::object(const Found& found, const std::string& prefix) {
@@ -90,6 +92,12 @@ void Walk::object(const Found& found, const std::string& prefix) {
 }
 
 void Walk::unknown(const Found& found, const std::string& prefix) const {
+  if (found.node.xml && found.node.module.empty()) {
+    return found.report.mistake(found.node.at,
+                                fmt::format("an element {} without a namespace in {}", found.node.name,
+                                            found.path.substr(0, found.path.rfind('/'))),
+                                "elements in the namespace of their module");
+  }
   std::vector<std::string_view> names;
   for (const Leaf& leaf : table_) {
     if (!leaf.path.starts_with(prefix)) continue;

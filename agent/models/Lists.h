@@ -4,6 +4,7 @@
 #include <agent/models/RuleWords.h>
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -11,12 +12,26 @@
 
 namespace Models {
 
-/// The configuration text that a document comes to, and where each line of it comes from.
+/// A place in a document, and its path there.
+struct Where {
+  At at{};
+  std::string path{};
+};
+
+/// The configuration text that a document comes to, and where each line of it comes from. Whatever roots the
+/// document has, there is one list of a kind and name in it, and one at a place.
 class Lines {
  public:
   /// A line with control characters would be several: it is a mistake.
-  void add(const std::string& line, At at, Report& report);
+  void add(const std::string& line, const Where& where, Report& report);
+  /// Keeps that the document has a list, which is written next; refuses it when it has one of that kind and
+  /// name already.
+  bool begin(const Config::ListKey& list, const Where& where, Report& report);
+  /// Binds a list. One list a kind and direction; refuses a second one at `found`.
+  void bind(const Config::BindingKey& key, const std::string& list, const Found& found);
 
+  /// The lists, each with its place.
+  const std::map<Config::ListKey, At>& lists() const { return lists_; }
   const std::string& text() const { return text_; }
   /// Of a line of the text, from 1.
   At placeOf(int line) const;
@@ -24,6 +39,8 @@ class Lines {
  private:
   std::string text_;
   std::vector<At> places_;
+  std::map<Config::ListKey, At> lists_;
+  std::set<Config::BindingKey> bindings_;
 };
 
 /// A rule of a document that is being read.
@@ -32,7 +49,7 @@ struct DraftRule {
   std::string name{};   ///< by which the document tells rules apart
   uint32_t number = 0;  ///< 0: the order counts
   std::vector<std::string> remarks{};
-  At at{};
+  Where where{};
   bool isEverything = false;  ///< it is for every packet
   bool isEnd = false;  ///< it says what becomes of what no rule matches, and has the name that we give that
 };
@@ -41,29 +58,20 @@ struct DraftRule {
 struct DraftList {
   Acl::AclType type = Acl::AclType::ip;
   std::string name{};
-  At at{};
-  std::string path{};
+  Where where{};
   std::vector<DraftRule> rules{};
   /// What no rule matches passes; else the document does not say, and it is dropped.
   bool restPasses = false;
 };
 
 /// Writes a list as a configuration text. A document has the whole list: what earlier texts say of a list of
-/// its name is lost. Rules without numbers get those that their names are, if that is their order, and else
-/// 10, 20 and so on, with their names as remarks.
+/// its name is lost. Rules without numbers get those that their names are, if that is their order and leaves
+/// room for the end, and else 10, 20 and so on, with their names as remarks.
 void write(DraftList list, Lines& lines, Report& report);
 
-/// The places where a document binds lists.
-class DraftBindings {
- public:
-  /// One list a kind and direction; refuses a second one at `found`.
-  void add(const Config::BindingKey& key, const std::string& list, const Found& found, Lines& lines);
-
- private:
-  std::set<Config::BindingKey> known_;
-};
-
-/// Whether a list, an interface and so on can have the name; refuses it at `found` when it cannot.
+/// Whether an interface and so on can have the name; refuses it at `found` when it cannot.
 bool checkName(std::string_view name, const Found& found);
+/// The same for a list.
+bool checkListName(std::string_view name, const Found& found);
 
 }  // namespace Models

@@ -15,7 +15,6 @@ using Acl::AclType;
 struct AclTree {
   Lines& lines;
   std::set<std::pair<AclType, std::string>> known{};
-  DraftBindings bindings{};
 };
 
 struct Set {
@@ -48,7 +47,7 @@ std::optional<AclType> typeOf(const Found& found) {
 constexpr Row<Set> setTable[] = {
     {"name", Kind::text,
      [](Set& s, const Found& f) {
-       if (checkName(f.text, f)) s.name = f.text;
+       if (checkListName(f.text, f)) s.name = f.text;
      }},
     {"type", Kind::identity, [](Set& s, const Found& f) { s.type = typeOf(f); }},
     {"config/name", Kind::text,
@@ -67,8 +66,7 @@ constexpr Row<Set> setTable[] = {
 
 void takeSet(AclTree& all, const Found& found) {
   Set set{all};
-  set.list.at = found.node.at;
-  set.list.path = found.path;
+  set.list.where = {found.node.at, found.path};
   const Node* config = found.node.find("config");
   if (!config || !config->find("name") || !config->find("type"))
     return found.miss("config/name and config/type");
@@ -111,8 +109,7 @@ void takeBound(Interface& interface, const Found& found) {
   if (!interface.all.known.contains({*bound.type, bound.name}))
     return found.refuse("name and type of a list that the document has");
   if (!interface.name.empty())
-    interface.all.bindings.add({*bound.type, direction, interface.name}, bound.name, found,
-                               interface.all.lines);
+    interface.all.lines.bind({*bound.type, direction, interface.name}, bound.name, found);
 }
 
 constexpr Row<Interface> interfaceTable[] = {
@@ -137,6 +134,8 @@ void takeInterface(AclTree& all, const Found& found) {
   const Node* config = reference ? reference->find("config") : nullptr;
   if (!config || !config->find("interface"))
     return found.miss("interface-ref/config/interface: the id says no interface");
+  const Node* own = found.node.find("config");
+  if (!own || !own->find("id")) return found.miss("config/id, the same as the key");
   Interface interface { all };
   readLeaves(found, interfaceTable, interface);
 }

@@ -22,7 +22,7 @@ struct AclEntry {
   DraftRule rule{};
   std::string mac{}, macMask{}, otherMac{}, otherMacMask{};
   uint32_t key = 0;
-  std::string mode{}, flagMode{}, builtin{};
+  std::optional<std::string> mode{}, flagMode{}, builtin{};
   std::vector<std::string> flags{};
 };
 
@@ -240,17 +240,19 @@ constexpr Row<AclEntry> entryTable[] = {
 
 /// TCP flags and built-in conditions, which several leaves say together. The words, or what would be right.
 std::string detailWords(AclEntry& entry, std::string* expected) {
-  const bool any =
-      !entry.mode.empty() || !entry.flagMode.empty() || !entry.builtin.empty() || !entry.flags.empty();
-  if (!any) return {};
-  if (entry.mode == "BUILTIN" && entry.flags.empty() && entry.flagMode.empty()) {
+  if (!entry.mode && !entry.flagMode && !entry.builtin && entry.flags.empty()) return {};
+  if (entry.flagMode && entry.flagMode != "ALL" && entry.flagMode != "ANY") {
+    *expected = "explicit-detail-match-mode ALL or ANY";
+    return {};
+  }
+  if (entry.mode == "BUILTIN" && entry.flags.empty() && !entry.flagMode) {
     if (entry.builtin == "TCP_ESTABLISHED") return "established";
     entry.words.fragments = entry.builtin == "FRAGMENT";
     if (!entry.words.fragments)
       *expected = "builtin-detail TCP_ESTABLISHED or FRAGMENT: a rule cannot ask that a flag is clear";
     return {};
   }
-  if (entry.mode != "EXPLICIT" || !entry.builtin.empty() || entry.flags.empty()) {
+  if (entry.mode != "EXPLICIT" || entry.builtin || entry.flags.empty()) {
     *expected = "detail-mode EXPLICIT with explicit-tcp-flags, or BUILTIN with builtin-detail";
     return {};
   }
@@ -284,8 +286,10 @@ std::string ethernetWords(const Found& found, const std::string& mac, const std:
 std::optional<DraftRule> openConfigEntry(AclType list, const Found& found) {
   AclEntry entry;
   entry.words.list = list;
-  entry.rule.at = found.node.at;
+  entry.rule.where = {found.node.at, found.path};
+  const size_t before = found.mistakes();
   readLeaves(found, entryTable, entry);
+  if (found.mistakes() > before) return std::nullopt;
   if (entry.rule.number == 0 || entry.rule.number != entry.key) {
     found.miss("config/sequence-id, the same as the key");
     return std::nullopt;

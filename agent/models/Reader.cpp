@@ -1,10 +1,12 @@
 #include <agent/config/NotText.h>
+#include <agent/config/Titles.h>
 #include <agent/models/Documents.h>
 #include <agent/models/Reader.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <tuple>
 #include <utility>
 
@@ -42,13 +44,10 @@ constexpr const char* expectedRoots =
 
 const Root* rootOf(const Node& node) {
   const auto known = std::find_if(std::begin(roots), std::end(roots), [&](const Root& root) {
-    return root.name == node.name && (node.module == root.module || (root.bare && node.module.empty()));
+    const bool bare = root.bare && node.module.empty() && !node.xml;
+    return root.name == node.name && (node.module == root.module || bare);
   });
   return known == std::end(roots) ? nullptr : known;
-}
-
-std::string fullName(const Node& node) {
-  return node.module.empty() ? node.name : fmt::format("{}:{}", node.module, node.name);
 }
 
 /// One document on its way to a text.
@@ -62,7 +61,7 @@ class Document {
   const Report& report() const { return report_; }
 
  private:
-  void readRoots(const Node& document, const char* language);
+  void readRoots(const Node& document, bool isXml);
   void readTables(const Node& document);
   void validateRoots(const Node& document);
 
@@ -80,30 +79,33 @@ void Document::read(std::string_view text, bool isXml) {
   if (isXml && document->members.size() == 1 && document->members[0].module == "netconf" &&
       (document->members[0].name == "config" || document->members[0].name == "data"))
     document = &document->members[0];
-  readRoots(*document, isXml ? "an XML" : "a JSON");
+  readRoots(*document, isXml);
 }
 
-void Document::readRoots(const Node& document, const char* language) {
+void Document::readRoots(const Node& document, bool isXml) {
   if (document.kind != Node::Kind::object) return report_.mistake(document.at, document.shown(), "an object");
-  if (std::any_of(document.members.begin(), document.members.end(),
-                  [](const Node& node) { return node.module.empty() && isSonicTable(node.name); }))
+  if (!isXml && std::any_of(document.members.begin(), document.members.end(),
+                            [](const Node& node) { return isSonicTable(node.fullName()); }))
     return readTables(document);
   const auto& members = document.members;
   if (!members.empty() && std::none_of(members.begin(), members.end(), rootOf)) {
     const std::string more = members.size() > 1 ? fmt::format(" and {} more", members.size() - 1) : "";
     return report_.mistake(members.front().at,
-                           fmt::format("{} document with {}{} at its root", language,
-                                       printableQuote(fullName(members.front())), more),
+                           fmt::format("{} document with {}{} at its root", isXml ? "an XML" : "a JSON",
+                                       printableQuote(members.front().fullName()), more),
                            expectedRoots);
   }
   bool read = false;
+  std::set<const Root*> known;
   for (const Node& node : members) {
     const Root* root = rootOf(node);
-    const auto name = fullName(node);
+    const auto name = node.fullName();
     if (!root) {
       report_.mistake(node.at, fmt::format("{} at the root of a document", printableQuote(name)),
                       expectedRoots);
       read = true;
+    } else if (!known.insert(root).second) {
+      report_.mistake(node.at, fmt::format("{} a second time", printableQuote(name)), "each root once");
     } else if (!root->read) {
       report_.warn(node.at, "leaf-ignored",
                    fmt::format("/{} is not kept: it has no effect on traffic", name));
@@ -119,6 +121,11 @@ void Document::readRoots(const Node& document, const char* language) {
 void Document::readTables(const Node& document) {
   if (!yangDirs_.empty())
     report_.warn(document.at, "not-validated", "no YANG module says what SONiC's tables have inside");
+  for (const Node& node : document.members) {
+    if (const Root* root = rootOf(node); root && root->read)
+      report_.mistake(node.at, fmt::format("{} beside SONiC's tables", printableQuote(node.fullName())),
+                      "a document of one model");
+  }
   readSonic({document, "", report_, ""}, lines_);
 }
 
@@ -190,21 +197,59 @@ std::vector<Config::Mistake> inOrder(const std::vector<Config::Source>& sources,
   std::stable_sort(mistakes.begin(), mistakes.end(), [&](const auto& a, const auto& b) {
     return std::tuple(indexOf(a), a.line) < std::tuple(indexOf(b), b.line);
   });
-  const auto sameLine = [](const auto& a, const auto& b) { return a.file == b.file && a.line == b.line; };
-  mistakes.erase(std::unique(mistakes.begin(), mistakes.end(), sameLine), mistakes.end());
+  // Several lines of a text may come from one place.
+  mistakes.erase(std::unique(mistakes.begin(), mistakes.end()), mistakes.end());
   if (mistakes.size() > most) mistakes.resize(most);
   return mistakes;
 }
 
 /// Adds what was odd about a document, up to the bound on the warnings of a model.
-void addWarnings(const Report& report, Config::Notices& notices) {
-  for (const auto& warning : report.warnings()) {
+void addWarnings(const Agent::Warnings& warnings, Config::Notices& notices) {
+  for (const auto& warning : warnings) {
     if (notices.warnings.size() < mostWarnings) {
       notices.warnings.push_back(warning);
     } else {
       ++notices.moreWarnings;
     }
   }
+}
+
+using ListPlaces = std::map<Config::ListKey, Agent::Place>;
+
+/// The lists that a source has by itself.
+ListPlaces listsOf(const Config::Source& source, const Document* document) {
+  ListPlaces places;
+  if (document) {
+    for (const auto& [key, at] : document->lines().lists())
+      places.emplace(key, Agent::Place{source.name, at.line, at.column});
+  } else if (const auto alone = Config::read({source}, {}, 1); alone.model) {
+    const auto& notices = alone.model->notices;
+    for (const auto& [key, list] : alone.model->lists)
+      places.emplace(key, notices.placeOf(notices.lists, key));
+  }
+  return places;
+}
+
+/// A document has whole lists: those that sources before it have are lost.
+Agent::Warnings replacedLists(const std::vector<Config::Source>& sources,
+                              const std::map<size_t, Document>& documents) {
+  Agent::Warnings warnings;
+  ListPlaces known;
+  for (size_t i = 0; i <= documents.rbegin()->first; ++i) {
+    const auto document = documents.find(i);
+    const bool isDocument = document != documents.end();
+    for (const auto& [key, place] : listsOf(sources[i], isDocument ? &document->second : nullptr)) {
+      const auto before = known.find(key);
+      if (isDocument && before != known.end()) {
+        warnings.push_back({"list-replaced", place,
+                            fmt::format("{} is in an earlier text, too: the first, {}:{}, is lost",
+                                        Config::listTitle(key.first, key.second), before->second.file,
+                                        before->second.line)});
+      }
+      known.insert_or_assign(key, place);
+    }
+  }
+  return warnings;
 }
 
 /// The sources that are documents, by their index, read.
@@ -249,7 +294,8 @@ Config::Result read(const std::vector<Config::Source>& sources, Config::Model st
   auto& notices = result.model->notices;
   for (const auto& [index, document] : documents) notices.texts.at(firstText + index) = sources[index].name;
   origins.correct(notices, firstText);
-  for (const auto& [index, document] : documents) addWarnings(document.report(), notices);
+  for (const auto& [index, document] : documents) addWarnings(document.report().warnings(), notices);
+  if (sources.size() > 1) addWarnings(replacedLists(sources, documents), notices);
   return result;
 }
 

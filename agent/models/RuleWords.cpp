@@ -1,4 +1,5 @@
 #include <Nimnet/Addr.h>
+#include <Nimnet/IpHdr.h>
 #include <agent/config/Cursor.h>
 #include <agent/config/Names.h>
 #include <agent/models/RuleWords.h>
@@ -41,6 +42,14 @@ std::string_view whyNoEtherType(uint16_t type) {
 }
 
 uint8_t icmpOf(AclType list) { return list == AclType::ipv6 ? Config::protocolIcmpV6 : Config::protocolIcmp; }
+
+bool isExtensionHeader(AclType list, uint8_t protocol) {
+  namespace IpProtocol = Nimnet::IpProtocol;
+  constexpr uint8_t headers[] = {IpProtocol::hopByHop, IpProtocol::routing, IpProtocol::fragment,
+                                 IpProtocol::ah, IpProtocol::destinationOptions};
+  return list == AclType::ipv6 &&
+         std::find(std::begin(headers), std::end(headers), protocol) != std::end(headers);
+}
 
 bool RuleWords::isEverything() const {
   return !vlan && !protocol && source.empty() && destination.empty() && !sourcePorts.given() &&

@@ -68,5 +68,7 @@ std::string_view whyNoEtherType(uint16_t type);
 
 /// The number of the ICMP protocol of a kind of list.
 uint8_t icmpOf(Acl::AclType list);
+/// Whether it is an extension header, which rules look behind.
+bool isExtensionHeader(Acl::AclType list, uint8_t protocol);
 
 }  // namespace Models

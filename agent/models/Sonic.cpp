@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <map>
+#include <set>
 
 namespace Models {
 
@@ -89,21 +91,21 @@ struct Database {
 Database sorted(const Found& document) {
   Database all;
   for (const Node& node : document.node.members) {
-    const auto path = fmt::format("/{}", printable(node.name));
-    for (const auto& [name, rows] :
+    const std::string name = node.fullName();
+    const auto path = fmt::format("/{}", printable(name));
+    for (const auto& [table, rows] :
          {std::pair("ACL_TABLE", &all.tables), std::pair("ACL_RULE", &all.rules)}) {
-      const std::string prefix = fmt::format("{}|", name);
-      if (node.name == name && node.kind != Node::Kind::object)
-        document.below(node, path).refuse("an object");
-      if (node.name == name) {
+      const std::string prefix = fmt::format("{}|", table);
+      if (name == table && node.kind != Node::Kind::object) document.below(node, path).refuse("an object");
+      if (name == table) {
         for (const Node& row : node.members)
-          rows->push_back({row.name, &row, fmt::format("{}/{}", path, printable(row.name))});
-      } else if (node.name.starts_with(prefix)) {
-        rows->push_back({node.name.substr(prefix.size()), &node, path});
+          rows->push_back({row.fullName(), &row, fmt::format("{}/{}", path, printable(row.fullName()))});
+      } else if (name.starts_with(prefix)) {
+        rows->push_back({name.substr(prefix.size()), &node, path});
       }
     }
-    if (!isSonicTable(node.name)) {
-      const bool filters = node.name.starts_with("ACL_") || node.name.starts_with("MIRROR_SESSION");
+    if (!isSonicTable(name)) {
+      const bool filters = name.find("ACL") != name.npos || name.starts_with("MIRROR_SESSION");
       const auto found = document.below(node, path);
       if (filters) {
         found.refuse("no such table: lists cannot do what it is for");
@@ -116,10 +118,23 @@ Database sorted(const Found& document) {
   return all;
 }
 
-void bind(const Table& table, const Found& found, DraftBindings& bindings, Lines& lines) {
+void bind(const Table& table, const Found& found, Lines& lines) {
   for (const auto& port : table.ports)
-    bindings.add({*table.type, table.direction, port}, table.list.name,
-                 found.below(*table.portsNode, found.path + "/ports"), lines);
+    lines.bind({*table.type, table.direction, port}, table.list.name,
+               found.below(*table.portsNode, found.path + "/ports"));
+}
+
+/// A field may be written in several ways, but in one at a time.
+void refuseTwice(const Found& table) {
+  std::set<std::string> fields;
+  for (const Node& node : table.node.members) {
+    std::string field = node.fullName();
+    if (field.ends_with('@')) field.pop_back();
+    std::transform(field.begin(), field.end(), field.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    if (!fields.insert(field).second)
+      table.below(node, fmt::format("{}/{}", table.path, printable(node.fullName()))).twice();
+  }
 }
 
 using Tables = std::map<std::string, Table, std::less<>>;
@@ -130,11 +145,15 @@ Tables tablesOf(const Database& all, const Found& document) {
     const Found found = document.below(*row.node, row.path);
     Table table;
     table.list.name = row.key;
-    table.list.at = row.node->at;
-    table.list.path = row.path;
+    table.list.where = {row.node->at, row.path};
     table.list.restPasses = true;
     const Found name{*row.node, row.path, found.report, found.module, row.key};
-    checkName(row.key, name);
+    if (row.key.find('|') != std::string::npos) {
+      name.refuse("the name of a table behind ACL_TABLE, and no further key");
+    } else {
+      checkListName(row.key, name);
+    }
+    refuseTwice(found);
     readLeaves(found, tableTable, table);
     if (table.type) table.list.type = *table.type;
     if (!row.node->find("type") && !row.node->find("TYPE")) found.miss("its type");
@@ -149,6 +168,10 @@ void readRules(const Database& all, const Found& document, Tables& tables) {
   for (const auto& row : all.rules) {
     const Found found = document.below(*row.node, row.path);
     const size_t bar = row.key.find('|');
+    if (bar != std::string::npos && row.key.find('|', bar + 1) != std::string::npos) {
+      found.refuse("the names of a table and a rule behind ACL_RULE, and no further key");
+      continue;
+    }
     const auto table =
         bar == std::string::npos ? tables.end() : tables.find(std::string_view(row.key).substr(0, bar));
     if (table == tables.end()) {
@@ -186,10 +209,9 @@ void readSonic(const Found& document, Lines& lines) {
     order(table.list.rules);
     write(table.list, lines, document.report);
   }
-  DraftBindings bindings;
   for (const auto& row : all.tables) {
     const auto& table = tables.at(row.key);
-    if (table.type) bind(table, document.below(*row.node, row.path), bindings, lines);
+    if (table.type) bind(table, document.below(*row.node, row.path), lines);
   }
 }
 

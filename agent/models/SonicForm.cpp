@@ -1,6 +1,7 @@
 #include <agent/config/Names.h>
 #include <agent/models/Documents.h>
 #include <agent/models/Forms.h>
+#include <agent/models/RuleWords.h>
 #include <fmt/format.h>
 
 #include <type_traits>
@@ -37,6 +38,8 @@ template <class Filter>
 Json fields(const Filter& filter, std::string* why) {
   constexpr bool ip4 = std::is_same_v<Filter, Acl::IpFilter>;
   *why = whyNot(filter);
+  if (filter.protocolNamed && isExtensionHeader(ip4 ? Acl::AclType::ip : Acl::AclType::ipv6, filter.protocol))
+    *why = "an extension header";
   if (!prefixLength(filter.sourceMask) || !prefixLength(filter.destinationMask))
     *why = "addresses that are no prefix";
   Json rule = Json::object();

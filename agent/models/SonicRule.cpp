@@ -41,6 +41,13 @@ void takeAction(SonicRule& rule, const Found& found) {
   }
 }
 
+/// Switches look at the header behind that of IPv6, whatever it is.
+void takeProtocol(SonicRule& rule, const Found& found) {
+  if (isExtensionHeader(rule.words.list, octet(found)))
+    return found.refuse("no extension header: a rule looks at the protocol behind them");
+  rule.words.protocolIs(octet(found), found);
+}
+
 /// "8080".
 template <PortWords RuleWords::*side>
 void takePort(SonicRule& rule, const Found& found) {
@@ -122,12 +129,11 @@ constexpr Row<SonicRule> ruleTable[] = {
      [](SonicRule& r, const Found& f) { takeAddress<AclType::ipv6>(r, r.words.source, f); }},
     {"DST_IPV6", Kind::text,
      [](SonicRule& r, const Found& f) { takeAddress<AclType::ipv6>(r, r.words.destination, f); }},
-    digits<SonicRule>("IP_PROTOCOL", 0, 255,
-                      [](SonicRule& r, const Found& f) { r.words.protocolIs(octet(f), f); }),
+    digits<SonicRule>("IP_PROTOCOL", 0, 255, takeProtocol),
     digits<SonicRule>("NEXT_HEADER", 0, 255,
                       [](SonicRule& r, const Found& f) {
                         if (r.words.list != AclType::ipv6) return f.refuse("it in tables of IPv6 rules only");
-                        r.words.protocolIs(octet(f), f);
+                        takeProtocol(r, f);
                       }),
     digits<SonicRule>("L4_SRC_PORT", 0, 65535, takePort<&RuleWords::sourcePorts>),
     digits<SonicRule>("L4_DST_PORT", 0, 65535, takePort<&RuleWords::destinationPorts>),
@@ -168,8 +174,10 @@ std::optional<DraftRule> sonicRule(AclType list, std::string_view name,
                                    std::map<uint32_t, std::string>& priorities, const Found& found) {
   SonicRule rule;
   rule.words.list = list;
-  rule.rule.at = found.node.at;
+  rule.rule.where = {found.node.at, found.path};
+  const size_t before = found.mistakes();
   readLeaves(found, ruleTable, rule);
+  if (found.mistakes() > before) return std::nullopt;
   if (!rule.priority) {
     found.miss("its PRIORITY");
     return std::nullopt;

@@ -22,13 +22,16 @@ struct Node {
   At at;               ///< of the name, or of the value of an element of an array
   std::string module;  ///< the one of the name. JSON may leave it out: then it is that of the node around it
   std::string name;    ///< without the module; empty: an element of an array
-  std::string value;   ///< of a leaf; a number as it is written
+  bool ownModule = false;  ///< the module is written in front of the name
+  std::string value;       ///< of a leaf; a number as it is written
   /// What stands before the colon of a value: its module, if the value is the name of an identity. It stays
   /// part of `value`.
   std::string valueModule;
   std::vector<Node> members;
 
   bool isLeaf() const { return kind != Kind::object && kind != Kind::array; }
+  /// The name as it is written, with a module that stands in front of it.
+  std::string fullName() const { return ownModule ? module + ":" + name : name; }
   /// The first member of a name; null when there is none.
   const Node* find(std::string_view member) const;
   /// What a person is told that it is: "a number", or the text itself in quotation marks.

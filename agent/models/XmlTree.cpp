@@ -32,9 +32,11 @@ class XmlBuilder {
   bool element();
   bool attributes();
   void endElement();
-  bool fail(std::string why);
+  bool fail(At at, std::string why);
   std::string moduleOf(std::string_view space) const;
   At place();
+  /// The first tag of the name in a part of the text; its end when there is none.
+  size_t findTag(std::string_view name, size_t begin, size_t end) const;
 
   const std::string_view text_;
   const std::vector<XmlModule>& modules_;
@@ -43,6 +45,7 @@ class XmlBuilder {
   std::vector<Node*> open_;
   size_t lineBegin_ = 0;
   int line_ = 1;
+  size_t behind_ = 0;  ///< the beginning of the element that was found last
 };
 
 void XmlBuilder::takeError(void* self, xmlErrorPtr error) {
@@ -60,7 +63,18 @@ std::string XmlBuilder::moduleOf(std::string_view space) const {
   return std::string(known == modules_.end() ? space : known->module);
 }
 
-/// Of the element that the reader stands at: the reader knows its line only.
+size_t XmlBuilder::findTag(std::string_view name, size_t begin, size_t end) const {
+  const auto tag = fmt::format("<{}", name);
+  for (size_t at = text_.find(tag, begin); at < end; at = text_.find(tag, at + 1)) {
+    const size_t next = at + tag.size();
+    if (next == text_.size() || std::string_view(" \t\r\n/>").find(text_[next]) != std::string_view::npos)
+      return at;
+  }
+  return end;
+}
+
+/// Of the element that the reader stands at, to be asked once: the reader knows only the line where its tag
+/// ends. Elements come in the order of the text.
 At XmlBuilder::place() {
   const long known = xmlGetLineNo(xmlTextReaderCurrentNode(reader_.get()));
   const int line = static_cast<int>(std::clamp(known, 1L, long{std::numeric_limits<int>::max()}));
@@ -69,17 +83,23 @@ At XmlBuilder::place() {
     if (end == std::string_view::npos) break;
     lineBegin_ = end + 1;
   }
-  const auto rest = text_.substr(lineBegin_, text_.find('\n', lineBegin_) - lineBegin_);
-  const auto tag = fmt::format("<{}", viewOf(xmlTextReaderConstName(reader_.get())));
-  size_t column = rest.find(tag);
-  if (column == std::string_view::npos) column = rest.find_first_not_of(" \t");
-  return {line, column == std::string_view::npos ? 1 : static_cast<int>(column) + 1};
+  const size_t end = std::min(text_.find('\n', lineBegin_), text_.size());
+  const auto name = viewOf(xmlTextReaderConstName(reader_.get()));
+  size_t found = findTag(name, std::max(behind_, lineBegin_), end);
+  if (found == end) found = findTag(name, behind_, end);
+  if (found == end) return {line, 1};
+  behind_ = found + 1;
+  const auto begin = text_.begin();
+  const auto above = std::count(begin + static_cast<std::ptrdiff_t>(found),
+                                begin + static_cast<std::ptrdiff_t>(std::max(found, lineBegin_)), '\n');
+  const size_t column = found - (text_.rfind('\n', found) + 1);
+  return {line - static_cast<int>(above), static_cast<int>(column) + 1};
 }
 
-bool XmlBuilder::fail(std::string why) {
+bool XmlBuilder::fail(At at, std::string why) {
   if (tree_.wrong.empty()) {
     tree_.wrong = std::move(why);
-    tree_.wrongAt = place();
+    tree_.wrongAt = at;
   }
   return false;
 }
@@ -90,7 +110,7 @@ bool XmlBuilder::attributes() {
     if (xmlTextReaderIsNamespaceDecl(reader) == 1) continue;
     const std::string name(viewOf(xmlTextReaderConstName(reader)));
     xmlTextReaderMoveToElement(reader);
-    return fail(fmt::format("the attribute {}", printableQuote(name)));
+    return fail(open_.back()->at, fmt::format("the attribute {}", printableQuote(name)));
   }
   xmlTextReaderMoveToElement(reader);
   return true;
@@ -98,15 +118,17 @@ bool XmlBuilder::attributes() {
 
 bool XmlBuilder::element() {
   auto* const reader = reader_.get();
-  if (open_.size() == deepest) return fail(fmt::format("a document that is more than {} deep", deepest));
-  if (open_.back()->kind == Node::Kind::text) return fail("a text and elements in one element");
+  const At at = place();
+  if (open_.size() == deepest) return fail(at, fmt::format("a document that is more than {} deep", deepest));
+  if (open_.back()->kind == Node::Kind::text) return fail(at, "a text and elements in one element");
   open_.back()->kind = Node::Kind::object;
   Node& node = open_.back()->members.emplace_back();
   node.xml = true;
-  node.at = place();
+  node.at = at;
   node.kind = Node::Kind::null;
   node.name = viewOf(xmlTextReaderConstLocalName(reader));
   node.module = moduleOf(viewOf(xmlTextReaderConstNamespaceUri(reader)));
+  node.ownModule = !node.module.empty();
   open_.push_back(&node);
   if (!attributes()) return false;
   if (xmlTextReaderIsEmptyElement(reader) == 1) endElement();
@@ -140,14 +162,15 @@ bool XmlBuilder::take() {
       return true;
     case XML_READER_TYPE_TEXT:
     case XML_READER_TYPE_CDATA:
-      if (open_.back()->kind == Node::Kind::object) return fail("a text and elements in one element");
+      if (open_.back()->kind == Node::Kind::object)
+        return fail(open_.back()->at, "a text and elements in one element");
       open_.back()->kind = Node::Kind::text;
       open_.back()->value += viewOf(xmlTextReaderConstValue(reader));
       return true;
     case XML_READER_TYPE_DOCUMENT_TYPE:
     case XML_READER_TYPE_ENTITY:
     case XML_READER_TYPE_ENTITY_REFERENCE:
-      return fail("a document type or an entity");
+      return fail(open_.back()->at, "a document type or an entity");
     default:
       return true;  // blanks, comments, processing instructions
   }

@@ -2,6 +2,7 @@
 
 #include <Kiv/OwnedTask.h>
 #include <agent/core/EventLoop.h>
+#include <agent/forward/Forwarder.h>
 #include <agent/forward/FrameTotals.h>
 #include <agent/log/LogEvent.h>
 #include <agent/ports/LinkWatch.h>

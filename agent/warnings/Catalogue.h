@@ -37,6 +37,8 @@ inline constexpr WarningKind warningKinds[] = {
     {"rule-twice", Consequence::surprise, "a rule number is given twice; the first rule is lost"},
     {"binding-twice", Consequence::surprise,
      "a second access-group of a kind and direction; the first is lost"},
+    {"list-replaced", Consequence::surprise,
+     "a document has a list that an earlier text or document of the same source has, too; the first is lost"},
     {"netmask", Consequence::surprise, "a wildcard looks like a netmask"},
     {"ignored-bits", Consequence::surprise, "an address has bits that are not compared"},
     {"icmp-of-other-kind", Consequence::surprise, "icmp in an IPv6 list, or icmpv6 in an IPv4 list"},

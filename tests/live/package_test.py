@@ -209,7 +209,7 @@ class Packages(unittest.TestCase):
         self.assertGreaterEqual(after[20], len(seen))
         closed = max(b - a for a, b in zip(seen, seen[1:])) / rate
         print(f"closed for {closed:.2f} s while it was upgraded")
-        self.assertLess(closed, 3)  # one second is the aim, on a machine that has nothing else to do
+        self.assertLess(closed, 1)
         self.assertEqual(self.root.read("/etc/velo/velo.acl"), CONFIG)
 
         self.dpkg("--remove", "velo")

@@ -6,6 +6,7 @@
 #include "../support/Schema.h"
 
 #include <filesystem>
+#include <sstream>
 
 namespace {
 
@@ -48,6 +49,21 @@ TEST(Schema, EverythingThatCanBeAskedForHasOne) {
   }
 }
 
+/// A command that prints a document has a schema, whether another test looks at the document or not.
+TEST(Schema, EveryCommandThatPrintsADocumentHasOne) {
+  std::istringstream commands(runVelo({"complete", "--", ""}).out);
+  int printing = 0;
+  for (std::string command; std::getline(commands, command);) {
+    const std::string help = runVelo({command, "--help"}).out;
+    if (help.find("--json") == std::string::npos || command == "show") continue;
+    const std::string path = fmt::format("{}/docs/schema/{}.json", VELO_SOURCE_DIR,
+                                         TestSupport::kindOf(std::vector<std::string>{command, "--json"}));
+    EXPECT_TRUE(std::filesystem::exists(path)) << command << ": " << path;
+    ++printing;
+  }
+  EXPECT_GE(printing, 15);
+}
+
 /// Whatever runVelo() is given back is checked.
 TEST(Schema, DocumentsOfCommandsThatAskNoAgentHaveTheirForm) {
   const std::string demo = examples + "demo.acl", repaired = examples + "repaired.acl";
@@ -58,6 +74,8 @@ TEST(Schema, DocumentsOfCommandsThatAskNoAgentHaveTheirForm) {
       {"check", "--ports", "eth7", demo},
       {"compare", examples + "any.acl", demo},
       {"test", "--config", demo, examples + "demo.expect"},
+      {"convert", "--to", "ietf", demo},
+      {"convert", "--to", "openconfig", "--lossy", examples + "shadowed.acl"},
       {"log-messages"},
   };
   for (auto command : commands) {

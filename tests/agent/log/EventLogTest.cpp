@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <thread>
 
@@ -56,14 +57,16 @@ TEST(EventLog, WhatTakesLongIsMadeBesideWhoeverTells) {
 TEST(EventLog, SaysHowMuchWasLeftOutWhenTooMuchWaits) {
   // The log's thread comes to them until the log has gone.
   std::promise<void> held, goOn;
+  auto isHeld = held.get_future(), goesOn = goOn.get_future();
+  constexpr std::chrono::seconds longest(10);  // when it works, nobody waits so long
   const std::string text = written([&](EventLog& log) {
     log.start();
     log.tellMade([&] {
       held.set_value();
-      goOn.get_future().wait();
+      EXPECT_EQ(goesOn.wait_for(longest), std::future_status::ready) << "made beside whoever tells";
       return std::vector{line("slow")};
     });
-    held.get_future().wait();
+    EXPECT_EQ(isHeld.wait_for(longest), std::future_status::ready);
     for (size_t i = 0; i < EventLog::mostWaiting + 7; ++i) log.tell(line(i == 0 ? "first" : "x"));
     goOn.set_value();
   });

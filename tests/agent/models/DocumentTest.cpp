@@ -94,7 +94,7 @@ TEST(Document, RefusesXmlThatIsNone) {
   EXPECT_EQ(in("<acl>text<name>A</name></acl>"),
             "t:2:10: found a text and elements in one element, expected XML\n");
   EXPECT_EQ(in("<acl><name>A</name><name>B</name><type>eth-acl-type</type></acl>"),
-            "t:2:6: found /ietf-access-control-list:acls/acl[A]/name a second time, expected it once\n");
+            "t:2:20: found /ietf-access-control-list:acls/acl[A]/name a second time, expected it once\n");
   EXPECT_EQ(in("<acl><name>A</name><type>eth-acl-type</type></acl>\n<acl><name>A</name><type>eth-acl-type</"
                "type></acl>"),
             "t:3:1: found /ietf-access-control-list:acls/acl[A] a second time, expected it once\n");
@@ -105,6 +105,102 @@ TEST(Document, RefusesXmlThatIsNone) {
             "t:2:45: found the unknown /ietf-access-control-list:acls/acl[A]/urn:o:x, expected name, type or "
             "aces\n");
   EXPECT_NE(in(std::string(100, '<')).find("no XML"), std::string::npos);
+}
+
+TEST(Document, KnowsTheColumnsOfXml) {
+  const auto in = [](std::string_view inside) { return readAs(xmlOf(inside)); };
+  const auto unknown = [](const char* place, const char* what) {
+    return fmt::format(
+        "t:{}: found the unknown /ietf-access-control-list:acls/{}, expected acl or "
+        "attachment-points\n",
+        place, what);
+  };
+  EXPECT_EQ(in("<x1/><x/><x1x/>"), unknown("2:1", "x1") + unknown("2:6", "x") + unknown("2:10", "x1x"));
+  EXPECT_EQ(in("<!-- <x/> -->\n <x/>"), unknown("3:2", "x")) << "not the one in the comment";
+  EXPECT_EQ(in("<x\n  xmlns=\"urn:x\"\n/><y/>"), unknown("2:1", "urn:x:x") + unknown("4:3", "y"))
+      << "where the tag begins, not where it ends";
+  EXPECT_EQ(in("<x xmlns=\"\"/>"),
+            "t:2:1: found an element x without a namespace in /ietf-access-control-list:acls, expected "
+            "elements in the namespace of their module\n");
+}
+
+/// A document says one thing of a list and of a place: whatever it says first is not lost in silence.
+TEST(Document, HasEachThingOnce) {
+  const auto openConfig = [](std::string_view root, std::string_view type, std::string_view action) {
+    return fmt::format(
+        R"("{0}": {{"acl-sets": {{"acl-set": [{{"name": "A", "type": "{1}", "config": {{"name": "A", "type": "{1}"}}, "acl-entries":
+ {{"acl-entry": [{{"sequence-id": 5, "config": {{"sequence-id": 5}}, "actions": {{"config": {{"forwarding-action": "{2}"}}}}}}]}}}}]}},
+ "interfaces": {{"interface": [{{"id": "e", "config": {{"id": "e"}}, "interface-ref": {{"config": {{"interface": "e"}}}},
+ "ingress-acl-sets": {{"ingress-acl-set": [{{"set-name": "A", "type": "{1}", "config": {{"set-name": "A", "type": "{1}"}}}}]}}}}]}}}})",
+        root, type, action);
+  };
+  const auto ietf = [](std::string_view name) {
+    return fmt::format(
+        R"("ietf-access-control-list:acls": {{"acl": [{{"name": "{0}", "type": "ipv4-acl-type", "aces": {{"ace": [{{"name": "10", "actions": {{"forwarding": "drop"}}}}]}}}}],
+ "attachment-points": {{"interface": [{{"interface-id": "e", "ingress": {{"acl-sets": {{"acl-set": [{{"name": "{0}"}}]}}}}}}]}}}})",
+        name);
+  };
+  const auto both = [](const std::string& a, const std::string& b) {
+    return readAs("{" + a + ",\n" + b + "}").substr(0, 200);
+  };
+  const auto accept = openConfig("openconfig-acl:acl", "ACL_IPV4", "ACCEPT");
+  EXPECT_TRUE(both(accept, openConfig("acl", "ACL_IPV4", "DROP"))
+                  .starts_with("t:5:1: found \"acl\" a second time, expected each root once\n"));
+  EXPECT_TRUE(
+      both(accept, ietf("A"))
+          .starts_with(
+              "t:5:43: found ip access-list A a second time (/ietf-access-control-list:acls/acl[A]), expected each "
+              "list once in a document\n"))
+      << both(accept, ietf("A"));
+  EXPECT_NE(both(accept, ietf("B")).find("expected one ip list in interface e: a second one cannot be bound"),
+            std::string::npos);
+  EXPECT_EQ(both(R"("ACL_TABLE": {})", ietf("A")),
+            "t:2:1: found \"ietf-access-control-list:acls\" beside SONiC's tables, expected a document of "
+            "one model\n");
+
+  std::string twice = "{" + accept + "}";
+  const size_t set = twice.find("{\"name\""), end = twice.find("]},\n \"interfaces\"");
+  std::string other = twice.substr(set, end - set);
+  for (size_t at = 0; (at = other.find("\"ACL_IPV4", at)) != std::string::npos; at += 10)
+    other.replace(at, 9, "\"openconfig-acl:ACL_IPV4");
+  twice.insert(end, ",\n" + other);
+  EXPECT_TRUE(readAs(twice).starts_with("t:3:1: found ip access-list A a second time "))
+      << "one key, written in two ways: " << readAs(twice);
+
+  const std::string root = xmlOf("");
+  EXPECT_EQ(readAs("<data xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\">" + root + root + "</data>"),
+            "t:2:8: found \"ietf-access-control-list:acls\" a second time, expected each root once\n");
+  EXPECT_TRUE(readAs("<data xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"><ACL_TABLE xmlns=\"\"/></data>")
+                  .starts_with("t:1:55: found an XML document with \"ACL_TABLE\" at its root"));
+  EXPECT_TRUE(
+      readAs("<acl xmlns=\"\"/>").starts_with("t:1:1: found an XML document with \"acl\" at its root"));
+}
+
+TEST(Document, TellsEveryMistakeOfOneLine) {
+  EXPECT_EQ(
+      readAs(std::string(open) + R"({"name": "A", "type": "ipv4-acl-type", "x": 1, "y": 2}]}})"),
+      "t:1:83: found the unknown /ietf-access-control-list:acls/acl[A]/x, expected name, type or aces\n"
+      "t:1:91: found the unknown /ietf-access-control-list:acls/acl[A]/y, expected name, type or aces\n");
+}
+
+TEST(Document, WarnsOfListsThatItReplaces) {
+  const std::string document = std::string(open) + "\n" + entry + "]}}";
+  const auto warnings = [](const std::vector<Config::Source>& sources) {
+    const auto result = Models::read(sources);
+    EXPECT_TRUE(result.model);
+    std::string all;
+    if (!result.model) return all;
+    for (const auto& warning : result.model->notices.warnings)
+      all += fmt::format("{}:{} {} {}\n", warning.place.file, warning.place.line, warning.code.kind().code,
+                         warning.text);
+    return all;
+  };
+  const std::string text = "\nip access-list A\n 5 permit tcp any any\n";
+  EXPECT_EQ(warnings({{"a", text}, {"b", document}, {"c", text}, {"d", document}}),
+            "b:2 list-replaced ip access-list A is in an earlier text, too: the first, a:2, is lost\n"
+            "d:2 list-replaced ip access-list A is in an earlier text, too: the first, c:2, is lost\n");
+  EXPECT_EQ(warnings({{"b", document}, {"c", text}}), "") << "a text goes on with the list";
+  EXPECT_EQ(warnings({{"a", "ipv6 access-list A\n"}, {"b", document}}), "");
 }
 
 TEST(Document, StandsAmongTexts) {

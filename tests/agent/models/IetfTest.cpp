@@ -142,6 +142,8 @@ TEST(Ietf, RefusesWhatARuleCannotSay) {
        R"("tcp": {"source-port": {"lower-port": 1, "upper-port": 2, "port": 1}})",
        "found an object at PATH/matches/tcp/source-port, expected either lower-port and upper-port, or port "
        "with an operator"},
+      {"an empty operator", "ipv4-acl-type", R"("tcp": {"source-port": {"operator": "", "port": 5}})",
+       "found \"\" at PATH/matches/tcp/source-port/operator, expected eq, neq, lte or gte"},
       {"an operator alone", "ipv4-acl-type", R"("tcp": {"source-port": {"operator": "eq"}})",
        "found an object at PATH/matches/tcp/source-port, expected either lower-port and upper-port, or port "
        "with an operator"},
@@ -229,12 +231,16 @@ TEST(Ietf, NumbersRulesInTheOrderOfTheDocument) {
             "any any\n");
   EXPECT_EQ(named("5", "implicit-drop"), "ip access-list A\n   5 permit tcp any any\n")
       << "the end that we write";
+  EXPECT_EQ(named(" ", "5"),
+            "ip access-list A\n   10 permit tcp any any\n   remark 5\n   20 deny ip any any\n")
+      << "a blank has nothing to say";
 }
 
 TEST(Ietf, RefusesNamesThatWouldBeStatements) {
   const auto acl = aclOf("A", "ipv4", aceOf("web\\n   5 permit ip any any", "drop"));
-  EXPECT_EQ(readAs(documentOf("\"acl\": [\n" + acl + "]")),
-            "t:2:57: found control characters, expected a text without them\n");
+  EXPECT_EQ(
+      readAs(documentOf("\"acl\": [\n" + acl + "]")),
+      "t:2:57: found control characters in /ietf-access-control-list:acls/acl[A]/aces/ace[web    5 permit ip any any], expected texts without them\n");
 }
 
 TEST(Ietf, WarnsWhenADocumentHasNoEnd) {
@@ -279,7 +285,7 @@ TEST(Ietf, BindsLists) {
   EXPECT_EQ(bound(R"({"interface-id": "eth 1"})"),
             "t:2:2: found \"eth 1\" at /ietf-access-control-list:acls/attachment-points/interface[eth "
             "1]/interface-id, "
-            "expected a name of printable ASCII characters without blanks\n");
+            "expected a name of 1 to 255 printable ASCII characters without blanks\n");
 }
 
 TEST(Ietf, RefusesListsThatAreNotOfOneKind) {
@@ -296,18 +302,25 @@ TEST(Ietf, RefusesListsThatAreNotOfOneKind) {
             fmt::format("t:1:58: found \"mixed-eth-ipv4-acl-type\" at {}[A]/type, expected ipv4-acl-type, "
                         "ipv6-acl-type or eth-acl-type: a list looks at one kind of header\n",
                         path));
+  EXPECT_EQ(
+      list(R"("name": "standard", "type": "ipv4-acl-type")"),
+      fmt::format("t:1:45: found \"standard\" at {}[standard]/name, expected the name of a list, which this "
+                  "word is not\n",
+                  path));
   EXPECT_EQ(list(R"("type": "ipv4-acl-type")"),
             fmt::format("t:1:44: found {}[#1] incomplete, expected its key (name)\n", path));
   EXPECT_EQ(list(R"("name": "A", "type": "ipv4-acl-type"}, {"name": "A", "type": "ipv6-acl-type")"),
             fmt::format("t:1:84: found {}[A] a second time, expected it once\n", path));
   EXPECT_EQ(list(R"("name": "A B", "type": "ipv4-acl-type")"),
-            fmt::format("t:1:45: found \"A B\" at {}[A B]/name, expected a name of printable ASCII "
+            fmt::format("t:1:45: found \"A B\" at {}[A B]/name, expected a name of 1 to 255 printable ASCII "
                         "characters without blanks\n",
                         path));
-  EXPECT_EQ(list(R"("name": "A\ninterface eth1", "type": "ipv4-acl-type")"),
-            fmt::format("t:1:45: found \"A interface eth1\" at {}[A interface eth1]/name, expected a name of "
-                        "printable ASCII characters without blanks\n",
-                        path));
+  EXPECT_EQ(
+      list(R"("name": "A\ninterface eth1", "type": "ipv4-acl-type")"),
+      fmt::format(
+          "t:1:45: found \"A interface eth1\" at {}[A interface eth1]/name, expected a name of 1 to 255 "
+          "printable ASCII characters without blanks\n",
+          path));
 }
 
 TEST(Ietf, KeepsNoCountersAndSaysSo) {

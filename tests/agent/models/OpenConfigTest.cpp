@@ -118,6 +118,13 @@ TEST(OpenConfig, RefusesWhatARuleCannotSay) {
       {"flags without a mode",
        tcp + std::string(R"("transport": {"config": {"explicit-tcp-flags": ["TCP_SYN"]}})"), "PATH/transport",
        "detail-mode EXPLICIT with explicit-tcp-flags, or BUILTIN with builtin-detail"},
+      {"an empty mode", tcp + std::string(R"("transport": {"config": {"detail-mode": ""}})"),
+       "PATH/transport", "detail-mode EXPLICIT with explicit-tcp-flags, or BUILTIN with builtin-detail"},
+      {"a way to match that there is not",
+       tcp +
+           std::string(
+               R"("transport": {"config": {"detail-mode": "EXPLICIT", "explicit-detail-match-mode": "any", "explicit-tcp-flags": ["TCP_SYN"]}})"),
+       "PATH/transport", "explicit-detail-match-mode ALL or ANY"},
       {"any of two flags",
        tcp +
            std::string(
@@ -230,6 +237,17 @@ TEST(OpenConfig, BindsLists) {
       bound(e, R"({"set-name": "C", "type": "ACL_IPV4", "config": {"set-name": "C", "type": "ACL_IPV4"}})")
           .find("expected name and type of a list that the document has"),
       std::string::npos);
+}
+
+TEST(OpenConfig, NeedsTheKeysOfInterfaces) {
+  for (const char* config : {"", R"("config": {}, )"}) {
+    EXPECT_EQ(
+        readAs(documentOf(setOf("A", "ACL_IPV4", ""),
+                          fmt::format("\n{{\"id\": \"x\", {}\"interface-ref\": {{\"config\": "
+                                      "{{\"interface\": \"e\"}}}}}}",
+                                      config))),
+        "t:2:1: found /acl/interfaces/interface[x] incomplete, expected config/id, the same as the key\n");
+  }
 }
 
 TEST(OpenConfig, KeepsNoStateAndSaysSo) {

@@ -124,8 +124,9 @@ TEST(Sonic, TriesTheHighestPriorityFirst) {
             "t:2:14: found /ACL_RULE/T|RULE_20 incomplete, expected its PRIORITY\n");
   EXPECT_EQ(
       with(R"("T|RULE_4294967295": {"PRIORITY": "8", "PACKET_ACTION": "FORWARD", "IP_PROTOCOL": "1"},)"),
-      "t:1:16: found /ACL_TABLE/T, expected room for a rule behind the last one\n")
-      << "the rule that lets the rest pass does not come first";
+      "   remark 10\n   10 permit tcp any any\n   remark 4294967295\n   20 permit icmp any any\n   30 permit "
+      "ip any any\n")
+      << "behind the number of the name there is no room for the rule that lets the rest pass";
 }
 
 TEST(Sonic, ReadsTablesInBothWays) {
@@ -149,6 +150,32 @@ TEST(Sonic, ReadsTablesInBothWays) {
   EXPECT_EQ(
       readAs(R"({"ACL_TABLE": {}, "ACL_TABLE_TYPE": {}})"),
       "t:1:19: found an object at /ACL_TABLE_TYPE, expected no such table: lists cannot do what it is for\n");
+  EXPECT_EQ(
+      readAs(R"({"ACL_TABLE": {"T:1": {"type": "L3", "ports": ["e:1"]}}, "ACL_RULE|T:1|R:2":
+                       {"PRIORITY": "1", "PACKET_ACTION": "FORWARD"}})"),
+      "ip access-list T:1\n   remark R:2\n   10 permit ip any any\ninterface e:1\n   ip access-group T:1 "
+      "in\n")
+      << "keys have no modules";
+  EXPECT_NE(readAs(withRule("L3V6", R"("NEXT_HEADER": "44", "PACKET_ACTION": "FORWARD")"))
+                .find("expected no extension header: a rule looks at the protocol behind them"),
+            std::string::npos);
+  EXPECT_EQ(rulesOf(withRule("L3", R"("IP_PROTOCOL": "44", "PACKET_ACTION": "FORWARD")")),
+            fmt::format("   10 permit 44 any any\n{}", rest));
+  EXPECT_EQ(readAs(R"({"ACL_TABLE|T|U": {"type": "L3"}})"),
+            "t:1:2: found an object at /ACL_TABLE|T|U, expected the name of a table behind ACL_TABLE, and no "
+            "further key\n");
+  EXPECT_EQ(readAs(R"({"ACL_TABLE|T": {"type": "L3"}, "ACL_RULE|T|R|x": {}})"),
+            "t:1:33: found an object at /ACL_RULE|T|R|x, expected the names of a table and a rule behind "
+            "ACL_RULE, and no further key\n");
+  for (const char* twice :
+       {R"("TYPE": "L3V6")", R"("STAGE": "egress")", R"("PORTS": [])", R"("ports@": "")"}) {
+    const auto result = readAs(fmt::format(
+        R"({{"ACL_TABLE": {{"T": {{"type": "L3", "stage": "ingress", "ports": ["e"], {}}}}}}})", twice));
+    EXPECT_NE(result.find("a second time, expected it once"), std::string::npos) << twice << "\n" << result;
+  }
+  EXPECT_EQ(
+      readAs(R"({"ACL_TABLE": {}, "sonic-acl:ACL_RULE": {}})"),
+      "t:1:19: found an object at /sonic-acl:ACL_RULE, expected no such table: lists cannot do what it is for\n");
   EXPECT_EQ(warningsOf(R"({"ACL_TABLE": {"T": {"type": "L3", "policy_desc": "x"}}, "PORT": {}})"),
             "1:58 leaf-ignored /PORT is not kept: no access list is in it\n1:36 leaf-ignored "
             "/ACL_TABLE/T/policy_desc is not kept: it has no effect on traffic\n");

@@ -50,6 +50,7 @@ TEST(Writer, RefusesWhatAModelCannotSay) {
       {"a range of TTL", "ip", "permit ip any any ttl lt 9", "any but one TTL", "any but one TTL", "a TTL"},
       {"ports of SCTP", "ip", "permit sctp any any eq 5", "ports of SCTP", "", ""},
       {"protocol 255", "ip", "permit 255 any any", "", "protocol 255", ""},
+      {"an extension header", "ipv6", "permit 60 any any", "", "", "an extension header"},
       {"a message without a name", "ip", "permit icmp any any 99", "",
        "an ICMP message that has no name there", ""},
       {"an EtherType", "mac", "permit any any arp", "", "", nullptr},

@@ -164,8 +164,9 @@ std::string kindOf(const std::vector<std::string>& arguments) {
   const auto contains = [&](const char* word) {
     return std::find(arguments.begin(), arguments.end(), word) != arguments.end();
   };
-  // Documents of other models have schemas of their own.
-  if (arguments.empty() || arguments[0] == "convert" || contains("--format")) return "";
+  if (arguments.empty()) return "";
+  // What is written in other models has schemas of its own, unless it is a member of a document.
+  if (arguments[0] == "convert" || contains("--format")) return contains("--json") ? "convert" : "";
   if (arguments[0] != "show") return named(arguments[0]);
   for (const Agent::Show& show : Agent::shows()) {
     if (contains(show.name.data())) return named(fmt::format("show-{}", show.name));
