@@ -4,6 +4,8 @@
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+# shellcheck source=bench/links.sh
+source "$(dirname "${BASH_SOURCE[0]}")/links.sh"
 
 usage() {
   cat <<'TEXT'
@@ -39,25 +41,7 @@ for program in velo bare-forwarder send-frames; do
   [[ -x $bin/$program ]] || die "$bin/$program is missing; build it first"
 done
 
-id=vb$$ work=$(mktemp -d) forwarder=
-in=$id-in middle=$id-mid out=$id-out
-clean() {
-  [[ -z $forwarder ]] || kill "$forwarder" 2>/dev/null || true
-  for namespace in "$in" "$middle" "$out"; do ip netns del "$namespace" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap clean EXIT
-
-for namespace in "$in" "$middle" "$out"; do
-  ip netns add "$namespace"
-  ip netns exec "$namespace" sysctl -qw net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1
-done
-ip link add s0 netns "$in" type veth peer name eth1 netns "$middle"
-ip link add r0 netns "$out" type veth peer name eth2 netns "$middle"
-for end in "$in s0" "$middle eth1" "$middle eth2" "$out r0"; do
-  read -r namespace device <<<"$end"
-  ip -n "$namespace" link set "$device" up
-done
+links_are vb$$
 
 # The last rule is met. All others differ from it in the port only, so that who walks them compares all of each.
 station=203.0.113.1 peer=198.51.100.7 port=443

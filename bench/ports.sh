@@ -5,6 +5,8 @@
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+# shellcheck source=bench/links.sh
+source "$(dirname "${BASH_SOURCE[0]}")/links.sh"
 
 usage() {
   cat <<'TEXT'
@@ -36,25 +38,7 @@ while [[ $# -gt 0 ]]; do
 done
 [[ -x $bin/velo ]] || die "$bin/velo is missing; build it first"
 
-id=vp$$ work=$(mktemp -d) forwarder=
-in=$id-in middle=$id-mid out=$id-out
-clean() {
-  [[ -z $forwarder ]] || kill "$forwarder" 2>/dev/null || true
-  for namespace in "$in" "$middle" "$out"; do ip netns del "$namespace" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap clean EXIT
-
-for namespace in "$in" "$middle" "$out"; do
-  ip netns add "$namespace"
-  ip netns exec "$namespace" sysctl -qw net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1
-done
-ip link add s0 netns "$in" type veth peer name eth1 netns "$middle"
-ip link add r0 netns "$out" type veth peer name eth2 netns "$middle"
-for end in "$in s0" "$middle eth1" "$middle eth2" "$out r0"; do
-  read -r namespace device <<<"$end"
-  ip -n "$namespace" link set "$device" up
-done
+links_are vp$$
 
 python3 - "$work/in.pcap" <<'PYTHON'
 import struct

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <optional>
 
 namespace Agent {
 
@@ -50,13 +51,17 @@ constexpr ValueKind valueKinds[] = {
     {"NAME/LEVEL,...", "", facilityNames},
 };
 
-/// Of a type with the words that it may be, as "FORM:{none,text,json}": these words.
+/// Of a type with the words that it may be, as "FORM:{none,text,json}" or "text|json": these words.
 Choices choicesOf(const std::string& type) {
+  constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz0123456789-|";
   const size_t from = type.find('{'), to = type.find('}', from);
-  if (from == std::string::npos || to == std::string::npos) return {};
+  const bool braces = to != std::string::npos;
+  if (!braces &&
+      (type.find('|') == std::string::npos || type.find_first_not_of(letters) != std::string::npos))
+    return {};
   Choices words = {""};
-  for (const char c : type.substr(from + 1, to - from - 1)) {
-    if (c == ',') {
+  for (const char c : braces ? type.substr(from + 1, to - from - 1) : type) {
+    if (c == (braces ? ',' : '|')) {
       words.emplace_back();
     } else {
       words.back() += c;
@@ -88,7 +93,7 @@ std::vector<const CLI::App*> commandsOf(const CLI::App& program) {
 struct Typed {
   const CLI::App* app;
   const CLI::Option* pending = nullptr;  ///< the option that the next word is the value of
-  size_t positionals = 0;
+  Choices positionals{};
   bool known = true;
 
   void take(const CLI::App& program, const std::string& word) {
@@ -104,13 +109,27 @@ struct Typed {
       known = at != all.end();
       if (known) app = *at;
     } else {
-      ++positionals;
+      positionals.push_back(word);
     }
   }
 };
 
+/// What can be typed behind words of a command of which not each has a meaning of its own; nothing where that
+/// is not so.
+std::optional<Choices> behind(const std::string& command, const Choices& words, const LiveNames& live) {
+  if (command == "find") {
+    if (words.empty()) return Choices{"permit", "deny", "match"};
+    return words.size() == 1 ? listNames(live) : Choices();
+  }
+  if (command != "show" || words.size() != 1) return std::nullopt;
+  const Show* show = showOf(words[0]);
+  return show && show->argument == listArgument ? std::nullopt : std::optional(Choices());
+}
+
 /// The values of the positional argument of a number; the last one may take several.
-Choices positionalsOf(const CLI::App& command, size_t number, const LiveNames& live) {
+Choices positionalsOf(const CLI::App& command, const Choices& before, const LiveNames& live) {
+  if (auto choices = behind(command.get_name(), before, live)) return *std::move(choices);
+  size_t number = before.size();
   const CLI::Option* last = nullptr;
   for (const CLI::Option* option : command.get_options()) {
     if (!option->get_positional()) continue;

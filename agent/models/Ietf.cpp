@@ -4,6 +4,7 @@
 #include <agent/models/Leaves.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 
 namespace Models {
@@ -126,11 +127,23 @@ void takeLogging(Ace& ace, const Found& found) {
   if (!ace.words.log && found.text != "log-none") found.refuse("log-syslog or log-none");
 }
 
+/// Names of lists and entries.
+bool checkLength(const Found& found) {
+  const auto size =
+      std::count_if(found.text.begin(), found.text.end(), [](char c) { return (c & 0xc0) != 0x80; });
+  const bool right = size > 0 && static_cast<size_t>(size) <= longestIetfName;
+  if (!right) found.refuse(fmt::format("a name of 1 to {} characters", longestIetfName));
+  return right;
+}
+
 constexpr std::string_view onlyHeaders = "a rule can only ask for what docs/models.md has";
 
 /// What RFC 8519 calls an ACE.
 constexpr Row<Ace> aceTable[] = {
-    {"name", Kind::text, [](Ace& a, const Found& f) { a.rule.name = f.text; }},
+    {"name", Kind::text,
+     [](Ace& a, const Found& f) {
+       if (checkLength(f)) a.rule.name = f.text;
+     }},
     {"matches/eth", Kind::inside, takeHeader<AclType::mac>},
     {"matches/eth/source-mac-address", Kind::text, [](Ace& a, const Found& f) { takeMac(a.mac, f); }},
     {"matches/eth/source-mac-address-mask", Kind::text,
@@ -230,7 +243,7 @@ void takeType(AclOfDocument& acl, const Found& found) {
 constexpr Row<AclOfDocument> aclTable[] = {
     {"name", Kind::text,
      [](AclOfDocument& a, const Found& f) {
-       if (checkListName(f.text, f)) a.list.name = f.text;
+       if (checkLength(f) && checkListName(f.text, f)) a.list.name = f.text;
      }},
     {"type", Kind::identity, takeType},
     {"aces/ace", Kind::entries,

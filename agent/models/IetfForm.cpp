@@ -92,8 +92,9 @@ Json endJson(const Config::List&) {
 }
 
 std::string whyNoList(const Config::List& list, const Config::Model&) {
-  constexpr size_t longest = 64;
-  return list.name.size() > longest ? "a name of more than 64 characters" : "";
+  return list.name.size() > longestIetfName
+             ? fmt::format("a name of more than {} characters", longestIetfName)
+             : "";
 }
 
 std::string_view typeName(Acl::AclType type) {

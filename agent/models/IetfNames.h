@@ -3,6 +3,7 @@
 #include <Acl/Types.h>
 #include <agent/models/Tree.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -17,6 +18,9 @@ struct IetfType {
 inline constexpr IetfType typeNames[] = {{"ipv4-acl-type", Acl::AclType::ip},
                                          {"ipv6-acl-type", Acl::AclType::ipv6},
                                          {"eth-acl-type", Acl::AclType::mac}};
+
+/// In characters, of which names of lists and entries have one at least.
+inline constexpr size_t longestIetfName = 64;
 
 /// The EtherType that a leaf says by its number or its name.
 std::optional<uint16_t> etherTypeOf(const Node& leaf, std::string_view text);

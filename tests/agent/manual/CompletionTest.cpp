@@ -18,6 +18,8 @@ class CompletionTest : public testing::Test {
     commands_.push_back(Agent::explainCommand(program_));
     commands_.push_back(Agent::traceCommand(program_));
     commands_.push_back(Agent::applyCommand(program_));
+    commands_.push_back(Agent::convertCommand(program_));
+    commands_.push_back(Agent::findCommand(program_));
     program_.add_subcommand("hidden", "For shells.")->group("");
   }
   Words completions(const Words& words) { return Agent::completions(program_, words, live_); }
@@ -41,7 +43,7 @@ TEST_F(CompletionTest, WhatCanBeTypedNext) {
     Words expected;
   };
   const Case cases[] = {
-      {{""}, {"apply", "explain", "show", "trace"}},
+      {{""}, {"apply", "convert", "explain", "find", "show", "trace"}},
       {{"s"}, {"show"}},
       {{"hid"}, {}},
       {{"show", "tr"}, {"trace", "trace-facilities"}},
@@ -51,6 +53,11 @@ TEST_F(CompletionTest, WhatCanBeTypedNext) {
       {{"show", "--interface", ""}, {"eth1", "eth2"}},
       {{"show", "--interface", "eth1", "access-lists", "W"}, {"WEB"}},
       {{"show", "--sort", "h"}, {"hits"}},
+      {{"show", "history", ""}, {}},
+      {{"convert", "--to", "o"}, {"openconfig"}},
+      {{"find", ""}, {"deny", "match", "permit"}},
+      {{"find", "deny", "W"}, {"WEB"}},
+      {{"find", "deny", "WEB", ""}, {}},
       {{"show", "--js"}, {"--json"}},
       {{"explain", "--port", "eth2"}, {"eth2"}},
       {{"explain", "--config", "x"}, {Agent::filesMark}},

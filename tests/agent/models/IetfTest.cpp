@@ -243,6 +243,21 @@ TEST(Ietf, RefusesNamesThatWouldBeStatements) {
       "t:2:57: found control characters in /ietf-access-control-list:acls/acl[A]/aces/ace[web    5 permit ip any any], expected texts without them\n");
 }
 
+TEST(Ietf, NamesHaveOneTo64Characters) {
+  const auto named = [](const std::string& list, const std::string& ace) {
+    return readAs(documentOf("\"acl\": [" + aclOf(list, "ipv4", aceOf(ace, "drop")) + "]"));
+  };
+  std::string accents;
+  for (int i = 0; i < 64; ++i) accents += "\xc3\xa9";
+  const std::string longest(64, 'x');
+  EXPECT_EQ(named(longest, accents),
+            fmt::format("ip access-list {}\n   remark {}\n   10 deny ip any any\n", longest, accents));
+  for (const auto& [list, ace] : {std::pair(longest + "x", longest), std::pair(longest, accents + "x"),
+                                  std::pair(longest, std::string())})
+    EXPECT_NE(named(list, ace).find("/name, expected a name of 1 to 64 characters\n"), std::string::npos)
+        << list << " " << ace;
+}
+
 TEST(Ietf, WarnsWhenADocumentHasNoEnd) {
   const auto list = [](const std::string& aces) {
     return warningsOf(documentOf("\"acl\": [" + aclOf("A", "ipv4", aces) + "]"));

@@ -56,9 +56,6 @@ class CommandLine : public testing::Test {
 };
 
 TEST_F(CommandLine, HelpMentionsEverythingAndEndsWell) {
-  const Ran general = runVelo({"--help"});
-  EXPECT_EQ(general.status, 0);
-  EXPECT_THAT(general.out, AllOf(HasSubstr("replay"), HasSubstr("log-messages"), HasSubstr("Exit status")));
   const Ran ran = replay({"--help"});
   EXPECT_EQ(ran.status, 0);
   EXPECT_EQ(ran.err, "");
@@ -81,9 +78,6 @@ TEST_F(CommandLine, BadUsageEndsWithTwoAndSaysWhat) {
     return more;
   };
   const Row rows[] = {
-      {"no command", {}, "A command is required"},
-      {"an unknown command", {"forward"}, "forward"},
-      {"an unknown option", usually({"--fast"}), "--fast"},
       {"no configuration", {"replay", "--port", port}, "--config"},
       {"no port", {"replay", "--config", acl_}, "--port"},
       {"a port without a file",
@@ -106,19 +100,12 @@ TEST_F(CommandLine, BadUsageEndsWithTwoAndSaysWhat) {
       {"a port patched twice", usually({"--patch", "eth1,eth2", "--patch", "eth3,eth1"}),
        "eth1 is patched to eth2 already"},
       {"a policy that is none", usually({"--malformed", "keep"}), "--malformed"},
-      {"a trace that is none", usually({"--trace", "Velo::Acl/12"}), "--trace"},
-      {"no plugin there", usually({"--plugin", dir_ / "none.so"}), "none.so: there is no such file"},
-      {"a plugin that is a text", usually({"--plugin", acl_}), "a.acl: not a plugin"},
-      {"a library that is no plugin",
-       usually({"--plugin", std::string(VELO_BIN_DIR) + "/libvelo-platform.so"}), "not a plugin"},
-      {"no plugin for the messages", {"log-messages", "--plugin", dir_ / "none.so"}, "there is no such file"},
       {"a capture that would be overwritten",
        usually({"--out", "eth2=" + (dir_ / "../" + fs::path(dir_.path()).filename().string() + "/in.pcap")}),
        "would be written over"},
       {"verdicts on standard output", usually({"--verdicts", "-"}), "--verdicts: - is no file to write to"},
       {"an annotated capture on standard output", usually({"--annotate", "-"}),
        "--annotate: - is no file to"},
-      {"a tail on standard output", {"tail", "--write", "-"}, "--write: - is no file to write to"},
       {"one file for two outputs", usually({"--out", "eth2=" + (dir_ / "x"), "--verdicts", dir_ / "x"}),
        "would be written over"},
   };
@@ -452,38 +439,6 @@ TEST_F(CommandLine, WatchingTheVerdictsChangesNothing) {
     }
   }
   EXPECT_EQ(with, without);
-}
-
-TEST_F(CommandLine, TracesGoToStandardError) {
-  const Ran option = usual({"--trace", "Velo::Acl/0"});
-  EXPECT_EQ(option.status, 0);
-  EXPECT_THAT(option.err, AllOf(HasSubstr("Pkt1: Matched acl A, rule "),
-                                HasSubstr("Pkt2: No match on intf eth1, default action is drop")));
-  const Ran environment = usual({}, {{"VELO_TRACE", "Velo::Acl/0"}});
-  EXPECT_EQ(environment.status, 0);
-  EXPECT_THAT(environment.err, HasSubstr("Pkt1: Matched acl A, rule "));
-  EXPECT_EQ(usual({}, {{"VELO_TRACE", "rubbish"}}).status, 2);
-  EXPECT_EQ(usual({}).err, "");
-}
-
-TEST_F(CommandLine, LogMessagesPrintsTheCatalogue) {
-  const Ran text = runVelo({"log-messages"});
-  EXPECT_EQ(text.status, 0);
-  EXPECT_EQ(text.err, "");
-  const Ran json = runVelo({"log-messages", "--json"});
-  EXPECT_TRUE(document(json).contains("version"));
-  const Json all = document(json).at("messages");
-  std::vector<std::string> names;
-  for (const Json& message : all) {
-    names.push_back(message["name"]);
-    EXPECT_THAT(text.out, HasSubstr(message["name"].get<std::string>() + "\n"));
-    EXPECT_THAT(text.out, HasSubstr(message["explanation"].get<std::string>()));
-  }
-  EXPECT_THAT(names, testing::IsSupersetOf({"ACL_IPACCESS", "ACL_IPACCESS2", "ACL_IP6ACCESS", "ACL_MACACCESS",
-                                            "ACL_DISCONTIG_MASK", "ACL_KERNEL_TABLE_MANAGEMENT_FAILURE"}));
-  EXPECT_EQ(all[0]["severity"], 6);
-  EXPECT_EQ(json.out.find('\x01'), std::string::npos) << "a marker is not a text";
-  EXPECT_EQ(text.out.find('\x01'), std::string::npos);
 }
 
 TEST_F(CommandLine, TextsThatAreTooLargeAreRefusedAtOnce) {
