@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace {
 
@@ -111,17 +112,19 @@ std::string changed(std::string document, Fuzz::Dice& dice) {
 
 void requirePlaces(const Config::Result& result, const std::string& document) {
   const auto lines = static_cast<int>(std::count(document.begin(), document.end(), '\n')) + 1;
-  int last = 0;
+  std::pair<int, int> last;
   for (const Config::Mistake& mistake : result.mistakes) {
     const auto where = [&] { return mistake.str() + "\n" + document; };
-    Fuzz::require(mistake.file == "t" && mistake.line > last && mistake.line <= lines && mistake.column >= 1,
+    const std::pair place(mistake.line, mistake.column);
+    Fuzz::require(mistake.file == "t" && mistake.line >= 1 && mistake.line <= lines && mistake.column >= 1,
                   where);
+    Fuzz::require(place >= last, where);
     Fuzz::require(!mistake.found.empty() && !mistake.expected.empty(), where);
     const std::string shown = mistake.str();
     Fuzz::require(
         std::none_of(shown.begin(), shown.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }),
         where);
-    last = mistake.line;
+    last = place;
   }
 }
 

@@ -186,7 +186,7 @@ std::string_view withoutMark(std::string_view text) {
   return text;
 }
 
-/// The mistakes of documents and of texts, in the order of the sources.
+/// The mistakes of documents and of texts, in the order of the sources and of what stands there.
 std::vector<Config::Mistake> inOrder(const std::vector<Config::Source>& sources,
                                      std::vector<Config::Mistake> mistakes, size_t most) {
   const auto indexOf = [&](const Config::Mistake& mistake) {
@@ -195,7 +195,7 @@ std::vector<Config::Mistake> inOrder(const std::vector<Config::Source>& sources,
            sources.begin();
   };
   std::stable_sort(mistakes.begin(), mistakes.end(), [&](const auto& a, const auto& b) {
-    return std::tuple(indexOf(a), a.line) < std::tuple(indexOf(b), b.line);
+    return std::tuple(indexOf(a), a.line, a.column) < std::tuple(indexOf(b), b.line, b.column);
   });
   // Several lines of a text may come from one place.
   mistakes.erase(std::unique(mistakes.begin(), mistakes.end()), mistakes.end());
