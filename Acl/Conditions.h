@@ -65,9 +65,11 @@ class MplsFilter {
   void labelIs(int32_t label);
   void innerLabelIs(int32_t label);
 
-  /// Throws the same when either label, asked for or not, is outside 20 bits.
+  /// Whether both labels, asked for or not, are inside 20 bits.
+  bool isInRange() const { return isLabel(labels_.label) && isLabel(labels_.innerLabel); }
+  /// Throws the same when they are not.
   void check() const {
-    if (isLabel(labels_.label) && isLabel(labels_.innerLabel)) [[likely]]
+    if (isInRange()) [[likely]]
       return;
     refuse();
   }

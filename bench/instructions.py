@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
-"""usage: instructions.py [BUILD_FOLDER...] [--filter REGEX]
+"""usage: instructions.py [BUILD_FOLDER...] [--filter REGEX] [--check | --write]
 
 Instructions that one packet takes, counted by valgrind's callgrind: the same whatever else the machine does. For each
 build folder (build/release when none is given) the benchmarks of COUNTED, with the inclusive cost of a call of the
-function beside them. Two folders are set side by side.
+function beside them, divided by the packets that it takes. Two folders are set side by side.
+
+--check compares those of the first folder with bench/instructions.txt, and fails when one takes more than 2 % more.
+--write makes that file anew. It holds for one compiler and its options, and for processors with AVX2.
 """
 
 import argparse
@@ -12,11 +15,15 @@ import subprocess
 import sys
 import tempfile
 
-# By program: which benchmarks, and the function whose calls are counted.
-COUNTED = {
-    "packets-bench": ("^judge", "DataplaneAclHelper::processPkt"),
-    "matches-bench": ("^matches", "Forwarder::receive"),
-}
+# By program: which benchmarks, the function whose calls are counted, and how many packets a call takes.
+COUNTED = [
+    ("packets-bench", "^judge", "DataplaneAclHelper::processPkt", 1),
+    ("packets-bench", "^burst", "::judgeTogether", 64),
+    ("matches-bench", "^matches", "Forwarder::receive(", 1),
+    ("matches-bench", "^bursts", "Forwarder::receiveBurst", 64),
+]
+FIGURES = pathlib.Path(__file__).with_name("instructions.txt")
+TOLERANCE = 1.02
 
 
 def benchmarks(program, wanted):
@@ -44,19 +51,49 @@ def instructions(program, name, counted):
             elif state == "cost":
                 cost += int(line.split()[1])
                 state = ""
+    if calls == 0:
+        sys.exit(f"{name}: {counted} was never called")
     return cost / calls
+
+
+def figures():
+    lines = (line.split() for line in FIGURES.read_text(encoding="ascii").splitlines())
+    return {name: float(figure) for name, figure in lines}
 
 
 def main():
     parser = argparse.ArgumentParser(usage=__doc__.splitlines()[0].removeprefix("usage: "))
     parser.add_argument("folders", nargs="*", default=["build/release"])
     parser.add_argument("--filter")
+    parser.add_argument("--check", action="store_true")
+    parser.add_argument("--write", action="store_true")
     arguments = parser.parse_args()
-    for program, (usual, counted) in COUNTED.items():
+    known = figures() if arguments.check else {}
+    counted_now, failed, unknown = {}, [], set(known)
+    for program, usual, counted, packets in COUNTED:
         paths = [f"{folder}/bin/{program}" for folder in arguments.folders]
-        for name in benchmarks(paths[0], arguments.filter or usual):
-            counts = [instructions(path, name, counted) for path in paths]
-            print(f"{name:40}" + "".join(f"{count:10.1f}" for count in counts), flush=True)
+        wanted = set(benchmarks(paths[0], arguments.filter)) if arguments.filter else None
+        for name in benchmarks(paths[0], usual):
+            if wanted is not None and name not in wanted:
+                unknown.discard(name)
+                continue
+            counts = [instructions(path, name, counted) / packets for path in paths]
+            counted_now[name] = counts[0]
+            beside = ""
+            if arguments.check:
+                unknown.discard(name)
+                before = known.get(name)
+                beside = "  is not in the file" if before is None else f"  {counts[0] / before - 1:+.1%}"
+                if before is None or counts[0] > before * TOLERANCE:
+                    failed.append(name)
+            print(f"{name:40}" + "".join(f"{count:10.1f}" for count in counts) + beside, flush=True)
+    if arguments.write:
+        FIGURES.write_text("".join(f"{name} {count:.1f}\n" for name, count in counted_now.items()), encoding="ascii")
+    for name in sorted(unknown):
+        print(f"{name}: in the file, and no benchmark has this name")
+    if failed:
+        print(f"more than {FIGURES.name} says: {', '.join(failed)}")
+    return 1 if failed or unknown else 0
 
 
 if __name__ == "__main__":

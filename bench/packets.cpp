@@ -1,4 +1,4 @@
-#include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
+#include <VeloAcl/VeloPlugin/AclBurst.h>
 #include <benchmark/benchmark.h>
 
 #include <functional>
@@ -6,8 +6,8 @@
 #include "support/Allocations.h"
 #include "support/Frames.h"
 
-/// What a packet costs: the parse alone, and the access lists of one interface on top of it. Times are a
-/// packet's; `allocations` is what the measured packets took from the heap, a packet.
+/// What a packet costs: the parse alone, and the access lists of one interface on top of it, alone and in a
+/// burst. Times are a packet's; `allocations` is what the measured packets took from the heap, a packet.
 namespace {
 
 using Acl::AclDirection;
@@ -155,5 +155,65 @@ void judgePortChannel(benchmark::State& state) {
   state.counters["allocations"] = static_cast<double>(taken) / static_cast<double>(state.iterations());
 }
 BENCHMARK(judgePortChannel)->Repetitions(5)->ReportAggregatesOnly();
+
+/// Parse and verdict of a burst of frames.
+class BurstWorld : public World {
+ public:
+  explicit BurstWorld(const Bytes& bytes) : frames_(Velo::PacketBurst::most, bytes) {}
+
+  /// Those that pass, without those that would have to be judged alone. A function of its own, whose
+  /// instructions can be counted.
+  [[gnu::noinline]] Velo::PacketSet judgeTogether(const Velo::BurstPlace& place) {
+    burst_.countIs(Velo::PacketBurst::most);
+    for (uint32_t i = 0; i < Velo::PacketBurst::most; ++i) {
+      burst_.pkt(i).refer(frames_[i], static_cast<uint32_t>(frames_[i].size()), 0);
+    }
+    burst_.parse();
+    form_.begin();
+    const Velo::BurstVerdicts verdicts = form_.judge(burst_, burst_.all(), place);
+    form_.act(burst_, burst_.all() & ~verdicts.alone);
+    return burst_.all() & ~(verdicts.alone | verdicts.dropped);
+  }
+
+ private:
+  const std::vector<Bytes> frames_;
+  Velo::PacketBurst burst_{MemSlab::make<Velo::VeloNamedCounters>()};
+  Velo::VeloAcl::AclBurst form_{helper.get(), AclDirection::in};
+};
+
+void burst(benchmark::State& state, const std::function<void(World&)>& configure, const char* portChannel) {
+  const Bytes bytes = ip4Tcp();
+  BurstWorld world(bytes);
+  configure(world);
+  const Velo::BurstPlace place{world.eth1, IntfId(portChannel)};
+  world.begin(bytes);  // the counters are made
+  world.ctx->ingressPortChannelIs(place.portChannel);
+  world.helper->processPkt(world.ctx, AclDirection::in, world.eth1);
+  const uint64_t before = Bench::allocations().count;
+  bool passed = true;
+  while (state.KeepRunningBatch(Velo::PacketBurst::most)) {
+    passed = world.judgeTogether(place) == ~Velo::PacketSet{0} && passed;
+  }
+  const uint64_t taken = Bench::allocations().count - before;
+  if (!passed) return state.SkipWithError("a packet was dropped, or would have to be judged alone");
+  state.counters["allocations"] = static_cast<double>(taken) / static_cast<double>(state.iterations());
+}
+#define BURST(name, portChannel, ...)                         \
+  BENCHMARK_CAPTURE(                                          \
+      burst, name, [](World& w) { __VA_ARGS__ }, portChannel) \
+      ->Repetitions(5)                                        \
+      ->ReportAggregatesOnly()
+BURST(no_list, "", static_cast<void>(w););
+BURST(ip_10_rules_first_hits, "", w.ipList("L", 10, 0); w.bind(AclType::ip, "eth1", "L"););
+BURST(ip_10_rules_last_hits, "", w.ipList("L", 10, 9); w.bind(AclType::ip, "eth1", "L"););
+BURST(ip_1000_rules_first_hits, "", w.ipList("L", 1000, 0); w.bind(AclType::ip, "eth1", "L"););
+BURST(ip_1000_rules_last_hits, "", w.ipList("L", 1000, 999); w.bind(AclType::ip, "eth1", "L"););
+BURST(
+    port_channel, "po1", w.ipList("L", 10, 9); w.macList("M"); for (const char* intf
+                                                                    : {"eth1", "po1"}) {
+      w.bind(AclType::ip, intf, "L");
+      w.bind(AclType::mac, intf, "M");
+    });
+#undef BURST
 
 }  // namespace

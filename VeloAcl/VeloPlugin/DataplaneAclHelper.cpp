@@ -12,9 +12,14 @@ using Acl::AclType;
 
 namespace {
 
-void countDrop(const PacketContext& ctx, const Kelp::String& reason) {
+void countDrop(VeloNamedCounters& counters, const Kelp::String& reason, uint64_t packets) {
   static const Kelp::String category("Drop");
-  ctx.namedCounters().count(category, aclFacility(), reason);
+  counters.count(category, aclFacility(), reason, packets);
+}
+
+const Kelp::String& deniedReason() {
+  static const Kelp::String reason("dropping pkt");
+  return reason;
 }
 
 void tellTrial(const PacketContext& ctx, const Acl::AskedList& asked) {
@@ -146,7 +151,7 @@ bool DataplaneAclHelper::dropsBy(const Lookup& at, const Match& match) {
   Rule rule;
   Kiv::UniqueId ruleId = Kiv::UniqueId::unset();
   if (!match(&rule, &ruleId)) return dropOnNoMatch(at);
-  const bool deny = rule.action() == Acl::Action::deny && !rule.isEq(Rule());
+  const bool deny = denies(rule);
   tracePkt(*at.ctx, "shouldDropPkt", "Matched acl {}, rule {} on {}", at.aclName, ruleId, at.intf);
   account(at, &rule, ruleId);
   return dropOnMatch(at, rule, deny);
@@ -165,29 +170,40 @@ bool DataplaneAclHelper::dropOnMatch(const Lookup& at, const Acl::RuleConfig& ru
 
   tracePkt(*at.ctx, "shouldDropPkt", "matched acl has action {}", rule.action());
   if (!deny) return false;
-  static const Kelp::String reason("dropping pkt");
-  tracePkt(*at.ctx, "shouldDropPkt", "{}", reason);
-  countDrop(*at.ctx, reason);
+  tracePkt(*at.ctx, "shouldDropPkt", "{}", deniedReason());
+  countDenied(at.ctx->namedCounters());
   return true;
 }
 
 bool DataplaneAclHelper::dropOnNoMatch(const Lookup& at) {
-  Kiv::UniqueId implicitId;
-  if (const auto* lists = std::as_const(*aclStatus_).status().find(at.type)) {
-    if (const auto* status = lists->get()->acl().find(at.aclName)) {
-      if (const auto* id = status->get()->implicitRuleId(Acl::ImplicitRuleType::drop)) implicitId = *id;
-    }
-  }
+  const Kiv::UniqueId implicitId = implicitDropId(at.type, at.aclName);
   if (implicitId.empty() && !at.ctx->trial()) {
     tracePkt(*at.ctx, "shouldDropPkt", "Unable to count implicit drop");
   } else {
     account(at, nullptr, implicitId);
   }
   tracePkt(*at.ctx, "shouldDropPkt", "No match on intf {}, default action is drop", at.intf);
+  countNoMatch(at.ctx->namedCounters());
+  return true;
+}
+
+Kiv::UniqueId DataplaneAclHelper::implicitDropId(AclType type, const Kelp::String& aclName) const {
+  if (const auto* lists = std::as_const(*aclStatus_).status().find(type)) {
+    if (const auto* status = lists->get()->acl().find(aclName)) {
+      if (const auto* id = status->get()->implicitRuleId(Acl::ImplicitRuleType::drop)) return *id;
+    }
+  }
+  return {};
+}
+
+void DataplaneAclHelper::countDenied(VeloNamedCounters& counters, uint64_t packets) {
+  countDrop(counters, deniedReason(), packets);
+}
+
+void DataplaneAclHelper::countNoMatch(VeloNamedCounters& counters, uint64_t packets) {
   // There is one counter for all interfaces, so its name keeps the placeholder.
   static const Kelp::String reason("No match on intf %s, default action is drop");
-  countDrop(*at.ctx, reason);
-  return true;
+  countDrop(counters, reason, packets);
 }
 
 void DataplaneAclHelper::account(const Lookup& at, const Acl::RuleConfig* rule, const Kiv::UniqueId& ruleId) {
@@ -212,6 +228,15 @@ const Kelp::Ptr<DataplaneAclHelper::Counters>& DataplaneAclHelper::countersFor(A
 
 Kelp::Ptr<Velo::Counter::VeloDpAclCounter> DataplaneAclHelper::counterForKey(const CounterKey& key) {
   return countersFor(key.direction, key.aclType)->counterCollectionIs(key);
+}
+
+Velo::Counter::VeloDpAclCounter* DataplaneAclHelper::knownCounter(AclDirection dir, AclType type,
+                                                                  const Kelp::String& aclName,
+                                                                  const Kiv::UniqueId& ruleId) {
+  Counters& collection = *countersFor(dir, type);
+  if (auto* counter = counterCache_.find(collection, dir, type, aclName, ruleId)) return counter;
+  counterCache_.remember(collection, {dir, type, aclName, ruleId});
+  return counterCache_.find(collection, dir, type, aclName, ruleId);
 }
 
 void DataplaneAclHelper::countPkt(const Kelp::Ptr<const Nimnet::Pkt>& pkt, AclDirection dir, AclType type,

@@ -63,6 +63,7 @@ class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
   ZEB_HELD(MirroringStepHelper, mirroringHelper)
 
  private:
+  friend class AclBurst;
   struct Lookup;
   /// Reports that a bound list does not exist; `typeKnown`: other lists of its type do.
   static void tellNoList(const Lookup& at, bool typeKnown);
@@ -75,6 +76,18 @@ class DataplaneAclHelper : public Kelp::Node, public Zeb::Reflected {
   /// trial instead.
   void account(const Lookup& at, const Acl::RuleConfig* rule, const Kiv::UniqueId& ruleId);
   const Kelp::Ptr<Counters>& countersFor(Acl::AclDirection dir, Acl::AclType type) const;
+  /// A default rule never does.
+  template <class Rule>
+  static bool denies(const Rule& rule) {
+    return rule.action() == Acl::Action::deny && !rule.isEq(Rule());
+  }
+  /// The id of a list's implicit drop; empty when it has none yet.
+  Kiv::UniqueId implicitDropId(Acl::AclType type, const Kelp::String& aclName) const;
+  /// The counter of a rule, null when it has still to be made.
+  Velo::Counter::VeloDpAclCounter* knownCounter(Acl::AclDirection dir, Acl::AclType type,
+                                                const Kelp::String& aclName, const Kiv::UniqueId& ruleId);
+  static void countDenied(VeloNamedCounters& counters, uint64_t packets = 1);
+  static void countNoMatch(VeloNamedCounters& counters, uint64_t packets = 1);
 
   BoundLists boundLists_;
   CounterCache counterCache_;

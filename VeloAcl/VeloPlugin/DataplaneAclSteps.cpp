@@ -4,7 +4,9 @@
 namespace Velo::VeloAcl {
 
 DataplaneAclInputStep::DataplaneAclInputStep(const Kelp::Ptr<DataplaneAclHelper>& helper)
-    : InputPipelineStep("DataplaneInputAclStep", 32000), helper_(helper) {
+    : InputPipelineStep("DataplaneInputAclStep", 32000),
+      helper_(helper),
+      burst_(helper.get(), Acl::AclDirection::in) {
   stepFlagsIs(enabled);
 }
 
@@ -14,7 +16,9 @@ bool DataplaneAclInputStep::process(const Kelp::Ptr<PacketContext>& ctx) {
 }
 
 DataplaneAclOutputStep::DataplaneAclOutputStep(const Kelp::Ptr<DataplaneAclHelper>& helper)
-    : OutputPipelineStep("DataplaneOutputAclStep", 8500), helper_(helper) {
+    : OutputPipelineStep("DataplaneOutputAclStep", 8500),
+      helper_(helper),
+      burst_(helper.get(), Acl::AclDirection::out) {
   stepFlagsIs(enabled);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Velo/Pipeline.h>
+#include <VeloAcl/VeloPlugin/AclBurst.h>
 #include <VeloAcl/VeloPlugin/DataplaneAclHelper.h>
 
 namespace Velo::VeloAcl {
@@ -12,7 +13,11 @@ class DataplaneAclInputStep : public InputPipelineStep {
  public:
   explicit DataplaneAclInputStep(const Kelp::Ptr<DataplaneAclHelper>& helper);
   bool process(const Kelp::Ptr<PacketContext>& ctx) override;
+  BurstForm* burstForm() override { return &burst_; }
   ZEB_HELD(DataplaneAclHelper, helper)
+
+ private:
+  AclBurst burst_;
 };
 
 /// Judges every packet before it is sent by the lists that are bound "out" on its port. Mirrored copies pass.
@@ -22,7 +27,11 @@ class DataplaneAclOutputStep : public OutputPipelineStep {
  public:
   explicit DataplaneAclOutputStep(const Kelp::Ptr<DataplaneAclHelper>& helper);
   bool process(const Kelp::Ptr<OutputPipelineContext>& ctx) override;
+  BurstForm* burstForm() override { return &burst_; }
   ZEB_HELD(DataplaneAclHelper, helper)
+
+ private:
+  AclBurst burst_;
 };
 
 Kelp::Ptr<DataplaneAclInputStep> dataplaneAclInputStepFactory(const Kelp::Ptr<DataplaneAclHelper>& helper);

@@ -26,7 +26,7 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                       .paths = options.configs,
                       .past = options.past,
                       .journal = options.journal}),
-      tails_(core, forwarder, loop, options.inHand),
+      tails_(core, forwarder, loop),
       operations_(world(core, forwarder, options), zero_, configuration_, tails_),
       server_(loop, operations_, options.limits),
       statusLog_(world(core, forwarder, options)) {}

@@ -32,8 +32,6 @@ struct ControlOptions {
   TellLog tell{};                            ///< may be empty
   /// The states of the live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
-  /// The live frame that the forwarder is handling; null: there are no live ports.
-  const LiveFrame* inHand = nullptr;
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.
   std::function<void()> applied{};
   ControlLimits limits{};

@@ -11,9 +11,6 @@ namespace Agent {
 
 namespace {
 
-/// Stands for the header of a malformed frame that was let through without one: from nobody, to nobody.
-constexpr Nimnet::EthHdr noHeader{};
-
 constexpr auto tellNobody = [](const Port&, const Velo::PipelineStep*) {};
 
 }  // namespace
@@ -23,7 +20,8 @@ Forwarder::Forwarder(Core& core, Velo::MalformedPolicy malformed)
       ctx_(MemSlab::make<Velo::PacketContext>(core.namedCounters())),
       out_(MemSlab::make<Velo::OutputPipelineContext>(ctx_)),
       copyCtx_(MemSlab::make<Velo::PacketContext>(core.namedCounters())),
-      copyOut_(MemSlab::make<Velo::OutputPipelineContext>(copyCtx_)) {
+      copyOut_(MemSlab::make<Velo::OutputPipelineContext>(copyCtx_)),
+      plan_(core.namedCounters()) {
   const auto& pipeline = core.manager().pipeline();
   pipeline->addStep(Kelp::Ptr<Velo::InputPipelineStep>(MemSlab::make<Velo::MalformedInputStep>(malformed)));
   pipeline->addStep(Kelp::Ptr<Velo::OutputPipelineStep>(MemSlab::make<Velo::MalformedOutputStep>(malformed)));
@@ -91,12 +89,11 @@ Verdict Forwarder::forward(const Nimnet::IntfId& port, const Nimnet::IntfId& por
   verdict.droppedBy = core_.manager().pipeline()->process(ctx);
   if (verdict.droppedBy || !entry || !entry->junction) return verdict;
 
-  const Nimnet::EthHdr* found = ctx->parsedPacket().ethPacket()->ethHdr();
-  const Nimnet::EthHdr& eth = found ? *found : noHeader;
+  const Nimnet::EthHdr& eth = Junction::headerOf(ctx->parsedPacket());
   const uint16_t vlan = ctx->pkt()->vlanId();
   if (!ctx->trial()) entry->junction->learn(*entry, eth, vlan);
   for (const End* to : entry->junction->targets(*entry, eth, vlan)) {
-    Port* egress = to == entry ? nullptr : egressPort(*to, *ctx);
+    Port* egress = to == entry ? nullptr : egressPort(*to, ctx->parsedPacket());
     if (!egress) continue;
     const Velo::PipelineStep* droppedBy = sendBy(*egress, out);
     tell(*egress, droppedBy);
@@ -109,22 +106,22 @@ void Forwarder::sendMirrored(const Kelp::Ptr<Velo::PacketContext>& ctx, const Ke
                              const Nimnet::IntfId& destination) {
   if (Velo::MirroringPacketInfo::extractInfo(ctx)) return;  // a copy is not copied again
   if (observer_) observer_->handleMirrored(session);
-  copyCtx_->pkt()->assign(*ctx->pkt());
+  copyCtx_->pkt()->refer(*ctx->pkt());
   copyCtx_->pkt()->traceIdIs(ctx->traceId());
   copyCtx_->begin(ctx->ingressIntf());
   copyCtx_->mirroringSessionIs(session);
   const auto to = ends_.find(destination);
-  if (Port* port = to == ends_.end() ? nullptr : egressPort(to->second, *copyCtx_)) {
+  if (Port* port = to == ends_.end() ? nullptr : egressPort(to->second, copyCtx_->parsedPacket())) {
     if (!sendBy(*port, copyOut_)) ++port->mirrored;
   }
   if (observer_) observer_->handleMirroredDone();
 }
 
-Port* Forwarder::egressPort(const End& end, Velo::PacketContext& ctx) {
+Port* Forwarder::egressPort(const End& end, Velo::ParsedPacket& packet) {
   const auto& ports = end.usable;
   if (ports.size() <= 1) return ports.empty() ? nullptr : ports.front();
-  ctx.parsedPacket().maybeDoFullParse();
-  return ports[Velo::PortChannels::chosen(Velo::flowHash(ctx.parsedPacket()), ports.size())];
+  packet.maybeDoFullParse();
+  return ports[Velo::PortChannels::chosen(Velo::flowHash(packet), ports.size())];
 }
 
 const Velo::PipelineStep* Forwarder::sendBy(Port& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out) {

@@ -5,6 +5,7 @@
 #include <Velo/Mirroring.h>
 #include <Velo/Pipeline.h>
 #include <agent/core/Core.h>
+#include <agent/forward/BurstPlan.h>
 #include <agent/forward/Junction.h>
 #include <agent/forward/Port.h>
 
@@ -37,7 +38,8 @@ class FrameObserver {
 
 /// Takes frames from ports through the pipeline, and to the ports that these are joined with by a patch or a
 /// bridge. Packets and copies are handled one at a time in contexts that are used again, so that nothing is
-/// allocated for a packet. A process has one forwarder, which also sends the mirrored copies.
+/// allocated for a packet. Bursts come to the same, see BurstPlan. A process has one forwarder, which also
+/// sends the mirrored copies.
 class Forwarder final : public Velo::MirrorTarget {
  public:
   Forwarder(Core& core, Velo::MalformedPolicy malformed);
@@ -70,6 +72,11 @@ class Forwarder final : public Velo::MirrorTarget {
 
   /// Forwards the frame in packet(), which this port has received.
   Verdict receive(Port& port);
+  /// Where the frames of the next burst are put.
+  Velo::PacketBurst& burst() { return plan_.packets; }
+  /// Forwards the frames in burst(), which this port has received in this order, as receive() would one after
+  /// the other. Returns those that have passed.
+  Velo::PacketSet receiveBurst(Port& port);
   /// Sends the packet of a context with a trial (Velo::PacketTrial) through the same steps, but counts,
   /// copies and sends nothing. Must not be called from within receive().
   Verdict tryPacket(const Nimnet::IntfId& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out);
@@ -91,9 +98,23 @@ class Forwarder final : public Velo::MirrorTarget {
   /// The same for the packet that a port has received, with the observer.
   Verdict forwardObserved(const Port& port);
   /// The port by which a packet reaches an end; null when the end has no port.
-  static Port* egressPort(const End& end, Velo::PacketContext& ctx);
+  static Port* egressPort(const End& end, Velo::ParsedPacket& packet);
   /// Runs the egress pipeline and sends. Returns the step that dropped the packet.
   const Velo::PipelineStep* sendBy(Port& port, const Kelp::Ptr<Velo::OutputPipelineContext>& out);
+
+  // In Bursts.cpp. A plan is for the packets from `first` on.
+  bool planFrom(const Port& port, uint32_t first);
+  void planEgress(const Port& port, Velo::PacketSet packets);
+  /// The one port that a packet leaves by; null: none, or several.
+  Port* soleEgress(const End& entry, uint32_t packet, bool& several);
+  bool planHolds() const;
+  /// Carries the plan out as far as it holds, and returns the packet behind that.
+  uint32_t carryOut(Port& port, uint32_t first, Velo::PacketSet& passed);
+  /// Has the junction learn from the packets up to `end`, or up to the first one for which it has now another
+  /// way than the planned one: returns that one, which is then to be handled alone.
+  uint32_t learnUpTo(const Port& port, uint32_t first, uint32_t end);
+  Velo::PacketSet carryOutAll(Port& port, Velo::PacketSet packets);
+  bool receiveAlone(Port& port, uint32_t packet);
 
   /// Why the interfaces cannot be joined; nothing if they can. `joined` is the word for it: "patched".
   std::optional<std::string> whyNotJoined(const std::vector<std::string>& names, std::string_view joined);
@@ -102,7 +123,7 @@ class Forwarder final : public Velo::MirrorTarget {
   End& endIs(const Nimnet::IntfId& id);
   /// Brings all ends up to date with the port-channels and the links.
   void resolveEnds();
-  static void resolveUsable(End& end);
+  void resolveUsable(End& end);
 
   Core& core_;
   const Kelp::Ptr<Velo::PacketContext> ctx_;
@@ -116,6 +137,8 @@ class Forwarder final : public Velo::MirrorTarget {
   std::vector<const Bridge*> bridges_;  // those of them that are bridges
   FrameObserver* observer_ = nullptr;
   uint64_t lastTraceId_ = 0;
+  uint64_t wiring_ = 0;  // how often anything has changed by which ports are found
+  BurstPlan plan_;
 };
 
 }  // namespace Agent

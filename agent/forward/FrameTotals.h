@@ -18,6 +18,13 @@ struct FrameTotals {
     bytes += octets;
     ++(verdict.passed() ? passed : dropped);
   }
+  /// A burst, of which so many have passed.
+  void add(uint64_t count, uint64_t octets, uint64_t thosePassed) {
+    frames += count;
+    bytes += octets;
+    passed += thosePassed;
+    dropped += count - thosePassed;
+  }
 };
 
 }  // namespace Agent

@@ -74,6 +74,7 @@ End& Forwarder::endIs(const Nimnet::IntfId& id) {
 }
 
 void Forwarder::resolveEnds() {
+  ++wiring_;
   const Velo::PortChannels& portChannels = core_.portChannels();
   for (auto& [id, end] : ends_) end.members.clear();
   for (const auto& [id, port] : ports_) {
@@ -95,6 +96,7 @@ void Forwarder::resolveEnds() {
 }
 
 void Forwarder::resolveUsable(End& end) {
+  ++wiring_;
   end.usable.clear();
   std::copy_if(end.members.begin(), end.members.end(), std::back_inserter(end.usable),
                [](const Port* port) { return port->up; });

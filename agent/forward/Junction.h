@@ -2,6 +2,7 @@
 
 #include <Nimnet/EthHdr.h>
 #include <Nimnet/IntfId.h>
+#include <Velo/ParsedPacket.h>
 
 #include <cstdint>
 #include <span>
@@ -34,6 +35,13 @@ class Junction {
   /// The ends that such a frame leaves by; empty when it goes nowhere. `from` may be among them, and the
   /// caller leaves it out. The result is valid until the next call of any function.
   virtual std::span<End* const> targets(const End& from, const Nimnet::EthHdr& eth, uint16_t vlan) const = 0;
+  /// The header that it is asked with. It stands for that of a malformed frame that was let through without
+  /// one, too: from nobody, to nobody.
+  static const Nimnet::EthHdr& headerOf(const Velo::ParsedPacket& packet) {
+    static constexpr Nimnet::EthHdr none{};
+    const Nimnet::EthHdr* found = packet.ethPacket()->ethHdr();
+    return found ? *found : none;
+  }
   /// Whether it asks for the addresses of a frame.
   virtual bool asksAddresses() const { return true; }
   /// Forgets what was learned about an end, because it is down.

@@ -11,7 +11,8 @@ namespace Agent {
 
 struct End;
 
-/// Takes the frames that leave a port: a capture file, an interface. Owned by whoever runs the forwarder.
+/// Takes the frames that leave a port: a capture file, an interface. Owned by whoever runs the forwarder. It
+/// changes nothing by which packets are judged.
 class FrameSink {
  public:
   virtual ~FrameSink() = default;
@@ -26,6 +27,7 @@ struct Port {
   bool up = true;                ///< frames to a port-channel leave by members that are up
   Nimnet::IntfId portChannel{};  ///< the port-channel that it is a member of; the empty id: none
   End* entry = nullptr;          ///< where its frames enter a junction: its port-channel's end, or its own
+  uint32_t unplanned = 0;        ///< so many bursts are still to be handled one by one; of Bursts.cpp
   uint64_t received = 0;
   uint64_t sent = 0;  ///< mirrored copies included
   uint64_t droppedIn = 0;

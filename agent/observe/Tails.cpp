@@ -1,5 +1,6 @@
 #include <Kelp/Assert.h>
 #include <agent/observe/Tails.h>
+#include <agent/ports/LiveFrame.h>
 
 #include <algorithm>
 #include <utility>
@@ -43,8 +44,8 @@ void Tail::wait(std::function<void()> ready) {
   ready_ = std::move(ready);
 }
 
-Tails::Tails(Core& core, Forwarder& forwarder, EventLoop& loop, const LiveFrame* inHand)
-    : core_(core), forwarder_(forwarder), loop_(loop), inHand_(inHand) {
+Tails::Tails(Core& core, Forwarder& forwarder, EventLoop& loop)
+    : core_(core), forwarder_(forwarder), loop_(loop) {
   tails_.reserve(most);
 }
 
@@ -71,9 +72,10 @@ void Tails::remove(Tail& tail) {
 
 void Tails::take() {
   const Fate& fate = looking_->recorder.fate();
+  const LiveFrame* live = liveFrameOf(*forwarder_.context()->pkt());
   for (Tail* tail : tails_) {
     if (tail->filter_.wants(fate))
-      tail->queue_.push(*forwarder_.context(), fate, inHand_ ? segmentsOf(*inHand_) : 1);
+      tail->queue_.push(*forwarder_.context(), fate, live ? segmentsOf(*live) : 1);
   }
   looking_->recorder.begin();
 }

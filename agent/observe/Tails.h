@@ -3,7 +3,6 @@
 #include <agent/core/EventLoop.h>
 #include <agent/observe/FrameQueue.h>
 #include <agent/observe/VerdictRecorder.h>
-#include <agent/ports/LiveFrame.h>
 
 #include <cstdint>
 #include <functional>
@@ -62,8 +61,7 @@ class Tails final : private Poller {
   /// As many may look at once.
   static constexpr size_t most = 8;
 
-  /// `inHand`: the live frame that the forwarder is handling; null: there are no live ports.
-  Tails(Core& core, Forwarder& forwarder, EventLoop& loop, const LiveFrame* inHand);
+  Tails(Core& core, Forwarder& forwarder, EventLoop& loop);
   ~Tails() override;
 
   bool full() const { return tails_.size() >= most; }
@@ -88,7 +86,6 @@ class Tails final : private Poller {
   Core& core_;
   Forwarder& forwarder_;
   EventLoop& loop_;
-  const LiveFrame* const inHand_;
   std::vector<Tail*> tails_;
   std::optional<Looking> looking_;
 };

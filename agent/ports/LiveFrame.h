@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/forward/Port.h>
+#include <Nimnet/Pkt.h>
 #include <agent/ports/Offload.h>
 #include <sys/uio.h>
 
@@ -12,7 +12,7 @@ namespace Agent {
 
 /// A frame between being received and being sent. The work that its sender left to a device (a checksum to
 /// complete, a segment to cut) goes with it to every port that it leaves by. There the kernel does that work
-/// if the device does not.
+/// if the device does not. Packets that refer to it have it as their Nimnet::Pkt::origin().
 struct LiveFrame {
   std::span<const uint8_t> bytes;
   Offload offload{};           ///< right before `bytes` is room for it, so that both can be sent as one piece
@@ -32,14 +32,10 @@ struct LiveFrame {
   }
 };
 
-/// Takes received frames one by one.
-class FrameReceiver {
- public:
-  virtual void receive(Port& port, const LiveFrame& frame) = 0;
-
- protected:
-  ~FrameReceiver() = default;
-};
+/// The frame that a packet refers to; null when it is none of a live port.
+inline const LiveFrame* liveFrameOf(const Nimnet::Pkt& pkt) {
+  return static_cast<const LiveFrame*>(pkt.origin());
+}
 
 /// Whether a frame that is to be cut into segments gives segments of at most `mtu` octets behind the Ethernet
 /// header. True of every frame that is not to be cut.

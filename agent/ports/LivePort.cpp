@@ -7,16 +7,8 @@
 
 namespace Agent {
 
-namespace {
-
-/// Frames are fetched while earlier ones are handled.
-constexpr size_t framesAhead = 2;
-
-}  // namespace
-
-LivePort::LivePort(Port& port, std::string_view kind, std::string device, std::unique_ptr<PortDevice> by,
-                   const LiveFrame& inHand)
-    : port_(port), device_(std::move(device)), by_(std::move(by)), inHand_(inHand) {
+LivePort::LivePort(Port& port, std::string_view kind, std::string device, std::unique_ptr<PortDevice> by)
+    : port_(port), device_(std::move(device)), by_(std::move(by)) {
   state_.kind = kind;
   if (!by_->takesOffloads()) segments_ = std::make_unique<Segments>();
 }
@@ -52,26 +44,25 @@ void LivePort::linkDel() {
   state_.wrong.clear();
 }
 
-bool LivePort::receive(FrameReceiver& to) {
+LivePort::Received LivePort::receive() {
   const auto [count, more] = by_->receive(received_);
-  for (size_t i = 0; i < count; ++i) {
-    const LiveFrame& frame = received_[i];
-    if (i + framesAhead < count) __builtin_prefetch(received_[i + framesAhead].bytes.data());
-    ++state_.rxFrames;
+  const std::span<const LiveFrame> frames(received_.data(), count);
+  state_.rxFrames += count;
+  for (const LiveFrame& frame : frames) {
     state_.rxBytes += frame.bytes.size();
     state_.rxSegments += segmentsOf(frame);
-    to.receive(port_, frame);
   }
-  return more;
+  return {frames, more};
 }
 
 void LivePort::send(const Nimnet::Pkt& pkt) {
-  KELP_ASSERT(pkt.size() == inHand_.bytes.size(), "the packet that is sent is the frame in hand");
+  const LiveFrame* frame = liveFrameOf(pkt);
+  KELP_ASSERT(frame, "a packet that is sent by a live port has come by one");
   if (!isOpen()) return countUnsent(ENODEV);
-  if (!fits(inHand_)) return countUnsent(EMSGSIZE);
-  if (segments_ && inHand_.hasWork()) return sendFinished(inHand_);
+  if (!fits(*frame)) return countUnsent(EMSGSIZE);
+  if (segments_ && frame->hasWork()) return sendFinished(*frame);
   if (collected_ == burst) sendCollected();
-  toSend_[collected_++] = inHand_;
+  toSend_[collected_++] = *frame;
 }
 
 bool LivePort::fits(const LiveFrame& frame) const {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -22,10 +23,8 @@ class LivePort final : public FrameSink {
  public:
   static constexpr size_t burst = PortDevice::burst;
 
-  /// `inHand` is the frame that the forwarder is handling now, the same for all ports. Port and frame outlive
-  /// this object. `device` is its name.
-  LivePort(Port& port, std::string_view kind, std::string device, std::unique_ptr<PortDevice> by,
-           const LiveFrame& inHand);
+  /// The port outlives this object. `device` is its name.
+  LivePort(Port& port, std::string_view kind, std::string device, std::unique_ptr<PortDevice> by);
   ~LivePort() override;
 
   /// The device is there, or has changed: opens the port on it if it is not open. Returns what went wrong.
@@ -33,9 +32,14 @@ class LivePort final : public FrameSink {
   /// The device is gone: closes the port.
   void linkDel();
 
-  /// Receives the frames that are there, at most a burst. Returns whether there may be more.
-  bool receive(FrameReceiver& to);
+  struct Received {
+    std::span<const LiveFrame> frames;  ///< until release()
+    bool more = false;                  ///< there may be more at once
+  };
+  /// Receives the frames that are there, at most a burst.
+  Received receive();
   void release() { by_->release(); }
+  /// The packet refers to a LiveFrame.
   void send(const Nimnet::Pkt& pkt) override;
   /// Sends the frames that were collected.
   void flush() {
@@ -62,7 +66,6 @@ class LivePort final : public FrameSink {
   Port& port_;
   const std::string device_;
   const std::unique_ptr<PortDevice> by_;
-  const LiveFrame& inHand_;
   PortState state_;
   std::unique_ptr<Segments> segments_;  // null: the device takes the work of senders
   std::array<LiveFrame, burst> received_;

@@ -1,3 +1,4 @@
+#include <Velo/Burst.h>
 #include <agent/core/Output.h>
 #include <agent/ports/LivePorts.h>
 #include <agent/ports/PortKinds.h>
@@ -5,6 +6,7 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
+#include <bit>
 
 namespace Agent {
 
@@ -44,14 +46,13 @@ std::optional<std::string> LivePorts::portIs(const std::string& name, const std:
       return fmt::format("{} and {} cannot both be on {}", member->port->port().id.name(), name, what.device);
   }
   capabilities_.merge(kind->capabilities());
-  memberIs(kind, std::make_unique<LivePort>(forwarder_.portIs(name), kind->name, what.device, std::move(by),
-                                            inHand_));
+  memberIs(kind, std::make_unique<LivePort>(forwarder_.portIs(name), kind->name, what.device, std::move(by)));
   return std::nullopt;
 }
 
 void LivePorts::portIs(const std::string& name, std::unique_ptr<PortDevice> by) {
-  Member& member = memberIs(
-      nullptr, std::make_unique<LivePort>(forwarder_.portIs(name), "", name, std::move(by), inHand_));
+  Member& member =
+      memberIs(nullptr, std::make_unique<LivePort>(forwarder_.portIs(name), "", name, std::move(by)));
   if (const auto link = member.port->by().look()) handleLink(member, &*link);
 }
 
@@ -163,15 +164,20 @@ void LivePorts::tellState(Member& member) {
          {{"VELO_EVENT", "device"}, {"VELO_PORT", state.name}, {"VELO_DEVICE", state.device}}});
 }
 
-void LivePorts::receive(Port& port, const LiveFrame& frame) {
-  inHand_ = frame;
-  const auto size = static_cast<uint32_t>(frame.bytes.size());
-  forwarder_.packet().assign(frame.bytes, size, loop_.turnWall().now().seconds());
-  totals_.add(forwarder_.receive(port), size);
-}
-
 bool LivePorts::burstFrom(LivePort& port) {
-  const bool more = port.receive(*this);
+  static_assert(LivePort::burst <= Velo::PacketBurst::most);
+  const auto [frames, more] = port.receive();
+  Velo::PacketBurst& burst = forwarder_.burst();
+  burst.countIs(static_cast<uint32_t>(frames.size()));
+  const double now = loop_.turnWall().now().seconds();
+  uint64_t octets = 0;
+  for (uint32_t i = 0; i < frames.size(); ++i) {
+    const auto size = static_cast<uint32_t>(frames[i].bytes.size());
+    burst.pkt(i).refer(frames[i].bytes, size, now, &frames[i]);
+    octets += size;
+  }
+  const Velo::PacketSet passed = forwarder_.receiveBurst(port.port());
+  totals_.add(frames.size(), octets, static_cast<uint32_t>(std::popcount(passed)));
   for (const auto& member : members_) member->port->flush();
   port.release();
   return more;

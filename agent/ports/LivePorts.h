@@ -20,7 +20,7 @@ namespace Agent {
 
 /// The live ports of the agent. Opens them, follows their devices, and takes bursts of frames from each of
 /// them through the forwarder. Counts the frames of all ports together.
-class LivePorts final : private FrameReceiver {
+class LivePorts final {
  public:
   /// Forwarder and loop outlive this object.
   LivePorts(Forwarder& forwarder, EventLoop& loop, PortSetup setup = {});
@@ -31,9 +31,6 @@ class LivePorts final : private FrameReceiver {
   std::optional<std::string> portIs(const std::string& name, const std::string& device);
   /// Adds a port on a device that the caller has made and that the kernel does not tell of; for tests.
   void portIs(const std::string& name, std::unique_ptr<PortDevice> by);
-  /// The frame that the forwarder is handling now.
-  const LiveFrame& inHand() const { return inHand_; }
-
   /// Where devices that go and come are told of, from open() on.
   void logIs(TellLog tell) { tell_ = std::move(tell); }
   /// Opens every port whose device is there. A port whose device comes later is opened then. From now on
@@ -63,7 +60,6 @@ class LivePorts final : private FrameReceiver {
     std::optional<Link> refused{};     ///< the device is there and could not be opened
   };
 
-  void receive(Port& port, const LiveFrame& frame) override;
   bool burstFrom(LivePort& port);
   Member& memberIs(const PortKind* kind, std::unique_ptr<LivePort> port);
   void handleLink(const std::string& name, const Link* link);
@@ -77,7 +73,6 @@ class LivePorts final : private FrameReceiver {
 
   Forwarder& forwarder_;
   EventLoop& loop_;
-  LiveFrame inHand_;
   FrameTotals totals_;
   TellLog tell_;
   std::vector<std::unique_ptr<Member>> members_;

@@ -301,7 +301,6 @@ std::optional<Exit> Run::openControl() {
                                                            .portWarnings = [this] { return portWarnings(); },
                                                            .tell = tellLog(),
                                                            .portStates = [this] { return ports_.states(); },
-                                                           .inHand = &ports_.inHand(),
                                                            .applied =
                                                                [this] {
                                                                  if (state_) state_->handleApplied();

@@ -1,18 +1,12 @@
 #include <Nimnet/Pkt.h>
 
-#include <Kelp/Assert.h>
-
-#include <algorithm>
-
 namespace Nimnet {
 
 void Pkt::assign(std::span<const uint8_t> captured, uint32_t wireLength, double time) {
-  frame_.assign(captured.begin(), captured.end());
-  wireLength_ = std::max(wireLength, size());
-  time_ = time;
-  frontOffset_ = 0;
-  vlanId_ = 0;
-  hasEthernet_ = true;
+  store_.assign(captured.begin(), captured.end());
+  frame_ = store_;
+  origin_ = nullptr;
+  recordedAre(wireLength, time);
 }
 
 void Pkt::assignBehindType(uint16_t type, std::span<const uint8_t> captured, uint32_t wireLength,
@@ -24,13 +18,12 @@ void Pkt::assignBehindType(uint16_t type, std::span<const uint8_t> captured, uin
 
 void Pkt::assign(const Pkt& other) {
   assign(other.frame(), other.wireLength(), other.time());
-  typeBefore_ = other.typeBefore_;
-  hasEthernet_ = other.hasEthernet_;
+  typeIsOf(other);
 }
 
-void Pkt::frontOffsetIs(uint32_t offset) {
-  KELP_ASSERT(offset <= size(), "The front of a packet cannot be beyond its end");
-  frontOffset_ = offset;
+void Pkt::refer(const Pkt& other) {
+  refer(other.frame(), other.wireLength(), other.time(), other.origin());
+  typeIsOf(other);
 }
 
 }  // namespace Nimnet

@@ -24,6 +24,11 @@ class PktCounter : public Zeb::Entity {
     bytes_ += pkt->wireLength();
     publishChange(packetsAttribute());
   }
+  /// Counts one packet of so many octets on the wire that nobody follows; hasSubscribers() says so.
+  void countUnfollowed(uint64_t wireLength) {
+    ++packets_;
+    bytes_ += wireLength;
+  }
   /// Sets the counts, for instance to those of an earlier process.
   void countsAre(uint64_t packets, uint64_t bytes) {
     packets_ = packets;

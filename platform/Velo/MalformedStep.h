@@ -7,6 +7,21 @@ namespace Velo {
 /// What to do with malformed frames.
 enum class MalformedPolicy { drop, pass };
 
+/// Leaves malformed packets alone, and lets all others pass.
+class MalformedBurst final : public BurstForm {
+ public:
+  explicit MalformedBurst(bool asks) : asks_(asks) {}
+  void begin() override {}
+  BurstVerdicts judge(const PacketBurst& burst, PacketSet asked, const BurstPlace&) override {
+    return {0, asks_ ? asked & burst.malformed() : 0};
+  }
+  bool holds() const override { return true; }
+  void act(const PacketBurst&, PacketSet) override {}
+
+ private:
+  const bool asks_;
+};
+
 /// The agent's own steps, in front of every plugin's: a malformed frame is dropped on every port, counted
 /// under "Drop", "Velo::Malformed" and its fault. With MalformedPolicy::pass it is only counted, on receipt,
 /// under "Malformed" instead.
@@ -19,9 +34,11 @@ class MalformedInputStep : public InputPipelineStep {
     stepFlagsIs(enabled);
   }
   bool process(const Kelp::Ptr<PacketContext>& ctx) override;
+  BurstForm* burstForm() override { return &burst_; }
 
  private:
   const MalformedPolicy policy_;
+  MalformedBurst burst_{true};  // whatever the policy, they are counted
 };
 
 class MalformedOutputStep : public OutputPipelineStep {
@@ -33,9 +50,11 @@ class MalformedOutputStep : public OutputPipelineStep {
     stepFlagsIs(enabled);
   }
   bool process(const Kelp::Ptr<OutputPipelineContext>& ctx) override;
+  BurstForm* burstForm() override { return &burst_; }
 
  private:
   const MalformedPolicy policy_;
+  MalformedBurst burst_{policy_ == MalformedPolicy::drop};
 };
 
 }  // namespace Velo

@@ -21,12 +21,14 @@ class VeloNamedCounters : public Zeb::Entity {
   ZEB_ENTITY(VeloNamedCounters, Zeb::Entity)
 
  public:
-  void count(const Kelp::String& category, const Kelp::String& facility, const Kelp::String& reason) {
+  /// `times`: of several at once only the last is announced.
+  void count(const Kelp::String& category, const Kelp::String& facility, const Kelp::String& reason,
+             uint64_t times = 1) {
     const CounterName name{category, facility, reason};
     if (uint64_t* known = counter_.find(name)) {
-      ++*known;
+      *known += times;
     } else {
-      counter_.put(name, 1);
+      counter_.put(name, times);
     }
     publishChange(counterAttribute(), &name);
   }

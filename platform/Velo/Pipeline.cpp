@@ -50,6 +50,20 @@ void AllGenericPipelineSteps::removeStepsBy(Registrant::Id who) {
   std::erase_if(output_, [who](const auto& step) { return step.by == who; });
 }
 
+template <class Step>
+bool AllGenericPipelineSteps::formsOf(const Steps<Step>& steps, BurstForms& forms) {
+  forms.clear();
+  for (const auto& [step, by] : steps) {
+    if (step->stepFlags() != PipelineStep::enabled) continue;
+    BurstForm* form = step->burstForm();
+    if (!form || !forms.add(form)) return false;
+  }
+  return true;
+}
+
+template bool AllGenericPipelineSteps::formsOf(const Steps<InputPipelineStep>&, BurstForms&);
+template bool AllGenericPipelineSteps::formsOf(const Steps<OutputPipelineStep>&, BurstForms&);
+
 template <class Step, class Context>
 const PipelineStep* AllGenericPipelineSteps::run(const Steps<Step>& steps, const Kelp::Ptr<Context>& ctx,
                                                  VeloNamedCounters& counters) {

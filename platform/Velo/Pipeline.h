@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kelp/String.h>
+#include <Velo/Burst.h>
 #include <Velo/PacketContext.h>
 #include <Velo/Registered.h>
 #include <Zeb/Attributes.h>
@@ -20,6 +21,8 @@ class PipelineStep : public Kelp::Node, public Zeb::Reflected {
   /// A step whose flag word is not `enabled` is left out.
   uint32_t stepFlags() const { return stepFlags_; }
   void stepFlagsIs(uint32_t flags) { stepFlags_ = flags; }
+  /// How the step judges many packets at once; null: it does not, and every packet goes through process().
+  virtual BurstForm* burstForm() { return nullptr; }
 
  protected:
   PipelineStep(Kelp::String name, uint32_t position) : name_(std::move(name)), position_(position) {}
@@ -70,6 +73,11 @@ class AllGenericPipelineSteps : public Kelp::Node {
     return run(output_, ctx, ctx->packetContext()->namedCounters());
   }
 
+  /// Puts the burst forms of the steps of a direction into `forms`, in order. False when a step has none:
+  /// then bursts are not judged as such.
+  bool inputForms(BurstForms& forms) const { return formsOf(input_, forms); }
+  bool outputForms(BurstForms& forms) const { return formsOf(output_, forms); }
+
   size_t stepCount() const { return input_.size() + output_.size(); }
   static const Kelp::String& facility();
 
@@ -78,6 +86,8 @@ class AllGenericPipelineSteps : public Kelp::Node {
   using Steps = std::vector<Registered<Step>>;
   template <class Step>
   void add(Steps<Step>& steps, const Kelp::Ptr<Step>& step);
+  template <class Step>
+  static bool formsOf(const Steps<Step>& steps, BurstForms& forms);
   template <class Step, class Context>
   const PipelineStep* run(const Steps<Step>& steps, const Kelp::Ptr<Context>& ctx,
                           VeloNamedCounters& counters);

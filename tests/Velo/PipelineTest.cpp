@@ -10,6 +10,7 @@
 namespace {
 
 using namespace Velo;
+using Nimnet::IntfId;
 using Calls = std::vector<std::string>;
 
 class FakeInput : public InputPipelineStep {
@@ -122,6 +123,53 @@ TEST_F(Pipeline, TheFirstDropEndsItAndIsNamed) {
   EXPECT_EQ(droppedBy(), "no");
   EXPECT_EQ(calls, (Calls{"a", "no"}));
   EXPECT_TRUE(counters->counter().empty()) << "the reason is the step's own business";
+}
+
+struct FakeForm final : BurstForm {
+  void begin() override {}
+  BurstVerdicts judge(const PacketBurst&, PacketSet those, const BurstPlace&) override {
+    asked = those;
+    return verdicts;
+  }
+  bool holds() const override { return true; }
+  void act(const PacketBurst&, PacketSet) override {}
+  BurstVerdicts verdicts;
+  PacketSet asked = 0;
+};
+
+class FormedInput final : public FakeInput {
+ public:
+  FormedInput(uint32_t position, BurstForm* form)
+      : FakeInput("formed", position, [](const auto&) { return true; }), form_(form) {}
+  BurstForm* burstForm() override { return form_; }
+
+ private:
+  BurstForm* const form_;
+};
+
+TEST_F(Pipeline, BurstsAreJudgedWhenAllEnabledStepsCan) {
+  FakeForm first, second;
+  first.verdicts = {0b0010, 0b0100};
+  second.verdicts = {0b1000, 0};
+  const auto add = [this](uint32_t position, BurstForm* form) {
+    pipeline->addStep(Kelp::Ptr<InputPipelineStep>(MemSlab::make<FormedInput>(position, form)));
+  };
+  BurstForms forms;
+  EXPECT_TRUE(pipeline->inputForms(forms)) << "no step";
+  add(20, &second);
+  add(10, &first);
+  pipeline->addStep(step("off", 15, true, false));
+  ASSERT_TRUE(pipeline->inputForms(forms));
+  const PacketBurst burst(counters);
+  const BurstVerdicts said = forms.judge(burst, 0b1111, {IntfId("eth1"), {}});
+  EXPECT_EQ(said.dropped, 0b1010u);
+  EXPECT_EQ(said.alone, 0b0100u);
+  EXPECT_EQ(second.asked, 0b1001u) << "not about those of which the first has said something";
+  BurstForms same;
+  EXPECT_TRUE(pipeline->inputForms(same) && same == forms);
+  pipeline->addStep(step("single", 30));
+  EXPECT_FALSE(pipeline->inputForms(forms));
+  EXPECT_TRUE(pipeline->outputForms(forms)) << "of the other direction there are none";
 }
 
 TEST_F(Pipeline, TheDirectionsAreApart) {

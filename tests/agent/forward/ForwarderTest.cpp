@@ -207,7 +207,49 @@ TEST_F(ForwarderTest, ARuleThatStaysKeepsItsCountAndAnotherBeginsAtZero) {
   EXPECT_EQ(matches(), 1u) << "a rule of its own";
 }
 
-/// The allocations of `packets` packets, once each frame has come in at each port.
+/// Steps that have only process(), and write down when they are asked.
+template <class Base, class Context>
+class Watching final : public Base {
+  ZEB_ENTITY(Watching, Base)
+ public:
+  Watching(const char* name, std::vector<std::string>& calls) : Base(name, 2000), calls_(calls) {
+    this->stepFlagsIs(Base::enabled);
+  }
+  bool process(const Kelp::Ptr<Context>& ctx) override {
+    const Velo::PacketContext* packet;
+    if constexpr (requires { ctx->packetContext(); }) {
+      packet = ctx->packetContext().get();
+    } else {
+      packet = ctx.get();
+    }
+    calls_.push_back(fmt::format("{} {}", this->name(), packet->traceId()));
+    return packet->traceId() != 2;
+  }
+
+ private:
+  std::vector<std::string>& calls_;
+};
+
+TEST_F(ForwarderTest, AStepWithoutABurstFormIsAskedForOnePacketAfterTheOther) {
+  configure("");
+  patch("eth1", "eth2");
+  std::vector<std::string> calls;
+  const auto& pipeline = core_.manager().pipeline();
+  pipeline->addStep(Kelp::Ptr<Velo::InputPipelineStep>(
+      MemSlab::make<Watching<Velo::InputPipelineStep, Velo::PacketContext>>("in", calls)));
+  pipeline->addStep(Kelp::Ptr<Velo::OutputPipelineStep>(
+      MemSlab::make<Watching<Velo::OutputPipelineStep, Velo::OutputPipelineContext>>("out", calls)));
+  const Bytes frame = flow(1);
+  forwarder_.burst().countIs(3);
+  for (uint32_t i = 0; i < 3; ++i)
+    forwarder_.burst().pkt(i).refer(frame, static_cast<uint32_t>(frame.size()), 1.0);
+  EXPECT_EQ(forwarder_.receiveBurst(forwarder_.portIs("eth1")), 0b101u);
+  EXPECT_EQ(calls, (std::vector<std::string>{"in 1", "out 1", "in 2", "in 3", "out 3"}));
+  EXPECT_EQ(forwarder_.portIs("eth2").sent, 2u);
+}
+
+/// The allocations of `packets` packets, one by one and as many in bursts, once each frame has come in at
+/// each port.
 class AllocationTest : public ForwarderTest {
  protected:
   uint64_t allocationsOf(const std::vector<Bytes>& frames, const std::vector<const char*>& names,
@@ -215,8 +257,18 @@ class AllocationTest : public ForwarderTest {
     std::vector<Agent::Port*> ports;
     for (const char* name : names) ports.push_back(&forwarder_.portIs(name));
     const auto run = [&](uint64_t count) {
-      for (uint64_t i = 0; i < count; ++i)
-        receive(*ports[i / frames.size() % ports.size()], frames[i % frames.size()]);
+      for (uint64_t i = 0; i < count; i += frames.size()) {
+        Agent::Port& port = *ports[i / frames.size() % ports.size()];
+        for (const Bytes& each : frames) receive(port, each);
+      }
+      const auto size = static_cast<uint32_t>(frames.size());
+      for (uint64_t i = 0; i < count; i += size) {
+        forwarder_.burst().countIs(size);
+        for (uint32_t f = 0; f < size; ++f) {
+          forwarder_.burst().pkt(f).refer(frames[f], static_cast<uint32_t>(frames[f].size()), 1.0);
+        }
+        forwarder_.receiveBurst(*ports[i / size % ports.size()]);
+      }
     };
     uint64_t before = allocationCount();
     run(frames.size() * ports.size());

@@ -1,6 +1,7 @@
 #include <agent/change/Apply.h>
 #include <agent/observe/SeenFrame.h>
 #include <agent/observe/Tails.h>
+#include <agent/ports/LiveFrame.h>
 #include <gmock/gmock.h>
 
 #include "../../support/Frames.h"
@@ -44,7 +45,8 @@ mirror session S destination eth9
   }
   void receive(const char* port, const Bytes& frame) { receive(forwarder_.portIs(port), frame); }
   void receive(Agent::Port& port, const Bytes& frame) {
-    forwarder_.packet().assign(frame, static_cast<uint32_t>(frame.size()), 1.0);
+    inHand_.bytes = frame;
+    forwarder_.packet().refer(frame, static_cast<uint32_t>(frame.size()), 1.0, &inHand_);
     forwarder_.receive(port);
   }
   static Bytes udp(uint16_t port, size_t payload = 0) {
@@ -65,7 +67,7 @@ mirror session S destination eth9
   Agent::Core core_;
   Agent::Forwarder forwarder_{core_, Velo::MalformedPolicy::drop};
   Agent::LiveFrame inHand_;
-  Agent::Tails tails_{core_, forwarder_, loop_, &inHand_};
+  Agent::Tails tails_{core_, forwarder_, loop_};
 };
 
 TEST_F(TailsTest, EachSeesTheFramesThatItsFilterWants) {
@@ -179,7 +181,6 @@ TEST_F(TailsTest, TellsMacAddressesOfAnIpPacketWhereTheyDecided) {
 TEST_F(TailsTest, TellsOfSegmentsAndOfOctets) {
   Agent::Tail plain(tails_, {}, 0), whole(tails_, {}, 1000);
   const Bytes frame = TestSupport::frame().eth().ip4("192.0.2.1", "192.0.2.2").tcp(1, 443).payload(2000);
-  inHand_.bytes = frame;
   inHand_.offload.cut = 1;
   inHand_.offload.checksumStart = 34;
   inHand_.offload.segmentLength = 900;
