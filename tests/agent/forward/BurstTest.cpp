@@ -76,7 +76,8 @@ Config::Model someModel(Dice& dice) {
 class World : private Zeb::Notifiee, private Agent::FrameObserver {
  public:
   World(uint64_t seed, bool bursts)
-      : bursts_(bursts),
+      : seed_(seed),
+        bursts_(bursts),
         dice_(seed),
         follower_(seed + 1),
         policy_(dice_.once(4) ? Velo::MalformedPolicy::pass : Velo::MalformedPolicy::drop),
@@ -172,6 +173,7 @@ class World : private Zeb::Notifiee, private Agent::FrameObserver {
     const auto sizeOf = [&](uint32_t i) { return static_cast<uint32_t>(frames[i].size()); };
     receiving_ = true;
     receivedOn_ = port.id;
+    if (seed_ % 4 != 0) port.unplanned = 0;  // the other worlds have bursts that are not planned, too
     if (bursts_) {
       Velo::PacketBurst& burst = forwarder_.burst();
       burst.countIs(count);
@@ -318,6 +320,7 @@ class World : private Zeb::Notifiee, private Agent::FrameObserver {
     }
   }
 
+  const uint64_t seed_;
   const bool bursts_;
   Dice dice_, follower_;
   const Velo::MalformedPolicy policy_;
