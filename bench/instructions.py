@@ -37,7 +37,7 @@ def instructions(program, name, counted):
     """A call's, on average."""
     with tempfile.NamedTemporaryFile() as out:
         command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={out.name}", "--compress-strings=no"]
-        command += [program, f"--benchmark_filter=^{name}/", "--benchmark_min_time=0.005"]
+        command += [program, f"--benchmark_filter=^{name}/", "--benchmark_min_time=0.05"]
         subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
         calls = cost = 0
         state = ""

@@ -97,15 +97,18 @@ sent() {
     python3 -c 'import json, sys, time; print(json.load(sys.stdin)["ports"]["eth2"]["live"]["sent"]["frames"], time.monotonic())'
 }
 tell() { echo "$1 $2" >>"$work/figures"; }
-# What an agent sends between two looks at it.
+# Nanoseconds that the agent's loop has had a processor for.
+used() { cut -d' ' -f1 "/proc/$forwarder/schedstat"; }
+# What an agent sends between two looks at it, and how long it has had a processor for each frame.
 measured() {
   local before after
   sleep 0.3
-  before=$(sent)
+  before="$(sent) $(used)"
   sleep "$seconds"
-  after=$(sent)
+  after="$(sent) $(used)"
   end
-  tell "$1" "$(python3 -c 'import sys; a, s, b, t = map(float, sys.argv[1:]); print((b - a) / (t - s))' $before $after)"
+  # shellcheck disable=SC2086  # three numbers each
+  tell "$1" "$(python3 -c 'import sys; a, s, u, b, t, v = map(float, sys.argv[1:]); print((b - a) / (t - s), (v - u) / (b - a))' $before $after)"
 }
 # It takes some seconds to begin; the best second that it tells counts.
 of_testpmd() {
@@ -158,8 +161,12 @@ figures = collections.defaultdict(list)
 for line in open(sys.argv[1], encoding="ascii"):
     name, *rate = line.split()
     if rate:
-        figures[name].append(float(rate[0]) / 1e6)
-print(f"millions of frames a second\n{'':20} {'median':>8} {'least':>8} {'most':>8}")
-for name, rates in figures.items():
-    print(f"{name:20} {statistics.median(rates):8.2f} {min(rates):8.2f} {max(rates):8.2f}")
+        figures[name].append((float(rate[0]) / 1e6, float(rate[1]) if len(rate) > 1 else None))
+print("millions of frames a second; nanoseconds of the agent's processor a frame, median and least")
+print(f"{'':20} {'median':>8} {'least':>8} {'most':>8} {'ns':>8} {'least':>8}")
+for name, told in figures.items():
+    rates = [rate for rate, _ in told]
+    used = [ns for _, ns in told if ns is not None]
+    ends = f" {statistics.median(used):8.1f} {min(used):8.1f}" if used else ""
+    print(f"{name:20} {statistics.median(rates):8.2f} {min(rates):8.2f} {max(rates):8.2f}{ends}")
 PYTHON

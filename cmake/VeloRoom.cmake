@@ -8,6 +8,8 @@
 # velo_program_rooms(NAME): every room since then, as a library for programs.
 # velo_seldom_run(): under sanitizers the targets below this folder are compiled without optimisation, which takes a
 # third of the time; what every packet goes through would take far longer to run then.
+# velo_for_every_packet(NAME): a room that every packet goes through. Its functions may call each other directly and become
+# part of each other, as those of programs may: nobody puts others in their places at run time.
 # velo_at_leisure(NAME ...): targets that serve people and not packets; optimised less, and without the places of their
 # lines, they take two thirds of the time to compile. Under sanitizers nobody asks in them whether an address is aligned:
 # what goes over octets as they come from a wire is in other rooms.
@@ -97,6 +99,12 @@ function(velo_reuse_headers name from)
   get_target_property(libraries ${from} VELO_LIBRARIES)
   if(libraries)
     target_link_libraries(${name} PUBLIC ${libraries})
+  endif()
+endfunction()
+
+function(velo_for_every_packet name)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition)  # what clang does anyway
   endif()
 endfunction()
 

@@ -257,24 +257,24 @@ class World : private Zeb::Notifiee, private Agent::FrameObserver {
         break;
       case 4:
       case 5:
-      case 6:
         changeRules(*list, type, dice);
         break;
+      case 6:
       case 7:
-      case 8:
-      case 9:
         forwarder_.portUpIs(forwarder_.portIs(dice.once(2) ? "eth5" : "eth6"), dice.once(2));
         break;
-      case 10:
+      case 8:
         if (dice.once(2)) {
           EXPECT_FALSE(Zeb::TraceHandle::enable("Velo::Acl/0"));
         } else {
           Zeb::TraceHandle::disableAll();
         }
         break;
-      case 11:
+      case 9:
         forwarder_.observerIs(this);  // until handleVerdict(): not in the middle of a packet
         break;
+      case 10:
+      case 11:
       case 12:
         changeCounters(dice);
         break;
