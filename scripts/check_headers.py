@@ -32,7 +32,7 @@ class Headers:
 
     def __init__(self, root, build):
         self.root = root
-        self.folders = [root / "platform", root, build / "interface"]
+        self.folders = [root / "platform", root, root / "bench", build / "interface"]
 
     @functools.lru_cache(maxsize=None)
     def included(self, path):
@@ -61,7 +61,9 @@ def command_of(compiler, headers):
     # Without a library's flags the headers that need it say so.
     flags = subprocess.run(["pkg-config", "--cflags"] + LIBRARIES, stdout=subprocess.PIPE, text=True, check=False).stdout
     warnings = ["-Wall", "-Wextra", "-Werror"]
-    return [compiler, "-std=c++20", "-fsyntax-only", *warnings, *(f"-I{each}" for each in headers.folders),
+    # What the build tells tests.
+    places = [f'-DVELO_SOURCE_DIR="{headers.root}"', '-DVELO_BIN_DIR=""']
+    return [compiler, "-std=c++20", "-fsyntax-only", *warnings, *places, *(f"-I{each}" for each in headers.folders),
             *flags.split(), "-x", "c++", "-"]
 
 

@@ -119,8 +119,8 @@ TEST(Document, KnowsTheColumnsOfXml) {
   EXPECT_EQ(in("<!-- <x/> -->\n <x/>"), unknown("3:2", "x")) << "not the one in the comment";
   EXPECT_EQ(in("<x\n  xmlns=\"urn:x\"\n/><y/>"), unknown("2:1", "urn:x:x") + unknown("4:3", "y"))
       << "where the tag begins, not where it ends";
-  EXPECT_EQ(in("<x xmlns=\"\"/>"),
-            "t:2:1: found an element x without a namespace in /ietf-access-control-list:acls, expected "
+  EXPECT_EQ(in("<acl xmlns=\"\"><name>A</name><type>eth-acl-type</type></acl>"),
+            "t:2:1: found an element acl without a namespace in /ietf-access-control-list:acls, expected "
             "elements in the namespace of their module\n");
 }
 
