@@ -10,9 +10,9 @@
 # third of the time; what every packet goes through would take far longer to run then.
 # velo_for_every_packet(NAME): a room that every packet goes through. Its functions may call each other directly and become
 # part of each other, as those of programs may: nobody puts others in their places at run time.
-# velo_at_leisure(NAME ...): targets that serve people and not packets; optimised less, and without the places of their
-# lines, they take two thirds of the time to compile. Under sanitizers nobody asks in them whether an address is aligned:
-# what goes over octets as they come from a wire is in other rooms.
+# velo_at_leisure(LEVEL NAME ...): targets that serve people and not packets; optimised less (-O1, or -Og where no text is
+# large), and without the places of their lines, they take two thirds of the time to compile. Under sanitizers nobody
+# asks in them whether an address is aligned: what goes over octets as they come from a wire is in other rooms.
 
 add_library(velo-flags INTERFACE)
 target_compile_options(velo-flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
@@ -53,10 +53,12 @@ if(VELO_SANITIZE)
   # Tests are instrumented for addresses only: that what they test behaves as defined is checked where it is
   # compiled, and checking it in the tests once more takes a third of the time to build them. Null and
   # the end of an object are what the address sanitizer stops at anyway, and asking for them everywhere takes a third.
+  # That a function is called as what it is, the compiler has seen to but for what comes out of a plugin's library.
+  # What is left out stands behind what is asked for: the last word counts.
   set(undefined $<$<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_TEST_CODE>>>:$<COMMA>undefined>)
   # Benches are only compiled, for the warnings, and the templates of the JSON library are its own.
   set(watched $<NOT:$<BOOL:$<TARGET_PROPERTY:VELO_UNWATCHED>>>)
-  target_compile_options(velo-flags INTERFACE $<${watched}:-fsanitize=address${undefined}> -fno-sanitize=null,object-size -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(velo-flags INTERFACE $<${watched}:-fsanitize=address${undefined}> -fno-sanitize=null,object-size$<$<CXX_COMPILER_ID:Clang>:$<COMMA>function>$<$<BOOL:$<TARGET_PROPERTY:VELO_AT_LEISURE>>:$<COMMA>alignment> -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velo-flags INTERFACE -fsanitize=address,undefined)
 endif()
 if(VELO_SANITIZE_THREADS)
@@ -174,12 +176,11 @@ macro(velo_seldom_run)
   endif()
 endmacro()
 
-function(velo_at_leisure)
+function(velo_at_leisure level)
   foreach(name ${ARGN})
-    if(VELO_SANITIZE)
-      target_compile_options(${name} PRIVATE -fno-sanitize=alignment)
-    elseif(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT VELO_SANITIZE_THREADS)
-      target_compile_options(${name} PRIVATE -O1 -g0)
+    set_target_properties(${name} PROPERTIES VELO_AT_LEISURE ON)
+    if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT VELO_SANITIZE_THREADS)
+      target_compile_options(${name} PRIVATE ${level} -g0)
     endif()
   endforeach()
 endfunction()

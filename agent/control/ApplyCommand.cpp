@@ -1,10 +1,10 @@
 #include <agent/change/ConfigFiles.h>
+#include <agent/commands/Arguments.h>
 #include <agent/control/ChangeCommand.h>
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/ListProof.h>
 #include <agent/control/Operations.h>
 #include <agent/control/PacketComparison.h>
-#include <agent/core/Arguments.h>
 #include <agent/core/Words.h>
 #include <agent/models/Reader.h>
 #include <agent/warnings/WarningText.h>

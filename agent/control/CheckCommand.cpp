@@ -1,7 +1,7 @@
+#include <agent/commands/Arguments.h>
 #include <agent/control/Command.h>
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/OffLine.h>
-#include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Words.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <agent/change/Warnings.h>
-#include <agent/core/ProgramCommand.h>
+#include <agent/commands/ProgramCommand.h>
 #include <nlohmann/json.hpp>
 
 #include <memory>

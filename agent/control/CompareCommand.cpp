@@ -1,7 +1,7 @@
+#include <agent/commands/Arguments.h>
 #include <agent/control/Command.h>
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/PacketComparison.h>
-#include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 

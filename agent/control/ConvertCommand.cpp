@@ -1,7 +1,7 @@
 #include <agent/change/ConfigFiles.h>
+#include <agent/commands/Arguments.h>
 #include <agent/control/Command.h>
 #include <agent/control/WrittenText.h>
-#include <agent/core/Arguments.h>
 #include <agent/core/Output.h>
 #include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>

@@ -1,4 +1,5 @@
 #include <agent/change/ConfigFiles.h>
+#include <agent/commands/Arguments.h>
 #include <agent/config/Cursor.h>
 #include <agent/config/Mistake.h>
 #include <agent/control/Command.h>
@@ -6,7 +7,6 @@
 #include <agent/control/ListChoice.h>
 #include <agent/control/OffLine.h>
 #include <agent/control/PacketSearch.h>
-#include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Words.h>

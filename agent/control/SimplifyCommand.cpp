@@ -1,8 +1,8 @@
+#include <agent/commands/Arguments.h>
 #include <agent/control/Command.h>
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/ListChoice.h>
 #include <agent/control/ListSimplification.h>
-#include <agent/core/Arguments.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 

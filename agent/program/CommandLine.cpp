@@ -6,9 +6,9 @@
 #include <agent/core/Output.h>
 #include <agent/core/Version.h>
 #include <agent/manual/ManualCommand.h>
-#include <agent/replay/ReplayArguments.h>
-#include <agent/run/RunArguments.h>
-#include <agent/show/LogMessages.h>
+#include <agent/program/LogMessagesCommand.h>
+#include <agent/program/ReplayArguments.h>
+#include <agent/program/RunArguments.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

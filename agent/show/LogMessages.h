@@ -1,9 +1,7 @@
 #pragma once
 
-#include <agent/core/ProgramCommand.h>
 #include <nlohmann/json.hpp>
 
-#include <memory>
 #include <string>
 
 namespace Agent {
@@ -12,8 +10,5 @@ namespace Agent {
 nlohmann::ordered_json messagesJson();
 /// Such an array for people.
 std::string messagesText(const nlohmann::ordered_json& messages);
-
-/// `velo log-messages`: loads the plugin and prints the catalogue.
-std::unique_ptr<ProgramCommand> logMessagesCommand(CLI::App& program);
 
 }  // namespace Agent

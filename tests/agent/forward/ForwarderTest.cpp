@@ -311,10 +311,11 @@ TEST_F(AllocationTest, NothingIsAllocatedForAPacket) {
       FrameBuilder(ip6).udp(1, 80),
       frame().eth().arp("192.0.2.1", "192.0.2.2"),
   };
-  EXPECT_EQ(allocationsOf(frames, {"eth1", "eth4", "eth3"}, 1000000), 0u);
-  EXPECT_GT(sink.count, 100000u);
-  EXPECT_GT(forwarder_.portIs("eth9").mirrored, 100000u);
-  EXPECT_GT(forwarder_.portIs("eth1").droppedIn, 100000u);
+  constexpr unsigned packets = casesOf(1000000);
+  EXPECT_EQ(allocationsOf(frames, {"eth1", "eth4", "eth3"}, packets), 0u);
+  EXPECT_GT(sink.count, packets / 10);
+  EXPECT_GT(forwarder_.portIs("eth9").mirrored, packets / 10);
+  EXPECT_GT(forwarder_.portIs("eth1").droppedIn, packets / 10);
 }
 
 TEST_F(AllocationTest, NothingIsAllocatedForAMalformedFrame) {

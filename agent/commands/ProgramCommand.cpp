@@ -1,4 +1,4 @@
-#include <agent/core/ProgramCommand.h>
+#include <agent/commands/ProgramCommand.h>
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
-#include <agent/core/Arguments.h>
+#include <agent/commands/Arguments.h>
+#include <agent/program/ReplayArguments.h>
 #include <agent/replay/Replay.h>
-#include <agent/replay/ReplayArguments.h>
 
 #include <CLI/CLI.hpp>
 

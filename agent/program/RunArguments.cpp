@@ -1,9 +1,9 @@
+#include <agent/commands/Arguments.h>
 #include <agent/control/Command.h>
 #include <agent/control/ControlPlane.h>
-#include <agent/core/Arguments.h>
 #include <agent/metrics/MetricsOptions.h>
 #include <agent/ports/PortKinds.h>
-#include <agent/run/RunArguments.h>
+#include <agent/program/RunArguments.h>
 #include <agent/run/RunCommand.h>
 
 #include <CLI/CLI.hpp>

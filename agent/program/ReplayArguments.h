@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/core/ProgramCommand.h>
+#include <agent/commands/ProgramCommand.h>
 
 #include <memory>
 

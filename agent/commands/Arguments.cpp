@@ -1,6 +1,6 @@
+#include <agent/commands/Arguments.h>
 #include <agent/config/Cursor.h>
 #include <agent/config/Mistake.h>
-#include <agent/core/Arguments.h>
 #include <agent/models/Yang.h>
 #include <fmt/format.h>
 
