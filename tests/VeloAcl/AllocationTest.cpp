@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "../support/Sanitizers.h"
 #include "World.h"
 
 namespace {
