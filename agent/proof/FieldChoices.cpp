@@ -284,11 +284,10 @@ Choice FieldChoices::bits(Field field, const PacketSet& bad, const Packet& packe
     span.count = 6;
     mask = 0xfc;
   }
-  const PacketSet told = sets_.sets().projected(bad, span);
-  const Runs runs = sets_.sets().runsOf(told, span);
+  const Runs runs = sets_.sets().runsOf(bad, span);
   if (countOf(runs) <= mostExcepted) {
     const uint64_t all = mask;
-    return except(told,
+    return except(bad,
                   textsOf(runs, [&](uint64_t one) { return bitsText(field, dscp ? one << 2 : one, all); }));
   }
   for (unsigned i = 0; i < sets_.spanOf(field).count; ++i) {

@@ -105,8 +105,8 @@ class Analysis {
   }
 
   bool isReached(size_t at, const Near& earlier) {
-    return !isCoveredByOne(at, earlier) && (rules_.tryPackets(at, earlier, {}, random_).taken ||
-                                            rules_.leftOf(at, rules_[at].asked, earlier));
+    return !isCoveredByOne(at, earlier) &&
+           (rules_.tryPackets(at, earlier, {}, random_).taken || rules_.leftOf(at, earlier));
   }
 
   RuleFinding impossible(size_t at) const { return {rules_[at].sequence, Oddity::impossible, {}, false, {}}; }
@@ -128,10 +128,10 @@ class Analysis {
     if (tried.changed) return std::nullopt;
     if (tried.taken && isRepeated(at, later)) return redundant(at, earlier, *tried.taken);
     if (!tried.taken) {
-      tried.taken = rules_.leftOf(at, rules_[at].asked, earlier);
+      tried.taken = rules_.leftOf(at, earlier);
       if (!tried.taken) return never(at, earlier);
     }
-    if (rules_.leftOf(at, otherwise(at, later), earlier)) return std::nullopt;
+    if (rules_.changedWithout(at, earlier, later)) return std::nullopt;
     return redundant(at, earlier, *tried.taken);
   }
 
@@ -146,20 +146,6 @@ class Analysis {
       if (rules_.covers(each, at)) return true;
     }
     return rules_[at].effect == 0;
-  }
-
-  /// To what of all that a rule asks for something else happens behind it.
-  PacketSet otherwise(size_t at, const Near& later) const {
-    const uint32_t effect = rules_[at].effect;
-    PacketSet left = rules_[at].asked;
-    std::vector<PacketSet> others;
-    for (size_t i = 0; i < later.size() && !left.isEmpty(); ++i) {
-      const auto& next = rules_[later[i]];
-      if (next.effect != effect) others.push_back(left & next.asked);
-      left = left - next.asked;
-    }
-    if (effect != 0) others.push_back(std::move(left));
-    return joined(std::move(others));
   }
 
   /// Those that take what a rule asks for. When one asks for all of it behind very many others, that one

@@ -56,9 +56,14 @@ class OrderedSets {
   Tried tryPackets(size_t at, const std::vector<size_t>& earlier, const std::vector<size_t>& later,
                    std::mt19937_64& random) const;
 
-  /// Searches a part of what an entry asks for, to the end however long it takes, for a packet for which no
-  /// entry of `near` asks. Returns nothing if there is none.
-  std::optional<Bits> leftOf(size_t at, const PacketSet& part, const std::vector<size_t>& near) const;
+  // These two search to the end, however long it takes.
+
+  /// A packet of an entry for which none of `earlier` asks; nothing if there is none.
+  std::optional<Bits> leftOf(size_t at, const std::vector<size_t>& earlier) const;
+  /// A packet that an entry takes behind `earlier`, and to which something else happens without it: by one of
+  /// `later`, or because none asks for it. Nothing if there is none.
+  std::optional<Bits> changedWithout(size_t at, const std::vector<size_t>& earlier,
+                                     const std::vector<size_t>& later) const;
 
   /// Of those near an entry that ask for all of it together, the ones that take some of it in their order.
   std::set<size_t> takersOf(size_t at, const std::vector<size_t>& near) const;

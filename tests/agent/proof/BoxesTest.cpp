@@ -188,6 +188,14 @@ TEST(Boxes, ReadLikeRules) {
            Row{"ip", "deny ip any any fragments\npermit ip any any", "ip any any not fragments"},
            Row{"ip", "permit icmp any any echo ttl gt 9", "icmp any any 8 ttl gt 9"},
            Row{"ip", "deny icmp any any unreachable\npermit icmp any any", "icmp any any not 3"},
+           // Each code that is not is of one type, so the box is for that type only.
+           Row{"ip", "deny icmp any any 8 0\ndeny icmp any any 5 0\npermit icmp any any",
+               "icmp any any 8 not 8 0\nicmp any any not 5 not 8\nicmp any any 5 not 5 0"},
+           // A box that asks for ports has no later fragments, so what those may be does not make it smaller.
+           Row{"ip",
+               "permit tcp 0.0.0.0/8 any eq 22\npermit tcp 0.0.0.0/16 any fragments\n"
+               "permit tcp any host 0.0.0.0 eq 22",
+               "tcp 0.0.0.0/8 any eq 22\ntcp any host 0.0.0.0 eq 22\ntcp 0.0.0.0/16 any fragments"},
            Row{"ip", "permit tcp any any syn ack ttl lt 5\n", "tcp any any syn ack ttl lt 5"},
            Row{"ip", "deny ip any any ttl lt 5\ndeny ip any any ttl gt 9\npermit ip any any",
                "ip any any ttl gt 4 not ttl gt 9"},

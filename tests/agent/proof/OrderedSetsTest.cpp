@@ -100,11 +100,12 @@ TYPED_TEST(OrderedSetsTest, PacketsThatWereTriedShowWhatIsSaid) {
 /// More rules than are taken away at once, so that packets are split; each is about a few of 256 packets.
 TEST(OrderedSets, WhatIsLeftIsFoundAmongManyRules) {
   const Proof::RuleSets sets(Acl::AclType::ip, {Kelp::Duration(3600)});
-  size_t left = 0, nothing = 0;
+  size_t left = 0, nothing = 0, changed = 0, same = 0;
   for (uint64_t seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
     Dice dice(seed);
     Proof::OrderedSets entries(sets);
+    const bool unlike = dice.once(2);  // what happens behind the entry that is looked at
     const auto add = [&](uint32_t number, uint32_t sourceMask, uint32_t destinationMask) {
       Acl::IpRule rule;
       rule.filter.sourceMask.value = sourceMask;
@@ -114,22 +115,40 @@ TEST(OrderedSets, WhatIsLeftIsFoundAmongManyRules) {
       // Not a cube, and all the same about everything.
       rule.filter.protocolNamed = dice.once(4);
       if (dice.once(4)) rule.filter.hops = {dice.once(2) ? Acl::Compare::lt : Acl::Compare::gt, 64};
-      entries.add(number, true, sets.of(Config::Rule(rule)));
+      entries.add(number, number < 1000 || (unlike && dice.once(2)), sets.of(Config::Rule(rule)));
     };
     const size_t at = 30 + dice.below(150);
     for (uint32_t i = 0; i < at; ++i)
       add(i + 1, static_cast<uint32_t>(dice.below(16)), static_cast<uint32_t>(dice.below(16)));
-    entries.add(1000, true, sets.packets());
+    entries.add(1000, dice.once(2), sets.packets());
     Proof::PacketSet all;
     for (size_t i = 0; i < at; ++i) all = all | entries[i].asked;
     const auto rest = sets.packets() - all;
-    const auto found = entries.leftOf(at, sets.packets(), entries.near(at, 0, at));
+    const auto near = entries.near(at, 0, at);
+    const auto found = entries.leftOf(at, near);
     EXPECT_EQ(found.has_value(), !rest.isEmpty());
     EXPECT_TRUE(!found || sets.sets().contains(rest, *found));
     (found ? left : nothing)++;
+    if (!found) continue;
+
+    for (auto more = dice.below(60); more > 0; --more)
+      add(1000 + static_cast<uint32_t>(more), static_cast<uint32_t>(dice.below(4)),
+          static_cast<uint32_t>(dice.below(4)));
+    Proof::PacketSet open = rest, otherwise;
+    for (size_t i = at + 1; i < entries.size(); ++i) {
+      if (entries[i].effect != entries[at].effect) otherwise = otherwise | (open & entries[i].asked);
+      open = open - entries[i].asked;
+    }
+    if (entries[at].effect != 0) otherwise = otherwise | open;
+    const auto other = entries.changedWithout(at, near, entries.near(at, at + 1, entries.size()));
+    EXPECT_EQ(other.has_value(), !otherwise.isEmpty());
+    EXPECT_TRUE(!other || sets.sets().contains(otherwise, *other));
+    (other ? changed : same)++;
   }
   EXPECT_GT(left, 20u);
   EXPECT_GT(nothing, 20u);
+  EXPECT_GT(changed, 20u);
+  EXPECT_GT(same, 20u);
 }
 
 }  // namespace
