@@ -67,7 +67,8 @@ class ApplyCommand final : public ChangeCommand {
       told.packets = packetComparison(before, after, {.proof = proof_.limits()});
       if (onlyIfSame_ && told.packets.at("same") != true) return refuse(told.packets);
       request["revision"] = inForce->revision;
-      if (!packets_) told.packets = nullptr;
+      // Only what programs read has room for what nobody asked for.
+      if (!packets_ && !json()) told.packets = nullptr;
     }
     if (prove_) {
       const ListProof proof = proveLists(after, proof_.limits(), commandLineName, proof_.say());
@@ -96,7 +97,8 @@ class ApplyCommand final : public ChangeCommand {
     if (!json()) fmt::print(stderr, "{}", packetComparisonText(packets));
     Json error = {{"text", packets.at("unchecked").empty()
                                ? "nothing was applied: verdicts would change"
-                               : "nothing was applied: it is not proven that no verdict changes"}};
+                               : "nothing was applied: it is not proven that no verdict changes"},
+                  {"packets", packets}};
     return notApplied(error);
   }
 

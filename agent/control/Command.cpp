@@ -50,11 +50,12 @@ Exit Command::tellRefusal(const nlohmann::ordered_json& error, const char* undon
     return exitUsage;
   }
   const auto none = nlohmann::ordered_json::array();
-  return print(linesOf({{undone, false},
-                        {"refused", error.at("text")},
-                        {"mistakes", error.value("mistakes", none)},
-                        {"warnings", error.value("warnings", none)}}),
-               exitUsage);
+  nlohmann::ordered_json document = {{undone, false},
+                                     {"refused", error.at("text")},
+                                     {"mistakes", error.value("mistakes", none)},
+                                     {"warnings", error.value("warnings", none)}};
+  if (error.contains("packets")) document["packets"] = error.at("packets");
+  return print(linesOf(document), exitUsage);
 }
 
 void Command::tellWarnings(const nlohmann::ordered_json& document) {

@@ -1,6 +1,7 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/control/ConfigurationReader.h>
 #include <agent/control/ControlClient.h>
+#include <agent/core/Background.h>
 #include <agent/core/Output.h>
 #include <agent/core/TerminalLine.h>
 #include <agent/core/Words.h>
@@ -129,6 +130,7 @@ class ProofOnTerminal final : public Proof::Watcher {
 
 Proof::Limits ProofOptions::limits() const {
   static ProofOnTerminal terminal;
+  giveWay();
   const Kelp::Duration seconds(seconds_);
   return {seconds, static_cast<size_t>(memory_) << 20, seconds, terminal.isThere() ? &terminal : nullptr};
 }

@@ -60,7 +60,8 @@ class ProofOptions {
   /// And `--partly`, for what is told of lists.
   void addPartly(CLI::App& command, CLI::Option* needed);
   Proof::Say say() const { return partly_ ? Proof::Say::partsToo : Proof::Say::oddities; }
-  /// With a watcher when standard error is a terminal.
+  /// For work that begins now: from here on this thread gives way to others, as those of an agent. With a
+  /// watcher when standard error is a terminal.
   Proof::Limits limits() const;
 
  private:

@@ -40,10 +40,7 @@ class FindCommand final : public Command {
     app().add_option("words", words_, "what is looked for")->required()->type_name("WORD...");
     app().add_option("--port", question_.from, "where the packets come in")->type_name("NAME");
     app().add_option("--to", question_.to, "where they leave")->type_name("NAME");
-    app()
-        .add_option("--type", type_, "the kind of list (ip and ipv6 for ports)")
-        ->check(CLI::IsMember({"ip", "ipv6", "mac"}))
-        ->type_name("ip|ipv6|mac");
+    addListType(app(), type_, " (ip and ipv6 for ports)");
     app().add_flag("--all", question_.all, "all such packets, each line written like the fields of a rule");
     app()
         .add_option("--boxes", question_.boxes, "with --all: so many lines at most")

@@ -2,6 +2,7 @@
 #include <agent/control/ListChoice.h>
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
 #include <string_view>
 #include <vector>
 
@@ -20,6 +21,14 @@ std::optional<Config::ListKey> chosenList(const Effective& effective, const std:
   *wrong = found.empty() ? Config::orNearest(fmt::format("there is no {}list {}", kind, name), name, names)
                          : fmt::format("there are several lists {}: --type says which", name);
   return std::nullopt;
+}
+
+void addListType(CLI::App& command, std::string& word, const std::string& besides) {
+  std::vector<std::string> words;
+  for (const Acl::AclType type : Acl::aclTypes) words.emplace_back(Acl::stringValue(type));
+  command.add_option("--type", word, "the kind of list" + besides)
+      ->check(CLI::IsMember(words))
+      ->type_name("ip|ipv6|mac");
 }
 
 std::optional<Acl::AclType> typeOfWord(const std::string& word) {

@@ -84,19 +84,24 @@ class Comparing {
     for (const auto& [key, owner] : before_.effective.lists) {
       if (!after_.find(key)) continue;
       Json places = placesWith(key);
-      if (auto words = compared(key.first, before_.find(key), after_.find(key), key.second, !places.empty()))
+      if (auto words = compared(key.first, before_.find(key), after_.find(key),
+                                listTitle(key.first, key.second), !places.empty()))
         lists.push_back(with({listWords(key.first, key.second), {{"bound", std::move(places)}}}, *words));
     }
     for (const BindingKey& place : placesOf(before_, after_)) {
       const auto was = before_.boundAt(place), is = after_.boundAt(place);
       const MetList wasMet = before_.metAt(place), isMet = after_.metAt(place);
       if (was == is && (wasMet != nullptr) == (isMet != nullptr)) continue;
-      if (auto words = compared(place.type, wasMet, isMet, place.interface, true))
+      const std::string what =
+          fmt::format("{}: {} access-group", boundAt(place.interface, Acl::stringValue(place.direction)),
+                      Acl::stringValue(place.type));
+      if (auto words = compared(place.type, wasMet, isMet, what, true))
         bindings.push_back(
             with({bindingWords(place), {{"listBefore", named(was, wasMet)}, {"listAfter", named(is, isMet)}}},
                  *words));
     }
-    const Json notes = notesOnWays();
+    Json notes = notesOnNames();
+    addNotesOnWays(notes);
     const bool whole = unchecked_.empty();
     return {{"same", same_ && whole}, {"sameTraffic", sameTraffic_ && whole},
             {"lists", lists},         {"bindings", bindings},
@@ -160,9 +165,33 @@ class Comparing {
     return words;
   }
 
-  /// What decides which lists packets meet, and where copies of them go.
-  Json notesOnWays() {
+  /// The lists that are there only before or after. Of one that has the same rules under another name that is
+  /// told.
+  Json notesOnNames() const {
+    std::vector<ListKey> come;
+    for (const auto& [key, owner] : after_.effective.lists) {
+      if (!before_.find(key)) come.push_back(key);
+    }
     Json notes = Json::array();
+    for (const auto& [key, owner] : before_.effective.lists) {
+      if (after_.find(key)) continue;
+      const std::string title = listTitle(key.first, key.second);
+      const auto same = std::find_if(come.begin(), come.end(), [&](const ListKey& other) {
+        return other.first == key.first && after_.find(other)->rules == before_.find(key)->rules;
+      });
+      if (same == come.end()) {
+        notes.push_back(title + " is no longer there");
+        continue;
+      }
+      notes.push_back(fmt::format("{} is called {} and has the same rules", title, same->second));
+      come.erase(same);
+    }
+    for (const ListKey& key : come) notes.push_back(listTitle(key.first, key.second) + " is new");
+    return notes;
+  }
+
+  /// What decides which lists packets meet, and where copies of them go.
+  void addNotesOnWays(Json& notes) {
     const auto membersOf = [](const Side& side, const std::string& name) {
       const auto at = side.effective.portChannels.find(name);
       return at == side.effective.portChannels.end() ? std::set<std::string>()
@@ -182,7 +211,6 @@ class Comparing {
       if (destinationsOf(before_, name) != destinationsOf(after_, name))
         notes.push_back(fmt::format("mirror session {} has other destinations", name));
     }
-    return notes;
   }
   static std::set<std::string> setOf(const std::vector<std::string>& names) {
     return {names.begin(), names.end()};
@@ -210,12 +238,26 @@ class Comparing {
 struct Heading {
   const char* member;
   const char* text;
+  const char* unjudged;  ///< what changes then besides verdicts; null: a verdict does
 };
-constexpr Heading headings[] = {{"opened", "passes, and was dropped"},
-                                {"closed", "is dropped, and passed"},
-                                {"mirrored", "meets the same verdict, and is copied elsewhere"},
-                                {"logged", "meets the same verdict, and is logged otherwise"},
-                                {"counted", "meets the same verdict, and is counted by another rule"}};
+constexpr Heading headings[] = {
+    {"opened", "passes, and was dropped", nullptr},
+    {"closed", "is dropped, and passed", nullptr},
+    {"mirrored", "meets the same verdict, and is copied elsewhere", "where packets are copied"},
+    {"logged", "meets the same verdict, and is logged otherwise", "what is logged"},
+    {"counted", "meets the same verdict, and is counted by another rule", "which rules count"}};
+
+/// What else changes where no verdict does.
+std::string unjudgedText(const Json& document) {
+  std::string text;
+  for (const Heading& each : headings) {
+    const auto has = [&each](const Json& words) { return !words.at(each.member).at("boxes").empty(); };
+    const auto hasOne = [&has](const Json& all) { return std::any_of(all.begin(), all.end(), has); };
+    if (each.unjudged && (hasOne(document.at("lists")) || hasOne(document.at("bindings"))))
+      text += fmt::format("{}{}", text.empty() ? ", only " : " and ", each.unjudged);
+  }
+  return text;
+}
 
 std::string decidingText(const Json& deciding) {
   std::vector<uint32_t> rules;
@@ -271,7 +313,9 @@ std::string packetComparisonText(const Json& document) {
   for (const Json& note : document.at("notes")) text += note.get<std::string>() + "\n";
   for (const Json& what : document.at("unchecked"))
     text += fmt::format("not checked: {}\n", what.get<std::string>());
-  if (document.at("same") == true) text += text.empty() ? "nothing changes\n" : "no verdict changes\n";
+  if (document.at("same") == true)
+    text +=
+        text.empty() ? "nothing changes\n" : fmt::format("no verdict changes{}\n", unjudgedText(document));
   return text;
 }
 

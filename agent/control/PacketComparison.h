@@ -15,10 +15,12 @@ struct CompareLimits {
   size_t boxes = 20;
 };
 
-/// Says for which packets two configurations decide otherwise: `same` (no verdict differs), `sameTraffic`
-/// (none differs where a list is bound), `lists` that both have, `bindings` that differ, `notes` on what
-/// changes where lists and copies lead, and `unchecked`: what was not looked at because of a limit. Then
-/// neither is `same`.
+/// Says for which packets two configurations decide otherwise: `lists` that both have, `bindings` that
+/// differ, `notes` on lists that only one has and on what changes where lists and copies lead, and
+/// `unchecked`: what was not looked at because of a limit. `same`: no verdict of any list differs, bound or
+/// not. `sameTraffic`: none differs where the list is bound in both, or at a place that has another list;
+/// what only lists do that are bound nowhere makes no difference to it. Both are false when something was not
+/// looked at.
 nlohmann::ordered_json packetComparison(const Layers& before, const Layers& after,
                                         const CompareLimits& limits);
 

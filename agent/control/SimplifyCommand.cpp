@@ -27,10 +27,7 @@ class SimplifyCommand final : public Command {
     app()
         .add_option("files", files_, "of these configuration texts, not of what the agent has in force")
         ->type_name("FILE...");
-    app()
-        .add_option("--type", type_, "the kind of list")
-        ->check(CLI::IsMember({"ip", "ipv6", "mac"}))
-        ->type_name("ip|ipv6|mac");
+    addListType(app(), type_);
     app().add_flag("--whole", question_.whole, "print all that stands with the list, too");
     proof_.addTo(app());
     addTextLimits(app(), texts_);

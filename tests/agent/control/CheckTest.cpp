@@ -203,6 +203,32 @@ TEST(Check, WhatItProvesHasAnExampleThatExplainTakes) {
             "rule-never-matches 9: rule 60\n");
 }
 
+TEST(Check, TellsAHundredOfAKindAndHowManyMoreThereAre) {
+  const TempDir dir;
+  std::string rules = "ip access-list A\n permit udp any any\n";
+  for (int i = 1; i <= 130; ++i) rules += fmt::format(" deny udp any any eq {}\n", i);
+  writeFile(dir / "a.acl", rules + "interface eth1\n ip access-group A in\n");
+  EXPECT_THAT(runVelo({"check", "--prove", dir / "a.acl"}).out,
+              testing::HasSubstr("30 more of rule-never-matches\n"));
+  const auto warnings =
+      nlohmann::json::parse(runVelo({"check", "--prove", "--json", dir / "a.acl"}).out).at("warnings");
+  const auto isOne = [](const auto& each) { return each.at("code") == "rule-never-matches"; };
+  EXPECT_EQ(std::count_if(warnings.begin(), warnings.end(), isOne), 100);
+  EXPECT_EQ(warnings.back().at("code"), "more-warnings");
+  EXPECT_EQ(warnings.back().at("text"), "30 more of rule-never-matches");
+}
+
+TEST(Check, TellsOfAListThatIsBoundNowhereWhetherItProvesOrNot) {
+  const TempDir dir;
+  writeFile(dir / "a.acl", "ip access-list A\n permit tcp any any\n permit tcp any any eq 22\n");
+  const std::string unbound = (dir / "a.acl") + ":1:16: note: ip access-list A is bound nowhere\n";
+  const std::string plain = runVelo({"check", "--ports", "", dir / "a.acl"}).out;
+  EXPECT_EQ(plain, unbound + "no mistake: 1 list, 2 rules, 0 bindings\n");
+  const std::string proven = runVelo({"check", "--prove", "--ports", "", dir / "a.acl"}).out;
+  EXPECT_THAT(proven, testing::StartsWith(unbound));
+  EXPECT_THAT(proven, testing::HasSubstr("rule 20 never matches"));
+}
+
 TEST(Check, SaysWhatItDidNotProve) {
   const TempDir dir;
   const auto list = [](const char* name, int count) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -80,6 +81,8 @@ bool PseudoTerminal::echoes() const {
   EXPECT_EQ(tcgetattr(fd_, &now), 0);
   return (now.c_lflag & ECHO) != 0;
 }
+
+int PseudoTerminal::niceness() const { return getpriority(PRIO_PROCESS, static_cast<id_t>(child_)); }
 
 bool PseudoTerminal::ended() {
   int status = 0;

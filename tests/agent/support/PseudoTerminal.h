@@ -39,6 +39,8 @@ class PseudoTerminal {
   /// Whether the program has ended; its status as of Ran.
   bool ended();
   int status() const { return status_; }
+  /// By how much its main thread gives way to others: the nice value.
+  int niceness() const;
 
  private:
   void obey();
