@@ -187,6 +187,13 @@ TEST(Simplify, WritesListsAsTheLanguageDoes) {
           // Its log would not be written.
           Row{"ip access-list A\n 10 permit tcp any any eq 22 log\n 20 permit tcp any any\n",
               "ip access-list A\n   10 permit tcp any any eq 22 log\n   20 permit tcp any any\n"},
+          // Each log names its own rule.
+          Row{"ip access-list A\n 10 permit tcp any any eq 22 log\n 20 permit tcp any any log\n",
+              "ip access-list A\n   10 permit tcp any any eq 22 log\n   20 permit tcp any any log\n"},
+          // Without rule 20, which changes nothing, nobody permits what rule 10 denies.
+          Row{"ip access-list A\n 10 deny tcp any any eq 22\n 20 permit tcp any any eq 22 80\n"
+              " 30 permit tcp any any range 80 81\n",
+              "ip access-list A\n   30 permit tcp any any range 80 81\n"},
           // A log would be written.
           Row{"ip access-list A\n 10 permit tcp any any eq 22\n 20 permit tcp any any log\n",
               "ip access-list A\n   10 permit tcp any any eq 22\n   20 permit tcp any any log\n"},

@@ -11,7 +11,7 @@ namespace {
 constexpr uint8_t protocolOperands[] = {6, 6, 17, 1, 58, 132, 99, 60};
 constexpr uint16_t portOperands[] = {0, 80, 443, 65535};
 constexpr uint8_t hopOperands[] = {0, 1, 64, 255};
-constexpr uint16_t vlanIds[] = {0, 1, 100};
+constexpr uint16_t vlanIds[] = {0, 1, 100, 2049};
 constexpr uint16_t vlanWildcards[] = {0, 0, 1, 0xffe, 0xfff};
 constexpr uint8_t classOperands[] = {0x00, 0x04, 0x03, 0xff};
 constexpr uint8_t classMasks[] = {0xfc, 0x03, 0xff};
@@ -133,7 +133,7 @@ std::vector<Fields> SmallWorld<Rule>::packets() const {
   };
   if (has(source)) address(&Fields::source);
   if (has(destination)) address(&Fields::destination);
-  if (has(vlan)) vary(all, &Fields::vlan, {0, 1, 2, 3, 100, 101});
+  if (has(vlan)) vary(all, &Fields::vlan, {0, 1, 2, 3, 100, 101, 2048, 2049});
   if (has(trafficClass)) vary(all, &Fields::trafficClass, {0, 1, 3, 4, 5, 7, 8, 9, 11, 0xfc, 0xfd, 0xff});
   if (has(hops)) vary(all, &Fields::hops, {0, 1, 2, 64, 65, 255});
   if (has(etherType)) vary(all, &Fields::etherType, {0x0800, 0x0806, 0x88cc});
