@@ -173,7 +173,8 @@ class Comparing {
       if (!before_.find(key)) come.push_back(key);
     }
     Json notes = Json::array();
-    for (const auto& [key, owner] : before_.effective.lists) {
+    for (const auto& each : before_.effective.lists) {
+      const ListKey& key = each.first;
       if (after_.find(key)) continue;
       const std::string title = listTitle(key.first, key.second);
       const auto same = std::find_if(come.begin(), come.end(), [&](const ListKey& other) {
