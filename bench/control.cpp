@@ -255,7 +255,7 @@ std::string hardList() {
     return fmt::format("{}.{}.{}.{}", random() % 256, random() % 256, random() % 256, random() % 256);
   };
   std::string text = "ip access-list HARD\n";
-  for (int i = 1; i <= 2000; ++i)
+  for (int i = 1; i <= 3000; ++i)
     text += fmt::format(" permit ip {} {} {} {}\n", octets(), octets(), octets(), octets());
   return text;
 }

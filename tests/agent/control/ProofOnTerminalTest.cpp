@@ -25,7 +25,7 @@ std::string hardList() {
   const auto octets = [&dice] {
     return fmt::format("{}.{}.{}.{}", dice.below(256), dice.below(256), dice.below(256), dice.below(256));
   };
-  for (int i = 1; i <= 500; ++i)
+  for (int i = 1; i <= 3000; ++i)
     text += fmt::format(" {} permit ip {} {} {} {}\n", i, octets(), octets(), octets(), octets());
   return text;
 }
@@ -53,7 +53,7 @@ class ProofOnTerminalTest : public testing::Test {
 TEST_F(ProofOnTerminalTest, TellsHowFarItHasComeAndGivesWay) {
   PseudoTerminal terminal(search(), {6, 100});
   until(terminal, [&] { return terminal.text().find("proving: ") != std::string::npos; });
-  EXPECT_THAT(terminal.text(), testing::ContainsRegex("proving: [12] s, [0-9]+ MiB, [0-9]+ of 500 rules"));
+  EXPECT_THAT(terminal.text(), testing::ContainsRegex("proving: [12] s, [0-9]+ MiB, [0-9]+ of 3000 rules"));
   EXPECT_GT(terminal.niceness(), getpriority(PRIO_PROCESS, 0)) << "packets of an agent come first";
   until(terminal, [&] { return terminal.ended(); });
   terminal.receive();
