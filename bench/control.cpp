@@ -278,7 +278,7 @@ void proof() {
     without.push_back(agent.serve(1));
     const pid_t child = fork();
     if (child == 0) {
-      execl(velo.c_str(), "velo", "find", "permit", "HARD", "--config", path.c_str(), nullptr);
+      execl(velo.c_str(), "velo", "find", "permit", "HARD", "--all", "--config", path.c_str(), nullptr);
       _exit(127);
     }
     agent.serve(2);  // until it has read the text

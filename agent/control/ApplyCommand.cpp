@@ -29,8 +29,8 @@ class ApplyCommand final : public ChangeCommand {
         .add_flag("--packets", packets_, "with --dry-run: tell which packets would meet another verdict")
         ->needs("--dry-run");
     app().add_flag("--only-if-same", onlyIfSame_, "carry it out only if no packet meets another verdict");
-    auto* prove = app().add_flag("--prove", prove_,
-                                 "warn of what all packets show of these lists, as velo check --prove does");
+    auto* prove =
+        app().add_flag("--prove", prove_, "warn of what all packets show of these lists, as velo check does");
     proof_.addTo(app());
     addYangDirs(app(), yangDirs_);
     proof_.addPartly(app(), prove);

@@ -15,18 +15,20 @@ namespace {
 class CheckCommand final : public Command {
  public:
   explicit CheckCommand(CLI::App& root)
-      : Command(root, "check", "Read configuration texts and tell every mistake; needs no agent.") {
+      : Command(root, "check",
+                "Read configuration texts, and tell every mistake and what lists probably do not mean; "
+                "needs no agent.") {
     app().add_option("files", files_, "configuration texts; several are one")->type_name("FILE...");
     app()
         .add_option("--config-dir", dir_, "every file in DIR is a further source of configuration")
         ->type_name("DIR");
     app().add_option("--ports", ports_, "the ports that the agent will have")->type_name("A,B,...");
     app().add_flag("--allow-open", allowOpen_, "an agent would be started with --allow-open");
-    app().add_flag("--strict", strict_,
-                   "every warning is a failure, and with --prove whatever a limit left out");
-    auto* prove = app().add_flag("--prove", prove_, "look at what lists do to all packets, too");
-    proof_.addTo(app(), prove);
-    proof_.addPartly(app(), prove);
+    app().add_flag("--strict", strict_, "every warning is a failure, and so is whatever a limit left out");
+    auto* texts = app().add_flag("--no-prove", textsOnly_, "do not look at what lists do to all packets");
+    proof_.addTo(app());
+    proof_.addPartly(app());
+    for (const char* each : {"--proof-seconds", "--proof-memory", "--partly"}) texts->excludes(each);
     addTextLimits(app(), limits_);
   }
 
@@ -50,7 +52,7 @@ class CheckCommand final : public Command {
 
  private:
   std::optional<Proof::Limits> prove() const {
-    if (!prove_) return std::nullopt;
+    if (textsOnly_) return std::nullopt;
     return proof_.limits();
   }
   std::optional<PortNames> ports() const {
@@ -64,10 +66,13 @@ class CheckCommand final : public Command {
     return names;
   }
 
+  /// Nobody asked for a proof; whoever wants to wait longer says so.
+  static constexpr double quickly = 10;
+
   std::vector<std::string> files_;
   std::string ports_;
-  bool strict_ = false, allowOpen_ = false, prove_ = false;
-  ProofOptions proof_;
+  bool strict_ = false, allowOpen_ = false, textsOnly_ = false;
+  ProofOptions proof_{quickly};
   std::string dir_;
   TextLimits limits_;
 };

@@ -135,9 +135,9 @@ Proof::Limits ProofOptions::limits() const {
   return {seconds, static_cast<size_t>(memory_) << 20, seconds, terminal.isThere() ? &terminal : nullptr};
 }
 void ProofOptions::addPartly(CLI::App& command, CLI::Option* needed) {
-  command
-      .add_flag("--partly", partly_, "tell of which rules earlier ones take a part, and what is left, too")
-      ->needs(needed);
+  auto* partly = command.add_flag("--partly", partly_,
+                                  "tell of which rules earlier ones take a part, and what is left, too");
+  if (needed) partly->needs(needed);
 }
 void ProofOptions::addTo(CLI::App& command, CLI::Option* needed) {
   CLI::Option* const options[] = {

@@ -55,17 +55,20 @@ class ConfigurationReader {
 /// The options for how much may be spent on what is proven: `--proof-seconds` and `--proof-memory`.
 class ProofOptions {
  public:
+  /// `seconds`: when nothing else is said.
+  explicit ProofOptions(double seconds = 60) : seconds_(seconds) {}
+
   /// `needed`: an option without which they have no sense, or null.
   void addTo(CLI::App& command, CLI::Option* needed = nullptr);
   /// And `--partly`, for what is told of lists.
-  void addPartly(CLI::App& command, CLI::Option* needed);
+  void addPartly(CLI::App& command, CLI::Option* needed = nullptr);
   Proof::Say say() const { return partly_ ? Proof::Say::partsToo : Proof::Say::oddities; }
   /// For work that begins now: from here on this thread gives way to others, as those of an agent. With a
   /// watcher when standard error is a terminal.
   Proof::Limits limits() const;
 
  private:
-  double seconds_ = 60;
+  double seconds_;
   int memory_ = 1024;
   bool partly_ = false;
 };

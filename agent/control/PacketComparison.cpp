@@ -104,8 +104,9 @@ class Comparing {
     addNotesOnWays(notes);
     const bool whole = unchecked_.empty();
     return {{"same", same_ && whole}, {"sameTraffic", sameTraffic_ && whole},
-            {"lists", lists},         {"bindings", bindings},
-            {"notes", notes},         {"unchecked", unchecked_}};
+            {"different", !same_},    {"lists", lists},
+            {"bindings", bindings},   {"notes", notes},
+            {"unchecked", unchecked_}};
   }
 
  private:

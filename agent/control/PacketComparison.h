@@ -20,7 +20,7 @@ struct CompareLimits {
 /// `unchecked`: what was not looked at because of a limit. `same`: no verdict of any list differs, bound or
 /// not. `sameTraffic`: none differs where the list is bound in both, or at a place that has another list;
 /// what only lists do that are bound nowhere makes no difference to it. Both are false when something was not
-/// looked at.
+/// looked at. `different`: some difference was found, whatever was not looked at.
 nlohmann::ordered_json packetComparison(const Layers& before, const Layers& after,
                                         const CompareLimits& limits);
 

@@ -7,6 +7,7 @@
 #include <agent/proof/Comparison.h>
 #include <agent/proof/Condition.h>
 #include <agent/proof/Example.h>
+#include <agent/proof/OnePacket.h>
 #include <agent/proof/TakenSets.h>
 #include <fmt/format.h>
 
@@ -168,7 +169,10 @@ class Searching {
                                const Proof::RuleSets& sets) {
     if (others == Others::drop && asked_.what != What::match)
       return answer(type, sets, asked_.what == What::deny ? among : among - among);
-    const Proof::PacketSet packets = wanted(type, among, sets), open = shared(type, others, among, sets);
+    const Proof::PacketSet open = shared(type, others, among, sets);
+    const bool isAskedOfAll = asked_.all || asked_.what == What::match;
+    if (!isAskedOfAll && open.isEmpty()) return answer(type, onePacket(type, among, sets));
+    const Proof::PacketSet packets = wanted(type, among, sets);
     if (asked_.what != What::deny) {
       const Proof::PacketSet sure = packets - open;
       if (sure != packets) noteOthers(type);
@@ -211,11 +215,33 @@ class Searching {
     return asked_.what == What::permit ? passing : among - passing;
   }
 
+  /// One that is permitted or dropped on the way: without all of the wanted ones, which take much longer.
+  std::optional<Proof::Packet> onePacket(AclType type, const Proof::PacketSet& among,
+                                         const Proof::RuleSets& sets) const {
+    Way way = wayOf(type);
+    if (asked_.what == What::deny) {
+      for (const Proof::MetList list : way) {
+        if (auto packet = oneJudged(list, false, among, sets)) return packet;
+      }
+      return std::nullopt;
+    }
+    // Of all lists but one it has to be known what passes them, so the longest one is left for the end.
+    const auto size = [](Proof::MetList list) { return list ? list->rules.size() : 0; };
+    std::sort(way.begin(), way.end(),
+              [&size](Proof::MetList a, Proof::MetList b) { return size(a) < size(b); });
+    Proof::PacketSet passing = among;
+    for (size_t i = 0; i + 1 < way.size(); ++i) passing = Proof::permitted(way[i], passing, sets);
+    return oneJudged(way.empty() ? nullptr : way.back(), true, passing, sets);
+  }
+
+  static Json answer(AclType type, const std::optional<Proof::Packet>& packet) {
+    Json one = {{"type", typeWord(type)}, {"found", packet.has_value()}};
+    if (packet) one["example"] = exampleText(type, *packet);
+    return one;
+  }
   Json answer(AclType type, const Proof::RuleSets& sets, const Proof::PacketSet& packets) {
-    Json one = {{"type", typeWord(type)}, {"found", !packets.isEmpty()}};
-    if (packets.isEmpty()) return one;
-    one["example"] = exampleText(type, sets.exampleOf(packets));
-    if (!asked_.all) return one;
+    Json one = answer(type, packets.isEmpty() ? std::nullopt : std::optional(sets.exampleOf(packets)));
+    if (packets.isEmpty() || !asked_.all) return one;
     Proof::LooseBits loose;
     for (const Proof::MetList list : wayOf(type)) {
       if (list) loose.add(*list);

@@ -61,9 +61,8 @@ class ShowCommand final : public Command {
         .add_option("--source", asked_.source,
                     "of access-lists and configuration: what this source alone has, cli or a file")
         ->type_name("NAME");
-    auto* lint =
-        app().add_flag("--lint", lint_,
-                       "of access-lists: what all packets show of each rule, as velo check --prove tells it");
+    auto* lint = app().add_flag(
+        "--lint", lint_, "of access-lists: what all packets show of each rule, as velo check tells it");
     proof_.addTo(app(), lint);
     proof_.addPartly(app(), lint);
     addFormat(

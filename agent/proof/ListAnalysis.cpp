@@ -106,7 +106,7 @@ class Analysis {
 
   bool isReached(size_t at, const Near& earlier) {
     return !isCoveredByOne(at, earlier) &&
-           (rules_.tryPackets(at, earlier, {}, random_).taken || rules_.leftOf(at, earlier));
+           (rules_.tryPackets(at, earlier, {}, random_).taken || rules_.leftOf(at, earlier).packet);
   }
 
   RuleFinding impossible(size_t at) const { return {rules_[at].sequence, Oddity::impossible, {}, false, {}}; }
@@ -115,21 +115,25 @@ class Analysis {
   std::optional<RuleFinding> neverMatches(size_t at) {
     if (rules_[at].isDead) return impossible(at);
     const Near earlier = rules_.near(at, 0, at);
-    if (isReached(at, earlier)) return std::nullopt;
-    return never(at, earlier);
+    if (isCoveredByOne(at, earlier)) return never(at, takersOf(at, earlier));
+    if (rules_.tryPackets(at, earlier, {}, random_).taken) return std::nullopt;
+    const auto left = rules_.leftOf(at, earlier);
+    if (left.packet) return std::nullopt;
+    return never(at, takersOf(at, earlier, left.by));
   }
   std::optional<RuleFinding> judge(size_t at) {
     if (rules_[at].isDead) return impossible(at);
     const Near earlier = rules_.near(at, 0, at);
-    if (isCoveredByOne(at, earlier)) return never(at, earlier);
+    if (isCoveredByOne(at, earlier)) return never(at, takersOf(at, earlier));
     // The last entry is what happens without any rule.
     const Near later = rules_.near(at, at + 1, rules_.size() - 1);
     auto tried = rules_.tryPackets(at, earlier, later, random_);
     if (tried.changed) return std::nullopt;
     if (tried.taken && isRepeated(at, later)) return redundant(at, earlier, *tried.taken);
     if (!tried.taken) {
-      tried.taken = rules_.leftOf(at, earlier);
-      if (!tried.taken) return never(at, earlier);
+      auto left = rules_.leftOf(at, earlier);
+      if (!left.packet) return never(at, takersOf(at, earlier, std::move(left.by)));
+      tried.taken = left.packet;
     }
     if (rules_.changedWithout(at, earlier, later)) return std::nullopt;
     return redundant(at, earlier, *tried.taken);
@@ -148,21 +152,34 @@ class Analysis {
     return rules_[at].effect == 0;
   }
 
-  /// Those that take what a rule asks for. When one asks for all of it behind very many others, that one
-  /// alone: to find out which of them take some would take longer than all else.
-  std::set<size_t> takersOf(size_t at, const Near& earlier) const {
-    constexpr long many = 64;
+  /// Of many rules it would take longer than all else to find out which take some of a rule.
+  static constexpr size_t many = 64;
+
+  /// Those that take what a rule asks for, of which one asks for all. Among very many the first such one.
+  Near takersOf(size_t at, const Near& earlier) const {
     const auto cover =
         std::find_if(earlier.begin(), earlier.end(), [&](size_t each) { return rules_.covers(each, at); });
-    if (cover != earlier.end() && cover - earlier.begin() > many) return {*cover};
-    return rules_.takersOf(at, earlier);
+    return takersOf(at, {earlier.begin(), cover + 1}, {*cover});
+  }
+  /// The same when these are known to ask for all of it together. Among very many they stand for the others,
+  /// with one that does otherwise if there is any.
+  Near takersOf(size_t at, const Near& earlier, Near together) const {
+    if (earlier.size() <= many) return rules_.takersOf(at, earlier);
+    const uint32_t effect = rules_[together.front()].effect;
+    if (std::any_of(together.begin(), together.end(), [&](size_t i) { return rules_[i].effect != effect; }))
+      return together;
+    if (const auto packet = rules_.metOtherwise(at, effect, earlier)) {
+      const size_t other = *rules_.firstOf(earlier, *packet);
+      together.insert(std::lower_bound(together.begin(), together.end(), other), other);
+    }
+    return together;
   }
 
-  RuleFinding never(size_t at, const Near& earlier) {
+  RuleFinding never(size_t at, const Near& takers) {
     auto& rule = rules_[at];
     rule.isDead = true;
     RuleFinding finding{rule.sequence, Oddity::covered, {}, false, sets_.exampleOf(rule.asked)};
-    for (const size_t each : takersOf(at, earlier)) {
+    for (const size_t each : takers) {
       finding.by.push_back(rules_[each].sequence);
       finding.otherAction = finding.otherAction || permits(each) != permits(at);
     }

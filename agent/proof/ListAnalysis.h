@@ -20,7 +20,8 @@ struct RuleFinding {
   uint32_t sequence = 0;
   Oddity oddity = Oddity::impossible;
   /// Of a covered rule: the earlier rules that take what it asks for, in their order. Each takes a part.
-  /// Where very many may take some, one that asks for all of that stands for them.
+  /// Where very many may take some, a few that ask for all of it together stand for them, and one with the
+  /// other action if there is any.
   std::vector<uint32_t> by;
   bool otherAction = false;  ///< one of them does not do what this rule would
   /// Of a covered rule a packet that it asks for, of a redundant one a packet that it takes; else nothing.

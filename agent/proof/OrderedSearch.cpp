@@ -3,146 +3,150 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <utility>
 
 namespace Proof {
 
 namespace {
 
-// So many rules are taken away at once. Of more the packets are split in two first, so that each half has to
-// do with fewer: what is in the way of which packets differs from place to place.
-constexpr size_t few = 24;
-constexpr unsigned noBit = ~0u;
+unsigned bitsAskedBy(const Cube& cube) {
+  unsigned count = 0;
+  for (const uint64_t word : cube.mask.word) count += static_cast<unsigned>(std::popcount(word));
+  return count;
+}
 
 }  // namespace
 
-/// Looks for packets part by part.
-struct OrderedSets::Search {
-  /// Packets, what lies around them, and who asks for some of them.
-  struct Part {
-    const PacketSet packets;
-    const Cube& around;
-    const std::vector<size_t>& earlier;  ///< what they ask for is not looked for
-    const std::vector<size_t>& later = none;
+/// Looks for a packet, and is led by packets: any one of what is left is either what is looked for, or shows
+/// a rule that is in the way, and then all that this rule asks for is taken away at once. So the sets have to
+/// do only with rules that matter, and these are most often few among very many.
+class OrderedSets::Search {
+ public:
+  /// In the packets of an entry, behind those that come before it.
+  Search(const OrderedSets& all, size_t at, const std::vector<size_t>& earlier)
+      : all_(all), left_(all.entries_[at].asked), earlier_(widestFirst(earlier)) {}
+
+  /// Any packet. What was in the way is in tookAway().
+  std::optional<Bits> any() {
+    while (!left_.isEmpty()) {
+      const Bits packet = oneOf(left_);
+      if (!takeAwayAround(packet)) return packet;
+    }
+    return std::nullopt;
+  }
+  /// One to which something else happens than `effect` by the first of `later` that it meets.
+  std::optional<Bits> otherwise(uint32_t effect, const std::vector<size_t>& later) {
+    while (!left_.isEmpty()) {
+      const Bits packet = oneOf(left_);
+      if (takeAwayAround(packet)) continue;
+      if (auto found = otherwiseNear(packet, effect, later)) return found;
+    }
+    return std::nullopt;
+  }
+  const std::vector<size_t>& tookAway() const { return tookAway_; }
+
+ private:
+  Bits oneOf(const PacketSet& packets) { return all_.sets_.sets().anyOf(packets, random_); }
+
+  /// Those first that ask for much: few of them are often enough.
+  std::vector<size_t> widestFirst(const std::vector<size_t>& entries) const {
+    std::vector<std::vector<size_t>> byWidth(Bits::words * 64 + 1);
+    for (const size_t each : entries) byWidth[bitsAskedBy(all_.cubes_[each])].push_back(each);
+    std::vector<size_t> sorted;
+    sorted.reserve(entries.size());
+    for (const auto& alike : byWidth) sorted.insert(sorted.end(), alike.begin(), alike.end());
+    return sorted;
+  }
+
+  /// Whether an earlier rule asks for a packet. What that rule asks for is not left then.
+  bool takeAwayAround(const Bits& packet) {
+    const auto entry = all_.firstOf(earlier_, packet);
+    if (!entry) return false;
+    left_ = left_ - all_.entries_[*entry].asked;
+    tookAway_.push_back(*entry);
+    return true;
+  }
+
+  /// A later rule that does the same as the entry: what it asks for is of no use, except for what rules
+  /// before it that do otherwise ask for, too. The number of rules stands for what no rule asks for.
+  struct Same {
+    size_t place;
+    size_t next = 0;  ///< none of those before that one has anything in common with what is left of it
   };
-  inline static const std::vector<size_t> none;
 
-  const OrderedSets& all;
-  /// Only a packet to which something else happens behind the earlier ones; nothing: any packet.
-  const std::optional<uint32_t> effect{};
-
-  std::optional<Bits> in(const Part& part) const {
-    if (part.packets.isEmpty()) return std::nullopt;
-    for (const size_t each : part.earlier) {
-      if (asksForAllOf(each, part)) return std::nullopt;
-    }
-    if (effect && !isOpen(part)) return std::nullopt;
-    const unsigned bit = part.earlier.size() <= few ? noBit : tellingBit(part);
-    if (bit == noBit) return amongFew(part);
-    std::optional<Bits> found;
-    inHalves(part, bit, [&](const Part& half) {
-      if (!found) found = in(half);
-    });
-    return found;
-  }
-
-  bool asksForAllOf(size_t entry, const Part& part) const {
-    return all.entries_[entry].exact && all.cubes_[entry].covers(part.around);
-  }
-  /// Whether something else may happen to packets of a part.
-  bool isOpen(const Part& part) const {
-    for (const size_t each : part.later) {
-      if (!all.cubes_[each].meets(part.around)) continue;
-      if (all.entries_[each].effect != effect) return true;
-      if (asksForAllOf(each, part)) return false;
-    }
-    return effect != 0;
-  }
-
-  template <class Visit>
-  void inHalves(const Part& part, unsigned bit, const Visit& visit) const {
-    for (const bool value : {false, true}) {
-      Cube half = part.around;
-      half.mask.set(bit);
-      half.value.set(bit, value);
-      const auto earlier = meeting(part.earlier, half);
-      visit({part.packets & all.sets_.sets().bitIs(bit, value), half, earlier, part.later});
-    }
-  }
-  std::vector<size_t> meeting(const std::vector<size_t>& entries, const Cube& half) const {
-    std::vector<size_t> found;
-    for (const size_t each : entries) {
-      if (all.cubes_[each].meets(half)) found.push_back(each);
-    }
-    return found;
-  }
-
-  /// Adds those that take some of a part of which nothing is left. Where all are known, nobody looks.
-  void addTakers(const Part& part, std::set<size_t>& takers) const {
-    if (part.packets.isEmpty()) return;
-    std::vector<size_t> near;
-    for (const size_t each : part.earlier) {
-      near.push_back(each);
-      if (!all.entries_[each].exact || !all.cubes_[each].covers(part.around)) continue;
-      // Which of very many take some of it would take too long to find out.
-      if (near.size() > few) return takers.insert(each), void();
-      break;
-    }
-    if (std::all_of(near.begin(), near.end(), [&](size_t each) { return takers.contains(each); })) return;
-    const unsigned bit = near.size() <= few ? noBit : tellingBit({part.packets, part.around, near});
-    if (bit != noBit)
-      return inHalves({part.packets, part.around, near}, bit,
-                      [&](const Part& half) { addTakers(half, takers); });
-    PacketSet left = part.packets;
-    for (size_t i = 0; i < near.size() && !left.isEmpty(); ++i) {
-      PacketSet less = left - all.entries_[near[i]].asked;
-      if (less != left) takers.insert(near[i]);
-      left = std::move(less);
-    }
-  }
-
-  std::optional<Bits> amongFew(const Part& part) const {
-    PacketSet left = part.packets;
-    const auto one = [this](const PacketSet& packets) { return all.sets_.sets().oneOf(packets); };
-    for (size_t i = 0; i < part.earlier.size() && !left.isEmpty(); ++i)
-      left = left - all.entries_[part.earlier[i]].asked;
-    for (size_t i = 0; i < part.later.size() && !left.isEmpty(); ++i) {
-      if (!all.cubes_[part.later[i]].meets(part.around)) continue;
-      const Entry& entry = all.entries_[part.later[i]];
-      if (entry.effect == effect)
-        left = left - entry.asked;
-      else if (const PacketSet met = left & entry.asked; !met.isEmpty())
-        return one(met);
-    }
-    if (left.isEmpty() || effect == 0) return std::nullopt;
-    return one(left);
-  }
-
-  /// The bit that most of those ask for that are near.
-  unsigned tellingBit(const Part& part) const {
-    std::array<size_t, Bits::words * 64> asking{};
-    for (const size_t each : part.earlier) {
-      for (size_t i = 0; i < Bits::words; ++i) {
-        uint64_t left = all.cubes_[each].mask.word[i] & ~part.around.mask.word[i];
-        for (; left != 0; left &= left - 1) ++asking[i * 64 + static_cast<size_t>(std::countr_zero(left))];
+  /// A packet that is looked for, from one on that no earlier rule asks for; nothing: what is like that one
+  /// is not left.
+  std::optional<Bits> otherwiseNear(Bits packet, uint32_t effect, const std::vector<size_t>& later) {
+    const auto isSame = [&](size_t place) {
+      return (place < later.size() ? all_.entries_[later[place]].effect : 0) == effect;
+    };
+    const auto first = [&] {
+      const auto at =
+          std::find_if(later.begin(), later.end(), [&](size_t each) { return all_.has(each, packet); });
+      return static_cast<size_t>(at - later.begin());
+    };
+    std::vector<Same> due{{first()}};
+    if (!isSame(due.back().place)) return packet;
+    while (!due.empty()) {
+      const Same same = due.back();
+      const PacketSet of = same.place < later.size() ? left_ & all_.entries_[later[same.place]].asked : left_;
+      PacketSet both;
+      size_t next = same.next;
+      for (; next < same.place; ++next) {
+        if (isSame(next)) continue;
+        both = of & all_.entries_[later[next]].asked;
+        if (!both.isEmpty()) break;
       }
+      due.back().next = next;
+      if (next == same.place) {
+        left_ = left_ - of;
+        due.pop_back();
+        continue;
+      }
+      packet = oneOf(both);
+      if (takeAwayAround(packet)) continue;
+      const size_t place = first();
+      if (!isSame(place)) return packet;
+      due.push_back({place});
     }
-    const auto most = std::max_element(asking.begin(), asking.end());
-    return *most == 0 ? noBit : static_cast<unsigned>(most - asking.begin());
+    return std::nullopt;
   }
+
+  const OrderedSets& all_;
+  PacketSet left_;
+  const std::vector<size_t> earlier_;
+  std::vector<size_t> tookAway_;
+  std::mt19937_64 random_;  // the same for every search: so are the answers
 };
 
-std::optional<Bits> OrderedSets::leftOf(size_t at, const std::vector<size_t>& earlier) const {
-  return Search{*this}.in({entries_[at].asked, cubes_[at], earlier});
+OrderedSets::Left OrderedSets::leftOf(size_t at, const std::vector<size_t>& earlier) const {
+  Search search(*this, at, earlier);
+  Left left{search.any()};
+  if (left.packet) return left;
+  left.by = search.tookAway();
+  std::sort(left.by.begin(), left.by.end());
+  left.by = takersOf(at, left.by);
+  return left;
 }
 
 std::optional<Bits> OrderedSets::changedWithout(size_t at, const std::vector<size_t>& earlier,
                                                 const std::vector<size_t>& later) const {
-  return Search{*this, entries_[at].effect}.in({entries_[at].asked, cubes_[at], earlier, later});
+  return Search(*this, at, earlier).otherwise(entries_[at].effect, later);
 }
 
-std::set<size_t> OrderedSets::takersOf(size_t at, const std::vector<size_t>& near) const {
-  std::set<size_t> takers;
-  Search{*this}.addTakers({entries_[at].asked, cubes_[at], near}, takers);
+std::optional<Bits> OrderedSets::metOtherwise(size_t at, uint32_t effect,
+                                              const std::vector<size_t>& among) const {
+  return Search(*this, at, {}).otherwise(effect, among);
+}
+
+std::vector<size_t> OrderedSets::takersOf(size_t at, const std::vector<size_t>& among) const {
+  std::vector<size_t> takers;
+  PacketSet left = entries_[at].asked;
+  for (size_t i = 0; i < among.size() && !left.isEmpty(); ++i) {
+    PacketSet less = left - entries_[among[i]].asked;
+    if (less != left) takers.push_back(among[i]);
+    left = std::move(less);
+  }
   return takers;
 }
 

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <random>
-#include <set>
 #include <vector>
 
 namespace Proof {
@@ -56,20 +55,30 @@ class OrderedSets {
   Tried tryPackets(size_t at, const std::vector<size_t>& earlier, const std::vector<size_t>& later,
                    std::mt19937_64& random) const;
 
-  // These two search to the end, however long it takes.
+  // These search to the end, however long it takes.
 
-  /// A packet of an entry for which none of `earlier` asks; nothing if there is none.
-  std::optional<Bits> leftOf(size_t at, const std::vector<size_t>& earlier) const;
+  /// What is left of an entry behind earlier ones.
+  struct Left {
+    std::optional<Bits> packet;  ///< for which none of them asks; nothing if there is none
+    /// If there is none: some of them that ask for all of it together, in their order, and of which each
+    /// takes a part when the others of these stand before and behind it.
+    std::vector<size_t> by{};
+  };
+  Left leftOf(size_t at, const std::vector<size_t>& earlier) const;
   /// A packet that an entry takes behind `earlier`, and to which something else happens without it: by one of
   /// `later`, or because none asks for it. Nothing if there is none.
   std::optional<Bits> changedWithout(size_t at, const std::vector<size_t>& earlier,
                                      const std::vector<size_t>& later) const;
 
-  /// Of those near an entry that ask for all of it together, the ones that take some of it in their order.
-  std::set<size_t> takersOf(size_t at, const std::vector<size_t>& near) const;
+  /// A packet of an entry to which something else happens than this, by the first of those that asks for it,
+  /// or because none does. Nothing if there is none.
+  std::optional<Bits> metOtherwise(size_t at, uint32_t effect, const std::vector<size_t>& among) const;
+
+  /// Of these, which ask for all of an entry together, the ones that take some of it in their order.
+  std::vector<size_t> takersOf(size_t at, const std::vector<size_t>& among) const;
 
  private:
-  struct Search;
+  class Search;
   Bits within(size_t at, size_t other, std::mt19937_64& random) const;
   Bits besides(size_t at, Bits packet, size_t avoided, std::mt19937_64& random) const;
 

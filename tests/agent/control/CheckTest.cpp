@@ -146,18 +146,22 @@ TEST(Check, ExplainsByFilesAlone) {
 TEST(Check, ProvesWhatThePageShows) {
   const std::string page = readFile(VELO_SOURCE_DIR "/docs/proof.md");
   const std::string folder = VELO_SOURCE_DIR "/examples/";
-  const Ran text = runVelo({"check", "--prove", "--ports", "eth1", folder + "shadowed.acl"});
+  const Ran text = runVelo({"check", "--ports", "eth1", folder + "shadowed.acl"});
   EXPECT_EQ(text.status, 0) << text.err;
-  EXPECT_EQ(without(text.out, folder), sessionBehind(page, "$ velo check --prove --ports eth1 shadowed.acl"));
-  EXPECT_EQ(runVelo({"check", "--prove", "--strict", folder + "shadowed.acl"}).status, 2);
-  const std::string partly = without(
-      runVelo({"check", "--prove", "--partly", "--ports", "eth1", folder + "repaired.acl"}).out, folder);
+  EXPECT_EQ(without(text.out, folder), sessionBehind(page, "$ velo check --ports eth1 shadowed.acl"));
+  EXPECT_EQ(runVelo({"check", "--strict", folder + "shadowed.acl"}).status, 2);
+  const std::string partly =
+      without(runVelo({"check", "--partly", "--ports", "eth1", folder + "repaired.acl"}).out, folder);
   std::istringstream lines(partly);
   std::string first, second;
   std::getline(lines, first), std::getline(lines, second);
   EXPECT_THAT(page, testing::HasSubstr(first + "\n        " + second + "\n        ...\n"));
-  EXPECT_EQ(runVelo({"check", "--partly", folder + "repaired.acl"}).status, 2) << "of --prove";
-  EXPECT_EQ(runVelo({"check", "--proof-seconds", "1", folder + "shadowed.acl"}).status, 2) << "of --prove";
+  for (const std::vector<std::string>& options : std::vector<std::vector<std::string>>{
+           {"--partly"}, {"--proof-seconds", "1"}, {"--proof-memory", "9"}}) {
+    std::vector<std::string> words = {"check", "--no-prove", folder + "repaired.acl"};
+    words.insert(words.end(), options.begin(), options.end());
+    EXPECT_EQ(runVelo(words).status, 2) << options.front() << " is of a proof";
+  }
 }
 
 TEST(Check, WhatALimitLeftOutFailsOnlyStrictly) {
@@ -167,7 +171,7 @@ TEST(Check, WhatALimitLeftOutFailsOnlyStrictly) {
   for (int i = 1; i <= 2000; ++i)
     rules += fmt::format(" permit tcp host 2001:db8::{:x} host 2001:db8::{:x}\n", i, 7 * i);
   writeFile(path, rules);
-  const std::vector<std::string> check = {"check", "--prove", "--proof-memory", "1", path};
+  const std::vector<std::string> check = {"check", "--proof-memory", "1", path};
   const auto with = [&](const char* option) {
     auto command = check;
     command.push_back(option);
@@ -182,7 +186,7 @@ TEST(Check, WhatALimitLeftOutFailsOnlyStrictly) {
 
 TEST(Check, WhatItProvesHasAnExampleThatExplainTakes) {
   const std::string path = VELO_SOURCE_DIR "/examples/shadowed.acl";
-  const Ran json = runVelo({"check", "--prove", "--json", path});
+  const Ran json = runVelo({"check", "--json", path});
   const auto document = nlohmann::json::parse(json.out);
   std::string met;
   for (const auto& warning : document.at("warnings")) {
@@ -208,10 +212,8 @@ TEST(Check, TellsAHundredOfAKindAndHowManyMoreThereAre) {
   std::string rules = "ip access-list A\n permit udp any any\n";
   for (int i = 1; i <= 130; ++i) rules += fmt::format(" deny udp any any eq {}\n", i);
   writeFile(dir / "a.acl", rules + "interface eth1\n ip access-group A in\n");
-  EXPECT_THAT(runVelo({"check", "--prove", dir / "a.acl"}).out,
-              testing::HasSubstr("30 more of rule-never-matches\n"));
-  const auto warnings =
-      nlohmann::json::parse(runVelo({"check", "--prove", "--json", dir / "a.acl"}).out).at("warnings");
+  EXPECT_THAT(runVelo({"check", dir / "a.acl"}).out, testing::HasSubstr("30 more of rule-never-matches\n"));
+  const auto warnings = nlohmann::json::parse(runVelo({"check", "--json", dir / "a.acl"}).out).at("warnings");
   const auto isOne = [](const auto& each) { return each.at("code") == "rule-never-matches"; };
   EXPECT_EQ(std::count_if(warnings.begin(), warnings.end(), isOne), 100);
   EXPECT_EQ(warnings.back().at("code"), "more-warnings");
@@ -222,9 +224,9 @@ TEST(Check, TellsOfAListThatIsBoundNowhereWhetherItProvesOrNot) {
   const TempDir dir;
   writeFile(dir / "a.acl", "ip access-list A\n permit tcp any any\n permit tcp any any eq 22\n");
   const std::string unbound = (dir / "a.acl") + ":1:16: note: ip access-list A is bound nowhere\n";
-  const std::string plain = runVelo({"check", "--ports", "", dir / "a.acl"}).out;
+  const std::string plain = runVelo({"check", "--no-prove", "--ports", "", dir / "a.acl"}).out;
   EXPECT_EQ(plain, unbound + "no mistake: 1 list, 2 rules, 0 bindings\n");
-  const std::string proven = runVelo({"check", "--prove", "--ports", "", dir / "a.acl"}).out;
+  const std::string proven = runVelo({"check", "--ports", "", dir / "a.acl"}).out;
   EXPECT_THAT(proven, testing::StartsWith(unbound));
   EXPECT_THAT(proven, testing::HasSubstr("rule 20 never matches"));
 }
@@ -239,7 +241,7 @@ TEST(Check, SaysWhatItDidNotProve) {
   };
   writeFile(dir / "a.acl", list("A", 2000) + list("B", 1500) +
                                "ip access-list C\n permit tcp any any\n permit tcp any any eq 1\n");
-  const Ran ran = runVelo({"check", "--prove", "--proof-memory", "1", "--ports", "", dir / "a.acl"});
+  const Ran ran = runVelo({"check", "--proof-memory", "1", "--ports", "", dir / "a.acl"});
   EXPECT_THAT(ran.out, HasSubstr("rule 20 never matches"));
   EXPECT_THAT(
       ran.out,

@@ -146,6 +146,18 @@ TEST(PacketCommands, TellByTheirStatusWhetherVerdictsDiffer) {
   const Ran members = runVelo({"compare", two, channel});
   EXPECT_EQ(members.status, 1);
   EXPECT_EQ(members.out, "port-channel eth1 has other members: its lists filter other ports\n");
+  // Whatever else is not looked at, that is a difference.
+  const auto grown = [&](const std::string& path, int count) {
+    std::string text = readFile(path) + "ipv6 access-list LONG\n";
+    for (int i = 1; i <= count; ++i)
+      text += fmt::format(" {} permit tcp host 2001:db8::{:x} host 2001:db8::{:x}\n", i, i, 7 * i);
+    writeFile(path, text);
+  };
+  grown(two, 2000), grown(channel, 1000);
+  const Ran cutOff = runVelo({"compare", "--proof-memory", "1", two, channel});
+  EXPECT_THAT(cutOff.out, HasSubstr("not checked: ipv6 access-list LONG: it takes more than 1 MiB"));
+  EXPECT_THAT(cutOff.out, HasSubstr("port-channel eth1 has other members"));
+  EXPECT_EQ(cutOff.status, 1);
 }
 
 TEST(PacketCommands, WhatWasNotLookedAtIsNotCalledTheSame) {

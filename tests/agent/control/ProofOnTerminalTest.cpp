@@ -35,7 +35,7 @@ class ProofOnTerminalTest : public testing::Test {
   ProofOnTerminalTest() { writeFile(path_, hardList()); }
 
   std::vector<std::string> search() const {
-    return {"find", "permit", "HARD", "--config", path_, "--proof-seconds", "2.5"};
+    return {"find", "permit", "HARD", "--all", "--config", path_, "--proof-seconds", "2.5"};
   }
   static void until(PseudoTerminal& terminal, const std::function<bool()>& so) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);

@@ -70,7 +70,7 @@ TEST(Schema, DocumentsOfCommandsThatAskNoAgentHaveTheirForm) {
   const std::vector<std::string> commands[] = {
       {"find", "permit", "EDGE-IN", "--config", repaired, "where", "tcp any any eq telnet"},
       {"find", "match", "EDGE-IN:60", "--config", repaired, "--all"},
-      {"check", "--prove", examples + "shadowed.acl"},
+      {"check", examples + "shadowed.acl"},
       {"check", "--ports", "eth7", demo},
       {"compare", examples + "any.acl", demo},
       {"test", "--config", demo, examples + "demo.expect"},

@@ -1,6 +1,7 @@
 #include <agent/proof/Boxes.h>
 #include <agent/proof/Comparison.h>
 #include <agent/proof/Condition.h>
+#include <agent/proof/OnePacket.h>
 #include <agent/proof/TakenSets.h>
 #include <gtest/gtest.h>
 
@@ -43,7 +44,7 @@ using Kinds = testing::Types<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
 TYPED_TEST_SUITE(BoxesTest, Kinds);
 
 TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
-  size_t boxes = 0, inside = 0, outside = 0;
+  size_t boxes = 0, inside = 0, outside = 0, judged[2][2] = {};
   for (uint64_t seed = 0; seed < 120 * proofTimes() && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
     Dice dice(seed);
@@ -65,6 +66,14 @@ TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
     }
     boxes += found.all.size();
     EXPECT_EQ(Proof::joined(read), permitted);
+    for (const bool passes : {true, false}) {
+      const auto among = this->sets_.of(Config::Rule(world.rule(100)));
+      const auto wanted = passes ? among & permitted : among - permitted;
+      const auto one = Proof::oneJudged(&list, passes, among, this->sets_);
+      EXPECT_EQ(one.has_value(), !wanted.isEmpty());
+      EXPECT_TRUE(!one || this->sets_.contains(wanted, *one));
+      ++judged[one.has_value()][passes];
+    }
     for (const Fields& packet : world.packets()) {
       if (dice.below(4) != 0) continue;
       const bool passes = this->passes(this->met(rules, packet));
@@ -78,6 +87,7 @@ TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
   EXPECT_GT(boxes, 50u);
   EXPECT_GT(inside, 100u);
   EXPECT_GT(outside, 100u);
+  for (const auto& each : judged) EXPECT_TRUE(each[0] > 3 && each[1] > 3) << each[0] << " " << each[1];
 }
 
 TYPED_TEST(BoxesTest, AComparisonSaysOfEveryPacketWhatChanges) {
