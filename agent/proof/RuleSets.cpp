@@ -46,13 +46,12 @@ unsigned RuleSets::variableOf(Field field, unsigned bit) const {
   return firstVariable(type_, static_cast<size_t>(field)) + row(field).bits(type_) - 1 - bit;
 }
 
-PacketSet RuleSets::masked(Field field, const Value& value, const Value& mask) const {
-  PacketSet set = sets_.all();
+PacketSet RuleSets::masked(Field field, const Value& value, const Value& mask, PacketSet among) const {
   // From the lowest variable up: each step then adds one node.
   for (unsigned bit = 0; bit < row(field).bits(type_); ++bit) {
-    if (mask.bit(bit)) set = sets_.bitIs(variableOf(field, bit), value.bit(bit)) & set;
+    if (mask.bit(bit)) among = sets_.bitIs(variableOf(field, bit), value.bit(bit)) & among;
   }
-  return set;
+  return among;
 }
 
 PacketSet RuleSets::upTo(Field field, uint64_t high) const {
@@ -97,54 +96,60 @@ PacketSet RuleSets::vlan(const Acl::VlanMatch& vlan) const {
   return masked(Field::vlan, {0, vlan.id}, {0, static_cast<uint64_t>(~vlan.wildcard & 0xfff)});
 }
 
-PacketSet RuleSets::l4(const Acl::IpFilterBase& f) const {
-  PacketSet set = sets_.all();
-  const auto ports = [&](Field field, const Acl::PortMatch& match) {
-    if (!match.isAny()) set = set & compared(field, match.op, match.ports.data(), match.count) & ported_;
-  };
-  if (f.icmpCodeNamed) set = set & is(Field::icmpCode, f.icmpCode) & icmp_;
-  if (f.icmpTypeNamed) set = set & is(Field::icmpType, f.icmpType) & icmp_;
-  if (f.tcpFlags != 0) set = set & masked(Field::tcpFlags, {0, f.tcpFlags}, {0, f.tcpFlags}) & tcp_;
-  if (f.established) {
-    constexpr uint8_t answers[] = {Nimnet::TcpHdr::ack, Nimnet::TcpHdr::rst};
-    PacketSet answered;
-    for (const uint8_t flag : answers) answered = answered | masked(Field::tcpFlags, {0, flag}, {0, flag});
-    set = set & answered & tcp_;
-  }
-  ports(Field::sourcePort, f.sourcePort);
-  ports(Field::destinationPort, f.destinationPort);
-  return set;
-}
-
-PacketSet RuleSets::base(const Acl::IpFilterBase& f) const {
-  PacketSet set = vlan(f.vlan);
-  const uint16_t hops = f.hops.value;
-  // A range of hops matches nothing, see HopMatch.
-  set = f.hops.op == Compare::range ? PacketSet() : set & compared(Field::hops, f.hops.op, &hops, 1);
-  set = set & masked(Field::trafficClass, {0, f.trafficClass}, {0, f.trafficClassMask});
-  set = set & l4(f);
+PacketSet RuleSets::kindOf(const Acl::IpFilterBase& f) const {
+  PacketSet set = packets_;
+  if (f.icmpCodeNamed || f.icmpTypeNamed) set = set & icmp_;
+  if (f.tcpFlags != 0 || f.established) set = set & tcp_;
+  if (!f.sourcePort.isAny() || !f.destinationPort.isAny()) set = set & ported_;
   if (f.protocolNamed) set = set & is(Field::protocol, f.protocol);
   if (f.fragments) set = set & is(Field::later, 1);
   return set;
 }
 
-PacketSet RuleSets::one(const Acl::IpFilter& f) const {
-  return base(f) & masked(Field::source, valueOf(f.source), valueOf(f.sourceMask)) &
-         masked(Field::destination, valueOf(f.destination), valueOf(f.destinationMask));
+PacketSet RuleSets::behindAddresses(const Acl::IpFilterBase& f) const {
+  // A range of hops matches nothing, see HopMatch.
+  if (f.hops.op == Compare::range) return {};
+  const uint16_t hops = f.hops.value;
+  PacketSet set = vlan(f.vlan);
+  set = set & compared(Field::hops, f.hops.op, &hops, 1);
+  set = masked(Field::trafficClass, {0, f.trafficClass}, {0, f.trafficClassMask}, set);
+  if (f.icmpCodeNamed) set = set & is(Field::icmpCode, f.icmpCode);
+  if (f.icmpTypeNamed) set = set & is(Field::icmpType, f.icmpType);
+  if (f.established) {
+    constexpr uint8_t answers[] = {Nimnet::TcpHdr::ack, Nimnet::TcpHdr::rst};
+    PacketSet answered;
+    for (const uint8_t flag : answers) answered = answered | masked(Field::tcpFlags, {0, flag}, {0, flag});
+    set = set & answered;
+  }
+  set = masked(Field::tcpFlags, {0, f.tcpFlags}, {0, f.tcpFlags}, set);
+  const auto ports = [&](Field field, const Acl::PortMatch& match) {
+    if (!match.isAny()) set = set & compared(field, match.op, match.ports.data(), match.count);
+  };
+  ports(Field::destinationPort, f.destinationPort);
+  ports(Field::sourcePort, f.sourcePort);
+  return set;
 }
 
-PacketSet RuleSets::one(const Acl::Ip6Filter& f) const {
-  return base(f) & masked(Field::source, valueOf(f.source), valueOf(f.sourceMask)) &
-         masked(Field::destination, valueOf(f.destination), valueOf(f.destinationMask));
+template <class Filter>
+PacketSet RuleSets::addresses(const Filter& f, PacketSet among) const {
+  return masked(
+      Field::source, valueOf(f.source), valueOf(f.sourceMask),
+      masked(Field::destination, valueOf(f.destination), valueOf(f.destinationMask), std::move(among)));
 }
 
+// In the order of the variables, from the last one up: so hardly any node is made that is not of the result.
+template <class Filter>
+PacketSet RuleSets::one(const Filter& f) const {
+  return kindOf(f) & addresses(f, behindAddresses(f));
+}
+
+template <>
 PacketSet RuleSets::one(const Acl::MacFilter& f) const {
   // Labels are not looked at: a rule that asks for one matches nothing.
   if (!f.mpls.isAny()) return {};
   PacketSet set = vlan(f.vlan);
   if (f.etherTypeNamed) set = set & is(Field::etherType, f.etherType);
-  return set & masked(Field::source, valueOf(f.source), valueOf(f.sourceMask)) &
-         masked(Field::destination, valueOf(f.destination), valueOf(f.destinationMask));
+  return addresses(f, set);
 }
 
 template <class Filter>
@@ -159,7 +164,7 @@ PacketSet RuleSets::anyOf(const Filter& filter) const {
 
 PacketSet RuleSets::of(const Config::Rule& rule) const {
   KELP_ASSERT(rule.index() == static_cast<size_t>(type_), "a rule of another kind of list");
-  return std::visit([this](const auto& r) { return anyOf(r.filter); }, rule) & packets_;
+  return std::visit([this](const auto& r) { return anyOf(r.filter); }, rule);
 }
 
 void RuleSets::put(Bits& bits, Field field, const Value& value) const {

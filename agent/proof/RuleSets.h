@@ -30,7 +30,9 @@ class RuleSets {
   // Of all assignments, those that no packet has included.
 
   /// The bits of a field that are set in the mask are as in the value.
-  PacketSet masked(Field field, const Value& value, const Value& mask) const;
+  PacketSet masked(Field field, const Value& value, const Value& mask) const {
+    return masked(field, value, mask, sets_.all());
+  }
   PacketSet is(Field field, uint64_t value) const {
     return masked(field, {0, value}, {~uint64_t{0}, ~uint64_t{0}});
   }
@@ -65,12 +67,16 @@ class RuleSets {
 
   template <class Filter>
   PacketSet anyOf(const Filter& filter) const;
-  PacketSet one(const Acl::IpFilter& filter) const;
-  PacketSet one(const Acl::Ip6Filter& filter) const;
-  PacketSet one(const Acl::MacFilter& filter) const;
-  PacketSet base(const Acl::IpFilterBase& filter) const;
-  PacketSet l4(const Acl::IpFilterBase& filter) const;
+  template <class Filter>
+  PacketSet one(const Filter& filter) const;
+  /// The packets that may be as a rule asks: those of a protocol that has the fields which it names.
+  PacketSet kindOf(const Acl::IpFilterBase& filter) const;
+  /// What a rule asks of the fields whose variables lie behind those of the addresses.
+  PacketSet behindAddresses(const Acl::IpFilterBase& filter) const;
+  template <class Filter>
+  PacketSet addresses(const Filter& filter, PacketSet among) const;
 
+  PacketSet masked(Field field, const Value& value, const Value& mask, PacketSet among) const;
   unsigned variableOf(Field field, unsigned bit) const;
   PacketSet upTo(Field field, uint64_t high) const;
   PacketSet compared(Field field, Acl::Compare op, const uint16_t* operands, size_t count) const;
