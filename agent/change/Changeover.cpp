@@ -122,9 +122,11 @@ Kiv::UniqueId Changeover::idInCopy(List& list, uint32_t sequence) const {
 /// written: from then on a number may be that of two rules for a while.
 void Changeover::findId(List& list) const {
   const ListChange& change = *list.change;
-  const uint32_t from = change.written[list.ids.size()].from;
-  list.ids.push_back(from == ListChange::Written::fresh ? Kiv::UniqueId::generateUniqueId()
-                                                        : rulesOf(*source_.lists, change.key).idAt(from));
+  const auto& [rule, from, known] = change.written[list.ids.size()];
+  if (from != ListChange::Written::fresh)
+    list.ids.push_back(rulesOf(*source_.lists, change.key).idAt(from));
+  else
+    list.ids.push_back(known.empty() ? Kiv::UniqueId::generateUniqueId() : known);
 }
 
 bool Changeover::rewrite(List& list) {

@@ -17,13 +17,23 @@ constexpr Kelp::Duration untilCompiled{0.001};
 /// Below the priority of all tasks that have work to do after a change.
 constexpr int whenSettled = -100;
 
+/// All partners give new rules the same ids.
+void idsAre(SourceChange& writes) {
+  for (ListChange& list : writes.lists) {
+    for (auto& written : list.written) {
+      if (written.from == ListChange::Written::fresh) written.id = Kiv::UniqueId::generateUniqueId();
+    }
+  }
+}
+
 }  // namespace
 
 Commit::Commit(Core& core, Forwarder& forwarder, Reserve& reserve, Sources sources,
-               std::function<void()> applied)
+               std::function<void()> applied, Partners* partners)
     : core_(core),
       forwarder_(forwarder),
       applied_(std::move(applied)),
+      partners_(partners),
       sources_(std::move(sources)),
       task_(0, "Commit", [this] { carryOn(); }),
       reserve_(reserve),
@@ -44,6 +54,26 @@ std::optional<double> Commit::appliedAt(const std::string& source) const {
 }
 
 std::optional<Commit::Refusal> Commit::begin(NewContent change, SourceChange writes, Done done) {
+  if (auto refusal = getReady(std::move(change), std::move(writes))) return refusal;
+  if (!partners_) {
+    carryOut(std::move(done));
+    return std::nullopt;
+  }
+  pending_->done = std::move(done);
+  idsAre(pending_->writes);
+  partners_->getReady(pending_->writes, [this](const auto& wrong) { handlePartners(wrong); });
+  return std::nullopt;
+}
+
+void Commit::handlePartners(const std::optional<std::string>& wrong) {
+  const Done done = std::move(pending_->done);
+  if (!wrong) return carryOut(done);
+  partners_->drop();
+  drop();
+  done({.refused = wrong});
+}
+
+std::optional<Commit::Refusal> Commit::getReady(NewContent change, SourceChange writes) {
   std::optional<Refusal> refusal;
   if (auto wrong = whyNot(change)) {
     refusal = {std::move(*wrong), false};
@@ -55,10 +85,28 @@ std::optional<Commit::Refusal> Commit::begin(NewContent change, SourceChange wri
     Acl::Workshop::singleton().dispose(std::move(writes));
     return refusal;
   }
-  pending_ = Pending{std::move(change), std::move(done), 0};
-  changeover_.begin(std::move(writes));
-  carryOn();
+  pending_ = Pending{std::move(change), std::move(writes)};
   return std::nullopt;
+}
+
+void Commit::carryOut(Done done) {
+  pending_->done = std::move(done);
+  pending_->partnersOwe = partners_ != nullptr;
+  changeover_.begin(std::move(pending_->writes));
+  if (partners_) {
+    partners_->carryOut([this] {
+      pending_->partnersOwe = false;
+      finish();
+    });
+  }
+  carryOn();
+}
+
+void Commit::drop() {
+  discard(std::move(pending_->change.model));
+  Acl::Workshop::singleton().dispose(std::move(pending_->writes));
+  pending_.reset();
+  settled_->scheduleTask();
 }
 
 std::optional<std::string> Commit::whyNot(NewContent& change) {
@@ -83,12 +131,18 @@ void Commit::carryOn() {
   if (state == Changeover::State::yields) return task_->scheduleTask();
   if (state == Changeover::State::waits) return task_->scheduleTaskDelay(untilCompiled);
 
+  finish();
+}
+
+void Commit::finish() {
+  if (changeover_.underWay() || pending_->partnersOwe) return;
   Pending finished = std::move(*pending_);
   pending_.reset();
+  if (partners_) partners_->over();
   discard(std::move(finished.change.model));
   if (applied_) applied_();
   settled_->scheduleTask();
-  finished.done(finished.longestTurn);
+  finished.done({.longestTurn = finished.longestTurn});
 }
 
 /// Puts everything else of the new configuration in force that is not in lists and bindings.

@@ -3,6 +3,7 @@
 #include <Kiv/OwnedTask.h>
 #include <agent/change/Changeover.h>
 #include <agent/change/Discard.h>
+#include <agent/change/Partners.h>
 #include <agent/change/SourceChange.h>
 #include <agent/change/Sources.h>
 #include <agent/core/Reserve.h>
@@ -22,12 +23,17 @@ namespace Agent {
 /// Part of Configuration. The core and the forwarder outlive it.
 class Commit {
  public:
-  /// Called when the change is carried out. `longestTurn`: for how many seconds packets waited at most.
-  using Done = std::function<void(double longestTurn)>;
+  /// How a change that has begun ends.
+  struct End {
+    double longestTurn = 0;                ///< for how many seconds packets waited at most
+    std::optional<std::string> refused{};  ///< why a partner cannot carry it out; then nobody has
+  };
+  using Done = std::function<void(const End& end)>;
 
   /// `sources` are those that the core has. `applied` is called after every change, and may be empty. Memory
-  /// for changes is held back in `reserve`.
-  Commit(Core& core, Forwarder& forwarder, Reserve& reserve, Sources sources, std::function<void()> applied);
+  /// for changes is held back in `reserve`. The partners may be null, and outlive this object.
+  Commit(Core& core, Forwarder& forwarder, Reserve& reserve, Sources sources, std::function<void()> applied,
+         Partners* partners = nullptr);
   ~Commit();
   Commit(const Commit&) = delete;
   Commit& operator=(const Commit&) = delete;
@@ -47,6 +53,11 @@ class Commit {
   /// When it is refused, everything is as it was, and `done` is not called. Otherwise `done` is called from
   /// within, or later. Not while another change is being carried out.
   std::optional<Refusal> begin(NewContent change, SourceChange writes, Done done);
+  /// The same in two steps, for one who is a partner himself: only what has got ready is carried out, or
+  /// dropped.
+  std::optional<Refusal> getReady(NewContent change, SourceChange writes);
+  void carryOut(Done done);
+  void drop();
   /// Why a change cannot be carried out; nothing if it can.
   std::optional<std::string> whyNot(NewContent& change);
   /// The content of a source stays, but stands elsewhere in its text.
@@ -57,12 +68,17 @@ class Commit {
  private:
   /// A change that is being carried out.
   struct Pending {
-    NewContent change;  ///< has the old content from the switch on
-    Done done;
-    double longestTurn;
+    NewContent change;    ///< has the old content from the switch on
+    SourceChange writes;  ///< until it is carried out
+    Done done{};
+    double longestTurn = 0;
+    bool partnersOwe = false;  ///< not all of them have it in force
   };
 
+  void handlePartners(const std::optional<std::string>& wrong);
   void carryOn();
+  /// Ends the change if it is in force with everybody.
+  void finish();
   void handleSwitch();
   /// Exchanges the content of the source and that of the change.
   void exchange(NewContent& change);
@@ -70,6 +86,7 @@ class Commit {
   Core& core_;
   Forwarder& forwarder_;
   const std::function<void()> applied_;
+  Partners* const partners_;
   Sources sources_;
   std::map<std::string, double> appliedAt_;
   Kiv::OwnedTask task_;

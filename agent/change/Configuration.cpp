@@ -101,7 +101,8 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       task_(0, "Configuration", [this] { beginNext(); }),
       current_{options.ports,
                options.tell,
-               Commit(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied)),
+               Commit(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied),
+                      options.partners),
                std::move(options.warnings),
                std::move(options.filtered),
                History(std::move(options.past), options.journal)},
@@ -180,15 +181,19 @@ void Configuration::fail(Texts& texts, const std::string& why) {
 void Configuration::begin(const std::shared_ptr<Texts>& texts) {
   const auto refusal =
       current_.commit.begin({commandLineName, std::move(texts->model)}, std::move(texts->prepared.writes),
-                            [this, texts](double longestTurn) {
+                            [this, texts](const Commit::End& end) {
+                              if (end.refused) return handleRefused(*texts, *end.refused);
                               texts->outcome.applied = true;
-                              texts->outcome.commitSeconds = longestTurn;
+                              texts->outcome.commitSeconds = end.longestTurn;
                               handleApplied(*texts);
                               answer(*texts);
                             });
-  if (!refusal) return;
-  if (texts->isToBeConfirmed()) confirmation_.isDropped();
-  fail(*texts, refusal->why);
+  if (refusal) handleRefused(*texts, refusal->why);
+}
+
+void Configuration::handleRefused(Texts& texts, const std::string& why) {
+  if (texts.isToBeConfirmed()) confirmation_.isDropped();
+  fail(texts, why);
 }
 
 void Configuration::handleApplied(Texts& texts) {

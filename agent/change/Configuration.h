@@ -30,7 +30,7 @@ namespace Agent {
 /// that take back, are carried out, and a file of the directory must be no opening in what would come back,
 /// either.
 ///
-/// Owner: the control plane. The core, the forwarder, the loop and the journal outlive it.
+/// Owner: the control plane. The core, the forwarder, the loop, the journal and the partners outlive it.
 class Configuration {
  public:
   /// A change of the command line's source that somebody asks for: new texts, or what `make` makes.
@@ -75,6 +75,7 @@ class Configuration {
     std::vector<std::string> paths{};  ///< of the command line's texts
     Past past{};
     ChangeJournal* journal = nullptr;  ///< null: the past is forgotten with the process
+    Partners* partners = nullptr;      ///< null: there are none
   };
 
   /// `files` are the texts that the core was given.
@@ -121,6 +122,7 @@ class Configuration {
   std::optional<std::string> whyNot(const Texts& texts);
   void fail(Texts& texts, const std::string& why);
   void begin(const std::shared_ptr<Texts>& texts);
+  void handleRefused(Texts& texts, const std::string& why);
   void handleApplied(Texts& texts);
   void answer(Texts& texts);
   void beginNext();

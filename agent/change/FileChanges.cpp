@@ -103,7 +103,11 @@ void FileChanges::handlePrepared(const std::shared_ptr<Next>& next, std::optiona
 void FileChanges::take(const std::shared_ptr<Next>& next) {
   const std::string name = next->change.source;
   const bool goes = !next->change.model;
-  const auto done = [this, name, next](double) { handleTaken(name, *next); };
+  const auto done = [this, name, next](const Commit::End& end) {
+    if (!end.refused) return handleTaken(name, *next);
+    files_.failed(name, ofFile(name, *end.refused));
+    next_();
+  };
   const auto refusal = current_.commit.begin(std::move(next->change), std::move(next->prepared.writes), done);
   if (!refusal) return;
   if (refusal->memory) return files_.failed(name, ofFile(name, refusal->why));

@@ -21,11 +21,12 @@ Difference PreparedChange::prepare(const Before& before, const std::string& sour
   filtered = std::make_shared<const FilteredPorts>(std::move(odd.filtered));
   if (asked.dryRun || refused) return found;
   writes = sourceChange(sources, source, now);
+  if (now) writes.text = std::make_shared<const std::string>(Config::textOf(*now));
   change = {.what = asked.what,
             .who = asked.who,
             .source = sourceTitle(source),
             .summary = found.summary,
-            .text = now ? std::make_shared<const std::string>(Config::textOf(*now)) : nullptr,
+            .text = writes.text,
             .difference = found.line()};
   return found;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <Kiv/UniqueId.h>
 #include <agent/change/Sources.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,7 +32,8 @@ struct ListChange {
     static constexpr uint32_t fresh = 0;
 
     const Config::Rule* rule;
-    uint32_t from;  ///< the number before, by which it keeps its id; `fresh`: it gets a new one
+    uint32_t from;       ///< the number before, by which it keeps its id; `fresh`: it gets a new one
+    Kiv::UniqueId id{};  ///< the new one if it is known already
   };
   std::vector<uint32_t> gone;    ///< numbers of rules that are deleted or replaced; ascending
   std::vector<Written> written;  ///< ascending by number
@@ -50,8 +53,9 @@ struct ListChange {
 /// What has to be written to change a source, as plain values: it is made and freed on other threads than the
 /// loop's, where counted texts must not be touched.
 struct SourceChange {
-  std::string source;  ///< the name of an input; empty: the command line's
-  bool goes = false;   ///< it is deleted
+  std::string source;                         ///< the name of an input; empty: the command line's
+  bool goes = false;                          ///< it is deleted
+  std::shared_ptr<const std::string> text{};  ///< what it says then, for others who carry out the change, too
   // Both are ascending by key. What becomes of one does not depend on the others: any order would do.
   std::vector<ListChange> lists;
   std::vector<std::pair<Config::BindingKey, std::string>> bindings;  ///< an empty name takes a binding back

@@ -25,9 +25,11 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                       .tell = options.tell,
                       .paths = options.configs,
                       .past = options.past,
-                      .journal = options.journal}),
+                      .journal = options.journal,
+                      .partners = options.partners}),
       tails_(core, forwarder, loop),
-      operations_(world(core, forwarder, options), zero_, configuration_, tails_),
+      operations_(world(core, forwarder, options), zero_, configuration_, tails_,
+                  {options.gather, options.hasWorkers}),
       server_(loop, operations_, options.limits),
       statusLog_(world(core, forwarder, options)) {}
 

@@ -32,6 +32,11 @@ struct ControlOptions {
   TellLog tell{};                            ///< may be empty
   /// The states of the live ports, for `show ports`; may be empty.
   std::function<std::vector<PortState>()> portStates{};
+  Partners* partners = nullptr;  ///< null: there are none
+  /// Calls what it is given when all counts of those who judge packets for this process are here; may be
+  /// empty.
+  std::function<void(std::function<void()> then)> gather{};
+  bool hasWorkers = false;  ///< packets are judged by others, so that none can be looked at here
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.
   std::function<void()> applied{};
   ControlLimits limits{};

@@ -187,11 +187,13 @@ std::span<const Operations::Operation> Operations::all() {
   return operations;
 }
 
-Operations::Operations(const World& world, ZeroLine& zero, Configuration& configuration, Tails& tails)
+Operations::Operations(const World& world, ZeroLine& zero, Configuration& configuration, Tails& tails,
+                       PacketsElsewhere elsewhere)
     : world_(world),
       zero_(zero),
       configuration_(configuration),
       tails_(tails),
+      elsewhere_(std::move(elsewhere)),
       explainer_(world.core, world.forwarder) {}
 
 void Operations::handle(Request request, Session& session, bool mayChange, const Reply& reply) {
@@ -241,8 +243,16 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
   if (hit && unused) return reply(Answer::failed("bad-request", "a rule cannot have matched and be unused"));
   if (auto none = whyNoSelection(world_, configuration_.sources(), options))
     return reply(Answer::failed("not-found", *none));
-  if (!show->needsFiles) return reply({show->document(world_, options), {}});
-  configuration_.lookAtFiles([this, show, options, reply] { reply({show->document(world_, options), {}}); });
+  const auto tell = [this, show, options, reply] { reply({show->document(world_, options), {}}); };
+  whenCounted([this, tell, needsFiles = show->needsFiles] {
+    if (!needsFiles) return tell();
+    configuration_.lookAtFiles(tell);
+  });
+}
+
+void Operations::whenCounted(std::function<void()> then) const {
+  if (!elsewhere_.gather) return then();
+  elsewhere_.gather(std::move(then));
 }
 
 const Change* Operations::changeOf(const std::string& number) const {
@@ -275,13 +285,15 @@ void Operations::explain(const Request& request, Session&, const Reply& reply) {
 }
 
 void Operations::clear(const Request& request, Session&, const Reply& reply) {
-  const double now = Zeb::System::currentTime().seconds();
-  if (const std::string name = request.text("name"); name.empty()) {
-    zero_.clear(world_.core, world_.forwarder, now);
-  } else if (!zero_.clear(world_.core, Kelp::String(name), now)) {
-    return reply(noList(world_.core, name));
-  }
-  reply(Answer::of({{"cleared", now}}));
+  whenCounted([this, name = request.text("name"), reply] {
+    const double now = Zeb::System::currentTime().seconds();
+    if (name.empty()) {
+      zero_.clear(world_.core, world_.forwarder, now);
+    } else if (!zero_.clear(world_.core, Kelp::String(name), now)) {
+      return reply(noList(world_.core, name));
+    }
+    reply(Answer::of({{"cleared", now}}));
+  });
 }
 
 void Operations::trace(const Request& request, Session&, const Reply& reply) {

@@ -55,6 +55,13 @@ struct Answer {
   }
 };
 
+/// Who judges packets for this process, if it does not do so itself.
+struct PacketsElsewhere {
+  /// Calls what it is given when all their counts are here; empty: they are.
+  std::function<void(std::function<void()> then)> gather{};
+  bool all = false;  ///< no packet comes here
+};
+
 /// Carries out the requests of the control protocol (docs/control.md). A further operation is a function and
 /// a row of the table in Operations.cpp; a further member of a request is a row within that row.
 ///
@@ -70,7 +77,8 @@ class Operations {
   static std::span<const RequestMember> ofChanges();
 
   /// World, zero line, configuration and tails outlive this object.
-  Operations(const World& world, ZeroLine& zero, Configuration& configuration, Tails& tails);
+  Operations(const World& world, ZeroLine& zero, Configuration& configuration, Tails& tails,
+             PacketsElsewhere elsewhere = {});
 
   /// One kind of request.
   struct Operation {
@@ -109,11 +117,14 @@ class Operations {
   void frames(const Request& request, Session& session, const Reply& reply);
 
   const Change* changeOf(const std::string& number) const;
+  /// Goes on when all that was counted until now is known here.
+  void whenCounted(std::function<void()> then) const;
 
   const World world_;
   ZeroLine& zero_;
   Configuration& configuration_;
   Tails& tails_;
+  const PacketsElsewhere elsewhere_;
   Explainer explainer_;
   size_t heldOctets_ = 0;
 };

@@ -71,6 +71,9 @@ class FramesDocument final : public Document {
 
 void Operations::tail(const Request& request, Session& session, const Reply& reply) {
   const auto refuse = [&reply](std::string text) { reply(Answer::failed("bad-request", std::move(text))); };
+  if (elsewhere_.all)
+    return reply(
+        Answer::failed("not-here", "frames cannot be looked at with --workers: other processes judge them"));
   const std::string list = request.text("list"), rule = request.text("rule");
   TailFilter filter{.drops = request.flag("drops")};
   if (!list.empty()) {

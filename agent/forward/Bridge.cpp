@@ -24,8 +24,7 @@ std::span<Bridge::Station, Bridge::bucketSize> Bridge::bucketOf(uint64_t key) co
   return std::span<Station, bucketSize>(&table_[bucket * bucketSize], bucketSize);
 }
 
-void Bridge::learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) {
-  const Nimnet::EthAddr source = eth.source();
+void Bridge::learn(End& from, Nimnet::EthAddr source, uint16_t vlan) {
   if (source.value() == 0 || isGroup(source)) return;  // not the address of a station
   const uint64_t key = keyOf(source, vlan);
   const auto bucket = bucketOf(key);

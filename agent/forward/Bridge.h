@@ -23,7 +23,11 @@ class Bridge final : public Junction {
   /// `clock` outlives the bridge.
   Bridge(std::vector<End*> ends, const Kiv::Clock& clock);
 
-  void learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) override;
+  void learn(End& from, const Nimnet::EthHdr& eth, uint16_t vlan) override {
+    learn(from, eth.source(), vlan);
+  }
+  /// Somebody else has heard of a station there.
+  void learn(End& from, Nimnet::EthAddr source, uint16_t vlan);
   std::span<End* const> targets(const End& from, const Nimnet::EthHdr& eth, uint16_t vlan) const override;
   void forget(const End& end) override;
   std::string text(const End&) const override { return "bridged"; }

@@ -64,7 +64,7 @@ class Forwarder final : public Velo::MirrorTarget {
   std::optional<std::string> bridgeIs(const std::vector<std::string>& names, const Kiv::Clock& clock);
 
   /// The bridges, in the order in which they were made.
-  const std::vector<const Bridge*>& bridges() const { return bridges_; }
+  const std::vector<Bridge*>& bridges() const { return bridges_; }
 
   /// There can be one; null: none. It costs a packet nothing but being asked for.
   void observerIs(FrameObserver* observer) { observer_ = observer; }
@@ -134,7 +134,7 @@ class Forwarder final : public Velo::MirrorTarget {
   bool newPortsUp_ = true;
   std::map<Nimnet::IntfId, End> ends_;  // of every port and port-channel there is or was
   std::vector<std::unique_ptr<Junction>> junctions_;
-  std::vector<const Bridge*> bridges_;  // those of them that are bridges
+  std::vector<Bridge*> bridges_;  // those of them that are bridges
   FrameObserver* observer_ = nullptr;
   uint64_t lastTraceId_ = 0;
   uint64_t wiring_ = 0;  // how often anything has changed by which ports are found

@@ -142,6 +142,7 @@ Choices positionalsOf(const CLI::App& command, const Choices& before, const Live
 Choices optionsOf(const CLI::App& command) {
   Choices names;
   for (const CLI::Option* option : command.get_options()) {
+    if (option->get_group().empty()) continue;
     for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
   }
   return names;

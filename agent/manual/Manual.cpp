@@ -52,9 +52,11 @@ std::string synopsis(const CLI::App& program, const CLI::App& command) {
   return whole ? text + " " + italic("COMMAND") + " ..." : text;
 }
 
+bool isShown(const CLI::Option* option) { return !option->get_group().empty(); }
+
 std::string optionsText(const CLI::App& command) {
   std::string text;
-  for (const CLI::Option* option : command.get_options()) {
+  for (const CLI::Option* option : command.get_options(isShown)) {
     const std::string value = valueOf(*option);
     const std::string names = option->get_positional() ? italic(upper(option->get_name(true)))
                               : value.empty()          ? bold(option->get_name(false, true))

@@ -31,7 +31,9 @@ std::optional<std::string> CaptureDevice::make() {
   }
   if (!reader.wrong().empty()) return reader.wrong();
   if (places.empty()) return fmt::format("{}: there is no whole frame in it", path_);
-  for (const auto& [at, size] : places) frames_.push_back({{&bytes_[at], size}});
+  for (size_t i = first_; i < places.size(); i += step_)
+    frames_.push_back({{&bytes_[places[i].first], places[i].second}});
+  if (frames_.empty()) left_ = 0;
   return std::nullopt;
 }
 

@@ -17,6 +17,13 @@ class CaptureDevice final : public PortDevice {
 
   CaptureDevice(std::string path, uint64_t repeat) : path_(std::move(path)), left_(repeat) {}
 
+  /// Of several processes that receive the capture together, each takes every n-th frame. To be called before
+  /// make(). `number`: from 1 on.
+  void shareIs(uint32_t number, uint32_t of) {
+    first_ = number - 1;
+    step_ = of;
+  }
+
   std::optional<std::string> make() override;
   std::optional<Link> look() override;
   std::optional<std::string> attach(const Link&) override {
@@ -34,6 +41,7 @@ class CaptureDevice final : public PortDevice {
 
  private:
   const std::string path_;
+  size_t first_ = 0, step_ = 1;
   uint64_t left_;  // how often the frames are still to come, or endless
   bool open_ = false;
   DeviceCounts counts_;

@@ -32,6 +32,20 @@ sockaddr_ll addressOf(int index) {
   return address;
 }
 
+// Which frames a socket receives.
+constexpr sock_filter nothing[] = {{BPF_RET | BPF_K, 0, 0, 0}};
+constexpr sock_filter incoming[] = {
+    {BPF_LD | BPF_B | BPF_ABS, 0, 0, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)},
+    {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, PACKET_OUTGOING},
+    {BPF_RET | BPF_K, 0, 0, UINT32_MAX},
+    {BPF_RET | BPF_K, 0, 0, 0}};
+
+template <size_t n>
+bool filterIs(int socket, const sock_filter (&code)[n]) {
+  const sock_fprog program{n, const_cast<sock_filter*>(code)};
+  return optionIs(socket, SOL_SOCKET, SO_ATTACH_FILTER, program);
+}
+
 /// Puts the tag back in that the kernel took off. There is room for it before the frame.
 uint8_t* withTag(uint8_t* frame, const tpacket2_hdr& header) {
   uint8_t* tagged = frame - tagSize;
@@ -45,7 +59,8 @@ uint8_t* withTag(uint8_t* frame, const tpacket2_hdr& header) {
 
 }  // namespace
 
-PacketDevice::PacketDevice(std::string device) : device_(std::move(device)), messages_{} {
+PacketDevice::PacketDevice(std::string device, bool together)
+    : device_(std::move(device)), together_(together), messages_{} {
   for (size_t i = 0; i < burst; ++i) {
     messages_[i].msg_hdr.msg_iov = &parts_[i];
     messages_[i].msg_hdr.msg_iovlen = 1;
@@ -97,10 +112,28 @@ std::optional<std::string> PacketDevice::openOn(const Link& link) {
   membership.mr_ifindex = link.index;
   membership.mr_type = PACKET_MR_PROMISC;
   if (!packetOptionIs(fd(), PACKET_ADD_MEMBERSHIP, membership)) return failed("not promiscuous");
+  // A socket on its own receives everything: it receives nothing until it has its share.
+  if (together_ && !filterIs(fd(), nothing)) return failed("no filter");
   const sockaddr_ll address = addressOf(link.index);
   if (bind(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
     return failed("not bound");
   index_ = link.index;
+  return together_ ? join(link.index) : std::nullopt;
+}
+
+std::optional<std::string> PacketDevice::join(int index) {
+  // One agent has an interface, so that the number of the interface is that of the group, too.
+  const auto group = static_cast<uint16_t>(index);
+  constexpr uint16_t byFlow = PACKET_FANOUT_HASH;
+  // Kernels that do not know it receive what is sent by the interface, too; the filter leaves that out.
+  constexpr uint16_t ignoreOutgoing = 0x4000;
+  bool joined = false;
+  for (const uint16_t how : {uint16_t{byFlow | ignoreOutgoing}, byFlow}) {
+    const int fanout = group | how << 16;
+    joined = joined || packetOptionIs(fd(), PACKET_FANOUT, fanout);
+  }
+  if (!joined) return failed("not in the group of those that have the interface together");
+  if (!filterIs(fd(), incoming)) return failed("no filter");
   return std::nullopt;
 }
 
@@ -180,10 +213,7 @@ void PacketDevice::clearError() {
 }
 
 void PacketDevice::stopReceiving() {
-  if (!isOpen()) return;
-  sock_filter nothing[] = {{BPF_RET | BPF_K, 0, 0, 0}};
-  const sock_fprog program{1, nothing};
-  optionIs(fd(), SOL_SOCKET, SO_ATTACH_FILTER, program);
+  if (isOpen()) filterIs(fd(), nothing);
 }
 
 void PacketDevice::dropsAdd() const {

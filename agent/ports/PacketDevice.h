@@ -17,7 +17,8 @@ namespace Agent {
 /// about the interface is changed. Frames that the agent or its host sends by the interface are not received.
 class PacketDevice final : public PortDevice {
  public:
-  explicit PacketDevice(std::string device);
+  /// `together`: several processes have the interface, and each receives a share of its flows.
+  explicit PacketDevice(std::string device, bool together = false);
   ~PacketDevice() override;
 
   std::optional<std::string> attach(const Link& link) override;
@@ -34,6 +35,8 @@ class PacketDevice final : public PortDevice {
 
  private:
   std::optional<std::string> openOn(const Link& link);
+  /// Joins the others that have the interface. Returns as failed() does.
+  std::optional<std::string> join(int index);
   std::string failed(std::string_view doing);
   std::optional<LiveFrame> frameIn(uint8_t* slot);
   /// Reads a frame that is too large for a slot; null when not all of it can be had.
@@ -41,6 +44,7 @@ class PacketDevice final : public PortDevice {
   void dropsAdd() const;
 
   const std::string device_;
+  const bool together_;
   Descriptor socket_;
   int index_ = 0;
   PacketRing ring_;

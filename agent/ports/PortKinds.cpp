@@ -1,4 +1,5 @@
 #include <agent/ports/CaptureDevice.h>
+#include <agent/ports/HeldDevice.h>
 #include <agent/ports/NullDevice.h>
 #include <agent/ports/PacketDevice.h>
 #include <agent/ports/PortKinds.h>
@@ -18,9 +19,25 @@ namespace Agent {
 
 namespace {
 
-template <class Kind>
-std::unique_ptr<PortDevice> named(const PortWhat& what, const PortSetup&, std::string&) {
-  return std::make_unique<Kind>(what.device);
+std::unique_ptr<PortDevice> packet(const PortWhat& what, const PortSetup& setup, std::string&) {
+  return std::make_unique<PacketDevice>(what.device, setup.workers > 1);
+}
+
+std::unique_ptr<PortDevice> tap(const PortWhat& what, const PortSetup& setup, std::string&) {
+  return std::make_unique<TapDevice>(what.device,
+                                     setup.workers > 0 ? TapDevice::Queue::one : TapDevice::Queue::only);
+}
+
+std::unique_ptr<PortDevice> keptTap(const PortWhat& what) {
+  return std::make_unique<TapDevice>(what.device, TapDevice::Queue::none);
+}
+
+/// Of a device that the kernel tells of.
+std::unique_ptr<PortDevice> heldByOthers(const PortWhat&) { return std::make_unique<HeldDevice>(); }
+
+/// Of one that is always there.
+std::unique_ptr<PortDevice> heldAlways(const PortWhat& what) {
+  return std::make_unique<HeldDevice>(Link{.name = what.device, .index = 0, .up = true, .mtu = anySize});
 }
 
 std::unique_ptr<PortDevice> null(const PortWhat&, const PortSetup&, std::string&) {
@@ -35,7 +52,7 @@ std::optional<uint64_t> numberOf(std::string_view text) {
   return number;
 }
 
-std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup&, std::string& wrong) {
+std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
   uint64_t repeat = 1;
   const auto given = what.options.find("repeat");
   const auto endless = what.options.find("endless");
@@ -48,7 +65,10 @@ std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup&, std:
     if (!number) wrong = fmt::format("repeat={} is no number from 1 on", given->second);
     repeat = number.value_or(1);
   }
-  return wrong.empty() ? std::make_unique<CaptureDevice>(what.device, repeat) : nullptr;
+  if (!wrong.empty()) return nullptr;
+  auto made = std::make_unique<CaptureDevice>(what.device, repeat);
+  if (setup.workers > 0) made->shareIs(setup.worker, setup.workers);
+  return made;
 }
 
 /// "3" or "0-3".
@@ -103,16 +123,18 @@ constexpr PortKind kinds[] = {
     {.name = "packet",
      .form = "[packet:]DEV",
      .options = {},
-     .make = named<PacketDevice>,
+     .make = packet,
      .capabilities = needs<CAP_NET_RAW>,
+     .keep = heldByOthers,
      .followed = true,
      .exclusive = true,
      .ofHost = true},
     {.name = "tap",
      .form = "tap:NAME",
      .options = {},
-     .make = named<TapDevice>,
+     .make = tap,
      .capabilities = needs<CAP_NET_ADMIN>,
+     .keep = keptTap,
      .followed = true,
      .exclusive = true},
     {.name = "xdp",
@@ -133,8 +155,14 @@ constexpr PortKind kinds[] = {
      .form = "pcap:FILE[,repeat=N|,endless]",
      .options = ofCapture,
      .make = capture,
-     .capabilities = needs<>},
-    {.name = "null", .form = "null:", .options = {}, .make = null, .capabilities = needs<>},
+     .capabilities = needs<>,
+     .keep = heldAlways},
+    {.name = "null",
+     .form = "null:",
+     .options = {},
+     .make = null,
+     .capabilities = needs<>,
+     .keep = heldAlways},
 };
 
 /// Takes the options from the end of a text, as far as they are of the kind: what it is on may have commas,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -7,6 +8,11 @@ namespace Agent {
 
 /// What the ports of an agent have in common.
 struct PortSetup {
+  /// So many processes have the ports together, each a share of what comes by them; 0: this one has them
+  /// alone.
+  uint32_t workers = 0;
+  /// Which of them this is, from 1 on; 0: it has no share, and keeps for the others what is to outlive them.
+  uint32_t worker = 0;
   std::string dpdkArguments;  ///< of the environment of DPDK, as a command line
 };
 

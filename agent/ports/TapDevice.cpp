@@ -25,13 +25,18 @@ std::optional<std::string> TapDevice::make() {
   received_.resize(receiveRoom);
   tap_ = Descriptor(::open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK));
   if (!isOpen()) return failed("/dev/net/tun");
+  const int tap = tap_.get();
   ifreq request{};
   if (device_.size() >= sizeof request.ifr_name) return (errno = ENAMETOOLONG, failed("no TAP device"));
   std::memcpy(request.ifr_name, device_.data(), device_.size());
   request.ifr_flags = IFF_TAP | IFF_NO_PI | IFF_VNET_HDR;
-  if (ioctl(fd(), TUNSETIFF, &request) != 0 || ioctl(fd(), TUNSETOFFLOAD, 0) != 0) {
+  if (queue_ != Queue::only) request.ifr_flags |= IFF_MULTI_QUEUE;
+  if (ioctl(tap, TUNSETIFF, &request) != 0 || ioctl(tap, TUNSETOFFLOAD, 0) != 0) {
     return failed("no TAP device");
   }
+  ifreq detach{};
+  detach.ifr_flags = IFF_DETACH_QUEUE;
+  if (queue_ == Queue::none && ioctl(tap, TUNSETQUEUE, &detach) != 0) return failed("no queue is given up");
   const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (ioctl(control.get(), SIOCGIFFLAGS, &request) != 0) return failed("no flags of the device");
   if ((request.ifr_flags & IFF_UP) == 0) {
@@ -50,7 +55,7 @@ std::string TapDevice::failed(std::string_view doing) {
 
 PortDevice::Received TapDevice::receive(Frames frames) {
   Received received;
-  if (!isOpen() || stopped_) return received;
+  if (!isOpen() || stopped_ || queue_ == Queue::none) return received;
   for (size_t used = 0; received.count < burst && receiveRoom - used >= largestOfTap;) {
     const ssize_t got = read(fd(), &received_[used], receiveRoom - used);
     if (got < static_cast<ssize_t>(sizeof(Offload))) return received;

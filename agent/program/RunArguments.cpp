@@ -25,6 +25,8 @@ class RunCommand final : public ProgramCommand {
  private:
   /// Adds how ports are asked for frames.
   void addPolling();
+  /// Adds how many processes have the ports.
+  void addWorkers();
   /// Adds what is told of matches.
   void addMatchLog();
   RunOptions options() const;
@@ -51,6 +53,7 @@ RunCommand::RunCommand(CLI::App& program)
       ->type_name("NAME=KIND:WHAT")
       ->allow_extra_args(false);
   addPolling();
+  addWorkers();
   addPatches(app(), patches_);
   app()
       .add_option("--bridge", bridges_, "join ports or port-channels by a bridge that learns addresses")
@@ -94,6 +97,19 @@ void RunCommand::addPolling() {
       .add_option("--dpdk-args", options_.setup.dpdkArguments,
                   "arguments for the environment of DPDK, such as \"--no-huge -m 512\"; for dpdk: ports")
       ->type_name("ARGS");
+}
+
+void RunCommand::addWorkers() {
+  constexpr uint32_t mostWorkers = 64;
+  app()
+      .add_option(
+          "--workers", options_.workers,
+          "have so many processes serve the ports, each a share of the flows, and this one everything else "
+          "(default: this one alone)")
+      ->check(CLI::Range(1u, mostWorkers))
+      ->type_name("N");
+  // How a worker is started by the first process, see agent/workers/WorkerProcess.h.
+  app().add_option("--worker", options_.worker)->delimiter(',')->expected(2)->group("");
 }
 
 void RunCommand::addMatchLog() {

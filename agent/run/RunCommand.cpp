@@ -11,10 +11,12 @@
 #include <agent/core/Words.h>
 #include <agent/ports/PortKinds.h>
 #include <agent/run/Capabilities.h>
+#include <agent/run/JoinPorts.h>
 #include <agent/run/PortWarnings.h>
 #include <agent/run/RunCommand.h>
 #include <agent/run/ServiceManager.h>
 #include <agent/run/Signals.h>
+#include <agent/run/WorkerRun.h>
 #include <agent/show/Report.h>
 #include <agent/show/TraceFacilities.h>
 #include <agent/state/Successor.h>
@@ -50,7 +52,15 @@ std::vector<std::string> absolute(std::vector<std::string> paths) {
 
 }  // namespace
 
+PortSetup setupOf(const RunOptions& options) {
+  PortSetup setup = options.setup;
+  setup.workers = options.workers;
+  if (!options.worker.empty()) setup.worker = static_cast<uint32_t>(options.worker.back());
+  return setup;
+}
+
 Exit runAgent(const RunOptions& options) {
+  if (!options.worker.empty()) return runWorker(options);
   // Descriptors that the agent needs for itself and its clients, and those that each port needs.
   constexpr size_t ofAgent = 64;
   constexpr size_t ofPort = 2;
@@ -69,8 +79,8 @@ Run::Run(const RunOptions& options)
     : options_(options),
       deadline_(mostToEnd),
       forwarder_(core_, options.malformed),
-      ports_(forwarder_, loop_, options.setup) {
-  loop_.pause().modeIs(options.poll);
+      ports_(forwarder_, loop_, setupOf(options)) {
+  if (options_.workers == 0) loop_.pause().modeIs(options.poll);
 }
 
 Run::~Run() { Acl::Workshop::singleton().threadIs(false); }
@@ -80,9 +90,10 @@ Exit Run::run() {
   if (auto failed = prepare()) return *failed;
   log_.tell({Severity::notice, fmt::format("velo {} begins", version()), {{"VELO_EVENT", "begin"}}});
   tellServiceManager("READY=1");
-  loop_.run();
+  if (!ended_) loop_.run();
   tellServiceManager("STOPPING=1");
   ports_.drain();
+  if (workers_) workers_->end();
   metrics_.reset();
   matchLog_.reset();  // what it still tells is written until the end
   // Everything is saved and reported before the control plane goes, because that may have to wait for a
@@ -104,7 +115,8 @@ std::optional<Exit> Run::prepare() {
   if (auto failed = configure()) return failed;
   signals_.emplace();
   loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { handleSignals(); });
-  if (auto failed = join()) return failed;
+  if (auto wrong = joinPorts(options_, core_, forwarder_, ports_, loop_.turnClock()))
+    return refused(exitUsage, *wrong);
   if (auto failed = openPorts()) return failed;
   if (auto failed = lookAtPorts()) return failed;
   openMatchLog();
@@ -118,6 +130,7 @@ void Run::handleSignals() {
     log_.tell({Severity::notice,
                fmt::format("velo {} ends ({})", version(), asked.end == SIGINT ? "SIGINT" : "SIGTERM"),
                {{"VELO_EVENT", "end"}}});
+    ended_ = true;
     return loop_.stop();
   }
   // Before the control plane is there, the request waits for the start.
@@ -210,34 +223,6 @@ std::optional<Exit> Run::publish() {
   return std::nullopt;
 }
 
-std::optional<Exit> Run::join() {
-  for (const auto& [name, device] : options_.ports) {
-    if (auto wrong = ports_.portIs(name, device)) return refused(exitUsage, "--port: " + *wrong);
-  }
-  forwarder_.portsOfConfigurationIs();
-  for (const auto& [a, b] : options_.patches) {
-    if (auto wrong = whyNoEnd({a, b})) return refused(exitUsage, "--patch: " + *wrong);
-    if (auto wrong = forwarder_.patchIs(a, b)) return refused(exitUsage, "--patch: " + *wrong);
-  }
-  for (const auto& names : options_.bridges) {
-    if (auto wrong = whyNoEnd(names)) return refused(exitUsage, "--bridge: " + *wrong);
-    if (auto wrong = forwarder_.bridgeIs(names, loop_.turnClock())) {
-      return refused(exitUsage, "--bridge: " + *wrong);
-    }
-  }
-  return std::nullopt;
-}
-
-std::optional<std::string> Run::whyNoEnd(const std::vector<std::string>& names) const {
-  for (const std::string& name : names) {
-    const bool isPort = std::any_of(options_.ports.begin(), options_.ports.end(),
-                                    [&](const auto& port) { return port.first == name; });
-    if (!isPort && !core_.portChannels().has(Nimnet::IntfId(name)))
-      return fmt::format("{} is neither a --port nor a port-channel of the configuration", name);
-  }
-  return std::nullopt;
-}
-
 std::optional<Exit> Run::openPorts() {
   for (const auto& [name, text] : options_.ports) {
     std::string wrongText;
@@ -247,10 +232,27 @@ std::optional<Exit> Run::openPorts() {
   }
   ports_.logIs(tellLog());
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
+  // They are started with all rights, as ports are opened here.
+  if (auto failed = startWorkers()) return failed;
   const std::set<int>& needed = ports_.capabilities();
   if (!capabilitiesKeep({needed.begin(), needed.end()}).empty())
     complain("a device that goes cannot be opened again");
   return std::nullopt;
+}
+
+std::optional<Exit> Run::startWorkers() {
+  if (options_.workers == 0) return std::nullopt;
+  const auto sources = [this]() -> const Sources& {
+    return control_ ? control_->configuration().sources() : files_.sources();
+  };
+  workers_ = std::make_unique<Workers>(core_, forwarder_, loop_,
+                                       Workers::Options{options_.workers, sources, tellLog()});
+  if (auto wrong = workers_->start([this] { return ended_; })) return refused(exitUnread, *wrong);
+  return std::nullopt;
+}
+
+std::vector<PortState> Run::portStates() const {
+  return workers_ ? workers_->with(ports_.states()) : ports_.states();
 }
 
 Warnings Run::portWarnings() const {
@@ -267,7 +269,7 @@ Warnings Run::portWarnings() const {
     const auto [kind, what] = portTextOf(text, wrong);
     if (kind->ofHost) devices.push_back(what.device);
   }
-  return Agent::portWarnings(ports_.states(), joined, hostUses(devices));
+  return Agent::portWarnings(portStates(), joined, hostUses(devices));
 }
 
 std::optional<Exit> Run::lookAtPorts() {
@@ -278,6 +280,7 @@ std::optional<Exit> Run::lookAtPorts() {
 }
 
 void Run::openMatchLog() {
+  if (workers_) return;  // they tell themselves
   matchLog_ = std::make_unique<MatchLog>(core_, forwarder_, loop_, options_.matches,
                                          [this](auto make) { log_.tellMade(std::move(make)); });
   for (const std::string& wrong : matchLog_->wrong())
@@ -300,7 +303,14 @@ std::optional<Exit> Run::openControl() {
                                                            .filtered = std::move(filtered_),
                                                            .portWarnings = [this] { return portWarnings(); },
                                                            .tell = tellLog(),
-                                                           .portStates = [this] { return ports_.states(); },
+                                                           .portStates = [this] { return portStates(); },
+                                                           .partners = workers_.get(),
+                                                           .gather =
+                                                               [this](std::function<void()> then) {
+                                                                 if (!workers_) return then();
+                                                                 workers_->gather(std::move(then));
+                                                               },
+                                                           .hasWorkers = workers_ != nullptr,
                                                            .applied =
                                                                [this] {
                                                                  if (state_) state_->handleApplied();
@@ -335,7 +345,7 @@ PortNames Run::ports() const {
 
 bool Run::report() const {
   if (options_.report == FinalReport::none) return true;
-  const Report report = makeReport(core_, forwarder_, ports_.totals());
+  const Report report = makeReport(core_, forwarder_, workers_ ? workers_->totals() : ports_.totals());
   return print(options_.report == FinalReport::json ? reportJson(report, core_.inForce().status())
                                                     : reportText(report, wantsColour(STDOUT_FILENO)));
 }

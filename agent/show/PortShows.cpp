@@ -171,7 +171,7 @@ class BridgeDocument final : public Document {
     ++bridge_;
   }
 
-  const std::vector<const Bridge*>& bridges_;
+  const std::vector<Bridge*>& bridges_;
   bool begun_ = false;
   size_t bridge_ = 0;
   bool inBridge_ = false;

@@ -127,7 +127,7 @@ TEST(SourceChange, KnowsWhenPacketsAskAList) {
 /// The numbers of the rules that are written, behind `<` those before.
 std::string writtenOf(const ListChange& list) {
   std::string text;
-  for (const auto& [rule, from] : list.written) {
+  for (const auto& [rule, from, id] : list.written) {
     text += fmt::format("{}{}", text.empty() ? "" : " ", Config::common(*rule).sequence);
     if (from != ListChange::Written::fresh) text += fmt::format("<{}", from);
   }

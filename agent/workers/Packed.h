@@ -1,0 +1,17 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace Agent {
+
+/// The text of a message. Names and texts may have any octets, as texts of JSON may not.
+inline std::string packed(const nlohmann::json& json) {
+  std::string text;
+  nlohmann::json::to_cbor(json, text);
+  return text;
+}
+inline nlohmann::json unpacked(const std::string& text) { return nlohmann::json::from_cbor(text); }
+
+}  // namespace Agent

@@ -1,0 +1,88 @@
+#include <agent/core/EventLoop.h>
+#include <agent/workers/Packed.h>
+#include <agent/workers/Stations.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+/// How many places of a table are looked at before the clock is read.
+constexpr size_t placesAtOnce = 512;
+
+uint64_t stationKey(Nimnet::EthAddr address, uint16_t vlan) {
+  constexpr int behindAddress = 48;
+  return uint64_t{vlan} << behindAddress | address.value();
+}
+
+/// Calls visit(bridge, end, address, vlan) for each station that a text tells of.
+template <class Visit>
+void forStations(const Forwarder& forwarder, const std::string& text, const Visit& visit) {
+  for (const nlohmann::json& row : unpacked(text)) {
+    const size_t number = row.at(0).get<size_t>(), at = row.at(1).get<size_t>();
+    if (number >= forwarder.bridges().size() || at >= forwarder.bridges()[number]->ends().size()) continue;
+    End& end = *forwarder.bridges()[number]->ends()[at];
+    visit(number, end, Nimnet::EthAddr::fromValue(row.at(2).get<uint64_t>()), row.at(3).get<uint16_t>());
+  }
+}
+
+}  // namespace
+
+Stations::Stations(const Forwarder& forwarder, const Kiv::Clock& clock, Send send)
+    : forwarder_(forwarder),
+      clock_(clock),
+      send_(std::move(send)),
+      task_(sweepPriority, "Stations", [this] { run(); }),
+      known_(forwarder.bridges().size()) {
+  if (!known_.empty()) task_->scheduleTaskDelay(tellEvery);
+}
+
+void Stations::learn(const std::string& text) {
+  const Kelp::Duration now = clock_.now();
+  forStations(forwarder_, text, [&](size_t number, End& end, Nimnet::EthAddr address, uint16_t vlan) {
+    forwarder_.bridges()[number]->learn(end, address, vlan);
+    known_[number][stationKey(address, vlan)] = {&end, now};
+  });
+}
+
+void Stations::learn(const Forwarder& forwarder, const std::string& text) {
+  forStations(forwarder, text, [&](size_t number, End& end, Nimnet::EthAddr address, uint16_t vlan) {
+    forwarder.bridges()[number]->learn(end, address, vlan);
+  });
+}
+
+void Stations::run() {
+  for (; bridge_ < known_.size(); ++bridge_, place_ = 0) {
+    if (!look(bridge_)) return task_->scheduleTask();
+  }
+  bridge_ = 0;
+  task_->scheduleTaskDelay(tellEvery);
+}
+
+bool Stations::look(size_t bridge) {
+  const Bridge& table = *forwarder_.bridges()[bridge];
+  KnownOf& known = known_[bridge];
+  nlohmann::json rows = nlohmann::json::array();
+  const Kelp::Duration now = clock_.now();
+  bool done = false;
+  while (!(done = place_ >= Bridge::stations) && !task_->taskShouldYield()) {
+    for (const size_t end = std::min(place_ + placesAtOnce, Bridge::stations); place_ < end;) {
+      const auto station = table.next(place_, end - place_);
+      if (!station) continue;
+      Known& told = known[stationKey(station->address, station->vlan)];
+      const Kelp::Duration heard = now - station->age;
+      if (told.end == station->end && (heard <= told.at || heard - told.at < tellAgain)) continue;
+      told = {station->end, now};
+      const auto at =
+          std::find(table.ends().begin(), table.ends().end(), station->end) - table.ends().begin();
+      rows.push_back({bridge, at, station->address.value(), station->vlan});
+    }
+  }
+  if (!rows.empty()) send_(packed(rows));
+  // What nobody has heard of for long is not remembered here, either.
+  if (done) std::erase_if(known, [now](const auto& one) { return now - one.second.at > Bridge::ageingTime; });
+  return done;
+}
+
+}  // namespace Agent

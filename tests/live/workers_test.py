@@ -1,0 +1,199 @@
+#!/usr/bin/env python3
+"""Tests of ports that several processes have together: what holds of one process, and what happens when one of them dies.
+
+usage: workers_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
+"""
+
+import os
+import signal
+import time
+
+import live_test
+import operating_test
+from live_test import OPEN, until
+from network import Agent, udp
+from operating_test import ALWAYS, FIRST, NEVER, SECOND, OperatedTest, alternating, rules_of, wanted
+
+TWO = ("--workers", "2")
+FLOWS = 16
+
+
+class WorkersCounting(live_test.Counting):
+    common, in_order = TWO, False
+
+
+class WorkersFollowing(live_test.Following):
+    common, in_order = TWO, False
+
+    def test_a_bridge_learns(self):
+        """What one of them has heard of, the other is told some times a second."""
+        self.stations_are(1, 2, 3)
+        self.agent(OPEN, "--bridge", "eth1,eth2,eth3")
+        a, b, c = (self.wire(number) for number in (1, 2, 3))
+        a.send([udp(10, source=1, to=2)])
+        self.assertEqual((len(b.received(1)), len(c.received(1))), (1, 1), "flooded")
+
+        def to_the_other_end_only():
+            c.received(0)
+            b.send(udp(10, n, source=2, to=1, source_port=2000 + n) for n in range(64))
+            a.send(udp(10, n, source=1, to=2, source_port=2000 + n) for n in range(64))
+            return (len(a.received(64)), len(b.received(64)), len(c.received(0))) == (64, 64, 0)
+
+        self.assertTrue(until(to_the_other_end_only))
+
+
+class WorkersBehaving(live_test.Behaving):
+    common = TWO
+
+
+class WorkersTraffic(live_test.Traffic):
+    common = TWO
+
+
+class WorkersOperating(operating_test.Operating):
+    common = TWO
+
+
+def flowing(number):
+    """The four ports in turn, from ever other stations: each group of four is a flow a port."""
+    return udp(operating_test.PORTS[number % 4], number, source_port=1024 + number // 4 % FLOWS)
+
+
+class Workers(OperatedTest):
+    common = TWO
+
+    def workers(self, agent):
+        """The processes that have the ports, by number."""
+        with open(f"/proc/{agent.process.pid}/task/{agent.process.pid}/children", encoding="ascii") as file:
+            found = {}
+            for pid in file.read().split():
+                with open(f"/proc/{pid}/cmdline", encoding="utf-8") as words:
+                    last = words.read().rstrip("\0").split("\0")[-1]
+                if last.startswith("--worker="):
+                    found[int(last.rsplit(",", 1)[1])] = int(pid)
+            return found
+
+    def test_no_packet_meets_a_mixture(self):
+        changes = wanted("CHANGES", 250)
+        self.stations_are(1, 2)
+        sizes = (10, 1000)
+        agent = self.start(alternating(False, sizes[0]))
+        client = self.control()
+        sink, stream = self.sink(), self.stream(4000, flowing)
+        for number in range(changes):
+            self.assertTrue(client.apply(alternating(number % 2 == 0, sizes[number // 10 % 2]))["applied"])
+            time.sleep(0.02)
+        stream.stop()
+        sink.stop()
+        seen = {port: {number for which, number in sink.seen if which == port} for port in operating_test.PORTS}
+        sent = {port: [n for n in range(stream.sent) if operating_test.PORTS[n % 4] == port]
+                for port in operating_test.PORTS}
+        self.assertEqual(set(sent[ALWAYS]) - seen[ALWAYS], set(), "permitted by both: none is lost")
+        self.assertEqual(seen[NEVER], set(), "denied by both")
+        self.assertEqual(len(sink.seen), sum(map(len, seen.values())), "none comes twice")
+        turns = 0
+        for flow in range(FLOWS):
+            first = [n in seen[FIRST] for n in sent[FIRST] if n // 4 % FLOWS == flow]
+            second = [n in seen[SECOND] for n in sent[SECOND] if n // 4 % FLOWS == flow]
+            for passes in (first, second):
+                turned = sum(a != b for a, b in zip(passes, passes[1:]))
+                self.assertLessEqual(turned, changes, "a flow turns with a change only")
+                turns += turned
+        self.assertGreater(turns, FLOWS * changes // 2, "and with most of them")
+        report = agent.stop()
+        self.assertEqual(report["frames"], stream.sent, "both have counted all")
+        print(f"{changes} changes, {stream.sent} packets, {turns} turns of {2 * FLOWS} flows", flush=True)
+
+    def test_the_answer_comes_when_all_have_it(self):
+        self.stations_are(1, 2)
+        self.start(alternating(False, 1000))
+        client, sink, source = self.control(), self.wire(2), self.wire(1)
+        for number in range(wanted("CHANGES", 250) // 5):
+            second = number % 2 == 0
+            client.apply(alternating(second, 1000))
+            source.send(udp(port, n, source_port=1024 + n) for port in (FIRST, SECOND) for n in range(FLOWS))
+            came = {frame[36] << 8 | frame[37] for frame in sink.received(FLOWS, quiet=0.02)}
+            self.assertEqual(came, {SECOND if second else FIRST})
+
+    def test_one_is_killed_and_the_others_go_on(self):
+        rate = 2000
+        self.stations_are(1, 2)
+        agent = self.start(alternating(False, 300), "--state", os.path.join(self.folder, "state"))
+        client = self.control()
+        before = rules_of(client.ask("show", what="access-lists"))
+        sink, stream = self.sink(), self.stream(rate, flowing)
+        killed, lost = 0, 0
+        for number in range(wanted("KILLS", 4)):
+            time.sleep(1)
+            old = self.workers(agent)
+            self.assertEqual(set(old), {1, 2})
+            victim = number % 2 + 1
+            os.kill(old[victim], signal.SIGKILL)
+            killed += 1
+            came = len(sink.seen)
+            self.assertTrue(until(lambda: len(sink.seen) > came + 50, patience=1, pause=0.01), "the other goes on")
+            self.assertTrue(until(lambda: set(self.workers(agent)) == {1, 2}), "it is started again")
+            self.assertNotEqual(self.workers(agent)[victim], old[victim])
+            self.assertEqual(self.workers(agent)[3 - victim], old[3 - victim])
+            if number % 2:
+                self.assertTrue(client.apply(alternating(number % 4 == 1, 300))["applied"])
+                self.assertTrue(client.apply(alternating(False, 300))["applied"])
+        time.sleep(1)
+        stream.stop()
+        sink.stop()
+        shown = rules_of(client.ask("show", what="access-lists"))
+        self.assertEqual({number: rule["id"] for number, rule in shown.items() if rule["text"] == before[number]["text"]},
+                         {number: rule["id"] for number, rule in before.items()}) if killed < 2 else None
+        self.assertEqual(shown[2]["id"], before[2]["id"], "the same rule, the same id")
+        passed = {port: len([n for which, n in sink.seen if which == port]) for port in operating_test.PORTS}
+        self.assertEqual(passed[NEVER], 0)
+        counted = client.ask("show", what="ports")["ports"]["eth1"]["received"]
+        lost = len(sink.seen) - client.ask("show", what="ports")["ports"]["eth2"]["sent"]
+        self.assertLessEqual(lost, killed * rate // 2 // 2, "half a second's counts of a half of the frames, each time")
+        report = agent.stop()
+        self.assertEqual(report["frames"], counted, "sums are kept over deaths")
+        print(f"{killed} kills, {stream.sent} packets, {counted} counted, {lost} passed and were not counted", flush=True)
+
+    def test_ids_and_counts_survive_the_first_one(self):
+        self.stations_are(1, 2)
+        state = os.path.join(self.folder, "state")
+        agent = self.start(alternating(False, 10), "--state", state)
+        client = self.control()
+        before = rules_of(client.ask("show", what="access-lists"))
+        self.wire(1).send(flowing(n) for n in range(400))
+        matches = lambda: rules_of(self.control().ask("show", what="access-lists"))[100]["matches"]["in"]
+        self.assertTrue(until(lambda: matches() == 100))
+        client.close()
+        workers = self.workers(agent)
+        time.sleep(1.5)  # until it is written
+        agent.process.kill()
+        agent.process.wait()
+        gone = lambda: not any(os.path.exists(f"/proc/{pid}") for pid in workers.values())
+        self.assertTrue(until(gone, patience=1), "they end with the first one")
+        self.start(alternating(False, 10), "--state", state)
+        after = rules_of(self.control().ask("show", what="access-lists"))
+        self.assertEqual({number: rule["id"] for number, rule in after.items()},
+                         {number: rule["id"] for number, rule in before.items()})
+        self.assertEqual(after[100]["matches"]["in"], 100)
+
+    def test_what_only_one_process_can_do_is_refused(self):
+        self.stations_are(1, 2)
+        self.start(OPEN)
+        with self.assertRaisesRegex(RuntimeError, "with --workers: other processes judge them"):
+            self.control().ask("tail")
+        refused = Agent(live_test.VELO, self.middle, OPEN, *TWO, "--port", "eth1=null:", "--port",
+                        "eth2=dpdk:net_null0", "--patch", "eth1,eth2", check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 2)
+        self.assertIn("several processes cannot have a dpdk: port", refused.process.stderr.read())
+
+    def test_a_port_that_a_worker_cannot_open_ends_the_start(self):
+        refused = Agent(live_test.VELO, self.middle, OPEN, *TWO, "--port", "eth1=pcap:/nowhere", "--port", "eth2=null:",
+                        "--patch", "eth1,eth2", check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 1)
+        self.assertIn("/nowhere", refused.process.stderr.read())
+
+
+if __name__ == "__main__":
+    live_test.main(__doc__)
