@@ -33,8 +33,8 @@ sockaddr_ll addressOf(int index) {
 }
 
 // Which frames a socket receives.
-constexpr sock_filter nothing[] = {{BPF_RET | BPF_K, 0, 0, 0}};
-constexpr sock_filter incoming[] = {
+constexpr sock_filter noFrames[] = {{BPF_RET | BPF_K, 0, 0, 0}};
+constexpr sock_filter incomingFrames[] = {
     {BPF_LD | BPF_B | BPF_ABS, 0, 0, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)},
     {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, PACKET_OUTGOING},
     {BPF_RET | BPF_K, 0, 0, UINT32_MAX},
@@ -113,7 +113,7 @@ std::optional<std::string> PacketDevice::openOn(const Link& link) {
   membership.mr_type = PACKET_MR_PROMISC;
   if (!packetOptionIs(fd(), PACKET_ADD_MEMBERSHIP, membership)) return failed("not promiscuous");
   // A socket on its own receives everything: it receives nothing until it has its share.
-  if (together_ && !filterIs(fd(), nothing)) return failed("no filter");
+  if (together_ && !filterIs(fd(), noFrames)) return failed("no filter");
   const sockaddr_ll address = addressOf(link.index);
   if (bind(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
     return failed("not bound");
@@ -133,7 +133,7 @@ std::optional<std::string> PacketDevice::join(int index) {
     joined = joined || packetOptionIs(fd(), PACKET_FANOUT, fanout);
   }
   if (!joined) return failed("not in the group of those that have the interface together");
-  if (!filterIs(fd(), incoming)) return failed("no filter");
+  if (!filterIs(fd(), incomingFrames)) return failed("no filter");
   return std::nullopt;
 }
 
@@ -213,7 +213,7 @@ void PacketDevice::clearError() {
 }
 
 void PacketDevice::stopReceiving() {
-  if (isOpen()) filterIs(fd(), nothing);
+  if (isOpen()) filterIs(fd(), noFrames);
 }
 
 void PacketDevice::dropsAdd() const {

@@ -19,15 +19,15 @@ constexpr int countersInARow = 32;
 /// A message has at most so many of them.
 constexpr size_t mostInMessage = 1024;
 
-constexpr uint64_t Port::*ofPort[] = {&Port::received,   &Port::sent,     &Port::droppedIn,
-                                      &Port::droppedOut, &Port::mirrored, &Port::nowhere};
+constexpr uint64_t Port::*portMembers[] = {&Port::received,   &Port::sent,     &Port::droppedIn,
+                                           &Port::droppedOut, &Port::mirrored, &Port::nowhere};
 // What is not the forwarder's already.
-constexpr uint64_t PortState::*ofState[] = {
+constexpr uint64_t PortState::*stateMembers[] = {
     &PortState::rxFrames,   &PortState::rxBytes,  &PortState::rxSegments, &PortState::kernelDrops,
     &PortState::rxTooLarge, &PortState::rxErrors, &PortState::txFrames,   &PortState::txBytes,
     &PortState::txSegments, &PortState::tooLarge, &PortState::sendFailed};
-constexpr uint64_t FrameTotals::*ofTotals[] = {&FrameTotals::frames, &FrameTotals::bytes,
-                                               &FrameTotals::passed, &FrameTotals::dropped};
+constexpr uint64_t FrameTotals::*totalMembers[] = {&FrameTotals::frames, &FrameTotals::bytes,
+                                                   &FrameTotals::passed, &FrameTotals::dropped};
 
 template <class T, size_t n>
 CountsJson numbersOf(const T& object, uint64_t T::*const (&members)[n]) {
@@ -93,10 +93,10 @@ bool CountTeller::goOn(bool whole) {
 
 bool CountTeller::tell(Collection& collection, bool whole) {
   ToldOf& told = told_[collection.name()];
-  CountsJson rows = CountsJson::array();
+  CountsJson lines = CountsJson::array();
   const auto sendRows = [&] {
-    if (!rows.empty()) send_(packed({{"collection", collection.name().str()}, {"rows", rows}}));
-    rows = CountsJson::array();
+    if (!lines.empty()) send_(packed({{"collection", collection.name().str()}, {"rows", lines}}));
+    lines = CountsJson::array();
   };
   const auto& counters = collection.counterCollection();
   int visited = 0;
@@ -115,10 +115,10 @@ bool CountTeller::tell(Collection& collection, bool whole) {
     // Each process has an id of its own for the implicit rule of a list.
     const auto* implicit = implicitDropOf(from_.core.inForce().statusOf(key.aclType, key.aclName));
     const uint64_t id = implicit && *implicit == key.ruleId ? 0 : key.ruleId.value();
-    rows.push_back({static_cast<int>(key.direction), static_cast<int>(key.aclType), key.aclName.str(), id,
-                    packets - before.packets, bytes - before.bytes, at.value()->lastUpdateTime().seconds()});
+    lines.push_back({static_cast<int>(key.direction), static_cast<int>(key.aclType), key.aclName.str(), id,
+                     packets - before.packets, bytes - before.bytes, at.value()->lastUpdateTime().seconds()});
     before = {packets, bytes, round_};
-    if (rows.size() == mostInMessage) sendRows();
+    if (lines.size() == mostInMessage) sendRows();
   }
   sendRows();
   std::erase_if(told, [this](const auto& one) { return one.second.round != round_; });
@@ -128,20 +128,21 @@ bool CountTeller::tell(Collection& collection, bool whole) {
 void CountTeller::finish() {
   underWay_ = false;
   CountsJson ports = CountsJson::object(), live = CountsJson::object(), named = CountsJson::array();
-  for (const auto& [id, port] : from_.forwarder.ports()) ports[id.name().str()] = numbersOf(*port, ofPort);
+  for (const auto& [id, port] : from_.forwarder.ports())
+    ports[id.name().str()] = numbersOf(*port, portMembers);
   for (const PortState& state : from_.ports()) {
     live[state.name] = {{"present", state.present},
                         {"up", state.up},
                         {"how", state.how},
                         {"wrong", state.wrong},
-                        {"counts", numbersOf(state, ofState)}};
+                        {"counts", numbersOf(state, stateMembers)}};
   }
   for (auto at = from_.core.namedCounters()->counter().begin(); at; at.next())
     named.push_back({at.key().category.str(), at.key().facility.str(), at.key().reason.str(), at.value()});
   send_(packed({{"ports", std::move(ports)},
                 {"live", std::move(live)},
                 {"named", std::move(named)},
-                {"totals", numbersOf(from_.totals(), ofTotals)}}));
+                {"totals", numbersOf(from_.totals(), totalMembers)}}));
   for (const auto& then : std::exchange(inRound_, {})) then();
 }
 
@@ -161,9 +162,9 @@ void CountSums::add(const std::string& text, Worker& worker) {
   std::erase_if(early_, [this](const Row& row) { return addRow(row); });
   for (const auto& [name, numbers] : told.at("ports").items()) {
     Port now;
-    numbersAre(now, ofPort, numbers);
+    numbersAre(now, portMembers, numbers);
     Port& before = worker.ports[name];
-    addMore(forwarder_.portIs(name), ofPort, before, now);
+    addMore(forwarder_.portIs(name), portMembers, before, now);
     before = now;
   }
   for (const auto& [name, state] : told.at("live").items()) {
@@ -172,7 +173,7 @@ void CountSums::add(const std::string& text, Worker& worker) {
     live.up = state.at("up").get<bool>();
     live.how = state.at("how").get<std::string>();
     live.wrong = state.at("wrong").get<std::string>();
-    numbersAre(live, ofState, state.at("counts"));
+    numbersAre(live, stateMembers, state.at("counts"));
   }
   for (const CountsJson& row : told.at("named")) {
     const auto word = [&row](size_t at) { return Kelp::String(row.at(at).get<std::string>()); };
@@ -182,8 +183,8 @@ void CountSums::add(const std::string& text, Worker& worker) {
     before = now;
   }
   FrameTotals totals;
-  numbersAre(totals, ofTotals, told.at("totals"));
-  addMore(totals_, ofTotals, worker.totals, totals);
+  numbersAre(totals, totalMembers, told.at("totals"));
+  addMore(totals_, totalMembers, worker.totals, totals);
   worker.totals = totals;
 }
 
@@ -218,18 +219,18 @@ bool CountSums::addRow(const Row& row) {
 }
 
 void CountSums::keep(const Worker& worker) {
-  for (const auto& [name, live] : worker.live) addMore(past_[name], ofState, PortState(), live);
+  for (const auto& [name, live] : worker.live) addMore(past_[name], stateMembers, PortState(), live);
 }
 
 void CountSums::addTo(std::vector<PortState>& states, const std::vector<const Worker*>& workers) const {
   for (PortState& state : states) {
     if (const auto past = past_.find(state.name); past != past_.end())
-      addMore(state, ofState, PortState(), past->second);
+      addMore(state, stateMembers, PortState(), past->second);
     bool any = false;
     for (const Worker* worker : workers) {
       const auto live = worker->live.find(state.name);
       if (live == worker->live.end()) continue;
-      addMore(state, ofState, PortState(), live->second);
+      addMore(state, stateMembers, PortState(), live->second);
       any = any || live->second.present;
       if (state.how.empty()) state.how = live->second.how;
       if (state.wrong.empty()) state.wrong = live->second.wrong;

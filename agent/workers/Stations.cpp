@@ -29,11 +29,11 @@ void forStations(const Forwarder& forwarder, const std::string& text, const Visi
 
 }  // namespace
 
-Stations::Stations(const Forwarder& forwarder, const Kiv::Clock& clock, Send send)
+Stations::Stations(const Forwarder& forwarder, const Kiv::Clock& clock, Send send, const char* task)
     : forwarder_(forwarder),
       clock_(clock),
       send_(std::move(send)),
-      task_(sweepPriority, "Stations", [this] { run(); }),
+      task_(sweepPriority, task, [this] { run(); }),
       known_(forwarder.bridges().size()) {
   if (!known_.empty()) task_->scheduleTaskDelay(tellEvery);
 }
@@ -63,7 +63,7 @@ void Stations::run() {
 bool Stations::look(size_t bridge) {
   const Bridge& table = *forwarder_.bridges()[bridge];
   KnownOf& known = known_[bridge];
-  nlohmann::json rows = nlohmann::json::array();
+  nlohmann::json lines = nlohmann::json::array();
   const Kelp::Duration now = clock_.now();
   bool done = false;
   while (!(done = place_ >= Bridge::stations) && !task_->taskShouldYield()) {
@@ -76,10 +76,10 @@ bool Stations::look(size_t bridge) {
       told = {station->end, now};
       const auto at =
           std::find(table.ends().begin(), table.ends().end(), station->end) - table.ends().begin();
-      rows.push_back({bridge, at, station->address.value(), station->vlan});
+      lines.push_back({bridge, at, station->address.value(), station->vlan});
     }
   }
-  if (!rows.empty()) send_(packed(rows));
+  if (!lines.empty()) send_(packed(lines));
   // What nobody has heard of for long is not remembered here, either.
   if (done) std::erase_if(known, [now](const auto& one) { return now - one.second.at > Bridge::ageingTime; });
   return done;

@@ -26,7 +26,8 @@ class Stations {
 
   using Send = std::function<void(const std::string& text)>;
 
-  Stations(const Forwarder& forwarder, const Kiv::Clock& clock, Send send);
+  /// `task`: its name; two of this class in a process need two.
+  Stations(const Forwarder& forwarder, const Kiv::Clock& clock, Send send, const char* task = "Stations");
 
   /// Others have heard of these.
   void learn(const std::string& text);

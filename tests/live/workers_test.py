@@ -23,7 +23,7 @@ class WorkersCounting(live_test.Counting):
 
 
 class WorkersFollowing(live_test.Following):
-    common, in_order = TWO, False
+    common, in_order, sockets = TWO, False, 2
 
     def test_a_bridge_learns(self):
         """What one of them has heard of, the other is told some times a second."""
@@ -57,6 +57,15 @@ class WorkersOperating(operating_test.Operating):
 def flowing(number):
     """The four ports in turn, from ever other stations: each group of four is a flow a port."""
     return udp(operating_test.PORTS[number % 4], number, source_port=1024 + number // 4 % FLOWS)
+
+
+def lives(pid):
+    """Whether a process is there, and not only kept for somebody who asks how it ended."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="ascii") as file:
+            return file.read().rsplit(")", 1)[1].split()[0] != "Z"
+    except FileNotFoundError:
+        return False
 
 
 class Workers(OperatedTest):
@@ -122,7 +131,7 @@ class Workers(OperatedTest):
         client = self.control()
         before = rules_of(client.ask("show", what="access-lists"))
         sink, stream = self.sink(), self.stream(rate, flowing)
-        killed, lost = 0, 0
+        killed = 0
         for number in range(wanted("KILLS", 4)):
             time.sleep(1)
             old = self.workers(agent)
@@ -142,8 +151,6 @@ class Workers(OperatedTest):
         stream.stop()
         sink.stop()
         shown = rules_of(client.ask("show", what="access-lists"))
-        self.assertEqual({number: rule["id"] for number, rule in shown.items() if rule["text"] == before[number]["text"]},
-                         {number: rule["id"] for number, rule in before.items()}) if killed < 2 else None
         self.assertEqual(shown[2]["id"], before[2]["id"], "the same rule, the same id")
         passed = {port: len([n for which, n in sink.seen if which == port]) for port in operating_test.PORTS}
         self.assertEqual(passed[NEVER], 0)
@@ -168,8 +175,7 @@ class Workers(OperatedTest):
         time.sleep(1.5)  # until it is written
         agent.process.kill()
         agent.process.wait()
-        gone = lambda: not any(os.path.exists(f"/proc/{pid}") for pid in workers.values())
-        self.assertTrue(until(gone, patience=1), "they end with the first one")
+        self.assertTrue(until(lambda: not any(map(lives, workers.values())), patience=1), "they end with the first one")
         self.start(alternating(False, 10), "--state", state)
         after = rules_of(self.control().ask("show", what="access-lists"))
         self.assertEqual({number: rule["id"] for number, rule in after.items()},

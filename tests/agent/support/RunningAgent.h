@@ -49,6 +49,8 @@ class RunningAgent {
     journal_ = &journal;
     past_ = std::move(past);
   }
+  /// Who carries out every change, too; before start().
+  void partnersAre(Agent::Partners& partners) { partners_ = &partners; }
   /// The lines of the log since the last call.
   std::vector<std::string> log() { return std::exchange(log_, {}); }
   /// The live ports that the agent is to have by its own account; before start().
@@ -96,6 +98,7 @@ class RunningAgent {
   std::optional<std::vector<Agent::PortState>> portStates_;
   Agent::ChangeJournal* journal_ = nullptr;
   Agent::Past past_;
+  Agent::Partners* partners_ = nullptr;
   std::vector<std::string> log_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
