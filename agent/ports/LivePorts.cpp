@@ -195,6 +195,12 @@ void LivePorts::drain() {
   }
 }
 
+std::vector<int> LivePorts::handedOn() const {
+  std::vector<int> all;
+  for (const auto& member : members_) all.push_back(member->port->by().handedOn());
+  return all;
+}
+
 std::vector<PortState> LivePorts::states() const {
   std::vector<PortState> states;
   for (const auto& member : members_) states.push_back(member->port->state());

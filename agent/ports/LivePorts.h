@@ -42,6 +42,8 @@ class LivePorts final {
   /// The capabilities (CAP_*) that are needed to open a device again that has gone and come back.
   const std::set<int>& capabilities() const { return capabilities_; }
   std::vector<PortState> states() const;
+  /// What the devices of all ports hand on to other processes, in the order of the ports; -1: nothing.
+  std::vector<int> handedOn() const;
   /// The frames received so far on all ports.
   const FrameTotals& totals() const { return totals_; }
 

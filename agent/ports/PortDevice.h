@@ -81,6 +81,10 @@ class PortDevice {
   /// From now on no new frame is received; those that have arrived already still can be.
   virtual void stopReceiving() = 0;
 
+  /// Of a device that is kept for other processes (PortKind::keep): the descriptor that they need for theirs;
+  /// -1: they need none.
+  virtual int handedOn() const { return -1; }
+
   virtual DeviceCounts counts() const { return {}; }
   /// How frames get to and from the device, in a few words for people; empty when the kind says it all.
   virtual std::string how() const { return {}; }

@@ -6,6 +6,7 @@
 #include <agent/ports/PortLibrary.h>
 #include <agent/ports/TapDevice.h>
 #include <agent/ports/XdpDevice.h>
+#include <agent/ports/XdpKeeper.h>
 #include <fmt/format.h>
 #include <linux/capability.h>
 
@@ -87,7 +88,7 @@ XdpDevice::Queues queuesOf(std::string_view text) {
   return std::pair(*first, *last);
 }
 
-std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup&, std::string& wrong) {
+std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
   XdpDevice::Queues queues;
   XdpMode mode = XdpMode::any;
   for (const auto& [name, value] : what.options) {
@@ -102,7 +103,18 @@ std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup&, std::str
     if (mode != XdpMode::any) wrong = "copy and zerocopy exclude each other";
     mode = name == "copy" ? XdpMode::copy : XdpMode::zerocopy;
   }
-  return wrong.empty() ? std::make_unique<XdpDevice>(what.device, queues, mode) : nullptr;
+  if (!wrong.empty()) return nullptr;
+  if (setup.worker == 0) return std::make_unique<XdpDevice>(what.device, queues, mode);
+  const auto handed = setup.handed.find(what.device);
+  const int sockets = handed == setup.handed.end() ? -1 : handed->second;
+  return std::make_unique<XdpDevice>(what.device, queues, mode,
+                                     XdpDevice::Share{setup.worker, setup.workers, sockets});
+}
+
+std::unique_ptr<PortDevice> keptXdp(const PortWhat& what) {
+  const auto queue = what.options.find("queue");
+  return std::make_unique<XdpKeeper>(what.device,
+                                     queue == what.options.end() ? std::nullopt : queuesOf(queue->second));
 }
 
 std::unique_ptr<PortDevice> dpdk(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
@@ -142,6 +154,7 @@ constexpr PortKind kinds[] = {
      .options = ofXdp,
      .make = xdp,
      .capabilities = needs<CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF, CAP_IPC_LOCK>,
+     .keep = keptXdp,
      .followed = true,
      .exclusive = true,
      .ofHost = true},

@@ -13,6 +13,8 @@ struct PortSetup {
   uint32_t workers = 0;
   /// Which of them this is, from 1 on; 0: it has no share, and keeps for the others what is to outlive them.
   uint32_t worker = 0;
+  /// What the process that keeps devices has handed on to this one: descriptors, by device.
+  std::map<std::string, int, std::less<>> handed{};
   std::string dpdkArguments;  ///< of the environment of DPDK, as a command line
 };
 

@@ -22,7 +22,7 @@ constexpr uint32_t ethernet = 18;
 constexpr uint32_t largestMtu = XdpMemory::largestFrame - ethernet;
 
 /// Of how many receive queues a device has frames.
-uint32_t queuesOf(const std::string& device) {
+uint32_t queueCountOf(const std::string& device) {
   const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ethtool_channels channels{};
   channels.cmd = ETHTOOL_GCHANNELS;
@@ -40,13 +40,30 @@ void add(DeviceCounts& to, const DeviceCounts& counts) {
 
 }  // namespace
 
-XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode)
-    : device_(std::move(device)), wanted_(queues), mode_(mode), memory_(XdpMemory::shared()), received_{} {}
+XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode, const std::optional<Share>& share)
+    : device_(std::move(device)),
+      wanted_(queues),
+      mode_(mode),
+      share_(share.value_or(Share())),
+      memory_(XdpMemory::shared()),
+      program_(share ? XdpProgram(share->sockets) : XdpProgram()),
+      received_{} {}
+
+XdpProgram::Range XdpDevice::rangeOf(const std::string& device, const Queues& wanted) {
+  return wanted.value_or(XdpProgram::Range{0, queueCountOf(device) - 1});
+}
+
+std::vector<uint32_t> XdpDevice::queues() const {
+  std::vector<uint32_t> own;
+  const auto [first, last] = rangeOf(device_, wanted_);
+  for (uint32_t queue = first + share_.worker - 1; queue <= last; queue += share_.of) own.push_back(queue);
+  return own;
+}
 
 std::optional<std::string> XdpDevice::make() {
   // How many queues a device has that is not there yet is not known; there is room for one.
-  const uint32_t queues = wanted_ ? wanted_->second - wanted_->first + 1 : queuesOf(device_);
-  memory_->chunksAdd(queues * XdpSocket::chunks + burst);
+  const auto own = static_cast<uint32_t>(std::max<size_t>(queues().size(), 1));
+  memory_->chunksAdd(own * XdpSocket::chunks + burst);
   if (const std::string what = program_.load(); !what.empty()) return failed(what);
   return std::nullopt;
 }
@@ -66,6 +83,8 @@ std::optional<std::string> XdpDevice::attach(const Link& link) {
                        largestMtu);
   }
   if (isOpen()) return std::nullopt;
+  if (queues().empty())
+    return fmt::format("{}: it has fewer queues than there are --workers (ethtool -L {})", device_, device_);
   const std::string doing = openOn(link);
   if (doing.empty()) return std::nullopt;
   const std::string wrong = failed(doing);
@@ -85,9 +104,8 @@ std::string XdpDevice::openOn(const Link& link) {
   all_ = Descriptor(epoll_create1(EPOLL_CLOEXEC));
   if (!all_) return "no epoll descriptor";
   if (const std::string what = program_.attach(link.index); !what.empty()) return what;
-  const auto [first, last] = wanted_.value_or(std::pair(0u, queuesOf(device_) - 1));
-  firstQueue_ = first;
-  for (uint32_t queue = first; queue <= last; ++queue) {
+  queues_ = queues();
+  for (const uint32_t queue : queues_) {
     auto socket = std::make_unique<XdpSocket>(memory_);
     if (const std::string what = socket->open(link.index, queue, mode_); !what.empty())
       return fmt::format("queue {}: {}", queue, what);
@@ -144,7 +162,7 @@ size_t XdpDevice::send(std::span<const LiveFrame> frames, int& error) {
 
 void XdpDevice::stopReceiving() {
   // What comes from now on is the host's.
-  for (uint32_t i = 0; i < sockets_.size(); ++i) program_.socketDel(firstQueue_ + i);
+  for (const uint32_t queue : queues_) program_.socketDel(queue);
 }
 
 DeviceCounts XdpDevice::counts() const {
@@ -155,11 +173,11 @@ DeviceCounts XdpDevice::counts() const {
 
 std::string XdpDevice::how() const {
   if (sockets_.empty()) return {};
-  const auto queues = firstQueue_ + sockets_.size() - 1 == firstQueue_
-                          ? fmt::format("queue {}", firstQueue_)
-                          : fmt::format("queues {}-{}", firstQueue_, firstQueue_ + sockets_.size() - 1);
-  return fmt::format("{}{}, {}", sockets_.front()->isZeroCopy() ? "zerocopy" : "copy",
-                     program_.isInDriver() ? "" : ", generic", queues);
+  const bool together = share_.of == 1 && queues_.size() > 1;
+  const std::string numbers = together ? fmt::format("{}-{}", queues_.front(), queues_.back())
+                                       : fmt::format("{}", fmt::join(queues_, " and "));
+  return fmt::format("{}{}, queue{} {}", sockets_.front()->isZeroCopy() ? "zerocopy" : "copy",
+                     program_.isInDriver() ? "" : ", generic", queues_.size() > 1 ? "s" : "", numbers);
 }
 
 }  // namespace Agent

@@ -21,9 +21,20 @@ namespace Agent {
 class XdpDevice final : public PortDevice {
  public:
   /// From the first queue to the last one; nothing: all that the device has.
-  using Queues = std::optional<std::pair<uint32_t, uint32_t>>;
+  using Queues = std::optional<XdpProgram::Range>;
 
-  XdpDevice(std::string device, Queues queues, XdpMode mode);
+  /// What one of several processes has of the device: every `of`-th queue, `worker` (from 1 on) being its
+  /// number.
+  struct Share {
+    uint32_t worker = 1;
+    uint32_t of = 1;
+    int sockets = -1;  ///< of the program that the process has which keeps the device for all; see XdpKeeper
+  };
+
+  XdpDevice(std::string device, Queues queues, XdpMode mode,
+            const std::optional<Share>& share = std::nullopt);
+  /// The queues that it has, of those that are wanted.
+  static XdpProgram::Range rangeOf(const std::string& device, const Queues& wanted);
 
   std::optional<std::string> make() override;
   std::optional<std::string> attach(const Link& link) override;
@@ -39,18 +50,21 @@ class XdpDevice final : public PortDevice {
 
  private:
   std::string failed(std::string_view doing);
+  /// The queues of this process.
+  std::vector<uint32_t> queues() const;
   /// Returns what could not be done (errno); empty when all is open.
   std::string openOn(const Link& link);
 
   const std::string device_;
   const Queues wanted_;
   const XdpMode mode_;
+  const Share share_;
   const std::shared_ptr<XdpMemory> memory_;
   XdpProgram program_;
   Descriptor promiscuous_;
   Descriptor all_;  // readable when one of the sockets is
   int index_ = 0;
-  uint32_t firstQueue_ = 0;
+  std::vector<uint32_t> queues_;  // of the sockets
   std::vector<std::unique_ptr<XdpSocket>> sockets_;
   size_t nextSocket_ = 0;
   DeviceCounts before_;

@@ -1,4 +1,5 @@
 #include <agent/ports/XdpProgram.h>
+#include <fcntl.h>
 #include <linux/bpf.h>
 #include <linux/if_link.h>
 #include <sys/syscall.h>
@@ -21,8 +22,11 @@ constexpr bpf_insn instruction(uint8_t code, uint8_t to, uint8_t from, int16_t o
 
 }  // namespace
 
-std::string XdpProgram::load() {
-  if (program_) return {};
+XdpProgram::XdpProgram(int sockets)
+    : own_(false), sockets_(fcntl(sockets, F_DUPFD_CLOEXEC, 0)), inDriver_(true) {}
+
+std::string XdpProgram::load(const std::optional<Range>& closed) {
+  if (program_ || !own_) return {};
   bpf_attr map{};
   map.map_type = BPF_MAP_TYPE_XSKMAP;
   map.key_size = map.value_size = sizeof(uint32_t);
@@ -30,12 +34,18 @@ std::string XdpProgram::load() {
   sockets_ = Descriptor(bpf(BPF_MAP_CREATE, map));
   if (!sockets_) return "no map of sockets";
 
-  // return bpf_redirect_map(&sockets, context->rx_queue_index, XDP_PASS);
+  // without = closed.first <= context->rx_queue_index <= closed.last ? XDP_DROP : XDP_PASS;
+  // return bpf_redirect_map(&sockets, context->rx_queue_index, without);
+  // No queue has a number above the last one, so that nothing is closed by this range.
+  const auto [first, last] = closed.value_or(Range{mostQueues, mostQueues});
   const bpf_insn code[] = {
       instruction(BPF_LDX | BPF_MEM | BPF_W, BPF_REG_2, BPF_REG_1, offsetof(xdp_md, rx_queue_index), 0),
+      instruction(BPF_ALU64 | BPF_MOV | BPF_K, BPF_REG_3, 0, 0, XDP_PASS),
+      instruction(BPF_JMP | BPF_JLT | BPF_K, BPF_REG_2, 0, 2, static_cast<int32_t>(first)),
+      instruction(BPF_JMP | BPF_JGT | BPF_K, BPF_REG_2, 0, 1, static_cast<int32_t>(last)),
+      instruction(BPF_ALU64 | BPF_MOV | BPF_K, BPF_REG_3, 0, 0, XDP_DROP),
       instruction(BPF_LD | BPF_IMM | BPF_DW, BPF_REG_1, BPF_PSEUDO_MAP_FD, 0, sockets_.get()),
       instruction(0, 0, 0, 0, 0),
-      instruction(BPF_ALU64 | BPF_MOV | BPF_K, BPF_REG_3, 0, 0, XDP_PASS),
       instruction(BPF_JMP | BPF_CALL, 0, 0, 0, BPF_FUNC_redirect_map),
       instruction(BPF_JMP | BPF_EXIT, 0, 0, 0, 0),
   };
@@ -50,6 +60,7 @@ std::string XdpProgram::load() {
 }
 
 std::string XdpProgram::attach(int device) {
+  if (!own_) return {};
   for (const uint32_t mode : {XDP_FLAGS_DRV_MODE, XDP_FLAGS_SKB_MODE}) {
     bpf_attr link{};
     link.link_create.prog_fd = static_cast<uint32_t>(program_.get());

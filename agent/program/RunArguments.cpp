@@ -101,6 +101,7 @@ void RunCommand::addPolling() {
 
 void RunCommand::addWorkers() {
   constexpr uint32_t mostWorkers = 64;
+  constexpr int mostNumbers = 4096;
   app()
       .add_option(
           "--workers", options_.workers,
@@ -109,7 +110,7 @@ void RunCommand::addWorkers() {
       ->check(CLI::Range(1u, mostWorkers))
       ->type_name("N");
   // How a worker is started by the first process, see agent/workers/WorkerProcess.h.
-  app().add_option("--worker", options_.worker)->delimiter(',')->expected(2)->group("");
+  app().add_option("--worker", options_.worker)->delimiter(',')->expected(2, mostNumbers)->group("");
 }
 
 void RunCommand::addMatchLog() {

@@ -55,7 +55,14 @@ std::vector<std::string> absolute(std::vector<std::string> paths) {
 PortSetup setupOf(const RunOptions& options) {
   PortSetup setup = options.setup;
   setup.workers = options.workers;
-  if (!options.worker.empty()) setup.worker = static_cast<uint32_t>(options.worker.back());
+  if (options.worker.size() < 2) return setup;
+  setup.worker = static_cast<uint32_t>(options.worker[1]);
+  for (size_t i = 0; i + 2 < options.worker.size() && i < options.ports.size(); ++i) {
+    std::string wrong;
+    const PortText port = portTextOf(options.ports[i].second, wrong);
+    if (port.kind && options.worker[i + 2] >= 0)
+      setup.handed.emplace(port.what.device, options.worker[i + 2]);
+  }
   return setup;
 }
 
@@ -245,8 +252,8 @@ std::optional<Exit> Run::startWorkers() {
   const auto sources = [this]() -> const Sources& {
     return control_ ? control_->configuration().sources() : files_.sources();
   };
-  workers_ = std::make_unique<Workers>(core_, forwarder_, loop_,
-                                       Workers::Options{options_.workers, sources, tellLog()});
+  workers_ = std::make_unique<Workers>(
+      core_, forwarder_, loop_, Workers::Options{options_.workers, sources, ports_.handedOn(), tellLog()});
   if (auto wrong = workers_->start([this] { return ended_; })) return refused(exitUnread, *wrong);
   return std::nullopt;
 }

@@ -36,8 +36,8 @@ struct RunOptions {
   PortSetup setup;
   PollMode poll = PollMode::adaptive;
   uint32_t workers = 0;  ///< so many processes have the ports; 0: this one has them itself
-  /// Of such a process: the descriptor of its line to the first one, and its number, as that one has written
-  /// them.
+  /// Of such a process: the descriptor of its line to the first one, its number, and what it is handed for
+  /// each port, as that one has written them (agent/workers/WorkerProcess.cpp).
   std::vector<int> worker;
   FinalReport report = FinalReport::none;
   Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;

@@ -44,12 +44,17 @@ void rightsStay() {
   }
 }
 
+/// What a worker is told on its command line: the descriptor of its line, its number, and what it is handed.
+std::string workerText(int fd, unsigned number, const std::vector<int>& handed) {
+  std::string text = fmt::format("--worker={},{}", fd, number);
+  for (const int other : handed) text += fmt::format(",{}", other);
+  return text;
+}
+
 }  // namespace
 
-std::string workerText(int fd, unsigned number) { return fmt::format("--worker={},{}", fd, number); }
-
-std::unique_ptr<WorkerProcess> WorkerProcess::start(unsigned number, Descriptor& channel,
-                                                    std::string& wrong) {
+std::unique_ptr<WorkerProcess> WorkerProcess::start(unsigned number, const std::vector<int>& handed,
+                                                    Descriptor& channel, std::string& wrong) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
     wrong = failureOf("no line to a worker");
@@ -58,7 +63,7 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(unsigned number, Descriptor&
   channel = Descriptor(ends[0]);
   const Descriptor theirs(ends[1]);
   std::vector<std::string> words = commandLineWords();
-  words.push_back(workerText(theirs.get(), number));
+  words.push_back(workerText(theirs.get(), number, handed));
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -66,6 +71,9 @@ std::unique_ptr<WorkerProcess> WorkerProcess::start(unsigned number, Descriptor&
   const pid_t pid = fork();
   if (pid == 0) {
     fcntl(theirs.get(), F_SETFD, 0);
+    for (const int other : handed) {
+      if (other >= 0) fcntl(other, F_SETFD, 0);
+    }
     rightsStay();
     execv(thisProgram, arguments.data());
     _exit(1);

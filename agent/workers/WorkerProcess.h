@@ -5,6 +5,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace Agent {
 
@@ -12,9 +14,10 @@ namespace Agent {
 /// It has the rights that this process has by now, and does not outlive this object, nor this process.
 class WorkerProcess {
  public:
-  /// Starts it with one end of a line, of which `channel` gets the other. Null, with the reason in `wrong`,
-  /// when that cannot be done.
-  static std::unique_ptr<WorkerProcess> start(unsigned number, Descriptor& channel, std::string& wrong);
+  /// Starts it with one end of a line, of which `channel` gets the other, and with descriptors of this
+  /// process, where these are not -1. Null, with the reason in `wrong`, when that cannot be done.
+  static std::unique_ptr<WorkerProcess> start(unsigned number, const std::vector<int>& handed,
+                                              Descriptor& channel, std::string& wrong);
   ~WorkerProcess();
   WorkerProcess(const WorkerProcess&) = delete;
   WorkerProcess& operator=(const WorkerProcess&) = delete;
@@ -33,9 +36,6 @@ class WorkerProcess {
   const Descriptor ended_;
   bool gone_ = false;
 };
-
-/// What a worker is told on its command line: the descriptor of its line, and its number.
-std::string workerText(int fd, unsigned number);
 
 /// To be called by a worker before anything else: it ends with the first process, however that ends, and by
 /// no signal that was meant for that one. False when the first process is gone already.

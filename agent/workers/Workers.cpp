@@ -82,7 +82,7 @@ void Workers::startMissing() {
 void Workers::start(Member& member) {
   std::string wrong;
   Descriptor line;
-  member.process = WorkerProcess::start(member.number, line, wrong);
+  member.process = WorkerProcess::start(member.number, options_.handed, line, wrong);
   if (!member.process) {
     if (opening_) failed_ = wrong;
     if (wrong != member.wrong) tell(Severity::error, member, "cannot be started: " + wrong);

@@ -35,6 +35,7 @@ class Workers final : public Partners {
   struct Options {
     unsigned count = 1;
     std::function<const Sources&()> sources;  ///< those in force
+    std::vector<int> handed;                  ///< what each worker is handed for its ports; -1: nothing
     TellLog tell;
   };
 

@@ -48,6 +48,7 @@ class LiveTest(unittest.TestCase):
     common = ()  # arguments of every agent
     in_order = True  # frames of different flows, too
     sockets = 1  # of each port
+    queues = 1  # of each link
 
     def setUp(self):
         self.middle = self.namespace()
@@ -61,7 +62,7 @@ class LiveTest(unittest.TestCase):
     def stations_are(self, *numbers):
         for number in numbers:
             self.stations[number] = self.namespace()
-            link(self.stations[number], "e0", self.middle, f"eth{number}", self.offloads)
+            link(self.stations[number], "e0", self.middle, f"eth{number}", self.offloads, self.queues)
 
     def port(self, number):
         """What the agent's port of a number is on."""
@@ -174,7 +175,7 @@ mirror session S destination eth9
         frames = [udp(10, n) for n in range(2000)]
         a.send(frames)
         report = agent.stop()
-        self.assertEqual(b.received(len(frames)), frames)
+        self.assert_frames(b.received(len(frames)), frames)
         self.assertEqual(report["frames"], 2000)
 
 
@@ -208,7 +209,7 @@ class Following(LiveTest):
             a.send(udp(10, n) for n in range(10))
             c.send([udp(10, 77)])
             self.assertEqual(len(d.received(1)), 1, "nothing else stops")
-            link(self.stations[2], "e0", self.middle, "eth2")
+            link(self.stations[2], "e0", self.middle, "eth2", queues=self.queues)
             b = self.wire(2)
 
             def passes():

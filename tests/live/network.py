@@ -115,9 +115,10 @@ class Namespace:
         return shown[0]["promiscuity"]
 
 
-def link(a, device_a, b, device_b, offloads=False):
+def link(a, device_a, b, device_b, offloads=False, queues=1):
     """A veth pair between two namespaces, up."""
-    a.ip("link", "add", device_a, "type", "veth", "peer", "name", device_b, "netns", b.name)
+    several = ("numrxqueues", str(queues), "numtxqueues", str(queues)) if queues > 1 else ()
+    a.ip("link", "add", device_a, *several, "type", "veth", "peer", "name", device_b, *several, "netns", b.name)
     for namespace, device in ((a, device_a), (b, device_b)):
         if not offloads:
             namespace.offloads_are_off(device)

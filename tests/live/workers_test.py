@@ -46,6 +46,23 @@ class WorkersBehaving(live_test.Behaving):
     common = TWO
 
 
+class XdpWorkers:
+    """A queue of each port for each of them. Which queue of a veth link a frame comes by depends on its sender."""
+
+    common, in_order, sockets, queues = TWO, False, 2, 2
+
+    def port(self, number):
+        return f"xdp:eth{number}"
+
+
+class XdpWorkersCounting(XdpWorkers, live_test.Counting):
+    pass
+
+
+class XdpWorkersFollowing(XdpWorkers, live_test.Following):
+    test_a_bridge_learns = WorkersFollowing.test_a_bridge_learns
+
+
 class WorkersTraffic(live_test.Traffic):
     common = TWO
 
@@ -79,7 +96,7 @@ class Workers(OperatedTest):
                 with open(f"/proc/{pid}/cmdline", encoding="utf-8") as words:
                     last = words.read().rstrip("\0").split("\0")[-1]
                 if last.startswith("--worker="):
-                    found[int(last.rsplit(",", 1)[1])] = int(pid)
+                    found[int(last.split(",")[1])] = int(pid)
             return found
 
     def test_no_packet_meets_a_mixture(self):
