@@ -17,6 +17,7 @@ usage: bench/ports.sh [--bin DIR] [--rounds N] [--seconds S] [--only REGEX]
   --only     what to measure, by name
 As root, on an idle machine. Frames have 64 octets with their check sequence and are of 64 flows. They meet the last rule
 of the list, which is bound in (and, where the name says so, out); the other rules differ from it in the port. Names with
+"workers" are of so many processes (velo run --workers), on all processors. Those with
 "dpdk" are left out where the program is built without such ports, "testpmd" where there is no dpdk-testpmd.
 TEXT
 }
@@ -77,9 +78,10 @@ first=() last=()
 if [[ $(nproc) -gt 1 ]]; then first=(taskset -c 0) last=(taskset -c "$(($(nproc) - 1))"); fi
 environment="--no-huge -m 1024 --no-pci"
 begin() {
-  local list=$1 from=$2 to=$3
-  "${last[@]}" ip netns exec "$middle" "$bin/velo" run --config "$work/$list.acl" --control "$work/velo.sock" \
-    --dpdk-args "$environment" --port "eth1=$from" --port "eth2=$to" --patch eth1,eth2 2>>"$work/log" &
+  local list=$1 from=$2 to=$3 where=("${last[@]}")
+  [[ $# -le 3 ]] || where=()  # several processes share all processors
+  "${where[@]}" ip netns exec "$middle" "$bin/velo" run --config "$work/$list.acl" --control "$work/velo.sock" \
+    --dpdk-args "$environment" --port "eth1=$from" --port "eth2=$to" --patch eth1,eth2 "${@:4}" 2>>"$work/log" &
   forwarder=$!
   for ((i = 0; i < 300; ++i)); do
     ! "$bin/velo" show ports --control "$work/velo.sock" >/dev/null 2>&1 || return 0
@@ -97,8 +99,14 @@ sent() {
     python3 -c 'import json, sys, time; print(json.load(sys.stdin)["ports"]["eth2"]["live"]["sent"]["frames"], time.monotonic())'
 }
 tell() { echo "$1 $2" >>"$work/figures"; }
-# Nanoseconds that the agent's loop has had a processor for.
-used() { cut -d' ' -f1 "/proc/$forwarder/schedstat"; }
+# Nanoseconds that the agent's loop, or those of its workers, have had a processor for.
+used() {
+  local sum=0 pid
+  for pid in "$forwarder" $(cat "/proc/$forwarder/task/$forwarder/children"); do
+    sum=$((sum + $(cut -d' ' -f1 "/proc/$pid/schedstat")))
+  done
+  echo "$sum"
+}
 # What an agent sends between two looks at it, and how long it has had a processor for each frame.
 measured() {
   local before after
@@ -128,7 +136,7 @@ of_veth() {
 has_dpdk=$([[ -e $bin/VeloDpdk.so ]] && echo yes || true)
 names=(capture-0 capture-10 capture-1000 capture-10000 capture-1000-both)
 [[ -z $has_dpdk ]] || names=(testpmd-io testpmd-macswap dpdk-0 dpdk-10 dpdk-1000 dpdk-10000 dpdk-1000-both "${names[@]}")
-names+=(veth-packet veth-xdp veth-packet-1000 veth-xdp-1000)
+names+=(workers-1-1000 workers-2-1000 veth-packet veth-xdp veth-packet-1000 veth-xdp-1000)
 for ((round = 1; round <= rounds; ++round)); do
   for name in "${names[@]}"; do
     [[ $name =~ $only ]] || continue
@@ -136,6 +144,11 @@ for ((round = 1; round <= rounds; ++round)); do
       testpmd-*) ! command -v dpdk-testpmd >/dev/null || of_testpmd "$name" "${name#testpmd-}" ;;
       capture-*)
         begin "${name#capture-}" "pcap:$work/in.pcap,endless" null:
+        measured "$name"
+        ;;
+      workers-*)
+        [[ $name =~ ^workers-([0-9]+)-(.*)$ ]]
+        begin "${BASH_REMATCH[2]}" "pcap:$work/in.pcap,endless" null: --workers "${BASH_REMATCH[1]}"
         measured "$name"
         ;;
       dpdk-*)

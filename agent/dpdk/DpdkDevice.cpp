@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <utility>
 
@@ -41,12 +40,12 @@ int tellRemoved(uint16_t, rte_eth_event_type, void* flag, void*) {
 std::unique_ptr<PortDevice> DpdkDevice::of(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
   uint16_t queues = 1;
   if (const auto given = what.options.find("queues"); given != what.options.end()) {
-    const std::string& text = given->second;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), queues);
-    if (error != std::errc() || end != text.data() + text.size() || queues == 0 || queues > mostQueues) {
-      wrong = fmt::format("queues={} is no number from 1 to {}", text, mostQueues);
+    const uint64_t number = wholeNumber(given->second).value_or(0);
+    if (number == 0 || number > mostQueues) {
+      wrong = fmt::format("queues={} is no number from 1 to {}", given->second, mostQueues);
       return nullptr;
     }
+    queues = static_cast<uint16_t>(number);
   }
   if (auto failed = Dpdk::begin(setup.dpdkArguments)) {
     wrong = *failed;

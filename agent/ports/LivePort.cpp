@@ -67,8 +67,7 @@ void LivePort::send(const Nimnet::Pkt& pkt) {
 
 bool LivePort::fits(const LiveFrame& frame) const {
   // A device may take larger frames than a wire with this MTU carries.
-  constexpr uint32_t ethernet = 18;
-  return frame.offload.cut == Offload::notCut ? frame.bytes.size() <= state_.mtu + ethernet
+  return frame.offload.cut == Offload::notCut ? frame.bytes.size() <= state_.mtu + besideMtu
                                               : segmentsFit(frame, state_.mtu);
 }
 

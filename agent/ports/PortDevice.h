@@ -19,6 +19,8 @@ struct Link {
   bool operator==(const Link&) const = default;
 };
 
+/// What a frame may have beside the octets that the MTU counts: addresses, type and a tag.
+inline constexpr uint32_t besideMtu = 18;
 /// The MTU of what takes frames of any size.
 inline constexpr uint32_t anySize = 65535;
 

@@ -11,7 +11,6 @@
 #include <linux/capability.h>
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -45,14 +44,6 @@ std::unique_ptr<PortDevice> null(const PortWhat&, const PortSetup&, std::string&
   return std::make_unique<NullDevice>();
 }
 
-/// A number of 1 or more.
-std::optional<uint64_t> numberOf(std::string_view text) {
-  uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number == 0) return std::nullopt;
-  return number;
-}
-
 std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
   uint64_t repeat = 1;
   const auto given = what.options.find("repeat");
@@ -62,8 +53,8 @@ std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup& setup
     if (given != what.options.end()) wrong = "repeat and endless exclude each other";
     if (!endless->second.empty()) wrong = "endless has no value";
   } else if (given != what.options.end()) {
-    const auto number = numberOf(given->second);
-    if (!number) wrong = fmt::format("repeat={} is no number from 1 on", given->second);
+    const auto number = wholeNumber(given->second);
+    if (number.value_or(0) == 0) wrong = fmt::format("repeat={} is no number from 1 on", given->second);
     repeat = number.value_or(1);
   }
   if (!wrong.empty()) return nullptr;
@@ -74,18 +65,11 @@ std::unique_ptr<PortDevice> capture(const PortWhat& what, const PortSetup& setup
 
 /// "3" or "0-3".
 XdpDevice::Queues queuesOf(std::string_view text) {
-  const auto number = [](std::string_view digits) -> std::optional<uint32_t> {
-    uint32_t value = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    if (error != std::errc() || end != digits.data() + digits.size() || value >= XdpProgram::mostQueues)
-      return std::nullopt;
-    return value;
-  };
   const size_t dash = std::min(text.find('-'), text.size());
-  const auto first = number(text.substr(0, dash));
-  const auto last = dash == text.size() ? first : number(text.substr(dash + 1));
-  if (!first || !last || *first > *last) return std::nullopt;
-  return std::pair(*first, *last);
+  const auto first = wholeNumber(text.substr(0, dash));
+  const auto last = dash == text.size() ? first : wholeNumber(text.substr(dash + 1));
+  if (!first || !last || *first > *last || *last >= XdpProgram::mostQueues) return std::nullopt;
+  return XdpProgram::Range{static_cast<uint32_t>(*first), static_cast<uint32_t>(*last)};
 }
 
 std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup& setup, std::string& wrong) {

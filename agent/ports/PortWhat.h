@@ -1,8 +1,12 @@
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 
 namespace Agent {
 
@@ -17,6 +21,14 @@ struct PortSetup {
   std::map<std::string, int, std::less<>> handed{};
   std::string dpdkArguments;  ///< of the environment of DPDK, as a command line
 };
+
+/// A whole number without sign; nothing if the text is none, or too large.
+inline std::optional<uint64_t> wholeNumber(std::string_view text) {
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
 
 /// What stands behind "KIND:" without the options: a name or a path, and the options by name. An option
 /// without

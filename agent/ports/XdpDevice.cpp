@@ -18,8 +18,7 @@ namespace Agent {
 
 namespace {
 
-constexpr uint32_t ethernet = 18;
-constexpr uint32_t largestMtu = XdpMemory::largestFrame - ethernet;
+constexpr uint32_t largestMtu = XdpMemory::largestFrame - besideMtu;
 
 /// Of how many receive queues a device has frames.
 uint32_t queueCountOf(const std::string& device) {

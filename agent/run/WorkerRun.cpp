@@ -17,6 +17,8 @@
 #include <agent/workers/WorkerIds.h>
 #include <agent/workers/WorkerProcess.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <deque>
 
@@ -43,10 +45,10 @@ class WorkerRun {
   std::optional<std::string> publish(const Handover& handover);
   void beginTelling();
   void getReady(const std::string& text);
-  void end();
+  [[noreturn]] void end();
 
   const RunOptions& options_;
-  EventLog log_;
+  std::optional<EventLog> log_;
   EventLoop loop_;
   Core core_;
   std::optional<NamedTraces> namedTraces_;
@@ -80,7 +82,7 @@ Exit WorkerRun::run() {
   raiseDescriptorLimit();
   withoutCapabilities([this] {
     Acl::Workshop::singleton().threadIs(true, giveWay);
-    log_.start();
+    log_.emplace().start();
   });
   while (!ended_ && early_.empty()) loop_.turn(-1);
   if (ended_) return exitUnread;
@@ -179,9 +181,9 @@ void WorkerRun::beginTelling() {
   MatchLogOptions matches = options_.matches;
   if (matches.rate > 0) matches.rate = std::max(matches.rate / options_.workers, 1u);
   matchLog_ = std::make_unique<MatchLog>(core_, forwarder_, loop_, matches,
-                                         [this](auto make) { log_.tellMade(std::move(make)); });
+                                         [this](auto make) { log_->tellMade(std::move(make)); });
   for (const std::string& wrong : matchLog_->wrong())
-    log_.tell({Severity::warning, wrong, {{"VELO_EVENT", "match-message"}}});
+    log_->tell({Severity::warning, wrong, {{"VELO_EVENT", "match-message"}}});
 }
 
 void WorkerRun::getReady(const std::string& text) {
@@ -201,10 +203,11 @@ void WorkerRun::getReady(const std::string& text) {
 void WorkerRun::end() {
   ports_.drain();
   counts_->tellAll();
-  matchLog_.reset();  // what it still tells is written until the end
+  matchLog_.reset();
+  log_.reset();  // writes all
   channel_.flush();
-  ended_ = true;
-  loop_.stop();
+  // Nothing is left to do, and a thread that reads or compiles a change is not waited for.
+  _exit(exitDone);
 }
 
 }  // namespace

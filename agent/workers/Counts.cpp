@@ -232,7 +232,8 @@ void CountSums::addTo(std::vector<PortState>& states, const std::vector<const Wo
       if (live == worker->live.end()) continue;
       addMore(state, stateMembers, PortState(), live->second);
       any = any || live->second.present;
-      if (state.how.empty()) state.how = live->second.how;
+      if (state.how.find(live->second.how) == std::string::npos)
+        state.how += (state.how.empty() ? "" : "; ") + live->second.how;
       if (state.wrong.empty()) state.wrong = live->second.wrong;
     }
     if (!any) state.present = state.up = false;

@@ -6,13 +6,15 @@ usage: workers_test.py VELO [TEST...]; the exit status is 77 where the machine d
 
 import os
 import signal
+import tempfile
 import time
 
 import live_test
 import operating_test
 from live_test import OPEN, until
-from network import Agent, udp
+from network import Agent, Wire, udp
 from operating_test import ALWAYS, FIRST, NEVER, SECOND, OperatedTest, alternating, rules_of, wanted
+from ports_test import write_capture
 
 TWO = ("--workers", "2")
 FLOWS = 16
@@ -209,6 +211,50 @@ class Workers(OperatedTest):
         self.addCleanup(refused.kill)
         self.assertEqual(refused.process.wait(10), 2)
         self.assertIn("several processes cannot have a dpdk: port", refused.process.stderr.read())
+
+    def test_a_capture_is_dealt_out(self):
+        frames = [udp(10, number, size=18 + number) for number in range(101)]
+        with tempfile.TemporaryDirectory(prefix="velo-workers-") as folder:
+            capture = os.path.join(folder, "in.pcap")
+            write_capture(capture, frames)
+            agent = self.agent(OPEN, "--port", f"eth1=pcap:{capture},repeat=3", "--port", "eth2=null:", "--patch",
+                               "eth1,eth2", "--control", self.socket, ports=())
+            client = self.control()
+            live = lambda name: client.ask("show", what="ports")["ports"][name]["live"]
+            self.assertTrue(until(lambda: live("eth1")["received"]["frames"] == 303))
+            self.assertEqual(live("eth1")["received"]["bytes"], 3 * sum(map(len, frames)))
+            self.assertEqual(live("eth2")["sent"]["frames"], 303)
+            self.assertEqual(agent.stop()["frames"], 303)
+
+    def test_queues_of_a_worker_that_is_dead_are_closed(self):
+        """The host does not get what comes by them, either, and it goes on when the worker is back."""
+        self.queues = 2
+        self.stations_are(1, 2)
+        agent = self.agent(OPEN, "--patch", "eth1,eth2", "--control", self.socket, "--port", "eth1=xdp:eth1", "--port",
+                           "eth2=xdp:eth2", ports=())
+        client, host = self.control(), Wire(self.middle, "eth1")
+        self.addCleanup(host.close)
+        hows = lambda: client.ask("show", what="ports")["ports"]["eth1"]["live"]["how"]
+        self.assertTrue(until(lambda: hows() == "copy, queue 0; copy, queue 1"), hows())
+        sink, stream = self.sink(), self.stream(2000, flowing)
+        for victim in (1, 2):
+            time.sleep(0.3)
+            os.kill(self.workers(agent)[victim], signal.SIGKILL)
+            self.assertTrue(until(lambda: set(self.workers(agent)) == {1, 2}))
+        time.sleep(0.5)
+        came = len(sink.seen)
+        self.assertTrue(until(lambda: len(sink.seen) > came + 500, patience=3), "frames of both queues pass")
+        stream.stop()
+        sink.stop()
+        self.assertEqual(host.received(0), [])
+
+    def test_too_few_queues_for_all_end_the_start(self):
+        self.stations_are(1, 2)
+        refused = Agent(live_test.VELO, self.middle, OPEN, *TWO, "--port", "eth1=xdp:eth1", "--port", "eth2=eth2",
+                        "--patch", "eth1,eth2", check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 1)
+        self.assertIn("eth1: it has fewer queues than there are --workers", refused.process.stderr.read())
 
     def test_a_port_that_a_worker_cannot_open_ends_the_start(self):
         refused = Agent(live_test.VELO, self.middle, OPEN, *TWO, "--port", "eth1=pcap:/nowhere", "--port", "eth2=null:",
