@@ -29,7 +29,7 @@ ControlPlane::ControlPlane(Core& core, Forwarder& forwarder, EventLoop& loop, Co
                       .partners = options.partners}),
       tails_(core, forwarder, loop),
       operations_(world(core, forwarder, options), zero_, configuration_, tails_,
-                  {options.gather, options.hasWorkers}),
+                  {options.gather, static_cast<bool>(options.workers)}),
       server_(loop, operations_, options.limits),
       statusLog_(world(core, forwarder, options)) {}
 
@@ -52,6 +52,7 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
           [this] { return configuration_.restart().files(); },
           [this]() -> const History& { return configuration_.history(); },
           options.portStates,
+          options.workers,
           [this] {
             auto openings = nlohmann::ordered_json::array();
             for (const Warning& warning : configuration_.warnings()) {

@@ -5,6 +5,7 @@
 #include <agent/control/CounterSweep.h>
 #include <agent/control/Operations.h>
 #include <agent/control/StatusLog.h>
+#include <agent/ports/WorkerState.h>
 
 #include <functional>
 #include <optional>
@@ -36,7 +37,8 @@ struct ControlOptions {
   /// Calls what it is given when all counts of those who judge packets for this process are here; may be
   /// empty.
   std::function<void(std::function<void()> then)> gather{};
-  bool hasWorkers = false;  ///< packets are judged by others, so that none can be looked at here
+  /// Who judges packets in place of this process, so that none can be looked at here; empty: nobody does.
+  std::function<std::vector<WorkerState>()> workers{};
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.
   std::function<void()> applied{};
   ControlLimits limits{};

@@ -258,6 +258,11 @@ std::optional<Exit> Run::startWorkers() {
   return std::nullopt;
 }
 
+std::function<std::vector<WorkerState>()> Run::workersShown() const {
+  if (!workers_) return nullptr;
+  return [this] { return workers_->states(); };
+}
+
 std::vector<PortState> Run::portStates() const {
   return workers_ ? workers_->with(ports_.states()) : ports_.states();
 }
@@ -317,7 +322,7 @@ std::optional<Exit> Run::openControl() {
                                                                  if (!workers_) return then();
                                                                  workers_->gather(std::move(then));
                                                                },
-                                                           .hasWorkers = workers_ != nullptr,
+                                                           .workers = workersShown(),
                                                            .applied =
                                                                [this] {
                                                                  if (state_) state_->handleApplied();

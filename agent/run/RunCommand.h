@@ -68,6 +68,7 @@ class Run {
   bool report() const;
   PortNames ports() const;
   std::vector<PortState> portStates() const;
+  std::function<std::vector<WorkerState>()> workersShown() const;
 
   const RunOptions& options_;
   Deadline deadline_;  // destroyed last

@@ -1,4 +1,4 @@
-// Shows of the agent itself: its tasks, its plugins, and what it can log.
+// Shows of the agent itself: its processes, its tasks, its plugins, and what it can log.
 #include <Kiv/TaskScheduler.h>
 #include <Velo/VeloPlugin.h>
 #include <agent/show/LogMessages.h>
@@ -53,6 +53,36 @@ std::string pluginsText(const Json& document, const TextStyle& style) {
   return tableText(lines, {false, false, false}, style.colour);
 }
 
+Json workersOf(const World& world) {
+  Json workers = Json::array();
+  for (const WorkerState& worker : world.workers ? world.workers() : std::vector<WorkerState>()) {
+    workers.push_back({{"number", worker.number},
+                       {"pid", worker.pid == 0 ? Json(nullptr) : Json(worker.pid)},
+                       {"serving", worker.serving},
+                       {"starts", worker.starts},
+                       {"frames", worker.totals.frames},
+                       {"passed", worker.totals.passed},
+                       {"dropped", worker.totals.dropped}});
+  }
+  return {{"workers", std::move(workers)}};
+}
+
+std::string workersText(const Json& document, const TextStyle& style) {
+  if (document.at("workers").empty()) return "the agent has its ports itself (velo run had no --workers)\n";
+  std::vector<std::vector<std::string>> lines = {
+      {"worker", "pid", "state", "starts", "frames", "passed", "dropped"}};
+  for (const Json& worker : document.at("workers")) {
+    const bool isGone = worker.at("pid").is_null();
+    lines.push_back({valueText(worker.at("number")), isGone ? "-" : valueText(worker.at("pid")),
+                     isGone                             ? "gone"
+                     : worker.at("serving").get<bool>() ? "serving"
+                                                        : "beginning",
+                     valueText(worker.at("starts")), valueText(worker.at("frames")),
+                     valueText(worker.at("passed")), valueText(worker.at("dropped"))});
+  }
+  return tableText(lines, {true, true, false, true, true, true, true}, style.colour);
+}
+
 Json messagesOf(const World&) { return {{"messages", messagesJson()}}; }
 
 std::string messagesShownText(const Json& document, const TextStyle&) {
@@ -60,6 +90,7 @@ std::string messagesShownText(const Json& document, const TextStyle&) {
 }
 
 constexpr Show agentRows[] = {
+    {"workers", "", "the processes that have the ports", whole<workersOf>, workersText},
     {"tasks", "", "the tasks of the event loop", whole<tasksOf>, tasksText},
     {"plugins", "", "the plugins that are loaded", whole<pluginsOf>, pluginsText},
     {"log-messages", "", "the catalogue of log messages", whole<messagesOf>, messagesShownText},

@@ -4,6 +4,7 @@
 #include <agent/change/Sources.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/ports/PortState.h>
+#include <agent/ports/WorkerState.h>
 #include <agent/show/ListReport.h>
 #include <agent/show/ZeroLine.h>
 #include <nlohmann/json.hpp>
@@ -31,6 +32,8 @@ struct World {
   std::function<const History&()> history{};
   /// The states of the live ports; may be empty.
   std::function<std::vector<PortState>()> portStates{};
+  /// The processes that have the ports; empty: this one has them.
+  std::function<std::vector<WorkerState>()> workers{};
   /// What is open, as warnings; may be empty.
   std::function<nlohmann::ordered_json()> openings{};
 };

@@ -4,6 +4,7 @@
 #include <agent/change/Partners.h>
 #include <agent/change/Sources.h>
 #include <agent/log/LogEvent.h>
+#include <agent/ports/WorkerState.h>
 #include <agent/workers/Counts.h>
 #include <agent/workers/Messages.h>
 
@@ -14,15 +15,6 @@
 #include <vector>
 
 namespace Agent {
-
-/// How a worker is.
-struct WorkerState {
-  unsigned number = 0;
-  int pid = 0;           ///< 0: it is gone, and will be started again
-  bool begun = false;    ///< its configuration is in force and its ports are open
-  uint64_t starts = 0;   ///< how often it was started
-  FrameTotals totals{};  ///< of the present process
-};
 
 /// The processes that have the ports of this agent, each with lists of its own, and the first process's side
 /// of them: starts them and those that die again, has them carry out every change, and adds up what they

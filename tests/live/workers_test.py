@@ -161,6 +161,11 @@ class Workers(OperatedTest):
             came = len(sink.seen)
             self.assertTrue(until(lambda: len(sink.seen) > came + 50, patience=1, pause=0.01), "the other goes on")
             self.assertTrue(until(lambda: set(self.workers(agent)) == {1, 2}), "it is started again")
+            shown = lambda: {one["number"]: (one["pid"], one["serving"], one["starts"])
+                             for one in client.ask("show", what="workers")["workers"]}
+            now = self.workers(agent)
+            starts = {1: number // 2 + 2, 2: 1 + (number + 1) // 2}
+            self.assertTrue(until(lambda: shown() == {each: (now[each], True, starts[each]) for each in (1, 2)}), shown())
             self.assertNotEqual(self.workers(agent)[victim], old[victim])
             self.assertEqual(self.workers(agent)[3 - victim], old[3 - victim])
             if number % 2:

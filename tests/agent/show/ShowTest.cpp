@@ -213,6 +213,24 @@ TEST_F(ShowTest, AListThatGoesWhileItIsShownLeavesWholeJson) {
   }
 }
 
+TEST_F(ShowTest, TheProcessesThatHaveThePortsAreShown) {
+  agent_.workersAre({{.number = 1, .pid = 4711, .serving = true, .starts = 1, .totals = {9, 540, 7, 2}},
+                     {.number = 2, .pid = 0, .serving = false, .starts = 3, .totals = {}},
+                     {.number = 3, .pid = 4713, .serving = false, .starts = 2, .totals = {}}});
+  agent_.start(someLists);
+  EXPECT_EQ(text("workers"),
+            "worker   pid  state      starts  frames  passed  dropped\n"
+            "     1  4711  serving         1       9       7        2\n"
+            "     2     -  gone            3       0       0        0\n"
+            "     3  4713  beginning       2       0       0        0\n");
+  EXPECT_EQ(agent_.ask({{"do", "tail"}}).at("error").at("code"), "not-here");
+}
+
+TEST_F(ShowTest, AnAgentMayHaveItsPortsItself) {
+  agent_.start(someLists);
+  EXPECT_EQ(text("workers"), "the agent has its ports itself (velo run had no --workers)\n");
+}
+
 TEST_F(ShowTest, TracesAndTasksAreShown) {
   agent_.start(someLists);
   EXPECT_FALSE(agent_.ask({{"do", "trace"}, {"facility", "Velo::Acl/0"}}).contains("error"));

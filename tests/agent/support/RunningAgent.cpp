@@ -64,6 +64,7 @@ void RunningAgent::start(const std::string& text, const std::map<std::string, st
   options.configs.insert(options.configs.end(), furtherConfigs.begin(), furtherConfigs.end());
   options.journal = journal_;
   options.partners = partners_;
+  if (workers_) options.workers = [this] { return *workers_; };
   options.past = past_;
   options.tell = [this](const Agent::LogEvent& event) { log_.push_back(event.text); };
   plane_ = std::make_unique<Agent::ControlPlane>(*core_, *forwarder_, *loop_, std::move(files),

@@ -51,6 +51,8 @@ class RunningAgent {
   }
   /// Who carries out every change, too; before start().
   void partnersAre(Agent::Partners& partners) { partners_ = &partners; }
+  /// The processes that are said to have the ports; before start().
+  void workersAre(std::vector<Agent::WorkerState> workers) { workers_ = std::move(workers); }
   /// The lines of the log since the last call.
   std::vector<std::string> log() { return std::exchange(log_, {}); }
   /// The live ports that the agent is to have by its own account; before start().
@@ -99,6 +101,7 @@ class RunningAgent {
   Agent::ChangeJournal* journal_ = nullptr;
   Agent::Past past_;
   Agent::Partners* partners_ = nullptr;
+  std::optional<std::vector<Agent::WorkerState>> workers_;
   std::vector<std::string> log_;
   Kiv::ManualClock clock_;
   Kiv::ManualClock wall_{Kelp::Duration(startTime)};
