@@ -41,10 +41,10 @@ ALLOWED_SYSTEM_HEADERS = {"agent-core": {"velo-version.h"}, "Plugin": {"dlfcn.h"
 
 # The system's headers, which every room of the program may include: by how their names begin, and by their names.
 SYSTEM_PREFIXES = ("arpa/", "linux/", "net/", "netinet/", "sys/")
-SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h sched.h signal.h termios.h unistd.h".split())
+SYSTEM_HEADERS = set("dirent.h dlfcn.h fcntl.h ifaddrs.h malloc.h poll.h pwd.h sched.h signal.h termios.h unistd.h".split())
 
 # All other foreign libraries, which a room of the program has to name, by how names of their headers begin.
-LIBRARY_HEADERS = {"bdd.h": "velo-bdd", "CLI/": "CLI11::CLI11", "libxml/": "PkgConfig::LIBXML2", "libyang/": "velo-yang", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP", "prometheus/": "prometheus-cpp::pull", "rte_": "velo-dpdk",
+LIBRARY_HEADERS = {"bdd.h": "velo-bdd", "CLI/": "CLI11::CLI11", "curl/": "velo-curl", "libxml/": "PkgConfig::LIBXML2", "libyang/": "velo-yang", "nlohmann/": "nlohmann_json::nlohmann_json", "pcap": "PkgConfig::PCAP", "prometheus/": "prometheus-cpp::pull", "rte_": "velo-dpdk",
                    "sqlite3": "PkgConfig::SQLITE", "zlib.h": "velo-zlib", "zstd.h": "velo-zstd"}
 
 STANDARD_HEADERS = set(

@@ -9,18 +9,18 @@ usage() {
   cat <<'TEXT'
 usage: scripts/install_deps.sh [--ci] [--sanitize] [--fuzz] [--dpdk]
   --ci        also what only the checks of .ci/run use: the formatter, what makes and checks packages and manual pages, a reader of annotated
-              captures, a server that scrapes metrics, shells that complete
+              captures, a server that scrapes metrics, a store for fleets, shells that complete
   --sanitize  also what scripts/test.sh --sanitize uses: clang with its sanitizers
   --fuzz      also what scripts/fuzz.sh uses: clang with its fuzzer
   --dpdk      also what dpdk: ports are built with; without it the build leaves them out
 TEXT
 }
 
-packages=(g++ cmake lld ninja-build pkg-config python3 libfmt-dev libpcap-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev zlib1g-dev libzstd-dev libbdd-dev libxml2-dev
+packages=(g++ cmake lld ninja-build pkg-config python3 libfmt-dev libpcap-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev libcurl4-openssl-dev zlib1g-dev libzstd-dev libbdd-dev libxml2-dev
   prometheus-cpp-dev libyang2-dev libyang2-tools libgtest-dev libgmock-dev libbenchmark-dev iproute2 iperf3 iputils-ping nftables)
 for argument in "$@"; do
   case $argument in
-    --ci) packages+=(clang-format dpkg-dev git fish groff-base lintian tshark prometheus zsh) ;;
+    --ci) packages+=(clang-format dpkg-dev etcd-server git fish groff-base lintian tshark prometheus zsh) ;;
     --sanitize | --fuzz) packages+=(clang libclang-rt-14-dev) ;;
     --dpdk) packages+=(libdpdk-dev dpdk-dev dpdk) ;;
     -h | --help)

@@ -25,8 +25,14 @@ Json sourceJson(const std::string& name, const Config::Model& model, const std::
   return json;
 }
 
-Json badFilesJson(const DirectoryFiles& directory, const Sources& sources) {
+Json badSourcesJson(const Configuration& configuration) {
+  const DirectoryFiles& directory = configuration.directory();
+  const Sources& sources = configuration.sources();
   Json bad = Json::array();
+  if (const auto& refused = configuration.fleet().refused())
+    bad.push_back({{"name", sourceTitle(fleetName)},
+                   {"kept", sources.inputs.contains(fleetName)},
+                   {"mistakes", refused->wrong}});
   if (const auto& why = directory.unreadable(); !why.empty())
     bad.push_back({{"name", directory.dir()}, {"kept", true}, {"mistakes", why}});
   for (const auto& [name, mistakes] : directory.bad()) {
@@ -76,7 +82,7 @@ Json configurationReport(const Configuration& configuration) {
   return {{"directory", dir.empty() ? Json(nullptr) : Json(dir)},
           {"changing", configuration.busy()},
           {"sources", std::move(sources)},
-          {"bad", badFilesJson(configuration.directory(), configuration.sources())},
+          {"bad", badSourcesJson(configuration)},
           {"warnings", std::move(warnings)},
           {"confirmWithin", within ? Json(*within) : Json(nullptr)},
           {"notReturned", notReturned.empty() ? Json(nullptr) : Json(notReturned)},

@@ -46,6 +46,8 @@ class ConfigFiles {
   const Sources& sources() const { return sources_; }
   /// Replaces what the texts of the command line say.
   void commandLineIs(Config::Model model) { sources_.commandLine = std::move(model); }
+  /// Adds an input that is no file.
+  void inputIs(const std::string& name, Config::Model model) { sources_.inputs[name] = std::move(model); }
   /// Hands the sources over to the caller; none are left here.
   Sources takeSources() { return std::move(sources_); }
   const std::map<std::string, FileContent>& contents() const { return contents_; }

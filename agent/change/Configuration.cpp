@@ -114,7 +114,10 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
       background_(loop),
       files_(
           loop, current_, confirmation_, {std::move(options.dir), limits_, options.leave}, files.contents(),
-          [this] { return !busy(); }, [this] { task_->scheduleTask(); }) {}
+          [this] { return !busy(); }, [this] { task_->scheduleTask(); }),
+      fleet_(
+          loop, current_, confirmation_, {limits_, options.leave}, [this] { task_->scheduleTask(); },
+          [this] { files_.conflictsAreDue(); }) {}
 
 bool Configuration::apply(Request request, Done done) {
   if (busy()) return false;
@@ -127,11 +130,12 @@ void Configuration::applyLater(Request request, Done done) {
   task_->scheduleTask();
 }
 
-/// Files come first: what somebody asked for later is compared with them.
+/// Files and the fleet come first: what somebody asked for later is compared with them.
 void Configuration::beginNext() {
-  if (background_.busy() || files_.preparing() || current_.commit.underWay() || confirmation_.isBeingKept())
+  if (background_.busy() || files_.preparing() || fleet_.preparing() || current_.commit.underWay() ||
+      confirmation_.isBeingKept())
     return;
-  if (files_.begin()) return;
+  if (files_.begin() || fleet_.begin()) return;
   if (waiting_.empty()) return files_.look();
   auto [request, done] = std::move(waiting_.front());
   waiting_.pop_front();
@@ -229,8 +233,9 @@ void Configuration::confirm(const std::string& who, const Confirmation::Kept& do
     done(wrong);
   };
   if (!confirmation_.waits() || confirmation_.isBeingKept()) return told("no change waits to be confirmed");
-  // Files that would have been openings only in what was before are none now.
+  // What would have been an opening only in what was before is none now.
   files_.conflictsAreDue();
+  fleet_.conflictIsDue();
   task_->scheduleTask();
   current_.history.filteredIs(current_.filtered);
   confirmation_.confirm(told);
@@ -259,7 +264,8 @@ void Configuration::savedIs(const std::string& who, const std::string& file, con
 }
 
 void Configuration::lookAtFiles(std::function<void()> then) {
-  restart_.look({history().unconfirmed(), history().filtered(), history().hasJournal()}, std::move(then));
+  restart_.look({history().unconfirmed(), history().filtered(), history().hasJournal(), history().fleet()},
+                std::move(then));
 }
 
 }  // namespace Agent

@@ -5,6 +5,7 @@
 #include <agent/change/Confirmation.h>
 #include <agent/change/CurrentConfig.h>
 #include <agent/change/FileChanges.h>
+#include <agent/change/FleetChanges.h>
 #include <agent/change/Restart.h>
 #include <agent/core/Background.h>
 #include <agent/forward/Forwarder.h>
@@ -88,13 +89,17 @@ class Configuration {
   void applyLater(Request request, Done done);
   bool busy() const {
     return background_.busy() || current_.commit.underWay() || files_.busy() || !waiting_.empty() ||
-           confirmation_.isBeingKept();
+           fleet_.busy() || confirmation_.isBeingKept();
   }
   /// Confirms the change that waits for it. `done` is called when that is kept, with what is wrong if there
   /// is something. `who` asks, for the log.
   void confirm(const std::string& who, const Confirmation::Kept& done);
   /// Somebody has written the command line's source to a file, or could not.
   void savedIs(const std::string& who, const std::string& file, const std::string& wrong);
+  /// What the fleet has by now, and who is told what becomes of that.
+  void fleetIs(SharedFleetContent content) { fleet_.contentIs(std::move(content)); }
+  void fleetToldIs(FleetChanges::Told told) { fleet_.toldIs(std::move(told)); }
+  const FleetChanges& fleet() const { return fleet_; }
   /// See Restart::look().
   void lookAtFiles(std::function<void()> then);
 
@@ -137,6 +142,7 @@ class Configuration {
   Restart restart_;
   Background background_;
   FileChanges files_;
+  FleetChanges fleet_;
 };
 
 }  // namespace Agent

@@ -1,7 +1,5 @@
 #include <Acl/Workshop.h>
 #include <agent/change/FileChanges.h>
-#include <agent/config/Reader.h>
-#include <agent/core/Words.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -9,45 +7,6 @@
 #include <utility>
 
 namespace Agent {
-
-/// New content of a file. It is compared on the thread.
-struct FileChanges::Next {
-  NewContent change;
-  SharedText before{};  ///< what the command line's source will say again if nobody confirms; null: nothing
-  PreparedChange prepared{};
-  SharedFilteredPorts filteredBefore{};  ///< by what comes back if nobody confirms
-  std::string summary{};
-  bool same = false;  ///< nothing differs from the content in force
-
-  void prepare(const CurrentConfig& current, const Leave& leave) {
-    const auto& [name, model] = change;
-    const Config::Model* known = current.sources().find(name);
-    const Config::Model* now = model ? &*model : nullptr;
-    same = now && known && *known == *now;
-    summary =
-        prepared.prepare(current.before(), name, now, {now ? "file" : "gone", "the directory", leave, same})
-            .summary;
-    if (same || prepared.refused || !before) return;
-    prepared.refused = whyNotBefore(current, leave, now);
-    if (prepared.refused) prepared.writes = {};
-  }
-  /// Why the change is refused when it can be in force with what is, but not with what would come back, or
-  /// would be an opening in that.
-  std::optional<std::string> whyNotBefore(const CurrentConfig& current, const Leave& leave,
-                                          const Config::Model* now) {
-    const Config::Result read = Config::read({{textThatComesBack, *before}});
-    if (!read.model) return "what would come back if nobody confirms cannot be read";
-    const Layers was = current.sources().layersWith(commandLineName, &*read.model);
-    Layers is = current.sources().layersWith(change.source, now);
-    is.front().second = &*read.model;  // the command line's
-    auto why = Core::whyNot(mergedInterfaces(is));
-    ChangeWarnings warnings = changeWarnings(was, is, current.portNames());
-    if (!why) why = whyRefused(warnings, {.openings = leave.openings});
-    filteredBefore = std::make_shared<const FilteredPorts>(std::move(warnings.filtered));
-    if (why) why->insert(0, "if nobody confirms the change that waits for it: ");
-    return why;
-  }
-};
 
 FileChanges::FileChanges(EventLoop& loop, CurrentConfig& current, const Confirmation& confirmation,
                          Options options, std::map<std::string, FileContent> seen,
@@ -64,6 +23,7 @@ FileChanges::FileChanges(EventLoop& loop, CurrentConfig& current, const Confirma
 void FileChanges::handleFound(DirectoryFiles::Found found) {
   std::move(found.changes.begin(), found.changes.end(), std::back_inserter(changes_));
   for (const auto& [name, model] : current_.sources().inputs) {
+    if (name == fleetName) continue;
     if (!found.there.contains(name) && !files_.isRefusedToGo(name)) changes_.push_back({name, std::nullopt});
   }
   next_();
@@ -74,9 +34,11 @@ void FileChanges::handleFound(DirectoryFiles::Found found) {
 bool FileChanges::begin() {
   if (changes_.empty()) refusePostponed();
   if (changes_.empty()) return false;
-  const auto next = std::make_shared<Next>(Next{std::move(changes_.front()), confirmation_.before()});
+  const auto next =
+      std::make_shared<InputChange>(InputChange{std::move(changes_.front()), confirmation_.before()});
   changes_.erase(changes_.begin());
-  background_.run([this, next] { next->prepare(current_, leave_); },
+  const InputChange::Asked asked{next->change.model ? "file" : "gone", "the directory", leave_};
+  background_.run([this, next, asked] { next->prepare(current_, asked); },
                   [this, next](const std::optional<std::string>& failed) { handlePrepared(next, failed); });
   return true;
 }
@@ -85,22 +47,20 @@ std::string FileChanges::ofFile(const std::string& name, const std::string& why)
   return fmt::format("{}/{}: {}", files_.dir(), name, why);
 }
 
-void FileChanges::handlePrepared(const std::shared_ptr<Next>& next, std::optional<std::string> failed) {
+void FileChanges::handlePrepared(const std::shared_ptr<InputChange>& next,
+                                 std::optional<std::string> failed) {
   const std::string name = next->change.source;
   next_();
   if (!failed && next->prepared.refused) return postpone(*next);
   if (!failed && !next->same) return take(next);
-  if (!failed) {
-    current_.commit.noticesAre(name, std::move(next->change.model->notices));
-    current_.warnings = std::move(next->prepared.lasting);
-  }
+  if (!failed) next->isSame(current_);
   current_.commit.discard(std::move(next->change.model));
   Acl::Workshop::singleton().dispose(std::move(next->prepared.writes));
   if (failed) return files_.failed(name, ofFile(name, *failed));
   files_.taken(name, false);
 }
 
-void FileChanges::take(const std::shared_ptr<Next>& next) {
+void FileChanges::take(const std::shared_ptr<InputChange>& next) {
   const std::string name = next->change.source;
   const bool goes = !next->change.model;
   const auto done = [this, name, next](const Commit::End& end) {
@@ -114,15 +74,8 @@ void FileChanges::take(const std::shared_ptr<Next>& next) {
   files_.conflictIs(name, refusal->why, goes, summaryText(next->summary));
 }
 
-void FileChanges::handleTaken(const std::string& name, Next& next) {
-  PreparedChange& prepared = next.prepared;
-  const ChangeEvent event{
-      files_.dir() + "/" + name, name, summaryText(prepared.change.summary), {}, std::move(prepared.fresh)};
-  current_.warnings = std::move(prepared.lasting);
-  current_.filtered = prepared.filtered;
-  current_.history.filteredIs(next.before ? next.filteredBefore : current_.filtered);
-  current_.history.add(std::move(prepared.change));
-  tellChange(current_.tell, event);
+void FileChanges::handleTaken(const std::string& name, InputChange& next) {
+  next.isInForce(current_, files_.dir() + "/" + name);
   changedSincePostponed_ = true;
   files_.taken(name, true);
   // Files that could not be in force together with the old content may be possible now.
@@ -130,7 +83,7 @@ void FileChanges::handleTaken(const std::string& name, Next& next) {
   next_();
 }
 
-void FileChanges::postpone(Next& next) {
+void FileChanges::postpone(InputChange& next) {
   // What is new since the last one may close this one.
   if (postponed_.empty()) changedSincePostponed_ = false;
   postponed_.push_back(

@@ -3,6 +3,7 @@
 #include <agent/change/Confirmation.h>
 #include <agent/change/CurrentConfig.h>
 #include <agent/change/DirectoryFiles.h>
+#include <agent/change/InputChange.h>
 #include <agent/core/Background.h>
 
 #include <functional>
@@ -45,13 +46,11 @@ class FileChanges {
   void conflictsAreDue() { files_.conflictsAreDue(); }
 
  private:
-  struct Next;
-
   void handleFound(DirectoryFiles::Found found);
-  void handlePrepared(const std::shared_ptr<Next>& next, std::optional<std::string> failed);
-  void take(const std::shared_ptr<Next>& next);
-  void handleTaken(const std::string& name, Next& next);
-  void postpone(Next& next);
+  void handlePrepared(const std::shared_ptr<InputChange>& next, std::optional<std::string> failed);
+  void take(const std::shared_ptr<InputChange>& next);
+  void handleTaken(const std::string& name, InputChange& next);
+  void postpone(InputChange& next);
   void refusePostponed();
   /// A sentence about a file.
   std::string ofFile(const std::string& name, const std::string& why) const;

@@ -33,7 +33,8 @@ const Change* History::last(const std::string& source, size_t before) const {
 
 void History::add(Change change) {
   auto& all = past_.changes;
-  if (past_.files && change.source != sourceTitle(commandLineName)) {
+  if (past_.files && change.source != sourceTitle(commandLineName) &&
+      change.source != sourceTitle(fleetName)) {
     if (change.text) {
       (*past_.files)[change.source] = digestOf(*change.text);
     } else {

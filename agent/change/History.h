@@ -1,6 +1,7 @@
 #pragma once
 
 #include <agent/change/FilteredPorts.h>
+#include <agent/change/FleetContent.h>
 #include <agent/change/Sources.h>
 
 #include <cstddef>
@@ -23,7 +24,7 @@ using SharedText = std::shared_ptr<const std::string>;
 struct Change {
   uint64_t number = 0;  ///< from 1; never given twice as long as the state file lives
   double time = 0;      ///< seconds since the epoch
-  std::string what;     ///< start, apply, edit, rollback, return (nobody confirmed), file, gone
+  std::string what;     ///< start, apply, edit, rollback, return (nobody confirmed), file, gone, fleet
   std::string who;      ///< who asked for it
   std::string source;   ///< sourceTitle() of the source that changed
   std::string summary;  ///< see Difference
@@ -50,6 +51,7 @@ struct Past {
   std::optional<Unconfirmed> unconfirmed;
   std::optional<FileDigests> files{};  ///< by those changes; nothing: not known
   SharedFilteredPorts filtered{};      ///< what a start without openings filters; null: not known
+  SharedFleetContent fleet{};          ///< what the fleet's source was made of last; null: there was none
 };
 
 /// Where the past is kept beyond the end of the process.
@@ -91,6 +93,9 @@ class History {
   const SharedFilteredPorts& filtered() const { return past_.filtered; }
   /// Is kept with whatever is kept next.
   void filteredIs(SharedFilteredPorts filtered) { past_.filtered = std::move(filtered); }
+  const SharedFleetContent& fleet() const { return past_.fleet; }
+  /// Is kept with whatever is kept next.
+  void fleetIs(SharedFleetContent fleet) { past_.fleet = std::move(fleet); }
   void unconfirmedIs(std::optional<Unconfirmed> unconfirmed);
 
   /// Has the journal keep all of this.

@@ -71,6 +71,7 @@ Restart::Found Restart::read(const Start& start, const Past& past) {
   const int64_t time = fileTime();
   found.unconfirmed = refusedBy(past.unconfirmed);
   found.filtered = past.filtered;
+  found.fleet = past.fleet;
   found.identities = identitiesOf(start);
   found.settled = std::all_of(found.identities.begin(), found.identities.end(), [time](const auto& file) {
     return file.second && isSettled(*file.second, time);
@@ -87,6 +88,10 @@ Restart::Found Restart::read(const Start& start, const Past& past) {
   const bool asks = namesStandardInput(start.files);
   std::vector<std::string> refusing = asks ? std::vector<std::string>() : found.wrong;
   for (std::string& line : files.readDirectory(start.dir, reader, 1)) refusing.push_back(std::move(line));
+  if (past.fleet) {
+    MadeModel made = readFleet(*past.fleet, start.limits);
+    if (made.model) files.inputIs(fleetName, std::move(*made.model));
+  }
   if (refusing.empty() && !asks) {
     const Layers layers = files.sources().layers();
     const PortNames* const ports = start.ports ? &*start.ports : nullptr;
@@ -106,7 +111,8 @@ void Restart::readAgain() {
   // What is known is not written before the work is over.
   const auto work = [this, found, past = past_] {
     const bool isKnown = found_ && found_->settled && found_->unconfirmed == refusedBy(past.unconfirmed) &&
-                         found_->filtered == past.filtered && found_->identities == identitiesOf(start_);
+                         found_->filtered == past.filtered && found_->fleet == past.fleet &&
+                         found_->identities == identitiesOf(start_);
     if (!isKnown) *found = read(start_, past);
   };
   const auto then = [this, found](const auto& failed) {

@@ -35,7 +35,8 @@ class Restart {
   struct Past {
     std::optional<Unconfirmed> unconfirmed{};
     SharedFilteredPorts filtered{};
-    bool isKept = false;  ///< it does find it; otherwise a start does not know what was filtered
+    bool isKept = false;         ///< it does find it; otherwise a start does not know what was filtered
+    SharedFleetContent fleet{};  ///< in force; a start that does not find it waits until it has it again
   };
   /// Nobody waits longer for a look: a file system may hang.
   static constexpr Kelp::Duration patience{3};
@@ -66,6 +67,7 @@ class Restart {
     std::string text{};              ///< written from the model that those of the command line make
     SharedText unconfirmed{};        ///< what it may not say: nobody has confirmed it
     SharedFilteredPorts filtered{};  ///< what it was compared with
+    SharedFleetContent fleet{};
     Identities identities{};
     bool settled = false;
   };

@@ -7,18 +7,27 @@
 
 namespace Agent {
 
+namespace {
+
+constexpr std::string_view fleetTitle = "fleet";
+
+}  // namespace
+
 std::string sourceTitle(const std::string& name) {
-  return name == commandLineName ? std::string(Core::commandLineSource) : name;
+  return name == commandLineName ? std::string(Core::commandLineSource)
+         : name == fleetName     ? std::string(fleetTitle)
+                                 : name;
 }
 
 std::string sourceOfTitle(const std::string& title) {
-  return title == Core::commandLineSource ? commandLineName : title;
+  return title == Core::commandLineSource ? commandLineName : title == fleetTitle ? fleetName : title;
 }
 
 std::optional<std::string> whyNoSource(const std::string& name) {
-  if (name != Core::commandLineSource) return std::nullopt;
-  return fmt::format("\"{}\" is the name of the command line's configuration: a file needs another one",
-                     name);
+  const bool isFleet = name == fleetTitle;
+  if (name != Core::commandLineSource && !isFleet) return std::nullopt;
+  return fmt::format("\"{}\" is the name of the {} configuration: a file needs another one", name,
+                     isFleet ? "fleet's" : "command line's");
 }
 
 const Config::Model* Sources::find(const std::string& name) const {

@@ -10,13 +10,18 @@
 
 namespace Agent {
 
-/// The name of the command line's source. All other sources are named after files, so that it is unique.
+/// The name of the command line's source. All other sources but the fleet's are named after files, so that it
+/// is unique.
 inline const std::string commandLineName;
-/// What people call a source: Core::commandLineSource that of the command line, all others by their names.
+/// The name of the source that an agent has from its fleet. No file that is read ends in ~; and it comes
+/// behind the names of files, as what is nearer to the agent counts more.
+inline const std::string fleetName = "~fleet~";
+/// What people call a source: Core::commandLineSource that of the command line, `fleet` that of the fleet,
+/// all others by their names.
 std::string sourceTitle(const std::string& name);
 std::string sourceOfTitle(const std::string& title);
 /// Why no file of the directory can have this name, as people could not tell its source from the command
-/// line's; nothing if one can.
+/// line's or the fleet's; nothing if one can.
 std::optional<std::string> whyNoSource(const std::string& name);
 
 /// Sources by name with their content, that of the highest precedence first. Does not own the content.
@@ -26,8 +31,9 @@ using Layers = std::vector<std::pair<std::string, const Config::Model*>>;
 Config::Model mergedInterfaces(const Layers& layers);
 
 /// The content of all sources of configuration, as plain values, in the order of their precedence: the
-/// command line, then the inputs (the files of the directory) by name. If several sources define the same
-/// list, port-channel or mirror session, that of the first one is in force; they are never mixed.
+/// command line, then the inputs (the files of the directory, and what the fleet has) by name. If several
+/// sources define the same list, port-channel or mirror session, that of the first one is in force; they are
+/// never mixed.
 struct Sources {
   Config::Model commandLine;
   std::map<std::string, Config::Model> inputs;

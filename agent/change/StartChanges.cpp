@@ -19,6 +19,7 @@ constexpr const char* whileDown = "the directory, while the agent was down";
 FileDigests digestsOf(const Sources& sources, std::map<std::string, SharedText>& texts) {
   FileDigests digests;
   for (const auto& [name, model] : sources.inputs) {
+    if (name == fleetName) continue;  // what it was made of is kept itself
     const SharedText& text = texts[name] = std::make_shared<const std::string>(Config::textOf(model));
     digests[name] = digestOf(*text);
   }

@@ -59,8 +59,11 @@ void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::str
       ->type_name("FILE...");
   command.add_option("--config-dir", dir, "every file in DIR is a further source of configuration")
       ->type_name("DIR");
-  command.parse_complete_callback([&files, &dir] {
-    if (files.empty() && dir.empty()) throw CLI::RequiredError("--config or --config-dir");
+  command.parse_complete_callback([&command, &files, &dir] {
+    // What belongs to a fleet has lists from there.
+    const CLI::Option* const fleet = command.get_option_no_throw("--fleet");
+    if (files.empty() && dir.empty() && !(fleet && fleet->count() > 0))
+      throw CLI::RequiredError(fleet ? "--config, --config-dir or --fleet" : "--config or --config-dir");
   });
   addTextLimits(command, limits);
 }

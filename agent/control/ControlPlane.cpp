@@ -38,8 +38,9 @@ World ControlPlane::world(Core& core, Forwarder& forwarder, const ControlOptions
           forwarder,
           zero_,
           Zeb::System::currentTime().seconds(),
-          [this, portWarnings = options.portWarnings] {
+          [this, portWarnings = options.portWarnings, fleet = options.fleet] {
             auto report = configurationReport(configuration_);
+            report["fleet"] = fleet ? fleet() : nullptr;
             for (const Warning& warning : portWarnings ? portWarnings() : Warnings())
               report["warnings"].push_back(warningJson(warning));
             return report;

@@ -39,6 +39,8 @@ struct ControlOptions {
   std::function<void(std::function<void()> then)> gather{};
   /// Who judges packets in place of this process, so that none can be looked at here; empty: nobody does.
   std::function<std::vector<WorkerState>()> workers{};
+  /// What is told of the fleet in the status; null: there is none. May be empty.
+  std::function<nlohmann::ordered_json()> fleet{};
   /// Called after every change of the configuration, in the same turn of the loop; may be empty.
   std::function<void()> applied{};
   ControlLimits limits{};

@@ -101,6 +101,13 @@ std::optional<TextFile> TextReader::readOnly(const std::string& path, Named name
   return text;
 }
 
+std::optional<std::string> TextReader::whyNot(const std::string& name, const std::string& text) {
+  auto why = tooLarge(name, text.size());
+  if (!why) why = memory_.whyNot(name, text);
+  if (!why) taken_ += text.size();
+  return why;
+}
+
 std::optional<std::string> TextReader::readAll(int file, const std::string& path, bool isFile,
                                                TextFile& text) const {
   if (auto why = tooLarge(path, isFile ? text.identity.size : 0)) return why;

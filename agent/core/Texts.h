@@ -76,6 +76,9 @@ class TextReader {
   std::optional<TextFile> read(const std::string& path, Named named, std::vector<std::string>& wrong);
   /// The same without asking for that memory: for a text that may turn out to be known already.
   std::optional<TextFile> readOnly(const std::string& path, Named named, std::vector<std::string>& wrong);
+  /// Why a text that is there already is not taken: it is too large, alone or with those before it, or there
+  /// is no memory for the configuration in it. Nothing if it is; then it counts.
+  std::optional<std::string> whyNot(const std::string& name, const std::string& text);
   const TextLimits& limits() const { return limits_; }
   MemoryEstimate& memory() { return memory_; }
   /// Counts a text of the configuration that need not be read again.

@@ -96,14 +96,13 @@ struct Typed {
   Choices positionals{};
   bool known = true;
 
-  void take(const CLI::App& program, const std::string& word) {
+  void take(const std::string& word) {
     if (pending) {
       pending = nullptr;
     } else if (word.size() > 1 && word.front() == '-') {
       const CLI::Option* option = app->get_option_no_throw(word);
       if (option && takesValue(*option)) pending = option;
-    } else if (app == &program) {
-      const auto all = commandsOf(program);
+    } else if (const auto all = commandsOf(*app); !all.empty()) {
       const auto at =
           std::find_if(all.begin(), all.end(), [&](const auto* one) { return one->get_name() == word; });
       known = at != all.end();
@@ -128,7 +127,10 @@ std::optional<Choices> behind(const std::string& command, const Choices& words, 
 
 /// The values of the positional argument of a number; the last one may take several.
 Choices positionalsOf(const CLI::App& command, const Choices& before, const LiveNames& live) {
-  if (auto choices = behind(command.get_name(), before, live)) return *std::move(choices);
+  // What stands behind another command has no words of that kind.
+  const bool isFirst = !command.get_parent() || !command.get_parent()->get_parent();
+  if (auto choices = isFirst ? behind(command.get_name(), before, live) : std::nullopt)
+    return *std::move(choices);
   size_t number = before.size();
   const CLI::Option* last = nullptr;
   for (const CLI::Option* option : command.get_options()) {
@@ -161,14 +163,14 @@ std::vector<std::string> completions(const CLI::App& program, std::span<const st
   if (words.empty()) return {};
   Typed typed{&program};
   for (const std::string& word : words.first(words.size() - 1)) {
-    typed.take(program, word);
+    typed.take(word);
     if (!typed.known) return {};
   }
   const std::string& begun = words.back();
-  Choices all = typed.pending            ? valuesOf(*typed.pending, live)
-                : begun.starts_with("-") ? optionsOf(*typed.app)
-                : typed.app == &program  ? commandNames(program)
-                                         : positionalsOf(*typed.app, typed.positionals, live);
+  Choices all = typed.pending                     ? valuesOf(*typed.pending, live)
+                : begun.starts_with("-")          ? optionsOf(*typed.app)
+                : !commandsOf(*typed.app).empty() ? commandNames(*typed.app)
+                                                  : positionalsOf(*typed.app, typed.positionals, live);
   if (all == Choices{filesMark}) return all;
   std::erase_if(all, [&](const std::string& word) { return !word.starts_with(begun); });
   std::sort(all.begin(), all.end());

@@ -38,11 +38,17 @@ std::string valueOf(const CLI::Option& option) {
   return option.get_items_expected_max() == 0 ? "" : option.get_type_name();
 }
 
+std::vector<const CLI::App*> commandsBehind(const CLI::App& command) {
+  return command.get_subcommands([](const CLI::App*) { return true; });
+}
+
 /// "velo show [OPTIONS] WHAT [NAME]"
 std::string synopsis(const CLI::App& program, const CLI::App& command) {
-  const bool whole = &program == &command;
+  const bool whole = !commandsBehind(command).empty();
   std::string text = bold(program.get_name());
-  if (!whole) text += " " + bold(command.get_name());
+  if (const CLI::App* parent = command.get_parent(); parent && parent != &program)
+    text += " " + bold(parent->get_name());
+  if (&program != &command) text += " " + bold(command.get_name());
   text += " [" + italic("OPTIONS") + "]";
   for (const CLI::Option* option : command.get_options()) {
     if (!option->get_positional()) continue;
@@ -54,7 +60,7 @@ std::string synopsis(const CLI::App& program, const CLI::App& command) {
 
 bool isShown(const CLI::Option* option) { return !option->get_group().empty(); }
 
-std::string optionsText(const CLI::App& command) {
+std::string optionsText(const CLI::App& command, const char* heading = ".SH OPTIONS\n") {
   std::string text;
   for (const CLI::Option* option : command.get_options(isShown)) {
     const std::string value = valueOf(*option);
@@ -63,7 +69,17 @@ std::string optionsText(const CLI::App& command) {
                                               : bold(option->get_name(false, true)) + " " + italic(value);
     text += ".TP\n" + names + "\n" + roff(option->get_description()) + "\n";
   }
-  return text.empty() ? "" : ".SH OPTIONS\n" + text;
+  return text.empty() ? "" : heading + text;
+}
+
+/// The commands behind a command have no pages of their own.
+std::string behindText(const CLI::App& program, const CLI::App& command) {
+  std::string text;
+  for (const CLI::App* each : commandsBehind(command)) {
+    text += ".SS " + synopsis(program, *each) + "\n" + roff(each->get_description()) + "\n" +
+            optionsText(*each, "");
+  }
+  return text.empty() ? "" : ".SH COMMANDS\n" + text;
 }
 
 std::string commandsText(const CLI::App& program) {
@@ -90,7 +106,7 @@ std::string manualPage(const CLI::App& program, const CLI::App& command) {
   page += fmt::format(".SH NAME\n{} \\- {}\n", roff(name), roff(what));
   page += ".SH SYNOPSIS\n" + synopsis(program, command) + "\n";
   page += optionsText(command);
-  if (&program == &command) page += commandsText(program);
+  page += &program == &command ? commandsText(program) : behindText(program, command);
   if (!command.get_footer().empty()) page += ".SH NOTES\n.nf\n" + roff(command.get_footer()) + "\n.fi\n";
   const std::string program1 = &program == &command ? "" : bold(program.get_name()) + "(1), ";
   return page + ".SH SEE ALSO\n" + program1 + bold("velo-acl") + "(5)\n";

@@ -3,8 +3,10 @@
 #include <Plog/Plog.h>
 #include <Zeb/TraceHandle.h>
 #include <agent/control/Command.h>
+#include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Version.h>
+#include <agent/fleet/FleetCommand.h>
 #include <agent/manual/ManualCommand.h>
 #include <agent/program/LogMessagesCommand.h>
 #include <agent/program/ReplayArguments.h>
@@ -38,12 +40,12 @@ std::unique_ptr<ProgramCommand> made(CLI::App& program) {
 
 /// All commands, in the order in which the help lists them.
 constexpr std::unique_ptr<ProgramCommand> (*makers[])(CLI::App& program) = {
-    made<replayCommand>,  made<runCommand>,      made<showCommand>,    made<applyCommand>,
-    made<editCommand>,    made<saveCommand>,     made<historyCommand>, made<rollbackCommand>,
-    made<confirmCommand>, made<checkCommand>,    made<compareCommand>, made<findCommand>,
-    made<testCommand>,    made<simplifyCommand>, made<convertCommand>, made<explainCommand>,
-    made<tailCommand>,    made<clearCommand>,    made<traceCommand>,   made<logMessagesCommand>,
-    made<manualCommand>,  made<completeCommand>,
+    made<replayCommand>,  made<runCommand>,      made<showCommand>,     made<applyCommand>,
+    made<editCommand>,    made<saveCommand>,     made<historyCommand>,  made<rollbackCommand>,
+    made<confirmCommand>, made<checkCommand>,    made<compareCommand>,  made<findCommand>,
+    made<testCommand>,    made<simplifyCommand>, made<convertCommand>,  made<explainCommand>,
+    made<tailCommand>,    made<clearCommand>,    made<traceCommand>,    made<logMessagesCommand>,
+    made<fleetCommand>,   made<manualCommand>,   made<completeCommand>,
 };
 
 /// The command line with all commands.

@@ -1,6 +1,7 @@
 #include <agent/commands/Arguments.h>
 #include <agent/control/Command.h>
 #include <agent/control/ControlPlane.h>
+#include <agent/fleet/FleetOptions.h>
 #include <agent/metrics/MetricsOptions.h>
 #include <agent/ports/PortKinds.h>
 #include <agent/program/RunArguments.h>
@@ -72,6 +73,7 @@ RunCommand::RunCommand(CLI::App& program)
   addMalformed(app(), options_.malformed);
   addMatchLog();
   addMetrics(app(), options_.metrics);
+  addFleetAgent(app(), options_.fleet);
   app()
       .add_option(
           "--report", report_,

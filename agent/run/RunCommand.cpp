@@ -35,6 +35,8 @@ namespace {
 
 /// Seconds from the signal to the end of the process, at most.
 constexpr double mostToEnd = 1.5;
+/// How long an agent without lists waits for its fleet before it says so, again and again.
+constexpr double untilWaitingIsTold = 10;
 
 /// Whether something is not filtered that the last agent filtered.
 bool isLost(const ChangeWarnings& found) {
@@ -101,6 +103,8 @@ Exit Run::run() {
   tellServiceManager("STOPPING=1");
   ports_.drain();
   if (workers_) workers_->end();
+  fleet_.reset();
+  fleetLink_.reset();
   metrics_.reset();
   matchLog_.reset();  // what it still tells is written until the end
   // Everything is saved and reported before the control plane goes, because that may have to wait for a
@@ -128,6 +132,7 @@ std::optional<Exit> Run::prepare() {
   if (auto failed = lookAtPorts()) return failed;
   openMatchLog();
   if (auto failed = openControl()) return failed;
+  openFleet();
   return openMetrics();
 }
 
@@ -191,6 +196,7 @@ std::optional<Exit> Run::configure() {
     if (!stateFile_) complain("--state: nothing is kept for the next run");
   }
   if (stateFile_) past_ = stateFile_->past();
+  if (auto failed = joinFleet()) return failed;
   if (const auto told = takeBackUnconfirmed(files_, past_))
     log_.tell({Severity::warning, "--config: " + *told, {{"VELO_EVENT", "change"}}});
   for (const auto& [name, device] : options_.ports) {
@@ -205,6 +211,60 @@ std::optional<Exit> Run::configure() {
   filtered_ = std::make_shared<const FilteredPorts>(std::move(found.filtered));
   return publish();
 }
+
+std::optional<Exit> Run::joinFleet() {
+  if (!options_.fleet.given()) {
+    past_.fleet.reset();
+    return std::nullopt;
+  }
+  std::string why;
+  auto place = placeOf(options_.fleet, &why);
+  if (!place) return refused(exitUsage, "--fleet: " + why);
+  const auto tell = [this](const std::string& text) {
+    log_.tell({Severity::warning, "fleet: " + text, {{"VELO_EVENT", "fleet"}}});
+  };
+  withoutCapabilities([&] {
+    fleetLink_ = std::make_unique<FleetLink>(std::move(*place), fleetIdentity(),
+                                             [this](LogEvent event) { log_.tell(std::move(event)); });
+    fleetLink_->start();
+  });
+  std::vector<std::string> wrong;
+  if (past_.fleet) {
+    if (takeFleet(past_.fleet, wrong)) return std::nullopt;
+    for (const std::string& mistake : wrong) tell(mistake);
+    tell("what was in force last cannot be read any more");
+  }
+  for (;;) {
+    SharedFleetContent content = fleetLink_->wait(untilWaitingIsTold);
+    if (!content) {
+      tell("nothing is forwarded before its lists are there");
+      continue;
+    }
+    wrong.clear();
+    if (takeFleet(content, wrong)) return std::nullopt;
+    for (const std::string& mistake : wrong) tell(mistake);
+    fleetLink_->stateIs(FleetAgent::waitingState(fleetIdentity(), *content, wrong));
+  }
+}
+
+bool Run::takeFleet(SharedFleetContent content, std::vector<std::string>& wrong) {
+  MadeModel made = readFleet(*content, options_.limits);
+  wrong = std::move(made.mistakes);
+  if (!made.model) return false;
+  files_.inputIs(fleetName, std::move(*made.model));
+  past_.fleet = std::move(content);
+  return true;
+}
+
+void Run::openFleet() {
+  if (!fleetLink_) return;
+  fleet_ = std::make_unique<FleetAgent>(
+      FleetAgent::World{loop_, core_, control_->configuration(), *fleetLink_,
+                        [this] { return portStates(); }, loop_.turnWall().now().seconds()},
+      fleetIdentity());
+}
+
+nlohmann::ordered_json Run::fleetReport() const { return fleet_ ? fleet_->report() : nullptr; }
 
 std::optional<Exit> Run::publish() {
   const Saved::State nothing;
@@ -323,6 +383,7 @@ std::optional<Exit> Run::openControl() {
                                                                  workers_->gather(std::move(then));
                                                                },
                                                            .workers = workersShown(),
+                                                           .fleet = [this] { return fleetReport(); },
                                                            .applied =
                                                                [this] {
                                                                  if (state_) state_->handleApplied();

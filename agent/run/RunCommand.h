@@ -5,6 +5,8 @@
 #include <agent/core/Core.h>
 #include <agent/core/EventLoop.h>
 #include <agent/core/Exit.h>
+#include <agent/fleet/FleetAgent.h>
+#include <agent/fleet/FleetOptions.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/log/EventLog.h>
 #include <agent/metrics/Metrics.h>
@@ -25,6 +27,31 @@
 #include <vector>
 
 namespace Agent {
+
+/// What is printed when an agent ends.
+enum class FinalReport { none, text, json };
+
+/// What `velo run` is asked to do.
+struct RunOptions {
+  std::vector<std::string> configs;
+  std::string configDir;                                     ///< empty: none
+  TextLimits limits;                                         ///< of the configuration
+  std::string control;                                       ///< the socket to listen at; empty: none
+  std::string state;                                         ///< the state file; empty: none
+  std::vector<std::pair<std::string, std::string>> ports;    ///< name and device, in the order of the options
+  std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
+  std::vector<std::vector<std::string>> bridges;
+  std::string plugin;
+  std::vector<std::string> furtherPlugins;
+  Leave leave;  ///< for the start, SIGHUP and the directory
+  MatchLogOptions matches;
+  MetricsOptions metrics;
+  FleetOptions fleet;
+  PortSetup setup;
+  PollMode poll = PollMode::adaptive;
+  FinalReport report = FinalReport::none;
+  Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
+};
 
 /// Carries out `velo run`, until SIGTERM or SIGINT. Complaints go to standard error.
 Exit runAgent(const RunOptions& options);
@@ -52,6 +79,13 @@ class Run {
   std::optional<Exit> openPorts();
   /// Starts the processes that have the ports, and waits until they have.
   std::optional<Exit> startWorkers();
+  /// Begins to ask the fleet's store, and adds what was in force last of it to the texts, or else what it has
+  /// now: waits for that, as long as it takes.
+  std::optional<Exit> joinFleet();
+  bool takeFleet(SharedFleetContent content, std::vector<std::string>& wrong);
+  FleetIdentity fleetIdentity() const { return {options_.fleet.agent, options_.fleet.groupNames()}; }
+  void openFleet();
+  nlohmann::ordered_json fleetReport() const;
   void openMatchLog();
   std::optional<Exit> openControl();
   std::optional<Exit> openMetrics();
@@ -89,10 +123,12 @@ class Run {
   Past past_;                         // until it is handed to the control plane
   std::unique_ptr<Workers> workers_;  // null: this process has the ports itself
   // These watch or change the running agent. They come last, so that they are destroyed before the ports.
+  std::unique_ptr<FleetLink> fleetLink_;
   std::unique_ptr<MatchLog> matchLog_;
   std::unique_ptr<StateKeeper> state_;
   std::unique_ptr<ControlPlane> control_;
   std::unique_ptr<Metrics> metrics_;
+  std::unique_ptr<FleetAgent> fleet_;
 };
 
 }  // namespace Agent

@@ -43,7 +43,7 @@ class InForceOf final : public Config::Choice {
   }
   std::string groupName(const std::string& name) const override {
     if (isFirst(&Config::Model::objectGroups, name)) return name;
-    std::string other = name + "." + source_;
+    std::string other = name + "." + sourceTitle(source_);
     while (isGroupAnywhere(other)) other += "'";
     return other;
   }

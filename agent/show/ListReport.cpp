@@ -1,6 +1,7 @@
 #include <Acl/RuleKinds.h>
 #include <Kelp/String.h>
 #include <Nimnet/IntfId.h>
+#include <agent/change/Sources.h>
 #include <agent/config/Nearest.h>
 #include <agent/show/ListReport.h>
 #include <fmt/format.h>
@@ -13,9 +14,9 @@ namespace Agent {
 
 namespace {
 
-std::vector<std::string> strings(const std::vector<Kelp::String>& texts) {
+std::vector<std::string> titles(const std::vector<Kelp::String>& sources) {
   std::vector<std::string> all;
-  for (const auto& text : texts) all.push_back(text.str());
+  for (const auto& name : sources) all.push_back(sourceTitle(name.str()));
   return all;
 }
 
@@ -73,7 +74,7 @@ ListReport ListReader::head(const Key& key) const {
   report.type = key.first;
   report.name = key.second.str();
   if (const auto sources = core_.inForce().listSources())
-    report.sources = strings(sources->sources(key.first, key.second));
+    report.sources = titles(sources->sources(key.first, key.second));
   if (const auto bound = bindings_.find(key); bound != bindings_.end()) report.bindings = bound->second;
   if (remarks_ && !report.sources.empty()) report.remarks = remarks_(report.sources.front(), key);
   const auto* id = implicitDropOf(core_.inForce().statusOf(key.first, key.second));
@@ -152,7 +153,7 @@ std::map<ListReader::Key, std::vector<BindingReport>> ListReader::bindings() con
     forEachBinding(type,
                    [&](Acl::AclDirection direction, const Nimnet::IntfId& intf, const Kelp::String& bound) {
                      BindingReport binding{intf.name().str(), direction};
-                     if (sources) binding.sources = strings(sources->sources(type, direction, intf));
+                     if (sources) binding.sources = titles(sources->sources(type, direction, intf));
                      found[{type, bound}].push_back(std::move(binding));
                    });
   }

@@ -37,6 +37,14 @@ std::string configurationText(const Json& configuration, const TextStyle& style)
     text += fmt::format("{}{}{}\n", how.red, fitted(line, style), how.off);
   };
   for (const Json& source : configuration.at("sources")) text += sourceLine(source, style);
+  if (const Json fleet = configuration.value("fleet", Json()); fleet.is_object()) {
+    const std::string line = fmt::format("fleet, as {}: {}", fleet.at("agent").get<std::string>(),
+                                         fleet.at("connected") == true ? "connected to " : "no connection");
+    if (fleet.at("connected") == true)
+      text += fitted(line + fleet.at("endpoint").get<std::string>(), style) + "\n";
+    else
+      addRed(line + (fleet.at("wrong").is_null() ? "" : ", " + fleet.at("wrong").get<std::string>()));
+  }
   for (const Json& bad : configuration.at("bad")) {
     addRed(fmt::format("{}: not in force, {}", bad.at("name").get<std::string>(),
                        bad.at("kept").get<bool>() ? "its last good text is" : "and nothing of it is"));

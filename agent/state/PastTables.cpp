@@ -120,6 +120,37 @@ SharedFilteredPorts readFiltered(Database& database) {
   return filtered;
 }
 
+/// The row without a key has the revision and the version; the others have the texts in their order.
+void writeFleet(Database& database, const SharedFleetContent& fleet) {
+  database.run("DELETE FROM fleet");
+  if (!fleet) return;
+  Statement statement = database.statement("INSERT INTO fleet VALUES(?, ?, ?)");
+  const auto put = [&statement](std::string_view key, int64_t revision, std::string_view text) {
+    statement.bind(0, key);
+    statement.bind(1, revision);
+    statement.bind(2, text);
+    statement.run();
+  };
+  put("", fleet->revision, fleet->version);
+  for (const auto& [key, text] : fleet->texts) put(key, 0, text);
+}
+
+SharedFleetContent readFleet(Database& database) {
+  std::shared_ptr<FleetContent> fleet;
+  Statement rows = database.statement("SELECT key, revision, text FROM fleet ORDER BY rowid");
+  while (rows.step()) {
+    if (!fleet) {
+      fleet = std::make_shared<FleetContent>();
+      fleet->revision = rows.integer(1);
+      fleet->version = rows.text(2);
+      if (!rows.text(0).empty()) throw DatabaseError(SQLITE_CORRUPT, "the fleet has no revision");
+    } else {
+      fleet->texts.push_back({rows.text(0), rows.text(2)});
+    }
+  }
+  return fleet;
+}
+
 bool same(const SharedFilteredPorts& a, const SharedFilteredPorts& b) {
   return a == b || (a && b && *a == *b);
 }
@@ -139,7 +170,8 @@ std::vector<std::string> definitions() {
       "CREATE TABLE unconfirmed(refused NOT NULL, before NOT NULL)",
       "CREATE TABLE file(name PRIMARY KEY NOT NULL, digest NOT NULL) WITHOUT ROWID",
       "CREATE TABLE filtered(type NOT NULL, direction NOT NULL, port NOT NULL, interface NOT NULL, "
-      "list NOT NULL, source NOT NULL)"};
+      "list NOT NULL, source NOT NULL)",
+      "CREATE TABLE fleet(key NOT NULL, revision NOT NULL, text NOT NULL)"};
 }
 
 Past read(Database& database) {
@@ -153,6 +185,7 @@ Past read(Database& database) {
   }
   past.files = readFiles(database);
   past.filtered = readFiltered(database);
+  past.fleet = readFleet(database);
   return past;
 }
 
@@ -174,6 +207,7 @@ void write(Database& database, const Past& before, const Past& now) {
   if (!same(before.unconfirmed, now.unconfirmed)) writeUnconfirmed(database, now.unconfirmed);
   if (before.files != now.files) writeFiles(database, now.files);
   if (!same(before.filtered, now.filtered)) writeFiltered(database, now.filtered);
+  if (before.fleet != now.fleet) writeFleet(database, now.fleet);
 }
 
 }  // namespace Agent::PastTables

@@ -29,7 +29,7 @@ constexpr uint64_t mostIds = uint64_t{3} << 62;
 
 /// How many tables of the past a file of an earlier version has; nothing if there was no such version.
 constexpr std::optional<size_t> tablesOfPast(int64_t version) {
-  constexpr size_t known[] = {0, 2, 3};  // of version 1 and so on
+  constexpr size_t known[] = {0, 2, 3, 4};  // of version 1 and so on
   return version >= 1 && version <= std::ssize(known) ? std::optional(known[version - 1]) : std::nullopt;
 }
 

@@ -18,7 +18,7 @@ namespace Agent {
 class StateFile {
  public:
   /// To be increased with every change of the tables.
-  static constexpr int version = 4;
+  static constexpr int version = 5;
 
   /// Opens or makes a file, and reads the state in it. A file that is damaged, has another version, or has
   /// ids that are not possible, is renamed to a name with ".aside" at its end, and a new one is made;

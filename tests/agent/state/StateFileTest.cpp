@@ -278,6 +278,8 @@ Past somePast() {
   past.filtered = std::make_shared<const Agent::FilteredPorts>(Agent::FilteredPorts{
       {{Acl::AclType::mac, Acl::AclDirection::out, "eth2"}, {{"eth2", "M", ""}, {"po1", "N", "edge.acl"}}},
       {{Acl::AclType::ip, Acl::AclDirection::in, "eth1"}, {{"eth1", "A", "edge.acl"}}}});
+  past.fleet = std::make_shared<const Agent::FleetContent>(
+      Agent::FleetContent{1 + (int64_t{1} << 40), "0123456789abcdef", {{"/z", "text\n"}, {"/a", ""}}});
   return past;
 }
 
@@ -292,6 +294,9 @@ std::string textOf(const Past& past) {
   if (past.files) text += "\nfiles\n";
   for (const auto& [name, digest] : past.files.value_or(Agent::FileDigests()))
     text += fmt::format("{} {}\n", name, digest);
+  if (past.fleet) text += fmt::format("fleet {} {}\n", past.fleet->revision, past.fleet->version);
+  for (const auto& [key, value] : past.fleet ? past.fleet->texts : std::vector<Agent::FleetContent::Text>())
+    text += key + " " + value + "\n";
   if (past.filtered) text += "filtered\n";
   for (const auto& [port, filters] : past.filtered ? *past.filtered : Agent::FilteredPorts()) {
     for (const Agent::PortFilter& filter : filters)
@@ -317,6 +322,7 @@ TEST_F(StateFileTest, HasThePastThatWasWritten) {
   next.changes.back() = std::make_shared<const Change>(without);
   next.unconfirmed.reset();
   next.files->erase("other");
+  next.fleet = std::make_shared<const Agent::FleetContent>(Agent::FleetContent{7, "v", {}});
   next.filtered = std::make_shared<const Agent::FilteredPorts>();
   {
     const auto file = open();
@@ -330,7 +336,7 @@ TEST_F(StateFileTest, HasThePastThatWasWritten) {
 TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
   written(someState());
   for (const char* text : {"DROP TABLE change", "DROP TABLE unconfirmed", "DROP TABLE file",
-                           "DROP TABLE filtered", "PRAGMA user_version = 1"})
+                           "DROP TABLE filtered", "DROP TABLE fleet", "PRAGMA user_version = 1"})
     Database(path_).run(text);
   auto file = open();
   ASSERT_TRUE(file);
@@ -342,12 +348,30 @@ TEST_F(StateFileTest, OfAnAgentThatHadNoPastIsTaken) {
   EXPECT_EQ(textOf(open()->past()), textOf(somePast()));
 }
 
+TEST_F(StateFileTest, OfAnAgentThatKnewNoFleetIsTaken) {
+  Past past = somePast();
+  past.fleet.reset();
+  ASSERT_FALSE(open()->write(past));
+  for (const char* text : {"DROP TABLE fleet", "PRAGMA user_version = 4"}) Database(path_).run(text);
+  {
+    const auto file = open();
+    ASSERT_TRUE(file);
+    EXPECT_EQ(message_, "");
+    EXPECT_EQ(textOf(file->past()), textOf(past));
+    past.fleet = somePast().fleet;
+    ASSERT_FALSE(file->write(past));
+  }
+  EXPECT_EQ(textOf(open()->past()), textOf(past));
+}
+
 TEST_F(StateFileTest, OfAnAgentThatKnewNoFilesIsTaken) {
   Past past = somePast();
+  past.fleet.reset();
   past.files.reset();
   past.filtered.reset();
   ASSERT_FALSE(open()->write(past));
-  for (const char* text : {"DROP TABLE file", "DROP TABLE filtered", "PRAGMA user_version = 2"})
+  for (const char* text :
+       {"DROP TABLE file", "DROP TABLE filtered", "DROP TABLE fleet", "PRAGMA user_version = 2"})
     Database(path_).run(text);
   {
     const auto file = open();
@@ -362,9 +386,11 @@ TEST_F(StateFileTest, OfAnAgentThatKnewNoFilesIsTaken) {
 
 TEST_F(StateFileTest, OfAnAgentThatDidNotKnowWhatWasFilteredIsTaken) {
   Past past = somePast();
+  past.fleet.reset();
   past.filtered.reset();
   ASSERT_FALSE(open()->write(past));
-  for (const char* text : {"DROP TABLE filtered", "PRAGMA user_version = 3"}) Database(path_).run(text);
+  for (const char* text : {"DROP TABLE filtered", "DROP TABLE fleet", "PRAGMA user_version = 3"})
+    Database(path_).run(text);
   {
     const auto file = open();
     ASSERT_TRUE(file);

@@ -167,6 +167,7 @@ std::string kindOf(const std::vector<std::string>& arguments) {
   if (arguments.empty()) return "";
   // What is written in other models has schemas of its own, unless it is a member of a document.
   if (arguments[0] == "convert" || contains("--format")) return contains("--json") ? "convert" : "";
+  if (arguments[0] == "fleet") return arguments.size() > 1 ? named("fleet-" + arguments[1]) : "";
   if (arguments[0] != "show") return named(arguments[0]);
   for (const Agent::Show& show : Agent::shows()) {
     if (contains(show.name.data())) return named(fmt::format("show-{}", show.name));

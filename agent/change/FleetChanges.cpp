@@ -1,0 +1,136 @@
+#include <Acl/Workshop.h>
+#include <agent/change/FleetChanges.h>
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+/// How long content waits for which there was no memory.
+constexpr Kelp::Duration untilMemory{30.0};
+
+}  // namespace
+
+/// Content that is to come into force. It is read and compared on the thread.
+struct FleetChanges::Next {
+  SharedFleetContent content;
+  InputChange change{};
+  std::vector<std::string> mistakes{};
+
+  /// Who changes the source, for history and log.
+  std::string who() const { return fmt::format("the fleet, revision {}", content->revision); }
+  void prepare(const CurrentConfig& current, const Options& options) {
+    MadeModel made = readFleet(*content, options.limits);
+    mistakes = std::move(made.mistakes);
+    if (!made.model) return;
+    change.change = {fleetName, std::move(made.model)};
+    change.prepare(current, {"fleet", who(), options.leave});
+  }
+  std::vector<std::string> openings() const {
+    std::vector<std::string> texts;
+    for (const Warning& warning : change.prepared.told)
+      if (warning.consequence() == Consequence::opening) texts.push_back(warning.text);
+    return texts;
+  }
+};
+
+FleetChanges::FleetChanges(EventLoop& loop, CurrentConfig& current, const Confirmation& confirmation,
+                           Options options, std::function<void()> next, std::function<void()> taken)
+    : current_(current),
+      confirmation_(confirmation),
+      options_(std::move(options)),
+      next_(std::move(next)),
+      taken_(std::move(taken)),
+      again_(0, "Fleet",
+             [this] {
+               if (refused_ && !pending_) contentIs(refused_->content);
+             }),
+      background_(loop) {}
+
+void FleetChanges::contentIs(SharedFleetContent content) {
+  pending_ = std::move(content);
+  next_();
+}
+
+bool FleetChanges::isDue() const {
+  return pending_ || (refused_ && isConflict_ && refusedBy_ != current_.sources().version);
+}
+
+bool FleetChanges::begin() {
+  if (!isDue()) return false;
+  const auto next = std::make_shared<Next>();
+  next->content = pending_ ? std::exchange(pending_, nullptr) : refused_->content;
+  next->change.before = confirmation_.before();
+  background_.run([this, next] { next->prepare(current_, options_); },
+                  [this, next](const std::optional<std::string>& failed) { handlePrepared(next, failed); });
+  return true;
+}
+
+void FleetChanges::handlePrepared(const std::shared_ptr<Next>& next,
+                                  const std::optional<std::string>& failed) {
+  next_();
+  InputChange& change = next->change;
+  if (!failed && next->mistakes.empty() && !change.prepared.refused && !change.same) return take(next);
+  const bool isSame = !failed && next->mistakes.empty() && !change.prepared.refused;
+  if (isSame) change.isSame(current_);
+  current_.commit.discard(std::move(change.change.model));
+  Acl::Workshop::singleton().dispose(std::exchange(change.prepared.writes, {}));
+  if (failed) {
+    again_->scheduleTaskDelay(untilMemory);
+    return refuse(*next, {*failed}, false);
+  }
+  if (!next->mistakes.empty()) return refuse(*next, next->mistakes, false);
+  if (change.prepared.refused) return refuse(*next, {*change.prepared.refused}, true);
+  current_.history.fleetIs(next->content);
+  current_.history.keep();
+  handleInForce(*next);
+}
+
+void FleetChanges::take(const std::shared_ptr<Next>& next) {
+  InputChange& change = next->change;
+  const auto done = [this, next](const Commit::End& end) {
+    if (!end.refused) return handleTaken(*next);
+    again_->scheduleTaskDelay(untilMemory);
+    refuse(*next, {*end.refused}, false);
+    next_();
+  };
+  const auto refusal = current_.commit.begin(std::move(change.change), std::move(change.prepared.writes), done);
+  if (!refusal) return;
+  if (refusal->memory) again_->scheduleTaskDelay(untilMemory);
+  refuse(*next, {refusal->why}, !refusal->memory);
+}
+
+void FleetChanges::handleTaken(Next& next) {
+  current_.history.fleetIs(next.content);
+  next.change.isInForce(current_, next.who());
+  handleInForce(next);
+  taken_();
+  next_();
+}
+
+void FleetChanges::handleInForce(const Next& next) {
+  refused_.reset();
+  if (told_) told_({next.content, {}, next.openings(), next.change.summary});
+}
+
+void FleetChanges::refuse(const Next& next, std::vector<std::string> wrong, bool isConflict) {
+  isConflict_ = isConflict;
+  refusedBy_ = current_.sources().version;
+  Outcome outcome{next.content, std::move(wrong), next.openings(), next.change.summary};
+  // What is tried again and refused again is no news.
+  if (!refused_ || refused_->wrong != outcome.wrong) {
+    if (isConflict)
+      tellChange(current_.tell, {.who = next.who(),
+                                 .source = fleetName,
+                                 .summary = summaryText(outcome.summary),
+                                 .refused = outcome.wrong.front()});
+    else
+      tellBadFile(current_.tell, next.who(), outcome.wrong);
+  }
+  refused_ = std::move(outcome);
+  if (told_) told_(*refused_);
+}
+
+}  // namespace Agent

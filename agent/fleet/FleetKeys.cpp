@@ -1,0 +1,72 @@
+#include <agent/change/History.h>
+#include <agent/fleet/FleetKeys.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+constexpr std::string_view agentsWord = "agents";
+constexpr size_t mostNameOctets = 64;
+
+bool isNameOctet(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
+         c == '_';
+}
+
+/// The name of a list as a part of a key: what is no name's octet is %XX.
+std::string keyPart(std::string_view text) {
+  std::string part;
+  for (const char c : text)
+    part += isNameOctet(c) ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned char>(c));
+  return part;
+}
+
+}  // namespace
+
+std::string groupPrefix(std::string_view group) { return fmt::format("{}config/{}/", fleetRoot, group); }
+std::string ownPrefix(std::string_view agent) {
+  return fmt::format("{}config/{}/{}/", fleetRoot, agentsWord, agent);
+}
+std::string agentsPrefix() { return fmt::format("{}{}/", fleetRoot, agentsWord); }
+std::string stateKey(std::string_view agent) { return fmt::format("{}{}/state", agentsPrefix(), agent); }
+std::string knownPrefix() { return fmt::format("{}known/", fleetRoot); }
+std::string knownKey(std::string_view agent) { return fmt::format("{}{}", knownPrefix(), agent); }
+std::string countersPrefix() { return fmt::format("{}counters/", fleetRoot); }
+std::string counterKey(std::string_view agent, std::string_view type, std::string_view list) {
+  return fmt::format("{}{}/{}/{}", countersPrefix(), agent, type, keyPart(list));
+}
+std::string auditKey(std::string_view group) { return fmt::format("{}audit/{}", fleetRoot, group); }
+std::string textsPrefix(std::string_view group) { return groupPrefix(group); }
+
+std::string prefixEnd(std::string prefix) {
+  ++prefix.back();  // a slash
+  return prefix;
+}
+
+std::string_view nameIn(std::string_view key, std::string_view prefix) {
+  if (!key.starts_with(prefix)) return {};
+  const std::string_view rest = key.substr(prefix.size());
+  return rest.substr(0, rest.find('/'));
+}
+
+std::optional<std::string> whyNoFleetName(std::string_view name) {
+  const bool fits = !name.empty() && name.size() <= mostNameOctets &&
+                    std::all_of(name.begin(), name.end(), isNameOctet) && name != "." && name != "..";
+  if (fits) return std::nullopt;
+  return fmt::format("a name has 1 to {} letters, digits, dots, hyphens and underscores", mostNameOctets);
+}
+
+std::optional<std::string> whyNoGroup(std::string_view name) {
+  if (name == agentsWord) return "\"agents\" is no group: below it are the texts of single agents";
+  return whyNoFleetName(name);
+}
+
+void FleetVersion::add(std::string_view key, int64_t revision) {
+  all_ += fmt::format("{}\n{}\n", key, revision);
+}
+std::string FleetVersion::str() const { return fmt::format("{:016x}", digestOf(all_)); }
+
+}  // namespace Agent

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Agent {
+
+// The layout of the store: a contract with everybody who reads or writes it; docs/fleet.md has it, too.
+//
+//   /velo/v1/config/GROUP/NAME          a text for all agents of a group
+//   /velo/v1/config/agents/AGENT/NAME   a text for one agent
+//   /velo/v1/agents/AGENT/state         what is true of an agent; goes with it
+//   /velo/v1/known/AGENT                that there is such an agent; stays when it goes
+//   /velo/v1/counters/AGENT/TYPE/LIST   what the rules of a list have counted; goes with it
+//   /velo/v1/audit/GROUP                who has changed the texts of a group last, and why
+//
+// A text counts more than those behind it in this order: the agent's own, then those of its groups in the
+// order in which the agent names them, and of one place by NAME.
+
+inline constexpr std::string_view fleetRoot = "/velo/v1/";
+
+std::string groupPrefix(std::string_view group);
+std::string ownPrefix(std::string_view agent);
+/// Below them is what agents say of themselves: "NAME/state", "NAME", and "NAME/TYPE/LIST".
+std::string agentsPrefix();
+std::string knownPrefix();
+std::string countersPrefix();
+std::string stateKey(std::string_view agent);
+/// That there is such an agent; stays when it goes.
+std::string knownKey(std::string_view agent);
+std::string counterKey(std::string_view agent, std::string_view type, std::string_view list);
+std::string auditKey(std::string_view group);
+/// Where the texts are whose changes an audit key is for: a group's, or, of "agents/NAME", an agent's own.
+std::string textsPrefix(std::string_view group);
+
+/// The first key behind all that begin so.
+std::string prefixEnd(std::string prefix);
+
+/// What comes behind a prefix and up to the next slash; empty if there is none. "agents" of a state's key.
+std::string_view nameIn(std::string_view key, std::string_view prefix);
+
+/// Why this cannot be the name of an agent or of a text, or of a group; nothing if it can.
+std::optional<std::string> whyNoFleetName(std::string_view name);
+std::optional<std::string> whyNoGroup(std::string_view name);
+
+/// Tells content from other content: its keys in their order, each with the revision of its last change. So
+/// whoever sees the store can tell what an agent has in force.
+class FleetVersion {
+ public:
+  void add(std::string_view key, int64_t revision);
+  /// 16 hexadecimal digits.
+  std::string str() const;
+
+ private:
+  std::string all_;
+};
+
+}  // namespace Agent

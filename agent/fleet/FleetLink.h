@@ -1,0 +1,79 @@
+#pragma once
+
+#include <agent/change/FleetContent.h>
+#include <agent/core/Descriptor.h>
+#include <agent/fleet/FleetSession.h>
+#include <agent/log/LogEvent.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace Agent {
+
+/// Keeps an agent and the store of its fleet in touch, on a thread of its own: content comes in, status and
+/// counters go out. Nobody waits for it. When the store does not answer it tries again for ever, a little
+/// later each time (see Backoff).
+///
+/// Functions are for the loop's thread unless they say otherwise.
+class FleetLink {
+ public:
+  /// `tell` is called on the thread.
+  FleetLink(EtcdPlace place, FleetIdentity identity, TellLog tell);
+  /// Waits for the thread, half a second at most. What the store has of the agent's status is gone then.
+  ~FleetLink();
+  FleetLink(const FleetLink&) = delete;
+  FleetLink& operator=(const FleetLink&) = delete;
+
+  void start();
+
+  /// Can be read when there is content to be taken.
+  int bell() const { return bell_.get(); }
+  /// The last content that was not taken yet; null when there is none.
+  SharedFleetContent take();
+  /// Waits for it, so many seconds at most.
+  SharedFleetContent wait(double seconds);
+
+  /// What the store is to have of the agent: its status, and of counters those that have changed; an empty
+  /// value takes one back.
+  void stateIs(std::string value);
+  void countersAre(std::map<std::string, std::string> changed);
+
+  struct Connection {
+    bool connected = false;
+    std::string endpoint{};  ///< that is asked
+    std::string wrong{};     ///< why it is not connected, or cannot write
+    double since = 0;        ///< seconds since the epoch; 0: it has never been
+  };
+  Connection connection() const;
+
+ private:
+  void run();
+  /// For the thread.
+  void contentIs(SharedFleetContent content);
+  FleetOutgoing takeOutgoing();
+  void isConnected(const std::string& endpoint);
+  void isWrong(const std::string& why, bool connected);
+  void tell(Severity severity, std::string text, std::string_view result) const;
+
+  const EtcdPlace place_;
+  const FleetIdentity identity_;
+  const TellLog tell_;
+  const Descriptor bell_;
+  Http http_;
+  std::atomic<bool> ending_ = false;
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  // Protected by the mutex.
+  SharedFleetContent content_;
+  FleetOutgoing outgoing_;
+  Connection connection_;
+
+  std::thread thread_;
+};
+
+}  // namespace Agent

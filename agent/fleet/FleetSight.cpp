@@ -1,0 +1,215 @@
+#include <agent/core/Words.h>
+#include <agent/fleet/FleetKeys.h>
+#include <agent/fleet/FleetSession.h>
+#include <agent/fleet/FleetSight.h>
+#include <agent/show/Text.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* inForceWord = "in force";
+
+Json parsed(const std::string& text) {
+  Json json = Json::parse(text, nullptr, false);
+  return json.is_object() ? json : Json(nullptr);
+}
+
+std::vector<std::string> groupsIn(const Json& json) {
+  std::vector<std::string> groups;
+  if (!json.is_object() || !json.contains("groups") || !json.at("groups").is_array()) return groups;
+  for (const Json& group : json.at("groups")) {
+    if (group.is_string()) groups.push_back(group.get<std::string>());
+  }
+  return groups;
+}
+
+/// A member of a document that others have written; null when it is not there.
+Json memberOf(const Json& json, const char* name) {
+  return json.is_object() && json.contains(name) ? json.at(name) : Json(nullptr);
+}
+
+std::string versionIn(const Json& content) {
+  const Json version = memberOf(content, "version");
+  return version.is_string() ? version.get<std::string>() : "";
+}
+
+Json contentWords(const FleetContent& content) {
+  return {{"revision", content.revision}, {"version", content.version}};
+}
+
+}  // namespace
+
+std::optional<PortNames> FleetSight::Member::ports() const {
+  const Json ports = memberOf(state, "ports");
+  if (!ports.is_array() || ports.empty()) return std::nullopt;
+  PortNames names;
+  for (const Json& port : ports) {
+    const Json name = memberOf(port, "name");
+    if (name.is_string()) names.insert(name.get<std::string>());
+  }
+  return names;
+}
+
+FleetContent FleetSight::contentOf(const std::string& agent) const {
+  FleetContent content;
+  FleetVersion version;
+  const auto member = agents.find(agent);
+  const FleetIdentity identity{agent,
+                               member == agents.end() ? std::vector<std::string>() : member->second.groups};
+  for (const std::string& prefix : identity.prefixes()) {
+    for (auto at = texts.lower_bound(prefix); at != texts.end() && at->first.starts_with(prefix); ++at) {
+      const auto& [key, entry] = *at;
+      if (whyNoFleetName(std::string_view(key).substr(prefix.size()))) continue;
+      content.texts.push_back({key, entry.value});
+      content.revision = std::max(content.revision, entry.modified);
+      version.add(key, entry.modified);
+    }
+  }
+  content.version = version.str();
+  return content;
+}
+
+std::vector<std::string> FleetSight::keysOf(const std::string& group) const {
+  const std::string prefix = textsPrefix(group);
+  std::vector<std::string> keys;
+  for (auto at = texts.lower_bound(prefix); at != texts.end() && at->first.starts_with(prefix); ++at) {
+    if (!whyNoFleetName(std::string_view(at->first).substr(prefix.size()))) keys.push_back(at->first);
+  }
+  return keys;
+}
+
+std::vector<std::string> FleetSight::agentsOf(const std::string& group) const {
+  std::vector<std::string> names;
+  for (const auto& [name, member] : agents) {
+    if (textsPrefix(group) == ownPrefix(name) ||
+        std::find(member.groups.begin(), member.groups.end(), group) != member.groups.end())
+      names.push_back(name);
+  }
+  return names;
+}
+
+Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further,
+                             std::vector<std::vector<EtcdEntry>>* found) {
+  std::vector<EtcdRange> ranges = {{.key = std::string(fleetRoot) + "config/",
+                                    .isPrefix = true,
+                                    .keysOnly = texts == FleetSight::Texts::keys},
+                                   {.key = agentsPrefix(), .isPrefix = true},
+                                   {.key = knownPrefix(), .isPrefix = true}};
+  std::move(further.begin(), further.end(), std::back_inserter(ranges));
+  auto answer = etcd.read(std::move(ranges));
+  if (!answer) return {{}, std::move(answer.wrong), false};
+  FleetSight sight;
+  sight.revision = answer.value->revision;
+  auto& reads = answer.value->reads;
+  for (EtcdEntry& entry : reads[0]) sight.texts.emplace(entry.key, std::move(entry));
+  for (const EtcdEntry& entry : reads[2]) {
+    const std::string name(nameIn(entry.key, knownPrefix()));
+    if (!whyNoFleetName(name)) sight.agents[name].groups = groupsIn(parsed(entry.value));
+  }
+  for (const EtcdEntry& entry : reads[1]) {
+    const std::string name(nameIn(entry.key, agentsPrefix()));
+    if (whyNoFleetName(name) || entry.key != stateKey(name)) continue;
+    auto& member = sight.agents[name];
+    member.state = parsed(entry.value);
+    if (member.state.is_object()) member.groups = groupsIn(member.state);
+  }
+  if (found) found->assign(std::make_move_iterator(reads.begin() + 3), std::make_move_iterator(reads.end()));
+  return {std::move(sight), {}, false};
+}
+
+std::string_view memberStatus(const FleetSight::Member& member, const std::string& wanted) {
+  if (member.state.is_null()) return "gone";
+  if (versionIn(memberOf(member.state, "inForce")) == wanted) return inForceWord;
+  const Json result = memberOf(member.state, "result");
+  if (result == "waiting") return "waiting";
+  return result == "refused" && versionIn(memberOf(member.state, "wanted")) == wanted ? "refused" : "behind";
+}
+
+Json fleetStatusDocument(const FleetSight& sight) {
+  Json agents = Json::array();
+  Json summary = {{inForceWord, 0}, {"behind", 0}, {"refused", 0}, {"waiting", 0}, {"gone", 0}};
+  for (const auto& [name, member] : sight.agents) {
+    const FleetContent wanted = sight.contentOf(name);
+    const std::string status(memberStatus(member, wanted.version));
+    summary[status] = summary[status].get<int>() + 1;
+    Json one = {
+        {"agent", name}, {"groups", member.groups}, {"status", status}, {"wanted", contentWords(wanted)}};
+    for (const char* told : {"inForce", "since", "started", "program"})
+      one[told] = memberOf(member.state, told);
+    for (const char* told : {"mistakes", "openings", "ports"}) {
+      Json list = memberOf(member.state, told);
+      one[told] = list.is_array() ? std::move(list) : Json::array();
+    }
+    agents.push_back(std::move(one));
+  }
+  return {{"revision", sight.revision}, {"agents", std::move(agents)}, {"summary", std::move(summary)}};
+}
+
+std::string fleetStatusText(const Json& document, bool colour, double now) {
+  std::vector<std::vector<std::string>> lines = {
+      {"agent", "groups", "status", "in force", "wanted", "since", "why"}};
+  for (const Json& agent : document.at("agents")) {
+    const Json& inForce = agent.at("inForce");
+    const Json& since = agent.at("since");
+    const Json& why = agent.at("mistakes");
+    const bool refused = agent.at("status") == "refused" || agent.at("status") == "waiting";
+    lines.push_back({valueText(agent.at("agent")),
+                     fmt::format("{}", fmt::join(agent.at("groups").get<std::vector<std::string>>(), ",")),
+                     valueText(agent.at("status")),
+                     inForce.is_object() ? valueText(memberOf(inForce, "revision")) : "-",
+                     valueText(agent.at("wanted").at("revision")),
+                     since.is_number() ? timeText(since.get<double>(), now) : "-",
+                     refused && !why.empty() ? printableText(valueText(why.at(0))) : ""});
+  }
+  std::vector<std::string> sums;
+  for (const auto& [status, count] : document.at("summary").items()) {
+    if (count != 0) sums.push_back(fmt::format("{} {}", count.get<int>(), status));
+  }
+  return tableText(lines, {false, false, false, true, true, false, false}, colour) +
+         fmt::format("\n{}{}{}\n", countText(document.at("agents").size(), "agent"), sums.empty() ? "" : ": ",
+                     fmt::join(sums, ", "));
+}
+
+Json fleetDiffDocument(const FleetSight& sight) {
+  std::map<std::string, std::vector<std::string>> agents;  // by version of what is in force
+  std::map<std::string, Json> contents;
+  for (const auto& [name, member] : sight.agents) {
+    const Json inForce = memberOf(member.state, "inForce");
+    const std::string version = member.state.is_null() ? "gone" : versionIn(inForce);
+    // Agents of the same groups without texts of their own are to have the same; what differs is told.
+    const std::string key = fmt::format("{} {}", fmt::join(member.groups, ","), version);
+    agents[key].push_back(name);
+    contents[key] = {{"groups", member.groups},
+                     {"inForce", inForce},
+                     {"status", memberStatus(member, sight.contentOf(name).version)}};
+  }
+  Json different = Json::array();
+  for (auto& [key, names] : agents) {
+    Json one = std::move(contents.at(key));
+    one["agents"] = names;
+    different.push_back(std::move(one));
+  }
+  return {{"revision", sight.revision}, {"same", different.size() < 2}, {"contents", std::move(different)}};
+}
+
+std::string fleetDiffText(const Json& document) {
+  std::string text;
+  for (const Json& one : document.at("contents")) {
+    const Json& inForce = one.at("inForce");
+    text += fmt::format(
+        "{} ({}): {}\n",
+        inForce.is_object() ? "revision " + valueText(memberOf(inForce, "revision")) : "nothing in force",
+        valueText(one.at("status")), fmt::join(one.at("agents").get<std::vector<std::string>>(), " "));
+  }
+  return text.empty() ? "there is no agent\n" : text;
+}
+
+}  // namespace Agent

@@ -1,0 +1,456 @@
+#!/usr/bin/env python3
+"""Tests agents that have their lists from a real etcd.
+
+usage: fleet_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
+environment: VELO_LIVE_FLEET_AGENTS and VELO_LIVE_FLEET_CHANGES ask for more of each than fits into a build, VELO_LIVE_SEED for
+other ones.
+"""
+
+import base64
+import json
+import os
+import random
+import signal
+import subprocess
+import tempfile
+import time
+import urllib.error
+import urllib.request
+
+import live_test
+from live_test import LiveTest, until
+from network import Control, has, udp
+from operating_test import wanted
+
+ROOT = "/velo/v1/"
+
+
+def text(list_name, *ports, port="eth1"):
+    rules = "".join(f"  {10 * i + 10} permit udp any any eq {p}\n" for i, p in enumerate(ports))
+    return f"ip access-list {list_name}\n{rules}interface {port}\n  ip access-group {list_name} in\n"
+
+
+class Etcd:
+    """A server in a namespace, with a client."""
+
+    def __init__(self, namespace, folder, name="e1", client=2379, peer=2380, cluster=None):
+        self.namespace, self.folder, self.name = namespace, folder, name
+        self.url, self.peer = f"http://127.0.0.1:{client}", f"http://127.0.0.1:{peer}"
+        self.cluster = cluster or f"{name}={self.peer}"
+        self.process = self.token = None
+
+    def start(self):
+        with open(os.path.join(self.folder, f"{self.name}.log"), "ab") as log:
+            self.process = subprocess.Popen(
+                self.namespace.command("etcd", "--name", self.name, "--data-dir", os.path.join(self.folder, self.name),
+                                       "--listen-client-urls", self.url, "--advertise-client-urls", self.url,
+                                       "--listen-peer-urls", self.peer, "--initial-advertise-peer-urls", self.peer,
+                                       "--initial-cluster", self.cluster, "--logger", "zap"), stdout=log, stderr=log)
+        return self
+
+    def started(self):
+        self.start()
+        if not until(self.answers, 30):
+            raise RuntimeError("etcd does not answer")
+        return self
+
+    def answers(self):
+        try:
+            self.get(ROOT)
+            return True
+        except OSError:
+            return False
+
+    def kill(self):
+        if self.process:
+            self.process.send_signal(signal.SIGKILL)
+            self.process.wait()
+            self.process = None
+
+    def call(self, path, question):
+        headers = {"Authorization": self.token} if self.token else {}
+        with self.namespace.entered():
+            asked = urllib.request.Request(self.url + path, json.dumps(question).encode(), headers)
+            with urllib.request.urlopen(asked, timeout=10) as answer:
+                return json.load(answer)
+
+    @staticmethod
+    def coded(value):
+        return base64.b64encode(value if isinstance(value, bytes) else value.encode()).decode()
+
+    def write(self, puts):
+        """Writes, or with None deletes, keys below the root in one transaction; the revision."""
+        operations = [{"request_delete_range": {"key": self.coded(ROOT + key)}} if value is None else
+                      {"request_put": {"key": self.coded(ROOT + key), "value": self.coded(value)}} for key, value in puts.items()]
+        return int(self.call("/v3/kv/txn", {"success": operations})["header"]["revision"])
+
+    def get(self, prefix):
+        """The entries below a prefix by key: the value and the revision of its last change."""
+        end = prefix[:-1] + chr(ord(prefix[-1]) + 1)
+        found = self.call("/v3/kv/range", {"key": self.coded(prefix), "range_end": self.coded(end)})
+        return {base64.b64decode(kv["key"]).decode(): (base64.b64decode(kv.get("value", "")), int(kv["mod_revision"]))
+                for kv in found.get("kvs", [])}
+
+    def state(self, agent):
+        found = self.get(f"{ROOT}agents/{agent}/state")
+        return json.loads(found[f"{ROOT}agents/{agent}/state"][0]) if found else None
+
+
+class FleetTest(LiveTest):
+    def setUp(self):
+        if not has("etcd"):
+            self.skipTest("there is no etcd (Debian: etcd-server)")
+        super().setUp()
+        folder = tempfile.TemporaryDirectory(prefix="velo-fleet-")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.etcd = Etcd(self.middle, self.folder)
+        self.addCleanup(self.etcd.kill)
+        self.random = random.Random(wanted("SEED", 1))
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def joined(self, name, groups, *arguments, ports=(), store=None, config=None, **options):
+        """An agent of the fleet, with a state file and a socket of its own."""
+        started = live_test.Agent(live_test.VELO, self.middle, config, "--fleet", store or self.etcd.url, "--fleet-name", name,
+                                  "--fleet-groups", groups, "--state", self.path(f"{name}.state"), "--control", self.path(f"{name}.socket"),
+                                  *(word for number in ports for word in ("--port", f"eth{number}=eth{number}")),
+                                  *(() if ports else ("--port", "eth1=null:")), *arguments, **options)
+        self.addCleanup(started.kill)
+        return started
+
+    def status(self, name):
+        client = Control(self.path(f"{name}.socket"))
+        try:
+            return client.ask("show", what="status")["configuration"]
+        finally:
+            client.close()
+
+    def in_force(self, name):
+        found = self.status(name)["fleet"]["inForce"]
+        return found and found["revision"]
+
+
+class Joining(FleetTest):
+    def test_lists_come_from_the_store_and_status_goes_there(self):
+        self.stations_are(1, 2)
+        self.etcd.started()
+        first = self.etcd.write({"config/edge/base": text("A", 10), "config/agents/a1/own": "ip access-list O\n"})
+        self.joined("a1", "edge,lab", "--patch", "eth1,eth2", ports=(1, 2))
+        self.assertTrue(until(lambda: self.etcd.state("a1") is not None))
+        state = self.etcd.state("a1")
+        self.assertEqual((state["agent"], state["groups"], state["result"]), ("a1", ["edge", "lab"], "in force"))
+        self.assertEqual(state["inForce"]["revision"], first)
+        self.assertEqual([port["name"] for port in state["ports"]], ["eth1", "eth2"])
+        a, b = self.wire(1), self.wire(2)
+        a.send([udp(10, 1), udp(20, 2)])
+        self.assertEqual(b.received(2, patience=1), [udp(10, 1)])
+
+        second = self.etcd.write({"config/edge/base": text("A", 20), "config/lab/more": "ip access-list M\n"})
+        self.assertTrue(until(lambda: self.in_force("a1") == second))
+        a.send([udp(10, 3), udp(20, 4)])
+        self.assertEqual(b.received(2, patience=1), [udp(20, 4)])
+        key = f"{ROOT}counters/a1/ip/A"
+        self.assertTrue(until(lambda: key in self.etcd.get(f"{ROOT}counters/")), "counters come within seconds")
+        counted = json.loads(self.etcd.get(key)[key][0])
+        self.assertEqual([rule[:2] for rule in counted["rules"]], [[10, 1]], "of the rule that is new, what it met")
+
+        # What is refused leaves what was in force, and is told there with its places.
+        refused = self.etcd.write({"config/lab/more": "ip access-list M\n 10 permit nonsense\n", "config/edge/base": text("A", 30)})
+        self.assertTrue(until(lambda: self.etcd.state("a1")["result"] == "refused"))
+        state = self.etcd.state("a1")
+        self.assertEqual((state["wanted"]["revision"], state["inForce"]["revision"]), (refused, second))
+        self.assertIn("/velo/v1/config/lab/more:2:", state["mistakes"][0])
+        a.send([udp(30, 5), udp(20, 6)])
+        self.assertEqual(b.received(2, patience=1), [udp(20, 6)])
+        # An opening, too.
+        self.etcd.write({"config/lab/more": None, "config/edge/base": None})
+        self.assertTrue(until(lambda: self.etcd.state("a1")["openings"]))
+        a.send([udp(30, 7), udp(20, 8)])
+        self.assertEqual(b.received(2, patience=1), [udp(20, 8)])
+
+    def test_status_goes_with_the_agent(self):
+        self.etcd.started()
+        agent = self.joined("a1", "edge")
+        self.assertTrue(until(lambda: self.etcd.state("a1") is not None))
+        begin = time.monotonic()
+        agent.stop()
+        self.assertLess(time.monotonic() - begin, 1.6)
+        self.assertIsNone(self.etcd.state("a1"))
+        self.assertEqual(list(self.etcd.get(f"{ROOT}known/")), [f"{ROOT}known/a1"])
+
+    def test_without_lists_nothing_is_forwarded(self):
+        agent = self.joined("a1", "edge", check=False)
+        self.assertFalse(agent.ready)
+        self.etcd.started()
+        self.etcd.write({"config/edge/base": "nonsense\n"})
+        self.assertFalse(until(lambda: self.etcd.state("a1") and self.etcd.state("a1")["result"] != "waiting", patience=3))
+        good = self.etcd.write({"config/edge/base": text("A", 10)})
+        self.assertTrue(until(lambda: os.path.exists(self.path("a1.socket")), 40))
+        self.assertTrue(until(lambda: self.in_force("a1") == good, 40))
+
+
+class Losing(FleetTest):
+    def test_an_agent_without_its_store_filters_on(self):
+        self.stations_are(1, 2)
+        self.etcd.started()
+        first = self.etcd.write({"config/edge/base": text("A", 10)})
+        agent = self.joined("a1", "edge", "--patch", "eth1,eth2", ports=(1, 2))
+        self.assertEqual(self.in_force("a1"), first)
+        self.etcd.kill()
+        self.assertTrue(until(lambda: not self.status("a1")["fleet"]["connected"]))
+        self.assertTrue(self.status("a1")["fleet"]["wrong"])
+        a, b = self.wire(1), self.wire(2)
+        a.send([udp(10, 1), udp(20, 2)])
+        self.assertEqual(b.received(2, patience=1), [udp(10, 1)])
+        # Killed, and started again without a store: by what it has kept.
+        agent.kill()
+        agent = self.joined("a1", "edge", "--patch", "eth1,eth2", ports=(1, 2))
+        self.assertEqual(self.in_force("a1"), first)
+        a.send([udp(10, 3), udp(20, 4)])
+        self.assertEqual(b.received(2, patience=1), [udp(10, 3)])
+        # What was written while it was away comes when the store is back, even if it has forgotten the revisions.
+        self.etcd.started()
+        for port in range(100, 110):
+            last = self.etcd.write({"config/edge/base": text("A", port)})
+        self.etcd.call("/v3/kv/compaction", {"revision": str(last), "physical": True})
+        self.assertTrue(until(lambda: self.in_force("a1") == last, 40))
+        self.assertTrue(until(lambda: (self.etcd.state("a1") or {}).get("inForce", {}).get("revision") == last, 40))
+        a.send([udp(10, 5), udp(109, 6)])
+        self.assertEqual(b.received(2, patience=1), [udp(109, 6)])
+
+    def test_any_history_leaves_what_the_store_says(self):
+        """Random transactions on the texts of several agents, while agents and the store are killed: in the end each has in
+        force what is there. Each transaction writes the same number to two texts, so a mixture would show at any time."""
+        self.etcd.started()
+        count, changes = wanted("FLEET_AGENTS", 3), wanted("FLEET_CHANGES", 40)
+        groups = ("edge", "lab")
+        names = [f"a{i}" for i in range(count)]
+        number = 0
+
+        def pair():
+            return {"config/edge/n": f"ip access-list E{number}\n", "config/lab/n": f"ip access-list L{number}\n"}
+
+        self.etcd.write({**pair(), "config/edge/base": text("A", 10)})
+        agents = {name: self.joined(name, ",".join(groups)) for name in names}
+        seen = 0
+        for _ in range(changes):
+            number += 1
+            values = pair()
+            chance = self.random.random()
+            if chance < 0.3:
+                values[f"config/agents/{self.random.choice(names)}/own"] = f"ip access-list O{number}\n"
+            elif chance < 0.4:
+                values["config/lab/bad"] = "nonsense\n"
+            elif chance < 0.6:
+                values["config/lab/bad"] = None
+            last = self.etcd.write(values)
+            event = self.random.random()
+            if event < 0.1:
+                name = self.random.choice(names)
+                agents[name].kill()
+                agents[name] = self.joined(name, ",".join(groups))
+            elif event < 0.15:
+                self.etcd.kill()
+                self.etcd.started()
+            time.sleep(self.random.random() * 0.3)
+            name = self.random.choice(names)
+            client = Control(self.path(f"{name}.socket"))
+            lists = {one["name"] for one in client.ask("show", what="access-lists")["lists"]}
+            client.close()
+            self.assertIn("A", lists, "it filters all the time")
+            mixture = {one[1:] for one in lists if one[0] in "EL"}
+            self.assertEqual(len(mixture), 1, f"a mixture of transactions: {lists}")
+            seen += 1
+        last = self.etcd.write({"config/lab/bad": None, "config/edge/end": "ip access-list END\n"})
+        for name in names:
+            self.assertTrue(until(lambda n=name: self.in_force(n) == last, 60), self.status(name)["fleet"])
+            self.assertTrue(until(lambda n=name: (self.etcd.state(n) or {}).get("inForce", {}).get("revision") == last, 60))
+            stored = [value.decode() for prefix in (f"config/agents/{name}/", "config/edge/", "config/lab/")
+                      for value, _ in self.etcd.get(ROOT + prefix).values()]
+            client = Control(self.path(f"{name}.socket"))
+            lists = sorted(one["name"] for one in client.ask("show", what="access-lists")["lists"])
+            client.close()
+            self.assertEqual(lists, sorted(one.split("\n")[0].split()[-1] for one in stored))
+        self.assertEqual(seen, changes)
+
+    def test_a_cluster_without_its_leader(self):
+        """Three members: the one that an agent asks is killed, the leader or not."""
+        cluster = ",".join(f"m{i}=http://127.0.0.1:{4000 + i}" for i in range(3))
+        members = [Etcd(self.middle, self.folder, f"m{i}", 3000 + i, 4000 + i, cluster) for i in range(3)]
+        for member in members:
+            self.addCleanup(member.kill)
+            member.start()
+        self.assertTrue(until(lambda: all(member.answers() for member in members), 60))
+        members[0].write({"config/edge/base": text("A", 10)})
+        self.joined("a1", "edge", store=",".join(member.url for member in members))
+        for i, member in enumerate(members):
+            member.kill()
+            other = members[(i + 1) % 3]
+            self.assertTrue(until(other.answers, 30))
+            last = other.write({"config/edge/base": text("A", 20 + i)})
+            self.assertTrue(until(lambda r=last: self.in_force("a1") == r, 60), f"member {i}")
+            member.start()
+            self.assertTrue(until(member.answers, 60))
+
+
+class Guarding(FleetTest):
+    def role(self, name, *rights):
+        """A user of a role with rights to read ("r") or write ("w") what is below prefixes."""
+        self.etcd.call("/v3/auth/role/add", {"name": name})
+        for right, prefix in rights:
+            kind = {"r": "READ", "w": "WRITE"}[right]
+            prefix = ROOT + prefix
+            end = prefix[:-1] + chr(ord(prefix[-1]) + 1)
+            self.etcd.call("/v3/auth/role/grant", {"name": name, "perm": {"permType": kind, "key": Etcd.coded(prefix),
+                                                                            "range_end": Etcd.coded(end)}})
+        self.etcd.call("/v3/auth/user/add", {"name": name, "password": name + "-pw"})
+        self.etcd.call("/v3/auth/user/grant", {"user": name, "role": name})
+        path = self.path(name + ".login")
+        with open(path, "w", encoding="ascii") as file:
+            file.write(f"{name}:{name}-pw\n")
+        return path
+
+    def test_an_agent_reads_its_groups_and_writes_its_own_status_only(self):
+        self.etcd.started()
+        first = self.etcd.write({"config/edge/base": text("A", 10), "config/lab/x": "ip access-list L\n"})
+        login = self.role("a1", ("r", "config/edge/"), ("r", "config/agents/a1/"), ("w", "agents/a1/"), ("w", "counters/a1/"),
+                          ("w", "known/a1"))
+        self.etcd.call("/v3/auth/role/add", {"name": "root"})
+        self.etcd.call("/v3/auth/user/add", {"name": "root", "password": "root"})
+        self.etcd.call("/v3/auth/user/grant", {"user": "root", "role": "root"})
+        self.etcd.call("/v3/auth/enable", {})
+        self.etcd.token = self.etcd.call("/v3/auth/authenticate", {"name": "root", "password": "root"})["token"]
+        self.joined("a1", "edge", "--fleet-login", login)
+        self.assertEqual(self.in_force("a1"), first)
+        self.assertTrue(until(lambda: self.etcd.state("a1") is not None))
+        second = self.etcd.write({"config/edge/base": text("A", 20)})
+        self.assertTrue(until(lambda: self.in_force("a1") == second))
+        # Another group is not for it, and neither is the status of another agent.
+        with open(login, encoding="ascii") as file:
+            user, password = file.read().strip().split(":")
+        root, self.etcd.token = self.etcd.token, self.etcd.call("/v3/auth/authenticate", {"name": user, "password": password})["token"]
+        for attempt in (lambda: self.etcd.get(ROOT + "config/lab/"), lambda: self.etcd.write({"config/edge/base": ""}),
+                        lambda: self.etcd.write({"agents/a2/state": ""})):
+            with self.assertRaises(urllib.error.HTTPError):
+                attempt()
+        self.etcd.token = root
+        # Without a right it says so, and goes on asking.
+        other = self.joined("a2", "lab", "--fleet-login", login, check=False)
+        other.process.send_signal(signal.SIGTERM)
+        self.assertIn("permission denied", other.process.communicate(timeout=10)[1])
+
+    def test_whatever_is_in_the_store_nothing_else_stops(self):
+        self.stations_are(1, 2)
+        self.etcd.started()
+        good = {"config/edge/base": text("A", 10)}
+        last_good = self.etcd.write(good)
+        agent = self.joined("a1", "edge", "--patch", "eth1,eth2", ports=(1, 2))
+        before = agent.memory()
+        hostile = {
+            "garbage": {"config/edge/x": self.random.randbytes(100000)},
+            "a huge value": {"config/edge/x": b"ip access-list H\n" + b" remark x\n" * 100000},
+            "zeros": {"config/edge/x": b"\0" * 1000000},
+            "a number": {"config/edge/x": "17"},
+            "a document of another kind": {"config/edge/x": '{"a": [1, {}]}'},
+            "deep": {"config/edge/x": "[" * 500000},
+        }
+        for sentence, values in hostile.items():
+            last = self.etcd.write(values)
+            self.assertTrue(until(lambda r=last: self.status("a1")["fleet"]["wanted"]["revision"] == r, 40), sentence)
+            self.assertIn(self.in_force("a1"), (last_good, last), sentence)
+            last_good = self.in_force("a1")  # a value may be huge and good
+        self.etcd.write({"config/edge/a/b": "nonsense", "config/edge/": "nonsense", "config/edge/x": None})
+        for begin in range(0, wanted("FLEET_KEYS", 3000), 100):
+            self.etcd.write({f"config/edge/n{i}": "x" for i in range(begin, begin + 100)})
+        self.assertTrue(until(lambda: "more than 1000 texts" in str(self.status("a1")["bad"]), 60), self.status("a1")["bad"])
+        a, b = self.wire(1), self.wire(2)
+        a.send([udp(10, 1), udp(20, 2)])
+        self.assertEqual(b.received(2, patience=1), [udp(10, 1)])
+        self.assertLess(agent.memory(), before + (256 << 20))
+        prefix = ROOT + "config/edge/n"
+        self.etcd.call("/v3/kv/deleterange", {"key": Etcd.coded(prefix), "range_end": Etcd.coded(prefix[:-1] + "o")})
+        self.assertTrue(until(lambda: not self.status("a1")["bad"], 60), self.status("a1")["bad"])
+
+
+class Commanding(FleetTest):
+    def velo(self, *words, status=0):
+        """What a command of the fleet prints, as a document; of one that fails what it says."""
+        done = self.middle.run(live_test.VELO, "fleet", *words, "--fleet", self.etcd.url, "--json", check=False)
+        self.assertEqual(done.returncode, status, done.stdout)
+        return json.loads(done.stdout) if done.stdout.startswith("{") else done.stdout
+
+    def file(self, name, content):
+        path = self.path(name)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(content)
+        return path
+
+    def test_an_operator_changes_and_looks(self):
+        self.stations_are(1, 2)
+        self.etcd.started()
+        self.assertEqual(self.velo("status")["agents"], [])
+        base = self.file("base", text("A", 10))
+        first = self.velo("apply", "edge", base, "--why", "the first")["revision"]
+        self.joined("a1", "edge", "--patch", "eth1,eth2", ports=(1, 2))
+        self.joined("a2", "edge,lab")
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 2))
+        told = self.velo("status")["agents"]
+        self.assertEqual([(one["agent"], one["inForce"]["revision"]) for one in told], [("a1", first), ("a2", first)])
+
+        # Nothing is carried out that is only asked for, has a mistake, or opens something.
+        self.file("base", text("A", 20))
+        dry = self.velo("apply", "edge", base, "--dry-run")
+        self.assertEqual((dry["applied"], len(dry["effects"])), (False, 1 + 1))
+        self.file("base", "nonsense\n")
+        self.assertIn("base:1:1", self.velo("apply", "edge", base, status=2)["refused"])
+        self.file("base", "ip access-list A\n")
+        self.assertIn("loses its last", self.velo("apply", "edge", base, status=2)["refused"])
+        self.assertEqual(self.velo("status")["agents"][0]["inForce"]["revision"], first)
+
+        self.file("base", text("A", 20, 30))
+        second = self.velo("apply", "edge", base, "--why", "ports")["revision"]
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 2))
+        a, b = self.wire(1), self.wire(2)
+        a.send([udp(10, 1), udp(20, 2), udp(20, 3)])
+        self.assertEqual(len(b.received(2, patience=1)), 2)
+
+        def sums():
+            rules = self.velo("show", "access-lists")["lists"][0]["rules"]
+            return [(rule["sequence"], rule["packets"], rule["agents"]) for rule in rules]
+        self.assertTrue(until(lambda: sums() == [(10, 2, 1), (20, 0, 0)], 20), sums())
+        unused = self.velo("show", "access-lists", "--unused")["lists"][0]["rules"]
+        self.assertEqual([rule["sequence"] for rule in unused], [20])
+
+        history = self.velo("history", "edge")["changes"]
+        self.assertEqual([(one["revision"], one["why"]) for one in history], [(second, "ports"), (first, "the first")])
+        back = self.velo("rollback", "edge")
+        self.assertTrue(back["applied"])
+        self.assertEqual(self.etcd.get(ROOT + "config/edge/")[ROOT + "config/edge/base"][0].decode(), text("A", 10))
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 2))
+        self.assertFalse(self.velo("diff")["same"], "they are of other groups")
+
+    def test_two_operators_do_not_overwrite_each_other(self):
+        self.etcd.started()
+        paths = [self.file("base", text("A", 10))]
+        revisions = []
+        for port in range(20, 26):
+            self.file("base", text("A", port))
+            running = [subprocess.Popen(self.middle.command(live_test.VELO, "fleet", "apply", "edge", *paths, "--fleet", self.etcd.url),
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True) for _ in range(4)]
+            said = [process.communicate()[1] for process in running]
+            revisions.append([process.returncode for process in running])
+            for process, wrong in zip(running, said):
+                if process.returncode:
+                    self.assertIn("somebody else has changed edge meanwhile", wrong)
+        # Who was late by less than a question has seen that there was nothing left to do.
+        self.assertTrue(all(0 in codes for codes in revisions), revisions)
+        self.assertEqual(len(self.velo("history", "edge")["changes"]), len(revisions))
+
+    def test_a_store_that_is_not_there_is_told(self):
+        self.assertIn("http://127.0.0.1:2379: ", self.velo("status", status=1))
+
+
+if __name__ == "__main__":
+    live_test.main(__doc__)
