@@ -54,11 +54,15 @@ class FleetChangeAction : public FleetAction {
         ->check(whyNoPlace)
         ->type_name("GROUP");
     app().add_flag("--dry-run", dryRun_, "only tell what would change, on which agents");
+    app()
+        .add_flag("--packets", packets_, "with --dry-run: tell which packets would meet another verdict")
+        ->needs("--dry-run");
     app().add_option("--why", why_, "a sentence for velo fleet history")->type_name("TEXT");
     addLeave(app(), leave_);
   }
 
-  Exit change(Etcd& etcd, const FleetPlan& plan, const char* what) const {
+  Exit change(Etcd& etcd, FleetPlan plan, const char* what) const {
+    plan.packets = packets_;
     std::vector<std::vector<EtcdEntry>> audits;
     auto sight = fleetSight(etcd, FleetSight::Texts::whole, {{.key = auditKey(group_)}}, &audits);
     if (!sight) return failed(sight.wrong);
@@ -102,7 +106,7 @@ class FleetChangeAction : public FleetAction {
   }
 
   std::string group_, why_;
-  bool dryRun_ = false;
+  bool dryRun_ = false, packets_ = false;
   Leave leave_;
 };
 
@@ -117,7 +121,7 @@ class FleetApplyAction final : public FleetChangeAction {
   }
 
  private:
-  Exit run(Etcd& etcd) const override {
+  Exit run(Etcd& etcd, const std::string&) const override {
     FleetPlan plan{group(), {}};
     std::vector<std::string> wrong;
     TextReader reader({});
@@ -168,7 +172,7 @@ class FleetHistoryAction final : public FleetAction {
   }
 
  private:
-  Exit run(Etcd& etcd) const override {
+  Exit run(Etcd& etcd, const std::string&) const override {
     const auto audits = auditsOf(etcd, group_);
     if (!audits) return failed(audits.wrong);
     Json changes = Json::array();
@@ -203,7 +207,7 @@ class FleetRollbackAction final : public FleetChangeAction {
   }
 
  private:
-  Exit run(Etcd& etcd) const override {
+  Exit run(Etcd& etcd, const std::string&) const override {
     int64_t to = revision_;
     if (to == 0) {
       const auto audits = auditsOf(etcd, group());

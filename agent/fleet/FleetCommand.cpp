@@ -33,14 +33,14 @@ class FleetCommand final : public ProgramCommand {
         "velo run --fleet joins a fleet. Each command has a help of its own: velo fleet COMMAND --help." +
         std::string(fleetExitText));
     for (const auto make : {fleetStatusAction, fleetShowAction, fleetDiffAction, fleetApplyAction,
-                            fleetHistoryAction, fleetRollbackAction})
+                            fleetHistoryAction, fleetRollbackAction, fleetExplainAction})
       actions_.push_back(make(app()));
   }
 
-  Exit run(const std::string&) const override {
+  Exit run(const std::string& plugin) const override {
     const auto given =
         std::find_if(actions_.begin(), actions_.end(), [](const auto& one) { return one->parsed(); });
-    return (*given)->carryOut();
+    return (*given)->carryOut(plugin);
   }
 
  private:
@@ -55,7 +55,7 @@ class FleetStatusAction final : public FleetAction {
   }
 
  private:
-  Exit run(Etcd& etcd) const override {
+  Exit run(Etcd& etcd, const std::string&) const override {
     if (watch_ && !json() && isScreen(STDOUT_FILENO)) return watch(etcd);
     auto sight = fleetSight(etcd, FleetSight::Texts::keys);
     if (!sight) return failed(sight.wrong);
@@ -90,7 +90,7 @@ class FleetDiffAction final : public FleetAction {
                     "Tell which agents have the same lists of the fleet in force, and which have others.") {}
 
  private:
-  Exit run(Etcd& etcd) const override {
+  Exit run(Etcd& etcd, const std::string&) const override {
     auto sight = fleetSight(etcd, FleetSight::Texts::keys);
     if (!sight) return failed(sight.wrong);
     const Json document = fleetDiffDocument(*sight.value);
@@ -112,7 +112,7 @@ FleetAction::FleetAction(CLI::App& fleet, const char* name, const char* help, co
 
 bool FleetAction::parsed() const { return app_->parsed(); }
 
-Exit FleetAction::carryOut() const {
+Exit FleetAction::carryOut(const std::string& plugin) const {
   std::string wrong;
   auto place = placeOf(store_, &wrong);
   if (!place) {
@@ -121,7 +121,7 @@ Exit FleetAction::carryOut() const {
   }
   Http http(place->credentials);
   Etcd etcd(http, std::move(*place));
-  return run(etcd);
+  return run(etcd, plugin);
 }
 
 Exit FleetAction::failed(const std::string& why) {

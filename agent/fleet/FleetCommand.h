@@ -18,7 +18,7 @@ class FleetAction {
 
   bool parsed() const;
   /// Carries it out; complaints go to standard error.
-  Exit carryOut() const;
+  Exit carryOut(const std::string& plugin) const;
 
  protected:
   /// Adds the command, with `--json` and where the store is. `footer` stands in the help before the meaning
@@ -27,7 +27,8 @@ class FleetAction {
 
   CLI::App& app() const { return *app_; }
   bool json() const { return json_; }
-  virtual Exit run(Etcd& etcd) const = 0;
+  /// `plugin` is the library for work in this process.
+  virtual Exit run(Etcd& etcd, const std::string& plugin) const = 0;
   /// Tells why the store could not be asked.
   static Exit failed(const std::string& why);
   /// Prints a result: the document, or a text.
@@ -50,5 +51,6 @@ std::unique_ptr<FleetAction> fleetDiffAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetApplyAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetHistoryAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetRollbackAction(CLI::App& fleet);
+std::unique_ptr<FleetAction> fleetExplainAction(CLI::App& fleet);
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #include <agent/change/Difference.h>
 #include <agent/config/Model.h>
+#include <agent/control/PacketComparison.h>
 #include <agent/core/Words.h>
 #include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetPlan.h>
@@ -38,7 +39,7 @@ Config::Model modelIn(const FleetSight& sight, const std::string& agent, std::ve
 
 /// What a plan does to one agent.
 Json effectOn(const std::string& agent, const FleetSight& before, const FleetSight& after,
-              const Leave& leave) {
+              const FleetPlan& plan, const Leave& leave) {
   std::vector<std::string> mistakes;
   const Config::Model was = modelIn(before, agent, nullptr), now = modelIn(after, agent, &mistakes);
   Json effect = {{"agents", Json::array({agent})},
@@ -50,8 +51,9 @@ Json effectOn(const std::string& agent, const FleetSight& before, const FleetSig
     return effect;
   }
   const auto ports = before.agents.at(agent).ports();
-  const ChangeWarnings warnings =
-      changeWarnings({{fleetName, &was}}, {{fleetName, &now}}, ports ? &*ports : nullptr);
+  const Layers had = {{fleetName, &was}}, has = {{fleetName, &now}};
+  const ChangeWarnings warnings = changeWarnings(had, has, ports ? &*ports : nullptr);
+  if (plan.packets) effect["packets"] = packetComparison(had, has, {});
   effect["difference"] = Json::parse(*difference(was, now, warnings.uncovered).line());
   for (const Warning& opening : warnings.openings) effect["openings"].push_back(opening.text);
   if (const auto why = whyRefused(warnings, leave)) effect["refused"] = *why;
@@ -70,7 +72,7 @@ Json effectsOf(const FleetPlan& plan, const FleetSight& sight, const Leave& leav
     alike += sight.contentOf(agent).version;
     const auto [at, isNew] = known.emplace(std::move(alike), effects.size());
     if (isNew)
-      effects.push_back(effectOn(agent, sight, after, leave));
+      effects.push_back(effectOn(agent, sight, after, plan, leave));
     else
       effects[at->second]["agents"].push_back(agent);
   }
@@ -138,6 +140,7 @@ std::string planText(const Json& document, bool colour) {
     if (!effect.at("difference").is_null())
       text += isNoDifference(effect.at("difference")) ? "no change\n"
                                                       : differenceText(effect.at("difference"), colour);
+    if (effect.contains("packets")) text += packetComparisonText(effect.at("packets"));
     for (const Json& opening : effect.at("openings")) text += "opens: " + valueText(opening) + "\n";
     if (!effect.at("refused").is_null())
       text += "is refused there: " + valueText(effect.at("refused")) + "\n";

@@ -25,6 +25,7 @@ struct FleetAudit {
 struct FleetPlan {
   std::string group;
   std::map<std::string, std::string> texts;  ///< by name; all others of the group go
+  bool packets = false;                      ///< it is to be found out which packets meet another verdict
 
   /// What it does to keys: by key the new text; nothing: it goes. Keys that stay as they are, are left out.
   std::map<std::string, std::optional<std::string>> changes(const FleetSight& sight) const;
@@ -32,8 +33,9 @@ struct FleetPlan {
 
 /// What a plan comes to, found out by what the store has: `group`, the `texts` that are `added`, `changed`
 /// and `removed`, the `mistakes` of the texts, and `effects`: for each different one its `agents`, the
-/// `difference` of what they have from the fleet, `openings` and `refused`, why they would not take it, or
-/// null. What an agent has besides, of its command line and its directory, is not known here.
+/// `difference` of what they have from the fleet, the `packets` of it if they are asked for, `openings` and
+/// `refused`, why they would not take it, or null. What an agent has besides, of its command line and its
+/// directory, is not known here.
 nlohmann::ordered_json planDocument(const FleetPlan& plan, const FleetSight& sight, const Leave& leave);
 std::string planText(const nlohmann::ordered_json& document, bool colour);
 

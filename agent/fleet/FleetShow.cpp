@@ -72,7 +72,7 @@ class FleetShowAction final : public FleetAction {
  private:
   using Key = std::pair<Config::ListKey, std::string>;
 
-  Exit run(Etcd& etcd) const override {
+  Exit run(Etcd& etcd, const std::string&) const override {
     std::vector<std::vector<EtcdEntry>> counters;
     auto sight =
         fleetSight(etcd, FleetSight::Texts::whole, {{.key = countersPrefix(), .isPrefix = true}}, &counters);

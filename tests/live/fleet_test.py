@@ -423,6 +423,13 @@ class Commanding(FleetTest):
         unused = self.velo("show", "access-lists", "--unused")["lists"][0]["rules"]
         self.assertEqual([rule["sequence"] for rule in unused], [20])
 
+        frame = ["--port", "eth1", "--in"]
+        answers = self.velo("explain", *frame, "udp 192.0.2.1:5 > 192.0.2.2:20")["answers"]
+        self.assertEqual(sorted(name for one in answers for name in one["agents"]), ["a1", "a2"])
+        self.assertEqual({one["explanation"]["verdict"] for one in answers}, {"pass"}, answers)
+        answers = self.velo("explain", "--agent", "a2", *frame, "udp 192.0.2.1:5 > 192.0.2.2:10")["answers"]
+        self.assertEqual([(one["agents"], one["explanation"]["verdict"]) for one in answers], [(["a2"], "drop")], answers)
+
         history = self.velo("history", "edge")["changes"]
         self.assertEqual([(one["revision"], one["why"]) for one in history], [(second, "ports"), (first, "the first")])
         back = self.velo("rollback", "edge")

@@ -144,6 +144,16 @@ TEST(FleetPlan, TellsWhatItDoesToWhom) {
   EXPECT_EQ(told.at("effects")[1].at("agents"), Json({"a3"})) << "who is gone has it when it comes back";
 }
 
+TEST(FleetPlan, TellsWhichPacketsMeetAnotherVerdict) {
+  std::string other = filter;
+  other.replace(other.find("eq 10"), 5, "eq 20");
+  const Json told = plan({"edge", {{"base", other}}, true});
+  const Json& packets = told.at("effects")[0].at("packets");
+  EXPECT_EQ(packets.at("same"), false);
+  EXPECT_THAT(packets.dump(), HasSubstr("\"name\":\"X\""));
+  EXPECT_EQ(plan({"edge", {{"base", filter}}, true}).at("effects")[0].at("packets").at("same"), true);
+}
+
 TEST(FleetPlan, IsRefusedForMistakesAndOpenings) {
   EXPECT_EQ(plan({"edge", {{"base", "nonsense\n"}}}).at("refused").get<std::string>().substr(0, 9),
             "base:1:1:");
