@@ -96,7 +96,8 @@ void FleetChanges::take(const std::shared_ptr<Next>& next) {
     refuse(*next, {*end.refused}, false);
     next_();
   };
-  const auto refusal = current_.commit.begin(std::move(change.change), std::move(change.prepared.writes), done);
+  const auto refusal =
+      current_.commit.begin(std::move(change.change), std::move(change.prepared.writes), done);
   if (!refusal) return;
   if (refusal->memory) again_->scheduleTaskDelay(untilMemory);
   refuse(*next, {refusal->why}, !refusal->memory);

@@ -259,8 +259,8 @@ bool Run::takeFleet(SharedFleetContent content, std::vector<std::string>& wrong)
 void Run::openFleet() {
   if (!fleetLink_) return;
   fleet_ = std::make_unique<FleetAgent>(
-      FleetAgent::World{loop_, core_, control_->configuration(), *fleetLink_,
-                        [this] { return portStates(); }, loop_.turnWall().now().seconds()},
+      FleetAgent::World{loop_, core_, control_->configuration(), *fleetLink_, [this] { return portStates(); },
+                        loop_.turnWall().now().seconds()},
       fleetIdentity());
 }
 
