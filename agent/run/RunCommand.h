@@ -6,7 +6,6 @@
 #include <agent/core/EventLoop.h>
 #include <agent/core/Exit.h>
 #include <agent/fleet/FleetAgent.h>
-#include <agent/fleet/FleetOptions.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/log/EventLog.h>
 #include <agent/metrics/Metrics.h>
@@ -27,31 +26,6 @@
 #include <vector>
 
 namespace Agent {
-
-/// What is printed when an agent ends.
-enum class FinalReport { none, text, json };
-
-/// What `velo run` is asked to do.
-struct RunOptions {
-  std::vector<std::string> configs;
-  std::string configDir;                                     ///< empty: none
-  TextLimits limits;                                         ///< of the configuration
-  std::string control;                                       ///< the socket to listen at; empty: none
-  std::string state;                                         ///< the state file; empty: none
-  std::vector<std::pair<std::string, std::string>> ports;    ///< name and device, in the order of the options
-  std::vector<std::pair<std::string, std::string>> patches;  ///< both ends
-  std::vector<std::vector<std::string>> bridges;
-  std::string plugin;
-  std::vector<std::string> furtherPlugins;
-  Leave leave;  ///< for the start, SIGHUP and the directory
-  MatchLogOptions matches;
-  MetricsOptions metrics;
-  FleetOptions fleet;
-  PortSetup setup;
-  PollMode poll = PollMode::adaptive;
-  FinalReport report = FinalReport::none;
-  Velo::MalformedPolicy malformed = Velo::MalformedPolicy::drop;
-};
 
 /// Carries out `velo run`, until SIGTERM or SIGINT. Complaints go to standard error.
 Exit runAgent(const RunOptions& options);

@@ -4,6 +4,7 @@
 #include <agent/change/Warnings.h>
 #include <agent/core/IdlePause.h>
 #include <agent/core/Texts.h>
+#include <agent/fleet/FleetOptions.h>
 #include <agent/metrics/Metrics.h>
 #include <agent/observe/MatchLog.h>
 #include <agent/ports/PortWhat.h>
@@ -33,6 +34,7 @@ struct RunOptions {
   Leave leave;  ///< for the start, SIGHUP and the directory
   MatchLogOptions matches;
   MetricsOptions metrics;
+  FleetOptions fleet;
   PortSetup setup;
   PollMode poll = PollMode::adaptive;
   uint32_t workers = 0;  ///< so many processes have the ports; 0: this one has them itself

@@ -19,7 +19,7 @@ import urllib.request
 
 import live_test
 from live_test import LiveTest, until
-from network import Control, has, udp
+from network import Control, has, run, udp
 from operating_test import wanted
 
 ROOT = "/velo/v1/"
@@ -340,6 +340,50 @@ class Guarding(FleetTest):
         other = self.joined("a2", "lab", "--fleet-login", login, check=False)
         other.process.send_signal(signal.SIGTERM)
         self.assertIn("permission denied", other.process.communicate(timeout=10)[1])
+
+    def certificate(self, name, *words, signed=True):
+        """A key and a certificate of the test's own authority: its files."""
+        key, certificate = self.path(name + ".key"), self.path(name + ".pem")
+        by = ("-CA", self.path("ca.pem"), "-CAkey", self.path("ca.key")) if signed else ()
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={name}", "-keyout", key,
+            "-out", certificate, *by, *words)
+        return certificate, key
+
+    def test_both_sides_show_certificates(self):
+        if not has("openssl"):
+            self.skipTest("there is no openssl")
+        authority, _ = self.certificate("ca", signed=False)
+        server, server_key = self.certificate("server", "-addext", "subjectAltName=IP:127.0.0.1", "-addext", "basicConstraints=critical,CA:FALSE")
+        client, client_key = self.certificate("client", "-addext", "basicConstraints=critical,CA:FALSE")
+        stranger, _ = self.certificate("stranger", signed=False)
+        # Filled while everybody may ask, by the same data.
+        self.etcd.started()
+        first = self.etcd.write({"config/edge/base": text("A", 10)})
+        self.etcd.kill()
+        url = "https://127.0.0.1:2379"
+        with open(self.path("tls.log"), "ab") as log:
+            server = subprocess.Popen(self.middle.command(
+                "etcd", "--name", "e1", "--data-dir", self.path("e1"), "--listen-client-urls", url, "--advertise-client-urls", url,
+                "--listen-peer-urls", self.etcd.peer, "--initial-advertise-peer-urls", self.etcd.peer, "--initial-cluster", self.etcd.cluster,
+                "--cert-file", server, "--key-file", server_key, "--client-cert-auth", "--trusted-ca-file", authority,
+                "--logger", "zap"), stdout=log, stderr=log)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.kill)
+        agent = self.joined("a1", "edge", "--fleet-ca", authority, "--fleet-cert", client, "--fleet-key", client_key, store=url)
+        self.assertEqual(self.in_force("a1"), first)
+        with open(client_key, encoding="ascii") as file:
+            secret = file.read().split("\n")[1]
+        self.assertNotIn(secret, json.dumps(self.status("a1")))
+        agent.stop()
+        self.assertNotIn(secret, agent.errors)
+        # Who shows nothing, and whom the agent does not know, have nothing to say to each other.
+        for words, why in (((("--fleet-ca", authority)), "certificate"),
+                           (("--fleet-ca", stranger, "--fleet-cert", client, "--fleet-key", client_key), "certificate")):
+            done = self.middle.run(live_test.VELO, "fleet", "status", "--fleet", url, *words, check=False)
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn(why, done.stdout)
+        done = self.middle.run(live_test.VELO, "fleet", "status", "--fleet", url, "--fleet-ca", self.path("no"), check=False)
+        self.assertEqual(done.returncode, 2, done.stdout)
 
     def test_whatever_is_in_the_store_nothing_else_stops(self):
         self.stations_are(1, 2)
