@@ -118,7 +118,7 @@ std::string FleetSession::keepLease(const Around& around) {
     for (const auto& [key, value] : values_) due_.insert(key);
   }
   // By chance, so that not all agents of a fleet speak at the same time.
-  leaseIsDue_ = in(Seconds(leaseSeconds * (0.35 + 0.1 * around.chance())));
+  leaseIsDue_ = in(Seconds(leaseSeconds * (0.45 + 0.05 * around.chance())));
   return "";
 }
 
