@@ -79,7 +79,8 @@ std::optional<std::string> LivePorts::open() {
   if (wrong_) return wrong_;
   loop_.fdIs(links_.fd(), EPOLLIN, [this](uint32_t) { links_.read(); });
   for (const auto& member : members_) {
-    if (member->port->isOpen()) continue;
+    // Of several processes one says so.
+    if (member->port->isOpen() || setup_.worker > 0) continue;
     complain(fmt::format("{}: no device {} yet", member->port->port().id.name(), member->port->device()));
   }
   return std::nullopt;

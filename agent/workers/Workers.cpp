@@ -147,7 +147,7 @@ void Workers::handleGone(Member& member) {
   const bool begun = std::exchange(member.begun, false);
   if (opening_ && !failed_) failed_ = fmt::format("worker {} {}", member.number, how);
   if (!opening_ && !ending_ && begun)
-    tell(Severity::error, member, fmt::format("(pid {}) {}: what comes by its queues is lost", pid, how));
+    tell(Severity::error, member, fmt::format("(pid {}) {}: what waited there is lost", pid, how));
   const bool quick = loop_.turnClock().now() - member.started < untilNextStart;
   again_->scheduleTaskDelay(quick ? untilNextStart : Kelp::Duration());
   member.owes = false;
