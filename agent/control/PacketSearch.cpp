@@ -170,8 +170,9 @@ class Searching {
     if (others == Others::drop && asked_.what != What::match)
       return answer(type, sets, asked_.what == What::deny ? among : among - among);
     const Proof::PacketSet open = shared(type, others, among, sets);
-    const bool isAskedOfAll = asked_.all || asked_.what == What::match;
-    if (!isAskedOfAll && open.isEmpty()) return answer(type, onePacket(type, among, sets));
+    // What comes to a rule behind other lists is known only when all is known that passes those.
+    const bool behindOthers = asked_.what == What::match && wayOf(type).size() > 1;
+    if (!asked_.all && !behindOthers && open.isEmpty()) return answer(type, onePacket(type, among, sets));
     const Proof::PacketSet packets = wanted(type, among, sets);
     if (asked_.what != What::deny) {
       const Proof::PacketSet sure = packets - open;
@@ -215,10 +216,11 @@ class Searching {
     return asked_.what == What::permit ? passing : among - passing;
   }
 
-  /// One that is permitted or dropped on the way: without all of the wanted ones, which take much longer.
+  /// One that is wanted on the way: without all of the others, which take much longer.
   std::optional<Proof::Packet> onePacket(AclType type, const Proof::PacketSet& among,
                                          const Proof::RuleSets& sets) const {
     Way way = wayOf(type);
+    if (asked_.what == What::match) return oneTaken(*listOf(type), asked_.rule, among, sets);
     if (asked_.what == What::deny) {
       for (const Proof::MetList list : way) {
         if (auto packet = oneJudged(list, false, among, sets)) return packet;

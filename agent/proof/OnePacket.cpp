@@ -24,4 +24,23 @@ std::optional<Packet> oneJudged(MetList list, bool passes, const PacketSet& amon
   });
 }
 
+std::optional<Packet> oneTaken(const Config::List& list, uint32_t sequence, const PacketSet& among,
+                               const RuleSets& sets) {
+  const auto own = list.rules.find(sequence);
+  OrderedSets entries(sets);
+  for (auto at = list.rules.begin(); at != own; ++at) {
+    sets.sets().cameTo(entries.size(), list.rules.size());
+    entries.add(at->first, 0, sets.of(at->second));
+  }
+  const size_t at = entries.size();
+  entries.add(sequence, 0, sets.of(own->second) & among);
+  if (entries[at].isDead) return std::nullopt;
+  const auto earlier = entries.near(at, 0, at);
+  const auto found = entries.leftOf(at, earlier).packet;
+  if (!found) return std::nullopt;
+  return sets.asUsual(*found, [&](const Bits& packet) {
+    return entries.has(at, packet) && !entries.firstOf(earlier, packet);
+  });
+}
+
 }  // namespace Proof

@@ -196,6 +196,13 @@ TEST(PacketCommands, ExamplesAreFramesThatAreJudgedSo) {
     }
   }
   EXPECT_GE(examined, 2u);
+  for (const std::string what : {"permit", "deny"}) {
+    const std::string found = runVelo({"find", what, "EDGE-IN", "--config", shadowedAcl}).out;
+    const Ran ran = runVelo({"explain", "--config", shadowedAcl, "--port", "eth1", "--in",
+                             found.substr(0, found.find('\n')), "--json"});
+    ASSERT_EQ(ran.status, 0) << found << ran.err;
+    EXPECT_EQ(nlohmann::json::parse(ran.out).at("verdict"), what == "permit" ? "pass" : "drop") << found;
+  }
 }
 
 // What passes has to pass the lists of both kinds, which look at different fields: what cannot be told is not

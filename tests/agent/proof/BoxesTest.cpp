@@ -44,7 +44,7 @@ using Kinds = testing::Types<Acl::IpRule, Acl::Ip6Rule, Acl::MacRule>;
 TYPED_TEST_SUITE(BoxesTest, Kinds);
 
 TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
-  size_t boxes = 0, inside = 0, outside = 0, judged[2][2] = {};
+  size_t boxes = 0, inside = 0, outside = 0, judged[2][2] = {}, taken[2] = {};
   for (uint64_t seed = 0; seed < 120 * proofTimes() && !this->HasFailure(); ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
     Dice dice(seed);
@@ -73,6 +73,13 @@ TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
       EXPECT_EQ(one.has_value(), !wanted.isEmpty());
       EXPECT_TRUE(!one || this->sets_.contains(wanted, *one));
       ++judged[one.has_value()][passes];
+      for (const auto& rule : rules) {
+        const auto decided = Proof::takenBy(list, rule.sequence, among, this->sets_);
+        const auto its = Proof::oneTaken(list, rule.sequence, among, this->sets_);
+        EXPECT_EQ(its.has_value(), !decided.isEmpty());
+        EXPECT_TRUE(!its || this->sets_.contains(decided, *its));
+        taken[its.has_value()]++;
+      }
     }
     for (const Fields& packet : world.packets()) {
       if (dice.below(4) != 0) continue;
@@ -87,6 +94,7 @@ TYPED_TEST(BoxesTest, WhatAListPermitsIsInItsBoxesAndNothingElseIs) {
   EXPECT_GT(boxes, 50u);
   EXPECT_GT(inside, 100u);
   EXPECT_GT(outside, 100u);
+  EXPECT_TRUE(taken[0] > 20 && taken[1] > 20) << taken[0] << " " << taken[1];
   for (const auto& each : judged) EXPECT_TRUE(each[0] > 3 && each[1] > 3) << each[0] << " " << each[1];
 }
 

@@ -2,6 +2,7 @@
 #include <agent/explain/FrameText.h>
 #include <agent/proof/Example.h>
 #include <agent/proof/ListAnalysis.h>
+#include <agent/proof/OnePacket.h>
 #include <gtest/gtest.h>
 
 #include "../../Acl/MatchSupport.h"
@@ -62,7 +63,16 @@ TYPED_TEST(ExampleTest, EveryExampleIsAFrameThatMeetsItsRule) {
       EXPECT_EQ(this->met(text, {rule}), rule.sequence) << text;
       ++examples;
     }
-    for (const auto& finding : Proof::analyse(configList(rules), sets).rules) {
+    const Config::List list = configList(rules);
+    for (const bool passes : {true, false}) {
+      const auto packet = Proof::oneJudged(&list, passes, sets.packets(), sets);
+      if (!packet) continue;
+      const auto text = Proof::exampleText(type, *packet);
+      const uint32_t first = this->met(text, rules);
+      EXPECT_EQ(first != 0 && rules[first - 1].action == Acl::Action::permit, passes) << text;
+      ++examples;
+    }
+    for (const auto& finding : Proof::analyse(list, sets).rules) {
       if (finding.oddity == Proof::Oddity::impossible) continue;
       const auto text = Proof::exampleText(type, finding.example);
       const uint32_t first = this->met(text, rules);
@@ -72,7 +82,7 @@ TYPED_TEST(ExampleTest, EveryExampleIsAFrameThatMeetsItsRule) {
       ++examples;
     }
   }
-  EXPECT_GT(examples, 300u);
+  EXPECT_GT(examples, 600u);
 }
 
 TEST(Example, IsAsUsualAsItsRuleLetsItBe) {

@@ -187,6 +187,7 @@ TEST(RealLists, TextsDoWhatTheirBoxesSay) {
     SCOPED_TRACE(file);
     packets += compared(modelIn(file), 60 * proofTimes());
   }
+  RecordProperty("packets", fmt::format("{}", packets));
   EXPECT_GT(packets, 10000u);
 }
 
@@ -200,6 +201,7 @@ TEST(RealLists, RuleSetsDoWhatTheirBoxesSay) {
     const size_t few = fs::file_size(file) > 200000 ? 50 : fs::file_size(file) > 20000 ? 5 : 1;
     packets += compared(rulesIn(file, proofTimes() == 1 ? few : 1), 60 * proofTimes());
   }
+  RecordProperty("packets", fmt::format("{}", packets));
   EXPECT_GT(packets, 10000u);
 }
 
