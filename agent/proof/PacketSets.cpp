@@ -183,7 +183,10 @@ PacketSets::PacketSets(unsigned bits, const Limits& limits, const Kiv::Clock& cl
   }
 }
 
-PacketSets::~PacketSets() { stop(); }
+PacketSets::~PacketSets() {
+  besides_.clear();
+  stop();
+}
 
 PacketSet PacketSets::all() const { return PacketSet(fullSet); }
 
@@ -260,13 +263,19 @@ Hull PacketSets::hullOf(const PacketSet& set) const {
   return hull;
 }
 
-PacketSet PacketSets::projected(const PacketSet& set, BitSpan span) const {
+const PacketSet& PacketSets::besides(BitSpan span) const {
+  const auto known = besides_.find({span.first, span.count});
+  if (known != besides_.end()) return known->second;
   std::vector<int> others;
   for (unsigned bit = 0; bit < bits_; ++bit) {
     if (bit - span.first >= span.count) others.push_back(static_cast<int>(bit));
   }
-  const PacketSet quantified(
-      guarded([&others] { return bdd_makeset(others.data(), static_cast<int>(others.size())); }));
+  PacketSet made(guarded([&others] { return bdd_makeset(others.data(), static_cast<int>(others.size())); }));
+  return besides_.emplace(std::pair(span.first, span.count), std::move(made)).first->second;
+}
+
+PacketSet PacketSets::projected(const PacketSet& set, BitSpan span) const {
+  const PacketSet& quantified = besides(span);
   return PacketSet(guarded([&] { return bdd_exist(set.root_, quantified.root_); }));
 }
 

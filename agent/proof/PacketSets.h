@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <random>
 #include <stdexcept>
 #include <utility>
@@ -130,7 +131,11 @@ class PacketSets {
   size_t memory() const;
 
  private:
+  /// All bits but these, as the library names variables.
+  const PacketSet& besides(BitSpan span) const;
+
   const unsigned bits_;
+  mutable std::map<std::pair<unsigned, unsigned>, PacketSet> besides_;  // those that were asked for
 };
 
 }  // namespace Proof
