@@ -273,6 +273,11 @@ TEST(PacketCommands, FindLooksThroughBothPipelines) {
   EXPECT_EQ(
       find({"permit", "--port", "eth1", "--to", "eth2", "--type", "ip", "where", "udp any any eq 60"}).status,
       1);
+  EXPECT_EQ(find({"permit", "--port", "eth1", "--to", "eth2", "--type", "ip", "where",
+                  "udp any host 10.0.0.7 eq 70 ttl eq 1"})
+                .status,
+            1)
+      << "OUT drops it, which is shorter than CHANNEL";
   const Ran dropped =
       find({"deny", "--port", "eth1", "--to", "eth2", "where", "udp any host 10.0.0.7 eq 70 ttl gt 1"});
   EXPECT_EQ(dropped.status, 1) << "the MAC list drops nothing: " << dropped.out;
