@@ -1,6 +1,7 @@
 #include <Classify/Sieves.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 
 namespace Classify {
@@ -46,7 +47,8 @@ struct Values {
   uint32_t free = 0;    ///< the bits that may have any value
   uint32_t behind = 0;  ///< one more than the last value; 0: the values are given by free bits
 
-  uint32_t count() const { return behind ? behind - first : 1u << std::popcount(free); }
+  /// Whether they are all values of the chunk.
+  bool areAll(const Chunk& chunk) const { return (behind ? behind - first : free + 1) == chunk.values(); }
   template <class Visit>
   void visit(const Visit& visit) const {
     for (uint32_t value = first; value < behind; ++value) visit(value);
@@ -70,11 +72,13 @@ Values valuesWithin(uint32_t low, uint32_t high, const Chunk& chunk) {
   return {low >> at & all, 0, (high >> at & all) + 1};
 }
 
+Values valuesOfPair(const Image& image, const Chunk& chunk) {
+  const uint32_t half = chunk.at & numberBits;
+  return valuesWithin(image.pairLow >> half & 0xffff, image.pairHigh >> half & 0xffff, chunk);
+}
+
 Values valuesOf(const Image& image, const Chunk& chunk) {
-  if (chunk.at >= pairAt) {
-    const uint32_t half = chunk.at & numberBits;
-    return valuesWithin(image.pairLow >> half & 0xffff, image.pairHigh >> half & 0xffff, chunk);
-  }
+  if (chunk.at >= pairAt) return valuesOfPair(image, chunk);
   if (chunk.at >= thirdAt) {
     const uint32_t at = chunk.at - thirdAt;
     return valuesUnder(image.mask[2] >> at, image.value[2] >> at, chunk);
@@ -84,14 +88,44 @@ Values valuesOf(const Image& image, const Chunk& chunk) {
   return valuesUnder(mask >> chunk.at, value >> chunk.at, chunk);
 }
 
+constexpr uint32_t widest = 8;
+
+/// How many values some free bits have together.
+constexpr auto valuesOfFree = [] {
+  std::array<uint16_t, 1 << widest> values{};
+  for (uint32_t free = 0; free < values.size(); ++free) values[free] = uint16_t(1 << std::popcount(free));
+  return values;
+}();
+
+/// For each of the chunks, in the order of the key: how many values images allow, all images together. Asked
+/// of every image of a list for every width, which is most of the time that sieves take.
+std::vector<size_t> allowedValues(std::span<const Image> images, std::span<const Chunk> chunks) {
+  std::vector<size_t> allowed(chunks.size());
+  for (const Image& image : images) {
+    const uint64_t address = ~(uint64_t{image.mask[0]} << 32 | image.mask[1]), third = ~image.mask[2];
+    size_t i = 0;
+    for (; i < chunks.size() && chunks[i].at < thirdAt; ++i)
+      allowed[i] += valuesOfFree[address >> chunks[i].at & (chunks[i].values() - 1)];
+    for (; i < chunks.size() && chunks[i].at < pairAt; ++i)
+      allowed[i] += valuesOfFree[third >> (chunks[i].at - thirdAt) & (chunks[i].values() - 1)];
+    for (; i < chunks.size(); ++i) {
+      const Values values = valuesOfPair(image, chunks[i]);
+      allowed[i] += values.behind ? values.behind - values.first : chunks[i].values();
+    }
+  }
+  return allowed;
+}
+
 /// Of the chunks that are at most so wide, those that exclude the most images; in the order of the key.
 std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
   const double worthIt = static_cast<double>(images.size()) / 64;
+  const std::vector<Chunk> all = chunksUpTo(width);
+  const std::vector<size_t> allowed = allowedValues(images, all);
   std::vector<std::pair<double, Chunk>> found;
-  for (const Chunk& chunk : chunksUpTo(width)) {
-    size_t allowed = 0;
-    for (const Image& image : images) allowed += valuesOf(image, chunk).count();
-    const double denied = static_cast<double>(images.size()) - static_cast<double>(allowed) / chunk.values();
+  for (size_t i = 0; i < all.size(); ++i) {
+    const Chunk& chunk = all[i];
+    const double denied =
+        static_cast<double>(images.size()) - static_cast<double>(allowed[i]) / chunk.values();
     if (denied > worthIt) found.emplace_back(denied, chunk);
   }
   std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
@@ -104,7 +138,6 @@ std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
 
 /// The same, as wide as memory allows: wider chunks are fewer, and a look-up fetches a row for each.
 std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups) {
-  constexpr uint32_t widest = 8;
   constexpr size_t bytesPerImage = 190;  // with its place in a block as much as one in a tree
   for (uint32_t width = widest; width > 0; --width) {
     std::vector<Chunk> chunks = bestChunks(images, width);
@@ -124,6 +157,25 @@ bool isExact(std::span<const Image> images, const std::vector<Chunk>& chunks) {
     return (addresses & ~seen[0]) == 0 && (image.mask[2] & ~seen[1]) == 0 && image.pairLow == 0 &&
            image.pairHigh == 0xffffffff && image.quad == 0;
   });
+}
+
+void add(Row& row, size_t image) { row.bits[image / 64] |= uint64_t{1} << image % 64; }
+void add(Row& row, const Row& images) {
+  for (size_t i = 0; i < std::size(row.bits); ++i) row.bits[i] |= images.bits[i];
+}
+
+/// Fills the rows of a chunk, one a value, with the images of a group.
+void fill(Row* rows, std::span<const Image> images, const Chunk& chunk) {
+  Row free{};  // the images that allow every value: many do, and each has as many values as there are
+  for (size_t bit = 0; bit < images.size(); ++bit) {
+    const Values values = valuesOf(images[bit], chunk);
+    if (values.areAll(chunk)) {
+      add(free, bit);
+    } else {
+      values.visit([rows, bit](uint32_t value) { add(rows[value], bit); });
+    }
+  }
+  for (uint32_t value = 0; value < chunk.values(); ++value) add(rows[value], free);
 }
 
 }  // namespace
@@ -154,14 +206,14 @@ uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
   sieve.ends[1] = count;
   sieve.exact = isExact(images, chunks);
   rows_.resize(rows_.size() + size_t{sieve.groups} * sieve.rowsPerGroup);
-  for (size_t i = 0; i < images.size(); ++i) {
-    Row* row = &rows_[sieve.rows + i / Row::images * sieve.rowsPerGroup];
-    const size_t bit = i % Row::images;
-    row++->bits[bit / 64] |= uint64_t{1} << bit % 64;
+  for (size_t group = 0; group < groups; ++group) {
+    Row* row = &rows_[sieve.rows + group * sieve.rowsPerGroup];
+    const auto members = images.subspan(group * Row::images)
+                             .first(std::min<size_t>(Row::images, images.size() - group * Row::images));
+    for (size_t bit = 0; bit < members.size(); ++bit) add(*row, bit);
+    ++row;
     for (const Chunk& chunk : chunks) {
-      valuesOf(images[i], chunk).visit([row, bit](uint32_t value) {
-        row[value].bits[bit / 64] |= uint64_t{1} << bit % 64;
-      });
+      fill(row, members, chunk);
       row += chunk.values();
     }
   }
