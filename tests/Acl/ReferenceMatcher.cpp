@@ -7,17 +7,15 @@ namespace TestSupport {
 
 namespace {
 
-std::vector<bool> bitsOf(uint64_t value, int count) {
-  std::vector<bool> bits;
-  for (int i = count; i-- > 0;) bits.push_back((value >> i) & 1);
+std::string bitsOf(uint64_t value, int count) {
+  std::string bits(static_cast<size_t>(count), '\0');
+  char* bit = bits.data();
+  for (int i = count; i-- > 0;) *bit++ = (value >> i) & 1;
   return bits;
 }
 
-std::vector<bool> bitsOf(const Nimnet::Ip6Addr& address) {
-  std::vector<bool> bits = bitsOf(address.high, 64);
-  const std::vector<bool> low = bitsOf(address.low, 64);
-  bits.insert(bits.end(), low.begin(), low.end());
-  return bits;
+std::string bitsOf(const Nimnet::Ip6Addr& address) {
+  return bitsOf(address.high, 64) + bitsOf(address.low, 64);
 }
 
 using Intervals = std::vector<std::pair<long, long>>;
@@ -72,7 +70,7 @@ ReferenceMatcher::ReferenceMatcher(const Bytes& frame) : frame_(frame) {
 ReferenceMatcher::Bits ReferenceMatcher::bitsAt(size_t at, size_t octets) const {
   Bits bits;
   for (size_t i = at; i < at + octets; ++i) {
-    for (uint8_t bit = 128; bit; bit /= 2) bits.push_back(frame_.at(i) / bit % 2);
+    bits += bitsOf(frame_.at(i), 8);
   }
   return bits;
 }
@@ -124,13 +122,14 @@ void ReferenceMatcher::readL4(uint32_t protocol, size_t at) {
 }
 
 bool ReferenceMatcher::bitsAgree(const std::string& name, const Bits& value, const Bits& mask) const {
-  if (std::none_of(mask.begin(), mask.end(), [](bool bit) { return bit; })) return true;
+  if (mask.find('\1') == std::string::npos) return true;
   const auto field = bits_.find(name);
   if (field == bits_.end() || field->second.size() != mask.size()) return false;
-  for (size_t i = 0; i < mask.size(); ++i) {
-    if (mask[i] && field->second[i] != value[i]) return false;
-  }
-  return true;
+  const char *has = field->second.data(), *wanted = value.data();
+  return std::all_of(mask.data(), mask.data() + mask.size(), [&](char asked) {
+    const bool same = *has++ == *wanted++;
+    return same || !asked;
+  });
 }
 
 bool ReferenceMatcher::isOneOf(const std::string& name, const Intervals& intervals) const {

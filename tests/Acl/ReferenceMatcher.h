@@ -23,7 +23,9 @@ class ReferenceMatcher {
   std::optional<uint32_t> first(const std::vector<Acl::MacRule>& rules) const;
 
  private:
-  using Bits = std::vector<bool>;
+  /// A character a bit, 0 or 1 in value, the highest first.
+  using Bits = std::string;
+
   void readIp4(size_t at);
   void readIp6(size_t at);
   void readL4(uint32_t protocol, size_t at);
