@@ -9,8 +9,8 @@
 #include <agent/fleet/FleetCommand.h>
 #include <agent/manual/ManualCommand.h>
 #include <agent/program/LogMessagesCommand.h>
-#include <agent/program/ReplayArguments.h>
-#include <agent/program/RunArguments.h>
+#include <agent/program/ReplayCommand.h>
+#include <agent/program/RunCommand.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

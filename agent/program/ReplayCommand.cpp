@@ -1,5 +1,6 @@
 #include <agent/commands/Arguments.h>
-#include <agent/program/ReplayArguments.h>
+#include <agent/program/AgentCommand.h>
+#include <agent/program/ReplayCommand.h>
 #include <agent/replay/Replay.h>
 
 #include <CLI/CLI.hpp>
@@ -8,24 +9,19 @@ namespace Agent {
 
 namespace {
 
-class ReplayCommand final : public ProgramCommand {
+class ReplayCommand final : public AgentCommand<ReplayOptions, replay> {
  public:
   explicit ReplayCommand(CLI::App& program);
-  Exit run(const std::string& plugin) const override;
-  bool loadsPlugin() const override { return true; }
 
  private:
-  ReplayOptions options() const;
+  ReplayOptions options() const override;
 
-  ReplayOptions options_;  // those that need no conversion; CLI11 writes them here
   std::vector<std::string> ports_, patches_, outs_;
-  ReplayOptions given_;  // the whole of them; made when the command line has been parsed
 };
 
 ReplayCommand::ReplayCommand(CLI::App& program)
-    : ProgramCommand(program, "replay",
-                     "Run captures through the lists and show what each rule matched and what was dropped.") {
-  app().callback([this] { given_ = options(); });
+    : AgentCommand(program, "replay",
+                   "Run captures through the lists and show what each rule matched and what was dropped.") {
   app().footer(
       "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet, "
       "Linux cooked or raw IP, also compressed with gzip or zstd; several are merged by time. Where there is "
@@ -34,7 +30,7 @@ ReplayCommand::ReplayCommand(CLI::App& program)
       "--patch "
       "eth1,eth2\n" +
       std::string(exitMeaning));
-  addConfigTexts(app(), options_.configs, options_.configDir, options_.limits);
+  addConfigTexts(app(), given_.configs, given_.configDir, given_.limits);
   app()
       .add_option("--port", ports_, "a port and the capture of what it receives; once a port")
       ->required()
@@ -46,31 +42,24 @@ ReplayCommand::ReplayCommand(CLI::App& program)
       ->type_name("NAME=OUT.pcap")
       ->allow_extra_args(false);
   app()
-      .add_option("--verdicts", options_.verdicts, "write one JSON object a line for each received frame")
+      .add_option("--verdicts", given_.verdicts, "write one JSON object a line for each received frame")
       ->check(whyNotWritten)
       ->type_name("FILE");
   app()
-      .add_option("--annotate", options_.annotated,
+      .add_option("--annotate", given_.annotated,
                   "write all received frames to a pcapng file, each with its verdict as a comment")
       ->check(whyNotWritten)
       ->type_name("FILE.pcapng");
-  addMalformed(app(), options_.malformed);
-  app().add_flag("--json", options_.json, "one JSON document instead of tables");
+  addMalformed(app(), given_.malformed);
+  app().add_flag("--json", given_.json, "one JSON document instead of tables");
 }
 
 ReplayOptions ReplayCommand::options() const {
-  ReplayOptions options = options_;
+  ReplayOptions options = given_;
   options.ports = splitAll("--port", ports_, '=');
   options.patches = splitAll("--patch", patches_, ',');
   options.outs = splitAll("--out", outs_, '=');
   return options;
-}
-
-Exit ReplayCommand::run(const std::string& plugin) const {
-  ReplayOptions options = given_;
-  options.plugin = plugin;
-  options.furtherPlugins = furtherPlugins();
-  return replay(options);
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 #include <agent/fleet/FleetOptions.h>
 #include <agent/metrics/MetricsOptions.h>
 #include <agent/ports/PortKinds.h>
-#include <agent/program/RunArguments.h>
+#include <agent/program/AgentCommand.h>
+#include <agent/program/RunCommand.h>
 #include <agent/run/RunCommand.h>
 
 #include <CLI/CLI.hpp>
@@ -17,11 +18,9 @@ namespace {
 constexpr uint32_t mostInterval = 86400;
 constexpr uint32_t mostRate = 10000;
 
-class RunCommand final : public ProgramCommand {
+class RunCommand final : public AgentCommand<RunOptions, runAgent> {
  public:
   explicit RunCommand(CLI::App& program);
-  Exit run(const std::string& plugin) const override;
-  bool loadsPlugin() const override { return true; }
 
  private:
   /// Adds how ports are asked for frames.
@@ -30,24 +29,21 @@ class RunCommand final : public ProgramCommand {
   void addWorkers();
   /// Adds what is told of matches.
   void addMatchLog();
-  RunOptions options() const;
+  RunOptions options() const override;
 
-  RunOptions options_;  // those that need no conversion; CLI11 writes them here
   std::vector<std::string> ports_, patches_, bridges_;
   std::string report_ = "none";
-  RunOptions given_;  // the whole of them; made when the command line has been parsed
 };
 
 RunCommand::RunCommand(CLI::App& program)
-    : ProgramCommand(program, "run", "Filter traffic between interfaces, until SIGTERM or SIGINT.") {
-  app().callback([this] { given_ = options(); });
+    : AgentCommand(program, "run", "Filter traffic between interfaces, until SIGTERM or SIGINT.") {
   app().footer(
       "Nothing is forwarded before the whole configuration is in force. Needs CAP_NET_RAW, and CAP_NET_ADMIN "
       "for TAP\ndevices (docs/ports.md says what other kinds need); other rights are given up.\nExample: velo run --config edge.acl --port eth1=ens3 "
       "--port eth2=ens4 --patch eth1,eth2\nExit status: 0 ended by a signal, 1 a port or the socket could "
       "not be opened or "
       "the report not be written, 2 bad usage or\nconfiguration.");
-  addConfigTexts(app(), options_.configs, options_.configDir, options_.limits);
+  addConfigTexts(app(), given_.configs, given_.configDir, given_.limits);
   app()
       .add_option("--port", ports_, "a port and what it is on; once a port. One of " + portForms())
       ->required()
@@ -61,19 +57,19 @@ RunCommand::RunCommand(CLI::App& program)
       ->type_name("A,B,...")
       ->allow_extra_args(false);
   app()
-      .add_option("--control", options_.control,
+      .add_option("--control", given_.control,
                   "listen here for velo show, apply and the others; the default of those is " +
                       std::string(defaultControlPath))
       ->type_name("SOCKET");
   app()
-      .add_option("--state", options_.state,
+      .add_option("--state", given_.state,
                   "keep counters, status and the ids of rules here; the next run goes on from them")
       ->type_name("FILE");
-  addLeave(app(), options_.leave);
-  addMalformed(app(), options_.malformed);
+  addLeave(app(), given_.leave);
+  addMalformed(app(), given_.malformed);
   addMatchLog();
-  addMetrics(app(), options_.metrics);
-  addFleetAgent(app(), options_.fleet);
+  addMetrics(app(), given_.metrics);
+  addFleetAgent(app(), given_.fleet);
   app()
       .add_option(
           "--report", report_,
@@ -87,16 +83,16 @@ void RunCommand::addPolling() {
       .add_option_function<std::string>(
           "--poll",
           [this](const std::string& word) {
-            options_.poll = word == "busy"    ? PollMode::busy
-                            : word == "sleep" ? PollMode::sleep
-                                              : PollMode::adaptive;
+            given_.poll = word == "busy"    ? PollMode::busy
+                          : word == "sleep" ? PollMode::sleep
+                                            : PollMode::adaptive;
           },
           "what to do while nothing comes: busy asks on and on, adaptive does so for a moment and sleeps then, "
           "sleep sleeps at once (default adaptive)")
       ->check(CLI::IsMember({"busy", "adaptive", "sleep"}))
       ->type_name("HOW");
   app()
-      .add_option("--dpdk-args", options_.setup.dpdkArguments,
+      .add_option("--dpdk-args", given_.setup.dpdkArguments,
                   "arguments for the environment of DPDK, such as \"--no-huge -m 512\"; for dpdk: ports")
       ->type_name("ARGS");
 }
@@ -106,17 +102,17 @@ void RunCommand::addWorkers() {
   constexpr int mostNumbers = 4096;
   app()
       .add_option(
-          "--workers", options_.workers,
+          "--workers", given_.workers,
           "have so many processes serve the ports, each a share of the flows, and this one everything else "
           "(default: this one alone)")
       ->check(CLI::Range(1u, mostWorkers))
       ->type_name("N");
   // How a worker is started by the first process, see agent/workers/WorkerProcess.h.
-  app().add_option("--worker", options_.worker)->delimiter(',')->expected(2, mostNumbers)->group("");
+  app().add_option("--worker", given_.worker)->delimiter(',')->expected(2, mostNumbers)->group("");
 }
 
 void RunCommand::addMatchLog() {
-  MatchLogOptions& matches = options_.matches;
+  MatchLogOptions& matches = given_.matches;
   app()
       .add_option("--log-interval", matches.interval,
                   "seconds between two lines about a flow that a rule with log matches (default 300)")
@@ -132,7 +128,7 @@ void RunCommand::addMatchLog() {
 }
 
 RunOptions RunCommand::options() const {
-  RunOptions options = options_;
+  RunOptions options = given_;
   options.ports = splitAll("--port", ports_, '=', "NAME=KIND:WHAT");
   options.patches = splitAll("--patch", patches_, ',');
   for (const auto& bridge : bridges_) options.bridges.push_back(splitNames("--bridge", bridge));
@@ -140,13 +136,6 @@ RunOptions RunCommand::options() const {
                    : report_ == "text" ? FinalReport::text
                                        : FinalReport::none;
   return options;
-}
-
-Exit RunCommand::run(const std::string& plugin) const {
-  RunOptions options = given_;
-  options.plugin = plugin;
-  options.furtherPlugins = furtherPlugins();
-  return runAgent(options);
 }
 
 }  // namespace
