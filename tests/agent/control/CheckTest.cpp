@@ -65,7 +65,7 @@ TEST(Check, TellsMistakesAndWhatIsProbablyNotMeant) {
 
   const Ran json = runVelo({"check", dir / "good.acl", "--json"});
   EXPECT_EQ(json.status, 2) << "an agent would refuse to start";
-  EXPECT_EQ(nlohmann::json::parse(json.out).at("rules"), 2);
+  EXPECT_EQ(nlohmann::ordered_json::parse(json.out).at("rules"), 2);
   const Ran open = runVelo({"check", dir / "good.acl", "--allow-open"});
   EXPECT_EQ(open.status, 0) << open.err;
   EXPECT_THAT(open.out, testing::Not(HasSubstr("would refuse")));
@@ -80,7 +80,7 @@ TEST(Check, LooksAtInterfacesWhenItIsToldThePorts) {
             "mirror session S destination eth9\nport-channel po1 members eth2 eth3\n");
   const Ran known = runVelo({"check", dir / "a.acl", "--ports", "eth1,eth2", "--json"});
   std::string warnings;
-  const auto document = nlohmann::json::parse(known.out);
+  const auto document = nlohmann::ordered_json::parse(known.out);
   for (const auto& warning : document.at("warnings")) {
     warnings += warning.at("code").get<std::string>() + " " + std::to_string(warning.at("line").get<int>()) +
                 ":" + std::to_string(warning.at("column").get<int>()) + " " +
@@ -126,15 +126,16 @@ TEST(Check, ExplainsByFilesAlone) {
   EXPECT_THAT(dropped.out, HasSubstr("rule 10 decides: deny   (deny udp any any eq 53)"));
   EXPECT_THAT(dropped.out, HasSubstr("drop out, on eth2: dropping pkt"));
   const Ran passed = with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--json"});
-  EXPECT_EQ(nlohmann::json::parse(passed.out).at("egress").at(0).at("verdict"), "pass");
+  EXPECT_EQ(nlohmann::ordered_json::parse(passed.out).at("egress").at(0).at("verdict"), "pass");
   EXPECT_EQ(with({"upd 192.0.2.1:1 > 192.0.2.2:54"}).status, 2);
   EXPECT_THAT(dropped.out, HasSubstr("(eth1 is named nowhere in the configuration: taken for a port without "
                                      "lists (did you mean eth2?))\n"));
   EXPECT_EQ(dropped.out.find("(eth2 is named"), std::string::npos);
   const Ran far = runVelo({"explain", "--config", dir / "a.acl", "--port", "uplink", "--in",
                            "arp 192.0.2.1 > 192.0.2.2", "--json"});
-  EXPECT_EQ(nlohmann::json::parse(far.out).at("assumed"),
-            nlohmann::json({"uplink is named nowhere in the configuration: taken for a port without lists"}));
+  EXPECT_EQ(nlohmann::ordered_json::parse(far.out).at("assumed"),
+            nlohmann::ordered_json(
+                {"uplink is named nowhere in the configuration: taken for a port without lists"}));
   EXPECT_THAT(with({"udp 192.0.2.1:1 > 192.0.2.2:54", "--control", dir / "x", "--config", dir / "none"}).err,
               HasSubstr("none: No such file"));
   const Ran alone =
@@ -181,13 +182,13 @@ TEST(Check, WhatALimitLeftOutFailsOnlyStrictly) {
   EXPECT_EQ(passed.status, 0) << passed.err;
   EXPECT_THAT(passed.out, HasSubstr("not checked: ipv6 access-list A: 2000 of 2000 rules"));
   EXPECT_EQ(with("--strict").status, 2);
-  EXPECT_EQ(nlohmann::json::parse(with("--json").out).at("proven"), false);
+  EXPECT_EQ(nlohmann::ordered_json::parse(with("--json").out).at("proven"), false);
 }
 
 TEST(Check, WhatItProvesHasAnExampleThatExplainTakes) {
   const std::string path = VELO_SOURCE_DIR "/examples/shadowed.acl";
   const Ran json = runVelo({"check", "--json", path});
-  const auto document = nlohmann::json::parse(json.out);
+  const auto document = nlohmann::ordered_json::parse(json.out);
   std::string met;
   for (const auto& warning : document.at("warnings")) {
     ASSERT_TRUE(warning.contains("example")) << warning;
@@ -213,7 +214,8 @@ TEST(Check, TellsAHundredOfAKindAndHowManyMoreThereAre) {
   for (int i = 1; i <= 130; ++i) rules += fmt::format(" deny udp any any eq {}\n", i);
   writeFile(dir / "a.acl", rules + "interface eth1\n ip access-group A in\n");
   EXPECT_THAT(runVelo({"check", dir / "a.acl"}).out, testing::HasSubstr("30 more of rule-never-matches\n"));
-  const auto warnings = nlohmann::json::parse(runVelo({"check", "--json", dir / "a.acl"}).out).at("warnings");
+  const auto warnings =
+      nlohmann::ordered_json::parse(runVelo({"check", "--json", dir / "a.acl"}).out).at("warnings");
   const auto isOne = [](const auto& each) { return each.at("code") == "rule-never-matches"; };
   EXPECT_EQ(std::count_if(warnings.begin(), warnings.end(), isOne), 100);
   EXPECT_EQ(warnings.back().at("code"), "more-warnings");

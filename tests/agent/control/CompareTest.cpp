@@ -23,7 +23,7 @@ void expectTold(const std::vector<ComparedTexts>& rows) {
     const Ran ran = runVelo({"compare", before, after});
     EXPECT_EQ(ran.out, row.told) << row.before << "---\n" << row.after << ran.err;
     EXPECT_EQ(ran.status, row.status) << row.told;
-    const auto document = nlohmann::json::parse(runVelo({"compare", before, after, "--json"}).out);
+    const auto document = nlohmann::ordered_json::parse(runVelo({"compare", before, after, "--json"}).out);
     EXPECT_EQ(document.at("same"), row.status == 0) << row.told;
   }
 }

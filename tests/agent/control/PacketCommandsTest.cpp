@@ -74,7 +74,7 @@ TEST(PacketCommands, WhatSimplifyPrintsDoesTheSame) {
             "ip access-list A\n   10 permit ip object-group G any\n   30 permit tcp any any\n"
             "   40 permit udp any any log\n");
   const Ran whole = runVelo({"simplify", "A", config, "--type", "ip", "--whole", "--json"});
-  const auto document = nlohmann::json::parse(whole.out);
+  const auto document = nlohmann::ordered_json::parse(whole.out);
   EXPECT_EQ(document.at("rulesLeft"), 3);
   EXPECT_EQ(document.at("leftOut").at(0).at("why"), "redundant");
   EXPECT_EQ(
@@ -130,7 +130,7 @@ TEST(PacketCommands, TellByTheirStatusWhetherVerdictsDiffer) {
   EXPECT_EQ(same.out, "nothing changes\n");
   const Ran moved = runVelo({"compare", two, other, "--json"});
   EXPECT_EQ(moved.status, 1) << moved.err;
-  const auto document = nlohmann::json::parse(moved.out);
+  const auto document = nlohmann::ordered_json::parse(moved.out);
   EXPECT_EQ(document.at("same"), false);
   EXPECT_EQ(document.at("lists").at(0).at("sameVerdicts"), true);
   EXPECT_EQ(document.at("lists").at(0).at("logged").at("boxes").at(0).at("packets"), "tcp any any");
@@ -173,7 +173,8 @@ TEST(PacketCommands, WhatWasNotLookedAtIsNotCalledTheSame) {
 }
 
 TEST(PacketCommands, ExamplesAreFramesThatAreJudgedSo) {
-  const auto document = nlohmann::json::parse(runVelo({"compare", shadowedAcl, repairedAcl, "--json"}).out);
+  const auto document =
+      nlohmann::ordered_json::parse(runVelo({"compare", shadowedAcl, repairedAcl, "--json"}).out);
   size_t examined = 0;
   for (const char* part : {"opened", "closed", "counted"}) {
     for (const auto& box : document.at("lists").at(0).at(part).at("boxes")) {
@@ -181,7 +182,7 @@ TEST(PacketCommands, ExamplesAreFramesThatAreJudgedSo) {
         const Ran ran = runVelo({"explain", "--config", config, "--port", "eth1", "--in",
                                  box.at("example").get<std::string>(), "--json"});
         EXPECT_EQ(ran.status, 0) << ran.err;
-        return nlohmann::json::parse(ran.out).at("asked").at(0);
+        return nlohmann::ordered_json::parse(ran.out).at("asked").at(0);
       };
       const auto was = explained(shadowedAcl), is = explained(repairedAcl);
       const std::string name = part;
@@ -330,7 +331,7 @@ TEST(PacketCommands, TestTellsWhatIsNotSo) {
   const Ran failed =
       runVelo({"test", "--config", shadowedAcl, exampleFolder + "edge.expect", "--junit", junit, "--json"});
   EXPECT_EQ(failed.status, 1);
-  const auto document = nlohmann::json::parse(failed.out);
+  const auto document = nlohmann::ordered_json::parse(failed.out);
   size_t counterexamples = 0, failures = 0;
   for (const auto& result : document.at("results")) {
     failures += result.at("holds") == false;
@@ -338,7 +339,7 @@ TEST(PacketCommands, TestTellsWhatIsNotSo) {
     if (example.empty()) continue;
     const Ran ran =
         runVelo({"explain", "--config", shadowedAcl, "--port", "eth1", "--in", example, "--json"});
-    EXPECT_EQ(nlohmann::json::parse(ran.out).at("asked").at(0).at("action"), "permit");
+    EXPECT_EQ(nlohmann::ordered_json::parse(ran.out).at("asked").at(0).at("action"), "permit");
     ++counterexamples;
   }
   EXPECT_GT(counterexamples, 0u);
@@ -400,7 +401,8 @@ TEST(PacketCommands, TestGoesOnBehindWhatItCannotLookAt) {
   const std::string xml = readFile(junit);
   EXPECT_THAT(xml, HasSubstr("tests=\"6\" failures=\"1\" errors=\"2\""));
   EXPECT_THAT(xml, HasSubstr("<error message=\"" + file + ":1:1: found &quot;exepct&quot;"));
-  const auto document = nlohmann::json::parse(runVelo({"test", "--config", config, file, "--json"}).out);
+  const auto document =
+      nlohmann::ordered_json::parse(runVelo({"test", "--config", config, file, "--json"}).out);
   EXPECT_EQ(document.at("results").size(), 4u);
   EXPECT_EQ(document.at("mistakes").size(), 2u);
   EXPECT_EQ(runVelo({"test", "--config", dir / "none.acl", file, "--junit", junit}).status, 2);

@@ -62,22 +62,23 @@ TEST_F(PacketsOfAnAgentTest, ApplyTellsThemAndCarriesOutACleanUpOnly) {
   EXPECT_THAT(refused.err, HasSubstr("nothing was applied: verdicts would change\n"));
   EXPECT_EQ(run({"compare", "running", clean}).status, 0) << "nothing was carried out";
   const Ran document = run({"apply", "--only-if-same", open, "--json"});
-  const auto answer = nlohmann::json::parse(document.out);
+  const auto answer = nlohmann::ordered_json::parse(document.out);
   EXPECT_EQ(answer.at("applied"), false);
   EXPECT_EQ(answer.at("refused"), "nothing was applied: verdicts would change");
   EXPECT_EQ(answer.at("packets").at("lists").at(0).at("opened").at("boxes").at(0).at("packets"),
             "udp any any eq 9");
-  const auto dry = nlohmann::json::parse(run({"apply", "--dry-run", "--packets", open, "--json"}).out);
+  const auto dry =
+      nlohmann::ordered_json::parse(run({"apply", "--dry-run", "--packets", open, "--json"}).out);
   EXPECT_EQ(dry.at("packets"), answer.at("packets"));
 
   const Ran done = run({"apply", "--only-if-same", clean});
   EXPECT_EQ(done.status, 0) << done.err;
   EXPECT_THAT(done.out, HasSubstr("-   10 permit udp any any eq 1"));
   EXPECT_THAT(done.out, Not(HasSubstr("counted"))) << "nobody has asked for packets";
-  const auto again = nlohmann::json::parse(run({"apply", "--only-if-same", clean, "--json"}).out);
+  const auto again = nlohmann::ordered_json::parse(run({"apply", "--only-if-same", clean, "--json"}).out);
   EXPECT_EQ(again.at("applied"), true);
   EXPECT_EQ(again.at("packets").at("same"), true);
-  EXPECT_EQ(again.at("packets").at("lists"), nlohmann::json::array());
+  EXPECT_EQ(again.at("packets").at("lists"), nlohmann::ordered_json::array());
   EXPECT_EQ(run({"apply", "--packets", clean}).status, 2) << "of --dry-run";
 }
 
@@ -96,10 +97,11 @@ TEST_F(PacketsOfAnAgentTest, ShowTellsFindingsBesideTheRules) {
   EXPECT_THAT(run({"show", "access-lists"}).out, Not(HasSubstr("!")));
   EXPECT_THAT(text.out, Not(HasSubstr("gets a part")));
   ASSERT_EQ(run({"show", "access-lists", "--partly"}).status, 2) << "of --lint";
-  const auto lists = nlohmann::json::parse(run({"show", "access-lists", "--lint", "--json"}).out).at("lists");
+  const auto lists =
+      nlohmann::ordered_json::parse(run({"show", "access-lists", "--lint", "--json"}).out).at("lists");
   EXPECT_EQ(lists.at(0).at("rules").at(1).at("findings").at(0).at("code"), "rule-never-matches");
-  EXPECT_EQ(lists.at(0).at("rules").at(0).at("findings"), nlohmann::json::array());
-  EXPECT_EQ(lists.at(0).at("findings"), nlohmann::json::array());
+  EXPECT_EQ(lists.at(0).at("rules").at(0).at("findings"), nlohmann::ordered_json::array());
+  EXPECT_EQ(lists.at(0).at("findings"), nlohmann::ordered_json::array());
   EXPECT_EQ(lists.at(1).at("findings").at(0).at("code"), "list-passes-all");
   EXPECT_THAT(run({"show", "access-lists", "B", "--lint"}).out, Not(HasSubstr("rule 20")));
   for (const auto& wrong : {std::vector<std::string>{"show", "access-lists", "--lint", "--watch"},
@@ -126,7 +128,7 @@ TEST_F(PacketsOfAnAgentTest, PartsAreToldOnRequest) {
   EXPECT_THAT(shown.out, testing::ContainsRegex("20 permit udp any any lt 9 [^\n]*\n"));
   EXPECT_THAT(shown.out, HasSubstr("! " + said));
   const auto document =
-      nlohmann::json::parse(run({"show", "access-lists", "--lint", "--partly", "--json"}).out);
+      nlohmann::ordered_json::parse(run({"show", "access-lists", "--lint", "--partly", "--json"}).out);
   EXPECT_EQ(document.at("lists").at(0).at("rules").at(1).at("findings").at(0).at("code"),
             "rule-partly-taken");
 }
@@ -162,7 +164,7 @@ TEST_F(PacketsOfAnAgentTest, ApplyWarnsOfWhatIsProven) {
   EXPECT_THAT(run({"show", "configuration"}).out, HasSubstr("10 permit udp any any eq 1"));
   const Ran done = run({"apply", "--prove", "--json", grown});
   EXPECT_EQ(done.status, 0);
-  EXPECT_EQ(nlohmann::json::parse(done.out).at("warnings").back().at("code"), "rule-never-matches");
+  EXPECT_EQ(nlohmann::ordered_json::parse(done.out).at("warnings").back().at("code"), "rule-never-matches");
 }
 
 TEST_F(PacketsOfAnAgentTest, WhatWasComparedIsOnlyAppliedWhileItIsInForce) {

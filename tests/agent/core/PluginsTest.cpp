@@ -79,10 +79,11 @@ TEST_F(PluginsTest, ACommandLineLoadsItBesideTheLists) {
   const auto ran = runVelo({"replay", "--config", dir_ / "a.acl", "--port", "eth1=" + (dir_ / "in.pcap"),
                             "--patch", "eth1,eth2", "--json", "--plugin", counterPlugin});
   ASSERT_EQ(ran.status, 0) << ran.err;
-  const nlohmann::json report = nlohmann::json::parse(ran.out);
+  const nlohmann::ordered_json report = nlohmann::ordered_json::parse(ran.out);
   EXPECT_EQ(report.at("dropped"), 2);
-  EXPECT_EQ(report.at("drops").at("Dscp"),
-            nlohmann::json::parse(R"({"DscpCounter": {"63": 1, "AF11": 1, "CS0": 1, "CS5": 1, "EF": 2}})"));
+  EXPECT_EQ(
+      report.at("drops").at("Dscp"),
+      nlohmann::ordered_json::parse(R"({"DscpCounter": {"63": 1, "AF11": 1, "CS0": 1, "CS5": 1, "EF": 2}})"));
 }
 
 TEST_F(PluginsTest, AListPluginThatIsNamedTakesThePlaceOfTheUsualOne) {

@@ -49,7 +49,7 @@ std::string sayableText(Format format, TestSupport::Dice& dice) {
 }
 
 /// What yanglint says of a document, with the modules for it; empty when it is valid.
-std::string whyInvalid(const nlohmann::json& document, const std::string& arguments) {
+std::string whyInvalid(const nlohmann::ordered_json& document, const std::string& arguments) {
   const fs::path dir = fs::path(testing::TempDir()) / fmt::format("velo-yang-{}", getpid());
   fs::create_directories(dir);
   std::ofstream(dir / "velo-test-type.yang") << typeModule;
@@ -74,7 +74,7 @@ TEST(Yang, FindsNothingWrongWithWhatIsWritten) {
     EXPECT_TRUE(model);
     const auto written = write(model.value_or(Config::Model()), format, false);
     EXPECT_TRUE(written.refused.empty()) << written.refused[0];
-    return nlohmann::json::parse(written.document);
+    return nlohmann::ordered_json::parse(written.document);
   };
   const std::string ietf = fmt::format(
       "-F ietf-access-control-list:'*' {}/ietf-access-control-list@2019-03-04.yang", modules().string());

@@ -100,7 +100,7 @@ TEST_F(ProgramTest, LogMessagesPrintsTheCatalogue) {
   EXPECT_EQ(text.err, "");
   const Ran json = runVelo({"log-messages", "--json"});
   ASSERT_EQ(json.status, 0) << json.err;
-  const auto document = nlohmann::json::parse(json.out);
+  const auto document = nlohmann::ordered_json::parse(json.out);
   EXPECT_TRUE(document.contains("version"));
   const auto all = document.at("messages");
   std::vector<std::string> names;

@@ -17,7 +17,7 @@
 namespace {
 
 using namespace TestSupport;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;

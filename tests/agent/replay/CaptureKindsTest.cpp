@@ -11,7 +11,7 @@ namespace {
 
 using namespace TestSupport;
 using testing::HasSubstr;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 constexpr uint32_t raw = 101, cooked = 113, cooked2 = 276, ip4 = 228, ip6 = 229;
 

@@ -12,7 +12,7 @@
 namespace {
 
 using namespace TestSupport;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 namespace fs = std::filesystem;
 
 const fs::path casesDir = fs::path(VELO_SOURCE_DIR) / "tests/agent/replay/cases";

@@ -14,7 +14,7 @@
 namespace {
 
 using namespace TestSupport;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;

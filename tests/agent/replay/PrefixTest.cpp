@@ -10,7 +10,7 @@
 namespace {
 
 using namespace TestSupport;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 const char* const prefixLists =
     "mac access-list M\n 10 permit any any ip\n 20 permit any any\n"

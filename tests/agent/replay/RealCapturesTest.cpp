@@ -12,7 +12,7 @@
 namespace {
 
 using namespace TestSupport;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 namespace fs = std::filesystem;
 
 /// What a capture may hold at most, in octets: five of 226 are larger, and take five times as long as the
