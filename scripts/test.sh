@@ -50,5 +50,5 @@ else
   # Live tests wait for most of their time.
   run_tests "$preset" tests --parallel "$((2 * jobs))"
   # Rooms below the tasks, languages and scripts know none of them, and live tests are about real time.
-  VELO_ALWAYS_YIELD=1 run_tests "$preset" always-yield --exclude-regex '^(layering|mutants|live|Classify|Hive|Nimnet|config|examples|proof|support)[.]|MatchDifferential|MatchProperty'
+  VELO_ALWAYS_YIELD=1 run_tests "$preset" always-yield --exclude-regex '^(layering|mutants|live|Classify|Hive|Nimnet|config|examples|proof|support)[.]|MatchDifferential|MatchProperty|RealCaptures|CaptureKinds'
 fi

@@ -17,6 +17,9 @@ namespace Agent {
 namespace {
 
 constexpr uint16_t descriptors = 1024;
+/// What may wait in a queue when the port is to be closed: some drivers have more than the descriptors, such
+/// as rings of the kernel.
+constexpr uint32_t mostWaiting = 16384;
 constexpr unsigned buffersAQueue = 16384;
 constexpr unsigned cachedBuffers = 256;
 constexpr unsigned looksBetween = 25;
@@ -225,7 +228,7 @@ size_t DpdkDevice::send(std::span<const LiveFrame> frames, int& error) {
 }
 
 void DpdkDevice::stopReceiving() {
-  if (!leftToDrain_) leftToDrain_ = uint32_t{descriptors} * queues_;
+  if (!leftToDrain_) leftToDrain_ = mostWaiting * queues_;
 }
 
 DeviceCounts DpdkDevice::countsNow() const {
