@@ -57,8 +57,9 @@ TEST_F(ShowTest, ListsPortsDropsAndStatusHaveTheShapesOfAReplay) {
   EXPECT_EQ(agent_.show("drops").at("drops"), replay.at("drops"));
   // Members of an object have no order.
   const auto byPath = [](const Json& document) {
+    const Json flat = document.flatten();
     std::map<std::string, Json> values;
-    for (const auto& [path, value] : document.flatten().items()) values[path] = value;
+    for (const auto& [path, value] : flat.items()) values[path] = value;
     return values;
   };
   EXPECT_EQ(byPath(agent_.show("status").at("status")), byPath(replay.at("status")));
