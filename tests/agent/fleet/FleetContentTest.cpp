@@ -75,7 +75,7 @@ TEST(FleetContent, TellsEveryMistakeWithItsKey) {
 
 TEST(FleetContent, NoticesStandWhereTheirTextsAre) {
   const auto made = read(
-      {{"/k/a", "\nip access-list X\n 10 permit ip any any mirror session S\n"},
+      {{"/k/a", "\nip access-list X\n 10 permit ip any any\n 20 permit ip any any mirror session S\n"},
        {"/k/b",
         "ip access-list X\n 10 deny ip any any mirror session T\n\ninterface eth1\n ip access-group X in\n"}});
   ASSERT_TRUE(made.model);
@@ -83,7 +83,9 @@ TEST(FleetContent, NoticesStandWhereTheirTextsAre) {
   const Config::ListKey x{Acl::AclType::ip, "X"};
   const auto shown = [](const Agent::Place& place) { return fmt::format("{}:{}", place.file, place.line); };
   EXPECT_EQ(shown(notices.placeOf(notices.lists, x)), "/k/a:2");
-  EXPECT_EQ(shown(notices.placeOf(notices.rules, std::pair(x, uint32_t{10}))), "/k/a:3");
+  EXPECT_EQ(shown(notices.placeOf(notices.rules, std::pair(x, uint32_t{20}))), "/k/a:4");
+  EXPECT_EQ(notices.placeOf(notices.rules, std::pair(x, uint32_t{10})).file, "")
+      << "the rule of this number in the other text is not in force";
   EXPECT_EQ(shown(notices.placeOf(notices.bindings, {Acl::AclType::ip, Acl::AclDirection::in, "eth1"})),
             "/k/b:5");
 }
