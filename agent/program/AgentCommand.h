@@ -21,7 +21,8 @@ class AgentCommand : public ProgramCommand {
   }
 
  protected:
-  AgentCommand(CLI::App& program, const char* name, const char* help) : ProgramCommand(program, name, help) {
+  AgentCommand(CLI::App& program, const char* name, const char* sentence)
+      : ProgramCommand(program, name, sentence) {
     app().callback([this] { whole_ = options(); });
   }
 

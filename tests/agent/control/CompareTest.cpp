@@ -41,6 +41,8 @@ TEST(Compare, TellsListsThatComeGoOrAreCalledOtherwise) {
        "ipv6 access-list A is no longer there\nno verdict changes\n", 0},
       {"ip access-list A\n 10 permit tcp any any\n", "ipv6 access-list A\n 10 permit tcp any any\n",
        "ip access-list A is no longer there\nipv6 access-list A is new\nno verdict changes\n", 0},
+      {"ip access-list A\n", "ipv6 access-list B\n",
+       "ip access-list A is no longer there\nipv6 access-list B is new\nno verdict changes\n", 0},
       // One that is called otherwise is another one for each of two.
       {"ip access-list A\n 10 permit ip any any\nip access-list B\n 10 permit ip any any\n",
        "ip access-list C\n 10 permit ip any any\n",
