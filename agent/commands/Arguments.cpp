@@ -51,6 +51,16 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
   return pairs;
 }
 
+std::set<std::string> namesIn(const std::string& text) {
+  std::set<std::string> names;
+  for (size_t at = 0; at <= text.size();) {
+    const size_t end = std::min(text.find(',', at), text.size());
+    if (end > at) names.insert(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return names;
+}
+
 void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::string& dir,
                     TextLimits& limits) {
   command

@@ -3,6 +3,7 @@
 #include <Velo/MalformedStep.h>
 #include <agent/core/Texts.h>
 
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,6 +26,9 @@ std::vector<std::pair<std::string, std::string>> splitAll(const std::string& opt
 
 /// Two or more names of ports, separated by commas.
 std::vector<std::string> splitNames(const std::string& option, const std::string& text);
+
+/// Names separated by commas, each once; there may be none.
+std::set<std::string> namesIn(const std::string& text);
 
 /// Adds `--config` and `--config-dir`, one of which is required, and the options of addTextLimits().
 void addConfigTexts(CLI::App& command, std::vector<std::string>& files, std::string& dir, TextLimits& limits);

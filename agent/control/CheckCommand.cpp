@@ -57,13 +57,7 @@ class CheckCommand final : public Command {
   }
   std::optional<PortNames> ports() const {
     if (app().count("--ports") == 0) return std::nullopt;
-    PortNames names;
-    for (size_t at = 0; at <= ports_.size();) {
-      const size_t end = std::min(ports_.find(',', at), ports_.size());
-      if (end > at) names.insert(ports_.substr(at, end - at));
-      at = end + 1;
-    }
-    return names;
+    return PortNames{namesIn(ports_)};
   }
 
   /// Nobody asked for a proof; whoever wants to wait longer says so.

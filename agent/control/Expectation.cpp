@@ -169,7 +169,7 @@ std::optional<Fulfilment> Expecting::ofAll(const Expectation& expected, std::str
                           .from = expected.from,
                           .to = expected.to,
                           .where = expected.condition,
-                          .limits = limits_};
+                          .limits = limits_.leftSince(begin_, Kiv::steadyClock().now())};
   if (isOfFrames(expected.condition)) question.type = Acl::AclType::mac;
   const auto found = packetSearch(question, sources_.layers(), wrong);
   if (!found) return std::nullopt;
@@ -182,8 +182,10 @@ std::optional<Fulfilment> Expecting::ofAll(const Expectation& expected, std::str
     *wrong = "no packet is like that";
     return std::nullopt;
   }
-  if (found->at("whole") == false)
-    return Fulfilment{false, "not proven: " + found->at("unchecked").front().get<std::string>(), {}};
+  if (found->at("whole") == false) {
+    *wrong = "not proven: " + found->at("unchecked").front().get<std::string>();
+    return std::nullopt;
+  }
   return Fulfilment{true};
 }
 

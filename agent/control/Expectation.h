@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kiv/Clock.h>
 #include <agent/change/Sources.h>
 #include <agent/explain/FrameText.h>
 #include <agent/proof/PacketSets.h>
@@ -45,7 +46,7 @@ struct Fulfilment {
 };
 
 /// Looks whether expectations hold of sources, of an agent with these ports. `plugin` is the library that
-/// judges single packets.
+/// judges single packets; the limits are those of all expectations together.
 class Expecting {
  public:
   Expecting(const Sources& sources, std::set<std::string> ports, std::string plugin, Proof::Limits limits)
@@ -63,6 +64,7 @@ class Expecting {
   const std::set<std::string> ports_;
   const std::string plugin_;
   const Proof::Limits limits_;
+  const Kelp::Duration begin_ = Kiv::steadyClock().now();
 };
 
 }  // namespace Agent

@@ -1,4 +1,5 @@
 #include <Kelp/Assert.h>
+#include <Kiv/Clock.h>
 #include <agent/change/Effective.h>
 #include <agent/control/ListChoice.h>
 #include <agent/control/PacketSearch.h>
@@ -54,6 +55,9 @@ class Searching {
   }
 
  private:
+  /// Of all kinds together.
+  Proof::Limits limitsLeft() const { return asked_.limits.leftSince(begin_, Kiv::steadyClock().now()); }
+
   /// The kinds of packets that the question is about; none when something is wrong.
   std::vector<AclType> kindsAsked(std::string* wrong) {
     std::vector<AclType> kinds;
@@ -120,7 +124,7 @@ class Searching {
   std::optional<Json> searched(AclType type) {
     try {
       const Others others = othersOf(type);
-      const Proof::RuleSets sets(type, asked_.limits);
+      const Proof::RuleSets sets(type, limitsLeft());
       const Proof::PacketSet among = concerned(type, sets);
       possible_ = possible_ || !among.isEmpty();
       return together(type, others, among, sets);
@@ -138,7 +142,7 @@ class Searching {
     if (type == AclType::mac || !isOnAWay()) return Others::none;  // of MAC lists see shared()
     const Way way = wayOf(AclType::mac);
     if (way.empty()) return Others::none;
-    const Proof::RuleSets sets(AclType::mac, asked_.limits);
+    const Proof::RuleSets sets(AclType::mac, limitsLeft());
     const Proof::PacketSet all = ofType(type, sets);
     Proof::PacketSet passing = all;
     for (const Proof::MetList list : way) passing = Proof::permitted(list, passing, sets);
@@ -269,6 +273,7 @@ class Searching {
 
   const PacketQuestion& asked_;
   const Effective effective_;
+  const Kelp::Duration begin_ = Kiv::steadyClock().now();
   bool possible_ = false;
   Json unchecked_ = Json::array();
 };

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 namespace Agent {
 
@@ -22,8 +23,9 @@ constexpr const char* testHelp =
     "  expect pass|drop on PORT in: PACKET [by rule N | by no rule]\n"
     "  expect all|none pass|drop from PORT to PORT: CONDITION\n"
     "with on PORT in, on PORT out or from PORT to PORT as the place; permit and deny are pass and drop. PACKET is\n"
-    "as velo explain takes it, CONDITION as velo find does. A line that cannot be looked at is told with its\n"
-    "place, and the others are looked at all the same.\n"
+    "as velo explain takes it, CONDITION as velo find does. by names the rule that is to decide, of the list that is\n"
+    "asked last; by no rule: that none of it matches. A line that cannot be looked at, and one that no proof is found\n"
+    "for within the limits, is told with its place, and the others are looked at all the same.\n"
     "\nExit status: 0 all of it is so, 1 something is not, 2 bad usage or configuration.";
 
 /// A text as it stands in XML.
@@ -60,8 +62,8 @@ std::string testText(const Json& document) {
     if (!holds) text += fmt::format("       {}\n", becauseOf(each));
   }
   if (document.at("results").empty()) return text;
-  return text +
-         fmt::format("{} of {} are so\n", good, countText(document.at("results").size(), "expectation"));
+  return text + fmt::format("{} of {} {} so\n", good, countText(document.at("results").size(), "expectation"),
+                            document.at("results").size() == 1 ? "is" : "are");
 }
 
 /// As CI systems read it.
@@ -82,8 +84,9 @@ std::string junitText(const Json& document) {
                 : fmt::format(">\n    <failure message=\"{}\"/>\n  </testcase>\n", escaped(becauseOf(each)));
   }
   for (const Json& each : mistakes)
-    text += fmt::format("  <testcase name=\"{0}\">\n    <error message=\"{0}\"/>\n  </testcase>\n",
-                        escaped(each.get<std::string>()));
+    text += fmt::format(
+        "  <testcase classname=\"velo test\" name=\"{0}\">\n    <error message=\"{0}\"/>\n  </testcase>\n",
+        escaped(each.get<std::string>()));
   return text + "</testsuite>\n";
 }
 
@@ -96,6 +99,10 @@ class TestCommand final : public Command {
     app()
         .add_option("--config", config_, "of this configuration text or directory, not of the agent's")
         ->type_name("FILE");
+    app()
+        .add_option("--ports", ports_,
+                    "further ports than those that the configuration names, such as one without lists")
+        ->type_name("A,B,...");
     app().add_option("--junit", junit_, "write the results as JUnit XML, too")->type_name("XML");
     proof_.addTo(app());
     addTextLimits(app(), texts_);
@@ -115,7 +122,9 @@ class TestCommand final : public Command {
       tellMistakes(wrong);
       return exitUsage;
     }
-    const Expecting expecting(*sources, reader.portsOf(config_), plugin, proof_.limits());
+    std::set<std::string> ports = reader.portsOf(config_);
+    ports.merge(namesIn(ports_));
+    const Expecting expecting(*sources, std::move(ports), plugin, proof_.limits());
     Json results = Json::array();
     for (const auto& [name, expectations] : files) {
       for (const Expectation& each : expectations) {
@@ -169,7 +178,7 @@ class TestCommand final : public Command {
   }
 
   std::vector<std::string> files_;
-  std::string config_ = ConfigurationReader::running, junit_;
+  std::string config_ = ConfigurationReader::running, ports_, junit_;
   ProofOptions proof_;
   TextLimits texts_;
 };

@@ -85,7 +85,8 @@ extern "C" void whenGarbageIsCollected(int, bddGbcStat*) {
 [[noreturn]] void tellSpent() {
   if (state.spent == Spent::machine) throw LimitReached("memory ran out");
   throw LimitReached(state.spent == Spent::time
-                         ? fmt::format("it takes more than {} seconds", state.seconds.seconds())
+                         ? fmt::format("it takes more than {} second{}", state.seconds.seconds(),
+                                       state.seconds.seconds() == 1 ? "" : "s")
                          : fmt::format("it takes more than {} MiB of memory", state.memory >> 20));
 }
 

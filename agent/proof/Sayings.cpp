@@ -141,9 +141,9 @@ class Speaker {
     constexpr size_t mostBoxes = 3;
     forEachPartlyTaken(list_, sets_, mostBoxes, [this](const PartlyTaken& part) {
       say("rule-partly-taken", part.sequence,
-          fmt::format("rule {} gets a part of what it asks for: {} {} {}; left is {}", part.sequence,
-                      rulesText(part.by), part.by.size() == 1 ? "takes" : "take", boxesText(part.taken),
-                      boxesText(part.left)),
+          fmt::format("rule {} gets a part of what it asks for: left is {}; {} {} {}", part.sequence,
+                      boxesText(part.left), rulesText(part.by), part.by.size() == 1 ? "takes" : "take",
+                      boxesText(part.taken)),
           part.example);
     });
   }

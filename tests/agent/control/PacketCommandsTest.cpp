@@ -378,6 +378,22 @@ TEST(PacketCommands, TestRefusesWhatCouldNotFail) {
   }
 }
 
+TEST(PacketCommands, TestTakesPortsWithoutListsAndTellsWhatIsNotProven) {
+  const TempDir dir;
+  const std::string file = dir / "e.expect";
+  writeFile(file, "expect none pass from eth1 to eth2: udp any 198.51.100.0/24 eq domain\n");
+  EXPECT_EQ(runVelo({"test", "--config", repairedAcl, file}).status, 2);
+  const Ran known = runVelo({"test", "--config", repairedAcl, "--ports", "eth2,eth3", file});
+  EXPECT_EQ(known.status, 0) << known.out << known.err;
+  EXPECT_THAT(known.out, HasSubstr("1 of 1 expectation is so\n"));
+  // A limit proves nothing, neither that it is so nor that it is not.
+  const Ran cutOff =
+      runVelo({"test", "--config", repairedAcl, "--ports", "eth2", "--proof-seconds", "0.000001", file});
+  EXPECT_EQ(cutOff.status, 2) << cutOff.out;
+  EXPECT_THAT(cutOff.err, HasSubstr("e.expect:1: not proven: ip packets: it takes more than 1e-06 seconds"));
+  EXPECT_EQ(cutOff.out, "");
+}
+
 TEST(PacketCommands, TestGoesOnBehindWhatItCannotLookAt) {
   const TempDir dir;
   const std::string file = dir / "e.expect", junit = dir / "junit.xml", config = dir / "a.acl";
@@ -400,6 +416,7 @@ TEST(PacketCommands, TestGoesOnBehindWhatItCannotLookAt) {
   EXPECT_THAT(ran.out, HasSubstr("FAIL " + file + ":6: "));
   const std::string xml = readFile(junit);
   EXPECT_THAT(xml, HasSubstr("tests=\"6\" failures=\"1\" errors=\"2\""));
+  EXPECT_THAT(xml, HasSubstr("<testcase classname=\"velo test\" name=\"" + file + ":1:1"));
   EXPECT_THAT(xml, HasSubstr("<error message=\"" + file + ":1:1: found &quot;exepct&quot;"));
   const auto document =
       nlohmann::ordered_json::parse(runVelo({"test", "--config", config, file, "--json"}).out);

@@ -117,8 +117,8 @@ TEST_F(PacketsOfAnAgentTest, PartsAreToldOnRequest) {
             "ip access-list A\n 10 deny udp any any eq 7\n 20 permit udp any any lt 9\n"
             "interface eth1\n ip access-group A in\n");
   const std::string said =
-      "rule 20 gets a part of what it asks for: rule 10 takes udp any any eq 7; left is udp any any eq 0 1 2 "
-      "3 4 5 6 8 (for example udp 0.0.0.0:1024 > 0.0.0.0:7)\n";
+      "rule 20 gets a part of what it asks for: left is udp any any eq 0 1 2 3 4 5 6 8; rule 10 takes udp any "
+      "any eq 7 (for example udp 0.0.0.0:1024 > 0.0.0.0:7)\n";
   EXPECT_THAT(run({"apply", "--dry-run", "--prove", parted}).err, Not(HasSubstr("gets a part")));
   EXPECT_THAT(run({"apply", "--dry-run", "--prove", "--partly", parted}).err,
               HasSubstr(parted + ":3:2: note: ip access-list A " + said));

@@ -100,8 +100,8 @@ TEST(Sayings, SayOnRequestWhatIsLeftOfRules) {
   EXPECT_EQ(warned(list), "");
   EXPECT_EQ(
       warned(list, {Kelp::Duration(3600)}, Proof::Say::partsToo),
-      "rule-partly-taken 20: rule 20 gets a part of what it asks for: rules 10 and 15 take tcp any any eq 22, "
-      "or tcp any any fragments; left is tcp any any neq 22 | tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n");
+      "rule-partly-taken 20: rule 20 gets a part of what it asks for: left is tcp any any neq 22; rules 10 and "
+      "15 take tcp any any eq 22, or tcp any any fragments | tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n");
   // What it does not get at all is told otherwise.
   EXPECT_EQ(
       warned("ip access-list A\n10 permit tcp any any\n20 permit tcp any any eq 22\n30 permit udp any any\n",
