@@ -57,7 +57,9 @@ class CheckCommand final : public Command {
   }
   std::optional<PortNames> ports() const {
     if (app().count("--ports") == 0) return std::nullopt;
-    return PortNames{namesIn(ports_)};
+    PortNames names;
+    names.merge(namesIn(ports_));
+    return names;
   }
 
   /// Nobody asked for a proof; whoever wants to wait longer says so.

@@ -33,7 +33,7 @@ std::shared_ptr<const Change> changeIn(const Statement& row) {
   change.summary = row.text(summary);
   change.text = sharedIn(row, hasText);
   change.difference = sharedIn(row, hasDifference);
-  if (change.difference && !nlohmann::json::accept(*change.difference))
+  if (change.difference && !nlohmann::ordered_json::accept(*change.difference))
     throw DatabaseError(SQLITE_CORRUPT, "a difference is none");
   return std::make_shared<const Change>(std::move(change));
 }

@@ -12,7 +12,7 @@ namespace Agent {
 
 namespace {
 
-using CountsJson = nlohmann::json;
+using CountsJson = nlohmann::ordered_json;
 
 /// How many counters are looked at before the clock is read.
 constexpr int countersInARow = 32;
@@ -188,7 +188,7 @@ void CountSums::add(const std::string& text, Worker& worker) {
   worker.totals = totals;
 }
 
-void CountSums::addRows(const nlohmann::json& told) {
+void CountSums::addRows(const nlohmann::ordered_json& told) {
   for (const CountsJson& row : told.at("rows")) {
     const auto number = [&row](size_t at) { return row.at(at).get<uint64_t>(); };
     Row read{told.at("collection").get<std::string>(),

@@ -100,7 +100,7 @@ class CountSums {
 
  private:
   struct Row;
-  void addRows(const nlohmann::json& told);
+  void addRows(const nlohmann::ordered_json& told);
   bool addRow(const Row& row);
 
   Core& core_;

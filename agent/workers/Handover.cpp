@@ -11,7 +11,7 @@ namespace Agent {
 
 namespace {
 
-using HandoverJson = nlohmann::json;
+using HandoverJson = nlohmann::ordered_json;
 
 Acl::AclType typeIn(const HandoverJson& json) { return static_cast<Acl::AclType>(json.get<int>()); }
 

@@ -19,7 +19,7 @@ uint64_t stationKey(Nimnet::EthAddr address, uint16_t vlan) {
 /// Calls visit(bridge, end, address, vlan) for each station that a text tells of.
 template <class Visit>
 void forStations(const Forwarder& forwarder, const std::string& text, const Visit& visit) {
-  for (const nlohmann::json& row : unpacked(text)) {
+  for (const nlohmann::ordered_json& row : unpacked(text)) {
     const size_t number = row.at(0).get<size_t>(), at = row.at(1).get<size_t>();
     if (number >= forwarder.bridges().size() || at >= forwarder.bridges()[number]->ends().size()) continue;
     End& end = *forwarder.bridges()[number]->ends()[at];
@@ -63,10 +63,9 @@ void Stations::run() {
 bool Stations::look(size_t bridge) {
   const Bridge& table = *forwarder_.bridges()[bridge];
   KnownOf& known = known_[bridge];
-  nlohmann::json lines = nlohmann::json::array();
+  nlohmann::ordered_json lines = nlohmann::ordered_json::array();
   const Kelp::Duration now = clock_.now();
-  bool done = false;
-  while (!(done = place_ >= Bridge::stations) && !task_->taskShouldYield()) {
+  do {
     for (const size_t end = std::min(place_ + placesAtOnce, Bridge::stations); place_ < end;) {
       const auto station = table.next(place_, end - place_);
       if (!station) continue;
@@ -78,7 +77,8 @@ bool Stations::look(size_t bridge) {
           std::find(table.ends().begin(), table.ends().end(), station->end) - table.ends().begin();
       lines.push_back({bridge, at, station->address.value(), station->vlan});
     }
-  }
+  } while (place_ < Bridge::stations && !task_->taskShouldYield());
+  const bool done = place_ >= Bridge::stations;
   if (!lines.empty()) send_(packed(lines));
   // What nobody has heard of for long is not remembered here, either.
   if (done) std::erase_if(known, [now](const auto& one) { return now - one.second.at > Bridge::ageingTime; });
