@@ -48,7 +48,7 @@ if [[ $preset == sanitize ]]; then
   run_tests "$preset" tests --exclude-regex '^(layering|mutants|live)[.]'
 else
   # Live tests wait for most of their time.
-  run_tests "$preset" tests --parallel "$((3 * jobs))"
+  run_tests "$preset" tests --parallel "$((2 * jobs))"
   # Rooms below the tasks, languages and scripts know none of them, and live tests are about real time.
   VELO_ALWAYS_YIELD=1 run_tests "$preset" always-yield --exclude-regex '^(layering|mutants|live|Classify|Hive|Nimnet|config|examples|proof|support)[.]|MatchDifferential|MatchProperty|RealCaptures|CaptureKinds'
 fi

@@ -402,7 +402,7 @@ class Guarding(FleetTest):
         }
         for sentence, values in hostile.items():
             last = self.etcd.write(values)
-            self.assertTrue(until(lambda r=last: self.status("a1")["fleet"]["wanted"]["revision"] == r, 40), sentence)
+            self.assertTrue(until(lambda r=last: self.status("a1")["fleet"]["wanted"]["revision"] == r, 120), sentence)
             self.assertIn(self.in_force("a1"), (last_good, last), sentence)
             last_good = self.in_force("a1")  # a value may be huge and good
         self.etcd.write({"config/edge/a/b": "nonsense", "config/edge/": "nonsense", "config/edge/x": None})
