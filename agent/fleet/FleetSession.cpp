@@ -42,7 +42,9 @@ std::string FleetSession::run(const Around& around) {
   std::string wrong = begin(around);
   bool isDue = false;
   while (wrong.empty() && !around.ending()) {
-    auto next = leaseIsDue_;
+    // What came while the store was asked for something else rings no more.
+    isDue = isNews() || isDue;
+    auto next = isCancelled_ || !watch_->isOpen() ? Clock::now() : leaseIsDue_;
     if (isDue) next = std::min(next, lastRead_ + std::chrono::duration_cast<Clock::duration>(betweenReads));
     if (!due_.empty()) next = std::min(next, writeAgain_);
     http_.wait(Seconds(next - Clock::now()).count());
