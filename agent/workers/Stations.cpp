@@ -16,6 +16,11 @@ uint64_t stationKey(Nimnet::EthAddr address, uint16_t vlan) {
   return uint64_t{vlan} << behindAddress | address.value();
 }
 
+nlohmann::ordered_json rowOf(size_t bridge, const Bridge& table, const Bridge::Heard& station) {
+  const auto at = std::find(table.ends().begin(), table.ends().end(), station.end) - table.ends().begin();
+  return {bridge, at, station.address.value(), station.vlan};
+}
+
 /// Calls visit(bridge, end, address, vlan) for each station that a text tells of.
 template <class Visit>
 void forStations(const Forwarder& forwarder, const std::string& text, const Visit& visit) {
@@ -52,6 +57,18 @@ void Stations::learn(const Forwarder& forwarder, const std::string& text) {
   });
 }
 
+std::string Stations::all(const Forwarder& forwarder) {
+  nlohmann::ordered_json lines = nlohmann::ordered_json::array();
+  for (size_t bridge = 0; bridge < forwarder.bridges().size(); ++bridge) {
+    const Bridge& table = *forwarder.bridges()[bridge];
+    for (size_t place = 0; place < Bridge::stations;) {
+      if (const auto station = table.next(place, Bridge::stations - place))
+        lines.push_back(rowOf(bridge, table, *station));
+    }
+  }
+  return packed(lines);
+}
+
 void Stations::run() {
   for (; bridge_ < known_.size(); ++bridge_, place_ = 0) {
     if (!look(bridge_)) return task_->scheduleTask();
@@ -73,9 +90,7 @@ bool Stations::look(size_t bridge) {
       const Kelp::Duration heard = now - station->age;
       if (told.end == station->end && (heard <= told.at || heard - told.at < tellAgain)) continue;
       told = {station->end, now};
-      const auto at =
-          std::find(table.ends().begin(), table.ends().end(), station->end) - table.ends().begin();
-      lines.push_back({bridge, at, station->address.value(), station->vlan});
+      lines.push_back(rowOf(bridge, table, *station));
     }
   } while (place_ < Bridge::stations && !task_->taskShouldYield());
   const bool done = place_ >= Bridge::stations;

@@ -33,6 +33,8 @@ class Stations {
   void learn(const std::string& text);
   /// The same for one who only shows what his workers have heard of.
   static void learn(const Forwarder& forwarder, const std::string& text);
+  /// All stations that are known here, for one who begins.
+  static std::string all(const Forwarder& forwarder);
 
  private:
   /// What others know of a station.

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <vector>
@@ -95,6 +96,13 @@ WorkerProcess::~WorkerProcess() {
 }
 
 void WorkerProcess::kill() { ::kill(pid_, SIGKILL); }
+
+Kelp::Duration WorkerProcess::used() const {
+  clockid_t clock{};
+  timespec time{};
+  if (clock_getcpuclockid(pid_, &clock) != 0 || clock_gettime(clock, &time) != 0) return {};
+  return Kelp::Duration(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
+}
 
 std::string WorkerProcess::howEnded() {
   gone_ = true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Kelp/Duration.h>
 #include <agent/core/Descriptor.h>
 #include <sys/types.h>
 
@@ -26,6 +27,8 @@ class WorkerProcess {
   /// Readable when it has ended.
   int fd() const { return ended_.get(); }
   void kill();
+  /// How long it has had a processor, all threads together.
+  Kelp::Duration used() const;
   /// How it has ended, in a few words for people. To be called once, when it has.
   std::string howEnded();
 

@@ -15,8 +15,12 @@ namespace {
 
 /// A worker that dies as soon as it is there is not started again and again at once.
 constexpr Kelp::Duration untilNextStart{1.0};
-/// A worker tells its counts some times a second. One that is silent for so long is stuck.
+/// A worker tells its counts some times a second. One that is silent for so long is stuck. One that has not
+/// begun says nothing, but reads and compiles lists, which can take minutes: it is stuck when it has not had
+/// a processor for so long, either.
 constexpr Kelp::Duration longestSilence{10.0};
+/// One that is busy for so long and has not begun is stuck, too.
+constexpr Kelp::Duration longestBeginning{600.0};
 constexpr Kelp::Duration watchEvery{1.0};
 /// How long whoever asks waits for the last counts.
 constexpr Kelp::Duration untilShown{0.5};
@@ -30,12 +34,15 @@ struct Workers::Member {
   std::unique_ptr<WorkerProcess> process{};
   std::unique_ptr<Channel> channel{};
   bool begun = false;
+  bool refused = false;   ///< it has said why it cannot begin
   bool owes = false;      ///< an answer, to the step of the change
   uint64_t gathered = 0;  ///< up to this number its counts are here
   CountSums::Worker counts{};
-  Kelp::Duration started{}, heard{};
+  Kelp::Duration started{};
+  Kelp::Duration heard{};  ///< when it last gave a sign of life
+  Kelp::Duration used{};   ///< how long it had had a processor then
   uint64_t starts = 0;
-  std::string wrong{};  ///< why it could not begin, as it was told
+  std::string wrong{};  ///< why it could not begin the last time, as it was told
 };
 
 Workers::Workers(Core& core, Forwarder& forwarder, EventLoop& loop, Options options)
@@ -61,13 +68,13 @@ Workers::~Workers() {
 
 std::optional<std::string> Workers::start(const std::function<bool()>& stop) {
   opening_ = true;
+  watch_->scheduleTaskDelay(watchEvery);
   startMissing();
   const auto begun = [this] {
     return std::all_of(members_.begin(), members_.end(), [](const auto& each) { return each->begun; });
   };
   while (!failed_ && !begun() && !stop()) loop_.turn(-1);
   opening_ = false;
-  if (!failed_) watch_->scheduleTaskDelay(watchEvery);
   return failed_;
 }
 
@@ -85,13 +92,13 @@ void Workers::start(Member& member) {
   member.process = WorkerProcess::start(member.number, options_.handed, line, wrong);
   if (!member.process) {
     if (opening_) failed_ = wrong;
-    if (wrong != member.wrong) tell(Severity::error, member, "cannot be started: " + wrong);
-    member.wrong = wrong;
+    tellOnce(member, "cannot be started: " + wrong);
     return again_->scheduleTaskDelay(untilNextStart);
   }
   ++member.starts;
-  member.begun = false;
+  member.begun = member.refused = false;
   member.started = member.heard = loop_.turnClock().now();
+  member.used = Kelp::Duration();
   member.channel = std::make_unique<Channel>(
       loop_, std::move(line), [this, &member](auto message) { handle(member, std::move(message)); });
   loop_.fdIs(member.process->fd(), EPOLLIN, [this, &member](uint32_t) { handleGone(member); });
@@ -107,13 +114,14 @@ void Workers::handle(Member& member, std::optional<Message> message) {
       member.begun = true;
       member.gathered = gatherings_;
       member.wrong.clear();
-      if (member.starts > 1)
-        tell(Severity::notice, member, fmt::format("is there again (pid {})", member.process->pid()));
+      if (member.starts == 1) break;
+      member.channel->send(MessageKind::stations, Stations::all(forwarder_));
+      tell(Severity::notice, member, fmt::format("is there again (pid {})", member.process->pid()));
       break;
     case MessageKind::refused:
+      member.refused = true;
       if (opening_ && !failed_) failed_ = text;
-      if (!opening_ && text != member.wrong) tell(Severity::error, member, "cannot begin: " + text);
-      member.wrong = text;
+      if (!opening_) tellOnce(member, "cannot begin: " + text);
       break;
     case MessageKind::notReady:
       if (!refused_) refused_ = fmt::format("worker {}: {}", member.number, text);
@@ -146,8 +154,12 @@ void Workers::handleGone(Member& member) {
   member.counts = {};
   const bool begun = std::exchange(member.begun, false);
   if (opening_ && !failed_) failed_ = fmt::format("worker {} {}", member.number, how);
-  if (!opening_ && !ending_ && begun)
-    tell(Severity::error, member, fmt::format("(pid {}) {}: what waited there is lost", pid, how));
+  if (!opening_ && !ending_) {
+    if (begun)
+      tell(Severity::error, member, fmt::format("(pid {}) {}: what waited there is lost", pid, how));
+    else if (!member.refused)
+      tellOnce(member, how + " before it had begun");
+  }
   const bool quick = loop_.turnClock().now() - member.started < untilNextStart;
   again_->scheduleTaskDelay(quick ? untilNextStart : Kelp::Duration());
   member.owes = false;
@@ -231,14 +243,26 @@ void Workers::settleGathering() {
   if (gathering_.empty()) patience_->cancelTask();
 }
 
-void Workers::watch() {
-  for (const auto& member : members_) {
-    if (!member->begun || loop_.turnClock().now() - member->heard < longestSilence) continue;
-    tell(Severity::error, *member, "does not answer, and is ended");
-    member->process->kill();
-    member->heard = loop_.turnClock().now();
+bool Workers::isStuck(Member& member) {
+  const Kelp::Duration now = loop_.turnClock().now();
+  if (!member.begun) {
+    const Kelp::Duration used = member.process->used();
+    if (std::exchange(member.used, used) < used) member.heard = now;
+    if (now - member.started >= longestBeginning) return true;
   }
+  return now - member.heard >= longestSilence;
+}
+
+void Workers::watch() {
   watch_->scheduleTaskDelay(watchEvery);
+  for (const auto& member : members_) {
+    if (!member->process || !isStuck(*member)) continue;
+    const std::string what = member->begun ? "does not answer" : "does not begin";
+    tell(Severity::error, *member, what + ", and is ended");
+    if (opening_ && !failed_) failed_ = fmt::format("worker {} {}", member->number, what);
+    member->process->kill();
+    member->heard = member->started = loop_.turnClock().now();
+  }
 }
 
 void Workers::sendAll(MessageKind kind, const std::string& text, const Member* except) {
@@ -253,6 +277,11 @@ void Workers::tell(Severity severity, const Member& member, const std::string& t
   options_.tell({severity,
                  fmt::format("worker {} {}", number, text),
                  {{"VELO_EVENT", "worker"}, {"VELO_WORKER", number}}});
+}
+
+void Workers::tellOnce(Member& member, const std::string& text) const {
+  if (text != member.wrong) tell(Severity::error, member, text);
+  member.wrong = text;
 }
 
 std::vector<PortState> Workers::with(std::vector<PortState> states) const {

@@ -67,8 +67,12 @@ class Workers final : public Partners {
   /// A step is over when nobody owes an answer any more.
   void settle();
   void settleGathering();
+  /// Whether a worker that is there gives no sign of life any more.
+  bool isStuck(Member& member);
   void watch();
   void tell(Severity severity, const Member& member, const std::string& text) const;
+  /// The same for why it is not there, which goes on and on: told when it was something else the last time.
+  void tellOnce(Member& member, const std::string& text) const;
   void sendAll(MessageKind kind, const std::string& text, const Member* except = nullptr);
 
   Core& core_;

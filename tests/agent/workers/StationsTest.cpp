@@ -59,6 +59,13 @@ TEST_F(StationsTest, OneLearnsWhatTheOtherHasHeard) {
   EXPECT_EQ(goesTo(other_), "eth3");
 }
 
+TEST_F(StationsTest, OneThatBeginsIsToldAllThatIsKnown) {
+  hear(one_, 2);
+  stationsOfOther_.learn(Stations::all(one_));
+  EXPECT_EQ(goesTo(other_), "eth2");
+  EXPECT_EQ(passes(0.3), 1u) << "that was not told, and the one that was told tells nothing back";
+}
+
 TEST_F(StationsTest, NothingIsToldBack) {
   hear(one_, 2);
   EXPECT_EQ(passes(0.3), 1u);
