@@ -39,10 +39,7 @@ LivePorts::~LivePorts() {
 std::optional<std::string> LivePorts::portIs(const std::string& name, const std::string& device) {
   std::string wrong;
   const auto [kind, what] = portTextOf(device, wrong);
-  if (kind && setup_.workers > 0 && !kind->keep)
-    wrong =
-        fmt::format("several processes cannot have a {}: port, so it cannot be with --workers", kind->name);
-  auto by = kind && wrong.empty() ? kind->make(what, setup_, wrong) : nullptr;
+  auto by = kind ? kind->make(what, setup_, wrong) : nullptr;
   if (by && setup_.workers > 0 && setup_.worker == 0) by = kind->keep(what);
   if (!wrong.empty()) return fmt::format("{}: {}", name, wrong);
   for (const auto& member : members_) {

@@ -101,8 +101,21 @@ std::unique_ptr<PortDevice> keptXdp(const PortWhat& what) {
                                      queue == what.options.end() ? std::nullopt : queuesOf(queue->second));
 }
 
+/// Processes that shared a device of DPDK would share its locks, too, and one that dies would stop the
+/// others: so each has a device of its own.
 std::unique_ptr<PortDevice> dpdk(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
-  return deviceOfLibrary("VeloDpdk.so", what, setup, wrong);
+  constexpr std::string_view number = "%w";
+  PortWhat own = what;
+  for (size_t at; setup.workers > 0 && (at = own.device.find(number)) != std::string::npos;)
+    own.device.replace(at, number.size(), std::to_string(setup.worker - 1));
+  if (setup.workers > 0 && own.device == what.device) {
+    wrong = fmt::format(
+        "with --workers each process needs a dpdk: device of its own; {} stands for its number, from 0 on",
+        number);
+    return nullptr;
+  }
+  const bool others = setup.workers > 0 && setup.worker == 0;
+  return others ? heldAlways(what) : deviceOfLibrary("VeloDpdk.so", own, setup, wrong);
 }
 
 template <int... capability>
@@ -147,6 +160,7 @@ constexpr PortKind kinds[] = {
      .options = ofDpdk,
      .make = dpdk,
      .capabilities = needs<>,
+     .keep = heldAlways,
      .exclusive = true},
     {.name = "pcap",
      .form = "pcap:FILE[,repeat=N|,endless]",

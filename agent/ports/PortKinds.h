@@ -22,9 +22,8 @@ struct PortKind {
   std::unique_ptr<PortDevice> (*make)(const PortWhat& what, const PortSetup& setup, std::string& wrong);
   /// The capabilities (CAP_*, capabilities(7)) that are needed to open a device again that has come back.
   std::set<int> (*capabilities)();
-  /// Makes what a process has of the port whose workers have the device; null: several processes cannot have
-  /// it.
-  std::unique_ptr<PortDevice> (*keep)(const PortWhat& what) = nullptr;
+  /// Makes what a process has of the port whose workers have the device.
+  std::unique_ptr<PortDevice> (*keep)(const PortWhat& what);
   bool followed = false;   ///< its device is one of the kernel, which tells when it goes and comes
   bool exclusive = false;  ///< only one port can be on such a device
   bool ofHost = false;     ///< the host can use the device, too

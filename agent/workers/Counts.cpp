@@ -131,11 +131,9 @@ void CountTeller::finish() {
   for (const auto& [id, port] : from_.forwarder.ports())
     ports[id.name().str()] = numbersOf(*port, portMembers);
   for (const PortState& state : from_.ports()) {
-    live[state.name] = {{"present", state.present},
-                        {"up", state.up},
-                        {"how", state.how},
-                        {"wrong", state.wrong},
-                        {"counts", numbersOf(state, stateMembers)}};
+    live[state.name] = {{"present", state.present}, {"up", state.up},
+                        {"mtu", state.mtu},         {"how", state.how},
+                        {"wrong", state.wrong},     {"counts", numbersOf(state, stateMembers)}};
   }
   for (auto at = from_.core.namedCounters()->counter().begin(); at; at.next())
     named.push_back({at.key().category.str(), at.key().facility.str(), at.key().reason.str(), at.value()});
@@ -171,6 +169,7 @@ void CountSums::add(const std::string& text, Worker& worker) {
     PortState& live = worker.live[name];
     live.present = state.at("present").get<bool>();
     live.up = state.at("up").get<bool>();
+    live.mtu = state.at("mtu").get<uint32_t>();
     live.how = state.at("how").get<std::string>();
     live.wrong = state.at("wrong").get<std::string>();
     numbersAre(live, stateMembers, state.at("counts"));
@@ -226,17 +225,21 @@ void CountSums::addTo(std::vector<PortState>& states, const std::vector<const Wo
   for (PortState& state : states) {
     if (const auto past = past_.find(state.name); past != past_.end())
       addMore(state, stateMembers, PortState(), past->second);
-    bool any = false;
+    bool present = false, up = false;
     for (const Worker* worker : workers) {
       const auto live = worker->live.find(state.name);
       if (live == worker->live.end()) continue;
       addMore(state, stateMembers, PortState(), live->second);
-      any = any || live->second.present;
+      present = present || live->second.present;
+      up = up || live->second.up;
+      // This process may not know how large frames can be.
+      if (live->second.present) state.mtu = std::min(state.mtu, live->second.mtu);
       if (state.how.find(live->second.how) == std::string::npos)
         state.how += (state.how.empty() ? "" : "; ") + live->second.how;
       if (state.wrong.empty()) state.wrong = live->second.wrong;
     }
-    if (!any) state.present = state.up = false;
+    state.present = state.present && present;
+    state.up = state.up && up;
   }
 }
 

@@ -11,6 +11,7 @@ import time
 
 import live_test
 import operating_test
+from kinds_test import NO_CARDS, has_dpdk
 from live_test import OPEN, until
 from network import Agent, Wire, udp
 from operating_test import ALWAYS, FIRST, NEVER, SECOND, OperatedTest, alternating, rules_of, wanted
@@ -215,7 +216,8 @@ class Workers(OperatedTest):
                         "eth2=dpdk:net_null0", "--patch", "eth1,eth2", check=False)
         self.addCleanup(refused.kill)
         self.assertEqual(refused.process.wait(10), 2)
-        self.assertIn("several processes cannot have a dpdk: port", refused.process.stderr.read())
+        self.assertIn("with --workers each process needs a dpdk: device of its own; %w stands for its number",
+                      refused.process.stderr.read())
 
     def test_a_capture_is_dealt_out(self):
         frames = [udp(10, number, size=18 + number) for number in range(101)]
@@ -230,6 +232,65 @@ class Workers(OperatedTest):
             self.assertEqual(live("eth1")["received"]["bytes"], 3 * sum(map(len, frames)))
             self.assertEqual(live("eth2")["sent"]["frames"], 303)
             self.assertEqual(agent.stop()["frames"], 303)
+
+    def test_each_has_a_device_of_dpdk_of_its_own(self):
+        """A member of a port-channel at the other end is a process here."""
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        self.stations_are(1, 2)
+        pipe = lambda number: f"role={{}},socket={self.folder}/memif{number},socket-abstract=no"
+        here = self.agent(OPEN, *NO_CARDS, "--patch", "eth1,eth2", "--control", self.socket, "--port", "eth2=eth2",
+                          "--port", f"eth1=dpdk:net_memif%w,{pipe('%w').format('server')}", ports=())
+        far = os.path.join(self.folder, "far")
+        members = [f"--port=m{n}=dpdk:net_memif{n},{pipe(n).format('client')}" for n in (0, 1)]
+        other = Agent(live_test.VELO, self.middle, OPEN + "port-channel po1 members m0 m1\n", *NO_CARDS, "--control", far,
+                      "--port", "eth1=eth1", *members, "--patch", "eth1,po1")
+        self.addCleanup(other.kill)
+        client, a, b = self.control(), self.wire(1), self.wire(2)
+        shown = lambda: client.ask("show", what="ports")["ports"]["eth1"]["live"]
+        self.assertTrue(until(lambda: shown()["up"]))
+        self.assertEqual((shown()["kind"], shown()["how"], shown()["mtu"]), ("dpdk", "net_memif", 1500))
+        frames = [udp(10, n, source_port=2000 + n) for n in range(256)]
+
+        def all_pass():
+            b.received(0)
+            a.send(frames)
+            return sorted(b.received(len(frames), patience=1)) == sorted(frames)
+
+        self.assertTrue(until(all_pass))
+        served = [one["frames"] for one in client.ask("show", what="workers")["workers"]]
+        self.assertGreater(min(served), 32, "both have a share")
+        os.kill(self.workers(here)[1], signal.SIGKILL)
+        self.assertTrue(until(all_pass), "it joins again")
+        b.send(udp(10, n, source=2, to=1, source_port=2000 + n) for n in range(64))
+        self.assertEqual(len(a.received(64)), 64)
+
+    def test_one_that_hangs_before_it_has_begun_is_ended(self):
+        """It opens a pipe that nobody writes to."""
+        capture, regular = os.path.join(self.folder, "in.pcap"), os.path.join(self.folder, "regular.pcap")
+        write_capture(regular, [udp(10, number) for number in range(10)])
+        arguments = ("--port", f"eth1=pcap:{capture},endless", "--port", "eth2=null:")
+        os.mkfifo(capture)
+        refused = Agent(live_test.VELO, self.middle, OPEN, *TWO, *arguments, "--patch", "eth1,eth2", check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(1), 1)
+        self.assertRegex(refused.process.stderr.read(), "worker [12] does not begin")
+        os.replace(regular, capture)
+        agent = self.agent(OPEN, *arguments, "--patch", "eth1,eth2", "--control", self.socket, ports=())
+        client = self.control()
+        states = lambda: {one["number"]: one for one in client.ask("show", what="workers")["workers"]}
+        os.rename(capture, regular)
+        os.mkfifo(capture)
+        os.kill(self.workers(agent)[1], signal.SIGKILL)
+        self.assertTrue(until(lambda: states()[1]["starts"] == 2 and 1 in self.workers(agent)))
+        self.assertFalse(states()[1]["serving"])
+        hanging = self.workers(agent)[1]
+        self.assertTrue(client.apply(OPEN.replace("permit", "deny"))["applied"], "a change does not wait for ever")
+        self.assertTrue(until(lambda: self.workers(agent).get(1, hanging) != hanging, patience=20))
+        os.replace(regular, capture)
+        self.assertTrue(until(lambda: states()[1]["serving"], patience=20))
+        agent.process.terminate()
+        self.assertIn("worker 1 does not begin, and is ended", agent.process.communicate()[1])
 
     def test_queues_of_a_worker_that_is_dead_are_closed(self):
         """The host does not get what comes by them, either, and it goes on when the worker is back."""

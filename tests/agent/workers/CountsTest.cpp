@@ -1,4 +1,7 @@
+#include <agent/ports/PortDevice.h>
 #include <agent/workers/Counts.h>
+#include <agent/workers/Packed.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../support/RunningAgent.h"
@@ -60,6 +63,19 @@ TEST_F(CountsTest, WhatIsToldIsAdded) {
   EXPECT_EQ(agent_.forwarder().portIs("eth1").received, 10u + 10u + 10u);
 }
 
+TEST_F(CountsTest, WhatMatchesNoRuleIsToldWithoutAnIdBecauseEachProcessHasItsOwn) {
+  receive(20, 2);
+  receive(30, 5);
+  teller_->tellAll();
+  std::vector<std::pair<bool, uint64_t>> seen;  // whether it has an id, and how many
+  for (const std::string& text : told_) {
+    const auto message = unpacked(text);
+    if (!message.contains("rows")) continue;
+    for (const auto& row : message.at("rows")) seen.emplace_back(row.at(3) != 0, row.at(4).get<uint64_t>());
+  }
+  EXPECT_THAT(seen, testing::UnorderedElementsAre(std::pair(true, 2), std::pair(false, 5)));
+}
+
 TEST_F(CountsTest, ItTellsByItselfSomeTimesASecond) {
   receive(10, 3);
   agent_.turns();
@@ -86,6 +102,7 @@ TEST_F(CountsTest, PortsAndTotalsAreSumsOfThoseThatAreThereAndThoseThatHaveGone)
   PortState state;
   state.name = "eth1";
   state.present = state.up = true;
+  state.mtu = 1400;
   state.rxFrames = 5;
   state.kernelDrops = 1;
   states_ = {state};
@@ -100,6 +117,7 @@ TEST_F(CountsTest, PortsAndTotalsAreSumsOfThoseThatAreThereAndThoseThatHaveGone)
   PortState shown;
   shown.name = "eth1";
   shown.present = shown.up = true;
+  shown.mtu = anySize;
   std::vector<PortState> gone{shown};
   sums_->addTo(gone, {});
   EXPECT_EQ(gone.front().rxFrames, 5u) << "of one that has gone";
@@ -112,6 +130,15 @@ TEST_F(CountsTest, PortsAndTotalsAreSumsOfThoseThatAreThereAndThoseThatHaveGone)
   EXPECT_EQ(both.front().rxFrames, 10u);
   EXPECT_EQ(both.front().kernelDrops, 2u);
   EXPECT_TRUE(both.front().present);
+  EXPECT_TRUE(both.front().up);
+  EXPECT_EQ(both.front().mtu, 1400u) << "this process does not know it of all kinds";
+  states_.front().up = false;
+  teller_->tellAll();
+  addAll();
+  std::vector<PortState> down{shown};
+  sums_->addTo(down, {&worker_});
+  EXPECT_TRUE(down.front().present);
+  EXPECT_FALSE(down.front().up) << "with nobody";
   EXPECT_EQ(sums_->totals().frames, 12u) << "the next one counts from its start";
 }
 
