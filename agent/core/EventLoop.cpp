@@ -112,10 +112,13 @@ Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
 }
 
 void EventLoop::pollAll() {
-  mayHaveMore_ = false;
-  // By index: a poller may add another.
-  for (size_t i = 0; i < pollers_.size(); ++i) {
-    if (pollers_[i] && pollers_[i]->poll()) mayHaveMore_ = true;
+  mayHaveMore_ = true;
+  for (int asked = 0; asked < burstsATurn && mayHaveMore_; ++asked) {
+    mayHaveMore_ = false;
+    // By index: a poller may add another.
+    for (size_t i = 0; i < pollers_.size(); ++i) {
+      if (pollers_[i] && pollers_[i]->poll()) mayHaveMore_ = true;
+    }
   }
   std::erase(pollers_, nullptr);
 }

@@ -33,8 +33,8 @@ struct LoopTimes {
 inline constexpr int sweepPriority = -5;
 
 /// The one loop of a running agent, on one thread. A turn of it calls the handlers of descriptors, asks every
-/// poller for a burst of packets, and runs due tasks; handlers and tasks together have a third of a slice.
-/// When there is nothing to do it sleeps in epoll.
+/// poller for some bursts of packets, and runs due tasks; handlers and tasks together have a third of a
+/// slice. When there is nothing to do it sleeps in epoll.
 ///
 /// Every call runs to its end before anything else does. So the next packet sees all of a change that was
 /// made in one call.
@@ -43,6 +43,9 @@ class EventLoop {
   using Handler = std::function<void(uint32_t events)>;
 
   static constexpr int eventsATurn = 16;
+  /// How often pollers are asked in a turn while they have more. To wait for events and to read clocks costs
+  /// as much as it costs to forward some packets.
+  static constexpr int burstsATurn = 4;
 
   /// `clock` counts the delays of tasks, `wall` is the time of day; both outlive the loop. While the loop
   /// lives, the time of day of the process (Zeb::System) is the one at which the turn began: no clock is read
@@ -58,7 +61,8 @@ class EventLoop {
   void fdIs(int fd, uint32_t events, Handler handler);
   void fdDel(int fd);
 
-  /// Pollers are asked one after the other, in the order in which they were added. They are not owned.
+  /// Pollers are asked one after the other, in the order in which they were added, and again when one of them
+  /// may have more. They are not owned.
   void pollerIs(Poller* poller);
   void pollerDel(Poller* poller);
 

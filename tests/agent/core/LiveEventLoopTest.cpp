@@ -169,7 +169,7 @@ TEST_F(EventLoopTest, PacketsTasksAndHandlersTakeTurnsUnderLoad) {
   });
   busy->scheduleTask();
   for (int i = 0; i < 5; ++i) loop_.turn(-1);
-  EXPECT_EQ(log, "hpthpthpthpthpt");
+  EXPECT_EQ(log, "hppppthppppthppppthppppthppppt");
   busy->cancelTask();
   busy->dispatchIs(nullptr);
   loop_.pollerDel(&poller);
@@ -220,17 +220,19 @@ TEST_F(EventLoopTest, PacketsWaitForAThirdOfASliceOfHandlersAndTasksTogether) {
 
 TEST_F(EventLoopTest, APollerThatMayHaveMoreIsAskedAgainWithoutWaiting) {
   CountingPoller poller;
-  poller.left = 3;
+  constexpr int polls = 2 * EventLoop::burstsATurn + 1;
+  poller.left = polls;
   loop_.pollerIs(&poller);
   Bell bell;
   loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) { loop_.stop(); });
   loop_.turn(-1);
+  EXPECT_EQ(poller.polls, EventLoop::burstsATurn) << "other work has its turn, too";
   loop_.turn(-1);
   loop_.turn(-1);
-  EXPECT_EQ(poller.polls, 3) << "it had more twice, so that no turn has waited for the bell";
+  EXPECT_EQ(poller.polls, polls) << "it had more until then, so that no turn has waited for the bell";
   bell.ring();
   loop_.run();
-  EXPECT_EQ(poller.polls, 4) << "stopped from within, at the end of the turn";
+  EXPECT_EQ(poller.polls, polls + 1) << "stopped from within, at the end of the turn";
   loop_.pollerDel(&poller);
 }
 
