@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -18,6 +19,7 @@ namespace {
 // The host hands over nothing larger: TUNSETOFFLOAD with 0 has it cut large segments itself.
 constexpr size_t largestOfTap = 65536 + 64;
 constexpr size_t receiveRoom = 2 * largestOfTap;
+constexpr int usualQueue = 1000;  // frames
 
 }  // namespace
 
@@ -55,8 +57,9 @@ std::string TapDevice::failed(std::string_view doing) {
 
 PortDevice::Received TapDevice::receive(Frames frames) {
   Received received;
-  if (!isOpen() || stopped_ || queue_ == Queue::none) return received;
+  if (!isOpen() || queue_ == Queue::none) return received;
   for (size_t used = 0; received.count < burst && receiveRoom - used >= largestOfTap;) {
+    if (leftToDrain_ && (*leftToDrain_)-- <= 0) return received;
     const ssize_t got = read(fd(), &received_[used], receiveRoom - used);
     if (got < static_cast<ssize_t>(sizeof(Offload))) return received;
     LiveFrame& frame = frames[received.count++];
@@ -66,6 +69,16 @@ PortDevice::Received TapDevice::receive(Frames frames) {
   }
   received.more = true;
   return received;
+}
+
+void TapDevice::stopReceiving() {
+  if (leftToDrain_ || !isOpen()) return;
+  // The kernel goes on: what has arrived is not more than its queue can have.
+  ifreq request{};
+  std::memcpy(request.ifr_name, device_.data(), std::min(device_.size(), sizeof request.ifr_name - 1));
+  const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const bool known = ioctl(control.get(), SIOCGIFTXQLEN, &request) == 0;
+  leftToDrain_ = known ? request.ifr_qlen : usualQueue;
 }
 
 size_t TapDevice::send(std::span<const LiveFrame> frames, int& error) {

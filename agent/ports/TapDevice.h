@@ -3,6 +3,7 @@
 #include <agent/core/Descriptor.h>
 #include <agent/ports/PortDevice.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,7 +31,7 @@ class TapDevice final : public PortDevice {
   Received receive(Frames frames) override;
   size_t send(std::span<const LiveFrame> frames, int& error) override;
   bool takesOffloads() const override { return true; }
-  void stopReceiving() override { stopped_ = true; }
+  void stopReceiving() override;
 
  private:
   std::string failed(std::string_view doing);
@@ -38,7 +39,7 @@ class TapDevice final : public PortDevice {
   const std::string device_;
   const Queue queue_;
   Descriptor tap_;
-  bool stopped_ = false;
+  std::optional<int> leftToDrain_;  // frames, once nothing new is to be received
   // The received frames, one after the other, until the end of the burst.
   std::vector<uint8_t> received_;
 };
