@@ -35,6 +35,7 @@ uint32_t queueCountOf(const std::string& device) {
 void add(DeviceCounts& to, const DeviceCounts& counts) {
   to.drops += counts.drops;
   to.rxTooLarge += counts.rxTooLarge;
+  to.rxErrors += counts.rxErrors;
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ class XdpDevice final : public PortDevice {
   std::optional<std::string> attach(const Link& link) override;
   void detach() override;
   bool isOpen() const override { return !sockets_.empty(); }
-  int fd() const override { return all_.get(); }
+  int fd() const override { return sockets_.size() == 1 ? sockets_.front()->fd() : all_.get(); }
   Received receive(Frames frames) override;
   void release() override;
   size_t send(std::span<const LiveFrame> frames, int& error) override;
@@ -62,7 +62,7 @@ class XdpDevice final : public PortDevice {
   const std::shared_ptr<XdpMemory> memory_;
   XdpProgram program_;
   Descriptor promiscuous_;
-  Descriptor all_;  // readable when one of the sockets is
+  Descriptor all_;  // readable when one of several sockets is
   int index_ = 0;
   std::vector<uint32_t> queues_;  // of the sockets
   std::vector<std::unique_ptr<XdpSocket>> sockets_;
