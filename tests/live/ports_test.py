@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of the kinds of ports: what holds of all is tested again with each, and what only one has.
+"""Tests of what only one kind of port has.
 
 usage: ports_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
 """
@@ -11,15 +11,11 @@ import tempfile
 import time
 
 import live_test
+from kinds_test import NO_CARDS, has_dpdk
 from live_test import OPEN, LiveTest, until
 from network import Agent, Control, udp
 
-NO_CARDS = ("--dpdk-args", "--no-huge -m 256 --no-pci")
 DROP_ALL = "ip access-list NONE\n  deny ip any any\ninterface eth1\n  ip access-group NONE in\n"
-
-
-def has_dpdk():
-    return os.path.exists(os.path.join(os.path.dirname(live_test.VELO), "VeloDpdk.so"))
 
 
 def write_capture(path, frames):
@@ -27,47 +23,6 @@ def write_capture(path, frames):
         file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1))
         for number, frame in enumerate(frames):
             file.write(struct.pack("<IIII", 1, number, len(frame), len(frame)) + frame)
-
-
-class Xdp:
-    def port(self, number):
-        return f"xdp:eth{number}"
-
-
-class XdpWithPacket:
-    """Ports of two kinds joined with each other."""
-
-    def port(self, number):
-        return f"xdp:eth{number}" if number % 2 else f"packet:eth{number}"
-
-
-class XdpCounting(Xdp, live_test.Counting):
-    pass
-
-
-class XdpFollowing(Xdp, live_test.Following):
-    pass
-
-
-class MixedCounting(XdpWithPacket, live_test.Counting):
-    pass
-
-
-class DpdkCounting(live_test.Counting):
-    """By a driver that sends and receives by the kernel's devices."""
-
-    common = NO_CARDS
-
-    def setUp(self):
-        if not has_dpdk():
-            self.skipTest("the program is built without dpdk: ports")
-        super().setUp()
-
-    def port(self, number):
-        return f"dpdk:net_af_packet{number},iface=eth{number},framecnt=4096"
-
-    # This driver does receive it.
-    test_what_the_host_sends_by_a_port_is_not_received = None
 
 
 class Kinds(LiveTest):

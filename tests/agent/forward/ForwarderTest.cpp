@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "../../support/Frames.h"
+#include "../../support/Sanitizers.h"
 #include "../support/AllocationCount.h"
 #include "../support/ModelOf.h"
 
