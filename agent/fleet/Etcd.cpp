@@ -87,7 +87,9 @@ std::vector<EtcdEntry> entriesIn(const Json& range) {
 
 EtcdResult resultIn(const Json& json) {
   EtcdResult result;
-  result.revision = integerIn(partOf(json, "header"), "revision");
+  const Json& header = partOf(json, "header");
+  result.revision = integerIn(header, "revision");
+  result.cluster = textIn(header, "cluster_id");
   const auto succeeded = json.find("succeeded");
   result.succeeded = succeeded != json.end() && *succeeded == true;
   for (const Json& response : partOf(json, "responses")) {

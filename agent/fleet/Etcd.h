@@ -64,7 +64,8 @@ struct EtcdTxn {
 };
 
 struct EtcdResult {
-  int64_t revision = 0;  ///< of the store, at which all of it was read
+  int64_t revision = 0;   ///< of the store, at which all of it was read
+  std::string cluster{};  ///< which store it is: one that is set up anew has another number
   bool succeeded = true;
   std::vector<std::vector<EtcdEntry>> reads{};  ///< in the order of the question
 };

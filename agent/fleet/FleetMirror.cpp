@@ -32,7 +32,32 @@ std::vector<EtcdRange> FleetMirror::question() const {
 }
 
 bool FleetMirror::isAnswer(const EtcdResult& answer) const {
-  return answer.revision >= std::max<int64_t>(revision_, 1) && answer.reads.size() == 2 * prefixes_.size();
+  if (answer.revision < std::max<int64_t>(revision_, 1) || answer.reads.size() != 2 * prefixes_.size())
+    return false;
+  if (revision_ == 0) return true;
+  if (answer.cluster != cluster_) return false;
+  for (size_t i = 0; i < prefixes_.size(); ++i) {
+    if (!continues(i, answer.reads[2 * i], answer.reads[2 * i + 1])) return false;
+  }
+  return true;
+}
+
+bool FleetMirror::isText(size_t place, std::string_view key) const {
+  return key.starts_with(prefixes_[place]) && !whyNoFleetName(key.substr(prefixes_[place].size()));
+}
+
+/// Whether what is known and what has changed since is all that there is: each text was last changed when the
+/// store says it was.
+bool FleetMirror::continues(size_t place, const std::vector<EtcdEntry>& changes,
+                            const std::vector<EtcdEntry>& keys) const {
+  if (std::ssize(keys) > mostTexts) return true;  // not taken anyway
+  std::map<std::string_view, int64_t> modified;
+  for (const auto& [key, text] : texts_[place]) modified[key] = text.modified;
+  for (const EtcdEntry& entry : changes) modified[entry.key] = entry.modified;
+  return std::all_of(keys.begin(), keys.end(), [&](const EtcdEntry& entry) {
+    const auto known = modified.find(entry.key);
+    return !isText(place, entry.key) || (known != modified.end() && known->second == entry.modified);
+  });
 }
 
 SharedFleetContent FleetMirror::take(const EtcdResult& answer) {
@@ -54,6 +79,7 @@ SharedFleetContent FleetMirror::take(const EtcdResult& answer) {
   }
   changed = changed || wrong != wrong_;
   wrong_ = std::move(wrong);
+  cluster_ = answer.cluster;
   // What was not taken is asked for as a whole when there is less of it.
   revision_ = wrong_.empty() ? answer.revision : 0;
   if (!changed) return nullptr;
@@ -67,8 +93,7 @@ FleetMirror::Texts FleetMirror::textsOf(size_t place, const std::vector<EtcdEntr
   for (const EtcdEntry& entry : changes) now[entry.key] = {entry.value, entry.modified};
   std::set<std::string_view> there;
   for (const EtcdEntry& entry : keys) {
-    const bool isBelow = entry.key.starts_with(prefixes_[place]);
-    if (isBelow && !whyNoFleetName(std::string_view(entry.key).substr(prefixes_[place].size())))
+    if (isText(place, entry.key))
       there.insert(entry.key);
     else if (ignored_.size() < mostIgnored)
       ignored_.insert(printableText(entry.key));

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Agent {
@@ -26,14 +27,17 @@ class FleetMirror {
   /// What to ask next, for take().
   std::vector<EtcdRange> question() const;
   /// Whether this answers it. Otherwise it comes from another store, or from one that was taken back to an
-  /// earlier state: then forget() and ask anew.
+  /// earlier state, even if it has been written to since: then forget() and ask anew.
   bool isAnswer(const EtcdResult& answer) const;
   /// Takes an answer. Null when it says nothing new.
   SharedFleetContent take(const EtcdResult& answer);
   /// The revision of the store up to which everything is known; 0: nothing is.
   int64_t revision() const { return revision_; }
   /// Asks for everything next.
-  void forget() { revision_ = 0; }
+  void forget() {
+    revision_ = 0;
+    cluster_.clear();
+  }
   /// Some of the keys that are not of the form of the layout, and are not read.
   const std::set<std::string>& ignored() const { return ignored_; }
 
@@ -45,6 +49,9 @@ class FleetMirror {
   };
   using Texts = std::map<std::string, Text>;
 
+  bool isText(size_t place, std::string_view key) const;
+  bool continues(size_t place, const std::vector<EtcdEntry>& changes,
+                 const std::vector<EtcdEntry>& keys) const;
   Texts textsOf(size_t place, const std::vector<EtcdEntry>& changes, const std::vector<EtcdEntry>& keys);
   SharedFleetContent content(int64_t revision) const;
 
@@ -53,6 +60,7 @@ class FleetMirror {
   std::set<std::string> ignored_;
   std::vector<std::string> wrong_;  // why some places were not taken
   int64_t revision_ = 0;
+  std::string cluster_;
   bool isTold_ = false;
 };
 

@@ -26,10 +26,11 @@ class FakeStore {
   void forget() {
     entries_.clear();
     revision_ = 1;
+    ++cluster_;
   }
 
   Agent::EtcdResult read(const std::vector<Agent::EtcdRange>& ranges) const {
-    Agent::EtcdResult result{revision_, true, {}};
+    Agent::EtcdResult result{revision_, std::to_string(cluster_), true, {}};
     for (const auto& range : ranges) {
       auto& found = result.reads.emplace_back();
       for (const auto& [key, entry] : entries_) {
@@ -49,6 +50,7 @@ class FakeStore {
  private:
   std::map<std::string, Agent::EtcdEntry> entries_;
   int64_t revision_ = 1;
+  int cluster_ = 1;
 };
 
 }  // namespace TestSupport

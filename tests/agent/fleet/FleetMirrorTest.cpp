@@ -92,6 +92,40 @@ TEST_F(FleetMirrorTest, HasWhatTheStoreHasAfterAnyHistory) {
   EXPECT_GT(byVersion.size(), 1000u);
 }
 
+/// When the agent asks again, the store has a higher number than the agent knows, but texts from before it.
+TEST_F(FleetMirrorTest, SeesAStoreThatWasSetUpAnewOrTakenBackAndThenWrittenTo) {
+  const std::string x = "/velo/v1/config/one/x", y = "/velo/v1/config/one/y",
+                    none = "/velo/v1/config/one/a/b";
+  struct Row {
+    const char* why;
+    bool isAnew;       // otherwise an earlier state of the same store
+    int writesBefore;  // of y, before x is written
+  };
+  for (const Row& row : {Row{"set up anew, x at the same number", true, 0}, Row{"set up anew", true, 3},
+                         Row{"taken back, x at a later number that is known by now", false, 2}}) {
+    SCOPED_TRACE(row.why);
+    store_ = {};
+    mirror_.forget();
+    const FakeStore earlier = store_;
+    store_.write({{x, "old"}, {none, "not read"}});
+    ASSERT_TRUE(asked());
+    for (int i = 0; i < 5; ++i) store_.write({{y, fmt::format("{}", i)}});
+    ASSERT_TRUE(asked());
+    ASSERT_EQ(asked(), nullptr);
+    if (row.isAnew)
+      store_.forget();
+    else
+      store_ = earlier;
+    for (int i = 0; i < row.writesBefore; ++i) store_.write({{y, "other"}});
+    store_.write({{x, "new"}});
+    while (mirror_.revision() + 1 >= store_.revision()) store_.write({{y, "last"}});
+    const auto content = asked();
+    ASSERT_TRUE(content);
+    EXPECT_EQ(shown(content), wantedOf(store_));
+    EXPECT_EQ(asked(), nullptr);
+  }
+}
+
 TEST_F(FleetMirrorTest, TellsOfAnEmptyStoreOnce) {
   const auto content = asked();
   ASSERT_TRUE(content);
