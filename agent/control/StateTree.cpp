@@ -124,7 +124,7 @@ void addStates(Json& tree) {
 
 void addOpenConfig(Json& acl, const Counted& counted) {
   addStates(acl);
-  std::map<std::pair<Json, Json>, const Json*> entriesOf;
+  std::map<std::pair<std::string, std::string>, const Json*> entriesOf;
   for (Json& set : acl["acl-sets"]["acl-set"]) {
     const CountedList* list = counted.find(set.at("type"), set.at("name"), set["acl-entries"]["acl-entry"]);
     for (Json& entry : set["acl-entries"]["acl-entry"]) {

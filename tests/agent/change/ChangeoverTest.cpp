@@ -1,6 +1,7 @@
 #include <Acl/Workshop.h>
 #include <agent/change/Changeover.h>
 
+#include "../../support/Sanitizers.h"
 #include "../support/CaptureBytes.h"
 #include "../support/RunningAgent.h"
 
@@ -282,7 +283,7 @@ TEST_P(ChangeoverTest, PacketsMeetTheOldOrTheNewConfigurationAndRulesThatStayKee
   Plan plan;
   agent_->start(textOf(plan), &files);
   settle();
-  for (int round = 0; round < 40; ++round) {
+  for (int round = 0; round < casesOf(40); ++round) {
     const Plan next = somePlan(random, plan);
     const Tree tree = this->tree();
     const std::string why = fmt::format("round {}", round);
@@ -300,7 +301,7 @@ TEST_P(ChangeoverTest, NoTurnWritesMuchHoweverLargeTheChangeIs) {
   };
   const ListKey a(AclType::ip, "A"), b(AclType::ip, "B");
   const auto fill = [](Plan& plan, const ListKey& key, bool permits) {
-    for (uint32_t number = 1; number <= 3000; ++number)
+    for (uint32_t number = 1; number <= (sanitizers ? 1000u : 3000u); ++number)
       plan.lists[key][number] = permits != (number % 2 == 0);
   };
   const Row rows[] = {

@@ -249,7 +249,7 @@ TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosed) {
 TEST_F(Memory, AnAnswerIsWholeOrTheConnectionClosedHoweverLittleIsLeft) {
   start(200);
   std::string text = now_;
-  for (int i = 0; i < 3000; ++i) text += fmt::format("interface e{}\n ip access-group A in\n", i);
+  for (int i = 0; i < 1500; ++i) text += fmt::format("interface e{}\n ip access-group A in\n", i);
   isApplied(text);
   agent_.patch("eth1", "eth2");
   for (const char* traces : {"DpAclStatusVelo/9", "Velo::Acl/9"})
@@ -373,7 +373,7 @@ TEST_F(Memory, ADryRunLeavesNothing) {
         true);
     ASSERT_TRUE(answer.contains("difference")) << answer;
   };
-  constexpr int measured = sanitizers ? 500 : 10000;
+  constexpr int measured = sanitizers ? 500 : 4000;
   while (runs < 1000 && !HasFailure()) dryRun();
   const size_t before = allocatedOctets();
   while (runs < 1000 + measured && !HasFailure()) dryRun();
