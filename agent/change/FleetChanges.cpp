@@ -15,7 +15,7 @@ constexpr Kelp::Duration untilMemory{30.0};
 
 /// Content that is to come into force. It is read and compared on the thread.
 struct FleetChanges::Next {
-  SharedFleetContent content;
+  SharedFleetContent content, before{};
   InputChange change{};
   std::vector<std::string> mistakes{};
 
@@ -26,7 +26,9 @@ struct FleetChanges::Next {
     mistakes = std::move(made.mistakes);
     if (!made.model) return;
     change.change = {fleetName, std::move(made.model)};
-    change.prepare(current, {"fleet", who(), options.leave});
+    Leave leave = options.leave;
+    leave.openings = leave.openings || mayOpen(before.get(), *content);
+    change.prepare(current, {"fleet", who(), leave});
   }
   std::vector<std::string> openings() const {
     std::vector<std::string> texts;
@@ -62,6 +64,7 @@ bool FleetChanges::begin() {
   if (!isDue()) return false;
   const auto next = std::make_shared<Next>();
   next->content = pending_ ? std::exchange(pending_, nullptr) : refused_->content;
+  next->before = inForce();
   next->change.before = confirmation_.before();
   background_.run([this, next] { next->prepare(current_, options_); },
                   [this, next](const std::optional<std::string>& failed) { handlePrepared(next, failed); });

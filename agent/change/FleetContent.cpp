@@ -4,8 +4,10 @@
 #include <agent/models/Reader.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iterator>
 #include <map>
+#include <string_view>
 #include <utility>
 
 namespace Agent {
@@ -88,6 +90,30 @@ MadeModel Merger::take() {
 }
 
 }  // namespace
+
+bool mayOpen(const FleetContent* before, const FleetContent& content) {
+  if (!before || content.mayOpen.empty()) return false;
+  const auto byKey = [](const FleetContent& one) {
+    std::map<std::string_view, std::string_view> texts;
+    for (const auto& [key, text] : one.texts) texts[key] = text;
+    return texts;
+  };
+  const auto was = byKey(*before), is = byKey(content);
+  const auto isAllowed = [&](std::string_view key) {
+    return std::any_of(content.mayOpen.begin(), content.mayOpen.end(), [&](const FleetContent::MayOpen& one) {
+      if (!key.starts_with(one.place)) return false;
+      const auto from = was.lower_bound(one.from);
+      return one.from.empty() || (from != was.end() && from->first.starts_with(one.from));
+    });
+  };
+  const auto differs = [&](const auto& texts, const auto& others) {
+    return std::any_of(texts.begin(), texts.end(), [&](const auto& text) {
+      const auto other = others.find(text.first);
+      return (other == others.end() || other->second != text.second) && !isAllowed(text.first);
+    });
+  };
+  return !differs(was, is) && !differs(is, was);
+}
 
 MadeModel readFleet(const FleetContent& content, const TextLimits& limits) {
   if (!content.wrong.empty()) return {std::nullopt, content.wrong};

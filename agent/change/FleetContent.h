@@ -21,12 +21,24 @@ struct FleetContent {
     bool operator==(const Text&) const = default;
   };
 
+  /// Texts that may open something, because somebody has said so: those below `place`, when they come in
+  /// place of those below `from`, or of whatever was there if that is empty.
+  struct MayOpen {
+    std::string place, from;
+
+    bool operator==(const MayOpen&) const = default;
+  };
+
   int64_t revision = 0;     ///< of the store, at which one of them changed last
   std::string version{};    ///< tells the same content from another one, across agents and restarts
   std::vector<Text> texts;  ///< what counts more comes first
   /// Why it cannot be had as a whole; then there are no texts.
   std::vector<std::string> wrong{};
+  std::vector<MayOpen> mayOpen{};
 };
+
+/// Whether nothing but what may open something differs from what was in force; null: there was nothing.
+bool mayOpen(const FleetContent* before, const FleetContent& content);
 
 /// Content that does not change, and that several hold.
 using SharedFleetContent = std::shared_ptr<const FleetContent>;

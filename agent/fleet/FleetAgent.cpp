@@ -1,5 +1,6 @@
 #include <agent/core/Version.h>
 #include <agent/fleet/FleetAgent.h>
+#include <agent/fleet/FleetKeys.h>
 #include <sys/epoll.h>
 #include <nlohmann/json.hpp>
 
@@ -44,20 +45,27 @@ FleetAgent::FleetAgent(World world, FleetIdentity identity)
       task_(sweepPriority, "Fleet",
             [this] {
               tellState();
+              tellDrops();
               task_->scheduleTaskDelay(betweenStates);
             }),
-      counters_(world_.core, identity_.agent, [this](std::map<std::string, std::string> changed) {
-        world_.link.countersAre(std::move(changed));
-      }) {
+      counters_(
+          world_.core, identity_.agent,
+          [this](std::map<std::string, std::string> changed) { world_.link.valuesAre(std::move(changed)); }),
+      answers_(world_.operations, world_.link, identity_.agent) {
   last_.content = world_.configuration.fleet().inForce();
   since_ = world_.started;
   world_.configuration.fleetToldIs([this](const FleetChanges::Outcome& outcome) {
     last_ = outcome;
-    if (outcome.wrong.empty()) since_ = world_.loop.turnWall().now().seconds();
+    if (outcome.wrong.empty()) {
+      since_ = world_.loop.turnWall().now().seconds();
+      tellDrops();
+      drops_.changed(world_.loop.turnClock().now().seconds(), outcome.content->version);
+    }
     tellState();
   });
   world_.loop.fdIs(world_.link.bell(), EPOLLIN, [this](uint32_t) { handleContent(); });
   tellState();
+  tellDrops();
   task_->scheduleTaskDelay(betweenStates);
 }
 
@@ -68,6 +76,7 @@ FleetAgent::~FleetAgent() {
 
 void FleetAgent::handleContent() {
   if (auto content = world_.link.take()) world_.configuration.fleetIs(std::move(content));
+  answers_.questionsAre(world_.link.questions());
 }
 
 void FleetAgent::tellState() {
@@ -91,6 +100,14 @@ void FleetAgent::tellState() {
   if (value == told_) return;
   told_ = value;
   world_.link.stateIs(std::move(value));
+}
+
+void FleetAgent::tellDrops() {
+  if (!world_.dropped) return;
+  const double now = world_.loop.turnClock().now().seconds();
+  drops_.add(now, world_.dropped());
+  if (std::string value = drops_.value(now); !value.empty())
+    world_.link.valuesAre({{dropsKey(identity_.agent), std::move(value)}});
 }
 
 Json FleetAgent::report() const {

@@ -2,7 +2,9 @@
 
 #include <agent/change/Configuration.h>
 #include <agent/core/EventLoop.h>
+#include <agent/fleet/FleetAnswers.h>
 #include <agent/fleet/FleetCounters.h>
+#include <agent/fleet/FleetDrops.h>
 #include <agent/fleet/FleetLink.h>
 #include <agent/ports/PortState.h>
 #include <nlohmann/json_fwd.hpp>
@@ -21,10 +23,13 @@ class FleetAgent {
     EventLoop& loop;
     const Core& core;
     Configuration& configuration;
+    Operations& operations;
     FleetLink& link;
     /// Empty: there are none.
     std::function<std::vector<PortState>()> ports{};
     double started = 0;  ///< seconds since the epoch
+    /// The frames that were dropped up to now; empty: nobody counts them.
+    std::function<uint64_t()> dropped{};
   };
 
   FleetAgent(World world, FleetIdentity identity);
@@ -42,14 +47,17 @@ class FleetAgent {
  private:
   void handleContent();
   void tellState();
+  void tellDrops();
 
   const World world_;
   const FleetIdentity identity_;
   FleetChanges::Outcome last_;
   double since_ = 0;  // what is in force, is so since then
   std::string told_;  // what was told without its times
+  FleetDrops drops_;
   Kiv::OwnedTask task_;
   FleetCounters counters_;
+  FleetAnswers answers_;
 };
 
 }  // namespace Agent

@@ -8,9 +8,9 @@
 #include <agent/fleet/FleetCommand.h>
 #include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetPlan.h>
+#include <agent/fleet/FleetRollout.h>
 #include <agent/show/Text.h>
 #include <fmt/format.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -35,14 +35,6 @@ std::string whyNoPlace(const std::string& text) {
   return why ? "\"" + text + "\": " + *why : "";
 }
 
-std::string userName() {
-  const passwd* const user = getpwuid(geteuid());
-  char host[256] = "";
-  gethostname(host, sizeof host - 1);
-  return fmt::format("{}@{}", user ? user->pw_name : std::to_string(geteuid()),
-                     static_cast<const char*>(host));
-}
-
 /// A change of a group's texts.
 class FleetChangeAction : public FleetAction {
  protected:
@@ -59,10 +51,12 @@ class FleetChangeAction : public FleetAction {
         ->needs("--dry-run");
     app().add_option("--why", why_, "a sentence for velo fleet history")->type_name("TEXT");
     addLeave(app(), leave_);
+    rollout_.add(app());
   }
 
   Exit change(Etcd& etcd, FleetPlan plan, const char* what) const {
     plan.packets = packets_;
+    plan.mayOpen = leave_.openings;
     std::vector<std::vector<EtcdEntry>> audits;
     auto sight = fleetSight(etcd, FleetSight::Texts::whole, {{.key = auditKey(group_)}}, &audits);
     if (!sight) return failed(sight.wrong);
@@ -70,13 +64,16 @@ class FleetChangeAction : public FleetAction {
     auto why = whyNoPlan(document);
     document["applied"] = false;
     document["revision"] = nullptr;
+    if (!why && rollout_.given()) why = whyNoRollout(plan, *sight.value);
     document["refused"] = why ? Json(*why) : Json(nullptr);
+    document["rollout"] = nullptr;
     if (why) return refuse(document);
-    if (!dryRun_ && !plan.changes(*sight.value).empty()) {
-      const FleetAudit audit{what, userName(), why_, Kiv::wallClock().now().seconds(),
+    const int64_t auditedAt = audits[0].empty() ? 0 : audits[0][0].modified;
+    if (!dryRun_ && plan.isChange(*sight.value)) {
+      const FleetAudit audit{what, callerName(), why_, Kiv::wallClock().now().seconds(),
                              textsSummary(document)};
-      const auto made =
-          Agent::carryOut(etcd, plan, *sight.value, audits[0].empty() ? 0 : audits[0][0].modified, audit);
+      if (rollout_.given()) return roll(etcd, plan, *sight.value, auditedAt, audit, std::move(document));
+      const auto made = Agent::carryOut(etcd, plan, *sight.value, auditedAt, audit);
       if (!made) return failed(made.wrong);
       document["applied"] = true;
       document["revision"] = *made.value;
@@ -96,6 +93,23 @@ class FleetChangeAction : public FleetAction {
     }
     return fmt::format("{}", fmt::join(parts, ", "));
   }
+  Exit roll(Etcd& etcd, const FleetPlan& plan, const FleetSight& sight, int64_t auditedAt,
+            const FleetAudit& audit, Json document) const {
+    Rollout rollout = rollout_.rollout();
+    rollout.who = audit.who;
+    rollout.why = audit.why;
+    rollout.summary = audit.summary;
+    rollout.mayOpen = plan.mayOpen;
+    const auto begun = beginRollout(etcd, plan, sight, auditedAt, std::move(rollout));
+    if (!begun) return failed(begun.wrong);
+    document["revision"] = *begun.value;
+    if (!json()) Agent::print(planText(document, wantsColour(STDOUT_FILENO)) + "\n");
+    if (!rollout_.detached()) document["rollout"] = followRollout(etcd, group(), audit.who, !json());
+    const bool isDone = document.at("rollout").is_object() && document.at("rollout").at("phase") == "done";
+    document["applied"] = isDone;
+    return print(document, rollout_.detached() ? "the rollout has begun\n" : "",
+                 isDone || rollout_.detached() ? exitDone : exitUsage);
+  }
   Exit refuse(const Json& document) const {
     if (json()) return print(document, "", exitUsage);
     std::vector<std::string> mistakes = document.at("mistakes").get<std::vector<std::string>>();
@@ -108,6 +122,7 @@ class FleetChangeAction : public FleetAction {
   std::string group_, why_;
   bool dryRun_ = false, packets_ = false;
   Leave leave_;
+  RolloutOptions rollout_;
 };
 
 class FleetApplyAction final : public FleetChangeAction {

@@ -4,6 +4,7 @@
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>
 #include <agent/fleet/FleetCommand.h>
+#include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetSight.h>
 #include <unistd.h>
 
@@ -18,7 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* fleetExitText =
-    "\nExit status: 0 done, 1 the store could not be asked, 2 bad usage or configuration, or it was refused.";
+    "\nExit status: 0 done, 1 the store could not be asked, 2 bad usage or configuration, or it was refused or went back.";
 
 /// Seconds between two looks of --watch.
 constexpr double betweenLooks = 2;
@@ -32,8 +33,9 @@ class FleetCommand final : public ProgramCommand {
     app().footer(
         "velo run --fleet joins a fleet. Each command has a help of its own: velo fleet COMMAND --help." +
         std::string(fleetExitText));
-    for (const auto make : {fleetStatusAction, fleetShowAction, fleetDiffAction, fleetApplyAction,
-                            fleetHistoryAction, fleetRollbackAction, fleetExplainAction})
+    for (const auto make :
+         {fleetStatusAction, fleetShowAction, fleetDiffAction, fleetApplyAction, fleetHistoryAction,
+          fleetRollbackAction, fleetRolloutAction, fleetExplainAction, fleetForgetAction})
       actions_.push_back(make(app()));
   }
 
@@ -81,6 +83,35 @@ class FleetStatusAction final : public FleetAction {
   }
 
   bool watch_ = false;
+};
+
+/// An agent that will not come back is listed as gone for ever, unless somebody says so.
+class FleetForgetAction final : public FleetAction {
+ public:
+  explicit FleetForgetAction(CLI::App& fleet)
+      : FleetAction(fleet, "forget", "Forget an agent that is gone for good: it is listed no more.",
+                    "The texts of its own stay. An agent that comes back is listed again.") {
+    app().add_option("agent", agent_, "its name")->required()->type_name("AGENT");
+  }
+
+ private:
+  Exit run(Etcd& etcd, const std::string&) const override {
+    const auto sight = fleetSight(etcd, FleetSight::Texts::keys);
+    if (!sight) return failed(sight.wrong);
+    const auto known = sight.value->agents.find(agent_);
+    if (known == sight.value->agents.end()) return failed("there is no agent " + agent_);
+    if (!known->second.state.is_null()) {
+      complain("agent " + agent_ + " is not gone");
+      return exitUsage;
+    }
+    const auto done = etcd.txn({.compares = {{stateKey(agent_), 0}}, .deletes = {{.key = knownKey(agent_)}}});
+    if (!done) return failed(done.wrong);
+    if (!done.value->succeeded) return failed("agent " + agent_ + " has come back meanwhile");
+    return print({{"agent", agent_}, {"revision", done.value->revision}},
+                 "agent " + agent_ + " is forgotten\n");
+  }
+
+  std::string agent_;
 };
 
 class FleetDiffAction final : public FleetAction {
@@ -138,6 +169,9 @@ std::unique_ptr<ProgramCommand> fleetCommand(CLI::App& program) {
 }
 std::unique_ptr<FleetAction> fleetStatusAction(CLI::App& fleet) {
   return std::make_unique<FleetStatusAction>(fleet);
+}
+std::unique_ptr<FleetAction> fleetForgetAction(CLI::App& fleet) {
+  return std::make_unique<FleetForgetAction>(fleet);
 }
 std::unique_ptr<FleetAction> fleetDiffAction(CLI::App& fleet) {
   return std::make_unique<FleetDiffAction>(fleet);

@@ -51,6 +51,8 @@ std::unique_ptr<FleetAction> fleetDiffAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetApplyAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetHistoryAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetRollbackAction(CLI::App& fleet);
+std::unique_ptr<FleetAction> fleetRolloutAction(CLI::App& fleet);
+std::unique_ptr<FleetAction> fleetForgetAction(CLI::App& fleet);
 std::unique_ptr<FleetAction> fleetExplainAction(CLI::App& fleet);
 
 }  // namespace Agent

@@ -1,9 +1,12 @@
 // What would become of a frame on every agent of a fleet.
 #include <agent/control/OffLine.h>
+#include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>
+#include <agent/core/Words.h>
 #include <agent/explain/Explain.h>
 #include <agent/explain/FrameArgument.h>
+#include <agent/fleet/FleetAsked.h>
 #include <agent/fleet/FleetCommand.h>
 #include <agent/fleet/FleetSight.h>
 #include <agent/show/Text.h>
@@ -23,15 +26,18 @@ class FleetExplainAction final : public FleetAction {
  public:
   explicit FleetExplainAction(CLI::App& fleet)
       : FleetAction(
-            fleet, "explain", "Tell what would become of a frame on each agent, by the fleet's lists.",
-            "FRAME is as of velo explain. It is found out here, by what the store has for each agent; what an "
-            "agent has\nbesides, by its command line or its directory, is not known here.") {
+            fleet, "explain", "Tell what would become of a frame on each agent.",
+            "FRAME is as of velo explain. Agents that are there are asked; of one that does not answer in time it is "
+            "found out\nhere, by what the store has for it: what it has besides, by its command line or its directory, is "
+            "not known then.") {
     app()
         .add_option("--port", port_, "where the frame comes in; a text can say that as well: ... on NAME")
         ->type_name("NAME");
     app().add_option("--in", frame_, "the frame")->required()->type_name("FRAME");
-    app().add_option("--out", out_, "where it would leave")->type_name("NAME");
-    app().add_option("--agent", agent_, "on this agent alone")->type_name("AGENT");
+    app().add_option("--out", out_, "where it would leave, for agents that are not asked")->type_name("NAME");
+    CLI::Option* const agent = app().add_option("--agent", agent_, "on this agent alone")->type_name("AGENT");
+    app().add_flag("--all", all_, "on all agents, as without --agent")->excludes(agent);
+    app().add_flag("--by-store", byStore_, "ask no agent");
   }
 
  private:
@@ -45,7 +51,13 @@ class FleetExplainAction final : public FleetAction {
     if (!sight) return failed(sight.wrong);
     if (!agent_.empty() && !sight.value->agents.contains(agent_))
       return failed("there is no agent " + agent_);
-    const Json document = documentOf(*sight.value, plugin, port, *frame);
+    FleetAnswerTexts answers;
+    if (!byStore_) {
+      auto asked = askAgents(etcd, agentsToAsk(*sight.value), requestOf(port, *frame));
+      if (!asked) return failed(asked.wrong);
+      answers = std::move(*asked.value);
+    }
+    const Json document = documentOf(*sight.value, answers, plugin, port, *frame);
     return print(document, textOf(document));
   }
   static Exit misused(const std::string& why) {
@@ -53,34 +65,65 @@ class FleetExplainAction final : public FleetAction {
     return exitUsage;
   }
 
-  /// Agents that are to have the same are told of together.
-  Json documentOf(const FleetSight& sight, const std::string& plugin, const std::string& port,
-                  const Frame& frame) const {
+  std::vector<std::string> agentsToAsk(const FleetSight& sight) const {
+    std::vector<std::string> names;
+    for (const auto& [name, member] : sight.agents) {
+      if (!member.state.is_null() && (agent_.empty() || name == agent_)) names.push_back(name);
+    }
+    return names;
+  }
+  static std::string requestOf(const std::string& port, const Frame& frame) {
+    Json request = {{"do", "explain"}, {"port", port}, {"frame", hexOf(frame.octets)}};
+    if (frame.wireLength > 0) request["wireLength"] = frame.wireLength;
+    if (frame.typeBefore) request["etherType"] = *frame.typeBefore;
+    return request.dump();
+  }
+
+  /// Agents that are to have the same, or have answered the same, are told of together.
+  Json documentOf(const FleetSight& sight, const FleetAnswerTexts& said, const std::string& plugin,
+                  const std::string& port, const Frame& frame) const {
     std::map<std::string, size_t> known;
     Json answers = Json::array();
     for (const auto& [name, member] : sight.agents) {
       if (!agent_.empty() && name != agent_) continue;
       const FleetContent content = sight.contentOf(name);
       const std::string status(memberStatus(member, content.version));
-      const auto [at, isNew] = known.emplace(status + content.version, answers.size());
+      const auto answer = said.find(name);
+      const bool isAsked = answer != said.end();
+      const std::string alike = isAsked ? answer->second : content.version;
+      const auto [at, isNew] = known.emplace(fmt::format("{} {} {}", status, isAsked, alike), answers.size());
       if (!isNew) {
         answers[at->second]["agents"].push_back(name);
         continue;
       }
       std::string wrong;
-      auto explanation = explained(content, plugin, port, frame, &wrong);
+      auto explanation =
+          isAsked ? answered(answer->second, frame, &wrong) : explained(content, plugin, port, frame, &wrong);
       answers.push_back({{"agents", {name}},
                          {"status", status},
+                         {"asked", isAsked},
                          {"explanation", explanation ? std::move(*explanation) : Json(nullptr)},
                          {"wrong", wrong.empty() ? Json(nullptr) : Json(wrong)}});
     }
     return {{"revision", sight.revision}, {"answers", std::move(answers)}};
   }
+  /// What an agent has answered.
+  static std::optional<Json> answered(const std::string& answer, const Frame& frame, std::string* wrong) {
+    auto read = readDocument(answer);
+    if (read && read->is_object() && read->contains("explanation") && read->at("explanation").is_object()) {
+      Json explanation = std::move(read->at("explanation"));
+      for (const std::string& note : frame.notes) explanation["assumed"].push_back(note);
+      return explanation;
+    }
+    const bool isSaid = read && read->is_object() && read->contains("wrong") && read->at("wrong").is_string();
+    *wrong = isSaid ? read->at("wrong").get<std::string>() : "an answer of another kind";
+    return std::nullopt;
+  }
   std::optional<Json> explained(const FleetContent& content, const std::string& plugin,
                                 const std::string& port, const Frame& frame, std::string* wrong) const {
     MadeModel made = readFleet(content, {});
     if (!made.model) {
-      *wrong = made.mistakes.front();
+      *wrong = "its texts have mistakes: " + made.mistakes.front();
       return std::nullopt;
     }
     Sources sources;
@@ -97,17 +140,18 @@ class FleetExplainAction final : public FleetAction {
   static std::string textOf(const Json& document) {
     std::string text;
     for (const Json& answer : document.at("answers")) {
-      text += fmt::format("{}on {} ({}):\n", text.empty() ? "" : "\n",
+      text += fmt::format("{}on {} ({}{}):\n", text.empty() ? "" : "\n",
                           fmt::join(answer.at("agents").get<std::vector<std::string>>(), " "),
-                          valueText(answer.at("status")));
-      text += answer.at("wrong").is_null()
-                  ? explainText(answer.at("explanation"), wantsColour(STDOUT_FILENO))
-                  : "its texts have mistakes: " + valueText(answer.at("wrong")) + "\n";
+                          valueText(answer.at("status")),
+                          answer.at("asked") == true ? "" : "; by the texts that the store has for it");
+      text += answer.at("wrong").is_null() ? explainText(answer.at("explanation"), wantsColour(STDOUT_FILENO))
+                                           : printableText(valueText(answer.at("wrong"))) + "\n";
     }
     return text.empty() ? "there is no agent\n" : text;
   }
 
   std::string port_, frame_, out_, agent_;
+  bool all_ = false, byStore_ = false;
 };
 
 }  // namespace

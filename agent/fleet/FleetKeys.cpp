@@ -10,6 +10,10 @@ namespace {
 
 constexpr std::string_view agentsWord = "agents";
 constexpr size_t mostNameOctets = 64;
+// Behind the prefix of a place. They have a slash, so they are no names of texts.
+constexpr std::string_view rolloutState = "rollout/state", rolloutTexts = "rollout/texts/",
+                           rolloutDriver = "rollout/driver", openingsWord = "openings/allowed",
+                           questions = "question/";
 
 bool isNameOctet(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
@@ -32,6 +36,11 @@ std::string ownPrefix(std::string_view agent) {
 }
 std::string agentsPrefix() { return fmt::format("{}{}/", fleetRoot, agentsWord); }
 std::string stateKey(std::string_view agent) { return fmt::format("{}{}/state", agentsPrefix(), agent); }
+std::string dropsKey(std::string_view agent) { return fmt::format("{}{}/drops", agentsPrefix(), agent); }
+std::string answerKey(std::string_view agent, std::string_view id) {
+  return fmt::format("{}{}/answer/{}", agentsPrefix(), agent, id);
+}
+std::string questionPrefix(std::string_view agent) { return ownPrefix(agent).append(questions); }
 std::string knownPrefix() { return fmt::format("{}known/", fleetRoot); }
 std::string knownKey(std::string_view agent) { return fmt::format("{}{}", knownPrefix(), agent); }
 std::string countersPrefix() { return fmt::format("{}counters/", fleetRoot); }
@@ -40,6 +49,18 @@ std::string counterKey(std::string_view agent, std::string_view type, std::strin
 }
 std::string auditKey(std::string_view group) { return fmt::format("{}audit/{}", fleetRoot, group); }
 std::string textsPrefix(std::string_view group) { return groupPrefix(group); }
+
+std::string rolloutKey(std::string_view place) { return fmt::format("{}{}", place, rolloutState); }
+std::string rolloutTextsPrefix(std::string_view place) { return fmt::format("{}{}", place, rolloutTexts); }
+std::string driverKey(std::string_view place) { return fmt::format("{}{}", place, rolloutDriver); }
+std::string mayOpenKey(std::string_view place) { return fmt::format("{}{}", place, openingsWord); }
+bool isOfPlace(std::string_view rest) {
+  if (rest == rolloutState || rest == rolloutDriver || rest == openingsWord) return true;
+  for (const std::string_view folder : {rolloutTexts, questions}) {
+    if (rest.starts_with(folder)) return !whyNoFleetName(rest.substr(folder.size()));
+  }
+  return !whyNoFleetName(rest);
+}
 
 std::string prefixEnd(std::string prefix) {
   ++prefix.back();  // a slash
@@ -66,6 +87,9 @@ std::optional<std::string> whyNoGroup(std::string_view name) {
 
 void FleetVersion::add(std::string_view key, int64_t revision) {
   all_ += fmt::format("{}\n{}\n", key, revision);
+}
+void FleetVersion::add(std::string_view name, std::string_view text) {
+  all_ += fmt::format("{}\n{}\n{}\n", name, text.size(), text);
 }
 std::string FleetVersion::str() const { return fmt::format("{:016x}", digestOf(all_)); }
 

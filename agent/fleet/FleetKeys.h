@@ -11,7 +11,14 @@ namespace Agent {
 //
 //   /velo/v1/config/GROUP/NAME          a text for all agents of a group
 //   /velo/v1/config/agents/AGENT/NAME   a text for one agent
+//   /velo/v1/config/GROUP/rollout/state          how far new texts of a group have got (Rollout.h)
+//   /velo/v1/config/GROUP/rollout/texts/NAME     those texts, while they are on their way
+//   /velo/v1/config/GROUP/rollout/driver         who sees to it; goes with whoever does
+//   /velo/v1/config/GROUP/openings/allowed       which texts may open something, by their digest
+//   /velo/v1/config/agents/AGENT/question/ID     what somebody asks an agent; goes with whoever does
 //   /velo/v1/agents/AGENT/state         what is true of an agent; goes with it
+//   /velo/v1/agents/AGENT/answer/ID     its answer, as long as the question is there
+//   /velo/v1/agents/AGENT/drops         what it dropped before and since its last change; goes with it
 //   /velo/v1/known/AGENT                that there is such an agent; stays when it goes
 //   /velo/v1/counters/AGENT/TYPE/LIST   what the rules of a list have counted; goes with it
 //   /velo/v1/audit/GROUP                who has changed the texts of a group last, and why
@@ -28,12 +35,23 @@ std::string agentsPrefix();
 std::string knownPrefix();
 std::string countersPrefix();
 std::string stateKey(std::string_view agent);
+std::string dropsKey(std::string_view agent);
+std::string answerKey(std::string_view agent, std::string_view id);
+std::string questionPrefix(std::string_view agent);
 /// That there is such an agent; stays when it goes.
 std::string knownKey(std::string_view agent);
 std::string counterKey(std::string_view agent, std::string_view type, std::string_view list);
 std::string auditKey(std::string_view group);
 /// Where the texts are whose changes an audit key is for: a group's, or, of "agents/NAME", an agent's own.
 std::string textsPrefix(std::string_view group);
+
+// Below such a place, a prefix that ends in a slash.
+std::string rolloutKey(std::string_view place);
+std::string rolloutTextsPrefix(std::string_view place);
+std::string driverKey(std::string_view place);
+std::string mayOpenKey(std::string_view place);
+/// Whether a key below a place is one of the layout; `rest` is what stands behind the place.
+bool isOfPlace(std::string_view rest);
 
 /// The first key behind all that begin so.
 std::string prefixEnd(std::string prefix);
@@ -50,6 +68,8 @@ std::optional<std::string> whyNoGroup(std::string_view name);
 class FleetVersion {
  public:
   void add(std::string_view key, int64_t revision);
+  /// Tells by the text instead, whenever it was written.
+  void add(std::string_view name, std::string_view text);
   /// 16 hexadecimal digits.
   std::string str() const;
 

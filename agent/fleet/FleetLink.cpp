@@ -25,7 +25,8 @@ FleetLink::FleetLink(EtcdPlace place, FleetIdentity identity, TellLog tell)
       identity_(std::move(identity)),
       tell_(std::move(tell)),
       bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      http_(place_.credentials) {
+      http_(place_.credentials),
+      helper_(place_, "agent " + identity_.agent, tell_) {
   KELP_ASSERT(bell_.get() >= 0, "an eventfd can be had");
 }
 
@@ -52,16 +53,19 @@ void FleetLink::run() {
   while (!ending_) {
     std::string wrong;
     try {
-      wrong = session.run({.content = [this](SharedFleetContent content) { contentIs(std::move(content)); },
-                           .connected =
-                               [&](const std::string& endpoint) {
-                                 backoff.reset();
-                                 isConnected(endpoint);
-                               },
-                           .unwritten = [this](const std::string& why) { isWrong(why, true); },
-                           .outgoing = [this] { return takeOutgoing(); },
-                           .ending = [this] { return ending_.load(); },
-                           .chance = [&] { return chance(chances); }});
+      wrong = session.run(
+          {.content = [this](SharedFleetContent content) { contentIs(std::move(content)); },
+           .questions = [this](FleetQuestions questions) { questionsAre(std::move(questions)); },
+           .undriven = [this](std::vector<std::string> groups) { helper_.undrivenIs(std::move(groups)); },
+           .connected =
+               [&](const std::string& endpoint) {
+                 backoff.reset();
+                 isConnected(endpoint);
+               },
+           .unwritten = [this](const std::string& why) { isWrong(why, true); },
+           .outgoing = [this] { return takeOutgoing(); },
+           .ending = [this] { return ending_.load(); },
+           .chance = [&] { return chance(chances); }});
     } catch (const std::exception& error) {  // memory ran out
       wrong = error.what();
     }
@@ -97,6 +101,20 @@ void FleetLink::contentIs(SharedFleetContent content) {
   changed_.notify_all();
 }
 
+void FleetLink::questionsAre(FleetQuestions questions) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (questions_ == questions) return;
+    questions_ = std::move(questions);
+  }
+  eventfd_write(bell_.get(), 1);
+}
+
+FleetQuestions FleetLink::questions() const {
+  const std::lock_guard lock(mutex_);
+  return questions_;
+}
+
 void FleetLink::stateIs(std::string value) {
   {
     const std::lock_guard lock(mutex_);
@@ -105,11 +123,11 @@ void FleetLink::stateIs(std::string value) {
   http_.wake();
 }
 
-void FleetLink::countersAre(std::map<std::string, std::string> changed) {
+void FleetLink::valuesAre(std::map<std::string, std::string> changed) {
   if (changed.empty()) return;
   {
     const std::lock_guard lock(mutex_);
-    for (auto& [key, value] : changed) outgoing_.counters[key] = std::move(value);
+    for (auto& [key, value] : changed) outgoing_.values[key] = std::move(value);
   }
   http_.wake();
 }

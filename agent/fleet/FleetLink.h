@@ -3,6 +3,7 @@
 #include <agent/change/FleetContent.h>
 #include <agent/core/Descriptor.h>
 #include <agent/fleet/FleetSession.h>
+#include <agent/fleet/RolloutHelper.h>
 #include <agent/log/LogEvent.h>
 
 #include <atomic>
@@ -30,17 +31,19 @@ class FleetLink {
 
   void start();
 
-  /// Can be read when there is content to be taken.
+  /// Can be read when there is content to be taken, or other questions than before.
   int bell() const { return bell_.get(); }
   /// The last content that was not taken yet; null when there is none.
   SharedFleetContent take();
-  /// Waits for it, so many seconds at most.
+  /// What is asked by now.
+  FleetQuestions questions() const;
+  /// Waits for content, so many seconds at most.
   SharedFleetContent wait(double seconds);
 
-  /// What the store is to have of the agent: its status, and of counters those that have changed; an empty
-  /// value takes one back.
+  /// What the store is to have of the agent: its status, and of other values by key those that have changed;
+  /// an empty one takes it back.
   void stateIs(std::string value);
-  void countersAre(std::map<std::string, std::string> changed);
+  void valuesAre(std::map<std::string, std::string> changed);
 
   struct Connection {
     bool connected = false;
@@ -54,6 +57,7 @@ class FleetLink {
   void run();
   /// For the thread.
   void contentIs(SharedFleetContent content);
+  void questionsAre(FleetQuestions questions);
   FleetOutgoing takeOutgoing();
   void isConnected(const std::string& endpoint);
   void isWrong(const std::string& why, bool connected);
@@ -64,12 +68,14 @@ class FleetLink {
   const TellLog tell_;
   const Descriptor bell_;
   Http http_;
+  RolloutHelper helper_;
   std::atomic<bool> ending_ = false;
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   // Protected by the mutex.
   SharedFleetContent content_;
+  FleetQuestions questions_;
   FleetOutgoing outgoing_;
   Connection connection_;
 

@@ -15,8 +15,8 @@ constexpr size_t mostIgnored = 20;
 
 }  // namespace
 
-FleetMirror::FleetMirror(std::vector<std::string> prefixes)
-    : prefixes_(std::move(prefixes)), texts_(prefixes_.size()) {}
+FleetMirror::FleetMirror(FleetIdentity identity)
+    : identity_(std::move(identity)), prefixes_(identity_.prefixes()), entries_(prefixes_.size()) {}
 
 std::vector<EtcdRange> FleetMirror::question() const {
   std::vector<EtcdRange> ranges;
@@ -42,8 +42,8 @@ bool FleetMirror::isAnswer(const EtcdResult& answer) const {
   return true;
 }
 
-bool FleetMirror::isText(size_t place, std::string_view key) const {
-  return key.starts_with(prefixes_[place]) && !whyNoFleetName(key.substr(prefixes_[place].size()));
+bool FleetMirror::isRead(size_t place, std::string_view key) const {
+  return key.starts_with(prefixes_[place]) && isOfPlace(key.substr(prefixes_[place].size()));
 }
 
 /// Whether what is known and what has changed since is all that there is: each text was last changed when the
@@ -52,11 +52,11 @@ bool FleetMirror::continues(size_t place, const std::vector<EtcdEntry>& changes,
                             const std::vector<EtcdEntry>& keys) const {
   if (std::ssize(keys) > mostTexts) return true;  // not taken anyway
   std::map<std::string_view, int64_t> modified;
-  for (const auto& [key, text] : texts_[place]) modified[key] = text.modified;
+  for (const auto& [key, entry] : entries_[place]) modified[key] = entry.modified;
   for (const EtcdEntry& entry : changes) modified[entry.key] = entry.modified;
   return std::all_of(keys.begin(), keys.end(), [&](const EtcdEntry& entry) {
     const auto known = modified.find(entry.key);
-    return !isText(place, entry.key) || (known != modified.end() && known->second == entry.modified);
+    return !isRead(place, entry.key) || (known != modified.end() && known->second == entry.modified);
   });
 }
 
@@ -64,58 +64,80 @@ SharedFleetContent FleetMirror::take(const EtcdResult& answer) {
   ignored_.clear();
   std::vector<std::string> wrong;
   int64_t last = 0;
-  bool changed = !isTold_;
   for (size_t i = 0; i < prefixes_.size(); ++i) {
     const auto& keys = answer.reads[2 * i + 1];
     if (std::ssize(keys) > mostTexts) {
       wrong.push_back(fmt::format("{}: more than {} texts", prefixes_[i], mostTexts));
       continue;
     }
-    Texts now = textsOf(i, answer.reads[2 * i], keys);
-    if (now == texts_[i]) continue;
-    changed = true;
-    if (now.size() < texts_[i].size()) last = answer.revision;
-    texts_[i] = std::move(now);
+    const size_t before = FleetPlace(entries_[i], prefixes_[i]).texts().size();
+    Entries now = entriesOf(i, answer.reads[2 * i], keys);
+    entries_[i] = std::move(now);
+    if (FleetPlace(entries_[i], prefixes_[i]).texts().size() < before) last = answer.revision;
   }
-  changed = changed || wrong != wrong_;
   wrong_ = std::move(wrong);
   cluster_ = answer.cluster;
   // What was not taken is asked for as a whole when there is less of it.
   revision_ = wrong_.empty() ? answer.revision : 0;
-  if (!changed) return nullptr;
-  isTold_ = true;
-  return content(wrong_.empty() ? last : answer.revision);
+  SharedFleetContent now = content(wrong_.empty() ? last : answer.revision);
+  if (told_ && told_->version == now->version && told_->texts == now->texts && told_->wrong == now->wrong &&
+      told_->mayOpen == now->mayOpen)
+    return nullptr;
+  told_ = now;
+  return now;
 }
 
-FleetMirror::Texts FleetMirror::textsOf(size_t place, const std::vector<EtcdEntry>& changes,
-                                        const std::vector<EtcdEntry>& keys) {
-  Texts now = revision_ > 0 ? texts_[place] : Texts();
-  for (const EtcdEntry& entry : changes) now[entry.key] = {entry.value, entry.modified};
+FleetMirror::Entries FleetMirror::entriesOf(size_t place, const std::vector<EtcdEntry>& changes,
+                                            const std::vector<EtcdEntry>& keys) {
+  Entries now = revision_ > 0 ? entries_[place] : Entries();
+  for (const EtcdEntry& entry : changes) now[entry.key] = entry;
   std::set<std::string_view> there;
   for (const EtcdEntry& entry : keys) {
-    if (isText(place, entry.key))
+    if (isRead(place, entry.key))
       there.insert(entry.key);
     else if (ignored_.size() < mostIgnored)
       ignored_.insert(printableText(entry.key));
   }
-  std::erase_if(now, [&there](const auto& text) { return !there.contains(text.first); });
+  std::erase_if(now, [&there](const auto& entry) { return !there.contains(entry.first); });
   return now;
 }
 
 SharedFleetContent FleetMirror::content(int64_t revision) const {
   auto made = std::make_shared<FleetContent>();
   FleetVersion version;
-  for (const Texts& texts : texts_) {
-    for (const auto& [key, text] : texts) {
-      revision = std::max(revision, text.modified);
-      version.add(key, text.modified);
-      if (wrong_.empty()) made->texts.push_back({key, text.text});
+  for (size_t i = 0; i < prefixes_.size(); ++i) {
+    const FleetPlace place(entries_[i], prefixes_[i]);
+    const auto texts = place.textsOf(identity_.agent);
+    for (const EtcdEntry* text : texts) {
+      revision = std::max(revision, text->modified);
+      version.add(text->key, text->modified);
+      if (wrong_.empty()) made->texts.push_back({text->key, text->value});
     }
+    if (auto mayOpen = place.mayOpen(texts)) made->mayOpen.push_back(std::move(*mayOpen));
   }
   made->revision = revision;
   made->version = version.str();
   made->wrong = wrong_;
   return made;
+}
+
+FleetQuestions FleetMirror::questions() const {
+  FleetQuestions asked;
+  const std::string prefix = questionPrefix(identity_.agent);
+  const Entries& own = entries_.front();
+  for (auto at = own.lower_bound(prefix); at != own.end() && at->first.starts_with(prefix); ++at)
+    asked[at->first.substr(prefix.size())] = at->second.value;
+  return asked;
+}
+
+std::vector<std::string> FleetMirror::undriven() const {
+  std::vector<std::string> groups;
+  for (size_t i = 0; i < identity_.groups.size(); ++i) {
+    const FleetPlace place(entries_[i + 1], prefixes_[i + 1]);
+    if (place.rollout() && place.rollout()->phase == Rollout::Phase::running && !place.hasDriver())
+      groups.push_back(identity_.groups[i]);
+  }
+  return groups;
 }
 
 }  // namespace Agent

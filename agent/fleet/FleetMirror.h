@@ -2,6 +2,7 @@
 
 #include <agent/change/FleetContent.h>
 #include <agent/fleet/Etcd.h>
+#include <agent/fleet/FleetPlace.h>
 
 #include <cstdint>
 #include <map>
@@ -12,6 +13,9 @@
 
 namespace Agent {
 
+/// What operators ask an agent: requests of the control protocol, by name.
+using FleetQuestions = std::map<std::string, std::string>;
+
 /// What the store has for one agent, kept up to date by the differences: pure, without a connection. All of
 /// it is asked for in one question, so it is as it was at one moment: a transaction is seen whole or not at
 /// all, and what came while nobody asked is not missed, even when the store has forgotten it.
@@ -20,9 +24,9 @@ class FleetMirror {
   /// So many texts of one place are taken at most.
   static constexpr int64_t mostTexts = 1000;
 
-  /// `prefixes`: where the texts are, what counts more first.
-  explicit FleetMirror(std::vector<std::string> prefixes);
+  explicit FleetMirror(FleetIdentity identity);
 
+  /// Where the texts are, what counts more first.
   const std::vector<std::string>& prefixes() const { return prefixes_; }
   /// What to ask next, for take().
   std::vector<EtcdRange> question() const;
@@ -40,28 +44,28 @@ class FleetMirror {
   }
   /// Some of the keys that are not of the form of the layout, and are not read.
   const std::set<std::string>& ignored() const { return ignored_; }
+  /// What somebody asks the agent, by name.
+  FleetQuestions questions() const;
+  /// The groups with a rollout that nobody sees to.
+  std::vector<std::string> undriven() const;
 
  private:
-  struct Text {
-    std::string text;
-    int64_t modified = 0;
-    bool operator==(const Text&) const = default;
-  };
-  using Texts = std::map<std::string, Text>;
+  using Entries = std::map<std::string, EtcdEntry>;
 
-  bool isText(size_t place, std::string_view key) const;
+  bool isRead(size_t place, std::string_view key) const;
   bool continues(size_t place, const std::vector<EtcdEntry>& changes,
                  const std::vector<EtcdEntry>& keys) const;
-  Texts textsOf(size_t place, const std::vector<EtcdEntry>& changes, const std::vector<EtcdEntry>& keys);
+  Entries entriesOf(size_t place, const std::vector<EtcdEntry>& changes, const std::vector<EtcdEntry>& keys);
   SharedFleetContent content(int64_t revision) const;
 
+  const FleetIdentity identity_;
   const std::vector<std::string> prefixes_;
-  std::vector<Texts> texts_;  // by prefix
+  std::vector<Entries> entries_;  // by prefix
   std::set<std::string> ignored_;
   std::vector<std::string> wrong_;  // why some places were not taken
   int64_t revision_ = 0;
   std::string cluster_;
-  bool isTold_ = false;
+  SharedFleetContent told_;
 };
 
 }  // namespace Agent

@@ -113,6 +113,12 @@ std::map<std::string, std::optional<std::string>> FleetPlan::changes(const Fleet
   return all;
 }
 
+bool FleetPlan::isChange(const FleetSight& sight) const {
+  if (!changes(sight).empty()) return true;
+  const auto word = sight.texts.find(mayOpenKey(textsPrefix(group)));
+  return mayOpen && (word == sight.texts.end() || word->second.value != FleetPlace::digestOfTexts(texts));
+}
+
 Json planDocument(const FleetPlan& plan, const FleetSight& sight, const Leave& leave) {
   Json added = Json::array(), changed = Json::array(), removed = Json::array();
   const std::string prefix = textsPrefix(plan.group);
@@ -163,6 +169,17 @@ std::optional<std::string> whyNoPlan(const Json& document) {
 Maybe<int64_t> carryOut(Etcd& etcd, const FleetPlan& plan, const FleetSight& sight, int64_t auditedAt,
                         const FleetAudit& audit) {
   EtcdTxn txn;
+  const std::string prefix = textsPrefix(plan.group);
+  const FleetPlace place(sight.texts, prefix);
+  if (place.rollout() && place.rollout()->isActive())
+    return {{},
+            fmt::format("a rollout of {0} is under way: velo fleet rollout abort {0} ends it", plan.group),
+            false};
+  txn.compares.push_back({rolloutKey(prefix), place.rolloutAt()});
+  if (plan.mayOpen)
+    txn.puts.push_back({mayOpenKey(prefix), FleetPlace::digestOfTexts(plan.texts)});
+  else if (sight.texts.contains(mayOpenKey(prefix)))
+    txn.deletes.push_back({.key = mayOpenKey(prefix)});
   // Whoever changes texts by this way writes the audit key, too; who writes them by another one is seen by
   // the texts that are written here.
   txn.compares.push_back({auditKey(plan.group), auditedAt});

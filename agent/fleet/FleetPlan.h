@@ -27,6 +27,10 @@ struct FleetPlan {
   std::map<std::string, std::string> texts;  ///< by name; all others of the group go
   bool packets = false;                      ///< it is to be found out which packets meet another verdict
 
+  bool mayOpen = false;  ///< agents may open something by it: somebody has said so
+
+  /// Whether there is anything to be carried out, if only to say that the texts may open something.
+  bool isChange(const FleetSight& sight) const;
   /// What it does to keys: by key the new text; nothing: it goes. Keys that stay as they are, are left out.
   std::map<std::string, std::optional<std::string>> changes(const FleetSight& sight) const;
 };

@@ -26,17 +26,8 @@ Clock::time_point in(Seconds seconds) {
 
 }  // namespace
 
-std::vector<std::string> FleetIdentity::prefixes() const {
-  std::vector<std::string> all{ownPrefix(agent)};
-  for (const std::string& group : groups) all.push_back(groupPrefix(group));
-  return all;
-}
-
 FleetSession::FleetSession(Http& http, EtcdPlace place, FleetIdentity identity)
-    : http_(http),
-      etcd_(http, std::move(place)),
-      identity_(std::move(identity)),
-      mirror_(identity_.prefixes()) {}
+    : http_(http), etcd_(http, std::move(place)), identity_(std::move(identity)), mirror_(identity_) {}
 
 std::string FleetSession::run(const Around& around) {
   std::string wrong = begin(around);
@@ -91,6 +82,8 @@ std::string FleetSession::read(const Around& around) {
     }
     readAt_ = answer.value->revision;
     if (auto content = mirror_.take(*answer.value)) around.content(std::move(content));
+    around.questions(mirror_.questions());
+    around.undriven(mirror_.undriven());
     return "";
   }
   return etcd_.endpoint() + ": an answer of another kind";
@@ -125,8 +118,8 @@ std::string FleetSession::keepLease(const Around& around) {
 }
 
 void FleetSession::take(FleetOutgoing outgoing) {
-  if (outgoing.state) outgoing.counters[stateKey(identity_.agent)] = std::move(*outgoing.state);
-  for (auto& [key, value] : outgoing.counters) {
+  if (outgoing.state) outgoing.values[stateKey(identity_.agent)] = std::move(*outgoing.state);
+  for (auto& [key, value] : outgoing.values) {
     const auto known = values_.find(key);
     if (known != values_.end() ? known->second == value : value.empty()) continue;
     due_.insert(key);

@@ -14,19 +14,10 @@
 
 namespace Agent {
 
-/// Who an agent is in its fleet.
-struct FleetIdentity {
-  std::string agent;
-  std::vector<std::string> groups;  ///< what counts more first
-
-  /// Where the texts for it are, what counts more first.
-  std::vector<std::string> prefixes() const;
-};
-
 /// What the store is to have of an agent.
 struct FleetOutgoing {
-  std::optional<std::string> state{};             ///< nothing: as it was
-  std::map<std::string, std::string> counters{};  ///< those that changed; an empty value takes one back
+  std::optional<std::string> state{};           ///< nothing: as it was
+  std::map<std::string, std::string> values{};  ///< those that changed, by key; an empty one takes it back
 };
 
 /// The conversation of an agent with the store of its fleet. Blocks; for the thread of FleetLink.
@@ -42,6 +33,8 @@ class FleetSession {
 
   struct Around {
     std::function<void(SharedFleetContent content)> content;
+    std::function<void(FleetQuestions questions)> questions;        ///< all that there are
+    std::function<void(std::vector<std::string> groups)> undriven;  ///< whose rollouts nobody sees to
     std::function<void(const std::string& endpoint)> connected;
     std::function<void(const std::string& why)> unwritten;  ///< the store does not take the status
     std::function<FleetOutgoing()> outgoing;

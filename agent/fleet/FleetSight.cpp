@@ -1,6 +1,6 @@
 #include <agent/core/Words.h>
 #include <agent/fleet/FleetKeys.h>
-#include <agent/fleet/FleetSession.h>
+#include <agent/fleet/FleetPlace.h>
 #include <agent/fleet/FleetSight.h>
 #include <agent/show/Text.h>
 #include <fmt/format.h>
@@ -16,6 +16,10 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* inForceWord = "in force";
+/// Of as many groups rollouts are looked at: fewer than the operations that etcd takes in a transaction.
+constexpr size_t mostRollouts = 100;
+/// So many keys that are not read are named.
+constexpr size_t mostIgnoredShown = 20;
 
 Json parsed(const std::string& text) {
   Json json = Json::parse(text, nullptr, false);
@@ -45,6 +49,22 @@ Json contentWords(const FleetContent& content) {
   return {{"revision", content.revision}, {"version", content.version}};
 }
 
+/// Keys where texts are that are none of the layout: nobody reads them, so somebody may wonder.
+Json ignoredIn(const FleetSight& sight) {
+  Json ignored = Json::array();
+  const std::string configs = std::string(fleetRoot) + "config/";
+  for (const auto& [key, entry] : sight.texts) {
+    const std::string_view group = nameIn(key, configs);
+    std::string place = groupPrefix(group);
+    const bool isOwn = whyNoGroup(group).has_value() && !whyNoFleetName(group);
+    if (isOwn) place = ownPrefix(nameIn(key, place));
+    const bool fits = !whyNoFleetName(group) && key.starts_with(place) &&
+                      isOfPlace(std::string_view(key).substr(place.size()));
+    if (!fits && ignored.size() < mostIgnoredShown) ignored.push_back(printableText(key));
+  }
+  return ignored;
+}
+
 }  // namespace
 
 std::optional<PortNames> FleetSight::Member::ports() const {
@@ -65,12 +85,10 @@ FleetContent FleetSight::contentOf(const std::string& agent) const {
   const FleetIdentity identity{agent,
                                member == agents.end() ? std::vector<std::string>() : member->second.groups};
   for (const std::string& prefix : identity.prefixes()) {
-    for (auto at = texts.lower_bound(prefix); at != texts.end() && at->first.starts_with(prefix); ++at) {
-      const auto& [key, entry] = *at;
-      if (whyNoFleetName(std::string_view(key).substr(prefix.size()))) continue;
-      content.texts.push_back({key, entry.value});
-      content.revision = std::max(content.revision, entry.modified);
-      version.add(key, entry.modified);
+    for (const EtcdEntry* text : FleetPlace(texts, prefix).textsOf(agent)) {
+      content.texts.push_back({text->key, text->value});
+      content.revision = std::max(content.revision, text->modified);
+      version.add(text->key, text->modified);
     }
   }
   content.version = version.str();
@@ -78,11 +96,8 @@ FleetContent FleetSight::contentOf(const std::string& agent) const {
 }
 
 std::vector<std::string> FleetSight::keysOf(const std::string& group) const {
-  const std::string prefix = textsPrefix(group);
   std::vector<std::string> keys;
-  for (auto at = texts.lower_bound(prefix); at != texts.end() && at->first.starts_with(prefix); ++at) {
-    if (!whyNoFleetName(std::string_view(at->first).substr(prefix.size()))) keys.push_back(at->first);
-  }
+  for (const EtcdEntry* text : FleetPlace(texts, textsPrefix(group)).texts()) keys.push_back(text->key);
   return keys;
 }
 
@@ -96,32 +111,69 @@ std::vector<std::string> FleetSight::agentsOf(const std::string& group) const {
   return names;
 }
 
-Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further,
-                             std::vector<std::vector<EtcdEntry>>* found) {
-  std::vector<EtcdRange> ranges = {{.key = std::string(fleetRoot) + "config/",
-                                    .isPrefix = true,
-                                    .keysOnly = texts == FleetSight::Texts::keys},
-                                   {.key = agentsPrefix(), .isPrefix = true},
-                                   {.key = knownPrefix(), .isPrefix = true}};
-  std::move(further.begin(), further.end(), std::back_inserter(ranges));
-  auto answer = etcd.read(std::move(ranges));
-  if (!answer) return {{}, std::move(answer.wrong), false};
+std::vector<std::string> FleetSight::rolloutGroups() const {
+  std::vector<std::string> groups;
+  const std::string prefix = std::string(fleetRoot) + "config/";
+  for (const auto& [key, entry] : texts) {
+    const std::string group(nameIn(key, prefix));
+    if (!whyNoGroup(group) && key == rolloutKey(textsPrefix(group))) groups.push_back(group);
+  }
+  return groups;
+}
+
+std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts) {
+  return {{.key = std::string(fleetRoot) + "config/",
+           .isPrefix = true,
+           .keysOnly = texts == FleetSight::Texts::keys},
+          {.key = agentsPrefix(), .isPrefix = true},
+          {.key = knownPrefix(), .isPrefix = true}};
+}
+
+std::vector<EtcdRange> rolloutsQuestion(const FleetSight& sight) {
+  std::vector<EtcdRange> ranges;
+  for (const std::string& group : sight.rolloutGroups())
+    ranges.push_back({.key = rolloutKey(textsPrefix(group)), .at = sight.revision});
+  if (ranges.size() > mostRollouts) ranges.resize(mostRollouts);
+  return ranges;
+}
+
+FleetSight FleetSight::of(EtcdResult& answer) {
   FleetSight sight;
-  sight.revision = answer.value->revision;
-  auto& reads = answer.value->reads;
+  sight.revision = answer.revision;
+  auto& reads = answer.reads;
   for (EtcdEntry& entry : reads[0]) sight.texts.emplace(entry.key, std::move(entry));
   for (const EtcdEntry& entry : reads[2]) {
     const std::string name(nameIn(entry.key, knownPrefix()));
     if (!whyNoFleetName(name)) sight.agents[name].groups = groupsIn(parsed(entry.value));
   }
-  for (const EtcdEntry& entry : reads[1]) {
+  for (EtcdEntry& entry : reads[1]) {
     const std::string name(nameIn(entry.key, agentsPrefix()));
-    if (whyNoFleetName(name) || entry.key != stateKey(name)) continue;
+    if (whyNoFleetName(name)) continue;
+    if (entry.key == dropsKey(name)) sight.agents[name].drops = std::move(entry.value);
+    if (entry.key != stateKey(name)) continue;
     auto& member = sight.agents[name];
     member.state = parsed(entry.value);
     if (member.state.is_object()) member.groups = groupsIn(member.state);
   }
+  return sight;
+}
+
+Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further,
+                             std::vector<std::vector<EtcdEntry>>* found) {
+  std::vector<EtcdRange> ranges = fleetQuestion(texts);
+  std::move(further.begin(), further.end(), std::back_inserter(ranges));
+  auto answer = etcd.read(std::move(ranges));
+  if (!answer) return {{}, std::move(answer.wrong), false};
+  FleetSight sight = FleetSight::of(*answer.value);
+  auto& reads = answer.value->reads;
   if (found) found->assign(std::make_move_iterator(reads.begin() + 3), std::make_move_iterator(reads.end()));
+  auto rollouts = rolloutsQuestion(sight);
+  if (texts == FleetSight::Texts::whole || rollouts.empty()) return {std::move(sight), {}, false};
+  answer = etcd.read(std::move(rollouts));
+  if (!answer) return {{}, std::move(answer.wrong), false};
+  for (auto& read : answer.value->reads) {
+    for (EtcdEntry& entry : read) sight.texts[entry.key] = std::move(entry);
+  }
   return {std::move(sight), {}, false};
 }
 
@@ -150,7 +202,16 @@ Json fleetStatusDocument(const FleetSight& sight) {
     }
     agents.push_back(std::move(one));
   }
-  return {{"revision", sight.revision}, {"agents", std::move(agents)}, {"summary", std::move(summary)}};
+  Json rollouts = Json::array();
+  for (const std::string& group : sight.rolloutGroups()) {
+    const FleetPlace place(sight.texts, textsPrefix(group));
+    if (place.rollout() && place.rollout()->isActive()) rollouts.push_back(group);
+  }
+  return {{"revision", sight.revision},
+          {"agents", std::move(agents)},
+          {"summary", std::move(summary)},
+          {"rollouts", std::move(rollouts)},
+          {"ignored", ignoredIn(sight)}};
 }
 
 std::string fleetStatusText(const Json& document, bool colour, double now) {
@@ -173,9 +234,15 @@ std::string fleetStatusText(const Json& document, bool colour, double now) {
   for (const auto& [status, count] : document.at("summary").items()) {
     if (count != 0) sums.push_back(fmt::format("{} {}", count.get<int>(), status));
   }
+  std::string further;
+  for (const Json& group : document.at("rollouts"))
+    further +=
+        fmt::format("a rollout of {0} is under way: velo fleet rollout status {0}\n", valueText(group));
+  for (const Json& key : document.at("ignored"))
+    further += fmt::format("{} is no key of a text: nobody reads it\n", valueText(key));
   return tableText(lines, {false, false, false, true, true, false, false}, colour) +
-         fmt::format("\n{}{}{}\n", countText(document.at("agents").size(), "agent"), sums.empty() ? "" : ": ",
-                     fmt::join(sums, ", "));
+         fmt::format("\n{}{}{}\n{}", countText(document.at("agents").size(), "agent"),
+                     sums.empty() ? "" : ": ", fmt::join(sums, ", "), further);
 }
 
 Json fleetDiffDocument(const FleetSight& sight) {

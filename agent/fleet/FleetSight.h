@@ -3,6 +3,7 @@
 #include <agent/change/Effective.h>
 #include <agent/change/FleetContent.h>
 #include <agent/fleet/Etcd.h>
+#include <agent/fleet/FleetPlace.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -18,6 +19,7 @@ struct FleetSight {
   struct Member {
     std::vector<std::string> groups{};  ///< what counts more first
     nlohmann::ordered_json state{};     ///< null: it is gone
+    std::string drops{};                ///< see FleetDrops
 
     /// Its ports; nothing when it does not tell of any.
     std::optional<PortNames> ports() const;
@@ -28,15 +30,24 @@ struct FleetSight {
   std::map<std::string, EtcdEntry> texts;  ///< by key; those of agents and groups
   std::map<std::string, Member> agents;    ///< by name; all that there are, or have been
 
+  /// From the answer to fleetQuestion().
+  static FleetSight of(EtcdResult& answer);
+
   /// What an agent is to have in force.
   FleetContent contentOf(const std::string& agent) const;
   /// The keys of the texts of a group, or of an agent's own ("agents/NAME").
   std::vector<std::string> keysOf(const std::string& group) const;
   /// The agents that take the texts of such a group.
   std::vector<std::string> agentsOf(const std::string& group) const;
+  /// The groups that have a rollout, or have had one.
+  std::vector<std::string> rolloutGroups() const;
 };
 
-/// One question to the store. `further` is answered with it.
+/// What is asked for it. Rollouts are asked for by rolloutsQuestion() besides, when there are keys only.
+std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts);
+std::vector<EtcdRange> rolloutsQuestion(const FleetSight& sight);
+
+/// All of it as it is in the store at one revision. `further` is answered with it.
 Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further = {},
                              std::vector<std::vector<EtcdEntry>>* found = nullptr);
 

@@ -259,9 +259,16 @@ bool Run::takeFleet(SharedFleetContent content, std::vector<std::string>& wrong)
 void Run::openFleet() {
   if (!fleetLink_) return;
   fleet_ = std::make_unique<FleetAgent>(
-      FleetAgent::World{loop_, core_, control_->configuration(), *fleetLink_, [this] { return portStates(); },
-                        loop_.turnWall().now().seconds()},
+      FleetAgent::World{loop_, core_, control_->configuration(), control_->operations(), *fleetLink_,
+                        [this] { return portStates(); }, loop_.turnWall().now().seconds(),
+                        [this] { return dropped(); }},
       fleetIdentity());
+}
+
+uint64_t Run::dropped() const {
+  uint64_t frames = 0;
+  for (const auto& [id, port] : forwarder_.ports()) frames += port->droppedIn + port->droppedOut;
+  return frames;
 }
 
 nlohmann::ordered_json Run::fleetReport() const { return fleet_ ? fleet_->report() : nullptr; }

@@ -60,6 +60,8 @@ class Run {
   FleetIdentity fleetIdentity() const { return {options_.fleet.agent, options_.fleet.groupNames()}; }
   void openFleet();
   nlohmann::ordered_json fleetReport() const;
+  /// Frames, by any step.
+  uint64_t dropped() const;
   void openMatchLog();
   std::optional<Exit> openControl();
   std::optional<Exit> openMetrics();

@@ -19,7 +19,7 @@ import urllib.request
 
 import live_test
 from live_test import LiveTest, until
-from network import Control, has, run, udp
+from network import Control, Stream, has, run, udp
 from operating_test import wanted
 
 ROOT = "/velo/v1/"
@@ -130,6 +130,32 @@ class FleetTest(LiveTest):
     def in_force(self, name):
         found = self.status(name)["fleet"]["inForce"]
         return found and found["revision"]
+
+
+    def velo(self, *words, status=0):
+        """What a command of the fleet prints, as a document; of one that fails what it says."""
+        done = self.middle.run(live_test.VELO, "fleet", *words, "--fleet", self.etcd.url, "--json", check=False)
+        self.assertEqual(done.returncode, status, done.stdout)
+        return json.loads(done.stdout) if done.stdout.startswith("{") else done.stdout
+
+    def file(self, name, content):
+        path = self.path(name)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(content)
+        return path
+
+    def command(self, *words, **options):
+        """A command of the fleet that goes on."""
+        process = subprocess.Popen(self.middle.command(live_test.VELO, "fleet", *words, "--fleet", self.etcd.url, "--json"),
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def rollout(self, group="edge"):
+        found = self.velo("rollout", "status", group)["rollouts"]
+        return found[0] if found else None
 
 
 class Joining(FleetTest):
@@ -419,18 +445,6 @@ class Guarding(FleetTest):
 
 
 class Commanding(FleetTest):
-    def velo(self, *words, status=0):
-        """What a command of the fleet prints, as a document; of one that fails what it says."""
-        done = self.middle.run(live_test.VELO, "fleet", *words, "--fleet", self.etcd.url, "--json", check=False)
-        self.assertEqual(done.returncode, status, done.stdout)
-        return json.loads(done.stdout) if done.stdout.startswith("{") else done.stdout
-
-    def file(self, name, content):
-        path = self.path(name)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(content)
-        return path
-
     def test_an_operator_changes_and_looks(self):
         self.stations_are(1, 2)
         self.etcd.started()
@@ -470,7 +484,11 @@ class Commanding(FleetTest):
         frame = ["--port", "eth1", "--in"]
         answers = self.velo("explain", *frame, "udp 192.0.2.1:5 > 192.0.2.2:20")["answers"]
         self.assertEqual(sorted(name for one in answers for name in one["agents"]), ["a1", "a2"])
-        self.assertEqual({one["explanation"]["verdict"] for one in answers}, {"pass"}, answers)
+        self.assertEqual({(one["explanation"]["verdict"], one["asked"]) for one in answers}, {("pass", True)}, answers)
+        stored = self.velo("explain", "--by-store", *frame, "udp 192.0.2.1:5 > 192.0.2.2:20")["answers"]
+        self.assertEqual({(one["explanation"]["verdict"], one["asked"]) for one in stored}, {("pass", False)}, stored)
+        self.assertIn("no port eth7", str(self.velo("explain", "--port", "eth7", "--in", "udp 192.0.2.1:5 > 192.0.2.2:20")))
+        self.assertTrue(until(lambda: not [key for key in self.etcd.get(ROOT) if "/question/" in key or "/answer/" in key]))
         answers = self.velo("explain", "--agent", "a2", *frame, "udp 192.0.2.1:5 > 192.0.2.2:10")["answers"]
         self.assertEqual([(one["agents"], one["explanation"]["verdict"]) for one in answers], [(["a2"], "drop")], answers)
 
@@ -501,6 +519,125 @@ class Commanding(FleetTest):
 
     def test_a_store_that_is_not_there_is_told(self):
         self.assertIn("http://127.0.0.1:2379: ", self.velo("status", status=1))
+
+    def test_an_opening_that_somebody_allows_gets_to_the_agents(self):
+        self.etcd.started()
+        base = self.file("base", text("A", 10))
+        self.velo("apply", "edge", base)
+        self.joined("a1", "edge")
+        self.file("base", "ip access-list A\n")
+        self.velo("apply", "edge", base, status=2)
+        last = self.velo("apply", "edge", base, "--allow-open")["revision"]
+        self.assertTrue(until(lambda: self.in_force("a1") == last), self.status("a1"))
+        # The word was for those texts, and not for what anybody writes later.
+        self.velo("apply", "edge", self.file("base", text("A", 10)))
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 1))
+        self.etcd.write({"config/edge/base": "ip access-list A\n 10 deny ip any any\n"})
+        self.assertTrue(until(lambda: self.etcd.state("a1")["result"] == "refused"))
+
+    def test_who_is_gone_for_good_is_forgotten(self):
+        self.etcd.started()
+        self.etcd.write({"config/edge/base": text("A", 10), "config/edge/a/b": "x"})
+        agent = self.joined("a1", "edge")
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 1))
+        self.assertEqual(self.velo("status")["ignored"], [ROOT + "config/edge/a/b"])
+        self.assertIn("is not gone", self.velo("forget", "a1", status=2))
+        agent.stop()
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["gone"] == 1))
+        self.velo("forget", "a1")
+        self.assertEqual(self.velo("status")["agents"], [])
+
+
+class RollingTest(FleetTest):
+    """New texts that go from agent to agent."""
+
+    def fleet(self, *names, **options):
+        self.etcd.started()
+        self.base = self.file("base", text("A", 10))
+        self.first = self.velo("apply", "edge", self.base)["revision"]
+        agents = {name: self.joined(name, "edge", **options) for name in names}
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == len(names)))
+        self.file("base", text("A", 20))
+        return agents
+
+    def store(self):
+        return {key[len(ROOT + "config/edge/"):]: value for key, (value, _) in self.etcd.get(ROOT + "config/edge/").items()}
+
+
+class Rolling(RollingTest):
+    def test_all_have_the_new_texts_in_the_end(self):
+        agents = self.fleet("a1", "a2", "a3", "a4")
+        agents["a4"].stop()
+        told = self.velo("apply", "edge", self.base, "--steps", "1,50%", "--wait", "1s", "--why", "ports")
+        self.assertTrue(told["applied"])
+        self.assertEqual((told["rollout"]["phase"], told["rollout"]["steps"]), ("done", ["1", "50%", "100%"]))
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
+        self.assertEqual({name: value for name, value in self.store().items() if name != "rollout/state"}, {"base": text("A", 20).encode()})
+        self.assertEqual([one["what"] for one in self.velo("history", "edge")["changes"]], ["rollout", "apply"])
+        # Who was gone is caught up.
+        self.joined("a4", "edge")
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 4, 30))
+        self.assertTrue(self.velo("diff")["same"])
+
+    def test_nobody_is_before_his_turn_and_it_is_steered_from_anywhere(self):
+        self.fleet("a1", "a2", "a3")
+        self.velo("apply", "edge", self.base, "--steps", "1,2", "--wait", "60s", "--detach")
+        begun = lambda: sum(self.in_force(name) != self.first for name in ("a1", "a2", "a3"))
+        self.assertTrue(until(lambda: begun() == 1))
+        self.assertIn("is under way", self.velo("apply", "edge", self.base, status=1))
+        self.assertEqual(self.velo("rollout", "pause", "edge")["rollouts"][0]["phase"], "paused")
+        self.assertEqual(begun(), 1, "who has the new texts keeps them")
+        self.assertEqual(self.velo("rollout", "resume", "edge")["rollouts"][0]["phase"], "running")
+        self.assertEqual(self.velo("status")["rollouts"], ["edge"])
+        back = self.velo("rollout", "abort", "edge")["rollouts"][0]
+        self.assertEqual(back["phase"], "back")
+        self.assertIn("has aborted it", back["result"])
+        self.assertTrue(until(lambda: begun() == 0))
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
+        self.velo("rollout", "pause", "edge", status=1)
+
+    def test_it_ends_when_its_operator_is_killed(self):
+        self.fleet("a1", "a2", "a3")
+        operator = self.command("apply", "edge", self.base, "--steps", "1,2,3", "--wait", "2s")
+        self.assertTrue(until(lambda: self.rollout() is not None and self.rollout()["driven"]))
+        operator.kill()
+        self.assertTrue(until(lambda: self.rollout()["phase"] == "done", 60), self.rollout())
+        self.assertEqual(self.store()["base"], text("A", 20).encode())
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
+
+
+class RollingBack(RollingTest):
+    def test_it_goes_back_when_an_agent_refuses_it(self):
+        agents = self.fleet("a1", "a2", "a3")
+        # This one takes shorter texts than the others, which only itself knows.
+        for name in agents:
+            agents[name].stop()
+            self.joined(name, "edge", "--text-limit", "1")
+        self.file("base", "ip access-list H\n" + " remark x\n" * 110000 + text("A", 20))
+        begin = time.monotonic()
+        told = self.velo("apply", "edge", self.base, "--steps", "10%,100%", "--wait", "5s", status=2)
+        self.assertLess(time.monotonic() - begin, 10)
+        self.assertEqual((told["applied"], told["rollout"]["phase"]), (False, "back"))
+        self.assertIn("has refused it", told["rollout"]["result"])
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
+        self.assertEqual({self.in_force(name) for name in agents}, {self.first})
+
+    def test_it_goes_back_when_more_is_dropped(self):
+        self.stations_are(1, 2)
+        self.etcd.started()
+        base = self.file("base", text("A", 10))
+        first = self.velo("apply", "edge", base)["revision"]
+        self.joined("a1", "edge", "--patch", "eth1,eth2", ports=(1, 2))
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 1))
+        stream = Stream(self.wire(1), lambda number: udp(10, number), 100)
+        self.addCleanup(stream.stop)
+        time.sleep(6)  # what was before is to be known: it is counted every five seconds
+        self.file("base", text("A", 20))
+        begin = time.monotonic()
+        told = self.velo("apply", "edge", base, "--steps", "1", "--wait", "10s", "--stop-if", "drops rate > 2x", status=2)
+        self.assertLess(time.monotonic() - begin, 15)
+        self.assertIn("frames a second are dropped", told["rollout"]["result"])
+        self.assertTrue(until(lambda: self.in_force("a1") == first))
 
 
 if __name__ == "__main__":

@@ -22,6 +22,21 @@ class FakeStore {
         entries_[key] = {key, value, revision_, 1};
     }
   }
+  /// Carries it out, if its comparisons hold; whether they do.
+  bool txn(const Agent::EtcdTxn& asked) {
+    for (const auto& [key, modified] : asked.compares) {
+      const auto known = entries_.find(key);
+      if ((known == entries_.end() ? 0 : known->second.modified) != modified) return false;
+    }
+    ++revision_;
+    for (const auto& range : asked.deletes) {
+      std::erase_if(entries_, [&range](const auto& entry) {
+        return range.isPrefix ? entry.first.starts_with(range.key) : entry.first == range.key;
+      });
+    }
+    for (const auto& put : asked.puts) entries_[put.key] = {put.key, put.value, revision_, 1};
+    return true;
+  }
   /// As a server that was set up anew.
   void forget() {
     entries_.clear();

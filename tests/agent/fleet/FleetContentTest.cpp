@@ -166,6 +166,32 @@ TEST_F(FleetChangesTest, AnOpeningIsRefusedUntilItIsNoneAnyMore) {
   EXPECT_TRUE(passes(30));
 }
 
+TEST_F(FleetChangesTest, AnOpeningIsTakenWhereSomebodyHasSaidSo) {
+  start("");
+  const char* other = "ip access-list O\n 10 permit udp any any eq 1\n";
+  const auto taken = [this](const char* sentence, Texts from, Texts to,
+                            std::vector<FleetContent::MayOpen> may) {
+    // From one content to the other, by a word for some of the places.
+    EXPECT_EQ(became(1, std::move(from)), "1: ") << sentence;
+    told_.clear();
+    FleetContent content{2, "v", std::move(to)};
+    content.mayOpen = std::move(may);
+    configuration().fleetIs(std::make_shared<const FleetContent>(std::move(content)));
+    settle();
+    const bool isTaken = told_.size() == 1 && told_[0].wrong.empty();
+    return isTaken;
+  };
+  const Texts before = {{"/one/a", filtering}, {"/two/b", other}};
+  const Texts after = {{"/two/b", other}};
+  EXPECT_FALSE(taken("nobody has said so", before, after, {}));
+  EXPECT_FALSE(taken("the word is for another place", before, after, {{"/two/", ""}}));
+  EXPECT_TRUE(taken("the word is for this one", before, after, {{"/one/", ""}}));
+  EXPECT_FALSE(taken("something else has changed besides", before, {{"/two/b", ""}}, {{"/one/", ""}}));
+  EXPECT_FALSE(taken("only from other texts than these", before, after, {{"/one/", "/one/new/"}}));
+  EXPECT_TRUE(
+      taken("from those that were on their way", {{"/one/new/a", filtering}}, {}, {{"/one/", "/one/new/"}}));
+}
+
 TEST_F(FleetChangesTest, CountLessThanTheCommandLineAndTheDirectory) {
   const std::map<std::string, std::string> files = {
       {"zzz", "ip access-list D\n 10 permit udp any any eq 1\n"}};

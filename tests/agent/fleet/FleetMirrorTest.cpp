@@ -42,10 +42,6 @@ std::vector<std::string> shown(const SharedFleetContent& content) {
   return texts;
 }
 
-std::vector<std::string> prefixes() {
-  return {Agent::ownPrefix("a"), Agent::groupPrefix("one"), Agent::groupPrefix("two")};
-}
-
 class FleetMirrorTest : public testing::Test {
  protected:
   SharedFleetContent asked() {
@@ -56,7 +52,7 @@ class FleetMirrorTest : public testing::Test {
   }
 
   FakeStore store_;
-  FleetMirror mirror_{prefixes()};
+  FleetMirror mirror_{Agent::FleetIdentity{"a", {"one", "two"}}};
 };
 
 TEST_F(FleetMirrorTest, HasWhatTheStoreHasAfterAnyHistory) {

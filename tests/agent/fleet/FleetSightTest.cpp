@@ -123,6 +123,7 @@ Json plan(FleetPlan wanted, Agent::Leave leave = {}) {
   document["applied"] = false;
   document["revision"] = nullptr;
   document["refused"] = why ? Json(*why) : Json(nullptr);
+  document["rollout"] = nullptr;
   EXPECT_EQ(TestSupport::whyNotOf("fleet-apply.json", document), "");
   return document;
 }

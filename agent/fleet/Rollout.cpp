@@ -1,0 +1,289 @@
+#include <agent/change/History.h>
+#include <agent/fleet/Rollout.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* nobodysPlace = "0000000000000000";
+constexpr const char* lastPlace = "ffffffffffffffff";
+/// A fleet that dropped nothing may drop so many frames a second all the same.
+constexpr double leastBefore = 1;
+/// So many steps are as many as anybody needs.
+constexpr size_t mostSteps = 100;
+
+constexpr std::pair<Rollout::Phase, const char*> phases[] = {{Rollout::Phase::running, "running"},
+                                                             {Rollout::Phase::paused, "paused"},
+                                                             {Rollout::Phase::back, "back"},
+                                                             {Rollout::Phase::done, "done"}};
+
+/// The agents' places in the order.
+std::vector<std::string> placesOf(const Rollout& rollout, const RolloutView& view) {
+  std::vector<std::string> places;
+  for (const auto& [name, agent] : view.agents) places.push_back(rollout.placeOf(name));
+  std::sort(places.begin(), places.end());
+  return places;
+}
+
+/// It has come to its step, which is everybody's turn if it is the last one.
+Rollout atStep(Rollout rollout, const RolloutView& view, std::string upTo) {
+  rollout.upTo = std::move(upTo);
+  rollout.met = false;
+  rollout.gone.emplace();
+  for (const auto& [name, agent] : view.agents) {
+    if (!agent.isThere && rollout.isTurn(name)) rollout.gone->push_back(name);
+  }
+  if (rollout.gone->size() > Rollout::mostGone) rollout.gone.reset();
+  return rollout;
+}
+
+/// The first step from `step` on that is somebody's turn who had none, or else the last one.
+Rollout fromStep(Rollout rollout, const RolloutView& view, size_t step) {
+  const std::vector<std::string> places = placesOf(rollout, view);
+  for (rollout.step = step; rollout.step + 1 < rollout.steps.size(); ++rollout.step) {
+    const uint64_t count = std::min<uint64_t>(rollout.steps[rollout.step].of(places.size()), places.size());
+    if (count > 0 && places[count - 1] > rollout.upTo) {
+      std::string upTo = places[count - 1];
+      return atStep(std::move(rollout), view, std::move(upTo));
+    }
+  }
+  return atStep(std::move(rollout), view, lastPlace);
+}
+
+Rollout goneBack(Rollout rollout, std::string why) {
+  rollout.phase = Rollout::Phase::back;
+  rollout.result = std::move(why);
+  return rollout;
+}
+
+/// What speaks against the new texts, in sentences, and who has not told of them yet.
+struct Findings {
+  std::vector<std::string> failures, behind;
+  double before = 0, since = 0;  // frames a second
+};
+
+Findings findingsOf(const Rollout& rollout, const RolloutView& view) {
+  Findings found;
+  for (const auto& [name, agent] : view.agents) {
+    if (!rollout.isTurn(name)) continue;
+    const bool wasGone =
+        rollout.gone && std::find(rollout.gone->begin(), rollout.gone->end(), name) != rollout.gone->end();
+    if (!agent.isThere) {
+      if (rollout.gone && !wasGone) found.failures.push_back(name + " is gone");
+    } else if (agent.stands == RolloutAgent::Stands::refused) {
+      found.failures.push_back(name + " has refused it");
+    } else if (agent.stands == RolloutAgent::Stands::behind) {
+      // Who comes back is caught up, and has its own time for it.
+      if (!wasGone) found.behind.push_back(name + " does not tell that it has it");
+    } else if (agent.before && agent.since) {
+      found.before += *agent.before;
+      found.since += *agent.since;
+    }
+  }
+  return found;
+}
+
+std::string sentenceOf(const std::vector<std::string>& failures) {
+  constexpr size_t most = 3;
+  const size_t shown = std::min(failures.size(), most);
+  return fmt::format("{}{}",
+                     fmt::join(failures.begin(), failures.begin() + static_cast<std::ptrdiff_t>(shown), ", "),
+                     failures.size() > shown ? fmt::format(" and {} more", failures.size() - shown) : "");
+}
+
+/// Why it is to go back now; empty if it is not.
+std::string whyBack(const Rollout& rollout, const RolloutView& view, const Findings& found) {
+  if (view.texts != rollout.from) return "somebody else has changed the texts of the group";
+  if (found.failures.size() > rollout.maxFailures) return sentenceOf(found.failures);
+  if (rollout.dropsFactor > 0 && found.since > rollout.dropsFactor * std::max(found.before, leastBefore))
+    return fmt::format("{:.1f} frames a second are dropped, {:.1f} before", found.since, found.before);
+  return "";
+}
+
+std::optional<uint64_t> numberIn(std::string_view text) {
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+uint64_t RolloutStep::of(uint64_t agents) const {
+  return isPercent ? std::max<uint64_t>(1, (std::min<uint64_t>(count, 100) * agents + 99) / 100) : count;
+}
+
+std::string RolloutStep::text() const { return fmt::format("{}{}", count, isPercent ? "%" : ""); }
+
+std::optional<RolloutStep> RolloutStep::from(const std::string& text) {
+  const bool isPercent = text.ends_with('%');
+  const auto count = numberIn(std::string_view(text).substr(0, text.size() - isPercent));
+  if (!count || *count == 0 || (isPercent && *count > 100)) return std::nullopt;
+  return RolloutStep{*count, isPercent};
+}
+
+std::string Rollout::placeOf(const std::string& agent) const {
+  return fmt::format("{:016x}", digestOf(id + "/" + agent));
+}
+
+const char* phaseName(Rollout::Phase phase) {
+  return std::find_if(std::begin(phases), std::end(phases),
+                      [phase](const auto& one) { return one.first == phase; })
+      ->second;
+}
+
+Rollout begunRollout(Rollout rollout, const RolloutView& view) {
+  rollout.phase = Rollout::Phase::running;
+  rollout.from = view.texts;
+  rollout.upTo = nobodysPlace;
+  rollout.result.clear();
+  return fromStep(std::move(rollout), view, 0);
+}
+
+std::optional<Rollout> nextRollout(const Rollout& rollout, const RolloutView& view, double seconds) {
+  if (rollout.phase != Rollout::Phase::running) return std::nullopt;
+  Findings found = findingsOf(rollout, view);
+  const bool isLate = seconds >= rollout.wait;
+  // Who has had all the time and has not told of it has failed.
+  if (isLate)
+    found.failures.insert(found.failures.end(), found.behind.begin(), found.behind.end());
+  else if (!rollout.met && found.behind.empty() && found.failures.size() <= rollout.maxFailures &&
+           whyBack(rollout, view, found).empty()) {
+    Rollout after = rollout;
+    after.met = true;
+    return after;
+  }
+  if (std::string why = whyBack(rollout, view, found); !why.empty()) return goneBack(rollout, std::move(why));
+  if (!isLate) return std::nullopt;
+  Rollout after = rollout;
+  after.met = true;
+  if (!rollout.met) return after;
+  // All that are left may have had their turn with the step that is over.
+  const std::vector<std::string> places = placesOf(rollout, view);
+  if (rollout.step + 1 >= rollout.steps.size() || places.empty() || places.back() <= rollout.upTo) {
+    after.phase = Rollout::Phase::done;
+    return after;
+  }
+  return fromStep(std::move(after), view, rollout.step + 1);
+}
+
+std::optional<Rollout> pausedRollout(Rollout rollout) {
+  if (rollout.phase != Rollout::Phase::running) return std::nullopt;
+  rollout.phase = Rollout::Phase::paused;
+  return rollout;
+}
+
+std::optional<Rollout> resumedRollout(Rollout rollout) {
+  if (rollout.phase != Rollout::Phase::paused) return std::nullopt;
+  rollout.phase = Rollout::Phase::running;
+  rollout.met = false;
+  return rollout;
+}
+
+std::optional<Rollout> abortedRollout(Rollout rollout, const std::string& why) {
+  if (!rollout.isActive()) return std::nullopt;
+  return goneBack(std::move(rollout), why);
+}
+
+std::optional<std::vector<RolloutStep>> readSteps(const std::string& text, std::string* wrong) {
+  std::vector<RolloutStep> steps;
+  for (size_t at = 0; at <= text.size();) {
+    const size_t end = std::min(text.find(',', at), text.size());
+    const auto step = RolloutStep::from(text.substr(at, end - at));
+    if (!step || steps.size() == mostSteps) {
+      *wrong = fmt::format("\"{}\" is no step: a number of agents, or a part of them as in 10%",
+                           text.substr(at, end - at));
+      return std::nullopt;
+    }
+    steps.push_back(*step);
+    at = end + 1;
+  }
+  if (!steps.back().isPercent || steps.back().count != 100) steps.push_back({100, true});
+  return steps;
+}
+
+std::optional<double> readStopIf(const std::string& text) {
+  constexpr std::string_view begin = "drops rate > ";
+  if (!text.starts_with(begin) || !text.ends_with('x')) return std::nullopt;
+  double factor = 0;
+  const auto [end, error] = std::from_chars(text.data() + begin.size(), text.data() + text.size(), factor);
+  if (error != std::errc() || end != text.data() + text.size() - 1 || !(factor > 0) || factor > 1e9)
+    return std::nullopt;
+  return factor;
+}
+
+// The content of the key.
+
+std::string Rollout::json() const {
+  Json stepTexts = Json::array();
+  for (const RolloutStep& one : steps) stepTexts.push_back(one.text());
+  const Json made = {{"id", id},
+                     {"who", who},
+                     {"why", why},
+                     {"summary", summary},
+                     {"began", began},
+                     {"changed", changed},
+                     {"steps", std::move(stepTexts)},
+                     {"wait", wait},
+                     {"maxFailures", maxFailures},
+                     {"dropsFactor", dropsFactor},
+                     {"mayOpen", mayOpen},
+                     {"from", from},
+                     {"phase", phaseName(phase)},
+                     {"step", step},
+                     {"upTo", upTo},
+                     {"met", met},
+                     {"gone", gone ? Json(*gone) : Json(nullptr)},
+                     {"result", result}};
+  return made.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::optional<Rollout> Rollout::of(const std::string& text) {
+  const Json read = Json::parse(text, nullptr, false);
+  if (!read.is_object()) return std::nullopt;
+  Rollout made;
+  try {
+    for (const auto& [name, to] : {std::pair{"id", &made.id},
+                                   {"who", &made.who},
+                                   {"why", &made.why},
+                                   {"summary", &made.summary},
+                                   {"from", &made.from},
+                                   {"upTo", &made.upTo},
+                                   {"result", &made.result}})
+      *to = read.at(name).get<std::string>();
+    for (const auto& [name, to] : {std::pair{"began", &made.began},
+                                   {"changed", &made.changed},
+                                   {"wait", &made.wait},
+                                   {"dropsFactor", &made.dropsFactor}})
+      *to = read.at(name).get<double>();
+    for (const Json& one : read.at("steps")) {
+      const auto step = RolloutStep::from(one.get<std::string>());
+      if (!step) return std::nullopt;
+      made.steps.push_back(*step);
+    }
+    made.maxFailures = read.at("maxFailures").get<uint64_t>();
+    made.mayOpen = read.at("mayOpen").get<bool>();
+    made.step = read.at("step").get<size_t>();
+    made.met = read.at("met").get<bool>();
+    if (!read.at("gone").is_null()) made.gone = read.at("gone").get<std::vector<std::string>>();
+    const auto phase = read.at("phase").get<std::string>();
+    const auto known = std::find_if(std::begin(phases), std::end(phases),
+                                    [&](const auto& one) { return phase == one.second; });
+    if (known == std::end(phases) || made.steps.empty() || made.step >= made.steps.size())
+      return std::nullopt;
+    made.phase = known->first;
+  } catch (const Json::exception&) {  // a member is missing, or is of another kind
+    return std::nullopt;
+  }
+  return made;
+}
+
+}  // namespace Agent

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <agent/fleet/RolloutStore.h>
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace Agent {
+
+/// Sees to the rollout of a group, a look at a time, as long as nobody else does: whoever has the driver's
+/// key, which is under a lease of a few seconds. Two at once do no harm, because each move is one transaction
+/// that holds only if the rollout still is what was looked at; the key only saves them the work.
+///
+/// How long a step has been watched is measured by the driver itself. Who takes over begins that anew, so
+/// no two clocks are compared.
+class RolloutDriver {
+ public:
+  static constexpr int leaseSeconds = 10;
+
+  struct Look {
+    std::string wrong{};                ///< why the store could not be asked, or did not take a move
+    bool mayNot = false;                ///< because it does not let this one
+    bool isOver = true;                 ///< there is nothing to be seen to
+    bool drives = false;                ///< it is this one that does, or tries to
+    nlohmann::ordered_json document{};  ///< rolloutDocument(); null: there is no rollout, or it is not known
+  };
+
+  /// `etcd` outlives it. `who` stands in the key.
+  RolloutDriver(Etcd& etcd, std::string group, std::string who);
+  ~RolloutDriver();
+  RolloutDriver(const RolloutDriver&) = delete;
+  RolloutDriver& operator=(const RolloutDriver&) = delete;
+
+  /// Looks, and makes a move if one is due. `now` is in seconds of a clock that is never set.
+  Look look(double now);
+
+ private:
+  std::string keepKey(const FleetPlace& place, double now);
+  std::string move(const FleetSight& sight, const Rollout& after);
+  static Look failed(const std::string& why);
+
+  Etcd& etcd_;
+  const std::string group_, who_;
+  int64_t lease_ = 0;  // 0: none
+  double leaseKept_ = 0;
+  int64_t seen_ = 0;  // the revision of the rollout that is watched
+  double seenSince_ = 0;
+};
+
+/// Begins a rollout; the revision.
+Maybe<int64_t> beginRollout(Etcd& etcd, const FleetPlan& plan, const FleetSight& sight, int64_t auditedAt,
+                            Rollout rollout);
+/// Pauses, resumes or aborts the one of a group: `change` says what it is to be then, or nothing if that
+/// cannot be. Otherwise why not.
+std::string changeRollout(Etcd& etcd, const std::string& group,
+                          const std::function<std::optional<Rollout>(const Rollout& rollout)>& change);
+
+}  // namespace Agent
