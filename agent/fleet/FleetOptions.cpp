@@ -11,6 +11,8 @@ namespace {
 
 /// A certificate, a key or a password is never longer.
 constexpr size_t mostSecret = size_t{1} << 20;
+/// Seconds. A question to the store may take five.
+constexpr int shortestLease = 10, longestLease = 3600;
 
 std::vector<std::string> partsOf(const std::string& text) {
   std::vector<std::string> parts;
@@ -86,6 +88,13 @@ void addFleetAgent(CLI::App& command, FleetOptions& options) {
       ->check(whyNoGroups)
       ->needs("--fleet")
       ->type_name("A,B,...");
+  command
+      .add_option(
+          "--fleet-lease", options.lease,
+          "take this agent for gone so long behind its last word (90); it says one in half of that time")
+      ->check(CLI::Range(shortestLease, longestLease))
+      ->needs("--fleet")
+      ->type_name("SECONDS");
   command.get_option("--fleet")->needs("--fleet-name");
 }
 

@@ -17,6 +17,7 @@ struct FleetOptions {
   std::string store{};   ///< URLs, separated by commas; empty: no fleet
   std::string agent{};   ///< the name of this agent in it
   std::string groups{};  ///< of which it is, separated by commas, what counts more first
+  int lease = 90;        ///< seconds, see FleetIdentity
   std::string ca{}, certificate{}, key{}, login{};  ///< files; empty: none
 
   bool given() const { return !store.empty(); }

@@ -53,16 +53,20 @@ std::string FleetSession::run(const Around& around) {
     if (wrong.empty() && now >= leaseIsDue_) wrong = keepLease(around);
     take(around.outgoing());
     if (wrong.empty() && !due_.empty() && now >= writeAgain_) wrong = write(around);
+    // The watch is still with the one that did not answer, and may never hear of anything any more.
+    if (wrong.empty() && etcd_.endpoint() != watchedAt_) wrong = watchedAt_ + ": it does not answer";
   }
   watch_.reset();
-  if (!wrong.empty()) etcd_.next();
+  if (!wrong.empty() && etcd_.endpoint() == watchedAt_) etcd_.next();
   return wrong;
 }
 
 /// First everything is read, and then watched from behind the revision at which it was.
 std::string FleetSession::begin(const Around& around) {
   isCancelled_ = false;
+  watchedAt_ = etcd_.endpoint();
   if (auto wrong = read(around); !wrong.empty()) return wrong;
+  watchedAt_ = etcd_.endpoint();
   watch_ = etcd_.watch(mirror_.prefixes(), readAt_ + 1);
   if (auto wrong = keepLease(around); !wrong.empty()) return wrong;
   writeAgain_ = {};
@@ -107,13 +111,13 @@ std::string FleetSession::keepLease(const Around& around) {
     if (!*kept.value) lease_ = 0;
   }
   if (lease_ == 0) {
-    auto granted = etcd_.grant(leaseSeconds);
+    auto granted = etcd_.grant(identity_.leaseSeconds);
     if (!granted) return std::move(granted.wrong);
     lease_ = *granted.value;
     for (const auto& [key, value] : values_) due_.insert(key);
   }
   // By chance, so that not all agents of a fleet speak at the same time.
-  leaseIsDue_ = in(Seconds(leaseSeconds * (0.45 + 0.05 * around.chance())));
+  leaseIsDue_ = in(Seconds(identity_.leaseSeconds * (0.45 + 0.05 * around.chance())));
   return "";
 }
 

@@ -27,10 +27,6 @@ struct FleetOutgoing {
 /// lease outlives a connection that breaks.
 class FleetSession {
  public:
-  /// The lease ends so many seconds behind the last word of the agent, which says one in half of that time:
-  /// seldom, because ten thousand idle agents do that, too.
-  static constexpr int leaseSeconds = 90;
-
   struct Around {
     std::function<void(SharedFleetContent content)> content;
     std::function<void(FleetQuestions questions)> questions;        ///< all that there are
@@ -67,6 +63,7 @@ class FleetSession {
   const FleetIdentity identity_;
   FleetMirror mirror_;
   std::unique_ptr<Http::Stream> watch_;
+  std::string watchedAt_;  // the endpoint that tells of changes
   bool isCancelled_ = false;
   int64_t readAt_ = 0;  // the revision at which everything was read last
   int64_t lease_ = 0;   // 0: none

@@ -57,7 +57,9 @@ class Run {
   /// now: waits for that, as long as it takes.
   std::optional<Exit> joinFleet();
   bool takeFleet(SharedFleetContent content, std::vector<std::string>& wrong);
-  FleetIdentity fleetIdentity() const { return {options_.fleet.agent, options_.fleet.groupNames()}; }
+  FleetIdentity fleetIdentity() const {
+    return {options_.fleet.agent, options_.fleet.groupNames(), options_.fleet.lease};
+  }
   void openFleet();
   nlohmann::ordered_json fleetReport() const;
   /// Frames, by any step.

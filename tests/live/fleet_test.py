@@ -33,9 +33,9 @@ def text(list_name, *ports, port="eth1"):
 class Etcd:
     """A server in a namespace, with a client."""
 
-    def __init__(self, namespace, folder, name="e1", client=2379, peer=2380, cluster=None):
+    def __init__(self, namespace, folder, name="e1", client=2379, peer=2380, cluster=None, host="127.0.0.1"):
         self.namespace, self.folder, self.name = namespace, folder, name
-        self.url, self.peer = f"http://127.0.0.1:{client}", f"http://127.0.0.1:{peer}"
+        self.url, self.peer = f"http://{host}:{client}", f"http://{host}:{peer}"
         self.cluster = cluster or f"{name}={self.peer}"
         self.process = self.token = None
 
@@ -319,6 +319,39 @@ class Losing(FleetTest):
             self.assertTrue(until(lambda r=last: self.in_force("a1") == r, 60), f"member {i}")
             member.start()
             self.assertTrue(until(member.answers, 60))
+
+    def test_a_member_that_is_cut_off(self):
+        """Three members in namespaces of their own, with a route between them: the one that an agent asks loses the others, and not
+        the agent."""
+        if not has("nft"):
+            self.skipTest("there is no nft")
+        self.stations_are(1, 2, 3)
+        self.middle.run("sh", "-c", "echo 1 > /proc/sys/net/ipv4/ip_forward")
+        for number, station in self.stations.items():
+            self.middle.ip("addr", "add", f"10.9.{number}.1/24", "dev", f"eth{number}")
+            station.ip("addr", "add", f"10.9.{number}.2/24", "dev", "e0")
+            station.ip("link", "set", "lo", "up")
+            station.ip("route", "add", "default", "via", f"10.9.{number}.1")
+        cluster = ",".join(f"m{number}=http://10.9.{number}.2:2380" for number in self.stations)
+        members = [Etcd(station, self.folder, f"m{number}", cluster=cluster, host=f"10.9.{number}.2").start()
+                   for number, station in self.stations.items()]
+        for member in members:
+            self.addCleanup(member.kill)
+        self.assertTrue(until(lambda: all(member.answers() for member in members), 60))
+        first = members[0].write({"config/edge/base": text("A", 10)})
+        self.joined("a1", "edge", "--fleet-lease", "10", store=",".join(member.url for member in members))
+        self.assertEqual(self.in_force("a1"), first)
+        self.assertTrue(until(lambda: self.status("a1")["fleet"]["endpoint"] == members[0].url))
+        self.middle.run("nft", "add table ip cut; add chain ip cut way { type filter hook forward priority 0; };"
+                        "add rule ip cut way ip saddr 10.9.1.2 drop; add rule ip cut way ip daddr 10.9.1.2 drop")
+        self.assertTrue(until(members[1].answers, 30))
+        second = members[1].write({"config/edge/base": text("A", 20)})
+        self.assertTrue(until(lambda: self.in_force("a1") == second, 30))
+        self.assertTrue(until(lambda: members[1].state("a1")["inForce"]["revision"] == second, 30))
+        self.assertNotEqual(self.status("a1")["fleet"]["endpoint"], members[0].url)
+        # When it is one of them again it knows what happened meanwhile.
+        self.middle.run("nft", "delete table ip cut")
+        self.assertTrue(until(lambda: members[0].answers() and members[0].state("a1")["inForce"]["revision"] == second, 30))
 
 
 class Guarding(FleetTest):
