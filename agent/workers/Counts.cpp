@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <set>
 
 namespace Agent {
 
@@ -226,6 +227,7 @@ void CountSums::addTo(std::vector<PortState>& states, const std::vector<const Wo
     if (const auto past = past_.find(state.name); past != past_.end())
       addMore(state, stateMembers, PortState(), past->second);
     bool present = false, up = false;
+    std::set<std::string> hows{"", state.how};
     for (const Worker* worker : workers) {
       const auto live = worker->live.find(state.name);
       if (live == worker->live.end()) continue;
@@ -234,7 +236,7 @@ void CountSums::addTo(std::vector<PortState>& states, const std::vector<const Wo
       up = up || live->second.up;
       // This process may not know how large frames can be.
       if (live->second.present) state.mtu = std::min(state.mtu, live->second.mtu);
-      if (state.how.find(live->second.how) == std::string::npos)
+      if (hows.insert(live->second.how).second)
         state.how += (state.how.empty() ? "" : "; ") + live->second.how;
       if (state.wrong.empty()) state.wrong = live->second.wrong;
     }

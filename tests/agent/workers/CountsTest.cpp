@@ -142,4 +142,15 @@ TEST_F(CountsTest, PortsAndTotalsAreSumsOfThoseThatAreThereAndThoseThatHaveGone)
   EXPECT_EQ(sums_->totals().frames, 12u) << "the next one counts from its start";
 }
 
+TEST_F(CountsTest, AllWaysOfFramesAreShownAndEachOnce) {
+  CountSums::Worker one, two, three;
+  one.live["eth1"].how = three.live["eth1"].how = "copy, queue 10";
+  two.live["eth1"].how = "copy, queue 1";
+  PortState shown;
+  shown.name = "eth1";
+  std::vector<PortState> states{shown};
+  sums_->addTo(states, {&one, &two, &three});
+  EXPECT_EQ(states.front().how, "copy, queue 10; copy, queue 1");
+}
+
 }  // namespace
