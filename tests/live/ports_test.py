@@ -112,6 +112,16 @@ class Kinds(LiveTest):
         a.send(frames)
         self.assertEqual(b.received(len(frames)), frames)
 
+    def test_what_goes_into_a_ring_of_dpdk_comes_out_of_it(self):
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        self.stations_are(1)
+        agent = self.agent(OPEN, *NO_CARDS, "--port", "ring=dpdk:net_ring0", "--patch", "eth1,ring")
+        a, frames = self.wire(1), [udp(10, number, size=18 + number) for number in range(200)]
+        a.send(frames)
+        self.assertEqual(a.received(len(frames)), frames)
+        self.assertEqual(agent.stop()["ports"]["ring"]["received"], 200)
+
     def test_a_program_without_the_library_says_what_is_missing(self):
         for name in ("velo", "VeloAcl.so", "libvelo-platform.so"):
             shutil.copy(os.path.join(os.path.dirname(live_test.VELO), name), self.path(name))
