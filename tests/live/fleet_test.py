@@ -116,7 +116,7 @@ class FleetTest(LiveTest):
         started = live_test.Agent(live_test.VELO, self.middle, config, "--fleet", store or self.etcd.url, "--fleet-name", name,
                                   "--fleet-groups", groups, "--state", self.path(f"{name}.state"), "--control", self.path(f"{name}.socket"),
                                   *(word for number in ports for word in ("--port", f"eth{number}=eth{number}")),
-                                  *(() if ports else ("--port", "eth1=null:")), *arguments, **options)
+                                  *(() if ports else ("--port", "eth1=null:")), *arguments, *self.common, **options)
         self.addCleanup(started.kill)
         return started
 

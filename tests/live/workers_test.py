@@ -9,6 +9,7 @@ import signal
 import tempfile
 import time
 
+import fleet_test
 import live_test
 import operating_test
 from kinds_test import NO_CARDS, has_dpdk
@@ -71,6 +72,10 @@ class WorkersTraffic(live_test.Traffic):
 
 
 class WorkersOperating(operating_test.Operating):
+    common = TWO
+
+
+class WorkersJoining(fleet_test.Joining):
     common = TWO
 
 
