@@ -105,11 +105,13 @@ STRAYED = [
     ("`EventLoop::pollAll`", "`EventLoop::pollNone`", "agent/core has no EventLoop::pollNone"),
     ("`PacketRing::isFilled`", "`EventLoop::turn`", "agent/ports has no EventLoop::turn"),
     ("(`Keys.h`)", "", None),
-    ("`CounterCache.h`", "`CounterPurse.h`", "VeloAcl has no CounterPurse.h"),
+    ("`CounterCache.h`", "`CounterPurse.h`", "VeloAcl/VeloPlugin has no CounterPurse.h"),
     ("| `agent/forward` | `Forwarder::receive`", "| `agent/backward` | `Forwarder::receive`", "no room agent/backward"),
+    ("| `agent/replay` | its frames join", "| | its frames join", "room agent/replay is on no way"),
+    ("| `platform/Plugin` | the plugin is", "| `platform/Plugin`, `Hive` | the plugin is", "both on a way and on neither"),
     ("| `agent/explain` | why a frame", "| why a frame", "room agent/explain has no row"),
-    ("`platform/Kelp`, `MemSlab`", "`platform/Kelp`", "room platform/MemSlab has no row"),
-    ("`platform/Kelp`, `MemSlab`", "`platform/MemSlab`, `Kelp`",
+    ("`platform/Kelp`, `MemSlab` |", "`platform/Kelp` |", "room platform/MemSlab has no row"),
+    ("`platform/Kelp`, `MemSlab` |", "`platform/MemSlab`, `Kelp` |",
      "room platform/MemSlab stands above platform/Kelp, which it depends on"),
 ]
 

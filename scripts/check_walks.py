@@ -4,7 +4,8 @@
 Every room (velo_room in a CMakeLists.txt) has a row in the table of rooms, where it stands below the rooms that it
 depends on; so it does in a list of rooms (foreach(room ...)) of a CMakeLists.txt. In a table of the head "room | code |
 what happens" the room is a folder, and each name of the code stands in a file of that folder: a file by its name, and
-`Class::function` in one that declares the class. Prints FILE:LINE of each violation; the exit status is 1 when there is one.
+`Class::function` in one that declares the class. Every room is in such a table, or in one of the head "room on neither way |
+why". Prints FILE:LINE of each violation; the exit status is 1 when there is one.
 
 usage: check_walks.py [ROOT]
 """
@@ -83,7 +84,7 @@ def check_lists(tree):
 def check(root):
     """All violations, as (file, line, text)."""
     tree = Tree(pathlib.Path(root).resolve())
-    violations, told = list(check_lists(tree)), []
+    violations, told, walked, aside = list(check_lists(tree)), [], set(), set()
 
     def complain(line, text):
         violations.append((DOCUMENT, line, text))
@@ -91,18 +92,24 @@ def check(root):
     for line, head, cells in rows((tree.root / DOCUMENT).read_text()):
         if head == ["room", "what it is"]:
             told += rooms_in(cells[0])
+        if head == ["room on neither way", "why"]:
+            aside.update(rooms_in(cells[0]))
         if head != ["room", "code", "what happens"]:
             continue
         folder = CODE.findall(cells[0])[0]
         if not (tree.root / folder).is_dir():
             complain(line, f"there is no room {folder}")
             continue
+        walked.add(folder)
         for name in CODE.findall(cells[1]):
             if not tree.has(folder, name):
                 complain(line, f"{folder} has no {name}")
     for room in tree.rooms:
         if room not in told:
             complain(1, f"room {room} has no row in the table of rooms")
+        if (room in walked) == (room in aside):
+            wrong = "both on a way and on neither" if room in aside else "on no way, and nothing says why"
+            complain(1, f"room {room} is {wrong}")
     for complaint in out_of_order(tree, told):
         complain(1, complaint)
     return violations

@@ -70,7 +70,7 @@ void CounterPoll::run() {
 }
 
 RunEnd CounterPoll::pass(uint64_t) {
-  if (!machine_.streaming()) return RunEnd::stopped;
+  if (!machine_.streaming()) return machine_.stopped() ? RunEnd::stopped : RunEnd::yielded;
   const Arguments::Counters input = (machine_.*spec_.input)();
   const auto& counters = input->counterCollection();
   traceStatus(7, "{}", spec_.firedText);
@@ -85,7 +85,7 @@ RunEnd CounterPoll::pass(uint64_t) {
     if (task) task->taskWorkCountInc(done);
   };
   for (auto at = bookmark_ ? counters.from(*bookmark_) : counters.begin(); at;) {
-    traceStatus(9, "Flattening element: {}", at.key());
+    traceStatusAt(spec_.line, 9, "Flattening element: {}", at.key());
     machine_.eventToUpdateCounters(at.key(), *at.value());
     if (machine_.stopped()) return RunEnd::stopped;
     ++done;
@@ -109,7 +109,7 @@ RunEnd CounterPoll::pass(uint64_t) {
 bool CounterPoll::restartIsWanted() {
   if (machine_.synchronous() || !(machine_.*spec_.duplicateSeen)()) return false;
   (machine_.*spec_.duplicateSeenIs)(false);
-  traceStatus(6, "Restarting iteration, as input state of pipeline has changed");
+  traceStatusAt(spec_.line, 6, "Restarting iteration, as input state of pipeline has changed");
   return true;
 }
 

@@ -24,6 +24,7 @@ struct PollSpec {
   // Its field of the machine: somebody wants the pass to end, and the next one to begin at once.
   const bool& (MachinePolls::*duplicateSeen)() const;
   bool (MachinePolls::*duplicateSeenIs)(bool);
+  int line = __builtin_LINE();  ///< of the row: what all polls trace in one place has it
 };
 
 /// Copies a collection of counters into the status, again a second after each copy.

@@ -18,7 +18,7 @@ void VeloDpAclStatusSm::handleInitialScanDone() {
     traceStatus(9, "Initial scan yielding for child SM VeloDpAclStatusSm.");
     return;
   }
-  if (!setReconciliationPending()) return;
+  if (findPending() != RunEnd::complete) return;
   traceStatus(9, "Initial scan done for child SMs. Now scanning with events triggered.");
   initialScanDone_ = true;
   runSecondPass();

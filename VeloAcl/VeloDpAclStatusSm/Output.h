@@ -3,6 +3,7 @@
 #include <VeloAcl/VeloDpAclStatusSm/Frame.h>
 #include <VeloAcl/VeloDpAclStatusSm/RunEnd.h>
 #include <VeloAcl/VeloDpAclStatusSm/ScanTables.h>
+#include <VeloAcl/VeloDpAclStatusSm/StatusTrace.h>
 #include <fmt/format.h>
 
 #include <functional>
@@ -22,6 +23,7 @@ struct OutputSpec {
   bool afterRuleIds = false;             ///< the rule-id index must be ready
   bool afterPolls = false;               ///< every poll must have completed the pass that was asked for last
                                          ///< (not in a machine without tasks)
+  int line = __builtin_LINE();           ///< of the row: what all outputs trace in one place has it
 };
 
 /// A part of the status that streams write, and whether it has everything that the inputs say. Once an output
@@ -50,13 +52,19 @@ class Output {
 
  protected:
   /// Deletes everything that the inputs did not produce.
-  virtual RunEnd reconciled() { return RunEnd::complete; }
+  virtual RunEnd reconcile() { return RunEnd::complete; }
+
+  template <class... Args>
+  void trace(fmt::format_string<Args...> text, Args&&... args) const {
+    traceStatusAt(spec_.line, 9, text, std::forward<Args>(args)...);
+  }
 
   MachineFrame& machine_;
   const OutputSpec spec_;
 
  private:
-  bool inputsComplete();
+  bool scansAreDone() const;
+  bool inputsAreComplete() const;
 
   std::function<void()> whenReady_;
 };

@@ -65,8 +65,8 @@ MachineOutputs::MachineOutputs(const Arguments& args)
 
 /// To know whether the lists have entries it looks at one list after the other, until it has found an entry
 /// of each kind. Nothing is written before that is done.
-bool MachineOutputs::setReconciliationPending() {
-  if (pendingFound_) return true;
+RunEnd MachineOutputs::findPending() {
+  if (pendingFound_) return RunEnd::complete;
   const auto& types = aclStatus()->status();
   aclStatusStatusAclOutput_.pendingIs(!types.empty());
   aclStatusStatusIntfIntfOutput_.pendingIs(false);
@@ -88,12 +88,13 @@ bool MachineOutputs::setReconciliationPending() {
       if (steps.timeIsUp()) {
         pendingResumeKey_ = {type.key(), list.key()};
         task->scheduleTask();
-        return false;
+        return RunEnd::yielded;
       }
       for (PerListOutputBase* output : within) output->pendingIfEntriesIn(*list.value());
     }
   }
-  return pendingFound_ = true;
+  pendingFound_ = true;
+  return RunEnd::complete;
 }
 
 }  // namespace Velo::VeloAcl

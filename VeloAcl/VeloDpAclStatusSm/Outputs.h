@@ -91,9 +91,9 @@ class MachineOutputs : public MachineFrame {
                                    &aclAclStatusPtrCounterUpdateTimeOutput_, &aclStatusStatusAclOutput_,
                                    &aclAclStatusPtrRuleStatusOutput_, &aclStatusStatusIntfIntfOutput_});
   }
-  /// Finds out which outputs write into a collection that is not empty. True when it is done. Otherwise it
-  /// continues at the next call, for which it schedules the task of the rules' output.
-  bool setReconciliationPending();
+  /// Finds out which outputs write into a collection that is not empty. If it yields, it continues at the
+  /// next call, for which it schedules the task of the rules' output.
+  RunEnd findPending();
 
   Output ruleIdsByAclRuleIdsOutput_;
   PerListOutput<ImplicitRuleStatusEntries> aclAclStatusPtrImplicitRuleStatusOutput_;

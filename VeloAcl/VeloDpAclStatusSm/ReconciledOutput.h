@@ -47,7 +47,7 @@ class ReconciledOutput : public Output {
  protected:
   /// Deletes entries that were not seen, from where the last run has stopped.
   virtual RunEnd walk(DeletionRun& run) = 0;
-  /// Forgets what was seen, and where the walk has stopped; false when time is up first.
+  /// Forgets what was seen, and where the walk has stopped.
   virtual RunEnd forget(SmallSteps& steps) = 0;
 
   /// Walks one collection, from a key on or from its beginning. Calls del(key) for each entry that is not
@@ -72,8 +72,8 @@ class ReconciledOutput : public Output {
   }
 
  private:
-  RunEnd reconciled() final;
-  RunEnd walked();
+  RunEnd reconcile() final;
+  RunEnd walkOnce();
 
   Kiv::OwnedTask task_;
   bool pending_ = false;

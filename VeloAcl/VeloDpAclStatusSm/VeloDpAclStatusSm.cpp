@@ -41,7 +41,7 @@ void VeloDpAclStatusSm::initialize() {
   if (!synchronous_) createTasks();
   localAttrStore_ = Zeb::Owned(this, MemSlab::make<LocalAttrStore>());
   checkArguments();
-  setReconciliationPending();
+  findPending();  // what it does not get to is found before the first pass ends
 
   traceStatus(9, "create non-public arg SMs");
   ruleIdsByAclSm7Is();
