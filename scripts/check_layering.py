@@ -73,8 +73,8 @@ NAMESPACE = re.compile(r"\bnamespace [\w:]+")
 USE = re.compile(r"(?<![\w:.>])(?:::)?([A-Z]\w*)::(?!(?<=Velo::)(?:Counter|VeloAcl)\b)\w")
 WORD = re.compile(r"[^\s()]+")
 ROOM = re.compile(r"^[ \t]*velo_room\s*\(([^)]*)\)", re.MULTILINE)
-HEADER_SUFFIXES = {".h", ".hpp", ".inc"}
-SOURCE_SUFFIXES = HEADER_SUFFIXES | {".cpp", ".cc"}
+HEADER_SUFFIXES = {".h", ".hpp", ".hh", ".hxx", ".inc"}
+SOURCE_SUFFIXES = HEADER_SUFFIXES | {".cpp", ".cc", ".cxx", ".c"}
 
 
 @functools.cache

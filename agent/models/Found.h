@@ -21,6 +21,10 @@ struct Found {
   std::string_view text{};  ///< of a leaf; of an identity without its module
   uint32_t number = 0;      ///< of a number
 
+  /// The number of a leaf whose row allows none that is too high.
+  uint8_t octet() const { return static_cast<uint8_t>(number); }
+  uint16_t word() const { return static_cast<uint16_t>(number); }
+
   /// Keeps the mistake that the node cannot be carried over.
   void refuse(std::string expected) const {
     report.mistake(node.at, node.shown() + " at " + path, std::move(expected));

@@ -1,6 +1,9 @@
 #include <agent/config/Cursor.h>
 #include <agent/config/Names.h>
 #include <agent/models/IetfNames.h>
+#include <fmt/format.h>
+
+#include <algorithm>
 
 namespace Models {
 
@@ -57,6 +60,14 @@ constexpr Config::NamedNumber etherTypes[] = {
 };
 
 }  // namespace
+
+bool checkIetfLength(const Found& found) {
+  const auto size =
+      std::count_if(found.text.begin(), found.text.end(), [](char c) { return (c & 0xc0) != 0x80; });
+  const bool right = size > 0 && static_cast<size_t>(size) <= longestIetfName;
+  if (!right) found.refuse(fmt::format("a name of 1 to {} characters", longestIetfName));
+  return right;
+}
 
 std::optional<uint16_t> etherTypeOf(const Node& leaf, std::string_view text) {
   const bool number = leaf.kind == Node::Kind::number || leaf.xml;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Acl/Types.h>
-#include <agent/models/Tree.h>
+#include <agent/models/Found.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +21,8 @@ inline constexpr IetfType typeNames[] = {{"ipv4-acl-type", Acl::AclType::ip},
 
 /// In characters, of which names of lists and entries have one at least.
 inline constexpr size_t longestIetfName = 64;
+/// Whether a name is not too long and not empty; refuses it when it is.
+bool checkIetfLength(const Found& found);
 
 /// The EtherType that a leaf says by its number or its name.
 std::optional<uint16_t> etherTypeOf(const Node& leaf, std::string_view text);

@@ -155,9 +155,7 @@ void readOpenConfig(const Found& acl, Lines& lines) {
   if (set && set->kind == Node::Kind::object) {
     return acl.below(*set, acl.path + "/acl-sets/acl-set")
         .refuse(
-            "an array: files of rules for tables that SONiC has elsewhere do not say of which kind they are; "
-            "its ACL_TABLE and "
-            "ACL_RULE do");
+            "an array: files of rules for tables that SONiC has elsewhere do not say of which kind they are; its ACL_TABLE and ACL_RULE do");
   }
   AclTree all{lines};
   readLeaves(acl, aclTable, all);

@@ -1,5 +1,5 @@
 #include <agent/config/Cursor.h>
-#include <agent/models/Leaves.h>
+#include <agent/models/EntryDraft.h>
 #include <agent/models/OpenConfigEntry.h>
 #include <agent/models/OpenConfigNames.h>
 #include <fmt/format.h>
@@ -17,16 +17,11 @@ using Acl::AclType;
 constexpr std::string_view anyPort = "ANY";
 
 /// An entry of a list that is being read.
-struct AclEntry {
-  RuleWords words{};
-  DraftRule rule{};
-  std::string mac{}, macMask{}, otherMac{}, otherMacMask{};
+struct AclEntry : EntryDraft {
   uint32_t key = 0;
   std::optional<std::string> mode{}, flagMode{}, builtin{};
   std::vector<std::string> flags{};
 };
-
-uint8_t octet(const Found& found) { return static_cast<uint8_t>(found.number); }
 
 /// A leaf that is a number or a name for one; the names may have the module in front that they are of.
 std::optional<uint32_t> numberOf(const Found& found, std::span<const Config::NamedNumber> names,
@@ -53,14 +48,7 @@ void takeEtherType(AclEntry& entry, const Found& found) {
   const auto number = numberOf(found, openConfigEtherTypes(), matchTypes);
   if (!number || *number > 0xffff)
     return found.refuse("a number from 1536 to 65535, or a name as ETHERTYPE_ARP");
-  const auto type = static_cast<uint16_t>(*number);
-  if (const auto why = whyNoEtherType(type); !why.empty()) return found.refuse(std::string(why));
-  entry.words.etherType = type;
-}
-
-void takeMac(std::string& mac, const Found& found) {
-  if (!isMac(found.text)) return found.refuse("a MAC address, as 02:00:00:00:00:01");
-  mac = found.text;
+  entry.words.etherTypeIs(static_cast<uint16_t>(*number), found);
 }
 
 void takeDscpSet(AclEntry& entry, const Found& found) {
@@ -73,7 +61,7 @@ void takeDscpSet(AclEntry& entry, const Found& found) {
 
 void takeDscp(AclEntry& entry, const Found& found) {
   if (entry.words.dscp) return found.refuse("either dscp or dscp-set");
-  entry.words.dscp = octet(found);
+  entry.words.dscp = found.octet();
 }
 
 const Config::IcmpMessage* icmpNamed(const AclEntry& entry, const Found& found, bool code) {
@@ -132,27 +120,12 @@ void takeFlag(AclEntry& entry, const Found& found) {
     entry.flags.push_back(word);
 }
 
-void takeForwarding(AclEntry& entry, const Found& found) {
-  if (found.text == "ACCEPT") {
-    entry.words.action = Acl::Action::permit;
-  } else if (found.text == "DROP") {
-    entry.words.action = Acl::Action::deny;
-  } else if (found.text == "REJECT") {
-    found.refuse("ACCEPT or DROP: nothing sends ICMP errors here");
-  } else {
-    found.refuse("ACCEPT or DROP");
-  }
-}
-
-void takeLog(AclEntry& entry, const Found& found) {
-  entry.words.log = found.text == "LOG_SYSLOG";
-  if (!entry.words.log && found.text != "LOG_NONE") found.refuse("LOG_SYSLOG or LOG_NONE");
-}
+constexpr ActionNames actionNames = {
+    .permit = "ACCEPT", .deny = "DROP", .reject = "REJECT", .log = "LOG_SYSLOG", .noLog = "LOG_NONE"};
 
 template <AclType type>
 void takeHeader(AclEntry& entry, const Found& found) {
-  if (entry.words.list != type)
-    found.refuse(fmt::format("no such header in a list of {} rules", typeText(entry.words.list)));
+  entry.words.headerIs(type, found);
 }
 
 void takeTransport(AclEntry& entry, const Found& found) {
@@ -170,11 +143,14 @@ constexpr Row<AclEntry> entryTable[] = {
      [](AclEntry& e, const Found& f) { e.rule.remarks.emplace_back(f.text); }},
     {"state", Kind::ignored},
     {"l2", Kind::inside, takeHeader<AclType::mac>},
-    {"l2/config/source-mac", Kind::text, [](AclEntry& e, const Found& f) { takeMac(e.mac, f); }},
-    {"l2/config/source-mac-mask", Kind::text, [](AclEntry& e, const Found& f) { takeMac(e.macMask, f); }},
-    {"l2/config/destination-mac", Kind::text, [](AclEntry& e, const Found& f) { takeMac(e.otherMac, f); }},
+    {"l2/config/source-mac", Kind::text,
+     [](AclEntry& e, const Found& f) { e.words.sourceMac.address = macText(f); }},
+    {"l2/config/source-mac-mask", Kind::text,
+     [](AclEntry& e, const Found& f) { e.words.sourceMac.mask = macText(f); }},
+    {"l2/config/destination-mac", Kind::text,
+     [](AclEntry& e, const Found& f) { e.words.destinationMac.address = macText(f); }},
     {"l2/config/destination-mac-mask", Kind::text,
-     [](AclEntry& e, const Found& f) { takeMac(e.otherMacMask, f); }},
+     [](AclEntry& e, const Found& f) { e.words.destinationMac.mask = macText(f); }},
     {"l2/config/ethertype", Kind::any, takeEtherType},
     {"l2/state", Kind::ignored},
     {"mpls", Kind::refused, nullptr, "a rule cannot ask for a label"},
@@ -192,7 +168,7 @@ constexpr Row<AclEntry> entryTable[] = {
     {"ipv4/config/length", Kind::refused, nullptr, noLength},
     {"ipv4/config/protocol", Kind::any, takeProtocol},
     number<AclEntry>("ipv4/config/hop-limit", 0, 255,
-                     [](AclEntry& e, const Found& f) { e.words.hops = octet(f); }),
+                     [](AclEntry& e, const Found& f) { e.words.hops = f.octet(); }),
     {"ipv4/state", Kind::ignored},
     {"ipv4/icmpv4/config/type", Kind::any, takeIcmpType},
     {"ipv4/icmpv4/config/code", Kind::any, takeIcmpCode},
@@ -211,7 +187,7 @@ constexpr Row<AclEntry> entryTable[] = {
     {"ipv6/config/length", Kind::refused, nullptr, noLength},
     {"ipv6/config/protocol", Kind::any, takeProtocol},
     number<AclEntry>("ipv6/config/hop-limit", 0, 255,
-                     [](AclEntry& e, const Found& f) { e.words.hops = octet(f); }),
+                     [](AclEntry& e, const Found& f) { e.words.hops = f.octet(); }),
     {"ipv6/state", Kind::ignored},
     {"ipv6/icmpv6/config/type", Kind::any, takeIcmpType},
     {"ipv6/icmpv6/config/code", Kind::any, takeIcmpCode},
@@ -233,8 +209,10 @@ constexpr Row<AclEntry> entryTable[] = {
     {"input-interface/state", Kind::ignored},
     {"input-interface/interface-ref", Kind::refused, nullptr,
      "a rule cannot ask for an interface: lists are bound to them"},
-    {"actions/config/forwarding-action", Kind::identity, takeForwarding},
-    {"actions/config/log-action", Kind::identity, takeLog},
+    {"actions/config/forwarding-action", Kind::identity,
+     [](AclEntry& e, const Found& f) { e.words.actionIs(actionNames, f); }},
+    {"actions/config/log-action", Kind::identity,
+     [](AclEntry& e, const Found& f) { e.words.logIs(actionNames, f); }},
     {"actions/state", Kind::ignored},
 };
 
@@ -276,32 +254,18 @@ void takeDetails(AclEntry& entry, const Found& found) {
   if (!expected.empty()) found.report.mistake(found.node.at, found.path + "/transport", expected);
 }
 
-std::string ethernetWords(const Found& found, const std::string& mac, const std::string& mask) {
-  if (mac.empty() && !mask.empty()) found.miss("the MAC address of its mask");
-  return macWords(mac, mask);
-}
-
 }  // namespace
 
 std::optional<DraftRule> openConfigEntry(AclType list, const Found& found) {
   AclEntry entry;
-  entry.words.list = list;
-  entry.rule.where = {found.node.at, found.path};
-  const size_t before = found.mistakes();
-  readLeaves(found, entryTable, entry);
-  if (found.mistakes() > before) return std::nullopt;
+  if (!readEntry(found, list, entryTable, entry)) return std::nullopt;
   if (entry.rule.number == 0 || entry.rule.number != entry.key) {
     found.miss("config/sequence-id, the same as the key");
     return std::nullopt;
   }
   takeDetails(entry, found);
-  if (list == AclType::mac) {
-    entry.words.source = ethernetWords(found, entry.mac, entry.macMask);
-    entry.words.destination = ethernetWords(found, entry.otherMac, entry.otherMacMask);
-  }
-  entry.rule.words = entry.words.text(found);
-  entry.rule.isEverything = entry.words.isEverything();
-  entry.rule.isEnd = entry.rule.number == endNumber && entry.rule.words == "deny " + everything(list) &&
+  entry.wordsAreRead(found);
+  entry.rule.isEnd = entry.rule.number == endNumber && entry.dropsAll() &&
                      entry.rule.remarks == std::vector<std::string>{std::string(endDescription)};
   return std::move(entry.rule);
 }

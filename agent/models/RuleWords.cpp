@@ -24,6 +24,22 @@ void add(std::string& text, std::string_view word) {
   if (!word.empty()) text += fmt::format(" {}", word);
 }
 
+/// `host M` or `M WILDCARD`; nothing is asked for: `any`.
+std::string macWords(const MacLeaves& mac) {
+  if (mac.address.empty()) return "any";
+  const auto wildcard = mac.mask.empty() ? Nimnet::EthAddr() : inverted(*Nimnet::EthAddr::parse(mac.mask));
+  if (wildcard == Nimnet::EthAddr()) return fmt::format("host {}", mac.address);
+  return fmt::format("{} {}", mac.address, wildcard.str());
+}
+
+/// What would be a better type of frames that a rule asks for; empty: it is right.
+std::string_view whyNoEtherType(uint16_t type) {
+  if (type < 0x600) return "an EtherType from 1536: below that the field is a length";
+  if (type == 0x8100 || type == 0x88a8 || type == 0x9100)
+    return "the EtherType of what is tagged: rules look at the type behind the tags";
+  return {};
+}
+
 }  // namespace
 
 std::string_view typeText(AclType list) {
@@ -32,13 +48,6 @@ std::string_view typeText(AclType list) {
 
 std::string everything(AclType list) {
   return list == AclType::ip ? "ip any any" : list == AclType::ipv6 ? "ipv6 any any" : "any any";
-}
-
-std::string_view whyNoEtherType(uint16_t type) {
-  if (type < 0x600) return "an EtherType from 1536: below that the field is a length";
-  if (type == 0x8100 || type == 0x88a8 || type == 0x9100)
-    return "the EtherType of what is tagged: rules look at the type behind the tags";
-  return {};
 }
 
 uint8_t icmpOf(AclType list) { return list == AclType::ipv6 ? Config::protocolIcmpV6 : Config::protocolIcmp; }
@@ -54,13 +63,40 @@ bool isExtensionHeader(AclType list, uint8_t protocol) {
 bool RuleWords::isEverything() const {
   return !vlan && !protocol && source.empty() && destination.empty() && !sourcePorts.given() &&
          !destinationPorts.given() && !icmpType && !icmpCode && !dscp && !ecn && !hops && tcp.empty() &&
-         !fragments && !etherType;
+         !fragments && !etherType && sourceMac.address.empty() && destinationMac.address.empty();
 }
 
 void RuleWords::protocolIs(uint8_t number, const Found& found) {
   if (protocol && *protocol != number)
     return found.refuse(fmt::format("it without protocol {}: no packet has both", *protocol));
   protocol = number;
+}
+
+void RuleWords::headerIs(AclType header, const Found& found) const {
+  if (list != header) found.refuse(fmt::format("no such header in a list of {} rules", typeText(list)));
+}
+
+void RuleWords::actionIs(const ActionNames& names, const Found& found) {
+  if (found.text == names.permit) {
+    action = Acl::Action::permit;
+  } else if (found.text == names.deny) {
+    action = Acl::Action::deny;
+  } else {
+    const bool reject = !names.reject.empty() && found.text == names.reject;
+    found.refuse(
+        fmt::format("{} or {}: {}", names.permit, names.deny,
+                    reject ? "nothing sends ICMP errors here" : "a rule does nothing else with a packet"));
+  }
+}
+
+void RuleWords::logIs(const ActionNames& names, const Found& found) {
+  log = found.text == names.log;
+  if (!log && found.text != names.noLog) found.refuse(fmt::format("{} or {}", names.log, names.noLog));
+}
+
+void RuleWords::etherTypeIs(uint16_t type, const Found& found) {
+  if (const auto why = whyNoEtherType(type); !why.empty()) return found.refuse(std::string(why));
+  etherType = type;
 }
 
 std::string RuleWords::protocolWord() const {
@@ -87,7 +123,15 @@ std::string RuleWords::trafficClass(const Found& rule) const {
   return dscp ? fmt::format("traffic-class {}", *dscp * 4 + *ecn) : fmt::format("traffic-class {} 0x3", *ecn);
 }
 
+std::string RuleWords::ethernetText() const {
+  const std::string addresses = fmt::format(" {} {}", macWords(sourceMac), macWords(destinationMac));
+  return etherType ? fmt::format("{} 0x{:04x}", addresses, *etherType) : addresses;
+}
+
 std::string RuleWords::text(const Found& rule) const {
+  for (const auto* mac : {&sourceMac, &destinationMac}) {
+    if (mac->address.empty() && !mac->mask.empty()) rule.miss("the MAC address of its mask");
+  }
   if (!action) {
     rule.miss("what becomes of packets");
     return {};
@@ -95,8 +139,7 @@ std::string RuleWords::text(const Found& rule) const {
   std::string text(*action == Acl::Action::permit ? "permit" : "deny");
   if (vlan) text += fmt::format(" vlan {}", *vlan);
   if (list == AclType::mac) {
-    text += fmt::format(" {} {}", orAny(source), orAny(destination));
-    if (etherType) text += fmt::format(" 0x{:04x}", *etherType);
+    text += ethernetText();
   } else {
     checkPorts(sourcePorts, rule);
     checkPorts(destinationPorts, rule);
@@ -128,15 +171,12 @@ std::string prefixWords(AclType list, const Found& found) {
   return {};
 }
 
-bool isMac(std::string_view text) {
-  return text.size() == 17 && text[2] == ':' && Nimnet::EthAddr::parse(text);
-}
-
-std::string macWords(std::string_view address, std::string_view mask) {
-  if (address.empty()) return {};
-  const auto wildcard = mask.empty() ? Nimnet::EthAddr() : inverted(*Nimnet::EthAddr::parse(mask));
-  if (wildcard == Nimnet::EthAddr()) return fmt::format("host {}", address);
-  return fmt::format("{} {}", address, wildcard.str());
+std::string macText(const Found& found) {
+  // Of the forms that are parsed, models have only this one.
+  if (found.text.size() == 17 && found.text[2] == ':' && Nimnet::EthAddr::parse(found.text))
+    return std::string(found.text);
+  found.refuse("a MAC address, as 02:00:00:00:00:01");
+  return {};
 }
 
 }  // namespace Models

@@ -1,6 +1,6 @@
 #include <agent/config/Cursor.h>
 #include <agent/config/Names.h>
-#include <agent/models/Leaves.h>
+#include <agent/models/EntryDraft.h>
 #include <agent/models/SonicRule.h>
 #include <fmt/format.h>
 
@@ -13,15 +13,10 @@ namespace {
 using Acl::AclType;
 
 /// A rule of ACL_RULE that is being read.
-struct SonicRule {
-  RuleWords words{};
-  DraftRule rule{};
+struct SonicRule : EntryDraft {
   std::optional<uint32_t> priority{};
   bool ofFamily = false;  ///< it is for packets of the family of its table only, by what it asks for
 };
-
-uint8_t octet(const Found& found) { return static_cast<uint8_t>(found.number); }
-uint16_t word(const Found& found) { return static_cast<uint16_t>(found.number); }
 
 template <AclType type>
 void takeAddress(SonicRule& rule, std::string& words, const Found& found) {
@@ -31,21 +26,13 @@ void takeAddress(SonicRule& rule, std::string& words, const Found& found) {
   rule.ofFamily = true;
 }
 
-void takeAction(SonicRule& rule, const Found& found) {
-  if (found.text == "FORWARD") {
-    rule.words.action = Acl::Action::permit;
-  } else if (found.text == "DROP") {
-    rule.words.action = Acl::Action::deny;
-  } else {
-    found.refuse("FORWARD or DROP: a rule does nothing else with a packet");
-  }
-}
+constexpr ActionNames actionNames = {.permit = "FORWARD", .deny = "DROP"};
 
 /// Switches look at the header behind that of IPv6, whatever it is.
 void takeProtocol(SonicRule& rule, const Found& found) {
-  if (isExtensionHeader(rule.words.list, octet(found)))
+  if (isExtensionHeader(rule.words.list, found.octet()))
     return found.refuse("no extension header: a rule looks at the protocol behind them");
-  rule.words.protocolIs(octet(found), found);
+  rule.words.protocolIs(found.octet(), found);
 }
 
 /// "8080".
@@ -87,7 +74,7 @@ void takeIcmp(SonicRule& rule, std::optional<uint8_t>& number, const Found& foun
   if (icmpOf(rule.words.list) != protocol)
     return found.refuse(fmt::format("no such message in a table of {} rules", typeText(rule.words.list)));
   rule.words.protocolIs(protocol, found);
-  number = octet(found);
+  number = found.octet();
 }
 
 /// What a table of the family cannot see is refused; what says the family of the table says nothing more.
@@ -118,7 +105,7 @@ constexpr std::string_view noMirror = "packets are not mirrored into tunnels";
 
 constexpr Row<SonicRule> ruleTable[] = {
     digits<SonicRule>("PRIORITY", 0, 0xffffffff, [](SonicRule& r, const Found& f) { r.priority = f.number; }),
-    {"PACKET_ACTION", Kind::text, takeAction},
+    {"PACKET_ACTION", Kind::text, [](SonicRule& r, const Found& f) { r.words.actionIs(actionNames, f); }},
     {"ETHER_TYPE", Kind::text, takeEtherType},
     {"IP_TYPE", Kind::text, takeIpType},
     {"SRC_IP", Kind::text,
@@ -148,8 +135,8 @@ constexpr Row<SonicRule> ruleTable[] = {
                       [](SonicRule& r, const Found& f) { takeIcmp<58>(r, r.words.icmpType, f); }),
     digits<SonicRule>("ICMPV6_CODE", 0, 255,
                       [](SonicRule& r, const Found& f) { takeIcmp<58>(r, r.words.icmpCode, f); }),
-    digits<SonicRule>("DSCP", 0, 63, [](SonicRule& r, const Found& f) { r.words.dscp = octet(f); }),
-    digits<SonicRule>("VLAN_ID", 1, 4094, [](SonicRule& r, const Found& f) { r.words.vlan = word(f); }),
+    digits<SonicRule>("DSCP", 0, 63, [](SonicRule& r, const Found& f) { r.words.dscp = f.octet(); }),
+    digits<SonicRule>("VLAN_ID", 1, 4094, [](SonicRule& r, const Found& f) { r.words.vlan = f.word(); }),
     {"TC", Kind::refused, nullptr, "a rule cannot ask for a traffic class of the switch"},
     {"IN_PORTS", Kind::refused, nullptr, noPorts},
     {"OUT_PORTS", Kind::refused, nullptr, noPorts},
@@ -173,11 +160,7 @@ constexpr std::string_view numberedRule = "RULE_";
 std::optional<DraftRule> sonicRule(AclType list, std::string_view name,
                                    std::map<uint32_t, std::string>& priorities, const Found& found) {
   SonicRule rule;
-  rule.words.list = list;
-  rule.rule.where = {found.node.at, found.path};
-  const size_t before = found.mistakes();
-  readLeaves(found, ruleTable, rule);
-  if (found.mistakes() > before) return std::nullopt;
+  if (!readEntry(found, list, ruleTable, rule)) return std::nullopt;
   if (!rule.priority) {
     found.miss("its PRIORITY");
     return std::nullopt;
@@ -193,9 +176,8 @@ std::optional<DraftRule> sonicRule(AclType list, std::string_view name,
                              known->second));
   if (!rule.words.tcp.empty() && rule.words.protocol != Config::protocolTcp)
     found.miss("IP_PROTOCOL 6 beside TCP_FLAGS");
-  rule.rule.words = rule.words.text(found);
-  rule.rule.isEverything = rule.words.isEverything();
-  rule.rule.isEnd = name == defaultRule && rule.rule.words == "deny " + everything(list);
+  rule.wordsAreRead(found);
+  rule.rule.isEnd = name == defaultRule && rule.dropsAll();
   rule.rule.name = name.substr(name.starts_with(numberedRule) ? numberedRule.size() : 0);
   rule.rule.number = *rule.priority;
   return std::move(rule.rule);
