@@ -74,9 +74,9 @@ class Cursor {
   /// The same at the word of a position.
   bool failAt(size_t position, std::string expected, std::string_view note = {});
 
-  /// Keeps the mistake that another cursor has found in this line, and returns false.
-  bool failAs(const Cursor& other) {
-    problem_ = other.problem_;
+  /// Keeps a mistake that somebody else has found in this line, and returns false.
+  bool failAs(std::optional<Problem> problem) {
+    problem_ = std::move(problem);
     return false;
   }
 

@@ -36,7 +36,7 @@ bool readServices(Cursor& at, std::vector<IpFilterBase>* services) {
   if (at.takeIf("tcp-udp")) {
     Cursor again = at;
     if (!readService(at, protocolTcp, services)) return false;
-    return readService(again, protocolUdp, services) || at.failAs(again);
+    return readService(again, protocolUdp, services) || at.failAs(again.problem());
   }
   const auto number = decimal(at.peek());
   const auto protocol = number && *number <= 255 ? static_cast<uint8_t>(*number) : protocolNumber(at.peek());

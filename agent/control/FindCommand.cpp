@@ -27,7 +27,7 @@ constexpr const char* findHelp =
     "  velo find permit|deny --port A --to B [where CONDITION]\n"
     "  velo find match LIST:N --port A --to B          one that comes to the rule on that way\n"
     "CONDITION is written like the fields of a rule, with any number of not behind them, as in\n"
-    "  tcp 10.0.0.0/8 any eq 22 not established\n"
+    "  tcp 10.0.0.0/8 any eq 22 not established not host 10.0.0.1 any\n"
     "Without --config it is about what the agent has in force.\n"
     "\nExit status: 0 there is such a packet, 1 there is none, 2 bad usage or configuration, or it could not be "
     "found out within the limits.";
@@ -57,16 +57,13 @@ class FindCommand final : public Command {
   Exit run(const std::string&) const override {
     std::string wrong;
     const auto question = read(&wrong);
-    const auto refuse = [](const std::string& text) {
-      complain("find: " + text);
-      return exitUsage;
-    };
-    if (!question) return refuse(wrong);
+    if (!question) return notAnswered({"find: " + wrong});
     const ConfigurationReader reader(texts_, control());
-    const auto sources = reader.read(file_);
-    if (!sources) return exitUsage;
+    std::vector<std::string> mistakes;
+    const auto sources = reader.read(file_, mistakes);
+    if (!sources) return notAnswered(mistakes);
     const auto document = packetSearch(*question, sources->layers(), &wrong);
-    if (!document) return refuse(wrong);
+    if (!document) return notAnswered({"find: " + wrong});
     for (const auto ports = reader.portsOf(file_); const std::string& port : {question->from, question->to}) {
       if (const auto assumed = assumedOf(port, *sources, ports)) complain(*assumed);
     }

@@ -1,9 +1,9 @@
-#include <agent/config/Cursor.h>
 #include <agent/config/Mistake.h>
 #include <agent/config/Rules.h>
 #include <agent/proof/Condition.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace Proof {
@@ -11,6 +11,7 @@ namespace Proof {
 namespace {
 
 using Acl::AclType;
+using Problem = Config::Cursor::Problem;
 
 Config::Rule ruleOf(AclType type) {
   if (type == AclType::ip) return Acl::IpRule();
@@ -26,20 +27,29 @@ bool read(Config::Cursor& at, Rule* rule, Config::GroupNames* groups) {
   return readIpRule(at, rule, groups);
 }
 
-/// Reads fields as those of a rule.
-std::optional<Config::Rule> readFields(AclType type, const std::string& fields, std::string* wrong) {
-  const std::string line = "permit " + fields;
+/// Words of a user, with what makes the fields of a rule of them before and behind.
+struct Words {
+  std::string before, given, behind;
+  size_t at = 0;  ///< where they begin in all that the user wrote
+};
+
+/// The column of a mistake is that in all that the user wrote; 0: it is in what stands around the words.
+std::optional<Config::Rule> readFields(AclType type, const Words& words, Problem* wrong) {
+  const std::string before = "permit " + words.before, line = before + words.given + words.behind;
   Config::Cursor at;
   Config::Rule rule = ruleOf(type);
   Config::GroupNames groups;
   const bool good = at.lineIs(line) && std::visit([&](auto& one) { return read(at, &one, &groups); }, rule);
   if (!good) {
-    *wrong = Config::mistakeText(at.problem()->found, at.problem()->expected);
+    *wrong = *at.problem();
+    const size_t end = before.size() + words.given.size() + 1;
+    const bool isOfUser = wrong->column > before.size() && (wrong->column < end || words.behind.empty());
+    wrong->column = isOfUser ? wrong->column - before.size() + words.at : 0;
     return std::nullopt;
   }
   const Acl::RuleBase& base = Config::common(rule);
   if (groups.any() || base.log || !base.mirrorSession.empty()) {
-    *wrong = Config::mistakeText(groups.any() ? "an object-group" : "log or mirror", "what packets can have");
+    *wrong = {words.at + 1, groups.any() ? "an object-group" : "log or mirror", "what packets can have"};
     return std::nullopt;
   }
   return rule;
@@ -58,43 +68,62 @@ std::string protocolOf(const Config::Rule& fields) {
       fields);
 }
 
-/// Reads what stands behind a `not`.
-std::optional<Config::Rule> readWithout(AclType type, const std::string& protocol, const std::string& words,
-                                        std::string* wrong) {
-  if (words.empty()) {
-    *wrong = Config::mistakeText("nothing behind not", "what packets are not to have");
+/// Words of a condition between two `not`, and where they begin.
+struct Part {
+  std::string words;
+  size_t at = 0;
+};
+
+/// Reads what stands behind a `not`: the fields of a rule, or the beginning or the end of them. Of the
+/// mistakes the one is told that comes last in the words: what they were meant for goes so far.
+std::optional<Config::Rule> readWithout(AclType type, const std::string& protocol, const Part& part,
+                                        Problem* wrong) {
+  if (part.words.empty()) {
+    *wrong = {part.at + 1, "nothing behind not", "what packets are not to have"};
     return std::nullopt;
   }
-  const bool vlan = words.starts_with("vlan ");
-  auto rule =
-      readFields(type, vlan ? words + " " + protocol + "any any" : protocol + "any any " + words, wrong);
-  if (rule || vlan || type == AclType::mac) return rule;
-  std::string otherwise;
-  return readFields(type, words + " any any", &otherwise);
+  const std::pair<std::string, std::string> around[] = {{protocol + "any any ", ""},
+                                                        {"", " any any"},
+                                                        {"", " " + protocol + "any any"},
+                                                        {protocol, ""},
+                                                        {"", ""}};
+  wrong->column = 0;
+  for (const auto& [before, behind] : around) {
+    Problem problem;
+    if (auto rule = readFields(type, {before, part.words, behind, part.at}, &problem)) return rule;
+    if (problem.column > wrong->column) *wrong = std::move(problem);
+  }
+  return std::nullopt;
 }
 
 /// The words of a condition in parts, which begin behind each `not`.
-std::vector<std::string> partsOf(std::string_view text) {
-  std::vector<std::string> parts(1);
+std::vector<Part> partsOf(std::string_view text) {
+  std::vector<Part> parts(1);
   for (size_t at = 0; at < text.size();) {
-    const size_t end = std::min(text.find(' ', at), text.size());
-    const std::string_view word = text.substr(at, end - at);
-    if (word == "not") {
-      parts.emplace_back();
-    } else if (!word.empty()) {
-      parts.back() += parts.back().empty() ? "" : " ";
-      parts.back() += word;
+    if (Config::isBlank(text[at])) {
+      ++at;
+      continue;
     }
-    at = end + 1;
+    const auto blank = std::find_if(text.begin() + static_cast<long>(at), text.end(), Config::isBlank);
+    const auto end = static_cast<size_t>(blank - text.begin());
+    Part& part = parts.back();
+    if (text.substr(at, end - at) == "not") {
+      parts.push_back({"", end});
+    } else {
+      if (part.words.empty()) part.at = at;
+      // With the blanks between them: so columns are right.
+      part.words = text.substr(part.at, end - part.at);
+    }
+    at = end;
   }
   return parts;
 }
 
 }  // namespace
 
-std::optional<Condition> readCondition(AclType type, std::string_view text, std::string* wrong) {
+std::optional<Condition> readCondition(AclType type, std::string_view text, Problem* wrong) {
   const auto parts = partsOf(text);
-  auto fields = readFields(type, parts.front(), wrong);
+  auto fields = readFields(type, {"", parts.front().words, "", parts.front().at}, wrong);
   if (!fields) return std::nullopt;
   Condition condition{std::move(*fields)};
   const std::string protocol = protocolOf(condition.fields);
@@ -104,6 +133,27 @@ std::optional<Condition> readCondition(AclType type, std::string_view text, std:
     condition.without.push_back(std::move(*without));
   }
   return condition;
+}
+
+std::optional<Condition> readCondition(AclType type, std::string_view text, std::string* wrong) {
+  Problem problem;
+  auto condition = readCondition(type, text, &problem);
+  if (!condition) *wrong = Config::mistakeText(problem.found, problem.expected);
+  return condition;
+}
+
+std::vector<AclType> kindsOfCondition(std::string_view text, const std::vector<AclType>& among,
+                                      Problem* wrong) {
+  std::vector<AclType> kinds;
+  wrong->column = 0;
+  for (const AclType type : among) {
+    Problem problem;
+    if (readCondition(type, text, &problem))
+      kinds.push_back(type);
+    else if (problem.column > wrong->column)
+      *wrong = std::move(problem);
+  }
+  return kinds;
 }
 
 PacketSet setOf(const Condition& condition, const RuleSets& sets) {

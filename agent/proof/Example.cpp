@@ -110,4 +110,9 @@ std::string exampleText(AclType type, const Packet& packet) {
   return text;
 }
 
+std::string exampleText(AclType type, const Packet& packet, const Packet& frame) {
+  return fmt::format("{} from {} to {}", exampleText(type, packet), macOf(frame, Field::source),
+                     macOf(frame, Field::destination));
+}
+
 }  // namespace Proof

@@ -1,5 +1,4 @@
 #include <Kelp/Assert.h>
-#include <Nimnet/Addr.h>
 #include <Nimnet/L4Hdr.h>
 #include <agent/config/Names.h>
 #include <agent/proof/FieldChoices.h>
@@ -16,43 +15,9 @@ namespace {
 
 using Acl::AclType;
 using Kind = Choice::Kind;
-using Runs = std::vector<Run>;
 
 constexpr uint64_t mostInList = 10;   // ports behind eq or neq
-constexpr uint64_t mostExcepted = 4;  // of a field that can also be cut down to some bits
-
-uint64_t countOf(const Runs& runs) {
-  uint64_t count = 0;
-  for (const Run& run : runs) count += run.count();
-  return count;
-}
-
-std::vector<uint64_t> valuesOf(const Runs& runs) {
-  std::vector<uint64_t> values;
-  for (const Run& run : runs) {
-    for (uint64_t value = run.low; value <= run.high; ++value) values.push_back(value);
-  }
-  return values;
-}
-
-/// What lies between runs, from 0 to `last`.
-Runs gapsOf(const Runs& runs, uint64_t last) {
-  Runs gaps;
-  uint64_t next = 0;
-  for (const Run& run : runs) {
-    if (run.low > next) gaps.push_back({next, run.low - 1});
-    next = run.high + 1;
-  }
-  if (next <= last) gaps.push_back({next, last});
-  return gaps;
-}
-
-const Run& runAround(const Runs& runs, uint64_t value) {
-  const auto at =
-      std::find_if(runs.begin(), runs.end(), [value](const Run& run) { return value <= run.high; });
-  KELP_ASSERT(at != runs.end() && at->low <= value, "a packet that is bad itself");
-  return *at;
-}
+constexpr uint64_t mostExcepted = 4;  // of a field that can also be cut down to some values
 
 template <class Text>
 std::vector<std::string> textsOf(const Runs& runs, const Text& text) {
@@ -116,50 +81,33 @@ Choice FieldChoices::exactly(Field field, const Packet& packet) const {
                 packet);
 }
 
-Choice FieldChoices::addressOf(Field field, const Value& value, const Value& mask) const {
-  const Value known{value.high & mask.high, value.low & mask.low};
-  const auto words = [&](auto address, auto wildcard, unsigned bits) {
-    unsigned length = 0;
-    while (length < bits && mask.bit(bits - 1 - length)) ++length;
-    unsigned ones = 0;
-    for (unsigned i = 0; i < bits; ++i) ones += mask.bit(i);
-    if (ones == bits) return "host " + address;
-    if (ones == length && sets_.type() != AclType::mac) return fmt::format("{}/{}", address, length);
-    return address + " " + wildcard;
+namespace {
+
+/// What lies in one run together with what lies behind small gaps, which are left out.
+struct RunWithGaps {
+  Run run;
+  Runs gaps{};
+};
+RunWithGaps widened(const Runs& runs, uint64_t value) {
+  constexpr uint64_t worthOneMissing = 8;
+  const auto own = static_cast<size_t>(&runAround(runs, value) - runs.data());
+  RunWithGaps wide{runs[own]};
+  uint64_t left = mostExcepted;
+  const auto takes = [&](const Run& gap, const Run& next) {
+    if (gap.count() > left || next.count() < worthOneMissing * gap.count()) return false;
+    left -= gap.count();
+    wide.gaps.push_back(gap);
+    return true;
   };
-  const Value ignored{~mask.high, ~mask.low};
-  std::string text;
-  switch (sets_.type()) {
-    case AclType::ip:
-      text = words(Nimnet::IpAddr{static_cast<uint32_t>(known.low)}.str(),
-                   Nimnet::IpAddr{static_cast<uint32_t>(ignored.low)}.str(), 32);
-      break;
-    case AclType::ipv6:
-      text = words(Nimnet::Ip6Addr{known.high, known.low}.str(),
-                   Nimnet::Ip6Addr{ignored.high, ignored.low}.str(), 128);
-      break;
-    case AclType::mac:
-      text = words(Nimnet::EthAddr::fromValue(known.low).str(),
-                   Nimnet::EthAddr::fromValue(ignored.low & 0xffffffffffff).str(), 48);
-      break;
-  }
-  return {Kind::named, sets_.masked(field, known, mask), std::move(text)};
+  for (size_t i = own; i > 0 && takes({runs[i - 1].high + 1, runs[i].low - 1}, runs[i - 1]); --i)
+    wide.run.low = runs[i - 1].low;
+  for (size_t i = own + 1; i < runs.size() && takes({runs[i - 1].high + 1, runs[i].low - 1}, runs[i]); ++i)
+    wide.run.high = runs[i].high;
+  std::sort(wide.gaps.begin(), wide.gaps.end(), [](const Run& a, const Run& b) { return a.low < b.low; });
+  return wide;
 }
 
-Choice FieldChoices::address(Field field, const PacketSet& bad, const Packet& packet) const {
-  const BitSpan span = sets_.spanOf(field);
-  const unsigned length = sets_.sets().bitsToAvoid(bad, sets_.bitsOf(packet), span);
-  Value mask;
-  for (unsigned i = 0; i < length; ++i) mask.setBit(span.count - 1 - i);
-  const Value& loose = field == Field::source ? loose_.source : loose_.destination;
-  for (unsigned i = 0; i < span.count; ++i) {
-    if (!mask.bit(i) || !loose.bit(i)) continue;
-    Value wider = mask;
-    (i < 64 ? wider.low : wider.high) &= ~(uint64_t{1} << (i % 64));
-    if ((sets_.masked(field, packet[field], wider) & bad).isEmpty()) mask = wider;
-  }
-  return addressOf(field, packet[field], mask);
-}
+}  // namespace
 
 Choice FieldChoices::ports(Field field, const Runs& bad, uint64_t value) const {
   constexpr uint64_t last = 0xffff;
@@ -170,11 +118,16 @@ Choice FieldChoices::ports(Field field, const Runs& bad, uint64_t value) const {
   if (countOf(bad) <= mostInList) return among(field, good, listed("neq", bad));
   const bool oneRun = good.size() == 1 && good.front().count() > 2;
   if (countOf(good) <= mostInList && !oneRun) return among(field, good, listed("eq", good));
-  const Run& run = runAround(good, value);
-  if (run.count() == 1) return among(field, {run}, fmt::format("eq {}", run.low));
-  if (run.low == 0) return among(field, {run}, fmt::format("lt {}", run.high + 1));
-  if (run.high == last) return among(field, {run}, fmt::format("gt {}", run.low - 1));
-  return among(field, {run}, fmt::format("range {} {}", run.low, run.high));
+  const auto [run, gaps] = widened(good, value);
+  Choice choice{Kind::named, sets_.within(field, {run}) - sets_.within(field, gaps)};
+  choice.words = run.count() == 1   ? fmt::format("eq {}", run.low)
+                 : run.low == 0     ? fmt::format("lt {}", run.high + 1)
+                 : run.high == last ? fmt::format("gt {}", run.low - 1)
+                                    : fmt::format("range {} {}", run.low, run.high);
+  if (gaps.empty()) return choice;
+  const std::string left = listed("eq", gaps);
+  choice.without.push_back(field == Field::sourcePort ? "any " + left + " any" : "any any " + left);
+  return choice;
 }
 
 Choice FieldChoices::hops(const Runs& bad, uint64_t value) const {

@@ -30,13 +30,11 @@ class FieldChoices {
   Choice exactly(Field field, const Packet& packet) const;
 
  private:
-  using Runs = std::vector<Run>;
-
   Choice any() const { return {Choice::Kind::any, sets_.sets().all()}; }
   Choice among(Field field, const Runs& good, std::string words, std::vector<std::string> without = {}) const;
   Choice except(const PacketSet& bad, std::vector<std::string> without) const;
   Choice address(Field field, const PacketSet& bad, const Packet& packet) const;
-  Choice addressOf(Field field, const Value& value, const Value& mask) const;
+  std::string addressText(const Value& value, const Value& mask) const;
   Choice ports(Field field, const Runs& bad, uint64_t value) const;
   Choice hops(const Runs& bad, uint64_t value) const;
   Choice flags(const Runs& bad, uint64_t value) const;

@@ -1,13 +1,12 @@
 #include <Kelp/Assert.h>
+#include <agent/proof/Nodes.h>
 #include <agent/proof/PacketSets.h>
-#include <bdd.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csetjmp>
 #include <limits>
-#include <unordered_set>
 #include <vector>
 
 // In C++ these mean a class of the library; the functions of the same names are used here.
@@ -19,8 +18,6 @@
 namespace Proof {
 
 namespace {
-
-constexpr int emptySet = 0, fullSet = 1;
 
 // What the library takes for a node, and for the caches that grow with the nodes.
 constexpr size_t octetsOfNode = 20;
@@ -197,73 +194,6 @@ PacketSet PacketSets::bitIs(unsigned bit, bool value) const {
   return PacketSet(guarded([=] { return value ? bdd_ithvar(variable) : bdd_nithvar(variable); }));
 }
 
-bool PacketSets::contains(const PacketSet& set, const Bits& bits) const {
-  int at = set.root_;
-  while (at > fullSet) at = bits.get(static_cast<unsigned>(bdd_var(at))) ? bdd_high(at) : bdd_low(at);
-  return at == fullSet;
-}
-
-Bits PacketSets::oneOf(const PacketSet& set) const {
-  KELP_ASSERT(!set.isEmpty(), "an example of nothing");
-  Bits bits;
-  for (int at = set.root_; at > fullSet;) {
-    const bool one = bdd_low(at) == emptySet;
-    bits.set(static_cast<unsigned>(bdd_var(at)), one);
-    at = one ? bdd_high(at) : bdd_low(at);
-  }
-  return bits;
-}
-
-Bits PacketSets::anyOf(const PacketSet& set, std::mt19937_64& random) const {
-  KELP_ASSERT(!set.isEmpty(), "any one of none");
-  Bits bits;
-  for (uint64_t& word : bits.word) word = random();
-  for (int at = set.root_; at > fullSet;) {
-    const auto variable = static_cast<unsigned>(bdd_var(at));
-    const int low = bdd_low(at), high = bdd_high(at);
-    const bool one = low == emptySet || (high != emptySet && bits.get(variable));
-    bits.set(variable, one);
-    at = one ? high : low;
-  }
-  for (unsigned bit = bits_; bit < Bits::words * 64; ++bit) bits.set(bit, false);
-  return bits;
-}
-
-Hull PacketSets::hullOf(const PacketSet& set) const {
-  KELP_ASSERT(!set.isEmpty(), "the hull of nothing");
-  Bits zeros, ones;  // which bits are ever 0, or 1
-  const auto variableOf = [this](int node) {
-    return node == fullSet ? bits_ : static_cast<unsigned>(bdd_var(node));
-  };
-  const auto free = [&](unsigned from, unsigned to) {
-    for (; from < to; ++from) zeros.set(from), ones.set(from);
-  };
-  Hull hull;
-  hull.exact = true;
-  free(0, variableOf(set.root_));
-  std::unordered_set<int> seen;
-  for (std::vector<int> due{set.root_}; !due.empty();) {
-    const int node = due.back();
-    due.pop_back();
-    if (node == fullSet) continue;
-    const unsigned variable = variableOf(node);
-    const int low = bdd_low(node), high = bdd_high(node);
-    hull.exact = hull.exact && (low == emptySet || high == emptySet);
-    if (low != emptySet) zeros.set(variable);
-    if (high != emptySet) ones.set(variable);
-    for (const int next : {low, high}) {
-      if (next == emptySet) continue;
-      free(variable + 1, variableOf(next));
-      if (seen.insert(next).second) due.push_back(next);
-    }
-  }
-  for (size_t i = 0; i < Bits::words; ++i) {
-    hull.cube.mask.word[i] = zeros.word[i] ^ ones.word[i];
-    hull.cube.value.word[i] = ones.word[i] & ~zeros.word[i];
-  }
-  return hull;
-}
-
 const PacketSet& PacketSets::besides(BitSpan span) const {
   const auto known = besides_.find({span.first, span.count});
   if (known != besides_.end()) return known->second;
@@ -278,45 +208,6 @@ const PacketSet& PacketSets::besides(BitSpan span) const {
 PacketSet PacketSets::projected(const PacketSet& set, BitSpan span) const {
   const PacketSet& quantified = besides(span);
   return PacketSet(guarded([&] { return bdd_exist(set.root_, quantified.root_); }));
-}
-
-namespace {
-
-void addRuns(int node, unsigned depth, BitSpan span, uint64_t base, std::vector<Run>& runs) {
-  if (node == emptySet) return;
-  const unsigned left = span.count - depth;
-  if (node == fullSet) {
-    const Run run{base, base + (uint64_t{1} << left) - 1};
-    if (!runs.empty() && runs.back().high + 1 == run.low)
-      runs.back().high = run.high;
-    else
-      runs.push_back(run);
-    return;
-  }
-  KELP_ASSERT(left > 0, "a set of some bits that tells others apart");
-  const bool told = static_cast<unsigned>(bdd_var(node)) == span.first + depth;
-  addRuns(told ? bdd_low(node) : node, depth + 1, span, base, runs);
-  addRuns(told ? bdd_high(node) : node, depth + 1, span, base + (uint64_t{1} << (left - 1)), runs);
-}
-
-}  // namespace
-
-std::vector<Run> PacketSets::runsOf(const PacketSet& set, BitSpan span) const {
-  KELP_ASSERT(span.count <= 16, "numbers that are too large to be listed");
-  std::vector<Run> runs;
-  addRuns(set.root_, 0, span, 0, runs);
-  return runs;
-}
-
-unsigned PacketSets::bitsToAvoid(const PacketSet& set, const Bits& bits, BitSpan span) const {
-  unsigned end = span.first;
-  for (int at = set.root_; at != emptySet;) {
-    KELP_ASSERT(at != fullSet, "what is to be avoided cannot be");
-    const auto variable = static_cast<unsigned>(bdd_var(at));
-    end = variable + 1;
-    at = bits.get(variable) ? bdd_high(at) : bdd_low(at);
-  }
-  return end - span.first;
 }
 
 double PacketSets::sizeOf(const PacketSet& set) const { return bdd_satcount(set.root_); }

@@ -3,6 +3,7 @@
 #include <Kelp/Duration.h>
 #include <Kiv/Clock.h>
 #include <agent/proof/Bits.h>
+#include <agent/proof/Runs.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -81,13 +82,6 @@ class PacketSet {
 /// What is in any of these sets. They are joined in pairs: each takes part in few unions of large sets.
 PacketSet joined(std::vector<PacketSet> sets);
 
-/// Values of some bits, taken for a number: from `low` to `high`.
-struct Run {
-  uint64_t low = 0, high = 0;
-  uint64_t count() const { return high - low + 1; }
-  bool operator==(const Run&) const = default;
-};
-
 /// Some bits one after the other; as a number the first is the highest.
 struct BitSpan {
   unsigned first = 0, count = 0;
@@ -119,10 +113,19 @@ class PacketSets {
   PacketSet projected(const PacketSet& set, BitSpan span) const;
   /// The values of some bits, at most 16, in a set that says nothing of others: in their order, and no two
   /// runs touch.
-  std::vector<Run> runsOf(const PacketSet& set, BitSpan span) const;
+  Runs runsOf(const PacketSet& set, BitSpan span) const;
   /// How many of some bits, from the first on, have to be as in an assignment so that nothing of a set is
   /// like that. The set says nothing of other bits, and does not have the assignment.
   unsigned bitsToAvoid(const PacketSet& set, const Bits& bits, BitSpan span) const;
+  /// A larger part around an assignment, of which only a little is in the set.
+  struct Holed {
+    unsigned bits = 0;  ///< how many of the span, from the first on, are as in the assignment
+    /// All that is in the set of what is so: each asks for these bits, and for others of the span.
+    std::vector<Cube> holes{};
+  };
+  /// Fewer bits are asked for than bitsToAvoid() says where every hole saves another part of the same kind at
+  /// least; of at most so many holes.
+  Holed holedAround(const PacketSet& set, const Bits& bits, BitSpan span, size_t mostHoles) const;
   /// How many assignments a set has, more or less.
   double sizeOf(const PacketSet& set) const;
   /// What a watcher is told next.

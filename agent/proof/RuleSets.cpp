@@ -63,7 +63,7 @@ PacketSet RuleSets::upTo(Field field, uint64_t high) const {
   return set;
 }
 
-PacketSet RuleSets::within(Field field, const std::vector<Run>& runs) const {
+PacketSet RuleSets::within(Field field, const Runs& runs) const {
   std::vector<PacketSet> parts;
   for (const Run& run : runs)
     parts.push_back(run.low == 0 ? upTo(field, run.high) : upTo(field, run.high) - upTo(field, run.low - 1));

@@ -37,7 +37,7 @@ class RuleSets {
     return masked(field, {0, value}, {~uint64_t{0}, ~uint64_t{0}});
   }
   /// A field of at most 64 bits has one of these values.
-  PacketSet within(Field field, const std::vector<Run>& runs) const;
+  PacketSet within(Field field, const Runs& runs) const;
   /// Where the bits of a field are.
   BitSpan spanOf(Field field) const {
     return {firstVariable(type_, static_cast<size_t>(field)), row(field).bits(type_)};

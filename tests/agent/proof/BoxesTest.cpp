@@ -195,34 +195,62 @@ TEST(Boxes, ReadLikeRules) {
     const char* rules;
     const char* expected;
   };
-  for (const Row& row : {
-           Row{"ip", "permit tcp 10.0.0.0/8 any eq 22", "tcp 10.0.0.0/8 any eq 22"},
-           Row{"ip", "permit ip any any", "ip any any"},
-           Row{"ip", "deny tcp any any\npermit ip any any", "ip any any not tcp"},
-           Row{"ip", "deny tcp any any eq 22 23\npermit tcp any host 192.0.2.1",
-               "tcp any host 192.0.2.1 neq 22 23\ntcp any host 192.0.2.1 fragments"},
-           Row{"ip", "deny tcp any any established\npermit tcp any any range 10 20 dscp ef",
-               "tcp any any range 10 20 dscp 46 not established"},
-           Row{"ip", "deny ip any any fragments\npermit ip any any", "ip any any not fragments"},
-           Row{"ip", "permit icmp any any echo ttl gt 9", "icmp any any 8 ttl gt 9"},
-           Row{"ip", "deny icmp any any unreachable\npermit icmp any any", "icmp any any not 3"},
-           // Each code that is not is of one type, so the box is for that type only.
-           Row{"ip", "deny icmp any any 8 0\ndeny icmp any any 5 0\npermit icmp any any",
-               "icmp any any 8 not 8 0\nicmp any any not 5 not 8\nicmp any any 5 not 5 0"},
-           Row{"ip", "permit tcp any any syn ack ttl lt 5\n", "tcp any any syn ack ttl lt 5"},
-           Row{"ip", "deny ip any any ttl lt 5\ndeny ip any any ttl gt 9\npermit ip any any",
-               "ip any any ttl gt 4 not ttl gt 9"},
-           Row{"ip", "permit ip 10.0.3.0 0.255.0.255 any", "ip 10.0.3.0 0.255.0.255 any"},
-           Row{"ip", "permit ip 10.0.0.0/9 any\npermit ip 10.128.0.0/9 any", "ip 10.0.0.0/8 any"},
-           Row{"ip", "permit vlan 5 ip any any", "vlan 5 ip any any"},
-           Row{"ip", "deny vlan 5 ip any any\npermit ip any any", "ip any any not vlan 5"},
-           Row{"ipv6", "permit udp 2001:db8::/32 gt 1023 any", "udp 2001:db8::/32 gt 1023 any"},
-           Row{"ipv6", "permit ipv6 host 2001:db8::1 any traffic-class 0x20",
-               "ipv6 host 2001:db8::1 any traffic-class 32"},
-           Row{"mac", "permit host 02:00:5e:00:00:01 any ip", "host 02:00:5e:00:00:01 any 0x0800"},
-           Row{"mac", "deny any any arp\npermit any any", "any any not 0x0806"},
-           Row{"ip", "", ""},
-       }) {
+  for (
+      const Row& row : {
+          Row{"ip", "permit tcp 10.0.0.0/8 any eq 22", "tcp 10.0.0.0/8 any eq 22"},
+          Row{"ip", "permit ip any any", "ip any any"},
+          Row{"ip", "deny tcp any any\npermit ip any any", "ip any any not tcp"},
+          Row{"ip", "deny tcp any any eq 22 23\npermit tcp any host 192.0.2.1",
+              "tcp any host 192.0.2.1 neq 22 23\ntcp any host 192.0.2.1 fragments"},
+          Row{"ip", "deny tcp any any established\npermit tcp any any range 10 20 dscp ef",
+              "tcp any any range 10 20 dscp 46 not established"},
+          Row{"ip", "deny ip any any fragments\npermit ip any any", "ip any any not fragments"},
+          Row{"ip", "permit icmp any any echo ttl gt 9", "icmp any any 8 ttl gt 9"},
+          Row{"ip", "deny icmp any any unreachable\npermit icmp any any", "icmp any any not 3"},
+          // Each code that is not is of one type, so the box is for that type only.
+          Row{"ip", "deny icmp any any 8 0\ndeny icmp any any 5 0\npermit icmp any any",
+              "icmp any any 8 not 8 0\nicmp any any not 5 not 8\nicmp any any 5 not 5 0"},
+          Row{"ip", "permit tcp any any syn ack ttl lt 5\n", "tcp any any syn ack ttl lt 5"},
+          Row{"ip", "deny ip any any ttl lt 5\ndeny ip any any ttl gt 9\npermit ip any any",
+              "ip any any ttl gt 4 not ttl gt 9"},
+          Row{"ip", "permit ip 10.0.3.0 0.255.0.255 any", "ip 10.0.3.0 0.255.0.255 any"},
+          Row{"ip", "permit ip 10.0.0.0/9 any\npermit ip 10.128.0.0/9 any", "ip 10.0.0.0/8 any"},
+          Row{"ip", "permit vlan 5 ip any any", "vlan 5 ip any any"},
+          Row{"ip", "deny vlan 5 ip any any\npermit ip any any", "ip any any not vlan 5"},
+          Row{"ipv6", "permit udp 2001:db8::/32 gt 1023 any", "udp 2001:db8::/32 gt 1023 any"},
+          Row{"ipv6", "permit ipv6 host 2001:db8::1 any traffic-class 0x20",
+              "ipv6 host 2001:db8::1 any traffic-class 32"},
+          Row{"mac", "permit host 02:00:5e:00:00:01 any ip", "host 02:00:5e:00:00:01 any 0x0800"},
+          Row{"mac", "deny any any arp\npermit any any", "any any not 0x0806"},
+          Row{"ip", "deny ip host 10.0.0.1 any\npermit ip any any", "ip any any not host 10.0.0.1 any"},
+          Row{"ip", "deny ip any host 10.0.0.1\npermit ip any any", "ip any any not any host 10.0.0.1"},
+          Row{"ip", "deny ip 10.1.0.0/16 any\npermit ip 10.0.0.0/8 any",
+              "ip 10.0.0.0/8 any not 10.1.0.0/16 any"},
+          Row{"ip",
+              "deny tcp host 10.0.0.1 any eq 22\ndeny tcp any any fragments\npermit tcp 10.0.0.0/8 any eq 22",
+              "tcp 10.0.0.0/8 any eq 22 not host 10.0.0.1 any"},
+          Row{"ip", "deny ip host 10.0.0.1 any\ndeny ip host 172.16.0.9 any\npermit ip any any",
+              "ip any any not host 10.0.0.1 any not host 172.16.0.9 any"},
+          // Where a `not` saves no line there is none.
+          Row{"ip", "deny ip 128.0.0.0/2 any\npermit ip any any", "ip 0.0.0.0/1 any\nip 192.0.0.0/2 any"},
+          Row{"ip", "permit ip 10.0.0.0/8 any\npermit ip 8.0.0.0/8 any",
+              "ip 8.0.0.0/8 any\nip 10.0.0.0/8 any"},
+          Row{"ip", "deny ip 0.0.0.1 255.255.255.254 any\npermit ip any any",
+              "ip 0.0.0.0 255.255.255.254 any"},
+          Row{"ipv6", "deny ipv6 any host 2001:db8::1\npermit ipv6 2001:db8::/32 any",
+              "ipv6 2001:db8::/32 any not any host 2001:db8::1"},
+          Row{"mac", "deny host 02:00:5e:00:00:01 any\npermit any any",
+              "any any not host 02:00:5e:00:00:01 any"},
+          Row{"ip", "deny udp any any fragments\ndeny udp any any eq 3389\npermit udp any any gt 1023",
+              "udp any any gt 1023 not any any eq 3389"},
+          Row{"ip",
+              "deny udp any any fragments\ndeny udp any range 200 201 any\npermit udp any range 100 900 any",
+              "udp any range 100 900 any not any eq 200 201 any"},
+          Row{"ip",
+              "deny udp any any fragments\npermit udp any any range 10 20\npermit udp any any range 30 40",
+              "udp any any range 10 20\nudp any any range 30 40"},
+          Row{"ip", "", ""},
+      }) {
     std::string text = fmt::format("{} access-list A\n", row.list);
     EXPECT_EQ(permittedBy(text + row.rules + "\n"), row.expected) << row.rules;
   }
@@ -259,6 +287,70 @@ TEST(Condition, IsRefusedWithWhatWasExpected) {
     EXPECT_FALSE(Proof::readCondition(row.type, row.text, &wrong)) << row.text;
     EXPECT_TRUE(wrong.starts_with(row.wrong)) << wrong;
   }
+}
+
+TEST(Condition, TellsWhereTheMistakeIs) {
+  struct Row {
+    Acl::AclType type;
+    const char* text;
+    size_t column;
+    const char* found;
+  };
+  for (const Row& row : {
+           Row{Acl::AclType::ip, "tcp any", 8, "the end of the line"},
+           Row{Acl::AclType::ip, "  tcp  any anny", 12, "\"anny\""},
+           Row{Acl::AclType::ip, "tcp any any not", 16, "nothing behind not"},
+           Row{Acl::AclType::ip, "tcp any any not syn not  host 10.0.0.300 any", 31, "\"10.0.0.300\""},
+           Row{Acl::AclType::ip, "tcp any any not host 10.0.0.3", 30, "the end of the line"},
+           Row{Acl::AclType::ip, "tcp any any not vlan 5 not any any eq 99999", 39, "\"99999\""},
+           Row{Acl::AclType::mac, "any any not vlan 9999", 18, "\"9999\""},
+           Row{Acl::AclType::ip, "tcp any any\x01", 12, "byte 0x01"},
+       }) {
+    Config::Cursor::Problem wrong;
+    EXPECT_FALSE(Proof::readCondition(row.type, row.text, &wrong)) << row.text;
+    EXPECT_EQ(wrong.column, row.column) << row.text;
+    EXPECT_EQ(wrong.found, row.found) << row.text;
+  }
+}
+
+TEST(Condition, HasPartsOfRulesBehindNot) {
+  struct Row {
+    Acl::AclType type;
+    const char* text;
+    const char* without;  // a condition for the same that is not in it
+  };
+  for (const Row& row : {
+           Row{Acl::AclType::ip, "tcp any any not host 10.0.0.1 any", "tcp host 10.0.0.1 any"},
+           Row{Acl::AclType::ip, "tcp any any not any eq 22 any", "tcp any eq 22 any"},
+           Row{Acl::AclType::ip, "tcp any any not any any eq 22", "tcp any any eq 22"},
+           Row{Acl::AclType::ip, "ip any any not udp host 10.0.0.1 any", "udp host 10.0.0.1 any"},
+           Row{Acl::AclType::ip, "ip any any not vlan 5", "vlan 5 ip any any"},
+           Row{Acl::AclType::ip, "ip any any not tcp", "tcp any any"},
+           Row{Acl::AclType::ip, "icmp any any not 8 0", "icmp any any 8 0"},
+           Row{Acl::AclType::ipv6, "ipv6 any any not any 2001:db8::/32", "ipv6 any 2001:db8::/32"},
+           Row{Acl::AclType::mac, "any any not any host 02:00:5e:00:00:01", "any host 02:00:5e:00:00:01"},
+       }) {
+    const Proof::RuleSets sets(row.type, {Kelp::Duration(3600)});
+    const auto set = [&](std::string_view text) {
+      std::string wrong;
+      const auto condition = Proof::readCondition(row.type, text, &wrong);
+      EXPECT_TRUE(condition) << text << ": " << wrong;
+      return condition ? setOf(*condition, sets) : Proof::PacketSet();
+    };
+    const std::string_view text = row.text;
+    EXPECT_EQ(set(text), set(text.substr(0, text.find(" not "))) - set(row.without)) << row.text;
+    EXPECT_NE(set(text), set(text.substr(0, text.find(" not ")))) << row.text;
+  }
+}
+
+TEST(Condition, IsForTheKindsThatItCanBeAskedOf) {
+  using enum Acl::AclType;
+  const std::vector<Acl::AclType> all = {ip, ipv6, mac};
+  Config::Cursor::Problem wrong;
+  EXPECT_EQ(Proof::kindsOfCondition("udp any any", all, &wrong), (std::vector{ip, ipv6}));
+  EXPECT_EQ(Proof::kindsOfCondition("any any 0x0806", all, &wrong), std::vector{mac});
+  EXPECT_TRUE(Proof::kindsOfCondition("any any 0x08zz", all, &wrong).empty());
+  EXPECT_EQ(wrong.column, 9u) << "only a MAC list could ask for it";
 }
 
 }  // namespace
