@@ -55,6 +55,7 @@ std::string cutOffText(const Standing& at, const Proof::Sayings& said) {
 Json findingJson(const Proof::Saying& saying) {
   Json finding = {{"code", saying.code.kind().code}, {"text", saying.text}};
   if (!saying.example.empty()) finding["example"] = saying.example;
+  if (!saying.by.empty()) finding["by"] = saying.by;
   return finding;
 }
 
@@ -88,7 +89,7 @@ ListProof proveLists(const Layers& layers, const Proof::Limits& limits,
   proveEach(effective, limits, say, isAsked, [&](const Standing& at, const Proof::Sayings& said) {
     const std::string title = listTitle(at.key->first, at.key->second);
     for (const Proof::Saying& each : said.all)
-      found.add({each.code, at.placeOf(each.sequence), title + " " + each.text, each.example});
+      found.add({each.code, at.placeOf(each.sequence), title + " " + each.text, each.example, each.by});
     if (!said.cutOff.empty()) proof.unchecked.push_back(cutOffText(at, said));
   });
   proof.warnings = found.take();

@@ -1,4 +1,5 @@
 #include <agent/proof/Habits.h>
+#include <agent/proof/OrderedSets.h>
 
 #include <utility>
 #include <variant>
@@ -58,34 +59,38 @@ bool isPermittedBefore(const Config::List& list, const RuleSets& sets, uint32_t 
   return left.isEmpty();
 }
 
-std::optional<Slip> firstSlip(const Config::List& list, const RuleSets& sets,
-                              const std::set<uint32_t>& dead) {
-  if (list.type == Acl::AclType::mac) return std::nullopt;
-  struct OfFragments {
-    const Config::Rule& rule;
-    PacketSet fragments;
-    bool ofOthersToo;
-    uint32_t sequence() const { return Config::common(rule).sequence; }
-  };
-  std::vector<OfFragments> ofFragments;
+void forEachSlip(const Config::List& list, const RuleSets& sets, const std::set<uint32_t>& dead,
+                 const std::function<void(const Slip&)>& tell) {
+  if (list.type == Acl::AclType::mac) return;
+  // What rules ask of later fragments: of those that deny by port once more, behind all others, as if they
+  // did not name ports.
+  OrderedSets fragments(sets);
+  std::set<uint32_t> ofOthersToo;
   for (const auto& [sequence, rule] : list.rules) {
     const PacketSet asked = sets.of(rule);
-    PacketSet fragments = asked & sets.laterFragments();
-    if (!fragments.isEmpty()) ofFragments.push_back({rule, fragments, fragments != asked});
+    PacketSet later = asked & sets.laterFragments();
+    if (later != asked) ofOthersToo.insert(sequence);
+    fragments.add(sequence, permits(rule), std::move(later));
   }
+  size_t done = 0;
   for (const auto& [sequence, rule] : list.rules) {
+    sets.sets().cameTo(done++, list.rules.size());
     if (!deniesByPort(rule) || dead.contains(sequence)) continue;
-    PacketSet left = laterFragmentsOf(rule, sets);
-    for (const OfFragments& other : ofFragments) {
-      const PacketSet met = left & other.fragments;
+    const size_t own = fragments.size();
+    fragments.add(sequence, 0, laterFragmentsOf(rule, sets));
+    PacketSet left = fragments[own].asked;
+    for (const size_t each : fragments.near(own, 0, list.rules.size())) {
+      const auto& other = fragments[each];
+      const PacketSet met = left & other.asked;
       // What an earlier rule permits with its ports is not denied by this one: nothing slips by.
-      const bool isMeant = other.ofOthersToo && other.sequence() < sequence;
-      if (!met.isEmpty() && permits(other.rule) && !isMeant)
-        return Slip{sequence, other.sequence(), sets.exampleOf(met)};
+      const bool isMeant = other.sequence < sequence && ofOthersToo.contains(other.sequence);
+      if (!met.isEmpty() && other.effect != 0 && !isMeant) {
+        tell({sequence, other.sequence, sets.exampleOf(met)});
+        break;
+      }
       left = left - met;
     }
   }
-  return std::nullopt;
 }
 
 }  // namespace Proof

@@ -4,7 +4,7 @@
 #include <agent/proof/RuleSets.h>
 
 #include <cstdint>
-#include <optional>
+#include <functional>
 #include <set>
 
 namespace Proof {
@@ -19,7 +19,9 @@ struct Slip {
   uint32_t passed = 0;  ///< the rule that permits later fragments of such packets
   Packet example;       ///< one of them
 };
-/// The first such rule of a list, if there is one; those in `dead` never match and are left out.
-std::optional<Slip> firstSlip(const Config::List& list, const RuleSets& sets, const std::set<uint32_t>& dead);
+/// Calls `tell` for each such rule of a list, in their order; those in `dead` never match and are left out.
+/// Throws LimitReached.
+void forEachSlip(const Config::List& list, const RuleSets& sets, const std::set<uint32_t>& dead,
+                 const std::function<void(const Slip&)>& tell);
 
 }  // namespace Proof

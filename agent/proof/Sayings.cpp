@@ -39,8 +39,7 @@ class Speaker {
     if (found.passesAll) say("list-passes-all", 0, "passes everything", found.example);
     if (found.passesNothing) say("list-passes-nothing", 0, "passes nothing", found.example);
     unlessCutOff([this] { speakOfFragments(); });
-    if (asked == Say::partsToo)
-      unlessCutOff([this] { speakOfParts(); }, "of which further rules earlier ones take a part");
+    if (asked == Say::partsToo) unlessCutOff([this] { speakOfParts(); }, furtherParts);
     if (!found.cutOff.empty())
       said_.cutOff = cutOffText(list_.rules.size() - found.judged, list_.rules.size(), found.cutOff);
     std::stable_sort(said_.all.begin(), said_.all.end(), [](const Saying& a, const Saying& b) {
@@ -50,8 +49,9 @@ class Speaker {
   }
 
  private:
-  void say(Agent::WarningCode code, uint32_t sequence, std::string text, const Packet& example) {
-    said_.all.push_back({code, sequence, std::move(text), exampleText(list_.type, example)});
+  void say(Agent::WarningCode code, uint32_t sequence, std::string text, const Packet& example,
+           std::vector<uint32_t> by = {}) {
+    said_.all.push_back({code, sequence, std::move(text), exampleText(list_.type, example), std::move(by)});
   }
   bool permits(uint32_t sequence) const {
     return Config::common(list_.rules.at(sequence)).action == Acl::Action::permit;
@@ -84,6 +84,7 @@ class Speaker {
         said_.all.push_back({"rule-never-matches",
                              rule,
                              fmt::format("rule {} never matches: no packet is as it asks", rule),
+                             {},
                              {}});
         break;
       case Oddity::covered:
@@ -91,9 +92,9 @@ class Speaker {
           say("established-before-all-tcp", rule,
               fmt::format("rule {} asks for established, but {} already {} all such TCP", rule,
                           rulesText(finding.by), finding.by.size() == 1 ? "permits" : "permit"),
-              finding.example);
+              finding.example, finding.by);
         } else {
-          say("rule-never-matches", rule, covered(finding), finding.example);
+          say("rule-never-matches", rule, covered(finding), finding.example, finding.by);
         }
         break;
       case Oddity::redundant:
@@ -124,12 +125,12 @@ class Speaker {
   }
 
   void speakOfFragments() {
-    const auto slip = firstSlip(list_, sets_, dead_);
-    if (!slip) return;
-    say("fragments-slip-by", slip->denied,
-        fmt::format("rule {} denies by port, but rule {} permits later fragments of such packets",
-                    slip->denied, slip->passed),
-        slip->example);
+    forEachSlip(list_, sets_, dead_, [this](const Slip& slip) {
+      say("fragments-slip-by", slip.denied,
+          fmt::format("rule {} denies by port, but rule {} permits later fragments of such packets",
+                      slip.denied, slip.passed),
+          slip.example, {slip.passed});
+    });
   }
 
   static std::string boxesText(const Boxes& boxes) {
@@ -139,14 +140,25 @@ class Speaker {
   }
   void speakOfParts() {
     constexpr size_t mostBoxes = 3;
-    forEachPartlyTaken(list_, sets_, mostBoxes, [this](const PartlyTaken& part) {
-      say("rule-partly-taken", part.sequence,
-          fmt::format("rule {} gets a part of what it asks for: left is {}; {} {} {}", part.sequence,
-                      boxesText(part.left), rulesText(part.by), part.by.size() == 1 ? "takes" : "take",
-                      boxesText(part.taken)),
-          part.example);
+    size_t told = 0;
+    forEachPartlyTaken(list_, sets_, mostBoxes, [this, &told](const PartlyTaken& part) {
+      if (told++ == mostParts) {
+        said_.cutOff = fmt::format("{} (they are more than {})", furtherParts, mostParts);
+        return false;
+      }
+      const std::string left = part.others == 0 ? boxesText(part.left)
+                                                : "for example " + exampleText(list_.type, part.exampleLeft);
+      std::string text =
+          fmt::format("rule {} gets a part of what it asks for: left is {}; {} {} {}", part.sequence, left,
+                      rulesText(part.by), part.by.size() == 1 ? "takes" : "take", boxesText(part.taken));
+      if (part.others > 0) text += fmt::format(", and {} more rules before it may take some", part.others);
+      say("rule-partly-taken", part.sequence, std::move(text), part.example, part.by);
+      return true;
     });
   }
+
+  static constexpr std::string_view furtherParts = "of which further rules earlier ones take a part";
+  static constexpr size_t mostParts = 1000;
 
   const Config::List& list_;
   const RuleSets& sets_;

@@ -17,7 +17,8 @@ struct Saying {
   uint32_t sequence = 0;  ///< of the rule that it is about; 0: the list as a whole
   /// What stands behind the title of the list: "rule 30 denies, but rules 10 and 20 permit all of it".
   std::string text;
-  std::string example;  ///< a packet as exampleText() gives it; empty: there is none
+  std::string example;       ///< a packet as exampleText() gives it; empty: there is none
+  std::vector<uint32_t> by;  ///< the other rules that it comes from, in their order
 };
 
 struct Sayings {

@@ -2,6 +2,7 @@
 
 #include <agent/warnings/Catalogue.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,8 @@ struct Warning {
   WarningCode code;
   Place place;
   std::string text;
-  std::string example{};  ///< a packet as `velo explain` takes it; empty: none
+  std::string example{};       ///< a packet as `velo explain` takes it; empty: none
+  std::vector<uint32_t> by{};  ///< the rules of the list that bring it about, in their order; empty: none
 
   Consequence consequence() const { return code.kind().consequence; }
   bool operator==(const Warning&) const = default;

@@ -39,6 +39,7 @@ Json warningJson(const Warning& warning) {
   document["column"] = placed ? Json(place.column) : Json(nullptr);
   document["text"] = warning.text;
   if (!warning.example.empty()) document["example"] = warning.example;
+  if (!warning.by.empty()) document["by"] = warning.by;
   return document;
 }
 

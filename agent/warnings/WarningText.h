@@ -17,7 +17,7 @@ std::string warningText(const Warning& warning);
 void tellWarnings(const Warnings& warnings);
 
 /// Members `code`, `consequence`, `file`, `line` and `column` (null without a place), `text`; and `example`
-/// if there is one.
+/// and `by` if there are any.
 nlohmann::ordered_json warningJson(const Warning& warning);
 nlohmann::ordered_json warningsJson(const Warnings& warnings);
 /// A line for each warning of such a document.

@@ -142,7 +142,7 @@ TEST(Edit, KeepsNoticesOfWhatIsStillThere) {
     const auto result = edited(sources, {"A", {}, row.commands});
     ASSERT_TRUE(result.model) << row.why << ": " << result.mistakes.front();
     std::vector<std::string> places;
-    for (const auto& [code, place, text, example] : result.model->notices.warnings)
+    for (const auto& [code, place, text, example, by] : result.model->notices.warnings)
       places.push_back(fmt::format("{}:{}:{}", place.file, place.line, place.column));
     EXPECT_EQ(places, row.places) << row.why;
   }

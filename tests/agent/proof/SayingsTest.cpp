@@ -15,6 +15,13 @@ std::string warned(const std::string& text, const Proof::Limits& limits = {Kelp:
   std::string all;
   for (const auto& each : found.all)
     all += fmt::format("{} {}: {} | {}\n", each.code.kind().code, each.sequence, each.text, each.example);
+  // Who is named in the words stands beside them in numbers.
+  for (const auto& each : found.all) {
+    for (const uint32_t rule : each.by) {
+      EXPECT_TRUE(each.by.size() > 5 || each.text.find(fmt::format("{}", rule)) != std::string::npos)
+          << each.text;
+    }
+  }
   return all + (found.cutOff.empty() ? "" : "not " + found.cutOff + "\n");
 }
 
@@ -70,6 +77,11 @@ TEST(Sayings, SayWhatIsOddInWordsWithAnExample) {
               "packets | "
               "tcp 0.0.0.0 > 0.0.0.0 later fragment\n"},
           Row{"10 deny tcp any any eq 23\n15 deny tcp any any fragments\n20 permit ip any any\n", ""},
+          Row{"10 deny tcp any any eq 23\n15 deny udp any any eq 69\n20 permit ip any any\n",
+              "fragments-slip-by 10: rule 10 denies by port, but rule 20 permits later fragments of such "
+              "packets | tcp 0.0.0.0 > 0.0.0.0 later fragment\n"
+              "fragments-slip-by 15: rule 15 denies by port, but rule 20 permits later fragments of such "
+              "packets | udp 0.0.0.0 > 0.0.0.0 later fragment\n"},
           // What is permitted whole does not slip by.
           Row{"10 permit tcp host 10.0.0.1 any\n20 deny tcp any any eq 23\n30 permit tcp any any lt 99\n",
               ""},
@@ -110,12 +122,65 @@ TEST(Sayings, SayOnRequestWhatIsLeftOfRules) {
       "tcp 0.0.0.0:1024 > 0.0.0.0:22 syn\n");
 }
 
+// Nobody reads what very many rules leave, and to find it out takes long.
+TEST(Sayings, SayOfARuleBehindVeryManyWhatTheFirstTakesAndAnExampleOfWhatIsLeft) {
+  const auto denied = [](int count) {
+    std::string rules = "ip access-list A\n";
+    for (int i = 0; i < count; ++i)
+      rules += fmt::format("{} deny tcp host 10.0.0.{} any eq 22\n", 10 * (i + 1), i);
+    return rules;
+  };
+  const auto told = [](const std::string& rules) {
+    return warned(rules, {Kelp::Duration(3600)}, Proof::Say::partsToo);
+  };
+  EXPECT_EQ(told(denied(80) + "2000 permit tcp 10.0.0.0/24 any eq 22\n"),
+            "rule-partly-taken 2000: rule 2000 gets a part of what it asks for: left is for example tcp "
+            "10.0.0.80:1024 > 0.0.0.0:22 syn; rule 10 takes tcp host 10.0.0.0 any eq 22, and 79 more rules "
+            "before it may take some | tcp 10.0.0.0:1024 > 0.0.0.0:22 syn\n");
+  EXPECT_EQ(
+      told(denied(128) + "2000 permit tcp 10.0.0.0/25 any eq 22\n"),
+      "rule-never-matches 2000: rule 2000 permits, but rules 10, 20, 30, 40 and 124 more deny all of it | "
+      "tcp 10.0.0.0:1024 > 0.0.0.0:22 syn\n"
+      "list-passes-nothing 0: passes nothing | tcp 0.0.0.0:1024 > 0.0.0.0:80 syn\n");
+}
+
+TEST(Sayings, SayOfAThousandRulesOnlyThatTheyGetAPart) {
+  std::string rules = "ip access-list A\n 1 deny tcp any any eq 22\n2 deny tcp any any fragments\n";
+  for (int i = 0; i < 1001; ++i)
+    rules += fmt::format("{} permit tcp host 10.0.{}.{} any\n", 10 + i, i / 250, i % 250);
+  const std::string found = warned(rules, {Kelp::Duration(3600)}, Proof::Say::partsToo);
+  EXPECT_EQ(std::count(found.begin(), found.end(), '\n'), 1001) << "and that there are more";
+  EXPECT_TRUE(
+      found.ends_with("not of which further rules earlier ones take a part (they are more than 1000)\n"));
+}
+
 TEST(Sayings, NameTheFirstOfManyRules) {
   std::string rules = "ip access-list A\n";
   for (int i = 0; i < 8; ++i) rules += fmt::format("{} permit ip 10.{}.0.0/11 any\n", 10 * (i + 1), 32 * i);
   EXPECT_EQ(warned(rules + "90 deny ip 10.0.0.0/8 any\n100 permit ip host 192.0.2.1 any\n"),
             "rule-never-matches 90: rule 90 denies, but rules 10, 20, 30, 40 and 4 more permit all of it | "
             "tcp 10.0.0.0:1024 > 0.0.0.0:80 syn\n");
+}
+
+TEST(Sayings, HaveTheRulesThatTheyComeFromInNumbers) {
+  struct Row {
+    const char* rules;
+    std::vector<std::vector<uint32_t>> by;  // of each saying
+  };
+  for (const Row& row : {
+           Row{"10 permit tcp 10.0.0.0/9 any\n20 permit tcp 10.128.0.0/9 any\n30 deny tcp 10.0.0.0/8 any\n",
+               {{10, 20}}},
+           Row{"10 permit tcp any any\n20 permit tcp any any established\n", {{10}}},
+           Row{"10 permit tcp any lt 0 any\n20 permit udp any any\n", {{}}},
+           Row{"10 deny tcp any any eq 23\n20 permit ip any any\n", {{20}}},
+           Row{"10 permit udp any any\n20 permit ip any any\n", {{}, {}}},
+       }) {
+    const auto model = modelOf(std::string("ip access-list A\n") + row.rules);
+    std::vector<std::vector<uint32_t>> by;
+    for (const auto& each : Proof::sayingsOf(model.lists.begin()->second, {Kelp::Duration(3600)}).all)
+      by.push_back(each.by);
+    EXPECT_EQ(by, row.by) << row.rules;
+  }
 }
 
 TEST(Sayings, SayWhatALimitLeftOut) {

@@ -31,10 +31,10 @@ const struct {
      R"({"code": "list-unbound", "consequence": "note", "file": null, "line": null, "column": null,
          "text": "A is bound nowhere"})"},
     {"an example behind it",
-     {"rule-never-matches", {"a", 2, 2}, "rule 20 never matches", "tcp 10.0.0.1:1 > 10.0.0.2:2 syn"},
+     {"rule-never-matches", {"a", 2, 2}, "rule 20 never matches", "tcp 10.0.0.1:1 > 10.0.0.2:2 syn", {5, 10}},
      "a:2:2: warning: rule 20 never matches (for example tcp 10.0.0.1:1 > 10.0.0.2:2 syn)",
      R"({"code": "rule-never-matches", "consequence": "surprise", "file": "a", "line": 2, "column": 2,
-         "text": "rule 20 never matches", "example": "tcp 10.0.0.1:1 > 10.0.0.2:2 syn"})"},
+         "text": "rule 20 never matches", "example": "tcp 10.0.0.1:1 > 10.0.0.2:2 syn", "by": [5, 10]})"},
 };
 
 TEST(WarningText, PeopleAndProgramsAreToldTheSame) {
