@@ -73,6 +73,7 @@ void Merger::addNotices(Config::Notices& notices, const std::map<Config::ListKey
   addSpots(&Config::Notices::shutdowns, notices);
   addSpots(&Config::Notices::rules, notices);
   auto& all = merged_.notices;
+  all.interfaces.merge(notices.interfaces);
   std::move(notices.texts.begin(), notices.texts.end(), std::back_inserter(all.texts));
   all.moreWarnings += notices.moreWarnings;
   for (Warning& warning : notices.warnings) {

@@ -55,7 +55,9 @@ bool sameInterfaces(std::vector<std::string> a, std::vector<std::string> b) {
 bool Statements::interface(Cursor& at, AclType) {
   mode_ = Mode::interface;
   interface_.clear();
-  return at.name("the name of an interface", &interface_) && at.end();
+  if (!at.name("the name of an interface", &interface_) || !at.end()) return false;
+  model_.notices.interfaces.insert(interface_);
+  return true;
 }
 
 bool Statements::noInterface(Cursor& at, AclType) {
@@ -66,6 +68,7 @@ bool Statements::noInterface(Cursor& at, AclType) {
       model_.bindings.erase({type, direction, name});
   }
   model_.interfaceNotes.erase(name);
+  model_.notices.interfaces.erase(name);
   return true;
 }
 

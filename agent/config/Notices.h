@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,6 +43,8 @@ struct Notices {
   std::map<ListKey, Spot> lists;
   std::map<std::string, Spot> portChannels, mirrorSessions;
   std::map<std::string, Spot> shutdowns;  ///< by interface
+  /// That have a block, whether or not anything stands in it.
+  std::set<std::string> interfaces;
   /// Of the rules that name a mirror session or an object-group only, for there may be very many rules; of
   /// all of them if it is asked for before the reading.
   bool ofAllRules = false;

@@ -3,6 +3,7 @@
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
+#include <agent/core/Words.h>
 #include <agent/warnings/WarningText.h>
 
 #include <CLI/CLI.hpp>
@@ -56,6 +57,12 @@ Exit Command::tellRefusal(const nlohmann::ordered_json& error, const char* undon
                                      {"warnings", error.value("warnings", none)}};
   if (error.contains("packets")) document["packets"] = error.at("packets");
   return print(linesOf(document), exitUsage);
+}
+
+Exit Command::notAnswered(const std::vector<std::string>& mistakes) const {
+  if (json() && !mistakes.empty()) return print(linesOf({{"mistakes", mistakes}}), exitUsage);
+  tellMistakes(mistakes);
+  return exitUsage;
 }
 
 void Command::tellWarnings(const nlohmann::ordered_json& document) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Agent {
 
@@ -30,6 +31,9 @@ class Command : public ProgramCommand {
   std::optional<nlohmann::ordered_json> ask(const nlohmann::ordered_json& request, Exit* exit) const;
   /// Tells of what was refused; with `--json` by a document, in which the member `undone` is false.
   Exit tellRefusal(const nlohmann::ordered_json& error, const char* undone) const;
+  /// Tells why a question has no answer; with `--json` by a document that has only this, as its member
+  /// `mistakes`. Without mistakes it was told before.
+  Exit notAnswered(const std::vector<std::string>& mistakes) const;
   /// Prints a result. `otherwise` is the exit status when that was possible.
   static Exit print(const std::string& text, Exit otherwise = exitDone);
   /// The member `warnings` of a document on standard error, if it has one.

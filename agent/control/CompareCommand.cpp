@@ -37,8 +37,9 @@ class CompareCommand final : public Command {
   Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string&) const override {
     const ConfigurationReader reader(texts_, control());
-    const auto before = reader.read(old_), after = reader.read(new_);
-    if (!before || !after) return exitUsage;
+    std::vector<std::string> mistakes;
+    const auto before = reader.read(old_, mistakes), after = reader.read(new_, mistakes);
+    if (!before || !after) return notAnswered(mistakes);
     CompareLimits limits = limits_;
     limits.proof = proof_.limits();
     const auto document = packetComparison(before->layers(), after->layers(), limits);

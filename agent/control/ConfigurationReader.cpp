@@ -15,29 +15,32 @@ namespace Agent {
 
 using Json = nlohmann::ordered_json;
 
-std::optional<Sources> ConfigurationReader::read(const std::string& name) const {
-  if (name == running) return ofAgent();
+std::optional<Sources> ConfigurationReader::read(const std::string& name,
+                                                 std::vector<std::string>& mistakes) const {
+  if (name == running) return ofAgent(mistakes);
   std::error_code error;
-  if (std::filesystem::is_directory(name, error)) return ofFiles({}, name);
-  return ofFiles({name}, "");
+  if (std::filesystem::is_directory(name, error)) return ofFiles({}, name, mistakes);
+  return ofFiles({name}, "", mistakes);
 }
 
-std::optional<Sources> ConfigurationReader::readAsOne(const std::vector<std::string>& names) const {
-  if (names.empty()) return ofAgent();
-  return names.size() == 1 ? read(names.front()) : ofFiles(names, "");
+std::optional<Sources> ConfigurationReader::readAsOne(const std::vector<std::string>& names,
+                                                      std::vector<std::string>& mistakes) const {
+  if (names.empty()) return ofAgent(mistakes);
+  return names.size() == 1 ? read(names.front(), mistakes) : ofFiles(names, "", mistakes);
 }
 
 std::optional<Sources> ConfigurationReader::ofFiles(const std::vector<std::string>& files,
-                                                    const std::string& dir) const {
+                                                    const std::string& dir,
+                                                    std::vector<std::string>& mistakes) const {
   ConfigFiles texts;
   auto wrong = texts.read(files, dir, limits_);
   if (wrong.empty()) {
     if (auto why = texts.sources().whyNot())
       wrong.push_back(fmt::format("{}: {}", files.empty() ? dir : files.front(), *why));
   }
-  tellMistakes(wrong);
-  if (!wrong.empty()) return std::nullopt;
-  return texts.takeSources();
+  if (wrong.empty()) return texts.takeSources();
+  mistakes.insert(mistakes.end(), wrong.begin(), wrong.end());
+  return std::nullopt;
 }
 
 namespace {
@@ -84,14 +87,14 @@ std::optional<InForceSources> sourcesInForce(ControlClient& agent, std::string* 
   return std::nullopt;
 }
 
-std::optional<Sources> ConfigurationReader::ofAgent() const {
+std::optional<Sources> ConfigurationReader::ofAgent(std::vector<std::string>& mistakes) const {
   Exit exit = exitDone;
   ControlClient agent;
   if (!connected(agent, control_, &exit)) return std::nullopt;
   std::string wrong;
   auto found = sourcesInForce(agent, &wrong);
   if (!found) {
-    complain(wrong);
+    mistakes.push_back(std::move(wrong));
     return std::nullopt;
   }
   return std::move(found->sources);

@@ -37,16 +37,19 @@ class ConfigurationReader {
   ConfigurationReader(TextLimits limits, std::string control)
       : limits_(limits), control_(std::move(control)) {}
 
-  /// Nothing after a complaint.
-  std::optional<Sources> read(const std::string& name) const;
+  // Nothing, with what is wrong added to `mistakes`; that no agent answers is told at once, and is not.
+
+  std::optional<Sources> read(const std::string& name, std::vector<std::string>& mistakes) const;
   /// Several texts that are one configuration; none: what the agent has in force.
-  std::optional<Sources> readAsOne(const std::vector<std::string>& names) const;
+  std::optional<Sources> readAsOne(const std::vector<std::string>& names,
+                                   std::vector<std::string>& mistakes) const;
   /// The ports of the agent, if it is that configuration; none when they cannot be had, and of texts.
   std::set<std::string> portsOf(const std::string& name) const;
 
  private:
-  std::optional<Sources> ofAgent() const;
-  std::optional<Sources> ofFiles(const std::vector<std::string>& files, const std::string& dir) const;
+  std::optional<Sources> ofAgent(std::vector<std::string>& mistakes) const;
+  std::optional<Sources> ofFiles(const std::vector<std::string>& files, const std::string& dir,
+                                 std::vector<std::string>& mistakes) const;
 
   const TextLimits limits_;
   const std::string control_;

@@ -29,7 +29,8 @@ bool readVerdict(Cursor& at, bool* passes) {
 }
 
 /// Takes the name of a port. The last word of a place ends in a colon.
-bool readPort(Cursor& at, bool isLast, std::string* port) {
+bool readPort(Cursor& at, bool isLast, std::string* port, size_t* column) {
+  *column = at.column();
   if (!at.name("the name of a port", port)) return false;
   if (!isLast) return true;
   if (port->size() < 2 || port->back() != ':')
@@ -40,11 +41,13 @@ bool readPort(Cursor& at, bool isLast, std::string* port) {
 
 bool readPlace(Cursor& at, Expectation* expected) {
   if (at.takeIf("from"))
-    return readPort(at, false, &expected->from) && at.keyword("to") && readPort(at, true, &expected->to);
+    return readPort(at, false, &expected->from, &expected->fromAt) && at.keyword("to") &&
+           readPort(at, true, &expected->to, &expected->toAt);
   std::string port;
   if (at.peek() != "on") return at.fail("on PORT in:, on PORT out: or from PORT to PORT:");
   at.take();
-  if (!readPort(at, false, &port)) return false;
+  if (!readPort(at, false, &port, &expected->fromAt)) return false;
+  expected->toAt = expected->fromAt;
   if (at.peek() != "in:" && at.peek() != "out:") return at.fail("in: or out:");
   (at.take() == "in:" ? expected->from : expected->to) = port;
   return true;
@@ -67,14 +70,28 @@ bool takeRule(std::string& text, std::optional<uint32_t>* rule) {
   return true;
 }
 
+/// Reads a condition. One that no IP list could ask is about frames.
+bool readCondition(Cursor& at, Expectation* expected) {
+  expected->condition = at.rest();
+  Cursor::Problem wrong;
+  const auto kinds = Proof::kindsOfCondition(
+      expected->condition, {Acl::AclType::ip, Acl::AclType::ipv6, Acl::AclType::mac}, &wrong);
+  if (kinds.empty()) {
+    wrong.column += at.column() - 1;
+    return at.failAs(std::move(wrong));
+  }
+  expected->ofFrames = kinds.front() == Acl::AclType::mac;
+  return true;
+}
+
 bool readOf(Cursor& at, const std::string& all, Expectation* expected) {
-  std::string rest(at.rest());
-  if (rest.empty()) return at.fail(all.empty() ? "a packet" : "a condition");
+  expected->whatAt = at.column();
+  if (at.atEnd()) return at.fail(all.empty() ? "a packet" : "a condition");
   if (!all.empty()) {
     if (all == "none") expected->passes = !expected->passes;
-    expected->condition = std::move(rest);
-    return true;
+    return readCondition(at, expected);
   }
+  std::string rest(at.rest());
   if (!takeRule(rest, &expected->rule))
     return at.fail("by rule and a number, or by no rule, behind the packet");
   std::string wrong;
@@ -82,15 +99,6 @@ bool readOf(Cursor& at, const std::string& all, Expectation* expected) {
   expected->frame =
       octets ? Frame{*octets, static_cast<uint32_t>(octets->size())} : readFrameText(rest, &wrong);
   return expected->frame || at.fail("a packet as velo explain takes it: " + wrong);
-}
-
-/// Whether a condition is written for MAC lists, and for no other.
-bool isOfFrames(const std::string& condition) {
-  const auto isOf = [&condition](Acl::AclType type) {
-    std::string wrong;
-    return Proof::readCondition(type, condition, &wrong).has_value();
-  };
-  return !isOf(Acl::AclType::ip) && !isOf(Acl::AclType::ipv6) && isOf(Acl::AclType::mac);
 }
 
 bool readLine(Cursor& at, Expectation* expected) {
@@ -129,18 +137,20 @@ std::vector<Expectation> readExpectations(const std::string& name, std::string_v
   return all;
 }
 
-std::optional<Fulfilment> Expecting::fulfilled(const Expectation& expected, std::string* wrong) const {
+std::optional<Fulfilment> Expecting::fulfilled(const Expectation& expected, NotLookedAt* wrong) const {
   if (auto none = whyNoPort(expected)) {
-    *wrong = *none;
+    *wrong = std::move(*none);
     return std::nullopt;
   }
-  return expected.frame ? ofPacket(expected, wrong) : ofAll(expected, wrong);
+  wrong->column = expected.whatAt;
+  return expected.frame ? ofPacket(expected, &wrong->why) : ofAll(expected, &wrong->why);
 }
 
 /// An expectation of a port that no configuration knows would hold of nothing.
-std::optional<std::string> Expecting::whyNoPort(const Expectation& expected) const {
-  for (const std::string& port : {expected.from, expected.to}) {
-    if (auto none = whyNotNamed(port, sources_, ports_)) return none;
+std::optional<NotLookedAt> Expecting::whyNoPort(const Expectation& expected) const {
+  for (const auto& [port, column] :
+       {std::pair(expected.from, expected.fromAt), {expected.to, expected.toAt}}) {
+    if (auto none = whyNotNamed(port, sources_, ports_)) return NotLookedAt{column, std::move(*none)};
   }
   return std::nullopt;
 }
@@ -170,7 +180,7 @@ std::optional<Fulfilment> Expecting::ofAll(const Expectation& expected, std::str
                           .to = expected.to,
                           .where = expected.condition,
                           .limits = limits_.leftSince(begin_, Kiv::steadyClock().now())};
-  if (isOfFrames(expected.condition)) question.type = Acl::AclType::mac;
+  if (expected.ofFrames) question.type = Acl::AclType::mac;
   const auto found = packetSearch(question, sources_.layers(), wrong);
   if (!found) return std::nullopt;
   for (const Json& kind : found->at("kinds")) {

@@ -25,11 +25,14 @@ namespace Agent {
 struct Expectation {
   int line = 0;
   std::string text;  ///< the line as it was written
+  // Columns in it, from 1: of the ports, and of the packet or condition.
+  size_t fromAt = 1, toAt = 1, whatAt = 1;
 
   bool passes = false;           ///< what is expected of the packet, or of each packet
   std::string from{}, to{};      ///< ports; empty: the lists there are not asked
   std::optional<Frame> frame{};  ///< nothing: it is about all packets of a condition
   std::string condition{};
+  bool ofFrames = false;           ///< what the condition says is for MAC lists
   std::optional<uint32_t> rule{};  ///< that is to decide; 0: none
 };
 
@@ -45,6 +48,12 @@ struct Fulfilment {
   std::string example{};  ///< and a packet that shows it, if there is one, as `velo explain` takes it
 };
 
+/// Why one could not be looked at, and the column of its line.
+struct NotLookedAt {
+  size_t column = 1;
+  std::string why{};
+};
+
 /// Looks whether expectations hold of sources, of an agent with these ports. `plugin` is the library that
 /// judges single packets; the limits are those of all expectations together.
 class Expecting {
@@ -53,12 +62,12 @@ class Expecting {
       : sources_(sources), ports_(std::move(ports)), plugin_(std::move(plugin)), limits_(limits) {}
 
   /// Nothing, and what is wrong, when it cannot be looked at.
-  std::optional<Fulfilment> fulfilled(const Expectation& expected, std::string* wrong) const;
+  std::optional<Fulfilment> fulfilled(const Expectation& expected, NotLookedAt* wrong) const;
 
  private:
   std::optional<Fulfilment> ofPacket(const Expectation& expected, std::string* wrong) const;
   std::optional<Fulfilment> ofAll(const Expectation& expected, std::string* wrong) const;
-  std::optional<std::string> whyNoPort(const Expectation& expected) const;
+  std::optional<NotLookedAt> whyNoPort(const Expectation& expected) const;
 
   const Sources& sources_;
   const std::set<std::string> ports_;

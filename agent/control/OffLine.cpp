@@ -72,6 +72,7 @@ std::set<std::string> interfacesIn(const Sources& sources) {
   sources.forEach([&all](const std::string&, const Config::Model& model) {
     for (const auto& [key, list] : model.bindings) all.insert(key.interface);
     for (const auto& [name, notes] : model.interfaceNotes) all.insert(name);
+    all.insert(model.notices.interfaces.begin(), model.notices.interfaces.end());
     for (const auto* groups : {&model.portChannels, &model.mirrorSessions}) {
       for (const auto& [name, members] : *groups) all.insert(members.begin(), members.end());
     }

@@ -36,17 +36,15 @@ class SimplifyCommand final : public Command {
 
   Exit whenItRunsOut() const override { return exitUsage; }
   Exit run(const std::string&) const override {
-    const auto sources = ConfigurationReader(texts_, control()).readAsOne(files_);
-    if (!sources) return exitUsage;
+    std::vector<std::string> mistakes;
+    const auto sources = ConfigurationReader(texts_, control()).readAsOne(files_, mistakes);
+    if (!sources) return notAnswered(mistakes);
     SimplificationQuestion question = question_;
     question.type = typeOfWord(type_);
     question.limits = proof_.limits();
     std::string wrong;
     const auto document = listSimplification(question, sources->layers(), &wrong);
-    if (!document) {
-      complain("simplify: " + wrong);
-      return exitUsage;
-    }
+    if (!document) return notAnswered({"simplify: " + wrong});
     if (json()) return Agent::print(linesOf(*document)) ? exitDone : exitUsage;
     fmt::print(stderr, "{}", listSimplificationText(*document));
     return Agent::print(document->at("text").get<std::string>()) ? exitDone : exitUsage;

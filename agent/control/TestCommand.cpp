@@ -117,19 +117,16 @@ class TestCommand final : public Command {
     std::vector<std::string> wrong;
     const auto files = read(wrong);
     const ConfigurationReader reader(texts_, control());
-    const auto sources = reader.read(config_);
-    if (!sources) {
-      tellMistakes(wrong);
-      return exitUsage;
-    }
+    const auto sources = reader.read(config_, wrong);
+    if (!sources) return notAnswered(wrong);
     std::set<std::string> ports = reader.portsOf(config_);
     ports.merge(namesIn(ports_));
     const Expecting expecting(*sources, std::move(ports), plugin, proof_.limits());
     Json results = Json::array();
     for (const auto& [name, expectations] : files) {
       for (const Expectation& each : expectations) {
-        std::string why;
-        if (const auto found = expecting.fulfilled(each, &why))
+        NotLookedAt not_;
+        if (const auto found = expecting.fulfilled(each, &not_))
           results.push_back({{"file", name},
                              {"line", each.line},
                              {"text", each.text},
@@ -137,7 +134,7 @@ class TestCommand final : public Command {
                              {"why", found->why},
                              {"example", found->example}});
         else
-          wrong.push_back(fmt::format("{}:{}: {}", name, each.line, why));
+          wrong.push_back(fmt::format("{}:{}:{}: {}", name, each.line, not_.column, not_.why));
       }
     }
     tellMistakes(wrong);

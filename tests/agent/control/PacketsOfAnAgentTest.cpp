@@ -6,6 +6,7 @@
 #include "../support/ModelOf.h"
 #include "../support/Run.h"
 #include "../support/RunningAgent.h"
+#include "../support/Sessions.h"
 
 // What is proven of the lists that an agent has in force, and of those that it is given: the real program
 // asks an agent in this process.
@@ -16,6 +17,13 @@ using namespace TestSupport;
 using testing::HasSubstr;
 using testing::Not;
 
+Ran ranBeside(RunningAgent& agent, std::vector<std::string> command) {
+  command.insert(command.end(), {"--control", agent.socketPath()});
+  auto ran = std::async(std::launch::async, [&command] { return runVelo(command); });
+  while (ran.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) agent.turns(5);
+  return ran.get();
+}
+
 class PacketsOfAnAgentTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -24,12 +32,7 @@ class PacketsOfAnAgentTest : public testing::Test {
         nullptr, unhurriedLimits());
     agent_.patch("eth1", "eth2");
   }
-  Ran run(std::vector<std::string> command) {
-    command.insert(command.end(), {"--control", agent_.socketPath()});
-    auto ran = std::async(std::launch::async, [&command] { return runVelo(command); });
-    while (ran.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) agent_.turns(5);
-    return ran.get();
-  }
+  Ran run(const std::vector<std::string>& command) { return ranBeside(agent_, command); }
 
   TempDir dir_;
   RunningAgent agent_;
@@ -80,6 +83,26 @@ TEST_F(PacketsOfAnAgentTest, ApplyTellsThemAndCarriesOutACleanUpOnly) {
   EXPECT_EQ(again.at("packets").at("same"), true);
   EXPECT_EQ(again.at("packets").at("lists"), nlohmann::ordered_json::array());
   EXPECT_EQ(run({"apply", "--packets", clean}).status, 2) << "of --dry-run";
+}
+
+TEST(PacketsOfThePage, AreToldByApply) {
+  const std::string folder = VELO_SOURCE_DIR "/examples/", page = readFile(VELO_SOURCE_DIR "/docs/proof.md");
+  const TempDir dir;
+  const std::string simpler = dir / "simpler.acl";
+  RunningAgent agent;
+  agent.start(readFile(folder + "shadowed.acl"), nullptr, unhurriedLimits());
+  EXPECT_EQ(
+      without(ranBeside(agent, {"apply", "--dry-run", "--packets", folder + "repaired.acl"}).out, folder),
+      sessionBehind(page, "$ velo apply --dry-run --packets repaired.acl"));
+  const Ran refused = ranBeside(agent, {"apply", "--only-if-same", folder + "repaired.acl"});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.err, HasSubstr("velo: nothing was applied: verdicts would change\n"));
+  writeFile(simpler, ranBeside(agent, {"simplify", "EDGE-IN", "--whole"}).out);
+  std::string done = ranBeside(agent, {"apply", "--only-if-same", simpler}).out;
+  const size_t file = done.find("start.acl"), folderOfIt = done.rfind(' ', file) + 1;
+  ASSERT_NE(file, std::string::npos) << done;
+  done.replace(folderOfIt, file - folderOfIt + 5, "shadowed");
+  EXPECT_EQ(done, sessionBehind(page, "$ velo apply --only-if-same simpler.acl"));
 }
 
 TEST_F(PacketsOfAnAgentTest, ShowTellsFindingsBesideTheRules) {
