@@ -12,7 +12,7 @@ namespace {
 using Acl::AclType;
 using Kind = Choice::Kind;
 
-constexpr size_t mostHoles = 4;
+constexpr size_t mostLeftOut = 4;
 
 }  // namespace
 
@@ -43,7 +43,7 @@ std::string FieldChoices::addressText(const Value& value, const Value& mask) con
 
 Choice FieldChoices::address(Field field, const PacketSet& bad, const Packet& packet) const {
   const BitSpan span = sets_.spanOf(field);
-  const auto holed = sets_.sets().holedAround(bad, sets_.bitsOf(packet), span, mostHoles);
+  const auto holed = sets_.sets().holedAround(bad, sets_.bitsOf(packet), span, mostLeftOut);
   Value mask;
   for (unsigned i = 0; i < holed.bits; ++i) mask.setBit(span.count - 1 - i);
   const Value& loose = field == Field::source ? loose_.source : loose_.destination;
