@@ -80,6 +80,7 @@ RolloutDriver::Look RolloutDriver::look(double now) {
     none.document = std::move(look.document);
     return none;
   }
+  look.document["driven"] = true;
   const bool isOurs = !drivers[0].empty() && drivers[0][0].value == who_;
   look.drives = isOurs || drivers[0].empty();
   if (!isOurs) return look;

@@ -399,6 +399,14 @@ class Guarding(FleetTest):
         other = self.joined("a2", "lab", "--fleet-login", login, check=False)
         other.process.send_signal(signal.SIGTERM)
         self.assertIn("permission denied", other.process.communicate(timeout=10)[1])
+        # A rollout gets to it like any text, but it is not for it to see to one.
+        with open(self.path("root.login"), "w", encoding="ascii") as file:
+            file.write("root:root\n")
+        as_root = ("--fleet-login", self.path("root.login"))
+        self.velo("apply", "edge", self.file("base", text("A", 30)), "--steps", "1", "--wait", "1s", "--detach", *as_root)
+        self.assertTrue(until(lambda: self.in_force("a1") > second))
+        self.assertFalse(until(lambda: self.velo("rollout", "status", *as_root)["rollouts"][0]["driven"], 5))
+        self.assertEqual(self.velo("rollout", "follow", "edge", *as_root)["rollouts"][0]["phase"], "done")
 
     def certificate(self, name, *words, signed=True):
         """A key and a certificate of the test's own authority: its files."""
