@@ -20,8 +20,9 @@ const Kelp::String& aclFacility();
 /// The plugin's fast-trace facility, "Acl".
 const Kelp::String& aclFastTraceFacility();
 
-/// Writes a trace line of the packet path, with the source line of the call: "Pkt", the packet's trace id, ":
-/// " and the text.
+/// Writes a trace line of the packet path, with the source line of the call. The trace id of the packet
+/// stands in front of the text:
+///   "Pkt17: TEXT"
 template <class... Args>
 void tracePkt(const PacketContext& ctx, std::string_view function,
               Zeb::TraceFormat<std::type_identity_t<Args>...> text, Args&&... args) {

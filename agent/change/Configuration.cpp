@@ -67,7 +67,7 @@ struct Configuration::Texts {
   }
   bool changesSomething() const { return !prepared.change.summary.empty(); }
   bool isToBeConfirmed() const { return request.confirm && changesSomething(); }
-  /// Mistakes and refusals are told, too; a dry run is nobody's business.
+  /// Mistakes and refusals are told, too. A dry run is not told, because it changes nothing.
   void tell(const TellLog& log) {
     if (request.dryRun) return;
     ChangeEvent event{request.who, commandLineName, summaryText(outcome.summary)};

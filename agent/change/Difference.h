@@ -29,8 +29,8 @@ inline std::string summaryText(const std::string& summary) { return summary.empt
 /// it is `renumbered`, which is when it says the same under another number, and when it is `respelled`, which
 /// is when only its remark or spelling differs. Of a rule that comes or goes `remark` is its remark, of any
 /// other one the remark before and after, if that differs; of a list `remarksBehind` the same of those behind
-/// its last rule. The member `summary` says all of it in a few words: "+1 list, 3 rules changed, 1 binding
-/// removed".
+/// its last rule. The member `summary` says all of it in a few words:
+///   "+1 list, 3 rules changed, 1 binding removed"
 ///
 /// The member `comesIntoForce` has what other sources define that is in force from then on.
 ///

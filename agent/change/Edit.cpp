@@ -4,6 +4,7 @@
 #include <agent/config/Cursor.h>
 #include <agent/config/Nearest.h>
 #include <agent/config/Reader.h>
+#include <agent/config/Sentences.h>
 #include <agent/config/Statements.h>
 #include <agent/config/Titles.h>
 #include <agent/config/Writer.h>
@@ -94,9 +95,9 @@ class ListEdit {
     if (low < from && from < high) return true;  // it is there
     const uint64_t number = low + (high - low) / 2;
     if (number == low || number > Config::highestNumber) {
-      return at_.failAt(place, fmt::format("a place with a free number: none is left {} {} (resequence makes "
-                                           "room)",
-                                           before ? "before" : "after", before ? high : low));
+      return at_.failAt(place,
+                        fmt::format("a place with a free number: none is left {} {} (resequence makes room)",
+                                    before ? "before" : "after", before ? high : low));
     }
     renumber(rules_.extract(from), static_cast<uint32_t>(number));
     return true;
@@ -186,10 +187,7 @@ class Editor {
     if (!number || given_.insert(*number).second) return;
     const auto first = list().rules.find(*number);
     if (first == list().rules.end()) return;
-    oddities_.push_back({"rule-twice",
-                         {placeName, command, 1},
-                         fmt::format("rule {} is given a second time: the first, {}, is lost", *number,
-                                     Config::common(first->second).text.view())});
+    oddities_.push_back({"rule-twice", {placeName, command, 1}, Config::ruleGivenTwice(first->second)});
   }
 
   static bool takesRuleAway(const Cursor& at) {
@@ -272,7 +270,7 @@ std::optional<std::string> find(const Sources& inForce, const Edit& edit, Model:
     return fmt::format("list {} is of the file {} of the configuration directory: it is changed there",
                        edit.list, elsewhere);
   }
-  return Config::orNearest(fmt::format("there is no list {}", edit.list), edit.list, names);
+  return Config::noSuch("list", edit.list, names);
 }
 
 /// Leaves in the notices of a model that was edited only what is odd about what it says. An oddity has its

@@ -23,7 +23,7 @@ struct PortNames : std::set<std::string> {
 struct Effective {
   explicit Effective(const Layers& layers);
 
-  /// Where a thing that is in force is defined.
+  /// The source whose definition of a thing is in force, and what this source says as a whole.
   struct Owner {
     std::string source;
     const Config::Model* model;

@@ -123,7 +123,7 @@ void FleetChanges::refuse(const Next& next, std::vector<std::string> wrong, bool
   isConflict_ = isConflict;
   refusedBy_ = current_.sources().version;
   Outcome outcome{next.content, std::move(wrong), next.openings(), next.change.summary};
-  // What is tried again and refused again is no news.
+  // What is tried again and refused again for the same reasons is told once.
   if (!refused_ || refused_->wrong != outcome.wrong) {
     if (isConflict)
       tellChange(current_.tell, {.who = next.who(),

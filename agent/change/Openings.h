@@ -11,8 +11,10 @@ namespace Agent {
 ChangeWarnings openings(const Effective& before, const Filtering& was, const Effective& after, Filtering is,
                         const PortNames* ports);
 
-/// What was probably meant by a name that is none of these: " (the device of port p1)", or " (did you mean
-/// eth1?)", the nearest ports; empty when none is near.
+/// What was probably meant by a name that is none of these: the port whose device it is, or the nearest
+/// ports; empty when none is near.
+///   " (the device of port p1)"
+///   " (did you mean eth1?)"
 std::string nearestPorts(const PortNames& ports, const std::string& name);
 
 }  // namespace Agent

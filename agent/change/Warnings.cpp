@@ -2,6 +2,7 @@
 #include <agent/change/WarningCollector.h>
 #include <agent/change/Warnings.h>
 #include <agent/config/Nearest.h>
+#include <agent/config/Sentences.h>
 #include <agent/config/Titles.h>
 #include <agent/core/Words.h>
 
@@ -120,7 +121,7 @@ void interfacesShutDown(const Facts& facts, WarningCollector& found) {
     for (const auto& [name, notes] : model->interfaceNotes) {
       if (!notes.shutdown) continue;
       found.add("shutdown", model->notices.placeOf(model->notices.shutdowns, name), [&, &name = name] {
-        return fmt::format("interface {}: shutdown is kept and has no effect: traffic goes on", name);
+        return fmt::format("interface {}: {}", name, Config::shutdownHasNoEffect);
       });
     }
   }

@@ -46,10 +46,9 @@ bool readServices(Cursor& at, std::vector<IpFilterBase>* services) {
   if (!protocol) {
     auto names = namesOf(protocolNames());
     names.insert(names.end(), {"tcp-udp", groupObject});
-    return at.fail(
-        orNearest("tcp, udp, sctp or tcp-udp with ports, icmp, another protocol name, 0 to 255 or "
-                  "group-object NAME",
-                  at.peek(), names));
+    return at.fail(orNearest(
+        "tcp, udp, sctp or tcp-udp with ports, icmp, another protocol name, 0 to 255 or group-object NAME",
+        at.peek(), names));
   }
   at.take();
   return readService(at, *protocol, services);

@@ -1,5 +1,5 @@
+#include <agent/config/Sentences.h>
 #include <agent/config/Statements.h>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <optional>
@@ -70,9 +70,7 @@ void Statements::noticeRule(Cursor& at, size_t position, const Rule& rule, const
   const bool givenHere = isGivenHere(key, sequence);
   const auto before = list_->rules.find(sequence);
   if (givenHere && before != list_->rules.end() && !isSameRule(before->second, rule)) {
-    at.warn(position, "rule-twice",
-            fmt::format("rule {} is given a second time: the first, {}, is lost", sequence,
-                        common(before->second).text.view()));
+    at.warn(position, "rule-twice", ruleGivenTwice(before->second));
   }
   auto& places = model_.notices.rules;
   if (model_.notices.ofAllRules || groups.any() || !common(rule).mirrorSession.empty()) {

@@ -25,9 +25,7 @@ bool readListNumber(Cursor& at, std::string* name, bool* standard) {
     return true;
   }
   return at.fail(
-      "the number of a list: 1 to 99 or 1300 to 1999 of a standard, 100 to 199 or 2000 to 2699 of an "
-      "extended "
-      "one");
+      "the number of a list: 1 to 99 or 1300 to 1999 of a standard, 100 to 199 or 2000 to 2699 of an extended one");
 }
 
 }  // namespace

@@ -15,9 +15,9 @@ namespace {
 class CheckCommand final : public Command {
  public:
   explicit CheckCommand(CLI::App& root)
-      : Command(root, "check",
-                "Read configuration texts, and tell every mistake and what lists probably do not mean; "
-                "needs no agent.") {
+      : Command(
+            root, "check",
+            "Read configuration texts, and tell every mistake and what lists probably do not mean; needs no agent.") {
     app().add_option("files", files_, "configuration texts; several are one")->type_name("FILE...");
     app()
         .add_option("--config-dir", dir_, "every file in DIR is a further source of configuration")

@@ -13,8 +13,7 @@ namespace Agent {
 namespace {
 
 constexpr const char* exitText =
-    "\nExit status: 0 done, 1 the agent could not be asked, 2 bad usage or configuration, or the agent "
-    "refused.";
+    "\nExit status: 0 done, 1 the agent could not be asked, 2 bad usage or configuration, or the agent refused.";
 
 }  // namespace
 

@@ -61,7 +61,7 @@ class ProofOptions {
   /// `seconds`: when nothing else is said.
   explicit ProofOptions(double seconds = 60) : seconds_(seconds) {}
 
-  /// `needed`: an option without which they have no sense, or null.
+  /// `needed`: an option that must be given, too, where one of these is given. Null: there is none.
   void addTo(CLI::App& command, CLI::Option* needed = nullptr);
   /// And `--partly`, for what is told of lists.
   void addPartly(CLI::App& command, CLI::Option* needed = nullptr);

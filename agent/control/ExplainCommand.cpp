@@ -17,11 +17,10 @@ namespace {
 constexpr const char* frameHelp =
     "FRAME is FILE.pcap[:N] (the Nth frame of a capture; - is standard input), the octets in hexadecimal, or a text such as\n"
     "  \"tcp 192.0.2.1:1234 > 198.51.100.7:443 ack vlan 5 ttl 64\"\n"
-    "  \"icmpv6 2001:db8::1 > 2001:db8::2 packet-too-big\"    \"udp [2001:db8::1]:53 > "
-    "[2001:db8::2]:1024\"\n"
-    "  \"ip 192.0.2.1 > 198.51.100.7 protocol gre dscp ef\"   \"arp 192.0.2.1 > 192.0.2.2 from "
-    "02:00:5e:00:00:01\"\n"
-    "or a whole line of velo tail, of the log of velo run, or the first one of an answer of explain. A super-frame,\n"
+    "  \"icmpv6 2001:db8::1 > 2001:db8::2 packet-too-big\"    \"udp [2001:db8::1]:53 > [2001:db8::2]:1024\"\n"
+    "  \"ip 192.0.2.1 > 198.51.100.7 protocol gre dscp ef\"   \"arp 192.0.2.1 > 192.0.2.2 from 02:00:5e:00:00:01\"\n"
+    "or a whole line of velo tail, of the log of velo run, or the first one of an answer of explain. "
+    "A super-frame,\n"
     "which is still to be cut into segments, is one packet to the lists.\n"
     "Nothing is counted. With --config no agent is asked.\n";
 

@@ -1,4 +1,4 @@
-#include <agent/config/Nearest.h>
+#include <agent/config/Sentences.h>
 #include <agent/control/ListChoice.h>
 #include <fmt/format.h>
 
@@ -17,8 +17,8 @@ std::optional<Config::ListKey> chosenList(const Effective& effective, const std:
     if (key.second == name && (!type || key.first == *type)) found.push_back(key);
   }
   if (found.size() == 1) return found.front();
-  const std::string kind = type ? std::string(Acl::stringValue(*type)) + " " : "";
-  *wrong = found.empty() ? Config::orNearest(fmt::format("there is no {}list {}", kind, name), name, names)
+  const std::string kind = type ? std::string(Acl::stringValue(*type)) + " list" : "list";
+  *wrong = found.empty() ? Config::noSuch(kind, name, names)
                          : fmt::format("there are several lists {}: --type says which", name);
   return std::nullopt;
 }

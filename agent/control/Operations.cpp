@@ -2,7 +2,7 @@
 #include <Zeb/System.h>
 #include <Zeb/TraceHandle.h>
 #include <agent/config/Cursor.h>
-#include <agent/config/Nearest.h>
+#include <agent/config/Sentences.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Words.h>
 #include <agent/explain/FrameArgument.h>
@@ -34,8 +34,7 @@ std::optional<std::string> whyNoSelection(const World& world, const Sources& sou
                                           const ShowOptions& options) {
   const auto whyNot = [](std::string_view kind, const std::string& name, const std::set<std::string>& known) {
     if (name.empty() || known.contains(name)) return std::optional<std::string>();
-    const std::vector<std::string_view> names(known.begin(), known.end());
-    return std::optional(Config::orNearest(fmt::format("there is no {} {}", kind, name), name, names));
+    return std::optional(Config::noSuch(kind, name, known));
   };
   std::set<std::string> titles;
   sources.forEach(
@@ -65,7 +64,7 @@ std::optional<std::string> whyNoPort(const World& world, const std::string& name
   if (isAmong(world.forwarder.ports())) return std::nullopt;
   std::vector<std::string_view> names;
   for (const auto& [id, port] : world.forwarder.ports()) names.push_back(id.name().view());
-  return Config::orNearest(fmt::format("there is no port {}", name), name, names);
+  return Config::noSuch("port", name, names);
 }
 
 std::vector<Operations::Operation> withCommonMembers(std::vector<Operations::Operation> operations) {
@@ -121,13 +120,12 @@ std::span<const Operations::Operation> Operations::all() {
       {"text",
        true,
        &Operations::text,
-       "`octets` held by now. Pieces of one name in a row are one text; several texts are read in order as "
-       "one",
+       "`octets` held by now. "
+       "Pieces of one name in a row are one text; several texts are read in order as one",
        {{"name", Kind::name, "", "what mistakes call the text"},
         {"text", Kind::text, "", "a piece of a configuration text for the `apply` to come"}}},
       {"apply", true, &Operations::apply,
-       "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `confirmWithin`, `survives`, `restart`, "
-       "`warnings`, `difference`: the texts that were sent replace the command line's configuration",
+       "`applied`, `refused`, `prepareSeconds`, `commitSeconds`, `confirmWithin`, `survives`, `restart`, `warnings`, `difference`: the texts that were sent replace the command line's configuration",
        withMembersOfChanges({{"revision", Kind::number, "null",
                               "of the configuration: when it is another one by now, nothing is applied"}})},
       {"edit", true, &Operations::edit,
@@ -180,8 +178,8 @@ std::span<const Operations::Operation> Operations::all() {
       {"frames",
        true,
        &Operations::frames,
-       "`frames` that were judged since the last request, see below, and `passedOver`: how many more there "
-       "were behind them. As long as there are none the answer waits",
+       "`frames` that were judged since the last request, see below, and `passedOver`: how many more there were behind them. "
+       "As long as there are none the answer waits",
        {}},
   });
   return operations;
@@ -206,10 +204,9 @@ void Operations::handle(Request request, Session& session, bool mayChange, const
   if (operation == known.end())
     return reply(Answer::failed("unknown-operation", fmt::format("\"{}\" is no operation", name)));
   if (operation->changes && !mayChange) {
-    return reply(
-        Answer::failed("not-allowed", fmt::format("{} is for root, the agent's own user and the group of "
-                                                  "the socket",
-                                                  name)));
+    return reply(Answer::failed(
+        "not-allowed",
+        fmt::format("{} is for root, the agent's own user and the group of the socket", name)));
   }
   if (const auto wrong = request.check(operation->members))
     return reply(Answer::failed("bad-request", fmt::format("{}: {}", name, *wrong)));

@@ -14,8 +14,8 @@ class SaveCommand final : public Command {
   explicit SaveCommand(CLI::App& root)
       : Command(
             root, "save",
-            "Write the command line's configuration of a running agent to its file, so that a restart reads "
-            "it.\nWhat the file said before is in FILE~ then.") {
+            "Write the command line's configuration of a running agent to its file, so that a restart reads it.\n"
+            "What the file said before is in FILE~ then.") {
     app().add_option("file", file_, "another file")->type_name("FILE");
     addControl();
   }

@@ -53,7 +53,8 @@ class CountedList {
            std::all_of(entries.begin(), entries.end(), isRule);
   }
 
-  /// Whether it is bound in one place of a direction alone, so that what it counts there is of that place.
+  /// Whether it is bound in exactly one place of a direction. Then all that it has counted in this direction
+  /// was counted at this place.
   bool isOfOnePlace(std::string_view direction) const {
     size_t places = 0;
     for (const Json& binding : list_.at("bindings")) places += binding.at("direction") == direction;

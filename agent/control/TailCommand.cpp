@@ -31,8 +31,7 @@ class TailCommand final : public Command {
   explicit TailCommand(CLI::App& root)
       : Command(
             root, "tail", "Show packets as a running agent judges them.",
-            "A line a packet: time (UTC), port, verdict, the lists and rules that decided or the reason of "
-            "a\n"
+            "A line a packet: time (UTC), port, verdict, the lists and rules that decided or the reason of a\n"
             "drop, and the packet. Packets that come faster than they can be shown are passed over, and a\n"
             "line says how many; traffic never waits. Ctrl-C ends it.\n") {
     app().get_option("--json")->description("one JSON document a line for each packet");

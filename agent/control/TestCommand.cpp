@@ -72,8 +72,8 @@ std::string junitText(const Json& document) {
   const auto failed = std::count_if(results.begin(), results.end(),
                                     [](const Json& each) { return each.at("holds") == false; });
   std::string text = fmt::format(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"velo\" tests=\"{}\" failures=\"{}\" "
-      "errors=\"{}\">\n",
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<testsuite name=\"velo\" tests=\"{}\" failures=\"{}\" errors=\"{}\">\n",
       results.size() + mistakes.size(), failed, mistakes.size());
   for (const Json& each : results) {
     text += fmt::format("  <testcase classname=\"{}\" name=\"{}: {}\"",

@@ -18,8 +18,8 @@ CLI::Option* addFormat(CLI::App& app, const char* option, const char* purpose, s
                        bool* lossy);
 
 /// Prints a configuration in a format; on standard error what the format cannot say. With `json` one document
-/// with the members `document`: the text, or null; `refused` and `leftOut`. `shown`: if not null, with what
-/// its lists have counted (StateTree.h).
+/// with the members `document`: the text, or null; `refused` and `leftOut`. `shown`: the lists as an agent
+/// shows them, whose counts become part of the document (StateTree.h); null: it has no counts.
 Exit printAs(const Config::Model& model, const std::string& format, bool lossy, bool json,
              const nlohmann::ordered_json* shown = nullptr);
 

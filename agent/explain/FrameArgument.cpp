@@ -75,8 +75,7 @@ std::optional<Frame> readFrameArgument(const std::string& argument, std::string*
   // None of the three. An argument with blanks was probably meant as a text, so tell the mistake in the text.
   if (argument.find(' ') != std::string::npos) return readFrameText(argument, wrong);
   *wrong = fmt::format(
-      "\"{}\" is no capture that exists, no hexadecimal digits, and no text such as \"tcp 192.0.2.1:1234 > "
-      "198.51.100.7:443 syn\"",
+      "\"{}\" is no capture that exists, no hexadecimal digits, and no text such as \"tcp 192.0.2.1:1234 > 198.51.100.7:443 syn\"",
       argument);
   return std::nullopt;
 }

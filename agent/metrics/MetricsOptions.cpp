@@ -50,9 +50,9 @@ void addMetrics(CLI::App& command, MetricsOptions& options) {
   command
       .add_option_function<std::string>(
           "--metrics-rules", [&options](const std::string& text) { options.rules = choices.at(text); },
-          fmt::format("which of the first {} rules have metrics of their own: none, those that were hit, or "
-                      "all (default all)",
-                      mostRuleMetrics))
+          fmt::format(
+              "which of the first {} rules have metrics of their own: none, those that were hit, or all (default all)",
+              mostRuleMetrics))
       ->check(CLI::IsMember({"none", "hit", "all"}))
       ->type_name("WHICH");
 }

@@ -119,10 +119,9 @@ MatchMessages::MatchMessages() {
     }
     const Zeb::LogDescriptor& descriptor = (*handle)->descriptor();
     if (fieldsOf(descriptor.format) != message.fields.size()) {
-      wrong_.push_back(
-          fmt::format("the plugin's log message {} is \"{}\", not one of {} fields: matches of rules with "
-                      "log are not told ({})",
-                      message.name, descriptor.format, message.fields.size(), message.tells));
+      wrong_.push_back(fmt::format(
+          "the plugin's log message {} is \"{}\", not one of {} fields: matches of rules with log are not told ({})",
+          message.name, descriptor.format, message.fields.size(), message.tells));
       continue;
     }
     known_[i] = {descriptor.format, static_cast<Severity>(descriptor.severity)};

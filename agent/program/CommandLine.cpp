@@ -90,16 +90,16 @@ class CommandLine {
  private:
   void addPluginOptions(CLI::App& command) {
     command
-        .add_option("--plugin", plugins_,
-                    "the library of a plugin, beside the access lists, which are VeloAcl.so beside the "
-                    "program unless one is called so; may be given several times")
+        .add_option(
+            "--plugin", plugins_,
+            "the library of a plugin, beside the access lists, which are VeloAcl.so beside the program unless one is called so; may be given several times")
         ->type_name("PATH")
         ->allow_extra_args(false);
     command
         .add_option(
             "--trace", traces_,
-            "facilities and levels to trace to standard error, such as Velo::Acl/0; all levels up to the one "
-            "named are on. Environment: VELO_TRACE")
+            "facilities and levels to trace to standard error, such as Velo::Acl/0; all levels up to the one named are on. "
+            "Environment: VELO_TRACE")
         ->type_name("NAME/LEVEL,...")
         ->envname("VELO_TRACE");
   }

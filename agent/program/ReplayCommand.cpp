@@ -23,12 +23,10 @@ ReplayCommand::ReplayCommand(CLI::App& program)
     : AgentCommand(program, "replay",
                    "Run captures through the lists and show what each rule matched and what was dropped.") {
   app().footer(
-      "Without --patch only the lists bound in are asked. Captures are pcap or pcapng files of Ethernet, "
-      "Linux cooked or raw IP, also compressed with gzip or zstd; several are merged by time. Where there is "
-      "no "
-      "Ethernet header MAC lists are not asked.\nExample: velo replay --config edge.acl --port eth1=in.pcap "
-      "--patch "
-      "eth1,eth2\n" +
+      "Without --patch only the lists bound in are asked. "
+      "Captures are pcap or pcapng files of Ethernet, Linux cooked or raw IP, also compressed with gzip or zstd; several are merged by time. "
+      "Where there is no Ethernet header MAC lists are not asked.\n"
+      "Example: velo replay --config edge.acl --port eth1=in.pcap --patch eth1,eth2\n" +
       std::string(exitMeaning));
   addConfigTexts(app(), given_.configs, given_.configDir, given_.limits);
   app()

@@ -38,11 +38,12 @@ class RunCommand final : public AgentCommand<RunOptions, runAgent> {
 RunCommand::RunCommand(CLI::App& program)
     : AgentCommand(program, "run", "Filter traffic between interfaces, until SIGTERM or SIGINT.") {
   app().footer(
-      "Nothing is forwarded before the whole configuration is in force. Needs CAP_NET_RAW, and CAP_NET_ADMIN "
-      "for TAP\ndevices (docs/ports.md says what other kinds need); other rights are given up.\nExample: velo run --config edge.acl --port eth1=ens3 "
-      "--port eth2=ens4 --patch eth1,eth2\nExit status: 0 ended by a signal, 1 a port or the socket could "
-      "not be opened or "
-      "the report not be written, 2 bad usage or\nconfiguration.");
+      "Nothing is forwarded before the whole configuration is in force. "
+      "Needs CAP_NET_RAW, and CAP_NET_ADMIN for TAP\n"
+      "devices (docs/ports.md says what other kinds need); other rights are given up.\n"
+      "Example: velo run --config edge.acl --port eth1=ens3 --port eth2=ens4 --patch eth1,eth2\n"
+      "Exit status: 0 ended by a signal, 1 a port or the socket could not be opened or the report not be written, 2 bad usage or\n"
+      "configuration.");
   addConfigTexts(app(), given_.configs, given_.configDir, given_.limits);
   app()
       .add_option("--port", ports_, "a port and what it is on; once a port. One of " + portForms())
@@ -87,8 +88,7 @@ void RunCommand::addPolling() {
                           : word == "sleep" ? PollMode::sleep
                                             : PollMode::adaptive;
           },
-          "what to do while nothing comes: busy asks on and on, adaptive does so for a moment and sleeps then, "
-          "sleep sleeps at once (default adaptive)")
+          "what to do while nothing comes: busy asks on and on, adaptive does so for a moment and sleeps then, sleep sleeps at once (default adaptive)")
       ->check(CLI::IsMember({"busy", "adaptive", "sleep"}))
       ->type_name("HOW");
   app()
@@ -103,8 +103,7 @@ void RunCommand::addWorkers() {
   app()
       .add_option(
           "--workers", given_.workers,
-          "have so many processes serve the ports, each a share of the flows, and this one everything else "
-          "(default: this one alone)")
+          "have so many processes serve the ports, each a share of the flows, and this one everything else (default: this one alone)")
       ->check(CLI::Range(1u, mostWorkers))
       ->type_name("N");
   // How a worker is started by the first process, see agent/workers/WorkerProcess.h.

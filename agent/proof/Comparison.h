@@ -32,8 +32,8 @@ struct Changed {
   bool any() const { return !boxes.empty() || more; }
 };
 
-/// What becomes of packets when one list stands in the place of another. Of what has another verdict nothing
-/// is said besides.
+/// What becomes of packets when one list stands in the place of another. Packets that are opened or closed
+/// are told as that only, even if they are also mirrored, logged or counted in another way.
 struct ListComparison {
   Changed opened;    ///< dropped before, passed after
   Changed closed;    ///< passed before, dropped after

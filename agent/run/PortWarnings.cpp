@@ -67,17 +67,17 @@ void usedByHost(const std::vector<PortState>& ports, const std::map<std::string,
       warnings.push_back(
           {"port-has-address",
            {},
-           fmt::format("port {}: its device {} has addresses of the host ({}): it answers there, past "
-                       "the lists",
-                       port.name, port.device, fmt::join(addresses, ", "))});
+           fmt::format(
+               "port {}: its device {} has addresses of the host ({}): it answers there, past the lists",
+               port.name, port.device, fmt::join(addresses, ", "))});
     }
     if (use->second.ip6) {
       warnings.push_back(
           {"port-has-ipv6",
            {},
-           fmt::format("port {0}: IPv6 is on at its device {1}: the host answers there, past the lists "
-                       "(sysctl net.ipv6.conf.{1}.disable_ipv6=1)",
-                       port.name, port.device)});
+           fmt::format(
+               "port {0}: IPv6 is on at its device {1}: the host answers there, past the lists (sysctl net.ipv6.conf.{1}.disable_ipv6=1)",
+               port.name, port.device)});
     }
   }
 }

@@ -2,7 +2,7 @@
 #include <Kelp/String.h>
 #include <Nimnet/IntfId.h>
 #include <agent/change/Sources.h>
-#include <agent/config/Nearest.h>
+#include <agent/config/Sentences.h>
 #include <agent/show/ListReport.h>
 #include <fmt/format.h>
 
@@ -33,8 +33,7 @@ std::string noSuchList(const Core& core, const std::string& name) {
   for (const auto& keys : {reader.defined(), reader.undefined()}) {
     for (const auto& [type, list] : keys) known.insert(list.str());
   }
-  const std::vector<std::string_view> names(known.begin(), known.end());
-  return Config::orNearest(fmt::format("there is no list {}", name), name, names);
+  return Config::noSuch("list", name, known);
 }
 
 bool isRule(const Acl::AclSubConfig& rules, Acl::AclType type, const Kiv::UniqueId& id) {

@@ -1,4 +1,5 @@
 // Shows of lists and of what refers to them.
+#include <agent/config/Sentences.h>
 #include <agent/core/Reserve.h>
 #include <agent/core/Words.h>
 #include <agent/show/ListJson.h>
@@ -129,8 +130,7 @@ std::string interfacesText(const Json& document, const TextStyle& style) {
   std::string text = tableText(lines, {false, false, false, false, false}, style.colour);
   for (const auto& [name, one] : document.at("interfaces").items()) {
     if (one.contains("description")) text += fmt::format("{}: {}\n", name, valueText(one.at("description")));
-    if (one.contains("shutdown"))
-      text += fmt::format("{}: shutdown is kept and has no effect: traffic goes on\n", name);
+    if (one.contains("shutdown")) text += fmt::format("{}: {}\n", name, Config::shutdownHasNoEffect);
   }
   const Json& lost = document.at("withoutDevice");
   for (const auto& [name, destinations] : document.at("mirrorSessions").items()) {

@@ -17,9 +17,10 @@ inline constexpr Nimnet::EthAddr to{{0x02, 0, 0, 0, 0, 0x02}};
 inline constexpr uint8_t hops = 64;
 }  // namespace Unsaid
 
-/// The packet of a context, parsed, in a line: "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60
-/// octets". All is there that a rule can ask for. A super-frame that a sender left to be cut into segments is
-/// one packet here, as it is for the lists. `velo explain` takes the line back (explain/FrameText.h): whoever
+/// The packet of a context, parsed, in a line:
+///   "tcp 192.0.2.1:1024 > 198.51.100.7:443 syn, vlan 5, 60 octets"
+/// All is there that a rule can ask for. A super-frame that a sender left to be cut into segments is one
+/// packet here, as it is for the lists. `velo explain` takes the line back (explain/FrameText.h): whoever
 /// adds words to it, adds them there.
 std::string packetText(const Velo::PacketContext& ctx);
 

@@ -18,8 +18,9 @@ class RuleNames {
   /// The number of a rule of a list; 0 is the list's implicit drop. Nothing when the list has no such rule.
   std::optional<uint32_t> number(Acl::AclType type, const Kelp::String& list, const Kiv::UniqueId& id) const;
 
-  /// For each id in a line of a trace that is of a rule of a list that the line names, too: " (rule 10 of ip
-  /// access-list A)". Empty when there is none.
+  /// For each id in a line of a trace that is of a rule of a list that the line names, too:
+  ///   " (rule 10 of ip access-list A)"
+  /// Empty when there is none.
   std::string beside(std::string_view line) const;
 
  private:

@@ -80,9 +80,9 @@ std::string traceText(const Json& document, const TextStyle&) {
     const Json& rule = document.at("rules").at(i);
     text += lines[i].get<std::string>() + (rule.is_null() ? "" : " " + rule.get<std::string>()) + "\n";
   }
-  return text.empty() ? "nothing was traced; velo trace FACILITY/LEVEL switches a facility on, "
-                        "velo show trace-facilities lists them\n"
-                      : text;
+  return text.empty()
+             ? "nothing was traced; velo trace FACILITY/LEVEL switches a facility on, velo show trace-facilities lists them\n"
+             : text;
 }
 
 constexpr Show traceRows[] = {

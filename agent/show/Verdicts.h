@@ -77,8 +77,8 @@ void addVerdict(nlohmann::ordered_json& document, const Fate& fate);
 /// Adds `hits` and `mirrored`.
 void addHits(nlohmann::ordered_json& document, const Fate& fate);
 
-/// What became of a frame, by which rules, in a sentence without a full stop: "dropped on its way in by rule
-/// 10 of FROM-ALICE on eth1".
+/// What became of a frame, by which rules, in a sentence without a full stop:
+///   "dropped on its way in by rule 10 of FROM-ALICE on eth1"
 std::string sentenceOf(const Fate& fate);
 
 }  // namespace Agent

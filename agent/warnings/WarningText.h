@@ -9,8 +9,9 @@ namespace Agent {
 
 // How people and programs are told of warnings, whoever tells.
 
-/// "FILE:LINE:COLUMN: opening: TEXT"; without a place only "opening: TEXT". With an example, " (for example
-/// PACKET)" behind it.
+/// One of these, by whether the warning has a place and an example:
+///   "FILE:LINE:COLUMN: opening: TEXT"
+///   "opening: TEXT (for example PACKET)"
 std::string warningText(const Warning& warning);
 
 /// A line for each on standard error.

@@ -169,8 +169,6 @@ TEST_F(Process, TheHelperHoldsWhatItWasGiven) {
   EXPECT_EQ(made->mirroringHelper(), nullptr) << "the plugin gives it later";
 }
 
-// ---- The steps.
-
 TEST_F(Process, TheStepsHaveTheirNamesAndPositions) {
   EXPECT_EQ(plugin->inputStep()->name(), "DataplaneInputAclStep");
   EXPECT_EQ(plugin->inputStep()->position(), 32000u);

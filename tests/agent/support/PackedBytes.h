@@ -5,7 +5,7 @@
 namespace TestSupport {
 
 // Files as gzip and zstd may write them, of blocks that are stored as they are. They are made here octet by
-// octet, so that what the program unpacks is held against the formats themselves.
+// octet as the formats say, and not by the libraries with which the program unpacks them.
 
 /// One member (RFC 1952) of stored blocks (RFC 1951, 3.2.4).
 Bytes gzipBytes(const Bytes& content);

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <agent/config/Model.h>
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Config {
+
+// Sentences that people are told in more than one place.
+
+/// That something of a kind has not this name, and which of the known names come near.
+std::string noSuch(std::string_view kind, std::string_view name, std::span<const std::string_view> known);
+template <class Names>
+std::string noSuch(std::string_view kind, std::string_view name, const Names& known) {
+  const std::vector<std::string_view> names(known.begin(), known.end());
+  return noSuch(kind, name, std::span(names));
+}
+
+/// That a second rule is given the number of this one.
+std::string ruleGivenTwice(const Rule& first);
+
+/// Of an interface with the statement `shutdown`.
+inline constexpr std::string_view shutdownHasNoEffect = "shutdown is kept and has no effect: traffic goes on";
+
+}  // namespace Config
