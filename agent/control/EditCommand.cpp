@@ -9,7 +9,7 @@ namespace Agent {
 
 namespace {
 
-constexpr const char* help =
+constexpr const char* editHelp =
     "COMMAND is one of\n"
     "  [NUMBER] permit|deny ...    add a rule, or replace the one of this number\n"
     "  [NUMBER] remark TEXT        in front of the rule that comes next, or of the one of this number\n"
@@ -22,7 +22,8 @@ class EditCommand final : public ChangeCommand {
  public:
   explicit EditCommand(CLI::App& root)
       : ChangeCommand(root, "edit",
-                      "Change rules of one list of a running agent; several commands are one change.", help) {
+                      "Change rules of one list of a running agent; several commands are one change.",
+                      editHelp) {
     app().add_option("list", list_, "of the command line's configuration")->required()->type_name("LIST");
     app().add_option("commands", commands_, "what to do")->required()->type_name("COMMAND...");
     app()

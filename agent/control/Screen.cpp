@@ -12,8 +12,8 @@ namespace Agent {
 namespace {
 
 // The other screen without a cursor, and back.
-constexpr std::string_view enter = "\x1b[?1049h\x1b[?25l";
-constexpr std::string_view leave = "\x1b[0m\x1b[?25h\x1b[?1049l";
+constexpr std::string_view beginScreen = "\x1b[?1049h\x1b[?25l";
+constexpr std::string_view endScreen = "\x1b[0m\x1b[?25h\x1b[?1049l";
 constexpr int ending[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // For signal handlers: how standard input was before, if it is a terminal.
@@ -34,7 +34,7 @@ bool writeAll(std::string_view text) {
 void restore() {
   if (modeIsChanged) tcsetattr(STDIN_FILENO, TCSANOW, &modeBefore);
   modeIsChanged = false;
-  writeAll(leave);
+  writeAll(endScreen);
 }
 
 void handleEnd(int signal) {
@@ -70,7 +70,7 @@ Screen::Screen() {
   action.sa_handler = handleEnd;
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   for (const int signal : ending) sigaction(signal, &action, nullptr);
-  writeAll(enter);
+  writeAll(beginScreen);
 }
 
 Screen::~Screen() {

@@ -12,7 +12,7 @@ namespace Agent {
 
 namespace {
 
-constexpr std::chrono::seconds patience{10};
+constexpr std::chrono::seconds scrapePatience{10};
 
 }  // namespace
 
@@ -37,7 +37,7 @@ std::shared_ptr<const Samples> Scrapes::take() {
   std::unique_lock lock(mutex_);
   const uint64_t mine = ++asked_;
   eventfd_write(bell_.get(), 1);
-  answered_.wait_for(lock, patience, [&] { return stopped_ || done_ >= mine; });
+  answered_.wait_for(lock, scrapePatience, [&] { return stopped_ || done_ >= mine; });
   return done_ >= mine ? last_ : nullptr;
 }
 

@@ -67,7 +67,7 @@ void tellWrites(const AgentSight& sight, const Put& put) {
   put(static_cast<double>(writes.failed), {"failed"});
 }
 
-constexpr Metric rows[] = {
+constexpr Metric metricRows[] = {
     // Rules and lists.
     {"velo_rule_packets_total", counter, "list,kind,rule,direction", "Packets that a rule has decided about.",
      [](const RuleSight& rule, const Put& put) {
@@ -215,6 +215,6 @@ void Put::operator()(double value, std::initializer_list<std::string_view> furth
   sample.value = value;
 }
 
-std::span<const Metric> metrics() { return rows; }
+std::span<const Metric> metrics() { return metricRows; }
 
 }  // namespace Agent
