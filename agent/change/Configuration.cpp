@@ -1,104 +1,13 @@
-#include <Acl/Workshop.h>
-#include <Kiv/Clock.h>
 #include <agent/change/Configuration.h>
 #include <agent/change/StartChanges.h>
-#include <agent/config/Reader.h>
-#include <agent/core/Words.h>
-#include <agent/models/Reader.h>
 
-#include <tuple>
 #include <utility>
 
 namespace Agent {
 
-namespace {
-
-/// What the change is called that takes back what nobody has confirmed.
-constexpr const char* returnWord = "return";
-
-double seconds() { return Kiv::steadyClock().now().seconds(); }
-
-}  // namespace
-
-/// Texts for the command line's source. They are prepared on the thread.
-struct Configuration::Texts {
-  Request request;
-  Done done;
-  Outcome outcome{};
-  std::optional<Config::Model> model{};
-  PreparedChange prepared{};
-
-  void prepare(const CurrentConfig& current, const TextLimits& limits) {
-    const double start = seconds();
-    MadeModel made = request.make ? std::exchange(request.make, {})(current.sources()) : readTexts(limits);
-    outcome.mistakes = std::move(made.mistakes);
-    if (made.model) compare(current, *made.model);
-    model = std::move(made.model);
-    outcome.prepareSeconds = seconds() - start;
-  }
-  MadeModel readTexts(const TextLimits& limits) {
-    const std::vector<Config::Source> all = read(limits);
-    if (!outcome.mistakes.empty()) return {std::nullopt, std::move(outcome.mistakes)};
-    Config::Result result = Models::read(all, {}, mostMistakes, limits.yangDirs);
-    return {std::move(result.model), textsOf(result.mistakes)};
-  }
-  std::vector<Config::Source> read(const TextLimits& limits) {
-    TextReader reader(limits);
-    std::vector<Config::Source> all;
-    for (const std::string& path : request.files) {
-      if (auto file = reader.read(path, TextReader::Named::byPlace, outcome.mistakes))
-        all.push_back({path, std::move(file->text)});
-    }
-    for (Config::Source& source : request.texts) {
-      if (auto why = reader.memory().whyNot(source.name, source.text))
-        outcome.mistakes.push_back(std::move(*why));
-      all.push_back(std::move(source));
-    }
-    request.texts = {};
-    return all;
-  }
-  void compare(const CurrentConfig& current, const Config::Model& now) {
-    Difference found = prepared.prepare(current.before(), commandLineName, &now,
-                                        {request.what, request.who, request.leave, request.dryRun});
-    outcome.summary = std::move(found.summary);
-    outcome.difference = std::move(found.json);
-    outcome.warnings = std::move(prepared.told);
-    outcome.refused = prepared.refused;
-  }
-  bool changesSomething() const { return !prepared.change.summary.empty(); }
-  bool isToBeConfirmed() const { return request.confirm && changesSomething(); }
-  /// Mistakes and refusals are told, too. A dry run is not told, because it changes nothing.
-  void tell(const TellLog& log) {
-    if (request.dryRun) return;
-    ChangeEvent event{request.who, commandLineName, summaryText(outcome.summary)};
-    if (request.what == returnWord) event.done = "taken back", event.who = "velo run, as nobody confirmed";
-    if (!outcome.applied) {
-      const auto& mistakes = outcome.mistakes;
-      event.refused = outcome.refused    ? *outcome.refused
-                      : mistakes.empty() ? ""
-                                         : mistakes.front() + (mistakes.size() > 1 ? " ..." : "");
-    }
-    event.warnings = std::move(prepared.fresh);
-    tellChange(log, event);
-  }
-  bool isCarriedOut() const { return !request.dryRun && !outcome.refused; }
-  /// Frees everything that was prepared, beside the loop, because it may be much. Nothing in force shares any
-  /// of it.
-  void fail(const std::string& why) {
-    Outcome failed;
-    failed.mistakes = {why};
-    failed.prepareSeconds = outcome.prepareSeconds;
-    Acl::Workshop::singleton().dispose(std::tuple(
-        std::exchange(request.texts, {}), std::exchange(request.make, {}), std::exchange(model, std::nullopt),
-        std::exchange(prepared.writes, {}), std::exchange(prepared.lasting, {}),
-        std::exchange(prepared.change, {}), std::exchange(outcome, std::move(failed))));
-  }
-};
-
 Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, ConfigFiles files,
                              Options options)
-    : limits_(options.limits),
-      task_(0, "Configuration", [this] { beginNext(); }),
+    : task_(0, "Configuration", [this] { beginNext(); }),
       current_{options.ports,
                options.tell,
                Commit(core, forwarder, loop.reserve(), files.takeSources(), std::move(options.applied),
@@ -106,121 +15,43 @@ Configuration::Configuration(Core& core, Forwarder& forwarder, EventLoop& loop, 
                std::move(options.warnings),
                std::move(options.filtered),
                History(std::move(options.past), options.journal)},
-      text_(rememberStart(current_, options.dir)),
       confirmation_(current_.history, loop.turnClock(),
-                    [this](const SharedText& before) { return takeBack(before); }),
-      restart_(loop,
-               {std::move(options.paths), options.dir, limits_, options.leave, std::move(options.ports)}),
-      background_(loop),
+                    [this](const SharedText& before) {
+                      if (busy()) return false;
+                      typed_.takeBack(before);
+                      return true;
+                    }),
+      restart_(loop, {std::move(options.paths), options.dir, options.limits, options.leave,
+                      std::move(options.ports)}),
+      typed_(loop, current_, confirmation_, options.limits, rememberStart(current_, options.dir),
+             [this](bool applied) {
+               if (applied) files_.conflictsAreDue();
+               beginNext();
+             }),
       files_(
-          loop, current_, confirmation_, {std::move(options.dir), limits_, options.leave}, files.contents(),
-          [this] { return !busy(); }, [this] { task_->scheduleTask(); }),
+          loop, current_, confirmation_, {std::move(options.dir), options.limits, options.leave},
+          files.contents(), [this] { return !busy(); }, [this] { task_->scheduleTask(); }),
       fleet_(
-          loop, current_, confirmation_, {limits_, options.leave}, [this] { task_->scheduleTask(); },
+          loop, current_, confirmation_, {options.limits, options.leave}, [this] { task_->scheduleTask(); },
           [this] { files_.conflictsAreDue(); }) {}
 
 bool Configuration::apply(Request request, Done done) {
   if (busy()) return false;
-  prepare(std::move(request), std::move(done));
+  typed_.begin(std::move(request), std::move(done));
   return true;
 }
 
 void Configuration::applyLater(Request request, Done done) {
-  waiting_.emplace_back(std::move(request), std::move(done));
+  typed_.add(std::move(request), std::move(done));
   task_->scheduleTask();
 }
 
 /// Files and the fleet come first: what somebody asked for later is compared with them.
 void Configuration::beginNext() {
-  if (background_.busy() || files_.preparing() || fleet_.preparing() || current_.commit.underWay() ||
+  if (typed_.preparing() || files_.preparing() || fleet_.preparing() || current_.commit.underWay() ||
       confirmation_.isBeingKept())
     return;
-  if (files_.begin() || fleet_.begin()) return;
-  if (waiting_.empty()) return files_.look();
-  auto [request, done] = std::move(waiting_.front());
-  waiting_.pop_front();
-  prepare(std::move(request), std::move(done));
-}
-
-void Configuration::prepare(Request request, Done done) {
-  const auto job = std::make_shared<Texts>(Texts{std::move(request), std::move(done)});
-  background_.run([this, job] { job->prepare(current_, limits_); },
-                  [this, job](const std::optional<std::string>& failed) {
-                    if (failed) job->fail(*failed);
-                    handlePrepared(job);
-                  });
-}
-
-void Configuration::handlePrepared(const std::shared_ptr<Texts>& texts) {
-  if (!texts->model) return answer(*texts);
-  if (!texts->isCarriedOut()) {
-    NewContent change{commandLineName, std::move(texts->model)};
-    const auto wrong = current_.commit.whyNot(change);
-    current_.commit.discard(std::move(change.model));
-    if (wrong) texts->fail(*wrong);
-    return answer(*texts);
-  }
-  if (const auto wrong = whyNot(*texts)) return fail(*texts, *wrong);
-  if (!texts->isToBeConfirmed()) return begin(texts);
-  confirmation_.keep(texts->prepared.change.text, text_, [this, texts](const auto& wrong) {
-    if (wrong) return fail(*texts, *wrong);
-    begin(texts);
-  });
-}
-
-/// Why a change cannot begin while another one waits to be confirmed.
-std::optional<std::string> Configuration::whyNot(const Texts& texts) {
-  const auto within = confirmation_.within();
-  if (!within || texts.request.confirm || texts.request.takesBack) return std::nullopt;
-  return waitsText(*within);
-}
-
-/// A change does not begin.
-void Configuration::fail(Texts& texts, const std::string& why) {
-  current_.commit.discard(std::move(texts.model));
-  texts.fail(why);
-  answer(texts);
-}
-
-void Configuration::begin(const std::shared_ptr<Texts>& texts) {
-  const auto refusal =
-      current_.commit.begin({commandLineName, std::move(texts->model)}, std::move(texts->prepared.writes),
-                            [this, texts](const Commit::End& end) {
-                              if (end.refused) return handleRefused(*texts, *end.refused);
-                              texts->outcome.applied = true;
-                              texts->outcome.commitSeconds = end.longestTurn;
-                              handleApplied(*texts);
-                              answer(*texts);
-                            });
-  if (refusal) handleRefused(*texts, refusal->why);
-}
-
-void Configuration::handleRefused(Texts& texts, const std::string& why) {
-  if (texts.isToBeConfirmed()) confirmation_.isDropped();
-  fail(texts, why);
-}
-
-void Configuration::handleApplied(Texts& texts) {
-  current_.warnings = std::move(texts.prepared.lasting);
-  current_.filtered = texts.prepared.filtered;
-  // A start brings back what was before an unconfirmed change, and is compared with that.
-  if (!texts.request.confirm) current_.history.filteredIs(current_.filtered);
-  const bool changes = texts.changesSomething();
-  if (changes) {
-    text_ = texts.prepared.change.text;
-    current_.history.add(std::move(texts.prepared.change));
-  }
-  if (changes && texts.request.confirm) return confirmation_.isInForce(*texts.request.confirm);
-  if (changes || texts.request.takesBack) confirmation_.isOver(texts.request.what == returnWord);
-}
-
-void Configuration::answer(Texts& texts) {
-  const bool applied = texts.outcome.applied;
-  const bool isKnown = texts.outcome.mistakes == std::vector{confirmation_.whyNotReturned()};
-  if (!isKnown || texts.request.what != returnWord) texts.tell(current_.tell);
-  texts.done(std::move(texts.outcome));
-  if (applied) files_.conflictsAreDue();
-  beginNext();
+  if (!files_.begin() && !fleet_.begin() && !typed_.begin()) files_.look();
 }
 
 void Configuration::confirm(const std::string& who, const Confirmation::Kept& done) {
@@ -239,22 +70,6 @@ void Configuration::confirm(const std::string& who, const Confirmation::Kept& do
   task_->scheduleTask();
   current_.history.filteredIs(current_.filtered);
   confirmation_.confirm(told);
-}
-
-/// It restores what was in force: no warning keeps it from that.
-bool Configuration::takeBack(const SharedText& before) {
-  Request request{.who = "nobody confirmed",
-                  .leave = {.openings = true},
-                  .what = returnWord,
-                  .make =
-                      [before](const Sources&) {
-                        Config::Result result = Config::read({{textThatComesBack, *before}});
-                        return MadeModel{std::move(result.model), textsOf(result.mistakes)};
-                      },
-                  .takesBack = true};
-  return apply(std::move(request), [this](const Outcome& outcome) {
-    if (!outcome.applied) confirmation_.notReturned(outcome.mistakes.empty() ? "" : outcome.mistakes.front());
-  });
 }
 
 void Configuration::savedIs(const std::string& who, const std::string& file, const std::string& wrong) {

@@ -7,12 +7,10 @@
 #include <agent/change/FileChanges.h>
 #include <agent/change/FleetChanges.h>
 #include <agent/change/Restart.h>
-#include <agent/core/Background.h>
+#include <agent/change/TypedChanges.h>
 #include <agent/forward/Forwarder.h>
 
-#include <deque>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -34,34 +32,9 @@ namespace Agent {
 /// Owner: the control plane. The core, the forwarder, the loop, the journal and the partners outlive it.
 class Configuration {
  public:
-  /// A change of the command line's source that somebody asks for: new texts, or what `make` makes.
-  struct Request {
-    std::vector<Config::Source> texts{};
-    std::vector<std::string> files{};  ///< read first, as further texts in front of the others
-    bool dryRun = false;               ///< only find out what would change
-    std::string who{};                 ///< for log and history: who asked
-    Leave leave{};
-    std::string what = "apply";                               ///< for the history, see Change
-    std::function<MadeModel(const Sources& inForce)> make{};  ///< called once, on the thread
-    std::optional<double> confirm{};  ///< seconds after which it is taken back if nobody confirms it
-    bool takesBack = false;           ///< carried out even while another one waits to be confirmed
-  };
-  /// What became of it.
-  struct Outcome {
-    /// The first hundred, each with FILE:LINE:COLUMN, or why the texts as a whole cannot be in force.
-    std::vector<std::string> mistakes;
-    /// Of the configuration after the change.
-    Warnings warnings;
-    /// Why warnings keep it from being carried out.
-    std::optional<std::string> refused;
-    std::string summary;  ///< what it comes to, in a few words
-    /// The document of difference(), as pieces of one line; empty when there are mistakes.
-    std::deque<std::string> difference;
-    bool applied = false;
-    double prepareSeconds = 0;
-    double commitSeconds = 0;  ///< how long packets waited at most
-  };
-  using Done = std::function<void(Outcome outcome)>;
+  using Request = TypedChanges::Request;
+  using Outcome = TypedChanges::Outcome;
+  using Done = TypedChanges::Done;
 
   struct Options {
     std::string dir;      ///< watched; empty: none
@@ -88,8 +61,8 @@ class Configuration {
   /// The same as soon as no other change is being carried out.
   void applyLater(Request request, Done done);
   bool busy() const {
-    return background_.busy() || current_.commit.underWay() || files_.busy() || !waiting_.empty() ||
-           fleet_.busy() || confirmation_.isBeingKept();
+    return typed_.busy() || files_.busy() || fleet_.busy() || current_.commit.underWay() ||
+           confirmation_.isBeingKept();
   }
   /// Confirms the change that waits for it. `done` is called when that is kept, with what is wrong if there
   /// is something. `who` asks, for the log.
@@ -113,34 +86,20 @@ class Configuration {
   const Warnings& warnings() const { return current_.warnings; }
   const History& history() const { return current_.history; }
   /// What the command line's source says.
-  const std::string& text() const { return *text_; }
+  const std::string& text() const { return typed_.text(); }
   const Confirmation& confirmation() const { return confirmation_; }
   const Restart& restart() const { return restart_; }
   /// While it looks, apply() works: that may lead to a change, but is not busy().
   const DirectoryFiles& directory() const { return files_.directory(); }
 
  private:
-  struct Texts;
-
-  void prepare(Request request, Done done);
-  void handlePrepared(const std::shared_ptr<Texts>& texts);
-  std::optional<std::string> whyNot(const Texts& texts);
-  void fail(Texts& texts, const std::string& why);
-  void begin(const std::shared_ptr<Texts>& texts);
-  void handleRefused(Texts& texts, const std::string& why);
-  void handleApplied(Texts& texts);
-  void answer(Texts& texts);
   void beginNext();
-  bool takeBack(const SharedText& before);
 
-  const TextLimits limits_;
-  std::deque<std::pair<Request, Done>> waiting_;
   Kiv::OwnedTask task_;  ///< begins the next change
   CurrentConfig current_;
-  SharedText text_;
   Confirmation confirmation_;
   Restart restart_;
-  Background background_;
+  TypedChanges typed_;
   FileChanges files_;
   FleetChanges fleet_;
 };
