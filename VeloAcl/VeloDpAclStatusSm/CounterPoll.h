@@ -13,6 +13,7 @@ class MachinePolls;
 
 /// A row of the machine's table of polls: what a poll copies, what it traces, and where its state is.
 struct PollSpec {
+  int line;  ///< of the row: what all polls trace in one place has it
   const char* inputReadyText;
   const char* inputsText;
   const char* firedText;
@@ -24,7 +25,6 @@ struct PollSpec {
   // Its field of the machine: somebody wants the pass to end, and the next one to begin at once.
   const bool& (MachinePolls::*duplicateSeen)() const;
   bool (MachinePolls::*duplicateSeenIs)(bool);
-  int line = __builtin_LINE();  ///< of the row: what all polls trace in one place has it
 };
 
 /// Copies a collection of counters into the status, again a second after each copy.

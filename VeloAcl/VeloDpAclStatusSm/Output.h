@@ -13,6 +13,7 @@ namespace Velo::VeloAcl {
 
 /// A row of the machine's table of outputs: what an output waits for and what it traces.
 struct OutputSpec {
+  int line;                           ///< of the row: what all outputs trace in one place has it
   const char* handlerText = nullptr;  ///< what its handler traces first, if anything
   const char* completeText;
   fmt::format_string<bool> reconcilingText = "";  ///< of a reconciled one
@@ -23,7 +24,6 @@ struct OutputSpec {
   bool afterRuleIds = false;             ///< the rule-id index must be ready
   bool afterPolls = false;               ///< every poll must have completed the pass that was asked for last
                                          ///< (not in a machine without tasks)
-  int line = __builtin_LINE();           ///< of the row: what all outputs trace in one place has it
 };
 
 /// A part of the status that streams write, and whether it has everything that the inputs say. Once an output

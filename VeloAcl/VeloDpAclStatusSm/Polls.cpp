@@ -6,7 +6,8 @@ MachinePolls::MachinePolls(const Arguments& args)
     : MachineStreams(args),
       copyIpOutCounters_(
           *this,
-          {.inputReadyText = "handleCopyIpOutCountersCodefInputReady",
+          {.line = __LINE__,
+           .inputReadyText = "handleCopyIpOutCountersCodefInputReady",
            .inputsText = "Inputs for copyIpOutCountersCodef ready",
            .firedText = "copyIpOutCounters = Poll fired",
            .flatteningText = " foreach( ipOutCounters.counterCollection ) flattening {} elements",
@@ -19,7 +20,8 @@ MachinePolls::MachinePolls(const Arguments& args)
            .duplicateSeenIs = &MachinePolls::copyIpOutCountersDuplicateSeenIs}),
       copyIp6OutCounters_(
           *this,
-          {.inputReadyText = "handleCopyIp6OutCountersCodefInputReady",
+          {.line = __LINE__,
+           .inputReadyText = "handleCopyIp6OutCountersCodefInputReady",
            .inputsText = "Inputs for copyIp6OutCountersCodef ready",
            .firedText = "copyIp6OutCounters = Poll fired",
            .flatteningText = " foreach( ip6OutCounters.counterCollection ) flattening {} elements",
@@ -32,7 +34,8 @@ MachinePolls::MachinePolls(const Arguments& args)
            .duplicateSeenIs = &MachinePolls::copyIp6OutCountersDuplicateSeenIs}),
       copyInCounters_(
           *this,
-          {.inputReadyText = "handleCopyInCountersCodefInputReady",
+          {.line = __LINE__,
+           .inputReadyText = "handleCopyInCountersCodefInputReady",
            .inputsText = "Inputs for copyInCountersCodef ready",
            .firedText = "copyInCounters = Poll fired",
            .flatteningText = " foreach( inCounters.counterCollection ) flattening {} elements",
@@ -45,7 +48,8 @@ MachinePolls::MachinePolls(const Arguments& args)
            .duplicateSeenIs = &MachinePolls::copyInCountersDuplicateSeenIs}),
       copyMacOutCounters_(
           *this,
-          {.inputReadyText = "handleCopyMacOutCountersCodefInputReady",
+          {.line = __LINE__,
+           .inputReadyText = "handleCopyMacOutCountersCodefInputReady",
            .inputsText = "Inputs for copyMacOutCountersCodef ready",
            .firedText = "copyMacOutCounters = Poll fired",
            .flatteningText = " foreach( macOutCounters.counterCollection ) flattening {} elements",

@@ -63,6 +63,13 @@ int64_t integerIn(const Json& json, const char* name) {
   return value;
 }
 
+/// Whether a new token may be answered. Tokens that are signed end with any change of users and roles; the
+/// store has no status of its own for that.
+bool isOldToken(int code, const std::string& said) {
+  return code == codeUnauthenticated || said.find("auth token") != std::string::npos ||
+         said.find("auth store is old") != std::string::npos;
+}
+
 std::string textIn(const Json& json, const char* name) {
   const auto member = json.find(name);
   return member != json.end() && member->is_string() ? member->get<std::string>() : std::string();
@@ -126,7 +133,7 @@ Etcd::Called Etcd::callOnce(const char* path, const std::string& body, double pa
           fmt::format("{}: {}", endpoint(),
                       said.empty() ? fmt::format("HTTP status {}", answer.status) : printableText(said)),
           isLate,
-          code == codeUnauthenticated || said.find("auth token") != std::string::npos,
+          isOldToken(code, said),
           isLate};
 }
 

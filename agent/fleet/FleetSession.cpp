@@ -114,6 +114,7 @@ std::string FleetSession::keepLease(const Around& around) {
     auto granted = etcd_.grant(identity_.leaseSeconds);
     if (!granted) return std::move(granted.wrong);
     lease_ = *granted.value;
+    isKnown_ = false;  // it may be another store, or somebody has forgotten the agent while it was away
     for (const auto& [key, value] : values_) due_.insert(key);
   }
   // By chance, so that not all agents of a fleet speak at the same time.

@@ -16,7 +16,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* inForceWord = "in force";
-/// Of as many groups rollouts are looked at: fewer than the operations that etcd takes in a transaction.
+/// The rollouts of so many groups are asked for at once: fewer than the operations that etcd takes in a
+/// transaction.
 constexpr size_t mostRollouts = 100;
 /// So many keys that are not read are named.
 constexpr size_t mostIgnoredShown = 20;
@@ -129,12 +130,13 @@ std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts) {
           {.key = knownPrefix(), .isPrefix = true}};
 }
 
-std::vector<EtcdRange> rolloutsQuestion(const FleetSight& sight) {
-  std::vector<EtcdRange> ranges;
-  for (const std::string& group : sight.rolloutGroups())
-    ranges.push_back({.key = rolloutKey(textsPrefix(group)), .at = sight.revision});
-  if (ranges.size() > mostRollouts) ranges.resize(mostRollouts);
-  return ranges;
+std::vector<std::vector<EtcdRange>> rolloutsQuestions(const FleetSight& sight) {
+  std::vector<std::vector<EtcdRange>> questions;
+  for (const std::string& group : sight.rolloutGroups()) {
+    if (questions.empty() || questions.back().size() == mostRollouts) questions.emplace_back();
+    questions.back().push_back({.key = rolloutKey(textsPrefix(group)), .at = sight.revision});
+  }
+  return questions;
 }
 
 FleetSight FleetSight::of(EtcdResult& answer) {
@@ -167,12 +169,13 @@ Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<Et
   FleetSight sight = FleetSight::of(*answer.value);
   auto& reads = answer.value->reads;
   if (found) found->assign(std::make_move_iterator(reads.begin() + 3), std::make_move_iterator(reads.end()));
-  auto rollouts = rolloutsQuestion(sight);
-  if (texts == FleetSight::Texts::whole || rollouts.empty()) return {std::move(sight), {}, false};
-  answer = etcd.read(std::move(rollouts));
-  if (!answer) return {{}, std::move(answer.wrong), false};
-  for (auto& read : answer.value->reads) {
-    for (EtcdEntry& entry : read) sight.texts[entry.key] = std::move(entry);
+  if (texts == FleetSight::Texts::whole) return {std::move(sight), {}, false};
+  for (auto& question : rolloutsQuestions(sight)) {
+    answer = etcd.read(std::move(question));
+    if (!answer) return {{}, std::move(answer.wrong), false};
+    for (auto& read : answer.value->reads) {
+      for (EtcdEntry& entry : read) sight.texts[entry.key] = std::move(entry);
+    }
   }
   return {std::move(sight), {}, false};
 }

@@ -43,9 +43,10 @@ struct FleetSight {
   std::vector<std::string> rolloutGroups() const;
 };
 
-/// What is asked for it. Rollouts are asked for by rolloutsQuestion() besides, when there are keys only.
+/// What is asked for it. Rollouts are asked for by rolloutsQuestions() besides, when there are keys only: so
+/// many at a time as the store answers at once.
 std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts);
-std::vector<EtcdRange> rolloutsQuestion(const FleetSight& sight);
+std::vector<std::vector<EtcdRange>> rolloutsQuestions(const FleetSight& sight);
 
 /// All of it as it is in the store at one revision. `further` is answered with it.
 Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further = {},

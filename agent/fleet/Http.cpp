@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <new>
 #include <string_view>
@@ -42,7 +43,8 @@ curl_blob blobOf(const std::string& text) {
 
 /// One question and what has come of its answer. The library calls back into it, so it stays where it is.
 struct Http::Stream::Transfer {
-  Transfer(CURLM* multiple, const HttpCredentials& credentials, const Question& question);
+  /// `count` is of the octets of all transfers of a client.
+  Transfer(CURLM* multiple, const HttpCredentials& credentials, const Question& question, uint64_t& count);
   ~Transfer() {
     if (added) curl_multi_remove_handle(multi, easy);
     curl_easy_cleanup(easy);
@@ -70,6 +72,7 @@ struct Http::Stream::Transfer {
     to.tooMuch = to.received.size() - to.taken + octets > to.most;
     if (to.tooMuch) return octets + 1;  // ends the transfer
     to.received.append(data, octets);
+    to.arrived += octets;
     return octets;
   }
 
@@ -78,6 +81,7 @@ struct Http::Stream::Transfer {
   Headers headers;
   const std::string body;
   const size_t most;
+  uint64_t& arrived;
   std::string received;
   size_t taken = 0;  // octets of it
   char error[CURL_ERROR_SIZE] = "";
@@ -87,8 +91,8 @@ struct Http::Stream::Transfer {
 };
 
 Http::Stream::Transfer::Transfer(CURLM* multiple, const HttpCredentials& credentials,
-                                 const Question& question)
-    : multi(multiple), easy(curl_easy_init()), body(question.body), most(question.most) {
+                                 const Question& question, uint64_t& count)
+    : multi(multiple), easy(curl_easy_init()), body(question.body), most(question.most), arrived(count) {
   if (!easy) throw std::bad_alloc();
   addHeader(headers, "Content-Type: application/json");
   for (const char* none : {"Accept:", "Expect:"}) addHeader(headers, none);
@@ -149,11 +153,13 @@ struct Http::Library {
     return multi;
   }
 
-  /// Moves what can be moved, and waits at most so long until something can be.
+  /// Moves what can be moved. If nothing has come by that, waits at most so long until something can be
+  /// moved.
   void turn(int milliseconds) {
     int running = 0;
+    const uint64_t before = arrived;
     curl_multi_perform(multi, &running);
-    if (collect()) return;
+    if (collect() || arrived != before) return;
     curl_multi_poll(multi, nullptr, 0, milliseconds, nullptr);
     curl_multi_perform(multi, &running);
     collect();
@@ -173,6 +179,7 @@ struct Http::Library {
 
   const HttpCredentials credentials;
   CURLM* const multi;
+  uint64_t arrived = 0;
   std::atomic<bool> stopped = false;
 };
 
@@ -182,7 +189,7 @@ Http::Http(HttpCredentials credentials) : library_(std::make_unique<Library>(std
 Http::~Http() = default;
 
 Http::Answer Http::post(const Question& question) {
-  Stream::Transfer transfer(library_->multi, library_->credentials, question);
+  Stream::Transfer transfer(library_->multi, library_->credentials, question, library_->arrived);
   const bool isLast = question.patience < lastPatience;
   curl_easy_setopt(transfer.easy, CURLOPT_TIMEOUT_MS, static_cast<long>(question.patience * 1000));
   transfer.begin();
@@ -195,7 +202,8 @@ Http::Answer Http::post(const Question& question) {
 }
 
 std::unique_ptr<Http::Stream> Http::stream(const Question& question) {
-  auto transfer = std::make_unique<Stream::Transfer>(library_->multi, library_->credentials, question);
+  auto transfer =
+      std::make_unique<Stream::Transfer>(library_->multi, library_->credentials, question, library_->arrived);
   transfer->begin();
   return std::unique_ptr<Stream>(new Stream(std::move(transfer)));
 }

@@ -25,10 +25,12 @@ constexpr std::pair<Rollout::Phase, const char*> phases[] = {{Rollout::Phase::ru
                                                              {Rollout::Phase::back, "back"},
                                                              {Rollout::Phase::done, "done"}};
 
-/// The agents' places in the order.
+/// The places in the order of the agents that are there: a step is for somebody who tries the texts.
 std::vector<std::string> placesOf(const Rollout& rollout, const RolloutView& view) {
   std::vector<std::string> places;
-  for (const auto& [name, agent] : view.agents) places.push_back(rollout.placeOf(name));
+  for (const auto& [name, agent] : view.agents) {
+    if (agent.isThere) places.push_back(rollout.placeOf(name));
+  }
   std::sort(places.begin(), places.end());
   return places;
 }
@@ -49,7 +51,8 @@ Rollout atStep(Rollout rollout, const RolloutView& view, std::string upTo) {
 Rollout fromStep(Rollout rollout, const RolloutView& view, size_t step) {
   const std::vector<std::string> places = placesOf(rollout, view);
   for (rollout.step = step; rollout.step + 1 < rollout.steps.size(); ++rollout.step) {
-    const uint64_t count = std::min<uint64_t>(rollout.steps[rollout.step].of(places.size()), places.size());
+    const uint64_t count =
+        std::min<uint64_t>(rollout.steps[rollout.step].of(view.agents.size()), places.size());
     if (count > 0 && places[count - 1] > rollout.upTo) {
       std::string upTo = places[count - 1];
       return atStep(std::move(rollout), view, std::move(upTo));

@@ -133,10 +133,11 @@ PortDevice::Received XdpDevice::receive(Frames frames) {
     XdpSocket& socket = *sockets_[nextSocket_ % sockets_.size()];
     ++nextSocket_;
     received.count += socket.receive(frames.subspan(received.count));
-    // What the kernel did not send at once is sent in the next turn.
+    // What the kernel did not send at once is sent in the next turn. A device that is down sends nothing: it
+    // is not asked without end.
     if (socket.isPushing()) {
-      socket.push();
-      received.more = received.more || socket.isPushing();
+      const bool mayGoOn = socket.push() == 0;
+      received.more = received.more || (mayGoOn && socket.isPushing());
     }
   }
   for (size_t i = 0; i < received.count; ++i)

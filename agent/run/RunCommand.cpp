@@ -133,6 +133,7 @@ std::optional<Exit> Run::prepare() {
   openMatchLog();
   if (auto failed = openControl()) return failed;
   openFleet();
+  answerSignals();
   return openMetrics();
 }
 
@@ -145,9 +146,17 @@ void Run::handleSignals() {
     ended_ = true;
     return loop_.stop();
   }
-  // Before the control plane is there, the request waits for the start.
-  if (asked.reload) reload();
-  if (asked.status) control_->tellStatus([this](auto make) { log_.tellMade(std::move(make)); });
+  reloadIsDue_ = reloadIsDue_ || asked.reload;
+  statusIsDue_ = statusIsDue_ || asked.status;
+  answerSignals();
+}
+
+/// Before the control plane is there, what signals ask for waits: while workers begin, the loop runs already.
+void Run::answerSignals() {
+  if (!control_) return;
+  if (std::exchange(reloadIsDue_, false)) reload();
+  if (std::exchange(statusIsDue_, false))
+    control_->tellStatus([this](auto make) { log_.tellMade(std::move(make)); });
 }
 
 void Run::reload() {

@@ -76,6 +76,7 @@ class Run {
   Exit refused(Exit result, const std::string& text);
   TellLog tellLog();
   void handleSignals();
+  void answerSignals();
   void reload();
   bool report() const;
   PortNames ports() const;
@@ -87,7 +88,8 @@ class Run {
   EventLog log_;
   ChangeCounts changes_;
   std::optional<Signals> signals_;
-  bool ended_ = false;  // a signal has said so
+  bool ended_ = false;                              // a signal has said so
+  bool reloadIsDue_ = false, statusIsDue_ = false;  // signals have asked for it
   EventLoop loop_;
   Core core_;
   std::optional<NamedTraces> namedTraces_;

@@ -255,13 +255,17 @@ bool Workers::isStuck(Member& member) {
 
 void Workers::watch() {
   watch_->scheduleTaskDelay(watchEvery);
+  const Kelp::Duration now = loop_.turnClock().now();
+  // Who was stopped itself has heard nobody.
+  const bool wasStopped = now - std::exchange(watched_, now) >= longestSilence;
   for (const auto& member : members_) {
+    if (wasStopped) member->heard = now;
     if (!member->process || !isStuck(*member)) continue;
     const std::string what = member->begun ? "does not answer" : "does not begin";
     tell(Severity::error, *member, what + ", and is ended");
     if (opening_ && !failed_) failed_ = fmt::format("worker {} {}", member->number, what);
     member->process->kill();
-    member->heard = member->started = loop_.turnClock().now();
+    member->heard = member->started = now;
   }
 }
 

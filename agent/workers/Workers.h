@@ -98,6 +98,7 @@ class Workers final : public Partners {
   uint64_t gatherings_ = 0;
   Kiv::OwnedTask again_;     // starts those that are missing
   Kiv::OwnedTask watch_;     // looks for workers that do not speak any more
+  Kelp::Duration watched_;   // when it did
   Kiv::OwnedTask patience_;  // of those who wait for counts
 };
 

@@ -7,7 +7,7 @@ namespace SmTest {
 namespace {
 
 /// A record names the line that wrote it also where that is a line of a table's user: the caller of what all
-/// walkers, outputs and polls share.
+/// walkers share, and the row of an output.
 TEST(TracePlaces, ARecordNamesTheLineThatWroteIt) {
   World world;
   Zeb::TraceHandle::enable("DpAclStatusVelo/9");
@@ -29,7 +29,8 @@ TEST(TracePlaces, ARecordNamesTheLineThatWroteIt) {
       {IN("RuleStreams.cpp"), "write(intoRuleStatus", "into( status.ruleStatus[ uid ] ): inserting"},
       {IN("CounterStreams.cpp"), "write(intoStatusOfRule", "into( status.ruleStatus[ key.ruleId ] )"},
       {IN("CounterPoll.cpp"), "spec_.firedText", "copyInCounters = Poll fired"},
-      {IN("Output.cpp"), "spec_.completeText", "Input scans for aclStatusStatusAclOutput complete"},
+      {IN("Outputs.cpp"), "aclStatusStatusAclOutput complete",
+       "Input scans for aclStatusStatusAclOutput complete"},
   };
 #undef IN
   for (const TracePlace& place : places) expectPlace(traces, place);
