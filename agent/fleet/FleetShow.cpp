@@ -59,7 +59,7 @@ class FleetShowAction final : public FleetAction {
   explicit FleetShowAction(CLI::App& fleet)
       : FleetAction(fleet, "show",
                     "Show what the rules of the fleet's lists have counted, on all agents together.",
-                    "What is counted, is so by agents that are there, since their counters began.") {
+                    "Counts are of the agents that are there now, each since its counters began.") {
     app()
         .add_option("what", what_, "access-lists: what the fleet has for its agents")
         ->required()

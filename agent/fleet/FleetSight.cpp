@@ -131,12 +131,12 @@ std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts) {
 }
 
 std::vector<std::vector<EtcdRange>> rolloutsQuestions(const FleetSight& sight) {
-  std::vector<std::vector<EtcdRange>> questions;
+  std::vector<std::vector<EtcdRange>> portions;
   for (const std::string& group : sight.rolloutGroups()) {
-    if (questions.empty() || questions.back().size() == mostRollouts) questions.emplace_back();
-    questions.back().push_back({.key = rolloutKey(textsPrefix(group)), .at = sight.revision});
+    if (portions.empty() || portions.back().size() == mostRollouts) portions.emplace_back();
+    portions.back().push_back({.key = rolloutKey(textsPrefix(group)), .at = sight.revision});
   }
-  return questions;
+  return portions;
 }
 
 FleetSight FleetSight::of(EtcdResult& answer) {

@@ -566,6 +566,7 @@ class Commanding(FleetTest):
         base = self.file("base", text("A", 10))
         self.velo("apply", "edge", base)
         self.joined("a1", "edge")
+        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 1))
         self.file("base", "ip access-list A\n")
         self.velo("apply", "edge", base, status=2)
         last = self.velo("apply", "edge", base, "--allow-open")["revision"]

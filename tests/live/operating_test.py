@@ -488,7 +488,7 @@ class Surviving(OperatedTest):
         fcntl.fcntl(agent.process.stdout, fcntl.F_SETPIPE_SZ, 4096)
         status, seconds = self.end_by_signal(agent)
         self.assertEqual(status, 1)
-        self.assertLess(seconds, 2)
+        self.assertLess(seconds, 5)  # a second, and what it takes to close devices of any kind on a busy machine
         self.assertIn("velo: ended before everything was written", agent.process.stderr.read())
 
     def test_it_ends_when_nobody_takes_its_traces(self):
