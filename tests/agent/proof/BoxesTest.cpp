@@ -249,6 +249,9 @@ TEST(Boxes, ReadLikeRules) {
           Row{"ip",
               "deny udp any any fragments\npermit udp any any range 10 20\npermit udp any any range 30 40",
               "udp any any range 10 20\nudp any any range 30 40"},
+          Row{"ip",
+              "deny udp any any fragments\npermit udp any any range 10 16\npermit udp any any range 18 24",
+              "udp any any range 10 16\nudp any any range 18 24"},
           Row{"ip", "", ""},
       }) {
     std::string text = fmt::format("{} access-list A\n", row.list);
