@@ -23,7 +23,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr double betweenRolloutLooks = 0.5;
 constexpr double longestWait = 7 * 86400;
 
 /// Seconds: "60", "60s", "5m", "1h".
@@ -171,7 +170,7 @@ Json followRollout(Etcd& etcd, const std::string& group, const std::string& who,
     }
     if (!look.document.is_null()) last = std::move(look.document);
     if (look.isOver) return last;
-    const double pause = std::max(betweenRolloutLooks, 9 * (steadyNow() - begin));
+    const double pause = RolloutDriver::pauseBehind(steadyNow() - begin);
     std::this_thread::sleep_for(std::chrono::duration<double>(pause));
   }
 }

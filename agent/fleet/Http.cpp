@@ -19,6 +19,8 @@ namespace Agent {
 namespace {
 
 constexpr long connectMilliseconds = 3000;
+/// Between asking whether the other end is there, once a minute has passed without a word.
+constexpr long keepAliveSeconds = 10;
 /// What is still asked when nothing is to wait any longer: to say goodbye.
 constexpr double lastPatience = 1;
 
@@ -102,6 +104,7 @@ Http::Stream::Transfer::Transfer(CURLM* multiple, const HttpCredentials& credent
   curl_easy_setopt(easy, CURLOPT_PROXY, "");
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
+  curl_easy_setopt(easy, CURLOPT_TCP_KEEPINTVL, keepAliveSeconds);
   curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectMilliseconds);
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers.get());

@@ -14,7 +14,6 @@ namespace {
 
 /// Agents of a group do not all try at once: the first one has the key before most have begun.
 constexpr double untilHelp = 3;
-constexpr double betweenHelp = 0.5;
 /// Rights may be given later.
 constexpr double untilAllowed = 600;
 
@@ -71,8 +70,7 @@ void RolloutHelper::run() {
       take(etcd, drivers);
       const double begin = steadySeconds();
       lookAt(drivers);
-      // Whatever a look costs, nine tenths of the time are left to others.
-      if (!isLate(std::max(betweenHelp, 9 * (steadySeconds() - begin)))) break;
+      if (!isLate(RolloutDriver::pauseBehind(steadySeconds() - begin))) break;
     } catch (const std::exception&) {  // memory ran out
       drivers.clear();
       if (!isLate(untilHelp)) break;

@@ -387,6 +387,8 @@ class TakingBack(OperatedTest):
 
 
 class Surviving(OperatedTest):
+    kills = 4
+
     def check_status(self, client):
         """Shows exactly the rules that are in force, by their ids; returns them by number."""
         rules = rules_of(client.ask("show", what="access-lists"))
@@ -399,7 +401,7 @@ class Surviving(OperatedTest):
         return rules
 
     def test_killed_at_any_moment(self):
-        kills = wanted("KILLS", 4)
+        kills = wanted("KILLS", self.kills)
         self.stations_are(1, 2)
         chance = random.Random(int(os.environ.get("VELO_LIVE_SEED", "1")))
         sink, stream = self.sink(), self.stream(1000)
