@@ -50,7 +50,7 @@ bool ControlClient::readable() const {
 
 std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) {
   // Read an answer even when the request could not be sent: an agent that hangs up says why before.
-  const bool sent = send(lineOf(request) + "\n");
+  const int unsent = send(lineOf(request) + "\n") ? 0 : errno;
   size_t searched = 0;
   for (;;) {
     const size_t end = buffer_.find('\n', searched);
@@ -70,8 +70,10 @@ std::optional<Json> ControlClient::ask(const Json& request, std::string* wrong) 
     const ssize_t got = recv(fd_, piece, sizeof piece, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) {
-      // With octets of a request that it has not read, closing is told as a reset.
-      const bool closed = sent && (got == 0 || errno == ECONNRESET);
+      // With octets of a request that it has not read, closing is told as a reset; before the request, as a
+      // pipe that is broken.
+      const bool hears = unsent == 0 || unsent == EPIPE || unsent == ECONNRESET;
+      const bool closed = hears && (got == 0 || errno == ECONNRESET);
       *wrong = closed ? path_ + ": the agent closed the connection" : failureOf(path_);
       return std::nullopt;
     }

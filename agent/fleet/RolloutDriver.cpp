@@ -60,7 +60,10 @@ std::string RolloutDriver::move(const FleetSight& sight, const Rollout& after) {
   if (after.phase != Rollout::Phase::done) return whyNot(etcd_.txn(rolloutMove(sight, group_, after)));
   const auto whole = fleetSight(etcd_, FleetSight::Texts::whole);
   if (!whole) return whole.wrong;
-  if (FleetPlace(whole.value->texts, textsPrefix(group_)).rolloutAt() != seen_) return changedMeanwhile;
+  // What somebody else has written to the group since the look is not overwritten: the next look sees it.
+  const FleetPlace place(whole.value->texts, textsPrefix(group_));
+  if (place.rolloutAt() != seen_ || FleetPlace::versionOf(place.texts()) != after.from)
+    return changedMeanwhile;
   return whyNot(etcd_.txn(rolloutMove(*whole.value, group_, after)));
 }
 
