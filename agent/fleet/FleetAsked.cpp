@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <random>
 #include <thread>
 #include <utility>
 
@@ -19,11 +18,6 @@ constexpr int questionSeconds = 30;
 constexpr std::chrono::duration<double> untilAnswers{5}, betweenAnswers{0.1};
 /// Of one transaction: fewer than the 128 operations that etcd takes.
 constexpr size_t mostAtOnce = 100;
-
-std::string newQuestion() {
-  std::random_device random;
-  return fmt::format("{:08x}{:08x}", random(), random());
-}
 
 std::string putQuestions(Etcd& etcd, const std::vector<std::string>& agents, const std::string& id,
                          const std::string& request, int64_t lease) {
@@ -66,7 +60,7 @@ Maybe<FleetAnswerTexts> askAgents(Etcd& etcd, const std::vector<std::string>& ag
   if (agents.empty()) return {std::move(answers), {}, false};
   const auto lease = etcd.grant(questionSeconds);
   if (!lease) return {{}, lease.wrong, false};
-  const std::string id = newQuestion();
+  const std::string id = keyOfChance();
   std::vector<std::string> waiting = agents;
   std::string wrong = putQuestions(etcd, agents, id, request, *lease.value);
   const auto end = SteadyClock::now() + std::chrono::duration_cast<SteadyClock::duration>(untilAnswers);

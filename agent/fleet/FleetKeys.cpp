@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <random>
 
 namespace Agent {
 
@@ -65,6 +66,11 @@ bool isOfPlace(std::string_view rest) {
 std::string prefixEnd(std::string prefix) {
   ++prefix.back();  // a slash
   return prefix;
+}
+
+std::string keyOfChance() {
+  std::random_device random;
+  return fmt::format("{:08x}{:08x}", random(), random());
 }
 
 std::string_view nameIn(std::string_view key, std::string_view prefix) {

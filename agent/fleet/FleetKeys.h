@@ -55,6 +55,8 @@ bool isOfPlace(std::string_view rest);
 
 /// The first key behind all that begin so.
 std::string prefixEnd(std::string prefix);
+/// A part of a key that nobody else has made.
+std::string keyOfChance();
 
 /// What comes behind a prefix and up to the next slash; empty if there is none. "agents" of a state's key.
 std::string_view nameIn(std::string_view key, std::string_view prefix);

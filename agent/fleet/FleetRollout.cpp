@@ -49,10 +49,6 @@ std::string whyNoStopIf(const std::string& text) {
   return readStopIf(text) ? "" : "\"" + text + "\" is no condition: as in 'drops rate > 2x'";
 }
 
-double steadyNow() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
 class FleetRolloutAction final : public FleetAction {
  public:
   explicit FleetRolloutAction(CLI::App& fleet)
@@ -159,7 +155,7 @@ Json followRollout(Etcd& etcd, const std::string& group, const std::string& who,
   Json last;
   std::string told;
   for (;;) {
-    const double begin = steadyNow();
+    const double begin = Kiv::steadyClock().now().seconds();
     RolloutDriver::Look look = driver.look(begin);
     const std::string line = !look.wrong.empty()       ? look.wrong
                              : look.document.is_null() ? ""
@@ -170,7 +166,7 @@ Json followRollout(Etcd& etcd, const std::string& group, const std::string& who,
     }
     if (!look.document.is_null()) last = std::move(look.document);
     if (look.isOver) return last;
-    const double pause = RolloutDriver::pauseBehind(steadyNow() - begin);
+    const double pause = RolloutDriver::pauseBehind(Kiv::steadyClock().now().seconds() - begin);
     std::this_thread::sleep_for(std::chrono::duration<double>(pause));
   }
 }

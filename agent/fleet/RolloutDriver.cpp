@@ -3,7 +3,6 @@
 #include <agent/fleet/RolloutDriver.h>
 #include <fmt/format.h>
 
-#include <random>
 #include <utility>
 
 namespace Agent {
@@ -11,11 +10,6 @@ namespace Agent {
 namespace {
 
 constexpr const char* changedMeanwhile = "somebody else has changed the rollout meanwhile";
-
-std::string randomId() {
-  std::random_device random;
-  return fmt::format("{:08x}{:08x}", random(), random());
-}
 
 /// What a transaction came to: empty when it was carried out.
 std::string whyNot(const Maybe<EtcdResult>& answer) {
@@ -26,7 +20,7 @@ std::string whyNot(const Maybe<EtcdResult>& answer) {
 }  // namespace
 
 RolloutDriver::RolloutDriver(Etcd& etcd, std::string group, std::string who)
-    : etcd_(etcd), group_(std::move(group)), who_(fmt::format("{} {}", who, randomId())) {}
+    : etcd_(etcd), group_(std::move(group)), who_(fmt::format("{} {}", who, keyOfChance())) {}
 
 RolloutDriver::~RolloutDriver() {
   if (lease_ != 0) etcd_.revoke(lease_);
@@ -99,7 +93,7 @@ RolloutDriver::Look RolloutDriver::look(double now) {
 
 Maybe<int64_t> beginRollout(Etcd& etcd, const FleetPlan& plan, const FleetSight& sight, int64_t auditedAt,
                             Rollout rollout) {
-  rollout.id = randomId();
+  rollout.id = keyOfChance();
   rollout.began = rollout.changed = Kiv::wallClock().now().seconds();
   const Rollout begun = begunRollout(std::move(rollout), rolloutView(sight, plan.group));
   const auto answer = etcd.txn(rolloutBegin(plan, sight, begun, auditedAt));

@@ -1,3 +1,4 @@
+#include <Kiv/Clock.h>
 #include <agent/core/Background.h>
 #include <agent/fleet/RolloutDriver.h>
 #include <agent/fleet/RolloutHelper.h>
@@ -16,10 +17,6 @@ namespace {
 constexpr double untilHelp = 3;
 /// Rights may be given later.
 constexpr double untilAllowed = 600;
-
-double steadySeconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 }  // namespace
 
@@ -68,9 +65,9 @@ void RolloutHelper::run() {
         if (!isLate(pause(chances))) break;
       }
       take(etcd, drivers);
-      const double begin = steadySeconds();
+      const double begin = Kiv::steadyClock().now().seconds();
       lookAt(drivers);
-      if (!isLate(RolloutDriver::pauseBehind(steadySeconds() - begin))) break;
+      if (!isLate(RolloutDriver::pauseBehind(Kiv::steadyClock().now().seconds() - begin))) break;
     } catch (const std::exception&) {  // memory ran out
       drivers.clear();
       if (!isLate(untilHelp)) break;
@@ -82,7 +79,7 @@ void RolloutHelper::take(Etcd& etcd, std::map<std::string, std::unique_ptr<Rollo
   const std::lock_guard lock(mutex_);
   for (const std::string& group : undriven_) {
     const auto denied = mayNot_.find(group);
-    if (denied != mayNot_.end() && steadySeconds() < denied->second) continue;
+    if (denied != mayNot_.end() && Kiv::steadyClock().now().seconds() < denied->second) continue;
     auto& driver = drivers[group];
     if (!driver) driver = std::make_unique<RolloutDriver>(etcd, group, who_);
   }
@@ -91,8 +88,8 @@ void RolloutHelper::take(Etcd& etcd, std::map<std::string, std::unique_ptr<Rollo
 void RolloutHelper::lookAt(std::map<std::string, std::unique_ptr<RolloutDriver>>& drivers) {
   for (auto at = drivers.begin(); at != drivers.end() && !ending_;) {
     auto& [group, driver] = *at;
-    const RolloutDriver::Look look = driver->look(steadySeconds());
-    if (look.mayNot) mayNot_[group] = steadySeconds() + untilAllowed;
+    const RolloutDriver::Look look = driver->look(Kiv::steadyClock().now().seconds());
+    if (look.mayNot) mayNot_[group] = Kiv::steadyClock().now().seconds() + untilAllowed;
     if (tell_ && look.wrong.empty() && !look.document.is_null() && (look.drives || look.isOver))
       tell_({Severity::info, "fleet: " + rolloutLine(look.document), {{"VELO_EVENT", "fleet"}}});
     // Without an answer it is asked again; when another one has the key, that one sees to it.
