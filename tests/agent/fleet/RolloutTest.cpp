@@ -86,6 +86,15 @@ TEST(Rollout, AStepIsANumberOfAgentsOrAPartOfThem) {
   EXPECT_EQ(count("100%", 7), 7u);
 }
 
+TEST(Rollout, WhoIsGoneIsNoCanary) {
+  RolloutView view = tenAgents();
+  const std::string first = turnOf(begun("1", view), view).front();
+  view.agents.at(first).isThere = false;
+  const auto turn = turnOf(begun("1", view), view);
+  EXPECT_EQ(turn.size(), 2u) << "one that tries the texts, and who is gone, for when it comes back";
+  EXPECT_NE(std::find(turn.begin(), turn.end(), first), turn.end());
+}
+
 TEST(Rollout, ItsKeySaysAllOfIt) {
   const RolloutView view = tenAgents();
   Rollout rollout = begun("1,50%", view);
