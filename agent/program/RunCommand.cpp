@@ -6,7 +6,7 @@
 #include <agent/ports/PortKinds.h>
 #include <agent/program/AgentCommand.h>
 #include <agent/program/RunCommand.h>
-#include <agent/run/RunCommand.h>
+#include <agent/run/Run.h>
 
 #include <CLI/CLI.hpp>
 

@@ -6,6 +6,7 @@
 #include <agent/core/Background.h>
 #include <agent/core/Memory.h>
 #include <agent/log/EventLog.h>
+#include <agent/run/AskedPorts.h>
 #include <agent/run/Capabilities.h>
 #include <agent/run/JoinPorts.h>
 #include <agent/run/WorkerRun.h>
@@ -69,7 +70,7 @@ class WorkerRun {
 WorkerRun::WorkerRun(const RunOptions& options)
     : options_(options),
       forwarder_(core_, options.malformed),
-      ports_(forwarder_, loop_, setupOf(options)),
+      ports_(forwarder_, loop_, AskedPorts(options).setup()),
       channel_(loop_, Descriptor(options.worker.front()),
                [this](std::optional<Message> message) { handle(std::move(message)); }),
       sweep_(core_, zero_, [this] { return commit_ && commit_->underWay(); }),

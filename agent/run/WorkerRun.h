@@ -5,9 +5,6 @@
 
 namespace Agent {
 
-/// What the ports of a run have in common.
-PortSetup setupOf(const RunOptions& options);
-
 /// Carries out the part of one worker of `velo run --workers N`: it has its share of what comes by the ports
 /// and lists of its own, and does what the first process tells it (agent/workers). Returns when that one says
 /// so, or is gone.

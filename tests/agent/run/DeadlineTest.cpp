@@ -1,6 +1,6 @@
 #include <agent/core/Descriptor.h>
 #include <agent/run/Deadline.h>
-#include <agent/run/RunCommand.h>
+#include <agent/run/Run.h>
 #include <agent/run/Signals.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -5,14 +5,15 @@
 #include <agent/core/Core.h>
 #include <agent/core/EventLoop.h>
 #include <agent/core/Exit.h>
-#include <agent/fleet/FleetAgent.h>
 #include <agent/forward/Forwarder.h>
 #include <agent/log/EventLog.h>
 #include <agent/metrics/Metrics.h>
 #include <agent/observe/MatchLog.h>
 #include <agent/ports/LivePorts.h>
+#include <agent/run/AskedPorts.h>
 #include <agent/run/Deadline.h>
 #include <agent/run/DeviceClaims.h>
+#include <agent/run/RunFleet.h>
 #include <agent/run/RunOptions.h>
 #include <agent/run/Signals.h>
 #include <agent/show/RuleNames.h>
@@ -44,7 +45,7 @@ class Run {
   Exit run();
 
  private:
-  // The steps of starting. Each returns an exit status when the agent cannot start.
+  // The steps of starting (RunStart.cpp). Each returns an exit status when the agent cannot start.
   std::optional<Exit> prepare();
   /// Reads the texts and puts them in force.
   std::optional<Exit> configure();
@@ -53,15 +54,7 @@ class Run {
   std::optional<Exit> openPorts();
   /// Starts the processes that have the ports, and waits until they have.
   std::optional<Exit> startWorkers();
-  /// Begins to ask the fleet's store, and adds what was in force last of it to the texts, or else what it has
-  /// now: waits for that, as long as it takes.
-  std::optional<Exit> joinFleet();
-  bool takeFleet(SharedFleetContent content, std::vector<std::string>& wrong);
-  FleetIdentity fleetIdentity() const {
-    return {options_.fleet.agent, options_.fleet.groupNames(), options_.fleet.lease};
-  }
   void openFleet();
-  nlohmann::ordered_json fleetReport() const;
   /// Frames, by any step.
   uint64_t dropped() const;
   void openMatchLog();
@@ -79,12 +72,12 @@ class Run {
   void answerSignals();
   void reload();
   bool report() const;
-  PortNames ports() const;
   std::vector<PortState> portStates() const;
   std::function<std::vector<WorkerState>()> workersShown() const;
 
   const RunOptions& options_;
   Deadline deadline_;  // destroyed last
+  const AskedPorts asked_;
   EventLog log_;
   ChangeCounts changes_;
   std::optional<Signals> signals_;
@@ -103,12 +96,11 @@ class Run {
   Past past_;                         // until it is handed to the control plane
   std::unique_ptr<Workers> workers_;  // null: this process has the ports itself
   // These watch or change the running agent. They come last, so that they are destroyed before the ports.
-  std::unique_ptr<FleetLink> fleetLink_;
   std::unique_ptr<MatchLog> matchLog_;
   std::unique_ptr<StateKeeper> state_;
   std::unique_ptr<ControlPlane> control_;
   std::unique_ptr<Metrics> metrics_;
-  std::unique_ptr<FleetAgent> fleet_;
+  RunFleet fleet_;
 };
 
 }  // namespace Agent
