@@ -1,6 +1,6 @@
 // Changing what the store has for a group, and how that came to be.
 #include <Kiv/Clock.h>
-#include <agent/control/Command.h>
+#include <agent/client/Command.h>
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>
 #include <agent/core/Texts.h>

@@ -1,5 +1,5 @@
 #include <Kiv/Clock.h>
-#include <agent/control/Screen.h>
+#include <agent/client/Screen.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>

@@ -1,5 +1,4 @@
 // What would become of a frame on every agent of a fleet.
-#include <agent/control/OffLine.h>
 #include <agent/core/Document.h>
 #include <agent/core/Output.h>
 #include <agent/core/Terminal.h>
@@ -10,6 +9,7 @@
 #include <agent/fleet/FleetCommand.h>
 #include <agent/fleet/FleetSight.h>
 #include <agent/show/Text.h>
+#include <agent/study/OffLine.h>
 #include <fmt/format.h>
 #include <unistd.h>
 

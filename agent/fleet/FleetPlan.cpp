@@ -1,10 +1,10 @@
 #include <agent/change/Difference.h>
 #include <agent/config/Model.h>
-#include <agent/control/PacketComparison.h>
 #include <agent/core/Words.h>
 #include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetPlan.h>
 #include <agent/show/Text.h>
+#include <agent/study/PacketComparison.h>
 #include <fmt/format.h>
 
 #include <set>

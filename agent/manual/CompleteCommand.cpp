@@ -1,4 +1,4 @@
-#include <agent/control/ControlClient.h>
+#include <agent/client/ControlClient.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/core/Output.h>
 #include <agent/manual/Completion.h>

@@ -2,7 +2,7 @@
 
 #include <Plog/Plog.h>
 #include <Zeb/TraceHandle.h>
-#include <agent/control/Command.h>
+#include <agent/client/Command.h>
 #include <agent/core/Memory.h>
 #include <agent/core/Output.h>
 #include <agent/core/Version.h>

@@ -1,5 +1,5 @@
+#include <agent/client/Command.h>
 #include <agent/commands/Arguments.h>
-#include <agent/control/Command.h>
 #include <agent/control/ControlPlane.h>
 #include <agent/fleet/FleetOptions.h>
 #include <agent/metrics/MetricsOptions.h>

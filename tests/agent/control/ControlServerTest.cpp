@@ -1,4 +1,4 @@
-#include <agent/control/ControlClient.h>
+#include <agent/client/ControlClient.h>
 #include <agent/control/ServerSocket.h>
 #include <agent/core/Version.h>
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
 #include <MemSlab/Slab.h>
-#include <agent/control/TailText.h>
+#include <agent/client/TailText.h>
 #include <agent/explain/FrameLine.h>
 #include <agent/explain/FrameText.h>
 #include <agent/observe/MatchLine.h>

@@ -1,4 +1,4 @@
-#include <agent/control/Command.h>
+#include <agent/client/Command.h>
 #include <agent/manual/Completion.h>
 #include <agent/manual/Manual.h>
 #include <gmock/gmock.h>
