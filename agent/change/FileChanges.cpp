@@ -1,4 +1,3 @@
-#include <Acl/Workshop.h>
 #include <agent/change/FileChanges.h>
 #include <fmt/format.h>
 
@@ -34,10 +33,11 @@ void FileChanges::handleFound(DirectoryFiles::Found found) {
 bool FileChanges::begin() {
   if (changes_.empty()) refusePostponed();
   if (changes_.empty()) return false;
-  const auto next =
-      std::make_shared<InputChange>(InputChange{std::move(changes_.front()), confirmation_.before()});
+  const auto next = std::make_shared<InputChange>();
+  next->content = std::move(changes_.front());
+  next->before = confirmation_.before();
   changes_.erase(changes_.begin());
-  const InputChange::Asked asked{next->change.model ? "file" : "gone", "the directory", leave_};
+  const InputChange::Asked asked{next->content.model ? "file" : "gone", "the directory", leave_};
   background_.run([this, next, asked] { next->prepare(current_, asked); },
                   [this, next](const std::optional<std::string>& failed) { handlePrepared(next, failed); });
   return true;
@@ -49,29 +49,27 @@ std::string FileChanges::ofFile(const std::string& name, const std::string& why)
 
 void FileChanges::handlePrepared(const std::shared_ptr<InputChange>& next,
                                  std::optional<std::string> failed) {
-  const std::string name = next->change.source;
+  const std::string name = next->content.source;
   next_();
   if (!failed && next->prepared.refused) return postpone(*next);
   if (!failed && !next->same) return take(next);
   if (!failed) next->isSame(current_);
-  current_.commit.discard(std::move(next->change.model));
-  Acl::Workshop::singleton().dispose(std::move(next->prepared.writes));
+  next->drop(current_);
   if (failed) return files_.failed(name, ofFile(name, *failed));
   files_.taken(name, false);
 }
 
 void FileChanges::take(const std::shared_ptr<InputChange>& next) {
-  const std::string name = next->change.source;
-  const bool goes = !next->change.model;
-  const auto done = [this, name, next](const Commit::End& end) {
+  const bool goes = !next->content.model;
+  next->carryOut(current_, [this, next, goes](const ContentChange::End& end) {
+    const std::string& name = next->content.source;
     if (!end.refused) return handleTaken(name, *next);
-    files_.failed(name, ofFile(name, *end.refused));
+    if (end.mayGoLater)
+      files_.failed(name, ofFile(name, *end.refused));
+    else
+      files_.conflictIs(name, *end.refused, goes, summaryText(next->summary));
     next_();
-  };
-  const auto refusal = current_.commit.begin(std::move(next->change), std::move(next->prepared.writes), done);
-  if (!refusal) return;
-  if (refusal->memory) return files_.failed(name, ofFile(name, refusal->why));
-  files_.conflictIs(name, refusal->why, goes, summaryText(next->summary));
+  });
 }
 
 void FileChanges::handleTaken(const std::string& name, InputChange& next) {
@@ -87,7 +85,7 @@ void FileChanges::postpone(InputChange& next) {
   // What is new since the last one may close this one.
   if (postponed_.empty()) changedSincePostponed_ = false;
   postponed_.push_back(
-      {std::move(next.change), std::move(*next.prepared.refused), summaryText(next.summary)});
+      {std::move(next.content), std::move(*next.prepared.refused), summaryText(next.summary)});
 }
 
 /// When no other change is left: tries the postponed ones again if something has changed since, and refuses

@@ -1,4 +1,3 @@
-#include <Acl/Workshop.h>
 #include <agent/change/FleetChanges.h>
 #include <fmt/format.h>
 
@@ -25,7 +24,7 @@ struct FleetChanges::Next {
     MadeModel made = readFleet(*content, options.limits);
     mistakes = std::move(made.mistakes);
     if (!made.model) return;
-    change.change = {fleetName, std::move(made.model)};
+    change.content = {fleetName, std::move(made.model)};
     Leave leave = options.leave;
     leave.openings = leave.openings || mayOpen(before.get(), *content);
     change.prepare(current, {"fleet", who(), leave});
@@ -75,35 +74,24 @@ void FleetChanges::handlePrepared(const std::shared_ptr<Next>& next,
                                   const std::optional<std::string>& failed) {
   next_();
   InputChange& change = next->change;
-  if (!failed && next->mistakes.empty() && !change.prepared.refused && !change.same) return take(next);
-  const bool isSame = !failed && next->mistakes.empty() && !change.prepared.refused;
-  if (isSame) change.isSame(current_);
-  current_.commit.discard(std::move(change.change.model));
-  Acl::Workshop::singleton().dispose(std::exchange(change.prepared.writes, {}));
-  if (failed) {
-    again_->scheduleTaskDelay(untilMemory);
-    return refuse(*next, {*failed}, false);
-  }
-  if (!next->mistakes.empty()) return refuse(*next, next->mistakes, false);
-  if (change.prepared.refused) return refuse(*next, {*change.prepared.refused}, true);
+  const bool isRefused = failed || !next->mistakes.empty() || change.prepared.refused;
+  if (!isRefused && !change.same) return take(next);
+  if (!isRefused) change.isSame(current_);
+  change.drop(current_);
+  if (failed) return refuse(*next, {*failed}, Again::later);
+  if (!next->mistakes.empty()) return refuse(*next, next->mistakes, Again::no);
+  if (change.prepared.refused) return refuse(*next, {*change.prepared.refused}, Again::withOtherSources);
   current_.history.fleetIs(next->content);
   current_.history.keep();
   handleInForce(*next);
 }
 
 void FleetChanges::take(const std::shared_ptr<Next>& next) {
-  InputChange& change = next->change;
-  const auto done = [this, next](const Commit::End& end) {
+  next->change.carryOut(current_, [this, next](const ContentChange::End& end) {
     if (!end.refused) return handleTaken(*next);
-    again_->scheduleTaskDelay(untilMemory);
-    refuse(*next, {*end.refused}, false);
+    refuse(*next, {*end.refused}, end.mayGoLater ? Again::later : Again::withOtherSources);
     next_();
-  };
-  const auto refusal =
-      current_.commit.begin(std::move(change.change), std::move(change.prepared.writes), done);
-  if (!refusal) return;
-  if (refusal->memory) again_->scheduleTaskDelay(untilMemory);
-  refuse(*next, {refusal->why}, !refusal->memory);
+  });
 }
 
 void FleetChanges::handleTaken(Next& next) {
@@ -119,7 +107,9 @@ void FleetChanges::handleInForce(const Next& next) {
   if (told_) told_({next.content, {}, next.openings(), next.change.summary});
 }
 
-void FleetChanges::refuse(const Next& next, std::vector<std::string> wrong, bool isConflict) {
+void FleetChanges::refuse(const Next& next, std::vector<std::string> wrong, Again again) {
+  const bool isConflict = again == Again::withOtherSources;
+  if (again == Again::later) again_->scheduleTaskDelay(untilMemory);
   isConflict_ = isConflict;
   refusedBy_ = current_.sources().version;
   Outcome outcome{next.content, std::move(wrong), next.openings(), next.change.summary};

@@ -61,12 +61,14 @@ class FleetChanges {
 
  private:
   struct Next;
+  /// When something that was refused is tried again.
+  enum class Again { no, later, withOtherSources };
 
   bool isDue() const;
   void handlePrepared(const std::shared_ptr<Next>& next, const std::optional<std::string>& failed);
   void take(const std::shared_ptr<Next>& next);
   void handleTaken(Next& next);
-  void refuse(const Next& next, std::vector<std::string> wrong, bool isConflict);
+  void refuse(const Next& next, std::vector<std::string> wrong, Again again);
   void handleInForce(const Next& next);
 
   CurrentConfig& current_;

@@ -1,4 +1,3 @@
-#include <Acl/Workshop.h>
 #include <agent/change/InputChange.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Words.h>
@@ -8,7 +7,7 @@
 namespace Agent {
 
 void InputChange::prepare(const CurrentConfig& current, const Asked& asked) {
-  const auto& [name, model] = change;
+  const auto& [name, model] = content;
   const Config::Model* known = current.sources().find(name);
   const Config::Model* now = model ? &*model : nullptr;
   same = now && known && *known == *now;
@@ -23,7 +22,7 @@ std::optional<std::string> InputChange::whyNotBefore(const CurrentConfig& curren
   const Config::Result read = Config::read({{textThatComesBack, *before}});
   if (!read.model) return "what would come back if nobody confirms cannot be read";
   const Layers was = current.sources().layersWith(commandLineName, &*read.model);
-  Layers is = current.sources().layersWith(change.source, now);
+  Layers is = current.sources().layersWith(content.source, now);
   is.front().second = &*read.model;  // the command line's
   auto why = Core::whyNot(mergedInterfaces(is));
   ChangeWarnings warnings = changeWarnings(was, is, current.portNames());
@@ -34,18 +33,14 @@ std::optional<std::string> InputChange::whyNotBefore(const CurrentConfig& curren
 }
 
 void InputChange::isSame(CurrentConfig& current) {
-  current.commit.noticesAre(change.source, std::move(change.model->notices));
+  current.commit.noticesAre(content.source, std::move(content.model->notices));
   current.warnings = std::move(prepared.lasting);
 }
 
 void InputChange::isInForce(CurrentConfig& current, const std::string& who) {
-  const ChangeEvent event{
-      who, prepared.change.source, summaryText(prepared.change.summary), {}, std::move(prepared.fresh)};
-  current.warnings = std::move(prepared.lasting);
-  current.filtered = prepared.filtered;
-  current.history.filteredIs(before ? filteredBefore : current.filtered);
-  current.history.add(std::move(prepared.change));
-  tellChange(current.tell, event);
+  const ChangeEvent told = event(who, prepared.change.summary);
+  ContentChange::isInForce(current, before ? filteredBefore : prepared.filtered, true);
+  tellChange(current.tell, told);
 }
 
 }  // namespace Agent

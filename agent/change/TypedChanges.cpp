@@ -1,5 +1,6 @@
 #include <Acl/Workshop.h>
 #include <Kiv/Clock.h>
+#include <agent/change/ContentChange.h>
 #include <agent/change/TypedChanges.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Words.h>
@@ -24,15 +25,14 @@ struct TypedChanges::Texts {
   Request request;
   Done done;
   Outcome outcome{};
-  std::optional<Config::Model> model{};
-  PreparedChange prepared{};
+  ContentChange change{{commandLineName, {}}};
 
   void prepare(const CurrentConfig& current, const TextLimits& limits) {
     const double start = seconds();
     MadeModel made = request.make ? std::exchange(request.make, {})(current.sources()) : readTexts(limits);
     outcome.mistakes = std::move(made.mistakes);
     if (made.model) compare(current, *made.model);
-    model = std::move(made.model);
+    change.content.model = std::move(made.model);
     outcome.prepareSeconds = seconds() - start;
   }
   MadeModel readTexts(const TextLimits& limits) {
@@ -57,6 +57,7 @@ struct TypedChanges::Texts {
     return all;
   }
   void compare(const CurrentConfig& current, const Config::Model& now) {
+    PreparedChange& prepared = change.prepared;
     Difference found = prepared.prepare(current.before(), commandLineName, &now,
                                         {request.what, request.who, request.leave, request.dryRun});
     outcome.summary = std::move(found.summary);
@@ -64,12 +65,12 @@ struct TypedChanges::Texts {
     outcome.warnings = std::move(prepared.told);
     outcome.refused = prepared.refused;
   }
-  bool changesSomething() const { return !prepared.change.summary.empty(); }
+  bool changesSomething() const { return !change.prepared.change.summary.empty(); }
   bool isToBeConfirmed() const { return request.confirm && changesSomething(); }
   /// Mistakes and refusals are told, too. A dry run is not told, because it changes nothing.
   void tell(const TellLog& log) {
     if (request.dryRun) return;
-    ChangeEvent event{request.who, commandLineName, summaryText(outcome.summary)};
+    ChangeEvent event = change.event(request.who, outcome.summary);
     if (request.what == returnWord) event.done = "taken back", event.who = "velo run, as nobody confirmed";
     if (!outcome.applied) {
       const auto& mistakes = outcome.mistakes;
@@ -77,7 +78,6 @@ struct TypedChanges::Texts {
                       : mistakes.empty() ? ""
                                          : mistakes.front() + (mistakes.size() > 1 ? " ..." : "");
     }
-    event.warnings = std::move(prepared.fresh);
     tellChange(log, event);
   }
   bool isCarriedOut() const { return !request.dryRun && !outcome.refused; }
@@ -87,10 +87,10 @@ struct TypedChanges::Texts {
     Outcome failed;
     failed.mistakes = {why};
     failed.prepareSeconds = outcome.prepareSeconds;
-    Acl::Workshop::singleton().dispose(std::tuple(
-        std::exchange(request.texts, {}), std::exchange(request.make, {}), std::exchange(model, std::nullopt),
-        std::exchange(prepared.writes, {}), std::exchange(prepared.lasting, {}),
-        std::exchange(prepared.change, {}), std::exchange(outcome, std::move(failed))));
+    Acl::Workshop::singleton().dispose(
+        std::tuple(std::exchange(request.texts, {}), std::exchange(request.make, {}),
+                   std::exchange(change.content.model, std::nullopt), std::exchange(change.prepared, {}),
+                   std::exchange(outcome, std::move(failed))));
   }
 };
 
@@ -121,17 +121,17 @@ void TypedChanges::begin(Request request, Done done) {
 }
 
 void TypedChanges::handlePrepared(const std::shared_ptr<Texts>& texts) {
-  if (!texts->model) return answer(*texts);
+  ContentChange& change = texts->change;
+  if (!change.content.model) return answer(*texts);
   if (!texts->isCarriedOut()) {
-    NewContent change{commandLineName, std::move(texts->model)};
-    const auto wrong = current_.commit.whyNot(change);
-    current_.commit.discard(std::move(change.model));
+    const auto wrong = current_.commit.whyNot(change.content);
+    current_.commit.discard(std::exchange(change.content.model, std::nullopt));
     if (wrong) texts->fail(*wrong);
     return answer(*texts);
   }
   if (const auto wrong = whyNot(*texts)) return fail(*texts, *wrong);
   if (!texts->isToBeConfirmed()) return take(texts);
-  confirmation_.keep(texts->prepared.change.text, text_, [this, texts](const auto& wrong) {
+  confirmation_.keep(change.prepared.change.text, text_, [this, texts](const auto& wrong) {
     if (wrong) return fail(*texts, *wrong);
     take(texts);
   });
@@ -146,22 +146,19 @@ std::optional<std::string> TypedChanges::whyNot(const Texts& texts) {
 
 /// A change does not begin.
 void TypedChanges::fail(Texts& texts, const std::string& why) {
-  current_.commit.discard(std::move(texts.model));
+  texts.change.drop(current_);
   texts.fail(why);
   answer(texts);
 }
 
 void TypedChanges::take(const std::shared_ptr<Texts>& texts) {
-  const auto refusal =
-      current_.commit.begin({commandLineName, std::move(texts->model)}, std::move(texts->prepared.writes),
-                            [this, texts](const Commit::End& end) {
-                              if (end.refused) return handleRefused(*texts, *end.refused);
-                              texts->outcome.applied = true;
-                              texts->outcome.commitSeconds = end.longestTurn;
-                              handleApplied(*texts);
-                              answer(*texts);
-                            });
-  if (refusal) handleRefused(*texts, refusal->why);
+  texts->change.carryOut(current_, [this, texts](const ContentChange::End& end) {
+    if (end.refused) return handleRefused(*texts, *end.refused);
+    texts->outcome.applied = true;
+    texts->outcome.commitSeconds = end.longestTurn;
+    handleApplied(*texts);
+    answer(*texts);
+  });
 }
 
 void TypedChanges::handleRefused(Texts& texts, const std::string& why) {
@@ -170,15 +167,11 @@ void TypedChanges::handleRefused(Texts& texts, const std::string& why) {
 }
 
 void TypedChanges::handleApplied(Texts& texts) {
-  current_.warnings = std::move(texts.prepared.lasting);
-  current_.filtered = texts.prepared.filtered;
-  // A start brings back what was before an unconfirmed change, and is compared with that.
-  if (!texts.request.confirm) current_.history.filteredIs(current_.filtered);
+  const PreparedChange& prepared = texts.change.prepared;
   const bool changes = texts.changesSomething();
-  if (changes) {
-    text_ = texts.prepared.change.text;
-    current_.history.add(std::move(texts.prepared.change));
-  }
+  if (changes) text_ = prepared.change.text;
+  // A start brings back what was before an unconfirmed change, and is compared with that.
+  texts.change.isInForce(current_, texts.request.confirm ? nullptr : prepared.filtered, changes);
   if (changes && texts.request.confirm) return confirmation_.isInForce(*texts.request.confirm);
   if (changes || texts.request.takesBack) confirmation_.isOver(texts.request.what == returnWord);
 }
