@@ -1,6 +1,7 @@
 #include <Kelp/Assert.h>
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/Edit.h>
+#include <agent/change/ListEdit.h>
 #include <agent/config/Cursor.h>
 #include <agent/config/Nearest.h>
 #include <agent/config/Reader.h>
@@ -12,7 +13,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string_view>
@@ -25,97 +25,8 @@ namespace {
 
 using Config::Cursor;
 using Config::Model;
-using Rules = std::map<uint32_t, Config::Rule>;
 
 constexpr const char* placeName = "edit";
-
-bool readRuleNumber(Cursor& at, const Rules& rules, uint32_t* number) {
-  const size_t place = at.position();
-  if (!at.number(Config::aNumber, 1, Config::highestNumber, number)) return false;
-  return rules.contains(*number) || at.failAt(place, "the number of a rule of the list");
-}
-
-/// One change of the rules of a list that no configuration text can say. Rules keep their places in the text.
-class ListEdit {
- public:
-  ListEdit(Cursor& at, Model& model, const Model::ListKey& key)
-      : at_(at), key_(key), rules_(model.lists.at(key).rules), places_(model.notices.rules) {}
-  ~ListEdit() {
-    std::map<uint32_t, Config::Spot> moved;
-    for (const auto& [from, to] : renumbered_) {
-      if (const auto place = places_.extract({key_, from})) moved.emplace(to, place.mapped());
-    }
-    for (const auto& [number, place] : moved) places_.insert_or_assign({key_, number}, place);
-  }
-  ListEdit(const ListEdit&) = delete;
-  ListEdit& operator=(const ListEdit&) = delete;
-
-  bool move() {
-    uint32_t from = 0, to = 0;
-    if (!readRuleNumber(at_, rules_, &from)) return false;
-    const bool before = at_.takeIf("before");
-    if (!before && !at_.takeIf("after")) return failNear(at_, "before or after", {"before", "after"});
-    const size_t place = at_.position();
-    if (!readRuleNumber(at_, rules_, &to) || !at_.end()) return false;
-    if (from == to) return at_.failAt(place, "another rule than the one that moves");
-    return moveBetween(place, from, before, rules_.find(to));
-  }
-
-  bool resequence() {
-    uint32_t number = 10, step = 10;
-    const size_t place = at_.position();
-    if (!at_.atEnd() && !at_.number("the first number", 1, Config::highestNumber, &number)) return false;
-    if (!at_.atEnd() && !at_.number("the step between numbers", 1, Config::highestNumber, &step))
-      return false;
-    if (!at_.end()) return false;
-    if (!rules_.empty() && (Config::highestNumber - number) / step < rules_.size() - 1) {
-      return at_.failAt(place, fmt::format("numbers that leave the last of {} at {} or below",
-                                           countText(rules_.size(), "rule"), Config::highestNumber));
-    }
-    Rules all;
-    all.swap(rules_);
-    for (uint32_t next = number; !all.empty(); next += step) renumber(all.extract(all.begin()), next);
-    return true;
-  }
-
- private:
-  /// Moves a rule to the place in front of or behind another one, without regard to itself.
-  bool moveBetween(size_t place, uint32_t from, bool before, Rules::iterator to) {
-    const auto isMoved = [&](Rules::iterator rule) { return rule != rules_.end() && rule->first == from; };
-    uint64_t low = 0, high = 0;  // the numbers beside the place
-    if (before) {
-      high = to->first;
-      while (to != rules_.begin() && isMoved(std::prev(to))) --to;
-      low = to == rules_.begin() ? 0 : std::prev(to)->first;
-    } else {
-      low = to->first;
-      if (isMoved(++to)) ++to;
-      high = to == rules_.end() ? low + 20 : to->first;
-    }
-    if (low < from && from < high) return true;  // it is there
-    const uint64_t number = low + (high - low) / 2;
-    if (number == low || number > Config::highestNumber) {
-      return at_.failAt(place,
-                        fmt::format("a place with a free number: none is left {} {} (resequence makes room)",
-                                    before ? "before" : "after", before ? high : low));
-    }
-    renumber(rules_.extract(from), static_cast<uint32_t>(number));
-    return true;
-  }
-
-  void renumber(Rules::node_type&& rule, uint32_t number) {
-    renumbered_.emplace(rule.key(), number);
-    std::visit([number](auto& one) { one.sequence = number; }, rule.mapped());
-    rule.key() = number;
-    rules_.insert(std::move(rule));
-  }
-
-  Cursor& at_;
-  const Model::ListKey& key_;
-  Rules& rules_;
-  std::map<std::pair<Config::ListKey, uint32_t>, Config::Spot>& places_;
-  std::map<uint32_t, uint32_t> renumbered_;  ///< the number before, and after
-};
 
 /// Carries out the commands of an edit, one after the other.
 class Editor {

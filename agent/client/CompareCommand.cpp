@@ -14,8 +14,7 @@ namespace {
 constexpr const char* compareHelp =
     "OLD and NEW are each a configuration text or document, a directory of such files, or running: what the\n"
     "agent has in force. Each line of the answer is written like the fields of a rule.\n"
-    "\nExit status: 0 the verdicts are the same, 1 some differ, 2 bad usage or configuration, or it could not be "
-    "found out within the limits.";
+    "\nExit status: 0 the verdicts are the same, 1 some differ, 2 bad usage or configuration, or it could not be found out within the limits.";
 
 class CompareCommand final : public Command {
  public:

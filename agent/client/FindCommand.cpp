@@ -30,8 +30,7 @@ constexpr const char* findHelp =
     "CONDITION is written like the fields of a rule, with any number of not behind them, as in\n"
     "  tcp 10.0.0.0/8 any eq 22 not established not host 10.0.0.1 any\n"
     "Without --config it is about what the agent has in force.\n"
-    "\nExit status: 0 there is such a packet, 1 there is none, 2 bad usage or configuration, or it could not be "
-    "found out within the limits.";
+    "\nExit status: 0 there is such a packet, 1 there is none, 2 bad usage or configuration, or it could not be found out within the limits.";
 
 class FindCommand final : public Command {
  public:

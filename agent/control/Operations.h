@@ -63,7 +63,7 @@ struct PacketsElsewhere {
 };
 
 /// Carries out the requests of the control protocol (docs/control.md). A further operation is a function and
-/// a row of the table in Operations.cpp; a further member of a request is a row within that row.
+/// a row of the table in OperationTable.cpp; a further member of a request is a row within that row.
 ///
 /// Owner: the control plane. Everything in `world`, and the configuration, outlive it.
 class Operations {

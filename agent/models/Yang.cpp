@@ -3,11 +3,10 @@
 
 #include <filesystem>
 #ifdef VELO_HAS_YANG
-#include <libyang/libyang.h>
+#include <agent/models/YangModules.h>
 
 #include <algorithm>
 #include <memory>
-#include <new>
 #include <set>
 #endif
 
@@ -17,43 +16,14 @@ namespace Models {
 
 namespace {
 
-struct FreeContext {
-  void operator()(ly_ctx* context) const { ly_ctx_destroy(context); }
-};
-
-/// The names of all modules in folders, which libyang searches with all that is below them, too.
-std::set<std::string> modulesIn(const YangDirs& dirs) {
-  std::set<std::string> names;
-  for (const auto& dir : dirs) {
-    std::error_code error;
-    for (std::filesystem::recursive_directory_iterator file(dir, error), end; !error && file != end;
-         file.increment(error)) {
-      // NAME.yang, or NAME@REVISION.yang.
-      const std::string name = file->path().stem().string();
-      if (file->path().extension() == ".yang") names.insert(name.substr(0, name.find('@')));
-    }
-  }
-  return names;
-}
-
-/// What `name` of a module or `module:name` of an identity says of modules.
-void addModules(const Node& node, std::set<std::string>& names) {
-  for (const auto* name : {&node.module, &node.valueModule}) {
-    if (!name->empty()) names.insert(*name);
-  }
-  for (const Node& member : node.members) addModules(member, names);
-}
-
 /// A document as a tree of libyang. What is wrong with one node is told at its place, and the others go on.
 class Validation {
  public:
-  Validation(const YangDirs& dirs, Report& report);
+  Validation(const YangModules& modules, Report& report) : modules_(modules), report_(report) {}
   ~Validation() { lyd_free_all(tree_); }
   Validation(const Validation&) = delete;
   Validation& operator=(const Validation&) = delete;
 
-  /// Loads the modules that the document names.
-  bool load(const std::vector<YangRoot>& roots);
   void add(const YangRoot& root);
   /// What can be seen only when all is there.
   void finish(const Node& root);
@@ -73,12 +43,6 @@ class Validation {
   void note(const Place& at, lyd_node* data, const Node& node);
   static std::string valueOf(const lysc_node& schema, const Node& node);
   static std::string_view whyNotWritten(const lysc_type& type, const Node& node);
-  static LY_ERR letGo(lysc_node* node, void* self, ly_bool* skip);
-  const lys_module* moduleOf(std::string_view name) const {
-    return ly_ctx_get_module_implemented(context_.get(), std::string(name).c_str());
-  }
-  /// What is said to be expected, with the last error of the library.
-  std::string notAllowed() const;
   void dropState();
   const Node* nodeAt(std::string path) const;
   std::string pathOf(const Place& at, const Node& node) const;
@@ -86,72 +50,11 @@ class Validation {
     report_.mistake(node.at, node.shown() + " at " + pathOf(at, node), std::string(expected));
   }
 
-  const YangDirs& dirs_;
+  const YangModules& modules_;
   Report& report_;
-  std::unique_ptr<ly_ctx, FreeContext> context_;
-  std::set<std::string> roots_;  ///< the modules of them
   lyd_node* tree_ = nullptr;
   std::vector<lyd_node*> state_;  ///< the outermost nodes of what is no configuration
 };
-
-Validation::Validation(const YangDirs& dirs, Report& report) : dirs_(dirs), report_(report) {
-  // Nothing of it goes to standard error; each context keeps its own.
-  ly_log_options(LY_LOSTORE);
-  ly_ctx* context = nullptr;
-  constexpr uint16_t options =
-      LY_CTX_NO_YANGLIBRARY | LY_CTX_DISABLE_SEARCHDIR_CWD | LY_CTX_ENABLE_IMP_FEATURES;
-  if (ly_ctx_new(nullptr, options, &context) != LY_SUCCESS) throw std::bad_alloc();
-  context_.reset(context);
-  for (const auto& dir : dirs_) ly_ctx_set_searchdir(context, dir.c_str());
-}
-
-std::string Validation::notAllowed() const {
-  const ly_err_item* const error = ly_err_last(context_.get());
-  std::string why = error && error->msg ? printable(error->msg) : "no reason given";
-  if (why.ends_with('.')) why.pop_back();
-  return "what its module allows: " + why;
-}
-
-bool Validation::load(const std::vector<YangRoot>& roots) {
-  static const char* all[] = {"*", nullptr};
-  std::set<std::string> named;
-  for (const auto& root : roots) {
-    const std::string module(root.module);
-    roots_.insert(module);
-    if (!ly_ctx_load_module(context_.get(), module.c_str(), nullptr, all)) {
-      // The first error is the reason for those behind it.
-      const ly_err_item* const error = ly_err_first(context_.get());
-      report_.mistake(root.node.at, printableQuote(root.node.name) + " of module " + printableQuote(module),
-                      fmt::format("this module in {} (--yang-dir): {}", fmt::join(dirs_, " or "),
-                                  printable(error && error->msg ? error->msg : "it is not there")));
-      return false;
-    }
-    addModules(root.node, named);
-  }
-  const auto there = modulesIn(dirs_);
-  for (const auto& module : named) {
-    if (there.contains(module)) ly_ctx_load_module(context_.get(), module.c_str(), nullptr, all);
-  }
-  uint32_t index = 0;
-  while (const lys_module* module = ly_ctx_get_module_iter(context_.get(), &index)) {
-    if (module->implemented) lysc_module_dfs_full(module, letGo, this);
-  }
-  return true;
-}
-
-/// A leaf may refer to what the document has nothing of.
-LY_ERR Validation::letGo(lysc_node* node, void* self, ly_bool*) {
-  if (!(node->nodetype & (LYS_LEAF | LYS_LEAFLIST))) return LY_SUCCESS;
-  lysc_type* const type = reinterpret_cast<lysc_node_leaf*>(node)->type;
-  if (type->basetype != LY_TYPE_LEAFREF) return LY_SUCCESS;
-  auto& reference = *reinterpret_cast<lysc_type_leafref*>(type);
-  LY_ARRAY_COUNT_TYPE i = 0;
-  LY_ARRAY_FOR(reference.prefixes, i) {
-    if (!static_cast<Validation*>(self)->roots_.contains(reference.prefixes[i].mod->name))
-      reference.require_instance = 0;
-  }
-  return LY_SUCCESS;
-}
 
 std::string Validation::pathOf(const Place& at, const Node& node) const {
   if (!at.data) return fmt::format("/{}:{}", at.module, printable(node.name));
@@ -167,7 +70,7 @@ void Validation::members(lyd_node* data, const Node& node) {
 
 void Validation::member(const Place& at, const Node& node) {
   const std::string_view module = node.module.empty() ? at.module : std::string_view(node.module);
-  const lys_module* const definedBy = moduleOf(module);
+  const lys_module* const definedBy = modules_.find(module);
   const lysc_node* const schema = definedBy ? lys_find_child(at.data ? at.data->schema : nullptr, definedBy,
                                                              node.name.c_str(), node.name.size(), 0, 0)
                                             : nullptr;
@@ -185,7 +88,7 @@ void Validation::take(const Place& at, const lysc_node& schema, const Node& node
   if (schema.nodetype == LYS_LIST) return entry(at, schema, node);
   lyd_node* data = nullptr;
   if (lyd_new_inner(at.data, schema.module, schema.name, 0, &data) != LY_SUCCESS)
-    return refuse(at, node, notAllowed());
+    return refuse(at, node, modules_.notAllowed());
   note(at, data, node);
   members(data, node);
 }
@@ -200,9 +103,9 @@ void Validation::entry(const Place& at, const lysc_node& schema, const Node& nod
       return refuse(at, node, fmt::format("its key {}", key->name));
     keys.push_back(valueOf(*key, *given));
     names.insert(key->name);
-    const LY_ERR result = lyd_value_validate(context_.get(), key, keys.back().c_str(), keys.back().size(),
+    const LY_ERR result = lyd_value_validate(modules_.context(), key, keys.back().c_str(), keys.back().size(),
                                              nullptr, nullptr, nullptr);
-    if (result != LY_SUCCESS && result != LY_EINCOMPLETE) return refuse(at, *given, notAllowed());
+    if (result != LY_SUCCESS && result != LY_EINCOMPLETE) return refuse(at, *given, modules_.notAllowed());
   }
   if (keys.size() > most) return refuse(at, node, fmt::format("a list of at most {} keys", most));
   keys.resize(most);
@@ -211,7 +114,7 @@ void Validation::entry(const Place& at, const lysc_node& schema, const Node& nod
   if (lyd_new_list(at.data, schema.module, schema.name, 0, &data, keys[0].c_str(), keys[1].c_str(),
                    keys[2].c_str(), keys[3].c_str(), keys[4].c_str(), keys[5].c_str(), keys[6].c_str(),
                    keys[7].c_str()) != LY_SUCCESS)
-    return refuse(at, node, notAllowed());
+    return refuse(at, node, modules_.notAllowed());
   note(at, data, node);
   for (const Node& each : node.members) {
     if (!names.contains(each.name)) member({data, schema.module->name}, each);
@@ -262,7 +165,7 @@ void Validation::leaf(const Place& at, const lysc_node& schema, const Node& node
   lyd_node* data = nullptr;
   if (lyd_new_term(at.data, schema.module, schema.name, valueOf(schema, node).c_str(), 0, &data) !=
       LY_SUCCESS)
-    return refuse(at, node, notAllowed());
+    return refuse(at, node, modules_.notAllowed());
   note(at, data, node);
 }
 
@@ -307,10 +210,10 @@ void Validation::dropState() {
 void Validation::finish(const Node& root) {
   dropState();
   constexpr uint32_t options = LYD_VALIDATE_PRESENT | LYD_VALIDATE_NO_STATE;
-  if (lyd_validate_all(&tree_, context_.get(), options, nullptr) == LY_SUCCESS) return;
-  const ly_err_item* const error = ly_err_last(context_.get());
+  if (lyd_validate_all(&tree_, modules_.context(), options, nullptr) == LY_SUCCESS) return;
+  const ly_err_item* const error = ly_err_last(modules_.context());
   const std::string told = error && error->path ? error->path : "";
-  const std::string expected = notAllowed();
+  const std::string expected = modules_.notAllowed();
   // It tells a place in the document, or in the module, if something is missing.
   const std::string path = quotedBehind(told, "ata location ");
   const Node* const node = nodeAt(path);
@@ -327,8 +230,9 @@ std::string whyNoModules(const std::string& dir) {
 
 void validate(const std::vector<YangRoot>& roots, const YangDirs& dirs, Report& report) {
   if (roots.empty()) return;
-  Validation validation(dirs, report);
-  if (!validation.load(roots)) return;
+  YangModules modules(dirs);
+  if (!modules.load(roots, report)) return;
+  Validation validation(modules, report);
   const size_t before = report.mistakes().size();
   for (const auto& root : roots) validation.add(root);
   // What was not taken would be missing.
