@@ -9,9 +9,9 @@
 
 namespace Agent {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
+
+namespace {
 
 struct Heading {
   const char* member;
