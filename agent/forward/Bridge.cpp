@@ -83,6 +83,12 @@ void Bridge::forget(const End& end) {
   for (size_t i = 0; i < stations; ++i) {
     if (table_[i].end == &end) table_[i] = {};
   }
+  forgotten_[&end] = clock_.now();
+}
+
+Kelp::Duration Bridge::forgotten(const End& end) const {
+  const auto known = forgotten_.find(&end);
+  return known == forgotten_.end() ? Kelp::Duration(-1) : known->second;
 }
 
 size_t Bridge::known() const {

@@ -3,6 +3,7 @@
 #include <Kiv/Clock.h>
 #include <agent/forward/Junction.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -30,6 +31,8 @@ class Bridge final : public Junction {
   void learn(End& from, Nimnet::EthAddr source, uint16_t vlan);
   std::span<End* const> targets(const End& from, const Nimnet::EthHdr& eth, uint16_t vlan) const override;
   void forget(const End& end) override;
+  /// When that was done last; before all times: never.
+  Kelp::Duration forgotten(const End& end) const;
   std::string text(const End&) const override { return "bridged"; }
 
   /// How many stations are in the table, including those that were not heard of for too long. Walks the
@@ -71,6 +74,7 @@ class Bridge final : public Junction {
   const std::vector<End*> ends_;
   const Kiv::Clock& clock_;
   const std::unique_ptr<Station[]> table_;
+  std::map<const End*, Kelp::Duration> forgotten_;
 };
 
 }  // namespace Agent

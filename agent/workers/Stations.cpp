@@ -10,6 +10,8 @@ namespace {
 
 /// How many places of a table are looked at before the clock is read.
 constexpr size_t placesAtOnce = 512;
+/// When a link goes, every process forgets what it has heard of there, each when it is told of the link.
+constexpr Kelp::Duration untilAllForget{1.0};
 
 uint64_t stationKey(Nimnet::EthAddr address, uint16_t vlan) {
   constexpr int behindAddress = 48;
@@ -19,6 +21,13 @@ uint64_t stationKey(Nimnet::EthAddr address, uint16_t vlan) {
 nlohmann::ordered_json rowOf(size_t bridge, const Bridge& table, const Bridge::Heard& station) {
   const auto at = std::find(table.ends().begin(), table.ends().end(), station.end) - table.ends().begin();
   return {bridge, at, station.address.value(), station.vlan};
+}
+
+/// Whether others know what one was told, or has told them, at a time.
+bool othersKnow(Kelp::Duration told, Kelp::Duration heard, Kelp::Duration forgotten) {
+  if (told <= forgotten) return false;
+  if (heard <= told) return true;
+  return told > forgotten + untilAllForget && heard - told < Stations::tellAgain;
 }
 
 /// Calls visit(bridge, end, address, vlan) for each station that a text tells of.
@@ -88,7 +97,7 @@ bool Stations::look(size_t bridge) {
       if (!station) continue;
       Known& told = known[stationKey(station->address, station->vlan)];
       const Kelp::Duration heard = now - station->age;
-      if (told.end == station->end && (heard <= told.at || heard - told.at < tellAgain)) continue;
+      if (told.end == station->end && othersKnow(told.at, heard, table.forgotten(*station->end))) continue;
       told = {station->end, now};
       lines.push_back(rowOf(bridge, table, *station));
     }

@@ -34,6 +34,12 @@ class StationsTest : public testing::Test {
     return told;
   }
 
+  /// The link of an end has gone and come back.
+  static void flap(const Forwarder& at, size_t end) {
+    Bridge& bridge = *at.bridges().front();
+    bridge.forget(*bridge.ends()[end - 1]);
+  }
+
   Kiv::ManualClock clock_;
   EventLoop loop_{clock_};
   Core core_;
@@ -84,6 +90,35 @@ TEST_F(StationsTest, AStationThatGoesOnToSpeakIsToldAgainBeforeOthersForgetIt) {
   EXPECT_LT(told, 12u) << "and not more often than that takes";
   passes(Bridge::ageingTime.seconds() + Stations::tellAgain.seconds());
   EXPECT_EQ(goesTo(other_), "") << "it is forgotten when it is silent";
+}
+
+TEST_F(StationsTest, WhenALinkIsBackStationsAreToldAtOnce) {
+  hear(one_, 2);
+  passes(0.3);
+  for (Forwarder* each : {&one_, &other_}) flap(*each, 2);
+  EXPECT_EQ(goesTo(other_), "");
+  hear(one_, 2);
+  EXPECT_EQ(passes(0.3), 1u);
+  EXPECT_EQ(goesTo(other_), "eth2");
+  flap(other_, 2);  // who is told of the link a moment later
+  EXPECT_EQ(passes(0.1), 0u) << "nobody has heard of it since";
+  hear(one_, 2);
+  EXPECT_EQ(passes(0.3), 1u);
+  EXPECT_EQ(goesTo(other_), "eth2");
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(passes(0.3), 0u) << "nobody has heard of it since";
+  hear(one_, 2);
+  EXPECT_EQ(passes(0.3), 1u) << "once more, when all have forgotten for sure";
+  hear(one_, 2);
+  EXPECT_EQ(passes(0.3), 0u) << "and everybody knows";
+}
+
+TEST_F(StationsTest, TheLinkOfOneEndIsNothingToStationsAtOthers) {
+  hear(one_, 2);
+  passes(0.3);
+  for (Forwarder* each : {&one_, &other_}) flap(*each, 3);
+  hear(one_, 2);
+  EXPECT_EQ(passes(0.3), 0u);
+  EXPECT_EQ(goesTo(other_), "eth2");
 }
 
 }  // namespace
