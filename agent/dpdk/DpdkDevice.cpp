@@ -69,6 +69,7 @@ std::optional<std::string> DpdkDevice::failed(std::string_view doing, int error)
 }
 
 std::optional<std::string> DpdkDevice::make() {
+  if (pool_) return std::nullopt;  // look() goes on to look for the device
   const std::string pool =
       fmt::format("velo-{}", static_cast<const void*>(this)).substr(0, RTE_MEMPOOL_NAMESIZE - 1);
   pool_ = rte_pktmbuf_pool_create(pool.c_str(), buffersAQueue * queues_ - 1, cachedBuffers, 0,
@@ -120,6 +121,8 @@ int DpdkDevice::setUp(std::string& doing) {
   rte_eth_conf conf{};
   uint16_t mtu = 0;
   if (rte_eth_dev_get_mtu(port_, &mtu) == 0) conf.rxmode.mtu = mtu;
+  // Drivers tell that a card is gone when they are asked to, and may refuse what they cannot.
+  conf.intr_conf.rmv = (*info.dev_flags & RTE_ETH_DEV_INTR_RMV) != 0 ? 1 : 0;
   if (queues_ > 1) {
     conf.rxmode.mq_mode = RTE_ETH_MQ_RX_RSS;
     conf.rx_adv_conf.rss_conf.rss_hf =

@@ -48,6 +48,10 @@ std::optional<std::string> begin(const std::string& arguments) {
     words.emplace_back("--no-shconf");
   else if (!isGiven(words, {"--in-memory", "--file-prefix", "--proc-type"}))
     words.emplace_back("--in-memory");
+  // Otherwise it takes all cards that are bound to a driver of its kind: those of other programs, and of
+  // other workers. A port has its own card looked for itself. There is no card at this address.
+  if (!isGiven(words, {"-a", "--allow", "-b", "--block", "--no-pci"}))
+    words.insert(words.end(), {"-a", "ffff:ff:1f.7"});
   if (!isGiven(words, {"--no-telemetry", "--telemetry"})) words.emplace_back("--no-telemetry");
   if (!isGiven(words, {"--log-level"})) words.emplace_back("--log-level=lib.eal:warning");
   words.emplace_front("velo");

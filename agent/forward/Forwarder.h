@@ -57,11 +57,17 @@ class Forwarder final : public Velo::MirrorTarget {
   /// there.
   void portUpIs(Port& port, bool up);
 
+  /// Whether interfaces can be joined is found out once, with the configuration of then.
+  enum class Judged {
+    now,
+    before,  ///< ports are there; what is none may have been a port-channel, and is an end without ports
+  };
   /// Joins two interfaces, ports or port-channels, both ways. Returns what is wrong.
-  std::optional<std::string> patchIs(const std::string& a, const std::string& b);
+  std::optional<std::string> patchIs(const std::string& a, const std::string& b, Judged judged = Judged::now);
   /// Joins two or more interfaces by a bridge. `clock` is used for ageing and outlives the forwarder. Returns
   /// what is wrong; then nothing is joined.
-  std::optional<std::string> bridgeIs(const std::vector<std::string>& names, const Kiv::Clock& clock);
+  std::optional<std::string> bridgeIs(const std::vector<std::string>& names, const Kiv::Clock& clock,
+                                      Judged judged = Judged::now);
 
   /// The bridges, in the order in which they were made.
   const std::vector<Bridge*>& bridges() const { return bridges_; }
@@ -118,7 +124,7 @@ class Forwarder final : public Velo::MirrorTarget {
 
   /// Why the interfaces cannot be joined; nothing if they can. `joined` is the word for it: "patched".
   std::optional<std::string> whyNotJoined(const std::vector<std::string>& names, std::string_view joined);
-  std::vector<End*> endsOf(const std::vector<std::string>& names);
+  std::vector<End*> endsOf(const std::vector<std::string>& names, Judged judged);
   void join(std::unique_ptr<Junction> junction, const std::vector<End*>& ends);
   End& endIs(const Nimnet::IntfId& id);
   /// Brings all ends up to date with the port-channels and the links.

@@ -7,17 +7,17 @@
 
 namespace Agent {
 
-std::optional<std::string> Forwarder::patchIs(const std::string& a, const std::string& b) {
-  if (auto wrong = whyNotJoined({a, b}, "patched")) return wrong;
-  const auto ends = endsOf({a, b});
+std::optional<std::string> Forwarder::patchIs(const std::string& a, const std::string& b, Judged judged) {
+  if (auto wrong = whyNotJoined({a, b}, "patched"); wrong && judged == Judged::now) return wrong;
+  const auto ends = endsOf({a, b}, judged);
   join(std::make_unique<Patch>(*ends[0], *ends[1]), ends);
   return std::nullopt;
 }
 
-std::optional<std::string> Forwarder::bridgeIs(const std::vector<std::string>& names,
-                                               const Kiv::Clock& clock) {
-  if (auto wrong = whyNotJoined(names, "bridged")) return wrong;
-  const auto ends = endsOf(names);
+std::optional<std::string> Forwarder::bridgeIs(const std::vector<std::string>& names, const Kiv::Clock& clock,
+                                               Judged judged) {
+  if (auto wrong = whyNotJoined(names, "bridged"); wrong && judged == Judged::now) return wrong;
+  const auto ends = endsOf(names, judged);
   auto bridge = std::make_unique<Bridge>(ends, clock);
   bridges_.push_back(bridge.get());
   join(std::move(bridge), ends);
@@ -51,11 +51,11 @@ std::optional<std::string> Forwarder::whyNotJoined(const std::vector<std::string
   return std::nullopt;
 }
 
-std::vector<End*> Forwarder::endsOf(const std::vector<std::string>& names) {
+std::vector<End*> Forwarder::endsOf(const std::vector<std::string>& names, Judged judged) {
   std::vector<End*> ends;
   for (const std::string& name : names) {
     const Nimnet::IntfId id(name);
-    if (!core_.portChannels().has(id)) portIs(name);
+    if (judged == Judged::now && !core_.portChannels().has(id)) portIs(name);
     ends.push_back(&endIs(id));
   }
   return ends;

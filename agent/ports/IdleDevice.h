@@ -10,10 +10,13 @@ namespace Agent {
 /// A device by which nothing comes, and which takes whatever is sent.
 class IdleDevice : public PortDevice {
  public:
-  /// `always`: how it is; nothing: the kernel tells of it.
-  explicit IdleDevice(std::optional<Link> always = std::nullopt) : always_(std::move(always)) {}
+  /// `link`: how it is, until something else is told; nothing: the kernel tells of it.
+  explicit IdleDevice(std::optional<Link> link = std::nullopt) : ofKernel_(!link), link_(std::move(link)) {}
 
-  std::optional<Link> look() override { return always_; }
+  std::optional<Link> look() override { return link_; }
+  void toldIs(const std::optional<Link>& link) override {
+    if (!ofKernel_) link_ = link;
+  }
   std::optional<std::string> attach(const Link&) override {
     open_ = true;
     return std::nullopt;
@@ -26,7 +29,8 @@ class IdleDevice : public PortDevice {
   void stopReceiving() override {}
 
  private:
-  const std::optional<Link> always_;
+  const bool ofKernel_;
+  std::optional<Link> link_;
   bool open_ = false;
 };
 

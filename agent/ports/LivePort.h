@@ -31,6 +31,8 @@ class LivePort final : public FrameSink {
   std::optional<std::string> linkIs(const Link& link);
   /// The device is gone: closes the port.
   void linkDel();
+  /// Why there is no device to open, until one is there.
+  void wrongIs(const std::string& text) { state_.wrong = text; }
 
   struct Received {
     std::span<const LiveFrame> frames;  ///< until release()

@@ -54,6 +54,7 @@ std::optional<std::string> LivePorts::portIs(const std::string& name, const std:
 void LivePorts::portIs(const std::string& name, std::unique_ptr<PortDevice> by) {
   Member& member =
       memberIs(nullptr, std::make_unique<LivePort>(forwarder_.portIs(name), "", name, std::move(by)));
+  member.isMade = true;
   if (const auto link = member.port->by().look()) handleLink(member, &*link);
 }
 
@@ -64,10 +65,11 @@ LivePorts::Member& LivePorts::memberIs(const PortKind* kind, std::unique_ptr<Liv
   return *members_.back();
 }
 
-std::optional<std::string> LivePorts::open() {
+std::optional<std::string> LivePorts::open(Trouble trouble) {
   opening_ = true;
+  trouble_ = trouble;
   for (const auto& member : members_) {
-    if (auto wrong = member->port->by().make()) return wrong;
+    if (auto wrong = make(*member)) return wrong;
     update(*member);
   }
   if (auto wrong = links_.open()) return wrong;
@@ -83,17 +85,45 @@ std::optional<std::string> LivePorts::open() {
   return std::nullopt;
 }
 
+std::optional<std::string> LivePorts::make(Member& member) {
+  const auto wrong = member.port->by().make();
+  member.isMade = !wrong;
+  if (!wrong) return std::nullopt;
+  if (trouble_ == Trouble::endsStart) return wrong;
+  const std::string before = member.port->state().wrong;
+  member.port->wrongIs(*wrong);
+  complainOf(*wrong, before);
+  return std::nullopt;
+}
+
+void LivePorts::complainOf(const std::string& wrong, const std::string& before) {
+  if (wrong != before) complain(wrong);
+  again_->scheduleTaskDelay(untilNextTry);
+}
+
 void LivePorts::look() {
   bool any = false;
   for (const auto& member : members_) {
     if (!member->kind || member->kind->followed) continue;
     any = true;
-    const auto link = member->port->by().look();
-    if (link == member->seen) continue;
-    member->seen = link;
-    handleLink(*member, link ? &*link : nullptr);
+    look(*member);
   }
   if (any) look_->scheduleTaskDelay(untilNextLook);
+}
+
+void LivePorts::look(Member& member) {
+  const auto link = member.port->by().look();
+  if (link == member.seen) return;
+  member.seen = link;
+  handleLink(member, link ? &*link : nullptr);
+}
+
+void LivePorts::toldIs(const std::string& name, const std::optional<Link>& link) {
+  for (const auto& member : members_) {
+    if (!member->kind || member->kind->followed || member->port->port().id.name().str() != name) continue;
+    member->port->by().toldIs(link);
+    look(*member);
+  }
 }
 
 void LivePorts::handleLink(const std::string& name, const Link* link) {
@@ -106,6 +136,10 @@ void LivePorts::handleLink(Member& member, const Link* link) {
   // To open a device, and to close it again, can itself be told as a change of it. The next try comes in its
   // time.
   if (link && member.refused == *link) return;
+  if (!member.isMade) {
+    member.refused = link ? std::optional(*link) : std::nullopt;
+    return;
+  }
   if (link) {
     linkIs(member, *link);
   } else {
@@ -120,19 +154,19 @@ void LivePorts::linkIs(Member& member, const Link& link) {
   const auto wrong = member.port->linkIs(link);
   member.refused.reset();
   if (!wrong) return;
-  if (opening_) {
+  if (opening_ && trouble_ == Trouble::endsStart) {
     wrong_ = wrong;
     return;
   }
-  if (*wrong != before) complain(*wrong);
   member.refused = link;
-  again_->scheduleTaskDelay(untilNextTry);
+  complainOf(*wrong, before);
 }
 
 void LivePorts::tryAgain() {
   for (const auto& member : members_) {
-    if (!member->refused) continue;
-    linkIs(*member, Link(*member->refused));
+    if (member->isMade && !member->refused) continue;
+    if (!member->isMade) (void)make(*member);
+    if (member->isMade && member->refused) linkIs(*member, Link(*member->refused));
     update(*member);
   }
 }
@@ -158,11 +192,14 @@ void LivePorts::tellState(Member& member) {
   const bool comes = state.present != member.present, link = state.up != member.up;
   member.present = state.present;
   member.up = state.up;
-  if (!tell_ || opening_ || (!comes && !link)) return;
+  // What the kernel tells of, it tells the first process, too.
+  const bool ofFirst = setup_.worker > 0 && member.kind && member.kind->followed;
+  if (!tell_ || opening_ || ofFirst || (!comes && !link)) return;
+  const std::string who = setup_.worker > 0 ? fmt::format("worker {}: ", setup_.worker) : "";
   const std::string_view what =
       comes ? (state.present ? "is back" : "has gone") : (state.up ? "is up" : "is down");
   tell_({state.up ? Severity::notice : Severity::warning,
-         fmt::format("port {}: its device {} {}", state.name, state.device, what),
+         fmt::format("{}port {}: its device {} {}", who, state.name, state.device, what),
          {{"VELO_EVENT", "device"}, {"VELO_PORT", state.name}, {"VELO_DEVICE", state.device}}});
 }
 
@@ -191,6 +228,16 @@ void LivePorts::drain() {
     while (burstFrom(*member->port)) {
     }
   }
+}
+
+std::set<int> LivePorts::capabilitiesToMake() const {
+  const bool byOthers = setup_.workers > 0 && setup_.worker == 0;
+  std::set<int> all;
+  for (const auto& member : members_) {
+    if (member->kind && member->kind->toMake && (byOthers || !member->isMade))
+      all.merge(member->kind->toMake());
+  }
+  return all;
 }
 
 std::vector<int> LivePorts::handedOn() const {

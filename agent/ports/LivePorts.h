@@ -33,14 +33,25 @@ class LivePorts final {
   void portIs(const std::string& name, std::unique_ptr<PortDevice> by);
   /// Where devices that go and come are told of, from open() on.
   void logIs(TellLog tell) { tell_ = std::move(tell); }
+  /// What something wrong with a port comes to.
+  enum class Trouble {
+    endsStart,   ///< nothing is opened
+    closesPort,  ///< that port is closed until it can be opened, and tried again and again; others are open
+  };
   /// Opens every port whose device is there. A port whose device comes later is opened then. From now on
   /// frames are received as soon as the loop runs. Returns what went wrong.
-  std::optional<std::string> open();
+  std::optional<std::string> open(Trouble trouble = Trouble::endsStart);
+  /// How the device of a port is with the processes that have it, if these are others and the kernel does not
+  /// tell of it; nothing: it is not there.
+  void toldIs(const std::string& name, const std::optional<Link>& link);
   /// Stops receiving, and sends the frames that have arrived until now. Closes nothing.
   void drain();
 
   /// The capabilities (CAP_*) that are needed to open a device again that has gone and come back.
   const std::set<int>& capabilities() const { return capabilities_; }
+  /// Those that devices may need which are still to be made: here, or by other processes that this one
+  /// starts.
+  std::set<int> capabilitiesToMake() const;
   std::vector<PortState> states() const;
   /// What the devices of all ports hand on to other processes, in the order of the ports; -1: nothing.
   std::vector<int> handedOn() const;
@@ -56,10 +67,11 @@ class LivePorts final {
     LivePorts& all;
     const PortKind* const kind;  ///< null: none of the table
     const std::unique_ptr<LivePort> port;
+    bool isMade = false;               ///< see PortDevice::make()
     std::optional<Link> seen{};        ///< how its device was when it was looked at; see PortDevice::look()
     int watched = -1;                  ///< its descriptor, while the loop watches it
     bool present = false, up = false;  ///< what was told last
-    std::optional<Link> refused{};     ///< the device is there and could not be opened
+    std::optional<Link> refused{};     ///< the device is there and could not be made or opened
   };
 
   bool burstFrom(LivePort& port);
@@ -68,7 +80,12 @@ class LivePorts final {
   void handleLink(Member& member, const Link* link);
   /// Looks at the devices that nobody tells of.
   void look();
+  void look(Member& member);
   void linkIs(Member& member, const Link& link);
+  /// Makes the device of a port. Returns what went wrong, if that is the end of all.
+  std::optional<std::string> make(Member& member);
+  /// Says so, and tries again later.
+  void complainOf(const std::string& wrong, const std::string& before);
   void tryAgain();
   void update(Member& member);
   void tellState(Member& member);
@@ -79,7 +96,8 @@ class LivePorts final {
   TellLog tell_;
   std::vector<std::unique_ptr<Member>> members_;
   std::set<int> capabilities_;
-  bool opening_ = false;              // within open()
+  bool opening_ = false;  // within open()
+  Trouble trouble_ = Trouble::endsStart;
   std::optional<std::string> wrong_;  // what went wrong within open()
   LinkWatch links_;
   const PortSetup setup_;

@@ -58,6 +58,8 @@ class PortDevice {
   /// How the device is now, asked several times a second: of kinds whose devices the kernel does not tell of
   /// (PortKind::followed). Nothing: it is not there.
   virtual std::optional<Link> look() { return std::nullopt; }
+  /// Of a device that other processes have, of such a kind: how it is with them. It is looked at then.
+  virtual void toldIs(const std::optional<Link>&) {}
   /// The device is there, or has changed: makes sure that it is open. Returns what went wrong.
   virtual std::optional<std::string> attach(const Link& link) = 0;
   /// Closes it; it may be closed already.

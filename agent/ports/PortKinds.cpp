@@ -160,6 +160,7 @@ constexpr PortKind kinds[] = {
      .options = ofDpdk,
      .make = dpdk,
      .capabilities = needs<>,
+     .toMake = needs<CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF, CAP_IPC_LOCK, CAP_SYS_RAWIO>,
      .keep = heldAlways,
      .exclusive = true},
     {.name = "pcap",

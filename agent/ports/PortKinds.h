@@ -22,6 +22,9 @@ struct PortKind {
   std::unique_ptr<PortDevice> (*make)(const PortWhat& what, const PortSetup& setup, std::string& wrong);
   /// The capabilities (CAP_*, capabilities(7)) that are needed to open a device again that has come back.
   std::set<int> (*capabilities)();
+  /// Those that making a device may need besides, as far as the process has them: its driver knows. Null:
+  /// none.
+  std::set<int> (*toMake)() = nullptr;
   /// Makes what a process has of the port whose workers have the device.
   std::unique_ptr<PortDevice> (*keep)(const PortWhat& what);
   bool followed = false;   ///< its device is one of the kernel, which tells when it goes and comes

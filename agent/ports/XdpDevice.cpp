@@ -20,6 +20,10 @@ namespace {
 
 constexpr uint32_t largestMtu = XdpMemory::largestFrame - besideMtu;
 
+/// For so many queues there is memory when a port begins without its device: how many that will have is not
+/// known.
+constexpr uint32_t queuesOfMissing = 4;
+
 /// Of how many receive queues a device has frames.
 uint32_t queueCountOf(const std::string& device) {
   const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -29,7 +33,7 @@ uint32_t queueCountOf(const std::string& device) {
   std::memcpy(request.ifr_name, device.data(), std::min(device.size(), sizeof request.ifr_name - 1));
   request.ifr_data = reinterpret_cast<char*>(&channels);
   if (ioctl(control.get(), SIOCETHTOOL, &request) != 0) return 1;
-  return std::clamp(channels.rx_count + channels.combined_count, uint32_t{1}, XdpProgram::mostQueues);
+  return std::max(channels.rx_count + channels.combined_count, uint32_t{1});
 }
 
 void add(DeviceCounts& to, const DeviceCounts& counts) {
@@ -50,7 +54,7 @@ XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode, const std:
       received_{} {}
 
 XdpProgram::Range XdpDevice::rangeOf(const std::string& device, const Queues& wanted) {
-  return wanted.value_or(XdpProgram::Range{0, queueCountOf(device) - 1});
+  return wanted.value_or(XdpProgram::Range{0, std::min(queueCountOf(device), XdpProgram::mostQueues) - 1});
 }
 
 std::vector<uint32_t> XdpDevice::queues() const {
@@ -61,9 +65,10 @@ std::vector<uint32_t> XdpDevice::queues() const {
 }
 
 std::optional<std::string> XdpDevice::make() {
-  // How many queues a device has that is not there yet is not known; there is room for one.
-  const auto own = static_cast<uint32_t>(std::max<size_t>(queues().size(), 1));
-  memory_->chunksAdd(own * XdpSocket::chunks + burst);
+  const bool known = wanted_ || if_nametoindex(device_.c_str()) != 0;
+  const size_t share = (queuesOfMissing + share_.of - 1) / share_.of;
+  mostQueues_ = std::max(queues().size(), known ? 1 : share);
+  memory_->chunksAdd(mostQueues_ * XdpSocket::chunks + burst);
   if (const std::string what = program_.load(); !what.empty()) return failed(what);
   return std::nullopt;
 }
@@ -75,7 +80,24 @@ std::string XdpDevice::failed(std::string_view doing) {
   return failureOf(fmt::format("{}: {}", device_, doing));
 }
 
+std::optional<std::string> XdpDevice::whyNot(const std::vector<uint32_t>& queues) const {
+  if (queues.empty())
+    return fmt::format("{}: it has fewer queues than there are --workers (ethtool -L {})", device_, device_);
+  if (wanted_) return std::nullopt;
+  // The lists would not be asked for what comes by the others.
+  if (const uint32_t all = queueCountOf(device_); all > XdpProgram::mostQueues)
+    return fmt::format("{}: it has {} queues, and an xdp port takes {} (queue=0-{}, or ethtool -L {})",
+                       device_, all, XdpProgram::mostQueues, XdpProgram::mostQueues - 1, device_);
+  if (queues.size() > mostQueues_)
+    return fmt::format(
+        "{}: it has more queues than there is memory for since the start, {} (ethtool -L {}, or "
+        "start again)",
+        device_, mostQueues_ * share_.of, device_);
+  return std::nullopt;
+}
+
 std::optional<std::string> XdpDevice::attach(const Link& link) {
+  up_ = link.up;
   if (isOpen() && link.index != index_) detach();
   if (link.mtu > largestMtu) {
     detach();
@@ -83,8 +105,7 @@ std::optional<std::string> XdpDevice::attach(const Link& link) {
                        largestMtu);
   }
   if (isOpen()) return std::nullopt;
-  if (queues().empty())
-    return fmt::format("{}: it has fewer queues than there are --workers (ethtool -L {})", device_, device_);
+  if (auto wrong = whyNot(queues())) return wrong;
   const std::string doing = openOn(link);
   if (doing.empty()) return std::nullopt;
   const std::string wrong = failed(doing);
@@ -153,6 +174,8 @@ void XdpDevice::release() {
 }
 
 size_t XdpDevice::send(std::span<const LiveFrame> frames, int& error) {
+  // The kernel would take them, and send them when the link is there again.
+  if (!up_) return (error = ENETDOWN, 0);
   // By the first queue: so frames of a flow stay in order, whatever queue they came by.
   XdpSocket& socket = *sockets_.front();
   const size_t sent = socket.send(frames);

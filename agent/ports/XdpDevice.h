@@ -52,6 +52,8 @@ class XdpDevice final : public PortDevice {
   std::string failed(std::string_view doing);
   /// The queues of this process.
   std::vector<uint32_t> queues() const;
+  /// Why the port cannot have these queues of its device; nothing if it can.
+  std::optional<std::string> whyNot(const std::vector<uint32_t>& queues) const;
   /// Returns what could not be done (errno); empty when all is open.
   std::string openOn(const Link& link);
 
@@ -64,6 +66,8 @@ class XdpDevice final : public PortDevice {
   Descriptor promiscuous_;
   Descriptor all_;  // readable when one of several sockets is
   int index_ = 0;
+  bool up_ = false;
+  size_t mostQueues_ = 0;         // there is memory for so many
   std::vector<uint32_t> queues_;  // of the sockets
   std::vector<std::unique_ptr<XdpSocket>> sockets_;
   size_t nextSocket_ = 0;

@@ -47,6 +47,7 @@ class XdpRing {
   uint32_t room() const {
     return size - (*producer_ - std::atomic_ref(*consumer_).load(std::memory_order_acquire));
   }
+  bool isEmpty() const { return room() == size; }
   Entry& roomAt(uint32_t i) { return entries_[(*producer_ + i) & (size - 1)]; }
   void put(uint32_t count) {
     std::atomic_ref(*producer_).store(*producer_ + count, std::memory_order_release);

@@ -98,10 +98,9 @@ size_t XdpSocket::receive(std::span<LiveFrame> frames) {
                  memory_.get(),
                  memory_->base() + size_t{chunk} * XdpMemory::chunkSize};
   }
-  if (count > 0) {
-    rx_.taken(count);
-    refill();
-  }
+  if (count > 0) rx_.taken(count);
+  // Without a place to receive into, nothing comes by which chunks would be asked for again.
+  if (count > 0 || fill_.isEmpty()) refill();
   return count;
 }
 

@@ -88,7 +88,7 @@ std::optional<Exit> Run::prepare() {
   if (auto failed = configure()) return failed;
   signals_.emplace();
   loop_.fdIs(signals_->fd(), EPOLLIN, [this](uint32_t) { handleSignals(); });
-  if (auto wrong = joinPorts(options_, core_, forwarder_, ports_, loop_.turnClock()))
+  if (auto wrong = joinPorts(options_, core_, forwarder_, ports_, loop_.turnClock(), Forwarder::Judged::now))
     return refused(exitUsage, *wrong);
   if (auto failed = openPorts()) return failed;
   if (auto failed = lookAtPorts()) return failed;

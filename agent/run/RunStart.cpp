@@ -94,8 +94,7 @@ std::optional<Exit> Run::openPorts() {
   if (auto wrong = ports_.open()) return refused(exitUnread, *wrong);
   // They are started with all rights, as ports are opened here.
   if (auto failed = startWorkers()) return failed;
-  const std::set<int>& needed = ports_.capabilities();
-  if (!capabilitiesKeep({needed.begin(), needed.end()}).empty())
+  if (!capabilitiesKeep(ports_.capabilities(), ports_.capabilitiesToMake()))
     complain("a device that goes cannot be opened again");
   return std::nullopt;
 }
@@ -106,7 +105,10 @@ std::optional<Exit> Run::startWorkers() {
     return control_ ? control_->configuration().sources() : files_.sources();
   };
   workers_ = std::make_unique<Workers>(
-      core_, forwarder_, loop_, Workers::Options{options_.workers, sources, ports_.handedOn(), tellLog()});
+      core_, forwarder_, loop_,
+      Workers::Options{
+          options_.workers, sources, ports_.handedOn(), tellLog(),
+          [this](const std::string& port, const std::optional<Link>& link) { ports_.toldIs(port, link); }});
   if (auto wrong = workers_->start([this] { return ended_; })) return refused(exitUnread, *wrong);
   return std::nullopt;
 }

@@ -42,7 +42,7 @@ class WorkerRun {
   void handle(std::optional<Message> message);
   void carryOut(const Message& message);
   /// Puts the configuration in force and opens the ports. Returns what went wrong.
-  std::optional<std::string> begin(const std::string& text);
+  std::optional<std::string> begin(const Message& message);
   std::optional<std::string> publish(const Handover& handover);
   void beginTelling();
   void getReady(const std::string& text);
@@ -89,7 +89,7 @@ Exit WorkerRun::run() {
   if (ended_) return exitUnread;
   const Message first = std::move(early_.front());
   early_.pop_front();
-  if (const auto wrong = begin(first.text)) {
+  if (const auto wrong = begin(first)) {
     channel_.send(MessageKind::refused, *wrong);
     channel_.flush();
     return exitUnread;
@@ -140,15 +140,19 @@ void WorkerRun::carryOut(const Message& message) {
   }
 }
 
-std::optional<std::string> WorkerRun::begin(const std::string& text) {
+std::optional<std::string> WorkerRun::begin(const Message& message) {
   if (const auto wrong = whyNoDescriptors(ofWorker + 4 * options_.ports.size())) return wrong;
-  auto handover = readHandover(text);
+  auto handover = readHandover(message.text);
   if (!handover) return "the configuration cannot be read";
   if (auto wrong = publish(*handover)) return wrong;
-  if (auto wrong = joinPorts(options_, core_, forwarder_, ports_, loop_.turnClock())) return wrong;
-  if (auto wrong = ports_.open()) return wrong;
-  const std::set<int>& needed = ports_.capabilities();
-  capabilitiesKeep({needed.begin(), needed.end()});
+  // The first process has judged what is joined when it started. By now a port-channel may be gone.
+  if (auto wrong =
+          joinPorts(options_, core_, forwarder_, ports_, loop_.turnClock(), Forwarder::Judged::before))
+    return wrong;
+  const auto trouble = message.kind == MessageKind::beginAgain ? LivePorts::Trouble::closesPort
+                                                               : LivePorts::Trouble::endsStart;
+  if (auto wrong = ports_.open(trouble)) return wrong;
+  capabilitiesKeep(ports_.capabilities(), ports_.capabilitiesToMake());
   commit_.emplace(core_, forwarder_, loop_.reserve(), std::move(handover->sources), nullptr);
   beginTelling();
   return std::nullopt;
@@ -171,6 +175,7 @@ std::optional<std::string> WorkerRun::publish(const Handover& handover) {
 }
 
 void WorkerRun::beginTelling() {
+  ports_.logIs([this](LogEvent event) { log_->tell(std::move(event)); });
   counts_ = std::make_unique<CountTeller>(
       CountTeller::From{core_, forwarder_, [this] { return ports_.states(); },
                         [this] { return ports_.totals(); }},

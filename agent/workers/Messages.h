@@ -8,13 +8,14 @@ namespace Agent {
 /// What the first process and its workers tell each other. The text of a message is JSON, see what reads it.
 enum class MessageKind : uint8_t {
   // To a worker.
-  begin,     ///< the configuration in force (Handover.h); the first of all
-  getReady,  ///< for a change (ChangeOrder.h)
-  drop,      ///< what it is ready for does not come
-  carryOut,  ///< what it is ready for
-  gather,    ///< tell all counts, and say so: a number
-  stations,  ///< where other workers have heard of stations
-  end,       ///< forward what has come, tell the last counts, and end
+  begin,       ///< the configuration in force (Handover.h); the first of all
+  beginAgain,  ///< the same for one that takes the place of another: ports that it cannot open stay closed
+  getReady,    ///< for a change (ChangeOrder.h)
+  drop,        ///< what it is ready for does not come
+  carryOut,    ///< what it is ready for
+  gather,      ///< tell all counts, and say so: a number
+  stations,    ///< where other workers have heard of stations
+  end,         ///< forward what has come, tell the last counts, and end
   // To the first process.
   begun,       ///< the configuration is in force and the ports are open
   refused,     ///< it could not begin: why

@@ -1,8 +1,6 @@
-#include <agent/workers/Channel.h>
 #include <agent/workers/Handover.h>
 #include <agent/workers/Stations.h>
-#include <agent/workers/WorkerProcess.h>
-#include <agent/workers/Workers.h>
+#include <agent/workers/WorkerMember.h>
 #include <fmt/format.h>
 #include <sys/epoll.h>
 
@@ -13,8 +11,10 @@ namespace Agent {
 
 namespace {
 
-/// A worker that dies as soon as it is there is not started again and again at once.
+/// A worker that dies as soon as it is there is not started again and again at once; one that cannot begin at
+/// all, seldomer and seldomer.
 constexpr Kelp::Duration untilNextStart{1.0};
+constexpr Kelp::Duration mostUntilNextStart{30.0};
 /// A worker tells its counts some times a second. One that is silent for so long is stuck. One that has not
 /// begun says nothing, but reads and compiles lists, which can take minutes: it is stuck when it has not had
 /// a processor for so long, either.
@@ -22,28 +22,10 @@ constexpr Kelp::Duration longestSilence{10.0};
 /// One that is busy for so long and has not begun is stuck, too.
 constexpr Kelp::Duration longestBeginning{600.0};
 constexpr Kelp::Duration watchEvery{1.0};
-/// How long whoever asks waits for the last counts.
-constexpr Kelp::Duration untilShown{0.5};
 /// How long their ends may take: the rest of the time at an end is this process's own.
 constexpr double mostToEndWorkers = 0.8;
 
 }  // namespace
-
-struct Workers::Member {
-  unsigned number = 0;
-  std::unique_ptr<WorkerProcess> process{};
-  std::unique_ptr<Channel> channel{};
-  bool begun = false;
-  bool refused = false;   ///< it has said why it cannot begin
-  bool owes = false;      ///< an answer, to the step of the change
-  uint64_t gathered = 0;  ///< up to this number its counts are here
-  CountSums::Worker counts{};
-  Kelp::Duration started{};
-  Kelp::Duration heard{};  ///< when it last gave a sign of life
-  Kelp::Duration used{};   ///< how long it had had a processor then
-  uint64_t starts = 0;
-  std::string wrong{};  ///< why it could not begin the last time, as it was told
-};
 
 Workers::Workers(Core& core, Forwarder& forwarder, EventLoop& loop, Options options)
     : core_(core),
@@ -81,28 +63,40 @@ std::optional<std::string> Workers::start(const std::function<bool()>& stop) {
 void Workers::startMissing() {
   // What is in force is handed over as a whole: not in the middle of a change.
   if (ending_ || step_ != Step::none) return;
+  const Kelp::Duration now = loop_.turnClock().now();
+  std::optional<Kelp::Duration> next;
+  std::string handover;
   for (const auto& member : members_) {
-    if (!member->process) start(*member);
+    if (member->process) continue;
+    if (member->due <= now && handover.empty()) handover = handoverText(core_, options_.sources());
+    if (member->due <= now) start(*member, handover);
+    if (!member->process) next = std::min(next.value_or(member->due), member->due);
   }
+  if (next) again_->scheduleTaskDelay(*next - now);
 }
 
-void Workers::start(Member& member) {
+void Workers::startLater(Member& member, Kelp::Duration delay) {
+  member.due = loop_.turnClock().now() + delay;
+  again_->scheduleTaskDelay(Kelp::Duration());
+}
+
+void Workers::start(Member& member, const std::string& handover) {
   std::string wrong;
   Descriptor line;
   member.process = WorkerProcess::start(member.number, options_.handed, line, wrong);
   if (!member.process) {
     if (opening_) failed_ = wrong;
     tellOnce(member, "cannot be started: " + wrong);
-    return again_->scheduleTaskDelay(untilNextStart);
+    return startLater(member, delayAfterFailure(member));
   }
   ++member.starts;
-  member.begun = member.refused = false;
+  member.begun = member.refused = member.asked = false;
   member.started = member.heard = loop_.turnClock().now();
   member.used = Kelp::Duration();
   member.channel = std::make_unique<Channel>(
       loop_, std::move(line), [this, &member](auto message) { handle(member, std::move(message)); });
   loop_.fdIs(member.process->fd(), EPOLLIN, [this, &member](uint32_t) { handleGone(member); });
-  member.channel->send(MessageKind::begin, handoverText(core_, options_.sources()));
+  member.channel->send(opening_ ? MessageKind::begin : MessageKind::beginAgain, handover);
 }
 
 void Workers::handle(Member& member, std::optional<Message> message) {
@@ -114,6 +108,8 @@ void Workers::handle(Member& member, std::optional<Message> message) {
       member.begun = true;
       member.gathered = gatherings_;
       member.wrong.clear();
+      member.delay = Kelp::Duration();
+      member.overtaken = 0;
       if (member.starts == 1) break;
       member.channel->send(MessageKind::stations, Stations::all(forwarder_));
       tell(Severity::notice, member, fmt::format("is there again (pid {})", member.process->pid()));
@@ -131,7 +127,8 @@ void Workers::handle(Member& member, std::optional<Message> message) {
       member.owes = false;
       return settle();
     case MessageKind::counts:
-      return sums_.add(text, member.counts);
+      sums_.add(text, member.counts);
+      return tellLinks(member);
     case MessageKind::gathered:
       member.gathered = std::stoull(text);
       return settleGathering();
@@ -153,18 +150,44 @@ void Workers::handleGone(Member& member) {
   sums_.keep(member.counts);
   member.counts = {};
   const bool begun = std::exchange(member.begun, false);
+  const bool asked = std::exchange(member.asked, false), ended = std::exchange(member.owes, false) && !asked;
   if (opening_ && !failed_) failed_ = fmt::format("worker {} {}", member.number, how);
   if (!opening_ && !ending_) {
-    if (begun)
+    if (ended)
+      tell(Severity::notice, member, "begins anew: the configuration has changed before it had begun");
+    else if (begun)
       tell(Severity::error, member, fmt::format("(pid {}) {}: what waited there is lost", pid, how));
     else if (!member.refused)
       tellOnce(member, how + " before it had begun");
   }
   const bool quick = loop_.turnClock().now() - member.started < untilNextStart;
-  again_->scheduleTaskDelay(quick ? untilNextStart : Kelp::Duration());
-  member.owes = false;
+  startLater(member, ended    ? Kelp::Duration()
+                     : !begun ? delayAfterFailure(member)
+                     : quick  ? untilNextStart
+                              : Kelp::Duration());
   settleGathering();
   settle();
+}
+
+Kelp::Duration Workers::delayAfterFailure(Member& member) {
+  member.delay = std::clamp(member.delay + member.delay, untilNextStart, mostUntilNextStart);
+  return member.delay;
+}
+
+/// How the devices of ports are with the workers that have told of them: there, or up, if they are with one.
+void Workers::tellLinks(const Member& from) const {
+  if (!options_.linkIs) return;
+  for (const auto& [name, own] : from.counts.live) {
+    std::optional<Link> link;
+    for (const auto& member : members_) {
+      const auto live = member->counts.live.find(name);
+      if (live == member->counts.live.end() || !live->second.present) continue;
+      if (!link) link = Link{.name = name, .index = 0, .up = false, .mtu = live->second.mtu};
+      link->up = link->up || live->second.up;
+      link->mtu = std::min(link->mtu, live->second.mtu);
+    }
+    options_.linkIs(name, link);
+  }
 }
 
 void Workers::end() {
@@ -177,70 +200,6 @@ void Workers::end() {
   const Kelp::Duration begin = loop_.turnClock().now();
   constexpr int waitMs = 20;
   while (any() && (loop_.turnClock().now() - begin).seconds() < mostToEndWorkers) loop_.turn(waitMs);
-}
-
-void Workers::getReady(const SourceChange& change, Heard heard) {
-  step_ = Step::gettingReady;
-  heard_ = std::move(heard);
-  refused_.reset();
-  for (const auto& member : members_) member->owes = member->channel != nullptr;
-  sendAll(MessageKind::getReady, changeOrderText(change));
-  settle();
-}
-
-void Workers::drop() {
-  sendAll(MessageKind::drop, {});
-  over();
-}
-
-void Workers::carryOut(std::function<void()> done) {
-  step_ = Step::carryingOut;
-  done_ = std::move(done);
-  for (const auto& member : members_) member->owes = member->channel != nullptr;
-  sendAll(MessageKind::carryOut, {});
-  settle();
-}
-
-void Workers::over() {
-  step_ = Step::none;
-  again_->scheduleTaskDelay(Kelp::Duration());
-}
-
-void Workers::settle() {
-  if (std::any_of(members_.begin(), members_.end(), [](const auto& each) { return each->owes; })) return;
-  if (step_ == Step::gettingReady) {
-    step_ = Step::ready;
-    std::exchange(heard_, nullptr)(refused_);
-  } else if (step_ == Step::carryingOut) {
-    step_ = Step::carriedOut;
-    std::exchange(done_, nullptr)();
-  }
-}
-
-void Workers::gather(std::function<void()> then) {
-  gathering_.push_back({++gatherings_, std::move(then)});
-  for (const auto& member : members_) {
-    if (member->begun) member->channel->send(MessageKind::gather, std::to_string(gatherings_));
-  }
-  patience_->scheduleTaskDelay(untilShown);
-  settleGathering();
-}
-
-void Workers::settleGathering() {
-  uint64_t done = gatherings_;
-  for (const auto& member : members_) {
-    if (member->begun) done = std::min(done, member->gathered);
-  }
-  std::vector<Gathering> left;
-  for (Gathering& each : std::exchange(gathering_, {})) {
-    if (each.number <= done)
-      each.then();
-    else
-      left.push_back(std::move(each));
-  }
-  gathering_.insert(gathering_.begin(), std::make_move_iterator(left.begin()),
-                    std::make_move_iterator(left.end()));
-  if (gathering_.empty()) patience_->cancelTask();
 }
 
 bool Workers::isStuck(Member& member) {

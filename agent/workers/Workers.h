@@ -4,6 +4,7 @@
 #include <agent/change/Partners.h>
 #include <agent/change/Sources.h>
 #include <agent/log/LogEvent.h>
+#include <agent/ports/PortDevice.h>
 #include <agent/ports/WorkerState.h>
 #include <agent/workers/Counts.h>
 #include <agent/workers/Messages.h>
@@ -29,6 +30,8 @@ class Workers final : public Partners {
     std::function<const Sources&()> sources;  ///< those in force
     std::vector<int> handed;                  ///< what each worker is handed for its ports; -1: nothing
     TellLog tell;
+    /// Where the links of ports are told of, as they are with the workers; nothing: the device is not there.
+    std::function<void(const std::string& port, const std::optional<Link>& link)> linkIs{};
   };
 
   /// Core, forwarder and loop outlive this object.
@@ -61,7 +64,10 @@ class Workers final : public Partners {
   enum class Step { none, gettingReady, ready, carryingOut, carriedOut };
 
   void startMissing();
-  void start(Member& member);
+  void start(Member& member, const std::string& handover);
+  void startLater(Member& member, Kelp::Duration delay);
+  Kelp::Duration delayAfterFailure(Member& member);
+  void tellLinks(const Member& from) const;
   void handle(Member& member, std::optional<Message> message);
   void handleGone(Member& member);
   /// A step is over when nobody owes an answer any more.
@@ -74,6 +80,8 @@ class Workers final : public Partners {
   /// The same for why it is not there, which goes on and on: told when it was something else the last time.
   void tellOnce(Member& member, const std::string& text) const;
   void sendAll(MessageKind kind, const std::string& text, const Member* except = nullptr);
+  /// To those that have part in the change.
+  void sendToAsked(MessageKind kind, const std::string& text);
 
   Core& core_;
   Forwarder& forwarder_;

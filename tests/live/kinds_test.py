@@ -62,8 +62,10 @@ class Bridged:
 
 
 class Tap(Bridged):
+    several = ()  # the word for a device that processes have together
+
     def prepare(self, device, bridge):
-        self.middle.ip("tuntap", "add", device, "mode", "tap")
+        self.middle.ip("tuntap", "add", device, "mode", "tap", *self.several)
         self.joined(device, bridge)
 
     def port(self, number):

@@ -382,7 +382,10 @@ def main(description):
     if reason:
         print(f"skipped: {reason}")
         sys.exit(77)
-    unittest.main(verbosity=2)
+    result = unittest.main(verbosity=2, exit=False).result
+    if result.testsRun == len(result.skipped) > 0:
+        sys.exit(77)
+    sys.exit(not result.wasSuccessful())
 
 
 if __name__ == "__main__":

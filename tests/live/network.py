@@ -115,10 +115,11 @@ class Namespace:
         return shown[0]["promiscuity"]
 
 
-def link(a, device_a, b, device_b, offloads=False, queues=1):
-    """A veth pair between two namespaces, up."""
+def link(a, device_a, b, device_b, offloads=False, queues=1, index=None):
+    """A veth pair between two namespaces, up. `index`: the second device's."""
     several = ("numrxqueues", str(queues), "numtxqueues", str(queues)) if queues > 1 else ()
-    a.ip("link", "add", device_a, *several, "type", "veth", "peer", "name", device_b, *several, "netns", b.name)
+    a.ip("link", "add", device_a, *several, "type", "veth", "peer", "name", device_b, *several,
+         *(("index", str(index)) if index else ()), "netns", b.name)
     for namespace, device in ((a, device_a), (b, device_b)):
         if not offloads:
             namespace.offloads_are_off(device)

@@ -122,6 +122,74 @@ class Kinds(LiveTest):
         self.assertEqual(a.received(len(frames)), frames)
         self.assertEqual(agent.stop()["ports"]["ring"]["received"], 200)
 
+    def test_captures_and_nothing_of_dpdk_are_ports(self):
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        frames = [udp(10, number, size=18 + number) for number in range(100)]
+        write_capture(self.path("in.pcap"), frames)
+        sock = self.path("sock")
+        agent = self.agent(OPEN, *NO_CARDS, "--control", sock, "--patch", "eth1,eth2", "--patch", "eth3,eth4", "--port",
+                           f"eth1=dpdk:net_pcap0,rx_pcap={self.path('in.pcap')},tx_pcap={self.path('in2.pcap')}", "--port",
+                           f"eth2=dpdk:net_pcap1,tx_pcap={self.path('out.pcap')}", "--port", "eth3=dpdk:net_null0,size=64",
+                           "--port", "eth4=null:", ports=())
+        self.assertTrue(until(lambda: self.live(sock)["eth2"]["sent"]["frames"] == len(frames)))
+        self.assertTrue(until(lambda: self.live(sock)["eth4"]["sent"]["frames"] > 1000))
+        self.assertEqual(self.live(sock)["eth3"]["how"], "net_null")
+        report = agent.stop()
+        self.assertEqual(report["ports"]["eth2"]["sent"], len(frames))
+        with open(self.path("out.pcap"), "rb") as file:
+            written = file.read()
+        self.assertEqual(len(written), 24 + sum(16 + len(frame) for frame in frames))
+        self.assertTrue(all(frame in written for frame in frames))
+
+    def test_zerocopy_where_the_driver_has_none_is_refused(self):
+        self.stations_are(1)
+        refused = Agent(live_test.VELO, self.middle, OPEN, "--port", "eth1=xdp:eth1,zerocopy", "--port", "eth2=null:",
+                        check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 1)
+        self.assertIn("eth1: queue 0: the driver does not do without a copy", refused.process.stderr.read())
+        self.assertNotIn('"xdp"', self.middle.ip("-d", "-j", "link", "show", "eth1").stdout)
+
+    def test_nothing_waits_in_xdp_for_a_link_that_is_down(self):
+        self.stations_are(1, 2)
+        sock = self.path("sock")
+        agent = self.agent(OPEN, "--patch", "eth1,eth2", "--control", sock, "--port", "eth1=xdp:eth1", "--port",
+                           "eth2=xdp:eth2", ports=())
+        a, b = self.wire(1), self.wire(2)
+        self.middle.ip("link", "set", "eth2", "down")
+        self.assertTrue(until(lambda: not self.live(sock)["eth2"]["up"]))
+        before = agent.processor_time()
+        a.send(udp(10, number) for number in range(100))
+        self.assertTrue(until(lambda: self.live(sock)["eth2"]["lost"]["sendFailed"] == 100), self.live(sock)["eth2"])
+        self.assertEqual(self.live(sock)["eth2"]["sent"]["frames"], 0)
+        time.sleep(1)
+        self.assertLess(agent.processor_time() - before, 0.3, "at rest")
+        self.middle.ip("link", "set", "eth2", "up")
+        self.assertTrue(until(lambda: self.live(sock)["eth2"]["up"]))
+        self.assertEqual(b.received(1, patience=0.5), [])
+        a.send([udp(10, 77)])
+        self.assertEqual(b.received(1), [udp(10, 77)])
+
+    def test_a_device_with_more_queues_than_there_is_memory_for_stays_closed(self):
+        """Frames that came by the others would not meet the lists."""
+        sock = self.path("sock")
+        self.stations_are(1)
+        self.agent(OPEN, "--patch", "eth1,eth2", "--control", sock, "--port", "eth1=eth1", "--port", "eth2=xdp:eth2", ports=())
+        live = lambda: self.live(sock)["eth2"]
+        self.queues = 5
+        self.stations_are(2)
+        self.assertTrue(until(lambda: "more queues than there is memory for since the start, 4" in (live()["wrong"] or "")))
+        self.assertFalse(live()["present"])
+        self.middle.ip("link", "del", "eth2")
+        self.queues = 3
+        self.stations_are(2)
+        self.assertTrue(until(lambda: live()["present"]), live())
+        self.assertEqual((live()["wrong"], live()["how"]), (None, "copy, queues 0-2"))
+        a, b = self.wire(1), self.wire(2)
+        b.send(udp(10, n, source=2, to=1, source_port=2000 + n) for n in range(256))
+        self.assertEqual(len(a.received(256)), 256, "by all three")
+
     def test_a_program_without_the_library_says_what_is_missing(self):
         for name in ("velo", "VeloAcl.so", "libvelo-platform.so"):
             shutil.copy(os.path.join(os.path.dirname(live_test.VELO), name), self.path(name))

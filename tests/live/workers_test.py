@@ -14,8 +14,8 @@ import types
 import fleet_test
 import live_test
 import operating_test
-from kinds_test import NO_CARDS, has_dpdk
-from live_test import OPEN, until
+from kinds_test import NO_CARDS, Tap, has_dpdk
+from live_test import OPEN, link, until
 from network import Agent, Wire, udp
 from operating_test import ALWAYS, FIRST, NEVER, SECOND, OperatedTest, alternating, rules_of, wanted
 from ports_test import write_capture
@@ -95,7 +95,7 @@ def lives(pid):
         return False
 
 
-class Workers(OperatedTest):
+class WorkersOf(OperatedTest):
     common = TWO
 
     def workers(self, agent):
@@ -109,6 +109,8 @@ class Workers(OperatedTest):
                     found[int(last.split(",")[1])] = int(pid)
             return found
 
+
+class WorkersChanging(WorkersOf):
     def test_no_packet_meets_a_mixture(self):
         changes = wanted("CHANGES", 250)
         self.stations_are(1, 2)
@@ -195,6 +197,16 @@ class Workers(OperatedTest):
         self.assertEqual(report["frames"], counted, "sums are kept over deaths")
         print(f"{killed} kills, {stream.sent} packets, {counted} counted, {lost} passed and were not counted", flush=True)
 
+
+class XdpWorkersChanging(XdpWorkers, WorkersChanging):
+    pass
+
+
+class TapWorkersChanging(Tap, WorkersChanging):
+    several = ("multi_queue",)
+
+
+class Workers(WorkersOf):
     def test_ids_and_counts_survive_the_first_one(self):
         self.stations_are(1, 2)
         state = os.path.join(self.folder, "state")
@@ -274,6 +286,102 @@ class Workers(OperatedTest):
         b.send(udp(10, n, source=2, to=1, source_port=2000 + n) for n in range(64))
         self.assertEqual(len(a.received(64)), 64)
 
+    def test_one_whose_driver_needs_rights_joins_again(self):
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        self.stations_are(3)
+        for number in (0, 1):
+            self.stations[number] = self.namespace()
+            # The driver makes a number of that of its process and that of the device, which has to be another one.
+            link(self.stations[number], "e0", self.middle, f"side{number}", index=1000 + 0x4000 * number)
+        agent = self.agent(OPEN.replace("eth1", "eth3"), *NO_CARDS, "--patch", "side,eth3", "--control", self.socket, "--port", "eth3=eth3",
+                           "--port", "side=dpdk:net_af_packet%w,iface=side%w,framecnt=1024", ports=())
+        sides, far = (self.wire(0), self.wire(1)), self.wire(3)
+        passes = lambda side: until(lambda: (side.send([udp(10)]), far.received(1, patience=0.3) != [])[1])
+        for victim in (1, 2):
+            self.assertTrue(all(map(passes, sides)))
+            os.kill(self.workers(agent)[victim], signal.SIGKILL)
+            self.assertTrue(until(lambda: set(self.workers(agent)) == {1, 2}))
+        self.assertTrue(all(map(passes, sides)))
+        kept = (13, 12, 39, 14, 17)  # CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF, CAP_IPC_LOCK, CAP_SYS_RAWIO
+        with open(f"/proc/{agent.process.pid}/status", encoding="ascii") as file:
+            status = dict(line.split(":\t", 1) for line in file.read().splitlines() if ":\t" in line)
+        self.assertEqual(int(status["CapPrm"], 16), sum(1 << number for number in kept), "and no more than these")
+
+    def test_one_begins_again_though_what_it_joins_has_changed(self):
+        """The start refuses what is no port-channel; those that run go on, and so does who takes the place of one."""
+        self.stations_are(1, 2)
+        bundled = OPEN + "port-channel po1 members eth2\n"
+        agent = self.agent(bundled, "--patch", "eth1,po1", "--control", self.socket)
+        client, a, b = self.control(), self.wire(1), self.wire(2)
+        passes = lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]
+        self.assertTrue(until(passes))
+        self.assertTrue(client.apply(OPEN)["applied"])
+        for victim in (1, 2):
+            old = self.workers(agent)[victim]
+            os.kill(old, signal.SIGKILL)
+            serving = lambda: all(one["serving"] and one["pid"] != old for one in client.ask("show", what="workers")["workers"])
+            self.assertTrue(until(serving, patience=5), "it begins")
+        self.assertFalse(passes(), "nothing is joined with eth1 now")
+        self.assertNotIn("po1", client.ask("show", what="ports")["ports"])
+        self.assertTrue(client.apply(bundled)["applied"])
+        self.assertTrue(until(passes))
+
+    def test_trouble_with_one_port_closes_no_other(self):
+        self.queues = 2
+        self.stations_are(1, 2, 3, 4)
+        agent = self.agent(OPEN, "--patch", "eth1,eth2", "--patch", "eth3,eth4", "--control", self.socket, "--port",
+                           "eth1=xdp:eth1", *(f"--port=eth{n}=eth{n}" for n in (2, 3, 4)), ports=())
+        client, c, d = self.control(), self.wire(3), self.wire(4)
+        live = lambda: client.ask("show", what="ports")["ports"]["eth1"]["live"]
+        self.middle.ip("link", "set", "eth1", "mtu", "9000")
+        self.assertTrue(until(lambda: not live()["present"]))
+        for victim in self.workers(agent).values():
+            os.kill(victim, signal.SIGKILL)
+        frames = [udp(10, n, source_port=2000 + n) for n in range(64)]
+
+        def all_pass():
+            d.received(0)
+            c.send(frames)
+            return sorted(d.received(len(frames), patience=0.5)) == sorted(frames)
+
+        self.assertTrue(until(all_pass))
+        self.assertTrue(until(lambda: "MTU of 9000" in (live()["wrong"] or "")))
+        self.middle.ip("link", "set", "eth1", "mtu", "1500")
+        self.assertTrue(until(lambda: live()["present"]), "it is tried again")
+        a, b = self.wire(1), self.wire(2)
+        self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
+
+    def test_links_that_only_workers_know_are_told(self):
+        """The kernel does not tell the first process of the devices of drivers."""
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        self.stations_are(1, 2)
+        pipe = lambda number: f"role={{}},socket={self.folder}/memif{number},socket-abstract=no"
+        bundled = OPEN + "port-channel po1 members m eth2\n"
+        here = self.agent(bundled, *NO_CARDS, "--patch", "eth1,po1", "--control", self.socket, "--port", "eth1=eth1",
+                          "--port", "eth2=eth2", "--port", f"m=dpdk:net_memif%w,{pipe('%w').format('server')}", ports=())
+        client = self.control()
+        up = lambda: client.ask("show", what="ports")["ports"]["m"]["live"]["up"]
+        self.assertTrue(until(lambda: not up()), "nobody is at the other end")
+        others = [Agent(live_test.VELO, self.middle, OPEN.replace("eth1", "m"), *NO_CARDS, "--port",
+                        f"m=dpdk:net_memif0,{pipe(n).format('client')}", "--port", "eth9=null:", "--patch", "m,eth9")
+                  for n in (0, 1)]
+        for other in others:
+            self.addCleanup(other.kill)
+        self.assertTrue(until(up))
+        time.sleep(1)  # until both have told
+        others[0].stop()
+        time.sleep(1)
+        self.assertTrue(up(), "one of them has it")
+        others[1].stop()
+        self.assertTrue(until(lambda: not up()))
+        here.stop()
+        told = [line for line in here.errors.splitlines() if "port m: its device" in line]
+        ends = lambda who: [line.rsplit(" ", 1)[-1] for line in told if line.removeprefix("velo: ").startswith(who)]
+        self.assertEqual(ends("port m"), ["down", "up", "down"], told)
+        self.assertEqual((ends("worker 1: "), ends("worker 2: ")), (["up", "down"],) * 2, told)
+
     def test_one_that_hangs_before_it_has_begun_is_ended(self):
         """It opens a pipe that nobody writes to."""
         capture, regular = os.path.join(self.folder, "in.pcap"), os.path.join(self.folder, "regular.pcap")
@@ -302,7 +410,11 @@ class Workers(OperatedTest):
         self.assertTrue(until(lambda: states()[1]["starts"] == 2 and 1 in self.workers(agent)))
         self.assertFalse(states()[1]["serving"])
         hanging = self.workers(agent)[1]
-        self.assertTrue(client.apply(OPEN.replace("permit", "deny"))["applied"], "a change does not wait for ever")
+        begin = time.monotonic()
+        self.assertTrue(client.apply(OPEN.replace("permit", "deny"))["applied"])
+        self.assertLess(time.monotonic() - begin, 5, "a change does not wait for one that has not begun")
+        self.assertTrue(until(lambda: self.workers(agent).get(1, hanging) != hanging), "that one begins anew")
+        hanging = self.workers(agent)[1]
         self.assertTrue(until(lambda: self.workers(agent).get(1, hanging) != hanging, patience=20))
         os.replace(regular, capture)
         self.assertTrue(until(lambda: states()[1]["serving"], patience=20))

@@ -3,12 +3,15 @@
 #include <linux/capability.h>
 
 #include "../../support/Frames.h"
+#include "../support/CaptureBytes.h"
+#include "../support/Run.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <deque>
 #include <list>
+#include <tuple>
 
 namespace {
 
@@ -92,6 +95,13 @@ class LivePortsTest : public testing::Test {
   }
   static Bytes numbered(uint16_t number) {
     return frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(number, 53).payload(number % 100u);
+  }
+
+  /// Of a process whose workers have the ports.
+  static Agent::PortSetup ofFirst() {
+    Agent::PortSetup setup;
+    setup.workers = 2;
+    return setup;
   }
 
   Kiv::ManualClock clock_, wall_;
@@ -322,6 +332,72 @@ TEST_F(LivePortsTest, DevicesAreOpenedAgainWithTheCapabilitiesOfTheirKinds) {
   EXPECT_EQ(ports_.capabilities(), (std::set<int>{CAP_NET_ADMIN, CAP_NET_RAW}));
   EXPECT_EQ(ports_.portIs("eth6", "xdp:ens6"), std::nullopt);
   EXPECT_EQ(ports_.capabilities(), (std::set<int>{CAP_NET_ADMIN, CAP_NET_RAW, CAP_BPF, CAP_IPC_LOCK}));
+}
+
+TEST_F(LivePortsTest, OneWhoStartsOthersKeepsWhatTheirDriversMayNeed) {
+  const std::string device = "dpdk:net_af_packet%w,iface=side%w";
+  const std::set<int> known{CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF, CAP_IPC_LOCK, CAP_SYS_RAWIO};
+  Agent::LivePorts first(forwarder_, loop_, ofFirst());
+  EXPECT_EQ(first.portIs("eth3", "null:"), std::nullopt);
+  EXPECT_TRUE(first.capabilitiesToMake().empty());
+  EXPECT_EQ(first.portIs("eth4", device), std::nullopt);
+  EXPECT_EQ(first.capabilitiesToMake(), known);
+  EXPECT_TRUE(first.capabilities().empty()) << "it is no harm when it has them not";
+}
+
+TEST_F(LivePortsTest, TroubleWithAPortEndsTheStartOrClosesThatPortOnly) {
+  const TempDir folder;
+  const std::string path = folder / "late.pcap";
+  for (const auto trouble : {Agent::LivePorts::Trouble::endsStart, Agent::LivePorts::Trouble::closesPort}) {
+    Agent::LivePorts ports(forwarder_, loop_);
+    EXPECT_EQ(ports.portIs("late", "pcap:" + path + ",endless"), std::nullopt);
+    EXPECT_EQ(ports.portIs("other", "null:"), std::nullopt);
+    const auto wrong = ports.open(trouble);
+    EXPECT_EQ(wrong.has_value(), trouble == Agent::LivePorts::Trouble::endsStart);
+    if (wrong) continue;
+    for (int turn = 0; turn < 3; ++turn) {
+      clock_.advance(Kelp::Duration(1.1));
+      loop_.turn(0);
+      EXPECT_FALSE(ports.states()[0].present);
+      EXPECT_NE(ports.states()[0].wrong.find("late.pcap"), std::string::npos);
+      EXPECT_TRUE(ports.states()[1].present);
+    }
+    const Bytes bytes = numbered(1);
+    writeFile(path, pcapBytes({{1, 0, bytes, static_cast<uint32_t>(bytes.size())}}));
+    clock_.advance(Kelp::Duration(1.1));
+    for (int turn = 0; turn < 3; ++turn) loop_.turn(0);
+    EXPECT_TRUE(ports.states()[0].present);
+    EXPECT_EQ(ports.states()[0].wrong, "");
+    EXPECT_GT(ports.states()[0].rxFrames, 0u);
+  }
+}
+
+TEST_F(LivePortsTest, WhatOthersTellOfTheirDevicesIsTheLinkOfThePort) {
+  std::vector<std::string> log;
+  Agent::LivePorts first(forwarder_, loop_, ofFirst());
+  EXPECT_EQ(first.portIs("eth3", "null:"), std::nullopt);
+  EXPECT_EQ(first.portIs("eth4", "packet:nowhere9"), std::nullopt);
+  first.logIs([&log](const Agent::LogEvent& event) { log.push_back(event.text); });
+  EXPECT_EQ(first.open(), std::nullopt);
+  const auto shown = [&first](size_t port) {
+    const Agent::PortState state = first.states()[port];
+    return std::tuple(state.present, state.up, state.mtu);
+  };
+  EXPECT_EQ(shown(0), std::tuple(true, true, Agent::anySize)) << "nobody has told yet";
+  first.toldIs("eth3", Agent::Link{"eth3", 0, false, 1500});
+  EXPECT_EQ(shown(0), std::tuple(true, false, 1500u));
+  EXPECT_FALSE(forwarder_.portIs("eth3").up) << "another member of a port-channel is chosen";
+  first.toldIs("eth3", Agent::Link{"eth3", 0, false, 1500});
+  first.toldIs("eth3", std::nullopt);
+  EXPECT_EQ(shown(0), std::tuple(false, false, 0u));
+  first.toldIs("eth3", Agent::Link{"eth3", 0, true, 1400});
+  EXPECT_EQ(shown(0), std::tuple(true, true, 1400u));
+  EXPECT_TRUE(forwarder_.portIs("eth3").up);
+  first.toldIs("eth4", Agent::Link{"eth4", 0, true, 1500});
+  EXPECT_EQ(shown(1), std::tuple(false, false, 0u)) << "of this one the kernel tells";
+  EXPECT_EQ(log, (std::vector<std::string>{"port eth3: its device null is down",
+                                           "port eth3: its device null has gone",
+                                           "port eth3: its device null is back"}));
 }
 
 TEST(SegmentsFit, WhatALargeFrameIsCutIntoIsHeldAgainstTheMtu) {
