@@ -5,6 +5,7 @@ usage: workers_test.py VELO [TEST...]; the exit status is 77 where the machine d
 """
 
 import os
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -351,6 +352,29 @@ class Workers(WorkersOf):
         self.assertTrue(until(lambda: live()["present"]), "it is tried again")
         a, b = self.wire(1), self.wire(2)
         self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
+
+    def test_one_that_cannot_begin_is_tried_seldomer(self):
+        """Its plugin is replaced by something else, and back."""
+        self.stations_are(1, 2)
+        plugin, right = os.path.join(self.folder, "VeloAcl.so"), os.path.join(self.folder, "right.so")
+        shutil.copy(os.path.join(os.path.dirname(live_test.VELO), "VeloAcl.so"), plugin)
+        agent = self.start(OPEN, "--plugin", plugin)
+        client = self.control()
+        first = lambda: client.ask("show", what="workers")["workers"][0]
+        os.rename(plugin, right)
+        with open(plugin, "wb") as file:
+            file.write(b"x")
+        os.kill(self.workers(agent)[1], signal.SIGKILL)
+        time.sleep(6)
+        starts = first()["starts"]
+        self.assertFalse(first()["serving"])
+        self.assertTrue(3 <= starts <= 5, f"{starts}: at once, after one second, after two more")
+        os.replace(right, plugin)
+        self.assertTrue(until(lambda: first()["serving"], patience=12))
+        os.kill(self.workers(agent)[1], signal.SIGKILL)
+        self.assertTrue(until(lambda: first()["serving"] and first()["starts"] > starts + 1, patience=4), "at once again")
+        agent.stop()
+        self.assertEqual(agent.errors.count("worker 1 cannot begin: "), 1, "told once")
 
     def test_links_that_only_workers_know_are_told(self):
         """The kernel does not tell the first process of the devices of drivers."""
