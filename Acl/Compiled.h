@@ -42,12 +42,16 @@ class Compiled final : public CompiledRules<Rule> {
   /// otherwise(i).
   template <class PacketAt, class Otherwise>
   void find(uint32_t count, const PacketAt& packetAt, const Otherwise& otherwise, const Entry** found) const {
-    uint32_t slots[Classify::burstMost];
-    if (ready_) look(count, packetAt, view_, slots);
+    uint32_t slots[Classify::burstMost], open = Classify::askBit;
+    if (ready_) {
+      look(count, packetAt, view_, slots);
+      open = takeSure(count, slots, found);
+    }
+    if (!(open & Classify::askBit)) [[likely]]
+      return;
     for (uint32_t i = 0; i < count; ++i) {
       const auto packet = [&packetAt, i] { return packetAt(i); };
-      if (!ready_ || !take(slots[i], packet, found[i])) [[unlikely]]
-        found[i] = otherwise(i);
+      if (!ready_ || !take(slots[i], packet, found[i])) found[i] = otherwise(i);
     }
   }
 
@@ -76,6 +80,21 @@ class Compiled final : public CompiledRules<Rule> {
     }
     found = entries_[slot];
     return found != nullptr;
+  }
+
+  /// Does the rest of find() for a burst as if all answers were sure, without a branch on a single packet.
+  /// Sets askBit in what it returns if one was not.
+  uint32_t takeSure(uint32_t count, const uint32_t* slots, const Entry** found) const {
+    static constexpr const Entry* none = nullptr;
+    uint32_t open = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+      const uint32_t slot = slots[i] & ~Classify::askBit;
+      const bool nowhere = slot == Classify::noSlot;
+      const Entry* const entry = *(nowhere ? &none : &entries_[slot]);
+      found[i] = entry;
+      open |= slots[i] | (entry || nowhere ? 0 : Classify::askBit);
+    }
+    return open;
   }
 
   /// The thorough look-up, behind a quick one that stopped at `slot`: at a rule that must be tested itself,

@@ -8,6 +8,10 @@ namespace Classify {
 
 namespace {
 
+/// What trees and sieves should take together, for each image of the list; and what a sieve may take in any
+/// case, for each image of its leaf: what is narrower hardly tells images apart.
+constexpr size_t bytesWithSieves = 240, leastBytesOfASieve = 24;
+
 constexpr uint32_t mostPlanted = Forest::strayTree - 1;  // and a last one with what they leave
 
 /// A list of so few images may have more copies of each.
@@ -43,7 +47,7 @@ void Forest::build(std::span<const Image> images, std::span<const uint32_t> sequ
     }
   }
   chooseAlways(prepared);
-  sieveLongLeaves();
+  sieveLongLeaves(images.size());
   constexpr size_t someBytes = 65536;
   enoughBytes_ = 2 * treeBytes() + someBytes;
   refreshView();
@@ -105,18 +109,25 @@ void Forest::chooseAlways(const Images& images) {
   }
 }
 
-/// Only at the end, when it is known which leaves stay.
-void Forest::sieveLongLeaves() {
+/// Only at the end, when it is known which leaves stay, and what is left of the memory for all.
+void Forest::sieveLongLeaves(size_t images) {
   if (!bounded_) return;
-  std::map<uint32_t, uint32_t> known;  // cells may share a leaf
-  const auto sieve = [&](uint32_t& place) {
-    if (!(place & leafBit) || leaves_.size(place) <= Leaves::longLeaf) return;
-    const auto [at, isNew] = known.try_emplace(place);
-    if (isNew) at->second = leaves_.sieved(place);
-    place = at->second;
+  std::map<uint32_t, uint32_t> sieves;  // by leaf; cells may share one
+  const auto eachLongLeaf = [this](const auto& visit) {
+    const auto consider = [&](uint32_t& place) {
+      if (place & leafBit && leaves_.size(place) > Leaves::longLeaf) visit(place);
+    };
+    std::for_each(view_.roots, view_.roots + view_.trees, consider);
+    std::for_each(cells_.begin(), cells_.end(), consider);
   };
-  std::for_each(view_.roots, view_.roots + view_.trees, sieve);
-  std::for_each(cells_.begin(), cells_.end(), sieve);
+  size_t members = 0;
+  eachLongLeaf(
+      [&](uint32_t place) { members += sieves.try_emplace(place, place).second ? leaves_.size(place) : 0; });
+  const size_t all = images * bytesWithSieves, left = all - std::min(all, treeBytes());
+  const size_t bytesPerMember =
+      std::clamp(left / std::max(members, size_t{1}), leastBytesOfASieve, Sieves::mostBytesPerImage);
+  for (auto& [leaf, sieve] : sieves) sieve = leaves_.sieved(leaf, bytesPerMember);
+  eachLongLeaf([&](uint32_t& place) { place = sieves.at(place); });
 }
 
 double Forest::plant(Builder& builder, const Images& images, bool several) {

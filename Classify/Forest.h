@@ -62,7 +62,7 @@ class Forest {
   template <class Visit>
   size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
                      const Visit& visit);
-  void sieveLongLeaves();
+  void sieveLongLeaves(size_t images);
   void insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order);
   void noteLostSieve(uint32_t before, uint32_t after);
   size_t treeBytes() const;

@@ -26,8 +26,8 @@ void Leaves::clear(bool wide) {
 
 uint32_t Leaves::make(std::span<const Image> images) { return images.empty() ? empty : makeBlocks(images); }
 
-uint32_t Leaves::sieved(uint32_t leaf) {
-  const uint32_t sieve = sieves_.make(images(leaf), leaf & ~leafBit);
+uint32_t Leaves::sieved(uint32_t leaf, size_t bytesPerImage) {
+  const uint32_t sieve = sieves_.make(images(leaf), leaf & ~leafBit, bytesPerImage);
   return sieve == Sieves::none ? leaf : leafBit | sieveBit | sieve;
 }
 

@@ -33,8 +33,9 @@ class Leaves {
   uint32_t make(std::span<const Image> images);
   /// A leaf of more images than this is long.
   static constexpr uint32_t longLeaf = 160;
-  /// The same leaf with a sieve before it, for all its cells; without one if a sieve would not help.
-  uint32_t sieved(uint32_t leaf);
+  /// The same leaf with a sieve before it, for all its cells; without one if a sieve would not help. The
+  /// sieve takes at most so many octets for each image.
+  uint32_t sieved(uint32_t leaf, size_t bytesPerImage);
   /// One cell more leads to a leaf; one cell less.
   void share(uint32_t leaf);
   void drop(uint32_t leaf);

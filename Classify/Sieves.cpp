@@ -137,8 +137,7 @@ std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
 }
 
 /// The same, as wide as memory allows: wider chunks are fewer, and a look-up fetches a row for each.
-std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups) {
-  constexpr size_t bytesPerImage = 190;  // with its place in a block as much as one in a tree
+std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups, size_t bytesPerImage) {
   for (uint32_t width = widest; width > 0; --width) {
     std::vector<Chunk> chunks = bestChunks(images, width);
     size_t rows = 1;
@@ -185,9 +184,9 @@ void Sieves::clear() {
   rows_.clear();
 }
 
-uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf) {
+uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf, size_t bytesPerImage) {
   const size_t groups = (images.size() + Row::images - 1) / Row::images;
-  const std::vector<Chunk> chunks = chunksFor(images, groups);
+  const std::vector<Chunk> chunks = chunksFor(images, groups, bytesPerImage);
   if (chunks.empty()) return none;
   Sieve sieve{};
   sieve.leaf = leaf;

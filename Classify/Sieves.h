@@ -16,8 +16,11 @@ class Sieves {
   static constexpr uint32_t none = ~uint32_t{0};
 
   /// Makes a sieve for the images of a leaf; `leaf` is the number of its first plane. Returns the sieve's
-  /// number, or `none` when the words of the key, without the quad, hardly tell these images apart.
-  uint32_t make(std::span<const Image> images, uint32_t leaf);
+  /// number, or `none` when the words of the key, without the quad, hardly tell these images apart, or
+  /// `bytesPerImage` are too few. It takes at most so many, and never more than mostBytesPerImage: with its
+  /// place in a block an image takes as much as one in a tree.
+  uint32_t make(std::span<const Image> images, uint32_t leaf, size_t bytesPerImage);
+  static constexpr size_t mostBytesPerImage = 190;
 
   const Sieve& operator[](uint32_t number) const { return sieves_[number]; }
   const Sieve* sieves() const { return sieves_.data(); }

@@ -108,4 +108,32 @@ TEST(Forest, TakesNotMoreThanSoMuchMemory) {
   }
 }
 
+/// Wildcards and ranges in few networks: trees divide them until their share of the memory is used, and leave
+/// long leaves, in which an image is more than once. Sieves of these leaves have to do with the rest.
+TEST(Forest, TakesNotMoreThanSoMuchMemoryWithSievesBehindTrees) {
+  constexpr uint32_t size = 10000, networks = 16;
+  World world(1, shapes[4]);
+  Dice dice(1);
+  List list;
+  for (uint32_t slot = 0; slot < size; ++slot) {
+    Image& image = list.images[slot];
+    image.slot = slot;
+    image.mask[0] = 0xfc000000 | (dice.word() & dice.word() & 0x03ffffff);
+    image.value[0] = (dice.below(networks) << 26 | (dice.word() & 0x03ffffff)) & image.mask[0];
+    image.mask[1] = dice.word() & dice.word();
+    image.value[1] = dice.word() & image.mask[1];
+    const uint32_t ends[2] = {dice.below(65536), dice.below(65536)};
+    image.pairLow = std::min(ends[0], ends[1]);
+    image.pairHigh = 0xffff0000 | std::max(ends[0], ends[1]);
+    list.sequences.push_back(slot);
+  }
+  Forest forest;
+  forest.build(list.inOrder(), list.sequences, false);
+  const View view = forest.view(nullptr);
+  EXPECT_FALSE(view.roots[0] & leafBit);
+  EXPECT_TRUE(forest.bounded());
+  EXPECT_LT(forest.bytes(), size * 256);
+  expectAgreement(forest, list, world, 100, "10000 in few networks");
+}
+
 }  // namespace ForestTests
