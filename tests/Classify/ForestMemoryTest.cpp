@@ -134,6 +134,14 @@ TEST(Forest, TakesNotMoreThanSoMuchMemoryWithSievesBehindTrees) {
   EXPECT_TRUE(forest.bounded());
   EXPECT_LT(forest.bytes(), size * 256);
   expectAgreement(forest, list, world, 100, "10000 in few networks");
+  // Some of these leaves are below a second node, where a burst has to see their sieves even if nobody else
+  // has one.
+  const std::vector<Image> ordered = list.inOrder();
+  for (int packet = 0; packet < 1000; ++packet) {
+    expectBursts(forest, list, {world.key(ordered)},
+                 fmt::format("10000 in few networks, packet {} alone", packet));
+    if (HasFatalFailure()) return;
+  }
 }
 
 }  // namespace ForestTests
