@@ -115,8 +115,8 @@ TABLE = (
     # Its driver receives what the host sends, and does not notice when the device goes.
     (Dpdk, (Counting, Following, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END, *NOT_FOLLOWED)),
     # Its ring has no room for what these send at once.
-    (DpdkXdp, (Counting,), (MTU_IS_NOT_KNOWN, "test_counters_are_what_was_sent", "test_the_end_sends_what_has_come")),
-    (DpdkTap, (Counting,), (HOST_IS_THE_OTHER_END, MTU_IS_NOT_KNOWN)),
+    (DpdkXdp, (Counting, *UNDER_TRAFFIC), (MTU_IS_NOT_KNOWN, "test_counters_are_what_was_sent", "test_the_end_sends_what_has_come")),
+    (DpdkTap, (Counting, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END, MTU_IS_NOT_KNOWN)),
 )
 for kind, groups, without in TABLE:
     for group in groups:

@@ -78,6 +78,15 @@ class WorkersOperating(operating_test.Operating):
     common = TWO
 
 
+class WorkersSurviving(operating_test.Surviving):
+    common, kills = TWO, 2
+    test_it_ends_when_nobody_takes_its_traces = None  # those of three processes do not fit into the pipe at the start
+
+
+class WorkersHostile(operating_test.Hostile):
+    common = TWO
+
+
 class WorkersJoining(fleet_test.Joining):
     common = TWO
 
