@@ -6,6 +6,7 @@
 #include <agent/core/Terminal.h>
 #include <agent/core/Version.h>
 #include <agent/core/Words.h>
+#include <agent/run/Capabilities.h>
 #include <agent/run/JoinPorts.h>
 #include <agent/run/Run.h>
 #include <agent/run/ServiceManager.h>

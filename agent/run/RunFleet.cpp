@@ -1,4 +1,5 @@
 #include <agent/core/Background.h>
+#include <agent/run/Capabilities.h>
 #include <agent/run/RunFleet.h>
 
 #include <utility>
