@@ -57,7 +57,9 @@ bool Forwarder::planFrom(const Port& port, uint32_t first) {
 }
 
 void Forwarder::planEgress(const Port& port, PacketSet packets) {
-  plan_.egress.fill(nullptr);
+  Port* all = port.entry && port.entry->junction ? egressOfAll(*port.entry, packets) : nullptr;
+  plan_.egress.fill(all);
+  if (all) return judgeEgress(*all, packets);
   if (!port.entry || !port.entry->junction) return;
   PacketSet leave = 0;
   forEachPacket(packets, [&](uint32_t i) {
@@ -70,11 +72,23 @@ void Forwarder::planEgress(const Port& port, PacketSet packets) {
     const Port* to = plan_.egress[static_cast<uint32_t>(std::countr_zero(leave))];
     PacketSet here = 0;
     forEachPacket(leave, [&](uint32_t i) { here |= PacketSet{plan_.egress[i] == to} << i; });
-    const Velo::BurstVerdicts out = plan_.out.judge(plan_.packets, here, {to->id, to->portChannel});
-    plan_.alone |= out.alone;
-    plan_.droppedOut |= out.dropped;
+    judgeEgress(*to, here);
     leave &= ~here;
   }
+}
+
+void Forwarder::judgeEgress(const Port& to, PacketSet packets) {
+  const Velo::BurstVerdicts out = plan_.out.judge(plan_.packets, packets, {to.id, to.portChannel});
+  plan_.alone |= out.alone;
+  plan_.droppedOut |= out.dropped;
+}
+
+Port* Forwarder::egressOfAll(const End& entry, PacketSet packets) {
+  if (packets == 0 || entry.junction->asksAddresses()) return nullptr;
+  auto& [pkt, parsed] = plan_.packets.packet(static_cast<uint32_t>(std::countr_zero(packets)));
+  const auto targets = entry.junction->targets(entry, Junction::headerOf(parsed), pkt.vlanId());
+  if (targets.size() != 1 || targets.front() == &entry) return nullptr;
+  return targets.front()->usable.size() == 1 ? targets.front()->usable.front() : nullptr;
 }
 
 Port* Forwarder::soleEgress(const End& entry, uint32_t packet, bool& several) {

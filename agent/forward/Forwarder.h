@@ -111,6 +111,10 @@ class Forwarder final : public Velo::MirrorTarget {
   // In Bursts.cpp. A plan is for the packets from `first` on.
   bool planFrom(const Port& port, uint32_t first);
   void planEgress(const Port& port, Velo::PacketSet packets);
+  /// Judges packets that leave by a port.
+  void judgeEgress(const Port& to, Velo::PacketSet packets);
+  /// The one port that all packets leave by, whatever is in them; null: it has to be asked for each.
+  Port* egressOfAll(const End& entry, Velo::PacketSet packets);
   /// The one port that a packet leaves by; null: none, or several.
   Port* soleEgress(const End& entry, uint32_t packet, bool& several);
   bool planHolds() const;

@@ -132,6 +132,8 @@ std::optional<std::string> PacketDevice::join(int index) {
     const int fanout = group | how << 16;
     joined = joined || packetOptionIs(fd(), PACKET_FANOUT, fanout);
   }
+  // What comes to this one until its filter is open, microseconds, is lost: a filter that was open before
+  // would have it take what the others have, too.
   if (!joined) return failed("not in the group of those that have the interface together");
   if (!filterIs(fd(), incomingFrames)) return failed("no filter");
   return std::nullopt;
