@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -32,6 +34,14 @@ double processorSeconds() {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
   };
   return seconds(used.ru_utime) + seconds(used.ru_stime);
+}
+
+/// Of this process, in KiB.
+double memoryNow() {
+  std::ifstream file("/proc/self/statm");
+  double size = 0, resident = 0;
+  file >> size >> resident;
+  return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024;
 }
 
 class Fleet {
@@ -105,10 +115,13 @@ int main(int argc, char** argv) {
 
   const int64_t first = write(texts(0));
   const auto begin = Clock::now();
+  const double memoryBefore = memoryNow();
   Fleet fleet(*place, agents);
   const auto joined = fleet.until(first, begin);
   fmt::print("{} of {} agents have joined after {:.2f} s\n", joined.size(), agents,
              joined.empty() ? 0 : joined.back());
+  fmt::print("memory of an agent's link and its texts: {:.0f} KiB\n", (memoryNow() - memoryBefore) / agents);
+  std::fflush(stdout);
   std::vector<double> all, last;
   for (int change = 1; change <= changes; ++change) {
     usleep(500000);
@@ -133,5 +146,6 @@ int main(int argc, char** argv) {
   sleep(static_cast<unsigned>(idle));
   fmt::print("idle: {:.2f} ms of processor a minute and agent\n",
              (processorSeconds() - before) * 1e3 * 60 / idle / agents);
+  fmt::print("memory at the end: {:.0f} KiB each\n", (memoryNow() - memoryBefore) / agents);
   return 0;
 }

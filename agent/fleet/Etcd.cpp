@@ -30,25 +30,31 @@ Json rangeJson(const EtcdRange& range) {
 }
 
 Json txnJson(const EtcdTxn& txn) {
-  Json compare = Json::array(), success = Json::array();
-  for (const auto& [key, modified] : txn.compares) {
-    compare.push_back({{"key", base64Of(key)},
-                       {"target", "MOD"},
-                       {"result", "EQUAL"},
-                       {"mod_revision", std::to_string(modified)}});
+  Json compare = Json::array(), success = Json::array(), reads = Json::array();
+  for (const auto& [key, modified, end] : txn.compares) {
+    Json one = {{"key", base64Of(key)},
+                {"target", "MOD"},
+                {"result", end.empty() ? "EQUAL" : "LESS"},
+                {"mod_revision", std::to_string(end.empty() ? modified : modified + 1)}};
+    if (!end.empty()) one["range_end"] = base64Of(end);
+    compare.push_back(std::move(one));
   }
   for (const EtcdRange& range : txn.deletes) {
     Json gone = {{"key", base64Of(range.key)}};
     if (range.isPrefix) gone["range_end"] = base64Of(prefixEnd(range.key));
     success.push_back({{"request_delete_range", std::move(gone)}});
   }
-  for (const auto& [key, value, isLeased] : txn.puts) {
+  for (const auto& [key, value, isLeased, tellsBefore] : txn.puts) {
     Json put = {{"key", base64Of(key)}, {"value", base64Of(value)}};
     if (isLeased) put["lease"] = std::to_string(txn.lease);
+    if (tellsBefore) put["prev_kv"] = true;
     success.push_back({{"request_put", std::move(put)}});
   }
-  for (const EtcdRange& range : txn.reads) success.push_back({{"request_range", rangeJson(range)}});
-  return {{"compare", std::move(compare)}, {"success", std::move(success)}};
+  for (const EtcdRange& range : txn.reads) reads.push_back({{"request_range", rangeJson(range)}});
+  success.insert(success.end(), reads.begin(), reads.end());
+  Json json = {{"compare", std::move(compare)}, {"success", std::move(success)}};
+  if (!txn.compares.empty()) json["failure"] = std::move(reads);
+  return json;
 }
 
 /// Numbers of 64 bits are texts in this form; a member that is left out is 0.
@@ -82,13 +88,14 @@ const Json& partOf(const Json& json, const char* name) {
   return member != json.end() && member->is_structured() ? *member : nothing;
 }
 
+EtcdEntry entryIn(const Json& kv) {
+  return {fromBase64(textIn(kv, "key")).value_or(""), fromBase64(textIn(kv, "value")).value_or(""),
+          integerIn(kv, "mod_revision"), integerIn(kv, "version")};
+}
+
 std::vector<EtcdEntry> entriesIn(const Json& range) {
   std::vector<EtcdEntry> entries;
-  for (const Json& kv : partOf(range, "kvs")) {
-    entries.push_back({fromBase64(textIn(kv, "key")).value_or(""),
-                       fromBase64(textIn(kv, "value")).value_or(""), integerIn(kv, "mod_revision"),
-                       integerIn(kv, "version")});
-  }
+  for (const Json& kv : partOf(range, "kvs")) entries.push_back(entryIn(kv));
   return entries;
 }
 
@@ -102,6 +109,8 @@ EtcdResult resultIn(const Json& json) {
   for (const Json& response : partOf(json, "responses")) {
     if (response.contains("response_range"))
       result.reads.push_back(entriesIn(partOf(response, "response_range")));
+    const Json& before = partOf(partOf(response, "response_put"), "prev_kv");
+    if (!before.empty()) result.before.push_back(entryIn(before));
   }
   return result;
 }
@@ -115,13 +124,17 @@ struct Etcd::Called {
   bool elsewhere = false;  ///< another endpoint may answer
   bool again = false;      ///< with another token it may be answered
   bool isUnknown = false;
+  bool isTooMuch = false;
 };
 
 Etcd::Etcd(Http& http, EtcdPlace place) : http_(http), place_(std::move(place)) {}
 
 Etcd::Called Etcd::callOnce(const char* path, const std::string& body, double patience) {
   const Http::Answer answer = http_.post({endpoint() + path, body, token_, patience});
-  if (answer.status == 0) return {{}, endpoint() + ": " + answer.wrong, true, false, answer.isUnknown};
+  // What is too much at one endpoint is so at each.
+  if (answer.status == 0)
+    return {
+        {}, endpoint() + ": " + answer.wrong, !answer.isTooMuch, false, answer.isUnknown, answer.isTooMuch};
   Json json = Json::parse(answer.body, nullptr, false);
   if (answer.status == 200 && json.is_object()) return {std::move(json), {}, false, false, false};
   const int code = json.is_object() ? static_cast<int>(integerIn(json, "code")) : 0;
@@ -173,9 +186,9 @@ Etcd::Called Etcd::call(const char* path, const Json& question, bool onlyReads, 
 Maybe<EtcdResult> Etcd::txn(const EtcdTxn& asked) {
   const bool onlyReads = asked.puts.empty() && asked.deletes.empty();
   Called called = call("/v3/kv/txn", txnJson(asked), onlyReads, usualPatience);
-  if (!called.wrong.empty()) return {{}, std::move(called.wrong), called.isUnknown};
+  if (!called.wrong.empty()) return {{}, std::move(called.wrong), called.isUnknown, called.isTooMuch};
   EtcdResult result = resultIn(called.json);
-  if (result.succeeded && result.reads.size() != asked.reads.size())
+  if (result.reads.size() != asked.reads.size())
     return {{}, endpoint() + ": an answer of another kind", true};
   return {std::move(result), {}, false};
 }

@@ -24,6 +24,7 @@ struct Maybe {
   std::optional<T> value{};
   std::string wrong{};
   bool isUnknown = false;  ///< what was asked for may have been carried out
+  bool isTooMuch = false;  ///< the answer is longer than is taken
   explicit operator bool() const { return value.has_value(); }
 };
 
@@ -43,18 +44,21 @@ struct EtcdRange {
   int64_t at = 0;           ///< as it was at this revision; 0: now
 };
 
-/// What has to hold for a transaction: the key was last changed at this revision; 0: there is none.
+/// What has to hold for a transaction: the key was last changed at this revision; 0: there is none. With an
+/// `end`: none of the keys from `key` up to it, itself not among them, was changed behind this revision.
 struct EtcdCompare {
   std::string key;
   int64_t modified = 0;
+  std::string end{};
 };
 
 struct EtcdPut {
   std::string key, value;
   bool isLeased = false;
+  bool tellsBefore = false;  ///< what was there is answered
 };
 
-/// All or nothing, in this order: writes, then reads.
+/// All or nothing, in this order: writes, then reads. When a comparison does not hold it only reads.
 struct EtcdTxn {
   std::vector<EtcdCompare> compares{};
   std::vector<EtcdPut> puts{};
@@ -68,6 +72,7 @@ struct EtcdResult {
   std::string cluster{};  ///< which store it is: one that is set up anew has another number
   bool succeeded = true;
   std::vector<std::vector<EtcdEntry>> reads{};  ///< in the order of the question
+  std::vector<EtcdEntry> before{};              ///< what writes have replaced that were to tell it
 };
 
 /// A key-value store of etcd's version 3, by the JSON form of its interface (etcd 3.4 and later). It asks one

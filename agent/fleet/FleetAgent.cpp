@@ -32,7 +32,10 @@ Json contentJson(const FleetContent& content) {
 }
 
 Json identityJson(const FleetIdentity& identity) {
-  return {{"agent", identity.agent}, {"groups", identity.groups}, {"program", version()}};
+  return {{"agent", identity.agent},
+          {"instance", identity.instance},
+          {"groups", identity.groups},
+          {"program", version()}};
 }
 
 std::string valueOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
@@ -59,7 +62,7 @@ FleetAgent::FleetAgent(World world, FleetIdentity identity)
     if (outcome.wrong.empty()) {
       since_ = world_.loop.turnWall().now().seconds();
       tellDrops();
-      drops_.changed(world_.loop.turnClock().now().seconds(), outcome.content->version);
+      drops_.changed(world_.loop.turnClock().now().seconds(), outcome.content->version, world_.link.tried());
     }
     tellState();
   });
@@ -106,7 +109,7 @@ void FleetAgent::tellDrops() {
   if (!world_.dropped) return;
   const double now = world_.loop.turnClock().now().seconds();
   drops_.add(now, world_.dropped());
-  if (std::string value = drops_.value(now); !value.empty())
+  if (std::string value = drops_.value(now, world_.link.tried()); !value.empty())
     world_.link.valuesAre({{dropsKey(identity_.agent), std::move(value)}});
 }
 

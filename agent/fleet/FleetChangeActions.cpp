@@ -58,8 +58,11 @@ class FleetChangeAction : public FleetAction {
     plan.packets = packets_;
     plan.mayOpen = leave_.openings;
     std::vector<std::vector<EtcdEntry>> audits;
-    auto sight = fleetSight(etcd, FleetSight::Texts::whole, {{.key = auditKey(group_)}}, &audits);
+    auto sight = fleetSight(etcd, {{.key = auditKey(group_)}}, &audits);
     if (!sight) return failed(sight.wrong);
+    std::set<std::string> places = sight.value->placesOf(sight.value->agentsOf(group_));
+    places.insert(textsPrefix(group_));
+    if (auto wrong = readTexts(etcd, *sight.value, places); !wrong.empty()) return failed(wrong);
     Json document = planDocument(plan, *sight.value, leave_);
     auto why = whyNoPlan(document);
     document["applied"] = false;
@@ -104,7 +107,11 @@ class FleetChangeAction : public FleetAction {
     if (!begun) return failed(begun.wrong);
     document["revision"] = *begun.value;
     if (!json()) Agent::print(planText(document, wantsColour(STDOUT_FILENO)) + "\n");
-    if (!rollout_.detached()) document["rollout"] = followRollout(etcd, group(), audit.who, !json());
+    if (!rollout_.detached()) {
+      auto last = followRollout(etcd, group(), audit.who, !json());
+      if (!last) return failed(last.wrong);
+      document["rollout"] = std::move(*last.value);
+    }
     const bool isDone = document.at("rollout").is_object() && document.at("rollout").at("phase") == "done";
     document["applied"] = isDone;
     return print(document, rollout_.detached() ? "the rollout has begun\n" : "",
@@ -225,8 +232,9 @@ class FleetRollbackAction final : public FleetChangeAction {
   Exit run(Etcd& etcd, const std::string&) const override {
     int64_t to = revision_;
     if (to == 0) {
-      const auto audits = auditsOf(etcd, group());
+      auto audits = auditsOf(etcd, group());
       if (!audits) return failed(audits.wrong);
+      std::erase_if(*audits.value, [](const auto& one) { return !one.second.isOfTexts(); });
       if (audits.value->size() < 2) return failed("there is no change of " + group() + " before the last");
       to = (*audits.value)[1].first;
     }

@@ -59,7 +59,7 @@ class FleetStatusAction final : public FleetAction {
  private:
   Exit run(Etcd& etcd, const std::string&) const override {
     if (watch_ && !json() && isScreen(STDOUT_FILENO)) return watch(etcd);
-    auto sight = fleetSight(etcd, FleetSight::Texts::keys);
+    auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     const Json document = fleetStatusDocument(*sight.value);
     return print(document, textOf(document));
@@ -70,7 +70,7 @@ class FleetStatusAction final : public FleetAction {
   static Exit watch(Etcd& etcd) {
     Screen screen;
     for (std::string input; input.find('q') == std::string::npos;) {
-      const auto sight = fleetSight(etcd, FleetSight::Texts::keys);
+      const auto sight = fleetSight(etcd);
       std::vector<std::string> rows;
       std::string text = sight ? textOf(fleetStatusDocument(*sight.value)) : sight.wrong + "\n";
       const ScreenSize size = Screen::size();
@@ -96,7 +96,7 @@ class FleetForgetAction final : public FleetAction {
 
  private:
   Exit run(Etcd& etcd, const std::string&) const override {
-    const auto sight = fleetSight(etcd, FleetSight::Texts::keys);
+    const auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     const auto known = sight.value->agents.find(agent_);
     if (known == sight.value->agents.end()) return failed("there is no agent " + agent_);
@@ -122,7 +122,7 @@ class FleetDiffAction final : public FleetAction {
 
  private:
   Exit run(Etcd& etcd, const std::string&) const override {
-    auto sight = fleetSight(etcd, FleetSight::Texts::keys);
+    auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     const Json document = fleetDiffDocument(*sight.value);
     return print(document, fleetDiffText(document));
@@ -150,6 +150,7 @@ Exit FleetAction::carryOut(const std::string& plugin) const {
     complain("--fleet: " + wrong);
     return exitUsage;
   }
+  if (const auto why = whyReadable(*place); !why.empty()) complain("--fleet-login: " + why);
   Http http(place->credentials);
   Etcd etcd(http, std::move(*place));
   return run(etcd, plugin);

@@ -25,8 +25,12 @@ Json countedJson(const MatchCount& count) { return {count.in + count.out, count.
 struct FleetCounters::Round {
   Round(const Core& core, const std::string& name) : reader(core), agent(name) {
     for (auto& key : reader.defined()) {
-      if (lists.size() < mostLists) lists.push_back(std::move(key));
+      if (lists.size() < mostLists)
+        lists.push_back(std::move(key));
+      else
+        ++listsLeftOut;
     }
+    if (listsLeftOut > 0) values[leftOutKey(agent)] = std::to_string(listsLeftOut);
   }
 
   /// Gathers the next piece; false when that was the last one.
@@ -45,6 +49,7 @@ struct FleetCounters::Round {
   const ListReader reader;
   const std::string agent;
   std::map<std::string, std::string> values;  // by key
+  size_t listsLeftOut = 0;
 
  private:
   void begin() {
@@ -55,6 +60,7 @@ struct FleetCounters::Round {
     rules = Json::array();
     leftOut = 0;
     const ListReport head = reader.head(list);
+    source = head.sources.empty() ? "" : head.sources.front();
     counted = head.implicitDrop && head.implicitDrop->in + head.implicitDrop->out > 0
                   ? countedJson(*head.implicitDrop)
                   : Json(nullptr);
@@ -73,7 +79,10 @@ struct FleetCounters::Round {
   }
   void end() {
     if (rules.empty() && counted.is_null()) return;
-    Json value = {{"rules", std::move(rules)}, {"implicit", std::move(counted)}, {"leftOut", leftOut}};
+    Json value = {{"rules", std::move(rules)},
+                  {"implicit", std::move(counted)},
+                  {"leftOut", leftOut},
+                  {"source", source}};
     values[counterKey(agent, Acl::stringValue(list.first), list.second.str())] = value.dump();
   }
 
@@ -82,6 +91,7 @@ struct FleetCounters::Round {
   std::vector<Kiv::UniqueId> ids;
   size_t at = 0, leftOut = 0;
   Json rules, counted;  // of the list
+  std::string source;
 };
 
 FleetCounters::FleetCounters(const Core& core, std::string agent, Told told)

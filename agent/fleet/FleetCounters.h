@@ -14,7 +14,7 @@ namespace Agent {
 
 /// What the rules of an agent have counted, for the store of its fleet: gathered every few seconds on the
 /// loop, a slice a turn. Only lists of which something was counted since are told, each as one value, and of
-/// them the rules that met packets at all.
+/// them the rules that met packets at all. What is left out, because there is too much, is told.
 class FleetCounters {
  public:
   static constexpr Kelp::Duration interval{5.0};

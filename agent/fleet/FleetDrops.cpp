@@ -1,11 +1,13 @@
 #include <agent/fleet/FleetDrops.h>
 #include <nlohmann/json.hpp>
 
+#include <utility>
+
 namespace Agent {
 
 namespace {
 
-/// So long behind a change it is told anew every time, if anything was dropped; then nobody looks any more.
+/// So long behind a change it is told anew every time, if anything was dropped, whatever comes of it.
 constexpr double lookedAt = 600;
 /// What was dropped within less says nothing.
 constexpr double leastSeconds = 1;
@@ -17,17 +19,19 @@ void FleetDrops::add(double now, uint64_t dropped) {
   while (samples_.size() > 1 && samples_.front().time < now - window) samples_.pop_front();
 }
 
-void FleetDrops::changed(double now, const std::string& version) {
+void FleetDrops::changed(double now, const std::string& version, const std::string& tried) {
   if (version == version_ || samples_.empty()) return;
   version_ = version;
+  if (std::exchange(tried_, tried) == tried && !tried.empty()) return;
   begin_ = {now, samples_.back().dropped};
   before_ = {now - samples_.front().time, begin_.dropped - samples_.front().dropped};
 }
 
-std::string FleetDrops::value(double now) {
-  const double seconds = now - begin_.time;
-  if (version_.empty() || seconds > lookedAt) return told_;
-  const uint64_t dropped = samples_.back().dropped - begin_.dropped;
+std::string FleetDrops::value(double now, const std::string& tried) {
+  if (version_.empty() || (tried.empty() && now - begin_.time > lookedAt)) return told_;
+  const Sample& from = samples_.front().time > begin_.time ? samples_.front() : begin_;
+  const double seconds = now - from.time;
+  const uint64_t dropped = samples_.back().dropped - from.dropped;
   const nlohmann::ordered_json made = {{"version", version_},
                                        {"before", {before_.dropped, before_.time}},
                                        {"since", {dropped, dropped == 0 ? 0 : seconds}}};

@@ -47,10 +47,12 @@ class FleetExplainAction final : public FleetAction {
     if (!frame) return misused("--in: " + wrong);
     const std::string port = port_.empty() ? frame->port : port_;
     if (port.empty()) return misused("explain needs --port: where the frame comes in");
-    const auto sight = fleetSight(etcd, FleetSight::Texts::whole);
+    auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     if (!agent_.empty() && !sight.value->agents.contains(agent_))
       return failed("there is no agent " + agent_);
+    if (auto why = readTexts(etcd, *sight.value, sight.value->placesOf(agentsOf(*sight.value))); !why.empty())
+      return failed(why);
     FleetAnswerTexts answers;
     if (!byStore_) {
       auto asked = askAgents(etcd, agentsToAsk(*sight.value), requestOf(port, *frame));
@@ -65,11 +67,16 @@ class FleetExplainAction final : public FleetAction {
     return exitUsage;
   }
 
-  std::vector<std::string> agentsToAsk(const FleetSight& sight) const {
+  std::vector<std::string> agentsOf(const FleetSight& sight) const {
     std::vector<std::string> names;
     for (const auto& [name, member] : sight.agents) {
-      if (!member.state.is_null() && (agent_.empty() || name == agent_)) names.push_back(name);
+      if (agent_.empty() || name == agent_) names.push_back(name);
     }
+    return names;
+  }
+  std::vector<std::string> agentsToAsk(const FleetSight& sight) const {
+    std::vector<std::string> names = agentsOf(sight);
+    std::erase_if(names, [&sight](const auto& name) { return sight.agents.at(name).state.is_null(); });
     return names;
   }
   static std::string requestOf(const std::string& port, const Frame& frame) {

@@ -14,7 +14,9 @@ constexpr size_t mostNameOctets = 64;
 // Behind the prefix of a place. They have a slash, so they are no names of texts.
 constexpr std::string_view rolloutState = "rollout/state", rolloutTexts = "rollout/texts/",
                            rolloutDriver = "rollout/driver", openingsWord = "openings/allowed",
-                           questions = "question/";
+                           openingsBack = "openings/back", questions = "question/";
+/// The folders below a place that have no texts of it, in their order.
+constexpr std::string_view folders[] = {"openings", "question", "rollout"};
 
 bool isNameOctet(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
@@ -48,6 +50,9 @@ std::string countersPrefix() { return fmt::format("{}counters/", fleetRoot); }
 std::string counterKey(std::string_view agent, std::string_view type, std::string_view list) {
   return fmt::format("{}{}/{}/{}", countersPrefix(), agent, type, keyPart(list));
 }
+std::string leftOutKey(std::string_view agent) {
+  return fmt::format("{}{}/left-out", countersPrefix(), agent);
+}
 std::string auditKey(std::string_view group) { return fmt::format("{}audit/{}", fleetRoot, group); }
 std::string textsPrefix(std::string_view group) { return groupPrefix(group); }
 
@@ -55,8 +60,20 @@ std::string rolloutKey(std::string_view place) { return fmt::format("{}{}", plac
 std::string rolloutTextsPrefix(std::string_view place) { return fmt::format("{}{}", place, rolloutTexts); }
 std::string driverKey(std::string_view place) { return fmt::format("{}{}", place, rolloutDriver); }
 std::string mayOpenKey(std::string_view place) { return fmt::format("{}{}", place, openingsWord); }
+std::string mayOpenBackKey(std::string_view place) { return fmt::format("{}{}", place, openingsBack); }
+std::vector<std::pair<std::string, std::string>> textRanges(const std::string& place) {
+  std::vector<std::pair<std::string, std::string>> ranges;
+  std::string from = place;
+  for (const std::string_view folder : folders) {
+    ranges.emplace_back(from, fmt::format("{}{}/", place, folder));
+    from = prefixEnd(ranges.back().second);
+  }
+  ranges.emplace_back(from, prefixEnd(place));
+  return ranges;
+}
 bool isOfPlace(std::string_view rest) {
-  if (rest == rolloutState || rest == rolloutDriver || rest == openingsWord) return true;
+  if (rest == rolloutState || rest == rolloutDriver || rest == openingsWord || rest == openingsBack)
+    return true;
   for (const std::string_view folder : {rolloutTexts, questions}) {
     if (rest.starts_with(folder)) return !whyNoFleetName(rest.substr(folder.size()));
   }

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace Agent {
 
@@ -15,12 +17,14 @@ namespace Agent {
 //   /velo/v1/config/GROUP/rollout/texts/NAME     those texts, while they are on their way
 //   /velo/v1/config/GROUP/rollout/driver         who sees to it; goes with whoever does
 //   /velo/v1/config/GROUP/openings/allowed       which texts may open something, by their digest
+//   /velo/v1/config/GROUP/openings/back          which may, in place of texts of a rollout
 //   /velo/v1/config/agents/AGENT/question/ID     what somebody asks an agent; goes with whoever does
 //   /velo/v1/agents/AGENT/state         what is true of an agent; goes with it
 //   /velo/v1/agents/AGENT/answer/ID     its answer, as long as the question is there
 //   /velo/v1/agents/AGENT/drops         what it dropped before and since its last change; goes with it
 //   /velo/v1/known/AGENT                that there is such an agent; stays when it goes
 //   /velo/v1/counters/AGENT/TYPE/LIST   what the rules of a list have counted; goes with it
+//   /velo/v1/counters/AGENT/left-out    how many lists it does not tell of; goes with it
 //   /velo/v1/audit/GROUP                who has changed the texts of a group last, and why
 //
 // A text counts more than those behind it in this order: the agent's own, then those of its groups in the
@@ -41,6 +45,8 @@ std::string questionPrefix(std::string_view agent);
 /// That there is such an agent; stays when it goes.
 std::string knownKey(std::string_view agent);
 std::string counterKey(std::string_view agent, std::string_view type, std::string_view list);
+/// Of an agent that has more lists than it tells of: how many it leaves out.
+std::string leftOutKey(std::string_view agent);
 std::string auditKey(std::string_view group);
 /// Where the texts are whose changes an audit key is for: a group's, or, of "agents/NAME", an agent's own.
 std::string textsPrefix(std::string_view group);
@@ -50,6 +56,10 @@ std::string rolloutKey(std::string_view place);
 std::string rolloutTextsPrefix(std::string_view place);
 std::string driverKey(std::string_view place);
 std::string mayOpenKey(std::string_view place);
+std::string mayOpenBackKey(std::string_view place);
+/// The ranges of keys where the texts of a place are, and nothing else of the layout: of each its first key
+/// and the first one behind it.
+std::vector<std::pair<std::string, std::string>> textRanges(const std::string& place);
 /// Whether a key below a place is one of the layout; `rest` is what stands behind the place.
 bool isOfPlace(std::string_view rest);
 

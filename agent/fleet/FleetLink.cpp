@@ -7,12 +7,15 @@
 
 #include <chrono>
 #include <exception>
+#include <optional>
 #include <random>
 #include <utility>
 
 namespace Agent {
 
 namespace {
+
+using SteadyClock = std::chrono::steady_clock;
 
 double epochSeconds() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -52,17 +55,25 @@ void FleetLink::run() {
   FleetSession session(http_, place_, identity_);
   while (!ending_) {
     std::string wrong;
+    std::optional<SteadyClock::time_point> connected;
     try {
       wrong = session.run(
           {.content = [this](SharedFleetContent content) { contentIs(std::move(content)); },
            .questions = [this](FleetQuestions questions) { questionsAre(std::move(questions)); },
-           .undriven = [this](std::vector<std::string> groups) { helper_.undrivenIs(std::move(groups)); },
+           .undriven = [this](UndrivenRollouts groups) { helper_.undrivenIs(std::move(groups)); },
+           .tried = [this](std::string rollouts) { triedIs(std::move(rollouts)); },
            .connected =
                [&](const std::string& endpoint) {
-                 backoff.reset();
+                 connected = SteadyClock::now();
                  isConnected(endpoint);
                },
-           .unwritten = [this](const std::string& why) { isWrong(why, true); },
+           .unwritten =
+               [this](const std::string& why) { isWrong(why, "the status cannot be written: " + why, true); },
+           .twin =
+               [this] {
+                 const std::string why = fmt::format("another agent has the name {}, too", identity_.agent);
+                 isWrong(why, why, true);
+               },
            .outgoing = [this] { return takeOutgoing(); },
            .ending = [this] { return ending_.load(); },
            .chance = [&] { return chance(chances); }});
@@ -70,7 +81,8 @@ void FleetLink::run() {
       wrong = error.what();
     }
     if (ending_) break;
-    isWrong(wrong, false);
+    if (connected) backoff.connected(std::chrono::duration<double>(SteadyClock::now() - *connected).count());
+    isWrong(wrong, "no connection, what is in force stays: " + wrong, false);
     std::unique_lock lock(mutex_);
     const std::chrono::duration<double> pause(backoff.next(chance(chances)));
     changed_.wait_for(lock, pause, [this] { return ending_.load(); });
@@ -115,6 +127,16 @@ FleetQuestions FleetLink::questions() const {
   return questions_;
 }
 
+void FleetLink::triedIs(std::string rollouts) {
+  const std::lock_guard lock(mutex_);
+  tried_ = std::move(rollouts);
+}
+
+std::string FleetLink::tried() const {
+  const std::lock_guard lock(mutex_);
+  return tried_;
+}
+
 void FleetLink::stateIs(std::string value) {
   {
     const std::lock_guard lock(mutex_);
@@ -151,7 +173,7 @@ void FleetLink::isConnected(const std::string& endpoint) {
 }
 
 /// What stays wrong is told once.
-void FleetLink::isWrong(const std::string& why, bool connected) {
+void FleetLink::isWrong(const std::string& why, const std::string& text, bool connected) {
   {
     const std::lock_guard lock(mutex_);
     const bool isKnown = connection_.connected == connected && connection_.wrong == why;
@@ -160,10 +182,7 @@ void FleetLink::isWrong(const std::string& why, bool connected) {
     connection_.wrong = why;
     if (isKnown) return;
   }
-  tell(Severity::warning,
-       fmt::format("{}: {}",
-                   connected ? "the status cannot be written" : "no connection, what is in force stays", why),
-       connected ? "unwritten" : "disconnected");
+  tell(Severity::warning, text, connected ? "unwritten" : "disconnected");
 }
 
 void FleetLink::tell(Severity severity, std::string text, std::string_view result) const {

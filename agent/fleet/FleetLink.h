@@ -37,6 +37,8 @@ class FleetLink {
   SharedFleetContent take();
   /// What is asked by now.
   FleetQuestions questions() const;
+  /// The rollouts whose new texts it is the agent's turn to try; empty: there is none.
+  std::string tried() const;
   /// Waits for content, so many seconds at most.
   SharedFleetContent wait(double seconds);
 
@@ -59,8 +61,10 @@ class FleetLink {
   void contentIs(SharedFleetContent content);
   void questionsAre(FleetQuestions questions);
   FleetOutgoing takeOutgoing();
+  void triedIs(std::string rollouts);
   void isConnected(const std::string& endpoint);
-  void isWrong(const std::string& why, bool connected);
+  /// `text` is for the log.
+  void isWrong(const std::string& why, const std::string& text, bool connected);
   void tell(Severity severity, std::string text, std::string_view result) const;
 
   const EtcdPlace place_;
@@ -76,6 +80,7 @@ class FleetLink {
   // Protected by the mutex.
   SharedFleetContent content_;
   FleetQuestions questions_;
+  std::string tried_;
   FleetOutgoing outgoing_;
   Connection connection_;
 

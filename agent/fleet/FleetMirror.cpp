@@ -79,12 +79,39 @@ SharedFleetContent FleetMirror::take(const EtcdResult& answer) {
   cluster_ = answer.cluster;
   // What was not taken is asked for as a whole when there is less of it.
   revision_ = wrong_.empty() ? answer.revision : 0;
-  SharedFleetContent now = content(wrong_.empty() ? last : answer.revision);
+  return news(content(wrong_.empty() ? last : answer.revision));
+}
+
+SharedFleetContent FleetMirror::news(SharedFleetContent now) {
   if (told_ && told_->version == now->version && told_->texts == now->texts && told_->wrong == now->wrong &&
       told_->mayOpen == now->mayOpen)
     return nullptr;
   told_ = now;
   return now;
+}
+
+std::vector<EtcdRange> FleetMirror::keysQuestion() const {
+  std::vector<EtcdRange> ranges;
+  for (const std::string& prefix : prefixes_) {
+    ranges.push_back({.key = rolloutKey(prefix)});  // says which texts it would be
+    ranges.push_back({.key = prefix, .isPrefix = true, .keysOnly = true, .most = mostTexts + 1});
+  }
+  return ranges;
+}
+
+SharedFleetContent FleetMirror::takeKeys(const EtcdResult& answer) {
+  for (size_t i = 0; i < prefixes_.size(); ++i) {
+    entries_[i].clear();
+    for (const EtcdEntry& entry : answer.reads[2 * i]) entries_[i][entry.key] = entry;
+    for (const EtcdEntry& entry : answer.reads[2 * i + 1]) {
+      if (isRead(i, entry.key)) entries_[i].emplace(entry.key, entry);
+    }
+  }
+  wrong_ = {fmt::format("{}: the texts are more than is taken at once, with those of all its places",
+                        prefixes_.back())};
+  cluster_ = answer.cluster;
+  revision_ = 0;
+  return news(content(answer.revision));
 }
 
 FleetMirror::Entries FleetMirror::entriesOf(size_t place, const std::vector<EtcdEntry>& changes,
@@ -125,19 +152,29 @@ FleetQuestions FleetMirror::questions() const {
   FleetQuestions asked;
   const std::string prefix = questionPrefix(identity_.agent);
   const Entries& own = entries_.front();
-  for (auto at = own.lower_bound(prefix); at != own.end() && at->first.starts_with(prefix); ++at)
-    asked[at->first.substr(prefix.size())] = at->second.value;
+  for (auto at = own.lower_bound(prefix); at != own.end() && at->first.starts_with(prefix); ++at) {
+    if (!at->second.value.empty()) asked[at->first.substr(prefix.size())] = at->second.value;
+  }
   return asked;
 }
 
-std::vector<std::string> FleetMirror::undriven() const {
-  std::vector<std::string> groups;
+UndrivenRollouts FleetMirror::undriven() const {
+  UndrivenRollouts groups;
   for (size_t i = 0; i < identity_.groups.size(); ++i) {
     const FleetPlace place(entries_[i + 1], prefixes_[i + 1]);
     if (place.rollout() && place.rollout()->phase == Rollout::Phase::running && !place.hasDriver())
-      groups.push_back(identity_.groups[i]);
+      groups[identity_.groups[i]] = place.rollout()->agents;
   }
   return groups;
+}
+
+std::string FleetMirror::tried() const {
+  std::string ids;
+  for (size_t i = 1; i < prefixes_.size(); ++i) {
+    const FleetPlace place(entries_[i], prefixes_[i]);
+    if (place.rollout() && place.rollout()->isTurn(identity_.agent)) ids += place.rollout()->id + "\n";
+  }
+  return ids;
 }
 
 }  // namespace Agent

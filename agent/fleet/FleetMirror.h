@@ -35,6 +35,10 @@ class FleetMirror {
   bool isAnswer(const EtcdResult& answer) const;
   /// Takes an answer. Null when it says nothing new.
   SharedFleetContent take(const EtcdResult& answer);
+  /// What to ask when the answer to question() is more than can be taken, for takeKeys(): that is content
+  /// without texts which says so.
+  std::vector<EtcdRange> keysQuestion() const;
+  SharedFleetContent takeKeys(const EtcdResult& answer);
   /// The revision of the store up to which everything is known; 0: nothing is.
   int64_t revision() const { return revision_; }
   /// Asks for everything next.
@@ -46,8 +50,9 @@ class FleetMirror {
   const std::set<std::string>& ignored() const { return ignored_; }
   /// What somebody asks the agent, by name.
   FleetQuestions questions() const;
-  /// The groups with a rollout that nobody sees to.
-  std::vector<std::string> undriven() const;
+  UndrivenRollouts undriven() const;
+  /// Tells the rollouts whose new texts it is the agent's turn to try; empty: there is none.
+  std::string tried() const;
 
  private:
   using Entries = std::map<std::string, EtcdEntry>;
@@ -57,6 +62,7 @@ class FleetMirror {
                  const std::vector<EtcdEntry>& keys) const;
   Entries entriesOf(size_t place, const std::vector<EtcdEntry>& changes, const std::vector<EtcdEntry>& keys);
   SharedFleetContent content(int64_t revision) const;
+  SharedFleetContent news(SharedFleetContent now);
 
   const FleetIdentity identity_;
   const std::vector<std::string> prefixes_;

@@ -1,6 +1,7 @@
 #include <agent/core/Texts.h>
 #include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetOptions.h>
+#include <sys/prctl.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -115,7 +116,19 @@ std::optional<EtcdPlace> placeOf(const FleetOptions& options, std::string* wrong
     place.user = login.substr(0, colon);
     place.password = login.substr(colon + 1);
   }
+  if (!place.credentials.key.empty() || !login.empty()) prctl(PR_SET_DUMPABLE, 0);
   return place;
+}
+
+std::string whyReadable(const EtcdPlace& place) {
+  if (place.user.empty()) return "";
+  for (const std::string& url : place.endpoints) {
+    const bool isHere = url.starts_with("http://127.") || url.starts_with("http://localhost:") ||
+                        url.starts_with("http://[::1]:");
+    if (url.starts_with("http://") && !isHere)
+      return url + ": whoever listens reads the password; https:// hides it";
+  }
+  return "";
 }
 
 }  // namespace Agent

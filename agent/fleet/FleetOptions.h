@@ -30,6 +30,11 @@ void addFleetStore(CLI::App& command, FleetOptions& options);
 void addFleetAgent(CLI::App& command, FleetOptions& options);
 
 /// Where the store is, with what the files say, which are not read again later. Otherwise nothing, and why.
+/// Of a process that has a key or a password nobody reads the memory from then on, and it leaves no core
+/// dump.
 std::optional<EtcdPlace> placeOf(const FleetOptions& options, std::string* wrong);
+
+/// Why others may read the password on its way; empty: they may not.
+std::string whyReadable(const EtcdPlace& place);
 
 }  // namespace Agent

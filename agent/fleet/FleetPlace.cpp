@@ -46,15 +46,15 @@ std::vector<const EtcdEntry*> FleetPlace::textsOf(const std::string& agent) cons
 }
 
 std::optional<FleetContent::MayOpen> FleetPlace::mayOpen(const std::vector<const EtcdEntry*>& texts) const {
-  // Whoever began a rollout has said that it may go back to where it came from.
-  if (rollout_ && rollout_->phase == Rollout::Phase::back && versionOf(texts) == rollout_->from)
-    return FleetContent::MayOpen{prefix_, rolloutTextsPrefix(prefix_)};
-  const auto word = entries_.find(mayOpenKey(prefix_));
-  if (word == entries_.end()) return std::nullopt;
+  const auto word = entries_.find(mayOpenKey(prefix_)), back = entries_.find(mayOpenBackKey(prefix_));
+  if (word == entries_.end() && back == entries_.end()) return std::nullopt;
   std::map<std::string, std::string> byName;
   for (const EtcdEntry* text : texts) byName[nameOf(text->key)] = text->value;
-  if (word->second.value != digestOfTexts(byName)) return std::nullopt;
-  return FleetContent::MayOpen{prefix_, ""};
+  const std::string digest = digestOfTexts(byName);
+  if (word != entries_.end() && word->second.value == digest) return FleetContent::MayOpen{prefix_, ""};
+  if (back != entries_.end() && back->second.value.find(digest) != std::string::npos)
+    return FleetContent::MayOpen{prefix_, rolloutTextsPrefix(prefix_)};
+  return std::nullopt;
 }
 
 std::string FleetPlace::versionOf(const std::vector<const EtcdEntry*>& texts) {

@@ -18,6 +18,8 @@ struct FleetIdentity {
   /// What the store has of an agent ends so many seconds behind its last word. It says one in half of that
   /// time: seldom, because ten thousand idle agents do that, too.
   int leaseSeconds = 90;
+  /// Tells this one from another agent that has the same name by mistake.
+  std::string instance{};
 
   /// Where the texts for it are, what counts more first.
   std::vector<std::string> prefixes() const;

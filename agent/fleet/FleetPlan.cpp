@@ -16,12 +16,13 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// Fewer than the 128 operations that etcd takes in a transaction: each change has a comparison besides.
+/// Fewer than the 128 operations, and the 128 comparisons, that etcd takes in a transaction.
 constexpr size_t mostChanges = 100;
 
 /// The keys that are written by a plan, as the store would have them then. Their revisions are not known yet.
 FleetSight sightAfter(const FleetSight& sight, const FleetPlan& plan) {
   FleetSight after = sight;
+  after.tooMuch.erase(textsPrefix(plan.group));
   for (const auto& [key, text] : plan.changes(sight)) {
     if (text)
       after.texts[key] = {key, *text, sight.revision + 1, 1};
@@ -166,6 +167,16 @@ std::optional<std::string> whyNoPlan(const Json& document) {
   return std::nullopt;
 }
 
+void addUnchanged(EtcdTxn& txn, const FleetSight& sight, const std::string& group,
+                  const std::vector<std::string>& keys) {
+  for (const std::string& key : keys) {
+    const auto known = sight.texts.find(key);
+    txn.compares.push_back({key, known == sight.texts.end() ? 0 : known->second.modified});
+  }
+  for (auto& [from, end] : textRanges(textsPrefix(group)))
+    txn.compares.push_back({std::move(from), sight.revision, std::move(end)});
+}
+
 Maybe<int64_t> carryOut(Etcd& etcd, const FleetPlan& plan, const FleetSight& sight, int64_t auditedAt,
                         const FleetAudit& audit) {
   EtcdTxn txn;
@@ -180,17 +191,19 @@ Maybe<int64_t> carryOut(Etcd& etcd, const FleetPlan& plan, const FleetSight& sig
     txn.puts.push_back({mayOpenKey(prefix), FleetPlace::digestOfTexts(plan.texts)});
   else if (sight.texts.contains(mayOpenKey(prefix)))
     txn.deletes.push_back({.key = mayOpenKey(prefix)});
-  // Whoever changes texts by this way writes the audit key, too; who writes them by another one is seen by
-  // the texts that are written here.
+  // Who was away with texts of a rollout that went back may take these in their place.
+  if (place.rolloutAt() != 0)
+    txn.puts.push_back({mayOpenBackKey(prefix), FleetPlace::digestOfTexts(plan.texts)});
   txn.compares.push_back({auditKey(plan.group), auditedAt});
+  std::vector<std::string> keys;
   for (const auto& [key, text] : plan.changes(sight)) {
-    const auto known = sight.texts.find(key);
-    txn.compares.push_back({key, known == sight.texts.end() ? 0 : known->second.modified});
+    keys.push_back(key);
     if (text)
       txn.puts.push_back({key, *text});
     else
       txn.deletes.push_back({.key = key});
   }
+  addUnchanged(txn, sight, plan.group, keys);
   txn.puts.push_back({auditKey(plan.group), audit.json()});
   auto answer = etcd.txn(txn);
   if (!answer) {

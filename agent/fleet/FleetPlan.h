@@ -12,11 +12,13 @@ namespace Agent {
 
 /// Why and by whom texts were changed: what the audit key of a group has.
 struct FleetAudit {
-  std::string what;  ///< apply, rollback
+  std::string
+      what;  ///< "apply", "rollback", "rollout"; what begins with "rollout " leaves the texts as they were
   std::string who, why{};
   double time = 0;  ///< seconds since the epoch
   std::string summary{};
 
+  bool isOfTexts() const { return !what.starts_with("rollout "); }
   std::string json() const;
   static FleetAudit of(const std::string& json);
 };
@@ -45,6 +47,11 @@ std::string planText(const nlohmann::ordered_json& document, bool colour);
 
 /// The first reason of all why the plan is not to be carried out; nothing if there is none.
 std::optional<std::string> whyNoPlan(const nlohmann::ordered_json& document);
+
+/// Adds to a transaction that nobody has changed texts of a group since the sight, nor added any, and that
+/// these keys are there or not as they were.
+void addUnchanged(EtcdTxn& txn, const FleetSight& sight, const std::string& group,
+                  const std::vector<std::string>& keys);
 
 /// Carries it out in one transaction, if nobody has changed the texts of the group meanwhile; the revision.
 Maybe<int64_t> carryOut(Etcd& etcd, const FleetPlan& plan, const FleetSight& sight, int64_t auditedAt,

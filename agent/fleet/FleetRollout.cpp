@@ -25,6 +25,16 @@ using Json = nlohmann::ordered_json;
 
 constexpr double longestWait = 7 * 86400;
 
+/// Agents that are there have the texts before again within moments.
+constexpr double untilBack = 30;
+
+/// Whether there is nothing more to wait for: behind a step back all have told of it.
+bool isSettled(const Json& document) {
+  if (!document.is_object() || document.at("phase") != "back") return true;
+  const Json& turn = document.at("turn");
+  return turn.at("behind").empty() && turn.at("refused").empty() && turn.at("hindered").empty();
+}
+
 /// Seconds: "60", "60s", "5m", "1h".
 std::optional<double> readWait(const std::string& text) {
   const size_t unit = text.find_first_not_of("0123456789.");
@@ -78,19 +88,23 @@ class FleetRolloutAction final : public FleetAction {
       complain("rollout " + what_ + " needs a group");
       return exitUsage;
     }
+    std::string wrong;
     if (what_ == "follow")
-      followRollout(etcd, group_, callerName(), !json());
-    else if (std::string wrong = changeRollout(etcd, group_, change()); !wrong.empty())
-      return failed(wrong);
-    return status(etcd);
+      wrong = followRollout(etcd, group_, callerName(), !json()).wrong;
+    else
+      wrong = changeRollout(etcd, group_, change(), callerName());
+    return wrong.empty() ? status(etcd) : failed(wrong);
   }
-  std::function<std::optional<Rollout>(const Rollout&)> change() const {
-    if (what_ == "pause") return pausedRollout;
+  RolloutChange change() const {
+    if (what_ == "pause")
+      return [](const Rollout& rollout, const RolloutView&) { return pausedRollout(rollout); };
     if (what_ == "resume") return resumedRollout;
-    return [](const Rollout& rollout) { return abortedRollout(rollout, callerName() + " has aborted it"); };
+    return [](const Rollout& rollout, const RolloutView&) {
+      return abortedRollout(rollout, callerName() + " has aborted it");
+    };
   }
   Exit status(Etcd& etcd) const {
-    const auto sight = fleetSight(etcd, FleetSight::Texts::keys);
+    const auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     Json rollouts = Json::array();
     std::string text;
@@ -150,22 +164,24 @@ Rollout RolloutOptions::rollout() const {
   return made;
 }
 
-Json followRollout(Etcd& etcd, const std::string& group, const std::string& who, bool tells) {
+Maybe<Json> followRollout(Etcd& etcd, const std::string& group, const std::string& who, bool tells) {
   RolloutDriver driver(etcd, group, who);
   Json last;
-  std::string told;
+  std::string told, complained;
+  std::optional<double> overSince;
   for (;;) {
     const double begin = Kiv::steadyClock().now().seconds();
-    RolloutDriver::Look look = driver.look(begin);
-    const std::string line = !look.wrong.empty()       ? look.wrong
-                             : look.document.is_null() ? ""
-                                                       : rolloutLine(look.document);
+    RolloutDriver::Look look = driver.look(begin, RolloutDriver::Looks::always);
+    if (look.mayNot) return {{}, std::move(look.wrong)};
+    if (std::exchange(complained, look.wrong) != look.wrong && !look.wrong.empty()) complain(look.wrong);
+    if (!look.document.is_null()) last = std::move(look.document);
+    const std::string line = last.is_null() ? "" : rolloutLine(last);
     if (tells && std::exchange(told, line) != line) {
       print(line + "\n");
       std::fflush(stdout);
     }
-    if (!look.document.is_null()) last = std::move(look.document);
-    if (look.isOver) return last;
+    if (look.isOver && !overSince) overSince = begin;
+    if (look.isOver && (isSettled(last) || begin - *overSince > untilBack)) return {std::move(last)};
     const double pause = RolloutDriver::pauseBehind(Kiv::steadyClock().now().seconds() - begin);
     std::this_thread::sleep_for(std::chrono::duration<double>(pause));
   }

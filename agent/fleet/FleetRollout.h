@@ -26,10 +26,12 @@ class RolloutOptions {
   bool detach_ = false;
 };
 
-/// Looks on until a rollout is over, and sees to it when nobody else does: its last document. A store that
-/// does not answer is waited for. `tells`: what becomes of it is printed, a line for each change.
-nlohmann::ordered_json followRollout(Etcd& etcd, const std::string& group, const std::string& who,
-                                     bool tells);
+/// Looks on until a rollout is over, and sees to it when nobody else does: its last document. When it goes
+/// back that is over when all have told that they have the texts before, or have had the time for it. A store
+/// that does not answer is waited for; one that does not allow it is not. `tells`: what becomes of it is
+/// printed, a line for each change.
+Maybe<nlohmann::ordered_json> followRollout(Etcd& etcd, const std::string& group, const std::string& who,
+                                            bool tells);
 
 /// Who calls this program, for people.
 std::string callerName();

@@ -29,10 +29,12 @@ class FleetSession {
  public:
   struct Around {
     std::function<void(SharedFleetContent content)> content;
-    std::function<void(FleetQuestions questions)> questions;        ///< all that there are
-    std::function<void(std::vector<std::string> groups)> undriven;  ///< whose rollouts nobody sees to
+    std::function<void(FleetQuestions questions)> questions;  ///< all that there are
+    std::function<void(UndrivenRollouts groups)> undriven;
+    std::function<void(std::string rollouts)> tried;  ///< see FleetMirror
     std::function<void(const std::string& endpoint)> connected;
-    std::function<void(const std::string& why)> unwritten;  ///< the store does not take the status
+    std::function<void(const std::string& why)> unwritten;  ///< the store does not take all of the status
+    std::function<void()> twin;  ///< another agent writes the status of this one, too
     std::function<FleetOutgoing()> outgoing;
     std::function<bool()> ending;
     std::function<double()> chance;  ///< from 0 to below 1
@@ -53,8 +55,11 @@ class FleetSession {
   std::string read(const Around& around);
   std::string keepLease(const Around& around);
   std::string write(const Around& around);
-  /// Writes some of what is due; why that was not possible.
-  std::string writeSome(bool* isBroken);
+  std::set<std::string> portion() const;
+  Maybe<EtcdResult> writeSome(const std::set<std::string>& keys);
+  bool isOtherWay(const std::string& wrong);
+  void refused(const std::set<std::string>& keys);
+  Time writeAt() const;
   void take(FleetOutgoing outgoing);
   bool isNews();
 
@@ -67,12 +72,16 @@ class FleetSession {
   bool isCancelled_ = false;
   int64_t readAt_ = 0;  // the revision at which everything was read last
   int64_t lease_ = 0;   // 0: none
-  Time leaseIsDue_{}, lastRead_{}, writeAgain_{};
+  Time leaseIsDue_{}, nextRead_{};
 
   // What the store has, or is to have, below the lease.
   std::map<std::string, std::string> values_;
   std::set<std::string> due_;  // keys of it, or of what is to be deleted, that are to be written
-  bool isKnown_ = false;       // the store knows that there is such an agent
+  // What may be written depends on rights, which may differ by kind: the first word of keys.
+  bool isSplit_ = false;   // each kind has a transaction of its own
+  bool looksBack_ = true;  // what was there is asked for, so that a twin is noticed
+  bool wrote_ = false;     // the state, below this lease
+  std::map<std::string, Time, std::less<>> refusedUntil_;  // by kind
 };
 
 }  // namespace Agent

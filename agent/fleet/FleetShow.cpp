@@ -1,5 +1,6 @@
 // What the rules of a fleet's lists have counted, on all agents together.
 #include <Acl/Types.h>
+#include <agent/change/Sources.h>
 #include <agent/config/Model.h>
 #include <agent/core/Terminal.h>
 #include <agent/core/Words.h>
@@ -36,15 +37,24 @@ struct FleetList {
   std::map<uint32_t, FleetSum> sums;
   FleetSum implicit;
   std::vector<std::string> agents;
+  std::vector<std::string> incomplete;  // the agents of which not all counts are told
 };
+
+/// What agents have counted, by key of the store.
+using FleetCounts = std::map<std::string, std::string>;
 
 uint64_t countIn(const Json& row, size_t at) {
   return row.is_array() && row.size() > at && row[at].is_number_unsigned() ? row[at].get<uint64_t>() : 0;
 }
 
-void addCounters(const std::string& value, FleetList& list) {
-  const Json json = Json::parse(value, nullptr, false);
-  if (!json.is_object()) return;
+bool isCounted(const Json& json) {
+  const Json& source = json.is_object() && json.contains("source") ? json.at("source") : Json();
+  return json.is_object() && (source.is_null() || source == sourceTitle(fleetName));
+}
+
+bool isWhole(const Json& json) { return !json.contains("leftOut") || json.at("leftOut") == 0; }
+
+void addCounters(const Json& json, FleetList& list) {
   if (json.contains("implicit"))
     list.implicit.add(countIn(json.at("implicit"), 0), countIn(json.at("implicit"), 1));
   if (!json.contains("rules") || !json.at("rules").is_array()) return;
@@ -57,9 +67,10 @@ void addCounters(const std::string& value, FleetList& list) {
 class FleetShowAction final : public FleetAction {
  public:
   explicit FleetShowAction(CLI::App& fleet)
-      : FleetAction(fleet, "show",
-                    "Show what the rules of the fleet's lists have counted, on all agents together.",
-                    "Counts are of the agents that are there now, each since its counters began.") {
+      : FleetAction(
+            fleet, "show", "Show what the rules of the fleet's lists have counted, on all agents together.",
+            "Counts are of the agents that have in force what they are to have, each since its counters began. "
+            "Others are named.") {
     app()
         .add_option("what", what_, "access-lists: what the fleet has for its agents")
         ->required()
@@ -74,37 +85,57 @@ class FleetShowAction final : public FleetAction {
 
   Exit run(Etcd& etcd, const std::string&) const override {
     std::vector<std::vector<EtcdEntry>> counters;
-    auto sight =
-        fleetSight(etcd, FleetSight::Texts::whole, {{.key = countersPrefix(), .isPrefix = true}}, &counters);
+    auto sight = fleetSight(etcd, {{.key = countersPrefix(), .isPrefix = true}}, &counters);
     if (!sight) return failed(sight.wrong);
     if (!agent_.empty() && !sight.value->agents.contains(agent_)) {
       return failed("there is no agent " + agent_);
     }
+    std::vector<std::string> names;
+    for (const auto& [name, member] : sight.value->agents) {
+      if (agent_.empty() || name == agent_) names.push_back(name);
+    }
+    if (auto wrong = readTexts(etcd, *sight.value, sight.value->placesOf(names)); !wrong.empty())
+      return failed(wrong);
     const Json document = documentOf(*sight.value, counters.at(0));
     return print(document, textOf(document));
   }
 
   Json documentOf(const FleetSight& sight, const std::vector<EtcdEntry>& counters) const {
-    std::map<std::string, std::string> counted;
+    FleetCounts counted;
     for (const EtcdEntry& entry : counters) counted[entry.key] = entry.value;
     std::map<Key, FleetList> lists;
     Json unread = Json::array();
     for (const auto& [agent, member] : sight.agents) {
       if (!agent_.empty() && agent != agent_) continue;
-      const MadeModel made = readFleet(sight.contentOf(agent), {});
-      if (!made.model) {
-        unread.push_back(agent);
+      const FleetContent content = sight.contentOf(agent);
+      // What it has counted is of what it has in force.
+      const std::string_view status = memberStatus(member, content.version);
+      const MadeModel made = readFleet(content, {});
+      if (!made.model || status != "in force") {
+        unread.push_back({{"agent", agent}, {"why", made.model ? status : "its texts have mistakes"}});
         continue;
       }
       for (const auto& [key, list] : made.model->lists) add(agent, key, list, counted, lists);
     }
-    Json shown = Json::array();
-    for (const auto& [key, list] : lists) shown.push_back(listJson(key.first, list));
-    return {{"revision", sight.revision}, {"lists", std::move(shown)}, {"unread", std::move(unread)}};
+    Json shown = Json::array(), incomplete = Json::array();
+    for (const auto& [key, list] : lists) {
+      Json one = listWords(key.first.first, key.first.second);
+      one["agents"] = list.incomplete;
+      if (!list.incomplete.empty()) incomplete.push_back(std::move(one));
+      if (!unused_ || list.incomplete.empty()) shown.push_back(listJson(key.first, list));
+    }
+    return {{"revision", sight.revision},
+            {"lists", std::move(shown)},
+            {"incomplete", std::move(incomplete)},
+            {"unread", std::move(unread)}};
   }
 
   static void add(const std::string& agent, const Config::ListKey& key, const Config::List& list,
-                  const std::map<std::string, std::string>& counted, std::map<Key, FleetList>& lists) {
+                  const FleetCounts& counted, std::map<Key, FleetList>& lists) {
+    const auto value = counted.find(counterKey(agent, Acl::stringValue(key.first), key.second));
+    const Json counts = value == counted.end() ? Json() : Json::parse(value->second, nullptr, false);
+    // Another list of its name is in force there, of the agent's own command line or directory.
+    if (value != counted.end() && !isCounted(counts)) return;
     std::string alike;
     for (const auto& [number, rule] : list.rules)
       alike += fmt::format("{} {}\n", number, Config::common(rule).text.str());
@@ -113,8 +144,10 @@ class FleetShowAction final : public FleetAction {
       for (const auto& [number, rule] : list.rules) sum.rules[number] = Config::common(rule).text.str();
     }
     sum.agents.push_back(agent);
-    const auto value = counted.find(counterKey(agent, Acl::stringValue(key.first), key.second));
-    if (value != counted.end()) addCounters(value->second, sum);
+    if (value != counted.end()) addCounters(counts, sum);
+    // Without a value nothing was counted, unless there are too many lists to tell of all of them.
+    if (value == counted.end() ? counted.contains(leftOutKey(agent)) : !isWhole(counts))
+      sum.incomplete.push_back(agent);
   }
 
   Json listJson(const Config::ListKey& key, const FleetList& list) const {
@@ -151,8 +184,11 @@ class FleetShowAction final : public FleetAction {
       row(list.at("implicitDrop"), "what no rule matches");
       text += tableText(lines, {true, true, true, false}, wantsColour(STDOUT_FILENO)) + "\n";
     }
-    for (const Json& agent : document.at("unread"))
-      text += valueText(agent) + ": its texts have mistakes, they are left out\n";
+    for (const Json& list : document.at("incomplete"))
+      text += fmt::format("{}: not all that was counted is told by {}\n", listTitle(list),
+                          fmt::join(list.at("agents").get<std::vector<std::string>>(), " "));
+    for (const Json& one : document.at("unread"))
+      text += fmt::format("{} is left out: {}\n", valueText(one.at("agent")), valueText(one.at("why")));
     return text.empty() ? "the fleet has no lists\n" : text;
   }
 

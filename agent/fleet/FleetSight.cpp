@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace Agent {
@@ -16,9 +15,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* inForceWord = "in force";
-/// The rollouts of so many groups are asked for at once: fewer than the operations that etcd takes in a
-/// transaction.
-constexpr size_t mostRollouts = 100;
 /// So many keys that are not read are named.
 constexpr size_t mostIgnoredShown = 20;
 
@@ -68,6 +64,17 @@ Json ignoredIn(const FleetSight& sight) {
 
 }  // namespace
 
+int64_t FleetSight::Member::inForceAt() const {
+  const Json at = memberOf(memberOf(state, "inForce"), "revision");
+  return at.is_number_integer() ? at.get<int64_t>() : 0;
+}
+
+std::string FleetSight::Member::mistake() const {
+  const Json mistakes = memberOf(state, "mistakes");
+  return mistakes.is_array() && !mistakes.empty() && mistakes[0].is_string() ? mistakes[0].get<std::string>()
+                                                                             : "";
+}
+
 std::optional<PortNames> FleetSight::Member::ports() const {
   const Json ports = memberOf(state, "ports");
   if (!ports.is_array() || ports.empty()) return std::nullopt;
@@ -93,7 +100,21 @@ FleetContent FleetSight::contentOf(const std::string& agent) const {
     }
   }
   content.version = version.str();
+  for (const std::string& prefix : identity.prefixes()) {
+    if (tooMuch.contains(prefix)) content.wrong.push_back(prefix + ": more text than is read");
+  }
   return content;
+}
+
+std::set<std::string> FleetSight::placesOf(const std::vector<std::string>& names) const {
+  std::set<std::string> places;
+  for (const std::string& name : names) {
+    const auto member = agents.find(name);
+    if (member == agents.end()) continue;
+    for (std::string& prefix : FleetIdentity{name, member->second.groups}.prefixes())
+      places.insert(std::move(prefix));
+  }
+  return places;
 }
 
 std::vector<std::string> FleetSight::keysOf(const std::string& group) const {
@@ -122,23 +143,6 @@ std::vector<std::string> FleetSight::rolloutGroups() const {
   return groups;
 }
 
-std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts) {
-  return {{.key = std::string(fleetRoot) + "config/",
-           .isPrefix = true,
-           .keysOnly = texts == FleetSight::Texts::keys},
-          {.key = agentsPrefix(), .isPrefix = true},
-          {.key = knownPrefix(), .isPrefix = true}};
-}
-
-std::vector<std::vector<EtcdRange>> rolloutsQuestions(const FleetSight& sight) {
-  std::vector<std::vector<EtcdRange>> portions;
-  for (const std::string& group : sight.rolloutGroups()) {
-    if (portions.empty() || portions.back().size() == mostRollouts) portions.emplace_back();
-    portions.back().push_back({.key = rolloutKey(textsPrefix(group)), .at = sight.revision});
-  }
-  return portions;
-}
-
 FleetSight FleetSight::of(EtcdResult& answer) {
   FleetSight sight;
   sight.revision = answer.revision;
@@ -158,26 +162,6 @@ FleetSight FleetSight::of(EtcdResult& answer) {
     if (member.state.is_object()) member.groups = groupsIn(member.state);
   }
   return sight;
-}
-
-Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further,
-                             std::vector<std::vector<EtcdEntry>>* found) {
-  std::vector<EtcdRange> ranges = fleetQuestion(texts);
-  std::move(further.begin(), further.end(), std::back_inserter(ranges));
-  auto answer = etcd.read(std::move(ranges));
-  if (!answer) return {{}, std::move(answer.wrong), false};
-  FleetSight sight = FleetSight::of(*answer.value);
-  auto& reads = answer.value->reads;
-  if (found) found->assign(std::make_move_iterator(reads.begin() + 3), std::make_move_iterator(reads.end()));
-  if (texts == FleetSight::Texts::whole) return {std::move(sight), {}, false};
-  for (auto& question : rolloutsQuestions(sight)) {
-    answer = etcd.read(std::move(question));
-    if (!answer) return {{}, std::move(answer.wrong), false};
-    for (auto& read : answer.value->reads) {
-      for (EtcdEntry& entry : read) sight.texts[entry.key] = std::move(entry);
-    }
-  }
-  return {std::move(sight), {}, false};
 }
 
 std::string_view memberStatus(const FleetSight::Member& member, const std::string& wanted) {
@@ -224,14 +208,14 @@ std::string fleetStatusText(const Json& document, bool colour, double now) {
     const Json& inForce = agent.at("inForce");
     const Json& since = agent.at("since");
     const Json& why = agent.at("mistakes");
-    const bool refused = agent.at("status") == "refused" || agent.at("status") == "waiting";
+    const bool isWrong = agent.at("status") != inForceWord && agent.at("status") != "gone";
     lines.push_back({valueText(agent.at("agent")),
                      fmt::format("{}", fmt::join(agent.at("groups").get<std::vector<std::string>>(), ",")),
                      valueText(agent.at("status")),
                      inForce.is_object() ? valueText(memberOf(inForce, "revision")) : "-",
                      valueText(agent.at("wanted").at("revision")),
                      since.is_number() ? timeText(since.get<double>(), now) : "-",
-                     refused && !why.empty() ? printableText(valueText(why.at(0))) : ""});
+                     isWrong && !why.empty() ? printableText(valueText(why.at(0))) : ""});
   }
   std::vector<std::string> sums;
   for (const auto& [status, count] : document.at("summary").items()) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,14 +22,17 @@ struct FleetSight {
     nlohmann::ordered_json state{};     ///< null: it is gone
     std::string drops{};                ///< see FleetDrops
 
+    /// The revision of what it has in force, and the first mistake that it tells of.
+    int64_t inForceAt() const;
+    std::string mistake() const;
     /// Its ports; nothing when it does not tell of any.
     std::optional<PortNames> ports() const;
   };
-  enum class Texts : uint8_t { keys, whole };
-
   int64_t revision = 0;
-  std::map<std::string, EtcdEntry> texts;  ///< by key; those of agents and groups
-  std::map<std::string, Member> agents;    ///< by name; all that there are, or have been
+  /// By key; those of agents and groups. Of texts that were not read there is the key alone.
+  std::map<std::string, EtcdEntry> texts;
+  std::set<std::string> tooMuch{};       ///< the places that have more text than is read
+  std::map<std::string, Member> agents;  ///< by name; all that there are, or have been
 
   /// From the answer to fleetQuestion().
   static FleetSight of(EtcdResult& answer);
@@ -39,18 +43,20 @@ struct FleetSight {
   std::vector<std::string> keysOf(const std::string& group) const;
   /// The agents that take the texts of such a group.
   std::vector<std::string> agentsOf(const std::string& group) const;
+  /// The places of the texts of such agents.
+  std::set<std::string> placesOf(const std::vector<std::string>& names) const;
   /// The groups that have a rollout, or have had one.
   std::vector<std::string> rolloutGroups() const;
 };
 
-/// What is asked for it. Rollouts are asked for by rolloutsQuestions() besides, when there are keys only: so
-/// many at a time as the store answers at once.
-std::vector<EtcdRange> fleetQuestion(FleetSight::Texts texts);
-std::vector<std::vector<EtcdRange>> rolloutsQuestions(const FleetSight& sight);
+/// What is asked for it first: all keys, and what agents say.
+std::vector<EtcdRange> fleetQuestion();
 
-/// All of it as it is in the store at one revision. `further` is answered with it.
-Maybe<FleetSight> fleetSight(Etcd& etcd, FleetSight::Texts texts, std::vector<EtcdRange> further = {},
+/// All of it as it is in the store at one revision, but the texts. `further` is answered with it.
+Maybe<FleetSight> fleetSight(Etcd& etcd, std::vector<EtcdRange> further = {},
                              std::vector<std::vector<EtcdEntry>>* found = nullptr);
+/// Reads the texts of some places, as they were at the revision of the sight; why that was not possible.
+std::string readTexts(Etcd& etcd, FleetSight& sight, const std::set<std::string>& places);
 
 /// A status in one word: "in force", "behind", "refused", "waiting" or "gone". `wanted` is the version that
 /// the agent is to have.

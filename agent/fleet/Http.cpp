@@ -201,7 +201,7 @@ Http::Answer Http::post(const Question& question) {
   if (transfer.code == CURLE_OK)
     return {static_cast<int>(transfer.status), std::move(transfer.received), {}, false};
   const bool isBefore = transfer.code == CURLE_COULDNT_CONNECT || transfer.code == CURLE_COULDNT_RESOLVE_HOST;
-  return {.wrong = transfer.wrong(), .isUnknown = !isBefore};
+  return {.wrong = transfer.wrong(), .isUnknown = !isBefore, .isTooMuch = transfer.tooMuch};
 }
 
 std::unique_ptr<Http::Stream> Http::stream(const Question& question) {

@@ -22,6 +22,7 @@ class Http {
     std::string body{};
     std::string wrong{};     ///< why there is none
     bool isUnknown = false;  ///< the server may have carried out what it was asked for
+    bool isTooMuch = false;  ///< it is longer than the question allows
   };
   struct Question {
     std::string url;

@@ -1,7 +1,6 @@
 #include <agent/change/History.h>
 #include <agent/fleet/Rollout.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <charconv>
@@ -11,19 +10,12 @@ namespace Agent {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr const char* nobodysPlace = "0000000000000000";
 constexpr const char* lastPlace = "ffffffffffffffff";
 /// A fleet that dropped nothing may drop so many frames a second all the same.
 constexpr double leastBefore = 1;
 /// So many steps are as many as anybody needs.
 constexpr size_t mostSteps = 100;
-
-constexpr std::pair<Rollout::Phase, const char*> phases[] = {{Rollout::Phase::running, "running"},
-                                                             {Rollout::Phase::paused, "paused"},
-                                                             {Rollout::Phase::back, "back"},
-                                                             {Rollout::Phase::done, "done"}};
 
 /// The places in the order of the agents that are there: a step is for somebody who tries the texts.
 std::vector<std::string> placesOf(const Rollout& rollout, const RolloutView& view) {
@@ -35,16 +27,22 @@ std::vector<std::string> placesOf(const Rollout& rollout, const RolloutView& vie
   return places;
 }
 
-/// It has come to its step, which is everybody's turn if it is the last one.
-Rollout atStep(Rollout rollout, const RolloutView& view, std::string upTo) {
-  rollout.upTo = std::move(upTo);
+/// Its step begins, or begins anew.
+Rollout watchedAnew(Rollout rollout, const RolloutView& view) {
   rollout.met = false;
+  rollout.agents = view.agents.size();
   rollout.gone.emplace();
   for (const auto& [name, agent] : view.agents) {
     if (!agent.isThere && rollout.isTurn(name)) rollout.gone->push_back(name);
   }
   if (rollout.gone->size() > Rollout::mostGone) rollout.gone.reset();
   return rollout;
+}
+
+/// It has come to its step, which is everybody's turn if it is the last one.
+Rollout atStep(Rollout rollout, const RolloutView& view, std::string upTo) {
+  rollout.upTo = std::move(upTo);
+  return watchedAnew(std::move(rollout), view);
 }
 
 /// The first step from `step` on that is somebody's turn who had none, or else the last one.
@@ -67,9 +65,11 @@ Rollout goneBack(Rollout rollout, std::string why) {
   return rollout;
 }
 
-/// What speaks against the new texts, in sentences, and who has not told of them yet.
+/// What speaks against the new texts, in sentences, and whether somebody has not told of them yet, or cannot
+/// take them now.
 struct Findings {
-  std::vector<std::string> failures, behind;
+  std::vector<std::string> failures;
+  bool areBehind = false, areHindered = false;
   double before = 0, since = 0;  // frames a second
 };
 
@@ -84,8 +84,12 @@ Findings findingsOf(const Rollout& rollout, const RolloutView& view) {
     } else if (agent.stands == RolloutAgent::Stands::refused) {
       found.failures.push_back(name + " has refused it");
     } else if (agent.stands == RolloutAgent::Stands::behind) {
-      // Who comes back is caught up, and has its own time for it.
-      if (!wasGone) found.behind.push_back(name + " does not tell that it has it");
+      // Who comes back is caught up, and who comes to the group, or gets other texts, has its own time.
+      if (wasGone) continue;
+      found.areBehind = true;
+      if (agent.behindFor >= rollout.wait) found.failures.push_back(name + " does not tell that it has it");
+    } else if (agent.stands == RolloutAgent::Stands::hindered) {
+      found.areHindered = true;
     } else if (agent.before && agent.since) {
       found.before += *agent.before;
       found.since += *agent.since;
@@ -137,12 +141,6 @@ std::string Rollout::placeOf(const std::string& agent) const {
   return fmt::format("{:016x}", digestOf(id + "/" + agent));
 }
 
-const char* phaseName(Rollout::Phase phase) {
-  return std::find_if(std::begin(phases), std::end(phases),
-                      [phase](const auto& one) { return one.first == phase; })
-      ->second;
-}
-
 Rollout begunRollout(Rollout rollout, const RolloutView& view) {
   rollout.phase = Rollout::Phase::running;
   rollout.from = view.texts;
@@ -153,22 +151,18 @@ Rollout begunRollout(Rollout rollout, const RolloutView& view) {
 
 std::optional<Rollout> nextRollout(const Rollout& rollout, const RolloutView& view, double seconds) {
   if (rollout.phase != Rollout::Phase::running) return std::nullopt;
-  Findings found = findingsOf(rollout, view);
-  const bool isLate = seconds >= rollout.wait;
-  // Who has had all the time and has not told of it has failed.
-  if (isLate)
-    found.failures.insert(found.failures.end(), found.behind.begin(), found.behind.end());
-  else if (!rollout.met && found.behind.empty() && found.failures.size() <= rollout.maxFailures &&
-           whyBack(rollout, view, found).empty()) {
-    Rollout after = rollout;
-    after.met = true;
-    return after;
-  }
+  const Findings found = findingsOf(rollout, view);
   if (std::string why = whyBack(rollout, view, found); !why.empty()) return goneBack(rollout, std::move(why));
-  if (!isLate) return std::nullopt;
+  const bool isLate = seconds >= rollout.wait;
   Rollout after = rollout;
   after.met = true;
-  if (!rollout.met) return after;
+  if (!rollout.met) {
+    // Who has had all the time has failed by now; who has not may have come a second ago, as somebody always
+    // does in a large fleet.
+    const bool isMet = !found.areHindered && (!found.areBehind || isLate);
+    return isMet ? std::optional(after) : std::nullopt;
+  }
+  if (!isLate) return std::nullopt;
   // All that are left may have had their turn with the step that is over.
   const std::vector<std::string> places = placesOf(rollout, view);
   if (rollout.step + 1 >= rollout.steps.size() || places.empty() || places.back() <= rollout.upTo) {
@@ -184,11 +178,10 @@ std::optional<Rollout> pausedRollout(Rollout rollout) {
   return rollout;
 }
 
-std::optional<Rollout> resumedRollout(Rollout rollout) {
+std::optional<Rollout> resumedRollout(Rollout rollout, const RolloutView& view) {
   if (rollout.phase != Rollout::Phase::paused) return std::nullopt;
   rollout.phase = Rollout::Phase::running;
-  rollout.met = false;
-  return rollout;
+  return watchedAnew(std::move(rollout), view);
 }
 
 std::optional<Rollout> abortedRollout(Rollout rollout, const std::string& why) {
@@ -221,72 +214,6 @@ std::optional<double> readStopIf(const std::string& text) {
   if (error != std::errc() || end != text.data() + text.size() - 1 || !(factor > 0) || factor > 1e9)
     return std::nullopt;
   return factor;
-}
-
-// The content of the key.
-
-std::string Rollout::json() const {
-  Json stepTexts = Json::array();
-  for (const RolloutStep& one : steps) stepTexts.push_back(one.text());
-  const Json made = {{"id", id},
-                     {"who", who},
-                     {"why", why},
-                     {"summary", summary},
-                     {"began", began},
-                     {"changed", changed},
-                     {"steps", std::move(stepTexts)},
-                     {"wait", wait},
-                     {"maxFailures", maxFailures},
-                     {"dropsFactor", dropsFactor},
-                     {"mayOpen", mayOpen},
-                     {"from", from},
-                     {"phase", phaseName(phase)},
-                     {"step", step},
-                     {"upTo", upTo},
-                     {"met", met},
-                     {"gone", gone ? Json(*gone) : Json(nullptr)},
-                     {"result", result}};
-  return made.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::optional<Rollout> Rollout::of(const std::string& text) {
-  const Json read = Json::parse(text, nullptr, false);
-  if (!read.is_object()) return std::nullopt;
-  Rollout made;
-  try {
-    for (const auto& [name, to] : {std::pair{"id", &made.id},
-                                   {"who", &made.who},
-                                   {"why", &made.why},
-                                   {"summary", &made.summary},
-                                   {"from", &made.from},
-                                   {"upTo", &made.upTo},
-                                   {"result", &made.result}})
-      *to = read.at(name).get<std::string>();
-    for (const auto& [name, to] : {std::pair{"began", &made.began},
-                                   {"changed", &made.changed},
-                                   {"wait", &made.wait},
-                                   {"dropsFactor", &made.dropsFactor}})
-      *to = read.at(name).get<double>();
-    for (const Json& one : read.at("steps")) {
-      const auto step = RolloutStep::from(one.get<std::string>());
-      if (!step) return std::nullopt;
-      made.steps.push_back(*step);
-    }
-    made.maxFailures = read.at("maxFailures").get<uint64_t>();
-    made.mayOpen = read.at("mayOpen").get<bool>();
-    made.step = read.at("step").get<size_t>();
-    made.met = read.at("met").get<bool>();
-    if (!read.at("gone").is_null()) made.gone = read.at("gone").get<std::vector<std::string>>();
-    const auto phase = read.at("phase").get<std::string>();
-    const auto known = std::find_if(std::begin(phases), std::end(phases),
-                                    [&](const auto& one) { return phase == one.second; });
-    if (known == std::end(phases) || made.steps.empty() || made.step >= made.steps.size())
-      return std::nullopt;
-    made.phase = known->first;
-  } catch (const Json::exception&) {  // a member is missing, or is of another kind
-    return std::nullopt;
-  }
-  return made;
 }
 
 }  // namespace Agent

@@ -42,7 +42,8 @@ struct Rollout {
   uint64_t maxFailures = 0;
   double dropsFactor = 0;  ///< so many times the drops of before are too many; 0: any number will do
   bool mayOpen = false;
-  std::string from{};  ///< the version of the texts before it, by FleetVersion
+  std::string from{};   ///< the version of the texts before it, by FleetVersion
+  uint64_t agents = 0;  ///< of the group, when the step began
 
   Phase phase = Phase::running;
   size_t step = 0;     ///< that is under way
@@ -65,13 +66,20 @@ struct Rollout {
 
 const char* phaseName(Rollout::Phase phase);
 
+/// The groups with a rollout that goes on and that nobody sees to, and how many agents they have.
+using UndrivenRollouts = std::map<std::string, uint64_t>;
+
 /// What is known of an agent whose turn it may be.
 struct RolloutAgent {
-  enum class Stands : uint8_t { behind, inForce, refused };
+  /// `hindered`: it cannot take the new texts because of other texts that are not of the rollout.
+  enum class Stands : uint8_t { behind, inForce, refused, hindered };
   bool isThere = false;
   Stands stands = Stands::behind;  ///< with what it is to have now
   /// Frames a second that it dropped before and since it has that; nothing: not known.
   std::optional<double> before{}, since{};
+  std::string wanted{};  ///< the version of what it is to have
+  /// So many seconds it has not told of that, as far as whoever looks has seen.
+  double behindFor = 0;
 };
 
 struct RolloutView {
@@ -88,7 +96,7 @@ Rollout begunRollout(Rollout rollout, const RolloutView& view);
 std::optional<Rollout> nextRollout(const Rollout& rollout, const RolloutView& view, double seconds);
 // What people ask for; nothing when it cannot be.
 std::optional<Rollout> pausedRollout(Rollout rollout);
-std::optional<Rollout> resumedRollout(Rollout rollout);
+std::optional<Rollout> resumedRollout(Rollout rollout, const RolloutView& view);
 std::optional<Rollout> abortedRollout(Rollout rollout, const std::string& why);
 
 /// Reads "1,10%,50%"; all agents are the last step, said or not. Otherwise nothing, and why.

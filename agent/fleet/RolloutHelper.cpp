@@ -1,6 +1,6 @@
 #include <Kiv/Clock.h>
 #include <agent/core/Background.h>
-#include <agent/fleet/RolloutDriver.h>
+#include <agent/fleet/Backoff.h>
 #include <agent/fleet/RolloutHelper.h>
 #include <fmt/format.h>
 
@@ -13,8 +13,6 @@ namespace Agent {
 
 namespace {
 
-/// Agents of a group do not all try at once: the first one has the key before most have begun.
-constexpr double untilHelp = 3;
 /// Rights may be given later.
 constexpr double untilAllowed = 600;
 
@@ -33,7 +31,7 @@ RolloutHelper::~RolloutHelper() {
   if (thread_.joinable()) thread_.join();
 }
 
-void RolloutHelper::undrivenIs(std::vector<std::string> groups) {
+void RolloutHelper::undrivenIs(UndrivenRollouts groups) {
   {
     const std::lock_guard lock(mutex_);
     if (undriven_ == groups) return;
@@ -49,53 +47,80 @@ bool RolloutHelper::isLate(double seconds) {
   return !changed_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return ending_.load(); });
 }
 
+/// Those that it may see to, as far as it knows. The mutex is held.
+UndrivenRollouts RolloutHelper::wanted() const {
+  UndrivenRollouts groups = undriven_;
+  std::erase_if(groups, [this](const auto& group) {
+    const auto denied = mayNot_.find(group.first);
+    return denied != mayNot_.end() && Kiv::steadyClock().now().seconds() < denied->second;
+  });
+  return groups;
+}
+
+/// Waits until there are some, or it is ending.
+UndrivenRollouts RolloutHelper::waited() {
+  std::unique_lock lock(mutex_);
+  while (!ending_ && wanted().empty()) changed_.wait_for(lock, std::chrono::duration<double>(untilAllowed));
+  return wanted();
+}
+
 void RolloutHelper::run() {
   giveWay();
   std::minstd_rand chances(std::random_device{}());
-  std::uniform_real_distribution<double> pause(0, untilHelp);
+  std::uniform_real_distribution<double> chance(0, 1);
   Etcd etcd(http_, place_);
-  std::map<std::string, std::unique_ptr<RolloutDriver>> drivers;  // by group
+  Drivers drivers;
+  Backoff backoff;
   while (!ending_) {
     try {
       if (drivers.empty()) {
-        {
-          std::unique_lock lock(mutex_);
-          changed_.wait(lock, [this] { return ending_ || !undriven_.empty(); });
-        }
-        if (!isLate(pause(chances))) break;
+        uint64_t agents = 0;
+        for (const auto& [group, count] : waited()) agents = std::max(agents, count);
+        if (!isLate(window(agents) * chance(chances))) break;
       }
       take(etcd, drivers);
       const double begin = Kiv::steadyClock().now().seconds();
-      lookAt(drivers);
-      if (!isLate(RolloutDriver::pauseBehind(Kiv::steadyClock().now().seconds() - begin))) break;
+      const bool isAnswered = lookAt(drivers);
+      if (isAnswered) backoff = {};
+      const double took = Kiv::steadyClock().now().seconds() - begin;
+      if (!isLate(isAnswered ? RolloutDriver::pauseBehind(took) : backoff.next(chance(chances)))) break;
     } catch (const std::exception&) {  // memory ran out
       drivers.clear();
-      if (!isLate(untilHelp)) break;
+      if (!isLate(backoff.next(chance(chances)))) break;
     }
   }
 }
 
-void RolloutHelper::take(Etcd& etcd, std::map<std::string, std::unique_ptr<RolloutDriver>>& drivers) {
+void RolloutHelper::take(Etcd& etcd, Drivers& drivers) {
   const std::lock_guard lock(mutex_);
-  for (const std::string& group : undriven_) {
-    const auto denied = mayNot_.find(group);
-    if (denied != mayNot_.end() && Kiv::steadyClock().now().seconds() < denied->second) continue;
+  for (const auto& [group, agents] : wanted()) {
     auto& driver = drivers[group];
     if (!driver) driver = std::make_unique<RolloutDriver>(etcd, group, who_);
   }
 }
 
-void RolloutHelper::lookAt(std::map<std::string, std::unique_ptr<RolloutDriver>>& drivers) {
+/// A look at each; whether all were answered.
+bool RolloutHelper::lookAt(Drivers& drivers) {
+  bool isAnswered = true;
   for (auto at = drivers.begin(); at != drivers.end() && !ending_;) {
     auto& [group, driver] = *at;
-    const RolloutDriver::Look look = driver->look(Kiv::steadyClock().now().seconds());
-    if (look.mayNot) mayNot_[group] = Kiv::steadyClock().now().seconds() + untilAllowed;
-    if (tell_ && look.wrong.empty() && !look.document.is_null() && (look.drives || look.isOver))
-      tell_({Severity::info, "fleet: " + rolloutLine(look.document), {{"VELO_EVENT", "fleet"}}});
-    // Without an answer it is asked again; when another one has the key, that one sees to it.
-    const bool stays = !look.mayNot && !look.isOver && (look.drives || !look.wrong.empty());
+    const bool hadKey = driver->hasKey();
+    const double now = Kiv::steadyClock().now().seconds();
+    const RolloutDriver::Look look = driver->look(now, RolloutDriver::Looks::withKey);
+    isAnswered = isAnswered && (look.wrong.empty() || look.mayNot);
+    if (look.mayNot) {
+      const std::lock_guard lock(mutex_);
+      mayNot_[group] = now + untilAllowed;
+    }
+    const std::string line =
+        look.wrong.empty() && !look.document.is_null() ? rolloutLine(look.document) : std::string();
+    if (tell_ && !line.empty() && std::exchange(told_[group], line) != line)
+      tell_({Severity::info, "fleet: " + line, {{"VELO_EVENT", "fleet"}}});
+    // Who had the key and gets no answer asks again; when another one has it, that one sees to it.
+    const bool stays = !look.mayNot && !look.isOver && (look.drives || (hadKey && !look.wrong.empty()));
     at = stays ? std::next(at) : drivers.erase(at);
   }
+  return isAnswered;
 }
 
 }  // namespace Agent

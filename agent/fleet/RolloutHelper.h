@@ -1,8 +1,9 @@
 #pragma once
 
-#include <agent/fleet/Etcd.h>
+#include <agent/fleet/RolloutDriver.h>
 #include <agent/log/LogEvent.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <map>
@@ -10,11 +11,8 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace Agent {
-
-class RolloutDriver;
 
 /// An agent's help for its fleet: it sees to rollouts of its groups that nobody sees to any more, because
 /// whoever began them has gone. On a thread of its own, which begins when there is the first one. Who may not
@@ -26,14 +24,20 @@ class RolloutHelper {
   RolloutHelper(const RolloutHelper&) = delete;
   RolloutHelper& operator=(const RolloutHelper&) = delete;
 
-  /// The groups with a rollout that nobody sees to, each time that the store was asked. For the link's
-  /// thread.
-  void undrivenIs(std::vector<std::string> groups);
+  /// Each time that the store was asked. For the link's thread.
+  void undrivenIs(UndrivenRollouts groups);
+
+  /// Agents of a group do not all try at once: each waits by chance, up to so many seconds. So long the first
+  /// one has the key, and the others hear of that.
+  static double window(uint64_t agents) { return std::clamp(static_cast<double>(agents) / 300, 3.0, 30.0); }
 
  private:
   void run();
-  void take(Etcd& etcd, std::map<std::string, std::unique_ptr<RolloutDriver>>& drivers);
-  void lookAt(std::map<std::string, std::unique_ptr<RolloutDriver>>& drivers);
+  using Drivers = std::map<std::string, std::unique_ptr<RolloutDriver>>;  // by group
+  UndrivenRollouts wanted() const;
+  UndrivenRollouts waited();
+  void take(Etcd& etcd, Drivers& drivers);
+  bool lookAt(Drivers& drivers);
   bool isLate(double seconds);
 
   const EtcdPlace place_;
@@ -44,9 +48,10 @@ class RolloutHelper {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<std::string> undriven_;  // protected by the mutex
-
-  std::map<std::string, double> mayNot_;  // of the thread: the groups that it may not see to, until when
+  // Protected by the mutex.
+  UndrivenRollouts undriven_;
+  std::map<std::string, double> mayNot_;     // the groups that it may not see to, until when
+  std::map<std::string, std::string> told_;  // of the thread: by group
   std::thread thread_;
 };
 

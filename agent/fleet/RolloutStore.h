@@ -22,8 +22,10 @@ std::optional<std::string> whyNoRollout(const FleetPlan& plan, const FleetSight&
 EtcdTxn rolloutBegin(const FleetPlan& plan, const FleetSight& sight, const Rollout& begun, int64_t auditedAt);
 
 /// What a rollout is to be next, if it still is what the sight has. When it is done its texts become those of
-/// the group; for that the sight has to have them whole. Behind its end there are none beside them.
-EtcdTxn rolloutMove(const FleetSight& sight, const std::string& group, const Rollout& after);
+/// the group, if nobody else has changed these; for that the sight has to have all of them. Behind its end
+/// there are none beside them. `who` makes the move, for the history of the group.
+EtcdTxn rolloutMove(const FleetSight& sight, const std::string& group, const Rollout& after,
+                    const std::string& who);
 
 /// `group`, what the rollout is, how many `agents` there are and how those stand whose `turn` it is; of each
 /// kind the first names.

@@ -25,6 +25,7 @@ std::optional<std::string> RunFleet::join(ConfigFiles& files, Past& past) {
   std::string why;
   auto place = placeOf(options_, &why);
   if (!place) return "--fleet: " + why;
+  if (const auto readable = whyReadable(*place); !readable.empty()) warn("--fleet-login: " + readable);
   withoutCapabilities([&] {
     link_ = std::make_unique<FleetLink>(std::move(*place), identity(), tell_);
     link_->start();

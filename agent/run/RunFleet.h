@@ -3,6 +3,7 @@
 #include <agent/change/ConfigFiles.h>
 #include <agent/change/History.h>
 #include <agent/fleet/FleetAgent.h>
+#include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetLink.h>
 #include <agent/fleet/FleetOptions.h>
 #include <agent/log/LogEvent.h>
@@ -36,12 +37,13 @@ class RunFleet {
 
  private:
   bool take(SharedFleetContent content, ConfigFiles& files, Past& past, std::vector<std::string>& wrong);
-  FleetIdentity identity() const { return {options_.agent, options_.groupNames(), options_.lease}; }
+  FleetIdentity identity() const { return {options_.agent, options_.groupNames(), options_.lease, instance_}; }
   void warn(const std::string& text) const;
 
   const FleetOptions& options_;
   const TextLimits& limits_;
   const TellLog tell_;
+  const std::string instance_ = keyOfChance();
   std::unique_ptr<FleetLink> link_;
   std::unique_ptr<FleetAgent> agent_;  // destroyed first
 };

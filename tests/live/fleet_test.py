@@ -21,6 +21,7 @@ import live_test
 from live_test import LiveTest, until
 from network import Control, Stream, has, run, udp
 from operating_test import wanted
+from ports_test import write_capture
 
 ROOT = "/velo/v1/"
 
@@ -116,7 +117,7 @@ class FleetTest(LiveTest):
         started = live_test.Agent(live_test.VELO, self.middle, config, "--fleet", store or self.etcd.url, "--fleet-name", name,
                                   "--fleet-groups", groups, "--state", self.path(f"{name}.state"), "--control", self.path(f"{name}.socket"),
                                   *(word for number in ports for word in ("--port", f"eth{number}=eth{number}")),
-                                  *(() if ports else ("--port", "eth1=null:")), *arguments, *self.common, **options)
+                                  *(() if ports or "--port" in arguments else ("--port", "eth1=null:")), *arguments, *self.common, **options)
         self.addCleanup(started.kill)
         return started
 
@@ -207,7 +208,7 @@ class Joining(FleetTest):
         self.assertEqual(list(self.etcd.get(f"{ROOT}known/")), [f"{ROOT}known/a1"])
 
     def test_without_lists_nothing_is_forwarded(self):
-        agent = self.joined("a1", "edge", check=False)
+        agent = self.joined("a1", "edge", check=False, patience=3)
         self.assertFalse(agent.ready)
         self.etcd.started()
         self.etcd.write({"config/edge/base": "nonsense\n"})
@@ -260,7 +261,6 @@ class Losing(FleetTest):
 
         self.etcd.write({**pair(), "config/edge/base": text("A", 10)})
         agents = {name: self.joined(name, ",".join(groups)) for name in names}
-        seen = 0
         for _ in range(changes):
             number += 1
             values = pair()
@@ -284,11 +284,12 @@ class Losing(FleetTest):
             name = self.random.choice(names)
             client = Control(self.path(f"{name}.socket"))
             lists = {one["name"] for one in client.ask("show", what="access-lists")["lists"]}
+            for port, verdict in ((10, "pass"), (11, "drop")):
+                answer = client.ask("explain", port="eth1", frame=udp(port).hex())
+                self.assertEqual(answer["verdict"], verdict, "it filters all the time, and no more than that")
             client.close()
-            self.assertIn("A", lists, "it filters all the time")
             mixture = {one[1:] for one in lists if one[0] in "EL"}
             self.assertEqual(len(mixture), 1, f"a mixture of transactions: {lists}")
-            seen += 1
         last = self.etcd.write({"config/lab/bad": None, "config/edge/end": "ip access-list END\n"})
         for name in names:
             self.assertTrue(until(lambda n=name: self.in_force(n) == last, 60), self.status(name)["fleet"])
@@ -299,7 +300,6 @@ class Losing(FleetTest):
             lists = sorted(one["name"] for one in client.ask("show", what="access-lists")["lists"])
             client.close()
             self.assertEqual(lists, sorted(one.split("\n")[0].split()[-1] for one in stored))
-        self.assertEqual(seen, changes)
 
     def test_a_cluster_without_its_leader(self):
         """Three members: the one that an agent asks is killed, the leader or not."""
@@ -396,7 +396,7 @@ class Guarding(FleetTest):
                 attempt()
         self.etcd.token = root
         # Without a right it says so, and goes on asking.
-        other = self.joined("a2", "lab", "--fleet-login", login, check=False)
+        other = self.joined("a2", "lab", "--fleet-login", login, check=False, patience=3)
         other.process.send_signal(signal.SIGTERM)
         self.assertIn("permission denied", other.process.communicate(timeout=10)[1])
         # A rollout gets to it like any text, but it is not for it to see to one.
@@ -541,6 +541,38 @@ class Commanding(FleetTest):
         self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 2))
         self.assertFalse(self.velo("diff")["same"], "they are of other groups")
 
+    def test_counters_sum_up_to_what_was_sent(self):
+        """Each agent gets as many frames for each rule as chance says, by a capture."""
+        self.etcd.started()
+        ports = (10, 20, 30, 40)
+        self.etcd.write({"config/edge/base": text("A", *ports)})
+        count = max(8, wanted("FLEET_AGENTS", 0))
+        sent = {}
+        for agent in range(count):
+            frames = {port: self.random.choice((0, 0, 1, 7, 300)) for port in (10, 20, 30, 99)}
+            sent[f"a{agent}"] = frames
+            write_capture(self.path(f"a{agent}.pcap"), [udp(port, number) for port, many in frames.items() for number in range(many)])
+            self.joined(f"a{agent}", "edge", "--patch", "eth1,eth2", "--port", f"eth1=pcap:{self.path(f'a{agent}.pcap')}",
+                        "--port", "eth2=null:")
+        octets = len(udp(10))
+        rule = lambda port: {"sequence": port, "packets": sum(one.get(port, 0) for one in sent.values()),
+                             "bytes": octets * sum(one.get(port, 0) for one in sent.values()),
+                             "agents": sum(one.get(port, 0) > 0 for one in sent.values())}
+        wanted_sums = [rule(port) for port in ports]
+
+        def sums(*words):
+            shown = self.velo("show", "access-lists", *words)
+            return [{name: one[name] for name in wanted_sums[0]} for one in shown["lists"][0]["rules"]], shown["lists"][0]["implicitDrop"]["packets"]
+        dropped = sum(one[99] for one in sent.values())
+        self.assertTrue(until(lambda: sums() == (wanted_sums, dropped), 20), (sums(), wanted_sums, dropped))
+        self.assertEqual([one["sequence"] for one in sums("--unused")[0]], [40])
+        for name in list(sent)[:3]:
+            self.assertEqual([one["packets"] for one in sums("--agent", name)[0]], [sent[name].get(port, 0) for port in ports])
+        # An agent that has something else in force says nothing of what it is to have.
+        self.etcd.write({"config/agents/a0/own": "nonsense\n"})
+        self.assertTrue(until(lambda: self.velo("show", "access-lists")["unread"] == [{"agent": "a0", "why": "its texts have mistakes"}]))
+        self.assertEqual(self.velo("show", "access-lists")["lists"][0]["rules"][0]["packets"], wanted_sums[0]["packets"] - sent["a0"][10])
+
     def test_two_operators_do_not_overwrite_each_other(self):
         self.etcd.started()
         paths = [self.file("base", text("A", 10))]
@@ -614,8 +646,12 @@ class Rolling(RollingTest):
         self.assertTrue(told["applied"])
         self.assertEqual((told["rollout"]["phase"], told["rollout"]["steps"]), ("done", ["1", "50%", "100%"]))
         self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
-        self.assertEqual({name: value for name, value in self.store().items() if name != "rollout/state"}, {"base": text("A", 20).encode()})
-        self.assertEqual([one["what"] for one in self.velo("history", "edge")["changes"]], ["rollout", "apply"])
+        self.assertEqual({name: value for name, value in self.store().items() if "/" not in name}, {"base": text("A", 20).encode()})
+        self.assertEqual({name for name in self.store() if "/" in name}, {"rollout/state", "openings/back"})
+        self.assertEqual([one["what"] for one in self.velo("history", "edge")["changes"]], ["rollout", "rollout begun", "apply"])
+        self.velo("rollback", "edge")
+        self.assertEqual(self.store()["base"], text("A", 10).encode(), "back is behind the last change of the texts")
+        self.velo("rollback", "edge")
         # Who was gone is caught up.
         self.joined("a4", "edge")
         self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 4, 30))
@@ -637,6 +673,8 @@ class Rolling(RollingTest):
         self.assertTrue(until(lambda: begun() == 0))
         self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
         self.velo("rollout", "pause", "edge", status=1)
+        self.assertEqual([one["what"] for one in self.velo("history", "edge")["changes"]],
+                         ["rollout back", "rollout resumed", "rollout paused", "rollout begun", "apply"])
 
     def test_it_ends_when_its_operator_is_killed(self):
         self.fleet("a1", "a2", "a3")
@@ -661,7 +699,7 @@ class RollingBack(RollingTest):
         self.assertLess(time.monotonic() - begin, 10)
         self.assertEqual((told["applied"], told["rollout"]["phase"]), (False, "back"))
         self.assertIn("has refused it", told["rollout"]["result"])
-        self.assertTrue(until(lambda: self.velo("status")["summary"]["in force"] == 3))
+        self.assertEqual((told["rollout"]["turn"]["inForce"], told["rollout"]["turn"]["behind"]), (3, []), "it has waited for all")
         self.assertEqual({self.in_force(name) for name in agents}, {self.first})
 
     def test_it_goes_back_when_more_is_dropped(self):

@@ -326,7 +326,7 @@ def as_user(uid, gid, groups, path, requests):
 class Agent:
     """`velo run` in a namespace, from its readiness to its end. Without `config` (None) it has no --config."""
 
-    def __init__(self, velo, namespace, config, *arguments, check=True):
+    def __init__(self, velo, namespace, config, *arguments, check=True, patience=30):
         self.folder = tempfile.TemporaryDirectory(prefix="velo-live-")
         path = os.path.join(self.folder.name, "live.acl")
         if config is not None:
@@ -343,7 +343,7 @@ class Agent:
                                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                                             env={**os.environ, "NOTIFY_SOCKET": notify})
         self.ready = False
-        end = time.monotonic() + 30
+        end = time.monotonic() + patience
         while not self.ready and self.process.poll() is None and time.monotonic() < end:
             if select.select([self.notices], [], [], 0.05)[0]:
                 self.ready = self.notices.recv(100) == b"READY=1"

@@ -24,9 +24,13 @@ class FakeStore {
   }
   /// Carries it out, if its comparisons hold; whether they do.
   bool txn(const Agent::EtcdTxn& asked) {
-    for (const auto& [key, modified] : asked.compares) {
+    for (const auto& [key, modified, end] : asked.compares) {
       const auto known = entries_.find(key);
-      if ((known == entries_.end() ? 0 : known->second.modified) != modified) return false;
+      if (end.empty() && (known == entries_.end() ? 0 : known->second.modified) != modified) return false;
+      if (end.empty()) continue;
+      for (auto at = entries_.lower_bound(key); at != entries_.end() && at->first < end; ++at) {
+        if (at->second.modified > modified) return false;
+      }
     }
     ++revision_;
     for (const auto& range : asked.deletes) {

@@ -1,10 +1,12 @@
 #include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetPlan.h>
 #include <agent/fleet/FleetSight.h>
+#include <agent/fleet/RolloutStore.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../support/Schema.h"
+#include "FakeStore.h"
 
 #include <map>
 #include <string>
@@ -165,6 +167,69 @@ TEST(FleetPlan, IsRefusedForMistakesAndOpenings) {
   FleetPlan many{"edge", {{"base", filter}}};
   for (int i = 0; i < 101; ++i) many.texts["n" + std::to_string(i)] = "";
   EXPECT_EQ(plan(many).at("refused"), "more than 100 texts change at once");
+}
+
+/// Who refuses what it is to have: by whose texts, as a rollout of `edge` sees it.
+TEST(RolloutView, TellsTextsOfOthersFromThoseOfTheRollout) {
+  using Stands = Agent::RolloutAgent::Stands;
+  const struct {
+    const char* sentence;
+    const char* changed;
+    const char* mistake;
+    Stands wanted;
+  } cases[] = {
+      {"new texts of the group", "/velo/v1/config/edge/base", "/velo/v1/config/edge/base:1:1: no",
+       Stands::refused},
+      {"new texts of another group", "/velo/v1/config/lab/more", "/velo/v1/config/lab/more:1:1: no",
+       Stands::hindered},
+      {"it contradicts what was there before", "/velo/v1/config/edge/base",
+       "/velo/v1/config/lab/more:1:1: no", Stands::refused},
+      {"an opening, whose texts are not told", "/velo/v1/config/lab/more",
+       "interface eth1 loses its last list", Stands::refused},
+  };
+  for (const auto& one : cases) {
+    FleetSight sight = fleet();
+    sight.texts.at(one.changed).modified = 45;
+    auto& state = sight.agents["a2"].state;
+    state["wanted"] = {{"revision", 45}, {"version", sight.contentOf("a2").version}};
+    state["result"] = "refused";
+    state["mistakes"] = {one.mistake};
+    EXPECT_EQ(rolloutView(sight, "edge").agents.at("a2").stands, one.wanted) << one.sentence;
+  }
+}
+
+/// What is changed is changed only where nobody else has written, were it another key.
+TEST(FleetPlan, SeesWhatOthersWriteMeanwhile) {
+  const std::string place = "/velo/v1/config/edge/";
+  const FleetPlan change{"edge", {{"base", "new"}}};
+  const struct {
+    const char* sentence;
+    std::map<std::string, std::string> written;
+    bool isCarriedOut;
+  } cases[] = {
+      {"nothing", {}, true},
+      {"the text", {{place + "base", "theirs"}}, false},
+      {"its end", {{place + "base", ""}}, false},
+      {"a text before it", {{place + "a", "theirs"}}, false},
+      {"a text behind it", {{place + "z", "theirs"}}, false},
+      {"a text between the folders", {{place + "r", "theirs"}}, false},
+      {"no text", {{place + "rollout/driver", "theirs"}, {place + "question/1", "theirs"}}, true},
+      {"a text of another group", {{"/velo/v1/config/edgf/base", "theirs"}}, true},
+      {"the change by this way", {{Agent::auditKey("edge"), "theirs"}}, false},
+  };
+  for (const auto& one : cases) {
+    TestSupport::FakeStore store;
+    store.write({{place + "base", "old"}});
+    auto answer = store.read({{.key = "/velo/v1/config/", .isPrefix = true}, {}, {}});
+    const FleetSight sight = FleetSight::of(answer);
+    Agent::RolloutView view = rolloutView(sight, "edge");
+    Agent::Rollout rollout;
+    rollout.steps = {{100, true}};
+    TestSupport::FakeStore other = store;
+    if (!one.written.empty()) other.write(one.written);
+    EXPECT_EQ(other.txn(rolloutBegin(change, sight, begunRollout(rollout, view), 0)), one.isCarriedOut)
+        << one.sentence;
+  }
 }
 
 TEST(FleetAudit, IsReadAsItWasWritten) {

@@ -169,8 +169,14 @@ TEST(Rollout, GoesBackWhenItDoesHarm) {
       {"too many were gone to remember",
        [&](RolloutView& v, Rollout& r) { one(v, r).isThere = false, r.gone.reset(); }, 0, ""},
       {"one takes its time", [&](RolloutView& v, Rollout& r) { one(v, r).stands = Stands::behind; }, 59, ""},
-      {"one takes too long", [&](RolloutView& v, Rollout& r) { one(v, r).stands = Stands::behind; }, 60,
+      {"one takes too long",
+       [&](RolloutView& v, Rollout& r) { one(v, r).stands = Stands::behind, one(v, r).behindFor = 60; }, 60,
        "does not tell that it has it"},
+      {"one has come a second ago",
+       [&](RolloutView& v, Rollout& r) { one(v, r).stands = Stands::behind, one(v, r).behindFor = 1; }, 60,
+       ""},
+      {"one cannot take it because of other texts",
+       [&](RolloutView& v, Rollout& r) { one(v, r).stands = Stands::hindered; }, 60, ""},
       {"one has come back and is caught up",
        [&](RolloutView& v, Rollout& r) {
          one(v, r).stands = Stands::behind, r.gone = std::vector{turnOf(r, v).front()};
@@ -202,6 +208,33 @@ TEST(Rollout, GoesBackWhenItDoesHarm) {
   }
 }
 
+/// When all whose turn it is have it, or have had the time, the step is watched; an agent that cannot take it
+/// because of other texts is waited for.
+TEST(Rollout, WaitsForWhoHasItsOwnTime) {
+  const struct {
+    const char* sentence;
+    Stands stands;
+    double behindFor, seconds;
+    bool isMet;
+  } cases[] = {
+      {"all have it", Stands::inForce, 0, 0, true},
+      {"one is behind", Stands::behind, 30, 30, false},
+      {"one is behind that came late", Stands::behind, 1, 60, true},
+      {"one is hindered", Stands::hindered, 0, 0, false},
+      {"one is hindered for long", Stands::hindered, 0, 6000, false},
+  };
+  for (const auto& one : cases) {
+    RolloutView view = tenAgents();
+    Rollout rollout = begun("50%", view);
+    auto& agent = view.agents.at(turnOf(rollout, view).front());
+    agent.stands = one.stands;
+    agent.behindFor = one.behindFor;
+    const auto after = nextRollout(rollout, view, one.seconds);
+    EXPECT_EQ(after && after->met, one.isMet) << one.sentence;
+    EXPECT_TRUE(!after || after->isActive()) << one.sentence;
+  }
+}
+
 TEST(Rollout, AFleetThatDroppedNothingMayDropALittle) {
   RolloutView view = tenAgents();
   for (auto& [name, agent] : view.agents) agent.before = 0, agent.since = 0.2;
@@ -217,8 +250,13 @@ TEST(Rollout, IsPausedResumedAndAborted) {
   ASSERT_TRUE(paused);
   EXPECT_EQ(turnOf(*paused, tenAgents()), turnOf(rollout, tenAgents())) << "who has the texts keeps them";
   EXPECT_FALSE(pausedRollout(*paused));
-  EXPECT_FALSE(resumedRollout(*paused)->met) << "the step is watched anew";
-  EXPECT_FALSE(resumedRollout(rollout));
+  EXPECT_FALSE(resumedRollout(*paused, tenAgents())->met) << "the step is watched anew";
+  EXPECT_FALSE(resumedRollout(rollout, tenAgents()));
+  // Who went while it was paused is not held against the new texts.
+  RolloutView view = tenAgents();
+  const std::string first = turnOf(rollout, view).front();
+  view.agents.at(first).isThere = false;
+  EXPECT_EQ(resumedRollout(*paused, view)->gone, std::vector{first});
   const auto back = abortedRollout(*paused, "me");
   ASSERT_TRUE(back);
   EXPECT_THAT(turnOf(*back, tenAgents()), testing::IsEmpty());
@@ -246,10 +284,9 @@ TEST(FleetPlace, SaysWhichTextsMayOpen) {
   put(place + "t", "old", 6);
   put(place + "u", "", 6);
   EXPECT_EQ(word(), "") << "or for fewer";
-  // A rollout that has gone back to where it came from.
-  const FleetPlace known(entries, place);
-  RolloutView view{{}, FleetPlace::versionOf(known.texts())};
-  put(Agent::rolloutKey(place), abortedRollout(begun("1", view), "")->json(), 7);
+  // In place of texts of a rollout, and no others.
+  const std::string digest = FleetPlace::digestOfTexts({{"t", "old"}, {"u", ""}});
+  put(Agent::mayOpenBackKey(place), "0123456789abcdef " + digest, 7);
   EXPECT_EQ(word(), place + " " + Agent::rolloutTextsPrefix(place));
   put(place + "t", "new", 8);
   EXPECT_EQ(word(), "") << "the texts are others since";
@@ -258,25 +295,58 @@ TEST(FleetPlace, SaysWhichTextsMayOpen) {
 TEST(FleetDrops, TellsWhatWasDroppedBeforeAndSince) {
   FleetDrops drops;
   const auto rates = [&drops](double now, const char* version = "v") {
-    const auto read = FleetDrops::ratesIn(drops.value(now), version);
+    const auto read = FleetDrops::ratesIn(drops.value(now, ""), version);
     return fmt::format("{} {}", read.before.value_or(-1), read.since.value_or(-1));
   };
   for (int i = 0; i <= 20; ++i) drops.add(5 * i, static_cast<uint64_t>(10 * i));
-  EXPECT_EQ(drops.value(100), "") << "there has been no change";
-  drops.changed(100, "v");
+  EXPECT_EQ(drops.value(100, ""), "") << "there has been no change";
+  drops.changed(100, "v", "");
   EXPECT_EQ(rates(100), "2 0");
   drops.add(105, 230);
   EXPECT_EQ(rates(105), "2 6");
   EXPECT_EQ(rates(105, "w"), "-1 -1") << "of other content nothing is known";
-  drops.changed(106, "v");
+  drops.changed(106, "v", "");
   EXPECT_EQ(rates(110), "2 3") << "the same content is no change";
-  const std::string last = drops.value(690);
+  const std::string last = drops.value(690, "");
   drops.add(701, 1000);
-  EXPECT_EQ(drops.value(701), last) << "nobody looks any more";
+  EXPECT_EQ(drops.value(701, ""), last) << "nobody looks any more";
+  EXPECT_NE(drops.value(701, "x"), last) << "but while it tries something, somebody does";
   for (const char* none :
        {"", "[]", R"({"version": "v"})", R"({"version": "v", "before": [1], "since": ["a", {}]})"}) {
     const auto read = FleetDrops::ratesIn(none, "v");
     EXPECT_FALSE(read.before || read.since) << none;
+  }
+}
+
+/// Twenty frames a second are dropped for ten minutes, then none: the last minute counts, however long a
+/// rollout takes.
+TEST(FleetDrops, TellsOfTheLastMinute) {
+  FleetDrops drops;
+  uint64_t dropped = 0;
+  for (int now = 0; now <= 60; now += 5) drops.add(now, dropped);
+  drops.changed(60, "v", "rollout");
+  const auto since = [&drops](double now) {
+    return FleetDrops::ratesIn(drops.value(now, "rollout"), "v").since.value_or(-1);
+  };
+  for (int now = 65; now <= 660; now += 5) drops.add(now, dropped += 100);
+  EXPECT_DOUBLE_EQ(since(660), 20);
+  for (int now = 665; now <= 690; now += 5) drops.add(now, dropped);
+  EXPECT_DOUBLE_EQ(since(690), 10) << "half a minute of them";
+  for (int now = 695; now <= 720; now += 5) drops.add(now, dropped);
+  EXPECT_DOUBLE_EQ(since(720), 0);
+  for (int now = 725; now <= 3000; now += 5) drops.add(now, dropped += 50);
+  EXPECT_DOUBLE_EQ(since(3000), 10) << "also when it takes an hour";
+}
+
+/// New texts of a rollout drop more; behind them another group's texts change, which is no way to hide that.
+TEST(FleetDrops, RemembersWhatWasBeforeARollout) {
+  for (const auto& [tried, before] : {std::pair{"rollout", 2.0}, {"another", 12.0}, {"", 12.0}}) {
+    FleetDrops drops;
+    for (int i = 0; i <= 12; ++i) drops.add(5 * i, static_cast<uint64_t>(10 * i));
+    drops.changed(60, "v", "rollout");
+    for (int i = 1; i <= 12; ++i) drops.add(60 + 5 * i, static_cast<uint64_t>(120 + 60 * i));
+    drops.changed(120, "w", tried);
+    EXPECT_DOUBLE_EQ(FleetDrops::ratesIn(drops.value(120, tried), "w").before.value_or(-1), before) << tried;
   }
 }
 
