@@ -14,8 +14,8 @@ namespace {
 /// So many values are asked for at once: fewer than the operations that etcd takes in a transaction. A text
 /// may have 1.5 MiB, so of texts that are fewer, as many as one answer can have.
 constexpr size_t mostStates = 100, mostTexts = 32;
-/// Of one place, and of all together. A place that has more is not read at all: no agent takes it either.
-constexpr size_t mostOctetsOfPlace = size_t{72} << 20, mostOctets = size_t{512} << 20;
+/// Of all places together.
+constexpr size_t mostOctets = size_t{512} << 20;
 
 /// Reads the values of keys, as they were at the revision of the sight.
 std::string readValues(Etcd& etcd, FleetSight& sight, const std::vector<std::string>& keys) {
@@ -67,7 +67,7 @@ Maybe<FleetSight> fleetSight(Etcd& etcd, std::vector<EtcdRange> further,
   return {std::move(sight)};
 }
 
-std::string readTexts(Etcd& etcd, FleetSight& sight, const std::set<std::string>& places) {
+std::string readTexts(Etcd& etcd, FleetSight& sight, const std::set<std::string>& places, size_t room) {
   size_t all = 0;
   for (const std::string& place : places) {
     std::vector<std::string> keys;
@@ -76,7 +76,7 @@ std::string readTexts(Etcd& etcd, FleetSight& sight, const std::set<std::string>
       if (isOfPlace(std::string_view(at->first).substr(place.size()))) keys.push_back(at->first);
     }
     size_t octets = 0;
-    const size_t room = std::min(mostOctetsOfPlace, mostOctets - std::min(all, mostOctets));
+    room = std::min(room, mostOctets - std::min(all, mostOctets));
     if (auto wrong = readPortions(etcd, sight, keys, mostTexts, room, &octets); !wrong.empty()) return wrong;
     if (octets > room) {
       sight.tooMuch.insert(place);

@@ -55,8 +55,10 @@ std::vector<EtcdRange> fleetQuestion();
 /// All of it as it is in the store at one revision, but the texts. `further` is answered with it.
 Maybe<FleetSight> fleetSight(Etcd& etcd, std::vector<EtcdRange> further = {},
                              std::vector<std::vector<EtcdEntry>>* found = nullptr);
-/// Reads the texts of some places, as they were at the revision of the sight; why that was not possible.
-std::string readTexts(Etcd& etcd, FleetSight& sight, const std::set<std::string>& places);
+/// Reads the texts of some places, as they were at the revision of the sight; why that was not possible. Of a
+/// place that has more octets than `room` none are read: no agent takes it either.
+std::string readTexts(Etcd& etcd, FleetSight& sight, const std::set<std::string>& places,
+                      size_t room = size_t{72} << 20);
 
 /// A status in one word: "in force", "behind", "refused", "waiting" or "gone". `wanted` is the version that
 /// the agent is to have.

@@ -37,7 +37,9 @@ class RunFleet {
 
  private:
   bool take(SharedFleetContent content, ConfigFiles& files, Past& past, std::vector<std::string>& wrong);
-  FleetIdentity identity() const { return {options_.agent, options_.groupNames(), options_.lease, instance_}; }
+  FleetIdentity identity() const {
+    return {options_.agent, options_.groupNames(), options_.lease, instance_};
+  }
   void warn(const std::string& text) const;
 
   const FleetOptions& options_;

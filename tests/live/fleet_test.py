@@ -405,7 +405,8 @@ class Guarding(FleetTest):
         as_root = ("--fleet-login", self.path("root.login"))
         self.velo("apply", "edge", self.file("base", text("A", 30)), "--steps", "1", "--wait", "1s", "--detach", *as_root)
         self.assertTrue(until(lambda: self.in_force("a1") > second))
-        self.assertFalse(until(lambda: self.velo("rollout", "status", *as_root)["rollouts"][0]["driven"], 5))
+        self.assertFalse(until(lambda: self.velo("rollout", "status", *as_root)["rollouts"][0]["driven"], 4))
+        self.assertIn("permission denied", self.velo("rollout", "follow", "edge", "--fleet-login", login, status=1))
         self.assertEqual(self.velo("rollout", "follow", "edge", *as_root)["rollouts"][0]["phase"], "done")
 
     def certificate(self, name, *words, signed=True):

@@ -151,6 +151,8 @@ class World {
     EXPECT_EQ(store_.entries().contains("/velo/v1/config/g/u"), isWritten_);
     const auto audit = Agent::FleetAudit::of(store_.entries().at(Agent::auditKey("g")).value);
     EXPECT_EQ(audit.what, isDone ? "rollout" : "rollout back");
+    EXPECT_EQ(store_.entries().contains(Agent::mayOpenKey("/velo/v1/config/g/")),
+              isDone ? rollout().mayOpen : mayOpenBefore_ && !rollout().mayOpen);
   }
   Rollout rollout() const {
     return *Rollout::of(store_.entries().at("/velo/v1/config/g/rollout/state").value);
@@ -168,6 +170,9 @@ class World {
         *Agent::readSteps(dice_.of(std::vector<const char*>{"1,10%,50%", "2,3", "50%", "100%"}), &wrong);
     made.wait = wait;
     made.maxFailures = dice_.below(3);
+    made.mayOpen = dice_.once(2);
+    mayOpenBefore_ = dice_.once(2);
+    if (mayOpenBefore_) store_.write({{Agent::mayOpenKey("/velo/v1/config/g/"), "of the texts before"}});
     made.dropsFactor = dropsFactor_ = dice_.once(2) ? 2 : 0;
     ASSERT_FALSE(whyNoRollout(plan, sight));
     ASSERT_TRUE(store_.txn(rolloutBegin(plan, sight, begunRollout(made, rolloutView(sight, "g")), 0)));
@@ -249,7 +254,7 @@ class World {
   std::optional<Rollout> next_[2];
   Agent::RolloutWatch watch_[2] = {Agent::RolloutWatch("g"), Agent::RolloutWatch("g")};
   double now_ = 0, dropsFactor_ = 0;
-  bool isHarmful_ = false, isWritten_ = false;
+  bool isHarmful_ = false, isWritten_ = false, mayOpenBefore_ = false;
   size_t lastStep_ = 0;
   std::string lastUpTo_;
 };
