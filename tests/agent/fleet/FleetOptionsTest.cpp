@@ -27,7 +27,7 @@ TEST(FleetOptions, WarnsOfAPasswordThatOthersCanRead) {
       {{"http://127.0.0.1:2379", "http://localhost:2379", "http://[::1]:2379"}, "u", ""},
   };
   for (const auto& one : cases) {
-    const std::string why = whyReadable({.endpoints = one.endpoints, .user = one.user});
+    const std::string why = Agent::whyReadable({.endpoints = one.endpoints, .user = one.user});
     EXPECT_THAT(why, HasSubstr(one.wanted)) << one.endpoints[0];
     EXPECT_EQ(why.empty(), *one.wanted == 0) << one.endpoints[0];
   }
