@@ -48,16 +48,13 @@ MachineOutputs::MachineOutputs(const Arguments& args)
                   .scans = {&rixPipeline0},
                   .afterRuleIds = true,
                   .afterPolls = true}),
-      aclStatusStatusAclOutput_(*this,
-                                {.line = __LINE__,
-                                 .completeText = "Input scans for aclStatusStatusAclOutput complete",
-                                 .reconcilingText = "Reconciling aclStatusStatusAclOutput: {:}",
-                                 .taskName = "VeloDpAclStatusSm-aclStatusStatusAclOutputTask",
-                                 .ready = &OutputState::aclStatusStatusAclOutputReady,
-                                 .readyIs = &OutputState::aclStatusStatusAclOutputReadyIs,
-                                 .scans = {&aclConfigStream}},
-                                {&aclAclStatusPtrImplicitRuleStatusOutput_,
-                                 &aclAclStatusPtrImplicitRuleIdOutput_, &aclAclStatusPtrRuleStatusOutput_}),
+      aclStatusStatusAclOutput_(*this, {.line = __LINE__,
+                                        .completeText = "Input scans for aclStatusStatusAclOutput complete",
+                                        .reconcilingText = "Reconciling aclStatusStatusAclOutput: {:}",
+                                        .taskName = "VeloDpAclStatusSm-aclStatusStatusAclOutputTask",
+                                        .ready = &OutputState::aclStatusStatusAclOutputReady,
+                                        .readyIs = &OutputState::aclStatusStatusAclOutputReadyIs,
+                                        .scans = {&aclConfigStream}}),
       aclStatusStatusIntfIntfOutput_(
           *this, {.line = __LINE__,
                   .completeText = "Input scans for aclStatusStatusIntfIntfOutput complete",
@@ -68,6 +65,11 @@ MachineOutputs::MachineOutputs(const Arguments& args)
                   .scans = {&aclIntfConfigStream}}) {
   static_assert(std::tuple_size_v<decltype(outputs())> + 1 == Zeb::attributeTable<OutputState>.size(),
                 "outputs() has not all outputs of OutputState, which has a flag for each and one for all");
+  std::vector<PerListOutputBase*> within;
+  for (Output* output : outputs()) {
+    if (auto* perList = dynamic_cast<PerListOutputBase*>(output)) within.push_back(perList);
+  }
+  aclStatusStatusAclOutput_.withinIs(std::move(within));
 }
 
 /// To know whether the lists have entries it looks at one list after the other, until it has found an entry

@@ -2,6 +2,7 @@
 
 #include <Kelp/Ptr.h>
 #include <Kiv/TaskScheduler.h>
+#include <VeloAcl/VeloDpAclStatusSm/ScanTables.h>
 
 #include <array>
 #include <cstddef>
@@ -11,7 +12,8 @@
 /// The state of a numbered scan over a tree of walkers, and the elements that it visits.
 namespace Velo::VeloAcl {
 
-inline constexpr int scanCount = 6;
+/// A scan has its number, from 0 on, and one stream that it feeds.
+inline constexpr int scanCount{streamScans.size()};
 
 /// How far one walker is in one numbered scan.
 enum class ScanProgress : uint8_t { notStarted = 0, yielded = 1, complete = 2, firstPassComplete = 3 };

@@ -4,7 +4,7 @@
 
 namespace Velo::VeloAcl {
 
-/// The base of all ten walkers. A walker `W` derives from this with its row (WalkerRow.h) and adds
+/// The base of all walkers. A walker `W` derives from this with its row (WalkerRow.h) and adds
 ///   walkerName     its name in traces
 ///   Table          its handlers, a row for each scan
 ///   streamScanIs   in a top walker, for each scan: the setter that tells the machine that a pass is over

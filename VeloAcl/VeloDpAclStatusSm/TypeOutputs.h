@@ -45,9 +45,10 @@ class TypeOutput : public ReconciledOutput {
 class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
  public:
   using Key = AclStatusStatusAclOutputKeyType;
-  ListOutput(MachineFrame& machine, OutputSpec spec, std::vector<PerListOutputBase*> within)
-      : TypeOutput(machine, std::move(spec)), within_(std::move(within)) {}
+  using TypeOutput::TypeOutput;
 
+  /// The outputs that write into the status of each list; to be set before anything else is called.
+  void withinIs(std::vector<PerListOutputBase*> within) { within_ = std::move(within); }
   const std::vector<PerListOutputBase*>& within() const { return within_; }
   /// Tells the outputs within that the status of a list is produced, before they write into it.
   void recordIfPending(const Kelp::Ptr<Acl::AclStatus>& status) {
@@ -67,7 +68,7 @@ class ListOutput final : public TypeOutput<AclStatusStatusAclOutputKeyType> {
                   const Key* from) override;
   RunEnd forget(SmallSteps& steps) override;
 
-  const std::vector<PerListOutputBase*> within_;
+  std::vector<PerListOutputBase*> within_;
   std::vector<Kelp::Ptr<Acl::AclStatus>> dropped_;
 };
 

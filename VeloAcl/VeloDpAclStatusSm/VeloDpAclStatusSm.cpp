@@ -6,6 +6,16 @@
 /// Start-up and teardown.
 namespace Velo::VeloAcl {
 
+namespace {
+
+/// How many streams the scans of these top walkers feed.
+template <class... Sm>
+constexpr size_t streamsOf(const std::tuple<Kelp::Ptr<Sm>&...>*) {
+  return (std::size(Sm::streamScanIs) + ...);
+}
+
+}  // namespace
+
 VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConfig,
                                      const Kelp::Ptr<const Acl::IntfConfig>& aclIntfConfig,
                                      const Arguments::Counters& inCounters,
@@ -14,7 +24,10 @@ VeloDpAclStatusSm::VeloDpAclStatusSm(const Kelp::Ptr<const Acl::Config>& aclConf
                                      const Arguments::Counters& ip6OutCounters,
                                      const Kelp::Ptr<Acl::StatusDp>& aclStatus, const Rix::SmControl& control)
     : MachinePolls({aclConfig, aclIntfConfig, inCounters, macOutCounters, ipOutCounters, ip6OutCounters,
-                    aclStatus, control}) {}
+                    aclStatus, control}) {
+  static_assert(streamsOf(static_cast<decltype(tops())*>(nullptr)) == streamScans.size(),
+                "tops() has not all top walkers: their scans feed all streams");
+}
 
 VeloDpAclStatusSm::~VeloDpAclStatusSm() {
   nodeFlagSet(Kelp::nodeLive, false);

@@ -3,6 +3,7 @@
 #include <VeloAcl/VeloDpAclStatusSm/Polls.h>
 
 #include <memory>
+#include <tuple>
 
 namespace Velo::VeloAcl {
 
@@ -72,12 +73,11 @@ class VeloDpAclStatusSm final : public MachinePolls {
  private:
   class ScanStateFollower;
 
-  /// Visits the places of the top walkers, in the order in which these scan.
+  /// The places of the top walkers, in the order in which these scan.
+  auto tops() { return std::tie(ruleIdsByAclSm7_, aclConfigSm3_, aclIntfConfigSm0_); }
   template <class Visit>
   void forEachTop(const Visit& visit) {
-    visit(ruleIdsByAclSm7_);
-    visit(aclConfigSm3_);
-    visit(aclIntfConfigSm0_);
+    std::apply([&](auto&... place) { (visit(place), ...); }, tops());
   }
   void initialize();
   void createTasks();

@@ -5,7 +5,7 @@
 #include <VeloAcl/VeloDpAclStatusSm/IntfWalkers.h>
 #include <VeloAcl/VeloDpAclStatusSm/RuleIdWalkers.h>
 
-/// The ten walkers. Each one declares what it watches, its key in its parent, and what it does with an
+/// All walkers. Each one declares what it watches, its key in its parent, and what it does with an
 /// element, with the parts of WalkerRow.h. The common code is in TreeWalker.h; how elements are scanned is in
 /// Walker.h, how children are kept in Children.h, and how tasks are used in TopWalker.h.
 ///
