@@ -174,7 +174,8 @@ constexpr PortKind kinds[] = {
      .options = {},
      .make = null,
      .capabilities = needs<>,
-     .keep = heldAlways},
+     .keep = heldAlways,
+     .onNothing = true},
 };
 
 /// Takes the options from the end of a text, as far as they are of the kind: what it is on may have commas,
@@ -207,12 +208,11 @@ PortText portTextOf(std::string_view text, std::string& wrong) {
     return {};
   }
   PortText port{kind, whatOf(named ? text.substr(colon + 1) : text, *kind)};
-  const bool nothing = kind->make == null;
-  if (port.what.device.empty() != nothing) {
-    wrong = nothing ? fmt::format("{} has no device", kind->form) : "no device is named";
+  if (port.what.device.empty() != kind->onNothing) {
+    wrong = kind->onNothing ? fmt::format("{} has no device", kind->form) : "no device is named";
     return {};
   }
-  if (nothing) port.what.device = kind->name;
+  if (kind->onNothing) port.what.device = kind->name;
   return port;
 }
 

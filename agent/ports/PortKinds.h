@@ -27,6 +27,7 @@ struct PortKind {
   std::set<int> (*toMake)() = nullptr;
   /// Makes what a process has of the port whose workers have the device.
   std::unique_ptr<PortDevice> (*keep)(const PortWhat& what);
+  bool onNothing = false;  ///< nothing stands behind "KIND:"
   bool followed = false;   ///< its device is one of the kernel, which tells when it goes and comes
   bool exclusive = false;  ///< only one port can be on such a device
   bool ofHost = false;     ///< the host can use the device, too

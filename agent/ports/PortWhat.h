@@ -31,8 +31,7 @@ inline std::optional<uint64_t> wholeNumber(std::string_view text) {
 }
 
 /// What stands behind "KIND:" without the options: a name or a path, and the options by name. An option
-/// without
-/// "=" has an empty value.
+/// without "=" has an empty value.
 struct PortWhat {
   std::string device;
   std::map<std::string, std::string, std::less<>> options;

@@ -1,4 +1,5 @@
 #include <agent/ports/LivePorts.h>
+#include <agent/ports/PortKinds.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <deque>
 #include <list>
+#include <sstream>
 #include <tuple>
 
 namespace {
@@ -320,6 +322,23 @@ TEST(Segments, AChecksumIsCompletedFromTheSumOfItsPseudoHeader) {
   const auto pieces = segments.of({bytes, {Offload::needsChecksum, Offload::notCut, 0, 0, 34, 6}});
   ASSERT_EQ(pieces.size(), 1u);
   EXPECT_EQ(transportSum(Bytes(pieces[0].bytes.begin(), pieces[0].bytes.end()), 34, 17), 0xffff);
+}
+
+/// A table says what they are, another one what several processes do with them.
+TEST(PortKinds, AreInBothTablesOfTheDocument) {
+  std::vector<std::string> rows;
+  std::istringstream document(readFile(VELO_SOURCE_DIR "/docs/ports.md"));
+  for (std::string line; std::getline(document, line);) {
+    if (line.starts_with("| `")) rows.push_back(line.substr(0, line.find(" |")));
+  }
+  std::istringstream forms(Agent::portForms());  // "[packet:]DEV, tap:NAME"
+  for (std::string word; forms >> word;) {
+    const std::string name = word.substr(word.starts_with('['), word.find(':') - word.starts_with('[') + 1);
+    EXPECT_EQ(std::count_if(rows.begin(), rows.end(),
+                            [&](const std::string& row) { return row.find("`" + name) != row.npos; }),
+              2)
+        << name;
+  }
 }
 
 TEST_F(LivePortsTest, DevicesAreOpenedAgainWithTheCapabilitiesOfTheirKinds) {
