@@ -38,7 +38,8 @@ struct ImplicitRuleStatusEntries {
   static void del(Acl::AclStatus& status, Key key) { status.implicitRuleStatusDel(key); }
 };
 
-/// The trace texts for a stream's writes of entries.
+/// The trace texts for a stream's writes of entries. Each stream has both, whether or not its entries can go
+/// without their list: only those of rules do.
 template <class Entries>
 struct Into {
   fmt::format_string<const typename Entries::Key&, const typename Entries::Value&> inserting;

@@ -7,7 +7,9 @@
 
 /// All walkers. Each one declares what it watches, its key in its parent, and what it does with an
 /// element, with the parts of WalkerRow.h. The common code is in TreeWalker.h; how elements are scanned is in
-/// Walker.h, how children are kept in Children.h, and how tasks are used in TopWalker.h.
+/// Walker.h, how children are kept in Children.h, and how tasks are used in TopWalker.h. Operations with a
+/// scan's number in their name (handle..., ...Reactor, task...) are the walkers' interface, one by one; what
+/// they do is common code.
 ///
 ///   walker             watches                          elements                 child        scans
 ///   AclIntfConfigSm0   Acl::IntfConfig                  config[aclType]          ConfigSm1    0

@@ -66,6 +66,9 @@ class ChangeJournal {
   virtual State state() const = 0;
 };
 
+/// That there is no change of a number.
+inline std::string noSuchChange(const std::string& number) { return "there is no change " + number; }
+
 /// The last changes of the configuration. Part of the configuration; for the loop's thread.
 class History {
  public:

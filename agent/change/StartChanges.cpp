@@ -39,8 +39,9 @@ std::vector<std::string> otherFiles(const FileDigests& before, const FileDigests
   return names;
 }
 
-/// `before` is the digest of what the file said; null: it was not there. What that was may be forgotten.
-/// `text` is what it says now; null: it is gone.
+/// How a file has changed since the agent ran last. `before` is the digest of what it said then, whose text
+/// the history may have forgotten; null: there was no such file. `text` is what it says now; null: it is
+/// gone.
 Change fileChange(const CurrentConfig& current, const std::string& name, const uint64_t* before,
                   const SharedText& text) {
   const Config::Model* now = current.sources().find(name);

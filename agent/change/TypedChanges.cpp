@@ -87,10 +87,12 @@ struct TypedChanges::Texts {
     Outcome failed;
     failed.mistakes = {why};
     failed.prepareSeconds = outcome.prepareSeconds;
+    Warnings fresh = std::move(change.prepared.fresh);  // are told with the mistake
     Acl::Workshop::singleton().dispose(
         std::tuple(std::exchange(request.texts, {}), std::exchange(request.make, {}),
                    std::exchange(change.content.model, std::nullopt), std::exchange(change.prepared, {}),
                    std::exchange(outcome, std::move(failed))));
+    change.prepared.fresh = std::move(fresh);
   }
 };
 

@@ -58,9 +58,13 @@ std::vector<std::string_view> nearestNames(std::string_view word, std::span<cons
   return nearest;
 }
 
+std::string orMeant(std::string sentence, std::string_view meant) {
+  return meant.empty() ? sentence : fmt::format("{} (did you mean {}?)", sentence, meant);
+}
+
 std::string orNearest(std::string expected, std::string_view word, std::span<const std::string_view> names) {
   const auto nearest = nearestNames(word, names);
-  return nearest.empty() ? expected : fmt::format("{} (did you mean {}?)", expected, anyOf(nearest));
+  return orMeant(std::move(expected), nearest.empty() ? "" : anyOf(nearest));
 }
 
 bool failNear(Cursor& at, std::string expected, std::initializer_list<std::string_view> names) {

@@ -15,6 +15,9 @@ namespace Config {
 /// the next one count 1 each, and so does all that a shortened name leaves out; capitals count nothing.
 std::vector<std::string_view> nearestNames(std::string_view word, std::span<const std::string_view> names);
 
+/// A sentence, and behind it what was probably meant, if that is known: "... (did you mean af13?)".
+std::string orMeant(std::string sentence, std::string_view meant);
+
 /// What was expected, and behind it the nearest names: "a DSCP name or 0 to 63 (did you mean af13?)".
 std::string orNearest(std::string expected, std::string_view word, std::span<const std::string_view> names);
 

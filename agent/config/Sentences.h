@@ -2,6 +2,7 @@
 
 #include <agent/config/Model.h>
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,6 +19,10 @@ std::string noSuch(std::string_view kind, std::string_view name, const Names& kn
   const std::vector<std::string_view> names(known.begin(), known.end());
   return noSuch(kind, name, std::span(names));
 }
+
+/// That a list has no rule of a number, and the numbers beside it that have one. `list` is what people are
+/// told of it, `numbers` those of its rules, in any order.
+std::string noSuchRule(std::string_view list, uint32_t number, std::span<const uint32_t> numbers);
 
 /// That a second rule is given the number of this one.
 std::string ruleGivenTwice(const Rule& first);

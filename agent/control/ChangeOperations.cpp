@@ -162,8 +162,8 @@ void Operations::rollback(const Request& request, Session& session, const Reply&
   const History& history = configuration_.history();
   const Change* to = number ? history.find(*number) : history.last(1);
   if (!to) {
-    return reply(Answer::failed("not-found", number ? fmt::format("there is no change {}", *number)
-                                                    : "there is no change to go back to"));
+    return reply(Answer::failed(
+        "not-found", number ? noSuchChange(std::to_string(*number)) : "there is no change to go back to"));
   }
   std::string wrong;
   auto order = goingBackTo(*to, &wrong);

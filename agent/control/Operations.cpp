@@ -107,7 +107,7 @@ void Operations::show(const Request& request, Session&, const Reply& reply) {
   if (!name.empty() && show->argument == listArgument && !isList(world_.core, Kelp::String(name)))
     return reply(noList(world_.core, name));
   if (!name.empty() && show->argument == changeArgument && !changeOf(name))
-    return reply(Answer::failed("not-found", fmt::format("there is no change {}", name)));
+    return reply(Answer::failed("not-found", noSuchChange(name)));
   using Which = ShowOptions::Rules;
   const bool hit = request.flag("hit"), unused = request.flag("unused");
   const ShowOptions options{name, request.text("source"), request.text("interface"),

@@ -1,12 +1,14 @@
 // The operations by which clients look at frames as they are judged.
 #include <Acl/RuleKinds.h>
 #include <agent/config/Cursor.h>
+#include <agent/config/Sentences.h>
 #include <agent/control/Operations.h>
 #include <agent/core/Document.h>
 #include <agent/observe/SeenFrame.h>
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace Agent {
 
@@ -14,28 +16,17 @@ namespace {
 
 /// Why no list of this name has a rule of this number; nothing if one has.
 std::optional<std::string> whyNoRule(const Core& core, const std::string& list, uint32_t number) {
-  std::optional<uint32_t> below, above;
+  std::vector<uint32_t> numbers;
   for (const Acl::AclType type : Acl::aclTypes) {
     const auto found = core.inForce().list(type, Kelp::String(list));
     const auto* rules = found ? std::as_const(*found).judging() : nullptr;
     if (!rules) continue;
-    const bool has = Acl::withRuleKind(type, [&](auto kind) {
-      const auto& ordered = kind.rules(*rules).ordered();
-      for (const auto* rule : ordered) {
-        const uint32_t sequence = rule->value.sequence();
-        if (sequence == number) return true;
-        if (sequence < number) below = std::max(below.value_or(0), sequence);
-        if (sequence > number) above = std::min(above.value_or(sequence), sequence);
-      }
-      return false;
+    Acl::withRuleKind(type, [&](auto kind) {
+      for (const auto* rule : kind.rules(*rules).ordered()) numbers.push_back(rule->value.sequence());
     });
-    if (has) return std::nullopt;
   }
-  std::string near;
-  if (below) near = std::to_string(*below);
-  if (above) near += (below ? " or " : "") + std::to_string(*above);
-  return fmt::format("{} has no rule {}{}", list, number,
-                     near.empty() ? "" : fmt::format(" (did you mean {}?)", near));
+  if (std::find(numbers.begin(), numbers.end(), number) != numbers.end()) return std::nullopt;
+  return Config::noSuchRule(list, number, numbers);
 }
 
 /// The frames that waited when it was made, told one after the other.

@@ -30,7 +30,6 @@ class Backoff {
   /// is: otherwise a store that ends each connection at once would be asked without a pause for ever.
   void connected(double seconds) {
     if (seconds < std::max(least, limit_)) return;
-    limit_ = first;
     spread_ = std::min(spread, seconds / 6);
   }
 

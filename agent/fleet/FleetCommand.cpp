@@ -99,7 +99,7 @@ class FleetForgetAction final : public FleetAction {
     const auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     const auto known = sight.value->agents.find(agent_);
-    if (known == sight.value->agents.end()) return failed("there is no agent " + agent_);
+    if (known == sight.value->agents.end()) return failed(sight.value->whyNoAgent(agent_));
     if (!known->second.state.is_null()) {
       complain("agent " + agent_ + " is not gone");
       return exitUsage;

@@ -27,9 +27,7 @@ class FleetExplainAction final : public FleetAction {
   explicit FleetExplainAction(CLI::App& fleet)
       : FleetAction(
             fleet, "explain", "Tell what would become of a frame on each agent.",
-            "FRAME is as of velo explain. Agents that are there are asked; of one that does not answer in time it is "
-            "found out\nhere, by what the store has for it: what it has besides, by its command line or its directory, is "
-            "not known then.") {
+            "FRAME is as of velo explain. Agents that are there are asked; of one that does not answer in time it is found out\nhere, by what the store has for it: what it has besides, by its command line or its directory, is not known then.") {
     app()
         .add_option("--port", port_, "where the frame comes in; a text can say that as well: ... on NAME")
         ->type_name("NAME");
@@ -50,7 +48,7 @@ class FleetExplainAction final : public FleetAction {
     auto sight = fleetSight(etcd);
     if (!sight) return failed(sight.wrong);
     if (!agent_.empty() && !sight.value->agents.contains(agent_))
-      return failed("there is no agent " + agent_);
+      return failed(sight.value->whyNoAgent(agent_));
     if (auto why = readTexts(etcd, *sight.value, sight.value->placesOf(agentsOf(*sight.value))); !why.empty())
       return failed(why);
     FleetAnswerTexts answers;

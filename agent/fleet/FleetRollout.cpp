@@ -64,9 +64,7 @@ class FleetRolloutAction final : public FleetAction {
   explicit FleetRolloutAction(CLI::App& fleet)
       : FleetAction(
             fleet, "rollout", "Look at rollouts (velo fleet apply --steps), and steer them, from anywhere.",
-            "status: how far they are. pause: it goes no further, and not back either. resume: it goes on, and watches "
-            "the step anew.\nabort: all agents go back to the texts before. follow: look on until it is over, and see "
-            "to it when nobody else does.") {
+            "status: how far they are. pause: it goes no further, and not back either. resume: it goes on, and watches the step anew.\nabort: all agents go back to the texts before. follow: look on until it is over, and see to it when nobody else does.") {
     app()
         .add_option("what", what_, "status, pause, resume, abort or follow")
         ->required()
@@ -128,8 +126,7 @@ void RolloutOptions::add(CLI::App& command) {
       command
           .add_option(
               "--steps", steps_,
-              "a rollout: so many agents of the group have the texts first, then more, and all in the end; each step is "
-              "watched, and if it does harm all go back by themselves")
+              "a rollout: so many agents of the group have the texts first, then more, and all in the end; each step is watched, and if it does harm all go back by themselves")
           ->check(whyNoSteps)
           ->type_name("1,10%,...");
   command

@@ -88,7 +88,7 @@ class FleetShowAction final : public FleetAction {
     auto sight = fleetSight(etcd, {{.key = countersPrefix(), .isPrefix = true}}, &counters);
     if (!sight) return failed(sight.wrong);
     if (!agent_.empty() && !sight.value->agents.contains(agent_)) {
-      return failed("there is no agent " + agent_);
+      return failed(sight.value->whyNoAgent(agent_));
     }
     std::vector<std::string> names;
     for (const auto& [name, member] : sight.value->agents) {

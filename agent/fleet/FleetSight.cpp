@@ -1,3 +1,4 @@
+#include <agent/config/Sentences.h>
 #include <agent/core/Words.h>
 #include <agent/fleet/FleetKeys.h>
 #include <agent/fleet/FleetPlace.h>
@@ -121,6 +122,12 @@ std::vector<std::string> FleetSight::keysOf(const std::string& group) const {
   std::vector<std::string> keys;
   for (const EtcdEntry* text : FleetPlace(texts, textsPrefix(group)).texts()) keys.push_back(text->key);
   return keys;
+}
+
+std::string FleetSight::whyNoAgent(const std::string& name) const {
+  std::vector<std::string_view> names;
+  for (const auto& [each, member] : agents) names.push_back(each);
+  return Config::noSuch("agent", name, names);
 }
 
 std::vector<std::string> FleetSight::agentsOf(const std::string& group) const {

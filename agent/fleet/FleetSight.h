@@ -41,6 +41,8 @@ struct FleetSight {
   FleetContent contentOf(const std::string& agent) const;
   /// The keys of the texts of a group, or of an agent's own ("agents/NAME").
   std::vector<std::string> keysOf(const std::string& group) const;
+  /// That there is no agent of a name, and which ones have names like it.
+  std::string whyNoAgent(const std::string& name) const;
   /// The agents that take the texts of such a group.
   std::vector<std::string> agentsOf(const std::string& group) const;
   /// The places of the texts of such agents.

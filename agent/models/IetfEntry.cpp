@@ -65,7 +65,7 @@ void takeHeader(Ace& ace, const Found& found) {
 
 template <uint8_t protocol>
 void takeTransport(Ace& ace, const Found& found) {
-  if (ace.words.list == AclType::mac) return found.refuse("no such header in a list of Ethernet rules");
+  if (ace.words.list == AclType::mac) return found.refuse(onlyEthernet);
   ace.words.protocolIs(protocol == Config::protocolIcmp ? icmpOf(ace.words.list) : protocol, found);
 }
 
@@ -101,7 +101,7 @@ constexpr Row<Ace> aceTable[] = {
     {"matches/ipv4", Kind::inside, takeHeader<AclType::ip>},
     number<Ace>("matches/ipv4/dscp", 0, 63, [](Ace& a, const Found& f) { a.words.dscp = f.octet(); }),
     {"matches/ipv4/ecn", Kind::refused, nullptr, "an IPv4 rule cannot ask for ECN"},
-    {"matches/ipv4/length", Kind::refused, nullptr, "a rule cannot ask for the length of a packet"},
+    {"matches/ipv4/length", Kind::refused, nullptr, noPacketLength},
     number<Ace>("matches/ipv4/ttl", 0, 255, [](Ace& a, const Found& f) { a.words.hops = f.octet(); }),
     number<Ace>("matches/ipv4/protocol", 0, 255,
                 [](Ace& a, const Found& f) { a.words.protocol = f.octet(); }),
@@ -116,7 +116,7 @@ constexpr Row<Ace> aceTable[] = {
     {"matches/ipv6", Kind::inside, takeHeader<AclType::ipv6>},
     number<Ace>("matches/ipv6/dscp", 0, 63, [](Ace& a, const Found& f) { a.words.dscp = f.octet(); }),
     number<Ace>("matches/ipv6/ecn", 0, 3, [](Ace& a, const Found& f) { a.words.ecn = f.octet(); }),
-    {"matches/ipv6/length", Kind::refused, nullptr, "a rule cannot ask for the length of a packet"},
+    {"matches/ipv6/length", Kind::refused, nullptr, noPacketLength},
     number<Ace>("matches/ipv6/ttl", 0, 255, [](Ace& a, const Found& f) { a.words.hops = f.octet(); }),
     number<Ace>("matches/ipv6/protocol", 0, 255,
                 [](Ace& a, const Found& f) { a.words.protocol = f.octet(); }),
@@ -124,7 +124,7 @@ constexpr Row<Ace> aceTable[] = {
      [](Ace& a, const Found& f) { takePrefix(AclType::ipv6, a.words.source, f); }},
     {"matches/ipv6/destination-ipv6-network", Kind::text,
      [](Ace& a, const Found& f) { takePrefix(AclType::ipv6, a.words.destination, f); }},
-    {"matches/ipv6/flow-label", Kind::refused, nullptr, "a rule cannot ask for a flow label"},
+    {"matches/ipv6/flow-label", Kind::refused, nullptr, noFlowLabel},
     {"matches/tcp", Kind::inside, takeTransport<Config::protocolTcp>},
     {"matches/tcp/source-port", Kind::whole, takeSourcePort},
     {"matches/tcp/destination-port", Kind::whole, takeDestinationPort},
@@ -145,10 +145,8 @@ constexpr Row<Ace> aceTable[] = {
     number<Ace>("matches/icmp/type", 0, 255, [](Ace& a, const Found& f) { a.words.icmpType = f.octet(); }),
     number<Ace>("matches/icmp/code", 0, 255, [](Ace& a, const Found& f) { a.words.icmpCode = f.octet(); }),
     {"matches/icmp/rest-of-header", Kind::refused, nullptr, "a rule cannot ask for more than type and code"},
-    {"matches/egress-interface", Kind::refused, nullptr,
-     "a rule cannot ask for an interface: lists are bound to them"},
-    {"matches/ingress-interface", Kind::refused, nullptr,
-     "a rule cannot ask for an interface: lists are bound to them"},
+    {"matches/egress-interface", Kind::refused, nullptr, noInterface},
+    {"matches/ingress-interface", Kind::refused, nullptr, noInterface},
     {"actions/forwarding", Kind::identity, [](Ace& a, const Found& f) { a.words.actionIs(actionNames, f); }},
     {"actions/logging", Kind::identity, [](Ace& a, const Found& f) { a.words.logIs(actionNames, f); }},
     {"statistics", Kind::ignored},

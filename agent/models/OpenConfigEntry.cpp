@@ -129,11 +129,10 @@ void takeHeader(AclEntry& entry, const Found& found) {
 }
 
 void takeTransport(AclEntry& entry, const Found& found) {
-  if (entry.words.list == AclType::mac) found.refuse("no such header in a list of Ethernet rules");
+  if (entry.words.list == AclType::mac) found.refuse(onlyEthernet);
 }
 
 constexpr std::string_view noSets = "sets are not taken: write the rule once for each member";
-constexpr std::string_view noLength = "a rule cannot ask for the length of a packet";
 
 constexpr Row<AclEntry> entryTable[] = {
     number<AclEntry>("sequence-id", 1, 0xffffffff, [](AclEntry& e, const Found& f) { e.key = f.number; }),
@@ -165,7 +164,7 @@ constexpr Row<AclEntry> entryTable[] = {
      "later fragments are asked for by builtin-detail FRAGMENT"},
     number<AclEntry>("ipv4/config/dscp", 0, 63, takeDscp),
     {"ipv4/config/dscp-set", Kind::values, takeDscpSet},
-    {"ipv4/config/length", Kind::refused, nullptr, noLength},
+    {"ipv4/config/length", Kind::refused, nullptr, noPacketLength},
     {"ipv4/config/protocol", Kind::any, takeProtocol},
     number<AclEntry>("ipv4/config/hop-limit", 0, 255,
                      [](AclEntry& e, const Found& f) { e.words.hops = f.octet(); }),
@@ -180,11 +179,11 @@ constexpr Row<AclEntry> entryTable[] = {
      [](AclEntry& e, const Found& f) { e.words.destination = prefixWords(AclType::ipv6, f); }},
     {"ipv6/config/source-address-prefix-set", Kind::refused, nullptr, noSets},
     {"ipv6/config/destination-address-prefix-set", Kind::refused, nullptr, noSets},
-    {"ipv6/config/source-flow-label", Kind::refused, nullptr, "a rule cannot ask for a flow label"},
-    {"ipv6/config/destination-flow-label", Kind::refused, nullptr, "a rule cannot ask for a flow label"},
+    {"ipv6/config/source-flow-label", Kind::refused, nullptr, noFlowLabel},
+    {"ipv6/config/destination-flow-label", Kind::refused, nullptr, noFlowLabel},
     number<AclEntry>("ipv6/config/dscp", 0, 63, takeDscp),
     {"ipv6/config/dscp-set", Kind::values, takeDscpSet},
-    {"ipv6/config/length", Kind::refused, nullptr, noLength},
+    {"ipv6/config/length", Kind::refused, nullptr, noPacketLength},
     {"ipv6/config/protocol", Kind::any, takeProtocol},
     number<AclEntry>("ipv6/config/hop-limit", 0, 255,
                      [](AclEntry& e, const Found& f) { e.words.hops = f.octet(); }),
@@ -207,8 +206,7 @@ constexpr Row<AclEntry> entryTable[] = {
     {"transport/state", Kind::ignored},
     {"input-interface/config", Kind::ignored},
     {"input-interface/state", Kind::ignored},
-    {"input-interface/interface-ref", Kind::refused, nullptr,
-     "a rule cannot ask for an interface: lists are bound to them"},
+    {"input-interface/interface-ref", Kind::refused, nullptr, noInterface},
     {"actions/config/forwarding-action", Kind::identity,
      [](AclEntry& e, const Found& f) { e.words.actionIs(actionNames, f); }},
     {"actions/config/log-action", Kind::identity,

@@ -11,6 +11,12 @@
 
 namespace Models {
 
+// Why documents of several models have something refused.
+inline constexpr const char* noFlowLabel = "a rule cannot ask for a flow label";
+inline constexpr const char* noInterface = "a rule cannot ask for an interface: lists are bound to them";
+inline constexpr const char* noPacketLength = "a rule cannot ask for the length of a packet";
+inline constexpr const char* onlyEthernet = "no such header in a list of Ethernet rules";
+
 /// A condition on ports, as models have it.
 struct PortWords {
   std::string words;  ///< of the language; empty: no condition

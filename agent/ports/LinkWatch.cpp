@@ -17,6 +17,7 @@ Link linkOf(const nlmsghdr& message) {
   Link link;
   link.index = info->ifi_index;
   link.up = (info->ifi_flags & (IFF_UP | IFF_RUNNING)) == (IFF_UP | IFF_RUNNING);
+  link.isOn = info->ifi_flags & IFF_UP;
   size_t left = message.nlmsg_len - NLMSG_LENGTH(sizeof *info);
   for (const rtattr* at = IFLA_RTA(info); RTA_OK(at, left); at = RTA_NEXT(at, left)) {
     if (at->rta_type == IFLA_IFNAME) link.name = static_cast<const char*>(RTA_DATA(at));

@@ -16,6 +16,7 @@ struct Link {
   int index = 0;
   bool up = false;  ///< administratively, and the carrier is there
   uint32_t mtu = 0;
+  bool isOn = false;  ///< administratively; a new carrier is told up to a second later than frames pass
   bool operator==(const Link&) const = default;
 };
 

@@ -97,7 +97,7 @@ std::optional<std::string> XdpDevice::whyNot(const std::vector<uint32_t>& queues
 }
 
 std::optional<std::string> XdpDevice::attach(const Link& link) {
-  up_ = link.up;
+  isOn_ = link.isOn;
   if (isOpen() && link.index != index_) detach();
   if (link.mtu > largestMtu) {
     detach();
@@ -174,8 +174,8 @@ void XdpDevice::release() {
 }
 
 size_t XdpDevice::send(std::span<const LiveFrame> frames, int& error) {
-  // The kernel would take them, and send them when the link is there again.
-  if (!up_) return (error = ENETDOWN, 0);
+  // The kernel would take them, and send them when the device is on again.
+  if (!isOn_) return (error = ENETDOWN, 0);
   // By the first queue: so frames of a flow stay in order, whatever queue they came by.
   XdpSocket& socket = *sockets_.front();
   const size_t sent = socket.send(frames);

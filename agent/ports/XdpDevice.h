@@ -66,7 +66,7 @@ class XdpDevice final : public PortDevice {
   Descriptor promiscuous_;
   Descriptor all_;  // readable when one of several sockets is
   int index_ = 0;
-  bool up_ = false;
+  bool isOn_ = false;
   size_t mostQueues_ = 0;         // there is memory for so many
   std::vector<uint32_t> queues_;  // of the sockets
   std::vector<std::unique_ptr<XdpSocket>> sockets_;

@@ -17,8 +17,8 @@
 
 namespace Agent {
 
-/// The fleet of an agent that runs, from its first question to the store to its end. Without such options
-/// nothing of it does anything.
+/// The fleet of an agent that runs, from its first question to the store to its end. Of an agent
+/// that was not told of a fleet there is nothing to begin, and it does nothing.
 class RunFleet {
  public:
   /// The options outlive this object; `tell` is the log.

@@ -29,7 +29,7 @@ std::optional<std::string> whyNotIn(const std::vector<std::string>& known, std::
     const std::string_view last = colons == each.npos ? each : each.substr(colons + 2);
     return Config::nearestNames(name, {&last, 1}).empty();
   });
-  return names.empty() ? wrong : fmt::format("{} (did you mean {}?)", wrong, Config::anyOf(names));
+  return Config::orMeant(wrong, names.empty() ? "" : Config::anyOf(names));
 }
 
 Json facilitiesOf(const World&) {

@@ -1,6 +1,7 @@
 #include <Kiv/Clock.h>
 #include <agent/change/Effective.h>
 #include <agent/config/Mistake.h>
+#include <agent/config/Sentences.h>
 #include <agent/core/Words.h>
 #include <agent/proof/Condition.h>
 #include <agent/study/ListChoice.h>
@@ -69,7 +70,9 @@ class Searching {
   }
   bool hasRule(AclType type, std::string* wrong) const {
     if (asked_.what != What::match || listOf(type)->rules.contains(asked_.rule)) return true;
-    *wrong = fmt::format("{} has no rule {}", listTitle(type, asked_.list), asked_.rule);
+    std::vector<uint32_t> numbers;
+    for (const auto& [number, rule] : listOf(type)->rules) numbers.push_back(number);
+    *wrong = Config::noSuchRule(listTitle(type, asked_.list), asked_.rule, numbers);
     return false;
   }
   bool isMet(AclType type, std::string* wrong) const {

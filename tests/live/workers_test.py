@@ -404,10 +404,10 @@ class Workers(WorkersOf):
             self.addCleanup(other.kill)
         self.assertTrue(until(up))
         time.sleep(1)  # until both have told
-        others[0].stop()
+        others[1].stop()
         time.sleep(1)
         self.assertTrue(up(), "one of them has it")
-        others[1].stop()
+        others[0].stop()
         self.assertTrue(until(lambda: not up()))
         here.stop()
         told = [line for line in here.errors.splitlines() if "port m: its device" in line]

@@ -273,7 +273,7 @@ TEST(PacketCommands, FindLooksThroughBothPipelines) {
            Row{{"permit", "--port", "a"}, "either a list or --port and --to says where"},
            Row{{"permit", "INN"}, "there is no list INN (did you mean IN?)"},
            Row{{"match", "IN"}, "match needs LIST:N, a rule of a list"},
-           Row{{"match", "IN:11"}, "ip access-list IN has no rule 11"},
+           Row{{"match", "IN:11"}, "ip access-list IN has no rule 11 (did you mean 10"},
            Row{{"allow", "IN"}, "found \"allow\", expected permit, deny or match"},
            Row{{"permit", "IN", "where"}, "found the end of the line, expected a condition"},
            Row{{"permit", "IN", "where", "udp any"}, "where: found the end of the line, expected"},

@@ -179,7 +179,8 @@ TEST(Rollout, GoesBackWhenItDoesHarm) {
        [&](RolloutView& v, Rollout& r) { one(v, r).stands = Stands::hindered; }, 60, ""},
       {"one has come back and is caught up",
        [&](RolloutView& v, Rollout& r) {
-         one(v, r).stands = Stands::behind, r.gone = std::vector{turnOf(r, v).front()};
+         one(v, r).stands = Stands::behind, one(v, r).behindFor = 60;
+         r.gone = std::vector{turnOf(r, v).front()};
        },
        60, ""},
       {"as many drops as are allowed", [&](RolloutView& v, Rollout& r) { one(v, r).since = 24; }, 0, ""},
