@@ -6,10 +6,12 @@ usage: kinds_test.py VELO [TEST...]; the exit status is 77 where the machine doe
 
 import json
 import os
+import tempfile
 
 import live_test
 import operating_test
 from live_test import until
+from network import Agent, Control
 
 NO_CARDS = ("--dpdk-args", "--no-huge -m 256 --no-pci")
 
@@ -28,6 +30,26 @@ class Mixed:
 
     def port(self, number):
         return f"xdp:eth{number}" if number % 2 else f"packet:eth{number}"
+
+
+class Cutting:
+    """Segments come whole and unfinished by one port, and the other one's kind leaves cutting them to the agent."""
+
+    def stations_are(self, *numbers):
+        for number in numbers:
+            self.offloads = number == 1
+            super().stations_are(number)
+
+    def port(self, number):
+        return "eth1" if number == 1 else f"xdp:eth{number}"
+
+    def packets(self, number, way):
+        shown = json.loads(self.stations[number].ip("-s", "-j", "link", "show", "e0").stdout)
+        return shown[0]["stats64"][way]["packets"]
+
+    def test_ping_and_iperf3(self):
+        super().test_ping_and_iperf3()
+        self.assertGreater(self.packets(2, "rx"), 2 * self.packets(1, "tx"), "what came whole arrived in pieces")
 
 
 class Bridged:
@@ -100,31 +122,68 @@ class DpdkTap(Bridged, Dpdk):
         return f"dpdk:net_tap{number},iface=eth{number}"
 
 
-Counting, Following = live_test.Counting, live_test.Following
+class DpdkMemif(Dpdk):
+    """By memory in common with a neighbour, which has the links to the stations."""
+
+    changes = 100
+
+    def stations_are(self, *numbers):
+        folder = tempfile.TemporaryDirectory(prefix="velo-kinds-")
+        self.addCleanup(folder.cleanup)
+        self.pipes, near = folder.name, []
+        for number in numbers:
+            self.stations[number] = self.namespace()
+            live_test.link(self.stations[number], "e0", self.middle, f"link{number}")
+            near += (f"--port=link{number}=link{number}", f"--port=m{number}={self.memif(number, 'server')}",
+                     f"--patch=link{number},m{number}")
+        path = os.path.join(self.pipes, "control")
+        neighbour = Agent(live_test.VELO, self.middle, "", *NO_CARDS, "--control", path, *near)
+        self.addCleanup(neighbour.kill)
+        self.neighbour = Control(path)
+        self.addCleanup(self.neighbour.close)
+
+    def memif(self, number, role):
+        return f"dpdk:net_memif{number},role={role},socket={self.pipes}/memif{number},socket-abstract=no,rsize=12"
+
+    def port(self, number):
+        return self.memif(number, "client")
+
+    def agent(self, config, *arguments, ports=None):
+        started = super().agent(config, *arguments, ports=ports)
+        shown = lambda: self.neighbour.ask("show", what="ports")["ports"]
+        self.assertTrue(until(lambda: all(shown()[f"m{number}"]["live"]["up"] for number in self.stations)))
+        return started
+
+
+Counting, Following, Traffic = live_test.Counting, live_test.Following, live_test.Traffic
 UNDER_TRAFFIC = (operating_test.Changing, operating_test.Surviving, operating_test.Hostile)
 MTU_IS_NOT_KNOWN = "test_a_frame_too_large_for_the_port_is_only_that"
 HOST_IS_THE_OTHER_END = "test_what_the_host_sends_by_a_port_is_not_received"
 NOT_FOLLOWED = ("test_a_port_channel_does_without_a_cut_link", "test_a_device_that_goes_and_comes_back_is_followed",
                 "test_a_device_may_come_after_the_start", "test_devices_are_left_as_they_were")
+SAME_FOR_ALL = ("test_a_damaged_state_is_set_aside", "test_it_ends_when_nobody_takes_its_traces")
 
 # Of each kind the groups, and the tests of them that are of other kinds.
 TABLE = (
-    (Xdp, (Counting, Following, *UNDER_TRAFFIC), ()),
+    (Xdp, (Counting, Following, Traffic, *UNDER_TRAFFIC), ()),
     (Mixed, (Counting, *UNDER_TRAFFIC), ()),
-    (Tap, (Counting, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END,)),
+    (Cutting, (Traffic,), ()),
+    (Tap, (Counting, Traffic, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END,)),
     # Its driver receives what the host sends, and does not notice when the device goes.
-    (Dpdk, (Counting, Following, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END, *NOT_FOLLOWED)),
+    (Dpdk, (Counting, Following, Traffic, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END, *NOT_FOLLOWED)),
     # Its ring has no room for what these send at once.
     (DpdkXdp, (Counting, *UNDER_TRAFFIC), (MTU_IS_NOT_KNOWN, "test_counters_are_what_was_sent", "test_the_end_sends_what_has_come")),
     (DpdkTap, (Counting, *UNDER_TRAFFIC), (HOST_IS_THE_OTHER_END, MTU_IS_NOT_KNOWN)),
+    # The neighbour hears late of a new start.
+    (DpdkMemif, UNDER_TRAFFIC, ("test_counts_go_on",)),
 )
 for kind, groups, without in TABLE:
     for group in groups:
         name = kind.__name__ + group.__name__
-        members = {test: None for test in without if hasattr(group, test)}
+        members = {test: None for test in (*without, *SAME_FOR_ALL) if hasattr(group, test)}
         members["kills"] = 2  # what is the same for all kinds, the group itself looks at more often
         globals()[name] = type(name, (kind, group), {"__module__": __name__, **members})
-del Counting, Following, kind, group, name  # no further tests
+del Counting, Following, Traffic, kind, group, name  # no further tests
 
 if __name__ == "__main__":
     live_test.main(__doc__)

@@ -273,8 +273,10 @@ interface eth1
 
 
 class Changing(OperatedTest):
+    changes = 250
+
     def test_no_packet_meets_a_mixture(self):
-        changes = wanted("CHANGES", 250)
+        changes = wanted("CHANGES", self.changes)
         self.stations_are(1, 2)
         sizes = (10, 1000)
         self.start(alternating(False, sizes[0]))

@@ -2,10 +2,12 @@
 """Tests of what only one kind of port has.
 
 usage: ports_test.py VELO [TEST...]; the exit status is 77 where the machine does not allow it.
+environment: VELO_LIVE_REPEAT asks for more thousands of frames at line rate than fit into a build.
 """
 
 import os
 import shutil
+import statistics
 import struct
 import tempfile
 import time
@@ -14,6 +16,7 @@ import live_test
 from kinds_test import NO_CARDS, has_dpdk
 from live_test import OPEN, LiveTest, until
 from network import Agent, Control, udp
+from operating_test import ALWAYS, NEVER, OperatedTest, alternating, rules_of, wanted
 
 DROP_ALL = "ip access-list NONE\n  deny ip any any\ninterface eth1\n  ip access-group NONE in\n"
 
@@ -204,6 +207,43 @@ class Kinds(LiveTest):
         self.addCleanup(refused.kill)
         self.assertEqual(refused.process.wait(10), 2)
         self.assertIn("eth1: what this kind of port needs is missing: ", refused.process.stderr.read())
+
+
+class LineRate(OperatedTest):
+    """Operators while frames come as fast as they are taken. Each list permits half of them, any mixture another part."""
+
+    def operated(self, *arguments):
+        frames = [udp((ALWAYS, NEVER)[number % 2], number, source_port=1024 + number) for number in range(1000)]
+        repeat = wanted("REPEAT", 30000)
+        capture, total = os.path.join(self.folder, "in.pcap"), len(frames) * repeat
+        write_capture(capture, frames)
+        agent = self.agent(alternating(False, 1000), "--control", self.socket, "--port", f"eth1=pcap:{capture},repeat={repeat}",
+                           "--port", "eth2=null:", "--patch", "eth1,eth2", *arguments, ports=())
+        begin, client = time.monotonic(), self.control()
+        received = lambda: client.ask("show", what="ports")["ports"]["eth1"]["live"]["received"]["frames"]
+        shows, changes = [], 0
+        while not shows or received() < total:
+            self.assertTrue(client.apply(alternating(changes % 2 == 0, 1000))["applied"])
+            changes += 1
+            asked = time.monotonic()
+            rules = rules_of(client.ask("show", what="access-lists"))
+            shows.append(time.monotonic() - asked)
+        taken = time.monotonic() - begin
+        self.assertGreater(changes, 4, "while frames came")
+        self.assertLess(statistics.median(shows), 1)
+        self.assertTrue(until(lambda: client.ask("show", what="ports")["ports"]["eth1"]["received"] == total))
+        self.assertEqual(set(rules) & {50, 100}, {50, 100} if changes % 2 else {100})
+        ports = agent.stop()["ports"]
+        self.assertEqual((ports["eth1"]["received"], ports["eth1"]["dropped"]["in"], ports["eth2"]["sent"]),
+                         (total, total // 2, total // 2))
+        print(f"{total} frames in {taken:.1f} s, {changes} changes, show {statistics.median(shows) * 1e3:.0f} ms, "
+              f"the longest {max(shows) * 1e3:.0f}", flush=True)
+
+    def test_of_one_process(self):
+        self.operated()
+
+    def test_of_workers(self):
+        self.operated("--workers", "2")
 
 
 if __name__ == "__main__":

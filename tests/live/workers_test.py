@@ -212,8 +212,30 @@ class XdpWorkersChanging(XdpWorkers, WorkersChanging):
     pass
 
 
-class TapWorkersChanging(Tap, WorkersChanging):
+class SeveralTaps(Tap):
     several = ("multi_queue",)
+
+
+class TapWorkersChanging(SeveralTaps, WorkersChanging):
+    pass
+
+
+class KilledOnly(WorkersSurviving):
+    """The rest is the same for all kinds, and begins anew before the queues of the dead are free."""
+
+    test_counts_go_on = test_a_damaged_state_is_set_aside = test_it_ends_when_nobody_takes_its_report = None
+
+
+class XdpWorkersSurviving(XdpWorkers, KilledOnly):
+    pass
+
+
+class XdpWorkersHostile(XdpWorkers, WorkersHostile):
+    pass
+
+
+class TapWorkersSurviving(SeveralTaps, KilledOnly):
+    pass
 
 
 class Workers(WorkersOf):
