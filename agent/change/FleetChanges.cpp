@@ -46,7 +46,11 @@ FleetChanges::FleetChanges(EventLoop& loop, CurrentConfig& current, const Confir
       taken_(std::move(taken)),
       again_(0, "Fleet",
              [this] {
-               if (refused_ && !pending_) contentIs(refused_->content);
+               if (!refused_) return;
+               // As the next change, unless something newer is, or comes into force first.
+               isConflict_ = true;
+               refusedBy_.reset();
+               next_();
              }),
       background_(loop) {}
 

@@ -69,6 +69,7 @@ void FleetLink::run() {
                },
            .unwritten =
                [this](const std::string& why) { isWrong(why, "the status cannot be written: " + why, true); },
+           .written = [this] { isWritten(); },
            .twin =
                [this] {
                  const std::string why = fmt::format("another agent has the name {}, too", identity_.agent);
@@ -170,6 +171,12 @@ void FleetLink::isConnected(const std::string& endpoint) {
     connection_ = {true, endpoint, "", epochSeconds()};
   }
   tell(Severity::notice, "connected to " + endpoint, "connected");
+}
+
+/// Nothing is left that the store has not taken.
+void FleetLink::isWritten() {
+  const std::lock_guard lock(mutex_);
+  if (connection_.connected) connection_.wrong.clear();
 }
 
 /// What stays wrong is told once.

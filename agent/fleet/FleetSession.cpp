@@ -174,6 +174,7 @@ std::set<std::string> FleetSession::portion() const {
 }
 
 std::string FleetSession::write(const Around& around) {
+  bool isTwin = false;
   for (auto keys = portion(); !keys.empty(); keys = portion()) {
     const auto answer = writeSome(keys);
     if (!answer) {
@@ -190,9 +191,14 @@ std::string FleetSession::write(const Around& around) {
     }
     for (const std::string& key : keys) due_.erase(key);
     const auto& before = answer.value->before;
-    if (wrote_ && !before.empty() && before[0].value.find(identity_.instance) == std::string::npos)
+    if (wrote_ && !before.empty() && before[0].value.find(identity_.instance) == std::string::npos) {
+      isTwin = true;
       around.twin();
-    wrote_ = wrote_ || keys.contains(stateKey(identity_.agent));
+    }
+    const bool isState = keys.contains(stateKey(identity_.agent));
+    wrote_ = wrote_ || isState;
+    // Another agent of the name shows only where the status is written.
+    if (isState && !isTwin && due_.empty() && around.written) around.written();
   }
   return "";
 }

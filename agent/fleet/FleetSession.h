@@ -34,6 +34,7 @@ class FleetSession {
     std::function<void(std::string rollouts)> tried;  ///< see FleetMirror
     std::function<void(const std::string& endpoint)> connected;
     std::function<void(const std::string& why)> unwritten;  ///< the store does not take all of the status
+    std::function<void()> written;                          ///< it has all of it
     std::function<void()> twin;  ///< another agent writes the status of this one, too
     std::function<FleetOutgoing()> outgoing;
     std::function<bool()> ending;

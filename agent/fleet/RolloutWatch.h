@@ -12,7 +12,8 @@
 namespace Agent {
 
 /// What one who sees to the rollout of a group has seen of it: how long its step has been as it is, and who
-/// has been without the texts for how long. Each has its own, so no two clocks are compared; who takes over
+/// has been without the texts for how long. What passes while the store is away, or
+/// the rollout is paused, does not count. Each has its own, so no two clocks are compared; who takes over
 /// begins anew. Pure: `now` is in seconds of any clock that is never set.
 class RolloutWatch {
  public:
@@ -27,11 +28,13 @@ class RolloutWatch {
     double since = 0;
   };
 
+  void passOver(double now);
   void see(RolloutView& view, double now);
 
   const std::string group_;
   int64_t seen_ = 0;  // the revision of the rollout
   double seenSince_ = 0;
+  std::optional<double> lookedAt_;
   std::map<std::string, Behind> behind_;  // by agent
 };
 

@@ -40,10 +40,11 @@ std::string configurationText(const Json& configuration, const TextStyle& style)
   if (const Json fleet = configuration.value("fleet", Json()); fleet.is_object()) {
     const std::string line = fmt::format("fleet, as {}: {}", fleet.at("agent").get<std::string>(),
                                          fleet.at("connected") == true ? "connected to " : "no connection");
-    if (fleet.at("connected") == true)
-      text += fitted(line + fleet.at("endpoint").get<std::string>(), style) + "\n";
-    else
-      addRed(line + (fleet.at("wrong").is_null() ? "" : ", " + fleet.at("wrong").get<std::string>()));
+    const bool connected = fleet.at("connected") == true;
+    if (connected) text += fitted(line + fleet.at("endpoint").get<std::string>(), style) + "\n";
+    const std::string wrong = fleet.at("wrong").is_null() ? "" : fleet.at("wrong").get<std::string>();
+    if (!connected) addRed(wrong.empty() ? line : line + ", " + wrong);
+    if (connected && !wrong.empty()) addRed("   " + wrong);
   }
   for (const Json& bad : configuration.at("bad")) {
     addRed(fmt::format("{}: not in force, {}", bad.at("name").get<std::string>(),

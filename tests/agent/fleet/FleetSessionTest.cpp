@@ -43,6 +43,7 @@ class FleetSessionTest : public testing::Test {
              .tried = [](const std::string&) {},
              .connected = [this](const std::string&) { ++connected_; },
              .unwritten = [this](const std::string& why) { note([&] { unwritten_.push_back(why); }); },
+             .written = [this] { ++written_; },
              .twin = [this] { ++twins_; },
              .outgoing =
                  [this] {
@@ -102,7 +103,7 @@ class FleetSessionTest : public testing::Test {
   FleetSession session_{http_, Agent::EtcdPlace{{gateway_.url()}},
                         Agent::FleetIdentity{"a", {"g"}, 90, "me"}};
   std::atomic<bool> ending_ = false;
-  std::atomic<int> connected_ = 0, twins_ = 0;
+  std::atomic<int> connected_ = 0, twins_ = 0, written_ = 0;
   std::mutex mutex_;
   Agent::SharedFleetContent content_;
   Agent::FleetQuestions questions_;
@@ -119,6 +120,7 @@ TEST_F(FleetSessionTest, BringsTextsAndTakesStatus) {
   ASSERT_TRUE(until([&] { return content_ && content_->texts.at(0).text == "one"; }));
   EXPECT_TRUE(has(stateOfA, "me 1"));
   EXPECT_TRUE(has(knownA, R"({"groups":["g"]})"));
+  EXPECT_TRUE(until([&] { return written_ > 0; }));
   gateway_.write({{textOfG, "two"}});
   EXPECT_TRUE(until([&] { return content_->texts.at(0).text == "two"; }));
   tell(counterOfA, "17");
@@ -172,6 +174,7 @@ TEST_P(FleetSessionDenied, LosesOnlyThat) {
   tellState("me 2");
   tell(counterOfA, "18");
   EXPECT_TRUE(GetParam() == stateOfA ? has(counterOfA, "18") : has(stateOfA, "me 2"));
+  EXPECT_EQ(written_, 0) << "not all of it is there";
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, FleetSessionDenied, testing::Values(stateOfA, counterOfA, knownA));
