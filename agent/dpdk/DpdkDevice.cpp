@@ -197,7 +197,7 @@ PortDevice::Received DpdkDevice::receive(Frames frames) {
 
 void DpdkDevice::release() { rte_pktmbuf_free_bulk(received_.data(), std::exchange(held_, uint16_t{0})); }
 
-rte_mbuf* DpdkDevice::bufferOf(const LiveFrame& frame) const {
+rte_mbuf* DpdkDevice::bufferOf(const LiveFrame& frame, int& error) const {
   if (frame.home == &home) {
     auto* buffer = static_cast<rte_mbuf*>(frame.buffer);
     rte_mbuf_refcnt_update(buffer, 1);
@@ -209,6 +209,7 @@ rte_mbuf* DpdkDevice::bufferOf(const LiveFrame& frame) const {
                  ? rte_pktmbuf_append(buffer, static_cast<uint16_t>(frame.bytes.size()))
                  : nullptr;
   if (!to) {
+    error = EMSGSIZE;
     rte_pktmbuf_free(buffer);
     return nullptr;
   }
@@ -219,14 +220,15 @@ rte_mbuf* DpdkDevice::bufferOf(const LiveFrame& frame) const {
 size_t DpdkDevice::send(std::span<const LiveFrame> frames, int& error) {
   std::array<rte_mbuf*, burst> buffers;
   uint16_t count = 0;
+  int wrong = ENOBUFS;  // with the first frame that is not offered
   for (const LiveFrame& frame : frames.first(std::min(frames.size(), burst))) {
-    buffers[count] = bufferOf(frame);
+    buffers[count] = bufferOf(frame, wrong);
     if (!buffers[count]) break;
     ++count;
   }
   const uint16_t sent = rte_eth_tx_burst(port_, 0, buffers.data(), count);
   if (sent < count) rte_pktmbuf_free_bulk(&buffers[sent], static_cast<unsigned>(count - sent));
-  if (sent < frames.size()) error = ENOBUFS;
+  if (sent < frames.size()) error = sent == count ? wrong : ENOBUFS;
   return sent;
 }
 

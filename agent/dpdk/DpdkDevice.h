@@ -37,6 +37,7 @@ class DpdkDevice final : public PortDevice {
   Received receive(Frames frames) override;
   void release() override;
   size_t send(std::span<const LiveFrame> frames, int& error) override;
+  bool isFullForAll() const override { return true; }
   void stopReceiving() override;
   DeviceCounts counts() const override;
   std::string how() const override;
@@ -48,8 +49,9 @@ class DpdkDevice final : public PortDevice {
   std::optional<std::string> failed(std::string_view doing, int error);
   /// Queues, buffers and descriptors. Returns the error, and what it was about.
   int setUp(std::string& doing);
-  /// A buffer to send a frame from: its own, or one with a copy of it. Null when there is none.
-  rte_mbuf* bufferOf(const LiveFrame& frame) const;
+  /// A buffer to send a frame from: its own, or one with a copy of it.
+  /// Null: there is none for it; `error` is EMSGSIZE when it is too large for any.
+  rte_mbuf* bufferOf(const LiveFrame& frame, int& error) const;
   /// What the driver counts, on top of what earlier openings have counted.
   DeviceCounts countsNow() const;
 

@@ -15,6 +15,9 @@ constexpr size_t alignedTo = 64;
 }  // namespace
 
 std::optional<std::string> CaptureDevice::make() {
+  // A file that was cut off is tried again.
+  bytes_.clear();
+  counts_ = {};
   CaptureReader reader(path_);
   std::vector<std::pair<size_t, size_t>> places;
   while (reader.next()) {

@@ -74,6 +74,7 @@ bool LivePort::fits(const LiveFrame& frame) const {
 void LivePort::sendCollected() { sendNow({toSend_.data(), std::exchange(collected_, 0)}); }
 
 void LivePort::sendNow(std::span<const LiveFrame> frames) {
+  bool wasFull = false;
   while (!frames.empty()) {
     int error = 0;
     const size_t sent = by_->send(frames, error);
@@ -84,6 +85,12 @@ void LivePort::sendNow(std::span<const LiveFrame> frames) {
     }
     frames = frames.subspan(sent);
     if (frames.empty() || (sent > 0 && error == 0)) continue;
+    if (error == ENOBUFS && by_->isFullForAll()) {
+      // What was taken may have made room already: it is asked once more, and not for every frame.
+      if (sent > 0 && !std::exchange(wasFull, true)) continue;
+      state_.sendFailed += frames.size();
+      return;
+    }
     countUnsent(error);
     frames = frames.subspan(1);
   }

@@ -78,6 +78,8 @@ class PortDevice {
   /// Sends frames, in order, and returns how many. If these are not all, `error` says why the next one was
   /// not sent.
   virtual size_t send(std::span<const LiveFrame> frames, int& error) = 0;
+  /// Whether ENOBUFS of send() says that there is no room for any frame. If not, it may be about the one.
+  virtual bool isFullForAll() const { return false; }
   /// Whether work that the sender of a frame left to a device can be left to this one. If not, no such frame
   /// is sent by it.
   virtual bool takesOffloads() const { return false; }

@@ -57,6 +57,10 @@ XdpProgram::Range XdpDevice::rangeOf(const std::string& device, const Queues& wa
   return wanted.value_or(XdpProgram::Range{0, std::min(queueCountOf(device), XdpProgram::mostQueues) - 1});
 }
 
+XdpProgram::Range XdpDevice::closedOf(const Queues& wanted) {
+  return wanted.value_or(XdpProgram::Range{0, XdpProgram::mostQueues - 1});
+}
+
 std::vector<uint32_t> XdpDevice::queues() const {
   std::vector<uint32_t> own;
   const auto [first, last] = rangeOf(device_, wanted_);
@@ -69,7 +73,7 @@ std::optional<std::string> XdpDevice::make() {
   const size_t share = (queuesOfMissing + share_.of - 1) / share_.of;
   mostQueues_ = std::max(queues().size(), known ? 1 : share);
   memory_->chunksAdd(mostQueues_ * XdpSocket::chunks + burst);
-  if (const std::string what = program_.load(); !what.empty()) return failed(what);
+  if (const std::string what = program_.load(closedOf(wanted_)); !what.empty()) return failed(what);
   return std::nullopt;
 }
 
@@ -98,7 +102,8 @@ std::optional<std::string> XdpDevice::whyNot(const std::vector<uint32_t>& queues
 
 std::optional<std::string> XdpDevice::attach(const Link& link) {
   isOn_ = link.isOn;
-  if (isOpen() && link.index != index_) detach();
+  // Queues come and go (ethtool -L).
+  if (isOpen() && (link.index != index_ || queues() != queues_)) detach();
   if (link.mtu > largestMtu) {
     detach();
     return fmt::format("{}: its MTU of {} is more than the {} that an xdp port takes", device_, link.mtu,
@@ -185,7 +190,6 @@ size_t XdpDevice::send(std::span<const LiveFrame> frames, int& error) {
 }
 
 void XdpDevice::stopReceiving() {
-  // What comes from now on is the host's.
   for (const uint32_t queue : queues_) program_.socketDel(queue);
 }
 

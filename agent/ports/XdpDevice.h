@@ -35,6 +35,9 @@ class XdpDevice final : public PortDevice {
             const std::optional<Share>& share = std::nullopt);
   /// The queues that it has, of those that are wanted.
   static XdpProgram::Range rangeOf(const std::string& device, const Queues& wanted);
+  /// The queues whose frames are the port's alone. All that can be, where it is to have all: how many a
+  /// device has changes, and is not known before it is there.
+  static XdpProgram::Range closedOf(const Queues& wanted);
 
   std::optional<std::string> make() override;
   std::optional<std::string> attach(const Link& link) override;
@@ -44,6 +47,7 @@ class XdpDevice final : public PortDevice {
   Received receive(Frames frames) override;
   void release() override;
   size_t send(std::span<const LiveFrame> frames, int& error) override;
+  bool isFullForAll() const override { return true; }
   void stopReceiving() override;
   DeviceCounts counts() const override;
   std::string how() const override;

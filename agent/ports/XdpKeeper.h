@@ -19,9 +19,7 @@ class XdpKeeper final : public PortDevice {
   XdpKeeper(std::string device, XdpDevice::Queues queues) : device_(std::move(device)), wanted_(queues) {}
 
   std::optional<std::string> make() override {
-    // All queues of a device that is not there yet: how many that will be is not known.
-    const auto closed = wanted_.value_or(XdpProgram::Range{0, XdpProgram::mostQueues - 1});
-    const std::string what = program_.load(closed);
+    const std::string what = program_.load(XdpDevice::closedOf(wanted_));
     return what.empty() ? std::nullopt : std::optional(failureOf(device_ + ": " + what));
   }
   std::optional<std::string> attach(const Link& link) override {

@@ -25,7 +25,7 @@ constexpr bpf_insn instruction(uint8_t code, uint8_t to, uint8_t from, int16_t o
 XdpProgram::XdpProgram(int sockets)
     : own_(false), sockets_(fcntl(sockets, F_DUPFD_CLOEXEC, 0)), inDriver_(true) {}
 
-std::string XdpProgram::load(const std::optional<Range>& closed) {
+std::string XdpProgram::load(const Range& closed) {
   if (program_ || !own_) return {};
   bpf_attr map{};
   map.map_type = BPF_MAP_TYPE_XSKMAP;
@@ -36,8 +36,7 @@ std::string XdpProgram::load(const std::optional<Range>& closed) {
 
   // without = closed.first <= context->rx_queue_index <= closed.last ? XDP_DROP : XDP_PASS;
   // return bpf_redirect_map(&sockets, context->rx_queue_index, without);
-  // No queue has a number above the last one, so that nothing is closed by this range.
-  const auto [first, last] = closed.value_or(Range{mostQueues, mostQueues});
+  const auto [first, last] = closed;
   const bpf_insn code[] = {
       instruction(BPF_LDX | BPF_MEM | BPF_W, BPF_REG_2, BPF_REG_1, offsetof(xdp_md, rx_queue_index), 0),
       instruction(BPF_ALU64 | BPF_MOV | BPF_K, BPF_REG_3, 0, 0, XDP_PASS),

@@ -3,15 +3,15 @@
 #include <agent/core/Descriptor.h>
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 
 namespace Agent {
 
 /// The program that the kernel runs for every frame that a device receives: it hands the frame to the socket
-/// of the queue that it came by; where there is none it leaves it to the host, or drops it. It hangs on a
-/// descriptor: however this process ends, the kernel takes the program off the device.
+/// of the queue that it came by. Where there is none, it drops the frame if the queue is closed, and leaves
+/// it to the host otherwise. It hangs on a descriptor: however this process ends, the kernel takes the
+/// program off the device.
 class XdpProgram {
  public:
   /// From the first queue to the last one.
@@ -24,7 +24,7 @@ class XdpProgram {
 
   /// Loads it, once. What comes by the queues in `closed` is dropped while no socket has it. Returns what
   /// could not be done (errno); empty when it is loaded.
-  std::string load(const std::optional<Range>& closed = std::nullopt);
+  std::string load(const Range& closed);
   int sockets() const { return sockets_.get(); }
   /// Attaches it to a device, in the driver if that can. Returns as load() does.
   std::string attach(int device);

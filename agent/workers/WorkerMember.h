@@ -28,7 +28,7 @@ struct Workers::Member {
   Kelp::Duration used{};   ///< how long it had had a processor then
   Kelp::Duration due{};    ///< not started again before that
   Kelp::Duration delay{};  ///< between the last starts, as it could not begin
-  unsigned overtaken = 0;  ///< so many changes came before it had begun
+  unsigned overtaken = 0;  ///< so many changes were carried out before it had begun
   uint64_t starts = 0;
   std::string wrong{};  ///< why it could not begin the last time, as it was told
 };

@@ -22,6 +22,8 @@ constexpr Kelp::Duration longestSilence{10.0};
 /// One that is busy for so long and has not begun is stuck, too.
 constexpr Kelp::Duration longestBeginning{600.0};
 constexpr Kelp::Duration watchEvery{1.0};
+/// When this process has not looked for so long, it was stopped itself.
+constexpr Kelp::Duration longestPause{5.0};
 /// How long their ends may take: the rest of the time at an end is this process's own.
 constexpr double mostToEndWorkers = 0.8;
 
@@ -128,7 +130,7 @@ void Workers::handle(Member& member, std::optional<Message> message) {
       return settle();
     case MessageKind::counts:
       sums_.add(text, member.counts);
-      return tellLinks(member);
+      return tellLinks(member.counts);
     case MessageKind::gathered:
       member.gathered = std::stoull(text);
       return settleGathering();
@@ -148,7 +150,8 @@ void Workers::handleGone(Member& member) {
   member.channel.reset();
   member.process.reset();
   sums_.keep(member.counts);
-  member.counts = {};
+  const CountSums::Worker counts = std::exchange(member.counts, {});
+  if (!ending_) tellLinks(counts);
   const bool begun = std::exchange(member.begun, false);
   const bool asked = std::exchange(member.asked, false), ended = std::exchange(member.owes, false) && !asked;
   if (opening_ && !failed_) failed_ = fmt::format("worker {} {}", member.number, how);
@@ -174,10 +177,9 @@ Kelp::Duration Workers::delayAfterFailure(Member& member) {
   return member.delay;
 }
 
-/// How the devices of ports are with the workers that have told of them: there, or up, if they are with one.
-void Workers::tellLinks(const Member& from) const {
+void Workers::tellLinks(const CountSums::Worker& of) const {
   if (!options_.linkIs) return;
-  for (const auto& [name, own] : from.counts.live) {
+  for (const auto& [name, own] : of.live) {
     std::optional<Link> link;
     for (const auto& member : members_) {
       const auto live = member->counts.live.find(name);
@@ -215,8 +217,8 @@ bool Workers::isStuck(Member& member) {
 void Workers::watch() {
   watch_->scheduleTaskDelay(watchEvery);
   const Kelp::Duration now = loop_.turnClock().now();
-  // Who was stopped itself has heard nobody.
-  const bool wasStopped = now - std::exchange(watched_, now) >= longestSilence;
+  // Who was stopped itself has heard nobody. They may have spoken last some time before it looked last.
+  const bool wasStopped = now - std::exchange(watched_, now) >= longestPause;
   for (const auto& member : members_) {
     if (wasStopped) member->heard = now;
     if (!member->process || !isStuck(*member)) continue;

@@ -67,7 +67,8 @@ class Workers final : public Partners {
   void start(Member& member, const std::string& handover);
   void startLater(Member& member, Kelp::Duration delay);
   Kelp::Duration delayAfterFailure(Member& member);
-  void tellLinks(const Member& from) const;
+  /// Tells how the devices of the ports of a worker are with those that are there: up if with one of them.
+  void tellLinks(const CountSums::Worker& of) const;
   void handle(Member& member, std::optional<Message> message);
   void handleGone(Member& member);
   /// A step is over when nobody owes an answer any more.

@@ -27,7 +27,7 @@ void Workers::getReady(const SourceChange& change, Heard heard) {
   refused_.reset();
   for (const auto& member : members_) {
     const bool compiles = member->channel && !member->begun;
-    member->asked = member->channel && (!compiles || ++member->overtaken > mostOvertaken);
+    member->asked = member->channel && (!compiles || member->overtaken >= mostOvertaken);
     member->owes = member->asked;
   }
   sendToAsked(MessageKind::getReady, changeOrderText(change));
@@ -44,8 +44,10 @@ void Workers::carryOut(std::function<void()> done) {
   done_ = std::move(done);
   for (const auto& member : members_) {
     member->owes = member->channel != nullptr;
+    if (!member->owes || member->asked) continue;
     // It would go on with what was in force when it was started.
-    if (member->owes && !member->asked) member->process->kill();
+    ++member->overtaken;
+    member->process->kill();
   }
   sendToAsked(MessageKind::carryOut, {});
   settle();

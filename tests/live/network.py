@@ -105,14 +105,28 @@ class Namespace:
     def offloads_are_off(self, device):
         with self.entered(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
             for command in (0x15, 0x17, 0x19, 0x1F, 0x24, 0x2C):  # rx, tx checksums, sg, TSO, GSO, GRO
-                value = ctypes.create_string_buffer(struct.pack("II", command, 0))
-                request = struct.pack("16sP", device.encode(), ctypes.addressof(value)).ljust(40, b"\0")
                 with contextlib.suppress(OSError):
-                    fcntl.ioctl(control, 0x8946, request)  # SIOCETHTOOL
+                    ethtool(control, device, struct.pack("II", command, 0))
+
+    def queues_are(self, device, **counts):
+        """How many a device has of some kinds: rx, tx."""
+        kinds = ("rx", "tx", "other", "combined")
+        with self.entered(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
+            now = struct.unpack("9I", ethtool(control, device, struct.pack("9I", 0x3C, *[0] * 8)))
+            wanted = (counts.get(kind, count) for kind, count in zip(kinds, now[5:]))
+            ethtool(control, device, struct.pack("9I", 0x3D, *now[1:5], *wanted))
 
     def promiscuity(self, device):
         shown = json.loads(self.ip("-d", "-j", "link", "show", device).stdout)
         return shown[0]["promiscuity"]
+
+
+def ethtool(control, device, command):
+    """What the kernel makes of a command for a device."""
+    value = ctypes.create_string_buffer(command, len(command))
+    request = struct.pack("16sP", device.encode(), ctypes.addressof(value)).ljust(40, b"\0")
+    fcntl.ioctl(control, 0x8946, request)  # SIOCETHTOOL
+    return value.raw
 
 
 def link(a, device_a, b, device_b, offloads=False, queues=1, index=None):

@@ -431,10 +431,15 @@ class Workers(WorkersOf):
         self.assertTrue(up(), "one of them has it")
         others[0].stop()
         self.assertTrue(until(lambda: not up()))
+        serving = lambda: {one["pid"] for one in client.ask("show", what="workers")["workers"] if one["serving"]}
+        old = set(self.workers(here).values())
+        for victim in old:
+            os.kill(victim, signal.SIGKILL)
+        self.assertTrue(until(lambda: len(serving() - old) == 2))
         here.stop()
         told = [line for line in here.errors.splitlines() if "port m: its device" in line]
         ends = lambda who: [line.rsplit(" ", 1)[-1] for line in told if line.removeprefix("velo: ").startswith(who)]
-        self.assertEqual(ends("port m"), ["down", "up", "down"], told)
+        self.assertEqual(ends("port m")[:4], ["down", "up", "down", "gone"], told)
         self.assertEqual((ends("worker 1: "), ends("worker 2: ")), (["up", "down"],) * 2, told)
 
     def test_one_that_hangs_before_it_has_begun_is_ended(self):
@@ -475,6 +480,18 @@ class Workers(WorkersOf):
         self.assertTrue(until(lambda: states()[1]["serving"], patience=20))
         agent.process.terminate()
         self.assertIn("worker 1 does not begin, and is ended", agent.process.communicate()[1])
+
+    def test_a_first_process_that_was_stopped_has_nobody_ended(self):
+        self.stations_are(1, 2)
+        agent = self.start(OPEN)
+        before = self.workers(agent)
+        agent.process.send_signal(signal.SIGSTOP)
+        time.sleep(12)
+        agent.process.send_signal(signal.SIGCONT)
+        time.sleep(2)
+        self.assertEqual(self.workers(agent), before)
+        agent.stop()
+        self.assertNotIn("does not answer", agent.errors)
 
     def test_queues_of_a_worker_that_is_dead_are_closed(self):
         """The host does not get what comes by them, either, and it goes on when the worker is back."""

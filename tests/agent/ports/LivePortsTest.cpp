@@ -1,3 +1,4 @@
+#include <agent/ports/CaptureDevice.h>
 #include <agent/ports/LivePorts.h>
 #include <agent/ports/PortKinds.h>
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include "../support/Run.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <deque>
@@ -50,6 +52,11 @@ class FakeDevice final : public Agent::PortDevice {
     size_t count = 0;
     ++batches;
     for (const LiveFrame& each : frames) {
+      if (room == 0) {
+        error = ENOBUFS;
+        return count;
+      }
+      if (room > 0) --room;
       if (failing > 0 && --failing >= 0) {
         error = failsWith;
         return count;
@@ -60,6 +67,7 @@ class FakeDevice final : public Agent::PortDevice {
     }
     return count;
   }
+  bool isFullForAll() const override { return fullForAll; }
   bool takesOffloads() const override { return offloads; }
   void stopReceiving() override {}
 
@@ -71,6 +79,8 @@ class FakeDevice final : public Agent::PortDevice {
   std::vector<Bytes> sent;
   Offload lastOffload{};
   int batches = 0;
+  bool fullForAll = false;
+  int room = -1;      ///< for so many frames; -1: for all
   int failing = 0;    ///< so many frames are not sent
   int failsWith = 0;  ///< with this error
 };
@@ -165,6 +175,50 @@ TEST_F(LivePortsTest, WhatIsNotSentIsCountedByItsReasonAndTheRestIsSent) {
   EXPECT_EQ(state("eth2").sendFailed, 2u);
   EXPECT_EQ(state("eth2").tooLarge, 1u);
   EXPECT_EQ(state("eth1").rxFrames, 11u);
+}
+
+TEST_F(LivePortsTest, ADeviceThatIsFullForAllIsNotAskedForEveryFrame) {
+  struct Row {
+    const char* why;
+    bool fullForAll;
+    int room;
+    int batches;
+  };
+  for (const Row& row : {
+           Row{"there was room for some: once more", true, 3, 2},
+           Row{"there is none", true, 0, 1},
+           Row{"an error may be about one frame", false, 3, 64 - 3},
+       }) {
+    const uint64_t failed = state("eth2").sendFailed, sent = state("eth2").txFrames;
+    for (uint16_t i = 0; i < 64; ++i) a_->waiting.push_back(numbered(i));
+    b_->fullForAll = row.fullForAll;
+    b_->room = row.room;
+    b_->batches = 0;
+    loop_.turn(0);
+    EXPECT_EQ(b_->batches, row.batches) << row.why;
+    EXPECT_EQ(state("eth2").txFrames - sent, static_cast<uint64_t>(row.room)) << row.why;
+    EXPECT_EQ(state("eth2").sendFailed - failed, 64u - static_cast<uint64_t>(row.room)) << row.why;
+  }
+}
+
+TEST(CaptureDevice, WhatIsReadAgainIsReadFromItsBeginning) {
+  const TempDir folder;
+  const std::string path = folder / "in.pcap";
+  const Bytes bytes = frame().eth().ip4("192.0.2.1", "192.0.2.2").udp(1, 2).payload(30);
+  const auto size = static_cast<uint32_t>(bytes.size());
+  // The first frame was not captured to its end.
+  const auto whole = pcapBytes({{1, 0, bytes, size + 1}, {2, 0, bytes, size}, {3, 0, bytes, size}});
+  auto cutOff = whole;
+  cutOff.resize(whole.size() - 1);
+  Agent::CaptureDevice device(path, 1);
+  writeFile(path, cutOff);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(device.make().has_value());
+  writeFile(path, whole);
+  EXPECT_EQ(device.make(), std::nullopt);
+  EXPECT_EQ(device.counts().rxTooLarge, 1u);
+  EXPECT_EQ(device.attach({}), std::nullopt);
+  std::array<LiveFrame, Agent::PortDevice::burst> frames;
+  EXPECT_EQ(device.receive(frames).count, 2u);
 }
 
 TEST_F(LivePortsTest, WorkOfSendersIsDoneForADeviceThatDoesNot) {
