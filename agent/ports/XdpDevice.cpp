@@ -6,6 +6,7 @@
 #include <linux/if_packet.h>
 #include <linux/sockios.h>
 #include <net/if.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -23,6 +24,8 @@ constexpr uint32_t largestMtu = XdpMemory::largestFrame - besideMtu;
 /// For so many queues there is memory when a port begins without its device: how many that will have is not
 /// known.
 constexpr uint32_t queuesOfMissing = 4;
+/// Milliseconds between two tries to get a queue that another process has.
+constexpr int pauseUntilFree = 20;
 
 /// Of how many receive queues a device has frames.
 uint32_t queueCountOf(const std::string& device) {
@@ -112,11 +115,23 @@ std::optional<std::string> XdpDevice::attach(const Link& link) {
   if (isOpen()) return std::nullopt;
   if (auto wrong = whyNot(queues())) return wrong;
   const std::string doing = openOn(link);
+  patience_ = 0;
   if (doing.empty()) return std::nullopt;
   const std::string wrong = failed(doing);
   // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
   if (errno == ENODEV) return std::nullopt;
   return wrong;
+}
+
+/// A process that was killed has its queues a moment longer; only a start waits for that, the loop does not.
+std::string XdpDevice::openPatiently(std::unique_ptr<XdpSocket>& socket, int index, uint32_t queue) {
+  for (;;) {
+    socket = std::make_unique<XdpSocket>(memory_);
+    std::string what = socket->open(index, queue, mode_);
+    if (what.empty() || errno != EBUSY || patience_ == 0) return what;
+    --patience_;
+    poll(nullptr, 0, pauseUntilFree);
+  }
 }
 
 std::string XdpDevice::openOn(const Link& link) {
@@ -132,8 +147,8 @@ std::string XdpDevice::openOn(const Link& link) {
   if (const std::string what = program_.attach(link.index); !what.empty()) return what;
   queues_ = queues();
   for (const uint32_t queue : queues_) {
-    auto socket = std::make_unique<XdpSocket>(memory_);
-    if (const std::string what = socket->open(link.index, queue, mode_); !what.empty())
+    std::unique_ptr<XdpSocket> socket;
+    if (const std::string what = openPatiently(socket, link.index, queue); !what.empty())
       return fmt::format("queue {}: {}", queue, what);
     epoll_event event{};
     event.events = EPOLLIN;

@@ -60,6 +60,7 @@ class XdpDevice final : public PortDevice {
   std::optional<std::string> whyNot(const std::vector<uint32_t>& queues) const;
   /// Returns what could not be done (errno); empty when all is open.
   std::string openOn(const Link& link);
+  std::string openPatiently(std::unique_ptr<XdpSocket>& socket, int index, uint32_t queue);
 
   const std::string device_;
   const Queues wanted_;
@@ -70,6 +71,7 @@ class XdpDevice final : public PortDevice {
   Descriptor promiscuous_;
   Descriptor all_;  // readable when one of several sockets is
   int index_ = 0;
+  int patience_ = 75;  // so often a queue is tried that is not free yet: 1.5 seconds, when the port begins
   bool isOn_ = false;
   size_t mostQueues_ = 0;         // there is memory for so many
   std::vector<uint32_t> queues_;  // of the sockets
