@@ -1,5 +1,6 @@
 #include <agent/dpdk/DpdkDevice.h>
 #include <agent/dpdk/Environment.h>
+#include <agent/dpdk/StaleSocket.h>
 #include <fmt/format.h>
 #include <rte_bus_pci.h>
 #include <rte_dev.h>
@@ -81,6 +82,7 @@ std::optional<std::string> DpdkDevice::make() {
 std::optional<std::string> DpdkDevice::find() {
   if (rte_eth_dev_get_port_by_name(name_.c_str(), &port_) != 0) {
     const std::string device = arguments_.empty() ? name_ : name_ + "," + arguments_;
+    takeStaleSocketAway(name_, arguments_);
     if (const int error = rte_dev_probe(device.c_str()); error != 0)
       return failed("no such device, or its driver refuses it", error);
     if (const int error = rte_eth_dev_get_port_by_name(name_.c_str(), &port_); error != 0)
