@@ -21,8 +21,11 @@ class Port {
   void make() { orDie(device_.make()); }
   void open() {
     constexpr uint32_t mtu = 1500;
-    orDie(device_.attach(
-        {.name = name_, .index = static_cast<int>(if_nametoindex(name_)), .up = true, .mtu = mtu}));
+    orDie(device_.attach({.name = name_,
+                          .index = static_cast<int>(if_nametoindex(name_)),
+                          .up = true,
+                          .mtu = mtu,
+                          .isOn = true}));
   }
   int fd() const { return device_.fd(); }
 

@@ -63,8 +63,8 @@ class FleetLink {
   FleetOutgoing takeOutgoing();
   void triedIs(std::string rollouts);
   void isConnected(const std::string& endpoint);
-  /// `text` is for the log.
   void isWritten();
+  /// `text` is for the log.
   void isWrong(const std::string& why, const std::string& text, bool connected);
   void tell(Severity severity, std::string text, std::string_view result) const;
 

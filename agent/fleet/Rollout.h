@@ -31,8 +31,7 @@ struct RolloutStep {
 /// is done or goes back; then the new texts are nobody's.
 struct Rollout {
   enum class Phase : uint8_t { running, paused, back, done };
-  /// So many are remembered to have been gone. When more are, none that goes counts as
-  /// failed.
+  /// So many are remembered to have been gone. When more are, none that goes counts as failed.
   static constexpr size_t mostGone = 1000;
 
   std::string id;  ///< tells it from all others

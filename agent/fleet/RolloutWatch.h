@@ -12,9 +12,9 @@
 namespace Agent {
 
 /// What one who sees to the rollout of a group has seen of it: how long its step has been as it is, and who
-/// has been without the texts for how long. What passes while the store is away, or
-/// the rollout is paused, does not count. Each has its own, so no two clocks are compared; who takes over
-/// begins anew. Pure: `now` is in seconds of any clock that is never set.
+/// has been without the texts for how long. What passes while the store is away, or the rollout is paused,
+/// does not count. Each has its own, so no two clocks are compared; who takes over begins anew. Pure: `now`
+/// is in seconds of any clock that is never set.
 class RolloutWatch {
  public:
   explicit RolloutWatch(std::string group) : group_(std::move(group)) {}

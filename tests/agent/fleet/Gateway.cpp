@@ -58,15 +58,20 @@ void send(int descriptor, const std::string& text) {
 
 }  // namespace
 
-Gateway::Gateway() : listener_(socket(AF_INET, SOCK_STREAM, 0)), wake_(eventfd(0, EFD_NONBLOCK)) {
+int listenOnLoopback(uint16_t& port) {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
-  EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
-  EXPECT_EQ(listen(listener_, 100), 0);
-  EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-  port_ = ntohs(address.sin_port);
+  EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  EXPECT_EQ(listen(listener, 100), 0);
+  EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  port = ntohs(address.sin_port);
+  return listener;
+}
+
+Gateway::Gateway() : listener_(listenOnLoopback(port_)), wake_(eventfd(0, EFD_NONBLOCK)) {
   thread_ = std::thread([this] { run(); });
 }
 

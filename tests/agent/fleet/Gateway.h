@@ -16,6 +16,9 @@
 
 namespace TestSupport {
 
+/// A socket that listens at a free port of this machine's own address.
+int listenOnLoopback(uint16_t& port);
+
 /// A store that answers by HTTP, as etcd's gateway does, on a thread of its own: what a client asks for is
 /// written down, and a test may say what becomes of it.
 class Gateway {
@@ -63,8 +66,8 @@ class Gateway {
   Json txn(const Json& asked, std::string* wrong);
   void tellWatches(const std::string& line);
 
-  const int listener_, wake_;
   uint16_t port_ = 0;
+  const int listener_, wake_;
   std::vector<Client> clients_;  // of the thread
   mutable std::mutex mutex_;
   // Protected by the mutex.

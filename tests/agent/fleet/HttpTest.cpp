@@ -1,11 +1,12 @@
 #include <agent/fleet/Http.h>
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "Gateway.h"
 
 #include <chrono>
 #include <string>
@@ -17,16 +18,7 @@ using Agent::Http;
 /// One end of a connection that a test answers by hand.
 class HandServer {
  public:
-  HandServer() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
-    EXPECT_EQ(listen(listener_, 1), 0);
-    EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    port_ = ntohs(address.sin_port);
-  }
+  HandServer() : listener_(TestSupport::listenOnLoopback(port_)) {}
   ~HandServer() {
     close(client_);
     close(listener_);
@@ -44,9 +36,9 @@ class HandServer {
   }
 
  private:
+  uint16_t port_ = 0;
   const int listener_;
   int client_ = -1;
-  uint16_t port_ = 0;
 };
 
 /// A line that came while nobody waited is there at once: to wait for it until the next one comes would be to
