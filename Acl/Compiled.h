@@ -83,16 +83,15 @@ class Compiled final : public CompiledRules<Rule> {
   }
 
   /// Does the rest of find() for a burst as if all answers were sure, without a branch on a single packet.
-  /// Sets askBit in what it returns if one was not.
+  /// Sets askBit in what it returns if one may not have been.
   uint32_t takeSure(uint32_t count, const uint32_t* slots, const Entry** found) const {
     static constexpr const Entry* none = nullptr;
-    uint32_t open = 0;
+    uint32_t open = ghosts_ == 0 ? 0 : Classify::askBit;
     for (uint32_t i = 0; i < count; ++i) {
       const uint32_t slot = slots[i] & ~Classify::askBit;
       const bool nowhere = slot == Classify::noSlot;
-      const Entry* const entry = *(nowhere ? &none : &entries_[slot]);
-      found[i] = entry;
-      open |= slots[i] | (entry || nowhere ? 0 : Classify::askBit);
+      found[i] = *(nowhere ? &none : &entries_[slot]);
+      open |= slots[i];
     }
     return open;
   }

@@ -97,8 +97,9 @@ bool askPair(const IpFilterBase& filter, Image& image, Ranges& ranges) {
   if (!filter.icmpTypeNamed && !filter.icmpCodeNamed) return true;
   if (ports) return false;
   askBits(image, 2, Third::hasIcmp, Third::hasIcmp);
-  if (filter.icmpTypeNamed) ranges.upper = {{filter.icmpType, filter.icmpType}};
-  if (filter.icmpCodeNamed) ranges.lower = {{filter.icmpCode, filter.icmpCode}};
+  const uint32_t least = uint32_t{filter.icmpType} << 8 | filter.icmpCode;
+  if (filter.icmpTypeNamed) ranges.upper = {{least, filter.icmpCodeNamed ? least : least | 0xff}};
+  if (!filter.icmpTypeNamed) image.exact = false;
   return true;
 }
 

@@ -7,13 +7,15 @@
 #include <Nimnet/IpHdr.h>
 #include <Nimnet/L4Hdr.h>
 
+#include <array>
 #include <span>
 #include <vector>
 
 /// Packets and rules in the words that the compiled form compares.
 ///
 ///            first, second            pair                       third                        quad
-///   IPv4     source, destination      ports, or ICMP type, code  see Third                    class, hops
+///   IPv4     source, destination      ports, or ICMP type,       see Third                    class, hops
+///                                     code and checksum
 ///   IPv6     both addresses, a        the same                   the same                     the same
 ///            projection of the list's
 ///   MAC      lower 32 bits of         upper 16 bits of source    EtherType in the upper half, -
@@ -54,53 +56,78 @@ constexpr uint32_t quadOf(uint32_t trafficClass, uint32_t hops, bool hopsKnown) 
   return hopsKnown ? quad : quad & 0xffff;
 }
 
-/// What the L4 header gives to a key: its pair, and its bits of the third word. At most one is not null.
-template <class Icmp>
-[[gnu::always_inline]] inline uint32_t pairOf(const Icmp* icmp, const Nimnet::TcpHdr* tcp,
-                                              const Nimnet::UdpHdr* udp, const Nimnet::SctpHdr* sctp,
-                                              uint32_t& third) {
-  if (tcp) {
-    const uint32_t flags = tcp->flags();
-    third |= Third::hasPorts | Third::flagsOf(flags);
-    if (flags & (Nimnet::TcpHdr::ack | Nimnet::TcpHdr::rst)) third |= Third::established;
-    return Nimnet::read32(tcp->bytes);
+/// What the L4 header gives to the third word, by its kind: some bits, and the TCP flags in an octet of it
+/// (the mask is zero for all others).
+struct L4Form {
+  uint32_t third = 0;
+  uint8_t flagsAt = 0;
+  uint8_t flags = 0;
+};
+constexpr L4Form formOf(Nimnet::L4Kind kind) {
+  using Nimnet::L4Kind;
+  switch (kind) {
+    case L4Kind::none:
+      break;
+    case L4Kind::tcp:
+      return {Third::hasPorts, 13, 0xff};
+    case L4Kind::udp:
+    case L4Kind::sctp:
+      return {Third::hasPorts};
+    case L4Kind::icmp:
+    case L4Kind::icmp6:
+      return {Third::hasIcmp};
   }
-  if (const uint8_t* ports = udp ? udp->bytes : sctp ? sctp->bytes : nullptr) {
-    third |= Third::hasPorts;
-    return Nimnet::read32(ports);
+  return {};
+}
+inline constexpr auto l4Forms = [] {
+  std::array<L4Form, Nimnet::l4Kinds> forms;
+  for (uint32_t kind = 0; kind < forms.size(); ++kind) forms[kind] = formOf(Nimnet::L4Kind(kind));
+  return forms;
+}();
+/// The bits of the third word for the flags of a TCP header.
+inline constexpr auto thirdOfFlags = [] {
+  std::array<uint32_t, 256> third{};
+  for (uint32_t flags = 0; flags < third.size(); ++flags) {
+    const bool established = flags & (Nimnet::TcpHdr::ack | Nimnet::TcpHdr::rst);
+    third[flags] = Third::flagsOf(flags) | (established ? Third::established : 0);
   }
-  if (!icmp) return 0;
-  third |= Third::hasIcmp;
-  return uint32_t{icmp->type()} << 16 | icmp->code();
+  return third;
+}();
+
+/// The pair: the header's first four octets. Whatever these are, rules that ask for them ask for hasPorts or
+/// hasIcmp, too. Sets the header's bits of the third word. Packets of all kinds go the same way, for which
+/// kind comes next no processor foresees.
+[[gnu::always_inline]] inline uint32_t pairOf(const Nimnet::L4& l4, uint32_t& third) {
+  const L4Form& form = l4Forms[static_cast<uint32_t>(l4.kind())];
+  third |= form.third | thirdOfFlags[l4.octets()[form.flagsAt] & form.flags];
+  return Nimnet::read32(l4.octets());
 }
 
 inline uint32_t vlanOf(uint16_t vlanId, bool known) {
   return (known ? Third::vlanKnown : 0) | (vlanId & Third::vlanMask);
 }
 
-[[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::IpHdr& ip, const Nimnet::IcmpHdr* icmp,
-                                                  const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-                                                  const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                  bool matchVlan, bool matchHops, bool wide) {
+[[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::IpHdr& ip, const Nimnet::L4& l4,
+                                                  uint16_t vlanId, bool matchVlan, bool matchHops,
+                                                  bool wide) {
   uint32_t third =
       vlanOf(vlanId, matchVlan) | Third::protocolKnown | uint32_t{ip.protocol()} << Third::protocolShift;
   if (ip.isNonFirstFragment()) third |= Third::laterFragment;
-  const uint32_t pair = pairOf(icmp, tcp, udp, sctp, third);
+  const uint32_t pair = pairOf(l4, third);
   return {{Nimnet::read64(ip.bytes + 12), uint64_t{pair} << 32 | third},
           wide ? quadOf(ip.tos(), ip.ttl(), matchHops) : 0};
 }
 
 /// Without the addresses, which the look-up projects itself.
-[[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::Ip6Hdr& ip6, const Nimnet::Icmp6Hdr* icmp6,
-                                                  const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-                                                  const Nimnet::SctpHdr* sctp, uint16_t vlanId,
-                                                  bool matchVlan, bool matchHops, bool wide) {
+[[gnu::always_inline]] inline Classify::Key keyOf(const Nimnet::Ip6Hdr& ip6, const Nimnet::L4& l4,
+                                                  uint16_t vlanId, bool matchVlan, bool matchHops,
+                                                  bool wide) {
   uint32_t third = vlanOf(vlanId, matchVlan);
   if (ip6.protocolKnown()) {
     third |= Third::protocolKnown | uint32_t{ip6.protocol()} << Third::protocolShift;
   }
   if (ip6.isNonFirstFragment()) third |= Third::laterFragment;
-  const uint32_t pair = pairOf(icmp6, tcp, udp, sctp, third);
+  const uint32_t pair = pairOf(l4, third);
   return {{0, uint64_t{pair} << 32 | third},
           wide ? quadOf(ip6.trafficClass(), ip6.hopLimit(), matchHops) : 0};
 }

@@ -37,7 +37,9 @@ template <class Rule, const RuleMap<Rule>& (AclSubConfig::*rulesOf)() const, cla
                                                     const Kelp::Ptr<const AclConfig>& acl,
                                                     IpRuleConfig* matchedRule, Kiv::UniqueId* matchedRuleId,
                                                     bool matchVlan, bool matchHops) {
-  const auto packet = [&] { return IpPacket{{*ip, icmp, tcp, udp, sctp, vlanId, matchVlan, matchHops}}; };
+  const auto packet = [&] {
+    return IpPacket{{*ip, Nimnet::L4::of(icmp, tcp, udp, sctp), vlanId, matchVlan, matchHops}};
+  };
   return matchesRule<IpRuleConfig, &AclSubConfig::ipRuleById>(*acl, packet, matchedRule, matchedRuleId);
 }
 
@@ -49,7 +51,9 @@ template <class Rule, const RuleMap<Rule>& (AclSubConfig::*rulesOf)() const, cla
                                                      const Kelp::Ptr<const AclConfig>& acl,
                                                      Ip6RuleConfig* matchedRule, Kiv::UniqueId* matchedRuleId,
                                                      bool matchVlan, bool matchHops) {
-  const auto packet = [&] { return Ip6Packet{{*ip6, icmp6, tcp, udp, sctp, vlanId, matchVlan, matchHops}}; };
+  const auto packet = [&] {
+    return Ip6Packet{{*ip6, Nimnet::L4::of(icmp6, tcp, udp, sctp), vlanId, matchVlan, matchHops}};
+  };
   return matchesRule<Ip6RuleConfig, &AclSubConfig::ip6RuleById>(*acl, packet, matchedRule, matchedRuleId);
 }
 

@@ -33,27 +33,33 @@ struct IpBaseFields {
   uint8_t icmpType = 0;
   uint8_t icmpCode = 0;
 
-  /// Sets the fields of the L4 header. One of the arguments is that header, the others are null.
-  template <class Icmp>
-  void l4Is(const Icmp* icmp, const Nimnet::TcpHdr* tcp, const Nimnet::UdpHdr* udp,
-            const Nimnet::SctpHdr* sctp) {
+  /// Sets the fields of the L4 header.
+  void l4Is(const Nimnet::L4& l4) {
     const auto portsOf = [this](const auto* hdr) {
       hasPorts = true;
       sourcePort = hdr->sourcePort();
       destinationPort = hdr->destinationPort();
     };
-    if (tcp) {
-      portsOf(tcp);
-      hasTcp = true;
-      tcpFlags = tcp->flags();
-    } else if (udp) {
-      portsOf(udp);
-    } else if (sctp) {
-      portsOf(sctp);
-    } else if (icmp) {
+    const auto messageOf = [this](const auto* hdr) {
       hasIcmp = true;
-      icmpType = icmp->type();
-      icmpCode = icmp->code();
+      icmpType = hdr->type();
+      icmpCode = hdr->code();
+    };
+    switch (l4.kind()) {
+      case Nimnet::L4Kind::none:
+        return;
+      case Nimnet::L4Kind::tcp:
+        hasTcp = true;
+        tcpFlags = l4.as<Nimnet::TcpHdr>()->flags();
+        return portsOf(l4.as<Nimnet::TcpHdr>());
+      case Nimnet::L4Kind::udp:
+        return portsOf(l4.as<Nimnet::UdpHdr>());
+      case Nimnet::L4Kind::sctp:
+        return portsOf(l4.as<Nimnet::SctpHdr>());
+      case Nimnet::L4Kind::icmp:
+        return messageOf(l4.as<Nimnet::IcmpHdr>());
+      case Nimnet::L4Kind::icmp6:
+        return messageOf(l4.as<Nimnet::Icmp6Hdr>());
     }
   }
 };

@@ -9,15 +9,11 @@
 /// one rule at a time; `keyFor()`: the key for the compiled form.
 namespace Acl {
 
-/// What packets before the rules of IPv4 and IPv6 have in common. The L4 headers are null where the packet
-/// has none of that kind; at most one is not.
-template <class HeaderType, class Icmp, class FieldsType>
+/// What packets before the rules of IPv4 and IPv6 have in common.
+template <class HeaderType, class FieldsType>
 struct IpPacketOf {
   const HeaderType& ip;
-  const Icmp* icmp;
-  const Nimnet::TcpHdr* tcp;
-  const Nimnet::UdpHdr* udp;
-  const Nimnet::SctpHdr* sctp;
+  Nimnet::L4 l4;
   uint16_t vlanId;
   bool vlanKnown;
   bool hopsKnown;
@@ -27,19 +23,19 @@ struct IpPacketOf {
     made.vlanId = vlanId;
     made.vlanKnown = vlanKnown;
     made.hopsKnown = hopsKnown;
-    made.l4Is(icmp, tcp, udp, sctp);
+    made.l4Is(l4);
     return made;
   }
   /// Without what the list of a view does not look at.
   [[gnu::always_inline]] Classify::Key keyFor(const Classify::View& view) const {
-    return keyOf(ip, icmp, tcp, udp, sctp, vlanId, vlanKnown, hopsKnown, view.shape & Classify::wideShape);
+    return keyOf(ip, l4, vlanId, vlanKnown, hopsKnown, view.shape & Classify::wideShape);
   }
 };
 
-struct IpPacket : IpPacketOf<Nimnet::IpHdr, Nimnet::IcmpHdr, IpFields> {};
+struct IpPacket : IpPacketOf<Nimnet::IpHdr, IpFields> {};
 
 /// The addresses are not in the key: the look-up reads them in the header.
-struct Ip6Packet : IpPacketOf<Nimnet::Ip6Hdr, Nimnet::Icmp6Hdr, Ip6Fields> {
+struct Ip6Packet : IpPacketOf<Nimnet::Ip6Hdr, Ip6Fields> {
   /// Source and destination, one behind the other (RFC 8200, 3).
   const uint8_t* addresses() const { return ip.fixed() + 8; }
 };
@@ -72,6 +68,7 @@ template <class Packet>
 template <class PacketAt>
 [[gnu::always_inline]] inline void look(uint32_t count, const PacketAt& packetAt, const Classify::View& view,
                                         uint32_t* slots) {
+  if (count == 0) return;
   Classify::Keys keys;
   for (uint32_t i = 0; i < count; ++i) {
     const auto& packet = packetAt(i);

@@ -1,5 +1,6 @@
 #include <Classify/Kernels.h>
 
+#include "FindSteps.inc"
 #include "FindX86.inc"
 
 namespace Classify {
@@ -33,7 +34,15 @@ class Packet : Words {
     const __m256i met = _mm256_cmpeq_epi32(differs, _mm256_setzero_si256());
     return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(met)));
   }
+
+  /// See firstOf().
+  template <bool wide>
+  uint32_t firstLane(const Plane* block) const {
+    return firstOf(block, meets<wide>(block));
+  }
 };
+
+using Steps = PlainSteps;
 
 }  // namespace
 }  // namespace Classify

@@ -1,5 +1,7 @@
 #include <Classify/Kernels.h>
 
+#include "FindSteps.inc"
+
 // Uses the compiler's generic vectors, which it turns into instructions of any processor.
 
 namespace Classify {
@@ -55,6 +57,12 @@ class Packet {
     return met;
   }
 
+  /// See firstOf().
+  template <bool wide>
+  uint32_t firstLane(const Plane* block) const {
+    return firstOf(block, meets<wide>(block));
+  }
+
  private:
   /// Zero in the lanes where the packet matches.
   template <bool wide>
@@ -77,6 +85,8 @@ class Packet {
 
   Words first_, second_, third_, pair_, quad_;
 };
+
+using Steps = PlainSteps;
 
 }  // namespace
 }  // namespace Classify

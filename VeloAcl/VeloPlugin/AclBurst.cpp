@@ -69,15 +69,11 @@ void AclBurst::judgeBy(const PacketBurst& burst, const Nimnet::IntfId& intf, Acl
   if (!asked.exists) return;
   const auto ipPacket = [&burst](uint32_t i) {
     const auto& [pkt, parsed] = burst.packet(i);
-    const ParsedL4& l4 = parsed.l4();
-    return Acl::IpPacket{
-        {*parsed.ipHdr()->ipHdr(), l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), pkt.vlanId(), true, true}};
+    return Acl::IpPacket{{*parsed.ipHdr()->ipHdr(), parsed.l4().hdr(), pkt.vlanId(), true, true}};
   };
   const auto ip6Packet = [&burst](uint32_t i) {
     const auto& [pkt, parsed] = burst.packet(i);
-    const ParsedL4& l4 = parsed.l4();
-    return Acl::Ip6Packet{
-        {*parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(), pkt.vlanId(), true, true}};
+    return Acl::Ip6Packet{{*parsed.ipHdr()->ip6Hdr(), parsed.l4().hdr(), pkt.vlanId(), true, true}};
   };
   const auto macPacket = [&burst](uint32_t i) {
     const auto& [pkt, parsed] = burst.packet(i);

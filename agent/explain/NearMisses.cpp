@@ -67,11 +67,10 @@ EarlierRules earlier(const Acl::RuleMap<Rule>& rules, const Kiv::UniqueId& decid
   return result;
 }
 
-template <class Fields, class Icmp>
-Fields completed(Fields packet, const Icmp* icmp, const Velo::PacketContext& ctx) {
-  const Velo::ParsedL4& l4 = ctx.parsedPacket().l4();
+template <class Fields>
+Fields completed(Fields packet, const Velo::PacketContext& ctx) {
   packet.vlanId = ctx.pkt()->vlanId();
-  packet.l4Is(icmp, l4.tcp(), l4.udp(), l4.sctp());
+  packet.l4Is(ctx.parsedPacket().l4().hdr());
   return packet;
 }
 
@@ -85,11 +84,10 @@ EarlierRules earlierRules(const Core& core, const Acl::AskedList& asked, const V
   const Kiv::UniqueId decided = asked.rule ? asked.ruleId : Kiv::UniqueId::unset();
   switch (asked.type) {
     case Acl::AclType::ip:
-      return earlier(rules->ipRuleById(), decided,
-                     completed(Acl::IpFields(*parsed.ipHdr()->ipHdr()), parsed.l4().icmp(), ctx));
+      return earlier(rules->ipRuleById(), decided, completed(Acl::IpFields(*parsed.ipHdr()->ipHdr()), ctx));
     case Acl::AclType::ipv6:
       return earlier(rules->ip6RuleById(), decided,
-                     completed(Acl::Ip6Fields(*parsed.ipHdr()->ip6Hdr()), parsed.l4().icmp6(), ctx));
+                     completed(Acl::Ip6Fields(*parsed.ipHdr()->ip6Hdr()), ctx));
     case Acl::AclType::mac: {
       const Nimnet::EthHdr& eth = *parsed.ethPacket()->ethHdr();
       const Acl::MacFields packet{eth.source(), eth.destination(), parsed.typeOrLen(), ctx.pkt()->vlanId()};

@@ -74,7 +74,7 @@ std::string ipSummary(const Velo::ParsedPacket& parsed) {
   };
   if (l4.tcp()) {
     Acl::IpBaseFields fields;
-    fields.l4Is<Nimnet::IcmpHdr>(nullptr, l4.tcp(), nullptr, nullptr);
+    fields.l4Is(l4.hdr());
     return withPorts("tcp", l4.tcp()) + " " + Acl::Shown::tcpFlags(fields);
   }
   if (l4.udp()) return withPorts("udp", l4.udp());

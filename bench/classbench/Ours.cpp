@@ -43,15 +43,13 @@ bool match(const MacPacket& p, const List& list, MacRuleConfig* rule, Kiv::Uniqu
 
 /// A packet as the look-up takes it.
 [[gnu::always_inline]] inline Acl::IpPacket asTaken(const IpPacket& p) {
-  return {{p.ip, l4<IcmpHdr>(p, 1), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132), p.around.vlanId,
-           true, true}};
+  return {{p.ip, l4(p), p.around.vlanId, true, true}};
 }
 [[gnu::always_inline]] inline Acl::MacPacket asTaken(const MacPacket& p) {
   return {p.source.bytes.data(), p.destination.bytes.data(), p.typeOrLen, p.vlanId};
 }
 [[gnu::always_inline]] inline Acl::Ip6Packet asTaken(const Ip6Packet& p, const Nimnet::Ip6Hdr& ip) {
-  return {{ip, l4<Icmp6Hdr>(p, 58), l4<TcpHdr>(p, 6), l4<UdpHdr>(p, 17), l4<SctpHdr>(p, 132), p.around.vlanId,
-           true, true}};
+  return {{ip, l4(p), p.around.vlanId, true, true}};
 }
 
 template <class Packet, class Rule>

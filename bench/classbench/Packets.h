@@ -6,6 +6,7 @@
 #include <Nimnet/IpHdr.h>
 #include <Nimnet/L4Hdr.h>
 
+#include <array>
 #include <cstring>
 #include <vector>
 
@@ -57,6 +58,23 @@ struct PacketTypeOf<Acl::MacRule> {
 /// The packets that a kind of rules judges.
 template <class Rule>
 using PacketOf = typename PacketTypeOf<Rule>::Type;
+
+/// The kinds of L4 headers by protocol, in IPv4 or IPv6.
+template <uint8_t icmpProtocol, Nimnet::L4Kind icmp>
+inline constexpr auto l4Kinds = [] {
+  std::array<Nimnet::L4Kind, 256> kinds{};
+  kinds[icmpProtocol] = icmp;
+  kinds[6] = Nimnet::L4Kind::tcp;
+  kinds[17] = Nimnet::L4Kind::udp;
+  kinds[132] = Nimnet::L4Kind::sctp;
+  return kinds;
+}();
+inline Nimnet::L4 l4(const IpPacket& packet) {
+  return {l4Kinds<1, Nimnet::L4Kind::icmp>[packet.around.protocol], packet.l4Octets};
+}
+inline Nimnet::L4 l4(const Ip6Packet& packet) {
+  return {l4Kinds<58, Nimnet::L4Kind::icmp6>[packet.around.protocol], packet.l4Octets};
+}
 
 /// The L4 header when it is the one of `protocol`, else null.
 template <class Hdr, class Packet>

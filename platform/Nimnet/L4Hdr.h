@@ -9,9 +9,14 @@ namespace Nimnet {
 // The headers behind IP where they lie in a frame, all values in host order. Each type has exactly the octets
 // that the parser has checked to be there.
 
+/// Which of these headers a packet has.
+enum class L4Kind : uint8_t { none, tcp, udp, sctp, icmp, icmp6 };
+constexpr uint32_t l4Kinds = 6;
+
 /// TCP (RFC 9293, 3.1): ports, sequence and acknowledgment numbers, data offset in words and flags, window,
 /// checksum, urgent pointer. Options follow and may not have been captured.
 struct TcpHdr {
+  static constexpr L4Kind kind = L4Kind::tcp;
   static constexpr uint32_t minSize = 20;
   static constexpr uint8_t fin = 0x01;
   static constexpr uint8_t syn = 0x02;
@@ -32,6 +37,7 @@ struct TcpHdr {
 
 /// UDP (RFC 768): ports, length, checksum.
 struct UdpHdr {
+  static constexpr L4Kind kind = L4Kind::udp;
   static constexpr uint32_t minSize = 8;
 
   uint16_t sourcePort() const { return read16(bytes); }
@@ -44,6 +50,7 @@ struct UdpHdr {
 
 /// The common header of SCTP (RFC 9260, 3.1): ports, verification tag, checksum.
 struct SctpHdr {
+  static constexpr L4Kind kind = L4Kind::sctp;
   static constexpr uint32_t minSize = 12;
 
   uint16_t sourcePort() const { return read16(bytes); }
@@ -54,6 +61,7 @@ struct SctpHdr {
 
 /// The part that all ICMP messages have (RFC 792): type, code, checksum.
 struct IcmpHdr {
+  static constexpr L4Kind kind = L4Kind::icmp;
   static constexpr uint32_t minSize = 4;
 
   uint8_t type() const { return bytes[0]; }
@@ -64,12 +72,47 @@ struct IcmpHdr {
 
 /// The part that all ICMPv6 messages have (RFC 4443, 2.1): type, code, checksum.
 struct Icmp6Hdr {
+  static constexpr L4Kind kind = L4Kind::icmp6;
   static constexpr uint32_t minSize = 4;
 
   uint8_t type() const { return bytes[0]; }
   uint8_t code() const { return bytes[1]; }
 
   uint8_t bytes[minSize];
+};
+
+/// The header behind IP that a packet has, whatever kind it is. Owns nothing.
+class L4 {
+ public:
+  L4() = default;
+  /// No header for a null pointer.
+  template <class Hdr>
+  explicit L4(const Hdr* hdr) : kind_(hdr ? Hdr::kind : L4Kind::none), octets_(hdr ? hdr->bytes : nothing) {}
+  /// A header of this kind that has been checked to be there. For none, four octets that can be read.
+  L4(L4Kind kind, const uint8_t* octets) : kind_(kind), octets_(octets) {}
+  /// The one of these that is not null, if there is one.
+  template <class Icmp>
+  static L4 of(const Icmp* icmp, const TcpHdr* tcp, const UdpHdr* udp, const SctpHdr* sctp) {
+    L4 found(icmp);
+    if (tcp) found = L4(tcp);
+    if (udp) found = L4(udp);
+    if (sctp) found = L4(sctp);
+    return found;
+  }
+
+  L4Kind kind() const { return kind_; }
+  /// The header, or at least four octets of whatever when there is none: they can be read before it is known.
+  const uint8_t* octets() const { return octets_; }
+  /// The header if it is of this kind, else null.
+  template <class Hdr>
+  const Hdr* as() const {
+    return kind_ == Hdr::kind ? reinterpret_cast<const Hdr*>(octets_) : nullptr;
+  }
+
+ private:
+  static constexpr uint8_t nothing[4] = {};
+  L4Kind kind_ = L4Kind::none;
+  const uint8_t* octets_ = nothing;
 };
 
 static_assert(sizeof(TcpHdr) == TcpHdr::minSize && alignof(TcpHdr) == 1);

@@ -103,7 +103,7 @@ void ParsedPacket::readIp() {
   }
   const uint32_t declaredEnd = std::min(l3At_ + totalLength, l3End_);
   if (ip->protocol() == IpProtocol::icmp) {
-    l4_.icmp_ = readL4Hdr<Nimnet::IcmpHdr>(l3At_ + headerLength, declaredEnd, ParseFault::icmpHeaderCut);
+    l4_.hdr_ = readL4Hdr<Nimnet::IcmpHdr>(l3At_ + headerLength, declaredEnd, ParseFault::icmpHeaderCut);
   } else {
     readL4(ip->protocol(), l3At_ + headerLength, declaredEnd);
   }
@@ -133,7 +133,7 @@ void ParsedPacket::readIp6() {
     if (chain.protocol == IpProtocol::tcp && chain.fragmentOffset == 1)
       faultIs(ParseFault::tcpFragmentAtOffsetOne);
   } else if (chain.protocol == IpProtocol::icmp6) {
-    l4_.icmp6_ = readL4Hdr<Nimnet::Icmp6Hdr>(upperAt, declaredEnd, ParseFault::icmp6HeaderCut);
+    l4_.hdr_ = readL4Hdr<Nimnet::Icmp6Hdr>(upperAt, declaredEnd, ParseFault::icmp6HeaderCut);
   } else {
     readL4(chain.protocol, upperAt, declaredEnd);
   }
@@ -143,30 +143,32 @@ void ParsedPacket::readIp6() {
 /// within the frame; a capture may end earlier.
 void ParsedPacket::readL4(uint8_t protocol, uint32_t at, uint32_t declaredEnd) {
   if (protocol == IpProtocol::tcp) {
-    l4_.tcp_ = readL4Hdr<Nimnet::TcpHdr>(at, declaredEnd, ParseFault::tcpHeaderCut);
-    if (!l4_.tcp_) return;
-    const uint32_t headerLength = l4_.tcp_->headerLength();
+    l4_.hdr_ = readL4Hdr<Nimnet::TcpHdr>(at, declaredEnd, ParseFault::tcpHeaderCut);
+    const Nimnet::TcpHdr* tcp = l4_.tcp();
+    if (!tcp) return;
+    const uint32_t headerLength = tcp->headerLength();
     if (headerLength < Nimnet::TcpHdr::minSize) {
       faultIs(ParseFault::tcpDataOffsetTooShort);
     } else if (headerLength > declaredEnd - at) {
       faultIs(ParseFault::tcpDataOffsetTooLong);
     }
   } else if (protocol == IpProtocol::udp) {
-    l4_.udp_ = readL4Hdr<Nimnet::UdpHdr>(at, declaredEnd, ParseFault::udpHeaderCut);
-    if (l4_.udp_ && l4_.udp_->length() < Nimnet::UdpHdr::minSize) faultIs(ParseFault::udpLengthTooShort);
+    l4_.hdr_ = readL4Hdr<Nimnet::UdpHdr>(at, declaredEnd, ParseFault::udpHeaderCut);
+    const Nimnet::UdpHdr* udp = l4_.udp();
+    if (udp && udp->length() < Nimnet::UdpHdr::minSize) faultIs(ParseFault::udpLengthTooShort);
   } else if (protocol == IpProtocol::sctp) {
-    l4_.sctp_ = readL4Hdr<Nimnet::SctpHdr>(at, declaredEnd, ParseFault::sctpHeaderCut);
+    l4_.hdr_ = readL4Hdr<Nimnet::SctpHdr>(at, declaredEnd, ParseFault::sctpHeaderCut);
   }
 }
 
 template <class Hdr>
-const Hdr* ParsedPacket::readL4Hdr(uint32_t at, uint32_t declaredEnd, ParseFault whenCut) {
+Nimnet::L4 ParsedPacket::readL4Hdr(uint32_t at, uint32_t declaredEnd, ParseFault whenCut) {
   const uint32_t end = std::min(declaredEnd, pkt_->size());
   if (end - at < Hdr::minSize) {
     faultIs(whenCut);
-    return nullptr;
+    return {};
   }
-  return overlay<Hdr>(pkt_->frame().data() + at);
+  return Nimnet::L4(overlay<Hdr>(pkt_->frame().data() + at));
 }
 
 }  // namespace Velo

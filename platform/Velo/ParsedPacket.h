@@ -47,19 +47,17 @@ class ParsedIpHdr {
 /// ICMPv6 inside IPv4, or a header of which less than its fixed size lies within the packet and the capture.
 class ParsedL4 {
  public:
-  const Nimnet::TcpHdr* tcp() const { return tcp_; }
-  const Nimnet::UdpHdr* udp() const { return udp_; }
-  const Nimnet::IcmpHdr* icmp() const { return icmp_; }
-  const Nimnet::Icmp6Hdr* icmp6() const { return icmp6_; }
-  const Nimnet::SctpHdr* sctp() const { return sctp_; }
+  const Nimnet::TcpHdr* tcp() const { return hdr_.as<Nimnet::TcpHdr>(); }
+  const Nimnet::UdpHdr* udp() const { return hdr_.as<Nimnet::UdpHdr>(); }
+  const Nimnet::IcmpHdr* icmp() const { return hdr_.as<Nimnet::IcmpHdr>(); }
+  const Nimnet::Icmp6Hdr* icmp6() const { return hdr_.as<Nimnet::Icmp6Hdr>(); }
+  const Nimnet::SctpHdr* sctp() const { return hdr_.as<Nimnet::SctpHdr>(); }
+  /// Whichever of them it is.
+  const Nimnet::L4& hdr() const { return hdr_; }
 
  private:
   friend class ParsedPacket;
-  const Nimnet::TcpHdr* tcp_ = nullptr;
-  const Nimnet::UdpHdr* udp_ = nullptr;
-  const Nimnet::IcmpHdr* icmp_ = nullptr;
-  const Nimnet::Icmp6Hdr* icmp6_ = nullptr;
-  const Nimnet::SctpHdr* sctp_ = nullptr;
+  Nimnet::L4 hdr_;
 };
 
 /// The headers of a frame, read in two stages: reset() reads Ethernet and its tags, maybeDoFullParse() the
@@ -106,7 +104,7 @@ class ParsedPacket {
   void readIp6();
   void readL4(uint8_t protocol, uint32_t at, uint32_t declaredEnd);
   template <class Hdr>
-  const Hdr* readL4Hdr(uint32_t at, uint32_t declaredEnd, ParseFault whenCut);
+  Nimnet::L4 readL4Hdr(uint32_t at, uint32_t declaredEnd, ParseFault whenCut);
   void faultIs(ParseFault fault) {
     if (fault_ == ParseFault::none) fault_ = fault;
   }

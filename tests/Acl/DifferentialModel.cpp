@@ -89,6 +89,7 @@ struct L4Octets {
     if (kind == L4::icmp) {
       octets[0] = f.icmpType;
       octets[1] = f.icmpCode;
+      put(octets + 2, 2, 0xa55a);  // a checksum, which no rule asks for
       return;
     }
     put(octets, 2, f.sourcePort);
@@ -96,9 +97,12 @@ struct L4Octets {
     octets[12] = 0x50;
     octets[13] = f.flags;
   }
-  template <class Hdr>
-  const Hdr* as(L4 wanted) const {
-    return kind == wanted ? reinterpret_cast<const Hdr*>(octets) : nullptr;
+  /// `icmp`: what ICMP is called in this version of IP. What is read where there is no header decides
+  /// nothing.
+  Nimnet::L4 hdr(Nimnet::L4Kind icmp) const {
+    using Nimnet::L4Kind;
+    const L4Kind kinds[] = {L4Kind::none, L4Kind::tcp, L4Kind::udp, L4Kind::sctp, icmp};
+    return {kinds[static_cast<size_t>(kind)], octets};
   }
 };
 
@@ -258,9 +262,7 @@ struct Headers<IpRule> {
     put(ip.bytes + 16, 4, f.destination);
   }
   Acl::IpPacket packet() const {
-    return {{ip, l4.as<Nimnet::IcmpHdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
-             l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan, f.vlanKnown,
-             f.hopsKnown}};
+    return {{ip, l4.hdr(Nimnet::L4Kind::icmp), f.vlan, f.vlanKnown, f.hopsKnown}};
   }
 
   const Fields& f;
@@ -285,9 +287,7 @@ struct Headers<Ip6Rule> {
     put(fixed + 24, 16, f.destination);
   }
   Acl::Ip6Packet packet() const {
-    return {{ip, l4.as<Nimnet::Icmp6Hdr>(L4::icmp), l4.as<Nimnet::TcpHdr>(L4::tcp),
-             l4.as<Nimnet::UdpHdr>(L4::udp), l4.as<Nimnet::SctpHdr>(L4::sctp), f.vlan, f.vlanKnown,
-             f.hopsKnown}};
+    return {{ip, l4.hdr(Nimnet::L4Kind::icmp6), f.vlan, f.vlanKnown, f.hopsKnown}};
   }
 
   const Fields& f;
@@ -329,16 +329,18 @@ bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, Ip
                 Kiv::UniqueId* id) {
   const Headers<IpRule> headers(f);
   const Acl::IpPacket p = headers.packet();
-  return Acl::matchesIpAclRule(&p.ip, p.icmp, p.tcp, p.udp, p.sctp, f.vlan, list, rule, id, f.vlanKnown,
-                               f.hopsKnown);
+  return Acl::matchesIpAclRule(&p.ip, p.l4.as<Nimnet::IcmpHdr>(), p.l4.as<Nimnet::TcpHdr>(),
+                               p.l4.as<Nimnet::UdpHdr>(), p.l4.as<Nimnet::SctpHdr>(), f.vlan, list, rule, id,
+                               f.vlanKnown, f.hopsKnown);
 }
 
 bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, Ip6RuleConfig* rule,
                 Kiv::UniqueId* id) {
   const Headers<Ip6Rule> headers(f);
   const Acl::Ip6Packet p = headers.packet();
-  return Acl::matchesIp6AclRule(&p.ip, p.icmp, p.tcp, p.udp, p.sctp, f.vlan, list, rule, id, f.vlanKnown,
-                                f.hopsKnown);
+  return Acl::matchesIp6AclRule(&p.ip, p.l4.as<Nimnet::Icmp6Hdr>(), p.l4.as<Nimnet::TcpHdr>(),
+                                p.l4.as<Nimnet::UdpHdr>(), p.l4.as<Nimnet::SctpHdr>(), f.vlan, list, rule, id,
+                                f.vlanKnown, f.hopsKnown);
 }
 
 bool askMatcher(const Fields& f, const Kelp::Ptr<const Acl::AclConfig>& list, MacRuleConfig* rule,

@@ -64,7 +64,7 @@ const RuleMap<IpRuleConfig>::Entry* metFirst(const AclSubConfig& list, Nimnet::I
     ip.bytes[12 + i] = static_cast<uint8_t>(source.value >> (24 - 8 * i));
     ip.bytes[16 + i] = static_cast<uint8_t>(destination.value >> (24 - 8 * i));
   }
-  const auto packet = [&ip] { return IpPacket{{ip, nullptr, nullptr, nullptr, nullptr, 0, true, true}}; };
+  const auto packet = [&ip] { return IpPacket{{ip, {}, 0, true, true}}; };
   return firstRule(list.ipRuleById(), packet);
 }
 
