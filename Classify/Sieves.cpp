@@ -97,11 +97,28 @@ constexpr auto valuesOfFree = [] {
   return values;
 }();
 
-/// For each of the chunks, in the order of the key: how many values images allow, all images together. Asked
-/// of every image of a list for every width, which is most of the time that sieves take.
-std::vector<size_t> allowedValues(std::span<const Image> images, std::span<const Chunk> chunks) {
+/// Every so many images of a long leaf, which tell for all of them which chunks exclude the most: that is
+/// asked for every width, and would otherwise be most of the time that sieves take.
+class Sample {
+ public:
+  explicit Sample(std::span<const Image> images) : images_(images) {}
+
+  size_t size() const { return (images_.size() + step_ - 1) / step_; }
+  template <class Visit>
+  void visit(const Visit& visit) const {
+    for (size_t i = 0; i < images_.size(); i += step_) visit(images_[i]);
+  }
+
+ private:
+  static constexpr size_t enough = 512;
+  const std::span<const Image> images_;
+  const size_t step_ = images_.size() / enough + 1;
+};
+
+/// For each of the chunks, in the order of the key: how many values images allow, all images together.
+std::vector<size_t> allowedValues(const Sample& images, std::span<const Chunk> chunks) {
   std::vector<size_t> allowed(chunks.size());
-  for (const Image& image : images) {
+  images.visit([&](const Image& image) {
     const uint64_t address = ~(uint64_t{image.mask[0]} << 32 | image.mask[1]), third = ~image.mask[2];
     size_t i = 0;
     for (; i < chunks.size() && chunks[i].at < thirdAt; ++i)
@@ -112,12 +129,12 @@ std::vector<size_t> allowedValues(std::span<const Image> images, std::span<const
       const Values values = valuesOfPair(image, chunks[i]);
       allowed[i] += values.behind ? values.behind - values.first : chunks[i].values();
     }
-  }
+  });
   return allowed;
 }
 
 /// Of the chunks that are at most so wide, those that exclude the most images; in the order of the key.
-std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
+std::vector<Chunk> bestChunks(const Sample& images, uint32_t width) {
   const double worthIt = static_cast<double>(images.size()) / 64;
   const std::vector<Chunk> all = chunksUpTo(width);
   const std::vector<size_t> allowed = allowedValues(images, all);
@@ -139,7 +156,7 @@ std::vector<Chunk> bestChunks(std::span<const Image> images, uint32_t width) {
 /// The same, as wide as memory allows: wider chunks are fewer, and a look-up fetches a row for each.
 std::vector<Chunk> chunksFor(std::span<const Image> images, size_t groups, size_t bytesPerImage) {
   for (uint32_t width = widest; width > 0; --width) {
-    std::vector<Chunk> chunks = bestChunks(images, width);
+    std::vector<Chunk> chunks = bestChunks(Sample(images), width);
     size_t rows = 1;
     for (const Chunk& chunk : chunks) rows += chunk.values();
     if (groups * rows * sizeof(Row) <= images.size() * bytesPerImage) return chunks;

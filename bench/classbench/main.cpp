@@ -18,7 +18,7 @@ using namespace Bench;
 struct Options {
   std::string rules, directory, json;
   std::vector<std::string> traces;
-  std::vector<size_t> sizes{100, 1000, 10000, 100000};
+  std::vector<size_t> sizes;
   std::vector<Style> styles{std::begin(Bench::styles), std::end(Bench::styles)};
   uint64_t seeds = 1;
   size_t grow = 0;
@@ -53,8 +53,9 @@ std::vector<RuleSet> setsOf(const Options& options, Run& run) {
   if (!options.rules.empty())
     sets.push_back(readSet(options.rules, {options.traces.begin(), options.traces.end()}));
   if (options.grow > 0) sets = grown(sets, options, run);
-  if (!options.directory.empty() || !options.rules.empty()) return sets;
-  for (const size_t size : options.sizes) {
+  std::vector<size_t> sizes = options.sizes;
+  if (sizes.empty() && sets.empty()) sizes = {100, 1000, 10000, 100000};
+  for (const size_t size : sizes) {
     for (const Style style : options.styles) {
       for (uint64_t seed = run.seed; seed < run.seed + options.seeds; ++seed) {
         run.progress(fmt::format("generating {} rules of style {}, seed {}", size, nameOf(style), seed));
@@ -95,7 +96,9 @@ void addSets(CLI::App& app, Options& options, Run& run) {
   app.add_option("--trace", options.traces, "traces for it")->check(CLI::ExistingFile)->needs("--rules");
   app.add_option("--dir", options.directory, "every NAME.rules of a directory with its NAME.*trace*")
       ->check(CLI::ExistingDirectory);
-  app.add_option("--sizes", options.sizes, "rules of the generated sets, when no files are given")
+  app.add_option(
+         "--sizes", options.sizes,
+         "rules of the generated sets, beside those of files; without files 100, 1,000, 10,000 and 100,000")
       ->delimiter(',')
       ->check(CLI::Range(size_t{1}, size_t{1000000}));
   app.add_option("--styles", options.styles, "of the generated sets: acl, fw, ipc")
