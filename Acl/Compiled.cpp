@@ -96,7 +96,7 @@ void Compiled<Rule>::eraseImages(uint32_t slot, const std::vector<Classify::Imag
     ++ghosts_;
     return;
   }
-  for (const Classify::Image& image : images) forest_.erase(image);
+  forest_.erase(images);
   if (!job_) free_.push_back(slot);
 }
 

@@ -66,11 +66,11 @@ class Divider {
 
   /// Whether the leaves of cells, and the table of the cells, would take more blocks than the limit.
   bool needTooMuch(const Cells& cells) {
-    constexpr size_t cellsPerBlock = 64;
+    constexpr size_t entriesPerBlock = 64;
     const auto blocksOf = [](std::span<const uint32_t> members) {
       return (members.size() + Plane::lanes - 1) / Plane::lanes;
     };
-    size_t blocks = cells.size() / cellsPerBlock;
+    size_t blocks = cells.size() * limits_.entriesPerCell / entriesPerBlock;
     for (size_t cell = 0; cell < cells.size(); ++cell) blocks += blocksOf(cells[cell]);
     if (blocks <= limits_.maxBlocks) return false;
     // Cells with the same members share a leaf, which counts once.

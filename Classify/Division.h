@@ -29,6 +29,7 @@ struct DivisionLimits {
   size_t maxMembers = 0;        ///< in all cells together
   size_t maxCells = 0;
   size_t maxBlocks = unlimited;  ///< if each cell became a leaf; cells with the same members share one leaf
+  size_t entriesPerCell = 1;     ///< what a cell itself takes, in the table of all cells
   uint32_t maxCopies = 0;        ///< an image that is in more cells is left out of all; 0: none is left out
 };
 

@@ -149,6 +149,7 @@ double Forest::plant(Builder& builder, const Images& images, bool several) {
     }
   };
   while (several && view_.trees < mostPlanted && members.size() > fullLeaf) {
+    builder.treeIs(view_.trees);
     Division best = builder.chosen(members);
     if (!best.divides()) break;
     std::sort(best.left.begin(), best.left.end());
@@ -158,6 +159,7 @@ double Forest::plant(Builder& builder, const Images& images, bool several) {
     add(builder.node(best, {}, 0, times(share, builder.bytesLeft())));
   }
   planted(members, {});
+  builder.treeIs(view_.trees);
   if (!members.empty() || view_.trees == 0) add(builder.place(members, {}, 0, builder.bytesLeft()));
   planted_ = view_.trees;
   return steps;

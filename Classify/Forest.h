@@ -24,8 +24,8 @@ class Forest {
 
   /// Adds an image. Images of one slot are neighbours in the order.
   void insert(const Image& image, const Order& order);
-  /// Takes the images of this image's slot out of all leaves that this image belongs in.
-  void erase(const Image& image);
+  /// Takes all images of a slot out.
+  void erase(std::span<const Image> images);
 
   /// What a look-up reads. Slots are ordered by `sequences`, or by their own numbers when it is null. The
   /// projection is not set here.
@@ -58,12 +58,17 @@ class Forest {
   /// Sets the number of trees that are searched for every packet.
   void chooseAlways(const Images& images);
   /// Calls visit(place, region) for each leaf that an image belongs in. Stops when it has looked into more
-  /// than `limit` cells. Returns how many it has looked into.
+  /// than `limit` cells. Returns how many it has looked into. No first of a cell on the way stays above
+  /// `first`: with noSlot they stay as they are.
   template <class Visit>
-  size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
+  size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit, uint32_t first,
                      const Visit& visit);
   void sieveLongLeaves(size_t images);
-  void insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order);
+  /// The tree that an image is put in: the first one in which it has few copies, for packets are compared
+  /// with fewest images there and a last tree of few leaves stays as it is; strayTree if there is none.
+  uint32_t treeFor(const Image& image);
+  void insertInLeaf(uint32_t tree, uint32_t& place, const Region& region, const Image& image,
+                    const Order& order);
   void noteLostSieve(uint32_t before, uint32_t after);
   size_t treeBytes() const;
   void refreshView();

@@ -64,8 +64,9 @@ Division Forest::Builder::dividedBy(const Choice& choice, std::span<const uint32
   limits.allowed[0] = choice.allowed;
   limits.maxMembers = membersFor(inside.size(), room());
   limits.maxCells = all * 4;
-  limits.maxCopies = 32;
+  limits.maxCopies = mostCopies;
   limits.maxBlocks = blocksIn(times(share, bytesLeft()));
+  limits.entriesPerCell = entriesPerCell();
   Division division = divide(images_, inside, {}, limits);
   division.left.insert(division.left.end(), outside.begin(), outside.end());
   return division;
@@ -83,6 +84,7 @@ Forest::Builder::Made Forest::Builder::place(std::span<const uint32_t> members, 
   limits.maxMembers = membersFor(size, beside);
   limits.maxCells = size * 2 + beside;
   limits.maxBlocks = blocksIn(bytes);
+  limits.entriesPerCell = entriesPerCell();
   const Division division = divide(images_, members, region, limits);
   if (!division.divides() || !pays(size, stepsIn(static_cast<size_t>(division.meanCompany)))) {
     return leaf(members);
@@ -94,21 +96,31 @@ Forest::Builder::Made Forest::Builder::place(std::span<const uint32_t> members, 
 struct Forest::Builder::NewNode {
   const Division& division;
   uint32_t number;
-  uint32_t cells;                                    ///< where its cells begin
+  uint32_t cells, firsts;                            ///< where they begin
   double steps = 0;                                  ///< from its cells on
+  uint32_t first = noSlot;                           ///< of all its cells
   std::map<std::vector<uint32_t>, Made> known = {};  ///< cells with the same images share a leaf
 };
 
 Forest::Builder::NewNode Forest::Builder::addNode(const Division& division) {
   budget_ -= std::min(budget_, division.cells.members.size());
   for (const uint32_t member : division.shadowing) forest_.shadowing_[images_[member].slot] = true;
-  const NewNode node{division, static_cast<uint32_t>(forest_.nodes_.size()),
-                     static_cast<uint32_t>(forest_.cells_.size())};
+  const auto cells = static_cast<uint32_t>(forest_.cells_.size());
+  const auto behind = cells + static_cast<uint32_t>(division.cells.size());
+  const NewNode node{division, static_cast<uint32_t>(forest_.nodes_.size()), cells,
+                     tree_ > 0 ? behind : Node::noFirsts};
   forest_.nodes_.push_back({{division.mask[0], division.mask[1]},
-                            node.cells,
-                            static_cast<uint32_t>(std::popcount(division.mask[1]))});
-  forest_.cells_.resize(node.cells + division.cells.size());
+                            cells,
+                            static_cast<uint32_t>(std::popcount(division.mask[1])),
+                            node.firsts});
+  forest_.cells_.resize(cells + division.cells.size() * entriesPerCell());
   return node;
+}
+
+void Forest::Builder::setCell(NewNode& node, size_t cell, uint32_t place, uint32_t first) {
+  forest_.cells_[node.cells + cell] = place;
+  if (node.firsts != Node::noFirsts) forest_.cells_[node.firsts + cell] = first;
+  node.first = std::min(node.first, first);
 }
 
 template <class Make>
@@ -121,7 +133,7 @@ void Forest::Builder::fill(NewNode& node, size_t cell, const Make& make) {
     forest_.leaves_.share(at->second.place);
   }
   const Made made = at->second;
-  forest_.cells_[node.cells + cell] = made.place;
+  setCell(node, cell, made.place, made.first);
   node.steps += made.steps * node.division.packets[cell];
   // A node is not shared: it divides its images by the packets that come there, which differ.
   if (!(made.place & leafBit)) node.known.erase(at);
@@ -136,7 +148,7 @@ Forest::Builder::Large Forest::Builder::fillSmallCells(NewNode& node) {
       large.members += inside.size();
       large.packets += division.packets[cell];
     } else if (inside.empty()) {
-      forest_.cells_[node.cells + cell] = Leaves::empty;
+      setCell(node, cell, Leaves::empty, noSlot);
     } else {
       fill(node, cell, [&] { return leaf(inside); });
     }
@@ -161,14 +173,18 @@ Forest::Builder::Made Forest::Builder::node(const Division& division, const Regi
     large.members -= inside.size();
   }
   constexpr double stepsOfANode = 4;
-  return {node.number, stepsOfANode + node.steps};
+  return {node.number, stepsOfANode + node.steps, node.first};
 }
 
 Forest::Builder::Made Forest::Builder::leaf(std::span<const uint32_t> members) {
   chosen_.clear();
-  for (const uint32_t member : members) chosen_.push_back(images_[member]);
+  uint32_t first = noSlot;
+  for (const uint32_t member : members) {
+    chosen_.push_back(images_[member]);
+    first = std::min(first, chosen_.back().slot);
+  }
   forest_.bounded_ = forest_.bounded_ || members.size() > Leaves::longLeaf;
-  return {forest_.leaves_.make(chosen_), stepsIn(members.size())};
+  return {forest_.leaves_.make(chosen_), stepsIn(members.size()), first};
 }
 
 }  // namespace Classify

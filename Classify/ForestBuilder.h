@@ -18,6 +18,7 @@ struct Plenty {
 };
 constexpr Plenty ofFew = {24, 4, 24}, ofMany = {3.75, 0.125, 12};
 
+constexpr uint32_t mostCopies = 32;            ///< an image with more in a tree goes on to the next one
 constexpr size_t fullLeaf = 4 * Plane::lanes;  ///< a leaf with more images is divided, if that helps
 constexpr size_t bytesPerImage = 230;          ///< of trees; sieves come beside
 
@@ -62,11 +63,15 @@ class Forest::Builder {
   /// the one address only, and so has few copies of them.
   Division chosen(std::span<const uint32_t> members) const;
 
-  /// A place, and the cost of a look-up from there on.
+  /// A place, the cost of a look-up from there on, and the lowest slot of the images there.
   struct Made {
     uint32_t place;
     double steps;
+    uint32_t first;
   };
+
+  /// For which of the trees nodes are made from now on.
+  void treeIs(uint32_t tree) { tree_ = tree; }
 
   /// Makes a leaf for images, or a node with all that is below it; all leaves together should take `bytes`.
   Made place(std::span<const uint32_t> members, const Region& region, int depth, size_t bytes);
@@ -96,7 +101,10 @@ class Forest::Builder {
   Division dividedBy(const Choice& choice, std::span<const uint32_t> inside,
                      std::span<const uint32_t> outside) const;
 
+  /// Of the table of cells: one for the place, and one for the first if there is one.
+  size_t entriesPerCell() const { return tree_ > 0 ? 2 : 1; }
   NewNode addNode(const Division& division);
+  void setCell(NewNode& node, size_t cell, uint32_t place, uint32_t first);
   /// Makes leaves for the cells that are small enough, and tells of the others.
   Large fillSmallCells(NewNode& node);
   template <class Make>
@@ -107,6 +115,7 @@ class Forest::Builder {
   const Plenty plenty_;
   const size_t bytes_;
   size_t budget_;  // of members that may still be made
+  uint32_t tree_ = 0;
   std::vector<Image> chosen_;
 };
 

@@ -1,5 +1,6 @@
 #include <Classify/ForestBuilder.h>
 
+#include <bit>
 #include <numeric>
 
 namespace Classify {
@@ -11,13 +12,15 @@ constexpr size_t manyLeaves = 64;               // so many leaves an image is ad
 constexpr size_t unlimited = ~size_t{0};
 
 __extension__ using Bits128 = unsigned __int128;
+void lower(uint32_t& first, uint32_t slot) { first = std::min(first, slot); }
+
 Bits128 both(uint64_t upper, uint64_t lower) { return Bits128{upper} << 64 | lower; }
 
 }  // namespace
 
 template <class Visit>
 size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
-                           const Visit& visit) {
+                           uint32_t first, const Visit& visit) {
   Overlap lies;
   const Ternary bits = ternaryIn(region, image, &lies);
   if (lies == Overlap::none) return 1;
@@ -44,10 +47,23 @@ size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& i
       inner.value[word] = region.value[word] | (bits.value[word] & node.mask[word]) | words[word];
     }
     uint32_t inside = cells_[node.cells + (fixed | some)];  // a copy, for a visit may make cells
-    visited += visitLeaves(&inside, inner, image, limit - std::min(limit, visited), visit);
+    visited += visitLeaves(&inside, inner, image, limit - std::min(limit, visited), first, visit);
     cells_[node.cells + (fixed | some)] = inside;
+    if (node.firsts != Node::noFirsts) lower(cells_[node.firsts + (fixed | some)], first);
     if (visited > limit || some == 0) return visited;
   }
+}
+
+uint32_t Forest::treeFor(const Image& image) {
+  uint32_t best = strayTree;
+  size_t fewest = manyLeaves;
+  for (uint32_t tree = 0; tree < planted_; ++tree) {
+    const size_t leaves =
+        visitLeaves(&view_.roots[tree], {}, image, fewest, noSlot, [](uint32_t&, const Region&) {});
+    if (leaves <= mostCopies) return tree;
+    if (leaves < fewest || (leaves == fewest && best == strayTree)) best = tree, fewest = leaves;
+  }
+  return best;
 }
 
 void Forest::insert(const Image& image, const Order& order) {
@@ -55,27 +71,24 @@ void Forest::insert(const Image& image, const Order& order) {
     shadowing_.resize(image.slot + 1);
     plantedIn_.resize(image.slot + 1);
   }
-  uint32_t best = strayTree;
-  size_t fewest = manyLeaves;
-  for (uint32_t tree = 0; tree < planted_; ++tree) {
-    const size_t leaves = visitLeaves(&view_.roots[tree], {}, image, fewest, [](uint32_t&, const Region&) {});
-    if (leaves < fewest || (leaves == fewest && best == strayTree)) best = tree, fewest = leaves;
-  }
-  if (best == strayTree) {
+  const uint32_t tree = treeFor(image);
+  if (tree == strayTree) {
     ++strays_;
     while (view_.trees <= strayTree) view_.roots[view_.trees++] = Leaves::empty;
   }
-  noteIn(best, image.slot, order.sequence(order.context, image.slot));
-  visitLeaves(&view_.roots[best], {}, image, unlimited,
-              [&](uint32_t& place, const Region& region) { insertInLeaf(place, region, image, order); });
+  noteIn(tree, image.slot, order.sequence(order.context, image.slot));
+  visitLeaves(
+      &view_.roots[tree], {}, image, unlimited, image.slot,
+      [&](uint32_t& place, const Region& region) { insertInLeaf(tree, place, region, image, order); });
   refreshView();
 }
 
-void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& image, const Order& order) {
+void Forest::insertInLeaf(uint32_t tree, uint32_t& place, const Region& region, const Image& image,
+                          const Order& order) {
   const uint32_t before = place;
   place = leaves_.insert(place, image, order);
   noteLostSieve(before, place);
-  if (view_.trees > strayTree && &place == &view_.roots[strayTree]) return;
+  if (tree == strayTree) return;
   const size_t size = leaves_.size(place);
   if (size > Leaves::longLeaf) ++strays_;
   if (size <= grownLeaf || size > Leaves::longLeaf || size % Plane::lanes != 1) return;
@@ -85,7 +98,10 @@ void Forest::insertInLeaf(uint32_t& place, const Region& region, const Image& im
   std::iota(members.begin(), members.end(), 0);
   const uint32_t old = place;
   const size_t bytes = size * bytesPerImage;
-  place = Builder(*this, Images(images), ofMany, bytes).place(members, region, 4, bytes).place;
+  const Images prepared(images);
+  Builder builder(*this, prepared, ofMany, bytes);
+  builder.treeIs(tree);
+  place = builder.place(members, region, 4, bytes).place;
   leaves_.drop(old);
 }
 
@@ -93,16 +109,18 @@ void Forest::noteLostSieve(uint32_t before, uint32_t after) {
   if (before & ~after & sieveBit) strays_ += leaves_.size(after) / Plane::lanes;
 }
 
-void Forest::erase(const Image& image) {
-  const uint32_t trees = plantedIn_[image.slot];
-  for (uint32_t tree = 0; tree < view_.trees; ++tree) {
-    if (!(trees >> tree & 1)) continue;
-    visitLeaves(&view_.roots[tree], {}, image, unlimited, [&](uint32_t& place, const Region&) {
-      const uint32_t before = place;
-      place = leaves_.erase(place, image.slot);
-      noteLostSieve(before, place);
-    });
+void Forest::erase(std::span<const Image> images) {
+  for (const Image& image : images) {
+    for (uint32_t trees = plantedIn_[image.slot]; trees != 0; trees &= trees - 1) {
+      uint32_t& root = view_.roots[std::countr_zero(trees)];
+      visitLeaves(&root, {}, image, unlimited, noSlot, [&](uint32_t& place, const Region&) {
+        const uint32_t before = place;
+        place = leaves_.erase(place, image.slot);
+        noteLostSieve(before, place);
+      });
+    }
   }
+  for (const Image& image : images) plantedIn_[image.slot] = 0;
   refreshView();
 }
 

@@ -66,6 +66,10 @@ struct Node {
   uint64_t mask[2];  ///< the bits of Key::bits
   uint32_t cells;    ///< where its cells begin
   uint32_t shift;    ///< the number of bits of mask[1], which are the lower ones of the cell's number
+  /// Where the firsts of its cells begin, in the same array; noFirsts in the first tree, where nobody asks.
+  /// A cell's first is a slot: no image below the cell has a lower one. Of an empty cell it is noSlot.
+  uint32_t firsts;
+  static constexpr uint32_t noFirsts = 0;
 };
 
 /// A cell contains a place: the number of a node; or leafBit and the number of a leaf's first plane; or both

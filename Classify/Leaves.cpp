@@ -52,43 +52,106 @@ void Leaves::drop(uint32_t leaf) {
   free_[count].push_back(leaf);
 }
 
-std::vector<Image> Leaves::images(uint32_t leaf) const {
-  leaf = plain(leaf);
-  std::vector<Image> images(size(leaf));
+template <class Visit>
+void Leaves::eachImage(uint32_t leaf, const Visit& visit) const {
   const Plane* block = planes_.data() + (leaf & ~leafBit);
-  for (uint32_t i = 0; i < images.size(); ++i) {
-    images[i] = read(block + i / Plane::lanes * planesPerBlock_, i % Plane::lanes);
+  for (uint32_t at = 0;; at += Plane::lanes, block += planesPerBlock_) {
+    const uint32_t* lanes = block[slotPlane].lane;
+    for (uint32_t number = 0; number < Plane::lanes; ++number) {
+      if ((lanes[number] & slotMask) != noSlot) visit(at + number, block, number);
+    }
+    if (!(lanes[0] & moreBlocks)) return;
   }
+}
+
+uint32_t Leaves::size(uint32_t leaf) const {
+  uint32_t count = 0;
+  eachImage(plain(leaf), [&count](uint32_t, const Plane*, uint32_t) { ++count; });
+  return count;
+}
+
+std::vector<Image> Leaves::images(uint32_t leaf) const {
+  std::vector<Image> images;
+  eachImage(plain(leaf), [this, &images](uint32_t, const Plane* block, uint32_t number) {
+    images.push_back(read(block, number));
+  });
   return images;
+}
+
+void Leaves::readLanes(uint32_t leaf) {
+  used_.clear();
+  eachImage(leaf, [this](uint32_t at, const Plane*, uint32_t) { used_.push_back(at); });
 }
 
 uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
   leaf = plain(leaf);
-  const uint32_t count = size(leaf);
-  uint32_t at = 0;
-  while (at < count && !order(image.slot, slotAt(leaf, at))) ++at;
-  if (count % Plane::lanes == 0 || sharers(leaf) > 0) leaf = copyOf(leaf, count, count + 1);
-  for (uint32_t i = count; i > at; --i) copy(lane(leaf, i), lane(leaf, i - 1));
-  write(lane(leaf, at), image);
+  if (leaf == empty) return makeBlocks({&image, 1});
+  readLanes(leaf);
+  // Where numbers are equal the order may be known of some pairs only: there each is asked about, from the
+  // front.
+  const uint32_t sequence = order.sequence(order.context, image.slot);
+  auto next = std::partition_point(used_.begin(), used_.end(), [&](uint32_t at) {
+    return order.sequence(order.context, slotAt(leaf, at)) < sequence;
+  });
+  while (next != used_.end() && !order(image.slot, slotAt(leaf, *next))) ++next;
+  leaf = own(leaf, static_cast<uint32_t>(used_.size()) + 1);
+  write(makeFree(leaf, static_cast<size_t>(next - used_.begin())), image);
   return leaf;
 }
 
-uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
-  const uint32_t count = size(leaf), blocks = plain(leaf);
-  uint32_t kept = 0;
-  while (kept < count && slotAt(blocks, kept) != slot) ++kept;
-  if (kept == count) return leaf;
-  leaf = sharers(blocks) > 0 ? copyOf(blocks, count, count) : blocks;
-  for (uint32_t i = kept + 1; i < count; ++i) {
-    if (slotAt(leaf, i) != slot) copy(lane(leaf, kept++), lane(leaf, i));
+Leaves::Lane Leaves::makeFree(uint32_t leaf, size_t next) {
+  const size_t count = used_.size();
+  const uint32_t from = next > 0 ? used_[next - 1] + 1 : 0, to = next < count ? used_[next] : from;
+  if (from < to) return lane(leaf, from);
+  // The images side by side with the new one's place are those from `begin` up to `end`.
+  uint32_t begin = from, end = to;
+  for (size_t i = next; i > 0 && used_[i - 1] + 1 == begin; --i) --begin;
+  for (size_t i = next; i < count && used_[i] == end; ++i) ++end;
+  const bool upwards = end < blocksOf(leaf) * Plane::lanes && (begin == 0 || end - to <= from - begin);
+  if (upwards) {
+    for (uint32_t i = end; i > to; --i) copy(lane(leaf, i), lane(leaf, i - 1));
+    return lane(leaf, to);
   }
-  for (uint32_t i = kept; i < count; ++i) write(lane(leaf, i), nothing);
-  if (kept == 0) {
+  for (uint32_t i = begin; i < from; ++i) copy(lane(leaf, i - 1), lane(leaf, i));
+  return lane(leaf, from - 1);
+}
+
+uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
+  const uint32_t before = leaf;
+  leaf = plain(leaf);
+  readLanes(leaf);
+  const auto isGone = [&](uint32_t at) { return slotAt(leaf, at) == slot; };
+  if (std::none_of(used_.begin(), used_.end(), isGone)) return before;
+  leaf = own(leaf, 0);
+  size_t kept = 0;
+  for (const uint32_t at : used_) {
+    if (isGone(at)) {
+      vacate(lane(leaf, at));
+    } else {
+      used_[kept++] = at;
+    }
+  }
+  used_.resize(kept);
+  if (used_.empty()) {
     drop(leaf);
     return empty;
   }
+  const auto count = static_cast<uint32_t>(used_.size());
+  if (blocksFor(count) == blocksOf(leaf)) {
+    if (used_.front() > 0) move(leaf, 0, used_.front());
+    return leaf;
+  }
   // All blocks of the old leaf are given back together, so that a later leaf can take them side by side.
-  return blocksFor(kept) == blocksFor(count) ? leaf : copyOf(leaf, kept, kept);
+  for (uint32_t i = 0; i < count; ++i) {
+    if (used_[i] > i) move(leaf, i, used_[i]);
+  }
+  return copyOf(leaf, count, count);
+}
+
+uint32_t Leaves::own(uint32_t leaf, uint32_t room) {
+  const uint32_t lanes = blocksOf(leaf) * Plane::lanes;
+  if (sharers(leaf) == 0 && room <= lanes) return leaf;
+  return copyOf(leaf, lanes, std::max(room, lanes));
 }
 
 uint32_t Leaves::copyOf(uint32_t leaf, uint32_t count, uint32_t room) {
@@ -101,7 +164,8 @@ uint32_t Leaves::copyOf(uint32_t leaf, uint32_t count, uint32_t room) {
 }
 
 size_t Leaves::bytes() const {
-  size_t bytes = planes_.size() * sizeof(Plane) + sieves_.bytes() + sharers_.size() * sizeof(uint32_t);
+  size_t bytes = planes_.size() * sizeof(Plane) + sieves_.bytes() +
+                 (sharers_.size() + used_.capacity()) * sizeof(uint32_t);
   for (const auto& leaves : free_) bytes += leaves.capacity() * sizeof(uint32_t);
   return bytes;
 }
@@ -120,15 +184,6 @@ uint32_t Leaves::blocksOf(uint32_t leaf) const {
   uint32_t count = 1;
   for (; block[slotPlane].lane[0] & moreBlocks; block += planesPerBlock_) ++count;
   return count;
-}
-
-uint32_t Leaves::size(uint32_t leaf) const {
-  leaf = plain(leaf);
-  const uint32_t blocks = blocksOf(leaf);
-  const Plane* last = planes_.data() + (leaf & ~leafBit) + (blocks - 1) * planesPerBlock_;
-  uint32_t lanes = 0;
-  while (lanes < Plane::lanes && (last[slotPlane].lane[lanes] & slotMask) != noSlot) ++lanes;
-  return (blocks - 1) * Plane::lanes + lanes;
 }
 
 uint32_t Leaves::makeBlocks(std::span<const Image> images) {
@@ -170,6 +225,18 @@ void Leaves::write(Lane to, const Image& image) {
   uint32_t& slot = to.block[slotPlane].lane[to.number];
   slot = (slot & moreBlocks) | image.slot | (image.exact ? 0 : inexactLane);
   if (planesPerBlock_ == wideBlock) to.block[quadLeast].lane[to.number] = image.quad;
+}
+
+void Leaves::vacate(Lane lane) {
+  lane.block[pairLow].lane[lane.number] = nothing.pairLow;
+  lane.block[pairHigh].lane[lane.number] = nothing.pairHigh;
+  uint32_t& slot = lane.block[slotPlane].lane[lane.number];
+  slot = (slot & moreBlocks) | nothing.slot;
+}
+
+void Leaves::move(uint32_t leaf, uint32_t to, uint32_t from) {
+  copy(lane(leaf, to), lane(leaf, from));
+  vacate(lane(leaf, from));
 }
 
 void Leaves::copy(Lane to, Lane from) {

@@ -19,9 +19,10 @@ struct Order {
 };
 
 /// The leaves of a forest. A leaf has its images in the order of trial, eight in a block, and its blocks one
-/// behind the other. Several cells may share a leaf; a change for one of these cells makes a new leaf for it.
-/// A leaf is named by its place, as Form.h defines places. A long leaf gets a sieve, and loses it when it is
-/// changed.
+/// behind the other, no more of them than it needs. Changes may leave lanes unused between images, but never
+/// the first lane, which tells what comes first in the leaf. Several cells may share a leaf; a change for one
+/// of these cells makes a new leaf for it. A leaf is named by its place, as Form.h defines places. A long
+/// leaf gets a sieve, and loses it when it is changed.
 class Leaves {
  public:
   /// Removes everything. `wide`: whether blocks hold the quad.
@@ -63,6 +64,16 @@ class Leaves {
   uint32_t plain(uint32_t leaf) const;
   Lane lane(uint32_t leaf, uint32_t at);
   uint32_t slotAt(uint32_t leaf, uint32_t at);
+  /// Calls visit(lane, block, number in the block) for each lane that has an image.
+  template <class Visit>
+  void eachImage(uint32_t leaf, const Visit& visit) const;
+  /// Sets `used_` to the numbers of the lanes that have images.
+  void readLanes(uint32_t leaf);
+  /// A lane for a new image, in front of used_[next]. As few others as may be move for it; the leaf has an
+  /// unused lane.
+  Lane makeFree(uint32_t leaf, size_t next);
+  /// The same leaf if nobody shares it and it has room for so many images, or a copy.
+  uint32_t own(uint32_t leaf, uint32_t room);
   uint32_t& sharers(uint32_t leaf) { return sharers_[(leaf & ~leafBit) / planesPerBlock_]; }
   static uint32_t blocksFor(uint32_t images) {
     return std::max(1u, (images + Plane::lanes - 1) / Plane::lanes);
@@ -78,6 +89,9 @@ class Leaves {
   /// no packet matches, and each block leads to the next.
   void finish(uint32_t leaf, uint32_t count, uint32_t blocks);
   void write(Lane to, const Image& image);
+  /// Makes a lane unused.
+  void vacate(Lane lane);
+  void move(uint32_t leaf, uint32_t to, uint32_t from);
   void copy(Lane to, Lane from);
   Image read(const Plane* block, uint32_t number) const;
 
@@ -86,6 +100,7 @@ class Leaves {
   Sieves sieves_;
   std::vector<uint32_t> sharers_;            // by first block: how many cells lead there, less one
   std::vector<std::vector<uint32_t>> free_;  // leaves that were dropped, by their number of blocks
+  std::vector<uint32_t> used_;               // of the leaf that is being read or changed
 };
 
 }  // namespace Classify

@@ -74,7 +74,7 @@ TEST(Forest, CellsShareALongLeafWithItsSieveUntilOneOfThemChanges) {
       const Image gone = at->second;
       if (forest.shadows(gone.slot)) continue;
       list.images.erase(at);
-      forest.erase(gone);
+      forest.erase({&gone, 1});
       if (change % 10 == 0) expectAgreement(forest, list, world, 100, fmt::format("seed {}, changed", seed));
     }
   }
@@ -108,7 +108,7 @@ TEST(Forest, SievesLongLeavesAndFindsInThemWhatIsThere) {
 
     const Image gone = list.images[size / 2];
     list.images.erase(size / 2);
-    forest.erase(gone);
+    forest.erase({&gone, 1});
     EXPECT_FALSE(sieved()) << size;
     EXPECT_EQ(forest.strays() > 0, size > 160) << "whoever has changed the forest is told: " << size;
     expectAgreement(forest, list, world, 200, fmt::format("{} images but one", size));

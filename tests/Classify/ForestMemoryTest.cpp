@@ -37,7 +37,7 @@ TEST(Forest, TakesNotMuchMoreMemoryThroughChanges) {
   EXPECT_LT(before, 161u * 256);
   for (uint32_t change = 0; change < 1000; ++change) {
     const Image& image = list.images[change % 161];
-    forest.erase(image);
+    forest.erase({&image, 1});
     forest.insert(image, list.order());
   }
   EXPECT_LT(forest.bytes(), 2 * before + 65536 + 4096);
@@ -60,7 +60,7 @@ TEST(Forest, DividesNoLeavesOnceItHasGrownTooLarge) {
   for (uint32_t change = 0; change < 6000; ++change) {
     const Image& image = list.images[change % size];
     if (forest.shadows(image.slot)) continue;
-    forest.erase(image);
+    forest.erase({&image, 1});
     forest.insert(image, list.order());
   }
   EXPECT_LT(forest.bytes(), 5 * before);

@@ -29,7 +29,7 @@ TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
     forest.insert(image, list.order());
   }
   for (const Image& image : images) EXPECT_EQ(found(image), 3000u);
-  for (const Image& image : images) forest.erase(image);
+  forest.erase(images);
   for (const Image& image : images) EXPECT_EQ(found(image), noSlot);
 }
 
