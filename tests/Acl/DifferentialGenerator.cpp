@@ -156,8 +156,10 @@ void Generator<Rule>::baseOf(Acl::IpFilterBase& f) {
       someVlan(f.vlan);
       break;
     case 1:
-      f.icmpTypeNamed = true, f.icmpType = static_cast<uint8_t>(dice_.below(4));
-      if (dice_.once(2)) f.icmpCodeNamed = true, f.icmpCode = static_cast<uint8_t>(dice_.below(3));
+      f.icmpTypeNamed = !dice_.once(4);
+      if (f.icmpTypeNamed) f.icmpType = static_cast<uint8_t>(dice_.below(4));
+      if (!f.icmpTypeNamed || dice_.once(2))
+        f.icmpCodeNamed = true, f.icmpCode = static_cast<uint8_t>(dice_.below(3));
       break;
     case 2:
       f.established = true;

@@ -123,6 +123,8 @@ TEST(MatchIp, IcmpMessages) {
        true},
       {"another code", [](F& f) { f.icmpTypeNamed = f.icmpCodeNamed = true, f.icmpType = 3, f.icmpCode = 4; },
        icmp(3, 3), false},
+      {"a code of any type", [](F& f) { f.icmpCodeNamed = true, f.icmpCode = 4; }, icmp(3, 4), true},
+      {"another one", [](F& f) { f.icmpCodeNamed = true, f.icmpCode = 4; }, icmp(4, 3), false},
       {"any code", [](F& f) { f.icmpTypeNamed = true, f.icmpType = 3; }, icmp(3, 4), true},
       {"TCP is no ICMP message", [](F& f) { f.icmpTypeNamed = true; }, tcp(0, 0), false},
       {"ICMPv6 inside IPv4 has no message", [](F& f) { f.icmpTypeNamed = true, f.icmpType = 128; },
