@@ -1,6 +1,7 @@
 #include <Kelp/Assert.h>
 #include <Zeb/System.h>
 #include <agent/core/EventLoop.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@ constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() /
 EventLoop::EventLoop(const Kiv::Clock& clock, const Kiv::Clock& wall)
     : clock_(clock), wall_(wall), tasks_(clock, turnBudget), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
   KELP_ASSERT(epoll_ >= 0, "an epoll descriptor can be had");
+  asleep_.push_back({epoll_, POLLIN, 0});
   clocksAre();
   Zeb::System::clockIs(&turnWall_);
 }
@@ -59,6 +61,20 @@ void EventLoop::fdIs(int fd, uint32_t events, Handler handler) {
 
 void EventLoop::fdDel(int fd) {
   if (watched_.erase(fd) != 0) epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
+}
+
+void EventLoop::wakerIs(int fd, std::function<void()> failed) {
+  wakerDel(fd);
+  wakers_.push_back(std::make_shared<const Waker>(Waker{fd, std::move(failed)}));
+  asleep_.push_back({fd, POLLIN, 0});
+}
+
+void EventLoop::wakerDel(int fd) {
+  for (size_t i = wakers_.size(); i > 0; --i) {
+    if (wakers_[i - 1]->fd != fd) continue;
+    wakers_.erase(wakers_.begin() + static_cast<ptrdiff_t>(i - 1));
+    asleep_.erase(asleep_.begin() + static_cast<ptrdiff_t>(i));
+  }
 }
 
 void EventLoop::pollerIs(Poller* poller) { pollers_.push_back(poller); }
@@ -94,12 +110,13 @@ Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   double wait = maxWaitMs < 0 ? longestWait : std::min(maxWaitMs / 1e3, longestWait);
   if (const auto due = tasks_.timeUntilDue()) wait = std::min(wait, std::max(0.0, due->seconds()));
   wait = std::min(wait, pause_.next(turnClock_.now(), !mayHaveMore_, Kelp::Duration(longestWait)).seconds());
-  const timespec timeout = timespecOf(wait);
+  if (wait > 0) sleep(wait);
   epoll_event events[eventsATurn];
-  const int count = epoll_pwait2(epoll_, events, eventsATurn, &timeout, nullptr);
+  const int count = epoll_wait(epoll_, events, eventsATurn, 0);
   KELP_ASSERT(count >= 0 || errno == EINTR, "descriptors can be waited for");
   clocksAre();
   tasks_.turnBegin();
+  if (wait > 0) tellWakers();
   for (int i = 0; i < count; ++i) {
     const auto at = watched_.find(static_cast<int>(static_cast<uint32_t>(events[i].data.u64)));
     if (at == watched_.end() || at->second.generation != events[i].data.u64 >> 32) continue;
@@ -109,6 +126,25 @@ Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   if (count <= 0) return Kelp::Duration();
   Rix::Gen::zebDoZombieReactors();
   return tasks_.age();
+}
+
+void EventLoop::sleep(double wait) {
+  const timespec timeout = timespecOf(wait);
+  const int count = ppoll(asleep_.data(), asleep_.size(), &timeout, nullptr);
+  KELP_ASSERT(count >= 0 || errno == EINTR, "descriptors can be waited for");
+  if (count < 0) {
+    for (pollfd& each : asleep_) each.revents = 0;
+  }
+}
+
+void EventLoop::tellWakers() {
+  // By index: one that is told may take away any.
+  for (size_t i = 1; i < asleep_.size(); ++i) {
+    if ((asleep_[i].revents & ~POLLIN) == 0) continue;
+    asleep_[i].revents = 0;
+    const auto waker = wakers_[i - 1];
+    waker->failed();
+  }
 }
 
 void EventLoop::pollAll() {

@@ -4,6 +4,7 @@
 #include <agent/core/IdlePause.h>
 #include <agent/core/Reserve.h>
 #include <agent/core/TaskLoop.h>
+#include <poll.h>
 
 #include <cstdint>
 #include <functional>
@@ -61,6 +62,12 @@ class EventLoop {
   void fdIs(int fd, uint32_t events, Handler handler);
   void fdDel(int fd);
 
+  /// While `fd` can be read the loop does not sleep. It is asked about only when the loop is about to: of
+  /// what fdIs() names the kernel takes note with every packet, at the cost of who sends it. So this is for
+  /// descriptors whose packets pollers take. `failed` is called when it has an error. Not owned.
+  void wakerIs(int fd, std::function<void()> failed);
+  void wakerDel(int fd);
+
   /// Pollers are asked one after the other, in the order in which they were added, and again when one of them
   /// may have more. They are not owned.
   void pollerIs(Poller* poller);
@@ -94,8 +101,18 @@ class EventLoop {
     uint32_t generation;  ///< tells an event of a closed descriptor from one of the next with that number
   };
 
+  /// What wakes the loop from its sleep.
+  struct Waker {
+    int fd;
+    std::function<void()> failed;
+  };
+
   /// Waits for events and calls their handlers. Returns how long the handlers took.
   Kelp::Duration dispatch(int maxWaitMs);
+  /// Sleeps until there is an event, or a waker can be read, and for `wait` seconds at most.
+  void sleep(double wait);
+  /// Tells the wakers that had an error when the loop slept.
+  void tellWakers();
   void pollAll();
   void clocksAre();
   /// A turn is over, in which pollers were asked from `asked` to `answered`.
@@ -113,6 +130,8 @@ class EventLoop {
   uint32_t generation_ = 0;
   std::map<int, Watched> watched_;
   std::vector<Poller*> pollers_;
+  std::vector<std::shared_ptr<const Waker>> wakers_;
+  std::vector<pollfd> asleep_;  // epoll_, then wakers_; revents are those of the last sleep
   LoopTimes times_;
   IdlePause pause_;
 };

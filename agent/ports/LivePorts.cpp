@@ -32,7 +32,7 @@ LivePorts::~LivePorts() {
   for (const auto& member : members_) {
     member->port->port().sink = nullptr;
     loop_.pollerDel(member.get());
-    if (member->watched >= 0) loop_.fdDel(member->watched);
+    if (member->watched >= 0) loop_.wakerDel(member->watched);
   }
 }
 
@@ -175,16 +175,13 @@ void LivePorts::update(Member& member) {
   LivePort& port = *member.port;
   forwarder_.portUpIs(port.port(), port.state().up);
   tellState(member);
-  if (member.watched >= 0) loop_.fdDel(member.watched);
+  if (member.watched >= 0) loop_.wakerDel(member.watched);
   member.watched = port.by().fd();
   loop_.pause().silentIs(std::any_of(members_.begin(), members_.end(), [](const auto& each) {
     return each->port->isOpen() && each->port->by().isSilent();
   }));
   if (member.watched < 0) return;
-  // This only wakes the loop: the frames are taken when the port is polled in the same turn.
-  loop_.fdIs(member.watched, EPOLLIN, [&port](uint32_t events) {
-    if ((events & EPOLLERR) != 0) port.by().clearError();
-  });
+  loop_.wakerIs(member.watched, [&port] { port.by().clearError(); });
 }
 
 void LivePorts::tellState(Member& member) {

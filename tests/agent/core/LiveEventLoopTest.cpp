@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -67,6 +68,51 @@ TEST_F(EventLoopTest, AHandlerIsCalledWhileItsDescriptorIsReadable) {
   bell.silence();
   loop_.turn(0);
   EXPECT_EQ(calls, 2);
+}
+
+TEST_F(EventLoopTest, DoesNotSleepWhileAWakerIsReadable) {
+  constexpr int tooLong = 20000;  // milliseconds
+  CountingPoller poller;
+  loop_.pollerIs(&poller);
+  loop_.turn(0);
+  Bell bell;
+  bell.ring();
+  loop_.wakerIs(bell.fd(), [] { ADD_FAILURE() << "it has no error"; });
+  const Kelp::Duration before = Kiv::steadyClock().now();
+  loop_.turn(tooLong);
+  EXPECT_LT((Kiv::steadyClock().now() - before).seconds(), tooLong / 2e3);
+  EXPECT_EQ(poller.polls, 2);
+  loop_.wakerDel(bell.fd());
+}
+
+TEST_F(EventLoopTest, AWakerIsToldOfItsErrorWhenTheLoopHasSlept) {
+  CountingPoller poller;
+  loop_.pollerIs(&poller);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const Descriptor writeEnd(ends[1]);
+  Descriptor(ends[0]).reset();  // so the other one has an error
+  int told = 0, others = 0;
+  Bell bell;
+  bell.ring();
+  loop_.fdIs(bell.fd(), EPOLLIN, [&](uint32_t) { ++others; });
+  loop_.wakerIs(writeEnd.get(), [&] { ADD_FAILURE() << "replaced"; });
+  loop_.wakerIs(writeEnd.get(), [&] { ++told; });
+  poller.left = EventLoop::burstsATurn + 2;  // for two turns
+  loop_.turn(1000);
+  loop_.turn(1000);
+  EXPECT_EQ(told, 0) << "there were packets: the loop has not slept";
+  loop_.turn(1000);
+  loop_.turn(1000);
+  EXPECT_EQ(told, 2);
+  EXPECT_EQ(others, 4) << "handlers are called in every turn";
+  loop_.wakerIs(writeEnd.get(), [&] {
+    ++told;
+    loop_.wakerDel(writeEnd.get());
+  });
+  loop_.turn(1000);
+  loop_.turn(1000);
+  EXPECT_EQ(told, 3);
 }
 
 TEST_F(EventLoopTest, TellsWhatItsTimeWentInto) {
