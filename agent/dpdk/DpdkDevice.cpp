@@ -51,16 +51,16 @@ std::unique_ptr<PortDevice> DpdkDevice::of(const PortWhat& what, const PortSetup
     }
     queues = static_cast<uint16_t>(number);
   }
-  if (auto failed = Dpdk::begin(setup.dpdkArguments)) {
-    wrong = *failed;
-    return nullptr;
-  }
   auto [name, arguments] = split(what.device);
-  return std::make_unique<DpdkDevice>(std::move(name), std::move(arguments), queues);
+  return std::make_unique<DpdkDevice>(std::move(name), std::move(arguments), queues, setup.dpdkArguments);
 }
 
-DpdkDevice::DpdkDevice(std::string name, std::string arguments, uint16_t queues)
-    : name_(std::move(name)), arguments_(std::move(arguments)), queues_(queues), received_{} {}
+DpdkDevice::DpdkDevice(std::string name, std::string arguments, uint16_t queues, std::string environment)
+    : name_(std::move(name)),
+      arguments_(std::move(arguments)),
+      environment_(std::move(environment)),
+      queues_(queues),
+      received_{} {}
 
 // The pool stays: frames of it may wait in the queues of other devices.
 DpdkDevice::~DpdkDevice() { detach(); }
@@ -70,13 +70,15 @@ std::optional<std::string> DpdkDevice::failed(std::string_view doing, int error)
 }
 
 std::optional<std::string> DpdkDevice::make() {
-  if (pool_) return std::nullopt;  // look() goes on to look for the device
+  // look() goes on to look for the device. Until it is there this is what keeps the port closed.
+  if (pool_) return known_ ? std::nullopt : missing_;
+  if (auto failed = Dpdk::begin(environment_)) return failed;
   const std::string pool =
       fmt::format("velo-{}", static_cast<const void*>(this)).substr(0, RTE_MEMPOOL_NAMESIZE - 1);
   pool_ = rte_pktmbuf_pool_create(pool.c_str(), buffersAQueue * queues_ - 1, cachedBuffers, 0,
                                   RTE_MBUF_DEFAULT_BUF_SIZE, SOCKET_ID_ANY);
   if (!pool_) return failed("no memory for frames (-m of --dpdk-args has it larger)", rte_errno);
-  return find();
+  return missing_ = find();
 }
 
 std::optional<std::string> DpdkDevice::find() {
@@ -97,7 +99,7 @@ std::optional<std::string> DpdkDevice::find() {
 }
 
 std::optional<Link> DpdkDevice::look() {
-  if (removed_.load(std::memory_order_relaxed)) return std::nullopt;
+  if (!pool_ || removed_.load(std::memory_order_relaxed)) return std::nullopt;
   // The environment tells of every device that it does not find.
   if (!known_ && (++looks_ % looksBetween != 0 || find())) return std::nullopt;
   Link link{.name = name_, .index = port_, .up = false, .mtu = 0};

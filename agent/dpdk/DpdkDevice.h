@@ -25,7 +25,8 @@ class DpdkDevice final : public PortDevice {
   /// of receive queues. Null, with what is `wrong`.
   static std::unique_ptr<PortDevice> of(const PortWhat& what, const PortSetup& setup, std::string& wrong);
 
-  DpdkDevice(std::string name, std::string arguments, uint16_t queues);
+  /// `environment` has the arguments of the environment, which begins with the first device that is made.
+  DpdkDevice(std::string name, std::string arguments, uint16_t queues, std::string environment);
   ~DpdkDevice() override;
 
   std::optional<std::string> make() override;
@@ -55,13 +56,14 @@ class DpdkDevice final : public PortDevice {
   /// What the driver counts, on top of what earlier openings have counted.
   DeviceCounts countsNow() const;
 
-  const std::string name_, arguments_;
+  const std::string name_, arguments_, environment_;
   const uint16_t queues_;
   uint16_t port_ = 0;
   bool known_ = false;  // port_ is that of the device
   bool open_ = false;
-  unsigned looks_ = 0;                // in vain, since it has gone
-  std::atomic<bool> removed_{false};  // set by a thread of the environment
+  std::optional<std::string> missing_;  // why there is no device yet
+  unsigned looks_ = 0;                  // in vain, since it has gone
+  std::atomic<bool> removed_{false};    // set by a thread of the environment
   rte_mempool* pool_ = nullptr;
   std::string driver_;
   DeviceCounts before_;

@@ -30,11 +30,8 @@ std::string firstProcessor(const cpu_set_t& allowed) {
   return std::to_string(cpu);
 }
 
-}  // namespace
-
-std::optional<std::string> begin(const std::string& arguments) {
-  static bool begun = false;
-  if (begun) return std::nullopt;
+/// Returns what went wrong.
+std::optional<std::string> beginOnce(const std::string& arguments) {
   std::list<std::string> words;
   std::istringstream text(arguments);
   for (std::string word; text >> word;) words.push_back(word);
@@ -68,8 +65,15 @@ std::optional<std::string> begin(const std::string& arguments) {
   if (done < 0)
     return fmt::format("DPDK does not begin: {}; see its messages above, and --dpdk-args",
                        rte_strerror(error));
-  begun = true;
   return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> begin(const std::string& arguments) {
+  // It can be begun once in a process, also when that has failed.
+  static const std::optional<std::string> failed = beginOnce(arguments);
+  return failed;
 }
 
 }  // namespace Agent::Dpdk

@@ -88,7 +88,10 @@ std::optional<std::string> LivePorts::open(Trouble trouble) {
 std::optional<std::string> LivePorts::make(Member& member) {
   const auto wrong = member.port->by().make();
   member.isMade = !wrong;
-  if (!wrong) return std::nullopt;
+  if (!wrong) {
+    member.port->wrongIs("");
+    return std::nullopt;
+  }
   if (trouble_ == Trouble::endsStart) return wrong;
   const std::string before = member.port->state().wrong;
   member.port->wrongIs(*wrong);

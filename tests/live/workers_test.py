@@ -5,6 +5,7 @@ usage: workers_test.py VELO [TEST...]; the exit status is 77 where the machine d
 """
 
 import os
+import resource
 import shutil
 import signal
 import subprocess
@@ -383,6 +384,35 @@ class Workers(WorkersOf):
         self.assertTrue(until(lambda: live()["present"]), "it is tried again")
         a, b = self.wire(1), self.wire(2)
         self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
+
+    def test_a_driver_without_memory_closes_no_other_port(self):
+        if not has_dpdk():
+            self.skipTest("the program is built without dpdk: ports")
+        self.stations_are(1, 2)
+        agent = self.agent(OPEN, *NO_CARDS, "--patch", "eth1,eth2", "--patch", "d,n", "--control", self.socket, "--port", "eth1=eth1",
+                           "--port", "eth2=eth2", "--port", "n=null:", "--port", "d=dpdk:net_null%w,no-rx=1", ports=())
+        client, a, b = self.control(), self.wire(1), self.wire(2)
+        live = lambda: client.ask("show", what="ports")["ports"]["d"]["live"]
+        old = self.workers(agent)
+        with open(f"/proc/{old[1]}/status", encoding="ascii") as file:
+            size = next(int(line.split()[1]) for line in file if line.startswith("VmSize:"))
+        enough = resource.prlimit(agent.process.pid, resource.RLIMIT_AS, ((size - 256 * 1024) * 1024, resource.RLIM_INFINITY))
+        for victim in old.values():
+            os.kill(victim, signal.SIGKILL)
+        frames = [udp(10, n, source_port=2000 + n) for n in range(64)]
+
+        def all_pass():
+            b.received(0)
+            a.send(frames)
+            return sorted(b.received(len(frames), patience=0.5)) == sorted(frames)
+
+        self.assertTrue(until(lambda: "DPDK does not begin" in (live()["wrong"] or ""), patience=5))
+        self.assertFalse(live()["present"])
+        self.assertTrue(until(all_pass))
+        resource.prlimit(agent.process.pid, resource.RLIMIT_AS, enough)
+        for victim in self.workers(agent).values():
+            os.kill(victim, signal.SIGKILL)
+        self.assertTrue(until(lambda: live()["present"] and not live()["wrong"], patience=5), "who begins anew tries again")
 
     def test_one_that_cannot_begin_is_tried_seldomer(self):
         """Its plugin is replaced by something else, and back."""

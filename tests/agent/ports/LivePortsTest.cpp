@@ -26,7 +26,10 @@ using Agent::Offload;
 /// What is to be received is put into it, and what was sent is kept.
 class FakeDevice final : public Agent::PortDevice {
  public:
-  std::optional<Agent::Link> look() override { return Agent::Link{"fake", 0, true, 1500}; }
+  std::optional<std::string> make() override { return unmade; }
+  std::optional<Agent::Link> look() override {
+    return there ? std::optional(Agent::Link{"fake", 0, true, 1500}) : std::nullopt;
+  }
   std::optional<std::string> attach(const Agent::Link&) override {
     open = true;
     return std::nullopt;
@@ -71,6 +74,8 @@ class FakeDevice final : public Agent::PortDevice {
   bool takesOffloads() const override { return offloads; }
   void stopReceiving() override {}
 
+  std::optional<std::string> unmade;  ///< why it cannot be made
+  bool there = true;
   bool open = false;
   bool offloads = true;
   std::deque<Bytes> waiting;
@@ -442,6 +447,23 @@ TEST_F(LivePortsTest, TroubleWithAPortEndsTheStartOrClosesThatPortOnly) {
     EXPECT_TRUE(ports.states()[0].present);
     EXPECT_EQ(ports.states()[0].wrong, "");
     EXPECT_GT(ports.states()[0].rxFrames, 0u);
+  }
+}
+
+TEST_F(LivePortsTest, APortDoesNotGoOnToComplainOfWhatIsMendedWhenItsDeviceIsNotThereYet) {
+  Agent::LivePorts ports(forwarder_, loop_);
+  auto made = std::make_unique<FakeDevice>();
+  FakeDevice& device = *made;
+  device.there = false;
+  device.unmade = "no memory";
+  ports.portIs("late", std::move(made));
+  EXPECT_EQ(ports.open(Agent::LivePorts::Trouble::closesPort), std::nullopt);
+  for (const char* wrong : {"no memory", "no such device", ""}) {
+    device.unmade = *wrong == 0 ? std::nullopt : std::optional<std::string>(wrong);
+    clock_.advance(Kelp::Duration(1.1));
+    loop_.turn(0);
+    EXPECT_FALSE(ports.states()[0].present);
+    EXPECT_EQ(ports.states()[0].wrong, wrong);
   }
 }
 
