@@ -97,22 +97,23 @@ constexpr auto valuesOfFree = [] {
   return values;
 }();
 
-/// Every so many images of a long leaf, which tell for all of them which chunks exclude the most: that is
-/// asked for every width, and would otherwise be most of the time that sieves take.
+/// Some images of a long leaf, which tell for all of them which chunks exclude the most: that is asked for
+/// every width, and would otherwise be most of the time that sieves take.
 class Sample {
  public:
   explicit Sample(std::span<const Image> images) : images_(images) {}
 
-  size_t size() const { return (images_.size() + step_ - 1) / step_; }
+  size_t size() const { return std::min(images_.size(), enough); }
+  /// Not every so many: rules may come in turns. Steps of the golden section meet all turns alike.
   template <class Visit>
   void visit(const Visit& visit) const {
-    for (size_t i = 0; i < images_.size(); i += step_) visit(images_[i]);
+    const size_t step = images_.size() > enough ? images_.size() * 618 / 1000 | 1 : 1;
+    for (size_t i = 0, at = 0; i < size(); ++i, at = (at + step) % images_.size()) visit(images_[at]);
   }
 
  private:
   static constexpr size_t enough = 512;
   const std::span<const Image> images_;
-  const size_t step_ = images_.size() / enough + 1;
 };
 
 /// For each of the chunks, in the order of the key: how many values images allow, all images together.

@@ -106,7 +106,7 @@ bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimn
   const Lookup at{ctx, intf, dir, type, bound.name};
   const Kelp::Ptr<const Acl::AclConfig> acl(bound.list);
   const ParsedPacket& parsed = ctx->parsedPacket();
-  const ParsedL4& l4 = parsed.l4();
+  const Nimnet::L4& l4 = parsed.l4().hdr();
   const uint16_t vlanId = ctx->pkt()->vlanId();
   using Kiv::UniqueId;
   switch (type) {
@@ -124,14 +124,12 @@ bool DataplaneAclHelper::shouldDropPkt(const Kelp::Ptr<PacketContext>& ctx, Nimn
     case AclType::ip: {
       const auto* ip = reinterpret_cast<const Nimnet::IpHdr*>(ctx->pkt()->data());
       return dropsBy<Acl::IpRuleConfig>(at, [&](Acl::IpRuleConfig* rule, UniqueId* ruleId) {
-        return Acl::matchesIpAclRule(ip, l4.icmp(), l4.tcp(), l4.udp(), l4.sctp(), vlanId, acl, rule, ruleId,
-                                     true, true);
+        return Acl::matchesIpAclRule(ip, l4, vlanId, acl, rule, ruleId, true, true);
       });
     }
     case AclType::ipv6:
       return dropsBy<Acl::Ip6RuleConfig>(at, [&](Acl::Ip6RuleConfig* rule, UniqueId* ruleId) {
-        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4.icmp6(), l4.tcp(), l4.udp(), l4.sctp(),
-                                      vlanId, acl, rule, ruleId, true, true);
+        return Acl::matchesIp6AclRule(parsed.ipHdr()->ip6Hdr(), l4, vlanId, acl, rule, ruleId, true, true);
       });
   }
   Kelp::fatal("an access list is of type ip, ipv6 or mac", __FILE__, __LINE__);
