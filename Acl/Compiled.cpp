@@ -58,8 +58,10 @@ void Compiled<Rule>::erase(uint32_t slot) {
   const Entry* entry = std::exchange(entries_[slot], nullptr);
   --rules_;
   if (!upkeep_) return free_.push_back(slot);
+  ++ghosts_;  // until its images are gone: when memory runs out before, packets that meet them see it
   noteChange(false, slot, entry->value);
   if (ready_) eraseImages(slot, imagesOf(entry->value.filter(), slot));
+  --ghosts_;
   changed();
 }
 
@@ -92,11 +94,10 @@ void Compiled<Rule>::insertImages(const std::vector<Classify::Image>& images) {
 
 template <class Rule>
 void Compiled<Rule>::eraseImages(uint32_t slot, const std::vector<Classify::Image>& images) {
-  if (forest_.shadows(slot)) {
-    ++ghosts_;
-    return;
-  }
+  ++ghosts_;
+  if (forest_.shadows(slot)) return;
   forest_.erase(images);
+  --ghosts_;
   if (!job_) free_.push_back(slot);
 }
 

@@ -25,6 +25,9 @@ constexpr double longestWait = 3600;
 
 // Packets wait for the handlers and tasks of a turn. These may run over this budget by one element of a task,
 // and by freeing memory behind it; together that should take less than a slice.
+// A loop that does not sleep looks at its wakers so often.
+constexpr Kelp::Duration looksEvery{0.01};
+
 constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() / 3};
 
 }  // namespace
@@ -34,6 +37,7 @@ EventLoop::EventLoop(const Kiv::Clock& clock, const Kiv::Clock& wall)
   KELP_ASSERT(epoll_ >= 0, "an epoll descriptor can be had");
   asleep_.push_back({epoll_, POLLIN, 0});
   clocksAre();
+  looked_ = turnClock_.now();
   Zeb::System::clockIs(&turnWall_);
 }
 
@@ -110,13 +114,14 @@ Kelp::Duration EventLoop::dispatch(int maxWaitMs) {
   double wait = maxWaitMs < 0 ? longestWait : std::min(maxWaitMs / 1e3, longestWait);
   if (const auto due = tasks_.timeUntilDue()) wait = std::min(wait, std::max(0.0, due->seconds()));
   wait = std::min(wait, pause_.next(turnClock_.now(), !mayHaveMore_, Kelp::Duration(longestWait)).seconds());
-  if (wait > 0) sleep(wait);
+  const bool looks = wait > 0 || turnClock_.now() - looked_ >= looksEvery;
+  if (looks) sleep(wait);
   epoll_event events[eventsATurn];
   const int count = epoll_wait(epoll_, events, eventsATurn, 0);
   KELP_ASSERT(count >= 0 || errno == EINTR, "descriptors can be waited for");
   clocksAre();
   tasks_.turnBegin();
-  if (wait > 0) tellWakers();
+  if (looks) tellWakers();
   for (int i = 0; i < count; ++i) {
     const auto at = watched_.find(static_cast<int>(static_cast<uint32_t>(events[i].data.u64)));
     if (at == watched_.end() || at->second.generation != events[i].data.u64 >> 32) continue;
@@ -138,10 +143,12 @@ void EventLoop::sleep(double wait) {
 }
 
 void EventLoop::tellWakers() {
+  looked_ = turnClock_.now();
   // By index: one that is told may take away any.
   for (size_t i = 1; i < asleep_.size(); ++i) {
-    if ((asleep_[i].revents & ~POLLIN) == 0) continue;
-    asleep_[i].revents = 0;
+    const short failures = std::exchange(asleep_[i].revents, short{0}) & ~POLLIN;
+    if (failures == 0) continue;
+    KELP_ASSERT((failures & POLLNVAL) == 0, "a waker is open until it is taken away");
     const auto waker = wakers_[i - 1];
     waker->failed();
   }

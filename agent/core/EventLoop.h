@@ -35,7 +35,7 @@ inline constexpr int sweepPriority = -5;
 
 /// The one loop of a running agent, on one thread. A turn of it calls the handlers of descriptors, asks every
 /// poller for some bursts of packets, and runs due tasks; handlers and tasks together have a third of a
-/// slice. When there is nothing to do it sleeps in epoll.
+/// slice. When there is nothing to do it sleeps.
 ///
 /// Every call runs to its end before anything else does. So the next packet sees all of a change that was
 /// made in one call.
@@ -64,7 +64,8 @@ class EventLoop {
 
   /// While `fd` can be read the loop does not sleep. It is asked about only when the loop is about to: of
   /// what fdIs() names the kernel takes note with every packet, at the cost of who sends it. So this is for
-  /// descriptors whose packets pollers take. `failed` is called when it has an error. Not owned.
+  /// descriptors whose packets pollers take. `failed` is called soon after it has an error: behind a sleep,
+  /// or a hundredth of a second later. Not owned; taken away before it is closed.
   void wakerIs(int fd, std::function<void()> failed);
   void wakerDel(int fd);
 
@@ -109,9 +110,10 @@ class EventLoop {
 
   /// Waits for events and calls their handlers. Returns how long the handlers took.
   Kelp::Duration dispatch(int maxWaitMs);
-  /// Sleeps until there is an event, or a waker can be read, and for `wait` seconds at most.
+  /// Sleeps until there is an event, or a waker can be read, and for `wait` seconds at most; looks at the
+  /// wakers in any case.
   void sleep(double wait);
-  /// Tells the wakers that had an error when the loop slept.
+  /// Tells the wakers that had an error at the last look.
   void tellWakers();
   void pollAll();
   void clocksAre();
@@ -131,7 +133,8 @@ class EventLoop {
   std::map<int, Watched> watched_;
   std::vector<Poller*> pollers_;
   std::vector<std::shared_ptr<const Waker>> wakers_;
-  std::vector<pollfd> asleep_;  // epoll_, then wakers_; revents are those of the last sleep
+  std::vector<pollfd> asleep_;  // epoll_, then wakers_; revents are those of the last look
+  Kelp::Duration looked_;       // when wakers were looked at
   LoopTimes times_;
   IdlePause pause_;
 };

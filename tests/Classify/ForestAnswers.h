@@ -70,27 +70,35 @@ inline void expectAnswers(const Forest& forest, const List& list, const std::vec
   }
 }
 
-/// Bursts of any length find what the packets find one by one.
+/// Bursts of any length find what the packets find one by one, and write nothing behind that. The longest and
+/// those around a vector's end come first; keys are taken from the front again until all lengths had a turn.
 inline void expectBursts(const Forest& forest, const List& list, const std::vector<Key>& keys,
                          const std::string& what) {
+  static constexpr uint32_t lengths[] = {burstMost, 0, 63, 1, 16, 17, 48, 49, 32, 5};
   View view = list.viewOf(forest);
-  uint32_t length = 0;
-  for (size_t at = 0; at < keys.size(); at += length) {
-    length = std::min<uint32_t>(length % burstMost + 1, static_cast<uint32_t>(keys.size() - at));
-    view.far = length % 2;
+  size_t at = 0;
+  for (size_t turn = 0; turn < std::size(lengths) || at < keys.size(); ++turn) {
+    const uint32_t length = lengths[turn % std::size(lengths)];
+    const auto keyOf = [&](uint32_t i) -> const Key& { return keys[(at + i) % keys.size()]; };
     Keys burst;
     for (uint32_t i = 0; i < length; ++i) {
-      burst.keyIs(i, keys[at + i].bits[0], keys[at + i].bits[1], keys[at + i].quad);
+      burst.keyIs(i, keyOf(i).bits[0], keyOf(i).bits[1], keyOf(i).quad);
     }
     for (const auto& [name, kernels] : allKernels()) {
-      uint32_t found[burstMost];
+      constexpr uint32_t mark = 0x12345678;
+      uint32_t found[burstMost + 1];
+      std::fill(std::begin(found), std::end(found), mark);
+      view.far = !view.far;
       kernels->findBurst[view.shape & wideShape](view, burst, length, found);
       for (uint32_t i = 0; i < length; ++i) {
-        const Key& key = keys[at + i];
+        const Key& key = keyOf(i);
         const uint32_t alone = kernels->find[view.shape](view, key.bits[0], key.bits[1], key.quad);
-        ASSERT_EQ(found[i], alone) << what << ", packet " << at + i << " in a burst, " << name;
+        ASSERT_EQ(found[i], alone) << what << ", packet " << i << " of " << length << " from " << at << ", "
+                                   << name;
       }
+      for (uint32_t i = length; i <= burstMost; ++i) ASSERT_EQ(found[i], mark) << what << ", " << name;
     }
+    at += length;
   }
 }
 

@@ -115,6 +115,27 @@ TEST_F(EventLoopTest, AWakerIsToldOfItsErrorWhenTheLoopHasSlept) {
   EXPECT_EQ(told, 3);
 }
 
+TEST_F(EventLoopTest, AWakerIsToldOfItsErrorThoughTheLoopNeverSleeps) {
+  CountingPoller poller;
+  poller.left = 1000;
+  loop_.pollerIs(&poller);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const Descriptor writeEnd(ends[1]);
+  Descriptor(ends[0]).reset();
+  loop_.turn(0);
+  int told = 0;
+  loop_.wakerIs(writeEnd.get(), [&] { ++told; });
+  loop_.turn(1000);
+  EXPECT_EQ(told, 0) << "it does not look in every turn";
+  clock_.advance(Kelp::Duration(0.02));
+  loop_.turn(1000);  // in which it sees what time it is
+  loop_.turn(1000);
+  loop_.turn(1000);
+  EXPECT_EQ(told, 1);
+  loop_.wakerDel(writeEnd.get());
+}
+
 TEST_F(EventLoopTest, TellsWhatItsTimeWentInto) {
   class SlowPoller final : public Agent::Poller {
    public:
