@@ -69,7 +69,7 @@ constexpr L4Form formOf(Nimnet::L4Kind kind) {
     case L4Kind::none:
       break;
     case L4Kind::tcp:
-      return {Third::hasPorts, 13, 0xff};
+      return {Third::hasPorts, Nimnet::TcpHdr::flagsAt, 0xff};
     case L4Kind::udp:
     case L4Kind::sctp:
       return {Third::hasPorts};

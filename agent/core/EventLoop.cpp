@@ -25,10 +25,10 @@ constexpr double longestWait = 3600;
 
 // Packets wait for the handlers and tasks of a turn. These may run over this budget by one element of a task,
 // and by freeing memory behind it; together that should take less than a slice.
+constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() / 3};
+
 // A loop that does not sleep looks at its wakers so often.
 constexpr Kelp::Duration looksEvery{0.01};
-
-constexpr Kelp::Duration turnBudget{Kiv::TaskScheduler::defaultSlice.seconds() / 3};
 
 }  // namespace
 

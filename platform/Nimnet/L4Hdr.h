@@ -30,7 +30,8 @@ struct TcpHdr {
   /// In octets: 0 to 60; under 20 in a malformed segment.
   uint32_t headerLength() const { return (bytes[12] >> 4) * 4u; }
   /// The eight control bits, CWR highest.
-  uint8_t flags() const { return bytes[13]; }
+  static constexpr uint8_t flagsAt = 13;
+  uint8_t flags() const { return bytes[flagsAt]; }
 
   uint8_t bytes[minSize];
 };
@@ -90,13 +91,13 @@ class L4 {
   explicit L4(const Hdr* hdr) : kind_(hdr ? Hdr::kind : L4Kind::none), octets_(hdr ? hdr->bytes : nothing) {}
   /// A header of this kind that has been checked to be there. For none, four octets that can be read.
   L4(L4Kind kind, const uint8_t* octets) : kind_(kind), octets_(octets) {}
-  /// The one of these that is not null, if there is one.
+  /// The one of these that is not null, if there is one; of several TCP, then UDP, then SCTP.
   template <class Icmp>
   static L4 of(const Icmp* icmp, const TcpHdr* tcp, const UdpHdr* udp, const SctpHdr* sctp) {
     L4 found(icmp);
-    if (tcp) found = L4(tcp);
-    if (udp) found = L4(udp);
     if (sctp) found = L4(sctp);
+    if (udp) found = L4(udp);
+    if (tcp) found = L4(tcp);
     return found;
   }
 
