@@ -2,6 +2,7 @@
 #include <agent/change/Start.h>
 #include <agent/config/Reader.h>
 #include <agent/core/Output.h>
+#include <agent/core/Words.h>
 #include <agent/run/Capabilities.h>
 #include <agent/run/Run.h>
 #include <agent/show/TraceFacilities.h>

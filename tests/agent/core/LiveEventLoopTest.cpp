@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <string>
 
 namespace {
@@ -134,6 +137,53 @@ TEST_F(EventLoopTest, AWakerIsToldOfItsErrorThoughTheLoopNeverSleeps) {
   loop_.turn(1000);
   EXPECT_EQ(told, 1);
   loop_.wakerDel(writeEnd.get());
+}
+
+TEST_F(EventLoopTest, AWakerThatWasTakenAwayByAnotherIsNotTold) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const Descriptor one(ends[1]), other(dup(ends[1]));
+  Descriptor(ends[0]).reset();
+  loop_.turn(0);  // from the next turn on it sleeps
+  for (const bool laterGoes : {true, false}) {
+    SCOPED_TRACE(laterGoes);
+    std::string told;
+    loop_.wakerIs(one.get(), [&] {
+      told += '1';
+      if (laterGoes) loop_.wakerDel(other.get());
+    });
+    loop_.wakerIs(other.get(), [&] {
+      told += '2';
+      if (!laterGoes) loop_.wakerDel(one.get());
+    });
+    loop_.turn(1000);
+    loop_.turn(1000);
+    EXPECT_EQ(told, laterGoes ? "11" : "122");
+    loop_.wakerDel(one.get());
+    loop_.wakerDel(other.get());
+  }
+}
+
+/// A signal ends the sleep, and nobody has failed by it.
+TEST_F(EventLoopTest, GoesOnAfterASignal) {
+  constexpr int tooLong = 20000;  // milliseconds
+  static volatile sig_atomic_t signals;
+  signals = 0;
+  struct sigaction counting = {}, before = {};
+  counting.sa_handler = [](int) { signals = signals + 1; };
+  ASSERT_EQ(sigaction(SIGALRM, &counting, &before), 0);
+  Bell bell;
+  loop_.wakerIs(bell.fd(), [] { ADD_FAILURE() << "it has no error"; });
+  // Again and again, for the first may come before the sleep.
+  const itimerval often{{0, 1000}, {0, 1000}}, never{};
+  ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 3; ++i) loop_.turn(tooLong);
+  const auto taken = std::chrono::steady_clock::now() - start;
+  setitimer(ITIMER_REAL, &never, nullptr);
+  sigaction(SIGALRM, &before, nullptr);
+  EXPECT_GT(signals, 0);
+  EXPECT_LT(taken, std::chrono::milliseconds(tooLong));
 }
 
 TEST_F(EventLoopTest, TellsWhatItsTimeWentInto) {
