@@ -317,7 +317,7 @@ TEST_F(Memory, AFileForWhichItRunsOutIsTriedAgain) {
   // Not the status: that is shown by a thread of its own, in which it could run out, too.
   const auto bad = [&] { return configurationReport(agent.plane().configuration()).at("bad"); };
   const auto looking = [&] { return agent.plane().configuration().directory().looking(); };
-  // No time passes while it looks: the next look would begin where this one ends, and mend what is asked here.
+  // No time passes while it looks: the next look would begin where this one ends, and mend it all.
   const auto looked = [&](const std::function<bool()>& so) {
     agent.advance(1.1);
     agent.turnsUntil([&] {
