@@ -81,22 +81,26 @@ void Compiled<Rule>::upkeepIs(bool on) {
 }
 
 template <class Rule>
-void Compiled<Rule>::insertImages(const std::vector<Classify::Image>& images) {
-  const Classify::Order order{this,
-                              [](const void* context, uint32_t slot, uint32_t other) {
-                                return static_cast<const Compiled*>(context)->precedes(slot, other);
-                              },
-                              [](const void* context, uint32_t slot) {
-                                return static_cast<const Compiled*>(context)->sequences_[slot];
-                              }};
-  for (const Classify::Image& image : images) forest_.insert(image, order);
+Classify::Order Compiled<Rule>::order() const {
+  return {this,
+          [](const void* context, uint32_t slot, uint32_t other) {
+            return static_cast<const Compiled*>(context)->precedes(slot, other);
+          },
+          [](const void* context, uint32_t slot) {
+            return static_cast<const Compiled*>(context)->sequences_[slot];
+          }};
 }
 
 template <class Rule>
-void Compiled<Rule>::eraseImages(uint32_t slot, const std::vector<Classify::Image>& images) {
+void Compiled<Rule>::insertImages(std::span<const Classify::Image> images) {
+  for (const Classify::Image& image : images) forest_.insert(image, order());
+}
+
+template <class Rule>
+void Compiled<Rule>::eraseImages(uint32_t slot, std::span<const Classify::Image> images) {
   ++ghosts_;
   if (forest_.shadows(slot)) return;
-  forest_.erase(images);
+  forest_.erase(images, order());
   --ghosts_;
   if (!job_) free_.push_back(slot);
 }
@@ -110,10 +114,10 @@ bool Compiled<Rule>::precedes(uint32_t slot, uint32_t other) const {
 }
 
 template <class Rule>
-std::vector<Classify::Image> Compiled<Rule>::imagesOf(const Filter& filter, uint32_t slot) const {
-  std::vector<Classify::Image> images;
-  imagesFor(filter, slot, projection_, forest_.wide(), images);
-  return images;
+std::span<const Classify::Image> Compiled<Rule>::imagesOf(const Filter& filter, uint32_t slot) {
+  images_.clear();
+  imagesFor(filter, slot, projection_, forest_.wide(), images_);
+  return images_;
 }
 
 template <class Rule>
@@ -211,7 +215,7 @@ void Compiled<Rule>::refreshView() {
 template <class Rule>
 size_t Compiled<Rule>::bytes() const {
   return forest_.bytes() + entries_.size() * sizeof(const Entry*) + sequences_.size() * sizeof(uint32_t) +
-         free_.size() * sizeof(uint32_t);
+         free_.size() * sizeof(uint32_t) + images_.capacity() * sizeof(Classify::Image);
 }
 
 template <class Rule>

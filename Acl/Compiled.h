@@ -127,12 +127,13 @@ class Compiled final : public CompiledRules<Rule> {
   void noteChange(bool inserted, uint32_t slot, const Rule& rule);
   /// Looks through all slots, for those that are free and for their order.
   void reviewSlots();
-  void insertImages(const std::vector<Classify::Image>& images);
-  void eraseImages(uint32_t slot, const std::vector<Classify::Image>& images);
+  void insertImages(std::span<const Classify::Image> images);
+  void eraseImages(uint32_t slot, std::span<const Classify::Image> images);
   /// The order of trial.
   bool precedes(uint32_t slot, uint32_t other) const;
-  /// In the form that is there.
-  std::vector<Classify::Image> imagesOf(const Filter& filter, uint32_t slot) const;
+  Classify::Order order() const;
+  /// In the form that is there; valid until the next call.
+  std::span<const Classify::Image> imagesOf(const Filter& filter, uint32_t slot);
   void changed();
   bool isBlunt() const;
   void refreshView();
@@ -142,6 +143,7 @@ class Compiled final : public CompiledRules<Rule> {
   bool inOrder_ = true;                // slots are in the order of trial
   std::vector<uint32_t> free_;         // slots that are nowhere in the forest
   Classify::Forest forest_;
+  std::vector<Classify::Image> images_;  // room for imagesOf()
   Classify::View view_;
   Classify::Projection projection_;
   bool ready_ = false;

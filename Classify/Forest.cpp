@@ -191,6 +191,9 @@ size_t Forest::treeBytes() const {
   return nodes_.size() * sizeof(Node) + cells_.size() * sizeof(uint32_t) + leaves_.bytes();
 }
 
-size_t Forest::bytes() const { return treeBytes() + shadowing_.size() / 8 + plantedIn_.size(); }
+size_t Forest::bytes() const {
+  return treeBytes() + shadowing_.size() / 8 + plantedIn_.size() + spots_.capacity() * sizeof(Spot) +
+         regions_.capacity() * sizeof(Region) + passed_.capacity() * sizeof(uint32_t);
+}
 
 }  // namespace Classify

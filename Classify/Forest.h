@@ -25,7 +25,7 @@ class Forest {
   /// Adds an image. Images of one slot are neighbours in the order.
   void insert(const Image& image, const Order& order);
   /// Takes all images of a slot out.
-  void erase(std::span<const Image> images);
+  void erase(std::span<const Image> images, const Order& order);
 
   /// What a look-up reads. Slots are ordered by `sequences`, or by their own numbers when it is null. The
   /// projection is not set here.
@@ -35,8 +35,8 @@ class Forest {
   /// Without that rule the trees would give wrong answers.
   bool shadows(uint32_t slot) const { return slot < shadowing_.size() && shadowing_[slot]; }
   /// How much slower changes have made look-ups: the number of images added that belong in too many leaves,
-  /// and are tried one by one instead; and the number of blocks in leaves that have lost their sieves. Zero
-  /// after build().
+  /// or in a sieve that has no lane for them, and are tried one by one instead; and of those that have made
+  /// leaves without a sieve long. Zero after build().
   size_t strays() const { return strays_; }
   /// True when some leaves stayed long, because dividing them would take too much memory for what it gains.
   bool bounded() const { return bounded_; }
@@ -57,19 +57,36 @@ class Forest {
   void noteIn(uint32_t tree, uint32_t slot, uint32_t sequence);
   /// Sets the number of trees that are searched for every packet.
   void chooseAlways(const Images& images);
-  /// Calls visit(place, region) for each leaf that an image belongs in. Stops when it has looked into more
-  /// than `limit` cells. Returns how many it has looked into. No first of a cell on the way stays above
-  /// `first`: with noSlot they stay as they are.
-  template <class Visit>
-  size_t visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit, uint32_t first,
-                     const Visit& visit);
+  /// A cell that leads to a leaf in which an image belongs.
+  struct Spot {
+    uint32_t place;   ///< the leaf
+    uint32_t cell;    ///< its number; noCell: it is the root of its tree
+    uint32_t region;  ///< of regions_
+  };
+  static constexpr uint32_t noCell = ~uint32_t{0};
+  struct Alone;
+  /// Sets `spots_` to all spots of an image in a tree, and `passed_` to the firsts of the cells on the way,
+  /// if the tree has them. Stops when it has looked into more than `limit` cells. Returns how many it has
+  /// looked into.
+  size_t findSpots(uint32_t tree, const Image& image, size_t limit);
+  size_t addSpots(const Spot& spot, const Ternary& bits, const Image& image, size_t limit);
+  /// Calls change(cells) for the spots found, those together that share a leaf, and has their cells lead to
+  /// the leaf that it returns.
+  template <class Change>
+  void changeLeaves(uint32_t tree, const Change& change);
+  uint32_t& placeAt(uint32_t tree, const Spot& spot) {
+    return spot.cell == noCell ? view_.roots[tree] : cells_[spot.cell];
+  }
   void sieveLongLeaves(size_t images);
   /// The tree that an image is put in: the first one in which it has few copies, for packets are compared
-  /// with fewest images there and a last tree of few leaves stays as it is; strayTree if there is none.
-  uint32_t treeFor(const Image& image);
-  void insertInLeaf(uint32_t tree, uint32_t& place, const Region& region, const Image& image,
-                    const Order& order);
-  void noteLostSieve(uint32_t before, uint32_t after);
+  /// with fewest images there and a last tree of few leaves stays as it is; strayTree if there is none. Sets
+  /// its spots there.
+  uint32_t treeFor(const Image& image, const Order& order);
+  /// Whether all leaves of the spots that have a sieve take an image.
+  bool sievesTake(const Image& image, const Order& order) const;
+  /// Whether dividing a leaf that has grown may help; and divides it for one of its cells, if it helps.
+  bool isWorthATry(const Leaves::Grown& leaf) const;
+  void divideGrown(uint32_t tree, const Spot& cell);
   size_t treeBytes() const;
   void refreshView();
 
@@ -91,7 +108,10 @@ class Forest {
   size_t enoughBytes_ = 0;          // when changes have made the trees so large, no more leaves are divided
   size_t strays_ = 0;
   bool bounded_ = false;
-  bool deep_ = false;  // in the tree that was made last, many packets go through two nodes
+  std::vector<Spot> spots_;       // of the image that is being changed
+  std::vector<Region> regions_;   // of the packets that come to these spots
+  std::vector<uint32_t> passed_;  // where the firsts of cells on the way are
+  bool deep_ = false;             // in the tree that was made last, many packets go through two nodes
 };
 
 }  // namespace Classify

@@ -1,5 +1,6 @@
 #include <Classify/ForestBuilder.h>
 
+#include <algorithm>
 #include <bit>
 #include <numeric>
 
@@ -12,23 +13,27 @@ constexpr size_t manyLeaves = 64;               // so many leaves an image is ad
 constexpr size_t unlimited = ~size_t{0};
 
 __extension__ using Bits128 = unsigned __int128;
-void lower(uint32_t& first, uint32_t slot) { first = std::min(first, slot); }
 
 Bits128 both(uint64_t upper, uint64_t lower) { return Bits128{upper} << 64 | lower; }
 
 }  // namespace
 
-template <class Visit>
-size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& image, size_t limit,
-                           uint32_t first, const Visit& visit) {
+size_t Forest::findSpots(uint32_t tree, const Image& image, size_t limit) {
+  spots_.clear();
+  regions_.assign(1, {});
+  passed_.clear();
   Overlap lies;
-  const Ternary bits = ternaryIn(region, image, &lies);
-  if (lies == Overlap::none) return 1;
-  if (*place & leafBit) {
-    visit(*place, region);
+  const Ternary bits = ternaryIn({}, image, &lies);
+  return lies == Overlap::none ? 1 : addSpots({view_.roots[tree], noCell, 0}, bits, image, limit);
+}
+
+/// `bits` are those of the image in the spot's region, which overlap.
+size_t Forest::addSpots(const Spot& spot, const Ternary& bits, const Image& image, size_t limit) {
+  if (spot.place & leafBit) {
+    spots_.push_back(spot);
     return 1;
   }
-  const Node node = nodes_[*place];
+  const Node& node = nodes_[spot.place];
   const auto cellOf = [&node](uint64_t upper, uint64_t lower) {
     return gatherBits(upper, node.mask[0]) << node.shift | gatherBits(lower, node.mask[1]);
   };
@@ -37,33 +42,90 @@ size_t Forest::visitLeaves(uint32_t* place, const Region& region, const Image& i
   const uint64_t fixed = cellOf(bits.value[0], bits.value[1]);
   const uint64_t open = cellOf(~bits.mask[0], ~bits.mask[1]);
   const Bits128 openBits = both(node.mask[0] & ~bits.mask[0], node.mask[1] & ~bits.mask[1]);
-  Region inner = region;
-  for (const int word : {0, 1}) inner.mask[word] |= node.mask[word];
+  Region inner = regions_[spot.region];
+  for (const int word : {0, 1}) {
+    inner.mask[word] |= node.mask[word];
+    inner.value[word] |= bits.value[word] & node.mask[word];
+  }
+  const Region fixedBits = inner;
+  const bool asksPair = node.mask[1] >> 32;  // otherwise the image lies in each cell as it lies here
   size_t visited = 0;
   uint64_t some = open;
   for (Bits128 someBits = openBits;; some = (some - 1) & open, someBits = (someBits - 1) & openBits) {
-    const uint64_t words[2] = {static_cast<uint64_t>(someBits >> 64), static_cast<uint64_t>(someBits)};
-    for (const int word : {0, 1}) {
-      inner.value[word] = region.value[word] | (bits.value[word] & node.mask[word]) | words[word];
+    inner.value[0] = fixedBits.value[0] | static_cast<uint64_t>(someBits >> 64);
+    inner.value[1] = fixedBits.value[1] | static_cast<uint64_t>(someBits);
+    const auto number = static_cast<uint32_t>(fixed | some);
+    if (node.firsts != Node::noFirsts) passed_.push_back(node.firsts + number);
+    Overlap lies = Overlap::part;
+    const Ternary inside = asksPair ? ternaryIn(inner, image, &lies) : bits;
+    if (lies == Overlap::none) {
+      ++visited;
+    } else {
+      regions_.push_back(inner);
+      const auto region = static_cast<uint32_t>(regions_.size() - 1);
+      visited += addSpots({cells_[node.cells + number], node.cells + number, region}, inside, image,
+                          limit - std::min(limit, visited));
     }
-    uint32_t inside = cells_[node.cells + (fixed | some)];  // a copy, for a visit may make cells
-    visited += visitLeaves(&inside, inner, image, limit - std::min(limit, visited), first, visit);
-    cells_[node.cells + (fixed | some)] = inside;
-    if (node.firsts != Node::noFirsts) lower(cells_[node.firsts + (fixed | some)], first);
     if (visited > limit || some == 0) return visited;
   }
 }
 
-uint32_t Forest::treeFor(const Image& image) {
+/// While it is there, cells that share a leaf are counted as one. Then they share that at `place`.
+struct Forest::Alone {
+  Alone(Leaves& all, std::span<const Spot> cells)
+      : leaves(all), others(static_cast<uint32_t>(cells.size() - 1)), place(cells.front().place) {
+    leaves.unshare(place, others);
+  }
+  ~Alone() { leaves.share(place, others); }
+
+  Leaves& leaves;
+  const uint32_t others;
+  uint32_t place;
+};
+
+/// All memory that changes of the leaves begin with is asked for before the first one is made.
+template <class Change>
+void Forest::changeLeaves(uint32_t tree, const Change& change) {
+  for (const Spot& spot : spots_) leaves_.fetch(spot.place);
+  const auto shared = std::partition(spots_.begin(), spots_.end(),
+                                     [this](const Spot& spot) { return !leaves_.isShared(spot.place); });
+  std::sort(shared, spots_.end(), [](const Spot& a, const Spot& b) { return a.place < b.place; });
+  const std::span<const Spot> spots = spots_;
+  for (size_t at = 0; at < spots.size();) {
+    size_t end = at + 1;
+    while (end < spots.size() && spots[end].place == spots[at].place) ++end;
+    const auto cells = spots.subspan(at, end - at);
+    Alone alone(leaves_, cells);
+    alone.place = change(cells);
+    for (const Spot& cell : cells) placeAt(tree, cell) = alone.place;
+    at = end;
+  }
+}
+
+bool Forest::sievesTake(const Image& image, const Order& order) const {
+  return std::all_of(spots_.begin(), spots_.end(), [&](const Spot& spot) {
+    if (!(spot.place & sieveBit)) return true;
+    const auto cells = std::count_if(spots_.begin(), spots_.end(),
+                                     [&](const Spot& other) { return other.place == spot.place; });
+    return leaves_.takes(spot.place, static_cast<uint32_t>(cells), image, order);
+  });
+}
+
+uint32_t Forest::treeFor(const Image& image, const Order& order) {
   uint32_t best = strayTree;
+  uint32_t known = strayTree;  // the tree of spots_
   size_t fewest = manyLeaves;
-  for (uint32_t tree = 0; tree < planted_; ++tree) {
-    const size_t leaves =
-        visitLeaves(&view_.roots[tree], {}, image, fewest, noSlot, [](uint32_t&, const Region&) {});
-    if (leaves <= mostCopies) return tree;
+  for (uint32_t tree = 0; tree < planted_ && fewest > mostCopies; ++tree) {
+    const size_t leaves = findSpots(known = tree, image, fewest);
     if (leaves < fewest || (leaves == fewest && best == strayTree)) best = tree, fewest = leaves;
   }
-  return best;
+  if (best != strayTree) {
+    if (best != known) findSpots(best, image, unlimited);
+    if (sievesTake(image, order)) return best;
+  }
+  while (view_.trees <= strayTree) view_.roots[view_.trees++] = Leaves::empty;
+  findSpots(strayTree, image, unlimited);
+  return strayTree;
 }
 
 void Forest::insert(const Image& image, const Order& order) {
@@ -71,52 +133,52 @@ void Forest::insert(const Image& image, const Order& order) {
     shadowing_.resize(image.slot + 1);
     plantedIn_.resize(image.slot + 1);
   }
-  const uint32_t tree = treeFor(image);
-  if (tree == strayTree) {
-    ++strays_;
-    while (view_.trees <= strayTree) view_.roots[view_.trees++] = Leaves::empty;
-  }
+  const uint32_t tree = treeFor(image, order);
+  strays_ += tree == strayTree;
   noteIn(tree, image.slot, order.sequence(order.context, image.slot));
-  visitLeaves(
-      &view_.roots[tree], {}, image, unlimited, image.slot,
-      [&](uint32_t& place, const Region& region) { insertInLeaf(tree, place, region, image, order); });
+  for (const uint32_t first : passed_) cells_[first] = std::min(cells_[first], image.slot);
+  std::vector<std::span<const Spot>> grown;
+  changeLeaves(tree, [&](std::span<const Spot> cells) {
+    const Leaves::Grown made = leaves_.insert(cells.front().place, image, order);
+    if (tree != strayTree) {
+      strays_ += made.images > Leaves::longLeaf;
+      if (isWorthATry(made)) grown.push_back(cells);
+    }
+    return made.leaf;
+  });
+  for (const auto cells : grown) {
+    for (const Spot& cell : cells) divideGrown(tree, cell);
+  }
   refreshView();
 }
 
-void Forest::insertInLeaf(uint32_t tree, uint32_t& place, const Region& region, const Image& image,
-                          const Order& order) {
-  const uint32_t before = place;
-  place = leaves_.insert(place, image, order);
-  noteLostSieve(before, place);
-  if (tree == strayTree) return;
-  const size_t size = leaves_.size(place);
-  if (size > Leaves::longLeaf) ++strays_;
-  if (size <= grownLeaf || size > Leaves::longLeaf || size % Plane::lanes != 1) return;
-  if (treeBytes() > enoughBytes_) return;
-  const std::vector<Image> images = leaves_.images(place);
+/// A leaf that was not divided when it was made is not worth it with an image more either.
+bool Forest::isWorthATry(const Leaves::Grown& leaf) const {
+  return leaf.images > grownLeaf && leaf.images <= Leaves::longLeaf &&
+         leaf.images >= leaves_.wasMadeWith(leaf.leaf) + Plane::lanes && treeBytes() <= enoughBytes_;
+}
+
+void Forest::divideGrown(uint32_t tree, const Spot& cell) {
+  const uint32_t old = placeAt(tree, cell);
+  const std::vector<Image> images = leaves_.images(old);
   std::vector<uint32_t> members(images.size());
   std::iota(members.begin(), members.end(), 0);
-  const uint32_t old = place;
-  const size_t bytes = size * bytesPerImage;
+  const size_t bytes = images.size() * bytesPerImage;
   const Images prepared(images);
   Builder builder(*this, prepared, ofMany, bytes);
   builder.treeIs(tree);
-  place = builder.place(members, region, 4, bytes).place;
+  const uint32_t made = builder.place(members, regions_[cell.region], 4, bytes).place;
+  placeAt(tree, cell) = made;
   leaves_.drop(old);
 }
 
-void Forest::noteLostSieve(uint32_t before, uint32_t after) {
-  if (before & ~after & sieveBit) strays_ += leaves_.size(after) / Plane::lanes;
-}
-
-void Forest::erase(std::span<const Image> images) {
+void Forest::erase(std::span<const Image> images, const Order& order) {
   for (const Image& image : images) {
     for (uint32_t trees = plantedIn_[image.slot]; trees != 0; trees &= trees - 1) {
-      uint32_t& root = view_.roots[std::countr_zero(trees)];
-      visitLeaves(&root, {}, image, unlimited, noSlot, [&](uint32_t& place, const Region&) {
-        const uint32_t before = place;
-        place = leaves_.erase(place, image.slot);
-        noteLostSieve(before, place);
+      const auto tree = static_cast<uint32_t>(std::countr_zero(trees));
+      findSpots(tree, image, unlimited);
+      changeLeaves(tree, [&](std::span<const Spot> cells) {
+        return leaves_.erase(cells.front().place, image.slot, order);
       });
     }
   }

@@ -19,7 +19,7 @@ void Leaves::clear(bool wide) {
   planesPerBlock_ = wide ? wideBlock : narrowBlock;
   planes_.clear();
   sieves_.clear();
-  sharers_.clear();
+  notes_.clear();
   free_.clear();
   makeBlocks({});
 }
@@ -35,18 +35,20 @@ uint32_t Leaves::plain(uint32_t leaf) const {
   return leaf & sieveBit ? leafBit | sieves_[leaf & ~(leafBit | sieveBit)].leaf : leaf;
 }
 
-void Leaves::share(uint32_t leaf) {
+void Leaves::share(uint32_t leaf, uint32_t cells) {
   leaf = plain(leaf);
-  if (leaf != empty) ++sharers(leaf);
+  if (leaf != empty) sharers(leaf) += cells;
+}
+
+void Leaves::unshare(uint32_t leaf, uint32_t cells) {
+  leaf = plain(leaf);
+  if (leaf != empty) sharers(leaf) -= cells;
 }
 
 void Leaves::drop(uint32_t leaf) {
   leaf = plain(leaf);
   if (leaf == empty) return;
-  if (sharers(leaf) > 0) {
-    --sharers(leaf);
-    return;
-  }
+  if (sharers(leaf) > 0) return unshare(leaf, 1);
   const uint32_t count = blocksOf(leaf);
   if (free_.size() <= count) free_.resize(count + 1);
   free_[count].push_back(leaf);
@@ -78,101 +80,16 @@ std::vector<Image> Leaves::images(uint32_t leaf) const {
   return images;
 }
 
-void Leaves::readLanes(uint32_t leaf) {
-  used_.clear();
-  eachImage(leaf, [this](uint32_t at, const Plane*, uint32_t) { used_.push_back(at); });
-}
-
-uint32_t Leaves::insert(uint32_t leaf, const Image& image, const Order& order) {
-  leaf = plain(leaf);
-  if (leaf == empty) return makeBlocks({&image, 1});
-  readLanes(leaf);
-  // Where numbers are equal the order may be known of some pairs only: there each is asked about, from the
-  // front.
-  const uint32_t sequence = order.sequence(order.context, image.slot);
-  auto next = std::partition_point(used_.begin(), used_.end(), [&](uint32_t at) {
-    return order.sequence(order.context, slotAt(leaf, at)) < sequence;
-  });
-  while (next != used_.end() && !order(image.slot, slotAt(leaf, *next))) ++next;
-  leaf = own(leaf, static_cast<uint32_t>(used_.size()) + 1);
-  write(makeFree(leaf, static_cast<size_t>(next - used_.begin())), image);
-  return leaf;
-}
-
-Leaves::Lane Leaves::makeFree(uint32_t leaf, size_t next) {
-  const size_t count = used_.size();
-  const uint32_t from = next > 0 ? used_[next - 1] + 1 : 0, to = next < count ? used_[next] : from;
-  if (from < to) return lane(leaf, from);
-  // The images side by side with the new one's place are those from `begin` up to `end`.
-  uint32_t begin = from, end = to;
-  for (size_t i = next; i > 0 && used_[i - 1] + 1 == begin; --i) --begin;
-  for (size_t i = next; i < count && used_[i] == end; ++i) ++end;
-  const bool upwards = end < blocksOf(leaf) * Plane::lanes && (begin == 0 || end - to <= from - begin);
-  if (upwards) {
-    for (uint32_t i = end; i > to; --i) copy(lane(leaf, i), lane(leaf, i - 1));
-    return lane(leaf, to);
-  }
-  for (uint32_t i = begin; i < from; ++i) copy(lane(leaf, i - 1), lane(leaf, i));
-  return lane(leaf, from - 1);
-}
-
-uint32_t Leaves::erase(uint32_t leaf, uint32_t slot) {
-  const uint32_t before = leaf;
-  leaf = plain(leaf);
-  readLanes(leaf);
-  const auto isGone = [&](uint32_t at) { return slotAt(leaf, at) == slot; };
-  if (std::none_of(used_.begin(), used_.end(), isGone)) return before;
-  leaf = own(leaf, 0);
-  size_t kept = 0;
-  for (const uint32_t at : used_) {
-    if (isGone(at)) {
-      vacate(lane(leaf, at));
-    } else {
-      used_[kept++] = at;
-    }
-  }
-  used_.resize(kept);
-  if (used_.empty()) {
-    drop(leaf);
-    return empty;
-  }
-  const auto count = static_cast<uint32_t>(used_.size());
-  if (blocksFor(count) == blocksOf(leaf)) {
-    if (used_.front() > 0) move(leaf, 0, used_.front());
-    return leaf;
-  }
-  // All blocks of the old leaf are given back together, so that a later leaf can take them side by side.
-  for (uint32_t i = 0; i < count; ++i) {
-    if (used_[i] > i) move(leaf, i, used_[i]);
-  }
-  return copyOf(leaf, count, count);
-}
-
-uint32_t Leaves::own(uint32_t leaf, uint32_t room) {
-  const uint32_t lanes = blocksOf(leaf) * Plane::lanes;
-  if (sharers(leaf) == 0 && room <= lanes) return leaf;
-  return copyOf(leaf, lanes, std::max(room, lanes));
-}
-
-uint32_t Leaves::copyOf(uint32_t leaf, uint32_t count, uint32_t room) {
-  const uint32_t made = takeBlocks(blocksFor(room));
-  const auto planesFrom = [this](uint32_t blocks) { return planes_.begin() + (blocks & ~leafBit); };
-  std::copy_n(planesFrom(leaf), size_t{blocksFor(count)} * planesPerBlock_, planesFrom(made));
-  finish(made, count, blocksFor(room));
-  drop(leaf);
-  return made;
-}
-
 size_t Leaves::bytes() const {
   size_t bytes = planes_.size() * sizeof(Plane) + sieves_.bytes() +
-                 (sharers_.size() + used_.capacity()) * sizeof(uint32_t);
+                 (notes_.size() + used_.capacity()) * sizeof(uint32_t);
   for (const auto& leaves : free_) bytes += leaves.capacity() * sizeof(uint32_t);
   return bytes;
 }
 
-uint32_t Leaves::slotAt(uint32_t leaf, uint32_t at) {
-  const Lane place = lane(leaf, at);
-  return place.block[slotPlane].lane[place.number] & slotMask;
+uint32_t Leaves::slotAt(uint32_t leaf, uint32_t at) const {
+  const Plane* block = planes_.data() + (leaf & ~leafBit) + at / Plane::lanes * planesPerBlock_;
+  return block[slotPlane].lane[at % Plane::lanes] & slotMask;
 }
 
 Leaves::Lane Leaves::lane(uint32_t leaf, uint32_t at) {
@@ -188,10 +105,10 @@ uint32_t Leaves::blocksOf(uint32_t leaf) const {
 
 uint32_t Leaves::makeBlocks(std::span<const Image> images) {
   const auto count = static_cast<uint32_t>(images.size());
-  const uint32_t blocks = blocksFor(count);
-  const uint32_t leaf = takeBlocks(blocks);
+  const uint32_t leaf = takeBlocks(blocksFor(count));
   for (uint32_t i = 0; i < count; ++i) write(lane(leaf, i), images[i]);
-  finish(leaf, count, blocks);
+  finish(leaf, count, blocksFor(count));
+  noteIs(leaf, blocksFor(count), Note::madeWith, count);
   return leaf;
 }
 
@@ -203,7 +120,7 @@ uint32_t Leaves::takeBlocks(uint32_t count) {
   }
   const uint32_t leaf = leafBit | static_cast<uint32_t>(planes_.size());
   planes_.resize(planes_.size() + size_t{count} * planesPerBlock_);
-  sharers_.resize(sharers_.size() + count);
+  notes_.resize(notes_.size() + count);
   return leaf;
 }
 
@@ -213,6 +130,7 @@ void Leaves::finish(uint32_t leaf, uint32_t count, uint32_t blocks) {
     uint32_t& first = lane(leaf, block * Plane::lanes).block[slotPlane].lane[0];
     first = block + 1 < blocks ? first | moreBlocks : first & ~moreBlocks;
   }
+  noteIs(leaf, blocks, Note::blocks, blocks);
 }
 
 void Leaves::write(Lane to, const Image& image) {

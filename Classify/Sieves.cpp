@@ -176,7 +176,20 @@ bool isExact(std::span<const Image> images, const std::vector<Chunk>& chunks) {
   });
 }
 
+constexpr uint32_t rowBits = std::countr_zero(sizeof(Row));
+
+/// A chunk in the form that a look-up reads, and back again.
+Sieve::Chunk packed(const Chunk& chunk, uint32_t firstRow) {
+  return {firstRow * static_cast<uint32_t>(sizeof(Row)),
+          static_cast<uint16_t>((chunk.values() - 1) << rowBits),
+          static_cast<uint8_t>((chunk.at + 64 - rowBits) % 64)};
+}
+Chunk unpacked(const Sieve::Chunk& chunk, uint32_t word) {
+  return {64 * word + (chunk.turn + rowBits) % 64, static_cast<uint32_t>(std::popcount(chunk.mask))};
+}
+
 void add(Row& row, size_t image) { row.bits[image / 64] |= uint64_t{1} << image % 64; }
+void remove(Row& row, size_t image) { row.bits[image / 64] &= ~(uint64_t{1} << image % 64); }
 void add(Row& row, const Row& images) {
   for (size_t i = 0; i < std::size(row.bits); ++i) row.bits[i] |= images.bits[i];
 }
@@ -213,10 +226,7 @@ uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf, size_t bytes
   sieve.rowsPerGroup = 1;
   uint32_t count = 0;
   for (const Chunk& chunk : chunks) {
-    constexpr uint32_t rowBits = std::countr_zero(sizeof(Row));
-    sieve.chunk[count++] = {sieve.rowsPerGroup * static_cast<uint32_t>(sizeof(Row)),
-                            static_cast<uint16_t>((chunk.values() - 1) << rowBits),
-                            static_cast<uint8_t>((chunk.at + 64 - rowBits) % 64)};
+    sieve.chunk[count++] = packed(chunk, sieve.rowsPerGroup);
     sieve.rowsPerGroup += chunk.values();
     if (chunk.at < 64) sieve.ends[0] = count;
   }
@@ -236,6 +246,26 @@ uint32_t Sieves::make(std::span<const Image> images, uint32_t leaf, size_t bytes
   }
   sieves_.push_back(sieve);
   return static_cast<uint32_t>(sieves_.size() - 1);
+}
+
+/// No packet gets past the first row then, whatever the others say.
+void Sieves::erase(uint32_t number, uint32_t lane) {
+  remove(*groupOf(sieves_[number], lane), lane % Row::images);
+}
+
+void Sieves::insert(uint32_t number, uint32_t lane, const Image& image) {
+  Sieve& sieve = sieves_[number];
+  Row* const group = groupOf(sieve, lane);
+  const size_t bit = lane % Row::images;
+  add(*group, bit);
+  std::vector<Chunk> chunks;
+  for (uint32_t i = 0; i < sieve.ends[1]; ++i) {
+    const Chunk& chunk = chunks.emplace_back(unpacked(sieve.chunk[i], i < sieve.ends[0] ? 0 : 1));
+    Row* const rows = group + sieve.chunk[i].rows / sizeof(Row);
+    for (uint32_t value = 0; value < chunk.values(); ++value) remove(rows[value], bit);
+    valuesOf(image, chunk).visit([rows, bit](uint32_t value) { add(rows[value], bit); });
+  }
+  sieve.exact = sieve.exact && isExact({&image, 1}, chunks);
 }
 
 }  // namespace Classify

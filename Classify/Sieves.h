@@ -8,7 +8,8 @@
 
 namespace Classify {
 
-/// The sieves of a forest. A sieve is made for a leaf that is complete, and never changed.
+/// The sieves of a forest. A sieve is made for a leaf that is complete; later its images may change, but
+/// never move.
 class Sieves {
  public:
   void clear();
@@ -22,12 +23,21 @@ class Sieves {
   uint32_t make(std::span<const Image> images, uint32_t leaf, size_t bytesPerImage);
   static constexpr size_t mostBytesPerImage = 190;
 
+  /// The image of a lane of the leaf is gone; there is one in a lane that had none.
+  void erase(uint32_t number, uint32_t lane);
+  void insert(uint32_t number, uint32_t lane, const Image& image);
+
   const Sieve& operator[](uint32_t number) const { return sieves_[number]; }
   const Sieve* sieves() const { return sieves_.data(); }
   const Row* rows() const { return rows_.data(); }
   size_t bytes() const { return sieves_.size() * sizeof(Sieve) + rows_.size() * sizeof(Row); }
 
  private:
+  /// The first row of the group that has a lane.
+  Row* groupOf(const Sieve& sieve, uint32_t lane) {
+    return &rows_[sieve.rows + size_t{lane / Row::images} * sieve.rowsPerGroup];
+  }
+
   std::vector<Sieve> sieves_;
   std::vector<Row, LargePages<Row>> rows_;
 };

@@ -101,7 +101,7 @@ TEST(Forest, KnowsTheFirstBelowEachCellOfLaterTrees) {
       for (uint32_t change = 0; change < size; ++change) {
         const uint32_t slot = world.dice().below(size);
         if (forest.shadows(slot)) continue;
-        forest.erase({&list.images[slot], 1});
+        forest.erase({&list.images[slot], 1}, list.order());
         list.images[slot] = sideOf(world, slot);
         forest.insert(list.images[slot], list.order());
       }

@@ -37,11 +37,34 @@ TEST(Forest, TakesNotMuchMoreMemoryThroughChanges) {
   EXPECT_LT(before, 161u * 256);
   for (uint32_t change = 0; change < 1000; ++change) {
     const Image& image = list.images[change % 161];
-    forest.erase({&image, 1});
+    forest.erase({&image, 1}, list.order());
     forest.insert(image, list.order());
   }
   EXPECT_LT(forest.bytes(), 2 * before + 65536 + 4096);
   expectAgreement(forest, list, world, 500, "161 wildcards");
+}
+
+/// A leaf that was not worth dividing stays one, as long as it does not grow.
+TEST(Forest, DividesNoLeafForAnImageThatComesAndGoes) {
+  World world(1, shapes[4]);
+  List list;
+  for (uint32_t slot = 0; slot < 400; ++slot) {
+    Image& image = list.images[slot] = world.image(slot);
+    for (const int word : {0, 1}) {
+      image.mask[word] &= world.dice().word();
+      image.value[word] &= image.mask[word];
+    }
+    list.sequences.push_back(slot);
+  }
+  Forest forest;
+  forest.build(list.inOrder(), list.sequences, false);
+  const size_t before = forest.bytes();
+  for (const auto& [slot, image] : list.images) {
+    if (forest.shadows(slot)) continue;
+    forest.erase({&image, 1}, list.order());
+    forest.insert(image, list.order());
+  }
+  EXPECT_LT(forest.bytes(), before + before / 4);
 }
 
 /// Few addresses with many ports, far more often changed than whoever has the forest would let it be: most
@@ -60,7 +83,7 @@ TEST(Forest, DividesNoLeavesOnceItHasGrownTooLarge) {
   for (uint32_t change = 0; change < 6000; ++change) {
     const Image& image = list.images[change % size];
     if (forest.shadows(image.slot)) continue;
-    forest.erase({&image, 1});
+    forest.erase({&image, 1}, list.order());
     forest.insert(image, list.order());
   }
   EXPECT_LT(forest.bytes(), 5 * before);

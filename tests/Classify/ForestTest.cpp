@@ -51,7 +51,7 @@ TEST(Forest, StaysRightThroughChanges) {
           if (forest.shadows(at->first)) continue;
           const Image gone = at->second;
           list.images.erase(at);
-          forest.erase({&gone, 1});
+          forest.erase({&gone, 1}, list.order());
         } else {
           const auto slot = static_cast<uint32_t>(list.sequences.size());
           list.sequences.push_back(world.dice().below(1000));

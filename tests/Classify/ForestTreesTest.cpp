@@ -29,7 +29,7 @@ TEST(Forest, TakesASlotOutOfAllTreesThatItIsIn) {
     forest.insert(image, list.order());
   }
   for (const Image& image : images) EXPECT_EQ(found(image), 3000u);
-  forest.erase(images);
+  forest.erase(images, list.order());
   for (const Image& image : images) EXPECT_EQ(found(image), noSlot);
 }
 
