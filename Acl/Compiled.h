@@ -143,7 +143,6 @@ class Compiled final : public CompiledRules<Rule> {
   bool inOrder_ = true;                // slots are in the order of trial
   std::vector<uint32_t> free_;         // slots that are nowhere in the forest
   Classify::Forest forest_;
-  std::vector<Classify::Image> images_;  // room for imagesOf()
   Classify::View view_;
   Classify::Projection projection_;
   bool ready_ = false;
@@ -156,6 +155,8 @@ class Compiled final : public CompiledRules<Rule> {
 
   std::shared_ptr<Job> job_;   // null: none is being made
   std::vector<Change> since_;  // changes that the job does not know
+
+  std::vector<Classify::Image> images_;  // room for imagesOf()
 };
 
 }  // namespace Acl

@@ -59,9 +59,10 @@ class Forest {
   void chooseAlways(const Images& images);
   /// A cell that leads to a leaf in which an image belongs.
   struct Spot {
-    uint32_t place;   ///< the leaf
-    uint32_t cell;    ///< its number; noCell: it is the root of its tree
-    uint32_t region;  ///< of regions_
+    uint32_t place;        ///< the leaf
+    uint32_t cell;         ///< its number; noCell: it is the root of its tree
+    uint32_t region;       ///< of regions_
+    bool divides = false;  ///< its leaf has grown, and dividing it may help
   };
   static constexpr uint32_t noCell = ~uint32_t{0};
   struct Alone;

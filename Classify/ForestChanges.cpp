@@ -83,14 +83,15 @@ struct Forest::Alone {
   uint32_t place;
 };
 
-/// All memory that changes of the leaves begin with is asked for before the first one is made.
+/// All memory that changes of the leaves begin with is asked for before the first one is made. `change` must
+/// not fail once it has a leaf to return.
 template <class Change>
 void Forest::changeLeaves(uint32_t tree, const Change& change) {
   for (const Spot& spot : spots_) leaves_.fetch(spot.place);
   const auto shared = std::partition(spots_.begin(), spots_.end(),
                                      [this](const Spot& spot) { return !leaves_.isShared(spot.place); });
   std::sort(shared, spots_.end(), [](const Spot& a, const Spot& b) { return a.place < b.place; });
-  const std::span<const Spot> spots = spots_;
+  const std::span<Spot> spots = spots_;
   for (size_t at = 0; at < spots.size();) {
     size_t end = at + 1;
     while (end < spots.size() && spots[end].place == spots[at].place) ++end;
@@ -137,17 +138,16 @@ void Forest::insert(const Image& image, const Order& order) {
   strays_ += tree == strayTree;
   noteIn(tree, image.slot, order.sequence(order.context, image.slot));
   for (const uint32_t first : passed_) cells_[first] = std::min(cells_[first], image.slot);
-  std::vector<std::span<const Spot>> grown;
-  changeLeaves(tree, [&](std::span<const Spot> cells) {
+  changeLeaves(tree, [&](std::span<Spot> cells) {
     const Leaves::Grown made = leaves_.insert(cells.front().place, image, order);
     if (tree != strayTree) {
       strays_ += made.images > Leaves::longLeaf;
-      if (isWorthATry(made)) grown.push_back(cells);
+      for (Spot& cell : cells) cell.divides = isWorthATry(made);
     }
     return made.leaf;
   });
-  for (const auto cells : grown) {
-    for (const Spot& cell : cells) divideGrown(tree, cell);
+  for (const Spot& spot : spots_) {
+    if (spot.divides) divideGrown(tree, spot);
   }
   refreshView();
 }
