@@ -3,6 +3,7 @@
 
 #include <future>
 
+#include "../support/CaptureBytes.h"
 #include "../support/ModelOf.h"
 #include "../support/Run.h"
 #include "../support/RunningAgent.h"

@@ -46,7 +46,7 @@ TEST(WarningText, PeopleAndProgramsAreToldTheSame) {
     all.push_back(row.warning);
     text += std::string(row.text) + "\n";
   }
-  EXPECT_EQ(warningsText(warningsJson(all)), text) << "a document becomes the same lines";
+  EXPECT_EQ(Agent::warningsText(warningsJson(all)), text) << "a document becomes the same lines";
   testing::internal::CaptureStderr();
   tellWarnings(all);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), text);
