@@ -146,7 +146,7 @@ void EventLoop::tellWakers() {
   looked_ = turnClock_.now();
   // By index: one that is told may take away any.
   for (size_t i = 1; i < asleep_.size(); ++i) {
-    const short failures = std::exchange(asleep_[i].revents, short{0}) & ~POLLIN;
+    const short failures = asleep_[i].revents & ~POLLIN;
     if (failures == 0) continue;
     KELP_ASSERT((failures & POLLNVAL) == 0, "a waker is open until it is taken away");
     const auto waker = wakers_[i - 1];

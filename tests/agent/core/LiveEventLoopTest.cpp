@@ -164,6 +164,23 @@ TEST_F(EventLoopTest, AWakerThatWasTakenAwayByAnotherIsNotTold) {
   }
 }
 
+TEST_F(EventLoopTest, DescriptorsAndOtherWakersStillWakeItWhenAWakerHasGone) {
+  constexpr int tooLong = 20000;  // milliseconds
+  Bell watched, gone, waker;
+  loop_.fdIs(watched.fd(), EPOLLIN, [&](uint32_t) { watched.silence(); });
+  loop_.turn(0);
+  const auto failed = [] { ADD_FAILURE() << "it has no error"; };
+  loop_.wakerIs(gone.fd(), failed);
+  loop_.wakerIs(waker.fd(), failed);
+  loop_.wakerDel(gone.fd());
+  for (Bell* bell : {&watched, &waker}) {
+    bell->ring();
+    const auto start = std::chrono::steady_clock::now();
+    loop_.turn(tooLong);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(tooLong));
+  }
+}
+
 /// A signal ends the sleep, and nobody has failed by it.
 TEST_F(EventLoopTest, GoesOnAfterASignal) {
   constexpr int tooLong = 20000;  // milliseconds
