@@ -15,7 +15,7 @@ using namespace Agent;
 
 class Port {
  public:
-  explicit Port(const char* name) : device_(name, std::nullopt, XdpMode::any), name_(name) {}
+  explicit Port(const char* name) : device_(name, std::nullopt, XdpMode::any, std::nullopt), name_(name) {}
 
   /// All ports are made before one of them is opened: they have their memory in common.
   void make() { orDie(device_.make()); }

@@ -72,9 +72,18 @@ XdpDevice::Queues queuesOf(std::string_view text) {
   return XdpProgram::Range{static_cast<uint32_t>(*first), static_cast<uint32_t>(*last)};
 }
 
+/// Microseconds; nothing where they are not given, or are none.
+Gathering::Wanted gatherOf(const PortWhat& what) {
+  const auto given = what.options.find("gather");
+  const auto number = given == what.options.end() ? std::nullopt : wholeNumber(given->second);
+  if (!number || *number > Gathering::most) return std::nullopt;
+  return static_cast<uint32_t>(*number);
+}
+
 std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
   XdpDevice::Queues queues;
   XdpMode mode = XdpMode::any;
+  const Gathering::Wanted gather = gatherOf(what);
   for (const auto& [name, value] : what.options) {
     if (name == "queue") {
       queues = queuesOf(value);
@@ -83,22 +92,27 @@ std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup& setup, st
                             XdpProgram::mostQueues);
       continue;
     }
+    if (name == "gather") {
+      if (!gather)
+        wrong = fmt::format("gather={} is no number of microseconds up to {}", value, Gathering::most);
+      continue;
+    }
     if (!value.empty()) wrong = fmt::format("{} has no value", name);
     if (mode != XdpMode::any) wrong = "copy and zerocopy exclude each other";
     mode = name == "copy" ? XdpMode::copy : XdpMode::zerocopy;
   }
   if (!wrong.empty()) return nullptr;
-  if (setup.worker == 0) return std::make_unique<XdpDevice>(what.device, queues, mode);
+  if (setup.worker == 0) return std::make_unique<XdpDevice>(what.device, queues, mode, gather);
   const auto handed = setup.handed.find(what.device);
   const int sockets = handed == setup.handed.end() ? -1 : handed->second;
-  return std::make_unique<XdpDevice>(what.device, queues, mode,
+  return std::make_unique<XdpDevice>(what.device, queues, mode, gather,
                                      XdpDevice::Share{setup.worker, setup.workers, sockets});
 }
 
 std::unique_ptr<PortDevice> keptXdp(const PortWhat& what) {
   const auto queue = what.options.find("queue");
-  return std::make_unique<XdpKeeper>(what.device,
-                                     queue == what.options.end() ? std::nullopt : queuesOf(queue->second));
+  return std::make_unique<XdpKeeper>(
+      what.device, queue == what.options.end() ? std::nullopt : queuesOf(queue->second), gatherOf(what));
 }
 
 /// Processes that shared a device of DPDK would share its locks, too, and one that dies would stop the
@@ -124,7 +138,7 @@ std::set<int> needs() {
 }
 
 constexpr std::string_view ofCapture[] = {"repeat", "endless"};
-constexpr std::string_view ofXdp[] = {"queue", "copy", "zerocopy"};
+constexpr std::string_view ofXdp[] = {"queue", "copy", "zerocopy", "gather"};
 constexpr std::string_view ofDpdk[] = {"queues"};
 
 /// The first row is meant by a text without a kind.
@@ -147,7 +161,7 @@ constexpr PortKind kinds[] = {
      .followed = true,
      .exclusive = true},
     {.name = "xdp",
-     .form = "xdp:DEV[,queue=N|,queue=N-M][,copy|,zerocopy]",
+     .form = "xdp:DEV[,queue=N|,queue=N-M][,copy|,zerocopy][,gather=US]",
      .options = ofXdp,
      .make = xdp,
      .capabilities = needs<CAP_NET_RAW, CAP_NET_ADMIN, CAP_BPF, CAP_IPC_LOCK>,

@@ -1,19 +1,16 @@
 #include <agent/core/Output.h>
+#include <agent/ports/Ethtool.h>
 #include <agent/ports/SocketOption.h>
 #include <agent/ports/XdpDevice.h>
 #include <fmt/format.h>
-#include <linux/ethtool.h>
 #include <linux/if_packet.h>
-#include <linux/sockios.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/epoll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace Agent {
 
@@ -29,13 +26,9 @@ constexpr int pauseUntilFree = 20;
 
 /// Of how many receive queues a device has frames.
 uint32_t queueCountOf(const std::string& device) {
-  const Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ethtool_channels channels{};
   channels.cmd = ETHTOOL_GCHANNELS;
-  ifreq request{};
-  std::memcpy(request.ifr_name, device.data(), std::min(device.size(), sizeof request.ifr_name - 1));
-  request.ifr_data = reinterpret_cast<char*>(&channels);
-  if (ioctl(control.get(), SIOCETHTOOL, &request) != 0) return 1;
+  if (!ethtoolAnswers(device, &channels)) return 1;
   return std::max(channels.rx_count + channels.combined_count, uint32_t{1});
 }
 
@@ -47,13 +40,16 @@ void add(DeviceCounts& to, const DeviceCounts& counts) {
 
 }  // namespace
 
-XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode, const std::optional<Share>& share)
+XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode, Gathering::Wanted gather,
+                     const std::optional<Share>& share)
     : device_(std::move(device)),
       wanted_(queues),
       mode_(mode),
       share_(share.value_or(Share())),
       memory_(XdpMemory::shared()),
       program_(share ? XdpProgram(share->sockets) : XdpProgram()),
+      ownsDevice_(!share),
+      gathering_(gather),
       received_{} {}
 
 XdpProgram::Range XdpDevice::rangeOf(const std::string& device, const Queues& wanted) {
@@ -112,10 +108,13 @@ std::optional<std::string> XdpDevice::attach(const Link& link) {
     return fmt::format("{}: its MTU of {} is more than the {} that an xdp port takes", device_, link.mtu,
                        largestMtu);
   }
-  if (isOpen()) return std::nullopt;
-  if (auto wrong = whyNot(queues())) return wrong;
-  const std::string doing = openOn(link);
-  patience_ = 0;
+  std::string doing;
+  if (!isOpen()) {
+    if (auto wrong = whyNot(queues())) return wrong;
+    doing = openOn(link);
+    patience_ = 0;
+  }
+  if (doing.empty() && ownsDevice_) doing = gathering_.attach(link);
   if (doing.empty()) return std::nullopt;
   const std::string wrong = failed(doing);
   // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
@@ -161,6 +160,7 @@ std::string XdpDevice::openOn(const Link& link) {
 
 void XdpDevice::detach() {
   release();
+  gathering_.detach();
   program_.detach();
   for (const auto& socket : sockets_) add(before_, socket->counts());
   sockets_.clear();
@@ -219,8 +219,9 @@ std::string XdpDevice::how() const {
   const bool together = share_.of == 1 && queues_.size() > 1;
   const std::string numbers = together ? fmt::format("{}-{}", queues_.front(), queues_.back())
                                        : fmt::format("{}", fmt::join(queues_, " and "));
-  return fmt::format("{}{}, queue{} {}", sockets_.front()->isZeroCopy() ? "zerocopy" : "copy",
-                     program_.isInDriver() ? "" : ", generic", queues_.size() > 1 ? "s" : "", numbers);
+  return fmt::format("{}{}, queue{} {}{}", sockets_.front()->isZeroCopy() ? "zerocopy" : "copy",
+                     program_.isInDriver() ? "" : ", generic", queues_.size() > 1 ? "s" : "", numbers,
+                     gathering_.how());
 }
 
 }  // namespace Agent

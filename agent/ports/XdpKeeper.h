@@ -1,6 +1,7 @@
 #pragma once
 
 #include <agent/core/Output.h>
+#include <agent/ports/Gathering.h>
 #include <agent/ports/PortDevice.h>
 #include <agent/ports/XdpDevice.h>
 #include <agent/ports/XdpProgram.h>
@@ -12,26 +13,34 @@
 
 namespace Agent {
 
-/// Keeps the XDP program on a device whose queues other processes have (XdpDevice::Share). So it stays when
-/// one of them dies: what comes by the queues of that one is dropped until it is back.
+/// Keeps the XDP program, and what is set with it, on a device whose queues other processes have
+/// (XdpDevice::Share). So it stays when one of them dies: what comes by the queues of that one is dropped
+/// until it is back.
 class XdpKeeper final : public PortDevice {
  public:
-  XdpKeeper(std::string device, XdpDevice::Queues queues) : device_(std::move(device)), wanted_(queues) {}
+  XdpKeeper(std::string device, XdpDevice::Queues queues, Gathering::Wanted gather)
+      : device_(std::move(device)), wanted_(queues), gathering_(gather) {}
 
   std::optional<std::string> make() override {
     const std::string what = program_.load(XdpDevice::closedOf(wanted_));
     return what.empty() ? std::nullopt : std::optional(failureOf(device_ + ": " + what));
   }
   std::optional<std::string> attach(const Link& link) override {
-    if (index_ == link.index) return std::nullopt;
-    detach();
-    const std::string what = program_.attach(link.index);
-    if (what.empty()) index_ = link.index;
+    std::string what;
+    if (index_ != link.index) {
+      detach();
+      what = program_.attach(link.index);
+      if (what.empty()) index_ = link.index;
+    }
+    if (what.empty()) what = gathering_.attach(link);
     // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
     if (what.empty() || errno == ENODEV) return std::nullopt;
-    return failureOf(fmt::format("{}: {}", device_, what));
+    const std::string wrong = failureOf(fmt::format("{}: {}", device_, what));
+    detach();
+    return wrong;
   }
   void detach() override {
+    gathering_.detach();
     program_.detach();
     index_ = 0;
   }
@@ -41,12 +50,16 @@ class XdpKeeper final : public PortDevice {
   size_t send(std::span<const LiveFrame> frames, int&) override { return frames.size(); }
   bool takesOffloads() const override { return true; }
   void stopReceiving() override {}
-  std::string how() const override { return program_.isInDriver() ? "" : "generic"; }
+  std::string how() const override {
+    const std::string how = (program_.isInDriver() ? "" : ", generic") + gathering_.how();
+    return how.empty() ? how : how.substr(2);
+  }
 
  private:
   const std::string device_;
   const XdpDevice::Queues wanted_;
   XdpProgram program_;
+  Gathering gathering_;
   int index_ = 0;
 };
 

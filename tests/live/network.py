@@ -108,6 +108,10 @@ class Namespace:
                 with contextlib.suppress(OSError):
                     ethtool(control, device, struct.pack("II", command, 0))
 
+    def gro_is_on(self, device):
+        with self.entered(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
+            ethtool(control, device, struct.pack("II", 0x2C, 1))
+
     def queues_are(self, device, **counts):
         """How many a device has of some kinds: rx, tx."""
         kinds = ("rx", "tx", "other", "combined")

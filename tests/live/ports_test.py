@@ -15,6 +15,7 @@ import time
 import live_test
 from kinds_test import NO_CARDS, has_dpdk
 from live_test import OPEN, LiveTest, until
+from napis import AS_USUAL, CAN_BE_SET, Napis
 from network import Agent, Control, Wire, udp
 from operating_test import ALWAYS, NEVER, OperatedTest, alternating, rules_of, wanted
 
@@ -37,6 +38,13 @@ class Kinds(LiveTest):
 
     def path(self, name):
         return os.path.join(self.folder, name)
+
+    def napis(self):
+        if not CAN_BE_SET:
+            self.skipTest("the kernel has no such setting")
+        opened = Napis(self.middle)
+        self.addCleanup(opened.close)
+        return opened
 
     def live(self, sock):
         client = Control(sock)
@@ -69,7 +77,7 @@ class Kinds(LiveTest):
         self.assertIn("MTU of 9000", self.live(sock)["eth1"]["wrong"])
         self.middle.ip("link", "set", "eth1", "mtu", "1500")
         self.assertTrue(until(lambda: self.live(sock)["eth1"]["present"]))
-        self.assertEqual(self.live(sock)["eth1"]["how"], "copy, queue 0")
+        self.assertEqual(self.live(sock)["eth1"]["how"], "copy, queue 0" + AS_USUAL)
         a, b = self.wire(1), self.wire(2)
         self.assertTrue(until(lambda: (a.send([udp(10)]), b.received(1, patience=0.3) != [])[1]))
 
@@ -168,6 +176,67 @@ class Kinds(LiveTest):
         self.assertIn("eth1: queue 0: the driver does not do without a copy", refused.process.stderr.read())
         self.assertNotIn('"xdp"', self.middle.ip("-d", "-j", "link", "show", "eth1").stdout)
 
+    def test_frames_gather_for_as_long_as_asked_and_what_was_set_is_put_back(self):
+        """Where the driver has its NAPI for other things than XDP, too, so that it stays."""
+        self.stations_are(1)
+        self.middle.gro_is_on("eth1")
+        napis = self.napis()
+        none, others, of_killed = (0, 0), (5, 20000), (1, 70001)
+        for option, found, gathers, in_force, after in (
+                ("", none, 50, (1, 50001), none),
+                (",gather=0", none, 0, none, none),
+                (",gather=200", none, 200, (1, 200001), none),
+                ("", others, 0, others, others),
+                (",gather=0", others, 0, others, others),
+                (",gather=200", others, 200, (1, 200001), others),
+                ("", of_killed, 50, (1, 50001), none),
+                (",gather=0", of_killed, 0, none, none),
+                (",gather=70", of_killed, 70, of_killed, none)):
+            with self.subTest(option=option, found=found):
+                napis.are("eth1", found)
+                sock = self.path("sock")
+                agent = self.agent(OPEN, "--control", sock, "--port", f"eth1=xdp:eth1{option}", ports=())
+                how = self.live(sock)["eth1"]["how"]
+                self.assertEqual(how, "copy, queue 0" + (f", gathers {gathers} us" if gathers else ""))
+                self.assertEqual(napis.of("eth1"), [in_force])
+                agent.stop()
+                self.assertEqual(napis.of("eth1"), [after])
+
+    def test_what_a_killed_agent_has_set_is_put_back_by_the_next_one(self):
+        self.stations_are(1)
+        self.middle.gro_is_on("eth1")
+        napis = self.napis()
+        killed = self.agent(OPEN, "--port", "eth1=xdp:eth1,gather=70", ports=())
+        killed.kill()
+        self.assertEqual(napis.of("eth1"), [(1, 70001)])
+        self.agent(OPEN, "--port", "eth1=xdp:eth1", ports=()).stop()
+        self.assertEqual(napis.of("eth1"), [(0, 0)])
+
+    def test_frames_gather_again_when_a_device_was_off(self):
+        self.queues = 2
+        self.stations_are(1)
+        napis, sock = self.napis(), self.path("sock")
+        self.agent(OPEN, "--control", sock, "--port", "eth1=xdp:eth1", ports=())
+        for state, inside in (("up", [(1, 50001)] * 2), ("down", []), ("up", [(1, 50001)] * 2)):
+            self.middle.ip("link", "set", "eth1", state)
+            self.assertTrue(until(lambda wanted=inside: napis.of("eth1") == wanted), napis.of("eth1"))
+            gathers = ", gathers 50 us" in self.live(sock)["eth1"]["how"]
+            self.assertEqual(gathers, state == "up")
+
+    def test_a_device_whose_frames_cannot_be_gathered_is_refused_where_that_was_asked_for(self):
+        self.queues = 2
+        self.stations_are(1)
+        self.middle.queues_are("eth1", rx=1)  # fewer than who sends has: so it is not the driver that does XDP
+        sock = self.path("sock")
+        agent = self.agent(OPEN, "--control", sock, "--port", "eth1=xdp:eth1", ports=())
+        self.assertEqual(self.live(sock)["eth1"]["how"], "copy, generic, queue 0")
+        agent.stop()
+        refused = Agent(live_test.VELO, self.middle, OPEN, "--port", "eth1=xdp:eth1,gather=50", check=False)
+        self.addCleanup(refused.kill)
+        self.assertEqual(refused.process.wait(10), 1)
+        self.assertIn("eth1: frames cannot be gathered (gather): Operation not supported", refused.process.stderr.read())
+        self.assertNotIn('"xdp"', self.middle.ip("-d", "-j", "link", "show", "eth1").stdout)
+
     def test_nothing_waits_in_xdp_for_a_link_that_is_down(self):
         self.stations_are(1, 2)
         sock = self.path("sock")
@@ -202,7 +271,7 @@ class Kinds(LiveTest):
         self.queues = 3
         self.stations_are(2)
         self.assertTrue(until(lambda: live()["present"]), live())
-        self.assertEqual((live()["wrong"], live()["how"]), (None, "copy, queues 0-2"))
+        self.assertEqual((live()["wrong"], live()["how"]), (None, "copy, queues 0-2" + AS_USUAL))
         a, b = self.wire(1), self.wire(2)
         b.send(udp(10, n, source=2, to=1, source_port=2000 + n) for n in range(256))
         self.assertEqual(len(a.received(256)), 256, "by all three")
@@ -215,17 +284,17 @@ class Kinds(LiveTest):
         self.assertTrue(self.queues_are(3))
         self.agent(OPEN, "--patch", "eth1,eth2", "--control", sock, "--port", "eth1=xdp:eth1", "--port", "eth2=eth2", ports=())
         live = lambda: self.live(sock)["eth1"]
-        self.assertEqual(live()["how"], "copy, queues 0-2")
+        self.assertEqual(live()["how"], "copy, queues 0-2" + AS_USUAL)
         # The kernel takes no queue away that a socket has.
         self.middle.ip("link", "set", "eth1", "mtu", "9000")
         self.assertTrue(until(lambda: not live()["present"]))
         self.assertTrue(until(lambda: self.queues_are(1)), "it gives up what is closed a little later")
         self.middle.ip("link", "set", "eth1", "mtu", "1500")
-        self.assertTrue(until(lambda: live()["how"] == "copy, queue 0"), live())
+        self.assertTrue(until(lambda: live()["how"] == "copy, queue 0" + AS_USUAL), live())
         a, b, host = self.wire(1), self.wire(2), Wire(self.middle, "eth1")
         self.addCleanup(host.close)
         self.assertTrue(self.queues_are(3))
-        self.assertTrue(until(lambda: live()["how"] == "copy, queues 0-2"), live())
+        self.assertTrue(until(lambda: live()["how"] == "copy, queues 0-2" + AS_USUAL), live())
         host.received(0)
         a.send(frames := [udp(10, n, source_port=2000 + n) for n in range(256)])
         self.assertEqual(sorted(b.received(len(frames))), sorted(frames), "by all three")

@@ -250,7 +250,7 @@ TEST_F(LivePortsTest, TwoPortsCannotBeOnOneDevice) {
 TEST_F(LivePortsTest, APortIsWrittenAsItsKindAndWhatItIsOn) {
   for (const char* right : {"ens9", "packet:ens8", "tap:tap1", "null:", "null:", "pcap:/a,b.pcap,endless",
                             "pcap:/a,b.pcap,repeat=3", "pcap:/a,b.pcap", "xdp:x1", "xdp:x2,queue=3,copy",
-                            "xdp:x3,zerocopy,queue=0-3"}) {
+                            "xdp:x3,zerocopy,queue=0-3", "xdp:x4,gather=0", "xdp:x5,gather=1000,copy"}) {
     EXPECT_EQ(ports_.portIs("eth4", right), std::nullopt) << right;
   }
   const std::pair<const char*, const char*> wrong[] = {
@@ -264,6 +264,9 @@ TEST_F(LivePortsTest, APortIsWrittenAsItsKindAndWhatItIsOn) {
       {"pcap:a,endless=1", "eth4: endless has no value"},
       {"xdp:y,queue=3-2", "eth4: queue=3-2 is no queue and no range of queues below 64"},
       {"xdp:y,queue=64", "eth4: queue=64 is no queue"},
+      {"xdp:y,gather=1001", "eth4: gather=1001 is no number of microseconds up to 1000"},
+      {"xdp:y,gather=5us", "eth4: gather=5us is no number"},
+      {"xdp:y,gather", "eth4: gather= is no number"},
       {"xdp:y,copy,zerocopy", "eth4: copy and zerocopy exclude each other"},
       {"pcap:a,repeat=2,endless", "eth4: repeat and endless exclude each other"},
   };

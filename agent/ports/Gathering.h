@@ -1,0 +1,53 @@
+#pragma once
+
+#include <agent/ports/Napis.h>
+#include <agent/ports/PortDevice.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+/// Has frames gather at a device for some microseconds before the kernel hands them on together: the first
+/// one behind a rest goes on at once, and those that come within the pause behind it wait for its end. On a
+/// veth device each frame would otherwise be handed on alone, on the processor of who sends it. Cards have
+/// the like for their interrupts (ethtool -C).
+///
+/// It is a setting of the device (Napi), which goes with the XDP program where the driver has its NAPIs for
+/// that alone. Elsewhere it is put back, and what a killed process has left is known by the mark on it.
+class Gathering {
+ public:
+  /// Microseconds; 0: they do not gather. Nothing: as is best for the device, and what somebody else has set
+  /// there is left alone.
+  using Wanted = std::optional<uint32_t>;
+  static constexpr uint32_t most = 1000;
+  /// On a veth device. It has room for 256 frames, of five million a second here.
+  static constexpr uint32_t usual = 50;
+
+  explicit Gathering(Wanted wanted) : wanted_(wanted) {}
+  ~Gathering() { detach(); }
+  Gathering(const Gathering&) = delete;
+  Gathering& operator=(const Gathering&) = delete;
+
+  /// The device is open, or has changed: one that was off has new NAPIs. Returns what could not be done
+  /// (errno); empty when it is done, or nobody has asked for it.
+  std::string attach(const Link& link);
+  /// Puts back what was there.
+  void detach();
+  /// ", gathers 50 us"; empty when they do not.
+  std::string how() const;
+
+ private:
+  bool gather(const Link& link);
+  /// What is put back at a NAPI.
+  Napi beforeOf(const Napi& napi) const;
+
+  const Wanted wanted_;
+  Napis napis_;
+  std::vector<Napi> before_;  // of those that are set
+  uint32_t inForce_ = 0;
+};
+
+}  // namespace Agent
