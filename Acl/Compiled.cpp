@@ -33,6 +33,7 @@ Compiled<Rule>::Compiled(std::span<const Entry* const> entries) : entries_(entri
 
 template <class Rule>
 uint32_t Compiled<Rule>::insert(const Entry* entry) {
+  const ViewAtEnd viewAtEnd{*this};
   uint32_t slot = static_cast<uint32_t>(entries_.size());
   if (free_.empty()) {
     inOrder_ = inOrder_ && (slot == 0 || sequences_.back() < entry->value.sequence());
@@ -55,6 +56,7 @@ uint32_t Compiled<Rule>::insert(const Entry* entry) {
 
 template <class Rule>
 void Compiled<Rule>::erase(uint32_t slot) {
+  const ViewAtEnd viewAtEnd{*this};
   const Entry* entry = std::exchange(entries_[slot], nullptr);
   --rules_;
   if (!upkeep_) return free_.push_back(slot);
@@ -122,7 +124,6 @@ std::span<const Classify::Image> Compiled<Rule>::imagesOf(const Filter& filter, 
 
 template <class Rule>
 void Compiled<Rule>::changed() {
-  refreshView();
   ++changes_;
   if (!job_ && (!ready_ || isBlunt())) makeAnew();
 }

@@ -62,6 +62,11 @@ class Compiled final : public CompiledRules<Rule> {
  private:
   using Filter = typename Rule::FilterType;
   class Job;
+  /// Renews the view behind a change, also behind one for which memory ran out in the middle.
+  struct ViewAtEnd {
+    Compiled& form;
+    ~ViewAtEnd() { form.refreshView(); }
+  };
   /// A change that came while a new form is being made.
   struct Change {
     bool inserted;

@@ -1,5 +1,6 @@
 #include <Acl/Keys.h>
 #include <Classify/Region.h>
+#include <Kelp/Assert.h>
 
 #include <algorithm>
 #include <array>
@@ -15,14 +16,57 @@ using Classify::Image;
 using Classify::Interval;
 using Classify::Projection;
 
-/// The numbers from 0 to `highest` that meet a condition, as intervals. The condition changes its answer only
-/// at the numbers in `turns` and behind them.
-template <class Meets>
-std::vector<Interval> intervalsOf(std::vector<uint32_t> turns, uint32_t highest, const Meets& meets) {
-  for (size_t i = turns.size(); i-- > 0;) turns.push_back(turns[i] + 1);
-  turns.push_back(0);
+/// Up to so many elements, kept in place: a change of a rule should not wait for memory.
+template <class Element, size_t most>
+class Few {
+ public:
+  Few() = default;
+  Few(std::initializer_list<Element> all) {
+    for (const Element& element : all) push_back(element);
+  }
+  void push_back(const Element& element) {
+    KELP_ASSERT(count_ < most, "there is room for all");
+    all_[count_++] = element;
+  }
+
+  size_t size() const { return count_; }
+  bool empty() const { return count_ == 0; }
+  Element* begin() { return all_; }
+  Element* end() { return all_ + count_; }
+  const Element* begin() const { return all_; }
+  const Element* end() const { return all_ + count_; }
+  const Element& operator[](size_t i) const { return all_[i]; }
+  const Element& front() const { return all_[0]; }
+  Element& back() { return all_[count_ - 1]; }
+  const Element& back() const { return all_[count_ - 1]; }
+
+ private:
+  size_t count_ = 0;
+  Element all_[most] = {};
+};
+
+/// Numbers at which and behind which a condition may change its answer, and 0, in ascending order.
+using Turns = Few<uint32_t, 2 * PortMatch::maxPorts + 2>;
+using Intervals = Few<Interval, PortMatch::maxPorts + 2>;
+
+template <class Numbers>
+Turns turnsAt(const Numbers& numbers) {
+  Turns turns{0, 1};
+  for (const uint32_t number : numbers) {
+    if (number == 0) continue;  // as are operands that are not used
+    turns.push_back(number);
+    turns.push_back(number + 1);
+  }
   std::sort(turns.begin(), turns.end());
-  std::vector<Interval> intervals;
+  return turns;
+}
+
+/// The numbers from 0 to `highest` that meet a condition, as intervals. The condition changes its answer only
+/// at some numbers and behind them.
+template <class Numbers, class Meets>
+Intervals intervalsOf(const Numbers& numbers, uint32_t highest, const Meets& meets) {
+  const Turns turns = turnsAt(numbers);
+  Intervals intervals;
   for (size_t i = 0; i < turns.size() && turns[i] <= highest; ++i) {
     if (i + 1 < turns.size() && turns[i + 1] == turns[i]) continue;
     if (!meets(turns[i])) continue;
@@ -36,21 +80,18 @@ std::vector<Interval> intervalsOf(std::vector<uint32_t> turns, uint32_t highest,
   return intervals;
 }
 
-std::vector<Interval> intervalsOf(const PortMatch& match) {
-  const std::vector<uint32_t> turns(match.ports.begin(), match.ports.begin() + PortMatch::maxPorts);
-  return intervalsOf(turns, 0xffff,
+Intervals intervalsOf(const PortMatch& match) {
+  return intervalsOf(match.ports, 0xffff,
                      [&](uint32_t port) { return match.matches(static_cast<uint16_t>(port)); });
 }
 
-std::vector<Interval> intervalsOf(const HopMatch& match) {
-  return intervalsOf({match.value}, 0xff,
+Intervals intervalsOf(const HopMatch& match) {
+  return intervalsOf(std::array{match.value}, 0xff,
                      [&](uint32_t hops) { return match.matches(static_cast<uint8_t>(hops)); });
 }
 
 /// The interval around several.
-std::vector<Interval> around(const std::vector<Interval>& intervals) {
-  return {{intervals.front().low, intervals.back().high}};
-}
+Intervals around(const Intervals& intervals) { return {{intervals.front().low, intervals.back().high}}; }
 
 /// Asks that the bits of a mask are as in a value.
 void askBits(Image& image, int word, uint32_t mask, uint32_t value) {
@@ -65,8 +106,8 @@ void askVlan(Image& image, const VlanMatch& vlan, uint32_t known) {
 
 /// The numbers of an IP rule that are compared with ranges; any where the rule asks for none.
 struct Ranges {
-  std::vector<Interval> upper = {{0, 0xffff}}, lower = {{0, 0xffff}};  ///< of the pair
-  std::vector<Interval> hops = {{0, 0xff}};
+  Intervals upper = {{0, 0xffff}}, lower = {{0, 0xffff}};  ///< of the pair
+  Intervals hops = {{0, 0xff}};
   Interval classes{0, 0xff};
 
   bool empty() const { return upper.empty() || lower.empty() || hops.empty(); }

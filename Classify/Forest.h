@@ -90,6 +90,11 @@ class Forest {
   void divideGrown(uint32_t tree, const Spot& cell);
   size_t treeBytes() const;
   void refreshView();
+  /// Refreshes the view behind a change, also behind one for which memory ran out in the middle.
+  struct ViewAtEnd {
+    Forest& forest;
+    ~ViewAtEnd() { forest.refreshView(); }
+  };
 
   /// The lowest slot and the lowest sequence number of all images that were ever put into a tree. Taking an
   /// image out does not change them.

@@ -130,6 +130,7 @@ uint32_t Forest::treeFor(const Image& image, const Order& order) {
 }
 
 void Forest::insert(const Image& image, const Order& order) {
+  const ViewAtEnd viewAtEnd{*this};
   if (image.slot >= shadowing_.size()) {
     shadowing_.resize(image.slot + 1);
     plantedIn_.resize(image.slot + 1);
@@ -149,7 +150,6 @@ void Forest::insert(const Image& image, const Order& order) {
   for (const Spot& spot : spots_) {
     if (spot.divides) divideGrown(tree, spot);
   }
-  refreshView();
 }
 
 /// A leaf that was not divided when it was made is not worth it with an image more either.
@@ -173,6 +173,7 @@ void Forest::divideGrown(uint32_t tree, const Spot& cell) {
 }
 
 void Forest::erase(std::span<const Image> images, const Order& order) {
+  const ViewAtEnd viewAtEnd{*this};
   for (const Image& image : images) {
     for (uint32_t trees = plantedIn_[image.slot]; trees != 0; trees &= trees - 1) {
       const auto tree = static_cast<uint32_t>(std::countr_zero(trees));
@@ -183,7 +184,6 @@ void Forest::erase(std::span<const Image> images, const Order& order) {
     }
   }
   for (const Image& image : images) plantedIn_[image.slot] = 0;
-  refreshView();
 }
 
 }  // namespace Classify
