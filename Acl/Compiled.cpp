@@ -36,9 +36,10 @@ uint32_t Compiled<Rule>::insert(const Entry* entry) {
   const ViewAtEnd viewAtEnd{*this};
   uint32_t slot = static_cast<uint32_t>(entries_.size());
   if (free_.empty()) {
+    sequences_.resize(slot);  // longer where memory ran out for an entry
     inOrder_ = inOrder_ && (slot == 0 || sequences_.back() < entry->value.sequence());
-    entries_.push_back(entry);
     sequences_.push_back(entry->value.sequence());
+    entries_.push_back(entry);
   } else {
     slot = free_.back();
     free_.pop_back();

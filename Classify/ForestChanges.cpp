@@ -83,8 +83,8 @@ struct Forest::Alone {
   uint32_t place;
 };
 
-/// All memory that changes of the leaves begin with is asked for before the first one is made. `change` must
-/// not fail once it has a leaf to return.
+/// When `change` fails, as it may for want of memory until it has a leaf to return, the leaves before are
+/// changed, and it and those behind it are not.
 template <class Change>
 void Forest::changeLeaves(uint32_t tree, const Change& change) {
   for (const Spot& spot : spots_) leaves_.fetch(spot.place);
@@ -131,10 +131,8 @@ uint32_t Forest::treeFor(const Image& image, const Order& order) {
 
 void Forest::insert(const Image& image, const Order& order) {
   const ViewAtEnd viewAtEnd{*this};
-  if (image.slot >= shadowing_.size()) {
-    shadowing_.resize(image.slot + 1);
-    plantedIn_.resize(image.slot + 1);
-  }
+  if (image.slot >= shadowing_.size()) shadowing_.resize(image.slot + 1);
+  if (image.slot >= plantedIn_.size()) plantedIn_.resize(image.slot + 1);
   const uint32_t tree = treeFor(image, order);
   strays_ += tree == strayTree;
   noteIn(tree, image.slot, order.sequence(order.context, image.slot));

@@ -119,8 +119,10 @@ uint32_t Leaves::takeBlocks(uint32_t count) {
     return leaf;
   }
   const uint32_t leaf = leafBit | static_cast<uint32_t>(planes_.size());
-  planes_.resize(planes_.size() + size_t{count} * planesPerBlock_);
-  notes_.resize(notes_.size() + count);
+  // Memory may run out for the second one: the first is then larger for nothing until the next time.
+  const size_t blocks = planes_.size() / planesPerBlock_ + count;
+  notes_.resize(blocks);
+  planes_.resize(blocks * planesPerBlock_);
   return leaf;
 }
 

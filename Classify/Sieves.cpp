@@ -255,10 +255,11 @@ void Sieves::erase(uint32_t number, uint32_t lane) {
 
 void Sieves::insert(uint32_t number, uint32_t lane, const Image& image) {
   Sieve& sieve = sieves_[number];
+  std::vector<Chunk> chunks;
+  chunks.reserve(Sieve::maxChunks);  // from here on nothing can fail
   Row* const group = groupOf(sieve, lane);
   const size_t bit = lane % Row::images;
   add(*group, bit);
-  std::vector<Chunk> chunks;
   for (uint32_t i = 0; i < sieve.ends[1]; ++i) {
     const Chunk& chunk = chunks.emplace_back(unpacked(sieve.chunk[i], i < sieve.ends[0] ? 0 : 1));
     Row* const rows = group + sieve.chunk[i].rows / sizeof(Row);

@@ -72,7 +72,9 @@ std::optional<int> take(const char* piece, size_t size, const std::function<void
   auto left = static_cast<unsigned>(size);
   for (const auto* message = reinterpret_cast<const nlmsghdr*>(piece); NLMSG_OK(message, left);
        message = NLMSG_NEXT(message, left)) {
-    if (message->nlmsg_type == NLMSG_DONE) return 0;
+    if (message->nlmsg_type == NLMSG_DONE)
+      return message->nlmsg_len < NLMSG_LENGTH(sizeof(int)) ? 0
+                                                            : -*static_cast<const int*>(NLMSG_DATA(message));
     if (message->nlmsg_type == NLMSG_ERROR) return -static_cast<const nlmsgerr*>(NLMSG_DATA(message))->error;
     begin();
     const auto* data = static_cast<const char*>(NLMSG_DATA(message)) + GENL_HDRLEN;

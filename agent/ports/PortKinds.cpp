@@ -73,17 +73,17 @@ XdpDevice::Queues queuesOf(std::string_view text) {
 }
 
 /// Microseconds; nothing where they are not given, or are none.
-Gathering::Wanted gatherOf(const PortWhat& what) {
+FrameGathering::Wanted gatherOf(const PortWhat& what) {
   const auto given = what.options.find("gather");
   const auto number = given == what.options.end() ? std::nullopt : wholeNumber(given->second);
-  if (!number || *number > Gathering::most) return std::nullopt;
+  if (!number || *number > FrameGathering::most) return std::nullopt;
   return static_cast<uint32_t>(*number);
 }
 
 std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup& setup, std::string& wrong) {
   XdpDevice::Queues queues;
   XdpMode mode = XdpMode::any;
-  const Gathering::Wanted gather = gatherOf(what);
+  const FrameGathering::Wanted gather = gatherOf(what);
   for (const auto& [name, value] : what.options) {
     if (name == "queue") {
       queues = queuesOf(value);
@@ -94,7 +94,7 @@ std::unique_ptr<PortDevice> xdp(const PortWhat& what, const PortSetup& setup, st
     }
     if (name == "gather") {
       if (!gather)
-        wrong = fmt::format("gather={} is no number of microseconds up to {}", value, Gathering::most);
+        wrong = fmt::format("gather={} is no number of microseconds up to {}", value, FrameGathering::most);
       continue;
     }
     if (!value.empty()) wrong = fmt::format("{} has no value", name);

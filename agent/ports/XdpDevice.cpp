@@ -40,7 +40,7 @@ void add(DeviceCounts& to, const DeviceCounts& counts) {
 
 }  // namespace
 
-XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode, Gathering::Wanted gather,
+XdpDevice::XdpDevice(std::string device, Queues queues, XdpMode mode, FrameGathering::Wanted gather,
                      const std::optional<Share>& share)
     : device_(std::move(device)),
       wanted_(queues),

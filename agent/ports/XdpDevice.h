@@ -1,7 +1,7 @@
 #pragma once
 
 #include <agent/core/Descriptor.h>
-#include <agent/ports/Gathering.h>
+#include <agent/ports/FrameGathering.h>
 #include <agent/ports/PortDevice.h>
 #include <agent/ports/XdpProgram.h>
 #include <agent/ports/XdpSocket.h>
@@ -32,7 +32,7 @@ class XdpDevice final : public PortDevice {
     int sockets = -1;  ///< of the program that the process has which keeps the device for all; see XdpKeeper
   };
 
-  XdpDevice(std::string device, Queues queues, XdpMode mode, Gathering::Wanted gather,
+  XdpDevice(std::string device, Queues queues, XdpMode mode, FrameGathering::Wanted gather,
             const std::optional<Share>& share = std::nullopt);
   /// The queues that it has, of those that are wanted.
   static XdpProgram::Range rangeOf(const std::string& device, const Queues& wanted);
@@ -70,7 +70,7 @@ class XdpDevice final : public PortDevice {
   const std::shared_ptr<XdpMemory> memory_;
   XdpProgram program_;
   const bool ownsDevice_;  // its settings are this process's, and not another one's
-  Gathering gathering_;
+  FrameGathering gathering_;
   Descriptor promiscuous_;
   Descriptor all_;  // readable when one of several sockets is
   int index_ = 0;

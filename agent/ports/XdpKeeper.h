@@ -1,7 +1,7 @@
 #pragma once
 
 #include <agent/core/Output.h>
-#include <agent/ports/Gathering.h>
+#include <agent/ports/FrameGathering.h>
 #include <agent/ports/PortDevice.h>
 #include <agent/ports/XdpDevice.h>
 #include <agent/ports/XdpProgram.h>
@@ -18,7 +18,7 @@ namespace Agent {
 /// until it is back.
 class XdpKeeper final : public PortDevice {
  public:
-  XdpKeeper(std::string device, XdpDevice::Queues queues, Gathering::Wanted gather)
+  XdpKeeper(std::string device, XdpDevice::Queues queues, FrameGathering::Wanted gather)
       : device_(std::move(device)), wanted_(queues), gathering_(gather) {}
 
   std::optional<std::string> make() override {
@@ -27,7 +27,8 @@ class XdpKeeper final : public PortDevice {
   }
   std::optional<std::string> attach(const Link& link) override {
     std::string what;
-    if (index_ != link.index) {
+    const bool keepsIt = index_ == link.index;
+    if (!keepsIt) {
       detach();
       what = program_.attach(link.index);
       if (what.empty()) index_ = link.index;
@@ -36,6 +37,11 @@ class XdpKeeper final : public PortDevice {
     // The kernel may tell of a device that is just going away. Its next message says that the device is gone.
     if (what.empty() || errno == ENODEV) return std::nullopt;
     const std::string wrong = failureOf(fmt::format("{}: {}", device_, what));
+    if (keepsIt) {
+      // Without the program, frames for the workers would go to the host.
+      complain(wrong);
+      return std::nullopt;
+    }
     detach();
     return wrong;
   }
@@ -59,7 +65,7 @@ class XdpKeeper final : public PortDevice {
   const std::string device_;
   const XdpDevice::Queues wanted_;
   XdpProgram program_;
-  Gathering gathering_;
+  FrameGathering gathering_;
   int index_ = 0;
 };
 

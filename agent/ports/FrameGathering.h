@@ -17,7 +17,7 @@ namespace Agent {
 ///
 /// It is a setting of the device (Napi), which goes with the XDP program where the driver has its NAPIs for
 /// that alone. Elsewhere it is put back, and what a killed process has left is known by the mark on it.
-class Gathering {
+class FrameGathering {
  public:
   /// Microseconds; 0: they do not gather. Nothing: as is best for the device, and what somebody else has set
   /// there is left alone.
@@ -26,27 +26,28 @@ class Gathering {
   /// On a veth device. It has room for 256 frames, of five million a second here.
   static constexpr uint32_t usual = 50;
 
-  explicit Gathering(Wanted wanted) : wanted_(wanted) {}
-  ~Gathering() { detach(); }
-  Gathering(const Gathering&) = delete;
-  Gathering& operator=(const Gathering&) = delete;
+  explicit FrameGathering(Wanted wanted) : wanted_(wanted) {}
+  ~FrameGathering() { detach(); }
+  FrameGathering(const FrameGathering&) = delete;
+  FrameGathering& operator=(const FrameGathering&) = delete;
 
   /// The device is open, or has changed: one that was off has new NAPIs. Returns what could not be done
   /// (errno); empty when it is done, or nobody has asked for it.
   std::string attach(const Link& link);
-  /// Puts back what was there.
+  /// Puts back what was there, except where somebody else has set something since.
   void detach();
   /// ", gathers 50 us"; empty when they do not.
   std::string how() const;
 
  private:
   bool gather(const Link& link);
-  /// What is put back at a NAPI.
-  Napi beforeOf(const Napi& napi) const;
+  /// Has a NAPI as it is wanted; false if it cannot be had (errno).
+  bool gatherAt(const Napi& napi, uint32_t microseconds);
 
   const Wanted wanted_;
   Napis napis_;
-  std::vector<Napi> before_;  // of those that are set
+  int device_ = 0;
+  std::vector<Napi> before_;  // as those were that are set
   uint32_t inForce_ = 0;
 };
 
