@@ -19,10 +19,10 @@ struct Order {
 };
 
 /// The leaves of a forest. A leaf has its images in the order of trial, eight in a block, and its blocks one
-/// behind the other, no more of them than it needs. Changes may leave lanes unused between images, but never
-/// the first lane, which tells what comes first in the leaf. Several cells may share a leaf. A leaf is named
-/// by its place, as Form.h defines places. A long leaf gets a sieve, and keeps it: there any lane may become
-/// unused, and an image is put in only where an unused lane is in its place.
+/// behind the other. Without a sieve it has no more of them than it needs, and changes may leave lanes unused
+/// between images, but never the first lane, which tells what comes first in the leaf. Several cells may
+/// share a leaf. A leaf is named by its place, as Form.h defines places. A long leaf gets a sieve, and keeps
+/// it: there any lane may become unused, and an image is put in only where an unused lane is in its place.
 class Leaves {
  public:
   /// Removes everything. `wide`: whether blocks hold the quad.

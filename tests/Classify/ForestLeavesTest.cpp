@@ -28,7 +28,7 @@ std::map<uint32_t, size_t> cellsOfSieves(const View& view, uint32_t place) {
 }  // namespace
 
 /// A crowd of hosts, and 200 images that nothing tells apart but a number that the crowd does not have.
-TEST(Forest, CellsShareALongLeafWithItsSieveUntilOneOfThemChanges) {
+TEST(Forest, CellsShareALongLeafWithItsSieve) {
   const auto made = [](uint32_t slot, Dice& dice) {
     Image image;
     image.slot = slot;
