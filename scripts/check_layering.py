@@ -6,7 +6,8 @@ own files, those of the rooms that it names, the standard library and fmt, and n
 also the system's headers and those of the libraries that it names. It includes something of every room that it names,
 and of every room whose namespace it uses, so that nothing comes along with another room's headers. Rooms of the
 program and of the plugin are known to their own kind only. Around the rooms stand areas with rules of their own, see
-AREAS. Every file lies in a room or an area, and a CMakeLists.txt names every .cpp file. Prints FILE:LINE of each
+AREAS. Every file lies in a room or an area, and a CMakeLists.txt names every .cpp file. No two headers define a class of
+one name in one namespace: a linker takes one's functions for the other's without a word. Prints FILE:LINE of each
 violation; the exit status is 1 when there is one.
 
 usage: check_layering.py [ROOT]
@@ -71,6 +72,9 @@ VARIABLE = re.compile(r"^\$\{\w+\}/")
 NAMESPACE = re.compile(r"\bnamespace [\w:]+")
 # Within Velo, Counter belongs to two rooms, and VeloAcl to the plugin.
 USE = re.compile(r"(?<![\w:.>])(?:::)?([A-Z]\w*)::(?!(?<=Velo::)(?:Counter|VeloAcl)\b)\w")
+# Both stand at the beginning of a line. Classes of another class, and specialisations, have names of more parts.
+OPENED = re.compile(r"^(?:inline )?namespace ([\w:]+) \{", re.MULTILINE)
+CLASS = re.compile(r"^(?:class|struct|union)\s+(?:\[\[[^\]]*\]\]\s*)?(\w+)\b(?!\s*(?:::|<))\s*(?:final\s*)?(?::[^;{]*)?\{", re.MULTILINE)
 WORD = re.compile(r"[^\s()]+")
 ROOM = re.compile(r"^[ \t]*velo_room\s*\(([^)]*)\)", re.MULTILINE)
 HEADER_SUFFIXES = {".h", ".hpp", ".hh", ".hxx", ".inc"}
@@ -79,18 +83,23 @@ SOURCE_SUFFIXES = HEADER_SUFFIXES | {".cpp", ".cc", ".cxx", ".c"}
 
 @functools.cache
 def scanned(text):
-    """What a source includes, as (quote, name, line), and the namespaces that it uses, as (name, line) where each stands
-    first. Kept, because the test of this file has the same tree checked many times."""
+    """What a source includes, as (quote, name, line), the namespaces that it uses, as (name, line) where each stands
+    first, and the classes that it defines in namespaces, as (name, line). Kept, because the test of this file has the same tree checked many times."""
     # The text without block comments; lines keep their numbers.
     text = BLOCK_COMMENT.sub(lambda c: "\n" * c.group().count("\n"), text)
     # The blanks in front of the `#` belong to its line.
     includes = [(m.group(1), m.group(2), text.count("\n", 0, m.start(1)) + 1) for m in INCLUDE.finditer(text)]
-    text = NAMESPACE.sub("", LINE_COMMENT.sub("", TEXT.sub('""', text)))
+    text = LINE_COMMENT.sub("", TEXT.sub('""', text))
+    classes = []
+    for match in CLASS.finditer(text):
+        spaces = OPENED.findall(text, 0, match.start())
+        classes.append(("::".join([*spaces[-1:], match.group(1)]), text.count("\n", 0, match.start()) + 1))
+    text = NAMESPACE.sub("", text)
     uses = {}
     for match in USE.finditer(text):
         if match.group(1) not in uses:
             uses[match.group(1)] = text.count("\n", 0, match.start()) + 1
-    return includes, list(uses.items())
+    return includes, list(uses.items()), classes
 
 
 @functools.cache
@@ -225,7 +234,7 @@ class Tree:
                     yield joined(base, name)
 
     def check_includes(self):
-        for path, (includes, _) in self.scans.items():
+        for path, (includes, _, _) in self.scans.items():
             for quote, name, line in includes:
                 problem = self.problem(path, quote, name)
                 if problem:
@@ -235,7 +244,7 @@ class Tree:
         """What comes along with the headers of another room, and what is named in vain."""
         included = {room.name: set() for room in self.rooms.values()}
         used = {room.name: {} for room in self.rooms.values()}  # by name of the other room: the first place
-        for path, (includes, uses) in self.scans.items():
+        for path, (includes, uses, _) in self.scans.items():
             room = self.room_of(path)
             if not room:
                 continue
@@ -255,6 +264,16 @@ class Tree:
                 known = other in self.rooms and other != room.name and self.rooms[other].kind in {None, room.kind}
                 if known and other not in included[room.name]:
                     self.complain(*room.place, f"room {room.name} includes nothing of {other}, which its DEPENDS names")
+
+    def check_classes(self):
+        first = {}
+        for path, (_, _, classes) in self.scans.items():
+            if path.suffix not in HEADER_SUFFIXES:
+                continue
+            for name, line in classes:
+                other = first.setdefault(name, path)
+                if other != path:
+                    self.complain(path, line, f"{name} is a class of {other}, too")
 
     def room_named(self, room, space):
         """The room that a namespace belongs to, as code of `room` says it; None if it is no room's."""
@@ -315,6 +334,7 @@ def check(root):
     tree.check_places()
     tree.check_includes()
     tree.check_uses()
+    tree.check_classes()
     return sorted(tree.violations)
 
 

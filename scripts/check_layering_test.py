@@ -81,6 +81,8 @@ HARMLESS = [
     ("platform/Velo/Pipeline.h", "namespace Velo::VeloAcl { class Planted; }", "a namespace may be within another's"),
     ("Acl/Model.h", "inline int planted() { return Config::planted; }", "a class may be called like a namespace"),
     ("platform/Velo/CMakeLists.txt", "# velo_room(Kiv SOURCES a.cpp)", "a comment makes no room"),
+    ("agent/ports/PortKinds.h", "namespace Agent {\nclass Gathering;\n}", "a class may be named where it is not defined"),
+    ("agent/ports/PortKinds.h", "namespace Agent::Planted {\nclass Gathering {};\n}", "and be another namespace's"),
 ]
 
 # Files that no room holds, or that their room does not compile, and what the complaint says.
@@ -172,6 +174,13 @@ class CheckLayering(CopyOfTheTree):
                 self.assertEqual(len(found), 1, found)
                 self.assertIn(complaint, found[0][2])
                 self.assertEqual(found[0][:2], (file, 1))
+
+    def test_a_second_class_of_a_name_is_found(self):
+        for planted in ("class Gathering {", "class Gathering final : public Planted {", "struct Gathering : Planted {"):
+            with self.subTest(planted):
+                found = self.after("agent/ports/PortKinds.h", "namespace Agent {\n" + planted + "};\n}")
+                complaint = "Agent::Gathering is a class of agent/metrics/Gathering.h, too"
+                self.assertEqual(found, [("agent/ports/PortKinds.h", 2, complaint)])
 
     def test_harmless_lines_pass(self):
         for file, line, why in HARMLESS:
