@@ -328,8 +328,15 @@ class Workers(WorkersOf):
             self.stations[number] = self.namespace()
             # The driver makes a number of that of its process and that of the device, which has to be another one.
             link(self.stations[number], "e0", self.middle, f"side{number}", index=1000 + 0x4000 * number)
-        agent = self.agent(OPEN.replace("eth1", "eth3"), *NO_CARDS, "--patch", "side,eth3", "--control", self.socket, "--port", "eth3=eth3",
-                           "--port", "side=dpdk:net_af_packet%w,iface=side%w,framecnt=1024", ports=())
+        starts = lambda: self.agent(
+            OPEN.replace("eth1", "eth3"), *NO_CARDS, "--patch", "side,eth3", "--control", self.socket, "--port", "eth3=eth3",
+            "--port", "side=dpdk:net_af_packet%w,iface=side%w,framecnt=1024", ports=())
+        try:
+            agent = starts()
+        except RuntimeError as failure:
+            if "PACKET_FANOUT" not in str(failure):
+                raise
+            agent = starts()  # the number of another process is another one
         sides, far = (self.wire(0), self.wire(1)), self.wire(3)
         passes = lambda side: until(lambda: (side.send([udp(10)]), far.received(1, patience=0.3) != [])[1])
         for victim in (1, 2):
