@@ -52,14 +52,19 @@ bool FrameGathering::gather(const Link& link) {
   return !napis.empty();
 }
 
-bool FrameGathering::gatherAt(const Napi& napi, uint32_t microseconds) {
+const Napi* FrameGathering::knownBefore(const Napi& napi) const {
   const auto known =
       std::find_if(before_.begin(), before_.end(), [&](const Napi& each) { return each.id == napi.id; });
-  const Napi before = known != before_.end() ? *known : isOurs(napi) ? Napi{napi.id} : napi;
+  return known == before_.end() ? nullptr : &*known;
+}
+
+bool FrameGathering::gatherAt(const Napi& napi, uint32_t microseconds) {
+  const Napi* known = knownBefore(napi);
+  const Napi before = known ? *known : isOurs(napi) ? Napi{napi.id} : napi;
   const bool othersMayStay = !wanted_ || microseconds == 0;
   if (othersMayStay && before.pause != 0) return true;
   // Noted first: it is put back also when the next one cannot be had.
-  if (known == before_.end() && microseconds != 0) before_.push_back(before);
+  if (!known && microseconds != 0) before_.push_back(before);
   const Napi wanted = gathering(napi.id, microseconds);
   return napi == wanted || napis_.napiIs(wanted);
 }
@@ -68,9 +73,7 @@ void FrameGathering::detach() {
   std::vector<Napi> now;
   if (!before_.empty()) napis_.read(device_, now);
   for (const Napi& napi : now) {
-    const auto before =
-        std::find_if(before_.begin(), before_.end(), [&](const Napi& each) { return each.id == napi.id; });
-    if (before != before_.end() && isOurs(napi)) napis_.napiIs(*before);
+    if (const Napi* before = knownBefore(napi); before && isOurs(napi)) napis_.napiIs(*before);
   }
   before_.clear();
   inForce_ = 0;

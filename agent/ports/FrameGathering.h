@@ -43,6 +43,8 @@ class FrameGathering {
   bool gather(const Link& link);
   /// Has a NAPI as it is wanted; false if it cannot be had (errno).
   bool gatherAt(const Napi& napi, uint32_t microseconds);
+  /// As a NAPI was that is set; null for others.
+  const Napi* knownBefore(const Napi& napi) const;
 
   const Wanted wanted_;
   Napis napis_;
